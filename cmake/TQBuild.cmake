@@ -1,0 +1,25 @@
+# Shared build rules: warnings, sanitizers, and one way to declare a test program.
+
+set(TQ_SANITIZE "" CACHE STRING "Sanitizers for the whole build, as -fsanitize= takes them")
+
+# Sanitizer flags reach every target, the example hosts included, so that a preloaded
+# instrumented library finds its run-time in the program.
+if(TQ_SANITIZE)
+    add_compile_options(-fsanitize=${TQ_SANITIZE} -fno-omit-frame-pointer -O1 -g1)
+    add_link_options(-fsanitize=${TQ_SANITIZE})
+    if(TQ_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()
+
+add_library(tq_warnings INTERFACE)
+target_compile_options(tq_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
+
+# tq_test(NAME SOURCES a.cpp ... LIBS lib ...): a GoogleTest program whose cases each run in
+# a process of their own, so that singletons start fresh.
+function(tq_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;PROPERTIES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE tq_warnings ${ARG_LIBS} GTest::gmock GTest::gtest_main)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 ${ARG_PROPERTIES})
+endfunction()
