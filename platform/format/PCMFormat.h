@@ -1,0 +1,44 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#include <optional>
+
+namespace tqplatform {
+
+enum class SampleType { int8, int16, int24, int32, fixed824, float32, float64 };
+
+/// A linear PCM description that was checked: what the converters work from.
+struct PCMFormat {
+    SampleType type;
+    bool bigEndian;
+    bool interleaved;
+    UInt32 channels;        ///< 1 to 64
+    UInt32 bytesPerFrame;   ///< of one buffer, so of one channel when not interleaved
+    Float64 sampleRate;     ///< Hz; 0 is legal here ("not known yet")
+
+    /// Nothing when the description is malformed or not supported.
+    [[nodiscard]] static std::optional<PCMFormat> parse(const AudioStreamBasicDescription& description);
+    /// Buffers in a list of this format: 1 when interleaved, else one per channel.
+    [[nodiscard]] UInt32 bufferCount() const noexcept { return interleaved ? 1 : channels; }
+};
+
+/// The platform's usual float format: 32-bit, not interleaved, packed.
+[[nodiscard]] AudioStreamBasicDescription floatDescription(Float64 sampleRate, UInt32 channels);
+
+/// [real-time safe] Reads `frames` of `list` (whose buffers hold at least that much) into one plane
+/// per channel, full scale 1.0.
+void toFloat(const AudioBufferList& list, const PCMFormat& format, UInt32 frames,
+             float* const* planes) noexcept;
+
+/// [real-time safe] Writes `frames` into the buffers of `list`, rounded to nearest and saturated; a
+/// NaN becomes 0.
+void fromFloat(const float* const* planes, UInt32 frames, const PCMFormat& format,
+               AudioBufferList& list) noexcept;
+
+/// [real-time safe] Copies planes of one channel count to another: mono is spread, a
+/// fold-down to mono averages, otherwise channels beyond the source stay silent.
+void mapChannels(const float* const* source, UInt32 sourceChannels, float* const* destination,
+                 UInt32 destinationChannels, UInt32 frames) noexcept;
+
+}  // namespace tqplatform

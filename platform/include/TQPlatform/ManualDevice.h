@@ -1,0 +1,41 @@
+#ifndef TQPLATFORM_MANUALDEVICE_H
+#define TQPLATFORM_MANUALDEVICE_H
+
+/*
+ * The manual device: no thread and no clock. A test (or an offline renderer) started with
+ * TQ_AUDIO_DEVICE=manual pumps it; every running output unit renders exactly the frames asked
+ * for, at exactly the host time given, on the pumping thread.
+ */
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Renders `frames` (1 to 4096) of every running output unit at `hostTime` (mach_absolute_time
+ *  ticks). kAudio_ParamError for a bad count, kAudioUnitErr_CannotDoInCurrentContext from inside a
+ *  slice, kAudioUnitErr_Uninitialized when the process uses another device. One thread at a time. */
+AU_EXPORT OSStatus TQManualDevicePump(UInt32 frames, UInt64 hostTime);
+
+/** The rate of the device, 48000 at first. Takes effect at once; running units see a new
+ *  hardware format. kAudio_ParamError unless 1000 to 384000. Between pumps only. */
+AU_EXPORT OSStatus TQManualDeviceSetSampleRate(Float64 sampleRate);
+
+/** What the device's microphone hears from the next pump on: called once per pump with zeroed
+ *  planes (`channels` of `frames` float samples) to fill; null for silence. Between pumps only. */
+typedef void (*TQManualDeviceInput)(void* refCon, UInt32 channels, UInt32 frames,
+                                    float* const* planes);
+AU_EXPORT OSStatus TQManualDeviceSetInput(TQManualDeviceInput input, void* refCon);
+
+/** What the device plays: called once per pump with the sum of all units, limited to nothing
+ *  (float, not clipped); null for nobody. Between pumps only. */
+typedef void (*TQManualDeviceOutput)(void* refCon, const AudioTimeStamp* time, UInt32 channels,
+                                     UInt32 frames, const float* const* planes);
+AU_EXPORT OSStatus TQManualDeviceSetOutput(TQManualDeviceOutput output, void* refCon);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
