@@ -1,0 +1,125 @@
+#ifndef TQPLATFORM_AUGRAPH_H
+#define TQPLATFORM_AUGRAPH_H
+
+/*
+ * Graphs of audio units: nodes, their interactions, and the states closed, open, initialised and
+ * running.
+ *
+ * Every call answers kAudio_ParamError for a null graph and kAUGraphErr_InvalidAudioUnit for a
+ * handle that is no graph (any more).
+ */
+
+#include <AudioToolbox/AUComponent.h>
+#include <AudioToolbox/AudioUnitProperties.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct OpaqueAUGraph* AUGraph;
+typedef SInt32 AUNode;
+
+AU_ENUM(OSStatus){
+    kAUGraphErr_NodeNotFound = -10860,     kAUGraphErr_InvalidConnection = -10861,
+    kAUGraphErr_OutputNodeErr = -10862,    kAUGraphErr_CannotDoInCurrentContext = -10863,
+    kAUGraphErr_InvalidAudioUnit = -10864,
+};
+
+AU_ENUM(UInt32){
+    kAUNodeInteraction_Connection = 1,
+    kAUNodeInteraction_InputCallback = 2,
+};
+
+typedef struct AudioUnitNodeConnection {
+    AUNode sourceNode;
+    UInt32 sourceOutputNumber;
+    AUNode destNode;
+    UInt32 destInputNumber;
+} AudioUnitNodeConnection;
+
+typedef AudioUnitNodeConnection AUNodeConnection;
+
+typedef struct AUNodeRenderCallback {
+    AUNode destNode;
+    AudioUnitElement destInputNumber;
+    AURenderCallbackStruct cback;
+} AUNodeRenderCallback;
+
+typedef struct AUNodeInteraction {
+    UInt32 nodeInteractionType; /**< which member of the union holds */
+    union {
+        AUNodeConnection connection;
+        AUNodeRenderCallback inputCallback;
+    } nodeInteraction;
+} AUNodeInteraction;
+
+AU_EXPORT OSStatus NewAUGraph(AUGraph* outGraph);
+/** Works in any state: stops, uninitialises and closes first. */
+AU_EXPORT OSStatus DisposeAUGraph(AUGraph inGraph);
+
+/** kAUGraphErr_OutputNodeErr for a second output node. */
+AU_EXPORT OSStatus AUGraphAddNode(AUGraph inGraph, const AudioComponentDescription* inDescription,
+                                  AUNode* outNode);
+AU_EXPORT OSStatus AUGraphRemoveNode(AUGraph inGraph, AUNode inNode);
+AU_EXPORT OSStatus AUGraphGetNodeCount(AUGraph inGraph, UInt32* outNumberOfNodes);
+AU_EXPORT OSStatus AUGraphGetIndNode(AUGraph inGraph, UInt32 inIndex, AUNode* outNode);
+/** Either out pointer may be null; the unit is null while the graph is closed. The graph owns
+ *  the unit. */
+AU_EXPORT OSStatus AUGraphNodeInfo(AUGraph inGraph, AUNode inNode,
+                                   AudioComponentDescription* outDescription,
+                                   AudioUnit* outAudioUnit);
+
+AU_EXPORT OSStatus AUGraphConnectNodeInput(AUGraph inGraph, AUNode inSourceNode,
+                                           UInt32 inSourceOutputNumber, AUNode inDestNode,
+                                           UInt32 inDestInputNumber);
+AU_EXPORT OSStatus AUGraphSetNodeInputCallback(AUGraph inGraph, AUNode inDestNode,
+                                               UInt32 inDestInputNumber,
+                                               const AURenderCallbackStruct* inInputCallback);
+AU_EXPORT OSStatus AUGraphDisconnectNodeInput(AUGraph inGraph, AUNode inDestNode,
+                                              UInt32 inDestInputNumber);
+AU_EXPORT OSStatus AUGraphClearConnections(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphGetNumberOfInteractions(AUGraph inGraph, UInt32* outNumInteractions);
+AU_EXPORT OSStatus AUGraphGetInteractionInfo(AUGraph inGraph, UInt32 inInteractionIndex,
+                                             AUNodeInteraction* outInteraction);
+AU_EXPORT OSStatus AUGraphCountNodeInteractions(AUGraph inGraph, AUNode inNode,
+                                                UInt32* outNumInteractions);
+/** In: how many fit, out: how many were written. */
+AU_EXPORT OSStatus AUGraphGetNodeInteractions(AUGraph inGraph, AUNode inNode,
+                                              UInt32* ioNumInteractions,
+                                              AUNodeInteraction* outInteractions);
+
+/** Puts the queued edits of a running graph in place. A null `outIsUpdated` waits for it, but for
+ *  a bounded time (about 50 ms) while a slice is being rendered: then
+ *  kAUGraphErr_CannotDoInCurrentContext, the edits stay pending and follow with the next slice or
+ *  update. Otherwise returns at once, with true when nothing is left pending. */
+AU_EXPORT OSStatus AUGraphUpdate(AUGraph inGraph, Boolean* outIsUpdated);
+
+AU_EXPORT OSStatus AUGraphOpen(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphClose(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphInitialize(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphUninitialize(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphStart(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphStop(AUGraph inGraph);
+AU_EXPORT OSStatus AUGraphIsOpen(AUGraph inGraph, Boolean* outIsOpen);
+AU_EXPORT OSStatus AUGraphIsInitialized(AUGraph inGraph, Boolean* outIsInitialized);
+AU_EXPORT OSStatus AUGraphIsRunning(AUGraph inGraph, Boolean* outIsRunning);
+
+/** Share of the slice's duration that the last (or the slowest) slice took to render, 0 to 1 and
+ *  beyond. Asking for the maximum starts it anew. */
+AU_EXPORT OSStatus AUGraphGetCPULoad(AUGraph inGraph, Float32* outAverageCPULoad);
+AU_EXPORT OSStatus AUGraphGetMaxCPULoad(AUGraph inGraph, Float32* outMaxLoad);
+
+/** Called before and after each render of the output node. */
+AU_EXPORT OSStatus AUGraphAddRenderNotify(AUGraph inGraph, AURenderCallback inCallback,
+                                          void* inRefCon);
+AU_EXPORT OSStatus AUGraphRemoveRenderNotify(AUGraph inGraph, AURenderCallback inCallback,
+                                             void* inRefCon);
+
+/** Prints a graph or a unit on standard error; anything else is named as unknown. */
+AU_EXPORT void CAShow(void* inObject);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,16 @@
+#ifndef TQPLATFORM_AUDIOTOOLBOX_H
+#define TQPLATFORM_AUDIOTOOLBOX_H
+
+/* Everything of the audio API in one include. */
+
+#include <AudioToolbox/AUComponent.h>
+#include <AudioToolbox/AUGraph.h>
+#include <AudioToolbox/AudioComponent.h>
+#include <AudioToolbox/AudioOutputUnit.h>
+#include <AudioToolbox/AudioUnitProperties.h>
+#include <CoreAudio/CoreAudioTypes.h>
+#if __has_include(<AudioToolbox/AudioSession.h>)
+#include <AudioToolbox/AudioSession.h>
+#endif
+
+#endif

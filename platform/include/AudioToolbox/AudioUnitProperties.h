@@ -1,0 +1,96 @@
+#ifndef TQPLATFORM_AUDIOUNITPROPERTIES_H
+#define TQPLATFORM_AUDIOUNITPROPERTIES_H
+
+/* Ids and values of unit properties. */
+
+#include <AudioToolbox/AUComponent.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+AU_ENUM(AudioUnitPropertyID){
+    kAudioUnitProperty_ClassInfo = 0,
+    kAudioUnitProperty_MakeConnection = 1, /* AudioUnitConnection, set only */
+    kAudioUnitProperty_SampleRate = 2,     /* Float64, Hz */
+    kAudioUnitProperty_ParameterList = 3,  /* AudioUnitParameterID[] */
+    kAudioUnitProperty_ParameterInfo = 4,
+    kAudioUnitProperty_FastDispatch = 5,
+    kAudioUnitProperty_CPULoad = 6,
+    kAudioUnitProperty_StreamFormat = 8,  /* AudioStreamBasicDescription */
+    kAudioUnitProperty_ElementCount = 11, /* UInt32 */
+    kAudioUnitProperty_BusCount = kAudioUnitProperty_ElementCount,
+    kAudioUnitProperty_Latency = 12,               /* Float64, seconds */
+    kAudioUnitProperty_SupportedNumChannels = 13,  /* AUChannelInfo[] */
+    kAudioUnitProperty_MaximumFramesPerSlice = 14, /* UInt32 */
+    kAudioUnitProperty_AudioChannelLayout = 19,
+    kAudioUnitProperty_TailTime = 20, /* Float64, seconds */
+    kAudioUnitProperty_BypassEffect = 21,
+    kAudioUnitProperty_LastRenderError = 22,   /* OSStatus */
+    kAudioUnitProperty_SetRenderCallback = 23, /* AURenderCallbackStruct, set only */
+    kAudioUnitProperty_RenderQuality = 26,
+    kAudioUnitProperty_InPlaceProcessing = 29,
+    kAudioUnitProperty_ElementName = 30,
+    kAudioUnitProperty_SupportedChannelLayoutTags = 32,
+    kAudioUnitProperty_PresentPreset = 36,
+    kAudioUnitProperty_OfflineRender = 37,
+    kAudioUnitProperty_PresentationLatency = 40,
+    kAudioUnitProperty_ShouldAllocateBuffer = 51, /* UInt32, 0 or 1 */
+    kAudioUnitProperty_NickName = 54,
+    kAudioUnitProperty_LastRenderSampleTime = 61, /* Float64, frames */
+
+    kAudioOutputUnitProperty_CurrentDevice = 2000,
+    kAudioOutputUnitProperty_IsRunning = 2001, /* UInt32, read only */
+    kAudioOutputUnitProperty_ChannelMap = 2002,
+    kAudioOutputUnitProperty_EnableIO = 2003, /* UInt32, 0 or 1 */
+    kAudioOutputUnitProperty_StartTime = 2004,
+    kAudioOutputUnitProperty_SetInputCallback = 2005,      /* AURenderCallbackStruct */
+    kAudioOutputUnitProperty_HasIO = 2006,                 /* UInt32, read only */
+    kAudioOutputUnitProperty_StartTimestampsAtZero = 2007, /* UInt32 */
+
+    kAUVoiceIOProperty_BypassVoiceProcessing = 2100,
+    kAUVoiceIOProperty_VoiceProcessingEnableAGC = 2101,
+    kAUVoiceIOProperty_VoiceProcessingQuality = 2103,
+    kAUVoiceIOProperty_MuteOutput = 2104,
+
+    kAudioUnitProperty_MatrixLevels = 3006,
+    kAudioUnitProperty_MeteringMode = 3007,
+    kAudioUnitProperty_SampleRateConverterComplexity = 3014,
+};
+
+/* Parameters of the multichannel mixer. Volume is linear, 0 to 1, per input bus and on output
+ * element 0; Enable (0 or 1) and Pan (-1 left to 1 right) are per input bus. */
+AU_ENUM(AudioUnitParameterID){
+    kMultiChannelMixerParam_Volume = 0,
+    kMultiChannelMixerParam_Enable = 1,
+    kMultiChannelMixerParam_Pan = 2,
+    kMultiChannelMixerParam_PreAveragePower = 1000,
+    kMultiChannelMixerParam_PrePeakHoldLevel = 2000,
+    kMultiChannelMixerParam_PostAveragePower = 3000,
+    kMultiChannelMixerParam_PostPeakHoldLevel = 4000,
+
+    kHALOutputParam_Volume = 14,
+};
+
+typedef struct AURenderCallbackStruct {
+    AURenderCallback inputProc; /**< null takes the callback away */
+    void* inputProcRefCon;
+} AURenderCallbackStruct;
+
+/** One pair of channel counts that a unit supports; -1 on both sides stands for any. */
+typedef struct AUChannelInfo {
+    SInt16 inChannels;
+    SInt16 outChannels;
+} AUChannelInfo;
+
+typedef struct AudioUnitConnection {
+    AudioUnit sourceAudioUnit; /**< null disconnects */
+    UInt32 sourceOutputNumber;
+    UInt32 destInputNumber;
+} AudioUnitConnection;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

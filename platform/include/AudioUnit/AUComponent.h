@@ -1,0 +1,6 @@
+#ifndef TQPLATFORM_AUDIOUNIT_AUCOMPONENT_H
+#define TQPLATFORM_AUDIOUNIT_AUCOMPONENT_H
+
+#include <AudioToolbox/AUComponent.h>
+
+#endif

@@ -1,0 +1,6 @@
+#ifndef TQPLATFORM_AUDIOUNIT_AUDIOCOMPONENT_H
+#define TQPLATFORM_AUDIOUNIT_AUDIOCOMPONENT_H
+
+#include <AudioToolbox/AudioComponent.h>
+
+#endif

@@ -1,0 +1,6 @@
+#ifndef TQPLATFORM_AUDIOUNIT_AUDIOOUTPUTUNIT_H
+#define TQPLATFORM_AUDIOUNIT_AUDIOOUTPUTUNIT_H
+
+#include <AudioToolbox/AudioOutputUnit.h>
+
+#endif

@@ -1,0 +1,6 @@
+#ifndef TQPLATFORM_AUDIOUNIT_AUDIOUNITPROPERTIES_H
+#define TQPLATFORM_AUDIOUNIT_AUDIOUNITPROPERTIES_H
+
+#include <AudioToolbox/AudioUnitProperties.h>
+
+#endif
