@@ -1,0 +1,15 @@
+#ifndef TQPLATFORM_COREMEDIA_H
+#define TQPLATFORM_COREMEDIA_H
+
+/*
+ * Media times, and sample buffers: PCM data together with its format and its times, handed from
+ * one program part to another by reference. Objects are released with CFRelease. Nothing here is
+ * for render threads: objects are allocated and looked up under a lock.
+ */
+
+#include <CoreMedia/CMBlockBuffer.h>
+#include <CoreMedia/CMFormatDescription.h>
+#include <CoreMedia/CMSampleBuffer.h>
+#include <CoreMedia/CMTime.h>
+
+#endif

@@ -1,0 +1,42 @@
+#ifndef TQPLATFORM_MACH_TIME_H
+#define TQPLATFORM_MACH_TIME_H
+
+/*
+ * Host time: the clock that time stamps count in. Here it is the monotonic clock in nanoseconds,
+ * so ticks and nanoseconds are the same; programs still multiply by numer / denom.
+ */
+
+#include <stdint.h>
+
+#ifndef AU_EXPORT
+#define AU_EXPORT __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef int kern_return_t;
+
+enum { KERN_SUCCESS = 0, KERN_INVALID_ARGUMENT = 4 };
+
+struct mach_timebase_info {
+    uint32_t numer;
+    uint32_t denom;
+};
+typedef struct mach_timebase_info* mach_timebase_info_t;
+typedef struct mach_timebase_info mach_timebase_info_data_t;
+
+/** Ticks since some moment before the program began; never runs backwards.
+ *  Any thread. Real-time safe. */
+AU_EXPORT uint64_t mach_absolute_time(void);
+
+/** Fills in numer and denom: nanoseconds = ticks * numer / denom. KERN_SUCCESS, or
+ *  KERN_INVALID_ARGUMENT for a null pointer. Any thread. Real-time safe. */
+AU_EXPORT kern_return_t mach_timebase_info(mach_timebase_info_t info);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
