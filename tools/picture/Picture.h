@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Pictures of recordings: for each track a waveform (extremes and RMS of every pixel column) above
+// a spectrogram, all on one time axis. Files are read once, in blocks; memory depends on the size
+// of the picture and on the number of tracks, not on the length of the files.
+
+namespace tqpicture {
+
+/// One recording to draw.
+struct Track {
+    std::string name;         ///< shown above its lane; the file's name when empty
+    std::string path;         ///< anything that libsndfile reads and whose length is known
+    double startSeconds = 0;  ///< where it begins on the shared time axis, 0 or later
+};
+
+/// A moment worth marking, drawn as a line through all lanes.
+struct EventMark {
+    double seconds = 0;  ///< on the shared time axis; marks outside it are left out
+    std::string label;
+};
+
+enum class FrequencyAxis { kLogarithmic, kLinear };
+
+struct Options {
+    std::string title;              ///< none when empty
+    int width = 1400;               ///< pixels, 400 to 8000
+    int firstWaveformHeight = 150;  ///< pixels, 20 to 2000, for the first track (the mix)
+    int firstSpectrogramHeight = 260;
+    int waveformHeight = 90;  ///< the same for every other track
+    int spectrogramHeight = 150;
+    FrequencyAxis frequencyAxis = FrequencyAxis::kLogarithmic;
+    double floorDb = -100;  ///< darkest colour, dBFS; -200 to -10
+    std::vector<EventMark> events;
+};
+
+/// At most this many tracks fit one picture.
+inline constexpr std::size_t kMaximumTracks = 64;
+
+/// Draws `tracks` into the PNG file `pngPath`, replacing it. Tracks without any frame get an
+/// empty lane that says so. Blocks on the disk; any thread, several at once.
+/// False with one line in `error` (never touched otherwise) when a file cannot be read, an option
+/// is out of its range, there is no track or too many, or the picture cannot be written.
+[[nodiscard]] bool drawPicture(const std::vector<Track>& tracks, const std::string& pngPath,
+                               const Options& options, std::string& error);
+
+}  // namespace tqpicture

@@ -1,0 +1,291 @@
+#include "picture/Spectrogram.h"
+
+#include <fftw3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <mutex>
+#include <numbers>
+#include <utility>
+
+namespace tqpicture {
+namespace {
+
+constexpr double kWindowSeconds = 0.046;
+constexpr std::size_t kSmallestWindow = 64;
+constexpr std::size_t kLargestWindow = 8192;
+
+std::size_t windowFrames(double sampleRate) {
+    std::size_t frames = kSmallestWindow;
+    while (frames < kLargestWindow && static_cast<double>(frames) < kWindowSeconds * sampleRate) {
+        frames *= 2;
+    }
+    return frames;
+}
+
+// Only the planner of the library keeps state that threads share.
+std::mutex& plannerMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+struct FreeMemory {
+    void operator()(void* memory) const { fftwf_free(memory); }
+};
+
+/// The power spectrum of one Hann window; a full-scale sine has power 1 at its bin.
+class Transform {
+  public:
+    explicit Transform(std::size_t frames)
+        : input_(static_cast<float*>(fftwf_malloc(sizeof(float) * frames))),
+          output_(
+              static_cast<fftwf_complex*>(fftwf_malloc(sizeof(fftwf_complex) * (frames / 2 + 1)))),
+          window_(frames),
+          power_(frames / 2 + 1) {
+        double sum = 0;
+        for (std::size_t index = 0; index < frames; ++index) {
+            const double phase =
+                2 * std::numbers::pi * static_cast<double>(index) / static_cast<double>(frames);
+            window_[index] = static_cast<float>(0.5 - 0.5 * std::cos(phase));
+            sum += window_[index];
+        }
+        scale_ = 2 / sum;
+        const std::lock_guard lock(plannerMutex());
+        plan_ = fftwf_plan_dft_r2c_1d(static_cast<int>(frames), input_.get(), output_.get(),
+                                      FFTW_ESTIMATE);
+    }
+    ~Transform() {
+        const std::lock_guard lock(plannerMutex());
+        fftwf_destroy_plan(plan_);
+    }
+    Transform(const Transform&) = delete;
+    Transform& operator=(const Transform&) = delete;
+
+    const std::vector<float>& power(const float* samples) {
+        for (std::size_t index = 0; index < window_.size(); ++index) {
+            input_.get()[index] = samples[index] * window_[index];
+        }
+        fftwf_execute(plan_);
+        for (std::size_t bin = 0; bin < power_.size(); ++bin) {
+            const double real = output_.get()[bin][0] * scale_;
+            const double imaginary = output_.get()[bin][1] * scale_;
+            power_[bin] = static_cast<float>(real * real + imaginary * imaginary);
+        }
+        return power_;
+    }
+
+  private:
+    std::unique_ptr<float, FreeMemory> input_;
+    std::unique_ptr<fftwf_complex, FreeMemory> output_;
+    std::vector<float> window_;
+    std::vector<float> power_;
+    double scale_ = 1;
+    fftwf_plan plan_ = nullptr;
+};
+
+/// The bins that one row of the picture shows.
+struct RowBins {
+    std::size_t first = 0;
+    std::size_t last = 0;  // first > last: the row lies between two bins
+    double centre = 0;     // the row's middle, counted in bins
+    bool hasData = false;
+};
+
+std::vector<RowBins> binsOfRows(const FrequencyScale& scale, double sampleRate,
+                                std::size_t frames) {
+    const double binHertz = sampleRate / static_cast<double>(frames);
+    const std::size_t lastBin = frames / 2;
+    std::vector<RowBins> rows(static_cast<std::size_t>(scale.rows()));
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        const double position = static_cast<double>(row);
+        const double high = scale.hertzAt(position);
+        const double low = scale.hertzAt(position + 1);
+        const double centre = scale.hertzAt(position + 0.5) / binHertz;
+        RowBins& bins = rows[row];
+        bins.hasData = centre <= static_cast<double>(lastBin);
+        if (bins.hasData) {
+            bins.first = static_cast<std::size_t>(std::ceil(std::max(low, 0.0) / binHertz));
+            const double last = std::floor(high / binHertz);
+            bins.last = std::min(lastBin, static_cast<std::size_t>(std::max(last, 0.0)));
+            bins.centre = centre;
+        }
+    }
+    return rows;
+}
+
+double decibels(double power) {
+    return power > 0 ? std::max(10 * std::log10(power), static_cast<double>(kSilenceDb))
+                     : static_cast<double>(kSilenceDb);
+}
+
+float levelOfRow(const RowBins& bins, const std::vector<double>& power) {
+    if (bins.first <= bins.last) {
+        const auto begin = power.begin() + static_cast<std::ptrdiff_t>(bins.first);
+        const auto end = power.begin() + static_cast<std::ptrdiff_t>(bins.last + 1);
+        return static_cast<float>(decibels(*std::max_element(begin, end)));
+    }
+    const auto below = std::min(static_cast<std::size_t>(bins.centre), power.size() - 1);
+    const std::size_t above = std::min(below + 1, power.size() - 1);
+    const double share = bins.centre - static_cast<double>(below);
+    return static_cast<float>(decibels(power[below]) * (1 - share) +
+                              decibels(power[above]) * share);
+}
+
+}  // namespace
+
+LevelGrid::LevelGrid(std::size_t columns, std::size_t rows)
+    : columns_(columns),
+      rows_(rows),
+      levels_(columns * rows, std::numeric_limits<float>::quiet_NaN()) {
+}
+
+class SpectrogramBuilder::Work {
+  public:
+    Work(const Shape& shape, const FrequencyScale& scale)
+        : shape_(shape),
+          window_(windowFrames(shape.sampleRate)),
+          transform_(window_),
+          rows_(binsOfRows(scale, shape.sampleRate, window_)),
+          grid_(shape.columns, rows_.size()),
+          history_(static_cast<std::size_t>(shape.channels)),
+          loudest_(window_ / 2 + 1),
+          mean_(window_ / 2 + 1) {
+        // The first windows reach back before the recording, into silence.
+        for (std::vector<float>& channel : history_) {
+            channel.assign(window_ / 2, 0.0F);
+        }
+        historyStart_ = -static_cast<std::ptrdiff_t>(window_ / 2);
+        const double half = static_cast<double>(window_) / 2;
+        windowsPerColumn_ = std::max<std::size_t>(
+            1, static_cast<std::size_t>(std::ceil(shape.framesPerColumn / half)));
+        const double skipped = std::floor(shape.startFrame / shape.framesPerColumn);
+        column_ = static_cast<std::size_t>(std::max(skipped, 0.0));
+    }
+
+    void push(const float* samples, std::size_t frames) {
+        for (std::size_t channel = 0; channel < history_.size(); ++channel) {
+            std::vector<float>& history = history_[channel];
+            const std::size_t old = history.size();
+            history.resize(old + frames);
+            for (std::size_t index = 0; index < frames; ++index) {
+                history[old + index] = samples[index * history_.size() + channel];
+            }
+        }
+        total_ += frames;
+        transformReady();
+    }
+
+    LevelGrid finish() {
+        const std::size_t recorded = total_;
+        for (std::vector<float>& channel : history_) {
+            channel.resize(channel.size() + window_, 0.0F);
+        }
+        total_ += window_;
+        end_ = static_cast<double>(recorded);
+        transformReady();
+        closeColumn();
+        return std::move(grid_);
+    }
+
+  private:
+    /// Middle of the next window, in frames of the recording.
+    [[nodiscard]] double nextCentre() const {
+        const double step = shape_.framesPerColumn / static_cast<double>(windowsPerColumn_);
+        const double offset = step * (static_cast<double>(taken_) + 0.5);
+        return static_cast<double>(column_) * shape_.framesPerColumn + offset - shape_.startFrame;
+    }
+
+    void transformReady() {
+        const auto half = static_cast<std::ptrdiff_t>(window_ / 2);
+        while (column_ < shape_.columns) {
+            const double centre = nextCentre();
+            const auto frame = static_cast<std::ptrdiff_t>(std::floor(centre));
+            if (frame + half > static_cast<std::ptrdiff_t>(total_)) {
+                break;
+            }
+            // Outside the recording there is nothing to see, however far a window would reach in.
+            if (centre >= 0 && centre < end_) {
+                addWindow(frame - half);
+            }
+            if (++taken_ == windowsPerColumn_) {
+                closeColumn();
+                taken_ = 0;
+                ++column_;
+            }
+        }
+        forgetBefore(static_cast<std::ptrdiff_t>(std::floor(nextCentre())) - half);
+    }
+
+    void addWindow(std::ptrdiff_t firstFrame) {
+        const auto offset = static_cast<std::size_t>(firstFrame - historyStart_);
+        std::fill(loudest_.begin(), loudest_.end(), 0.0F);
+        for (const std::vector<float>& channel : history_) {
+            const std::vector<float>& power = transform_.power(channel.data() + offset);
+            for (std::size_t bin = 0; bin < power.size(); ++bin) {
+                loudest_[bin] = std::max(loudest_[bin], power[bin]);
+            }
+        }
+        for (std::size_t bin = 0; bin < mean_.size(); ++bin) {
+            mean_[bin] += loudest_[bin];
+        }
+        ++summed_;
+    }
+
+    void closeColumn() {
+        if (summed_ == 0 || column_ >= shape_.columns) {
+            return;
+        }
+        for (double& power : mean_) {
+            power /= static_cast<double>(summed_);
+        }
+        for (std::size_t row = 0; row < rows_.size(); ++row) {
+            if (rows_[row].hasData) {
+                grid_.set(column_, row, levelOfRow(rows_[row], mean_));
+            }
+        }
+        std::fill(mean_.begin(), mean_.end(), 0.0);
+        summed_ = 0;
+    }
+
+    void forgetBefore(std::ptrdiff_t frame) {
+        const std::ptrdiff_t held = static_cast<std::ptrdiff_t>(history_.front().size());
+        const std::ptrdiff_t gone = std::clamp<std::ptrdiff_t>(frame - historyStart_, 0, held);
+        for (std::vector<float>& channel : history_) {
+            channel.erase(channel.begin(), channel.begin() + gone);
+        }
+        historyStart_ += gone;
+    }
+
+    Shape shape_;
+    std::size_t window_;
+    Transform transform_;
+    std::vector<RowBins> rows_;
+    LevelGrid grid_;
+    std::vector<std::vector<float>> history_;               // per channel, what windows still need
+    std::ptrdiff_t historyStart_ = 0;                       // frame of history_[...][0]
+    std::size_t total_ = 0;                                 // frames pushed
+    double end_ = std::numeric_limits<double>::infinity();  // frames of the whole recording
+    std::size_t windowsPerColumn_ = 1;
+    std::size_t column_ = 0;
+    std::size_t taken_ = 0;   // windows of this column passed, used or not
+    std::size_t summed_ = 0;  // windows in mean_
+    std::vector<float> loudest_;
+    std::vector<double> mean_;
+};
+
+SpectrogramBuilder::SpectrogramBuilder(const Shape& shape, const FrequencyScale& scale)
+    : work_(std::make_unique<Work>(shape, scale)) {
+}
+
+SpectrogramBuilder::~SpectrogramBuilder() = default;
+
+void SpectrogramBuilder::push(const float* samples, std::size_t frames) {
+    work_->push(samples, frames);
+}
+
+LevelGrid SpectrogramBuilder::finish() {
+    return work_->finish();
+}
+
+}  // namespace tqpicture
