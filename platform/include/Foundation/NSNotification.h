@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "NSObjCRuntime.h"
@@ -46,5 +48,5 @@ class TQ_PLATFORM_EXPORT NSNotificationCenter {
 
   private:
     struct State;
-    State* const state_;
+    const std::unique_ptr<State> state_;
 };

@@ -33,7 +33,10 @@ AU_EXPORT uint64_t mach_absolute_time(void);
 
 /** Fills in numer and denom: nanoseconds = ticks * numer / denom. KERN_SUCCESS, or
  *  KERN_INVALID_ARGUMENT for a null pointer. Any thread. Real-time safe. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow" /* the struct has the same name, as on the platform */
 AU_EXPORT kern_return_t mach_timebase_info(mach_timebase_info_t info);
+#pragma GCC diagnostic pop
 
 #ifdef __cplusplus
 }
