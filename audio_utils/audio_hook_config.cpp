@@ -1,0 +1,283 @@
+#include "audio_hook_config.h"
+
+#include <array>
+#include <bit>
+#include <cstring>
+#include <string>
+
+#include "log.h"
+
+namespace korva_audio_utils {
+
+namespace {
+
+// Both files are little-endian, which is what the supported machines store.
+static_assert(std::endian::native == std::endian::little);
+// The word in the count file is written by render threads.
+static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
+static_assert(std::atomic<PreLaunchState>::is_always_lock_free);
+
+constexpr const char* kConfigFileName = "korva_audio_hook_config.flag";
+constexpr const char* kCountFileName = "korva_audio_hook_func_count.flag";
+
+constexpr std::size_t kConfigFileSize = 160;
+constexpr std::size_t kCountFileSize = 4;
+
+// Layout of the config file.
+constexpr std::size_t kItemCountOffset = 0;
+constexpr std::size_t kRetriesOffset = 4;
+constexpr std::size_t kFirstItemOffset = 8;
+constexpr std::size_t kItemSize = 8;
+constexpr std::size_t kItemEnabledOffset = 4;
+constexpr std::size_t kItemForceDisabledOffset = 5;
+
+std::uint32_t ReadWord(const std::byte* bytes) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
+}
+
+void WriteWord(std::byte* bytes, std::uint32_t value) {
+    std::memcpy(bytes, &value, sizeof value);
+}
+
+std::unique_ptr<MemoryFile> OpenFile(const std::string& path, std::size_t size) {
+    auto file = std::make_unique<MemoryFile>(path.c_str());
+    file->truncate(size);
+    return file;
+}
+
+/// A mapping that reaches beyond the file's end would raise SIGBUS at the first access.
+bool IsSafeToAccess(const MemoryFile& file) {
+    return file.isUsable() && static_cast<std::size_t>(file.getActualFileSize()) >= file.size();
+}
+
+AudioHookConfigImpl& TheConfig() {
+    // getInstance makes nothing else.
+    return static_cast<AudioHookConfigImpl&>(*AudioHookConfig::getInstance());
+}
+
+}  // namespace
+
+AudioHookConfig* AudioHookConfig::getInstance() {
+    static std::atomic<AudioHookConfigImpl*> instance{nullptr};
+    static std::mutex creation;
+    AudioHookConfigImpl* current = instance.load(std::memory_order_acquire);
+    if (current == nullptr) {
+        const std::lock_guard lock(creation);
+        current = instance.load(std::memory_order_relaxed);
+        if (current == nullptr) {
+            // Never freed: render threads may still come by while the process exits.
+            current = std::make_unique<AudioHookConfigImpl>().release();
+            instance.store(current, std::memory_order_release);
+        }
+    }
+    return current;
+}
+
+int AudioHookConfigImpl::init(const char* directory) {
+    const std::lock_guard lock(mutex_);
+    if (isInitSuccess()) {
+        return 0;
+    }
+    if (directory == nullptr || *directory == '\0') {
+        return 1;
+    }
+    std::string base(directory);
+    if (base.back() != '/') {
+        base += '/';
+    }
+    configFile_ = OpenFile(base + kConfigFileName, kConfigFileSize);
+    countFile_ = OpenFile(base + kCountFileName, kCountFileSize);
+    if (!IsSafeToAccess(*configFile_) || !IsSafeToAccess(*countFile_)) {
+        dropFiles();
+        return 1;
+    }
+    if (!parseConfigList()) {
+        dropFiles();
+        return 2;
+    }
+    // From here on enter and exit write to the file; its mapping stays where it is.
+    countWord_.store(static_cast<std::uint32_t*>(countFile_->data()), std::memory_order_release);
+    initSuccess_.store(true, std::memory_order_release);
+    return 0;
+}
+
+void AudioHookConfigImpl::dropFiles() {
+    configFile_.reset();
+    countFile_.reset();
+}
+
+void AudioHookConfigImpl::setRetryCount(unsigned count) {
+    retryCount_.store(count, std::memory_order_relaxed);
+}
+
+int AudioHookConfigImpl::enableHook(unsigned id, bool enable) {
+    const std::lock_guard lock(mutex_);
+    const int result = changeItem(id, &ConfigItem::enabled, enable);
+    if (result == 0 && enable) {
+        countingStopped_.store(true);
+    }
+    return result;
+}
+
+int AudioHookConfigImpl::forceDisableHook(unsigned id, bool disable) {
+    const std::lock_guard lock(mutex_);
+    return changeItem(id, &ConfigItem::forceDisabled, disable);
+}
+
+int AudioHookConfigImpl::changeItem(unsigned id, bool ConfigItem::*flag, bool value) {
+    if (!isInitSuccess()) {
+        return 3;
+    }
+    remainingRetries_ = retryCount_.load(std::memory_order_relaxed);
+    if (!items_.contains(id) && items_.size() >= kMaxItems) {
+        return 4;
+    }
+    ConfigItem& item = items_[id];
+    item.id = id;
+    item.*flag = value;
+    writeToMMap(true);
+    return 0;
+}
+
+bool AudioHookConfigImpl::isHookEnable() {
+    const std::lock_guard lock(mutex_);
+    if (!isInitSuccess() || remainingRetries_ == 0) {
+        return false;
+    }
+    bool anyEnabled = false;
+    for (const auto& [id, item] : items_) {
+        if (item.forceDisabled) {
+            return false;
+        }
+        anyEnabled = anyEnabled || item.enabled;
+    }
+    return anyEnabled;
+}
+
+PreLaunchState AudioHookConfigImpl::getPreLaunchState() {
+    return preLaunchState_.load(std::memory_order_acquire);
+}
+
+bool AudioHookConfigImpl::parseConfigList() {
+    if (!configFile_ || !countFile_) {
+        return false;
+    }
+    // One look: another process of the same program may be writing the file.
+    std::array<std::byte, kFirstItemOffset + kMaxItems * kItemSize> config{};
+    std::memcpy(config.data(), configFile_->data(), config.size());
+
+    const std::uint32_t count = ReadWord(&config[kItemCountOffset]);
+    if (count > kMaxItems) {
+        return false;
+    }
+    remainingRetries_ = ReadWord(&config[kRetriesOffset]);
+    items_.clear();
+    log(LogPriority::Info, kUtilityLogTag, "parseConfigList: length: %d, count: %d",
+        static_cast<int>(count), static_cast<int>(remainingRetries_));
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::byte* const record = &config[kFirstItemOffset + k * kItemSize];
+        ConfigItem item;
+        item.id = ReadWord(record);
+        item.enabled = record[kItemEnabledOffset] != std::byte{0};
+        item.forceDisabled = record[kItemForceDisabledOffset] != std::byte{0};
+        items_[item.id] = item;
+        log(LogPriority::Info, kUtilityLogTag, "item: %d, %d", static_cast<int>(item.id),
+            static_cast<int>(item.enabled));
+    }
+    if (remainingRetries_ == 0) {
+        items_.clear();
+    }
+
+    const auto entered =
+        static_cast<std::int32_t>(ReadWord(static_cast<const std::byte*>(countFile_->data())));
+    preLaunchState_.store({entered, static_cast<std::int32_t>(remainingRetries_)},
+                          std::memory_order_release);
+    log(LogPriority::Info, kUtilityLogTag, "parseCountFile: %d", entered);
+    if (entered >= 1 && remainingRetries_ > 0) {
+        --remainingRetries_;
+        writeToMMap(true);
+    }
+    std::memset(countFile_->data(), 0, countFile_->size());
+    return true;
+}
+
+void AudioHookConfigImpl::writeToMMap(bool verbose) {
+    auto* const bytes = static_cast<std::byte*>(configFile_->data());
+    const auto items = items_;
+    if (items.size() > kMaxItems) {
+        std::memset(bytes, 0, kConfigFileSize);
+        if (verbose) {
+            log(LogPriority::Error, kUtilityLogTag, "Can not wirte config to file, id is overflow");
+        }
+        return;
+    }
+    WriteWord(bytes + kItemCountOffset, static_cast<std::uint32_t>(items.size()));
+    WriteWord(bytes + kRetriesOffset, remainingRetries_);
+    if (verbose) {
+        log(LogPriority::Info, kUtilityLogTag,
+            "Success to wirte config to file: length: %d, count: %d",
+            static_cast<int>(items.size()), static_cast<int>(remainingRetries_));
+    }
+    std::byte* record = bytes + kFirstItemOffset;
+    for (const auto& [id, item] : items) {
+        WriteWord(record, id);
+        WriteWord(record + kItemEnabledOffset, 0);
+        record[kItemEnabledOffset] = static_cast<std::byte>(item.enabled);
+        record[kItemForceDisabledOffset] = static_cast<std::byte>(item.forceDisabled);
+        record += kItemSize;
+        if (verbose) {
+            log(LogPriority::Info, kUtilityLogTag, "item: %d, %d", static_cast<int>(id),
+                static_cast<int>(item.enabled));
+        }
+    }
+    configFile_->msync(SyncFlag::Async);
+}
+
+void AudioHookConfigImpl::enterHookFunc() noexcept {
+    if (!countingStopped_.load()) {
+        enterCounter_.fetch_add(1);
+    } else if (enterCounter_.exchange(0) == 0) {
+        return;
+    }
+    storeEnterCounter();
+}
+
+void AudioHookConfigImpl::exitHookFunc() noexcept {
+    if (!countingStopped_.load()) {
+        enterCounter_.fetch_sub(1);
+    } else if (enterCounter_.exchange(0) == 0) {
+        return;
+    }
+    storeEnterCounter();
+}
+
+void AudioHookConfigImpl::storeEnterCounter() noexcept {
+    std::uint32_t* const word = countWord_.load(std::memory_order_acquire);
+    if (word == nullptr) {
+        return;
+    }
+    const std::atomic_ref<std::uint32_t> file(*word);
+    // Whoever stores an old value after another thread's newer one sees that here and mends it:
+    // once all threads are out the file says so.
+    std::uint32_t counter = enterCounter_.load();
+    for (;;) {
+        file.store(counter);
+        const std::uint32_t latest = enterCounter_.load();
+        if (latest == counter) {
+            return;
+        }
+        counter = latest;
+    }
+}
+
+AudioHookFunctionGuards::AudioHookFunctionGuards() {
+    TheConfig().enterHookFunc();
+}
+
+AudioHookFunctionGuards::~AudioHookFunctionGuards() {
+    TheConfig().exitHookFunc();
+}
+
+}  // namespace korva_audio_utils

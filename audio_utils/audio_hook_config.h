@@ -1,0 +1,122 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "memory_file.h"
+
+// The crash guard of the interception layer. The host says, hook by hook, whether interception is
+// wanted or forbidden; a mapped file keeps that table for the next start. A second mapped file
+// counts the threads inside intercepted functions until the host's first enableHook of the run: a
+// process that dies in there leaves a count above 0, which costs one retry at the next start, and
+// without retries the hooks stay out.
+//
+// Known limit: when another process cuts the mapped files short while this one runs, the next
+// access to them raises SIGBUS. Files that are too short at init are refused.
+
+namespace korva_audio_utils {
+
+/// What init found in the files, before it spent a retry.
+struct PreLaunchState {
+    std::int32_t enterCount = 0;  ///< above 0: the last run died inside an intercepted function
+    std::int32_t retryCount = 2;  ///< retries left
+};
+
+class AudioHookConfig {
+  public:
+    /// [any thread] The one instance; made on first use, never destroyed.
+    static AudioHookConfig* getInstance();
+
+    /// Opens and reads both files in the directory. 0 done (also when done before, files
+    /// untouched), 1 a file cannot be opened or mapped, 2 the table claims more than 20 items.
+    /// After a failure it may be called again.
+    virtual int init(const char* directory) = 0;
+    /// The budget that the next enableHook or forceDisableHook restores; 2 at first.
+    virtual void setRetryCount(unsigned count) = 0;
+    /// Whether the host wants a hook; takes effect at the next start and restores the budget.
+    /// 0 done, 3 not initialised, 4 the table holds 20 other ids.
+    virtual int enableHook(unsigned id, bool enable) = 0;
+    /// Whether the host forbids a hook (and with it all); otherwise like enableHook.
+    virtual int forceDisableHook(unsigned id, bool disable) = 0;
+    /// Whether hooks may be installed: initialised, retries left, nothing forbidden, something
+    /// wanted.
+    virtual bool isHookEnable() = 0;
+    virtual PreLaunchState getPreLaunchState() = 0;
+
+    AudioHookConfig(const AudioHookConfig&) = delete;
+    AudioHookConfig& operator=(const AudioHookConfig&) = delete;
+
+  protected:
+    AudioHookConfig() = default;
+    virtual ~AudioHookConfig() = default;
+};
+
+/// Threads: any, for every operation. All but the enter counter, the retry budget's default and
+/// the plain queries is guarded by one mutex.
+class AudioHookConfigImpl : public AudioHookConfig {
+  public:
+    AudioHookConfigImpl() = default;
+    ~AudioHookConfigImpl() override = default;
+
+    int init(const char* directory) override;
+    void setRetryCount(unsigned count) override;
+    int enableHook(unsigned id, bool enable) override;
+    int forceDisableHook(unsigned id, bool disable) override;
+    bool isHookEnable() override;
+    PreLaunchState getPreLaunchState() override;
+
+    /// [real-time safe, lock-free] Marks entry into and exit from an intercepted function.
+    void enterHookFunc() noexcept;
+    void exitHookFunc() noexcept;
+
+    /// [mutex held] Reads both files into the table and spends a retry after a crash. False when
+    /// the table claims more than 20 items or there are no files.
+    bool parseConfigList();
+    /// [mutex held] Writes table and budget and schedules the flush.
+    void writeToMMap(bool verbose);
+    bool isInitSuccess() const noexcept { return initSuccess_.load(std::memory_order_acquire); }
+
+  protected:
+    struct ConfigItem {
+        std::uint32_t id = 0;
+        bool enabled = false;
+        bool forceDisabled = false;
+    };
+    static constexpr std::size_t kMaxItems = 20;
+
+    std::map<unsigned int, ConfigItem> items_;
+
+  private:
+    int changeItem(unsigned id, bool ConfigItem::*flag, bool value);
+    void dropFiles();
+    /// Where enter and exit copy the counter to; null until the file is ready.
+    void storeEnterCounter() noexcept;
+
+    std::atomic<std::uint32_t> retryCount_{2};
+    std::uint32_t remainingRetries_ = 0;
+    std::unique_ptr<MemoryFile> configFile_;
+    std::unique_ptr<MemoryFile> countFile_;
+    std::mutex mutex_;
+    std::atomic<bool> initSuccess_{false};
+    std::atomic<bool> countingStopped_{false};
+    std::atomic<std::uint32_t> enterCounter_{0};
+    std::atomic<PreLaunchState> preLaunchState_{PreLaunchState{}};
+    /// The mapped word of the count file, published once it may be written to.
+    std::atomic<std::uint32_t*> countWord_{nullptr};
+};
+
+/// [real-time safe once the instance exists] Marks its scope as being inside an intercepted
+/// function.
+class AudioHookFunctionGuards {
+  public:
+    AudioHookFunctionGuards();
+    ~AudioHookFunctionGuards();
+    AudioHookFunctionGuards(const AudioHookFunctionGuards&) = delete;
+    AudioHookFunctionGuards& operator=(const AudioHookFunctionGuards&) = delete;
+};
+
+}  // namespace korva_audio_utils

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace korva_audio_utils {
+
+/// How a flush waits: any value but Sync only schedules it.
+enum class SyncFlag : int {
+    Sync = 0,
+    Async = 1,
+};
+
+/// A small file kept mapped into memory, shared and writable, so that plain stores reach the file
+/// even when the process dies without warning. Its length is always a whole number of pages.
+///
+/// Every failure is a false result and one line of the utility log. An object whose open failed is
+/// valid, with descriptor -1 and no mapping. No locks: the owner serialises calls. Nothing here is
+/// real-time safe.
+class MemoryFile {
+  public:
+    /// Opens (creating it when missing) and maps the file; a length that is not a whole number of
+    /// pages, or 0, is rounded up with zeros. A null path is one that cannot be opened.
+    explicit MemoryFile(const char* path);
+    ~MemoryFile();
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    /// Resizes to size rounded up to pages, zero-fills a new tail and maps anew; the address of
+    /// the mapping may change. The current size returns true at once.
+    bool truncate(std::size_t size);
+    /// Maps size() bytes; a mapping that was there is replaced.
+    bool mmap();
+    /// Flushes the whole mapping; false without one.
+    bool msync(SyncFlag flag);
+    /// Unmaps and closes.
+    void doCleanMemoryCache();
+    /// The length that the file system reports, 0 when it reports none.
+    off_t getActualFileSize() const;
+
+    const std::string& path() const noexcept { return path_; }
+    int fd() const noexcept { return fd_; }
+    std::size_t size() const noexcept { return size_; }
+    void* data() const noexcept { return data_; }
+    /// Whether stores into data() reach a file.
+    bool isUsable() const noexcept { return fd_ >= 0 && size_ != 0 && data_ != nullptr; }
+
+  private:
+    /// First step of construction: with it done, what a throwing log handler interrupts is undone
+    /// by the destructor.
+    explicit MemoryFile(std::string path) noexcept;
+
+    bool zeroFill(std::size_t offset, std::size_t length);
+    void unmap();
+    bool mapAt(void* hint);
+
+    std::string path_;
+    int fd_ = -1;
+    std::size_t size_ = 0;
+    void* data_ = nullptr;
+    /// The length of the mapping; after a failed growth it is not size_.
+    std::size_t mappedSize_ = 0;
+};
+
+}  // namespace korva_audio_utils

@@ -1,0 +1,222 @@
+#include "ring_buffer.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace korva_audio_utils {
+
+void RingBuffer::StorageDelete::operator()(std::byte* bytes) const noexcept {
+    ::operator delete[](bytes, std::align_val_t{kStorageAlignment});
+}
+
+RingBuffer::Storage RingBuffer::Allocate(std::size_t capacity, std::size_t elementSize) {
+    constexpr auto kLargest = static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
+    if (capacity > kLargest / elementSize) {
+        return nullptr;
+    }
+    const std::size_t bytes = capacity * elementSize;
+    Storage storage(static_cast<std::byte*>(
+        ::operator new[](bytes, std::align_val_t{kStorageAlignment}, std::nothrow)));
+    if (storage) {
+        std::memset(storage.get(), 0, bytes);
+    }
+    return storage;
+}
+
+int RingBuffer::Init(std::size_t capacity, std::size_t elementSize, std::size_t maxCapacity) {
+    if (capacity == 0 || elementSize == 0) {
+        return -1;
+    }
+    Storage storage = Allocate(capacity, elementSize);
+    if (!storage) {
+        return -1;
+    }
+    storage_ = std::move(storage);
+    elementSize_ = elementSize;
+    maxCapacity_ = std::max(capacity, maxCapacity);
+    capacity_.store(capacity, std::memory_order_release);
+    read_.store(0, std::memory_order_release);
+    write_.store(0, std::memory_order_release);
+    return 0;
+}
+
+void RingBuffer::CopyIn(std::size_t write, const void* data, std::size_t count,
+                        std::size_t capacity) {
+    const auto* source = static_cast<const std::byte*>(data);
+    const std::size_t head = std::min(count, capacity - write);
+    std::memcpy(At(write), source, head * elementSize_);
+    if (head < count) {
+        std::memcpy(storage_.get(), source + head * elementSize_, (count - head) * elementSize_);
+    }
+}
+
+std::size_t RingBuffer::WriteBuffer(const void* data, std::size_t count) {
+    if (!storage_ || data == nullptr || count == 0) {
+        return 0;
+    }
+    for (;;) {
+        // The write index is the writer's own, but a clean may set it to 0; acquiring it (and
+        // before the read index) orders the reader's last copy before this thread's next one.
+        std::size_t write = write_.load(std::memory_order_acquire);
+        const std::size_t read = read_.load(std::memory_order_acquire);
+        const std::size_t available = AvailableWrite(read, write);
+        if (MaxAvailableWrite(read, write) < count) {
+            return 0;
+        }
+        if (available < count) {
+            if (!ExpandBuffer(count)) {
+                return 0;
+            }
+            write = write_.load(std::memory_order_acquire);
+        }
+        const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
+        CopyIn(write, data, count, capacity);
+        const std::size_t tail = capacity - write;
+        const std::size_t next = tail <= count ? count - tail : write + count;
+        // Only a clean moves the index away meanwhile. The elements just copied lie where the
+        // emptied ring has no readable slot, so the block simply starts over behind the clean. An
+        // index that was 0 already is still right: the block is then the first of the clean ring.
+        if (write_.compare_exchange_strong(write, next, std::memory_order_acq_rel,
+                                           std::memory_order_acquire)) {
+            return count;
+        }
+    }
+}
+
+std::size_t RingBuffer::ReadBuffer(void** outPtr, void* dst, std::size_t count) {
+    const std::lock_guard lock(mutex_);
+    if (dst == nullptr) {
+        return 0;
+    }
+    const std::size_t read = read_.load(std::memory_order_relaxed);
+    const std::size_t available = AvailableRead(read, write_.load(std::memory_order_acquire));
+    if (available < count) {
+        return 0;
+    }
+    const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
+    const std::size_t tail = capacity - read;
+    if (tail < count) {
+        std::memcpy(dst, At(read), tail * elementSize_);
+        std::memcpy(static_cast<std::byte*>(dst) + tail * elementSize_, storage_.get(),
+                    (count - tail) * elementSize_);
+        if (outPtr != nullptr) {
+            *outPtr = dst;
+        }
+    } else if (outPtr != nullptr) {
+        *outPtr = count == 0 ? nullptr : At(read);
+    } else if (count != 0) {
+        std::memcpy(dst, At(read), count * elementSize_);
+    }
+    const std::size_t next = read + count;
+    read_.store(next >= capacity ? next - capacity : next, std::memory_order_release);
+    return count;
+}
+
+std::size_t RingBuffer::AvailableRead(std::size_t read, std::size_t write) const noexcept {
+    return write >= read ? write - read : write - read + Capacity();
+}
+
+std::size_t RingBuffer::AvailableWrite(std::size_t read, std::size_t write) const noexcept {
+    return read > write ? read - write - 1 : read - write - 1 + Capacity();
+}
+
+std::size_t RingBuffer::MaxAvailableWrite(std::size_t read, std::size_t write) const noexcept {
+    return AvailableWrite(read, write) + (maxCapacity_ - Capacity());
+}
+
+std::size_t RingBuffer::MoveReadPtr(std::size_t read, std::size_t write,
+                                    std::size_t count) const noexcept {
+    const std::size_t next = read + std::min(count, AvailableRead(read, write));
+    const std::size_t capacity = Capacity();
+    return next >= capacity ? next - capacity : next;
+}
+
+int RingBuffer::GetMode(std::size_t read, std::size_t write) const noexcept {
+    return read > write ? 1 : 0;
+}
+
+std::size_t RingBuffer::AvailableRead() const {
+    const std::lock_guard lock(mutex_);
+    return AvailableRead(read_.load(std::memory_order_relaxed),
+                         write_.load(std::memory_order_acquire));
+}
+
+std::size_t RingBuffer::GetBufferReadRegions(std::size_t count, std::size_t read, void** first,
+                                             std::size_t* firstBytes, void** second,
+                                             std::size_t* secondBytes) {
+    const std::size_t tail = Capacity() - read;
+    const bool wraps = tail < count;
+    const auto store = [](auto* target, auto value) {
+        if (target != nullptr) {
+            *target = value;
+        }
+    };
+    store(first, static_cast<void*>(storage_ ? At(read) : nullptr));
+    store(firstBytes, (wraps ? tail : count) * elementSize_);
+    store(second, static_cast<void*>(wraps ? storage_.get() : nullptr));
+    store(secondBytes, wraps ? (count - tail) * elementSize_ : 0);
+    return count;
+}
+
+bool RingBuffer::IsReadBufferOverride(std::size_t a, std::size_t b, std::size_t c,
+                                      std::size_t d) noexcept {
+    if (a == c) {
+        return false;
+    }
+    const bool either = c > b || a < d;
+    if (a < c) {
+        return b > d ? either : (c > b && a < d);
+    }
+    return b > d || either;
+}
+
+bool RingBuffer::ExpandBuffer(std::size_t count) {
+    const std::lock_guard lock(mutex_);
+    const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
+    if (capacity >= maxCapacity_) {
+        return false;
+    }
+    const std::size_t read = read_.load(std::memory_order_relaxed);
+    const std::size_t write = write_.load(std::memory_order_acquire);
+    const std::size_t used = AvailableRead(read, write);
+    if (count > maxCapacity_ - used) {
+        return false;
+    }
+    const std::size_t need = used + count;
+    std::size_t grown = capacity;
+    do {
+        grown = grown > maxCapacity_ / 2 ? maxCapacity_ : grown * 2;
+    } while (grown < need);
+
+    Storage storage = Allocate(grown, elementSize_);
+    if (!storage) {
+        return false;
+    }
+    if (write < read) {
+        const std::size_t tailBytes = (capacity - read) * elementSize_;
+        std::memcpy(storage.get(), At(read), tailBytes);
+        std::memcpy(storage.get() + tailBytes, storage_.get(), write * elementSize_);
+        read_.store(0, std::memory_order_release);
+        write_.store(used, std::memory_order_release);
+    } else {
+        std::memcpy(storage.get(), storage_.get(), capacity * elementSize_);
+    }
+    storage_ = std::move(storage);
+    capacity_.store(grown, std::memory_order_release);
+    return true;
+}
+
+void RingBuffer::CleanBufferOnWrite() {
+    const std::lock_guard lock(mutex_);
+    // The write index first: a writer that sees it back at 0 while the read index is still the old
+    // one finds less room than there is, never more, and a block that it lets in survives the
+    // second store.
+    write_.store(0, std::memory_order_release);
+    read_.store(0, std::memory_order_release);
+}
+
+}  // namespace korva_audio_utils

@@ -1,0 +1,191 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace korva_audio_utils {
+
+/// How the interleaved samples of a block are stored, in the machine's byte order.
+enum class VolumeControllerFormat : std::int32_t {
+    kInt16 = 0,
+    kInt32 = 1,
+    kFloat32 = 2,
+};
+
+/// Lowers the level of one track in place with two independent effects: ducking (a smoothed fixed
+/// gain while an outside level is above a threshold, held and released afterwards) and a peak
+/// compressor with a side chain.
+///
+/// Threads: Process (and the calculate_ and adjust_ functions) run on one thread at a time, the
+/// render thread; everything else may be called from any thread meanwhile. Parameters reach the
+/// render thread at its next block; a reset that falls into a block takes effect behind it.
+/// Nothing here locks or allocates: every function is real-time safe.
+///
+/// Senseless parameters (a rate of 0, negative or not-a-number times and levels) never trap: what
+/// they give is computed as IEEE arithmetic has it, and a gain that comes out negative or as not a
+/// number leaves the sample as it is.
+class VolumeController {
+  public:
+    struct DuckingParams {
+        bool enable = false;
+        float attackTime = 0.2F;    ///< seconds for 90 % of the way down
+        float releaseTime = 1.0F;   ///< seconds for 90 % of the way back
+        float holdTime = 1.0F;      ///< seconds that the gain stays down
+        float threshold = -30.0F;   ///< dB; ducking starts while the ducking volume is above
+        float targetGain = -20.0F;  ///< dB; the gain while ducked
+    };
+    struct CompressorParams {
+        bool enable = false;
+        float attackTime = 0.05F;           ///< seconds for 90 % of the way down
+        float releaseTime = 0.1F;           ///< seconds for 90 % of the way back
+        float sideChainThreshold = -40.0F;  ///< dB; above it the threshold below tightens
+        float threshold = -15.0F;           ///< dB of full scale
+    };
+
+    /// sampleRate in hertz. Parameters start at the defaults above.
+    explicit VolumeController(int sampleRate);
+    VolumeController(const VolumeController&) = delete;
+    VolumeController& operator=(const VolumeController&) = delete;
+
+    /// Stores the record in its field order and nothing else; init_params makes it count.
+    void SetDuckingParams(const DuckingParams& params) noexcept;
+    void SetCompressorParams(const CompressorParams& params) noexcept;
+    /// Derives coefficients, gains and intervals from the records and the sample rate. Calls on
+    /// two threads end with what the latest inputs give.
+    void init_params() noexcept;
+    /// Stores another sample rate (hertz) and calls init_params; the same rate changes nothing.
+    void UpdateFS(int sampleRate) noexcept;
+
+    /// The outside levels, in dB when isDB, else linear (0 is minus infinity dB).
+    void SetDuckingVolume(float value, bool isDB) noexcept;
+    void SetCompressorVolume(float value, bool isDB) noexcept;
+
+    /// Back to the state of a fresh controller: ducking volume, hold counter, target and current
+    /// gain; respectively compressor volume, target and current gain, sample counter.
+    void ResetDuckingState() noexcept;
+    void ResetCompressorState() noexcept;
+
+    /// [render thread] Applies the enabled effects to dataSize bytes from in to out, which may be
+    /// the same. With no effect enabled or an unknown format the bytes are moved unchanged. Bytes
+    /// behind the last whole frame (all of them when channels is 0) are not written while an
+    /// effect runs. Null pointers make a block without frames.
+    void Process(const char* in, char* out, std::size_t channels, std::size_t dataSize,
+                 VolumeControllerFormat format) noexcept;
+
+    /// [render thread] Processes frames in the typed variant that format names; any other value
+    /// does nothing. The full scale is that of the last Process.
+    void adjust_volume(const char* in, char* out, std::size_t channels, std::size_t frames,
+                       int format) noexcept;
+    /// [render thread] For std::int16_t, std::int32_t and float. The detector hears the first
+    /// channel. Integers are converted to float, multiplied and truncated towards zero, saturating
+    /// at 32 bits (not-a-number gives 0); of that a 16-bit sample keeps the low 16 bits.
+    template <typename Sample>
+    void adjust_volume(const Sample* in, Sample* out, std::size_t channels,
+                       std::size_t frames) noexcept;
+
+    /// [render thread] Decides on ducking for a block of frames, advances the hold, sets the
+    /// ducking target and returns the smoothing coefficient of the block.
+    float calculate_ducking_info(int frames) noexcept;
+    /// [render thread] The gain for one frame whose first sample is given.
+    float calculate_sample_gain(float sample, float coefficient) noexcept;
+    /// [render thread] Advances the compressor by one frame and returns its gain.
+    float calculate_compressor_gain(float sample) noexcept;
+
+    /// [any thread] The fields; levels in dB, gains linear, times in the unit of the name.
+    DuckingParams GetDuckingParams() const noexcept;
+    CompressorParams GetCompressorParams() const noexcept;
+    float CompressorVolume() const noexcept { return Get(compressorVolume_); }
+    float DuckingVolume() const noexcept { return Get(duckingVolume_); }
+    int SampleRate() const noexcept { return Get(sampleRate_); }
+    float DuckingAttackCoefficient() const noexcept { return Get(duckingAttackCoefficient_); }
+    float DuckingReleaseCoefficient() const noexcept { return Get(duckingReleaseCoefficient_); }
+    float HoldSamples() const noexcept { return Get(holdSamples_); }
+    float DuckingGain() const noexcept { return Get(duckingGain_); }
+    std::int32_t HoldCounter() const noexcept { return Get(holdCounter_); }
+    float DuckingTarget() const noexcept { return Get(duckingTarget_); }
+    float DuckingCurrent() const noexcept { return Get(duckingCurrent_); }
+    float CompressorAttackCoefficient() const noexcept { return Get(compressorAttackCoefficient_); }
+    float CompressorReleaseCoefficient() const noexcept {
+        return Get(compressorReleaseCoefficient_);
+    }
+    float FullScale() const noexcept { return Get(fullScale_); }
+    float CompressorThreshold() const noexcept { return Get(compressorThreshold_); }
+    float Ratio() const noexcept { return kRatio; }
+    float CompressorTarget() const noexcept { return Get(compressorTarget_); }
+    float CompressorCurrent() const noexcept { return Get(compressorCurrent_); }
+    std::int32_t UpdateInterval() const noexcept { return Get(updateInterval_); }
+    std::uint64_t SampleCounter() const noexcept { return Get(sampleCounter_); }
+
+  private:
+    /// What one block works with: a copy of the parameters and of the state, in locals.
+    struct Block;
+    struct Kernels;
+    friend struct Kernels;
+
+    template <typename T>
+    static T Get(const std::atomic<T>& field) noexcept {
+        return field.load(std::memory_order_relaxed);
+    }
+    template <typename T>
+    static void Put(std::atomic<T>& field, T value) noexcept {
+        field.store(value, std::memory_order_relaxed);
+    }
+    Block BeginBlock() noexcept;
+    void EndBlock(const Block& block) noexcept;
+    void StoreFreshDuckingState() noexcept;
+    void StoreFreshCompressorState() noexcept;
+
+    static constexpr float kRatio = 5.0F;
+
+    std::atomic<float> compressorVolume_;
+    std::atomic<float> duckingVolume_;
+    std::atomic<std::int32_t> sampleRate_;
+
+    std::atomic<bool> duckingEnable_;
+    std::atomic<float> duckingAttackTime_;
+    std::atomic<float> duckingReleaseTime_;
+    std::atomic<float> duckingHoldTime_;
+    std::atomic<float> duckingThreshold_;
+    std::atomic<float> duckingTargetGain_;
+    std::atomic<float> duckingAttackCoefficient_{0.0F};
+    std::atomic<float> duckingReleaseCoefficient_{0.0F};
+    std::atomic<float> holdSamples_{0.0F};
+    std::atomic<float> duckingGain_{1.0F};
+    std::atomic<std::int32_t> holdCounter_;
+    std::atomic<float> duckingTarget_;
+    std::atomic<float> duckingCurrent_;
+
+    std::atomic<bool> compressorEnable_;
+    std::atomic<float> compressorAttackTime_;
+    std::atomic<float> compressorReleaseTime_;
+    std::atomic<float> compressorSideChainThreshold_;
+    std::atomic<float> compressorThresholdDB_;
+    std::atomic<float> compressorAttackCoefficient_{0.0F};
+    std::atomic<float> compressorReleaseCoefficient_{0.0F};
+    std::atomic<float> fullScale_{1.0F};
+    std::atomic<float> compressorThreshold_{1.0F};
+    std::atomic<float> compressorTarget_;
+    std::atomic<float> compressorCurrent_;
+    std::atomic<std::int32_t> updateInterval_{48};
+    std::atomic<std::uint64_t> sampleCounter_;
+
+    /// Counts changes of what init_params reads, so that it can tell that it worked on old inputs.
+    std::atomic<std::uint32_t> inputVersion_{0};
+    /// Counts resets; a block compares it with the count that it last obeyed.
+    std::atomic<std::uint32_t> duckingResets_{0};
+    std::atomic<std::uint32_t> compressorResets_{0};
+    std::atomic<std::uint32_t> obeyedDuckingResets_{0};
+    std::atomic<std::uint32_t> obeyedCompressorResets_{0};
+};
+
+extern template void VolumeController::adjust_volume<std::int16_t>(const std::int16_t*,
+                                                                   std::int16_t*, std::size_t,
+                                                                   std::size_t) noexcept;
+extern template void VolumeController::adjust_volume<std::int32_t>(const std::int32_t*,
+                                                                   std::int32_t*, std::size_t,
+                                                                   std::size_t) noexcept;
+extern template void VolumeController::adjust_volume<float>(const float*, float*, std::size_t,
+                                                            std::size_t) noexcept;
+
+}  // namespace korva_audio_utils
