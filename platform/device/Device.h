@@ -14,12 +14,12 @@ namespace tqplatform {
 
 /// One period of the device. Float32 planar, at the device's rate.
 struct DeviceSlice {
-    const AudioTimeStamp* time;   ///< sample, host time and rate scalar valid; sample time is the
-                                  ///< device's own, clients count their own from their start
-    UInt32 frames;                ///< 1 to Device::maximumFrames()
-    const float* const* input;    ///< inputChannels() planes of the microphone, never null
-    float* const* output;         ///< outputChannels() planes, zeroed; the client adds nothing of
-                                  ///< others to them: they are its own
+    const AudioTimeStamp* time;  ///< sample, host time and rate scalar valid; sample time is the
+                                 ///< device's own, clients count their own from their start
+    UInt32 frames;               ///< 1 to Device::maximumFrames()
+    const float* const* input;   ///< inputChannels() planes of the microphone, never null
+    float* const* output;        ///< outputChannels() planes, zeroed; the client adds nothing of
+                                 ///< others to them: they are its own
 };
 
 /// What plays and records on a device: an output unit.

@@ -13,12 +13,13 @@ struct PCMFormat {
     SampleType type;
     bool bigEndian;
     bool interleaved;
-    UInt32 channels;        ///< 1 to 64
-    UInt32 bytesPerFrame;   ///< of one buffer, so of one channel when not interleaved
-    Float64 sampleRate;     ///< Hz; 0 is legal here ("not known yet")
+    UInt32 channels;       ///< 1 to 64
+    UInt32 bytesPerFrame;  ///< of one buffer, so of one channel when not interleaved
+    Float64 sampleRate;    ///< Hz; 0 is legal here ("not known yet")
 
     /// Nothing when the description is malformed or not supported.
-    [[nodiscard]] static std::optional<PCMFormat> parse(const AudioStreamBasicDescription& description);
+    [[nodiscard]] static std::optional<PCMFormat> parse(
+        const AudioStreamBasicDescription& description);
     /// Buffers in a list of this format: 1 when interleaved, else one per channel.
     [[nodiscard]] UInt32 bufferCount() const noexcept { return interleaved ? 1 : channels; }
 };

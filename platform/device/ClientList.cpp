@@ -1,0 +1,109 @@
+#include "device/ClientList.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace tqplatform {
+
+namespace {
+
+constexpr std::size_t kFirstCapacity = 8;
+
+}  // namespace
+
+bool ClientList::contains(const DeviceClient& client) const {
+    const auto& entries = guarded_.entries;
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const Entry& entry) { return entry.client == &client; });
+}
+
+bool ClientList::add(DeviceClient& client) {
+    std::vector<Entry> spare;  // declared first: freed when the lock is gone
+    std::unique_lock lock(guarded_.mutex);
+    auto& entries = guarded_.entries;
+    while (!contains(client) && entries.size() == entries.capacity()) {
+        const std::size_t wanted = std::max(kFirstCapacity, 2 * entries.capacity());
+        lock.unlock();
+        spare.clear();
+        spare.reserve(wanted);
+        lock.lock();
+        if (entries.capacity() < spare.capacity()) {
+            spare.assign(entries.begin(), entries.end());
+            entries.swap(spare);
+        }
+    }
+    if (contains(client)) {
+        return false;
+    }
+    entries.push_back({&client, guarded_.nextOrder++});
+    lock.unlock();
+    guarded_.used.notify_all();
+    return true;
+}
+
+void ClientList::remove(DeviceClient& client) {
+    std::unique_lock lock(guarded_.mutex);
+    std::erase_if(guarded_.entries, [&](const Entry& entry) { return entry.client == &client; });
+    if (guarded_.rendering != &client || isSliceThread()) {
+        return;
+    }
+    const std::uint64_t current = guarded_.renders;
+    guarded_.returned.wait(
+        lock, [&] { return guarded_.rendering != &client || guarded_.renders != current; });
+}
+
+bool ClientList::empty() const {
+    const std::lock_guard lock(guarded_.mutex);
+    return guarded_.entries.empty();
+}
+
+void ClientList::waitUntilUsed() {
+    std::unique_lock lock(guarded_.mutex);
+    guarded_.used.wait(lock, [&] { return !guarded_.entries.empty(); });
+}
+
+void ClientList::render(const AudioTimeStamp& time, UInt32 frames, SliceBuffers& buffers) noexcept {
+    sliceThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    std::unique_lock lock(guarded_.mutex);
+    const std::uint64_t end = guarded_.nextOrder;
+    std::uint64_t done = 0;
+    while (true) {
+        const auto& entries = guarded_.entries;
+        const auto next = std::find_if(entries.begin(), entries.end(),
+                                       [&](const Entry& entry) { return entry.order > done; });
+        if (next == entries.end() || next->order >= end) {
+            break;
+        }
+        DeviceClient& client = *next->client;
+        done = next->order;
+        guarded_.rendering = &client;
+        ++guarded_.renders;
+        lock.unlock();
+
+        client.render(buffers.begin(time, frames));
+        lock = std::unique_lock(guarded_.mutex);
+        guarded_.rendering = nullptr;
+        lock.unlock();
+        guarded_.returned.notify_all();
+        buffers.mix(frames);
+
+        lock.lock();
+    }
+    lock.unlock();
+    sliceThread_.store(std::thread::id(), std::memory_order_relaxed);
+}
+
+bool ClientList::isSliceThread() const noexcept {
+    return sliceThread_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+}
+
+void ClientList::resetAfterFork() noexcept {
+    // Constructed anew over the old: destroying a lock that a vanished thread holds, or a
+    // vector that one was changing, is not possible. What the old one owned is left behind.
+    std::construct_at(&guarded_);
+    if (!isSliceThread()) {
+        sliceThread_.store(std::thread::id(), std::memory_order_relaxed);
+    }
+}
+
+}  // namespace tqplatform

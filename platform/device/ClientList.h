@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "device/Device.h"
+#include "device/SliceBuffers.h"
+
+namespace tqplatform {
+
+/// The clients of one device and the walk through them that is a slice. Control threads and the
+/// slice share one lock that is only ever held for a few loads and stores: never while a client
+/// renders, never while memory is allocated, never while somebody waits.
+class ClientList {
+  public:
+    /// [any thread] Adds behind the others; adding twice changes nothing. From the next slice on
+    /// the client is rendered. True when the client was not in the list before.
+    bool add(DeviceClient& client);
+    /// [any thread] Takes the client out and waits until its render() has returned; inside a
+    /// slice, on its thread, it does not wait. A client that another thread took out at the same
+    /// time is waited for just the same.
+    void remove(DeviceClient& client);
+    [[nodiscard]] bool empty() const;
+    /// [device thread] Blocks until there is a client.
+    void waitUntilUsed();
+
+    /// [device thread] [real-time safe] One slice: every client that was in the list at its
+    /// beginning and still is when its turn comes. One thread at a time, not nested.
+    void render(const AudioTimeStamp& time, UInt32 frames, SliceBuffers& buffers) noexcept;
+    /// [any thread] True inside render() above.
+    [[nodiscard]] bool isSliceThread() const noexcept;
+
+    /// Only in the child of a fork: forgets clients, waiters and locks, whose owners are threads
+    /// that the child does not have. A slice on the forking thread itself ends after its client.
+    void resetAfterFork() noexcept;
+
+  private:
+    struct Entry {
+        DeviceClient* client;
+        std::uint64_t order;  ///< rises in the order of adding, so the entries are sorted by it
+    };
+    /// Everything that the lock guards, and the lock: one piece, to be renewed after a fork.
+    struct Guarded {
+        std::mutex mutex;
+        std::condition_variable used;      ///< a client came
+        std::condition_variable returned;  ///< a client's render() returned
+        std::vector<Entry> entries;
+        std::uint64_t nextOrder = 1;
+        const DeviceClient* rendering = nullptr;
+        std::uint64_t renders = 0;  ///< tells one render() of a client from its next
+    };
+
+    [[nodiscard]] bool contains(const DeviceClient& client) const;
+
+    mutable Guarded guarded_;
+    std::atomic<std::thread::id> sliceThread_{};
+};
+
+}  // namespace tqplatform

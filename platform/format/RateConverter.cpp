@@ -1,0 +1,291 @@
+#include "format/RateConverter.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
+#include <libswresample/swresample.h>
+}
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+#include "format/RateRatio.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr UInt32 kMaximumChannels = 64;
+constexpr UInt32 kMaximumBlock = 1U << 20;
+
+// The filter: 96 taps at the lower of the two rates, flat to 0.9 of its half, aliases more than
+// 100 dB down, about a millisecond of delay.
+constexpr int kFilterTaps = 96;
+constexpr double kCutoff = 0.95;
+constexpr int kKaiserBeta = 10;
+/// Ratios with up to this many phases get a filter for each; the resampler interpolates between
+/// this many filters for all others.
+constexpr std::int64_t kFilterPhases = 1024;
+// Rates further apart than this are not meant, and would cost memory and time without measure.
+constexpr double kMaximumFold = 1024;
+constexpr double kMaximumCoefficients = 16e6;  // of one filter bank
+
+struct FreeResampler {
+    void operator()(SwrContext* context) const noexcept { swr_free(&context); }
+};
+using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
+
+void check(int result) {
+    if (result == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();
+    }
+    if (result < 0) {
+        throw std::runtime_error("the resampler refuses these rates");
+    }
+}
+
+Resampler makeResampler(RateRatio ratio, UInt32 channels) {
+    const double fold = static_cast<double>(ratio.input) / static_cast<double>(ratio.output);
+    const auto phases = static_cast<double>(std::min(ratio.output, kFilterPhases));
+    if (fold > kMaximumFold || fold < 1 / kMaximumFold ||
+        kFilterTaps * fold * phases > kMaximumCoefficients) {
+        throw std::runtime_error("the rates are too far apart");
+    }
+    AVChannelLayout layout{};
+    av_channel_layout_default(&layout, static_cast<int>(channels));
+    SwrContext* raw = nullptr;
+    const int made =
+        swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_FLTP, static_cast<int>(ratio.output),
+                            &layout, AV_SAMPLE_FMT_FLTP, static_cast<int>(ratio.input), 0, nullptr);
+    Resampler resampler(raw);
+    av_channel_layout_uninit(&layout);
+    check(made);
+    check(av_opt_set_sample_fmt(raw, "internal_sample_fmt", AV_SAMPLE_FMT_FLTP, 0));
+    check(av_opt_set_int(raw, "filter_size", kFilterTaps, 0));
+    // The option counts in halves of the output rate; upwards it is the input's that limits.
+    check(av_opt_set_double(raw, "cutoff", kCutoff * std::min(1.0, fold), 0));
+    check(av_opt_set(raw, "filter_type", "kaiser", 0));
+    check(av_opt_set_int(raw, "kaiser_beta", kKaiserBeta, 0));
+    check(av_opt_set_int(raw, "exact_rational", 1, 0));
+    check(av_opt_set_int(raw, "linear_interp", 1, 0));
+    check(swr_init(raw));
+    return resampler;
+}
+
+}  // namespace
+
+/// Two counts run side by side. `credit_` says how much input the source was asked for beyond
+/// what the output given so far stands for; it alone decides how much to ask for, so the pulls
+/// are as even as whole frames can be. `phase_` and `ahead_` follow the resampler's own position
+/// and are used to bring it to a known one: with half a filter of silence before the first frame
+/// it can always give what the credit covers.
+class RateConverter::Engine {
+  public:
+    Engine(RateRatio ratio, UInt32 channels, UInt32 maximumFrames)
+        : ratio_(ratio), channels_(channels), maximumFrames_(maximumFrames) {
+        if (ratio_.equal()) {
+            return;
+        }
+        resampler_ = makeResampler(ratio, channels);
+        input_.resize(std::size_t{maximumFrames} * channels);
+        output_.resize(std::size_t{maximumFrames} * channels);
+        for (UInt32 channel = 0; channel < channels; ++channel) {
+            inputPlanes_[channel] = input_.data() + std::size_t{channel} * maximumFrames;
+            scratchPlanes_[channel] = output_.data() + std::size_t{channel} * maximumFrames;
+        }
+        measureLookAhead();
+        warmUp();
+        reset();
+    }
+
+    OSStatus pull(UInt32 frames, float* const* planes, FramePull source, void* context) noexcept {
+        UInt32 done = 0;
+        while (done < frames) {
+            const UInt32 block = std::min(frames - done, maximumFrames_);
+            float* part[kMaximumChannels];
+            for (UInt32 channel = 0; channel < channels_; ++channel) {
+                part[channel] = planes[channel] + done;
+            }
+            UInt32 made = 0;
+            const OSStatus status = ratio_.equal() ? source(context, block, part)
+                                                   : pullBlock(block, part, source, context, made);
+            if (status != noErr) {
+                for (UInt32 channel = 0; channel < channels_; ++channel) {
+                    std::memset(part[channel] + made, 0, (frames - done - made) * sizeof(float));
+                }
+                return status;
+            }
+            done += block;
+        }
+        return noErr;
+    }
+
+    void reset() noexcept {
+        if (ratio_.equal()) {
+            return;
+        }
+        std::fill(input_.begin(), input_.end(), 0.0F);
+        // Silence as long as the filter pushes the past out of it.
+        for (std::int64_t left = 2 * lookAhead_ + 2; left > 0; left -= maximumFrames_) {
+            const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(left, maximumFrames_));
+            convert(inputPlanes_, chunk, scratchPlanes_, maximumFrames_);
+            while (convert(inputPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
+            }
+        }
+        // Short cycles are run to their end, so that a converter after a reset is like new.
+        const bool cyclic = ratio_.output <= kFilterPhases;
+        for (std::int64_t turn = 0; cyclic && phase_ != 0 && turn < ratio_.output; ++turn) {
+            feedSilence(missing());
+            convert(inputPlanes_, 0, scratchPlanes_, 1);
+        }
+        feedSilence(phase_ == 0 ? missing() - 1 : missing());
+        credit_ = 0;
+    }
+
+  private:
+    /// Input frames that the resampler lacks for its next output frame.
+    [[nodiscard]] std::int64_t missing() const noexcept { return lookAhead_ + 1 - ahead_; }
+
+    /// Feeds the resampler and takes out what it can give, up to `capacity`. Negative when it
+    /// failed for want of memory.
+    int convert(float* const* in, UInt32 inCount, float* const* out, UInt32 capacity) noexcept {
+        const std::uint8_t* inBytes[kMaximumChannels];
+        std::uint8_t* outBytes[kMaximumChannels];
+        for (UInt32 channel = 0; channel < channels_; ++channel) {
+            inBytes[channel] = reinterpret_cast<const std::uint8_t*>(in[channel]);
+            outBytes[channel] = reinterpret_cast<std::uint8_t*>(out[channel]);
+        }
+        // The input pointers are never null: that would flush.
+        const int made = swr_convert(resampler_.get(), outBytes, static_cast<int>(capacity),
+                                     inBytes, static_cast<int>(inCount));
+        if (made < 0) {
+            return made;
+        }
+        const std::int64_t position = phase_ + made * ratio_.input;
+        phase_ = position % ratio_.output;
+        ahead_ += inCount - position / ratio_.output;
+        return made;
+    }
+
+    void feedSilence(std::int64_t frames) noexcept {
+        while (frames > 0) {
+            const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(frames, maximumFrames_));
+            convert(inputPlanes_, chunk, scratchPlanes_, 0);
+            frames -= chunk;
+        }
+    }
+
+    /// Fills `block` frames; `made` says how many of them when the source fails.
+    OSStatus pullBlock(UInt32 block, float* const* planes, FramePull source, void* context,
+                       UInt32& made) noexcept {
+        std::int64_t wanted = ratio_.inputFor(block, credit_);
+        while (made < block) {
+            const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(wanted, maximumFrames_));
+            if (chunk > 0) {
+                const OSStatus status = source(context, chunk, inputPlanes_);
+                if (status != noErr) {
+                    return status;
+                }
+            }
+            wanted -= chunk;
+            // The resampler may keep back what it could give already until asked once more.
+            int count = give(chunk, block - made, planes, made);
+            while (count > 0) {
+                made += static_cast<UInt32>(count);
+                count = made < block ? give(0, block - made, planes, made) : 0;
+            }
+            if (count < 0) {
+                return kAudio_MemFullError;
+            }
+            if (made < block && wanted == 0) {
+                wanted = 1;
+            }
+        }
+        return noErr;
+    }
+
+    int give(UInt32 fed, UInt32 capacity, float* const* planes, UInt32 offset) noexcept {
+        float* out[kMaximumChannels];
+        for (UInt32 channel = 0; channel < channels_; ++channel) {
+            out[channel] = planes[channel] + offset;
+        }
+        const int count = convert(inputPlanes_, fed, out, capacity);
+        if (count >= 0) {
+            credit_ += fed * ratio_.output - count * ratio_.input;
+        }
+        return count;
+    }
+
+    /// Finds how many input frames beyond its position an output frame takes: half the length of
+    /// the filter, which the resampler does not tell.
+    void measureLookAhead() {
+        const std::int64_t limit = std::int64_t{kMaximumBlock} * 64;
+        bool settled = false;  // the very first outputs come late, in one go
+        for (std::int64_t fed = 0; fed < limit; ++fed) {
+            const std::int64_t before = ahead_;
+            if (convert(inputPlanes_, 1, scratchPlanes_, maximumFrames_) > 0) {
+                if (settled) {
+                    lookAhead_ = before;
+                    return;
+                }
+                settled = true;
+                while (convert(inputPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
+                }
+            }
+        }
+        throw std::runtime_error("the resampler gives nothing");
+    }
+
+    /// Lets the resampler's buffers grow to what the largest pulls need.
+    void warmUp() noexcept {
+        for (int round = 0; round < 3; ++round) {
+            UInt32 made = 0;
+            pullBlock(
+                maximumFrames_, scratchPlanes_,
+                [](void*, UInt32, float* const*) -> OSStatus { return noErr; }, nullptr, made);
+        }
+    }
+
+    const RateRatio ratio_;
+    const UInt32 channels_;
+    const UInt32 maximumFrames_;
+    Resampler resampler_;
+    std::vector<float> input_;
+    std::vector<float> output_;
+    float* inputPlanes_[kMaximumChannels] = {};
+    float* scratchPlanes_[kMaximumChannels] = {};
+
+    std::int64_t credit_ = 0;  ///< in input frames times ratio_.output
+    std::int64_t phase_ = 0;   ///< the next output's place in its input frame, over ratio_.output
+    std::int64_t ahead_ = 0;   ///< input frames fed from that input frame on
+    std::int64_t lookAhead_ = 0;  ///< what ahead_ has to exceed for an output frame
+};
+
+RateConverter::RateConverter(Float64 inputRate, Float64 outputRate, UInt32 channels,
+                             UInt32 maximumFrames) {
+    const bool rates =
+        std::isfinite(inputRate) && inputRate > 0 && std::isfinite(outputRate) && outputRate > 0;
+    if (!rates || channels < 1 || channels > kMaximumChannels || maximumFrames < 1 ||
+        maximumFrames > kMaximumBlock) {
+        throw std::runtime_error("no such rate, channel count or block size");
+    }
+    engine_ =
+        std::make_unique<Engine>(RateRatio::of(inputRate, outputRate), channels, maximumFrames);
+}
+
+RateConverter::~RateConverter() = default;
+
+OSStatus RateConverter::pull(UInt32 frames, float* const* planes, FramePull source,
+                             void* context) noexcept {
+    return engine_->pull(frames, planes, source, context);
+}
+
+void RateConverter::reset() noexcept {
+    engine_->reset();
+}
+
+}  // namespace tqplatform
