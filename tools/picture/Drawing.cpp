@@ -167,6 +167,11 @@ std::vector<Tick> timeTicks(const Drawing& drawing) {
                        std::max(2, drawing.layout.lanes.front().waveform.width / kTimeLabelWidth));
 }
 
+/// Centred on `y`, yet within the plot, so that labels of neighbouring plots never meet.
+double labelBaseline(const Rectangle& plot, double y) {
+    return std::clamp(y + 4, plot.y + 9.0, plot.y + plot.height - 1.0);
+}
+
 void drawTimeGrid(Pen& pen, const Drawing& drawing, const Rectangle& plot) {
     pen.ink(kGrid);
     for (const Tick& tick : timeTicks(drawing)) {
@@ -189,7 +194,7 @@ void drawWaveform(Pen& pen, const Drawing& drawing, const Rectangle& plot,
         pen.ink(kGrid);
         pen.line(plot.x, y, plot.x + plot.width - 1, y);
         pen.ink(kSoftText);
-        pen.text(plot.x - 7, y + 4, amplitudeLabel(value), Align::kRight);
+        pen.text(plot.x - 7, labelBaseline(plot, y), amplitudeLabel(value), Align::kRight);
     }
     cairo_save(pen.get());
     cairo_rectangle(pen.get(), plot.x, plot.y, plot.width, plot.height);
@@ -270,7 +275,7 @@ void drawSpectrogram(Pen& pen, const Drawing& drawing, const Rectangle& plot,
         pen.ink(kFrame);
         pen.line(plot.x - 5, y, plot.x - 2, y);
         pen.ink(kSoftText);
-        pen.text(plot.x - 7, y + 4, tick.label, Align::kRight);
+        pen.text(plot.x - 7, labelBaseline(plot, y), tick.label, Align::kRight);
     }
     pen.turnedText(plot.x - 56, plot.y + plot.height / 2.0, "frequency (Hz)");
 }
@@ -339,9 +344,14 @@ void drawEvents(Pen& pen, const Drawing& drawing) {
             }
         }
         pen.ink(kEvent, 0.75);
+        pen.line(x, lineTop, x, strip.y + strip.height);
         constexpr std::array<double, 2> kDashes{5, 4};
         cairo_set_dash(pen.get(), kDashes.data(), kDashes.size(), 0);
-        pen.line(x, lineTop, x, drawing.layout.timeAxisY);
+        for (const Lane& lane : drawing.layout.lanes) {
+            for (const Rectangle& plot : {lane.waveform, lane.spectrogram}) {
+                pen.line(x, plot.y, x, plot.y + plot.height - 1);
+            }
+        }
         cairo_set_dash(pen.get(), nullptr, 0, 0);
     }
 }

@@ -196,10 +196,26 @@ class SpectrogramBuilder::Work {
         return static_cast<double>(column_) * shape_.framesPerColumn + offset - shape_.startFrame;
     }
 
+    /// The middle of the next window; a column that the recording only brushes is looked at where
+    /// the recording is.
+    [[nodiscard]] double placedCentre() const {
+        const double centre = nextCentre();
+        const double columnStart =
+            static_cast<double>(column_) * shape_.framesPerColumn - shape_.startFrame;
+        const bool lastChance = taken_ + 1 == windowsPerColumn_ && summed_ == 0;
+        if (centre < 0 && lastChance && columnStart + shape_.framesPerColumn > 0) {
+            return 0;
+        }
+        if (centre >= end_ && summed_ == 0 && columnStart < end_) {
+            return end_ - 1;
+        }
+        return centre;
+    }
+
     void transformReady() {
         const auto half = static_cast<std::ptrdiff_t>(window_ / 2);
         while (column_ < shape_.columns) {
-            const double centre = nextCentre();
+            const double centre = placedCentre();
             const auto frame = static_cast<std::ptrdiff_t>(std::floor(centre));
             if (frame + half > static_cast<std::ptrdiff_t>(total_)) {
                 break;
@@ -214,7 +230,9 @@ class SpectrogramBuilder::Work {
                 ++column_;
             }
         }
-        forgetBefore(static_cast<std::ptrdiff_t>(std::floor(nextCentre())) - half);
+        // The last frame so far may turn out to be the last of all, see placedCentre().
+        const double needed = std::min(nextCentre(), static_cast<double>(total_) - 1);
+        forgetBefore(static_cast<std::ptrdiff_t>(std::floor(needed)) - half);
     }
 
     void addWindow(std::ptrdiff_t firstFrame) {
