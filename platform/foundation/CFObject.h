@@ -43,6 +43,12 @@ template <class Object>
     return static_cast<Object*>(findObject(handle, Object::kKind));
 }
 
+/// A handle in the type of its header.
+template <class Reference>
+[[nodiscard]] Reference handleAs(CFTypeRef handle) noexcept {
+    return static_cast<Reference>(const_cast<void*>(handle));
+}
+
 /// A reference held by C++ code. Copying would be possible but nobody needs it.
 class CFReference {
   public:
