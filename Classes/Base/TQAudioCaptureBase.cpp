@@ -1,0 +1,122 @@
+#include "TQAudioCaptureBase.h"
+
+#include <Foundation/Foundation.h>
+#include <audio_hook_config.h>
+#include <event_filter.h>
+#include <log.h>
+
+#include "RZLogSite.h"
+#include "RZStreamMixManager.h"
+#include "TQAudioRecordLog.h"
+#include "TQHookConfigResult.h"
+
+using korva_audio_utils::AudioHookConfig;
+using korva_audio_utils::AudioHookFunctionGuards;
+using korva_audio_utils::EventFilter;
+using korva_audio_utils::LogPriority;
+
+namespace {
+
+constexpr const char* kFile = "Classes/Base/TQAudioCaptureBase";
+constexpr long kIdleEventIntervalMilliseconds = 2000;
+
+/// One for all units: lost units are reported together.
+EventFilter& sharedEventFilter() {
+    static auto* const filter = new EventFilter;
+    return *filter;
+}
+
+/// Made while the image loads, so that no render cycle does.
+[[maybe_unused]] EventFilter& earlyEventFilter = sharedEventFilter();
+
+/// Brings the utility layer's lines into the sink. The lines passed are constants that tell the
+/// four kinds apart for readers of the log.
+void korvaAudioLogHandler(LogPriority priority, const char* tag, const char* text) {
+    struct Place {
+        int level;
+        int line;
+    };
+    Place place{};
+    switch (priority) {
+        case LogPriority::Debug:
+            place = {1, 76};
+            break;
+        case LogPriority::Info:
+            place = {2, 80};
+            break;
+        case LogPriority::Warn:
+            place = {3, 88};
+            break;
+        case LogPriority::Error:
+            place = {4, 84};
+            break;
+        default:
+            return;
+    }
+    RZLogSite(kFile, "korvaAudioLogHandler")
+        .log(place.level, RZLogFormat("[%s] %s", place.line), tag, text);
+}
+
+}  // namespace
+
+int RZReplayAudioUnitCapture_initHookConfig() {
+    const std::string directory =
+        NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES).front() +
+        "/korva_audio_utils";
+    BOOL isDirectory = NO;
+    const NSFileManager& files = NSFileManager::defaultManager();
+    if (!files.fileExistsAtPath(directory, &isDirectory) || !isDirectory) {
+        // A failure shows in the store's own result.
+        files.createDirectoryAtPath(directory, YES);
+    }
+    korva_audio_utils::setLogHandler(korvaAudioLogHandler);
+    return publicHookConfigResult(AudioHookConfig::getInstance()->init(directory.c_str()));
+}
+
+OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
+                                                       AudioUnitRenderActionFlags* flags,
+                                                       const AudioTimeStamp* ts, UInt32 bus,
+                                                       UInt32 frames, AudioBufferList* ioData) {
+    constexpr RZLogSite site(kFile, "RZReplayAudioUnitCapture_InputProcessCallback");
+    const AudioHookFunctionGuards crashGuard;
+    RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
+    auto obj = manager.findAudioUnitObj(refCon);
+    if (!obj) {
+        obj = manager.findAudioUnitObjByAUGraph(refCon);
+    }
+    OSStatus result = 0;
+    if (obj) {
+        const AURenderCallbackStruct origin = obj->originCallback();
+        if (origin.inputProc != nullptr) {
+            result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
+        }
+    }
+    const auto callback = manager.callback();
+    const std::int32_t type = callback ? callback->getPCMDataType() : 0;
+    if (obj && obj->isCapturing() && manager.isCapturing() && (type & RZPCMDataTypePre) != 0) {
+        obj->tryWriteBuffersFrom(ioData, frames, NO);
+    }
+    // Whether or not anybody records: this is what the device plays.
+    if (obj && (manager.isDuckingEnable() || manager.isCompressorEnable())) {
+        obj->processBuffer(ioData, frames);
+    }
+    if (obj) {
+        if (obj->isCapturing() && manager.isCapturing()) {
+            if ((type & RZPCMDataTypePost) != 0) {
+                obj->tryWriteBuffersFrom(ioData, frames, YES);
+            }
+        } else {
+            sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
+        }
+        return result;
+    }
+    sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
+    if (sharedEventFilter().FilterEvent(2, 107)) {
+        const RZLogFormat format(
+            "[AudioUnitHook] UniversalInputProcessCallback, audio unit obj not found: %p");
+        const std::string message = RZFormat(format.text, refCon);
+        site.write(3, format.line, message);
+        manager.onAudioRecordEvent(2, 107, message);
+    }
+    return result;
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+
+/// Prepares the folder of the crash guard's flag files, routes the utility layer's log into the
+/// sink and initialises the hook configuration store. 0 done (also when it was done before), else
+/// a code of TQAudioRecordHookConfig. Load time.
+int RZReplayAudioUnitCapture_initHookConfig();
+
+/// Stands in for a host's render callback: calls the host's own, then records the block before and
+/// after ducking and compression, which change it in place. `refCon` is the intercepted unit, or
+/// the host's graph for a graph node. Answers the host's own status.
+/// Real-time: allocates only when a block is larger than all before it. Takes the registry's
+/// lock for the look-up and each buffer's lock.
+OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
+                                                       AudioUnitRenderActionFlags* flags,
+                                                       const AudioTimeStamp* ts, UInt32 bus,
+                                                       UInt32 frames, AudioBufferList* ioData);

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <Foundation/NSString.h>
+
+#include "TQAudioRecordExport.h"
+
+/// Receives every log record of the library. Runs on the logging thread, real-time audio threads
+/// included, one call at a time; it may log, register and unregister. The texts and strings are
+/// valid during the call. `level` is 1 debug, 2 info, 3 warning, 4 error.
+using TQAudioRecordLogCallback = void (*)(const char* file, const char* function, NSString* tag,
+                                          int level, int line, NSString* message);
+
+extern "C" {
+
+/// Hands one record to every registered callback, newest registration first; without any, nothing
+/// happens. Any thread.
+TQ_RECORD_EXPORT void TQAudioRecordLog(const char* file, const char* function, NSString* tag,
+                                       int level, int line, NSString* message);
+
+/// Adds a callback in front of the others; the same one may be added again and is then called
+/// once per registration. 1 on success, 0 for null or when no memory is left. Waits for a dispatch
+/// under way on another thread.
+TQ_RECORD_EXPORT int TQAudioRecordRegisterYLogCallback(TQAudioRecordLogCallback callback);
+
+/// Takes the newest registration of that callback back. 1 when there was one, else 0.
+TQ_RECORD_EXPORT int TQAudioRecordUnregisterYLogCallback(TQAudioRecordLogCallback callback);
+
+/// The part of `path` behind its last backslash or, only if there is none, its last slash; the
+/// whole path when nothing follows the separator or there is none; "" for null. Points into
+/// `path`.
+TQ_RECORD_EXPORT const char* TQAudioRecordExtractFileName(const char* path);
+}

@@ -1,0 +1,63 @@
+#include "MixRenderCallbacks.h"
+
+#include "RZBufferList.h"
+#include "RZStreamMixManager.h"
+#include "TQAudioRecordLock.h"
+
+namespace {
+
+bool isSuccessfulPostRender(const AudioUnitRenderActionFlags* flags) {
+    constexpr UInt32 kMask =
+        kAudioUnitRenderAction_PostRender | kAudioUnitRenderAction_PostRenderError;
+    return flags != nullptr && (*flags & kMask) == kAudioUnitRenderAction_PostRender;
+}
+
+}  // namespace
+
+OSStatus MixOutputRenderCallback(void* refCon, AudioUnitRenderActionFlags* flags,
+                                 const AudioTimeStamp* ts, UInt32 /*bus*/, UInt32 /*frames*/,
+                                 AudioBufferList* ioData) {
+    if (!isSuccessfulPostRender(flags) || ioData == nullptr) {
+        return 0;
+    }
+    auto& manager = *static_cast<RZStreamMixManager*>(refCon);
+    const TQAudioRecordLock guard(manager.auGraphUpdateLock());
+    const auto callback = manager.callback();
+    const auto info = manager.outInfo();
+    if (callback && info && manager.isCapturing()) {
+        info->setTimeStamp(ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime));
+        callback->onAudioReceivePrePCM(ioData, *info);
+    }
+    fillSilence(*ioData);
+    return 0;
+}
+
+OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
+                              const AudioTimeStamp* /*ts*/, UInt32 /*bus*/, UInt32 frames,
+                              AudioBufferList* ioData) {
+    if (!isSuccessfulPostRender(flags)) {
+        return 0;
+    }
+    RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
+    const auto obj = manager.findAudioUnitObj(refCon);
+    if (!obj) {
+        return 0;
+    }
+    const bool capturing = obj->isStarted() && obj->isCapturing() && manager.isCapturing();
+    const bool processing = manager.isDuckingEnable() || manager.isCompressorEnable();
+    if (!capturing && !processing) {
+        return 0;
+    }
+    const auto callback = manager.callback();
+    const std::int32_t mask = callback ? callback->getPCMDataType() : 0;
+    if (capturing && (mask & RZPCMDataTypePre) != 0) {
+        obj->tryWriteBuffersFrom(ioData, frames, NO);
+    }
+    if (processing) {
+        obj->processBuffer(ioData, frames);
+    }
+    if (capturing && (mask & RZPCMDataTypePost) != 0) {
+        obj->tryWriteBuffersFrom(ioData, frames, YES);
+    }
+    return 0;
+}

@@ -1,0 +1,224 @@
+#include <AVFoundation/AVFoundation.h>
+
+#include <algorithm>
+
+#include "RZStreamMixManager+Report.h"
+#include "TQAudioRecordLock.h"
+#include "TQAudioUnitRecordResolveManager.h"
+#include "TQHookSelfTest.h"
+
+// The capture switch, what the system's notices do to it, and the settings of ducking and
+// compression.
+
+namespace {
+constexpr std::int32_t kHookNotWorking = 103;
+}
+
+BOOL RZStreamMixManager::startCapture() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager startCapture]");
+    const TQAudioRecordLock guard(operatorLock_);
+    site.log(2, "[mix] start capture, isCurrentInterrupting: %d, isCapturing: %d",
+             isCurrentInterrupting(), isCapturing());
+    if (isCurrentInterrupting()) {
+        setIsPendingStartCapturing(YES);
+        return YES;
+    }
+    setIsPendingStartCapturing(NO);
+    if (isCapturing()) {
+        return YES;
+    }
+    if (lastStopError()) {
+        report(site, 4, 0, 102, "[mix] has stop error");
+        return NO;
+    }
+    setIsCapturing(YES);
+    if (!initResampleUnit()) {
+        setIsCapturing(NO);
+        report(site, 4, 0, 100, "[mix] resample init failed");
+        return NO;
+    }
+    if (!TQHookSelfTest::isHookSuccess()) {
+        setIsCapturing(NO);
+        report(site, 4, 0, 103, "[mix] start capture with hook failed");
+        return NO;
+    }
+    updateAudioUnitObjASBD();
+    if (!startResampleUnit()) {
+        setIsCapturing(NO);
+        report(site, 4, 0, 100, "[mix] resample unit start fail");
+        return NO;
+    }
+    std::string summary = "[";
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        summary += RZFormat("{key: %p, unit: %p, capture: %d, starte: %d},", obj->inUnit(),
+                            obj->inUnit(), obj->isCapturing(), obj->isStarted());
+    }
+    summary += "]";
+    report(site, 2, 0, 0, summary.c_str());
+    return YES;
+}
+
+BOOL RZStreamMixManager::stopCapture() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager stopCapture]");
+    const TQAudioRecordLock guard(operatorLock_);
+    site.log(2, "[mix]stop capture");
+    setIsPendingStartCapturing(NO);
+    if (!isCapturing()) {
+        return YES;
+    }
+    setIsCapturing(NO);
+    if (!stopResampleMix()) {
+        report(site, 1, 4, 102, "[mix] resample stop failed");
+        setLastStopError(YES);
+    }
+    if (!unInitializeResampleUnit()) {
+        report(site, 1, 4, 102, "[mix] resample uninitialize failed");
+        setLastStopError(YES);
+    }
+    return YES;
+}
+
+dispatch_queue_t RZStreamMixManager::getAsyncQueue() {
+    const TQAudioRecordLock guard(auGraphUpdateLock_);
+    if (!queue()) {
+        queue_.store(dispatch_queue_create("TQAudioRecordMixManager", nullptr));
+    }
+    return queue();
+}
+
+void RZStreamMixManager::onAudioUnitNewRegistered(const NSNotification& notification) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager onAudioUnitNewRegistered:]");
+    const std::string key = notification.textForKey(TQAudioNewRegisteredObject);
+    if (key.empty()) {
+        site.log(4, "[mix]Error to get new registered audio unit");
+        return;
+    }
+    const UnitObject obj = getAudioUnitObjWithKey(key);
+    if (obj && obj->isCapturing()) {
+        site.log(2, "[mix]Force stop audio unit:%@ resample, trackid:%d", key, obj->trackId());
+        audioUnitStop(obj);
+    }
+}
+
+void RZStreamMixManager::onAuGraphNewRegistered(const NSNotification& notification) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager onAuGraphNewRegistered:]");
+    const std::string key = notification.textForKey(TQAudioNewRegisteredObject);
+    if (key.empty()) {
+        site.log(4, "[mix]Error to get new registered audio unit");
+        return;
+    }
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        if (getKey(obj->auGraph()) != key) {
+            continue;
+        }
+        if (obj->isCapturing()) {
+            site.log(2, "[mix]Force stop audio unit:%@ resample, trackid:%d", key, obj->trackId());
+            audioUnitStop(obj);
+        }
+        return;
+    }
+}
+
+void RZStreamMixManager::onAudioSessionRouteChanged(const NSNotification& /*notification*/) {
+    const auto units = getUnitObjListWithCopy();
+    // A taken-over callback sees the application's side, which a new route does not change.
+    const bool isNotifyCaptured =
+        std::any_of(units.begin(), units.end(), [](const UnitObject& obj) {
+            return obj->isCapturing() && obj->origin_inputProc() == nullptr;
+        });
+    if (isNotifyCaptured) {
+        updateCapturingAudioUnitObjFormatToResampler();
+    }
+}
+
+void RZStreamMixManager::onAudioInterruption(const NSNotification& notification) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager onAudioInterruption:]");
+    constexpr long kNoType = -1;
+    switch (notification.integerForKey(AVAudioSessionInterruptionTypeKey, kNoType)) {
+        case AVAudioSessionInterruptionTypeBegan:
+            setIsCurrentInterrupting(YES);
+            site.log(3, "[mix] Interruption beging");
+            // On the queue: stopping a graph must not hold up the notifying thread.
+            dispatch_async(getAsyncQueue(), [this] {
+                const TQAudioRecordLock guard(operatorLock_);
+                if (isCapturing()) {
+                    stopCapture();
+                    // After the stop, which clears it.
+                    setIsPendingStartCapturing(YES);
+                }
+            });
+            break;
+        case AVAudioSessionInterruptionTypeEnded:
+            setIsCurrentInterrupting(NO);
+            site.log(3, "[mix] Interruption end");
+            if (isPendingStartCapturing()) {
+                dispatch_async(getAsyncQueue(), [this] {
+                    const TQAudioRecordLock guard(operatorLock_);
+                    if (isPendingStartCapturing()) {
+                        startCapture();
+                    }
+                    const TQAudioRecordLock queueGuard(auGraphUpdateLock_);
+                    queue_.store(nullptr);
+                });
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+void RZStreamMixManager::onDidEnterBackground() {
+    setIsCurrentInterrupting(NO);
+}
+
+std::int32_t RZStreamMixManager::enableDucking(const RZReplayVolumeDuckingParam* param) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager enableDucking:]");
+    site.log(2, "[mix] enable ducking: %d", param != nullptr && param->enable());
+    if (!TQHookSelfTest::isHookSuccess()) {
+        return kHookNotWorking;
+    }
+    const TQAudioRecordLock guard(operatorLock_);
+    duckingParam_.store(param == nullptr ? nullptr : param->copy());
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        obj->setDuckingParam(param);
+    }
+    return 0;
+}
+
+std::int32_t RZStreamMixManager::enableCompressor(const RZReplayVolumeCompressorParam* param) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager enableCompressor:]");
+    site.log(2, "[mix] enable compressor: %d", param != nullptr && param->enable());
+    if (!TQHookSelfTest::isHookSuccess()) {
+        return kHookNotWorking;
+    }
+    const TQAudioRecordLock guard(operatorLock_);
+    compressParam_.store(param == nullptr ? nullptr : param->copy());
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        obj->setCompressorParam(param);
+    }
+    return 0;
+}
+
+BOOL RZStreamMixManager::isDuckingEnable() const {
+    return duckingParam_.with([](const auto& param) { return param && param->enable(); });
+}
+
+BOOL RZStreamMixManager::isCompressorEnable() const {
+    return compressParam_.with([](const auto& param) { return param && param->enable(); });
+}
+
+std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
+    const TQAudioRecordLock guard(operatorLock_);
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        obj->updateDuckingVolume(volume, isDB);
+    }
+    return 0;
+}
+
+std::int32_t RZStreamMixManager::updateCompressorVolume(float volume, BOOL isDB) {
+    const TQAudioRecordLock guard(operatorLock_);
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        obj->updateCompressorVolume(volume, isDB);
+    }
+    return 0;
+}

@@ -1,0 +1,333 @@
+#include "MixRenderCallbacks.h"
+#include "OSStatusText.h"
+#include "RZStreamMixManager+Report.h"
+#include "TQAudioRecordLock.h"
+#include "TQAudioUnitRecordResolveManager.h"
+
+// The private graph: one mixer, one output unit that plays silence, a mixer input bus for every
+// captured track.
+
+namespace {
+
+constexpr AudioComponentDescription kMixerComponent{
+    kAudioUnitType_Mixer, kAudioUnitSubType_MultiChannelMixer, kAudioUnitManufacturer_Apple, 0, 0};
+constexpr AudioComponentDescription kOutputComponent{
+    kAudioUnitType_Output, kAudioUnitSubType_RemoteIO, kAudioUnitManufacturer_Apple, 0, 0};
+
+/// What listeners get: 44100 Hz, 16-bit, stereo, interleaved. The packed flag is left out on
+/// purpose.
+constexpr AudioStreamBasicDescription kMixedFormat{
+    44100.0, kAudioFormatLinearPCM, kAudioFormatFlagIsSignedInteger, 4, 1, 4, 2, 16, 0};
+
+constexpr UInt32 kMaximumFramesPerSlice = 4096;
+
+/// Two lines from one source line: what failed, and the status.
+void logFailure(const RZLogSite& site, const RZLogFormat& message, OSStatus status) {
+    site.log(4, message);
+    const std::string text = CheckError(status);
+    site.log(4, RZLogFormat(text.c_str(), message.line));
+}
+
+/// The same as a condition: true when `status` is a failure.
+bool failed(const RZLogSite& site, OSStatus status, const RZLogFormat& message) {
+    if (status == 0) {
+        return false;
+    }
+    logFailure(site, message, status);
+    return true;
+}
+
+/// The bus format for a unit's format: float becomes 16-bit integer of the same layout.
+AudioStreamBasicDescription integerForm(AudioStreamBasicDescription desc) {
+    desc.mBitsPerChannel /= 2;
+    desc.mBytesPerPacket = desc.mBytesPerFrame / 2;
+    desc.mBytesPerFrame /= 2;
+    desc.mFormatFlags &= ~static_cast<UInt32>(kAudioFormatFlagIsFloat);
+    desc.mFormatFlags |= kAudioFormatFlagIsSignedInteger;
+    return desc;
+}
+
+OSStatus readStreamFormat(AudioUnit unit, AudioUnitScope scope, AudioStreamBasicDescription& desc) {
+    UInt32 size = sizeof(desc);
+    return AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, scope, 0, &desc, &size);
+}
+
+}  // namespace
+
+BOOL RZStreamMixManager::initResampleUnit() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager initResampleUnit]");
+    if (isResamplerInit()) {
+        return YES;
+    }
+    auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
+    AUGraph graph = nullptr;
+    if (failed(site, NewAUGraph(&graph), "newAUGraph fail")) {
+        return NO;
+    }
+    setMGraph(graph);
+    resolver.registerNonGameUsedAuGraph(graph);
+
+    AUNode mixer = 0;
+    if (failed(site, AUGraphAddNode(graph, &kMixerComponent, &mixer), "AUGraphAddNode fail")) {
+        return NO;
+    }
+    setMixNode(mixer);
+    AUNode output = 0;
+    if (failed(site, AUGraphAddNode(graph, &kOutputComponent, &output), "AUGraphAddNode fail")) {
+        return NO;
+    }
+    setOutNode(output);
+    if (failed(site, AUGraphConnectNodeInput(graph, mixer, 0, output, 0),
+               "AUGraphConnectNodeInput fail")) {
+        return NO;
+    }
+    if (failed(site, AUGraphOpen(graph), "AUGraphOpen fail")) {
+        return NO;
+    }
+
+    AudioUnit mixerUnit = nullptr;
+    if (failed(site, AUGraphNodeInfo(graph, mixer, nullptr, &mixerUnit), "AUGraphNodeInfo fail")) {
+        return NO;
+    }
+    setMixUnit(mixerUnit);
+    resolver.registerNonGameUsedAudioUnit(mixerUnit);
+    AudioUnit outputUnit = nullptr;
+    if (failed(site, AUGraphNodeInfo(graph, output, nullptr, &outputUnit),
+               "AUGraphNodeInfo fail")) {
+        return NO;
+    }
+    setOutUnit(outputUnit);
+    resolver.registerNonGameUsedAudioUnit(outputUnit);
+
+    auto info = RZReplayASBDInfo::formatInfoWithDesc(kMixedFormat);
+    info->setTrackId(1);
+    info->setVolume(0.0);
+    setOutInfo(std::move(info));
+    if (failed(site,
+               AudioUnitSetProperty(mixerUnit, kAudioUnitProperty_StreamFormat,
+                                    kAudioUnitScope_Output, 0, &kMixedFormat, sizeof(kMixedFormat)),
+               "mixunit set output streamFormat fail")) {
+        return NO;
+    }
+    if (failed(site,
+               AudioUnitSetProperty(mixerUnit, kAudioUnitProperty_MaximumFramesPerSlice,
+                                    kAudioUnitScope_Global, 0, &kMaximumFramesPerSlice,
+                                    sizeof(kMaximumFramesPerSlice)),
+               "mixunit set MaximumFramesPerSlice fail")) {
+        return NO;
+    }
+    if (failed(site, AudioUnitAddRenderNotify(mixerUnit, MixOutputRenderCallback, this),
+               "mixunit add notify fail")) {
+        return NO;
+    }
+    setIsResamplerInit(YES);
+    return YES;
+}
+
+/// One eligible object onto its mixer bus, before the graph runs.
+BOOL RZStreamMixManager::connectUnitObj(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager startResampleUnit]");
+    site.log(2, "[mix] Audio resampler connect unitObj, trackid: %d", obj->trackId());
+    if (failed(site, setNodeInputCallback(obj), "resample input connect origin outer input fail")) {
+        site.log(4, "trackid:%d", obj->trackId());
+        return NO;
+    }
+    if (failed(site, updateResampleAudioFormat(obj, mixUnit()),
+               "resample set input streamFormat fail")) {
+        site.log(4, "trackid:%d", obj->trackId());
+        return NO;
+    }
+    site.log(4, "audio unit start capture: %p", obj->inUnit());
+    obj->startCapture();
+    return YES;
+}
+
+BOOL RZStreamMixManager::startResampleUnit() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager startResampleUnit]");
+    for (const UnitObject& obj : filterCanStartUnitObjList()) {
+        if (!connectUnitObj(obj)) {
+            return NO;
+        }
+    }
+    // It is open already; asking again does no harm.
+    if (failed(site, AUGraphOpen(mGraph()), "resample graph open fail")) {
+        return NO;
+    }
+    if (failed(site, AUGraphInitialize(mGraph()), "resample graph initialize fail")) {
+        return NO;
+    }
+    return !failed(site, AUGraphStart(mGraph()), "AUGraphStart fail");
+}
+
+BOOL RZStreamMixManager::stopResampleMix() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager stopResampleMix]");
+    if (failed(site, AUGraphStop(mGraph()), "AUGraphStop fail")) {
+        return NO;
+    }
+    BOOL allDisconnected = YES;
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        if (!obj->isCapturing()) {
+            continue;
+        }
+        const int track = obj->trackId();
+        site.log(2, "[mix] Audio resampler update disconnect unitObj, trackid: %d", track);
+        if (failed(site,
+                   AUGraphDisconnectNodeInput(mGraph(), mixNode(), static_cast<UInt32>(track)),
+                   "resample input disconnect fail")) {
+            site.log(4, "[mix]Failed! Audio resampler update disconnect unitObj, trackid:%d",
+                     track);
+            allDisconnected = NO;
+        }
+        obj->stopCapture();
+    }
+    return allDisconnected;
+}
+
+BOOL RZStreamMixManager::unInitializeResampleUnit() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager unInitializeResampleUnit]");
+    if (!isResamplerInit()) {
+        return YES;
+    }
+    setIsResamplerInit(NO);
+    auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
+    resolver.unregisterNonGameUsedAuGraph(mGraph());
+    resolver.unregisterNonGameUsedAudioUnit(mixUnit());
+    resolver.unregisterNonGameUsedAudioUnit(outUnit());
+    if (failed(site, AUGraphUninitialize(mGraph()), "AUGraphUninitialize fail")) {
+        return NO;
+    }
+    if (failed(site, AUGraphClose(mGraph()), "AUGraphClose fail")) {
+        return NO;
+    }
+    return !failed(site, DisposeAUGraph(mGraph()), "DisposeAUGraph fail");
+}
+
+OSStatus RZStreamMixManager::updateResampleAudioFormat(const UnitObject& obj, AudioUnit mixer) {
+    AudioStreamBasicDescription desc{};
+    UInt32 bus = 0;
+    if (obj) {
+        bus = static_cast<UInt32>(obj->trackId());
+        desc = obj->streamDesc();
+        const bool isFloat = (desc.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
+        if (isFloat) {
+            desc = integerForm(desc);
+            obj->setS16FormatStreamDesc(desc);
+        }
+        obj->setNeedFormatToS16(isFloat);
+    }
+    return AudioUnitSetProperty(mixer, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, bus,
+                                &desc, sizeof(desc));
+}
+
+BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile,
+                             "-[RZStreamMixManager updateAudioUnitObjStreamFormat:]");
+    // A taken-over callback sees the application's side of the unit, a render notify the device's.
+    const AudioUnitScope scope =
+        obj->origin_inputProc() != nullptr ? kAudioUnitScope_Input : kAudioUnitScope_Output;
+    AudioStreamBasicDescription desc{};
+    if (failed(site, readStreamFormat(obj->inUnit(), scope, desc),
+               "[mix] can not update stream format info when start")) {
+        return NO;
+    }
+    obj->setStreamDesc(desc);
+    return YES;
+}
+
+BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile,
+                             "-[RZStreamMixManager updateAudioUnitObjectWithStart:]");
+    const AudioUnit unit = obj->inUnit();
+    obj->startAudioUnit();
+    AudioComponentDescription component{};
+    AudioComponentGetDescription(AudioComponentInstanceGetComponent(unit), &component);
+    obj->setCompDesc(component);
+
+    switch (component.componentSubType) {
+        case kAudioUnitSubType_GenericOutput:
+            obj->setInput_enableIO(NO);
+            break;
+        case kAudioUnitSubType_RemoteIO:
+        case kAudioUnitSubType_VoiceProcessingIO: {
+            UInt32 enabled = 0;
+            UInt32 size = sizeof(enabled);
+            if (failed(site,
+                       AudioUnitGetProperty(unit, kAudioOutputUnitProperty_EnableIO,
+                                            kAudioUnitScope_Input, 1, &enabled, &size),
+                       "[mix] can not update enable_IO info when start")) {
+                return NO;
+            }
+            obj->setInput_enableIO(enabled != 0);
+            break;
+        }
+        default:
+            // Whatever it is, it is not ours to record: an enabled microphone keeps it out.
+            obj->setInput_enableIO(YES);
+            break;
+    }
+    if (!updateAudioUnitObjStreamFormat(obj)) {
+        return NO;
+    }
+    if (obj->origin_inputProc() != nullptr) {
+        AudioUnitRemoveRenderNotify(unit, RenderNotifyCallback, unit);
+    } else {
+        AudioUnitAddRenderNotify(unit, RenderNotifyCallback, unit);
+    }
+    return YES;
+}
+
+void RZStreamMixManager::updateAudioUnitObjASBD() {
+    const TQAudioRecordLock guard(operatorLock_);
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        if (obj->isCapturing()) {
+            updateAudioUnitObjStreamFormat(obj);
+        }
+    }
+}
+
+BOOL RZStreamMixManager::updateCapturingAudioUnitObjFormatToResampler() {
+    constexpr RZLogSite site(kMixManagerFile,
+                             "-[RZStreamMixManager updateCapturingAudioUnitObjFormatToResampler]");
+    const TQAudioRecordLock guard(operatorLock_);
+    if (!isCapturing()) {
+        return NO;
+    }
+    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+        if (!obj->isCapturing()) {
+            continue;
+        }
+        AudioStreamBasicDescription fresh{};
+        if (readStreamFormat(obj->inUnit(), kAudioUnitScope_Output, fresh) != 0) {
+            report(site, 3, 1, 100, "[mix] can not get audio unit stream format: %p",
+                   obj->inUnit());
+        } else if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+            report(site, 3, 1, 100, "[mix] can not set audio unit stream format: %p",
+                   obj->inUnit());
+        } else {
+            // The bus keeps the format known so far; the fresh one serves the next pass.
+            obj->setStreamDesc(fresh);
+        }
+    }
+    updateAUGraph();
+    return YES;
+}
+
+BOOL RZStreamMixManager::updateAUGraph() {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager updateAUGraph]");
+    if (mGraph() == nullptr || !isCapturing()) {
+        return NO;
+    }
+    const TQAudioRecordLock guard(auGraphUpdateLock_);
+    switch (AUGraphUpdate(mGraph(), nullptr)) {
+        case 0:
+            report(site, 2, 1, 0, "[mix] AUGraph update success.");
+            return YES;
+        case kAUGraphErr_CannotDoInCurrentContext:
+            // The graph keeps the change and makes it at its next slice.
+            report(site, 3, 1, 105, "[mix] AUGraph can not update in current context");
+            return YES;
+        default:
+            report(site, 4, 1, 104, "[mix] AUGraph update error");
+            return NO;
+    }
+}

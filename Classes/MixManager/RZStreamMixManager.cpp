@@ -1,0 +1,332 @@
+#include "RZStreamMixManager.h"
+
+#include <AVFoundation/AVFoundation.h>
+#include <UIKit/UIKit.h>
+#include <audio_stats.h>
+
+#include <algorithm>
+
+#include "RZNumbers.h"
+#include "RZStreamMixManager+Report.h"
+#include "TQAudioRecordLock.h"
+#include "TQAudioUnitRecordResolveManager.h"
+#include "UniversalNodeProcessCallback.h"
+
+// The singleton, its registry and the life of one unit. The private graph and the capture switch
+// are in the files beside this one.
+
+namespace {
+
+constexpr int kTracks = 7;
+constexpr long kEventIntervalMilliseconds = 2000;
+
+/// How the statistics name the kind of source.
+int hookType(const RZReplayAudioUnitObject& obj) {
+    if (obj.auGraph() == nullptr) {
+        return 8;
+    }
+    return obj.origin_inputProc() != nullptr ? 16 : 32;
+}
+
+}  // namespace
+
+const std::shared_ptr<RZStreamMixManager>& RZStreamMixManager::sharedManager() {
+    static const auto& instance = *new std::shared_ptr<RZStreamMixManager>(new RZStreamMixManager);
+    return instance;
+}
+
+RZStreamMixManager::RZStreamMixManager()
+    : operatorLock_(std::make_shared<NSRecursiveLock>()),
+      mapLock_(std::make_shared<NSRecursiveLock>()),
+      auGraphUpdateLock_(std::make_shared<NSRecursiveLock>()) {
+    mach_timebase_info_data_t timeBase{};
+    mach_timebase_info(&timeBase);
+    timeBaseInfo_.store(timeBase);
+    eventFilter_ = std::make_unique<korva_audio_utils::EventFilter>();
+    eventFilter_->SetInterval(kEventIntervalMilliseconds);
+    observeNotifications();
+}
+
+/// Never taken back: the manager lives as long as the process.
+void RZStreamMixManager::observeNotifications() {
+    NSNotificationCenter& center = NSNotificationCenter::defaultCenter();
+    center.addObserver(
+        this, [this](const NSNotification& n) { onAudioUnitNewRegistered(n); },
+        TQAudioNewRegisterAudioUnitNotification, nullptr);
+    center.addObserver(
+        this, [this](const NSNotification& n) { onAuGraphNewRegistered(n); },
+        TQAudioNewRegisterAuGraphNotification, nullptr);
+    center.addObserver(
+        this, [this](const NSNotification& n) { onAudioSessionRouteChanged(n); },
+        AVAudioSessionRouteChangeNotification, nullptr);
+    center.addObserver(
+        this, [this](const NSNotification& n) { onAudioInterruption(n); },
+        AVAudioSessionInterruptionNotification, nullptr);
+    center.addObserver(
+        this, [this](const NSNotification&) { onDidEnterBackground(); },
+        UIApplicationDidEnterBackgroundNotification, nullptr);
+}
+
+std::uint64_t RZStreamMixManager::microsecondsOfHostTime(std::uint64_t hostTime) const {
+    const mach_timebase_info_data_t timeBase = timeBaseInfo();
+    return timeBase.denom == 0 ? 0 : hostTime * timeBase.numer / timeBase.denom / 1000;
+}
+
+std::string RZStreamMixManager::getKey(const void* pointer) {
+    return NSFormat("%p", pointer);
+}
+
+std::int32_t RZStreamMixManager::generateNewTrackID() {
+    for (int n = 1; n <= kTracks; ++n) {
+        const std::int32_t bit = 1 << (n - 1);
+        if ((trackId() & bit) == 0) {
+            setTrackId(trackId() | bit);
+            return n;
+        }
+    }
+    return 0;
+}
+
+RZStreamMixManager::UnitObject RZStreamMixManager::newAudioUnitObj(AudioUnit unit) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager newAudioUnitObj:]");
+    const TQAudioRecordLock guard(mapLock_);
+    const std::string key = getKey(unit);
+    if (auto known = getAudioUnitObjWithKey(key)) {
+        return known;
+    }
+    const std::int32_t number = generateNewTrackID();
+    if (number == 0) {
+        return nullptr;
+    }
+    site.log(2, "[mix] newAudioUnitObj, key: %@, ioUnit: %p", key, unit);
+    auto obj = std::make_shared<RZReplayAudioUnitObject>(unit, number);
+    obj->setCallback(sharedManager());
+    if (const auto ducking = duckingParam()) {
+        obj->setDuckingParam(ducking.get());
+    }
+    if (const auto compressor = compressParam()) {
+        obj->setCompressorParam(compressor.get());
+    }
+    unitMap_.push_back({key, unit, obj});
+    return obj;
+}
+
+RZStreamMixManager::UnitObject RZStreamMixManager::findAudioUnitObj(const void* unit) const {
+    const TQAudioRecordLock guard(mapLock_);
+    for (const Entry& entry : unitMap_) {
+        if (entry.unit == unit) {
+            return entry.obj;
+        }
+    }
+    return nullptr;
+}
+
+RZStreamMixManager::UnitObject RZStreamMixManager::findAudioUnitObjByAUGraph(
+    const void* graph) const {
+    if (graph == nullptr) {
+        // Units outside any graph bear a null graph; a host's null must not find them.
+        return nullptr;
+    }
+    const TQAudioRecordLock guard(mapLock_);
+    for (const Entry& entry : unitMap_) {
+        if (entry.obj->auGraph() == graph) {
+            return entry.obj;
+        }
+    }
+    return nullptr;
+}
+
+RZStreamMixManager::UnitObject RZStreamMixManager::getAudioUnitObjWithKey(
+    const std::string& key) const {
+    const TQAudioRecordLock guard(mapLock_);
+    for (const Entry& entry : unitMap_) {
+        if (entry.key == key) {
+            return entry.obj;
+        }
+    }
+    return nullptr;
+}
+
+void RZStreamMixManager::removeAudioUnitObjByKey(const std::string& key) {
+    UnitObject removed;  // let go after the lock
+    const TQAudioRecordLock guard(mapLock_);
+    const auto found = std::find_if(unitMap_.begin(), unitMap_.end(),
+                                    [&key](const Entry& entry) { return entry.key == key; });
+    if (found != unitMap_.end()) {
+        removed = std::move(found->obj);
+        unitMap_.erase(found);
+    }
+}
+
+std::vector<RZStreamMixManager::UnitObject> RZStreamMixManager::getUnitObjListWithCopy() const {
+    const TQAudioRecordLock guard(mapLock_);
+    std::vector<UnitObject> list;
+    list.reserve(unitMap_.size());
+    for (const Entry& entry : unitMap_) {
+        list.push_back(entry.obj);
+    }
+    return list;
+}
+
+std::vector<RZStreamMixManager::UnitObject> RZStreamMixManager::filterCanStartUnitObjList() const {
+    const TQAudioRecordLock guard(mapLock_);
+    std::vector<UnitObject> list;
+    for (const Entry& entry : unitMap_) {
+        if (isUnitObjCanStartCapture(entry.obj)) {
+            list.push_back(entry.obj);
+        }
+    }
+    return list;
+}
+
+BOOL RZStreamMixManager::isUnitObjCanStartCapture(const UnitObject& obj) const {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager isUnitObjCanStartCapture:]");
+    if (!obj) {
+        return NO;
+    }
+    const AudioUnit unit = obj->inUnit();
+    if (TQAudioUnitRecordResolveManager::sharedManager().existAudioUnit(unit)) {
+        site.log(4, "the exist audio unit:%p", unit);
+        return NO;
+    }
+    if (obj->isStarted() && !obj->isCapturing()) {
+        if (obj->input_enableIO()) {
+            site.log(4, "[korva]this audiounit is rtc seamd. input_enableIO:%d, audio unit:%p",
+                     obj->input_enableIO(), unit);
+            return NO;
+        }
+        if (obj->isAvailable()) {
+            return YES;
+        }
+        site.log(4, "data not available: %p", unit);
+        return NO;
+    }
+    site.log(4, "status isStarted:%d, isCapture:%d", obj->isStarted(), obj->isCapturing());
+    return NO;
+}
+
+void RZStreamMixManager::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                                            const std::string& message) {
+    const auto receiver = callback();
+    if (receiver && receiver->respondsTo(Method::onAudioRecordEvent)) {
+        receiver->onAudioRecordEvent(category, code, message);
+    }
+}
+
+void RZStreamMixManager::recordTrackStatistics(const UnitObject& obj) {
+    const AudioStreamBasicDescription desc = obj->streamDesc();
+    korva_audio_utils::KorvaAudioStats::HookAudioTrackInfo info{};
+    info.audio_track_id = static_cast<std::uint64_t>(obj->trackId());
+    // The flags word on purpose: readers of the record know it as that.
+    info.audio_format = desc.mFormatFlags;
+    info.buffersize = desc.mBytesPerPacket;
+    info.track_type = hookType(*obj);
+    info.sample_rate = truncateToInt32(desc.mSampleRate);
+    info.channel = static_cast<std::int32_t>(desc.mChannelsPerFrame);
+    korva_audio_utils::KorvaAudioStats::getInstance()->addHookAudioTrackInfo(info.audio_track_id,
+                                                                             info);
+}
+
+OSStatus RZStreamMixManager::setNodeInputCallback(const UnitObject& obj) {
+    const AURenderCallbackStruct input{UniversalNodeProcessCallback, obj->inUnit()};
+    return AUGraphSetNodeInputCallback(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId()),
+                                       &input);
+}
+
+void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitStart:]");
+    if (!obj) {
+        return;
+    }
+    const TQAudioRecordLock guard(operatorLock_);
+    updateAudioUnitObjectWithStart(obj);
+    recordTrackStatistics(obj);
+    report(site, 2, 6, 0, "audio unit start: %d", obj->trackId());
+    if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
+        return;
+    }
+    // Asked again right before acting: a notification thread may have changed the answer.
+    if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
+        return;
+    }
+    obj->startCapture();
+    const AudioUnit unit = obj->inUnit();
+    if (setNodeInputCallback(obj) != 0) {
+        report(site, 4, 1, 100, "[mix] resample set input streamFormat fail, key: %p, trackId: %d",
+               unit, obj->trackId());
+        return;
+    }
+    if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+        report(site, 4, 1, 100,
+               "[mix] resample set mix unit stream format fail, key: %@, trackId: %d", getKey(unit),
+               obj->trackId());
+        return;
+    }
+    if (!updateAUGraph()) {
+        return;
+    }
+    report(site, 4, 1, 0, "[mix] resample update(au start) success, key: %p, trackid: %d", unit,
+           obj->trackId());
+}
+
+void RZStreamMixManager::audioUnitUpdate(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitUpdate:]");
+    if (!obj) {
+        return;
+    }
+    const TQAudioRecordLock guard(operatorLock_);
+    if (obj->isStarted()) {
+        updateAudioUnitObjectWithStart(obj);
+    }
+    if (!obj->isCapturing()) {
+        return;
+    }
+    if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+        report(site, 4, 1, 100, "[mix] resample set input streamFormat fail, key: %p trackId: %d",
+               obj->inUnit(), obj->trackId());
+    } else {
+        report(site, 4, 1, 0, "[mix] resample set input streamFormat success, key: %p trackId: %d",
+               obj->inUnit(), obj->trackId());
+    }
+}
+
+void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitStop:]");
+    if (!obj) {
+        return;
+    }
+    const TQAudioRecordLock guard(operatorLock_);
+    if (!isCapturing() || !obj->isCapturing()) {
+        obj->stopAudioUnit();
+        return;
+    }
+    if (AUGraphDisconnectNodeInput(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId())) != 0) {
+        report(site, 4, 1, 100,
+               "[mix] Audio resample update disconnect unitObj, key: %p, trackid: %d",
+               obj->inUnit(), obj->trackId());
+        return;
+    }
+    obj->stopAudioUnit();
+    obj->stopCapture();
+    if (updateAUGraph()) {
+        report(site, 4, 1, 0, "[mix] resample update(au stop) success, key: %p trackId: %d",
+               obj->inUnit(), obj->trackId());
+    }
+}
+
+void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
+    constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager disposeAudioUnitObj:]");
+    if (!obj) {
+        return;
+    }
+    const TQAudioRecordLock guard(operatorLock_);
+    audioUnitStop(obj);
+    removeAudioUnitObjByKey(getKey(obj->inUnit()));
+    // The number itself is the mask, not its bit: hosts have come to rely on which numbers come
+    // back, so it stays.
+    setTrackId(trackId() & ~obj->trackId());
+    korva_audio_utils::KorvaAudioStats::getInstance()->removeHookAudioTrack(
+        static_cast<unsigned long>(obj->trackId()));
+    site.log(2, "[mix] disposeAudioUnitObj: %p, %p", obj->inUnit(), obj->inUnit());
+    TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(obj->inUnit());
+}

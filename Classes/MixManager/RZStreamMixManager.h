@@ -1,0 +1,208 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <Foundation/Foundation.h>
+#include <dispatch/dispatch.h>
+#include <event_filter.h>
+#include <mach/mach_time.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "AtomicProperty.h"
+#include "RZReplayASBDInfo.h"
+#include "RZReplayAudioRecorderDelegate.h"
+#include "RZReplayAudioUnitObject.h"
+#include "RZReplayVolumeCompressorParam.h"
+#include "RZReplayVolumeDuckingParam.h"
+
+class RZLogSite;
+struct RZLogFormat;
+
+/// The spine of the library: the registry of intercepted units and their track numbers, the
+/// private graph that mixes them, the capture switch and the reactions to system events.
+///
+/// What flows in: notices of the interception (a unit was made, started, changed, stopped,
+/// disposed of), capture start and stop, notifications. What flows out: mixed blocks and events to
+/// `callback`.
+///
+/// Locks, all recursive: operatorLock serialises everything that starts, stops or changes units and
+/// capture; mapLock guards the registry; auGraphUpdateLock keeps graph updates and deliveries
+/// apart. Order: operatorLock, then one of the others. Render threads take mapLock for look-ups and
+/// auGraphUpdateLock for a delivery, never operatorLock.
+class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStreamMixManager> {
+  public:
+    using UnitObject = std::shared_ptr<RZReplayAudioUnitObject>;
+
+    /// The one instance, made on first use, never destroyed.
+    static const std::shared_ptr<RZStreamMixManager>& sharedManager();
+
+    // Properties.
+
+    /// The private graph has been built.
+    [[nodiscard]] BOOL isResamplerInit() const { return isResamplerInit_; }
+    void setIsResamplerInit(BOOL isInit) { isResamplerInit_ = isInit; }
+    [[nodiscard]] BOOL isCapturing() const { return isCapturing_; }
+    void setIsCapturing(BOOL isCapturing) { isCapturing_ = isCapturing; }
+    /// Capture is to start when the interruption ends.
+    [[nodiscard]] BOOL isPendingStartCapturing() const { return isPendingStartCapturing_; }
+    void setIsPendingStartCapturing(BOOL pending) { isPendingStartCapturing_ = pending; }
+    /// A stop failed: capture never starts again in this process.
+    [[nodiscard]] BOOL lastStopError() const { return lastStopError_; }
+    void setLastStopError(BOOL failed) { lastStopError_ = failed; }
+    [[nodiscard]] BOOL isCurrentInterrupting() const { return isCurrentInterrupting_; }
+    void setIsCurrentInterrupting(BOOL interrupting) { isCurrentInterrupting_ = interrupting; }
+    /// Bit set of the track numbers in use: bit n-1 for track n.
+    [[nodiscard]] std::int32_t trackId() const { return trackId_; }
+    void setTrackId(std::int32_t bits) { trackId_ = bits; }
+    [[nodiscard]] AUNode mixNode() const { return mixNode_; }
+    void setMixNode(AUNode node) { mixNode_ = node; }
+    [[nodiscard]] AUNode outNode() const { return outNode_; }
+    void setOutNode(AUNode node) { outNode_ = node; }
+    [[nodiscard]] std::shared_ptr<RZReplayAudioRecorderInternalDelegate> callback() const {
+        return callback_.load();
+    }
+    void setCallback(std::shared_ptr<RZReplayAudioRecorderInternalDelegate> callback) {
+        callback_.store(std::move(callback));
+    }
+    [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& operatorLock() const {
+        return operatorLock_;
+    }
+    [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& mapLock() const { return mapLock_; }
+    [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& auGraphUpdateLock() const {
+        return auGraphUpdateLock_;
+    }
+    [[nodiscard]] AUGraph mGraph() const { return mGraph_; }
+    void setMGraph(AUGraph graph) { mGraph_ = graph; }
+    [[nodiscard]] AudioUnit mixUnit() const { return mixUnit_; }
+    void setMixUnit(AudioUnit unit) { mixUnit_ = unit; }
+    [[nodiscard]] AudioUnit outUnit() const { return outUnit_; }
+    void setOutUnit(AudioUnit unit) { outUnit_ = unit; }
+    /// Describes each mixed block; null before the private graph was first built.
+    [[nodiscard]] std::shared_ptr<RZReplayASBDInfo> outInfo() const { return outInfo_.load(); }
+    void setOutInfo(std::shared_ptr<RZReplayASBDInfo> info) { outInfo_.store(std::move(info)); }
+    [[nodiscard]] mach_timebase_info_data_t timeBaseInfo() const { return timeBaseInfo_.load(); }
+    void setTimeBaseInfo(mach_timebase_info_data_t info) { timeBaseInfo_.store(info); }
+    [[nodiscard]] std::shared_ptr<RZReplayVolumeDuckingParam> duckingParam() const {
+        return duckingParam_.load();
+    }
+    [[nodiscard]] std::shared_ptr<RZReplayVolumeCompressorParam> compressParam() const {
+        return compressParam_.load();
+    }
+    [[nodiscard]] korva_audio_utils::EventFilter& eventFilter() const { return *eventFilter_; }
+    [[nodiscard]] dispatch_queue_t queue() const { return queue_.load(); }
+    /// Host time in microseconds, 0 without a time base. Real-time safe.
+    [[nodiscard]] std::uint64_t microsecondsOfHostTime(std::uint64_t hostTime) const;
+
+    // Registry.
+
+    /// The unit's capture object, made on first sight; null when no track number is free.
+    UnitObject newAudioUnitObj(AudioUnit unit);
+    /// By unit; null for an unknown one. Real-time safe but for mapLock.
+    [[nodiscard]] UnitObject findAudioUnitObj(const void* unit) const;
+    /// The first object of that graph; null for an unknown or null one. Real-time safe but for
+    /// mapLock.
+    [[nodiscard]] UnitObject findAudioUnitObjByAUGraph(const void* graph) const;
+    [[nodiscard]] UnitObject getAudioUnitObjWithKey(const std::string& key) const;
+    void removeAudioUnitObjByKey(const std::string& key);
+    /// The registry's objects in the order they came; the registry may change meanwhile.
+    [[nodiscard]] std::vector<UnitObject> getUnitObjListWithCopy() const;
+    [[nodiscard]] std::vector<UnitObject> filterCanStartUnitObjList() const;
+    /// Why not is logged.
+    [[nodiscard]] BOOL isUnitObjCanStartCapture(const UnitObject& obj) const;
+    /// "%p" of a handle.
+    [[nodiscard]] static std::string getKey(const void* pointer);
+    /// Lowest free track number from 1 to 7, now taken; 0 when all are.
+    std::int32_t generateNewTrackID();
+
+    // Notices of the interception; null objects are ignored.
+
+    void audioUnitStart(const UnitObject& obj);
+    void audioUnitUpdate(const UnitObject& obj);
+    void audioUnitStop(const UnitObject& obj);
+    void disposeAudioUnitObj(const UnitObject& obj);
+
+    void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                            const std::string& message) override;
+
+    // The private graph. The caller holds operatorLock.
+
+    [[nodiscard]] BOOL initResampleUnit();
+    [[nodiscard]] BOOL startResampleUnit();
+    [[nodiscard]] BOOL stopResampleMix();
+    [[nodiscard]] BOOL unInitializeResampleUnit();
+    OSStatus updateResampleAudioFormat(const UnitObject& obj, AudioUnit mixUnit);
+    BOOL updateAudioUnitObjStreamFormat(const UnitObject& obj);
+    BOOL updateAudioUnitObjectWithStart(const UnitObject& obj);
+    void updateAudioUnitObjASBD();
+    BOOL updateCapturingAudioUnitObjFormatToResampler();
+    BOOL updateAUGraph();
+
+    // Capture.
+
+    BOOL startCapture();
+    BOOL stopCapture();
+    /// The serial queue of the interruption handling, made on demand.
+    dispatch_queue_t getAsyncQueue();
+
+    /// 0, or 103 while the interception is not working (nothing is stored then).
+    std::int32_t enableDucking(const RZReplayVolumeDuckingParam* param);
+    std::int32_t enableCompressor(const RZReplayVolumeCompressorParam* param);
+    /// Real-time safe.
+    [[nodiscard]] BOOL isDuckingEnable() const;
+    [[nodiscard]] BOOL isCompressorEnable() const;
+    /// Always 0. Objects that come later do not get the level.
+    std::int32_t updateDuckingVolume(float volume, BOOL isDB);
+    std::int32_t updateCompressorVolume(float volume, BOOL isDB);
+
+    // Notifications.
+
+    void onAudioUnitNewRegistered(const NSNotification& notification);
+    void onAuGraphNewRegistered(const NSNotification& notification);
+    void onAudioSessionRouteChanged(const NSNotification& notification);
+    void onAudioInterruption(const NSNotification& notification);
+    void onDidEnterBackground();
+
+  private:
+    struct Entry {
+        std::string key;
+        const void* unit;
+        UnitObject obj;
+    };
+
+    RZStreamMixManager();
+    void observeNotifications();
+    void recordTrackStatistics(const UnitObject& obj);
+    [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
+    [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
+    /// Logs a message and raises it as an event.
+    template <class... Arguments>
+    void report(const RZLogSite& site, int level, std::uint64_t category, std::uint64_t code,
+                const RZLogFormat& format, const Arguments&... arguments);
+
+    std::atomic<bool> isResamplerInit_{false};
+    std::atomic<bool> isCapturing_{false};
+    std::atomic<bool> isPendingStartCapturing_{false};
+    std::atomic<bool> lastStopError_{false};
+    std::atomic<bool> isCurrentInterrupting_{false};
+    std::atomic<std::int32_t> trackId_{0};
+    std::atomic<AUNode> mixNode_{0};
+    std::atomic<AUNode> outNode_{0};
+    AtomicProperty<std::shared_ptr<RZReplayAudioRecorderInternalDelegate>> callback_;
+    std::shared_ptr<NSRecursiveLock> operatorLock_;
+    std::shared_ptr<NSRecursiveLock> mapLock_;
+    std::shared_ptr<NSRecursiveLock> auGraphUpdateLock_;
+    /// Found by handle on render threads, by key elsewhere; both name the same entry.
+    std::vector<Entry> unitMap_;
+    std::atomic<AUGraph> mGraph_{nullptr};
+    std::atomic<AudioUnit> mixUnit_{nullptr};
+    std::atomic<AudioUnit> outUnit_{nullptr};
+    AtomicProperty<std::shared_ptr<RZReplayASBDInfo>> outInfo_;
+    AtomicProperty<mach_timebase_info_data_t> timeBaseInfo_;
+    AtomicProperty<std::shared_ptr<RZReplayVolumeDuckingParam>> duckingParam_;
+    AtomicProperty<std::shared_ptr<RZReplayVolumeCompressorParam>> compressParam_;
+    std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;
+    AtomicProperty<dispatch_queue_t> queue_;
+};

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <Foundation/NSObjCRuntime.h>
+
+#include <cstdint>
+#include <string>
+
+#include "RZListenerTraits.h"
+#include "RZReplayASBDInfo.h"
+#include "TQAudioRecordExport.h"
+
+/// What getPCMDataType() answers: a sum of these.
+enum RZPCMDataType : std::uint32_t {
+    RZPCMDataTypePre = 1,   ///< the mix of all tracks as the host rendered them
+    RZPCMDataTypePost = 2,  ///< each track's own blocks after ducking and compression
+};
+
+/// A listener of recorded sound. Derive from RZReplayAudioRecorderListener, which finds out which
+/// of the methods a class has; a method that is not there is never called.
+///
+/// Methods run with the library's listener lock held: keep them short, and neither add nor
+/// remove listeners from inside. What they throw is caught and logged.
+class TQ_RECORD_EXPORT RZReplayAudioRecorderDelegate {
+  public:
+    enum class Method { onAudioReceivePCM, onAudioRecordEvent, getPCMDataType };
+
+    virtual ~RZReplayAudioRecorderDelegate();
+    [[nodiscard]] virtual BOOL respondsTo(Method method) const = 0;
+
+    /// One block, on a real-time audio thread: no allocation, file or lock in here. `pcm` and
+    /// `info` are valid during the call only. Pre blocks are the mix (44100 Hz, 16-bit, stereo,
+    /// interleaved); post blocks are in the format that `info` states, 16-bit where the host
+    /// renders float.
+    virtual void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info);
+    /// Something happened (code 0) or failed (100 to 112), on the thread where it did.
+    virtual void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                                    const std::string& message);
+    /// Which blocks to deliver, asked on every render cycle; without it pre blocks only.
+    [[nodiscard]] virtual std::uint64_t getPCMDataType();
+};
+
+/// The base of a listener: `class Mine : public RZReplayAudioRecorderListener<Mine>` with any of
+/// the methods, public.
+template <class Derived>
+class RZReplayAudioRecorderListener : public RZReplayAudioRecorderDelegate {
+  public:
+    [[nodiscard]] BOOL respondsTo(Method method) const override {
+        using Base = RZReplayAudioRecorderDelegate;
+        switch (method) {
+            case Method::onAudioReceivePCM:
+                return isMethodImplemented<decltype(&Derived::onAudioReceivePCM),
+                                           decltype(&Base::onAudioReceivePCM)>;
+            case Method::onAudioRecordEvent:
+                return isMethodImplemented<decltype(&Derived::onAudioRecordEvent),
+                                           decltype(&Base::onAudioRecordEvent)>;
+            case Method::getPCMDataType:
+                return isMethodImplemented<decltype(&Derived::getPCMDataType),
+                                           decltype(&Base::getPCMDataType)>;
+        }
+        return NO;
+    }
+};
+
+/// The road inside the library by which blocks and events travel from the mix manager to the
+/// collect manager. Same rules as above.
+class TQ_RECORD_EXPORT RZReplayAudioRecorderInternalDelegate {
+  public:
+    enum class Method {
+        onAudioReceivePrePCM,
+        onAudioReceivePostPCM,
+        onAudioRecordEvent,
+        getPCMDataType
+    };
+
+    virtual ~RZReplayAudioRecorderInternalDelegate();
+    [[nodiscard]] virtual BOOL respondsTo(Method method) const = 0;
+
+    virtual void onAudioReceivePrePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info);
+    virtual void onAudioReceivePostPCM(AudioBufferList* pcm, const RZReplayASBDInfo& info);
+    virtual void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                                    const std::string& message);
+    [[nodiscard]] virtual std::int32_t getPCMDataType();
+};
+
+template <class Derived>
+class RZReplayAudioRecorderInternalListener : public RZReplayAudioRecorderInternalDelegate {
+  public:
+    [[nodiscard]] BOOL respondsTo(Method method) const override {
+        using Base = RZReplayAudioRecorderInternalDelegate;
+        switch (method) {
+            case Method::onAudioReceivePrePCM:
+                return isMethodImplemented<decltype(&Derived::onAudioReceivePrePCM),
+                                           decltype(&Base::onAudioReceivePrePCM)>;
+            case Method::onAudioReceivePostPCM:
+                return isMethodImplemented<decltype(&Derived::onAudioReceivePostPCM),
+                                           decltype(&Base::onAudioReceivePostPCM)>;
+            case Method::onAudioRecordEvent:
+                return isMethodImplemented<decltype(&Derived::onAudioRecordEvent),
+                                           decltype(&Base::onAudioRecordEvent)>;
+            case Method::getPCMDataType:
+                return isMethodImplemented<decltype(&Derived::getPCMDataType),
+                                           decltype(&Base::getPCMDataType)>;
+        }
+        return NO;
+    }
+};

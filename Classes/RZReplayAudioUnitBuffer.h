@@ -1,0 +1,84 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <Foundation/NSObjCRuntime.h>
+#include <ring_buffer.h>
+#include <volume_controller.h>
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+
+#include "RZReplayVolumeCompressorParam.h"
+#include "RZReplayVolumeDuckingParam.h"
+
+/// Storage of one buffer of one intercepted unit: the PCM as the host rendered it (pre), the same
+/// PCM after ducking and compression (post), scratch memory for conversion and the gain stage.
+///
+/// Threads: one writer (the host's render thread), one reader (the private graph's); parameters
+/// and levels from control threads. Sizes are in bytes.
+class RZReplayAudioUnitBuffer {
+  public:
+    RZReplayAudioUnitBuffer();
+    ~RZReplayAudioUnitBuffer() = default;
+    RZReplayAudioUnitBuffer(const RZReplayAudioUnitBuffer&) = delete;
+    RZReplayAudioUnitBuffer& operator=(const RZReplayAudioUnitBuffer&) = delete;
+
+    /// Null until the first write of that side.
+    [[nodiscard]] korva_audio_utils::RingBuffer* preRingBuffer() const { return pre_.get(); }
+    [[nodiscard]] korva_audio_utils::RingBuffer* postRingBuffer() const { return post_.get(); }
+    [[nodiscard]] korva_audio_utils::VolumeController* volumeController() const {
+        return volumeController_.get();
+    }
+    /// mDataByteSize is the capacity; the memory belongs to this object.
+    [[nodiscard]] AudioBuffer copyBuffer() const { return copyBuffer_; }
+
+    /// [writer] Queues `size` bytes of buffer.mData whole: `size`, or 0 when refused. The first
+    /// write of a side makes its ring.
+    std::size_t writeAudioBuffer(const AudioBuffer& buffer, UInt32 size, BOOL isProcessed);
+    /// [reader] [real-time safe] Takes exactly `size` bytes into buffer.mData, or answers 0 and
+    /// takes nothing.
+    std::size_t readAudioBuffer(const AudioBuffer& buffer, UInt32 size, BOOL isProcessed);
+    /// [any thread] [real-time safe] Bytes that can be read.
+    [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
+    /// [reader] [real-time safe] Drops what the post side holds.
+    void cleanPostRingBuffer();
+    /// [reader] Scratch memory of at least `size` bytes; it grows with the largest request, zeroed
+    /// when it does, and never shrinks. mData is null when no memory is left.
+    AudioBuffer getCopyBufferBySize(UInt32 size);
+
+    void updateFS(int sampleRate);
+    /// A null record changes nothing. Switching off puts the gain and the level back to rest.
+    void setDuckingParam(const RZReplayVolumeDuckingParam* param);
+    void setCompressorParam(const RZReplayVolumeCompressorParam* param);
+    void setDuckingVolume(float volume, BOOL isDB);
+    void setCompressorVolume(float volume, BOOL isDB);
+    /// [writer] [real-time safe] Gain in place over mDataByteSize bytes. `format`: 0 16-bit, 1
+    /// 32-bit integer, 2 32-bit float.
+    void processAudioData(const AudioBuffer& buffer, int channels, int format);
+
+  private:
+    /// A ring that its writer makes and its reader may find: null until it is complete.
+    class LazyRing {
+      public:
+        [[nodiscard]] korva_audio_utils::RingBuffer* get() const {
+            return published_.load(std::memory_order_acquire);
+        }
+        /// Null when no memory is left.
+        korva_audio_utils::RingBuffer* getOrCreate();
+
+      private:
+        std::unique_ptr<korva_audio_utils::RingBuffer> ring_;
+        std::atomic<korva_audio_utils::RingBuffer*> published_{nullptr};
+    };
+
+    [[nodiscard]] const LazyRing& side(BOOL isProcessed) const {
+        return isProcessed ? post_ : pre_;
+    }
+
+    LazyRing pre_;
+    LazyRing post_;
+    std::unique_ptr<korva_audio_utils::VolumeController> volumeController_;
+    std::unique_ptr<std::byte[]> copyMemory_;
+    AudioBuffer copyBuffer_{};
+};

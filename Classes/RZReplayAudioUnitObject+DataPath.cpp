@@ -1,0 +1,176 @@
+#include <algorithm>
+
+#include "RZBufferList.h"
+#include "RZLogSite.h"
+#include "RZNumbers.h"
+#include "RZReplayAudioUnitObject.h"
+#include "TQAudioRecordLock.h"
+
+// The four methods that move PCM. All run on render threads: the writer's side on the host's,
+// the reader's on the private graph's.
+
+namespace {
+
+constexpr const char* kFile = "Classes/RZReplayAudioUnitObject";
+constexpr int kErrorLevel = 4;
+
+/// The gain stage's name for a format, -1 when it has none.
+int volumeFormat(const AudioStreamBasicDescription& desc) {
+    const bool isBigEndian = (desc.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
+    if ((desc.mFormatFlags & kAudioFormatFlagIsFloat) != 0) {
+        return isBigEndian ? -1 : 2;
+    }
+    if ((desc.mFormatFlags & kAudioFormatFlagIsSignedInteger) == 0 || isBigEndian) {
+        return -1;
+    }
+    switch (desc.mBitsPerChannel) {
+        case 16:
+            return 0;
+        case 32:
+            return 1;
+        default:
+            return -1;
+    }
+}
+
+}  // namespace
+
+template <class... Arguments>
+void RZReplayAudioUnitObject::raiseFiltered(const RZLogSite& site, int category, int code,
+                                            RZLogFormat format, const Arguments&... arguments) {
+    if (eventFilter_->FilterEvent(category, code)) {
+        const std::string message = RZFormat(format.text, arguments...);
+        site.write(kErrorLevel, format.line, message);
+        onAudioRecordEvent(static_cast<std::uint64_t>(category), static_cast<std::uint64_t>(code),
+                           message);
+    }
+}
+
+BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, UInt32 frames,
+                                                  BOOL isProcessed) {
+    constexpr RZLogSite site(
+        kFile, "-[RZReplayAudioUnitObject tryWriteBuffersFrom:numberFrames:isProcessed:]");
+    if (!isCapturing() || list == nullptr || list->mNumberBuffers == 0) {
+        return YES;
+    }
+    const UInt32 bitsPerChannel = streamDesc().mBitsPerChannel;
+    for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
+        const AudioBuffer& b = list->mBuffers[i];
+        const auto buffer = getOrCreateBufferAt(static_cast<int>(i));
+        // The buffer's own channel count decides, not the stream's: a host may render mono
+        // buffers under a stereo description.
+        const UInt32 size = (b.mNumberChannels * frames * bitsPerChannel) >> 3;
+        if (size > b.mDataByteSize) {
+            raiseFiltered(site, 2, 109,
+                          "[buffer] [%p] [%d] write size mis match. record: %d, input: %d", this, i,
+                          size, b.mDataByteSize);
+        } else if (buffer->writeAudioBuffer(b, size, isProcessed) == 0) {
+            raiseFiltered(site, 2, 111,
+                          "[buffer] [%p] [%d] write size is zero. dataSize: %d and available: %ld",
+                          this, i, size, static_cast<long>(buffer->getRingBufferSize(isProcessed)));
+        }
+    }
+    return YES;
+}
+
+RZReplayAudioUnitObject::ReadSizes RZReplayAudioUnitObject::readSizes(UInt32 frames) const {
+    const UInt32 record = streamDesc().mBytesPerFrame * frames;
+    if (!needFormatToS16()) {
+        return {record, record, NO, NO};
+    }
+    const UInt32 target = s16FormatStreamDesc().mBytesPerFrame * frames;
+    return {record, target, record != 2 * target, YES};
+}
+
+BOOL RZReplayAudioUnitObject::tryReadBuffersTo(AudioBufferList* list, UInt32 frames,
+                                               BOOL isProcessed) {
+    const BOOL pending =
+        isProcessed ? pendingCleanPostRingBuffer_.exchange(NO) : pendingCleanPostRingBuffer();
+    if (list == nullptr || list->mNumberBuffers == 0) {
+        return NO;
+    }
+    const BOOL clean = pending && isProcessed;
+    const ReadSizes sizes = readSizes(frames);
+    BOOL result = NO;
+    for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
+        const TQAudioRecordLock guard(bufferLock_);
+        if (readBufferAt(i, *list, frames, isProcessed, clean, sizes)) {
+            result = YES;
+        } else {
+            fillSilence(list->mBuffers[i]);
+        }
+    }
+    return result;
+}
+
+/// One buffer of a read, under bufferLock. NO leaves the buffer for silence.
+BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, UInt32 frames,
+                                           BOOL isProcessed, BOOL clean, const ReadSizes& sizes) {
+    constexpr RZLogSite site(
+        kFile, "-[RZReplayAudioUnitObject tryReadBuffersTo:numberFrames:isProcessed:]");
+    const AudioBuffer& b = list.mBuffers[index];
+    if (bufferList_.size() <= index) {
+        raiseFiltered(site, 3, 110,
+                      "[buffer] [%p] read with diff buffer number. read: %d, write: %d", this,
+                      list.mNumberBuffers, static_cast<int>(bufferList_.size()));
+        return NO;
+    }
+    RZReplayAudioUnitBuffer& buffer = *bufferList_[index];
+    if (clean) {
+        buffer.cleanPostRingBuffer();
+        return NO;
+    }
+    if (sizes.target > b.mDataByteSize || sizes.mismatch) {
+        raiseFiltered(site, 3, 109,
+                      "[buffer] [%p] [%d] read size mis match. record: %d, , target: %d, input: %d",
+                      this, index, sizes.record, sizes.target, b.mDataByteSize);
+        return NO;
+    }
+    if (!sizes.toS16) {
+        return buffer.readAudioBuffer(b, sizes.record, isProcessed) != 0;
+    }
+    const AudioBuffer copy = buffer.getCopyBufferBySize(sizes.record);
+    if (b.mData == nullptr || buffer.readAudioBuffer(copy, sizes.record, isProcessed) == 0) {
+        return NO;
+    }
+    // A buffer that claims more channels than the format has must not run over either side.
+    const UInt32 samples =
+        std::min({b.mNumberChannels * frames, sizes.record / static_cast<UInt32>(sizeof(float)),
+                  b.mDataByteSize / static_cast<UInt32>(sizeof(SInt16))});
+    convertF32ToS16(static_cast<const float*>(copy.mData), static_cast<SInt16*>(b.mData), samples);
+    return YES;
+}
+
+void RZReplayAudioUnitObject::convertF32ToS16(const float* src, SInt16* dst,
+                                              UInt32 samples) noexcept {
+    constexpr float kScale = 32767.0F;
+    for (UInt32 i = 0; i < samples; ++i) {
+        // Limiting the float first saturates exactly as limiting the truncated integer would: both
+        // limits are whole numbers.
+        float v = src[i] * kScale;
+        v = v < kScale ? v : (v >= kScale ? kScale : 0.0F);
+        v = v > -kScale ? v : -kScale;
+        dst[i] = static_cast<SInt16>(static_cast<std::int32_t>(v));
+    }
+}
+
+void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*frames*/) {
+    constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject processBuffer:numberFrames:]");
+    const AudioStreamBasicDescription desc = streamDesc();
+    const int format = volumeFormat(desc);
+    if (format < 0) {
+        raiseFiltered(site, 5, 112,
+                      "[buffer] unsupport pcm format: %d, bisPerChn: %d, chnPerFrame: %d",
+                      desc.mFormatFlags, desc.mBitsPerChannel, desc.mChannelsPerFrame);
+        return;
+    }
+    if (list == nullptr || list->mNumberBuffers == 0) {
+        return;
+    }
+    for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
+        const auto buffer = getOrCreateBufferAt(static_cast<int>(i));
+        buffer->updateFS(truncateToInt32(desc.mSampleRate));
+        buffer->processAudioData(list->mBuffers[i], static_cast<int>(desc.mChannelsPerFrame),
+                                 format);
+    }
+}

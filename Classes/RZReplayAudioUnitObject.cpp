@@ -1,0 +1,123 @@
+#include "RZReplayAudioUnitObject.h"
+
+#include "RZLogSite.h"
+#include "RZNumbers.h"
+#include "TQAudioRecordLock.h"
+
+namespace {
+constexpr const char* kFile = "Classes/RZReplayAudioUnitObject";
+/// A fault that repeats on every render cycle is reported once in this time.
+constexpr long kEventIntervalMilliseconds = 10000;
+}  // namespace
+
+RZReplayAudioUnitObject::RZReplayAudioUnitObject()
+    : asbdInfo_(std::make_shared<RZReplayASBDInfo>()),
+      bufferLock_(std::make_shared<NSRecursiveLock>()),
+      eventFilter_(std::make_unique<korva_audio_utils::EventFilter>()) {
+    eventFilter_->SetInterval(kEventIntervalMilliseconds);
+}
+
+RZReplayAudioUnitObject::RZReplayAudioUnitObject(AudioUnit unit, int trackId)
+    : RZReplayAudioUnitObject() {
+    inUnit_ = unit;
+    trackId_ = trackId;
+    asbdInfo()->setTrackId(trackId);
+}
+
+BOOL RZReplayAudioUnitObject::isAvailable() const {
+    const AudioStreamBasicDescription desc = streamDesc();
+    return desc.mSampleRate > 0 && desc.mChannelsPerFrame != 0 && desc.mBytesPerFrame != 0 &&
+           inUnit() != nullptr;
+}
+
+void RZReplayAudioUnitObject::startAudioUnit() {
+    if (!isStarted()) {
+        setIsStarted(YES);
+    }
+}
+
+void RZReplayAudioUnitObject::stopAudioUnit() {
+    if (isStarted()) {
+        setIsStarted(NO);
+    }
+}
+
+void RZReplayAudioUnitObject::startCapture() {
+    if (!isCapturing()) {
+        setIsCapturing(YES);
+        setPendingCleanPostRingBuffer(YES);
+    }
+}
+
+void RZReplayAudioUnitObject::stopCapture() {
+    if (isCapturing()) {
+        setIsCapturing(NO);
+    }
+}
+
+std::shared_ptr<RZReplayAudioUnitBuffer> RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {
+    constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject getOrCreateBufferAt:]");
+    const TQAudioRecordLock guard(bufferLock_);
+    if (index >= 0 && static_cast<std::size_t>(index) < bufferList_.size()) {
+        return bufferList_[static_cast<std::size_t>(index)];
+    }
+    auto buffer = std::make_shared<RZReplayAudioUnitBuffer>();
+    buffer->setDuckingParam(duckingParam_.get());
+    buffer->setCompressorParam(compressorParam_.get());
+    bufferList_.push_back(buffer);
+    site.log(2, "[buffer] add one buffer, new count: %ld", static_cast<long>(bufferList_.size()));
+    return buffer;
+}
+
+std::size_t RZReplayAudioUnitObject::getRingBufferSize(BOOL isProcessed) const {
+    const TQAudioRecordLock guard(bufferLock_);
+    return bufferList_.empty() ? 0 : bufferList_.front()->getRingBufferSize(isProcessed);
+}
+
+void RZReplayAudioUnitObject::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                                                 const std::string& message) {
+    const auto receiver = callback();
+    using Method = RZReplayAudioRecorderInternalDelegate::Method;
+    if (receiver && receiver->respondsTo(Method::onAudioRecordEvent)) {
+        receiver->onAudioRecordEvent(category, code, message);
+    }
+}
+
+void RZReplayAudioUnitObject::updateAsbdInfo() {
+    const auto info = asbdInfo();
+    if (info) {
+        info->updateInfoWithDesc(needFormatToS16() ? s16FormatStreamDesc() : streamDesc());
+    }
+}
+
+void RZReplayAudioUnitObject::setDuckingParam(const RZReplayVolumeDuckingParam* param) {
+    const TQAudioRecordLock guard(bufferLock_);
+    duckingParam_ = param == nullptr ? nullptr : param->copy();
+    for (const auto& buffer : bufferList_) {
+        buffer->setDuckingParam(param);
+    }
+}
+
+void RZReplayAudioUnitObject::setCompressorParam(const RZReplayVolumeCompressorParam* param) {
+    const TQAudioRecordLock guard(bufferLock_);
+    compressorParam_ = param == nullptr ? nullptr : param->copy();
+    for (const auto& buffer : bufferList_) {
+        buffer->setCompressorParam(param);
+    }
+}
+
+void RZReplayAudioUnitObject::updateDuckingVolume(float volume, BOOL isDB) {
+    const TQAudioRecordLock guard(bufferLock_);
+    for (const auto& buffer : bufferList_) {
+        buffer->updateFS(truncateToInt32(streamDesc().mSampleRate));
+        buffer->setDuckingVolume(volume, isDB);
+    }
+}
+
+void RZReplayAudioUnitObject::updateCompressorVolume(float volume, BOOL isDB) {
+    const TQAudioRecordLock guard(bufferLock_);
+    for (const auto& buffer : bufferList_) {
+        buffer->updateFS(truncateToInt32(streamDesc().mSampleRate));
+        buffer->setCompressorVolume(volume, isDB);
+    }
+}

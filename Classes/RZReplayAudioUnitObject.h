@@ -1,0 +1,162 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <Foundation/Foundation.h>
+#include <event_filter.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "AtomicProperty.h"
+#include "RZReplayASBDInfo.h"
+#include "RZReplayAudioRecorderDelegate.h"
+#include "RZReplayAudioUnitBuffer.h"
+#include "RZReplayVolumeCompressorParam.h"
+#include "RZReplayVolumeDuckingParam.h"
+
+/// The capture object of one intercepted audio unit: its formats, the host's callback that was
+/// taken over, and one RZReplayAudioUnitBuffer per buffer of its buffer lists.
+///
+/// Threads: the host's render thread writes and processes, the private graph's render thread
+/// reads, control threads change the rest. bufferLock guards the buffer list and the parameters;
+/// the reader holds it for one buffer at a time, the writer only while it looks a buffer up.
+class RZReplayAudioUnitObject {
+  public:
+    RZReplayAudioUnitObject();
+    RZReplayAudioUnitObject(AudioUnit unit, int trackId);
+    ~RZReplayAudioUnitObject() = default;
+    RZReplayAudioUnitObject(const RZReplayAudioUnitObject&) = delete;
+    RZReplayAudioUnitObject& operator=(const RZReplayAudioUnitObject&) = delete;
+
+    [[nodiscard]] BOOL isStarted() const { return isStarted_; }
+    void setIsStarted(BOOL isStarted) { isStarted_ = isStarted; }
+    [[nodiscard]] BOOL isCapturing() const { return isCapturing_; }
+    void setIsCapturing(BOOL isCapturing) { isCapturing_ = isCapturing; }
+    /// The unit's microphone element is on.
+    [[nodiscard]] BOOL input_enableIO() const { return input_enableIO_; }
+    void setInput_enableIO(BOOL enabled) { input_enableIO_ = enabled; }
+    /// The mixer wants 16-bit integer while the unit renders 32-bit float.
+    [[nodiscard]] BOOL needFormatToS16() const { return needFormatToS16_; }
+    void setNeedFormatToS16(BOOL need) { needFormatToS16_ = need; }
+    /// The post rings are to be emptied at the next post read.
+    [[nodiscard]] BOOL pendingCleanPostRingBuffer() const { return pendingCleanPostRingBuffer_; }
+    void setPendingCleanPostRingBuffer(BOOL pending) { pendingCleanPostRingBuffer_ = pending; }
+    [[nodiscard]] int trackId() const { return trackId_; }
+    void setTrackId(int trackId) { trackId_ = trackId; }
+    /// Node of the host's graph, -1 when the unit is none.
+    [[nodiscard]] AUNode inNode() const { return inNode_; }
+    void setInNode(AUNode node) { inNode_ = node; }
+    /// Not retained: the host may have disposed of it.
+    [[nodiscard]] AudioUnit inUnit() const { return inUnit_; }
+    void setInUnit(AudioUnit unit) { inUnit_ = unit; }
+    [[nodiscard]] AUGraph auGraph() const { return auGraph_; }
+    void setAuGraph(AUGraph graph) { auGraph_ = graph; }
+    /// Receives events; weak.
+    [[nodiscard]] std::shared_ptr<RZReplayAudioRecorderInternalDelegate> callback() const {
+        return callback_.load().lock();
+    }
+    void setCallback(const std::shared_ptr<RZReplayAudioRecorderInternalDelegate>& callback) {
+        callback_.store(callback);
+    }
+    /// The host's own render callback and its reference value: one value, so that a render cycle
+    /// never pairs the old procedure with the new reference.
+    [[nodiscard]] AURenderCallbackStruct originCallback() const { return origin_.load(); }
+    void setOriginCallback(AURenderCallbackStruct callback) { origin_.store(callback); }
+    [[nodiscard]] AURenderCallback origin_inputProc() const { return origin_.load().inputProc; }
+    [[nodiscard]] void* origin_inputProcRefCon() const { return origin_.load().inputProcRefCon; }
+    /// Describes the PCM that is read from this object.
+    [[nodiscard]] std::shared_ptr<RZReplayASBDInfo> asbdInfo() const { return asbdInfo_.load(); }
+    void setAsbdInfo(std::shared_ptr<RZReplayASBDInfo> info) { asbdInfo_.store(std::move(info)); }
+    /// Free for anybody's use; nothing here sets or reads it.
+    [[nodiscard]] std::string key() const { return key_.load(); }
+    void setKey(std::string key) { key_.store(std::move(key)); }
+    [[nodiscard]] const std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>>& bufferList() const {
+        return bufferList_;
+    }
+    [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& bufferLock() const { return bufferLock_; }
+    [[nodiscard]] korva_audio_utils::EventFilter& eventFilter() const { return *eventFilter_; }
+    [[nodiscard]] AudioComponentDescription compDesc() const { return compDesc_.load(); }
+    void setCompDesc(const AudioComponentDescription& desc) { compDesc_.store(desc); }
+    /// The format in which the unit's PCM passes the callback.
+    [[nodiscard]] AudioStreamBasicDescription streamDesc() const { return streamDesc_.load(); }
+    void setStreamDesc(const AudioStreamBasicDescription& desc) { streamDesc_.store(desc); }
+    [[nodiscard]] AudioStreamBasicDescription s16FormatStreamDesc() const {
+        return s16FormatStreamDesc_.load();
+    }
+    void setS16FormatStreamDesc(const AudioStreamBasicDescription& desc) {
+        s16FormatStreamDesc_.store(desc);
+    }
+
+    /// The stream description is usable and there is a unit.
+    [[nodiscard]] BOOL isAvailable() const;
+    void startAudioUnit();
+    void stopAudioUnit();
+    /// Also asks for the stale post PCM to be thrown away. A second start changes nothing.
+    void startCapture();
+    /// The rings keep what they hold.
+    void stopCapture();
+    /// The buffer at `index`; beyond the end exactly one is appended and answered, wherever it
+    /// lands: callers walk upward from 0.
+    std::shared_ptr<RZReplayAudioUnitBuffer> getOrCreateBufferAt(int index);
+    /// Readable bytes of the first buffer's pre or post side.
+    [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
+    void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);
+    /// [reader] Refreshes asbdInfo from the format that is being read.
+    void updateAsbdInfo();
+
+    /// A null record is stored as none and changes no buffer.
+    void setDuckingParam(const RZReplayVolumeDuckingParam* param);
+    void setCompressorParam(const RZReplayVolumeCompressorParam* param);
+    void updateDuckingVolume(float volume, BOOL isDB);
+    void updateCompressorVolume(float volume, BOOL isDB);
+
+    /// [writer] [real-time safe once warm] Queues one rendered block; what fails is dropped and
+    /// raised as an event. Always YES.
+    BOOL tryWriteBuffersFrom(const AudioBufferList* list, UInt32 frames, BOOL isProcessed);
+    /// [reader] [real-time safe once warm] Fills the list with the next `frames`, each buffer whole
+    /// or silent. YES when at least one buffer got sound.
+    BOOL tryReadBuffersTo(AudioBufferList* list, UInt32 frames, BOOL isProcessed);
+    /// [real-time safe] Truncates toward zero, symmetric: -32767 to 32767. NaN gives 0.
+    static void convertF32ToS16(const float* src, SInt16* dst, UInt32 samples) noexcept;
+    /// [writer] [real-time safe once warm] Ducking and compression in place.
+    void processBuffer(AudioBufferList* list, UInt32 frames);
+
+  private:
+    /// What one read needs to know of the formats, the same for every buffer of the list.
+    struct ReadSizes {
+        UInt32 record;  ///< bytes taken from the ring
+        UInt32 target;  ///< bytes that the reader's buffer must hold
+        BOOL mismatch;
+        BOOL toS16;
+    };
+    [[nodiscard]] ReadSizes readSizes(UInt32 frames) const;
+    BOOL readBufferAt(UInt32 index, AudioBufferList& list, UInt32 frames, BOOL isProcessed,
+                      BOOL clean, const ReadSizes& sizes);
+    template <class... Arguments>
+    void raiseFiltered(const class RZLogSite& site, int category, int code,
+                       struct RZLogFormat format, const Arguments&... arguments);
+
+    std::shared_ptr<const RZReplayVolumeDuckingParam> duckingParam_;
+    std::shared_ptr<const RZReplayVolumeCompressorParam> compressorParam_;
+    std::atomic<bool> isStarted_{false};
+    std::atomic<bool> isCapturing_{false};
+    std::atomic<bool> input_enableIO_{false};
+    std::atomic<bool> needFormatToS16_{false};
+    std::atomic<bool> pendingCleanPostRingBuffer_{false};
+    std::atomic<int> trackId_{0};
+    std::atomic<AUNode> inNode_{-1};
+    std::atomic<AudioUnit> inUnit_{nullptr};
+    std::atomic<AUGraph> auGraph_{nullptr};
+    AtomicProperty<std::weak_ptr<RZReplayAudioRecorderInternalDelegate>> callback_;
+    AtomicProperty<AURenderCallbackStruct> origin_;
+    AtomicProperty<std::shared_ptr<RZReplayASBDInfo>> asbdInfo_;
+    AtomicProperty<std::string> key_;
+    std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>> bufferList_;
+    std::shared_ptr<NSRecursiveLock> bufferLock_;
+    std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;
+    AtomicProperty<AudioComponentDescription> compDesc_;
+    AtomicProperty<AudioStreamBasicDescription> streamDesc_;
+    AtomicProperty<AudioStreamBasicDescription> s16FormatStreamDesc_;
+};

@@ -1,0 +1,90 @@
+#include <cstring>
+#include <mutex>
+
+#include "RZLogSite.h"
+#include "RZNumbers.h"
+#include "RZStreamCollectManager.h"
+
+// What listeners may use on a block: the platform's sample buffer made of it, and a test for
+// garbage.
+
+namespace {
+
+constexpr const char* kFile = "Classes/RZStreamCollectManager";
+
+AudioStreamBasicDescription streamDescription(const RZReplayASBDInfo& info) {
+    AudioStreamBasicDescription desc{};
+    desc.mSampleRate = info.sampleRate();
+    desc.mFormatID = kAudioFormatLinearPCM;
+    desc.mFormatFlags = info.formatFlags();
+    desc.mChannelsPerFrame = static_cast<UInt32>(info.channelsPerFrame());
+    desc.mBitsPerChannel = static_cast<UInt32>(info.bitsPerChannel());
+    desc.mBytesPerFrame = (desc.mChannelsPerFrame * desc.mBitsPerChannel) >> 3;
+    desc.mBytesPerPacket = desc.mBytesPerFrame;
+    desc.mFramesPerPacket = 1;
+    return desc;
+}
+
+/// Made from the first description that comes and kept for the life of the process.
+CMAudioFormatDescriptionRef cachedFormatDescription(const AudioStreamBasicDescription& desc) {
+    static std::mutex mutex;
+    static CMAudioFormatDescriptionRef cached = nullptr;
+    const std::scoped_lock guard(mutex);
+    if (cached == nullptr) {
+        CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &desc, 0, nullptr, 0, nullptr, nullptr,
+                                       &cached);
+    }
+    return cached;
+}
+
+}  // namespace
+
+CMSampleBufferRef RZStreamCollectManager::createSampleBufferFromAudioBufferList(
+    const AudioBufferList* list, const RZReplayASBDInfo& description,
+    CMTime presentationTimeStamp) {
+    constexpr RZLogSite site(kFile,
+                             "-[RZStreamCollectManager "
+                             "createSampleBufferFromAudioBufferList:description:"
+                             "atPresentationTimeStamp:]");
+    const AudioStreamBasicDescription desc = streamDescription(description);
+    CMSampleTimingInfo timing{};
+    timing.duration = CMTimeMake(1, truncateToInt32(desc.mSampleRate));
+    timing.presentationTimeStamp = presentationTimeStamp;
+    timing.decodeTimeStamp = kCMTimeInvalid;
+
+    const UInt32 bytes =
+        list == nullptr || list->mNumberBuffers == 0 ? 0 : list->mBuffers[0].mDataByteSize;
+    const CMItemCount samples = desc.mBytesPerFrame == 0 ? 0 : bytes / desc.mBytesPerFrame;
+    CMSampleBufferRef sampleBuffer = nullptr;
+    const OSStatus created = CMSampleBufferCreate(kCFAllocatorDefault, nullptr, false, nullptr,
+                                                  nullptr, cachedFormatDescription(desc), samples,
+                                                  1, &timing, 0, nullptr, &sampleBuffer);
+    if (created != 0) {
+        site.log(2, "CMSampleBufferCreate error");
+        return nullptr;
+    }
+    const OSStatus attached = CMSampleBufferSetDataBufferFromAudioBufferList(
+        sampleBuffer, kCFAllocatorDefault, kCFAllocatorDefault, 0, list);
+    if (attached != 0) {
+        // The half-built buffer is deliberately not released here.
+        site.log(2, "CMSampleBufferSetDataBufferFromAudioBufferList error:%d", attached);
+        return nullptr;
+    }
+    return sampleBuffer;
+}
+
+BOOL RZStreamCollectManager::checkAudioRealTimeError(const AudioBufferList* list) const {
+    if (list == nullptr || list->mNumberBuffers == 0 || list->mBuffers[0].mData == nullptr) {
+        return NO;
+    }
+    const AudioBuffer& buffer = list->mBuffers[0];
+    const auto isGarbage = [&buffer](std::size_t offset) {
+        std::uint32_t word = 0;
+        if (offset + sizeof(word) > buffer.mDataByteSize) {
+            return false;
+        }
+        std::memcpy(&word, static_cast<const char*>(buffer.mData) + offset, sizeof(word));
+        return word == 0x80007FFF || word == 0x7FFF8000 || word == 0x80000000 || word == 0x7FFF0000;
+    };
+    return isGarbage(0) || isGarbage(4);
+}

@@ -1,0 +1,191 @@
+#include "RZStreamCollectManager.h"
+
+#include <algorithm>
+
+#include "RZLogSite.h"
+#include "RZReplayAudioRecorder.h"
+#include "RZReplayAudioUnitCapturer.h"
+#include "RZReplayAudioUnitGraphCapturer.h"
+#include "RZStreamCollectManager+State.h"
+#include "TQAudioRecordLock.h"
+#include "TQHookSelfTest.h"
+
+using ListenerMethod = RZReplayAudioRecorderDelegate::Method;
+
+namespace {
+constexpr const char* kFile = "Classes/RZStreamCollectManager";
+
+std::string className(const RZStreamCollectManager::Listener& listener) {
+    if (!listener) {
+        return "(null)";
+    }
+    const RZReplayAudioRecorderDelegate& object = *listener;
+    return NSStringFromClass(typeid(object));
+}
+}  // namespace
+
+RZStreamCollectManager& RZStreamCollectManager::sharedManager() {
+    // Owned for good: the recorder's delegate is weak and needs an owner.
+    static const auto& instance = *new std::shared_ptr<RZStreamCollectManager>([] {
+        std::shared_ptr<RZStreamCollectManager> manager(
+            new RZStreamCollectManager, [](RZStreamCollectManager* last) { delete last; });
+        manager->audioRecorder()->setDelegate(manager);
+        return manager;
+    }());
+    return *instance;
+}
+
+RZStreamCollectManager::RZStreamCollectManager() : state_(std::make_unique<State>()) {
+}
+RZStreamCollectManager::~RZStreamCollectManager() = default;
+
+void RZStreamCollectManager::testAUGraphHook() {
+    TQHookSelfTest::testAUGraphHook();
+}
+
+void RZStreamCollectManager::notifyNewAUGraph(AUGraph graph) {
+    TQHookSelfTest::notifyNewAUGraph(graph);
+}
+
+BOOL RZStreamCollectManager::isHookSuccess() const {
+    return TQHookSelfTest::isHookSuccess();
+}
+
+BOOL RZStreamCollectManager::isHookStarted() const {
+    return RZReplayAudioUnitCapturer::isHookStarted() &&
+           RZReplayAudioUnitGraphCapturer::isHookStarted();
+}
+
+const std::vector<RZStreamCollectManager::Listener>& RZStreamCollectManager::arrAudioListener()
+    const {
+    return state_->arrAudioListener;
+}
+
+RZStreamCollectManager::Listener RZStreamCollectManager::lastStopAudioListener() const {
+    const TQAudioRecordLock guard(state_->lock);
+    return state_->lastStopAudioListener.lock();
+}
+
+const std::shared_ptr<RZReplayAudioRecorder>& RZStreamCollectManager::audioRecorder() const {
+    return state_->audioRecorder;
+}
+
+const std::shared_ptr<NSRecursiveLock>& RZStreamCollectManager::lock() const {
+    return state_->lock;
+}
+
+BOOL RZStreamCollectManager::startAudioStreamCollect(const Listener& listener) {
+    constexpr RZLogSite site(kFile, "-[RZStreamCollectManager startAudioStreamCollect:]");
+    site.log(2, "start stream obj:%@", className(listener));
+    TQAudioRecordLock guard(state_->lock);
+    if (!listener || !listener->respondsTo(ListenerMethod::onAudioReceivePCM)) {
+        guard.unlock();
+        site.log(4, "obj not implement protocol");
+        return NO;
+    }
+    auto& list = state_->arrAudioListener;
+    if (std::find(list.begin(), list.end(), listener) != list.end()) {
+        site.log(2, "obj has already started!");
+        return YES;
+    }
+    list.push_back(listener);
+    ++state_->mutations;
+    if (list.size() == 1) {
+        site.log(2, "start record audio");
+        state_->audioRecorder->startRecord();
+    }
+    return YES;
+}
+
+BOOL RZStreamCollectManager::stopAudioStreamCollect(const Listener& listener) {
+    constexpr RZLogSite site(kFile, "-[RZStreamCollectManager stopAudioStreamCollect:]");
+    site.log(2, "stop stream obj:%@", className(listener));
+    const TQAudioRecordLock guard(state_->lock);
+    auto& list = state_->arrAudioListener;
+    const auto found = std::find(list.begin(), list.end(), listener);
+    if (found == list.end()) {
+        site.log(4, "obj not found in array!");
+        return NO;
+    }
+    // `listener` may be the list's own element.
+    const Listener removed = *found;
+    list.erase(found);
+    ++state_->mutations;
+    if (list.empty()) {
+        site.log(2, "stop record audio");
+        state_->lastStopAudioListener = removed;
+        state_->audioRecorder->stopRecord();
+    }
+    return YES;
+}
+
+/// One pass over the listeners under the lock. A listener that throws is logged and passed over;
+/// one that changes the list ends the pass, since whoever comes next is no longer certain.
+template <class Deliver>
+void RZStreamCollectManager::deliver(const RZLogSite& site, Deliver&& deliverTo) {
+    const TQAudioRecordLock guard(state_->lock);
+    const auto& list = state_->arrAudioListener;
+    const auto mutations = state_->mutations;
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        const Listener listener = list[i];
+        try {
+            deliverTo(*listener);
+        } catch (...) {
+            site.log(4, "obj threw an exception: %@", className(listener));
+        }
+        if (state_->mutations != mutations) {
+            site.log(4, "obj changed the listeners while they are being called: %@",
+                     className(listener));
+            return;
+        }
+    }
+}
+
+void RZStreamCollectManager::onAudioReceivePrePCM(AudioBufferList* pcm,
+                                                  const RZReplayASBDInfo& info) {
+    constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioReceivePrePCM:description:]");
+    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+        if (!listener.respondsTo(ListenerMethod::onAudioReceivePCM)) {
+            return;
+        }
+        if (listener.respondsTo(ListenerMethod::getPCMDataType) &&
+            (listener.getPCMDataType() & RZPCMDataTypePre) == 0) {
+            return;
+        }
+        listener.onAudioReceivePCM(pcm, info);
+    });
+}
+
+void RZStreamCollectManager::onAudioReceivePostPCM(AudioBufferList* pcm,
+                                                   const RZReplayASBDInfo& info) {
+    constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioReceivePostPCM:description:]");
+    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+        // Stricter than for pre blocks: post PCM is for those only that ask for it.
+        if (listener.respondsTo(ListenerMethod::onAudioReceivePCM) &&
+            listener.respondsTo(ListenerMethod::getPCMDataType) &&
+            (listener.getPCMDataType() & RZPCMDataTypePost) != 0) {
+            listener.onAudioReceivePCM(pcm, info);
+        }
+    });
+}
+
+void RZStreamCollectManager::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                                                const std::string& message) {
+    constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioRecordEvent:code:message:]");
+    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+        if (listener.respondsTo(ListenerMethod::onAudioRecordEvent)) {
+            listener.onAudioRecordEvent(category, code, message);
+        }
+    });
+}
+
+std::int32_t RZStreamCollectManager::getPCMDataType() {
+    constexpr RZLogSite site(kFile, "-[RZStreamCollectManager getPCMDataType]");
+    std::uint64_t mask = 0;
+    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+        mask |= listener.respondsTo(ListenerMethod::getPCMDataType)
+                    ? listener.getPCMDataType()
+                    : std::uint64_t{RZPCMDataTypePre};
+    });
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(mask));
+}
