@@ -1,0 +1,58 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#include <mutex>
+#include <set>
+
+#include "TQAudioRecordResolver.h"
+
+/// Posted when a unit has been taken over and must not be captured; for units of both kinds.
+inline constexpr const char* TQAudioNewRegisterAudioUnitNotification =
+    "TQAudioNewRegisterAudioUnitNotification";
+/// Posted when a graph has been taken over and must not be captured.
+inline constexpr const char* TQAudioNewRegisterAuGraphNotification =
+    "TQAudioNewRegisterAuGraphNotification";
+/// The key in both notifications' user info: the "%p" text of the unit or graph.
+inline constexpr const char* TQAudioNewRegisteredObject = "TQAudioNewRegisteredObject";
+
+/// Knows the units and graphs that are not the game's own sound: those of real-time communication
+/// engines, and those that a library keeps for itself.
+///
+/// Any thread; the sets have a lock, held for the look-up alone. Handles are identities here: they
+/// are neither used nor checked, and null is ignored (and never known). A registration that is new
+/// is announced on the notification centre, on the registering thread with no lock held; to repeat
+/// one is silent. Registering allocates: not for render threads.
+class TQ_RESOLVER_EXPORT TQAudioUnitRecordResolveManager {
+  public:
+    /// The one instance, made on first use, never destroyed.
+    static TQAudioUnitRecordResolveManager& sharedManager();
+
+    TQAudioUnitRecordResolveManager(const TQAudioUnitRecordResolveManager&) = delete;
+    TQAudioUnitRecordResolveManager& operator=(const TQAudioUnitRecordResolveManager&) = delete;
+
+    /// Whether the unit is registered, as one of either kind.
+    [[nodiscard]] bool existAudioUnit(AudioUnit unit) const;
+    [[nodiscard]] bool existAuGraph(AUGraph graph) const;
+
+    void registerRTCUsedAudioUnit(AudioUnit unit);
+    void unregisterRTCUsedAudioUnit(AudioUnit unit);
+    void registerNonGameUsedAuGraph(AUGraph graph);
+    void unregisterNonGameUsedAuGraph(AUGraph graph);
+    void registerNonGameUsedAudioUnit(AudioUnit unit);
+    void unregisterNonGameUsedAudioUnit(AudioUnit unit);
+
+  private:
+    TQAudioUnitRecordResolveManager() = default;
+    ~TQAudioUnitRecordResolveManager() = default;
+
+    template <class Handle>
+    void enter(std::set<Handle>& handles, Handle handle, const char* notification);
+    template <class Handle>
+    void leave(std::set<Handle>& handles, Handle handle);
+
+    mutable std::mutex mutex_;
+    std::set<AudioUnit> rtcUnits_;
+    std::set<AudioUnit> nonGameUnits_;
+    std::set<AUGraph> nonGameGraphs_;
+};

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "TQAudioRecordResolver.h"
+#include "elf/LoadedImages.h"
+#include "rebind/HeldImages.h"
+#include "rebind/LoaderCalls.h"
+#include "rebind/Originals.h"
+#include "rebind/SlotChoice.h"
+#include "rebind/SlotPatcher.h"
+#include "rebind/SymbolTable.h"
+
+namespace tqresolver {
+
+/// The redirections of the process and the images they were made in.
+///
+/// Locks: `mutex_` guards what stands below it and is only ever held for memory work. No call into
+/// the loader is made meanwhile: a thread in a load-time constructor holds the loader's lock and
+/// may wait for `mutex_`. Readers of the symbol table need no lock.
+class Rebinder {
+  public:
+    /// The one instance, made on first use, never destroyed.
+    static Rebinder& shared();
+
+    /// As tqreplay_rebind_symbols().
+    int rebind(std::span<TQRebinding> rebindings);
+    /// Redirects in images that were loaded since the last look. Nothing new costs one step of
+    /// the loader's list.
+    void scan();
+    /// What a lookup of `name` that found `found` should answer. Real-time safe.
+    [[nodiscard]] void* translated(const char* name, void* found) const;
+    /// Real-time safe.
+    [[nodiscard]] bool isRedirected(const char* name) const;
+    [[nodiscard]] TQRebindReport report();
+    /// Looks again at call slots that another thread may have been binding when they were changed,
+    /// and changes those back that lost. Returns true while some remain to be looked at later.
+    bool verify();
+
+  private:
+    struct LazySlot {
+        std::uintptr_t address = 0;
+        std::string symbol;
+        unsigned long round = 0;  ///< the verification round it was changed in
+    };
+    struct ImageRecord {
+        std::uintptr_t dynamic = 0;
+        std::string name;
+        std::vector<LazySlot> lazySlots;
+    };
+    struct Finding {
+        std::string name;
+        Original original;
+    };
+    struct Failure {
+        std::string image;
+        PatchResult result;
+    };
+
+    Rebinder();
+    ~Rebinder() = default;
+
+    void examine(const LoaderCalls& calls, bool everything);
+    [[nodiscard]] static std::vector<Finding> find(const LoaderCalls& calls, const HeldImages& held,
+                                                   const std::vector<std::string>& names,
+                                                   const void* asker);
+    bool findLateDefinitions(const LoaderCalls& calls, const HeldImages& held);
+    void enter(std::span<TQRebinding> rebindings, const std::vector<Finding>& findings);
+    void publish(std::vector<SymbolEntry> entries);
+    [[nodiscard]] std::size_t startupCount(const LoadedImages& loaded);
+    [[nodiscard]] ImageRecord* recordOf(const ImageLayout& image);
+    void forgetGone(const LoadedImages& loaded);
+    void patchImage(const ImageLayout& layout, const HeldImages& held,
+                    std::vector<Failure>& failures);
+    void noteLazySlots(ImageRecord& record, std::span<const SlotWrite> writes);
+    void restoreLost(ImageRecord& record);
+    void startVerifier();
+
+    friend void prepareFork();
+    friend void resumeAfterFork();
+    friend void resumeInChild();
+
+    std::atomic<const SymbolTable*> table_{nullptr};
+    std::atomic<unsigned long long> seenAdds_{0};
+    std::atomic<unsigned long long> seenSubs_{0};
+    std::atomic<std::size_t> startupCount_{0};
+    std::atomic<bool> isVerifierRunning_{false};
+
+    std::mutex mutex_;
+    std::vector<ImageRecord> records_;
+    TQRebindReport report_{};
+    unsigned long verifyRound_ = 0;
+};
+
+}  // namespace tqresolver
