@@ -15,11 +15,22 @@ endif()
 add_library(tq_warnings INTERFACE)
 target_compile_options(tq_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
 
-# tq_test(NAME SOURCES a.cpp ... LIBS lib ...): a GoogleTest program whose cases each run in
-# a process of their own, so that singletons start fresh.
+# tq_test(NAME SOURCES a.cpp ... LIBS lib ... [ENVIRONMENT A=b ...] [PROPERTIES ...]): a GoogleTest
+# program whose cases each run in a process of their own, so that singletons start fresh. Every
+# test runs on the manual device (no thread, no clock, no sound server) with the flag files of the
+# crash guard in the build folder; ENVIRONMENT adds to that or overrides it.
 function(tq_test name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;PROPERTIES" ${ARGN})
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;ENVIRONMENT;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE tq_warnings ${ARG_LIBS} GTest::gmock GTest::gtest_main)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 ${ARG_PROPERTIES})
+    # A list value does not survive gtest_discover_tests(), so it is set behind it.
+    set(environment "TQ_AUDIO_DEVICE=manual" "XDG_CACHE_HOME=${CMAKE_BINARY_DIR}/test-cache"
+                    ${ARG_ENVIRONMENT})
+    set(script ${CMAKE_CURRENT_BINARY_DIR}/${name}_environment.cmake)
+    file(WRITE ${script} "foreach(test IN LISTS ${name}_TESTS)
+    set_tests_properties(\"\${test}\" PROPERTIES ENVIRONMENT \"${environment}\")
+endforeach()
+")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${script})
 endfunction()
