@@ -1,0 +1,62 @@
+# Shared by run-demo and run-tests: packages, building, plain messages. Sourced, not run.
+
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
+    libcairo2-dev libfftw3-dev)
+test_packages=(libgtest-dev libgmock-dev)
+
+say() { printf '%s\n' "$*"; }
+
+die() {
+    printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+    exit 1
+}
+
+# Installs what is missing of the named Debian packages; silent when nothing is.
+need_packages() {
+    local missing=() package log
+    for package in "$@"; do
+        # shellcheck disable=SC2016 # dpkg-query expands it
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null ||
+            die "these packages are missing and only root can install them: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    say "Installing: ${missing[*]}"
+    log=$(mktemp)
+    if ! { "${as_root[@]}" apt-get update -qq &&
+        DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq \
+            --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+        tail -n 20 "$log" >&2
+        rm -f "$log"
+        die "could not install: ${missing[*]}"
+    fi
+    rm -f "$log"
+}
+
+# Configures a preset once and brings it up to date; the log is shown only when that fails.
+# build_preset PRESET [TARGET ...]
+build_preset() {
+    local preset=$1 log=$root/build/$1.log
+    shift
+    mkdir -p "$root/build"
+    if [ ! -f "$root/build/$preset/build.ninja" ]; then
+        (cd "$root" && cmake --preset "$preset") >"$log" 2>&1 || {
+            tail -n 40 "$log" >&2
+            die "could not configure the $preset build (whole log: build/$preset.log)"
+        }
+    fi
+    local targets=()
+    [ $# -gt 0 ] && targets=(--target "$@")
+    (cd "$root" && cmake --build --preset "$preset" "${targets[@]}") >"$log" 2>&1 || {
+        grep -E -A12 'FAILED|error:' "$log" | head -n 60 >&2
+        die "could not build $preset (whole log: build/$preset.log)"
+    }
+}
