@@ -22,10 +22,12 @@ namespace {
 constexpr UInt32 kMaximumChannels = 64;
 constexpr UInt32 kMaximumBlock = 1U << 20;
 
-// The filter: 96 taps at the lower of the two rates, flat to 0.9 of its half, aliases more than
-// 100 dB down, about a millisecond of delay.
+// The filter: 96 taps at the lower of the two rates, flat to about 0.9 of its half, about a
+// millisecond of delay. Downwards, what the output cannot hold is more than 100 dB down. Upwards
+// the cutoff may lie nearer to the end: mirror images fall beyond it, not back into the tones.
 constexpr int kFilterTaps = 96;
-constexpr double kCutoff = 0.95;
+constexpr double kCutoffDown = 0.95;
+constexpr double kCutoffUp = 0.975;
 constexpr int kKaiserBeta = 10;
 /// Ratios with up to this many phases get a filter for each; the resampler interpolates between
 /// this many filters for all others.
@@ -67,7 +69,7 @@ Resampler makeResampler(RateRatio ratio, UInt32 channels) {
     check(av_opt_set_sample_fmt(raw, "internal_sample_fmt", AV_SAMPLE_FMT_FLTP, 0));
     check(av_opt_set_int(raw, "filter_size", kFilterTaps, 0));
     // The option counts in halves of the output rate; upwards it is the input's that limits.
-    check(av_opt_set_double(raw, "cutoff", kCutoff * std::min(1.0, fold), 0));
+    check(av_opt_set_double(raw, "cutoff", fold < 1 ? kCutoffUp * fold : kCutoffDown, 0));
     check(av_opt_set(raw, "filter_type", "kaiser", 0));
     check(av_opt_set_int(raw, "kaiser_beta", kKaiserBeta, 0));
     check(av_opt_set_int(raw, "exact_rational", 1, 0));
@@ -183,7 +185,7 @@ class RateConverter::Engine {
     OSStatus pullBlock(UInt32 block, float* const* planes, FramePull source, void* context,
                        UInt32& made) noexcept {
         std::int64_t wanted = ratio_.inputFor(block, credit_);
-        while (made < block) {
+        while (made < block || wanted > 0) {
             const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(wanted, maximumFrames_));
             if (chunk > 0) {
                 const OSStatus status = source(context, chunk, inputPlanes_);

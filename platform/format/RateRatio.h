@@ -10,8 +10,8 @@ struct RateRatio {
     std::int64_t output;
 
     /// The ratio of two finite rates above 0: exact for whole rates up to kMaximumTerm and for
-    /// simple fractions such as 44100.5; for all others the nearest that both terms can express,
-    /// off by less than a billionth for rates less than a hundred-fold apart.
+    /// simple fractions such as 44100.5; for all others the nearest simple one, off by less than
+    /// one part in kMaximumTerm, which is less than the clocks of two devices differ.
     [[nodiscard]] static RateRatio of(double inputRate, double outputRate) noexcept;
 
     [[nodiscard]] bool equal() const noexcept { return input == output; }

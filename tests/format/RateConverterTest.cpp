@@ -1,0 +1,369 @@
+#include "format/RateConverter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "AllocationCounter.h"
+
+namespace {
+
+using tqplatform::RateConverter;
+
+/// A source that plays one long signal into all channels and keeps count of what it is asked.
+struct Source {
+    std::uint64_t given = 0;
+    std::uint64_t pulls = 0;
+    UInt32 largest = 0;
+    UInt32 last = 0;
+    UInt32 channels = 1;
+    std::uint64_t failAt = UINT64_MAX;  ///< the pull that would go beyond it fails
+    float (*signal)(std::uint64_t frame, UInt32 channel) = [](std::uint64_t, UInt32) {
+        return 1.0F;
+    };
+
+    static OSStatus pull(void* context, UInt32 frames, float* const* planes) {
+        auto& self = *static_cast<Source*>(context);
+        ++self.pulls;
+        self.largest = std::max(self.largest, frames);
+        self.last = frames;
+        if (self.given + frames > self.failAt) {
+            return -1234;
+        }
+        for (UInt32 channel = 0; channel < self.channels; ++channel) {
+            for (UInt32 frame = 0; frame < frames; ++frame) {
+                planes[channel][frame] = self.signal(self.given + frame, channel);
+            }
+        }
+        self.given += frames;
+        return noErr;
+    }
+};
+
+/// Output planes with a mark behind the end of each.
+class Output {
+  public:
+    Output(UInt32 channels, UInt32 frames) : frames_(frames) {
+        for (UInt32 channel = 0; channel < channels; ++channel) {
+            memory_.emplace_back(frames + 1, 77.0F);
+        }
+        for (auto& plane : memory_) {
+            planes_.push_back(plane.data());
+        }
+    }
+    float* const* planes() { return planes_.data(); }
+    const std::vector<float>& operator[](UInt32 channel) const { return memory_[channel]; }
+    bool intact() const {
+        return std::all_of(memory_.begin(), memory_.end(),
+                           [this](const auto& plane) { return plane[frames_] == 77.0F; });
+    }
+
+  private:
+    UInt32 frames_;
+    std::vector<std::vector<float>> memory_;
+    std::vector<float*> planes_;
+};
+
+constexpr double kRates[] = {8000,  11025,   16000, 22050, 32000,
+                             44100, 44100.5, 48000, 96000, 192000};
+
+std::uint64_t covered(std::uint64_t frames, double input, double output) {
+    // Twice the rates, so that 44100.5 is whole.
+    const auto above = static_cast<std::uint64_t>(2 * input);
+    const auto below = static_cast<std::uint64_t>(2 * output);
+    return (frames * above + below - 1) / below;
+}
+
+TEST(RateConverterCounts, everyPairOfRatesTakesExactlyTheInputItsOutputStandsFor) {
+    std::mt19937 random(1);
+    for (const double input : kRates) {
+        for (const double output : kRates) {
+            RateConverter converter(input, output, 1, 1024);
+            Source source;
+            std::uint64_t made = 0;
+            for (int pull = 0; pull < 60; ++pull) {
+                const UInt32 frames = 1 + static_cast<UInt32>(random() % 1024);
+                Output out(1, frames);
+                ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+                ASSERT_TRUE(out.intact());
+                made += frames;
+                ASSERT_EQ(source.given, covered(made, input, output))
+                    << input << " to " << output << " after " << made;
+            }
+            EXPECT_LE(source.largest, 1024U);
+        }
+    }
+}
+
+TEST(RateConverterCounts, tenMinutesOfOddBlocksLoseNothing) {
+    for (const auto& [input, output] : {std::pair{48000.0, 44100.0}, {22050.0, 48000.0}}) {
+        RateConverter converter(input, output, 1, 997);
+        Source source;
+        const auto total = static_cast<std::uint64_t>(output) * 600;
+        Output out(1, 997);
+        std::uint64_t made = 0;
+        while (made < total) {
+            const auto frames = static_cast<UInt32>(std::min<std::uint64_t>(997, total - made));
+            ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+            made += frames;
+        }
+        EXPECT_EQ(source.given, static_cast<std::uint64_t>(input) * 600);
+    }
+}
+
+TEST(RateConverterCounts, equalBlocksAskForEqualInputGiveOrTakeOneFrame) {
+    for (const auto& [input, output] :
+         {std::pair{48000.0, 44100.0}, {44100.0, 48000.0}, {96000.0, 44100.0}, {8000.0, 48000.0}}) {
+        for (const UInt32 frames : {32U, 100U, 512U, 1024U}) {
+            RateConverter converter(input, output, 1, 4096);
+            Source source;
+            Output out(1, frames);
+            const double exact = frames * input / output;
+            for (std::uint64_t pull = 1; pull <= 300; ++pull) {
+                ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+                ASSERT_EQ(source.pulls, pull);
+                ASSERT_GE(source.last, std::floor(exact));
+                ASSERT_LE(source.last, std::ceil(exact));
+            }
+        }
+    }
+}
+
+TEST(RateConverterCounts, largeNeedsAreSplitIntoPullsOfTheMaximum) {
+    RateConverter converter(192000, 48000, 1, 256);
+    Source source;
+    Output out(1, 256);
+    ASSERT_EQ(converter.pull(256, out.planes(), &Source::pull, &source), noErr);
+    EXPECT_EQ(source.pulls, 4U);
+    EXPECT_EQ(source.largest, 256U);
+    EXPECT_EQ(source.given, 1024U);
+}
+
+TEST(RateConverterCounts, blocksBeyondTheMaximumComeInParts) {
+    RateConverter converter(44100, 48000, 1, 64);
+    Source source;
+    Output out(1, 1000);
+    ASSERT_EQ(converter.pull(1000, out.planes(), &Source::pull, &source), noErr);
+    EXPECT_EQ(source.given, covered(1000, 44100, 48000));
+    EXPECT_LE(source.largest, 64U);
+    EXPECT_TRUE(out.intact());
+    EXPECT_NEAR(out[0][999], 1.0F, 1e-4F);
+}
+
+TEST(RateConverterCounts, noFramesAskForNothing) {
+    RateConverter converter(44100, 48000, 1, 64);
+    Source source;
+    Output out(1, 1);
+    EXPECT_EQ(converter.pull(0, out.planes(), &Source::pull, &source), noErr);
+    EXPECT_EQ(source.pulls, 0U);
+}
+
+TEST(RateConverter, equalRatesPassTheSourcesSamplesThroughInOnePull) {
+    RateConverter converter(44100, 44100, 2, 512);
+    Source source;
+    source.channels = 2;
+    source.signal = [](std::uint64_t frame, UInt32 channel) {
+        return static_cast<float>(frame) + static_cast<float>(channel) * 0.5F;
+    };
+    for (const UInt32 frames : {512U, 1U, 300U}) {
+        Output out(2, frames);
+        const auto first = static_cast<float>(source.given);
+        const std::uint64_t pulls = source.pulls;
+        ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+        EXPECT_EQ(source.pulls, pulls + 1);
+        EXPECT_EQ(source.last, frames);
+        for (UInt32 frame = 0; frame < frames; ++frame) {
+            ASSERT_EQ(out[0][frame], first + static_cast<float>(frame));
+            ASSERT_EQ(out[1][frame], first + static_cast<float>(frame) + 0.5F);
+        }
+        EXPECT_TRUE(out.intact());
+    }
+}
+
+TEST(RateConverter, startsWithHalfAFilterOfSilence) {
+    RateConverter converter(48000, 44100, 1, 512);
+    Source source;
+    source.signal = [](std::uint64_t frame, UInt32) { return frame == 0 ? 1.0F : 0.0F; };
+    Output out(1, 512);
+    ASSERT_EQ(converter.pull(512, out.planes(), &Source::pull, &source), noErr);
+    const auto peak = std::max_element(out[0].begin(), out[0].begin() + 512) - out[0].begin();
+    // About 55 frames of input: a little over a millisecond.
+    EXPECT_GE(peak, 40);
+    EXPECT_LE(peak, 60);
+}
+
+TEST(RateConverter, keepsUpTo64ChannelsApart) {
+    for (const UInt32 channels : {1U, 2U, 3U, 6U, 8U, 17U, 64U}) {
+        RateConverter converter(44100, 48000, channels, 256);
+        Source source;
+        source.channels = channels;
+        source.signal = [](std::uint64_t, UInt32 channel) {
+            return static_cast<float>(channel + 1) / 64;
+        };
+        Output out(channels, 256);
+        ASSERT_EQ(converter.pull(256, out.planes(), &Source::pull, &source), noErr);
+        for (UInt32 channel = 0; channel < channels; ++channel) {
+            EXPECT_NEAR(out[channel][255], static_cast<float>(channel + 1) / 64, 1e-4F)
+                << channel << " of " << channels;
+        }
+    }
+}
+
+TEST(RateConverter, aFailedSourceLeavesSilenceAndItsStatus) {
+    for (const double rate : {44100.0, 48000.0, 192000.0}) {
+        RateConverter converter(rate, 44100, 2, 512);
+        Source source;
+        source.channels = 2;
+        source.failAt = 0;
+        Output out(2, 512);
+        EXPECT_EQ(converter.pull(512, out.planes(), &Source::pull, &source), -1234);
+        for (UInt32 frame = 0; frame < 512; ++frame) {
+            ASSERT_EQ(out[0][frame], 0.0F);
+            ASSERT_EQ(out[1][frame], 0.0F);
+        }
+        EXPECT_TRUE(out.intact());
+    }
+}
+
+TEST(RateConverter, whatCameBeforeTheFailureIsKeptAndTheRestGoesOnLater) {
+    constexpr auto ramp = [](std::uint64_t frame, UInt32) {
+        return static_cast<float>(frame) / 100000;
+    };
+    RateConverter steady(192000, 48000, 1, 256), broken(192000, 48000, 1, 256);
+    Source one, other;
+    one.signal = ramp;
+    other.signal = ramp;
+    other.failAt = 600;
+    Output wanted(1, 512), first(1, 256), second(1, 256);
+    ASSERT_EQ(steady.pull(512, wanted.planes(), &Source::pull, &one), noErr);
+    ASSERT_EQ(broken.pull(256, first.planes(), &Source::pull, &other), -1234);
+    EXPECT_EQ(other.given, 512U);
+    other.failAt = UINT64_MAX;
+    ASSERT_EQ(broken.pull(256, second.planes(), &Source::pull, &other), noErr);
+    // Two pulls of 256 got through: they cover 128 frames, in which the next block goes on.
+    UInt32 made = 256;
+    while (made > 0 && first[0][made - 1] == 0.0F) {
+        --made;
+    }
+    ASSERT_GE(made, 128U);
+    ASSERT_LT(made, 256U);
+    for (UInt32 frame = 0; frame < made; ++frame) {
+        ASSERT_EQ(first[0][frame], wanted[0][frame]) << frame;
+    }
+    for (UInt32 frame = 0; frame < 256; ++frame) {
+        ASSERT_EQ(second[0][frame], wanted[0][made + frame]) << frame;
+    }
+    EXPECT_EQ(other.given, covered(made + 256, 192000, 48000));
+}
+
+TEST(RateConverter, resetMakesItLikeNew) {
+    for (const auto& [input, output] :
+         {std::pair{48000.0, 44100.0}, {22050.0, 48000.0}, {192000.0, 8000.0}}) {
+        RateConverter fresh(input, output, 1, 512), used(input, output, 1, 512);
+        std::mt19937 random(5);
+        Source noise;
+        noise.signal = [](std::uint64_t frame, UInt32) { return frame % 7 < 3 ? 0.9F : -0.9F; };
+        Output out(1, 512);
+        for (int pull = 0; pull < 20; ++pull) {
+            const UInt32 frames = 1 + static_cast<UInt32>(random() % 512);
+            ASSERT_EQ(used.pull(frames, out.planes(), &Source::pull, &noise), noErr);
+        }
+        used.reset();
+        Source one, other;
+        one.signal = other.signal = [](std::uint64_t frame, UInt32) {
+            return std::sin(static_cast<float>(frame) * 0.05F);
+        };
+        Output expected(1, 512);
+        for (int pull = 0; pull < 5; ++pull) {
+            ASSERT_EQ(fresh.pull(512, expected.planes(), &Source::pull, &one), noErr);
+            ASSERT_EQ(used.pull(512, out.planes(), &Source::pull, &other), noErr);
+            EXPECT_EQ(one.given, other.given);
+            EXPECT_EQ(expected[0], out[0]) << input << " to " << output;
+        }
+    }
+}
+
+TEST(RateConverter, resetForgetsThePastAtRatesWithALongCycle) {
+    RateConverter converter(44100.5, 48000, 1, 512);
+    Source loud;
+    Output out(1, 512);
+    for (int pull = 0; pull < 5; ++pull) {
+        ASSERT_EQ(converter.pull(333, out.planes(), &Source::pull, &loud), noErr);
+    }
+    converter.reset();
+    Source silent;
+    silent.signal = [](std::uint64_t, UInt32) { return 0.0F; };
+    ASSERT_EQ(converter.pull(512, out.planes(), &Source::pull, &silent), noErr);
+    EXPECT_EQ(silent.given, covered(512, 44100.5, 48000));
+    for (UInt32 frame = 0; frame < 512; ++frame) {
+        ASSERT_EQ(out[0][frame], 0.0F) << frame;
+    }
+}
+
+TEST(RateConverterAllocations, counterSeesBothLanguages) {
+    const AllocationCounter allocations;
+    void* volatile plain = std::malloc(10);
+    EXPECT_EQ(allocations.count(), 1U);
+    auto* const volatile object = new std::vector<int>;
+    EXPECT_EQ(allocations.count(), 2U);
+    delete object;
+    std::free(plain);
+}
+
+TEST(RateConverterAllocations, pullsAndResetsAllocateNothingFromTheFirstOn) {
+    std::mt19937 random(9);
+    std::vector<UInt32> blocks(400);
+    std::generate(blocks.begin(), blocks.end(),
+                  [&] { return 1 + static_cast<UInt32>(random() % 1024); });
+    for (const auto& [input, output] : {std::pair{48000.0, 44100.0},
+                                        {44100.0, 48000.0},
+                                        {22050.0, 44100.0},
+                                        {192000.0, 8000.0},
+                                        {8000.0, 192000.0},
+                                        {44100.5, 48000.0},
+                                        {48000.0, 48000.0}}) {
+        RateConverter converter(input, output, 2, 1024);
+        Source source;
+        source.channels = 2;
+        Output out(2, 1024);
+        const AllocationCounter allocations;
+        for (std::size_t pull = 0; pull < blocks.size(); ++pull) {
+            converter.pull(blocks[pull], out.planes(), &Source::pull, &source);
+            if (pull % 100 == 50) {
+                converter.reset();
+            }
+        }
+        EXPECT_EQ(allocations.count(), 0U) << input << " to " << output;
+    }
+}
+
+TEST(RateConverterErrors, refusesWhatItCannotConvert) {
+    EXPECT_THROW(RateConverter(0, 48000, 1, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(48000, -1, 1, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(std::nan(""), 48000, 1, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(48000, INFINITY, 1, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(48000, 44100, 0, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(48000, 44100, 65, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(48000, 44100, 1, 0), std::runtime_error);
+    EXPECT_THROW(RateConverter(1, 1e6, 1, 64), std::runtime_error);
+    EXPECT_THROW(RateConverter(1e6, 1, 1, 64), std::runtime_error);
+}
+
+TEST(RateConverterErrors, takesTheSmallestBlocks) {
+    RateConverter converter(96000, 44100, 1, 1);
+    Source source;
+    Output out(1, 1);
+    for (std::uint64_t made = 1; made <= 500; ++made) {
+        ASSERT_EQ(converter.pull(1, out.planes(), &Source::pull, &source), noErr);
+        ASSERT_EQ(source.given, covered(made, 96000, 44100));
+    }
+    EXPECT_EQ(source.largest, 1U);
+    EXPECT_NEAR(out[0][0], 1.0F, 1e-4F);
+}
+
+}  // namespace
