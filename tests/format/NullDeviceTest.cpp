@@ -1,0 +1,377 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "device/Device.h"
+
+/// The children of the fork tests make threads; the thread sanitizer forbids it unless asked.
+extern "C" const char* __tsan_default_options() {
+    return "die_after_fork=0";
+}
+
+namespace {
+
+using tqplatform::DeviceClient;
+using tqplatform::DeviceSlice;
+using tqplatform::sharedDevice;
+using namespace std::chrono_literals;
+
+constexpr auto kBound = 20s;
+
+UInt64 nowNs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<UInt64>(now.tv_sec) * 1'000'000'000 + static_cast<UInt64>(now.tv_nsec);
+}
+
+struct SliceNote {
+    AudioTimeStamp time;
+    UInt32 frames;
+    UInt64 now;
+};
+
+/// Notes its slices, lets a test wait for a number of them, and does what the test says in each.
+class Client final : public DeviceClient {
+  public:
+    explicit Client(std::function<void(const DeviceSlice&)> body = {}) : body_(std::move(body)) {
+        notes_.reserve(1000);
+    }
+    ~Client() { sharedDevice().removeClient(*this); }
+
+    void render(const DeviceSlice& slice) noexcept override {
+        const UInt64 now = nowNs();
+        ++slices;
+        {
+            const std::lock_guard lock(mutex_);
+            notes_.push_back({*slice.time, slice.frames, now});
+            changed_.notify_all();
+        }
+        if (body_) {
+            body_(slice);
+        }
+    }
+    /// False when they do not come within the bound.
+    bool waitForSlices(std::size_t count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, kBound, [&] { return notes_.size() >= count; });
+    }
+    std::vector<SliceNote> notes() {
+        const std::lock_guard lock(mutex_);
+        return notes_;
+    }
+    /// Without a lock, for the child of a fork.
+    std::atomic<int> slices{0};
+
+  private:
+    std::function<void(const DeviceSlice&)> body_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<SliceNote> notes_;
+};
+
+TEST(NullDevice, isStereoAt48000In512Frames) {
+    EXPECT_EQ(sharedDevice().name(), "null");
+    EXPECT_EQ(sharedDevice().sampleRate(), 48000);
+    EXPECT_EQ(sharedDevice().outputChannels(), 2U);
+    EXPECT_EQ(sharedDevice().inputChannels(), 2U);
+    EXPECT_EQ(sharedDevice().maximumFrames(), 512U);
+}
+
+TEST(NullDevice, givesSlicesOfSilenceOnZeroedPlanes) {
+    std::atomic<int> dirty{0};
+    Client client([&](const DeviceSlice& slice) {
+        for (UInt32 channel = 0; channel < 2; ++channel) {
+            for (UInt32 frame = 0; frame < slice.frames; ++frame) {
+                dirty += slice.input[channel][frame] != 0 || slice.output[channel][frame] != 0;
+                slice.output[channel][frame] = 1;
+            }
+        }
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(3));
+    EXPECT_EQ(dirty, 0);
+}
+
+TEST(NullDevice, keepsThePaceOfItsRate) {
+    Client client;
+    const UInt64 start = nowNs();
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(48));  // about half a second
+    const UInt64 end = nowNs();
+    const auto notes = client.notes();
+    // Never early; how late is up to the machine, within reason.
+    constexpr UInt64 kPeriod = 512'000'000'000 / 48000;
+    for (const SliceNote& note : notes) {
+        EXPECT_EQ(note.frames, 512U);
+        EXPECT_GE(note.now + kPeriod + 1, note.time.mHostTime);
+        EXPECT_GE(note.time.mHostTime, start + kPeriod);
+    }
+    EXPECT_GE(end - start, 47 * kPeriod);
+    EXPECT_LE(end - start, 10 * 47 * kPeriod);
+}
+
+TEST(NullDevice, stampsSampleTimesByFramesAndHostTimesByTheGridOfItsPeriods) {
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(40));
+    const auto notes = client.notes();
+    for (std::size_t index = 1; index < 40; ++index) {
+        const auto& before = notes[index - 1].time;
+        const auto& time = notes[index].time;
+        EXPECT_EQ(time.mFlags, 7U);
+        EXPECT_EQ(time.mRateScalar, 1);
+        EXPECT_EQ(time.mSampleTime, before.mSampleTime + 512);
+        ASSERT_GT(time.mHostTime, before.mHostTime);
+        // Whole periods, several of them where a stall was skipped; each rounded by under 1 ns.
+        const UInt64 thirds = (time.mHostTime - before.mHostTime) * 3;
+        const UInt64 off = thirds % 32'000'000;
+        EXPECT_LE(std::min(off, 32'000'000 - off), 6U) << thirds;
+    }
+}
+
+TEST(NullDevice, startsAgainAfterAllClientsLeft) {
+    Client client;
+    UInt64 last = 0;
+    Float64 samples = -1;
+    for (std::size_t round = 1; round <= 5; ++round) {
+        const std::size_t before = client.notes().size();
+        ASSERT_TRUE(sharedDevice().addClient(client));
+        ASSERT_TRUE(client.waitForSlices(before + 2));
+        sharedDevice().removeClient(client);
+        const auto notes = client.notes();
+        for (std::size_t index = before; index < notes.size(); ++index) {
+            EXPECT_GT(notes[index].time.mHostTime, last);
+            EXPECT_GT(notes[index].time.mSampleTime, samples);
+            last = notes[index].time.mHostTime;
+            samples = notes[index].time.mSampleTime;
+        }
+    }
+}
+
+TEST(NullDevice, doesNotEnterAClientAfterItsRemoval) {
+    Client witness;
+    ASSERT_TRUE(sharedDevice().addClient(witness));
+    for (int round = 0; round < 5; ++round) {
+        Client client;
+        ASSERT_TRUE(sharedDevice().addClient(client));
+        ASSERT_TRUE(client.waitForSlices(1));
+        sharedDevice().removeClient(client);
+        const std::size_t count = client.notes().size();
+        ASSERT_TRUE(witness.waitForSlices(witness.notes().size() + 2));
+        EXPECT_EQ(client.notes().size(), count);
+    }
+}
+
+TEST(NullDevice, waitsForTheSliceOfTheClientThatIsRemoved) {
+    std::atomic<int> inside{0};
+    Client client([&](const DeviceSlice&) {
+        inside = 1;
+        for (int turn = 0; turn < 50; ++turn) {
+            std::this_thread::yield();
+        }
+        inside = 0;
+    });
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(sharedDevice().addClient(client));
+        ASSERT_TRUE(client.waitForSlices(client.notes().size() + 1));
+        std::vector<std::thread> removers;
+        for (int remover = 0; remover < 2; ++remover) {
+            removers.emplace_back([&] {
+                sharedDevice().removeClient(client);
+                EXPECT_EQ(inside, 0);
+            });
+        }
+        for (auto& remover : removers) {
+            remover.join();
+        }
+    }
+}
+
+TEST(NullDevice, clientsRemoveThemselvesAndOthersFromTheirSlices) {
+    Client victim;
+    Client* self = nullptr;
+    Client client([&](const DeviceSlice&) {
+        sharedDevice().removeClient(victim);
+        sharedDevice().removeClient(*self);
+    });
+    Client witness;
+    self = &client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(sharedDevice().addClient(victim));
+    ASSERT_TRUE(sharedDevice().addClient(witness));
+    ASSERT_TRUE(client.waitForSlices(1));
+    ASSERT_TRUE(witness.waitForSlices(1));
+    const std::size_t count = victim.notes().size();
+    ASSERT_TRUE(witness.waitForSlices(witness.notes().size() + 3));
+    EXPECT_EQ(client.notes().size(), 1U);
+    EXPECT_EQ(victim.notes().size(), count);
+}
+
+TEST(NullDevice, runsOnANamedThreadOfItsOwnThatTakesNoSignals) {
+    std::string name;
+    bool blocked = false, inside = false;
+    pthread_t thread{};
+    Client client([&](const DeviceSlice&) {
+        char buffer[16] = {};
+        pthread_getname_np(pthread_self(), buffer, sizeof buffer);
+        name = buffer;
+        sigset_t mask;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        blocked = sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGUSR1) == 1 &&
+                  sigismember(&mask, SIGALRM) == 1;
+        inside = sharedDevice().isDeviceThread();
+        thread = pthread_self();
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(1));
+    sharedDevice().removeClient(client);
+    EXPECT_EQ(name, "TQAudioDevice");
+    EXPECT_TRUE(blocked);
+    EXPECT_TRUE(inside);
+    EXPECT_FALSE(pthread_equal(thread, pthread_self()));
+    EXPECT_FALSE(sharedDevice().isDeviceThread());
+    sigset_t mine;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mine);
+    EXPECT_EQ(sigismember(&mine, SIGTERM), 0);
+}
+
+TEST(NullDevice, hasOneThreadHoweverOftenItIsStarted) {
+    const auto deviceThreads = [] {
+        int count = 0;
+        DIR* const tasks = opendir("/proc/self/task");
+        while (const dirent* const task = readdir(tasks)) {
+            std::ifstream comm(std::string("/proc/self/task/") + task->d_name + "/comm");
+            std::string name;
+            count += std::getline(comm, name) && name == "TQAudioDevice" ? 1 : 0;
+        }
+        closedir(tasks);
+        return count;
+    };
+    EXPECT_EQ(deviceThreads(), 0);
+    EXPECT_EQ(sharedDevice().name(), "null");
+    EXPECT_EQ(deviceThreads(), 0);
+    for (int round = 0; round < 3; ++round) {
+        Client client;
+        ASSERT_TRUE(sharedDevice().addClient(client));
+        ASSERT_TRUE(client.waitForSlices(1));
+        EXPECT_EQ(deviceThreads(), 1);
+    }
+}
+
+TEST(NullDeviceStress, clientsComeAndGoWhileSlicesRun) {
+    Client witness;
+    ASSERT_TRUE(sharedDevice().addClient(witness));
+    const auto churn = [] {
+        for (int turn = 0; turn < 3000; ++turn) {
+            auto memory = std::make_unique<std::vector<int>>(64, 0);
+            Client client([&](const DeviceSlice&) { ++memory->front(); });
+            EXPECT_TRUE(sharedDevice().addClient(client));
+            if (turn % 50 == 0) {
+                EXPECT_TRUE(client.waitForSlices(1));
+            }
+            sharedDevice().removeClient(client);
+            memory.reset();
+        }
+    };
+    std::thread one(churn), two(churn);
+    one.join();
+    two.join();
+    const std::size_t count = witness.notes().size();
+    EXPECT_TRUE(witness.waitForSlices(count + 2));
+}
+
+/// Runs `body` in a child and says whether it returned true within the bound.
+bool inChild(const std::function<bool()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        _exit(body() ? 0 : 1);
+    }
+    int status = 0;
+    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+           WEXITSTATUS(status) == 0;
+}
+
+TEST(NullDeviceFork, childPlaysItsOwnClientsAndNotItsParents) {
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(2));
+    // A fork can come at any moment of the device's thread.
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_TRUE(inChild([&] {
+            const int before = client.slices;
+            Client own;
+            const bool runs = sharedDevice().addClient(own) && own.waitForSlices(3);
+            sharedDevice().removeClient(client);
+            return runs && client.slices == before;
+        }));
+    }
+    EXPECT_TRUE(client.waitForSlices(client.notes().size() + 2));
+}
+
+TEST(NullDeviceFork, childMayComeBeforeTheFirstUse) {
+    EXPECT_TRUE(inChild([] {
+        Client own;
+        return sharedDevice().addClient(own) && own.waitForSlices(2);
+    }));
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    EXPECT_TRUE(client.waitForSlices(2));
+}
+
+TEST(NullDeviceFork, aClientMayForkInItsSlice) {
+    std::atomic<int> result{-1};
+    Client client([&](const DeviceSlice&) {
+        if (result == -1) {
+            result = inChild([] { return sharedDevice().isDeviceThread(); }) ? 1 : 0;
+        }
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(2));
+    EXPECT_EQ(result, 1);
+}
+
+/// Lives on in the slices until the process is gone.
+class Immortal final : public DeviceClient {
+  public:
+    void render(const DeviceSlice& slice) noexcept override {
+        for (UInt32 frame = 0; frame < slice.frames; ++frame) {
+            slice.output[0][frame] = 1;
+        }
+        slices.fetch_add(1);
+        slices.notify_all();
+    }
+    std::atomic<int> slices{0};
+};
+
+TEST(NullDeviceExit, aProcessMayEndWhileSlicesRun) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static Immortal& client = *new Immortal;
+            if (!sharedDevice().addClient(client)) {
+                _exit(1);
+            }
+            client.slices.wait(0);
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "^$");
+}
+
+}  // namespace

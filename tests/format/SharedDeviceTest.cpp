@@ -1,0 +1,89 @@
+#include <TQPlatform/ManualDevice.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "device/Driver.h"
+
+namespace {
+
+using tqplatform::makeDevice;
+using tqplatform::sharedDevice;
+
+TEST(SharedDevice, isChosenOnceForAllThreads) {
+    std::vector<tqplatform::Device*> seen(8);
+    std::vector<std::thread> threads;
+    for (auto& device : seen) {
+        threads.emplace_back([&device] { device = &sharedDevice(); });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    setenv("TQ_AUDIO_DEVICE", "manual", 1);
+    for (const auto* device : seen) {
+        EXPECT_EQ(device, &sharedDevice());
+    }
+    EXPECT_EQ(sharedDevice().name(), "null");
+}
+
+TEST(SharedDevice, isReadFromTheEnvironmentAtItsFirstUse) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("TQ_AUDIO_DEVICE", "manual", 1);
+            _exit(sharedDevice().name() == "manual" ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(
+        {
+            unsetenv("TQ_AUDIO_DEVICE");
+            _exit(sharedDevice().name() == "null" ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "^$");
+}
+
+TEST(SharedDevice, unknownNamesAreReportedOnceAndGiveTheNullDevice) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("TQ_AUDIO_DEVICE", "xyz", 1);
+            static_cast<void>(sharedDevice());
+            _exit(sharedDevice().name() == "null" ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "^TQ_AUDIO_DEVICE=xyz: unknown, using null\n$");
+}
+
+TEST(MakeDevice, knowsItsDriversByName) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(makeDevice("manual")->name(), "manual");
+    EXPECT_EQ(makeDevice("null")->name(), "null");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(MakeDevice, automaticChoiceIsTheNullDeviceWithoutAWord) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(makeDevice("auto")->name(), "null");
+    EXPECT_EQ(makeDevice("")->name(), "null");
+    EXPECT_EQ(makeDevice(nullptr)->name(), "null");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(MakeDevice, namesAreExact) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(makeDevice("Manual")->name(), "null");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "TQ_AUDIO_DEVICE=Manual: unknown, using null\n");
+}
+
+TEST(ManualDeviceCalls, answerUninitializedOnAnotherDevice) {
+    EXPECT_EQ(TQManualDevicePump(512, 0), kAudioUnitErr_Uninitialized);
+    EXPECT_EQ(TQManualDeviceSetSampleRate(44100), kAudioUnitErr_Uninitialized);
+    EXPECT_EQ(TQManualDeviceSetInput(nullptr, nullptr), kAudioUnitErr_Uninitialized);
+    EXPECT_EQ(TQManualDeviceSetOutput(nullptr, nullptr), kAudioUnitErr_Uninitialized);
+}
+
+}  // namespace
