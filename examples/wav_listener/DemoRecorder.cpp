@@ -53,12 +53,12 @@ std::string decibels(double amplitude) {
 }
 
 std::string trackText(const RZHookAudioTrackInfo& info) {
-    const WavFormat format{static_cast<double>(info.sample_rate()), info.channel(), 0, 0};
     const bool isFloat = (info.audio_format() & kFlagFloat) != 0;
-    const char* source = info.track_type() == 8    ? "a unit of its own"
-                         : info.track_type() == 16 ? "a graph with a callback"
-                         : info.track_type() == 32 ? "a graph"
-                                                   : "unknown";
+    const char* source = info.track_type() == RZHookTrackTypeUnit ? "a unit of its own"
+                         : info.track_type() == RZHookTrackTypeGraphCallback
+                             ? "a graph with a callback"
+                         : info.track_type() == RZHookTrackTypeGraph ? "a graph"
+                                                                     : "unknown";
     return "track " + std::to_string(info.audio_track_id()) + ": " +
            std::to_string(info.sample_rate()) + " Hz, " + (isFloat ? "float" : "integer") + ", " +
            std::to_string(info.channel()) + " channel(s), " + std::to_string(info.buffersize()) +
@@ -86,7 +86,7 @@ class MixListener : public RZReplayAudioRecorderListener<MixListener> {
             std::as_bytes(std::span(message.data(), message.size()))};
         queue_.push(header, parts);
     }
-    [[nodiscard]] std::uint64_t getPCMDataType() override { return 1; }
+    [[nodiscard]] std::uint64_t getPCMDataType() override { return RZPCMDataTypePre; }
 
   private:
     BlockQueue& queue_;
@@ -99,7 +99,7 @@ class TrackListener : public RZReplayAudioRecorderListener<TrackListener> {
     void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) override {
         pushBlock(queue_, RecordHeader::Kind::kTrack, *pcm, info);
     }
-    [[nodiscard]] std::uint64_t getPCMDataType() override { return 2; }
+    [[nodiscard]] std::uint64_t getPCMDataType() override { return RZPCMDataTypePost; }
 
   private:
     BlockQueue& queue_;

@@ -105,21 +105,18 @@ class WavFile {
         }
         return std::unique_ptr<WavFile>(new WavFile(file, std::move(path), format));
     }
-    ~WavFile() { sf_close(file_); }
-    WavFile(const WavFile&) = delete;
-    WavFile& operator=(const WavFile&) = delete;
 
     /// Interleaved whole frames in the file's format. False when the disk did not take them all.
     [[nodiscard]] bool write(std::span<const std::byte> bytes) {
         const auto count = static_cast<sf_count_t>(bytes.size());
-        const sf_count_t written = sf_write_raw(file_, bytes.data(), count);
+        const sf_count_t written = sf_write_raw(file_.get(), bytes.data(), count);
         const auto frameBytes = static_cast<std::uint64_t>(format_.channels) *
                                 static_cast<std::uint64_t>(format_.bitsPerChannel / 8);
         frames_ += written > 0 ? static_cast<std::uint64_t>(written) / frameBytes : 0;
         return written == count;
     }
     /// Brings the header up to date.
-    void refresh() { sf_command(file_, SFC_UPDATE_HEADER_NOW, nullptr, 0); }
+    void refresh() { sf_command(file_.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0); }
 
     [[nodiscard]] const std::string& path() const { return path_; }
     [[nodiscard]] const WavFormat& format() const { return format_; }
@@ -128,10 +125,14 @@ class WavFile {
     }
 
   private:
+    struct CloseFile {
+        void operator()(SNDFILE* file) const { sf_close(file); }
+    };
+
     WavFile(SNDFILE* file, std::string path, const WavFormat& format)
         : file_(file), path_(std::move(path)), format_(format) {}
 
-    SNDFILE* file_;
+    std::unique_ptr<SNDFILE, CloseFile> file_;
     std::string path_;
     WavFormat format_;
     std::uint64_t frames_ = 0;

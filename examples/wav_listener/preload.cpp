@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,8 @@ namespace {
 
 constexpr unsigned kHookId = 1;
 
-demo::DemoRecorder* recorder = nullptr;
+// Ends the recording when the host ends, before the library below it goes.
+std::unique_ptr<demo::DemoRecorder> recorder;
 
 [[noreturn]] void arm() {
     const int result = TQAudioRecordHookConfig::shared().enableHook(kHookId, true);
@@ -39,15 +41,9 @@ demo::DemoRecorder* recorder = nullptr;
     // Programs that the host starts would overwrite its files.
     unsetenv("DEMO_OUT");
     try {
-        recorder = new demo::DemoRecorder(folder);
+        recorder = std::make_unique<demo::DemoRecorder>(folder);
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "demo recorder: %s\n", problem.what());
-    }
-}
-
-[[gnu::destructor]] void end() {
-    if (recorder != nullptr) {
-        recorder->finish();
     }
 }
 
