@@ -4,11 +4,7 @@
 /* Finding audio components and making instances of them. */
 
 #include <CoreAudio/CoreAudioTypes.h>
-#if __has_include(<CoreFoundation/CoreFoundation.h>)
 #include <CoreFoundation/CoreFoundation.h>
-#else
-typedef const struct __CFString* CFStringRef;
-#endif
 
 #ifdef __cplusplus
 extern "C" {

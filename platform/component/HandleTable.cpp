@@ -1,0 +1,118 @@
+#include "component/HandleTable.h"
+
+#include <sys/mman.h>
+
+#include <new>
+
+namespace tqplatform {
+
+namespace {
+
+// Initial-exec: reading it on a render thread for the first time must not allocate.
+constinit thread_local HandleVisit* innermost __attribute__((tls_model("initial-exec"))) = nullptr;
+
+}  // namespace
+
+bool HandleSlot::tryEnter(std::uint32_t generation) noexcept {
+    std::uint64_t state = state_.load(std::memory_order_relaxed);
+    do {
+        if ((state >> generationShift) != generation || (state & closing) != 0) {
+            return false;
+        }
+    } while (!state_.compare_exchange_weak(state, state + 1, std::memory_order_acq_rel,
+                                           std::memory_order_relaxed));
+    return true;
+}
+
+bool HandleSlot::leave() noexcept {
+    const std::uint64_t before = state_.fetch_sub(1, std::memory_order_acq_rel);
+    if ((before & closing) != 0) {
+        if ((before & abandoned) != 0) {
+            return (before & countMask) == 1;
+        }
+        state_.notify_all();
+    }
+    return false;
+}
+
+bool HandleSlot::close(std::uint32_t generation) noexcept {
+    std::uint64_t state = state_.load(std::memory_order_relaxed);
+    do {
+        if ((state >> generationShift) != generation || (state & closing) != 0) {
+            return false;
+        }
+    } while (!state_.compare_exchange_weak(state, state | closing, std::memory_order_acq_rel,
+                                           std::memory_order_relaxed));
+    return true;
+}
+
+void HandleSlot::waitUntilEmpty() const noexcept {
+    std::uint64_t state = state_.load(std::memory_order_acquire);
+    while ((state & countMask) != 0) {
+        state_.wait(state, std::memory_order_acquire);
+        state = state_.load(std::memory_order_acquire);
+    }
+}
+
+void HandleSlot::abandon() noexcept {
+    state_.fetch_or(abandoned, std::memory_order_acq_rel);
+}
+
+std::uint32_t HandleSlot::nextGeneration() const noexcept {
+    const std::uint64_t last = state_.load(std::memory_order_relaxed) >> generationShift;
+    return (static_cast<std::uint32_t>(last) + 1) % HandleRegion::generations;
+}
+
+void HandleSlot::open(std::uint32_t generation) noexcept {
+    state_.store(static_cast<std::uint64_t>(generation) << generationShift,
+                 std::memory_order_release);
+}
+
+bool HandleVisit::isInside(const HandleSlot& slot) noexcept {
+    for (const HandleVisit* visit = innermost; visit != nullptr; visit = visit->outer_) {
+        if (visit->slot_ == &slot) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void HandleVisit::note(HandleSlot& slot) noexcept {
+    slot_ = &slot;
+    outer_ = innermost;
+    innermost = this;
+}
+
+void HandleVisit::forget() noexcept {
+    innermost = outer_;
+}
+
+HandleRegion::HandleRegion() {
+    void* const memory = mmap(nullptr, slots * generations * spacing, PROT_NONE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    base_ = static_cast<char*>(memory);
+}
+
+void* HandleRegion::address(Place place) const noexcept {
+    return base_ + (place.generation * slots + place.slot) * spacing;
+}
+
+bool HandleRegion::find(const void* address, Place& place) const noexcept {
+    const auto begin = reinterpret_cast<std::uintptr_t>(base_);
+    const auto wanted = reinterpret_cast<std::uintptr_t>(address);
+    if (wanted < begin) {
+        return false;
+    }
+    const std::size_t offset = wanted - begin;
+    if (offset >= slots * generations * spacing || offset % spacing != 0) {
+        return false;
+    }
+    const std::size_t index = offset / spacing;
+    place = {index % slots, static_cast<std::uint32_t>(index / slots)};
+    return true;
+}
+
+}  // namespace tqplatform

@@ -1,0 +1,194 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+namespace tqplatform {
+
+/// The life of one handle: a generation that makes old handles recognisable, and a count of the
+/// calls that are inside the object. The slot itself is never freed.
+class HandleSlot {
+  public:
+    /// [real-time safe] Enters the object when the handle is of this generation and not closing.
+    [[nodiscard]] bool tryEnter(std::uint32_t generation) noexcept;
+    /// [real-time safe] True when this was the last call inside an object that its owner has left
+    /// to be destroyed: the caller destroys it.
+    [[nodiscard]] bool leave() noexcept;
+
+    /// Makes the handle stale: no call enters any more. False when it was stale already.
+    [[nodiscard]] bool close(std::uint32_t generation) noexcept;
+    /// Waits until no call is inside.
+    void waitUntilEmpty() const noexcept;
+    /// Leaves the closed object to the last call inside it (there is at least one).
+    void abandon() noexcept;
+    /// The generation of the next object; only for a closed slot that nobody is inside.
+    [[nodiscard]] std::uint32_t nextGeneration() const noexcept;
+    /// Lets calls enter an object of that generation.
+    void open(std::uint32_t generation) noexcept;
+
+  private:
+    static constexpr std::uint64_t closing = 1ULL << 31;
+    static constexpr std::uint64_t abandoned = 1ULL << 30;
+    static constexpr std::uint64_t countMask = abandoned - 1;
+    static constexpr unsigned generationShift = 32;
+
+    /// Generation above, flags and count below. A fresh slot is closed.
+    std::atomic<std::uint64_t> state_{closing};
+};
+
+/// Notes on a thread's stack which objects it is inside, innermost first.
+class HandleVisit {
+  public:
+    /// [real-time safe] Whether the calling thread is inside the object of that slot.
+    [[nodiscard]] static bool isInside(const HandleSlot& slot) noexcept;
+
+  protected:
+    HandleVisit() = default;
+    ~HandleVisit() = default;
+    void note(HandleSlot& slot) noexcept;
+    void forget() noexcept;
+    [[nodiscard]] HandleSlot* slot() const noexcept { return slot_; }
+
+  private:
+    HandleSlot* slot_ = nullptr;
+    HandleVisit* outer_ = nullptr;
+};
+
+/// Address space that nobody can read or write: handles are addresses in it, so they are unlike
+/// every real pointer, and dereferencing one fails at once. An address is given out again only
+/// after thousands of other objects have used its slot.
+class HandleRegion {
+  public:
+    static constexpr std::size_t slots = 4096;
+    static constexpr std::uint32_t generations = 4096;
+
+    struct Place {
+        std::size_t slot;
+        std::uint32_t generation;
+    };
+
+    /// Throws std::bad_alloc when there is no address space left.
+    HandleRegion();
+
+    [[nodiscard]] void* address(Place place) const noexcept;
+    /// [real-time safe] False for anything that was never an address of this region.
+    [[nodiscard]] bool find(const void* address, Place& place) const noexcept;
+
+  private:
+    static constexpr std::size_t spacing = 16;
+    char* base_;
+};
+
+/// The objects of one kind behind their handles. Never destroyed, like the handles it knows.
+template <class T>
+class HandleTable {
+  public:
+    /// A call inside an object. While it lives the object lives.
+    class Access : HandleVisit {
+      public:
+        /// [real-time safe] Empty when the handle is null, foreign or stale.
+        Access(HandleTable& table, const void* handle) noexcept : table_(table) {
+            HandleRegion::Place place{};
+            if (table.region_.find(handle, place) &&
+                table.entries_[place.slot].slot.tryEnter(place.generation)) {
+                index_ = place.slot;
+                object_ = table.entries_[place.slot].object.get();
+                note(table.entries_[place.slot].slot);
+            }
+        }
+        ~Access() {
+            if (object_ != nullptr) {
+                forget();
+                if (slot()->leave()) {
+                    table_.destroy(index_);
+                }
+            }
+        }
+        Access(const Access&) = delete;
+        Access& operator=(const Access&) = delete;
+        explicit operator bool() const noexcept { return object_ != nullptr; }
+        [[nodiscard]] T* get() const noexcept { return object_; }
+        T& operator*() const noexcept { return *object_; }
+        T* operator->() const noexcept { return object_; }
+
+      private:
+        HandleTable& table_;
+        std::size_t index_ = 0;
+        T* object_ = nullptr;
+    };
+
+    HandleTable() {
+        for (std::size_t i = 0; i < HandleRegion::slots; ++i) {
+            free_[i] = i;
+        }
+    }
+
+    /// Takes the object over; null when all slots are taken. The object learns its handle through
+    /// `T::setHandle()` before anybody else can have it.
+    [[nodiscard]] void* add(std::unique_ptr<T> object) {
+        const std::lock_guard lock(mutex_);
+        if (freeCount_ == 0) {
+            return nullptr;
+        }
+        const std::size_t index = free_[freeFirst_];
+        freeFirst_ = (freeFirst_ + 1) % HandleRegion::slots;
+        --freeCount_;
+        Entry& entry = entries_[index];
+        entry.object = std::move(object);
+        const std::uint32_t generation = entry.slot.nextGeneration();
+        void* const handle = region_.address({index, generation});
+        entry.object->setHandle(handle);
+        entry.slot.open(generation);
+        return handle;
+    }
+
+    /// Closes the handle, lets `T::close()` end what the object does, and destroys the object:
+    /// once nobody is inside, or, when the caller itself is, when that call has ended. False for
+    /// a stale handle.
+    [[nodiscard]] bool remove(const void* handle) {
+        HandleRegion::Place place{};
+        if (!region_.find(handle, place)) {
+            return false;
+        }
+        Entry& entry = entries_[place.slot];
+        if (!entry.slot.close(place.generation)) {
+            return false;
+        }
+        entry.object->close();
+        if (HandleVisit::isInside(entry.slot)) {
+            entry.slot.abandon();
+        } else {
+            entry.slot.waitUntilEmpty();
+            destroy(place.slot);
+        }
+        return true;
+    }
+
+  private:
+    struct Entry {
+        HandleSlot slot;
+        std::unique_ptr<T> object;
+    };
+
+    void destroy(std::size_t index) noexcept {
+        entries_[index].object.reset();
+        const std::lock_guard lock(mutex_);
+        free_[(freeFirst_ + freeCount_) % HandleRegion::slots] = index;
+        ++freeCount_;
+    }
+
+    HandleRegion region_;
+    std::mutex mutex_;
+    std::array<Entry, HandleRegion::slots> entries_;
+    /// Ring of free slots, the one longest free first.
+    std::array<std::size_t, HandleRegion::slots> free_;
+    std::size_t freeFirst_ = 0;
+    std::size_t freeCount_ = HandleRegion::slots;
+};
+
+}  // namespace tqplatform

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "format/PCMFormat.h"
+#include "unit/BusMemory.h"
+#include "unit/InputSource.h"
+#include "unit/Planes.h"
+
+namespace tqplatform {
+
+/// How one pull of an input bus is made.
+struct BusPull {
+    const InputSource& source;
+    bool allocate;  ///< whether the source is handed memory to fill
+    UInt32 bus;     ///< the number the source is told
+    AudioUnitRenderActionFlags& flags;
+    const AudioTimeStamp& time;
+};
+
+/// Reads an input bus in its own format and at its own rate as float planes of another channel
+/// count. Used by one render thread at a time.
+class BusReader {
+  public:
+    BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames);
+
+    /// [real-time safe] Pulls `frames` (up to the maximum). What the source leaves out is
+    /// silence, and so is everything when it fails; its status is returned.
+    OSStatus read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept;
+
+    [[nodiscard]] bool fits(const PCMFormat& format, UInt32 channels,
+                            UInt32 maximumFrames) const noexcept;
+
+  private:
+    BusMemory memory_;
+    UInt32 channels_;
+    UInt32 maximumFrames_;
+    Planes planes_;  ///< of the bus's own channels, when they are others than asked for
+};
+
+}  // namespace tqplatform

@@ -1,0 +1,59 @@
+#include "unit/ConvertedInput.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tqplatform {
+
+ConvertedInput::ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 channels,
+                               UInt32 maximumFrames)
+    : innerRate_(format.sampleRate),
+      rate_(rate),
+      channels_(channels),
+      innerChannels_(std::min(channels, format.channels)),
+      maximumFrames_(maximumFrames),
+      reader_(format, innerChannels_, maximumFrames),
+      converter_(format.sampleRate, rate, innerChannels_, maximumFrames),
+      planes_(innerChannels_ == channels ? 0 : innerChannels_, maximumFrames) {
+}
+
+OSStatus ConvertedInput::read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept {
+    if (innerRate_ == rate_) {
+        nextSampleTime_ = pull.time.mSampleTime;
+    } else if (!started_) {
+        nextSampleTime_ = std::round(pull.time.mSampleTime * innerRate_ / rate_);
+    }
+    started_ = true;
+    pull_ = &pull;
+    const bool direct = innerChannels_ == channels_;
+    float* const* const inner = direct ? planes : planes_.data();
+    const OSStatus status = converter_.pull(frames, inner, pullBus, this);
+    if (!direct) {
+        mapChannels(inner, innerChannels_, planes, channels_, frames);
+    }
+    pull_ = nullptr;
+    return status;
+}
+
+OSStatus ConvertedInput::pullBus(void* context, UInt32 frames, float* const* planes) {
+    auto& self = *static_cast<ConvertedInput*>(context);
+    AudioTimeStamp time = self.pull_->time;
+    time.mSampleTime = self.nextSampleTime_;
+    self.nextSampleTime_ += frames;
+    const BusPull pull{self.pull_->source, self.pull_->allocate, self.pull_->bus, self.pull_->flags,
+                       time};
+    return self.reader_.read(pull, frames, planes);
+}
+
+void ConvertedInput::restart() noexcept {
+    converter_.reset();
+    started_ = false;
+}
+
+bool ConvertedInput::fits(const PCMFormat& format, Float64 rate, UInt32 channels,
+                          UInt32 maximumFrames) const noexcept {
+    return rate_ == rate && channels_ == channels &&
+           reader_.fits(format, std::min(channels, format.channels), maximumFrames);
+}
+
+}  // namespace tqplatform

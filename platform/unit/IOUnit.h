@@ -1,0 +1,78 @@
+#pragma once
+
+#include "device/Device.h"
+#include "unit/ConvertedInput.h"
+#include "unit/MicrophonePath.h"
+#include "unit/Unit.h"
+
+namespace tqplatform {
+
+/// RemoteIO, and VoiceProcessingIO, which here does the same.
+///
+/// Element 0 plays: its input scope has the program's format, its output scope the device's.
+/// Element 1 is the microphone: its input scope has the device's format, its output scope the
+/// program's. The device calls the unit once per slice on its own thread.
+class IOUnit final : public Unit, private DeviceClient {
+  public:
+    explicit IOUnit(const Component& component);
+    /// A start that was under way when the unit was disposed of may have come through since.
+    ~IOUnit() override { device_.removeClient(*this); }
+
+    void close() override;
+    OSStatus start() override;
+    OSStatus stop() override;
+    [[nodiscard]] bool isRunning() const noexcept override { return running_.load(); }
+
+  protected:
+    std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
+    OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept override;
+    OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
+    OSStatus readProperty(PropertyKey key, void* data) override;
+    OSStatus writeProperty(PropertyKey key, const void* data, UInt32 size) override;
+    OSStatus removeProperty(PropertyKey key) override;
+    OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
+                           Parameter& parameter) noexcept override;
+    [[nodiscard]] AudioStreamBasicDescription busFormat(AudioUnitScope scope,
+                                                        UInt32 element) override;
+    [[nodiscard]] bool isFormatWritable(AudioUnitScope scope, UInt32 element) override;
+    [[nodiscard]] UInt32 feedableInputs() const override { return 1; }
+    void willUninitialize() override { static_cast<void>(stop()); }
+
+  private:
+    struct Plan;
+    /// A property that is one number without further effect on the plan.
+    struct Switch {
+        AudioUnitPropertyID id;
+        UInt32 most;
+        std::atomic<UInt32> value;
+    };
+
+    // On the device's thread.
+    void render(const DeviceSlice& slice) noexcept override;
+    void renderSlice(const DeviceSlice& slice) noexcept;
+    void hearInput(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
+    void play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
+    OSStatus fill(const Plan& plan, AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time,
+                  const DeviceSlice& slice) noexcept;
+    void followDevice() noexcept;
+
+    [[nodiscard]] bool isVoiceUnit() const;
+    [[nodiscard]] Switch* findSwitch(AudioUnitPropertyID id);
+    OSStatus describeIO(PropertyKey key, PropertyInfo& info) const;
+    void tellRunning();
+
+    Device& device_;
+    bool outputEnabled_ = true;
+    bool inputEnabled_ = false;
+    AURenderCallbackStruct inputCallback_{};
+    std::array<Switch, 5> switches_;
+    std::atomic<Float32> volume_{1};
+
+    /// Held while the unit is added to or removed from the device by any thread but the device's.
+    std::mutex transition_;
+    std::atomic<bool> running_{false};
+    std::atomic<bool> beginning_{false};  ///< the next slice is the first after a start
+    Float64 sampleTime_ = 0;              ///< device thread only
+};
+
+}  // namespace tqplatform

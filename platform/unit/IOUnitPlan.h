@@ -1,0 +1,22 @@
+#pragma once
+
+#include "unit/IOUnit.h"
+
+namespace tqplatform {
+
+/// What the device's thread knows of an output unit.
+struct IOUnit::Plan : RenderPlan {
+    Float64 deviceRate = 0;
+    UInt32 deviceOutputs = 0;
+    UInt32 deviceInputs = 0;
+    bool outputEnabled = true;
+    bool inputEnabled = false;
+    InputSource source;
+    bool allocate = true;
+    std::shared_ptr<ConvertedInput> input;  ///< from the program to the device
+    std::shared_ptr<BusMemory> deviceList;  ///< for its list only: the notifies' view of a slice
+    std::shared_ptr<MicrophonePath> microphone;
+    AURenderCallbackStruct inputCallback{};
+};
+
+}  // namespace tqplatform

@@ -1,0 +1,168 @@
+// What an output unit does on the device's thread.
+
+#include <algorithm>
+
+#include "unit/IOUnitPlan.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr UInt32 microphoneBus = 1;
+
+}  // namespace
+
+void IOUnit::render(const DeviceSlice& slice) noexcept {
+    // Inside the unit like any caller: disposing of it from one of its callbacks waits for the
+    // end of this scope, behind which the unit may be gone.
+    const UnitTable::Access inside(units(), handle());
+    if (inside && running_.load()) {
+        renderSlice(slice);
+    }
+}
+
+void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
+    const BusyScope busy(busy_[0]);
+    if (!busy) {
+        return;
+    }
+    followDevice();
+    const Published<RenderPlan>::Reader published(plan_);
+    if (!published) {
+        return;
+    }
+    const auto& plan = static_cast<const Plan&>(*published);
+    if (plan.deviceRate != device_.sampleRate() || plan.deviceOutputs != device_.outputChannels() ||
+        plan.deviceInputs != device_.inputChannels()) {
+        return;  // somebody holds the lock for a longer time: silence until he is done
+    }
+    const SliceScope scope(*this, slice.frames, plan.deviceRate);
+    const bool beginning = beginning_.load(std::memory_order_relaxed) && beginning_.exchange(false);
+    const bool forget = takeRestart();
+    if (beginning) {
+        const bool atZero = switches_[0].value.load(std::memory_order_relaxed) != 0;
+        sampleTime_ = atZero ? 0 : slice.time->mSampleTime;
+    }
+    if (beginning || forget) {
+        plan.input->restart();
+        if (plan.microphone != nullptr) {
+            plan.microphone->restart();
+        }
+    }
+    AudioTimeStamp time = *slice.time;
+    time.mSampleTime = sampleTime_;
+    time.mFlags |= kAudioTimeStampSampleTimeValid | kAudioTimeStampHostTimeValid |
+                   kAudioTimeStampRateScalarValid;
+    hearInput(plan, time, slice);
+    if (running_.load()) {
+        play(plan, time, slice);
+    }
+    sampleTime_ += slice.frames;
+}
+
+void IOUnit::followDevice() noexcept {
+    {
+        const Published<RenderPlan>::Reader published(plan_);
+        if (!published) {
+            return;
+        }
+        const auto& plan = static_cast<const Plan&>(*published);
+        if (plan.deviceRate == device_.sampleRate() &&
+            plan.deviceOutputs == device_.outputChannels() &&
+            plan.deviceInputs == device_.inputChannels()) {
+            return;
+        }
+    }
+    // The device changed, which is rare: this one slice makes the new converters itself.
+    const std::unique_lock lock(lock_, std::try_to_lock);
+    if (!lock) {
+        return;
+    }
+    try {
+        static_cast<void>(republish());
+        tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0});
+    } catch (...) {
+        keepRenderError(kAudioUnitErr_FormatNotSupported);
+    }
+}
+
+void IOUnit::hearInput(const Plan& plan, const AudioTimeStamp& time,
+                       const DeviceSlice& slice) noexcept {
+    if (!plan.inputEnabled || plan.microphone == nullptr) {
+        return;
+    }
+    const UInt32 frames = plan.microphone->bring(slice.input, slice.frames);
+    if (plan.inputCallback.inputProc == nullptr || frames == 0) {
+        return;
+    }
+    AudioTimeStamp heard = time;
+    heard.mSampleTime = plan.microphone->sampleTime();
+    AudioUnitRenderActionFlags flags = 0;
+    keepRenderError(plan.inputCallback.inputProc(plan.inputCallback.inputProcRefCon, &flags, &heard,
+                                                 microphoneBus, frames, nullptr));
+}
+
+void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {
+    const Notifies::Reader notifies(notifies_);
+    AudioBufferList& list = plan.deviceList->prepare(slice.frames, false);
+    for (UInt32 i = 0; i < plan.deviceOutputs; ++i) {
+        buffersOf(list)[i].mData = slice.output[i];
+    }
+    AudioUnitRenderActionFlags flags = 0;
+    callNotifies(notifies.get(), kAudioUnitRenderAction_PreRender, time, 0, slice.frames, list);
+    const OSStatus status = fill(plan, flags, time, slice);
+    keepRenderError(status);
+    const AudioUnitRenderActionFlags error =
+        status == noErr ? 0U : AudioUnitRenderActionFlags{kAudioUnitRenderAction_PostRenderError};
+    callNotifies(notifies.get(), flags | kAudioUnitRenderAction_PostRender | error, time, 0,
+                 slice.frames, list);
+    lastSampleTime_.store(time.mSampleTime, std::memory_order_relaxed);
+
+    // A notify may also have put samples elsewhere.
+    for (UInt32 i = 0; i < std::min(list.mNumberBuffers, plan.deviceOutputs); ++i) {
+        const AudioBuffer& buffer = buffersOf(list)[i];
+        if (buffer.mData != nullptr && buffer.mData != slice.output[i]) {
+            const UInt32 held =
+                std::min(slice.frames, static_cast<UInt32>(buffer.mDataByteSize / sizeof(float)));
+            std::copy_n(static_cast<const float*>(buffer.mData), held, slice.output[i]);
+        }
+    }
+}
+
+OSStatus IOUnit::fill(const Plan& plan, AudioUnitRenderActionFlags& flags,
+                      const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {
+    if (!plan.outputEnabled || !plan.source.exists()) {
+        silence(slice.output, plan.deviceOutputs, 0, slice.frames);
+        flags |= kAudioUnitRenderAction_OutputIsSilence;
+        return noErr;
+    }
+    const OSStatus status =
+        plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.frames, slice.output);
+    const bool muted = switches_[4].value.load(std::memory_order_relaxed) != 0;
+    const Float32 volume = muted ? 0.0F : volume_.load(std::memory_order_relaxed);
+    if (status != noErr || volume == 0.0F) {
+        silence(slice.output, plan.deviceOutputs, 0, slice.frames);
+    } else if (volume != 1.0F) {
+        for (UInt32 channel = 0; channel < plan.deviceOutputs; ++channel) {
+            for (UInt32 i = 0; i < slice.frames; ++i) {
+                slice.output[channel][i] *= volume;
+            }
+        }
+    }
+    return status;
+}
+
+OSStatus IOUnit::renderBus(const RenderPlan& base, const RenderCall& call) noexcept {
+    const auto& plan = static_cast<const Plan&>(base);
+    // Bus 0 is the device's to pull, and what the microphone heard is there during a slice only.
+    if (call.bus != microphoneBus || !isRenderThread()) {
+        return kAudioUnitErr_CannotDoInCurrentContext;
+    }
+    if (!plan.inputEnabled || plan.microphone == nullptr) {
+        return kAudioUnitErr_InvalidElement;
+    }
+    plan.microphone->fetch(call.frames, call.list);
+    return noErr;
+}
+
+}  // namespace tqplatform

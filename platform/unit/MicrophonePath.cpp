@@ -1,0 +1,94 @@
+#include "unit/MicrophonePath.h"
+
+#include <algorithm>
+#include <array>
+
+#include "unit/BusReader.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr UInt32 mostChannels = 64;
+
+/// Frames at the program's rate that `frames` of the device can make at most.
+UInt32 mostOutput(RateRatio ratio, UInt32 frames) {
+    return static_cast<UInt32>(static_cast<std::int64_t>(frames) * ratio.output / ratio.input) + 2;
+}
+
+}  // namespace
+
+MicrophonePath::MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
+                               UInt32 maximumFrames)
+    : deviceRate_(deviceRate),
+      deviceChannels_(deviceChannels),
+      format_(format),
+      maximumFrames_(maximumFrames),
+      ratio_(RateRatio::of(deviceRate, format.sampleRate)),
+      converter_(deviceRate, format.sampleRate, deviceChannels,
+                 std::max(maximumFrames, mostOutput(ratio_, maximumFrames))),
+      // One frame can be left over per input frame that an output frame stands for.
+      heard_(deviceChannels, maximumFrames + static_cast<UInt32>(ratio_.inputFor(1, 0)) + 1),
+      converted_(deviceChannels, mostOutput(ratio_, maximumFrames)),
+      mapped_(format.channels, mostOutput(ratio_, maximumFrames)) {
+}
+
+UInt32 MicrophonePath::bring(const float* const* planes, UInt32 frames) noexcept {
+    sampleTime_ += convertedFrames_;
+    const UInt32 left = heardFrames_ - heardGiven_;
+    for (UInt32 channel = 0; channel < deviceChannels_; ++channel) {
+        float* const plane = heard_.data()[channel];
+        std::copy_n(plane + heardGiven_, left, plane);
+        std::copy_n(planes[channel], frames, plane + left);
+    }
+    heardFrames_ = left + frames;
+    heardGiven_ = 0;
+    // As many output frames as the input covers, and not one more.
+    const std::int64_t covered =
+        (std::int64_t{heardFrames_} * ratio_.output + credit_) / ratio_.input;
+    convertedFrames_ = std::min(static_cast<UInt32>(covered), mostOutput(ratio_, maximumFrames_));
+    credit_ += ratio_.inputFor(convertedFrames_, credit_) * ratio_.output -
+               std::int64_t{convertedFrames_} * ratio_.input;
+    static_cast<void>(converter_.pull(convertedFrames_, converted_.data(), giveHeard, this));
+    mapChannels(converted_.data(), deviceChannels_, mapped_.data(), format_.channels,
+                convertedFrames_);
+    fetched_ = 0;
+    return convertedFrames_;
+}
+
+OSStatus MicrophonePath::giveHeard(void* context, UInt32 frames, float* const* planes) {
+    auto& self = *static_cast<MicrophonePath*>(context);
+    const UInt32 held = std::min(frames, self.heardFrames_ - self.heardGiven_);
+    for (UInt32 channel = 0; channel < self.deviceChannels_; ++channel) {
+        std::copy_n(self.heard_.data()[channel] + self.heardGiven_, held, planes[channel]);
+    }
+    silence(planes, self.deviceChannels_, held, frames - held);
+    self.heardGiven_ += held;
+    return noErr;
+}
+
+void MicrophonePath::fetch(UInt32 frames, AudioBufferList& list) noexcept {
+    const UInt32 held = std::min(frames, convertedFrames_ - fetched_);
+    std::array<const float*, mostChannels> part;
+    for (UInt32 channel = 0; channel < format_.channels; ++channel) {
+        part[channel] = mapped_.data()[channel] + fetched_;
+    }
+    silence(list);
+    fromFloat(part.data(), held, format_, list);
+    fetched_ += held;
+}
+
+void MicrophonePath::restart() noexcept {
+    converter_.reset();
+    heardFrames_ = heardGiven_ = convertedFrames_ = fetched_ = 0;
+    credit_ = 0;
+    sampleTime_ = 0;
+}
+
+bool MicrophonePath::fits(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
+                          UInt32 maximumFrames) const noexcept {
+    return deviceRate_ == deviceRate && deviceChannels_ == deviceChannels &&
+           sameFormat(format_, format) && maximumFrames_ == maximumFrames;
+}
+
+}  // namespace tqplatform

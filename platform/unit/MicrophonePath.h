@@ -1,0 +1,50 @@
+#pragma once
+
+#include "format/PCMFormat.h"
+#include "format/RateConverter.h"
+#include "format/RateRatio.h"
+#include "unit/Planes.h"
+
+namespace tqplatform {
+
+/// What the microphone heard, on its way into the program's format. The device's thread brings
+/// one slice at a time and the program fetches it within that slice; what it leaves is lost, so
+/// that sound never piles up.
+class MicrophonePath {
+  public:
+    MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
+                   UInt32 maximumFrames);
+
+    /// [real-time safe] Takes the slice in. Returns how many frames can be fetched from it.
+    UInt32 bring(const float* const* planes, UInt32 frames) noexcept;
+    /// [real-time safe] Writes the next frames; beyond those that were brought there is silence.
+    void fetch(UInt32 frames, AudioBufferList& list) noexcept;
+    /// Sample time of the slice in the program's rate; the first one after a restart is at 0.
+    [[nodiscard]] Float64 sampleTime() const noexcept { return sampleTime_; }
+    /// [real-time safe]
+    void restart() noexcept;
+
+    [[nodiscard]] bool fits(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
+                            UInt32 maximumFrames) const noexcept;
+
+  private:
+    static OSStatus giveHeard(void* context, UInt32 frames, float* const* planes);
+
+    Float64 deviceRate_;
+    UInt32 deviceChannels_;
+    PCMFormat format_;
+    UInt32 maximumFrames_;
+    RateRatio ratio_;
+    RateConverter converter_;
+    Planes heard_;      ///< slice at the device's rate, behind what the last one left over
+    Planes converted_;  ///< slice at the program's rate
+    Planes mapped_;     ///< in the program's channels
+    UInt32 heardFrames_ = 0;
+    UInt32 heardGiven_ = 0;
+    UInt32 convertedFrames_ = 0;
+    UInt32 fetched_ = 0;
+    std::int64_t credit_ = 0;
+    Float64 sampleTime_ = 0;
+};
+
+}  // namespace tqplatform

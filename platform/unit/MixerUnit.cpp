@@ -1,0 +1,245 @@
+#include "unit/MixerUnit.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "component/Status.h"
+#include "unit/BusReader.h"
+#include "unit/RateGroup.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr UInt32 mostChannels = 64;
+
+constexpr AudioUnitParameterID inputParameters[] = {
+    kMultiChannelMixerParam_Volume, kMultiChannelMixerParam_Enable, kMultiChannelMixerParam_Pan};
+constexpr AudioUnitParameterID outputParameters[] = {kMultiChannelMixerParam_Volume};
+
+}  // namespace
+
+struct MixerUnit::Input {
+    UInt32 bus;
+    InputSource source;
+    bool allocate;
+    std::shared_ptr<BusReader> reader;
+    std::shared_ptr<RateGroup> group;
+};
+
+struct MixerUnit::Plan : RenderPlan {
+    std::vector<Input> inputs;  ///< those with a source, in bus order
+    std::vector<std::shared_ptr<RateGroup>> groups;
+    std::shared_ptr<Planes> bus;  ///< one bus at its own rate
+    std::shared_ptr<Planes> mix;
+};
+
+MixerUnit::MixerUnit(const Component& component) : Unit(component) {
+    constexpr Float64 rate = 44100;
+    inputs_.resize(defaultInputs);
+    outputs_.resize(1);
+    for (Bus& bus : inputs_) {
+        bus.format = floatDescription(rate, 2);
+    }
+    outputs_[0].format = floatDescription(rate, 2);
+}
+
+bool MixerUnit::acceptsFormat(AudioUnitScope scope, const PCMFormat& format) {
+    return scope == kAudioUnitScope_Input || format.type == SampleType::int16 ||
+           format.type == SampleType::int32 || format.type == SampleType::fixed824 ||
+           format.type == SampleType::float32;
+}
+
+OSStatus MixerUnit::setInputCount(UInt32 count) {
+    if (count == 0 || count > mostInputs) {
+        return kAudioUnitErr_InvalidPropertyValue;
+    }
+    const std::size_t before = inputs_.size();
+    inputs_.resize(count);
+    for (std::size_t i = before; i < count; ++i) {
+        inputs_[i].format = floatDescription(outputs_[0].format.mSampleRate, 2);
+        levels_[i].volume.store(1);
+        levels_[i].enable.store(1);
+        levels_[i].pan.store(0);
+    }
+    inputCount_.store(count);
+    return republish();
+}
+
+std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
+    const auto* const last = static_cast<const Plan*>(old);
+    auto plan = std::make_unique<Plan>();
+    const PCMFormat out = parsed(outputs_[0].format);
+    plan->maximumFrames = maximumFrames_;
+    plan->outputs.push_back({out, outputs_[0].allocate, memoryFor(old, 0, out, maximumFrames_)});
+    const bool sameSize = last != nullptr && last->mix->channels() == out.channels &&
+                          last->maximumFrames == maximumFrames_;
+    plan->bus = sameSize ? last->bus : std::make_shared<Planes>(out.channels, maximumFrames_);
+    plan->mix = sameSize ? last->mix : std::make_shared<Planes>(out.channels, maximumFrames_);
+
+    // What went before is kept where it still fits: its converters know the past.
+    const auto groupFor = [&](Float64 rate) {
+        using Groups = std::vector<std::shared_ptr<RateGroup>>;
+        const Groups* const known[] = {&plan->groups, last != nullptr ? &last->groups : nullptr};
+        for (const Groups* groups : known) {
+            if (groups == nullptr) {
+                continue;
+            }
+            for (const auto& group : *groups) {
+                if (group->fits(rate, out.sampleRate, out.channels, maximumFrames_)) {
+                    return group;
+                }
+            }
+        }
+        return std::make_shared<RateGroup>(rate, out.sampleRate, out.channels, maximumFrames_);
+    };
+    const auto readerFor = [&](UInt32 bus, const PCMFormat& format) {
+        if (last != nullptr) {
+            for (const Input& input : last->inputs) {
+                if (input.bus == bus && input.reader->fits(format, out.channels, maximumFrames_)) {
+                    return input.reader;
+                }
+            }
+        }
+        return std::make_shared<BusReader>(format, out.channels, maximumFrames_);
+    };
+    for (UInt32 i = 0; i < inputs_.size(); ++i) {
+        if (!inputs_[i].source.exists()) {
+            continue;
+        }
+        const PCMFormat format = parsed(inputs_[i].format);
+        const auto group = groupFor(format.sampleRate);
+        if (std::find(plan->groups.begin(), plan->groups.end(), group) == plan->groups.end()) {
+            plan->groups.push_back(group);
+        }
+        plan->inputs.push_back(
+            {i, inputs_[i].source, inputs_[i].allocate, readerFor(i, format), group});
+    }
+    return plan;
+}
+
+void MixerUnit::addInput(const Input& input, const RenderCall& call, Planes& planes,
+                         UInt32 maximumFrames) const noexcept {
+    const Levels& levels = levels_[input.bus];
+    const Float32 volume = levels.volume.load(std::memory_order_relaxed);
+    const Float32 pan = levels.pan.load(std::memory_order_relaxed);
+    // Panning takes away on the other side only: in the middle both sides have it all.
+    std::array<Float32, mostChannels> gains;
+    gains.fill(volume);
+    if (planes.channels() > 1) {
+        gains[0] *= std::min(1.0F, 1.0F - pan);
+        gains[1] *= std::min(1.0F, 1.0F + pan);
+    }
+    RateGroup& group = *input.group;
+    AudioTimeStamp time = call.time;
+    for (UInt32 done = 0; done < group.inputFrames();) {
+        const UInt32 frames = std::min(group.inputFrames() - done, maximumFrames);
+        time.mSampleTime = group.sampleTime() + done;
+        AudioUnitRenderActionFlags flags = 0;
+        if (input.reader->read({input.source, input.allocate, input.bus, flags, time}, frames,
+                               planes.data()) != noErr) {
+            return;  // this bus is silent, the others go on
+        }
+        group.add(done, frames, planes.data(), gains.data());
+        done += frames;
+    }
+}
+
+OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) noexcept {
+    const auto& plan = static_cast<const Plan&>(base);
+    const bool restart = takeRestart();
+    for (const auto& group : plan.groups) {
+        if (restart) {
+            group->restart();
+        }
+        group->begin(call.frames, call.time.mSampleTime);
+    }
+    for (const Input& input : plan.inputs) {
+        if (levels_[input.bus].enable.load(std::memory_order_relaxed) >= 0.5F) {
+            addInput(input, call, *plan.bus, plan.maximumFrames);
+        }
+    }
+    float* const* const mix = plan.mix->data();
+    const UInt32 channels = plan.mix->channels();
+    silence(mix, channels, 0, call.frames);
+    for (const auto& group : plan.groups) {
+        group->finish(mix);
+    }
+    const Float32 volume = outputVolume_.load(std::memory_order_relaxed);
+    if (volume != 1.0F) {
+        for (UInt32 channel = 0; channel < channels; ++channel) {
+            for (UInt32 i = 0; i < call.frames; ++i) {
+                mix[channel][i] *= volume;
+            }
+        }
+    }
+    fromFloat(mix, call.frames, plan.outputs[0].format, call.list);
+    if (plan.inputs.empty()) {
+        call.flags |= kAudioUnitRenderAction_OutputIsSilence;
+    }
+    return noErr;
+}
+
+OSStatus MixerUnit::describeProperty(PropertyKey key, PropertyInfo& info) {
+    if (key.id != kAudioUnitProperty_ParameterList) {
+        return Unit::describeProperty(key, info);
+    }
+    switch (key.scope) {
+        case kAudioUnitScope_Global:
+            info = {0, false};
+            return noErr;
+        case kAudioUnitScope_Input:
+            info = {sizeof inputParameters, false};
+            return noErr;
+        case kAudioUnitScope_Output:
+            info = {sizeof outputParameters, false};
+            return noErr;
+        default:
+            return kAudioUnitErr_InvalidScope;
+    }
+}
+
+OSStatus MixerUnit::readProperty(PropertyKey key, void* data) {
+    if (key.id != kAudioUnitProperty_ParameterList) {
+        return Unit::readProperty(key, data);
+    }
+    if (key.scope == kAudioUnitScope_Input) {
+        std::memcpy(data, inputParameters, sizeof inputParameters);
+    } else if (key.scope == kAudioUnitScope_Output) {
+        std::memcpy(data, outputParameters, sizeof outputParameters);
+    }
+    return noErr;
+}
+
+OSStatus MixerUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,
+                                  AudioUnitElement element, Parameter& parameter) noexcept {
+    if (scope == kAudioUnitScope_Output) {
+        if (id != kMultiChannelMixerParam_Volume) {
+            return kAudioUnitErr_InvalidParameter;
+        }
+        parameter = {&outputVolume_, 0, 1};
+        return okOr(element == 0, kAudioUnitErr_InvalidElement);
+    }
+    if (scope != kAudioUnitScope_Input) {
+        return kAudioUnitErr_InvalidScope;
+    }
+    if (element >= inputCount_.load()) {
+        return kAudioUnitErr_InvalidElement;
+    }
+    Levels& levels = levels_[element];
+    switch (id) {
+        case kMultiChannelMixerParam_Volume:
+            parameter = {&levels.volume, 0, 1};
+            return noErr;
+        case kMultiChannelMixerParam_Enable:
+            parameter = {&levels.enable, 0, 1};
+            return noErr;
+        case kMultiChannelMixerParam_Pan:
+            parameter = {&levels.pan, -1, 1};
+            return noErr;
+        default:
+            return kAudioUnitErr_InvalidParameter;
+    }
+}
+
+}  // namespace tqplatform

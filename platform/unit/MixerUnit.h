@@ -1,0 +1,47 @@
+#pragma once
+
+#include "unit/Planes.h"
+#include "unit/Unit.h"
+
+namespace tqplatform {
+
+/// The multichannel mixer: any number of input buses, each with its own format and rate, summed
+/// into one output bus. Buses of one rate are summed before their sum is resampled, so that each
+/// rate costs one conversion however many buses have it.
+class MixerUnit final : public Unit {
+  public:
+    static constexpr UInt32 defaultInputs = 8;
+    static constexpr UInt32 mostInputs = 128;
+
+    explicit MixerUnit(const Component& component);
+
+  protected:
+    std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
+    OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept override;
+    OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
+    OSStatus readProperty(PropertyKey key, void* data) override;
+    OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
+                           Parameter& parameter) noexcept override;
+    [[nodiscard]] bool acceptsFormat(AudioUnitScope scope, const PCMFormat& format) override;
+    [[nodiscard]] bool isInputCountWritable() const override { return true; }
+    OSStatus setInputCount(UInt32 count) override;
+
+  private:
+    struct Levels {
+        std::atomic<Float32> volume{1};
+        std::atomic<Float32> enable{1};
+        std::atomic<Float32> pan{0};
+    };
+    struct Input;
+    struct Plan;
+
+    /// [real-time safe] Pulls one bus through `planes` into the sum of its rate.
+    void addInput(const Input& input, const RenderCall& call, Planes& planes,
+                  UInt32 maximumFrames) const noexcept;
+
+    std::array<Levels, mostInputs> levels_;
+    std::atomic<UInt32> inputCount_{defaultInputs};
+    std::atomic<Float32> outputVolume_{1};
+};
+
+}  // namespace tqplatform

@@ -1,0 +1,94 @@
+#include "unit/RateGroup.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tqplatform {
+
+namespace {
+
+/// Frames of input that a slice can need at most: one more than the ratio says for the frame
+/// that is begun.
+UInt32 mostInput(RateRatio ratio, UInt32 frames) {
+    return static_cast<UInt32>(ratio.inputFor(frames, 0)) + 1;
+}
+
+}  // namespace
+
+RateGroup::RateGroup(Float64 inputRate, Float64 outputRate, UInt32 channels, UInt32 maximumFrames)
+    : inputRate_(inputRate),
+      outputRate_(outputRate),
+      maximumFrames_(maximumFrames),
+      ratio_(RateRatio::of(inputRate, outputRate)),
+      mostInputFrames_(mostInput(ratio_, maximumFrames)),
+      converter_(inputRate, outputRate, channels, maximumFrames),
+      sum_(channels, mostInputFrames_),
+      converted_(channels, maximumFrames) {
+}
+
+bool RateGroup::fits(Float64 inputRate, Float64 outputRate, UInt32 channels,
+                     UInt32 maximumFrames) const noexcept {
+    return inputRate_ == inputRate && outputRate_ == outputRate && sum_.channels() == channels &&
+           maximumFrames_ == maximumFrames;
+}
+
+void RateGroup::begin(UInt32 frames, Float64 sampleTime) noexcept {
+    if (ratio_.equal()) {
+        sampleTime_ = sampleTime;
+        inputFrames_ = frames;
+    } else {
+        sampleTime_ = started_ ? sampleTime_ + inputFrames_
+                               : std::round(sampleTime * inputRate_ / outputRate_);
+        inputFrames_ =
+            std::min(static_cast<UInt32>(ratio_.inputFor(frames, credit_)), mostInputFrames_);
+        credit_ += inputFrames_ * ratio_.output - frames * ratio_.input;
+    }
+    started_ = true;
+    outputFrames_ = frames;
+    given_ = 0;
+    silence(sum_.data(), sum_.channels(), 0, inputFrames_);
+}
+
+void RateGroup::add(UInt32 first, UInt32 frames, const float* const* planes,
+                    const Float32* gains) noexcept {
+    for (UInt32 channel = 0; channel < sum_.channels(); ++channel) {
+        const float* const from = planes[channel];
+        float* const to = sum_.data()[channel] + first;
+        const Float32 gain = gains[channel];
+        for (UInt32 i = 0; i < frames; ++i) {
+            to[i] += from[i] * gain;
+        }
+    }
+}
+
+void RateGroup::finish(float* const* planes) noexcept {
+    float* const* made = sum_.data();
+    if (!ratio_.equal()) {
+        made = converted_.data();
+        static_cast<void>(converter_.pull(outputFrames_, made, giveSum, this));
+    }
+    for (UInt32 channel = 0; channel < sum_.channels(); ++channel) {
+        for (UInt32 i = 0; i < outputFrames_; ++i) {
+            planes[channel][i] += made[channel][i];
+        }
+    }
+}
+
+OSStatus RateGroup::giveSum(void* context, UInt32 frames, float* const* planes) {
+    auto& self = *static_cast<RateGroup*>(context);
+    const UInt32 held = std::min(frames, self.inputFrames_ - self.given_);
+    for (UInt32 channel = 0; channel < self.sum_.channels(); ++channel) {
+        std::copy_n(self.sum_.data()[channel] + self.given_, held, planes[channel]);
+    }
+    silence(planes, self.sum_.channels(), held, frames - held);
+    self.given_ += held;
+    return noErr;
+}
+
+void RateGroup::restart() noexcept {
+    converter_.reset();
+    started_ = false;
+    credit_ = 0;
+}
+
+}  // namespace tqplatform

@@ -1,0 +1,245 @@
+#include "unit/Unit.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "foundation/NeverDestroyed.h"
+
+namespace tqplatform {
+
+namespace {
+
+std::uint64_t nanosecondsNow() noexcept {
+    return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch() /
+                                      std::chrono::nanoseconds(1));
+}
+
+}  // namespace
+
+UnitTable& units() {
+    static NeverDestroyed<UnitTable> table;
+    return *table;
+}
+
+OSStatus Unit::initialize() {
+    const std::lock_guard lock(lock_);
+    if (initialized_) {
+        return noErr;
+    }
+    initialized_ = true;
+    const OSStatus status = republish();
+    initialized_ = status == noErr;
+    return status;
+}
+
+OSStatus Unit::uninitialize() {
+    willUninitialize();
+    const std::lock_guard lock(lock_);
+    if (initialized_) {
+        initialized_ = false;
+        plan_.publish(nullptr);
+    }
+    return noErr;
+}
+
+OSStatus Unit::republish() {
+    if (!initialized_) {
+        return noErr;
+    }
+    for (const AudioUnitScope scope : {kAudioUnitScope_Input, kAudioUnitScope_Output}) {
+        const std::size_t count = (scope == kAudioUnitScope_Input ? inputs_ : outputs_).size();
+        for (UInt32 i = 0; i < count; ++i) {
+            if (!(busFormat(scope, i).mSampleRate > 0)) {
+                return kAudioUnitErr_FormatNotSupported;
+            }
+        }
+    }
+    plan_.publish(makePlan(plan_.owned()));
+    return noErr;
+}
+
+OSStatus Unit::reset(AudioUnitScope /*scope*/, AudioUnitElement /*element*/) {
+    forgetPast();
+    return noErr;
+}
+
+OSStatus Unit::addPropertyListener(AudioUnitPropertyID id, AudioUnitPropertyListenerProc proc,
+                                   void* refCon) {
+    if (proc == nullptr) {
+        return kAudio_ParamError;
+    }
+    const std::lock_guard lock(listenerLock_);
+    const Listener listener{id, proc, refCon};
+    if (std::find(listeners_.begin(), listeners_.end(), listener) == listeners_.end()) {
+        listeners_.push_back(listener);
+    }
+    return noErr;
+}
+
+OSStatus Unit::removePropertyListener(AudioUnitPropertyID id, AudioUnitPropertyListenerProc proc,
+                                      void* refCon) {
+    if (proc == nullptr) {
+        return kAudio_ParamError;
+    }
+    const std::lock_guard lock(listenerLock_);
+    std::erase(listeners_, Listener{id, proc, refCon});
+    return noErr;
+}
+
+void Unit::tellListeners(PropertyKey key) {
+    std::vector<Listener> called;
+    {
+        const std::lock_guard lock(listenerLock_);
+        std::copy_if(listeners_.begin(), listeners_.end(), std::back_inserter(called),
+                     [&](const Listener& listener) { return listener.id == key.id; });
+    }
+    for (const Listener& listener : called) {
+        listener.proc(listener.refCon, handle_, key.id, key.scope, key.element);
+    }
+}
+
+OSStatus Unit::addRenderNotify(AURenderCallback proc, void* refCon, const void* owner) {
+    if (proc == nullptr) {
+        return kAudio_ParamError;
+    }
+    const std::lock_guard lock(notifyLock_);
+    const Notify notify{proc, refCon, owner};
+    auto notifies = std::make_unique<std::vector<Notify>>();
+    if (const auto* old = notifies_.owned()) {
+        if (std::find(old->begin(), old->end(), notify) != old->end()) {
+            return noErr;
+        }
+        notifies->reserve(old->size() + 1);
+        *notifies = *old;
+    }
+    notifies->push_back(notify);
+    notifies_.publish(std::move(notifies));
+    return noErr;
+}
+
+OSStatus Unit::removeRenderNotify(AURenderCallback proc, void* refCon, const void* owner) {
+    if (proc == nullptr) {
+        return kAudio_ParamError;
+    }
+    const std::lock_guard lock(notifyLock_);
+    const auto* old = notifies_.owned();
+    if (old == nullptr) {
+        return noErr;
+    }
+    auto notifies = std::make_unique<std::vector<Notify>>(*old);
+    if (std::erase(*notifies, Notify{proc, refCon, owner}) > 0) {
+        notifies_.publish(std::move(notifies));
+    }
+    return noErr;
+}
+
+OSStatus Unit::findParameter(AudioUnitParameterID /*id*/, AudioUnitScope /*scope*/,
+                             AudioUnitElement /*element*/, Parameter& /*parameter*/) noexcept {
+    return kAudioUnitErr_InvalidParameter;
+}
+
+OSStatus Unit::getParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
+                            AudioUnitParameterValue* value) noexcept {
+    if (value == nullptr) {
+        return kAudio_ParamError;
+    }
+    Parameter parameter;
+    const OSStatus status = findParameter(id, scope, element, parameter);
+    if (status == noErr) {
+        *value = parameter.value->load(std::memory_order_relaxed);
+    }
+    return status;
+}
+
+OSStatus Unit::setParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
+                            AudioUnitParameterValue value) noexcept {
+    Parameter parameter;
+    const OSStatus status = findParameter(id, scope, element, parameter);
+    if (status != noErr) {
+        return status;
+    }
+    if (std::isnan(value)) {
+        return kAudioUnitErr_InvalidParameterValue;
+    }
+    parameter.value->store(std::clamp(value, parameter.minimum, parameter.maximum),
+                           std::memory_order_relaxed);
+    return noErr;
+}
+
+OSStatus Unit::outputFormat(UInt32 bus, AudioStreamBasicDescription& format) {
+    const std::lock_guard lock(lock_);
+    if (bus >= outputs_.size()) {
+        return kAudioUnitErr_InvalidElement;
+    }
+    format = busFormat(kAudioUnitScope_Output, bus);
+    return noErr;
+}
+
+void Unit::sourceFormatChanged(AudioUnit source, UInt32 outputBus, UInt32 inputBus,
+                               const AudioStreamBasicDescription& format) {
+    {
+        const std::lock_guard lock(lock_);
+        if (inputBus >= inputs_.size()) {
+            return;
+        }
+        Bus& bus = inputs_[inputBus];
+        const auto parsedFormat = PCMFormat::parse(format);
+        if (!bus.source.isConnection() || bus.source.unit != source ||
+            bus.source.outputBus != outputBus || !parsedFormat ||
+            !acceptsFormat(kAudioUnitScope_Input, *parsedFormat)) {
+            return;
+        }
+        bus.format = format;
+        static_cast<void>(republish());
+    }
+    tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, inputBus});
+}
+
+void Unit::addDependent(const Dependent& dependent) {
+    const std::lock_guard lock(dependentLock_);
+    std::erase_if(dependents_, [&](const Dependent& known) {
+        return known == dependent || !UnitTable::Access(units(), known.unit);
+    });
+    dependents_.push_back(dependent);
+}
+
+void Unit::tellDependents(UInt32 outputBus) {
+    AudioStreamBasicDescription format{};
+    if (outputFormat(outputBus, format) != noErr) {
+        return;
+    }
+    std::vector<Dependent> told;
+    {
+        const std::lock_guard lock(dependentLock_);
+        told = dependents_;
+    }
+    for (const Dependent& dependent : told) {
+        const UnitTable::Access unit(units(), dependent.unit);
+        if (unit && dependent.outputBus == outputBus) {
+            unit->sourceFormatChanged(handle_, outputBus, dependent.inputBus, format);
+        }
+    }
+}
+
+bool Unit::isRenderThread() const noexcept {
+    return (sliceCount() & 1U) != 0 && renderThread_.load() == std::this_thread::get_id();
+}
+
+Unit::SliceScope::SliceScope(Unit& unit, UInt32 frames, Float64 rate) noexcept
+    : unit_(unit), duration_(frames / rate), began_(nanosecondsNow()) {
+    unit_.renderThread_.store(std::this_thread::get_id());
+    unit_.sliceCount_.fetch_add(1, std::memory_order_acq_rel);
+}
+
+Unit::SliceScope::~SliceScope() {
+    const auto elapsed = static_cast<Float64>(nanosecondsNow() - began_) * 1e-9;
+    const auto load = static_cast<Float32>(duration_ > 0 ? elapsed / duration_ : 0);
+    unit_.cpuLoad_.store(load, std::memory_order_relaxed);
+    if (load > unit_.maximumCpuLoad_.load(std::memory_order_relaxed)) {
+        unit_.maximumCpuLoad_.store(load, std::memory_order_relaxed);
+    }
+    unit_.sliceCount_.fetch_add(1, std::memory_order_acq_rel);
+}
+
+}  // namespace tqplatform

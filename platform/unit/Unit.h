@@ -1,0 +1,286 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "component/HandleTable.h"
+#include "format/PCMFormat.h"
+#include "unit/BusMemory.h"
+#include "unit/InputSource.h"
+#include "unit/Published.h"
+
+namespace tqplatform {
+
+struct Component;
+
+/// Where a property is asked for.
+struct PropertyKey {
+    AudioUnitPropertyID id;
+    AudioUnitScope scope;
+    AudioUnitElement element;
+};
+
+struct PropertyInfo {
+    UInt32 size = 0;
+    bool writable = false;
+    bool readable = true;
+};
+
+/// What render threads know of a unit: made by control threads, replaced as a whole. Kinds of
+/// units derive theirs from it. What a render changes (converters with their past, memory) is
+/// behind shared pointers, which plans that follow each other hand on as long as it still fits.
+struct RenderPlan {
+    struct Output {
+        PCMFormat format;
+        bool allocate;
+        std::shared_ptr<BusMemory> memory;
+    };
+    RenderPlan() = default;
+    RenderPlan(const RenderPlan&) = delete;
+    RenderPlan& operator=(const RenderPlan&) = delete;
+    virtual ~RenderPlan() = default;
+
+    UInt32 maximumFrames = 0;
+    std::vector<Output> outputs;
+};
+
+/// One render of an output bus, arguments checked, every buffer with data.
+struct RenderCall {
+    AudioUnitRenderActionFlags& flags;
+    const AudioTimeStamp& time;
+    UInt32 bus;
+    UInt32 frames;
+    AudioBufferList& list;
+};
+
+/// What all units are: states, buses with formats and sources, properties, parameters, listeners,
+/// render notifies and the render call.
+///
+/// Property, initialise and uninitialise calls exclude each other by a recursive lock. Rendering
+/// takes no lock: it reads the published plan.
+class Unit {
+  public:
+    explicit Unit(const Component& component) : component_(component) {}
+    virtual ~Unit() = default;
+    Unit(const Unit&) = delete;
+    Unit& operator=(const Unit&) = delete;
+
+    /// For the handle table: before anybody else knows the unit.
+    void setHandle(void* handle) noexcept { handle_ = static_cast<AudioUnit>(handle); }
+    /// For the handle table: the handle is stale, end what the unit does by itself.
+    virtual void close() {}
+
+    [[nodiscard]] AudioUnit handle() const noexcept { return handle_; }
+    [[nodiscard]] const Component& component() const noexcept { return component_; }
+
+    // Control calls, named like the C functions they stand behind.
+    OSStatus initialize();
+    OSStatus uninitialize();
+    OSStatus getPropertyInfo(PropertyKey key, UInt32* size, Boolean* writable);
+    OSStatus getProperty(PropertyKey key, void* data, UInt32* size);
+    OSStatus setProperty(PropertyKey key, const void* data, UInt32 size);
+    OSStatus addPropertyListener(AudioUnitPropertyID id, AudioUnitPropertyListenerProc proc,
+                                 void* refCon);
+    OSStatus removePropertyListener(AudioUnitPropertyID id, AudioUnitPropertyListenerProc proc,
+                                    void* refCon);
+    /// `owner` is part of a notify's identity: what a graph adds and what a program adds to the
+    /// unit itself never stand in each other's way.
+    OSStatus addRenderNotify(AURenderCallback proc, void* refCon, const void* owner = nullptr);
+    OSStatus removeRenderNotify(AURenderCallback proc, void* refCon, const void* owner = nullptr);
+    OSStatus getParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
+                          AudioUnitParameterValue* value) noexcept;
+    OSStatus setParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
+                          AudioUnitParameterValue value) noexcept;
+    OSStatus reset(AudioUnitScope scope, AudioUnitElement element);
+    virtual OSStatus start() { return kAudio_UnimplementedError; }
+    virtual OSStatus stop() { return kAudio_UnimplementedError; }
+    [[nodiscard]] virtual bool isRunning() const noexcept { return false; }
+
+    /// [real-time safe] AudioUnitRender().
+    OSStatus render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
+                    UInt32 frames, AudioBufferList* list) noexcept;
+
+    // What a graph wants to know of its output unit.
+
+    /// Odd while a slice is being rendered; grows with each begin and end.
+    [[nodiscard]] std::uint64_t sliceCount() const noexcept {
+        return sliceCount_.load(std::memory_order_acquire);
+    }
+    /// Whether the calling thread is the one that renders the slice of the moment.
+    [[nodiscard]] bool isRenderThread() const noexcept;
+    [[nodiscard]] Float32 cpuLoad() const noexcept { return cpuLoad_.load(); }
+    [[nodiscard]] Float32 takeMaximumCpuLoad() noexcept { return maximumCpuLoad_.exchange(0); }
+
+    // Between connected units.
+
+    /// Format of an output bus, for whoever connects to it.
+    OSStatus outputFormat(UInt32 bus, AudioStreamBasicDescription& format);
+    /// Tells a connected input that its source has another format now.
+    void sourceFormatChanged(AudioUnit source, UInt32 outputBus, UInt32 inputBus,
+                             const AudioStreamBasicDescription& format);
+
+  protected:
+    struct Bus {
+        AudioStreamBasicDescription format{};
+        InputSource source;  ///< input buses only
+        bool allocate = true;
+    };
+    struct Notify {
+        AURenderCallback proc;
+        void* refCon;
+        const void* owner;
+        bool operator==(const Notify&) const = default;
+    };
+    using Notifies = Published<std::vector<Notify>>;
+
+    /// A parameter's place in memory, its legal range and whether it is writable.
+    struct Parameter {
+        std::atomic<Float32>* value = nullptr;
+        Float32 minimum = 0;
+        Float32 maximum = 1;
+    };
+
+    /// Marks the render of one slice, with its cost.
+    class SliceScope {
+      public:
+        SliceScope(Unit& unit, UInt32 frames, Float64 rate) noexcept;
+        ~SliceScope();
+        SliceScope(const SliceScope&) = delete;
+        SliceScope& operator=(const SliceScope&) = delete;
+
+      private:
+        Unit& unit_;
+        Float64 duration_;
+        std::uint64_t began_;
+    };
+
+    /// At most one thread renders an output bus; a second one, or a loop of connections, is
+    /// turned away.
+    class BusyScope {
+      public:
+        explicit BusyScope(std::atomic_flag& flag) noexcept
+            : flag_(flag), entered_(!flag.test_and_set(std::memory_order_acquire)) {}
+        ~BusyScope() {
+            if (entered_) {
+                flag_.clear(std::memory_order_release);
+            }
+        }
+        BusyScope(const BusyScope&) = delete;
+        BusyScope& operator=(const BusyScope&) = delete;
+        explicit operator bool() const noexcept { return entered_; }
+
+      private:
+        std::atomic_flag& flag_;
+        bool entered_;
+    };
+
+    // What kinds of units say about themselves. Called under the lock, except where noted.
+
+    [[nodiscard]] virtual std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) = 0;
+    /// [render thread, no lock] Renders one output bus of the unit's own kind.
+    virtual OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept = 0;
+    virtual OSStatus describeProperty(PropertyKey key, PropertyInfo& info);
+    virtual OSStatus readProperty(PropertyKey key, void* data);
+    virtual OSStatus writeProperty(PropertyKey key, const void* data, UInt32 size);
+    virtual OSStatus removeProperty(PropertyKey key);
+    /// [any thread, no lock] kAudioUnitErr_InvalidParameter by default.
+    virtual OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope,
+                                   AudioUnitElement element, Parameter& parameter) noexcept;
+    [[nodiscard]] virtual AudioStreamBasicDescription busFormat(AudioUnitScope scope,
+                                                                UInt32 element);
+    [[nodiscard]] virtual bool isFormatWritable(AudioUnitScope scope, UInt32 element);
+    [[nodiscard]] virtual bool acceptsFormat(AudioUnitScope scope, const PCMFormat& format);
+    [[nodiscard]] virtual bool isInputCountWritable() const { return false; }
+    virtual OSStatus setInputCount(UInt32 count);
+    /// How many of the input buses take a callback or a connection.
+    [[nodiscard]] virtual UInt32 feedableInputs() const {
+        return static_cast<UInt32>(inputs_.size());
+    }
+    /// Without the lock, before the plan is taken away.
+    virtual void willUninitialize() {}
+    /// Render threads start anew with their next render.
+    virtual void forgetPast() { restart_.store(true); }
+
+    /// Makes and publishes a plan when the unit is initialised; kAudioUnitErr_FormatNotSupported
+    /// while a bus has no sample rate.
+    OSStatus republish();
+    void tellListeners(PropertyKey key);
+    [[nodiscard]] static PCMFormat parsed(const AudioStreamBasicDescription& format);
+    [[nodiscard]] std::shared_ptr<BusMemory> memoryFor(const RenderPlan* old, UInt32 output,
+                                                       const PCMFormat& format,
+                                                       UInt32 maximumFrames) const;
+    /// [real-time safe]
+    static void callNotifies(const std::vector<Notify>* notifies, AudioUnitRenderActionFlags flags,
+                             const AudioTimeStamp& time, UInt32 bus, UInt32 frames,
+                             AudioBufferList& list) noexcept;
+    /// [real-time safe] Keeps the first error until somebody reads it.
+    void keepRenderError(OSStatus status) noexcept;
+    /// [real-time safe] Whether the past was to be forgotten; asked once per render.
+    [[nodiscard]] bool takeRestart() noexcept {
+        return restart_.load(std::memory_order_relaxed) && restart_.exchange(false);
+    }
+
+    std::recursive_mutex lock_;
+    bool initialized_ = false;
+    UInt32 maximumFrames_ = 1024;
+    std::vector<Bus> inputs_;
+    std::vector<Bus> outputs_;
+    Published<RenderPlan> plan_;
+    Notifies notifies_;
+    std::array<std::atomic_flag, 2> busy_{};  ///< output bus 0, and all the others
+    std::atomic<Float64> lastSampleTime_{0};
+
+  private:
+    struct Listener {
+        AudioUnitPropertyID id;
+        AudioUnitPropertyListenerProc proc;
+        void* refCon;
+        bool operator==(const Listener&) const = default;
+    };
+    struct Dependent {
+        AudioUnit unit;
+        UInt32 outputBus;
+        UInt32 inputBus;
+        bool operator==(const Dependent&) const = default;
+    };
+
+    [[nodiscard]] Bus* findBus(AudioUnitScope scope, UInt32 element, OSStatus& status);
+    OSStatus checkRender(const RenderPlan* plan, UInt32 bus, UInt32 frames,
+                         AudioBufferList& list) const noexcept;
+    OSStatus setFormat(AudioUnitScope scope, UInt32 element,
+                       const AudioStreamBasicDescription& format);
+    OSStatus writeFormat(PropertyKey key, const void* data, UInt32 size);
+    OSStatus writeSampleRate(PropertyKey key, Float64 rate);
+    OSStatus writeCallback(UInt32 element, const AURenderCallbackStruct& callback);
+    OSStatus makeConnection(const AudioUnitConnection& connection);
+    OSStatus disconnect(UInt32 element);
+    void addDependent(const Dependent& dependent);
+    void tellDependents(UInt32 outputBus);
+
+    const Component& component_;
+    AudioUnit handle_ = nullptr;
+    std::mutex notifyLock_;
+    std::mutex listenerLock_;
+    std::vector<Listener> listeners_;
+    std::mutex dependentLock_;
+    std::vector<Dependent> dependents_;
+    std::atomic<OSStatus> lastRenderError_{noErr};
+    std::atomic<bool> restart_{false};
+    std::atomic<std::uint64_t> sliceCount_{0};
+    std::atomic<std::thread::id> renderThread_{};
+    std::atomic<Float32> cpuLoad_{0};
+    std::atomic<Float32> maximumCpuLoad_{0};
+};
+
+using UnitTable = HandleTable<Unit>;
+
+/// [real-time safe once called] All units of the process.
+[[nodiscard]] UnitTable& units();
+
+}  // namespace tqplatform
