@@ -20,6 +20,7 @@ constexpr double kCaptionSize = 13;
 constexpr double kTitleSize = 17;
 constexpr int kEventRows = 3;
 constexpr int kEventRowHeight = 14;
+constexpr double kEventLabelShare = 0.25;  // of the plot, at most
 constexpr int kTimeLabelWidth = 90;
 
 struct Ink {
@@ -329,7 +330,8 @@ void drawEvents(Pen& pen, const Drawing& drawing) {
             continue;
         }
         const double x = std::floor(xOf(drawing, strip, event.seconds));
-        const std::string label = pen.fitted(printable(event.label), strip.width * 0.5);
+        const std::string label =
+            pen.fitted(printable(event.label), strip.width * kEventLabelShare);
         const double width = pen.textWidth(label);
         const double textX = std::min(x + 4, strip.x + double(strip.width) - width);
         double lineTop = strip.y + double(kEventRows * kEventRowHeight);

@@ -1,9 +1,11 @@
 // draw_picture: waveform and spectrogram of a mix and its tracks as one PNG.
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -16,16 +18,37 @@ constexpr int kFailure = 2;
 
 constexpr char kUsage[] =
     "usage: draw_picture [--linear] [--title TEXT] [--width PIXELS] [--event SECONDS:LABEL]...\n"
-    "                    MIX.wav OUT.png [TRACK.wav ...]\n";
+    "                    [--events FILE] MIX.wav OUT.png [TRACK.wav ...]\n"
+    "FILE holds one event a line: SECONDS, a tab, the label.\n";
 
-bool parseEvent(const std::string& text, tqpicture::EventMark& event) {
-    const std::size_t colon = text.find(':');
+bool parseEvent(const std::string& text, char separator, tqpicture::EventMark& event) {
+    const std::size_t colon = text.find(separator);
     const char* end = text.data() + std::min(colon, text.size());
     const auto result = std::from_chars(text.data(), end, event.seconds);
     if (colon == std::string::npos || result.ec != std::errc{} || result.ptr != end) {
         return false;
     }
     event.label = text.substr(colon + 1);
+    return true;
+}
+
+bool readEvents(const std::string& path, std::vector<tqpicture::EventMark>& events,
+                std::string& error) {
+    std::ifstream file(path);
+    if (!file) {
+        error = "cannot read " + path;
+        return false;
+    }
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        tqpicture::EventMark event;
+        if (!parseEvent(line, '\t', event)) {
+            error = path + ", line " + std::to_string(number) + ": no seconds and label";
+            return false;
+        }
+        events.push_back(event);
+    }
     return true;
 }
 
@@ -38,6 +61,7 @@ bool parseWidth(const std::string& text, int& width) {
 struct Request {
     tqpicture::Options options;
     std::vector<std::string> files;
+    std::vector<std::string> eventFiles;
 };
 
 bool parse(int argc, char** argv, Request& request) {
@@ -58,10 +82,12 @@ bool parse(int argc, char** argv, Request& request) {
             }
         } else if (index + 1 < argc && argument == "--event") {
             tqpicture::EventMark event;
-            if (!parseEvent(argv[++index], event)) {
+            if (!parseEvent(argv[++index], ':', event)) {
                 return false;
             }
             request.options.events.push_back(event);
+        } else if (index + 1 < argc && argument == "--events") {
+            request.eventFiles.emplace_back(argv[++index]);
         } else {
             return false;
         }
@@ -89,7 +115,11 @@ int main(int argc, char** argv) {
         }
     }
     std::string error;
-    if (!tqpicture::drawPicture(tracks, request.files[1], request.options, error)) {
+    bool drawn = true;
+    for (const std::string& path : request.eventFiles) {
+        drawn = drawn && readEvents(path, request.options.events, error);
+    }
+    if (!drawn || !tqpicture::drawPicture(tracks, request.files[1], request.options, error)) {
         std::fprintf(stderr, "draw_picture: %s\n", error.c_str());
         return kFailure;
     }

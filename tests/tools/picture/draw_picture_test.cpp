@@ -42,6 +42,18 @@ TEST_F(DrawPictureTest, DrawsAMixAndItsTracks) {
     EXPECT_GT(std::filesystem::file_size(folder_.file("out.png")), 1000U);
 }
 
+TEST_F(DrawPictureTest, ReadsEventsFromAFile) {
+    ASSERT_TRUE(writeWave(folder_.file("mix.wav"), sine(440, 8000, 8000, 0.5), 8000));
+    std::ofstream(folder_.file("events.txt")) << "0.25\t6/0 audio unit start: 1\n0.5\tend\n";
+    const std::string files = folder_.file("mix.wav") + " " + folder_.file("out.png");
+    EXPECT_EQ(run("--events " + folder_.file("events.txt") + " " + files).code, 0);
+    std::ofstream(folder_.file("events.txt"), std::ios::app) << "no number\tlabel\n";
+    const Outcome broken = run("--events " + folder_.file("events.txt") + " " + files);
+    EXPECT_EQ(broken.code, 2);
+    EXPECT_NE(broken.errors.find("line 3"), std::string::npos) << broken.errors;
+    EXPECT_EQ(run("--events " + folder_.file("none.txt") + " " + files).code, 2);
+}
+
 TEST_F(DrawPictureTest, SaysInOneLineWhatItCannotRead) {
     const Outcome outcome = run(folder_.file("none.wav") + " " + folder_.file("out.png"));
     EXPECT_EQ(outcome.code, 2);
