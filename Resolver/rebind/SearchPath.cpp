@@ -6,6 +6,7 @@
 #include <link.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <climits>
@@ -47,11 +48,10 @@ bool isLibraryForUs(const std::string& path) {
            header.e_ident[EI_CLASS] == ELFCLASS64 && header.e_machine == kMachine;
 }
 
-// The directories that come before the loader's cache and its own, when the caller's image adds
-// any to those that every image has.
-std::vector<std::string> callersDirectories(link_map* map) {
+// The directories that the loader searches for an image, in order, its own last.
+std::vector<std::string> searchDirectories(link_map* map) {
     Dl_serinfo size{};
-    if (dlinfo(map, RTLD_DI_SERINFOSIZE, &size) != 0) {
+    if (map == nullptr || dlinfo(map, RTLD_DI_SERINFOSIZE, &size) != 0) {
         return {};
     }
     std::vector<std::max_align_t> room(size.dls_size / sizeof(std::max_align_t) + 1);
@@ -62,13 +62,24 @@ std::vector<std::string> callersDirectories(link_map* map) {
         return {};
     }
     std::vector<std::string> directories;
-    bool hasOwn = false;
     const Dl_serpath* path = &paths->dls_serpath[0];
-    for (unsigned i = 0; i < paths->dls_cnt && (path[i].dls_flags & LA_SER_DEFAULT) == 0; ++i) {
-        hasOwn = hasOwn || (path[i].dls_flags & LA_SER_RUNPATH) != 0;
+    for (unsigned i = 0; i < paths->dls_cnt; ++i) {
         directories.emplace_back(path[i].dls_name);
     }
-    return hasOwn ? directories : std::vector<std::string>{};
+    return directories;
+}
+
+// The directories that are searched for the caller before those that are searched for us, too.
+// The loader does not say which of an image's directories come from where, but what all images
+// share stands last.
+std::vector<std::string> callersDirectories(link_map* map) {
+    std::vector<std::string> directories = searchDirectories(map);
+    const std::vector<std::string> ours =
+        searchDirectories(imageOf(reinterpret_cast<const void*>(&searchDirectories)));
+    const auto [end, ignored] =
+        std::mismatch(directories.rbegin(), directories.rend(), ours.rbegin(), ours.rend());
+    directories.erase(end.base(), directories.end());
+    return directories;
 }
 
 std::string withOrigin(std::string_view name, link_map* map) {
