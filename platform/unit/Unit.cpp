@@ -15,6 +15,9 @@ std::uint64_t nanosecondsNow() noexcept {
                                       std::chrono::nanoseconds(1));
 }
 
+// Initial-exec: reading it on a render thread for the first time must not allocate.
+constinit thread_local int slicesInside __attribute__((tls_model("initial-exec"))) = 0;
+
 }  // namespace
 
 UnitTable& units() {
@@ -226,20 +229,26 @@ bool Unit::isRenderThread() const noexcept {
     return (sliceCount() & 1U) != 0 && renderThread_.load() == std::this_thread::get_id();
 }
 
+bool Unit::isInsideAnySlice() noexcept {
+    return slicesInside > 0;
+}
+
 Unit::SliceScope::SliceScope(Unit& unit, UInt32 frames, Float64 rate) noexcept
     : unit_(unit), duration_(frames / rate), began_(nanosecondsNow()) {
     unit_.renderThread_.store(std::this_thread::get_id());
-    unit_.sliceCount_.fetch_add(1, std::memory_order_acq_rel);
+    unit_.sliceCount_.fetch_add(1, std::memory_order_seq_cst);
+    ++slicesInside;
 }
 
 Unit::SliceScope::~SliceScope() {
+    --slicesInside;
     const auto elapsed = static_cast<Float64>(nanosecondsNow() - began_) * 1e-9;
     const auto load = static_cast<Float32>(duration_ > 0 ? elapsed / duration_ : 0);
     unit_.cpuLoad_.store(load, std::memory_order_relaxed);
     if (load > unit_.maximumCpuLoad_.load(std::memory_order_relaxed)) {
         unit_.maximumCpuLoad_.store(load, std::memory_order_relaxed);
     }
-    unit_.sliceCount_.fetch_add(1, std::memory_order_acq_rel);
+    unit_.sliceCount_.fetch_add(1, std::memory_order_seq_cst);
 }
 
 }  // namespace tqplatform

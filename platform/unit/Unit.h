@@ -110,10 +110,12 @@ class Unit {
 
     /// Odd while a slice is being rendered; grows with each begin and end.
     [[nodiscard]] std::uint64_t sliceCount() const noexcept {
-        return sliceCount_.load(std::memory_order_acquire);
+        return sliceCount_.load(std::memory_order_seq_cst);
     }
     /// Whether the calling thread is the one that renders the slice of the moment.
     [[nodiscard]] bool isRenderThread() const noexcept;
+    /// Whether the calling thread is inside a slice of any unit.
+    [[nodiscard]] static bool isInsideAnySlice() noexcept;
     [[nodiscard]] Float32 cpuLoad() const noexcept { return cpuLoad_.load(); }
     [[nodiscard]] Float32 takeMaximumCpuLoad() noexcept { return maximumCpuLoad_.exchange(0); }
 

@@ -388,7 +388,8 @@ OSStatus Unit::makeConnection(const AudioUnitConnection& connection) {
     if (!source) {
         return kAudioComponentErr_InstanceInvalidated;
     }
-    if (source.get() == this) {
+    // From another bus to itself is how a unit plays its own microphone.
+    if (source.get() == this && connection.sourceOutputNumber == 0) {
         return kAudio_ParamError;
     }
     AudioStreamBasicDescription format{};
