@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <thread>
 
@@ -91,8 +92,7 @@ TEST(BlockQueue, CarriesRecordsAcrossItsEnd) {
         ASSERT_TRUE(queue.push(numbered(round), std::array{bytesOf(words)}));
         ASSERT_TRUE(queue.pop(header, payload));
         ASSERT_EQ(header.microseconds, round);
-        ASSERT_EQ(payload.size(), words.size() * sizeof(std::uint32_t));
-        ASSERT_EQ(std::memcmp(payload.data(), words.data(), payload.size()), 0);
+        ASSERT_TRUE(std::ranges::equal(payload, bytesOf(words)));
     }
 }
 
@@ -117,9 +117,8 @@ TEST(BlockQueue, KeepsRecordsWholeBetweenTwoThreads) {
             continue;
         }
         const std::vector<std::uint32_t> words(expected % 40, expected);
-        whole = whole && header.microseconds == expected &&
-                payload.size() == words.size() * sizeof(std::uint32_t) &&
-                std::memcmp(payload.data(), words.data(), payload.size()) == 0;
+        whole =
+            whole && header.microseconds == expected && std::ranges::equal(payload, bytesOf(words));
         ++expected;
     }
     producer.join();
