@@ -11,7 +11,7 @@ namespace korva_audio_utils {
 
 namespace {
 
-/// ln(1/9): a smoother covers 90 % of a step in its time constant.
+/// ln(1/9): in its time a smoother goes from 10 % to 90 % of a step.
 constexpr float kSmootherExponent = -2.1972246F;
 constexpr float kFreshVolume = -80.0F;
 /// Past any hold: no hold is running.
@@ -109,7 +109,7 @@ struct VolumeController::Block {
             ducking ? std::fma(coefficient, duckingCurrent - duckingTarget, duckingTarget) : 1.0F;
         const float compressorGain = compressor ? CompressorGain(sample) : 1.0F;
         const float gain = compressorGain < duckingCurrent ? compressorGain : duckingCurrent;
-        return gain >= 0.0F ? gain : 1.0F;
+        return gain >= 0.0F && gain <= 1.0F ? gain : 1.0F;
     }
 
     [[gnu::always_inline]] float CompressorGain(float sample) {

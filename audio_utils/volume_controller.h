@@ -23,22 +23,22 @@ enum class VolumeControllerFormat : std::int32_t {
 /// Nothing here locks or allocates: every function is real-time safe.
 ///
 /// Senseless parameters (a rate of 0, negative or not-a-number times and levels) never trap: what
-/// they give is computed as IEEE arithmetic has it, and a gain that comes out negative or as not a
-/// number leaves the sample as it is.
+/// they give is computed as IEEE arithmetic has it, and a gain that does not come out between 0
+/// and 1 leaves the sample as it is.
 class VolumeController {
   public:
     struct DuckingParams {
         bool enable = false;
-        float attackTime = 0.2F;    ///< seconds for 90 % of the way down
-        float releaseTime = 1.0F;   ///< seconds for 90 % of the way back
+        float attackTime = 0.2F;    ///< seconds from 10 % to 90 % of the way down
+        float releaseTime = 1.0F;   ///< seconds from 10 % to 90 % of the way back
         float holdTime = 1.0F;      ///< seconds that the gain stays down
         float threshold = -30.0F;   ///< dB; ducking starts while the ducking volume is above
         float targetGain = -20.0F;  ///< dB; the gain while ducked
     };
     struct CompressorParams {
         bool enable = false;
-        float attackTime = 0.05F;           ///< seconds for 90 % of the way down
-        float releaseTime = 0.1F;           ///< seconds for 90 % of the way back
+        float attackTime = 0.05F;           ///< seconds from 10 % to 90 % of the way down
+        float releaseTime = 0.1F;           ///< seconds from 10 % to 90 % of the way back
         float sideChainThreshold = -40.0F;  ///< dB; above it the threshold below tightens
         float threshold = -15.0F;           ///< dB of full scale
     };
