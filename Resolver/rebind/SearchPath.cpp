@@ -82,15 +82,24 @@ std::vector<std::string> callersDirectories(link_map* map) {
     return directories;
 }
 
-std::string withOrigin(std::string_view name, link_map* map) {
-    std::array<char, PATH_MAX> origin{};
-    std::string text(name);
-    if (map == nullptr || dlinfo(map, RTLD_DI_ORIGIN, origin.data()) != 0) {
-        return text;
+// The folder of the image's file, empty when only the loader knows it. It is not asked: where it
+// has not needed the folder itself yet, its answer is a crash.
+std::string originOf(const link_map* map) {
+    std::string file = map != nullptr && map->l_name != nullptr ? map->l_name : "";
+    if (map != nullptr && file.empty()) {
+        std::array<char, PATH_MAX> program{};
+        const ssize_t length = readlink("/proc/self/exe", program.data(), program.size());
+        file.assign(program.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
     }
+    return file.starts_with('/') ? file.substr(0, std::max<std::size_t>(file.rfind('/'), 1)) : "";
+}
+
+std::string withOrigin(std::string_view name, const std::string& origin) {
+    std::string text(name);
     for (const std::string_view token : kOriginTokens) {
-        for (std::size_t at = text.find(token); at != std::string::npos; at = text.find(token)) {
-            text.replace(at, token.size(), origin.data());
+        for (std::size_t at = text.find(token); at != std::string::npos;
+             at = text.find(token, at + origin.size())) {
+            text.replace(at, token.size(), origin);
         }
     }
     return text;
@@ -110,10 +119,10 @@ bool hasForeignToken(std::string_view name) {
 }  // namespace
 
 bool canLoadFor(const char* name, const void* caller) {
-    if (hasForeignToken(name)) {
+    link_map* map = imageOf(caller);
+    if (std::strchr(name, '$') != nullptr && (hasForeignToken(name) || originOf(map).empty())) {
         return false;
     }
-    link_map* map = imageOf(caller);
     Lmid_t space = LM_ID_BASE;
     return map == nullptr || dlinfo(map, RTLD_DI_LMID, &space) != 0 || space == LM_ID_BASE;
 }
@@ -122,7 +131,7 @@ void* openFor(const LoaderCalls& calls, const char* name, int flags, const void*
     const std::string_view text(name);
     link_map* map = imageOf(caller);
     if (text.find('$') != std::string_view::npos) {
-        return calls.open(withOrigin(text, map).c_str(), flags);
+        return calls.open(withOrigin(text, originOf(map)).c_str(), flags);
     }
     if (map == nullptr || text.empty() || text.find('/') != std::string_view::npos) {
         return calls.open(name, flags);

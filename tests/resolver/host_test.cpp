@@ -189,6 +189,13 @@ TEST(ResolverHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
     EXPECT_EQ(run["call_2"], "1003") << run["message_2"];
 }
 
+TEST(ResolverHost, ProgramWithoutASearchPathMayNamePluginsRelativeToItself) {
+    const HostRun run = runHost(
+        {hostProgram("bare_host"), hostLibrary("hook"), "$ORIGIN/libresolver_plugin_lazy.so"});
+    ASSERT_EQ(run.status, 0) << run.text;
+    EXPECT_EQ(run["plugin_2"], "1003");
+}
+
 TEST(ResolverHost, LibraryThatIsNowhereFailsWithTheLoadersMessage) {
     const std::string name = "libresolver_is_nowhere.so";
     const HostRun without = runHost({hostProgram("runpath_host"), name, "./" + name});

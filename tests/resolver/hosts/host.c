@@ -12,7 +12,9 @@
 typedef int (*Add)(int, int);
 
 static Add volatile variable = t_add;
-static Add const constant[] = {t_add};
+static Add const table[] = {t_add};
+/* Keeps the compiler from calling what it knows the table to hold. */
+static const Add* volatile constants = table;
 
 static void* load(const char* file, int flags) {
     void* handle = dlopen(file, flags);
@@ -59,9 +61,9 @@ static void runOwnCalls(void) {
     printf("pick=%d\n", t_pick());
     printf("inner=%d\n", t_twice(1, 2));
     printf("variable=%d\n", variable(1, 2));
-    printf("constant=%d\n", constant[0](1, 2));
-    printf("one_address=%d\n", variable == constant[0] && variable == t_add);
-    printProtection("constant_page", &constant[0]);
+    printf("constant=%d\n", constants[0](1, 2));
+    printf("one_address=%d\n", variable == constants[0] && variable == t_add);
+    printProtection("constant_page", &constants[0]);
 
     Add found = (Add)dlsym(RTLD_DEFAULT, "t_add");
     printf("default_lookup=%d\n", found != NULL ? found(1, 2) : -1);
