@@ -5,12 +5,12 @@
 #include <new>
 
 #if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TQ_TEST_SANITIZED 1
+#if __has_feature(address_sanitizer)
+#define __SANITIZE_ADDRESS__ 1
 #endif
+#if __has_feature(thread_sanitizer)
+#define __SANITIZE_THREAD__ 1
 #endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TQ_TEST_SANITIZED 1
 #endif
 
 namespace {
@@ -39,7 +39,13 @@ std::size_t AllocationCounter::count() const {
     return allocations;
 }
 
-#ifdef TQ_TEST_SANITIZED
+#ifdef __SANITIZE_THREAD__
+const bool AllocationCounter::kSeesAligned = false;
+#else
+const bool AllocationCounter::kSeesAligned = true;
+#endif
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
 // A sanitizer has an allocator of its own and tells of every call to it.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*,
@@ -55,7 +61,8 @@ const int hooked = __sanitizer_install_malloc_and_free_hooks(
 #else
 
 // The program's definitions come before the C library's for every library in the process;
-// operator new ends here as well.
+// operator new ends here as well. They have to be visible for that.
+#pragma GCC visibility push(default)
 extern "C" {
 
 void* __libc_malloc(std::size_t);
@@ -99,5 +106,6 @@ int posix_memalign(void** out, std::size_t alignment, std::size_t size) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 #endif

@@ -11,4 +11,7 @@ class AllocationCounter {
     AllocationCounter(const AllocationCounter&) = delete;
     AllocationCounter& operator=(const AllocationCounter&) = delete;
     [[nodiscard]] std::size_t count() const;
+
+    /// False in builds where memory with an alignment is not counted.
+    static const bool kSeesAligned;
 };

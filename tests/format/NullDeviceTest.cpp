@@ -21,7 +21,7 @@
 #include "device/Device.h"
 
 /// The children of the fork tests make threads; the thread sanitizer forbids it unless asked.
-extern "C" const char* __tsan_default_options() {
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
     return "die_after_fork=0";
 }
 
@@ -212,11 +212,12 @@ TEST(NullDevice, clientsRemoveThemselvesAndOthersFromTheirSlices) {
     });
     Client witness;
     self = &client;
-    ASSERT_TRUE(sharedDevice().addClient(client));
     ASSERT_TRUE(sharedDevice().addClient(victim));
     ASSERT_TRUE(sharedDevice().addClient(witness));
+    ASSERT_TRUE(victim.waitForSlices(1));
+    ASSERT_TRUE(sharedDevice().addClient(client));
     ASSERT_TRUE(client.waitForSlices(1));
-    ASSERT_TRUE(witness.waitForSlices(1));
+    ASSERT_TRUE(witness.waitForSlices(witness.notes().size() + 1));
     const std::size_t count = victim.notes().size();
     ASSERT_TRUE(witness.waitForSlices(witness.notes().size() + 3));
     EXPECT_EQ(client.notes().size(), 1U);

@@ -2,9 +2,15 @@
 
 #include <gtest/gtest.h>
 
+extern "C" {
+#include <libavutil/mem.h>
+}
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <new>
 #include <random>
 #include <stdexcept>
 #include <vector>
@@ -309,10 +315,20 @@ TEST(RateConverterAllocations, counterSeesBothLanguages) {
     const AllocationCounter allocations;
     void* volatile plain = std::malloc(10);
     EXPECT_EQ(allocations.count(), 1U);
-    auto* const volatile object = new std::vector<int>;
+    void* volatile object = ::operator new(10);
     EXPECT_EQ(allocations.count(), 2U);
-    delete object;
+    ::operator delete(object);
     std::free(plain);
+}
+
+TEST(RateConverterAllocations, counterSeesTheResamplersLibrary) {
+    if (!AllocationCounter::kSeesAligned) {
+        GTEST_SKIP() << "the thread sanitizer does not tell of aligned allocations";
+    }
+    const AllocationCounter allocations;
+    void* volatile media = av_malloc(10);
+    EXPECT_EQ(allocations.count(), 1U);
+    av_free(media);
 }
 
 TEST(RateConverterAllocations, pullsAndResetsAllocateNothingFromTheFirstOn) {

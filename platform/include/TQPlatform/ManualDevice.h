@@ -13,23 +13,27 @@
 extern "C" {
 #endif
 
+/*
+ * Every call answers kAudioUnitErr_Uninitialized when the process uses another device, and
+ * kAudioUnitErr_CannotDoInCurrentContext from inside a slice or while another thread pumps.
+ */
+
 /** Renders `frames` (1 to 4096) of every running output unit at `hostTime` (mach_absolute_time
- *  ticks). kAudio_ParamError for a bad count, kAudioUnitErr_CannotDoInCurrentContext from inside a
- *  slice, kAudioUnitErr_Uninitialized when the process uses another device. One thread at a time. */
+ *  ticks). kAudio_ParamError for a bad count. */
 AU_EXPORT OSStatus TQManualDevicePump(UInt32 frames, UInt64 hostTime);
 
 /** The rate of the device, 48000 at first. Takes effect at once; running units see a new
- *  hardware format. kAudio_ParamError unless 1000 to 384000. Between pumps only. */
+ *  hardware format. kAudio_ParamError unless 1000 to 384000. */
 AU_EXPORT OSStatus TQManualDeviceSetSampleRate(Float64 sampleRate);
 
-/** What the device's microphone hears from the next pump on: called once per pump with zeroed
- *  planes (`channels` of `frames` float samples) to fill; null for silence. Between pumps only. */
+/** What the device's microphone hears from the next pump on: called once per pump, before the
+ *  units, with zeroed planes (`channels` of `frames` float samples) to fill; null for silence. */
 typedef void (*TQManualDeviceInput)(void* refCon, UInt32 channels, UInt32 frames,
                                     float* const* planes);
 AU_EXPORT OSStatus TQManualDeviceSetInput(TQManualDeviceInput input, void* refCon);
 
-/** What the device plays: called once per pump with the sum of all units, limited to nothing
- *  (float, not clipped); null for nobody. Between pumps only. */
+/** What the device plays: called once per pump, after the units, with their sum, limited to
+ *  nothing (float, not clipped); null for nobody. */
 typedef void (*TQManualDeviceOutput)(void* refCon, const AudioTimeStamp* time, UInt32 channels,
                                      UInt32 frames, const float* const* planes);
 AU_EXPORT OSStatus TQManualDeviceSetOutput(TQManualDeviceOutput output, void* refCon);
