@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
-#include <limits>
 #include <optional>
 #include <system_error>
 
@@ -171,21 +170,29 @@ class Formatter {
     }
 
   private:
-    /// Reads what stars stand for, in the order in which they were written.
+    /// Reads what stars stand for, in the order in which they were written, and brings widths to
+    /// what a text can sensibly have.
     void fetchNumbers(Conversion& conversion) {
         if (conversion.widthIsArgument) {
             const int width = va_arg(arguments_.list, int);
             if (width < 0) {
                 conversion.flags.push_back('-');
             }
-            // The most negative int has no positive counterpart.
-            conversion.width = std::abs(std::max(width, -std::numeric_limits<int>::max()));
+            conversion.width = std::abs(std::max(width, -kMaximumField));
         }
         if (conversion.precisionIsArgument) {
             const int precision = va_arg(arguments_.list, int);
             if (precision >= 0) {
                 conversion.precision = precision;
             }
+        }
+        if (conversion.width) {
+            conversion.width = std::min(*conversion.width, kMaximumField);
+        }
+        // A precision makes numbers longer but texts only shorter.
+        static constexpr std::string_view kTexts = "sS@m";
+        if (conversion.precision && kTexts.find(conversion.letter) == std::string_view::npos) {
+            conversion.precision = std::min(*conversion.precision, kMaximumField);
         }
     }
 
@@ -289,7 +296,7 @@ class Formatter {
         char brief[128];
         const int needed = std::snprintf(brief, sizeof brief, format.c_str(), value);
         if (needed < 0) {
-            // The result would be longer than an int can say, or a wide character has no bytes.
+            // A wide character has no bytes in this locale.
             out_.append(conversion.text);
             return;
         }
@@ -303,6 +310,8 @@ class Formatter {
         std::snprintf(out_.data() + before, size + 1, format.c_str(), value);
         out_.resize(before + size);
     }
+
+    static constexpr int kMaximumField = 1'000'000;
 
     std::string& out_;
     Arguments& arguments_;

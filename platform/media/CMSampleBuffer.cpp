@@ -43,7 +43,8 @@ std::optional<PCMShape> SampleBuffer::pcmShape() const noexcept {
         return std::nullopt;
     }
     const AudioStreamBasicDescription& stream = description->stream();
-    if (stream.mFormatID != kAudioFormatLinearPCM || stream.mBytesPerFrame == 0) {
+    if (stream.mFormatID != kAudioFormatLinearPCM || stream.mBytesPerFrame == 0 ||
+        stream.mChannelsPerFrame == 0) {
         return std::nullopt;
     }
     const bool planar = (stream.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;

@@ -64,7 +64,7 @@ OSStatus findSamples(const SampleBuffer& sampleBuffer, ReadableSamples& samples)
     }
     const UInt64 each = bytesPerBuffer(*shape, sampleBuffer.contents().samples);
     // Divided rather than multiplied, which could overflow.
-    if (shape->buffers == 0 || each > data->length() / shape->buffers) {
+    if (each > data->length() / shape->buffers) {
         return kCMSampleBufferError_InvalidMediaFormat;
     }
     samples = {*shape, data, static_cast<std::size_t>(each)};

@@ -46,7 +46,7 @@ class SampleBuffer : public CFObject {
     [[nodiscard]] const BlockBuffer* dataBuffer() const noexcept {
         return findObject<BlockBuffer>(contents_.dataBuffer.get());
     }
-    /// Nothing unless the format is linear PCM with whole bytes in a frame.
+    /// Nothing unless the format is linear PCM with channels and with whole bytes in a frame.
     [[nodiscard]] std::optional<PCMShape> pcmShape() const noexcept;
 
     void attachData(CFReference dataBuffer) noexcept {

@@ -70,7 +70,8 @@ class TQ_PLATFORM_EXPORT NSString {
 };
 
 /// printf-style text with the platform's own rules: %p prints a null pointer as 0x0, and %@
-/// takes a const NSString* ("(null)" for null). Everything else is the C library's.
+/// takes a const NSString* ("(null)" for null). Everything else is the C library's, except that
+/// unknown conversions are copied, %n writes nothing, and no field is padded beyond a million.
 /// Allocates. Any thread.
 [[nodiscard]] TQ_PLATFORM_EXPORT std::string NSFormatWithArguments(const char* format,
                                                                    std::va_list arguments);

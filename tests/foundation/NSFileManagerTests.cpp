@@ -1,0 +1,156 @@
+#include <Foundation/NSFileManager.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kTestProgram = "foundation_tests";
+
+std::string caches() {
+    return NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES).at(0);
+}
+
+class FileManager : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "foundation-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    [[nodiscard]] std::string path(const char* name) const { return folder_ / name; }
+
+    /// What a copy of the probe program under that name prints.
+    [[nodiscard]] std::string runProbe(const char* name, const char* argument) const {
+        const std::string copy = path(name);
+        fs::copy_file(TQ_CACHES_PROBE, copy);
+        const std::string command = "XDG_CACHE_HOME=/caches '" + copy + "' " + argument;
+        const std::unique_ptr<FILE, int (*)(FILE*)> output(popen(command.c_str(), "r"), &pclose);
+        char text[4096] = {};
+        static_cast<void>(std::fread(text, 1, sizeof text - 1, output.get()));
+        return text;
+    }
+
+    fs::path folder_;
+    const NSFileManager& manager_ = NSFileManager::defaultManager();
+};
+
+}  // namespace
+
+TEST(CachesFolder, IsTheProgramsOwnBelowTheXDGFolder) {
+    setenv("XDG_CACHE_HOME", "/var/caches", 1);
+    EXPECT_EQ(caches(), std::string("/var/caches/") + kTestProgram);
+}
+
+TEST(CachesFolder, HasNoDoubleSlash) {
+    setenv("XDG_CACHE_HOME", "/var/caches/", 1);
+    EXPECT_EQ(caches(), std::string("/var/caches/") + kTestProgram);
+}
+
+TEST(CachesFolder, IsBelowTheHomeFolderWithoutAnXDGFolder) {
+    unsetenv("XDG_CACHE_HOME");
+    setenv("HOME", "/home/somebody", 1);
+    EXPECT_EQ(caches(), std::string("/home/somebody/.cache/") + kTestProgram);
+}
+
+TEST(CachesFolder, IgnoresARelativeOrEmptyXDGFolder) {
+    setenv("HOME", "/home/somebody", 1);
+    for (const char* const value : {"", "relative/caches"}) {
+        setenv("XDG_CACHE_HOME", value, 1);
+        EXPECT_EQ(caches(), std::string("/home/somebody/.cache/") + kTestProgram);
+    }
+}
+
+TEST(CachesFolder, ComesFromTheUserDatabaseWithoutAHome) {
+    unsetenv("XDG_CACHE_HOME");
+    const passwd* const entry = getpwuid(geteuid());
+    const std::string expected = entry != nullptr ? std::string(entry->pw_dir) + "/.cache/"
+                                                  : "/tmp/cache-" + std::to_string(geteuid()) + "/";
+    for (const char* const value : {"", "relative"}) {
+        setenv("HOME", value, 1);
+        EXPECT_EQ(caches(), expected + kTestProgram);
+    }
+    unsetenv("HOME");
+    EXPECT_EQ(caches(), expected + kTestProgram);
+}
+
+TEST_F(FileManager, CachesFoldersOfTwoProgramsDiffer) {
+    EXPECT_EQ(runProbe("first host", ""), "/caches/first host");
+    EXPECT_EQ(runProbe("second", ""), "/caches/second");
+}
+
+TEST_F(FileManager, CachesFolderStaysTheSameWhenTheProgramIsReplaced) {
+    EXPECT_EQ(runProbe("updated", "unlink"), "/caches/updated");
+    EXPECT_FALSE(fs::exists(folder_ / "updated"));
+}
+
+TEST_F(FileManager, TheCachesFolderIsNotMade) {
+    setenv("XDG_CACHE_HOME", folder_.c_str(), 1);
+    EXPECT_FALSE(fs::exists(caches()));
+}
+
+TEST_F(FileManager, TellsDirectoriesFilesAndNothingApart) {
+    std::ofstream(path("file")) << "text";
+    BOOL isDirectory = NO;
+    EXPECT_TRUE(manager_.fileExistsAtPath(folder_, &isDirectory));
+    EXPECT_TRUE(isDirectory);
+    EXPECT_TRUE(manager_.fileExistsAtPath(path("file"), &isDirectory));
+    EXPECT_FALSE(isDirectory);
+    isDirectory = YES;
+    EXPECT_FALSE(manager_.fileExistsAtPath(path("nothing"), &isDirectory));
+    EXPECT_FALSE(isDirectory);
+    EXPECT_TRUE(manager_.fileExistsAtPath(path("file"), nullptr));
+}
+
+TEST_F(FileManager, NoFileHasAnEmptyPathOrOneWithAZeroByte) {
+    EXPECT_FALSE(manager_.fileExistsAtPath("", nullptr));
+    EXPECT_FALSE(manager_.fileExistsAtPath(folder_.string() + std::string("\0x", 2), nullptr));
+    EXPECT_FALSE(manager_.createDirectoryAtPath("", YES));
+    EXPECT_FALSE(manager_.createDirectoryAtPath(path("a") + std::string("\0b", 2), YES));
+    EXPECT_FALSE(fs::exists(folder_ / "a"));
+}
+
+TEST_F(FileManager, MakesADirectoryForThisUserAlone) {
+    EXPECT_TRUE(manager_.createDirectoryAtPath(path("new"), NO));
+    struct stat status {};
+    ASSERT_EQ(stat(path("new").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+TEST_F(FileManager, MakesMissingParentsOnlyWhenAsked) {
+    EXPECT_FALSE(manager_.createDirectoryAtPath(path("a/b/c"), NO));
+    EXPECT_FALSE(fs::exists(folder_ / "a"));
+    EXPECT_TRUE(manager_.createDirectoryAtPath(path("a/b/c"), YES));
+    EXPECT_TRUE(fs::is_directory(folder_ / "a/b/c"));
+    EXPECT_TRUE(manager_.createDirectoryAtPath(path("d//e/"), YES));
+    EXPECT_TRUE(fs::is_directory(folder_ / "d/e"));
+}
+
+TEST_F(FileManager, AnExistingDirectoryIsASuccessOnlyWithIntermediates) {
+    EXPECT_TRUE(manager_.createDirectoryAtPath(folder_, YES));
+    EXPECT_FALSE(manager_.createDirectoryAtPath(folder_, NO));
+}
+
+TEST_F(FileManager, AFileInTheWayIsAFailure) {
+    std::ofstream(path("file")) << "text";
+    EXPECT_FALSE(manager_.createDirectoryAtPath(path("file"), YES));
+    EXPECT_FALSE(manager_.createDirectoryAtPath(path("file/below"), YES));
+}
+
+TEST_F(FileManager, MakesRelativeDirectories) {
+    fs::current_path(folder_);
+    EXPECT_TRUE(manager_.createDirectoryAtPath("relative/folder", YES));
+    EXPECT_TRUE(fs::is_directory(folder_ / "relative/folder"));
+}
