@@ -22,7 +22,8 @@ void* runVerifier(void* /*unused*/) {
     pthread_setname_np(pthread_self(), "TQRebindVerify");
     do {
         std::this_thread::sleep_for(kVerifyDelay);
-    } while (Rebinder::shared().verify());
+        Rebinder::shared().verify();
+    } while (Rebinder::shared().mustVerifyAgain());
     return nullptr;
 }
 
@@ -39,7 +40,7 @@ void resumeAfterFork() {
 }
 
 void resumeInChild() {
-    Rebinder::shared().isVerifierRunning_.store(false);
+    Rebinder::shared().isVerifierRunning_ = false;
     Rebinder::shared().mutex_.unlock();
 }
 
@@ -56,9 +57,10 @@ void Rebinder::noteLazySlots(ImageRecord& record, std::span<const SlotWrite> wri
     if (__libc_single_threaded != 0) {
         return;
     }
+    const auto now = std::chrono::steady_clock::now();
     for (const SlotWrite& write : writes) {
         if (write.wasUnbound) {
-            record.lazySlots.push_back({write.address, write.entry->name, verifyRound_});
+            record.lazySlots.push_back({write.address, write.entry->name, now});
         }
     }
 }
@@ -75,7 +77,7 @@ void Rebinder::restoreLost(ImageRecord& record) {
     }
 }
 
-bool Rebinder::verify() {
+void Rebinder::verify() {
     const LoaderCalls& calls = *loaderCalls();
     const LoadedImages loaded = loadedImages();
     std::vector<bool> isWanted(loaded.images.size(), false);
@@ -89,31 +91,35 @@ bool Rebinder::verify() {
     const HeldImages held(calls, loaded, startupCount(loaded),
                           [&](std::size_t i) { return isWanted[i]; });
     const std::lock_guard lock(mutex_);
-    bool someRemain = false;
+    forgetGone(loaded);
+    const auto settled = std::chrono::steady_clock::now() - kVerifyDelay;
     for (const ImageLayout* image : held.images()) {
         if (ImageRecord* record = recordOf(*image)) {
             restoreLost(*record);
-            // What was changed while this round was waiting has not had its time yet.
             std::erase_if(record->lazySlots,
-                          [this](const LazySlot& slot) { return slot.round < verifyRound_; });
-            someRemain = someRemain || !record->lazySlots.empty();
+                          [settled](const LazySlot& slot) { return slot.changed <= settled; });
         }
     }
-    ++verifyRound_;
-    isVerifierRunning_.store(someRemain);
-    return someRemain;
+}
+
+bool Rebinder::hasLazySlots() const {
+    return std::any_of(records_.begin(), records_.end(),
+                       [](const ImageRecord& record) { return !record.lazySlots.empty(); });
+}
+
+bool Rebinder::mustVerifyAgain() {
+    const std::lock_guard lock(mutex_);
+    isVerifierRunning_ = hasLazySlots();
+    return isVerifierRunning_;
 }
 
 void Rebinder::startVerifier() {
     {
         const std::lock_guard lock(mutex_);
-        const bool isNeeded =
-            std::any_of(records_.begin(), records_.end(),
-                        [](const ImageRecord& record) { return !record.lazySlots.empty(); });
-        if (!isNeeded || isVerifierRunning_.exchange(true)) {
+        if (isVerifierRunning_ || !hasLazySlots()) {
             return;
         }
-        ++verifyRound_;
+        isVerifierRunning_ = true;
     }
     // The host's signals are for the host's threads.
     sigset_t all;
@@ -125,7 +131,9 @@ void Rebinder::startVerifier() {
     pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t thread{};
     if (pthread_create(&thread, &attributes, runVerifier, nullptr) != 0) {
-        isVerifierRunning_.store(false);
+        // The next look at the images does it.
+        const std::lock_guard lock(mutex_);
+        isVerifierRunning_ = false;
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -39,14 +40,17 @@ class Rebinder {
     [[nodiscard]] bool isRedirected(const char* name) const;
     [[nodiscard]] TQRebindReport report();
     /// Looks again at call slots that another thread may have been binding when they were changed,
-    /// and changes those back that lost. Returns true while some remain to be looked at later.
-    bool verify();
+    /// and changes those back that lost. Forgets those that have had their time.
+    void verify();
+    /// Whether slots remain to be looked at later. The answer no ends the verifying thread: it
+    /// must not look again, another one is started when there is need.
+    [[nodiscard]] bool mustVerifyAgain();
 
   private:
     struct LazySlot {
         std::uintptr_t address = 0;
         std::string symbol;
-        unsigned long round = 0;  ///< the verification round it was changed in
+        std::chrono::steady_clock::time_point changed;
     };
     struct ImageRecord {
         std::uintptr_t dynamic = 0;
@@ -79,6 +83,7 @@ class Rebinder {
                     std::vector<Failure>& failures);
     void noteLazySlots(ImageRecord& record, std::span<const SlotWrite> writes);
     void restoreLost(ImageRecord& record);
+    [[nodiscard]] bool hasLazySlots() const;
     void startVerifier();
 
     friend void prepareFork();
@@ -89,12 +94,11 @@ class Rebinder {
     std::atomic<unsigned long long> seenAdds_{0};
     std::atomic<unsigned long long> seenSubs_{0};
     std::atomic<std::size_t> startupCount_{0};
-    std::atomic<bool> isVerifierRunning_{false};
 
     std::mutex mutex_;
     std::vector<ImageRecord> records_;
     TQRebindReport report_{};
-    unsigned long verifyRound_ = 0;
+    bool isVerifierRunning_ = false;
 };
 
 }  // namespace tqresolver

@@ -104,9 +104,10 @@ std::array<int (*)(), sizeof...(kIndices)> hooks(std::index_sequence<kIndices...
 }
 
 TEST(RebindingStress, SlotsBoundWhileTheyAreRedirectedAreAllRedirectedInTheEnd) {
-    void* handle = dlopen(hostLibrary("race_plugin").c_str(), RTLD_LAZY);
-    ASSERT_NE(handle, nullptr) << dlerror();
-    const auto sum = reinterpret_cast<int (*)()>(dlsym(handle, "race_sum"));
+    constexpr int kRounds = 400;
+    const std::string file = hostLibrary("race_plugin");
+    // Keeps the functions where they are while the plug-in comes and goes.
+    ASSERT_NE(dlopen(file.c_str(), RTLD_LAZY), nullptr) << dlerror();
     const auto replacements = hooks(std::make_index_sequence<64>());
     std::array<std::string, 64> names;
     std::array<TQRebinding, 64> records{};
@@ -115,19 +116,35 @@ TEST(RebindingStress, SlotsBoundWhileTheyAreRedirectedAreAllRedirectedInTheEnd) 
         records[i] = {names[i].c_str(), reinterpret_cast<void*>(replacements[i]),
                       reinterpret_cast<void**>(&savedRace[i])};
     }
-    std::atomic<bool> isReady{false};
-    std::thread calling([&] {
-        isReady.store(true);
-        EXPECT_GE(sum(), 64);
-    });
-    while (!isReady.load()) {
-        std::this_thread::yield();
+    ASSERT_EQ(tqreplay_rebind_symbols(records.data(), records.size()), 0);
+
+    const tqresolver::LoaderCalls& calls = *tqresolver::loaderCalls();
+    const std::string plugin = hostLibrary("race_plugin_copy");
+    int redirected = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        // Loaded unseen, so that the slots are fresh when the threads meet.
+        void* handle = calls.open(plugin.c_str(), RTLD_LAZY);
+        ASSERT_NE(handle, nullptr) << dlerror();
+        const auto sum = reinterpret_cast<int (*)()>(calls.symbol(handle, "race_sum"));
+        std::atomic<bool> mayStart{false};
+        // A different head start each round: somewhere the two are at the same slots.
+        std::thread calling([&mayStart, sum, round] {
+            while (!mayStart.load()) {
+            }
+            std::atomic<int> spins{0};
+            while (spins.fetch_add(1) < round * 60) {
+            }
+            EXPECT_GE(sum(), 64);
+        });
+        mayStart.store(true);
+        tqresolver::Rebinder::shared().scan();
+        calling.join();
+        // The calling thread is through: whatever binding took back is there to be seen.
+        tqresolver::Rebinder::shared().verify();
+        redirected += sum() == 128 ? 1 : 0;
+        dlclose(handle);
     }
-    EXPECT_EQ(tqreplay_rebind_symbols(records.data(), records.size()), 0);
-    calling.join();
-    // The calling thread is through: whatever binding took back is there to be seen.
-    tqresolver::Rebinder::shared().verify();
-    EXPECT_EQ(sum(), 128);
+    EXPECT_EQ(redirected, kRounds);
 }
 
 }  // namespace
