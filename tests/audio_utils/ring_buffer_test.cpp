@@ -11,10 +11,10 @@
 #include <vector>
 
 // Absurd sizes are answered by a null pointer under the sanitizers too.
-extern "C" const char* __asan_default_options() {
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
-extern "C" const char* __tsan_default_options() {
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options() {
     return "allocator_may_return_null=1";
 }
 
