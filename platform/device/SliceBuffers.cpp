@@ -12,7 +12,7 @@ constexpr std::size_t kFloatsPerLine = kCacheLine / sizeof(float);
 
 }  // namespace
 
-Planes::Planes(UInt32 channels, UInt32 frames) : planes_(channels) {
+SlicePlanes::SlicePlanes(UInt32 channels, UInt32 frames) : planes_(channels) {
     const std::size_t lines = (frames + kFloatsPerLine - 1) / kFloatsPerLine;
     const std::size_t stride = lines * kFloatsPerLine;
     const std::size_t bytes = stride * channels * sizeof(float);
@@ -26,7 +26,7 @@ Planes::Planes(UInt32 channels, UInt32 frames) : planes_(channels) {
     }
 }
 
-void Planes::clear(UInt32 frames) noexcept {
+void SlicePlanes::clear(UInt32 frames) noexcept {
     for (float* const plane : planes_) {
         std::memset(plane, 0, frames * sizeof(float));
     }

@@ -9,10 +9,10 @@
 
 namespace tqplatform {
 
-/// Planes of floats in one block of memory, each plane on a cache line of its own.
-class Planes {
+/// SlicePlanes of floats in one block of memory, each plane on a cache line of its own.
+class SlicePlanes {
   public:
-    Planes(UInt32 channels, UInt32 frames);
+    SlicePlanes(UInt32 channels, UInt32 frames);
 
     [[nodiscard]] float* const* data() const noexcept { return planes_.data(); }
     [[nodiscard]] UInt32 channels() const noexcept { return static_cast<UInt32>(planes_.size()); }
@@ -32,8 +32,8 @@ class SliceBuffers {
   public:
     SliceBuffers(UInt32 inputChannels, UInt32 outputChannels, UInt32 maximumFrames);
 
-    [[nodiscard]] Planes& input() noexcept { return input_; }
-    [[nodiscard]] Planes& sum() noexcept { return sum_; }
+    [[nodiscard]] SlicePlanes& input() noexcept { return input_; }
+    [[nodiscard]] SlicePlanes& sum() noexcept { return sum_; }
 
     /// [real-time safe] The slice for the next client, its output planes zeroed. Valid until the
     /// next call; `time` has to live as long.
@@ -42,9 +42,9 @@ class SliceBuffers {
     void mix(UInt32 frames) noexcept;
 
   private:
-    Planes input_;
-    Planes client_;
-    Planes sum_;
+    SlicePlanes input_;
+    SlicePlanes client_;
+    SlicePlanes sum_;
     DeviceSlice slice_;
 };
 
