@@ -11,9 +11,10 @@ namespace tqplatform {
 
 namespace {
 
-// Callers may hold locks that callbacks of the slice want: waiting longer would not help them,
-// and so much a program can bear.
-constexpr std::chrono::milliseconds longestWait{50};
+// Callers may hold a lock that a callback of the slice wants. Then nobody moves until the wait
+// ends, the device's thread and with it every other unit included: it must be far shorter than a
+// period of the device. A slice that merely takes long is met again at the next update.
+constexpr std::chrono::milliseconds longestWait{2};
 constexpr std::chrono::microseconds waitStep{100};
 
 AUNodeInteraction connectionOf(const AUNodeConnection& connection) {
