@@ -15,7 +15,8 @@ static int pick(void) {
 }
 
 /* The loader calls this before any run-time of a sanitizer is up. */
-__attribute__((no_sanitize("address", "thread", "undefined"))) static int (*choose(void))(void) {
+__attribute__((used,
+               no_sanitize("address", "thread", "undefined"))) static int (*choose(void))(void) {
     return pick;
 }
 
