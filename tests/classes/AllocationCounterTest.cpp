@@ -1,0 +1,53 @@
+#include "AllocationCounter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+
+// A counter that sees nothing would let every other test of this kind pass.
+
+TEST(AllocationCounterTest, SeesEveryKindOfAllocation) {
+    ASSERT_TRUE(AllocationCounter::works());
+    const AllocationCounter counter;
+    EXPECT_EQ(0U, counter.count());
+    const std::string text(1000, 'x');
+    EXPECT_EQ(1U, counter.count());
+    void* volatile memory = std::calloc(10, 10);
+    EXPECT_EQ(2U, counter.count());
+    memory = std::realloc(memory, 100000);
+    EXPECT_EQ(3U, counter.count());
+    std::free(memory);
+    memory = std::aligned_alloc(64, 640);
+    EXPECT_EQ(4U, counter.count());
+    std::free(memory);
+    const auto shared = std::make_shared<std::string>("short");
+    EXPECT_EQ(5U, counter.count());
+}
+
+TEST(AllocationCounterTest, CountsItsOwnThreadOnly) {
+    std::size_t inThread = 0;
+    const AllocationCounter* outer = nullptr;
+    std::thread thread;
+    {
+        thread = std::thread([&] {
+            const AllocationCounter counter;
+            const std::string text(1000, 'x');
+            inThread = counter.count();
+        });
+        thread.join();
+        const AllocationCounter counter;
+        outer = &counter;
+        EXPECT_EQ(0U, outer->count());
+    }
+    EXPECT_EQ(1U, inThread);
+}
+
+TEST(AllocationCounterTest, CountsNothingBeyondItsScope) {
+    { const AllocationCounter counter; }
+    const std::string text(1000, 'x');
+    const AllocationCounter counter;
+    EXPECT_EQ(0U, counter.count());
+}
