@@ -15,7 +15,6 @@ namespace {
 static_assert(std::endian::native == std::endian::little);
 // The word in the count file is written by render threads.
 static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
-static_assert(std::atomic<PreLaunchState>::is_always_lock_free);
 
 constexpr const char* kConfigFileName = "korva_audio_hook_config.flag";
 constexpr const char* kCountFileName = "korva_audio_hook_func_count.flag";
@@ -157,7 +156,7 @@ bool AudioHookConfigImpl::isHookEnable() {
 }
 
 PreLaunchState AudioHookConfigImpl::getPreLaunchState() {
-    return preLaunchState_.load(std::memory_order_acquire);
+    return std::bit_cast<PreLaunchState>(preLaunchState_.load(std::memory_order_acquire));
 }
 
 bool AudioHookConfigImpl::parseConfigList() {
@@ -192,8 +191,8 @@ bool AudioHookConfigImpl::parseConfigList() {
 
     const auto entered =
         static_cast<std::int32_t>(ReadWord(static_cast<const std::byte*>(countFile_->data())));
-    preLaunchState_.store({entered, static_cast<std::int32_t>(remainingRetries_)},
-                          std::memory_order_release);
+    const PreLaunchState found{entered, static_cast<std::int32_t>(remainingRetries_)};
+    preLaunchState_.store(std::bit_cast<std::uint64_t>(found), std::memory_order_release);
     log(LogPriority::Info, kUtilityLogTag, "parseCountFile: %d", entered);
     if (entered >= 1 && remainingRetries_ > 0) {
         --remainingRetries_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -93,7 +94,6 @@ class AudioHookConfigImpl : public AudioHookConfig {
   private:
     int changeItem(unsigned id, bool ConfigItem::*flag, bool value);
     void dropFiles();
-    /// Where enter and exit copy the counter to; null until the file is ready.
     void storeEnterCounter() noexcept;
 
     std::atomic<std::uint32_t> retryCount_{2};
@@ -104,8 +104,9 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::atomic<bool> initSuccess_{false};
     std::atomic<bool> countingStopped_{false};
     std::atomic<std::uint32_t> enterCounter_{0};
-    std::atomic<PreLaunchState> preLaunchState_{PreLaunchState{}};
-    /// The mapped word of the count file, published once it may be written to.
+    /// Both numbers in one word, so that a reader never sees halves of two states.
+    std::atomic<std::uint64_t> preLaunchState_{std::bit_cast<std::uint64_t>(PreLaunchState{})};
+    /// The mapped word of the count file; null until enter and exit may write to it.
     std::atomic<std::uint32_t*> countWord_{nullptr};
 };
 

@@ -32,16 +32,17 @@ void log(LogPriority priority, const char* tag, const char* format, ...) {
     if (handler == nullptr) {
         return;
     }
-    std::va_list arguments;
-    va_start(arguments, format);
-    const int measured = std::vsnprintf(nullptr, 0, format, arguments);
-    va_end(arguments);
+    std::va_list measured;
+    va_start(measured, format);
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
 
-    const std::size_t size = CheckedLength(measured) + 1;
+    const std::size_t size = CheckedLength(length) + 1;
     const auto text = std::make_unique<char[]>(size);
-    va_start(arguments, format);
-    const int written = std::vsnprintf(text.get(), size, format, arguments);
-    va_end(arguments);
+    std::va_list formatted;
+    va_start(formatted, format);
+    const int written = std::vsnprintf(text.get(), size, format, formatted);
+    va_end(formatted);
     CheckedLength(written);
     handler(priority, tag, text.get());
 }
