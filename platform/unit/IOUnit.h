@@ -72,7 +72,8 @@ class IOUnit final : public Unit, private DeviceClient {
     std::mutex transition_;
     std::atomic<bool> running_{false};
     std::atomic<bool> beginning_{false};  ///< the next slice is the first after a start
-    Float64 sampleTime_ = 0;              ///< device thread only
+    Float64 sampleTime_ = 0;              ///< device thread only, in frames of countedRate_
+    Float64 countedRate_ = 0;             ///< device thread only
 };
 
 }  // namespace tqplatform

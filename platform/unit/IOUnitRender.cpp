@@ -1,6 +1,7 @@
 // What an output unit does on the device's thread.
 
 #include <algorithm>
+#include <cmath>
 
 #include "unit/IOUnitPlan.h"
 
@@ -42,7 +43,11 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     if (beginning) {
         const bool atZero = switches_[0].value.load(std::memory_order_relaxed) != 0;
         sampleTime_ = atZero ? 0 : slice.time->mSampleTime;
+    } else if (countedRate_ != plan.deviceRate) {
+        // The same time in the frames of the new rate, so that the program's own count goes on.
+        sampleTime_ = std::round(sampleTime_ * plan.deviceRate / countedRate_);
     }
+    countedRate_ = plan.deviceRate;
     if (beginning || forget) {
         plan.input->restart();
         if (plan.microphone != nullptr) {
