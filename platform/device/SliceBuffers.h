@@ -9,7 +9,7 @@
 
 namespace tqplatform {
 
-/// SlicePlanes of floats in one block of memory, each plane on a cache line of its own.
+/// Planes of floats in one block of memory, each plane on a cache line of its own.
 class SlicePlanes {
   public:
     SlicePlanes(UInt32 channels, UInt32 frames);

@@ -315,7 +315,7 @@ TEST(NullDeviceFork, childPlaysItsOwnClientsAndNotItsParents) {
     ASSERT_TRUE(client.waitForSlices(2));
     // A fork can come at any moment of the device's thread.
     for (int round = 0; round < 20; ++round) {
-        EXPECT_TRUE(inChild([&] {
+        ASSERT_TRUE(inChild([&] {
             const int before = client.slices;
             Client own;
             const bool runs = sharedDevice().addClient(own) && own.waitForSlices(3);
