@@ -14,9 +14,8 @@ OSStatus Ambience::render(void* refCon, AudioUnitRenderActionFlags* /*flags*/,
                           AudioBufferList* data) noexcept {
     Ambience& self = *static_cast<Ambience*>(refCon);
     auto* out = static_cast<SInt16*>(data->mBuffers[0].mData);
-    constexpr int kQuieter = 4;  // it stays behind the music
     for (UInt32 frame = 0; frame < frames; ++frame) {
-        out[frame] = static_cast<SInt16>(self.clip_.samples[self.position_] / kQuieter);
+        out[frame] = self.clip_.samples[self.position_];
         self.position_ = (self.position_ + 1) % self.clip_.frames();
     }
     return noErr;

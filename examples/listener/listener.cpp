@@ -12,14 +12,18 @@ class Listener : public RZReplayAudioRecorderListener<Listener> {
     void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& /*info*/) override {
         frames_ += pcm->mBuffers[0].mDataByteSize / 4;  // the mix is 16-bit stereo
     }
-    ~Listener() override { std::fprintf(stderr, "%llu frames of mix\n", frames_.load()); }
+    [[nodiscard]] unsigned long long frames() const { return frames_; }
 
   private:
     std::atomic<unsigned long long> frames_{0};
 };
 
-static const auto listener = std::make_shared<Listener>();
-
-[[gnu::constructor]] static void begin() {
-    RZStreamCollectManager::sharedManager().startAudioStreamCollect(listener);
-}
+// From the moment the library is loaded to the end of the host.
+static const struct Recording {
+    Recording() { RZStreamCollectManager::sharedManager().startAudioStreamCollect(listener); }
+    ~Recording() {
+        RZStreamCollectManager::sharedManager().stopAudioStreamCollect(listener);
+        std::fprintf(stderr, "%llu frames of mix\n", listener->frames());
+    }
+    std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+} recording;

@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t kQueueBytes = std::size_t{16} << 20U;  // half a minute of mix and four tracks
 constexpr std::size_t kMostBuffers = 16;
+// Blocks arrive in bursts; only a longer hole means that the unit was not playing.
+constexpr double kPauseSeconds = 0.25;
 constexpr std::chrono::milliseconds kWriterPause{20};
 constexpr std::chrono::milliseconds kStatisticsPause{200};
 
@@ -53,6 +55,10 @@ std::string decibels(double amplitude) {
 }
 
 std::string trackText(const RZHookAudioTrackInfo& info) {
+    const std::string channels = info.channel() == 1 ? "mono"
+                                 : info.channel() == 2
+                                     ? "stereo"
+                                     : std::to_string(info.channel()) + " channels";
     const bool isFloat = (info.audio_format() & kFlagFloat) != 0;
     const char* source = info.track_type() == RZHookTrackTypeUnit ? "a unit of its own"
                          : info.track_type() == RZHookTrackTypeGraphCallback
@@ -61,8 +67,8 @@ std::string trackText(const RZHookAudioTrackInfo& info) {
                                                                      : "unknown";
     return "track " + std::to_string(info.audio_track_id()) + ": " +
            std::to_string(info.sample_rate()) + " Hz, " + (isFloat ? "float" : "integer") + ", " +
-           std::to_string(info.channel()) + " channel(s), " + std::to_string(info.buffersize()) +
-           " bytes per packet, from " + source;
+           channels + ", " + std::to_string(info.buffersize()) + " bytes per packet, from " +
+           source;
 }
 
 }  // namespace
@@ -142,9 +148,6 @@ void DemoRecorder::finish() {
     wake_.notify_all();
     writer_.join();
     drain();
-    if (mix_ != nullptr) {
-        mix_->refresh();
-    }
     writeEvents();
     printSummary();
     mix_.reset();
@@ -178,6 +181,9 @@ void DemoRecorder::drain() {
     RecordHeader header;
     std::vector<std::byte> payload;
     while (queue_.pop(header, payload)) {
+        if (firstMicroseconds_ == 0 && header.kind != RecordHeader::Kind::kEvent) {
+            firstMicroseconds_ = header.microseconds;
+        }
         switch (header.kind) {
             case RecordHeader::Kind::kMix:
                 takeMix(header, payload);
@@ -198,7 +204,6 @@ void DemoRecorder::takeMix(const RecordHeader& header, std::span<const std::byte
         std::string error;
         mix_ = WavFile::create(folder_ + "/demo.wav", format, error);
         mixRefused_ = mix_ == nullptr;
-        firstMicroseconds_ = header.microseconds;
         if (mixRefused_) {
             complain(error);
         }
@@ -239,8 +244,21 @@ void DemoRecorder::takeTrack(const RecordHeader& header, std::span<const std::by
             return;
         }
     }
+    fillPause(track, header);
     writeTo(*track.file, interleave(payload, header.buffers,
                                     static_cast<std::size_t>(header.bitsPerChannel / 8), scratch_));
+}
+
+void DemoRecorder::fillPause(TrackFile& track, const RecordHeader& header) {
+    const double seconds =
+        (static_cast<double>(header.microseconds) - static_cast<double>(firstMicroseconds_)) / 1e6;
+    const bool isNew = track.file->seconds() == 0;
+    if (seconds - track.file->seconds() > (isNew ? 0 : kPauseSeconds)) {
+        track.pauses += isNew ? 0 : 1;
+        if (!track.file->padTo(seconds)) {
+            complain(track.file->path() + ": not everything could be written");
+        }
+    }
 }
 
 void DemoRecorder::takeEvent(const RecordHeader& header, std::span<const std::byte> payload) {
@@ -333,20 +351,21 @@ void DemoRecorder::printSummary() const {
             number(dropouts_.backwardSteps()) + " steps back, " + number(dropouts_.zeroBlocks()) +
             " silent blocks inside, " + number(queue_.refused()) + " blocks dropped by the queue\n";
     text += "Files:\n";
-    const auto listFile = [&text](const WavFile& file) {
+    const auto listFile = [&text](const WavFile& file, int pauses) {
         std::array<char, 32> seconds{};
         std::snprintf(seconds.data(), seconds.size(), "%.2f s", file.seconds());
-        text += "  " + file.path() + " (" + file.format().text() + ", " + seconds.data() + ")\n";
+        text += "  " + file.path() + " (" + file.format().text() + ", " + seconds.data();
+        text += pauses > 0 ? ", silence in " + std::to_string(pauses) + " pause(s))\n" : ")\n";
     };
     if (mix_ != nullptr) {
-        listFile(*mix_);
+        listFile(*mix_, 0);
     }
     for (const std::string& path : closedFiles_) {
         text += "  " + path + "\n";
     }
     for (const auto& [id, track] : trackFiles_) {
         if (track.file != nullptr) {
-            listFile(*track.file);
+            listFile(*track.file, track.pauses);
         }
     }
     text += "  " + folder_ + "/events.txt\n";

@@ -21,7 +21,8 @@ class MixListener;
 class TrackListener;
 
 /// Records the process that it lives in: the mix to demo.wav, each track's own blocks to
-/// track-N.wav, events to events.txt. Listeners copy blocks into a queue on the audio threads; a
+/// track-N.wav (with silence while the track's unit does not play, so that all files begin and run
+/// together), events to events.txt. Listeners copy blocks into a queue on the audio threads; a
 /// thread of the recorder's own writes them.
 class DemoRecorder {
   public:
@@ -40,6 +41,7 @@ class DemoRecorder {
         std::unique_ptr<WavFile> file;
         int parts = 0;  // a track number whose format changes goes on in another file
         WavFormat refused;
+        int pauses = 0;  // stretches of silence filled in
     };
     struct Event {
         std::uint64_t microseconds;
@@ -53,6 +55,7 @@ class DemoRecorder {
     void takeMix(const RecordHeader& header, std::span<const std::byte> payload);
     void takeTrack(const RecordHeader& header, std::span<const std::byte> payload);
     void takeEvent(const RecordHeader& header, std::span<const std::byte> payload);
+    void fillPause(TrackFile& track, const RecordHeader& header);
     void writeTo(WavFile& file, std::span<const std::byte> bytes);
     void complain(const std::string& problem);
     void rememberTracks();
@@ -80,7 +83,7 @@ class DemoRecorder {
     LevelMeter level_;
     LevelMeter secondLevel_;
     DropoutMeter dropouts_;
-    std::uint64_t firstMicroseconds_ = 0;
+    std::uint64_t firstMicroseconds_ = 0;  // time stamp of the first block of all
     std::vector<std::byte> scratch_;
     std::thread writer_;
 };

@@ -2,6 +2,7 @@
 
 #include <sndfile.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -110,14 +111,29 @@ class WavFile {
     [[nodiscard]] bool write(std::span<const std::byte> bytes) {
         const auto count = static_cast<sf_count_t>(bytes.size());
         const sf_count_t written = sf_write_raw(file_.get(), bytes.data(), count);
-        const auto frameBytes = static_cast<std::uint64_t>(format_.channels) *
-                                static_cast<std::uint64_t>(format_.bitsPerChannel / 8);
-        frames_ += written > 0 ? static_cast<std::uint64_t>(written) / frameBytes : 0;
+        frames_ += written > 0 ? static_cast<std::uint64_t>(written) / frameBytes() : 0;
         return written == count;
+    }
+    /// Silence up to `seconds` from the beginning; nothing when the file is that long already.
+    [[nodiscard]] bool padTo(double seconds) {
+        const auto end = static_cast<std::uint64_t>(std::max(0.0, seconds) * format_.sampleRate);
+        constexpr std::uint64_t kBlockFrames = 4096;
+        const std::vector<std::byte> silence(kBlockFrames * frameBytes());
+        bool whole = true;
+        while (whole && frames_ < end) {
+            const std::uint64_t frames = std::min(end - frames_, kBlockFrames);
+            whole = write(std::span(silence).first(frames * frameBytes()));
+        }
+        return whole;
     }
     /// Brings the header up to date.
     void refresh() { sf_command(file_.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0); }
 
+    /// Of one frame, all channels.
+    [[nodiscard]] std::size_t frameBytes() const {
+        return static_cast<std::size_t>(format_.channels) *
+               static_cast<std::size_t>(format_.bitsPerChannel / 8);
+    }
     [[nodiscard]] const std::string& path() const { return path_; }
     [[nodiscard]] const WavFormat& format() const { return format_; }
     [[nodiscard]] double seconds() const {

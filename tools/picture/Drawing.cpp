@@ -321,32 +321,16 @@ void drawEvents(Pen& pen, const Drawing& drawing) {
     std::vector<EventMark> events = drawing.options.events;
     std::stable_sort(events.begin(), events.end(),
                      [](const EventMark& a, const EventMark& b) { return a.seconds < b.seconds; });
-    // Each row remembers where its last label ends; a label without room leaves only its line.
-    std::array<double, kEventRows> rowEnds;
-    rowEnds.fill(-std::numeric_limits<double>::infinity());
-    pen.font(kTextSize - 1);
+    const auto outside = [&](const EventMark& event) {
+        return !(event.seconds >= 0 && event.seconds <= drawing.axisSeconds);
+    };
+    events.erase(std::remove_if(events.begin(), events.end(), outside), events.end());
+
+    // Lines first: labels stand on paper of their own, before them.
     for (const EventMark& event : events) {
-        if (!(event.seconds >= 0 && event.seconds <= drawing.axisSeconds)) {
-            continue;
-        }
         const double x = std::floor(xOf(drawing, strip, event.seconds));
-        const std::string label =
-            pen.fitted(printable(event.label), strip.width * kEventLabelShare);
-        const double width = pen.textWidth(label);
-        const double textX = std::min(x + 4, strip.x + double(strip.width) - width);
-        double lineTop = strip.y + double(kEventRows * kEventRowHeight);
-        for (int row = 0; row < kEventRows; ++row) {
-            double& end = rowEnds[static_cast<std::size_t>(row)];
-            if (textX > end + 8) {
-                end = textX + width;
-                lineTop = strip.y + double(row * kEventRowHeight);
-                pen.ink(kEvent);
-                pen.text(textX, lineTop + 11, label);
-                break;
-            }
-        }
         pen.ink(kEvent, 0.75);
-        pen.line(x, lineTop, x, strip.y + strip.height);
+        pen.line(x, strip.y, x, strip.y + strip.height - 1);
         constexpr std::array<double, 2> kDashes{5, 4};
         cairo_set_dash(pen.get(), kDashes.data(), kDashes.size(), 0);
         for (const Lane& lane : drawing.layout.lanes) {
@@ -355,6 +339,29 @@ void drawEvents(Pen& pen, const Drawing& drawing) {
             }
         }
         cairo_set_dash(pen.get(), nullptr, 0, 0);
+    }
+
+    // Each row remembers where its last label ends; a label without room is left out.
+    std::array<double, kEventRows> rowEnds;
+    rowEnds.fill(-std::numeric_limits<double>::infinity());
+    pen.font(kTextSize - 1);
+    for (const EventMark& event : events) {
+        const std::string label =
+            pen.fitted(printable(event.label), strip.width * kEventLabelShare);
+        const double width = pen.textWidth(label);
+        const double x = std::min(std::floor(xOf(drawing, strip, event.seconds)) + 3,
+                                  strip.x + strip.width - width);
+        const auto row =
+            std::find_if(rowEnds.begin(), rowEnds.end(), [&](double end) { return x > end + 8; });
+        if (row != rowEnds.end()) {
+            *row = x + width;
+            const double top = strip.y + kEventRowHeight * double(row - rowEnds.begin());
+            pen.ink(kPaper);
+            cairo_rectangle(pen.get(), x - 1, top, width + 2, kEventRowHeight - 1);
+            cairo_fill(pen.get());
+            pen.ink(kEvent);
+            pen.text(x, top + 11, label);
+        }
     }
 }
 

@@ -2,75 +2,26 @@
 // tones of the same names.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
-#include "../picture/TestWave.h"
+#include "GameSounds.h"
+#include "RunProgram.h"
 
 namespace {
 
-struct Outcome {
-    int code = -1;
-    std::string output;
-    std::string errors;
-};
-
-std::string contentOf(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
+using tqtest::makeGameSounds;
+using tqtest::Outcome;
 
 class GameHostTest : public testing::Test {
   protected:
-    void makeSounds() {
-        using tqpicture::test::sine;
-        using tqpicture::test::writeWave;
-        for (const char* name : {"music_game.wav", "Noise.wav", "Front_Center.wav", "exploBig.wav",
-                                 "exploPop.wav", "power.wav", "bell.oga", "complete.oga"}) {
-            ASSERT_TRUE(writeWave(folder_.file(name), sine(440, 22050, 4000, 0.3), 22050));
-        }
-    }
-
-    /// Runs to the end, or sends `signal` as soon as the music is announced.
+    void makeSounds() { ASSERT_TRUE(makeGameSounds(folder_)); }
     Outcome run(const std::vector<std::string>& arguments, int signal = 0) {
-        const std::string out = folder_.file("stdout.txt");
-        const std::string errors = folder_.file("stderr.txt");
-        std::ofstream(out).close();
-        const pid_t child = fork();
-        if (child == 0) {
-            setenv("TQ_AUDIO_DEVICE", "null", 1);
-            std::vector<char*> list{const_cast<char*>(TQ_GAME_HOST)};
-            for (const std::string& argument : arguments) {
-                list.push_back(const_cast<char*>(argument.c_str()));
-            }
-            list.push_back(nullptr);
-            if (freopen(out.c_str(), "w", stdout) == nullptr ||
-                freopen(errors.c_str(), "w", stderr) == nullptr) {
-                _exit(126);
-            }
-            execv(TQ_GAME_HOST, list.data());
-            _exit(127);
-        }
-        if (signal != 0) {
-            // Bounded: the host announces its music within a second or so.
-            for (int tries = 0; tries < 2000; ++tries) {
-                if (contentOf(out).find("music:") != std::string::npos) {
-                    break;
-                }
-                usleep(5000);
-            }
-            kill(child, signal);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(out), contentOf(errors)};
+        return tqtest::runProgram(folder_, TQ_GAME_HOST, arguments, {{"TQ_AUDIO_DEVICE", "null"}},
+                                  signal, "music:");
     }
 
     tqpicture::test::TestFolder folder_;
