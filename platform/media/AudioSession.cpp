@@ -249,7 +249,7 @@ class Session {
 
     void onRouteChange() {
         const auto changed = rememberHardware();
-        const CFDictionaryRef details = nullptr;
+        const CFTypeRef details = nullptr;
         callListeners(kAudioSessionProperty_AudioRouteChange, sizeof details, &details);
         for (const auto& [id, newValue] : changed) {
             callListeners(id, newValue);
