@@ -15,10 +15,12 @@ using dispatch_queue_t = std::shared_ptr<TQDispatchQueue>;
 [[nodiscard]] TQ_PLATFORM_EXPORT dispatch_queue_t dispatch_queue_create(const char* label,
                                                                         std::nullptr_t attribute);
 /// Runs `block` later; returns at once. A null queue or an empty block does nothing; a block that
-/// throws is dropped. Allocates; not for render threads.
+/// throws is dropped. In a process that can have no further thread the block runs on the calling
+/// thread before this returns. Allocates; not for render threads.
 TQ_PLATFORM_EXPORT void dispatch_async(const dispatch_queue_t& queue, std::function<void()> block);
 /// Runs `block` after everything submitted before it and waits for it. From a block of the same
-/// queue it runs at once instead of waiting for itself.
+/// queue it runs at once instead of waiting for itself. A block that throws is dropped.
 TQ_PLATFORM_EXPORT void dispatch_sync(const dispatch_queue_t& queue, std::function<void()> block);
 /// The label given at creation, empty for a null queue; valid as long as the queue.
-[[nodiscard]] TQ_PLATFORM_EXPORT const char* dispatch_queue_get_label(const dispatch_queue_t& queue);
+[[nodiscard]] TQ_PLATFORM_EXPORT const char* dispatch_queue_get_label(
+    const dispatch_queue_t& queue);
