@@ -11,9 +11,8 @@ BusReader::BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFra
 
 OSStatus BusReader::read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept {
     const PCMFormat& format = memory_.format();
-    // A connected unit renders into memory of its own, which is read where it is.
-    const bool withData = pull.allocate && !pull.source.isConnection();
-    AudioBufferList& list = memory_.prepare(frames, withData);
+    // A connected unit renders right into this memory: its own may go with it during the pull.
+    AudioBufferList& list = memory_.prepare(frames, pull.allocate || pull.source.isConnection());
     const OSStatus status = pull.source.pull(pull.flags, pull.time, pull.bus, frames, list);
     const UInt32 held = status == noErr ? framesIn(list, format, frames) : 0;
     if (format.channels == channels_) {

@@ -26,7 +26,7 @@ std::unique_ptr<RenderPlan> ConverterUnit::makePlan(const RenderPlan* old) {
     const PCMFormat in = parsed(inputs_[0].format);
     const PCMFormat out = parsed(outputs_[0].format);
     plan->maximumFrames = maximumFrames_;
-    plan->outputs.push_back({out, outputs_[0].allocate, memoryFor(old, 0, out, maximumFrames_)});
+    plan->outputs.push_back({out, outputs_[0].allocate, memoryFor(0, out, maximumFrames_)});
     plan->source = inputs_[0].source;
     plan->allocate = inputs_[0].allocate;
     if (last != nullptr && last->input->fits(in, out.sampleRate, out.channels, maximumFrames_)) {

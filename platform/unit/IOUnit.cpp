@@ -123,10 +123,9 @@ std::unique_ptr<RenderPlan> IOUnit::makePlan(const RenderPlan* old) {
     const PCMFormat programOut = parsed(inputs_[0].format);
     const PCMFormat programIn = parsed(outputs_[microphone].format);
     plan->maximumFrames = frames;
+    plan->outputs.push_back({hardwareOut, outputs_[0].allocate, memoryFor(0, hardwareOut, frames)});
     plan->outputs.push_back(
-        {hardwareOut, outputs_[0].allocate, memoryFor(old, 0, hardwareOut, frames)});
-    plan->outputs.push_back(
-        {programIn, outputs_[microphone].allocate, memoryFor(old, microphone, programIn, frames)});
+        {programIn, outputs_[microphone].allocate, memoryFor(microphone, programIn, frames)});
     plan->deviceRate = hardwareOut.sampleRate;
     plan->deviceOutputs = hardwareOut.channels;
     plan->deviceInputs = device_.inputChannels();

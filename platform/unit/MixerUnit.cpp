@@ -71,7 +71,7 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
     auto plan = std::make_unique<Plan>();
     const PCMFormat out = parsed(outputs_[0].format);
     plan->maximumFrames = maximumFrames_;
-    plan->outputs.push_back({out, outputs_[0].allocate, memoryFor(old, 0, out, maximumFrames_)});
+    plan->outputs.push_back({out, outputs_[0].allocate, memoryFor(0, out, maximumFrames_)});
     const bool sameSize = last != nullptr && last->mix->channels() == out.channels &&
                           last->maximumFrames == maximumFrames_;
     plan->bus = sameSize ? last->bus : std::make_shared<Planes>(out.channels, maximumFrames_);

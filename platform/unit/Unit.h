@@ -214,9 +214,11 @@ class Unit {
     OSStatus republish();
     void tellListeners(PropertyKey key);
     [[nodiscard]] static PCMFormat parsed(const AudioStreamBasicDescription& format);
-    [[nodiscard]] std::shared_ptr<BusMemory> memoryFor(const RenderPlan* old, UInt32 output,
-                                                       const PCMFormat& format,
-                                                       UInt32 maximumFrames) const;
+    /// Memory that an output bus lends to whoever renders it without buffers. It stays as long as
+    /// the unit, since the borrower may still read when the plan has been replaced; there are only
+    /// as many as the bus has had shapes.
+    [[nodiscard]] std::shared_ptr<BusMemory> memoryFor(UInt32 output, const PCMFormat& format,
+                                                       UInt32 frames);
     /// [real-time safe]
     static void callNotifies(const std::vector<Notify>* notifies, AudioUnitRenderActionFlags flags,
                              const AudioTimeStamp& time, UInt32 bus, UInt32 frames,
@@ -245,6 +247,11 @@ class Unit {
         void* refCon;
         bool operator==(const Listener&) const = default;
     };
+    struct LentMemory {
+        UInt32 output;
+        UInt32 frames;
+        std::shared_ptr<BusMemory> memory;
+    };
     struct Dependent {
         AudioUnit unit;
         UInt32 outputBus;
@@ -267,6 +274,7 @@ class Unit {
 
     const Component& component_;
     AudioUnit handle_ = nullptr;
+    std::vector<LentMemory> lentMemories_;
     std::mutex notifyLock_;
     std::mutex listenerLock_;
     std::vector<Listener> listeners_;

@@ -89,18 +89,16 @@ void Unit::keepRenderError(OSStatus status) noexcept {
     }
 }
 
-std::shared_ptr<BusMemory> Unit::memoryFor(const RenderPlan* old, UInt32 output,
-                                           const PCMFormat& format, UInt32 maximumFrames) const {
-    if (old != nullptr && output < old->outputs.size() && old->maximumFrames == maximumFrames) {
-        const RenderPlan::Output& known = old->outputs[output];
-        if (known.format.bytesPerFrame == format.bytesPerFrame &&
-            known.format.bufferCount() == format.bufferCount() &&
-            known.format.channels == format.channels &&
-            known.format.interleaved == format.interleaved) {
+std::shared_ptr<BusMemory> Unit::memoryFor(UInt32 output, const PCMFormat& format, UInt32 frames) {
+    for (const LentMemory& known : lentMemories_) {
+        const PCMFormat& has = known.memory->format();
+        if (known.output == output && known.frames == frames && has.channels == format.channels &&
+            has.bytesPerFrame == format.bytesPerFrame && has.interleaved == format.interleaved) {
             return known.memory;
         }
     }
-    return std::make_shared<BusMemory>(format, maximumFrames);
+    lentMemories_.push_back({output, frames, std::make_shared<BusMemory>(format, frames)});
+    return lentMemories_.back().memory;
 }
 
 }  // namespace tqplatform

@@ -248,6 +248,8 @@ TEST_F(GraphStates, notifiesComeAroundEachRenderOfTheOutput) {
         seen.push_back(flags);
         return OSStatus{noErr};
     };
+    Callback track;
+    ASSERT_EQ(setNodeCallback(graph, mixNode, 0, track), noErr);
     ASSERT_EQ(AUGraphAddRenderNotify(graph, Callback::proc, &notify), noErr);
     run();
     player.pump(64);

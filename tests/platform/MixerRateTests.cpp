@@ -105,6 +105,7 @@ TEST_F(MixingRates, otherBusesComingAndGoingLeaveAToneUntouched) {
     Track a(unit, 0, 1000, 48000);
     render(150);
     Track b(unit, 1, 3000, 48000);
+    b.count = a.count;  // buses of one rate share one time
     render(150);
     const AURenderCallbackStruct none{};
     ASSERT_EQ(set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 1, none),

@@ -88,6 +88,15 @@ TEST_F(RenderCalls, lendMemoryWhereThereIsNone) {
     EXPECT_EQ(samples<std::int16_t>(&list)[199], 199);
 }
 
+TEST_F(RenderCalls, lentMemoryOutlivesAChangeOfFormat) {
+    ASSERT_EQ(AudioUnitInitialize(unit), noErr);
+    AudioBufferList list{1, {{0, 0, nullptr}}};
+    ASSERT_EQ(render(100, &list), noErr);
+    ASSERT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, floatPlanar(48000, 2)), noErr);
+    ASSERT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, floatPlanar(48000, 1)), noErr);
+    EXPECT_EQ(samples<std::int16_t>(&list)[199], 199);
+}
+
 TEST_F(RenderCalls, withoutInputHaveNoConnection) {
     const AURenderCallbackStruct none{};
     ASSERT_EQ(set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, none),
@@ -237,17 +246,16 @@ TEST_F(RenderCalls, zeroFramesAreFine) {
     EXPECT_EQ(list.buffer().mDataByteSize, 0U);
 }
 
-TEST_F(RenderCalls, aConnectionPullsItsSourceWithItsOwnMemory) {
+TEST_F(RenderCalls, aConnectionPullsItsSource) {
     const OwnedUnit source(mixer());
     Callback notify;
-    void* rendered = nullptr;
     notify.body = [&](AudioUnitRenderActionFlags& action, const AudioTimeStamp& when, UInt32 bus,
                       UInt32 frames, AudioBufferList* list) {
         if ((action & kAudioUnitRenderAction_PostRender) != 0) {
             EXPECT_EQ(when.mSampleTime, 500);
             EXPECT_EQ(bus, 0U);
             EXPECT_EQ(frames, 100U);
-            rendered = list->mBuffers[0].mData;
+            EXPECT_EQ(list->mBuffers[0].mDataByteSize, 400U);
             samples<std::int16_t>(list)[3] = 321;
         }
         return OSStatus{noErr};
@@ -263,8 +271,6 @@ TEST_F(RenderCalls, aConnectionPullsItsSourceWithItsOwnMemory) {
     time.mSampleTime = 500;
     ASSERT_EQ(render(100, list.get()), noErr);
     EXPECT_EQ(callback.calls, 0) << "the connection replaced the callback";
-    ASSERT_NE(rendered, nullptr);
-    EXPECT_NE(rendered, list.buffer().mData);
     EXPECT_EQ(list.samples<std::int16_t>()[3], 321);
 
     ASSERT_EQ(setCallback(unit, 0, callback), noErr);

@@ -162,7 +162,7 @@ AU_EXPORT OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID 
                                          UInt32 inBufferOffsetInFrames);
 
 /** Renders frames of an output bus. Buffers without data are lent the unit's own memory, valid
- *  until the unit renders again. Real-time safe. */
+ *  until the unit renders that bus again or is disposed of. Real-time safe. */
 AU_EXPORT OSStatus AudioUnitRender(AudioUnit inUnit, AudioUnitRenderActionFlags* ioActionFlags,
                                    const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
                                    UInt32 inNumberFrames, AudioBufferList* ioData);
