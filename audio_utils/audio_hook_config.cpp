@@ -203,6 +203,9 @@ bool AudioHookConfigImpl::parseConfigList() {
 }
 
 void AudioHookConfigImpl::writeToMMap(bool verbose) {
+    if (!configFile_) {
+        return;
+    }
     auto* const bytes = static_cast<std::byte*>(configFile_->data());
     const auto items = items_;
     if (items.size() > kMaxItems) {

@@ -77,7 +77,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
     /// [mutex held] Reads both files into the table and spends a retry after a crash. False when
     /// the table claims more than 20 items or there are no files.
     bool parseConfigList();
-    /// [mutex held] Writes table and budget and schedules the flush.
+    /// [mutex held] Writes table and budget and schedules the flush; nothing without a file.
     void writeToMMap(bool verbose);
     bool isInitSuccess() const noexcept { return initSuccess_.load(std::memory_order_acquire); }
 

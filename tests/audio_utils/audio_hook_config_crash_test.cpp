@@ -19,7 +19,8 @@ struct Launch {
     bool hooksEnabled;
 };
 
-// Every launch is a process of its own, as in life.
+// Every launch is a process of its own, as in life. The parent never makes the one instance, so
+// each child starts without it.
 class AudioHookConfigCrashTest : public testing::Test {
   protected:
     /// Runs body in a child process and returns its wait status.

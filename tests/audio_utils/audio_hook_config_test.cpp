@@ -3,16 +3,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "fail_system_call.h"
 #include "log_recorder.h"
 #include "temporary_folder.h"
 
@@ -86,6 +90,8 @@ TEST_F(AudioHookConfigTest, BeforeInitNothingIsEnabledAndChangesAreRefused) {
     EXPECT_EQ(config_.enableHook(1, true), 3);
     EXPECT_EQ(config_.forceDisableHook(1, true), 3);
     EXPECT_FALSE(config_.parseConfigList());
+    config_.writeToMMap(true);
+    EXPECT_THAT(log_.All(), IsEmpty());
     ExpectState(config_, 0, 2);
 }
 
@@ -477,23 +483,59 @@ TEST_F(AudioHookConfigTest, GuardsMarkTheirScopeOnTheOneInstance) {
     EXPECT_EQ(CountBytes()[0], 0);
 }
 
+TEST_F(AudioHookConfigTest, ChangesScheduleAFlushOfTheConfigFile) {
+    const auto child = [&] {
+        Init(config_);
+        FailSystemCall(SYS_msync);
+        log_.Clear();
+        const int result = config_.enableHook(1, true);
+        const std::vector<std::string> expected{"msync failed, path: " + configPath_ +
+                                                ", size: " + std::to_string(kPage)};
+        std::_Exit(result == 0 && log_.Errors() == expected ? 0 : 1);
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(AudioHookConfigTest, WhenAllThreadsAreOutTheFileSaysSo) {
+    constexpr int kThreads = 2;
+    constexpr int kRounds = 50000;
     ASSERT_EQ(Init(config_), 0);
-    for (int round = 0; round < 20; ++round) {
-        std::vector<std::thread> threads;
-        for (int k = 0; k < 4; ++k) {
-            threads.emplace_back([&] {
-                for (int call = 0; call < 500; ++call) {
-                    config_.enterHookFunc();
-                    config_.exitHookFunc();
+    MemoryFile file(countPath_.c_str());
+    ASSERT_TRUE(file.isUsable());
+    const std::atomic_ref<std::uint32_t> count(*static_cast<std::uint32_t*>(file.data()));
+    // Threads leave together, round after round, and look at the file when all are out.
+    std::atomic<int> arrived{0};
+    std::atomic<int> wrong{0};
+    const auto meet = [&arrived](int all) {
+        ++arrived;
+        // Spinning keeps the threads close together; a thread without a core must not starve.
+        for (int spins = 0; arrived.load() < all; ++spins) {
+            if (spins > 2000) {
+                std::this_thread::yield();
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int k = 0; k < kThreads; ++k) {
+        threads.emplace_back([&, k] {
+            std::atomic<int> delay{0};
+            for (int round = 0; round < kRounds; ++round) {
+                config_.enterHookFunc();
+                meet((3 * round + 1) * kThreads);
+                // One leaves a little later than the other, differently in each round.
+                for (delay = k * (round % 32); delay > 0; --delay) {
                 }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        ASSERT_EQ(CountBytes(), Page({}));
+                config_.exitHookFunc();
+                meet((3 * round + 2) * kThreads);
+                wrong += count.load() == 0 ? 0 : 1;
+                meet((3 * round + 3) * kThreads);
+            }
+        });
     }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(AudioHookConfigTest, RenderThreadsMayEnterWhileTheStoreIsInitialisedAndChanged) {

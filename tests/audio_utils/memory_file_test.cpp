@@ -3,19 +3,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "fail_system_call.h"
 #include "log_recorder.h"
 #include "temporary_folder.h"
 
@@ -86,26 +81,6 @@ class MemoryFileTest : public testing::Test {
 
 std::uint32_t LowWord(const void* pointer) {
     return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer));
-}
-
-/// From now on the system call fails in this process when its first argument ends in this word.
-void FailSystemCall(long number, std::uint32_t firstArgument) {
-    constexpr auto kNumber = static_cast<std::uint32_t>(offsetof(seccomp_data, nr));
-    constexpr auto kArgument = static_cast<std::uint32_t>(offsetof(seccomp_data, args));
-    std::array<sock_filter, 6> code{{
-        {BPF_LD | BPF_W | BPF_ABS, 0, 0, kNumber},
-        {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, static_cast<std::uint32_t>(number)},
-        {BPF_LD | BPF_W | BPF_ABS, 0, 0, kArgument},
-        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, firstArgument},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | EIO},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
-    }};
-    const sock_fprog program{static_cast<unsigned short>(code.size()), code.data()};
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-        std::perror("seccomp");
-        std::_Exit(2);
-    }
 }
 
 /// Bounds the file size of this process and takes the signal away, so that growth fails.
