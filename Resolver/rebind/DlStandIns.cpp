@@ -1,15 +1,8 @@
 // What the assembly stand-ins ask and where they go when a call concerns us.
 
 #include <dlfcn.h>
-#include <link.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "rebind/LoaderCalls.h"
 #include "rebind/Rebinder.h"

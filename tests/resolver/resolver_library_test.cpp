@@ -5,9 +5,10 @@
 #include <gtest/gtest.h>
 #include <link.h>
 
+#include <string>
+
 #include "TQAudioRecordResolver.h"
 #include "TQAudioUnitRecordResolveManager.h"
-#include "elf/LoadedImages.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 /* A program that knows nothing of hooks and prints what its calls answer, one "name=value" a line.
 
-   host [--hook FILE] [--plugin FILE] [--deepbind] [--reload FILE] [--local FILE] */
+   host [--hook FILE] [--plugin FILE] [--deepbind] [--reload FILE] */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdint.h>
