@@ -49,7 +49,7 @@ std::size_t RZReplayAudioUnitBuffer::readAudioBuffer(const AudioBuffer& buffer, 
 
 std::size_t RZReplayAudioUnitBuffer::getRingBufferSize(BOOL isProcessed) const {
     const RingBuffer* const ring = side(isProcessed).get();
-    return ring == nullptr ? 0 : ring->AvailableRead(ring->ReadIndex(), ring->WriteIndex());
+    return ring == nullptr ? 0 : ring->AvailableRead();
 }
 
 void RZReplayAudioUnitBuffer::cleanPostRingBuffer() {

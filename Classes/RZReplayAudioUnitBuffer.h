@@ -39,7 +39,8 @@ class RZReplayAudioUnitBuffer {
     /// [reader] [real-time safe] Takes exactly `size` bytes into buffer.mData, or answers 0 and
     /// takes nothing.
     std::size_t readAudioBuffer(const AudioBuffer& buffer, UInt32 size, BOOL isProcessed);
-    /// [any thread] [real-time safe] Bytes that can be read.
+    /// [any thread] [takes the ring's mutex] Bytes that can be read: one consistent look, also
+    /// while the ring grows.
     [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
     /// [reader] [real-time safe] Drops what the post side holds.
     void cleanPostRingBuffer();

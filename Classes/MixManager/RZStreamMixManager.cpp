@@ -79,8 +79,8 @@ std::string RZStreamMixManager::getKey(const void* pointer) {
 std::int32_t RZStreamMixManager::generateNewTrackID() {
     for (int n = 1; n <= kTracks; ++n) {
         const std::int32_t bit = 1 << (n - 1);
-        if ((trackId() & bit) == 0) {
-            setTrackId(trackId() | bit);
+        // In one step: a unit may be disposed of on another thread meanwhile.
+        if ((trackId_.fetch_or(bit) & bit) == 0) {
             return n;
         }
     }
@@ -324,7 +324,7 @@ void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
     removeAudioUnitObjByKey(getKey(obj->inUnit()));
     // The number itself is the mask, not its bit: hosts have come to rely on which numbers come
     // back, so it stays.
-    setTrackId(trackId() & ~obj->trackId());
+    trackId_.fetch_and(~obj->trackId());
     korva_audio_utils::KorvaAudioStats::getInstance()->removeHookAudioTrack(
         static_cast<unsigned long>(obj->trackId()));
     site.log(2, "[mix] disposeAudioUnitObj: %p, %p", obj->inUnit(), obj->inUnit());
