@@ -11,7 +11,6 @@ ConvertedInput::ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 cha
       rate_(rate),
       channels_(channels),
       innerChannels_(std::min(channels, format.channels)),
-      maximumFrames_(maximumFrames),
       reader_(format, innerChannels_, maximumFrames),
       converter_(format.sampleRate, rate, innerChannels_, maximumFrames),
       planes_(innerChannels_ == channels ? 0 : innerChannels_, maximumFrames) {

@@ -27,7 +27,6 @@ class ConvertedInput {
     Float64 rate_;
     UInt32 channels_;
     UInt32 innerChannels_;  ///< the fewer of both sides: no channel is resampled twice
-    UInt32 maximumFrames_;
     BusReader reader_;
     RateConverter converter_;
     Planes planes_;

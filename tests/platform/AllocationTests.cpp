@@ -71,7 +71,9 @@ TEST_F(Warm, aMicrophoneRendersWithoutAllocation) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
     expectNoAllocation();
-    EXPECT_GT(input.calls, 200);
+    if (!IsSkipped()) {
+        EXPECT_GT(input.calls, 200);
+    }
 }
 
 }  // namespace
