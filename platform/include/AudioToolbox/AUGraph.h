@@ -69,6 +69,15 @@ AU_EXPORT OSStatus AUGraphNodeInfo(AUGraph inGraph, AUNode inNode,
                                    AudioComponentDescription* outDescription,
                                    AudioUnit* outAudioUnit);
 
+/* Edits. What the graph itself can tell is answered at once, also while it runs:
+ * kAUGraphErr_NodeNotFound, and kAUGraphErr_InvalidConnection for an input or an output that is
+ * taken, a connection where a callback is or the reverse, and a disconnect of nothing. A
+ * callback replaces a callback; one without procedure takes it away. What only the units can tell
+ * (a bus they do not have, a format they do not take) is the answer of the call that brings the
+ * edit to them: AUGraphInitialize() for all that was asked before, the edit itself while the graph
+ * is initialised and stopped, AUGraphUpdate() while it runs. The queries show what was asked for.
+ */
+
 AU_EXPORT OSStatus AUGraphConnectNodeInput(AUGraph inGraph, AUNode inSourceNode,
                                            UInt32 inSourceOutputNumber, AUNode inDestNode,
                                            UInt32 inDestInputNumber);

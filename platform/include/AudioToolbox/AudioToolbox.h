@@ -7,10 +7,8 @@
 #include <AudioToolbox/AUGraph.h>
 #include <AudioToolbox/AudioComponent.h>
 #include <AudioToolbox/AudioOutputUnit.h>
+#include <AudioToolbox/AudioSession.h>
 #include <AudioToolbox/AudioUnitProperties.h>
 #include <CoreAudio/CoreAudioTypes.h>
-#if __has_include(<AudioToolbox/AudioSession.h>)
-#include <AudioToolbox/AudioSession.h>
-#endif
 
 #endif
