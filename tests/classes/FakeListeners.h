@@ -36,8 +36,12 @@ struct Noting {
         : book(calls), name(std::move(listenerName)) {}
     void notePCM() {
         book.note(name);
-        if (onCall) {
-            onCall();
+        call();
+    }
+    /// A copy runs, so that the call may replace itself.
+    void call() const {
+        if (const auto running = onCall) {
+            running();
         }
     }
     CallBook& book;
@@ -84,9 +88,7 @@ class FullListener : public RZReplayAudioRecorderListener<FullListener>, public 
                             const std::string& message) override {
         book.note(name + " " + std::to_string(category) + "/" + std::to_string(code) + " " +
                   message);
-        if (onCall) {
-            onCall();
-        }
+        call();
     }
     std::uint64_t getPCMDataType() override { return mask; }
     std::uint64_t mask;

@@ -79,8 +79,9 @@ class Hearer : public RZReplayVolumeControllerListener<Hearer> {
   private:
     void note(const char* feature, BOOL enabled) {
         heard_.push_back(name_ + feature + (enabled ? " 1" : " 0"));
-        if (onCall) {
-            onCall();
+        // A copy runs, so that the call may replace itself.
+        if (const auto running = onCall) {
+            running();
         }
     }
     std::vector<std::string>& heard_;

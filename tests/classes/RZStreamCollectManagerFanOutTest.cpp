@@ -58,7 +58,7 @@ class RZStreamCollectManagerFanOutTest : public testing::Test {
 
     RZStreamCollectManager& manager = RZStreamCollectManager::sharedManager();
     AudioBufferList pcm{};
-    const RZReplayASBDInfo info;
+    const RZReplayASBDInfo info{};
     CallBook book;
     LogCapture log;
 };

@@ -6,7 +6,8 @@
 /// process, while one of these lives. Two of them on one thread do not nest.
 ///
 /// Link AllocationCounter.cpp into the test program itself: it stands in for the C library's
-/// allocation functions, or, in sanitized programs, listens to the sanitizer's.
+/// allocation functions, or, in sanitized programs, listens to the sanitizer's (the thread
+/// sanitizer does not tell of aligned allocations).
 class AllocationCounter {
   public:
     AllocationCounter();
