@@ -2,16 +2,14 @@
 
 #include <Foundation/NSString.h>
 
-#include <source_location>
 #include <string>
 
 /// A printf-style format (with %@ for std::string) that remembers the line it stands on.
 struct RZLogFormat {
-    // Implicit, so that a call site is nothing but its level, format and arguments.
-    RZLogFormat(const char* format, std::source_location where = std::source_location::current())
-        : text(format), line(static_cast<int>(where.line())) {}
-    /// A text that belongs to a line named by number.
-    RZLogFormat(const char* format, int lineNumber) : text(format), line(lineNumber) {}
+    // Implicit, so that a call site is nothing but its level, format and arguments. The builtin
+    // rather than std::source_location, which not every compiler has yet.
+    RZLogFormat(const char* format, int lineNumber = __builtin_LINE())
+        : text(format), line(lineNumber) {}
     const char* text;
     int line;
 };

@@ -92,7 +92,7 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
         }
     }
     const auto callback = manager.callback();
-    const std::int32_t type = callback ? callback->getPCMDataType() : 0;
+    const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     if (obj && obj->isCapturing() && manager.isCapturing() && (type & RZPCMDataTypePre) != 0) {
         obj->tryWriteBuffersFrom(ioData, frames, NO);
     }

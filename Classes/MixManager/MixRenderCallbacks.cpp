@@ -49,7 +49,7 @@ OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
         return 0;
     }
     const auto callback = manager.callback();
-    const std::int32_t mask = callback ? callback->getPCMDataType() : 0;
+    const auto mask = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     if (capturing && (mask & RZPCMDataTypePre) != 0) {
         obj->tryWriteBuffersFrom(ioData, frames, NO);
     }

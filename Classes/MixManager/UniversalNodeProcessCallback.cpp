@@ -17,7 +17,7 @@ OSStatus UniversalNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* 
     }
     const int trackId = obj->trackId();
     const auto callback = manager.callback();
-    const std::int32_t type = callback ? callback->getPCMDataType() : 0;
+    const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     std::size_t postAvail = 0;
     std::size_t preAvail = 0;
 
