@@ -10,8 +10,8 @@
 
 namespace {
 
-using testing::Not;
 using testing::IsEmpty;
+using testing::Not;
 
 struct BadInput : Road {
     void run() {

@@ -48,8 +48,8 @@ TEST_F(SpoiltHost, whoseBufferIsTooSmallIsReportedOnceAndNotWritten) {
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList& list) { list.mBuffers[0].mDataByteSize = 100; };
     pump(5);
-    const std::string text = "[buffer] [" + who(unit) +
-                             "] [0] write size mis match. record: 1920, input: 100";
+    const std::string text =
+        "[buffer] [" + who(unit) + "] [0] write size mis match. record: 1920, input: 100";
     EXPECT_THAT(listener->events(), ElementsAre(event(2, 109, text)));
     EXPECT_THAT(logs->linesOf(kWrite), ElementsAre(IsLogLine(kFile, kWrite, 4, text)));
     EXPECT_THAT(listener->posts(), IsEmpty());
@@ -95,8 +95,8 @@ TEST_F(SpoiltHost, whoHandsBackFewerBuffersLeavesTheOthersSilent) {
     play(unit, stream_formats::floatPlanar(48000, 2));
     spoil = [](AudioBufferList& list) { list.mNumberBuffers = 1; };
     pump(5);
-    const std::string text = "[buffer] [" + who(unit) +
-                             "] read with diff buffer number. read: 2, write: 1";
+    const std::string text =
+        "[buffer] [" + who(unit) + "] read with diff buffer number. read: 2, write: 1";
     EXPECT_THAT(listener->events(), ElementsAre(event(3, 110, text)));
     EXPECT_THAT(logs->linesOf(kRead), ElementsAre(IsLogLine(kFile, kRead, 4, text)));
     const auto posts = listener->posts();
@@ -113,9 +113,9 @@ TEST_F(SpoiltHost, aRingThatIsFullIsReportedOnce) {
     pump(300);
     const auto held = unit.object()->getRingBufferSize(NO);
     ASSERT_GT(held, 200000U);
-    const std::string text = "[buffer] [" + who(unit) +
-                             "] [0] write size is zero. dataSize: 1920 and available: " +
-                             std::to_string(held);
+    const std::string text =
+        "[buffer] [" + who(unit) +
+        "] [0] write size is zero. dataSize: 1920 and available: " + std::to_string(held);
     EXPECT_THAT(listener->events(), ElementsAre(event(2, 111, text)));
     EXPECT_THAT(logs->linesOf(kWrite), ElementsAre(IsLogLine(kFile, kWrite, 4, text)));
     // And the road works again as soon as somebody reads.
@@ -134,9 +134,9 @@ TEST_F(SpoiltHost, whoseBusKeepsAnotherFormatIsReportedAsAReadMismatch) {
     // The host goes stereo and the bus refuses to follow.
     graph.sound.format = stream_formats::int16Interleaved(48000, 2);
     graph.setOutputFormat();
-    platform.fail("AudioUnitSetProperty", -10868,
-                  PlatformCalls::property(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
-                                          1));
+    platform.fail(
+        "AudioUnitSetProperty", -10868,
+        PlatformCalls::property(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 1));
     ASSERT_EQ(AUGraphUpdate(graph.graph(), nullptr), 0);
     platform.heal();
     listener->clear();
@@ -146,8 +146,7 @@ TEST_F(SpoiltHost, whoseBusKeepsAnotherFormatIsReportedAsAReadMismatch) {
     EXPECT_EQ(events[0].category, 3U);
     EXPECT_EQ(events[0].code, 109U);
     EXPECT_THAT(events[0].message,
-                testing::MatchesRegex("\\[buffer\\] \\[" +
-                                      pointerText(graph.object().get()) +
+                testing::MatchesRegex("\\[buffer\\] \\[" + pointerText(graph.object().get()) +
                                       "\\] \\[0\\] read size mis match. record: [0-9]+, , target: "
                                       "[0-9]+, input: [0-9]+"));
     EXPECT_THAT(logs->linesOf(kRead), ElementsAre(IsLogLine(kFile, kRead, 4, events[0].message)));
@@ -158,16 +157,15 @@ TEST_F(SpoiltHost, aNullListAndANullReferenceAreSurvived) {
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList&) {};
     AudioUnitRenderActionFlags flags = 0;
-    EXPECT_EQ(RZReplayAudioUnitCapture_InputProcessCallback(nullptr, nullptr, nullptr, 0, 0,
-                                                            nullptr),
-              0);
+    EXPECT_EQ(
+        RZReplayAudioUnitCapture_InputProcessCallback(nullptr, nullptr, nullptr, 0, 0, nullptr), 0);
     EXPECT_EQ(RZReplayAudioUnitCapture_InputProcessCallback(this, &flags, nullptr, 0xFFFFFFFF,
                                                             0xFFFFFFFF, nullptr),
               0);
     AudioBufferList empty{};
-    EXPECT_EQ(RZReplayAudioUnitCapture_InputProcessCallback(unit.unit(), &flags, nullptr, 0, 480,
-                                                            &empty),
-              0);
+    EXPECT_EQ(
+        RZReplayAudioUnitCapture_InputProcessCallback(unit.unit(), &flags, nullptr, 0, 480, &empty),
+        0);
     pump(3);
     EXPECT_FALSE(listener->mixes().back().isSilent());
 }

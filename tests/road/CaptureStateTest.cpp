@@ -229,12 +229,13 @@ TEST_F(CaptureState, anUnknownUnitOrGraphThatIsTakenOverChangesNothing) {
 
 TEST_F(CaptureState, aTakeOverNoticeWithoutAKeyIsLogged) {
     post("TQAudioNewRegisterAudioUnitNotification");
-    post("TQAudioNewRegisterAudioUnitNotification", {{"TQAudioNewRegisteredObject", std::string()}});
+    post("TQAudioNewRegisterAudioUnitNotification",
+         {{"TQAudioNewRegisteredObject", std::string()}});
     post("TQAudioNewRegisterAuGraphNotification", {{"TQAudioNewRegisteredObject", 5L}});
     constexpr const char* kText = "[mix]Error to get new registered audio unit";
-    EXPECT_THAT(logs->linesOf(kUnitTaken), ElementsAre(IsLogLine(kManagerFile, kUnitTaken, 4, kText),
-                                                       IsLogLine(kManagerFile, kUnitTaken, 4,
-                                                                 kText)));
+    EXPECT_THAT(logs->linesOf(kUnitTaken),
+                ElementsAre(IsLogLine(kManagerFile, kUnitTaken, 4, kText),
+                            IsLogLine(kManagerFile, kUnitTaken, 4, kText)));
     EXPECT_THAT(logs->linesOf(kGraphTaken),
                 ElementsAre(IsLogLine(kManagerFile, kGraphTaken, 4, kText)));
 }
@@ -274,9 +275,8 @@ TEST_F(CaptureState, aUnitThatIsStoppedIsNotCapturedByAStart) {
                 Contains(IsLogLine(kManagerFile, kEligible, 4, "status isStarted:0, isCapture:0")));
     const std::string unit = pointerText(host.unit());
     EXPECT_THAT(listener->events(),
-                ElementsAre(event(0, 0,
-                                  "[{key: " + unit + ", unit: " + unit +
-                                      ", capture: 0, starte: 0},]")));
+                ElementsAre(event(
+                    0, 0, "[{key: " + unit + ", unit: " + unit + ", capture: 0, starte: 0},]")));
 }
 
 TEST_F(CaptureState, aStartWhileCaptureIsOffTouchesNoGraph) {

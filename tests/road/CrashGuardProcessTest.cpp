@@ -225,10 +225,9 @@ TEST_F(Launches, aCachesFolderThatCannotBeMadeLeavesTheHooksOut) {
     const fs::path blocked = caches / "file";
     write(blocked, "not a folder");
     for (const char* tail : {"", "/below"}) {
-        const HostRun run = runHost({kTone, "play"},
-                                    {{"XDG_CACHE_HOME", blocked.string() + tail},
-                                     {"TQ_AUDIO_DEVICE", "manual"},
-                                     {"LD_PRELOAD", kLibrary}});
+        const HostRun run = runHost({kTone, "play"}, {{"XDG_CACHE_HOME", blocked.string() + tail},
+                                                      {"TQ_AUDIO_DEVICE", "manual"},
+                                                      {"LD_PRELOAD", kLibrary}});
         expectPlays(run, "out");
     }
 }

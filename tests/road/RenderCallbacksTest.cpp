@@ -238,9 +238,10 @@ TEST_F(RenderCallbacks, aUnitWithoutAnObjectIsReportedAtMostOnceInTwoSeconds) {
     EXPECT_EQ(sound().calls, before) << "nobody knows the host's callback any more";
     const auto seconds = std::chrono::steady_clock::now() - begin;
     const auto allowed = 1 + static_cast<std::size_t>(seconds / std::chrono::seconds(2));
-    const std::string text = "[AudioUnitHook] UniversalInputProcessCallback, audio unit obj not "
-                             "found: " +
-                             pointerText(host().unit());
+    const std::string text =
+        "[AudioUnitHook] UniversalInputProcessCallback, audio unit obj not "
+        "found: " +
+        pointerText(host().unit());
     const auto events = listener->events();
     ASSERT_FALSE(events.empty());
     EXPECT_LE(events.size(), allowed);
@@ -453,14 +454,14 @@ TEST_F(RenderCallbacks, aFormatThatCannotBeProcessedIsReportedOnce) {
     ASSERT_EQ(controller.enableDucking(&ducking), 0);
     listener->clear();
     slices(20);
-    const std::string text = "[buffer] unsupport pcm format: " +
-                             std::to_string(sound().format.mFormatFlags) +
-                             ", bisPerChn: 16, chnPerFrame: 2";
+    const std::string text =
+        "[buffer] unsupport pcm format: " + std::to_string(sound().format.mFormatFlags) +
+        ", bisPerChn: 16, chnPerFrame: 2";
     EXPECT_THAT(listener->events(), testing::ElementsAre(event(5, 112, text)));
     constexpr const char* kProcess = "-[RZReplayAudioUnitObject processBuffer:numberFrames:]";
-    EXPECT_THAT(logs->linesOf(kProcess),
-                testing::ElementsAre(
-                    IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
+    EXPECT_THAT(
+        logs->linesOf(kProcess),
+        testing::ElementsAre(IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Scopes, Processing,

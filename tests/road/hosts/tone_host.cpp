@@ -55,10 +55,11 @@ bool play(Tone& tone) {
                                            kAudioUnitManufacturer_Apple, 0, 0};
     AudioUnit unit = nullptr;
     const AURenderCallbackStruct callback{render, &tone};
-    bool isGood = AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit) == 0 &&
-                  AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback,
-                                       kAudioUnitScope_Input, 0, &callback, sizeof(callback)) == 0 &&
-                  AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
+    bool isGood =
+        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit) == 0 &&
+        AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+                             &callback, sizeof(callback)) == 0 &&
+        AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
     for (int i = 0; i < 10 && isGood; ++i) {
         isGood = TQManualDevicePump(480, static_cast<UInt64>(i) * 10'000'000) == 0;
     }
@@ -68,10 +69,8 @@ bool play(Tone& tone) {
 
 /// Asks the capture library by its symbols, if it is in the process: a host has no headers of it.
 const char* hooks() {
-    void* const shared =
-        dlsym(RTLD_DEFAULT, "_ZN22RZStreamCollectManager13sharedManagerEv");
-    void* const started =
-        dlsym(RTLD_DEFAULT, "_ZNK22RZStreamCollectManager13isHookStartedEv");
+    void* const shared = dlsym(RTLD_DEFAULT, "_ZN22RZStreamCollectManager13sharedManagerEv");
+    void* const started = dlsym(RTLD_DEFAULT, "_ZNK22RZStreamCollectManager13isHookStartedEv");
     if (shared == nullptr || started == nullptr) {
         return "absent";
     }
