@@ -14,12 +14,13 @@
 
 namespace {
 
-thread_local bool isCounting = false;
-thread_local std::size_t allocations = 0;
+// volatile: compilers know malloc() and take it to change no variable of the program.
+thread_local volatile bool isCounting = false;
+thread_local volatile std::size_t allocations = 0;
 
 void note() noexcept {
     if (isCounting) {
-        ++allocations;
+        allocations = allocations + 1;
     }
 }
 
