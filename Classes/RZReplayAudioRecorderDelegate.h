@@ -19,8 +19,10 @@ enum RZPCMDataType : std::uint32_t {
 /// A listener of recorded sound. Derive from RZReplayAudioRecorderListener, which finds out which
 /// of the methods a class has; a method that is not there is never called.
 ///
-/// Methods run with the library's listener lock held: keep them short, and neither add nor
-/// remove listeners from inside. What they throw is caught and logged.
+/// Methods run with the library's listener lock held, events often with others too: keep them
+/// short, neither add nor remove listeners from inside, and call no function of units, graphs or
+/// the volume controller there: another thread may hold its lock and wait for this one. What they
+/// throw is caught and logged.
 class TQ_RECORD_EXPORT RZReplayAudioRecorderDelegate {
   public:
     enum class Method { onAudioReceivePCM, onAudioRecordEvent, getPCMDataType };

@@ -56,8 +56,8 @@ BOOL RZStreamCollectManager::isHookStarted() const {
            RZReplayAudioUnitGraphCapturer::isHookStarted();
 }
 
-const std::vector<RZStreamCollectManager::Listener>& RZStreamCollectManager::arrAudioListener()
-    const {
+std::vector<RZStreamCollectManager::Listener> RZStreamCollectManager::arrAudioListener() const {
+    const TQAudioRecordLock guard(state_->lock);
     return state_->arrAudioListener;
 }
 

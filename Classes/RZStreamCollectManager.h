@@ -50,7 +50,8 @@ class TQ_RECORD_EXPORT RZStreamCollectManager
     /// YES when the block opens with a full-scale sample, as garbage does; NO for null or empty.
     [[nodiscard]] BOOL checkAudioRealTimeError(const AudioBufferList* list) const;
 
-    [[nodiscard]] const std::vector<Listener>& arrAudioListener() const;
+    /// A copy, in the order of registration.
+    [[nodiscard]] std::vector<Listener> arrAudioListener() const;
     /// Whose removal emptied the list last, while it lives.
     [[nodiscard]] Listener lastStopAudioListener() const;
     [[nodiscard]] const std::shared_ptr<RZReplayAudioRecorder>& audioRecorder() const;

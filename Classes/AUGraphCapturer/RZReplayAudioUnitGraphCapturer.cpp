@@ -91,7 +91,10 @@ OSStatus Record_graph_AUGraphSetNodeInputCallback(AUGraph graph, AUNode node, UI
         return platform_AUGraphSetNodeInputCallback(graph, node, inputNumber, callback);
     }
     const AURenderCallbackStruct replacement{RZReplayAudioUnitCapture_InputProcessCallback, graph};
-    const bool isTakenOver = callback != nullptr && takeOverNodeCallback(graph, node, *callback);
+    // Ours, read back from the graph and set again, would call itself for ever.
+    const bool isTakenOver = callback != nullptr &&
+                             callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback &&
+                             takeOverNodeCallback(graph, node, *callback);
     const OSStatus status = platform_AUGraphSetNodeInputCallback(
         graph, node, inputNumber, isTakenOver ? &replacement : callback);
     site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph, node,

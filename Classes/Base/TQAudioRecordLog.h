@@ -5,8 +5,9 @@
 #include "TQAudioRecordExport.h"
 
 /// Receives every log record of the library. Runs on the logging thread, real-time audio threads
-/// included, one call at a time; it may log, register and unregister. The texts and strings are
-/// valid during the call. `level` is 1 debug, 2 info, 3 warning, 4 error.
+/// included, one call at a time and often with locks of the library held; it may log, register and
+/// unregister, but must call nothing else of the library, of units or of graphs. The texts and
+/// strings are valid during the call. `level` is 1 debug, 2 info, 3 warning, 4 error.
 using TQAudioRecordLogCallback = void (*)(const char* file, const char* function, NSString* tag,
                                           int level, int line, NSString* message);
 

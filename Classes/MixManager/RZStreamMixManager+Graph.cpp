@@ -317,8 +317,11 @@ BOOL RZStreamMixManager::updateAUGraph() {
     if (mGraph() == nullptr || !isCapturing()) {
         return NO;
     }
-    const TQAudioRecordLock guard(auGraphUpdateLock_);
-    switch (AUGraphUpdate(mGraph(), nullptr)) {
+    TQAudioRecordLock guard(auGraphUpdateLock_);
+    const OSStatus status = AUGraphUpdate(mGraph(), nullptr);
+    // Before anybody is told: a delivery must not wait for a listener of events.
+    guard.unlock();
+    switch (status) {
         case 0:
             report(site, 2, 1, 0, "[mix] AUGraph update success.");
             return YES;
