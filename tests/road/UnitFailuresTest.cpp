@@ -352,6 +352,19 @@ TEST_F(RouteChange, whoseBusRefusesTheFormatIsRaisedAndKeepsTheKnownFormat) {
     EXPECT_EQ(host.object()->streamDesc().mSampleRate, 48000);
 }
 
+TEST_F(RouteChange, readsTheDevicesSideOfEveryCapturingUnit) {
+    HostUnit notified;
+    HostUnit takenOver;
+    notified.play(kAudioUnitScope_Output);
+    takenOver.play();
+    ASSERT_TRUE(startCapture());
+    ASSERT_EQ(takenOver.object()->streamDesc().mBitsPerChannel, 16U);
+    post();
+    EXPECT_EQ(takenOver.object()->streamDesc().mBitsPerChannel, 32U);
+    EXPECT_EQ(takenOver.object()->streamDesc().mFormatFlags,
+              notified.object()->streamDesc().mFormatFlags);
+}
+
 TEST_F(RouteChange, withTakenOverUnitsOnlyChangesNothing) {
     HostUnit host;
     host.play();
