@@ -106,6 +106,22 @@ TEST_F(RZReplayAudioUnitObjectProcessTest, SixteenBitIsDuckedInPlace) {
     EXPECT_THAT(receiver->events(), IsEmpty());
 }
 
+TEST_F(RZReplayAudioUnitObjectProcessTest, ChannelsOfAFrameGetTheSameGain) {
+    obj.setStreamDesc(stream_formats::floatInterleaved(44100, 2));
+    const RZReplayVolumeDuckingParam param(YES);
+    obj.setDuckingParam(&param);
+    obj.getOrCreateBufferAt(0);
+    obj.updateDuckingVolume(0.0F, YES);
+    auto list = OwnedBufferList::interleaved(2, 800);
+    list.fill<float>({0.5F});
+    obj.processBuffer(list.get(), 100);
+    const auto samples = list.copyOf<float>();
+    for (std::size_t i = 0; i + 3 < samples.size(); i += 2) {
+        EXPECT_EQ(samples[i], samples[i + 1]);
+        EXPECT_GT(samples[i + 1], samples[i + 2]) << "on its way down";
+    }
+}
+
 TEST_F(RZReplayAudioUnitObjectProcessTest, ThirtyTwoBitIntegerIsDuckedInPlace) {
     obj.setStreamDesc(stream_formats::int32Interleaved(44100, 1));
     duck();

@@ -165,6 +165,19 @@ TEST_F(TQAudioRecordLogTest, CallbackRemovedDuringTheDispatchIsNotCalledAnyMore)
     EXPECT_EQ((std::vector<std::string>{"A"}), calls);
 }
 
+TEST_F(TQAudioRecordLogTest, CallbackThatRemovesItselfAndTheNextOneIsFollowedByTheOneAfter) {
+    static TQAudioRecordLogCallback self = nullptr;
+    self = [](const char*, const char*, NSString*, int, int, NSString*) {
+        TQAudioRecordUnregisterYLogCallback(self);
+        TQAudioRecordUnregisterYLogCallback(callbackB);
+    };
+    TQAudioRecordRegisterYLogCallback(callbackA);
+    TQAudioRecordRegisterYLogCallback(callbackB);
+    TQAudioRecordRegisterYLogCallback(self);
+    logSomething();
+    EXPECT_EQ((std::vector<std::string>{"A"}), calls);
+}
+
 TEST_F(TQAudioRecordLogTest, CallbackRegisteredDuringTheDispatchWaitsForTheNextRecord) {
     const auto adder = [](const char*, const char*, NSString*, int, int, NSString*) {
         if (calls.empty()) {
