@@ -51,11 +51,12 @@ const dispatch_queue_t& RZReplayAudioRecorder::queue() const {
 }
 
 void RZReplayAudioRecorder::startRecord() {
-    dispatch_async(queue(), [manager = manager()] { manager->startCapture(); });
+    // Held by the block: a start that was asked for runs though its recorder goes.
+    dispatch_async(queue(), [self = shared_from_this()] { self->manager()->startCapture(); });
 }
 
 void RZReplayAudioRecorder::stopRecord() {
-    dispatch_async(queue(), [manager = manager()] { manager->stopCapture(); });
+    dispatch_async(queue(), [self = shared_from_this()] { self->manager()->stopCapture(); });
 }
 
 std::shared_ptr<RZReplayAudioRecorderInternalDelegate> RZReplayAudioRecorder::responder(

@@ -12,7 +12,8 @@ class RZStreamMixManager;
 /// delegate: forwards every call on the calling thread, with no lock and no copy. Starting and
 /// stopping run on a serial queue of its own, in the order asked for.
 class TQ_RECORD_EXPORT RZReplayAudioRecorder
-    : public RZReplayAudioRecorderInternalListener<RZReplayAudioRecorder> {
+    : public RZReplayAudioRecorderInternalListener<RZReplayAudioRecorder>,
+      public std::enable_shared_from_this<RZReplayAudioRecorder> {
   public:
     /// A new recorder, already the mix manager's callback: a second one takes over from the first.
     [[nodiscard]] static std::shared_ptr<RZReplayAudioRecorder> create();

@@ -43,22 +43,26 @@ class TQ_RECORD_EXPORT RZReplayAudioRecorderDelegate {
 };
 
 /// The base of a listener: `class Mine : public RZReplayAudioRecorderListener<Mine>` with any of
-/// the methods, public.
-template <class Derived>
-class RZReplayAudioRecorderListener : public RZReplayAudioRecorderDelegate {
+/// the methods, public. A class that derives from such a listener and adds methods names both:
+/// `class More : public RZReplayAudioRecorderListener<More, Mine>`.
+template <class Derived, class Parent = RZReplayAudioRecorderDelegate>
+class RZReplayAudioRecorderListener : public Parent {
   public:
+    using Parent::Parent;
+    using typename Parent::Method;
+
     [[nodiscard]] BOOL respondsTo(Method method) const override {
         using Base = RZReplayAudioRecorderDelegate;
         switch (method) {
             case Method::onAudioReceivePCM:
-                return isMethodImplemented<decltype(&Derived::onAudioReceivePCM),
-                                           decltype(&Base::onAudioReceivePCM)>;
+                return isMethodImplemented<Derived, decltype(&Derived::onAudioReceivePCM),
+                                           decltype(&Base::onAudioReceivePCM)>();
             case Method::onAudioRecordEvent:
-                return isMethodImplemented<decltype(&Derived::onAudioRecordEvent),
-                                           decltype(&Base::onAudioRecordEvent)>;
+                return isMethodImplemented<Derived, decltype(&Derived::onAudioRecordEvent),
+                                           decltype(&Base::onAudioRecordEvent)>();
             case Method::getPCMDataType:
-                return isMethodImplemented<decltype(&Derived::getPCMDataType),
-                                           decltype(&Base::getPCMDataType)>;
+                return isMethodImplemented<Derived, decltype(&Derived::getPCMDataType),
+                                           decltype(&Base::getPCMDataType)>();
         }
         return NO;
     }
@@ -85,24 +89,27 @@ class TQ_RECORD_EXPORT RZReplayAudioRecorderInternalDelegate {
     [[nodiscard]] virtual std::int32_t getPCMDataType();
 };
 
-template <class Derived>
-class RZReplayAudioRecorderInternalListener : public RZReplayAudioRecorderInternalDelegate {
+template <class Derived, class Parent = RZReplayAudioRecorderInternalDelegate>
+class RZReplayAudioRecorderInternalListener : public Parent {
   public:
+    using Parent::Parent;
+    using typename Parent::Method;
+
     [[nodiscard]] BOOL respondsTo(Method method) const override {
         using Base = RZReplayAudioRecorderInternalDelegate;
         switch (method) {
             case Method::onAudioReceivePrePCM:
-                return isMethodImplemented<decltype(&Derived::onAudioReceivePrePCM),
-                                           decltype(&Base::onAudioReceivePrePCM)>;
+                return isMethodImplemented<Derived, decltype(&Derived::onAudioReceivePrePCM),
+                                           decltype(&Base::onAudioReceivePrePCM)>();
             case Method::onAudioReceivePostPCM:
-                return isMethodImplemented<decltype(&Derived::onAudioReceivePostPCM),
-                                           decltype(&Base::onAudioReceivePostPCM)>;
+                return isMethodImplemented<Derived, decltype(&Derived::onAudioReceivePostPCM),
+                                           decltype(&Base::onAudioReceivePostPCM)>();
             case Method::onAudioRecordEvent:
-                return isMethodImplemented<decltype(&Derived::onAudioRecordEvent),
-                                           decltype(&Base::onAudioRecordEvent)>;
+                return isMethodImplemented<Derived, decltype(&Derived::onAudioRecordEvent),
+                                           decltype(&Base::onAudioRecordEvent)>();
             case Method::getPCMDataType:
-                return isMethodImplemented<decltype(&Derived::getPCMDataType),
-                                           decltype(&Base::getPCMDataType)>;
+                return isMethodImplemented<Derived, decltype(&Derived::getPCMDataType),
+                                           decltype(&Base::getPCMDataType)>();
         }
         return NO;
     }

@@ -36,14 +36,12 @@ int volumeFormat(const AudioStreamBasicDescription& desc) {
 }  // namespace
 
 template <class... Arguments>
-void RZReplayAudioUnitObject::raiseFiltered(const RZLogSite& site, int category, int code,
-                                            RZLogFormat format, const Arguments&... arguments) {
-    if (eventFilter_->FilterEvent(category, code)) {
-        const std::string message = RZFormat(format.text, arguments...);
-        site.write(kErrorLevel, format.line, message);
-        onAudioRecordEvent(static_cast<std::uint64_t>(category), static_cast<std::uint64_t>(code),
-                           message);
-    }
+void RZReplayAudioUnitObject::raise(const RZLogSite& site, int category, int code,
+                                    RZLogFormat format, const Arguments&... arguments) {
+    const std::string message = RZFormat(format.text, arguments...);
+    site.write(kErrorLevel, format.line, message);
+    onAudioRecordEvent(static_cast<std::uint64_t>(category), static_cast<std::uint64_t>(code),
+                       message);
 }
 
 BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, UInt32 frames,
@@ -61,13 +59,16 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
         // buffers under a stereo description.
         const UInt32 size = (b.mNumberChannels * frames * bitsPerChannel) >> 3;
         if (size > b.mDataByteSize) {
-            raiseFiltered(site, 2, 109,
-                          "[buffer] [%p] [%d] write size mis match. record: %d, input: %d", this, i,
-                          size, b.mDataByteSize);
-        } else if (buffer->writeAudioBuffer(b, size, isProcessed) == 0) {
-            raiseFiltered(site, 2, 111,
-                          "[buffer] [%p] [%d] write size is zero. dataSize: %d and available: %ld",
-                          this, i, size, static_cast<long>(buffer->getRingBufferSize(isProcessed)));
+            if (eventFilter_->FilterEvent(2, 109)) {
+                raise(site, 2, 109,
+                      "[buffer] [%p] [%d] write size mis match. record: %d, input: %d", this, i,
+                      size, b.mDataByteSize);
+            }
+        } else if (buffer->writeAudioBuffer(b, size, isProcessed) == 0 &&
+                   eventFilter_->FilterEvent(2, 111)) {
+            raise(site, 2, 111,
+                  "[buffer] [%p] [%d] write size is zero. dataSize: %d and available: %ld", this, i,
+                  size, static_cast<long>(buffer->getRingBufferSize(isProcessed)));
         }
     }
     return YES;
@@ -108,11 +109,13 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
                                            BOOL isProcessed, BOOL clean, const ReadSizes& sizes) {
     constexpr RZLogSite site(
         kFile, "-[RZReplayAudioUnitObject tryReadBuffersTo:numberFrames:isProcessed:]");
-    const AudioBuffer& b = list.mBuffers[index];
+    AudioBuffer& b = list.mBuffers[index];
     if (bufferList_.size() <= index) {
-        raiseFiltered(site, 3, 110,
-                      "[buffer] [%p] read with diff buffer number. read: %d, write: %d", this,
-                      list.mNumberBuffers, static_cast<int>(bufferList_.size()));
+        fillSilence(b);
+        if (eventFilter_->FilterEvent(3, 110)) {
+            raise(site, 3, 110, "[buffer] [%p] read with diff buffer number. read: %d, write: %d",
+                  this, list.mNumberBuffers, static_cast<int>(bufferList_.size()));
+        }
         return NO;
     }
     RZReplayAudioUnitBuffer& buffer = *bufferList_[index];
@@ -121,9 +124,11 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
         return NO;
     }
     if (sizes.target > b.mDataByteSize || sizes.mismatch) {
-        raiseFiltered(site, 3, 109,
-                      "[buffer] [%p] [%d] read size mis match. record: %d, , target: %d, input: %d",
-                      this, index, sizes.record, sizes.target, b.mDataByteSize);
+        if (eventFilter_->FilterEvent(3, 109)) {
+            raise(site, 3, 109,
+                  "[buffer] [%p] [%d] read size mis match. record: %d, , target: %d, input: %d",
+                  this, index, sizes.record, sizes.target, b.mDataByteSize);
+        }
         return NO;
     }
     if (!sizes.toS16) {
@@ -159,9 +164,10 @@ void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*fram
     const AudioStreamBasicDescription desc = streamDesc();
     const int format = volumeFormat(desc);
     if (format < 0) {
-        raiseFiltered(site, 5, 112,
-                      "[buffer] unsupport pcm format: %d, bisPerChn: %d, chnPerFrame: %d",
-                      desc.mFormatFlags, desc.mBitsPerChannel, desc.mChannelsPerFrame);
+        if (eventFilter_->FilterEvent(5, 112)) {
+            raise(site, 5, 112, "[buffer] unsupport pcm format: %d, bisPerChn: %d, chnPerFrame: %d",
+                  desc.mFormatFlags, desc.mBitsPerChannel, desc.mChannelsPerFrame);
+        }
         return;
     }
     if (list == nullptr || list->mNumberBuffers == 0) {

@@ -134,9 +134,10 @@ class RZReplayAudioUnitObject {
     [[nodiscard]] ReadSizes readSizes(UInt32 frames) const;
     BOOL readBufferAt(UInt32 index, AudioBufferList& list, UInt32 frames, BOOL isProcessed,
                       BOOL clean, const ReadSizes& sizes);
+    /// Logs a message and raises it as an event; for what passed the event filter. Allocates.
     template <class... Arguments>
-    void raiseFiltered(const class RZLogSite& site, int category, int code,
-                       struct RZLogFormat format, const Arguments&... arguments);
+    void raise(const class RZLogSite& site, int category, int code, struct RZLogFormat format,
+               const Arguments&... arguments);
 
     std::shared_ptr<const RZReplayVolumeDuckingParam> duckingParam_;
     std::shared_ptr<const RZReplayVolumeCompressorParam> compressorParam_;

@@ -54,14 +54,9 @@ void notifyDelegates(RZReplayVolumeControllerDelegate::Method method,
     }
     for (std::size_t i = 0; i < copy.count(); ++i) {
         const auto delegate = copy.pointerAtIndex(i);
-        if (!delegate || !delegate->respondsTo(method)) {
-            continue;
-        }
-        try {
-            (delegate.get()->*onStateChanged)(enabled);
-        } catch (...) {
-            // The state has changed all the same; the other delegates still hear of it.
-            continue;
+        if (delegate && delegate->respondsTo(method)) {
+            // The state has changed whatever a delegate throws; the others still hear of it.
+            NSCallGuarded([&] { (delegate.get()->*onStateChanged)(enabled); });
         }
     }
 }

@@ -22,18 +22,22 @@ class TQ_RECORD_EXPORT RZReplayVolumeControllerDelegate {
     virtual void onCompressorGlobalStateChanged(BOOL enabled);
 };
 
-template <class Derived>
-class RZReplayVolumeControllerListener : public RZReplayVolumeControllerDelegate {
+template <class Derived, class Parent = RZReplayVolumeControllerDelegate>
+class RZReplayVolumeControllerListener : public Parent {
   public:
+    using Parent::Parent;
+    using typename Parent::Method;
+
     [[nodiscard]] BOOL respondsTo(Method method) const override {
         using Base = RZReplayVolumeControllerDelegate;
         switch (method) {
             case Method::onDuckingGlobalStateChanged:
-                return isMethodImplemented<decltype(&Derived::onDuckingGlobalStateChanged),
-                                           decltype(&Base::onDuckingGlobalStateChanged)>;
+                return isMethodImplemented<Derived, decltype(&Derived::onDuckingGlobalStateChanged),
+                                           decltype(&Base::onDuckingGlobalStateChanged)>();
             case Method::onCompressorGlobalStateChanged:
-                return isMethodImplemented<decltype(&Derived::onCompressorGlobalStateChanged),
-                                           decltype(&Base::onCompressorGlobalStateChanged)>;
+                return isMethodImplemented<Derived,
+                                           decltype(&Derived::onCompressorGlobalStateChanged),
+                                           decltype(&Base::onCompressorGlobalStateChanged)>();
         }
         return NO;
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <event_filter.h>
+
 #include "RZReplayAudioRecorder.h"
 #include "RZStreamCollectManager.h"
 
@@ -10,4 +12,6 @@ struct RZStreamCollectManager::State {
     std::shared_ptr<NSRecursiveLock> lock = std::make_shared<NSRecursiveLock>();
     /// Changes of the list so far, to notice one in the middle of a pass.
     std::uint64_t mutations = 0;
+    /// A listener that goes wrong on every block is named once in a while.
+    korva_audio_utils::EventFilter faultFilter;
 };

@@ -15,6 +15,11 @@ using ListenerMethod = RZReplayAudioRecorderDelegate::Method;
 namespace {
 constexpr const char* kFile = "Classes/RZStreamCollectManager";
 
+// Faults of listeners, told apart for the filter that keeps their reports rare.
+constexpr long kFaultIntervalMilliseconds = 2000;
+constexpr int kThrew = 1;
+constexpr int kChangedTheList = 2;
+
 std::string className(const RZStreamCollectManager::Listener& listener) {
     if (!listener) {
         return "(null)";
@@ -36,6 +41,7 @@ RZStreamCollectManager& RZStreamCollectManager::sharedManager() {
 }
 
 RZStreamCollectManager::RZStreamCollectManager() : state_(std::make_unique<State>()) {
+    state_->faultFilter.SetInterval(kFaultIntervalMilliseconds);
 }
 RZStreamCollectManager::~RZStreamCollectManager() = default;
 
@@ -64,6 +70,17 @@ std::vector<RZStreamCollectManager::Listener> RZStreamCollectManager::arrAudioLi
 RZStreamCollectManager::Listener RZStreamCollectManager::lastStopAudioListener() const {
     const TQAudioRecordLock guard(state_->lock);
     return state_->lastStopAudioListener.lock();
+}
+
+void RZStreamCollectManager::setArrAudioListener(std::vector<Listener> listeners) {
+    const TQAudioRecordLock guard(state_->lock);
+    state_->arrAudioListener.swap(listeners);
+    ++state_->mutations;
+}
+
+void RZStreamCollectManager::setLastStopAudioListener(const Listener& listener) {
+    const TQAudioRecordLock guard(state_->lock);
+    state_->lastStopAudioListener = listener;
 }
 
 const std::shared_ptr<RZReplayAudioRecorder>& RZStreamCollectManager::audioRecorder() const {
@@ -122,20 +139,21 @@ BOOL RZStreamCollectManager::stopAudioStreamCollect(const Listener& listener) {
 /// One pass over the listeners under the lock. A listener that throws is logged and passed over;
 /// one that changes the list ends the pass, since whoever comes next is no longer certain.
 template <class Deliver>
-void RZStreamCollectManager::deliver(const RZLogSite& site, Deliver&& deliverTo) {
+void RZStreamCollectManager::deliver(Method method, const RZLogSite& site, Deliver&& deliverTo) {
     const TQAudioRecordLock guard(state_->lock);
     const auto& list = state_->arrAudioListener;
     const auto mutations = state_->mutations;
     for (std::size_t i = 0; i < list.size(); ++i) {
         const Listener listener = list[i];
-        try {
-            deliverTo(*listener);
-        } catch (...) {
+        if (!NSCallGuarded([&] { deliverTo(*listener); }) &&
+            state_->faultFilter.FilterEvent(static_cast<int>(method), kThrew)) {
             site.log(4, "obj threw an exception: %@", className(listener));
         }
         if (state_->mutations != mutations) {
-            site.log(4, "obj changed the listeners while they are being called: %@",
-                     className(listener));
+            if (state_->faultFilter.FilterEvent(static_cast<int>(method), kChangedTheList)) {
+                site.log(4, "obj changed the listeners while they are being called: %@",
+                         className(listener));
+            }
             return;
         }
     }
@@ -144,7 +162,7 @@ void RZStreamCollectManager::deliver(const RZLogSite& site, Deliver&& deliverTo)
 void RZStreamCollectManager::onAudioReceivePrePCM(AudioBufferList* pcm,
                                                   const RZReplayASBDInfo& info) {
     constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioReceivePrePCM:description:]");
-    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+    deliver(Method::onAudioReceivePrePCM, site, [&](RZReplayAudioRecorderDelegate& listener) {
         if (!listener.respondsTo(ListenerMethod::onAudioReceivePCM)) {
             return;
         }
@@ -159,7 +177,7 @@ void RZStreamCollectManager::onAudioReceivePrePCM(AudioBufferList* pcm,
 void RZStreamCollectManager::onAudioReceivePostPCM(AudioBufferList* pcm,
                                                    const RZReplayASBDInfo& info) {
     constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioReceivePostPCM:description:]");
-    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+    deliver(Method::onAudioReceivePostPCM, site, [&](RZReplayAudioRecorderDelegate& listener) {
         // Stricter than for pre blocks: post PCM is for those only that ask for it.
         if (listener.respondsTo(ListenerMethod::onAudioReceivePCM) &&
             listener.respondsTo(ListenerMethod::getPCMDataType) &&
@@ -172,7 +190,7 @@ void RZStreamCollectManager::onAudioReceivePostPCM(AudioBufferList* pcm,
 void RZStreamCollectManager::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
                                                 const std::string& message) {
     constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioRecordEvent:code:message:]");
-    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+    deliver(Method::onAudioRecordEvent, site, [&](RZReplayAudioRecorderDelegate& listener) {
         if (listener.respondsTo(ListenerMethod::onAudioRecordEvent)) {
             listener.onAudioRecordEvent(category, code, message);
         }
@@ -182,7 +200,7 @@ void RZStreamCollectManager::onAudioRecordEvent(std::uint64_t category, std::uin
 std::int32_t RZStreamCollectManager::getPCMDataType() {
     constexpr RZLogSite site(kFile, "-[RZStreamCollectManager getPCMDataType]");
     std::uint64_t mask = 0;
-    deliver(site, [&](RZReplayAudioRecorderDelegate& listener) {
+    deliver(Method::getPCMDataType, site, [&](RZReplayAudioRecorderDelegate& listener) {
         mask |= listener.respondsTo(ListenerMethod::getPCMDataType)
                     ? listener.getPCMDataType()
                     : std::uint64_t{RZPCMDataTypePre};

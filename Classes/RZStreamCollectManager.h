@@ -52,9 +52,13 @@ class TQ_RECORD_EXPORT RZStreamCollectManager
 
     /// A copy, in the order of registration.
     [[nodiscard]] std::vector<Listener> arrAudioListener() const;
+    /// Replaces the list and nothing else: recording is neither started nor stopped.
+    void setArrAudioListener(std::vector<Listener> listeners);
     /// Whose removal emptied the list last, while it lives.
     [[nodiscard]] Listener lastStopAudioListener() const;
+    void setLastStopAudioListener(const Listener& listener);
     [[nodiscard]] const std::shared_ptr<RZReplayAudioRecorder>& audioRecorder() const;
+    /// The lock of every delivery; holding it keeps blocks and events back.
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& lock() const;
 
     void onAudioReceivePrePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) override;
@@ -68,7 +72,7 @@ class TQ_RECORD_EXPORT RZStreamCollectManager
     RZStreamCollectManager();
     ~RZStreamCollectManager() override;
     template <class Deliver>
-    void deliver(const class RZLogSite& site, Deliver&& deliverTo);
+    void deliver(Method method, const class RZLogSite& site, Deliver&& deliverTo);
 
     struct State;
     const std::unique_ptr<State> state_;

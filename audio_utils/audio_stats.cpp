@@ -36,16 +36,25 @@ bool KorvaAudioStats::removeHookAudioTrack(unsigned long id) {
     if (trackInfos_.erase(id) == 0) {
         return false;
     }
-    trackStats_.erase(id);
+    // Kept for the next new track: a render thread that still serves this one must not allocate.
+    if (auto node = trackStats_.extract(id)) {
+        spareStat_ = std::move(node);
+    }
     return true;
 }
 
 std::int32_t KorvaAudioStats::updateHookAudioTrackStats(unsigned long id, HookAudioTrackStat stat) {
     const std::lock_guard lock(mutex_);
-    const auto [entry, isNew] = trackStats_.try_emplace(id, stat);
-    if (!isNew) {
+    const auto entry = trackStats_.find(id);
+    if (entry != trackStats_.end()) {
         entry->second.pre_buffer_size = stat.pre_buffer_size;
         entry->second.post_buffer_size = stat.post_buffer_size;
+    } else if (spareStat_) {
+        spareStat_.key() = id;
+        spareStat_.mapped() = stat;
+        trackStats_.insert(std::move(spareStat_));
+    } else {
+        trackStats_.emplace(id, stat);
     }
     return 0;
 }

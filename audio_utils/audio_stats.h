@@ -12,7 +12,7 @@ namespace korva_audio_utils {
 ///
 /// Every operation takes one mutex for its whole duration and may be called from any thread, the
 /// render thread included: there updateHookAudioTrackStats allocates only for a track that it sees
-/// for the first time.
+/// for the first time, and not for one that was just removed.
 class KorvaAudioStats {
   public:
     struct HookAudioTrackInfo {
@@ -56,6 +56,7 @@ class KorvaAudioStats {
 
     std::map<std::uint64_t, HookAudioTrackInfo> trackInfos_;
     std::map<std::uint64_t, HookAudioTrackStat> trackStats_;
+    std::map<std::uint64_t, HookAudioTrackStat>::node_type spareStat_;
 
     static std::atomic<KorvaAudioStats*> instance;
     static std::mutex mutex_;

@@ -51,11 +51,14 @@ class PendingNodes {
         if (found == nodes_.end()) {
             return false;
         }
-        use(found->second);
+        // A copy: `use` may come back and change the map.
+        const PendingNodeInfo info = found->second;
+        use(info);
         return true;
     }
 
   private:
-    std::mutex mutex_;
+    // Recursive: what `use` logs may reach a callback of the host that touches a graph.
+    std::recursive_mutex mutex_;
     std::map<AUGraph, PendingNodeInfo> nodes_;
 };

@@ -7,6 +7,7 @@
 #include <array>
 
 #include "PendingNodes.h"
+#include "RZBoundary.h"
 #include "RZHookSwitch.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
@@ -54,21 +55,23 @@ OSStatus Record_graph_NewAUGraph(AUGraph* outGraph) {
 OSStatus Record_graph_AUGraphAddNode(AUGraph graph, const AudioComponentDescription* desc,
                                      AUNode* outNode) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphAddNode");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphAddNode(graph, desc, outNode);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    const AUNode node = outNode == nullptr ? -1 : *outNode;
-    site.log(2, "[AUGraphHook] AUGraphAddNode: %p, %d, err: %d", graph, node, status);
-    if (status != 0 || desc == nullptr || desc->componentType != kAudioUnitType_Output) {
-        return status;
-    }
-    if (isAUGraphAvailable(graph)) {
-        site.log(2, "[AUGraphHook] Catch Node when Added: %p, %d", graph, node);
-        PendingNodes::shared().set(graph, {node, *desc, nullptr, nullptr});
-    } else {
-        site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d", graph,
-                 node);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            const AUNode node = outNode == nullptr ? -1 : *outNode;
+            site.log(2, "[AUGraphHook] AUGraphAddNode: %p, %d, err: %d", graph, node, status);
+            if (status != 0 || desc == nullptr || desc->componentType != kAudioUnitType_Output) {
+                return;
+            }
+            if (isAUGraphAvailable(graph)) {
+                site.log(2, "[AUGraphHook] Catch Node when Added: %p, %d", graph, node);
+                PendingNodes::shared().set(graph, {node, *desc, nullptr, nullptr});
+            } else {
+                site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d",
+                         graph, node);
+            }
+        });
     }
     return status;
 }
@@ -91,158 +94,183 @@ OSStatus Record_graph_AUGraphSetNodeInputCallback(AUGraph graph, AUNode node, UI
         return platform_AUGraphSetNodeInputCallback(graph, node, inputNumber, callback);
     }
     const AURenderCallbackStruct replacement{RZReplayAudioUnitCapture_InputProcessCallback, graph};
+    bool isTakenOver = false;
     // Ours, read back from the graph and set again, would call itself for ever.
-    const bool isTakenOver = callback != nullptr &&
-                             callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback &&
-                             takeOverNodeCallback(graph, node, *callback);
+    if (callback != nullptr &&
+        callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback) {
+        RZGuarded(site, [&] { isTakenOver = takeOverNodeCallback(graph, node, *callback); });
+    }
     const OSStatus status = platform_AUGraphSetNodeInputCallback(
         graph, node, inputNumber, isTakenOver ? &replacement : callback);
-    site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph, node,
-             inputNumber, callback, status);
+    RZGuarded(site, [&] {
+        site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
+                 node, inputNumber, callback, status);
+    });
     return status;
 }
 
 OSStatus Record_graph_AUGraphRemoveNode(AUGraph graph, AUNode node) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphRemoveNode");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphRemoveNode(graph, node);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] AUGraphRemoveNode: %p, %d, err: ", graph, node);
-    if (status == 0) {
-        PendingNodes::shared().erase(graph, node);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] AUGraphRemoveNode: %p, %d, err: ", graph, node);
+            if (status == 0) {
+                PendingNodes::shared().erase(graph, node);
+            }
+        });
     }
     return status;
 }
 
 OSStatus Record_graph_AUGraphOpen(AUGraph graph) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphOpen");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphOpen(graph);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] AUGraphOpen: %p, err: %d", graph, status);
-    if (!isAUGraphAvailable(graph) || status != 0) {
-        return status;
-    }
-    const bool isKnown = PendingNodes::shared().with(graph, [&](const PendingNodeInfo& info) {
-        AudioUnit unit = nullptr;
-        const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
-        if (error != 0) {
-            site.log(4, "[AUGraphHook] get node info: %p error:%d", graph, error);
-            return;
-        }
-        if (const auto obj = manager().newAudioUnitObj(unit)) {
-            obj->setAuGraph(graph);
-            obj->setInNode(info.node);
-            obj->setOriginCallback({info.inputProc, info.inputProcRefCon});
-        }
-    });
-    if (!isKnown) {
-        site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] AUGraphOpen: %p, err: %d", graph, status);
+            if (!isAUGraphAvailable(graph) || status != 0) {
+                return;
+            }
+            const bool isKnown =
+                PendingNodes::shared().with(graph, [&](const PendingNodeInfo& info) {
+                    AudioUnit unit = nullptr;
+                    const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
+                    if (error != 0) {
+                        site.log(4, "[AUGraphHook] get node info: %p error:%d", graph, error);
+                        return;
+                    }
+                    if (const auto obj = manager().newAudioUnitObj(unit)) {
+                        obj->setAuGraph(graph);
+                        obj->setInNode(info.node);
+                        obj->setOriginCallback({info.inputProc, info.inputProcRefCon});
+                    }
+                });
+            if (!isKnown) {
+                site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
+            }
+        });
     }
     return status;
 }
 
 OSStatus Record_graph_AUGraphStart(AUGraph graph) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphStart");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphStart(graph);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] AUGraphStart: %p, err:%d", graph, status);
-    if (!isAUGraphAvailable(graph)) {
-        site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
-        return status;
-    }
-    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
-    if (obj && status == 0) {
-        manager().audioUnitStart(obj);
-    } else {
-        site.log(
-            4, "[AUGraphHook] Ignore audio unit start with AUGraphStart: %p, unitObj: %p, err: %d",
-            graph, obj.get(), status);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] AUGraphStart: %p, err:%d", graph, status);
+            if (!isAUGraphAvailable(graph)) {
+                site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
+                return;
+            }
+            const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+            if (obj && status == 0) {
+                manager().audioUnitStart(obj);
+            } else {
+                site.log(4,
+                         "[AUGraphHook] Ignore audio unit start with AUGraphStart: %p, unitObj: "
+                         "%p, err: %d",
+                         graph, obj.get(), status);
+            }
+        });
     }
     return status;
 }
 
 OSStatus Record_graph_AUGraphUpdate(AUGraph graph, Boolean* outIsUpdated) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphUpdate");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphUpdate(graph, outIsUpdated);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] AUGraphUpdate: %p", graph);
-    if (status != 0) {
-        return status;
-    }
-    if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-        manager().audioUnitUpdate(obj);
-    } else {
-        site.log(
-            4,
-            "[AUGraphHook] Ignore audio unit update with AUGraphUpdate: %p, unitObj: %p, err: %d",
-            graph, static_cast<void*>(nullptr), 0);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] AUGraphUpdate: %p", graph);
+            if (status != 0) {
+                return;
+            }
+            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+                manager().audioUnitUpdate(obj);
+            } else {
+                site.log(4,
+                         "[AUGraphHook] Ignore audio unit update with AUGraphUpdate: %p, unitObj: "
+                         "%p, err: %d",
+                         graph, static_cast<void*>(nullptr), 0);
+            }
+        });
     }
     return status;
 }
 
 OSStatus Record_graph_AUGraphStop(AUGraph graph) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphStop");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphStop(graph);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] AUGraphStop: %p, err: %d", graph, status);
-    if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-        manager().audioUnitStop(obj);
-    } else {
-        site.log(3,
-                 "[AUGraphHook] Ignore audio unit stop with AUGraphStop: %p, unitObj: %p, err: %d",
-                 graph, static_cast<void*>(nullptr), status);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] AUGraphStop: %p, err: %d", graph, status);
+            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+                manager().audioUnitStop(obj);
+            } else {
+                site.log(3,
+                         "[AUGraphHook] Ignore audio unit stop with AUGraphStop: %p, unitObj: %p, "
+                         "err: %d",
+                         graph, static_cast<void*>(nullptr), status);
+            }
+        });
     }
     return status;
 }
 
 OSStatus Record_graph_AUGraphClose(AUGraph graph) {
     constexpr RZLogSite site(kFile, "Record_graph_AUGraphClose");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_AUGraphClose(graph);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] AUGraphClose: %p, err: %d", graph, status);
-    if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-        manager().disposeAudioUnitObj(obj);
-    } else {
-        site.log(3,
-                 "[AUGraphHook] Ignore audio unit stop with AUGraphClose: %p, unitObj: %p, err: %d",
-                 graph, static_cast<void*>(nullptr), status);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] AUGraphClose: %p, err: %d", graph, status);
+            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+                manager().disposeAudioUnitObj(obj);
+            } else {
+                site.log(3,
+                         "[AUGraphHook] Ignore audio unit stop with AUGraphClose: %p, unitObj: %p, "
+                         "err: %d",
+                         graph, static_cast<void*>(nullptr), status);
+            }
+        });
     }
     return status;
 }
 
 OSStatus Record_graph_DisposeAUGraph(AUGraph graph) {
     constexpr RZLogSite site(kFile, "Record_graph_DisposeAUGraph");
+    const BOOL isRecording = hook.isRecording();
     const OSStatus status = platform_DisposeAUGraph(graph);
-    if (!hook.isRecording()) {
-        return status;
-    }
-    site.log(2, "[AUGraphHook] DisposeAUGraph: %p, err: %d", graph, status);
-    if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-        manager().disposeAudioUnitObj(obj);
-    } else {
-        site.log(
-            3, "[AUGraphHook] Ignore audio unit stop with DisposeAUGraph: %p, unitObj: %p, err: %d",
-            graph, static_cast<void*>(nullptr), status);
+    if (isRecording) {
+        RZGuarded(site, [&] {
+            site.log(2, "[AUGraphHook] DisposeAUGraph: %p, err: %d", graph, status);
+            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+                manager().disposeAudioUnitObj(obj);
+            } else {
+                site.log(3,
+                         "[AUGraphHook] Ignore audio unit stop with DisposeAUGraph: %p, unitObj: "
+                         "%p, err: %d",
+                         graph, static_cast<void*>(nullptr), status);
+            }
+        });
     }
     return status;
 }
 
 [[gnu::constructor]] void load() {
-    RZReplayAudioUnitCapture_initHookConfig();
-    if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
-        RZReplayAudioUnitGraphCapturer::startHook();
-    }
+    RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitGraphCapturer load]"), [] {
+        RZReplayAudioUnitCapture_initHookConfig();
+        if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
+            RZReplayAudioUnitGraphCapturer::startHook();
+        }
+    });
 }
 
 }  // namespace

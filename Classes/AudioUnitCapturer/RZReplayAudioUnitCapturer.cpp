@@ -6,6 +6,7 @@
 
 #include <array>
 
+#include "RZBoundary.h"
 #include "RZHookSwitch.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
@@ -47,27 +48,22 @@ bool registerCommunicationUnit(const RZLogSite& site, AudioUnit unit) {
     return true;
 }
 
-OSStatus Record_unit_AudioComponentInstanceNew(AudioComponent component,
-                                               AudioComponentInstance* outInstance) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioComponentInstanceNew");
-    if (!hook.isRecording()) {
-        return platform_AudioComponentInstanceNew(component, outInstance);
-    }
-    site.log(2, "[AudioUnitHook] AudioComponentInstanceNew: %p, %p", component, outInstance);
-    const OSStatus result = platform_AudioComponentInstanceNew(component, outInstance);
+/// A new instance of an output component gets its capture object.
+void recordNewInstance(const RZLogSite& site, AudioComponent component,
+                       const AudioComponentInstance* outInstance) {
     AudioComponentDescription desc{};
     const OSStatus described = AudioComponentGetDescription(component, &desc);
     if (described != 0) {
         site.log(4, "[AudioUnitHook] AudioComponentGetDescription error: %d", described);
-        return result;
+        return;
     }
     if (outInstance == nullptr || desc.componentType != kAudioUnitType_Output) {
-        return result;
+        return;
     }
     const AudioUnit unit = *outInstance;
     site.log(2, "[AudioUnitHook] catch output audio unit: %p", unit);
     if (registerCommunicationUnit(site, unit)) {
-        return result;
+        return;
     }
     if (const auto obj = manager().newAudioUnitObj(unit)) {
         obj->setCompDesc(desc);
@@ -75,6 +71,19 @@ OSStatus Record_unit_AudioComponentInstanceNew(AudioComponent component,
     } else {
         site.log(4, "[AudioUnitHook] Can not obtain new AudioUnitObj.");
     }
+}
+
+OSStatus Record_unit_AudioComponentInstanceNew(AudioComponent component,
+                                               AudioComponentInstance* outInstance) {
+    constexpr RZLogSite site(kFile, "Record_unit_AudioComponentInstanceNew");
+    if (!hook.isRecording()) {
+        return platform_AudioComponentInstanceNew(component, outInstance);
+    }
+    RZGuarded(site, [&] {
+        site.log(2, "[AudioUnitHook] AudioComponentInstanceNew: %p, %p", component, outInstance);
+    });
+    const OSStatus result = platform_AudioComponentInstanceNew(component, outInstance);
+    RZGuarded(site, [&] { recordNewInstance(site, component, outInstance); });
     return result;
 }
 
@@ -92,23 +101,34 @@ const AURenderCallbackStruct* callbackToTakeOver(AudioUnitPropertyID id, AudioUn
                : nullptr;
 }
 
-OSStatus Record_unit_AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID id,
-                                          AudioUnitScope scope, AudioUnitElement element,
-                                          const void* data, UInt32 size) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioUnitSetProperty");
-    if (!hook.isRecording()) {
-        return platform_AudioUnitSetProperty(unit, id, scope, element, data, size);
-    }
+/// Keeps the host's callback; true when ours is to be set in its place.
+bool takeOverCallback(const RZLogSite& site, AudioUnit unit, AudioUnitPropertyID id,
+                      AudioUnitScope scope, AudioUnitElement element, const void* data) {
     site.log(2, "[AudioUnitHook] AudioUnitSetProperty: %p, %d, %d, %d", unit, id, scope, element);
     const auto obj = manager().findAudioUnitObj(unit);
     const AURenderCallbackStruct* const callback =
         obj ? callbackToTakeOver(id, scope, element, data) : nullptr;
     if (callback == nullptr) {
-        return platform_AudioUnitSetProperty(unit, id, scope, element, data, size);
+        return false;
     }
     obj->setOriginCallback(*callback);
     site.log(1, "[AudioUnitHook] RZReplay override callback struct, origin refcon:%p, after:%p",
              callback->inputProcRefCon, unit);
+    return true;
+}
+
+OSStatus Record_unit_AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID id,
+                                          AudioUnitScope scope, AudioUnitElement element,
+                                          const void* data, UInt32 size) {
+    constexpr RZLogSite site(kFile, "Record_unit_AudioUnitSetProperty");
+    bool isTakenOver = false;
+    if (hook.isRecording()) {
+        RZGuarded(site,
+                  [&] { isTakenOver = takeOverCallback(site, unit, id, scope, element, data); });
+    }
+    if (!isTakenOver) {
+        return platform_AudioUnitSetProperty(unit, id, scope, element, data, size);
+    }
     const AURenderCallbackStruct replacement{RZReplayAudioUnitCapture_InputProcessCallback, unit};
     return platform_AudioUnitSetProperty(unit, id, scope, element, &replacement,
                                          sizeof(replacement));
@@ -117,13 +137,16 @@ OSStatus Record_unit_AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID id
 OSStatus Record_unit_AudioOutputUnitStart(AudioUnit unit) {
     constexpr RZLogSite site(kFile, "Record_unit_AudioOutputUnitStart");
     if (hook.isRecording()) {
-        site.log(2, "[AudioUnitHook] AudioOutputUnitStart: %p", unit);
-        // The registry learns of it before the unit runs.
-        if (const auto obj = manager().findAudioUnitObj(unit)) {
-            manager().audioUnitStart(obj);
-        } else {
-            site.log(3, "[AudioUnitHook] Ignore audio unit start, not found in unitMap: %p", unit);
-        }
+        RZGuarded(site, [&] {
+            site.log(2, "[AudioUnitHook] AudioOutputUnitStart: %p", unit);
+            // The registry learns of it before the unit runs.
+            if (const auto obj = manager().findAudioUnitObj(unit)) {
+                manager().audioUnitStart(obj);
+            } else {
+                site.log(3, "[AudioUnitHook] Ignore audio unit start, not found in unitMap: %p",
+                         unit);
+            }
+        });
     }
     return platform_AudioOutputUnitStart(unit);
 }
@@ -131,12 +154,15 @@ OSStatus Record_unit_AudioOutputUnitStart(AudioUnit unit) {
 OSStatus Record_unit_AudioOutputUnitStop(AudioUnit unit) {
     constexpr RZLogSite site(kFile, "Record_unit_AudioOutputUnitStop");
     if (hook.isRecording()) {
-        site.log(2, "[AudioUnitHook] AudioOutputUnitStop:%p, ", unit);
-        if (const auto obj = manager().findAudioUnitObj(unit)) {
-            manager().audioUnitStop(obj);
-        } else {
-            site.log(3, "[AudioUnitHook] Ignore audio unit stop, not found in unitMap: %p", unit);
-        }
+        RZGuarded(site, [&] {
+            site.log(2, "[AudioUnitHook] AudioOutputUnitStop:%p, ", unit);
+            if (const auto obj = manager().findAudioUnitObj(unit)) {
+                manager().audioUnitStop(obj);
+            } else {
+                site.log(3, "[AudioUnitHook] Ignore audio unit stop, not found in unitMap: %p",
+                         unit);
+            }
+        });
     }
     return platform_AudioOutputUnitStop(unit);
 }
@@ -144,22 +170,26 @@ OSStatus Record_unit_AudioOutputUnitStop(AudioUnit unit) {
 OSStatus Record_unit_AudioUnitUninitialize(AudioUnit unit) {
     constexpr RZLogSite site(kFile, "Record_unit_AudioUnitUninitialize");
     if (hook.isRecording()) {
-        site.log(2, "[AudioUnitHook] AudioUnitUninitialize: %p", unit);
-        if (const auto obj = manager().findAudioUnitObj(unit)) {
-            manager().disposeAudioUnitObj(obj);
-        } else {
-            // It may have gone to the companion when it was made.
-            TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
-        }
+        RZGuarded(site, [&] {
+            site.log(2, "[AudioUnitHook] AudioUnitUninitialize: %p", unit);
+            if (const auto obj = manager().findAudioUnitObj(unit)) {
+                manager().disposeAudioUnitObj(obj);
+            } else {
+                // It may have gone to the companion when it was made.
+                TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
+            }
+        });
     }
     return platform_AudioUnitUninitialize(unit);
 }
 
 [[gnu::constructor]] void load() {
-    RZReplayAudioUnitCapture_initHookConfig();
-    if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
-        RZReplayAudioUnitCapturer::startHook();
-    }
+    RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitCapturer load]"), [] {
+        RZReplayAudioUnitCapture_initHookConfig();
+        if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
+            RZReplayAudioUnitCapturer::startHook();
+        }
+    });
 }
 
 }  // namespace

@@ -20,7 +20,8 @@ class AtomicProperty {
     /// The old value ends with the parameter, after the lock: no reader waits for a destructor.
     void store(T value) {
         const std::scoped_lock guard(lock_);
-        std::swap(value_, value);
+        using std::swap;
+        swap(value_, value);
     }
     /// Looks at the value in place, for readers that need no reference of their own. `look` must
     /// be short and must not come back to this property.

@@ -5,6 +5,7 @@
 #include <event_filter.h>
 #include <log.h>
 
+#include "RZBoundary.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "TQAudioRecordLog.h"
@@ -73,6 +74,44 @@ int RZReplayAudioUnitCapture_initHookConfig() {
     return publicHookConfigResult(AudioHookConfig::getInstance()->init(directory.c_str()));
 }
 
+namespace {
+
+/// What is done with the block that the host's callback has rendered.
+void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, const void* refCon,
+                       UInt32 frames, AudioBufferList* ioData) {
+    RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
+    const auto callback = manager.callback();
+    const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
+    if (obj != nullptr && obj->isCapturing() && manager.isCapturing() &&
+        (type & RZPCMDataTypePre) != 0) {
+        obj->tryWriteBuffersFrom(ioData, frames, NO);
+    }
+    // Whether or not anybody records: this is what the device plays.
+    if (obj != nullptr && (manager.isDuckingEnable() || manager.isCompressorEnable())) {
+        obj->processBuffer(ioData, frames);
+    }
+    if (obj != nullptr) {
+        if (obj->isCapturing() && manager.isCapturing()) {
+            if ((type & RZPCMDataTypePost) != 0) {
+                obj->tryWriteBuffersFrom(ioData, frames, YES);
+            }
+        } else {
+            sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
+        }
+        return;
+    }
+    sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
+    if (sharedEventFilter().FilterEvent(2, 107)) {
+        const RZLogFormat format(
+            "[AudioUnitHook] UniversalInputProcessCallback, audio unit obj not found: %p");
+        const std::string message = RZFormat(format.text, refCon);
+        site.write(3, format.line, message);
+        manager.onAudioRecordEvent(2, 107, message);
+    }
+}
+
+}  // namespace
+
 OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
                                                        AudioUnitRenderActionFlags* flags,
                                                        const AudioTimeStamp* ts, UInt32 bus,
@@ -91,32 +130,6 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
             result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
         }
     }
-    const auto callback = manager.callback();
-    const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
-    if (obj && obj->isCapturing() && manager.isCapturing() && (type & RZPCMDataTypePre) != 0) {
-        obj->tryWriteBuffersFrom(ioData, frames, NO);
-    }
-    // Whether or not anybody records: this is what the device plays.
-    if (obj && (manager.isDuckingEnable() || manager.isCompressorEnable())) {
-        obj->processBuffer(ioData, frames);
-    }
-    if (obj) {
-        if (obj->isCapturing() && manager.isCapturing()) {
-            if ((type & RZPCMDataTypePost) != 0) {
-                obj->tryWriteBuffersFrom(ioData, frames, YES);
-            }
-        } else {
-            sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
-        }
-        return result;
-    }
-    sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
-    if (sharedEventFilter().FilterEvent(2, 107)) {
-        const RZLogFormat format(
-            "[AudioUnitHook] UniversalInputProcessCallback, audio unit obj not found: %p");
-        const std::string message = RZFormat(format.text, refCon);
-        site.write(3, format.line, message);
-        manager.onAudioRecordEvent(2, 107, message);
-    }
+    RZGuarded(site, [&] { takeRenderedBlock(site, obj.get(), refCon, frames, ioData); });
     return result;
 }

@@ -90,14 +90,9 @@ void TQAudioRecordLog(const char* file, const char* function, NSString* tag, int
     const TQAudioRecordLock guard(sink().lock);
     const DispatchScope scope;
     for (const ylog_entity* node = _callback_head; node != nullptr; node = node->next) {
-        if (node->callback == nullptr) {
-            continue;
-        }
-        try {
-            node->callback(file, function, tag, level, line, message);
-        } catch (...) {
+        if (node->callback != nullptr) {
             // A host's callback that throws must not unwind through an audio thread.
-            continue;
+            NSCallGuarded(node->callback, file, function, tag, level, line, message);
         }
     }
 }

@@ -1,7 +1,8 @@
 #include "MixRenderCallbacks.h"
 
+#include "RZBoundary.h"
 #include "RZBufferList.h"
-#include "RZStreamMixManager.h"
+#include "RZStreamMixManager+Report.h"
 #include "TQAudioRecordLock.h"
 
 namespace {
@@ -12,22 +13,45 @@ bool isSuccessfulPostRender(const AudioUnitRenderActionFlags* flags) {
     return flags != nullptr && (*flags & kMask) == kAudioUnitRenderAction_PostRender;
 }
 
+void recordRenderedBlock(RZReplayAudioUnitObject& obj, UInt32 frames, AudioBufferList* ioData) {
+    RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
+    const bool capturing = obj.isStarted() && obj.isCapturing() && manager.isCapturing();
+    const bool processing = manager.isDuckingEnable() || manager.isCompressorEnable();
+    if (!capturing && !processing) {
+        return;
+    }
+    const auto callback = manager.callback();
+    const auto mask = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
+    if (capturing && (mask & RZPCMDataTypePre) != 0) {
+        obj.tryWriteBuffersFrom(ioData, frames, NO);
+    }
+    if (processing) {
+        obj.processBuffer(ioData, frames);
+    }
+    if (capturing && (mask & RZPCMDataTypePost) != 0) {
+        obj.tryWriteBuffersFrom(ioData, frames, YES);
+    }
+}
+
 }  // namespace
 
 OSStatus MixOutputRenderCallback(void* refCon, AudioUnitRenderActionFlags* flags,
                                  const AudioTimeStamp* ts, UInt32 /*bus*/, UInt32 /*frames*/,
                                  AudioBufferList* ioData) {
+    constexpr RZLogSite site(kMixManagerFile, "MixOutputRenderCallback");
     if (!isSuccessfulPostRender(flags) || ioData == nullptr) {
         return 0;
     }
     auto& manager = *static_cast<RZStreamMixManager*>(refCon);
     const TQAudioRecordLock guard(manager.auGraphUpdateLock());
-    const auto callback = manager.callback();
-    const auto info = manager.outInfo();
-    if (callback && info && manager.isCapturing()) {
-        info->setTimeStamp(ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime));
-        callback->onAudioReceivePrePCM(ioData, *info);
-    }
+    RZGuarded(site, [&] {
+        const auto callback = manager.callback();
+        const auto info = manager.outInfo();
+        if (callback && info && manager.isCapturing()) {
+            info->setTimeStamp(ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime));
+            callback->onAudioReceivePrePCM(ioData, *info);
+        }
+    });
     fillSilence(*ioData);
     return 0;
 }
@@ -35,29 +59,12 @@ OSStatus MixOutputRenderCallback(void* refCon, AudioUnitRenderActionFlags* flags
 OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
                               const AudioTimeStamp* /*ts*/, UInt32 /*bus*/, UInt32 frames,
                               AudioBufferList* ioData) {
+    constexpr RZLogSite site(kMixManagerFile, "RenderNotifyCallback");
     if (!isSuccessfulPostRender(flags)) {
         return 0;
     }
-    RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
-    const auto obj = manager.findAudioUnitObj(refCon);
-    if (!obj) {
-        return 0;
-    }
-    const bool capturing = obj->isStarted() && obj->isCapturing() && manager.isCapturing();
-    const bool processing = manager.isDuckingEnable() || manager.isCompressorEnable();
-    if (!capturing && !processing) {
-        return 0;
-    }
-    const auto callback = manager.callback();
-    const auto mask = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
-    if (capturing && (mask & RZPCMDataTypePre) != 0) {
-        obj->tryWriteBuffersFrom(ioData, frames, NO);
-    }
-    if (processing) {
-        obj->processBuffer(ioData, frames);
-    }
-    if (capturing && (mask & RZPCMDataTypePost) != 0) {
-        obj->tryWriteBuffersFrom(ioData, frames, YES);
+    if (const auto obj = RZStreamMixManager::sharedManager()->findAudioUnitObj(refCon)) {
+        RZGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
     }
     return 0;
 }

@@ -81,7 +81,7 @@ BOOL RZStreamMixManager::stopCapture() {
 dispatch_queue_t RZStreamMixManager::getAsyncQueue() {
     const TQAudioRecordLock guard(auGraphUpdateLock_);
     if (!queue()) {
-        queue_.store(dispatch_queue_create("TQAudioRecordMixManager", nullptr));
+        setQueue(dispatch_queue_create("TQAudioRecordMixManager", nullptr));
     }
     return queue();
 }
@@ -133,8 +133,8 @@ void RZStreamMixManager::onAudioSessionRouteChanged(const NSNotification& /*noti
 
 void RZStreamMixManager::onAudioInterruption(const NSNotification& notification) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager onAudioInterruption:]");
-    constexpr long kNoType = -1;
-    switch (notification.integerForKey(AVAudioSessionInterruptionTypeKey, kNoType)) {
+    // Without a type it reads 0: the interruption has ended.
+    switch (notification.integerForKey(AVAudioSessionInterruptionTypeKey, 0)) {
         case AVAudioSessionInterruptionTypeBegan:
             setIsCurrentInterrupting(YES);
             site.log(3, "[mix] Interruption beging");
@@ -158,7 +158,7 @@ void RZStreamMixManager::onAudioInterruption(const NSNotification& notification)
                         startCapture();
                     }
                     const TQAudioRecordLock queueGuard(auGraphUpdateLock_);
-                    queue_.store(nullptr);
+                    setQueue(nullptr);
                 });
             }
             break;
@@ -178,7 +178,7 @@ std::int32_t RZStreamMixManager::enableDucking(const RZReplayVolumeDuckingParam*
         return kHookNotWorking;
     }
     const TQAudioRecordLock guard(operatorLock_);
-    duckingParam_.store(param == nullptr ? nullptr : param->copy());
+    setDuckingParam(param == nullptr ? nullptr : param->copy());
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->setDuckingParam(param);
     }
@@ -192,7 +192,7 @@ std::int32_t RZStreamMixManager::enableCompressor(const RZReplayVolumeCompressor
         return kHookNotWorking;
     }
     const TQAudioRecordLock guard(operatorLock_);
-    compressParam_.store(param == nullptr ? nullptr : param->copy());
+    setCompressParam(param == nullptr ? nullptr : param->copy());
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->setCompressorParam(param);
     }

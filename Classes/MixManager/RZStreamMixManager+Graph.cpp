@@ -224,9 +224,9 @@ BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {
                              "-[RZStreamMixManager updateAudioUnitObjStreamFormat:]");
     // A taken-over callback sees the application's side of the unit, a render notify the device's.
     const AudioUnitScope scope =
-        obj->origin_inputProc() != nullptr ? kAudioUnitScope_Input : kAudioUnitScope_Output;
+        obj && obj->origin_inputProc() != nullptr ? kAudioUnitScope_Input : kAudioUnitScope_Output;
     AudioStreamBasicDescription desc{};
-    if (failed(site, readStreamFormat(obj->inUnit(), scope, desc),
+    if (failed(site, readStreamFormat(obj ? obj->inUnit() : nullptr, scope, desc),
                "[mix] can not update stream format info when start")) {
         return NO;
     }
@@ -237,6 +237,10 @@ BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {
 BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateAudioUnitObjectWithStart:]");
+    if (!obj) {
+        // No unit has no format; that it cannot be read is logged there.
+        return updateAudioUnitObjStreamFormat(obj);
+    }
     const AudioUnit unit = obj->inUnit();
     obj->startAudioUnit();
     AudioComponentDescription component{};

@@ -21,11 +21,11 @@ constexpr int kTracks = 7;
 constexpr long kEventIntervalMilliseconds = 2000;
 
 /// How the statistics name the kind of source.
-int hookType(const RZReplayAudioUnitObject& obj) {
-    if (obj.auGraph() == nullptr) {
+int hookType(const RZReplayAudioUnitObject* obj) {
+    if (obj == nullptr || obj->auGraph() == nullptr) {
         return 8;
     }
-    return obj.origin_inputProc() != nullptr ? 16 : 32;
+    return obj->origin_inputProc() != nullptr ? 16 : 32;
 }
 
 }  // namespace
@@ -98,6 +98,18 @@ RZStreamMixManager::UnitObject RZStreamMixManager::newAudioUnitObj(AudioUnit uni
     if (number == 0) {
         return nullptr;
     }
+    UnitObject obj;
+    if (!NSCallGuarded([&] { obj = registerUnit(site, key, unit, number); })) {
+        // Out of memory: the number goes back, the unit plays on without us.
+        trackId_.fetch_and(~(1 << (number - 1)));
+    }
+    return obj;
+}
+
+RZStreamMixManager::UnitObject RZStreamMixManager::registerUnit(const RZLogSite& site,
+                                                                const std::string& key,
+                                                                AudioUnit unit,
+                                                                std::int32_t number) {
     site.log(2, "[mix] newAudioUnitObj, key: %@, ioUnit: %p", key, unit);
     auto obj = std::make_shared<RZReplayAudioUnitObject>(unit, number);
     obj->setCallback(sharedManager());
@@ -181,15 +193,12 @@ std::vector<RZStreamMixManager::UnitObject> RZStreamMixManager::filterCanStartUn
 
 BOOL RZStreamMixManager::isUnitObjCanStartCapture(const UnitObject& obj) const {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager isUnitObjCanStartCapture:]");
-    if (!obj) {
-        return NO;
-    }
-    const AudioUnit unit = obj->inUnit();
+    const AudioUnit unit = obj ? obj->inUnit() : nullptr;
     if (TQAudioUnitRecordResolveManager::sharedManager().existAudioUnit(unit)) {
         site.log(4, "the exist audio unit:%p", unit);
         return NO;
     }
-    if (obj->isStarted() && !obj->isCapturing()) {
+    if (obj && obj->isStarted() && !obj->isCapturing()) {
         if (obj->input_enableIO()) {
             site.log(4, "[korva]this audiounit is rtc seamd. input_enableIO:%d, audio unit:%p",
                      obj->input_enableIO(), unit);
@@ -201,7 +210,8 @@ BOOL RZStreamMixManager::isUnitObjCanStartCapture(const UnitObject& obj) const {
         site.log(4, "data not available: %p", unit);
         return NO;
     }
-    site.log(4, "status isStarted:%d, isCapture:%d", obj->isStarted(), obj->isCapturing());
+    site.log(4, "status isStarted:%d, isCapture:%d", obj && obj->isStarted(),
+             obj && obj->isCapturing());
     return NO;
 }
 
@@ -214,13 +224,14 @@ void RZStreamMixManager::onAudioRecordEvent(std::uint64_t category, std::uint64_
 }
 
 void RZStreamMixManager::recordTrackStatistics(const UnitObject& obj) {
-    const AudioStreamBasicDescription desc = obj->streamDesc();
+    const AudioStreamBasicDescription desc =
+        obj ? obj->streamDesc() : AudioStreamBasicDescription{};
     korva_audio_utils::KorvaAudioStats::HookAudioTrackInfo info{};
-    info.audio_track_id = static_cast<std::uint64_t>(obj->trackId());
+    info.audio_track_id = static_cast<std::uint64_t>(obj ? obj->trackId() : 0);
     // The flags word on purpose: readers of the record know it as that.
     info.audio_format = desc.mFormatFlags;
     info.buffersize = desc.mBytesPerPacket;
-    info.track_type = hookType(*obj);
+    info.track_type = hookType(obj.get());
     info.sample_rate = truncateToInt32(desc.mSampleRate);
     info.channel = static_cast<std::int32_t>(desc.mChannelsPerFrame);
     korva_audio_utils::KorvaAudioStats::getInstance()->addHookAudioTrackInfo(info.audio_track_id,
@@ -235,13 +246,10 @@ OSStatus RZStreamMixManager::setNodeInputCallback(const UnitObject& obj) {
 
 void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitStart:]");
-    if (!obj) {
-        return;
-    }
     const TQAudioRecordLock guard(operatorLock_);
     updateAudioUnitObjectWithStart(obj);
     recordTrackStatistics(obj);
-    report(site, 2, 6, 0, "audio unit start: %d", obj->trackId());
+    report(site, 2, 6, 0, "audio unit start: %d", obj ? obj->trackId() : 0);
     if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
         return;
     }
@@ -316,17 +324,16 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
 
 void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager disposeAudioUnitObj:]");
-    if (!obj) {
-        return;
-    }
+    const AudioUnit unit = obj ? obj->inUnit() : nullptr;
+    const std::int32_t number = obj ? obj->trackId() : 0;
     const TQAudioRecordLock guard(operatorLock_);
     audioUnitStop(obj);
-    removeAudioUnitObjByKey(getKey(obj->inUnit()));
+    removeAudioUnitObjByKey(getKey(unit));
     // The number itself is the mask, not its bit: hosts have come to rely on which numbers come
     // back, so it stays.
-    trackId_.fetch_and(~obj->trackId());
+    trackId_.fetch_and(~number);
     korva_audio_utils::KorvaAudioStats::getInstance()->removeHookAudioTrack(
-        static_cast<unsigned long>(obj->trackId()));
-    site.log(2, "[mix] disposeAudioUnitObj: %p, %p", obj->inUnit(), obj->inUnit());
-    TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(obj->inUnit());
+        static_cast<unsigned long>(number));
+    site.log(2, "[mix] disposeAudioUnitObj: %p, %p", unit, unit);
+    TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
 }

@@ -88,11 +88,18 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] std::shared_ptr<RZReplayVolumeDuckingParam> duckingParam() const {
         return duckingParam_.load();
     }
+    void setDuckingParam(std::shared_ptr<RZReplayVolumeDuckingParam> param) {
+        duckingParam_.store(std::move(param));
+    }
     [[nodiscard]] std::shared_ptr<RZReplayVolumeCompressorParam> compressParam() const {
         return compressParam_.load();
     }
+    void setCompressParam(std::shared_ptr<RZReplayVolumeCompressorParam> param) {
+        compressParam_.store(std::move(param));
+    }
     [[nodiscard]] korva_audio_utils::EventFilter& eventFilter() const { return *eventFilter_; }
     [[nodiscard]] dispatch_queue_t queue() const { return queue_.load(); }
+    void setQueue(dispatch_queue_t queue) { queue_.store(std::move(queue)); }
     /// Host time in microseconds, 0 without a time base. Real-time safe.
     [[nodiscard]] std::uint64_t microsecondsOfHostTime(std::uint64_t hostTime) const;
 
@@ -117,7 +124,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// Lowest free track number from 1 to 7, now taken; 0 when all are.
     std::int32_t generateNewTrackID();
 
-    // Notices of the interception; null objects are ignored.
+    // Notices of the interception. A null object has track number 0 and no unit.
 
     void audioUnitStart(const UnitObject& obj);
     void audioUnitUpdate(const UnitObject& obj);
@@ -174,6 +181,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
 
     RZStreamMixManager();
     void observeNotifications();
+    UnitObject registerUnit(const RZLogSite& site, const std::string& key, AudioUnit unit,
+                            std::int32_t number);
     void recordTrackStatistics(const UnitObject& obj);
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);

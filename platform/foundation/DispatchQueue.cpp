@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "foundation/RunGuarded.h"
+#include <Foundation/NSException.h>
 
 namespace {
 
@@ -105,7 +105,7 @@ class Work : public std::enable_shared_from_this<Work> {
             std::function<void()> block = std::move(blocks_.front());
             blocks_.pop_front();
             guard.unlock();
-            tqplatform::runGuarded(block);
+            NSCallGuarded(block);
             // What the block owns goes before the next one runs, and without the lock.
             block = nullptr;
             guard.lock();
@@ -175,13 +175,13 @@ void dispatch_sync(const dispatch_queue_t& queue, std::function<void()> block) {
     }
     const std::shared_ptr<Work> work = queue->work();
     if (work->isRunningHere()) {
-        tqplatform::runGuarded(block);
+        NSCallGuarded(block);
         return;
     }
     // Shared, as signal() may still be on its way out when wait() has returned.
     const auto completion = std::make_shared<Completion>();
     work->submit([&block, completion] {
-        tqplatform::runGuarded(block);
+        NSCallGuarded(block);
         completion->signal();
     });
     completion->wait();

@@ -5,8 +5,8 @@
 #include <mutex>
 #include <vector>
 
+#include <Foundation/NSException.h>
 #include "foundation/NeverDestroyed.h"
-#include "foundation/RunGuarded.h"
 
 namespace {
 
@@ -98,7 +98,7 @@ void NSNotificationCenter::postNotificationName(std::string name, const void* ob
     }
     for (const auto& observation : addressees) {
         if (!observation->removed.load(std::memory_order_acquire)) {
-            tqplatform::runGuarded(observation->handler, notification);
+            NSCallGuarded(observation->handler, notification);
         }
     }
 }

@@ -79,12 +79,15 @@ void IOUnit::followDevice() noexcept {
         }
     }
     // The device changed, which is rare: this one slice makes the new converters itself.
-    const std::unique_lock lock(lock_, std::try_to_lock);
+    std::unique_lock lock(lock_, std::try_to_lock);
     if (!lock) {
         return;
     }
     try {
         static_cast<void>(republish());
+        // Listeners take locks of their own, perhaps such that another thread holds while it
+        // waits for the unit's.
+        lock.unlock();
         tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0});
     } catch (...) {
         keepRenderError(kAudioUnitErr_FormatNotSupported);

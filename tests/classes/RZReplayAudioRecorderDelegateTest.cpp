@@ -21,6 +21,27 @@ class Everything : public RZReplayAudioRecorderListener<Everything> {
     std::uint64_t getPCMDataType() override { return 3; }
 };
 
+/// Adds to a listener that it derives from.
+class PcmAndMask : public RZReplayAudioRecorderListener<PcmAndMask, PcmOnly> {
+  public:
+    std::uint64_t getPCMDataType() override { return 2; }
+};
+
+// What the compiler is asked about each method: an override, inherited, or of another signature.
+struct Shapes : Nothing {
+    void onAudioReceivePCM(AudioBufferList*, const RZReplayASBDInfo&) noexcept override {}
+    int otherPCM(AudioBufferList*, const RZReplayASBDInfo&) { return 0; }
+    void constPCM(AudioBufferList*, const RZReplayASBDInfo&) const {}
+};
+using Inherited = decltype(&RZReplayAudioRecorderDelegate::onAudioReceivePCM);
+static_assert(RZOverrides<PcmOnly, decltype(&PcmOnly::onAudioReceivePCM), Inherited>::value);
+static_assert(RZOverrides<Nothing, decltype(&Nothing::onAudioReceivePCM), Inherited>::value);
+static_assert(
+    RZOverrides<Shapes, void (Shapes::*)(AudioBufferList*, const RZReplayASBDInfo&) noexcept,
+                Inherited>::value);
+static_assert(!RZOverrides<Shapes, decltype(&Shapes::otherPCM), Inherited>::value);
+static_assert(!RZOverrides<Shapes, decltype(&Shapes::constPCM), Inherited>::value);
+
 class InnerNothing : public RZReplayAudioRecorderInternalListener<InnerNothing> {};
 
 class InnerPostOnly : public RZReplayAudioRecorderInternalListener<InnerPostOnly> {
@@ -53,6 +74,15 @@ TEST(RZReplayAudioRecorderDelegateTest, ListenerRespondsToWhatItDeclares) {
         EXPECT_TRUE(everything.respondsTo(method));
         EXPECT_EQ(method == Public::onAudioReceivePCM, pcmOnly.respondsTo(method));
     }
+}
+
+TEST(RZReplayAudioRecorderDelegateTest, ListenerOfAListenerRespondsToBothTheirMethods) {
+    PcmAndMask both;
+    RZReplayAudioRecorderDelegate& asked = both;
+    EXPECT_TRUE(asked.respondsTo(Public::onAudioReceivePCM));
+    EXPECT_TRUE(asked.respondsTo(Public::getPCMDataType));
+    EXPECT_FALSE(asked.respondsTo(Public::onAudioRecordEvent));
+    EXPECT_EQ(asked.getPCMDataType(), 2U);
 }
 
 TEST(RZReplayAudioRecorderDelegateTest, InnerListenerRespondsToWhatItDeclares) {

@@ -243,7 +243,7 @@ TEST_F(RZStreamMixManagerRegistryTest, UnitThatIsNotStartedOrCapturesAlreadyIsRe
 }
 
 TEST_F(RZStreamMixManagerRegistryTest, NullObjectIsRefused) {
-    EXPECT_FALSE(manager.isUnitObjCanStartCapture(nullptr));
+    expectRefused(nullptr, "status isStarted:0, isCapture:0");
 }
 
 TEST_F(RZStreamMixManagerRegistryTest, FilterKeepsTheEligibleInOrder) {
@@ -355,12 +355,27 @@ TEST_F(RZStreamMixManagerRegistryTest, UpdateOfAUnitThatNeitherRunsNorCapturesDo
     EXPECT_THAT(receiver->events(), IsEmpty());
 }
 
-TEST_F(RZStreamMixManagerRegistryTest, NullObjectsAreIgnored) {
+TEST_F(RZStreamMixManagerRegistryTest, StartOfANullObjectIsTrackZeroWithoutAFormat) {
+    auto& statistics = *korva_audio_utils::KorvaAudioStats::getInstance();
     manager.audioUnitStart(nullptr);
+    EXPECT_THAT(receiver->events(), ElementsAre(RecordedEvent{6, 0, "audio unit start: 0"}));
+    korva_audio_utils::KorvaAudioStats::HookAudioTrackInfo info{9, 9, 9, 9, 9, 9};
+    ASSERT_EQ(statistics.getHookAudioTrackInfos(&info, 1), 1);
+    EXPECT_EQ(info.audio_track_id, 0U);
+    EXPECT_EQ(info.audio_format, 0U);
+    EXPECT_EQ(info.buffersize, 0U);
+    EXPECT_EQ(info.track_type, 8);
+    EXPECT_EQ(info.sample_rate, 0);
+    EXPECT_EQ(info.channel, 0);
+    manager.disposeAudioUnitObj(nullptr);
+    EXPECT_EQ(statistics.getAudioTrackSize(), 0U);
+}
+
+TEST_F(RZStreamMixManagerRegistryTest, UpdateAndStopOfANullObjectDoNothing) {
     manager.audioUnitUpdate(nullptr);
     manager.audioUnitStop(nullptr);
-    manager.disposeAudioUnitObj(nullptr);
     EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(receiver->events(), IsEmpty());
 }
 
 // Disposal.

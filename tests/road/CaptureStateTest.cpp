@@ -21,11 +21,13 @@ void post(const char* name, NSUserInfo info = {}) {
 
 struct CaptureState : Road {
     /// Posts and waits for the work on the manager's queue.
-    static void interrupt(long type) {
+    static void postInterruption(NSUserInfo info) {
         const dispatch_queue_t queue = manager().getAsyncQueue();
-        post("AVAudioSessionInterruptionNotification",
-             {{"AVAudioSessionInterruptionTypeKey", type}});
+        post("AVAudioSessionInterruptionNotification", std::move(info));
         dispatch_sync(queue, [] {});
+    }
+    static void interrupt(long type) {
+        postInterruption({{"AVAudioSessionInterruptionTypeKey", type}});
     }
     static void beginInterruption() { interrupt(1); }
     static void endInterruption() { interrupt(0); }
@@ -120,15 +122,20 @@ TEST_F(CaptureState, anEndWithoutABeginningChangesNothing) {
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, anotherInterruptionTypeOrNoneChangesNothing) {
+TEST_F(CaptureState, anotherInterruptionTypeChangesNothing) {
     ASSERT_TRUE(startCapture());
     interrupt(2);
     interrupt(-1);
-    post("AVAudioSessionInterruptionNotification");
-    post("AVAudioSessionInterruptionNotification",
-         {{"AVAudioSessionInterruptionTypeKey", std::string("1")}});
     expectState(true, false, false);
     EXPECT_THAT(logs->linesOf(kInterruption), IsEmpty());
+}
+
+TEST_F(CaptureState, anInterruptionNoteWithoutATypeReadsAsItsEnd) {
+    ASSERT_TRUE(startCapture());
+    beginInterruption();
+    expectState(false, true, true);
+    postInterruption({});
+    expectState(true, false, false);
 }
 
 TEST_F(CaptureState, theBackgroundEndsTheInterruptionAndKeepsThePendingStart) {

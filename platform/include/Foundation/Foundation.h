@@ -1,5 +1,6 @@
 #pragma once
 
+#include "NSException.h"
 #include "NSFileManager.h"
 #include "NSLock.h"
 #include "NSNotification.h"
