@@ -23,6 +23,8 @@ function(tq_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;ENVIRONMENT;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE tq_warnings ${ARG_LIBS} GTest::gmock GTest::gtest_main)
+    # The speed of the tests' own code does not matter, that of compiling so much of it does.
+    target_compile_options(${name} PRIVATE -O0 -g1)
     # The frameworks' headers take longer to compile than most tests. A program that is partly in C
     # cannot share them; and of shared ones g++ 12 warns itself, so only the sanitizers' builds share
     # them, which leave warnings to the others.
@@ -34,6 +36,10 @@ function(tq_test name)
     # A list value does not survive gtest_discover_tests(), so it is set behind it.
     set(environment "TQ_AUDIO_DEVICE=manual" "XDG_CACHE_HOME=${CMAKE_BINARY_DIR}/test-cache"
                     ${ARG_ENVIRONMENT})
+    if(TQ_SANITIZE MATCHES "thread")
+        # By default it waits a second at each exit for threads that might still race.
+        list(PREPEND environment "TSAN_OPTIONS=atexit_sleep_ms=20")
+    endif()
     set(script ${CMAKE_CURRENT_BINARY_DIR}/${name}_environment.cmake)
     file(WRITE ${script} "foreach(test IN LISTS ${name}_TESTS)
     set_tests_properties(\"\${test}\" PROPERTIES ENVIRONMENT \"${environment}\")

@@ -56,7 +56,7 @@ class RoadListener : public RZReplayAudioRecorderListener<RoadListener> {
 /// A host's render callback: fills every sample with one value and answers one status.
 struct HostSound {
     AudioStreamBasicDescription format = stream_formats::int16Interleaved(48000, 2);
-    double value = 0.25;  ///< of full scale
+    std::atomic<double> value{0.25};  ///< of full scale
     OSStatus status = 0;
     std::atomic<int> calls{0};
     bool isRising = false;  ///< each call plays one step (1/32767) more than the one before
