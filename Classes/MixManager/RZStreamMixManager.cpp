@@ -39,6 +39,11 @@ RZStreamMixManager::RZStreamMixManager()
     : operatorLock_(std::make_shared<NSRecursiveLock>()),
       mapLock_(std::make_shared<NSRecursiveLock>()),
       auGraphUpdateLock_(std::make_shared<NSRecursiveLock>()) {
+    operatorLock_->setName("operatorLock");
+    mapLock_->setName("mapLock");
+    auGraphUpdateLock_->setName("auGraphUpdateLock");
+    operatorLock_->isTakenBefore(*mapLock_);
+    operatorLock_->isTakenBefore(*auGraphUpdateLock_);
     mach_timebase_info_data_t timeBase{};
     mach_timebase_info(&timeBase);
     timeBaseInfo_.store(timeBase);

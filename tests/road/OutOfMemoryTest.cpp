@@ -23,15 +23,19 @@ namespace {
 thread_local int allocationsLeft = -1;
 thread_local bool hasFailed = false;
 
-void* allocate(std::size_t size) {
+void* allocateOrNull(std::size_t size) noexcept {
     if (allocationsLeft == 0) {
         hasFailed = true;
-        throw std::bad_alloc();
+        return nullptr;
     }
     if (allocationsLeft > 0) {
         --allocationsLeft;
     }
-    if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
+    return std::malloc(size == 0 ? 1 : size);
+}
+
+void* allocate(std::size_t size) {
+    if (void* const memory = allocateOrNull(size)) {
         return memory;
     }
     throw std::bad_alloc();
@@ -44,6 +48,12 @@ void* operator new(std::size_t size) {
 }
 void* operator new[](std::size_t size) {
     return allocate(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return allocateOrNull(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return allocateOrNull(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
