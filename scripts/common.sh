@@ -4,8 +4,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
-    libcairo2-dev libfftw3-dev)
-test_packages=(libgtest-dev libgmock-dev)
+    libcairo2-dev libfftw3-dev libcli11-dev nlohmann-json3-dev)
+test_packages=(libgtest-dev libgmock-dev sox ffmpeg)
 
 say() { printf '%s\n' "$*"; }
 

@@ -1,0 +1,74 @@
+#include "output/EventsSink.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace tqrecorder {
+
+EventsSink::EventsSink(std::string path) : path_(std::move(path)) {
+}
+
+EventsSink::~EventsSink() {
+    finish();
+}
+
+bool EventsSink::open() {
+    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+    if (file_ < 0) {
+        fail(errno);
+    }
+    return file_ >= 0;
+}
+
+void EventsSink::event(const Process& process, const Event& event) {
+    if (file_ < 0) {
+        return;
+    }
+    nlohmann::ordered_json line;
+    line["host_time_us"] = event.microseconds;
+    line["category"] = event.category;
+    line["code"] = event.code;
+    line["message"] = event.message;
+    line["process"] = process.name;
+    line["pid"] = process.pid;
+    // A host's text need not be text.
+    const std::string text =
+        line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    const off_t before = ::lseek(file_, 0, SEEK_END);
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = ::write(file_, text.data() + done, text.size() - done);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            const int error = written < 0 ? errno : ENOSPC;
+            // No half line stays; a pipe has none to take back.
+            if (before >= 0 && ftruncate(file_, before) != 0) {
+                fail(errno);
+                return;
+            }
+            fail(error);
+            return;
+        }
+        done += static_cast<std::size_t>(written);
+    }
+}
+
+void EventsSink::fail(int error) {
+    problems_.push_back(path_ + ": " + std::strerror(error));
+    finish();
+}
+
+void EventsSink::finish() {
+    if (file_ >= 0) {
+        ::close(std::exchange(file_, -1));
+    }
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,115 @@
+#include "output/FileSeries.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "output/FileNames.h"
+
+namespace tqrecorder {
+namespace {
+
+constexpr std::uint64_t kSilentFrames = 4096;
+
+}  // namespace
+
+FileSeries::FileSeries(Plan plan, const BlockFormat& format)
+    : plan_(std::move(plan)), format_(format), fileFormat_(format) {
+    if (plan_.kind->onlyRate != 0 && format.sampleRate != plan_.kind->onlyRate) {
+        fileFormat_.sampleRate = plan_.kind->onlyRate;
+        resampler_ =
+            std::make_unique<Resampler>(static_cast<int>(std::lround(format.sampleRate)),
+                                        plan_.kind->onlyRate, static_cast<int>(format.channels));
+    }
+    if (plan_.maximumSeconds) {
+        maximumFrames_ = static_cast<std::uint64_t>(
+            std::max(1.0, std::round(*plan_.maximumSeconds * fileFormat_.sampleRate)));
+    }
+}
+
+bool FileSeries::open() {
+    std::string error;
+    const std::string path =
+        maximumFrames_ == 0 ? plan_.path : withAddition(plan_.path, numberAddition(++number_));
+    file_ = SoundFile::create(path, *plan_.kind, fileFormat_, error);
+    if (file_ == nullptr) {
+        fail(error);
+    }
+    return file_ != nullptr;
+}
+
+void FileSeries::write(std::span<const std::byte> frames) {
+    writeConverted(resampler_ != nullptr ? resampler_->convert(frames) : frames);
+}
+
+void FileSeries::writeSilence(std::uint64_t frames) {
+    const std::vector<std::byte> silence(kSilentFrames * format_.frameBytes());
+    while (frames > 0 && !failed_) {
+        const std::uint64_t count = std::min(frames, kSilentFrames);
+        write(std::span(silence).first(count * format_.frameBytes()));
+        frames -= count;
+    }
+}
+
+void FileSeries::writeConverted(std::span<const std::byte> frames) {
+    while (!frames.empty() && !failed_) {
+        // The next file is made when there is something to put in it.
+        if (file_ == nullptr && !open()) {
+            return;
+        }
+        std::size_t bytes = frames.size();
+        if (maximumFrames_ != 0) {
+            const std::uint64_t room = maximumFrames_ - file_->frames();
+            bytes = static_cast<std::size_t>(
+                std::min<std::uint64_t>(bytes, room * fileFormat_.frameBytes()));
+        }
+        if (!file_->write(frames.first(bytes))) {
+            fail(file_->problem());
+            closeFile();
+            return;
+        }
+        frames = frames.subspan(bytes);
+        if (maximumFrames_ != 0 && file_->frames() == maximumFrames_) {
+            closeFile();
+        }
+    }
+}
+
+void FileSeries::refresh() {
+    if (file_ != nullptr) {
+        file_->refresh();
+    }
+}
+
+void FileSeries::finish() {
+    if (resampler_ != nullptr) {
+        writeConverted(resampler_->flush());
+    }
+    closeFile();
+}
+
+void FileSeries::closeFile() {
+    if (file_ == nullptr) {
+        return;
+    }
+    if (!file_->close() && !failed_) {
+        fail(file_->problem());
+    }
+    files_.push_back({file_->path(), textOf(file_->format()), file_->seconds(), 0, 0, {}, 0});
+    file_.reset();
+}
+
+void FileSeries::fail(const std::string& problem) {
+    failed_ = true;
+    problems_.push_back(problem);
+}
+
+std::vector<WrittenFile> FileSeries::files() const {
+    std::vector<WrittenFile> all = files_;
+    if (file_ != nullptr) {
+        all.push_back({file_->path(), textOf(file_->format()), file_->seconds(), 0, 0, {}, 0});
+    }
+    return all;
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "output/Resampler.h"
+#include "output/SoundFile.h"
+
+namespace tqrecorder {
+
+/// A file that was written, for the summary and for the picture.
+struct WrittenFile {
+    std::string path;
+    std::string text;  ///< its format for people
+    double seconds = 0;
+    std::uint64_t gaps = 0;  ///< holes filled with silence, of its whole stream
+    int processId = 0;
+    std::string name;           ///< "mix" or the track's
+    std::uint64_t beganAt = 0;  ///< host time of its first frame, microseconds
+};
+
+/// One stream of frames in one file, or in numbered files of a limited length with no frame lost or
+/// twice between them. After a failure it takes nothing more. One thread; blocks on the disk.
+class FileSeries {
+  public:
+    struct Plan {
+        std::string path;
+        const FileFormat* kind = nullptr;
+        std::optional<double> maximumSeconds;
+    };
+    FileSeries(Plan plan, const BlockFormat& format);
+
+    /// Makes the first file. False when that failed; see problems().
+    [[nodiscard]] bool open();
+    /// Whole frames in the stream's format.
+    void write(std::span<const std::byte> frames);
+    void writeSilence(std::uint64_t frames);
+    void refresh();
+    void finish();
+
+    [[nodiscard]] bool failed() const { return failed_; }
+    [[nodiscard]] const std::vector<std::string>& problems() const { return problems_; }
+    /// Those that are complete and the one under way.
+    [[nodiscard]] std::vector<WrittenFile> files() const;
+    [[nodiscard]] const BlockFormat& format() const { return format_; }
+
+  private:
+    void writeConverted(std::span<const std::byte> frames);
+    void closeFile();
+    void fail(const std::string& problem);
+
+    Plan plan_;
+    BlockFormat format_;      // of the stream
+    BlockFormat fileFormat_;  // of the files
+    std::unique_ptr<Resampler> resampler_;
+    std::unique_ptr<SoundFile> file_;
+    std::uint64_t maximumFrames_ = 0;  // none when 0
+    unsigned number_ = 0;
+    bool failed_ = false;
+    std::vector<WrittenFile> files_;
+    std::vector<std::string> problems_;
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "output/FileNames.h"
+#include "output/FilesSink.h"
+#include "output/StreamClock.h"
+
+namespace tqrecorder {
+
+/// Writes the mix of every process to a file of its own.
+class MixSink : public FilesSink {
+  public:
+    MixSink(FileSeries::Plan plan, std::shared_ptr<ProcessNames> names);
+
+    /// Makes the first file before there is anything to write. False with a line in problems().
+    [[nodiscard]] bool open();
+
+    void block(const Process& process, const Block& block) override;
+    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
+    void processEnded(const Process& process, const HostFacts& facts) override;
+    void finish() override;
+    [[nodiscard]] std::vector<std::string> problems() const override;
+    [[nodiscard]] std::vector<WrittenFile> files() const override;
+
+  protected:
+    void refresh() override;
+
+  private:
+    struct Stream {
+        std::unique_ptr<FileSeries> series;
+        StreamClock clock;
+        std::uint64_t beganAt;
+        bool lost = false;
+    };
+    Stream* streamOf(const Process& process, std::uint64_t microseconds);
+
+    FileSeries::Plan plan_;
+    std::shared_ptr<ProcessNames> names_;
+    std::unique_ptr<FileSeries> opened_;  // until the first process needs it
+    std::map<int, Stream> streams_;
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,172 @@
+#include "output/PipeSink.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include "output/FilesSink.h"
+
+namespace tqrecorder {
+namespace {
+
+// At the end a reader that still takes something gets that long between two bites.
+constexpr int kLastPatienceMilliseconds = 5000;
+
+/// 44 bytes in front of 16-bit stereo samples; a pipe cannot go back and fill lengths in, and
+/// readers take the largest ones for "until the end".
+std::array<std::byte, 44> streamingHeader() {
+    std::array<std::byte, 44> header{};
+    std::size_t place = 0;
+    const auto text = [&](const char* letters) {
+        std::memcpy(header.data() + place, letters, 4);
+        place += 4;
+    };
+    const auto number = [&](std::uint32_t value, std::size_t bytes) {
+        for (std::size_t index = 0; index < bytes; ++index, value >>= 8U) {
+            header[place++] = static_cast<std::byte>(value & 0xFFU);
+        }
+    };
+    const auto rate = static_cast<std::uint32_t>(kMixFormat.sampleRate);
+    const auto frame = static_cast<std::uint32_t>(kMixFormat.frameBytes());
+    text("RIFF");
+    number(UINT32_MAX, 4);
+    text("WAVE");
+    text("fmt ");
+    number(16, 4);
+    number(1, 2);
+    number(kMixFormat.channels, 2);
+    number(rate, 4);
+    number(rate * frame, 4);
+    number(frame, 2);
+    number(kMixFormat.bitsPerChannel, 2);
+    text("data");
+    number(UINT32_MAX, 4);
+    return header;
+}
+
+}  // namespace
+
+PipeSink::PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> names,
+                   std::size_t mostBytes)
+    : descriptor_(descriptor), names_(std::move(names)), mostBytes_(mostBytes) {
+    if (shape == Shape::kWav) {
+        const auto header = streamingHeader();
+        queue(header);
+    }
+}
+
+void PipeSink::block(const Process& process, const Block& block) {
+    const std::string& addition = names_->additionOf(process);
+    if (block.track != 0 || block.format != kMixFormat || !addition.empty()) {
+        return;
+    }
+    if (clock_ == nullptr) {
+        clock_ =
+            std::make_unique<StreamClock>(kMixFormat.sampleRate, block.microseconds, kMixPatience);
+        processId_ = process.id;
+    }
+    const std::size_t frameBytes = kMixFormat.frameBytes();
+    const std::size_t frames = block.frames.size() / frameBytes;
+    std::uint64_t silence =
+        clock_->before(block.microseconds, frames, std::exchange(lost_, false)) * frameBytes;
+    const std::vector<std::byte> zeros(std::min<std::uint64_t>(silence, 4096 * frameBytes));
+    while (silence > 0 && !closed_) {
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(silence, zeros.size()));
+        queue(std::span(zeros).first(count));
+        silence -= count;
+    }
+    queue(block.frames.first(frames * frameBytes));
+    drain(0);
+}
+
+void PipeSink::lost(const Process& process, std::uint64_t blocks, std::uint64_t /*bytes*/) {
+    lost_ = lost_ || (process.id == processId_ && blocks > 0);
+}
+
+void PipeSink::queue(std::span<const std::byte> bytes) {
+    if (closed_) {
+        return;
+    }
+    if (waiting_.size() - sent_ + bytes.size() > mostBytes_) {
+        drain(0);
+    }
+    if (waiting_.size() - sent_ + bytes.size() > mostBytes_) {
+        refused_ += bytes.size();
+        return;
+    }
+    // Sent bytes leave in large steps, so that each is moved about once.
+    if (sent_ > waiting_.size() / 2) {
+        waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(sent_));
+        sent_ = 0;
+    }
+    waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
+}
+
+void PipeSink::drain(int patienceMilliseconds) {
+    while (!closed_ && sent_ < waiting_.size()) {
+        pollfd ready{descriptor_, POLLOUT, 0};
+        const int count = ::poll(&ready, 1, patienceMilliseconds);
+        if (count < 0 && errno == EINTR) {
+            if (patienceMilliseconds > 0) {
+                return;  // the user does not want to wait
+            }
+            continue;
+        }
+        if (count <= 0) {
+            return;
+        }
+        // A pipe that is ready takes that much without waiting.
+        const std::size_t bytes = std::min<std::size_t>(waiting_.size() - sent_, PIPE_BUF);
+        const ssize_t written = ::write(descriptor_, waiting_.data() + sent_, bytes);
+        if (written >= 0) {
+            sent_ += static_cast<std::size_t>(written);
+        } else if (errno == EPIPE) {
+            closed_ = true;
+            reason_ = "standard output was closed by its reader";
+        } else if (errno == EAGAIN) {
+            return;
+        } else if (errno != EINTR) {
+            closed_ = true;
+            problem_ = std::string("standard output: ") + std::strerror(errno);
+        }
+    }
+}
+
+void PipeSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
+    drain(0);
+    // A reader that went away while nothing is written shows only so.
+    pollfd state{descriptor_, 0, 0};
+    if (!closed_ && ::poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0) {
+        closed_ = true;
+        reason_ = "standard output was closed by its reader";
+    }
+}
+
+void PipeSink::finish() {
+    drain(kLastPatienceMilliseconds);
+    if (!closed_ && sent_ < waiting_.size()) {
+        refused_ += waiting_.size() - sent_;
+    }
+    waiting_.clear();
+    sent_ = 0;
+}
+
+std::vector<std::string> PipeSink::problems() const {
+    std::vector<std::string> all;
+    if (!problem_.empty()) {
+        all.push_back(problem_);
+    }
+    if (refused_ > 0) {
+        all.push_back("standard output: its reader was too slow and missed part of the sound");
+    }
+    return all;
+}
+
+}  // namespace tqrecorder

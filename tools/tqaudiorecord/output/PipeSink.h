@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/Recording.h"
+#include "output/FileNames.h"
+#include "output/StreamClock.h"
+
+namespace tqrecorder {
+
+/// Writes the mix of the first process that plays to a pipe, as it is or behind a WAV header
+/// whose lengths say "unknown". Never waits for the reader while the recording runs: what the
+/// reader does not take is kept, up to a bound, and what goes over it is lost and counted.
+class PipeSink : public Sink {
+  public:
+    enum class Shape { kRaw, kWav };
+    /// `descriptor` stays the caller's. SIGPIPE has to be ignored.
+    PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> names,
+             std::size_t mostBytes = kMostBytes);
+
+    void block(const Process& process, const Block& block) override;
+    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
+    void tick(std::uint64_t elapsedMicroseconds) override;
+    [[nodiscard]] std::string reasonToEnd() const override { return reason_; }
+    void finish() override;
+    [[nodiscard]] std::vector<std::string> problems() const override;
+
+    /// About a minute and a half of mix.
+    static constexpr std::size_t kMostBytes = std::size_t{16} << 20U;
+
+  private:
+    void queue(std::span<const std::byte> bytes);
+    void drain(int patienceMilliseconds);
+
+    int descriptor_;
+    std::shared_ptr<ProcessNames> names_;
+    std::size_t mostBytes_;
+    std::vector<std::byte> waiting_;
+    std::size_t sent_ = 0;  // of what waits
+    std::unique_ptr<StreamClock> clock_;
+    int processId_ = 0;
+    bool lost_ = false;
+    bool closed_ = false;
+    std::uint64_t refused_ = 0;  // bytes
+    std::string reason_;
+    std::string problem_;
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,280 @@
+#include "output/SoundFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace tqrecorder {
+namespace {
+
+/// libsndfile's encoding for blocks as they are; 0 for what a sound file cannot hold.
+int encodingOf(const BlockFormat& format) {
+    if (format.isFloat) {
+        return format.bitsPerChannel == 32   ? SF_FORMAT_FLOAT
+               : format.bitsPerChannel == 64 ? SF_FORMAT_DOUBLE
+                                             : 0;
+    }
+    switch (format.bitsPerChannel) {
+        case 16:
+            return SF_FORMAT_PCM_16;
+        case 24:
+            return SF_FORMAT_PCM_24;
+        case 32:
+            return SF_FORMAT_PCM_32;
+        default:
+            return 0;
+    }
+}
+
+// Encoders buffer what they are given; short pieces keep their stacks small.
+constexpr std::size_t kEncoderFrames = 1024;
+// How much a compressed file may lack when the recorder is killed.
+constexpr double kPageMilliseconds = 500;
+
+}  // namespace
+
+std::string textOf(const BlockFormat& format) {
+    return std::to_string(std::lround(format.sampleRate)) + " Hz, " +
+           std::to_string(format.bitsPerChannel) + "-bit " +
+           (format.isFloat ? "float" : "integer") + ", " +
+           (format.channels == 1   ? "mono"
+            : format.channels == 2 ? "stereo"
+                                   : std::to_string(format.channels) + " channels");
+}
+
+/// The file under libsndfile: remembers why the disk refused something.
+class SoundFile::Disk {
+  public:
+    explicit Disk(const std::string& path)
+        : file_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+        if (file_ < 0) {
+            error_ = errno;
+        }
+    }
+    ~Disk() {
+        if (file_ >= 0) {
+            ::close(file_);
+        }
+    }
+    Disk(const Disk&) = delete;
+    Disk& operator=(const Disk&) = delete;
+
+    [[nodiscard]] int error() const { return error_; }
+    [[nodiscard]] off_t place() const { return ::lseek(file_, 0, SEEK_CUR); }
+    [[nodiscard]] bool isRegular() const {
+        struct stat info {};
+        return fstat(file_, &info) == 0 && S_ISREG(info.st_mode);
+    }
+    /// Cuts what follows `length` off.
+    void cut(off_t length) {
+        if (ftruncate(file_, length) == 0) {
+            ::lseek(file_, length, SEEK_SET);
+        }
+    }
+    [[nodiscard]] bool readAt(off_t place, std::span<unsigned char> bytes) const {
+        return pread(file_, bytes.data(), bytes.size(), place) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    void writeAt(off_t place, std::span<const unsigned char> bytes) {
+        if (pwrite(file_, bytes.data(), bytes.size(), place) < 0) {
+            error_ = errno;
+        }
+    }
+
+    static SF_VIRTUAL_IO* calls() {
+        static SF_VIRTUAL_IO io{length, seek, read, write, tell};
+        return &io;
+    }
+
+  private:
+    static int fileOf(void* disk) { return static_cast<Disk*>(disk)->file_; }
+    static sf_count_t length(void* disk) {
+        struct stat info {};
+        return fstat(fileOf(disk), &info) == 0 ? info.st_size : -1;
+    }
+    static sf_count_t seek(sf_count_t offset, int whence, void* disk) {
+        return ::lseek(fileOf(disk), offset, whence);
+    }
+    static sf_count_t read(void* bytes, sf_count_t count, void* disk) {
+        return ::read(fileOf(disk), bytes, static_cast<std::size_t>(count));
+    }
+    static sf_count_t write(const void* bytes, sf_count_t count, void* disk) {
+        sf_count_t done = 0;
+        while (done < count) {
+            const ssize_t written = ::write(fileOf(disk), static_cast<const char*>(bytes) + done,
+                                            static_cast<std::size_t>(count - done));
+            if (written < 0 && errno == EINTR) {
+                continue;
+            }
+            if (written <= 0) {
+                static_cast<Disk*>(disk)->error_ = written < 0 ? errno : ENOSPC;
+                break;
+            }
+            done += written;
+        }
+        return done;
+    }
+    static sf_count_t tell(void* disk) { return static_cast<Disk*>(disk)->place(); }
+
+    int file_;
+    int error_ = 0;
+};
+
+std::unique_ptr<SoundFile> SoundFile::create(std::string path, const FileFormat& kind,
+                                             const BlockFormat& format, std::string& error) {
+    std::unique_ptr<SoundFile> file(new SoundFile(std::move(path), kind, format));
+    return file->open(error) ? std::move(file) : nullptr;
+}
+
+SoundFile::SoundFile(std::string path, const FileFormat& kind, const BlockFormat& format)
+    : path_(std::move(path)), kind_(kind), format_(format) {
+}
+
+SoundFile::~SoundFile() {
+    (void)close();
+}
+
+bool SoundFile::open(std::string& error) {
+    const int encoding = kind_.encoding != 0 ? kind_.encoding : encodingOf(format_);
+    const bool isBare = kind_.container == 0;
+    SF_INFO info{};
+    info.samplerate = static_cast<int>(std::lround(format_.sampleRate));
+    info.channels = static_cast<int>(format_.channels);
+    info.format = (isBare ? SF_FORMAT_RAW | SF_ENDIAN_LITTLE : kind_.container) | encoding;
+    const bool canEncode =
+        kind_.encoding == 0 || (!format_.isFloat && format_.bitsPerChannel == 16);
+    if (encoding == 0 || !canEncode || sf_format_check(&info) == SF_FALSE) {
+        error = path_ + ": a " + std::string(kind_.name) + " file cannot hold " + textOf(format_);
+        return false;
+    }
+    disk_ = std::make_unique<Disk>(path_);
+    if (disk_->error() != 0) {
+        error = path_ + ": " + std::strerror(disk_->error());
+        return false;
+    }
+    if (!isBare && !disk_->isRegular()) {
+        error = path_ + ": not a file; only raw goes into a pipe or a device";
+        return false;
+    }
+    file_.reset(sf_open_virtual(Disk::calls(), SFM_WRITE, &info, disk_.get()));
+    if (file_ == nullptr) {
+        error = path_ + ": " +
+                (disk_->error() != 0 ? std::strerror(disk_->error()) : sf_strerror(nullptr));
+        return false;
+    }
+    if (kind_.growsIntoRf64) {
+        sf_command(file_.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    }
+    double latency = kPageMilliseconds;
+    sf_command(file_.get(), SFC_SET_OGG_PAGE_LATENCY_MS, &latency, sizeof latency);
+    // An empty recording is a file that can be opened, too.
+    refresh();
+    if (disk_->error() != 0) {
+        error = path_ + ": " + std::strerror(disk_->error());
+        file_.reset();
+        return false;
+    }
+    return true;
+}
+
+bool SoundFile::write(std::span<const std::byte> frames) {
+    if (file_ == nullptr || !problem_.empty()) {
+        return false;
+    }
+    const std::size_t frameBytes = format_.frameBytes();
+    if (kind_.encoding == 0) {
+        const off_t before = disk_->place();
+        const sf_count_t written =
+            sf_write_raw(file_.get(), frames.data(), static_cast<sf_count_t>(frames.size()));
+        const std::size_t whole =
+            static_cast<std::size_t>(std::max<sf_count_t>(written, 0)) / frameBytes;
+        frames_ += whole;
+        if (written == static_cast<sf_count_t>(frames.size())) {
+            return true;
+        }
+        fail();
+        disk_->cut(before + static_cast<off_t>(whole * frameBytes));
+        refresh();
+        return false;
+    }
+    std::vector<std::int16_t> samples(kEncoderFrames * format_.channels);
+    while (!frames.empty()) {
+        const std::size_t count = std::min(frames.size() / frameBytes, kEncoderFrames);
+        std::memcpy(samples.data(), frames.data(), count * frameBytes);
+        const sf_count_t written =
+            sf_writef_short(file_.get(), samples.data(), static_cast<sf_count_t>(count));
+        if (written != static_cast<sf_count_t>(count) || disk_->error() != 0) {
+            fail();
+            return false;
+        }
+        frames_ += count;
+        frames = frames.subspan(count * frameBytes);
+    }
+    return true;
+}
+
+void SoundFile::fail() {
+    if (problem_.empty()) {
+        problem_ =
+            path_ + ": " +
+            (disk_->error() != 0 ? std::strerror(disk_->error()) : sf_strerror(file_.get())) +
+            "; the file ends there";
+    }
+}
+
+void SoundFile::refresh() {
+    if (file_ == nullptr || kind_.container == 0) {
+        return;
+    }
+    if (kind_.container == SF_FORMAT_FLAC) {
+        refreshFlac();
+    } else if (kind_.encoding == 0) {
+        sf_command(file_.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+    }
+}
+
+// The encoder tells a FLAC file's length only when it is closed; until then readers find "unknown".
+// The file holds whole encoder blocks, of a fixed size that stands in front of the length.
+void SoundFile::refreshFlac() {
+    constexpr off_t kBlockSize = 8;  // behind "fLaC" and the head of the first metadata block
+    constexpr off_t kLength = 21;    // the low 36 bits of 40
+    std::array<unsigned char, 2> size{};
+    std::array<unsigned char, 5> length{};
+    if (frames_ == 0 || !disk_->readAt(kBlockSize, size) || !disk_->readAt(kLength, length)) {
+        return;
+    }
+    const std::uint64_t block = (std::uint64_t{size[0]} << 8U) | size[1];
+    if (block == 0) {
+        return;
+    }
+    // The encoder holds a full block back until the next frame comes.
+    std::uint64_t whole = (frames_ - 1) / block * block;
+    for (std::size_t index = 4; index > 0; --index, whole >>= 8U) {
+        length[index] = static_cast<unsigned char>(whole & 0xFFU);
+    }
+    length[0] = static_cast<unsigned char>((length[0] & 0xF0U) | (whole & 0x0FU));
+    disk_->writeAt(kLength, length);
+}
+
+bool SoundFile::close() {
+    if (file_ == nullptr) {
+        return problem_.empty();
+    }
+    const bool failed = sf_close(file_.release()) != 0 || disk_->error() != 0;
+    if (failed && problem_.empty()) {
+        problem_ = path_ + ": " +
+                   (disk_->error() != 0 ? std::strerror(disk_->error()) : "cannot be completed");
+    }
+    disk_.reset();
+    return problem_.empty();
+}
+
+}  // namespace tqrecorder

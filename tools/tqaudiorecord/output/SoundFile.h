@@ -1,0 +1,70 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "core/Recording.h"
+#include "output/FileFormats.h"
+
+namespace tqrecorder {
+
+/// "44100 Hz, 16-bit integer, stereo".
+[[nodiscard]] std::string textOf(const BlockFormat& format);
+
+/// A sound file under way. What was written is playable after refresh(), whatever becomes of the
+/// process. One thread; blocks on the disk.
+class SoundFile {
+  public:
+    /// Makes or empties the file. Null with one line in `error` when that fails or the file cannot
+    /// hold the format.
+    [[nodiscard]] static std::unique_ptr<SoundFile> create(std::string path, const FileFormat& kind,
+                                                           const BlockFormat& format,
+                                                           std::string& error);
+    ~SoundFile();
+    SoundFile(const SoundFile&) = delete;
+    SoundFile& operator=(const SoundFile&) = delete;
+
+    /// Interleaved whole frames in the file's format. False when the disk did not take them all:
+    /// the file then ends with the last whole frame and takes no more.
+    [[nodiscard]] bool write(std::span<const std::byte> frames);
+    /// Brings the header up to date with what was written.
+    void refresh();
+    /// Completes the file. False when that failed; nothing may be written behind it.
+    [[nodiscard]] bool close();
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+    [[nodiscard]] const BlockFormat& format() const { return format_; }
+    [[nodiscard]] std::uint64_t frames() const { return frames_; }
+    [[nodiscard]] double seconds() const {
+        return static_cast<double>(frames_) / format_.sampleRate;
+    }
+    /// One line once something failed.
+    [[nodiscard]] const std::string& problem() const { return problem_; }
+
+  private:
+    class Disk;
+    struct CloseFile {
+        void operator()(SNDFILE* file) const { sf_close(file); }
+    };
+
+    SoundFile(std::string path, const FileFormat& kind, const BlockFormat& format);
+    [[nodiscard]] bool open(std::string& error);
+    void fail();
+    void refreshFlac();
+
+    std::string path_;
+    const FileFormat& kind_;
+    BlockFormat format_;
+    std::uint64_t frames_ = 0;
+    std::string problem_;
+    // Closing the file still writes: the disk goes last.
+    std::unique_ptr<Disk> disk_;
+    std::unique_ptr<SNDFILE, CloseFile> file_;
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "output/FileNames.h"
+#include "output/FilesSink.h"
+#include "output/StreamClock.h"
+
+namespace tqrecorder {
+
+/// Writes every track of every process to a file of its own in a folder, in the track's own
+/// format, with silence where its unit did not play: the files of a process share one time axis.
+/// A track number that goes on with another unit or format goes on in another file.
+class TracksSink : public FilesSink {
+  public:
+    TracksSink(std::string folder, std::optional<double> maximumSeconds,
+               std::shared_ptr<ProcessNames> names);
+
+    /// Makes the folder and sees whether it can be written to. False with a line in problems().
+    [[nodiscard]] bool open();
+
+    void block(const Process& process, const Block& block) override;
+    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
+    void processEnded(const Process& process, const HostFacts& facts) override;
+    void finish() override;
+    [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
+    [[nodiscard]] std::vector<WrittenFile> files() const override;
+
+  protected:
+    void refresh() override;
+
+  private:
+    struct Track {
+        std::string unit;
+        std::string name;
+        FileSeries series;
+        StreamClock clock;
+        bool lost = false;
+        std::size_t reported = 0;  // of the series' problems
+    };
+    struct Axis {
+        std::string addition;
+        std::uint64_t beganAt;
+    };
+    void begin(const Process& process, const Block& block);
+    void end(int processId, Track& track);
+    void report(Track& track);
+    void complain(const std::string& problem);
+
+    std::string folder_;
+    std::optional<double> maximumSeconds_;
+    std::shared_ptr<ProcessNames> names_;
+    std::map<int, Axis> axes_;
+    std::map<std::pair<int, int>, Track> tracks_;  // by process and track, those under way
+    std::set<std::string> takenNames_;
+    std::vector<WrittenFile> done_;
+    std::vector<std::string> problems_;
+};
+
+}  // namespace tqrecorder

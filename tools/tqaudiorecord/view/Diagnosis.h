@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "view/Observer.h"
+
+namespace tqrecorder {
+
+/// Why nothing was heard of one process, one line without its end; empty when something was.
+[[nodiscard]] std::string whySilent(const ProcessState& state);
+
+/// Why a whole recording is silent, one line per reason; empty when any process was heard.
+/// `command` is the program that was asked for.
+[[nodiscard]] std::vector<std::string> whySilent(const Observer& observer,
+                                                 std::string_view command);
+
+}  // namespace tqrecorder

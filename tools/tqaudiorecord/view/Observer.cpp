@@ -1,0 +1,100 @@
+#include "view/Observer.h"
+
+#include <utility>
+
+namespace tqrecorder {
+
+std::uint64_t ProcessState::gaps() const {
+    const auto mix = sources.find(0);
+    return mix == sources.end() || !mix->second.clock ? 0 : mix->second.clock->gaps();
+}
+
+double ProcessState::mixSeconds() const {
+    const auto mix = sources.find(0);
+    return mix == sources.end() || mix->second.format.sampleRate <= 0
+               ? 0
+               : static_cast<double>(mix->second.frames) / mix->second.format.sampleRate;
+}
+
+ProcessState& Observer::stateOf(const Process& process) {
+    ProcessState& state = processes_[process.id];
+    // The name changes when a process execs.
+    state.process = process;
+    return state;
+}
+
+void Observer::processBegan(const Process& process) {
+    stateOf(process);
+}
+
+void Observer::block(const Process& process, const Block& block) {
+    SourceState& source = stateOf(process).sources[block.track];
+    if (source.format != block.format || source.unit != block.unit) {
+        source.unit = block.unit;
+        source.format = block.format;
+        source.clock.reset();
+    }
+    const std::size_t frameBytes = block.format.frameBytes();
+    if (frameBytes == 0 || block.format.sampleRate <= 0) {
+        return;
+    }
+    const std::uint64_t frames = block.frames.size() / frameBytes;
+    Level level;
+    level.add(block.frames, block.format);
+    source.whole.add(level);
+    source.window.add(level);
+    source.frames += frames;
+    if (!source.clock) {
+        source.clock.emplace(block.format.sampleRate, block.microseconds,
+                             block.track == 0 ? kMixPatience : kTrackPatience);
+    }
+    (void)source.clock->before(block.microseconds, frames, std::exchange(source.lost, false));
+}
+
+void Observer::lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) {
+    ProcessState& state = stateOf(process);
+    state.lostBlocks += blocks;
+    state.lostBytes += bytes;
+    for (auto& [track, source] : state.sources) {
+        source.lost = source.lost || blocks > 0;
+    }
+}
+
+void Observer::event(const Process& process, const Event& /*event*/) {
+    ++stateOf(process).events;
+}
+
+void Observer::numbers(const Process& process, std::span<const TrackNumbers> tracks,
+                       const HostFacts& facts, double ringFill) {
+    ProcessState& state = stateOf(process);
+    state.facts = facts;
+    state.factsKnown = true;
+    state.ringFill = ringFill;
+    for (const TrackNumbers& numbers : tracks) {
+        SourceState& source = state.sources[numbers.track];
+        source.bufferedBytes = numbers.bufferedBytes;
+        source.bufferCapacity = numbers.bufferCapacity;
+        if (source.frames == 0) {
+            source.unit = numbers.unit;
+            source.format = numbers.format;
+        }
+    }
+}
+
+void Observer::processEnded(const Process& process, const HostFacts& facts) {
+    ProcessState& state = stateOf(process);
+    state.facts = facts;
+    state.factsKnown = true;
+    state.ended = true;
+    state.ringFill = 0;
+}
+
+void Observer::clearWindows() {
+    for (auto& [id, state] : processes_) {
+        for (auto& [track, source] : state.sources) {
+            source.window = {};
+        }
+    }
+}
+
+}  // namespace tqrecorder

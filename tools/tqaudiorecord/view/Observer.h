@@ -1,0 +1,67 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/Recording.h"
+#include "output/StreamClock.h"
+#include "view/Level.h"
+
+namespace tqrecorder {
+
+/// What was seen of the mix (track 0) or of one track.
+struct SourceState {
+    std::string unit;
+    BlockFormat format;
+    Level whole;
+    Level window;  ///< since takeWindow()
+    std::uint64_t frames = 0;
+    std::optional<StreamClock> clock;
+    bool lost = false;
+    std::uint64_t bufferedBytes = 0;
+    std::uint64_t bufferCapacity = 0;
+};
+
+/// What was seen of one process.
+struct ProcessState {
+    Process process;
+    std::map<int, SourceState> sources;
+    std::uint64_t lostBlocks = 0;
+    std::uint64_t lostBytes = 0;
+    std::uint64_t events = 0;
+    HostFacts facts;
+    bool factsKnown = false;
+    double ringFill = 0;
+    bool ended = false;
+
+    [[nodiscard]] std::uint64_t gaps() const;
+    [[nodiscard]] double mixSeconds() const;
+};
+
+/// Follows a recording for those who show it.
+class Observer : public Sink {
+  public:
+    void processBegan(const Process& process) override;
+    void block(const Process& process, const Block& block) override;
+    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
+    void event(const Process& process, const Event& event) override;
+    void numbers(const Process& process, std::span<const TrackNumbers> tracks,
+                 const HostFacts& facts, double ringFill) override;
+    void processEnded(const Process& process, const HostFacts& facts) override;
+    void tick(std::uint64_t elapsedMicroseconds) override { elapsed_ = elapsedMicroseconds; }
+
+    [[nodiscard]] const std::map<int, ProcessState>& processes() const { return processes_; }
+    [[nodiscard]] double elapsedSeconds() const { return static_cast<double>(elapsed_) / 1e6; }
+    /// Begins new windows for the levels.
+    void clearWindows();
+
+  private:
+    ProcessState& stateOf(const Process& process);
+
+    std::map<int, ProcessState> processes_;
+    std::uint64_t elapsed_ = 0;
+};
+
+}  // namespace tqrecorder

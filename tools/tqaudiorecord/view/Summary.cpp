@@ -1,0 +1,72 @@
+#include "view/Summary.h"
+
+#include <array>
+#include <cstdio>
+
+#include "output/SoundFile.h"
+
+namespace tqrecorder {
+namespace {
+
+std::string secondsText(double seconds) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.2f s", seconds);
+    return text.data();
+}
+
+std::string levels(const SourceState& source) {
+    return source.whole.peak() > 0 ? "peak " + decibelText(source.whole.peak()) + " dBFS, RMS " +
+                                         decibelText(source.whole.rms()) + " dBFS"
+                                   : "silent";
+}
+
+std::string length(const SourceState& source) {
+    return source.format.sampleRate > 0
+               ? secondsText(static_cast<double>(source.frames) / source.format.sampleRate)
+               : "nothing";
+}
+
+}  // namespace
+
+std::string summaryText(const Observer& observer, const std::vector<WrittenFile>& files,
+                        const std::vector<std::string>& otherFiles,
+                        const std::vector<std::string>& problems,
+                        const std::vector<std::string>& silence) {
+    std::string text;
+    for (const auto& [id, state] : observer.processes()) {
+        text += "Recorded: " + state.process.name + " (" + std::to_string(state.process.pid) + ")";
+        text += state.sources.empty() ? ": nothing\n" : "\n";
+        for (const auto& [track, source] : state.sources) {
+            text += track == 0 ? "  mix"
+                               : "  track " + std::to_string(track) + " (" + source.unit + ")";
+            text +=
+                ": " + textOf(source.format) + ", " + length(source) + ", " + levels(source) + "\n";
+        }
+        text += "  " + std::to_string(state.events) + " events, " + std::to_string(state.gaps()) +
+                " gaps filled with silence";
+        if (const auto mix = state.sources.find(0);
+            state.gaps() > 0 && mix != state.sources.end() && mix->second.clock) {
+            text += " (" + secondsText(mix->second.clock->gapSeconds()) + ")";
+        }
+        text += ", " + std::to_string(state.lostBlocks) + " blocks lost";
+        text += state.lostBytes > 0 ? " (" + std::to_string(state.lostBytes) + " bytes)\n" : "\n";
+    }
+    if (!files.empty() || !otherFiles.empty()) {
+        text += "Files:\n";
+    }
+    for (const WrittenFile& file : files) {
+        text += "  " + file.path + " (" + file.text + ", " + secondsText(file.seconds) + ")\n";
+    }
+    for (const std::string& path : otherFiles) {
+        text += "  " + path + "\n";
+    }
+    for (const std::string& reason : silence) {
+        text += "Silent: " + reason + "\n";
+    }
+    for (const std::string& problem : problems) {
+        text += "Problem: " + problem + "\n";
+    }
+    return text;
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "output/FileSeries.h"
+#include "view/Observer.h"
+
+namespace tqrecorder {
+
+/// Everything that is said at the end of a recording, in lines.
+[[nodiscard]] std::string summaryText(const Observer& observer,
+                                      const std::vector<WrittenFile>& files,
+                                      const std::vector<std::string>& otherFiles,
+                                      const std::vector<std::string>& problems,
+                                      const std::vector<std::string>& silence);
+
+}  // namespace tqrecorder
