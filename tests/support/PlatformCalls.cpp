@@ -171,7 +171,8 @@ bool PlatformCalls::enter(Call& call) {
     Watch watch;
     {
         const std::scoped_lock guard(mutex_);
-        const auto found = watches_.find(call.name);
+        const auto own = watches_.find(call.name);
+        const auto found = own != watches_.end() ? own : watches_.find("");
         if (found != watches_.end()) {
             watch = found->second;
         }

@@ -37,7 +37,8 @@ class PlatformCalls {
     /// The same for the nth call of `name` that `when` holds for, counted from now, and all after.
     void failFrom(const std::string& name, int nth, OSStatus status, When when = {});
     void heal();
-    /// Runs before each call of `name` is passed on (or refused), on the calling thread.
+    /// Runs before each call of `name` is passed on (or refused), on the calling thread. The empty
+    /// name stands for every function without a watch of its own.
     void watch(const std::string& name, Watch watch);
 
     [[nodiscard]] std::vector<Call> calls(const std::string& name) const;

@@ -1,0 +1,488 @@
+#include "Trace.h"
+
+#include <thread>
+
+// The long roads, each as the exact list of what happens on it.
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using testing::ElementsAreArray;
+
+Lines join(std::initializer_list<Lines> parts) {
+    Lines all;
+    for (const Lines& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+/// A property of the mixer is set; the library's own calls pass its hooks like everybody's.
+Lines setMixerProperty(const std::string& key, const std::string& size) {
+    return {
+        "log 2 Record_unit_AudioUnitSetProperty [AudioUnitHook] AudioUnitSetProperty: mixUnit, " +
+            key,
+        "call AudioUnitSetProperty(mixUnit, " + key + ", " + size + ")"};
+}
+
+Lines buildGraph() {
+    return join(
+        {{"call NewAUGraph(*)", "call AUGraphAddNode(mGraph)",
+          "log 2 Record_graph_AUGraphAddNode [AUGraphHook] AUGraphAddNode: mGraph, 1, err: 0",
+          "call AUGraphAddNode(mGraph)",
+          "log 2 Record_graph_AUGraphAddNode [AUGraphHook] AUGraphAddNode: mGraph, 2, err: 0",
+          "log 3 Record_graph_AUGraphAddNode [AUGraphHook] AUGraph exists in Resolver, "
+          "ignore AUGraph: mGraph, 2",
+          "call AUGraphConnectNodeInput(mGraph, 1, 0, 2, 0)", "call AUGraphOpen(mGraph)",
+          "log 2 Record_graph_AUGraphOpen [AUGraphHook] AUGraphOpen: mGraph, err: 0",
+          "call AUGraphNodeInfo(mGraph, 1)", "call AUGraphNodeInfo(mGraph, 2)"},
+         setMixerProperty("8, 2, 0", "40"),
+         setMixerProperty("14, 0, 0", "4"),
+         {"call AudioUnitAddRenderNotify(mixUnit)"}});
+}
+
+/// The mixer's input of a track gets its callback.
+Lines setInputCallback(const std::string& track) {
+    return {"call AUGraphSetNodeInputCallback(mGraph, 1, " + track + ")",
+            "log 2 Record_graph_AUGraphSetNodeInputCallback [AUGraphHook] "
+            "AUGraphSetNodeInputCallback: mGraph, 1, " +
+                track + ", *, err:0"};
+}
+
+Lines connectTrack(const std::string& track, const std::string& unit) {
+    return join(
+        {{"log 2 -[RZStreamMixManager startResampleUnit] [mix] Audio resampler connect "
+          "unitObj, trackid: " +
+          track},
+         setInputCallback(track),
+         setMixerProperty("8, 1, " + track, "40"),
+         {"log 4 -[RZStreamMixManager startResampleUnit] audio unit start capture: " + unit}});
+}
+
+Lines startGraph() {
+    return {"call AUGraphOpen(mGraph)",
+            "log 2 Record_graph_AUGraphOpen [AUGraphHook] AUGraphOpen: mGraph, err: 0",
+            "call AUGraphInitialize(mGraph)",
+            "call AUGraphStart(mGraph)",
+            "log 2 Record_graph_AUGraphStart [AUGraphHook] AUGraphStart: mGraph, err:0",
+            "log 3 Record_graph_AUGraphStart [AUGraphHook] Ignore AUGraph start because in "
+            "resolver: mGraph"};
+}
+
+Lines report(const std::string& level, const std::string& function, const std::string& event,
+             const std::string& message) {
+    return {"log " + level + " -[RZStreamMixManager " + function + "] " + message,
+            "event " + event + " " + message};
+}
+
+/// startCapture with one unit to record, from its first line to its summary.
+Lines startOfCapture() {
+    return join(
+        {{"log 2 -[RZStreamMixManager startCapture] [mix] start capture, "
+          "isCurrentInterrupting: 0, isCapturing: 0"},
+         buildGraph(),
+         connectTrack("1", "unit"),
+         startGraph(),
+         report("2", "startCapture", "0/0", "[{key: unit, unit: unit, capture: 1, starte: 1},]")});
+}
+
+Lines updateGraph() {
+    return join({{"call AUGraphUpdate(mGraph)",
+                  "log 2 Record_graph_AUGraphUpdate [AUGraphHook] AUGraphUpdate: mGraph",
+                  "log 4 Record_graph_AUGraphUpdate [AUGraphHook] Ignore audio unit update with "
+                  "AUGraphUpdate: mGraph, unitObj: 0x0, err: 0"},
+                 report("2", "updateAUGraph", "1/0", "[mix] AUGraph update success.")});
+}
+
+Lines stopGraph(const std::string& status = "0") {
+    return {"call AUGraphStop(mGraph)",
+            "log 2 Record_graph_AUGraphStop [AUGraphHook] AUGraphStop: mGraph, err: " + status,
+            "log 3 Record_graph_AUGraphStop [AUGraphHook] Ignore audio unit stop with AUGraphStop: "
+            "mGraph, unitObj: 0x0, err: " +
+                status};
+}
+
+Lines disconnectTrack() {
+    return {
+        "log 2 -[RZStreamMixManager stopResampleMix] [mix] Audio resampler update disconnect "
+        "unitObj, trackid: 1",
+        "call AUGraphDisconnectNodeInput(mGraph, 1, 1)"};
+}
+
+Lines tearGraphDown() {
+    return {"call AUGraphUninitialize(mGraph)",
+            "call AUGraphClose(mGraph)",
+            "log 2 Record_graph_AUGraphClose [AUGraphHook] AUGraphClose: mGraph, err: 0",
+            "log 3 Record_graph_AUGraphClose [AUGraphHook] Ignore audio unit stop with "
+            "AUGraphClose: mGraph, unitObj: 0x0, err: 0",
+            "call DisposeAUGraph(mGraph)",
+            "log 2 Record_graph_DisposeAUGraph [AUGraphHook] DisposeAUGraph: mGraph, err: 0",
+            "log 3 Record_graph_DisposeAUGraph [AUGraphHook] Ignore audio unit stop with "
+            "DisposeAUGraph: mGraph, unitObj: 0x0, err: 0"};
+}
+
+const std::string kStopLine = "log 2 -[RZStreamMixManager stopCapture] [mix]stop capture";
+
+/// What a start looks at, for a unit whose callback was taken over or not.
+Lines inspect(const std::string& unit, bool isTakenOver) {
+    return {"call AudioComponentInstanceGetComponent(" + unit + ")",
+            "call AudioComponentGetDescription(component)",
+            "call AudioUnitGetProperty(" + unit + ", 2003, 1, 1)",
+            "call AudioUnitGetProperty(" + unit + (isTakenOver ? ", 8, 1, 0)" : ", 8, 2, 0)"),
+            (isTakenOver ? "call AudioUnitRemoveRenderNotify(" : "call AudioUnitAddRenderNotify(") +
+                unit + ")"};
+}
+
+Lines stopOfUnit(const std::string& unit, const std::string& track) {
+    return join(
+        {{"call AUGraphDisconnectNodeInput(mGraph, 1, " + track + ")"},
+         updateGraph(),
+         report("4", "audioUnitStop:", "1/0",
+                "[mix] resample update(au stop) success, key: " + unit + " trackId: " + track)});
+}
+
+/// One host plays on track 1.
+class TraceTest : public Trace {
+  protected:
+    void SetUp() override {
+        Trace::SetUp();
+        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                               kAudioUnitManufacturer_Apple, 0, 0};
+        component = AudioComponentFindNext(nullptr, &wanted);
+        name(component, "component");
+        host.emplace();
+        name(host->unit(), "unit");
+        name(&host->sound, "sound");
+        host->play();
+        take();
+    }
+    void TearDown() override {
+        platform.heal();
+        host.reset();
+        Trace::TearDown();
+    }
+    void startRecording() {
+        collect().startAudioStreamCollect(events);
+        drainRecorder();
+        nameGraph();
+    }
+    void stopRecording() {
+        collect().stopAudioStreamCollect(events);
+        drainRecorder();
+    }
+    void nameGraph() {
+        name(manager().mGraph(), "mGraph");
+        name(manager().mixUnit(), "mixUnit");
+    }
+    static void post(const char* name, NSUserInfo info = {}) {
+        NSNotificationCenter::defaultCenter().postNotificationName(name, nullptr, std::move(info));
+    }
+    static void interrupt(long type) {
+        const dispatch_queue_t queue = manager().getAsyncQueue();
+        post("AVAudioSessionInterruptionNotification",
+             {{"AVAudioSessionInterruptionTypeKey", type}});
+        dispatch_sync(queue, [] {});
+    }
+
+    AudioComponent component = nullptr;
+    std::optional<HostUnit> host;
+};
+
+TEST_F(TraceTest, unitFromItsCreationToItsStartWithoutCapture) {
+    HostUnit second;
+    name(second.unit(), "second");
+    name(&second.sound, "reference");
+    second.prepare();
+    second.start();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(join(
+            {{"log 2 Record_unit_AudioComponentInstanceNew [AudioUnitHook] "
+              "AudioComponentInstanceNew: component, *",
+              "call AudioComponentInstanceNew(component)",
+              "call AudioComponentGetDescription(component)",
+              "log 2 Record_unit_AudioComponentInstanceNew [AudioUnitHook] catch output audio "
+              "unit: second",
+              "log 2 -[RZStreamMixManager newAudioUnitObj:] [mix] newAudioUnitObj, key: second, "
+              "ioUnit: second",
+              "log 2 Record_unit_AudioUnitSetProperty [AudioUnitHook] AudioUnitSetProperty: "
+              "second, 8, 1, 0",
+              "call AudioUnitSetProperty(second, 8, 1, 0, 40)",
+              "log 2 Record_unit_AudioUnitSetProperty [AudioUnitHook] AudioUnitSetProperty: "
+              "second, 23, 1, 0",
+              "log 1 Record_unit_AudioUnitSetProperty [AudioUnitHook] RZReplay override callback "
+              "struct, origin refcon:reference, after:second",
+              "call AudioUnitSetProperty(second, 23, 1, 0, 16)",
+              "log 2 Record_unit_AudioOutputUnitStart [AudioUnitHook] AudioOutputUnitStart: "
+              "second"},
+             inspect("second", true),
+             {"log 2 -[RZStreamMixManager audioUnitStart:] audio unit start: 2",
+              "call AudioOutputUnitStart(second)"}})));
+}
+
+TEST_F(TraceTest, startOfCaptureBuildsTheGraphConnectsAndStartsIt) {
+    startRecording();
+    EXPECT_THAT(take(), ElementsAreArray(
+                            join({{"log 2 -[RZStreamCollectManager startAudioStreamCollect:] start "
+                                   "stream obj:Trace::EventListener",
+                                   "log 2 -[RZStreamCollectManager startAudioStreamCollect:] start "
+                                   "record audio"},
+                                  startOfCapture()})));
+}
+
+TEST_F(TraceTest, unitStartsWhileCapturing) {
+    startRecording();
+    HostUnit second;
+    name(second.unit(), "second");
+    second.prepare();
+    take();
+    second.start();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(
+            join({{"log 2 Record_unit_AudioOutputUnitStart [AudioUnitHook] AudioOutputUnitStart: "
+                   "second"},
+                  inspect("second", true),
+                  report("2", "audioUnitStart:", "6/0", "audio unit start: 2"),
+                  setInputCallback("2"),
+                  setMixerProperty("8, 1, 2", "40"),
+                  updateGraph(),
+                  report("4", "audioUnitStart:", "1/0",
+                         "[mix] resample update(au start) success, key: second, trackid: 2"),
+                  {"call AudioOutputUnitStart(second)"}})));
+}
+
+TEST_F(TraceTest, unitWithAMicrophoneStartsWhileCapturing) {
+    startRecording();
+    HostUnit talker;
+    name(talker.unit(), "talker");
+    talker.enableMicrophone();
+    talker.prepare();
+    take();
+    talker.start();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(join(
+            {{"log 2 Record_unit_AudioOutputUnitStart [AudioUnitHook] AudioOutputUnitStart: "
+              "talker"},
+             inspect("talker", true),
+             report("2", "audioUnitStart:", "6/0", "audio unit start: 2"),
+             {"log 4 -[RZStreamMixManager isUnitObjCanStartCapture:] [korva]this audiounit is rtc "
+              "seamd. input_enableIO:1, audio unit:talker",
+              "call AudioOutputUnitStart(talker)"}})));
+}
+
+TEST_F(TraceTest, unitStopsWhileCapturing) {
+    startRecording();
+    take();
+    host->stop();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(join(
+            {{"log 2 Record_unit_AudioOutputUnitStop [AudioUnitHook] AudioOutputUnitStop:unit, "},
+             stopOfUnit("unit", "1"),
+             {"call AudioOutputUnitStop(unit)"}})));
+}
+
+TEST_F(TraceTest, unitIsDisposedOfWhileCapturing) {
+    startRecording();
+    take();
+    host->uninitialize();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(join(
+            {{"log 2 Record_unit_AudioUnitUninitialize [AudioUnitHook] AudioUnitUninitialize: "
+              "unit"},
+             stopOfUnit("unit", "1"),
+             {"log 2 -[RZStreamMixManager disposeAudioUnitObj:] [mix] disposeAudioUnitObj: unit, "
+              "unit",
+              "call AudioUnitUninitialize(unit)"}})));
+}
+
+TEST_F(TraceTest, interruptionStopsCaptureAndItsEndStartsItAgain) {
+    startRecording();
+    take();
+    interrupt(1);
+    EXPECT_THAT(take(),
+                ElementsAreArray(join(
+                    {{"log 3 -[RZStreamMixManager onAudioInterruption:] [mix] Interruption beging",
+                      kStopLine},
+                     stopGraph(),
+                     disconnectTrack(),
+                     tearGraphDown()})));
+    interrupt(0);
+    nameGraph();
+    EXPECT_THAT(take(),
+                ElementsAreArray(join(
+                    {{"log 3 -[RZStreamMixManager onAudioInterruption:] [mix] Interruption end"},
+                     startOfCapture()})));
+}
+
+TEST_F(TraceTest, routeChangeReadsEveryCapturedUnitWhenOneIsHeardThroughItsNotify) {
+    startRecording();
+    take();
+    post("AVAudioSessionRouteChangeNotification");
+    EXPECT_THAT(take(), testing::IsEmpty()) << "the callback's side does not change";
+
+    HostUnit heard;
+    name(heard.unit(), "heard");
+    heard.prepare(kAudioUnitScope_Output);
+    take();
+    heard.start();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(
+            join({{"log 2 Record_unit_AudioOutputUnitStart [AudioUnitHook] AudioOutputUnitStart: "
+                   "heard"},
+                  inspect("heard", false),
+                  report("2", "audioUnitStart:", "6/0", "audio unit start: 2"),
+                  setInputCallback("2"),
+                  setMixerProperty("8, 1, 2", "40"),
+                  updateGraph(),
+                  report("4", "audioUnitStart:", "1/0",
+                         "[mix] resample update(au start) success, key: heard, trackid: 2"),
+                  {"call AudioOutputUnitStart(heard)"}})));
+    post("AVAudioSessionRouteChangeNotification");
+    EXPECT_THAT(take(), ElementsAreArray(join({{"call AudioUnitGetProperty(unit, 8, 2, 0)"},
+                                               setMixerProperty("8, 1, 1", "40"),
+                                               {"call AudioUnitGetProperty(heard, 8, 2, 0)"},
+                                               setMixerProperty("8, 1, 2", "40"),
+                                               updateGraph()})));
+}
+
+TEST_F(TraceTest, unitThatTheCompanionTakesOverIsStopped) {
+    startRecording();
+    take();
+    resolver().registerRTCUsedAudioUnit(host->unit());
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(join({{"log 2 -[RZStreamMixManager onAudioUnitNewRegistered:] [mix]Force "
+                                "stop audio unit:unit resample, trackid:1"},
+                               stopOfUnit("unit", "1")})));
+}
+
+TEST_F(TraceTest, graphThatTheCompanionTakesOverIsStopped) {
+    host.reset();
+    HostGraph graph;
+    name(graph.graph(), "graph");
+    graph.play();
+    name(graph.unitOf(graph.output()), "node");
+    startRecording();
+    take();
+    post("TQAudioNewRegisterAuGraphNotification",
+         {{"TQAudioNewRegisteredObject", pointerText(graph.graph())}});
+    EXPECT_THAT(take(), ElementsAreArray(
+                            join({{"log 2 -[RZStreamMixManager onAuGraphNewRegistered:] [mix]Force "
+                                   "stop audio unit:graph resample, trackid:1"},
+                                  stopOfUnit("node", "1")})));
+}
+
+TEST_F(TraceTest, stopOfCaptureTakesTheGraphDown) {
+    startRecording();
+    take();
+    stopRecording();
+    EXPECT_THAT(take(),
+                ElementsAreArray(join(
+                    {{"log 2 -[RZStreamCollectManager stopAudioStreamCollect:] stop stream "
+                      "obj:Trace::EventListener",
+                      "log 2 -[RZStreamCollectManager stopAudioStreamCollect:] stop record audio",
+                      kStopLine},
+                     stopGraph(),
+                     disconnectTrack(),
+                     tearGraphDown()})));
+}
+
+TEST_F(TraceTest, stopThatFailsBarsTheNextStart) {
+    startRecording();
+    take();
+    platform.fail("AUGraphStop", -50);
+    manager().stopCapture();
+    EXPECT_THAT(take(), ElementsAreArray(
+                            join({{kStopLine},
+                                  stopGraph("-50"),
+                                  {"log 4 -[RZStreamMixManager stopResampleMix] AUGraphStop fail",
+                                   "log 4 -[RZStreamMixManager stopResampleMix] -50"},
+                                  report("1", "stopCapture", "4/102", "[mix] resample stop failed"),
+                                  tearGraphDown()})));
+    manager().startCapture();
+    EXPECT_THAT(take(), ElementsAreArray(
+                            join({{"log 2 -[RZStreamMixManager startCapture] [mix] start capture, "
+                                   "isCurrentInterrupting: 0, isCapturing: 0"},
+                                  report("4", "startCapture", "0/102", "[mix] has stop error")})));
+}
+
+TEST_F(TraceTest, tearingDownThatFailsIsReportedToo) {
+    startRecording();
+    take();
+    platform.fail("AUGraphUninitialize", 0x666D743F);
+    manager().stopCapture();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(
+            join({{kStopLine},
+                  stopGraph(),
+                  disconnectTrack(),
+                  {"call AUGraphUninitialize(mGraph)",
+                   "log 4 -[RZStreamMixManager unInitializeResampleUnit] AUGraphUninitialize fail",
+                   "log 4 -[RZStreamMixManager unInitializeResampleUnit] 'fmt?'"},
+                  report("1", "stopCapture", "4/102", "[mix] resample uninitialize failed")})));
+}
+
+TEST_F(TraceTest, graphIsOpenedAfterItsCallbackWasSet) {
+    HostGraph graph;
+    name(graph.graph(), "graph");
+    name(&graph.sound, "reference");
+    take();
+    const AUNode node = graph.addOutput();
+    graph.setCallback(node);
+    AUGraphOpen(graph.graph());
+    name(graph.unitOf(node), "node");
+    Lines lines = take();
+    lines.pop_back();  // the test's own question
+    EXPECT_THAT(
+        lines,
+        ElementsAreArray(Lines{
+            "call AUGraphAddNode(graph)",
+            "log 2 Record_graph_AUGraphAddNode [AUGraphHook] AUGraphAddNode: graph, 1, err: 0",
+            "log 2 Record_graph_AUGraphAddNode [AUGraphHook] Catch Node when Added: graph, 1",
+            "call AUGraphSetNodeInputCallback(graph, 1, 0)",
+            "log 2 Record_graph_AUGraphSetNodeInputCallback [AUGraphHook] "
+            "AUGraphSetNodeInputCallback: graph, 1, 0, *, err:0",
+            "call AUGraphOpen(graph)",
+            "log 2 Record_graph_AUGraphOpen [AUGraphHook] AUGraphOpen: graph, err: 0",
+            "call AUGraphNodeInfo(graph, 1)",
+            "log 2 -[RZStreamMixManager newAudioUnitObj:] [mix] newAudioUnitObj, key: node, "
+            "ioUnit: node"}));
+    ASSERT_TRUE(graph.object());
+    EXPECT_EQ(graph.object()->origin_inputProcRefCon(), &graph.sound);
+}
+
+TEST_F(TraceTest, unitOfACommunicationThreadGoesToTheCompanion) {
+    std::optional<HostUnit> engine;
+    std::thread([&] {
+        NSThread::setCurrentThreadName("MWAudioDeviceThread-1");
+        engine.emplace();
+    }).join();
+    name(engine->unit(), "engine");
+    engine->start();
+    engine->uninitialize();
+    EXPECT_THAT(
+        take(),
+        ElementsAreArray(Lines{
+            "log 2 Record_unit_AudioComponentInstanceNew [AudioUnitHook] "
+            "AudioComponentInstanceNew: component, *",
+            "call AudioComponentInstanceNew(component)",
+            "call AudioComponentGetDescription(component)",
+            "log 2 Record_unit_AudioComponentInstanceNew [AudioUnitHook] catch output audio unit: "
+            "engine",
+            "log 2 Record_unit_AudioComponentInstanceNew [AudioUnitHook] audio unit is rtc audio "
+            "unit: engine",
+            "log 2 Record_unit_AudioOutputUnitStart [AudioUnitHook] AudioOutputUnitStart: engine",
+            "log 3 Record_unit_AudioOutputUnitStart [AudioUnitHook] Ignore audio unit start, not "
+            "found in unitMap: engine",
+            "call AudioOutputUnitStart(engine)",
+            "log 2 Record_unit_AudioUnitUninitialize [AudioUnitHook] AudioUnitUninitialize: engine",
+            "call AudioUnitUninitialize(engine)"}));
+}
+
+}  // namespace
