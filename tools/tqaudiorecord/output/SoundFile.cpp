@@ -151,7 +151,8 @@ bool SoundFile::open(std::string& error) {
     info.format = (isBare ? SF_FORMAT_RAW | SF_ENDIAN_LITTLE : kind_.container) | encoding;
     const bool canEncode =
         kind_.encoding == 0 || (!format_.isFloat && format_.bitsPerChannel == 16);
-    if (encoding == 0 || !canEncode || sf_format_check(&info) == SF_FALSE) {
+    if (encoding == 0 || !canEncode || info.samplerate < 1 || info.channels < 1 ||
+        sf_format_check(&info) == SF_FALSE) {
         error = path_ + ": a " + std::string(kind_.name) + " file cannot hold " + textOf(format_);
         return false;
     }

@@ -46,7 +46,7 @@ class StreamClock {
 
   private:
     static constexpr double kBrokenClock = 24 * 3600e6;
-    static constexpr double kFollow = 0.005;
+    static constexpr double kFollow = 0.001;
 
     double rate_;
     double origin_;

@@ -1,0 +1,215 @@
+// Arguments: what they mean, what is refused, and that every option is documented.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "cli/CommandLine.h"
+
+namespace tqrecorder {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+CommandLine parse(std::vector<std::string> arguments) {
+    return parseCommandLine(arguments);
+}
+
+TEST(CommandLineTest, CommandBeginsAtTheFirstThatIsNoOption) {
+    const CommandLine line = parse({"-o", "out.wav", "-q", "game", "-o", "its own", "--", "-d"});
+    ASSERT_TRUE(line.proceed) << line.error;
+    EXPECT_EQ(line.options.output, "out.wav");
+    EXPECT_TRUE(line.options.quiet);
+    EXPECT_FALSE(line.options.durationSeconds.has_value());
+    EXPECT_THAT(line.options.command, ElementsAre("game", "-o", "its own", "--", "-d"));
+}
+
+TEST(CommandLineTest, CommandMayFollowTwoDashes) {
+    EXPECT_THAT(parse({"-v", "--", "guard", "arm"}).options.command, ElementsAre("guard", "arm"));
+    EXPECT_THAT(parse({"--", "-odd-name"}).options.command, ElementsAre("-odd-name"));
+}
+
+TEST(CommandLineTest, EveryOptionReachesItsField) {
+    const CommandLine line = parse({"--output=mix",
+                                    "--format",
+                                    "flac",
+                                    "--tracks",
+                                    "t",
+                                    "--events",
+                                    "e",
+                                    "--picture",
+                                    "p",
+                                    "--max-file-time",
+                                    "60",
+                                    "-d",
+                                    "1.5",
+                                    "--host-goes-on",
+                                    "--verbose",
+                                    "--duck=-20",
+                                    "--duck-on",
+                                    "microphone",
+                                    "--compress",
+                                    "--compress-threshold",
+                                    "-30",
+                                    "--compress-ratio",
+                                    "8",
+                                    "--attack",
+                                    "0.5",
+                                    "--release",
+                                    "2",
+                                    "--no-arm",
+                                    "--ring",
+                                    "3",
+                                    "game"});
+    ASSERT_TRUE(line.proceed) << line.error;
+    const Options& o = line.options;
+    EXPECT_EQ(o.action, Options::Action::kRecord);
+    EXPECT_EQ(o.output, "mix");
+    EXPECT_EQ(o.format, "flac");
+    EXPECT_EQ(o.tracksFolder, "t");
+    EXPECT_EQ(o.eventsFile, "e");
+    EXPECT_EQ(o.pictureFile, "p");
+    EXPECT_EQ(o.maximumFileSeconds, 60);
+    EXPECT_EQ(o.durationSeconds, 1.5);
+    EXPECT_EQ(o.hostEnd, Options::HostEnd::kGoesOn);
+    EXPECT_TRUE(o.verbose);
+    EXPECT_TRUE(o.duck);
+    EXPECT_EQ(o.duckDecibels, -20);
+    EXPECT_EQ(o.duckOn, "microphone");
+    EXPECT_TRUE(o.compress);
+    EXPECT_EQ(o.compressThresholdDecibels, -30);
+    EXPECT_EQ(o.compressRatio, 8);
+    EXPECT_EQ(o.attackSeconds, 0.5);
+    EXPECT_EQ(o.releaseSeconds, 2);
+    EXPECT_FALSE(o.armGuard);
+    EXPECT_EQ(o.ringSeconds, 3);
+    EXPECT_EQ(parse({"-o", "a.wav", "--replay", "30", "g"}).options.replaySeconds, 30);
+}
+
+TEST(CommandLineTest, DuckTakesAValueOnlyBehindAnEqualsSign) {
+    const CommandLine line = parse({"--duck", "game"});
+    ASSERT_TRUE(line.proceed);
+    EXPECT_TRUE(line.options.duck);
+    EXPECT_EQ(line.options.duckDecibels, -12);
+    EXPECT_THAT(line.options.command, ElementsAre("game"));
+    EXPECT_FALSE(parse({"game"}).options.duck);
+}
+
+TEST(CommandLineTest, GuardCommandsNameOneProgram) {
+    EXPECT_EQ(parse({"guard", "status", "./game"}).options.action, Options::Action::kGuardStatus);
+    EXPECT_EQ(parse({"guard", "arm", "game"}).options.action, Options::Action::kGuardArm);
+    EXPECT_EQ(parse({"guard", "disarm", "game"}).options.action, Options::Action::kGuardDisarm);
+    EXPECT_THAT(parse({"guard", "arm", "game"}).options.command, ElementsAre("game"));
+    EXPECT_FALSE(parse({"guard"}).proceed);
+    EXPECT_FALSE(parse({"guard", "feed", "game"}).proceed);
+    EXPECT_FALSE(parse({"guard", "arm"}).proceed);
+    EXPECT_FALSE(parse({"guard", "arm", "a", "b"}).proceed);
+}
+
+TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{}, "no COMMAND"},
+        {{"--"}, "no COMMAND"},
+        {{""}, "no COMMAND"},
+        {{"--bogus", "game"}, "there is no option --bogus"},
+        {{"-x", "game"}, "there is no option -x"},
+        {{"-o"}, "--output"},
+        {{"-d", "soon", "game"}, "--duration: a number from 0.001 to 10000000 is wanted, not soon"},
+        {{"-d", "nan", "game"}, "--duration"},
+        {{"-d", "-1", "game"}, "--duration"},
+        {{"-d", "0", "game"}, "--duration"},
+        {{"--ring", "1e99", "game"}, "--ring"},
+        {{"--duck=3", "game"}, "--duck"},
+        {{"--duck=loud", "game"}, "--duck"},
+        {{"--duck-on", "microphone", "game"}, "--duck"},
+        {{"--compress-ratio", "2", "game"}, "--compress"},
+        {{"--attack", "1", "game"}, "--attack"},
+        {{"-q", "-v", "game"}, "excludes"},
+        {{"-o", "out.mp9", "game"}, "out.mp9: no format has that extension"},
+        {{"-o", "out", "game"}, "no format"},
+        {{"-o", "out.wav", "--format", "mp9", "game"}, "no format mp9"},
+        {{"--format", "wav", "game"}, "--output, which is missing"},
+        {{"-o", "-", "--format", "flac", "game"}, "wav or raw"},
+        {{"--replay", "5", "game"}, "--replay wants"},
+        {{"--replay", "5", "-o", "-", "game"}, "--replay wants"},
+        {{"--replay", "5", "-o", "a.wav", "--tracks", "t", "game"}, "--replay wants"},
+        {{"--max-file-time", "5", "game"}, "--max-file-time wants"},
+        {{"-o", "a.wav", "--events", "./a.wav", "game"}, "name the same file"},
+        {{"-o", "a.wav", "-o", "b.wav", "game"}, "--output"},
+    };
+    for (const auto& [arguments, words] : cases) {
+        const CommandLine line = parse(arguments);
+        EXPECT_FALSE(line.proceed) << words;
+        EXPECT_EQ(line.exitCode, 1) << words;
+        EXPECT_EQ(line.output, "") << words;
+        EXPECT_THAT(line.error, testing::StartsWith("tqaudiorecord: "));
+        EXPECT_THAT(line.error, HasSubstr(words));
+        EXPECT_EQ(line.error.find('\n'), std::string::npos) << words;
+    }
+}
+
+TEST(CommandLineTest, HelpVersionAndFormatsGoToStandardOutput) {
+    EXPECT_THAT(parse({"--help"}).output, HasSubstr("Usage: tqaudiorecord"));
+    EXPECT_EQ(parse({"-h"}).output, parse({"--help", "game"}).output);
+    EXPECT_THAT(parse({"--version"}).output,
+                testing::MatchesRegex("tqaudiorecord [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_THAT(parse({"--list-formats"}).output, HasSubstr("flac  .flac"));
+    EXPECT_EQ(parse({"--help"}).exitCode, 0);
+    // What belongs to COMMAND is not ours to answer.
+    EXPECT_TRUE(parse({"game", "--help"}).proceed);
+}
+
+/// All options that the help text names.
+std::set<std::string> documentedOptions() {
+    const std::string help = parse({"--help"}).output;
+    const std::regex option("\\n  (-[a-z],)?(--[a-z-]+)|\\n  (-[a-z]),");
+    std::set<std::string> all;
+    for (std::sregex_iterator match(help.begin(), help.end(), option), end; match != end; ++match) {
+        all.insert((*match)[2]);
+        if (const std::string letter = (*match)[1]; !letter.empty()) {
+            all.insert(letter.substr(0, 2));
+        }
+    }
+    return all;
+}
+
+std::string fileText(const std::string& name) {
+    std::stringstream text;
+    text << std::ifstream(std::string(TQ_RECORDER_SOURCE) + "/" + name).rdbuf();
+    return text.str();
+}
+
+TEST(DocumentationTest, HelpNamesTheOptions) {
+    EXPECT_GE(documentedOptions().size(), 25U);
+    EXPECT_TRUE(documentedOptions().contains("--duck-on"));
+    EXPECT_TRUE(documentedOptions().contains("-d"));
+}
+
+TEST(DocumentationTest, TheManualPageHasEveryOption) {
+    std::string page = fileText("man/tqaudiorecord.1");
+    page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
+    for (const std::string& option : documentedOptions()) {
+        EXPECT_TRUE(std::regex_search(
+            page, std::regex("\\n\\.B[IR]? ([^\\n]*[^a-z-])?" + option + "[^a-z-]")))
+            << option;
+    }
+}
+
+TEST(DocumentationTest, TheCompletionsHaveEveryOption) {
+    for (const char* name : {"completion/tqaudiorecord.bash", "completion/_tqaudiorecord"}) {
+        const std::string text = fileText(name);
+        for (const std::string& option : documentedOptions()) {
+            EXPECT_TRUE(std::regex_search(text, std::regex("[^a-z-]" + option + "[^a-z-]")))
+                << name << " " << option;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tqrecorder

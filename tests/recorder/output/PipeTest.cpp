@@ -1,0 +1,139 @@
+// The mix on standard output: readers that go away, that are slow, that want a header.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "Sound.h"
+#include "output/PipeSink.h"
+
+namespace tqrecorder::test {
+namespace {
+
+class PipeSinkTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::signal(SIGPIPE, SIG_IGN);
+        std::array<int, 2> ends{};
+        ASSERT_EQ(pipe(ends.data()), 0);
+        reader_ = ends[0];
+        writer_ = ends[1];
+    }
+    void TearDown() override {
+        close(writer_);
+        close(reader_);
+    }
+    std::vector<std::byte> readAll() {
+        fcntl(reader_, F_SETFL, O_NONBLOCK);
+        std::vector<std::byte> all;
+        std::array<std::byte, 65536> piece{};
+        for (ssize_t got = 0; (got = read(reader_, piece.data(), piece.size())) > 0;) {
+            all.insert(all.end(), piece.begin(), piece.begin() + got);
+        }
+        return all;
+    }
+
+    int reader_ = -1;
+    int writer_ = -1;
+    std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
+    const Process game_ = process(1, "game", true);
+};
+
+TEST_F(PipeSinkTest, RawIsTheMixItself) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    const auto bytes = counting(441, 0);
+    sink.block(game_, mixBlock(bytes, 1000));
+    sink.finish();
+    EXPECT_EQ(readAll(), bytes);
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, WavBeginsWithAHeaderOfUnknownLength) {
+    PipeSink sink(writer_, PipeSink::Shape::kWav, names_);
+    const auto bytes = counting(441, 0);
+    sink.block(game_, mixBlock(bytes, 1000));
+    sink.finish();
+    const std::vector<std::byte> all = readAll();
+    ASSERT_EQ(all.size(), 44 + bytes.size());
+    const std::string head(reinterpret_cast<const char*>(all.data()), 44);
+    EXPECT_EQ(head.substr(0, 16), "RIFF\xff\xff\xff\xffWAVEfmt ");
+    EXPECT_EQ(head.substr(36), "data\xff\xff\xff\xff");
+    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), all.begin() + 44));
+}
+
+TEST_F(PipeSinkTest, AReaderThatGoesAwayEndsTheRecordingWithoutAProblem) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    const auto bytes = counting(441, 0);
+    sink.block(game_, mixBlock(bytes, 1000));
+    sink.tick(100'000);
+    EXPECT_EQ(sink.reasonToEnd(), "");
+    close(std::exchange(reader_, -1));
+    sink.block(game_, mixBlock(bytes, 11'000));
+    EXPECT_EQ(sink.reasonToEnd(), "standard output was closed by its reader");
+    sink.finish();
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, AReaderThatGoesAwayWhileNothingPlaysIsSeen) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    close(std::exchange(reader_, -1));
+    sink.tick(100'000);
+    EXPECT_EQ(sink.reasonToEnd(), "standard output was closed by its reader");
+}
+
+TEST_F(PipeSinkTest, NeverWaitsForASlowReaderAndLosesNothingWithinItsRoom) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    std::vector<std::byte> all;
+    // Far more than a pipe holds.
+    for (std::size_t block = 0; block < 600; ++block) {
+        const auto bytes = counting(441, block * 441);
+        sink.block(game_, mixBlock(bytes, 1000 + block * 10'000));
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+    std::vector<std::byte> got;
+    while (got.size() < all.size()) {
+        const std::vector<std::byte> piece = readAll();
+        got.insert(got.end(), piece.begin(), piece.end());
+        sink.tick(100'000);
+    }
+    EXPECT_EQ(got, all);
+    sink.finish();
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, WhatGoesOverItsRoomIsCountedAsAProblem) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_, 100'000);
+    for (std::size_t block = 0; block < 600; ++block) {
+        const auto bytes = counting(441, block * 441);
+        sink.block(game_, mixBlock(bytes, 1000 + block * 10'000));
+    }
+    ASSERT_EQ(sink.problems().size(), 1U);
+    EXPECT_THAT(sink.problems()[0], testing::HasSubstr("too slow"));
+    close(std::exchange(reader_, -1));
+}
+
+TEST_F(PipeSinkTest, CarriesTheFirstProcessOnly) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    const auto first = counting(441, 0);
+    const auto second = counting(441, 7);
+    sink.block(game_, mixBlock(first, 1000));
+    sink.block(process(2, "child"), mixBlock(second, 2000));
+    sink.finish();
+    EXPECT_EQ(readAll(), first);
+}
+
+TEST(PipeSinkDeviceTest, AFullDeviceIsAProblem) {
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(full, 0);
+    PipeSink sink(full, PipeSink::Shape::kRaw, std::make_shared<ProcessNames>());
+    const auto bytes = counting(441, 0);
+    sink.block(process(1, "game", true), mixBlock(bytes, 1000));
+    ASSERT_EQ(sink.problems().size(), 1U);
+    EXPECT_EQ(sink.problems()[0], "standard output: No space left on device");
+    close(full);
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

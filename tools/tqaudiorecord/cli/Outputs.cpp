@@ -1,0 +1,135 @@
+#include "cli/Outputs.h"
+
+#include <utility>
+
+#include "output/PipeSink.h"
+#include "output/ReplaySink.h"
+#include "output/TracksSink.h"
+#include "view/Diagnosis.h"
+#include "view/Summary.h"
+
+namespace tqrecorder {
+
+Outputs::Outputs(const Options& options, Screen& screen, int standardOutput)
+    : options_(options), screen_(screen), standardOutput_(standardOutput) {
+}
+
+template <typename Kind>
+bool Outputs::addOpened(std::unique_ptr<Kind> sink, std::string& error) {
+    if (sink->open()) {
+        add(std::move(sink));
+        return true;
+    }
+    const std::vector<std::string> problems = sink->problems();
+    error = problems.empty() ? "an output cannot be opened" : problems.front();
+    return false;
+}
+
+bool Outputs::open(std::string& error) {
+    observer_ = &add(std::make_unique<Observer>());
+    const Options& o = options_;
+    const FileFormat* format = !o.format.empty() ? formatNamed(o.format) : formatOfPath(o.output);
+    MixSink* mix = nullptr;
+    TracksSink* tracks = nullptr;
+    if (o.output == "-") {
+        const bool raw = format != nullptr && format->container == 0;
+        add(std::make_unique<PipeSink>(
+            standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
+    } else if (!o.output.empty() && o.replaySeconds) {
+        auto sink = std::make_unique<ReplaySink>(FileSeries::Plan{o.output, format, {}},
+                                                 *o.replaySeconds, names_);
+        files_.push_back(sink.get());
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
+    } else if (!o.output.empty()) {
+        auto sink = std::make_unique<MixSink>(
+            FileSeries::Plan{o.output, format, o.maximumFileSeconds}, names_);
+        mix = sink.get();
+        files_.push_back(mix);
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
+    }
+    if (!o.tracksFolder.empty()) {
+        auto sink = std::make_unique<TracksSink>(o.tracksFolder, o.maximumFileSeconds, names_);
+        tracks = sink.get();
+        files_.push_back(tracks);
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
+    }
+    if (!o.eventsFile.empty()) {
+        auto sink = std::make_unique<EventsSink>(o.eventsFile);
+        events_ = sink.get();
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
+    }
+    if (!o.pictureFile.empty()) {
+        // A picture reads whole files: not bare samples, and not the parts of a long recording.
+        const bool isWhole = !o.maximumFileSeconds;
+        const bool isReadable = format != nullptr && format->container != 0;
+        auto sink =
+            std::make_unique<PictureSink>(o.pictureFile, isWhole && isReadable ? mix : nullptr,
+                                          isWhole ? tracks : nullptr, names_);
+        picture_ = sink.get();
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
+    }
+    if (!o.quiet) {
+        add(std::make_unique<Meter>(screen_, *observer_, o.verbose));
+    }
+    return true;
+}
+
+void Outputs::tick(std::uint64_t elapsedMicroseconds) {
+    SinkSet::tick(elapsedMicroseconds);
+    showProblems();
+}
+
+void Outputs::finish() {
+    SinkSet::finish();
+    showProblems();
+}
+
+void Outputs::showProblems() {
+    const std::vector<std::string> all = problems();
+    for (; shownProblems_ < all.size(); ++shownProblems_) {
+        screen_.line("tqaudiorecord: " + all[shownProblems_]);
+    }
+}
+
+std::vector<std::string> Outputs::silence() const {
+    return whySilent(*observer_, options_.command.front());
+}
+
+bool Outputs::isAnythingRecorded() const {
+    for (const auto& [id, state] : observer_->processes()) {
+        for (const auto& [track, source] : state.sources) {
+            if (source.frames > 0) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+std::string Outputs::summary() const {
+    std::vector<WrittenFile> files;
+    for (const FilesSink* sink : files_) {
+        const std::vector<WrittenFile> more = sink->files();
+        files.insert(files.end(), more.begin(), more.end());
+    }
+    std::vector<std::string> others;
+    if (events_ != nullptr) {
+        others.push_back(events_->path());
+    }
+    if (picture_ != nullptr && picture_->isDrawn()) {
+        others.push_back(picture_->path());
+    }
+    return summaryText(*observer_, files, others, problems(), silence());
+}
+
+}  // namespace tqrecorder

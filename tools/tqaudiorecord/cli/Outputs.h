@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/Options.h"
+#include "output/EventsSink.h"
+#include "output/FileNames.h"
+#include "output/MixSink.h"
+#include "output/PictureSink.h"
+#include "output/SinkSet.h"
+#include "view/Meter.h"
+#include "view/Observer.h"
+#include "view/Screen.h"
+
+namespace tqrecorder {
+
+/// Everything that one recording writes and shows, as its options ask for. One thread.
+class Outputs : public SinkSet {
+  public:
+    /// `screen` takes messages and outlives this; `standardOutput` is for `-o -`.
+    Outputs(const Options& options, Screen& screen, int standardOutput);
+
+    /// Makes all files, so that a path that cannot be written is found before anything is started.
+    /// False with one line in `error`.
+    [[nodiscard]] bool open(std::string& error);
+
+    /// Shows problems as they come up.
+    void tick(std::uint64_t elapsedMicroseconds) override;
+    void finish() override;
+
+    /// Why nothing was heard; empty when something was.
+    [[nodiscard]] std::vector<std::string> silence() const;
+    /// Whether any sound arrived at all, be it zeros.
+    [[nodiscard]] bool isAnythingRecorded() const;
+    /// What is said at the end.
+    [[nodiscard]] std::string summary() const;
+
+  private:
+    template <typename Kind>
+    [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
+    void showProblems();
+
+    const Options& options_;
+    Screen& screen_;
+    int standardOutput_;
+    std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
+    Observer* observer_ = nullptr;
+    std::vector<FilesSink*> files_;
+    EventsSink* events_ = nullptr;
+    PictureSink* picture_ = nullptr;
+    std::size_t shownProblems_ = 0;
+};
+
+}  // namespace tqrecorder
