@@ -31,8 +31,8 @@ class ResolveManager : public testing::Test {
     ~ResolveManager() override { NSNotificationCenter::defaultCenter().removeObserver(this); }
 
     // Handles are identities to the manager: any address does.
-    AudioUnit unit(int index) { return reinterpret_cast<AudioUnit>(&places_.at(index)); }
-    AUGraph graph(int index) { return reinterpret_cast<AUGraph>(&places_.at(index)); }
+    AudioUnit unit(std::size_t index) { return reinterpret_cast<AudioUnit>(&places_.at(index)); }
+    AUGraph graph(std::size_t index) { return reinterpret_cast<AUGraph>(&places_.at(index)); }
 
     TQAudioUnitRecordResolveManager& manager_ = TQAudioUnitRecordResolveManager::sharedManager();
     Posted posted_;
