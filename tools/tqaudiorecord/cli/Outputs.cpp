@@ -95,9 +95,10 @@ void Outputs::finish() {
 }
 
 void Outputs::showProblems() {
-    const std::vector<std::string> all = problems();
-    for (; shownProblems_ < all.size(); ++shownProblems_) {
-        screen_.line("tqaudiorecord: " + all[shownProblems_]);
+    for (const std::string& problem : problems()) {
+        if (shownProblems_.insert(problem).second) {
+            screen_.line("tqaudiorecord: " + problem);
+        }
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -51,7 +52,7 @@ class Outputs : public SinkSet {
     std::vector<FilesSink*> files_;
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;
-    std::size_t shownProblems_ = 0;
+    std::set<std::string> shownProblems_;
 };
 
 }  // namespace tqrecorder

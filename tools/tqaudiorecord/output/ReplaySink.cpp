@@ -7,6 +7,12 @@
 #include <utility>
 
 namespace tqrecorder {
+namespace {
+
+// A launcher may start programs without end.
+constexpr std::size_t kMostMemories = 8;
+
+}  // namespace
 
 ReplaySink::ReplaySink(FileSeries::Plan plan, double seconds, std::shared_ptr<ProcessNames> names)
     : plan_(std::move(plan)),
@@ -62,12 +68,14 @@ void ReplaySink::block(const Process& process, const Block& block) {
     }
     auto found = memories_.find(process.id);
     if (found == memories_.end()) {
+        makeRoom();
         Memory memory{std::vector<std::byte>(capacity_),
                       0,
                       0,
                       StreamClock(kMixFormat.sampleRate, block.microseconds, kMixPatience),
                       false,
-                      names_->additionOf(process)};
+                      names_->additionOf(process),
+                      false};
         found = memories_.emplace(process.id, std::move(memory)).first;
     }
     Memory& memory = found->second;
@@ -76,6 +84,21 @@ void ReplaySink::block(const Process& process, const Block& block) {
         memory.clock.before(block.microseconds, frames, std::exchange(memory.lost, false));
     memory.addSilence(silence * kMixFormat.frameBytes());
     memory.add(block.frames.first(frames * kMixFormat.frameBytes()));
+}
+
+void ReplaySink::processEnded(const Process& process, const HostFacts& /*facts*/) {
+    const auto found = memories_.find(process.id);
+    if (found != memories_.end()) {
+        found->second.ended = true;
+    }
+}
+
+// Of the processes that ended the oldest are forgotten first.
+void ReplaySink::makeRoom() {
+    for (auto memory = memories_.begin();
+         memory != memories_.end() && memories_.size() >= kMostMemories;) {
+        memory = memory->second.ended ? memories_.erase(memory) : std::next(memory);
+    }
 }
 
 void ReplaySink::lost(const Process& process, std::uint64_t blocks, std::uint64_t /*bytes*/) {

@@ -23,6 +23,7 @@ class ReplaySink : public FilesSink {
 
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
+    void processEnded(const Process& process, const HostFacts& facts) override;
     void save() override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
     [[nodiscard]] std::vector<WrittenFile> files() const override { return files_; }
@@ -38,10 +39,12 @@ class ReplaySink : public FilesSink {
         StreamClock clock;
         bool lost = false;
         std::string addition;
+        bool ended = false;
 
         void add(std::span<const std::byte> bytes);
         void addSilence(std::uint64_t bytes);
     };
+    void makeRoom();
     [[nodiscard]] std::string nextPath(const std::string& addition, unsigned& number) const;
 
     FileSeries::Plan plan_;
