@@ -192,7 +192,7 @@ TEST_F(SinksTest, TracksShareOneTimeAxis) {
         sink.block(game_, {1, "unit A", music, at(frame, 48000), bytes});
     }
     // Plays from half a second to one, and again from one and a half to two.
-    for (const std::size_t start : {11025, 33075}) {
+    for (const std::size_t start : {11025U, 33075U}) {
         for (std::size_t frame = start; frame < start + 11025; frame += 225) {
             const auto bytes = tone<std::int16_t>(441, effects, 225, frame);
             sink.block(game_, {2, "unit B", effects, at(frame, 22050), bytes});
