@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tqrecorder {
+
+/// What the user asked for, checked for form (numbers in range, no contradictions), not yet against
+/// the disk.
+struct Options {
+    enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm };
+    enum class HostEnd { kGoesOn, kEnds };  ///< what becomes of the host when the recording ends
+
+    Action action = Action::kRecord;
+    std::vector<std::string> command;  ///< with its arguments; never empty
+
+    // What is written.
+    std::string output;  ///< the mix; "-" is standard output; empty for none
+    std::string format;  ///< overrides the extension; empty follows it
+    std::string tracksFolder;
+    std::string eventsFile;
+    std::string pictureFile;
+    std::optional<double> maximumFileSeconds;  ///< a new file follows
+    std::optional<double> replaySeconds;       ///< keep only that much, in memory
+
+    // When it ends.
+    std::optional<double> durationSeconds;
+    HostEnd hostEnd = HostEnd::kEnds;
+
+    // What is shown.
+    bool quiet = false;
+    bool verbose = false;
+
+    // What is done to the host's own output.
+    bool duck = false;
+    double duckDecibels = -12;
+    std::string duckOn;  ///< a WAV file, or "microphone"; empty ducks all the time
+    bool compress = false;
+    double compressThresholdDecibels = -20;
+    double compressRatio = 4;
+    double attackSeconds = 0.01;
+    double releaseSeconds = 0.2;
+
+    bool armGuard = true;
+    double ringSeconds = 10;  ///< of sound that the shared ring holds
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What travels from the recorded processes to whatever writes or shows it. Everything here is
+// called on the recorder's own thread, never inside a host.
+
+namespace tqrecorder {
+
+/// Sample format of a stream as the library states it.
+struct BlockFormat {
+    double sampleRate = 0;  ///< Hz
+    std::uint32_t channels = 0;
+    std::uint32_t bitsPerChannel = 0;
+    bool isFloat = false;
+
+    [[nodiscard]] bool operator==(const BlockFormat&) const = default;
+    [[nodiscard]] std::size_t frameBytes() const {
+        return std::size_t{channels} * (bitsPerChannel / 8);
+    }
+};
+
+/// One recorded process: the command itself or a child of it.
+struct Process {
+    int id = 0;              ///< 1 for the first that connected, then upwards; never reused
+    pid_t pid = 0;           ///< as the recorder sees it
+    std::string name;        ///< the program's name without folders
+    bool isCommand = false;  ///< the command that was asked for (also after it execs)
+};
+
+/// A block of sound. `track` 0 is the process's mix (44100 Hz, 16-bit, stereo); 1 to 7 are the
+/// tracks, after the library's own processing.
+struct Block {
+    int track = 0;
+    std::string_view unit;  ///< the host unit's text; empty for the mix
+    BlockFormat format;
+    std::uint64_t microseconds = 0;     ///< host time of its first frame
+    std::span<const std::byte> frames;  ///< interleaved, little-endian, whole frames
+};
+
+/// An event of the library.
+struct Event {
+    std::uint64_t microseconds = 0;  ///< host time
+    std::uint64_t category = 0;
+    std::uint64_t code = 0;
+    std::string message;
+};
+
+/// A line of the library's log.
+struct LogLine {
+    int level = 0;  ///< 1 debug, 2 info, 3 warning, 4 error
+    std::string function;
+    std::string text;
+};
+
+/// Numbers of one track (or of the mix, track 0) as of now.
+struct TrackNumbers {
+    int track = 0;
+    std::string unit;
+    BlockFormat format;
+    std::uint64_t bufferedBytes = 0;   ///< captured, not yet mixed
+    std::uint64_t bufferCapacity = 0;  ///< bytes
+};
+
+/// What is known of a process that may explain a silent recording. Counts only grow.
+struct HostFacts {
+    bool hooksInstalled = false;
+    bool guardRefused = false;  ///< the crash guard kept the hooks out
+    int retriesLeft = 0;
+    std::uint64_t unitsCreated = 0;
+    std::uint64_t unitsStarted = 0;
+    std::uint64_t unitsWithMicrophone = 0;  ///< not captured by rule
+    std::uint64_t blocksWithSound = 0;      ///< mix blocks that were not all zero
+    std::uint64_t blocks = 0;               ///< mix blocks
+};
+
+/// Takes a recording: writes it to files, shows it, keeps it. Methods do nothing unless overridden.
+class Sink {
+  public:
+    virtual ~Sink() = default;
+
+    virtual void processBegan(const Process&) {}
+    virtual void block(const Process&, const Block&) {}
+    /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call.
+    virtual void lost(const Process&, std::uint64_t /*blocks*/, std::uint64_t /*bytes*/) {}
+    virtual void event(const Process&, const Event&) {}
+    virtual void log(const Process&, const LogLine&) {}
+    /// Several times a second while the process lives.
+    virtual void numbers(const Process&, std::span<const TrackNumbers>, const HostFacts&,
+                         double /*ringFill, 0 to 1*/) {}
+    virtual void processEnded(const Process&, const HostFacts&) {}
+    /// About ten times a second, whatever else happens: refresh headers, redraw.
+    virtual void tick(std::uint64_t /*elapsedMicroseconds*/) {}
+    /// The user asked to save what is kept in memory.
+    virtual void save() {}
+    /// The recording is over; files are to be whole after this. Called once.
+    virtual void finish() {}
+    /// Why the recording should end now (nobody reads the standard output any more); empty to go
+    /// on. Asked for after every tick().
+    [[nodiscard]] virtual std::string reasonToEnd() const { return {}; }
+    /// One line each for what could not be written so far; not empty means exit code 2.
+    [[nodiscard]] virtual std::vector<std::string> problems() const { return {}; }
+};
+
+}  // namespace tqrecorder
