@@ -243,7 +243,7 @@ TEST_F(MeterTest, TheSummaryTellsTracksLossesFilesAndProblems) {
          {"Recorded: game (1001)\n",
           "  mix: 44100 Hz, 16-bit integer, stereo, 0.20 s, peak -6.0 dBFS, RMS -9.0 dBFS\n",
           "  track 1 (unit 0x1): 44100 Hz",
-          "  1 events, 1 gaps filled with silence (0.50 s), 2 blocks lost (99 bytes)\n",
+          "  1 event, 1 gap filled with silence (0.50 s), 2 blocks lost (99 bytes)\n",
           "  out.wav (44100 Hz, 0.70 s)\n", "  events.jsonl\n", "Silent: game: silent\n",
           "Problem: disk: full\n"}) {
         EXPECT_THAT(text, HasSubstr(words));

@@ -14,6 +14,10 @@ std::string secondsText(double seconds) {
     return text.data();
 }
 
+std::string counted(std::uint64_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 std::string levels(const SourceState& source) {
     return source.whole.peak() > 0 ? "peak " + decibelText(source.whole.peak()) + " dBFS, RMS " +
                                          decibelText(source.whole.rms()) + " dBFS"
@@ -42,13 +46,13 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
             text +=
                 ": " + textOf(source.format) + ", " + length(source) + ", " + levels(source) + "\n";
         }
-        text += "  " + std::to_string(state.events) + " events, " + std::to_string(state.gaps()) +
-                " gaps filled with silence";
+        text += "  " + counted(state.events, "event") + ", " + counted(state.gaps(), "gap") +
+                " filled with silence";
         if (const auto mix = state.sources.find(0);
             state.gaps() > 0 && mix != state.sources.end() && mix->second.clock) {
             text += " (" + secondsText(mix->second.clock->gapSeconds()) + ")";
         }
-        text += ", " + std::to_string(state.lostBlocks) + " blocks lost";
+        text += ", " + counted(state.lostBlocks, "block") + " lost";
         text += state.lostBytes > 0 ? " (" + std::to_string(state.lostBytes) + " bytes)\n" : "\n";
     }
     if (!files.empty() || !otherFiles.empty()) {
