@@ -7,6 +7,10 @@ build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev
     libcairo2-dev libfftw3-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev sox ffmpeg)
 
+# The benchmark frame, and what the library is measured beside.
+bench_packages=(libbenchmark-dev python3 libjack-jackd2-dev libboost-dev libreaderwriterqueue-dev
+    libsamplerate0-dev libsdl2-dev libavfilter-dev)
+
 say() { printf '%s\n' "$*"; }
 
 die() {
