@@ -111,6 +111,14 @@ TEST_F(MemoryFileTest, NewFileBecomesOnePageOfZerosAndIsMapped) {
     EXPECT_THAT(log_.Infos(), ElementsAre(MapLine(file), CreateLine(file)));
 }
 
+TEST_F(MemoryFileTest, DescriptorZeroIsAsGoodAsAnyOther) {
+    ASSERT_EQ(close(STDIN_FILENO), 0);  // as services do
+    MemoryFile file(path_.c_str());
+    EXPECT_EQ(file.fd(), 0);
+    EXPECT_TRUE(file.isUsable());
+    EXPECT_THAT(log_.Errors(), IsEmpty());
+}
+
 TEST_F(MemoryFileTest, NewFileIsReadableWritableAndExecutableByItsOwnerOnly) {
     umask(0);
     MemoryFile file(path_.c_str());

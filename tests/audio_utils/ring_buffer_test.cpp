@@ -385,6 +385,7 @@ TEST_F(RingBufferTest, OverrideWithAnEarlierFirstStart) {
     EXPECT_TRUE(RingBuffer::IsReadBufferOverride(1, 2, 3, 4));
     EXPECT_FALSE(RingBuffer::IsReadBufferOverride(1, 3, 3, 4));
     EXPECT_FALSE(RingBuffer::IsReadBufferOverride(1, 0, 3, 1));
+    EXPECT_FALSE(RingBuffer::IsReadBufferOverride(5, 3, 6, 3)) << "b == d counts as not above";
 }
 
 TEST_F(RingBufferTest, OverrideWithALaterFirstStart) {

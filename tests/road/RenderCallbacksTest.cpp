@@ -311,6 +311,25 @@ TEST_F(MixedBlock, isLeftAloneBeforeTheRenderAndAfterAFailedOne) {
     }
 }
 
+TEST_F(MixedBlock, withoutATimeStampIsStampedZero) {
+    capture(3);
+    AudioUnitRenderActionFlags flags = kAudioUnitRenderAction_PostRender;
+    listener->clear();
+    EXPECT_EQ(MixOutputRenderCallback(&manager(), &flags, nullptr, 0, 16, list.get()), 0);
+    ASSERT_THAT(listener->mixes(), SizeIs(1));
+    EXPECT_EQ(listener->mixes()[0].info.timeStamp(), 0U);
+}
+
+TEST_F(RenderCallbacks, nothingIsKeptWhileTheManagerDoesNotCaptureThoughTheUnitDoes) {
+    capture(3);
+    stopPrivateGraph();
+    manager().setIsCapturing(NO);
+    slices(2);
+    EXPECT_EQ(object().getRingBufferSize(NO), 0U);
+    EXPECT_EQ(object().getRingBufferSize(YES), 0U);
+    manager().setIsCapturing(YES);
+}
+
 TEST_F(RenderCallbacks, timeStampsAreMicrosecondsOfTheHostsTimeBase) {
     capture(3);
     slices(1);
