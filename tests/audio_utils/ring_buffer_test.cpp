@@ -117,6 +117,7 @@ TEST_F(RingBufferTest, CeilingBelowCapacityBecomesTheCapacity) {
 TEST_F(RingBufferTest, InitAgainEmptiesTheRingAndZeroesItsStorage) {
     Open(4, 8);
     Write(Count(3));
+    Read(2);
     ASSERT_EQ(ring_.Init(3, 2, 5), 0);
     ExpectIndices(0, 0);
     EXPECT_EQ(ring_.Capacity(), 3U);

@@ -194,6 +194,9 @@ TEST_F(GraphHooks, aRemovedNodeIsForgotten) {
                                   ", " + std::to_string(node) + ", err: ")));
     AUGraphOpen(host.graph());
     EXPECT_EQ(registered(), 0U);
+    EXPECT_EQ(logs->count("[AUGraphHook] No valid node in AUGraph: " + pointerText(host.graph()) +
+                          " error:0"),
+              1U);
 }
 
 TEST_F(GraphHooks, aNodeThatCouldNotBeRemovedOrAnotherOneKeepsTheTrackedOne) {

@@ -361,6 +361,18 @@ TEST_F(RenderCallbacks, aCallbackOnTheOutputScopeIsCapturedThroughTheNotify) {
     EXPECT_NEAR(listener->mixes()[3].samples()[0], 8191, 3);
 }
 
+struct NotifyMasks : RenderCallbacks, testing::WithParamInterface<std::uint64_t> {};
+
+TEST_P(NotifyMasks, sayWhichSidesTheNotifyWrites) {
+    capture(GetParam(), kAudioUnitScope_Output);
+    stopPrivateGraph();
+    slices(2);
+    EXPECT_EQ(object().getRingBufferSize(NO) > 0, (GetParam() & 1U) != 0);
+    EXPECT_EQ(object().getRingBufferSize(YES) > 0, (GetParam() & 2U) != 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, NotifyMasks, testing::Values(0, 1, 2, 3));
+
 TEST_F(RenderCallbacks, aGraphWhoseMixerIsFedIsCapturedThroughTheNotifyOfItsOutput) {
     HostGraph graph;
     graph.sound.format = stream_formats::int16Interleaved(44100, 2);
