@@ -178,9 +178,6 @@ class Parser {
                "Level from which on, in dBFS")
             ->needs(compress)
             ->group(group);
-        number("--compress-ratio", options_.compressRatio, 1, 100, "RATIO", "How much")
-            ->needs(compress)
-            ->group(group);
         attack_ = number("--attack", options_.attackSeconds, 0, 10, "SECONDS",
                          "How fast ducking and compression set in");
         attack_->group(group);

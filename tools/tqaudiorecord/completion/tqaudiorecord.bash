@@ -11,7 +11,7 @@ _tqaudiorecord() {
         word=${COMP_WORDS[index]}
         case $word in
             -o | --output | --format | --tracks | --events | --picture | --max-file-time | --replay | \
-                -d | --duration | --duck-on | --compress-threshold | --compress-ratio | --attack | \
+                -d | --duration | --duck-on | --compress-threshold | --attack | \
                 --release | --ring)
                 ((++index))
                 ;;
@@ -57,7 +57,7 @@ _tqaudiorecord() {
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
             ;;
-        -d | --duration | --max-file-time | --replay | --compress-threshold | --compress-ratio | \
+        -d | --duration | --max-file-time | --replay | --compress-threshold | \
             --attack | --release | --ring)
             return
             ;;
@@ -66,7 +66,7 @@ _tqaudiorecord() {
     if [[ $current == -* ]]; then
         words="-o --output --format --list-formats --tracks --events --picture --max-file-time
             --replay -d --duration --host-goes-on -q --quiet -v --verbose -h --help --version --duck
-            --duck-on --compress --compress-threshold --compress-ratio --attack --release --no-arm
+            --duck-on --compress --compress-threshold --attack --release --no-arm
             --ring "
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     else

@@ -39,7 +39,6 @@ struct Options {
     std::string duckOn;  ///< a WAV file, or "microphone"; empty ducks all the time
     bool compress = false;
     double compressThresholdDecibels = -20;
-    double compressRatio = 4;
     double attackSeconds = 0.01;
     double releaseSeconds = 0.2;
 
