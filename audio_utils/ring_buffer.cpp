@@ -9,13 +9,29 @@
 
 namespace korva_audio_utils {
 
+namespace {
+
+void OwnLines(const std::byte* first, std::size_t bytes, std::size_t line) {
+    for (std::size_t at = 0; at < bytes; at += line) {
+#if defined(__x86_64__)
+        // The compilers' own prefetch fetches for reading unless told of newer processors; such a
+        // line has to be asked for again. Where this instruction is unknown it does nothing.
+        asm volatile("prefetchw %0" : : "m"(first[at]));
+#else
+        __builtin_prefetch(first + at, 1);
+#endif
+    }
+}
+
+}  // namespace
+
 void RingBuffer::StorageDelete::operator()(std::byte* bytes) const noexcept {
     ::operator delete[](bytes, std::align_val_t{kStorageAlignment});
 }
 
 RingBuffer::Storage RingBuffer::Allocate(std::size_t capacity, std::size_t elementSize) {
     constexpr auto kLargest = static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
-    if (capacity > kLargest / elementSize) {
+    if (capacity > kLargest / elementSize || capacity > kIndexMask) {
         return nullptr;
     }
     const std::size_t bytes = capacity * elementSize;
@@ -48,43 +64,43 @@ void RingBuffer::CopyIn(std::size_t write, const void* data, std::size_t count,
                         std::size_t capacity) {
     const auto* source = static_cast<const std::byte*>(data);
     const std::size_t head = std::min(count, capacity - write);
-    std::memcpy(At(write), source, head * elementSize_);
+    const std::size_t headBytes = head * elementSize_;
+    // The lines written to were last touched a whole turn of the ring ago, on the reader's core.
+    // Asking for them at once overlaps what the copy would wait for one by one.
+    OwnLines(At(write), std::min(headBytes, kPrefetchBytes), kCacheLine);
+    std::memcpy(At(write), source, headBytes);
     if (head < count) {
-        std::memcpy(storage_.get(), source + head * elementSize_, (count - head) * elementSize_);
+        std::memcpy(storage_.get(), source + headBytes, (count - head) * elementSize_);
     }
+}
+
+RingBuffer::Indices RingBuffer::Look(std::memory_order orderOfWrite) const noexcept {
+    const std::size_t write = write_.load(orderOfWrite);
+    const std::size_t read = read_.load(std::memory_order_acquire);
+    return {read & kIndexMask, IsCurrent(read, write) ? write & kIndexMask : 0, read & kEpochBit};
 }
 
 std::size_t RingBuffer::WriteBuffer(const void* data, std::size_t count) {
     if (!storage_ || data == nullptr || count == 0) {
         return 0;
     }
-    for (;;) {
-        // The write index is the writer's own, but a clean may set it to 0; acquiring it (and
-        // before the read index) orders the reader's last copy before this thread's next one.
-        std::size_t write = write_.load(std::memory_order_acquire);
-        const std::size_t read = read_.load(std::memory_order_acquire);
-        const std::size_t available = AvailableWrite(read, write);
-        if (MaxAvailableWrite(read, write) < count) {
+    // The write index is the writer's own. Acquiring the read index orders the reader's last copy
+    // before this thread's next one.
+    Indices at = Look(std::memory_order_relaxed);
+    const std::size_t available = AvailableWrite(at.read, at.write);
+    if (available < count) {
+        if (MaxAvailableWrite(at.read, at.write) < count || !ExpandBuffer(count)) {
             return 0;
         }
-        if (available < count) {
-            if (!ExpandBuffer(count)) {
-                return 0;
-            }
-            write = write_.load(std::memory_order_acquire);
-        }
-        const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
-        CopyIn(write, data, count, capacity);
-        const std::size_t tail = capacity - write;
-        const std::size_t next = tail <= count ? count - tail : write + count;
-        // Only a clean moves the index away meanwhile. The elements just copied lie where the
-        // emptied ring has no readable slot, so the block simply starts over behind the clean. An
-        // index that was 0 already is still right: the block is then the first of the clean ring.
-        if (write_.compare_exchange_strong(write, next, std::memory_order_acq_rel,
-                                           std::memory_order_acquire)) {
-            return count;
-        }
+        at = Look(std::memory_order_relaxed);
     }
+    const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
+    CopyIn(at.write, data, count, capacity);
+    const std::size_t tail = capacity - at.write;
+    const std::size_t next = tail <= count ? count - tail : at.write + count;
+    // Publishes the block. If a clean has begun a new epoch meanwhile, nobody will look at it.
+    write_.store(next | at.epoch, std::memory_order_release);
+    return count;
 }
 
 std::size_t RingBuffer::ReadBuffer(void** outPtr, void* dst, std::size_t count) {
@@ -92,27 +108,26 @@ std::size_t RingBuffer::ReadBuffer(void** outPtr, void* dst, std::size_t count) 
     if (dst == nullptr) {
         return 0;
     }
-    const std::size_t read = read_.load(std::memory_order_relaxed);
-    const std::size_t available = AvailableRead(read, write_.load(std::memory_order_acquire));
-    if (available < count) {
+    const Indices at = Look(std::memory_order_acquire);
+    if (AvailableRead(at.read, at.write) < count) {
         return 0;
     }
     const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
-    const std::size_t tail = capacity - read;
+    const std::size_t tail = capacity - at.read;
     if (tail < count) {
-        std::memcpy(dst, At(read), tail * elementSize_);
+        std::memcpy(dst, At(at.read), tail * elementSize_);
         std::memcpy(static_cast<std::byte*>(dst) + tail * elementSize_, storage_.get(),
                     (count - tail) * elementSize_);
         if (outPtr != nullptr) {
             *outPtr = dst;
         }
     } else if (outPtr != nullptr) {
-        *outPtr = count == 0 ? nullptr : At(read);
+        *outPtr = count == 0 ? nullptr : At(at.read);
     } else if (count != 0) {
-        std::memcpy(dst, At(read), count * elementSize_);
+        std::memcpy(dst, At(at.read), count * elementSize_);
     }
-    const std::size_t next = read + count;
-    read_.store(next >= capacity ? next - capacity : next, std::memory_order_release);
+    const std::size_t next = at.read + count;
+    read_.store((next >= capacity ? next - capacity : next) | at.epoch, std::memory_order_release);
     return count;
 }
 
@@ -141,8 +156,8 @@ int RingBuffer::GetMode(std::size_t read, std::size_t write) const noexcept {
 
 std::size_t RingBuffer::AvailableRead() const {
     const std::lock_guard lock(mutex_);
-    return AvailableRead(read_.load(std::memory_order_relaxed),
-                         write_.load(std::memory_order_acquire));
+    const Indices at = Look(std::memory_order_acquire);
+    return AvailableRead(at.read, at.write);
 }
 
 std::size_t RingBuffer::GetBufferReadRegions(std::size_t count, std::size_t read, void** first,
@@ -180,8 +195,7 @@ bool RingBuffer::ExpandBuffer(std::size_t count) {
     if (capacity >= maxCapacity_) {
         return false;
     }
-    const std::size_t read = read_.load(std::memory_order_relaxed);
-    const std::size_t write = write_.load(std::memory_order_acquire);
+    const auto [read, write, epoch] = Look(std::memory_order_relaxed);
     const std::size_t used = AvailableRead(read, write);
     if (count > maxCapacity_ - used) {
         return false;
@@ -200,8 +214,8 @@ bool RingBuffer::ExpandBuffer(std::size_t count) {
         const std::size_t tailBytes = (capacity - read) * elementSize_;
         std::memcpy(storage.get(), At(read), tailBytes);
         std::memcpy(storage.get() + tailBytes, storage_.get(), write * elementSize_);
-        read_.store(0, std::memory_order_release);
-        write_.store(used, std::memory_order_release);
+        read_.store(epoch, std::memory_order_release);
+        write_.store(used | epoch, std::memory_order_release);
     } else {
         std::memcpy(storage.get(), storage_.get(), capacity * elementSize_);
     }
@@ -212,11 +226,12 @@ bool RingBuffer::ExpandBuffer(std::size_t count) {
 
 void RingBuffer::CleanBufferOnWrite() {
     const std::lock_guard lock(mutex_);
-    // The write index first: a writer that sees it back at 0 while the read index is still the old
-    // one finds less room than there is, never more, and a block that it lets in survives the
-    // second store.
-    write_.store(0, std::memory_order_release);
-    read_.store(0, std::memory_order_release);
+    const std::size_t read = read_.load(std::memory_order_relaxed);
+    // A ring into which nothing has been written since the last clean is still clean. Not beginning
+    // another epoch there keeps the writer at most one behind, so that one bit tells them apart.
+    if (IsCurrent(read, write_.load(std::memory_order_acquire))) {
+        read_.store((read & kEpochBit) ^ kEpochBit, std::memory_order_release);
+    }
 }
 
 }  // namespace korva_audio_utils

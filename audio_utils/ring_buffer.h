@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <mutex>
 
@@ -17,6 +18,11 @@ namespace korva_audio_utils {
 /// thread that calls ReadBuffer. The write index is published with release ordering after the
 /// elements behind it are in place, the read index after they have been copied out. All counts
 /// are in elements unless a name says bytes.
+///
+/// Each index belongs to one side alone, so that publishing one is a plain store even while another
+/// thread cleans the ring. A clean cannot touch the write index then; it begins a new epoch in the
+/// read index instead. A write index of another epoch counts as 0, and the writer joins the new
+/// epoch with its next block.
 class RingBuffer {
   public:
     RingBuffer() = default;
@@ -79,19 +85,35 @@ class RingBuffer {
     void CleanBufferOnWrite();
 
     /// [any thread] [real-time safe] Looks at the fields; each is consistent in itself.
-    std::size_t ReadIndex() const noexcept { return read_.load(std::memory_order_acquire); }
-    std::size_t WriteIndex() const noexcept { return write_.load(std::memory_order_acquire); }
+    std::size_t ReadIndex() const noexcept { return Look(std::memory_order_acquire).read; }
+    std::size_t WriteIndex() const noexcept { return Look(std::memory_order_acquire).write; }
     std::size_t Capacity() const noexcept { return capacity_.load(std::memory_order_acquire); }
     std::size_t MaxCapacity() const noexcept { return maxCapacity_; }
     std::size_t ElementSize() const noexcept { return elementSize_; }
 
   private:
-    /// A cache line, so that copies start aligned.
-    static constexpr std::size_t kStorageAlignment = 64;
+    static constexpr std::size_t kCacheLine = 64;
+    /// So that copies start aligned.
+    static constexpr std::size_t kStorageAlignment = kCacheLine;
+    /// About as many lines as a core can have under way; more gain nothing.
+    static constexpr std::size_t kPrefetchBytes = 32 * kCacheLine;
     struct StorageDelete {
         void operator()(std::byte* bytes) const noexcept;
     };
     using Storage = std::unique_ptr<std::byte[], StorageDelete>;
+
+    /// Which epoch an index belongs to stands in its highest bit.
+    static constexpr std::size_t kIndexMask = std::numeric_limits<std::size_t>::max() >> 1;
+    static constexpr std::size_t kEpochBit = kIndexMask + 1;
+    struct Indices {
+        std::size_t read;
+        std::size_t write;
+        std::size_t epoch;
+    };
+    static bool IsCurrent(std::size_t read, std::size_t write) noexcept {
+        return ((read ^ write) & kEpochBit) == 0;
+    }
+    Indices Look(std::memory_order orderOfWrite) const noexcept;
 
     static Storage Allocate(std::size_t capacity, std::size_t elementSize);
     std::byte* At(std::size_t index) const noexcept {
@@ -99,13 +121,15 @@ class RingBuffer {
     }
     void CopyIn(std::size_t write, const void* data, std::size_t count, std::size_t capacity);
 
-    std::atomic<std::size_t> read_{0};
-    std::atomic<std::size_t> write_{0};
-    std::atomic<std::size_t> capacity_{0};
+    // Cache lines of their own: what no side changes while the ring is large enough, the writer's
+    // index, the reader's, the reader's lock.
+    alignas(kCacheLine) std::atomic<std::size_t> capacity_{0};
     std::size_t elementSize_ = 0;
     std::size_t maxCapacity_ = 0;
     Storage storage_;
-    mutable std::mutex mutex_;
+    alignas(kCacheLine) std::atomic<std::size_t> write_{0};
+    alignas(kCacheLine) std::atomic<std::size_t> read_{0};
+    alignas(kCacheLine) mutable std::mutex mutex_;
 };
 
 }  // namespace korva_audio_utils
