@@ -1,0 +1,208 @@
+// A host that knows nothing of recording. Its first argument says what it does:
+//   tone SECONDS        a tone through one unit: 48000 Hz, float, stereo, not interleaved
+//   short SECONDS       the same as 16-bit integers, interleaved
+//   graph SECONDS       the same through a graph
+//   closing SECONDS     closes all descriptors first
+//   idle                makes a unit and never starts it
+//   microphone SECONDS  plays through a unit with its microphone on
+//   silent SECONDS      plays zeros
+//   die                 kills itself inside its own callback
+//   exec PROGRAM ARG... becomes another program
+//   run PROGRAM ARG... [-- PROGRAM ARG...]   starts programs, all at once, and waits for them
+//   fork SECONDS        a child, without exec, plays
+//   exit CODE
+// The exit code is 0 when everything worked and the whole tone was played.
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <mutex>
+#include <numbers>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr double kRate = 48000;
+constexpr double kFrequency = 1000;
+constexpr double kAmplitude = 0.5;
+constexpr int kPatienceSeconds = 60;
+
+struct Tone {
+    bool isFloat = true;
+    bool isSilent = false;
+    int deadlyCall = 0;
+    int calls = 0;
+    long frame = 0;
+    std::atomic<long> framesLeft{0};
+    std::mutex mutex;
+    std::condition_variable over;
+};
+
+OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const AudioTimeStamp* /*ts*/,
+                UInt32 /*bus*/, UInt32 frames, AudioBufferList* data) {
+    Tone& tone = *static_cast<Tone*>(refCon);
+    if (++tone.calls == tone.deadlyCall) {
+        std::raise(SIGKILL);
+    }
+    for (UInt32 i = 0; i < frames; ++i, ++tone.frame) {
+        const double phase = 2 * std::numbers::pi * kFrequency * static_cast<double>(tone.frame);
+        const double value = tone.isSilent ? 0 : kAmplitude * std::sin(phase / kRate);
+        if (tone.isFloat) {
+            for (UInt32 channel = 0; channel < data->mNumberBuffers; ++channel) {
+                static_cast<float*>(data->mBuffers[channel].mData)[i] = static_cast<float>(value);
+            }
+        } else {
+            auto* const out = static_cast<SInt16*>(data->mBuffers[0].mData);
+            out[2 * i] = out[2 * i + 1] = static_cast<SInt16>(std::lround(value * 32767));
+        }
+    }
+    if (tone.framesLeft.fetch_sub(static_cast<long>(frames)) <= static_cast<long>(frames)) {
+        const std::lock_guard lock(tone.mutex);
+        tone.over.notify_all();
+    }
+    return 0;
+}
+
+AudioStreamBasicDescription formatOf(const Tone& tone) {
+    AudioStreamBasicDescription format{};
+    const UInt32 bytes = tone.isFloat ? 4 : 2;
+    format.mSampleRate = kRate;
+    format.mFormatID = kAudioFormatLinearPCM;
+    format.mFormatFlags = kAudioFormatFlagIsPacked |
+                          (tone.isFloat ? kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved
+                                        : kAudioFormatFlagIsSignedInteger);
+    format.mChannelsPerFrame = 2;
+    format.mBitsPerChannel = bytes * 8;
+    format.mFramesPerPacket = 1;
+    format.mBytesPerFrame = tone.isFloat ? bytes : 2 * bytes;
+    format.mBytesPerPacket = format.mBytesPerFrame;
+    return format;
+}
+
+constexpr AudioComponentDescription kRemoteIO{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                              kAudioUnitManufacturer_Apple, 0, 0};
+
+AudioUnit makeUnit() {
+    AudioUnit unit = nullptr;
+    AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &kRemoteIO), &unit);
+    return unit;
+}
+
+bool waitForEnd(Tone& tone) {
+    std::unique_lock lock(tone.mutex);
+    return tone.over.wait_for(lock, std::chrono::seconds(kPatienceSeconds),
+                              [&tone] { return tone.framesLeft.load() <= 0; });
+}
+
+int play(Tone& tone, double seconds, bool microphone) {
+    tone.framesLeft = static_cast<long>(seconds * kRate);
+    const AudioUnit unit = makeUnit();
+    const AudioStreamBasicDescription format = formatOf(tone);
+    const AURenderCallbackStruct callback{render, &tone};
+    const UInt32 on = 1;
+    bool isGood =
+        (!microphone || AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO,
+                                             kAudioUnitScope_Input, 1, &on, sizeof on) == 0) &&
+        AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
+                             &format, sizeof format) == 0 &&
+        AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+                             &callback, sizeof callback) == 0 &&
+        AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
+    isGood = isGood && waitForEnd(tone);
+    AudioOutputUnitStop(unit);
+    AudioUnitUninitialize(unit);
+    AudioComponentInstanceDispose(unit);
+    return isGood ? 0 : 3;
+}
+
+int playGraph(Tone& tone, double seconds) {
+    tone.framesLeft = static_cast<long>(seconds * kRate);
+    AUGraph graph = nullptr;
+    AUNode node = 0;
+    AudioUnit unit = nullptr;
+    const AudioStreamBasicDescription format = formatOf(tone);
+    const AURenderCallbackStruct callback{render, &tone};
+    bool isGood = NewAUGraph(&graph) == 0 && AUGraphAddNode(graph, &kRemoteIO, &node) == 0 &&
+                  AUGraphOpen(graph) == 0 && AUGraphNodeInfo(graph, node, nullptr, &unit) == 0 &&
+                  AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
+                                       0, &format, sizeof format) == 0 &&
+                  AUGraphSetNodeInputCallback(graph, node, 0, &callback) == 0 &&
+                  AUGraphInitialize(graph) == 0 && AUGraphStart(graph) == 0;
+    isGood = isGood && waitForEnd(tone);
+    AUGraphStop(graph);
+    DisposeAUGraph(graph);
+    return isGood ? 0 : 3;
+}
+
+int statusOf(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int runAll(char** arguments) {
+    std::vector<pid_t> children;
+    while (*arguments != nullptr) {
+        std::vector<char*> command;
+        for (; *arguments != nullptr && std::string(*arguments) != "--"; ++arguments) {
+            command.push_back(*arguments);
+        }
+        arguments += *arguments != nullptr ? 1 : 0;
+        command.push_back(nullptr);
+        pid_t child = 0;
+        if (posix_spawn(&child, command[0], nullptr, nullptr, command.data(), environ) != 0) {
+            return 4;
+        }
+        children.push_back(child);
+    }
+    int result = 0;
+    for (const pid_t child : children) {
+        const int status = statusOf(child);
+        result = result == 0 ? status : result;
+    }
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string what = argc > 1 ? argv[1] : "";
+    const double seconds = argc > 2 ? std::strtod(argv[2], nullptr) : 0;
+    Tone tone;
+    if (what == "exec" && argc > 2) {
+        execv(argv[2], argv + 2);
+        return 4;
+    }
+    if (what == "run") {
+        return runAll(argv + 2);
+    }
+    if (what == "exit") {
+        return static_cast<int>(seconds);
+    }
+    if (what == "fork") {
+        const pid_t child = fork();
+        return child == 0 ? play(tone, seconds, false) : statusOf(child);
+    }
+    if (what == "idle") {
+        return AudioUnitInitialize(makeUnit()) == 0 ? 0 : 3;
+    }
+    if (what == "closing") {
+        closefrom(3);
+    }
+    if (what == "graph") {
+        return playGraph(tone, seconds);
+    }
+    tone.isFloat = what != "short";
+    tone.isSilent = what == "silent";
+    tone.deadlyCall = what == "die" ? 10 : 0;
+    return play(tone, what == "die" ? kPatienceSeconds : seconds, what == "microphone");
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace tqrecorder {
+
+/// The level that decides when the host's own output is turned down. One thread.
+class DuckSource {
+  public:
+    virtual ~DuckSource() = default;
+    /// dBFS at that time of the recording, RMS of about 20 ms.
+    [[nodiscard]] virtual float level(std::uint64_t microseconds) = 0;
+
+    /// "microphone", or the path of a sound file. Null with the reason in `error`.
+    [[nodiscard]] static std::unique_ptr<DuckSource> open(const std::string& source,
+                                                          std::string& error);
+};
+
+}  // namespace tqrecorder

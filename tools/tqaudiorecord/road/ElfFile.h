@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tqrecorder {
+
+/// What matters of an ELF file to whoever wants to preload into it.
+struct ElfFile {
+    bool isOurMachine = false;
+    bool isStatic = false;    ///< has no interpreter
+    std::string interpreter;  ///< the loader
+    std::vector<std::string> needed;
+    std::vector<std::string> searchPath;  ///< RPATH and RUNPATH, $ORIGIN replaced
+};
+
+/// Nothing when the file cannot be read or is no ELF file; broken ones give what could be read.
+[[nodiscard]] std::optional<ElfFile> readElfFile(const std::string& path);
+
+}  // namespace tqrecorder

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "road/Descriptor.h"
+#include "road/Program.h"
+#include "tap/TapSettings.h"
+
+namespace tqrecorder {
+
+/// Where the library that goes into recorded processes is: beside this program as it was built or
+/// installed. Empty when it is missing.
+[[nodiscard]] std::string findTap();
+
+/// How a command is to be started.
+struct LaunchPlan {
+    std::vector<std::string> command;
+    Program program;
+    TapSettings settings;
+    std::string tap;
+    bool ownGroup = false;       ///< away from the terminal's signals
+    bool outputToError = false;  ///< the standard output is the recording's
+    sigset_t signals{};          ///< its signal mask
+};
+
+/// A started command. Leaves the process alone when it is destroyed.
+class Launch {
+  public:
+    /// False with the reason in `error`.
+    [[nodiscard]] bool start(const LaunchPlan& plan, std::string& error);
+    [[nodiscard]] pid_t pid() const { return pid_; }
+    /// Readable once it has ended.
+    [[nodiscard]] int endDescriptor() const { return end_.get(); }
+    /// Whether it has ended; its exit code is there from then on.
+    [[nodiscard]] bool isOver();
+    /// As a shell tells it: 128 and the signal's number after a signal.
+    [[nodiscard]] int exitCode() const { return exitCode_; }
+    void signal(int number) const;
+
+  private:
+    pid_t pid_ = 0;
+    Descriptor end_;
+    bool isOver_ = false;
+    int exitCode_ = 0;
+};
+
+}  // namespace tqrecorder
