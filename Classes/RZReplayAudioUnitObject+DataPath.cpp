@@ -1,3 +1,5 @@
+#include <sample_conversion.h>
+
 #include <algorithm>
 
 #include "RZBufferList.h"
@@ -148,15 +150,7 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
 
 void RZReplayAudioUnitObject::convertF32ToS16(const float* src, SInt16* dst,
                                               UInt32 samples) noexcept {
-    constexpr float kScale = 32767.0F;
-    for (UInt32 i = 0; i < samples; ++i) {
-        // Limiting the float first saturates exactly as limiting the truncated integer would: both
-        // limits are whole numbers.
-        float v = src[i] * kScale;
-        v = v < kScale ? v : (v >= kScale ? kScale : 0.0F);
-        v = v > -kScale ? v : -kScale;
-        dst[i] = static_cast<SInt16>(static_cast<std::int32_t>(v));
-    }
+    korva_audio_utils::ConvertFloatToInt16(src, dst, samples);
 }
 
 void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*frames*/) {
