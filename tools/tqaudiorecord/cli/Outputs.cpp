@@ -117,7 +117,11 @@ bool Outputs::isAnythingRecorded() const {
     return false;
 }
 
-std::string Outputs::summary() const {
+bool Outputs::isAnybodyThere() const {
+    return !observer_->processes().empty();
+}
+
+std::string Outputs::summary(const std::vector<std::string>& silence) const {
     std::vector<WrittenFile> files;
     for (const FilesSink* sink : files_) {
         const std::vector<WrittenFile> more = sink->files();
@@ -130,7 +134,7 @@ std::string Outputs::summary() const {
     if (picture_ != nullptr && picture_->isDrawn()) {
         others.push_back(picture_->path());
     }
-    return summaryText(*observer_, files, others, problems(), silence());
+    return summaryText(*observer_, files, others, problems(), silence);
 }
 
 }  // namespace tqrecorder

@@ -36,8 +36,10 @@ class Outputs : public SinkSet {
     [[nodiscard]] std::vector<std::string> silence() const;
     /// Whether any sound arrived at all, be it zeros.
     [[nodiscard]] bool isAnythingRecorded() const;
-    /// What is said at the end.
-    [[nodiscard]] std::string summary() const;
+    /// Whether any process has connected.
+    [[nodiscard]] bool isAnybodyThere() const;
+    /// What is said at the end, with the reasons for silence.
+    [[nodiscard]] std::string summary(const std::vector<std::string>& silence) const;
 
   private:
     template <typename Kind>

@@ -1,0 +1,99 @@
+// tqaudiorecord: records the sound of any program that plays through the platform.
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "cli/CommandLine.h"
+#include "cli/Outputs.h"
+#include "road/GuardCommand.h"
+#include "road/Recording.h"
+
+namespace {
+
+using namespace tqrecorder;
+
+constexpr int kFailure = 2;
+
+void complain(Screen& screen, const std::string& problem) {
+    screen.line("tqaudiorecord: " + problem);
+}
+
+int tendGuard(const Options& options, Screen& screen) {
+    const GuardReport report = runGuardCommand(options);
+    if (!report.isDone) {
+        complain(screen, report.error);
+        return kFailure;
+    }
+    std::printf("%s\n", report.text().c_str());
+    return 0;
+}
+
+/// Why nothing came, for a recording that was to be of something.
+std::vector<std::string> reasonsFor(const Outputs& outputs, const Program& program,
+                                    const Options& options) {
+    const std::string unfit = program.text(options.command.front());
+    return outputs.isAnybodyThere() || unfit.empty() ? outputs.silence()
+                                                     : std::vector<std::string>{unfit};
+}
+
+int record(const Options& options, Screen& screen) {
+    Outputs outputs(options, screen, STDOUT_FILENO);
+    Recording recording(options, outputs);
+    std::string error;
+    // The command first: one that cannot be started must not cost the files of before.
+    if (!recording.prepare(error) || !outputs.open(error)) {
+        complain(screen, error);
+        return kFailure;
+    }
+    const RecordingResult result = recording.run();
+    if (!result.message.empty()) {
+        complain(screen, result.message);
+    }
+    if (result.end == RecordingResult::End::kNotStarted) {
+        return kFailure;
+    }
+    for (const std::string& note : result.notes) {
+        complain(screen, note);
+    }
+    const bool isWritten = outputs.problems().empty();
+    const int hostCode = result.hostExitCode.value_or(0);
+    const bool isEmpty = !outputs.isAnythingRecorded();
+    const std::vector<std::string> reasons = reasonsFor(outputs, recording.program(), options);
+    if (!options.quiet) {
+        screen.text(outputs.summary(reasons));
+    } else if (isEmpty) {
+        for (const std::string& reason : reasons) {
+            complain(screen, reason);
+        }
+    }
+    return !isWritten ? kFailure : hostCode != 0 ? hostCode : isEmpty ? kFailure : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // A reader that goes away is an error of write(), not the end of this program.
+    std::signal(SIGPIPE, SIG_IGN);
+    Screen screen(STDERR_FILENO);
+    try {
+        const CommandLine line =
+            parseCommandLine(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+        if (!line.proceed) {
+            std::fputs(line.output.c_str(), stdout);
+            if (!line.error.empty()) {
+                screen.line(line.error);
+            }
+            return line.exitCode;
+        }
+        return line.options.action == Options::Action::kRecord ? record(line.options, screen)
+                                                               : tendGuard(line.options, screen);
+    } catch (const std::exception& problem) {
+        complain(screen, problem.what());
+        return kFailure;
+    }
+}
