@@ -12,17 +12,6 @@ namespace {
 
 constexpr float kScale = 32767.0F;
 
-/// Limiting the float saturates exactly as limiting the truncated integer would: both limits are
-/// whole numbers.
-void ConvertPlain(const float* source, std::int16_t* target, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-        float v = source[i] * kScale;
-        v = v < kScale ? v : (v >= kScale ? kScale : 0.0F);
-        v = v > -kScale ? v : -kScale;
-        target[i] = static_cast<std::int16_t>(static_cast<std::int32_t>(v));
-    }
-}
-
 #if defined(__x86_64__)
 
 // With the limit as its first operand, min and max hand not-a-number through; it is converted to
@@ -100,9 +89,21 @@ std::size_t ConvertVectors(const float*, std::int16_t*, std::size_t) {
 
 }  // namespace
 
-void ConvertF32ToS16(const float* source, std::int16_t* target, std::size_t count) noexcept {
+void ConvertFloatToInt16Portable(const float* source, std::int16_t* target,
+                                 std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        // Limiting the float saturates exactly as limiting the truncated integer would: both limits
+        // are whole numbers.
+        float v = source[i] * kScale;
+        v = v < kScale ? v : (v >= kScale ? kScale : 0.0F);
+        v = v > -kScale ? v : -kScale;
+        target[i] = static_cast<std::int16_t>(static_cast<std::int32_t>(v));
+    }
+}
+
+void ConvertFloatToInt16(const float* source, std::int16_t* target, std::size_t count) noexcept {
     const std::size_t done = ConvertVectors(source, target, count);
-    ConvertPlain(source + done, target + done, count - done);
+    ConvertFloatToInt16Portable(source + done, target + done, count - done);
 }
 
 }  // namespace korva_audio_utils
