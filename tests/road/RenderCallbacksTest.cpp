@@ -495,6 +495,14 @@ TEST_F(RenderCallbacks, aFormatThatCannotBeProcessedIsReportedOnce) {
         testing::ElementsAre(IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
 }
 
+TEST_F(RenderCallbacks, aFormatThatNobodyWantsProcessedIsNotReported) {
+    sound().format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    capture(3);
+    listener->clear();
+    slices(20);
+    EXPECT_THAT(listener->events(), IsEmpty());
+}
+
 INSTANTIATE_TEST_SUITE_P(Scopes, Processing,
                          testing::Values(AudioUnitScope{kAudioUnitScope_Input},
                                          AudioUnitScope{kAudioUnitScope_Output}),
