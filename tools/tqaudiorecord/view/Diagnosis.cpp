@@ -18,19 +18,21 @@ bool heard(const ProcessState& state) {
 
 }  // namespace
 
-std::string whySilent(const ProcessState& state) {
+std::string whySilent(const ProcessState& state, std::string_view command) {
     const HostFacts& facts = state.facts;
     const std::string& name = state.process.name;
+    // As the user would have to write it.
+    const std::string program = state.process.isCommand ? std::string(command) : name;
     if (heard(state)) {
         return {};
     }
     if (facts.guardRefused && facts.retriesLeft <= 0) {
         return name + ": the crash guard keeps the hooks out: its retries are used up, or it was " +
-               "never armed; arm it with: tqaudiorecord guard arm " + name;
+               "never armed; arm it with: tqaudiorecord guard arm " + program;
     }
     if (facts.guardRefused) {
         return name + ": the crash guard keeps the hooks out: the host forbids or does not want " +
-               "them; see: tqaudiorecord guard status " + name;
+               "them; see: tqaudiorecord guard status " + program;
     }
     if (!facts.hooksInstalled) {
         return name + ": the hooks could not be installed; -v shows the library's log";
@@ -59,7 +61,7 @@ std::string whySilent(const ProcessState& state) {
 std::vector<std::string> whySilent(const Observer& observer, std::string_view command) {
     std::vector<std::string> reasons;
     for (const auto& [id, state] : observer.processes()) {
-        std::string reason = whySilent(state);
+        std::string reason = whySilent(state, command);
         if (reason.empty()) {
             return {};
         }

@@ -9,7 +9,8 @@
 namespace tqrecorder {
 
 /// Why nothing was heard of one process, one line without its end; empty when something was.
-[[nodiscard]] std::string whySilent(const ProcessState& state);
+/// `command` is what its program was started as, if it is the recorded command.
+[[nodiscard]] std::string whySilent(const ProcessState& state, std::string_view command);
 
 /// Why a whole recording is silent, one line per reason; empty when any process was heard.
 /// `command` is the program that was asked for.
