@@ -32,7 +32,9 @@
 namespace {
 
 constexpr double kRate = 48000;
-constexpr double kFrequency = 1000;
+// No divisor of the rate: the compressor looks at one sample in a while, and must not always meet a
+// crossing of zero.
+constexpr double kFrequency = 700;
 constexpr double kAmplitude = 0.5;
 constexpr int kPatienceSeconds = 60;
 
