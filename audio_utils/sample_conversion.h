@@ -10,8 +10,10 @@ namespace korva_audio_utils {
 /// every machine. The blocks must not overlap; `count` 0 touches neither.
 void ConvertFloatToInt16(const float* source, std::int16_t* target, std::size_t count) noexcept;
 
-/// The same without the machine's vectors: what they are tested against, and what does the rest
-/// of a block that no vector fits.
+/// The same with the vectors that every processor of the architecture has, and without vectors:
+/// what runs on older processors and at the end of a block, for tests and measurements.
+void ConvertFloatToInt16Baseline(const float* source, std::int16_t* target,
+                                 std::size_t count) noexcept;
 void ConvertFloatToInt16Portable(const float* source, std::int16_t* target,
                                  std::size_t count) noexcept;
 

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 namespace korva_audio_utils {
@@ -42,9 +44,15 @@ class SampleConversion : public testing::TestWithParam<Convert> {
     }
 };
 
+std::string KindName(const testing::TestParamInfo<Convert>& kind) {
+    constexpr std::array kNames{"Vectors", "Baseline", "Portable"};
+    return kNames.at(kind.index);
+}
+
 INSTANTIATE_TEST_SUITE_P(All, SampleConversion,
-                         testing::Values(&ConvertFloatToInt16, &ConvertFloatToInt16Portable),
-                         [](const auto& one) { return one.index == 0 ? "Vectors" : "Portable"; });
+                         testing::Values(&ConvertFloatToInt16, &ConvertFloatToInt16Baseline,
+                                         &ConvertFloatToInt16Portable),
+                         KindName);
 
 TEST_P(SampleConversion, KnownSamples) {
     EXPECT_THAT(Run({0.0F, -0.0F, 1.0F, -1.0F, 2.0F, -2.0F, 0.99999F, 0.5F, -0.5F}),
