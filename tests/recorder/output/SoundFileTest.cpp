@@ -64,6 +64,17 @@ TEST_P(EveryFormatTest, IsPlayableWhileItIsWritten) {
     EXPECT_NEAR(recording.amplitude(441, 0.5, 1.5), 0.5, 0.02);
 }
 
+TEST_P(EveryFormatTest, CanBeOpenedWhenNothingWasWritten) {
+    const std::string path = folder_.file(std::string("out.") + GetParam().name);
+    FileSeries series({path, formatNamed(GetParam().name), {}}, kMixFormat);
+    ASSERT_TRUE(series.open());
+    series.finish();
+    EXPECT_TRUE(series.problems().empty());
+    const Recording recording(path);
+    EXPECT_TRUE(recording.opened);
+    EXPECT_LE(recording.frames(), 1U);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Formats, EveryFormatTest,
     testing::Values(FormatCase{"wav", SF_FORMAT_WAVEX, 44100, 0},

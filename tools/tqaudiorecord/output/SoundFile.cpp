@@ -269,6 +269,11 @@ bool SoundFile::close() {
     if (file_ == nullptr) {
         return problem_.empty();
     }
+    if (kind_.encoding != 0 && frames_ == 0 && problem_.empty()) {
+        // An encoder begins its file with the first frame; an empty one is to be opened as well.
+        const std::vector<std::int16_t> silence(format_.channels);
+        frames_ += sf_writef_short(file_.get(), silence.data(), 1) == 1 ? 1U : 0U;
+    }
     const bool failed = sf_close(file_.release()) != 0 || disk_->error() != 0;
     if (failed && problem_.empty()) {
         problem_ = path_ + ": " +
