@@ -5,9 +5,9 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "Bench.h"
+#include "aligned.h"
 #include "conversion_peers.h"
 #include "hand_loops.h"
 
@@ -16,8 +16,8 @@ namespace {
 constexpr const char* kArea = "conversion";
 
 /// A sine of -1 dBFS.
-std::vector<float> samples(std::size_t count) {
-    std::vector<float> block(count);
+bench::Vector<float> samples(std::size_t count) {
+    bench::Vector<float> block(count);
     for (std::size_t i = 0; i < count; ++i) {
         block[i] = 0.89F * std::sin(0.13F * static_cast<float>(i));
     }
@@ -27,8 +27,8 @@ std::vector<float> samples(std::size_t count) {
 template <class Convert>
 auto body(std::size_t count, Convert convert) {
     return [count, convert](benchmark::State& state) mutable {
-        const std::vector<float> in = samples(count);
-        std::vector<std::int16_t> out(count);
+        const bench::Vector<float> in = samples(count);
+        bench::Vector<std::int16_t> out(count);
         for (auto _ : state) {
             convert(in.data(), out.data(), count);
             benchmark::DoNotOptimize(out.data());

@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
+
+#include "aligned.h"
 
 struct SwrContext;
 
@@ -31,5 +32,5 @@ class SdlToInt16 {
 
   private:
     SDL_AudioCVT plan_{};
-    std::vector<std::uint8_t> buffer_;
+    bench::Vector<std::uint8_t> buffer_;
 };
