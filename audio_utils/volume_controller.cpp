@@ -5,7 +5,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <type_traits>
+
+#include "gain_block.h"
 
 namespace korva_audio_utils {
 
@@ -14,10 +15,6 @@ namespace {
 /// ln(1/9): in its time a smoother goes from 10 % to 90 % of a step.
 constexpr float kSmootherExponent = -2.1972246F;
 constexpr float kFreshVolume = -80.0F;
-/// Past any hold: no hold is running.
-constexpr std::int32_t kNoHold = 1 << 30;
-/// 1 - 1/ratio.
-constexpr float kCompressorExponent = 0.8F;
 constexpr float kSideChainFactor = 0.75F;
 
 constexpr std::array<unsigned, 3> kSampleShift{1, 2, 2};
@@ -35,167 +32,12 @@ float SmootherCoefficient(float seconds, float sampleRate) {
     return std::exp(kSmootherExponent / (seconds * sampleRate));
 }
 
-// The two functions below are part of each kernel; forced inlining lets each be compiled for its
-// kernel's instructions.
-
-[[gnu::always_inline]] inline std::int32_t TruncateSaturated(float value) {
-    if (!(value > -2147483648.0F)) {
-        return std::isnan(value) ? 0 : std::numeric_limits<std::int32_t>::min();
-    }
-    if (value >= 2147483648.0F) {
-        return std::numeric_limits<std::int32_t>::max();
-    }
-    return static_cast<std::int32_t>(value);
-}
-
-template <typename Sample>
-[[gnu::always_inline]] inline Sample SampleFromFloat(float value) {
-    if constexpr (std::is_same_v<Sample, float>) {
-        return value;
-    } else {
-        return static_cast<Sample>(TruncateSaturated(value));
-    }
-}
-
 }  // namespace
-
-struct VolumeController::Block {
-    bool ducking;
-    float duckingVolume;
-    float duckingThreshold;
-    float duckingAttackCoefficient;
-    float duckingReleaseCoefficient;
-    float holdSamples;
-    float duckingGain;
-
-    bool compressor;
-    float compressorAttackCoefficient;
-    float compressorReleaseCoefficient;
-    float compressorThreshold;  ///< linear, tightened when the side chain says so
-    float fullScale;
-    std::uint64_t updatePeriod;  ///< frames from one evaluation to the next
-    std::uint64_t untilUpdate;   ///< frames until the next one
-
-    std::int32_t holdCounter;
-    float duckingTarget;
-    float duckingCurrent;
-    float compressorTarget;
-    float compressorCurrent;
-    std::uint64_t sampleCounter;
-
-    std::uint32_t duckingResets;
-    std::uint32_t compressorResets;
-
-    float DecideDucking(std::int64_t frames) {
-        duckingTarget = 1.0F;
-        if (duckingVolume > duckingThreshold) {
-            holdCounter = 0;
-            duckingTarget = duckingGain;
-            return duckingAttackCoefficient;
-        }
-        if (holdSamples > static_cast<float>(holdCounter)) {
-            // A hold without end must not wrap the counter around.
-            holdCounter = static_cast<std::int32_t>(std::clamp<std::int64_t>(
-                holdCounter + frames, std::numeric_limits<std::int32_t>::min(),
-                std::numeric_limits<std::int32_t>::max()));
-            duckingTarget = duckingGain;
-            return duckingAttackCoefficient;
-        }
-        return duckingReleaseCoefficient;
-    }
-
-    [[gnu::always_inline]] float SampleGain(float sample, float coefficient) {
-        duckingCurrent =
-            ducking ? std::fma(coefficient, duckingCurrent - duckingTarget, duckingTarget) : 1.0F;
-        const float compressorGain = compressor ? CompressorGain(sample) : 1.0F;
-        const float gain = compressorGain < duckingCurrent ? compressorGain : duckingCurrent;
-        return gain >= 0.0F && gain <= 1.0F ? gain : 1.0F;
-    }
-
-    [[gnu::always_inline]] float CompressorGain(float sample) {
-        if (untilUpdate == 0) {
-            UpdateCompressorTarget(sample);
-            untilUpdate = updatePeriod;
-        }
-        --untilUpdate;
-        ++sampleCounter;
-        const float coefficient = compressorCurrent < compressorTarget
-                                      ? compressorReleaseCoefficient
-                                      : compressorAttackCoefficient;
-        compressorCurrent =
-            std::fma(coefficient, compressorCurrent - compressorTarget, compressorTarget);
-        return compressorCurrent;
-    }
-
-    [[gnu::always_inline]] void UpdateCompressorTarget(float sample) {
-        const float level = std::fabs(sample / fullScale);
-        compressorTarget = level > compressorThreshold
-                               ? std::pow(compressorThreshold / level, kCompressorExponent)
-                               : 1.0F;
-    }
-};
-
-/// The sample loop, compiled once for any machine and once for machines that fuse multiply and
-/// add in one instruction. Both give the same bits: std::fma rounds once everywhere, and nothing
-/// else here is fused.
-struct VolumeController::Kernels {
-    template <typename Sample>
-    [[gnu::always_inline]] static inline void Body(Block& block, const Sample* in, Sample* out,
-                                                   std::size_t channels, std::size_t frames,
-                                                   float coefficient) {
-        const auto* source = reinterpret_cast<const char*>(in);
-        auto* target = reinterpret_cast<char*>(out);
-        Block state = block;
-        for (std::size_t frame = 0; frame < frames; ++frame) {
-            // Byte copies: a host's buffer need not be aligned to its samples.
-            Sample sample;
-            std::memcpy(&sample, source, sizeof sample);
-            const float gain = state.SampleGain(static_cast<float>(sample), coefficient);
-            for (std::size_t channel = 0; channel < channels; ++channel) {
-                std::memcpy(&sample, source, sizeof sample);
-                sample = SampleFromFloat<Sample>(gain * static_cast<float>(sample));
-                std::memcpy(target, &sample, sizeof sample);
-                source += sizeof sample;
-                target += sizeof sample;
-            }
-        }
-        block = state;
-    }
-
-    template <typename Sample>
-    static void Portable(Block& block, const Sample* in, Sample* out, std::size_t channels,
-                         std::size_t frames, float coefficient) {
-        Body(block, in, out, channels, frames, coefficient);
-    }
-
-#if defined(__x86_64__)
-    template <typename Sample>
-    [[gnu::target("fma")]] static void Fused(Block& block, const Sample* in, Sample* out,
-                                             std::size_t channels, std::size_t frames,
-                                             float coefficient) {
-        Body(block, in, out, channels, frames, coefficient);
-    }
-#endif
-
-    template <typename Sample>
-    static void Run(Block& block, const Sample* in, Sample* out, std::size_t channels,
-                    std::size_t frames, float coefficient) {
-#if defined(__x86_64__)
-        if (__builtin_cpu_supports("fma")) {
-            Fused(block, in, out, channels, frames, coefficient);
-            return;
-        }
-#endif
-        Portable(block, in, out, channels, frames, coefficient);
-    }
-};
 
 VolumeController::VolumeController(int sampleRate)
     : compressorVolume_(kFreshVolume), duckingVolume_(kFreshVolume), sampleRate_(sampleRate) {
     SetDuckingParams({});
     SetCompressorParams({});
-    StoreFreshDuckingState();
-    StoreFreshCompressorState();
     init_params();
 }
 
@@ -268,44 +110,26 @@ void VolumeController::SetCompressorVolume(float value, bool isDB) noexcept {
     Put(compressorVolume_, isDB ? value : DBFromLinear(value));
 }
 
-void VolumeController::StoreFreshDuckingState() noexcept {
-    Put(holdCounter_, kNoHold);
-    Put(duckingTarget_, 1.0F);
-    Put(duckingCurrent_, 1.0F);
-}
-
-void VolumeController::StoreFreshCompressorState() noexcept {
-    Put(compressorTarget_, 1.0F);
-    Put(compressorCurrent_, 1.0F);
-    Put(sampleCounter_, std::uint64_t{0});
-}
-
-// A reset counts first and stores then. A block that is running either sees the count at its end
-// and stores the fresh state over its own, or its stores come before those of the reset; and a
-// block that starts with a count that it has not obeyed yet starts from the fresh state.
+// A reset only counts. State that a block left behind counts for nothing unless the block knew of
+// every reset: whoever finds another count takes the state for fresh. So a reset that falls into a
+// block takes effect behind it, and neither waits for the other.
 
 void VolumeController::ResetDuckingState() noexcept {
     Put(duckingVolume_, kFreshVolume);
     duckingResets_.fetch_add(1, std::memory_order_acq_rel);
-    StoreFreshDuckingState();
 }
 
 void VolumeController::ResetCompressorState() noexcept {
     Put(compressorVolume_, kFreshVolume);
     compressorResets_.fetch_add(1, std::memory_order_acq_rel);
-    StoreFreshCompressorState();
 }
 
-VolumeController::Block VolumeController::BeginBlock() noexcept {
-    Block block{};
+GainBlock VolumeController::BeginBlock() const noexcept {
+    GainBlock block{};
     block.duckingResets = duckingResets_.load(std::memory_order_acquire);
     block.compressorResets = compressorResets_.load(std::memory_order_acquire);
-    if (block.duckingResets != Get(obeyedDuckingResets_)) {
-        StoreFreshDuckingState();
-    }
-    if (block.compressorResets != Get(obeyedCompressorResets_)) {
-        StoreFreshCompressorState();
-    }
+    const bool isDuckingFresh = block.duckingResets != Get(obeyedDuckingResets_);
+    const bool isCompressorFresh = block.compressorResets != Get(obeyedCompressorResets_);
     block.ducking = Get(duckingEnable_);
     block.duckingVolume = Get(duckingVolume_);
     block.duckingThreshold = Get(duckingThreshold_);
@@ -313,9 +137,9 @@ VolumeController::Block VolumeController::BeginBlock() noexcept {
     block.duckingReleaseCoefficient = Get(duckingReleaseCoefficient_);
     block.holdSamples = Get(holdSamples_);
     block.duckingGain = Get(duckingGain_);
-    block.holdCounter = Get(holdCounter_);
-    block.duckingTarget = Get(duckingTarget_);
-    block.duckingCurrent = Get(duckingCurrent_);
+    block.holdCounter = isDuckingFresh ? kNoHold : Get(holdCounter_);
+    block.duckingTarget = isDuckingFresh ? 1.0F : Get(duckingTarget_);
+    block.duckingCurrent = isDuckingFresh ? 1.0F : Get(duckingCurrent_);
 
     block.compressor = Get(compressorEnable_);
     block.compressorAttackCoefficient = Get(compressorAttackCoefficient_);
@@ -323,9 +147,9 @@ VolumeController::Block VolumeController::BeginBlock() noexcept {
     const bool tight = Get(compressorVolume_) > Get(compressorSideChainThreshold_);
     block.compressorThreshold = Get(compressorThreshold_) * (tight ? kSideChainFactor : 1.0F);
     block.fullScale = Get(fullScale_);
-    block.compressorTarget = Get(compressorTarget_);
-    block.compressorCurrent = Get(compressorCurrent_);
-    block.sampleCounter = Get(sampleCounter_);
+    block.compressorTarget = isCompressorFresh ? 1.0F : Get(compressorTarget_);
+    block.compressorCurrent = isCompressorFresh ? 1.0F : Get(compressorCurrent_);
+    block.sampleCounter = isCompressorFresh ? 0 : Get(sampleCounter_);
 
     // An evaluation happens at every multiple of the interval, without one only at 0.
     const auto interval = static_cast<std::uint64_t>(std::abs(std::int64_t{Get(updateInterval_)}));
@@ -336,21 +160,15 @@ VolumeController::Block VolumeController::BeginBlock() noexcept {
     return block;
 }
 
-void VolumeController::EndBlock(const Block& block) noexcept {
+void VolumeController::EndBlock(const GainBlock& block) noexcept {
     Put(holdCounter_, block.holdCounter);
     Put(duckingTarget_, block.duckingTarget);
     Put(duckingCurrent_, block.duckingCurrent);
-    Put(obeyedDuckingResets_, block.duckingResets);
-    if (duckingResets_.fetch_add(0, std::memory_order_acq_rel) != block.duckingResets) {
-        StoreFreshDuckingState();
-    }
+    obeyedDuckingResets_.store(block.duckingResets, std::memory_order_release);
     Put(compressorTarget_, block.compressorTarget);
     Put(compressorCurrent_, block.compressorCurrent);
     Put(sampleCounter_, block.sampleCounter);
-    Put(obeyedCompressorResets_, block.compressorResets);
-    if (compressorResets_.fetch_add(0, std::memory_order_acq_rel) != block.compressorResets) {
-        StoreFreshCompressorState();
-    }
+    obeyedCompressorResets_.store(block.compressorResets, std::memory_order_release);
 }
 
 void VolumeController::Process(const char* in, char* out, std::size_t channels,
@@ -393,11 +211,11 @@ void VolumeController::adjust_volume(const Sample* in, Sample* out, std::size_t 
     if (in == nullptr || out == nullptr || channels == 0) {
         frames = 0;
     }
-    Block block = BeginBlock();
+    GainBlock block = BeginBlock();
     constexpr std::size_t kMaxFrames = std::numeric_limits<std::int32_t>::max();
     const float coefficient =
         block.DecideDucking(static_cast<std::int64_t>(std::min(frames, kMaxFrames)));
-    Kernels::Run(block, in, out, channels, frames, coefficient);
+    RunGain(block, in, out, channels, frames, coefficient);
     EndBlock(block);
 }
 
@@ -409,21 +227,21 @@ template void VolumeController::adjust_volume<float>(const float*, float*, std::
                                                      std::size_t) noexcept;
 
 float VolumeController::calculate_ducking_info(int frames) noexcept {
-    Block block = BeginBlock();
+    GainBlock block = BeginBlock();
     const float coefficient = block.DecideDucking(frames);
     EndBlock(block);
     return coefficient;
 }
 
 float VolumeController::calculate_sample_gain(float sample, float coefficient) noexcept {
-    Block block = BeginBlock();
+    GainBlock block = BeginBlock();
     const float gain = block.SampleGain(sample, coefficient);
     EndBlock(block);
     return gain;
 }
 
 float VolumeController::calculate_compressor_gain(float sample) noexcept {
-    Block block = BeginBlock();
+    GainBlock block = BeginBlock();
     const float gain = block.CompressorGain(sample);
     EndBlock(block);
     return gain;

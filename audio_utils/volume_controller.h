@@ -6,6 +6,8 @@
 
 namespace korva_audio_utils {
 
+struct GainBlock;
+
 /// How the interleaved samples of a block are stored, in the machine's byte order.
 enum class VolumeControllerFormat : std::int32_t {
     kInt16 = 0,
@@ -102,9 +104,9 @@ class VolumeController {
     float DuckingReleaseCoefficient() const noexcept { return Get(duckingReleaseCoefficient_); }
     float HoldSamples() const noexcept { return Get(holdSamples_); }
     float DuckingGain() const noexcept { return Get(duckingGain_); }
-    std::int32_t HoldCounter() const noexcept { return Get(holdCounter_); }
-    float DuckingTarget() const noexcept { return Get(duckingTarget_); }
-    float DuckingCurrent() const noexcept { return Get(duckingCurrent_); }
+    std::int32_t HoldCounter() const noexcept { return DuckingState(holdCounter_, kNoHold); }
+    float DuckingTarget() const noexcept { return DuckingState(duckingTarget_, 1.0F); }
+    float DuckingCurrent() const noexcept { return DuckingState(duckingCurrent_, 1.0F); }
     float CompressorAttackCoefficient() const noexcept { return Get(compressorAttackCoefficient_); }
     float CompressorReleaseCoefficient() const noexcept {
         return Get(compressorReleaseCoefficient_);
@@ -112,16 +114,16 @@ class VolumeController {
     float FullScale() const noexcept { return Get(fullScale_); }
     float CompressorThreshold() const noexcept { return Get(compressorThreshold_); }
     float Ratio() const noexcept { return kRatio; }
-    float CompressorTarget() const noexcept { return Get(compressorTarget_); }
-    float CompressorCurrent() const noexcept { return Get(compressorCurrent_); }
+    float CompressorTarget() const noexcept { return CompressorState(compressorTarget_, 1.0F); }
+    float CompressorCurrent() const noexcept { return CompressorState(compressorCurrent_, 1.0F); }
     std::int32_t UpdateInterval() const noexcept { return Get(updateInterval_); }
-    std::uint64_t SampleCounter() const noexcept { return Get(sampleCounter_); }
+    std::uint64_t SampleCounter() const noexcept {
+        return CompressorState(sampleCounter_, std::uint64_t{0});
+    }
 
   private:
-    /// What one block works with: a copy of the parameters and of the state, in locals.
-    struct Block;
-    struct Kernels;
-    friend struct Kernels;
+    /// Past any hold: no hold is running.
+    static constexpr std::int32_t kNoHold = 1 << 30;
 
     template <typename T>
     static T Get(const std::atomic<T>& field) noexcept {
@@ -131,10 +133,21 @@ class VolumeController {
     static void Put(std::atomic<T>& field, T value) noexcept {
         field.store(value, std::memory_order_relaxed);
     }
-    Block BeginBlock() noexcept;
-    void EndBlock(const Block& block) noexcept;
-    void StoreFreshDuckingState() noexcept;
-    void StoreFreshCompressorState() noexcept;
+    GainBlock BeginBlock() const noexcept;
+    void EndBlock(const GainBlock& block) noexcept;
+    /// A field of the state, or what a fresh one holds when a reset came after the last block.
+    template <typename T>
+    T DuckingState(const std::atomic<T>& field, T fresh) const noexcept {
+        return obeyedDuckingResets_.load(std::memory_order_acquire) == Get(duckingResets_)
+                   ? Get(field)
+                   : fresh;
+    }
+    template <typename T>
+    T CompressorState(const std::atomic<T>& field, T fresh) const noexcept {
+        return obeyedCompressorResets_.load(std::memory_order_acquire) == Get(compressorResets_)
+                   ? Get(field)
+                   : fresh;
+    }
 
     static constexpr float kRatio = 5.0F;
 
@@ -152,9 +165,9 @@ class VolumeController {
     std::atomic<float> duckingReleaseCoefficient_{0.0F};
     std::atomic<float> holdSamples_{0.0F};
     std::atomic<float> duckingGain_{1.0F};
-    std::atomic<std::int32_t> holdCounter_;
-    std::atomic<float> duckingTarget_;
-    std::atomic<float> duckingCurrent_;
+    std::atomic<std::int32_t> holdCounter_{kNoHold};
+    std::atomic<float> duckingTarget_{1.0F};
+    std::atomic<float> duckingCurrent_{1.0F};
 
     std::atomic<bool> compressorEnable_;
     std::atomic<float> compressorAttackTime_;
@@ -165,14 +178,14 @@ class VolumeController {
     std::atomic<float> compressorReleaseCoefficient_{0.0F};
     std::atomic<float> fullScale_{1.0F};
     std::atomic<float> compressorThreshold_{1.0F};
-    std::atomic<float> compressorTarget_;
-    std::atomic<float> compressorCurrent_;
+    std::atomic<float> compressorTarget_{1.0F};
+    std::atomic<float> compressorCurrent_{1.0F};
     std::atomic<std::int32_t> updateInterval_{48};
-    std::atomic<std::uint64_t> sampleCounter_;
+    std::atomic<std::uint64_t> sampleCounter_{0};
 
     /// Counts changes of what init_params reads, so that it can tell that it worked on old inputs.
     std::atomic<std::uint32_t> inputVersion_{0};
-    /// Counts resets; a block compares it with the count that it last obeyed.
+    /// Counts resets, and how many of them the last block knew of.
     std::atomic<std::uint32_t> duckingResets_{0};
     std::atomic<std::uint32_t> compressorResets_{0};
     std::atomic<std::uint32_t> obeyedDuckingResets_{0};

@@ -1,0 +1,269 @@
+#include "gain_block.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+namespace korva_audio_utils {
+
+namespace {
+
+// Everything that a kernel is made of is forced inline, to be compiled for that kernel's
+// instructions. Samples are moved as bytes: a host's buffer need not be aligned to them.
+
+[[gnu::always_inline]] inline std::int32_t TruncateSaturated(float value) {
+    if (!(value > -2147483648.0F)) {
+        return std::isnan(value) ? 0 : std::numeric_limits<std::int32_t>::min();
+    }
+    if (value >= 2147483648.0F) {
+        return std::numeric_limits<std::int32_t>::max();
+    }
+    return static_cast<std::int32_t>(value);
+}
+
+/// A gain is between 0 and 1, so that only a 32-bit sample can leave the range of its type.
+template <typename Sample>
+[[gnu::always_inline]] inline Sample SampleFromFloat(float value) {
+    if constexpr (std::is_same_v<Sample, float>) {
+        return value;
+    } else if constexpr (std::is_same_v<Sample, std::int16_t>) {
+        return static_cast<Sample>(static_cast<std::int32_t>(value));
+    } else {
+        return TruncateSaturated(value);
+    }
+}
+
+template <typename Sample>
+[[gnu::always_inline]] inline float Load(const char* source) {
+    Sample sample;
+    std::memcpy(&sample, source, sizeof sample);
+    return static_cast<float>(sample);
+}
+
+template <typename Sample>
+[[gnu::always_inline]] inline void ScaleFrame(const char* source, char* target,
+                                              std::size_t channels, float gain) {
+    for (std::size_t channel = 0; channel < channels; ++channel) {
+        const auto scaled = SampleFromFloat<Sample>(gain * Load<Sample>(source));
+        std::memcpy(target, &scaled, sizeof scaled);
+        source += sizeof(Sample);
+        target += sizeof(Sample);
+    }
+}
+
+/// One pole, over a stretch of frames in which neither target nor coefficient changes.
+struct Smoother {
+    float current = 1.0F;
+    float target = 1.0F;
+    float coefficient = 0.0F;
+
+    [[gnu::always_inline]] float Next() const {
+        return std::fma(coefficient, current - target, target);
+    }
+    /// Where it is it stays, bit by bit; usually a little short of the target.
+    [[gnu::always_inline]] bool IsSettled() const {
+        return std::bit_cast<std::uint32_t>(Next()) == std::bit_cast<std::uint32_t>(current);
+    }
+};
+
+/// A gain that moves: each frame waits for the one before, for a subtraction and a fused
+/// multiply-add, and nothing else is on that path.
+template <typename Sample>
+[[gnu::always_inline]] inline void Move(Smoother& ducking, Smoother& compressor, const char* source,
+                                        char* target, std::size_t channels, std::size_t frames) {
+    Smoother a = ducking;
+    Smoother b = compressor;
+    const auto run = [&](const std::size_t width) __attribute__((always_inline)) {
+        for (std::size_t frame = 0; frame < frames; ++frame) {
+            a.current = a.Next();
+            b.current = b.Next();
+            const float gain = b.current < a.current ? b.current : a.current;
+            ScaleFrame<Sample>(source, target, width, gain);
+            source += width * sizeof(Sample);
+            target += width * sizeof(Sample);
+        }
+    };
+    if (channels == 2) {
+        run(2);
+    } else if (channels == 1) {
+        run(1);
+    } else {
+        run(channels);
+    }
+    ducking = a;
+    compressor = b;
+}
+
+/// A gain that stays: nothing waits for anything.
+template <typename Sample>
+[[gnu::always_inline]] inline void Stay(const char* source, char* target, std::size_t samples,
+                                        float gain) {
+    constexpr std::size_t kLanes = 8;
+    using Floats [[gnu::vector_size(kLanes * sizeof(float))]] = float;
+    using Words [[gnu::vector_size(kLanes * sizeof(std::int32_t))]] = std::int32_t;
+    using Samples [[gnu::vector_size(kLanes * sizeof(Sample))]] = Sample;
+    std::size_t done = 0;
+    if constexpr (!std::is_same_v<Sample, std::int32_t>) {
+        for (; done + kLanes <= samples; done += kLanes) {
+            Samples block;
+            std::memcpy(&block, source + done * sizeof(Sample), sizeof block);
+            if constexpr (std::is_same_v<Sample, float>) {
+                block = gain * block;
+            } else {
+                const Floats scaled =
+                    gain * __builtin_convertvector(__builtin_convertvector(block, Words), Floats);
+                block = __builtin_convertvector(__builtin_convertvector(scaled, Words), Samples);
+            }
+            std::memcpy(target + done * sizeof(Sample), &block, sizeof block);
+        }
+    }
+    ScaleFrame<Sample>(source + done * sizeof(Sample), target + done * sizeof(Sample),
+                       samples - done, gain);
+}
+
+bool IsUnit(float value) {
+    return value >= 0.0F && value <= 1.0F;
+}
+
+/// All is between 0 and 1. Then every gain is as well, and a smoother never crosses its target, so
+/// that which of its coefficients counts changes only with the target.
+bool IsTame(const GainBlock& block, float coefficient) {
+    const bool isDuckingTame =
+        !block.ducking ||
+        (IsUnit(coefficient) && IsUnit(block.duckingTarget) && IsUnit(block.duckingCurrent));
+    const bool isCompressorTame =
+        !block.compressor ||
+        (IsUnit(block.compressorAttackCoefficient) && IsUnit(block.compressorReleaseCoefficient) &&
+         IsUnit(block.compressorTarget) && IsUnit(block.compressorCurrent) &&
+         block.compressorThreshold >= 0.0F);
+    return isDuckingTame && isCompressorTame;
+}
+
+/// Stretch by stretch, from one evaluation of the compressor to the next.
+template <typename Sample>
+[[gnu::always_inline]] inline void RunTame(GainBlock& block, const char* source, char* target,
+                                           std::size_t channels, std::size_t frames,
+                                           float coefficient) {
+    GainBlock state = block;
+    const std::size_t stride = channels * sizeof(Sample);
+    Smoother ducking;
+    if (state.ducking) {
+        ducking = {state.duckingCurrent, state.duckingTarget, coefficient};
+    }
+    while (frames > 0) {
+        Smoother compressor;
+        std::size_t run = frames;
+        if (state.compressor) {
+            if (state.untilUpdate == 0) {
+                state.compressorTarget = state.CompressorTarget(Load<Sample>(source));
+                state.untilUpdate = state.updatePeriod;
+            }
+            run = std::min(run, state.untilUpdate);
+            compressor = {state.compressorCurrent, state.compressorTarget,
+                          state.CompressorCoefficient()};
+        }
+        if (ducking.IsSettled() && compressor.IsSettled()) {
+            // As long as evaluations come to the same result, they change nothing.
+            while (run < frames && state.CompressorTarget(Load<Sample>(source + run * stride)) ==
+                                       compressor.target) {
+                state.untilUpdate += state.updatePeriod;
+                run = std::min(frames, state.untilUpdate);
+            }
+            Stay<Sample>(
+                source, target, run * channels,
+                compressor.current < ducking.current ? compressor.current : ducking.current);
+        } else {
+            Move<Sample>(ducking, compressor, source, target, channels, run);
+        }
+        if (state.compressor) {
+            state.compressorCurrent = compressor.current;
+            state.untilUpdate -= run;
+            state.sampleCounter += run;
+        }
+        frames -= run;
+        source += run * stride;
+        target += run * stride;
+    }
+    state.duckingCurrent = ducking.current;
+    block = state;
+}
+
+/// Frame by frame, whatever the parameters are.
+template <typename Sample>
+void RunWild(GainBlock& block, const char* source, char* target, std::size_t channels,
+             std::size_t frames, float coefficient) {
+    const std::size_t stride = channels * sizeof(Sample);
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        const float gain = block.SampleGain(Load<Sample>(source), coefficient);
+        ScaleFrame<Sample>(source, target, channels, gain);
+        source += stride;
+        target += stride;
+    }
+}
+
+template <typename Sample>
+void RunPortable(GainBlock& block, const char* source, char* target, std::size_t channels,
+                 std::size_t frames, float coefficient) {
+    RunTame<Sample>(block, source, target, channels, frames, coefficient);
+}
+
+#if defined(__x86_64__)
+template <typename Sample>
+[[gnu::target("avx2,fma")]] void RunFused(GainBlock& block, const char* source, char* target,
+                                          std::size_t channels, std::size_t frames,
+                                          float coefficient) {
+    RunTame<Sample>(block, source, target, channels, frames, coefficient);
+}
+#endif
+
+}  // namespace
+
+float GainBlock::DecideDucking(std::int64_t frames) {
+    duckingTarget = 1.0F;
+    if (duckingVolume > duckingThreshold) {
+        holdCounter = 0;
+        duckingTarget = duckingGain;
+        return duckingAttackCoefficient;
+    }
+    if (holdSamples > static_cast<float>(holdCounter)) {
+        // A hold without end must not wrap the counter around.
+        holdCounter = static_cast<std::int32_t>(
+            std::clamp<std::int64_t>(holdCounter + frames, std::numeric_limits<std::int32_t>::min(),
+                                     std::numeric_limits<std::int32_t>::max()));
+        duckingTarget = duckingGain;
+        return duckingAttackCoefficient;
+    }
+    return duckingReleaseCoefficient;
+}
+
+template <typename Sample>
+void RunGain(GainBlock& block, const Sample* in, Sample* out, std::size_t channels,
+             std::size_t frames, float coefficient) noexcept {
+    if (frames == 0) {
+        return;
+    }
+    const auto* const source = reinterpret_cast<const char*>(in);
+    auto* const target = reinterpret_cast<char*>(out);
+    if (!IsTame(block, coefficient)) {
+        RunWild<Sample>(block, source, target, channels, frames, coefficient);
+        return;
+    }
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) {
+        RunFused<Sample>(block, source, target, channels, frames, coefficient);
+        return;
+    }
+#endif
+    RunPortable<Sample>(block, source, target, channels, frames, coefficient);
+}
+
+template void RunGain<std::int16_t>(GainBlock&, const std::int16_t*, std::int16_t*, std::size_t,
+                                    std::size_t, float) noexcept;
+template void RunGain<std::int32_t>(GainBlock&, const std::int32_t*, std::int32_t*, std::size_t,
+                                    std::size_t, float) noexcept;
+template void RunGain<float>(GainBlock&, const float*, float*, std::size_t, std::size_t,
+                             float) noexcept;
+
+}  // namespace korva_audio_utils
