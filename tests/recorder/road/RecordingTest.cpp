@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <utility>
 
@@ -30,6 +31,11 @@ using End = RecordingResult::End;
 const std::string kHost = TQ_ROAD_HOST;
 const std::string kOther = TQ_ROAD_OTHER_HOST;
 const std::string kTap = TQ_ROAD_TAP;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
 
 /// One second of a loud tone.
 void writeVoice(const std::string& path) {
@@ -251,6 +257,47 @@ TEST_F(Road, aChildWithoutExecIsAProcessOfItsOwn) {
 TEST_F(Road, aHostThatClosesAllDescriptorsIsRecordedAllTheSame) {
     EXPECT_EQ(record({kHost, "closing", "1"}).hostExitCode, 0);
     EXPECT_GT(sink.only().streams.at(0).seconds(), 0.9);
+}
+
+TEST_F(Road, aHostThatSpoilsTheSharedMemoryIsDroppedAndPlaysOn) {
+    const RecordingResult result = record({kHost, "scribble", "0.5"});
+    EXPECT_EQ(result.hostExitCode, 0);
+    EXPECT_THAT(result.notes, testing::ElementsAre(testing::HasSubstr("corrupt")));
+    EXPECT_EQ(sink.finishes, 1);
+}
+
+TEST_F(Road, aScriptsHostIsRecordedUnderItsOwnName) {
+    if (kIsSanitized) {
+        GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
+    }
+    const std::string script = (caches / "start game.sh").string();
+    std::ofstream(script) << "#!/bin/sh\n\"$1\" tone 0.5 | cat\nexit 5\n";
+    fs::permissions(script, fs::perms::owner_all);
+    EXPECT_EQ(record({script, kHost}).hostExitCode, 5);
+    ASSERT_EQ(sink.processes.size(), 2U) << "the shell and the host, not what else it starts";
+    EXPECT_TRUE(sink.processes.at(1).process.isCommand);
+    EXPECT_EQ(sink.processes.at(2).process.name, "road_host");
+    EXPECT_GT(sink.processes.at(2).facts.blocksWithSound, 0U);
+}
+
+TEST_F(Road, aLibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
+    const fs::path folder = caches / "with: spaces";
+    fs::create_directory_symlink(fs::path(kTap).parent_path(), folder);
+    options.command = {kHost, "tone", "0.3"};
+    Recording recording(options, sink, folder / fs::path(kTap).filename());
+    EXPECT_EQ(recording.run().hostExitCode, 0);
+    EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
+}
+
+TEST_F(Road, whatWasToBePreloadedAnywayStillIs) {
+    if (kIsSanitized) {
+        GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
+    }
+    setenv("LD_PRELOAD", "libm.so.6", 1);
+    const RecordingResult result =
+        record({"/bin/sh", "-c", "case $LD_PRELOAD in *tap.so:libm.so.6) exit 9;; esac"});
+    unsetenv("LD_PRELOAD");
+    EXPECT_EQ(result.hostExitCode, 9);
 }
 
 TEST_F(Road, aHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {

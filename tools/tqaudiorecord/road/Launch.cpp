@@ -25,20 +25,22 @@ std::string assignment(const char* name, const std::string& value) {
 }
 
 /// A preload list is cut at spaces and colons, and a path holds them as it likes: then the library
-/// is reached through a link without any. False when there is no place for one.
-bool makeListable(std::string& tap) {
-    if (tap.find_first_of(" :\t\n") == std::string::npos) {
+/// is reached through a link without any, in `linkFolder`. False when there is no place for one.
+bool makeListable(std::string& tap, std::string& linkFolder) {
+    constexpr const char* kSeparators = " :\t\n";
+    if (tap.find_first_of(kSeparators) == std::string::npos) {
         return true;
     }
     std::error_code failure;
     std::string folder = fs::temp_directory_path(failure) / "tqaudiorecord-XXXXXX";
-    if (failure || folder.find_first_of(" :\t\n") != std::string::npos ||
+    if (failure || folder.find_first_of(kSeparators) != std::string::npos ||
         mkdtemp(folder.data()) == nullptr) {
         return false;
     }
+    linkFolder = folder;
     // The folder, not the file: the library finds its own libraries beside itself.
     fs::create_directory_symlink(fs::path(tap).parent_path(), folder + "/lib", failure);
-    tap = folder + "/lib/" + kTapName;
+    tap = folder + "/lib/" + fs::path(tap).filename().string();
     return !failure;
 }
 
@@ -127,9 +129,17 @@ std::string findTap() {
     return {};
 }
 
+Launch::~Launch() {
+    // While the command runs, programs that it starts look for the library there.
+    if (!linkFolder_.empty() && (pid_ == 0 || isOver())) {
+        std::error_code ignored;
+        fs::remove_all(linkFolder_, ignored);
+    }
+}
+
 bool Launch::start(const LaunchPlan& plan, std::string& error) {
     std::string tap = plan.tap;
-    if (!makeListable(tap)) {
+    if (!makeListable(tap, linkFolder_)) {
         error = "no folder for temporary files can be used";
         return false;
     }

@@ -30,6 +30,11 @@ struct LaunchPlan {
 /// A started command. Leaves the process alone when it is destroyed.
 class Launch {
   public:
+    Launch() = default;
+    ~Launch();
+    Launch(const Launch&) = delete;
+    Launch& operator=(const Launch&) = delete;
+
     /// False with the reason in `error`.
     [[nodiscard]] bool start(const LaunchPlan& plan, std::string& error);
     [[nodiscard]] pid_t pid() const { return pid_; }
@@ -46,6 +51,7 @@ class Launch {
     Descriptor end_;
     bool isOver_ = false;
     int exitCode_ = 0;
+    std::string linkFolder_;  ///< through which the library is reached; empty without
 };
 
 }  // namespace tqrecorder

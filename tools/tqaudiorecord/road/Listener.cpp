@@ -13,6 +13,8 @@ namespace tqrecorder {
 namespace {
 
 constexpr int kBacklog = 64;
+/// Processes that have connected and not spoken: only broken ones are slow at that.
+constexpr std::size_t kMostWaiting = 256;
 /// Descriptors that a broken sender may attach; more than one are closed and its message refused.
 constexpr std::size_t kMostDescriptors = 8;
 
@@ -74,7 +76,7 @@ std::vector<Visitor> Listener::visitors() {
         ucred peer{};
         socklen_t length = sizeof peer;
         if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 &&
-            peer.uid == geteuid()) {
+            peer.uid == geteuid() && waiting_.size() < kMostWaiting) {
             waiting_.push_back({std::move(socket), peer.pid});
         }
     }

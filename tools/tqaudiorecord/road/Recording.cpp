@@ -143,6 +143,10 @@ void Recording::admit() {
     for (Visitor& visitor : listener_.visitors()) {
         if (visitor.hello.isRecording != 0 && visitor.memory) {
             enter(std::move(visitor));
+        } else if (visitor.hello.isRecording != 0) {
+            notes_.push_back(std::string(visitor.hello.name.data()) +
+                             ": no memory to share with the recorder; not recorded (--ring says " +
+                             "how much)");
         }
     }
 }

@@ -17,8 +17,6 @@ constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
 constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kMostBytes = std::uint64_t{8} << 30U;
-/// Up to here all memory is touched beforehand, so that no audio thread waits for a page.
-constexpr std::uint64_t kMostPopulated = std::uint64_t{64} << 20U;
 
 constexpr std::uint64_t wholePages(std::uint64_t bytes) {
     return (bytes + kPage - 1) / kPage * kPage;
@@ -60,13 +58,13 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
         close(std::exchange(descriptor, -1));
         return std::nullopt;
     };
-    if (ftruncate(descriptor, static_cast<off_t>(total)) != 0 ||
+    // All of it is taken now: an audio thread must neither wait for a page nor find none left.
+    if (posix_fallocate(descriptor, 0, static_cast<off_t>(total)) != 0 ||
         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         return fail();
     }
-    const int populate = total <= kMostPopulated ? MAP_POPULATE : 0;
     void* const base =
-        mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | populate, descriptor, 0);
+        mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
     if (base == MAP_FAILED) {
         return fail();
     }

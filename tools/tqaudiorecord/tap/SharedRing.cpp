@@ -44,7 +44,8 @@ bool RingWriter::pushAlone(RecordHeader& header, std::span<const Bytes> parts) c
     // A record is never split, so that each of its buffers is one copy.
     const std::uint64_t skipped = needed > toEnd ? toEnd : 0;
     const std::uint64_t used = written - read;
-    if (used > memory_.size() || needed + skipped > memory_.size() - used) {
+    // The numbers are shared with others: believed only as far as they can be.
+    if (used > memory_.size() || needed + skipped > memory_.size() - used || written % 8 != 0) {
         return false;
     }
     if (skipped > 0) {

@@ -166,6 +166,8 @@ bool Tap::connectRecording(const Hello& hello) {
     int descriptor = -1;
     memory_ = SharedMapping::make(settings_.soundBytes, descriptor);
     if (!memory_) {
+        // The recorder says that there was none.
+        (void)door_.send(hello, -1);
         return false;
     }
     SharedFacts& facts = memory_->page().facts;

@@ -6,6 +6,7 @@
 //   idle                makes a unit and never starts it
 //   microphone SECONDS  plays through a unit with its microphone on
 //   silent SECONDS      plays zeros
+//   scribble SECONDS    fills all memory that it shares with the recorder with nonsense
 //   die                 kills itself inside its own callback
 //   exec PROGRAM ARG... becomes another program
 //   run PROGRAM ARG... [-- PROGRAM ARG...]   starts programs, all at once, and waits for them
@@ -23,7 +24,9 @@
 #include <cmath>
 #include <condition_variable>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <fstream>
 #include <mutex>
 #include <numbers>
 #include <string>
@@ -42,6 +45,7 @@ struct Tone {
     bool isFloat = true;
     bool isSilent = false;
     int deadlyCall = 0;
+    int spoilingCall = 0;
     int calls = 0;
     long frame = 0;
     std::atomic<long> framesLeft{0};
@@ -49,11 +53,38 @@ struct Tone {
     std::condition_variable over;
 };
 
+/// Finds the memory as anybody can who runs in this process. Written through a file, because it may
+/// be unmapped meanwhile.
+void scribble() {
+    std::ifstream maps("/proc/self/maps");
+    std::ofstream memory("/proc/self/mem", std::ios::binary | std::ios::in | std::ios::out);
+    std::vector<std::uint32_t> words(1024);
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("memfd:tqaudiorecord") == std::string::npos) {
+            continue;
+        }
+        std::size_t end = 0;
+        const std::uint64_t first = std::stoull(line, &end, 16);
+        const std::uint64_t last = std::stoull(line.substr(end + 1), nullptr, 16);
+        std::uint32_t value = 1;
+        for (std::uint64_t place = first; place < last; place += 4096) {
+            for (std::uint32_t& word : words) {
+                word = value = value * 1664525 + 1013904223;
+            }
+            memory.seekp(static_cast<std::streamoff>(place));
+            memory.write(reinterpret_cast<const char*>(words.data()), 4096).flush();
+        }
+    }
+}
+
 OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const AudioTimeStamp* /*ts*/,
                 UInt32 /*bus*/, UInt32 frames, AudioBufferList* data) {
     Tone& tone = *static_cast<Tone*>(refCon);
     if (++tone.calls == tone.deadlyCall) {
         std::raise(SIGKILL);
+    }
+    if (tone.calls == tone.spoilingCall) {
+        scribble();
     }
     for (UInt32 i = 0; i < frames; ++i, ++tone.frame) {
         const double phase = 2 * std::numbers::pi * kFrequency * static_cast<double>(tone.frame);
@@ -205,6 +236,7 @@ int main(int argc, char** argv) {
     }
     tone.isFloat = what != "short";
     tone.isSilent = what == "silent";
+    tone.spoilingCall = what == "scribble" ? 20 : 0;
     tone.deadlyCall = what == "die" ? 10 : 0;
     return play(tone, what == "die" ? kPatienceSeconds : seconds, what == "microphone");
 }
