@@ -186,6 +186,17 @@ TEST(VolumeControllerEffectsTest, AGainNeverRaisesASample) {
     EXPECT_EQ(block, std::vector<float>(10, 0.5F));
 }
 
+TEST(VolumeControllerEffectsTest, AGainOfZeroIsAGainLikeAnyOther) {
+    VolumeController controller(48000);
+    // At once (the coefficient is 0), to a level below the smallest float.
+    EnableDucking(controller, {.attackTime = 0.0F, .targetGain = -2000.0F});
+    controller.SetDuckingVolume(0.0F, true);
+    std::vector<float> block(480, 0.5F);
+    ProcessFloats(controller, block);
+    EXPECT_EQ(controller.DuckingGain(), 0.0F);
+    EXPECT_EQ(block, std::vector<float>(480, 0.0F));
+}
+
 TEST(VolumeControllerEffectsTest, DisabledDuckingIsAtUnityAtOnce) {
     VolumeController controller(48000);
     EnableDucking(controller);
