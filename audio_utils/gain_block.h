@@ -22,6 +22,7 @@ struct GainBlock {
     float compressorReleaseCoefficient;
     float compressorThreshold;  ///< linear, tightened when the side chain says so
     float fullScale;
+    float quietBelow;            ///< samples below are under the threshold for certain
     std::uint64_t updatePeriod;  ///< frames from one evaluation to the next, not 0
     std::uint64_t untilUpdate;   ///< frames until the next one
 
@@ -45,6 +46,9 @@ struct GainBlock {
     [[gnu::always_inline]] float CompressorTarget(float sample) const {
         /// 1 - 1/ratio.
         constexpr float kExponent = 0.8F;
+        if (std::fabs(sample) < quietBelow) {
+            return 1.0F;  // without a division
+        }
         const float level = std::fabs(sample / fullScale);
         return level > compressorThreshold ? std::pow(compressorThreshold / level, kExponent)
                                            : 1.0F;

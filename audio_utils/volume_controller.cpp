@@ -147,6 +147,8 @@ GainBlock VolumeController::BeginBlock() const noexcept {
     const bool tight = Get(compressorVolume_) > Get(compressorSideChainThreshold_);
     block.compressorThreshold = Get(compressorThreshold_) * (tight ? kSideChainFactor : 1.0F);
     block.fullScale = Get(fullScale_);
+    // Further down than the roundings of this and of the division together.
+    block.quietBelow = block.compressorThreshold * block.fullScale * 0.999999F;
     block.compressorTarget = isCompressorFresh ? 1.0F : Get(compressorTarget_);
     block.compressorCurrent = isCompressorFresh ? 1.0F : Get(compressorCurrent_);
     block.sampleCounter = isCompressorFresh ? 0 : Get(sampleCounter_);
