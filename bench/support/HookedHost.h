@@ -1,0 +1,40 @@
+#pragma once
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "RZReplayAudioRecorderDelegate.h"
+#include "RZReplayAudioUnitObject.h"
+
+/// A program that plays through output units while the hooks are in place, on the manual device.
+/// Its own render callback does nothing.
+class HookedHost {
+  public:
+    /// Rebinds the process's calls, once; makes and starts units of float stereo at 48000 Hz.
+    explicit HookedHost(int units);
+    ~HookedHost();
+    HookedHost(const HookedHost&) = delete;
+    HookedHost& operator=(const HookedHost&) = delete;
+
+    /// The host's own callback, as the platform would call it without us.
+    static OSStatus render(void* refCon, AudioUnitRenderActionFlags* flags,
+                           const AudioTimeStamp* ts, UInt32 bus, UInt32 frames,
+                           AudioBufferList* ioData);
+    /// What the platform calls instead, for the unit made last.
+    OSStatus callIntercepted(UInt32 frames, AudioBufferList* ioData);
+    /// Starts capture for a listener that wants both the mix and the tracks; false when it failed.
+    bool startCapture();
+    void stopCapture();
+    /// Takes away what the blocks of the last unit have left in its rings.
+    void emptyRings();
+    [[nodiscard]] AudioUnit lastUnit() const { return units_.back(); }
+
+  private:
+    std::vector<AudioUnit> units_;
+    std::shared_ptr<RZReplayAudioRecorderDelegate> listener_;
+    std::shared_ptr<RZReplayAudioUnitObject> last_;
+    std::vector<std::byte> drain_ = std::vector<std::byte>(65536);
+};
