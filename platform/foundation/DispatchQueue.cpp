@@ -1,18 +1,22 @@
+#include <Foundation/NSException.h>
 #include <Foundation/NSThread.h>
 #include <dispatch/dispatch.h>
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
-#include <Foundation/NSException.h>
+#include "foundation/NeverDestroyed.h"
 
 namespace {
 
@@ -37,11 +41,47 @@ class SignalsHeldBack {
     sigset_t previous_{};
 };
 
+class Work;
+
+/// All queues of the process, so that none is in the middle of a change when the process forks and
+/// each finds out in the child that its thread stayed behind.
+class AllWork {
+  public:
+    AllWork() { pthread_atfork(beforeFork, afterForkInParent, afterForkInChild); }
+
+    void add(Work& work) {
+        const std::lock_guard<std::mutex> guard(lock_);
+        all_.push_back(&work);
+    }
+    void remove(Work& work) {
+        const std::lock_guard<std::mutex> guard(lock_);
+        std::erase(all_, &work);
+    }
+
+  private:
+    static void beforeFork();
+    static void afterForkInParent();
+    static void afterForkInChild();
+
+    std::mutex lock_;
+    std::vector<Work*> all_;
+};
+
+AllWork& allWork() {
+    static tqplatform::NeverDestroyed<AllWork> all;
+    return *all;
+}
+
 /// The blocks of a queue and whoever runs them. The worker thread shares it with the queue, so
 /// the queue may go away first, even from inside a block.
 class Work : public std::enable_shared_from_this<Work> {
   public:
-    explicit Work(const char* label) : label_(label != nullptr ? label : "") {}
+    explicit Work(const char* label) : label_(label != nullptr ? label : "") {
+        allWork().add(*this);
+    }
+    ~Work() { allWork().remove(*this); }
+    Work(const Work&) = delete;
+    Work& operator=(const Work&) = delete;
 
     [[nodiscard]] const std::string& label() const { return label_; }
 
@@ -71,6 +111,20 @@ class Work : public std::enable_shared_from_this<Work> {
         const std::lock_guard<std::mutex> guard(lock_);
         closed_ = true;
         wake_.notify_one();
+    }
+
+    // Around a fork, on the forking thread.
+    void hold() { lock_.lock(); }
+    void release() { lock_.unlock(); }
+    /// Blocks that wait are run behind the next one that is submitted.
+    void releaseInChild() {
+        // Whoever waited here is gone, which the condition does not know.
+        std::construct_at(&wake_);
+        if (runner_ != std::this_thread::get_id()) {
+            runner_ = {};
+            hasRunner_ = false;
+        }
+        lock_.unlock();
     }
 
   private:
@@ -122,6 +176,27 @@ class Work : public std::enable_shared_from_this<Work> {
     bool hasRunner_ = false;
     bool closed_ = false;
 };
+
+void AllWork::beforeFork() {
+    allWork().lock_.lock();
+    for (Work* const work : allWork().all_) {
+        work->hold();
+    }
+}
+
+void AllWork::afterForkInParent() {
+    for (Work* const work : allWork().all_) {
+        work->release();
+    }
+    allWork().lock_.unlock();
+}
+
+void AllWork::afterForkInChild() {
+    for (Work* const work : allWork().all_) {
+        work->releaseInChild();
+    }
+    allWork().lock_.unlock();
+}
 
 /// Lets one thread wait until another is done with its block.
 class Completion {

@@ -7,7 +7,8 @@
 
 class TQDispatchQueue;
 /// Shared ownership of a serial queue. Blocks already submitted run even when the last owner
-/// lets go; letting go from inside a block of the queue is fine.
+/// lets go; letting go from inside a block of the queue is fine. In a child of a fork a queue goes
+/// on with a thread of its own once something is submitted there.
 using dispatch_queue_t = std::shared_ptr<TQDispatchQueue>;
 
 /// A queue that runs its blocks one at a time, in order, on a thread of its own that bears the
