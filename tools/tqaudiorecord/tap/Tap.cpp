@@ -9,6 +9,7 @@
 #include <array>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <span>
 #include <thread>
 #include <utility>
@@ -154,10 +155,11 @@ void Tap::record(char** arguments) {
     if (!connectRecording(hello)) {
         return;
     }
-    pthread_atfork(nullptr, nullptr, &Tap::onForked);
+    pthread_atfork(&Tap::onFork, &Tap::onParentForked, &Tap::onForked);
     TQAudioRecordRegisterYLogCallback(&Tap::onLog);
     if (usesPlatform_) {
         collect();
+        waitForStart();
     }
     startThread(&Tap::runRecording);
 }
@@ -212,6 +214,12 @@ void Tap::collect() {
     isCollecting_ = true;
 }
 
+void Tap::waitForStart() {
+    // The library starts on a thread of its own, which a child that is forked meanwhile would not
+    // have.
+    dispatch_sync(RZStreamCollectManager::sharedManager().audioRecorder()->queue(), [] {});
+}
+
 void Tap::collectAgain() {
     static std::shared_ptr<Relay> relay;
     static std::shared_ptr<RZReplayAudioRecorder> recorder;
@@ -232,8 +240,10 @@ void Tap::runRecording() {
         if (door_.waitForEnd(wait, settings_.recorder)) {
             break;
         }
+        const std::lock_guard lock(work_);
         if (!isCollecting_ && isUnitSeen_.load(std::memory_order_relaxed)) {
             collect();
+            waitForStart();
         }
         if (follows) {
             volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed));
@@ -242,6 +252,7 @@ void Tap::runRecording() {
             publish();
         }
     }
+    const std::lock_guard lock(work_);
     leave();
 }
 
@@ -323,7 +334,9 @@ void Tap::pushBlock(RecordKind kind, const AudioBufferList& pcm,
     header.isFloat = (info.formatFlags() & kAudioFormatFlagIsFloat) != 0 ? 1 : 0;
     header.sampleRate = info.sampleRate();
     header.microseconds = info.timeStamp();
-    if (kind == RecordKind::kTrack) {
+    if (kind == RecordKind::kMix) {
+        mixBlocks_.fetch_add(1, std::memory_order_relaxed);
+    } else {
         header.track = static_cast<std::uint32_t>(info.trackId());
         if (header.track < kTracks) {
             header.unit = outlet->page->tracks[header.track].unit.load(std::memory_order_relaxed);
@@ -391,7 +404,35 @@ void Tap::onLog(const char* /*file*/, const char* function, NSString* /*tag*/, i
     }
 }
 
+void Tap::onFork() {
+    Tap* const tap = current();
+    if (tap == nullptr) {
+        return;
+    }
+    tap->work_.lock();
+    if (!tap->isCollecting_ || tap->outlet_.load() == nullptr) {
+        return;
+    }
+    // The mix comes last in a render cycle: right behind it the audio thread leaves the library and
+    // sleeps. Nobody can hold it there, so this makes the moment likely, not certain.
+    const std::uint64_t before = tap->mixBlocks_.load(std::memory_order_relaxed);
+    constexpr timespec kPause{0, 200'000};
+    constexpr int kMostPauses = 150;
+    for (int i = 0; i < kMostPauses && tap->mixBlocks_.load(std::memory_order_relaxed) == before;
+         ++i) {
+        nanosleep(&kPause, nullptr);
+    }
+    nanosleep(&kPause, nullptr);
+}
+
+void Tap::onParentForked() {
+    if (Tap* const tap = current()) {
+        tap->work_.unlock();
+    }
+}
+
 void Tap::onForked() {
+    onParentForked();
     Tap* const tap = current();
     if (tap == nullptr || (tap->outlet_.load() == nullptr && !tap->isForked_.load())) {
         return;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -55,6 +56,7 @@ class Tap {
     void runRecording();
     void runForked();
     void collect();
+    static void waitForStart();
     void collectAgain();
     void publish();
     void leave();
@@ -62,6 +64,10 @@ class Tap {
 
     static void onLog(const char* file, const char* function, NSString* tag, int level, int line,
                       NSString* message);
+    // Around fork(): a child must not inherit locks of the library that threads hold which it does
+    // not have.
+    static void onFork();
+    static void onParentForked();
     static void onForked();
 
     const TapSettings settings_;
@@ -74,6 +80,8 @@ class Tap {
     std::shared_ptr<MixTap> mixTap_;
     std::shared_ptr<TrackTap> trackTap_;
     std::atomic<bool> isUnitSeen_{false};
+    std::atomic<std::uint64_t> mixBlocks_{0};
+    std::mutex work_;  ///< held while our own thread is in the library
     bool usesPlatform_ = false;
     bool isCollecting_ = false;
     /// A child without exec: connects anew when it makes its first unit.
