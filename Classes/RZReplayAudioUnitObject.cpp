@@ -1,5 +1,7 @@
 #include "RZReplayAudioUnitObject.h"
 
+#include <mutex>
+
 #include "RZLogSite.h"
 #include "RZNumbers.h"
 #include "TQAudioRecordLock.h"
@@ -57,7 +59,8 @@ void RZReplayAudioUnitObject::stopCapture() {
 
 std::shared_ptr<RZReplayAudioUnitBuffer> RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {
     constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject getOrCreateBufferAt:]");
-    const TQAudioRecordLock guard(bufferLock_);
+    // On every render cycle: the lock itself, without a reference of its own to it.
+    const std::scoped_lock guard(*bufferLock_);
     if (index >= 0 && static_cast<std::size_t>(index) < bufferList_.size()) {
         return bufferList_[static_cast<std::size_t>(index)];
     }

@@ -1,6 +1,7 @@
 #include "RZStreamCollectManager.h"
 
 #include <algorithm>
+#include <mutex>
 
 #include "RZLogSite.h"
 #include "RZReplayAudioRecorder.h"
@@ -140,7 +141,7 @@ BOOL RZStreamCollectManager::stopAudioStreamCollect(const Listener& listener) {
 /// one that changes the list ends the pass, since whoever comes next is no longer certain.
 template <class Deliver>
 void RZStreamCollectManager::deliver(Method method, const RZLogSite& site, Deliver&& deliverTo) {
-    const TQAudioRecordLock guard(state_->lock);
+    const std::scoped_lock guard(*state_->lock);
     const auto& list = state_->arrAudioListener;
     const auto mutations = state_->mutations;
     for (std::size_t i = 0; i < list.size(); ++i) {

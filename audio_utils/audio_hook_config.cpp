@@ -238,39 +238,37 @@ void AudioHookConfigImpl::writeToMMap(bool verbose) {
 }
 
 void AudioHookConfigImpl::enterHookFunc() noexcept {
-    if (!countingStopped_.load()) {
-        enterCounter_.fetch_add(1);
-    } else if (enterCounter_.exchange(0) == 0) {
-        return;
-    }
-    storeEnterCounter();
+    changeCount(1);
 }
 
 void AudioHookConfigImpl::exitHookFunc() noexcept {
-    if (!countingStopped_.load()) {
-        enterCounter_.fetch_sub(1);
-    } else if (enterCounter_.exchange(0) == 0) {
-        return;
-    }
-    storeEnterCounter();
+    changeCount(-1);
 }
 
-void AudioHookConfigImpl::storeEnterCounter() noexcept {
+// One locked instruction: the file gets the count that the change will lead to, then the change is
+// made, under a version of its own. It fails when another came in between, and is tried again; so
+// whoever stored in the file has made a change behind that, and the last one was alone with it:
+// once all threads are out the file says so.
+void AudioHookConfigImpl::changeCount(int step) noexcept {
+    constexpr std::uint64_t kVersionStep = std::uint64_t{1} << 32U;
     std::uint32_t* const word = countWord_.load(std::memory_order_acquire);
-    if (word == nullptr) {
-        return;
-    }
-    const std::atomic_ref<std::uint32_t> file(*word);
-    // Whoever stores an old value after another thread's newer one sees that here and mends it:
-    // once all threads are out the file says so.
-    std::uint32_t counter = enterCounter_.load();
+    std::uint64_t state = enterCounter_.load(std::memory_order_acquire);
+    bool isFirstTry = true;
     for (;;) {
-        file.store(counter);
-        const std::uint32_t latest = enterCounter_.load();
-        if (latest == counter) {
+        const auto count = static_cast<std::uint32_t>(state);
+        const bool isStopped = countingStopped_.load();
+        if (isStopped && count == 0 && isFirstTry) {
             return;
         }
-        counter = latest;
+        const std::uint32_t next = isStopped ? 0 : count + static_cast<std::uint32_t>(step);
+        if (word != nullptr) {
+            std::atomic_ref(*word).store(next, std::memory_order_relaxed);
+        }
+        const std::uint64_t version = (state & ~(kVersionStep - 1)) + kVersionStep;
+        if (enterCounter_.compare_exchange_strong(state, version | next)) {
+            return;
+        }
+        isFirstTry = false;
     }
 }
 

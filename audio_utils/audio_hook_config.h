@@ -94,7 +94,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
   private:
     int changeItem(unsigned id, bool ConfigItem::*flag, bool value);
     void dropFiles();
-    void storeEnterCounter() noexcept;
+    void changeCount(int step) noexcept;
 
     std::atomic<std::uint32_t> retryCount_{2};
     std::uint32_t remainingRetries_ = 0;
@@ -103,7 +103,8 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::mutex mutex_;
     std::atomic<bool> initSuccess_{false};
     std::atomic<bool> countingStopped_{false};
-    std::atomic<std::uint32_t> enterCounter_{0};
+    /// Threads inside, below a version that each change raises.
+    std::atomic<std::uint64_t> enterCounter_{0};
     /// Both numbers in one word, so that a reader never sees halves of two states.
     std::atomic<std::uint64_t> preLaunchState_{std::bit_cast<std::uint64_t>(PreLaunchState{})};
     /// The mapped word of the count file; null until enter and exit may write to it.

@@ -2,7 +2,13 @@
 
 #include <spin_lock.h>
 
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <memory>
 #include <mutex>
+#include <type_traits>
 #include <utility>
 
 /// A property that control threads set and render threads read, copied whole under a lock that
@@ -11,9 +17,12 @@ template <class T>
 class AtomicProperty {
   public:
     AtomicProperty() = default;
-    explicit AtomicProperty(T value) : value_(std::move(value)) {}
+    explicit AtomicProperty(T value) { store(std::move(value)); }
 
     [[nodiscard]] T load() const {
+        if (isNull()) {
+            return T{};
+        }
         const std::scoped_lock guard(lock_);
         return value_;
     }
@@ -22,16 +31,84 @@ class AtomicProperty {
         const std::scoped_lock guard(lock_);
         using std::swap;
         swap(value_, value);
+        if constexpr (kIsPointer) {
+            isNull_.store(value_ == nullptr, std::memory_order_release);
+        }
     }
     /// Looks at the value in place, for readers that need no reference of their own. `look` must
     /// be short and must not come back to this property.
     template <class Look>
     auto with(Look&& look) const {
+        if (isNull()) {
+            return look(T{});
+        }
         const std::scoped_lock guard(lock_);
         return look(value_);
     }
 
   private:
+    template <class U>
+    static constexpr bool isSharedPointer(const std::shared_ptr<U>* /*type*/) {
+        return true;
+    }
+    static constexpr bool isSharedPointer(const void* /*type*/) { return false; }
+    static constexpr bool kIsPointer = isSharedPointer(static_cast<const T*>(nullptr));
+
+    /// Seen without the lock: what is not there, which most are most of the time, costs a reader
+    /// nothing.
+    [[nodiscard]] bool isNull() const {
+        return kIsPointer && isNull_.load(std::memory_order_acquire);
+    }
+
     mutable korva_audio_utils::SpinLock lock_;
+    std::atomic<bool> isNull_{kIsPointer};
     T value_{};
+};
+
+/// Plain values: readers lock and write nothing, they copy again when a store came in between.
+template <class T>
+requires std::is_trivially_copyable_v<T>
+class AtomicProperty<T> {
+  public:
+    AtomicProperty() { store(T{}); }
+    explicit AtomicProperty(const T& value) { store(value); }
+
+    [[nodiscard]] T load() const {
+        for (;;) {
+            const std::uint32_t before = version_.load(std::memory_order_acquire);
+            // Acquiring each word keeps the second look at the version behind them.
+            std::array<std::uint64_t, kWords> words;
+            for (std::size_t i = 0; i < kWords; ++i) {
+                words[i] = words_[i].load(std::memory_order_acquire);
+            }
+            if (before % 2 == 0 && version_.load(std::memory_order_relaxed) == before) {
+                T value;
+                std::memcpy(static_cast<void*>(&value), words.data(), sizeof value);
+                return value;
+            }
+        }
+    }
+    void store(const T& value) {
+        std::array<std::uint64_t, kWords> words{};
+        std::memcpy(words.data(), &value, sizeof value);
+        const std::scoped_lock guard(lock_);
+        const std::uint32_t version = version_.load(std::memory_order_relaxed);
+        version_.store(version + 1, std::memory_order_relaxed);
+        // Releasing each word puts the odd version in front of it.
+        for (std::size_t i = 0; i < kWords; ++i) {
+            words_[i].store(words[i], std::memory_order_release);
+        }
+        version_.store(version + 2, std::memory_order_release);
+    }
+    template <class Look>
+    auto with(Look&& look) const {
+        return look(load());
+    }
+
+  private:
+    static constexpr std::size_t kWords = (sizeof(T) + 7) / 8;
+
+    korva_audio_utils::SpinLock lock_;  ///< writers only
+    std::atomic<std::uint32_t> version_{0};
+    std::array<std::atomic<std::uint64_t>, kWords> words_{};
 };

@@ -5,6 +5,7 @@
 #include <audio_stats.h>
 
 #include <algorithm>
+#include <mutex>
 
 #include "RZNumbers.h"
 #include "RZStreamMixManager+Report.h"
@@ -129,10 +130,19 @@ RZStreamMixManager::UnitObject RZStreamMixManager::registerUnit(const RZLogSite&
 }
 
 RZStreamMixManager::UnitObject RZStreamMixManager::findAudioUnitObj(const void* unit) const {
-    const TQAudioRecordLock guard(mapLock_);
-    for (const Entry& entry : unitMap_) {
-        if (entry.unit == unit) {
-            return entry.obj;
+    // On every render cycle: the lock itself, without a reference of its own to it.
+    const std::scoped_lock guard(*mapLock_);
+    // Where a unit was found last is where it is looked for first; most units have a hint of their
+    // own, so that the number of units costs nothing.
+    const auto bits = reinterpret_cast<std::uintptr_t>(unit);
+    std::size_t& hint = unitHints_[(bits >> 4U ^ bits >> 8U ^ bits >> 12U) % unitHints_.size()];
+    if (hint < unitMap_.size() && unitMap_[hint].unit == unit) {
+        return unitMap_[hint].obj;
+    }
+    for (std::size_t i = 0; i < unitMap_.size(); ++i) {
+        if (unitMap_[i].unit == unit) {
+            hint = i;
+            return unitMap_[i].obj;
         }
     }
     return nullptr;

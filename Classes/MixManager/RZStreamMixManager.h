@@ -6,6 +6,7 @@
 #include <event_filter.h>
 #include <mach/mach_time.h>
 
+#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -205,6 +206,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::shared_ptr<NSRecursiveLock> auGraphUpdateLock_;
     /// Found by handle on render threads, by key elsewhere; both name the same entry.
     std::vector<Entry> unitMap_;
+    mutable std::array<std::size_t, 32> unitHints_{};  ///< places in unitMap_; a hint may be wrong
     std::atomic<AUGraph> mGraph_{nullptr};
     std::atomic<AudioUnit> mixUnit_{nullptr};
     std::atomic<AudioUnit> outUnit_{nullptr};
