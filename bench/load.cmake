@@ -1,0 +1,18 @@
+# Processes with many images: tiny shared objects that call one of the functions each, made at build
+# time and loaded by the program before it measures.
+set(image_folder ${CMAKE_CURRENT_BINARY_DIR}/load_images)
+set(images "")
+foreach(n RANGE 1 250)
+    list(APPEND images ${image_folder}/image${n}.so)
+endforeach()
+add_custom_command(
+    OUTPUT ${images}
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/load_images.sh ${CMAKE_C_COMPILER} ${image_folder} 250
+    DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/load_images.sh
+    VERBATIM)
+add_custom_target(tq_bench_load_images DEPENDS ${images})
+tq_bench(load SOURCES load.cpp LIBS tqplatform TQAudioRecordResolver ${CMAKE_DL_LIBS})
+add_dependencies(bench_load tq_bench_load_images)
+target_compile_definitions(bench_load PRIVATE TQ_LOAD_IMAGES="${image_folder}")
+# The program itself calls nothing of the platform; its images do.
+target_link_options(bench_load PRIVATE -Wl,--no-as-needed)
