@@ -17,8 +17,7 @@
 #include <map>
 #include <utility>
 
-#include "RememberingSink.h"
-#include "road/GuardCommand.h"
+#include "RoadFixture.h"
 
 // Real hosts in real processes on the device that plays into nothing.
 
@@ -28,9 +27,6 @@ using namespace tqrecorder;
 namespace fs = std::filesystem;
 using End = RecordingResult::End;
 
-const std::string kHost = TQ_ROAD_HOST;
-const std::string kOther = TQ_ROAD_OTHER_HOST;
-const std::string kTap = TQ_ROAD_TAP;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kIsSanitized = true;
 #else
@@ -52,29 +48,6 @@ void writeVoice(const std::string& path) {
     sf_write_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
     sf_close(file);
 }
-
-struct Road : testing::Test {
-    fs::path caches;
-    Options options;
-    RememberingSink sink;
-
-    void SetUp() override {
-        std::string folder = testing::TempDir() + "tq-recording-XXXXXX";
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
-        caches = folder;
-        // Inherited by the hosts: each test has crash guards of its own.
-        setenv("XDG_CACHE_HOME", folder.c_str(), 1);
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(caches, ignored);
-    }
-    RecordingResult record(std::vector<std::string> command) {
-        options.command = std::move(command);
-        Recording recording(options, sink, kTap);
-        return recording.run();
-    }
-};
 
 TEST_F(Road, aHostIsRecordedToItsEnd) {
     const RecordingResult result = record({kHost, "tone", "1"});
@@ -464,71 +437,6 @@ TEST_F(Road, aHostThatDiedTwiceInTheHooksIsNotArmedByItself) {
     EXPECT_TRUE(facts.guardRefused);
     EXPECT_FALSE(facts.hooksInstalled);
     EXPECT_EQ(facts.retriesLeft, 0);
-}
-
-struct Guard : Road {
-    GuardReport guard(Options::Action action, const std::string& command = kHost) {
-        options.action = action;
-        options.command = {command};
-        GuardReport report = runGuardCommand(options, kTap);
-        EXPECT_TRUE(report.isDone) << report.error;
-        options.action = Options::Action::kRecord;
-        return report;
-    }
-};
-
-TEST_F(Guard, isSeenArmedAndDisarmed) {
-    EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNeverEnabled);
-    GuardReport report = guard(Options::Action::kGuardArm);
-    EXPECT_EQ(report.state, GuardState::kArmed);
-    EXPECT_EQ(report.retriesLeft, 2);
-    EXPECT_EQ(report.name, "road_host");
-    EXPECT_EQ(report.text(), "road_host: armed, 2 retries left");
-    EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kArmed);
-    EXPECT_EQ(guard(Options::Action::kGuardDisarm).state, GuardState::kNotWanted);
-    EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNotWanted);
-}
-
-TEST_F(Guard, armedByHandRecordsWithoutArming) {
-    guard(Options::Action::kGuardArm);
-    options.armGuard = false;
-    record({kHost, "tone", "0.3"});
-    EXPECT_TRUE(sink.processes.at(1).facts.hooksInstalled);
-    EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
-}
-
-TEST_F(Guard, whoseRetriesAreUsedUpIsRestoredByArmingOnly) {
-    record({kHost, "die"});
-    record({kHost, "die"});
-    const GuardReport report = guard(Options::Action::kGuardStatus);
-    EXPECT_EQ(report.state, GuardState::kUsedUp);
-    EXPECT_THAT(report.text(), testing::HasSubstr("tqaudiorecord guard arm"));
-    EXPECT_EQ(guard(Options::Action::kGuardArm).retriesLeft, 2);
-    sink.processes.clear();
-    record({kHost, "tone", "0.3"});
-    EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
-}
-
-TEST_F(Guard, ofOneProgramIsNotAnothers) {
-    guard(Options::Action::kGuardArm);
-    EXPECT_EQ(guard(Options::Action::kGuardStatus, kOther).state, GuardState::kNeverEnabled);
-}
-
-TEST_F(Guard, doesNotRunTheProgram) {
-    options.command = {kHost};
-    options.action = Options::Action::kGuardStatus;
-    // A host without arguments would play for a minute and fail.
-    const GuardReport report = runGuardCommand(options, kTap);
-    EXPECT_TRUE(report.isDone);
-    EXPECT_TRUE(report.usesPlatform);
-}
-
-TEST_F(Guard, ofACommandThatIsNotThereIsAnError) {
-    options.command = {"no-such-command-anywhere"};
-    options.action = Options::Action::kGuardStatus;
-    const GuardReport report = runGuardCommand(options, kTap);
-    EXPECT_FALSE(report.isDone);
-    EXPECT_EQ(report.error, "no-such-command-anywhere: not found");
 }
 
 }  // namespace
