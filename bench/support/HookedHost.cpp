@@ -2,6 +2,7 @@
 
 #include <dispatch/dispatch.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "RZReplayAudioRecorder.h"
