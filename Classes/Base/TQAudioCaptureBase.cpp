@@ -80,14 +80,11 @@ namespace {
 void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, const void* refCon,
                        UInt32 frames, AudioBufferList* ioData) {
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
-    // What listeners want matters only while something is captured.
-    UInt32 type = 0;
-    if (obj != nullptr && obj->isCapturing() && manager.isCapturing()) {
-        const auto callback = manager.callback();
-        type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
-        if ((type & RZPCMDataTypePre) != 0) {
-            obj->tryWriteBuffersFrom(ioData, frames, NO);
-        }
+    const auto callback = manager.callback();
+    const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
+    if (obj != nullptr && obj->isCapturing() && manager.isCapturing() &&
+        (type & RZPCMDataTypePre) != 0) {
+        obj->tryWriteBuffersFrom(ioData, frames, NO);
     }
     // Whether or not anybody records: this is what the device plays.
     if (obj != nullptr && (manager.isDuckingEnable() || manager.isCompressorEnable())) {

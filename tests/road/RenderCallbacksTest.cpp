@@ -495,6 +495,31 @@ TEST_F(RenderCallbacks, aFormatThatCannotBeProcessedIsReportedOnce) {
         testing::ElementsAre(IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
 }
 
+/// Counts how often it is asked what it wants.
+class AskedListener : public RZReplayAudioRecorderListener<AskedListener> {
+  public:
+    void onAudioReceivePCM(AudioBufferList* /*pcm*/, const RZReplayASBDInfo& /*info*/) override {}
+    [[nodiscard]] std::uint64_t getPCMDataType() override {
+        ++asked;
+        return 3;
+    }
+    int asked = 0;
+};
+
+TEST_F(RenderCallbacks, whatListenersWantIsAskedOnEveryCycleAlsoWhileNothingIsCaptured) {
+    platform.fail("NewAUGraph", -1);
+    host().play();
+    const auto asked = std::make_shared<AskedListener>();
+    collect().startAudioStreamCollect(asked);
+    drainRecorder();
+    ASSERT_FALSE(manager().isCapturing());
+    asked->asked = 0;
+    slices(3);
+    EXPECT_EQ(asked->asked, 3);
+    collect().stopAudioStreamCollect(asked);
+    drainRecorder();
+}
+
 TEST_F(RenderCallbacks, aFormatThatNobodyWantsProcessedIsNotReported) {
     sound().format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
     capture(3);
