@@ -5,7 +5,7 @@
 #include "MixRenderCallbacks.h"
 #include "RZAudioRecordStat.h"
 #include "RZReplayVolumeController.h"
-#include "Road.h"
+#include "RenderFixture.h"
 #include "TQAudioCaptureBase.h"
 #include "UniversalNodeProcessCallback.h"
 
@@ -18,55 +18,6 @@ using testing::Each;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
-
-/// What the device played last.
-struct Speaker {
-    std::vector<float> last;
-
-    Speaker() { EXPECT_EQ(TQManualDeviceSetOutput(hear, this), 0); }
-    ~Speaker() { TQManualDeviceSetOutput(nullptr, nullptr); }
-    Speaker(const Speaker&) = delete;
-    Speaker& operator=(const Speaker&) = delete;
-
-    static void hear(void* self, const AudioTimeStamp*, UInt32, UInt32 frames,
-                     const float* const* planes) {
-        static_cast<Speaker*>(self)->last.assign(planes[0], planes[0] + frames);
-    }
-    [[nodiscard]] float level() const { return last.empty() ? 0.0F : last[last.size() / 2]; }
-};
-
-/// Device, host and mix at one rate: one block of the host is one block of the track and the mix.
-struct RenderCallbacks : Road {
-    static constexpr UInt32 kSlice = 441;
-    static constexpr std::size_t kSliceBytes = kSlice * 4;
-    HostSound& sound() { return host_->sound; }
-    HostUnit& host() { return *host_; }
-    RZReplayAudioUnitObject& object() { return *host_->object(); }
-
-    void SetUp() override {
-        Road::SetUp();
-        ASSERT_EQ(TQManualDeviceSetSampleRate(44100), 0);
-        host_ = std::make_unique<HostUnit>();
-        host_->sound.format = stream_formats::int16Interleaved(44100, 2);
-    }
-    void TearDown() override {
-        host_.reset();
-        Road::TearDown();
-        EXPECT_EQ(TQManualDeviceSetSampleRate(48000), 0);
-    }
-    void capture(std::uint64_t mask, AudioUnitScope scope = kAudioUnitScope_Input) {
-        listener = std::make_shared<RoadListener>(mask);
-        host_->play(scope);
-        ASSERT_TRUE(startCapture());
-    }
-    void slices(int count) { pump(count, kSlice); }
-    /// Blocks pile up while the private graph stands still.
-    void stopPrivateGraph() { ASSERT_EQ(AUGraphStop(manager().mGraph()), 0); }
-    void startPrivateGraph() { ASSERT_EQ(AUGraphStart(manager().mGraph()), 0); }
-
-  private:
-    std::unique_ptr<HostUnit> host_;
-};
 
 TEST_F(RenderCallbacks, withMaskThreeTheMixAndTheTracksBlocksArrive) {
     capture(3);
@@ -428,73 +379,6 @@ TEST_F(RenderCallbacks, aFailedRenderIsNotCapturedThroughTheNotify) {
     EXPECT_THAT(listener->posts(), IsEmpty());
 }
 
-// Ducking and compression.
-
-struct Processing : RenderCallbacks, testing::WithParamInterface<AudioUnitScope> {
-    RZReplayVolumeController controller;
-    void TearDown() override {
-        const RZReplayVolumeDuckingParam noDucking(NO);
-        const RZReplayVolumeCompressorParam noCompressor(NO);
-        controller.enableDucking(&noDucking);
-        controller.enableCompressor(&noCompressor);
-        RenderCallbacks::TearDown();
-    }
-};
-
-TEST_P(Processing, duckingPullsTheOutputDownWithCaptureOff) {
-    const Speaker speaker;
-    host().play(GetParam());
-    const RZReplayVolumeDuckingParam ducking(YES);
-    ASSERT_EQ(controller.enableDucking(&ducking), 0);
-    slices(2);
-    EXPECT_NEAR(speaker.level(), 0.25, 0.001) << "the outside is quiet";
-    ASSERT_EQ(controller.updateDuckingVolume(0, YES), 0);
-    slices(300);
-    EXPECT_NEAR(speaker.level(), 0.025, 0.002);
-}
-
-TEST_P(Processing, compressionPullsTheOutputDownWithCaptureOff) {
-    const Speaker speaker;
-    sound().value = 0.9;
-    host().play(GetParam());
-    slices(2);
-    ASSERT_NEAR(speaker.level(), 0.9, 0.001);
-    const RZReplayVolumeCompressorParam compressor(YES);
-    ASSERT_EQ(controller.enableCompressor(&compressor), 0);
-    slices(200);
-    EXPECT_LT(speaker.level(), 0.5);
-    EXPECT_GT(speaker.level(), 0.01);
-}
-
-TEST_P(Processing, preBlocksAreAsRenderedAndPostBlocksAsPlayed) {
-    capture(3, GetParam());
-    const RZReplayVolumeDuckingParam ducking(YES);
-    ASSERT_EQ(controller.enableDucking(&ducking), 0);
-    slices(1);
-    ASSERT_EQ(controller.updateDuckingVolume(0, YES), 0);
-    slices(300);
-    EXPECT_NEAR(listener->mixes().back().samples()[200], 8192, 4);
-    EXPECT_NEAR(listener->posts().back().samples()[200], 819, 70);
-}
-
-TEST_F(RenderCallbacks, aFormatThatCannotBeProcessedIsReportedOnce) {
-    RZReplayVolumeController controller;
-    sound().format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
-    capture(3);
-    const RZReplayVolumeDuckingParam ducking(YES);
-    ASSERT_EQ(controller.enableDucking(&ducking), 0);
-    listener->clear();
-    slices(20);
-    const std::string text =
-        "[buffer] unsupport pcm format: " + std::to_string(sound().format.mFormatFlags) +
-        ", bisPerChn: 16, chnPerFrame: 2";
-    EXPECT_THAT(listener->events(), testing::ElementsAre(event(5, 112, text)));
-    constexpr const char* kProcess = "-[RZReplayAudioUnitObject processBuffer:numberFrames:]";
-    EXPECT_THAT(
-        logs->linesOf(kProcess),
-        testing::ElementsAre(IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
-}
-
 /// Counts how often it is asked what it wants.
 class AskedListener : public RZReplayAudioRecorderListener<AskedListener> {
   public:
@@ -519,20 +403,5 @@ TEST_F(RenderCallbacks, whatListenersWantIsAskedOnEveryCycleAlsoWhileNothingIsCa
     collect().stopAudioStreamCollect(asked);
     drainRecorder();
 }
-
-TEST_F(RenderCallbacks, aFormatThatNobodyWantsProcessedIsNotReported) {
-    sound().format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
-    capture(3);
-    listener->clear();
-    slices(20);
-    EXPECT_THAT(listener->events(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Scopes, Processing,
-                         testing::Values(AudioUnitScope{kAudioUnitScope_Input},
-                                         AudioUnitScope{kAudioUnitScope_Output}),
-                         [](const auto& one) {
-                             return one.param == kAudioUnitScope_Input ? "takenOver" : "notify";
-                         });
 
 }  // namespace
