@@ -41,26 +41,6 @@ class SignalsBlocked {
     sigset_t before_{};
 };
 
-/// In a forked child the library's own starting and stopping stands still, because its thread is
-/// the parent's. A recorder of its own, made in the child, has a new one; this hands what it
-/// brings to the listeners.
-class Relay : public RZReplayAudioRecorderInternalListener<Relay> {
-  public:
-    void onAudioReceivePrePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) override {
-        RZStreamCollectManager::sharedManager().onAudioReceivePrePCM(pcm, info);
-    }
-    void onAudioReceivePostPCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) override {
-        RZStreamCollectManager::sharedManager().onAudioReceivePostPCM(pcm, info);
-    }
-    void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
-                            const std::string& message) override {
-        RZStreamCollectManager::sharedManager().onAudioRecordEvent(category, code, message);
-    }
-    [[nodiscard]] std::int32_t getPCMDataType() override {
-        return RZStreamCollectManager::sharedManager().getPCMDataType();
-    }
-};
-
 }  // namespace
 
 /// Receives the mix and all events.
@@ -221,14 +201,11 @@ void Tap::waitForStart() {
 }
 
 void Tap::collectAgain() {
-    static std::shared_ptr<Relay> relay;
-    static std::shared_ptr<RZReplayAudioRecorder> recorder;
     if (!isCollecting_) {
         collect();
     }
-    relay = std::make_shared<Relay>();
-    recorder = RZReplayAudioRecorder::create();
-    recorder->setDelegate(relay);
+    // What the parent had started is not running here.
+    const auto& recorder = RZStreamCollectManager::sharedManager().audioRecorder();
     recorder->stopRecord();
     recorder->startRecord();
 }
