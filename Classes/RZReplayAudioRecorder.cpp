@@ -34,7 +34,7 @@ void RZReplayAudioRecorder::setIsRecording(BOOL isRecording) {
 }
 
 std::shared_ptr<RZReplayAudioRecorderInternalDelegate> RZReplayAudioRecorder::delegate() const {
-    return state_->delegate.load().lock();
+    return state_->delegate.with([](const auto& weak) { return weak.lock(); });
 }
 
 void RZReplayAudioRecorder::setDelegate(
@@ -62,7 +62,10 @@ void RZReplayAudioRecorder::stopRecord() {
 std::shared_ptr<RZReplayAudioRecorderInternalDelegate> RZReplayAudioRecorder::responder(
     Method method) const {
     auto receiver = delegate();
-    return receiver && receiver->respondsTo(method) ? receiver : nullptr;
+    if (receiver && !receiver->respondsTo(method)) {
+        receiver.reset();
+    }
+    return receiver;
 }
 
 void RZReplayAudioRecorder::onAudioReceivePrePCM(AudioBufferList* pcm,
