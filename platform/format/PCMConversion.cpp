@@ -94,6 +94,21 @@ Loops loopsOf(SampleType type) noexcept {
     return loops<codec::Real32<Big>>();
 }
 
+/// The commonest of all outputs, both samples of a frame in one word: as little-endian 16-bit
+/// samples they lie side by side.
+void writeStereo16(const float* left, const float* right, std::byte* first,
+                   UInt32 frames) noexcept {
+    constexpr std::int64_t kScale = 32768;
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        const auto low =
+            static_cast<std::uint32_t>(codec::quantised<kScale, kScale, float>(left[frame]));
+        const auto high =
+            static_cast<std::uint32_t>(codec::quantised<kScale, kScale, float>(right[frame]));
+        codec::store<std::uint32_t, false>((low & 0xFFFFU) | high << 16U,
+                                           first + frame * sizeof(std::uint32_t));
+    }
+}
+
 Loops loopsOf(const PCMFormat& format) noexcept {
     return format.bigEndian ? loopsOf<true>(format.type) : loopsOf<false>(format.type);
 }
@@ -115,6 +130,15 @@ void toFloat(const AudioBufferList& list, const PCMFormat& format, UInt32 frames
 
 void fromFloat(const float* const* planes, UInt32 frames, const PCMFormat& format,
                AudioBufferList& list) noexcept {
+    if (format.type == SampleType::int16 && !format.bigEndian && format.channels == 2) {
+        const Lane left = laneOf(list, format, 0);
+        const Lane right = laneOf(list, format, 1);
+        if (left.first != nullptr && left.stride == 2 &&
+            right.first == left.first + sizeof(std::int16_t)) {
+            writeStereo16(planes[0], planes[1], left.first, frames);
+            return;
+        }
+    }
     const Loops loops = loopsOf(format);
     for (UInt32 channel = 0; channel < format.channels; ++channel) {
         const Lane lane = laneOf(list, format, channel);

@@ -26,10 +26,24 @@ class BusReader {
     /// silence, and so is everything when it fails; its status is returned.
     OSStatus read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept;
 
+    /// [real-time safe] The same without a copy where there need be none: `found` says where each
+    /// plane is until the next read, with the source or in `planes`.
+    OSStatus readInPlace(const BusPull& pull, UInt32 frames, float* const* planes,
+                         const float** found) noexcept;
+
     [[nodiscard]] bool fits(const PCMFormat& format, UInt32 channels,
                             UInt32 maximumFrames) const noexcept;
 
   private:
+    /// What the source gave, and how many frames of it count.
+    struct Given {
+        const AudioBufferList& list;
+        UInt32 held;
+        OSStatus status;
+    };
+    Given take(const BusPull& pull, UInt32 frames) noexcept;
+    void convert(const Given& given, UInt32 frames, float* const* planes) noexcept;
+
     BusMemory memory_;
     UInt32 channels_;
     UInt32 maximumFrames_;

@@ -136,11 +136,12 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call, Planes& pla
         const UInt32 frames = std::min(group.inputFrames() - done, maximumFrames);
         time.mSampleTime = group.sampleTime() + done;
         AudioUnitRenderActionFlags flags = 0;
-        if (input.reader->read({input.source, input.allocate, input.bus, flags, time}, frames,
-                               planes.data()) != noErr) {
+        std::array<const float*, mostChannels> found;
+        if (input.reader->readInPlace({input.source, input.allocate, input.bus, flags, time},
+                                      frames, planes.data(), found.data()) != noErr) {
             return;  // this bus is silent, the others go on
         }
-        group.add(done, frames, planes.data(), gains.data());
+        group.add(done, frames, found.data(), gains.data());
         done += frames;
     }
 }
@@ -161,9 +162,13 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
     }
     float* const* const mix = plan.mix->data();
     const UInt32 channels = plan.mix->channels();
-    silence(mix, channels, 0, call.frames);
+    if (plan.groups.empty()) {
+        silence(mix, channels, 0, call.frames);
+    }
+    bool isFirst = true;
     for (const auto& group : plan.groups) {
-        group->finish(mix);
+        group->finish(mix, isFirst);
+        isFirst = false;
     }
     const Float32 volume = outputVolume_.load(std::memory_order_relaxed);
     if (volume != 1.0F) {

@@ -13,6 +13,31 @@ UInt32 mostInput(RateRatio ratio, UInt32 frames) {
     return static_cast<UInt32>(ratio.inputFor(frames, 0)) + 1;
 }
 
+[[gnu::always_inline]] inline void addScaled(const float* from, float gain, float* to,
+                                             UInt32 frames) {
+    for (UInt32 i = 0; i < frames; ++i) {
+        to[i] += from[i] * gain;
+    }
+}
+
+#if defined(__x86_64__)
+/// The same sums in wider vectors; nothing is fused, so every machine gives the same bits.
+[[gnu::target("avx2")]] void addScaledWide(const float* from, float gain, float* to,
+                                           UInt32 frames) {
+    addScaled(from, gain, to, frames);
+}
+#endif
+
+void addChannel(const float* from, float gain, float* to, UInt32 frames) {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) {
+        addScaledWide(from, gain, to, frames);
+        return;
+    }
+#endif
+    addScaled(from, gain, to, frames);
+}
+
 }  // namespace
 
 RateGroup::RateGroup(Float64 inputRate, Float64 outputRate, UInt32 channels, UInt32 maximumFrames)
@@ -52,24 +77,21 @@ void RateGroup::begin(UInt32 frames, Float64 sampleTime) noexcept {
 void RateGroup::add(UInt32 first, UInt32 frames, const float* const* planes,
                     const Float32* gains) noexcept {
     for (UInt32 channel = 0; channel < sum_.channels(); ++channel) {
-        const float* const from = planes[channel];
-        float* const to = sum_.data()[channel] + first;
-        const Float32 gain = gains[channel];
-        for (UInt32 i = 0; i < frames; ++i) {
-            to[i] += from[i] * gain;
-        }
+        addChannel(planes[channel], gains[channel], sum_.data()[channel] + first, frames);
     }
 }
 
-void RateGroup::finish(float* const* planes) noexcept {
+void RateGroup::finish(float* const* planes, bool isFirst) noexcept {
     float* const* made = sum_.data();
     if (!ratio_.equal()) {
-        made = converted_.data();
+        made = isFirst ? planes : converted_.data();
         static_cast<void>(converter_.pull(outputFrames_, made, giveSum, this));
     }
-    for (UInt32 channel = 0; channel < sum_.channels(); ++channel) {
-        for (UInt32 i = 0; i < outputFrames_; ++i) {
-            planes[channel][i] += made[channel][i];
+    for (UInt32 channel = 0; made != planes && channel < sum_.channels(); ++channel) {
+        if (isFirst) {
+            std::copy_n(made[channel], outputFrames_, planes[channel]);
+        } else {
+            addChannel(made[channel], 1, planes[channel], outputFrames_);
         }
     }
 }

@@ -28,8 +28,9 @@ class RateGroup {
     /// [real-time safe] Adds frames of a bus to the sum, channel by channel with its gain.
     void add(UInt32 first, UInt32 frames, const float* const* planes,
              const Float32* gains) noexcept;
-    /// [real-time safe] Adds the slice at the mixer's rate to `planes`.
-    void finish(float* const* planes) noexcept;
+    /// [real-time safe] The slice at the mixer's rate: written into `planes` by the first group of a
+    /// slice, added by the others.
+    void finish(float* const* planes, bool isFirst) noexcept;
     /// [real-time safe] Forgets the past.
     void restart() noexcept;
 
