@@ -246,6 +246,38 @@ TEST_P(VolumeControllerExactTest, FloatBlocksEqualTheModelBitByBit) {
     CompareBlocks<float>();
 }
 
+TEST_P(VolumeControllerExactTest, GainsThatComeToRestAndMoveAgainEqualTheModelBitByBit) {
+    const auto [ducking, compressor, channels, rate] = GetParam();
+    const Ducking duckingParams{ducking, 0.01F, 0.02F, 0.1F, -30.0F, -17.0F};
+    const Compressor compressorParams{compressor, 0.004F, 0.013F, -40.0F, -15.0F};
+    VolumeController controller(rate);
+    controller.SetDuckingParams(duckingParams);
+    controller.SetCompressorParams(compressorParams);
+    controller.init_params();
+    Model model(rate, duckingParams, compressorParams);
+    std::mt19937 random(5);
+    constexpr int kBlocks = 90;
+    for (int block = 0; block < kBlocks; ++block) {
+        // Down and to rest, held and back up and to rest; one loud block while all is still.
+        const float level = block < kBlocks / 3 ? -20.0F : -45.0F;
+        controller.SetDuckingVolume(level, true);
+        model.SetLevels(level, -80.0F);
+        auto in = Noise<float>(random, 512 * channels);
+        const float loudness = block == kBlocks - 15 ? 1.0F : 0.01F;
+        for (float& sample : in) {
+            sample *= loudness;
+        }
+        const auto expected = model.Process(in, channels);
+        auto* const bytes = reinterpret_cast<char*>(in.data());
+        controller.Process(bytes, bytes, channels, in.size() * sizeof(float),
+                           VolumeControllerFormat::kFloat32);
+        ASSERT_TRUE(SameBits(in, expected)) << "block " << block;
+        if (ducking || compressor) {
+            model.ExpectStateOf(controller);
+        }
+    }
+}
+
 std::string SettingName(const testing::TestParamInfo<Setting>& info) {
     const auto& [ducking, compressor, channels, rate] = info.param;
     return std::string(ducking ? "Ducking" : "") + (compressor ? "Compressor" : "") +
