@@ -199,6 +199,11 @@ std::string_view ElfImage::symbolName(std::size_t index) const {
     return symbol ? textAt(symbol->st_name) : std::string_view{};
 }
 
+char ElfImage::symbolInitial(std::size_t index) const {
+    const auto symbol = symbolAt(index);
+    return symbol ? elementOf<char>(texts_, symbol->st_name).value_or('\0') : '\0';
+}
+
 bool ElfImage::definesSymbol(std::size_t index) const {
     const auto symbol = symbolAt(index);
     return symbol && symbol->st_shndx != SHN_UNDEF;
@@ -297,11 +302,9 @@ std::uintptr_t ElfImage::canonicalStub(std::string_view name) const {
     std::uintptr_t found = 0;
     // The hash tables need not list undefined symbols; each one in use has a relocation.
     forEachSlot([&](const Slot& slot) {
-        if (found != 0 || symbolName(slot.symbol) != name) {
-            return;
-        }
         const auto symbol = symbolAt(slot.symbol);
-        if (symbol && symbol->st_shndx == SHN_UNDEF && symbol->st_value != 0) {
+        if (found == 0 && symbol && symbol->st_shndx == SHN_UNDEF && symbol->st_value != 0 &&
+            textAt(symbol->st_name) == name) {
             found = layout_.base + symbol->st_value;
         }
     });

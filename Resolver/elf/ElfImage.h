@@ -88,6 +88,8 @@ class ElfImage {
 
     /// The name of a dynamic symbol, empty when index or text lie outside the tables.
     [[nodiscard]] std::string_view symbolName(std::size_t index) const;
+    /// The first character of that name, 0 when there is none. Does not walk the name.
+    [[nodiscard]] char symbolInitial(std::size_t index) const;
     /// Whether the image itself defines the symbol.
     [[nodiscard]] bool definesSymbol(std::size_t index) const;
     /// Finds a function that the image offers to others under `name`: the default version,

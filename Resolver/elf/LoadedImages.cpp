@@ -76,6 +76,11 @@ std::string_view fileNameOf(std::string_view path) {
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
+bool isFile(std::string_view path, std::string_view fileName) {
+    return path.ends_with(fileName) &&
+           (path.size() == fileName.size() || path[path.size() - fileName.size() - 1] == '/');
+}
+
 }  // namespace
 
 LoaderCounts loaderCounts() {
@@ -134,10 +139,10 @@ std::size_t LoadedImages::startupCount() const {
     std::size_t count = images.empty() ? 0 : 1;
     for (std::size_t i = 0; i < count; ++i) {
         for (const std::string_view needed : ElfImage(images[i]).neededLibraries()) {
-            const auto found =
-                std::find_if(images.begin(), images.end(), [needed](const ImageLayout& image) {
-                    return fileNameOf(image.name) == fileNameOf(needed);
-                });
+            const auto found = std::find_if(images.begin(), images.end(),
+                                            [file = fileNameOf(needed)](const ImageLayout& image) {
+                                                return isFile(image.name, file);
+                                            });
             if (found != images.end()) {
                 count = std::max(count, static_cast<std::size_t>(found - images.begin()) + 1);
             }

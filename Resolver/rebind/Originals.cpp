@@ -65,9 +65,9 @@ std::vector<Original> findOriginals(std::span<const ImageLayout* const> callers,
     for (const ImageLayout* layout : callers) {
         const ElfImage image(*layout);
         image.forEachSlot([&](const Slot& slot) {
-            const SymbolEntry* entry = table.find(image.symbolName(slot.symbol));
-            if (entry == nullptr || slot.kind == SlotKind::data ||
-                image.definesSymbol(slot.symbol)) {
+            const SymbolEntry* entry =
+                slot.kind == SlotKind::data ? nullptr : table.findWanted(image, slot.symbol);
+            if (entry == nullptr) {
                 return;
             }
             Original& original =

@@ -75,25 +75,41 @@ int Rebinder::rebind(std::span<TQRebinding> rebindings) {
         }
     }
     if (!valid.empty()) {
-        const LoadedImages loaded = loadedImages();
-        const HeldImages held(*calls, loaded, startupCount(loaded),
-                              [](std::size_t) { return true; });
-        std::vector<std::string> names;
-        for (const TQRebinding& record : valid) {
-            if (std::find(names.begin(), names.end(), record.symbol) == names.end()) {
-                names.emplace_back(record.symbol);
-            }
+        std::vector<Failure> failures;
+        if (redirectInSight(*calls, valid, failures)) {
+            conclude(failures);
+        } else {
+            examine(*calls, true);
         }
-        const std::vector<Finding> findings = find(*calls, held, names, valid.front().replacement);
-        for (const TQRebinding& record : valid) {
-            keepImageOf(*calls, held, record.replacement);
-        }
-        enter(valid, findings);
-        // Images that came between the look above and the entry are seen by this second look;
-        // later ones by the thread that loads them.
-        examine(*calls, true);
     }
     return valid.size() == rebindings.size() ? 0 : -1;
+}
+
+// Enters what is wanted and redirects it in every image. False when images have come or gone since
+// they were looked at: those that came before the entry are seen by another look only, later ones
+// by the thread that loads them.
+bool Rebinder::redirectInSight(const LoaderCalls& calls, std::span<TQRebinding> rebindings,
+                               std::vector<Failure>& failures) {
+    const LoadedImages loaded = loadedImages();
+    const HeldImages held(calls, loaded, startupCount(loaded), [](std::size_t) { return true; });
+    std::vector<std::string> names;
+    for (const TQRebinding& record : rebindings) {
+        if (std::find(names.begin(), names.end(), record.symbol) == names.end()) {
+            names.emplace_back(record.symbol);
+        }
+    }
+    const std::vector<Finding> findings = find(calls, held, names, rebindings.front().replacement);
+    for (const TQRebinding& record : rebindings) {
+        keepImageOf(calls, held, record.replacement);
+    }
+    enter(rebindings, findings);
+    const LoaderCounts now = loaderCounts();
+    if (now.adds != loaded.counts.adds || now.subs != loaded.counts.subs) {
+        return false;
+    }
+    findLateDefinitions(calls, held);
+    patchImages(loaded, held, std::vector<bool>(loaded.images.size(), true), failures);
+    return true;
 }
 
 void Rebinder::scan() {
@@ -125,19 +141,32 @@ void Rebinder::examine(const LoaderCalls& calls, bool everything) {
             examine(calls, true);
             return;
         }
-        const std::lock_guard lock(mutex_);
-        forgetGone(loaded);
-        for (const ImageLayout* image : held.images()) {
-            const auto index = static_cast<std::size_t>(image - loaded.images.data());
-            if (isWanted[index] || (index < startup && recordOf(*image) == nullptr)) {
-                patchImage(*image, held, failures);
-            } else if (ImageRecord* record = recordOf(*image)) {
-                restoreLost(*record);
-            }
-        }
-        seenAdds_.store(loaded.counts.adds);
-        seenSubs_.store(loaded.counts.subs);
+        patchImages(loaded, held, isWanted, failures);
     }
+    conclude(failures);
+}
+
+// The wanted ones of the held images, and start-up images that were never looked at. In the others
+// it only puts right what a thread in lazy binding undid.
+void Rebinder::patchImages(const LoadedImages& loaded, const HeldImages& held,
+                           const std::vector<bool>& isWanted, std::vector<Failure>& failures) {
+    const std::size_t startup = startupCount(loaded);
+    const std::lock_guard lock(mutex_);
+    forgetGone(loaded);
+    for (const ImageLayout* image : held.images()) {
+        const auto index = static_cast<std::size_t>(image - loaded.images.data());
+        if (isWanted[index] || (index < startup && recordOf(*image) == nullptr)) {
+            patchImage(*image, held, failures);
+        } else if (ImageRecord* record = recordOf(*image)) {
+            restoreLost(*record);
+        }
+    }
+    seenAdds_.store(loaded.counts.adds);
+    seenSubs_.store(loaded.counts.subs);
+}
+
+// With no image held and no lock.
+void Rebinder::conclude(const std::vector<Failure>& failures) {
     for (const Failure& failure : failures) {
         tell(failure.image, failure.result);
     }

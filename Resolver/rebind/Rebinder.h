@@ -69,7 +69,12 @@ class Rebinder {
     Rebinder();
     ~Rebinder() = default;
 
+    [[nodiscard]] bool redirectInSight(const LoaderCalls& calls, std::span<TQRebinding> rebindings,
+                                       std::vector<Failure>& failures);
     void examine(const LoaderCalls& calls, bool everything);
+    void patchImages(const LoadedImages& loaded, const HeldImages& held,
+                     const std::vector<bool>& isWanted, std::vector<Failure>& failures);
+    void conclude(const std::vector<Failure>& failures);
     [[nodiscard]] static std::vector<Finding> find(const LoaderCalls& calls, const HeldImages& held,
                                                    const std::vector<std::string>& names,
                                                    const void* asker);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 
 namespace tqresolver {
 
@@ -50,7 +51,7 @@ bool isBackend(const ElfImage& image, const SymbolTable& table) {
 
 std::vector<SlotWrite> chooseSlots(const ElfImage& image, const SymbolTable& table,
                                    const BindingOracle& oracle) {
-    const bool keepsItsCalls = isBackend(image, table);
+    std::optional<bool> keepsItsCalls;
     std::vector<SlotWrite> writes;
     std::size_t lastSymbol = 0;
     const SymbolEntry* entry = nullptr;
@@ -58,10 +59,12 @@ std::vector<SlotWrite> chooseSlots(const ElfImage& image, const SymbolTable& tab
         // Relocations of one symbol stand together; index 0 names none.
         if (slot.symbol != lastSymbol) {
             lastSymbol = slot.symbol;
-            entry = table.find(image.symbolName(slot.symbol));
+            entry = table.findWanted(image, slot.symbol);
+            if (entry != nullptr && !keepsItsCalls) {
+                keepsItsCalls = isBackend(image, table);
+            }
             const bool isOurs = entry != nullptr && entry->original != nullptr &&
-                                (entry->role == SymbolRole::load || !keepsItsCalls) &&
-                                !image.definesSymbol(slot.symbol);
+                                (entry->role == SymbolRole::load || !*keepsItsCalls);
             entry = isOurs ? entry : nullptr;
         }
         if (entry == nullptr) {

@@ -61,8 +61,16 @@ SymbolTable::SymbolTable(std::vector<SymbolEntry> entries,
     }
 }
 
+const SymbolEntry* SymbolTable::findWanted(const ElfImage& image, std::size_t symbol) const {
+    if (image.definesSymbol(symbol)) {
+        return nullptr;
+    }
+    // Most names of a program are mangled and long: this is cheaper than finding their ends.
+    const auto initial = static_cast<unsigned char>(image.symbolInitial(symbol));
+    return firstCharacters_.test(initial) ? find(image.symbolName(symbol)) : nullptr;
+}
+
 const SymbolEntry* SymbolTable::find(std::string_view name) const {
-    // Most names of a program are mangled and fall out at the first character.
     if (name.empty() || !firstCharacters_.test(static_cast<unsigned char>(name.front()))) {
         return nullptr;
     }

@@ -10,6 +10,8 @@
 
 namespace tqresolver {
 
+class ElfImage;
+
 /// Who redirects a symbol, and so which images keep their calls.
 enum class SymbolRole {
     audio,   ///< registered by a caller: the images that define such symbols keep their own calls
@@ -52,6 +54,8 @@ class SymbolTable {
 
     /// Real-time safe: no lock, no allocation.
     [[nodiscard]] const SymbolEntry* find(std::string_view name) const;
+    /// By index in the dynamic symbol table of an image; null when the image itself defines it.
+    [[nodiscard]] const SymbolEntry* findWanted(const ElfImage& image, std::size_t symbol) const;
     [[nodiscard]] const std::vector<SymbolEntry>& entries() const { return entries_; }
 
   private:
