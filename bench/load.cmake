@@ -11,8 +11,14 @@ add_custom_command(
     DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/load_images.sh
     VERBATIM)
 add_custom_target(tq_bench_load_images DEPENDS ${images})
-tq_bench(load SOURCES load.cpp LIBS tqplatform TQAudioRecordResolver ${CMAKE_DL_LIBS})
-add_dependencies(bench_load tq_bench_load_images)
-target_compile_definitions(bench_load PRIVATE TQ_LOAD_IMAGES="${image_folder}")
+add_executable(bench_load_process load_process.cpp)
+target_link_libraries(bench_load_process PRIVATE tq_warnings tqplatform TQAudioRecordResolver
+                                                 ${CMAKE_DL_LIBS})
+add_dependencies(bench_load_process tq_bench_load_images)
+target_compile_definitions(bench_load_process PRIVATE TQ_LOAD_IMAGES="${image_folder}")
 # The program itself calls nothing of the platform; its images do.
-target_link_options(bench_load PRIVATE -Wl,--no-as-needed)
+target_link_options(bench_load_process PRIVATE -Wl,--no-as-needed)
+tq_bench(load SOURCES load.cpp LIBS)
+target_compile_definitions(bench_load
+                           PRIVATE TQ_LOAD_PROCESS="$<TARGET_FILE:bench_load_process>")
+add_dependencies(bench_load bench_load_process)
