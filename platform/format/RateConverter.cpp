@@ -85,6 +85,10 @@ Resampler makeResampler(RateRatio ratio, UInt32 channels) {
 /// are as even as whole frames can be. `phase_` and `ahead_` follow the resampler's own position
 /// and are used to bring it to a known one: with half a filter of silence before the first frame
 /// it can always give what the credit covers.
+///
+/// While nothing but silence goes in, the resampler is left alone: what it would have given is
+/// silence, too. It is run through the rest of the cycle that it missed before it sounds again, so
+/// that it stands where it would have stood.
 class RateConverter::Engine {
   public:
     Engine(RateRatio ratio, UInt32 channels, UInt32 maximumFrames)
@@ -99,9 +103,17 @@ class RateConverter::Engine {
             inputPlanes_[channel] = input_.data() + std::size_t{channel} * maximumFrames;
             scratchPlanes_[channel] = output_.data() + std::size_t{channel} * maximumFrames;
         }
+        silence_.resize(maximumFrames);
+        for (UInt32 channel = 0; channel < channels; ++channel) {
+            silentPlanes_[channel] = silence_.data();
+        }
         measureLookAhead();
         warmUp();
         reset();
+        if (isCyclic()) {
+            past_ = 2 * lookAhead_ + 2;
+            quiet_ = past_;
+        }
     }
 
     OSStatus pull(UInt32 frames, float* const* planes, FramePull source, void* context) noexcept {
@@ -130,25 +142,28 @@ class RateConverter::Engine {
         if (ratio_.equal()) {
             return;
         }
-        std::fill(input_.begin(), input_.end(), 0.0F);
         // Silence as long as the filter pushes the past out of it.
         for (std::int64_t left = 2 * lookAhead_ + 2; left > 0; left -= maximumFrames_) {
             const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(left, maximumFrames_));
-            convert(inputPlanes_, chunk, scratchPlanes_, maximumFrames_);
-            while (convert(inputPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
+            convert(silentPlanes_, chunk, scratchPlanes_, maximumFrames_);
+            while (convert(silentPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
             }
         }
         // Short cycles are run to their end, so that a converter after a reset is like new.
-        const bool cyclic = ratio_.output <= kFilterPhases;
-        for (std::int64_t turn = 0; cyclic && phase_ != 0 && turn < ratio_.output; ++turn) {
+        for (std::int64_t turn = 0; isCyclic() && phase_ != 0 && turn < ratio_.output; ++turn) {
             feedSilence(missing());
-            convert(inputPlanes_, 0, scratchPlanes_, 1);
+            convert(silentPlanes_, 0, scratchPlanes_, 1);
         }
         feedSilence(phase_ == 0 ? missing() - 1 : missing());
         credit_ = 0;
+        quiet_ = past_;
+        missedInput_ = missedOutput_ = 0;
     }
 
   private:
+    /// Its position repeats soon enough to be found again by running it there.
+    [[nodiscard]] bool isCyclic() const noexcept { return ratio_.output <= kFilterPhases; }
+
     /// Input frames that the resampler lacks for its next output frame.
     [[nodiscard]] std::int64_t missing() const noexcept { return lookAhead_ + 1 - ahead_; }
 
@@ -176,7 +191,7 @@ class RateConverter::Engine {
     void feedSilence(std::int64_t frames) noexcept {
         while (frames > 0) {
             const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(frames, maximumFrames_));
-            convert(inputPlanes_, chunk, scratchPlanes_, 0);
+            convert(silentPlanes_, chunk, scratchPlanes_, 0);
             frames -= chunk;
         }
     }
@@ -194,6 +209,13 @@ class RateConverter::Engine {
                 }
             }
             wanted -= chunk;
+            quiet_ = isSilent(chunk) ? std::min(quiet_ + chunk, past_ + chunk) : 0;
+            if (quiet_ == past_ + chunk && wanted == 0 && made == 0) {
+                miss(chunk, block, planes);
+                made = block;
+                return noErr;
+            }
+            makeUp();
             // The resampler may keep back what it could give already until asked once more.
             int count = give(chunk, block - made, planes, made);
             while (count > 0) {
@@ -208,6 +230,57 @@ class RateConverter::Engine {
             }
         }
         return noErr;
+    }
+
+    /// The next `frames` of the input.
+    [[nodiscard]] bool isSilent(UInt32 frames) const noexcept {
+        for (UInt32 channel = 0; channel < channels_; ++channel) {
+            const float* const plane = inputPlanes_[channel];
+            // In steps that fit vectors; sound ends it at the first.
+            for (UInt32 i = 0; i < frames;) {
+                bool sounds = false;
+                for (const UInt32 end = std::min(frames, i + 64); i < end; ++i) {
+                    sounds |= plane[i] != 0.0F;
+                }
+                if (sounds) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+
+    /// Gives silence for silence without the resampler.
+    void miss(UInt32 fed, UInt32 given, float* const* planes) noexcept {
+        for (UInt32 channel = 0; channel < channels_; ++channel) {
+            std::fill_n(planes[channel], given, 0.0F);
+        }
+        credit_ += fed * ratio_.output - given * ratio_.input;
+        missedInput_ += fed;
+        missedOutput_ += given;
+        if (missedOutput_ >= 2 * ratio_.output) {
+            // Whole cycles change nothing; one is kept, for input that came before its output.
+            const std::int64_t cycles = missedOutput_ / ratio_.output - 1;
+            missedOutput_ -= cycles * ratio_.output;
+            missedInput_ -= cycles * ratio_.input;
+        }
+    }
+
+    /// Runs the resampler through what it missed: two cycles of silence at most.
+    void makeUp() noexcept {
+        while (missedInput_ > 0 || missedOutput_ > 0) {
+            const auto fed =
+                static_cast<UInt32>(std::clamp<std::int64_t>(missedInput_, 0, maximumFrames_));
+            const auto room =
+                static_cast<UInt32>(std::clamp<std::int64_t>(missedOutput_, 0, maximumFrames_));
+            const int made = convert(silentPlanes_, fed, scratchPlanes_, room);
+            if (made < 0 || (made == 0 && fed == 0)) {
+                break;
+            }
+            missedInput_ -= fed;
+            missedOutput_ -= made;
+        }
+        missedInput_ = missedOutput_ = 0;
     }
 
     int give(UInt32 fed, UInt32 capacity, float* const* planes, UInt32 offset) noexcept {
@@ -229,13 +302,13 @@ class RateConverter::Engine {
         bool settled = false;  // the very first outputs come late, in one go
         for (std::int64_t fed = 0; fed < limit; ++fed) {
             const std::int64_t before = ahead_;
-            if (convert(inputPlanes_, 1, scratchPlanes_, maximumFrames_) > 0) {
+            if (convert(silentPlanes_, 1, scratchPlanes_, maximumFrames_) > 0) {
                 if (settled) {
                     lookAhead_ = before;
                     return;
                 }
                 settled = true;
-                while (convert(inputPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
+                while (convert(silentPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
                 }
             }
         }
@@ -258,6 +331,8 @@ class RateConverter::Engine {
     Resampler resampler_;
     std::vector<float> input_;
     std::vector<float> output_;
+    std::vector<float> silence_;  ///< a plane of zeros for all channels
+    float* silentPlanes_[kMaximumChannels] = {};
     float* inputPlanes_[kMaximumChannels] = {};
     float* scratchPlanes_[kMaximumChannels] = {};
 
@@ -265,6 +340,12 @@ class RateConverter::Engine {
     std::int64_t phase_ = 0;   ///< the next output's place in its input frame, over ratio_.output
     std::int64_t ahead_ = 0;   ///< input frames fed from that input frame on
     std::int64_t lookAhead_ = 0;  ///< what ahead_ has to exceed for an output frame
+
+    /// How long silence has to last to fill the resampler; never, where it cannot be caught up.
+    std::int64_t past_ = std::int64_t{1} << 60;
+    std::int64_t quiet_ = 0;  ///< how long it has lasted, not counted beyond what is needed
+    std::int64_t missedInput_ = 0;
+    std::int64_t missedOutput_ = 0;
 };
 
 RateConverter::RateConverter(Float64 inputRate, Float64 outputRate, UInt32 channels,

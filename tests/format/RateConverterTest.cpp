@@ -106,6 +106,62 @@ TEST(RateConverterCounts, everyPairOfRatesTakesExactlyTheInputItsOutputStandsFor
     }
 }
 
+/// Bursts of a tone with silence between them; the silence of one source is the bare minimum of
+/// sound in another, so that it is converted like any sound.
+template <int silenceExponent>
+float bursts(std::uint64_t frame, UInt32 /*channel*/) {
+    const std::uint64_t turn = frame / 5000;
+    if (frame % 5000 < 300 + turn * 37 % 400) {
+        return static_cast<float>(0.5 * std::sin(0.1 * static_cast<double>(frame)));
+    }
+    return silenceExponent == 0 ? 0.0F : 1e-30F;
+}
+
+TEST(RateConverterSilence, isPassedOverWithoutMovingWhatComesAfterIt) {
+    std::mt19937 random(3);
+    for (const double input : kRates) {
+        for (const double output : kRates) {
+            RateConverter silent(input, output, 1, 1024);
+            RateConverter sounding(input, output, 1, 1024);
+            Source silence;
+            Source sound;
+            silence.signal = bursts<0>;
+            sound.signal = bursts<-30>;
+            double loudest = 0.0;
+            for (int pull = 0; pull < 150; ++pull) {
+                const UInt32 frames = 1 + static_cast<UInt32>(random() % 1024);
+                Output out(1, frames);
+                Output expected(1, frames);
+                ASSERT_EQ(silent.pull(frames, out.planes(), &Source::pull, &silence), noErr);
+                ASSERT_EQ(sounding.pull(frames, expected.planes(), &Source::pull, &sound), noErr);
+                ASSERT_EQ(silence.given, sound.given);
+                ASSERT_EQ(silence.pulls, sound.pulls);
+                for (UInt32 frame = 0; frame < frames; ++frame) {
+                    ASSERT_NEAR(out[0][frame], expected[0][frame], 1e-7)
+                        << input << " to " << output << ", pull " << pull << ", " << frame;
+                    loudest = std::max(loudest, std::abs(double{out[0][frame]}));
+                }
+            }
+            EXPECT_GT(loudest, 0.4);
+        }
+    }
+}
+
+TEST(RateConverterSilence, inOneChannelOnlyIsNoSilence) {
+    RateConverter converter(48000, 44100, 2, 512);
+    Source source;
+    source.channels = 2;
+    source.signal = [](std::uint64_t frame, UInt32 channel) {
+        return channel == 0 || frame < 4000 ? 0.0F : 1.0F;
+    };
+    Output out(2, 512);
+    for (int pull = 0; pull < 20; ++pull) {
+        ASSERT_EQ(converter.pull(512, out.planes(), &Source::pull, &source), noErr);
+    }
+    EXPECT_EQ(out[0][500], 0.0F);
+    EXPECT_NEAR(out[1][500], 1.0F, 1e-3);
+}
+
 TEST(RateConverterCounts, tenMinutesOfOddBlocksLoseNothing) {
     for (const auto& [input, output] : {std::pair{48000.0, 44100.0}, {22050.0, 48000.0}}) {
         RateConverter converter(input, output, 1, 997);
