@@ -164,10 +164,10 @@ void RZReplayVolumeController::removeDelegate(
 template <class Param>
 std::int32_t RZReplayVolumeController::enable(const Feature& feature, const Param* param,
                                               std::int32_t (*apply)(const Param*)) {
-    const BOOL wanted = param != nullptr && param->enable();
     std::atomic<bool>& own = (*state_).*feature.ownEnable;
     TQAudioRecordLock opGuard(opLock());
     TQAudioRecordLock globalGuard(feature.globalLock);
+    const BOOL wanted = param != nullptr && param->enable();
     if (wanted == own) {
         return own ? apply(param) : 0;
     }

@@ -53,7 +53,6 @@ class MemoryFile {
     explicit MemoryFile(std::string path) noexcept;
 
     bool zeroFill(std::size_t offset, std::size_t length);
-    void unmap();
     bool mapAt(void* hint);
 
     std::string path_;

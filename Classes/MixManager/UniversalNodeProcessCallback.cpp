@@ -30,8 +30,8 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
             info->setTimeStamp(ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime));
             // Everything that has piled up, block by block, until a block is not complete.
             while (obj.tryReadBuffersTo(ioData, frames, YES)) {
-                if (callback && manager.isCapturing()) {
-                    callback->onAudioReceivePostPCM(ioData, *info);
+                if (const auto receiver = manager.callback(); receiver && manager.isCapturing()) {
+                    receiver->onAudioReceivePostPCM(ioData, *info);
                 }
             }
         }
