@@ -140,11 +140,14 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
     if (b.mData == nullptr || buffer.readAudioBuffer(copy, sizes.record, isProcessed) == 0) {
         return NO;
     }
-    // A buffer that claims more channels than the format has must not run over either side.
-    const UInt32 samples =
-        std::min({b.mNumberChannels * frames, sizes.record / static_cast<UInt32>(sizeof(float)),
-                  b.mDataByteSize / static_cast<UInt32>(sizeof(SInt16))});
-    convertF32ToS16(static_cast<const float*>(copy.mData), static_cast<SInt16*>(b.mData), samples);
+    // A buffer that claims more channels than the format has must not run over either side; what
+    // the track cannot fill is silent.
+    const UInt32 room = b.mDataByteSize / static_cast<UInt32>(sizeof(SInt16));
+    const UInt32 samples = std::min(
+        {b.mNumberChannels * frames, sizes.record / static_cast<UInt32>(sizeof(float)), room});
+    auto* const target = static_cast<SInt16*>(b.mData);
+    convertF32ToS16(static_cast<const float*>(copy.mData), target, samples);
+    std::fill(target + samples, target + std::min(b.mNumberChannels * frames, room), SInt16{0});
     return YES;
 }
 

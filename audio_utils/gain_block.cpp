@@ -229,10 +229,14 @@ template <class Vectors, typename Sample>
         }
         if (ducking.IsSettled() && compressor.IsSettled()) {
             // As long as evaluations come to the same result, they change nothing.
-            while (run < frames && state.CompressorTarget(Load<Sample>(source + run * stride)) ==
-                                       compressor.target) {
-                state.untilUpdate += state.updatePeriod;
-                run = std::min(frames, state.untilUpdate);
+            if (run < frames) {
+                std::size_t next = run;
+                while (next < frames && state.CompressorTarget(Load<Sample>(
+                                            source + next * stride)) == compressor.target) {
+                    next += state.updatePeriod;
+                }
+                state.untilUpdate = next;
+                run = std::min(frames, next);
             }
             Stay<Vectors, Sample>(
                 source, target, run * channels,

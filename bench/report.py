@@ -98,6 +98,8 @@ def judge(goals, figures):
         variants = figures.get(goal["area"], {}).get(goal["name"])
         if not variants or subject not in variants:
             continue
+        if goal.get("reference") not in (None, "best peer", *variants):
+            continue
         reference, figure = reference_of(goal, variants)
         mine = variants[subject]
         factor = goal.get("factor", 1.0)

@@ -38,11 +38,11 @@ const std::shared_ptr<RZStreamMixManager>& RZStreamMixManager::sharedManager() {
 
 RZStreamMixManager::RZStreamMixManager()
     : operatorLock_(std::make_shared<NSRecursiveLock>()),
-      mapLock_(std::make_shared<NSRecursiveLock>()),
-      auGraphUpdateLock_(std::make_shared<NSRecursiveLock>()) {
+      auGraphUpdateLock_(std::make_shared<NSRecursiveLock>()),
+      mapLock_(std::make_shared<NSRecursiveLock>()) {
     operatorLock_->setName("operatorLock");
-    mapLock_->setName("mapLock");
     auGraphUpdateLock_->setName("auGraphUpdateLock");
+    mapLock_->setName("mapLock");
     operatorLock_->isTakenBefore(*mapLock_);
     operatorLock_->isTakenBefore(*auGraphUpdateLock_);
     mach_timebase_info_data_t timeBase{};

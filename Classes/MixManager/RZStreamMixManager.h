@@ -202,8 +202,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::atomic<AUNode> outNode_{0};
     AtomicProperty<std::shared_ptr<RZReplayAudioRecorderInternalDelegate>> callback_;
     std::shared_ptr<NSRecursiveLock> operatorLock_;
-    std::shared_ptr<NSRecursiveLock> mapLock_;
     std::shared_ptr<NSRecursiveLock> auGraphUpdateLock_;
+    std::shared_ptr<NSRecursiveLock> mapLock_;
     /// Found by handle on render threads, by key elsewhere; both name the same entry.
     std::vector<Entry> unitMap_;
     mutable std::array<std::size_t, 32> unitHints_{};  ///< places in unitMap_; a hint may be wrong

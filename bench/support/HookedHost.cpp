@@ -14,10 +14,14 @@
 
 namespace {
 
-class BothListener : public RZReplayAudioRecorderListener<BothListener> {
+class IdleListener : public RZReplayAudioRecorderListener<IdleListener> {
   public:
+    explicit IdleListener(std::uint64_t wanted) : wanted_(wanted) {}
     void onAudioReceivePCM(AudioBufferList* /*pcm*/, const RZReplayASBDInfo& /*info*/) {}
-    [[nodiscard]] std::uint64_t getPCMDataType() { return 3; }
+    [[nodiscard]] std::uint64_t getPCMDataType() { return wanted_; }
+
+  private:
+    const std::uint64_t wanted_;
 };
 
 void check(OSStatus status, const char* what) {
@@ -26,7 +30,7 @@ void check(OSStatus status, const char* what) {
     }
 }
 
-AudioUnit makeUnit() {
+AudioUnit makeUnit(AURenderCallback render) {
     const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
                                            kAudioUnitManufacturer_Apple, 0, 0};
     AudioUnit unit = nullptr;
@@ -42,7 +46,7 @@ AudioUnit makeUnit() {
     check(AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
                                &format, sizeof format),
           "format");
-    const AURenderCallbackStruct callback{HookedHost::render, nullptr};
+    const AURenderCallbackStruct callback{render, nullptr};
     check(AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
                                &callback, sizeof callback),
           "callback");
@@ -53,11 +57,11 @@ AudioUnit makeUnit() {
 
 }  // namespace
 
-HookedHost::HookedHost(int units) {
+HookedHost::HookedHost(int units, AURenderCallback callback) {
     RZReplayAudioUnitCapturer::startHook();
     RZReplayAudioUnitGraphCapturer::startHook();
     for (int i = 0; i < units; ++i) {
-        units_.push_back(makeUnit());
+        units_.push_back(makeUnit(callback));
     }
     last_ = RZStreamMixManager::sharedManager()->findAudioUnitObj(units_.back());
     if (!last_) {
@@ -88,8 +92,8 @@ OSStatus HookedHost::callIntercepted(UInt32 frames, AudioBufferList* ioData) {
                                                          ioData);
 }
 
-bool HookedHost::startCapture() {
-    listener_ = std::make_shared<BothListener>();
+bool HookedHost::startCapture(std::uint64_t wanted) {
+    listener_ = std::make_shared<IdleListener>(wanted);
     RZStreamCollectManager::sharedManager().startAudioStreamCollect(listener_);
     dispatch_sync(RZStreamCollectManager::sharedManager().audioRecorder()->queue(), [] {});
     return last_->isCapturing();

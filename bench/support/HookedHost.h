@@ -10,23 +10,24 @@
 #include "RZReplayAudioUnitObject.h"
 
 /// A program that plays through output units while the hooks are in place, on the manual device.
-/// Its own render callback does nothing.
 class HookedHost {
   public:
-    /// Rebinds the process's calls, once; makes and starts units of float stereo at 48000 Hz.
-    explicit HookedHost(int units);
+    /// Rebinds the process's calls, once; makes and starts units of interleaved float stereo at
+    /// 48000 Hz that play what `callback` renders.
+    explicit HookedHost(int units, AURenderCallback callback = render);
     ~HookedHost();
     HookedHost(const HookedHost&) = delete;
     HookedHost& operator=(const HookedHost&) = delete;
 
-    /// The host's own callback, as the platform would call it without us.
+    /// A callback that does nothing, as the platform would call it without us.
     static OSStatus render(void* refCon, AudioUnitRenderActionFlags* flags,
                            const AudioTimeStamp* ts, UInt32 bus, UInt32 frames,
                            AudioBufferList* ioData);
     /// What the platform calls instead, for the unit made last.
     OSStatus callIntercepted(UInt32 frames, AudioBufferList* ioData);
-    /// Starts capture for a listener that wants both the mix and the tracks; false when it failed.
-    bool startCapture();
+    /// Starts capture for one listener, by default of both the mix and the tracks; false when it
+    /// failed.
+    bool startCapture(std::uint64_t wanted = RZPCMDataTypePre | RZPCMDataTypePost);
     void stopCapture();
     /// Takes away what the blocks of the last unit have left in its rings.
     void emptyRings();

@@ -94,10 +94,21 @@ Loops loopsOf(SampleType type) noexcept {
     return loops<codec::Real32<Big>>();
 }
 
-/// The commonest of all outputs, both samples of a frame in one word: as little-endian 16-bit
-/// samples they lie side by side.
-void writeStereo16(const float* left, const float* right, std::byte* first,
-                   UInt32 frames) noexcept {
+// The commonest format of all, little-endian 16-bit stereo with both samples of a frame side by
+// side, is read and written a frame at a time, as one word: that is what vectors can do.
+
+[[gnu::always_inline]] inline void readWords(const std::byte* first, float* left, float* right,
+                                             UInt32 frames) noexcept {
+    constexpr float kUnit = 1.0F / 32768.0F;
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        const auto word = codec::load<std::uint32_t, false>(first + frame * sizeof(std::uint32_t));
+        left[frame] = static_cast<float>(static_cast<std::int32_t>(word << 16U) >> 16) * kUnit;
+        right[frame] = static_cast<float>(static_cast<std::int32_t>(word) >> 16) * kUnit;
+    }
+}
+
+[[gnu::always_inline]] inline void writeWords(const float* left, const float* right,
+                                              std::byte* first, UInt32 frames) noexcept {
     constexpr std::int64_t kScale = 32768;
     for (std::size_t frame = 0; frame < frames; ++frame) {
         const auto low =
@@ -109,6 +120,50 @@ void writeStereo16(const float* left, const float* right, std::byte* first,
     }
 }
 
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void readWordsWide(const std::byte* first, float* left, float* right,
+                                           UInt32 frames) noexcept {
+    readWords(first, left, right, frames);
+}
+[[gnu::target("avx2")]] void writeWordsWide(const float* left, const float* right, std::byte* first,
+                                            UInt32 frames) noexcept {
+    writeWords(left, right, first, frames);
+}
+#endif
+
+void readStereo16(const std::byte* first, float* left, float* right, UInt32 frames) noexcept {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) {
+        readWordsWide(first, left, right, frames);
+        return;
+    }
+#endif
+    readWords(first, left, right, frames);
+}
+
+void writeStereo16(const float* left, const float* right, std::byte* first,
+                   UInt32 frames) noexcept {
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) {
+        writeWordsWide(left, right, first, frames);
+        return;
+    }
+#endif
+    writeWords(left, right, first, frames);
+}
+
+/// Where the first sample of such a list lies; null when it is none.
+std::byte* stereo16Of(const AudioBufferList& list, const PCMFormat& format) noexcept {
+    if (format.type != SampleType::int16 || format.bigEndian || format.channels != 2) {
+        return nullptr;
+    }
+    const Lane left = laneOf(list, format, 0);
+    const Lane right = laneOf(list, format, 1);
+    const bool isOne = left.first != nullptr && left.stride == 2 &&
+                       right.first == left.first + sizeof(std::int16_t);
+    return isOne ? left.first : nullptr;
+}
+
 Loops loopsOf(const PCMFormat& format) noexcept {
     return format.bigEndian ? loopsOf<true>(format.type) : loopsOf<false>(format.type);
 }
@@ -117,6 +172,10 @@ Loops loopsOf(const PCMFormat& format) noexcept {
 
 void toFloat(const AudioBufferList& list, const PCMFormat& format, UInt32 frames,
              float* const* planes) noexcept {
+    if (const std::byte* const first = stereo16Of(list, format)) {
+        readStereo16(first, planes[0], planes[1], frames);
+        return;
+    }
     const Loops loops = loopsOf(format);
     for (UInt32 channel = 0; channel < format.channels; ++channel) {
         const Lane lane = laneOf(list, format, channel);
@@ -130,14 +189,9 @@ void toFloat(const AudioBufferList& list, const PCMFormat& format, UInt32 frames
 
 void fromFloat(const float* const* planes, UInt32 frames, const PCMFormat& format,
                AudioBufferList& list) noexcept {
-    if (format.type == SampleType::int16 && !format.bigEndian && format.channels == 2) {
-        const Lane left = laneOf(list, format, 0);
-        const Lane right = laneOf(list, format, 1);
-        if (left.first != nullptr && left.stride == 2 &&
-            right.first == left.first + sizeof(std::int16_t)) {
-            writeStereo16(planes[0], planes[1], left.first, frames);
-            return;
-        }
+    if (std::byte* const first = stereo16Of(list, format)) {
+        writeStereo16(planes[0], planes[1], first, frames);
+        return;
     }
     const Loops loops = loopsOf(format);
     for (UInt32 channel = 0; channel < format.channels; ++channel) {

@@ -118,3 +118,16 @@ TEST_F(RZReplayAudioUnitObjectConversionTest, ReaderThatClaimsTooManyChannelsIsN
     EXPECT_TRUE(obj.tryReadBuffersTo(out.get(), 100, NO));
     EXPECT_THAT(out.copyOf<SInt16>(), Each(32767));
 }
+
+TEST_F(RZReplayAudioUnitObjectConversionTest, ChannelsThatTheFormatDoesNotHaveAreSilent) {
+    convert(stream_formats::floatInterleaved(48000, 2), stream_formats::int16Interleaved(48000, 2));
+    auto in = OwnedBufferList::interleaved(2, 800);
+    in.fill<float>({1.0F});
+    obj.tryWriteBuffersFrom(in.get(), 100, NO);
+    auto out = OwnedBufferList::interleaved(4, 800);
+    out.fillBytes(9);
+    EXPECT_TRUE(obj.tryReadBuffersTo(out.get(), 100, NO));
+    EXPECT_EQ(32767, out.samples<SInt16>()[199]);
+    EXPECT_EQ(0, out.samples<SInt16>()[200]);
+    EXPECT_EQ(0, out.samples<SInt16>()[399]);
+}
