@@ -1,0 +1,1 @@
+tq_bench(capture_latency SOURCES capture_latency.cpp CORES 2 LIBS tq_capture_internal)
