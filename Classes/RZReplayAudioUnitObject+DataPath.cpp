@@ -56,7 +56,7 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
     const UInt32 bitsPerChannel = streamDesc().mBitsPerChannel;
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
         const AudioBuffer& b = list->mBuffers[i];
-        const auto buffer = getOrCreateBufferAt(static_cast<int>(i));
+        RZReplayAudioUnitBuffer* const buffer = getOrCreateBufferAt(static_cast<int>(i));
         // The buffer's own channel count decides, not the stream's: a host may render mono
         // buffers under a stereo description.
         const UInt32 size = (b.mNumberChannels * frames * bitsPerChannel) >> 3;
@@ -171,7 +171,7 @@ void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*fram
         return;
     }
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
-        const auto buffer = getOrCreateBufferAt(static_cast<int>(i));
+        RZReplayAudioUnitBuffer* const buffer = getOrCreateBufferAt(static_cast<int>(i));
         buffer->updateFS(truncateToInt32(desc.mSampleRate));
         buffer->processAudioData(list->mBuffers[i], static_cast<int>(desc.mChannelsPerFrame),
                                  format);

@@ -57,19 +57,19 @@ void RZReplayAudioUnitObject::stopCapture() {
     }
 }
 
-std::shared_ptr<RZReplayAudioUnitBuffer> RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {
+RZReplayAudioUnitBuffer* RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {
     constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject getOrCreateBufferAt:]");
     // On every render cycle: the lock itself, without a reference of its own to it.
     const std::scoped_lock guard(*bufferLock_);
     if (index >= 0 && static_cast<std::size_t>(index) < bufferList_.size()) {
-        return bufferList_[static_cast<std::size_t>(index)];
+        return bufferList_[static_cast<std::size_t>(index)].get();
     }
     auto buffer = std::make_shared<RZReplayAudioUnitBuffer>();
     buffer->setDuckingParam(duckingParam_.get());
     buffer->setCompressorParam(compressorParam_.get());
     bufferList_.push_back(buffer);
     site.log(2, "[buffer] add one buffer, new count: %ld", static_cast<long>(bufferList_.size()));
-    return buffer;
+    return buffer.get();
 }
 
 std::size_t RZReplayAudioUnitObject::getRingBufferSize(BOOL isProcessed) const {

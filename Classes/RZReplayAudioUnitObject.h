@@ -98,8 +98,8 @@ class RZReplayAudioUnitObject {
     /// The rings keep what they hold.
     void stopCapture();
     /// The buffer at `index`; beyond the end exactly one is appended and answered, wherever it
-    /// lands: callers walk upward from 0.
-    std::shared_ptr<RZReplayAudioUnitBuffer> getOrCreateBufferAt(int index);
+    /// lands: callers walk upward from 0. Never null; lives as long as the object.
+    RZReplayAudioUnitBuffer* getOrCreateBufferAt(int index);
     /// Readable bytes of the first buffer's pre or post side.
     [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);

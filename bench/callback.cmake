@@ -2,6 +2,7 @@
 # hooks are installed by rebinding, as in any host.
 tq_bench(callback SOURCES callback.cpp support/HookedHost.cpp LIBS tq_capture_internal)
 target_compile_definitions(bench_callback PRIVATE TQ_BENCH_AFTER_CAPTURE=false)
-tq_bench(callback_capture SOURCES callback.cpp support/HookedHost.cpp CORES 2
-         LIBS tq_capture_internal)
+tq_bench(callback_capture SOURCES callback.cpp support/HookedHost.cpp LIBS tq_capture_internal)
 target_compile_definitions(bench_callback_capture PRIVATE TQ_BENCH_AFTER_CAPTURE=true)
+tq_bench(callback_slowest SOURCES callback_slowest.cpp support/HookedHost.cpp CORES 2
+         LIBS tq_capture_internal)

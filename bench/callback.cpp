@@ -1,21 +1,21 @@
 // What the interception adds to the host's render callback.
+#include <Foundation/NSException.h>
+#include <audio_hook_config.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
 
 #include "Bench.h"
 #include "HookedHost.h"
+#include "RZStreamMixManager.h"
 #include "aligned.h"
 
 namespace {
 
 constexpr const char* kArea = "callback";
 using Clock = std::chrono::steady_clock;
-using Nanoseconds = std::chrono::duration<double, std::nano>;
 
 /// One stereo float block of the host.
 struct HostBlock {
@@ -63,15 +63,15 @@ void timed(benchmark::State& state, Block block, Between between) {
     }
 }
 
-void capturing(benchmark::State& state) {
+void capturing(benchmark::State& state, UInt32 frames) {
     HookedHost host(1);
     if (!host.startCapture()) {
         state.SkipWithError("capture did not start");
         return;
     }
-    HostBlock block(kFrames);
+    HostBlock block(frames);
     timed(
-        state, [&] { benchmark::DoNotOptimize(host.callIntercepted(kFrames, &block.list)); },
+        state, [&] { benchmark::DoNotOptimize(host.callIntercepted(frames, &block.list)); },
         [&] { host.emptyRings(); });
 }
 
@@ -101,38 +101,38 @@ void copies(benchmark::State& state) {
         });
 }
 
-enum class Company { None, BusyCore, ControlThread };
-
-/// The slowest of 100,000 captured blocks, while another thread works or starts and stops a unit.
-void slowest(benchmark::State& state, Company company) {
-    HookedHost host(1);
-    HookedHost other(1);
-    if (!host.startCapture()) {
-        state.SkipWithError("capture did not start");
-        return;
-    }
-    std::atomic<bool> isOver{false};
-    std::thread thread([&] {
-        while (!isOver.load(std::memory_order_relaxed) && company != Company::None) {
-            if (company == Company::ControlThread) {
-                AudioOutputUnitStop(other.lastUnit());
-                AudioOutputUnitStart(other.lastUnit());
-            }
+template <class Part>
+void part(const char* name, Part part) {
+    bench::add("parts of a captured block", name, "ours", [part](benchmark::State& state) {
+        HookedHost host(1);
+        if (!host.startCapture()) {
+            state.SkipWithError("capture did not start");
+            return;
+        }
+        for (auto _ : state) {
+            part(host);
         }
     });
-    HostBlock block(kFrames);
-    for (auto _ : state) {
-        double worst = 0.0;
-        for (int i = 0; i < 100000; ++i) {
-            const auto start = Clock::now();
-            host.callIntercepted(kFrames, &block.list);
-            worst = std::max(worst, Nanoseconds(Clock::now() - start).count());
-            host.emptyRings();
-        }
-        state.counters["value"] = worst;
-    }
-    isOver = true;
-    thread.join();
+}
+
+/// What the locks and references on the road cost when nobody else wants them.
+void addParts() {
+    part("crash guard, in and out", [](HookedHost& /*host*/) {
+        const korva_audio_utils::AudioHookFunctionGuards guard;
+        benchmark::ClobberMemory();
+    });
+    part("unit looked up under mapLock", [](HookedHost& host) {
+        benchmark::DoNotOptimize(
+            RZStreamMixManager::sharedManager()->findAudioUnitObj(host.lastUnit()));
+    });
+    part("what listeners want, asked under their lock", [](HookedHost& /*host*/) {
+        benchmark::DoNotOptimize(RZStreamMixManager::sharedManager()->callback()->getPCMDataType());
+    });
+    part("buffer looked up under bufferLock", [](HookedHost& host) {
+        benchmark::DoNotOptimize(host.lastObject().getOrCreateBufferAt(0));
+    });
+    part("barrier for exceptions and cancellation",
+         [](HookedHost& /*host*/) { NSCallGuarded([] { benchmark::ClobberMemory(); }); });
 }
 
 }  // namespace
@@ -162,16 +162,14 @@ void registerBenchmarks() {
         host.startCapture();
     }
     const char* const captured = "pre and post captured, 512 frames float stereo";
-    bench::add(kArea, captured, "ours", capturing)->UseManualTime();
+    bench::add(kArea, captured, "ours", [](benchmark::State& state) {
+        capturing(state, kFrames);
+    })->UseManualTime();
     bench::add(kArea, captured, "limit", copies)->UseManualTime();
-    const char* const worst = "slowest of 100 000 captured blocks";
-    bench::add(kArea, worst, "ours alone", [](benchmark::State& state) {
-        slowest(state, Company::None);
-    })->Iterations(1);
-    bench::add(kArea, worst, "ours beside a busy core", [](benchmark::State& state) {
-        slowest(state, Company::BusyCore);
-    })->Iterations(1);
-    bench::add(kArea, worst, "ours beside starts and stops", [](benchmark::State& state) {
-        slowest(state, Company::ControlThread);
-    })->Iterations(1);
+    addParts();
+    for (const UInt32 frames : {16U, 64U, 256U, 1024U, 4096U}) {
+        bench::add("growth", "a captured block", std::to_string(frames) + " frames",
+                   [frames](benchmark::State& state) { capturing(state, frames); })
+            ->UseManualTime();
+    }
 }

@@ -58,8 +58,8 @@ double costOfASecond() {
 }
 
 /// What a second costs more while it is captured than before.
-void capture(benchmark::State& state, std::uint64_t wanted) {
-    HookedHost host(kUnits, play);
+void capture(benchmark::State& state, int units, std::uint64_t wanted) {
+    HookedHost host(units, play);
     costOfASecond();
     double value = 0;
     for (auto _ : state) {
@@ -80,9 +80,17 @@ void capture(benchmark::State& state, std::uint64_t wanted) {
 void registerBenchmarks() {
     const char* const work = "7 stereo streams, a second of sound";
     bench::add("whole capture", work, "ours", [](benchmark::State& state) {
-        capture(state, RZPCMDataTypePre);
+        capture(state, kUnits, RZPCMDataTypePre);
     })->Iterations(1);
     bench::add("whole capture", work, "ours with tracks", [](benchmark::State& state) {
-        capture(state, RZPCMDataTypePre | RZPCMDataTypePost);
+        capture(state, kUnits, RZPCMDataTypePre | RZPCMDataTypePost);
     })->Iterations(1);
+    for (int units = 1; units <= kUnits; ++units) {
+        bench::add("growth", "a second of whole capture",
+                   std::to_string(units) + (units == 1 ? " track" : " tracks"),
+                   [units](benchmark::State& state) {
+                       capture(state, units, RZPCMDataTypePre | RZPCMDataTypePost);
+                   })
+            ->Iterations(1);
+    }
 }

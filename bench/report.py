@@ -7,6 +7,7 @@
 import json
 import re
 import statistics
+import subprocess
 import sys
 from pathlib import Path
 
@@ -98,6 +99,8 @@ def judge(goals, figures):
         variants = figures.get(goal["area"], {}).get(goal["name"])
         if not variants or subject not in variants:
             continue
+        if "plus" not in goal and "reference" not in goal:
+            continue  # says the unit only
         if goal.get("reference") not in (None, "best peer", *variants):
             continue
         reference, figure = reference_of(goal, variants)
@@ -137,19 +140,26 @@ def number(value):
     return f"{value:.4g}" if abs(value) < 1000 else f"{value:.0f}"
 
 
+def in_order(item):
+    """Ours first, numbers by their size."""
+    name = item[0]
+    parts = re.split(r"(\d+)", name)
+    return name != OURS, [(part.isdigit(), int(part) if part.isdigit() else part) for part in parts]
+
+
 def table(header, rows):
     lines = ["| " + " | ".join(header) + " |", "|" + "---|" * len(header)]
     lines += ["| " + " | ".join(row) + " |" for row in rows]
     return lines
 
 
-def area_tables(area, figures, rows):
+def area_tables(area, figures, rows, goals):
     """What was measured, then how it stands to the goals."""
-    units = {row["name"]: row["unit"] for row in rows if row["area"] == area}
+    units = {goal["name"]: goal.get("unit", "ns") for goal in goals if goal["area"] == area}
     measured = []
-    for name, variants in figures[area].items():
+    for name, variants in sorted(figures[area].items(), key=in_order):
         mine = variants.get(OURS)
-        for variant, figure in variants.items():
+        for variant, figure in sorted(variants.items(), key=in_order):
             ratio = mine.median / figure.median if mine and figure.median else None
             measured.append(
                 [
@@ -186,7 +196,27 @@ def machine(context):
     return f"{model}, {context.get('num_cpus', '?')} cores"
 
 
-def write_page(figures, rows, context):
+def plot_growth(names):
+    """docs/growth.svg: what a track, or a frame, costs when there are more of them."""
+    panels = []
+    for name, variants in names.items():
+        points = sorted((int(variant.split()[0]), figure.median) for variant, figure in variants.items())
+        unit = next(iter(variants)).split()[1].rstrip("s")
+        data = "\n".join(f"{count} {total / count}" for count, total in points)
+        panels.append(
+            f'$data << EOD\n{data}\nEOD\nset title "{name}"\nset xlabel "{unit}s"\n'
+            f'set ylabel "ns for each {unit}"\nset logscale x 2\nset yrange [0:*]\n'
+            f'set xrange [{points[0][0] * 0.8}:{points[-1][0] * 1.3}]\n'
+            'plot $data using 1:2:xtic(1) with linespoints pointtype 7 notitle\n'
+        )
+    script = (
+        f'set terminal svg size {420 * len(panels)},300\nset output "{ROOT}/docs/growth.svg"\n'
+        f"set grid\nset multiplot layout 1,{len(panels)}\n" + "".join(panels) + "unset multiplot\n"
+    )
+    subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
+def write_page(figures, rows, goals, context):
     """The page is the template with {{machine}}, {{date}} and {{AREA}} filled in."""
     template = (ROOT / "bench/performance.md.in").read_text()
 
@@ -198,7 +228,7 @@ def write_page(figures, rows, context):
             return context.get("date", "")[:10]
         if key not in figures:
             sys.exit(f"performance.md.in wants the area '{key}', which was not measured")
-        return "\n".join(area_tables(key, figures, rows))
+        return "\n".join(area_tables(key, figures, rows, goals))
 
     text = re.sub(r"\{\{([^}]+)\}\}", fill, template)
     (ROOT / "docs/performance.md").write_text(text)
@@ -208,14 +238,16 @@ def main(arguments):
     whole = "--whole" in arguments
     paths = [argument for argument in arguments if argument != "--whole"]
     figures, context = read_results(paths)
-    rows = judge(json.loads((ROOT / "bench/goals.json").read_text()), figures)
+    goals = json.loads((ROOT / "bench/goals.json").read_text())
+    rows = judge(goals, figures)
     for area in figures:
         print(f"\n{area}\n")
-        print("\n".join(area_tables(area, figures, rows)))
+        print("\n".join(area_tables(area, figures, rows, goals)))
     (ROOT / "out").mkdir(exist_ok=True)
     (ROOT / "out/bench.json").write_text(json.dumps(rows, indent=1) + "\n")
     if whole:
-        write_page(figures, rows, context)
+        plot_growth(figures["growth"])
+        write_page(figures, rows, goals, context)
         missed = [row for row in rows if not row["met"]]
         print(f"\n{len(rows) - len(missed)} of {len(rows)} goals met; docs/performance.md is written.")
 

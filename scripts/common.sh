@@ -9,7 +9,7 @@ test_packages=(libgtest-dev libgmock-dev sox ffmpeg valgrind python3)
 
 # The benchmark frame, and what the library is measured beside.
 bench_packages=(libbenchmark-dev python3 libjack-jackd2-dev libboost-dev libreaderwriterqueue-dev
-    libsamplerate0-dev libsdl2-dev libavfilter-dev pulseaudio pulseaudio-utils)
+    libsamplerate0-dev libsdl2-dev libavfilter-dev pulseaudio pulseaudio-utils gnuplot-nox)
 
 say() { printf '%s\n' "$*"; }
 

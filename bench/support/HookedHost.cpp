@@ -110,9 +110,10 @@ void HookedHost::stopCapture() {
 void HookedHost::emptyRings() {
     for (const auto& buffer : last_->bufferList()) {
         for (const BOOL isProcessed : {NO, YES}) {
-            const auto size = static_cast<UInt32>(
-                std::min(buffer->getRingBufferSize(isProcessed), drain_.size()));
-            buffer->readAudioBuffer({2, size, drain_.data()}, size, isProcessed);
+            while (const std::size_t held = buffer->getRingBufferSize(isProcessed)) {
+                const auto size = static_cast<UInt32>(std::min(held, drain_.size()));
+                buffer->readAudioBuffer({2, size, drain_.data()}, size, isProcessed);
+            }
         }
     }
 }

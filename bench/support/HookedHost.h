@@ -32,6 +32,7 @@ class HookedHost {
     /// Takes away what the blocks of the last unit have left in its rings.
     void emptyRings();
     [[nodiscard]] AudioUnit lastUnit() const { return units_.back(); }
+    [[nodiscard]] RZReplayAudioUnitObject& lastObject() const { return *last_; }
 
   private:
     std::vector<AudioUnit> units_;

@@ -175,7 +175,7 @@ TEST(RZReplayAudioUnitObjectTest, BuffersAreAddedOneAtATimeAndLogged) {
     EXPECT_NE(first, second);
     EXPECT_EQ(first, obj.getOrCreateBufferAt(0));
     EXPECT_EQ(second, obj.getOrCreateBufferAt(1));
-    EXPECT_THAT(obj.bufferList(), ElementsAre(first, second));
+    EXPECT_THAT(obj.bufferList(), ElementsAre(Pointer(first), Pointer(second)));
     const char* const function = "-[RZReplayAudioUnitObject getOrCreateBufferAt:]";
     EXPECT_THAT(
         log.lines(),
@@ -186,7 +186,7 @@ TEST(RZReplayAudioUnitObjectTest, BuffersAreAddedOneAtATimeAndLogged) {
 TEST(RZReplayAudioUnitObjectTest, IndexFarBeyondTheEndAppendsExactlyOne) {
     RZReplayAudioUnitObject obj;
     const auto buffer = obj.getOrCreateBufferAt(5);
-    EXPECT_THAT(obj.bufferList(), ElementsAre(buffer));
+    EXPECT_THAT(obj.bufferList(), ElementsAre(Pointer(buffer)));
     EXPECT_EQ(buffer, obj.getOrCreateBufferAt(0));
     EXPECT_NE(buffer, obj.getOrCreateBufferAt(5));
     EXPECT_EQ(2U, obj.bufferList().size());
