@@ -12,6 +12,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pointer;
 
 namespace {
 

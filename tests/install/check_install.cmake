@@ -18,6 +18,21 @@ set(ENV{XDG_CACHE_HOME} ${WORK}/cache)
 run(${WORK}/build/host)
 run(${WORK}/build/listener)
 
+# The recorder finds its library beside itself.
+set(ENV{TQ_AUDIO_DEVICE} null)
+run(${WORK}/prefix/bin/tqaudiorecord -q -o ${WORK}/recorded.wav ${WORK}/build/player)
+execute_process(COMMAND sox ${WORK}/recorded.wav -n stat ERROR_VARIABLE statistics)
+if(NOT statistics MATCHES "Length \\(seconds\\): +1\\." OR
+   NOT statistics MATCHES "Maximum amplitude: +0\\.[23]")
+    message(FATAL_ERROR "the installed recorder recorded something else:\n${statistics}")
+endif()
+foreach(file share/man/man1/tqaudiorecord.1 share/bash-completion/completions/tqaudiorecord
+             share/zsh/site-functions/_tqaudiorecord)
+    if(NOT EXISTS ${WORK}/prefix/${file})
+        message(FATAL_ERROR "${file} is not installed")
+    endif()
+endforeach()
+
 file(GLOB_RECURSE pkgconfig ${WORK}/prefix/*/TQAudioRecord.pc)
 get_filename_component(folder ${pkgconfig} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${folder})

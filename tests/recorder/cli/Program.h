@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,6 +43,7 @@ class Program {
         std::string errors;  ///< file for standard error; ignored with a descriptor
         int outputDescriptor = -1;
         int errorDescriptor = -1;
+        bool isItsTerminal = false;  ///< errorDescriptor is the terminal that it runs in
         std::vector<std::pair<std::string, std::string>> environment;
     };
 
@@ -51,6 +53,10 @@ class Program {
         }
         for (const auto& [name, value] : setup.environment) {
             setenv(name.c_str(), value.c_str(), 1);
+        }
+        if (setup.isItsTerminal &&
+            (setsid() < 0 || ioctl(setup.errorDescriptor, TIOCSCTTY, 0) < 0)) {
+            _exit(126);
         }
         const auto direct = [](int descriptor, const std::string& path, int target) {
             const int file = descriptor >= 0 ? descriptor

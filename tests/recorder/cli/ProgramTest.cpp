@@ -305,6 +305,55 @@ TEST_P(RecorderSignalTest, EveryFileIsReadableAfterAnInterrupt) {
 
 INSTANTIATE_TEST_SUITE_P(TenTimes, RecorderSignalTest, testing::Range(1U, 6U));
 
+/// The interrupt key of a terminal reaches the recorder and its host alike.
+class RecorderTerminalTest : public RecorderTest {
+  protected:
+    void SetUp() override {
+        RecorderTest::SetUp();
+        int slave = -1;
+        ASSERT_EQ(openpty(&master_, &slave, nullptr, nullptr, nullptr), 0);
+        slave_ = slave;
+    }
+    void TearDown() override {
+        close(slave_);
+        close(master_);
+    }
+    [[nodiscard]] Program::Setup inTerminal(Program::Setup setup) const {
+        setup.errorDescriptor = slave_;
+        setup.isItsTerminal = true;
+        return setup;
+    }
+    void pressInterrupt() const { ASSERT_EQ(write(master_, "\x03", 1), 1); }
+
+    int master_ = -1;
+    int slave_ = -1;
+};
+
+TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
+    const std::string path = folder_.file("out.wav");
+    Program program(inTerminal(setup({"-q", "-o", path}, game("60"))));
+    ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
+    const std::vector<pid_t> hosts = program.children();
+    ASSERT_EQ(hosts.size(), 1U);
+    pressInterrupt();
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_FALSE(isAlive(hosts[0]));
+    expectMusic(path, 44100, 1.9);
+}
+
+TEST_F(RecorderTerminalTest, TheInterruptKeyLeavesAHostThatIsToGoOnAlone) {
+    const std::string path = folder_.file("out.wav");
+    Program program(inTerminal(setup({"-q", "--host-goes-on", "-o", path}, game("60"))));
+    ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
+    const std::vector<pid_t> hosts = program.children();
+    ASSERT_EQ(hosts.size(), 1U);
+    pressInterrupt();
+    EXPECT_EQ(program.wait(), 0);
+    expectMusic(path, 44100, 1.9);
+    EXPECT_TRUE(isAlive(hosts[0]));
+    kill(hosts[0], SIGKILL);
+}
+
 TEST_F(RecorderTest, AFullDiskIsOneLineAndTheOtherOutputsGoOn) {
     const std::string disk = folder_.file("disk");
     std::filesystem::create_directory(disk);
