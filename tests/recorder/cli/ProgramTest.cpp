@@ -331,7 +331,7 @@ class RecorderTerminalTest : public RecorderTest {
 
 TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
     const std::string path = folder_.file("out.wav");
-    Program program(inTerminal(setup({"-q", "-o", path}, game("60"))));
+    Program program(inTerminal(setup({"-q", "-o", path}, game("8"))));
     ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
@@ -343,7 +343,7 @@ TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
 
 TEST_F(RecorderTerminalTest, TheInterruptKeyLeavesAHostThatIsToGoOnAlone) {
     const std::string path = folder_.file("out.wav");
-    Program program(inTerminal(setup({"-q", "--host-goes-on", "-o", path}, game("60"))));
+    Program program(inTerminal(setup({"-q", "--host-goes-on", "-o", path}, game("8"))));
     ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
