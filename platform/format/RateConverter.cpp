@@ -156,7 +156,7 @@ class RateConverter::Engine {
         }
         feedSilence(phase_ == 0 ? missing() - 1 : missing());
         credit_ = 0;
-        quiet_ = past_;
+        quiet_ = isCyclic() ? past_ : 0;
         missedInput_ = missedOutput_ = 0;
     }
 
