@@ -105,7 +105,7 @@ struct Recording {
         SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
         opened = file != nullptr;
         if (opened) {
-            constexpr sf_count_t kMost = 20'000'000;
+            constexpr sf_count_t kMost = 30'000'000;
             std::vector<float> block(static_cast<std::size_t>(info.channels) * 4096);
             for (sf_count_t got = 0, all = 0;
                  all < kMost && (got = sf_readf_float(file, block.data(), 4096)) > 0; all += got) {

@@ -1,0 +1,69 @@
+// A host that plays long in a short time: `long_host SECONDS` pumps the manual device in the
+// smallest blocks that devices have, twenty times as fast as it would play.
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <TQPlatform/ManualDevice.h>
+#include <mach/mach_time.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+constexpr UInt32 kFrames = 16;
+constexpr UInt32 kRate = 48000;
+constexpr double kSpeed = 20;
+
+/// 441 Hz at half of full scale.
+OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const AudioTimeStamp* /*ts*/,
+                UInt32 /*bus*/, UInt32 frames, AudioBufferList* data) {
+    auto& frame = *static_cast<UInt64*>(refCon);
+    for (UInt32 i = 0; i < frames; ++i, ++frame) {
+        const double value = 0.5 * std::sin(2 * M_PI * 441 * static_cast<double>(frame) / kRate);
+        for (UInt32 channel = 0; channel < data->mNumberBuffers; ++channel) {
+            static_cast<float*>(data->mBuffers[channel].mData)[i] = static_cast<float>(value);
+        }
+    }
+    return 0;
+}
+
+/// The device's frames, at that many times its speed.
+bool pump(UInt64 frames, UInt64 hostTime, double speed) {
+    const auto start = std::chrono::steady_clock::now();
+    for (UInt64 done = 0; done < frames; done += kFrames) {
+        if (TQManualDevicePump(kFrames, hostTime + done * 1'000'000'000 / kRate) != 0) {
+            return false;
+        }
+        if (done % (kRate / 5) < kFrames) {
+            const std::chrono::duration<double> due(static_cast<double>(done) / kRate / speed);
+            std::this_thread::sleep_until(
+                start + std::chrono::duration_cast<std::chrono::nanoseconds>(due));
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const auto frames = static_cast<UInt64>(argc > 1 ? std::atof(argv[1]) : 0) * kRate;
+    const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                           kAudioUnitManufacturer_Apple, 0, 0};
+    UInt64 frame = 0;
+    const AURenderCallbackStruct callback{render, &frame};
+    AudioUnit unit = nullptr;
+    const bool isMade =
+        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit) == 0 &&
+        AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+                             &callback, sizeof callback) == 0 &&
+        AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
+    // Whoever records needs a moment to begin.
+    const UInt64 begin = mach_absolute_time();
+    const bool isPlayed =
+        isMade && pump(kRate, begin, 1) && pump(frames, begin + 1'000'000'000, kSpeed);
+    AudioOutputUnitStop(unit);
+    AudioComponentInstanceDispose(unit);
+    return isPlayed ? 0 : 3;
+}
