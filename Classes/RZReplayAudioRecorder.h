@@ -9,7 +9,7 @@
 class RZStreamMixManager;
 
 /// The link between the mix manager, whose callback it is, and the collect manager, its weak
-/// delegate: forwards every call on the calling thread, with no lock and no copy. Starting and
+/// delegate: forwards every call on the calling thread, with no lock held and no copy. Starting and
 /// stopping run on a serial queue of its own, in the order asked for.
 class TQ_RECORD_EXPORT RZReplayAudioRecorder
     : public RZReplayAudioRecorderInternalListener<RZReplayAudioRecorder>,

@@ -74,6 +74,7 @@ RZStreamCollectManager::Listener RZStreamCollectManager::lastStopAudioListener()
 }
 
 void RZStreamCollectManager::setArrAudioListener(std::vector<Listener> listeners) {
+    std::erase(listeners, nullptr);
     const TQAudioRecordLock guard(state_->lock);
     state_->arrAudioListener.swap(listeners);
     ++state_->mutations;

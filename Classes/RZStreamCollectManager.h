@@ -52,7 +52,8 @@ class TQ_RECORD_EXPORT RZStreamCollectManager
 
     /// A copy, in the order of registration.
     [[nodiscard]] std::vector<Listener> arrAudioListener() const;
-    /// Replaces the list and nothing else: recording is neither started nor stopped.
+    /// Replaces the list and nothing else: recording is neither started nor stopped. Nulls are
+    /// left out.
     void setArrAudioListener(std::vector<Listener> listeners);
     /// Whose removal emptied the list last, while it lives.
     [[nodiscard]] Listener lastStopAudioListener() const;

@@ -73,6 +73,13 @@ TEST_F(RZStreamCollectManagerFanOutTest, PreBlocksGoToThoseThatDoNotRefuseThemIn
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST_F(RZStreamCollectManagerFanOutTest, ListThatIsSetLosesItsNulls) {
+    manager.setArrAudioListener({nullptr, pcmListener("first"), nullptr, pcmListener("second")});
+    sendPre();
+    EXPECT_THAT(book.entries(), ElementsAre("first", "second"));
+    EXPECT_EQ(manager.arrAudioListener().size(), 2U);
+}
+
 TEST_F(RZStreamCollectManagerFanOutTest, PostBlocksGoToThoseOnlyThatAskForThemInOrder) {
     add(pcmListener("no mask"), maskListener("none", 0), maskListener("pre", 1),
         maskListener("both", 3), maskListener("post", 2), maskListener("others", 0xFC));
