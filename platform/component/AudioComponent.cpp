@@ -73,8 +73,10 @@ OSStatus AudioComponentInstanceDispose(AudioComponentInstance inInstance) {
     if (inInstance == nullptr) {
         return kAudio_ParamError;
     }
-    return guarded(
-        [&] { return okOr(units().remove(inInstance), kAudioComponentErr_InstanceInvalidated); });
+    return guarded([&] {
+        return okOr(units().remove(inInstance, Unit::mayWait()),
+                    kAudioComponentErr_InstanceInvalidated);
+    });
 }
 
 AudioComponent AudioComponentInstanceGetComponent(AudioComponentInstance inInstance) {

@@ -54,8 +54,8 @@ void HandleSlot::waitUntilEmpty() const noexcept {
     }
 }
 
-void HandleSlot::abandon() noexcept {
-    state_.fetch_or(abandoned, std::memory_order_acq_rel);
+bool HandleSlot::abandon() noexcept {
+    return (state_.fetch_or(abandoned, std::memory_order_acq_rel) & countMask) == 0;
 }
 
 std::uint32_t HandleSlot::nextGeneration() const noexcept {

@@ -24,8 +24,9 @@ class HandleSlot {
     [[nodiscard]] bool close(std::uint32_t generation) noexcept;
     /// Waits until no call is inside.
     void waitUntilEmpty() const noexcept;
-    /// Leaves the closed object to the last call inside it (there is at least one).
-    void abandon() noexcept;
+    /// Leaves the closed object to the last call inside it. True when there is none: the caller
+    /// destroys it.
+    [[nodiscard]] bool abandon() noexcept;
     /// The generation of the next object; only for a closed slot that nobody is inside.
     [[nodiscard]] std::uint32_t nextGeneration() const noexcept;
     /// Lets calls enter an object of that generation.
@@ -148,9 +149,9 @@ class HandleTable {
     }
 
     /// Closes the handle, lets `T::close()` end what the object does, and destroys the object:
-    /// once nobody is inside, or, when the caller itself is, when that call has ended. False for
-    /// a stale handle.
-    [[nodiscard]] bool remove(const void* handle) {
+    /// once nobody is inside. A caller that is inside itself, or that must not wait (`mayWait`),
+    /// leaves it to the last call inside. False for a stale handle.
+    [[nodiscard]] bool remove(const void* handle, bool mayWait) {
         HandleRegion::Place place{};
         if (!region_.find(handle, place)) {
             return false;
@@ -160,10 +161,10 @@ class HandleTable {
             return false;
         }
         entry.object->close();
-        if (HandleVisit::isInside(entry.slot)) {
-            entry.slot.abandon();
-        } else {
+        if (!HandleVisit::isInside(entry.slot) && mayWait) {
             entry.slot.waitUntilEmpty();
+            destroy(place.slot);
+        } else if (entry.slot.abandon()) {
             destroy(place.slot);
         }
         return true;

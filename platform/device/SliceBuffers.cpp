@@ -51,7 +51,8 @@ void SliceBuffers::mix(UInt32 frames) noexcept {
         const float* const from = client_.data()[channel];
         float* const to = sum_.data()[channel];
         for (UInt32 frame = 0; frame < frames; ++frame) {
-            to[frame] += from[frame];
+            // What is no number would spoil what all the others play.
+            to[frame] += from[frame] == from[frame] ? from[frame] : 0.0F;
         }
     }
 }

@@ -43,7 +43,9 @@ OSStatus DisposeAUGraph(AUGraph inGraph) {
     if (inGraph == nullptr) {
         return kAudio_ParamError;
     }
-    return guarded([&] { return okOr(graphs().remove(inGraph), kAUGraphErr_InvalidAudioUnit); });
+    return guarded([&] {
+        return okOr(graphs().remove(inGraph, Unit::mayWait()), kAUGraphErr_InvalidAudioUnit);
+    });
 }
 
 OSStatus AUGraphAddNode(AUGraph inGraph, const AudioComponentDescription* inDescription,

@@ -52,7 +52,7 @@ OSStatus Graph::makeNodeUnit(Node& node) {
 void Graph::destroyUnits(std::vector<AudioUnit>& doomed) {
     for (const AudioUnit unit : doomed) {
         // The program may have disposed of a unit of the graph itself.
-        static_cast<void>(units().remove(unit));
+        static_cast<void>(units().remove(unit, Unit::mayWait()));
     }
     doomed.clear();
 }
@@ -80,6 +80,7 @@ OSStatus Graph::addNode(const AudioComponentDescription& description, AUNode& no
 }
 
 OSStatus Graph::removeNode(AUNode node) {
+    const Unit::ListenerDelay listeners;
     std::vector<AudioUnit> doomed;
     {
         const std::lock_guard lock(lock_);
@@ -211,6 +212,7 @@ OSStatus Graph::closeUnits() {
 }
 
 OSStatus Graph::initialize() {
+    const Unit::ListenerDelay listeners;
     std::vector<AudioUnit> done;
     OSStatus status = noErr;
     {
@@ -264,8 +266,9 @@ OSStatus Graph::initializeNode(AUNode node, std::vector<AudioUnit>& done) {
     if (!unit) {
         return kAudioComponentErr_InstanceInvalidated;
     }
+    const bool wasInitialized = unit->isInitialized();
     const OSStatus status = unit->initialize();
-    if (status == noErr) {
+    if (status == noErr && !wasInitialized) {
         done.push_back(handle);
     }
     return status;
@@ -295,6 +298,7 @@ OSStatus Graph::uninitialize() {
 }
 
 OSStatus Graph::start() {
+    const Unit::ListenerDelay listeners;
     AudioUnit output = nullptr;
     {
         const std::lock_guard lock(lock_);

@@ -63,6 +63,7 @@ std::vector<AUNodeInteraction>::iterator Graph::findInput(AUNode node, UInt32 in
 }
 
 OSStatus Graph::connect(const AUNodeConnection& connection) {
+    const Unit::ListenerDelay listeners;
     const std::lock_guard lock(lock_);
     if (findNode(connection.sourceNode) == nullptr || findNode(connection.destNode) == nullptr) {
         return kAUGraphErr_NodeNotFound;
@@ -92,6 +93,7 @@ OSStatus Graph::connect(const AUNodeConnection& connection) {
 
 OSStatus Graph::setInputCallback(AUNode node, UInt32 input,
                                  const AURenderCallbackStruct& callback) {
+    const Unit::ListenerDelay listeners;
     const std::lock_guard lock(lock_);
     if (findNode(node) == nullptr) {
         return kAUGraphErr_NodeNotFound;
@@ -107,6 +109,7 @@ OSStatus Graph::setInputCallback(AUNode node, UInt32 input,
 }
 
 OSStatus Graph::disconnect(AUNode node, UInt32 input) {
+    const Unit::ListenerDelay listeners;
     const std::lock_guard lock(lock_);
     if (findNode(node) == nullptr) {
         return kAUGraphErr_NodeNotFound;
@@ -118,6 +121,7 @@ OSStatus Graph::disconnect(AUNode node, UInt32 input) {
 }
 
 OSStatus Graph::clearConnections() {
+    const Unit::ListenerDelay listeners;
     const std::lock_guard lock(lock_);
     OSStatus status = noErr;
     const std::vector<AUNodeInteraction> all = interactions_;
@@ -139,10 +143,10 @@ OSStatus Graph::clearConnections() {
 OSStatus Graph::requestEdit(const Edit& edit) {
     const bool atOnce = open_ && initialized_ && !outputRuns();
     if (atOnce) {
-        // What was left from the time when the graph ran comes first.
-        const OSStatus status = applyPending(true);
-        if (status != noErr) {
-            return status;
+        // What was left from the time when the graph ran comes first; what of it cannot be done is
+        // dropped, and no reason not to do this.
+        while (!pending_.empty()) {
+            static_cast<void>(applyPending(true));
         }
     }
     const std::vector<AUNodeInteraction> before = interactions_;
@@ -240,6 +244,7 @@ void Graph::forgetInteraction(const Edit& edit) {
 }
 
 OSStatus Graph::update(Boolean* isUpdated) {
+    const Unit::ListenerDelay listeners;
     const bool onRenderThread = Unit::isInsideAnySlice();
     std::unique_lock lock(lock_, std::defer_lock);
     if (!onRenderThread) {

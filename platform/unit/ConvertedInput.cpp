@@ -17,12 +17,14 @@ ConvertedInput::ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 cha
 }
 
 OSStatus ConvertedInput::read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept {
+    const bool goesOn = started_ && pull.time.mSampleTime == nextOutputTime_;
     if (innerRate_ == rate_) {
         nextSampleTime_ = pull.time.mSampleTime;
-    } else if (!started_) {
+    } else if (!goesOn) {
         nextSampleTime_ = std::round(pull.time.mSampleTime * innerRate_ / rate_);
     }
     started_ = true;
+    nextOutputTime_ = pull.time.mSampleTime + frames;
     pull_ = &pull;
     const bool direct = innerChannels_ == channels_;
     float* const* const inner = direct ? planes : planes_.data();
@@ -39,9 +41,15 @@ OSStatus ConvertedInput::pullBus(void* context, UInt32 frames, float* const* pla
     AudioTimeStamp time = self.pull_->time;
     time.mSampleTime = self.nextSampleTime_;
     self.nextSampleTime_ += frames;
-    const BusPull pull{self.pull_->source, self.pull_->allocate, self.pull_->bus, self.pull_->flags,
-                       time};
-    return self.reader_.read(pull, frames, planes);
+    AudioUnitRenderActionFlags flags = self.pull_->flags;
+    const BusPull pull{self.pull_->source, self.pull_->allocate, self.pull_->bus, flags, time};
+    const OSStatus status = self.reader_.read(pull, frames, planes);
+    // Behind a converter silent input does not mean silent output: its filter still sounds.
+    const bool isPassedOn = self.innerRate_ == self.rate_;
+    self.pull_->flags =
+        isPassedOn ? flags
+                   : flags & ~AudioUnitRenderActionFlags{kAudioUnitRenderAction_OutputIsSilence};
+    return status;
 }
 
 void ConvertedInput::restart() noexcept {

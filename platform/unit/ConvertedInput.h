@@ -31,6 +31,7 @@ class ConvertedInput {
     RateConverter converter_;
     Planes planes_;
     bool started_ = false;
+    Float64 nextOutputTime_ = 0;
     Float64 nextSampleTime_ = 0;
     const BusPull* pull_ = nullptr;  ///< during a read
 };

@@ -35,7 +35,7 @@ class GenericOutputUnit final : public ConverterUnit {
   protected:
     OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
     OSStatus readProperty(PropertyKey key, void* data) override;
-    void willUninitialize() override { static_cast<void>(stop()); }
+    void stopOnUninitialize() override { static_cast<void>(stop()); }
 
   private:
     std::atomic<bool> running_{false};

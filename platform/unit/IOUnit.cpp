@@ -1,6 +1,7 @@
 #include "unit/IOUnit.h"
 
 #include <cstring>
+#include <utility>
 
 #include "component/Component.h"
 #include "component/Status.h"
@@ -15,6 +16,12 @@ constexpr UInt32 microphone = 1;
 template <class T>
 void put(void* data, const T& value) {
     std::memcpy(data, &value, sizeof value);
+}
+
+AURenderCallbackStruct callbackAt(const void* data) {
+    AURenderCallbackStruct callback{};
+    std::memcpy(&callback, data, sizeof callback);
+    return callback;
 }
 
 UInt32 numberAt(const void* data) {
@@ -49,11 +56,8 @@ bool IOUnit::isVoiceUnit() const {
 }
 
 OSStatus IOUnit::start() {
-    {
-        const std::lock_guard lock(lock_);
-        if (!initialized_) {
-            return kAudioUnitErr_Uninitialized;
-        }
+    if (!isInitialized()) {
+        return kAudioUnitErr_Uninitialized;
     }
     {
         // The device's own thread must not wait for somebody who waits for its slice to end.
@@ -75,6 +79,11 @@ OSStatus IOUnit::start() {
         }
     }
     tellRunning();
+    if (!isInitialized()) {
+        // Uninitialised meanwhile, perhaps before it was seen to run.
+        static_cast<void>(stop());
+        return kAudioUnitErr_Uninitialized;
+    }
     return noErr;
 }
 
@@ -235,8 +244,7 @@ OSStatus IOUnit::writeProperty(PropertyKey key, const void* data, UInt32 size) {
             (key.element == microphone ? inputEnabled_ : outputEnabled_) = numberAt(data) != 0;
             return noErr;
         case kAudioOutputUnitProperty_SetInputCallback:
-            std::memcpy(&inputCallback_, data, sizeof inputCallback_);
-            return republish();
+            return changeInputCallback(callbackAt(data));
         default:
             if (Switch* const known = findSwitch(key.id)) {
                 const UInt32 value = numberAt(data);
@@ -254,8 +262,21 @@ OSStatus IOUnit::removeProperty(PropertyKey key) {
     if (key.id != kAudioOutputUnitProperty_SetInputCallback) {
         return Unit::removeProperty(key);
     }
-    inputCallback_ = {};
-    return republish();
+    return changeInputCallback({});
+}
+
+OSStatus IOUnit::changeInputCallback(AURenderCallbackStruct callback) {
+    std::swap(inputCallback_, callback);
+    try {
+        const OSStatus status = republish();
+        if (status != noErr) {
+            inputCallback_ = callback;
+        }
+        return status;
+    } catch (...) {
+        inputCallback_ = callback;
+        throw;
+    }
 }
 
 OSStatus IOUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,

@@ -25,6 +25,7 @@ class IOUnit final : public Unit, private DeviceClient {
 
   protected:
     std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
+    [[nodiscard]] bool isPulledHere(UInt32 bus) const noexcept override;
     OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept override;
     OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
     OSStatus readProperty(PropertyKey key, void* data) override;
@@ -36,7 +37,7 @@ class IOUnit final : public Unit, private DeviceClient {
                                                         UInt32 element) override;
     [[nodiscard]] bool isFormatWritable(AudioUnitScope scope, UInt32 element) override;
     [[nodiscard]] UInt32 feedableInputs() const override { return 1; }
-    void willUninitialize() override { static_cast<void>(stop()); }
+    void stopOnUninitialize() override { static_cast<void>(stop()); }
 
   private:
     struct Plan;
@@ -52,13 +53,14 @@ class IOUnit final : public Unit, private DeviceClient {
     void renderSlice(const DeviceSlice& slice) noexcept;
     void hearInput(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
     void play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
-    OSStatus fill(const Plan& plan, AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time,
+    OSStatus fill(const Plan* now, AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time,
                   const DeviceSlice& slice) noexcept;
     void followDevice() noexcept;
 
     [[nodiscard]] bool isVoiceUnit() const;
     [[nodiscard]] Switch* findSwitch(AudioUnitPropertyID id);
     OSStatus describeIO(PropertyKey key, PropertyInfo& info) const;
+    OSStatus changeInputCallback(AURenderCallbackStruct callback);
     void tellRunning();
 
     Device& device_;

@@ -59,7 +59,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     time.mFlags |= kAudioTimeStampSampleTimeValid | kAudioTimeStampHostTimeValid |
                    kAudioTimeStampRateScalarValid;
     hearInput(plan, time, slice);
-    if (running_.load()) {
+    if (running_.load() && plan.outputEnabled) {
         play(plan, time, slice);
     }
     sampleTime_ += slice.frames;
@@ -118,7 +118,9 @@ void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlic
     }
     AudioUnitRenderActionFlags flags = 0;
     callNotifies(notifies.get(), kAudioUnitRenderAction_PreRender, time, 0, slice.frames, list);
-    const OSStatus status = fill(plan, flags, time, slice);
+    // A notify may have taken the callback away, and the program what that was made for.
+    const Published<RenderPlan>::Reader now(plan_);
+    const OSStatus status = fill(static_cast<const Plan*>(now.get()), flags, time, slice);
     keepRenderError(status);
     const AudioUnitRenderActionFlags error =
         status == noErr ? 0U : AudioUnitRenderActionFlags{kAudioUnitRenderAction_PostRenderError};
@@ -137,13 +139,16 @@ void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlic
     }
 }
 
-OSStatus IOUnit::fill(const Plan& plan, AudioUnitRenderActionFlags& flags,
+OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
                       const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {
-    if (!plan.outputEnabled || !plan.source.exists()) {
-        silence(slice.output, plan.deviceOutputs, 0, slice.frames);
+    const bool fits = now != nullptr && now->deviceRate == device_.sampleRate() &&
+                      now->deviceOutputs == device_.outputChannels();
+    if (!fits || !now->source.exists()) {
+        silence(slice.output, device_.outputChannels(), 0, slice.frames);
         flags |= kAudioUnitRenderAction_OutputIsSilence;
         return noErr;
     }
+    const Plan& plan = *now;
     const OSStatus status =
         plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.frames, slice.output);
     const bool muted = switches_[4].value.load(std::memory_order_relaxed) != 0;
@@ -160,12 +165,13 @@ OSStatus IOUnit::fill(const Plan& plan, AudioUnitRenderActionFlags& flags,
     return status;
 }
 
+bool IOUnit::isPulledHere(UInt32 bus) const noexcept {
+    // Bus 0 is the device's to pull, and what the microphone heard is there during a slice only.
+    return bus != 0 && isRenderThread();
+}
+
 OSStatus IOUnit::renderBus(const RenderPlan& base, const RenderCall& call) noexcept {
     const auto& plan = static_cast<const Plan&>(base);
-    // Bus 0 is the device's to pull, and what the microphone heard is there during a slice only.
-    if (call.bus != microphoneBus || !isRenderThread()) {
-        return kAudioUnitErr_CannotDoInCurrentContext;
-    }
     if (!plan.inputEnabled || plan.microphone == nullptr) {
         return kAudioUnitErr_InvalidElement;
     }

@@ -119,7 +119,7 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
 }
 
 void MixerUnit::addInput(const Input& input, const RenderCall& call, Planes& planes,
-                         UInt32 maximumFrames) const noexcept {
+                         UInt32 maximumFrames) noexcept {
     const Levels& levels = levels_[input.bus];
     const Float32 volume = levels.volume.load(std::memory_order_relaxed);
     const Float32 pan = levels.pan.load(std::memory_order_relaxed);
@@ -137,8 +137,11 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call, Planes& pla
         time.mSampleTime = group.sampleTime() + done;
         AudioUnitRenderActionFlags flags = 0;
         std::array<const float*, mostChannels> found;
-        if (input.reader->readInPlace({input.source, input.allocate, input.bus, flags, time},
-                                      frames, planes.data(), found.data()) != noErr) {
+        const OSStatus status =
+            input.reader->readInPlace({input.source, input.allocate, input.bus, flags, time},
+                                      frames, planes.data(), found.data());
+        if (status != noErr) {
+            keepRenderError(status);
             return;  // this bus is silent, the others go on
         }
         group.add(done, frames, found.data(), gains.data());

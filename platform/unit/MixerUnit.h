@@ -37,7 +37,7 @@ class MixerUnit final : public Unit {
 
     /// [real-time safe] Pulls one bus through `planes` into the sum of its rate.
     void addInput(const Input& input, const RenderCall& call, Planes& planes,
-                  UInt32 maximumFrames) const noexcept;
+                  UInt32 maximumFrames) noexcept;
 
     std::array<Levels, mostInputs> levels_;
     std::atomic<UInt32> inputCount_{defaultInputs};

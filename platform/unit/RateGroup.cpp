@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 namespace tqplatform {
 
@@ -10,7 +11,13 @@ namespace {
 /// Frames of input that a slice can need at most: one more than the ratio says for the frame
 /// that is begun.
 UInt32 mostInput(RateRatio ratio, UInt32 frames) {
-    return static_cast<UInt32>(ratio.inputFor(frames, 0)) + 1;
+    // More at a time is no slice of anything, but a mistake that would cost all memory.
+    constexpr std::int64_t limit = std::int64_t{1} << 23;
+    const std::int64_t most = ratio.inputFor(frames, 0) + 1;
+    if (most > limit) {
+        throw std::runtime_error("a slice needs too much input");
+    }
+    return static_cast<UInt32>(most);
 }
 
 [[gnu::always_inline]] inline void addScaled(const float* from, float gain, float* to,
@@ -62,13 +69,15 @@ void RateGroup::begin(UInt32 frames, Float64 sampleTime) noexcept {
         sampleTime_ = sampleTime;
         inputFrames_ = frames;
     } else {
-        sampleTime_ = started_ ? sampleTime_ + inputFrames_
-                               : std::round(sampleTime * inputRate_ / outputRate_);
+        const bool goesOn = started_ && sampleTime == nextOutputTime_;
+        sampleTime_ =
+            goesOn ? sampleTime_ + inputFrames_ : std::round(sampleTime * inputRate_ / outputRate_);
         inputFrames_ =
             std::min(static_cast<UInt32>(ratio_.inputFor(frames, credit_)), mostInputFrames_);
         credit_ += inputFrames_ * ratio_.output - frames * ratio_.input;
     }
     started_ = true;
+    nextOutputTime_ = sampleTime + frames;
     outputFrames_ = frames;
     given_ = 0;
     silence(sum_.data(), sum_.channels(), 0, inputFrames_);

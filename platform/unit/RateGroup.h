@@ -28,8 +28,8 @@ class RateGroup {
     /// [real-time safe] Adds frames of a bus to the sum, channel by channel with its gain.
     void add(UInt32 first, UInt32 frames, const float* const* planes,
              const Float32* gains) noexcept;
-    /// [real-time safe] The slice at the mixer's rate: written into `planes` by the first group of a
-    /// slice, added by the others.
+    /// [real-time safe] The slice at the mixer's rate: written into `planes` by the first group of
+    /// a slice, added by the others.
     void finish(float* const* planes, bool isFirst) noexcept;
     /// [real-time safe] Forgets the past.
     void restart() noexcept;
@@ -47,7 +47,8 @@ class RateGroup {
     Planes converted_;
     bool started_ = false;
     Float64 sampleTime_ = 0;
-    std::int64_t credit_ = 0;  ///< input pulled beyond the output so far, times ratio_.output
+    Float64 nextOutputTime_ = 0;  ///< of the slice that follows without a gap
+    std::int64_t credit_ = 0;     ///< input pulled beyond the output so far, times ratio_.output
     UInt32 outputFrames_ = 0;
     UInt32 inputFrames_ = 0;
     UInt32 given_ = 0;

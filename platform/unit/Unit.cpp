@@ -17,6 +17,8 @@ std::uint64_t nanosecondsNow() noexcept {
 
 // Initial-exec: reading it on a render thread for the first time must not allocate.
 constinit thread_local int slicesInside __attribute__((tls_model("initial-exec"))) = 0;
+constinit thread_local Unit::ListenerDelay* delay __attribute__((tls_model("initial-exec"))) =
+    nullptr;
 
 }  // namespace
 
@@ -31,18 +33,33 @@ OSStatus Unit::initialize() {
         return noErr;
     }
     initialized_ = true;
-    const OSStatus status = republish();
-    initialized_ = status == noErr;
-    return status;
+    try {
+        const OSStatus status = republish();
+        initialized_ = status == noErr;
+        return status;
+    } catch (...) {
+        initialized_ = false;
+        throw;
+    }
+}
+
+bool Unit::isInitialized() {
+    const std::lock_guard lock(lock_);
+    return initialized_;
 }
 
 OSStatus Unit::uninitialize() {
-    willUninitialize();
-    const std::lock_guard lock(lock_);
-    if (initialized_) {
+    stopOnUninitialize();
+    {
+        const std::lock_guard lock(lock_);
+        if (!initialized_) {
+            return noErr;
+        }
         initialized_ = false;
         plan_.publish(nullptr);
     }
+    // Somebody may have started it meanwhile; whoever does so from now on sees what has happened.
+    stopOnUninitialize();
     return noErr;
 }
 
@@ -62,7 +79,10 @@ OSStatus Unit::republish() {
     return noErr;
 }
 
-OSStatus Unit::reset(AudioUnitScope /*scope*/, AudioUnitElement /*element*/) {
+OSStatus Unit::reset(AudioUnitScope scope, AudioUnitElement /*element*/) {
+    if (scope > kAudioUnitScope_LayerItem) {
+        return kAudioUnitErr_InvalidScope;
+    }
     forgetPast();
     return noErr;
 }
@@ -90,7 +110,30 @@ OSStatus Unit::removePropertyListener(AudioUnitPropertyID id, AudioUnitPropertyL
     return noErr;
 }
 
+Unit::ListenerDelay::ListenerDelay() noexcept : outer_(delay) {
+    delay = this;
+}
+
+Unit::ListenerDelay::~ListenerDelay() {
+    delay = outer_;
+    for (const auto& [handle, key] : told_) {
+        const UnitTable::Access unit(units(), handle);
+        if (unit) {
+            try {
+                unit->tellListeners(key);
+            } catch (...) {
+                // No memory to call them from a copy of their list: they stay without notice.
+                continue;
+            }
+        }
+    }
+}
+
 void Unit::tellListeners(PropertyKey key) {
+    if (delay != nullptr) {
+        delay->told_.emplace_back(handle_, key);
+        return;
+    }
     std::vector<Listener> called;
     {
         const std::lock_guard lock(listenerLock_);

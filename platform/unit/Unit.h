@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "component/HandleTable.h"
@@ -106,6 +107,21 @@ class Unit {
     OSStatus render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
                     UInt32 frames, AudioBufferList* list) noexcept;
 
+    /// While one lives on a thread, property listeners that its calls cause are kept back and told
+    /// at the end of the outermost: for callers that hold a lock which a listener's own may meet.
+    class ListenerDelay {
+      public:
+        ListenerDelay() noexcept;
+        ~ListenerDelay();
+        ListenerDelay(const ListenerDelay&) = delete;
+        ListenerDelay& operator=(const ListenerDelay&) = delete;
+
+      private:
+        friend class Unit;
+        ListenerDelay* outer_;
+        std::vector<std::pair<AudioUnit, PropertyKey>> told_;
+    };
+
     // What a graph wants to know of its output unit.
 
     /// Odd while a slice is being rendered; grows with each begin and end.
@@ -116,6 +132,10 @@ class Unit {
     [[nodiscard]] bool isRenderThread() const noexcept;
     /// Whether the calling thread is inside a slice of any unit.
     [[nodiscard]] static bool isInsideAnySlice() noexcept;
+    /// Whether the calling thread may wait for other calls to end: they may be waiting for the
+    /// slice that it is inside of.
+    [[nodiscard]] static bool mayWait() noexcept { return !isInsideAnySlice(); }
+    [[nodiscard]] bool isInitialized();
     [[nodiscard]] Float32 cpuLoad() const noexcept { return cpuLoad_.load(); }
     [[nodiscard]] Float32 takeMaximumCpuLoad() noexcept { return maximumCpuLoad_.exchange(0); }
 
@@ -185,6 +205,8 @@ class Unit {
     // What kinds of units say about themselves. Called under the lock, except where noted.
 
     [[nodiscard]] virtual std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) = 0;
+    /// [any thread, no lock] Whether AudioUnitRender() may be called for that bus, here and now.
+    [[nodiscard]] virtual bool isPulledHere(UInt32 /*bus*/) const noexcept { return true; }
     /// [render thread, no lock] Renders one output bus of the unit's own kind.
     virtual OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept = 0;
     virtual OSStatus describeProperty(PropertyKey key, PropertyInfo& info);
@@ -204,8 +226,8 @@ class Unit {
     [[nodiscard]] virtual UInt32 feedableInputs() const {
         return static_cast<UInt32>(inputs_.size());
     }
-    /// Without the lock, before the plan is taken away.
-    virtual void willUninitialize() {}
+    /// Without the lock, before and after the plan is taken away.
+    virtual void stopOnUninitialize() {}
     /// Render threads start anew with their next render.
     virtual void forgetPast() { restart_.store(true); }
 
@@ -269,6 +291,9 @@ class Unit {
     OSStatus writeCallback(UInt32 element, const AURenderCallbackStruct& callback);
     OSStatus makeConnection(const AudioUnitConnection& connection);
     OSStatus disconnect(UInt32 element);
+    /// Gives an input bus a format and a source, or leaves it as it is when that cannot work.
+    OSStatus feed(UInt32 element, const AudioStreamBasicDescription& format,
+                  const InputSource& source);
     void addDependent(const Dependent& dependent);
     void tellDependents(UInt32 outputBus);
 

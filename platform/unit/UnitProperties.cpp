@@ -367,16 +367,31 @@ OSStatus Unit::writeCallback(UInt32 element, const AURenderCallbackStruct& callb
     if (callback.inputProc != nullptr) {
         source.callback = callback;
     }
-    inputs_[element].source = source;
-    return republish();
+    return feed(element, inputs_[element].format, source);
 }
 
 OSStatus Unit::disconnect(UInt32 element) {
     if (element >= feedableInputs()) {
         return kAudioUnitErr_InvalidElement;
     }
-    inputs_[element].source = {};
-    return republish();
+    return feed(element, inputs_[element].format, {});
+}
+
+OSStatus Unit::feed(UInt32 element, const AudioStreamBasicDescription& format,
+                    const InputSource& source) {
+    const Bus before = inputs_[element];
+    inputs_[element].format = format;
+    inputs_[element].source = source;
+    try {
+        const OSStatus status = republish();
+        if (status != noErr) {
+            inputs_[element] = before;
+        }
+        return status;
+    } catch (...) {
+        inputs_[element] = before;
+        throw;
+    }
 }
 
 OSStatus Unit::makeConnection(const AudioUnitConnection& connection) {
@@ -403,16 +418,12 @@ OSStatus Unit::makeConnection(const AudioUnitConnection& connection) {
         if (input >= feedableInputs()) {
             return kAudioUnitErr_InvalidElement;
         }
-        // The connection that is there must not stand in the way of the format of the next one.
-        const InputSource before = inputs_[input].source;
-        inputs_[input].source = {};
-        status = setFormat(kAudioUnitScope_Input, input, format);
-        if (status != noErr) {
-            inputs_[input].source = before;
-            return status;
+        const auto wanted = PCMFormat::parse(format);
+        if (!wanted || !acceptsFormat(kAudioUnitScope_Input, *wanted)) {
+            return kAudioUnitErr_FormatNotSupported;
         }
-        inputs_[input].source = {{}, connection.sourceAudioUnit, connection.sourceOutputNumber};
-        status = republish();
+        status =
+            feed(input, format, {{}, connection.sourceAudioUnit, connection.sourceOutputNumber});
     }
     if (status == noErr) {
         source->addDependent({handle_, connection.sourceOutputNumber, connection.destInputNumber});

@@ -35,6 +35,9 @@ OSStatus Unit::render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* t
     if (time == nullptr || list == nullptr) {
         return kAudio_ParamError;
     }
+    if (!isPulledHere(bus)) {
+        return kAudioUnitErr_CannotDoInCurrentContext;
+    }
     const BusyScope busy(busy_[std::min<std::size_t>(bus, busy_.size() - 1)]);
     if (!busy) {
         return kAudioUnitErr_CannotDoInCurrentContext;
@@ -54,7 +57,12 @@ OSStatus Unit::render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* t
         plan->outputs[bus].memory->lend(*list, frames);
         callNotifies(notifies.get(), action | kAudioUnitRenderAction_PreRender, *time, bus, frames,
                      *list);
-        status = renderBus(*plan, {action, *time, bus, frames, *list});
+        // A notify may have taken the callback away, and the program what that was made for.
+        const Published<RenderPlan>::Reader now(plan_);
+        status = now.get() == plan.get() ? noErr : checkRender(now.get(), bus, frames, *list);
+        if (status == noErr) {
+            status = renderBus(*now, {action, *time, bus, frames, *list});
+        }
         lastSampleTime_.store(time->mSampleTime, std::memory_order_relaxed);
         const AudioUnitRenderActionFlags error =
             status == noErr ? 0U

@@ -97,10 +97,10 @@ AU_EXPORT OSStatus AUGraphGetNodeInteractions(AUGraph inGraph, AUNode inNode,
                                               UInt32* ioNumInteractions,
                                               AUNodeInteraction* outInteractions);
 
-/** Puts the queued edits of a running graph in place. A null `outIsUpdated` waits for it, but for
- *  a bounded time (about 50 ms) while a slice is being rendered: then
- *  kAUGraphErr_CannotDoInCurrentContext, the edits stay pending and follow with the next slice or
- *  update. Otherwise returns at once, with true when nothing is left pending. */
+/** Puts the queued edits of a running graph in place; the next slice has them. A null
+ *  `outIsUpdated` also waits for the slice that may still be rendered without them to end, 2 ms at
+ *  most: after that kAUGraphErr_CannotDoInCurrentContext, and all that the next update has left to
+ *  do is to wait. Otherwise returns at once, with true when that slice is over. */
 AU_EXPORT OSStatus AUGraphUpdate(AUGraph inGraph, Boolean* outIsUpdated);
 
 AU_EXPORT OSStatus AUGraphOpen(AUGraph inGraph);
