@@ -215,7 +215,7 @@ OSStatus Graph::initialize() {
     const Unit::ListenerDelay listeners;
     std::vector<AudioUnit> done;
     OSStatus status = noErr;
-    {
+    try {
         const std::lock_guard lock(lock_);
         if (!open_) {
             return kAudioUnitErr_Uninitialized;
@@ -228,16 +228,23 @@ OSStatus Graph::initialize() {
             status = initializeInvolved(done);
         }
         initialized_ = status == noErr;
+    } catch (...) {
+        uninitializeAll(done);
+        throw;
     }
     if (status != noErr) {
-        for (const AudioUnit handle : done) {
-            const UnitTable::Access unit(units(), handle);
-            if (unit) {
-                static_cast<void>(unit->uninitialize());
-            }
-        }
+        uninitializeAll(done);
     }
     return status;
+}
+
+void Graph::uninitializeAll(const std::vector<AudioUnit>& handles) {
+    for (const AudioUnit handle : handles) {
+        const UnitTable::Access unit(units(), handle);
+        if (unit) {
+            static_cast<void>(unit->uninitialize());
+        }
+    }
 }
 
 OSStatus Graph::initializeInvolved(std::vector<AudioUnit>& done) {
@@ -267,6 +274,7 @@ OSStatus Graph::initializeNode(AUNode node, std::vector<AudioUnit>& done) {
         return kAudioComponentErr_InstanceInvalidated;
     }
     const bool wasInitialized = unit->isInitialized();
+    done.reserve(done.size() + 1);
     const OSStatus status = unit->initialize();
     if (status == noErr && !wasInitialized) {
         done.push_back(handle);

@@ -94,6 +94,7 @@ class Graph {
     OSStatus applyPending(bool dropFailed);
     OSStatus initializeNode(AUNode node, std::vector<AudioUnit>& done);
     OSStatus initializeInvolved(std::vector<AudioUnit>& done);
+    static void uninitializeAll(const std::vector<AudioUnit>& handles);
     void forgetInteraction(const Edit& edit);
     [[nodiscard]] std::uint64_t updateUnits(AudioUnit output, OSStatus& status);
     [[nodiscard]] std::vector<AudioUnit> takeRemovedUnits();

@@ -44,6 +44,15 @@ inline UInt32 interactions(AUGraph graph) {
     return count;
 }
 
+/// Plays a constant in the first channel.
+inline Callback::Body constant(float value) {
+    return [value](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
+                   AudioBufferList* list) {
+        std::fill_n(samples<float>(list), frames, value);
+        return OSStatus{noErr};
+    };
+}
+
 /// A graph of a mixer that feeds an output, not opened yet.
 class MixGraph : public testing::Test {
   protected:
@@ -73,13 +82,6 @@ class MixGraph : public testing::Test {
         open();
         ASSERT_EQ(AUGraphInitialize(graph), noErr);
         ASSERT_EQ(AUGraphStart(graph), noErr);
-    }
-    static Callback::Body constant(float value) {
-        return [value](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
-                       AudioBufferList* list) {
-            std::fill_n(samples<float>(list), frames, value);
-            return OSStatus{noErr};
-        };
     }
     float heard() {
         player.left.clear();
