@@ -96,6 +96,8 @@ TEST(CommandLineTest, DuckTakesAValueOnlyBehindAnEqualsSign) {
     EXPECT_EQ(line.options.duckDecibels, -12);
     EXPECT_THAT(line.options.command, ElementsAre("game"));
     EXPECT_FALSE(parse({"game"}).options.duck);
+    EXPECT_EQ(parse({"--duck=0", "game"}).options.duckDecibels, 0);
+    EXPECT_EQ(parse({"--duck=-2.5", "game"}).options.duckDecibels, -2.5);
 }
 
 TEST(CommandLineTest, GuardCommandsNameOneProgram) {
@@ -123,6 +125,11 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         {{"-d", "0", "game"}, "--duration"},
         {{"--ring", "1e99", "game"}, "--ring"},
         {{"--duck=3", "game"}, "--duck"},
+        {{"-o", "", "game"}, "--output: is empty"},
+        {{"--tracks", "", "game"}, "--tracks: is empty"},
+        {{"--events", "", "game"}, "--events: is empty"},
+        {{"--picture", "", "game"}, "--picture: is empty"},
+        {{"--duck", "--duck-on", "", "game"}, "--duck-on: is empty"},
         {{"--duck=loud", "game"}, "--duck"},
         {{"--duck-on", "microphone", "game"}, "--duck"},
         {{"--compress-threshold", "-9", "game"}, "--compress"},

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -202,6 +203,50 @@ TEST_F(RecorderTest, FindsAPathThatCannotBeWrittenBeforeTheHostStarts) {
         EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1)
             << outcome.errors;
     }
+}
+
+TEST_F(RecorderTest, DoesNotWaitForTheReaderOfANamedPipe) {
+    const std::string pipe = folder_.file("pipe.raw");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const char* option : {"-o", "--events", "--picture"}) {
+        const Outcome outcome = run({option, pipe}, game("60"));
+        EXPECT_EQ(outcome.code, 2) << option;
+        EXPECT_THAT(outcome.errors, HasSubstr("only --output - writes into one")) << option;
+    }
+}
+
+TEST_F(RecorderTest, FindsThatTwoOutputsAreOneFile) {
+    const std::string path = folder_.file("out.wav");
+    const std::string link = folder_.file("link.wav");
+    std::filesystem::create_symlink("out.wav", link);
+    const Outcome outcome = run({"-o", path, "--events", link}, game("60"));
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_THAT(outcome.errors, HasSubstr("are the same file"));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+TEST_F(RecorderTest, AStartThatFailsKeepsTheRecordingOfBefore) {
+    const std::string path = folder_.file("out.wav");
+    std::ofstream(path) << "before";
+    EXPECT_EQ(run({"-o", path, "--events", "/proc/no/events"}, game("60")).code, 2);
+    EXPECT_EQ(contentOf(path), "before");
+}
+
+TEST_F(RecorderTest, AHostUnderALimitOfFileSizesPlaysOn) {
+    // Memory that is shared counts as a file.
+    const Outcome outcome = run({"-q"}, {"/bin/sh", "-c",
+                                         "ulimit -f 200; exec " + game("1")[0] +
+                                             " --quiet --seconds 1 --sounds " + sounds_.file("")});
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_THAT(outcome.errors, HasSubstr("no memory to share with the recorder"));
+    EXPECT_THAT(outcome.errors, Not(HasSubstr("was not loaded")));
+}
+
+TEST_F(RecorderTest, SaysWhyItIsSilentEvenWhenItIsToBeQuiet) {
+    const Outcome outcome = run({"-q", "-o", folder_.file("out.wav")}, {"/bin/sh", "-c", "exit 0"});
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_NE(outcome.errors, "");
 }
 
 TEST_F(RecorderTest, SaysInOneLineWhatIsWrongWithItsArguments) {

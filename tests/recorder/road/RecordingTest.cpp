@@ -206,6 +206,13 @@ TEST_F(Road, twoHostsAtOnceAreRecordedEachUnderItsOwnName) {
     EXPECT_EQ(sink.processes.at(1).process.isCommand, true);
 }
 
+TEST_F(Road, aLauncherWithoutAUnitDeliversNothing) {
+    record({kHost, "run", kHost, "tone", "1"});
+    ASSERT_EQ(sink.processes.size(), 2U);
+    EXPECT_TRUE(sink.processes.at(1).streams.empty());
+    EXPECT_GT(sink.processes.at(2).streams.at(0).seconds(), 0.9);
+}
+
 TEST_F(Road, aHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
     EXPECT_EQ(record({kHost, "exec", kOther, "tone", "0.5"}).hostExitCode, 0);
     ASSERT_EQ(sink.processes.size(), 1U);

@@ -57,6 +57,13 @@ class HelpFormatter : public CLI::Formatter {
     }
 };
 
+/// A script's unset variable must not cost a recording.
+CLI::Validator notEmpty() {
+    return CLI::Validator(
+        [](std::string& text) { return text.empty() ? std::string("is empty") : std::string(); },
+        "");
+}
+
 /// The parser and where it puts what it finds.
 class Parser {
   public:
@@ -115,6 +122,7 @@ class Parser {
         app_.add_option("-o,--output", options_.output,
                         "The mix; - is standard output, the format follows the extension")
             ->type_name("FILE")
+            ->check(notEmpty())
             ->group(group);
         app_.add_option("--format", options_.format, "Overrides the extension (see --list-formats)")
             ->type_name("NAME")
@@ -123,13 +131,16 @@ class Parser {
         app_.add_option("--tracks", options_.tracksFolder,
                         "One WAV file per track, in the track's own format")
             ->type_name("DIR")
+            ->check(notEmpty())
             ->group(group);
         app_.add_option("--events", options_.eventsFile, "The library's events as JSON lines")
             ->type_name("FILE")
+            ->check(notEmpty())
             ->group(group);
         app_.add_option("--picture", options_.pictureFile,
                         "Waveform and spectrogram of mix and tracks, as PNG")
             ->type_name("FILE")
+            ->check(notEmpty())
             ->group(group);
         seconds("--max-file-time", options_.maximumFileSeconds, 0.1, kLongestSeconds,
                 "Go on in a new numbered file after that")
@@ -163,12 +174,14 @@ class Parser {
 
     void addControl() {
         const char* group = "Control";
-        duck_ = app_.add_flag("--duck{-12}", options_.duckDecibels,
+        // As text: a flag of a number is a count to the parser.
+        duck_ = app_.add_flag("--duck{-12}", duckText_,
                               "Turn COMMAND's own output down by DB, -12 unless told");
         duck_->check(between(-96, 0))->group(group);
         app_.add_option("--duck-on", options_.duckOn,
                         "Duck only while SOURCE is loud: a WAV file, or microphone")
             ->type_name("SOURCE")
+            ->check(notEmpty())
             ->needs(duck_)
             ->group(group);
         CLI::Option* compress =
@@ -228,6 +241,9 @@ class Parser {
 
     std::string contradiction() {
         options_.duck = duck_->count() > 0;
+        if (options_.duck) {
+            options_.duckDecibels = std::strtod(duckText_.c_str(), nullptr);
+        }
         options_.armGuard = !noArm_;
         options_.hostEnd = hostGoesOn_ ? Options::HostEnd::kGoesOn : Options::HostEnd::kEnds;
         const Options& o = options_;
@@ -301,6 +317,7 @@ class Parser {
 
     CLI::App app_;
     Options options_;
+    std::string duckText_;
     CLI::Option* duck_ = nullptr;
     CLI::Option* attack_ = nullptr;
     CLI::Option* release_ = nullptr;

@@ -1,5 +1,12 @@
 #include "cli/Outputs.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <list>
 #include <utility>
 
 #include "output/PipeSink.h"
@@ -25,7 +32,86 @@ bool Outputs::addOpened(std::unique_ptr<Kind> sink, std::string& error) {
     return false;
 }
 
+namespace {
+
+/// A file where one is to be written, made for as long as this lives where there was none.
+class Place {
+  public:
+    explicit Place(const std::string& path) : path_(path) {
+        std::error_code failure;
+        const std::filesystem::file_status status = std::filesystem::status(path, failure);
+        if (std::filesystem::is_fifo(status) || std::filesystem::is_socket(status)) {
+            // Opening or writing one waits for its reader.
+            problem_ = path + ": a pipe; only --output - writes into one";
+            return;
+        }
+        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+        if (file < 0) {
+            problem_ = path + ": " + std::strerror(errno);
+            return;
+        }
+        ::close(file);
+        isNew_ = !std::filesystem::exists(status);
+    }
+    ~Place() {
+        std::error_code failure;
+        if (isNew_) {
+            // What a link leads to, not the link.
+            std::filesystem::remove(std::filesystem::canonical(path_, failure), failure);
+        }
+    }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+    [[nodiscard]] const std::string& problem() const { return problem_; }
+    [[nodiscard]] bool isSameAs(const Place& other) const {
+        std::error_code failure;
+        return std::filesystem::is_regular_file(path_, failure) &&
+               std::filesystem::equivalent(path_, other.path_, failure);
+    }
+
+  private:
+    const std::string& path_;
+    std::string problem_;
+    bool isNew_ = false;
+};
+
+}  // namespace
+
+/// Whether all files can be written, each for itself, without changing what is there.
+bool Outputs::arePlacesGood(std::string& error) const {
+    const Options& o = options_;
+    std::list<Place> places;
+    // A replay and a long recording write numbered files only.
+    if (!o.output.empty() && o.output != "-" && !o.replaySeconds && !o.maximumFileSeconds) {
+        places.emplace_back(o.output);
+    }
+    for (const std::string* path : {&o.eventsFile, &o.pictureFile}) {
+        if (!path->empty()) {
+            places.emplace_back(*path);
+        }
+    }
+    for (auto place = places.begin(); place != places.end(); ++place) {
+        if (!place->problem().empty()) {
+            error = place->problem();
+            return false;
+        }
+        for (auto other = places.begin(); other != place; ++other) {
+            if (place->isSameAs(*other)) {
+                error = other->path() + " and " + place->path() + " are the same file";
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 bool Outputs::open(std::string& error) {
+    // All of them first: one that cannot be written must not cost what the others held before.
+    if (!arePlacesGood(error)) {
+        return false;
+    }
     observer_ = &add(std::make_unique<Observer>());
     const Options& o = options_;
     const FileFormat* format = !o.format.empty() ? formatNamed(o.format) : formatOfPath(o.output);

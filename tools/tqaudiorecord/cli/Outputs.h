@@ -44,6 +44,7 @@ class Outputs : public SinkSet {
   private:
     template <typename Kind>
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
+    [[nodiscard]] bool arePlacesGood(std::string& error) const;
     void showProblems();
 
     const Options& options_;

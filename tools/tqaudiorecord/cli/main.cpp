@@ -63,10 +63,13 @@ int record(const Options& options, Screen& screen) {
     const bool isWritten = outputs.problems().empty();
     const int hostCode = result.hostExitCode.value_or(0);
     const bool isEmpty = !outputs.isAnythingRecorded();
-    const std::vector<std::string> reasons = reasonsFor(outputs, recording.program(), options);
+    // A note has said already why there is nothing.
+    const std::vector<std::string> reasons = result.notes.empty()
+                                                 ? reasonsFor(outputs, recording.program(), options)
+                                                 : std::vector<std::string>{};
     if (!options.quiet) {
         screen.text(outputs.summary(reasons));
-    } else if (isEmpty) {
+    } else {
         for (const std::string& reason : reasons) {
             complain(screen, reason);
         }

@@ -162,7 +162,7 @@ bool SoundFile::open(std::string& error) {
         return false;
     }
     if (!isBare && !disk_->isRegular()) {
-        error = path_ + ": not a file; only raw goes into a pipe or a device";
+        error = path_ + ": not a file; only raw goes into a device";
         return false;
     }
     file_.reset(sf_open_virtual(Disk::calls(), SFM_WRITE, &info, disk_.get()));
@@ -173,6 +173,10 @@ bool SoundFile::open(std::string& error) {
     }
     if (kind_.growsIntoRf64) {
         sf_command(file_.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    }
+    if (kind_.container == SF_FORMAT_W64) {
+        // Readers take what lies behind the stated length for another chunk, and give up.
+        sf_command(file_.get(), SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
     }
     double latency = kPageMilliseconds;
     sf_command(file_.get(), SFC_SET_OGG_PAGE_LATENCY_MS, &latency, sizeof latency);

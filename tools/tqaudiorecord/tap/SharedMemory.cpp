@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -17,6 +19,30 @@ constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
 constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kMostBytes = std::uint64_t{8} << 30U;
+
+/// While it lives, a limit of file sizes is an error of this thread's calls, not a signal that ends
+/// the host.
+class FileSizeSignalHeld {
+  public:
+    FileSizeSignalHeld() {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+    }
+    ~FileSizeSignalHeld() {
+        if (sigismember(&before_, SIGXFSZ) == 0) {
+            constexpr timespec kNow{0, 0};
+            sigtimedwait(&signal_, nullptr, &kNow);
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    FileSizeSignalHeld(const FileSizeSignalHeld&) = delete;
+    FileSizeSignalHeld& operator=(const FileSizeSignalHeld&) = delete;
+
+  private:
+    sigset_t signal_{};
+    sigset_t before_{};
+};
 
 constexpr std::uint64_t wholePages(std::uint64_t bytes) {
     return (bytes + kPage - 1) / kPage * kPage;
@@ -58,6 +84,7 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
         close(std::exchange(descriptor, -1));
         return std::nullopt;
     };
+    const FileSizeSignalHeld held;
     // All of it is taken now: an audio thread must neither wait for a page nor find none left.
     if (posix_fallocate(descriptor, 0, static_cast<off_t>(total)) != 0 ||
         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {

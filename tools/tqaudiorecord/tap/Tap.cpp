@@ -247,6 +247,7 @@ void Tap::runForked() {
     if (connectRecording(hello)) {
         // Its line was logged when there was nowhere to put it.
         memory_->page().facts.unitsCreated = 1;
+        isUnitSeen_ = true;
         collectAgain();
         runRecording();
     }
@@ -292,7 +293,9 @@ void Tap::leave() {
 void Tap::pushBlock(RecordKind kind, const AudioBufferList& pcm,
                     const RZReplayASBDInfo& info) noexcept {
     const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
-    if (outlet == nullptr) {
+    // Before its first unit a process has no sound, and a launcher never has: the mix would be
+    // silence in files that another process's sound belongs into.
+    if (outlet == nullptr || !isUnitSeen_.load(std::memory_order_relaxed)) {
         return;
     }
     constexpr std::size_t kMostBuffers = 32;
