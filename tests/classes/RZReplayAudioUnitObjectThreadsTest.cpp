@@ -19,9 +19,10 @@ class Background {
     template <class Body>
     explicit Background(Body body)
         : thread_([this, body] {
-              while (!isDone_) {
+              // At least once, however late it gets a core.
+              do {
                   body();
-              }
+              } while (!isDone_);
           }) {}
     ~Background() {
         isDone_ = true;

@@ -16,7 +16,7 @@ struct Guard : Road {
     GuardReport guard(Options::Action action, const std::string& command = kHost) {
         options.action = action;
         options.command = {command};
-        GuardReport report = runGuardCommand(options, kTap);
+        GuardReport report = runGuardCommand(options, kGate);
         EXPECT_TRUE(report.isDone) << report.error;
         options.action = Options::Action::kRecord;
         return report;
@@ -64,7 +64,7 @@ TEST_F(Guard, doesNotRunTheProgram) {
     options.command = {kHost};
     options.action = Options::Action::kGuardStatus;
     // A host without arguments would play for a minute and fail.
-    const GuardReport report = runGuardCommand(options, kTap);
+    const GuardReport report = runGuardCommand(options, kGate);
     EXPECT_TRUE(report.isDone);
     EXPECT_TRUE(report.usesPlatform);
 }
@@ -72,7 +72,7 @@ TEST_F(Guard, doesNotRunTheProgram) {
 TEST_F(Guard, ofACommandThatIsNotThereIsAnError) {
     options.command = {"no-such-command-anywhere"};
     options.action = Options::Action::kGuardStatus;
-    const GuardReport report = runGuardCommand(options, kTap);
+    const GuardReport report = runGuardCommand(options, kGate);
     EXPECT_FALSE(report.isDone);
     EXPECT_EQ(report.error, "no-such-command-anywhere: not found");
 }

@@ -152,7 +152,7 @@ TEST_F(Commands, thatCannotBeRecordedAreNotStarted) {
     Sink sink;
     for (const std::string& command : {make("static", staticHost()), std::string("none/none")}) {
         options.command = {command};
-        Recording recording(options, sink, TQ_ROAD_TAP);
+        Recording recording(options, sink, TQ_ROAD_GATE);
         std::string error;
         EXPECT_FALSE(recording.prepare(error));
         EXPECT_EQ(error.rfind(command + ": ", 0), 0U) << error;

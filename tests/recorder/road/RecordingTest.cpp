@@ -264,9 +264,9 @@ TEST_F(Road, aScriptsHostIsRecordedUnderItsOwnName) {
 
 TEST_F(Road, aLibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
     const fs::path folder = caches / "with: spaces";
-    fs::create_directory_symlink(fs::path(kTap).parent_path(), folder);
+    fs::create_directory_symlink(fs::path(kGate).parent_path(), folder);
     options.command = {kHost, "tone", "0.3"};
-    Recording recording(options, sink, folder / fs::path(kTap).filename());
+    Recording recording(options, sink, folder / fs::path(kGate).filename());
     EXPECT_EQ(recording.run().hostExitCode, 0);
     EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
 }
@@ -277,9 +277,20 @@ TEST_F(Road, whatWasToBePreloadedAnywayStillIs) {
     }
     setenv("LD_PRELOAD", "libm.so.6", 1);
     const RecordingResult result =
-        record({"/bin/sh", "-c", "case $LD_PRELOAD in *tap.so:libm.so.6) exit 9;; esac"});
+        record({"/bin/sh", "-c", "case $LD_PRELOAD in *gate.so:libm.so.6) exit 9;; esac"});
     unsetenv("LD_PRELOAD");
     EXPECT_EQ(result.hostExitCode, 9);
+}
+
+TEST_F(Road, aToolThatAHostStartsIsLeftAlone) {
+    if (kIsSanitized) {
+        GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
+    }
+    // 0 for a match: that would be the library in a tool that has no sound.
+    const RecordingResult result = record(
+        {"/bin/sh", "-c", "grep -q gate.so /proc/self/maps || exit 8; "
+                          "grep -q -e libTQAudioRecord -e _tap.so /proc/self/maps; exit $?"});
+    EXPECT_EQ(result.hostExitCode, 1);
 }
 
 TEST_F(Road, aHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {

@@ -13,7 +13,7 @@
 
 inline const std::string kHost = TQ_ROAD_HOST;
 inline const std::string kOther = TQ_ROAD_OTHER_HOST;
-inline const std::string kTap = TQ_ROAD_TAP;
+inline const std::string kGate = TQ_ROAD_GATE;
 
 /// Records real hosts, each test with crash guards of its own.
 struct Road : testing::Test {
@@ -34,7 +34,7 @@ struct Road : testing::Test {
     }
     tqrecorder::RecordingResult record(std::vector<std::string> command) {
         options.command = std::move(command);
-        tqrecorder::Recording recording(options, sink, kTap);
+        tqrecorder::Recording recording(options, sink, kGate);
         return recording.run();
     }
 };

@@ -58,20 +58,20 @@ bool hear(Listener& listener, Launch& launch, GuardReport& report) {
 
 }  // namespace
 
-GuardReport runGuardCommand(const Options& options, const std::string& tap) {
+GuardReport runGuardCommand(const Options& options, const std::string& gate) {
     GuardReport report;
     const std::string& command = options.command.front();
     LaunchPlan plan;
     plan.command = {command};
     plan.program = findProgram(command);
-    plan.tap = tap;
+    plan.gate = gate;
     pthread_sigmask(SIG_SETMASK, nullptr, &plan.signals);
     Listener listener;
     if (!plan.program.isWorthStarting()) {
         report.error = plan.program.text(command);
         return report;
     }
-    if (tap.empty()) {
+    if (gate.empty()) {
         report.error =
             "the library to be loaded into COMMAND is missing; is the installation whole?";
         return report;

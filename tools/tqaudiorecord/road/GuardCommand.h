@@ -25,6 +25,6 @@ struct GuardReport {
 /// program's own name, so the program is started; it ends before its own code runs. As any launch
 /// does, it spends a retry when the launch before died inside the hooks.
 [[nodiscard]] GuardReport runGuardCommand(const Options& options,
-                                          const std::string& tap = findTap());
+                                          const std::string& gate = findGate());
 
 }  // namespace tqrecorder

@@ -18,17 +18,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kTapName = "libtqaudiorecord_tap.so";
-
 std::string assignment(const char* name, const std::string& value) {
     return std::string(name) + "=" + value;
 }
 
 /// A preload list is cut at spaces and colons, and a path holds them as it likes: then the library
 /// is reached through a link without any, in `linkFolder`. False when there is no place for one.
-bool makeListable(std::string& tap, std::string& linkFolder) {
+bool makeListable(std::string& gate, std::string& linkFolder) {
     constexpr const char* kSeparators = " :\t\n";
-    if (tap.find_first_of(kSeparators) == std::string::npos) {
+    if (gate.find_first_of(kSeparators) == std::string::npos) {
         return true;
     }
     std::error_code failure;
@@ -39,14 +37,14 @@ bool makeListable(std::string& tap, std::string& linkFolder) {
     }
     linkFolder = folder;
     // The folder, not the file: the library finds its own libraries beside itself.
-    fs::create_directory_symlink(fs::path(tap).parent_path(), folder + "/lib", failure);
-    tap = folder + "/lib/" + fs::path(tap).filename().string();
+    fs::create_directory_symlink(fs::path(gate).parent_path(), folder + "/lib", failure);
+    gate = folder + "/lib/" + fs::path(gate).filename().string();
     return !failure;
 }
 
-std::vector<std::string> environmentFor(const TapSettings& settings, const std::string& tap) {
+std::vector<std::string> environmentFor(const TapSettings& settings, const std::string& gate) {
     std::vector<std::string> list;
-    std::string preload = tap;
+    std::string preload = gate;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string_view text = *entry;
         const std::string_view name = text.substr(0, text.find('='));
@@ -115,12 +113,12 @@ class SpawnSettings {
 
 }  // namespace
 
-std::string findTap() {
+std::string findGate() {
     std::error_code failure;
     const fs::path folder = fs::read_symlink("/proc/self/exe", failure).parent_path();
     for (const fs::path& place :
-         {folder / ".." / TQ_RECORDER_LIBRARY_FOLDER / "tqaudiorecord" / kTapName,
-          folder / ".." / "lib" / kTapName}) {
+         {folder / ".." / TQ_RECORDER_LIBRARY_FOLDER / "tqaudiorecord" / kGateName,
+          folder / ".." / "lib" / kGateName}) {
         const fs::path real = fs::canonical(place, failure);
         if (!failure) {
             return real.string();
@@ -138,12 +136,12 @@ Launch::~Launch() {
 }
 
 bool Launch::start(const LaunchPlan& plan, std::string& error) {
-    std::string tap = plan.tap;
-    if (!makeListable(tap, linkFolder_)) {
+    std::string gate = plan.gate;
+    if (!makeListable(gate, linkFolder_)) {
         error = "no folder for temporary files can be used";
         return false;
     }
-    const std::vector<std::string> environment = environmentFor(plan.settings, tap);
+    const std::vector<std::string> environment = environmentFor(plan.settings, gate);
     const SpawnSettings settings(plan);
     int failure = settings.spawn(pid_, plan.program.path, plan.command, environment);
     if (failure == ENOEXEC && !plan.program.interpreter.empty()) {

@@ -14,14 +14,14 @@ namespace tqrecorder {
 
 /// Where the library that goes into recorded processes is: beside this program as it was built or
 /// installed. Empty when it is missing.
-[[nodiscard]] std::string findTap();
+[[nodiscard]] std::string findGate();
 
 /// How a command is to be started.
 struct LaunchPlan {
     std::vector<std::string> command;
     Program program;
     TapSettings settings;
-    std::string tap;
+    std::string gate;
     bool ownGroup = false;       ///< away from the terminal's signals
     bool outputToError = false;  ///< the standard output is the recording's
     sigset_t signals{};          ///< its signal mask

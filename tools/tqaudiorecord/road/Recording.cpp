@@ -21,8 +21,8 @@ constexpr double kBytesPerSecond = 1.8e6;
 
 }  // namespace
 
-Recording::Recording(const Options& options, Sink& sink, std::string tap)
-    : options_(options), sink_(sink), tap_(std::move(tap)) {
+Recording::Recording(const Options& options, Sink& sink, std::string gate)
+    : options_(options), sink_(sink), gate_(std::move(gate)) {
 }
 
 Recording::~Recording() = default;
@@ -33,7 +33,7 @@ bool Recording::prepare(std::string& error) {
         error = program_.text(options_.command.front());
         return false;
     }
-    if (tap_.empty()) {
+    if (gate_.empty()) {
         error = "the library to be loaded into COMMAND is missing; is the installation whole?";
         return false;
     }
@@ -69,7 +69,7 @@ bool Recording::launch(std::string& error) {
     LaunchPlan plan;
     plan.command = options_.command;
     plan.program = program_;
-    plan.tap = tap_;
+    plan.gate = gate_;
     plan.ownGroup = options_.hostEnd == Options::HostEnd::kGoesOn;
     plan.outputToError = options_.output == "-";
     plan.signals = signals_.before();

@@ -36,7 +36,7 @@ struct RecordingResult {
 class Recording {
   public:
     /// `tap` is the library to be preloaded. Both references outlive this.
-    Recording(const Options& options, Sink& sink, std::string tap = findTap());
+    Recording(const Options& options, Sink& sink, std::string gate = findGate());
     ~Recording();
     Recording(const Recording&) = delete;
     Recording& operator=(const Recording&) = delete;
@@ -68,7 +68,7 @@ class Recording {
 
     const Options& options_;
     Sink& sink_;
-    std::string tap_;
+    std::string gate_;
     bool isPrepared_ = false;
     Program program_;
     std::unique_ptr<DuckSource> duckSource_;

@@ -1,6 +1,5 @@
 #include "tap/HostImage.h"
 
-#include <Foundation/Foundation.h>
 #include <elf.h>
 #include <link.h>
 #include <unistd.h>
@@ -15,7 +14,7 @@
 namespace tqrecorder {
 namespace {
 
-constexpr std::array<std::string_view, 3> kOurs{"libtqaudiorecord_tap.so", "libTQAudioRecord",
+constexpr std::array<std::string_view, 4> kOurs{kTapName, kGateName, "libTQAudioRecord",
                                                 "libtqplatform.so"};
 constexpr std::array<std::string_view, 2> kWanted{"libtqplatform.so", "libTQAudioRecord.so"};
 
@@ -67,12 +66,6 @@ int lookForPlatform(dl_phdr_info* image, std::size_t /*size*/, void* found) {
 }
 
 }  // namespace
-
-std::string programName() {
-    const auto caches =
-        NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES);
-    return caches.empty() ? std::string() : std::string(baseName(caches.front()));
-}
 
 bool usesPlatform() {
     bool found = false;

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <string>
-
 namespace tqrecorder {
-
-/// The name under which the platform keeps this program's caches: its file's, without folders.
-[[nodiscard]] std::string programName();
 
 /// Whether the program or a library of it, other than ours, was linked against the platform.
 [[nodiscard]] bool usesPlatform();

@@ -1,5 +1,6 @@
 #include "tap/Tap.h"
 
+#include <Foundation/Foundation.h>
 #include <TQAudioRecord/TQAudioRecord.h>
 #include <mach/mach_time.h>
 #include <pthread.h>
@@ -10,6 +11,7 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <span>
 #include <thread>
 #include <utility>
@@ -24,6 +26,14 @@ constexpr int kPublishMilliseconds = 100;
 constexpr int kFollowMilliseconds = 20;
 
 std::atomic<Tap*> theTap{nullptr};
+
+/// The name under which the platform keeps this program's caches: its file's, without folders.
+std::string programName() {
+    const auto caches =
+        NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES);
+    return caches.empty() ? std::string()
+                          : std::filesystem::path(std::string(caches.front())).filename().string();
+}
 
 /// Signals stay with the host's threads while a thread is made under one of these.
 class SignalsBlocked {

@@ -12,6 +12,10 @@
 
 namespace tqrecorder {
 
+inline constexpr const char* kTapName = "libtqaudiorecord_tap.so";
+inline constexpr const char* kTapBeginName = "tqaudiorecord_tap_begin";
+/// What is preloaded, and opens the tap beside it where that is wanted.
+inline constexpr const char* kGateName = "libtqaudiorecord_gate.so";
 inline constexpr const char* kSettingsVariable = "TQ_AUDIO_RECORD_TAP";
 /// Set for the one exec by which a process starts anew with its guard armed; holds its pid.
 inline constexpr const char* kRestartVariable = "TQ_AUDIO_RECORD_TAP_RESTART";
