@@ -234,6 +234,9 @@ TEST_F(RecorderTest, AStartThatFailsKeepsTheRecordingOfBefore) {
 }
 
 TEST_F(RecorderTest, AHostUnderALimitOfFileSizesPlaysOn) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
+#endif
     // Memory that is shared counts as a file.
     const Outcome outcome = run({"-q"}, {"/bin/sh", "-c",
                                          "ulimit -f 200; exec " + game("1")[0] +
@@ -244,6 +247,9 @@ TEST_F(RecorderTest, AHostUnderALimitOfFileSizesPlaysOn) {
 }
 
 TEST_F(RecorderTest, SaysWhyItIsSilentEvenWhenItIsToBeQuiet) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
+#endif
     const Outcome outcome = run({"-q", "-o", folder_.file("out.wav")}, {"/bin/sh", "-c", "exit 0"});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_NE(outcome.errors, "");
