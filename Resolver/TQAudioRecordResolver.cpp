@@ -2,9 +2,9 @@
 
 #include <exception>
 
-#include "rebind/Rebinder.h"
+#include "hook/rebind/Rebinder.h"
 
-using tqresolver::Rebinder;
+using tqhook::Rebinder;
 
 int tqreplay_rebind_symbols(TQRebinding* rebindings, size_t count) {
     if (count == 0) {

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <unordered_map>
 
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace tqplatform {
 namespace {
@@ -63,7 +63,7 @@ class LiveObjects {
 };
 
 LiveObjects& liveObjects() {
-    static NeverDestroyed<LiveObjects> objects;
+    static tqcommon::NeverDestroyed<LiveObjects> objects;
     return *objects;
 }
 

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ class AllWork {
 };
 
 AllWork& allWork() {
-    static tqplatform::NeverDestroyed<AllWork> all;
+    static tqcommon::NeverDestroyed<AllWork> all;
     return *all;
 }
 

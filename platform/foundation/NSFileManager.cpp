@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace {
 
@@ -82,7 +82,7 @@ std::vector<std::string> NSSearchPathForDirectoriesInDomains(NSSearchPathDirecto
 }
 
 NSFileManager& NSFileManager::defaultManager() {
-    static tqplatform::NeverDestroyed<NSFileManager> manager;
+    static tqcommon::NeverDestroyed<NSFileManager> manager;
     return *manager;
 }
 

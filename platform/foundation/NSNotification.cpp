@@ -6,7 +6,7 @@
 #include <vector>
 
 #include <Foundation/NSException.h>
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ struct NSNotificationCenter::State {
 };
 
 NSNotificationCenter& NSNotificationCenter::defaultCenter() {
-    static tqplatform::NeverDestroyed<NSNotificationCenter> center;
+    static tqcommon::NeverDestroyed<NSNotificationCenter> center;
     return *center;
 }
 

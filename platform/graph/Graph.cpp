@@ -3,12 +3,12 @@
 #include <algorithm>
 
 #include "component/Status.h"
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace tqplatform {
 
 GraphTable& graphs() {
-    static NeverDestroyed<GraphTable> table;
+    static tqcommon::NeverDestroyed<GraphTable> table;
     return *table;
 }
 

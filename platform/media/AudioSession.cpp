@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "device/Device.h"
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace {
 
@@ -286,7 +286,7 @@ class Session {
 };
 
 Session& session() {
-    static tqplatform::NeverDestroyed<Session> theSession;
+    static tqcommon::NeverDestroyed<Session> theSession;
     return *theSession;
 }
 

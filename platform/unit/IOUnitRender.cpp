@@ -28,7 +28,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
         return;
     }
     followDevice();
-    const Published<RenderPlan>::Reader published(plan_);
+    const tqcommon::Published<RenderPlan>::Reader published(plan_);
     if (!published) {
         return;
     }
@@ -67,7 +67,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
 
 void IOUnit::followDevice() noexcept {
     {
-        const Published<RenderPlan>::Reader published(plan_);
+        const tqcommon::Published<RenderPlan>::Reader published(plan_);
         if (!published) {
             return;
         }
@@ -119,7 +119,7 @@ void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlic
     AudioUnitRenderActionFlags flags = 0;
     callNotifies(notifies.get(), kAudioUnitRenderAction_PreRender, time, 0, slice.frames, list);
     // A notify may have taken the callback away, and the program what that was made for.
-    const Published<RenderPlan>::Reader now(plan_);
+    const tqcommon::Published<RenderPlan>::Reader now(plan_);
     const OSStatus status = fill(static_cast<const Plan*>(now.get()), flags, time, slice);
     keepRenderError(status);
     const AudioUnitRenderActionFlags error =

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "foundation/NeverDestroyed.h"
+#include "common/NeverDestroyed.h"
 
 namespace tqplatform {
 
@@ -23,7 +23,7 @@ constinit thread_local Unit::ListenerDelay* delay __attribute__((tls_model("init
 }  // namespace
 
 UnitTable& units() {
-    static NeverDestroyed<UnitTable> table;
+    static tqcommon::NeverDestroyed<UnitTable> table;
     return *table;
 }
 

@@ -14,7 +14,7 @@
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
 #include "unit/InputSource.h"
-#include "unit/Published.h"
+#include "common/Published.h"
 
 namespace tqplatform {
 
@@ -159,7 +159,7 @@ class Unit {
         const void* owner;
         bool operator==(const Notify&) const = default;
     };
-    using Notifies = Published<std::vector<Notify>>;
+    using Notifies = tqcommon::Published<std::vector<Notify>>;
 
     /// A parameter's place in memory, its legal range and whether it is writable.
     struct Parameter {
@@ -257,7 +257,7 @@ class Unit {
     UInt32 maximumFrames_ = 1024;
     std::vector<Bus> inputs_;
     std::vector<Bus> outputs_;
-    Published<RenderPlan> plan_;
+    tqcommon::Published<RenderPlan> plan_;
     Notifies notifies_;
     std::array<std::atomic_flag, 2> busy_{};  ///< output bus 0, and all the others
     std::atomic<Float64> lastSampleTime_{0};

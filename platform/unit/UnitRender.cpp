@@ -45,7 +45,7 @@ OSStatus Unit::render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* t
     AudioUnitRenderActionFlags own = 0;
     AudioUnitRenderActionFlags& action = flags != nullptr ? *flags : own;
     const Notifies::Reader notifies(notifies_);
-    const Published<RenderPlan>::Reader plan(plan_);
+    const tqcommon::Published<RenderPlan>::Reader plan(plan_);
 
     OSStatus status = checkRender(plan.get(), bus, frames, *list);
     if (status == noErr) {
@@ -58,7 +58,7 @@ OSStatus Unit::render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* t
         callNotifies(notifies.get(), action | kAudioUnitRenderAction_PreRender, *time, bus, frames,
                      *list);
         // A notify may have taken the callback away, and the program what that was made for.
-        const Published<RenderPlan>::Reader now(plan_);
+        const tqcommon::Published<RenderPlan>::Reader now(plan_);
         status = now.get() == plan.get() ? noErr : checkRender(now.get(), bus, frames, *list);
         if (status == noErr) {
             status = renderBus(*now, {action, *time, bus, frames, *list});

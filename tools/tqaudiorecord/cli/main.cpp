@@ -10,8 +10,8 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Outputs.h"
-#include "road/GuardCommand.h"
-#include "road/Recording.h"
+#include "session/GuardCommand.h"
+#include "session/Recording.h"
 
 namespace {
 

@@ -1,0 +1,166 @@
+#pragma once
+
+#include <elf.h>
+#include <link.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tqhook {
+
+struct AddressRange {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+
+    [[nodiscard]] bool contains(std::uintptr_t address) const {
+        return address >= begin && address < end;
+    }
+};
+
+/// A mapped piece of an image, in absolute addresses.
+struct Segment {
+    AddressRange range;
+    std::uint32_t flags = 0;  ///< PF_R, PF_W, PF_X
+};
+
+/// Where an image lies in memory; everything that its program headers tell.
+struct ImageLayout {
+    std::uintptr_t base = 0;  ///< added to the addresses that the file names
+    std::string name;         ///< the loader's name; empty for the main program
+    bool isMainProgram = false;
+    AddressRange dynamic;
+    AddressRange relro;
+    std::vector<Segment> segments;
+
+    /// The segment that holds `address`, null when none does.
+    [[nodiscard]] const Segment* segmentOf(std::uintptr_t address) const {
+        for (const Segment& segment : segments) {
+            if (segment.range.contains(address)) {
+                return &segment;
+            }
+        }
+        return nullptr;
+    }
+    [[nodiscard]] bool contains(std::uintptr_t address) const {
+        return segmentOf(address) != nullptr;
+    }
+    [[nodiscard]] bool isCode(std::uintptr_t address) const {
+        const Segment* segment = segmentOf(address);
+        return segment != nullptr && (segment->flags & PF_X) != 0;
+    }
+};
+
+enum class SlotKind {
+    call,     ///< jumped through by the PLT; may still lead to lazy binding
+    pointer,  ///< holds a function's address in the GOT
+    data,     ///< a constant pointer in data
+};
+
+/// A place in an image that the loader fills with the address of a symbol.
+struct Slot {
+    SlotKind kind = SlotKind::call;
+    std::uintptr_t address = 0;
+    std::size_t symbol = 0;  ///< index in the image's dynamic symbol table
+};
+
+struct Definition {
+    std::uintptr_t address = 0;
+    bool isIndirect = false;  ///< `address` is a function that answers the real one
+};
+
+/// Reads the dynamic tables of a mapped image. Trusts nothing that they say: each access is
+/// checked against the image's readable segments, each table is cut at its segment's end, and no
+/// walk is longer than its table. Copies nothing; the layout and the memory must outlive it.
+/// Any thread; takes no lock.
+class ElfImage {
+  public:
+    explicit ElfImage(const ImageLayout& layout);
+
+    [[nodiscard]] const ImageLayout& layout() const { return layout_; }
+
+    /// The libraries that the image asks for, in order.
+    [[nodiscard]] std::vector<std::string_view> neededLibraries() const;
+
+    /// The name of a dynamic symbol, empty when index or text lie outside the tables.
+    [[nodiscard]] std::string_view symbolName(std::size_t index) const;
+    /// The first character of that name, 0 when there is none. Does not walk the name.
+    [[nodiscard]] char symbolInitial(std::size_t index) const;
+    /// Whether the image itself defines the symbol.
+    [[nodiscard]] bool definesSymbol(std::size_t index) const;
+    /// Finds a function that the image offers to others under `name`: the default version,
+    /// defined here.
+    [[nodiscard]] std::optional<Definition> definition(const char* name) const;
+    /// The address of the PLT entry that stands in for the address of the undefined symbol `name`
+    /// all over the process (a program linked at a fixed address makes such entries); 0 when none.
+    [[nodiscard]] std::uintptr_t canonicalStub(std::string_view name) const;
+
+    /// Calls visitor(const Slot&) for each aligned slot inside the image that a symbol fills.
+    template <class Visitor>
+    void forEachSlot(Visitor&& visitor) const {
+        forEachRelocation(callRelocations_, visitor);
+        forEachRelocation(otherRelocations_, visitor);
+    }
+
+  private:
+    using Symbol = ElfW(Sym);
+    using Relocation = ElfW(Rela);
+
+    [[nodiscard]] AddressRange readable(std::uintptr_t address, std::uintptr_t size) const;
+    [[nodiscard]] std::uintptr_t pointerValue(std::uintptr_t value) const;
+    [[nodiscard]] std::optional<Symbol> symbolAt(std::size_t index) const;
+    [[nodiscard]] std::string_view textAt(std::uintptr_t offset) const;
+    [[nodiscard]] std::optional<Definition> definitionAt(std::size_t index,
+                                                         std::string_view name) const;
+    [[nodiscard]] std::optional<Definition> gnuLookup(std::string_view name) const;
+    [[nodiscard]] std::optional<Definition> sysvLookup(std::string_view name) const;
+    [[nodiscard]] std::optional<Slot> slotOf(const Relocation& relocation) const;
+
+    /// Reads a T at `address`, or nothing when it is not wholly inside `bounds`.
+    template <class T>
+    [[nodiscard]] static std::optional<T> readWithin(const AddressRange& bounds,
+                                                     std::uintptr_t address) {
+        if (address < bounds.begin || address > bounds.end || bounds.end - address < sizeof(T)) {
+            return std::nullopt;
+        }
+        T value;
+        std::memcpy(&value, reinterpret_cast<const void*>(address), sizeof(T));
+        return value;
+    }
+    template <class T>
+    [[nodiscard]] static std::optional<T> elementOf(const AddressRange& table, std::size_t index) {
+        if (index >= (table.end - table.begin) / sizeof(T)) {
+            return std::nullopt;
+        }
+        return readWithin<T>(table, table.begin + index * sizeof(T));
+    }
+    template <class Visitor>
+    void forEachRelocation(const AddressRange& table, Visitor&& visitor) const {
+        const std::size_t count = (table.end - table.begin) / sizeof(Relocation);
+        for (std::size_t i = 0; i < count; ++i) {
+            if (const auto relocation = elementOf<Relocation>(table, i)) {
+                if (const auto slot = slotOf(*relocation)) {
+                    visitor(*slot);
+                }
+            }
+        }
+    }
+
+    const ImageLayout& layout_;
+    AddressRange symbols_;
+    AddressRange texts_;
+    AddressRange versions_;
+    AddressRange gnuHash_;
+    AddressRange sysvHash_;
+    AddressRange callRelocations_;
+    AddressRange otherRelocations_;
+};
+
+/// The hash that the loader's newer tables use.
+[[nodiscard]] std::uint32_t gnuSymbolHash(std::string_view name);
+
+}  // namespace tqhook

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "TQAudioRecordResolver.h"
+#include "hook/elf/LoadedImages.h"
+#include "hook/rebind/HeldImages.h"
+#include "hook/rebind/LoaderCalls.h"
+#include "hook/rebind/Originals.h"
+#include "hook/rebind/SlotChoice.h"
+#include "hook/rebind/SlotPatcher.h"
+#include "hook/rebind/SymbolTable.h"
+
+namespace tqhook {
+
+/// The redirections of the process and the images they were made in.
+///
+/// Locks: `mutex_` guards what stands below it and is only ever held for memory work. No call into
+/// the loader is made meanwhile: a thread in a load-time constructor holds the loader's lock and
+/// may wait for `mutex_`. Readers of the symbol table need no lock.
+class Rebinder {
+  public:
+    /// The one instance, made on first use, never destroyed.
+    static Rebinder& shared();
+
+    /// As tqreplay_rebind_symbols().
+    int rebind(std::span<TQRebinding> rebindings);
+    /// Redirects in images that were loaded since the last look. Nothing new costs one step of
+    /// the loader's list.
+    void scan();
+    /// What a lookup of `name` that found `found` should answer. Real-time safe.
+    [[nodiscard]] void* translated(const char* name, void* found) const;
+    /// Real-time safe.
+    [[nodiscard]] bool isRedirected(const char* name) const;
+    [[nodiscard]] TQRebindReport report();
+    /// Looks again at call slots that another thread may have been binding when they were changed,
+    /// and changes those back that lost. Forgets those that have had their time.
+    void verify();
+    /// Whether slots remain to be looked at later. The answer no ends the verifying thread: it
+    /// must not look again, another one is started when there is need.
+    [[nodiscard]] bool mustVerifyAgain();
+
+  private:
+    struct LazySlot {
+        std::uintptr_t address = 0;
+        std::string symbol;
+        std::chrono::steady_clock::time_point changed;
+    };
+    struct ImageRecord {
+        std::uintptr_t dynamic = 0;
+        std::string name;
+        std::vector<LazySlot> lazySlots;
+    };
+    struct Finding {
+        std::string name;
+        Original original;
+    };
+    struct Failure {
+        std::string image;
+        PatchResult result;
+    };
+
+    Rebinder();
+    ~Rebinder() = default;
+
+    [[nodiscard]] bool redirectInSight(const LoaderCalls& calls, std::span<TQRebinding> rebindings,
+                                       std::vector<Failure>& failures);
+    void examine(const LoaderCalls& calls, bool everything);
+    void patchImages(const LoadedImages& loaded, const HeldImages& held,
+                     const std::vector<bool>& isWanted, std::vector<Failure>& failures);
+    void conclude(const std::vector<Failure>& failures);
+    [[nodiscard]] static std::vector<Finding> find(const LoaderCalls& calls, const HeldImages& held,
+                                                   const std::vector<std::string>& names,
+                                                   const void* asker);
+    bool findLateDefinitions(const LoaderCalls& calls, const HeldImages& held);
+    void enter(std::span<TQRebinding> rebindings, const std::vector<Finding>& findings);
+    void publish(std::vector<SymbolEntry> entries);
+    [[nodiscard]] std::size_t startupCount(const LoadedImages& loaded);
+    [[nodiscard]] ImageRecord* recordOf(const ImageLayout& image);
+    void forgetGone(const LoadedImages& loaded);
+    void patchImage(const ImageLayout& layout, const HeldImages& held,
+                    std::vector<Failure>& failures);
+    void noteLazySlots(ImageRecord& record, std::span<const SlotWrite> writes);
+    void restoreLost(ImageRecord& record);
+    [[nodiscard]] bool hasLazySlots() const;
+    void startVerifier();
+
+    friend void prepareFork();
+    friend void resumeAfterFork();
+    friend void resumeInChild();
+
+    std::atomic<const SymbolTable*> table_{nullptr};
+    std::atomic<unsigned long long> seenAdds_{0};
+    std::atomic<unsigned long long> seenSubs_{0};
+    std::atomic<std::size_t> startupCount_{0};
+
+    std::mutex mutex_;
+    std::vector<ImageRecord> records_;
+    TQRebindReport report_{};
+    bool isVerifierRunning_ = false;
+};
+
+}  // namespace tqhook

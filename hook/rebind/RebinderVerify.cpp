@@ -1,0 +1,142 @@
+// The second look at lazily bound call slots, and what a fork needs.
+
+#include <pthread.h>
+#include <sys/single_threaded.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "hook/rebind/Rebinder.h"
+
+namespace tqhook {
+
+namespace {
+
+// A thread that was inside lazy binding when a slot was changed stores the real function over our
+// value once it is done; it does so once per slot, within microseconds unless it loses its core.
+constexpr std::chrono::milliseconds kVerifyDelay{50};
+
+void* runVerifier(void* /*unused*/) {
+    pthread_setname_np(pthread_self(), "TQRebindVerify");
+    do {
+        std::this_thread::sleep_for(kVerifyDelay);
+        Rebinder::shared().verify();
+    } while (Rebinder::shared().mustVerifyAgain());
+    return nullptr;
+}
+
+}  // namespace
+
+// A fork copies the locks as they are: hold ours over it, so that the child finds it free. The
+// verifying thread does not go along.
+void prepareFork() {
+    Rebinder::shared().mutex_.lock();
+}
+
+void resumeAfterFork() {
+    Rebinder::shared().mutex_.unlock();
+}
+
+void resumeInChild() {
+    Rebinder::shared().isVerifierRunning_ = false;
+    Rebinder::shared().mutex_.unlock();
+}
+
+Rebinder::Rebinder() {
+    pthread_atfork(prepareFork, resumeAfterFork, resumeInChild);
+}
+
+Rebinder& Rebinder::shared() {
+    static Rebinder* const instance = new Rebinder;
+    return *instance;
+}
+
+void Rebinder::noteLazySlots(ImageRecord& record, std::span<const SlotWrite> writes) {
+    if (__libc_single_threaded != 0) {
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    for (const SlotWrite& write : writes) {
+        if (write.wasUnbound) {
+            record.lazySlots.push_back({write.address, write.entry->name, now});
+        }
+    }
+}
+
+void Rebinder::restoreLost(ImageRecord& record) {
+    const SymbolTable& table = *table_.load(std::memory_order_acquire);
+    for (const LazySlot& slot : record.lazySlots) {
+        const SymbolEntry* entry = table.find(slot.symbol);
+        const void* value = slotValue(slot.address);
+        if (entry != nullptr && value != entry->newest() && entry->leadsHere(value)) {
+            storeSlot(slot.address, entry->newest());
+            ++report_.restoredSlots;
+        }
+    }
+}
+
+void Rebinder::verify() {
+    const LoaderCalls& calls = *loaderCalls();
+    const LoadedImages loaded = loadedImages();
+    std::vector<bool> isWanted(loaded.images.size(), false);
+    {
+        const std::lock_guard lock(mutex_);
+        for (std::size_t i = 0; i < loaded.images.size(); ++i) {
+            const ImageRecord* record = recordOf(loaded.images[i]);
+            isWanted[i] = record != nullptr && !record->lazySlots.empty();
+        }
+    }
+    const HeldImages held(calls, loaded, startupCount(loaded),
+                          [&](std::size_t i) { return isWanted[i]; });
+    const std::lock_guard lock(mutex_);
+    forgetGone(loaded);
+    const auto settled = std::chrono::steady_clock::now() - kVerifyDelay;
+    for (const ImageLayout* image : held.images()) {
+        if (ImageRecord* record = recordOf(*image)) {
+            restoreLost(*record);
+            std::erase_if(record->lazySlots,
+                          [settled](const LazySlot& slot) { return slot.changed <= settled; });
+        }
+    }
+}
+
+bool Rebinder::hasLazySlots() const {
+    return std::any_of(records_.begin(), records_.end(),
+                       [](const ImageRecord& record) { return !record.lazySlots.empty(); });
+}
+
+bool Rebinder::mustVerifyAgain() {
+    const std::lock_guard lock(mutex_);
+    isVerifierRunning_ = hasLazySlots();
+    return isVerifierRunning_;
+}
+
+void Rebinder::startVerifier() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (isVerifierRunning_ || !hasLazySlots()) {
+            return;
+        }
+        isVerifierRunning_ = true;
+    }
+    // The host's signals are for the host's threads.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_t thread{};
+    if (pthread_create(&thread, &attributes, runVerifier, nullptr) != 0) {
+        // The next look at the images does it.
+        const std::lock_guard lock(mutex_);
+        isVerifierRunning_ = false;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+}  // namespace tqhook

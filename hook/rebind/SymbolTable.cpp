@@ -1,0 +1,84 @@
+#include "hook/rebind/SymbolTable.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+
+#include "hook/elf/ElfImage.h"
+
+namespace tqhook {
+
+namespace {
+
+// A replacement may run on another thread as soon as a slot leads to it.
+void fill(void** saved, void* function) {
+    std::atomic_ref<void*>(*saved).store(function, std::memory_order_release);
+}
+
+}  // namespace
+
+bool SymbolEntry::leadsHere(const void* target) const {
+    return target != nullptr &&
+           (target == original || target == definition ||
+            std::any_of(chain.begin(), chain.end(),
+                        [target](const Link& link) { return link.replacement == target; }));
+}
+
+void SymbolEntry::prepend(void* replacement, void** saved) {
+    auto link = std::find_if(chain.begin(), chain.end(), [replacement](const Link& each) {
+        return each.replacement == replacement;
+    });
+    if (link == chain.end()) {
+        chain.push_back({replacement, {}});
+        link = std::prev(chain.end());
+    }
+    if (saved != nullptr) {
+        fill(saved, link == chain.begin() ? original : std::prev(link)->replacement);
+        link->saved.push_back(saved);
+    }
+}
+
+void SymbolEntry::settle(void* function, void* trueDefinition) {
+    original = function;
+    definition = trueDefinition;
+    for (void** saved : chain.front().saved) {
+        fill(saved, function);
+    }
+}
+
+SymbolTable::SymbolTable(std::vector<SymbolEntry> entries,
+                         std::unique_ptr<const SymbolTable> previous)
+    : entries_(std::move(entries)),
+      places_(std::bit_ceil(entries_.size() * 2 + 1)),
+      previous_(std::move(previous)) {
+    for (const SymbolEntry& entry : entries_) {
+        firstCharacters_.set(static_cast<unsigned char>(entry.name.front()));
+        std::size_t place = gnuSymbolHash(entry.name) & (places_.size() - 1);
+        while (places_[place] != nullptr) {
+            place = (place + 1) & (places_.size() - 1);
+        }
+        places_[place] = &entry;
+    }
+}
+
+const SymbolEntry* SymbolTable::findWanted(const ElfImage& image, std::size_t symbol) const {
+    if (image.definesSymbol(symbol)) {
+        return nullptr;
+    }
+    // Most names of a program are mangled and long: this is cheaper than finding their ends.
+    const auto initial = static_cast<unsigned char>(image.symbolInitial(symbol));
+    return firstCharacters_.test(initial) ? find(image.symbolName(symbol)) : nullptr;
+}
+
+const SymbolEntry* SymbolTable::find(std::string_view name) const {
+    if (name.empty() || !firstCharacters_.test(static_cast<unsigned char>(name.front()))) {
+        return nullptr;
+    }
+    std::size_t place = gnuSymbolHash(name) & (places_.size() - 1);
+    while (places_[place] != nullptr && places_[place]->name != name) {
+        place = (place + 1) & (places_.size() - 1);
+    }
+    return places_[place];
+}
+
+}  // namespace tqhook

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <bitset>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tqhook {
+
+class ElfImage;
+
+/// Who redirects a symbol, and so which images keep their calls.
+enum class SymbolRole {
+    audio,   ///< registered by a caller: the images that define such symbols keep their own calls
+    load,    ///< dlopen, dlmopen: watched everywhere, so that no later image is missed
+    lookup,  ///< dlsym, dlvsym: watched like audio calls
+};
+
+/// One redirected symbol.
+struct SymbolEntry {
+    std::string name;
+    SymbolRole role = SymbolRole::audio;
+    /// What the oldest replacement calls; null while no loaded image defines the symbol. Another
+    /// tool's function when that tool had redirected the callers already.
+    void* original = nullptr;
+    /// The true definition that lookups by name answer.
+    void* definition = nullptr;
+
+    struct Link {
+        void* replacement = nullptr;
+        std::vector<void**> saved;  ///< told what the replacement stands in front of
+    };
+    std::vector<Link> chain;  ///< oldest first
+
+    /// Puts a replacement in front of the others, or finds it among them, and fills `saved`.
+    void prepend(void* replacement, void** saved);
+    /// Takes what the oldest replacement stands in front of, and fills its saved slots.
+    void settle(void* function, void* trueDefinition);
+
+    /// What callers must reach.
+    [[nodiscard]] void* newest() const { return chain.back().replacement; }
+    /// Whether a call of `target` is one that the newest replacement takes over.
+    [[nodiscard]] bool leadsHere(const void* target) const;
+};
+
+/// The redirected symbols. Never changed once published: readers on any thread need no lock.
+class SymbolTable {
+  public:
+    /// `previous` is kept alive: a reader may still look at it.
+    SymbolTable(std::vector<SymbolEntry> entries, std::unique_ptr<const SymbolTable> previous);
+
+    /// Real-time safe: no lock, no allocation.
+    [[nodiscard]] const SymbolEntry* find(std::string_view name) const;
+    /// By index in the dynamic symbol table of an image; null when the image itself defines it.
+    [[nodiscard]] const SymbolEntry* findWanted(const ElfImage& image, std::size_t symbol) const;
+    [[nodiscard]] const std::vector<SymbolEntry>& entries() const { return entries_; }
+
+  private:
+    std::vector<SymbolEntry> entries_;
+    std::vector<const SymbolEntry*> places_;  ///< open addressing, a power of two in size
+    std::bitset<256> firstCharacters_;
+    std::unique_ptr<const SymbolTable> previous_;
+};
+
+}  // namespace tqhook

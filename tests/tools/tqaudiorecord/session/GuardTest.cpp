@@ -1,0 +1,80 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "RoadFixture.h"
+#include "session/GuardCommand.h"
+
+// The crash guards of real programs, seen and set from the command line.
+
+namespace {
+
+using namespace tqrecorder;
+
+struct Guard : Road {
+    GuardReport guard(Options::Action action, const std::string& command = kHost) {
+        options.action = action;
+        options.command = {command};
+        GuardReport report = runGuardCommand(options, kGate);
+        EXPECT_TRUE(report.isDone) << report.error;
+        options.action = Options::Action::kRecord;
+        return report;
+    }
+};
+
+TEST_F(Guard, isSeenArmedAndDisarmed) {
+    EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNeverEnabled);
+    GuardReport report = guard(Options::Action::kGuardArm);
+    EXPECT_EQ(report.state, GuardState::kArmed);
+    EXPECT_EQ(report.retriesLeft, 2);
+    EXPECT_EQ(report.name, "road_host");
+    EXPECT_EQ(report.text(), "road_host: armed, 2 retries left");
+    EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kArmed);
+    EXPECT_EQ(guard(Options::Action::kGuardDisarm).state, GuardState::kNotWanted);
+    EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNotWanted);
+}
+
+TEST_F(Guard, armedByHandRecordsWithoutArming) {
+    guard(Options::Action::kGuardArm);
+    options.armGuard = false;
+    record({kHost, "tone", "0.3"});
+    EXPECT_TRUE(sink.processes.at(1).facts.hooksInstalled);
+    EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
+}
+
+TEST_F(Guard, whoseRetriesAreUsedUpIsRestoredByArmingOnly) {
+    record({kHost, "die"});
+    record({kHost, "die"});
+    const GuardReport report = guard(Options::Action::kGuardStatus);
+    EXPECT_EQ(report.state, GuardState::kUsedUp);
+    EXPECT_THAT(report.text(), testing::HasSubstr("tqaudiorecord guard arm"));
+    EXPECT_EQ(guard(Options::Action::kGuardArm).retriesLeft, 2);
+    sink.processes.clear();
+    record({kHost, "tone", "0.3"});
+    EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
+}
+
+TEST_F(Guard, ofOneProgramIsNotAnothers) {
+    guard(Options::Action::kGuardArm);
+    EXPECT_EQ(guard(Options::Action::kGuardStatus, kOther).state, GuardState::kNeverEnabled);
+}
+
+TEST_F(Guard, doesNotRunTheProgram) {
+    options.command = {kHost};
+    options.action = Options::Action::kGuardStatus;
+    // A host without arguments would play for a minute and fail.
+    const GuardReport report = runGuardCommand(options, kGate);
+    EXPECT_TRUE(report.isDone);
+    EXPECT_TRUE(report.usesPlatform);
+}
+
+TEST_F(Guard, ofACommandThatIsNotThereIsAnError) {
+    options.command = {"no-such-command-anywhere"};
+    options.action = Options::Action::kGuardStatus;
+    const GuardReport report = runGuardCommand(options, kGate);
+    EXPECT_FALSE(report.isDone);
+    EXPECT_EQ(report.error, "no-such-command-anywhere: not found");
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+#include "session/Program.h"
+
+#include <elf.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "session/Recording.h"
+
+// What is found out about a command before it is started.
+
+namespace {
+
+using namespace tqrecorder;
+namespace fs = std::filesystem;
+using Problem = Program::Problem;
+
+const std::string kHost = TQ_ROAD_HOST;
+
+struct Commands : testing::Test {
+    fs::path folder;
+
+    void SetUp() override {
+        std::string name = testing::TempDir() + "tq-commands-XXXXXX";
+        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        folder = name;
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+    [[nodiscard]] std::string make(const std::string& name, const std::string& bytes,
+                                   mode_t mode = 0755) const {
+        const std::string path = folder / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        chmod(path.c_str(), mode);
+        return path;
+    }
+    static std::string read(const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    /// The host's file without the entry that names its loader.
+    static std::string staticHost() {
+        std::string bytes = read(kHost);
+        Elf64_Ehdr head{};
+        std::memcpy(&head, bytes.data(), sizeof head);
+        for (std::size_t i = 0; i < head.e_phnum; ++i) {
+            const std::size_t place = head.e_phoff + i * sizeof(Elf64_Phdr);
+            Elf64_Phdr segment{};
+            std::memcpy(&segment, bytes.data() + place, sizeof segment);
+            if (segment.p_type == PT_INTERP) {
+                segment.p_type = PT_NULL;
+                std::memcpy(bytes.data() + place, &segment, sizeof segment);
+            }
+        }
+        return bytes;
+    }
+};
+
+TEST_F(Commands, thatAreHostsHaveNoProblem) {
+    const Program program = findProgram(kHost);
+    EXPECT_EQ(program.problem, Problem::kNone);
+    EXPECT_EQ(program.path, kHost);
+    EXPECT_TRUE(program.isWorthStarting());
+    EXPECT_EQ(program.text(kHost), "");
+}
+
+TEST_F(Commands, areLookedUpInThePath) {
+    const Program program = findProgram("ls");
+    EXPECT_EQ(fs::path(program.path).filename(), "ls");
+    EXPECT_EQ(program.problem, Problem::kNoPlatform);
+    EXPECT_TRUE(program.isWorthStarting()) << "it may open the platform later";
+}
+
+TEST_F(Commands, thatAreNotThereAreSaidNotToBe) {
+    for (const std::string command : {"no-such-command-anywhere", "./none", "/none/none"}) {
+        const Program program = findProgram(command);
+        EXPECT_EQ(program.problem, Problem::kNotFound);
+        EXPECT_FALSE(program.isWorthStarting());
+        EXPECT_EQ(program.text(command), command + ": not found");
+    }
+}
+
+TEST_F(Commands, thatCannotBeExecutedAreSaidSo) {
+    EXPECT_EQ(findProgram(make("plain", read(kHost), 0644)).problem, Problem::kNotExecutable);
+    EXPECT_EQ(findProgram(folder).problem, Problem::kNotExecutable);
+}
+
+TEST_F(Commands, thatAreStaticallyLinkedAreFoundOut) {
+    const std::string path = make("static", staticHost());
+    const Program program = findProgram(path);
+    EXPECT_EQ(program.problem, Problem::kStatic);
+    EXPECT_FALSE(program.isWorthStarting());
+    EXPECT_EQ(program.text(path), path + ": is statically linked and cannot be recorded");
+}
+
+TEST_F(Commands, forAnotherMachineAreFoundOut) {
+    std::string bytes = read(kHost);
+    const Elf64_Half machine = EM_S390;
+    std::memcpy(bytes.data() + offsetof(Elf64_Ehdr, e_machine), &machine, sizeof machine);
+    EXPECT_EQ(findProgram(make("foreign", bytes)).problem, Problem::kOtherMachine);
+    bytes[EI_CLASS] = ELFCLASS32;
+    EXPECT_EQ(findProgram(make("small", bytes)).problem, Problem::kOtherMachine);
+}
+
+TEST_F(Commands, withRaisedPrivilegesAreFoundOut) {
+    const std::string path = make("raised", read(kHost));
+    const uid_t other = getuid() + 1;
+    if (chown(path.c_str(), other, getgid()) != 0) {
+        GTEST_SKIP() << "only root can give files away";
+    }
+    ASSERT_EQ(chmod(path.c_str(), 04755), 0);
+    EXPECT_EQ(findProgram(path).problem, Problem::kPrivileged);
+    ASSERT_EQ(chmod(path.c_str(), 0755), 0);
+    EXPECT_EQ(findProgram(path).problem, Problem::kNone);
+}
+
+TEST_F(Commands, thatAreScriptsNeedTheirInterpreter) {
+    const Program good = findProgram(make("good", "#! /bin/sh -e\nexit 0\n"));
+    EXPECT_EQ(good.problem, Problem::kNone);
+    EXPECT_EQ(good.interpreter, "/bin/sh");
+    EXPECT_EQ(findProgram(make("bad", "#!/none/sh\n")).problem, Problem::kNoInterpreter);
+    EXPECT_EQ(findProgram(make("bare", "exit 0\n")).interpreter, "/bin/sh");
+}
+
+TEST_F(Commands, thatAreBrokenProgramsDoNoHarm) {
+    const std::string whole = read(kHost);
+    for (const std::size_t length : {4U, 16U, 63U, 64U, 100U, 600U}) {
+        (void)findProgram(make("part" + std::to_string(length), whole.substr(0, length)));
+    }
+    std::string bytes = whole;
+    for (std::size_t i = 24; i < 3000 && i < bytes.size(); ++i) {
+        std::string changed = bytes;
+        changed[i] = '\xff';
+        if (i % 40 == 0) {
+            (void)findProgram(make("changed", changed));
+        }
+    }
+    EXPECT_EQ(findProgram(make("empty", "")).interpreter, "/bin/sh");
+}
+
+TEST_F(Commands, thatCannotBeRecordedAreNotStarted) {
+    Options options;
+    Sink sink;
+    for (const std::string& command : {make("static", staticHost()), std::string("none/none")}) {
+        options.command = {command};
+        Recording recording(options, sink, TQ_ROAD_GATE);
+        std::string error;
+        EXPECT_FALSE(recording.prepare(error));
+        EXPECT_EQ(error.rfind(command + ": ", 0), 0U) << error;
+        EXPECT_EQ(recording.run().end, RecordingResult::End::kNotStarted);
+    }
+}
+
+TEST_F(Commands, areNotStartedWithoutTheLibraryToLoad) {
+    Options options;
+    Sink sink;
+    options.command = {kHost};
+    Recording recording(options, sink, "");
+    std::string error;
+    EXPECT_FALSE(recording.prepare(error));
+    EXPECT_NE(error.find("missing"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "ipc/TapSettings.h"
+
+class RZReplayVolumeController;
+
+namespace tqrecorder {
+
+/// Ducking and compression of this process's own output, as the recorder's options ask for. One
+/// thread at a time.
+class VolumeControl {
+  public:
+    VolumeControl();
+    ~VolumeControl();
+    VolumeControl(const VolumeControl&) = delete;
+    VolumeControl& operator=(const VolumeControl&) = delete;
+
+    /// Switches on what is wanted. False when the library refuses something.
+    [[nodiscard]] bool begin(const TapSettings& settings);
+    /// Tells the level in dBFS that decides on ducking; new units learn of it here only.
+    void follow(float decibels);
+    /// Switches off what was switched on.
+    void end();
+
+  private:
+    std::unique_ptr<RZReplayVolumeController> controller_;
+    bool isDucking_ = false;
+    bool duckAlways_ = false;
+    bool isCompressing_ = false;
+};
+
+}  // namespace tqrecorder

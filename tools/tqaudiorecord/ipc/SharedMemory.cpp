@@ -1,0 +1,163 @@
+#include "ipc/SharedMemory.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <ctime>
+#include <memory>
+#include <utility>
+
+namespace tqrecorder {
+namespace {
+
+constexpr std::uint64_t kPage = 4096;
+constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
+constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
+constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
+constexpr std::uint64_t kMostBytes = std::uint64_t{8} << 30U;
+
+/// While it lives, a limit of file sizes is an error of this thread's calls, not a signal that ends
+/// the host.
+class FileSizeSignalHeld {
+  public:
+    FileSizeSignalHeld() {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+    }
+    ~FileSizeSignalHeld() {
+        if (sigismember(&before_, SIGXFSZ) == 0) {
+            constexpr timespec kNow{0, 0};
+            sigtimedwait(&signal_, nullptr, &kNow);
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    FileSizeSignalHeld(const FileSizeSignalHeld&) = delete;
+    FileSizeSignalHeld& operator=(const FileSizeSignalHeld&) = delete;
+
+  private:
+    sigset_t signal_{};
+    sigset_t before_{};
+};
+
+constexpr std::uint64_t wholePages(std::uint64_t bytes) {
+    return (bytes + kPage - 1) / kPage * kPage;
+}
+
+}  // namespace
+
+SharedMapping::SharedMapping(SharedMapping&& other) noexcept {
+    *this = std::move(other);
+}
+
+SharedMapping& SharedMapping::operator=(SharedMapping&& other) noexcept {
+    std::swap(base_, other.base_);
+    std::swap(bytes_, other.bytes_);
+    std::swap(ringOffset_, other.ringOffset_);
+    std::swap(ringBytes_, other.ringBytes_);
+    return *this;
+}
+
+SharedMapping::~SharedMapping() {
+    if (base_ != nullptr) {
+        munmap(base_, bytes_);
+    }
+}
+
+std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& descriptor) {
+    const std::uint64_t sizes[kRings] = {
+        wholePages(std::clamp(soundBytes, kLeastSoundBytes, kMostBytes / 2)), kEventBytes,
+        kLogBytes};
+    std::uint64_t total = wholePages(sizeof(SharedPage));
+    for (const std::uint64_t size : sizes) {
+        total += size;
+    }
+    descriptor = memfd_create("tqaudiorecord", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (descriptor < 0) {
+        return std::nullopt;
+    }
+    const auto fail = [&descriptor]() -> std::optional<SharedMapping> {
+        close(std::exchange(descriptor, -1));
+        return std::nullopt;
+    };
+    const FileSizeSignalHeld held;
+    // All of it is taken now: an audio thread must neither wait for a page nor find none left.
+    if (posix_fallocate(descriptor, 0, static_cast<off_t>(total)) != 0 ||
+        fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
+        return fail();
+    }
+    void* const base =
+        mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
+    if (base == MAP_FAILED) {
+        return fail();
+    }
+    SharedMapping mapping;
+    mapping.base_ = static_cast<std::byte*>(base);
+    mapping.bytes_ = total;
+    auto* const page = std::construct_at(reinterpret_cast<SharedPage*>(base));
+    page->totalBytes = total;
+    std::uint64_t offset = wholePages(sizeof(SharedPage));
+    for (std::size_t ring = 0; ring < kRings; ++ring) {
+        page->ringOffset[ring] = offset;
+        page->ringBytes[ring] = sizes[ring];
+        offset += sizes[ring];
+    }
+    return mapping.takeLayout() ? std::optional(std::move(mapping)) : std::nullopt;
+}
+
+std::optional<SharedMapping> SharedMapping::map(int descriptor) {
+    struct stat status {};
+    const int seals = fcntl(descriptor, F_GET_SEALS);
+    // A file that could still shrink would raise SIGBUS in the reader.
+    if (fstat(descriptor, &status) != 0 || seals < 0 || (seals & F_SEAL_SHRINK) == 0 ||
+        status.st_size < static_cast<off_t>(sizeof(SharedPage)) ||
+        status.st_size > static_cast<off_t>(kMostBytes)) {
+        return std::nullopt;
+    }
+    SharedMapping mapping;
+    mapping.bytes_ = static_cast<std::size_t>(status.st_size);
+    void* const base =
+        mmap(nullptr, mapping.bytes_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (base == MAP_FAILED) {
+        return std::nullopt;
+    }
+    mapping.base_ = static_cast<std::byte*>(base);
+    return mapping.takeLayout() ? std::optional(std::move(mapping)) : std::nullopt;
+}
+
+bool SharedMapping::takeLayout() {
+    const SharedPage& shared = page();
+    if (shared.magic != SharedPage::kMagic || shared.totalBytes != bytes_) {
+        return false;
+    }
+    for (std::size_t ring = 0; ring < kRings; ++ring) {
+        const std::uint64_t offset = shared.ringOffset[ring];
+        const std::uint64_t size = shared.ringBytes[ring];
+        if (offset % 8 != 0 || size % 8 != 0 || size < kPage || offset < sizeof(SharedPage) ||
+            offset > bytes_ || size > bytes_ - offset) {
+            return false;
+        }
+        ringOffset_[ring] = offset;
+        ringBytes_[ring] = size;
+    }
+    return true;
+}
+
+std::span<std::byte> SharedMapping::memoryOf(RingId ring) const {
+    const auto index = static_cast<std::size_t>(ring);
+    return {base_ + ringOffset_[index], ringBytes_[index]};
+}
+
+RingWriter SharedMapping::writer(RingId ring) const {
+    return {page().rings[static_cast<std::size_t>(ring)], memoryOf(ring)};
+}
+
+RingReader SharedMapping::reader(RingId ring) const {
+    return {page().rings[static_cast<std::size_t>(ring)], memoryOf(ring)};
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "ipc/SharedRing.h"
+
+// What a recorded process and the recorder share: one piece of memory that the process makes and
+// the recorder keeps mapped, so that it can be read to its end whatever becomes of the process.
+
+namespace tqrecorder {
+
+inline constexpr std::size_t kTracks = 8;  ///< track numbers are 1 to 7
+inline constexpr std::size_t kRings = 3;
+
+enum class RingId : std::size_t { kSound, kEvents, kLog };
+
+/// A host unit as a number: 0 unknown, else its ordinal in the process, shifted by 1, and in the
+/// lowest bit whether it is a graph's.
+struct UnitNumber {
+    [[nodiscard]] static constexpr std::uint32_t of(std::uint32_t ordinal, bool isGraph) {
+        return ordinal << 1U | (isGraph ? 1U : 0U);
+    }
+};
+
+/// How the crash guard of a program stands. The numbers travel in shared memory.
+enum class GuardState : std::uint32_t {
+    kUnknown,
+    kNeverEnabled,
+    kArmed,
+    kNotWanted,  ///< was enabled once, nothing is wanted now
+    kForbidden,
+    kUsedUp,      ///< armed, but its retries are used up
+    kUnreadable,  ///< no flag files, or broken ones
+};
+
+/// Written by the process's own thread and log callback, read by the recorder.
+struct SharedFacts {
+    std::atomic<std::uint32_t> hooksInstalled{0};
+    std::atomic<GuardState> guard{GuardState::kUnknown};
+    std::atomic<std::int32_t> retriesLeft{0};
+    std::atomic<std::uint64_t> unitsCreated{0};
+    std::atomic<std::uint64_t> unitsStarted{0};
+    std::atomic<std::uint64_t> unitsWithMicrophone{0};
+};
+
+/// One track as the library's statistics tell it.
+struct SharedTrack {
+    std::atomic<std::uint32_t> isThere{0};
+    std::atomic<std::uint32_t> sampleRate{0};
+    std::atomic<std::uint32_t> channels{0};
+    std::atomic<std::uint32_t> isFloat{0};
+    std::atomic<std::uint32_t> bufferedBytes{0};
+    std::atomic<std::uint32_t> unit{0};
+};
+
+struct SharedPage {
+    static constexpr std::uint64_t kMagic = 0x31504154'52515431ULL;
+
+    std::uint64_t magic = kMagic;
+    std::uint64_t totalBytes = 0;
+    std::uint64_t ringOffset[kRings] = {};
+    std::uint64_t ringBytes[kRings] = {};
+    RingState rings[kRings];
+    SharedFacts facts;
+    SharedTrack tracks[kTracks];
+    /// The recorder's: outside level for ducking, dBFS.
+    std::atomic<float> duckLevel{-1000};
+};
+
+/// Owns a mapping of shared memory.
+class SharedMapping {
+  public:
+    SharedMapping() = default;
+    SharedMapping(SharedMapping&& other) noexcept;
+    SharedMapping& operator=(SharedMapping&& other) noexcept;
+    SharedMapping(const SharedMapping&) = delete;
+    SharedMapping& operator=(const SharedMapping&) = delete;
+    ~SharedMapping();
+
+    /// Makes the memory, with the rings laid out. `descriptor` becomes the memfd, to be closed by
+    /// the caller. Nothing when the system refuses.
+    [[nodiscard]] static std::optional<SharedMapping> make(std::uint64_t soundBytes,
+                                                           int& descriptor);
+    /// Maps what another process made. Nothing unless its size is sealed and its layout sound.
+    [[nodiscard]] static std::optional<SharedMapping> map(int descriptor);
+
+    [[nodiscard]] SharedPage& page() const { return *reinterpret_cast<SharedPage*>(base_); }
+    [[nodiscard]] RingWriter writer(RingId ring) const;
+    [[nodiscard]] RingReader reader(RingId ring) const;
+
+  private:
+    [[nodiscard]] std::span<std::byte> memoryOf(RingId ring) const;
+    [[nodiscard]] bool takeLayout();
+
+    std::byte* base_ = nullptr;
+    std::size_t bytes_ = 0;
+    // Copied: the other side may change its own.
+    std::uint64_t ringOffset_[kRings] = {};
+    std::uint64_t ringBytes_[kRings] = {};
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "core/Options.h"
+#include "session/Launch.h"
+#include "ipc/SharedMemory.h"
+
+namespace tqrecorder {
+
+/// What a look at, or a change of, a program's crash guard came to.
+struct GuardReport {
+    bool isDone = false;
+    std::string error;  ///< one line, when not
+    std::string name;   ///< the program that the guard belongs to: a script's is its interpreter
+    GuardState state = GuardState::kUnknown;
+    int retriesLeft = 0;
+    bool usesPlatform = false;
+
+    /// One line for the user.
+    [[nodiscard]] std::string text() const;
+};
+
+/// Does what `options.action` says with the guard of `options.command`. The guard belongs to the
+/// program's own name, so the program is started; it ends before its own code runs. As any launch
+/// does, it spends a retry when the launch before died inside the hooks.
+[[nodiscard]] GuardReport runGuardCommand(const Options& options,
+                                          const std::string& gate = findGate());
+
+}  // namespace tqrecorder

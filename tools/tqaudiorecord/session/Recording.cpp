@@ -1,0 +1,285 @@
+#include "session/Recording.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace tqrecorder {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kTurnMilliseconds = 5;
+constexpr milliseconds kTickPause{100};
+constexpr milliseconds kHostPatience{5000};
+/// A host that a terminal has interrupted knows already; asked again at once it might take that
+/// for impatience.
+constexpr milliseconds kTerminalPatience{2000};
+/// The mix and seven tracks of 48 kHz, 16-bit, stereo, and what goes with each block.
+constexpr double kBytesPerSecond = 1.8e6;
+
+}  // namespace
+
+Recording::Recording(const Options& options, Sink& sink, std::string gate)
+    : options_(options), sink_(sink), gate_(std::move(gate)) {
+}
+
+Recording::~Recording() = default;
+
+bool Recording::prepare(std::string& error) {
+    program_ = findProgram(options_.command.front());
+    if (!program_.isWorthStarting()) {
+        error = program_.text(options_.command.front());
+        return false;
+    }
+    if (gate_.empty()) {
+        error = "the library to be loaded into COMMAND is missing; is the installation whole?";
+        return false;
+    }
+    if (options_.duck && !options_.duckOn.empty()) {
+        duckSource_ = DuckSource::open(options_.duckOn, error);
+        if (duckSource_ == nullptr) {
+            return false;
+        }
+    }
+    if (!listener_.open(error)) {
+        return false;
+    }
+    if (!signals_.open()) {
+        error = "signals cannot be received";
+        return false;
+    }
+    isPrepared_ = true;
+    return true;
+}
+
+RecordingResult Recording::run() {
+    RecordingResult result;
+    if ((!isPrepared_ && !prepare(result.message)) || !launch(result.message)) {
+        sink_.finish();
+        return result;
+    }
+    loop(result);
+    finish(result);
+    return result;
+}
+
+bool Recording::launch(std::string& error) {
+    LaunchPlan plan;
+    plan.command = options_.command;
+    plan.program = program_;
+    plan.gate = gate_;
+    plan.ownGroup = options_.hostEnd == Options::HostEnd::kGoesOn;
+    plan.outputToError = options_.output == "-";
+    plan.signals = signals_.before();
+    TapSettings& settings = plan.settings;
+    settings.socket = listener_.name();
+    settings.recorder = getpid();
+    settings.soundBytes = static_cast<std::uint64_t>(options_.ringSeconds * kBytesPerSecond);
+    settings.wantsLog = options_.verbose;
+    settings.armGuard = options_.armGuard;
+    settings.duck = options_.duck;
+    settings.duckAlways = options_.duckOn.empty();
+    settings.duckDecibels = static_cast<float>(options_.duckDecibels);
+    settings.compress = options_.compress;
+    settings.compressThresholdDecibels = static_cast<float>(options_.compressThresholdDecibels);
+    settings.attackSeconds = static_cast<float>(options_.attackSeconds);
+    settings.releaseSeconds = static_cast<float>(options_.releaseSeconds);
+    began_ = Clock::now();
+    nextTick_ = began_ + kTickPause;
+    return host_.start(plan, error);
+}
+
+void Recording::loop(RecordingResult& result) {
+    using End = RecordingResult::End;
+    while (true) {
+        wait();
+        // Asked first: what a process delivers before its end is then in what is drained.
+        const bool hostIsOver = host_.isOver();
+        admit();
+        drain();
+        removeEnded();
+        if (hostIsOver) {
+            // Whoever had connected by then is in the queue, however short its life was.
+            admit();
+            drain();
+            result.end = End::kHostEnded;
+            result.hostExitCode = host_.exitCode();
+            return;
+        }
+        while (const auto signal = signals_.next()) {
+            if (signal->number == SIGUSR1) {
+                sink_.save();
+            } else {
+                hostKnows_ = signal->isFromTerminal && options_.hostEnd == Options::HostEnd::kEnds;
+                result.end = End::kSignal;
+                return;
+            }
+        }
+        if (isTimeOver()) {
+            result.end = End::kDuration;
+            return;
+        }
+        if (Clock::now() >= nextTick_) {
+            tick();
+            result.message = sink_.reasonToEnd();
+            if (!result.message.empty()) {
+                result.end = End::kSink;
+                return;
+            }
+        }
+    }
+}
+
+void Recording::wait() {
+    std::vector<pollfd> list{{listener_.descriptor(), POLLIN, 0},
+                             {signals_.descriptor(), POLLIN, 0},
+                             {host_.endDescriptor(), POLLIN, 0}};
+    poll(list.data(), list.size(), kTurnMilliseconds);
+}
+
+void Recording::admit() {
+    for (Visitor& visitor : listener_.visitors()) {
+        if (visitor.hello.isRecording != 0 && visitor.memory) {
+            enter(std::move(visitor));
+        } else if (visitor.hello.isRecording != 0) {
+            notes_.push_back(std::string(visitor.hello.name.data()) +
+                             ": no memory to share with the recorder; not recorded (--ring says " +
+                             "how much)");
+        }
+    }
+}
+
+void Recording::enter(Visitor visitor) {
+    if (!firstVisit_) {
+        firstVisit_ = Clock::now();
+    }
+    const pid_t pid = visitor.pid;
+    const std::string name = visitor.hello.name.data();
+    const bool isRestartFailed = visitor.hello.isRestartFailed != 0;
+    const std::uint64_t startTime = TappedProcess::startTimeOf(pid);
+    auto known = std::find_if(processes_.begin(), processes_.end(),
+                              [&](const auto& one) { return one->is(pid, startTime); });
+    if (known != processes_.end()) {
+        // It has replaced its program; what the last one played comes first.
+        (*known)->drain(sink_);
+    } else {
+        const bool isCommand = pid == host_.pid();
+        processes_.push_back(std::make_unique<TappedProcess>(lastId_ + 1, isCommand, startTime));
+        known = processes_.end() - 1;
+    }
+    const bool isNew = (*known)->process().pid == 0;
+    if (!(*known)->take(std::move(visitor))) {
+        notes_.push_back(name + ": what it shares with the recorder makes no sense; not recorded");
+        if (isNew) {
+            processes_.erase(known);
+        }
+        return;
+    }
+    lastId_ += isNew ? 1 : 0;
+    if (isRestartFailed) {
+        notes_.push_back(name + ": its crash guard was armed just now; it can be recorded from " +
+                         "its next launch on");
+    }
+    sink_.processBegan((*known)->process());
+}
+
+void Recording::drain() {
+    for (const auto& process : processes_) {
+        if (duckSource_ != nullptr && firstVisit_) {
+            const auto time =
+                std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - *firstVisit_);
+            process->setDuckLevel(duckSource_->level(static_cast<std::uint64_t>(time.count())));
+        }
+        const bool wasCorrupt = process->isCorrupt();
+        process->drain(sink_);
+        if (process->isCorrupt() && !wasCorrupt) {
+            notes_.push_back(process->process().name +
+                             ": its shared memory is corrupt; the rest is not recorded");
+        }
+    }
+}
+
+void Recording::removeEnded() {
+    for (auto place = processes_.begin(); place != processes_.end();) {
+        TappedProcess& process = **place;
+        if (!process.isOver()) {
+            ++place;
+            continue;
+        }
+        process.drain(sink_);
+        sink_.processEnded(process.process(), process.facts());
+        place = processes_.erase(place);
+    }
+}
+
+void Recording::tick() {
+    nextTick_ = std::max(nextTick_ + kTickPause, Clock::now());
+    for (const auto& process : processes_) {
+        process->tellNumbers(sink_);
+    }
+    sink_.tick(elapsedMicroseconds());
+}
+
+bool Recording::isTimeOver() const {
+    return options_.durationSeconds && Clock::now() - firstVisit_.value_or(began_) >=
+                                           std::chrono::duration<double>(*options_.durationSeconds);
+}
+
+void Recording::finish(RecordingResult& result) {
+    drain();
+    for (const auto& process : processes_) {
+        process->tellNumbers(sink_);
+        sink_.processEnded(process->process(), process->facts());
+    }
+    sink_.tick(elapsedMicroseconds());
+    // The files are whole before anything else is waited for.
+    sink_.finish();
+    if (!result.hostExitCode && options_.hostEnd == Options::HostEnd::kEnds) {
+        endHost();
+    }
+    // Whoever still runs sees this and takes its listeners back.
+    processes_.clear();
+    result.notes = std::move(notes_);
+}
+
+void Recording::endHost() {
+    const auto tell = [this](int number) {
+        host_.signal(number);
+        for (const auto& process : processes_) {
+            if (!process->process().isCommand) {
+                process->signal(number);
+            }
+        }
+    };
+    // False when the user has lost patience.
+    const auto waitFor = [this](milliseconds patience) {
+        const Clock::time_point deadline = Clock::now() + patience;
+        while (!host_.isOver() && Clock::now() < deadline) {
+            wait();
+            const auto signal = signals_.next();
+            if (signal && signal->number != SIGUSR1) {
+                return false;
+            }
+        }
+        return true;
+    };
+    if (!hostKnows_ || (waitFor(kTerminalPatience) && !host_.isOver())) {
+        tell(SIGTERM);
+        (void)waitFor(kHostPatience);
+    }
+    if (!host_.isOver()) {
+        tell(SIGKILL);
+        while (!host_.isOver()) {
+            wait();
+        }
+    }
+}
+
+std::uint64_t Recording::elapsedMicroseconds() const {
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - began_).count());
+}
+
+}  // namespace tqrecorder

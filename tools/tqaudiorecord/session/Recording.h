@@ -1,0 +1,87 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/Options.h"
+#include "core/Recording.h"
+#include "session/DuckSource.h"
+#include "session/Launch.h"
+#include "session/Listener.h"
+#include "session/SignalGate.h"
+#include "session/TappedProcess.h"
+
+namespace tqrecorder {
+
+/// How a recording went.
+struct RecordingResult {
+    enum class End { kNotStarted, kHostEnded, kDuration, kSignal, kSink };
+
+    End end = End::kNotStarted;
+    /// Of a command that ended by itself, as a shell tells it. Nothing when the recording ended
+    /// first, or the command was never started.
+    std::optional<int> hostExitCode;
+    /// Why it was not started, or why the sink ended it; one line.
+    std::string message;
+    /// What else the user should know; one line each.
+    std::vector<std::string> notes;
+};
+
+/// Starts a command, lets processes of it connect, and hands what they play to a sink. All of the
+/// sink's methods are called on the thread of run().
+class Recording {
+  public:
+    /// `tap` is the library to be preloaded. Both references outlive this.
+    Recording(const Options& options, Sink& sink, std::string gate = findGate());
+    ~Recording();
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
+
+    /// Everything that can fail before the command is started. False with one line in `error`.
+    /// From here on SIGINT, SIGTERM, SIGHUP and SIGUSR1 of this thread are taken by run().
+    [[nodiscard]] bool prepare(std::string& error);
+    [[nodiscard]] const Program& program() const { return program_; }
+
+    /// Records to the end, prepares before that if nobody has. Once.
+    [[nodiscard]] RecordingResult run();
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    [[nodiscard]] bool launch(std::string& error);
+    void loop(RecordingResult& result);
+    /// Waits a few milliseconds, less when something happens.
+    void wait();
+    void admit();
+    void enter(Visitor visitor);
+    void drain();
+    void removeEnded();
+    void tick();
+    [[nodiscard]] bool isTimeOver() const;
+    void finish(RecordingResult& result);
+    void endHost();
+    [[nodiscard]] std::uint64_t elapsedMicroseconds() const;
+
+    const Options& options_;
+    Sink& sink_;
+    std::string gate_;
+    bool isPrepared_ = false;
+    Program program_;
+    std::unique_ptr<DuckSource> duckSource_;
+    Listener listener_;
+    SignalGate signals_;
+    Launch host_;
+    std::vector<std::unique_ptr<TappedProcess>> processes_;
+    int lastId_ = 0;
+    bool hostKnows_ = false;  ///< of the end, from the terminal itself
+    std::vector<std::string> notes_;
+    Clock::time_point began_;
+    Clock::time_point nextTick_;
+    std::optional<Clock::time_point> firstVisit_;
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <csignal>
+#include <optional>
+
+#include "common/Descriptor.h"
+
+namespace tqrecorder {
+
+/// Takes the signals that a recording answers to through a descriptor, as long as it lives. One
+/// thread.
+class SignalGate {
+  public:
+    SignalGate() = default;
+    ~SignalGate() { close(); }
+    SignalGate(const SignalGate&) = delete;
+    SignalGate& operator=(const SignalGate&) = delete;
+
+    struct Signal {
+        int number = 0;
+        bool isFromTerminal = false;  ///< the terminal's whole foreground group got it
+    };
+
+    /// Signals that are ignored stay so.
+    [[nodiscard]] bool open();
+    void close();
+    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+    /// The mask of before, for processes to be started.
+    [[nodiscard]] const sigset_t& before() const { return before_; }
+    /// The next one, if there is one.
+    [[nodiscard]] std::optional<Signal> next() const;
+
+  private:
+    tqcommon::Descriptor descriptor_;
+    sigset_t before_{};
+};
+
+}  // namespace tqrecorder

@@ -1,0 +1,271 @@
+#include "session/TappedProcess.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "session/ProcessHandle.h"
+
+namespace tqrecorder {
+namespace {
+
+/// Of one turn, so that one process cannot keep the recorder to itself.
+constexpr int kMostRecords = 20000;
+constexpr std::uint32_t kMostChannels = 64;
+constexpr double kHighestRate = 1e6;
+/// What the library keeps of one track at most.
+constexpr std::uint64_t kTrackBufferBytes = 409600;
+
+bool isSound(const RecordHeader& header) {
+    const std::uint32_t bits = header.bitsPerChannel;
+    return header.channels > 0 && header.channels <= kMostChannels && header.track < kTracks &&
+           (bits == 8 || bits == 16 || bits == 24 || bits == 32 || bits == 64) &&
+           std::isfinite(header.sampleRate) && header.sampleRate > 0 &&
+           header.sampleRate <= kHighestRate &&
+           (header.buffers == 1 || header.buffers == header.channels);
+}
+
+std::string textOf(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+}  // namespace
+
+std::uint64_t TappedProcess::startTimeOf(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    // The program's name, in brackets, may hold anything.
+    std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
+    constexpr int kStartTime = 20;  // counted from behind the name
+    std::string field;
+    for (int i = 0; i < kStartTime; ++i) {
+        fields >> field;
+    }
+    return fields ? std::strtoull(field.c_str(), nullptr, 10) : 0;
+}
+
+TappedProcess::TappedProcess(int id, bool isCommand, std::uint64_t startTime)
+    : startTime_(startTime) {
+    process_.id = id;
+    process_.isCommand = isCommand;
+}
+
+bool TappedProcess::take(Visitor visitor) {
+    auto memory = SharedMapping::map(visitor.memory.get());
+    if (!memory) {
+        return false;
+    }
+    before_ = facts();
+    memory_ = std::move(*memory);
+    sound_ = memory_.reader(RingId::kSound);
+    events_ = memory_.reader(RingId::kEvents);
+    log_ = memory_.reader(RingId::kLog);
+    socket_ = std::move(visitor.socket);
+    hello_ = visitor.hello;
+    process_.pid = visitor.pid;
+    process_.name = visitor.hello.name.data();
+    if (!end_) {
+        end_ = openProcess(visitor.pid);
+    }
+    return true;
+}
+
+bool TappedProcess::isOver() const {
+    if (end_) {
+        pollfd wait{end_.get(), POLLIN, 0};
+        return poll(&wait, 1, 0) > 0;
+    }
+    return kill(process_.pid, 0) != 0;
+}
+
+void TappedProcess::signal(int number) const {
+    if (end_) {
+        signalProcess(end_, number);
+    }
+}
+
+void TappedProcess::drain(Sink& sink) {
+    if (isCorrupt_) {
+        return;
+    }
+    highestFill_ = std::max(highestFill_, sound_.fill());
+    takeLog(sink);
+    takeEvents(sink);
+    takeSound(sink);
+    const std::uint64_t blocks = sound_.takeLostRecords();
+    if (blocks > 0) {
+        sink.lost(process_, blocks, sound_.takeLostBytes());
+    }
+}
+
+void TappedProcess::takeSound(Sink& sink) {
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    for (int i = 0; i < kMostRecords; ++i) {
+        switch (sound_.next(header, payload)) {
+            case RingReader::Found::kNothing:
+                return;
+            case RingReader::Found::kCorrupt:
+                markCorrupt(sink);
+                return;
+            case RingReader::Found::kRecord:
+                if (!handBlock(sink, header, payload)) {
+                    markCorrupt(sink);
+                    return;
+                }
+        }
+    }
+}
+
+bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
+                              std::span<const std::byte> payload) {
+    const bool isMix = header.kind == RecordKind::kMix;
+    if ((!isMix && header.kind != RecordKind::kTrack) || !isSound(header) ||
+        (isMix ? header.track != 0 : header.track == 0)) {
+        return false;
+    }
+    Block block;
+    block.track = static_cast<int>(header.track);
+    block.format = {header.sampleRate, header.channels, header.bitsPerChannel, header.isFloat != 0};
+    block.microseconds = header.microseconds;
+    const std::string unit = isMix ? std::string() : unitText(header.unit);
+    block.unit = unit;
+    const std::size_t frameBytes = block.format.frameBytes();
+    const std::size_t frames = payload.size() / frameBytes;
+    block.frames = payload.first(frames * frameBytes);
+    if (header.buffers > 1) {
+        const std::size_t sample = header.bitsPerChannel / 8;
+        const std::size_t stride = payload.size() / header.buffers;
+        interleaved_.resize(frames * frameBytes);
+        std::byte* out = interleaved_.data();
+        for (std::size_t frame = 0; frame < frames; ++frame) {
+            for (std::size_t channel = 0; channel < header.channels; ++channel, out += sample) {
+                std::memcpy(out, payload.data() + channel * stride + frame * sample, sample);
+            }
+        }
+        block.frames = interleaved_;
+    }
+    if (isMix) {
+        ++blocks_;
+        blocksWithSound_ += std::any_of(block.frames.begin(), block.frames.end(),
+                                        [](std::byte byte) { return byte != std::byte{0}; })
+                                ? 1
+                                : 0;
+    }
+    if (frames > 0) {
+        sink.block(process_, block);
+    }
+    return true;
+}
+
+void TappedProcess::takeEvents(Sink& sink) {
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    for (int i = 0; i < kMostRecords; ++i) {
+        const RingReader::Found found = events_.next(header, payload);
+        if (found == RingReader::Found::kNothing) {
+            break;
+        }
+        if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kEvent) {
+            markCorrupt(sink);
+            return;
+        }
+        sink.event(process_, {header.microseconds, header.category, header.code, textOf(payload)});
+    }
+    if (const std::uint64_t count = events_.takeLostRecords(); count > 0) {
+        sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " events were lost"});
+    }
+}
+
+void TappedProcess::takeLog(Sink& sink) {
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    for (int i = 0; i < kMostRecords; ++i) {
+        const RingReader::Found found = log_.next(header, payload);
+        if (found == RingReader::Found::kNothing) {
+            break;
+        }
+        if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kLog ||
+            header.first > payload.size()) {
+            markCorrupt(sink);
+            return;
+        }
+        sink.log(process_,
+                 {static_cast<int>(std::min<std::uint64_t>(header.code, 4)),
+                  textOf(payload.first(header.first)), textOf(payload.subspan(header.first))});
+    }
+    if (const std::uint64_t count = log_.takeLostRecords(); count > 0) {
+        sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " log lines were lost"});
+    }
+}
+
+void TappedProcess::markCorrupt(Sink& sink) {
+    isCorrupt_ = true;
+    socket_.reset();
+    sink.log(process_, {4, "tqaudiorecord",
+                        "its shared memory is corrupt; this process is recorded no further"});
+}
+
+void TappedProcess::tellNumbers(Sink& sink) {
+    if (isCorrupt_) {
+        return;
+    }
+    std::vector<TrackNumbers> list;
+    for (std::size_t id = 1; id < kTracks; ++id) {
+        const SharedTrack& track = memory_.page().tracks[id];
+        if (track.isThere.load() == 0) {
+            continue;
+        }
+        TrackNumbers numbers;
+        numbers.track = static_cast<int>(id);
+        numbers.unit = unitText(track.unit.load());
+        // Its own blocks come as 16-bit samples where the host renders float.
+        numbers.format = {static_cast<double>(track.sampleRate.load()),
+                          std::min(track.channels.load(), kMostChannels), 16, false};
+        numbers.bufferedBytes = track.bufferedBytes.load();
+        numbers.bufferCapacity = kTrackBufferBytes;
+        list.push_back(std::move(numbers));
+    }
+    sink.numbers(process_, list, facts(), std::exchange(highestFill_, sound_.fill()));
+}
+
+HostFacts TappedProcess::facts() const {
+    HostFacts facts = before_;
+    if (process_.pid == 0) {
+        return facts;
+    }
+    const SharedFacts& shared = memory_.page().facts;
+    const GuardState guard = shared.guard.load();
+    facts.hooksInstalled = shared.hooksInstalled.load() != 0;
+    facts.guardRefused = !facts.hooksInstalled && guard != GuardState::kArmed;
+    facts.retriesLeft = shared.retriesLeft.load();
+    facts.unitsCreated += shared.unitsCreated.load();
+    facts.unitsStarted += shared.unitsStarted.load();
+    facts.unitsWithMicrophone += shared.unitsWithMicrophone.load();
+    facts.blocks = blocks_;
+    facts.blocksWithSound = blocksWithSound_;
+    return facts;
+}
+
+void TappedProcess::setDuckLevel(float decibels) {
+    if (!isCorrupt_) {
+        memory_.page().duckLevel.store(decibels, std::memory_order_relaxed);
+    }
+}
+
+std::string TappedProcess::unitText(std::uint32_t number) const {
+    if (number == 0) {
+        return "unit";
+    }
+    return ((number & 1U) != 0 ? "graph-" : "unit-") + std::to_string(number >> 1U);
+}
+
+}  // namespace tqrecorder

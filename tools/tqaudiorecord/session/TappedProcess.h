@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/Recording.h"
+#include "common/Descriptor.h"
+#include "session/Listener.h"
+#include "ipc/SharedMemory.h"
+
+namespace tqrecorder {
+
+/// One recorded process as the recorder sees it: hands what its rings hold to a sink. Nothing that
+/// a process writes into them, by accident or on purpose, can do more than end its recording.
+class TappedProcess {
+  public:
+    /// When the process `pid` was started, in the kernel's own unit; 0 when it is gone. With the
+    /// pid it names a process for good.
+    [[nodiscard]] static std::uint64_t startTimeOf(pid_t pid);
+
+    TappedProcess(int id, bool isCommand, std::uint64_t startTime);
+
+    /// Goes on with what this visitor brings: for a new process, and for one that has replaced its
+    /// program. False when its memory is not what it should be.
+    [[nodiscard]] bool take(Visitor visitor);
+    [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const {
+        return process_.pid == pid && startTime_ == startTime;
+    }
+    [[nodiscard]] const Process& process() const { return process_; }
+    /// Readable once the process has ended; -1 when the kernel cannot tell.
+    [[nodiscard]] int endDescriptor() const { return end_.get(); }
+    [[nodiscard]] bool isOver() const;
+    [[nodiscard]] bool isCorrupt() const { return isCorrupt_; }
+    /// Nothing when the signal found nobody.
+    void signal(int number) const;
+
+    /// Hands over what is there; all of it, unless the process fills the rings faster than this
+    /// empties them.
+    void drain(Sink& sink);
+    void tellNumbers(Sink& sink);
+    [[nodiscard]] HostFacts facts() const;
+    /// The level in dBFS that ducking is to follow.
+    void setDuckLevel(float decibels);
+
+  private:
+    void takeSound(Sink& sink);
+    void takeEvents(Sink& sink);
+    void takeLog(Sink& sink);
+    [[nodiscard]] bool handBlock(Sink& sink, const RecordHeader& header,
+                                 std::span<const std::byte> payload);
+    void markCorrupt(Sink& sink);
+    [[nodiscard]] std::string unitText(std::uint32_t number) const;
+
+    Process process_;
+    std::uint64_t startTime_;
+    tqcommon::Descriptor socket_;  ///< open as long as the process is to be recorded
+    tqcommon::Descriptor end_;
+    Hello hello_;
+    SharedMapping memory_;
+    RingReader sound_;
+    RingReader events_;
+    RingReader log_;
+    HostFacts before_;  ///< of the programs that this process ran before
+    std::uint64_t blocks_ = 0;
+    std::uint64_t blocksWithSound_ = 0;
+    double highestFill_ = 0;
+    std::vector<std::byte> interleaved_;
+    bool isCorrupt_ = false;
+};
+
+}  // namespace tqrecorder
