@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <thread>
 
+#include "common/SignalsBlocked.h"
 #include "hook/rebind/Rebinder.h"
 
 namespace tqhook {
@@ -121,21 +121,16 @@ void Rebinder::startVerifier() {
         }
         isVerifierRunning_ = true;
     }
-    // The host's signals are for the host's threads.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
+    const tqcommon::SignalsBlocked blocked;
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t thread{};
     if (pthread_create(&thread, &attributes, runVerifier, nullptr) != 0) {
         // The next look at the images does it.
         const std::lock_guard lock(mutex_);
         isVerifierRunning_ = false;
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);
 }
 

@@ -3,12 +3,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <ctime>
 #include <memory>
 #include <system_error>
 #include <thread>
 
+#include "common/SignalsBlocked.h"
 #include "device/Driver.h"
 #include "device/PeriodClock.h"
 
@@ -39,21 +39,7 @@ void sleepUntil(UInt64 deadlineNs) {
     }
 }
 
-/// Signals stay with the host's threads while a thread is made under one of these.
-class SignalsBlocked {
-  public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-  private:
-    sigset_t before_{};
-};
+;
 
 /// A clock without hardware: one thread paced by the monotonic clock plays into nothing and
 /// records silence. The thread comes with the first client and then stays, asleep while there is
@@ -94,7 +80,7 @@ class NullDevice final : public Driver {
             return true;
         }
         try {
-            const SignalsBlocked blocked;
+            const tqcommon::SignalsBlocked blocked;
             std::thread([this] { run(); }).detach();
         } catch (const std::system_error&) {
             return false;

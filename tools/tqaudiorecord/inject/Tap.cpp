@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -16,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/SignalsBlocked.h"
 #include "inject/Guard.h"
 #include "inject/HostImage.h"
 
@@ -35,21 +35,7 @@ std::string programName() {
                           : std::filesystem::path(std::string(caches.front())).filename().string();
 }
 
-/// Signals stay with the host's threads while a thread is made under one of these.
-class SignalsBlocked {
-  public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-  private:
-    sigset_t before_{};
-};
+;
 
 }  // namespace
 
@@ -178,7 +164,7 @@ bool Tap::connectRecording(const Hello& hello) {
 }
 
 void Tap::startThread(void (Tap::*body)()) {
-    const SignalsBlocked blocked;
+    const tqcommon::SignalsBlocked blocked;
     std::thread([this, body] {
         pthread_setname_np(pthread_self(), "TQAudioTap");
         try {
