@@ -16,14 +16,13 @@ extern "C" {
 // Real-time safe: no lock, no allocation. RTLD_NEXT stays raw, since it is how other tools ask
 // for the function behind their own.
 int tqhook_wants_dlsym(void* handle, const char* name, const void* /*version*/,
-                           const void* /*caller*/) {
+                       const void* /*caller*/) {
     return handle != RTLD_NEXT && name != nullptr && Rebinder::shared().isRedirected(name);
 }
 
 // Without a name, or without loading, there is nothing to find afterwards; a caller outside the
 // first namespace loads images that cannot be seen from here.
-int tqhook_wants_dlopen(const char* name, int flags, const void* /*unused*/,
-                            const void* caller) {
+int tqhook_wants_dlopen(const char* name, int flags, const void* /*unused*/, const void* caller) {
     return name != nullptr && (flags & RTLD_NOLOAD) == 0 && tqhook::canLoadFor(name, caller);
 }
 

@@ -60,14 +60,10 @@ struct ResolvedCalls {
 
 const std::array<LoaderSymbol, 4>& loaderSymbols() {
     static const std::array<LoaderSymbol, 4> symbols{{
-        {"dlopen", reinterpret_cast<void*>(&tqhook_dlopen_stand_in), &tqhook_real_dlopen,
-         true},
-        {"dlmopen", reinterpret_cast<void*>(&tqhook_dlmopen_stand_in), &tqhook_real_dlmopen,
-         true},
-        {"dlsym", reinterpret_cast<void*>(&tqhook_dlsym_stand_in), &tqhook_real_dlsym,
-         false},
-        {"dlvsym", reinterpret_cast<void*>(&tqhook_dlvsym_stand_in), &tqhook_real_dlvsym,
-         false},
+        {"dlopen", reinterpret_cast<void*>(&tqhook_dlopen_stand_in), &tqhook_real_dlopen, true},
+        {"dlmopen", reinterpret_cast<void*>(&tqhook_dlmopen_stand_in), &tqhook_real_dlmopen, true},
+        {"dlsym", reinterpret_cast<void*>(&tqhook_dlsym_stand_in), &tqhook_real_dlsym, false},
+        {"dlvsym", reinterpret_cast<void*>(&tqhook_dlvsym_stand_in), &tqhook_real_dlvsym, false},
     }};
     return symbols;
 }

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "component/Status.h"
 #include "common/NeverDestroyed.h"
+#include "component/Status.h"
 
 namespace tqplatform {
 

@@ -10,8 +10,8 @@
 #include <variant>
 #include <vector>
 
-#include "device/Device.h"
 #include "common/NeverDestroyed.h"
+#include "device/Device.h"
 
 namespace {
 

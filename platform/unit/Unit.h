@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "common/Published.h"
 #include "component/HandleTable.h"
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
 #include "unit/InputSource.h"
-#include "common/Published.h"
 
 namespace tqplatform {
 

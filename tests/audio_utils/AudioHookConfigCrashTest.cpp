@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "audio_hook_config.h"
 #include "TemporaryFolder.h"
+#include "audio_hook_config.h"
 
 namespace korva_audio_utils {
 namespace {

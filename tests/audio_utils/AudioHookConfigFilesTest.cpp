@@ -5,8 +5,8 @@
 #include <random>
 #include <string>
 
-#include "audio_hook_config.h"
 #include "AudioHookConfigFixture.h"
+#include "audio_hook_config.h"
 
 namespace korva_audio_utils {
 namespace {

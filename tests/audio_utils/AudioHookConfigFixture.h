@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "audio_hook_config.h"
 #include "LogRecorder.h"
 #include "TemporaryFolder.h"
+#include "audio_hook_config.h"
 
 namespace korva_audio_utils {
 

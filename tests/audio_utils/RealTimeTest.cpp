@@ -4,11 +4,11 @@
 #include <cstdint>
 
 #include "AllocationCounter.h"
+#include "TemporaryFolder.h"
 #include "audio_hook_config.h"
 #include "audio_stats.h"
 #include "event_filter.h"
 #include "ring_buffer.h"
-#include "TemporaryFolder.h"
 #include "volume_controller.h"
 
 // What render threads call allocates nothing once it is warm: every allocation of this program is

@@ -6,8 +6,8 @@
 #include <numeric>
 #include <vector>
 
-#include "volume_controller.h"
 #include "VolumeControllerHelpers.h"
+#include "volume_controller.h"
 
 namespace korva_audio_utils {
 namespace {

@@ -10,8 +10,8 @@
 #include "SineFit.h"
 #include "ToneHost.h"
 
-// Three hosts, three formats, one mix: from the hosts' callbacks to the listener, on the device that
-// the test pumps.
+// Three hosts, three formats, one mix: from the hosts' callbacks to the listener, on the device
+// that the test pumps.
 
 namespace {
 
@@ -128,16 +128,16 @@ TEST_F(ManualMix, postBlocksAreTheHostsBlocksSampleForSample) {
         const auto& first = recorded[0];
         const auto& played = rendered[0];
         ASSERT_GT(first.size(), 30000U) << track;
-        const auto start = std::search(played.begin(), played.end(), first.begin() + 1000,
-                                       first.begin() + 3000);
+        const auto start =
+            std::search(played.begin(), played.end(), first.begin() + 1000, first.begin() + 3000);
         ASSERT_NE(start, played.end()) << track;
         const auto offset = start - played.begin() - 1000;
         ASSERT_GE(offset, 0) << track;
         for (std::size_t channel = 0; channel < recorded.size(); ++channel) {
             const auto& stream = recorded[channel];
             ASSERT_LE(static_cast<std::size_t>(offset) + stream.size(), rendered[channel].size());
-            EXPECT_TRUE(std::equal(stream.begin(), stream.end(),
-                                   rendered[channel].begin() + offset))
+            EXPECT_TRUE(
+                std::equal(stream.begin(), stream.end(), rendered[channel].begin() + offset))
                 << "track " << track << " channel " << channel;
         }
     }
@@ -154,7 +154,8 @@ TEST_F(ManualMix, timeStampsRiseAndMatchHostTime) {
         EXPECT_NEAR(static_cast<double>(stamps[i]), static_cast<double>(pumped) / 1000, 1.0) << i;
     }
     for (const auto& [track, recorded] : collector->tracks()) {
-        EXPECT_TRUE(std::is_sorted(recorded.timeStamps.begin(), recorded.timeStamps.end())) << track;
+        EXPECT_TRUE(std::is_sorted(recorded.timeStamps.begin(), recorded.timeStamps.end()))
+            << track;
     }
 }
 

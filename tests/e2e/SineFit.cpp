@@ -42,8 +42,8 @@ SineFit fitSines(std::span<const double> signal, double sampleRate,
     std::vector<double> basis(terms);
     const auto fill = [&](std::size_t frame) {
         for (std::size_t f = 0; f < frequencies.size(); ++f) {
-            const double phase = 2 * std::numbers::pi * frequencies[f] *
-                                 static_cast<double>(frame) / sampleRate;
+            const double phase =
+                2 * std::numbers::pi * frequencies[f] * static_cast<double>(frame) / sampleRate;
             basis[2 * f] = std::sin(phase);
             basis[2 * f + 1] = std::cos(phase);
         }

@@ -35,8 +35,7 @@ AudioStreamBasicDescription describe(const ToneHost::Format& format) {
     desc.mSampleRate = format.sampleRate;
     desc.mFormatID = kAudioFormatLinearPCM;
     desc.mFormatFlags = kAudioFormatFlagIsPacked;
-    desc.mFormatFlags |=
-        format.isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger;
+    desc.mFormatFlags |= format.isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger;
     if (!format.isInterleaved) {
         desc.mFormatFlags |= kAudioFormatFlagIsNonInterleaved;
     }

@@ -13,7 +13,7 @@ class ToneHost {
     struct Format {
         double sampleRate;
         unsigned channels;
-        bool isFloat;        ///< 32-bit float, else 16-bit integer
+        bool isFloat;  ///< 32-bit float, else 16-bit integer
         bool isInterleaved;
     };
 

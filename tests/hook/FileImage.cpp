@@ -44,7 +44,7 @@ FileImage::FileImage(const std::string& path) {
     layout_.name = path;
     for (const ElfW(Phdr) & each : programHeaders) {
         const tqhook::AddressRange range{layout_.base + each.p_vaddr,
-                                             layout_.base + each.p_vaddr + each.p_memsz};
+                                         layout_.base + each.p_vaddr + each.p_memsz};
         if (each.p_type == PT_LOAD) {
             std::memcpy(bytes_ + each.p_vaddr, content.data() + each.p_offset, each.p_filesz);
             layout_.segments.push_back({range, each.p_flags});

@@ -193,8 +193,8 @@ TEST(ResolverHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
 }
 
 TEST(ResolverHost, ProgramWithoutASearchPathMayNamePluginsRelativeToItself) {
-    const HostRun run = runHost(
-        {hostProgram("bare_host"), hostLibrary("hook"), "$ORIGIN/libhook_plugin_lazy.so"});
+    const HostRun run =
+        runHost({hostProgram("bare_host"), hostLibrary("hook"), "$ORIGIN/libhook_plugin_lazy.so"});
     ASSERT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run["plugin_2"], "1003");
 }

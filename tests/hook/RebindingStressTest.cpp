@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "TQAudioRecordResolver.h"
 #include "HostRunner.h"
+#include "TQAudioRecordResolver.h"
 #include "hook/rebind/LoaderCalls.h"
 #include "hook/rebind/Rebinder.h"
 

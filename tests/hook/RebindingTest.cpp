@@ -11,9 +11,9 @@
 #include <mutex>
 #include <thread>
 
+#include "HostRunner.h"
 #include "TQAudioRecordResolver.h"
 #include "hook/elf/LoadedImages.h"
-#include "HostRunner.h"
 #include "hook/rebind/Rebinder.h"
 
 extern "C" {
@@ -286,8 +286,7 @@ std::uintptr_t callSlotOf(const char* library, const char* symbol) {
         }
         const tqhook::ElfImage image(layout);
         image.forEachSlot([&](const tqhook::Slot& slot) {
-            if (slot.kind == tqhook::SlotKind::call &&
-                image.symbolName(slot.symbol) == symbol) {
+            if (slot.kind == tqhook::SlotKind::call && image.symbolName(slot.symbol) == symbol) {
                 address = slot.address;
             }
         });

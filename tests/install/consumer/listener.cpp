@@ -10,7 +10,8 @@ struct Listener : RZReplayAudioRecorderListener<Listener> {
 int main() {
     auto& manager = RZStreamCollectManager::sharedManager();
     const auto listener = std::make_shared<Listener>();
-    const bool isKept = manager.startAudioStreamCollect(listener) && manager.stopAudioStreamCollect(listener);
+    const bool isKept =
+        manager.startAudioStreamCollect(listener) && manager.stopAudioStreamCollect(listener);
     std::printf("%s %d\n", TQAudioRecordVersionString, isKept);
     return isKept ? 0 : 1;
 }

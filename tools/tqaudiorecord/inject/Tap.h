@@ -8,9 +8,9 @@
 
 #include "inject/Door.h"
 #include "inject/LogWatch.h"
+#include "inject/VolumeControl.h"
 #include "ipc/SharedMemory.h"
 #include "ipc/TapSettings.h"
-#include "inject/VolumeControl.h"
 
 class NSString;
 class RZReplayASBDInfo;

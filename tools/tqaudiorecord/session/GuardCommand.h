@@ -3,8 +3,8 @@
 #include <string>
 
 #include "core/Options.h"
-#include "session/Launch.h"
 #include "ipc/SharedMemory.h"
+#include "session/Launch.h"
 
 namespace tqrecorder {
 

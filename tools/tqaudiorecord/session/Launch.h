@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/Descriptor.h"
-#include "session/Program.h"
 #include "ipc/TapSettings.h"
+#include "session/Program.h"
 
 namespace tqrecorder {
 

@@ -53,7 +53,8 @@ std::vector<tqcommon::Descriptor> descriptorsOf(msghdr& message) {
 
 bool Listener::open(std::string& error) {
     name_ = randomName();
-    socket_ = tqcommon::Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    socket_ =
+        tqcommon::Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path + 1, name_.data(), name_.size());
@@ -69,7 +70,8 @@ bool Listener::open(std::string& error) {
 
 std::vector<Visitor> Listener::visitors() {
     while (true) {
-        tqcommon::Descriptor socket(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        tqcommon::Descriptor socket(
+            accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket) {
             break;
         }

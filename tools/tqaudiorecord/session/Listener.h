@@ -15,7 +15,7 @@ namespace tqrecorder {
 struct Visitor {
     tqcommon::Descriptor socket;
     tqcommon::Descriptor memory;  ///< when it records
-    pid_t pid = 0;      ///< as the kernel tells it
+    pid_t pid = 0;                ///< as the kernel tells it
     Hello hello;
 };
 

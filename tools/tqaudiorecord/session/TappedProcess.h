@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "core/Recording.h"
 #include "common/Descriptor.h"
-#include "session/Listener.h"
+#include "core/Recording.h"
 #include "ipc/SharedMemory.h"
+#include "session/Listener.h"
 
 namespace tqrecorder {
 

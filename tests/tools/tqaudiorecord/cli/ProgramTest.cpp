@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "examples/game_host/GameSounds.h"
 #include "Program.h"
+#include "examples/game_host/GameSounds.h"
 
 namespace tqrecorder::test {
 namespace {

@@ -287,9 +287,10 @@ TEST_F(Road, aToolThatAHostStartsIsLeftAlone) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
     // 0 for a match: that would be the library in a tool that has no sound.
-    const RecordingResult result = record(
-        {"/bin/sh", "-c", "grep -q gate.so /proc/self/maps || exit 8; "
-                          "grep -q -e libTQAudioRecord -e _tap.so /proc/self/maps; exit $?"});
+    const RecordingResult result =
+        record({"/bin/sh", "-c",
+                "grep -q gate.so /proc/self/maps || exit 8; "
+                "grep -q -e libTQAudioRecord -e _tap.so /proc/self/maps; exit $?"});
     EXPECT_EQ(result.hostExitCode, 1);
 }
 
