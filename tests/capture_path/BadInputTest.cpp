@@ -41,7 +41,7 @@ class Thrower : public RZReplayAudioRecorderListener<Thrower> {
     bool isMaskThrown = false;
 };
 
-TEST_F(BadInput, aListenerThatThrowsKeepsNobodyFromListening) {
+TEST_F(BadInput, AListenerThatThrowsKeepsNobodyFromListening) {
     HostUnit unit;
     unit.play();
     const auto thrower = std::make_shared<Thrower>();
@@ -59,7 +59,7 @@ TEST_F(BadInput, aListenerThatThrowsKeepsNobodyFromListening) {
     EXPECT_TRUE(collect().stopAudioStreamCollect(thrower));
 }
 
-TEST_F(BadInput, aLogCallbackThatThrowsKeepsTheRoadOpen) {
+TEST_F(BadInput, ALogCallbackThatThrowsKeepsTheRoadOpen) {
     static int thrown = 0;
     const auto callback = +[](const char*, const char*, NSString*, int, int, NSString*) {
         ++thrown;
@@ -88,7 +88,7 @@ class ThrowingDelegate : public RZReplayVolumeControllerListener<ThrowingDelegat
     int calls = 0;
 };
 
-TEST_F(BadInput, aVolumeDelegateThatThrowsChangesNoResult) {
+TEST_F(BadInput, AVolumeDelegateThatThrowsChangesNoResult) {
     const auto delegate = std::make_shared<ThrowingDelegate>();
     RZReplayVolumeController controller;
     controller.setDelegate(delegate);
@@ -103,7 +103,7 @@ TEST_F(BadInput, aVolumeDelegateThatThrowsChangesNoResult) {
     EXPECT_FALSE(manager().isCompressorEnable());
 }
 
-TEST_F(BadInput, nullAtThePublicCallsIsRefused) {
+TEST_F(BadInput, NullAtThePublicCallsIsRefused) {
     EXPECT_FALSE(collect().startAudioStreamCollect(nullptr));
     EXPECT_FALSE(collect().stopAudioStreamCollect(nullptr));
     EXPECT_EQ(collect().createSampleBufferFromAudioBufferList(nullptr, {}, CMTime{}), nullptr);
@@ -120,7 +120,7 @@ TEST_F(BadInput, nullAtThePublicCallsIsRefused) {
     TQAudioRecordLog(nullptr, nullptr, nullptr, 0, 0, nullptr);
 }
 
-TEST_F(BadInput, absurdDescriptionsMakeNoSampleBufferAndNoCrash) {
+TEST_F(BadInput, AbsurdDescriptionsMakeNoSampleBufferAndNoCrash) {
     auto list = OwnedBufferList::interleaved(2, 64);
     RZReplayASBDInfo info;
     for (const double rate : {0.0, -1.0, 1e300, std::numeric_limits<double>::quiet_NaN()}) {
@@ -134,7 +134,7 @@ TEST_F(BadInput, absurdDescriptionsMakeNoSampleBufferAndNoCrash) {
     }
 }
 
-TEST_F(BadInput, blocksGivenInByHandAreSurvived) {
+TEST_F(BadInput, BlocksGivenInByHandAreSurvived) {
     ASSERT_TRUE(startCapture());
     const auto& recorder = collect().audioRecorder();
     RZReplayASBDInfo info;
@@ -145,7 +145,7 @@ TEST_F(BadInput, blocksGivenInByHandAreSurvived) {
     EXPECT_THAT(listener->events(), testing::Contains(event(~0ULL, ~0ULL, "")));
 }
 
-TEST_F(BadInput, aHostsCallbackThatIsFreedWithItsUnitIsNotCalledAgain) {
+TEST_F(BadInput, AHostsCallbackThatIsFreedWithItsUnitIsNotCalledAgain) {
     auto unit = std::make_unique<HostUnit>();
     unit->play();
     run();
@@ -154,7 +154,7 @@ TEST_F(BadInput, aHostsCallbackThatIsFreedWithItsUnitIsNotCalledAgain) {
     EXPECT_TRUE(listener->mixes().back().isSilent());
 }
 
-TEST_F(BadInput, aListenerThatIsForgottenByItsOwnerLivesUntilItIsRemoved) {
+TEST_F(BadInput, AListenerThatIsForgottenByItsOwnerLivesUntilItIsRemoved) {
     std::weak_ptr<Thrower> watched;
     {
         const auto thrower = std::make_shared<Thrower>();

@@ -43,7 +43,7 @@ struct SpoiltHost : Road {
     static std::string who(const HostUnit& unit) { return pointerText(unit.object().get()); }
 };
 
-TEST_F(SpoiltHost, whoseBufferIsTooSmallIsReportedOnceAndNotWritten) {
+TEST_F(SpoiltHost, WhoseBufferIsTooSmallIsReportedOnceAndNotWritten) {
     HostUnit unit;
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList& list) { list.mBuffers[0].mDataByteSize = 100; };
@@ -55,7 +55,7 @@ TEST_F(SpoiltHost, whoseBufferIsTooSmallIsReportedOnceAndNotWritten) {
     EXPECT_THAT(listener->posts(), IsEmpty());
 }
 
-TEST_F(SpoiltHost, whoClaimsMoreChannelsThanHisBufferHoldsIsReported) {
+TEST_F(SpoiltHost, WhoClaimsMoreChannelsThanHisBufferHoldsIsReported) {
     HostUnit unit;
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList& list) { list.mBuffers[0].mNumberChannels = 0x7FFFFFFF; };
@@ -65,7 +65,7 @@ TEST_F(SpoiltHost, whoClaimsMoreChannelsThanHisBufferHoldsIsReported) {
     EXPECT_EQ(listener->events()[0].code, 109U);
 }
 
-TEST_F(SpoiltHost, whoTakesTheDataAwayIsReported) {
+TEST_F(SpoiltHost, WhoTakesTheDataAwayIsReported) {
     HostUnit unit;
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList& list) { list.mBuffers[0].mData = nullptr; };
@@ -77,7 +77,7 @@ TEST_F(SpoiltHost, whoTakesTheDataAwayIsReported) {
                                       "available: 0")));
 }
 
-TEST_F(SpoiltHost, whoHandsBackNoBufferIsPassedOver) {
+TEST_F(SpoiltHost, WhoHandsBackNoBufferIsPassedOver) {
     HostUnit unit;
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList& list) { list.mNumberBuffers = 0; };
@@ -90,7 +90,7 @@ TEST_F(SpoiltHost, whoHandsBackNoBufferIsPassedOver) {
     EXPECT_THAT(listener->posts(), IsEmpty());
 }
 
-TEST_F(SpoiltHost, whoHandsBackFewerBuffersLeavesTheOthersSilent) {
+TEST_F(SpoiltHost, WhoHandsBackFewerBuffersLeavesTheOthersSilent) {
     HostUnit unit;
     play(unit, stream_formats::floatPlanar(48000, 2));
     spoil = [](AudioBufferList& list) { list.mNumberBuffers = 1; };
@@ -105,7 +105,7 @@ TEST_F(SpoiltHost, whoHandsBackFewerBuffersLeavesTheOthersSilent) {
     EXPECT_THAT(posts[0].samples(1), testing::Each(0));
 }
 
-TEST_F(SpoiltHost, aRingThatIsFullIsReportedOnce) {
+TEST_F(SpoiltHost, ARingThatIsFullIsReportedOnce) {
     HostUnit unit;
     play(unit, stream_formats::int16Interleaved(48000, 2));
     pump(2);
@@ -125,7 +125,7 @@ TEST_F(SpoiltHost, aRingThatIsFullIsReportedOnce) {
     EXPECT_FALSE(listener->mixes().back().isSilent());
 }
 
-TEST_F(SpoiltHost, whoseBusKeepsAnotherFormatIsReportedAsAReadMismatch) {
+TEST_F(SpoiltHost, WhoseBusKeepsAnotherFormatIsReportedAsAReadMismatch) {
     HostGraph graph;
     graph.sound.format = stream_formats::int16Interleaved(48000, 1);
     graph.play();
@@ -152,7 +152,7 @@ TEST_F(SpoiltHost, whoseBusKeepsAnotherFormatIsReportedAsAReadMismatch) {
     EXPECT_THAT(logs->linesOf(kRead), ElementsAre(IsLogLine(kFile, kRead, 4, events[0].message)));
 }
 
-TEST_F(SpoiltHost, aNullListAndANullReferenceAreSurvived) {
+TEST_F(SpoiltHost, ANullListAndANullReferenceAreSurvived) {
     HostUnit unit;
     play(unit, stream_formats::int16Interleaved(48000, 2));
     spoil = [](AudioBufferList&) {};

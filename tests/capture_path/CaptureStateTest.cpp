@@ -40,7 +40,7 @@ struct CaptureState : Road {
     }
 };
 
-TEST_F(CaptureState, isIdleAtFirstCapturingAfterAStartAndIdleAgainAfterTheStop) {
+TEST_F(CaptureState, IsIdleAtFirstCapturingAfterAStartAndIdleAgainAfterTheStop) {
     expectState(false, false, false);
     EXPECT_TRUE(startCapture());
     expectState(true, false, false);
@@ -49,7 +49,7 @@ TEST_F(CaptureState, isIdleAtFirstCapturingAfterAStartAndIdleAgainAfterTheStop) 
     EXPECT_TRUE(startCapture()) << "as often as one likes";
 }
 
-TEST_F(CaptureState, aSecondStartWhileCapturingAnswersYesAndBuildsNothing) {
+TEST_F(CaptureState, ASecondStartWhileCapturingAnswersYesAndBuildsNothing) {
     ASSERT_TRUE(startCapture());
     platform.clear();
     EXPECT_TRUE(manager().startCapture());
@@ -58,7 +58,7 @@ TEST_F(CaptureState, aSecondStartWhileCapturingAnswersYesAndBuildsNothing) {
     EXPECT_EQ(logs->count("[mix] start capture, isCurrentInterrupting: 0, isCapturing: 1"), 1U);
 }
 
-TEST_F(CaptureState, anInterruptionStopsCaptureAndItsEndStartsItAgain) {
+TEST_F(CaptureState, AnInterruptionStopsCaptureAndItsEndStartsItAgain) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -86,7 +86,7 @@ TEST_F(CaptureState, anInterruptionStopsCaptureAndItsEndStartsItAgain) {
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, aStartDuringAnInterruptionWaitsForItsEnd) {
+TEST_F(CaptureState, AStartDuringAnInterruptionWaitsForItsEnd) {
     beginInterruption();
     expectState(false, false, true);
     platform.clear();
@@ -100,7 +100,7 @@ TEST_F(CaptureState, aStartDuringAnInterruptionWaitsForItsEnd) {
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, aStopDuringAnInterruptionCancelsTheRestart) {
+TEST_F(CaptureState, AStopDuringAnInterruptionCancelsTheRestart) {
     ASSERT_TRUE(startCapture());
     beginInterruption();
     stopCapture();
@@ -109,20 +109,20 @@ TEST_F(CaptureState, aStopDuringAnInterruptionCancelsTheRestart) {
     expectState(false, false, false);
 }
 
-TEST_F(CaptureState, anInterruptionWhileIdleLeavesItIdle) {
+TEST_F(CaptureState, AnInterruptionWhileIdleLeavesItIdle) {
     beginInterruption();
     expectState(false, false, true);
     endInterruption();
     expectState(false, false, false);
 }
 
-TEST_F(CaptureState, anEndWithoutABeginningChangesNothing) {
+TEST_F(CaptureState, AnEndWithoutABeginningChangesNothing) {
     ASSERT_TRUE(startCapture());
     endInterruption();
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, anotherInterruptionTypeChangesNothing) {
+TEST_F(CaptureState, AnotherInterruptionTypeChangesNothing) {
     ASSERT_TRUE(startCapture());
     interrupt(2);
     interrupt(-1);
@@ -130,7 +130,7 @@ TEST_F(CaptureState, anotherInterruptionTypeChangesNothing) {
     EXPECT_THAT(logs->linesOf(kInterruption), IsEmpty());
 }
 
-TEST_F(CaptureState, anInterruptionNoteWithoutATypeReadsAsItsEnd) {
+TEST_F(CaptureState, AnInterruptionNoteWithoutATypeReadsAsItsEnd) {
     ASSERT_TRUE(startCapture());
     beginInterruption();
     expectState(false, true, true);
@@ -138,7 +138,7 @@ TEST_F(CaptureState, anInterruptionNoteWithoutATypeReadsAsItsEnd) {
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, theBackgroundEndsTheInterruptionAndKeepsThePendingStart) {
+TEST_F(CaptureState, TheBackgroundEndsTheInterruptionAndKeepsThePendingStart) {
     ASSERT_TRUE(startCapture());
     beginInterruption();
     enterBackground();
@@ -147,13 +147,13 @@ TEST_F(CaptureState, theBackgroundEndsTheInterruptionAndKeepsThePendingStart) {
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, theBackgroundAloneStopsNothing) {
+TEST_F(CaptureState, TheBackgroundAloneStopsNothing) {
     ASSERT_TRUE(startCapture());
     enterBackground();
     expectState(true, false, false);
 }
 
-TEST_F(CaptureState, aBrokenStateOutlivesInterruptions) {
+TEST_F(CaptureState, ABrokenStateOutlivesInterruptions) {
     ASSERT_TRUE(startCapture());
     platform.fail("AUGraphStop", -1);
     beginInterruption();
@@ -165,7 +165,7 @@ TEST_F(CaptureState, aBrokenStateOutlivesInterruptions) {
     EXPECT_THAT(listener->events(), ElementsAre(event(0, 102, "[mix] has stop error")));
 }
 
-TEST_F(CaptureState, manyStartsAndStopsInARowEndInTheLastState) {
+TEST_F(CaptureState, ManyStartsAndStopsInARowEndInTheLastState) {
     for (int i = 0; i < 20; ++i) {
         collect().startAudioStreamCollect(listener);
         collect().stopAudioStreamCollect(listener);
@@ -177,7 +177,7 @@ TEST_F(CaptureState, manyStartsAndStopsInARowEndInTheLastState) {
 
 // Take-over by the companion.
 
-TEST_F(CaptureState, aUnitThatTheCompanionTakesOverIsStopped) {
+TEST_F(CaptureState, AUnitThatTheCompanionTakesOverIsStopped) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -195,7 +195,7 @@ TEST_F(CaptureState, aUnitThatTheCompanionTakesOverIsStopped) {
     EXPECT_FALSE(resolver().existAudioUnit(host.unit())) << "forgotten with its object";
 }
 
-TEST_F(CaptureState, aUnitTakenOverBeforeCaptureStartsIsLeftOut) {
+TEST_F(CaptureState, AUnitTakenOverBeforeCaptureStartsIsLeftOut) {
     HostUnit taken;
     HostUnit kept;
     taken.play();
@@ -208,7 +208,7 @@ TEST_F(CaptureState, aUnitTakenOverBeforeCaptureStartsIsLeftOut) {
     EXPECT_TRUE(kept.object()->isCapturing());
 }
 
-TEST_F(CaptureState, aGraphThatTheCompanionTakesOverIsStopped) {
+TEST_F(CaptureState, AGraphThatTheCompanionTakesOverIsStopped) {
     HostGraph host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -222,7 +222,7 @@ TEST_F(CaptureState, aGraphThatTheCompanionTakesOverIsStopped) {
     resolver().unregisterNonGameUsedAuGraph(host.graph());
 }
 
-TEST_F(CaptureState, anUnknownUnitOrGraphThatIsTakenOverChangesNothing) {
+TEST_F(CaptureState, AnUnknownUnitOrGraphThatIsTakenOverChangesNothing) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -234,7 +234,7 @@ TEST_F(CaptureState, anUnknownUnitOrGraphThatIsTakenOverChangesNothing) {
     DisposeAUGraph(other);
 }
 
-TEST_F(CaptureState, aTakeOverNoticeWithoutAKeyIsLogged) {
+TEST_F(CaptureState, ATakeOverNoticeWithoutAKeyIsLogged) {
     post("TQAudioNewRegisterAudioUnitNotification");
     post("TQAudioNewRegisterAudioUnitNotification",
          {{"TQAudioNewRegisteredObject", std::string()}});
@@ -249,7 +249,7 @@ TEST_F(CaptureState, aTakeOverNoticeWithoutAKeyIsLogged) {
 
 // Units that come and go.
 
-TEST_F(CaptureState, unitsStartedBeforeAndDuringCaptureBothArrive) {
+TEST_F(CaptureState, UnitsStartedBeforeAndDuringCaptureBothArrive) {
     HostUnit before;
     before.sound.value = 0.125;
     before.play();
@@ -272,7 +272,7 @@ TEST_F(CaptureState, unitsStartedBeforeAndDuringCaptureBothArrive) {
     EXPECT_NEAR(listener->mixes().back().samples()[200], 0.25 * 32767, 4);
 }
 
-TEST_F(CaptureState, aUnitThatIsStoppedIsNotCapturedByAStart) {
+TEST_F(CaptureState, AUnitThatIsStoppedIsNotCapturedByAStart) {
     HostUnit host;
     host.prepare();
     ASSERT_TRUE(startCapture());
@@ -286,7 +286,7 @@ TEST_F(CaptureState, aUnitThatIsStoppedIsNotCapturedByAStart) {
                     0, 0, "[{key: " + unit + ", unit: " + unit + ", capture: 0, starte: 0},]")));
 }
 
-TEST_F(CaptureState, aStartWhileCaptureIsOffTouchesNoGraph) {
+TEST_F(CaptureState, AStartWhileCaptureIsOffTouchesNoGraph) {
     ASSERT_TRUE(startCapture());
     stopCapture();
     ASSERT_TRUE(collect().startAudioStreamCollect(listener));
@@ -301,7 +301,7 @@ TEST_F(CaptureState, aStartWhileCaptureIsOffTouchesNoGraph) {
     EXPECT_EQ(platform.count("AUGraphUpdate"), 0U);
 }
 
-TEST_F(CaptureState, sevenUnitsMixAndTheEighthIsLeftAlone) {
+TEST_F(CaptureState, SevenUnitsMixAndTheEighthIsLeftAlone) {
     HostUnit hosts[8];
     for (HostUnit& host : hosts) {
         host.sound.value = 0.0625;
@@ -316,7 +316,7 @@ TEST_F(CaptureState, sevenUnitsMixAndTheEighthIsLeftAlone) {
     EXPECT_EQ(next.object()->trackId(), 1) << "track 1 is free again";
 }
 
-TEST_F(CaptureState, trackNumbersAreReleasedByTheNumberNotByItsBit) {
+TEST_F(CaptureState, TrackNumbersAreReleasedByTheNumberNotByItsBit) {
     HostUnit hosts[3];
     hosts[2].dispose();
     EXPECT_EQ(manager().trackId(), 0b100) << "track 3 stays taken, 1 and 2 are free in the set";
@@ -325,7 +325,7 @@ TEST_F(CaptureState, trackNumbersAreReleasedByTheNumberNotByItsBit) {
     EXPECT_EQ(hosts[0].object()->trackId(), 1) << "two of them at once";
 }
 
-TEST_F(CaptureState, twoUnitsOfOneTrackAreSurvived) {
+TEST_F(CaptureState, TwoUnitsOfOneTrackAreSurvived) {
     HostUnit hosts[3];
     hosts[0].play();
     hosts[1].play();
@@ -345,7 +345,7 @@ TEST_F(CaptureState, twoUnitsOfOneTrackAreSurvived) {
     EXPECT_FALSE(manager().isCapturing());
 }
 
-TEST_F(CaptureState, unitsThatComeAndGoManyTimesLeaveNothingBehind) {
+TEST_F(CaptureState, UnitsThatComeAndGoManyTimesLeaveNothingBehind) {
     ASSERT_TRUE(startCapture());
     for (int i = 0; i < 30; ++i) {
         HostUnit host;
@@ -363,7 +363,7 @@ TEST_F(CaptureState, unitsThatComeAndGoManyTimesLeaveNothingBehind) {
     EXPECT_TRUE(listener->mixes().back().isSilent());
 }
 
-TEST_F(CaptureState, newUnitsGetTheDuckingThatIsOn) {
+TEST_F(CaptureState, NewUnitsGetTheDuckingThatIsOn) {
     RZReplayVolumeController controller;
     const RZReplayVolumeDuckingParam on(YES);
     ASSERT_EQ(controller.enableDucking(&on), 0);

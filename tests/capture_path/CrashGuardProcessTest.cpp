@@ -80,37 +80,37 @@ struct Launches : testing::Test {
     }
 };
 
-TEST_F(Launches, aHostWithoutTheLibraryPlays) {
+TEST_F(Launches, AHostWithoutTheLibraryPlays) {
     expectPlays(launch({kTone, "play"}), "absent");
 }
 
-TEST_F(Launches, aFreshInstallationLeavesTheHooksOut) {
+TEST_F(Launches, AFreshInstallationLeavesTheHooksOut) {
     expectPlays(launchPreloaded("play"), "out");
 }
 
-TEST_F(Launches, aPreloadedLibraryHooksWhenTheGuardAllows) {
+TEST_F(Launches, APreloadedLibraryHooksWhenTheGuardAllows) {
     arm();
     expectPlays(launchPreloaded("play"), "started");
 }
 
-TEST_F(Launches, aLinkedLibraryHooksWhenTheGuardAllows) {
+TEST_F(Launches, ALinkedLibraryHooksWhenTheGuardAllows) {
     arm();
     expectPlays(launch({kLinkedTone, "play"}), "started");
 }
 
-TEST_F(Launches, aLibraryOpenedAfterTheFirstCallsHooksWhenTheGuardAllows) {
+TEST_F(Launches, ALibraryOpenedAfterTheFirstCallsHooksWhenTheGuardAllows) {
     arm();
     const HostRun run = launch({kTone, "open:" + kLibrary});
     EXPECT_EQ(run["first_played"], "10") << run.text;
     expectPlays(run, "started");
 }
 
-TEST_F(Launches, aLinkedOrOpenedLibraryStaysOutWithoutTheGuardsLeave) {
+TEST_F(Launches, ALinkedOrOpenedLibraryStaysOutWithoutTheGuardsLeave) {
     expectPlays(launch({kLinkedTone, "play"}), "out");
     expectPlays(launch({kTone, "open:" + kLibrary}), "out");
 }
 
-TEST_F(Launches, aPeacefulLaunchCostsNoRetry) {
+TEST_F(Launches, APeacefulLaunchCostsNoRetry) {
     arm();
     for (int i = 0; i < 4; ++i) {
         expectPlays(launchPreloaded("play"), "started");
@@ -119,7 +119,7 @@ TEST_F(Launches, aPeacefulLaunchCostsNoRetry) {
     EXPECT_EQ(retries(), 2U);
 }
 
-TEST_F(Launches, aDeathInsideTheCallbackIsCountedAndCostsOneRetry) {
+TEST_F(Launches, ADeathInsideTheCallbackIsCountedAndCostsOneRetry) {
     arm();
     EXPECT_EQ(launchPreloaded("die").status, kKilled);
     EXPECT_EQ(word(count, 0), 1U);
@@ -130,7 +130,7 @@ TEST_F(Launches, aDeathInsideTheCallbackIsCountedAndCostsOneRetry) {
     EXPECT_EQ(retries(), 1U) << "and only once";
 }
 
-TEST_F(Launches, aSecondDeathLeavesTheHooksOutAndArmingBringsThemBack) {
+TEST_F(Launches, ASecondDeathLeavesTheHooksOutAndArmingBringsThemBack) {
     arm();
     EXPECT_EQ(launchPreloaded("die").status, kKilled);
     EXPECT_EQ(launchPreloaded("die").status, kKilled);
@@ -145,7 +145,7 @@ TEST_F(Launches, aSecondDeathLeavesTheHooksOutAndArmingBringsThemBack) {
     expectPlays(launchPreloaded("play"), "started");
 }
 
-TEST_F(Launches, whatTheLastLaunchLeftIsToldToTheHost) {
+TEST_F(Launches, WhatTheLastLaunchLeftIsToldToTheHost) {
     arm();
     EXPECT_EQ(launchPreloaded("die").status, kKilled);
     const HostRun run = launch({kArm});
@@ -155,7 +155,7 @@ TEST_F(Launches, whatTheLastLaunchLeftIsToldToTheHost) {
     EXPECT_EQ(launch({kArm})["retries"], "1");
 }
 
-TEST_F(Launches, aHostThatTakesItsWishBackOrForbidsIsObeyed) {
+TEST_F(Launches, AHostThatTakesItsWishBackOrForbidsIsObeyed) {
     arm();
     EXPECT_EQ(launch({kArm, "off"})["enabled"], "0");
     expectPlays(launchPreloaded("play"), "out");
@@ -166,7 +166,7 @@ TEST_F(Launches, aHostThatTakesItsWishBackOrForbidsIsObeyed) {
     expectPlays(launchPreloaded("play"), "started");
 }
 
-TEST_F(Launches, aTruncatedTableCountsAsEmpty) {
+TEST_F(Launches, ATruncatedTableCountsAsEmpty) {
     arm();
     for (const std::uintmax_t size : {0U, 3U, 7U}) {
         fs::resize_file(config, size);
@@ -176,7 +176,7 @@ TEST_F(Launches, aTruncatedTableCountsAsEmpty) {
     expectPlays(launchPreloaded("play"), "started");
 }
 
-TEST_F(Launches, aTruncatedCountFileCostsNothing) {
+TEST_F(Launches, ATruncatedCountFileCostsNothing) {
     arm();
     fs::resize_file(count, 0);
     expectPlays(launchPreloaded("play"), "started");
@@ -185,7 +185,7 @@ TEST_F(Launches, aTruncatedCountFileCostsNothing) {
     EXPECT_EQ(retries(), 2U);
 }
 
-TEST_F(Launches, aCorruptTableLeavesTheHooksOut) {
+TEST_F(Launches, ACorruptTableLeavesTheHooksOut) {
     arm();
     write(config, std::string(4096, '\xFF'));
     expectPlays(launchPreloaded("play"), "out");
@@ -197,7 +197,7 @@ TEST_F(Launches, aCorruptTableLeavesTheHooksOut) {
     expectPlays(launchPreloaded("play"), "started");
 }
 
-TEST_F(Launches, aCorruptCountSpendsARetryAtMost) {
+TEST_F(Launches, ACorruptCountSpendsARetryAtMost) {
     arm();
     write(count, std::string(4096, '\x7F'));
     expectPlays(launchPreloaded("play"), "started");
@@ -207,7 +207,7 @@ TEST_F(Launches, aCorruptCountSpendsARetryAtMost) {
     EXPECT_EQ(retries(), 1U) << "a negative count is no death";
 }
 
-TEST_F(Launches, flagFilesThatCannotBeOpenedLeaveTheHooksOut) {
+TEST_F(Launches, FlagFilesThatCannotBeOpenedLeaveTheHooksOut) {
     arm();
     for (const fs::path& file : {config, count}) {
         fs::remove(file);
@@ -221,7 +221,7 @@ TEST_F(Launches, flagFilesThatCannotBeOpenedLeaveTheHooksOut) {
     }
 }
 
-TEST_F(Launches, aCachesFolderThatCannotBeMadeLeavesTheHooksOut) {
+TEST_F(Launches, ACachesFolderThatCannotBeMadeLeavesTheHooksOut) {
     const fs::path blocked = caches / "file";
     write(blocked, "not a folder");
     for (const char* tail : {"", "/below"}) {
@@ -232,7 +232,7 @@ TEST_F(Launches, aCachesFolderThatCannotBeMadeLeavesTheHooksOut) {
     }
 }
 
-TEST_F(Launches, onTheClockedDeviceTheHostPlaysAsWell) {
+TEST_F(Launches, OnTheClockedDeviceTheHostPlaysAsWell) {
     arm();
     const HostRun run = runHost({kTone, "play"}, {{"XDG_CACHE_HOME", caches.string()},
                                                   {"TQ_AUDIO_DEVICE", "null"},

@@ -30,7 +30,7 @@ std::size_t registered() {
 
 using GraphHooks = Road;
 
-TEST_F(GraphHooks, anOutputNodeIsRememberedWhenItIsAdded) {
+TEST_F(GraphHooks, AnOutputNodeIsRememberedWhenItIsAdded) {
     HostGraph host;
     const AUNode node = host.addOutput();
     const std::string which = pointerText(host.graph()) + ", " + std::to_string(node);
@@ -41,7 +41,7 @@ TEST_F(GraphHooks, anOutputNodeIsRememberedWhenItIsAdded) {
     EXPECT_EQ(registered(), 0U) << "its unit does not exist yet";
 }
 
-TEST_F(GraphHooks, aMixerNodeIsNeverTracked) {
+TEST_F(GraphHooks, AMixerNodeIsNeverTracked) {
     HostGraph host;
     host.addMixer();
     EXPECT_THAT(logs->linesOf(kAdd), SizeIs(1));
@@ -57,7 +57,7 @@ TEST_F(GraphHooks, aMixerNodeIsNeverTracked) {
     EXPECT_EQ(registered(), 0U);
 }
 
-TEST_F(GraphHooks, aFailedAddOrOneWithoutAPlaceIsNotTracked) {
+TEST_F(GraphHooks, AFailedAddOrOneWithoutAPlaceIsNotTracked) {
     HostGraph host;
     platform.fail("AUGraphAddNode", -10862);
     const AudioComponentDescription desc{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
@@ -71,7 +71,7 @@ TEST_F(GraphHooks, aFailedAddOrOneWithoutAPlaceIsNotTracked) {
     EXPECT_NE(AUGraphAddNode(host.graph(), nullptr, nullptr), 0);
 }
 
-TEST_F(GraphHooks, openingMakesTheCaptureObjectOfTheOutputNode) {
+TEST_F(GraphHooks, OpeningMakesTheCaptureObjectOfTheOutputNode) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
@@ -84,7 +84,7 @@ TEST_F(GraphHooks, openingMakesTheCaptureObjectOfTheOutputNode) {
     EXPECT_EQ(manager().findAudioUnitObj(host.unitOf(node)), obj);
 }
 
-TEST_F(GraphHooks, aCallbackSetBeforeTheOpenIsChained) {
+TEST_F(GraphHooks, ACallbackSetBeforeTheOpenIsChained) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(host.setCallback(node), 0);
@@ -98,7 +98,7 @@ TEST_F(GraphHooks, aCallbackSetBeforeTheOpenIsChained) {
     EXPECT_EQ(host.sound.calls, 1);
 }
 
-TEST_F(GraphHooks, aCallbackSetAfterTheOpenGoesToTheObject) {
+TEST_F(GraphHooks, ACallbackSetAfterTheOpenGoesToTheObject) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
@@ -111,7 +111,7 @@ TEST_F(GraphHooks, aCallbackSetAfterTheOpenGoesToTheObject) {
     EXPECT_EQ(host.sound.calls, 1);
 }
 
-TEST_F(GraphHooks, theCallbackOfAnotherNodeIsLeftAlone) {
+TEST_F(GraphHooks, TheCallbackOfAnotherNodeIsLeftAlone) {
     HostGraph host;
     host.addOutput();
     const AUNode mixer = host.addMixer();
@@ -122,7 +122,7 @@ TEST_F(GraphHooks, theCallbackOfAnotherNodeIsLeftAlone) {
     EXPECT_EQ(host.object()->origin_inputProc(), nullptr);
 }
 
-TEST_F(GraphHooks, anyInputOfTheTrackedNodeIsTakenOver) {
+TEST_F(GraphHooks, AnyInputOfTheTrackedNodeIsTakenOver) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
@@ -130,7 +130,7 @@ TEST_F(GraphHooks, anyInputOfTheTrackedNodeIsTakenOver) {
     EXPECT_EQ(host.object()->origin_inputProcRefCon(), &host.sound);
 }
 
-TEST_F(GraphHooks, aNullProcedureIsStoredAndPassedOn) {
+TEST_F(GraphHooks, ANullProcedureIsStoredAndPassedOn) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(host.setCallback(node), 0);
@@ -141,7 +141,7 @@ TEST_F(GraphHooks, aNullProcedureIsStoredAndPassedOn) {
     EXPECT_EQ(host.object()->origin_inputProcRefCon(), &host);
 }
 
-TEST_F(GraphHooks, settingACallbackIsLoggedWithItsStatus) {
+TEST_F(GraphHooks, SettingACallbackIsLoggedWithItsStatus) {
     HostGraph host;
     const AUNode node = host.addOutput();
     platform.fail("AUGraphSetNodeInputCallback", -10861);
@@ -155,7 +155,7 @@ TEST_F(GraphHooks, settingACallbackIsLoggedWithItsStatus) {
     EXPECT_EQ(AUGraphSetNodeInputCallback(host.graph(), node, 0, nullptr), -10861);
 }
 
-TEST_F(GraphHooks, theCallbackIsRecordedBeforeThePlatformIsCalled) {
+TEST_F(GraphHooks, TheCallbackIsRecordedBeforeThePlatformIsCalled) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
@@ -169,7 +169,7 @@ TEST_F(GraphHooks, theCallbackIsRecordedBeforeThePlatformIsCalled) {
     platform.watch("AUGraphSetNodeInputCallback", {});
 }
 
-TEST_F(GraphHooks, ofTwoOutputNodesTheOneAddedLastIsTracked) {
+TEST_F(GraphHooks, OfTwoOutputNodesTheOneAddedLastIsTracked) {
     HostGraph host;
     const AUNode first = host.addOutput();
     // The platform refuses a second output node, so the first one goes in between unseen.
@@ -183,7 +183,7 @@ TEST_F(GraphHooks, ofTwoOutputNodesTheOneAddedLastIsTracked) {
     EXPECT_EQ(registered(), 1U);
 }
 
-TEST_F(GraphHooks, aRemovedNodeIsForgotten) {
+TEST_F(GraphHooks, ARemovedNodeIsForgotten) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(AUGraphRemoveNode(host.graph(), node), 0);
@@ -199,7 +199,7 @@ TEST_F(GraphHooks, aRemovedNodeIsForgotten) {
               1U);
 }
 
-TEST_F(GraphHooks, aNodeThatCouldNotBeRemovedOrAnotherOneKeepsTheTrackedOne) {
+TEST_F(GraphHooks, ANodeThatCouldNotBeRemovedOrAnotherOneKeepsTheTrackedOne) {
     HostGraph host;
     const AUNode node = host.addOutput();
     const AUNode mixer = host.addMixer();
@@ -211,7 +211,7 @@ TEST_F(GraphHooks, aNodeThatCouldNotBeRemovedOrAnotherOneKeepsTheTrackedOne) {
     EXPECT_NE(host.object(), nullptr);
 }
 
-TEST_F(GraphHooks, removingTheNodeOfAnOpenGraphKeepsItsCaptureObject) {
+TEST_F(GraphHooks, RemovingTheNodeOfAnOpenGraphKeepsItsCaptureObject) {
     HostGraph host;
     const AUNode node = host.addOutput();
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
@@ -219,7 +219,7 @@ TEST_F(GraphHooks, removingTheNodeOfAnOpenGraphKeepsItsCaptureObject) {
     EXPECT_NE(host.object(), nullptr);
 }
 
-TEST_F(GraphHooks, aGraphThatDoesNotOpenGetsNoCaptureObject) {
+TEST_F(GraphHooks, AGraphThatDoesNotOpenGetsNoCaptureObject) {
     HostGraph host;
     host.addOutput();
     platform.fail("AUGraphOpen", -10875);
@@ -231,7 +231,7 @@ TEST_F(GraphHooks, aGraphThatDoesNotOpenGetsNoCaptureObject) {
     EXPECT_EQ(registered(), 0U);
 }
 
-TEST_F(GraphHooks, aNodeWithoutInformationIsLoggedAndGetsNoCaptureObject) {
+TEST_F(GraphHooks, ANodeWithoutInformationIsLoggedAndGetsNoCaptureObject) {
     HostGraph host;
     host.addOutput();
     platform.fail("AUGraphNodeInfo", -10860);
@@ -243,7 +243,7 @@ TEST_F(GraphHooks, aNodeWithoutInformationIsLoggedAndGetsNoCaptureObject) {
     EXPECT_EQ(registered(), 0U);
 }
 
-TEST_F(GraphHooks, theCompanionsGraphsAreIgnored) {
+TEST_F(GraphHooks, TheCompanionsGraphsAreIgnored) {
     HostGraph host;
     resolver().registerNonGameUsedAuGraph(host.graph());
     const AUNode node = host.addOutput();
@@ -264,7 +264,7 @@ TEST_F(GraphHooks, theCompanionsGraphsAreIgnored) {
     resolver().unregisterNonGameUsedAuGraph(host.graph());
 }
 
-TEST_F(GraphHooks, aGraphTakenOverAfterItsNodeWasAddedGetsNoCaptureObject) {
+TEST_F(GraphHooks, AGraphTakenOverAfterItsNodeWasAddedGetsNoCaptureObject) {
     HostGraph host;
     host.addOutput();
     resolver().registerNonGameUsedAuGraph(host.graph());
@@ -273,7 +273,7 @@ TEST_F(GraphHooks, aGraphTakenOverAfterItsNodeWasAddedGetsNoCaptureObject) {
     resolver().unregisterNonGameUsedAuGraph(host.graph());
 }
 
-TEST_F(GraphHooks, aStartIsRecordedAfterThePlatformStarted) {
+TEST_F(GraphHooks, AStartIsRecordedAfterThePlatformStarted) {
     HostGraph host;
     bool seen = false;
     platform.watch("AUGraphStart", [&](const auto&) {
@@ -290,7 +290,7 @@ TEST_F(GraphHooks, aStartIsRecordedAfterThePlatformStarted) {
     platform.watch("AUGraphStart", {});
 }
 
-TEST_F(GraphHooks, aStartThatFailedIsNotRecorded) {
+TEST_F(GraphHooks, AStartThatFailedIsNotRecorded) {
     HostGraph host;
     host.addOutput();
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
@@ -305,7 +305,7 @@ TEST_F(GraphHooks, aStartThatFailedIsNotRecorded) {
                                        ", err: " + std::to_string(status))));
 }
 
-TEST_F(GraphHooks, unknownGraphsAreNotedAndPassedOn) {
+TEST_F(GraphHooks, UnknownGraphsAreNotedAndPassedOn) {
     HostGraph host;
     const std::string graph = pointerText(host.graph());
     const std::string none = pointerText(nullptr);
@@ -339,7 +339,7 @@ TEST_F(GraphHooks, unknownGraphsAreNotedAndPassedOn) {
                     graphLine(kDispose, 3, ignored("stop", "DisposeAUGraph", 0))));
 }
 
-TEST_F(GraphHooks, anUpdateReadsTheFormatOfAStartedGraphAnew) {
+TEST_F(GraphHooks, AnUpdateReadsTheFormatOfAStartedGraphAnew) {
     HostGraph host;
     host.play();
     host.sound.format = stream_formats::floatInterleaved(44100, 1);
@@ -349,7 +349,7 @@ TEST_F(GraphHooks, anUpdateReadsTheFormatOfAStartedGraphAnew) {
     EXPECT_EQ(host.object()->streamDesc().mChannelsPerFrame, 1U);
 }
 
-TEST_F(GraphHooks, aFailedUpdateChangesNothing) {
+TEST_F(GraphHooks, AFailedUpdateChangesNothing) {
     HostGraph host;
     host.play();
     host.sound.format = stream_formats::floatInterleaved(44100, 1);
@@ -361,7 +361,7 @@ TEST_F(GraphHooks, aFailedUpdateChangesNothing) {
     EXPECT_EQ(host.object()->streamDesc().mSampleRate, 48000);
 }
 
-TEST_F(GraphHooks, aStopIsRecordedWhateverThePlatformAnswers) {
+TEST_F(GraphHooks, AStopIsRecordedWhateverThePlatformAnswers) {
     HostGraph host;
     host.play();
     platform.fail("AUGraphStop", -1);
@@ -371,7 +371,7 @@ TEST_F(GraphHooks, aStopIsRecordedWhateverThePlatformAnswers) {
     EXPECT_EQ(AUGraphStop(host.graph()), 0);
 }
 
-TEST_F(GraphHooks, closingAndDisposingEndTheCaptureObjectWhateverThePlatformAnswers) {
+TEST_F(GraphHooks, ClosingAndDisposingEndTheCaptureObjectWhateverThePlatformAnswers) {
     HostGraph closed;
     closed.play();
     platform.fail("AUGraphClose", -2);
@@ -386,7 +386,7 @@ TEST_F(GraphHooks, closingAndDisposingEndTheCaptureObjectWhateverThePlatformAnsw
     platform.heal();
 }
 
-TEST_F(GraphHooks, closingWhileCapturingIsSafe) {
+TEST_F(GraphHooks, ClosingWhileCapturingIsSafe) {
     HostGraph host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -398,7 +398,7 @@ TEST_F(GraphHooks, closingWhileCapturingIsSafe) {
     EXPECT_NE(host.object(), nullptr) << "the node is still known";
 }
 
-TEST_F(GraphHooks, everyStatusOfThePlatformComesBack) {
+TEST_F(GraphHooks, EveryStatusOfThePlatformComesBack) {
     HostGraph host;
     for (const char* name : {"NewAUGraph", "AUGraphAddNode", "AUGraphOpen", "AUGraphStart",
                              "AUGraphUpdate", "AUGraphStop", "AUGraphClose", "DisposeAUGraph",
@@ -422,7 +422,7 @@ TEST_F(GraphHooks, everyStatusOfThePlatformComesBack) {
     platform.heal();
 }
 
-TEST_F(GraphHooks, nullAndStaleGraphsAnswerThePlatformsErrorsAndNeverCrash) {
+TEST_F(GraphHooks, NullAndStaleGraphsAnswerThePlatformsErrorsAndNeverCrash) {
     HostUnit bystander;  // outside any graph: a null graph must not find it
     bystander.play();
     EXPECT_EQ(NewAUGraph(nullptr), kAudio_ParamError);
@@ -443,7 +443,7 @@ TEST_F(GraphHooks, nullAndStaleGraphsAnswerThePlatformsErrorsAndNeverCrash) {
     EXPECT_TRUE(bystander.object()->isStarted());
 }
 
-TEST_F(GraphHooks, withThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded) {
+TEST_F(GraphHooks, WithThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded) {
     HostGraph known;
     known.play();
     RZReplayAudioUnitGraphCapturer::enableHook(NO);
@@ -464,7 +464,7 @@ TEST_F(GraphHooks, withThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded)
     RZReplayAudioUnitGraphCapturer::enableHook(YES);
 }
 
-TEST_F(GraphHooks, theUnitsInsideAGraphPassTheUnitHooksAsWell) {
+TEST_F(GraphHooks, TheUnitsInsideAGraphPassTheUnitHooksAsWell) {
     HostGraph host;
     host.play();
     const AudioUnit unit = host.object()->inUnit();

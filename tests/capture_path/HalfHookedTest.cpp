@@ -18,14 +18,14 @@ struct HalfHooked : Road {
     }
 };
 
-TEST_F(HalfHooked, neitherCountsAsStartedNorAsSuccessful) {
+TEST_F(HalfHooked, NeitherCountsAsStartedNorAsSuccessful) {
     EXPECT_TRUE(RZReplayAudioUnitCapturer::isHookStarted());
     EXPECT_FALSE(RZReplayAudioUnitGraphCapturer::isHookStarted());
     EXPECT_FALSE(collect().isHookStarted());
     EXPECT_FALSE(collect().isHookSuccess());
 }
 
-TEST_F(HalfHooked, refusesToStartWithTheGraphLeftBuilt) {
+TEST_F(HalfHooked, RefusesToStartWithTheGraphLeftBuilt) {
     constexpr const char* kStart = "-[RZStreamMixManager startCapture]";
     HostUnit host;
     host.play();
@@ -43,7 +43,7 @@ TEST_F(HalfHooked, refusesToStartWithTheGraphLeftBuilt) {
     EXPECT_EQ(platform.count("NewAUGraph"), 1U);
 }
 
-TEST_F(HalfHooked, refusesDuckingAndCompressionAndStoresNothing) {
+TEST_F(HalfHooked, RefusesDuckingAndCompressionAndStoresNothing) {
     RZReplayVolumeController controller;
     const RZReplayVolumeDuckingParam ducking(YES);
     const RZReplayVolumeCompressorParam compressor(YES);
@@ -58,7 +58,7 @@ TEST_F(HalfHooked, refusesDuckingAndCompressionAndStoresNothing) {
     EXPECT_GE(logs->count("[mix] enable compressor: 1"), 1U);
 }
 
-TEST_F(HalfHooked, startingTheGraphHooksMakesItWork) {
+TEST_F(HalfHooked, StartingTheGraphHooksMakesItWork) {
     RZReplayAudioUnitGraphCapturer::startHook();
     EXPECT_TRUE(collect().isHookStarted());
     EXPECT_TRUE(collect().isHookSuccess());

@@ -152,7 +152,7 @@ class OutOfMemory : public testing::Test {
     AudioUnit unit = nullptr;
 };
 
-TEST_F(OutOfMemory, aNewUnitIsTheHostsWithOrWithoutACaptureObject) {
+TEST_F(OutOfMemory, ANewUnitIsTheHostsWithOrWithoutACaptureObject) {
     const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
                                            kAudioUnitManufacturer_Apple, 0, 0};
     const AudioComponent component = AudioComponentFindNext(nullptr, &wanted);
@@ -173,7 +173,7 @@ TEST_F(OutOfMemory, aNewUnitIsTheHostsWithOrWithoutACaptureObject) {
     EXPECT_GT(failures, 3);
 }
 
-TEST_F(OutOfMemory, aCallbackIsSetAndTheUnitStartsAndStops) {
+TEST_F(OutOfMemory, ACallbackIsSetAndTheUnitStartsAndStops) {
     OSStatus status = 0;
     const auto isAnswer = [&] { EXPECT_TRUE(status == 0 || status == -108) << status; };
     starve([&] { makeUnit(); }, [&] { status = setCallback(); },
@@ -199,7 +199,7 @@ TEST_F(OutOfMemory, aCallbackIsSetAndTheUnitStartsAndStops) {
     EXPECT_GT(failures, 3);
 }
 
-TEST_F(OutOfMemory, aGraphLivesItsWholeLife) {
+TEST_F(OutOfMemory, AGraphLivesItsWholeLife) {
     AUGraph graph = nullptr;
     AUNode node = 0;
     const AudioComponentDescription output{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
@@ -228,7 +228,7 @@ TEST_F(OutOfMemory, aGraphLivesItsWholeLife) {
     EXPECT_GT(failures, 10);
 }
 
-TEST_F(OutOfMemory, theSoundGoesOnWhileBlocksCannotBeKept) {
+TEST_F(OutOfMemory, TheSoundGoesOnWhileBlocksCannotBeKept) {
     makeUnit();
     setCallback();
     AudioUnitInitialize(unit);
@@ -245,7 +245,7 @@ TEST_F(OutOfMemory, theSoundGoesOnWhileBlocksCannotBeKept) {
     endUnit();
 }
 
-TEST_F(OutOfMemory, aReportFromARenderThreadIsDropped) {
+TEST_F(OutOfMemory, AReportFromARenderThreadIsDropped) {
     int nobody = 0;
     AudioUnitRenderActionFlags flags = 0;
     allocationsLeft = 0;

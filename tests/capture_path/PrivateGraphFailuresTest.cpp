@@ -40,7 +40,7 @@ std::string stepName(const testing::TestParamInfo<Step>& info) {
 
 struct Building : Road, testing::WithParamInterface<Step> {};
 
-TEST_P(Building, aRefusedStepIsLoggedWithItsStatusAndEndsTheStart) {
+TEST_P(Building, ARefusedStepIsLoggedWithItsStatusAndEndsTheStart) {
     const Step& step = GetParam();
     platform.failFrom(step.function, step.nth, -10868, step.when);
     EXPECT_FALSE(startCapture());
@@ -58,7 +58,7 @@ TEST_P(Building, aRefusedStepIsLoggedWithItsStatusAndEndsTheStart) {
     EXPECT_FALSE(manager().lastStopError());
 }
 
-TEST_P(Building, aRefusedStepLeavesWhatWasMadeAndTheNextStartWorks) {
+TEST_P(Building, ARefusedStepLeavesWhatWasMadeAndTheNextStartWorks) {
     const Step& step = GetParam();
     platform.failFrom(step.function, step.nth, -1, step.when);
     EXPECT_FALSE(startCapture());
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
         Step{"notify", "AudioUnitAddRenderNotify", 1, "mixunit add notify fail"}),
     stepName);
 
-TEST_F(Road, aStatusOfFourPrintableCharactersIsLoggedAsThoseCharacters) {
+TEST_F(Road, AStatusOfFourPrintableCharactersIsLoggedAsThoseCharacters) {
     platform.fail("NewAUGraph", 0x666D743F);
     EXPECT_FALSE(startCapture());
     EXPECT_THAT(errorsOf(*logs, kInit),
@@ -103,7 +103,7 @@ TEST_F(Road, aStatusOfFourPrintableCharactersIsLoggedAsThoseCharacters) {
 
 struct Connecting : Road, testing::WithParamInterface<Step> {};
 
-TEST_P(Connecting, aRefusedUnitIsLoggedWithItsTrackAndEndsTheStart) {
+TEST_P(Connecting, ARefusedUnitIsLoggedWithItsTrackAndEndsTheStart) {
     HostUnit host;
     host.play();
     const Step& step = GetParam();
@@ -135,7 +135,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 struct Starting : Road, testing::WithParamInterface<Step> {};
 
-TEST_P(Starting, aRefusedGraphIsLoggedAndLeavesTheUnitsConnected) {
+TEST_P(Starting, ARefusedGraphIsLoggedAndLeavesTheUnitsConnected) {
     HostUnit host;
     host.play();
     const Step& step = GetParam();
@@ -163,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(Steps, Starting,
 
 using PrivateGraph = Road;
 
-TEST_F(PrivateGraph, isBuiltAndStartedInTheRightOrder) {
+TEST_F(PrivateGraph, IsBuiltAndStartedInTheRightOrder) {
     HostUnit host;
     host.play();
     logs->clear();
@@ -186,7 +186,7 @@ TEST_F(PrivateGraph, isBuiltAndStartedInTheRightOrder) {
     EXPECT_TRUE(resolver().existAudioUnit(manager().outUnit()));
 }
 
-TEST_F(PrivateGraph, aGraphThatDoesNotStopIsAPermanentError) {
+TEST_F(PrivateGraph, AGraphThatDoesNotStopIsAPermanentError) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -221,7 +221,7 @@ TEST_F(PrivateGraph, aGraphThatDoesNotStopIsAPermanentError) {
     }
 }
 
-TEST_F(PrivateGraph, aBusThatDoesNotDisconnectStopsItsUnitAllTheSame) {
+TEST_F(PrivateGraph, ABusThatDoesNotDisconnectStopsItsUnitAllTheSame) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -247,7 +247,7 @@ TEST_F(PrivateGraph, aBusThatDoesNotDisconnectStopsItsUnitAllTheSame) {
 
 struct TearingDown : Road, testing::WithParamInterface<Step> {};
 
-TEST_P(TearingDown, aRefusedStepIsLoggedOnceAndNeverTriedAgain) {
+TEST_P(TearingDown, ARefusedStepIsLoggedOnceAndNeverTriedAgain) {
     ASSERT_TRUE(startCapture());
     logs->clear();
     listener->clear();
@@ -282,7 +282,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Step{"dispose", "DisposeAUGraph", 1, "DisposeAUGraph fail"}),
     stepName);
 
-TEST_F(PrivateGraph, bothStopFailuresAreReportedOneAfterTheOther) {
+TEST_F(PrivateGraph, BothStopFailuresAreReportedOneAfterTheOther) {
     ASSERT_TRUE(startCapture());
     listener->clear();
     platform.fail("AUGraphStop", -1);
@@ -293,7 +293,7 @@ TEST_F(PrivateGraph, bothStopFailuresAreReportedOneAfterTheOther) {
                             event(4, 102, "[mix] resample uninitialize failed")));
 }
 
-TEST_F(PrivateGraph, isForgottenByTheCompanionBeforeItIsUninitialised) {
+TEST_F(PrivateGraph, IsForgottenByTheCompanionBeforeItIsUninitialised) {
     ASSERT_TRUE(startCapture());
     bool seen = false;
     platform.watch("AUGraphUninitialize", [&](const auto&) {
@@ -310,7 +310,7 @@ TEST_F(PrivateGraph, isForgottenByTheCompanionBeforeItIsUninitialised) {
     platform.watch("AUGraphUninitialize", {});
 }
 
-TEST_F(PrivateGraph, aStopWithoutACaptureAnswersYesAndRaisesNothing) {
+TEST_F(PrivateGraph, AStopWithoutACaptureAnswersYesAndRaisesNothing) {
     logs->clear();
     EXPECT_TRUE(manager().stopCapture());
     EXPECT_THAT(logs->linesOf(kStopCapture),

@@ -36,7 +36,7 @@ struct RealTime : Road, testing::WithParamInterface<Case> {
     }
 };
 
-TEST_P(RealTime, theRoadAllocatesNothingOnceWarm) {
+TEST_P(RealTime, TheRoadAllocatesNothingOnceWarm) {
     if (!AllocationCounter::works()) {
         GTEST_SKIP() << "allocations cannot be counted in this build";
     }
@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 using RepeatedFault = Road;
 
-TEST_F(RepeatedFault, allocatesOnlyWhenItIsReported) {
+TEST_F(RepeatedFault, AllocatesOnlyWhenItIsReported) {
     if (!AllocationCounter::works()) {
         GTEST_SKIP() << "allocations cannot be counted in this build";
     }

@@ -19,7 +19,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-TEST_F(RenderCallbacks, withMaskThreeTheMixAndTheTracksBlocksArrive) {
+TEST_F(RenderCallbacks, WithMaskThreeTheMixAndTheTracksBlocksArrive) {
     capture(3);
     slices(10);
     const auto mixes = listener->mixes();
@@ -38,7 +38,7 @@ TEST_F(RenderCallbacks, withMaskThreeTheMixAndTheTracksBlocksArrive) {
     }
 }
 
-TEST_F(RenderCallbacks, withMaskOneNothingIsWrittenToThePostRing) {
+TEST_F(RenderCallbacks, WithMaskOneNothingIsWrittenToThePostRing) {
     capture(1);
     slices(5);
     EXPECT_THAT(listener->mixes(), SizeIs(5));
@@ -50,7 +50,7 @@ TEST_F(RenderCallbacks, withMaskOneNothingIsWrittenToThePostRing) {
     EXPECT_EQ(object().getRingBufferSize(NO), 2 * kSliceBytes);
 }
 
-TEST_F(RenderCallbacks, withMaskTwoTheMixerGetsSilenceAndTheListenerTheTracksBlocks) {
+TEST_F(RenderCallbacks, WithMaskTwoTheMixerGetsSilenceAndTheListenerTheTracksBlocks) {
     capture(2);
     slices(5);
     EXPECT_THAT(listener->mixes(), IsEmpty());
@@ -68,7 +68,7 @@ TEST_F(RenderCallbacks, withMaskTwoTheMixerGetsSilenceAndTheListenerTheTracksBlo
     EXPECT_THAT(listener->posts(), SizeIs(6));
 }
 
-TEST_F(RenderCallbacks, withMaskZeroNothingIsWrittenAndEventsStillArrive) {
+TEST_F(RenderCallbacks, WithMaskZeroNothingIsWrittenAndEventsStillArrive) {
     capture(0);
     slices(5);
     EXPECT_THAT(listener->mixes(), IsEmpty());
@@ -79,7 +79,7 @@ TEST_F(RenderCallbacks, withMaskZeroNothingIsWrittenAndEventsStillArrive) {
     EXPECT_EQ(sound().calls, 5);
 }
 
-TEST_F(RenderCallbacks, aFloatHostIsDeliveredAsSixteenBit) {
+TEST_F(RenderCallbacks, AFloatHostIsDeliveredAsSixteenBit) {
     sound().format = stream_formats::floatPlanar(44100, 2);
     sound().value = -0.5;
     capture(3);
@@ -93,7 +93,7 @@ TEST_F(RenderCallbacks, aFloatHostIsDeliveredAsSixteenBit) {
     EXPECT_EQ(posts[0].info.channelsPerFrame(), 2);
 }
 
-TEST_F(RenderCallbacks, blocksThatPiledUpAreDeliveredInOneCycle) {
+TEST_F(RenderCallbacks, BlocksThatPiledUpAreDeliveredInOneCycle) {
     sound().isRising = true;
     capture(3);
     slices(2);
@@ -111,7 +111,7 @@ TEST_F(RenderCallbacks, blocksThatPiledUpAreDeliveredInOneCycle) {
     EXPECT_THAT(listener->mixes(), SizeIs(1)) << "pre blocks come one per cycle";
 }
 
-TEST_F(RenderCallbacks, theStatisticsHoldTheSizesBeforeTheRead) {
+TEST_F(RenderCallbacks, TheStatisticsHoldTheSizesBeforeTheRead) {
     capture(3);
     slices(2);
     stopPrivateGraph();
@@ -130,7 +130,7 @@ TEST_F(RenderCallbacks, theStatisticsHoldTheSizesBeforeTheRead) {
     EXPECT_EQ(stat->pre_buffer_size(), 3 * kSliceBytes) << "two pre blocks still wait";
 }
 
-TEST_F(RenderCallbacks, theStatisticsKeepTheLowSixteenBits) {
+TEST_F(RenderCallbacks, TheStatisticsKeepTheLowSixteenBits) {
     capture(1);
     slices(1);
     stopPrivateGraph();
@@ -142,7 +142,7 @@ TEST_F(RenderCallbacks, theStatisticsKeepTheLowSixteenBits) {
     EXPECT_EQ(RZAudioRecordStat().getHookAudioTrackStat(1)->pre_buffer_size(), held % 65536);
 }
 
-TEST_F(RenderCallbacks, aTrackIsRecordedWithItsKindOfSource) {
+TEST_F(RenderCallbacks, ATrackIsRecordedWithItsKindOfSource) {
     host().play();
     HostGraph callbackGraph;
     callbackGraph.play();
@@ -163,7 +163,7 @@ TEST_F(RenderCallbacks, aTrackIsRecordedWithItsKindOfSource) {
     EXPECT_EQ(list[0]->channel(), 2);
 }
 
-TEST_F(RenderCallbacks, theHostsStatusComesBackToThePlatform) {
+TEST_F(RenderCallbacks, TheHostsStatusComesBackToThePlatform) {
     sound().status = -9123;
     capture(3);
     slices(1);
@@ -175,7 +175,7 @@ TEST_F(RenderCallbacks, theHostsStatusComesBackToThePlatform) {
     EXPECT_EQ(seen, -9123);
 }
 
-TEST_F(RenderCallbacks, aUnitWithoutAnObjectIsReportedAtMostOnceInTwoSeconds) {
+TEST_F(RenderCallbacks, AUnitWithoutAnObjectIsReportedAtMostOnceInTwoSeconds) {
     capture(3);
     slices(1);
     const auto begin = std::chrono::steady_clock::now();
@@ -203,7 +203,7 @@ TEST_F(RenderCallbacks, aUnitWithoutAnObjectIsReportedAtMostOnceInTwoSeconds) {
     EXPECT_LE(logs->linesOf(kCallback).size(), allowed);
 }
 
-TEST_F(RenderCallbacks, aTrackWhoseUnitIsGoneLeavesTheMixersBufferAlone) {
+TEST_F(RenderCallbacks, ATrackWhoseUnitIsGoneLeavesTheMixersBufferAlone) {
     capture(3);
     auto list = OwnedBufferList::interleaved(2, 64);
     list.fillBytes(0x55);
@@ -213,7 +213,7 @@ TEST_F(RenderCallbacks, aTrackWhoseUnitIsGoneLeavesTheMixersBufferAlone) {
     EXPECT_THAT(list.copyOf<std::uint8_t>(), Each(0x55));
 }
 
-TEST_F(RenderCallbacks, thePrivateOutputPlaysSilence) {
+TEST_F(RenderCallbacks, ThePrivateOutputPlaysSilence) {
     const Speaker speaker;
     host().play();
     slices(2);
@@ -236,14 +236,14 @@ struct MixedBlock : RenderCallbacks {
     }
 };
 
-TEST_F(MixedBlock, isZeroedAfterItsDelivery) {
+TEST_F(MixedBlock, IsZeroedAfterItsDelivery) {
     capture(3);
     EXPECT_EQ(deliver(kAudioUnitRenderAction_PostRender), 1U);
     EXPECT_THAT(list.copyOf<std::uint8_t>(), Each(0));
     EXPECT_FALSE(listener->mixes()[0].isSilent());
 }
 
-TEST_F(MixedBlock, isZeroedAndNotDeliveredWhileNobodyCaptures) {
+TEST_F(MixedBlock, IsZeroedAndNotDeliveredWhileNobodyCaptures) {
     capture(3);
     manager().setIsCapturing(NO);
     EXPECT_EQ(deliver(kAudioUnitRenderAction_PostRender), 0U);
@@ -251,7 +251,7 @@ TEST_F(MixedBlock, isZeroedAndNotDeliveredWhileNobodyCaptures) {
     manager().setIsCapturing(YES);
 }
 
-TEST_F(MixedBlock, isLeftAloneBeforeTheRenderAndAfterAFailedOne) {
+TEST_F(MixedBlock, IsLeftAloneBeforeTheRenderAndAfterAFailedOne) {
     capture(3);
     for (const AudioUnitRenderActionFlags flags :
          {AudioUnitRenderActionFlags{kAudioUnitRenderAction_PreRender},
@@ -262,7 +262,7 @@ TEST_F(MixedBlock, isLeftAloneBeforeTheRenderAndAfterAFailedOne) {
     }
 }
 
-TEST_F(MixedBlock, withoutATimeStampIsStampedZero) {
+TEST_F(MixedBlock, WithoutATimeStampIsStampedZero) {
     capture(3);
     AudioUnitRenderActionFlags flags = kAudioUnitRenderAction_PostRender;
     listener->clear();
@@ -271,7 +271,7 @@ TEST_F(MixedBlock, withoutATimeStampIsStampedZero) {
     EXPECT_EQ(listener->mixes()[0].info.timeStamp(), 0U);
 }
 
-TEST_F(RenderCallbacks, nothingIsKeptWhileTheManagerDoesNotCaptureThoughTheUnitDoes) {
+TEST_F(RenderCallbacks, NothingIsKeptWhileTheManagerDoesNotCaptureThoughTheUnitDoes) {
     capture(3);
     stopPrivateGraph();
     manager().setIsCapturing(NO);
@@ -281,7 +281,7 @@ TEST_F(RenderCallbacks, nothingIsKeptWhileTheManagerDoesNotCaptureThoughTheUnitD
     manager().setIsCapturing(YES);
 }
 
-TEST_F(RenderCallbacks, timeStampsAreMicrosecondsOfTheHostsTimeBase) {
+TEST_F(RenderCallbacks, TimeStampsAreMicrosecondsOfTheHostsTimeBase) {
     capture(3);
     slices(1);
     manager().setTimeBaseInfo({125, 3});
@@ -300,7 +300,7 @@ TEST_F(RenderCallbacks, timeStampsAreMicrosecondsOfTheHostsTimeBase) {
 
 // Units whose callback was not taken over.
 
-TEST_F(RenderCallbacks, aCallbackOnTheOutputScopeIsCapturedThroughTheNotify) {
+TEST_F(RenderCallbacks, ACallbackOnTheOutputScopeIsCapturedThroughTheNotify) {
     capture(3, kAudioUnitScope_Output);
     ASSERT_EQ(object().origin_inputProc(), nullptr);
     slices(6);
@@ -314,7 +314,7 @@ TEST_F(RenderCallbacks, aCallbackOnTheOutputScopeIsCapturedThroughTheNotify) {
 
 struct NotifyMasks : RenderCallbacks, testing::WithParamInterface<std::uint64_t> {};
 
-TEST_P(NotifyMasks, sayWhichSidesTheNotifyWrites) {
+TEST_P(NotifyMasks, SayWhichSidesTheNotifyWrites) {
     capture(GetParam(), kAudioUnitScope_Output);
     stopPrivateGraph();
     slices(2);
@@ -324,7 +324,7 @@ TEST_P(NotifyMasks, sayWhichSidesTheNotifyWrites) {
 
 INSTANTIATE_TEST_SUITE_P(All, NotifyMasks, testing::Values(0, 1, 2, 3));
 
-TEST_F(RenderCallbacks, aGraphWhoseMixerIsFedIsCapturedThroughTheNotifyOfItsOutput) {
+TEST_F(RenderCallbacks, AGraphWhoseMixerIsFedIsCapturedThroughTheNotifyOfItsOutput) {
     HostGraph graph;
     graph.sound.format = stream_formats::int16Interleaved(44100, 2);
     graph.addOutput();
@@ -346,7 +346,7 @@ TEST_F(RenderCallbacks, aGraphWhoseMixerIsFedIsCapturedThroughTheNotifyOfItsOutp
     EXPECT_NEAR(listener->posts()[2].samples()[100], 8191, 3);
 }
 
-TEST_F(RenderCallbacks, aGenericOutputUnitIsCapturedWhenItIsPulled) {
+TEST_F(RenderCallbacks, AGenericOutputUnitIsCapturedWhenItIsPulled) {
     HostUnit generic(kAudioUnitSubType_GenericOutput);
     generic.sound.format = stream_formats::int16Interleaved(44100, 2);
     generic.prepare();
@@ -371,7 +371,7 @@ TEST_F(RenderCallbacks, aGenericOutputUnitIsCapturedWhenItIsPulled) {
     EXPECT_THAT(listener->posts()[0].samples(), Each(8192));
 }
 
-TEST_F(RenderCallbacks, aFailedRenderIsNotCapturedThroughTheNotify) {
+TEST_F(RenderCallbacks, AFailedRenderIsNotCapturedThroughTheNotify) {
     sound().status = -1;
     capture(3, kAudioUnitScope_Output);
     slices(4);
@@ -390,7 +390,7 @@ class AskedListener : public RZReplayAudioRecorderListener<AskedListener> {
     int asked = 0;
 };
 
-TEST_F(RenderCallbacks, whatListenersWantIsAskedOnEveryCycleAlsoWhileNothingIsCaptured) {
+TEST_F(RenderCallbacks, WhatListenersWantIsAskedOnEveryCycleAlsoWhileNothingIsCaptured) {
     platform.fail("NewAUGraph", -1);
     host().play();
     const auto asked = std::make_shared<AskedListener>();

@@ -18,7 +18,7 @@ struct Processing : RenderCallbacks, testing::WithParamInterface<AudioUnitScope>
     }
 };
 
-TEST_P(Processing, duckingPullsTheOutputDownWithCaptureOff) {
+TEST_P(Processing, DuckingPullsTheOutputDownWithCaptureOff) {
     const Speaker speaker;
     host().play(GetParam());
     const RZReplayVolumeDuckingParam ducking(YES);
@@ -30,7 +30,7 @@ TEST_P(Processing, duckingPullsTheOutputDownWithCaptureOff) {
     EXPECT_NEAR(speaker.level(), 0.025, 0.002);
 }
 
-TEST_P(Processing, compressionPullsTheOutputDownWithCaptureOff) {
+TEST_P(Processing, CompressionPullsTheOutputDownWithCaptureOff) {
     const Speaker speaker;
     sound().value = 0.9;
     host().play(GetParam());
@@ -43,7 +43,7 @@ TEST_P(Processing, compressionPullsTheOutputDownWithCaptureOff) {
     EXPECT_GT(speaker.level(), 0.01);
 }
 
-TEST_P(Processing, preBlocksAreAsRenderedAndPostBlocksAsPlayed) {
+TEST_P(Processing, PreBlocksAreAsRenderedAndPostBlocksAsPlayed) {
     capture(3, GetParam());
     const RZReplayVolumeDuckingParam ducking(YES);
     ASSERT_EQ(controller.enableDucking(&ducking), 0);
@@ -54,7 +54,7 @@ TEST_P(Processing, preBlocksAreAsRenderedAndPostBlocksAsPlayed) {
     EXPECT_NEAR(listener->posts().back().samples()[200], 819, 70);
 }
 
-TEST_F(RenderCallbacks, aFormatThatCannotBeProcessedIsReportedOnce) {
+TEST_F(RenderCallbacks, AFormatThatCannotBeProcessedIsReportedOnce) {
     RZReplayVolumeController controller;
     sound().format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
     capture(3);
@@ -72,7 +72,7 @@ TEST_F(RenderCallbacks, aFormatThatCannotBeProcessedIsReportedOnce) {
         testing::ElementsAre(IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
 }
 
-TEST_F(RenderCallbacks, aFormatThatNobodyWantsProcessedIsNotReported) {
+TEST_F(RenderCallbacks, AFormatThatNobodyWantsProcessedIsNotReported) {
     sound().format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
     capture(3);
     listener->clear();

@@ -32,7 +32,7 @@ extern "C" __attribute__((visibility("default"))) void __syslog_chk(int /*priori
 
 namespace {
 
-TEST(SystemLog, eachSetOfHooksIsAnnouncedOnce) {
+TEST(SystemLog, EachSetOfHooksIsAnnouncedOnce) {
     RZReplayAudioUnitCapturer::startHook();
     EXPECT_THAT(lines(), testing::ElementsAre("[RZReplay] start AudioUnitCapture"));
     RZReplayAudioUnitGraphCapturer::startHook();

@@ -82,7 +82,7 @@ struct Threads : Road {
     }
 };
 
-TEST_F(Threads, unitsComeAndGoWhileTheDeviceRenders) {
+TEST_F(Threads, UnitsComeAndGoWhileTheDeviceRenders) {
     HostUnit steady;
     steady.sound.value = 0.125;
     steady.play();
@@ -101,7 +101,7 @@ TEST_F(Threads, unitsComeAndGoWhileTheDeviceRenders) {
     expectInMix(device, steady);
 }
 
-TEST_F(Threads, graphsComeAndGoWhileTheDeviceRenders) {
+TEST_F(Threads, GraphsComeAndGoWhileTheDeviceRenders) {
     HostUnit steady;
     steady.sound.value = 0.125;
     steady.play();
@@ -119,7 +119,7 @@ TEST_F(Threads, graphsComeAndGoWhileTheDeviceRenders) {
     expectInMix(device, steady);
 }
 
-TEST_F(Threads, captureStartsAndStopsWhileTheDeviceRenders) {
+TEST_F(Threads, CaptureStartsAndStopsWhileTheDeviceRenders) {
     HostUnit steady;
     steady.sound.value = 0.125;
     steady.play();
@@ -135,7 +135,7 @@ TEST_F(Threads, captureStartsAndStopsWhileTheDeviceRenders) {
     expectInMix(device, steady);
 }
 
-TEST_F(Threads, noticesArriveWhileTheDeviceRenders) {
+TEST_F(Threads, NoticesArriveWhileTheDeviceRenders) {
     HostUnit steady;
     steady.sound.value = 0.125;
     // A new route makes the library read every unit's device side, which is what this one records.
@@ -161,7 +161,7 @@ TEST_F(Threads, noticesArriveWhileTheDeviceRenders) {
     expectInMix(device, steady);
 }
 
-TEST_F(Threads, levelsAndStatisticsAreUsedWhileTheDeviceRenders) {
+TEST_F(Threads, LevelsAndStatisticsAreUsedWhileTheDeviceRenders) {
     HostUnit steady;
     steady.sound.value = 0.125;
     steady.play();

@@ -57,7 +57,7 @@ class TraceTest : public Trace {
     std::optional<HostUnit> host;
 };
 
-TEST_F(TraceTest, unitFromItsCreationToItsStartWithoutCapture) {
+TEST_F(TraceTest, UnitFromItsCreationToItsStartWithoutCapture) {
     HostUnit second;
     name(second.unit(), "second");
     name(&second.sound, "reference");
@@ -89,7 +89,7 @@ TEST_F(TraceTest, unitFromItsCreationToItsStartWithoutCapture) {
               "call AudioOutputUnitStart(second)"}})));
 }
 
-TEST_F(TraceTest, startOfCaptureBuildsTheGraphConnectsAndStartsIt) {
+TEST_F(TraceTest, StartOfCaptureBuildsTheGraphConnectsAndStartsIt) {
     startRecording();
     EXPECT_THAT(take(), ElementsAreArray(
                             join({{"log 2 -[RZStreamCollectManager startAudioStreamCollect:] start "
@@ -99,7 +99,7 @@ TEST_F(TraceTest, startOfCaptureBuildsTheGraphConnectsAndStartsIt) {
                                   startOfCapture()})));
 }
 
-TEST_F(TraceTest, unitStartsWhileCapturing) {
+TEST_F(TraceTest, UnitStartsWhileCapturing) {
     startRecording();
     HostUnit second;
     name(second.unit(), "second");
@@ -121,7 +121,7 @@ TEST_F(TraceTest, unitStartsWhileCapturing) {
                   {"call AudioOutputUnitStart(second)"}})));
 }
 
-TEST_F(TraceTest, unitWithAMicrophoneStartsWhileCapturing) {
+TEST_F(TraceTest, UnitWithAMicrophoneStartsWhileCapturing) {
     startRecording();
     HostUnit talker;
     name(talker.unit(), "talker");
@@ -141,7 +141,7 @@ TEST_F(TraceTest, unitWithAMicrophoneStartsWhileCapturing) {
               "call AudioOutputUnitStart(talker)"}})));
 }
 
-TEST_F(TraceTest, unitStopsWhileCapturing) {
+TEST_F(TraceTest, UnitStopsWhileCapturing) {
     startRecording();
     take();
     host->stop();
@@ -153,7 +153,7 @@ TEST_F(TraceTest, unitStopsWhileCapturing) {
              {"call AudioOutputUnitStop(unit)"}})));
 }
 
-TEST_F(TraceTest, unitIsDisposedOfWhileCapturing) {
+TEST_F(TraceTest, UnitIsDisposedOfWhileCapturing) {
     startRecording();
     take();
     host->uninitialize();
@@ -168,7 +168,7 @@ TEST_F(TraceTest, unitIsDisposedOfWhileCapturing) {
               "call AudioUnitUninitialize(unit)"}})));
 }
 
-TEST_F(TraceTest, interruptionStopsCaptureAndItsEndStartsItAgain) {
+TEST_F(TraceTest, InterruptionStopsCaptureAndItsEndStartsItAgain) {
     startRecording();
     take();
     interrupt(1);
@@ -187,7 +187,7 @@ TEST_F(TraceTest, interruptionStopsCaptureAndItsEndStartsItAgain) {
                      startOfCapture()})));
 }
 
-TEST_F(TraceTest, routeChangeReadsEveryCapturedUnitWhenOneIsHeardThroughItsNotify) {
+TEST_F(TraceTest, RouteChangeReadsEveryCapturedUnitWhenOneIsHeardThroughItsNotify) {
     startRecording();
     take();
     post("AVAudioSessionRouteChangeNotification");
@@ -219,7 +219,7 @@ TEST_F(TraceTest, routeChangeReadsEveryCapturedUnitWhenOneIsHeardThroughItsNotif
                                                updateGraph()})));
 }
 
-TEST_F(TraceTest, unitThatTheCompanionTakesOverIsStopped) {
+TEST_F(TraceTest, UnitThatTheCompanionTakesOverIsStopped) {
     startRecording();
     take();
     resolver().registerRTCUsedAudioUnit(host->unit());
@@ -230,7 +230,7 @@ TEST_F(TraceTest, unitThatTheCompanionTakesOverIsStopped) {
                                stopOfUnit("unit", "1")})));
 }
 
-TEST_F(TraceTest, graphThatTheCompanionTakesOverIsStopped) {
+TEST_F(TraceTest, GraphThatTheCompanionTakesOverIsStopped) {
     host.reset();
     HostGraph graph;
     name(graph.graph(), "graph");
@@ -246,7 +246,7 @@ TEST_F(TraceTest, graphThatTheCompanionTakesOverIsStopped) {
                                   stopOfUnit("node", "1")})));
 }
 
-TEST_F(TraceTest, stopOfCaptureTakesTheGraphDown) {
+TEST_F(TraceTest, StopOfCaptureTakesTheGraphDown) {
     startRecording();
     take();
     stopRecording();
@@ -261,7 +261,7 @@ TEST_F(TraceTest, stopOfCaptureTakesTheGraphDown) {
                      tearGraphDown()})));
 }
 
-TEST_F(TraceTest, stopThatFailsBarsTheNextStart) {
+TEST_F(TraceTest, StopThatFailsBarsTheNextStart) {
     startRecording();
     take();
     platform.fail("AUGraphStop", -50);
@@ -280,7 +280,7 @@ TEST_F(TraceTest, stopThatFailsBarsTheNextStart) {
                                   report("4", "startCapture", "0/102", "[mix] has stop error")})));
 }
 
-TEST_F(TraceTest, tearingDownThatFailsIsReportedToo) {
+TEST_F(TraceTest, TearingDownThatFailsIsReportedToo) {
     startRecording();
     take();
     platform.fail("AUGraphUninitialize", 0x666D743F);
@@ -297,7 +297,7 @@ TEST_F(TraceTest, tearingDownThatFailsIsReportedToo) {
                   report("1", "stopCapture", "4/102", "[mix] resample uninitialize failed")})));
 }
 
-TEST_F(TraceTest, graphIsOpenedAfterItsCallbackWasSet) {
+TEST_F(TraceTest, GraphIsOpenedAfterItsCallbackWasSet) {
     HostGraph graph;
     name(graph.graph(), "graph");
     name(&graph.sound, "reference");
@@ -326,7 +326,7 @@ TEST_F(TraceTest, graphIsOpenedAfterItsCallbackWasSet) {
     EXPECT_EQ(graph.object()->origin_inputProcRefCon(), &graph.sound);
 }
 
-TEST_F(TraceTest, unitOfACommunicationThreadGoesToTheCompanion) {
+TEST_F(TraceTest, UnitOfACommunicationThreadGoesToTheCompanion) {
     std::optional<HostUnit> engine;
     std::thread([&] {
         NSThread::setCurrentThreadName("MWAudioDeviceThread-1");

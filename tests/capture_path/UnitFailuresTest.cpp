@@ -35,7 +35,7 @@ struct UnitWhileCapturing : Road {
     const RecordedEvent started = event(6, 0, "audio unit start: 1");
 };
 
-TEST_F(UnitWhileCapturing, startingJoinsTheGraphAndSaysSo) {
+TEST_F(UnitWhileCapturing, StartingJoinsTheGraphAndSaysSo) {
     HostUnit host;
     host.play();
     const std::string success =
@@ -53,7 +53,7 @@ TEST_F(UnitWhileCapturing, startingJoinsTheGraphAndSaysSo) {
     EXPECT_TRUE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aRefusedBusCallbackEndsTheStartWithTheUnitCapturing) {
+TEST_F(UnitWhileCapturing, ARefusedBusCallbackEndsTheStartWithTheUnitCapturing) {
     HostUnit host;
     host.prepare();
     platform.fail("AUGraphSetNodeInputCallback", -10861);
@@ -67,7 +67,7 @@ TEST_F(UnitWhileCapturing, aRefusedBusCallbackEndsTheStartWithTheUnitCapturing) 
     EXPECT_TRUE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aRefusedBusFormatEndsTheStartWithTheUnitCapturing) {
+TEST_F(UnitWhileCapturing, ARefusedBusFormatEndsTheStartWithTheUnitCapturing) {
     HostUnit host;
     host.prepare();
     platform.fail("AudioUnitSetProperty", -10868, busFormat(1));
@@ -81,7 +81,7 @@ TEST_F(UnitWhileCapturing, aRefusedBusFormatEndsTheStartWithTheUnitCapturing) {
     EXPECT_TRUE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aRefusedGraphUpdateEndsTheStartWithoutTheSuccessEvent) {
+TEST_F(UnitWhileCapturing, ARefusedGraphUpdateEndsTheStartWithoutTheSuccessEvent) {
     HostUnit host;
     host.prepare();
     platform.fail("AUGraphUpdate", -10877);
@@ -93,7 +93,7 @@ TEST_F(UnitWhileCapturing, aRefusedGraphUpdateEndsTheStartWithoutTheSuccessEvent
     EXPECT_TRUE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aPostponedGraphUpdateCountsAsSuccess) {
+TEST_F(UnitWhileCapturing, APostponedGraphUpdateCountsAsSuccess) {
     HostUnit host;
     host.prepare();
     platform.fail("AUGraphUpdate", kAUGraphErr_CannotDoInCurrentContext);
@@ -108,7 +108,7 @@ TEST_F(UnitWhileCapturing, aPostponedGraphUpdateCountsAsSuccess) {
                 ElementsAre(IsLogLine(kManagerFile, kGraphUpdate, 3, postponed)));
 }
 
-TEST_F(UnitWhileCapturing, stoppingLeavesTheGraphAndSaysSo) {
+TEST_F(UnitWhileCapturing, StoppingLeavesTheGraphAndSaysSo) {
     HostUnit host;
     host.play();
     listener->clear();
@@ -123,7 +123,7 @@ TEST_F(UnitWhileCapturing, stoppingLeavesTheGraphAndSaysSo) {
     EXPECT_FALSE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aBusThatDoesNotDisconnectLeavesTheUnitStartedAndCapturing) {
+TEST_F(UnitWhileCapturing, ABusThatDoesNotDisconnectLeavesTheUnitStartedAndCapturing) {
     HostUnit host;
     host.play();
     listener->clear();
@@ -139,7 +139,7 @@ TEST_F(UnitWhileCapturing, aBusThatDoesNotDisconnectLeavesTheUnitStartedAndCaptu
     EXPECT_TRUE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aStopWhoseGraphUpdateFailsRaisesThatAlone) {
+TEST_F(UnitWhileCapturing, AStopWhoseGraphUpdateFailsRaisesThatAlone) {
     HostUnit host;
     host.play();
     listener->clear();
@@ -149,7 +149,7 @@ TEST_F(UnitWhileCapturing, aStopWhoseGraphUpdateFailsRaisesThatAlone) {
     EXPECT_FALSE(host.object()->isCapturing());
 }
 
-TEST_F(UnitWhileCapturing, aReconfiguredGraphGivesItsBusTheNewFormat) {
+TEST_F(UnitWhileCapturing, AReconfiguredGraphGivesItsBusTheNewFormat) {
     HostGraph host;
     host.play();
     listener->clear();
@@ -176,7 +176,7 @@ TEST_F(UnitWhileCapturing, aReconfiguredGraphGivesItsBusTheNewFormat) {
     EXPECT_TRUE(host.object()->needFormatToS16());
 }
 
-TEST_F(UnitWhileCapturing, aRefusedNewFormatOfAGraphIsRaised) {
+TEST_F(UnitWhileCapturing, ARefusedNewFormatOfAGraphIsRaised) {
     HostGraph host;
     host.play();
     listener->clear();
@@ -192,7 +192,7 @@ TEST_F(UnitWhileCapturing, aRefusedNewFormatOfAGraphIsRaised) {
 
 using UnitStart = Road;
 
-TEST_F(UnitStart, whoseMicrophoneSwitchCannotBeReadIsLogged) {
+TEST_F(UnitStart, WhoseMicrophoneSwitchCannotBeReadIsLogged) {
     HostUnit host;
     host.prepare();
     logs->clear();
@@ -209,7 +209,7 @@ TEST_F(UnitStart, whoseMicrophoneSwitchCannotBeReadIsLogged) {
     EXPECT_EQ(host.object()->streamDesc().mSampleRate, 0) << "the inspection ended there";
 }
 
-TEST_F(UnitStart, whoseFormatCannotBeReadIsLoggedAndNotAvailable) {
+TEST_F(UnitStart, WhoseFormatCannotBeReadIsLoggedAndNotAvailable) {
     HostUnit host;
     host.prepare();
     logs->clear();
@@ -230,7 +230,7 @@ TEST_F(UnitStart, whoseFormatCannotBeReadIsLoggedAndNotAvailable) {
     EXPECT_EQ(platform.count("AudioUnitRemoveRenderNotify"), 0U);
 }
 
-TEST_F(UnitStart, readsTheProgramsSideOfATakenOverUnitAndRemovesTheNotify) {
+TEST_F(UnitStart, ReadsTheProgramsSideOfATakenOverUnitAndRemovesTheNotify) {
     HostUnit host;
     host.play();
     EXPECT_EQ(platform.count("AudioUnitGetProperty",
@@ -241,7 +241,7 @@ TEST_F(UnitStart, readsTheProgramsSideOfATakenOverUnitAndRemovesTheNotify) {
     EXPECT_EQ(platform.count("AudioUnitAddRenderNotify"), 0U);
 }
 
-TEST_F(UnitStart, readsTheDevicesSideOfAnyOtherUnitAndAddsTheNotify) {
+TEST_F(UnitStart, ReadsTheDevicesSideOfAnyOtherUnitAndAddsTheNotify) {
     HostUnit host;
     host.play(kAudioUnitScope_Output);
     EXPECT_EQ(platform.count("AudioUnitGetProperty",
@@ -252,7 +252,7 @@ TEST_F(UnitStart, readsTheDevicesSideOfAnyOtherUnitAndAddsTheNotify) {
     EXPECT_EQ(platform.count("AudioUnitRemoveRenderNotify"), 0U);
 }
 
-TEST_F(UnitStart, ofAUnitWhoseMicrophoneIsOnIsNeverCaptured) {
+TEST_F(UnitStart, OfAUnitWhoseMicrophoneIsOnIsNeverCaptured) {
     ASSERT_TRUE(startCapture());
     HostUnit host;
     ASSERT_EQ(host.enableMicrophone(), 0);
@@ -266,7 +266,7 @@ TEST_F(UnitStart, ofAUnitWhoseMicrophoneIsOnIsNeverCaptured) {
     EXPECT_THAT(listener->events(), Contains(event(6, 0, "audio unit start: 1")));
 }
 
-TEST_F(UnitStart, ofAnUnknownComponentIsNeverCaptured) {
+TEST_F(UnitStart, OfAnUnknownComponentIsNeverCaptured) {
     ASSERT_TRUE(startCapture());
     HostUnit host;
     host.prepare();
@@ -276,7 +276,7 @@ TEST_F(UnitStart, ofAnUnknownComponentIsNeverCaptured) {
     EXPECT_FALSE(host.object()->isCapturing());
 }
 
-TEST_F(UnitStart, ofAGenericOutputUnitIgnoresTheMicrophone) {
+TEST_F(UnitStart, OfAGenericOutputUnitIgnoresTheMicrophone) {
     HostUnit host(kAudioUnitSubType_GenericOutput);
     host.prepare();
     EXPECT_EQ(host.start(), 0);
@@ -301,7 +301,7 @@ struct RouteChange : Road {
     }
 };
 
-TEST_F(RouteChange, givesTheBusTheKnownFormatAndKeepsTheFreshOne) {
+TEST_F(RouteChange, GivesTheBusTheKnownFormatAndKeepsTheFreshOne) {
     HostUnit host;
     host.play(kAudioUnitScope_Output);
     ASSERT_TRUE(startCapture());
@@ -322,7 +322,7 @@ TEST_F(RouteChange, givesTheBusTheKnownFormatAndKeepsTheFreshOne) {
                                                 event(1, 0, "[mix] AUGraph update success.")));
 }
 
-TEST_F(RouteChange, whoseFormatCannotBeReadIsRaisedAndTheGraphUpdatedAllTheSame) {
+TEST_F(RouteChange, WhoseFormatCannotBeReadIsRaisedAndTheGraphUpdatedAllTheSame) {
     HostUnit host;
     host.play(kAudioUnitScope_Output);
     ASSERT_TRUE(startCapture());
@@ -336,7 +336,7 @@ TEST_F(RouteChange, whoseFormatCannotBeReadIsRaisedAndTheGraphUpdatedAllTheSame)
     EXPECT_THAT(logs->linesOf(kReformat), ElementsAre(IsLogLine(kManagerFile, kReformat, 3, text)));
 }
 
-TEST_F(RouteChange, whoseBusRefusesTheFormatIsRaisedAndKeepsTheKnownFormat) {
+TEST_F(RouteChange, WhoseBusRefusesTheFormatIsRaisedAndKeepsTheKnownFormat) {
     HostUnit host;
     host.play(kAudioUnitScope_Output);
     ASSERT_TRUE(startCapture());
@@ -352,7 +352,7 @@ TEST_F(RouteChange, whoseBusRefusesTheFormatIsRaisedAndKeepsTheKnownFormat) {
     EXPECT_EQ(host.object()->streamDesc().mSampleRate, 48000);
 }
 
-TEST_F(RouteChange, readsTheDevicesSideOfEveryCapturingUnit) {
+TEST_F(RouteChange, ReadsTheDevicesSideOfEveryCapturingUnit) {
     HostUnit notified;
     HostUnit takenOver;
     notified.play(kAudioUnitScope_Output);
@@ -365,7 +365,7 @@ TEST_F(RouteChange, readsTheDevicesSideOfEveryCapturingUnit) {
               notified.object()->streamDesc().mFormatFlags);
 }
 
-TEST_F(RouteChange, withTakenOverUnitsOnlyChangesNothing) {
+TEST_F(RouteChange, WithTakenOverUnitsOnlyChangesNothing) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -377,7 +377,7 @@ TEST_F(RouteChange, withTakenOverUnitsOnlyChangesNothing) {
     EXPECT_EQ(platform.count("AUGraphUpdate"), 0U);
 }
 
-TEST_F(RouteChange, withoutCaptureChangesNothing) {
+TEST_F(RouteChange, WithoutCaptureChangesNothing) {
     HostUnit host;
     host.play(kAudioUnitScope_Output);
     platform.clear();

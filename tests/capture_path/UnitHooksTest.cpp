@@ -40,7 +40,7 @@ using UnitHooks = Road;
 
 struct OutputKinds : Road, testing::WithParamInterface<OSType> {};
 
-TEST_P(OutputKinds, getACaptureObjectInTheStoppedState) {
+TEST_P(OutputKinds, GetACaptureObjectInTheStoppedState) {
     const AudioComponent component = find(kAudioUnitType_Output, GetParam());
     AudioUnit unit = nullptr;
     ASSERT_EQ(AudioComponentInstanceNew(component, &unit), 0);
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(All, OutputKinds,
 
 struct OtherKinds : Road, testing::WithParamInterface<std::pair<OSType, OSType>> {};
 
-TEST_P(OtherKinds, getNoCaptureObjectAndWorkUntouched) {
+TEST_P(OtherKinds, GetNoCaptureObjectAndWorkUntouched) {
     const AudioComponent component = find(GetParam().first, GetParam().second);
     ASSERT_NE(component, nullptr);
     AudioUnit unit = nullptr;
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
         std::pair<OSType, OSType>{kAudioUnitType_Mixer, kAudioUnitSubType_MultiChannelMixer},
         std::pair<OSType, OSType>{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter}));
 
-TEST_F(UnitHooks, aNewUnitIsRecordedAfterThePlatformMadeIt) {
+TEST_F(UnitHooks, ANewUnitIsRecordedAfterThePlatformMadeIt) {
     bool seen = false;
     platform.watch("AudioComponentInstanceNew", [&](const auto&) {
         seen = true;
@@ -106,7 +106,7 @@ TEST_F(UnitHooks, aNewUnitIsRecordedAfterThePlatformMadeIt) {
     platform.watch("AudioComponentInstanceNew", {});
 }
 
-TEST_F(UnitHooks, aComponentWithoutADescriptionIsLoggedAndIgnored) {
+TEST_F(UnitHooks, AComponentWithoutADescriptionIsLoggedAndIgnored) {
     platform.fail("AudioComponentGetDescription", -50);
     AudioUnit unit = nullptr;
     EXPECT_EQ(
@@ -119,7 +119,7 @@ TEST_F(UnitHooks, aComponentWithoutADescriptionIsLoggedAndIgnored) {
     AudioComponentInstanceDispose(unit);
 }
 
-TEST_F(UnitHooks, noPlaceForTheUnitAnswersThePlatformsError) {
+TEST_F(UnitHooks, NoPlaceForTheUnitAnswersThePlatformsError) {
     EXPECT_EQ(
         AudioComponentInstanceNew(find(kAudioUnitType_Output, kAudioUnitSubType_RemoteIO), nullptr),
         kAudio_ParamError);
@@ -128,7 +128,7 @@ TEST_F(UnitHooks, noPlaceForTheUnitAnswersThePlatformsError) {
     EXPECT_EQ(registered(), 0U);
 }
 
-TEST_F(UnitHooks, anEighthUnitWorksWithoutACaptureObject) {
+TEST_F(UnitHooks, AnEighthUnitWorksWithoutACaptureObject) {
     HostUnit hosts[7];
     for (int i = 0; i < 7; ++i) {
         EXPECT_EQ(hosts[i].object()->trackId(), i + 1);
@@ -146,7 +146,7 @@ TEST_F(UnitHooks, anEighthUnitWorksWithoutACaptureObject) {
 
 struct CommunicationThreads : Road, testing::WithParamInterface<std::pair<const char*, bool>> {};
 
-TEST_P(CommunicationThreads, giveTheirUnitsToTheCompanion) {
+TEST_P(CommunicationThreads, GiveTheirUnitsToTheCompanion) {
     const auto& [name, isAgora] = GetParam();
     onThreadNamed(name, [&, agora = isAgora] {
         HostUnit host;
@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(Names, CommunicationThreads,
 
 struct OrdinaryThreads : Road, testing::WithParamInterface<const char*> {};
 
-TEST_P(OrdinaryThreads, keepTheirUnits) {
+TEST_P(OrdinaryThreads, KeepTheirUnits) {
     onThreadNamed(GetParam(), [&] {
         const HostUnit host;
         EXPECT_NE(host.object(), nullptr);
@@ -190,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(Names, OrdinaryThreads,
 
 struct TakenOverScopes : Road, testing::WithParamInterface<AudioUnitScope> {};
 
-TEST_P(TakenOverScopes, chainTheHostsCallback) {
+TEST_P(TakenOverScopes, ChainTheHostsCallback) {
     HostUnit host;
     ASSERT_EQ(host.setFormat(host.sound.format), 0);
     logs->clear();
@@ -216,7 +216,7 @@ INSTANTIATE_TEST_SUITE_P(All, TakenOverScopes,
                          testing::Values(AudioUnitScope{kAudioUnitScope_Global},
                                          AudioUnitScope{kAudioUnitScope_Input}));
 
-TEST_F(UnitHooks, aCallbackOnTheOutputScopeOrOnAnotherElementPassesUnchanged) {
+TEST_F(UnitHooks, ACallbackOnTheOutputScopeOrOnAnotherElementPassesUnchanged) {
     HostUnit host;
     EXPECT_EQ(host.setCallback(kAudioUnitScope_Output), 0);
     host.setCallback(kAudioUnitScope_Input, 1);
@@ -225,7 +225,7 @@ TEST_F(UnitHooks, aCallbackOnTheOutputScopeOrOnAnotherElementPassesUnchanged) {
     EXPECT_EQ(logs->linesOf(kSet).size(), 3U) << "each call is noted, none taken over";
 }
 
-TEST_F(UnitHooks, theSizeOfATakenOverCallbackIsNotLookedAt) {
+TEST_F(UnitHooks, TheSizeOfATakenOverCallbackIsNotLookedAt) {
     HostUnit host;
     const AURenderCallbackStruct callback = host.sound.callback();
     platform.clear();
@@ -236,7 +236,7 @@ TEST_F(UnitHooks, theSizeOfATakenOverCallbackIsNotLookedAt) {
     EXPECT_EQ(host.object()->origin_inputProc(), &HostSound::render);
 }
 
-TEST_F(UnitHooks, aSecondCallbackReplacesTheFirst) {
+TEST_F(UnitHooks, ASecondCallbackReplacesTheFirst) {
     HostUnit host;
     HostSound second;
     host.play();
@@ -249,7 +249,7 @@ TEST_F(UnitHooks, aSecondCallbackReplacesTheFirst) {
     EXPECT_EQ(second.calls, 1);
 }
 
-TEST_F(UnitHooks, aNullCallbackPassesThroughAndTheSavedOneStays) {
+TEST_F(UnitHooks, ANullCallbackPassesThroughAndTheSavedOneStays) {
     HostUnit host;
     host.play();
     const AURenderCallbackStruct none{nullptr, nullptr};
@@ -264,7 +264,7 @@ TEST_F(UnitHooks, aNullCallbackPassesThroughAndTheSavedOneStays) {
     EXPECT_EQ(host.sound.calls, 0) << "the platform has no callback any more";
 }
 
-TEST_F(UnitHooks, theLibrarysOwnCallbackPassesThroughAndTheSavedOneStays) {
+TEST_F(UnitHooks, TheLibrarysOwnCallbackPassesThroughAndTheSavedOneStays) {
     HostUnit host;
     host.play();
     const AURenderCallbackStruct own{RZReplayAudioUnitCapture_InputProcessCallback, host.unit()};
@@ -276,7 +276,7 @@ TEST_F(UnitHooks, theLibrarysOwnCallbackPassesThroughAndTheSavedOneStays) {
     EXPECT_EQ(host.sound.calls, 1) << "once, not in a circle";
 }
 
-TEST_F(UnitHooks, otherPropertiesReachThePlatformAsTheyAre) {
+TEST_F(UnitHooks, OtherPropertiesReachThePlatformAsTheyAre) {
     HostUnit host;
     platform.clear();
     EXPECT_EQ(host.setFormat(stream_formats::floatPlanar(44100, 2)), 0);
@@ -289,7 +289,7 @@ TEST_F(UnitHooks, otherPropertiesReachThePlatformAsTheyAre) {
     EXPECT_EQ(host.object()->origin_inputProc(), nullptr);
 }
 
-TEST_F(UnitHooks, aStatusOfThePlatformComesBackFromEveryFunction) {
+TEST_F(UnitHooks, AStatusOfThePlatformComesBackFromEveryFunction) {
     HostUnit host;
     host.prepare();
     platform.fail("AudioUnitSetProperty", -11);
@@ -309,7 +309,7 @@ TEST_F(UnitHooks, aStatusOfThePlatformComesBackFromEveryFunction) {
     platform.heal();
 }
 
-TEST_F(UnitHooks, theRegistryLearnsOfAStartBeforeTheUnitRuns) {
+TEST_F(UnitHooks, TheRegistryLearnsOfAStartBeforeTheUnitRuns) {
     HostUnit host;
     host.prepare();
     bool seen = false;
@@ -326,7 +326,7 @@ TEST_F(UnitHooks, theRegistryLearnsOfAStartBeforeTheUnitRuns) {
     platform.watch("AudioOutputUnitStart", {});
 }
 
-TEST_F(UnitHooks, theRegistryLearnsOfAStopBeforeTheUnitStops) {
+TEST_F(UnitHooks, TheRegistryLearnsOfAStopBeforeTheUnitStops) {
     HostUnit host;
     host.play();
     bool seen = false;
@@ -342,7 +342,7 @@ TEST_F(UnitHooks, theRegistryLearnsOfAStopBeforeTheUnitStops) {
     platform.watch("AudioOutputUnitStop", {});
 }
 
-TEST_F(UnitHooks, uninitialisingEndsTheCaptureObjectBeforeThePlatformIsCalled) {
+TEST_F(UnitHooks, UninitialisingEndsTheCaptureObjectBeforeThePlatformIsCalled) {
     HostUnit host;
     host.play();
     host.stop();
@@ -365,14 +365,14 @@ TEST_F(UnitHooks, uninitialisingEndsTheCaptureObjectBeforeThePlatformIsCalled) {
     platform.watch("AudioUnitUninitialize", {});
 }
 
-TEST_F(UnitHooks, disposingAloneKeepsTheCaptureObject) {
+TEST_F(UnitHooks, DisposingAloneKeepsTheCaptureObject) {
     HostUnit host;
     const AudioUnit unit = host.unit();
     EXPECT_EQ(AudioComponentInstanceDispose(unit), 0);
     EXPECT_NE(manager().findAudioUnitObj(unit), nullptr);
 }
 
-TEST_F(UnitHooks, unknownUnitsAreNotedAndPassedOn) {
+TEST_F(UnitHooks, UnknownUnitsAreNotedAndPassedOn) {
     AudioUnit mixer = nullptr;
     AudioComponentInstanceNew(find(kAudioUnitType_Mixer, kAudioUnitSubType_MultiChannelMixer),
                               &mixer);
@@ -394,7 +394,7 @@ TEST_F(UnitHooks, unknownUnitsAreNotedAndPassedOn) {
     AudioComponentInstanceDispose(mixer);
 }
 
-TEST_F(UnitHooks, nullAndStaleUnitsAnswerThePlatformsErrorsAndNeverCrash) {
+TEST_F(UnitHooks, NullAndStaleUnitsAnswerThePlatformsErrorsAndNeverCrash) {
     HostUnit host;
     host.play();
     const AudioUnit stale = host.unit();
@@ -416,7 +416,7 @@ TEST_F(UnitHooks, nullAndStaleUnitsAnswerThePlatformsErrorsAndNeverCrash) {
     }
 }
 
-TEST_F(UnitHooks, aUnitThatDiedWhileCapturingIsStoppedWithoutACrash) {
+TEST_F(UnitHooks, AUnitThatDiedWhileCapturingIsStoppedWithoutACrash) {
     HostUnit host;
     host.play();
     ASSERT_TRUE(startCapture());
@@ -430,7 +430,7 @@ TEST_F(UnitHooks, aUnitThatDiedWhileCapturingIsStoppedWithoutACrash) {
     pump(2);
 }
 
-TEST_F(UnitHooks, withThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded) {
+TEST_F(UnitHooks, WithThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded) {
     HostUnit known;
     known.prepare();
     RZReplayAudioUnitCapturer::enableHook(NO);
@@ -454,7 +454,7 @@ TEST_F(UnitHooks, withThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded) 
     EXPECT_EQ(registered(), 2U);
 }
 
-TEST_F(UnitHooks, startingTheHooksAgainInstallsNothingTwice) {
+TEST_F(UnitHooks, StartingTheHooksAgainInstallsNothingTwice) {
     for (int i = 0; i < 3; ++i) {
         RZReplayAudioUnitCapturer::startHook();
     }

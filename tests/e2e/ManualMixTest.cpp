@@ -99,7 +99,7 @@ struct ManualMix : testing::Test {
     }
 };
 
-TEST_F(ManualMix, holdsEveryToneAtItsLevelWithoutNoiseOrGaps) {
+TEST_F(ManualMix, HoldsEveryToneAtItsLevelWithoutNoiseOrGaps) {
     record(6);
     const std::vector<double> frequencies{997, 1499, 401};
     const std::vector<double> expected{0.25, 0.2, 0.15};
@@ -116,7 +116,7 @@ TEST_F(ManualMix, holdsEveryToneAtItsLevelWithoutNoiseOrGaps) {
     }
 }
 
-TEST_F(ManualMix, postBlocksAreTheHostsBlocksSampleForSample) {
+TEST_F(ManualMix, PostBlocksAreTheHostsBlocksSampleForSample) {
     record(3);
     const ToneHost* const hosts[] = {&music, &effects, &voice};
     ASSERT_EQ(collector->tracks().size(), 3U);
@@ -143,7 +143,7 @@ TEST_F(ManualMix, postBlocksAreTheHostsBlocksSampleForSample) {
     }
 }
 
-TEST_F(ManualMix, timeStampsRiseAndMatchHostTime) {
+TEST_F(ManualMix, TimeStampsRiseAndMatchHostTime) {
     record(2);
     const auto& stamps = collector->mixTimeStamps();
     ASSERT_GT(stamps.size(), 150U);

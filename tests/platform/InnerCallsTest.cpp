@@ -56,7 +56,7 @@ namespace {
 
 using InnerCalls = MixGraph;
 
-TEST_F(InnerCalls, ofAGraphAndItsRenderAreNotCaught) {
+TEST_F(InnerCalls, OfAGraphAndItsRenderAreNotCaught) {
     Callback callback;
     callback.body = constant(0.5F);
     ASSERT_EQ(setNodeCallback(graph, mixNode, 0, callback), noErr);

@@ -160,6 +160,6 @@ static_assert(noErr == 0 && kAudio_ParamError == -50 && kAudio_UnimplementedErro
 
 extern "C" OSStatus headersUsedFromC(void);
 
-TEST(Headers, compileAndLinkFromC11) {
+TEST(Headers, CompileAndLinkFromC11) {
     EXPECT_EQ(headersUsedFromC(), noErr);
 }

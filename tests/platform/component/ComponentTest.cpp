@@ -8,7 +8,7 @@ UInt32 count(OSType type, OSType subType, OSType maker) {
     return AudioComponentCount(&wanted);
 }
 
-TEST(Components, zerosInTheDescriptionMatchAnything) {
+TEST(Components, ZerosInTheDescriptionMatchAnything) {
     EXPECT_EQ(count(0, 0, 0), 5U);
     EXPECT_EQ(count(kAudioUnitType_Output, 0, 0), 3U);
     EXPECT_EQ(count(0, kAudioUnitSubType_AUConverter, 0), 1U);
@@ -17,7 +17,7 @@ TEST(Components, zerosInTheDescriptionMatchAnything) {
     EXPECT_EQ(count(0, 0, 0x58585858), 0U);
 }
 
-TEST(Components, everyKindIsFoundOnceByItsOwnDescription) {
+TEST(Components, EveryKindIsFoundOnceByItsOwnDescription) {
     for (const auto& wanted :
          {remoteIO(), description(kAudioUnitType_Output, kAudioUnitSubType_VoiceProcessingIO),
           genericOutput(), mixer(), converter()}) {
@@ -32,7 +32,7 @@ TEST(Components, everyKindIsFoundOnceByItsOwnDescription) {
     }
 }
 
-TEST(Components, findNextWalksThroughAllMatches) {
+TEST(Components, FindNextWalksThroughAllMatches) {
     const AudioComponentDescription any{};
     UInt32 walked = 0;
     for (AudioComponent at = AudioComponentFindNext(nullptr, &any); at != nullptr;
@@ -42,7 +42,7 @@ TEST(Components, findNextWalksThroughAllMatches) {
     EXPECT_EQ(walked, AudioComponentCount(&any));
 }
 
-TEST(Components, flagsCountOnlyWhereTheMaskSaysSo) {
+TEST(Components, FlagsCountOnlyWhereTheMaskSaysSo) {
     AudioComponentDescription wanted = remoteIO();
     wanted.componentFlags = kAudioComponentFlag_Unsearchable;
     EXPECT_EQ(AudioComponentCount(&wanted), 1U);
@@ -50,7 +50,7 @@ TEST(Components, flagsCountOnlyWhereTheMaskSaysSo) {
     EXPECT_EQ(AudioComponentCount(&wanted), 0U);
 }
 
-TEST(Components, haveANameAndAVersion) {
+TEST(Components, HaveANameAndAVersion) {
     const auto wanted = mixer();
     const AudioComponent component = AudioComponentFindNext(nullptr, &wanted);
     CFStringRef name = nullptr;
@@ -64,7 +64,7 @@ TEST(Components, haveANameAndAVersion) {
     EXPECT_EQ(version, 0x00010000U);
 }
 
-TEST(Components, nullAndForeignArgumentsAreRefused) {
+TEST(Components, NullAndForeignArgumentsAreRefused) {
     const auto wanted = mixer();
     int other = 0;
     const auto foreign = reinterpret_cast<AudioComponent>(&other);
@@ -85,7 +85,7 @@ TEST(Components, nullAndForeignArgumentsAreRefused) {
               kAudio_ParamError);
 }
 
-TEST(Components, anInstanceKnowsItsComponent) {
+TEST(Components, AnInstanceKnowsItsComponent) {
     const auto wanted = converter();
     const OwnedUnit unit(wanted);
     EXPECT_EQ(AudioComponentInstanceGetComponent(unit), AudioComponentFindNext(nullptr, &wanted));

@@ -72,18 +72,18 @@ void expectEveryGraphCallAnswers(AUGraph graph, OSStatus expected) {
     EXPECT_EQ(DisposeAUGraph(graph), expected);
 }
 
-TEST(Handles, aNullUnitIsAParameterError) {
+TEST(Handles, ANullUnitIsAParameterError) {
     expectEveryUnitCallAnswers(nullptr, kAudio_ParamError);
 }
 
-TEST(Handles, aDisposedUnitIsInvalidated) {
+TEST(Handles, ADisposedUnitIsInvalidated) {
     const AudioUnit unit = makeUnit(remoteIO());
     ASSERT_EQ(AudioComponentInstanceDispose(unit), noErr);
     expectEveryUnitCallAnswers(unit, kAudioComponentErr_InstanceInvalidated);
     EXPECT_EQ(AudioComponentInstanceGetComponent(unit), nullptr);
 }
 
-TEST(Handles, aPointerToSomethingElseIsNoUnit) {
+TEST(Handles, APointerToSomethingElseIsNoUnit) {
     Float64 other = 0;
     expectEveryUnitCallAnswers(reinterpret_cast<AudioUnit>(&other),
                                kAudioComponentErr_InstanceInvalidated);
@@ -94,26 +94,26 @@ TEST(Handles, aPointerToSomethingElseIsNoUnit) {
     DisposeAUGraph(graph);
 }
 
-TEST(Handles, anAddressInsideAHandleIsNoUnit) {
+TEST(Handles, AnAddressInsideAHandleIsNoUnit) {
     const OwnedUnit unit(mixer());
     const auto inside =
         reinterpret_cast<AudioUnit>(reinterpret_cast<char*>(static_cast<AudioUnit>(unit)) + 8);
     EXPECT_EQ(AudioUnitInitialize(inside), kAudioComponentErr_InstanceInvalidated);
 }
 
-TEST(Handles, aNullGraphIsAParameterError) {
+TEST(Handles, ANullGraphIsAParameterError) {
     expectEveryGraphCallAnswers(nullptr, kAudio_ParamError);
     EXPECT_EQ(NewAUGraph(nullptr), kAudio_ParamError);
 }
 
-TEST(Handles, aDisposedGraphIsInvalid) {
+TEST(Handles, ADisposedGraphIsInvalid) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     ASSERT_EQ(DisposeAUGraph(graph), noErr);
     expectEveryGraphCallAnswers(graph, kAUGraphErr_InvalidAudioUnit);
 }
 
-TEST(Handles, anAddressIsNotGivenOutAgainSoon) {
+TEST(Handles, AnAddressIsNotGivenOutAgainSoon) {
     std::set<AudioUnit> seen;
     for (int i = 0; i < 10000; ++i) {
         const AudioUnit unit = makeUnit(converter());
@@ -122,7 +122,7 @@ TEST(Handles, anAddressIsNotGivenOutAgainSoon) {
     }
 }
 
-TEST(Handles, unitsBeyondTheTableAreRefusedAndComeBackAfterADispose) {
+TEST(Handles, UnitsBeyondTheTableAreRefusedAndComeBackAfterADispose) {
     const auto wanted = converter();
     const AudioComponent component = AudioComponentFindNext(nullptr, &wanted);
     std::vector<AudioUnit> all;
@@ -142,7 +142,7 @@ TEST(Handles, unitsBeyondTheTableAreRefusedAndComeBackAfterADispose) {
     }
 }
 
-TEST(Handles, showingAnythingIsHarmless) {
+TEST(Handles, ShowingAnythingIsHarmless) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     AUNode node = 0;
@@ -163,7 +163,7 @@ TEST(Handles, showingAnythingIsHarmless) {
     DisposeAUGraph(graph);
 }
 
-TEST(Handles, aUnitDisposedOfInsideItsOwnCallbackEndsAfterTheSlice) {
+TEST(Handles, AUnitDisposedOfInsideItsOwnCallbackEndsAfterTheSlice) {
     Player player;
     const AudioUnit unit = makeUnit(remoteIO());
     Callback callback;

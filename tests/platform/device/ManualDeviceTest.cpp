@@ -59,7 +59,7 @@ struct Played {
     }
 };
 
-TEST(ManualDevice, isWhatTheEnvironmentNames) {
+TEST(ManualDevice, IsWhatTheEnvironmentNames) {
     const Device& device = sharedDevice();
     EXPECT_EQ(device.name(), "manual");
     EXPECT_EQ(device.sampleRate(), 48000);
@@ -69,7 +69,7 @@ TEST(ManualDevice, isWhatTheEnvironmentNames) {
     EXPECT_EQ(&device, &sharedDevice());
 }
 
-TEST(ManualDevice, rendersExactlyTheFramesAndTheTimeOfThePump) {
+TEST(ManualDevice, RendersExactlyTheFramesAndTheTimeOfThePump) {
     std::vector<AudioTimeStamp> times;
     std::vector<UInt32> frames;
     Client client([&](const DeviceSlice& slice) {
@@ -94,7 +94,7 @@ TEST(ManualDevice, rendersExactlyTheFramesAndTheTimeOfThePump) {
     }
 }
 
-TEST(ManualDevice, refusesFrameCountsOutOfRange) {
+TEST(ManualDevice, RefusesFrameCountsOutOfRange) {
     Client client;
     add(client);
     EXPECT_EQ(TQManualDevicePump(0, 0), kAudio_ParamError);
@@ -103,7 +103,7 @@ TEST(ManualDevice, refusesFrameCountsOutOfRange) {
     EXPECT_EQ(client.slices, 0);
 }
 
-TEST(ManualDevice, setsItsRateWithinBounds) {
+TEST(ManualDevice, SetsItsRateWithinBounds) {
     EXPECT_EQ(TQManualDeviceSetSampleRate(44100), noErr);
     EXPECT_EQ(sharedDevice().sampleRate(), 44100);
     for (const Float64 rate : {999.0, 384001.0, 0.0, -48000.0, std::nan(""), double{INFINITY}}) {
@@ -115,7 +115,7 @@ TEST(ManualDevice, setsItsRateWithinBounds) {
     EXPECT_EQ(sharedDevice().sampleRate(), 384000);
 }
 
-TEST(ManualDevice, playsTheSumOfAllClientsUnclipped) {
+TEST(ManualDevice, PlaysTheSumOfAllClientsUnclipped) {
     const auto fill = [](const DeviceSlice& slice, float left, float right) {
         for (UInt32 frame = 0; frame < slice.frames; ++frame) {
             slice.output[0][frame] += left;
@@ -140,14 +140,14 @@ TEST(ManualDevice, playsTheSumOfAllClientsUnclipped) {
     EXPECT_EQ(played.calls, 2);
 }
 
-TEST(ManualDevice, playsSilenceWithoutClients) {
+TEST(ManualDevice, PlaysSilenceWithoutClients) {
     Played played;
     ASSERT_EQ(TQManualDeviceSetOutput(&Played::tap, &played), noErr);
     ASSERT_EQ(TQManualDevicePump(2, 0), noErr);
     EXPECT_EQ(played.channels, (std::vector<std::vector<float>>{{0, 0}, {0, 0}}));
 }
 
-TEST(ManualDevice, givesEveryClientZeroedPlanesOfItsOwn) {
+TEST(ManualDevice, GivesEveryClientZeroedPlanesOfItsOwn) {
     bool clean = true;
     const auto dirty = [&](const DeviceSlice& slice) {
         for (UInt32 channel = 0; channel < 2; ++channel) {
@@ -166,7 +166,7 @@ TEST(ManualDevice, givesEveryClientZeroedPlanesOfItsOwn) {
     EXPECT_TRUE(clean);
 }
 
-TEST(ManualDevice, hearsWhatItsInputSays) {
+TEST(ManualDevice, HearsWhatItsInputSays) {
     std::vector<float> heard;
     Client client([&](const DeviceSlice& slice) {
         heard.assign(slice.input[1], slice.input[1] + slice.frames);
@@ -198,7 +198,7 @@ TEST(ManualDevice, hearsWhatItsInputSays) {
     EXPECT_EQ(heard, (std::vector<float>{0, 0}));
 }
 
-TEST(ManualDevice, refusesItsCallsFromInsideASlice) {
+TEST(ManualDevice, RefusesItsCallsFromInsideASlice) {
     Client client([&](const DeviceSlice&) {
         EXPECT_EQ(TQManualDevicePump(64, 0), kAudioUnitErr_CannotDoInCurrentContext);
         EXPECT_EQ(TQManualDeviceSetSampleRate(44100), kAudioUnitErr_CannotDoInCurrentContext);
@@ -213,7 +213,7 @@ TEST(ManualDevice, refusesItsCallsFromInsideASlice) {
     EXPECT_EQ(sharedDevice().sampleRate(), 48000);
 }
 
-TEST(ManualDevice, knowsTheThreadInsideASlice) {
+TEST(ManualDevice, KnowsTheThreadInsideASlice) {
     bool inside = false, elsewhere = true;
     Client client([&](const DeviceSlice&) {
         inside = sharedDevice().isDeviceThread();
@@ -227,7 +227,7 @@ TEST(ManualDevice, knowsTheThreadInsideASlice) {
     EXPECT_FALSE(sharedDevice().isDeviceThread());
 }
 
-TEST(ManualDeviceClients, renderInTheOrderOfAdding) {
+TEST(ManualDeviceClients, RenderInTheOrderOfAdding) {
     std::vector<int> order;
     Client one([&](const DeviceSlice&) { order.push_back(1); });
     Client two([&](const DeviceSlice&) { order.push_back(2); });
@@ -245,7 +245,7 @@ TEST(ManualDeviceClients, renderInTheOrderOfAdding) {
     EXPECT_EQ(order, (std::vector<int>{2, 3, 1}));
 }
 
-TEST(ManualDeviceClients, areNotEnteredOnceRemoved) {
+TEST(ManualDeviceClients, AreNotEnteredOnceRemoved) {
     Client client;
     add(client);
     TQManualDevicePump(1, 0);
@@ -255,7 +255,7 @@ TEST(ManualDeviceClients, areNotEnteredOnceRemoved) {
     EXPECT_EQ(client.slices, 1);
 }
 
-TEST(ManualDeviceClients, unknownOnesAreIgnoredOnRemoval) {
+TEST(ManualDeviceClients, UnknownOnesAreIgnoredOnRemoval) {
     Client known, unknown;
     add(known);
     sharedDevice().removeClient(unknown);
@@ -263,7 +263,7 @@ TEST(ManualDeviceClients, unknownOnesAreIgnoredOnRemoval) {
     EXPECT_EQ(known.slices, 1);
 }
 
-TEST(ManualDeviceClients, mayRemoveThemselvesInASlice) {
+TEST(ManualDeviceClients, MayRemoveThemselvesInASlice) {
     Client* self = nullptr;
     Client client([&](const DeviceSlice&) { sharedDevice().removeClient(*self); });
     Client after;
@@ -276,7 +276,7 @@ TEST(ManualDeviceClients, mayRemoveThemselvesInASlice) {
     EXPECT_EQ(after.slices, 2);
 }
 
-TEST(ManualDeviceClients, mayRemoveOthersInASliceEvenThoseWhoseTurnWouldCome) {
+TEST(ManualDeviceClients, MayRemoveOthersInASliceEvenThoseWhoseTurnWouldCome) {
     Client before, after;
     Client client([&](const DeviceSlice&) {
         sharedDevice().removeClient(before);
@@ -292,7 +292,7 @@ TEST(ManualDeviceClients, mayRemoveOthersInASliceEvenThoseWhoseTurnWouldCome) {
     EXPECT_EQ(after.slices, 0);
 }
 
-TEST(ManualDeviceClients, addedInASliceRenderFromTheNextOn) {
+TEST(ManualDeviceClients, AddedInASliceRenderFromTheNextOn) {
     std::vector<Client> others(50);
     Client client([&](const DeviceSlice&) {
         for (auto& other : others) {
@@ -308,7 +308,7 @@ TEST(ManualDeviceClients, addedInASliceRenderFromTheNextOn) {
     }
 }
 
-TEST(ManualDeviceClients, thatRemoveAndAddThemselvesRenderOncePerSlice) {
+TEST(ManualDeviceClients, ThatRemoveAndAddThemselvesRenderOncePerSlice) {
     Client* self = nullptr;
     Client client([&](const DeviceSlice&) {
         sharedDevice().removeClient(*self);
@@ -350,7 +350,7 @@ class Held {
     bool released_ = false;
 };
 
-TEST(ManualDeviceClients, removalByTwoThreadsWaitsForTheSliceInBoth) {
+TEST(ManualDeviceClients, RemovalByTwoThreadsWaitsForTheSliceInBoth) {
     Held held;
     add(held.client);
     std::thread pump([] { TQManualDevicePump(64, 0); });
@@ -379,7 +379,7 @@ TEST(ManualDeviceClients, removalByTwoThreadsWaitsForTheSliceInBoth) {
     EXPECT_EQ(held.client.slices, 1);
 }
 
-TEST(ManualDeviceClients, removalDoesNotWaitForTheSliceOfAnother) {
+TEST(ManualDeviceClients, RemovalDoesNotWaitForTheSliceOfAnother) {
     Held held;
     Client other;
     add(held.client);
@@ -392,7 +392,7 @@ TEST(ManualDeviceClients, removalDoesNotWaitForTheSliceOfAnother) {
     EXPECT_EQ(other.slices, 0);
 }
 
-TEST(ManualDevice, refusesASecondPumpMeanwhile) {
+TEST(ManualDevice, RefusesASecondPumpMeanwhile) {
     Held held;
     add(held.client);
     std::thread pump([] { TQManualDevicePump(64, 0); });
@@ -403,7 +403,7 @@ TEST(ManualDevice, refusesASecondPumpMeanwhile) {
     EXPECT_EQ(TQManualDevicePump(64, 0), noErr);
 }
 
-TEST(ManualDevice, allocatesNothingInASliceOnceWarm) {
+TEST(ManualDevice, AllocatesNothingInASliceOnceWarm) {
     Client one, two;
     add(one);
     add(two);
@@ -418,7 +418,7 @@ TEST(ManualDevice, allocatesNothingInASliceOnceWarm) {
     EXPECT_EQ(allocations.count(), 0U);
 }
 
-TEST(ManualDeviceStress, clientsComeAndGoWhileSlicesRun) {
+TEST(ManualDeviceStress, ClientsComeAndGoWhileSlicesRun) {
     std::atomic<bool> stop{false};
     std::thread pump([&] {
         while (!stop) {
@@ -445,7 +445,7 @@ TEST(ManualDeviceStress, clientsComeAndGoWhileSlicesRun) {
     pump.join();
 }
 
-TEST(ManualDeviceFork, childHasADeviceOfItsOwnWithoutClients) {
+TEST(ManualDeviceFork, ChildHasADeviceOfItsOwnWithoutClients) {
     Held held;
     add(held.client);
     std::thread pump([] { TQManualDevicePump(64, 0); });

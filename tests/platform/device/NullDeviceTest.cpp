@@ -85,7 +85,7 @@ class Client final : public DeviceClient {
     std::vector<SliceNote> notes_;
 };
 
-TEST(NullDevice, isStereoAt48000In512Frames) {
+TEST(NullDevice, IsStereoAt48000In512Frames) {
     EXPECT_EQ(sharedDevice().name(), "null");
     EXPECT_EQ(sharedDevice().sampleRate(), 48000);
     EXPECT_EQ(sharedDevice().outputChannels(), 2U);
@@ -93,7 +93,7 @@ TEST(NullDevice, isStereoAt48000In512Frames) {
     EXPECT_EQ(sharedDevice().maximumFrames(), 512U);
 }
 
-TEST(NullDevice, givesSlicesOfSilenceOnZeroedPlanes) {
+TEST(NullDevice, GivesSlicesOfSilenceOnZeroedPlanes) {
     std::atomic<int> dirty{0};
     Client client([&](const DeviceSlice& slice) {
         for (UInt32 channel = 0; channel < 2; ++channel) {
@@ -108,7 +108,7 @@ TEST(NullDevice, givesSlicesOfSilenceOnZeroedPlanes) {
     EXPECT_EQ(dirty, 0);
 }
 
-TEST(NullDevice, keepsThePaceOfItsRate) {
+TEST(NullDevice, KeepsThePaceOfItsRate) {
     Client client;
     const UInt64 start = nowNs();
     ASSERT_TRUE(sharedDevice().addClient(client));
@@ -126,7 +126,7 @@ TEST(NullDevice, keepsThePaceOfItsRate) {
     EXPECT_LE(end - start, 10 * 47 * kPeriod);
 }
 
-TEST(NullDevice, stampsSampleTimesByFramesAndHostTimesByTheGridOfItsPeriods) {
+TEST(NullDevice, StampsSampleTimesByFramesAndHostTimesByTheGridOfItsPeriods) {
     Client client;
     ASSERT_TRUE(sharedDevice().addClient(client));
     ASSERT_TRUE(client.waitForSlices(40));
@@ -145,7 +145,7 @@ TEST(NullDevice, stampsSampleTimesByFramesAndHostTimesByTheGridOfItsPeriods) {
     }
 }
 
-TEST(NullDevice, startsAgainAfterAllClientsLeft) {
+TEST(NullDevice, StartsAgainAfterAllClientsLeft) {
     Client client;
     UInt64 last = 0;
     Float64 samples = -1;
@@ -164,7 +164,7 @@ TEST(NullDevice, startsAgainAfterAllClientsLeft) {
     }
 }
 
-TEST(NullDevice, doesNotEnterAClientAfterItsRemoval) {
+TEST(NullDevice, DoesNotEnterAClientAfterItsRemoval) {
     Client witness;
     ASSERT_TRUE(sharedDevice().addClient(witness));
     for (int round = 0; round < 5; ++round) {
@@ -178,7 +178,7 @@ TEST(NullDevice, doesNotEnterAClientAfterItsRemoval) {
     }
 }
 
-TEST(NullDevice, waitsForTheSliceOfTheClientThatIsRemoved) {
+TEST(NullDevice, WaitsForTheSliceOfTheClientThatIsRemoved) {
     std::atomic<int> inside{0};
     Client client([&](const DeviceSlice&) {
         inside = 1;
@@ -203,7 +203,7 @@ TEST(NullDevice, waitsForTheSliceOfTheClientThatIsRemoved) {
     }
 }
 
-TEST(NullDevice, clientsRemoveThemselvesAndOthersFromTheirSlices) {
+TEST(NullDevice, ClientsRemoveThemselvesAndOthersFromTheirSlices) {
     Client victim;
     Client* self = nullptr;
     Client client([&](const DeviceSlice&) {
@@ -224,7 +224,7 @@ TEST(NullDevice, clientsRemoveThemselvesAndOthersFromTheirSlices) {
     EXPECT_EQ(victim.notes().size(), count);
 }
 
-TEST(NullDevice, runsOnANamedThreadOfItsOwnThatTakesNoSignals) {
+TEST(NullDevice, RunsOnANamedThreadOfItsOwnThatTakesNoSignals) {
     std::string name;
     bool blocked = false, inside = false;
     pthread_t thread{};
@@ -252,7 +252,7 @@ TEST(NullDevice, runsOnANamedThreadOfItsOwnThatTakesNoSignals) {
     EXPECT_EQ(sigismember(&mine, SIGTERM), 0);
 }
 
-TEST(NullDevice, hasOneThreadHoweverOftenItIsStarted) {
+TEST(NullDevice, HasOneThreadHoweverOftenItIsStarted) {
     const auto deviceThreads = [] {
         int count = 0;
         DIR* const tasks = opendir("/proc/self/task");
@@ -275,7 +275,7 @@ TEST(NullDevice, hasOneThreadHoweverOftenItIsStarted) {
     }
 }
 
-TEST(NullDeviceStress, clientsComeAndGoWhileSlicesRun) {
+TEST(NullDeviceStress, ClientsComeAndGoWhileSlicesRun) {
     Client witness;
     ASSERT_TRUE(sharedDevice().addClient(witness));
     const auto churn = [] {
@@ -309,7 +309,7 @@ bool inChild(const std::function<bool()>& body) {
            WEXITSTATUS(status) == 0;
 }
 
-TEST(NullDeviceFork, childPlaysItsOwnClientsAndNotItsParents) {
+TEST(NullDeviceFork, ChildPlaysItsOwnClientsAndNotItsParents) {
     Client client;
     ASSERT_TRUE(sharedDevice().addClient(client));
     ASSERT_TRUE(client.waitForSlices(2));
@@ -326,7 +326,7 @@ TEST(NullDeviceFork, childPlaysItsOwnClientsAndNotItsParents) {
     EXPECT_TRUE(client.waitForSlices(client.notes().size() + 2));
 }
 
-TEST(NullDeviceFork, childMayComeBeforeTheFirstUse) {
+TEST(NullDeviceFork, ChildMayComeBeforeTheFirstUse) {
     EXPECT_TRUE(inChild([] {
         Client own;
         return sharedDevice().addClient(own) && own.waitForSlices(2);
@@ -336,7 +336,7 @@ TEST(NullDeviceFork, childMayComeBeforeTheFirstUse) {
     EXPECT_TRUE(client.waitForSlices(2));
 }
 
-TEST(NullDeviceFork, aClientMayForkInItsSlice) {
+TEST(NullDeviceFork, AClientMayForkInItsSlice) {
     std::atomic<int> result{-1};
     Client client([&](const DeviceSlice&) {
         if (result == -1) {
@@ -361,7 +361,7 @@ class Immortal final : public DeviceClient {
     std::atomic<int> slices{0};
 };
 
-TEST(NullDeviceExit, aProcessMayEndWhileSlicesRun) {
+TEST(NullDeviceExit, AProcessMayEndWhileSlicesRun) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {

@@ -13,14 +13,14 @@ constexpr std::uint64_t kStart = 123'456'789'012;
 constexpr std::uint64_t kSecond = 1'000'000'000;
 constexpr std::uint64_t kPeriod = 512 * kSecond / 48000;  // rounded down
 
-TEST(PeriodClock, firstPeriodIsDueAtOnceAndHeardOnePeriodLater) {
+TEST(PeriodClock, FirstPeriodIsDueAtOnceAndHeardOnePeriodLater) {
     PeriodClock clock(48000, 512);
     clock.start(kStart);
     EXPECT_EQ(clock.deadlineNs(), kStart);
     EXPECT_EQ(clock.playTimeNs(), kStart + kPeriod);
 }
 
-TEST(PeriodClock, deadlinesStayExactForADay) {
+TEST(PeriodClock, DeadlinesStayExactForADay) {
     PeriodClock clock(48000, 512);
     clock.start(kStart);
     constexpr std::uint64_t kPeriods = 24 * 3600 * std::uint64_t{48000} / 512;
@@ -32,7 +32,7 @@ TEST(PeriodClock, deadlinesStayExactForADay) {
     EXPECT_EQ(clock.deadlineNs(), kStart + 24 * 3600 * kSecond);
 }
 
-TEST(PeriodClock, holdsAtRatesThatDivideNothing) {
+TEST(PeriodClock, HoldsAtRatesThatDivideNothing) {
     PeriodClock clock(44100, 441 * 7 + 1);
     clock.start(0);
     for (std::uint64_t period = 0; period < 44100; ++period) {
@@ -41,7 +41,7 @@ TEST(PeriodClock, holdsAtRatesThatDivideNothing) {
     EXPECT_EQ(clock.deadlineNs(), (441 * 7 + 1) * kSecond);
 }
 
-TEST(PeriodClock, playTimeIsTheNextDeadline) {
+TEST(PeriodClock, PlayTimeIsTheNextDeadline) {
     PeriodClock clock(48000, 512);
     clock.start(kStart);
     for (int period = 0; period < 1000; ++period) {
@@ -51,7 +51,7 @@ TEST(PeriodClock, playTimeIsTheNextDeadline) {
     }
 }
 
-TEST(PeriodClock, aShortStallIsMadeUpFor) {
+TEST(PeriodClock, AShortStallIsMadeUpFor) {
     PeriodClock clock(48000, 512);
     clock.start(kStart);
     const std::uint64_t late = kStart + kPeriod + PeriodClock::kMaximumLatenessNs;
@@ -59,7 +59,7 @@ TEST(PeriodClock, aShortStallIsMadeUpFor) {
     EXPECT_EQ(clock.deadlineNs(), kStart + kPeriod);
 }
 
-TEST(PeriodClock, aLongStallSkipsThePeriodsThatWereMissed) {
+TEST(PeriodClock, ALongStallSkipsThePeriodsThatWereMissed) {
     PeriodClock clock(48000, 512);
     clock.start(kStart);
     const std::uint64_t late = kStart + 10 * kSecond;
@@ -76,7 +76,7 @@ TEST(PeriodClock, aLongStallSkipsThePeriodsThatWereMissed) {
     EXPECT_EQ(clock.deadlineNs(), resumed + 3 * 512 * kSecond / 48000);
 }
 
-TEST(PeriodClock, playTimesRiseWhateverTheStalls) {
+TEST(PeriodClock, PlayTimesRiseWhateverTheStalls) {
     PeriodClock clock(48000, 512);
     clock.start(kStart);
     std::uint64_t now = kStart, before = 0;

@@ -14,7 +14,7 @@ namespace {
 using tqplatform::makeDevice;
 using tqplatform::sharedDevice;
 
-TEST(SharedDevice, isChosenOnceForAllThreads) {
+TEST(SharedDevice, IsChosenOnceForAllThreads) {
     std::vector<tqplatform::Device*> seen(8);
     std::vector<std::thread> threads;
     for (auto& device : seen) {
@@ -30,7 +30,7 @@ TEST(SharedDevice, isChosenOnceForAllThreads) {
     EXPECT_EQ(sharedDevice().name(), "null");
 }
 
-TEST(SharedDevice, isReadFromTheEnvironmentAtItsFirstUse) {
+TEST(SharedDevice, IsReadFromTheEnvironmentAtItsFirstUse) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
@@ -46,7 +46,7 @@ TEST(SharedDevice, isReadFromTheEnvironmentAtItsFirstUse) {
         testing::ExitedWithCode(0), "^$");
 }
 
-TEST(SharedDevice, unknownNamesAreReportedOnceAndGiveTheNullDevice) {
+TEST(SharedDevice, UnknownNamesAreReportedOnceAndGiveTheNullDevice) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
@@ -57,14 +57,14 @@ TEST(SharedDevice, unknownNamesAreReportedOnceAndGiveTheNullDevice) {
         testing::ExitedWithCode(0), "^TQ_AUDIO_DEVICE=xyz: unknown, using null\n$");
 }
 
-TEST(MakeDevice, knowsItsDriversByName) {
+TEST(MakeDevice, KnowsItsDriversByName) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(makeDevice("manual")->name(), "manual");
     EXPECT_EQ(makeDevice("null")->name(), "null");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(MakeDevice, automaticChoiceIsTheNullDeviceWithoutAWord) {
+TEST(MakeDevice, AutomaticChoiceIsTheNullDeviceWithoutAWord) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(makeDevice("auto")->name(), "null");
     EXPECT_EQ(makeDevice("")->name(), "null");
@@ -72,14 +72,14 @@ TEST(MakeDevice, automaticChoiceIsTheNullDeviceWithoutAWord) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(MakeDevice, namesAreExact) {
+TEST(MakeDevice, NamesAreExact) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(makeDevice("Manual")->name(), "null");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "TQ_AUDIO_DEVICE=Manual: unknown, using null\n");
 }
 
-TEST(ManualDeviceCalls, answerUninitializedOnAnotherDevice) {
+TEST(ManualDeviceCalls, AnswerUninitializedOnAnotherDevice) {
     EXPECT_EQ(TQManualDevicePump(512, 0), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(TQManualDeviceSetSampleRate(44100), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(TQManualDeviceSetInput(nullptr, nullptr), kAudioUnitErr_Uninitialized);

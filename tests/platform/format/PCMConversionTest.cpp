@@ -89,7 +89,7 @@ std::vector<float> read(const PCMFormat& format, const void* bytes, UInt32 frame
     return plane;
 }
 
-TEST(PCMConversion, int16SurvivesTheWayThroughFloatUnchanged) {
+TEST(PCMConversion, Int16SurvivesTheWayThroughFloatUnchanged) {
     std::vector<std::int16_t> all(65536);
     for (std::size_t index = 0; index < all.size(); ++index) {
         all[index] = static_cast<std::int16_t>(static_cast<int>(index) - 32768);
@@ -101,7 +101,7 @@ TEST(PCMConversion, int16SurvivesTheWayThroughFloatUnchanged) {
     EXPECT_EQ(writtenAs<std::int16_t>(format, floats), all);
 }
 
-TEST(PCMConversion, int8SurvivesTheWayThroughFloatUnchanged) {
+TEST(PCMConversion, Int8SurvivesTheWayThroughFloatUnchanged) {
     std::vector<std::int8_t> all(256);
     for (std::size_t index = 0; index < all.size(); ++index) {
         all[index] = static_cast<std::int8_t>(static_cast<int>(index) - 128);
@@ -113,7 +113,7 @@ TEST(PCMConversion, int8SurvivesTheWayThroughFloatUnchanged) {
     EXPECT_EQ(writtenAs<std::int8_t>(format, floats), all);
 }
 
-TEST(PCMConversion, int24SurvivesTheWayThroughFloatUnchanged) {
+TEST(PCMConversion, Int24SurvivesTheWayThroughFloatUnchanged) {
     std::vector<std::uint8_t> bytes;
     std::vector<std::int32_t> values = {-8388608, -8388607, -1, 0, 1, 255, 256, 65535, 8388607};
     for (std::int32_t value = -8388608; value < 8388608; value += 997) {
@@ -132,7 +132,7 @@ TEST(PCMConversion, int24SurvivesTheWayThroughFloatUnchanged) {
     EXPECT_EQ(written(format, floats), bytes);
 }
 
-TEST(PCMConversion, int32AndFixedPointReadAtTheirScales) {
+TEST(PCMConversion, Int32AndFixedPointReadAtTheirScales) {
     const std::vector<std::int32_t> values = {
         std::numeric_limits<std::int32_t>::min(), -(1 << 24), -1, 0, 1, 1 << 23, 1 << 24, 1 << 30};
     const auto count = static_cast<UInt32>(values.size());
@@ -147,7 +147,7 @@ TEST(PCMConversion, int32AndFixedPointReadAtTheirScales) {
     EXPECT_EQ(writtenAs<std::int32_t>(make(SampleType::fixed824), fixed), values);
 }
 
-TEST(PCMConversion, floatsSurviveBothFloatTypesBitForBit) {
+TEST(PCMConversion, FloatsSurviveBothFloatTypesBitForBit) {
     std::mt19937 random(7);
     std::vector<float> values = {0.0F,   -0.0F,  1.0F,      -1.0F,     3.5F,
                                  -1e30F, 1e-40F, kInfinity, -kInfinity};
@@ -167,7 +167,7 @@ TEST(PCMConversion, floatsSurviveBothFloatTypesBitForBit) {
     }
 }
 
-TEST(PCMConversion, doublesBeyondFloatBecomeInfinite) {
+TEST(PCMConversion, DoublesBeyondFloatBecomeInfinite) {
     const double values[] = {1e300, -1e300, 0.1};
     EXPECT_EQ(read(make(SampleType::float64), values, 3),
               (std::vector<float>{kInfinity, -kInfinity, 0.1F}));
@@ -176,7 +176,7 @@ TEST(PCMConversion, doublesBeyondFloatBecomeInfinite) {
 const std::vector<float> kExtremes = {1.0F,   -1.0F,     1.5F,       -1.5F, 1e30F,
                                       -1e30F, kInfinity, -kInfinity, kNaN};
 
-TEST(PCMConversion, integersSaturateAtFullScaleAndBeyond) {
+TEST(PCMConversion, IntegersSaturateAtFullScaleAndBeyond) {
     EXPECT_EQ(writtenAs<std::int8_t>(make(SampleType::int8), kExtremes),
               (std::vector<std::int8_t>{127, -128, 127, -128, 127, -128, 127, -128, 0}));
     EXPECT_EQ(
@@ -197,7 +197,7 @@ TEST(PCMConversion, integersSaturateAtFullScaleAndBeyond) {
     EXPECT_EQ(bytes[24] | bytes[25] | bytes[26], 0);
 }
 
-TEST(PCMConversion, fixedPointKeepsItsHeadroomAndSaturatesAt128) {
+TEST(PCMConversion, FixedPointKeepsItsHeadroomAndSaturatesAt128) {
     const auto values = writtenAs<std::int32_t>(
         make(SampleType::fixed824),
         {1.0F, -1.5F, 127.5F, 128.0F, -128.0F, -129.0F, kInfinity, -kInfinity, kNaN});
@@ -207,7 +207,7 @@ TEST(PCMConversion, fixedPointKeepsItsHeadroomAndSaturatesAt128) {
                                                  kLeast, kMost, kLeast, 0}));
 }
 
-TEST(PCMConversion, floatTypesKeepInfinityAndLoseNaN) {
+TEST(PCMConversion, FloatTypesKeepInfinityAndLoseNaN) {
     const auto narrow = writtenAs<float>(make(SampleType::float32), kExtremes);
     const auto wide = writtenAs<double>(make(SampleType::float64), kExtremes);
     for (std::size_t index = 0; index + 1 < kExtremes.size(); ++index) {
@@ -218,7 +218,7 @@ TEST(PCMConversion, floatTypesKeepInfinityAndLoseNaN) {
     EXPECT_EQ(wide.back(), 0.0);
 }
 
-TEST(PCMConversion, integersAreRoundedToTheNearest) {
+TEST(PCMConversion, IntegersAreRoundedToTheNearest) {
     const float step = 1.0F / 32768.0F;
     EXPECT_EQ(writtenAs<std::int16_t>(make(SampleType::int16),
                                       {0.49F * step, 0.51F * step, -0.49F * step, -0.51F * step,
@@ -230,7 +230,7 @@ TEST(PCMConversion, integersAreRoundedToTheNearest) {
               (std::vector<std::uint8_t>{0xFF, 0xFF, 0xFF}));
 }
 
-TEST(PCMConversion, roundsEveryFloatLikeTheMathLibrary) {
+TEST(PCMConversion, RoundsEveryFloatLikeTheMathLibrary) {
     std::mt19937 random(11);
     std::uniform_real_distribution<float> range(-1.1F, 1.1F);
     std::vector<float> values(20000);
@@ -245,7 +245,7 @@ TEST(PCMConversion, roundsEveryFloatLikeTheMathLibrary) {
     }
 }
 
-TEST(PCMConversion, bigEndianIsTheSameWithItsBytesReversed) {
+TEST(PCMConversion, BigEndianIsTheSameWithItsBytesReversed) {
     std::mt19937 random(3);
     std::uniform_real_distribution<float> range(-1.0F, 1.0F);
     std::vector<float> values(100);
@@ -270,7 +270,7 @@ float pattern(UInt32 channel, UInt32 frame) {
     return static_cast<float>(static_cast<int>((channel * 37 + frame * 11) % 255) - 127) / 128.0F;
 }
 
-TEST(PCMConversion, everyTypeLayoutAndChannelCountKeepsItsChannelsApart) {
+TEST(PCMConversion, EveryTypeLayoutAndChannelCountKeepsItsChannelsApart) {
     constexpr UInt32 kFrames = 37;
     for (const SampleType type :
          {SampleType::int8, SampleType::int16, SampleType::int24, SampleType::int32,
@@ -302,7 +302,7 @@ TEST(PCMConversion, everyTypeLayoutAndChannelCountKeepsItsChannelsApart) {
     }
 }
 
-TEST(PCMConversion, interleavedSamplesLieFrameByFrame) {
+TEST(PCMConversion, InterleavedSamplesLieFrameByFrame) {
     const auto format = make(SampleType::int16, 2);
     List list(format, 2);
     const float left[] = {0.25F, 0.5F}, right[] = {-0.25F, -0.5F};
@@ -316,7 +316,7 @@ TEST(PCMConversion, interleavedSamplesLieFrameByFrame) {
     EXPECT_EQ(samples[3], -16384);
 }
 
-TEST(PCMConversion, buffersThatAreNotThereReadAsSilence) {
+TEST(PCMConversion, BuffersThatAreNotThereReadAsSilence) {
     const auto format = make(SampleType::float32, 3, false);
     List list(format, 4);
     const float ones[] = {1, 1, 1, 1};
@@ -331,7 +331,7 @@ TEST(PCMConversion, buffersThatAreNotThereReadAsSilence) {
     EXPECT_EQ(out, (std::vector<float>{1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST(PCMConversion, planesMayBeTheBuffersThemselves) {
+TEST(PCMConversion, PlanesMayBeTheBuffersThemselves) {
     std::vector<float> samples = {0.5F, kNaN, -2.0F};
     const auto format = make(SampleType::float32, 1, false);
     List list(format, 3);
@@ -342,7 +342,7 @@ TEST(PCMConversion, planesMayBeTheBuffersThemselves) {
     EXPECT_EQ(samples, (std::vector<float>{0.5F, 0.0F, -2.0F}));
 }
 
-TEST(PCMConversion, allocatesNothing) {
+TEST(PCMConversion, AllocatesNothing) {
     const auto format = make(SampleType::int16, 2);
     List list(format, 512);
     std::vector<float> memory(1024);
@@ -376,22 +376,22 @@ class MapChannels : public testing::Test {
 
 using Channels = std::vector<std::vector<float>>;
 
-TEST_F(MapChannels, spreadsMono) {
+TEST_F(MapChannels, SpreadsMono) {
     EXPECT_EQ(map({{1, 2}}, 3), (Channels{{1, 2}, {1, 2}, {1, 2}}));
 }
 
-TEST_F(MapChannels, averagesDownToMono) {
+TEST_F(MapChannels, AveragesDownToMono) {
     EXPECT_EQ(map({{1, 2}, {0, -4}}, 1), (Channels{{0.5F, -1}}));
     EXPECT_EQ(map({{0.3F}, {0.3F}, {0.3F}}, 1), (Channels{{0.3F}}));
 }
 
-TEST_F(MapChannels, keepsWhatBothHave) {
+TEST_F(MapChannels, KeepsWhatBothHave) {
     EXPECT_EQ(map({{1}, {2}, {3}}, 2), (Channels{{1}, {2}}));
     EXPECT_EQ(map({{1}, {2}}, 2), (Channels{{1}, {2}}));
     EXPECT_EQ(map({{1}}, 1), (Channels{{1}}));
 }
 
-TEST_F(MapChannels, leavesFurtherChannelsSilent) {
+TEST_F(MapChannels, LeavesFurtherChannelsSilent) {
     EXPECT_EQ(map({{1}, {2}}, 4), (Channels{{1}, {2}, {0}, {0}}));
 }
 

@@ -34,7 +34,7 @@ bool accepted(const AudioStreamBasicDescription& description) {
     return PCMFormat::parse(description).has_value();
 }
 
-TEST(PCMFormatParse, readsEveryFieldOfAnInterleavedFormat) {
+TEST(PCMFormatParse, ReadsEveryFieldOfAnInterleavedFormat) {
     const auto format = PCMFormat::parse(describe(kSigned | kPacked, 16, 2, 22050));
     ASSERT_TRUE(format);
     EXPECT_EQ(format->type, SampleType::int16);
@@ -46,7 +46,7 @@ TEST(PCMFormatParse, readsEveryFieldOfAnInterleavedFormat) {
     EXPECT_EQ(format->bufferCount(), 1U);
 }
 
-TEST(PCMFormatParse, countsOneBufferPerChannelWhenNotInterleaved) {
+TEST(PCMFormatParse, CountsOneBufferPerChannelWhenNotInterleaved) {
     const auto format = PCMFormat::parse(describe(kFloat | kPacked | kPlanar, 32, 6));
     ASSERT_TRUE(format);
     EXPECT_FALSE(format->interleaved);
@@ -54,7 +54,7 @@ TEST(PCMFormatParse, countsOneBufferPerChannelWhenNotInterleaved) {
     EXPECT_EQ(format->bufferCount(), 6U);
 }
 
-TEST(PCMFormatParse, knowsEverySampleType) {
+TEST(PCMFormatParse, KnowsEverySampleType) {
     const UInt32 fraction24 = 24U << kLinearPCMFormatFlagsSampleFractionShift;
     const struct {
         UInt32 flags;
@@ -82,26 +82,26 @@ TEST(PCMFormatParse, knowsEverySampleType) {
     }
 }
 
-TEST(PCMFormatParse, takesTheOldPhoneMixerFormat) {
+TEST(PCMFormatParse, TakesTheOldPhoneMixerFormat) {
     const auto format = PCMFormat::parse(describe(0xC2C, 32, 2));
     ASSERT_TRUE(format);
     EXPECT_EQ(format->type, SampleType::fixed824);
     EXPECT_FALSE(format->interleaved);
 }
 
-TEST(PCMFormatParse, takesFullSamplesWithoutThePackedFlag) {
+TEST(PCMFormatParse, TakesFullSamplesWithoutThePackedFlag) {
     const auto format = PCMFormat::parse(describe(kSigned, 24, 2));
     ASSERT_TRUE(format);
     EXPECT_EQ(format->bytesPerFrame, 6U);
 }
 
-TEST(PCMFormatParse, takesFlagsThatChangeNothing) {
+TEST(PCMFormatParse, TakesFlagsThatChangeNothing) {
     EXPECT_TRUE(accepted(describe(kFloat | kPacked | kAudioFormatFlagIsNonMixable, 32, 2)));
     EXPECT_TRUE(accepted(describe(kFloat | kAudioFormatFlagsAreAllClear, 32, 2)));
     EXPECT_TRUE(accepted(describe(kSigned | kAudioFormatFlagIsAlignedHigh, 16, 2)));
 }
 
-TEST(PCMFormatParse, refusesOtherFormatsThanLinearPCM) {
+TEST(PCMFormatParse, RefusesOtherFormatsThanLinearPCM) {
     auto description = describe(kFloat | kPacked, 32, 2);
     description.mFormatID = 0x61616320;
     EXPECT_FALSE(accepted(description));
@@ -109,14 +109,14 @@ TEST(PCMFormatParse, refusesOtherFormatsThanLinearPCM) {
     EXPECT_FALSE(accepted(description));
 }
 
-TEST(PCMFormatParse, refusesUnsignedAndContradictoryTypes) {
+TEST(PCMFormatParse, RefusesUnsignedAndContradictoryTypes) {
     EXPECT_FALSE(accepted(describe(kPacked, 8, 1)));
     EXPECT_FALSE(accepted(describe(kAudioFormatFlagsAreAllClear, 16, 1)));
     EXPECT_FALSE(accepted(describe(kFloat | kSigned | kPacked, 32, 1)));
     EXPECT_FALSE(accepted(describe(kSigned | kPacked | 0x2000, 16, 1)));
 }
 
-TEST(PCMFormatParse, refusesBitDepthsItCannotRead) {
+TEST(PCMFormatParse, RefusesBitDepthsItCannotRead) {
     for (const UInt32 bits : {0U, 1U, 12U, 20U, 40U, 64U}) {
         EXPECT_FALSE(accepted(describe(kSigned | kPacked, bits, 1))) << bits;
     }
@@ -125,7 +125,7 @@ TEST(PCMFormatParse, refusesBitDepthsItCannotRead) {
     }
 }
 
-TEST(PCMFormatParse, refusesOtherFractionsThan24Of32Bits) {
+TEST(PCMFormatParse, RefusesOtherFractionsThan24Of32Bits) {
     const auto fraction = [](UInt32 bits) {
         return bits << kLinearPCMFormatFlagsSampleFractionShift;
     };
@@ -134,7 +134,7 @@ TEST(PCMFormatParse, refusesOtherFractionsThan24Of32Bits) {
     EXPECT_FALSE(accepted(describe(kFloat | kPacked | fraction(24), 32, 1)));
 }
 
-TEST(PCMFormatParse, refusesByteCountsThatDoNotAddUp) {
+TEST(PCMFormatParse, RefusesByteCountsThatDoNotAddUp) {
     auto description = describe(kSigned | kPacked, 16, 2);
     description.mBytesPerFrame = 2;
     EXPECT_FALSE(accepted(description));
@@ -163,7 +163,7 @@ TEST(PCMFormatParse, refusesByteCountsThatDoNotAddUp) {
     EXPECT_FALSE(accepted(description));
 }
 
-TEST(PCMFormatParse, takesOneTo64Channels) {
+TEST(PCMFormatParse, TakesOneTo64Channels) {
     EXPECT_FALSE(accepted(describe(kFloat | kPacked | kPlanar, 32, 0)));
     EXPECT_TRUE(accepted(describe(kFloat | kPacked, 32, 1)));
     EXPECT_TRUE(accepted(describe(kFloat | kPacked, 32, 64)));
@@ -171,7 +171,7 @@ TEST(PCMFormatParse, takesOneTo64Channels) {
     EXPECT_FALSE(accepted(describe(kFloat | kPacked | kPlanar, 32, 0xFFFFFFFF)));
 }
 
-TEST(PCMFormatParse, takesRatesFromZeroToAMillion) {
+TEST(PCMFormatParse, TakesRatesFromZeroToAMillion) {
     EXPECT_TRUE(accepted(describe(kFloat | kPacked, 32, 2, 0)));
     EXPECT_TRUE(accepted(describe(kFloat | kPacked, 32, 2, 1e6)));
     EXPECT_TRUE(accepted(describe(kFloat | kPacked, 32, 2, 44100.5)));
@@ -182,7 +182,7 @@ TEST(PCMFormatParse, takesRatesFromZeroToAMillion) {
         accepted(describe(kFloat | kPacked, 32, 2, std::numeric_limits<double>::infinity())));
 }
 
-TEST(PCMFormatFloatDescription, isTheUsualPlanarFloatFormat) {
+TEST(PCMFormatFloatDescription, IsTheUsualPlanarFloatFormat) {
     const auto description = tqplatform::floatDescription(48000, 2);
     EXPECT_EQ(description.mFormatFlags, 0x29U);
     EXPECT_EQ(description.mBytesPerFrame, 4U);

@@ -83,7 +83,7 @@ Reading measure(const std::vector<float>& signal, double rate, double hertz) {
 class RateConverterQuality
     : public testing::TestWithParam<std::tuple<std::pair<double, double>, double>> {};
 
-TEST_P(RateConverterQuality, tonesKeepTheirLevelAndStayClean) {
+TEST_P(RateConverterQuality, TonesKeepTheirLevelAndStayClean) {
     const auto [rates, hertz] = GetParam();
     const auto [input, output] = rates;
     const Reading reading = measure(convert(input, output, hertz), output, hertz);
@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      std::pair{96000.0, 48000.0}, std::pair{192000.0, 44100.0}),
                      testing::Values(1000.0, 10000.0)));
 
-TEST(RateConverterQuality, whatTheOutputCannotHoldIsTakenOut) {
+TEST(RateConverterQuality, WhatTheOutputCannotHoldIsTakenOut) {
     const auto out = convert(96000, 44100, 30000);
     float worst = 0;
     for (std::size_t at = 1000; at < out.size(); ++at) {
@@ -110,7 +110,7 @@ TEST(RateConverterQuality, whatTheOutputCannotHoldIsTakenOut) {
     EXPECT_LT(worst, kAmplitude * std::pow(10.0, -100.0 / 20));
 }
 
-TEST(RateConverterQuality, theUpperEndOfAnUpsampledToneHasNoMirrorImage) {
+TEST(RateConverterQuality, TheUpperEndOfAnUpsampledToneHasNoMirrorImage) {
     const Reading reading = measure(convert(22050, 44100, 10300), 44100, 10300);
     EXPECT_LT(reading.residueDB, -90);
 }

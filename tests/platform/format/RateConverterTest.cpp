@@ -85,7 +85,7 @@ std::uint64_t covered(std::uint64_t frames, double input, double output) {
     return (frames * above + below - 1) / below;
 }
 
-TEST(RateConverterCounts, everyPairOfRatesTakesExactlyTheInputItsOutputStandsFor) {
+TEST(RateConverterCounts, EveryPairOfRatesTakesExactlyTheInputItsOutputStandsFor) {
     std::mt19937 random(1);
     for (const double input : kRates) {
         for (const double output : kRates) {
@@ -117,7 +117,7 @@ float bursts(std::uint64_t frame, UInt32 /*channel*/) {
     return silenceExponent == 0 ? 0.0F : 1e-30F;
 }
 
-TEST(RateConverterSilence, isPassedOverWithoutMovingWhatComesAfterIt) {
+TEST(RateConverterSilence, IsPassedOverWithoutMovingWhatComesAfterIt) {
     std::mt19937 random(3);
     for (const double input : kRates) {
         for (const double output : kRates) {
@@ -147,7 +147,7 @@ TEST(RateConverterSilence, isPassedOverWithoutMovingWhatComesAfterIt) {
     }
 }
 
-TEST(RateConverterSilence, inOneChannelOnlyIsNoSilence) {
+TEST(RateConverterSilence, InOneChannelOnlyIsNoSilence) {
     RateConverter converter(48000, 44100, 2, 512);
     Source source;
     source.channels = 2;
@@ -162,7 +162,7 @@ TEST(RateConverterSilence, inOneChannelOnlyIsNoSilence) {
     EXPECT_NEAR(out[1][500], 1.0F, 1e-3);
 }
 
-TEST(RateConverterCounts, tenMinutesOfOddBlocksLoseNothing) {
+TEST(RateConverterCounts, TenMinutesOfOddBlocksLoseNothing) {
     for (const auto& [input, output] : {std::pair{48000.0, 44100.0}, {22050.0, 48000.0}}) {
         RateConverter converter(input, output, 1, 997);
         Source source;
@@ -178,7 +178,7 @@ TEST(RateConverterCounts, tenMinutesOfOddBlocksLoseNothing) {
     }
 }
 
-TEST(RateConverterCounts, equalBlocksAskForEqualInputGiveOrTakeOneFrame) {
+TEST(RateConverterCounts, EqualBlocksAskForEqualInputGiveOrTakeOneFrame) {
     for (const auto& [input, output] :
          {std::pair{48000.0, 44100.0}, {44100.0, 48000.0}, {96000.0, 44100.0}, {8000.0, 48000.0}}) {
         for (const UInt32 frames : {32U, 100U, 512U, 1024U}) {
@@ -196,7 +196,7 @@ TEST(RateConverterCounts, equalBlocksAskForEqualInputGiveOrTakeOneFrame) {
     }
 }
 
-TEST(RateConverterCounts, largeNeedsAreSplitIntoPullsOfTheMaximum) {
+TEST(RateConverterCounts, LargeNeedsAreSplitIntoPullsOfTheMaximum) {
     RateConverter converter(192000, 48000, 1, 256);
     Source source;
     Output out(1, 256);
@@ -206,7 +206,7 @@ TEST(RateConverterCounts, largeNeedsAreSplitIntoPullsOfTheMaximum) {
     EXPECT_EQ(source.given, 1024U);
 }
 
-TEST(RateConverterCounts, blocksBeyondTheMaximumComeInParts) {
+TEST(RateConverterCounts, BlocksBeyondTheMaximumComeInParts) {
     RateConverter converter(44100, 48000, 1, 64);
     Source source;
     Output out(1, 1000);
@@ -217,7 +217,7 @@ TEST(RateConverterCounts, blocksBeyondTheMaximumComeInParts) {
     EXPECT_NEAR(out[0][999], 1.0F, 1e-4F);
 }
 
-TEST(RateConverterCounts, noFramesAskForNothing) {
+TEST(RateConverterCounts, NoFramesAskForNothing) {
     RateConverter converter(44100, 48000, 1, 64);
     Source source;
     Output out(1, 1);
@@ -225,7 +225,7 @@ TEST(RateConverterCounts, noFramesAskForNothing) {
     EXPECT_EQ(source.pulls, 0U);
 }
 
-TEST(RateConverter, equalRatesPassTheSourcesSamplesThroughInOnePull) {
+TEST(RateConverter, EqualRatesPassTheSourcesSamplesThroughInOnePull) {
     RateConverter converter(44100, 44100, 2, 512);
     Source source;
     source.channels = 2;
@@ -247,7 +247,7 @@ TEST(RateConverter, equalRatesPassTheSourcesSamplesThroughInOnePull) {
     }
 }
 
-TEST(RateConverter, startsWithHalfAFilterOfSilence) {
+TEST(RateConverter, StartsWithHalfAFilterOfSilence) {
     RateConverter converter(48000, 44100, 1, 512);
     Source source;
     source.signal = [](std::uint64_t frame, UInt32) { return frame == 0 ? 1.0F : 0.0F; };
@@ -259,7 +259,7 @@ TEST(RateConverter, startsWithHalfAFilterOfSilence) {
     EXPECT_LE(peak, 60);
 }
 
-TEST(RateConverter, keepsUpTo64ChannelsApart) {
+TEST(RateConverter, KeepsUpTo64ChannelsApart) {
     for (const UInt32 channels : {1U, 2U, 3U, 6U, 8U, 17U, 64U}) {
         RateConverter converter(44100, 48000, channels, 256);
         Source source;
@@ -276,7 +276,7 @@ TEST(RateConverter, keepsUpTo64ChannelsApart) {
     }
 }
 
-TEST(RateConverter, aFailedSourceLeavesSilenceAndItsStatus) {
+TEST(RateConverter, AFailedSourceLeavesSilenceAndItsStatus) {
     for (const double rate : {44100.0, 48000.0, 192000.0}) {
         RateConverter converter(rate, 44100, 2, 512);
         Source source;
@@ -292,7 +292,7 @@ TEST(RateConverter, aFailedSourceLeavesSilenceAndItsStatus) {
     }
 }
 
-TEST(RateConverter, whatCameBeforeTheFailureIsKeptAndTheRestGoesOnLater) {
+TEST(RateConverter, WhatCameBeforeTheFailureIsKeptAndTheRestGoesOnLater) {
     constexpr auto ramp = [](std::uint64_t frame, UInt32) {
         return static_cast<float>(frame) / 100000;
     };
@@ -323,7 +323,7 @@ TEST(RateConverter, whatCameBeforeTheFailureIsKeptAndTheRestGoesOnLater) {
     EXPECT_EQ(other.given, covered(made + 256, 192000, 48000));
 }
 
-TEST(RateConverter, resetMakesItLikeNew) {
+TEST(RateConverter, ResetMakesItLikeNew) {
     for (const auto& [input, output] :
          {std::pair{48000.0, 44100.0}, {22050.0, 48000.0}, {192000.0, 8000.0}}) {
         RateConverter fresh(input, output, 1, 512), used(input, output, 1, 512);
@@ -350,7 +350,7 @@ TEST(RateConverter, resetMakesItLikeNew) {
     }
 }
 
-TEST(RateConverter, resetForgetsThePastAtRatesWithALongCycle) {
+TEST(RateConverter, ResetForgetsThePastAtRatesWithALongCycle) {
     RateConverter converter(44100.5, 48000, 1, 512);
     Source loud;
     Output out(1, 512);
@@ -367,7 +367,7 @@ TEST(RateConverter, resetForgetsThePastAtRatesWithALongCycle) {
     }
 }
 
-TEST(RateConverterAllocations, counterSeesBothLanguages) {
+TEST(RateConverterAllocations, CounterSeesBothLanguages) {
     const AllocationCounter allocations;
     void* volatile plain = std::malloc(10);
     EXPECT_EQ(allocations.count(), 1U);
@@ -377,7 +377,7 @@ TEST(RateConverterAllocations, counterSeesBothLanguages) {
     std::free(plain);
 }
 
-TEST(RateConverterAllocations, counterSeesTheResamplersLibrary) {
+TEST(RateConverterAllocations, CounterSeesTheResamplersLibrary) {
     if (!AllocationCounter::kSeesAligned) {
         GTEST_SKIP() << "the thread sanitizer does not tell of aligned allocations";
     }
@@ -387,7 +387,7 @@ TEST(RateConverterAllocations, counterSeesTheResamplersLibrary) {
     av_free(media);
 }
 
-TEST(RateConverterAllocations, pullsAndResetsAllocateNothingFromTheFirstOn) {
+TEST(RateConverterAllocations, PullsAndResetsAllocateNothingFromTheFirstOn) {
     std::mt19937 random(9);
     std::vector<UInt32> blocks(400);
     std::generate(blocks.begin(), blocks.end(),
@@ -414,7 +414,7 @@ TEST(RateConverterAllocations, pullsAndResetsAllocateNothingFromTheFirstOn) {
     }
 }
 
-TEST(RateConverterErrors, refusesWhatItCannotConvert) {
+TEST(RateConverterErrors, RefusesWhatItCannotConvert) {
     EXPECT_THROW(RateConverter(0, 48000, 1, 64), std::runtime_error);
     EXPECT_THROW(RateConverter(48000, -1, 1, 64), std::runtime_error);
     EXPECT_THROW(RateConverter(std::nan(""), 48000, 1, 64), std::runtime_error);
@@ -426,7 +426,7 @@ TEST(RateConverterErrors, refusesWhatItCannotConvert) {
     EXPECT_THROW(RateConverter(1e6, 1, 1, 64), std::runtime_error);
 }
 
-TEST(RateConverterErrors, takesTheSmallestBlocks) {
+TEST(RateConverterErrors, TakesTheSmallestBlocks) {
     RateConverter converter(96000, 44100, 1, 1);
     Source source;
     Output out(1, 1);

@@ -14,7 +14,7 @@ void expectRatio(double input, double output, std::int64_t above, std::int64_t b
     EXPECT_EQ(ratio.output, below) << input << " to " << output;
 }
 
-TEST(RateRatio, reducesWholeRates) {
+TEST(RateRatio, ReducesWholeRates) {
     expectRatio(48000, 44100, 160, 147);
     expectRatio(44100, 48000, 147, 160);
     expectRatio(11025, 48000, 147, 640);
@@ -24,13 +24,13 @@ TEST(RateRatio, reducesWholeRates) {
     expectRatio(999983, 1000000, 999983, 1000000);
 }
 
-TEST(RateRatio, isExactForSimpleFractions) {
+TEST(RateRatio, IsExactForSimpleFractions) {
     expectRatio(44100.5, 48000, 88201, 96000);
     expectRatio(48000, 44100.5, 96000, 88201);
     expectRatio(29.97 * 1600, 48000, 999, 1000);
 }
 
-TEST(RateRatio, comesAsNearAsItsTermsAllow) {
+TEST(RateRatio, ComesAsNearAsItsTermsAllow) {
     for (const double rate : {44100.1234567, 47999.9999, 31999.37, 8000.001}) {
         const RateRatio ratio = RateRatio::of(rate, 48000);
         const double reached = static_cast<double>(ratio.input) / static_cast<double>(ratio.output);
@@ -40,13 +40,13 @@ TEST(RateRatio, comesAsNearAsItsTermsAllow) {
     }
 }
 
-TEST(RateRatio, equalRatesAreEqual) {
+TEST(RateRatio, EqualRatesAreEqual) {
     EXPECT_TRUE(RateRatio::of(44100, 44100).equal());
     EXPECT_TRUE(RateRatio::of(44100.7, 44100.7).equal());
     EXPECT_FALSE(RateRatio::of(44100, 44101).equal());
 }
 
-TEST(RateRatio, staysWithinItsTermsWhenRatesAreFarApart) {
+TEST(RateRatio, StaysWithinItsTermsWhenRatesAreFarApart) {
     for (const double rate : {1e-300, 1e-3, 1e9, 1e300}) {
         const RateRatio ratio = RateRatio::of(rate, 48000);
         EXPECT_GE(ratio.input, 1);
@@ -56,7 +56,7 @@ TEST(RateRatio, staysWithinItsTermsWhenRatesAreFarApart) {
     }
 }
 
-TEST(RateRatio, asksForInputThatNeverFallsBehind) {
+TEST(RateRatio, AsksForInputThatNeverFallsBehind) {
     const RateRatio ratio{160, 147};
     std::int64_t asked = 0;
     for (std::int64_t given = 1; given <= 1000; ++given) {

@@ -27,38 +27,38 @@ void takeInOrder(std::initializer_list<const void*> locks) {
     }
 }
 
-TEST(NSLockOrder, theSameOrderMayBeRepeated) {
+TEST(NSLockOrder, TheSameOrderMayBeRepeated) {
     takeInOrder({a, b, c});
     takeInOrder({a, b, c});
     takeInOrder({a, c});
     std::thread([] { takeInOrder({b, c}); }).join();
 }
 
-TEST(NSLockOrder, aReversedOrderEndsTheProcessAndNamesBothLocks) {
+TEST(NSLockOrder, AReversedOrderEndsTheProcessAndNamesBothLocks) {
     NSLockOrder::setName(a, "first");
     NSLockOrder::setName(b, "second");
     takeInOrder({a, b});
     EXPECT_DEATH(takeInOrder({b, a}), "first .* is taken while second .* is held");
 }
 
-TEST(NSLockOrder, anOrderReversedOnAnotherThreadCountsToo) {
+TEST(NSLockOrder, AnOrderReversedOnAnotherThreadCountsToo) {
     std::thread([] { takeInOrder({a, b}); }).join();
     EXPECT_DEATH(takeInOrder({b, a}), "against the order");
 }
 
-TEST(NSLockOrder, aCircleOfThreeIsFound) {
+TEST(NSLockOrder, ACircleOfThreeIsFound) {
     takeInOrder({a, b});
     takeInOrder({b, c});
     EXPECT_DEATH(takeInOrder({c, a}), "against the order");
 }
 
-TEST(NSLockOrder, aStatedOrderCountsBeforeItWasSeen) {
+TEST(NSLockOrder, AStatedOrderCountsBeforeItWasSeen) {
     NSLockOrder::state(a, b);
     takeInOrder({a, b});
     EXPECT_DEATH(takeInOrder({b, a}), "against the order");
 }
 
-TEST(NSLockOrder, aLockHeldAlreadyMayBeTakenAgain) {
+TEST(NSLockOrder, ALockHeldAlreadyMayBeTakenAgain) {
     take(a);
     take(b);
     take(a);
@@ -71,25 +71,25 @@ TEST(NSLockOrder, aLockHeldAlreadyMayBeTakenAgain) {
     EXPECT_DEATH(takeInOrder({c, a}), "against the order");
 }
 
-TEST(NSLockOrder, aReleasedLockIsNotHeld) {
+TEST(NSLockOrder, AReleasedLockIsNotHeld) {
     takeInOrder({a});
     takeInOrder({b});
     takeInOrder({b, a});
 }
 
-TEST(NSLockOrder, aDestroyedLockLeavesNothingBehind) {
+TEST(NSLockOrder, ADestroyedLockLeavesNothingBehind) {
     takeInOrder({a, b});
     NSLockOrder::forget(a);
     takeInOrder({b, a});
 }
 
-TEST(NSLockOrder, lockOfAnUnknownPlaceMayBeReleased) {
+TEST(NSLockOrder, LockOfAnUnknownPlaceMayBeReleased) {
     NSLockOrder::didUnlock(a);
     NSLockOrder::forget(a);
     takeInOrder({a});
 }
 
-TEST(NSLockOrder, moreLocksThanItHasRoomForGoUnchecked) {
+TEST(NSLockOrder, MoreLocksThanItHasRoomForGoUnchecked) {
     std::vector<char> many(5000);
     for (const char& place : many) {
         take(&place);
@@ -102,7 +102,7 @@ TEST(NSLockOrder, moreLocksThanItHasRoomForGoUnchecked) {
     takeInOrder({a, b});
 }
 
-TEST(NSRecursiveLockTest, isCheckedInDebugBuildsOnly) {
+TEST(NSRecursiveLockTest, IsCheckedInDebugBuildsOnly) {
     NSRecursiveLock first;
     NSRecursiveLock second;
     first.setName("outer");
@@ -120,7 +120,7 @@ TEST(NSRecursiveLockTest, isCheckedInDebugBuildsOnly) {
     }
 }
 
-TEST(NSRecursiveLockTest, aTryMayBeInAnyOrder) {
+TEST(NSRecursiveLockTest, ATryMayBeInAnyOrder) {
     NSRecursiveLock first;
     NSRecursiveLock second;
     first.isTakenBefore(second);

@@ -7,7 +7,7 @@ namespace {
 
 using GraphEdits = MixGraph;
 
-TEST_F(GraphEdits, unknownNodesAreNotFound) {
+TEST_F(GraphEdits, UnknownNodesAreNotFound) {
     Callback callback;
     EXPECT_EQ(AUGraphConnectNodeInput(graph, 9, 0, outNode, 0), kAUGraphErr_NodeNotFound);
     EXPECT_EQ(AUGraphConnectNodeInput(graph, mixNode, 0, 9, 0), kAUGraphErr_NodeNotFound);
@@ -21,7 +21,7 @@ TEST_F(GraphEdits, unknownNodesAreNotFound) {
     EXPECT_EQ(AUGraphSetNodeInputCallback(graph, mixNode, 0, nullptr), kAudio_ParamError);
 }
 
-TEST_F(GraphEdits, anInputHoldsOneKindOfInteraction) {
+TEST_F(GraphEdits, AnInputHoldsOneKindOfInteraction) {
     Callback callback;
     EXPECT_EQ(setNodeCallback(graph, outNode, 0, callback), kAUGraphErr_InvalidConnection);
     EXPECT_EQ(setNodeCallback(graph, mixNode, 0, callback), noErr);
@@ -31,7 +31,7 @@ TEST_F(GraphEdits, anInputHoldsOneKindOfInteraction) {
     EXPECT_EQ(AUGraphConnectNodeInput(graph, other, 0, mixNode, 0), noErr);
 }
 
-TEST_F(GraphEdits, aConnectionAgainIsNoErrorButAnotherOneIs) {
+TEST_F(GraphEdits, AConnectionAgainIsNoErrorButAnotherOneIs) {
     EXPECT_EQ(AUGraphConnectNodeInput(graph, mixNode, 0, outNode, 0), noErr);
     EXPECT_EQ(interactions(graph), 1U);
     const AUNode other = addNode(graph, converter());
@@ -41,7 +41,7 @@ TEST_F(GraphEdits, aConnectionAgainIsNoErrorButAnotherOneIs) {
     EXPECT_EQ(AUGraphConnectNodeInput(graph, other, 0, other, 0), kAUGraphErr_InvalidConnection);
 }
 
-TEST_F(GraphEdits, aCallbackReplacesACallback) {
+TEST_F(GraphEdits, ACallbackReplacesACallback) {
     Callback first;
     Callback second;
     second.body = constant(0.25F);
@@ -53,7 +53,7 @@ TEST_F(GraphEdits, aCallbackReplacesACallback) {
     EXPECT_EQ(first.calls, 0);
 }
 
-TEST_F(GraphEdits, aNullCallbackTakesTheOldOneAway) {
+TEST_F(GraphEdits, ANullCallbackTakesTheOldOneAway) {
     Callback first;
     const AURenderCallbackStruct none{};
     EXPECT_EQ(AUGraphSetNodeInputCallback(graph, mixNode, 0, &none), noErr);
@@ -65,13 +65,13 @@ TEST_F(GraphEdits, aNullCallbackTakesTheOldOneAway) {
     EXPECT_EQ(first.calls, 0);
 }
 
-TEST_F(GraphEdits, disconnectingNothingIsAnError) {
+TEST_F(GraphEdits, DisconnectingNothingIsAnError) {
     EXPECT_EQ(AUGraphDisconnectNodeInput(graph, mixNode, 0), kAUGraphErr_InvalidConnection);
     EXPECT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), noErr);
     EXPECT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), kAUGraphErr_InvalidConnection);
 }
 
-TEST_F(GraphEdits, interactionsCanBeAskedFor) {
+TEST_F(GraphEdits, InteractionsCanBeAskedFor) {
     Callback callback;
     ASSERT_EQ(setNodeCallback(graph, mixNode, 5, callback), noErr);
     AUNodeInteraction interaction{};
@@ -101,7 +101,7 @@ TEST_F(GraphEdits, interactionsCanBeAskedFor) {
     EXPECT_EQ(count, 1U);
 }
 
-TEST_F(GraphEdits, clearingTakesAllAway) {
+TEST_F(GraphEdits, ClearingTakesAllAway) {
     Callback callback;
     ASSERT_EQ(setNodeCallback(graph, mixNode, 0, callback), noErr);
     EXPECT_EQ(AUGraphClearConnections(graph), noErr);
@@ -111,7 +111,7 @@ TEST_F(GraphEdits, clearingTakesAllAway) {
     EXPECT_EQ(callback.calls, 0);
 }
 
-TEST_F(GraphEdits, unitErrorsSurfaceAtInitialise) {
+TEST_F(GraphEdits, UnitErrorsSurfaceAtInitialise) {
     const AUNode one = addNode(graph, converter());
     const AUNode two = addNode(graph, converter());
     EXPECT_EQ(AUGraphConnectNodeInput(graph, one, 0, two, 1), noErr);
@@ -122,7 +122,7 @@ TEST_F(GraphEdits, unitErrorsSurfaceAtInitialise) {
     EXPECT_EQ(AUGraphInitialize(graph), noErr);
 }
 
-TEST_F(GraphEdits, initialiseCopiesTheFormatOfAConnection) {
+TEST_F(GraphEdits, InitialiseCopiesTheFormatOfAConnection) {
     ASSERT_EQ(AUGraphOpen(graph), noErr);
     const auto format = stream_formats::int16Interleaved(32000, 2);
     ASSERT_EQ(setFormat(unitOf(graph, mixNode), kAudioUnitScope_Output, 0, format), noErr);
@@ -133,7 +133,7 @@ TEST_F(GraphEdits, initialiseCopiesTheFormatOfAConnection) {
     EXPECT_EQ(copied.mBytesPerFrame, 4U);
 }
 
-TEST_F(GraphEdits, unitsWithoutInteractionsAreInitialisedWhenTheyGetOne) {
+TEST_F(GraphEdits, UnitsWithoutInteractionsAreInitialisedWhenTheyGetOne) {
     const AUNode later = addNode(graph, converter());
     open();
     ASSERT_EQ(AUGraphInitialize(graph), noErr);
@@ -147,7 +147,7 @@ TEST_F(GraphEdits, unitsWithoutInteractionsAreInitialisedWhenTheyGetOne) {
         << "initialised now: it is the list that is wrong";
 }
 
-TEST_F(GraphEdits, onAStoppedGraphWorkAtOnce) {
+TEST_F(GraphEdits, OnAStoppedGraphWorkAtOnce) {
     Callback callback;
     callback.body = constant(0.5F);
     open();
@@ -161,7 +161,7 @@ TEST_F(GraphEdits, onAStoppedGraphWorkAtOnce) {
     EXPECT_EQ(heard(), 0.0F);
 }
 
-TEST_F(GraphEdits, onAStoppedGraphAnswerWithTheUnitsErrorAndLeaveNothing) {
+TEST_F(GraphEdits, OnAStoppedGraphAnswerWithTheUnitsErrorAndLeaveNothing) {
     Callback callback;
     open();
     ASSERT_EQ(AUGraphInitialize(graph), noErr);
@@ -170,7 +170,7 @@ TEST_F(GraphEdits, onAStoppedGraphAnswerWithTheUnitsErrorAndLeaveNothing) {
     EXPECT_EQ(AUGraphUpdate(graph, nullptr), noErr);
 }
 
-TEST_F(GraphEdits, madeBetweenUninitialiseAndInitialiseWork) {
+TEST_F(GraphEdits, MadeBetweenUninitialiseAndInitialiseWork) {
     Callback first;
     Callback second;
     first.body = constant(0.5F);
@@ -186,7 +186,7 @@ TEST_F(GraphEdits, madeBetweenUninitialiseAndInitialiseWork) {
     EXPECT_EQ(first.calls, 0);
 }
 
-TEST_F(GraphEdits, theOutputNodeOfARunningGraphStays) {
+TEST_F(GraphEdits, TheOutputNodeOfARunningGraphStays) {
     run();
     EXPECT_EQ(AUGraphRemoveNode(graph, outNode), kAUGraphErr_OutputNodeErr);
     ASSERT_EQ(AUGraphStop(graph), noErr);
@@ -194,7 +194,7 @@ TEST_F(GraphEdits, theOutputNodeOfARunningGraphStays) {
     EXPECT_EQ(AUGraphStart(graph), kAUGraphErr_OutputNodeErr);
 }
 
-TEST_F(GraphEdits, theMicrophoneMayBePlayedThrough) {
+TEST_F(GraphEdits, TheMicrophoneMayBePlayedThrough) {
     AUGraph through = nullptr;
     ASSERT_EQ(NewAUGraph(&through), noErr);
     const AUNode node = addNode(through, remoteIO());

@@ -8,7 +8,7 @@ namespace {
 
 using GraphStates = MixGraph;
 
-TEST_F(GraphStates, followTheCallsThatChangeThem) {
+TEST_F(GraphStates, FollowTheCallsThatChangeThem) {
     EXPECT_FALSE(isOpen(graph));
     open();
     EXPECT_TRUE(isOpen(graph));
@@ -26,7 +26,7 @@ TEST_F(GraphStates, followTheCallsThatChangeThem) {
     EXPECT_FALSE(isOpen(graph));
 }
 
-TEST_F(GraphStates, mayBeAskedForTwice) {
+TEST_F(GraphStates, MayBeAskedForTwice) {
     EXPECT_EQ(AUGraphStop(graph), noErr);
     EXPECT_EQ(AUGraphUninitialize(graph), noErr);
     EXPECT_EQ(AUGraphClose(graph), noErr);
@@ -40,14 +40,14 @@ TEST_F(GraphStates, mayBeAskedForTwice) {
     EXPECT_EQ(AUGraphStop(graph), noErr);
 }
 
-TEST_F(GraphStates, cannotBeSkipped) {
+TEST_F(GraphStates, CannotBeSkipped) {
     EXPECT_EQ(AUGraphInitialize(graph), kAudioUnitErr_Uninitialized);
     EXPECT_EQ(AUGraphStart(graph), kAudioUnitErr_Uninitialized);
     open();
     EXPECT_EQ(AUGraphStart(graph), kAudioUnitErr_Uninitialized);
 }
 
-TEST_F(GraphStates, closingARunningGraphStopsIt) {
+TEST_F(GraphStates, ClosingARunningGraphStopsIt) {
     Callback callback;
     callback.body = constant(0.5F);
     ASSERT_EQ(setNodeCallback(graph, mixNode, 0, callback), noErr);
@@ -60,13 +60,13 @@ TEST_F(GraphStates, closingARunningGraphStopsIt) {
     EXPECT_EQ(unitOf(graph, mixNode), nullptr);
 }
 
-TEST_F(GraphStates, uninitialisingARunningGraphStopsIt) {
+TEST_F(GraphStates, UninitialisingARunningGraphStopsIt) {
     run();
     EXPECT_EQ(AUGraphUninitialize(graph), noErr);
     EXPECT_FALSE(isRunning(graph));
 }
 
-TEST_F(GraphStates, aClosedGraphOpensAgainWithItsNodesAndInteractions) {
+TEST_F(GraphStates, AClosedGraphOpensAgainWithItsNodesAndInteractions) {
     Callback callback;
     callback.body = constant(0.5F);
     ASSERT_EQ(setNodeCallback(graph, mixNode, 3, callback), noErr);
@@ -78,7 +78,7 @@ TEST_F(GraphStates, aClosedGraphOpensAgainWithItsNodesAndInteractions) {
     EXPECT_EQ(heard(), 0.5F);
 }
 
-TEST_F(GraphStates, disposingOfARunningGraphEndsItsSound) {
+TEST_F(GraphStates, DisposingOfARunningGraphEndsItsSound) {
     Callback callback;
     callback.body = constant(0.5F);
     ASSERT_EQ(setNodeCallback(graph, mixNode, 0, callback), noErr);
@@ -89,7 +89,7 @@ TEST_F(GraphStates, disposingOfARunningGraphEndsItsSound) {
     EXPECT_EQ(callback.calls, 0);
 }
 
-TEST_F(GraphStates, runningFollowsTheOutputUnitItself) {
+TEST_F(GraphStates, RunningFollowsTheOutputUnitItself) {
     run();
     EXPECT_EQ(AudioOutputUnitStop(outUnit), noErr);
     EXPECT_FALSE(isRunning(graph));
@@ -100,7 +100,7 @@ TEST_F(GraphStates, runningFollowsTheOutputUnitItself) {
     EXPECT_EQ(AudioOutputUnitStop(outUnit), noErr);
 }
 
-TEST_F(GraphStates, aGraphCanBeStoppedFromItsOwnCallback) {
+TEST_F(GraphStates, AGraphCanBeStoppedFromItsOwnCallback) {
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                         AudioBufferList*) { return AUGraphStop(graph); };
@@ -111,7 +111,7 @@ TEST_F(GraphStates, aGraphCanBeStoppedFromItsOwnCallback) {
     EXPECT_FALSE(isRunning(graph));
 }
 
-TEST_F(GraphStates, aGraphCanBeDisposedOfFromItsOwnCallback) {
+TEST_F(GraphStates, AGraphCanBeDisposedOfFromItsOwnCallback) {
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
                         AudioBufferList* list) {
@@ -126,7 +126,7 @@ TEST_F(GraphStates, aGraphCanBeDisposedOfFromItsOwnCallback) {
     graph = nullptr;
 }
 
-TEST(Graphs, withoutAnOutputNodeCannotStart) {
+TEST(Graphs, WithoutAnOutputNodeCannotStart) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     addNode(graph, mixer());
@@ -137,7 +137,7 @@ TEST(Graphs, withoutAnOutputNodeCannotStart) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(Graphs, failToInitialiseWithTheUnitsStatus) {
+TEST(Graphs, FailToInitialiseWithTheUnitsStatus) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     const AUNode node = addNode(graph, genericOutput());
@@ -152,7 +152,7 @@ TEST(Graphs, failToInitialiseWithTheUnitsStatus) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(GraphNodes, areNumberedFrom1AndCounted) {
+TEST(GraphNodes, AreNumberedFrom1AndCounted) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     EXPECT_EQ(addNode(graph, mixer()), 1);
@@ -173,7 +173,7 @@ TEST(GraphNodes, areNumberedFrom1AndCounted) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(GraphNodes, onlyOneMayBeAnOutput) {
+TEST(GraphNodes, OnlyOneMayBeAnOutput) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     const AUNode first = addNode(graph, remoteIO());
@@ -186,7 +186,7 @@ TEST(GraphNodes, onlyOneMayBeAnOutput) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(GraphNodes, ofUnknownComponentsAreRefused) {
+TEST(GraphNodes, OfUnknownComponentsAreRefused) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     AUNode node = 0;
@@ -197,7 +197,7 @@ TEST(GraphNodes, ofUnknownComponentsAreRefused) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(GraphNodes, haveAUnitWhileTheGraphIsOpen) {
+TEST(GraphNodes, HaveAUnitWhileTheGraphIsOpen) {
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
     const AUNode node = addNode(graph, mixer());
@@ -215,7 +215,7 @@ TEST(GraphNodes, haveAUnitWhileTheGraphIsOpen) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST_F(GraphStates, removingANodeDropsItsInteractionsAndItsUnit) {
+TEST_F(GraphStates, RemovingANodeDropsItsInteractionsAndItsUnit) {
     Callback callback;
     callback.body = constant(0.5F);
     ASSERT_EQ(setNodeCallback(graph, mixNode, 0, callback), noErr);
@@ -229,7 +229,7 @@ TEST_F(GraphStates, removingANodeDropsItsInteractionsAndItsUnit) {
     EXPECT_EQ(get<OSStatus>(outUnit, kAudioUnitProperty_LastRenderError, 0, 0), noErr);
 }
 
-TEST_F(GraphStates, aUnitThatTheProgramDisposedOfIsNoUnitOfTheGraph) {
+TEST_F(GraphStates, AUnitThatTheProgramDisposedOfIsNoUnitOfTheGraph) {
     run();
     ASSERT_EQ(AUGraphStop(graph), noErr);
     ASSERT_EQ(AudioComponentInstanceDispose(outUnit), noErr);
@@ -239,7 +239,7 @@ TEST_F(GraphStates, aUnitThatTheProgramDisposedOfIsNoUnitOfTheGraph) {
     EXPECT_EQ(AUGraphClose(graph), noErr);
 }
 
-TEST_F(GraphStates, notifiesComeAroundEachRenderOfTheOutput) {
+TEST_F(GraphStates, NotifiesComeAroundEachRenderOfTheOutput) {
     Callback notify;
     std::vector<AudioUnitRenderActionFlags> seen;
     notify.body = [&](AudioUnitRenderActionFlags& flags, const AudioTimeStamp&, UInt32 bus, UInt32,
@@ -264,7 +264,7 @@ TEST_F(GraphStates, notifiesComeAroundEachRenderOfTheOutput) {
     EXPECT_EQ(AUGraphRemoveRenderNotify(graph, nullptr, nullptr), kAudio_ParamError);
 }
 
-TEST_F(GraphStates, loadIsMeasured) {
+TEST_F(GraphStates, LoadIsMeasured) {
     Float32 load = -1;
     EXPECT_EQ(AUGraphGetCPULoad(graph, &load), noErr);
     EXPECT_EQ(load, 0);
@@ -280,7 +280,7 @@ TEST_F(GraphStates, loadIsMeasured) {
     EXPECT_EQ(AUGraphGetCPULoad(graph, nullptr), kAudio_ParamError);
 }
 
-TEST_F(GraphStates, theCapturedMixIsSixteenBitAt44100WhileTheDeviceIsNot) {
+TEST_F(GraphStates, TheCapturedMixIsSixteenBitAt44100WhileTheDeviceIsNot) {
     // A private mix: every bus in its own format, heard by a notify that leaves only silence.
     ASSERT_EQ(AUGraphOpen(graph), noErr);
     mixUnit = unitOf(graph, mixNode);

@@ -66,7 +66,7 @@ class GraphUpdates : public MixGraph {
     std::thread slice;
 };
 
-TEST_F(GraphUpdates, onAGraphThatIsNotRunningSucceedAtOnce) {
+TEST_F(GraphUpdates, OnAGraphThatIsNotRunningSucceedAtOnce) {
     EXPECT_EQ(update(), noErr);
     EXPECT_TRUE(updateAtOnce());
     open();
@@ -75,7 +75,7 @@ TEST_F(GraphUpdates, onAGraphThatIsNotRunningSucceedAtOnce) {
     EXPECT_TRUE(updateAtOnce());
 }
 
-TEST_F(GraphUpdates, editsOfARunningGraphWaitForThem) {
+TEST_F(GraphUpdates, EditsOfARunningGraphWaitForThem) {
     Callback callback;
     callback.body = constant(0.5F);
     run();
@@ -89,7 +89,7 @@ TEST_F(GraphUpdates, editsOfARunningGraphWaitForThem) {
     EXPECT_EQ(heard(), 0.0F);
 }
 
-TEST_F(GraphUpdates, aStartBringsWhatWasLeft) {
+TEST_F(GraphUpdates, AStartBringsWhatWasLeft) {
     Callback callback;
     callback.body = constant(0.5F);
     run();
@@ -99,7 +99,7 @@ TEST_F(GraphUpdates, aStartBringsWhatWasLeft) {
     EXPECT_EQ(heard(), 0.5F);
 }
 
-TEST_F(GraphUpdates, answerWithTheFirstErrorAndGoOnBehindItNextTime) {
+TEST_F(GraphUpdates, AnswerWithTheFirstErrorAndGoOnBehindItNextTime) {
     Callback callback;
     callback.body = constant(0.5F);
     run();
@@ -112,7 +112,7 @@ TEST_F(GraphUpdates, answerWithTheFirstErrorAndGoOnBehindItNextTime) {
     EXPECT_EQ(heard(), 0.5F);
 }
 
-TEST_F(GraphUpdates, aNewNodeOfARunningGraphPlaysAfterThem) {
+TEST_F(GraphUpdates, ANewNodeOfARunningGraphPlaysAfterThem) {
     Callback callback;
     callback.body = constant(0.5F);
     run();
@@ -133,7 +133,7 @@ TEST_F(GraphUpdates, aNewNodeOfARunningGraphPlaysAfterThem) {
     EXPECT_EQ(AudioUnitInitialize(unit), kAudioComponentErr_InstanceInvalidated);
 }
 
-TEST_F(GraphUpdates, duringASliceEndWithoutSuccessAfterAWhileAndLoseNothing) {
+TEST_F(GraphUpdates, DuringASliceEndWithoutSuccessAfterAWhileAndLoseNothing) {
     Callback callback;
     callback.body = constant(0.5F);
     startBlockedSlice();
@@ -148,7 +148,7 @@ TEST_F(GraphUpdates, duringASliceEndWithoutSuccessAfterAWhileAndLoseNothing) {
     EXPECT_TRUE(updateAtOnce());
 }
 
-TEST_F(GraphUpdates, waitForTheSliceToEnd) {
+TEST_F(GraphUpdates, WaitForTheSliceToEnd) {
     Callback callback;
     startBlockedSlice();
     ASSERT_EQ(AUGraphDisconnectNodeInput(graph, mixNode, 7), noErr);
@@ -167,14 +167,14 @@ TEST_F(GraphUpdates, waitForTheSliceToEnd) {
     EXPECT_EQ(blocker.calls, 1);
 }
 
-TEST_F(GraphUpdates, withNothingToDoNeverWait) {
+TEST_F(GraphUpdates, WithNothingToDoNeverWait) {
     startBlockedSlice();
     EXPECT_EQ(update(), noErr);
     EXPECT_TRUE(updateAtOnce());
     endSlice();
 }
 
-TEST_F(GraphUpdates, fromACallbackDoNotWait) {
+TEST_F(GraphUpdates, FromACallbackDoNotWait) {
     Callback inner;
     inner.body = constant(0.25F);
     Callback callback;
@@ -196,7 +196,7 @@ TEST_F(GraphUpdates, fromACallbackDoNotWait) {
     EXPECT_EQ(callback.calls, 1);
 }
 
-TEST_F(GraphUpdates, aConverterMayBeDisconnectedInsideTheCallbackThatFeedsIt) {
+TEST_F(GraphUpdates, AConverterMayBeDisconnectedInsideTheCallbackThatFeedsIt) {
     const AUNode node = addNode(graph, converter());
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
@@ -213,7 +213,7 @@ TEST_F(GraphUpdates, aConverterMayBeDisconnectedInsideTheCallbackThatFeedsIt) {
     EXPECT_EQ(callback.calls, 1);
 }
 
-TEST_F(GraphUpdates, aCallerThatHoldsALockOfTheCallbackIsLetGo) {
+TEST_F(GraphUpdates, ACallerThatHoldsALockOfTheCallbackIsLetGo) {
     std::mutex shared;
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
@@ -236,7 +236,7 @@ TEST_F(GraphUpdates, aCallerThatHoldsALockOfTheCallbackIsLetGo) {
     EXPECT_EQ(update(), noErr);
 }
 
-TEST_F(GraphUpdates, graphCallsOfACallbackPassWhileAnUpdateWaits) {
+TEST_F(GraphUpdates, GraphCallsOfACallbackPassWhileAnUpdateWaits) {
     Callback callback;
     OSStatus inside = -1;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
@@ -258,7 +258,7 @@ TEST_F(GraphUpdates, graphCallsOfACallbackPassWhileAnUpdateWaits) {
     EXPECT_EQ(inside, noErr);
 }
 
-TEST_F(GraphUpdates, stopWaitsForTheSlice) {
+TEST_F(GraphUpdates, StopWaitsForTheSlice) {
     std::atomic<bool> ended{false};
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
@@ -278,7 +278,7 @@ TEST_F(GraphUpdates, stopWaitsForTheSlice) {
     slice.join();
 }
 
-TEST_F(GraphUpdates, disposeWaitsForTheSlice) {
+TEST_F(GraphUpdates, DisposeWaitsForTheSlice) {
     std::atomic<bool> ended{false};
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,

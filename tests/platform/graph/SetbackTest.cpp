@@ -23,7 +23,7 @@ bool isUnitInitialized(AudioUnit unit) {
                UInt32{4096}) == kAudioUnitErr_Initialized;
 }
 
-TEST(Setbacks, initialisingThatFailsLeavesTheUnitUninitialised) {
+TEST(Setbacks, InitialisingThatFailsLeavesTheUnitUninitialised) {
     const OwnedUnit unit(remoteIO());
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Input, 0, hopeless()), noErr);
     EXPECT_EQ(AudioUnitInitialize(unit), kNotSupported);
@@ -34,7 +34,7 @@ TEST(Setbacks, initialisingThatFailsLeavesTheUnitUninitialised) {
         noErr);
 }
 
-TEST(Setbacks, aCallbackThatABusCannotHaveIsNotRemembered) {
+TEST(Setbacks, ACallbackThatABusCannotHaveIsNotRemembered) {
     const OwnedUnit unit(mixer());
     Callback first;
     Callback second;
@@ -47,7 +47,7 @@ TEST(Setbacks, aCallbackThatABusCannotHaveIsNotRemembered) {
     EXPECT_EQ(setCallback(unit, 2, second), noErr);
 }
 
-TEST(Setbacks, aConnectionThatIsRefusedLeavesTheCallback) {
+TEST(Setbacks, AConnectionThatIsRefusedLeavesTheCallback) {
     Player player;
     const OwnedUnit unit(remoteIO());
     const OwnedUnit source(mixer());
@@ -67,7 +67,7 @@ TEST(Setbacks, aConnectionThatIsRefusedLeavesTheCallback) {
     EXPECT_EQ(callback.calls, 1);
 }
 
-TEST(Setbacks, aCallbackThatAPreRenderNotifyTakesAwayIsNotCalledAnyMore) {
+TEST(Setbacks, ACallbackThatAPreRenderNotifyTakesAwayIsNotCalledAnyMore) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Callback callback{constant(0.5F)};
@@ -89,7 +89,7 @@ TEST(Setbacks, aCallbackThatAPreRenderNotifyTakesAwayIsNotCalledAnyMore) {
     EXPECT_EQ(notify.calls, 2);
 }
 
-TEST(Setbacks, silenceIsNotReportedWhileAConvertersFilterStillSounds) {
+TEST(Setbacks, SilenceIsNotReportedWhileAConvertersFilterStillSounds) {
     Player player;
     const OwnedUnit unit(remoteIO());
     int slices = 0;
@@ -124,7 +124,7 @@ TEST(Setbacks, silenceIsNotReportedWhileAConvertersFilterStillSounds) {
     EXPECT_FALSE(wasSaidSilent);
 }
 
-TEST(Setbacks, aThreadThatPullsARunningOutputUnitTakesNothingFromTheDevice) {
+TEST(Setbacks, AThreadThatPullsARunningOutputUnitTakesNothingFromTheDevice) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Callback callback;
@@ -152,7 +152,7 @@ TEST(Setbacks, aThreadThatPullsARunningOutputUnitTakesNothingFromTheDevice) {
     EXPECT_EQ(callback.calls, 2000);
 }
 
-TEST(Setbacks, aUnitWhoseOutputIsOffIsNotNotifiedOfOutput) {
+TEST(Setbacks, AUnitWhoseOutputIsOffIsNotNotifiedOfOutput) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Callback notify;
@@ -166,7 +166,7 @@ TEST(Setbacks, aUnitWhoseOutputIsOffIsNotNotifiedOfOutput) {
     EXPECT_EQ(player.left.back(), 0.0F);
 }
 
-TEST(Setbacks, whatIsNoNumberSpoilsNobodyElsesSound) {
+TEST(Setbacks, WhatIsNoNumberSpoilsNobodyElsesSound) {
     Player player;
     const OwnedUnit good(remoteIO());
     const OwnedUnit bad(remoteIO());
@@ -182,7 +182,7 @@ TEST(Setbacks, whatIsNoNumberSpoilsNobodyElsesSound) {
     EXPECT_EQ(player.left.back(), 0.5F);
 }
 
-TEST(Setbacks, aUnitThatIsStartedAndUninitialisedAtOnceDoesNotRun) {
+TEST(Setbacks, AUnitThatIsStartedAndUninitialisedAtOnceDoesNotRun) {
     constexpr int kRounds = 20000;
     const OwnedUnit unit(remoteIO());
     std::atomic<int> begun{0};
@@ -210,7 +210,7 @@ TEST(Setbacks, aUnitThatIsStartedAndUninitialisedAtOnceDoesNotRun) {
     EXPECT_EQ(running, 0);
 }
 
-TEST(Setbacks, resetKnowsItsScopes) {
+TEST(Setbacks, ResetKnowsItsScopes) {
     const OwnedUnit unit(mixer());
     EXPECT_EQ(AudioUnitReset(unit, kAudioUnitScope_Global, 0), noErr);
     EXPECT_EQ(AudioUnitReset(unit, 99, 0), kAudioUnitErr_InvalidScope);
@@ -218,7 +218,7 @@ TEST(Setbacks, resetKnowsItsScopes) {
 
 class GraphSetbacks : public MixGraph {};
 
-TEST_F(GraphSetbacks, theErrorOfAMixersCallbackIsKept) {
+TEST_F(GraphSetbacks, TheErrorOfAMixersCallbackIsKept) {
     Callback failing;
     failing.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                       AudioBufferList*) { return OSStatus{1234}; };
@@ -229,7 +229,7 @@ TEST_F(GraphSetbacks, theErrorOfAMixersCallbackIsKept) {
               1234);
 }
 
-TEST_F(GraphSetbacks, timesOfAConvertedBusBeginAnewWithTheGraph) {
+TEST_F(GraphSetbacks, TimesOfAConvertedBusBeginAnewWithTheGraph) {
     std::vector<Float64> times;
     Callback half;
     half.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp& time, UInt32, UInt32,
@@ -251,7 +251,7 @@ TEST_F(GraphSetbacks, timesOfAConvertedBusBeginAnewWithTheGraph) {
     EXPECT_EQ(times, (std::vector<Float64>{0, 32, 64, 0, 32}));
 }
 
-TEST_F(GraphSetbacks, anEditIsDoneThoughAnOlderOneCannotBe) {
+TEST_F(GraphSetbacks, AnEditIsDoneThoughAnOlderOneCannotBe) {
     Callback impossible;
     Callback possible{constant(0.25F)};
     run();
@@ -262,7 +262,7 @@ TEST_F(GraphSetbacks, anEditIsDoneThoughAnOlderOneCannotBe) {
     EXPECT_EQ(heard(), 0.25F);
 }
 
-TEST_F(GraphSetbacks, initialisingThatFailsLeavesWhatTheProgramInitialised) {
+TEST_F(GraphSetbacks, InitialisingThatFailsLeavesWhatTheProgramInitialised) {
     open();
     ASSERT_EQ(AudioUnitInitialize(mixUnit), noErr);
     ASSERT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), noErr);
@@ -275,7 +275,7 @@ TEST_F(GraphSetbacks, initialisingThatFailsLeavesWhatTheProgramInitialised) {
     EXPECT_TRUE(isUnitInitialized(mixUnit));
 }
 
-TEST_F(GraphSetbacks, initialisingThatFailsTakesBackWhatItDid) {
+TEST_F(GraphSetbacks, InitialisingThatFailsTakesBackWhatItDid) {
     open();
     ASSERT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), noErr);
     Callback callback;
@@ -290,7 +290,7 @@ TEST_F(GraphSetbacks, initialisingThatFailsTakesBackWhatItDid) {
     }
 }
 
-TEST_F(GraphSetbacks, propertyListenersAreToldWithoutTheGraphsLock) {
+TEST_F(GraphSetbacks, PropertyListenersAreToldWithoutTheGraphsLock) {
     open();
     ASSERT_EQ(AUGraphInitialize(graph), noErr);
     struct Listening {
@@ -311,7 +311,7 @@ TEST_F(GraphSetbacks, propertyListenersAreToldWithoutTheGraphsLock) {
     EXPECT_EQ(listening.nodes, 2U);
 }
 
-TEST_F(GraphSetbacks, aGraphCanBeDisposedOfInACallbackWhileAnotherThreadStopsIt) {
+TEST_F(GraphSetbacks, AGraphCanBeDisposedOfInACallbackWhileAnotherThreadStopsIt) {
     std::thread stopper;
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,

@@ -35,7 +35,7 @@ class Warm : public MixGraph {
     }
 };
 
-TEST_F(Warm, aGraphOfManyRatesRendersWithoutAllocation) {
+TEST_F(Warm, AGraphOfManyRatesRendersWithoutAllocation) {
     Callback callbacks[8];
     const double rates[8] = {44100, 48000, 22050, 8000, 96000, 11025, 32000, 44100};
     open();
@@ -54,7 +54,7 @@ TEST_F(Warm, aGraphOfManyRatesRendersWithoutAllocation) {
     expectNoAllocation();
 }
 
-TEST_F(Warm, aMicrophoneRendersWithoutAllocation) {
+TEST_F(Warm, AMicrophoneRendersWithoutAllocation) {
     const OwnedUnit unit(remoteIO());
     Callback input;
     input.body = [&](AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time, UInt32,

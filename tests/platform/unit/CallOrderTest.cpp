@@ -43,7 +43,7 @@ class CallOrders : public testing::Test {
     AudioUnit unit = makeUnit(remoteIO());
 };
 
-TEST_F(CallOrders, stopNullCallbackAndDisposeWithoutUninitialise) {
+TEST_F(CallOrders, StopNullCallbackAndDisposeWithoutUninitialise) {
     ASSERT_EQ(setProgramFormat(), noErr);
     ASSERT_EQ(setCallback(unit, 0, callback), noErr);
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
@@ -57,7 +57,7 @@ TEST_F(CallOrders, stopNullCallbackAndDisposeWithoutUninitialise) {
     expectSilence();
 }
 
-TEST_F(CallOrders, maximumFramesOnTheInputScopeAndDisposeWhileRunning) {
+TEST_F(CallOrders, MaximumFramesOnTheInputScopeAndDisposeWhileRunning) {
     ASSERT_EQ(setCallback(unit, 0, callback), noErr);
     ASSERT_EQ(setProgramFormat(), noErr);
     ASSERT_EQ(
@@ -70,7 +70,7 @@ TEST_F(CallOrders, maximumFramesOnTheInputScopeAndDisposeWhileRunning) {
     expectSilence();
 }
 
-TEST_F(CallOrders, enableIOThenFormatAndCallbackAfterInitialise) {
+TEST_F(CallOrders, EnableIOThenFormatAndCallbackAfterInitialise) {
     const auto enable = kAudioOutputUnitProperty_EnableIO;
     ASSERT_EQ(set(unit, enable, kAudioUnitScope_Input, 1, UInt32{1}), noErr);
     ASSERT_EQ(set(unit, enable, kAudioUnitScope_Output, 0, UInt32{1}), noErr);
@@ -85,7 +85,7 @@ TEST_F(CallOrders, enableIOThenFormatAndCallbackAfterInitialise) {
     EXPECT_EQ(AudioComponentInstanceDispose(unit), noErr);
 }
 
-TEST_F(CallOrders, initialiseUninitialiseAndInitialiseAgain) {
+TEST_F(CallOrders, InitialiseUninitialiseAndInitialiseAgain) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioUnitUninitialize(unit), noErr);
     ASSERT_EQ(setProgramFormat(), noErr);
@@ -96,7 +96,7 @@ TEST_F(CallOrders, initialiseUninitialiseAndInitialiseAgain) {
     EXPECT_EQ(AudioComponentInstanceDispose(unit), noErr);
 }
 
-TEST_F(CallOrders, callbackOnTheOutputScopeAfterInitialise) {
+TEST_F(CallOrders, CallbackOnTheOutputScopeAfterInitialise) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(setProgramFormat(), noErr);
     ASSERT_EQ(setCallback(unit, 0, callback, kAudioUnitScope_Output), noErr);
@@ -105,7 +105,7 @@ TEST_F(CallOrders, callbackOnTheOutputScopeAfterInitialise) {
     EXPECT_EQ(AudioComponentInstanceDispose(unit), noErr);
 }
 
-TEST_F(CallOrders, aNotifyThatRemovesItselfAndTheCallbackOnPause) {
+TEST_F(CallOrders, ANotifyThatRemovesItselfAndTheCallbackOnPause) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(setProgramFormat(), noErr);
     ASSERT_EQ(setCallback(unit, 0, callback, kAudioUnitScope_Global), noErr);
@@ -133,7 +133,7 @@ TEST_F(CallOrders, aNotifyThatRemovesItselfAndTheCallbackOnPause) {
     EXPECT_EQ(AudioComponentInstanceDispose(unit), noErr);
 }
 
-TEST_F(CallOrders, anEmptyGraphThatIsOpenedFirst) {
+TEST_F(CallOrders, AnEmptyGraphThatIsOpenedFirst) {
     ASSERT_EQ(AudioComponentInstanceDispose(unit), noErr);
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
@@ -156,7 +156,7 @@ TEST_F(CallOrders, anEmptyGraphThatIsOpenedFirst) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST_F(CallOrders, aGraphWhoseUnitIsFedDirectlyAndThatIsOnlyDisposedOf) {
+TEST_F(CallOrders, AGraphWhoseUnitIsFedDirectlyAndThatIsOnlyDisposedOf) {
     ASSERT_EQ(AudioComponentInstanceDispose(unit), noErr);
     AUGraph graph = nullptr;
     ASSERT_EQ(NewAUGraph(&graph), noErr);
@@ -174,7 +174,7 @@ TEST_F(CallOrders, aGraphWhoseUnitIsFedDirectlyAndThatIsOnlyDisposedOf) {
     expectSilence();
 }
 
-TEST_F(CallOrders, componentCallsThatAreLookedUpByName) {
+TEST_F(CallOrders, ComponentCallsThatAreLookedUpByName) {
     ASSERT_EQ(AudioComponentInstanceDispose(unit), noErr);
     const auto find = reinterpret_cast<decltype(&AudioComponentFindNext)>(
         dlsym(RTLD_DEFAULT, "AudioComponentFindNext"));

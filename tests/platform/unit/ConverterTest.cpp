@@ -22,7 +22,7 @@ class Converting : public testing::Test {
     AudioTimeStamp time{};
 };
 
-TEST_F(Converting, changesTypeInterleavingAndChannels) {
+TEST_F(Converting, ChangesTypeInterleavingAndChannels) {
     Callback callback;
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 count,
                        AudioBufferList* list) {
@@ -39,7 +39,7 @@ TEST_F(Converting, changesTypeInterleavingAndChannels) {
     EXPECT_EQ(list.samples<float>(1)[99], -0.25F);
 }
 
-TEST_F(Converting, pullsExactlyWhatTheRateNeedsAndCountsInInputFrames) {
+TEST_F(Converting, PullsExactlyWhatTheRateNeedsAndCountsInInputFrames) {
     UInt64 count = 0;
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp& when, UInt32,
@@ -68,7 +68,7 @@ TEST_F(Converting, pullsExactlyWhatTheRateNeedsAndCountsInInputFrames) {
     EXPECT_NEAR(amplitude(heard, 1000, 44100, 44100), 0.5, 0.001);
 }
 
-TEST_F(Converting, takesAnotherInputRateWhileItRuns) {
+TEST_F(Converting, TakesAnotherInputRateWhileItRuns) {
     UInt64 count = 0;
     Callback callback;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 asked,
@@ -87,7 +87,7 @@ TEST_F(Converting, takesAnotherInputRateWhileItRuns) {
     EXPECT_EQ(count, 3 * 441U);
 }
 
-TEST_F(Converting, aFailingSourceLeavesSilence) {
+TEST_F(Converting, AFailingSourceLeavesSilence) {
     Callback callback;
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 count,
                        AudioBufferList* list) {

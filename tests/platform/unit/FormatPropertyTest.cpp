@@ -17,7 +17,7 @@ bool same(const AudioStreamBasicDescription& a, const AudioStreamBasicDescriptio
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-TEST(StreamFormat, isKeptAsItWasSet) {
+TEST(StreamFormat, IsKeptAsItWasSet) {
     const OwnedUnit unit(mixer());
     const auto wanted = linear(22050, kAudioFormatFlagIsSignedInteger, 16, 1, 1);
     EXPECT_EQ(setFormat(unit, kAudioUnitScope_Input, 5, wanted), noErr);
@@ -25,7 +25,7 @@ TEST(StreamFormat, isKeptAsItWasSet) {
     EXPECT_FALSE(same(format(unit, kAudioUnitScope_Input, 4), wanted));
 }
 
-TEST(StreamFormat, mayLackTheReservedField) {
+TEST(StreamFormat, MayLackTheReservedField) {
     const OwnedUnit unit(mixer());
     const auto wanted = int16Interleaved(32000, 2);
     EXPECT_EQ(AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
@@ -37,7 +37,7 @@ TEST(StreamFormat, mayLackTheReservedField) {
               kAudioUnitErr_InvalidPropertyValue);
 }
 
-TEST(StreamFormat, malformedOnesAreNotSupported) {
+TEST(StreamFormat, MalformedOnesAreNotSupported) {
     const OwnedUnit unit(mixer());
     auto wrong = int16Interleaved(44100, 2);
     wrong.mFormatID = 0x61616320;
@@ -52,7 +52,7 @@ TEST(StreamFormat, malformedOnesAreNotSupported) {
     EXPECT_EQ(setFormat(unit, kAudioUnitScope_Input, 0, {}), kAudioUnitErr_FormatNotSupported);
 }
 
-TEST(StreamFormat, onGlobalScopeMeansTheOutput) {
+TEST(StreamFormat, OnGlobalScopeMeansTheOutput) {
     const OwnedUnit unit(mixer());
     const auto wanted = int16Interleaved(44100, 2);
     EXPECT_EQ(setFormat(unit, kAudioUnitScope_Global, 0, wanted), noErr);
@@ -60,7 +60,7 @@ TEST(StreamFormat, onGlobalScopeMeansTheOutput) {
     EXPECT_TRUE(same(format(unit, kAudioUnitScope_Global, 0), wanted));
 }
 
-TEST(StreamFormat, ofTheDeviceSideIsReadOnly) {
+TEST(StreamFormat, OfTheDeviceSideIsReadOnly) {
     const OwnedUnit unit(remoteIO());
     const auto other = int16Interleaved(44100, 2);
     EXPECT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, other), kAudioUnitErr_PropertyNotWritable);
@@ -71,13 +71,13 @@ TEST(StreamFormat, ofTheDeviceSideIsReadOnly) {
     EXPECT_EQ(device.mSampleRate, deviceRate);
 }
 
-TEST(StreamFormat, ofTheProgramSideIsFloatAtTheDevicesRateAtFirst) {
+TEST(StreamFormat, OfTheProgramSideIsFloatAtTheDevicesRateAtFirst) {
     const OwnedUnit unit(remoteIO());
     EXPECT_TRUE(same(format(unit, kAudioUnitScope_Input, 0), floatPlanar(deviceRate, 2)));
     EXPECT_TRUE(same(format(unit, kAudioUnitScope_Output, 1), floatPlanar(deviceRate, 2)));
 }
 
-TEST(StreamFormat, withoutARateCannotBeInitialised) {
+TEST(StreamFormat, WithoutARateCannotBeInitialised) {
     const OwnedUnit unit(mixer());
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, floatPlanar(0, 2)), noErr);
     EXPECT_EQ(AudioUnitInitialize(unit), kAudioUnitErr_FormatNotSupported);
@@ -88,13 +88,13 @@ TEST(StreamFormat, withoutARateCannotBeInitialised) {
     EXPECT_EQ(format(unit, kAudioUnitScope_Output, 0).mSampleRate, 44100);
 }
 
-TEST(StreamFormat, ratesTooFarApartAreNotSupported) {
+TEST(StreamFormat, RatesTooFarApartAreNotSupported) {
     const OwnedUnit unit(converter());
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Input, 0, floatPlanar(1e-3, 2)), noErr);
     EXPECT_EQ(AudioUnitInitialize(unit), kAudioUnitErr_FormatNotSupported);
 }
 
-TEST(StreamFormat, ofAMixersOutputIsIntegerOrFloat) {
+TEST(StreamFormat, OfAMixersOutputIsIntegerOrFloat) {
     const OwnedUnit unit(mixer());
     EXPECT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, int16Interleaved(44100, 2)), noErr);
     EXPECT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, int32Interleaved(48000, 2)), noErr);
@@ -105,7 +105,7 @@ TEST(StreamFormat, ofAMixersOutputIsIntegerOrFloat) {
               kAudioUnitErr_FormatNotSupported);
 }
 
-TEST(StreamFormat, ofAConnectedInputIsNotWritable) {
+TEST(StreamFormat, OfAConnectedInputIsNotWritable) {
     const OwnedUnit source(mixer());
     const OwnedUnit destination(remoteIO());
     const auto wanted = int16Interleaved(44100, 2);
@@ -123,7 +123,7 @@ TEST(StreamFormat, ofAConnectedInputIsNotWritable) {
               noErr);
 }
 
-TEST(StreamFormat, ofAConnectedInputFollowsItsSource) {
+TEST(StreamFormat, OfAConnectedInputFollowsItsSource) {
     const OwnedUnit source(mixer());
     const OwnedUnit destination(remoteIO());
     const AudioUnitConnection connection{source, 0, 0};
@@ -135,7 +135,7 @@ TEST(StreamFormat, ofAConnectedInputFollowsItsSource) {
     EXPECT_TRUE(same(format(destination, kAudioUnitScope_Input, 0), wanted));
 }
 
-TEST(SampleRate, isThatOfTheBusFormat) {
+TEST(SampleRate, IsThatOfTheBusFormat) {
     const OwnedUnit unit(converter());
     EXPECT_EQ(set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 0, Float64{22050}),
               noErr);
@@ -148,7 +148,7 @@ TEST(SampleRate, isThatOfTheBusFormat) {
               kAudioUnitErr_PropertyNotWritable);
 }
 
-TEST(Connections, badOnesAreRefused) {
+TEST(Connections, BadOnesAreRefused) {
     const OwnedUnit source(mixer());
     const OwnedUnit destination(remoteIO());
     const auto connect = [&](AudioUnit from, UInt32 output, UInt32 input) {

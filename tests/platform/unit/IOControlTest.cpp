@@ -26,12 +26,12 @@ class Control : public testing::Test {
     Callback callback;
 };
 
-TEST_F(Control, startNeedsAnInitialisedUnit) {
+TEST_F(Control, StartNeedsAnInitialisedUnit) {
     EXPECT_EQ(AudioOutputUnitStart(unit), kAudioUnitErr_Uninitialized);
     EXPECT_FALSE(running());
 }
 
-TEST_F(Control, startAndStopMayBeRepeated) {
+TEST_F(Control, StartAndStopMayBeRepeated) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
     EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
@@ -46,7 +46,7 @@ TEST_F(Control, startAndStopMayBeRepeated) {
     EXPECT_EQ(callback.calls, 1);
 }
 
-TEST_F(Control, listenersOfIsRunningHearEachChangeOnce) {
+TEST_F(Control, ListenersOfIsRunningHearEachChangeOnce) {
     std::vector<UInt32> heard;
     const auto listener = [](void* refCon, AudioUnit it, AudioUnitPropertyID id,
                              AudioUnitScope scope, AudioUnitElement element) {
@@ -63,7 +63,7 @@ TEST_F(Control, listenersOfIsRunningHearEachChangeOnce) {
     EXPECT_EQ(heard, (std::vector<UInt32>{1, 0}));
 }
 
-TEST_F(Control, uninitialiseStopsARunningUnit) {
+TEST_F(Control, UninitialiseStopsARunningUnit) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
     EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
@@ -72,7 +72,7 @@ TEST_F(Control, uninitialiseStopsARunningUnit) {
     EXPECT_EQ(callback.calls, 0);
 }
 
-TEST_F(Control, propertiesAndCallbacksSurviveUninitialise) {
+TEST_F(Control, PropertiesAndCallbacksSurviveUninitialise) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioUnitUninitialize(unit), noErr);
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
@@ -81,7 +81,7 @@ TEST_F(Control, propertiesAndCallbacksSurviveUninitialise) {
     EXPECT_EQ(callback.calls, 1);
 }
 
-TEST_F(Control, stopFromTheCallbackIsTheLastOne) {
+TEST_F(Control, StopFromTheCallbackIsTheLastOne) {
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                         AudioBufferList*) { return AudioOutputUnitStop(unit); };
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
@@ -94,7 +94,7 @@ TEST_F(Control, stopFromTheCallbackIsTheLastOne) {
     EXPECT_EQ(callback.calls, 2);
 }
 
-TEST_F(Control, stopFromTheInputCallbackSparesTheOutputCallback) {
+TEST_F(Control, StopFromTheInputCallbackSparesTheOutputCallback) {
     Callback input;
     input.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                      AudioBufferList*) { return AudioOutputUnitStop(unit); };
@@ -110,7 +110,7 @@ TEST_F(Control, stopFromTheInputCallbackSparesTheOutputCallback) {
     EXPECT_EQ(callback.calls, 0);
 }
 
-TEST_F(Control, stopOfAnotherUnitFromACallbackSparesItsTurn) {
+TEST_F(Control, StopOfAnotherUnitFromACallbackSparesItsTurn) {
     const OwnedUnit later(remoteIO());
     Callback second;
     ASSERT_EQ(setCallback(later, 0, second), noErr);
@@ -124,7 +124,7 @@ TEST_F(Control, stopOfAnotherUnitFromACallbackSparesItsTurn) {
     EXPECT_EQ(second.calls, 0);
 }
 
-TEST_F(Control, aNullCallbackInMidRunBringsSilence) {
+TEST_F(Control, ANullCallbackInMidRunBringsSilence) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
     player.pump(64);
@@ -140,7 +140,7 @@ TEST_F(Control, aNullCallbackInMidRunBringsSilence) {
     EXPECT_EQ(player.left[128], 0.5F);
 }
 
-TEST_F(Control, aCallbackMayReplaceItselfAndTheFormat) {
+TEST_F(Control, ACallbackMayReplaceItselfAndTheFormat) {
     Callback next;
     UInt32 buffers = 0;
     next.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
@@ -163,7 +163,7 @@ TEST_F(Control, aCallbackMayReplaceItselfAndTheFormat) {
     EXPECT_EQ(buffers, 1U);
 }
 
-TEST_F(Control, aCallbackMayDisposeOfAnotherUnit) {
+TEST_F(Control, ACallbackMayDisposeOfAnotherUnit) {
     const AudioUnit later = makeUnit(remoteIO());
     Callback second;
     ASSERT_EQ(setCallback(later, 0, second), noErr);
@@ -181,7 +181,7 @@ TEST_F(Control, aCallbackMayDisposeOfAnotherUnit) {
     EXPECT_EQ(AudioOutputUnitStop(later), kAudioComponentErr_InstanceInvalidated);
 }
 
-TEST_F(Control, disposeOfARunningUnitEndsItsCallbacks) {
+TEST_F(Control, DisposeOfARunningUnitEndsItsCallbacks) {
     const AudioUnit other = makeUnit(remoteIO());
     Callback second;
     ASSERT_EQ(setCallback(other, 0, second), noErr);
@@ -193,7 +193,7 @@ TEST_F(Control, disposeOfARunningUnitEndsItsCallbacks) {
     EXPECT_EQ(second.calls, 1);
 }
 
-TEST_F(Control, resetDoesNotDisturbTheSound) {
+TEST_F(Control, ResetDoesNotDisturbTheSound) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
     player.pump(64);

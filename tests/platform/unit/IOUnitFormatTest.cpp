@@ -83,7 +83,7 @@ const Case cases[] = {
 
 class ProgramFormats : public testing::TestWithParam<Case> {};
 
-TEST_P(ProgramFormats, arePlayedAtTheirLevels) {
+TEST_P(ProgramFormats, ArePlayedAtTheirLevels) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Callback callback;
@@ -136,7 +136,7 @@ struct Tone {
 
 class ProgramRates : public testing::TestWithParam<double> {};
 
-TEST_P(ProgramRates, playATonesPitchAndLevelWithoutDrift) {
+TEST_P(ProgramRates, PlayATonesPitchAndLevelWithoutDrift) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Tone tone(1000, GetParam());
@@ -157,7 +157,7 @@ INSTANTIATE_TEST_SUITE_P(All, ProgramRates,
                          testing::Values(8000, 11025, 16000, 22050, 32000, 44100, 48000, 96000,
                                          192000));
 
-TEST(ProgramChannels, monoIsHeardOnBothSides) {
+TEST(ProgramChannels, MonoIsHeardOnBothSides) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Tone tone(1000, 44100);
@@ -170,7 +170,7 @@ TEST(ProgramChannels, monoIsHeardOnBothSides) {
     EXPECT_EQ(player.left, player.right);
 }
 
-TEST(ProgramChannels, beyondTheDevicesAreNotHeard) {
+TEST(ProgramChannels, BeyondTheDevicesAreNotHeard) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Callback callback;
@@ -191,7 +191,7 @@ TEST(ProgramChannels, beyondTheDevicesAreNotHeard) {
     EXPECT_EQ(player.right[5], 0.125F);
 }
 
-TEST(ProgramFormatChanges, workWhileTheUnitPlays) {
+TEST(ProgramFormatChanges, WorkWhileTheUnitPlays) {
     Player player;
     const OwnedUnit unit(remoteIO());
     UInt32 buffers = 0;
@@ -215,7 +215,7 @@ TEST(ProgramFormatChanges, workWhileTheUnitPlays) {
     EXPECT_EQ(bytes, 2U);
 }
 
-TEST(DeviceRateChanges, areSeenOnTheDeviceSideOnlyAndPlayOn) {
+TEST(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Tone tone(1000, 48000);

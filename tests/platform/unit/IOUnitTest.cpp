@@ -31,7 +31,7 @@ class PlayingUnit : public testing::Test {
     Callback callback;
 };
 
-TEST_F(PlayingUnit, getsOneCallbackPerSliceWithTheSlicesFrames) {
+TEST_F(PlayingUnit, GetsOneCallbackPerSliceWithTheSlicesFrames) {
     std::vector<UInt32> frames;
     std::vector<AudioTimeStamp> times;
     callback.body = [&](AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time, UInt32 bus,
@@ -57,7 +57,7 @@ TEST_F(PlayingUnit, getsOneCallbackPerSliceWithTheSlicesFrames) {
     }
 }
 
-TEST_F(PlayingUnit, samplesArriveUnchanged) {
+TEST_F(PlayingUnit, SamplesArriveUnchanged) {
     float next = -1;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
                         AudioBufferList* list) {
@@ -77,7 +77,7 @@ TEST_F(PlayingUnit, samplesArriveUnchanged) {
     }
 }
 
-TEST_F(PlayingUnit, sampleTimeStartsAnewWithEachStart) {
+TEST_F(PlayingUnit, SampleTimeStartsAnewWithEachStart) {
     std::vector<Float64> times;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp& time, UInt32, UInt32,
                         AudioBufferList*) {
@@ -93,7 +93,7 @@ TEST_F(PlayingUnit, sampleTimeStartsAnewWithEachStart) {
     EXPECT_EQ(times, (std::vector<Float64>{0, 100, 0, 100}));
 }
 
-TEST_F(PlayingUnit, sampleTimeCanFollowTheDevice) {
+TEST_F(PlayingUnit, SampleTimeCanFollowTheDevice) {
     Float64 first = -1;
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp& time, UInt32, UInt32,
                         AudioBufferList*) {
@@ -108,7 +108,7 @@ TEST_F(PlayingUnit, sampleTimeCanFollowTheDevice) {
     EXPECT_EQ(first, 300);
 }
 
-TEST_F(PlayingUnit, withoutSourcePlaysSilence) {
+TEST_F(PlayingUnit, WithoutSourcePlaysSilence) {
     ASSERT_EQ(AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback,
                                    kAudioUnitScope_Input, 0, nullptr, 0),
               noErr);
@@ -118,7 +118,7 @@ TEST_F(PlayingUnit, withoutSourcePlaysSilence) {
     EXPECT_EQ(player.left, std::vector<float>(64, 0));
 }
 
-TEST_F(PlayingUnit, missingFramesAreSilence) {
+TEST_F(PlayingUnit, MissingFramesAreSilence) {
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
                        AudioBufferList* list) {
         std::fill_n(samples<float>(list), frames, 0.5F);
@@ -132,7 +132,7 @@ TEST_F(PlayingUnit, missingFramesAreSilence) {
     EXPECT_EQ(player.left[10], 0.0F);
 }
 
-TEST_F(PlayingUnit, silenceIsOnlyAHint) {
+TEST_F(PlayingUnit, SilenceIsOnlyAHint) {
     callback.body = [](AudioUnitRenderActionFlags& flags, const AudioTimeStamp&, UInt32,
                        UInt32 frames, AudioBufferList* list) {
         flags |= kAudioUnitRenderAction_OutputIsSilence;
@@ -154,7 +154,7 @@ TEST_F(PlayingUnit, silenceIsOnlyAHint) {
                          static_cast<UInt32>(kAudioUnitRenderAction_OutputIsSilence));
 }
 
-TEST_F(PlayingUnit, withItsOutputDisabledIsNotAsked) {
+TEST_F(PlayingUnit, WithItsOutputDisabledIsNotAsked) {
     ASSERT_EQ(set(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0, UInt32{0}),
               noErr);
     callback.body = constant(0.5F);
@@ -164,7 +164,7 @@ TEST_F(PlayingUnit, withItsOutputDisabledIsNotAsked) {
     EXPECT_EQ(player.left[0], 0.0F);
 }
 
-TEST_F(PlayingUnit, isHeardTogetherWithOthers) {
+TEST_F(PlayingUnit, IsHeardTogetherWithOthers) {
     const OwnedUnit other(remoteIO());
     Callback second;
     callback.body = constant(0.25F);
@@ -177,7 +177,7 @@ TEST_F(PlayingUnit, isHeardTogetherWithOthers) {
     EXPECT_EQ(player.left[63], 0.75F);
 }
 
-TEST_F(PlayingUnit, playsWhatAMixerRendersThroughAConnection) {
+TEST_F(PlayingUnit, PlaysWhatAMixerRendersThroughAConnection) {
     const OwnedUnit source(mixer());
     Callback track;
     track.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32 bus, UInt32 frames,
@@ -200,7 +200,7 @@ TEST_F(PlayingUnit, playsWhatAMixerRendersThroughAConnection) {
     EXPECT_EQ(player.right[1023], 0.0F);
 }
 
-TEST_F(PlayingUnit, hasAVolume) {
+TEST_F(PlayingUnit, HasAVolume) {
     callback.body = constant(0.5F);
     ASSERT_EQ(
         AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 0.5F, 0),
@@ -219,7 +219,7 @@ TEST_F(PlayingUnit, hasAVolume) {
               kAudioUnitErr_InvalidParameter);
 }
 
-TEST_F(PlayingUnit, bus0IsNotThePrograms) {
+TEST_F(PlayingUnit, Bus0IsNotThePrograms) {
     OSStatus inside = noErr;
     OwnedBufferList list = OwnedBufferList::planar(2, 256);
     const AudioTimeStamp now{};
@@ -235,7 +235,7 @@ TEST_F(PlayingUnit, bus0IsNotThePrograms) {
               kAudioUnitErr_CannotDoInCurrentContext);
 }
 
-TEST(VoiceUnit, playsLikeRemoteIOAndCanBeMuted) {
+TEST(VoiceUnit, PlaysLikeRemoteIOAndCanBeMuted) {
     Player player;
     const OwnedUnit unit(description(kAudioUnitType_Output, kAudioUnitSubType_VoiceProcessingIO));
     Callback callback;
@@ -256,7 +256,7 @@ TEST(VoiceUnit, playsLikeRemoteIOAndCanBeMuted) {
     EXPECT_EQ(callback.calls, 2);
 }
 
-TEST(VoiceUnit, hasPropertiesThatRemoteIOHasNot) {
+TEST(VoiceUnit, HasPropertiesThatRemoteIOHasNot) {
     const OwnedUnit voice(description(kAudioUnitType_Output, kAudioUnitSubType_VoiceProcessingIO));
     const OwnedUnit plain(remoteIO());
     EXPECT_EQ(get<UInt32>(voice, kAUVoiceIOProperty_BypassVoiceProcessing, 0, 0), 0U);

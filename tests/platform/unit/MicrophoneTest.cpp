@@ -64,7 +64,7 @@ class Microphone : public testing::Test {
     std::vector<float> heard;
 };
 
-TEST_F(Microphone, isHeardSliceBySliceAtTheDevicesRate) {
+TEST_F(Microphone, IsHeardSliceBySliceAtTheDevicesRate) {
     listenAt(deviceRate);
     player.pump(256, 3);
     EXPECT_EQ(asked, (std::vector<UInt32>{256, 256, 256}));
@@ -77,7 +77,7 @@ TEST_F(Microphone, isHeardSliceBySliceAtTheDevicesRate) {
     }
 }
 
-TEST_F(Microphone, isConvertedToTheProgramsRateWithoutDrift) {
+TEST_F(Microphone, IsConvertedToTheProgramsRateWithoutDrift) {
     listenAt(16000);
     player.pump(512, 200);
     EXPECT_NEAR(static_cast<double>(heard.size()), 512.0 * 200 / 3, 1);
@@ -89,14 +89,14 @@ TEST_F(Microphone, isConvertedToTheProgramsRateWithoutDrift) {
     }
 }
 
-TEST_F(Microphone, isConvertedToAHigherRate) {
+TEST_F(Microphone, IsConvertedToAHigherRate) {
     listenAt(96000);
     player.pump(512, 100);
     EXPECT_EQ(heard.size(), 2 * 512U * 100);
     EXPECT_NEAR(amplitude(heard, 1000, 96000, 48000), 0.5, 0.001);
 }
 
-TEST_F(Microphone, canBeFetchedFromTheOutputCallback) {
+TEST_F(Microphone, CanBeFetchedFromTheOutputCallback) {
     const AURenderCallbackStruct none{};
     ASSERT_EQ(set(unit, kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 1, none),
               noErr);
@@ -118,7 +118,7 @@ TEST_F(Microphone, canBeFetchedFromTheOutputCallback) {
     }
 }
 
-TEST_F(Microphone, canBeConnectedToTheOutputOfItsOwnUnit) {
+TEST_F(Microphone, CanBeConnectedToTheOutputOfItsOwnUnit) {
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Output, 1, floatPlanar(deviceRate, 2)), noErr);
     const AURenderCallbackStruct none{};
     ASSERT_EQ(set(unit, kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 1, none),
@@ -132,7 +132,7 @@ TEST_F(Microphone, canBeConnectedToTheOutputOfItsOwnUnit) {
     EXPECT_NEAR(amplitude(player.left, 1000, deviceRate, 0), 0.5, 0.001);
 }
 
-TEST_F(Microphone, beyondWhatWasHeardThereIsSilence) {
+TEST_F(Microphone, BeyondWhatWasHeardThereIsSilence) {
     OwnedBufferList list = OwnedBufferList::planar(1, 300 * sizeof(float));
     input.body = [&](AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time, UInt32, UInt32,
                      AudioBufferList*) {
@@ -146,7 +146,7 @@ TEST_F(Microphone, beyondWhatWasHeardThereIsSilence) {
     EXPECT_EQ(list.samples<float>()[299], 0.0F);
 }
 
-TEST_F(Microphone, wrongBuffersAreRefused) {
+TEST_F(Microphone, WrongBuffersAreRefused) {
     OSStatus small = noErr;
     OSStatus wrongCount = noErr;
     input.body = [&](AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time, UInt32,
@@ -163,7 +163,7 @@ TEST_F(Microphone, wrongBuffersAreRefused) {
     EXPECT_EQ(wrongCount, kAudio_ParamError);
 }
 
-TEST_F(Microphone, pullsNotifyWithBus1) {
+TEST_F(Microphone, PullsNotifyWithBus1) {
     Callback notify;
     std::vector<UInt32> buses;
     notify.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32 bus, UInt32,
@@ -177,7 +177,7 @@ TEST_F(Microphone, pullsNotifyWithBus1) {
     EXPECT_EQ(buses, (std::vector<UInt32>{1, 1, 0, 0}));
 }
 
-TEST_F(Microphone, isThereDuringASliceOnly) {
+TEST_F(Microphone, IsThereDuringASliceOnly) {
     listenAt(deviceRate);
     player.pump(64);
     OwnedBufferList list = OwnedBufferList::planar(1, 256);
@@ -186,7 +186,7 @@ TEST_F(Microphone, isThereDuringASliceOnly) {
               kAudioUnitErr_CannotDoInCurrentContext);
 }
 
-TEST_F(Microphone, disabledItHasNoElement) {
+TEST_F(Microphone, DisabledItHasNoElement) {
     ASSERT_EQ(set(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, UInt32{0}),
               noErr);
     OSStatus inside = noErr;
@@ -204,7 +204,7 @@ TEST_F(Microphone, disabledItHasNoElement) {
     EXPECT_EQ(input.calls, 0);
 }
 
-TEST(EnableIO, hasItsPlacesAndDefaults) {
+TEST(EnableIO, HasItsPlacesAndDefaults) {
     const OwnedUnit unit(remoteIO());
     const auto enable = kAudioOutputUnitProperty_EnableIO;
     EXPECT_EQ(get<UInt32>(unit, enable, kAudioUnitScope_Output, 0), 1U);

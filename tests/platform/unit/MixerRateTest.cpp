@@ -61,7 +61,7 @@ class MixingRates : public testing::Test {
     std::vector<float> left;
 };
 
-TEST_F(MixingRates, tonesOfDifferentRatesKeepPitchAndLevel) {
+TEST_F(MixingRates, TonesOfDifferentRatesKeepPitchAndLevel) {
     Track a(unit, 0, 1000, 48000);
     Track b(unit, 1, 1500, 22050);
     Track c(unit, 2, 2000, 44100);
@@ -82,7 +82,7 @@ TEST_F(MixingRates, tonesOfDifferentRatesKeepPitchAndLevel) {
     EXPECT_EQ(f.count, 300U * 80);
 }
 
-TEST_F(MixingRates, busesArePulledInBusOrderWhateverTheirRates) {
+TEST_F(MixingRates, BusesArePulledInBusOrderWhateverTheirRates) {
     std::vector<UInt32> order;
     Track a(unit, 0, 1000, 44100);
     Track b(unit, 1, 1000, 48000);
@@ -95,13 +95,13 @@ TEST_F(MixingRates, busesArePulledInBusOrderWhateverTheirRates) {
     EXPECT_EQ(order, (std::vector<UInt32>{0, 1, 2, 3, 0, 1, 2, 3}));
 }
 
-TEST_F(MixingRates, aPullIsNeverLargerThanTheMaximum) {
+TEST_F(MixingRates, APullIsNeverLargerThanTheMaximum) {
     Track a(unit, 0, 1000, 192000);  // four times the output's frames: expects up to 1024 each
     render(20);
     EXPECT_GT(a.callback.calls, 20);
 }
 
-TEST_F(MixingRates, otherBusesComingAndGoingLeaveAToneUntouched) {
+TEST_F(MixingRates, OtherBusesComingAndGoingLeaveAToneUntouched) {
     Track a(unit, 0, 1000, 48000);
     render(150);
     Track b(unit, 1, 3000, 48000);
@@ -115,7 +115,7 @@ TEST_F(MixingRates, otherBusesComingAndGoingLeaveAToneUntouched) {
     EXPECT_EQ(a.count, 450U * 480);
 }
 
-TEST_F(MixingRates, resetForgetsThePast) {
+TEST_F(MixingRates, ResetForgetsThePast) {
     Track a(unit, 0, 1000, 48000);
     render(10);
     ASSERT_EQ(AudioUnitReset(unit, kAudioUnitScope_Global, 0), noErr);

@@ -53,7 +53,7 @@ class Mixing : public testing::Test {
     std::vector<UInt32> order;
 };
 
-TEST_F(Mixing, oneTrackPassesBitByBit) {
+TEST_F(Mixing, OneTrackPassesBitByBit) {
     std::mt19937 random(7);
     std::vector<std::int16_t> track(2 * frames);
     for (auto& value : track) {
@@ -73,7 +73,7 @@ TEST_F(Mixing, oneTrackPassesBitByBit) {
     EXPECT_EQ(list.copyOf<std::int16_t>(), track);
 }
 
-TEST_F(Mixing, addsItsBusesInBusOrder) {
+TEST_F(Mixing, AddsItsBusesInBusOrder) {
     Callback a;
     Callback b;
     Callback c;
@@ -87,7 +87,7 @@ TEST_F(Mixing, addsItsBusesInBusOrder) {
     EXPECT_EQ(sample(2 * frames - 1), -66);
 }
 
-TEST_F(Mixing, saturatesAtTheIntegerOutput) {
+TEST_F(Mixing, SaturatesAtTheIntegerOutput) {
     Callback a;
     Callback b;
     addConstant(0, a, 30000, -30000);
@@ -97,7 +97,7 @@ TEST_F(Mixing, saturatesAtTheIntegerOutput) {
     EXPECT_EQ(sample(1), INT16_MIN);
 }
 
-TEST_F(Mixing, hasNoCeilingAtAFloatOutput) {
+TEST_F(Mixing, HasNoCeilingAtAFloatOutput) {
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, floatPlanar(rate, 2)), noErr);
     Callback a;
     Callback b;
@@ -109,14 +109,14 @@ TEST_F(Mixing, hasNoCeilingAtAFloatOutput) {
     EXPECT_EQ(planes.samples<float>()[frames - 1], 1.5F);
 }
 
-TEST_F(Mixing, withoutInputsIsSilentAndSaysSo) {
+TEST_F(Mixing, WithoutInputsIsSilentAndSaysSo) {
     list.samples<std::int16_t>()[9] = 5;
     render();
     EXPECT_EQ(sample(9), 0);
     EXPECT_EQ(flags, static_cast<UInt32>(kAudioUnitRenderAction_OutputIsSilence));
 }
 
-TEST_F(Mixing, appliesTheVolumeOfABus) {
+TEST_F(Mixing, AppliesTheVolumeOfABus) {
     Callback a;
     Callback b;
     addConstant(0, a, 1000, 2000);
@@ -127,7 +127,7 @@ TEST_F(Mixing, appliesTheVolumeOfABus) {
     EXPECT_EQ(sample(1), 1020);
 }
 
-TEST_F(Mixing, appliesTheVolumeOfTheOutput) {
+TEST_F(Mixing, AppliesTheVolumeOfTheOutput) {
     Callback a;
     addConstant(0, a, 1000, -2000);
     ASSERT_EQ(parameter(kMultiChannelMixerParam_Volume, kAudioUnitScope_Output, 0, 0.25F), noErr);
@@ -136,7 +136,7 @@ TEST_F(Mixing, appliesTheVolumeOfTheOutput) {
     EXPECT_EQ(sample(1), -500);
 }
 
-TEST_F(Mixing, pansByTakingAwayOnTheOtherSide) {
+TEST_F(Mixing, PansByTakingAwayOnTheOtherSide) {
     Callback a;
     addConstant(0, a, 1000, 1000);
     ASSERT_EQ(parameter(kMultiChannelMixerParam_Pan, kAudioUnitScope_Input, 0, 0.5F), noErr);
@@ -149,7 +149,7 @@ TEST_F(Mixing, pansByTakingAwayOnTheOtherSide) {
     EXPECT_EQ(sample(1), 0);
 }
 
-TEST_F(Mixing, doesNotPullADisabledBus) {
+TEST_F(Mixing, DoesNotPullADisabledBus) {
     Callback a;
     Callback b;
     addConstant(0, a, 1000, 1000);
@@ -163,7 +163,7 @@ TEST_F(Mixing, doesNotPullADisabledBus) {
     EXPECT_EQ(sample(0), 1001);
 }
 
-TEST_F(Mixing, goesOnWithoutABusThatFails) {
+TEST_F(Mixing, GoesOnWithoutABusThatFails) {
     Callback a;
     Callback b;
     addConstant(0, a, 1000, 1000);
@@ -178,7 +178,7 @@ TEST_F(Mixing, goesOnWithoutABusThatFails) {
     EXPECT_EQ(sample(1), 8);
 }
 
-TEST_F(Mixing, takesEachBusInItsOwnFormat) {
+TEST_F(Mixing, TakesEachBusInItsOwnFormat) {
     Callback mono;
     Callback planar;
     Callback wide;
@@ -211,7 +211,7 @@ TEST_F(Mixing, takesEachBusInItsOwnFormat) {
     EXPECT_EQ(sample(1), 1000 - 8192 + 4);
 }
 
-TEST_F(Mixing, hasTheOutputFormatOfAnOldPhone) {
+TEST_F(Mixing, HasTheOutputFormatOfAnOldPhone) {
     auto format = int16Interleaved(rate, 2);
     format.mFormatFlags = kAudioFormatFlagIsSignedInteger;
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Output, 0, format), noErr);
@@ -222,7 +222,7 @@ TEST_F(Mixing, hasTheOutputFormatOfAnOldPhone) {
     EXPECT_EQ(sample(1), -456);
 }
 
-TEST_F(Mixing, aBusFormatMayChangeBetweenRenders) {
+TEST_F(Mixing, ABusFormatMayChangeBetweenRenders) {
     Callback a;
     addConstant(0, a, 1000, 1000);
     render();
@@ -238,7 +238,7 @@ TEST_F(Mixing, aBusFormatMayChangeBetweenRenders) {
     EXPECT_EQ(sample(1), 0);
 }
 
-TEST_F(Mixing, aCallbackOfABusIsToldTheTimeOfTheRender) {
+TEST_F(Mixing, ACallbackOfABusIsToldTheTimeOfTheRender) {
     AudioTimeStamp seen{};
     Callback a;
     a.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp& when, UInt32, UInt32 count,
@@ -257,7 +257,7 @@ TEST_F(Mixing, aCallbackOfABusIsToldTheTimeOfTheRender) {
     EXPECT_EQ(seen.mFlags, 3U);
 }
 
-TEST_F(Mixing, aNewBusHasDefaultLevelsAgain) {
+TEST_F(Mixing, ANewBusHasDefaultLevelsAgain) {
     ASSERT_EQ(set(unit, kAudioUnitProperty_ElementCount, kAudioUnitScope_Input, 0, UInt32{9}),
               noErr);
     ASSERT_EQ(parameter(kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 8, 0), noErr);

@@ -63,7 +63,7 @@ class RenderNotifies : public testing::Test {
     std::vector<Call> calls;
 };
 
-TEST_F(RenderNotifies, comeBeforeAndAfterEachRenderInOrderOfRegistration) {
+TEST_F(RenderNotifies, ComeBeforeAndAfterEachRenderInOrderOfRegistration) {
     ASSERT_EQ(add(first), noErr);
     ASSERT_EQ(add(second), noErr);
     ASSERT_EQ(render(), noErr);
@@ -72,7 +72,7 @@ TEST_F(RenderNotifies, comeBeforeAndAfterEachRenderInOrderOfRegistration) {
     EXPECT_EQ(flags, 0U);
 }
 
-TEST_F(RenderNotifies, shareOneCopyOfTheFlagsPerPhase) {
+TEST_F(RenderNotifies, ShareOneCopyOfTheFlagsPerPhase) {
     first.body = [&](AudioUnitRenderActionFlags& action, const AudioTimeStamp&, UInt32, UInt32,
                      AudioBufferList*) {
         calls.push_back({'1', action});
@@ -88,20 +88,20 @@ TEST_F(RenderNotifies, shareOneCopyOfTheFlagsPerPhase) {
     EXPECT_EQ(flags, 0U) << "the caller's flags are his";
 }
 
-TEST_F(RenderNotifies, hearOfAFailedRender) {
+TEST_F(RenderNotifies, HearOfAFailedRender) {
     ASSERT_EQ(add(first), noErr);
     status = -77;
     EXPECT_EQ(render(), -77);
     EXPECT_EQ(calls, (std::vector<Call>{{'1', pre}, {'r', 0}, {'1', postError}}));
 }
 
-TEST_F(RenderNotifies, hearOnlyTheEndOfARenderThatFailedAtOnce) {
+TEST_F(RenderNotifies, HearOnlyTheEndOfARenderThatFailedAtOnce) {
     ASSERT_EQ(add(first), noErr);
     EXPECT_EQ(render(100000), kAudioUnitErr_TooManyFramesToProcess);
     EXPECT_EQ(calls, (std::vector<Call>{{'1', postError}}));
 }
 
-TEST_F(RenderNotifies, areKnownByProcedureAndReference) {
+TEST_F(RenderNotifies, AreKnownByProcedureAndReference) {
     ASSERT_EQ(add(first), noErr);
     ASSERT_EQ(add(first), noErr);
     ASSERT_EQ(add(second), noErr);
@@ -113,7 +113,7 @@ TEST_F(RenderNotifies, areKnownByProcedureAndReference) {
     EXPECT_EQ(AudioUnitRemoveRenderNotify(unit, nullptr, nullptr), kAudio_ParamError);
 }
 
-TEST_F(RenderNotifies, removedDuringARenderStillSeeItsEnd) {
+TEST_F(RenderNotifies, RemovedDuringARenderStillSeeItsEnd) {
     first.body = [&](AudioUnitRenderActionFlags& action, const AudioTimeStamp&, UInt32, UInt32,
                      AudioBufferList*) {
         calls.push_back({'1', action});
@@ -129,7 +129,7 @@ TEST_F(RenderNotifies, removedDuringARenderStillSeeItsEnd) {
     EXPECT_EQ(calls, (std::vector<Call>{{'2', pre}, {'r', 0}, {'2', post}}));
 }
 
-TEST_F(RenderNotifies, surviveUninitialise) {
+TEST_F(RenderNotifies, SurviveUninitialise) {
     ASSERT_EQ(add(first), noErr);
     ASSERT_EQ(AudioUnitUninitialize(unit), noErr);
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
@@ -137,7 +137,7 @@ TEST_F(RenderNotifies, surviveUninitialise) {
     EXPECT_EQ(first.calls, 2);
 }
 
-TEST(OutputUnitNotifies, seeTheDevicesFormatAndChangeWhatItPlays) {
+TEST(OutputUnitNotifies, SeeTheDevicesFormatAndChangeWhatItPlays) {
     Player player;
     const OwnedUnit unit(remoteIO());
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Input, 0, int16Interleaved(deviceRate, 1)), noErr);
@@ -176,7 +176,7 @@ TEST(OutputUnitNotifies, seeTheDevicesFormatAndChangeWhatItPlays) {
     EXPECT_EQ(player.right[62], 0.5F);
 }
 
-TEST(OutputUnitNotifies, mayPutSamplesElsewhere) {
+TEST(OutputUnitNotifies, MayPutSamplesElsewhere) {
     Player player;
     const OwnedUnit unit(remoteIO());
     std::vector<float> own(64, 0.75F);
@@ -196,7 +196,7 @@ TEST(OutputUnitNotifies, mayPutSamplesElsewhere) {
     EXPECT_EQ(player.right[0], 0.0F);
 }
 
-TEST(OutputUnitNotifies, hearOfACallbacksErrorWhileSilenceIsPlayed) {
+TEST(OutputUnitNotifies, HearOfACallbacksErrorWhileSilenceIsPlayed) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Callback callback;

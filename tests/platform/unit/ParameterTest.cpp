@@ -17,7 +17,7 @@ OSStatus setParameter(AudioUnit unit, AudioUnitParameterID id, AudioUnitScope sc
     return AudioUnitSetParameter(unit, id, scope, element, value, 0);
 }
 
-TEST(MixerParameters, haveTheirDefaults) {
+TEST(MixerParameters, HaveTheirDefaults) {
     const OwnedUnit unit(mixer());
     for (UInt32 bus = 0; bus < 8; ++bus) {
         EXPECT_EQ(parameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, bus), 1);
@@ -27,7 +27,7 @@ TEST(MixerParameters, haveTheirDefaults) {
     EXPECT_EQ(parameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Output, 0), 1);
 }
 
-TEST(MixerParameters, areKeptPerBus) {
+TEST(MixerParameters, AreKeptPerBus) {
     const OwnedUnit unit(mixer());
     ASSERT_EQ(setParameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 3, 0.25F),
               noErr);
@@ -35,7 +35,7 @@ TEST(MixerParameters, areKeptPerBus) {
     EXPECT_EQ(parameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 2), 1);
 }
 
-TEST(MixerParameters, stayInTheirRange) {
+TEST(MixerParameters, StayInTheirRange) {
     const OwnedUnit unit(mixer());
     ASSERT_EQ(setParameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0, 7),
               noErr);
@@ -47,7 +47,7 @@ TEST(MixerParameters, stayInTheirRange) {
               kAudioUnitErr_InvalidParameterValue);
 }
 
-TEST(MixerParameters, badIdsScopesAndBusesAreRefused) {
+TEST(MixerParameters, BadIdsScopesAndBusesAreRefused) {
     const OwnedUnit unit(mixer());
     Float32 value = 0;
     EXPECT_EQ(AudioUnitGetParameter(unit, 42, kAudioUnitScope_Input, 0, &value),
@@ -65,7 +65,7 @@ TEST(MixerParameters, badIdsScopesAndBusesAreRefused) {
               kAudio_ParamError);
 }
 
-TEST(MixerParameters, areListedByScope) {
+TEST(MixerParameters, AreListedByScope) {
     const OwnedUnit unit(mixer());
     AudioUnitParameterID ids[4] = {99, 99, 99, 99};
     UInt32 size = sizeof ids;
@@ -83,7 +83,7 @@ TEST(MixerParameters, areListedByScope) {
     EXPECT_EQ(none, 0U);
 }
 
-TEST(OtherParameters, unitsWithoutAnyRefuseThem) {
+TEST(OtherParameters, UnitsWithoutAnyRefuseThem) {
     const OwnedUnit unit(converter());
     Float32 value = 0;
     EXPECT_EQ(AudioUnitGetParameter(unit, 0, kAudioUnitScope_Global, 0, &value),

@@ -7,7 +7,7 @@ namespace {
 
 constexpr AudioUnitPropertyID unknownProperty = 9999;
 
-TEST(Properties, anUnknownIdIsAnInvalidProperty) {
+TEST(Properties, AnUnknownIdIsAnInvalidProperty) {
     const OwnedUnit unit(mixer());
     UInt32 value = 0;
     UInt32 size = sizeof value;
@@ -20,7 +20,7 @@ TEST(Properties, anUnknownIdIsAnInvalidProperty) {
               kAudioUnitErr_InvalidProperty);
 }
 
-TEST(Properties, aBadScopeIsAnInvalidScope) {
+TEST(Properties, ABadScopeIsAnInvalidScope) {
     const OwnedUnit unit(mixer());
     UInt32 value = 0;
     UInt32 size = sizeof value;
@@ -44,7 +44,7 @@ TEST(Properties, aBadScopeIsAnInvalidScope) {
               kAudioUnitErr_InvalidScope);
 }
 
-TEST(Properties, aBadElementIsAnInvalidElement) {
+TEST(Properties, ABadElementIsAnInvalidElement) {
     const OwnedUnit unit(mixer());
     AudioStreamBasicDescription format{};
     UInt32 size = sizeof format;
@@ -65,7 +65,7 @@ TEST(Properties, aBadElementIsAnInvalidElement) {
               kAudioUnitErr_InvalidElement);
 }
 
-TEST(Properties, aShortValueIsInvalid) {
+TEST(Properties, AShortValueIsInvalid) {
     const OwnedUnit unit(mixer());
     const AURenderCallbackStruct callback{Callback::proc, nullptr};
     const AudioUnitConnection connection{nullptr, 0, 0};
@@ -79,7 +79,7 @@ TEST(Properties, aShortValueIsInvalid) {
         kAudioUnitErr_InvalidPropertyValue);
 }
 
-TEST(Properties, dataAndSizeMustBothBeThereOrBothBeMissing) {
+TEST(Properties, DataAndSizeMustBothBeThereOrBothBeMissing) {
     const OwnedUnit unit(mixer());
     const UInt32 number = 512;
     UInt32 value = 0;
@@ -98,7 +98,7 @@ TEST(Properties, dataAndSizeMustBothBeThereOrBothBeMissing) {
         kAudio_ParamError);
 }
 
-TEST(Properties, nullDataAsksForTheSize) {
+TEST(Properties, NullDataAsksForTheSize) {
     const OwnedUnit unit(mixer());
     UInt32 size = 0;
     EXPECT_EQ(AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
@@ -107,7 +107,7 @@ TEST(Properties, nullDataAsksForTheSize) {
     EXPECT_EQ(size, 40U);
 }
 
-TEST(Properties, aSmallBufferGetsWhatFits) {
+TEST(Properties, ASmallBufferGetsWhatFits) {
     const OwnedUnit unit(mixer());
     struct {
         Float64 rate;
@@ -122,7 +122,7 @@ TEST(Properties, aSmallBufferGetsWhatFits) {
     EXPECT_EQ(part.beyond, 0xDEADBEEF);
 }
 
-TEST(Properties, aLargerBufferIsToldTheTrueSize) {
+TEST(Properties, ALargerBufferIsToldTheTrueSize) {
     const OwnedUnit unit(mixer());
     UInt32 values[4] = {};
     UInt32 size = sizeof values;
@@ -132,7 +132,7 @@ TEST(Properties, aLargerBufferIsToldTheTrueSize) {
     EXPECT_EQ(size, 4U);
 }
 
-TEST(Properties, infoTellsSizeAndWhetherItIsWritable) {
+TEST(Properties, InfoTellsSizeAndWhetherItIsWritable) {
     const OwnedUnit unit(remoteIO());
     UInt32 size = 0;
     Boolean writable = 9;
@@ -151,7 +151,7 @@ TEST(Properties, infoTellsSizeAndWhetherItIsWritable) {
     EXPECT_EQ(size, 16U);
 }
 
-TEST(Properties, readOnlyOnesAreNotWritable) {
+TEST(Properties, ReadOnlyOnesAreNotWritable) {
     const OwnedUnit unit(remoteIO());
     EXPECT_EQ(set(unit, kAudioUnitProperty_LastRenderError, 0, 0, OSStatus{0}),
               kAudioUnitErr_PropertyNotWritable);
@@ -163,14 +163,14 @@ TEST(Properties, readOnlyOnesAreNotWritable) {
               kAudioUnitErr_PropertyNotWritable);
 }
 
-TEST(Properties, whatCannotBeTakenAwayIsRefused) {
+TEST(Properties, WhatCannotBeTakenAwayIsRefused) {
     const OwnedUnit unit(mixer());
     EXPECT_EQ(
         AudioUnitSetProperty(unit, kAudioUnitProperty_MaximumFramesPerSlice, 0, 0, nullptr, 0),
         kAudioUnitErr_InvalidPropertyValue);
 }
 
-TEST(Properties, maximumFramesIgnoresScopeAndElementWhenSet) {
+TEST(Properties, MaximumFramesIgnoresScopeAndElementWhenSet) {
     const OwnedUnit unit(mixer());
     EXPECT_EQ(get<UInt32>(unit, kAudioUnitProperty_MaximumFramesPerSlice, 0, 0), 1024U);
     EXPECT_EQ(
@@ -187,7 +187,7 @@ TEST(Properties, maximumFramesIgnoresScopeAndElementWhenSet) {
               kAudioUnitErr_InvalidPropertyValue);
 }
 
-TEST(Properties, someCannotChangeWhileInitialised) {
+TEST(Properties, SomeCannotChangeWhileInitialised) {
     const OwnedUnit unit(mixer());
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     EXPECT_EQ(set(unit, kAudioUnitProperty_MaximumFramesPerSlice, 0, 0, UInt32{512}),
@@ -201,7 +201,7 @@ TEST(Properties, someCannotChangeWhileInitialised) {
               kAudioUnitErr_Initialized);
 }
 
-TEST(Properties, theMixerAloneTakesMoreBuses) {
+TEST(Properties, TheMixerAloneTakesMoreBuses) {
     const OwnedUnit unit(mixer());
     EXPECT_EQ(get<UInt32>(unit, kAudioUnitProperty_ElementCount, kAudioUnitScope_Input, 0), 8U);
     EXPECT_EQ(get<UInt32>(unit, kAudioUnitProperty_ElementCount, kAudioUnitScope_Output, 0), 1U);
@@ -219,7 +219,7 @@ TEST(Properties, theMixerAloneTakesMoreBuses) {
               kAudioUnitErr_PropertyNotWritable);
 }
 
-TEST(Properties, initialiseAndUninitialiseMayBeRepeated) {
+TEST(Properties, InitialiseAndUninitialiseMayBeRepeated) {
     for (const auto& kind : {remoteIO(), genericOutput(), mixer(), converter()}) {
         const OwnedUnit unit(kind);
         EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
@@ -231,7 +231,7 @@ TEST(Properties, initialiseAndUninitialiseMayBeRepeated) {
     }
 }
 
-TEST(Properties, qualitySettingsOfTheConverterAreRemembered) {
+TEST(Properties, QualitySettingsOfTheConverterAreRemembered) {
     const OwnedUnit unit(converter());
     EXPECT_EQ(set(unit, kAudioUnitProperty_RenderQuality, 0, 0, UInt32{64}), noErr);
     EXPECT_EQ(get<UInt32>(unit, kAudioUnitProperty_RenderQuality, 0, 0), 64U);
@@ -256,7 +256,7 @@ void listen(void* refCon, AudioUnit unit, AudioUnitPropertyID id, AudioUnitScope
     static_cast<std::vector<Heard>*>(refCon)->push_back({unit, id, scope, element});
 }
 
-TEST(PropertyListeners, hearEveryScopeAndElementOfTheirIdAtOnce) {
+TEST(PropertyListeners, HearEveryScopeAndElementOfTheirIdAtOnce) {
     const OwnedUnit unit(mixer());
     std::vector<Heard> heard;
     ASSERT_EQ(
@@ -272,7 +272,7 @@ TEST(PropertyListeners, hearEveryScopeAndElementOfTheirIdAtOnce) {
     EXPECT_EQ(heard, expected);
 }
 
-TEST(PropertyListeners, hearNothingOfARefusedChange) {
+TEST(PropertyListeners, HearNothingOfARefusedChange) {
     const OwnedUnit unit(mixer());
     std::vector<Heard> heard;
     ASSERT_EQ(
@@ -283,7 +283,7 @@ TEST(PropertyListeners, hearNothingOfARefusedChange) {
     EXPECT_TRUE(heard.empty());
 }
 
-TEST(PropertyListeners, areRemovedByIdProcedureAndReference) {
+TEST(PropertyListeners, AreRemovedByIdProcedureAndReference) {
     const OwnedUnit unit(mixer());
     std::vector<Heard> first;
     std::vector<Heard> second;
@@ -299,7 +299,7 @@ TEST(PropertyListeners, areRemovedByIdProcedureAndReference) {
               kAudio_ParamError);
 }
 
-TEST(PropertyListeners, mayCallTheUnit) {
+TEST(PropertyListeners, MayCallTheUnit) {
     const OwnedUnit unit(mixer());
     const auto reenter = [](void* refCon, AudioUnit it, AudioUnitPropertyID id, AudioUnitScope,
                             AudioUnitElement) {

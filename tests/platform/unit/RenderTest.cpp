@@ -37,7 +37,7 @@ class RenderCalls : public testing::Test {
     AudioUnitRenderActionFlags flags = 0;
 };
 
-TEST_F(RenderCalls, needAnInitialisedUnit) {
+TEST_F(RenderCalls, NeedAnInitialisedUnit) {
     OwnedBufferList list = OwnedBufferList::interleaved(2, 400);
     EXPECT_EQ(render(100, list.get()), kAudioUnitErr_Uninitialized);
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
@@ -46,7 +46,7 @@ TEST_F(RenderCalls, needAnInitialisedUnit) {
     EXPECT_EQ(render(100, list.get()), kAudioUnitErr_Uninitialized);
 }
 
-TEST_F(RenderCalls, deliverTheSamplesOfTheCallback) {
+TEST_F(RenderCalls, DeliverTheSamplesOfTheCallback) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     OwnedBufferList list = OwnedBufferList::interleaved(2, 400);
     ASSERT_EQ(render(100, list.get()), noErr);
@@ -55,7 +55,7 @@ TEST_F(RenderCalls, deliverTheSamplesOfTheCallback) {
     }
 }
 
-TEST_F(RenderCalls, checkTheirArguments) {
+TEST_F(RenderCalls, CheckTheirArguments) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     OwnedBufferList good = OwnedBufferList::interleaved(2, 400);
     EXPECT_EQ(AudioUnitRender(unit, &flags, nullptr, 0, 100, good.get()), kAudio_ParamError);
@@ -70,14 +70,14 @@ TEST_F(RenderCalls, checkTheirArguments) {
     EXPECT_EQ(callback.calls, 1);
 }
 
-TEST_F(RenderCalls, cutTheSizeDownToTheFrames) {
+TEST_F(RenderCalls, CutTheSizeDownToTheFrames) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     OwnedBufferList list = OwnedBufferList::interleaved(2, 4000);
     ASSERT_EQ(render(100, list.get()), noErr);
     EXPECT_EQ(list.buffer().mDataByteSize, 400U);
 }
 
-TEST_F(RenderCalls, lendMemoryWhereThereIsNone) {
+TEST_F(RenderCalls, LendMemoryWhereThereIsNone) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     AudioBufferList list{1, {{0, 0, nullptr}}};
     ASSERT_EQ(render(100, &list), noErr);
@@ -88,7 +88,7 @@ TEST_F(RenderCalls, lendMemoryWhereThereIsNone) {
     EXPECT_EQ(samples<std::int16_t>(&list)[199], 199);
 }
 
-TEST_F(RenderCalls, lentMemoryOutlivesAChangeOfFormat) {
+TEST_F(RenderCalls, LentMemoryOutlivesAChangeOfFormat) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     AudioBufferList list{1, {{0, 0, nullptr}}};
     ASSERT_EQ(render(100, &list), noErr);
@@ -97,7 +97,7 @@ TEST_F(RenderCalls, lentMemoryOutlivesAChangeOfFormat) {
     EXPECT_EQ(samples<std::int16_t>(&list)[199], 199);
 }
 
-TEST_F(RenderCalls, withoutInputHaveNoConnection) {
+TEST_F(RenderCalls, WithoutInputHaveNoConnection) {
     const AURenderCallbackStruct none{};
     ASSERT_EQ(set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, none),
               noErr);
@@ -106,7 +106,7 @@ TEST_F(RenderCalls, withoutInputHaveNoConnection) {
     EXPECT_EQ(render(100, list.get()), kAudioUnitErr_NoConnection);
 }
 
-TEST_F(RenderCalls, theCallbacksBuffersAreAlignedSizedAndSilent) {
+TEST_F(RenderCalls, TheCallbacksBuffersAreAlignedSizedAndSilent) {
     ASSERT_EQ(setFormat(unit, kAudioUnitScope_Input, 0, floatPlanar(44100, 2)), noErr);
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32 bus,
                        UInt32 frames, AudioBufferList* list) {
@@ -130,7 +130,7 @@ TEST_F(RenderCalls, theCallbacksBuffersAreAlignedSizedAndSilent) {
     EXPECT_EQ(list.samples<std::int16_t>()[0], 16384);
 }
 
-TEST_F(RenderCalls, aCallbackMayPutSamplesElsewhere) {
+TEST_F(RenderCalls, ACallbackMayPutSamplesElsewhere) {
     std::vector<std::int16_t> own(200, 1234);
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                         AudioBufferList* list) {
@@ -143,7 +143,7 @@ TEST_F(RenderCalls, aCallbackMayPutSamplesElsewhere) {
     EXPECT_EQ(list.samples<std::int16_t>()[199], 1234);
 }
 
-TEST_F(RenderCalls, withoutAllocationTheCallbackBringsItsBuffers) {
+TEST_F(RenderCalls, WithoutAllocationTheCallbackBringsItsBuffers) {
     ASSERT_EQ(
         set(unit, kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Input, 0, UInt32{0}),
         noErr);
@@ -164,7 +164,7 @@ TEST_F(RenderCalls, withoutAllocationTheCallbackBringsItsBuffers) {
     EXPECT_EQ(list.samples<std::int16_t>()[0], 0);
 }
 
-TEST_F(RenderCalls, anOutputWithoutAllocationNeedsTheCallersBuffers) {
+TEST_F(RenderCalls, AnOutputWithoutAllocationNeedsTheCallersBuffers) {
     ASSERT_EQ(
         set(unit, kAudioUnitProperty_ShouldAllocateBuffer, kAudioUnitScope_Output, 0, UInt32{0}),
         noErr);
@@ -173,7 +173,7 @@ TEST_F(RenderCalls, anOutputWithoutAllocationNeedsTheCallersBuffers) {
     EXPECT_EQ(render(100, &list), kAudio_ParamError);
 }
 
-TEST_F(RenderCalls, framesThatTheCallbackLeavesOutAreSilence) {
+TEST_F(RenderCalls, FramesThatTheCallbackLeavesOutAreSilence) {
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
                        AudioBufferList* list) {
         std::fill_n(samples<std::int16_t>(list), 2 * frames, std::int16_t{999});
@@ -187,7 +187,7 @@ TEST_F(RenderCalls, framesThatTheCallbackLeavesOutAreSilence) {
     EXPECT_EQ(list.samples<std::int16_t>()[80], 0);
 }
 
-TEST_F(RenderCalls, aSizeBeyondTheBufferIsNotBelieved) {
+TEST_F(RenderCalls, ASizeBeyondTheBufferIsNotBelieved) {
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                        AudioBufferList* list) {
         list->mBuffers[0].mDataByteSize = 0xFFFFFFFF;
@@ -206,7 +206,7 @@ TEST_F(RenderCalls, aSizeBeyondTheBufferIsNotBelieved) {
     EXPECT_EQ(list.samples<std::int16_t>()[0], 0);
 }
 
-TEST_F(RenderCalls, theCallbacksErrorIsTheRendersStatusAndIsKeptUntilRead) {
+TEST_F(RenderCalls, TheCallbacksErrorIsTheRendersStatusAndIsKeptUntilRead) {
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
                        AudioBufferList*) { return OSStatus{-1234}; };
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
@@ -217,7 +217,7 @@ TEST_F(RenderCalls, theCallbacksErrorIsTheRendersStatusAndIsKeptUntilRead) {
     EXPECT_EQ(get<OSStatus>(unit, kAudioUnitProperty_LastRenderError, 0, 0), noErr);
 }
 
-TEST_F(RenderCalls, aRenderInsideItselfIsTurnedAway) {
+TEST_F(RenderCalls, ARenderInsideItselfIsTurnedAway) {
     OSStatus inner = noErr;
     OwnedBufferList other = OwnedBufferList::interleaved(2, 400);
     callback.body = [&](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32,
@@ -231,7 +231,7 @@ TEST_F(RenderCalls, aRenderInsideItselfIsTurnedAway) {
     EXPECT_EQ(inner, kAudioUnitErr_CannotDoInCurrentContext);
 }
 
-TEST_F(RenderCalls, tellTheSampleTimeOfTheLastOne) {
+TEST_F(RenderCalls, TellTheSampleTimeOfTheLastOne) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     OwnedBufferList list = OwnedBufferList::interleaved(2, 400);
     time.mSampleTime = 4711;
@@ -239,14 +239,14 @@ TEST_F(RenderCalls, tellTheSampleTimeOfTheLastOne) {
     EXPECT_EQ(get<Float64>(unit, kAudioUnitProperty_LastRenderSampleTime, 0, 0), 4711);
 }
 
-TEST_F(RenderCalls, zeroFramesAreFine) {
+TEST_F(RenderCalls, ZeroFramesAreFine) {
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     OwnedBufferList list = OwnedBufferList::interleaved(2, 400);
     EXPECT_EQ(render(0, list.get()), noErr);
     EXPECT_EQ(list.buffer().mDataByteSize, 0U);
 }
 
-TEST_F(RenderCalls, aConnectionPullsItsSource) {
+TEST_F(RenderCalls, AConnectionPullsItsSource) {
     const OwnedUnit source(mixer());
     Callback notify;
     notify.body = [&](AudioUnitRenderActionFlags& action, const AudioTimeStamp& when, UInt32 bus,
@@ -278,7 +278,7 @@ TEST_F(RenderCalls, aConnectionPullsItsSource) {
     EXPECT_EQ(callback.calls, 1) << "the callback replaced the connection";
 }
 
-TEST_F(RenderCalls, aSourceThatIsGoneIsNoConnection) {
+TEST_F(RenderCalls, ASourceThatIsGoneIsNoConnection) {
     const AudioUnit source = makeUnit(mixer());
     const AudioUnitConnection connection{source, 0, 0};
     ASSERT_EQ(set(unit, kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, 0, connection),
@@ -289,7 +289,7 @@ TEST_F(RenderCalls, aSourceThatIsGoneIsNoConnection) {
     EXPECT_EQ(render(100, list.get()), kAudioUnitErr_NoConnection);
 }
 
-TEST_F(RenderCalls, aLoopOfConnectionsEnds) {
+TEST_F(RenderCalls, ALoopOfConnectionsEnds) {
     const OwnedUnit other(converter());
     const AudioUnitConnection there{unit, 0, 0};
     const AudioUnitConnection back{other, 0, 0};
@@ -302,7 +302,7 @@ TEST_F(RenderCalls, aLoopOfConnectionsEnds) {
     EXPECT_NE(render(100, list.get()), noErr);
 }
 
-TEST(GenericOutput, isPulledByTheProgramWhetherStartedOrNot) {
+TEST(GenericOutput, IsPulledByTheProgramWhetherStartedOrNot) {
     const OwnedUnit unit(genericOutput());
     Callback callback;
     callback.body = [](AudioUnitRenderActionFlags&, const AudioTimeStamp&, UInt32, UInt32 frames,
@@ -329,7 +329,7 @@ TEST(GenericOutput, isPulledByTheProgramWhetherStartedOrNot) {
     EXPECT_EQ(AudioUnitRender(unit, nullptr, &time, 0, 100, list.get()), noErr);
 }
 
-TEST(StartAndStop, areForOutputUnitsOnly) {
+TEST(StartAndStop, AreForOutputUnitsOnly) {
     const OwnedUnit unit(mixer());
     EXPECT_EQ(AudioOutputUnitStart(unit), kAudio_UnimplementedError);
     EXPECT_EQ(AudioOutputUnitStop(unit), kAudio_UnimplementedError);

@@ -55,7 +55,7 @@ AUGraph runningGraph(AUNode& mixNode, AudioUnit& mixUnit, CountingCallback& trac
     return graph;
 }
 
-TEST(Threads, propertiesNotifiesAndParametersChangeWhileTheDeviceRenders) {
+TEST(Threads, PropertiesNotifiesAndParametersChangeWhileTheDeviceRenders) {
     CountingCallback track;
     AUNode mixNode = 0;
     AudioUnit mixUnit = nullptr;
@@ -96,7 +96,7 @@ TEST(Threads, propertiesNotifiesAndParametersChangeWhileTheDeviceRenders) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(Threads, inputsComeAndGoWhileTheDeviceRenders) {
+TEST(Threads, InputsComeAndGoWhileTheDeviceRenders) {
     CountingCallback track;
     AUNode mixNode = 0;
     AudioUnit mixUnit = nullptr;
@@ -124,7 +124,7 @@ TEST(Threads, inputsComeAndGoWhileTheDeviceRenders) {
     EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST(Threads, unitsStartStopAndGoWhileOthersPlay) {
+TEST(Threads, UnitsStartStopAndGoWhileOthersPlay) {
     const auto churn = [] {
         for (int i = 0; i < 30; ++i) {
             const auto callback = std::make_unique<CountingCallback>();
@@ -151,7 +151,7 @@ TEST(Threads, unitsStartStopAndGoWhileOthersPlay) {
     two.join();
 }
 
-TEST(Threads, oneUnitIsStartedAndStoppedFromAllSides) {
+TEST(Threads, OneUnitIsStartedAndStoppedFromAllSides) {
     CountingCallback callback;
     const OwnedUnit unit(remoteIO());
     ASSERT_EQ(set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
@@ -174,7 +174,7 @@ TEST(Threads, oneUnitIsStartedAndStoppedFromAllSides) {
     EXPECT_TRUE(callback.waitFor(1)) << "after " << calls;
 }
 
-TEST(Threads, initialiseAndUninitialiseWhileTheDeviceRenders) {
+TEST(Threads, InitialiseAndUninitialiseWhileTheDeviceRenders) {
     CountingCallback callback;
     const OwnedUnit unit(remoteIO());
     ASSERT_EQ(set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
@@ -196,7 +196,7 @@ TEST(Threads, initialiseAndUninitialiseWhileTheDeviceRenders) {
     EXPECT_TRUE(callback.waitFor(1));
 }
 
-TEST(Threads, staleHandlesAreRefusedWhileTheirUnitGoes) {
+TEST(Threads, StaleHandlesAreRefusedWhileTheirUnitGoes) {
     for (int i = 0; i < 50; ++i) {
         const AudioUnit unit = makeUnit(mixer());
         std::thread user([unit] {

@@ -23,7 +23,7 @@ struct Guard : Road {
     }
 };
 
-TEST_F(Guard, isSeenArmedAndDisarmed) {
+TEST_F(Guard, IsSeenArmedAndDisarmed) {
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNeverEnabled);
     GuardReport report = guard(Options::Action::kGuardArm);
     EXPECT_EQ(report.state, GuardState::kArmed);
@@ -35,7 +35,7 @@ TEST_F(Guard, isSeenArmedAndDisarmed) {
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNotWanted);
 }
 
-TEST_F(Guard, armedByHandRecordsWithoutArming) {
+TEST_F(Guard, ArmedByHandRecordsWithoutArming) {
     guard(Options::Action::kGuardArm);
     options.armGuard = false;
     record({kHost, "tone", "0.3"});
@@ -43,7 +43,7 @@ TEST_F(Guard, armedByHandRecordsWithoutArming) {
     EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Guard, whoseRetriesAreUsedUpIsRestoredByArmingOnly) {
+TEST_F(Guard, WhoseRetriesAreUsedUpIsRestoredByArmingOnly) {
     record({kHost, "die"});
     record({kHost, "die"});
     const GuardReport report = guard(Options::Action::kGuardStatus);
@@ -55,12 +55,12 @@ TEST_F(Guard, whoseRetriesAreUsedUpIsRestoredByArmingOnly) {
     EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Guard, ofOneProgramIsNotAnothers) {
+TEST_F(Guard, OfOneProgramIsNotAnothers) {
     guard(Options::Action::kGuardArm);
     EXPECT_EQ(guard(Options::Action::kGuardStatus, kOther).state, GuardState::kNeverEnabled);
 }
 
-TEST_F(Guard, doesNotRunTheProgram) {
+TEST_F(Guard, DoesNotRunTheProgram) {
     options.command = {kHost};
     options.action = Options::Action::kGuardStatus;
     // A host without arguments would play for a minute and fail.
@@ -69,7 +69,7 @@ TEST_F(Guard, doesNotRunTheProgram) {
     EXPECT_TRUE(report.usesPlatform);
 }
 
-TEST_F(Guard, ofACommandThatIsNotThereIsAnError) {
+TEST_F(Guard, OfACommandThatIsNotThereIsAnError) {
     options.command = {"no-such-command-anywhere"};
     options.action = Options::Action::kGuardStatus;
     const GuardReport report = runGuardCommand(options, kGate);

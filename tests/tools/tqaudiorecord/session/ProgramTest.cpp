@@ -65,7 +65,7 @@ struct Commands : testing::Test {
     }
 };
 
-TEST_F(Commands, thatAreHostsHaveNoProblem) {
+TEST_F(Commands, ThatAreHostsHaveNoProblem) {
     const Program program = findProgram(kHost);
     EXPECT_EQ(program.problem, Problem::kNone);
     EXPECT_EQ(program.path, kHost);
@@ -73,14 +73,14 @@ TEST_F(Commands, thatAreHostsHaveNoProblem) {
     EXPECT_EQ(program.text(kHost), "");
 }
 
-TEST_F(Commands, areLookedUpInThePath) {
+TEST_F(Commands, AreLookedUpInThePath) {
     const Program program = findProgram("ls");
     EXPECT_EQ(fs::path(program.path).filename(), "ls");
     EXPECT_EQ(program.problem, Problem::kNoPlatform);
     EXPECT_TRUE(program.isWorthStarting()) << "it may open the platform later";
 }
 
-TEST_F(Commands, thatAreNotThereAreSaidNotToBe) {
+TEST_F(Commands, ThatAreNotThereAreSaidNotToBe) {
     for (const std::string command : {"no-such-command-anywhere", "./none", "/none/none"}) {
         const Program program = findProgram(command);
         EXPECT_EQ(program.problem, Problem::kNotFound);
@@ -89,12 +89,12 @@ TEST_F(Commands, thatAreNotThereAreSaidNotToBe) {
     }
 }
 
-TEST_F(Commands, thatCannotBeExecutedAreSaidSo) {
+TEST_F(Commands, ThatCannotBeExecutedAreSaidSo) {
     EXPECT_EQ(findProgram(make("plain", read(kHost), 0644)).problem, Problem::kNotExecutable);
     EXPECT_EQ(findProgram(folder).problem, Problem::kNotExecutable);
 }
 
-TEST_F(Commands, thatAreStaticallyLinkedAreFoundOut) {
+TEST_F(Commands, ThatAreStaticallyLinkedAreFoundOut) {
     const std::string path = make("static", staticHost());
     const Program program = findProgram(path);
     EXPECT_EQ(program.problem, Problem::kStatic);
@@ -102,7 +102,7 @@ TEST_F(Commands, thatAreStaticallyLinkedAreFoundOut) {
     EXPECT_EQ(program.text(path), path + ": is statically linked and cannot be recorded");
 }
 
-TEST_F(Commands, forAnotherMachineAreFoundOut) {
+TEST_F(Commands, ForAnotherMachineAreFoundOut) {
     std::string bytes = read(kHost);
     const Elf64_Half machine = EM_S390;
     std::memcpy(bytes.data() + offsetof(Elf64_Ehdr, e_machine), &machine, sizeof machine);
@@ -111,7 +111,7 @@ TEST_F(Commands, forAnotherMachineAreFoundOut) {
     EXPECT_EQ(findProgram(make("small", bytes)).problem, Problem::kOtherMachine);
 }
 
-TEST_F(Commands, withRaisedPrivilegesAreFoundOut) {
+TEST_F(Commands, WithRaisedPrivilegesAreFoundOut) {
     const std::string path = make("raised", read(kHost));
     const uid_t other = getuid() + 1;
     if (chown(path.c_str(), other, getgid()) != 0) {
@@ -123,7 +123,7 @@ TEST_F(Commands, withRaisedPrivilegesAreFoundOut) {
     EXPECT_EQ(findProgram(path).problem, Problem::kNone);
 }
 
-TEST_F(Commands, thatAreScriptsNeedTheirInterpreter) {
+TEST_F(Commands, ThatAreScriptsNeedTheirInterpreter) {
     const Program good = findProgram(make("good", "#! /bin/sh -e\nexit 0\n"));
     EXPECT_EQ(good.problem, Problem::kNone);
     EXPECT_EQ(good.interpreter, "/bin/sh");
@@ -131,7 +131,7 @@ TEST_F(Commands, thatAreScriptsNeedTheirInterpreter) {
     EXPECT_EQ(findProgram(make("bare", "exit 0\n")).interpreter, "/bin/sh");
 }
 
-TEST_F(Commands, thatAreBrokenProgramsDoNoHarm) {
+TEST_F(Commands, ThatAreBrokenProgramsDoNoHarm) {
     const std::string whole = read(kHost);
     for (const std::size_t length : {4U, 16U, 63U, 64U, 100U, 600U}) {
         (void)findProgram(make("part" + std::to_string(length), whole.substr(0, length)));
@@ -147,7 +147,7 @@ TEST_F(Commands, thatAreBrokenProgramsDoNoHarm) {
     EXPECT_EQ(findProgram(make("empty", "")).interpreter, "/bin/sh");
 }
 
-TEST_F(Commands, thatCannotBeRecordedAreNotStarted) {
+TEST_F(Commands, ThatCannotBeRecordedAreNotStarted) {
     Options options;
     Sink sink;
     for (const std::string& command : {make("static", staticHost()), std::string("none/none")}) {
@@ -160,7 +160,7 @@ TEST_F(Commands, thatCannotBeRecordedAreNotStarted) {
     }
 }
 
-TEST_F(Commands, areNotStartedWithoutTheLibraryToLoad) {
+TEST_F(Commands, AreNotStartedWithoutTheLibraryToLoad) {
     Options options;
     Sink sink;
     options.command = {kHost};

@@ -49,7 +49,7 @@ void writeVoice(const std::string& path) {
     sf_close(file);
 }
 
-TEST_F(Road, aHostIsRecordedToItsEnd) {
+TEST_F(Road, AHostIsRecordedToItsEnd) {
     const RecordingResult result = record({kHost, "tone", "1"});
     EXPECT_EQ(result.end, End::kHostEnded) << result.message;
     EXPECT_EQ(result.hostExitCode, 0);
@@ -69,7 +69,7 @@ TEST_F(Road, aHostIsRecordedToItsEnd) {
     EXPECT_TRUE(seen.ended);
 }
 
-TEST_F(Road, theMixHoldsTheHostsTone) {
+TEST_F(Road, TheMixHoldsTheHostsTone) {
     record({kHost, "tone", "1"});
     ASSERT_TRUE(sink.only().streams.contains(0));
     const auto samples = sink.only().streams.at(0).samples(0);
@@ -79,7 +79,7 @@ TEST_F(Road, theMixHoldsTheHostsTone) {
     EXPECT_NEAR(amplitudeAt(middle, 44100, 700), 0.5, 0.03);
 }
 
-TEST_F(Road, aTrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
+TEST_F(Road, ATrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
     record({kHost, "tone", "1"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     const auto& track = sink.only().streams.at(1);
@@ -92,7 +92,7 @@ TEST_F(Road, aTrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
     EXPECT_NEAR(amplitudeAt(left, 48000, 700), 0.5, 0.01);
 }
 
-TEST_F(Road, interleavedIntegersComeAsTheyAre) {
+TEST_F(Road, InterleavedIntegersComeAsTheyAre) {
     record({kHost, "short", "0.5"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     const auto& track = sink.only().streams.at(1);
@@ -100,14 +100,14 @@ TEST_F(Road, interleavedIntegersComeAsTheyAre) {
     EXPECT_NEAR(amplitudeAt(track.samples(1), 48000, 700), 0.5, 0.01);
 }
 
-TEST_F(Road, aGraphsTrackBearsTheGraphsName) {
+TEST_F(Road, AGraphsTrackBearsTheGraphsName) {
     record({kHost, "graph", "0.5"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     EXPECT_EQ(sink.only().streams.at(1).unit, "graph-1");
     EXPECT_EQ(sink.only().facts.unitsStarted, 1U);
 }
 
-TEST_F(Road, eventsAndNumbersArrive) {
+TEST_F(Road, EventsAndNumbersArrive) {
     record({kHost, "tone", "1"});
     const auto& seen = sink.only();
     EXPECT_THAT(seen.events, testing::Contains(testing::Field(
@@ -123,7 +123,7 @@ TEST_F(Road, eventsAndNumbersArrive) {
     EXPECT_TRUE(seen.log.empty()) << "nobody has asked for it";
 }
 
-TEST_F(Road, theLogArrivesWhenItIsWanted) {
+TEST_F(Road, TheLogArrivesWhenItIsWanted) {
     options.verbose = true;
     record({kHost, "tone", "0.2"});
     EXPECT_THAT(sink.only().log,
@@ -133,12 +133,12 @@ TEST_F(Road, theLogArrivesWhenItIsWanted) {
                     testing::Field(&LogLine::text, testing::HasSubstr("AudioOutputUnitStart")))));
 }
 
-TEST_F(Road, theExitCodeIsTheHosts) {
+TEST_F(Road, TheExitCodeIsTheHosts) {
     EXPECT_EQ(record({kHost, "exit", "7"}).hostExitCode, 7);
     EXPECT_EQ(sink.processes.size(), 1U) << "a host that plays nothing is known as well";
 }
 
-TEST_F(Road, aHostKilledInTheMiddleIsRecordedToItsLastBlock) {
+TEST_F(Road, AHostKilledInTheMiddleIsRecordedToItsLastBlock) {
     int blocks = 0;
     sink.onBlock = [&](const Process& process, const Block& block) {
         if (block.track == 0 && ++blocks == 40) {
@@ -153,7 +153,7 @@ TEST_F(Road, aHostKilledInTheMiddleIsRecordedToItsLastBlock) {
     EXPECT_EQ(sink.finishes, 1);
 }
 
-TEST_F(Road, whatADeadHostDeliveredIsReadWhenTheReaderWasBehind) {
+TEST_F(Road, WhatADeadHostDeliveredIsReadWhenTheReaderWasBehind) {
     // The reader stands still while the host plays and dies: all of it is in the memory.
     bool waited = false;
     sink.onBlock = [&](const Process& process, const Block& block) {
@@ -168,7 +168,7 @@ TEST_F(Road, whatADeadHostDeliveredIsReadWhenTheReaderWasBehind) {
     EXPECT_EQ(sink.only().lostBlocks, 0U);
 }
 
-TEST_F(Road, whatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
+TEST_F(Road, WhatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
     options.ringSeconds = 0.1;
     bool waited = false;
     sink.onBlock = [&](const Process& process, const Block& block) {
@@ -189,7 +189,7 @@ TEST_F(Road, whatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
     EXPECT_GT(bytes, 2 * 0.9 * (48000 * 4 + 44100 * 4));
 }
 
-TEST_F(Road, twoHostsAtOnceAreRecordedEachUnderItsOwnName) {
+TEST_F(Road, TwoHostsAtOnceAreRecordedEachUnderItsOwnName) {
     const RecordingResult result =
         record({kHost, "run", kHost, "tone", "1", "--", kOther, "short", "1"});
     EXPECT_EQ(result.hostExitCode, 0);
@@ -206,14 +206,14 @@ TEST_F(Road, twoHostsAtOnceAreRecordedEachUnderItsOwnName) {
     EXPECT_EQ(sink.processes.at(1).process.isCommand, true);
 }
 
-TEST_F(Road, aLauncherWithoutAUnitDeliversNothing) {
+TEST_F(Road, ALauncherWithoutAUnitDeliversNothing) {
     record({kHost, "run", kHost, "tone", "1"});
     ASSERT_EQ(sink.processes.size(), 2U);
     EXPECT_TRUE(sink.processes.at(1).streams.empty());
     EXPECT_GT(sink.processes.at(2).streams.at(0).seconds(), 0.9);
 }
 
-TEST_F(Road, aHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
+TEST_F(Road, AHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
     EXPECT_EQ(record({kHost, "exec", kOther, "tone", "0.5"}).hostExitCode, 0);
     ASSERT_EQ(sink.processes.size(), 1U);
     const auto& seen = sink.processes.at(1);
@@ -222,7 +222,7 @@ TEST_F(Road, aHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
     EXPECT_GT(seen.facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, aChildWithoutExecIsAProcessOfItsOwn) {
+TEST_F(Road, AChildWithoutExecIsAProcessOfItsOwn) {
     // In the child, what belongs to threads of the parent looks like a leak.
     setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
     EXPECT_EQ(record({kHost, "fork", "1"}).hostExitCode, 0);
@@ -236,19 +236,19 @@ TEST_F(Road, aChildWithoutExecIsAProcessOfItsOwn) {
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, aHostThatClosesAllDescriptorsIsRecordedAllTheSame) {
+TEST_F(Road, AHostThatClosesAllDescriptorsIsRecordedAllTheSame) {
     EXPECT_EQ(record({kHost, "closing", "1"}).hostExitCode, 0);
     EXPECT_GT(sink.only().streams.at(0).seconds(), 0.9);
 }
 
-TEST_F(Road, aHostThatSpoilsTheSharedMemoryIsDroppedAndPlaysOn) {
+TEST_F(Road, AHostThatSpoilsTheSharedMemoryIsDroppedAndPlaysOn) {
     const RecordingResult result = record({kHost, "scribble", "0.5"});
     EXPECT_EQ(result.hostExitCode, 0);
     EXPECT_THAT(result.notes, testing::ElementsAre(testing::HasSubstr("corrupt")));
     EXPECT_EQ(sink.finishes, 1);
 }
 
-TEST_F(Road, aScriptsHostIsRecordedUnderItsOwnName) {
+TEST_F(Road, AScriptsHostIsRecordedUnderItsOwnName) {
     if (kIsSanitized) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
@@ -262,7 +262,7 @@ TEST_F(Road, aScriptsHostIsRecordedUnderItsOwnName) {
     EXPECT_GT(sink.processes.at(2).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, aLibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
+TEST_F(Road, ALibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
     const fs::path folder = caches / "with: spaces";
     fs::create_directory_symlink(fs::path(kGate).parent_path(), folder);
     options.command = {kHost, "tone", "0.3"};
@@ -271,7 +271,7 @@ TEST_F(Road, aLibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
     EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, whatWasToBePreloadedAnywayStillIs) {
+TEST_F(Road, WhatWasToBePreloadedAnywayStillIs) {
     if (kIsSanitized) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
@@ -282,7 +282,7 @@ TEST_F(Road, whatWasToBePreloadedAnywayStillIs) {
     EXPECT_EQ(result.hostExitCode, 9);
 }
 
-TEST_F(Road, aToolThatAHostStartsIsLeftAlone) {
+TEST_F(Road, AToolThatAHostStartsIsLeftAlone) {
     if (kIsSanitized) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
@@ -294,7 +294,7 @@ TEST_F(Road, aToolThatAHostStartsIsLeftAlone) {
     EXPECT_EQ(result.hostExitCode, 1);
 }
 
-TEST_F(Road, aHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
+TEST_F(Road, AHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
     // The host becomes this process's child when its recorder is gone.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     std::array<int, 2> ends{};
@@ -322,7 +322,7 @@ TEST_F(Road, aHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
     close(ends[1]);
 }
 
-TEST_F(Road, theRecordingEndsAfterItsDurationAndTheHostWithIt) {
+TEST_F(Road, TheRecordingEndsAfterItsDurationAndTheHostWithIt) {
     options.durationSeconds = 0.5;
     const RecordingResult result = record({kHost, "tone", "60"});
     EXPECT_EQ(result.end, End::kDuration);
@@ -332,7 +332,7 @@ TEST_F(Road, theRecordingEndsAfterItsDurationAndTheHostWithIt) {
     EXPECT_NE(kill(sink.only().process.pid, 0), 0) << "it has ended and was waited for";
 }
 
-TEST_F(Road, aHostThatIsToGoOnPlaysToItsEnd) {
+TEST_F(Road, AHostThatIsToGoOnPlaysToItsEnd) {
     options.durationSeconds = 0.3;
     options.hostEnd = Options::HostEnd::kGoesOn;
     EXPECT_EQ(record({kHost, "tone", "1.5"}).end, End::kDuration);
@@ -342,7 +342,7 @@ TEST_F(Road, aHostThatIsToGoOnPlaysToItsEnd) {
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(Road, aSignalEndsTheRecordingAndAnotherSaves) {
+TEST_F(Road, ASignalEndsTheRecordingAndAnotherSaves) {
     int blocks = 0;
     sink.onBlock = [&](const Process&, const Block& block) {
         blocks += block.track == 0 ? 1 : 0;
@@ -355,14 +355,14 @@ TEST_F(Road, aSignalEndsTheRecordingAndAnotherSaves) {
     EXPECT_EQ(sink.finishes, 1);
 }
 
-TEST_F(Road, aSinkThatWantsNoMoreEndsTheRecording) {
+TEST_F(Road, ASinkThatWantsNoMoreEndsTheRecording) {
     sink.onBlock = [&](const Process&, const Block&) { sink.end = "nobody reads on"; };
     const RecordingResult result = record({kHost, "tone", "60"});
     EXPECT_EQ(result.end, End::kSink);
     EXPECT_EQ(result.message, "nobody reads on");
 }
 
-TEST_F(Road, duckingIsHeardInTheTracksAndTheMixIsFromBeforeIt) {
+TEST_F(Road, DuckingIsHeardInTheTracksAndTheMixIsFromBeforeIt) {
     options.duck = true;
     options.duckDecibels = -20;
     record({kHost, "tone", "1.5"});
@@ -375,7 +375,7 @@ TEST_F(Road, duckingIsHeardInTheTracksAndTheMixIsFromBeforeIt) {
     EXPECT_NEAR(amplitudeAt({mix.begin() + 44100, mix.begin() + 50000}, 44100, 700), 0.5, 0.03);
 }
 
-TEST_F(Road, duckingFollowsTheLevelOfAFile) {
+TEST_F(Road, DuckingFollowsTheLevelOfAFile) {
     // Loud from 0.0 to 1.0 seconds, then silent for good.
     const std::string path = (caches / "voice.wav").string();
     writeVoice(path);
@@ -394,7 +394,7 @@ TEST_F(Road, duckingFollowsTheLevelOfAFile) {
     EXPECT_GT(part(4.2, 4.5), 0.4) << "let go of after the hold";
 }
 
-TEST_F(Road, aDuckSourceThatCannotBeReadKeepsTheHostFromStarting) {
+TEST_F(Road, ADuckSourceThatCannotBeReadKeepsTheHostFromStarting) {
     options.duck = true;
     options.duckOn = (caches / "none.wav").string();
     const RecordingResult result = record({kHost, "tone", "60"});
@@ -402,14 +402,14 @@ TEST_F(Road, aDuckSourceThatCannotBeReadKeepsTheHostFromStarting) {
     EXPECT_THAT(result.message, testing::HasSubstr("none.wav"));
 }
 
-TEST_F(Road, theMicrophoneOfADeviceWithoutOneIsSilenceAndDucksNothing) {
+TEST_F(Road, TheMicrophoneOfADeviceWithoutOneIsSilenceAndDucksNothing) {
     options.duck = true;
     options.duckOn = "microphone";
     record({kHost, "tone", "1"});
     EXPECT_NEAR(amplitudeAt(sink.only().streams.at(1).samples(0), 48000, 700), 0.5, 0.01);
 }
 
-TEST_F(Road, compressionIsHeardInTheTracks) {
+TEST_F(Road, CompressionIsHeardInTheTracks) {
     options.compress = true;
     options.compressThresholdDecibels = -30;
     record({kHost, "tone", "1"});
@@ -418,26 +418,26 @@ TEST_F(Road, compressionIsHeardInTheTracks) {
     EXPECT_LT(amplitudeAt({track.begin() + 24000, track.begin() + 40000}, 48000, 700), 0.4);
 }
 
-TEST_F(Road, aUnitWithItsMicrophoneOnIsKnownAsTheReasonForSilence) {
+TEST_F(Road, AUnitWithItsMicrophoneOnIsKnownAsTheReasonForSilence) {
     record({kHost, "microphone", "0.3"});
     EXPECT_EQ(sink.processes.at(1).facts.unitsStarted, 1U);
     EXPECT_EQ(sink.processes.at(1).facts.unitsWithMicrophone, 1U);
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, aUnitThatIsNeverStartedIsKnownAsTheReasonForSilence) {
+TEST_F(Road, AUnitThatIsNeverStartedIsKnownAsTheReasonForSilence) {
     record({kHost, "idle"});
     EXPECT_EQ(sink.processes.at(1).facts.unitsCreated, 1U);
     EXPECT_EQ(sink.processes.at(1).facts.unitsStarted, 0U);
 }
 
-TEST_F(Road, aHostThatRendersSilenceIsKnownToDoSo) {
+TEST_F(Road, AHostThatRendersSilenceIsKnownToDoSo) {
     record({kHost, "silent", "0.5"});
     EXPECT_GT(sink.processes.at(1).facts.blocks, 10U);
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, aGuardThatIsNotToBeArmedKeepsTheHooksOut) {
+TEST_F(Road, AGuardThatIsNotToBeArmedKeepsTheHooksOut) {
     options.armGuard = false;
     EXPECT_EQ(record({kHost, "tone", "0.3"}).hostExitCode, 0);
     const HostFacts& facts = sink.processes.at(1).facts;
@@ -447,7 +447,7 @@ TEST_F(Road, aGuardThatIsNotToBeArmedKeepsTheHooksOut) {
     EXPECT_EQ(facts.blocks, 0U);
 }
 
-TEST_F(Road, aHostThatDiedTwiceInTheHooksIsNotArmedByItself) {
+TEST_F(Road, AHostThatDiedTwiceInTheHooksIsNotArmedByItself) {
     EXPECT_EQ(record({kHost, "die"}).hostExitCode, 128 + SIGKILL);
     EXPECT_EQ(record({kHost, "die"}).hostExitCode, 128 + SIGKILL);
     sink.processes.clear();

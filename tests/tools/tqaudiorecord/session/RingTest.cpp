@@ -68,7 +68,7 @@ struct Ring : testing::Test {
     }
 };
 
-TEST_F(Ring, givesBackWhatWasPutInInOrder) {
+TEST_F(Ring, GivesBackWhatWasPutInInOrder) {
     EXPECT_EQ(next(), Found::kNothing);
     EXPECT_TRUE(push(100, 1));
     EXPECT_TRUE(push(0, 2));
@@ -81,7 +81,7 @@ TEST_F(Ring, givesBackWhatWasPutInInOrder) {
     EXPECT_EQ(reader.fill(), 0);
 }
 
-TEST_F(Ring, goesAroundItsEndAtEveryLength) {
+TEST_F(Ring, GoesAroundItsEndAtEveryLength) {
     std::minstd_rand random(7);
     for (std::uint64_t number = 0; number < 5000; ++number) {
         const std::size_t count = random() % 1500;
@@ -93,7 +93,7 @@ TEST_F(Ring, goesAroundItsEndAtEveryLength) {
     }
 }
 
-TEST_F(Ring, countsWhatFindsNoRoomAndKeepsWhatIsThere) {
+TEST_F(Ring, CountsWhatFindsNoRoomAndKeepsWhatIsThere) {
     std::uint64_t kept = 0;
     while (push(500, kept)) {
         ++kept;
@@ -110,13 +110,13 @@ TEST_F(Ring, countsWhatFindsNoRoomAndKeepsWhatIsThere) {
     expectNext(500, 100);
 }
 
-TEST_F(Ring, refusesARecordThatNeverFits) {
+TEST_F(Ring, RefusesARecordThatNeverFits) {
     EXPECT_FALSE(push(5000, 1));
     EXPECT_EQ(reader.takeLostRecords(), 1U);
     EXPECT_EQ(next(), Found::kNothing);
 }
 
-TEST_F(Ring, isReadWhileItIsWritten) {
+TEST_F(Ring, IsReadWhileItIsWritten) {
     constexpr std::uint64_t kRecords = 20000;
     std::atomic<std::uint64_t> accepted{0};
     std::thread producer([&] {
@@ -145,7 +145,7 @@ TEST_F(Ring, isReadWhileItIsWritten) {
     producer.join();
 }
 
-TEST_F(Ring, losesNothingUncountedBetweenTwoWritersAtOnce) {
+TEST_F(Ring, LosesNothingUncountedBetweenTwoWritersAtOnce) {
     constexpr int kEach = 5000;
     std::atomic<int> accepted{0};
     std::atomic<int> running{2};
@@ -176,7 +176,7 @@ TEST_F(Ring, losesNothingUncountedBetweenTwoWritersAtOnce) {
     EXPECT_EQ(reader.takeLostRecords(), static_cast<std::uint64_t>(2 * kEach - read));
 }
 
-TEST_F(Ring, refusesARecordThatReachesBeyondWhatWasWritten) {
+TEST_F(Ring, RefusesARecordThatReachesBeyondWhatWasWritten) {
     push(100, 1);
     RecordHeader header = firstHeader();
     header.bytes += 8;
@@ -185,7 +185,7 @@ TEST_F(Ring, refusesARecordThatReachesBeyondWhatWasWritten) {
     EXPECT_EQ(next(), Found::kCorrupt) << "and stays so";
 }
 
-TEST_F(Ring, refusesALengthThatIsNone) {
+TEST_F(Ring, RefusesALengthThatIsNone) {
     for (const std::uint32_t bytes : {0U, 4U, 9U, 16U, 0xFFFFFFF8U}) {
         reader = RingReader(state, memory);
         state.written = 0;
@@ -198,7 +198,7 @@ TEST_F(Ring, refusesALengthThatIsNone) {
     }
 }
 
-TEST_F(Ring, refusesAPayloadThatIsLongerThanItsRecord) {
+TEST_F(Ring, RefusesAPayloadThatIsLongerThanItsRecord) {
     push(100, 1);
     RecordHeader header = firstHeader();
     header.payloadBytes = 200;
@@ -206,7 +206,7 @@ TEST_F(Ring, refusesAPayloadThatIsLongerThanItsRecord) {
     EXPECT_EQ(next(), Found::kCorrupt);
 }
 
-TEST_F(Ring, refusesKindsThatThereAreNot) {
+TEST_F(Ring, RefusesKindsThatThereAreNot) {
     push(100, 1);
     RecordHeader header = firstHeader();
     header.kind = static_cast<RecordKind>(77);
@@ -214,7 +214,7 @@ TEST_F(Ring, refusesKindsThatThereAreNot) {
     EXPECT_EQ(next(), Found::kCorrupt);
 }
 
-TEST_F(Ring, refusesASkipThatIsNotAtTheEnd) {
+TEST_F(Ring, RefusesASkipThatIsNotAtTheEnd) {
     push(100, 1);
     RecordHeader header = firstHeader();
     header.kind = RecordKind::kSkip;
@@ -222,7 +222,7 @@ TEST_F(Ring, refusesASkipThatIsNotAtTheEnd) {
     EXPECT_EQ(next(), Found::kCorrupt);
 }
 
-TEST_F(Ring, refusesPlacesThatCannotBe) {
+TEST_F(Ring, RefusesPlacesThatCannotBe) {
     for (const std::uint64_t written :
          {std::uint64_t{4}, std::uint64_t{4104}, std::numeric_limits<std::uint64_t>::max()}) {
         reader = RingReader(state, memory);
@@ -231,7 +231,7 @@ TEST_F(Ring, refusesPlacesThatCannotBe) {
     }
 }
 
-TEST_F(Ring, survivesAnyBytesAtAll) {
+TEST_F(Ring, SurvivesAnyBytesAtAll) {
     std::minstd_rand random(11);
     for (int round = 0; round < 3000; ++round) {
         for (std::byte& byte : memory) {
@@ -257,7 +257,7 @@ struct Shared : testing::Test {
     void TearDown() override { close(descriptor); }
 };
 
-TEST_F(Shared, memoryIsSeenOnBothSides) {
+TEST_F(Shared, MemoryIsSeenOnBothSides) {
     auto made = SharedMapping::make(100000, descriptor);
     ASSERT_TRUE(made);
     auto mapped = SharedMapping::map(descriptor);
@@ -271,7 +271,7 @@ TEST_F(Shared, memoryIsSeenOnBothSides) {
     EXPECT_EQ(mapped->page().facts.unitsCreated.load(), 3U);
 }
 
-TEST_F(Shared, memoryOutlivesWhoMadeIt) {
+TEST_F(Shared, MemoryOutlivesWhoMadeIt) {
     auto made = SharedMapping::make(100000, descriptor);
     ASSERT_TRUE(made);
     auto mapped = SharedMapping::map(descriptor);
@@ -284,19 +284,19 @@ TEST_F(Shared, memoryOutlivesWhoMadeIt) {
     EXPECT_EQ(reader.next(header, payload), Found::kRecord);
 }
 
-TEST_F(Shared, memoryCannotBeCutShort) {
+TEST_F(Shared, MemoryCannotBeCutShort) {
     ASSERT_TRUE(SharedMapping::make(100000, descriptor));
     EXPECT_NE(ftruncate(descriptor, 4096), 0);
 }
 
-TEST_F(Shared, memoryThatCouldBeCutShortIsRefused) {
+TEST_F(Shared, MemoryThatCouldBeCutShortIsRefused) {
     descriptor = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     ASSERT_EQ(ftruncate(descriptor, 1 << 20), 0);
     EXPECT_FALSE(SharedMapping::map(descriptor));
     EXPECT_FALSE(SharedMapping::map(-1));
 }
 
-TEST_F(Shared, aLayoutThatReachesOutsideIsRefused) {
+TEST_F(Shared, ALayoutThatReachesOutsideIsRefused) {
     auto made = SharedMapping::make(100000, descriptor);
     ASSERT_TRUE(made);
     SharedPage& page = made->page();
@@ -316,7 +316,7 @@ TEST_F(Shared, aLayoutThatReachesOutsideIsRefused) {
     EXPECT_TRUE(SharedMapping::map(descriptor));
 }
 
-TEST(TapSettings, travelAsText) {
+TEST(TapSettings, TravelAsText) {
     TapSettings settings;
     settings.task = TapSettings::Task::kGuardArm;
     settings.socket = "name";
@@ -331,7 +331,7 @@ TEST(TapSettings, travelAsText) {
     EXPECT_EQ(read->duckDecibels, -7.5F);
 }
 
-TEST(TapSettings, thatMakeNoSenseAreNone) {
+TEST(TapSettings, ThatMakeNoSenseAreNone) {
     const std::string good = toText(TapSettings{.socket = "name"});
     EXPECT_TRUE(settingsFromText(good));
     EXPECT_FALSE(settingsFromText(""));
