@@ -203,7 +203,7 @@ bool Outputs::isAnythingRecorded() const {
     return false;
 }
 
-bool Outputs::isAnybodyThere() const {
+bool Outputs::hasAnyProcess() const {
     return !observer_->processes().empty();
 }
 

@@ -37,7 +37,7 @@ class Outputs : public SinkSet {
     /// Whether any sound arrived at all, be it zeros.
     [[nodiscard]] bool isAnythingRecorded() const;
     /// Whether any process has connected.
-    [[nodiscard]] bool isAnybodyThere() const;
+    [[nodiscard]] bool hasAnyProcess() const;
     /// What is said at the end, with the reasons for silence.
     [[nodiscard]] std::string summary(const std::vector<std::string>& silence) const;
 

@@ -11,7 +11,7 @@
 #include "cli/CommandLine.h"
 #include "cli/Outputs.h"
 #include "session/GuardCommand.h"
-#include "session/Recording.h"
+#include "session/RecordingSession.h"
 
 namespace {
 
@@ -34,23 +34,23 @@ int tendGuard(const Options& options, Screen& screen) {
 }
 
 /// Why nothing came, for a recording that was to be of something.
-std::vector<std::string> reasonsFor(const Outputs& outputs, const Program& program,
+std::vector<std::string> reasonsFor(const Outputs& outputs, const HostProgram& program,
                                     const Options& options) {
     const std::string unfit = program.text(options.command.front());
-    return outputs.isAnybodyThere() || unfit.empty() ? outputs.silence()
-                                                     : std::vector<std::string>{unfit};
+    return outputs.hasAnyProcess() || unfit.empty() ? outputs.silence()
+                                                    : std::vector<std::string>{unfit};
 }
 
 int record(const Options& options, Screen& screen) {
     Outputs outputs(options, screen, STDOUT_FILENO);
-    Recording recording(options, outputs);
+    RecordingSession session(options, outputs);
     std::string error;
     // The command first: one that cannot be started must not cost the files of before.
-    if (!recording.prepare(error) || !outputs.open(error)) {
+    if (!session.prepare(error) || !outputs.open(error)) {
         complain(screen, error);
         return kFailure;
     }
-    const RecordingResult result = recording.run();
+    const RecordingResult result = session.run();
     if (!result.message.empty()) {
         complain(screen, result.message);
     }
@@ -65,7 +65,7 @@ int record(const Options& options, Screen& screen) {
     const bool isEmpty = !outputs.isAnythingRecorded();
     // A note has said already why there is nothing.
     const std::vector<std::string> reasons = result.notes.empty()
-                                                 ? reasonsFor(outputs, recording.program(), options)
+                                                 ? reasonsFor(outputs, session.program(), options)
                                                  : std::vector<std::string>{};
     if (!options.quiet) {
         screen.text(outputs.summary(reasons));

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Sink.h"
 
 namespace tqrecorder {
 

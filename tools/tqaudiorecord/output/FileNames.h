@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Recording.h"
+#include "core/Records.h"
 
 namespace tqrecorder {
 

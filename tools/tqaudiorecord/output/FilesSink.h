@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Sink.h"
 #include "output/FileSeries.h"
 
 namespace tqrecorder {

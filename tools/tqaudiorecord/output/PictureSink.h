@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Sink.h"
 #include "output/MixSink.h"
 #include "output/TracksSink.h"
 

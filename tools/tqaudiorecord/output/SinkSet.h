@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Sink.h"
 
 namespace tqrecorder {
 

@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "core/Recording.h"
+#include "core/Records.h"
 #include "output/FileFormats.h"
 
 namespace tqrecorder {

@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-#include "session/Listener.h"
+#include "session/Acceptor.h"
 
 namespace tqrecorder {
 namespace {
@@ -37,20 +37,20 @@ void take(const Hello& hello, GuardReport& report) {
 }
 
 /// Waits for the one message; the program may say nothing and end, or never end.
-bool hear(Listener& listener, Launch& launch, GuardReport& report) {
+bool hear(Acceptor& acceptor, Launch& launch, GuardReport& report) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < deadline) {
         const bool isOver = launch.isOver();
-        for (const Visitor& visitor : listener.visitors()) {
-            if (visitor.pid == launch.pid()) {
-                take(visitor.hello, report);
+        for (const Connection& connection : acceptor.connections()) {
+            if (connection.pid == launch.pid()) {
+                take(connection.hello, report);
                 return true;
             }
         }
         if (isOver) {
             return false;
         }
-        pollfd wait{listener.descriptor(), POLLIN, 0};
+        pollfd wait{acceptor.descriptor(), POLLIN, 0};
         poll(&wait, 1, 5);
     }
     return false;
@@ -63,10 +63,10 @@ GuardReport runGuardCommand(const Options& options, const std::string& gate) {
     const std::string& command = options.command.front();
     LaunchPlan plan;
     plan.command = {command};
-    plan.program = findProgram(command);
+    plan.program = findHostProgram(command);
     plan.gate = gate;
     pthread_sigmask(SIG_SETMASK, nullptr, &plan.signals);
-    Listener listener;
+    Acceptor acceptor;
     if (!plan.program.isWorthStarting()) {
         report.error = plan.program.text(command);
         return report;
@@ -76,17 +76,17 @@ GuardReport runGuardCommand(const Options& options, const std::string& gate) {
             "the library to be loaded into COMMAND is missing; is the installation whole?";
         return report;
     }
-    if (!listener.open(report.error)) {
+    if (!acceptor.open(report.error)) {
         return report;
     }
     plan.settings.task = taskOf(options.action);
-    plan.settings.socket = listener.name();
+    plan.settings.socket = acceptor.name();
     plan.settings.recorder = getpid();
     Launch launch;
     if (!launch.start(plan, report.error)) {
         return report;
     }
-    const bool heard = hear(listener, launch, report);
+    const bool heard = hear(acceptor, launch, report);
     // It has nothing more to do, or should never have begun.
     launch.signal(SIGKILL);
     while (!launch.isOver()) {

@@ -8,7 +8,7 @@
 
 #include "common/Descriptor.h"
 #include "ipc/TapSettings.h"
-#include "session/Program.h"
+#include "session/HostProgram.h"
 
 namespace tqrecorder {
 
@@ -19,7 +19,7 @@ namespace tqrecorder {
 /// How a command is to be started.
 struct LaunchPlan {
     std::vector<std::string> command;
-    Program program;
+    HostProgram program;
     TapSettings settings;
     std::string gate;
     bool ownGroup = false;       ///< away from the terminal's signals

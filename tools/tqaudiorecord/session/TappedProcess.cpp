@@ -58,8 +58,8 @@ TappedProcess::TappedProcess(int id, bool isCommand, std::uint64_t startTime)
     process_.isCommand = isCommand;
 }
 
-bool TappedProcess::take(Visitor visitor) {
-    auto memory = SharedMapping::map(visitor.memory.get());
+bool TappedProcess::take(Connection connection) {
+    auto memory = SharedMapping::map(connection.memory.get());
     if (!memory) {
         return false;
     }
@@ -68,12 +68,12 @@ bool TappedProcess::take(Visitor visitor) {
     sound_ = memory_.reader(RingId::kSound);
     events_ = memory_.reader(RingId::kEvents);
     log_ = memory_.reader(RingId::kLog);
-    socket_ = std::move(visitor.socket);
-    hello_ = visitor.hello;
-    process_.pid = visitor.pid;
-    process_.name = visitor.hello.name.data();
+    socket_ = std::move(connection.socket);
+    hello_ = connection.hello;
+    process_.pid = connection.pid;
+    process_.name = connection.hello.name.data();
     if (!end_) {
-        end_ = openProcess(visitor.pid);
+        end_ = openProcess(connection.pid);
     }
     return true;
 }

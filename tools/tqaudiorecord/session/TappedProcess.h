@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "common/Descriptor.h"
-#include "core/Recording.h"
+#include "core/Sink.h"
 #include "ipc/SharedMemory.h"
-#include "session/Listener.h"
+#include "session/Acceptor.h"
 
 namespace tqrecorder {
 
@@ -21,9 +21,9 @@ class TappedProcess {
 
     TappedProcess(int id, bool isCommand, std::uint64_t startTime);
 
-    /// Goes on with what this visitor brings: for a new process, and for one that has replaced its
-    /// program. False when its memory is not what it should be.
-    [[nodiscard]] bool take(Visitor visitor);
+    /// Goes on with what this connection brings: for a new process, and for one that has replaced
+    /// its program. False when its memory is not what it should be.
+    [[nodiscard]] bool take(Connection connection);
     [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const {
         return process_.pid == pid && startTime_ == startTime;
     }

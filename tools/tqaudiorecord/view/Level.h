@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "core/Recording.h"
+#include "core/Records.h"
 
 namespace tqrecorder {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Sink.h"
 #include "output/StreamClock.h"
 #include "view/Level.h"
 

@@ -23,8 +23,8 @@ long memoryOf(pid_t process) {
 
 /// How far from a tone of 441 Hz and half of full scale a stretch of a recording is at most, with
 /// two seconds at each end left out: a frame that is missing or there twice moves all that follow.
-double worstDifference(const Recording& recording) {
-    const auto rate = static_cast<std::size_t>(recording.info.samplerate);
+double worstDifference(const RecordedFile& recorded) {
+    const auto rate = static_cast<std::size_t>(recorded.info.samplerate);
     const double step = 2 * M_PI * 441 / static_cast<double>(rate);
     // The phase is that of the first tenth of a second.
     const std::size_t first = 2 * rate;
@@ -32,14 +32,14 @@ double worstDifference(const Recording& recording) {
     double cosine = 0;
     for (std::size_t i = 0; i < rate / 10; ++i) {
         const double phase = step * static_cast<double>(i);
-        sine += recording.at(first + i) * std::sin(phase);
-        cosine += recording.at(first + i) * std::cos(phase);
+        sine += recorded.at(first + i) * std::sin(phase);
+        cosine += recorded.at(first + i) * std::cos(phase);
     }
     const double offset = std::atan2(cosine, sine);
     double worst = 0;
-    for (std::size_t i = 0; first + i + 2 * rate < recording.frames(); ++i) {
+    for (std::size_t i = 0; first + i + 2 * rate < recorded.frames(); ++i) {
         const double expected = 0.5 * std::sin(step * static_cast<double>(i % rate) + offset);
-        worst = std::max(worst, std::abs(recording.at(first + i) - expected));
+        worst = std::max(worst, std::abs(recorded.at(first + i) - expected));
     }
     return worst;
 }
@@ -77,9 +77,9 @@ TEST(LongRunTest, TenMinutesInTheSmallestBlocksLoseNothingAndTakeNoMoreMemory) {
     EXPECT_EQ(program.wait(), 0) << contentOf(setup.errors);
     EXPECT_THAT(contentOf(setup.errors),
                 testing::HasSubstr("0 gaps filled with silence, 0 blocks lost"));
-    const Recording recording(path);
-    EXPECT_NEAR(static_cast<double>(recording.frames()) / 44100, kSeconds + 1, 0.5);
-    EXPECT_LT(worstDifference(recording), 0.005);
+    const RecordedFile recorded(path);
+    EXPECT_NEAR(static_cast<double>(recorded.frames()) / 44100, kSeconds + 1, 0.5);
+    EXPECT_LT(worstDifference(recorded), 0.005);
 }
 
 }  // namespace

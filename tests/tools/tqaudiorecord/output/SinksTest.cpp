@@ -55,10 +55,10 @@ TEST_F(SinksTest, MixIsWrittenFrameForFrame) {
     auto sink = mixSink();
     play(*sink, game_, 0, 44100);
     sink->finish();
-    const Recording recording(folder_.file("out.wav"));
-    ASSERT_EQ(recording.frames(), 44100U);
+    const RecordedFile recorded(folder_.file("out.wav"));
+    ASSERT_EQ(recorded.frames(), 44100U);
     for (std::size_t frame = 0; frame < 44100; ++frame) {
-        ASSERT_EQ(recording.numberAt(frame), static_cast<int>(frame % 30000 + 1));
+        ASSERT_EQ(recorded.numberAt(frame), static_cast<int>(frame % 30000 + 1));
     }
     EXPECT_EQ(sink->files().at(0).gaps, 0U);
 }
@@ -69,12 +69,12 @@ TEST_F(SinksTest, LostBlocksBecomeSilenceOfTheirLength) {
     sink->lost(game_, 2, 940 * 4);
     play(*sink, game_, 5640, 9400);
     sink->finish();
-    const Recording recording(folder_.file("out.wav"));
-    ASSERT_NEAR(static_cast<double>(recording.frames()), 9400, 1);
-    EXPECT_EQ(recording.numberAt(4699), 4700);
-    EXPECT_EQ(recording.numberAt(4700), 0);
-    EXPECT_EQ(recording.numberAt(5638), 0);
-    EXPECT_NEAR(recording.numberAt(9000), 9001, 1);
+    const RecordedFile recorded(folder_.file("out.wav"));
+    ASSERT_NEAR(static_cast<double>(recorded.frames()), 9400, 1);
+    EXPECT_EQ(recorded.numberAt(4699), 4700);
+    EXPECT_EQ(recorded.numberAt(4700), 0);
+    EXPECT_EQ(recorded.numberAt(5638), 0);
+    EXPECT_NEAR(recorded.numberAt(9000), 9001, 1);
     EXPECT_EQ(sink->files().at(0).gaps, 1U);
 }
 
@@ -87,11 +87,11 @@ TEST_F(SinksTest, AJumpOfTheTimeStampsBecomesSilenceAndJitterDoesNot) {
         sink->block(game_, mixBlock(bytes, at(block * 441) + jitter + pause));
     }
     sink->finish();
-    const Recording recording(folder_.file("out.wav"));
-    EXPECT_NEAR(static_cast<double>(recording.frames()), 200 * 441 + 3 * 44100, 0.03 * 44100);
+    const RecordedFile recorded(folder_.file("out.wav"));
+    EXPECT_NEAR(static_cast<double>(recorded.frames()), 200 * 441 + 3 * 44100, 0.03 * 44100);
     EXPECT_EQ(sink->files().at(0).gaps, 1U);
-    EXPECT_EQ(recording.numberAt(44099), 14100);
-    EXPECT_EQ(recording.numberAt(44100), 0);
+    EXPECT_EQ(recorded.numberAt(44099), 14100);
+    EXPECT_EQ(recorded.numberAt(44100), 0);
 }
 
 TEST_F(SinksTest, AClockThatDriftsFromTheHostsMakesNoHoles) {
@@ -148,8 +148,8 @@ TEST_F(SinksTest, EveryFurtherProcessGetsFilesUnderItsOwnName) {
     sink->finish();
     EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out-chat_client-2.wav",
                                                          "out-chat_client.wav", "out.wav"}));
-    EXPECT_EQ(Recording(folder_.file("out.wav")).frames(), 4700U);
-    EXPECT_EQ(Recording(folder_.file("out-chat_client.wav")).frames(), 470U);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 4700U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-chat_client.wav")).frames(), 470U);
     EXPECT_EQ(sink->files().at(0).path, folder_.file("out.wav"));
 }
 
@@ -159,27 +159,27 @@ TEST_F(SinksTest, ALaunchersChildGetsTheNamesAsGiven) {
     play(*sink, process(2, "game"), 0, 470);
     sink->finish();
     EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out.wav"}));
-    EXPECT_EQ(Recording(folder_.file("out.wav")).frames(), 470U);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 470U);
 }
 
 TEST_F(SinksTest, ARecordingOfNothingIsAnEmptyFile) {
     auto sink = mixSink();
     sink->finish();
-    const Recording recording(folder_.file("out.wav"));
-    EXPECT_TRUE(recording.opened);
-    EXPECT_EQ(recording.frames(), 0U);
+    const RecordedFile recorded(folder_.file("out.wav"));
+    EXPECT_TRUE(recorded.opened);
+    EXPECT_EQ(recorded.frames(), 0U);
 }
 
 TEST_F(SinksTest, HeadersAreRefreshedTwiceASecond) {
     auto sink = mixSink();
     play(*sink, game_, 0, 4700);
     sink->tick(600'000);
-    EXPECT_EQ(Recording(folder_.file("out.wav")).info.frames, 4700);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).info.frames, 4700);
     play(*sink, game_, 4700, 9400);
     sink->tick(700'000);
-    EXPECT_EQ(Recording(folder_.file("out.wav")).info.frames, 4700);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).info.frames, 4700);
     sink->tick(1'200'000);
-    EXPECT_EQ(Recording(folder_.file("out.wav")).info.frames, 9400);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).info.frames, 9400);
 }
 
 TEST_F(SinksTest, TracksShareOneTimeAxis) {
@@ -200,10 +200,10 @@ TEST_F(SinksTest, TracksShareOneTimeAxis) {
     }
     sink.finish();
     EXPECT_TRUE(sink.problems().empty());
-    const Recording first(folder_.file("tracks/track-1-unit_A.wav"));
+    const RecordedFile first(folder_.file("tracks/track-1-unit_A.wav"));
     ASSERT_EQ(first.frames(), 96000U);
     EXPECT_EQ(first.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
-    const Recording second(folder_.file("tracks/track-2-unit_B.wav"));
+    const RecordedFile second(folder_.file("tracks/track-2-unit_B.wav"));
     EXPECT_EQ(second.info.samplerate, 22050);
     EXPECT_EQ(second.info.channels, 1);
     ASSERT_NEAR(static_cast<double>(second.frames()), 44100, 2);
@@ -225,11 +225,11 @@ TEST_F(SinksTest, ATrackThatChangesItsFormatGoesOnInAnotherFile) {
     sink.block(game_, {1, "unit", fast, kStart + 1'000'000, fastBytes});
     sink.block(game_, {1, "other", fast, kStart + 2'000'000, fastBytes});
     sink.finish();
-    EXPECT_EQ(Recording(folder_.file("tracks/track-1-unit.wav")).frames(), 22050U);
-    const Recording second(folder_.file("tracks/track-1-unit-part2.wav"));
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-1-unit.wav")).frames(), 22050U);
+    const RecordedFile second(folder_.file("tracks/track-1-unit-part2.wav"));
     EXPECT_EQ(second.frames(), 96000U);
     EXPECT_LT(second.amplitude(441, 0, 0.99), 1e-4);
-    EXPECT_EQ(Recording(folder_.file("tracks/track-1-other.wav")).frames(), 144000U);
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-1-other.wav")).frames(), 144000U);
     EXPECT_EQ(sink.files().size(), 3U);
 }
 
@@ -245,7 +245,7 @@ TEST_F(SinksTest, OneTrackThatCannotBeWrittenLeavesTheOthersAlone) {
     sink.finish();
     ASSERT_EQ(sink.problems().size(), 1U);
     EXPECT_THAT(sink.problems()[0], testing::HasSubstr("track-1-unit.wav: Is a directory"));
-    EXPECT_EQ(Recording(folder_.file("tracks/track-2-unit.wav")).frames(), 22050U);
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-2-unit.wav")).frames(), 22050U);
 }
 
 TEST_F(SinksTest, AFolderThatCannotBeMadeIsFoundAtOnce) {
@@ -290,10 +290,10 @@ TEST_F(SinksTest, AReplayHoldsTheLastSeconds) {
     play(*sink, game_, 0, 100'000);
     EXPECT_TRUE(folder_.names().empty());
     sink->save();
-    const Recording recording(folder_.file("replay-001.wav"));
-    ASSERT_EQ(recording.frames(), 22050U);
+    const RecordedFile recorded(folder_.file("replay-001.wav"));
+    ASSERT_EQ(recorded.frames(), 22050U);
     for (std::size_t index = 0; index < 22050; ++index) {
-        ASSERT_EQ(recording.numberAt(index), static_cast<int>((77'950 + index) % 30000 + 1));
+        ASSERT_EQ(recorded.numberAt(index), static_cast<int>((77'950 + index) % 30000 + 1));
     }
 }
 
@@ -303,10 +303,10 @@ TEST_F(SinksTest, SavesFollowEachOtherWithoutOverlapAndGap) {
     for (const std::size_t end : {10'000U, 30'000U, 30'001U, 95'000U}) {
         play(*sink, game_, expected, end);
         sink->save();
-        const Recording recording(sink->files().back().path);
-        ASSERT_EQ(recording.frames(), end - expected);
-        for (std::size_t index = 0; index < recording.frames(); ++index, ++expected) {
-            ASSERT_EQ(recording.numberAt(index), static_cast<int>(expected % 30000 + 1));
+        const RecordedFile recorded(sink->files().back().path);
+        ASSERT_EQ(recorded.frames(), end - expected);
+        for (std::size_t index = 0; index < recorded.frames(); ++index, ++expected) {
+            ASSERT_EQ(recorded.numberAt(index), static_cast<int>(expected % 30000 + 1));
         }
     }
     // Nothing new, nothing saved; nor does the end save.
@@ -322,7 +322,7 @@ TEST_F(SinksTest, AReplayKeepsThoseOfEarlierRecordings) {
     play(*sink, game_, 0, 470);
     sink->save();
     EXPECT_EQ(contentOf(folder_.file("replay-001.wav")), "precious");
-    EXPECT_EQ(Recording(folder_.file("replay-002.wav")).frames(), 470U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-002.wav")).frames(), 470U);
 }
 
 TEST_F(SinksTest, AReplayKeepsItsTimeOverAPauseLongerThanItself) {
@@ -330,10 +330,10 @@ TEST_F(SinksTest, AReplayKeepsItsTimeOverAPauseLongerThanItself) {
     play(*sink, game_, 0, 44'100);
     play(*sink, game_, 44'100 * 5, 44'100 * 5 + 4700);
     sink->save();
-    const Recording recording(folder_.file("replay-001.wav"));
-    ASSERT_EQ(recording.frames(), 22050U);
-    EXPECT_EQ(recording.numberAt(22050 - 4702), 0);
-    EXPECT_NE(recording.numberAt(22050 - 4699), 0);
+    const RecordedFile recorded(folder_.file("replay-001.wav"));
+    ASSERT_EQ(recorded.frames(), 22050U);
+    EXPECT_EQ(recorded.numberAt(22050 - 4702), 0);
+    EXPECT_NE(recorded.numberAt(22050 - 4699), 0);
 }
 
 TEST_F(SinksTest, AReplayThatCannotBeSavedIsKept) {
@@ -347,7 +347,7 @@ TEST_F(SinksTest, AReplayThatCannotBeSavedIsKept) {
     std::filesystem::rename(folder_.file("away"), folder_.file("in"));
     sink.save();
     ASSERT_EQ(sink.files().size(), 1U);
-    EXPECT_EQ(Recording(sink.files()[0].path).frames(), 4700U);
+    EXPECT_EQ(RecordedFile(sink.files()[0].path).frames(), 4700U);
 }
 
 TEST_F(SinksTest, APictureNeedsNoOtherOutputAndLeavesNothingElse) {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Records.h"
 #include "output/FilesSink.h"
 
 // Blocks for the recorder's sinks, and what came of them.
@@ -96,12 +96,12 @@ inline Block mixBlock(std::span<const std::byte> frames, std::uint64_t microseco
 }
 
 /// A sound file as read back.
-struct Recording {
+struct RecordedFile {
     bool opened = false;
     SF_INFO info{};
     std::vector<float> samples;
 
-    explicit Recording(const std::string& path) {
+    explicit RecordedFile(const std::string& path) {
         SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
         opened = file != nullptr;
         if (opened) {

@@ -35,14 +35,14 @@ TEST_P(EveryFormatTest, KeepsLengthRateAndTone) {
     series.finish();
     EXPECT_TRUE(series.problems().empty());
 
-    const Recording recording(path);
-    ASSERT_TRUE(recording.opened);
-    EXPECT_EQ(recording.info.samplerate, expected.rate);
-    EXPECT_EQ(recording.info.channels, 2);
-    EXPECT_EQ(recording.info.format & SF_FORMAT_TYPEMASK, expected.sndfile & SF_FORMAT_TYPEMASK);
-    EXPECT_NEAR(static_cast<double>(recording.frames()), 2.0 * expected.rate, expected.tolerance);
-    EXPECT_NEAR(recording.amplitude(441, 0.5, 1.5), 0.5, 0.02);
-    EXPECT_LT(recording.amplitude(882, 0.5, 1.5), 0.01);
+    const RecordedFile recorded(path);
+    ASSERT_TRUE(recorded.opened);
+    EXPECT_EQ(recorded.info.samplerate, expected.rate);
+    EXPECT_EQ(recorded.info.channels, 2);
+    EXPECT_EQ(recorded.info.format & SF_FORMAT_TYPEMASK, expected.sndfile & SF_FORMAT_TYPEMASK);
+    EXPECT_NEAR(static_cast<double>(recorded.frames()), 2.0 * expected.rate, expected.tolerance);
+    EXPECT_NEAR(recorded.amplitude(441, 0.5, 1.5), 0.5, 0.02);
+    EXPECT_LT(recorded.amplitude(882, 0.5, 1.5), 0.01);
 }
 
 TEST_P(EveryFormatTest, IsPlayableWhileItIsWritten) {
@@ -55,13 +55,13 @@ TEST_P(EveryFormatTest, IsPlayableWhileItIsWritten) {
     }
     series.refresh();
     // As a killed recorder leaves it. Vorbis fills its pages, which hold seconds of a bare tone.
-    const Recording recording(path);
-    ASSERT_TRUE(recording.opened);
+    const RecordedFile recorded(path);
+    ASSERT_TRUE(recorded.opened);
     const bool isVorbis = (expected.sndfile & SF_FORMAT_SUBMASK) == SF_FORMAT_VORBIS;
-    EXPECT_GT(static_cast<double>(recording.frames()), (isVorbis ? 5.0 : 9.0) * expected.rate);
-    EXPECT_NEAR(static_cast<double>(recording.info.frames), static_cast<double>(recording.frames()),
+    EXPECT_GT(static_cast<double>(recorded.frames()), (isVorbis ? 5.0 : 9.0) * expected.rate);
+    EXPECT_NEAR(static_cast<double>(recorded.info.frames), static_cast<double>(recorded.frames()),
                 1);
-    EXPECT_NEAR(recording.amplitude(441, 0.5, 1.5), 0.5, 0.02);
+    EXPECT_NEAR(recorded.amplitude(441, 0.5, 1.5), 0.5, 0.02);
 }
 
 TEST_P(EveryFormatTest, CanBeOpenedWhenNothingWasWritten) {
@@ -70,9 +70,9 @@ TEST_P(EveryFormatTest, CanBeOpenedWhenNothingWasWritten) {
     ASSERT_TRUE(series.open());
     series.finish();
     EXPECT_TRUE(series.problems().empty());
-    const Recording recording(path);
-    EXPECT_TRUE(recording.opened);
-    EXPECT_LE(recording.frames(), 1U);
+    const RecordedFile recorded(path);
+    EXPECT_TRUE(recorded.opened);
+    EXPECT_LE(recorded.frames(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -103,11 +103,11 @@ TEST_F(SoundFileTest, HoldsTheSamplesOfATrackAsTheyAre) {
     ASSERT_NE(file, nullptr) << error_;
     ASSERT_TRUE(file->write(tone<float>(441, format, 2205)));
     ASSERT_TRUE(file->close());
-    const Recording recording(folder_.file("float.wav"));
-    EXPECT_EQ(recording.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
-    EXPECT_EQ(recording.info.samplerate, 22050);
-    ASSERT_EQ(recording.frames(), 2205U);
-    EXPECT_EQ(recording.at(10), static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 0.2)));
+    const RecordedFile recorded(folder_.file("float.wav"));
+    EXPECT_EQ(recorded.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+    EXPECT_EQ(recorded.info.samplerate, 22050);
+    ASSERT_EQ(recorded.frames(), 2205U);
+    EXPECT_EQ(recorded.at(10), static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 0.2)));
 }
 
 TEST_F(SoundFileTest, SaysInOneLineWhatAFileCannotHold) {
@@ -169,12 +169,12 @@ TEST_F(SoundFileTest, EndsWithTheLastWholeFrameOnAFullDisk) {
     EXPECT_NE(file->problem().find("full.wav: File too large"), std::string::npos);
     EXPECT_FALSE(file->write(counting(512, frame)));
     EXPECT_FALSE(file->close());
-    const Recording recording(folder_.file("full.wav"));
-    ASSERT_TRUE(recording.opened);
-    EXPECT_EQ(recording.info.frames, static_cast<sf_count_t>((100'003 - kHeader) / 4));
-    EXPECT_EQ(recording.frames(), file->frames());
-    EXPECT_EQ(recording.numberAt(recording.frames() - 1),
-              static_cast<int>((recording.frames() - 1) % 30000 + 1));
+    const RecordedFile recorded(folder_.file("full.wav"));
+    ASSERT_TRUE(recorded.opened);
+    EXPECT_EQ(recorded.info.frames, static_cast<sf_count_t>((100'003 - kHeader) / 4));
+    EXPECT_EQ(recorded.frames(), file->frames());
+    EXPECT_EQ(recorded.numberAt(recorded.frames() - 1),
+              static_cast<int>((recorded.frames() - 1) % 30000 + 1));
 }
 
 TEST_F(SoundFileTest, SaysThatCompressedFilesHitAFullDisk) {
@@ -193,7 +193,7 @@ TEST_F(SoundFileTest, SaysThatCompressedFilesHitAFullDisk) {
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
         ASSERT_EQ(series.problems().size(), 1U) << name;
         EXPECT_NE(series.problems()[0].find("File too large"), std::string::npos) << name;
-        EXPECT_GT(Recording(path).frames(), 1000U) << name;
+        EXPECT_GT(RecordedFile(path).frames(), 1000U) << name;
     }
 }
 
@@ -224,10 +224,10 @@ TEST_F(SoundFileTest, SplitsIntoNumberedFilesWithoutAFrameLostOrTwice) {
         EXPECT_EQ(files[2].path, folder_.file(std::string("part-003.") + name));
         std::size_t expected = 0;
         for (const WrittenFile& file : files) {
-            const Recording recording(file.path);
-            EXPECT_TRUE(recording.frames() == 22050 || file.path == files[2].path);
-            for (std::size_t index = 0; index < recording.frames(); ++index, ++expected) {
-                ASSERT_EQ(recording.numberAt(index), static_cast<int>(expected % 30000 + 1));
+            const RecordedFile recorded(file.path);
+            EXPECT_TRUE(recorded.frames() == 22050 || file.path == files[2].path);
+            for (std::size_t index = 0; index < recorded.frames(); ++index, ++expected) {
+                ASSERT_EQ(recorded.numberAt(index), static_cast<int>(expected % 30000 + 1));
             }
         }
         EXPECT_EQ(expected, frame);

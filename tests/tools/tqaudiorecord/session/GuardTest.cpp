@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "RoadFixture.h"
+#include "SessionFixture.h"
 #include "session/GuardCommand.h"
 
 // The crash guards of real programs, seen and set from the command line.
@@ -12,7 +12,7 @@ namespace {
 
 using namespace tqrecorder;
 
-struct Guard : Road {
+struct Guard : Session {
     GuardReport guard(Options::Action action, const std::string& command = kHost) {
         options.action = action;
         options.command = {command};
@@ -28,8 +28,8 @@ TEST_F(Guard, IsSeenArmedAndDisarmed) {
     GuardReport report = guard(Options::Action::kGuardArm);
     EXPECT_EQ(report.state, GuardState::kArmed);
     EXPECT_EQ(report.retriesLeft, 2);
-    EXPECT_EQ(report.name, "road_host");
-    EXPECT_EQ(report.text(), "road_host: armed, 2 retries left");
+    EXPECT_EQ(report.name, "recorded_host");
+    EXPECT_EQ(report.text(), "recorded_host: armed, 2 retries left");
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kArmed);
     EXPECT_EQ(guard(Options::Action::kGuardDisarm).state, GuardState::kNotWanted);
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNotWanted);

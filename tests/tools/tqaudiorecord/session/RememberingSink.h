@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Recording.h"
+#include "core/Sink.h"
 
 /// A sink that keeps what it is told, and does on the way what a test wants.
 class RememberingSink : public tqrecorder::Sink {

@@ -9,14 +9,14 @@
 #include <vector>
 
 #include "RememberingSink.h"
-#include "session/Recording.h"
+#include "session/RecordingSession.h"
 
-inline const std::string kHost = TQ_ROAD_HOST;
-inline const std::string kOther = TQ_ROAD_OTHER_HOST;
-inline const std::string kGate = TQ_ROAD_GATE;
+inline const std::string kHost = TQ_RECORDED_HOST;
+inline const std::string kOther = TQ_OTHER_HOST;
+inline const std::string kGate = TQ_RECORDER_GATE;
 
 /// Records real hosts, each test with crash guards of its own.
-struct Road : testing::Test {
+struct Session : testing::Test {
     std::filesystem::path caches;
     tqrecorder::Options options;
     RememberingSink sink;
@@ -34,7 +34,7 @@ struct Road : testing::Test {
     }
     tqrecorder::RecordingResult record(std::vector<std::string> command) {
         options.command = std::move(command);
-        tqrecorder::Recording recording(options, sink, kGate);
-        return recording.run();
+        tqrecorder::RecordingSession session(options, sink, kGate);
+        return session.run();
     }
 };

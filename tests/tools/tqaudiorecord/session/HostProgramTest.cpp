@@ -1,4 +1,4 @@
-#include "session/Program.h"
+#include "session/HostProgram.h"
 
 #include <elf.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <iterator>
 #include <string>
 
-#include "session/Recording.h"
+#include "session/RecordingSession.h"
 
 // What is found out about a command before it is started.
 
@@ -20,9 +20,9 @@ namespace {
 
 using namespace tqrecorder;
 namespace fs = std::filesystem;
-using Problem = Program::Problem;
+using Problem = HostProgram::Problem;
 
-const std::string kHost = TQ_ROAD_HOST;
+const std::string kHost = TQ_RECORDED_HOST;
 
 struct Commands : testing::Test {
     fs::path folder;
@@ -66,7 +66,7 @@ struct Commands : testing::Test {
 };
 
 TEST_F(Commands, ThatAreHostsHaveNoProblem) {
-    const Program program = findProgram(kHost);
+    const HostProgram program = findHostProgram(kHost);
     EXPECT_EQ(program.problem, Problem::kNone);
     EXPECT_EQ(program.path, kHost);
     EXPECT_TRUE(program.isWorthStarting());
@@ -74,7 +74,7 @@ TEST_F(Commands, ThatAreHostsHaveNoProblem) {
 }
 
 TEST_F(Commands, AreLookedUpInThePath) {
-    const Program program = findProgram("ls");
+    const HostProgram program = findHostProgram("ls");
     EXPECT_EQ(fs::path(program.path).filename(), "ls");
     EXPECT_EQ(program.problem, Problem::kNoPlatform);
     EXPECT_TRUE(program.isWorthStarting()) << "it may open the platform later";
@@ -82,7 +82,7 @@ TEST_F(Commands, AreLookedUpInThePath) {
 
 TEST_F(Commands, ThatAreNotThereAreSaidNotToBe) {
     for (const std::string command : {"no-such-command-anywhere", "./none", "/none/none"}) {
-        const Program program = findProgram(command);
+        const HostProgram program = findHostProgram(command);
         EXPECT_EQ(program.problem, Problem::kNotFound);
         EXPECT_FALSE(program.isWorthStarting());
         EXPECT_EQ(program.text(command), command + ": not found");
@@ -90,13 +90,13 @@ TEST_F(Commands, ThatAreNotThereAreSaidNotToBe) {
 }
 
 TEST_F(Commands, ThatCannotBeExecutedAreSaidSo) {
-    EXPECT_EQ(findProgram(make("plain", read(kHost), 0644)).problem, Problem::kNotExecutable);
-    EXPECT_EQ(findProgram(folder).problem, Problem::kNotExecutable);
+    EXPECT_EQ(findHostProgram(make("plain", read(kHost), 0644)).problem, Problem::kNotExecutable);
+    EXPECT_EQ(findHostProgram(folder).problem, Problem::kNotExecutable);
 }
 
 TEST_F(Commands, ThatAreStaticallyLinkedAreFoundOut) {
     const std::string path = make("static", staticHost());
-    const Program program = findProgram(path);
+    const HostProgram program = findHostProgram(path);
     EXPECT_EQ(program.problem, Problem::kStatic);
     EXPECT_FALSE(program.isWorthStarting());
     EXPECT_EQ(program.text(path), path + ": is statically linked and cannot be recorded");
@@ -106,9 +106,9 @@ TEST_F(Commands, ForAnotherMachineAreFoundOut) {
     std::string bytes = read(kHost);
     const Elf64_Half machine = EM_S390;
     std::memcpy(bytes.data() + offsetof(Elf64_Ehdr, e_machine), &machine, sizeof machine);
-    EXPECT_EQ(findProgram(make("foreign", bytes)).problem, Problem::kOtherMachine);
+    EXPECT_EQ(findHostProgram(make("foreign", bytes)).problem, Problem::kOtherMachine);
     bytes[EI_CLASS] = ELFCLASS32;
-    EXPECT_EQ(findProgram(make("small", bytes)).problem, Problem::kOtherMachine);
+    EXPECT_EQ(findHostProgram(make("small", bytes)).problem, Problem::kOtherMachine);
 }
 
 TEST_F(Commands, WithRaisedPrivilegesAreFoundOut) {
@@ -118,33 +118,33 @@ TEST_F(Commands, WithRaisedPrivilegesAreFoundOut) {
         GTEST_SKIP() << "only root can give files away";
     }
     ASSERT_EQ(chmod(path.c_str(), 04755), 0);
-    EXPECT_EQ(findProgram(path).problem, Problem::kPrivileged);
+    EXPECT_EQ(findHostProgram(path).problem, Problem::kPrivileged);
     ASSERT_EQ(chmod(path.c_str(), 0755), 0);
-    EXPECT_EQ(findProgram(path).problem, Problem::kNone);
+    EXPECT_EQ(findHostProgram(path).problem, Problem::kNone);
 }
 
 TEST_F(Commands, ThatAreScriptsNeedTheirInterpreter) {
-    const Program good = findProgram(make("good", "#! /bin/sh -e\nexit 0\n"));
+    const HostProgram good = findHostProgram(make("good", "#! /bin/sh -e\nexit 0\n"));
     EXPECT_EQ(good.problem, Problem::kNone);
     EXPECT_EQ(good.interpreter, "/bin/sh");
-    EXPECT_EQ(findProgram(make("bad", "#!/none/sh\n")).problem, Problem::kNoInterpreter);
-    EXPECT_EQ(findProgram(make("bare", "exit 0\n")).interpreter, "/bin/sh");
+    EXPECT_EQ(findHostProgram(make("bad", "#!/none/sh\n")).problem, Problem::kNoInterpreter);
+    EXPECT_EQ(findHostProgram(make("bare", "exit 0\n")).interpreter, "/bin/sh");
 }
 
 TEST_F(Commands, ThatAreBrokenProgramsDoNoHarm) {
     const std::string whole = read(kHost);
     for (const std::size_t length : {4U, 16U, 63U, 64U, 100U, 600U}) {
-        (void)findProgram(make("part" + std::to_string(length), whole.substr(0, length)));
+        (void)findHostProgram(make("part" + std::to_string(length), whole.substr(0, length)));
     }
     std::string bytes = whole;
     for (std::size_t i = 24; i < 3000 && i < bytes.size(); ++i) {
         std::string changed = bytes;
         changed[i] = '\xff';
         if (i % 40 == 0) {
-            (void)findProgram(make("changed", changed));
+            (void)findHostProgram(make("changed", changed));
         }
     }
-    EXPECT_EQ(findProgram(make("empty", "")).interpreter, "/bin/sh");
+    EXPECT_EQ(findHostProgram(make("empty", "")).interpreter, "/bin/sh");
 }
 
 TEST_F(Commands, ThatCannotBeRecordedAreNotStarted) {
@@ -152,11 +152,11 @@ TEST_F(Commands, ThatCannotBeRecordedAreNotStarted) {
     Sink sink;
     for (const std::string& command : {make("static", staticHost()), std::string("none/none")}) {
         options.command = {command};
-        Recording recording(options, sink, TQ_ROAD_GATE);
+        RecordingSession session(options, sink, TQ_RECORDER_GATE);
         std::string error;
-        EXPECT_FALSE(recording.prepare(error));
+        EXPECT_FALSE(session.prepare(error));
         EXPECT_EQ(error.rfind(command + ": ", 0), 0U) << error;
-        EXPECT_EQ(recording.run().end, RecordingResult::End::kNotStarted);
+        EXPECT_EQ(session.run().end, RecordingResult::End::kNotStarted);
     }
 }
 
@@ -164,9 +164,9 @@ TEST_F(Commands, AreNotStartedWithoutTheLibraryToLoad) {
     Options options;
     Sink sink;
     options.command = {kHost};
-    Recording recording(options, sink, "");
+    RecordingSession session(options, sink, "");
     std::string error;
-    EXPECT_FALSE(recording.prepare(error));
+    EXPECT_FALSE(session.prepare(error));
     EXPECT_NE(error.find("missing"), std::string::npos);
 }
 

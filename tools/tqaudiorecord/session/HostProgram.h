@@ -5,7 +5,7 @@
 namespace tqrecorder {
 
 /// What is known of a command before it is started, from its file alone.
-struct Program {
+struct HostProgram {
     enum class Problem {
         kNone,
         kNotFound,
@@ -30,6 +30,6 @@ struct Program {
 };
 
 /// Looks a command up as execvp() would, and at its file.
-[[nodiscard]] Program findProgram(const std::string& command);
+[[nodiscard]] HostProgram findHostProgram(const std::string& command);
 
 }  // namespace tqrecorder

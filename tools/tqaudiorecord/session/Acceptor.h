@@ -11,16 +11,16 @@
 
 namespace tqrecorder {
 
-/// A process that has connected and said who it is.
-struct Visitor {
+/// A process that has connected, with the message that says who it is.
+struct Connection {
     tqcommon::Descriptor socket;
     tqcommon::Descriptor memory;  ///< when it records
     pid_t pid = 0;                ///< as the kernel tells it
     Hello hello;
 };
 
-/// The recorder's end: the address that processes connect to. One thread.
-class Listener {
+/// The recorder's local socket that processes connect to. Used by one thread.
+class Acceptor {
   public:
     /// Makes an address that nobody can guess. False with the reason in `error`.
     [[nodiscard]] bool open(std::string& error);
@@ -28,21 +28,21 @@ class Listener {
     [[nodiscard]] const std::string& name() const { return name_; }
     [[nodiscard]] int descriptor() const { return socket_.get(); }
 
-    /// Everybody who has connected and spoken since the last call. Never waits. Other users'
-    /// processes are turned away.
-    [[nodiscard]] std::vector<Visitor> visitors();
+    /// The processes that have connected and sent their Hello since the last call. Never waits.
+    /// Connections of other users' processes are closed.
+    [[nodiscard]] std::vector<Connection> connections();
 
   private:
-    struct Waiting {
+    struct Pending {
         tqcommon::Descriptor socket;
         pid_t pid = 0;
     };
-    enum class Heard { kNothing, kHello, kEnd };
-    [[nodiscard]] static Heard hear(const Waiting& waiting, Visitor& visitor);
+    enum class Received { kNothing, kHello, kEnd };
+    [[nodiscard]] static Received receive(const Pending& pending, Connection& connection);
 
     tqcommon::Descriptor socket_;
     std::string name_;
-    std::vector<Waiting> waiting_;
+    std::vector<Pending> pending_;
 };
 
 }  // namespace tqrecorder

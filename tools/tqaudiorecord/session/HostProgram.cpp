@@ -1,4 +1,4 @@
-#include "session/Program.h"
+#include "session/HostProgram.h"
 
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -18,7 +18,7 @@
 namespace tqrecorder {
 namespace {
 
-using Problem = Program::Problem;
+using Problem = HostProgram::Problem;
 
 constexpr std::size_t kMostLibraries = 500;
 
@@ -144,8 +144,8 @@ Problem problemOfElf(const ElfFile& elf) {
 
 }  // namespace
 
-Program findProgram(const std::string& command) {
-    Program program;
+HostProgram findHostProgram(const std::string& command) {
+    HostProgram program;
     const std::string path = lookUp(command);
     struct stat status {};
     if (path.empty() || stat(path.c_str(), &status) != 0) {
@@ -172,7 +172,7 @@ Program findProgram(const std::string& command) {
     return program;
 }
 
-std::string Program::text(const std::string& command) const {
+std::string HostProgram::text(const std::string& command) const {
     switch (problem) {
         case Problem::kNone:
             return {};

@@ -1,4 +1,4 @@
-#include "session/Recording.h"
+#include "session/RecordingSession.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@
 #include <map>
 #include <utility>
 
-#include "RoadFixture.h"
+#include "SessionFixture.h"
 
 // Real hosts in real processes on the device that plays into nothing.
 
@@ -49,14 +49,14 @@ void writeVoice(const std::string& path) {
     sf_close(file);
 }
 
-TEST_F(Road, AHostIsRecordedToItsEnd) {
+TEST_F(Session, AHostIsRecordedToItsEnd) {
     const RecordingResult result = record({kHost, "tone", "1"});
     EXPECT_EQ(result.end, End::kHostEnded) << result.message;
     EXPECT_EQ(result.hostExitCode, 0);
     EXPECT_EQ(sink.finishes, 1);
     ASSERT_EQ(sink.processes.size(), 1U);
     const auto& seen = sink.only();
-    EXPECT_EQ(seen.process.name, "road_host");
+    EXPECT_EQ(seen.process.name, "recorded_host");
     EXPECT_TRUE(seen.process.isCommand);
     ASSERT_TRUE(seen.streams.contains(0));
     const auto& mix = seen.streams.at(0);
@@ -69,7 +69,7 @@ TEST_F(Road, AHostIsRecordedToItsEnd) {
     EXPECT_TRUE(seen.ended);
 }
 
-TEST_F(Road, TheMixHoldsTheHostsTone) {
+TEST_F(Session, TheMixHoldsTheHostsTone) {
     record({kHost, "tone", "1"});
     ASSERT_TRUE(sink.only().streams.contains(0));
     const auto samples = sink.only().streams.at(0).samples(0);
@@ -79,7 +79,7 @@ TEST_F(Road, TheMixHoldsTheHostsTone) {
     EXPECT_NEAR(amplitudeAt(middle, 44100, 700), 0.5, 0.03);
 }
 
-TEST_F(Road, ATrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
+TEST_F(Session, ATrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
     record({kHost, "tone", "1"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     const auto& track = sink.only().streams.at(1);
@@ -92,7 +92,7 @@ TEST_F(Road, ATrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
     EXPECT_NEAR(amplitudeAt(left, 48000, 700), 0.5, 0.01);
 }
 
-TEST_F(Road, InterleavedIntegersComeAsTheyAre) {
+TEST_F(Session, InterleavedIntegersComeAsTheyAre) {
     record({kHost, "short", "0.5"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     const auto& track = sink.only().streams.at(1);
@@ -100,14 +100,14 @@ TEST_F(Road, InterleavedIntegersComeAsTheyAre) {
     EXPECT_NEAR(amplitudeAt(track.samples(1), 48000, 700), 0.5, 0.01);
 }
 
-TEST_F(Road, AGraphsTrackBearsTheGraphsName) {
+TEST_F(Session, AGraphsTrackBearsTheGraphsName) {
     record({kHost, "graph", "0.5"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     EXPECT_EQ(sink.only().streams.at(1).unit, "graph-1");
     EXPECT_EQ(sink.only().facts.unitsStarted, 1U);
 }
 
-TEST_F(Road, EventsAndNumbersArrive) {
+TEST_F(Session, EventsAndNumbersArrive) {
     record({kHost, "tone", "1"});
     const auto& seen = sink.only();
     EXPECT_THAT(seen.events, testing::Contains(testing::Field(
@@ -123,7 +123,7 @@ TEST_F(Road, EventsAndNumbersArrive) {
     EXPECT_TRUE(seen.log.empty()) << "nobody has asked for it";
 }
 
-TEST_F(Road, TheLogArrivesWhenItIsWanted) {
+TEST_F(Session, TheLogArrivesWhenItIsWanted) {
     options.verbose = true;
     record({kHost, "tone", "0.2"});
     EXPECT_THAT(sink.only().log,
@@ -133,12 +133,12 @@ TEST_F(Road, TheLogArrivesWhenItIsWanted) {
                     testing::Field(&LogLine::text, testing::HasSubstr("AudioOutputUnitStart")))));
 }
 
-TEST_F(Road, TheExitCodeIsTheHosts) {
+TEST_F(Session, TheExitCodeIsTheHosts) {
     EXPECT_EQ(record({kHost, "exit", "7"}).hostExitCode, 7);
     EXPECT_EQ(sink.processes.size(), 1U) << "a host that plays nothing is known as well";
 }
 
-TEST_F(Road, AHostKilledInTheMiddleIsRecordedToItsLastBlock) {
+TEST_F(Session, AHostKilledInTheMiddleIsRecordedToItsLastBlock) {
     int blocks = 0;
     sink.onBlock = [&](const Process& process, const Block& block) {
         if (block.track == 0 && ++blocks == 40) {
@@ -153,7 +153,7 @@ TEST_F(Road, AHostKilledInTheMiddleIsRecordedToItsLastBlock) {
     EXPECT_EQ(sink.finishes, 1);
 }
 
-TEST_F(Road, WhatADeadHostDeliveredIsReadWhenTheReaderWasBehind) {
+TEST_F(Session, WhatADeadHostDeliveredIsReadWhenTheReaderWasBehind) {
     // The reader stands still while the host plays and dies: all of it is in the memory.
     bool waited = false;
     sink.onBlock = [&](const Process& process, const Block& block) {
@@ -168,7 +168,7 @@ TEST_F(Road, WhatADeadHostDeliveredIsReadWhenTheReaderWasBehind) {
     EXPECT_EQ(sink.only().lostBlocks, 0U);
 }
 
-TEST_F(Road, WhatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
+TEST_F(Session, WhatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
     options.ringSeconds = 0.1;
     bool waited = false;
     sink.onBlock = [&](const Process& process, const Block& block) {
@@ -189,7 +189,7 @@ TEST_F(Road, WhatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
     EXPECT_GT(bytes, 2 * 0.9 * (48000 * 4 + 44100 * 4));
 }
 
-TEST_F(Road, TwoHostsAtOnceAreRecordedEachUnderItsOwnName) {
+TEST_F(Session, TwoHostsAtOnceAreRecordedEachUnderItsOwnName) {
     const RecordingResult result =
         record({kHost, "run", kHost, "tone", "1", "--", kOther, "short", "1"});
     EXPECT_EQ(result.hostExitCode, 0);
@@ -202,27 +202,27 @@ TEST_F(Road, TwoHostsAtOnceAreRecordedEachUnderItsOwnName) {
             EXPECT_TRUE(seen.ended);
         }
     }
-    EXPECT_EQ(playing, (std::map<std::string, int>{{"other_host", 1}, {"road_host", 1}}));
+    EXPECT_EQ(playing, (std::map<std::string, int>{{"other_host", 1}, {"recorded_host", 1}}));
     EXPECT_EQ(sink.processes.at(1).process.isCommand, true);
 }
 
-TEST_F(Road, ALauncherWithoutAUnitDeliversNothing) {
+TEST_F(Session, ALauncherWithoutAUnitDeliversNothing) {
     record({kHost, "run", kHost, "tone", "1"});
     ASSERT_EQ(sink.processes.size(), 2U);
     EXPECT_TRUE(sink.processes.at(1).streams.empty());
     EXPECT_GT(sink.processes.at(2).streams.at(0).seconds(), 0.9);
 }
 
-TEST_F(Road, AHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
+TEST_F(Session, AHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
     EXPECT_EQ(record({kHost, "exec", kOther, "tone", "0.5"}).hostExitCode, 0);
     ASSERT_EQ(sink.processes.size(), 1U);
     const auto& seen = sink.processes.at(1);
-    EXPECT_EQ(seen.names, (std::vector<std::string>{"road_host", "other_host"}));
+    EXPECT_EQ(seen.names, (std::vector<std::string>{"recorded_host", "other_host"}));
     EXPECT_TRUE(seen.process.isCommand);
     EXPECT_GT(seen.facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, AChildWithoutExecIsAProcessOfItsOwn) {
+TEST_F(Session, AChildWithoutExecIsAProcessOfItsOwn) {
     // In the child, what belongs to threads of the parent looks like a leak.
     setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
     EXPECT_EQ(record({kHost, "fork", "1"}).hostExitCode, 0);
@@ -236,19 +236,19 @@ TEST_F(Road, AChildWithoutExecIsAProcessOfItsOwn) {
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, AHostThatClosesAllDescriptorsIsRecordedAllTheSame) {
+TEST_F(Session, AHostThatClosesAllDescriptorsIsRecordedAllTheSame) {
     EXPECT_EQ(record({kHost, "closing", "1"}).hostExitCode, 0);
     EXPECT_GT(sink.only().streams.at(0).seconds(), 0.9);
 }
 
-TEST_F(Road, AHostThatSpoilsTheSharedMemoryIsDroppedAndPlaysOn) {
+TEST_F(Session, AHostThatSpoilsTheSharedMemoryIsDroppedAndPlaysOn) {
     const RecordingResult result = record({kHost, "scribble", "0.5"});
     EXPECT_EQ(result.hostExitCode, 0);
     EXPECT_THAT(result.notes, testing::ElementsAre(testing::HasSubstr("corrupt")));
     EXPECT_EQ(sink.finishes, 1);
 }
 
-TEST_F(Road, AScriptsHostIsRecordedUnderItsOwnName) {
+TEST_F(Session, AScriptsHostIsRecordedUnderItsOwnName) {
     if (kIsSanitized) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
@@ -258,20 +258,20 @@ TEST_F(Road, AScriptsHostIsRecordedUnderItsOwnName) {
     EXPECT_EQ(record({script, kHost}).hostExitCode, 5);
     ASSERT_EQ(sink.processes.size(), 2U) << "the shell and the host, not what else it starts";
     EXPECT_TRUE(sink.processes.at(1).process.isCommand);
-    EXPECT_EQ(sink.processes.at(2).process.name, "road_host");
+    EXPECT_EQ(sink.processes.at(2).process.name, "recorded_host");
     EXPECT_GT(sink.processes.at(2).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, ALibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
+TEST_F(Session, ALibraryWhosePathNoPreloadListCanHoldIsLoadedAllTheSame) {
     const fs::path folder = caches / "with: spaces";
     fs::create_directory_symlink(fs::path(kGate).parent_path(), folder);
     options.command = {kHost, "tone", "0.3"};
-    Recording recording(options, sink, folder / fs::path(kGate).filename());
-    EXPECT_EQ(recording.run().hostExitCode, 0);
+    RecordingSession session(options, sink, folder / fs::path(kGate).filename());
+    EXPECT_EQ(session.run().hostExitCode, 0);
     EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, WhatWasToBePreloadedAnywayStillIs) {
+TEST_F(Session, WhatWasToBePreloadedAnywayStillIs) {
     if (kIsSanitized) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
@@ -282,7 +282,7 @@ TEST_F(Road, WhatWasToBePreloadedAnywayStillIs) {
     EXPECT_EQ(result.hostExitCode, 9);
 }
 
-TEST_F(Road, AToolThatAHostStartsIsLeftAlone) {
+TEST_F(Session, AToolThatAHostStartsIsLeftAlone) {
     if (kIsSanitized) {
         GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
     }
@@ -294,7 +294,7 @@ TEST_F(Road, AToolThatAHostStartsIsLeftAlone) {
     EXPECT_EQ(result.hostExitCode, 1);
 }
 
-TEST_F(Road, AHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
+TEST_F(Session, AHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
     // The host becomes this process's child when its recorder is gone.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     std::array<int, 2> ends{};
@@ -322,7 +322,7 @@ TEST_F(Road, AHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
     close(ends[1]);
 }
 
-TEST_F(Road, TheRecordingEndsAfterItsDurationAndTheHostWithIt) {
+TEST_F(Session, TheRecordingEndsAfterItsDurationAndTheHostWithIt) {
     options.durationSeconds = 0.5;
     const RecordingResult result = record({kHost, "tone", "60"});
     EXPECT_EQ(result.end, End::kDuration);
@@ -332,7 +332,7 @@ TEST_F(Road, TheRecordingEndsAfterItsDurationAndTheHostWithIt) {
     EXPECT_NE(kill(sink.only().process.pid, 0), 0) << "it has ended and was waited for";
 }
 
-TEST_F(Road, AHostThatIsToGoOnPlaysToItsEnd) {
+TEST_F(Session, AHostThatIsToGoOnPlaysToItsEnd) {
     options.durationSeconds = 0.3;
     options.hostEnd = Options::HostEnd::kGoesOn;
     EXPECT_EQ(record({kHost, "tone", "1.5"}).end, End::kDuration);
@@ -342,7 +342,7 @@ TEST_F(Road, AHostThatIsToGoOnPlaysToItsEnd) {
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(Road, ASignalEndsTheRecordingAndAnotherSaves) {
+TEST_F(Session, ASignalEndsTheRecordingAndAnotherSaves) {
     int blocks = 0;
     sink.onBlock = [&](const Process&, const Block& block) {
         blocks += block.track == 0 ? 1 : 0;
@@ -355,14 +355,14 @@ TEST_F(Road, ASignalEndsTheRecordingAndAnotherSaves) {
     EXPECT_EQ(sink.finishes, 1);
 }
 
-TEST_F(Road, ASinkThatWantsNoMoreEndsTheRecording) {
+TEST_F(Session, ASinkThatWantsNoMoreEndsTheRecording) {
     sink.onBlock = [&](const Process&, const Block&) { sink.end = "nobody reads on"; };
     const RecordingResult result = record({kHost, "tone", "60"});
     EXPECT_EQ(result.end, End::kSink);
     EXPECT_EQ(result.message, "nobody reads on");
 }
 
-TEST_F(Road, DuckingIsHeardInTheTracksAndTheMixIsFromBeforeIt) {
+TEST_F(Session, DuckingIsHeardInTheTracksAndTheMixIsFromBeforeIt) {
     options.duck = true;
     options.duckDecibels = -20;
     record({kHost, "tone", "1.5"});
@@ -375,7 +375,7 @@ TEST_F(Road, DuckingIsHeardInTheTracksAndTheMixIsFromBeforeIt) {
     EXPECT_NEAR(amplitudeAt({mix.begin() + 44100, mix.begin() + 50000}, 44100, 700), 0.5, 0.03);
 }
 
-TEST_F(Road, DuckingFollowsTheLevelOfAFile) {
+TEST_F(Session, DuckingFollowsTheLevelOfAFile) {
     // Loud from 0.0 to 1.0 seconds, then silent for good.
     const std::string path = (caches / "voice.wav").string();
     writeVoice(path);
@@ -394,7 +394,7 @@ TEST_F(Road, DuckingFollowsTheLevelOfAFile) {
     EXPECT_GT(part(4.2, 4.5), 0.4) << "let go of after the hold";
 }
 
-TEST_F(Road, ADuckSourceThatCannotBeReadKeepsTheHostFromStarting) {
+TEST_F(Session, ADuckSourceThatCannotBeReadKeepsTheHostFromStarting) {
     options.duck = true;
     options.duckOn = (caches / "none.wav").string();
     const RecordingResult result = record({kHost, "tone", "60"});
@@ -402,14 +402,14 @@ TEST_F(Road, ADuckSourceThatCannotBeReadKeepsTheHostFromStarting) {
     EXPECT_THAT(result.message, testing::HasSubstr("none.wav"));
 }
 
-TEST_F(Road, TheMicrophoneOfADeviceWithoutOneIsSilenceAndDucksNothing) {
+TEST_F(Session, TheMicrophoneOfADeviceWithoutOneIsSilenceAndDucksNothing) {
     options.duck = true;
     options.duckOn = "microphone";
     record({kHost, "tone", "1"});
     EXPECT_NEAR(amplitudeAt(sink.only().streams.at(1).samples(0), 48000, 700), 0.5, 0.01);
 }
 
-TEST_F(Road, CompressionIsHeardInTheTracks) {
+TEST_F(Session, CompressionIsHeardInTheTracks) {
     options.compress = true;
     options.compressThresholdDecibels = -30;
     record({kHost, "tone", "1"});
@@ -418,26 +418,26 @@ TEST_F(Road, CompressionIsHeardInTheTracks) {
     EXPECT_LT(amplitudeAt({track.begin() + 24000, track.begin() + 40000}, 48000, 700), 0.4);
 }
 
-TEST_F(Road, AUnitWithItsMicrophoneOnIsKnownAsTheReasonForSilence) {
+TEST_F(Session, AUnitWithItsMicrophoneOnIsKnownAsTheReasonForSilence) {
     record({kHost, "microphone", "0.3"});
     EXPECT_EQ(sink.processes.at(1).facts.unitsStarted, 1U);
     EXPECT_EQ(sink.processes.at(1).facts.unitsWithMicrophone, 1U);
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, AUnitThatIsNeverStartedIsKnownAsTheReasonForSilence) {
+TEST_F(Session, AUnitThatIsNeverStartedIsKnownAsTheReasonForSilence) {
     record({kHost, "idle"});
     EXPECT_EQ(sink.processes.at(1).facts.unitsCreated, 1U);
     EXPECT_EQ(sink.processes.at(1).facts.unitsStarted, 0U);
 }
 
-TEST_F(Road, AHostThatRendersSilenceIsKnownToDoSo) {
+TEST_F(Session, AHostThatRendersSilenceIsKnownToDoSo) {
     record({kHost, "silent", "0.5"});
     EXPECT_GT(sink.processes.at(1).facts.blocks, 10U);
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Road, AGuardThatIsNotToBeArmedKeepsTheHooksOut) {
+TEST_F(Session, AGuardThatIsNotToBeArmedKeepsTheHooksOut) {
     options.armGuard = false;
     EXPECT_EQ(record({kHost, "tone", "0.3"}).hostExitCode, 0);
     const HostFacts& facts = sink.processes.at(1).facts;
@@ -447,7 +447,7 @@ TEST_F(Road, AGuardThatIsNotToBeArmedKeepsTheHooksOut) {
     EXPECT_EQ(facts.blocks, 0U);
 }
 
-TEST_F(Road, AHostThatDiedTwiceInTheHooksIsNotArmedByItself) {
+TEST_F(Session, AHostThatDiedTwiceInTheHooksIsNotArmedByItself) {
     EXPECT_EQ(record({kHost, "die"}).hostExitCode, 128 + SIGKILL);
     EXPECT_EQ(record({kHost, "die"}).hostExitCode, 128 + SIGKILL);
     sink.processes.clear();

@@ -7,10 +7,8 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
-// What travels from the recorded processes to whatever writes or shows it. Everything here is
-// called on the recorder's own thread, never inside a host.
+// What travels from the recorded processes to the sinks that write or show it.
 
 namespace tqrecorder {
 
@@ -79,34 +77,6 @@ struct HostFacts {
     std::uint64_t unitsWithMicrophone = 0;  ///< not captured by rule
     std::uint64_t blocksWithSound = 0;      ///< mix blocks that were not all zero
     std::uint64_t blocks = 0;               ///< mix blocks
-};
-
-/// Takes a recording: writes it to files, shows it, keeps it. Methods do nothing unless overridden.
-class Sink {
-  public:
-    virtual ~Sink() = default;
-
-    virtual void processBegan(const Process&) {}
-    virtual void block(const Process&, const Block&) {}
-    /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call.
-    virtual void lost(const Process&, std::uint64_t /*blocks*/, std::uint64_t /*bytes*/) {}
-    virtual void event(const Process&, const Event&) {}
-    virtual void log(const Process&, const LogLine&) {}
-    /// Several times a second while the process lives.
-    virtual void numbers(const Process&, std::span<const TrackNumbers>, const HostFacts&,
-                         double /*ringFill, 0 to 1*/) {}
-    virtual void processEnded(const Process&, const HostFacts&) {}
-    /// About ten times a second, whatever else happens: refresh headers, redraw.
-    virtual void tick(std::uint64_t /*elapsedMicroseconds*/) {}
-    /// The user asked to save what is kept in memory.
-    virtual void save() {}
-    /// The recording is over; files are to be whole after this. Called once.
-    virtual void finish() {}
-    /// Why the recording should end now (nobody reads the standard output any more); empty to go
-    /// on. Asked for after every tick().
-    [[nodiscard]] virtual std::string reasonToEnd() const { return {}; }
-    /// One line each for what could not be written so far; not empty means exit code 2.
-    [[nodiscard]] virtual std::vector<std::string> problems() const { return {}; }
 };
 
 }  // namespace tqrecorder

@@ -1,4 +1,4 @@
-#include "session/Recording.h"
+#include "session/RecordingSession.h"
 
 #include <poll.h>
 
@@ -21,14 +21,14 @@ constexpr double kBytesPerSecond = 1.8e6;
 
 }  // namespace
 
-Recording::Recording(const Options& options, Sink& sink, std::string gate)
+RecordingSession::RecordingSession(const Options& options, Sink& sink, std::string gate)
     : options_(options), sink_(sink), gate_(std::move(gate)) {
 }
 
-Recording::~Recording() = default;
+RecordingSession::~RecordingSession() = default;
 
-bool Recording::prepare(std::string& error) {
-    program_ = findProgram(options_.command.front());
+bool RecordingSession::prepare(std::string& error) {
+    program_ = findHostProgram(options_.command.front());
     if (!program_.isWorthStarting()) {
         error = program_.text(options_.command.front());
         return false;
@@ -43,7 +43,7 @@ bool Recording::prepare(std::string& error) {
             return false;
         }
     }
-    if (!listener_.open(error)) {
+    if (!acceptor_.open(error)) {
         return false;
     }
     if (!signals_.open()) {
@@ -54,7 +54,7 @@ bool Recording::prepare(std::string& error) {
     return true;
 }
 
-RecordingResult Recording::run() {
+RecordingResult RecordingSession::run() {
     RecordingResult result;
     if ((!isPrepared_ && !prepare(result.message)) || !launch(result.message)) {
         sink_.finish();
@@ -65,7 +65,7 @@ RecordingResult Recording::run() {
     return result;
 }
 
-bool Recording::launch(std::string& error) {
+bool RecordingSession::launch(std::string& error) {
     LaunchPlan plan;
     plan.command = options_.command;
     plan.program = program_;
@@ -74,7 +74,7 @@ bool Recording::launch(std::string& error) {
     plan.outputToError = options_.output == "-";
     plan.signals = signals_.before();
     TapSettings& settings = plan.settings;
-    settings.socket = listener_.name();
+    settings.socket = acceptor_.name();
     settings.recorder = getpid();
     settings.soundBytes = static_cast<std::uint64_t>(options_.ringSeconds * kBytesPerSecond);
     settings.wantsLog = options_.verbose;
@@ -91,18 +91,18 @@ bool Recording::launch(std::string& error) {
     return host_.start(plan, error);
 }
 
-void Recording::loop(RecordingResult& result) {
+void RecordingSession::loop(RecordingResult& result) {
     using End = RecordingResult::End;
     while (true) {
         wait();
         // Asked first: what a process delivers before its end is then in what is drained.
         const bool hostIsOver = host_.isOver();
-        admit();
+        acceptConnections();
         drain();
         removeEnded();
         if (hostIsOver) {
             // Whoever had connected by then is in the queue, however short its life was.
-            admit();
+            acceptConnections();
             drain();
             result.end = End::kHostEnded;
             result.hostExitCode = host_.exitCode();
@@ -132,32 +132,32 @@ void Recording::loop(RecordingResult& result) {
     }
 }
 
-void Recording::wait() {
-    std::vector<pollfd> list{{listener_.descriptor(), POLLIN, 0},
+void RecordingSession::wait() {
+    std::vector<pollfd> list{{acceptor_.descriptor(), POLLIN, 0},
                              {signals_.descriptor(), POLLIN, 0},
                              {host_.endDescriptor(), POLLIN, 0}};
     poll(list.data(), list.size(), kTurnMilliseconds);
 }
 
-void Recording::admit() {
-    for (Visitor& visitor : listener_.visitors()) {
-        if (visitor.hello.isRecording != 0 && visitor.memory) {
-            enter(std::move(visitor));
-        } else if (visitor.hello.isRecording != 0) {
-            notes_.push_back(std::string(visitor.hello.name.data()) +
+void RecordingSession::acceptConnections() {
+    for (Connection& connection : acceptor_.connections()) {
+        if (connection.hello.isRecording != 0 && connection.memory) {
+            takeConnection(std::move(connection));
+        } else if (connection.hello.isRecording != 0) {
+            notes_.push_back(std::string(connection.hello.name.data()) +
                              ": no memory to share with the recorder; not recorded (--ring says " +
                              "how much)");
         }
     }
 }
 
-void Recording::enter(Visitor visitor) {
-    if (!firstVisit_) {
-        firstVisit_ = Clock::now();
+void RecordingSession::takeConnection(Connection connection) {
+    if (!firstConnection_) {
+        firstConnection_ = Clock::now();
     }
-    const pid_t pid = visitor.pid;
-    const std::string name = visitor.hello.name.data();
-    const bool isRestartFailed = visitor.hello.isRestartFailed != 0;
+    const pid_t pid = connection.pid;
+    const std::string name = connection.hello.name.data();
+    const bool isRestartFailed = connection.hello.isRestartFailed != 0;
     const std::uint64_t startTime = TappedProcess::startTimeOf(pid);
     auto known = std::find_if(processes_.begin(), processes_.end(),
                               [&](const auto& one) { return one->is(pid, startTime); });
@@ -170,7 +170,7 @@ void Recording::enter(Visitor visitor) {
         known = processes_.end() - 1;
     }
     const bool isNew = (*known)->process().pid == 0;
-    if (!(*known)->take(std::move(visitor))) {
+    if (!(*known)->take(std::move(connection))) {
         notes_.push_back(name + ": what it shares with the recorder makes no sense; not recorded");
         if (isNew) {
             processes_.erase(known);
@@ -185,11 +185,11 @@ void Recording::enter(Visitor visitor) {
     sink_.processBegan((*known)->process());
 }
 
-void Recording::drain() {
+void RecordingSession::drain() {
     for (const auto& process : processes_) {
-        if (duckSource_ != nullptr && firstVisit_) {
-            const auto time =
-                std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - *firstVisit_);
+        if (duckSource_ != nullptr && firstConnection_) {
+            const auto time = std::chrono::duration_cast<std::chrono::microseconds>(
+                Clock::now() - *firstConnection_);
             process->setDuckLevel(duckSource_->level(static_cast<std::uint64_t>(time.count())));
         }
         const bool wasCorrupt = process->isCorrupt();
@@ -201,7 +201,7 @@ void Recording::drain() {
     }
 }
 
-void Recording::removeEnded() {
+void RecordingSession::removeEnded() {
     for (auto place = processes_.begin(); place != processes_.end();) {
         TappedProcess& process = **place;
         if (!process.isOver()) {
@@ -214,7 +214,7 @@ void Recording::removeEnded() {
     }
 }
 
-void Recording::tick() {
+void RecordingSession::tick() {
     nextTick_ = std::max(nextTick_ + kTickPause, Clock::now());
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);
@@ -222,12 +222,12 @@ void Recording::tick() {
     sink_.tick(elapsedMicroseconds());
 }
 
-bool Recording::isTimeOver() const {
-    return options_.durationSeconds && Clock::now() - firstVisit_.value_or(began_) >=
+bool RecordingSession::isTimeOver() const {
+    return options_.durationSeconds && Clock::now() - firstConnection_.value_or(began_) >=
                                            std::chrono::duration<double>(*options_.durationSeconds);
 }
 
-void Recording::finish(RecordingResult& result) {
+void RecordingSession::finish(RecordingResult& result) {
     drain();
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);
@@ -244,7 +244,7 @@ void Recording::finish(RecordingResult& result) {
     result.notes = std::move(notes_);
 }
 
-void Recording::endHost() {
+void RecordingSession::endHost() {
     const auto tell = [this](int number) {
         host_.signal(number);
         for (const auto& process : processes_) {
@@ -277,7 +277,7 @@ void Recording::endHost() {
     }
 }
 
-std::uint64_t Recording::elapsedMicroseconds() const {
+std::uint64_t RecordingSession::elapsedMicroseconds() const {
     return static_cast<std::uint64_t>(
         std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - began_).count());
 }

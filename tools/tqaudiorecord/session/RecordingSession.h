@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "core/Options.h"
-#include "core/Recording.h"
+#include "core/Sink.h"
+#include "session/Acceptor.h"
 #include "session/DuckSource.h"
 #include "session/Launch.h"
-#include "session/Listener.h"
 #include "session/SignalGate.h"
 #include "session/TappedProcess.h"
 
@@ -33,18 +33,18 @@ struct RecordingResult {
 
 /// Starts a command, lets processes of it connect, and hands what they play to a sink. All of the
 /// sink's methods are called on the thread of run().
-class Recording {
+class RecordingSession {
   public:
     /// `tap` is the library to be preloaded. Both references outlive this.
-    Recording(const Options& options, Sink& sink, std::string gate = findGate());
-    ~Recording();
-    Recording(const Recording&) = delete;
-    Recording& operator=(const Recording&) = delete;
+    RecordingSession(const Options& options, Sink& sink, std::string gate = findGate());
+    ~RecordingSession();
+    RecordingSession(const RecordingSession&) = delete;
+    RecordingSession& operator=(const RecordingSession&) = delete;
 
     /// Everything that can fail before the command is started. False with one line in `error`.
     /// From here on SIGINT, SIGTERM, SIGHUP and SIGUSR1 of this thread are taken by run().
     [[nodiscard]] bool prepare(std::string& error);
-    [[nodiscard]] const Program& program() const { return program_; }
+    [[nodiscard]] const HostProgram& program() const { return program_; }
 
     /// Records to the end, prepares before that if nobody has. Once.
     [[nodiscard]] RecordingResult run();
@@ -56,8 +56,8 @@ class Recording {
     void loop(RecordingResult& result);
     /// Waits a few milliseconds, less when something happens.
     void wait();
-    void admit();
-    void enter(Visitor visitor);
+    void acceptConnections();
+    void takeConnection(Connection connection);
     void drain();
     void removeEnded();
     void tick();
@@ -70,9 +70,9 @@ class Recording {
     Sink& sink_;
     std::string gate_;
     bool isPrepared_ = false;
-    Program program_;
+    HostProgram program_;
     std::unique_ptr<DuckSource> duckSource_;
-    Listener listener_;
+    Acceptor acceptor_;
     SignalGate signals_;
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;
@@ -81,7 +81,7 @@ class Recording {
     std::vector<std::string> notes_;
     Clock::time_point began_;
     Clock::time_point nextTick_;
-    std::optional<Clock::time_point> firstVisit_;
+    std::optional<Clock::time_point> firstConnection_;
 };
 
 }  // namespace tqrecorder

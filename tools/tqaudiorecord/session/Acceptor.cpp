@@ -1,4 +1,4 @@
-#include "session/Listener.h"
+#include "session/Acceptor.h"
 
 #include <sys/random.h>
 #include <sys/socket.h>
@@ -13,8 +13,8 @@ namespace tqrecorder {
 namespace {
 
 constexpr int kBacklog = 64;
-/// Processes that have connected and not spoken: only broken ones are slow at that.
-constexpr std::size_t kMostWaiting = 256;
+/// Connections without a message yet: a process sends its own right after it has connected.
+constexpr std::size_t kMostPending = 256;
 /// Descriptors that a broken sender may attach; more than one are closed and its message refused.
 constexpr std::size_t kMostDescriptors = 8;
 
@@ -51,7 +51,7 @@ std::vector<tqcommon::Descriptor> descriptorsOf(msghdr& message) {
 
 }  // namespace
 
-bool Listener::open(std::string& error) {
+bool Acceptor::open(std::string& error) {
     name_ = randomName();
     socket_ =
         tqcommon::Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -68,7 +68,7 @@ bool Listener::open(std::string& error) {
     return true;
 }
 
-std::vector<Visitor> Listener::visitors() {
+std::vector<Connection> Acceptor::connections() {
     while (true) {
         tqcommon::Descriptor socket(
             accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
@@ -78,56 +78,56 @@ std::vector<Visitor> Listener::visitors() {
         ucred peer{};
         socklen_t length = sizeof peer;
         if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 &&
-            peer.uid == geteuid() && waiting_.size() < kMostWaiting) {
-            waiting_.push_back({std::move(socket), peer.pid});
+            peer.uid == geteuid() && pending_.size() < kMostPending) {
+            pending_.push_back({std::move(socket), peer.pid});
         }
     }
-    std::vector<Visitor> list;
-    std::vector<Waiting> still;
-    for (Waiting& waiting : waiting_) {
-        Visitor visitor;
-        switch (hear(waiting, visitor)) {
-            case Heard::kNothing:
-                still.push_back(std::move(waiting));
+    std::vector<Connection> list;
+    std::vector<Pending> still;
+    for (Pending& pending : pending_) {
+        Connection connection;
+        switch (receive(pending, connection)) {
+            case Received::kNothing:
+                still.push_back(std::move(pending));
                 break;
-            case Heard::kHello:
-                visitor.pid = waiting.pid;
-                visitor.socket = std::move(waiting.socket);
-                list.push_back(std::move(visitor));
+            case Received::kHello:
+                connection.pid = pending.pid;
+                connection.socket = std::move(pending.socket);
+                list.push_back(std::move(connection));
                 break;
-            case Heard::kEnd:
+            case Received::kEnd:
                 break;
         }
     }
-    waiting_ = std::move(still);
+    pending_ = std::move(still);
     return list;
 }
 
-Listener::Heard Listener::hear(const Waiting& waiting, Visitor& visitor) {
-    iovec part{&visitor.hello, sizeof visitor.hello};
+Acceptor::Received Acceptor::receive(const Pending& pending, Connection& connection) {
+    iovec part{&connection.hello, sizeof connection.hello};
     alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(kMostDescriptors * sizeof(int))> control{};
     msghdr message{};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     message.msg_control = control.data();
     message.msg_controllen = control.size();
-    const ssize_t size = recvmsg(waiting.socket.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    const ssize_t size = recvmsg(pending.socket.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
-        return Heard::kNothing;
+        return Received::kNothing;
     }
     std::vector<tqcommon::Descriptor> descriptors;
     if (size >= 0) {
         descriptors = descriptorsOf(message);
     }
-    if (size != static_cast<ssize_t>(sizeof visitor.hello) ||
-        visitor.hello.magic != Hello::kMagic || descriptors.size() > 1) {
-        return Heard::kEnd;
+    if (size != static_cast<ssize_t>(sizeof connection.hello) ||
+        connection.hello.magic != Hello::kMagic || descriptors.size() > 1) {
+        return Received::kEnd;
     }
-    visitor.hello.name.back() = '\0';
+    connection.hello.name.back() = '\0';
     if (!descriptors.empty()) {
-        visitor.memory = std::move(descriptors.front());
+        connection.memory = std::move(descriptors.front());
     }
-    return Heard::kHello;
+    return Received::kHello;
 }
 
 }  // namespace tqrecorder

@@ -54,12 +54,12 @@ class RecorderTest : public testing::Test {
     }
     /// Whether the music can be heard in a recording, and for how long.
     static void expectMusic(const std::string& path, int rate, double shortest) {
-        const Recording recording(path);
-        ASSERT_TRUE(recording.opened) << path;
-        EXPECT_EQ(recording.info.samplerate, rate);
-        ASSERT_GT(static_cast<double>(recording.frames()) / rate, shortest) << path;
-        EXPECT_GT(recording.amplitude(441, 0.3, shortest), 0.1) << path;
-        EXPECT_LT(recording.amplitude(3150, 0.3, shortest), 0.02) << path;
+        const RecordedFile recorded(path);
+        ASSERT_TRUE(recorded.opened) << path;
+        EXPECT_EQ(recorded.info.samplerate, rate);
+        ASSERT_GT(static_cast<double>(recorded.frames()) / rate, shortest) << path;
+        EXPECT_GT(recorded.amplitude(441, 0.3, shortest), 0.1) << path;
+        EXPECT_LT(recorded.amplitude(3150, 0.3, shortest), 0.02) << path;
     }
     /// Runs a shell command and gives what it prints; empty where the tool is missing.
     static std::string shell(const std::string& command) {
@@ -98,8 +98,8 @@ TEST_P(RecorderFormatTest, WritesWhatOtherProgramsRead) {
         const double seconds = std::strtod(
             shell("ffprobe -v error -show_entries format=duration -of csv=p=0 " + path).c_str(),
             nullptr);
-        const Recording recording(path);
-        EXPECT_NEAR(seconds, static_cast<double>(recording.frames()) / rate, 0.05);
+        const RecordedFile recorded(path);
+        EXPECT_NEAR(seconds, static_cast<double>(recorded.frames()) / rate, 0.05);
         EXPECT_EQ(shell("ffmpeg -v error -i " + path + " -f null -"), "");
     }
 }
@@ -124,11 +124,11 @@ TEST_F(RecorderTest, WritesTracksEventsAndAPicture) {
     ASSERT_EQ(names.size(), 4U);
     EXPECT_THAT(names[0], HasSubstr("/track-1-unit-"));
     EXPECT_THAT(names[1], HasSubstr("/track-1-unit-"));
-    const Recording ambience(names[0]);
+    const RecordedFile ambience(names[0]);
     EXPECT_EQ(ambience.info.samplerate, 22050);
     EXPECT_EQ(ambience.info.channels, 1);
     expectMusic(names[2], 48000, 3);
-    const Recording effects(names[3]);
+    const RecordedFile effects(names[3]);
     EXPECT_LT(effects.amplitude(441, 0.3, 2), 0.02);
     std::ifstream events(folder_.file("events.jsonl"));
     bool started = false;
@@ -184,9 +184,9 @@ TEST_F(RecorderTest, ShowsAMeterOnATerminal) {
 TEST_F(RecorderTest, EndsAfterItsDuration) {
     const Outcome outcome = run({"-q", "-o", folder_.file("out.wav"), "-d", "1.5"}, game("60"));
     EXPECT_EQ(outcome.code, 0) << outcome.errors;
-    const Recording recording(folder_.file("out.wav"));
-    EXPECT_GT(recording.frames(), 44100U / 2);
-    EXPECT_LT(recording.frames(), 44100U * 4);
+    const RecordedFile recorded(folder_.file("out.wav"));
+    EXPECT_GT(recorded.frames(), 44100U / 2);
+    EXPECT_LT(recorded.frames(), 44100U * 4);
 }
 
 TEST_F(RecorderTest, GivesTheCommandsExitCode) {
@@ -311,7 +311,7 @@ TEST_F(RecorderTest, AKilledRecorderLeavesAPlayableFileAndTheHostPlaysOn) {
     const std::string path = folder_.file("out.wav");
     Program program(setup({"-q", "-o", path}, game("8")));
     // Two seconds of sound, as the header on the disk tells.
-    ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 88'200; }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     program.signal(SIGKILL);
@@ -324,7 +324,7 @@ TEST_F(RecorderTest, AKilledRecorderLeavesAPlayableFileAndTheHostPlaysOn) {
 TEST_F(RecorderTest, AKilledHostLeavesCompleteFiles) {
     const std::string path = folder_.file("out.wav");
     Program program(setup({"-q", "-o", path, "--tracks", folder_.file("tracks")}, game("8")));
-    ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 88'200; }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     kill(hosts[0], SIGKILL);
@@ -348,7 +348,7 @@ TEST_P(RecorderSignalTest, EveryFileIsReadableAfterAnInterrupt) {
         const int code = program.wait();
         if (begun) {
             EXPECT_TRUE(code == 0 || code == 2) << code << contentOf(folder_.file("stderr.txt"));
-            EXPECT_TRUE(Recording(path).opened) << path << " round " << round;
+            EXPECT_TRUE(RecordedFile(path).opened) << path << " round " << round;
         }
         std::filesystem::remove(path);
     }
@@ -383,7 +383,7 @@ class RecorderTerminalTest : public RecorderTest {
 TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
     const std::string path = folder_.file("out.wav");
     Program program(inTerminal(setup({"-q", "-o", path}, game("8"))));
-    ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 88'200; }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     pressInterrupt();
@@ -395,7 +395,7 @@ TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
 TEST_F(RecorderTerminalTest, TheInterruptKeyLeavesAHostThatIsToGoOnAlone) {
     const std::string path = folder_.file("out.wav");
     Program program(inTerminal(setup({"-q", "--host-goes-on", "-o", path}, game("8"))));
-    ASSERT_TRUE(eventually([&] { return Recording(path).frames() > 88'200; }));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 88'200; }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     pressInterrupt();
@@ -416,10 +416,10 @@ TEST_F(RecorderTest, AFullDiskIsOneLineAndTheOtherOutputsGoOn) {
                                 game("3"));
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("out.wav: No space left on device"));
-    const Recording recording(disk + "/out.wav");
-    EXPECT_TRUE(recording.opened);
-    EXPECT_GT(recording.frames(), 25'000U);
-    EXPECT_EQ(static_cast<std::size_t>(recording.info.frames), recording.frames());
+    const RecordedFile recorded(disk + "/out.wav");
+    EXPECT_TRUE(recorded.opened);
+    EXPECT_GT(recorded.frames(), 25'000U);
+    EXPECT_EQ(static_cast<std::size_t>(recorded.info.frames), recorded.frames());
     umount(disk.c_str());
     EXPECT_FALSE(std::filesystem::is_empty(folder_.file("tracks")));
     EXPECT_THAT(contentOf(folder_.file("events.jsonl")), HasSubstr("audio unit start"));
@@ -435,12 +435,12 @@ TEST_F(RecorderTest, AUserSignalSavesTheReplay) {
     }));
     std::this_thread::sleep_for(std::chrono::milliseconds{1500});
     program.signal(SIGUSR1);
-    ASSERT_TRUE(
-        eventually([&] { return Recording(folder_.file("replay-001.wav")).info.frames > 22'050; }));
+    ASSERT_TRUE(eventually(
+        [&] { return RecordedFile(folder_.file("replay-001.wav")).info.frames > 22'050; }));
     std::this_thread::sleep_for(std::chrono::milliseconds{700});
     program.signal(SIGUSR1);
-    ASSERT_TRUE(
-        eventually([&] { return Recording(folder_.file("replay-002.wav")).info.frames > 4'410; }));
+    ASSERT_TRUE(eventually(
+        [&] { return RecordedFile(folder_.file("replay-002.wav")).info.frames > 4'410; }));
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(folder_.file("replay-003.wav")));
@@ -451,8 +451,8 @@ TEST_F(RecorderTest, SplitsALongRecording) {
     const Outcome outcome =
         run({"-q", "-o", folder_.file("out.wav"), "--max-file-time", "1"}, game("3"));
     ASSERT_EQ(outcome.code, 0) << outcome.errors;
-    EXPECT_EQ(Recording(folder_.file("out-001.wav")).frames(), 44100U);
-    EXPECT_EQ(Recording(folder_.file("out-002.wav")).frames(), 44100U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-001.wav")).frames(), 44100U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-002.wav")).frames(), 44100U);
     EXPECT_FALSE(std::filesystem::exists(folder_.file("out.wav")));
 }
 

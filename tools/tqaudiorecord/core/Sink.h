@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "core/Records.h"
+
+namespace tqrecorder {
+
+/// Takes a recording: writes it to files, shows it, keeps it. Methods do nothing unless overridden,
+/// and are called on the recorder's one thread, never inside a host.
+class Sink {
+  public:
+    virtual ~Sink() = default;
+
+    virtual void processBegan(const Process&) {}
+    virtual void block(const Process&, const Block&) {}
+    /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call.
+    virtual void lost(const Process&, std::uint64_t /*blocks*/, std::uint64_t /*bytes*/) {}
+    virtual void event(const Process&, const Event&) {}
+    virtual void log(const Process&, const LogLine&) {}
+    /// Several times a second while the process lives.
+    virtual void numbers(const Process&, std::span<const TrackNumbers>, const HostFacts&,
+                         double /*ringFill, 0 to 1*/) {}
+    virtual void processEnded(const Process&, const HostFacts&) {}
+    /// About ten times a second, whatever else happens: refresh headers, redraw.
+    virtual void tick(std::uint64_t /*elapsedMicroseconds*/) {}
+    /// The user asked to save what is kept in memory.
+    virtual void save() {}
+    /// The recording is over; files are to be whole after this. Called once.
+    virtual void finish() {}
+    /// Why the recording should end now (nobody reads the standard output any more); empty to go
+    /// on. Asked for after every tick().
+    [[nodiscard]] virtual std::string reasonToEnd() const { return {}; }
+    /// One line each for what could not be written so far; not empty means exit code 2.
+    [[nodiscard]] virtual std::vector<std::string> problems() const { return {}; }
+};
+
+}  // namespace tqrecorder
