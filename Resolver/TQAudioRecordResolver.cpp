@@ -1,10 +1,9 @@
 #include "TQAudioRecordResolver.h"
 
 #include <exception>
+#include <vector>
 
-#include "hook/rebind/Rebinder.h"
-
-using tqhook::Rebinder;
+#include "hook/tq_hook.h"
 
 int tqreplay_rebind_symbols(TQRebinding* rebindings, size_t count) {
     if (count == 0) {
@@ -14,15 +13,24 @@ int tqreplay_rebind_symbols(TQRebinding* rebindings, size_t count) {
         return -1;
     }
     try {
-        return Rebinder::shared().rebind({rebindings, count});
+        std::vector<tqhook_rebinding> records;
+        records.reserve(count);
+        for (size_t i = 0; i < count; ++i) {
+            records.push_back(
+                {rebindings[i].symbol, rebindings[i].replacement, rebindings[i].saved});
+        }
+        return tqhook_rebind(records.data(), records.size());
     } catch (const std::exception&) {
-        // Out of memory: whatever was redirected up to here works, the rest stays as it was.
         return -1;
     }
 }
 
 void tqreplay_rebind_report(TQRebindReport* report) {
-    if (report != nullptr) {
-        *report = Rebinder::shared().report();
+    if (report == nullptr) {
+        return;
     }
+    tqhook_counts counts{};
+    tqhook_report(&counts);
+    *report = {counts.images,       counts.callSlots,     counts.pointerSlots,
+               counts.dataPointers, counts.refusedImages, counts.restoredSlots};
 }

@@ -12,8 +12,7 @@ namespace tqhook {
 namespace {
 
 void tell(const std::string& image, PatchResult result) {
-    std::fprintf(stderr, "[TQAudioRecordResolver] %s: %s\n",
-                 image.empty() ? "main program" : image.c_str(),
+    std::fprintf(stderr, "[tqhook] %s: %s\n", image.empty() ? "main program" : image.c_str(),
                  result == PatchResult::refused
                      ? "memory cannot be made writable, its calls are not redirected"
                      : "memory cannot be made read-only again");
@@ -63,13 +62,13 @@ void keepImageOf(const LoaderCalls& calls, const HeldImages& held, const void* a
 
 }  // namespace
 
-int Rebinder::rebind(std::span<TQRebinding> rebindings) {
+int Rebinder::rebind(std::span<const tqhook_rebinding> rebindings) {
     const LoaderCalls* calls = loaderCalls();
     if (calls == nullptr) {
         return -1;
     }
-    std::vector<TQRebinding> valid;
-    for (const TQRebinding& record : rebindings) {
+    std::vector<tqhook_rebinding> valid;
+    for (const tqhook_rebinding& record : rebindings) {
         if (record.symbol != nullptr && record.symbol[0] != '\0' && record.replacement != nullptr) {
             valid.push_back(record);
         }
@@ -88,18 +87,19 @@ int Rebinder::rebind(std::span<TQRebinding> rebindings) {
 // Enters what is wanted and redirects it in every image. False when images have come or gone since
 // they were looked at: those that came before the entry are seen by another look only, later ones
 // by the thread that loads them.
-bool Rebinder::redirectInSight(const LoaderCalls& calls, std::span<TQRebinding> rebindings,
+bool Rebinder::redirectInSight(const LoaderCalls& calls,
+                               std::span<const tqhook_rebinding> rebindings,
                                std::vector<Failure>& failures) {
     const LoadedImages loaded = loadedImages();
     const HeldImages held(calls, loaded, startupCount(loaded), [](std::size_t) { return true; });
     std::vector<std::string> names;
-    for (const TQRebinding& record : rebindings) {
+    for (const tqhook_rebinding& record : rebindings) {
         if (std::find(names.begin(), names.end(), record.symbol) == names.end()) {
             names.emplace_back(record.symbol);
         }
     }
     const std::vector<Finding> findings = find(calls, held, names, rebindings.front().replacement);
-    for (const TQRebinding& record : rebindings) {
+    for (const tqhook_rebinding& record : rebindings) {
         keepImageOf(calls, held, record.replacement);
     }
     enter(rebindings, findings);
@@ -227,7 +227,8 @@ bool Rebinder::findLateDefinitions(const LoaderCalls& calls, const HeldImages& h
     return foundAny;
 }
 
-void Rebinder::enter(std::span<TQRebinding> rebindings, const std::vector<Finding>& findings) {
+void Rebinder::enter(std::span<const tqhook_rebinding> rebindings,
+                     const std::vector<Finding>& findings) {
     const std::lock_guard lock(mutex_);
     const SymbolTable* table = table_.load(std::memory_order_acquire);
     std::vector<SymbolEntry> entries;
@@ -242,7 +243,7 @@ void Rebinder::enter(std::span<TQRebinding> rebindings, const std::vector<Findin
             entry.settle(*symbol.real, *symbol.real);
         }
     }
-    for (const TQRebinding& record : rebindings) {
+    for (const tqhook_rebinding& record : rebindings) {
         auto entry = std::find_if(entries.begin(), entries.end(), [&](const SymbolEntry& each) {
             return each.name == record.symbol;
         });
@@ -281,7 +282,7 @@ bool Rebinder::isRedirected(const char* name) const {
     return table != nullptr && table->find(name) != nullptr;
 }
 
-TQRebindReport Rebinder::report() {
+tqhook_counts Rebinder::report() {
     const std::lock_guard lock(mutex_);
     return report_;
 }

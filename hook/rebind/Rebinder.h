@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "TQAudioRecordResolver.h"
 #include "hook/elf/LoadedImages.h"
 #include "hook/rebind/HeldImages.h"
 #include "hook/rebind/LoaderCalls.h"
@@ -16,6 +15,7 @@
 #include "hook/rebind/SlotChoice.h"
 #include "hook/rebind/SlotPatcher.h"
 #include "hook/rebind/SymbolTable.h"
+#include "hook/tq_hook.h"
 
 namespace tqhook {
 
@@ -29,8 +29,8 @@ class Rebinder {
     /// The one instance, made on first use, never destroyed.
     static Rebinder& shared();
 
-    /// As tqreplay_rebind_symbols().
-    int rebind(std::span<TQRebinding> rebindings);
+    /// As tqhook_rebind().
+    int rebind(std::span<const tqhook_rebinding> rebindings);
     /// Redirects in images that were loaded since the last look. Nothing new costs one step of
     /// the loader's list.
     void scan();
@@ -38,7 +38,7 @@ class Rebinder {
     [[nodiscard]] void* translated(const char* name, void* found) const;
     /// Real-time safe.
     [[nodiscard]] bool isRedirected(const char* name) const;
-    [[nodiscard]] TQRebindReport report();
+    [[nodiscard]] tqhook_counts report();
     /// Looks again at call slots that another thread may have been binding when they were changed,
     /// and changes those back that lost. Forgets those that have had their time.
     void verify();
@@ -69,7 +69,8 @@ class Rebinder {
     Rebinder();
     ~Rebinder() = default;
 
-    [[nodiscard]] bool redirectInSight(const LoaderCalls& calls, std::span<TQRebinding> rebindings,
+    [[nodiscard]] bool redirectInSight(const LoaderCalls& calls,
+                                       std::span<const tqhook_rebinding> rebindings,
                                        std::vector<Failure>& failures);
     void examine(const LoaderCalls& calls, bool everything);
     void patchImages(const LoadedImages& loaded, const HeldImages& held,
@@ -79,7 +80,7 @@ class Rebinder {
                                                    const std::vector<std::string>& names,
                                                    const void* asker);
     bool findLateDefinitions(const LoaderCalls& calls, const HeldImages& held);
-    void enter(std::span<TQRebinding> rebindings, const std::vector<Finding>& findings);
+    void enter(std::span<const tqhook_rebinding> rebindings, const std::vector<Finding>& findings);
     void publish(std::vector<SymbolEntry> entries);
     [[nodiscard]] std::size_t startupCount(const LoadedImages& loaded);
     [[nodiscard]] ImageRecord* recordOf(const ImageLayout& image);
@@ -102,7 +103,7 @@ class Rebinder {
 
     std::mutex mutex_;
     std::vector<ImageRecord> records_;
-    TQRebindReport report_{};
+    tqhook_counts report_{};
     bool isVerifierRunning_ = false;
 };
 

@@ -27,15 +27,6 @@ const ElfW(Dyn) * dynamicTable() {
     return static_cast<link_map*>(map)->l_ld;
 }
 
-bool hasEntry(ElfW(Sxword) tag) {
-    for (const ElfW(Dyn)* entry = dynamicTable(); entry->d_tag != DT_NULL; ++entry) {
-        if (entry->d_tag == tag) {
-            return true;
-        }
-    }
-    return false;
-}
-
 ElfW(Xword) value(ElfW(Sxword) tag) {
     for (const ElfW(Dyn)* entry = dynamicTable(); entry->d_tag != DT_NULL; ++entry) {
         if (entry->d_tag == tag) {
@@ -48,11 +39,6 @@ ElfW(Xword) value(ElfW(Sxword) tag) {
 TEST(ResolverLibrary, IsBoundAtLoadAndNeverUnloaded) {
     EXPECT_NE(value(DT_FLAGS_1) & DF_1_NODELETE, 0U);
     EXPECT_NE(value(DT_FLAGS_1) & DF_1_NOW, 0U);
-}
-
-TEST(ResolverLibrary, AddsNoSearchPathOfItsOwn) {
-    EXPECT_FALSE(hasEntry(DT_RUNPATH));
-    EXPECT_FALSE(hasEntry(DT_RPATH));
 }
 
 TEST(ResolverLibrary, OffersItsOwnNamesOnly) {

@@ -71,7 +71,7 @@ std::string caseName(const testing::TestParamInfo<Matrix>& parameters) {
     return host + "_" + way + "_" + plugin;
 }
 
-INSTANTIATE_TEST_SUITE_P(Resolver, HostMatrix,
+INSTANTIATE_TEST_SUITE_P(Hook, HostMatrix,
                          testing::Combine(testing::Values<std::string>("fixed_lazy", "fixed_now",
                                                                        "pie_lazy", "pie_now",
                                                                        "no_plt"),
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Resolver, HostMatrix,
                                           testing::Values<std::string>("lazy", "now")),
                          caseName);
 
-TEST(ResolverHost, WithoutTheHookNothingIsRedirected) {
+TEST(HookHost, WithoutTheHookNothingIsRedirected) {
     const HostRun run = runCase("pie_lazy", "none", {"--plugin", hostLibrary("plugin_lazy")});
     ASSERT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run["call_1000"], "3");
@@ -87,7 +87,7 @@ TEST(ResolverHost, WithoutTheHookNothingIsRedirected) {
     EXPECT_EQ(run["pick"], "7");
 }
 
-TEST(ResolverHost, PluginThatPrefersItsOwnScopeIsRedirected) {
+TEST(HookHost, PluginThatPrefersItsOwnScopeIsRedirected) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers end a program that loads with RTLD_DEEPBIND";
 #endif
@@ -100,20 +100,20 @@ TEST(ResolverHost, PluginThatPrefersItsOwnScopeIsRedirected) {
     }
 }
 
-TEST(ResolverHost, PluginWithTheOldHashTableIsRedirected) {
+TEST(HookHost, PluginWithTheOldHashTableIsRedirected) {
     const HostRun run = runCase("pie_now", "preload", {"--plugin", hostLibrary("plugin_sysv")});
     ASSERT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run["p_call"], "1003");
 }
 
-TEST(ResolverHost, PluginWithPackedRelocationsIsRedirected) {
+TEST(HookHost, PluginWithPackedRelocationsIsRedirected) {
     const HostRun run = runCase("pie_now", "preload", {"--plugin", hostLibrary("plugin_relr")});
     ASSERT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run["p_call"], "1003");
     EXPECT_EQ(run["p_constant"], "1003");
 }
 
-TEST(ResolverHost, PluginIsRedirectedAgainEachTimeItIsLoaded) {
+TEST(HookHost, PluginIsRedirectedAgainEachTimeItIsLoaded) {
     const HostRun run = runCase("pie_lazy", "preload", {"--reload", hostLibrary("plugin_lazy")});
     ASSERT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run["reload_0"], "1003");
@@ -123,7 +123,7 @@ TEST(ResolverHost, PluginIsRedirectedAgainEachTimeItIsLoaded) {
     EXPECT_EQ(run["reload_place_3"], run["reload_place_2"]) << "loads must share a place";
 }
 
-TEST(ResolverHost, AnotherPreloadedToolStaysInTheChainInEitherOrder) {
+TEST(HookHost, AnotherPreloadedToolStaysInTheChainInEitherOrder) {
     const std::string hook = hostLibrary("hook");
     const std::string tool = hostLibrary("interposer");
     for (const std::string& both : {hook + ":" + tool, tool + ":" + hook}) {
@@ -137,7 +137,7 @@ TEST(ResolverHost, AnotherPreloadedToolStaysInTheChainInEitherOrder) {
     }
 }
 
-TEST(ResolverHost, TwoHooksOfSeparateOriginChain) {
+TEST(HookHost, TwoHooksOfSeparateOriginChain) {
     const std::string first = hostLibrary("hook");
     const std::string second = hostLibrary("second_hook");
     for (const std::string& both : {first + ":" + second, second + ":" + first}) {
@@ -152,7 +152,7 @@ TEST(ResolverHost, TwoHooksOfSeparateOriginChain) {
     }
 }
 
-TEST(ResolverHost, AnotherLibraryOfTheSameNameKeepsItsCallers) {
+TEST(HookHost, AnotherLibraryOfTheSameNameKeepsItsCallers) {
     for (const char* plugin : {"plugin_other_lazy", "plugin_other_now"}) {
         const HostRun run = runHost({hostProgram("bare_host"), hostLibrary("hook"),
                                      hostLibrary("plugin_lazy"), hostLibrary(plugin)});
@@ -164,7 +164,7 @@ TEST(ResolverHost, AnotherLibraryOfTheSameNameKeepsItsCallers) {
     }
 }
 
-TEST(ResolverHost, WhatLibrariesKeepToThemselvesStaysInvisibleToTheProgram) {
+TEST(HookHost, WhatLibrariesKeepToThemselvesStaysInvisibleToTheProgram) {
     const HostRun run =
         runHost({hostProgram("bare_host"), hostLibrary("hook"), hostLibrary("plugin_lazy")});
     ASSERT_EQ(run.status, 0) << run.text;
@@ -173,7 +173,7 @@ TEST(ResolverHost, WhatLibrariesKeepToThemselvesStaysInvisibleToTheProgram) {
     EXPECT_EQ(run["message"], "1");
 }
 
-TEST(ResolverHost, ProgramsOwnSearchPathStillLeadsToItsPlugins) {
+TEST(HookHost, ProgramsOwnSearchPathStillLeadsToItsPlugins) {
     const HostRun run = runHost({hostProgram("runpath_host"), "libhook_plugin_hidden.so"},
                                 {{"LD_PRELOAD", hostLibrary("hook")}});
     ASSERT_EQ(run.status, 0) << run.text;
@@ -182,7 +182,7 @@ TEST(ResolverHost, ProgramsOwnSearchPathStillLeadsToItsPlugins) {
     EXPECT_EQ(run["call_1"], "1003");
 }
 
-TEST(ResolverHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
+TEST(HookHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
     const HostRun run =
         runHost({hostProgram("runpath_host"), "$ORIGIN/hidden/libhook_plugin_hidden.so",
                  "${ORIGIN}/libhook_plugin_lazy.so"},
@@ -192,14 +192,14 @@ TEST(ResolverHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
     EXPECT_EQ(run["call_2"], "1003") << run["message_2"];
 }
 
-TEST(ResolverHost, ProgramWithoutASearchPathMayNamePluginsRelativeToItself) {
+TEST(HookHost, ProgramWithoutASearchPathMayNamePluginsRelativeToItself) {
     const HostRun run =
         runHost({hostProgram("bare_host"), hostLibrary("hook"), "$ORIGIN/libhook_plugin_lazy.so"});
     ASSERT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run["plugin_2"], "1003");
 }
 
-TEST(ResolverHost, LibraryThatIsNowhereFailsWithTheLoadersMessage) {
+TEST(HookHost, LibraryThatIsNowhereFailsWithTheLoadersMessage) {
     const std::string name = "libhook_is_nowhere.so";
     const HostRun without = runHost({hostProgram("runpath_host"), name, "./" + name});
     const HostRun with = runHost({hostProgram("runpath_host"), name, "./" + name},

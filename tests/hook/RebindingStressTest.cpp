@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "HostRunner.h"
-#include "TQAudioRecordResolver.h"
 #include "hook/rebind/LoaderCalls.h"
 #include "hook/rebind/Rebinder.h"
+#include "hook/tq_hook.h"
 
 extern "C" {
 #include "hosts/target.h"
@@ -40,9 +40,9 @@ int hookedAdd(int a, int b) {
 }
 
 void rebindAdd() {
-    TQRebinding record{"t_add", reinterpret_cast<void*>(&hookedAdd),
-                       reinterpret_cast<void**>(&savedAdd)};
-    ASSERT_EQ(tqreplay_rebind_symbols(&record, 1), 0);
+    tqhook_rebinding record{"t_add", reinterpret_cast<void*>(&hookedAdd),
+                            reinterpret_cast<void**>(&savedAdd)};
+    ASSERT_EQ(tqhook_rebind(&record, 1), 0);
 }
 
 TEST(RebindingStress, EachLoadIsRedirectedWhileAnotherThreadLoadsUnseen) {
@@ -90,9 +90,9 @@ TEST(RebindingStress, RequestsFromManyThreadsLoseNoReplacement) {
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < kReplacements.size(); ++i) {
         threads.emplace_back([i] {
-            TQRebinding record{"t_add", reinterpret_cast<void*>(kReplacements[i]),
-                               reinterpret_cast<void**>(&saved[i])};
-            tqreplay_rebind_symbols(&record, 1);
+            tqhook_rebinding record{"t_add", reinterpret_cast<void*>(kReplacements[i]),
+                                    reinterpret_cast<void**>(&saved[i])};
+            tqhook_rebind(&record, 1);
         });
     }
     for (std::thread& thread : threads) {
@@ -120,13 +120,13 @@ TEST(RebindingStress, SlotsBoundWhileTheyAreRedirectedAreAllRedirectedInTheEnd) 
     ASSERT_NE(dlopen(file.c_str(), RTLD_LAZY), nullptr) << dlerror();
     const auto replacements = hooks(std::make_index_sequence<64>());
     std::array<std::string, 64> names;
-    std::array<TQRebinding, 64> records{};
+    std::array<tqhook_rebinding, 64> records{};
     for (std::size_t i = 0; i < records.size(); ++i) {
         names[i] = "race_" + std::to_string(i / 8) + std::to_string(i % 8);
         records[i] = {names[i].c_str(), reinterpret_cast<void*>(replacements[i]),
                       reinterpret_cast<void**>(&savedRace[i])};
     }
-    ASSERT_EQ(tqreplay_rebind_symbols(records.data(), records.size()), 0);
+    ASSERT_EQ(tqhook_rebind(records.data(), records.size()), 0);
 
     const tqhook::LoaderCalls& calls = *tqhook::loaderCalls();
     const std::string plugin = hostLibrary("race_plugin_copy");

@@ -12,9 +12,9 @@
 #include <thread>
 
 #include "HostRunner.h"
-#include "TQAudioRecordResolver.h"
 #include "hook/elf/LoadedImages.h"
 #include "hook/rebind/Rebinder.h"
+#include "hook/tq_hook.h"
 
 extern "C" {
 #include "hosts/target.h"
@@ -47,12 +47,12 @@ void* address(Function* function) {
 }
 
 template <class Function>
-TQRebinding record(const char* symbol, Function* replacement, Function** saved) {
+tqhook_rebinding record(const char* symbol, Function* replacement, Function** saved) {
     return {symbol, address(replacement), reinterpret_cast<void**>(saved)};
 }
 
-int rebind(TQRebinding rebinding) {
-    return tqreplay_rebind_symbols(&rebinding, 1);
+int rebind(tqhook_rebinding rebinding) {
+    return tqhook_rebind(&rebinding, 1);
 }
 
 // The definition, asked for in a way that nothing redirects.
@@ -88,7 +88,7 @@ TEST(Rebinding, NewestReplacementRunsFirstAndCallsTheOneBefore) {
 
 TEST(Rebinding, TwoReplacementsOfOneSymbolInOneRequestChain) {
     std::array both{record("t_add", first, &savedFirst), record("t_add", second, &savedSecond)};
-    EXPECT_EQ(tqreplay_rebind_symbols(both.data(), both.size()), 0);
+    EXPECT_EQ(tqhook_rebind(both.data(), both.size()), 0);
     EXPECT_EQ(address(savedSecond), address(first));
     EXPECT_EQ(t_add(1, 2), 21003);
 }
@@ -105,22 +105,23 @@ TEST(Rebinding, MissingSymbolStopsNoOther) {
     Add nothing = unused;
     std::array records{record("t_defined_nowhere", unused, &nothing),
                        record("t_add", first, &savedFirst)};
-    EXPECT_EQ(tqreplay_rebind_symbols(records.data(), records.size()), 0);
+    EXPECT_EQ(tqhook_rebind(records.data(), records.size()), 0);
     EXPECT_EQ(nothing, nullptr);
     EXPECT_EQ(t_add(1, 2), 1003);
 }
 
 TEST(Rebinding, RecordWithoutSymbolOrReplacementIsRefusedAndTheOthersAreDone) {
-    std::array<TQRebinding, 4> records{
-        TQRebinding{nullptr, address(unused), nullptr}, TQRebinding{"t_add", nullptr, nullptr},
-        TQRebinding{"", address(unused), nullptr}, record("t_add", first, &savedFirst)};
-    EXPECT_EQ(tqreplay_rebind_symbols(records.data(), records.size()), -1);
+    std::array<tqhook_rebinding, 4> records{tqhook_rebinding{nullptr, address(unused), nullptr},
+                                            tqhook_rebinding{"t_add", nullptr, nullptr},
+                                            tqhook_rebinding{"", address(unused), nullptr},
+                                            record("t_add", first, &savedFirst)};
+    EXPECT_EQ(tqhook_rebind(records.data(), records.size()), -1);
     EXPECT_EQ(t_add(1, 2), 1003);
 }
 
 TEST(Rebinding, NoRecordsAreNoError) {
-    EXPECT_EQ(tqreplay_rebind_symbols(nullptr, 0), 0);
-    EXPECT_EQ(tqreplay_rebind_symbols(nullptr, 1), -1);
+    EXPECT_EQ(tqhook_rebind(nullptr, 0), 0);
+    EXPECT_EQ(tqhook_rebind(nullptr, 1), -1);
 }
 
 TEST(Rebinding, SavedFunctionNeedNotBeAskedFor) {
@@ -213,27 +214,27 @@ TEST(Rebinding, LookupsThatDoNotConcernUsAnswerAsBefore) {
 TEST(Rebinding, RequestLeavesNoLoaderMessage) {
     std::array records{record("t_defined_nowhere", unused, static_cast<Add*>(nullptr)),
                        record("t_add", first, &savedFirst)};
-    tqreplay_rebind_symbols(records.data(), records.size());
+    tqhook_rebind(records.data(), records.size());
     EXPECT_EQ(dlerror(), nullptr);
 }
 
 TEST(Rebinding, ReportCountsEachKindOfSlot) {
-    TQRebindReport before{};
-    tqreplay_rebind_report(&before);
+    tqhook_counts before{};
+    tqhook_report(&before);
     EXPECT_EQ(before.images, 0U);
     rebind(record("t_add", first, &savedFirst));
-    TQRebindReport loaded{};
-    tqreplay_rebind_report(&loaded);
+    tqhook_counts loaded{};
+    tqhook_report(&loaded);
     EXPECT_GT(loaded.images, 2U);
     void* handle = dlopen(hostLibrary("plugin_lazy").c_str(), RTLD_LAZY);
     ASSERT_NE(handle, nullptr);
-    TQRebindReport after{};
-    tqreplay_rebind_report(&after);
+    tqhook_counts after{};
+    tqhook_report(&after);
     EXPECT_GE(after.images, loaded.images + 1);
     EXPECT_EQ(after.callSlots, loaded.callSlots + 2) << "t_add and dlsym";
     EXPECT_EQ(after.dataPointers, loaded.dataPointers + 2);
     EXPECT_EQ(after.refusedImages, 0U);
-    tqreplay_rebind_report(nullptr);
+    tqhook_report(nullptr);
 }
 
 TEST(Rebinding, ChildProcessGoesOnRedirecting) {

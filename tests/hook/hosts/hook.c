@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 #include <stdio.h>
 
-#include "TQAudioRecordResolver.h"
+#include "hook/tq_hook.h"
 #include "target.h"
 
 #define OFFERED __attribute__((visibility("default")))
@@ -22,20 +22,20 @@ static int hookedPick(void) {
 }
 
 __attribute__((constructor)) static void install(void) {
-    struct TQRebinding rebindings[] = {
+    struct tqhook_rebinding rebindings[] = {
         {"t_add", (void*)&hookedAdd, (void**)&savedAdd},
         {"t_defined_nowhere", (void*)&hookedPick, &savedNothing},
         {"t_pick", (void*)&hookedPick, (void**)&savedPick},
     };
-    rebindStatus = tqreplay_rebind_symbols(rebindings, 3);
+    rebindStatus = tqhook_rebind(rebindings, 3);
 }
 
 /* Prints what only the hook knows. */
 OFFERED void hook_print(void) {
     Dl_info info;
     const int isKnown = dladdr((void*)savedAdd, &info);
-    struct TQRebindReport report;
-    tqreplay_rebind_report(&report);
+    struct tqhook_counts report;
+    tqhook_report(&report);
     printf("rebind_status=%d\n", rebindStatus);
     printf("missing_saved=%d\n", savedNothing != NULL);
     printf("own_call=%d\n", t_add(1, 2));
