@@ -22,7 +22,8 @@ target_compile_options(tq_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow
 function(tq_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;ENVIRONMENT;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE tq_warnings tq_common ${ARG_LIBS} GTest::gmock GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE tq_warnings tq_common ${ARG_LIBS} tq_test_helpers GTest::gmock
+                                          GTest::gtest_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     # The speed of the tests' own code does not matter, that of compiling so much of it does.
     target_compile_options(${name} PRIVATE -O0 -g1)

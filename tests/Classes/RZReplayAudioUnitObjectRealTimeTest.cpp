@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "AllocationCounter.h"
 #include "BufferLists.h"
 #include "EventRecorder.h"
 #include "RZReplayAudioUnitObject.h"
 #include "StreamFormats.h"
+#include "support/AllocationCounter.h"
 
 // The data path allocates nothing once it has seen its largest block.
 

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "AllocationCounter.h"
 #include "RZReplayAudioRecorder.h"
 #include "RZStreamCollectManager.h"
+#include "support/AllocationCounter.h"
 
 // Delivery from the recorder to the listeners allocates nothing.
 

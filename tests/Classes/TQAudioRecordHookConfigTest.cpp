@@ -2,17 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/ProgramRunner.h"
+#include "support/TemporaryFolder.h"
 
 // Every launch is a process of its own (see HookConfigProbe.cpp) with a caches folder of the
 // test's.
@@ -24,43 +22,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The lines that a launch with those commands printed; its exit status too.
+/// The lines that a launch with those commands printed; its exit code too.
 struct Launch {
     std::vector<std::string> answers;
-    int status = -1;
+    int code = -1;
 };
 
 Launch launch(const fs::path& caches, const std::vector<std::string>& commands) {
-    std::array<int, 2> pipeEnds{};
-    if (pipe(pipeEnds.data()) != 0) {
-        ADD_FAILURE() << "no pipe";
-        return {};
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        setenv("XDG_CACHE_HOME", caches.c_str(), 1);
-        dup2(pipeEnds[1], STDOUT_FILENO);
-        close(pipeEnds[0]);
-        close(pipeEnds[1]);
-        std::vector<char*> arguments{const_cast<char*>(TQ_HOOK_CONFIG_PROBE)};
-        for (const std::string& command : commands) {
-            arguments.push_back(const_cast<char*>(command.c_str()));
-        }
-        arguments.push_back(nullptr);
-        execv(TQ_HOOK_CONFIG_PROBE, arguments.data());
-        _exit(127);
-    }
-    close(pipeEnds[1]);
-    std::string output;
-    std::array<char, 256> part{};
-    for (ssize_t n = 0; (n = read(pipeEnds[0], part.data(), part.size())) > 0;) {
-        output.append(part.data(), static_cast<std::size_t>(n));
-    }
-    close(pipeEnds[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    Launch result{{}, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-    std::istringstream lines(output);
+    tqtest::ProgramSetup setup{.arguments = {TQ_HOOK_CONFIG_PROBE},
+                               .environment = {{"XDG_CACHE_HOME", caches}}};
+    setup.arguments.insert(setup.arguments.end(), commands.begin(), commands.end());
+    const tqtest::ProgramEnd end = tqtest::runProgram(setup);
+    Launch result{{}, end.code};
+    std::istringstream lines(end.output);
     for (std::string line; std::getline(lines, line);) {
         result.answers.push_back(line);
     }
@@ -69,25 +43,18 @@ Launch launch(const fs::path& caches, const std::vector<std::string>& commands) 
 
 class TQAudioRecordHookConfigTest : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string path = testing::TempDir() + "hook_config.XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(path.data()));
-        root = path;
-        caches = root / "caches";
-        folder = caches / fs::path(TQ_HOOK_CONFIG_PROBE).filename() / "korva_audio_utils";
-    }
-    void TearDown() override { fs::remove_all(root); }
     std::vector<std::string> run(const std::vector<std::string>& commands) const {
         const Launch result = launch(caches, commands);
-        EXPECT_EQ(0, result.status);
+        EXPECT_EQ(0, result.code);
         return result.answers;
     }
     /// A run that ends inside an intercepted callback.
-    void die() const { EXPECT_EQ(9, launch(caches, {"die"}).status); }
+    void die() const { EXPECT_EQ(9, launch(caches, {"die"}).code); }
 
-    fs::path root;
-    fs::path caches;
-    fs::path folder;
+    TemporaryFolder root;
+    const fs::path caches = root.path() / "caches";
+    const fs::path folder =
+        caches / fs::path(TQ_HOOK_CONFIG_PROBE).filename() / "korva_audio_utils";
 };
 
 }  // namespace
@@ -147,7 +114,7 @@ TEST_F(TQAudioRecordHookConfigTest, StateTellsHowTheLastRunEnded) {
 }
 
 TEST_F(TQAudioRecordHookConfigTest, WithoutAFolderNothingIsInitialised) {
-    fs::create_directories(root);
+    fs::create_directories(root.path());
     std::ofstream(caches) << "a file where the folder should be";
     EXPECT_THAT(
         run({"init", "enable", "1", "1", "forbid", "1", "1", "isEnabled", "state", "isStarted"}),

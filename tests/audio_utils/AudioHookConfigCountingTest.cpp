@@ -70,7 +70,7 @@ TEST_F(AudioHookConfigTest, DisablingOrForbiddingDoesNotStopTheCounting) {
 }
 
 TEST_F(AudioHookConfigTest, GuardsMarkTheirScopeOnTheOneInstance) {
-    ASSERT_EQ(AudioHookConfig::getInstance()->init(folder_.Path().c_str()), 0);
+    ASSERT_EQ(AudioHookConfig::getInstance()->init(folder_.path().c_str()), 0);
     {
         const AudioHookFunctionGuards outer;
         EXPECT_EQ(CountBytes()[0], 1);

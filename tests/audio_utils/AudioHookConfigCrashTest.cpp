@@ -6,8 +6,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "TemporaryFolder.h"
+#include "Bytes.h"
 #include "audio_hook_config.h"
+#include "support/TemporaryFolder.h"
 
 namespace korva_audio_utils {
 namespace {
@@ -38,7 +39,7 @@ class AudioHookConfigCrashTest : public testing::Test {
     template <typename Body>
     void KilledLaunch(Body body) {
         const int status = InChild([&] {
-            if (AudioHookConfig::getInstance()->init(folder_.Path().c_str()) == 0) {
+            if (AudioHookConfig::getInstance()->init(folder_.path().c_str()) == 0) {
                 body();
                 kill(getpid(), SIGKILL);
             }
@@ -54,7 +55,7 @@ class AudioHookConfigCrashTest : public testing::Test {
     void Arm() {
         const int status = InChild([&] {
             AudioHookConfig* const config = AudioHookConfig::getInstance();
-            if (config->init(folder_.Path().c_str()) != 0 || config->enableHook(1, true) != 0) {
+            if (config->init(folder_.path().c_str()) != 0 || config->enableHook(1, true) != 0) {
                 std::_Exit(1);
             }
         });
@@ -63,7 +64,7 @@ class AudioHookConfigCrashTest : public testing::Test {
     /// A launch in a store of this process, which ends with it without entering anything.
     Launch Look() {
         AudioHookConfigImpl config;
-        const int init = config.init(folder_.Path().c_str());
+        const int init = config.init(folder_.path().c_str());
         return {init, config.getPreLaunchState(), config.isHookEnable()};
     }
     void ExpectLaunch(int enterCount, int retryCount, bool hooksEnabled) {

@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "Bytes.h"
 #include "LogRecorder.h"
-#include "TemporaryFolder.h"
 #include "audio_hook_config.h"
+#include "support/TemporaryFolder.h"
 
 namespace korva_audio_utils {
 
@@ -24,7 +25,7 @@ inline Bytes Page(Bytes start) {
 /// A store that is not initialised yet, and the files that it will have.
 class AudioHookConfigTest : public testing::Test {
   protected:
-    int Init(AudioHookConfigImpl& config) { return config.init(folder_.Path().c_str()); }
+    int Init(AudioHookConfigImpl& config) { return config.init(folder_.path().c_str()); }
     Bytes ConfigBytes() const { return ReadBytes(configPath_); }
     Bytes CountBytes() const { return ReadBytes(countPath_); }
     static void ExpectState(AudioHookConfigImpl& config, int enterCount, int retryCount) {
@@ -42,8 +43,8 @@ class AudioHookConfigTest : public testing::Test {
     }
 
     TemporaryFolder folder_;
-    std::string configPath_ = folder_.File("korva_audio_hook_config.flag");
-    std::string countPath_ = folder_.File("korva_audio_hook_func_count.flag");
+    std::string configPath_ = folder_.file("korva_audio_hook_config.flag");
+    std::string countPath_ = folder_.file("korva_audio_hook_func_count.flag");
     LogRecorder log_;
     AudioHookConfigImpl config_;
 };

@@ -68,7 +68,7 @@ TEST_F(AudioHookConfigTest, FreshFolderGivesTwoZeroPagesAndNoHooks) {
 }
 
 TEST_F(AudioHookConfigTest, FolderMayEndInASlash) {
-    EXPECT_EQ(config_.init((folder_.Path() + "/").c_str()), 0);
+    EXPECT_EQ(config_.init((folder_.path().string() + "/").c_str()), 0);
     EXPECT_TRUE(std::filesystem::exists(configPath_));
     EXPECT_TRUE(std::filesystem::exists(countPath_));
 }
@@ -235,13 +235,13 @@ TEST_F(AudioHookConfigTest, SecondInitReturnsZeroWithoutTouchingTheFiles) {
     WriteBytes(countPath_, Page({9}));
     log_.Clear();
     EXPECT_EQ(Init(config_), 0);
-    EXPECT_EQ(config_.init(folder_.File("elsewhere").c_str()), 0);
+    EXPECT_EQ(config_.init(folder_.file("elsewhere").c_str()), 0);
     EXPECT_EQ(CountBytes()[0], 9);
     EXPECT_THAT(log_.All(), IsEmpty());
 }
 
 TEST_F(AudioHookConfigTest, MissingFolderMakesInitReturnOne) {
-    EXPECT_EQ(config_.init(folder_.File("missing/folder").c_str()), 1);
+    EXPECT_EQ(config_.init(folder_.file("missing/folder").c_str()), 1);
     EXPECT_FALSE(config_.isInitSuccess());
     EXPECT_EQ(config_.enableHook(1, true), 3);
     EXPECT_EQ(log_.Errors().size(), 2U);

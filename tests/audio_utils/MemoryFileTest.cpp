@@ -1,3 +1,4 @@
+#include "Bytes.h"
 #include "memory_file.h"
 
 #include <fcntl.h>
@@ -21,7 +22,7 @@
 
 #include "FailSystemCall.h"
 #include "LogRecorder.h"
-#include "TemporaryFolder.h"
+#include "support/TemporaryFolder.h"
 
 namespace korva_audio_utils {
 namespace {
@@ -75,7 +76,7 @@ class MemoryFileTest : public testing::Test {
     }
 
     TemporaryFolder folder_;
-    std::string path_ = folder_.File("file.flag");
+    std::string path_ = folder_.file("file.flag");
     LogRecorder log_;
 };
 
@@ -161,7 +162,7 @@ TEST_F(MemoryFileTest, StoresReachTheFileWithoutAFlush) {
 }
 
 TEST_F(MemoryFileTest, FileWhoseFolderIsMissingCannotBeOpened) {
-    const std::string missing = folder_.File("missing/file.flag");
+    const std::string missing = folder_.file("missing/file.flag");
     MemoryFile file(missing.c_str());
     EXPECT_EQ(file.fd(), -1);
     EXPECT_EQ(file.size(), 0U);
@@ -172,7 +173,7 @@ TEST_F(MemoryFileTest, FileWhoseFolderIsMissingCannotBeOpened) {
 }
 
 TEST_F(MemoryFileTest, FolderInPlaceOfTheFileCannotBeOpened) {
-    MemoryFile file(folder_.Path().c_str());
+    MemoryFile file(folder_.path().c_str());
     EXPECT_EQ(file.fd(), -1);
     EXPECT_FALSE(file.isUsable());
     EXPECT_EQ(log_.Errors().size(), 1U);
@@ -185,7 +186,7 @@ TEST_F(MemoryFileTest, NullPathCannotBeOpened) {
 }
 
 TEST_F(MemoryFileTest, FileThatFailedToOpenRefusesEveryOperation) {
-    MemoryFile file(folder_.File("missing/file.flag").c_str());
+    MemoryFile file(folder_.file("missing/file.flag").c_str());
     log_.Clear();
     EXPECT_FALSE(file.truncate(1));
     EXPECT_FALSE(file.truncate(0));
@@ -197,7 +198,7 @@ TEST_F(MemoryFileTest, FileThatFailedToOpenRefusesEveryOperation) {
 }
 
 TEST_F(MemoryFileTest, OpenedFileThatCannotBeMappedStillLogsItsCreation) {
-    const std::string pipe = folder_.File("pipe");
+    const std::string pipe = folder_.file("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     MemoryFile file(pipe.c_str());
     EXPECT_FALSE(file.isUsable());

@@ -8,7 +8,8 @@
 #include <fstream>
 #include <string>
 
-#include "HostRunner.h"
+#include "support/ProgramRunner.h"
+#include "support/TemporaryFolder.h"
 
 // Real processes, one launch after the other, with one caches folder: how the library gets into a
 // host, what a death inside its hooks costs, and what broken flag files do.
@@ -21,27 +22,17 @@ const std::string kTone = TQ_TONE_HOST;
 const std::string kLinkedTone = TQ_LINKED_TONE_HOST;
 const std::string kArm = TQ_ARM_GUARD;
 const std::string kLibrary = TQ_CAPTURE_LIBRARY;
-constexpr int kKilled = 128 + SIGKILL;
+
+using HostRun = tqtest::ProgramEnd;
 
 struct Launches : testing::Test {
-    fs::path caches;
-    fs::path config;
-    fs::path count;
+    TemporaryFolder folder;
+    const fs::path& caches = folder.path();
+    // The program's own part of the caches.
+    const fs::path flags = caches / "tone_host" / "korva_audio_utils";
+    const fs::path config = flags / "korva_audio_hook_config.flag";
+    const fs::path count = flags / "korva_audio_hook_func_count.flag";
 
-    void SetUp() override {
-        std::string folder = testing::TempDir() + "tq-launches-XXXXXX";
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
-        caches = folder;
-        // The program's own part of the caches.
-        const fs::path flags = caches / "tone_host" / "korva_audio_utils";
-        config = flags / "korva_audio_hook_config.flag";
-        count = flags / "korva_audio_hook_func_count.flag";
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::permissions(caches, fs::perms::owner_all, ignored);
-        fs::remove_all(caches, ignored);
-    }
     [[nodiscard]] HostRun launch(const std::vector<std::string>& command,
                                  const std::string& preload = {}) const {
         std::map<std::string, std::string> variables{{"XDG_CACHE_HOME", caches.string()},
@@ -49,14 +40,14 @@ struct Launches : testing::Test {
         if (!preload.empty()) {
             variables["LD_PRELOAD"] = preload;
         }
-        return runHost(command, variables);
+        return tqtest::runProgram({.arguments = command, .environment = variables});
     }
     [[nodiscard]] HostRun launchPreloaded(const std::string& what) const {
         return launch({kTone, what}, kLibrary);
     }
     void arm() const {
         const HostRun run = launch({kArm, "on"});
-        ASSERT_EQ(run.status, 0) << run.text;
+        ASSERT_EQ(run.code, 0) << run.text();
         ASSERT_EQ(run["result"], "0");
         ASSERT_EQ(run["enabled"], "1");
     }
@@ -73,10 +64,10 @@ struct Launches : testing::Test {
     }
     /// It plays, hooks or not.
     static void expectPlays(const HostRun& run, const std::string& hooks) {
-        EXPECT_EQ(run.status, 0) << run.text;
-        EXPECT_EQ(run["hooks"], hooks) << run.text;
-        EXPECT_EQ(run["played"], "10") << run.text;
-        EXPECT_EQ(run["guard"], hooks == "started" ? "1" : "0") << run.text;
+        EXPECT_EQ(run.code, 0) << run.text();
+        EXPECT_EQ(run["hooks"], hooks) << run.text();
+        EXPECT_EQ(run["played"], "10") << run.text();
+        EXPECT_EQ(run["guard"], hooks == "started" ? "1" : "0") << run.text();
     }
 };
 
@@ -101,7 +92,7 @@ TEST_F(Launches, ALinkedLibraryHooksWhenTheGuardAllows) {
 TEST_F(Launches, ALibraryOpenedAfterTheFirstCallsHooksWhenTheGuardAllows) {
     arm();
     const HostRun run = launch({kTone, "open:" + kLibrary});
-    EXPECT_EQ(run["first_played"], "10") << run.text;
+    EXPECT_EQ(run["first_played"], "10") << run.text();
     expectPlays(run, "started");
 }
 
@@ -121,7 +112,7 @@ TEST_F(Launches, APeacefulLaunchCostsNoRetry) {
 
 TEST_F(Launches, ADeathInsideTheCallbackIsCountedAndCostsOneRetry) {
     arm();
-    EXPECT_EQ(launchPreloaded("die").status, kKilled);
+    EXPECT_EQ(launchPreloaded("die").signal, SIGKILL);
     EXPECT_EQ(word(count, 0), 1U);
     EXPECT_EQ(retries(), 2U) << "spent at the next launch";
     expectPlays(launchPreloaded("play"), "started");
@@ -132,11 +123,11 @@ TEST_F(Launches, ADeathInsideTheCallbackIsCountedAndCostsOneRetry) {
 
 TEST_F(Launches, ASecondDeathLeavesTheHooksOutAndArmingBringsThemBack) {
     arm();
-    EXPECT_EQ(launchPreloaded("die").status, kKilled);
-    EXPECT_EQ(launchPreloaded("die").status, kKilled);
+    EXPECT_EQ(launchPreloaded("die").signal, SIGKILL);
+    EXPECT_EQ(launchPreloaded("die").signal, SIGKILL);
     expectPlays(launchPreloaded("play"), "out");
     EXPECT_EQ(retries(), 0U);
-    EXPECT_EQ(launchPreloaded("die").status, kKilled);
+    EXPECT_EQ(launchPreloaded("die").signal, SIGKILL);
     EXPECT_EQ(word(count, 0), 0U) << "without hooks a death is the host's own";
     expectPlays(launchPreloaded("play"), "out");
 
@@ -147,7 +138,7 @@ TEST_F(Launches, ASecondDeathLeavesTheHooksOutAndArmingBringsThemBack) {
 
 TEST_F(Launches, WhatTheLastLaunchLeftIsToldToTheHost) {
     arm();
-    EXPECT_EQ(launchPreloaded("die").status, kKilled);
+    EXPECT_EQ(launchPreloaded("die").signal, SIGKILL);
     const HostRun run = launch({kArm});
     EXPECT_EQ(run["entered"], "1");
     EXPECT_EQ(run["retries"], "2");
@@ -190,7 +181,7 @@ TEST_F(Launches, ACorruptTableLeavesTheHooksOut) {
     write(config, std::string(4096, '\xFF'));
     expectPlays(launchPreloaded("play"), "out");
     const HostRun run = launch({kArm, "on"});
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.code, 0);
     EXPECT_NE(run["result"], "0") << "a table of four thousand million items is refused";
     fs::remove(config);
     arm();
@@ -225,19 +216,22 @@ TEST_F(Launches, ACachesFolderThatCannotBeMadeLeavesTheHooksOut) {
     const fs::path blocked = caches / "file";
     write(blocked, "not a folder");
     for (const char* tail : {"", "/below"}) {
-        const HostRun run = runHost({kTone, "play"}, {{"XDG_CACHE_HOME", blocked.string() + tail},
-                                                      {"TQ_AUDIO_DEVICE", "manual"},
-                                                      {"LD_PRELOAD", kLibrary}});
+        const HostRun run =
+            tqtest::runProgram({.arguments = {kTone, "play"},
+                                .environment = {{"XDG_CACHE_HOME", blocked.string() + tail},
+                                                {"TQ_AUDIO_DEVICE", "manual"},
+                                                {"LD_PRELOAD", kLibrary}}});
         expectPlays(run, "out");
     }
 }
 
 TEST_F(Launches, OnTheClockedDeviceTheHostPlaysAsWell) {
     arm();
-    const HostRun run = runHost({kTone, "play"}, {{"XDG_CACHE_HOME", caches.string()},
-                                                  {"TQ_AUDIO_DEVICE", "null"},
-                                                  {"LD_PRELOAD", kLibrary}});
-    EXPECT_EQ(run.status, 0) << run.text;
+    const HostRun run = tqtest::runProgram({.arguments = {kTone, "play"},
+                                            .environment = {{"XDG_CACHE_HOME", caches.string()},
+                                                            {"TQ_AUDIO_DEVICE", "null"},
+                                                            {"LD_PRELOAD", kLibrary}}});
+    EXPECT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["hooks"], "started");
 }
 

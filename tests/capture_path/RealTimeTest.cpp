@@ -1,6 +1,6 @@
-#include "AllocationCounter.h"
 #include "RZReplayVolumeController.h"
 #include "Road.h"
+#include "support/AllocationCounter.h"
 
 // Nothing on the way from a host's callback to the listener allocates once it is warm.
 

@@ -4,22 +4,21 @@
 #include <string>
 #include <vector>
 
-/// What a host program said.
-struct HostRun {
-    int status = -1;  ///< exit code, or 128 + the signal that ended it
-    std::string text;
-    std::map<std::string, std::string> values;  ///< from its "name=value" lines
+#include "support/ProgramRunner.h"
 
-    [[nodiscard]] std::string operator[](const std::string& name) const {
-        const auto found = values.find(name);
-        return found != values.end() ? found->second : "(not said)";
-    }
-};
+using HostRun = tqtest::ProgramEnd;
 
 /// The file of a host program or library, by its short name.
-[[nodiscard]] std::string hostProgram(const std::string& name);
-[[nodiscard]] std::string hostLibrary(const std::string& name);
+inline std::string hostProgram(const std::string& name) {
+    return std::string(HOOK_HOSTS) + "/hook_" + name;
+}
+inline std::string hostLibrary(const std::string& name) {
+    return std::string(HOOK_HOSTS) + "/libhook_" + name + ".so";
+}
 
 /// Runs a host to its end with these variables besides the test's own.
-[[nodiscard]] HostRun runHost(const std::vector<std::string>& command,
-                              const std::map<std::string, std::string>& variables = {});
+inline HostRun runHost(const std::vector<std::string>& command,
+                       std::map<std::string, std::string> variables = {}) {
+    variables["LD_LIBRARY_PATH"] = HOOK_HOSTS;
+    return tqtest::runProgram({.arguments = command, .environment = std::move(variables)});
+}

@@ -30,7 +30,7 @@ class HostMatrix : public testing::TestWithParam<Matrix> {
     void SetUp() override {
         const auto [host, way, plugin] = GetParam();
         run_ = runCase(host, way, {"--plugin", hostLibrary("plugin_" + plugin)});
-        ASSERT_EQ(run_.status, 0) << run_.text;
+        ASSERT_EQ(run_.code, 0) << run_.text();
     }
     HostRun run_;
 };
@@ -81,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(Hook, HostMatrix,
 
 TEST(HookHost, WithoutTheHookNothingIsRedirected) {
     const HostRun run = runCase("pie_lazy", "none", {"--plugin", hostLibrary("plugin_lazy")});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["call_1000"], "3");
     EXPECT_EQ(run["p_call"], "3");
     EXPECT_EQ(run["pick"], "7");
@@ -94,7 +94,7 @@ TEST(HookHost, PluginThatPrefersItsOwnScopeIsRedirected) {
     for (const char* plugin : {"plugin_lazy", "plugin_now"}) {
         const HostRun run =
             runCase("pie_lazy", "preload", {"--deepbind", "--plugin", hostLibrary(plugin)});
-        ASSERT_EQ(run.status, 0) << run.text;
+        ASSERT_EQ(run.code, 0) << run.text();
         EXPECT_EQ(run["p_call"], "1003");
         EXPECT_EQ(run["p_lookup"], "1003");
     }
@@ -102,20 +102,20 @@ TEST(HookHost, PluginThatPrefersItsOwnScopeIsRedirected) {
 
 TEST(HookHost, PluginWithTheOldHashTableIsRedirected) {
     const HostRun run = runCase("pie_now", "preload", {"--plugin", hostLibrary("plugin_sysv")});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["p_call"], "1003");
 }
 
 TEST(HookHost, PluginWithPackedRelocationsIsRedirected) {
     const HostRun run = runCase("pie_now", "preload", {"--plugin", hostLibrary("plugin_relr")});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["p_call"], "1003");
     EXPECT_EQ(run["p_constant"], "1003");
 }
 
 TEST(HookHost, PluginIsRedirectedAgainEachTimeItIsLoaded) {
     const HostRun run = runCase("pie_lazy", "preload", {"--reload", hostLibrary("plugin_lazy")});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["reload_0"], "1003");
     EXPECT_EQ(run["reload_1"], "1003");
     EXPECT_EQ(run["reload_2"], "1003");
@@ -130,7 +130,7 @@ TEST(HookHost, AnotherPreloadedToolStaysInTheChainInEitherOrder) {
         const HostRun run =
             runHost({hostProgram("host_pie_lazy_plain"), "--plugin", hostLibrary("plugin_lazy")},
                     {{"LD_PRELOAD", both}});
-        ASSERT_EQ(run.status, 0) << run.text;
+        ASSERT_EQ(run.code, 0) << run.text();
         EXPECT_EQ(run["call_1"], "1013") << both;
         EXPECT_EQ(run["call_1000"], "1013") << both;
         EXPECT_EQ(run["p_call"], "1013") << both;
@@ -144,7 +144,7 @@ TEST(HookHost, TwoHooksOfSeparateOriginChain) {
         for (const char* host : {"host_pie_lazy_plain", "host_fixed_now_plain"}) {
             const HostRun run = runHost({hostProgram(host), "--plugin", hostLibrary("plugin_lazy")},
                                         {{"LD_PRELOAD", both}});
-            ASSERT_EQ(run.status, 0) << run.text;
+            ASSERT_EQ(run.code, 0) << run.text();
             EXPECT_EQ(run["call_1"], "21003") << both;
             EXPECT_EQ(run["call_1000"], "21003") << both;
             EXPECT_EQ(run["constant"], "21003") << both;
@@ -156,7 +156,7 @@ TEST(HookHost, AnotherLibraryOfTheSameNameKeepsItsCallers) {
     for (const char* plugin : {"plugin_other_lazy", "plugin_other_now"}) {
         const HostRun run = runHost({hostProgram("bare_host"), hostLibrary("hook"),
                                      hostLibrary("plugin_lazy"), hostLibrary(plugin)});
-        ASSERT_EQ(run.status, 0) << run.text;
+        ASSERT_EQ(run.code, 0) << run.text();
         EXPECT_EQ(run["plugin_2"], "1003");
         EXPECT_EQ(run["plugin_again_2"], "1003");
         EXPECT_EQ(run["plugin_3"], "503") << plugin;
@@ -167,7 +167,7 @@ TEST(HookHost, AnotherLibraryOfTheSameNameKeepsItsCallers) {
 TEST(HookHost, WhatLibrariesKeepToThemselvesStaysInvisibleToTheProgram) {
     const HostRun run =
         runHost({hostProgram("bare_host"), hostLibrary("hook"), hostLibrary("plugin_lazy")});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["global_before"], "0");
     EXPECT_EQ(run["global_after"], "0");
     EXPECT_EQ(run["message"], "1");
@@ -176,7 +176,7 @@ TEST(HookHost, WhatLibrariesKeepToThemselvesStaysInvisibleToTheProgram) {
 TEST(HookHost, ProgramsOwnSearchPathStillLeadsToItsPlugins) {
     const HostRun run = runHost({hostProgram("runpath_host"), "libhook_plugin_hidden.so"},
                                 {{"LD_PRELOAD", hostLibrary("hook")}});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["loaded_1"], "1") << run["message_1"];
     EXPECT_EQ(run["message_1"], "");
     EXPECT_EQ(run["call_1"], "1003");
@@ -187,7 +187,7 @@ TEST(HookHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
         runHost({hostProgram("runpath_host"), "$ORIGIN/hidden/libhook_plugin_hidden.so",
                  "${ORIGIN}/libhook_plugin_lazy.so"},
                 {{"LD_PRELOAD", hostLibrary("hook")}});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["call_1"], "1003") << run["message_1"];
     EXPECT_EQ(run["call_2"], "1003") << run["message_2"];
 }
@@ -195,7 +195,7 @@ TEST(HookHost, PathRelativeToTheProgramStillLeadsToItsPlugins) {
 TEST(HookHost, ProgramWithoutASearchPathMayNamePluginsRelativeToItself) {
     const HostRun run =
         runHost({hostProgram("bare_host"), hostLibrary("hook"), "$ORIGIN/libhook_plugin_lazy.so"});
-    ASSERT_EQ(run.status, 0) << run.text;
+    ASSERT_EQ(run.code, 0) << run.text();
     EXPECT_EQ(run["plugin_2"], "1003");
 }
 
@@ -204,7 +204,7 @@ TEST(HookHost, LibraryThatIsNowhereFailsWithTheLoadersMessage) {
     const HostRun without = runHost({hostProgram("runpath_host"), name, "./" + name});
     const HostRun with = runHost({hostProgram("runpath_host"), name, "./" + name},
                                  {{"LD_PRELOAD", hostLibrary("hook")}});
-    ASSERT_EQ(with.status, 0) << with.text;
+    ASSERT_EQ(with.code, 0) << with.text();
     EXPECT_EQ(with["loaded_1"], "0");
     EXPECT_EQ(with["message_1"], without["message_1"]);
     EXPECT_EQ(with["message_2"], without["message_2"]);

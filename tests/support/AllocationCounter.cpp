@@ -49,6 +49,13 @@ bool AllocationCounter::works() {
     return counter.count() == 2;
 }
 
+bool AllocationCounter::seesAligned() {
+    const AllocationCounter counter;
+    void* volatile const aligned = std::aligned_alloc(64, 64);
+    std::free(aligned);
+    return counter.count() == 1;
+}
+
 #ifdef TQ_TEST_HAS_SANITIZER_ALLOCATOR
 
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*,

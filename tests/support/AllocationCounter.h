@@ -6,8 +6,7 @@
 /// process, while one of these lives. Two of them on one thread do not nest.
 ///
 /// Link AllocationCounter.cpp into the test program itself: it stands in for the C library's
-/// allocation functions, or, in sanitized programs, listens to the sanitizer's (the thread
-/// sanitizer does not tell of aligned allocations).
+/// allocation functions, or, in sanitized programs, listens to the sanitizer's.
 class AllocationCounter {
   public:
     AllocationCounter();
@@ -19,4 +18,7 @@ class AllocationCounter {
     [[nodiscard]] std::size_t count() const;
     /// False where allocations cannot be seen: tests then skip, saying so.
     [[nodiscard]] static bool works();
+    /// False where memory with an alignment is not counted: the thread sanitizer does not tell of
+    /// it.
+    [[nodiscard]] static bool seesAligned();
 };

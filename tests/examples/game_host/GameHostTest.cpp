@@ -9,27 +9,35 @@
 #include <fstream>
 
 #include "GameSounds.h"
-#include "RunProgram.h"
+#include "support/ProgramRunner.h"
 
 namespace {
 
 using tqtest::makeGameSounds;
-using tqtest::Outcome;
+using tqtest::ProgramEnd;
 
 class GameHostTest : public testing::Test {
   protected:
     void makeSounds() { ASSERT_TRUE(makeGameSounds(folder_)); }
-    Outcome run(const std::vector<std::string>& arguments, int signal = 0) {
-        return tqtest::runProgram(folder_, TQ_GAME_HOST, arguments, {{"TQ_AUDIO_DEVICE", "null"}},
-                                  signal, "music:");
+    /// Runs it to its end. With a `signal`, sends it as soon as the music has begun.
+    static ProgramEnd run(std::vector<std::string> arguments, int signal = 0) {
+        arguments.insert(arguments.begin(), TQ_GAME_HOST);
+        tqtest::Program host(
+            {.arguments = arguments, .environment = {{"TQ_AUDIO_DEVICE", "null"}}});
+        if (signal != 0) {
+            EXPECT_TRUE(tqtest::eventually(
+                [&] { return host.output().find("music:") != std::string::npos; }));
+            host.signal(signal);
+        }
+        return host.wait();
     }
 
-    tqpicture::test::TestFolder folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_F(GameHostTest, PlaysItsScriptToTheEnd) {
     makeSounds();
-    const Outcome outcome = run({"--seconds", "1", "--sounds", folder_.file("")});
+    const ProgramEnd outcome = run({"--seconds", "1", "--sounds", folder_.file("")});
     EXPECT_EQ(outcome.code, 0) << outcome.errors;
     EXPECT_EQ(outcome.errors, "");
     for (const char* scene :
@@ -41,7 +49,7 @@ TEST_F(GameHostTest, PlaysItsScriptToTheEnd) {
 
 TEST_F(GameHostTest, HearsItsMicrophone) {
     makeSounds();
-    const Outcome outcome = run({"--seconds", "2", "--sounds", folder_.file("")});
+    const ProgramEnd outcome = run({"--seconds", "2", "--sounds", folder_.file("")});
     ASSERT_EQ(outcome.code, 0) << outcome.errors;
     const std::size_t place = outcome.output.find("voice: left, ");
     ASSERT_NE(place, std::string::npos);
@@ -51,7 +59,7 @@ TEST_F(GameHostTest, HearsItsMicrophone) {
 
 TEST_F(GameHostTest, SaysNothingWhenQuiet) {
     makeSounds();
-    const Outcome outcome = run({"--seconds", "0.5", "--quiet", "--sounds", folder_.file("")});
+    const ProgramEnd outcome = run({"--seconds", "0.5", "--quiet", "--sounds", folder_.file("")});
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.errors, "");
@@ -60,7 +68,7 @@ TEST_F(GameHostTest, SaysNothingWhenQuiet) {
 TEST_F(GameHostTest, EndsCleanlyOnSignals) {
     makeSounds();
     for (const int signal : {SIGINT, SIGTERM}) {
-        const Outcome outcome = run({"--seconds", "60", "--sounds", folder_.file("")}, signal);
+        const ProgramEnd outcome = run({"--seconds", "60", "--sounds", folder_.file("")}, signal);
         EXPECT_EQ(outcome.code, 0);
         EXPECT_NE(outcome.output.find("stopped by a signal"), std::string::npos);
         EXPECT_NE(outcome.output.find("end"), std::string::npos);
@@ -68,7 +76,7 @@ TEST_F(GameHostTest, EndsCleanlyOnSignals) {
 }
 
 TEST_F(GameHostTest, NamesAMissingSoundInOneLine) {
-    const Outcome outcome = run({"--sounds", folder_.file("")});
+    const ProgramEnd outcome = run({"--sounds", folder_.file("")});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_NE(outcome.errors.find("music_game.wav"), std::string::npos) << outcome.errors;
     EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1);
@@ -77,7 +85,7 @@ TEST_F(GameHostTest, NamesAMissingSoundInOneLine) {
 TEST_F(GameHostTest, RefusesADamagedSound) {
     makeSounds();
     std::ofstream(folder_.file("bell.oga")) << "no sound";
-    const Outcome outcome = run({"--sounds", folder_.file("")});
+    const ProgramEnd outcome = run({"--sounds", folder_.file("")});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_NE(outcome.errors.find("bell.oga"), std::string::npos) << outcome.errors;
 }
@@ -89,7 +97,7 @@ TEST_F(GameHostTest, AnswersWrongArgumentsWithItsUsage) {
                                                       {"--sounds"},
                                                       {"--loud"},
                                                       {"--seconds", "nan"}}) {
-        const Outcome outcome = run(arguments);
+        const ProgramEnd outcome = run(arguments);
         EXPECT_EQ(outcome.code, 1);
         EXPECT_NE(outcome.errors.find("usage: game_host"), std::string::npos);
     }

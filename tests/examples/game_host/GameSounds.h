@@ -5,7 +5,7 @@
 namespace tqtest {
 
 /// Tones under the names of the game's sounds. True when all were written.
-inline bool makeGameSounds(const tqpicture::test::TestFolder& folder) {
+inline bool makeGameSounds(const TemporaryFolder& folder) {
     using tqpicture::test::sine;
     bool made = true;
     const auto make = [&](const char* name, double hertz, std::size_t frames) {

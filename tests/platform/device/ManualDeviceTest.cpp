@@ -5,14 +5,13 @@
 
 #include <atomic>
 #include <cmath>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
-#include "AllocationCounter.h"
 #include "device/Device.h"
+#include "support/AllocationCounter.h"
+#include "support/Event.h"
 
 namespace {
 
@@ -322,39 +321,17 @@ TEST(ManualDeviceClients, ThatRemoveAndAddThemselvesRenderOncePerSlice) {
     }
 }
 
-/// A client that stays in its slice until it is let go.
-class Held {
-  public:
-    Held()
-        : client([this](const DeviceSlice&) {
-              std::unique_lock lock(mutex_);
-              entered_ = true;
-              changed_.notify_all();
-              changed_.wait(lock, [this] { return released_; });
-          }) {}
-    void waitUntilEntered() {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return entered_; });
-    }
-    void release() {
-        const std::lock_guard lock(mutex_);
-        released_ = true;
-        changed_.notify_all();
-    }
-    Client client;
-
-  private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool entered_ = false;
-    bool released_ = false;
+/// A client that stays in its slice until its gate is opened.
+struct Held {
+    Gate gate;
+    Client client{[this](const DeviceSlice&) { gate.enterAndWait(); }};
 };
 
 TEST(ManualDeviceClients, RemovalByTwoThreadsWaitsForTheSliceInBoth) {
     Held held;
     add(held.client);
     std::thread pump([] { TQManualDevicePump(64, 0); });
-    held.waitUntilEntered();
+    held.gate.waitUntilEntered();
     std::atomic<bool> released{false};
     std::atomic<int> early{0};
     const auto remove = [&] {
@@ -370,7 +347,7 @@ TEST(ManualDeviceClients, RemovalByTwoThreadsWaitsForTheSliceInBoth) {
         std::this_thread::yield();
     }
     released = true;
-    held.release();
+    held.gate.open();
     one.join();
     two.join();
     pump.join();
@@ -385,9 +362,9 @@ TEST(ManualDeviceClients, RemovalDoesNotWaitForTheSliceOfAnother) {
     add(held.client);
     add(other);
     std::thread pump([] { TQManualDevicePump(64, 0); });
-    held.waitUntilEntered();
+    held.gate.waitUntilEntered();
     sharedDevice().removeClient(other);  // would hang if it waited
-    held.release();
+    held.gate.open();
     pump.join();
     EXPECT_EQ(other.slices, 0);
 }
@@ -396,9 +373,9 @@ TEST(ManualDevice, RefusesASecondPumpMeanwhile) {
     Held held;
     add(held.client);
     std::thread pump([] { TQManualDevicePump(64, 0); });
-    held.waitUntilEntered();
+    held.gate.waitUntilEntered();
     EXPECT_EQ(TQManualDevicePump(64, 0), kAudioUnitErr_CannotDoInCurrentContext);
-    held.release();
+    held.gate.open();
     pump.join();
     EXPECT_EQ(TQManualDevicePump(64, 0), noErr);
 }
@@ -449,7 +426,7 @@ TEST(ManualDeviceFork, ChildHasADeviceOfItsOwnWithoutClients) {
     Held held;
     add(held.client);
     std::thread pump([] { TQManualDevicePump(64, 0); });
-    held.waitUntilEntered();
+    held.gate.waitUntilEntered();
     // The pumping thread does not exist in the child, nor does whoever else held a lock.
     const pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -465,7 +442,7 @@ TEST(ManualDeviceFork, ChildHasADeviceOfItsOwnWithoutClients) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    held.release();
+    held.gate.open();
     pump.join();
 }
 

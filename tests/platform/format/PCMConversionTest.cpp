@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "AllocationCounter.h"
 #include "format/PCMFormat.h"
+#include "support/AllocationCounter.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "format/RateConverter.h"
+#include "support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +15,6 @@ extern "C" {
 #include <random>
 #include <stdexcept>
 #include <vector>
-
-#include "AllocationCounter.h"
 
 namespace {
 
@@ -378,7 +377,7 @@ TEST(RateConverterAllocations, CounterSeesBothLanguages) {
 }
 
 TEST(RateConverterAllocations, CounterSeesTheResamplersLibrary) {
-    if (!AllocationCounter::kSeesAligned) {
+    if (!AllocationCounter::seesAligned()) {
         GTEST_SKIP() << "the thread sanitizer does not tell of aligned allocations";
     }
     const AllocationCounter allocations;

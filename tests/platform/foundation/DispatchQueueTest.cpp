@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "Event.h"
+#include "support/Event.h"
 
 using testing::ElementsAre;
 

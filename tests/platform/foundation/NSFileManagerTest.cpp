@@ -4,12 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
+
+#include "support/ProgramRunner.h"
+#include "support/TemporaryFolder.h"
 
 namespace fs = std::filesystem;
 
@@ -23,27 +24,19 @@ std::string caches() {
 
 class FileManager : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "foundation-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
     [[nodiscard]] std::string path(const char* name) const { return folder_ / name; }
 
     /// What a copy of the probe program under that name prints.
     [[nodiscard]] std::string runProbe(const char* name, const char* argument) const {
         const std::string copy = path(name);
         fs::copy_file(TQ_CACHES_PROBE, copy);
-        const std::string command = "XDG_CACHE_HOME=/caches '" + copy + "' " + argument;
-        const std::unique_ptr<FILE, int (*)(FILE*)> output(popen(command.c_str(), "r"), &pclose);
-        char text[4096] = {};
-        static_cast<void>(std::fread(text, 1, sizeof text - 1, output.get()));
-        return text;
+        return tqtest::runProgram(
+                   {.arguments = {copy, argument}, .environment = {{"XDG_CACHE_HOME", "/caches"}}})
+            .output;
     }
 
-    fs::path folder_;
+    TemporaryFolder temporary_;
+    const fs::path& folder_ = temporary_.path();
     const NSFileManager& manager_ = NSFileManager::defaultManager();
 };
 

@@ -1,38 +1,12 @@
 #include <algorithm>
-#include <condition_variable>
 #include <mutex>
 #include <thread>
 
 #include "graph/GraphFixture.h"
+#include "support/Event.h"
 
 namespace platform {
 namespace {
-
-/// Holds a render callback until the test lets it go on.
-class Gate {
-  public:
-    void enterAndWait() {
-        std::unique_lock lock(mutex_);
-        entered_ = true;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return open_; });
-    }
-    void waitUntilEntered() {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return entered_; });
-    }
-    void open() {
-        const std::lock_guard lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-
-  private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool entered_ = false;
-    bool open_ = false;
-};
 
 class GraphUpdates : public MixGraph {
   protected:

@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "AllocationCounter.h"
 #include "graph/GraphFixture.h"
+#include "support/AllocationCounter.h"
 
 namespace platform {
 namespace {

@@ -1,42 +1,38 @@
 // The program draw_picture as its user meets it.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "TestWave.h"
+#include "support/ProgramRunner.h"
 
 namespace tqpicture::test {
 namespace {
 
-struct Outcome {
-    int code = -1;
-    std::string errors;
-};
+using tqtest::ProgramEnd;
 
 class DrawPictureTest : public testing::Test {
   protected:
-    Outcome run(const std::string& arguments) {
-        const std::string errors = folder_.file("errors.txt");
-        const std::string command = std::string(TQ_DRAW_PICTURE) + " " + arguments + " 2>" +
-                                    errors + " >" + errors + ".out";
-        const int status = std::system(command.c_str());
-        std::stringstream text;
-        text << std::ifstream(errors).rdbuf();
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text.str()};
+    /// Arguments stand between spaces.
+    static ProgramEnd run(const std::string& arguments) {
+        tqtest::ProgramSetup setup{.arguments = {TQ_DRAW_PICTURE}};
+        std::istringstream words(arguments);
+        for (std::string word; words >> word;) {
+            setup.arguments.push_back(word);
+        }
+        return tqtest::runProgram(setup);
     }
-    TestFolder folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_F(DrawPictureTest, DrawsAMixAndItsTracks) {
     ASSERT_TRUE(writeWave(folder_.file("mix.wav"), sine(440, 44100, 44100, 0.5, 2), 44100, 2));
     ASSERT_TRUE(writeWave(folder_.file("track.wav"), sine(440, 22050, 22050, 0.5), 22050));
-    const Outcome outcome = run("--title Demo --event 0.5:start " + folder_.file("mix.wav") + " " +
-                                folder_.file("out.png") + " " + folder_.file("track.wav"));
+    const ProgramEnd outcome = run("--title Demo --event 0.5:start " + folder_.file("mix.wav") +
+                                   " " + folder_.file("out.png") + " " + folder_.file("track.wav"));
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.errors, "");
     EXPECT_GT(std::filesystem::file_size(folder_.file("out.png")), 1000U);
@@ -48,14 +44,14 @@ TEST_F(DrawPictureTest, ReadsEventsFromAFile) {
     const std::string files = folder_.file("mix.wav") + " " + folder_.file("out.png");
     EXPECT_EQ(run("--events " + folder_.file("events.txt") + " " + files).code, 0);
     std::ofstream(folder_.file("events.txt"), std::ios::app) << "no number\tlabel\n";
-    const Outcome broken = run("--events " + folder_.file("events.txt") + " " + files);
+    const ProgramEnd broken = run("--events " + folder_.file("events.txt") + " " + files);
     EXPECT_EQ(broken.code, 2);
     EXPECT_NE(broken.errors.find("line 3"), std::string::npos) << broken.errors;
     EXPECT_EQ(run("--events " + folder_.file("none.txt") + " " + files).code, 2);
 }
 
 TEST_F(DrawPictureTest, SaysInOneLineWhatItCannotRead) {
-    const Outcome outcome = run(folder_.file("none.wav") + " " + folder_.file("out.png"));
+    const ProgramEnd outcome = run(folder_.file("none.wav") + " " + folder_.file("out.png"));
     EXPECT_EQ(outcome.code, 2);
     EXPECT_NE(outcome.errors.find("none.wav"), std::string::npos);
     EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1);
@@ -64,7 +60,7 @@ TEST_F(DrawPictureTest, SaysInOneLineWhatItCannotRead) {
 TEST_F(DrawPictureTest, AnswersWrongArgumentsWithItsUsage) {
     for (const char* arguments : {"", "one.wav", "--event x:y a.wav b.png", "--width wide a b",
                                   "--nothing a b", "--event"}) {
-        const Outcome outcome = run(arguments);
+        const ProgramEnd outcome = run(arguments);
         EXPECT_EQ(outcome.code, 1) << arguments;
         EXPECT_NE(outcome.errors.find("usage: draw_picture"), std::string::npos) << arguments;
     }

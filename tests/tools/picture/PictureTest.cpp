@@ -56,7 +56,7 @@ class PictureTest : public testing::Test {
     std::string error_ = "untouched";
 
   private:
-    test::TestFolder folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_F(PictureTest, HasTheSizeOfItsLayout) {

@@ -1,38 +1,17 @@
 #pragma once
 
 #include <sndfile.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <filesystem>
 #include <numbers>
 #include <string>
 #include <vector>
 
+#include "support/TemporaryFolder.h"
+
 // Recordings for tests of the picture room.
 
 namespace tqpicture::test {
-
-/// A folder of its own for each test, gone with it.
-class TestFolder {
-  public:
-    TestFolder()
-        : path_(std::filesystem::temp_directory_path() /
-                ("tq_picture_" + std::to_string(getpid()))) {
-        std::filesystem::create_directories(path_);
-    }
-    ~TestFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TestFolder(const TestFolder&) = delete;
-    TestFolder& operator=(const TestFolder&) = delete;
-
-    [[nodiscard]] std::string file(const std::string& name) const { return path_ / name; }
-
-  private:
-    std::filesystem::path path_;
-};
 
 inline std::vector<float> sine(double hertz, double sampleRate, std::size_t frames,
                                double amplitude, int channels = 1) {

@@ -20,7 +20,7 @@ class TrackAnalysisTest : public testing::Test {
     std::string error_ = "untouched";
 
   private:
-    test::TestFolder folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_F(TrackAnalysisTest, TellsFormatPeakAndRms) {

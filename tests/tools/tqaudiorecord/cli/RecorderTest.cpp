@@ -74,7 +74,7 @@ class RecorderTest : public testing::Test {
     static bool hasTool(const std::string& name) { return !shell("command -v " + name).empty(); }
 
     Folder folder_;
-    tqpicture::test::TestFolder sounds_;
+    TemporaryFolder sounds_;
 };
 
 class RecorderFormatTest : public RecorderTest, public testing::WithParamInterface<const char*> {};

@@ -41,6 +41,7 @@ TEST(AllocationCounterTest, SeesAlignedAllocations) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer does not tell of aligned allocations";
 #endif
+    EXPECT_TRUE(AllocationCounter::seesAligned());
     const AllocationCounter counter;
     void* volatile const c = std::aligned_alloc(64, 640);
     EXPECT_EQ(1U, counter.count());
