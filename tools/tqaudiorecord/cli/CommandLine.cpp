@@ -5,16 +5,17 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <sstream>
+#include <set>
 #include <utility>
+#include <variant>
 
+#include "cli/OptionTable.h"
 #include "output/FileFormats.h"
 
 namespace tqrecorder {
 namespace {
 
 constexpr int kUsageError = 1;
-constexpr double kLongestSeconds = 1e7;
 
 constexpr const char* kUsage =
     "Usage: tqaudiorecord [OPTIONS] [--] COMMAND [ARG...]\n"
@@ -33,10 +34,8 @@ CLI::Validator between(double lowest, double highest) {
         if (CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest) {
             return {};
         }
-        std::ostringstream problem;
-        problem.precision(10);
-        problem << "a number from " << lowest << " to " << highest << " is wanted, not " << text;
-        return problem.str();
+        return "a number from " + numberText(lowest) + " to " + numberText(highest) +
+               " is wanted, not " + text;
     };
     return {check, ""};
 }
@@ -46,7 +45,10 @@ class HelpFormatter : public CLI::Formatter {
   public:
     std::string make_option_name(const CLI::Option* option, bool positional) const override {
         const std::string name = CLI::Formatter::make_option_name(option, positional);
-        return name == "--duck{-12}" ? "--duck[=DB]" : name;
+        const std::size_t value = name.find('{');
+        return value == std::string::npos
+                   ? name
+                   : name.substr(0, value) + "[=" + option->get_type_name() + "]";
     }
     std::string make_option_opts(const CLI::Option* option) const override {
         return option->get_items_expected_max() == 0 ? "" : " " + option->get_type_name();
@@ -71,10 +73,12 @@ class Parser {
         app_.prefix_command();
         app_.set_help_flag("");
         app_.formatter(std::make_shared<HelpFormatter>());
-        addOutputs();
-        addEnding();
-        addView();
-        addControl();
+        for (const OptionEntry& entry : optionTable()) {
+            add(entry);
+        }
+        for (const OptionEntry& entry : optionTable()) {
+            connect(entry);
+        }
     }
 
     CommandLine parse(std::vector<std::string> arguments) {
@@ -91,14 +95,8 @@ class Parser {
         } else if (!rest.empty() && rest.front().size() > 1 && rest.front().front() == '-') {
             return wrong("there is no option " + rest.front());
         }
-        if (help_) {
-            return print(helpText());
-        }
-        if (version_) {
-            return print("tqaudiorecord " TQ_VERSION "\n");
-        }
-        if (listFormats_) {
-            return print(listOfFormats());
+        if (!wanted_.empty()) {
+            return print(text(*wanted_.begin()));
         }
         if (!marked && !rest.empty() && rest.front() == "guard") {
             return guard(rest);
@@ -106,118 +104,86 @@ class Parser {
         if (rest.empty() || rest.front().empty()) {
             return wrong("no COMMAND to record");
         }
-        options_.command = std::move(rest);
+        takeSwitches();
+        result_.command = std::move(rest);
         if (std::string problem = contradiction(); !problem.empty()) {
             return wrong(problem);
         }
         CommandLine result;
         result.proceed = true;
-        result.options = options_;
+        result.options = result_;
         return result;
     }
 
   private:
-    void addOutputs() {
-        const char* group = "Output";
-        app_.add_option("-o,--output", options_.output,
-                        "The mix; - is standard output, the format follows the extension")
-            ->type_name("FILE")
-            ->check(notEmpty())
-            ->group(group);
-        app_.add_option("--format", options_.format, "Overrides the extension (see --list-formats)")
-            ->type_name("NAME")
-            ->group(group);
-        app_.add_flag("--list-formats", listFormats_, "List the formats and end")->group(group);
-        app_.add_option("--tracks", options_.tracksFolder,
-                        "One WAV file per track, in the track's own format")
-            ->type_name("DIR")
-            ->check(notEmpty())
-            ->group(group);
-        app_.add_option("--events", options_.eventsFile, "The library's events as JSON lines")
-            ->type_name("FILE")
-            ->check(notEmpty())
-            ->group(group);
-        app_.add_option("--picture", options_.pictureFile,
-                        "Waveform and spectrogram of mix and tracks, as PNG")
-            ->type_name("FILE")
-            ->check(notEmpty())
-            ->group(group);
-        seconds("--max-file-time", options_.maximumFileSeconds, 0.1, kLongestSeconds,
-                "Go on in a new numbered file after that")
-            ->group(group);
-        seconds("--replay", options_.replaySeconds, 0.1, 3600,
-                "Keep only the last SECONDS, in memory; SIGUSR1 saves them")
-            ->group(group);
+    void add(const OptionEntry& entry) {
+        CLI::Option* option = std::visit(
+            [this, &entry](const auto& target) { return added(entry, target); }, entry.target);
+        option->group(std::string(titleOf(entry.group)));
+        if (!entry.valueName.empty()) {
+            option->type_name(std::string(entry.valueName));
+        }
+        if (entry.isNumber()) {
+            option->default_str(entry.defaultText())->check(between(entry.lowest, entry.highest));
+        }
+        options_.emplace(entry.name, option);
     }
 
-    void addEnding() {
-        const char* group = "Ending";
-        seconds("-d,--duration", options_.durationSeconds, 0.001, kLongestSeconds,
-                "Record that long")
-            ->group(group);
-        app_.add_flag("--host-goes-on", hostGoesOn_,
-                      "Leave COMMAND running when the recording ends (else it gets SIGTERM)")
-            ->group(group);
+    static std::string names(const OptionEntry& entry) {
+        return (entry.letter == 0 ? "" : entry.shortForm() + ",") + entry.longForm();
+    }
+    CLI::Option* added(const OptionEntry& entry, Information information) {
+        return app_.add_flag_callback(
+            names(entry), [this, information] { wanted_.insert(information); },
+            std::string(entry.brief));
+    }
+    CLI::Option* added(const OptionEntry& entry, bool Options::*field) {
+        return app_.add_flag(names(entry), result_.*field, std::string(entry.brief));
+    }
+    CLI::Option* added(const OptionEntry& entry, ClearsField target) {
+        return app_.add_flag_callback(
+            names(entry), [this, target] { result_.*(target.field) = false; },
+            std::string(entry.brief));
+    }
+    CLI::Option* added(const OptionEntry& entry, const SwitchWithNumber&) {
+        // Read as text: a flag of a number is a count to the parser.
+        return app_.add_flag(names(entry) + "{" + entry.defaultText() + "}", flagTexts_[entry.name],
+                             std::string(entry.brief));
+    }
+    CLI::Option* added(const OptionEntry& entry, std::string Options::*field) {
+        CLI::Option* option =
+            app_.add_option(names(entry), result_.*field, std::string(entry.brief));
+        return entry.takesEmptyText ? option : option->check(notEmpty());
+    }
+    CLI::Option* added(const OptionEntry& entry, double Options::*field) {
+        return app_.add_option(names(entry), result_.*field, std::string(entry.brief));
+    }
+    CLI::Option* added(const OptionEntry& entry, std::optional<double> Options::*field) {
+        return app_.add_option_function<double>(
+            names(entry), [this, field](const double& value) { result_.*field = value; },
+            std::string(entry.brief));
     }
 
-    void addView() {
-        const char* group = "Seeing";
-        CLI::Option* quiet =
-            app_.add_flag("-q,--quiet", options_.quiet, "Say nothing but problems");
-        quiet->group(group);
-        app_.add_flag("-v,--verbose", options_.verbose, "The library's log as well")
-            ->excludes(quiet)
-            ->group(group);
-        app_.add_flag("-h,--help", help_, "Show this text and end")->group(group);
-        app_.add_flag("--version", version_, "Show the version and end")->group(group);
+    /// Those that name each other, once all are there.
+    void connect(const OptionEntry& entry) {
+        if (!entry.needs.empty()) {
+            options_.at(entry.name)->needs(options_.at(entry.needs));
+        }
+        if (!entry.excludes.empty()) {
+            options_.at(entry.name)->excludes(options_.at(entry.excludes));
+        }
     }
-
-    void addControl() {
-        const char* group = "Control";
-        // As text: a flag of a number is a count to the parser.
-        duck_ = app_.add_flag("--duck{-12}", duckText_,
-                              "Turn COMMAND's own output down by DB, -12 unless told");
-        duck_->check(between(-96, 0))->group(group);
-        app_.add_option("--duck-on", options_.duckOn,
-                        "Duck only while SOURCE is loud: a WAV file, or microphone")
-            ->type_name("SOURCE")
-            ->check(notEmpty())
-            ->needs(duck_)
-            ->group(group);
-        CLI::Option* compress =
-            app_.add_flag("--compress", options_.compress, "Compress COMMAND's own output");
-        compress->group(group);
-        number("--compress-threshold", options_.compressThresholdDecibels, -96, 0, "DB",
-               "Level from which on, in dBFS")
-            ->needs(compress)
-            ->group(group);
-        attack_ = number("--attack", options_.attackSeconds, 0, 10, "SECONDS",
-                         "How fast ducking and compression set in");
-        attack_->group(group);
-        release_ =
-            number("--release", options_.releaseSeconds, 0, 60, "SECONDS", "How fast they let go");
-        release_->group(group);
-        app_.add_flag("--no-arm", noArm_, "Do not arm COMMAND's crash guard")->group(group);
-        number("--ring", options_.ringSeconds, 0.1, 600, "SECONDS",
-               "Sound that the shared memory between COMMAND and the recorder holds")
-            ->group(group);
+    void takeSwitches() {
+        for (const OptionEntry& entry : optionTable()) {
+            const auto* target = std::get_if<SwitchWithNumber>(&entry.target);
+            if (target != nullptr && isGiven(entry.name)) {
+                result_.*(target->isOn) = true;
+                result_.*(target->number) = std::strtod(flagTexts_.at(entry.name).c_str(), nullptr);
+            }
+        }
     }
-
-    CLI::Option* number(const char* names, double& value, double lowest, double highest,
-                        const char* unit, const char* text) {
-        return app_.add_option(names, value, text)
-            ->capture_default_str()
-            ->check(between(lowest, highest))
-            ->type_name(unit);
-    }
-
-    CLI::Option* seconds(const char* names, std::optional<double>& value, double lowest,
-                         double highest, const char* text) {
-        return app_
-            .add_option_function<double>(
-                names, [&value](const double& read) { value = read; }, text)
-            ->check(between(lowest, highest))
-            ->type_name("SECONDS");
+    [[nodiscard]] bool isGiven(std::string_view name) const {
+        return options_.at(name)->count() > 0;
     }
 
     CommandLine guard(const std::vector<std::string>& words) {
@@ -239,14 +205,8 @@ class Parser {
         return result;
     }
 
-    std::string contradiction() {
-        options_.duck = duck_->count() > 0;
-        if (options_.duck) {
-            options_.duckDecibels = std::strtod(duckText_.c_str(), nullptr);
-        }
-        options_.armGuard = !noArm_;
-        options_.hostEnd = hostGoesOn_ ? Options::HostEnd::kGoesOn : Options::HostEnd::kEnds;
-        const Options& o = options_;
+    std::string contradiction() const {
+        const Options& o = result_;
         const bool toPipe = o.output == "-";
         if (!o.format.empty() && formatNamed(o.format) == nullptr) {
             return "--format: there is no format " + o.format + " (see --list-formats)";
@@ -268,7 +228,7 @@ class Parser {
         if (o.maximumFileSeconds && (o.output.empty() || toPipe) && o.tracksFolder.empty()) {
             return "--max-file-time wants --output FILE or --tracks";
         }
-        if ((attack_->count() > 0 || release_->count() > 0) && !o.duck && !o.compress) {
+        if ((isGiven("attack") || isGiven("release")) && !o.duck && !o.compress) {
             return "--attack and --release want --duck or --compress";
         }
         return samePath();
@@ -277,9 +237,9 @@ class Parser {
     std::string samePath() const {
         std::map<std::filesystem::path, const char*> seen;
         for (const auto& [path, name] :
-             {std::pair(&options_.output, "--output"), std::pair(&options_.eventsFile, "--events"),
-              std::pair(&options_.pictureFile, "--picture"),
-              std::pair(&options_.tracksFolder, "--tracks")}) {
+             {std::pair(&result_.output, "--output"), std::pair(&result_.eventsFile, "--events"),
+              std::pair(&result_.pictureFile, "--picture"),
+              std::pair(&result_.tracksFolder, "--tracks")}) {
             if (path->empty() || *path == "-") {
                 continue;
             }
@@ -295,11 +255,23 @@ class Parser {
     std::string helpText() {
         std::string text = app_.help();
         // What the parser says in front of the first group is our own usage.
-        text.erase(0, text.find("\nOutput"));
+        text.erase(0, text.find("\n" + std::string(titleOf(OptionGroup::kOutput))));
         for (std::size_t place = 0; (place = text.find("\n\n\n", place)) != std::string::npos;) {
             text.erase(place, 1);
         }
         return kUsage + text + kFooter;
+    }
+
+    std::string text(Information information) {
+        switch (information) {
+            case Information::kHelp:
+                return helpText();
+            case Information::kVersion:
+                return "tqaudiorecord " TQ_VERSION "\n";
+            case Information::kFormats:
+                break;
+        }
+        return listOfFormats();
     }
 
     static CommandLine wrong(std::string problem) {
@@ -316,16 +288,10 @@ class Parser {
     }
 
     CLI::App app_;
-    Options options_;
-    std::string duckText_;
-    CLI::Option* duck_ = nullptr;
-    CLI::Option* attack_ = nullptr;
-    CLI::Option* release_ = nullptr;
-    bool hostGoesOn_ = false;
-    bool listFormats_ = false;
-    bool help_ = false;
-    bool version_ = false;
-    bool noArm_ = false;
+    Options result_;
+    std::map<std::string_view, CLI::Option*> options_;
+    std::map<std::string_view, std::string> flagTexts_;  ///< of switches with a number
+    std::set<Information> wanted_;
 };
 
 }  // namespace

@@ -11,7 +11,6 @@ namespace tqrecorder {
 /// the disk.
 struct Options {
     enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm };
-    enum class HostEnd { kGoesOn, kEnds };  ///< what becomes of the host when the recording ends
 
     Action action = Action::kRecord;
     std::vector<std::string> command;  ///< with its arguments; never empty
@@ -27,7 +26,7 @@ struct Options {
 
     // When it ends.
     std::optional<double> durationSeconds;
-    HostEnd hostEnd = HostEnd::kEnds;
+    bool endsHost = true;  ///< the host ends with the recording
 
     // What is shown.
     bool quiet = false;

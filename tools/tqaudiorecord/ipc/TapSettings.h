@@ -32,13 +32,14 @@ struct TapSettings {
     bool wantsLog = false;         ///< log lines are to be sent, not only understood
     bool armGuard = false;         ///< the guard may be armed where that is decent
 
+    // What the user asked for; the defaults are those of the recorder's options.
     bool duck = false;
     bool duckAlways = false;  ///< else as the shared level says
-    float duckDecibels = -12;
+    float duckDecibels = 0;
     bool compress = false;
-    float compressThresholdDecibels = -20;
-    float attackSeconds = 0.01F;
-    float releaseSeconds = 0.2F;
+    float compressThresholdDecibels = 0;
+    float attackSeconds = 0;
+    float releaseSeconds = 0;
 };
 
 [[nodiscard]] std::string toText(const TapSettings& settings);

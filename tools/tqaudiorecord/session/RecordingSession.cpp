@@ -70,7 +70,7 @@ bool RecordingSession::launch(std::string& error) {
     plan.command = options_.command;
     plan.program = program_;
     plan.gate = gate_;
-    plan.ownGroup = options_.hostEnd == Options::HostEnd::kGoesOn;
+    plan.ownGroup = !options_.endsHost;
     plan.outputToError = options_.output == "-";
     plan.signals = signals_.before();
     TapSettings& settings = plan.settings;
@@ -112,7 +112,7 @@ void RecordingSession::loop(RecordingResult& result) {
             if (signal->number == SIGUSR1) {
                 sink_.save();
             } else {
-                hostKnows_ = signal->isFromTerminal && options_.hostEnd == Options::HostEnd::kEnds;
+                hostKnows_ = signal->isFromTerminal && options_.endsHost;
                 result.end = End::kSignal;
                 return;
             }
@@ -236,7 +236,7 @@ void RecordingSession::finish(RecordingResult& result) {
     sink_.tick(elapsedMicroseconds());
     // The files are whole before anything else is waited for.
     sink_.finish();
-    if (!result.hostExitCode && options_.hostEnd == Options::HostEnd::kEnds) {
+    if (!result.hostExitCode && options_.endsHost) {
         endHost();
     }
     // Whoever still runs sees this and takes its listeners back.

@@ -334,7 +334,7 @@ TEST_F(Session, TheRecordingEndsAfterItsDurationAndTheHostWithIt) {
 
 TEST_F(Session, AHostThatIsToGoOnPlaysToItsEnd) {
     options.durationSeconds = 0.3;
-    options.hostEnd = Options::HostEnd::kGoesOn;
+    options.endsHost = false;
     EXPECT_EQ(record({kHost, "tone", "1.5"}).end, End::kDuration);
     int status = 0;
     ASSERT_EQ(waitpid(sink.only().process.pid, &status, 0), sink.only().process.pid);

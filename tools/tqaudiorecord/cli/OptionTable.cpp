@@ -1,0 +1,289 @@
+#include "cli/OptionTable.h"
+
+#include <array>
+#include <sstream>
+
+namespace tqrecorder {
+namespace {
+
+constexpr double kLongestSeconds = 1e7;
+constexpr double kLongestReplaySeconds = 3600;
+constexpr double kQuietestDecibels = -96;
+
+using enum OptionGroup;
+
+constexpr std::array kTable{
+    OptionEntry{
+        .group = kOutput,
+        .letter = 'o',
+        .name = "output",
+        .valueName = "FILE",
+        .target = &Options::output,
+        .brief = "The mix; - is standard output, the format follows the extension",
+        .manual = "The mix: 44100 Hz, 16 bits, stereo. The extension chooses the format. A file "
+                  "that is there is replaced. **-** is standard output, as WAV of unknown length "
+                  "or with **--format raw** as bare samples; what *COMMAND* prints then goes to "
+                  "standard error. A reader that goes away ends the recording.",
+        .completion = Completion::kFile,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "format",
+        .valueName = "NAME",
+        .target = &Options::format,
+        .brief = "Overrides the extension (see --list-formats)",
+        .manual = "Overrides the extension.",
+        .takesEmptyText = true,
+        .completion = Completion::kFormat,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "list-formats",
+        .target = Information::kFormats,
+        .brief = "List the formats and end",
+        .manual = "List the formats and end.",
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "tracks",
+        .valueName = "DIR",
+        .target = &Options::tracksFolder,
+        .brief = "One WAV file per track, in the track's own format",
+        .manual = "One WAV file per track, in the track's own format, after ducking and "
+                  "compression; named by track and host unit. There is silence where the unit did "
+                  "not play, so that the files of a process lie on one time axis. Where a track "
+                  "goes on in another format, another file begins.",
+        .completion = Completion::kFolder,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "events",
+        .valueName = "FILE",
+        .target = &Options::eventsFile,
+        .brief = "The library's events as JSON lines",
+        .manual = "The library's events, one JSON object a line: host_time_us, category, code, "
+                  "message, process, pid.",
+        .completion = Completion::kFile,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "picture",
+        .valueName = "FILE",
+        .target = &Options::pictureFile,
+        .brief = "Waveform and spectrogram of mix and tracks, as PNG",
+        .manual = "Waveform and spectrogram of every mix and track on one time axis, with the "
+                  "events marked, as PNG; drawn at the end. What is not recorded to a file anyway "
+                  "is kept beside the picture until then.",
+        .completion = Completion::kPngFile,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "max-file-time",
+        .valueName = "SECONDS",
+        .target = &Options::maximumFileSeconds,
+        .brief = "Go on in a new numbered file after that",
+        .manual = "Go on in a new file after that, without a frame lost or twice: out-001.wav, "
+                  "out-002.wav ...",
+        .lowest = 0.1,
+        .highest = kLongestSeconds,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "replay",
+        .valueName = "SECONDS",
+        .target = &Options::replaySeconds,
+        .brief = "Keep only the last SECONDS, in memory; SIGUSR1 saves them",
+        .manual = "Keep only the last *SECONDS* of the mix, in memory. SIGUSR1 saves what was not "
+                  "saved before to the next free number: out-001.wav and so on. The end of the "
+                  "recording saves nothing.",
+        .lowest = 0.1,
+        .highest = kLongestReplaySeconds,
+    },
+    OptionEntry{
+        .group = kEnding,
+        .letter = 'd',
+        .name = "duration",
+        .valueName = "SECONDS",
+        .target = &Options::durationSeconds,
+        .brief = "Record that long",
+        .manual = "Record that long.",
+        .lowest = 0.001,
+        .highest = kLongestSeconds,
+    },
+    OptionEntry{
+        .group = kEnding,
+        .name = "host-goes-on",
+        .target = ClearsField{&Options::endsHost},
+        .brief = "Leave COMMAND running when the recording ends (else it gets SIGTERM)",
+        .manual = "Leave *COMMAND* running when the recording ends before it does. It runs in a "
+                  "process group of its own then, and cannot read from the terminal. Otherwise it "
+                  "gets SIGTERM, and SIGKILL when it is still there five seconds later.",
+    },
+    OptionEntry{
+        .group = kView,
+        .letter = 'q',
+        .name = "quiet",
+        .target = &Options::quiet,
+        .brief = "Say nothing but problems",
+        .manual = "Say nothing but problems.",
+    },
+    OptionEntry{
+        .group = kView,
+        .letter = 'v',
+        .name = "verbose",
+        .target = &Options::verbose,
+        .brief = "The library's log as well",
+        .manual = "Show the library's log as well.",
+        .excludes = "quiet",
+    },
+    OptionEntry{
+        .group = kView,
+        .letter = 'h',
+        .name = "help",
+        .target = Information::kHelp,
+        .brief = "Show this text and end",
+        .manual = "Show the options and end.",
+    },
+    OptionEntry{
+        .group = kView,
+        .name = "version",
+        .target = Information::kVersion,
+        .brief = "Show the version and end",
+        .manual = "Show the version and end.",
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "duck",
+        .valueName = "DB",
+        .target = SwitchWithNumber{&Options::duck, &Options::duckDecibels},
+        .brief = "Turn COMMAND's own output down by DB",
+        .manual = "Turn *COMMAND*'s own output down, by {default} dB unless told. With "
+                  "**--compress** as well the lower of the two gains counts.",
+        .lowest = kQuietestDecibels,
+        .highest = 0,
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "duck-on",
+        .valueName = "SOURCE",
+        .target = &Options::duckOn,
+        .brief = "Duck only while SOURCE is loud: a WAV file, or microphone",
+        .manual = "Duck only while *SOURCE* is loud: a WAV file, or **microphone**.",
+        .needs = "duck",
+        .completion = Completion::kFileOrMicrophone,
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "compress",
+        .target = &Options::compress,
+        .brief = "Compress COMMAND's own output",
+        .manual = "Compress *COMMAND*'s own output.",
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "compress-threshold",
+        .valueName = "DB",
+        .target = &Options::compressThresholdDecibels,
+        .brief = "Level from which on, in dBFS",
+        .manual = "Level from which on, in dBFS; {default} unless told.",
+        .lowest = kQuietestDecibels,
+        .highest = 0,
+        .needs = "compress",
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "attack",
+        .valueName = "SECONDS",
+        .target = &Options::attackSeconds,
+        .brief = "How fast ducking and compression set in",
+        .manual = "How fast ducking and compression set in; {default} unless told.",
+        .lowest = 0,
+        .highest = 10,
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "release",
+        .valueName = "SECONDS",
+        .target = &Options::releaseSeconds,
+        .brief = "How fast they let go",
+        .manual = "How fast they let go; {default} unless told.",
+        .lowest = 0,
+        .highest = 60,
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "no-arm",
+        .target = ClearsField{&Options::armGuard},
+        .brief = "Do not arm COMMAND's crash guard",
+        .manual = "Do not arm the crash guard.",
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "ring",
+        .valueName = "SECONDS",
+        .target = &Options::ringSeconds,
+        .brief = "Sound that the shared memory between COMMAND and the recorder holds",
+        .manual = "Sound that the shared memory holds; {default} unless told.",
+        .lowest = 0.1,
+        .highest = 600,
+    },
+};
+
+}  // namespace
+
+std::span<const OptionEntry> optionTable() {
+    return kTable;
+}
+
+std::string_view titleOf(OptionGroup group) {
+    switch (group) {
+        case kOutput:
+            return "Output";
+        case kEnding:
+            return "Ending";
+        case kView:
+            return "Seeing";
+        case kControl:
+            return "Control";
+    }
+    return {};
+}
+
+std::string numberText(double number) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text.precision(10);
+    text << number;
+    return text.str();
+}
+
+bool OptionEntry::takesArgument() const {
+    return !valueName.empty() && !std::holds_alternative<SwitchWithNumber>(target);
+}
+
+bool OptionEntry::isNumber() const {
+    return std::holds_alternative<SwitchWithNumber>(target) ||
+           std::holds_alternative<double Options::*>(target) ||
+           std::holds_alternative<std::optional<double> Options::*>(target);
+}
+
+std::string OptionEntry::defaultText() const {
+    const Options fresh;
+    if (const auto* both = std::get_if<SwitchWithNumber>(&target)) {
+        return numberText(fresh.*(both->number));
+    }
+    if (const auto* field = std::get_if<double Options::*>(&target)) {
+        return numberText(fresh.**field);
+    }
+    return {};
+}
+
+std::string OptionEntry::shortForm() const {
+    return letter == 0 ? std::string() : std::string("-") + letter;
+}
+
+std::string OptionEntry::longForm() const {
+    return "--" + std::string(name);
+}
+
+}  // namespace tqrecorder
