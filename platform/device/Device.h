@@ -5,6 +5,8 @@
 #include <memory>
 #include <string_view>
 
+#include "common/AudioView.h"
+
 // A device is one clock. Once per period it hands every client one slice, in the order in which
 // the clients were added, all on the device's own thread; it sums what they render and plays it.
 // One clock and one thread for all units of a process, like the hardware cycle of a phone: tracks
@@ -16,10 +18,11 @@ namespace tqplatform {
 struct DeviceSlice {
     const AudioTimeStamp* time;  ///< sample, host time and rate scalar valid; sample time is the
                                  ///< device's own, clients count their own from their start
-    UInt32 frames;               ///< 1 to Device::maximumFrames()
-    const float* const* input;   ///< inputChannels() planes of the microphone, never null
-    float* const* output;        ///< outputChannels() planes, zeroed; the client adds nothing of
-                                 ///< others to them: they are its own
+    tqcommon::ConstAudioView input;  ///< planes of the microphone, inputChannels() of them
+    tqcommon::AudioView output;      ///< outputChannels() planes of this client alone, zeroed
+
+    /// 1 to Device::maximumFrames().
+    [[nodiscard]] UInt32 frames() const noexcept { return output.frames(); }
 };
 
 /// What plays and records on a device: an output unit.

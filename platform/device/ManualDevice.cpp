@@ -52,15 +52,19 @@ class ManualDevice final : public Driver {
         time.mHostTime = hostTime;
         time.mRateScalar = 1;
         time.mFlags = kAudioTimeStampSampleHostTimeValid | kAudioTimeStampRateScalarValid;
-        buffers_.input().clear(frames);
-        buffers_.sum().clear(frames);
+        const tqcommon::AudioView heard = buffers_.input(frames);
+        const tqcommon::AudioView played = buffers_.sum(frames);
+        silence(heard);
+        silence(played);
         if (input_.call != nullptr) {
-            input_.call(input_.refCon, kChannels, frames, buffers_.input().data());
+            float* const planes[kChannels] = {heard.plane(0), heard.plane(1)};
+            input_.call(input_.refCon, kChannels, frames, planes);
         }
         clients_.render(time, frames, buffers_);
         framesRendered_ += frames;
         if (output_.call != nullptr) {
-            output_.call(output_.refCon, &time, kChannels, frames, buffers_.sum().data());
+            const float* const planes[kChannels] = {played.plane(0), played.plane(1)};
+            output_.call(output_.refCon, &time, kChannels, frames, planes);
         }
         return noErr;
     }

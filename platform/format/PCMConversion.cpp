@@ -6,6 +6,9 @@
 
 namespace tqplatform {
 
+using tqcommon::AudioView;
+using tqcommon::ConstAudioView;
+
 namespace {
 
 /// Where the samples of one channel lie.
@@ -170,59 +173,61 @@ Loops loopsOf(const PCMFormat& format) noexcept {
 
 }  // namespace
 
-void toFloat(const AudioBufferList& list, const PCMFormat& format, UInt32 frames,
-             float* const* planes) noexcept {
+void toFloat(const AudioBufferList& list, const PCMFormat& format,
+             AudioView planes) noexcept TQ_NONBLOCKING {
+    const UInt32 frames = planes.frames();
     if (const std::byte* const first = stereo16Of(list, format)) {
-        readStereo16(first, planes[0], planes[1], frames);
+        readStereo16(first, planes.plane(0), planes.plane(1), frames);
         return;
     }
     const Loops loops = loopsOf(format);
     for (UInt32 channel = 0; channel < format.channels; ++channel) {
         const Lane lane = laneOf(list, format, channel);
         if (lane.first == nullptr) {
-            std::memset(planes[channel], 0, frames * sizeof(float));
+            std::memset(planes.plane(channel), 0, frames * sizeof(float));
         } else {
-            loops.read(lane, planes[channel], frames);
+            loops.read(lane, planes.plane(channel), frames);
         }
     }
 }
 
-void fromFloat(const float* const* planes, UInt32 frames, const PCMFormat& format,
-               AudioBufferList& list) noexcept {
+void fromFloat(ConstAudioView planes, const PCMFormat& format,
+               AudioBufferList& list) noexcept TQ_NONBLOCKING {
+    const UInt32 frames = planes.frames();
     if (std::byte* const first = stereo16Of(list, format)) {
-        writeStereo16(planes[0], planes[1], first, frames);
+        writeStereo16(planes.plane(0), planes.plane(1), first, frames);
         return;
     }
     const Loops loops = loopsOf(format);
     for (UInt32 channel = 0; channel < format.channels; ++channel) {
         const Lane lane = laneOf(list, format, channel);
         if (lane.first != nullptr) {
-            loops.write(planes[channel], lane, frames);
+            loops.write(planes.plane(channel), lane, frames);
         }
     }
 }
 
-void mapChannels(const float* const* source, UInt32 sourceChannels, float* const* destination,
-                 UInt32 destinationChannels, UInt32 frames) noexcept {
+void mapChannels(ConstAudioView source, AudioView destination) noexcept TQ_NONBLOCKING {
+    const UInt32 frames = destination.frames();
     const std::size_t bytes = frames * sizeof(float);
-    if (destinationChannels == 1 && sourceChannels > 1) {
-        float* const mono = destination[0];
-        const auto count = static_cast<float>(sourceChannels);
+    if (destination.channels() == 1 && source.channels() > 1) {
+        float* const mono = destination.plane(0);
+        const auto count = static_cast<float>(source.channels());
         for (UInt32 frame = 0; frame < frames; ++frame) {
-            float sum = source[0][frame];
-            for (UInt32 channel = 1; channel < sourceChannels; ++channel) {
-                sum += source[channel][frame];
+            float sum = source.at(0, frame);
+            for (UInt32 channel = 1; channel < source.channels(); ++channel) {
+                sum += source.at(channel, frame);
             }
             mono[frame] = sum / count;
         }
         return;
     }
-    for (UInt32 channel = 0; channel < destinationChannels; ++channel) {
-        const UInt32 from = sourceChannels == 1 ? 0 : channel;
-        if (from < sourceChannels) {
-            std::memmove(destination[channel], source[from], bytes);
+    for (UInt32 channel = 0; channel < destination.channels(); ++channel) {
+        const UInt32 from = source.channels() == 1 ? 0 : channel;
+        if (from < source.channels()) {
+            std::memmove(destination.plane(channel), source.plane(from), bytes);
         } else {
-            std::memset(destination[channel], 0, bytes);
+            std::memset(destination.plane(channel), 0, bytes);
         }
     }
 }

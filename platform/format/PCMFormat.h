@@ -4,6 +4,8 @@
 
 #include <optional>
 
+#include "common/AudioView.h"
+
 namespace tqplatform {
 
 enum class SampleType { int8, int16, int24, int32, fixed824, float32, float64 };
@@ -27,19 +29,22 @@ struct PCMFormat {
 /// The platform's usual float format: 32-bit, not interleaved, packed.
 [[nodiscard]] AudioStreamBasicDescription floatDescription(Float64 sampleRate, UInt32 channels);
 
-/// [real-time safe] Reads `frames` of `list` (whose buffers hold at least that much) into one plane
-/// per channel, full scale 1.0.
-void toFloat(const AudioBufferList& list, const PCMFormat& format, UInt32 frames,
-             float* const* planes) noexcept;
+// Views below are planar and have as many channels as the format.
 
-/// [real-time safe] Writes `frames` into the buffers of `list`, rounded to nearest and saturated; a
-/// NaN becomes 0.
-void fromFloat(const float* const* planes, UInt32 frames, const PCMFormat& format,
-               AudioBufferList& list) noexcept;
+/// [any thread] [real-time safe] Fills the planes from `list` (whose buffers hold at least as many
+/// frames), full scale 1.0.
+void toFloat(const AudioBufferList& list, const PCMFormat& format,
+             tqcommon::AudioView planes) noexcept TQ_NONBLOCKING;
 
-/// [real-time safe] Copies planes of one channel count to another: mono is spread, a
-/// fold-down to mono averages, otherwise channels beyond the source stay silent.
-void mapChannels(const float* const* source, UInt32 sourceChannels, float* const* destination,
-                 UInt32 destinationChannels, UInt32 frames) noexcept;
+/// [any thread] [real-time safe] Writes the planes into the buffers of `list`, rounded to nearest
+/// and saturated; a NaN becomes 0.
+void fromFloat(tqcommon::ConstAudioView planes, const PCMFormat& format,
+               AudioBufferList& list) noexcept TQ_NONBLOCKING;
+
+/// [any thread] [real-time safe] Copies planes of one channel count to another: mono is spread, a
+/// fold-down to mono averages, otherwise channels beyond the source become silent. A plane may be
+/// the same on both sides.
+void mapChannels(tqcommon::ConstAudioView source,
+                 tqcommon::AudioView destination) noexcept TQ_NONBLOCKING;
 
 }  // namespace tqplatform

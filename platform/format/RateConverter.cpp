@@ -8,14 +8,15 @@ extern "C" {
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <new>
 #include <stdexcept>
-#include <vector>
 
+#include "common/Planes.h"
 #include "format/RateRatio.h"
 
 namespace tqplatform {
+
+using tqcommon::AudioView;
 
 namespace {
 
@@ -92,21 +93,19 @@ Resampler makeResampler(RateRatio ratio, UInt32 channels) {
 class RateConverter::Engine {
   public:
     Engine(RateRatio ratio, UInt32 channels, UInt32 maximumFrames)
-        : ratio_(ratio), channels_(channels), maximumFrames_(maximumFrames) {
+        : ratio_(ratio),
+          channels_(channels),
+          maximumFrames_(maximumFrames),
+          inputPlanes_(ratio.equal() ? 0 : channels, maximumFrames),
+          scratchPlanes_(ratio.equal() ? 0 : channels, maximumFrames),
+          silentPlane_(ratio.equal() ? 0 : 1, maximumFrames) {
         if (ratio_.equal()) {
             return;
         }
         resampler_ = makeResampler(ratio, channels);
-        input_.resize(std::size_t{maximumFrames} * channels);
-        output_.resize(std::size_t{maximumFrames} * channels);
-        for (UInt32 channel = 0; channel < channels; ++channel) {
-            inputPlanes_[channel] = input_.data() + std::size_t{channel} * maximumFrames;
-            scratchPlanes_[channel] = output_.data() + std::size_t{channel} * maximumFrames;
-        }
-        silence_.resize(maximumFrames);
-        for (UInt32 channel = 0; channel < channels; ++channel) {
-            silentPlanes_[channel] = silence_.data();
-        }
+        input_ = inputPlanes_.view();
+        scratch_ = scratchPlanes_.view();
+        silent_ = {silentPlane_.view().plane(0), channels, maximumFrames, 0};
         measureLookAhead();
         warmUp();
         reset();
@@ -116,21 +115,17 @@ class RateConverter::Engine {
         }
     }
 
-    OSStatus pull(UInt32 frames, float* const* planes, FramePull source, void* context) noexcept {
+    OSStatus pull(AudioView planes, FramePull source, void* context) noexcept {
+        const UInt32 frames = planes.frames();
         UInt32 done = 0;
         while (done < frames) {
             const UInt32 block = std::min(frames - done, maximumFrames_);
-            float* part[kMaximumChannels];
-            for (UInt32 channel = 0; channel < channels_; ++channel) {
-                part[channel] = planes[channel] + done;
-            }
+            const AudioView part = planes.slice(done, block);
             UInt32 made = 0;
-            const OSStatus status = ratio_.equal() ? source(context, block, part)
-                                                   : pullBlock(block, part, source, context, made);
+            const OSStatus status =
+                ratio_.equal() ? source(context, part) : pullBlock(part, source, context, made);
             if (status != noErr) {
-                for (UInt32 channel = 0; channel < channels_; ++channel) {
-                    std::memset(part[channel] + made, 0, (frames - done - made) * sizeof(float));
-                }
+                silence(planes.slice(done + made, frames - done - made));
                 return status;
             }
             done += block;
@@ -145,14 +140,14 @@ class RateConverter::Engine {
         // Silence as long as the filter pushes the past out of it.
         for (std::int64_t left = 2 * lookAhead_ + 2; left > 0; left -= maximumFrames_) {
             const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(left, maximumFrames_));
-            convert(silentPlanes_, chunk, scratchPlanes_, maximumFrames_);
-            while (convert(silentPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
+            convert(silent_, chunk, scratch_, maximumFrames_);
+            while (convert(silent_, 0, scratch_, maximumFrames_) > 0) {
             }
         }
         // Short cycles are run to their end, so that a converter after a reset is like new.
         for (std::int64_t turn = 0; isCyclic() && phase_ != 0 && turn < ratio_.output; ++turn) {
             feedSilence(missing());
-            convert(silentPlanes_, 0, scratchPlanes_, 1);
+            convert(silent_, 0, scratch_, 1);
         }
         feedSilence(phase_ == 0 ? missing() - 1 : missing());
         credit_ = 0;
@@ -169,12 +164,12 @@ class RateConverter::Engine {
 
     /// Feeds the resampler and takes out what it can give, up to `capacity`. Negative when it
     /// failed for want of memory.
-    int convert(float* const* in, UInt32 inCount, float* const* out, UInt32 capacity) noexcept {
+    int convert(AudioView in, UInt32 inCount, AudioView out, UInt32 capacity) noexcept {
         const std::uint8_t* inBytes[kMaximumChannels];
         std::uint8_t* outBytes[kMaximumChannels];
         for (UInt32 channel = 0; channel < channels_; ++channel) {
-            inBytes[channel] = reinterpret_cast<const std::uint8_t*>(in[channel]);
-            outBytes[channel] = reinterpret_cast<std::uint8_t*>(out[channel]);
+            inBytes[channel] = reinterpret_cast<const std::uint8_t*>(in.plane(channel));
+            outBytes[channel] = reinterpret_cast<std::uint8_t*>(out.plane(channel));
         }
         // The input pointers are never null: that would flush.
         const int made = swr_convert(resampler_.get(), outBytes, static_cast<int>(capacity),
@@ -191,19 +186,19 @@ class RateConverter::Engine {
     void feedSilence(std::int64_t frames) noexcept {
         while (frames > 0) {
             const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(frames, maximumFrames_));
-            convert(silentPlanes_, chunk, scratchPlanes_, 0);
+            convert(silent_, chunk, scratch_, 0);
             frames -= chunk;
         }
     }
 
-    /// Fills `block` frames; `made` says how many of them when the source fails.
-    OSStatus pullBlock(UInt32 block, float* const* planes, FramePull source, void* context,
-                       UInt32& made) noexcept {
+    /// Fills the planes; `made` says how many of their frames when the source fails.
+    OSStatus pullBlock(AudioView planes, FramePull source, void* context, UInt32& made) noexcept {
+        const UInt32 block = planes.frames();
         std::int64_t wanted = ratio_.inputFor(block, credit_);
         while (made < block || wanted > 0) {
             const auto chunk = static_cast<UInt32>(std::min<std::int64_t>(wanted, maximumFrames_));
             if (chunk > 0) {
-                const OSStatus status = source(context, chunk, inputPlanes_);
+                const OSStatus status = source(context, input_.slice(0, chunk));
                 if (status != noErr) {
                     return status;
                 }
@@ -211,16 +206,16 @@ class RateConverter::Engine {
             wanted -= chunk;
             quiet_ = isSilent(chunk) ? std::min(quiet_ + chunk, past_ + chunk) : 0;
             if (quiet_ == past_ + chunk && wanted == 0 && made == 0) {
-                miss(chunk, block, planes);
+                miss(chunk, planes);
                 made = block;
                 return noErr;
             }
             makeUp();
             // The resampler may keep back what it could give already until asked once more.
-            int count = give(chunk, block - made, planes, made);
+            int count = give(chunk, planes.slice(made, block - made));
             while (count > 0) {
                 made += static_cast<UInt32>(count);
-                count = made < block ? give(0, block - made, planes, made) : 0;
+                count = made < block ? give(0, planes.slice(made, block - made)) : 0;
             }
             if (count < 0) {
                 return kAudio_MemFullError;
@@ -235,7 +230,7 @@ class RateConverter::Engine {
     /// The next `frames` of the input.
     [[nodiscard]] bool isSilent(UInt32 frames) const noexcept {
         for (UInt32 channel = 0; channel < channels_; ++channel) {
-            const float* const plane = inputPlanes_[channel];
+            const float* const plane = input_.plane(channel);
             // In steps that fit vectors; sound ends it at the first.
             for (UInt32 i = 0; i < frames;) {
                 bool sounds = false;
@@ -251,10 +246,9 @@ class RateConverter::Engine {
     }
 
     /// Gives silence for silence without the resampler.
-    void miss(UInt32 fed, UInt32 given, float* const* planes) noexcept {
-        for (UInt32 channel = 0; channel < channels_; ++channel) {
-            std::fill_n(planes[channel], given, 0.0F);
-        }
+    void miss(UInt32 fed, AudioView planes) noexcept {
+        const UInt32 given = planes.frames();
+        silence(planes);
         credit_ += fed * ratio_.output - given * ratio_.input;
         missedInput_ += fed;
         missedOutput_ += given;
@@ -273,7 +267,7 @@ class RateConverter::Engine {
                 static_cast<UInt32>(std::clamp<std::int64_t>(missedInput_, 0, maximumFrames_));
             const auto room =
                 static_cast<UInt32>(std::clamp<std::int64_t>(missedOutput_, 0, maximumFrames_));
-            const int made = convert(silentPlanes_, fed, scratchPlanes_, room);
+            const int made = convert(silent_, fed, scratch_, room);
             if (made < 0 || (made == 0 && fed == 0)) {
                 break;
             }
@@ -283,12 +277,8 @@ class RateConverter::Engine {
         missedInput_ = missedOutput_ = 0;
     }
 
-    int give(UInt32 fed, UInt32 capacity, float* const* planes, UInt32 offset) noexcept {
-        float* out[kMaximumChannels];
-        for (UInt32 channel = 0; channel < channels_; ++channel) {
-            out[channel] = planes[channel] + offset;
-        }
-        const int count = convert(inputPlanes_, fed, out, capacity);
+    int give(UInt32 fed, AudioView out) noexcept {
+        const int count = convert(input_, fed, out, out.frames());
         if (count >= 0) {
             credit_ += fed * ratio_.output - count * ratio_.input;
         }
@@ -302,13 +292,13 @@ class RateConverter::Engine {
         bool settled = false;  // the very first outputs come late, in one go
         for (std::int64_t fed = 0; fed < limit; ++fed) {
             const std::int64_t before = ahead_;
-            if (convert(silentPlanes_, 1, scratchPlanes_, maximumFrames_) > 0) {
+            if (convert(silent_, 1, scratch_, maximumFrames_) > 0) {
                 if (settled) {
                     lookAhead_ = before;
                     return;
                 }
                 settled = true;
-                while (convert(silentPlanes_, 0, scratchPlanes_, maximumFrames_) > 0) {
+                while (convert(silent_, 0, scratch_, maximumFrames_) > 0) {
                 }
             }
         }
@@ -320,8 +310,7 @@ class RateConverter::Engine {
         for (int round = 0; round < 3; ++round) {
             UInt32 made = 0;
             pullBlock(
-                maximumFrames_, scratchPlanes_,
-                [](void*, UInt32, float* const*) -> OSStatus { return noErr; }, nullptr, made);
+                scratch_, [](void*, AudioView) -> OSStatus { return noErr; }, nullptr, made);
         }
     }
 
@@ -329,12 +318,12 @@ class RateConverter::Engine {
     const UInt32 channels_;
     const UInt32 maximumFrames_;
     Resampler resampler_;
-    std::vector<float> input_;
-    std::vector<float> output_;
-    std::vector<float> silence_;  ///< a plane of zeros for all channels
-    float* silentPlanes_[kMaximumChannels] = {};
-    float* inputPlanes_[kMaximumChannels] = {};
-    float* scratchPlanes_[kMaximumChannels] = {};
+    tqcommon::Planes inputPlanes_;
+    tqcommon::Planes scratchPlanes_;
+    tqcommon::Planes silentPlane_;  ///< zeros
+    AudioView input_;
+    AudioView scratch_;
+    AudioView silent_;  ///< the plane of zeros as every channel
 
     std::int64_t credit_ = 0;  ///< in input frames times ratio_.output
     std::int64_t phase_ = 0;   ///< the next output's place in its input frame, over ratio_.output
@@ -362,9 +351,8 @@ RateConverter::RateConverter(Float64 inputRate, Float64 outputRate, UInt32 chann
 
 RateConverter::~RateConverter() = default;
 
-OSStatus RateConverter::pull(UInt32 frames, float* const* planes, FramePull source,
-                             void* context) noexcept {
-    return engine_->pull(frames, planes, source, context);
+OSStatus RateConverter::pull(AudioView planes, FramePull source, void* context) noexcept {
+    return engine_->pull(planes, source, context);
 }
 
 void RateConverter::reset() noexcept {

@@ -4,11 +4,13 @@
 
 #include <memory>
 
+#include "common/AudioView.h"
+
 namespace tqplatform {
 
-/// Where a converter gets its input: exactly `frames` float samples into each plane. A non-zero
-/// status ends the pull. [real-time safe]
-using FramePull = OSStatus (*)(void* context, UInt32 frames, float* const* planes);
+/// Where a converter gets its input: fills the planes. A non-zero status ends the pull.
+/// [render thread] [real-time safe]
+using FramePull = OSStatus (*)(void* context, tqcommon::AudioView planes);
 
 /// Changes the sample rate of float planes. Pulled: the consumer names an exact number of output
 /// frames and the converter asks its source for what that needs, in pulls of at most
@@ -23,10 +25,10 @@ class RateConverter {
     RateConverter(const RateConverter&) = delete;
     RateConverter& operator=(const RateConverter&) = delete;
 
-    /// [one thread] [real-time safe] Fills every plane with `frames` (up to maximumFrames) output
-    /// frames; on a failed source the rest is silence and the source's status is returned.
-    OSStatus pull(UInt32 frames, float* const* planes, FramePull source, void* context) noexcept;
-    /// [one thread] [real-time safe] Forgets the past.
+    /// [any thread, one at a time] [real-time safe] Fills the planes with output frames; on a
+    /// failed source the rest is silence and the source's status is returned.
+    OSStatus pull(tqcommon::AudioView planes, FramePull source, void* context) noexcept;
+    /// [any thread, one at a time] [real-time safe] Forgets the past.
     void reset() noexcept;
 
   private:

@@ -5,19 +5,10 @@
 
 namespace tqplatform {
 
-namespace {
-
-constexpr std::size_t lineBytes = 64;
-
-std::size_t roundedToLines(std::size_t bytes) {
-    return (bytes + lineBytes - 1) / lineBytes * lineBytes;
-}
-
-}  // namespace
-
 BusMemory::BusMemory(const PCMFormat& format, UInt32 maximumFrames)
     : format_(format),
-      planeBytes_(roundedToLines(static_cast<std::size_t>(format.bytesPerFrame) * maximumFrames)),
+      planeBytes_(
+          tqcommon::AlignedBytes::wholeLines(std::size_t{format.bytesPerFrame} * maximumFrames)),
       data_(planeBytes_ * format.bufferCount()),
       listBytes_(offsetof(AudioBufferList, mBuffers) + sizeof(AudioBuffer) * format.bufferCount()),
       list_(reinterpret_cast<AudioBufferList*>(listBytes_.data())) {

@@ -1,10 +1,12 @@
 #include "unit/BusReader.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstdint>
 
 namespace tqplatform {
+
+using tqcommon::AudioView;
+using tqcommon::ConstAudioView;
 
 BusReader::BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames)
     : memory_(format, maximumFrames),
@@ -20,44 +22,62 @@ BusReader::Given BusReader::take(const BusPull& pull, UInt32 frames) noexcept {
     return {list, status == noErr ? framesIn(list, memory_.format(), frames) : 0, status};
 }
 
-void BusReader::convert(const Given& given, UInt32 frames, float* const* planes) noexcept {
+void BusReader::convert(const Given& given, AudioView planes) noexcept {
     const PCMFormat& format = memory_.format();
-    if (format.channels == channels_) {
-        if (given.held > 0) {
-            toFloat(given.list, format, given.held, planes);
+    const AudioView held = planes.slice(0, given.held);
+    if (given.held == 0) {
+        // Nothing to convert.
+    } else if (format.channels == channels_) {
+        toFloat(given.list, format, held);
+    } else {
+        const AudioView own = planes_.view(given.held);
+        toFloat(given.list, format, own);
+        mapChannels(own, held);
+    }
+    silence(planes.slice(given.held, planes.frames() - given.held));
+}
+
+OSStatus BusReader::read(const BusPull& pull, AudioView planes) noexcept {
+    const Given given = take(pull, planes.frames());
+    convert(given, planes);
+    return given.status;
+}
+
+OSStatus BusReader::readInPlace(const BusPull& pull, AudioView planes,
+                                ConstAudioView& found) noexcept {
+    const Given given = take(pull, planes.frames());
+    if (!find(given, planes.frames(), found)) {
+        convert(given, planes);
+        found = planes;
+    }
+    return given.status;
+}
+
+bool BusReader::find(const Given& given, UInt32 frames, ConstAudioView& found) const noexcept {
+    const PCMFormat& format = memory_.format();
+    if (format.type != SampleType::float32 || format.interleaved ||
+        format.bigEndian != (std::endian::native == std::endian::big) ||
+        format.channels != channels_ || given.held != frames ||
+        given.list.mNumberBuffers < channels_) {
+        return false;
+    }
+    // A program may have put in memory of its own, at any address. Two planes are always evenly
+    // spaced; more may not be.
+    const AudioBuffer* const buffers = buffersOf(given.list);
+    const auto addressOf = [&](UInt32 channel) {
+        return reinterpret_cast<std::uintptr_t>(buffers[channel].mData);
+    };
+    const std::uintptr_t apart = channels_ > 1 ? addressOf(1) - addressOf(0) : 0;
+    for (UInt32 channel = 0; channel < channels_; ++channel) {
+        const std::uintptr_t address = addressOf(channel);
+        if (address == 0 || address % alignof(float) != 0 ||
+            address != addressOf(0) + channel * apart) {
+            return false;
         }
-    } else if (given.held > 0) {
-        toFloat(given.list, format, given.held, planes_.data());
-        mapChannels(planes_.data(), format.channels, planes, channels_, given.held);
     }
-    silence(planes, channels_, given.held, frames - given.held);
-}
-
-OSStatus BusReader::read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept {
-    const Given given = take(pull, frames);
-    convert(given, frames, planes);
-    return given.status;
-}
-
-OSStatus BusReader::readInPlace(const BusPull& pull, UInt32 frames, float* const* planes,
-                                const float** found) noexcept {
-    const Given given = take(pull, frames);
-    const PCMFormat& format = memory_.format();
-    bool isInPlace = format.type == SampleType::float32 && !format.interleaved &&
-                     format.bigEndian == (std::endian::native == std::endian::big) &&
-                     format.channels == channels_ && given.held == frames &&
-                     given.list.mNumberBuffers >= channels_;
-    for (UInt32 channel = 0; isInPlace && channel < channels_; ++channel) {
-        const void* const data = buffersOf(given.list)[channel].mData;
-        // A program may have put in memory of its own, at any address.
-        isInPlace = data != nullptr && reinterpret_cast<std::uintptr_t>(data) % alignof(float) == 0;
-        found[channel] = static_cast<const float*>(data);
-    }
-    if (!isInPlace) {
-        convert(given, frames, planes);
-        std::copy_n(planes, channels_, found);
-    }
-    return given.status;
+    const auto stride = static_cast<std::ptrdiff_t>(apart) / std::ptrdiff_t{sizeof(float)};
+    found = {static_cast<const float*>(buffers[0].mData), channels_, frames, stride};
+    return true;
 }
 
 bool BusReader::fits(const PCMFormat& format, UInt32 channels,

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "common/Planes.h"
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
 #include "unit/InputSource.h"
-#include "unit/Planes.h"
 
 namespace tqplatform {
 
@@ -22,14 +22,15 @@ class BusReader {
   public:
     BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames);
 
-    /// [real-time safe] Pulls `frames` (up to the maximum). What the source leaves out is
-    /// silence, and so is everything when it fails; its status is returned.
-    OSStatus read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept;
+    /// [render thread] [real-time safe] Pulls as many frames as `planes` has (up to the maximum).
+    /// What the source leaves out is silence, and so is everything when it fails; its status is
+    /// returned.
+    OSStatus read(const BusPull& pull, tqcommon::AudioView planes) noexcept;
 
-    /// [real-time safe] The same without a copy where there need be none: `found` says where each
-    /// plane is until the next read, with the source or in `planes`.
-    OSStatus readInPlace(const BusPull& pull, UInt32 frames, float* const* planes,
-                         const float** found) noexcept;
+    /// [render thread] [real-time safe] The same without a copy where there need be none: `found`
+    /// shows where the samples are until the next read, with the source or in `planes`.
+    OSStatus readInPlace(const BusPull& pull, tqcommon::AudioView planes,
+                         tqcommon::ConstAudioView& found) noexcept;
 
     [[nodiscard]] bool fits(const PCMFormat& format, UInt32 channels,
                             UInt32 maximumFrames) const noexcept;
@@ -42,12 +43,15 @@ class BusReader {
         OSStatus status;
     };
     Given take(const BusPull& pull, UInt32 frames) noexcept;
-    void convert(const Given& given, UInt32 frames, float* const* planes) noexcept;
+    void convert(const Given& given, tqcommon::AudioView planes) noexcept;
+    /// Shows the samples where the source left them, when they can be read there.
+    [[nodiscard]] bool find(const Given& given, UInt32 frames,
+                            tqcommon::ConstAudioView& found) const noexcept;
 
     BusMemory memory_;
     UInt32 channels_;
     UInt32 maximumFrames_;
-    Planes planes_;  ///< of the bus's own channels, when they are others than asked for
+    tqcommon::Planes planes_;  ///< of the bus's own channels, when they are others than asked for
 };
 
 }  // namespace tqplatform

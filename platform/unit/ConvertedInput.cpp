@@ -5,6 +5,8 @@
 
 namespace tqplatform {
 
+using tqcommon::AudioView;
+
 ConvertedInput::ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 channels,
                                UInt32 maximumFrames)
     : innerRate_(format.sampleRate),
@@ -16,7 +18,7 @@ ConvertedInput::ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 cha
       planes_(innerChannels_ == channels ? 0 : innerChannels_, maximumFrames) {
 }
 
-OSStatus ConvertedInput::read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept {
+OSStatus ConvertedInput::read(const BusPull& pull, AudioView planes) noexcept {
     const bool goesOn = started_ && pull.time.mSampleTime == nextOutputTime_;
     if (innerRate_ == rate_) {
         nextSampleTime_ = pull.time.mSampleTime;
@@ -24,26 +26,26 @@ OSStatus ConvertedInput::read(const BusPull& pull, UInt32 frames, float* const* 
         nextSampleTime_ = std::round(pull.time.mSampleTime * innerRate_ / rate_);
     }
     started_ = true;
-    nextOutputTime_ = pull.time.mSampleTime + frames;
+    nextOutputTime_ = pull.time.mSampleTime + planes.frames();
     pull_ = &pull;
     const bool direct = innerChannels_ == channels_;
-    float* const* const inner = direct ? planes : planes_.data();
-    const OSStatus status = converter_.pull(frames, inner, pullBus, this);
+    const AudioView inner = direct ? planes : planes_.view(planes.frames());
+    const OSStatus status = converter_.pull(inner, pullBus, this);
     if (!direct) {
-        mapChannels(inner, innerChannels_, planes, channels_, frames);
+        mapChannels(inner, planes);
     }
     pull_ = nullptr;
     return status;
 }
 
-OSStatus ConvertedInput::pullBus(void* context, UInt32 frames, float* const* planes) {
+OSStatus ConvertedInput::pullBus(void* context, AudioView planes) {
     auto& self = *static_cast<ConvertedInput*>(context);
     AudioTimeStamp time = self.pull_->time;
     time.mSampleTime = self.nextSampleTime_;
-    self.nextSampleTime_ += frames;
+    self.nextSampleTime_ += planes.frames();
     AudioUnitRenderActionFlags flags = self.pull_->flags;
     const BusPull pull{self.pull_->source, self.pull_->allocate, self.pull_->bus, flags, time};
-    const OSStatus status = self.reader_.read(pull, frames, planes);
+    const OSStatus status = self.reader_.read(pull, planes);
     // Behind a converter silent input does not mean silent output: its filter still sounds.
     const bool isPassedOn = self.innerRate_ == self.rate_;
     self.pull_->flags =

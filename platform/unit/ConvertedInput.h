@@ -11,17 +11,18 @@ class ConvertedInput {
     /// Throws when the converter for these rates cannot be made.
     ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 channels, UInt32 maximumFrames);
 
-    /// [real-time safe] Fills the planes with exactly `frames` at the outer rate; pull.time is in
-    /// the outer rate, too. The source sees sample times that count in its own frames.
-    OSStatus read(const BusPull& pull, UInt32 frames, float* const* planes) noexcept;
-    /// [real-time safe] Forgets the past: the next read begins anew at its own time.
+    /// [render thread] [real-time safe] Fills `planes`, frames of the outer rate in which pull.time
+    /// counts, too. The source sees sample times that count in its own frames.
+    OSStatus read(const BusPull& pull, tqcommon::AudioView planes) noexcept;
+    /// [render thread] [real-time safe] Forgets the past: the next read begins anew at its own
+    /// time.
     void restart() noexcept;
 
     [[nodiscard]] bool fits(const PCMFormat& format, Float64 rate, UInt32 channels,
                             UInt32 maximumFrames) const noexcept;
 
   private:
-    static OSStatus pullBus(void* context, UInt32 frames, float* const* planes);
+    static OSStatus pullBus(void* context, tqcommon::AudioView planes);
 
     Float64 innerRate_;
     Float64 rate_;
@@ -29,7 +30,7 @@ class ConvertedInput {
     UInt32 innerChannels_;  ///< the fewer of both sides: no channel is resampled twice
     BusReader reader_;
     RateConverter converter_;
-    Planes planes_;
+    tqcommon::Planes planes_;
     bool started_ = false;
     Float64 nextOutputTime_ = 0;
     Float64 nextSampleTime_ = 0;

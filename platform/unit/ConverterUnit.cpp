@@ -9,7 +9,7 @@ struct ConverterUnit::Plan : RenderPlan {
     InputSource source;
     bool allocate = true;
     std::shared_ptr<ConvertedInput> input;
-    std::shared_ptr<Planes> planes;
+    std::shared_ptr<tqcommon::Planes> planes;
 };
 
 ConverterUnit::ConverterUnit(const Component& component) : Unit(component) {
@@ -35,7 +35,7 @@ std::unique_ptr<RenderPlan> ConverterUnit::makePlan(const RenderPlan* old) {
     } else {
         plan->input =
             std::make_shared<ConvertedInput>(in, out.sampleRate, out.channels, maximumFrames_);
-        plan->planes = std::make_shared<Planes>(out.channels, maximumFrames_);
+        plan->planes = std::make_shared<tqcommon::Planes>(out.channels, maximumFrames_);
     }
     return plan;
 }
@@ -48,10 +48,10 @@ OSStatus ConverterUnit::renderBus(const RenderPlan& base, const RenderCall& call
     if (!plan.source.exists()) {
         return kAudioUnitErr_NoConnection;
     }
-    float* const* const planes = plan.planes->data();
-    const OSStatus status = plan.input->read({plan.source, plan.allocate, 0, call.flags, call.time},
-                                             call.frames, planes);
-    fromFloat(planes, call.frames, plan.outputs[0].format, call.list);
+    const tqcommon::AudioView planes = plan.planes->view(call.frames);
+    const OSStatus status =
+        plan.input->read({plan.source, plan.allocate, 0, call.flags, call.time}, planes);
+    fromFloat(planes, plan.outputs[0].format, call.list);
     return status;
 }
 

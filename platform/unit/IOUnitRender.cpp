@@ -37,7 +37,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
         plan.deviceInputs != device_.inputChannels()) {
         return;  // somebody holds the lock for a longer time: silence until he is done
     }
-    const SliceScope scope(*this, slice.frames, plan.deviceRate);
+    const SliceScope scope(*this, slice.frames(), plan.deviceRate);
     const bool beginning = beginning_.load(std::memory_order_relaxed) && beginning_.exchange(false);
     const bool forget = takeRestart();
     if (beginning) {
@@ -62,7 +62,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     if (running_.load() && plan.outputEnabled) {
         play(plan, time, slice);
     }
-    sampleTime_ += slice.frames;
+    sampleTime_ += slice.frames();
 }
 
 void IOUnit::followDevice() noexcept {
@@ -99,7 +99,7 @@ void IOUnit::hearInput(const Plan& plan, const AudioTimeStamp& time,
     if (!plan.inputEnabled || plan.microphone == nullptr) {
         return;
     }
-    const UInt32 frames = plan.microphone->bring(slice.input, slice.frames);
+    const UInt32 frames = plan.microphone->bring(slice.input);
     if (plan.inputCallback.inputProc == nullptr || frames == 0) {
         return;
     }
@@ -112,12 +112,12 @@ void IOUnit::hearInput(const Plan& plan, const AudioTimeStamp& time,
 
 void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {
     const Notifies::Reader notifies(notifies_);
-    AudioBufferList& list = plan.deviceList->prepare(slice.frames, false);
+    AudioBufferList& list = plan.deviceList->prepare(slice.frames(), false);
     for (UInt32 i = 0; i < plan.deviceOutputs; ++i) {
-        buffersOf(list)[i].mData = slice.output[i];
+        buffersOf(list)[i].mData = slice.output.plane(i);
     }
     AudioUnitRenderActionFlags flags = 0;
-    callNotifies(notifies.get(), kAudioUnitRenderAction_PreRender, time, 0, slice.frames, list);
+    callNotifies(notifies.get(), kAudioUnitRenderAction_PreRender, time, 0, slice.frames(), list);
     // A notify may have taken the callback away, and the program what that was made for.
     const tqcommon::Published<RenderPlan>::Reader now(plan_);
     const OSStatus status = fill(static_cast<const Plan*>(now.get()), flags, time, slice);
@@ -125,16 +125,16 @@ void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlic
     const AudioUnitRenderActionFlags error =
         status == noErr ? 0U : AudioUnitRenderActionFlags{kAudioUnitRenderAction_PostRenderError};
     callNotifies(notifies.get(), flags | kAudioUnitRenderAction_PostRender | error, time, 0,
-                 slice.frames, list);
+                 slice.frames(), list);
     lastSampleTime_.store(time.mSampleTime, std::memory_order_relaxed);
 
     // A notify may also have put samples elsewhere.
     for (UInt32 i = 0; i < std::min(list.mNumberBuffers, plan.deviceOutputs); ++i) {
         const AudioBuffer& buffer = buffersOf(list)[i];
-        if (buffer.mData != nullptr && buffer.mData != slice.output[i]) {
+        if (buffer.mData != nullptr && buffer.mData != slice.output.plane(i)) {
             const UInt32 held =
-                std::min(slice.frames, static_cast<UInt32>(buffer.mDataByteSize / sizeof(float)));
-            std::copy_n(static_cast<const float*>(buffer.mData), held, slice.output[i]);
+                std::min(slice.frames(), static_cast<UInt32>(buffer.mDataByteSize / sizeof(float)));
+            std::copy_n(static_cast<const float*>(buffer.mData), held, slice.output.plane(i));
         }
     }
 }
@@ -144,21 +144,22 @@ OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
     const bool fits = now != nullptr && now->deviceRate == device_.sampleRate() &&
                       now->deviceOutputs == device_.outputChannels();
     if (!fits || !now->source.exists()) {
-        silence(slice.output, device_.outputChannels(), 0, slice.frames);
+        silence(slice.output);
         flags |= kAudioUnitRenderAction_OutputIsSilence;
         return noErr;
     }
     const Plan& plan = *now;
     const OSStatus status =
-        plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.frames, slice.output);
+        plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.output);
     const bool muted = switches_[4].value.load(std::memory_order_relaxed) != 0;
     const Float32 volume = muted ? 0.0F : volume_.load(std::memory_order_relaxed);
     if (status != noErr || volume == 0.0F) {
-        silence(slice.output, plan.deviceOutputs, 0, slice.frames);
+        silence(slice.output);
     } else if (volume != 1.0F) {
         for (UInt32 channel = 0; channel < plan.deviceOutputs; ++channel) {
-            for (UInt32 i = 0; i < slice.frames; ++i) {
-                slice.output[channel][i] *= volume;
+            float* const plane = slice.output.plane(channel);
+            for (UInt32 i = 0; i < slice.frames(); ++i) {
+                plane[i] *= volume;
             }
         }
     }

@@ -1,15 +1,15 @@
 #include "unit/MicrophonePath.h"
 
 #include <algorithm>
-#include <array>
 
 #include "unit/BusReader.h"
 
 namespace tqplatform {
 
-namespace {
+using tqcommon::AudioView;
+using tqcommon::ConstAudioView;
 
-constexpr UInt32 mostChannels = 64;
+namespace {
 
 /// Frames at the program's rate that `frames` of the device can make at most.
 UInt32 mostOutput(RateRatio ratio, UInt32 frames) {
@@ -33,15 +33,15 @@ MicrophonePath::MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const 
       mapped_(format.channels, mostOutput(ratio_, maximumFrames)) {
 }
 
-UInt32 MicrophonePath::bring(const float* const* planes, UInt32 frames) noexcept {
+UInt32 MicrophonePath::bring(ConstAudioView planes) noexcept {
     sampleTime_ += convertedFrames_;
     const UInt32 left = heardFrames_ - heardGiven_;
     for (UInt32 channel = 0; channel < deviceChannels_; ++channel) {
-        float* const plane = heard_.data()[channel];
+        float* const plane = heard_.view().plane(channel);
         std::copy_n(plane + heardGiven_, left, plane);
-        std::copy_n(planes[channel], frames, plane + left);
+        std::copy_n(planes.plane(channel), planes.frames(), plane + left);
     }
-    heardFrames_ = left + frames;
+    heardFrames_ = left + planes.frames();
     heardGiven_ = 0;
     // As many output frames as the input covers, and not one more.
     const std::int64_t covered =
@@ -49,32 +49,26 @@ UInt32 MicrophonePath::bring(const float* const* planes, UInt32 frames) noexcept
     convertedFrames_ = std::min(static_cast<UInt32>(covered), mostOutput(ratio_, maximumFrames_));
     credit_ += ratio_.inputFor(convertedFrames_, credit_) * ratio_.output -
                std::int64_t{convertedFrames_} * ratio_.input;
-    static_cast<void>(converter_.pull(convertedFrames_, converted_.data(), giveHeard, this));
-    mapChannels(converted_.data(), deviceChannels_, mapped_.data(), format_.channels,
-                convertedFrames_);
+    const AudioView converted = converted_.view(convertedFrames_);
+    static_cast<void>(converter_.pull(converted, giveHeard, this));
+    mapChannels(converted, mapped_.view(convertedFrames_));
     fetched_ = 0;
     return convertedFrames_;
 }
 
-OSStatus MicrophonePath::giveHeard(void* context, UInt32 frames, float* const* planes) {
+OSStatus MicrophonePath::giveHeard(void* context, AudioView planes) {
     auto& self = *static_cast<MicrophonePath*>(context);
-    const UInt32 held = std::min(frames, self.heardFrames_ - self.heardGiven_);
-    for (UInt32 channel = 0; channel < self.deviceChannels_; ++channel) {
-        std::copy_n(self.heard_.data()[channel] + self.heardGiven_, held, planes[channel]);
-    }
-    silence(planes, self.deviceChannels_, held, frames - held);
+    const UInt32 held = std::min(planes.frames(), self.heardFrames_ - self.heardGiven_);
+    copy(self.heard_.view().slice(self.heardGiven_, held), planes.slice(0, held));
+    silence(planes.slice(held, planes.frames() - held));
     self.heardGiven_ += held;
     return noErr;
 }
 
 void MicrophonePath::fetch(UInt32 frames, AudioBufferList& list) noexcept {
     const UInt32 held = std::min(frames, convertedFrames_ - fetched_);
-    std::array<const float*, mostChannels> part;
-    for (UInt32 channel = 0; channel < format_.channels; ++channel) {
-        part[channel] = mapped_.data()[channel] + fetched_;
-    }
     silence(list);
-    fromFloat(part.data(), held, format_, list);
+    fromFloat(mapped_.view().slice(fetched_, held), format_, list);
     fetched_ += held;
 }
 

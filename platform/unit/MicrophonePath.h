@@ -1,9 +1,9 @@
 #pragma once
 
+#include "common/Planes.h"
 #include "format/PCMFormat.h"
 #include "format/RateConverter.h"
 #include "format/RateRatio.h"
-#include "unit/Planes.h"
 
 namespace tqplatform {
 
@@ -15,20 +15,22 @@ class MicrophonePath {
     MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
                    UInt32 maximumFrames);
 
-    /// [real-time safe] Takes the slice in. Returns how many frames can be fetched from it.
-    UInt32 bring(const float* const* planes, UInt32 frames) noexcept;
-    /// [real-time safe] Writes the next frames; beyond those that were brought there is silence.
+    /// [render thread] [real-time safe] Takes the slice in. Returns how many frames can be fetched
+    /// from it.
+    UInt32 bring(tqcommon::ConstAudioView planes) noexcept;
+    /// [render thread] [real-time safe] Writes the next frames; beyond those that were brought
+    /// there is silence.
     void fetch(UInt32 frames, AudioBufferList& list) noexcept;
     /// Sample time of the slice in the program's rate; the first one after a restart is at 0.
     [[nodiscard]] Float64 sampleTime() const noexcept { return sampleTime_; }
-    /// [real-time safe]
+    /// [render thread] [real-time safe] Forgets the past: the next slice is the first one.
     void restart() noexcept;
 
     [[nodiscard]] bool fits(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
                             UInt32 maximumFrames) const noexcept;
 
   private:
-    static OSStatus giveHeard(void* context, UInt32 frames, float* const* planes);
+    static OSStatus giveHeard(void* context, tqcommon::AudioView planes);
 
     Float64 deviceRate_;
     UInt32 deviceChannels_;
@@ -36,9 +38,9 @@ class MicrophonePath {
     UInt32 maximumFrames_;
     RateRatio ratio_;
     RateConverter converter_;
-    Planes heard_;      ///< slice at the device's rate, behind what the last one left over
-    Planes converted_;  ///< slice at the program's rate
-    Planes mapped_;     ///< in the program's channels
+    tqcommon::Planes heard_;  ///< slice at the device's rate, behind what the last one left over
+    tqcommon::Planes converted_;  ///< slice at the program's rate
+    tqcommon::Planes mapped_;     ///< in the program's channels
     UInt32 heardFrames_ = 0;
     UInt32 heardGiven_ = 0;
     UInt32 convertedFrames_ = 0;

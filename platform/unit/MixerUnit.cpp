@@ -9,6 +9,9 @@
 
 namespace tqplatform {
 
+using tqcommon::AudioView;
+using tqcommon::ConstAudioView;
+
 namespace {
 
 constexpr UInt32 mostChannels = 64;
@@ -30,8 +33,8 @@ struct MixerUnit::Input {
 struct MixerUnit::Plan : RenderPlan {
     std::vector<Input> inputs;  ///< those with a source, in bus order
     std::vector<std::shared_ptr<RateGroup>> groups;
-    std::shared_ptr<Planes> bus;  ///< one bus at its own rate
-    std::shared_ptr<Planes> mix;
+    std::shared_ptr<tqcommon::Planes> bus;  ///< one bus at its own rate
+    std::shared_ptr<tqcommon::Planes> mix;
 };
 
 MixerUnit::MixerUnit(const Component& component) : Unit(component) {
@@ -74,8 +77,10 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
     plan->outputs.push_back({out, outputs_[0].allocate, memoryFor(0, out, maximumFrames_)});
     const bool sameSize = last != nullptr && last->mix->channels() == out.channels &&
                           last->maximumFrames == maximumFrames_;
-    plan->bus = sameSize ? last->bus : std::make_shared<Planes>(out.channels, maximumFrames_);
-    plan->mix = sameSize ? last->mix : std::make_shared<Planes>(out.channels, maximumFrames_);
+    plan->bus =
+        sameSize ? last->bus : std::make_shared<tqcommon::Planes>(out.channels, maximumFrames_);
+    plan->mix =
+        sameSize ? last->mix : std::make_shared<tqcommon::Planes>(out.channels, maximumFrames_);
 
     // What went before is kept where it still fits: its converters know the past.
     const auto groupFor = [&](Float64 rate) {
@@ -118,8 +123,7 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
     return plan;
 }
 
-void MixerUnit::addInput(const Input& input, const RenderCall& call, Planes& planes,
-                         UInt32 maximumFrames) noexcept {
+void MixerUnit::addInput(const Input& input, const RenderCall& call, AudioView planes) noexcept {
     const Levels& levels = levels_[input.bus];
     const Float32 volume = levels.volume.load(std::memory_order_relaxed);
     const Float32 pan = levels.pan.load(std::memory_order_relaxed);
@@ -133,18 +137,17 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call, Planes& pla
     RateGroup& group = *input.group;
     AudioTimeStamp time = call.time;
     for (UInt32 done = 0; done < group.inputFrames();) {
-        const UInt32 frames = std::min(group.inputFrames() - done, maximumFrames);
+        const UInt32 frames = std::min(group.inputFrames() - done, planes.frames());
         time.mSampleTime = group.sampleTime() + done;
         AudioUnitRenderActionFlags flags = 0;
-        std::array<const float*, mostChannels> found;
-        const OSStatus status =
-            input.reader->readInPlace({input.source, input.allocate, input.bus, flags, time},
-                                      frames, planes.data(), found.data());
+        ConstAudioView found;
+        const OSStatus status = input.reader->readInPlace(
+            {input.source, input.allocate, input.bus, flags, time}, planes.slice(0, frames), found);
         if (status != noErr) {
             keepRenderError(status);
             return;  // this bus is silent, the others go on
         }
-        group.add(done, frames, found.data(), gains.data());
+        group.add(done, found, gains.data());
         done += frames;
     }
 }
@@ -160,13 +163,12 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
     }
     for (const Input& input : plan.inputs) {
         if (levels_[input.bus].enable.load(std::memory_order_relaxed) >= 0.5F) {
-            addInput(input, call, *plan.bus, plan.maximumFrames);
+            addInput(input, call, plan.bus->view());
         }
     }
-    float* const* const mix = plan.mix->data();
-    const UInt32 channels = plan.mix->channels();
+    const AudioView mix = plan.mix->view(call.frames);
     if (plan.groups.empty()) {
-        silence(mix, channels, 0, call.frames);
+        silence(mix);
     }
     bool isFirst = true;
     for (const auto& group : plan.groups) {
@@ -175,13 +177,14 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
     }
     const Float32 volume = outputVolume_.load(std::memory_order_relaxed);
     if (volume != 1.0F) {
-        for (UInt32 channel = 0; channel < channels; ++channel) {
+        for (UInt32 channel = 0; channel < mix.channels(); ++channel) {
+            float* const plane = mix.plane(channel);
             for (UInt32 i = 0; i < call.frames; ++i) {
-                mix[channel][i] *= volume;
+                plane[i] *= volume;
             }
         }
     }
-    fromFloat(mix, call.frames, plan.outputs[0].format, call.list);
+    fromFloat(mix, plan.outputs[0].format, call.list);
     if (plan.inputs.empty()) {
         call.flags |= kAudioUnitRenderAction_OutputIsSilence;
     }

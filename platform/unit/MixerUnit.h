@@ -1,6 +1,6 @@
 #pragma once
 
-#include "unit/Planes.h"
+#include "common/Planes.h"
 #include "unit/Unit.h"
 
 namespace tqplatform {
@@ -35,9 +35,9 @@ class MixerUnit final : public Unit {
     struct Input;
     struct Plan;
 
-    /// [real-time safe] Pulls one bus through `planes` into the sum of its rate.
-    void addInput(const Input& input, const RenderCall& call, Planes& planes,
-                  UInt32 maximumFrames) noexcept;
+    /// [render thread] [real-time safe] Pulls one bus through `planes`, as many frames at a time as
+    /// those hold, into the sum of its rate.
+    void addInput(const Input& input, const RenderCall& call, tqcommon::AudioView planes) noexcept;
 
     std::array<Levels, mostInputs> levels_;
     std::atomic<UInt32> inputCount_{defaultInputs};

@@ -6,6 +6,9 @@
 
 namespace tqplatform {
 
+using tqcommon::AudioView;
+using tqcommon::ConstAudioView;
+
 namespace {
 
 /// Frames of input that a slice can need at most: one more than the ratio says for the frame
@@ -80,38 +83,40 @@ void RateGroup::begin(UInt32 frames, Float64 sampleTime) noexcept {
     nextOutputTime_ = sampleTime + frames;
     outputFrames_ = frames;
     given_ = 0;
-    silence(sum_.data(), sum_.channels(), 0, inputFrames_);
+    silence(sum_.view(inputFrames_));
 }
 
-void RateGroup::add(UInt32 first, UInt32 frames, const float* const* planes,
-                    const Float32* gains) noexcept {
-    for (UInt32 channel = 0; channel < sum_.channels(); ++channel) {
-        addChannel(planes[channel], gains[channel], sum_.data()[channel] + first, frames);
+void RateGroup::add(UInt32 first, ConstAudioView planes, const Float32* gains) noexcept {
+    const AudioView sum = sum_.view();
+    for (UInt32 channel = 0; channel < sum.channels(); ++channel) {
+        addChannel(planes.plane(channel), gains[channel], sum.plane(channel) + first,
+                   planes.frames());
     }
 }
 
-void RateGroup::finish(float* const* planes, bool isFirst) noexcept {
-    float* const* made = sum_.data();
+void RateGroup::finish(AudioView planes, bool isFirst) noexcept {
+    AudioView made = sum_.view();
     if (!ratio_.equal()) {
-        made = isFirst ? planes : converted_.data();
-        static_cast<void>(converter_.pull(outputFrames_, made, giveSum, this));
-    }
-    for (UInt32 channel = 0; made != planes && channel < sum_.channels(); ++channel) {
+        made = isFirst ? planes : converted_.view(outputFrames_);
+        static_cast<void>(converter_.pull(made, giveSum, this));
         if (isFirst) {
-            std::copy_n(made[channel], outputFrames_, planes[channel]);
+            return;
+        }
+    }
+    for (UInt32 channel = 0; channel < sum_.channels(); ++channel) {
+        if (isFirst) {
+            std::copy_n(made.plane(channel), outputFrames_, planes.plane(channel));
         } else {
-            addChannel(made[channel], 1, planes[channel], outputFrames_);
+            addChannel(made.plane(channel), 1, planes.plane(channel), outputFrames_);
         }
     }
 }
 
-OSStatus RateGroup::giveSum(void* context, UInt32 frames, float* const* planes) {
+OSStatus RateGroup::giveSum(void* context, AudioView planes) {
     auto& self = *static_cast<RateGroup*>(context);
-    const UInt32 held = std::min(frames, self.inputFrames_ - self.given_);
-    for (UInt32 channel = 0; channel < self.sum_.channels(); ++channel) {
-        std::copy_n(self.sum_.data()[channel] + self.given_, held, planes[channel]);
-    }
-    silence(planes, self.sum_.channels(), held, frames - held);
+    const UInt32 held = std::min(planes.frames(), self.inputFrames_ - self.given_);
+    copy(self.sum_.view().slice(self.given_, held), planes.slice(0, held));
+    silence(planes.slice(held, planes.frames() - held));
     self.given_ += held;
     return noErr;
 }

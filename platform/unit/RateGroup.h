@@ -1,8 +1,8 @@
 #pragma once
 
+#include "common/Planes.h"
 #include "format/RateConverter.h"
 #include "format/RateRatio.h"
-#include "unit/Planes.h"
 
 namespace tqplatform {
 
@@ -19,23 +19,23 @@ class RateGroup {
                             UInt32 maximumFrames) const noexcept;
     [[nodiscard]] Float64 inputRate() const noexcept { return inputRate_; }
 
-    /// [real-time safe] Begins a slice of `frames` output frames at the mixer's sample time: the
-    /// sum is silence.
+    /// [render thread] [real-time safe] Begins a slice of `frames` output frames at the mixer's
+    /// sample time: the sum is silence.
     void begin(UInt32 frames, Float64 sampleTime) noexcept;
     /// Frames that each bus gives to this slice, and the sample time of the first of them.
     [[nodiscard]] UInt32 inputFrames() const noexcept { return inputFrames_; }
     [[nodiscard]] Float64 sampleTime() const noexcept { return sampleTime_; }
-    /// [real-time safe] Adds frames of a bus to the sum, channel by channel with its gain.
-    void add(UInt32 first, UInt32 frames, const float* const* planes,
-             const Float32* gains) noexcept;
-    /// [real-time safe] The slice at the mixer's rate: written into `planes` by the first group of
-    /// a slice, added by the others.
-    void finish(float* const* planes, bool isFirst) noexcept;
-    /// [real-time safe] Forgets the past.
+    /// [render thread] [real-time safe] Adds frames of a bus to the sum from frame `first` on,
+    /// channel by channel with its gain.
+    void add(UInt32 first, tqcommon::ConstAudioView planes, const Float32* gains) noexcept;
+    /// [render thread] [real-time safe] The slice at the mixer's rate: written into `planes` by the
+    /// first group of a slice, added by the others.
+    void finish(tqcommon::AudioView planes, bool isFirst) noexcept;
+    /// [render thread] [real-time safe] Forgets the past.
     void restart() noexcept;
 
   private:
-    static OSStatus giveSum(void* context, UInt32 frames, float* const* planes);
+    static OSStatus giveSum(void* context, tqcommon::AudioView planes);
 
     Float64 inputRate_;
     Float64 outputRate_;
@@ -43,8 +43,8 @@ class RateGroup {
     RateRatio ratio_;
     UInt32 mostInputFrames_;
     RateConverter converter_;
-    Planes sum_;
-    Planes converted_;
+    tqcommon::Planes sum_;
+    tqcommon::Planes converted_;
     bool started_ = false;
     Float64 sampleTime_ = 0;
     Float64 nextOutputTime_ = 0;  ///< of the slice that follows without a gap

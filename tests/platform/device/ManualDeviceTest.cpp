@@ -73,7 +73,7 @@ TEST(ManualDevice, RendersExactlyTheFramesAndTheTimeOfThePump) {
     std::vector<UInt32> frames;
     Client client([&](const DeviceSlice& slice) {
         times.push_back(*slice.time);
-        frames.push_back(slice.frames);
+        frames.push_back(slice.frames());
     });
     add(client);
     EXPECT_EQ(TQManualDevicePump(512, 1000), noErr);
@@ -116,9 +116,9 @@ TEST(ManualDevice, SetsItsRateWithinBounds) {
 
 TEST(ManualDevice, PlaysTheSumOfAllClientsUnclipped) {
     const auto fill = [](const DeviceSlice& slice, float left, float right) {
-        for (UInt32 frame = 0; frame < slice.frames; ++frame) {
-            slice.output[0][frame] += left;
-            slice.output[1][frame] += right;
+        for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
+            slice.output.at(0, frame) += left;
+            slice.output.at(1, frame) += right;
         }
     };
     Client one([&](const DeviceSlice& slice) { fill(slice, 0.75F, -0.5F); });
@@ -150,9 +150,9 @@ TEST(ManualDevice, GivesEveryClientZeroedPlanesOfItsOwn) {
     bool clean = true;
     const auto dirty = [&](const DeviceSlice& slice) {
         for (UInt32 channel = 0; channel < 2; ++channel) {
-            for (UInt32 frame = 0; frame < slice.frames; ++frame) {
-                clean = clean && slice.output[channel][frame] == 0.0F;
-                slice.output[channel][frame] = 5.0F;
+            for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
+                clean = clean && slice.output.at(channel, frame) == 0.0F;
+                slice.output.at(channel, frame) = 5.0F;
             }
         }
     };
@@ -168,7 +168,7 @@ TEST(ManualDevice, GivesEveryClientZeroedPlanesOfItsOwn) {
 TEST(ManualDevice, HearsWhatItsInputSays) {
     std::vector<float> heard;
     Client client([&](const DeviceSlice& slice) {
-        heard.assign(slice.input[1], slice.input[1] + slice.frames);
+        heard.assign(slice.input.plane(1), slice.input.plane(1) + slice.frames());
     });
     add(client);
     ASSERT_EQ(TQManualDevicePump(3, 0), noErr);

@@ -59,7 +59,7 @@ class Client final : public DeviceClient {
         ++slices;
         {
             const std::lock_guard lock(mutex_);
-            notes_.push_back({*slice.time, slice.frames, now});
+            notes_.push_back({*slice.time, slice.frames(), now});
             changed_.notify_all();
         }
         if (body_) {
@@ -97,9 +97,10 @@ TEST(NullDevice, GivesSlicesOfSilenceOnZeroedPlanes) {
     std::atomic<int> dirty{0};
     Client client([&](const DeviceSlice& slice) {
         for (UInt32 channel = 0; channel < 2; ++channel) {
-            for (UInt32 frame = 0; frame < slice.frames; ++frame) {
-                dirty += slice.input[channel][frame] != 0 || slice.output[channel][frame] != 0;
-                slice.output[channel][frame] = 1;
+            for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
+                dirty +=
+                    slice.input.at(channel, frame) != 0 || slice.output.at(channel, frame) != 0;
+                slice.output.at(channel, frame) = 1;
             }
         }
     });
@@ -352,8 +353,8 @@ TEST(NullDeviceFork, AClientMayForkInItsSlice) {
 class Immortal final : public DeviceClient {
   public:
     void render(const DeviceSlice& slice) noexcept override {
-        for (UInt32 frame = 0; frame < slice.frames; ++frame) {
-            slice.output[0][frame] = 1;
+        for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
+            slice.output.at(0, frame) = 1;
         }
         slices.fetch_add(1);
         slices.notify_all();

@@ -8,11 +8,15 @@
 #include <random>
 #include <vector>
 
+#include "common/Planes.h"
 #include "format/PCMFormat.h"
 #include "support/AllocationCounter.h"
 
 namespace {
 
+using tqcommon::AudioView;
+using tqcommon::ConstAudioView;
+using tqcommon::Planes;
 using tqplatform::fromFloat;
 using tqplatform::PCMFormat;
 using tqplatform::SampleType;
@@ -67,8 +71,7 @@ class List {
 
 std::vector<std::uint8_t> written(const PCMFormat& format, std::vector<float> samples) {
     List list(format, static_cast<UInt32>(samples.size()));
-    const float* const planes[] = {samples.data()};
-    fromFloat(planes, static_cast<UInt32>(samples.size()), format, list.list());
+    fromFloat({samples.data(), 1, static_cast<UInt32>(samples.size()), 0}, format, list.list());
     return {list.data(), list.data() + list.size()};
 }
 
@@ -84,8 +87,7 @@ std::vector<float> read(const PCMFormat& format, const void* bytes, UInt32 frame
     List list(format, frames);
     std::memcpy(list.data(), bytes, list.size());
     std::vector<float> plane(frames);
-    float* const planes[] = {plane.data()};
-    toFloat(list.list(), format, frames, planes);
+    toFloat(list.list(), format, {plane.data(), 1, frames, 0});
     return plane;
 }
 
@@ -279,23 +281,20 @@ TEST(PCMConversion, EveryTypeLayoutAndChannelCountKeepsItsChannelsApart) {
             for (const bool interleaved : {true, false}) {
                 const auto format = make(type, channels, interleaved);
                 List list(format, kFrames);
-                std::vector<std::vector<float>> in(channels), out(channels);
-                std::vector<const float*> inPlanes;
-                std::vector<float*> outPlanes;
+                Planes in(channels, kFrames), out(channels, kFrames + 1);
                 for (UInt32 channel = 0; channel < channels; ++channel) {
-                    out[channel].assign(kFrames + 1, 99.0F);
+                    out.view().at(channel, kFrames) = 99.0F;
                     for (UInt32 frame = 0; frame < kFrames; ++frame) {
-                        in[channel].push_back(pattern(channel, frame));
+                        in.view().at(channel, frame) = pattern(channel, frame);
                     }
-                    inPlanes.push_back(in[channel].data());
-                    outPlanes.push_back(out[channel].data());
                 }
-                fromFloat(inPlanes.data(), kFrames, format, list.list());
-                toFloat(list.list(), format, kFrames, outPlanes.data());
+                fromFloat(in.view(), format, list.list());
+                toFloat(list.list(), format, out.view(kFrames));
                 for (UInt32 channel = 0; channel < channels; ++channel) {
-                    ASSERT_EQ(out[channel].back(), 99.0F) << "wrote past the block";
-                    out[channel].pop_back();
-                    ASSERT_EQ(out[channel], in[channel]) << "channel " << channel;
+                    ASSERT_EQ(out.view().at(channel, kFrames), 99.0F) << "wrote past the block";
+                    const float* const wanted = in.view().plane(channel);
+                    ASSERT_TRUE(std::equal(wanted, wanted + kFrames, out.view().plane(channel)))
+                        << "channel " << channel;
                 }
             }
         }
@@ -305,9 +304,8 @@ TEST(PCMConversion, EveryTypeLayoutAndChannelCountKeepsItsChannelsApart) {
 TEST(PCMConversion, InterleavedSamplesLieFrameByFrame) {
     const auto format = make(SampleType::int16, 2);
     List list(format, 2);
-    const float left[] = {0.25F, 0.5F}, right[] = {-0.25F, -0.5F};
-    const float* const planes[] = {left, right};
-    fromFloat(planes, 2, format, list.list());
+    const float leftThenRight[] = {0.25F, 0.5F, -0.25F, -0.5F};
+    fromFloat({leftThenRight, 2, 2, 2}, format, list.list());
     std::int16_t samples[4];
     std::memcpy(samples, list.data(), sizeof samples);
     EXPECT_EQ(samples[0], 8192);
@@ -320,14 +318,13 @@ TEST(PCMConversion, BuffersThatAreNotThereReadAsSilence) {
     const auto format = make(SampleType::float32, 3, false);
     List list(format, 4);
     const float ones[] = {1, 1, 1, 1};
-    const float* const in[] = {ones, ones, ones};
-    fromFloat(in, 4, format, list.list());
+    const ConstAudioView in(ones, 3, 4, 0);
+    fromFloat(in, format, list.list());
     list.buffers()[1].mData = nullptr;
     list.list().mNumberBuffers = 2;
-    fromFloat(in, 4, format, list.list());
+    fromFloat(in, format, list.list());
     std::vector<float> out(12, 5.0F);
-    float* const planes[] = {&out[0], &out[4], &out[8]};
-    toFloat(list.list(), format, 4, planes);
+    toFloat(list.list(), format, {out.data(), 3, 4, 4});
     EXPECT_EQ(out, (std::vector<float>{1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
@@ -336,21 +333,21 @@ TEST(PCMConversion, PlanesMayBeTheBuffersThemselves) {
     const auto format = make(SampleType::float32, 1, false);
     List list(format, 3);
     list.buffers()[0].mData = samples.data();
-    float* const planes[] = {samples.data()};
-    fromFloat(planes, 3, format, list.list());
-    toFloat(list.list(), format, 3, planes);
+    const AudioView planes(samples.data(), 1, 3, 0);
+    fromFloat(planes, format, list.list());
+    toFloat(list.list(), format, planes);
     EXPECT_EQ(samples, (std::vector<float>{0.5F, 0.0F, -2.0F}));
 }
 
 TEST(PCMConversion, AllocatesNothing) {
     const auto format = make(SampleType::int16, 2);
     List list(format, 512);
-    std::vector<float> memory(1024);
-    float* const planes[] = {memory.data(), memory.data() + 512};
+    Planes memory(2, 512);
+    const AudioView planes = memory.view();
     const AllocationCounter allocations;
-    toFloat(list.list(), format, 512, planes);
-    fromFloat(planes, 512, format, list.list());
-    tqplatform::mapChannels(planes, 2, planes, 1, 512);
+    toFloat(list.list(), format, planes);
+    fromFloat(planes, format, list.list());
+    tqplatform::mapChannels(planes, {planes.plane(0), 1, 512, 0});
     EXPECT_EQ(allocations.count(), 0U);
 }
 
@@ -359,17 +356,19 @@ class MapChannels : public testing::Test {
     std::vector<std::vector<float>> map(const std::vector<std::vector<float>>& source,
                                         UInt32 destinationChannels) {
         const auto frames = static_cast<UInt32>(source[0].size());
-        std::vector<std::vector<float>> out(destinationChannels, std::vector<float>(frames, 9.0F));
-        std::vector<const float*> from;
-        std::vector<float*> to;
-        for (const auto& plane : source) {
-            from.push_back(plane.data());
+        Planes from(static_cast<UInt32>(source.size()), frames), to(destinationChannels, frames);
+        for (UInt32 channel = 0; channel < from.channels(); ++channel) {
+            std::copy_n(source[channel].data(), frames, from.view().plane(channel));
         }
-        for (auto& plane : out) {
-            to.push_back(plane.data());
+        std::vector<std::vector<float>> out;
+        for (UInt32 channel = 0; channel < destinationChannels; ++channel) {
+            std::fill_n(to.view().plane(channel), frames, 9.0F);
         }
-        tqplatform::mapChannels(from.data(), static_cast<UInt32>(source.size()), to.data(),
-                                destinationChannels, frames);
+        tqplatform::mapChannels(from.view(), to.view());
+        for (UInt32 channel = 0; channel < destinationChannels; ++channel) {
+            const float* const plane = to.view().plane(channel);
+            out.emplace_back(plane, plane + frames);
+        }
         return out;
     }
 };

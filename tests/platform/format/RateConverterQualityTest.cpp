@@ -19,12 +19,12 @@ struct Tone {
     double frequency;  ///< over the input rate
     std::uint64_t frame = 0;
 
-    static OSStatus pull(void* context, UInt32 frames, float* const* planes) {
+    static OSStatus pull(void* context, tqcommon::AudioView planes) {
         auto& self = *static_cast<Tone*>(context);
-        for (UInt32 frame = 0; frame < frames; ++frame, ++self.frame) {
+        for (UInt32 frame = 0; frame < planes.frames(); ++frame, ++self.frame) {
             // Whole turns are taken off first: the argument stays small and exact.
             const double turns = static_cast<double>(self.frame) * self.frequency;
-            planes[0][frame] = static_cast<float>(
+            planes.at(0, frame) = static_cast<float>(
                 kAmplitude * std::sin(2 * std::numbers::pi * (turns - std::floor(turns))));
         }
         return noErr;
@@ -40,8 +40,8 @@ std::vector<float> convert(double input, double output, double hertz) {
     for (std::size_t made = 0; made < out.size();) {
         const auto frames = static_cast<UInt32>(
             std::min<std::size_t>(1 + random() % kMaximumFrames, out.size() - made));
-        float* const planes[] = {out.data() + made};
-        EXPECT_EQ(converter.pull(frames, planes, &Tone::pull, &tone), noErr);
+        const tqcommon::AudioView planes(out.data() + made, 1, frames, 0);
+        EXPECT_EQ(converter.pull(planes, &Tone::pull, &tone), noErr);
         made += frames;
     }
     return out;

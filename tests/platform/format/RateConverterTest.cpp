@@ -13,6 +13,7 @@ extern "C" {
 #include <cstdlib>
 #include <new>
 #include <random>
+#include <span>
 #include <stdexcept>
 #include <vector>
 
@@ -32,8 +33,9 @@ struct Source {
         return 1.0F;
     };
 
-    static OSStatus pull(void* context, UInt32 frames, float* const* planes) {
+    static OSStatus pull(void* context, tqcommon::AudioView planes) {
         auto& self = *static_cast<Source*>(context);
+        const UInt32 frames = planes.frames();
         ++self.pulls;
         self.largest = std::max(self.largest, frames);
         self.last = frames;
@@ -42,7 +44,7 @@ struct Source {
         }
         for (UInt32 channel = 0; channel < self.channels; ++channel) {
             for (UInt32 frame = 0; frame < frames; ++frame) {
-                planes[channel][frame] = self.signal(self.given + frame, channel);
+                planes.at(channel, frame) = self.signal(self.given + frame, channel);
             }
         }
         self.given += frames;
@@ -53,25 +55,29 @@ struct Source {
 /// Output planes with a mark behind the end of each.
 class Output {
   public:
-    Output(UInt32 channels, UInt32 frames) : frames_(frames) {
-        for (UInt32 channel = 0; channel < channels; ++channel) {
-            memory_.emplace_back(frames + 1, 77.0F);
-        }
-        for (auto& plane : memory_) {
-            planes_.push_back(plane.data());
-        }
+    Output(UInt32 channels, UInt32 frames)
+        : channels_(channels), frames_(frames), memory_(channels * (frames + 1), kMark) {}
+    tqcommon::AudioView view(UInt32 frames) {
+        return tqcommon::AudioView(memory_.data(), channels_, frames_, frames_ + 1)
+            .slice(0, frames);
     }
-    float* const* planes() { return planes_.data(); }
-    const std::vector<float>& operator[](UInt32 channel) const { return memory_[channel]; }
+    std::span<const float> operator[](UInt32 channel) const {
+        return std::span(memory_).subspan(channel * (frames_ + 1), frames_);
+    }
     bool intact() const {
-        return std::all_of(memory_.begin(), memory_.end(),
-                           [this](const auto& plane) { return plane[frames_] == 77.0F; });
+        for (std::size_t mark = frames_; mark < memory_.size(); mark += frames_ + 1) {
+            if (memory_[mark] != kMark) {
+                return false;
+            }
+        }
+        return true;
     }
 
   private:
+    static constexpr float kMark = 77;
+    UInt32 channels_;
     UInt32 frames_;
-    std::vector<std::vector<float>> memory_;
-    std::vector<float*> planes_;
+    std::vector<float> memory_;
 };
 
 constexpr double kRates[] = {8000,  11025,   16000, 22050, 32000,
@@ -94,7 +100,7 @@ TEST(RateConverterCounts, EveryPairOfRatesTakesExactlyTheInputItsOutputStandsFor
             for (int pull = 0; pull < 60; ++pull) {
                 const UInt32 frames = 1 + static_cast<UInt32>(random() % 1024);
                 Output out(1, frames);
-                ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+                ASSERT_EQ(converter.pull(out.view(frames), &Source::pull, &source), noErr);
                 ASSERT_TRUE(out.intact());
                 made += frames;
                 ASSERT_EQ(source.given, covered(made, input, output))
@@ -131,8 +137,8 @@ TEST(RateConverterSilence, IsPassedOverWithoutMovingWhatComesAfterIt) {
                 const UInt32 frames = 1 + static_cast<UInt32>(random() % 1024);
                 Output out(1, frames);
                 Output expected(1, frames);
-                ASSERT_EQ(silent.pull(frames, out.planes(), &Source::pull, &silence), noErr);
-                ASSERT_EQ(sounding.pull(frames, expected.planes(), &Source::pull, &sound), noErr);
+                ASSERT_EQ(silent.pull(out.view(frames), &Source::pull, &silence), noErr);
+                ASSERT_EQ(sounding.pull(expected.view(frames), &Source::pull, &sound), noErr);
                 ASSERT_EQ(silence.given, sound.given);
                 ASSERT_EQ(silence.pulls, sound.pulls);
                 for (UInt32 frame = 0; frame < frames; ++frame) {
@@ -155,7 +161,7 @@ TEST(RateConverterSilence, InOneChannelOnlyIsNoSilence) {
     };
     Output out(2, 512);
     for (int pull = 0; pull < 20; ++pull) {
-        ASSERT_EQ(converter.pull(512, out.planes(), &Source::pull, &source), noErr);
+        ASSERT_EQ(converter.pull(out.view(512), &Source::pull, &source), noErr);
     }
     EXPECT_EQ(out[0][500], 0.0F);
     EXPECT_NEAR(out[1][500], 1.0F, 1e-3);
@@ -170,7 +176,7 @@ TEST(RateConverterCounts, TenMinutesOfOddBlocksLoseNothing) {
         std::uint64_t made = 0;
         while (made < total) {
             const auto frames = static_cast<UInt32>(std::min<std::uint64_t>(997, total - made));
-            ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+            ASSERT_EQ(converter.pull(out.view(frames), &Source::pull, &source), noErr);
             made += frames;
         }
         EXPECT_EQ(source.given, static_cast<std::uint64_t>(input) * 600);
@@ -186,7 +192,7 @@ TEST(RateConverterCounts, EqualBlocksAskForEqualInputGiveOrTakeOneFrame) {
             Output out(1, frames);
             const double exact = frames * input / output;
             for (std::uint64_t pull = 1; pull <= 300; ++pull) {
-                ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+                ASSERT_EQ(converter.pull(out.view(frames), &Source::pull, &source), noErr);
                 ASSERT_EQ(source.pulls, pull);
                 ASSERT_GE(source.last, std::floor(exact));
                 ASSERT_LE(source.last, std::ceil(exact));
@@ -199,7 +205,7 @@ TEST(RateConverterCounts, LargeNeedsAreSplitIntoPullsOfTheMaximum) {
     RateConverter converter(192000, 48000, 1, 256);
     Source source;
     Output out(1, 256);
-    ASSERT_EQ(converter.pull(256, out.planes(), &Source::pull, &source), noErr);
+    ASSERT_EQ(converter.pull(out.view(256), &Source::pull, &source), noErr);
     EXPECT_EQ(source.pulls, 4U);
     EXPECT_EQ(source.largest, 256U);
     EXPECT_EQ(source.given, 1024U);
@@ -209,7 +215,7 @@ TEST(RateConverterCounts, BlocksBeyondTheMaximumComeInParts) {
     RateConverter converter(44100, 48000, 1, 64);
     Source source;
     Output out(1, 1000);
-    ASSERT_EQ(converter.pull(1000, out.planes(), &Source::pull, &source), noErr);
+    ASSERT_EQ(converter.pull(out.view(1000), &Source::pull, &source), noErr);
     EXPECT_EQ(source.given, covered(1000, 44100, 48000));
     EXPECT_LE(source.largest, 64U);
     EXPECT_TRUE(out.intact());
@@ -220,7 +226,7 @@ TEST(RateConverterCounts, NoFramesAskForNothing) {
     RateConverter converter(44100, 48000, 1, 64);
     Source source;
     Output out(1, 1);
-    EXPECT_EQ(converter.pull(0, out.planes(), &Source::pull, &source), noErr);
+    EXPECT_EQ(converter.pull(out.view(0), &Source::pull, &source), noErr);
     EXPECT_EQ(source.pulls, 0U);
 }
 
@@ -235,7 +241,7 @@ TEST(RateConverter, EqualRatesPassTheSourcesSamplesThroughInOnePull) {
         Output out(2, frames);
         const auto first = static_cast<float>(source.given);
         const std::uint64_t pulls = source.pulls;
-        ASSERT_EQ(converter.pull(frames, out.planes(), &Source::pull, &source), noErr);
+        ASSERT_EQ(converter.pull(out.view(frames), &Source::pull, &source), noErr);
         EXPECT_EQ(source.pulls, pulls + 1);
         EXPECT_EQ(source.last, frames);
         for (UInt32 frame = 0; frame < frames; ++frame) {
@@ -251,7 +257,7 @@ TEST(RateConverter, StartsWithHalfAFilterOfSilence) {
     Source source;
     source.signal = [](std::uint64_t frame, UInt32) { return frame == 0 ? 1.0F : 0.0F; };
     Output out(1, 512);
-    ASSERT_EQ(converter.pull(512, out.planes(), &Source::pull, &source), noErr);
+    ASSERT_EQ(converter.pull(out.view(512), &Source::pull, &source), noErr);
     const auto peak = std::max_element(out[0].begin(), out[0].begin() + 512) - out[0].begin();
     // About 55 frames of input: a little over a millisecond.
     EXPECT_GE(peak, 40);
@@ -267,7 +273,7 @@ TEST(RateConverter, KeepsUpTo64ChannelsApart) {
             return static_cast<float>(channel + 1) / 64;
         };
         Output out(channels, 256);
-        ASSERT_EQ(converter.pull(256, out.planes(), &Source::pull, &source), noErr);
+        ASSERT_EQ(converter.pull(out.view(256), &Source::pull, &source), noErr);
         for (UInt32 channel = 0; channel < channels; ++channel) {
             EXPECT_NEAR(out[channel][255], static_cast<float>(channel + 1) / 64, 1e-4F)
                 << channel << " of " << channels;
@@ -282,7 +288,7 @@ TEST(RateConverter, AFailedSourceLeavesSilenceAndItsStatus) {
         source.channels = 2;
         source.failAt = 0;
         Output out(2, 512);
-        EXPECT_EQ(converter.pull(512, out.planes(), &Source::pull, &source), -1234);
+        EXPECT_EQ(converter.pull(out.view(512), &Source::pull, &source), -1234);
         for (UInt32 frame = 0; frame < 512; ++frame) {
             ASSERT_EQ(out[0][frame], 0.0F);
             ASSERT_EQ(out[1][frame], 0.0F);
@@ -301,11 +307,11 @@ TEST(RateConverter, WhatCameBeforeTheFailureIsKeptAndTheRestGoesOnLater) {
     other.signal = ramp;
     other.failAt = 600;
     Output wanted(1, 512), first(1, 256), second(1, 256);
-    ASSERT_EQ(steady.pull(512, wanted.planes(), &Source::pull, &one), noErr);
-    ASSERT_EQ(broken.pull(256, first.planes(), &Source::pull, &other), -1234);
+    ASSERT_EQ(steady.pull(wanted.view(512), &Source::pull, &one), noErr);
+    ASSERT_EQ(broken.pull(first.view(256), &Source::pull, &other), -1234);
     EXPECT_EQ(other.given, 512U);
     other.failAt = UINT64_MAX;
-    ASSERT_EQ(broken.pull(256, second.planes(), &Source::pull, &other), noErr);
+    ASSERT_EQ(broken.pull(second.view(256), &Source::pull, &other), noErr);
     // Two pulls of 256 got through: they cover 128 frames, in which the next block goes on.
     UInt32 made = 256;
     while (made > 0 && first[0][made - 1] == 0.0F) {
@@ -332,7 +338,7 @@ TEST(RateConverter, ResetMakesItLikeNew) {
         Output out(1, 512);
         for (int pull = 0; pull < 20; ++pull) {
             const UInt32 frames = 1 + static_cast<UInt32>(random() % 512);
-            ASSERT_EQ(used.pull(frames, out.planes(), &Source::pull, &noise), noErr);
+            ASSERT_EQ(used.pull(out.view(frames), &Source::pull, &noise), noErr);
         }
         used.reset();
         Source one, other;
@@ -341,10 +347,10 @@ TEST(RateConverter, ResetMakesItLikeNew) {
         };
         Output expected(1, 512);
         for (int pull = 0; pull < 5; ++pull) {
-            ASSERT_EQ(fresh.pull(512, expected.planes(), &Source::pull, &one), noErr);
-            ASSERT_EQ(used.pull(512, out.planes(), &Source::pull, &other), noErr);
+            ASSERT_EQ(fresh.pull(expected.view(512), &Source::pull, &one), noErr);
+            ASSERT_EQ(used.pull(out.view(512), &Source::pull, &other), noErr);
             EXPECT_EQ(one.given, other.given);
-            EXPECT_EQ(expected[0], out[0]) << input << " to " << output;
+            EXPECT_TRUE(std::ranges::equal(expected[0], out[0])) << input << " to " << output;
         }
     }
 }
@@ -354,12 +360,12 @@ TEST(RateConverter, ResetForgetsThePastAtRatesWithALongCycle) {
     Source loud;
     Output out(1, 512);
     for (int pull = 0; pull < 5; ++pull) {
-        ASSERT_EQ(converter.pull(333, out.planes(), &Source::pull, &loud), noErr);
+        ASSERT_EQ(converter.pull(out.view(333), &Source::pull, &loud), noErr);
     }
     converter.reset();
     Source silent;
     silent.signal = [](std::uint64_t, UInt32) { return 0.0F; };
-    ASSERT_EQ(converter.pull(512, out.planes(), &Source::pull, &silent), noErr);
+    ASSERT_EQ(converter.pull(out.view(512), &Source::pull, &silent), noErr);
     EXPECT_EQ(silent.given, covered(512, 44100.5, 48000));
     for (UInt32 frame = 0; frame < 512; ++frame) {
         ASSERT_EQ(out[0][frame], 0.0F) << frame;
@@ -404,7 +410,7 @@ TEST(RateConverterAllocations, PullsAndResetsAllocateNothingFromTheFirstOn) {
         Output out(2, 1024);
         const AllocationCounter allocations;
         for (std::size_t pull = 0; pull < blocks.size(); ++pull) {
-            converter.pull(blocks[pull], out.planes(), &Source::pull, &source);
+            converter.pull(out.view(blocks[pull]), &Source::pull, &source);
             if (pull % 100 == 50) {
                 converter.reset();
             }
@@ -430,7 +436,7 @@ TEST(RateConverterErrors, TakesTheSmallestBlocks) {
     Source source;
     Output out(1, 1);
     for (std::uint64_t made = 1; made <= 500; ++made) {
-        ASSERT_EQ(converter.pull(1, out.planes(), &Source::pull, &source), noErr);
+        ASSERT_EQ(converter.pull(out.view(1), &Source::pull, &source), noErr);
         ASSERT_EQ(source.given, covered(made, 96000, 44100));
     }
     EXPECT_EQ(source.largest, 1U);
