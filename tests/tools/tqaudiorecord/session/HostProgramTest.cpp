@@ -24,7 +24,7 @@ using Problem = HostProgram::Problem;
 
 const std::string kHost = TQ_RECORDED_HOST;
 
-struct Commands : testing::Test {
+struct HostPrograms : testing::Test {
     fs::path folder;
 
     void SetUp() override {
@@ -65,7 +65,7 @@ struct Commands : testing::Test {
     }
 };
 
-TEST_F(Commands, ThatAreHostsHaveNoProblem) {
+TEST_F(HostPrograms, ThatAreHostsHaveNoProblem) {
     const HostProgram program = findHostProgram(kHost);
     EXPECT_EQ(program.problem, Problem::kNone);
     EXPECT_EQ(program.path, kHost);
@@ -73,14 +73,14 @@ TEST_F(Commands, ThatAreHostsHaveNoProblem) {
     EXPECT_EQ(program.text(kHost), "");
 }
 
-TEST_F(Commands, AreLookedUpInThePath) {
+TEST_F(HostPrograms, AreLookedUpInThePath) {
     const HostProgram program = findHostProgram("ls");
     EXPECT_EQ(fs::path(program.path).filename(), "ls");
     EXPECT_EQ(program.problem, Problem::kNoPlatform);
     EXPECT_TRUE(program.isWorthStarting()) << "it may open the platform later";
 }
 
-TEST_F(Commands, ThatAreNotThereAreSaidNotToBe) {
+TEST_F(HostPrograms, ThatAreNotThereAreSaidNotToBe) {
     for (const std::string command : {"no-such-command-anywhere", "./none", "/none/none"}) {
         const HostProgram program = findHostProgram(command);
         EXPECT_EQ(program.problem, Problem::kNotFound);
@@ -89,12 +89,12 @@ TEST_F(Commands, ThatAreNotThereAreSaidNotToBe) {
     }
 }
 
-TEST_F(Commands, ThatCannotBeExecutedAreSaidSo) {
+TEST_F(HostPrograms, ThatCannotBeExecutedAreSaidSo) {
     EXPECT_EQ(findHostProgram(make("plain", read(kHost), 0644)).problem, Problem::kNotExecutable);
     EXPECT_EQ(findHostProgram(folder).problem, Problem::kNotExecutable);
 }
 
-TEST_F(Commands, ThatAreStaticallyLinkedAreFoundOut) {
+TEST_F(HostPrograms, ThatAreStaticallyLinkedAreFoundOut) {
     const std::string path = make("static", staticHost());
     const HostProgram program = findHostProgram(path);
     EXPECT_EQ(program.problem, Problem::kStatic);
@@ -102,7 +102,7 @@ TEST_F(Commands, ThatAreStaticallyLinkedAreFoundOut) {
     EXPECT_EQ(program.text(path), path + ": is statically linked and cannot be recorded");
 }
 
-TEST_F(Commands, ForAnotherMachineAreFoundOut) {
+TEST_F(HostPrograms, ForAnotherMachineAreFoundOut) {
     std::string bytes = read(kHost);
     const Elf64_Half machine = EM_S390;
     std::memcpy(bytes.data() + offsetof(Elf64_Ehdr, e_machine), &machine, sizeof machine);
@@ -111,7 +111,7 @@ TEST_F(Commands, ForAnotherMachineAreFoundOut) {
     EXPECT_EQ(findHostProgram(make("small", bytes)).problem, Problem::kOtherMachine);
 }
 
-TEST_F(Commands, WithRaisedPrivilegesAreFoundOut) {
+TEST_F(HostPrograms, WithRaisedPrivilegesAreFoundOut) {
     const std::string path = make("raised", read(kHost));
     const uid_t other = getuid() + 1;
     if (chown(path.c_str(), other, getgid()) != 0) {
@@ -123,7 +123,7 @@ TEST_F(Commands, WithRaisedPrivilegesAreFoundOut) {
     EXPECT_EQ(findHostProgram(path).problem, Problem::kNone);
 }
 
-TEST_F(Commands, ThatAreScriptsNeedTheirInterpreter) {
+TEST_F(HostPrograms, ThatAreScriptsNeedTheirInterpreter) {
     const HostProgram good = findHostProgram(make("good", "#! /bin/sh -e\nexit 0\n"));
     EXPECT_EQ(good.problem, Problem::kNone);
     EXPECT_EQ(good.interpreter, "/bin/sh");
@@ -131,7 +131,7 @@ TEST_F(Commands, ThatAreScriptsNeedTheirInterpreter) {
     EXPECT_EQ(findHostProgram(make("bare", "exit 0\n")).interpreter, "/bin/sh");
 }
 
-TEST_F(Commands, ThatAreBrokenProgramsDoNoHarm) {
+TEST_F(HostPrograms, ThatAreBrokenProgramsDoNoHarm) {
     const std::string whole = read(kHost);
     for (const std::size_t length : {4U, 16U, 63U, 64U, 100U, 600U}) {
         (void)findHostProgram(make("part" + std::to_string(length), whole.substr(0, length)));
@@ -147,7 +147,7 @@ TEST_F(Commands, ThatAreBrokenProgramsDoNoHarm) {
     EXPECT_EQ(findHostProgram(make("empty", "")).interpreter, "/bin/sh");
 }
 
-TEST_F(Commands, ThatCannotBeRecordedAreNotStarted) {
+TEST_F(HostPrograms, ThatCannotBeRecordedAreNotStarted) {
     Options options;
     Sink sink;
     for (const std::string& command : {make("static", staticHost()), std::string("none/none")}) {
@@ -160,7 +160,7 @@ TEST_F(Commands, ThatCannotBeRecordedAreNotStarted) {
     }
 }
 
-TEST_F(Commands, AreNotStartedWithoutTheLibraryToLoad) {
+TEST_F(HostPrograms, AreNotStartedWithoutTheLibraryToLoad) {
     Options options;
     Sink sink;
     options.command = {kHost};

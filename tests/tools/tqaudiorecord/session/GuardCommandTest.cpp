@@ -12,7 +12,7 @@ namespace {
 
 using namespace tqrecorder;
 
-struct Guard : Session {
+struct GuardCommand : Session {
     GuardReport guard(Options::Action action, const std::string& command = kHost) {
         options.action = action;
         options.command = {command};
@@ -23,7 +23,7 @@ struct Guard : Session {
     }
 };
 
-TEST_F(Guard, IsSeenArmedAndDisarmed) {
+TEST_F(GuardCommand, IsSeenArmedAndDisarmed) {
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNeverEnabled);
     GuardReport report = guard(Options::Action::kGuardArm);
     EXPECT_EQ(report.state, GuardState::kArmed);
@@ -35,7 +35,7 @@ TEST_F(Guard, IsSeenArmedAndDisarmed) {
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNotWanted);
 }
 
-TEST_F(Guard, ArmedByHandRecordsWithoutArming) {
+TEST_F(GuardCommand, ArmedByHandRecordsWithoutArming) {
     guard(Options::Action::kGuardArm);
     options.armGuard = false;
     record({kHost, "tone", "0.3"});
@@ -43,7 +43,7 @@ TEST_F(Guard, ArmedByHandRecordsWithoutArming) {
     EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Guard, WhoseRetriesAreUsedUpIsRestoredByArmingOnly) {
+TEST_F(GuardCommand, WhoseRetriesAreUsedUpIsRestoredByArmingOnly) {
     record({kHost, "die"});
     record({kHost, "die"});
     const GuardReport report = guard(Options::Action::kGuardStatus);
@@ -55,12 +55,12 @@ TEST_F(Guard, WhoseRetriesAreUsedUpIsRestoredByArmingOnly) {
     EXPECT_GT(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
-TEST_F(Guard, OfOneProgramIsNotAnothers) {
+TEST_F(GuardCommand, OfOneProgramIsNotAnothers) {
     guard(Options::Action::kGuardArm);
     EXPECT_EQ(guard(Options::Action::kGuardStatus, kOther).state, GuardState::kNeverEnabled);
 }
 
-TEST_F(Guard, DoesNotRunTheProgram) {
+TEST_F(GuardCommand, DoesNotRunTheProgram) {
     options.command = {kHost};
     options.action = Options::Action::kGuardStatus;
     // A host without arguments would play for a minute and fail.
@@ -69,7 +69,7 @@ TEST_F(Guard, DoesNotRunTheProgram) {
     EXPECT_TRUE(report.usesPlatform);
 }
 
-TEST_F(Guard, OfACommandThatIsNotThereIsAnError) {
+TEST_F(GuardCommand, OfACommandThatIsNotThereIsAnError) {
     options.command = {"no-such-command-anywhere"};
     options.action = Options::Action::kGuardStatus;
     const GuardReport report = runGuardCommand(options, kGate);

@@ -1,0 +1,81 @@
+#include "ipc/SharedMemory.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace tqrecorder;
+
+struct Shared : testing::Test {
+    int descriptor = -1;
+    void TearDown() override { close(descriptor); }
+};
+
+TEST_F(Shared, MemoryIsSeenOnBothSides) {
+    auto made = SharedMapping::make(100000, descriptor);
+    ASSERT_TRUE(made);
+    auto mapped = SharedMapping::map(descriptor);
+    ASSERT_TRUE(mapped);
+    EXPECT_TRUE(made->writer(RingId::kLog).push({.kind = RecordKind::kLog}, {}));
+    RingReader reader = mapped->reader(RingId::kLog);
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    EXPECT_EQ(reader.next(header, payload), RingReader::Found::kRecord);
+    made->page().facts.unitsCreated = 3;
+    EXPECT_EQ(mapped->page().facts.unitsCreated.load(), 3U);
+}
+
+TEST_F(Shared, MemoryOutlivesWhoMadeIt) {
+    auto made = SharedMapping::make(100000, descriptor);
+    ASSERT_TRUE(made);
+    auto mapped = SharedMapping::map(descriptor);
+    ASSERT_TRUE(mapped);
+    EXPECT_TRUE(made->writer(RingId::kSound).push({.kind = RecordKind::kMix}, {}));
+    made.reset();
+    RingReader reader = mapped->reader(RingId::kSound);
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    EXPECT_EQ(reader.next(header, payload), RingReader::Found::kRecord);
+}
+
+TEST_F(Shared, MemoryCannotBeCutShort) {
+    ASSERT_TRUE(SharedMapping::make(100000, descriptor));
+    EXPECT_NE(ftruncate(descriptor, 4096), 0);
+}
+
+TEST_F(Shared, MemoryThatCouldBeCutShortIsRefused) {
+    descriptor = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    ASSERT_EQ(ftruncate(descriptor, 1 << 20), 0);
+    EXPECT_FALSE(SharedMapping::map(descriptor));
+    EXPECT_FALSE(SharedMapping::map(-1));
+}
+
+TEST_F(Shared, ALayoutThatReachesOutsideIsRefused) {
+    auto made = SharedMapping::make(100000, descriptor);
+    ASSERT_TRUE(made);
+    SharedPage& page = made->page();
+    const auto refusedWith = [&](std::uint64_t& field, std::uint64_t value) {
+        const std::uint64_t before = std::exchange(field, value);
+        const bool refused = !SharedMapping::map(descriptor);
+        field = before;
+        return refused;
+    };
+    EXPECT_TRUE(refusedWith(page.ringOffset[1], page.totalBytes));
+    EXPECT_TRUE(refusedWith(page.ringOffset[1], 4));
+    EXPECT_TRUE(refusedWith(page.ringOffset[0], std::numeric_limits<std::uint64_t>::max() - 7));
+    EXPECT_TRUE(refusedWith(page.ringBytes[0], 0));
+    EXPECT_TRUE(refusedWith(page.ringBytes[2], page.totalBytes));
+    EXPECT_TRUE(refusedWith(page.totalBytes, page.totalBytes * 2));
+    EXPECT_TRUE(refusedWith(page.magic, 1));
+    EXPECT_TRUE(SharedMapping::map(descriptor));
+}
+
+}  // namespace

@@ -1,0 +1,47 @@
+// Events as JSON lines.
+
+#include "output/EventsSink.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "SinkFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+class EventsSinkTest : public SinkFixture {};
+
+TEST_F(EventsSinkTest, EventsAreJsonLinesThatAreThereAtOnce) {
+    EventsSink sink(folder_.file("events.jsonl"));
+    ASSERT_TRUE(sink.open());
+    sink.event(game_, {123456789, 6, 0, "audio unit \"start\"\n: 1"});
+    sink.event(game_, {123456790, UINT64_MAX, 7, "bro\xffken"});
+    std::ifstream lines(folder_.file("events.jsonl"));
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    const auto first = nlohmann::json::parse(line);
+    EXPECT_EQ(first["host_time_us"], 123456789U);
+    EXPECT_EQ(first["category"], 6U);
+    EXPECT_EQ(first["code"], 0U);
+    EXPECT_EQ(first["message"], "audio unit \"start\"\n: 1");
+    EXPECT_EQ(first["process"], "game");
+    EXPECT_EQ(first["pid"], 1001);
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(nlohmann::json::parse(line)["category"], UINT64_MAX);
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(EventsSinkTest, EventsOnAFullDiskAreOneProblem) {
+    EventsSink sink("/dev/full");
+    ASSERT_TRUE(sink.open());
+    sink.event(game_, {1, 2, 3, "a"});
+    sink.event(game_, {1, 2, 3, "b"});
+    ASSERT_EQ(sink.problems().size(), 1U);
+    EXPECT_THAT(sink.problems()[0], testing::StartsWith("/dev/full: "));
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

@@ -1,0 +1,117 @@
+// The mix as a file: holes, drift, several processes.
+
+#include "output/MixSink.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "SinkFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+class MixSinkTest : public SinkFixture {};
+
+TEST_F(MixSinkTest, MixIsWrittenFrameForFrame) {
+    auto sink = mixSink();
+    play(*sink, game_, 0, 44100);
+    sink->finish();
+    const RecordedFile recorded(folder_.file("out.wav"));
+    ASSERT_EQ(recorded.frames(), 44100U);
+    for (std::size_t frame = 0; frame < 44100; ++frame) {
+        ASSERT_EQ(recorded.numberAt(frame), static_cast<int>(frame % 30000 + 1));
+    }
+    EXPECT_EQ(sink->files().at(0).gaps, 0U);
+}
+
+TEST_F(MixSinkTest, LostBlocksBecomeSilenceOfTheirLength) {
+    auto sink = mixSink();
+    play(*sink, game_, 0, 4700);
+    sink->lost(game_, 2, 940 * 4);
+    play(*sink, game_, 5640, 9400);
+    sink->finish();
+    const RecordedFile recorded(folder_.file("out.wav"));
+    ASSERT_NEAR(static_cast<double>(recorded.frames()), 9400, 1);
+    EXPECT_EQ(recorded.numberAt(4699), 4700);
+    EXPECT_EQ(recorded.numberAt(4700), 0);
+    EXPECT_EQ(recorded.numberAt(5638), 0);
+    EXPECT_NEAR(recorded.numberAt(9000), 9001, 1);
+    EXPECT_EQ(sink->files().at(0).gaps, 1U);
+}
+
+TEST_F(MixSinkTest, AJumpOfTheTimeStampsBecomesSilenceAndJitterDoesNot) {
+    auto sink = mixSink();
+    for (std::size_t block = 0; block < 200; ++block) {
+        const std::vector<std::byte> bytes = counting(441, block * 441);
+        const std::uint64_t jitter = block % 7 * 3000;
+        const std::uint64_t pause = block >= 100 ? 3'000'000 : 0;
+        sink->block(game_, mixBlock(bytes, at(block * 441) + jitter + pause));
+    }
+    sink->finish();
+    const RecordedFile recorded(folder_.file("out.wav"));
+    EXPECT_NEAR(static_cast<double>(recorded.frames()), 200 * 441 + 3 * 44100, 0.03 * 44100);
+    EXPECT_EQ(sink->files().at(0).gaps, 1U);
+    EXPECT_EQ(recorded.numberAt(44099), 14100);
+    EXPECT_EQ(recorded.numberAt(44100), 0);
+}
+
+TEST_F(MixSinkTest, AClockThatDriftsFromTheHostsMakesNoHoles) {
+    auto sink = mixSink();
+    // A hundred parts in a million: a third of a second in an hour.
+    for (std::size_t block = 0; block < 360'000; ++block) {
+        const double micros = static_cast<double>(block) * 10'000 * 1.0001;
+        const std::vector<std::byte> none;
+        sink->block(game_, mixBlock(block % 100 == 0 ? counting(441, 0) : counting(441, 1),
+                                    kStart + static_cast<std::uint64_t>(micros)));
+        if (block == 20'000) {
+            break;  // far enough for the correction to show
+        }
+    }
+    sink->finish();
+    EXPECT_EQ(sink->files().at(0).gaps, 0U);
+}
+
+TEST_F(MixSinkTest, EveryFurtherProcessGetsFilesUnderItsOwnName) {
+    auto sink = mixSink();
+    play(*sink, game_, 0, 4700);
+    play(*sink, process(2, "chat client"), 0, 470);
+    play(*sink, process(3, "chat client"), 0, 940);
+    sink->finish();
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out-chat_client-2.wav",
+                                                         "out-chat_client.wav", "out.wav"}));
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 4700U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-chat_client.wav")).frames(), 470U);
+    EXPECT_EQ(sink->files().at(0).path, folder_.file("out.wav"));
+}
+
+TEST_F(MixSinkTest, ALaunchersChildGetsTheNamesAsGiven) {
+    auto sink = mixSink();
+    sink->processBegan(process(1, "launcher.sh", true));
+    play(*sink, process(2, "game"), 0, 470);
+    sink->finish();
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out.wav"}));
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 470U);
+}
+
+TEST_F(MixSinkTest, ARecordingOfNothingIsAnEmptyFile) {
+    auto sink = mixSink();
+    sink->finish();
+    const RecordedFile recorded(folder_.file("out.wav"));
+    EXPECT_TRUE(recorded.opened);
+    EXPECT_EQ(recorded.frames(), 0U);
+}
+
+TEST_F(MixSinkTest, HeadersAreRefreshedTwiceASecond) {
+    auto sink = mixSink();
+    play(*sink, game_, 0, 4700);
+    sink->tick(600'000);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).info.frames, 4700);
+    play(*sink, game_, 4700, 9400);
+    sink->tick(700'000);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).info.frames, 4700);
+    sink->tick(1'200'000);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).info.frames, 9400);
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Sound.h"
+#include "output/MixSink.h"
+
+namespace tqrecorder::test {
+
+inline constexpr std::uint64_t kStart = 5'000'000;
+
+inline std::uint64_t at(std::size_t frame, double rate = 44100) {
+    return kStart +
+           static_cast<std::uint64_t>(std::llround(static_cast<double>(frame) / rate * 1e6));
+}
+
+/// A process that plays to sinks, and a folder for what they write.
+class SinkFixture : public testing::Test {
+  protected:
+    /// Frames [from, to) of the counting sound in blocks of 470.
+    static void play(Sink& sink, const Process& who, std::size_t from, std::size_t to) {
+        for (std::size_t frame = from; frame < to; frame += 470) {
+            const std::size_t count = std::min<std::size_t>(470, to - frame);
+            const std::vector<std::byte> bytes = counting(count, frame);
+            sink.block(who, mixBlock(bytes, at(frame)));
+        }
+    }
+    std::unique_ptr<MixSink> mixSink(const char* name = "out.wav") {
+        auto sink = std::make_unique<MixSink>(
+            FileSeries::Plan{folder_.file(name), formatNamed("wav"), {}}, names_);
+        EXPECT_TRUE(sink->open());
+        return sink;
+    }
+    Folder folder_;
+    std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
+    const Process game_ = process(1, "game", true);
+};
+
+}  // namespace tqrecorder::test

@@ -1,0 +1,41 @@
+// Where silence goes in a stream whose time stamps have holes and drift.
+
+#include "output/StreamClock.h"
+
+#include <gtest/gtest.h>
+
+namespace tqrecorder::test {
+namespace {
+
+TEST(StreamClockTest, FollowsAnHourOfDriftWithoutAHole) {
+    StreamClock clock(44100, 0, kMixPatience);
+    for (std::uint64_t block = 0; block < 360'000; ++block) {
+        ASSERT_EQ(clock.before(static_cast<std::uint64_t>(static_cast<double>(block) * 10'001.0),
+                               441, false),
+                  0U);
+    }
+}
+
+TEST(StreamClockTest, StampsThatBeginAnewFillNothing) {
+    StreamClock clock(44100, 1'000'000'000'000'000, kMixPatience);
+    EXPECT_EQ(clock.before(1'000'000'000'000'000, 441, false), 0U);
+    EXPECT_EQ(clock.before(5, 441, false), 0U);
+    EXPECT_EQ(clock.before(UINT64_MAX, 441, true), 0U);
+    EXPECT_EQ(clock.before(0, 441, true), 0U);
+    EXPECT_EQ(clock.gaps(), 0U);
+}
+
+TEST(StreamClockTest, ABurstAfterAStallAddsNoTimeInTheEnd) {
+    StreamClock clock(44100, 0, kTrackPatience);
+    std::uint64_t frames = 0;
+    for (std::uint64_t block = 0; block < 100; ++block) {
+        // Blocks 40 to 79 all come at the end of a stall of 0.4 s.
+        const std::uint64_t stamp = block >= 40 && block < 80 ? 800'000 : block * 10'000;
+        frames += clock.before(stamp, 441, false) + 441;
+    }
+    frames += clock.before(3'000'000, 441, false) + 441;
+    EXPECT_NEAR(static_cast<double>(frames), 3.01 * 44100, 0.01 * 44100);
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

@@ -1,0 +1,90 @@
+// One file a track, on one time axis.
+
+#include "output/TracksSink.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "SinkFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+class TracksSinkTest : public SinkFixture {};
+
+TEST_F(TracksSinkTest, TracksShareOneTimeAxis) {
+    TracksSink sink(folder_.file("tracks"), {}, names_);
+    ASSERT_TRUE(sink.open());
+    const BlockFormat music{48000, 2, 32, true};
+    const BlockFormat effects{22050, 1, 16, false};
+    for (std::size_t frame = 0; frame < 96000; frame += 480) {
+        const auto bytes = tone<float>(480, music, 480, frame);
+        sink.block(game_, {1, "unit A", music, at(frame, 48000), bytes});
+    }
+    // Plays from half a second to one, and again from one and a half to two.
+    for (const std::size_t start : {11025U, 33075U}) {
+        for (std::size_t frame = start; frame < start + 11025; frame += 225) {
+            const auto bytes = tone<std::int16_t>(441, effects, 225, frame);
+            sink.block(game_, {2, "unit B", effects, at(frame, 22050), bytes});
+        }
+    }
+    sink.finish();
+    EXPECT_TRUE(sink.problems().empty());
+    const RecordedFile first(folder_.file("tracks/track-1-unit_A.wav"));
+    ASSERT_EQ(first.frames(), 96000U);
+    EXPECT_EQ(first.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+    const RecordedFile second(folder_.file("tracks/track-2-unit_B.wav"));
+    EXPECT_EQ(second.info.samplerate, 22050);
+    EXPECT_EQ(second.info.channels, 1);
+    ASSERT_NEAR(static_cast<double>(second.frames()), 44100, 2);
+    EXPECT_LT(second.amplitude(441, 0, 0.49), 1e-4);
+    EXPECT_NEAR(second.amplitude(441, 0.51, 0.99), 0.5, 0.01);
+    EXPECT_LT(second.amplitude(441, 1.01, 1.49), 1e-4);
+    EXPECT_NEAR(second.amplitude(441, 1.51, 1.99), 0.5, 0.01);
+    EXPECT_EQ(sink.files().at(1).gaps, 1U);
+}
+
+TEST_F(TracksSinkTest, ATrackThatChangesItsFormatGoesOnInAnotherFile) {
+    TracksSink sink(folder_.file("tracks"), {}, names_);
+    ASSERT_TRUE(sink.open());
+    const BlockFormat slow{22050, 1, 16, false};
+    const BlockFormat fast{48000, 2, 16, false};
+    const auto slowBytes = tone<std::int16_t>(441, slow, 22050);
+    const auto fastBytes = tone<std::int16_t>(441, fast, 48000);
+    sink.block(game_, {1, "unit", slow, kStart, slowBytes});
+    sink.block(game_, {1, "unit", fast, kStart + 1'000'000, fastBytes});
+    sink.block(game_, {1, "other", fast, kStart + 2'000'000, fastBytes});
+    sink.finish();
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-1-unit.wav")).frames(), 22050U);
+    const RecordedFile second(folder_.file("tracks/track-1-unit-part2.wav"));
+    EXPECT_EQ(second.frames(), 96000U);
+    EXPECT_LT(second.amplitude(441, 0, 0.99), 1e-4);
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-1-other.wav")).frames(), 144000U);
+    EXPECT_EQ(sink.files().size(), 3U);
+}
+
+TEST_F(TracksSinkTest, OneTrackThatCannotBeWrittenLeavesTheOthersAlone) {
+    TracksSink sink(folder_.file("tracks"), {}, names_);
+    ASSERT_TRUE(sink.open());
+    std::filesystem::create_directory(folder_.file("tracks/track-1-unit.wav"));
+    const auto bytes = mixTone(441, 4410);
+    for (std::size_t block = 0; block < 5; ++block) {
+        sink.block(game_, {1, "unit", kMixFormat, at(block * 4410), bytes});
+        sink.block(game_, {2, "unit", kMixFormat, at(block * 4410), bytes});
+    }
+    sink.finish();
+    ASSERT_EQ(sink.problems().size(), 1U);
+    EXPECT_THAT(sink.problems()[0], testing::HasSubstr("track-1-unit.wav: Is a directory"));
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-2-unit.wav")).frames(), 22050U);
+}
+
+TEST_F(TracksSinkTest, AFolderThatCannotBeMadeIsFoundAtOnce) {
+    std::ofstream(folder_.file("file")) << "in the way";
+    TracksSink sink(folder_.file("file/tracks"), {}, names_);
+    EXPECT_FALSE(sink.open());
+    ASSERT_EQ(sink.problems().size(), 1U);
+    EXPECT_THAT(sink.problems()[0], testing::HasSubstr("file/tracks: Not a directory"));
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

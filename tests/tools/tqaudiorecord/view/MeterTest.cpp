@@ -1,0 +1,119 @@
+// The meter on a terminal and off it.
+
+#include "view/Meter.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+
+#include "ViewFixture.h"
+#include "view/MeterText.h"
+
+namespace tqrecorder::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class MeterTest : public ViewFixture {
+  protected:
+    /// Everything that was written to the other end.
+    static std::string drain(int descriptor) {
+        fcntl(descriptor, F_SETFL, O_NONBLOCK);
+        std::string text;
+        std::array<char, 4096> piece{};
+        for (ssize_t got = 0; (got = read(descriptor, piece.data(), piece.size())) > 0;) {
+            text.append(piece.data(), static_cast<std::size_t>(got));
+        }
+        return text;
+    }
+};
+
+TEST_F(MeterTest, ShowsEachTrackWithItsLevelsBufferAndLosses) {
+    play();
+    observer_.lost(game_, 3, 1234);
+    observer_.tick(83'000'000);
+    const std::vector<std::string> lines = meterLines(observer_, 100);
+    ASSERT_EQ(lines.size(), 5U);
+    EXPECT_THAT(lines[0], HasSubstr("0:01:23   ring 13%   lost 3   gaps 0"));
+    EXPECT_EQ(lines[2], "game (1001)");
+    EXPECT_THAT(lines[3], HasSubstr("  mix "));
+    EXPECT_THAT(lines[3], HasSubstr("-6.0   -9.0    -"));
+    EXPECT_THAT(lines[4], HasSubstr("track 1 unit 0x1"));
+    EXPECT_THAT(lines[4], HasSubstr("-6.0   -9.0  25%  [#####"));
+    for (const std::string& line : lines) {
+        EXPECT_LT(line.size(), 100U);
+    }
+}
+
+TEST_F(MeterTest, LeavesBarsOutOnANarrowTerminal) {
+    play();
+    EXPECT_THAT(meterLines(observer_, 50)[4], Not(HasSubstr("[")));
+}
+
+TEST_F(MeterTest, WritesOneLineOfNumbersASecondWhereThereIsNoTerminal) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    Screen screen(ends[1]);
+    EXPECT_FALSE(screen.isTerminal());
+    Meter meter(screen, observer_, false);
+    for (std::uint64_t elapsed = 100'000; elapsed <= 3'100'000; elapsed += 100'000) {
+        play();
+        observer_.tick(elapsed);
+        meter.tick(elapsed);
+    }
+    meter.finish();
+    const std::string text = drain(ends[0]);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
+    EXPECT_THAT(text, testing::StartsWith("tqaudiorecord: 1.1 s  game  mix -6.0/-9.0  1 "
+                                          "-6.0/-9.0  ring 13%  lost 0  gaps 0\n"));
+    EXPECT_THAT(text, Not(HasSubstr("\033")));
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(MeterTest, RedrawsInPlaceOnATerminalAndLeavesItClean) {
+    int master = -1;
+    int slave = -1;
+    winsize size{24, 72, 0, 0};
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+    Screen screen(slave);
+    ASSERT_TRUE(screen.isTerminal());
+    EXPECT_EQ(screen.width(), 72U);
+    Meter meter(screen, observer_, true);
+    play();
+    meter.tick(100'000);
+    meter.tick(300'000);
+    const std::string first = drain(master);
+    EXPECT_THAT(first, HasSubstr("mix"));
+    EXPECT_THAT(first, HasSubstr("[####"));
+    EXPECT_THAT(first, Not(HasSubstr("A\033")));
+    // A log line goes above the area, which is drawn again below it.
+    meter.log(game_, {3, "-[Unit start]", "late \033[31mred"});
+    const std::string line = drain(master);
+    EXPECT_THAT(line, testing::StartsWith("\r\033[5A\033[J"));
+    EXPECT_THAT(line, HasSubstr("tqaudiorecord: game warning: -[Unit start]: late  [31mred"));
+    play();
+    meter.tick(600'000);
+    drain(master);
+    play();
+    meter.tick(900'000);
+    EXPECT_THAT(drain(master), testing::StartsWith("\r\033[5A"));
+    size.ws_col = 40;
+    ioctl(slave, TIOCSWINSZ, &size);
+    meter.tick(1'200'000);
+    std::istringstream narrow(drain(master));
+    for (std::string row; std::getline(narrow, row);) {
+        const std::size_t end = row.find("\033[K");
+        EXPECT_TRUE(end < 46 || end == std::string::npos) << row;
+    }
+    meter.finish();
+    EXPECT_EQ(drain(master), "\r\033[5A\033[J");
+    close(slave);
+    close(master);
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

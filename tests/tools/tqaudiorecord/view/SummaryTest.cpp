@@ -1,0 +1,39 @@
+#include "view/Summary.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ViewFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+using testing::HasSubstr;
+
+class SummaryTest : public ViewFixture {};
+
+TEST_F(SummaryTest, TellsTracksLossesFilesAndProblems) {
+    play();
+    time_ += 500'000;
+    play();
+    observer_.event(game_, {1, 6, 0, "start"});
+    observer_.lost(game_, 2, 99);
+    WrittenFile file;
+    file.path = "out.wav";
+    file.text = "44100 Hz";
+    file.seconds = 0.7;
+    const std::string text =
+        summaryText(observer_, {file}, {"events.jsonl"}, {"disk: full"}, {"game: silent"});
+    for (const char* words :
+         {"Recorded: game (1001)\n",
+          "  mix: 44100 Hz, 16-bit integer, stereo, 0.20 s, peak -6.0 dBFS, RMS -9.0 dBFS\n",
+          "  track 1 (unit 0x1): 44100 Hz",
+          "  1 event, 1 gap filled with silence (0.50 s), 2 blocks lost (99 bytes)\n",
+          "  out.wav (44100 Hz, 0.70 s)\n", "  events.jsonl\n", "Silent: game: silent\n",
+          "Problem: disk: full\n"}) {
+        EXPECT_THAT(text, HasSubstr(words));
+    }
+}
+
+}  // namespace
+}  // namespace tqrecorder::test
