@@ -6,12 +6,14 @@
 #include <vector>
 
 #include "TQAudioRecordExport.h"
+#include "tq_events.h"
 
 /// What kind of source a track is (RZHookAudioTrackInfo::track_type).
 enum RZHookTrackType : std::int64_t {
-    RZHookTrackTypeUnit = 8,            ///< an audio unit of its own
-    RZHookTrackTypeGraphCallback = 16,  ///< a graph's unit whose input callback was taken over
-    RZHookTrackTypeGraph = 32,          ///< a graph's unit without one
+    RZHookTrackTypeUnit = TQ_HOOK_TRACK_UNIT,  ///< an audio unit of its own
+    RZHookTrackTypeGraphCallback =
+        TQ_HOOK_TRACK_GRAPH_CALLBACK,  ///< a graph's unit whose input callback was taken over
+    RZHookTrackTypeGraph = TQ_HOOK_TRACK_GRAPH,  ///< a graph's unit without one
 };
 
 /// A captured track as it was when its unit first started.

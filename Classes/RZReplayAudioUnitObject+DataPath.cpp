@@ -7,6 +7,7 @@
 #include "RZNumbers.h"
 #include "RZReplayAudioUnitObject.h"
 #include "TQAudioRecordLock.h"
+#include "tq_events.h"
 
 // The four methods that move PCM. All run on render threads: the writer's side on the host's,
 // the reader's on the private graph's.
@@ -61,14 +62,14 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
         // buffers under a stereo description.
         const UInt32 size = (b.mNumberChannels * frames * bitsPerChannel) >> 3;
         if (size > b.mDataByteSize) {
-            if (eventFilter_->FilterEvent(2, 109)) {
-                raise(site, 2, 109,
+            if (eventFilter_->FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_SIZE_MISMATCH)) {
+                raise(site, TQ_EVENT_BUFFER_WRITE, TQ_EVENT_SIZE_MISMATCH,
                       "[buffer] [%p] [%d] write size mis match. record: %d, input: %d", this, i,
                       size, b.mDataByteSize);
             }
         } else if (buffer->writeAudioBuffer(b, size, isProcessed) == 0 &&
-                   eventFilter_->FilterEvent(2, 111)) {
-            raise(site, 2, 111,
+                   eventFilter_->FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN)) {
+            raise(site, TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN,
                   "[buffer] [%p] [%d] write size is zero. dataSize: %d and available: %ld", this, i,
                   size, static_cast<long>(buffer->getRingBufferSize(isProcessed)));
         }
@@ -114,9 +115,10 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
     AudioBuffer& b = list.mBuffers[index];
     if (bufferList_.size() <= index) {
         fillSilence(b);
-        if (eventFilter_->FilterEvent(3, 110)) {
-            raise(site, 3, 110, "[buffer] [%p] read with diff buffer number. read: %d, write: %d",
-                  this, list.mNumberBuffers, static_cast<int>(bufferList_.size()));
+        if (eventFilter_->FilterEvent(TQ_EVENT_BUFFER_READ, TQ_EVENT_BUFFERS_MISSING)) {
+            raise(site, TQ_EVENT_BUFFER_READ, TQ_EVENT_BUFFERS_MISSING,
+                  "[buffer] [%p] read with diff buffer number. read: %d, write: %d", this,
+                  list.mNumberBuffers, static_cast<int>(bufferList_.size()));
         }
         return NO;
     }
@@ -126,8 +128,8 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
         return NO;
     }
     if (sizes.target > b.mDataByteSize || sizes.mismatch) {
-        if (eventFilter_->FilterEvent(3, 109)) {
-            raise(site, 3, 109,
+        if (eventFilter_->FilterEvent(TQ_EVENT_BUFFER_READ, TQ_EVENT_SIZE_MISMATCH)) {
+            raise(site, TQ_EVENT_BUFFER_READ, TQ_EVENT_SIZE_MISMATCH,
                   "[buffer] [%p] [%d] read size mis match. record: %d, , target: %d, input: %d",
                   this, index, sizes.record, sizes.target, b.mDataByteSize);
         }
@@ -161,8 +163,9 @@ void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*fram
     const AudioStreamBasicDescription desc = streamDesc();
     const int format = volumeFormat(desc);
     if (format < 0) {
-        if (eventFilter_->FilterEvent(5, 112)) {
-            raise(site, 5, 112, "[buffer] unsupport pcm format: %d, bisPerChn: %d, chnPerFrame: %d",
+        if (eventFilter_->FilterEvent(TQ_EVENT_PROCESSING, TQ_EVENT_FORMAT_UNSUPPORTED)) {
+            raise(site, TQ_EVENT_PROCESSING, TQ_EVENT_FORMAT_UNSUPPORTED,
+                  "[buffer] unsupport pcm format: %d, bisPerChn: %d, chnPerFrame: %d",
                   desc.mFormatFlags, desc.mBitsPerChannel, desc.mChannelsPerFrame);
         }
         return;

@@ -13,3 +13,4 @@
 #include "TQAudioRecordHookConfig.h"
 #include "TQAudioRecordLog.h"
 #include "TQAudioRecordVersion.h"
+#include "tq_events.h"

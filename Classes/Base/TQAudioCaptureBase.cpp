@@ -10,6 +10,7 @@
 #include "RZStreamMixManager.h"
 #include "TQAudioRecordLog.h"
 #include "TQHookConfigResult.h"
+#include "tq_events.h"
 
 using korva_audio_utils::AudioHookConfig;
 using korva_audio_utils::AudioHookFunctionGuards;
@@ -101,12 +102,12 @@ void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, cons
         return;
     }
     sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
-    if (sharedEventFilter().FilterEvent(2, 107)) {
+    if (sharedEventFilter().FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_UNIT_UNKNOWN)) {
         const RZLogFormat format(
             "[AudioUnitHook] UniversalInputProcessCallback, audio unit obj not found: %p");
         const std::string message = RZFormat(format.text, refCon);
         site.write(3, format.line, message);
-        manager.onAudioRecordEvent(2, 107, message);
+        manager.onAudioRecordEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_UNIT_UNKNOWN, message);
     }
 }
 

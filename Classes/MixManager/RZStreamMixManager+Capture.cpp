@@ -28,24 +28,27 @@ BOOL RZStreamMixManager::startCapture() {
         return YES;
     }
     if (lastStopError()) {
-        report(site, 4, 0, 102, "[mix] has stop error");
+        report(site, 4, TQ_EVENT_CAPTURE_START, TQ_EVENT_STOP_FAILED, "[mix] has stop error");
         return NO;
     }
     setIsCapturing(YES);
     if (!initResampleUnit()) {
         setIsCapturing(NO);
-        report(site, 4, 0, 100, "[mix] resample init failed");
+        report(site, 4, TQ_EVENT_CAPTURE_START, TQ_EVENT_GRAPH_REFUSED,
+               "[mix] resample init failed");
         return NO;
     }
     if (!TQHookSelfTest::isHookSuccess()) {
         setIsCapturing(NO);
-        report(site, 4, 0, 103, "[mix] start capture with hook failed");
+        report(site, 4, TQ_EVENT_CAPTURE_START, TQ_EVENT_HOOKS_NOT_WORKING,
+               "[mix] start capture with hook failed");
         return NO;
     }
     updateAudioUnitObjASBD();
     if (!startResampleUnit()) {
         setIsCapturing(NO);
-        report(site, 4, 0, 100, "[mix] resample unit start fail");
+        report(site, 4, TQ_EVENT_CAPTURE_START, TQ_EVENT_GRAPH_REFUSED,
+               "[mix] resample unit start fail");
         return NO;
     }
     std::string summary = "[";
@@ -54,7 +57,7 @@ BOOL RZStreamMixManager::startCapture() {
                             obj->inUnit(), obj->isCapturing(), obj->isStarted());
     }
     summary += "]";
-    report(site, 2, 0, 0, summary.c_str());
+    report(site, 2, TQ_EVENT_CAPTURE_START, TQ_EVENT_DONE, summary.c_str());
     return YES;
 }
 
@@ -68,11 +71,12 @@ BOOL RZStreamMixManager::stopCapture() {
     }
     setIsCapturing(NO);
     if (!stopResampleMix()) {
-        report(site, 1, 4, 102, "[mix] resample stop failed");
+        report(site, 1, TQ_EVENT_CAPTURE_STOP, TQ_EVENT_STOP_FAILED, "[mix] resample stop failed");
         setLastStopError(YES);
     }
     if (!unInitializeResampleUnit()) {
-        report(site, 1, 4, 102, "[mix] resample uninitialize failed");
+        report(site, 1, TQ_EVENT_CAPTURE_STOP, TQ_EVENT_STOP_FAILED,
+               "[mix] resample uninitialize failed");
         setLastStopError(YES);
     }
     return YES;

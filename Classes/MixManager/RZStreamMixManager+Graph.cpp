@@ -302,11 +302,11 @@ BOOL RZStreamMixManager::updateCapturingAudioUnitObjFormatToResampler() {
         }
         AudioStreamBasicDescription fresh{};
         if (readStreamFormat(obj->inUnit(), kAudioUnitScope_Output, fresh) != 0) {
-            report(site, 3, 1, 100, "[mix] can not get audio unit stream format: %p",
-                   obj->inUnit());
+            report(site, 3, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
+                   "[mix] can not get audio unit stream format: %p", obj->inUnit());
         } else if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
-            report(site, 3, 1, 100, "[mix] can not set audio unit stream format: %p",
-                   obj->inUnit());
+            report(site, 3, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
+                   "[mix] can not set audio unit stream format: %p", obj->inUnit());
         } else {
             // The bus keeps the format known so far; the fresh one serves the next pass.
             obj->setStreamDesc(fresh);
@@ -327,14 +327,16 @@ BOOL RZStreamMixManager::updateAUGraph() {
     guard.unlock();
     switch (status) {
         case 0:
-            report(site, 2, 1, 0, "[mix] AUGraph update success.");
+            report(site, 2, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE, "[mix] AUGraph update success.");
             return YES;
         case kAUGraphErr_CannotDoInCurrentContext:
             // The graph keeps the change and makes it at its next slice.
-            report(site, 3, 1, 105, "[mix] AUGraph can not update in current context");
+            report(site, 3, TQ_EVENT_MIX_CHANGE, TQ_EVENT_UPDATE_POSTPONED,
+                   "[mix] AUGraph can not update in current context");
             return YES;
         default:
-            report(site, 4, 1, 104, "[mix] AUGraph update error");
+            report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_UPDATE_FAILED,
+                   "[mix] AUGraph update error");
             return NO;
     }
 }

@@ -2,6 +2,7 @@
 
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
+#include "tq_events.h"
 
 /// The source path as the records of the manager spell it.
 inline constexpr const char* kMixManagerFile = "Classes/MixManager/RZStreamMixManager";

@@ -24,9 +24,9 @@ constexpr long kEventIntervalMilliseconds = 2000;
 /// How the statistics name the kind of source.
 int hookType(const RZReplayAudioUnitObject* obj) {
     if (obj == nullptr || obj->auGraph() == nullptr) {
-        return 8;
+        return TQ_HOOK_TRACK_UNIT;
     }
-    return obj->origin_inputProc() != nullptr ? 16 : 32;
+    return obj->origin_inputProc() != nullptr ? TQ_HOOK_TRACK_GRAPH_CALLBACK : TQ_HOOK_TRACK_GRAPH;
 }
 
 }  // namespace
@@ -264,7 +264,8 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     const TQAudioRecordLock guard(operatorLock_);
     updateAudioUnitObjectWithStart(obj);
     recordTrackStatistics(obj);
-    report(site, 2, 6, 0, "audio unit start: %d", obj ? obj->trackId() : 0);
+    report(site, 2, TQ_EVENT_UNIT_START, TQ_EVENT_DONE, "audio unit start: %d",
+           obj ? obj->trackId() : 0);
     if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
         return;
     }
@@ -275,12 +276,13 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     obj->startCapture();
     const AudioUnit unit = obj->inUnit();
     if (setNodeInputCallback(obj) != 0) {
-        report(site, 4, 1, 100, "[mix] resample set input streamFormat fail, key: %p, trackId: %d",
-               unit, obj->trackId());
+        report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
+               "[mix] resample set input streamFormat fail, key: %p, trackId: %d", unit,
+               obj->trackId());
         return;
     }
     if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
-        report(site, 4, 1, 100,
+        report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                "[mix] resample set mix unit stream format fail, key: %@, trackId: %d", getKey(unit),
                obj->trackId());
         return;
@@ -288,8 +290,8 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     if (!updateAUGraph()) {
         return;
     }
-    report(site, 4, 1, 0, "[mix] resample update(au start) success, key: %p, trackid: %d", unit,
-           obj->trackId());
+    report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
+           "[mix] resample update(au start) success, key: %p, trackid: %d", unit, obj->trackId());
 }
 
 void RZStreamMixManager::audioUnitUpdate(const UnitObject& obj) {
@@ -305,11 +307,13 @@ void RZStreamMixManager::audioUnitUpdate(const UnitObject& obj) {
         return;
     }
     if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
-        report(site, 4, 1, 100, "[mix] resample set input streamFormat fail, key: %p trackId: %d",
-               obj->inUnit(), obj->trackId());
+        report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
+               "[mix] resample set input streamFormat fail, key: %p trackId: %d", obj->inUnit(),
+               obj->trackId());
     } else {
-        report(site, 4, 1, 0, "[mix] resample set input streamFormat success, key: %p trackId: %d",
-               obj->inUnit(), obj->trackId());
+        report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
+               "[mix] resample set input streamFormat success, key: %p trackId: %d", obj->inUnit(),
+               obj->trackId());
     }
 }
 
@@ -324,7 +328,7 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
         return;
     }
     if (AUGraphDisconnectNodeInput(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId())) != 0) {
-        report(site, 4, 1, 100,
+        report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                "[mix] Audio resample update disconnect unitObj, key: %p, trackid: %d",
                obj->inUnit(), obj->trackId());
         return;
@@ -332,8 +336,9 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
     obj->stopAudioUnit();
     obj->stopCapture();
     if (updateAUGraph()) {
-        report(site, 4, 1, 0, "[mix] resample update(au stop) success, key: %p trackId: %d",
-               obj->inUnit(), obj->trackId());
+        report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
+               "[mix] resample update(au stop) success, key: %p trackId: %d", obj->inUnit(),
+               obj->trackId());
     }
 }
 
