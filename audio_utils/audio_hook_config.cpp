@@ -96,6 +96,7 @@ int AudioHookConfigImpl::init(const char* directory) {
         dropFiles();
         return 2;
     }
+    verdictAtInit_ = readTable().verdict();
     // From here on enter and exit write to the file; its mapping stays where it is.
     countWord_.store(static_cast<std::uint32_t*>(countFile_->data()), std::memory_order_release);
     initSuccess_.store(true, std::memory_order_release);
@@ -157,6 +158,53 @@ bool AudioHookConfigImpl::isHookEnable() {
 
 PreLaunchState AudioHookConfigImpl::getPreLaunchState() {
     return std::bit_cast<PreLaunchState>(preLaunchState_.load(std::memory_order_acquire));
+}
+
+HookTable AudioHookConfigImpl::table() {
+    const std::lock_guard lock(mutex_);
+    return isInitSuccess() ? readTable() : HookTable{};
+}
+
+HookVerdict AudioHookConfigImpl::verdictAtInit() {
+    const std::lock_guard lock(mutex_);
+    return verdictAtInit_;
+}
+
+/// [mutex held] There are files.
+HookTable AudioHookConfigImpl::readTable() const {
+    // One look: another process of the same program may be writing the file.
+    std::array<std::byte, kFirstItemOffset + kMaxItems * kItemSize> config{};
+    std::memcpy(config.data(), configFile_->data(), config.size());
+    HookTable table;
+    const std::uint32_t count = ReadWord(&config[kItemCountOffset]);
+    table.isReadable = count <= kMaxItems;
+    table.retriesLeft = ReadWord(&config[kRetriesOffset]);
+    for (std::size_t k = 0; table.isReadable && k < count; ++k) {
+        const std::byte* const record = &config[kFirstItemOffset + k * kItemSize];
+        table.items.push_back({ReadWord(record), record[kItemEnabledOffset] != std::byte{0},
+                               record[kItemForceDisabledOffset] != std::byte{0}});
+    }
+    return table;
+}
+
+HookVerdict HookTable::verdict() const {
+    if (!isReadable) {
+        return HookVerdict::NoFiles;
+    }
+    bool isWanted = false;
+    for (const Item& item : items) {
+        if (item.forceDisabled) {
+            return HookVerdict::Forbidden;
+        }
+        isWanted = isWanted || item.enabled;
+    }
+    if (items.empty()) {
+        return HookVerdict::NeverEnabled;
+    }
+    if (!isWanted) {
+        return HookVerdict::NotWanted;
+    }
+    return retriesLeft > 0 ? HookVerdict::Armed : HookVerdict::UsedUp;
 }
 
 bool AudioHookConfigImpl::parseConfigList() {

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "memory_file.h"
 
@@ -25,6 +26,31 @@ namespace korva_audio_utils {
 struct PreLaunchState {
     std::int32_t enterCount = 0;  ///< above 0: the last run died inside an intercepted function
     std::int32_t retryCount = 2;  ///< retries left
+};
+
+/// Whether hooks may be installed, or why not.
+enum class HookVerdict {
+    Armed,
+    NeverEnabled,  ///< no hook has ever been asked for
+    NotWanted,     ///< none is asked for any more
+    Forbidden,     ///< one is forbidden, and with it all
+    UsedUp,        ///< no retries left
+    NoFiles,       ///< not initialised
+};
+
+/// What the config file holds.
+struct HookTable {
+    struct Item {
+        std::uint32_t id = 0;
+        bool enabled = false;
+        bool forceDisabled = false;
+    };
+    bool isReadable = false;  ///< initialised, and not more than 20 items
+    std::uint32_t retriesLeft = 0;
+    std::vector<Item> items;
+
+    /// A prohibition counts first, then whether anything is asked for, then the retries.
+    [[nodiscard]] HookVerdict verdict() const;
 };
 
 class AudioHookConfig {
@@ -47,6 +73,11 @@ class AudioHookConfig {
     /// wanted.
     virtual bool isHookEnable() = 0;
     virtual PreLaunchState getPreLaunchState() = 0;
+    /// The file as it is now. Unlike the table in memory it keeps the items when the retries are
+    /// used up, and shows what other processes of the same program have written.
+    virtual HookTable table() = 0;
+    /// What init found, after it spent a retry: what decided on this run's hooks.
+    virtual HookVerdict verdictAtInit() = 0;
 
     AudioHookConfig(const AudioHookConfig&) = delete;
     AudioHookConfig& operator=(const AudioHookConfig&) = delete;
@@ -69,6 +100,8 @@ class AudioHookConfigImpl : public AudioHookConfig {
     int forceDisableHook(unsigned id, bool disable) override;
     bool isHookEnable() override;
     PreLaunchState getPreLaunchState() override;
+    HookTable table() override;
+    HookVerdict verdictAtInit() override;
 
     /// [real-time safe, lock-free] Marks entry into and exit from an intercepted function.
     void enterHookFunc() noexcept;
@@ -94,6 +127,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
   private:
     int changeItem(unsigned id, bool ConfigItem::*flag, bool value);
     void dropFiles();
+    [[nodiscard]] HookTable readTable() const;
     void changeCount(int step) noexcept;
 
     std::atomic<std::uint32_t> retryCount_{2};
@@ -101,6 +135,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::unique_ptr<MemoryFile> configFile_;
     std::unique_ptr<MemoryFile> countFile_;
     std::mutex mutex_;
+    HookVerdict verdictAtInit_ = HookVerdict::NoFiles;
     std::atomic<bool> initSuccess_{false};
     std::atomic<bool> countingStopped_{false};
     /// Threads inside, below a version that each change raises.

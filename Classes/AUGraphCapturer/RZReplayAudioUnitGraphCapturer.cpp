@@ -11,6 +11,7 @@
 #include "RZHookSwitch.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
+#include "RZUnitFacts.h"
 #include "TQAudioCaptureBase.h"
 #include "TQAudioRecordResolver.h"
 #include "TQAudioUnitRecordResolveManager.h"
@@ -70,6 +71,9 @@ OSStatus Record_graph_AUGraphAddNode(AUGraph graph, const AudioComponentDescript
             } else {
                 site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d",
                          graph, node);
+                if (graph != manager().mGraph()) {
+                    RZUnitFacts::shared().leftAlone(nullptr, graph, RZUnitReason::Anothers);
+                }
             }
         });
     }
@@ -239,6 +243,7 @@ OSStatus Record_graph_AUGraphClose(AUGraph graph) {
                          "err: %d",
                          graph, static_cast<void*>(nullptr), status);
             }
+            RZUnitFacts::shared().graphClosed(graph);
         });
     }
     return status;
@@ -259,6 +264,7 @@ OSStatus Record_graph_DisposeAUGraph(AUGraph graph) {
                          "%p, err: %d",
                          graph, static_cast<void*>(nullptr), status);
             }
+            RZUnitFacts::shared().graphDisposed(graph);
         });
     }
     return status;

@@ -10,6 +10,7 @@
 #include "RZHookSwitch.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
+#include "RZUnitFacts.h"
 #include "TQAudioCaptureBase.h"
 #include "TQAudioRecordResolver.h"
 #include "TQAudioUnitRecordResolveManager.h"
@@ -45,6 +46,7 @@ bool registerCommunicationUnit(const RZLogSite& site, AudioUnit unit) {
         return false;
     }
     TQAudioUnitRecordResolveManager::sharedManager().registerRTCUsedAudioUnit(unit);
+    RZUnitFacts::shared().leftAlone(unit, nullptr, RZUnitReason::VoiceEngine);
     return true;
 }
 
@@ -177,6 +179,7 @@ OSStatus Record_unit_AudioUnitUninitialize(AudioUnit unit) {
             } else {
                 // It may have gone to the companion when it was made.
                 TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
+                RZUnitFacts::shared().disposed(unit);
             }
         });
     }

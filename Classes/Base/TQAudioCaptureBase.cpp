@@ -61,10 +61,13 @@ void korvaAudioLogHandler(LogPriority priority, const char* tag, const char* tex
 
 }  // namespace
 
+std::string RZReplayAudioUnitCapture_hookConfigFolder() {
+    return NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES).front() +
+           "/korva_audio_utils";
+}
+
 int RZReplayAudioUnitCapture_initHookConfig() {
-    const std::string directory =
-        NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES).front() +
-        "/korva_audio_utils";
+    const std::string directory = RZReplayAudioUnitCapture_hookConfigFolder();
     BOOL isDirectory = NO;
     const NSFileManager& files = NSFileManager::defaultManager();
     if (!files.fileExistsAtPath(directory, &isDirectory) || !isDirectory) {

@@ -2,6 +2,11 @@
 
 #include <AudioToolbox/AudioToolbox.h>
 
+#include <string>
+
+/// [any thread] The folder of the crash guard's flag files, whether or not it is there.
+[[nodiscard]] std::string RZReplayAudioUnitCapture_hookConfigFolder();
+
 /// Prepares the folder of the crash guard's flag files, routes the utility layer's log into the
 /// sink and initialises the hook configuration store. 0 done (also when it was done before), else
 /// a code of TQAudioRecordHookConfig. Load time.

@@ -102,12 +102,15 @@ RZStreamMixManager::UnitObject RZStreamMixManager::newAudioUnitObj(AudioUnit uni
     }
     const std::int32_t number = generateNewTrackID();
     if (number == 0) {
+        RZUnitFacts::shared().leftAlone(unit, nullptr, RZUnitReason::NoNumberFree);
         return nullptr;
     }
     UnitObject obj;
     if (!NSCallGuarded([&] { obj = registerUnit(site, key, unit, number); })) {
         // Out of memory: the number goes back, the unit plays on without us.
         trackId_.fetch_and(~(1 << (number - 1)));
+    } else {
+        RZUnitFacts::shared().created(unit, number);
     }
     return obj;
 }
@@ -264,6 +267,11 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     const TQAudioRecordLock guard(operatorLock_);
     updateAudioUnitObjectWithStart(obj);
     recordTrackStatistics(obj);
+    // Before its first block can be captured: the block bears the unit's name.
+    if (obj) {
+        RZUnitFacts::shared().started(obj->inUnit(), obj->auGraph(), obj->trackId(),
+                                      reasonAtStart(obj));
+    }
     report(site, 2, TQ_EVENT_UNIT_START, TQ_EVENT_DONE, "audio unit start: %d",
            obj ? obj->trackId() : 0);
     if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
@@ -325,6 +333,7 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
     const TQAudioRecordLock guard(operatorLock_);
     if (!isCapturing() || !obj->isCapturing()) {
         obj->stopAudioUnit();
+        RZUnitFacts::shared().stopped(obj->inUnit());
         return;
     }
     if (AUGraphDisconnectNodeInput(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId())) != 0) {
@@ -335,6 +344,7 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
     }
     obj->stopAudioUnit();
     obj->stopCapture();
+    RZUnitFacts::shared().stopped(obj->inUnit());
     if (updateAUGraph()) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
                "[mix] resample update(au stop) success, key: %p trackId: %d", obj->inUnit(),
@@ -355,5 +365,6 @@ void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
     korva_audio_utils::KorvaAudioStats::getInstance()->removeHookAudioTrack(
         static_cast<unsigned long>(number));
     site.log(2, "[mix] disposeAudioUnitObj: %p, %p", unit, unit);
+    RZUnitFacts::shared().disposed(unit);
     TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
 }

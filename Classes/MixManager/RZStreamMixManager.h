@@ -18,6 +18,7 @@
 #include "RZReplayAudioUnitObject.h"
 #include "RZReplayVolumeCompressorParam.h"
 #include "RZReplayVolumeDuckingParam.h"
+#include "RZUnitFacts.h"
 
 class RZLogSite;
 struct RZLogFormat;
@@ -125,6 +126,14 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// Lowest free track number from 1 to 7, now taken; 0 when all are.
     std::int32_t generateNewTrackID();
 
+    // What becomes of the program's units.
+
+    /// Why the object is not captured at this moment. Unlike isUnitObjCanStartCapture() it logs
+    /// nothing.
+    [[nodiscard]] RZUnitReason whyNotCaptured(const UnitObject& obj) const;
+    /// Every unit seen, in the order they came, with the reason as of now.
+    [[nodiscard]] std::vector<RZUnitFact> unitFacts() const;
+
     // Notices of the interception. A null object has track number 0 and no unit.
 
     void audioUnitStart(const UnitObject& obj);
@@ -185,6 +194,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     UnitObject registerUnit(const RZLogSite& site, const std::string& key, AudioUnit unit,
                             std::int32_t number);
     void recordTrackStatistics(const UnitObject& obj);
+    [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
     /// Logs a message and raises it as an event.

@@ -1,0 +1,184 @@
+#include "RZUnitFacts.h"
+
+#include <Foundation/NSException.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace {
+/// Of units that are on record no more, only the latest are kept: a program may make and unmake one
+/// for every sound.
+constexpr std::size_t kMostEntries = 64;
+}  // namespace
+
+RZUnitFacts& RZUnitFacts::shared() {
+    static auto* const instance = new RZUnitFacts;
+    return *instance;
+}
+
+/// Makes a change of the list, then tells the observers what `change` answers, if anything.
+template <class Change>
+void RZUnitFacts::note(Change&& change) {
+    NSCallGuarded([&] {
+        std::optional<RZUnitFact> fact;
+        {
+            const std::scoped_lock guard(lock_);
+            fact = change();
+        }
+        if (!fact) {
+            return;
+        }
+        const std::scoped_lock guard(observersLock_);
+        // A copy: an observer may stop observing.
+        const auto observers = observers_;
+        for (const auto& [id, observer] : observers) {
+            (*observer)(*fact);
+        }
+    });
+}
+
+void RZUnitFacts::created(const void* unit, int track) {
+    note([&] {
+        ++counts_.created;
+        return std::optional(
+            entryFor(unit, nullptr) = {unit, nullptr, 0, track, false, RZUnitReason::NotStarted});
+    });
+}
+
+void RZUnitFacts::leftAlone(const void* unit, const void* graph, RZUnitReason reason) {
+    note([&] {
+        if (reason == RZUnitReason::VoiceEngine) {
+            // Nobody looks at it again. It is made in order to be started.
+            ++counts_.created;
+            ++counts_.started;
+            ++counts_.startsWithMicrophone;
+        }
+        return std::optional(entryFor(unit, graph) = {unit, graph, 0, 0, false, reason});
+    });
+}
+
+void RZUnitFacts::started(const void* unit, const void* graph, int track, RZUnitReason reason) {
+    note([&] {
+        ++counts_.started;
+        counts_.startsWithMicrophone += reason == RZUnitReason::MicrophoneOn ? 1U : 0U;
+        const std::uint32_t ordinal = ordinalOf(graph != nullptr ? graph : unit);
+        if (track > 0 && track <= kTracks) {
+            trackUnits_[static_cast<std::size_t>(track)].store(
+                ordinal << 1U | (graph != nullptr ? 1U : 0U), std::memory_order_relaxed);
+        }
+        return std::optional(entryFor(unit, graph) = {unit, graph, ordinal, track, true, reason});
+    });
+}
+
+void RZUnitFacts::stopped(const void* unit) {
+    note([&]() -> std::optional<RZUnitFact> {
+        RZUnitFact* const entry = find(unit);
+        if (entry == nullptr || !entry->isStarted) {
+            return std::nullopt;
+        }
+        entry->isStarted = false;
+        entry->reason = RZUnitReason::NotStarted;
+        return *entry;
+    });
+}
+
+void RZUnitFacts::disposed(const void* unit) {
+    note([&]() -> std::optional<RZUnitFact> {
+        forgetOrdinal(unit);
+        RZUnitFact* const entry = find(unit);
+        if (entry == nullptr) {
+            return std::nullopt;
+        }
+        entry->isStarted = false;
+        entry->track = 0;
+        entry->reason = RZUnitReason::Uninitialised;
+        return *entry;
+    });
+}
+
+void RZUnitFacts::graphClosed(const void* graph) {
+    note([&]() -> std::optional<RZUnitFact> {
+        std::erase_if(list_, [&](const RZUnitFact& entry) {
+            return graph != nullptr && entry.graph == graph;
+        });
+        return std::nullopt;
+    });
+}
+
+void RZUnitFacts::graphDisposed(const void* graph) {
+    graphClosed(graph);
+    note([&]() -> std::optional<RZUnitFact> {
+        forgetOrdinal(graph);
+        return std::nullopt;
+    });
+}
+
+std::vector<RZUnitFact> RZUnitFacts::list() const {
+    const std::scoped_lock guard(lock_);
+    return list_;
+}
+
+RZUnitCounts RZUnitFacts::counts() const {
+    const std::scoped_lock guard(lock_);
+    return counts_;
+}
+
+RZUnitFacts::TrackUnit RZUnitFacts::unitOfTrack(int track) const noexcept {
+    if (track <= 0 || track > kTracks) {
+        return {};
+    }
+    const std::uint32_t word =
+        trackUnits_[static_cast<std::size_t>(track)].load(std::memory_order_relaxed);
+    return {word >> 1U, (word & 1U) != 0};
+}
+
+RZUnitFacts::ObserverId RZUnitFacts::observe(Observer observer) {
+    auto held = std::make_shared<const Observer>(std::move(observer));
+    const std::scoped_lock guard(observersLock_);
+    observers_.emplace_back(++lastObserver_, std::move(held));
+    return lastObserver_;
+}
+
+void RZUnitFacts::stopObserving(ObserverId id) {
+    const std::scoped_lock guard(observersLock_);
+    std::erase_if(observers_, [id](const auto& entry) { return entry.first == id; });
+}
+
+/// The handle's entry, at the end of the list when it is new. A handle that comes back is another
+/// unit's and takes the entry over.
+RZUnitFact& RZUnitFacts::entryFor(const void* unit, const void* graph) {
+    const auto known = std::find_if(list_.begin(), list_.end(), [&](const RZUnitFact& entry) {
+        return entry.unit == unit && (unit != nullptr || entry.graph == graph);
+    });
+    if (known != list_.end()) {
+        return *known;
+    }
+    if (list_.size() >= kMostEntries) {
+        const auto oldest = std::find_if(list_.begin(), list_.end(),
+                                         [](const RZUnitFact& entry) { return entry.track == 0; });
+        list_.erase(oldest == list_.end() ? list_.begin() : oldest);
+    }
+    return list_.emplace_back();
+}
+
+RZUnitFact* RZUnitFacts::find(const void* unit) {
+    const auto found = std::find_if(list_.begin(), list_.end(), [unit](const RZUnitFact& entry) {
+        return unit != nullptr && entry.unit == unit;
+    });
+    return found == list_.end() ? nullptr : &*found;
+}
+
+std::uint32_t RZUnitFacts::ordinalOf(const void* handle) {
+    const auto known = std::find_if(ordinals_.begin(), ordinals_.end(),
+                                    [handle](const Ordinal& one) { return one.handle == handle; });
+    if (known != ordinals_.end()) {
+        return known->number;
+    }
+    ordinals_.push_back({handle, ++lastOrdinal_});
+    return lastOrdinal_;
+}
+
+void RZUnitFacts::forgetOrdinal(const void* handle) {
+    std::erase_if(ordinals_, [handle](const Ordinal& one) { return one.handle == handle; });
+}

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+/// Why a unit is not captured at this moment.
+enum class RZUnitReason : std::uint32_t {
+    Captured,       ///< it is
+    NotStarted,     ///< the program has not started it, or has stopped it
+    CaptureOff,     ///< nobody listens
+    NoNumberFree,   ///< all track numbers were taken when it was made
+    MicrophoneOn,   ///< units that record too are left alone
+    VoiceEngine,    ///< made on a voice engine's thread
+    Uninitialised,  ///< the program has uninitialised it; it is not on record any more
+    Anothers,       ///< another library has registered it, or its graph, as not the game's
+    NoFormat,       ///< its stream format could not be read
+    MixRefused,     ///< the private graph did not take it in
+};
+
+/// One output unit of the program, as far as the interception has seen it.
+struct RZUnitFact {
+    const void* unit = nullptr;   ///< a handle as a number; the unit may be gone
+    const void* graph = nullptr;  ///< the program's graph that holds it, if any
+    std::uint32_t ordinal = 0;    ///< from 1 in the order of first starts, 0 before that
+    int track = 0;                ///< 1 to 7, 0 without a capture object
+    bool isStarted = false;
+    RZUnitReason reason = RZUnitReason::NotStarted;
+
+    [[nodiscard]] bool isGraphs() const { return graph != nullptr; }
+};
+
+/// How many units and starts there have been in this process.
+struct RZUnitCounts {
+    std::uint64_t created = 0;               ///< with a track number, or a voice engine's
+    std::uint64_t started = 0;               ///< starts, also repeated ones
+    std::uint64_t startsWithMicrophone = 0;  ///< of those, not captured for that reason
+};
+
+/// The record of what became of the program's units. The interception and the mix manager write to
+/// it where they decide, so that nobody has to read it out of the log.
+///
+/// [any thread] for every method. One lock guards the list and is held for no call to the outside;
+/// observers have a lock of their own, which is held while they are called and which an observer's
+/// thread may take again. A graph keeps its ordinal until it is disposed of, a unit until it is
+/// uninitialised.
+class RZUnitFacts {
+  public:
+    using Observer = std::function<void(const RZUnitFact&)>;
+    using ObserverId = std::uint64_t;
+    static constexpr int kTracks = 7;
+
+    /// The one instance, made on first use, never destroyed.
+    static RZUnitFacts& shared();
+
+    RZUnitFacts() = default;
+    RZUnitFacts(const RZUnitFacts&) = delete;
+    RZUnitFacts& operator=(const RZUnitFacts&) = delete;
+
+    // Notices. Each calls the observers. Without memory a notice is lost, never the program's call.
+
+    /// A unit has got a capture object.
+    void created(const void* unit, int track);
+    /// A unit (or, with a null `unit`, whatever a graph holds) has got none, and why.
+    void leftAlone(const void* unit, const void* graph, RZUnitReason reason);
+    /// The program has started it. `reason` says what came of that. Track 0 is only counted.
+    void started(const void* unit, const void* graph, int track, RZUnitReason reason);
+    void stopped(const void* unit);
+    /// Its capture object is gone.
+    void disposed(const void* unit);
+
+    // Notices that only tidy up.
+
+    /// The graph's units are gone.
+    void graphClosed(const void* graph);
+    void graphDisposed(const void* graph);
+
+    /// In the order the units came. Reasons are as of the last notice.
+    [[nodiscard]] std::vector<RZUnitFact> list() const;
+    [[nodiscard]] RZUnitCounts counts() const;
+    /// The unit that was last started with that track number; ordinal 0 when there was none.
+    /// Real-time safe.
+    struct TrackUnit {
+        std::uint32_t ordinal = 0;
+        bool isGraphs = false;
+    };
+    [[nodiscard]] TrackUnit unitOfTrack(int track) const noexcept;
+
+    /// `observer` is called on the thread of each notice. It must be short and must not start, stop
+    /// or change units.
+    ObserverId observe(Observer observer);
+    /// Waits for calls under way on other threads; afterwards there are none.
+    void stopObserving(ObserverId id);
+
+  private:
+    struct Ordinal {
+        const void* handle;
+        std::uint32_t number;
+    };
+    [[nodiscard]] RZUnitFact& entryFor(const void* unit, const void* graph);
+    [[nodiscard]] RZUnitFact* find(const void* unit);
+    [[nodiscard]] std::uint32_t ordinalOf(const void* handle);
+    void forgetOrdinal(const void* handle);
+    template <class Change>
+    void note(Change&& change);
+
+    mutable std::mutex lock_;
+    std::vector<RZUnitFact> list_;
+    std::vector<Ordinal> ordinals_;
+    std::uint32_t lastOrdinal_ = 0;
+    RZUnitCounts counts_;
+    /// Ordinal shifted by 1, and in the lowest bit whether it is a graph's. Written under lock_,
+    /// read by render threads without it; each word stands for itself, so relaxed order does.
+    std::array<std::atomic<std::uint32_t>, kTracks + 1> trackUnits_{};
+
+    std::recursive_mutex observersLock_;
+    std::vector<std::pair<ObserverId, std::shared_ptr<const Observer>>> observers_;
+    ObserverId lastObserver_ = 0;
+};
