@@ -11,6 +11,7 @@ set_target_properties(tqhook PROPERTIES EXPORT_NAME hook)
 foreach(header ${TQ_PUBLIC_HEADERS})
     install(FILES Classes/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 endforeach()
+install(FILES capi/tq_capture.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 install(FILES Resolver/TQAudioRecordResolver.h Resolver/TQAudioUnitRecordResolveManager.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 install(FILES hook/tq_hook.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord/hook)

@@ -1,0 +1,361 @@
+#ifndef TQ_CAPTURE_H
+#define TQ_CAPTURE_H
+
+/* The capture library for C and for every language that can call C.
+ *
+ * A program, or a library that is loaded into it, listens to what the program plays: the mix of all
+ * tracks, each track's own blocks, events, log lines and what becomes of the program's audio units.
+ * It can duck and compress what the program plays, and ask and set the crash guard that decides
+ * whether the hooks come at the program's next launch.
+ *
+ * Structs begin with their size in bytes. Whoever fills a struct sets it to sizeof the struct: the
+ * caller for what goes in and for places where an answer is wanted, the library for what a callback
+ * gets. A struct of an earlier version is shorter; what it lacks is taken as 0 or left out.
+ *
+ * Handles are numbers in the shape of pointers. They never come back, so that a handle that has
+ * ended is refused, not mistaken.
+ *
+ * Threads: [host thread] may wait and allocate, [render thread] renders a block, [any thread] is
+ * both. From inside a callback of this interface only what says so may be called; the rest answers
+ * TQ_ERROR_INSIDE_CALLBACK.
+ *
+ * For C99 and C++. */
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "tq_events.h"
+
+#if defined(__GNUC__)
+#define TQ_CAPTURE_EXPORT __attribute__((visibility("default")))
+#else
+#define TQ_CAPTURE_EXPORT
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** What a call answers. Negative: the call itself was wrong, nothing has changed. Positive: the
+ * library refused; the numbers are those of its C++ classes. */
+enum tq_result {
+    TQ_OK = 0,
+    TQ_ERROR_NULL = -1,            /**< a pointer that must not be null is */
+    TQ_ERROR_SIZE = -2,            /**< a struct's size field is too small or not set */
+    TQ_ERROR_HANDLE = -3,          /**< no such handle, or it has ended */
+    TQ_ERROR_VALUE = -4,           /**< a value is out of its range, or not a number */
+    TQ_ERROR_INSIDE_CALLBACK = -5, /**< not from inside a callback of this interface */
+    TQ_ERROR_NO_MEMORY = -6,
+    TQ_ERROR_ROOM = -7, /**< the text does not fit into the room given */
+
+    TQ_ERROR_GUARD_NOT_READY = 1,    /**< the crash guard has no files */
+    TQ_ERROR_UNKNOWN = 10,           /**< for no reason that has a number */
+    TQ_ERROR_NOT_ON = 11,            /**< this handle has not switched the effect on */
+    TQ_ERROR_OWNED_BY_ANOTHER = 13,  /**< somebody else has switched the effect on */
+    TQ_ERROR_GUARD_FULL = 22,        /**< the crash guard has no room for another id */
+    TQ_ERROR_HOOKS_NOT_WORKING = 103 /**< the hooks are not installed or do not work */
+};
+
+/** [any thread] [real-time safe] [inside callbacks] A result as a clause for a person; never null,
+ * constant. */
+TQ_CAPTURE_EXPORT const char* tq_result_text(enum tq_result result);
+
+/** [any thread] [real-time safe] [inside callbacks] The library's version, "1.0.0"; constant. */
+TQ_CAPTURE_EXPORT const char* tq_capture_version(void);
+
+/* ---- what the program plays ---------------------------------------------------------------- */
+
+/** What a track's unit is. */
+enum tq_unit_kind {
+    TQ_UNIT_NONE = 0, /**< of the mix, which has no unit */
+    TQ_UNIT_PLAIN = 1,
+    TQ_UNIT_OF_GRAPH = 2 /**< a node of an audio graph */
+};
+
+enum tq_block_source {
+    TQ_BLOCK_MIX = 0,  /**< all tracks as the program rendered them: 44100 Hz, 16-bit, stereo */
+    TQ_BLOCK_TRACK = 1 /**< one track after ducking and compression, at its own rate */
+};
+
+/** Samples of a block, in native byte order. */
+struct tq_format {
+    double sample_rate; /**< Hz */
+    uint32_t channels;
+    uint32_t bits_per_channel;
+    uint32_t is_float;       /**< 0: signed integers */
+    uint32_t is_interleaved; /**< 1: one buffer holds all channels; 0: a buffer for each channel */
+};
+
+struct tq_buffer {
+    const void* data; /**< null when there is nothing: the block is silent there */
+    uint32_t bytes;
+    uint32_t channels;
+};
+
+/** One block of sound. It and what it points to belong to the library and are valid during the
+ * call. */
+struct tq_block {
+    size_t size;
+    enum tq_block_source source;
+    uint32_t track;   /**< 1 to 7; 0 for the mix */
+    const char* name; /**< "mix", "unit-3" or "graph-1": stays the unit's own for its life */
+    enum tq_unit_kind unit_kind;
+    uint32_t unit; /**< the number in the name; 0 for the mix */
+    struct tq_format format;
+    uint32_t frames;
+    uint32_t buffer_count;
+    const struct tq_buffer* buffers;
+    uint64_t host_microseconds; /**< host time at which the block was rendered */
+};
+
+/** Valid during the call, like a block. tq_events.h says what the numbers mean. */
+struct tq_event {
+    size_t size;
+    uint64_t category; /**< enum tq_event_category */
+    uint64_t code;     /**< enum tq_event_code */
+    const char* message;
+    uint64_t host_microseconds; /**< when it was raised */
+};
+
+enum tq_log_level { TQ_LOG_DEBUG = 1, TQ_LOG_INFO = 2, TQ_LOG_WARNING = 3, TQ_LOG_ERROR = 4 };
+
+/** Valid during the call, like a block. */
+struct tq_log_line {
+    size_t size;
+    enum tq_log_level level;
+    const char* file; /**< without folder and extension as far as the library gives them */
+    const char* function;
+    uint32_t line;
+    const char* message;
+};
+
+/** Why a unit is not captured at this moment. */
+enum tq_unit_reason {
+    TQ_UNIT_CAPTURED = 0,       /**< it is */
+    TQ_UNIT_NOT_STARTED = 1,    /**< the program has not started it, or has stopped it */
+    TQ_UNIT_CAPTURE_OFF = 2,    /**< nobody listens */
+    TQ_UNIT_NO_NUMBER_FREE = 3, /**< seven others had the track numbers when it was made */
+    TQ_UNIT_MICROPHONE_ON = 4,  /**< units that record too are left alone */
+    TQ_UNIT_VOICE_ENGINES = 5,  /**< a voice engine made it on its own thread */
+    TQ_UNIT_UNINITIALISED = 6,  /**< uninitialised by the program, and not on record since */
+    TQ_UNIT_ANOTHERS = 7,       /**< another library has registered it as its own */
+    TQ_UNIT_NO_FORMAT = 8,      /**< its stream format could not be read */
+    TQ_UNIT_MIX_REFUSED = 9     /**< the graph that mixes the tracks did not take it in */
+};
+
+/** [any thread] [real-time safe] [inside callbacks] The reason as a clause for a person; never
+ * null, constant. */
+TQ_CAPTURE_EXPORT const char* tq_unit_reason_text(enum tq_unit_reason reason);
+
+/** One output unit of the program. Valid during the call, like a block. */
+struct tq_unit {
+    size_t size;
+    uint32_t unit; /**< from 1 in the order of first starts; 0 while it was never started */
+    enum tq_unit_kind kind;
+    uint32_t track; /**< 1 to 7; 0 when it has none */
+    uint32_t is_started;
+    enum tq_unit_reason reason;
+    const char* name; /**< as in its blocks; "unit" or "graph" before its first start */
+};
+
+/** What a listener wants. Null functions are not called. `context` is handed back to each. */
+struct tq_listener {
+    size_t size;
+    void* context;
+    /** [render thread] Blocks of the mix. Must neither wait, allocate nor touch a file. */
+    void (*on_mix)(void* context, const struct tq_block* block);
+    /** [render thread] Blocks of the tracks. As above. */
+    void (*on_track)(void* context, const struct tq_block* block);
+    /** [any thread] Something happened; often with locks of the library held. */
+    void (*on_event)(void* context, const struct tq_event* event);
+    /** [any thread] The library logs. Without any such listener no line is even made. */
+    void (*on_log)(void* context, const struct tq_log_line* line);
+    /** [host thread] A unit was made, started, stopped, uninitialised or left alone. */
+    void (*on_unit)(void* context, const struct tq_unit* unit);
+};
+
+typedef struct tq_listening tq_listening;
+
+/** [host thread] Listens from now on. `listener` is copied. Capture is on while somebody wants
+ * blocks or events: the first such listener starts it, on another thread, and a start that fails is
+ * an event. Log lines and units alone do not start it.
+ * TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK; TQ_ERROR_VALUE when
+ * it wants nothing. `listening` is set only on success and ends with tq_capture_stop(). */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_listen(const struct tq_listener* listener,
+                                                   tq_listening** listening);
+
+/** [host thread] Waits for callbacks under way; none comes afterwards. The last listener that wants
+ * blocks or events stops the capture, on another thread. TQ_ERROR_HANDLE,
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_stop(tq_listening* listening);
+
+/** [host thread] Waits until the starts and stops of capture asked for so far are done.
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_settle(void);
+
+/** [host thread] Stops capture and starts it again for the listeners that are there, on another
+ * thread: for a child of fork(), in which nothing runs of what its parent had started.
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_restart(void);
+
+/** Whether there can be sound at all. */
+struct tq_capture_state {
+    size_t size;
+    uint32_t hooks_installed;  /**< the crash guard let them in when the library was loaded */
+    uint32_t self_test_passed; /**< and they see the program's calls; without it nothing starts */
+    uint32_t is_capturing;
+};
+
+/** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_state(struct tq_capture_state* state);
+
+/* ---- tracks and units ------------------------------------------------------------------------ */
+
+/** A track that is there now. */
+struct tq_track {
+    size_t size;
+    uint32_t track; /**< 1 to 7 */
+    enum tq_unit_kind unit_kind;
+    uint32_t unit;
+    const char* name;
+    enum tq_hook_track_type type;
+    /** What the unit renders, as of its first start. Its blocks hold 16-bit integers instead of
+     * floats. */
+    struct tq_format format;
+    uint32_t mix_backlog_bytes; /**< what its ring for the mix held at the last block, mod 65536 */
+    uint32_t track_backlog_bytes; /**< the same of the ring of its own blocks */
+};
+
+/** [host thread] Calls `visit` for each track, by number, before it returns; `visit` gets what
+ * belongs to the library and is valid during its call. TQ_ERROR_NULL, TQ_ERROR_NO_MEMORY,
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_tracks(void (*visit)(void* context,
+                                                                 const struct tq_track* track),
+                                                   void* context);
+
+/** [host thread] The same for each unit that the program has made since the hooks came, oldest
+ * first, with the reason as of now. Of units that are not on record any more only the latest are
+ * kept. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_units(void (*visit)(void* context,
+                                                                const struct tq_unit* unit),
+                                                  void* context);
+
+/** What there has been in this process; numbers only grow, and a child of fork() goes on from its
+ * parent's. */
+struct tq_unit_counts {
+    size_t size;
+    uint64_t created;                 /**< units with a track number, and voice engines' */
+    uint64_t started;                 /**< starts of such units */
+    uint64_t started_with_microphone; /**< of those, left alone because the unit records too */
+};
+
+/** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_unit_counts(struct tq_unit_counts* counts);
+
+/* ---- ducking and compression ----------------------------------------------------------------- */
+
+typedef struct tq_volume tq_volume;
+
+/** How the program's own output is pulled down while the outside level is above a threshold. */
+struct tq_ducking {
+    size_t size;
+    float attack_seconds;  /**< above 0 */
+    float release_seconds; /**< above 0 */
+    float hold_seconds;    /**< 0 or more */
+    float threshold_db;    /**< of the outside level */
+    float target_gain_db;  /**< 0 or less: the gain while ducked */
+};
+
+/** How peaks of the program's own output are held down. */
+struct tq_compressor {
+    size_t size;
+    float attack_seconds;  /**< above 0 */
+    float release_seconds; /**< above 0 */
+    float
+        side_chain_threshold_db; /**< the threshold tightens while the outside level is above it */
+    float threshold_db;
+};
+
+/** [any thread] [inside callbacks] The usual values: attack 0.2 s, release 1 s, hold 1 s, threshold
+ * -30 dB, gain -20 dB; attack 0.05 s, release 0.1 s, side chain -40 dB, threshold -15 dB.
+ * TQ_ERROR_NULL, TQ_ERROR_SIZE. */
+TQ_CAPTURE_EXPORT enum tq_result tq_ducking_defaults(struct tq_ducking* ducking);
+TQ_CAPTURE_EXPORT enum tq_result tq_compressor_defaults(struct tq_compressor* compressor);
+
+/** [host thread] A handle that can switch both effects; neither is on yet. TQ_ERROR_NULL,
+ * TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK. It ends with tq_volume_close(). */
+TQ_CAPTURE_EXPORT enum tq_result tq_volume_open(tq_volume** volume);
+
+/** [host thread] Switches off what this handle has switched on. TQ_ERROR_HANDLE,
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_volume_close(tq_volume* volume);
+
+/** [host thread] Switches ducking on with these values, which are copied, or off (null). It is one
+ * for the whole process: only the handle that switched it on may change it.
+ * TQ_ERROR_HANDLE, TQ_ERROR_SIZE, TQ_ERROR_VALUE, TQ_ERROR_OWNED_BY_ANOTHER,
+ * TQ_ERROR_HOOKS_NOT_WORKING, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_ducking(tq_volume* volume,
+                                                       const struct tq_ducking* ducking);
+/** [host thread] The same for the compressor. */
+TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_compressor(tq_volume* volume,
+                                                          const struct tq_compressor* compressor);
+
+/** [host thread] The outside level that ducking, or the compressor's side chain, compares with its
+ * threshold; dB, 0 is full scale. Units that start later learn of it at the next call.
+ * TQ_ERROR_HANDLE, TQ_ERROR_VALUE, TQ_ERROR_NOT_ON, TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_ducking_level(tq_volume* volume, float db);
+TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_compressor_level(tq_volume* volume, float db);
+
+/* ---- the crash guard ---------------------------------------------------------------------------
+ */
+
+/** Why the hooks come, or stay out. */
+enum tq_guard_reason {
+    TQ_GUARD_ARMED = 0,
+    TQ_GUARD_NEVER_ENABLED = 1, /**< nobody has ever asked for the hooks */
+    TQ_GUARD_NOT_WANTED = 2,    /**< whoever asked has taken it back */
+    TQ_GUARD_FORBIDDEN = 3,     /**< the program forbids them, whoever asks */
+    TQ_GUARD_USED_UP = 4,       /**< it died inside the hooks too often */
+    TQ_GUARD_NO_FILES = 5       /**< the guard's files cannot be made, read or understood */
+};
+
+/** [any thread] [real-time safe] [inside callbacks] The reason as a clause for a person; never
+ * null, constant. */
+TQ_CAPTURE_EXPORT const char* tq_guard_reason_text(enum tq_guard_reason reason);
+
+/** The crash guard of the program that this process runs. */
+struct tq_guard_state {
+    size_t size;
+    enum tq_guard_reason next_launch; /**< what would happen if the program started now */
+    enum tq_guard_reason this_launch; /**< what decided when the library was loaded */
+    int32_t retries_left;             /**< deaths inside the hooks that it still bears */
+    int32_t retries_at_load;          /**< the same as found at load, before one was spent */
+    int32_t threads_inside_at_death;  /**< above 0: the launch before this one died in the hooks */
+    uint32_t ids;                     /**< how many ids have asked or forbidden, up to 20 */
+    uint32_t ids_wanting;
+    uint32_t ids_forbidding;
+};
+
+/** [host thread] TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_guard_get_state(struct tq_guard_state* state);
+
+/** [host thread] Asks for the hooks under an id of the caller's choice, from the next launch on,
+ * and restores the retries. It also says that this launch's hooks have proved themselves: a death
+ * in them is not counted any more. TQ_ERROR_GUARD_NOT_READY, TQ_ERROR_GUARD_FULL,
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_guard_arm(uint32_t id);
+
+/** [host thread] Takes back every wish for the hooks, under whatever id, from the next launch on.
+ * Prohibitions stay. TQ_ERROR_GUARD_NOT_READY, TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_guard_disarm(void);
+
+/** [host thread] Writes the path of the folder that holds the guard's files, terminated. `bytes` is
+ * the room at `path`. TQ_ERROR_NULL, TQ_ERROR_ROOM (nothing is written), TQ_ERROR_NO_MEMORY,
+ * TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_guard_folder(char* path, size_t bytes);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
