@@ -5,7 +5,8 @@
 
 #include <cmath>
 
-#include "Program.h"
+#include "support/ProgramRunner.h"
+#include "tools/tqaudiorecord/output/Sound.h"
 
 namespace tqrecorder::test {
 namespace {
@@ -49,34 +50,31 @@ TEST(LongRunTest, TenMinutesInTheSmallestBlocksLoseNothingAndTakeNoMoreMemory) {
     GTEST_SKIP() << "a sanitizer's memory grows, and it cannot keep up";
 #endif
     constexpr double kSeconds = 600;
-    const Folder folder;
+    const TemporaryFolder folder;
     const std::string path = folder.file("out.wav");
-    Program::Setup setup;
-    setup.arguments = {TQ_RECORDER, "-o", path, "--ring", "100", TQ_LONG_HOST, "600"};
-    setup.output = folder.file("stdout.txt");
-    setup.errors = folder.file("stderr.txt");
-    setup.environment = {{"TQ_AUDIO_DEVICE", "manual"}, {"XDG_CACHE_HOME", folder.file("cache")}};
-    Program program(setup);
+    tqtest::Program program(
+        {.arguments = {TQ_RECORDER, "-o", path, "--ring", "100", TQ_LONG_HOST, "600"},
+         .environment = {{"TQ_AUDIO_DEVICE", "manual"}, {"XDG_CACHE_HOME", folder.file("cache")}}});
 
     const auto hasRecorded = [&](double seconds) {
         std::error_code error;
         return static_cast<double>(std::filesystem::file_size(path, error)) > seconds * 44100 * 4 &&
                !error;
     };
-    ASSERT_TRUE(eventually([&] { return hasRecorded(kSeconds / 10); }));
+    ASSERT_TRUE(tqtest::eventually([&] { return hasRecorded(kSeconds / 10); }));
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     const long recorderBefore = memoryOf(program.pid());
     const long hostBefore = memoryOf(hosts[0]);
-    ASSERT_TRUE(eventually([&] { return hasRecorded(kSeconds * 0.5); }));
-    ASSERT_TRUE(eventually([&] { return hasRecorded(kSeconds * 0.95); }));
+    ASSERT_TRUE(tqtest::eventually([&] { return hasRecorded(kSeconds * 0.5); }));
+    ASSERT_TRUE(tqtest::eventually([&] { return hasRecorded(kSeconds * 0.95); }));
     constexpr long kFlat = 256;
     EXPECT_LE(memoryOf(program.pid()), recorderBefore + kFlat);
     EXPECT_LE(memoryOf(hosts[0]), hostBefore + kFlat);
 
-    EXPECT_EQ(program.wait(), 0) << contentOf(setup.errors);
-    EXPECT_THAT(contentOf(setup.errors),
-                testing::HasSubstr("0 gaps filled with silence, 0 blocks lost"));
+    const tqtest::ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.errors;
+    EXPECT_THAT(end.errors, testing::HasSubstr("0 gaps filled with silence, 0 blocks lost"));
     const RecordedFile recorded(path);
     EXPECT_NEAR(static_cast<double>(recorded.frames()) / 44100, kSeconds + 1, 0.5);
     EXPECT_LT(worstDifference(recorded), 0.005);

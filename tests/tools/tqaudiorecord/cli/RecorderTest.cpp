@@ -9,8 +9,9 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "Program.h"
 #include "examples/game_host/GameSounds.h"
+#include "support/ProgramRunner.h"
+#include "tools/tqaudiorecord/output/Sound.h"
 
 namespace tqrecorder::test {
 namespace {
@@ -18,39 +19,33 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-struct Outcome {
-    int code = -1;
-    std::string output;
-    std::string errors;
-};
+using tqtest::eventually;
+using tqtest::isAlive;
+using tqtest::Program;
+using tqtest::ProgramEnd;
+using tqtest::ProgramSetup;
+using tqtest::Terminal;
 
 class RecorderTest : public testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(tqtest::makeGameSounds(sounds_)); }
 
-    [[nodiscard]] Program::Setup setup(std::vector<std::string> options,
-                                       const std::vector<std::string>& command) const {
-        Program::Setup setup;
+    [[nodiscard]] ProgramSetup setup(std::vector<std::string> options,
+                                     const std::vector<std::string>& command) const {
+        ProgramSetup setup;
         setup.arguments = std::move(options);
         setup.arguments.insert(setup.arguments.begin(), TQ_RECORDER);
         setup.arguments.insert(setup.arguments.end(), command.begin(), command.end());
-        setup.output = folder_.file("stdout.txt");
-        setup.errors = folder_.file("stderr.txt");
         setup.environment = {{"TQ_AUDIO_DEVICE", "null"},
-                             {"ASAN_OPTIONS", "verify_asan_link_order=0"},
                              {"XDG_CACHE_HOME", folder_.file("cache")}};
         return setup;
     }
     [[nodiscard]] std::vector<std::string> game(const std::string& seconds) const {
         return {TQ_GAME_HOST, "--quiet", "--seconds", seconds, "--sounds", sounds_.file("")};
     }
-    Outcome run(std::vector<std::string> options, const std::vector<std::string>& command) {
-        Program program(setup(std::move(options), command));
-        Outcome outcome;
-        outcome.code = program.wait();
-        outcome.output = contentOf(folder_.file("stdout.txt"));
-        outcome.errors = contentOf(folder_.file("stderr.txt"));
-        return outcome;
+    [[nodiscard]] ProgramEnd run(std::vector<std::string> options,
+                                 const std::vector<std::string>& command) const {
+        return tqtest::runProgram(setup(std::move(options), command));
     }
     /// Whether the music can be heard in a recording, and for how long.
     static void expectMusic(const std::string& path, int rate, double shortest) {
@@ -63,17 +58,11 @@ class RecorderTest : public testing::Test {
     }
     /// Runs a shell command and gives what it prints; empty where the tool is missing.
     static std::string shell(const std::string& command) {
-        std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
-        std::string text;
-        std::array<char, 4096> piece{};
-        while (pipe != nullptr && std::fgets(piece.data(), piece.size(), pipe.get()) != nullptr) {
-            text += piece.data();
-        }
-        return text;
+        return tqtest::runProgram({.arguments = {"sh", "-c", command}}).text();
     }
     static bool hasTool(const std::string& name) { return !shell("command -v " + name).empty(); }
 
-    Folder folder_;
+    TemporaryFolder folder_;
     TemporaryFolder sounds_;
 };
 
@@ -82,7 +71,7 @@ class RecorderFormatTest : public RecorderTest, public testing::WithParamInterfa
 TEST_P(RecorderFormatTest, WritesWhatOtherProgramsRead) {
     const std::string format = GetParam();
     const std::string path = folder_.file("out." + format);
-    const Outcome outcome = run({"-q", "-o", path}, game("3"));
+    const ProgramEnd outcome = run({"-q", "-o", path}, game("3"));
     ASSERT_EQ(outcome.code, 0) << outcome.errors;
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.errors, "");
@@ -109,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, RecorderFormatTest,
                          [](const auto& format) { return std::string(format.param); });
 
 TEST_F(RecorderTest, WritesTracksEventsAndAPicture) {
-    const Outcome outcome =
+    const ProgramEnd outcome =
         run({"-o", folder_.file("mix.wav"), "--tracks", folder_.file("tracks"), "--events",
              folder_.file("events.jsonl"), "--picture", folder_.file("out.png")},
             game("4"));
@@ -149,28 +138,19 @@ TEST_F(RecorderTest, WritesTracksEventsAndAPicture) {
 }
 
 TEST_F(RecorderTest, ShowsALineOfNumbersASecondWhereThereIsNoTerminal) {
-    const Outcome outcome = run({}, game("3"));
+    const ProgramEnd outcome = run({}, game("3"));
     EXPECT_EQ(outcome.code, 0) << outcome.errors;
     EXPECT_THAT(outcome.errors, HasSubstr(" s  game_host  mix -"));
     EXPECT_THAT(outcome.errors, Not(HasSubstr("\033")));
 }
 
 TEST_F(RecorderTest, ShowsAMeterOnATerminal) {
-    int master = -1;
-    int slave = -1;
-    winsize size{30, 100, 0, 0};
-    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
-    Program::Setup with = setup({}, game("3"));
-    with.errorDescriptor = slave;
+    Terminal terminal(30, 100);
+    ProgramSetup with = setup({}, game("3"));
+    with.errors = terminal.programEnd();
     Program program(with);
-    close(slave);
-    std::string text;
-    std::array<char, 4096> piece{};
-    for (ssize_t got = 0; (got = read(master, piece.data(), piece.size())) > 0;) {
-        text.append(piece.data(), static_cast<std::size_t>(got));
-    }
-    close(master);
-    EXPECT_EQ(program.wait(), 0);
+    const std::string text = terminal.readToEnd();
+    EXPECT_EQ(program.wait().code, 0);
     for (const char* words :
          {"dBFS", "  mix ", "  track 1 ", "[#", "\033[K", "A", "ring ", "Recorded: game_host"}) {
         EXPECT_THAT(text, HasSubstr(words));
@@ -182,7 +162,7 @@ TEST_F(RecorderTest, ShowsAMeterOnATerminal) {
 }
 
 TEST_F(RecorderTest, EndsAfterItsDuration) {
-    const Outcome outcome = run({"-q", "-o", folder_.file("out.wav"), "-d", "1.5"}, game("60"));
+    const ProgramEnd outcome = run({"-q", "-o", folder_.file("out.wav"), "-d", "1.5"}, game("60"));
     EXPECT_EQ(outcome.code, 0) << outcome.errors;
     const RecordedFile recorded(folder_.file("out.wav"));
     EXPECT_GT(recorded.frames(), 44100U / 2);
@@ -197,7 +177,7 @@ TEST_F(RecorderTest, GivesTheCommandsExitCode) {
 
 TEST_F(RecorderTest, FindsAPathThatCannotBeWrittenBeforeTheHostStarts) {
     for (const char* option : {"-o", "--tracks", "--events", "--picture"}) {
-        const Outcome outcome = run({option, "/proc/no/out.wav"}, game("60"));
+        const ProgramEnd outcome = run({option, "/proc/no/out.wav"}, game("60"));
         EXPECT_EQ(outcome.code, 2) << option;
         EXPECT_THAT(outcome.errors, testing::StartsWith("tqaudiorecord: /proc/no"));
         EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1)
@@ -209,7 +189,7 @@ TEST_F(RecorderTest, DoesNotWaitForTheReaderOfANamedPipe) {
     const std::string pipe = folder_.file("pipe.raw");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const char* option : {"-o", "--events", "--picture"}) {
-        const Outcome outcome = run({option, pipe}, game("60"));
+        const ProgramEnd outcome = run({option, pipe}, game("60"));
         EXPECT_EQ(outcome.code, 2) << option;
         EXPECT_THAT(outcome.errors, HasSubstr("only --output - writes into one")) << option;
     }
@@ -219,7 +199,7 @@ TEST_F(RecorderTest, FindsThatTwoOutputsAreOneFile) {
     const std::string path = folder_.file("out.wav");
     const std::string link = folder_.file("link.wav");
     std::filesystem::create_symlink("out.wav", link);
-    const Outcome outcome = run({"-o", path, "--events", link}, game("60"));
+    const ProgramEnd outcome = run({"-o", path, "--events", link}, game("60"));
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("are the same file"));
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -238,9 +218,10 @@ TEST_F(RecorderTest, AHostUnderALimitOfFileSizesPlaysOn) {
     GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
 #endif
     // Memory that is shared counts as a file.
-    const Outcome outcome = run({"-q"}, {"/bin/sh", "-c",
-                                         "ulimit -f 200; exec " + game("1")[0] +
-                                             " --quiet --seconds 1 --sounds " + sounds_.file("")});
+    const ProgramEnd outcome =
+        run({"-q"}, {"/bin/sh", "-c",
+                     "ulimit -f 200; exec " + game("1")[0] + " --quiet --seconds 1 --sounds " +
+                         sounds_.file("")});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("no memory to share with the recorder"));
     EXPECT_THAT(outcome.errors, Not(HasSubstr("was not loaded")));
@@ -250,13 +231,14 @@ TEST_F(RecorderTest, SaysWhyItIsSilentEvenWhenItIsToBeQuiet) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell";
 #endif
-    const Outcome outcome = run({"-q", "-o", folder_.file("out.wav")}, {"/bin/sh", "-c", "exit 0"});
+    const ProgramEnd outcome =
+        run({"-q", "-o", folder_.file("out.wav")}, {"/bin/sh", "-c", "exit 0"});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_NE(outcome.errors, "");
 }
 
 TEST_F(RecorderTest, SaysInOneLineWhatIsWrongWithItsArguments) {
-    const Outcome outcome = run({"--bogus"}, game("60"));
+    const ProgramEnd outcome = run({"--bogus"}, game("60"));
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.errors,
@@ -264,7 +246,7 @@ TEST_F(RecorderTest, SaysInOneLineWhatIsWrongWithItsArguments) {
 }
 
 TEST_F(RecorderTest, SaysThatACommandIsNotThere) {
-    const Outcome outcome = run({"-o", folder_.file("out.wav")}, {"/no/such/program"});
+    const ProgramEnd outcome = run({"-o", folder_.file("out.wav")}, {"/no/such/program"});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("/no/such/program"));
     EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
@@ -277,22 +259,23 @@ TEST_F(RecorderTest, AReaderOfTheStandardOutputGetsAWavFile) {
         GTEST_SKIP() << "sox is not installed";
     }
     const std::string wav = folder_.file("piped.wav");
-    Program::Setup with = setup({"-q", "-o", "-"}, game("3"));
+    ProgramSetup with = setup({"-q", "-o", "-"}, game("3"));
     std::string line;
     for (const std::string& word : with.arguments) {
         line += "'" + word + "' ";
     }
     with.arguments = {"sh", "-c", line + " | sox --ignore-length -t wav - " + wav};
     Program program(with);
-    ASSERT_EQ(program.wait(), 0) << contentOf(with.errors);
+    const ProgramEnd end = program.wait();
+    ASSERT_EQ(end.code, 0) << end.errors;
     expectMusic(wav, 44100, 2);
 }
 
 TEST_F(RecorderTest, AReaderThatGoesAwayEndsTheRecordingQuietly) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-    Program::Setup with = setup({"-o", "-"}, game("60"));
-    with.outputDescriptor = ends[1];
+    ProgramSetup with = setup({"-o", "-"}, game("60"));
+    with.output = ends[1];
     Program program(with);
     close(ends[1]);
     std::array<char, 20'000> some{};
@@ -303,8 +286,9 @@ TEST_F(RecorderTest, AReaderThatGoesAwayEndsTheRecordingQuietly) {
     }
     close(ends[0]);
     EXPECT_EQ(got, some.size());
-    EXPECT_EQ(program.wait(), 0);
-    EXPECT_THAT(contentOf(with.errors), HasSubstr("standard output was closed by its reader"));
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0);
+    EXPECT_THAT(end.errors, HasSubstr("standard output was closed by its reader"));
 }
 
 TEST_F(RecorderTest, AKilledRecorderLeavesAPlayableFileAndTheHostPlaysOn) {
@@ -315,7 +299,7 @@ TEST_F(RecorderTest, AKilledRecorderLeavesAPlayableFileAndTheHostPlaysOn) {
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     program.signal(SIGKILL);
-    EXPECT_EQ(program.wait(), -1);
+    EXPECT_EQ(program.wait().signal, SIGKILL);
     expectMusic(path, 44100, 1.9);
     EXPECT_TRUE(isAlive(hosts[0]));
     kill(hosts[0], SIGKILL);
@@ -328,7 +312,7 @@ TEST_F(RecorderTest, AKilledHostLeavesCompleteFiles) {
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     kill(hosts[0], SIGKILL);
-    EXPECT_EQ(program.wait(), 128 + SIGKILL);
+    EXPECT_EQ(program.wait().code, 128 + SIGKILL);
     expectMusic(path, 44100, 1.9);
 }
 
@@ -345,9 +329,9 @@ TEST_P(RecorderSignalTest, EveryFileIsReadableAfterAnInterrupt) {
         // Before it can hear signals it is an ordinary process that they end.
         const bool begun = std::filesystem::exists(path);
         program.signal(SIGINT);
-        const int code = program.wait();
+        const ProgramEnd end = program.wait();
         if (begun) {
-            EXPECT_TRUE(code == 0 || code == 2) << code << contentOf(folder_.file("stderr.txt"));
+            EXPECT_TRUE(end.code == 0 || end.code == 2) << end.code << end.errors;
             EXPECT_TRUE(RecordedFile(path).opened) << path << " round " << round;
         }
         std::filesystem::remove(path);
@@ -359,25 +343,13 @@ INSTANTIATE_TEST_SUITE_P(TenTimes, RecorderSignalTest, testing::Range(1U, 6U));
 /// The interrupt key of a terminal reaches the recorder and its host alike.
 class RecorderTerminalTest : public RecorderTest {
   protected:
-    void SetUp() override {
-        RecorderTest::SetUp();
-        int slave = -1;
-        ASSERT_EQ(openpty(&master_, &slave, nullptr, nullptr, nullptr), 0);
-        slave_ = slave;
-    }
-    void TearDown() override {
-        close(slave_);
-        close(master_);
-    }
-    [[nodiscard]] Program::Setup inTerminal(Program::Setup setup) const {
-        setup.errorDescriptor = slave_;
-        setup.isItsTerminal = true;
+    [[nodiscard]] ProgramSetup inTerminal(ProgramSetup setup) const {
+        setup.terminal = &terminal_;
         return setup;
     }
-    void pressInterrupt() const { ASSERT_EQ(write(master_, "\x03", 1), 1); }
+    void pressInterrupt() const { ASSERT_TRUE(terminal_.type("\x03")); }
 
-    int master_ = -1;
-    int slave_ = -1;
+    Terminal terminal_{24, 80};
 };
 
 TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
@@ -387,7 +359,7 @@ TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     pressInterrupt();
-    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.wait().code, 0);
     EXPECT_FALSE(isAlive(hosts[0]));
     expectMusic(path, 44100, 1.9);
 }
@@ -399,7 +371,7 @@ TEST_F(RecorderTerminalTest, TheInterruptKeyLeavesAHostThatIsToGoOnAlone) {
     const std::vector<pid_t> hosts = program.children();
     ASSERT_EQ(hosts.size(), 1U);
     pressInterrupt();
-    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.wait().code, 0);
     expectMusic(path, 44100, 1.9);
     EXPECT_TRUE(isAlive(hosts[0]));
     kill(hosts[0], SIGKILL);
@@ -411,9 +383,10 @@ TEST_F(RecorderTest, AFullDiskIsOneLineAndTheOtherOutputsGoOn) {
     if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=128k") != 0) {
         GTEST_SKIP() << "only root can mount a small disk";
     }
-    const Outcome outcome = run({"-o", disk + "/out.wav", "--events", folder_.file("events.jsonl"),
-                                 "--tracks", folder_.file("tracks")},
-                                game("3"));
+    const ProgramEnd outcome =
+        run({"-o", disk + "/out.wav", "--events", folder_.file("events.jsonl"), "--tracks",
+             folder_.file("tracks")},
+            game("3"));
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("out.wav: No space left on device"));
     const RecordedFile recorded(disk + "/out.wav");
@@ -442,13 +415,13 @@ TEST_F(RecorderTest, AUserSignalSavesTheReplay) {
     ASSERT_TRUE(eventually(
         [&] { return RecordedFile(folder_.file("replay-002.wav")).info.frames > 4'410; }));
     program.signal(SIGINT);
-    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.wait().code, 0);
     EXPECT_FALSE(std::filesystem::exists(folder_.file("replay-003.wav")));
     EXPECT_FALSE(std::filesystem::exists(folder_.file("replay.wav")));
 }
 
 TEST_F(RecorderTest, SplitsALongRecording) {
-    const Outcome outcome =
+    const ProgramEnd outcome =
         run({"-q", "-o", folder_.file("out.wav"), "--max-file-time", "1"}, game("3"));
     ASSERT_EQ(outcome.code, 0) << outcome.errors;
     EXPECT_EQ(RecordedFile(folder_.file("out-001.wav")).frames(), 44100U);
@@ -457,7 +430,7 @@ TEST_F(RecorderTest, SplitsALongRecording) {
 }
 
 TEST_F(RecorderTest, SaysThatTheGuardKeptTheHooksOutAndHowToArmIt) {
-    const Outcome outcome = run({"--no-arm", "-o", folder_.file("out.wav")}, game("1"));
+    const ProgramEnd outcome = run({"--no-arm", "-o", folder_.file("out.wav")}, game("1"));
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("crash guard"));
     EXPECT_THAT(outcome.errors, HasSubstr("tqaudiorecord guard arm"));

@@ -37,7 +37,7 @@ class SinkFixture : public testing::Test {
         EXPECT_TRUE(sink->open());
         return sink;
     }
-    Folder folder_;
+    TemporaryFolder folder_;
     std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
     const Process game_ = process(1, "game", true);
 };

@@ -1,59 +1,20 @@
 #pragma once
 
 #include <sndfile.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <numbers>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "core/Records.h"
 #include "output/FilesSink.h"
+#include "support/TemporaryFolder.h"
 
 // Blocks for the recorder's sinks, and what came of them.
 
 namespace tqrecorder::test {
-
-/// A folder of its own for each test, gone with it.
-class Folder {
-  public:
-    Folder()
-        : path_(std::filesystem::temp_directory_path() /
-                ("tq_recorder_" + std::to_string(getpid()))) {
-        std::filesystem::create_directories(path_);
-    }
-    ~Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    [[nodiscard]] std::string file(const std::string& name) const { return path_ / name; }
-    /// Names in it, sorted.
-    [[nodiscard]] std::vector<std::string> names() const {
-        std::vector<std::string> all;
-        for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-            all.push_back(entry.path().filename());
-        }
-        std::sort(all.begin(), all.end());
-        return all;
-    }
-
-  private:
-    std::filesystem::path path_;
-};
-
-inline std::string contentOf(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
 
 /// A sine of half of full scale in all channels, from frame `first` on.
 template <typename Sample>

@@ -21,7 +21,7 @@ struct FormatCase {
 
 class EveryFormatTest : public testing::TestWithParam<FormatCase> {
   protected:
-    Folder folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_P(EveryFormatTest, KeepsLengthRateAndTone) {
@@ -93,7 +93,7 @@ class SoundFileTest : public testing::Test {
     std::unique_ptr<SoundFile> create(const std::string& name, const BlockFormat& format) {
         return SoundFile::create(folder_.file(name), *formatNamed("wav"), format, error_);
     }
-    Folder folder_;
+    TemporaryFolder folder_;
     std::string error_;
 };
 

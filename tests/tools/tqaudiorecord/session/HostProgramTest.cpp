@@ -13,6 +13,7 @@
 #include <string>
 
 #include "session/RecordingSession.h"
+#include "support/TemporaryFolder.h"
 
 // What is found out about a command before it is started.
 
@@ -25,17 +26,9 @@ using Problem = HostProgram::Problem;
 const std::string kHost = TQ_RECORDED_HOST;
 
 struct HostPrograms : testing::Test {
-    fs::path folder;
+    TemporaryFolder temporary;
+    const fs::path& folder = temporary.path();
 
-    void SetUp() override {
-        std::string name = testing::TempDir() + "tq-commands-XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        folder = name;
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
-    }
     [[nodiscard]] std::string make(const std::string& name, const std::string& bytes,
                                    mode_t mode = 0755) const {
         const std::string path = folder / name;
@@ -43,13 +36,9 @@ struct HostPrograms : testing::Test {
         chmod(path.c_str(), mode);
         return path;
     }
-    static std::string read(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
     /// The host's file without the entry that names its loader.
     static std::string staticHost() {
-        std::string bytes = read(kHost);
+        std::string bytes = contentOf(kHost);
         Elf64_Ehdr head{};
         std::memcpy(&head, bytes.data(), sizeof head);
         for (std::size_t i = 0; i < head.e_phnum; ++i) {
@@ -90,7 +79,8 @@ TEST_F(HostPrograms, ThatAreNotThereAreSaidNotToBe) {
 }
 
 TEST_F(HostPrograms, ThatCannotBeExecutedAreSaidSo) {
-    EXPECT_EQ(findHostProgram(make("plain", read(kHost), 0644)).problem, Problem::kNotExecutable);
+    EXPECT_EQ(findHostProgram(make("plain", contentOf(kHost), 0644)).problem,
+              Problem::kNotExecutable);
     EXPECT_EQ(findHostProgram(folder).problem, Problem::kNotExecutable);
 }
 
@@ -103,7 +93,7 @@ TEST_F(HostPrograms, ThatAreStaticallyLinkedAreFoundOut) {
 }
 
 TEST_F(HostPrograms, ForAnotherMachineAreFoundOut) {
-    std::string bytes = read(kHost);
+    std::string bytes = contentOf(kHost);
     const Elf64_Half machine = EM_S390;
     std::memcpy(bytes.data() + offsetof(Elf64_Ehdr, e_machine), &machine, sizeof machine);
     EXPECT_EQ(findHostProgram(make("foreign", bytes)).problem, Problem::kOtherMachine);
@@ -112,7 +102,7 @@ TEST_F(HostPrograms, ForAnotherMachineAreFoundOut) {
 }
 
 TEST_F(HostPrograms, WithRaisedPrivilegesAreFoundOut) {
-    const std::string path = make("raised", read(kHost));
+    const std::string path = make("raised", contentOf(kHost));
     const uid_t other = getuid() + 1;
     if (chown(path.c_str(), other, getgid()) != 0) {
         GTEST_SKIP() << "only root can give files away";
@@ -132,7 +122,7 @@ TEST_F(HostPrograms, ThatAreScriptsNeedTheirInterpreter) {
 }
 
 TEST_F(HostPrograms, ThatAreBrokenProgramsDoNoHarm) {
-    const std::string whole = read(kHost);
+    const std::string whole = contentOf(kHost);
     for (const std::size_t length : {4U, 16U, 63U, 64U, 100U, 600U}) {
         (void)findHostProgram(make("part" + std::to_string(length), whole.substr(0, length)));
     }

@@ -10,6 +10,7 @@
 
 #include "RememberingSink.h"
 #include "session/RecordingSession.h"
+#include "support/TemporaryFolder.h"
 
 inline const std::string kHost = TQ_RECORDED_HOST;
 inline const std::string kOther = TQ_OTHER_HOST;
@@ -17,21 +18,13 @@ inline const std::string kGate = TQ_RECORDER_GATE;
 
 /// Records real hosts, each test with crash guards of its own.
 struct Session : testing::Test {
-    std::filesystem::path caches;
+    TemporaryFolder temporary;
+    const std::filesystem::path& caches = temporary.path();
     tqrecorder::Options options;
     RememberingSink sink;
 
-    void SetUp() override {
-        std::string folder = testing::TempDir() + "tq-recording-XXXXXX";
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
-        caches = folder;
-        // Inherited by the hosts: each test has crash guards of its own.
-        setenv("XDG_CACHE_HOME", folder.c_str(), 1);
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(caches, ignored);
-    }
+    // Inherited by the hosts: each test has crash guards of its own.
+    void SetUp() override { setenv("XDG_CACHE_HOME", caches.c_str(), 1); }
     tqrecorder::RecordingResult record(std::vector<std::string> command) {
         options.command = std::move(command);
         tqrecorder::RecordingSession session(options, sink, kGate);
