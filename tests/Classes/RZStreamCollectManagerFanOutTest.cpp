@@ -42,7 +42,7 @@ class RZStreamCollectManagerFanOutTest : public testing::Test {
         book.clear();
         log.clear();
     }
-    // Sent as the mix manager sends it: down the recorder's side of the road.
+    // Sent as the mix manager sends it: down the recorder's side.
     void sendPre() { manager.audioRecorder()->onAudioReceivePrePCM(&pcm, info); }
     void sendPost() { manager.audioRecorder()->onAudioReceivePostPCM(&pcm, info); }
     void sendEvent() { manager.audioRecorder()->onAudioRecordEvent(1, 104, "message"); }

@@ -287,7 +287,7 @@ TEST(VolumeControllerTest, SamplesNeedNotBeAligned) {
 
 TEST(VolumeControllerTest, IntegersSaturateAndTruncateTowardsZero) {
     VolumeController controller(48000);
-    // An inaudible compressor: unity gain through the whole sample road.
+    // An inaudible compressor: unity gain through the whole conversion.
     EnableCompressor(controller, {.threshold = 20.0F});
     std::vector<std::int32_t> wide{2147483647, std::numeric_limits<std::int32_t>::min(), 5, -5};
     ProcessInPlace(controller, wide, 1, Format::kInt32);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Instructions per block of the render road, against recorded ones.
+"""Instructions per block of the render path, against recorded ones.
 
     check_counts.py PROGRAM LIMITS.json COMPILER [--record]
 

@@ -2,9 +2,9 @@
 #include <stdexcept>
 
 #include "BufferLists.h"
+#include "CapturePathFixture.h"
 #include "RZAudioRecordStat.h"
 #include "RZReplayVolumeController.h"
-#include "Road.h"
 
 // Nonsense at the public boundary, and hosts' own code that throws, while sound is running.
 
@@ -13,7 +13,7 @@ namespace {
 using testing::IsEmpty;
 using testing::Not;
 
-struct BadInput : Road {
+struct BadInput : CapturePath {
     void run() {
         ASSERT_TRUE(startCapture());
         pump(3);
@@ -59,7 +59,7 @@ TEST_F(BadInput, AListenerThatThrowsKeepsNobodyFromListening) {
     EXPECT_TRUE(collect().stopAudioStreamCollect(thrower));
 }
 
-TEST_F(BadInput, ALogCallbackThatThrowsKeepsTheRoadOpen) {
+TEST_F(BadInput, ALogCallbackThatThrowsKeepsTheCapturePathOpen) {
     static int thrown = 0;
     const auto callback = +[](const char*, const char*, NSString*, int, int, NSString*) {
         ++thrown;

@@ -1,4 +1,4 @@
-#include "Road.h"
+#include "CapturePathFixture.h"
 #include "TQAudioCaptureBase.h"
 
 // Hosts whose buffers are not what their format says: events, never a crash.
@@ -16,7 +16,7 @@ constexpr const char* kRead =
     "-[RZReplayAudioUnitObject tryReadBuffersTo:numberFrames:isProcessed:]";
 
 /// A callback that spoils the list after rendering.
-struct SpoiltHost : Road {
+struct SpoiltHost : CapturePath {
     HostUnit* host = nullptr;
     void (*spoil)(AudioBufferList&) = [](AudioBufferList&) {};
 
@@ -118,7 +118,7 @@ TEST_F(SpoiltHost, ARingThatIsFullIsReportedOnce) {
         "] [0] write size is zero. dataSize: 1920 and available: " + std::to_string(held);
     EXPECT_THAT(listener->events(), ElementsAre(event(2, 111, text)));
     EXPECT_THAT(logs->linesOf(kWrite), ElementsAre(IsLogLine(kFile, kWrite, 4, text)));
-    // And the road works again as soon as somebody reads.
+    // And the capture path works again as soon as somebody reads.
     listener->clear();
     ASSERT_EQ(AUGraphStart(manager().mGraph()), 0);
     pump(3);

@@ -1,5 +1,5 @@
+#include "CapturePathFixture.h"
 #include "RZReplayVolumeController.h"
-#include "Road.h"
 
 // The capture switch, what the system's notices do to it, and units that come and go meanwhile.
 
@@ -19,7 +19,7 @@ void post(const char* name, NSUserInfo info = {}) {
     NSNotificationCenter::defaultCenter().postNotificationName(name, nullptr, std::move(info));
 }
 
-struct CaptureState : Road {
+struct CaptureState : CapturePath {
     /// Posts and waits for the work on the manager's queue.
     static void postInterruption(NSUserInfo info) {
         const dispatch_queue_t queue = manager().getAsyncQueue();

@@ -1,5 +1,5 @@
+#include "CapturePathFixture.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
-#include "Road.h"
 
 // What the ten intercepted graph functions do with each call of a host.
 
@@ -28,7 +28,7 @@ std::size_t registered() {
     return RZStreamMixManager::sharedManager()->getUnitObjListWithCopy().size();
 }
 
-using GraphHooks = Road;
+using GraphHooks = CapturePath;
 
 TEST_F(GraphHooks, AnOutputNodeIsRememberedWhenItIsAdded) {
     HostGraph host;

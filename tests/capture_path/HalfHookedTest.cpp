@@ -1,7 +1,7 @@
+#include "CapturePathFixture.h"
 #include "RZReplayAudioUnitCapturer.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
 #include "RZReplayVolumeController.h"
-#include "Road.h"
 
 // A process in which the graph functions were never redirected: capture must refuse to start.
 
@@ -10,7 +10,7 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 
-struct HalfHooked : Road {
+struct HalfHooked : CapturePath {
     void SetUp() override {
         platform.install();
         RZReplayAudioUnitCapturer::startHook();

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "Road.h"
+#include "CapturePathFixture.h"
 
 // The private graph: what happens when the platform refuses one of its steps.
 
@@ -38,7 +38,7 @@ std::string stepName(const testing::TestParamInfo<Step>& info) {
     return info.param.name;
 }
 
-struct Building : Road, testing::WithParamInterface<Step> {};
+struct Building : CapturePath, testing::WithParamInterface<Step> {};
 
 TEST_P(Building, ARefusedStepIsLoggedWithItsStatusAndEndsTheStart) {
     const Step& step = GetParam();
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
         Step{"notify", "AudioUnitAddRenderNotify", 1, "mixunit add notify fail"}),
     stepName);
 
-TEST_F(Road, AStatusOfFourPrintableCharactersIsLoggedAsThoseCharacters) {
+TEST_F(CapturePath, AStatusOfFourPrintableCharactersIsLoggedAsThoseCharacters) {
     platform.fail("NewAUGraph", 0x666D743F);
     EXPECT_FALSE(startCapture());
     EXPECT_THAT(errorsOf(*logs, kInit),
@@ -101,7 +101,7 @@ TEST_F(Road, AStatusOfFourPrintableCharactersIsLoggedAsThoseCharacters) {
                             IsLogLine(kManagerFile, kInit, 4, "'fmt?'")));
 }
 
-struct Connecting : Road, testing::WithParamInterface<Step> {};
+struct Connecting : CapturePath, testing::WithParamInterface<Step> {};
 
 TEST_P(Connecting, ARefusedUnitIsLoggedWithItsTrackAndEndsTheStart) {
     HostUnit host;
@@ -133,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(
              PlatformCalls::property(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 1)}),
     stepName);
 
-struct Starting : Road, testing::WithParamInterface<Step> {};
+struct Starting : CapturePath, testing::WithParamInterface<Step> {};
 
 TEST_P(Starting, ARefusedGraphIsLoggedAndLeavesTheUnitsConnected) {
     HostUnit host;
@@ -161,7 +161,7 @@ INSTANTIATE_TEST_SUITE_P(Steps, Starting,
                                          Step{"start", "AUGraphStart", 1, "AUGraphStart fail"}),
                          stepName);
 
-using PrivateGraph = Road;
+using PrivateGraph = CapturePath;
 
 TEST_F(PrivateGraph, IsBuiltAndStartedInTheRightOrder) {
     HostUnit host;
@@ -245,7 +245,7 @@ TEST_F(PrivateGraph, ABusThatDoesNotDisconnectStopsItsUnitAllTheSame) {
     EXPECT_FALSE(manager().isResamplerInit()) << "the graph is torn down all the same";
 }
 
-struct TearingDown : Road, testing::WithParamInterface<Step> {};
+struct TearingDown : CapturePath, testing::WithParamInterface<Step> {};
 
 TEST_P(TearingDown, ARefusedStepIsLoggedOnceAndNeverTriedAgain) {
     ASSERT_TRUE(startCapture());

@@ -1,5 +1,5 @@
+#include "CapturePathFixture.h"
 #include "RZReplayVolumeController.h"
-#include "Road.h"
 #include "support/AllocationCounter.h"
 
 // Nothing on the way from a host's callback to the listener allocates once it is warm.
@@ -29,14 +29,14 @@ struct Case {
     bool isProcessing;
 };
 
-struct RealTime : Road, testing::WithParamInterface<Case> {
+struct RealTime : CapturePath, testing::WithParamInterface<Case> {
     void SetUp() override {
-        Road::SetUp();
+        CapturePath::SetUp();
         logs.reset();  // a log callback may allocate as it likes
     }
 };
 
-TEST_P(RealTime, TheRoadAllocatesNothingOnceWarm) {
+TEST_P(RealTime, TheCapturePathAllocatesNothingOnceWarm) {
     if (!AllocationCounter::works()) {
         GTEST_SKIP() << "allocations cannot be counted in this build";
     }
@@ -90,7 +90,7 @@ INSTANTIATE_TEST_SUITE_P(
              true}),
     [](const auto& one) { return one.param.name; });
 
-using RepeatedFault = Road;
+using RepeatedFault = CapturePath;
 
 TEST_F(RepeatedFault, AllocatesOnlyWhenItIsReported) {
     if (!AllocationCounter::works()) {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "Road.h"
+#include "CapturePathFixture.h"
 
 /// What the device played last.
 struct Speaker {
@@ -22,7 +22,7 @@ struct Speaker {
 };
 
 /// Device, host and mix at one rate: one block of the host is one block of the track and the mix.
-struct RenderCallbacks : Road {
+struct RenderCallbacks : CapturePath {
     static constexpr UInt32 kSlice = 441;
     static constexpr std::size_t kSliceBytes = kSlice * 4;
     HostSound& sound() { return host_->sound; }
@@ -30,18 +30,18 @@ struct RenderCallbacks : Road {
     RZReplayAudioUnitObject& object() { return *host_->object(); }
 
     void SetUp() override {
-        Road::SetUp();
+        CapturePath::SetUp();
         ASSERT_EQ(TQManualDeviceSetSampleRate(44100), 0);
         host_ = std::make_unique<HostUnit>();
         host_->sound.format = stream_formats::int16Interleaved(44100, 2);
     }
     void TearDown() override {
         host_.reset();
-        Road::TearDown();
+        CapturePath::TearDown();
         EXPECT_EQ(TQManualDeviceSetSampleRate(48000), 0);
     }
     void capture(std::uint64_t mask, AudioUnitScope scope = kAudioUnitScope_Input) {
-        listener = std::make_shared<RoadListener>(mask);
+        listener = std::make_shared<CaptureListener>(mask);
         host_->play(scope);
         ASSERT_TRUE(startCapture());
     }

@@ -1,9 +1,9 @@
 #include <chrono>
 #include <thread>
 
+#include "CapturePathFixture.h"
 #include "RZAudioRecordStat.h"
 #include "RZReplayVolumeController.h"
-#include "Road.h"
 
 // The device renders on its own thread while everything else happens on others.
 
@@ -57,11 +57,11 @@ class LastBlock : public RZReplayAudioRecorderListener<LastBlock> {
     std::atomic<int> mixes{0};
 };
 
-struct Threads : Road {
+struct Threads : CapturePath {
     static constexpr int kRounds = 40;
     std::shared_ptr<LastBlock> last = std::make_shared<LastBlock>();
     void SetUp() override {
-        Road::SetUp();
+        CapturePath::SetUp();
         logs.reset();  // lines of thousands of slices
     }
     void record() {
@@ -73,9 +73,9 @@ struct Threads : Road {
         collect().stopAudioStreamCollect(last);
         drainRecorder();
         EXPECT_FALSE(manager().isCapturing());
-        Road::TearDown();
+        CapturePath::TearDown();
     }
-    /// The road still works: what one steady host plays is in the mix.
+    /// The capture path still works: what one steady host plays is in the mix.
     void expectInMix(const DeviceThread& device, const HostUnit& host) {
         device.waitForSlices(60);
         EXPECT_NEAR(last->sample, host.sound.value * 32767, 4);

@@ -54,7 +54,7 @@ void Trace::EventListener::onAudioRecordEvent(std::uint64_t category, std::uint6
 }
 
 void Trace::SetUp() {
-    Road::SetUp();
+    CapturePath::SetUp();
     platform.watch("", addCall);
     TQAudioRecordRegisterYLogCallback(addRecord);
     take();
@@ -65,7 +65,7 @@ void Trace::TearDown() {
     drainRecorder();
     TQAudioRecordUnregisterYLogCallback(addRecord);
     platform.watch("", {});
-    Road::TearDown();
+    CapturePath::TearDown();
 }
 
 void Trace::name(const void* address, const std::string& name) {

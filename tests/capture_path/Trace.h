@@ -2,12 +2,12 @@
 
 #include <map>
 
-#include "Road.h"
+#include "CapturePathFixture.h"
 
 /// Everything that the library does on the way, in one readable list: "call" what it asks of the
 /// platform, "log" each record, "event" what listeners hear. Handles bear the names that the test
 /// gives them.
-class Trace : public Road {
+class Trace : public CapturePath {
   protected:
     /// A listener that hears events only.
     class EventListener : public RZReplayAudioRecorderListener<EventListener> {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// The stretches that the long roads share, in the words of a Trace.
+// The stretches that the long traces share, in the words of a Trace.
 
 namespace trace {
 

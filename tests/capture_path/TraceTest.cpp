@@ -3,7 +3,7 @@
 
 #include <thread>
 
-// The long roads, each as the exact list of what happens on it.
+// The long traces, each the exact list of what happens on the capture path.
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Road.h"
+#include "CapturePathFixture.h"
 
 // One unit's start, change and stop while capture is on: every step that the platform may refuse.
 
@@ -22,9 +22,9 @@ PlatformCalls::When busFormat(int track) {
                                    static_cast<AudioUnitElement>(track));
 }
 
-struct UnitWhileCapturing : Road {
+struct UnitWhileCapturing : CapturePath {
     void SetUp() override {
-        Road::SetUp();
+        CapturePath::SetUp();
         ASSERT_TRUE(startCapture());
         listener->clear();
     }
@@ -190,7 +190,7 @@ TEST_F(UnitWhileCapturing, ARefusedNewFormatOfAGraphIsRaised) {
     EXPECT_THAT(logs->linesOf(kUpdate), ElementsAre(IsLogLine(kManagerFile, kUpdate, 4, text)));
 }
 
-using UnitStart = Road;
+using UnitStart = CapturePath;
 
 TEST_F(UnitStart, WhoseMicrophoneSwitchCannotBeReadIsLogged) {
     HostUnit host;
@@ -288,7 +288,7 @@ TEST_F(UnitStart, OfAGenericOutputUnitIgnoresTheMicrophone) {
 }
 
 /// A route change re-reads the units that are captured through the render notify.
-struct RouteChange : Road {
+struct RouteChange : CapturePath {
     static void post() {
         NSNotificationCenter::defaultCenter().postNotificationName(
             "AVAudioSessionRouteChangeNotification");

@@ -1,7 +1,7 @@
 #include <thread>
 
+#include "CapturePathFixture.h"
 #include "RZReplayAudioUnitCapturer.h"
-#include "Road.h"
 #include "TQAudioCaptureBase.h"
 
 // What the five intercepted unit functions do with each call of a host.
@@ -36,9 +36,9 @@ void onThreadNamed(const std::string& name, Work work) {
     }).join();
 }
 
-using UnitHooks = Road;
+using UnitHooks = CapturePath;
 
-struct OutputKinds : Road, testing::WithParamInterface<OSType> {};
+struct OutputKinds : CapturePath, testing::WithParamInterface<OSType> {};
 
 TEST_P(OutputKinds, GetACaptureObjectInTheStoppedState) {
     const AudioComponent component = find(kAudioUnitType_Output, GetParam());
@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(All, OutputKinds,
                                          OSType{kAudioUnitSubType_VoiceProcessingIO},
                                          OSType{kAudioUnitSubType_GenericOutput}));
 
-struct OtherKinds : Road, testing::WithParamInterface<std::pair<OSType, OSType>> {};
+struct OtherKinds : CapturePath, testing::WithParamInterface<std::pair<OSType, OSType>> {};
 
 TEST_P(OtherKinds, GetNoCaptureObjectAndWorkUntouched) {
     const AudioComponent component = find(GetParam().first, GetParam().second);
@@ -144,7 +144,8 @@ TEST_F(UnitHooks, AnEighthUnitWorksWithoutACaptureObject) {
     EXPECT_EQ(eighth.sound.calls, 1);
 }
 
-struct CommunicationThreads : Road, testing::WithParamInterface<std::pair<const char*, bool>> {};
+struct CommunicationThreads : CapturePath,
+                              testing::WithParamInterface<std::pair<const char*, bool>> {};
 
 TEST_P(CommunicationThreads, GiveTheirUnitsToTheCompanion) {
     const auto& [name, isAgora] = GetParam();
@@ -173,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(Names, CommunicationThreads,
                                          std::pair{"MWAudioDeviceThread", false},
                                          std::pair{"engine.MWAudioDeviceThread-17", false}));
 
-struct OrdinaryThreads : Road, testing::WithParamInterface<const char*> {};
+struct OrdinaryThreads : CapturePath, testing::WithParamInterface<const char*> {};
 
 TEST_P(OrdinaryThreads, KeepTheirUnits) {
     onThreadNamed(GetParam(), [&] {
@@ -188,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(Names, OrdinaryThreads,
                                          "VeqDeviceThread-1", "agoraservicethread",
                                          "MWAudioDeviceThrea"));
 
-struct TakenOverScopes : Road, testing::WithParamInterface<AudioUnitScope> {};
+struct TakenOverScopes : CapturePath, testing::WithParamInterface<AudioUnitScope> {};
 
 TEST_P(TakenOverScopes, ChainTheHostsCallback) {
     HostUnit host;

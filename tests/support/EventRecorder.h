@@ -19,7 +19,7 @@ struct RecordedEvent {
     }
 };
 
-/// Stands at the upper end of the inner road and keeps the events that arrive, from any thread.
+/// Stands at the upper end of the inner path and keeps the events that arrive, from any thread.
 class EventRecorder : public RZReplayAudioRecorderInternalListener<EventRecorder> {
   public:
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,

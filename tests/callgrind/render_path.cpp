@@ -1,4 +1,4 @@
-// render_road CASE BLOCKS: so many blocks of the host's render callback, intercepted.
+// render_path CASE BLOCKS: so many blocks of the host's render callback, intercepted.
 #include <array>
 #include <cstdlib>
 #include <iostream>
@@ -9,7 +9,7 @@
 
 int main(int argc, char** argv) {
     if (argc != 3) {
-        std::cerr << "render_road idle|capture|gain BLOCKS\n";
+        std::cerr << "render_path idle|capture|gain BLOCKS\n";
         return 2;
     }
     const std::string name = argv[1];

@@ -1,4 +1,4 @@
-#include "Road.h"
+#include "CapturePathFixture.h"
 
 #include <algorithm>
 #include <cmath>
@@ -28,20 +28,20 @@ std::string pointerText(const void* pointer) {
     return NSFormat("%p", pointer);
 }
 
-std::vector<std::int16_t> RoadListener::Block::samples(std::size_t buffer) const {
+std::vector<std::int16_t> CaptureListener::Block::samples(std::size_t buffer) const {
     std::vector<std::int16_t> result(buffers.at(buffer).size() / sizeof(std::int16_t));
     std::memcpy(result.data(), buffers[buffer].data(), result.size() * sizeof(std::int16_t));
     return result;
 }
 
-bool RoadListener::Block::isSilent() const {
+bool CaptureListener::Block::isSilent() const {
     return std::all_of(buffers.begin(), buffers.end(), [](const auto& bytes) {
         return std::all_of(bytes.begin(), bytes.end(),
                            [](std::byte b) { return b == std::byte{}; });
     });
 }
 
-void RoadListener::onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) {
+void CaptureListener::onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) {
     Block block{info, {}};
     for (UInt32 i = 0; i < pcm->mNumberBuffers; ++i) {
         const auto* const first = static_cast<const std::byte*>(pcm->mBuffers[i].mData);
@@ -51,32 +51,32 @@ void RoadListener::onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInf
     blocks_.push_back(std::move(block));
 }
 
-void RoadListener::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
-                                      const std::string& message) {
+void CaptureListener::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
+                                         const std::string& message) {
     const std::scoped_lock guard(mutex_);
     events_.push_back({category, code, message});
 }
 
-std::vector<RecordedEvent> RoadListener::events() const {
+std::vector<RecordedEvent> CaptureListener::events() const {
     const std::scoped_lock guard(mutex_);
     return events_;
 }
 
-std::vector<RoadListener::Block> RoadListener::mixes() const {
+std::vector<CaptureListener::Block> CaptureListener::mixes() const {
     const std::scoped_lock guard(mutex_);
     std::vector<Block> found = blocks_;
     std::erase_if(found, [](const Block& block) { return !block.isMix(); });
     return found;
 }
 
-std::vector<RoadListener::Block> RoadListener::posts() const {
+std::vector<CaptureListener::Block> CaptureListener::posts() const {
     const std::scoped_lock guard(mutex_);
     std::vector<Block> found = blocks_;
     std::erase_if(found, [](const Block& block) { return block.isMix(); });
     return found;
 }
 
-void RoadListener::clear() {
+void CaptureListener::clear() {
     const std::scoped_lock guard(mutex_);
     events_.clear();
     blocks_.clear();
@@ -228,7 +228,7 @@ std::shared_ptr<RZReplayAudioUnitObject> HostGraph::object() const {
     return RZStreamMixManager::sharedManager()->findAudioUnitObjByAUGraph(graph_);
 }
 
-void Road::SetUp() {
+void CapturePath::SetUp() {
     platform.install();
     RZReplayAudioUnitCapturer::startHook();
     RZReplayAudioUnitGraphCapturer::startHook();
@@ -237,29 +237,29 @@ void Road::SetUp() {
     logs = std::make_unique<LogCapture>();
 }
 
-void Road::TearDown() {
+void CapturePath::TearDown() {
     platform.heal();
     collect().stopAudioStreamCollect(listener);
     drainRecorder();
     logs.reset();
 }
 
-bool Road::startCapture() {
+bool CapturePath::startCapture() {
     collect().startAudioStreamCollect(listener);
     drainRecorder();
     return manager().isCapturing();
 }
 
-void Road::stopCapture() {
+void CapturePath::stopCapture() {
     collect().stopAudioStreamCollect(listener);
     drainRecorder();
 }
 
-void Road::drainRecorder() {
+void CapturePath::drainRecorder() {
     dispatch_sync(collect().audioRecorder()->queue(), [] {});
 }
 
-void Road::pump(int slices, UInt32 frames) {
+void CapturePath::pump(int slices, UInt32 frames) {
     for (int i = 0; i < slices; ++i) {
         ASSERT_EQ(TQManualDevicePump(frames, hostTime), 0);
         hostTime += static_cast<std::uint64_t>(frames * (1e9 / kDeviceRate));

@@ -22,8 +22,8 @@
 /// "%p" as the library prints it.
 std::string pointerText(const void* pointer);
 
-/// A listener at the end of the real road. Blocks are kept as bytes.
-class RoadListener : public RZReplayAudioRecorderListener<RoadListener> {
+/// A listener at the end of the real capture path. Blocks are kept as bytes.
+class CaptureListener : public RZReplayAudioRecorderListener<CaptureListener> {
   public:
     struct Block {
         RZReplayASBDInfo info;
@@ -35,7 +35,7 @@ class RoadListener : public RZReplayAudioRecorderListener<RoadListener> {
         [[nodiscard]] bool isSilent() const;
     };
 
-    explicit RoadListener(std::uint64_t mask) : mask_(mask) {}
+    explicit CaptureListener(std::uint64_t mask) : mask_(mask) {}
 
     void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info);
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);
@@ -129,7 +129,7 @@ class HostGraph {
 };
 
 /// The whole library inside the test program, hooks installed, on the manual device.
-class Road : public testing::Test {
+class CapturePath : public testing::Test {
   protected:
     static constexpr UInt32 kFrames = 480;  ///< 10 ms of the device: whole 441 of the mix
 
@@ -150,7 +150,7 @@ class Road : public testing::Test {
     void pump(int slices = 1, UInt32 frames = kFrames);
 
     PlatformCalls& platform = PlatformCalls::shared();
-    std::shared_ptr<RoadListener> listener = std::make_shared<RoadListener>(3);
+    std::shared_ptr<CaptureListener> listener = std::make_shared<CaptureListener>(3);
     std::unique_ptr<LogCapture> logs;
     std::uint64_t hostTime = 5'000'000'000;
 };
