@@ -19,7 +19,7 @@ int tqreplay_rebind_symbols(TQRebinding* rebindings, size_t count) {
             records.push_back(
                 {rebindings[i].symbol, rebindings[i].replacement, rebindings[i].saved});
         }
-        return tqhook_rebind(records.data(), records.size());
+        return tqhook_rebind(records.data(), records.size(), nullptr);
     } catch (const std::exception&) {
         return -1;
     }

@@ -38,28 +38,30 @@ bool loadImages(int wanted) {
 void standIn() {
 }
 
-/// The symbols that the capture library redirects, in its two steps.
+/// The symbols that the capture library redirects, in one request as it does when it is loaded.
 double rebindEverything() {
-    constexpr std::array kUnitCalls{"AudioUnitUninitialize", "AudioOutputUnitStart",
-                                    "AudioOutputUnitStop", "AudioUnitSetProperty",
-                                    "AudioComponentInstanceNew"};
-    constexpr std::array kGraphCalls{"NewAUGraph",      "DisposeAUGraph",
-                                     "AUGraphAddNode",  "AUGraphRemoveNode",
-                                     "AUGraphOpen",     "AUGraphInitialize",
-                                     "AUGraphStart",    "AUGraphStop",
-                                     "AUGraphNodeInfo", "AUGraphSetNodeInputCallback"};
-    std::array<void*, kUnitCalls.size() + kGraphCalls.size()> saved{};
-    std::array<TQRebinding, kUnitCalls.size()> units{};
-    std::array<TQRebinding, kGraphCalls.size()> graphs{};
-    for (std::size_t i = 0; i < units.size(); ++i) {
-        units[i] = {kUnitCalls[i], reinterpret_cast<void*>(&standIn), &saved[i]};
-    }
-    for (std::size_t i = 0; i < graphs.size(); ++i) {
-        graphs[i] = {kGraphCalls[i], reinterpret_cast<void*>(&standIn), &saved[units.size() + i]};
+    constexpr std::array kCalls{"AudioUnitUninitialize",
+                                "AudioOutputUnitStart",
+                                "AudioOutputUnitStop",
+                                "AudioUnitSetProperty",
+                                "AudioComponentInstanceNew",
+                                "NewAUGraph",
+                                "AUGraphSetNodeInputCallback",
+                                "AUGraphAddNode",
+                                "AUGraphRemoveNode",
+                                "AUGraphOpen",
+                                "AUGraphStart",
+                                "AUGraphUpdate",
+                                "AUGraphStop",
+                                "AUGraphClose",
+                                "DisposeAUGraph"};
+    std::array<void*, kCalls.size()> saved{};
+    std::array<TQRebinding, kCalls.size()> records{};
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        records[i] = {kCalls[i], reinterpret_cast<void*>(&standIn), &saved[i]};
     }
     const auto start = std::chrono::steady_clock::now();
-    tqreplay_rebind_symbols(units.data(), units.size());
-    tqreplay_rebind_symbols(graphs.data(), graphs.size());
+    tqreplay_rebind_symbols(records.data(), records.size());
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 

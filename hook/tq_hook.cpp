@@ -1,12 +1,14 @@
 #include "hook/tq_hook.h"
 
+#include <algorithm>
+#include <cstring>
 #include <exception>
 
 #include "hook/rebind/Rebinder.h"
 
 using tqhook::Rebinder;
 
-int tqhook_rebind(const tqhook_rebinding* rebindings, size_t count) {
+int tqhook_rebind(const tqhook_rebinding* rebindings, size_t count, const tqhook_options* options) {
     if (count == 0) {
         return 0;
     }
@@ -14,7 +16,24 @@ int tqhook_rebind(const tqhook_rebinding* rebindings, size_t count) {
         return -1;
     }
     try {
-        return Rebinder::shared().rebind({rebindings, count});
+        tqhook_options known{};
+        if (options != nullptr) {
+            // A caller may know fewer fields than this library, or more.
+            std::memcpy(&known, options, std::min(options->size, sizeof known));
+        }
+        return Rebinder::shared().rebind({rebindings, count}, known);
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+int tqhook_exempt_images(const char* pattern) {
+    if (pattern == nullptr || pattern[0] == '\0') {
+        return -1;
+    }
+    try {
+        Rebinder::shared().exempt(pattern);
+        return 0;
     } catch (const std::exception&) {
         return -1;
     }

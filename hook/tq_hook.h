@@ -28,6 +28,15 @@ struct tqhook_rebinding {
                          ///< life of the process when the symbol may appear later (see below)
 };
 
+/// Which images a request leaves alone, beside those that no request touches. Filled with zeros but
+/// for its size, it exempts none.
+struct tqhook_options {
+    size_t size;                        ///< sizeof(struct tqhook_options)
+    const char* const* exemptPatterns;  ///< fnmatch() patterns of file names without folders
+    size_t exemptPatternCount;
+    int exemptsOwnImages;  ///< not 0: the images that hold the replacements keep their calls
+};
+
 /// [host thread] Redirects `count` symbols in all loaded images and in those loaded later, in one
 /// pass over the images.
 ///
@@ -40,6 +49,10 @@ struct tqhook_rebinding {
 /// calls the replacement. When an image that defines it is loaded later, the saved slot is
 /// filled and the redirection done then.
 ///
+/// `options` may be null; it is copied. An image that it exempts reaches what stands behind the
+/// request's replacements: an older replacement, or the original. Later requests that name the same
+/// replacement change nothing about that.
+///
 /// Returns 0, or -1 when a record has no symbol or no replacement (the other records are carried
 /// out), when `rebindings` is null with a count above 0, when memory runs out (what was redirected
 /// up to there works), or when the process has no dynamic loader to work with. Nothing is ever
@@ -47,7 +60,19 @@ struct tqhook_rebinding {
 ///
 /// May be called from a library's load-time constructor. Takes the loader's lock and allocates.
 /// Leaves dlerror() without a message.
-TQHOOK_EXPORT int tqhook_rebind(const struct tqhook_rebinding* rebindings, size_t count);
+TQHOOK_EXPORT int tqhook_rebind(const struct tqhook_rebinding* rebindings, size_t count,
+                                const struct tqhook_options* options);
+
+/// [host thread] Exempts images from every request, also from those already made: their calls and
+/// their lookups with dlsym() stay as they are, only their loading of other images is watched.
+/// `pattern` is an fnmatch() pattern of file names without folders; it is copied. The main program
+/// has no such name. Slots that were changed before stay changed.
+///
+/// From the start "libasound_module_*" is exempt: those call sound servers on behalf of a program
+/// whose own calls have been redirected already.
+///
+/// Returns 0, or -1 when `pattern` is null or empty or memory runs out. Takes a lock and allocates.
+TQHOOK_EXPORT int tqhook_exempt_images(const char* pattern);
 
 /// What has been redirected in the process so far; every count only grows.
 struct tqhook_counts {

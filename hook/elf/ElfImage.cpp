@@ -161,10 +161,6 @@ std::uintptr_t ElfImage::pointerValue(std::uintptr_t value) const {
     return layout_.contains(value) ? value : layout_.base + value;
 }
 
-std::optional<ElfImage::Symbol> ElfImage::symbolAt(std::size_t index) const {
-    return elementOf<Symbol>(symbols_, index);
-}
-
 std::string_view ElfImage::textAt(std::uintptr_t offset) const {
     const std::uintptr_t size = texts_.end - texts_.begin;
     if (offset >= size) {
@@ -197,11 +193,6 @@ std::vector<std::string_view> ElfImage::neededLibraries() const {
 std::string_view ElfImage::symbolName(std::size_t index) const {
     const auto symbol = symbolAt(index);
     return symbol ? textAt(symbol->st_name) : std::string_view{};
-}
-
-char ElfImage::symbolInitial(std::size_t index) const {
-    const auto symbol = symbolAt(index);
-    return symbol ? elementOf<char>(texts_, symbol->st_name).value_or('\0') : '\0';
 }
 
 bool ElfImage::definesSymbol(std::size_t index) const {

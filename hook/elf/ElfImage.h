@@ -88,8 +88,14 @@ class ElfImage {
 
     /// The name of a dynamic symbol, empty when index or text lie outside the tables.
     [[nodiscard]] std::string_view symbolName(std::size_t index) const;
-    /// The first character of that name, 0 when there is none. Does not walk the name.
-    [[nodiscard]] char symbolInitial(std::size_t index) const;
+    /// The first character of the name of a symbol that the image asks others for; 0 when it
+    /// defines the symbol itself or there is no name.
+    [[nodiscard]] char undefinedInitial(std::size_t index) const {
+        const auto symbol = symbolAt(index);
+        return symbol && symbol->st_shndx == SHN_UNDEF
+                   ? elementOf<char>(texts_, symbol->st_name).value_or('\0')
+                   : '\0';
+    }
     /// Whether the image itself defines the symbol.
     [[nodiscard]] bool definesSymbol(std::size_t index) const;
     /// Finds a function that the image offers to others under `name`: the default version,
@@ -102,8 +108,15 @@ class ElfImage {
     /// Calls visitor(const Slot&) for each aligned slot inside the image that a symbol fills.
     template <class Visitor>
     void forEachSlot(Visitor&& visitor) const {
-        forEachRelocation(callRelocations_, visitor);
-        forEachRelocation(otherRelocations_, visitor);
+        forEachSlotOf([](std::size_t) { return true; }, visitor);
+    }
+    /// The same for the slots of those symbols that `isWanted(index)` names. It is asked once for
+    /// neighbouring relocations of one symbol, before anything else is looked at: most of an
+    /// image's slots concern nobody.
+    template <class IsWanted, class Visitor>
+    void forEachSlotOf(IsWanted&& isWanted, Visitor&& visitor) const {
+        forEachRelocation(callRelocations_, isWanted, visitor);
+        forEachRelocation(otherRelocations_, isWanted, visitor);
     }
 
   private:
@@ -112,7 +125,9 @@ class ElfImage {
 
     [[nodiscard]] AddressRange readable(std::uintptr_t address, std::uintptr_t size) const;
     [[nodiscard]] std::uintptr_t pointerValue(std::uintptr_t value) const;
-    [[nodiscard]] std::optional<Symbol> symbolAt(std::size_t index) const;
+    [[nodiscard]] std::optional<Symbol> symbolAt(std::size_t index) const {
+        return elementOf<Symbol>(symbols_, index);
+    }
     [[nodiscard]] std::string_view textAt(std::uintptr_t offset) const;
     [[nodiscard]] std::optional<Definition> definitionAt(std::size_t index,
                                                          std::string_view name) const;
@@ -138,12 +153,23 @@ class ElfImage {
         }
         return readWithin<T>(table, table.begin + index * sizeof(T));
     }
-    template <class Visitor>
-    void forEachRelocation(const AddressRange& table, Visitor&& visitor) const {
+    template <class IsWanted, class Visitor>
+    void forEachRelocation(const AddressRange& table, IsWanted&& isWanted,
+                           Visitor&& visitor) const {
         const std::size_t count = (table.end - table.begin) / sizeof(Relocation);
+        std::size_t lastSymbol = 0;  // index 0 names none
+        bool isLastWanted = false;
         for (std::size_t i = 0; i < count; ++i) {
-            if (const auto relocation = elementOf<Relocation>(table, i)) {
-                if (const auto slot = slotOf(*relocation)) {
+            Relocation relocation;
+            std::memcpy(&relocation, reinterpret_cast<const Relocation*>(table.begin) + i,
+                        sizeof relocation);
+            const auto symbol = static_cast<std::size_t>(ELF64_R_SYM(relocation.r_info));
+            if (symbol != lastSymbol) {
+                lastSymbol = symbol;
+                isLastWanted = isWanted(symbol);
+            }
+            if (symbol != 0 && isLastWanted) {
+                if (const auto slot = slotOf(relocation)) {
                     visitor(*slot);
                 }
             }

@@ -51,7 +51,8 @@ void* tqhook_dlsym(void* handle, const char* name, const void* /*unused*/, const
     // The image may have come by a road that is not watched.
     rebinder.scan();
     const auto ask = [name](void* scope) { return loaderCalls()->symbol(scope, name); };
-    return rebinder.translated(name, tqhook::lookUpFor(*loaderCalls(), handle, caller, ask));
+    void* found = tqhook::lookUpFor(*loaderCalls(), handle, caller, ask);
+    return rebinder.translated(name, found, caller);
 }
 
 void* tqhook_dlvsym(void* handle, const char* name, const char* version, const void* caller) {
@@ -60,7 +61,8 @@ void* tqhook_dlvsym(void* handle, const char* name, const char* version, const v
     const auto ask = [name, version](void* scope) {
         return loaderCalls()->versionedSymbol(scope, name, version);
     };
-    return rebinder.translated(name, tqhook::lookUpFor(*loaderCalls(), handle, caller, ask));
+    void* found = tqhook::lookUpFor(*loaderCalls(), handle, caller, ask);
+    return rebinder.translated(name, found, caller);
 }
 
 }  // extern "C"

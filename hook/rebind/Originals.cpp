@@ -44,6 +44,15 @@ Original originalFromSlot(std::span<const ImageLayout* const> images, const Imag
     return {value, nullptr, false};
 }
 
+std::vector<ElfImage> readersOf(std::span<const ImageLayout* const> images) {
+    std::vector<ElfImage> readers;
+    readers.reserve(images.size());
+    for (const ImageLayout* image : images) {
+        readers.emplace_back(*image);
+    }
+    return readers;
+}
+
 }  // namespace
 
 bool isCanonicalStub(std::span<const ImageLayout* const> images, const std::string& name,
@@ -62,28 +71,32 @@ std::vector<Original> findOriginals(std::span<const ImageLayout* const> callers,
     }
     const SymbolTable table(std::move(wanted), nullptr);
     std::vector<Original> originals(names.size());
-    for (const ImageLayout* layout : callers) {
-        const ElfImage image(*layout);
-        image.forEachSlot([&](const Slot& slot) {
-            const SymbolEntry* entry =
-                slot.kind == SlotKind::data ? nullptr : table.findWanted(image, slot.symbol);
-            if (entry == nullptr) {
-                return;
+    const std::vector<ElfImage> readers = readersOf(callers);
+    for (const ElfImage& image : readers) {
+        Original* original = nullptr;
+        const std::string* name = nullptr;
+        const auto isUnanswered = [&](std::size_t symbol) {
+            const SymbolEntry* entry = table.findWanted(image, symbol);
+            if (entry != nullptr) {
+                name = &entry->name;
+                original = &originals[static_cast<std::size_t>(entry - table.entries().data())];
             }
-            Original& original =
-                originals[static_cast<std::size_t>(entry - table.entries().data())];
-            if (original.function == nullptr) {
-                original = originalFromSlot(images, *layout, entry->name, slotValue(slot.address));
+            return entry != nullptr && original->function == nullptr;
+        };
+        image.forEachSlotOf(isUnanswered, [&](const Slot& slot) {
+            if (slot.kind != SlotKind::data && original->function == nullptr) {
+                *original =
+                    originalFromSlot(images, image.layout(), *name, slotValue(slot.address));
             }
         });
     }
     for (std::size_t i = 0; i < names.size(); ++i) {
         Original& original = originals[i];
-        for (const ImageLayout* layout : callers) {
+        for (const ElfImage& image : readers) {
             if (original.definition != nullptr) {
                 break;
             }
-            if (const auto definition = ElfImage(*layout).definition(names[i].c_str())) {
+            if (const auto definition = image.definition(names[i].c_str())) {
                 original.definition = toPointer(definition->address);
                 original.isIndirect = definition->isIndirect;
             }

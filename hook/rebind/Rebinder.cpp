@@ -62,7 +62,7 @@ void keepImageOf(const LoaderCalls& calls, const HeldImages& held, const void* a
 
 }  // namespace
 
-int Rebinder::rebind(std::span<const tqhook_rebinding> rebindings) {
+int Rebinder::rebind(std::span<const tqhook_rebinding> rebindings, const tqhook_options& options) {
     const LoaderCalls* calls = loaderCalls();
     if (calls == nullptr) {
         return -1;
@@ -75,7 +75,7 @@ int Rebinder::rebind(std::span<const tqhook_rebinding> rebindings) {
     }
     if (!valid.empty()) {
         std::vector<Failure> failures;
-        if (redirectInSight(*calls, valid, failures)) {
+        if (redirectInSight(*calls, valid, options, failures)) {
             conclude(failures);
         } else {
             examine(*calls, true);
@@ -89,7 +89,7 @@ int Rebinder::rebind(std::span<const tqhook_rebinding> rebindings) {
 // by the thread that loads them.
 bool Rebinder::redirectInSight(const LoaderCalls& calls,
                                std::span<const tqhook_rebinding> rebindings,
-                               std::vector<Failure>& failures) {
+                               const tqhook_options& options, std::vector<Failure>& failures) {
     const LoadedImages loaded = loadedImages();
     const HeldImages held(calls, loaded, startupCount(loaded), [](std::size_t) { return true; });
     std::vector<std::string> names;
@@ -102,7 +102,7 @@ bool Rebinder::redirectInSight(const LoaderCalls& calls,
     for (const tqhook_rebinding& record : rebindings) {
         keepImageOf(calls, held, record.replacement);
     }
-    enter(rebindings, findings);
+    enter(rebindings, findings, exemptionsOf(options, held, rebindings));
     const LoaderCounts now = loaderCounts();
     if (now.adds != loaded.counts.adds || now.subs != loaded.counts.subs) {
         return false;
@@ -222,13 +222,14 @@ bool Rebinder::findLateDefinitions(const LoaderCalls& calls, const HeldImages& h
         return finding.original.function != nullptr;
     });
     if (foundAny) {
-        enter({}, findings);
+        enter({}, findings, nullptr);
     }
     return foundAny;
 }
 
 void Rebinder::enter(std::span<const tqhook_rebinding> rebindings,
-                     const std::vector<Finding>& findings) {
+                     const std::vector<Finding>& findings,
+                     const std::shared_ptr<const Exemptions>& exempt) {
     const std::lock_guard lock(mutex_);
     const SymbolTable* table = table_.load(std::memory_order_acquire);
     std::vector<SymbolEntry> entries;
@@ -251,7 +252,7 @@ void Rebinder::enter(std::span<const tqhook_rebinding> rebindings,
             entries.emplace_back().name = record.symbol;
             entry = std::prev(entries.end());
         }
-        entry->prepend(record.replacement, record.saved);
+        entry->prepend(record.replacement, record.saved, exempt);
     }
     for (const Finding& finding : findings) {
         for (SymbolEntry& entry : entries) {
@@ -263,18 +264,58 @@ void Rebinder::enter(std::span<const tqhook_rebinding> rebindings,
     publish(std::move(entries));
 }
 
+std::shared_ptr<const Exemptions> Rebinder::exemptionsOf(
+    const tqhook_options& options, const HeldImages& held,
+    std::span<const tqhook_rebinding> rebindings) {
+    if (options.exemptPatternCount == 0 && options.exemptsOwnImages == 0) {
+        return nullptr;
+    }
+    auto exempt = std::make_shared<Exemptions>();
+    for (const char* pattern : std::span(options.exemptPatterns, options.exemptPatternCount)) {
+        exempt->addPattern(pattern);
+    }
+    for (const tqhook_rebinding& record : rebindings) {
+        const ImageLayout* own = held.imageOf(record.replacement);
+        if (options.exemptsOwnImages != 0 && own != nullptr) {
+            exempt->addImage(own->base);
+        }
+    }
+    return exempt;
+}
+
+void Rebinder::exempt(const char* pattern) {
+    const std::lock_guard lock(mutex_);
+    auto more = std::make_shared<Exemptions>(*exempt_);
+    more->addPattern(pattern);
+    exempt_ = std::move(more);
+    if (const SymbolTable* table = table_.load(std::memory_order_acquire)) {
+        publish(table->entries());
+    }
+}
+
 void Rebinder::publish(std::vector<SymbolEntry> entries) {
     std::unique_ptr<const SymbolTable> previous(table_.load(std::memory_order_acquire));
-    table_.store(new SymbolTable(std::move(entries), std::move(previous)),
+    table_.store(new SymbolTable(std::move(entries), std::move(previous), exempt_),
                  std::memory_order_release);
 }
 
-void* Rebinder::translated(const char* name, void* found) const {
+void* Rebinder::translated(const char* name, void* found, const void* caller) const {
     const SymbolTable* table = table_.load(std::memory_order_acquire);
     const SymbolEntry* entry = table != nullptr ? table->find(name) : nullptr;
-    return entry != nullptr && entry->original != nullptr && entry->leadsHere(found)
-               ? entry->newest()
-               : found;
+    if (entry == nullptr || entry->original == nullptr || !entry->leadsHere(found)) {
+        return found;
+    }
+    if (!entry->exemptsSome()) {
+        return entry->newest();
+    }
+    Dl_info info{};
+    void* map = nullptr;
+    if (dladdr1(caller, &info, &map, RTLD_DL_LINKMAP) == 0) {
+        return entry->newest();
+    }
+    const auto* image = static_cast<const link_map*>(map);
+    void* target = entry->newestFor(image->l_name, image->l_addr);
+    return target != nullptr ? target : found;
 }
 
 bool Rebinder::isRedirected(const char* name) const {
@@ -298,19 +339,18 @@ std::size_t Rebinder::startupCount(const LoadedImages& loaded) {
 }
 
 Rebinder::ImageRecord* Rebinder::recordOf(const ImageLayout& image) {
-    const auto found =
-        std::find_if(records_.begin(), records_.end(), [&image](const ImageRecord& record) {
-            return record.dynamic == image.dynamic.begin && record.name == image.name;
-        });
-    return found != records_.end() ? &*found : nullptr;
+    const auto found = records_.find(image.dynamic.begin);
+    return found != records_.end() && found->second.name == image.name ? &found->second : nullptr;
 }
 
 void Rebinder::forgetGone(const LoadedImages& loaded) {
-    std::erase_if(records_, [&loaded](const ImageRecord& record) {
-        return std::none_of(
-            loaded.images.begin(), loaded.images.end(), [&record](const ImageLayout& image) {
-                return record.dynamic == image.dynamic.begin && record.name == image.name;
-            });
+    std::map<std::uintptr_t, const ImageLayout*> present;
+    for (const ImageLayout& image : loaded.images) {
+        present[image.dynamic.begin] = &image;
+    }
+    std::erase_if(records_, [&present](const auto& record) {
+        const auto image = present.find(record.first);
+        return image == present.end() || image->second->name != record.second.name;
     });
 }
 
@@ -322,7 +362,8 @@ void Rebinder::patchImage(const ImageLayout& layout, const HeldImages& held,
     ImageRecord* record = recordOf(layout);
     if (record == nullptr) {
         ++report_.images;
-        record = &records_.emplace_back(ImageRecord{layout.dynamic.begin, layout.name, {}});
+        record = &records_[layout.dynamic.begin];
+        *record = {layout.name, layout.base, {}};
     }
     if (result != PatchResult::done) {
         failures.push_back({layout.name, result});

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -30,12 +31,15 @@ class Rebinder {
     static Rebinder& shared();
 
     /// As tqhook_rebind().
-    int rebind(std::span<const tqhook_rebinding> rebindings);
+    int rebind(std::span<const tqhook_rebinding> rebindings, const tqhook_options& options);
+    /// As tqhook_exempt_images().
+    void exempt(const char* pattern);
     /// Redirects in images that were loaded since the last look. Nothing new costs one step of
     /// the loader's list.
     void scan();
-    /// What a lookup of `name` that found `found` should answer. Real-time safe.
-    [[nodiscard]] void* translated(const char* name, void* found) const;
+    /// What a lookup of `name` by `caller`, an address in some image, that found `found` should
+    /// answer. Real-time safe unless a request for that symbol exempts images.
+    [[nodiscard]] void* translated(const char* name, void* found, const void* caller) const;
     /// Real-time safe.
     [[nodiscard]] bool isRedirected(const char* name) const;
     [[nodiscard]] tqhook_counts report();
@@ -53,8 +57,8 @@ class Rebinder {
         std::chrono::steady_clock::time_point changed;
     };
     struct ImageRecord {
-        std::uintptr_t dynamic = 0;
         std::string name;
+        std::uintptr_t base = 0;
         std::vector<LazySlot> lazySlots;
     };
     struct Finding {
@@ -71,6 +75,7 @@ class Rebinder {
 
     [[nodiscard]] bool redirectInSight(const LoaderCalls& calls,
                                        std::span<const tqhook_rebinding> rebindings,
+                                       const tqhook_options& options,
                                        std::vector<Failure>& failures);
     void examine(const LoaderCalls& calls, bool everything);
     void patchImages(const LoadedImages& loaded, const HeldImages& held,
@@ -80,8 +85,12 @@ class Rebinder {
                                                    const std::vector<std::string>& names,
                                                    const void* asker);
     bool findLateDefinitions(const LoaderCalls& calls, const HeldImages& held);
-    void enter(std::span<const tqhook_rebinding> rebindings, const std::vector<Finding>& findings);
+    void enter(std::span<const tqhook_rebinding> rebindings, const std::vector<Finding>& findings,
+               const std::shared_ptr<const Exemptions>& exempt);
     void publish(std::vector<SymbolEntry> entries);
+    [[nodiscard]] static std::shared_ptr<const Exemptions> exemptionsOf(
+        const tqhook_options& options, const HeldImages& held,
+        std::span<const tqhook_rebinding> rebindings);
     [[nodiscard]] std::size_t startupCount(const LoadedImages& loaded);
     [[nodiscard]] ImageRecord* recordOf(const ImageLayout& image);
     void forgetGone(const LoadedImages& loaded);
@@ -102,7 +111,8 @@ class Rebinder {
     std::atomic<std::size_t> startupCount_{0};
 
     std::mutex mutex_;
-    std::vector<ImageRecord> records_;
+    std::map<std::uintptr_t, ImageRecord> records_;  ///< by the address of the dynamic table
+    std::shared_ptr<const Exemptions> exempt_;       ///< for all requests
     tqhook_counts report_{};
     bool isVerifierRunning_ = false;
 };

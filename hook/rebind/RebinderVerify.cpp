@@ -45,6 +45,11 @@ void resumeInChild() {
 }
 
 Rebinder::Rebinder() {
+    // A sound server's client inside the library that a program plays through: what it sends there
+    // has been seen once, where the program handed it over.
+    auto exempt = std::make_shared<Exemptions>();
+    exempt->addPattern("libasound_module_*");
+    exempt_ = std::move(exempt);
     pthread_atfork(prepareFork, resumeAfterFork, resumeInChild);
 }
 
@@ -70,8 +75,9 @@ void Rebinder::restoreLost(ImageRecord& record) {
     for (const LazySlot& slot : record.lazySlots) {
         const SymbolEntry* entry = table.find(slot.symbol);
         const void* value = slotValue(slot.address);
-        if (entry != nullptr && value != entry->newest() && entry->leadsHere(value)) {
-            storeSlot(slot.address, entry->newest());
+        void* target = entry != nullptr ? entry->newestFor(record.name, record.base) : nullptr;
+        if (target != nullptr && value != target && entry->leadsHere(value)) {
+            storeSlot(slot.address, target);
             ++report_.restoredSlots;
         }
     }
@@ -104,7 +110,7 @@ void Rebinder::verify() {
 
 bool Rebinder::hasLazySlots() const {
     return std::any_of(records_.begin(), records_.end(),
-                       [](const ImageRecord& record) { return !record.lazySlots.empty(); });
+                       [](const auto& record) { return !record.second.lazySlots.empty(); });
 }
 
 bool Rebinder::mustVerifyAgain() {

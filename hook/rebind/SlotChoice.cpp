@@ -11,11 +11,11 @@ namespace {
 enum class SlotState { leave, bound, unbound };
 
 SlotState stateOf(const ElfImage& image, const Slot& slot, const SymbolEntry& entry,
-                  const BindingOracle& oracle) {
+                  const void* target, const BindingOracle& oracle) {
     const void* value = slotValue(slot.address);
     // An empty slot belongs to an optional function that the program found missing: it will not
     // call it, and must not be led to believe that it could.
-    if (value == nullptr || value == entry.newest()) {
+    if (value == nullptr || value == target) {
         return SlotState::leave;
     }
     if (entry.leadsHere(value)) {
@@ -44,7 +44,7 @@ bool isBackend(const ElfImage& image, const SymbolTable& table) {
     return !image.layout().isMainProgram &&
            std::any_of(table.entries().begin(), table.entries().end(),
                        [&image](const SymbolEntry& entry) {
-                           return entry.role == SymbolRole::audio &&
+                           return entry.role == SymbolRole::requested &&
                                   image.definition(entry.name.c_str()).has_value();
                        });
 }
@@ -53,27 +53,26 @@ std::vector<SlotWrite> chooseSlots(const ElfImage& image, const SymbolTable& tab
                                    const BindingOracle& oracle) {
     std::optional<bool> keepsItsCalls;
     std::vector<SlotWrite> writes;
-    std::size_t lastSymbol = 0;
     const SymbolEntry* entry = nullptr;
-    image.forEachSlot([&](const Slot& slot) {
-        // Relocations of one symbol stand together; index 0 names none.
-        if (slot.symbol != lastSymbol) {
-            lastSymbol = slot.symbol;
-            entry = table.findWanted(image, slot.symbol);
-            if (entry != nullptr && !keepsItsCalls) {
-                keepsItsCalls = isBackend(image, table);
-            }
-            const bool isOurs = entry != nullptr && entry->original != nullptr &&
-                                (entry->role == SymbolRole::load || !*keepsItsCalls);
-            entry = isOurs ? entry : nullptr;
+    void* target = nullptr;
+    const auto isOurs = [&](std::size_t symbol) {
+        entry = table.findWanted(image, symbol);
+        if (entry == nullptr || entry->original == nullptr) {
+            return false;
         }
-        if (entry == nullptr) {
-            return;
+        if (!keepsItsCalls) {
+            keepsItsCalls = table.isExempt(image.layout()) || isBackend(image, table);
         }
-        const SlotState state = stateOf(image, slot, *entry, oracle);
+        if (*keepsItsCalls && entry->role != SymbolRole::load) {
+            return false;
+        }
+        target = entry->newestFor(image.layout().name, image.layout().base);
+        return target != nullptr;
+    };
+    image.forEachSlotOf(isOurs, [&](const Slot& slot) {
+        const SlotState state = stateOf(image, slot, *entry, target, oracle);
         if (state != SlotState::leave) {
-            writes.push_back(
-                {slot.kind, slot.address, entry->newest(), entry, state == SlotState::unbound});
+            writes.push_back({slot.kind, slot.address, target, entry, state == SlotState::unbound});
         }
     });
     return writes;

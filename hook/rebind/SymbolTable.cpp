@@ -24,12 +24,25 @@ bool SymbolEntry::leadsHere(const void* target) const {
                         [target](const Link& link) { return link.replacement == target; }));
 }
 
-void SymbolEntry::prepend(void* replacement, void** saved) {
+void* SymbolEntry::newestFor(std::string_view path, std::uintptr_t base) const {
+    const auto link = std::find_if(chain.rbegin(), chain.rend(), [&](const Link& each) {
+        return each.exempt == nullptr || !each.exempt->cover(path, base);
+    });
+    return link != chain.rend() ? link->replacement : nullptr;
+}
+
+bool SymbolEntry::exemptsSome() const {
+    return std::any_of(chain.begin(), chain.end(),
+                       [](const Link& link) { return link.exempt != nullptr; });
+}
+
+void SymbolEntry::prepend(void* replacement, void** saved,
+                          std::shared_ptr<const Exemptions> exempt) {
     auto link = std::find_if(chain.begin(), chain.end(), [replacement](const Link& each) {
         return each.replacement == replacement;
     });
     if (link == chain.end()) {
-        chain.push_back({replacement, {}});
+        chain.push_back({replacement, {}, std::move(exempt)});
         link = std::prev(chain.end());
     }
     if (saved != nullptr) {
@@ -47,10 +60,12 @@ void SymbolEntry::settle(void* function, void* trueDefinition) {
 }
 
 SymbolTable::SymbolTable(std::vector<SymbolEntry> entries,
-                         std::unique_ptr<const SymbolTable> previous)
+                         std::unique_ptr<const SymbolTable> previous,
+                         std::shared_ptr<const Exemptions> exempt)
     : entries_(std::move(entries)),
       places_(std::bit_ceil(entries_.size() * 2 + 1)),
-      previous_(std::move(previous)) {
+      previous_(std::move(previous)),
+      exempt_(std::move(exempt)) {
     for (const SymbolEntry& entry : entries_) {
         firstCharacters_.set(static_cast<unsigned char>(entry.name.front()));
         std::size_t place = gnuSymbolHash(entry.name) & (places_.size() - 1);
@@ -61,17 +76,18 @@ SymbolTable::SymbolTable(std::vector<SymbolEntry> entries,
     }
 }
 
+bool SymbolTable::isExempt(const ImageLayout& image) const {
+    return exempt_ != nullptr && exempt_->cover(image.name, image.base);
+}
+
 const SymbolEntry* SymbolTable::findWanted(const ElfImage& image, std::size_t symbol) const {
-    if (image.definesSymbol(symbol)) {
-        return nullptr;
-    }
     // Most names of a program are mangled and long: this is cheaper than finding their ends.
-    const auto initial = static_cast<unsigned char>(image.symbolInitial(symbol));
-    return firstCharacters_.test(initial) ? find(image.symbolName(symbol)) : nullptr;
+    const auto initial = static_cast<unsigned char>(image.undefinedInitial(symbol));
+    return firstCharacters_[initial] ? find(image.symbolName(symbol)) : nullptr;
 }
 
 const SymbolEntry* SymbolTable::find(std::string_view name) const {
-    if (name.empty() || !firstCharacters_.test(static_cast<unsigned char>(name.front()))) {
+    if (name.empty() || !firstCharacters_[static_cast<unsigned char>(name.front())]) {
         return nullptr;
     }
     std::size_t place = gnuSymbolHash(name) & (places_.size() - 1);

@@ -42,7 +42,7 @@ int hookedAdd(int a, int b) {
 void rebindAdd() {
     tqhook_rebinding record{"t_add", reinterpret_cast<void*>(&hookedAdd),
                             reinterpret_cast<void**>(&savedAdd)};
-    ASSERT_EQ(tqhook_rebind(&record, 1), 0);
+    ASSERT_EQ(tqhook_rebind(&record, 1, nullptr), 0);
 }
 
 TEST(RebindingStress, EachLoadIsRedirectedWhileAnotherThreadLoadsUnseen) {
@@ -92,7 +92,7 @@ TEST(RebindingStress, RequestsFromManyThreadsLoseNoReplacement) {
         threads.emplace_back([i] {
             tqhook_rebinding record{"t_add", reinterpret_cast<void*>(kReplacements[i]),
                                     reinterpret_cast<void**>(&saved[i])};
-            tqhook_rebind(&record, 1);
+            tqhook_rebind(&record, 1, nullptr);
         });
     }
     for (std::thread& thread : threads) {
@@ -126,7 +126,7 @@ TEST(RebindingStress, SlotsBoundWhileTheyAreRedirectedAreAllRedirectedInTheEnd) 
         records[i] = {names[i].c_str(), reinterpret_cast<void*>(replacements[i]),
                       reinterpret_cast<void**>(&savedRace[i])};
     }
-    ASSERT_EQ(tqhook_rebind(records.data(), records.size()), 0);
+    ASSERT_EQ(tqhook_rebind(records.data(), records.size(), nullptr), 0);
 
     const tqhook::LoaderCalls& calls = *tqhook::loaderCalls();
     const std::string plugin = hostLibrary("race_plugin_copy");

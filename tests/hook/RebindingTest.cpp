@@ -52,7 +52,7 @@ tqhook_rebinding record(const char* symbol, Function* replacement, Function** sa
 }
 
 int rebind(tqhook_rebinding rebinding) {
-    return tqhook_rebind(&rebinding, 1);
+    return tqhook_rebind(&rebinding, 1, nullptr);
 }
 
 // The definition, asked for in a way that nothing redirects.
@@ -88,7 +88,7 @@ TEST(Rebinding, NewestReplacementRunsFirstAndCallsTheOneBefore) {
 
 TEST(Rebinding, TwoReplacementsOfOneSymbolInOneRequestChain) {
     std::array both{record("t_add", first, &savedFirst), record("t_add", second, &savedSecond)};
-    EXPECT_EQ(tqhook_rebind(both.data(), both.size()), 0);
+    EXPECT_EQ(tqhook_rebind(both.data(), both.size(), nullptr), 0);
     EXPECT_EQ(address(savedSecond), address(first));
     EXPECT_EQ(t_add(1, 2), 21003);
 }
@@ -105,7 +105,7 @@ TEST(Rebinding, MissingSymbolStopsNoOther) {
     Add nothing = unused;
     std::array records{record("t_defined_nowhere", unused, &nothing),
                        record("t_add", first, &savedFirst)};
-    EXPECT_EQ(tqhook_rebind(records.data(), records.size()), 0);
+    EXPECT_EQ(tqhook_rebind(records.data(), records.size(), nullptr), 0);
     EXPECT_EQ(nothing, nullptr);
     EXPECT_EQ(t_add(1, 2), 1003);
 }
@@ -115,13 +115,13 @@ TEST(Rebinding, RecordWithoutSymbolOrReplacementIsRefusedAndTheOthersAreDone) {
                                             tqhook_rebinding{"t_add", nullptr, nullptr},
                                             tqhook_rebinding{"", address(unused), nullptr},
                                             record("t_add", first, &savedFirst)};
-    EXPECT_EQ(tqhook_rebind(records.data(), records.size()), -1);
+    EXPECT_EQ(tqhook_rebind(records.data(), records.size(), nullptr), -1);
     EXPECT_EQ(t_add(1, 2), 1003);
 }
 
 TEST(Rebinding, NoRecordsAreNoError) {
-    EXPECT_EQ(tqhook_rebind(nullptr, 0), 0);
-    EXPECT_EQ(tqhook_rebind(nullptr, 1), -1);
+    EXPECT_EQ(tqhook_rebind(nullptr, 0, nullptr), 0);
+    EXPECT_EQ(tqhook_rebind(nullptr, 1, nullptr), -1);
 }
 
 TEST(Rebinding, SavedFunctionNeedNotBeAskedFor) {
@@ -214,7 +214,7 @@ TEST(Rebinding, LookupsThatDoNotConcernUsAnswerAsBefore) {
 TEST(Rebinding, RequestLeavesNoLoaderMessage) {
     std::array records{record("t_defined_nowhere", unused, static_cast<Add*>(nullptr)),
                        record("t_add", first, &savedFirst)};
-    tqhook_rebind(records.data(), records.size());
+    tqhook_rebind(records.data(), records.size(), nullptr);
     EXPECT_EQ(dlerror(), nullptr);
 }
 

@@ -27,7 +27,7 @@ __attribute__((constructor)) static void install(void) {
         {"t_defined_nowhere", (void*)&hookedPick, &savedNothing},
         {"t_pick", (void*)&hookedPick, (void**)&savedPick},
     };
-    rebindStatus = tqhook_rebind(rebindings, 3);
+    rebindStatus = tqhook_rebind(rebindings, 3, NULL);
 }
 
 /* Prints what only the hook knows. */
