@@ -4,36 +4,24 @@
 #include <Foundation/Foundation.h>
 #include <audio_hook_config.h>
 
-#include <array>
-
 #include "PendingNodes.h"
 #include "RZBoundary.h"
-#include "RZHookSwitch.h"
+#include "RZHookSet.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "RZUnitFacts.h"
 #include "TQAudioCaptureBase.h"
-#include "TQAudioRecordResolver.h"
 #include "TQAudioUnitRecordResolveManager.h"
 #include "TQHookSelfTest.h"
+#include "hook/Hook.h"
 
 namespace {
 
 constexpr const char* kFile = "Classes/AUGraphCapturer/RZReplayAudioUnitGraphCapturer";
 
-// Constant-initialised: the rebinding may fill and use them before any constructor has run.
-constinit RZHookSwitch hook;
-
-constinit decltype(&NewAUGraph) platform_NewAUGraph = nullptr;
-constinit decltype(&AUGraphSetNodeInputCallback) platform_AUGraphSetNodeInputCallback = nullptr;
-constinit decltype(&AUGraphAddNode) platform_AUGraphAddNode = nullptr;
-constinit decltype(&AUGraphRemoveNode) platform_AUGraphRemoveNode = nullptr;
-constinit decltype(&AUGraphOpen) platform_AUGraphOpen = nullptr;
-constinit decltype(&AUGraphStart) platform_AUGraphStart = nullptr;
-constinit decltype(&AUGraphUpdate) platform_AUGraphUpdate = nullptr;
-constinit decltype(&AUGraphStop) platform_AUGraphStop = nullptr;
-constinit decltype(&AUGraphClose) platform_AUGraphClose = nullptr;
-constinit decltype(&DisposeAUGraph) platform_DisposeAUGraph = nullptr;
+/// Where the replacement of a function logs from.
+template <auto* kFunction>
+constexpr RZLogSite kSiteOf(kFile, tqhook::kNameOf<kFunction, "Record_graph_">.data());
 
 RZStreamMixManager& manager() {
     return *RZStreamMixManager::sharedManager();
@@ -42,42 +30,6 @@ RZStreamMixManager& manager() {
 /// NO when the companion handles the graph already.
 BOOL isAUGraphAvailable(AUGraph graph) {
     return !TQAudioUnitRecordResolveManager::sharedManager().existAuGraph(graph);
-}
-
-OSStatus Record_graph_NewAUGraph(AUGraph* outGraph) {
-    // Told whatever the switch says: the self-test must see its graph.
-    const OSStatus status = platform_NewAUGraph(outGraph);
-    if (outGraph != nullptr) {
-        TQHookSelfTest::notifyNewAUGraph(*outGraph);
-    }
-    return status;
-}
-
-OSStatus Record_graph_AUGraphAddNode(AUGraph graph, const AudioComponentDescription* desc,
-                                     AUNode* outNode) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphAddNode");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphAddNode(graph, desc, outNode);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            const AUNode node = outNode == nullptr ? -1 : *outNode;
-            site.log(2, "[AUGraphHook] AUGraphAddNode: %p, %d, err: %d", graph, node, status);
-            if (status != 0 || desc == nullptr || desc->componentType != kAudioUnitType_Output) {
-                return;
-            }
-            if (isAUGraphAvailable(graph)) {
-                site.log(2, "[AUGraphHook] Catch Node when Added: %p, %d", graph, node);
-                PendingNodes::shared().set(graph, {node, *desc, nullptr, nullptr});
-            } else {
-                site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d",
-                         graph, node);
-                if (graph != manager().mGraph()) {
-                    RZUnitFacts::shared().leftAlone(nullptr, graph, RZUnitReason::Anothers);
-                }
-            }
-        });
-    }
-    return status;
 }
 
 /// Remembers the host's callback where the node is known; true when ours goes in instead.
@@ -91,183 +43,171 @@ bool takeOverNodeCallback(AUGraph graph, AUNode node, const AURenderCallbackStru
            callback.inputProc != nullptr;
 }
 
-OSStatus Record_graph_AUGraphSetNodeInputCallback(AUGraph graph, AUNode node, UInt32 inputNumber,
-                                                  const AURenderCallbackStruct* callback) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphSetNodeInputCallback");
-    if (!hook.isRecording()) {
-        return platform_AUGraphSetNodeInputCallback(graph, node, inputNumber, callback);
+/// A call that the platform has answered, as the log records name it.
+struct AnsweredCall {
+    const RZLogSite& site;
+    const char* name;
+    OSStatus status;
+
+    /// For a graph without a capture object that could be told of `action`.
+    void logIgnored(int level, const char* action, AUGraph graph, const void* object) const {
+        site.log(level, "[AUGraphHook] Ignore audio unit %s with %s: %p, unitObj: %p, err: %d",
+                 action, name, graph, object, status);
     }
-    const AURenderCallbackStruct replacement{RZReplayAudioUnitCapture_InputProcessCallback, graph};
-    bool isTakenOver = false;
-    // Ours, read back from the graph and set again, would call itself for ever.
-    if (callback != nullptr &&
-        callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback) {
-        RZGuarded(site, [&] { isTakenOver = takeOverNodeCallback(graph, node, *callback); });
-    }
-    const OSStatus status = platform_AUGraphSetNodeInputCallback(
-        graph, node, inputNumber, isTakenOver ? &replacement : callback);
-    RZGuarded(site, [&] {
-        site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
-                 node, inputNumber, callback, status);
+};
+
+/// The library's own share of a graph function, which comes after the platform's. Whether it comes
+/// is decided before: the switch may turn while the platform is at work.
+template <auto* kFunction, class Share>
+constexpr auto hookAfter(Share /*share*/) {
+    return tqhook::hook<kFunction>([](auto* original, auto... arguments) {
+        constexpr const RZLogSite& site = kSiteOf<kFunction>;
+        const BOOL isRecording = RZGraphHooks.isRecording();
+        const OSStatus status = original(arguments...);
+        if (isRecording) {
+            const AnsweredCall call{site, tqhook::kNameOf<kFunction>.data(), status};
+            RZGuarded(site, [&] { Share{}(call, arguments...); });
+        }
+        return status;
     });
-    return status;
 }
 
-OSStatus Record_graph_AUGraphRemoveNode(AUGraph graph, AUNode node) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphRemoveNode");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphRemoveNode(graph, node);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] AUGraphRemoveNode: %p, %d, err: ", graph, node);
-            if (status == 0) {
-                PendingNodes::shared().erase(graph, node);
-            }
-        });
+/// Makes the capture object of an output node whose graph has been opened.
+void captureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info) {
+    AudioUnit unit = nullptr;
+    const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
+    if (error != 0) {
+        site.log(4, "[AUGraphHook] get node info: %p error:%d", graph, error);
+        return;
     }
-    return status;
+    if (const auto obj = manager().newAudioUnitObj(unit)) {
+        obj->setAuGraph(graph);
+        obj->setInNode(info.node);
+        obj->setOriginCallback({info.inputProc, info.inputProcRefCon});
+    }
 }
 
-OSStatus Record_graph_AUGraphOpen(AUGraph graph) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphOpen");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphOpen(graph);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] AUGraphOpen: %p, err: %d", graph, status);
-            if (!isAUGraphAvailable(graph) || status != 0) {
-                return;
-            }
-            const bool isKnown =
-                PendingNodes::shared().with(graph, [&](const PendingNodeInfo& info) {
-                    AudioUnit unit = nullptr;
-                    const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
-                    if (error != 0) {
-                        site.log(4, "[AUGraphHook] get node info: %p error:%d", graph, error);
-                        return;
-                    }
-                    if (const auto obj = manager().newAudioUnitObj(unit)) {
-                        obj->setAuGraph(graph);
-                        obj->setInNode(info.node);
-                        obj->setOriginCallback({info.inputProc, info.inputProcRefCon});
-                    }
-                });
-            if (!isKnown) {
-                site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
-            }
-        });
+/// The graph is closed or gone: so is its capture.
+void disposeCapture(const AnsweredCall& call, AUGraph graph) {
+    call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
+    if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+        manager().disposeAudioUnitObj(obj);
+    } else {
+        call.logIgnored(3, "stop", graph, nullptr);
     }
-    return status;
 }
 
-OSStatus Record_graph_AUGraphStart(AUGraph graph) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphStart");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphStart(graph);
-    if (isRecording) {
+// In the order in which they are redirected.
+constexpr tqhook::HookTable kHooks{
+    tqhook::hook<&NewAUGraph>([](auto* original, AUGraph* outGraph) {
+        // Told whatever the switch says: the self-test must see its graph.
+        const OSStatus status = original(outGraph);
+        if (outGraph != nullptr) {
+            TQHookSelfTest::notifyNewAUGraph(*outGraph);
+        }
+        return status;
+    }),
+    tqhook::hook<&AUGraphSetNodeInputCallback>([](auto* original, AUGraph graph, AUNode node,
+                                                  UInt32 inputNumber,
+                                                  const AURenderCallbackStruct* callback) {
+        constexpr const RZLogSite& site = kSiteOf<&AUGraphSetNodeInputCallback>;
+        if (!RZGraphHooks.isRecording()) {
+            return original(graph, node, inputNumber, callback);
+        }
+        const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, graph};
+        bool isTakenOver = false;
+        // Ours, read back from the graph and set again, would call itself for ever.
+        if (callback != nullptr &&
+            callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback) {
+            RZGuarded(site, [&] { isTakenOver = takeOverNodeCallback(graph, node, *callback); });
+        }
+        const OSStatus status = original(graph, node, inputNumber, isTakenOver ? &ours : callback);
         RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] AUGraphStart: %p, err:%d", graph, status);
-            if (!isAUGraphAvailable(graph)) {
-                site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
-                return;
-            }
-            const auto obj = manager().findAudioUnitObjByAUGraph(graph);
-            if (obj && status == 0) {
-                manager().audioUnitStart(obj);
-            } else {
-                site.log(4,
-                         "[AUGraphHook] Ignore audio unit start with AUGraphStart: %p, unitObj: "
-                         "%p, err: %d",
-                         graph, obj.get(), status);
-            }
+            site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
+                     node, inputNumber, callback, status);
         });
-    }
-    return status;
-}
+        return status;
+    }),
+    hookAfter<&AUGraphAddNode>([](const AnsweredCall& call, AUGraph graph,
+                                  const AudioComponentDescription* desc, const AUNode* outNode) {
+        const AUNode node = outNode == nullptr ? -1 : *outNode;
+        call.site.log(2, "[AUGraphHook] %s: %p, %d, err: %d", call.name, graph, node, call.status);
+        if (call.status != 0 || desc == nullptr || desc->componentType != kAudioUnitType_Output) {
+            return;
+        }
+        if (isAUGraphAvailable(graph)) {
+            call.site.log(2, "[AUGraphHook] Catch Node when Added: %p, %d", graph, node);
+            PendingNodes::shared().set(graph, {node, *desc, nullptr, nullptr});
+        } else {
+            call.site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d",
+                          graph, node);
+            if (graph != manager().mGraph()) {
+                RZUnitFacts::shared().leftAlone(nullptr, graph, RZUnitReason::Anothers);
+            }
+        }
+    }),
+    hookAfter<&AUGraphRemoveNode>([](const AnsweredCall& call, AUGraph graph, AUNode node) {
+        call.site.log(2, "[AUGraphHook] %s: %p, %d, err: ", call.name, graph, node);
+        if (call.status == 0) {
+            PendingNodes::shared().erase(graph, node);
+        }
+    }),
+    hookAfter<&AUGraphOpen>([](const AnsweredCall& call, AUGraph graph) {
+        call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
+        if (!isAUGraphAvailable(graph) || call.status != 0) {
+            return;
+        }
+        const bool isKnown = PendingNodes::shared().with(
+            graph, [&](const PendingNodeInfo& info) { captureNode(call.site, graph, info); });
+        if (!isKnown) {
+            call.site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
+        }
+    }),
+    hookAfter<&AUGraphStart>([](const AnsweredCall& call, AUGraph graph) {
+        call.site.log(2, "[AUGraphHook] %s: %p, err:%d", call.name, graph, call.status);
+        if (!isAUGraphAvailable(graph)) {
+            call.site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
+            return;
+        }
+        const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+        if (obj && call.status == 0) {
+            manager().audioUnitStart(obj);
+        } else {
+            call.logIgnored(4, "start", graph, obj.get());
+        }
+    }),
+    hookAfter<&AUGraphUpdate>([](const AnsweredCall& call, AUGraph graph, Boolean* /*isUpdated*/) {
+        call.site.log(2, "[AUGraphHook] %s: %p", call.name, graph);
+        if (call.status != 0) {
+            return;
+        }
+        if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+            manager().audioUnitUpdate(obj);
+        } else {
+            call.logIgnored(4, "update", graph, nullptr);
+        }
+    }),
+    hookAfter<&AUGraphStop>([](const AnsweredCall& call, AUGraph graph) {
+        call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
+        if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+            manager().audioUnitStop(obj);
+        } else {
+            call.logIgnored(3, "stop", graph, nullptr);
+        }
+    }),
+    hookAfter<&AUGraphClose>([](const AnsweredCall& call, AUGraph graph) {
+        disposeCapture(call, graph);
+        RZUnitFacts::shared().graphClosed(graph);
+    }),
+    hookAfter<&DisposeAUGraph>([](const AnsweredCall& call, AUGraph graph) {
+        disposeCapture(call, graph);
+        RZUnitFacts::shared().graphDisposed(graph);
+    }),
+};
 
-OSStatus Record_graph_AUGraphUpdate(AUGraph graph, Boolean* outIsUpdated) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphUpdate");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphUpdate(graph, outIsUpdated);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] AUGraphUpdate: %p", graph);
-            if (status != 0) {
-                return;
-            }
-            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-                manager().audioUnitUpdate(obj);
-            } else {
-                site.log(4,
-                         "[AUGraphHook] Ignore audio unit update with AUGraphUpdate: %p, unitObj: "
-                         "%p, err: %d",
-                         graph, static_cast<void*>(nullptr), 0);
-            }
-        });
-    }
-    return status;
-}
-
-OSStatus Record_graph_AUGraphStop(AUGraph graph) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphStop");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphStop(graph);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] AUGraphStop: %p, err: %d", graph, status);
-            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-                manager().audioUnitStop(obj);
-            } else {
-                site.log(3,
-                         "[AUGraphHook] Ignore audio unit stop with AUGraphStop: %p, unitObj: %p, "
-                         "err: %d",
-                         graph, static_cast<void*>(nullptr), status);
-            }
-        });
-    }
-    return status;
-}
-
-OSStatus Record_graph_AUGraphClose(AUGraph graph) {
-    constexpr RZLogSite site(kFile, "Record_graph_AUGraphClose");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_AUGraphClose(graph);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] AUGraphClose: %p, err: %d", graph, status);
-            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-                manager().disposeAudioUnitObj(obj);
-            } else {
-                site.log(3,
-                         "[AUGraphHook] Ignore audio unit stop with AUGraphClose: %p, unitObj: %p, "
-                         "err: %d",
-                         graph, static_cast<void*>(nullptr), status);
-            }
-            RZUnitFacts::shared().graphClosed(graph);
-        });
-    }
-    return status;
-}
-
-OSStatus Record_graph_DisposeAUGraph(AUGraph graph) {
-    constexpr RZLogSite site(kFile, "Record_graph_DisposeAUGraph");
-    const BOOL isRecording = hook.isRecording();
-    const OSStatus status = platform_DisposeAUGraph(graph);
-    if (isRecording) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AUGraphHook] DisposeAUGraph: %p, err: %d", graph, status);
-            if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-                manager().disposeAudioUnitObj(obj);
-            } else {
-                site.log(3,
-                         "[AUGraphHook] Ignore audio unit stop with DisposeAUGraph: %p, unitObj: "
-                         "%p, err: %d",
-                         graph, static_cast<void*>(nullptr), status);
-            }
-            RZUnitFacts::shared().graphDisposed(graph);
-        });
-    }
-    return status;
+std::span<const TQRebinding> rows() {
+    static const auto all = kHooks.rows<TQRebinding>();
+    return all;
 }
 
 [[gnu::constructor]] void load() {
@@ -281,33 +221,17 @@ OSStatus Record_graph_DisposeAUGraph(AUGraph graph) {
 
 }  // namespace
 
+constinit RZHookSet RZGraphHooks({"[RZReplay] start AUGraphCapture", rows,
+                                  TQHookSelfTest::testAUGraphHook});
+
 void RZReplayAudioUnitGraphCapturer::startHook() {
-    hook.startOnce([](std::atomic<bool>& started) {
-        NSLog("[RZReplay] start AUGraphCapture");
-        started = true;
-        std::array records{
-            rebinding("NewAUGraph", Record_graph_NewAUGraph, platform_NewAUGraph),
-            rebinding("AUGraphSetNodeInputCallback", Record_graph_AUGraphSetNodeInputCallback,
-                      platform_AUGraphSetNodeInputCallback),
-            rebinding("AUGraphAddNode", Record_graph_AUGraphAddNode, platform_AUGraphAddNode),
-            rebinding("AUGraphRemoveNode", Record_graph_AUGraphRemoveNode,
-                      platform_AUGraphRemoveNode),
-            rebinding("AUGraphOpen", Record_graph_AUGraphOpen, platform_AUGraphOpen),
-            rebinding("AUGraphStart", Record_graph_AUGraphStart, platform_AUGraphStart),
-            rebinding("AUGraphUpdate", Record_graph_AUGraphUpdate, platform_AUGraphUpdate),
-            rebinding("AUGraphStop", Record_graph_AUGraphStop, platform_AUGraphStop),
-            rebinding("AUGraphClose", Record_graph_AUGraphClose, platform_AUGraphClose),
-            rebinding("DisposeAUGraph", Record_graph_DisposeAUGraph, platform_DisposeAUGraph),
-        };
-        tqreplay_rebind_symbols(records.data(), records.size());
-        TQHookSelfTest::testAUGraphHook();
-    });
+    RZHookSet::start({&RZGraphHooks});
 }
 
 BOOL RZReplayAudioUnitGraphCapturer::isHookStarted() {
-    return hook.isStarted();
+    return RZGraphHooks.isStarted();
 }
 
 void RZReplayAudioUnitGraphCapturer::enableHook(BOOL enable) {
-    hook.setRecording(enable);
+    RZGraphHooks.setRecording(enable);
 }

@@ -4,29 +4,22 @@
 #include <Foundation/Foundation.h>
 #include <audio_hook_config.h>
 
-#include <array>
-
 #include "RZBoundary.h"
-#include "RZHookSwitch.h"
+#include "RZHookSet.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "RZUnitFacts.h"
 #include "TQAudioCaptureBase.h"
-#include "TQAudioRecordResolver.h"
 #include "TQAudioUnitRecordResolveManager.h"
+#include "hook/Hook.h"
 
 namespace {
 
 constexpr const char* kFile = "Classes/AudioUnitCapturer/RZReplayAudioUnitCapturer";
 
-// Constant-initialised: the rebinding may fill and use them before any constructor has run.
-constinit RZHookSwitch hook;
-
-constinit decltype(&AudioUnitUninitialize) platform_AudioUnitUninitialize = nullptr;
-constinit decltype(&AudioOutputUnitStart) platform_AudioOutputUnitStart = nullptr;
-constinit decltype(&AudioOutputUnitStop) platform_AudioOutputUnitStop = nullptr;
-constinit decltype(&AudioUnitSetProperty) platform_AudioUnitSetProperty = nullptr;
-constinit decltype(&AudioComponentInstanceNew) platform_AudioComponentInstanceNew = nullptr;
+/// Where the replacement of a function logs from.
+template <auto* kFunction>
+constexpr RZLogSite kSiteOf(kFile, tqhook::kNameOf<kFunction, "Record_unit_">.data());
 
 RZStreamMixManager& manager() {
     return *RZStreamMixManager::sharedManager();
@@ -75,20 +68,6 @@ void recordNewInstance(const RZLogSite& site, AudioComponent component,
     }
 }
 
-OSStatus Record_unit_AudioComponentInstanceNew(AudioComponent component,
-                                               AudioComponentInstance* outInstance) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioComponentInstanceNew");
-    if (!hook.isRecording()) {
-        return platform_AudioComponentInstanceNew(component, outInstance);
-    }
-    RZGuarded(site, [&] {
-        site.log(2, "[AudioUnitHook] AudioComponentInstanceNew: %p, %p", component, outInstance);
-    });
-    const OSStatus result = platform_AudioComponentInstanceNew(component, outInstance);
-    RZGuarded(site, [&] { recordNewInstance(site, component, outInstance); });
-    return result;
-}
-
 /// The host's render callback when this call sets one that is to be taken over, else null.
 const AURenderCallbackStruct* callbackToTakeOver(AudioUnitPropertyID id, AudioUnitScope scope,
                                                  AudioUnitElement element, const void* data) {
@@ -119,108 +98,108 @@ bool takeOverCallback(const RZLogSite& site, AudioUnit unit, AudioUnitPropertyID
     return true;
 }
 
-OSStatus Record_unit_AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID id,
-                                          AudioUnitScope scope, AudioUnitElement element,
-                                          const void* data, UInt32 size) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioUnitSetProperty");
-    bool isTakenOver = false;
-    if (hook.isRecording()) {
-        RZGuarded(site,
-                  [&] { isTakenOver = takeOverCallback(site, unit, id, scope, element, data); });
-    }
-    if (!isTakenOver) {
-        return platform_AudioUnitSetProperty(unit, id, scope, element, data, size);
-    }
-    const AURenderCallbackStruct replacement{RZReplayAudioUnitCapture_InputProcessCallback, unit};
-    return platform_AudioUnitSetProperty(unit, id, scope, element, &replacement,
-                                         sizeof(replacement));
+/// The library's own share of AudioOutputUnitStart, AudioOutputUnitStop and AudioUnitUninitialize,
+/// which comes before the platform's.
+template <auto* kFunction, class Share>
+constexpr auto hookBefore(Share /*share*/) {
+    return tqhook::hook<kFunction>([](auto* original, AudioUnit unit) {
+        constexpr const RZLogSite& site = kSiteOf<kFunction>;
+        if (RZUnitHooks.isRecording()) {
+            RZGuarded(site, [&] { Share{}(site, unit); });
+        }
+        return original(unit);
+    });
 }
 
-OSStatus Record_unit_AudioOutputUnitStart(AudioUnit unit) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioOutputUnitStart");
-    if (hook.isRecording()) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AudioUnitHook] AudioOutputUnitStart: %p", unit);
-            // The registry learns of it before the unit runs.
-            if (const auto obj = manager().findAudioUnitObj(unit)) {
-                manager().audioUnitStart(obj);
-            } else {
-                site.log(3, "[AudioUnitHook] Ignore audio unit start, not found in unitMap: %p",
-                         unit);
+// In the order in which they are redirected.
+constexpr tqhook::HookTable kHooks{
+    hookBefore<&AudioUnitUninitialize>([](const RZLogSite& site, AudioUnit unit) {
+        site.log(2, "[AudioUnitHook] AudioUnitUninitialize: %p", unit);
+        if (const auto obj = manager().findAudioUnitObj(unit)) {
+            manager().disposeAudioUnitObj(obj);
+        } else {
+            // It may have gone to the companion when it was made.
+            TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
+            RZUnitFacts::shared().disposed(unit);
+        }
+    }),
+    hookBefore<&AudioOutputUnitStart>([](const RZLogSite& site, AudioUnit unit) {
+        site.log(2, "[AudioUnitHook] AudioOutputUnitStart: %p", unit);
+        // The registry learns of it before the unit runs.
+        if (const auto obj = manager().findAudioUnitObj(unit)) {
+            manager().audioUnitStart(obj);
+        } else {
+            site.log(3, "[AudioUnitHook] Ignore audio unit start, not found in unitMap: %p", unit);
+        }
+    }),
+    hookBefore<&AudioOutputUnitStop>([](const RZLogSite& site, AudioUnit unit) {
+        site.log(2, "[AudioUnitHook] AudioOutputUnitStop:%p, ", unit);
+        if (const auto obj = manager().findAudioUnitObj(unit)) {
+            manager().audioUnitStop(obj);
+        } else {
+            site.log(3, "[AudioUnitHook] Ignore audio unit stop, not found in unitMap: %p", unit);
+        }
+    }),
+    tqhook::hook<&AudioUnitSetProperty>([](auto* original, AudioUnit unit, AudioUnitPropertyID id,
+                                           AudioUnitScope scope, AudioUnitElement element,
+                                           const void* data, UInt32 size) {
+        constexpr const RZLogSite& site = kSiteOf<&AudioUnitSetProperty>;
+        bool isTakenOver = false;
+        if (RZUnitHooks.isRecording()) {
+            RZGuarded(site, [&] {
+                isTakenOver = takeOverCallback(site, unit, id, scope, element, data);
+            });
+        }
+        if (!isTakenOver) {
+            return original(unit, id, scope, element, data, size);
+        }
+        const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, unit};
+        return original(unit, id, scope, element, &ours, sizeof(ours));
+    }),
+    tqhook::hook<&AudioComponentInstanceNew>(
+        [](auto* original, AudioComponent component, AudioComponentInstance* outInstance) {
+            constexpr const RZLogSite& site = kSiteOf<&AudioComponentInstanceNew>;
+            if (!RZUnitHooks.isRecording()) {
+                return original(component, outInstance);
             }
-        });
-    }
-    return platform_AudioOutputUnitStart(unit);
-}
+            RZGuarded(site, [&] {
+                site.log(2, "[AudioUnitHook] AudioComponentInstanceNew: %p, %p", component,
+                         outInstance);
+            });
+            const OSStatus result = original(component, outInstance);
+            RZGuarded(site, [&] { recordNewInstance(site, component, outInstance); });
+            return result;
+        }),
+};
 
-OSStatus Record_unit_AudioOutputUnitStop(AudioUnit unit) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioOutputUnitStop");
-    if (hook.isRecording()) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AudioUnitHook] AudioOutputUnitStop:%p, ", unit);
-            if (const auto obj = manager().findAudioUnitObj(unit)) {
-                manager().audioUnitStop(obj);
-            } else {
-                site.log(3, "[AudioUnitHook] Ignore audio unit stop, not found in unitMap: %p",
-                         unit);
-            }
-        });
-    }
-    return platform_AudioOutputUnitStop(unit);
-}
-
-OSStatus Record_unit_AudioUnitUninitialize(AudioUnit unit) {
-    constexpr RZLogSite site(kFile, "Record_unit_AudioUnitUninitialize");
-    if (hook.isRecording()) {
-        RZGuarded(site, [&] {
-            site.log(2, "[AudioUnitHook] AudioUnitUninitialize: %p", unit);
-            if (const auto obj = manager().findAudioUnitObj(unit)) {
-                manager().disposeAudioUnitObj(obj);
-            } else {
-                // It may have gone to the companion when it was made.
-                TQAudioUnitRecordResolveManager::sharedManager().unregisterRTCUsedAudioUnit(unit);
-                RZUnitFacts::shared().disposed(unit);
-            }
-        });
-    }
-    return platform_AudioUnitUninitialize(unit);
+std::span<const TQRebinding> rows() {
+    static const auto all = kHooks.rows<TQRebinding>();
+    return all;
 }
 
 [[gnu::constructor]] void load() {
     RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitCapturer load]"), [] {
         RZReplayAudioUnitCapture_initHookConfig();
         if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
-            RZReplayAudioUnitCapturer::startHook();
+            // Both sets at once, so that images are looked through once. The other capturer's
+            // constructor starts its set where this one does not come to it.
+            RZHookSet::start({&RZUnitHooks, &RZGraphHooks});
         }
     });
 }
 
 }  // namespace
 
+constinit RZHookSet RZUnitHooks({"[RZReplay] start AudioUnitCapture", rows, nullptr});
+
 void RZReplayAudioUnitCapturer::startHook() {
-    hook.startOnce([](std::atomic<bool>& started) {
-        NSLog("[RZReplay] start AudioUnitCapture");
-        started = true;
-        std::array records{
-            rebinding("AudioUnitUninitialize", Record_unit_AudioUnitUninitialize,
-                      platform_AudioUnitUninitialize),
-            rebinding("AudioOutputUnitStart", Record_unit_AudioOutputUnitStart,
-                      platform_AudioOutputUnitStart),
-            rebinding("AudioOutputUnitStop", Record_unit_AudioOutputUnitStop,
-                      platform_AudioOutputUnitStop),
-            rebinding("AudioUnitSetProperty", Record_unit_AudioUnitSetProperty,
-                      platform_AudioUnitSetProperty),
-            rebinding("AudioComponentInstanceNew", Record_unit_AudioComponentInstanceNew,
-                      platform_AudioComponentInstanceNew),
-        };
-        tqreplay_rebind_symbols(records.data(), records.size());
-    });
+    RZHookSet::start({&RZUnitHooks});
 }
 
 BOOL RZReplayAudioUnitCapturer::isHookStarted() {
-    return hook.isStarted();
+    return RZUnitHooks.isStarted();
 }
 
 void RZReplayAudioUnitCapturer::enableHook(BOOL enable) {
-    hook.setRecording(enable);
+    RZUnitHooks.setRecording(enable);
 }

@@ -1,0 +1,31 @@
+#include "RZHookSet.h"
+
+#include <vector>
+
+void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
+    std::vector<std::unique_lock<std::mutex>> guards;
+    std::vector<RZHookSet*> fresh;
+    std::vector<TQRebinding> records;
+    for (RZHookSet* const set : sets) {
+        guards.emplace_back(set->lock_);
+        if (!set->started_) {
+            fresh.push_back(set);
+            const auto rows = set->plan_.rows();
+            records.insert(records.end(), rows.begin(), rows.end());
+        }
+    }
+    if (fresh.empty()) {
+        return;
+    }
+    // Nothing below allocates: a set that counts as started has been handed to the rebinding.
+    for (RZHookSet* const set : fresh) {
+        NSLog("%s", set->plan_.announcement);
+        set->started_ = true;
+    }
+    tqreplay_rebind_symbols(records.data(), records.size());
+    for (const RZHookSet* const set : fresh) {
+        if (set->plan_.afterwards != nullptr) {
+            set->plan_.afterwards();
+        }
+    }
+}

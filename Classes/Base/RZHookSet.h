@@ -1,0 +1,44 @@
+#pragma once
+
+#include <Foundation/NSObjCRuntime.h>
+
+#include <atomic>
+#include <initializer_list>
+#include <mutex>
+#include <span>
+
+#include "TQAudioRecordResolver.h"
+
+/// Replacements that are installed together: once per process, passed through at will.
+class RZHookSet {
+  public:
+    struct Plan {
+        const char* announcement = nullptr;  ///< for the system log
+        std::span<const TQRebinding> (*rows)() = nullptr;
+        void (*afterwards)() = nullptr;  ///< once calls are redirected; may be null
+    };
+    constexpr explicit RZHookSet(const Plan& plan) : plan_(plan) {}
+
+    /// [host thread] Announces those of the sets that have not been started, in this order, and
+    /// redirects their calls in one pass over the loaded images. A set counts as started before its
+    /// calls are redirected. Sets are named in the order of their declaration below.
+    static void start(std::initializer_list<RZHookSet*> sets);
+
+    /// [any thread]
+    [[nodiscard]] BOOL isStarted() const { return started_; }
+    /// [any thread] NO while every replacement passes straight through. Real-time safe.
+    [[nodiscard]] BOOL isRecording() const { return recording_; }
+    /// [any thread]
+    void setRecording(BOOL recording) { recording_ = recording; }
+
+  private:
+    const Plan plan_;
+    std::mutex lock_;  // one start at a time, the self-test included
+    std::atomic<bool> started_{false};
+    std::atomic<bool> recording_{true};
+};
+
+// The library's two sets, each defined beside its replacements. Constant-initialised: the image
+// that holds them is redirected before all of its constructors have run.
+extern constinit RZHookSet RZUnitHooks;
+extern constinit RZHookSet RZGraphHooks;
