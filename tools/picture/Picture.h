@@ -20,6 +20,7 @@ struct Track {
 struct EventMark {
     double seconds = 0;  ///< on the shared time axis; marks outside it are left out
     std::string label;
+    bool isQuiet = false;  ///< nothing to worry about: in grey, its label where others leave room
 };
 
 enum class FrequencyAxis { kLogarithmic, kLinear };
