@@ -130,6 +130,47 @@ TEST_F(PictureTest, MarksEventsThroughAllLanes) {
     }
 }
 
+TEST_F(PictureTest, QuietEventsAreNotDrawnLikeTheOthers) {
+    options_.events = {{0.5, "", true}, {1.5, "", false}};
+    const std::string png = file("events.png");
+    ASSERT_TRUE(drawPicture({{"mix", tone("a.wav", 1000, 44100, 2), 0}}, png, options_, error_));
+    const Image image(png);
+    ASSERT_TRUE(image.readable());
+    const Rectangle strip = layOut(1, options_).eventStrip;
+    const auto rednessAt = [&](int quarters) {
+        const std::uint32_t value =
+            image.pixel(strip.x + strip.width * quarters / 4, strip.y + strip.height / 2);
+        return static_cast<int>(value >> 16U) - static_cast<int>(value & 0xFFU);
+    };
+    EXPECT_GT(rednessAt(3), 80);
+    EXPECT_LT(rednessAt(1), 0);
+    EXPECT_LT(image.brightness(strip.x + strip.width / 4, strip.y + strip.height / 2), 600U);
+}
+
+TEST_F(PictureTest, LabelsOfQuietEventsTakeTheRoomThatOthersLeave) {
+    const auto inkAt = [&](const std::vector<EventMark>& events) {
+        options_.events = events;
+        const std::string png = file("labels.png");
+        EXPECT_TRUE(
+            drawPicture({{"mix", tone("a.wav", 1000, 44100, 2), 0}}, png, options_, error_));
+        const Image image(png);
+        const Rectangle strip = layOut(1, options_).eventStrip;
+        int red = 0;
+        // Behind the lines, where only labels are.
+        for (int x = strip.x + strip.width / 2 + 20; x < strip.x + strip.width * 3 / 4; ++x) {
+            for (int y = strip.y; y < strip.y + strip.height; ++y) {
+                const std::uint32_t value = image.pixel(x, y);
+                red += (value >> 16U) > (value & 0xFFU) + 40 ? 1 : 0;
+            }
+        }
+        return red;
+    };
+    const EventMark failure{1.01, "a failure", false};
+    EXPECT_GT(inkAt({failure}), 0);
+    EXPECT_EQ(inkAt({{0.98, "quiet", true}, {0.99, "quiet", true}, {1.0, "quiet", true}, failure}),
+              inkAt({failure}));
+}
+
 TEST_F(PictureTest, SilenceIsDark) {
     const std::string path = file("silent.wav");
     ASSERT_TRUE(test::writeWave(path, std::vector<float>(88200, 0.0F), 44100, 2));

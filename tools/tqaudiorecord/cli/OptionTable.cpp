@@ -62,7 +62,8 @@ constexpr std::array kTable{
         .target = &Options::eventsFile,
         .brief = "The library's events as JSON lines",
         .manual = "The library's events, one JSON object a line: host_time_us, category, code, "
-                  "message, process, pid.",
+                  "message, process, pid, kind (success, routine or failure), and text, which says "
+                  "what happened.",
         .completion = Completion::kFile,
     },
     OptionEntry{

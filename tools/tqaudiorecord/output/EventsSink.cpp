@@ -1,5 +1,6 @@
 #include "output/EventsSink.h"
 
+#include <TQAudioRecord/tq_events.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,21 @@
 #include <utility>
 
 namespace tqrecorder {
+namespace {
+
+const char* nameOf(tq_event_kind kind) {
+    switch (kind) {
+        case TQ_EVENT_KIND_SUCCESS:
+            return "success";
+        case TQ_EVENT_KIND_ROUTINE:
+            return "routine";
+        case TQ_EVENT_KIND_FAILURE:
+            break;
+    }
+    return "failure";
+}
+
+}  // namespace
 
 EventsSink::EventsSink(std::string path) : path_(std::move(path)) {
 }
@@ -36,6 +52,8 @@ void EventsSink::event(const Process& process, const Event& event) {
     line["message"] = event.message;
     line["process"] = process.name;
     line["pid"] = process.pid;
+    line["kind"] = nameOf(tq_event_kind_of(event.category, event.code));
+    line["text"] = tq_event_text(event.category, event.code);
     // A host's text need not be text.
     const std::string text =
         line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";

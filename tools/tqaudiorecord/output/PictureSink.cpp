@@ -1,5 +1,6 @@
 #include "output/PictureSink.h"
 
+#include <TQAudioRecord/tq_events.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -101,10 +102,10 @@ void PictureSink::lost(const Process& process, std::uint64_t blocks, std::uint64
 }
 
 void PictureSink::event(const Process& /*process*/, const Event& event) {
+    const bool isFailure = tq_event_kind_of(event.category, event.code) == TQ_EVENT_KIND_FAILURE;
     if (marks_.size() < kMostMarks) {
-        marks_.push_back({event.microseconds, std::to_string(event.category) + "/" +
-                                                  std::to_string(event.code) + " " +
-                                                  event.message});
+        marks_.push_back(
+            {event.microseconds, tq_event_text(event.category, event.code), !isFailure});
     }
 }
 
@@ -159,7 +160,7 @@ void PictureSink::draw() {
         const double seconds =
             (static_cast<double>(mark.microseconds) - static_cast<double>(origin)) / 1e6;
         // What led to the first sound happened just before it.
-        options.events.push_back({std::max(seconds, 0.0), mark.label});
+        options.events.push_back({std::max(seconds, 0.0), mark.label, mark.isQuiet});
     }
     std::string error;
     drawn_ = tqpicture::drawPicture(lanes, path_, options, error);

@@ -10,7 +10,8 @@
 
 namespace tqrecorder {
 
-/// Draws waveform and spectrogram of every mix and track at the end, with the events marked.
+/// Draws waveform and spectrogram of every mix and track at the end, with the events marked:
+/// failures stand out, what belongs to a normal recording is grey.
 /// What is not recorded to whole files anyway is kept in a hidden folder beside the picture until
 /// it is drawn.
 class PictureSink : public Sink {
@@ -42,6 +43,7 @@ class PictureSink : public Sink {
     struct Mark {
         std::uint64_t microseconds;
         std::string label;
+        bool isQuiet;
     };
     void draw();
 

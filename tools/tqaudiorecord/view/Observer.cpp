@@ -4,6 +4,14 @@
 
 namespace tqrecorder {
 
+std::uint64_t ProcessState::eventCount() const {
+    std::uint64_t count = 0;
+    for (const auto& [event, times] : events) {
+        count += times;
+    }
+    return count;
+}
+
 std::uint64_t ProcessState::gaps() const {
     const auto mix = sources.find(0);
     return mix == sources.end() || !mix->second.clock ? 0 : mix->second.clock->gaps();
@@ -60,8 +68,8 @@ void Observer::lost(const Process& process, std::uint64_t blocks, std::uint64_t 
     }
 }
 
-void Observer::event(const Process& process, const Event& /*event*/) {
-    ++stateOf(process).events;
+void Observer::event(const Process& process, const Event& event) {
+    ++stateOf(process).events[{event.category, event.code}];
 }
 
 void Observer::numbers(const Process& process, std::span<const TrackNumbers> tracks,

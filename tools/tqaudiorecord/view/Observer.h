@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/Sink.h"
@@ -16,7 +17,7 @@ struct SourceState {
     std::string unit;
     BlockFormat format;
     Level whole;
-    Level window;  ///< since takeWindow()
+    Level window;  ///< since clearWindows()
     std::uint64_t frames = 0;
     std::optional<StreamClock> clock;
     bool lost = false;
@@ -30,12 +31,14 @@ struct ProcessState {
     std::map<int, SourceState> sources;
     std::uint64_t lostBlocks = 0;
     std::uint64_t lostBytes = 0;
-    std::uint64_t events = 0;
+    /// How often each pair of category and code came.
+    std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> events;
     HostFacts facts;
     bool factsKnown = false;
     double ringFill = 0;
     bool ended = false;
 
+    [[nodiscard]] std::uint64_t eventCount() const;
     [[nodiscard]] std::uint64_t gaps() const;
     [[nodiscard]] double mixSeconds() const;
 };

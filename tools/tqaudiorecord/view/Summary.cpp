@@ -1,5 +1,7 @@
 #include "view/Summary.h"
 
+#include <TQAudioRecord/tq_events.h>
+
 #include <array>
 #include <cstdio>
 
@@ -30,6 +32,21 @@ std::string length(const SourceState& source) {
                : "nothing";
 }
 
+/// What happened, failures first.
+std::string eventLines(const ProcessState& state) {
+    std::string failures;
+    std::string others;
+    for (const auto& [event, times] : state.events) {
+        const auto& [category, code] = event;
+        const bool isFailure = tq_event_kind_of(category, code) == TQ_EVENT_KIND_FAILURE;
+        std::string& lines = isFailure ? failures : others;
+        lines += std::string("    ") + (isFailure ? "failure: " : "") +
+                 tq_event_text(category, code) +
+                 (times > 1 ? " (" + std::to_string(times) + " times)\n" : "\n");
+    }
+    return failures + others;
+}
+
 }  // namespace
 
 std::string summaryText(const Observer& observer, const std::vector<WrittenFile>& files,
@@ -46,7 +63,7 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
             text +=
                 ": " + textOf(source.format) + ", " + length(source) + ", " + levels(source) + "\n";
         }
-        text += "  " + counted(state.events, "event") + ", " + counted(state.gaps(), "gap") +
+        text += "  " + counted(state.eventCount(), "event") + ", " + counted(state.gaps(), "gap") +
                 " filled with silence";
         if (const auto mix = state.sources.find(0);
             state.gaps() > 0 && mix != state.sources.end() && mix->second.clock) {
@@ -54,6 +71,7 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         }
         text += ", " + counted(state.lostBlocks, "block") + " lost";
         text += state.lostBytes > 0 ? " (" + std::to_string(state.lostBytes) + " bytes)\n" : "\n";
+        text += eventLines(state);
     }
     if (!files.empty() || !otherFiles.empty()) {
         text += "Files:\n";

@@ -29,9 +29,25 @@ TEST_F(EventsSinkTest, EventsAreJsonLinesThatAreThereAtOnce) {
     EXPECT_EQ(first["message"], "audio unit \"start\"\n: 1");
     EXPECT_EQ(first["process"], "game");
     EXPECT_EQ(first["pid"], 1001);
+    EXPECT_EQ(first["kind"], "success");
+    EXPECT_EQ(first["text"], "the program has started a unit");
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_EQ(nlohmann::json::parse(line)["category"], UINT64_MAX);
     EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(EventsSinkTest, EventsOfANormalStartAreNoFailures) {
+    EventsSink sink(folder_.file("events.jsonl"));
+    ASSERT_TRUE(sink.open());
+    sink.event(game_, {1, 1, 105, ""});
+    sink.event(game_, {2, 3, 110, ""});
+    sink.event(game_, {3, 2, 109, ""});
+    std::ifstream lines(folder_.file("events.jsonl"));
+    std::vector<std::string> kinds;
+    for (std::string line; std::getline(lines, line);) {
+        kinds.push_back(nlohmann::json::parse(line)["kind"]);
+    }
+    EXPECT_THAT(kinds, testing::ElementsAre("routine", "routine", "failure"));
 }
 
 TEST_F(EventsSinkTest, EventsOnAFullDiskAreOneProblem) {

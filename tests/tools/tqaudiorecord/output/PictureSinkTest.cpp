@@ -2,8 +2,12 @@
 
 #include "output/PictureSink.h"
 
+#include <cairo.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
 
 #include "SinkFixture.h"
 #include "output/SinkSet.h"
@@ -11,7 +15,33 @@
 namespace tqrecorder::test {
 namespace {
 
-class PictureSinkTest : public SinkFixture {};
+class PictureSinkTest : public SinkFixture {
+  protected:
+    /// Pixels in the colour of failures in the picture of a recording with that event.
+    std::size_t redWith(std::uint64_t category, std::uint64_t code) {
+        const std::string path = folder_.file("out.png");
+        PictureSink sink(path, nullptr, nullptr, names_);
+        EXPECT_TRUE(sink.open());
+        sink.processBegan(game_);
+        const std::vector<std::byte> silence(44'100 * 4);
+        sink.block(game_, mixBlock(silence, at(0)));
+        sink.event(game_, {at(22'050), category, code, ""});
+        sink.finish();
+        const std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> image(
+            cairo_image_surface_create_from_png(path.c_str()), &cairo_surface_destroy);
+        const int width = cairo_image_surface_get_width(image.get());
+        std::size_t red = 0;
+        for (int y = 0; y < cairo_image_surface_get_height(image.get()); ++y) {
+            const auto* row = reinterpret_cast<const std::uint32_t*>(
+                cairo_image_surface_get_data(image.get()) +
+                std::ptrdiff_t{y} * cairo_image_surface_get_stride(image.get()));
+            red += static_cast<std::size_t>(std::count_if(row, row + width, [](std::uint32_t p) {
+                return (p >> 16U & 255U) > (p >> 8U & 255U) + 100 && (p & 255U) < 128;
+            }));
+        }
+        return red;
+    }
+};
 
 TEST_F(PictureSinkTest, APictureNeedsNoOtherOutputAndLeavesNothingElse) {
     PictureSink sink(folder_.file("out.png"), nullptr, nullptr, names_);
@@ -25,6 +55,13 @@ TEST_F(PictureSinkTest, APictureNeedsNoOtherOutputAndLeavesNothingElse) {
     EXPECT_THAT(sink.problems(), testing::IsEmpty());
     EXPECT_TRUE(sink.isDrawn());
     EXPECT_GT(std::filesystem::file_size(folder_.file("out.png")), 5000U);
+}
+
+TEST_F(PictureSinkTest, EventsOfANormalStartAreNotDrawnAsFailures) {
+    const std::size_t without = redWith(0, 0);
+    EXPECT_EQ(redWith(1, 105), without);
+    EXPECT_EQ(redWith(3, 110), without);
+    EXPECT_GT(redWith(2, 109), without + 100);
 }
 
 TEST_F(PictureSinkTest, AHiddenFolderGoesWithItsPicture) {

@@ -29,10 +29,25 @@ TEST_F(SummaryTest, TellsTracksLossesFilesAndProblems) {
           "  mix: 44100 Hz, 16-bit integer, stereo, 0.20 s, peak -6.0 dBFS, RMS -9.0 dBFS\n",
           "  track 1 (unit 0x1): 44100 Hz",
           "  1 event, 1 gap filled with silence (0.50 s), 2 blocks lost (99 bytes)\n",
-          "  out.wav (44100 Hz, 0.70 s)\n", "  events.jsonl\n", "Silent: game: silent\n",
-          "Problem: disk: full\n"}) {
+          "    the program has started a unit\n", "  out.wav (44100 Hz, 0.70 s)\n",
+          "  events.jsonl\n", "Silent: game: silent\n", "Problem: disk: full\n"}) {
         EXPECT_THAT(text, HasSubstr(words));
     }
+}
+
+TEST_F(SummaryTest, TellsFailuresFirstAndAsSuch) {
+    play();
+    observer_.event(game_, {1, 0, 0, ""});
+    observer_.event(game_, {1, 3, 110, ""});
+    observer_.event(game_, {1, 2, 109, ""});
+    observer_.event(game_, {1, 2, 109, ""});
+    EXPECT_THAT(
+        summaryText(observer_, {}, {}, {}, {}),
+        HasSubstr("  4 events, 0 gaps filled with silence, 0 blocks lost\n"
+                  "    failure: the unit renders fewer bytes than its format says: the block is "
+                  "lost (2 times)\n"
+                  "    capture has started\n"
+                  "    the mix reads a track before its unit has stored a first block\n"));
 }
 
 }  // namespace
