@@ -69,7 +69,7 @@ void Effects::trigger(std::size_t index, UInt32 bus, float volume, float pan) {
     check(AudioUnitSetParameter(mixer_, kMultiChannelMixerParam_Pan, kAudioUnitScope_Input, bus,
                                 pan, 0),
           "setting an effect's place");
-    // Publishes nothing but the address: the clips never change once the graph exists.
+    // Written by the game, taken by the render thread, whose acquire sees the clip complete.
     buses_[bus].next.store(&clips_[index], std::memory_order_release);
 }
 

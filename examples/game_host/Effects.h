@@ -31,13 +31,14 @@ class Effects {
 
   private:
     struct Bus {
-        std::atomic<const Clip<SInt16>*> next{nullptr};  // handed to the render thread once
-        const Clip<SInt16>* playing = nullptr;           // render thread only
-        std::size_t position = 0;                        // render thread only
+        std::atomic<const Clip<SInt16>*> next{
+            nullptr};                           // set by the game, taken by the render thread
+        const Clip<SInt16>* playing = nullptr;  // [render thread]
+        std::size_t position = 0;               // [render thread]
     };
 
     void build();
-    /// Real-time: copies from memory, nothing else. `refCon` is the Bus.
+    /// [render thread] Copies from memory. `refCon` is the Bus.
     static OSStatus render(void* refCon, AudioUnitRenderActionFlags* flags,
                            const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
                            AudioBufferList* data) noexcept;

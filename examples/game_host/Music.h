@@ -16,13 +16,13 @@ class Music {
     void stop();
 
   private:
-    /// Real-time: copies from memory, nothing else.
+    /// [render thread] Copies from memory.
     static OSStatus render(void* refCon, AudioUnitRenderActionFlags* flags,
                            const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
                            AudioBufferList* data) noexcept;
 
     Clip<float> clip_;
-    std::size_t position_ = 0;  // render thread only
+    std::size_t position_ = 0;  // [render thread]
     OutputUnit unit_;
 };
 

@@ -19,7 +19,7 @@ std::array<int, 2> wakePipe{-1, -1};
 void onSignal(int /*number*/) {
     const int saved = errno;
     const char byte = 0;
-    // A full pipe already says everything.
+    // When the pipe is full, the waiting thread is already woken.
     [[maybe_unused]] const ssize_t written = write(wakePipe[1], &byte, 1);
     errno = saved;
 }

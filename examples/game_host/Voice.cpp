@@ -28,7 +28,7 @@ struct Voice::Engine {
     }
 
   private:
-    /// Real-time: the partner's voice, over and over.
+    /// [render thread] The partner's voice, repeated.
     static OSStatus speak(void* refCon, AudioUnitRenderActionFlags* /*flags*/,
                           const AudioTimeStamp* /*time*/, UInt32 /*bus*/, UInt32 frames,
                           AudioBufferList* data) noexcept {
@@ -41,7 +41,7 @@ struct Voice::Engine {
         return noErr;
     }
 
-    /// Real-time: fetches what the microphone heard into memory made beforehand.
+    /// [render thread] Fetches what the microphone heard into memory that was taken beforehand.
     static OSStatus listen(void* refCon, AudioUnitRenderActionFlags* flags,
                            const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
                            AudioBufferList* /*data*/) noexcept {
@@ -64,7 +64,7 @@ struct Voice::Engine {
 
     const Clip<SInt16>& partner_;
     std::atomic<std::size_t>& microphoneFrames_;
-    std::size_t position_ = 0;  // render thread only
+    std::size_t position_ = 0;  // [render thread]
     std::vector<SInt16> heard_;
     OutputUnit unit_;
 };

@@ -9,7 +9,7 @@ namespace tqpicture {
 namespace {
 
 constexpr double kLogarithmicBottomHertz = 30;
-constexpr double kRowsPerLabel = 26;  // a label and some air
+constexpr double kRowsPerLabel = 26;  // a label and the space around it
 
 double powerOfTenBelow(double value) {
     return std::pow(10.0, std::floor(std::log10(value)));

@@ -14,7 +14,7 @@ struct DrawnTrack {
     TrackAnalysis analysis;
 };
 
-/// Everything that goes on paper.
+/// Everything that a picture shows. The references outlive it.
 struct Drawing {
     const Options& options;
     const Layout& layout;

@@ -41,7 +41,7 @@ struct Options {
 inline constexpr std::size_t kMaximumTracks = 64;
 
 /// Draws `tracks` into the PNG file `pngPath`, replacing it. Tracks without any frame get an
-/// empty lane that says so. Blocks on the disk; any thread, several at once.
+/// empty lane that says so. [any thread] Waits for the disk.
 /// False with one line in `error` (never touched otherwise) when a file cannot be read, an option
 /// is out of its range, there is no track or too many, or the picture cannot be written.
 [[nodiscard]] bool drawPicture(const std::vector<Track>& tracks, const std::string& pngPath,

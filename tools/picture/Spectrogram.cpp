@@ -196,8 +196,8 @@ class SpectrogramBuilder::Work {
         return static_cast<double>(column_) * shape_.framesPerColumn + offset - shape_.startFrame;
     }
 
-    /// The middle of the next window; a column that the recording only brushes is looked at where
-    /// the recording is.
+    /// The middle of the next window, moved into the recording where the column lies only partly in
+    /// it.
     [[nodiscard]] double placedCentre() const {
         const double centre = nextCentre();
         const double columnStart =
@@ -220,7 +220,7 @@ class SpectrogramBuilder::Work {
             if (frame + half > static_cast<std::ptrdiff_t>(total_)) {
                 break;
             }
-            // Outside the recording there is nothing to see, however far a window would reach in.
+            // A window whose middle is outside the recording is not used.
             if (centre >= 0 && centre < end_) {
                 addWindow(frame - half);
             }
@@ -230,7 +230,8 @@ class SpectrogramBuilder::Work {
                 ++column_;
             }
         }
-        // The last frame so far may turn out to be the last of all, see placedCentre().
+        // The window of the last frame so far waits: at the recording's end placedCentre() moves
+        // it.
         const double needed = std::min(nextCentre(), static_cast<double>(total_) - 1);
         forgetBefore(static_cast<std::ptrdiff_t>(std::floor(needed)) - half);
     }

@@ -27,7 +27,7 @@ constexpr const char* kFooter =
     "\nExit code: 0, 1 for wrong usage, 2 when the recording failed, else COMMAND's own.\n"
     "The manual page tqaudiorecord(1) tells more.\n";
 
-/// A number within bounds; what is no number at all is out of them, too.
+/// A number within bounds. A text that is no number is refused like one out of them.
 CLI::Validator between(double lowest, double highest) {
     const auto check = [lowest, highest](const std::string& text) -> std::string {
         double value = 0;
@@ -59,7 +59,8 @@ class HelpFormatter : public CLI::Formatter {
     }
 };
 
-/// A script's unset variable must not cost a recording.
+/// An empty path usually comes from an unset variable of a script; found here, it costs no
+/// recording.
 CLI::Validator notEmpty() {
     return CLI::Validator(
         [](std::string& text) { return text.empty() ? std::string("is empty") : std::string(); },
@@ -146,7 +147,7 @@ class Parser {
             std::string(entry.brief));
     }
     CLI::Option* added(const OptionEntry& entry, const SwitchWithNumber&) {
-        // Read as text: a flag of a number is a count to the parser.
+        // Bound to a text: the parser would count a flag that is bound to a number.
         return app_.add_flag(names(entry) + "{" + entry.defaultText() + "}", flagTexts_[entry.name],
                              std::string(entry.brief));
     }
@@ -164,7 +165,7 @@ class Parser {
             std::string(entry.brief));
     }
 
-    /// Those that name each other, once all are there.
+    /// What the option needs and excludes; both have to be registered already.
     void connect(const OptionEntry& entry) {
         if (!entry.needs.empty()) {
             options_.at(entry.name)->needs(options_.at(entry.needs));

@@ -34,14 +34,15 @@ bool Outputs::addOpened(std::unique_ptr<Kind> sink, std::string& error) {
 
 namespace {
 
-/// A file where one is to be written, made for as long as this lives where there was none.
+/// The file at a path that is to be written. Where there is none it is made, and removed again with
+/// this object.
 class Place {
   public:
     explicit Place(const std::string& path) : path_(path) {
         std::error_code failure;
         const std::filesystem::file_status status = std::filesystem::status(path, failure);
         if (std::filesystem::is_fifo(status) || std::filesystem::is_socket(status)) {
-            // Opening or writing one waits for its reader.
+            // A named pipe: opening it waits until a reader comes, and so may writing.
             problem_ = path + ": a pipe; only --output - writes into one";
             return;
         }
@@ -56,7 +57,7 @@ class Place {
     ~Place() {
         std::error_code failure;
         if (isNew_) {
-            // What a link leads to, not the link.
+            // The file that a link leads to; the link stays.
             std::filesystem::remove(std::filesystem::canonical(path_, failure), failure);
         }
     }
@@ -79,7 +80,7 @@ class Place {
 
 }  // namespace
 
-/// Whether all files can be written, each for itself, without changing what is there.
+/// Whether each of the files can be written. Files that are there keep their content.
 bool Outputs::arePlacesGood(std::string& error) const {
     const Options& o = options_;
     std::list<Place> places;
@@ -108,7 +109,8 @@ bool Outputs::arePlacesGood(std::string& error) const {
 }
 
 bool Outputs::open(std::string& error) {
-    // All of them first: one that cannot be written must not cost what the others held before.
+    // All are checked before any is emptied: files of earlier recordings survive a start that
+    // fails.
     if (!arePlacesGood(error)) {
         return false;
     }
@@ -153,7 +155,8 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!o.pictureFile.empty()) {
-        // A picture reads whole files: not bare samples, and not the parts of a long recording.
+        // A picture reads files that hold their whole stream and say their length: no bare samples,
+        // no numbered files.
         const bool isWhole = !o.maximumFileSeconds;
         const bool isReadable = format != nullptr && format->container != 0;
         auto sink =

@@ -18,13 +18,14 @@
 
 namespace tqrecorder {
 
-/// Everything that one recording writes and shows, as its options ask for. One thread.
+/// Everything that one recording writes and shows, as its options ask for. [one host thread at a
+/// time]
 class Outputs : public SinkSet {
   public:
     /// `screen` takes messages and outlives this; `standardOutput` is for `-o -`.
     Outputs(const Options& options, Screen& screen, int standardOutput);
 
-    /// Makes all files, so that a path that cannot be written is found before anything is started.
+    /// Makes all files, so that a path that cannot be written is found before the command starts.
     /// False with one line in `error`.
     [[nodiscard]] bool open(std::string& error);
 
@@ -34,7 +35,7 @@ class Outputs : public SinkSet {
 
     /// Why nothing was heard; empty when something was.
     [[nodiscard]] std::vector<std::string> silence() const;
-    /// Whether any sound arrived at all, be it zeros.
+    /// Whether any block arrived, also one of zeros.
     [[nodiscard]] bool isAnythingRecorded() const;
     /// Whether any process has connected.
     [[nodiscard]] bool hasAnyProcess() const;

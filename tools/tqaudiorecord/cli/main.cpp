@@ -33,7 +33,7 @@ int tendGuard(const Options& options, Screen& screen) {
     return 0;
 }
 
-/// Why nothing came, for a recording that was to be of something.
+/// Why the recording is silent; empty when it is not.
 std::vector<std::string> reasonsFor(const Outputs& outputs, const HostProgram& program,
                                     const Options& options) {
     const std::string unfit = program.text(options.command.front());
@@ -45,7 +45,7 @@ int record(const Options& options, Screen& screen) {
     Outputs outputs(options, screen, STDOUT_FILENO);
     RecordingSession session(options, outputs);
     std::string error;
-    // The command first: one that cannot be started must not cost the files of before.
+    // The command is looked at first: files of earlier recordings survive one that cannot start.
     if (!session.prepare(error) || !outputs.open(error)) {
         complain(screen, error);
         return kFailure;
@@ -80,7 +80,7 @@ int record(const Options& options, Screen& screen) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A reader that goes away is an error of write(), not the end of this program.
+    // When the reader of the standard output goes away, write() fails; the signal would end us.
     std::signal(SIGPIPE, SIG_IGN);
     Screen screen(STDERR_FILENO);
     try {

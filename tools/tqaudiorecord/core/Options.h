@@ -7,8 +7,8 @@
 
 namespace tqrecorder {
 
-/// What the user asked for, checked for form (numbers in range, no contradictions), not yet against
-/// the disk.
+/// What the user asked for. Numbers are in their range and options do not contradict each other;
+/// whether files can be read and written is not known yet. The values here are the defaults.
 struct Options {
     enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm };
 

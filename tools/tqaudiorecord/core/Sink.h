@@ -10,7 +10,7 @@
 namespace tqrecorder {
 
 /// Takes a recording: writes it to files, shows it, keeps it. Methods do nothing unless overridden,
-/// and are called on the recorder's one thread, never inside a host.
+/// and are called on the recorder's one thread, never inside a host: [one host thread at a time].
 class Sink {
   public:
     virtual ~Sink() = default;
@@ -31,8 +31,8 @@ class Sink {
     virtual void save() {}
     /// The recording is over; files are to be whole after this. Called once.
     virtual void finish() {}
-    /// Why the recording should end now (nobody reads the standard output any more); empty to go
-    /// on. Asked for after every tick().
+    /// Why the recording should end now, for example because the reader of the standard output has
+    /// gone; empty to go on. Asked for after every tick().
     [[nodiscard]] virtual std::string reasonToEnd() const { return {}; }
     /// One line each for what could not be written so far; not empty means exit code 2.
     [[nodiscard]] virtual std::vector<std::string> problems() const { return {}; }

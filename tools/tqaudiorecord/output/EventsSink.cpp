@@ -54,7 +54,7 @@ void EventsSink::event(const Process& process, const Event& event) {
     line["pid"] = process.pid;
     line["kind"] = nameOf(tq_event_kind_of(event.category, event.code));
     line["text"] = tq_event_text(event.category, event.code);
-    // A host's text need not be text.
+    // A message may contain bytes that are no UTF-8; they are replaced.
     const std::string text =
         line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
     const off_t before = ::lseek(file_, 0, SEEK_END);
@@ -66,7 +66,7 @@ void EventsSink::event(const Process& process, const Event& event) {
         }
         if (written <= 0) {
             const int error = written < 0 ? errno : ENOSPC;
-            // No half line stays; a pipe has none to take back.
+            // Removes the part of the line that was written; a pipe cannot take it back.
             if (before >= 0 && ftruncate(file_, before) != 0) {
                 fail(errno);
                 return;

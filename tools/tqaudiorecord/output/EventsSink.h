@@ -7,7 +7,8 @@
 
 namespace tqrecorder {
 
-/// Writes events as JSON, one object a line: host_time_us, category, code, message, process, pid.
+/// Writes events as JSON, one object a line: host_time_us, category, code, message, process, pid,
+/// kind, text.
 /// A line is on the disk as soon as its event has come.
 class EventsSink : public Sink {
   public:

@@ -24,7 +24,8 @@ struct WrittenFile {
 };
 
 /// One stream of frames in one file, or in numbered files of a limited length with no frame lost or
-/// twice between them. After a failure it takes nothing more. One thread; blocks on the disk.
+/// twice between them. After a failure it takes nothing more. [one host thread at a time]; waits
+/// for the disk.
 class FileSeries {
   public:
     struct Plan {

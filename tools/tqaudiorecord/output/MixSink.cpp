@@ -100,7 +100,8 @@ std::vector<WrittenFile> MixSink::files() const {
             file.processId = id;
             file.name = "mix";
             file.beganAt = stream.beganAt;
-            // The names as given belong to the first process.
+            // The file that was opened at the start has the names as given: the first process gets
+            // it.
             all.insert(
                 names_->isFirst(id)
                     ? all.begin() + std::count_if(all.begin(), all.end(),

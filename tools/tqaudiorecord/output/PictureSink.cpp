@@ -16,11 +16,10 @@
 namespace tqrecorder {
 namespace {
 
-// A mark is a line through the picture: more than that hide what they mark.
+// A mark is a line through the whole picture; more than this many would cover it.
 constexpr std::size_t kMostMarks = 200;
 
-/// For all of a picture: files whose length the picture cannot know, or without sound, are left
-/// out.
+/// One lane of the picture. `origin` is the host time at which the picture begins.
 tqpicture::Track drawn(const WrittenFile& file, const std::string& processName,
                        std::uint64_t origin) {
     tqpicture::Track track;
@@ -159,7 +158,7 @@ void PictureSink::draw() {
     for (const Mark& mark : marks_) {
         const double seconds =
             (static_cast<double>(mark.microseconds) - static_cast<double>(origin)) / 1e6;
-        // What led to the first sound happened just before it.
+        // Events before the first block stand at its time: the axis has no time before 0.
         options.events.push_back({std::max(seconds, 0.0), mark.label, mark.isQuiet});
     }
     std::string error;

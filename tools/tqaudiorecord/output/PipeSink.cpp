@@ -16,7 +16,8 @@
 namespace tqrecorder {
 namespace {
 
-// At the end a reader that still takes something gets that long between two bites.
+// At the end the recorder waits this long for the reader to take the next piece, as often as it
+// does.
 constexpr int kLastPatienceMilliseconds = 5000;
 
 /// 44 bytes in front of 16-bit stereo samples; a pipe cannot go back and fill lengths in, and
@@ -101,7 +102,7 @@ void PipeSink::queue(std::span<const std::byte> bytes) {
         refused_ += bytes.size();
         return;
     }
-    // Sent bytes leave in large steps, so that each is moved about once.
+    // Removed only when more than half is sent: each byte is then moved about once in all.
     if (sent_ > waiting_.size() / 2) {
         waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(sent_));
         sent_ = 0;
@@ -115,14 +116,14 @@ void PipeSink::drain(int patienceMilliseconds) {
         const int count = ::poll(&ready, 1, patienceMilliseconds);
         if (count < 0 && errno == EINTR) {
             if (patienceMilliseconds > 0) {
-                return;  // the user does not want to wait
+                return;  // a signal: the user does not want to wait
             }
             continue;
         }
         if (count <= 0) {
             return;
         }
-        // A pipe that is ready takes that much without waiting.
+        // POSIX: a pipe that is ready for writing takes PIPE_BUF bytes without blocking.
         const std::size_t bytes = std::min<std::size_t>(waiting_.size() - sent_, PIPE_BUF);
         const ssize_t written = ::write(descriptor_, waiting_.data() + sent_, bytes);
         if (written >= 0) {
@@ -141,7 +142,7 @@ void PipeSink::drain(int patienceMilliseconds) {
 
 void PipeSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
     drain(0);
-    // A reader that went away while nothing is written shows only so.
+    // Without a write there is no EPIPE; poll() reports a reader that has gone as POLLERR.
     pollfd state{descriptor_, 0, 0};
     if (!closed_ && ::poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0) {
         closed_ = true;

@@ -9,7 +9,7 @@
 namespace tqrecorder {
 namespace {
 
-// A launcher may start programs without end.
+// Bounds the memory when a launcher starts one program after another.
 constexpr std::size_t kMostMemories = 8;
 
 }  // namespace
@@ -93,7 +93,7 @@ void ReplaySink::processEnded(const Process& process, const HostFacts& /*facts*/
     }
 }
 
-// Of the processes that ended the oldest are forgotten first.
+// The processes that ended first are forgotten first.
 void ReplaySink::makeRoom() {
     for (auto memory = memories_.begin();
          memory != memories_.end() && memories_.size() >= kMostMemories;) {

@@ -10,7 +10,8 @@ struct SwrContext;
 
 namespace tqrecorder {
 
-/// Converts a stream of 16-bit interleaved frames to another rate (libswresample). One thread.
+/// Converts a stream of 16-bit interleaved frames to another rate (libswresample). [one host thread
+/// at a time]
 class Resampler {
   public:
     /// Throws std::bad_alloc where there is no memory.

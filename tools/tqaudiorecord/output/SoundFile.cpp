@@ -34,7 +34,7 @@ int encodingOf(const BlockFormat& format) {
     }
 }
 
-// Encoders buffer what they are given; short pieces keep their stacks small.
+// Frames in one call of the encoder: some keep a call's frames on their stack.
 constexpr std::size_t kEncoderFrames = 1024;
 // How much a compressed file may lack when the recorder is killed.
 constexpr double kPageMilliseconds = 500;
@@ -175,12 +175,12 @@ bool SoundFile::open(std::string& error) {
         sf_command(file_.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     }
     if (kind_.container == SF_FORMAT_W64) {
-        // Readers take what lies behind the stated length for another chunk, and give up.
+        // Readers take bytes behind the stated length for another chunk and refuse the file.
         sf_command(file_.get(), SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
     }
     double latency = kPageMilliseconds;
     sf_command(file_.get(), SFC_SET_OGG_PAGE_LATENCY_MS, &latency, sizeof latency);
-    // An empty recording is a file that can be opened, too.
+    // Written at once, so that a file without a frame can be opened as well.
     refresh();
     if (disk_->error() != 0) {
         error = path_ + ": " + std::strerror(disk_->error());
@@ -274,7 +274,8 @@ bool SoundFile::close() {
         return problem_.empty();
     }
     if (kind_.encoding != 0 && frames_ == 0 && problem_.empty()) {
-        // An encoder begins its file with the first frame; an empty one is to be opened as well.
+        // An encoder writes its header with the first frame. A silent one makes an empty recording
+        // a file that can be opened.
         const std::vector<std::int16_t> silence(format_.channels);
         frames_ += sf_writef_short(file_.get(), silence.data(), 1) == 1 ? 1U : 0U;
     }

@@ -17,7 +17,7 @@ namespace tqrecorder {
 [[nodiscard]] std::string textOf(const BlockFormat& format);
 
 /// A sound file under way. What was written is playable after refresh(), whatever becomes of the
-/// process. One thread; blocks on the disk.
+/// process. [one host thread at a time]; waits for the disk.
 class SoundFile {
   public:
     /// Makes or empties the file. Null with one line in `error` when that fails or the file cannot
@@ -62,7 +62,7 @@ class SoundFile {
     BlockFormat format_;
     std::uint64_t frames_ = 0;
     std::string problem_;
-    // Closing the file still writes: the disk goes last.
+    // Declared before the file, so destroyed after it: closing the file still writes.
     std::unique_ptr<Disk> disk_;
     std::unique_ptr<SNDFILE, CloseFile> file_;
 };

@@ -25,14 +25,14 @@ class StreamClock {
         const bool isFirst = blocks_++ == 0;
         std::uint64_t silence = 0;
         if (std::abs(late) > kBrokenClock) {
-            // No hole is that long: the stamps began anew.
+            // A jump that large is no hole: the host's clock was reset.
             origin_ += late;
         } else if (late > (isFirst ? 0 : certain ? std::min(half, patience_) : patience_)) {
             silence = static_cast<std::uint64_t>(std::llround(late / 1e6 * rate_));
             gaps_ += isFirst || silence == 0 ? 0 : 1;
             gapFrames_ += isFirst ? 0 : silence;
         } else if (std::abs(late) < patience_) {
-            // Two clocks never run quite alike.
+            // Follows the drift between the device's clock and the host's.
             origin_ += late * kFollow;
         }
         frames_ += silence + frames;
@@ -57,7 +57,7 @@ class StreamClock {
     std::uint64_t gapFrames_ = 0;
 };
 
-/// A mix block is never late by more than a little; a unit's blocks come in bursts.
+/// Seconds. A mix block is late by little at most; a unit's blocks come in bursts.
 inline constexpr double kMixPatience = 0.05;
 inline constexpr double kTrackPatience = 0.25;
 

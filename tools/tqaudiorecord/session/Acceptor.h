@@ -19,10 +19,11 @@ struct Connection {
     Hello hello;
 };
 
-/// The recorder's local socket that processes connect to. Used by one thread.
+/// The recorder's local socket that processes connect to. [one host thread at a time]
 class Acceptor {
   public:
-    /// Makes an address that nobody can guess. False with the reason in `error`.
+    /// Makes an address with a random name, so that other programs cannot guess it. False with the
+    /// reason in `error`.
     [[nodiscard]] bool open(std::string& error);
     /// The abstract name, without the leading zero byte.
     [[nodiscard]] const std::string& name() const { return name_; }

@@ -15,7 +15,7 @@ namespace {
 constexpr float kSilence = -1000;
 constexpr double kWindowSeconds = 0.02;
 constexpr std::size_t kLargestSlice = 8192;
-/// 6 hours of windows: a file that is longer ducks no more behind that.
+/// 6 hours of windows. What follows in a longer file counts as silence.
 constexpr std::size_t kMostWindows = 1'080'000;
 
 float decibels(double squares, std::size_t samples) {
@@ -111,7 +111,7 @@ class MicrophoneLevel final : public DuckSource {
     }
 
   private:
-    /// [audio thread]
+    /// [render thread]
     static OSStatus listen(void* refCon, AudioUnitRenderActionFlags* flags,
                            const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
                            AudioBufferList* /*data*/) noexcept {

@@ -6,7 +6,7 @@
 
 namespace tqrecorder {
 
-/// The level that decides when the host's own output is turned down. One thread.
+/// The level that decides when the host's own output is turned down. [one host thread at a time]
 class DuckSource {
   public:
     virtual ~DuckSource() = default;

@@ -6,7 +6,7 @@
 
 namespace tqrecorder {
 
-/// What matters of an ELF file to whoever wants to preload into it.
+/// What decides whether a library can be preloaded into a program, read from its ELF file.
 struct ElfFile {
     bool isOurMachine = false;
     bool isStatic = false;    ///< has no interpreter

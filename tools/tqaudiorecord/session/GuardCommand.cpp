@@ -36,7 +36,7 @@ void take(const Hello& hello, GuardReport& report) {
     report.isDone = true;
 }
 
-/// Waits for the one message; the program may say nothing and end, or never end.
+/// Waits for the program's one message. False when it ends without one or sends none in time.
 bool hear(Acceptor& acceptor, Launch& launch, GuardReport& report) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < deadline) {
@@ -87,7 +87,7 @@ GuardReport runGuardCommand(const Options& options, const std::string& gate) {
         return report;
     }
     const bool heard = hear(acceptor, launch, report);
-    // It has nothing more to do, or should never have begun.
+    // Its answer is here, or it runs without the library: its own code is not wanted.
     launch.signal(SIGKILL);
     while (!launch.isOver()) {
         pollfd wait{launch.endDescriptor(), POLLIN, 0};

@@ -8,7 +8,7 @@
 
 namespace tqrecorder {
 
-/// What a look at, or a change of, a program's crash guard came to.
+/// The crash guard of a program after it was looked at or changed.
 struct GuardReport {
     bool isDone = false;
     std::string error;  ///< one line, when not

@@ -86,7 +86,8 @@ std::string interpreterOf(const std::string& path) {
     return line.substr(begin, line.find_first_of(" \t", begin) - begin);
 }
 
-/// Follows what the file needs as far as it can be found without running anything.
+/// Whether the file, or a library that it needs, is linked against the platform. Looks only where
+/// the files themselves say, without running anything.
 bool needsPlatform(const ElfFile& program) {
     const std::vector<std::string> fixed = [] {
         std::vector<std::string> folders;
@@ -161,7 +162,7 @@ HostProgram findHostProgram(const std::string& command) {
         program.problem = raisesPrivileges(path) ? Problem::kPrivileged : problemOfElf(*elf);
         return program;
     }
-    // Whatever is neither is a script of the shell's.
+    // execvp() gives a file that is neither an ELF file nor begins with "#!" to the shell.
     program.interpreter = interpreterOf(path);
     if (program.interpreter.empty()) {
         program.interpreter = "/bin/sh";

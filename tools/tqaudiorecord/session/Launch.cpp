@@ -22,8 +22,9 @@ std::string assignment(const char* name, const std::string& value) {
     return std::string(name) + "=" + value;
 }
 
-/// A preload list is cut at spaces and colons, and a path holds them as it likes: then the library
-/// is reached through a link without any, in `linkFolder`. False when there is no place for one.
+/// The loader cuts a preload list at spaces and colons. A library whose path contains one is
+/// preloaded through a link in `linkFolder`, whose path contains none. False when there is no place
+/// for one.
 bool makeListable(std::string& gate, std::string& linkFolder) {
     constexpr const char* kSeparators = " :\t\n";
     if (gate.find_first_of(kSeparators) == std::string::npos) {
@@ -78,7 +79,7 @@ class SpawnSettings {
         posix_spawn_file_actions_init(&actions_);
         sigset_t defaults;
         sigemptyset(&defaults);
-        // Whoever writes into pipes ignores it; a host expects it.
+        // The recorder ignores SIGPIPE; the command gets the default that programs expect.
         sigaddset(&defaults, SIGPIPE);
         posix_spawnattr_setsigdefault(&attributes_, &defaults);
         posix_spawnattr_setsigmask(&attributes_, &plan.signals);
@@ -145,7 +146,7 @@ bool Launch::start(const LaunchPlan& plan, std::string& error) {
     const SpawnSettings settings(plan);
     int failure = settings.spawn(pid_, plan.program.path, plan.command, environment);
     if (failure == ENOEXEC && !plan.program.interpreter.empty()) {
-        // A script without a first line to say so.
+        // A script without "#!": the shell runs it, as execvp() would have it.
         std::vector<std::string> command{plan.program.interpreter, plan.program.path};
         command.insert(command.end(), plan.command.begin() + 1, plan.command.end());
         failure = settings.spawn(pid_, plan.program.interpreter, command, environment);
@@ -167,7 +168,7 @@ bool Launch::isOver() {
             isOver_ = true;
             exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         } else if (found < 0 && errno == ECHILD) {
-            // Somebody else in this process has waited for it.
+            // Another part of this process has waited for it: its exit code is lost.
             isOver_ = true;
         }
     }

@@ -8,10 +8,10 @@
 
 namespace tqrecorder {
 
-// The C library's own declarations of these cannot be linked from C++ everywhere.
+// System calls made directly: the C library 2.36 declares them so that C++ cannot link them.
 
-/// Stands for a process whatever becomes of its number, and is readable once it has ended.
-/// Nothing when it is gone, or the kernel is too old.
+/// A descriptor of that process, which stays the same process when its number is used again, and
+/// becomes readable when it ends. Empty when the process is gone or the kernel is older than 5.3.
 [[nodiscard]] inline tqcommon::Descriptor openProcess(pid_t pid) {
     return tqcommon::Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
 }

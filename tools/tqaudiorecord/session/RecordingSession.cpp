@@ -13,8 +13,8 @@ using std::chrono::milliseconds;
 constexpr int kTurnMilliseconds = 5;
 constexpr milliseconds kTickPause{100};
 constexpr milliseconds kHostPatience{5000};
-/// A host that a terminal has interrupted knows already; asked again at once it might take that
-/// for impatience.
+/// The terminal sends its interrupt to the host as well. Many programs quit without saving at a
+/// second one, so the host gets this long to end by itself.
 constexpr milliseconds kTerminalPatience{2000};
 /// The mix and seven tracks of 48 kHz, 16-bit, stereo, and what goes with each block.
 constexpr double kBytesPerSecond = 1.8e6;
@@ -95,13 +95,13 @@ void RecordingSession::loop(RecordingResult& result) {
     using End = RecordingResult::End;
     while (true) {
         wait();
-        // Asked first: what a process delivers before its end is then in what is drained.
+        // Before drain(): blocks that the host delivered before its end are then drained as well.
         const bool hostIsOver = host_.isOver();
         acceptConnections();
         drain();
         removeEnded();
         if (hostIsOver) {
-            // Whoever had connected by then is in the queue, however short its life was.
+            // A short-lived process may have connected since the call above; it is still queued.
             acceptConnections();
             drain();
             result.end = End::kHostEnded;
@@ -162,7 +162,7 @@ void RecordingSession::takeConnection(Connection connection) {
     auto known = std::find_if(processes_.begin(), processes_.end(),
                               [&](const auto& one) { return one->is(pid, startTime); });
     if (known != processes_.end()) {
-        // It has replaced its program; what the last one played comes first.
+        // The process has replaced its program by exec: the blocks of the old one come first.
         (*known)->drain(sink_);
     } else {
         const bool isCommand = pid == host_.pid();
@@ -234,12 +234,12 @@ void RecordingSession::finish(RecordingResult& result) {
         sink_.processEnded(process->process(), process->facts());
     }
     sink_.tick(elapsedMicroseconds());
-    // The files are whole before anything else is waited for.
+    // Before the host is waited for: the files are whole even if the user kills the recorder then.
     sink_.finish();
     if (!result.hostExitCode && options_.endsHost) {
         endHost();
     }
-    // Whoever still runs sees this and takes its listeners back.
+    // Closes the sockets. Taps that still run see that and remove their listeners.
     processes_.clear();
     result.notes = std::move(notes_);
 }
@@ -253,7 +253,7 @@ void RecordingSession::endHost() {
             }
         }
     };
-    // False when the user has lost patience.
+    // False when another signal says not to wait any longer.
     const auto waitFor = [this](milliseconds patience) {
         const Clock::time_point deadline = Clock::now() + patience;
         while (!host_.isOver() && Clock::now() < deadline) {

@@ -35,18 +35,18 @@ struct RecordingResult {
 /// sink's methods are called on the thread of run().
 class RecordingSession {
   public:
-    /// `tap` is the library to be preloaded. Both references outlive this.
+    /// `gate` is the library to be preloaded. `options` and `sink` outlive this.
     RecordingSession(const Options& options, Sink& sink, std::string gate = findGate());
     ~RecordingSession();
     RecordingSession(const RecordingSession&) = delete;
     RecordingSession& operator=(const RecordingSession&) = delete;
 
-    /// Everything that can fail before the command is started. False with one line in `error`.
+    /// Does all that can fail before the command is started. False with one line in `error`.
     /// From here on SIGINT, SIGTERM, SIGHUP and SIGUSR1 of this thread are taken by run().
     [[nodiscard]] bool prepare(std::string& error);
     [[nodiscard]] const HostProgram& program() const { return program_; }
 
-    /// Records to the end, prepares before that if nobody has. Once.
+    /// Records to the end; calls prepare() first if it was not called. Call it once.
     [[nodiscard]] RecordingResult run();
 
   private:
@@ -77,7 +77,7 @@ class RecordingSession {
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;
     int lastId_ = 0;
-    bool hostKnows_ = false;  ///< of the end, from the terminal itself
+    bool hostKnows_ = false;  ///< the terminal has sent the host the same signal
     std::vector<std::string> notes_;
     Clock::time_point began_;
     Clock::time_point nextTick_;

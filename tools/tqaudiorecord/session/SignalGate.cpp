@@ -24,7 +24,8 @@ bool SignalGate::open() {
 
 void SignalGate::close() {
     if (descriptor_) {
-        // What came too late has been answered by the end of the recording.
+        // Signals that are still pending asked for the end, which has come: they are taken away so
+        // that they do not end this process when they are unblocked.
         while (next()) {
         }
         descriptor_.reset();

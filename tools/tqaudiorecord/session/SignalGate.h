@@ -7,8 +7,8 @@
 
 namespace tqrecorder {
 
-/// Takes the signals that a recording answers to through a descriptor, as long as it lives. One
-/// thread.
+/// Receives the signals that a recording answers to through a descriptor, as long as it lives.
+/// [one host thread at a time]
 class SignalGate {
   public:
     SignalGate() = default;
@@ -21,11 +21,11 @@ class SignalGate {
         bool isFromTerminal = false;  ///< the terminal's whole foreground group got it
     };
 
-    /// Signals that are ignored stay so.
+    /// False when the system refuses. Signals that are ignored stay ignored.
     [[nodiscard]] bool open();
     void close();
     [[nodiscard]] int descriptor() const { return descriptor_.get(); }
-    /// The mask of before, for processes to be started.
+    /// The signal mask as it was before open(), for processes to be started.
     [[nodiscard]] const sigset_t& before() const { return before_; }
     /// The next one, if there is one.
     [[nodiscard]] std::optional<Signal> next() const;

@@ -16,11 +16,12 @@
 namespace tqrecorder {
 namespace {
 
-/// Of one turn, so that one process cannot keep the recorder to itself.
+/// Records that one call of drain() takes at most, so that one process cannot keep the recorder
+/// from the others.
 constexpr int kMostRecords = 20000;
 constexpr std::uint32_t kMostChannels = 64;
 constexpr double kHighestRate = 1e6;
-/// What the library keeps of one track at most.
+/// The library buffers at most this much of one track.
 constexpr std::uint64_t kTrackBufferBytes = 409600;
 
 bool isSound(const RecordHeader& header) {

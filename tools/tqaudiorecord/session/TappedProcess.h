@@ -11,8 +11,8 @@
 
 namespace tqrecorder {
 
-/// One recorded process as the recorder sees it: hands what its rings hold to a sink. Nothing that
-/// a process writes into them, by accident or on purpose, can do more than end its recording.
+/// One recorded process as the recorder sees it: hands what its rings hold to a sink. The rings are
+/// read as untrusted input: whatever the process writes into them can at most end its recording.
 class TappedProcess {
   public:
     /// When the process `pid` was started, in the kernel's own unit; 0 when it is gone. With the
@@ -21,8 +21,8 @@ class TappedProcess {
 
     TappedProcess(int id, bool isCommand, std::uint64_t startTime);
 
-    /// Goes on with what this connection brings: for a new process, and for one that has replaced
-    /// its program. False when its memory is not what it should be.
+    /// Reads from this connection's memory from now on: for a new process, and for one that has
+    /// replaced its program by exec. False when the memory cannot be mapped or its layout is wrong.
     [[nodiscard]] bool take(Connection connection);
     [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const {
         return process_.pid == pid && startTime_ == startTime;
@@ -32,7 +32,7 @@ class TappedProcess {
     [[nodiscard]] int endDescriptor() const { return end_.get(); }
     [[nodiscard]] bool isOver() const;
     [[nodiscard]] bool isCorrupt() const { return isCorrupt_; }
-    /// Nothing when the signal found nobody.
+    /// Does nothing when the process has ended.
     void signal(int number) const;
 
     /// Hands over what is there; all of it, unless the process fills the rings faster than this

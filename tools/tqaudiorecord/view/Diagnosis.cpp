@@ -21,7 +21,7 @@ bool heard(const ProcessState& state) {
 std::string whySilent(const ProcessState& state, std::string_view command) {
     const HostFacts& facts = state.facts;
     const std::string& name = state.process.name;
-    // As the user would have to write it.
+    // What the user has to write behind "guard arm": the command as it was given.
     const std::string program = state.process.isCommand ? std::string(command) : name;
     if (heard(state)) {
         return {};

@@ -18,7 +18,7 @@ double read(const std::byte* bytes) {
 
 double read24(const std::byte* bytes) {
     const auto at = [bytes](std::size_t index) { return static_cast<std::uint32_t>(bytes[index]); };
-    // In the upper three bytes, so that the sign is where it belongs.
+    // Shifted up by one byte, so that the sign bit of 24 bits becomes that of 32.
     return static_cast<double>(
         static_cast<std::int32_t>((at(0) << 8U) | (at(1) << 16U) | (at(2) << 24U)));
 }

@@ -9,7 +9,7 @@ namespace tqrecorder {
 /// with `verbose` the library's log as well.
 class Meter : public Sink {
   public:
-    /// Both outlive the meter. The observer is served before it.
+    /// Both outlive the meter. The observer is an earlier sink of the same set.
     Meter(Screen& screen, Observer& observer, bool verbose)
         : screen_(screen), observer_(observer), verbose_(verbose) {}
 

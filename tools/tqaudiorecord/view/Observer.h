@@ -43,7 +43,7 @@ struct ProcessState {
     [[nodiscard]] double mixSeconds() const;
 };
 
-/// Follows a recording for those who show it.
+/// Counts and measures a recording for the meter, the summary and the diagnosis.
 class Observer : public Sink {
   public:
     void processBegan(const Process& process) override;

@@ -28,7 +28,7 @@ std::string printable(std::string_view text) {
     std::string result(text);
     for (std::size_t place = 0; place < result.size(); ++place) {
         const auto code = static_cast<unsigned char>(result[place]);
-        // Behind 0xC2 come the control characters of the upper half.
+        // U+0080 to U+009F are control characters too; UTF-8 writes them as 0xC2 and one more byte.
         const bool upper = code == 0xC2 && place + 1 < result.size() &&
                            static_cast<unsigned char>(result[place + 1]) < 0xA0;
         if (code < 0x20 || code == 0x7F) {
@@ -118,7 +118,7 @@ void Screen::send(std::string_view bytes) const {
             continue;
         }
         if (written <= 0) {
-            return;  // nobody reads what is shown; the recording does not suffer from that
+            return;  // the terminal is gone; the recording goes on without it
         }
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }

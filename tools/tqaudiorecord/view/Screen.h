@@ -6,15 +6,15 @@
 
 namespace tqrecorder {
 
-/// Text without control characters and broken UTF-8's teeth: a host's texts must not steer the
-/// user's terminal.
+/// The text with every control character, also those of two bytes in UTF-8, replaced by a blank: a
+/// host's texts must not steer the user's terminal.
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// Cut to that many columns; a letter of several bytes counts as one.
 [[nodiscard]] std::string cutToWidth(std::string_view text, std::size_t columns);
 
 /// Where messages and the meter go. On a terminal the meter is an area of lines below everything
-/// else, redrawn in place; nothing of the terminal is changed that would have to be put back.
+/// else, redrawn in place. The terminal's settings stay as they are.
 class Screen {
   public:
     explicit Screen(int descriptor);

@@ -8,7 +8,7 @@
 
 namespace tqrecorder {
 
-/// Everything that is said at the end of a recording, in lines.
+/// The text at the end of a recording, in lines: processes, tracks, events, files, problems.
 [[nodiscard]] std::string summaryText(const Observer& observer,
                                       const std::vector<WrittenFile>& files,
                                       const std::vector<std::string>& otherFiles,

@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
         AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
                              &callback, sizeof callback) == 0 &&
         AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
-    // Whoever records needs a moment to begin.
+    // The recorder needs a moment to begin.
     const UInt64 begin = mach_absolute_time();
     const bool isPlayed =
         isMade && pump(kRate, begin, 1) && pump(frames, begin + 1'000'000'000, kSpeed);

@@ -9,7 +9,7 @@
 
 #include "core/Sink.h"
 
-/// A sink that keeps what it is told, and does on the way what a test wants.
+/// A sink that keeps everything, and calls what a test has set.
 class RememberingSink : public tqrecorder::Sink {
   public:
     struct Stream {

@@ -53,8 +53,8 @@ struct Tone {
     std::condition_variable over;
 };
 
-/// Finds the memory as anybody can who runs in this process. Written through a file, because it may
-/// be unmapped meanwhile.
+/// Overwrites the memory that the process shares with the recorder, found through /proc. Written
+/// through a file, because it may be unmapped meanwhile.
 void scribble() {
     std::ifstream maps("/proc/self/maps");
     std::ofstream memory("/proc/self/mem", std::ios::binary | std::ios::in | std::ios::out);
