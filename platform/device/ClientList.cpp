@@ -36,8 +36,6 @@ bool ClientList::add(DeviceClient& client) {
         return false;
     }
     entries.push_back({&client, guarded_.nextOrder++});
-    lock.unlock();
-    guarded_.used.notify_all();
     return true;
 }
 
@@ -57,12 +55,7 @@ bool ClientList::empty() const {
     return guarded_.entries.empty();
 }
 
-void ClientList::waitUntilUsed() {
-    std::unique_lock lock(guarded_.mutex);
-    guarded_.used.wait(lock, [&] { return !guarded_.entries.empty(); });
-}
-
-void ClientList::render(const AudioTimeStamp& time, UInt32 frames, SliceBuffers& buffers) noexcept {
+bool ClientList::render(SliceBuffers& buffers) noexcept {
     sliceThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
     std::unique_lock lock(guarded_.mutex);
     const std::uint64_t end = guarded_.nextOrder;
@@ -80,17 +73,19 @@ void ClientList::render(const AudioTimeStamp& time, UInt32 frames, SliceBuffers&
         ++guarded_.renders;
         lock.unlock();
 
-        client.render(buffers.begin(time, frames));
+        client.render(buffers.next());
         lock = std::unique_lock(guarded_.mutex);
         guarded_.rendering = nullptr;
         lock.unlock();
         guarded_.returned.notify_all();
-        buffers.mix(frames);
+        buffers.mix();
 
         lock.lock();
     }
+    const bool isUsed = !guarded_.entries.empty();
     lock.unlock();
     sliceThread_.store(std::thread::id(), std::memory_order_relaxed);
+    return isUsed;
 }
 
 bool ClientList::isSliceThread() const noexcept {

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "device/Device.h"
+#include "device/DeviceClient.h"
 #include "device/SliceBuffers.h"
 
 namespace tqplatform {
@@ -24,13 +24,13 @@ class ClientList {
     /// slice, on its thread, it does not wait. A client that another thread took out at the same
     /// time is waited for just the same.
     void remove(DeviceClient& client);
+    /// [any thread]
     [[nodiscard]] bool empty() const;
-    /// [device thread] Blocks until there is a client.
-    void waitUntilUsed();
 
-    /// [device thread] [real-time safe] One slice: every client that was in the list at its
-    /// beginning and still is when its turn comes. One thread at a time, not nested.
-    void render(const AudioTimeStamp& time, UInt32 frames, SliceBuffers& buffers) noexcept;
+    /// [render thread] [real-time safe] One slice: every client that was in the list at its
+    /// beginning and still is when its turn comes. One thread at a time, not nested. False when
+    /// the list is empty at the end.
+    bool render(SliceBuffers& buffers) noexcept;
     /// [any thread] True inside render() above.
     [[nodiscard]] bool isSliceThread() const noexcept;
 
@@ -46,7 +46,6 @@ class ClientList {
     /// Everything that the lock guards, and the lock: one piece, to be renewed after a fork.
     struct Guarded {
         std::mutex mutex;
-        std::condition_variable used;      ///< a client came
         std::condition_variable returned;  ///< a client's render() returned
         std::vector<Entry> entries;
         std::uint64_t nextOrder = 1;

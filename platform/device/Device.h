@@ -1,58 +1,104 @@
 #pragma once
 
-#include <AudioToolbox/AudioToolbox.h>
-
+#include <atomic>
 #include <memory>
+#include <mutex>
+#include <span>
 #include <string_view>
 
-#include "common/AudioView.h"
+#include "device/Backend.h"
+#include "device/BackendTable.h"
+#include "device/ClientList.h"
+#include "device/SliceBuffers.h"
 
 // A device is one clock. Once per period it hands every client one slice, in the order in which
-// the clients were added, all on the device's own thread; it sums what they render and plays it.
-// One clock and one thread for all units of a process, like the hardware cycle of a phone: tracks
-// captured from different units can never drift apart.
+// the clients were added, all on one thread; it sums what they render and plays it. One clock and
+// one thread for all units of a process, like the hardware cycle of a phone: tracks captured from
+// different units can never drift apart.
 
 namespace tqplatform {
 
-/// One period of the device. Float32 planar, at the device's rate.
-struct DeviceSlice {
-    const AudioTimeStamp* time;  ///< sample, host time and rate scalar valid; sample time is the
-                                 ///< device's own, clients count their own from their start
-    tqcommon::ConstAudioView input;  ///< planes of the microphone, inputChannels() of them
-    tqcommon::AudioView output;      ///< outputChannels() planes of this client alone, zeroed
-
-    /// 1 to Device::maximumFrames().
-    [[nodiscard]] UInt32 frames() const noexcept { return output.frames(); }
-};
-
-/// What plays and records on a device: an output unit.
-class DeviceClient {
+/// The device of a process, on whatever backend drives it at the moment. Not destroyed once it had
+/// a client: backends' threads run to the end of the process.
+class Device final : private BackendHost {
   public:
-    /// [device thread] [real-time safe] Renders one slice into slice.output.
-    virtual void render(const DeviceSlice& slice) noexcept = 0;
+    /// [host thread] Opens the first of `rows` that is called `name` and can run; "auto" stands for
+    /// any row that is marked so. Null when there is none. The rows outlive the device.
+    [[nodiscard]] static std::unique_ptr<Device> open(std::string_view name,
+                                                      std::span<const BackendRow> rows);
 
-  protected:
-    ~DeviceClient() = default;
-};
+    // [any thread] What drives the device now. All but maximumFrames() may change between two
+    // slices.
+    [[nodiscard]] std::string_view name() const noexcept;
+    [[nodiscard]] Float64 sampleRate() const noexcept;
+    [[nodiscard]] UInt32 outputChannels() const noexcept;
+    [[nodiscard]] UInt32 inputChannels() const noexcept;
+    [[nodiscard]] UInt32 maximumFrames() const noexcept { return maximumFrames_; }
 
-class Device {
-  public:
-    virtual ~Device() = default;
-    [[nodiscard]] virtual std::string_view name() const noexcept = 0;
-    [[nodiscard]] virtual Float64 sampleRate() const noexcept = 0;
-    [[nodiscard]] virtual UInt32 outputChannels() const noexcept = 0;
-    [[nodiscard]] virtual UInt32 inputChannels() const noexcept = 0;
-    [[nodiscard]] virtual UInt32 maximumFrames() const noexcept = 0;
     /// [any thread] Adds a client behind the others; adding it twice changes nothing. The first
     /// client starts the device. False when the device cannot run.
-    [[nodiscard]] virtual bool addClient(DeviceClient& client) = 0;
-    /// [any thread] When it returns, client.render() is not running and will not be entered
-    /// again; on the device thread itself it returns at once (render() may be its caller) and
-    /// the client is not entered again. Unknown clients are ignored.
-    virtual void removeClient(DeviceClient& client) = 0;
-    /// True on the thread that is inside a slice of this device.
-    [[nodiscard]] virtual bool isDeviceThread() const noexcept = 0;
+    [[nodiscard]] bool addClient(DeviceClient& client);
+    /// [any thread] When it returns, client.render() is not running and will not be entered again;
+    /// on the device's thread itself it returns at once (render() may be its caller) and the
+    /// client is not entered again. Unknown clients are ignored.
+    void removeClient(DeviceClient& client);
+    /// [any thread] True on the thread that is inside a slice of this device.
+    [[nodiscard]] bool isDeviceThread() const noexcept { return clients_.isSliceThread(); }
+
+    /// [host thread] For calls of its own that a backend offers to programs.
+    [[nodiscard]] Backend& backend() noexcept { return *backend_; }
+
+    /// Only in the child of a fork, whose only thread is the forking one. The child's device
+    /// starts without clients: the parent plays on, and the child must not play the same again.
+    /// Units of the child play when they are started again.
+    void resetAfterFork() noexcept;
+
+  private:
+    explicit Device(std::span<const BackendRow> rows) : rows_(rows) {}
+
+    // What backends call.
+    AudioTimeStamp render(const BlockRequest& block) noexcept override;
+    void changed(const DeviceFormat& format) noexcept override;
+    void lost() noexcept override;
+
+    /// Opens a backend of that name in place of the present one.
+    bool take(std::string_view name);
+    /// Makes memory for the format and publishes it. Throws std::bad_alloc with nothing changed.
+    void adopt(const DeviceFormat& format);
+    /// [host thread] Brings the backend to where the clients want it. False when it cannot run.
+    bool follow();
+    /// [any thread] The same on a thread of its own.
+    void followElsewhere() noexcept;
+    /// [render thread] The last client has left from inside a slice.
+    void rest() noexcept;
+    AudioTimeStamp stamp(UInt64 hostTime) const noexcept;
+
+    // Under verbs_.
+    bool settle();
+    bool start();
+    /// Ends the backend and takes one of that name, or else the last of the table.
+    bool replace(std::string_view name) noexcept;
+
+    const std::span<const BackendRow> rows_;
+    ClientList clients_;
+    std::unique_ptr<SliceBuffers> buffers_;  ///< replaced while no render can come
+    /// Held while the backend is opened, started, stopped or ended. Renders never wait for it.
+    std::mutex verbs_;
+    std::unique_ptr<Backend> backend_;
+    std::atomic<const BackendRow*> row_{nullptr};
+    std::atomic<Float64> sampleRate_{0};
+    std::atomic<UInt32> outputChannels_{0};
+    std::atomic<UInt32> inputChannels_{0};
+    UInt32 maximumFrames_ = 0;          ///< set once: larger blocks come to clients in parts
+    UInt64 framesRendered_ = 0;         ///< in renders only
+    std::atomic<bool> running_{false};  ///< start() was the last verb; written under verbs_
+    std::atomic<bool> lost_{false};     ///< the backend has to be replaced
+    bool replacing_ = false;            ///< under verbs_; read by a child of a fork
 };
+
+/// The device of that name: "auto" (also for an empty or a null name) is the first one that opens,
+/// an unknown name gives the last of the table and a line on standard error.
+[[nodiscard]] std::unique_ptr<Device> makeDevice(const char* name);
 
 /// The device of this process, chosen once by TQ_AUDIO_DEVICE; never destroyed.
 [[nodiscard]] Device& sharedDevice();

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "device/Driver.h"
+#include "device/Device.h"
 
 namespace {
 
@@ -57,7 +57,7 @@ TEST(SharedDevice, UnknownNamesAreReportedOnceAndGiveTheNullDevice) {
         testing::ExitedWithCode(0), "^TQ_AUDIO_DEVICE=xyz: unknown, using null\n$");
 }
 
-TEST(MakeDevice, KnowsItsDriversByName) {
+TEST(MakeDevice, KnowsItsBackendsByName) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(makeDevice("manual")->name(), "manual");
     EXPECT_EQ(makeDevice("null")->name(), "null");

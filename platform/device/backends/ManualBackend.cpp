@@ -3,7 +3,9 @@
 #include <atomic>
 #include <memory>
 
-#include "device/Driver.h"
+#include "common/Planes.h"
+#include "device/Device.h"
+#include "device/backends/Backends.h"
 
 namespace tqplatform {
 
@@ -15,29 +17,23 @@ constexpr Float64 kFirstRate = 48000;
 constexpr Float64 kLowestRate = 1000;
 constexpr Float64 kHighestRate = 384000;
 
-class ManualDevice final : public Driver {
-  public:
-    ManualDevice() : buffers_(kChannels, kChannels, kMaximumFrames) {}
+DeviceFormat formatAt(Float64 sampleRate) {
+    return {sampleRate, kChannels, kChannels, kMaximumFrames};
+}
 
-    [[nodiscard]] std::string_view name() const noexcept override { return "manual"; }
-    [[nodiscard]] Float64 sampleRate() const noexcept override {
-        return sampleRate_.load(std::memory_order_relaxed);
+/// No clock and no thread: the program pumps.
+class ManualBackend final : public Backend {
+  public:
+    ManualBackend() : heard_(kChannels, kMaximumFrames), played_(kChannels, kMaximumFrames) {}
+
+    std::optional<DeviceFormat> open(BackendHost& host) override {
+        host_ = &host;
+        return formatAt(kFirstRate);
     }
-    [[nodiscard]] UInt32 outputChannels() const noexcept override { return kChannels; }
-    [[nodiscard]] UInt32 inputChannels() const noexcept override { return kChannels; }
-    [[nodiscard]] UInt32 maximumFrames() const noexcept override { return kMaximumFrames; }
-    [[nodiscard]] bool addClient(DeviceClient& client) override {
-        clients_.add(client);
-        return true;
-    }
-    void resetAfterFork() noexcept override {
-        // A pump of the forking thread goes on in the child; any other does not.
-        const bool pumping = isDeviceThread();
-        Driver::resetAfterFork();
-        if (!pumping) {
-            busy_.store(false, std::memory_order_relaxed);
-        }
-    }
+    // It is the program that begins and ends the requests.
+    bool start() override { return true; }
+    void stop() noexcept override {}
+    void forgetAfterFork() noexcept override { busy_.store(false, std::memory_order_relaxed); }
 
     OSStatus pump(UInt32 frames, UInt64 hostTime) {
         const Turn turn(busy_);
@@ -47,21 +43,14 @@ class ManualDevice final : public Driver {
         if (frames < 1 || frames > kMaximumFrames) {
             return kAudio_ParamError;
         }
-        AudioTimeStamp time{};
-        time.mSampleTime = static_cast<Float64>(framesRendered_);
-        time.mHostTime = hostTime;
-        time.mRateScalar = 1;
-        time.mFlags = kAudioTimeStampSampleHostTimeValid | kAudioTimeStampRateScalarValid;
-        const tqcommon::AudioView heard = buffers_.input(frames);
-        const tqcommon::AudioView played = buffers_.sum(frames);
+        const tqcommon::AudioView heard = heard_.view(frames);
+        const tqcommon::AudioView played = played_.view(frames);
         silence(heard);
-        silence(played);
         if (input_.call != nullptr) {
             float* const planes[kChannels] = {heard.plane(0), heard.plane(1)};
             input_.call(input_.refCon, kChannels, frames, planes);
         }
-        clients_.render(time, frames, buffers_);
-        framesRendered_ += frames;
+        const AudioTimeStamp time = host_->render({frames, hostTime, heard, played});
         if (output_.call != nullptr) {
             const float* const planes[kChannels] = {played.plane(0), played.plane(1)};
             output_.call(output_.refCon, &time, kChannels, frames, planes);
@@ -78,7 +67,7 @@ class ManualDevice final : public Driver {
         if (!(sampleRate >= kLowestRate && sampleRate <= kHighestRate)) {
             return kAudio_ParamError;
         }
-        sampleRate_.store(sampleRate, std::memory_order_relaxed);
+        host_->changed(formatAt(sampleRate));
         return noErr;
     }
 
@@ -125,43 +114,43 @@ class ManualDevice final : public Driver {
         return noErr;
     }
 
-    SliceBuffers buffers_;
-    std::atomic<Float64> sampleRate_{kFirstRate};
+    BackendHost* host_ = nullptr;
+    tqcommon::Planes heard_;
+    tqcommon::Planes played_;
     std::atomic<bool> busy_{false};
-    UInt64 framesRendered_ = 0;
     Tap<TQManualDeviceInput> input_;
     Tap<TQManualDeviceOutput> output_;
 };
 
-/// Runs `call` on the process's device when that is a manual one.
+/// Runs `call` on the backend of the process's device when that is a manual one.
 template <class Call>
-OSStatus withManualDevice(Call call) {
-    auto* const device = dynamic_cast<ManualDevice*>(&sharedDevice());
-    return device == nullptr ? OSStatus{kAudioUnitErr_Uninitialized} : call(*device);
+OSStatus withManualBackend(Call call) {
+    auto* const backend = dynamic_cast<ManualBackend*>(&sharedDevice().backend());
+    return backend == nullptr ? OSStatus{kAudioUnitErr_Uninitialized} : call(*backend);
 }
 
 }  // namespace
 
-std::unique_ptr<Driver> makeManualDevice() {
-    return std::make_unique<ManualDevice>();
+std::unique_ptr<Backend> makeManualBackend() {
+    return std::make_unique<ManualBackend>();
 }
 
 }  // namespace tqplatform
 
-using tqplatform::withManualDevice;
+using tqplatform::withManualBackend;
 
 OSStatus TQManualDevicePump(UInt32 frames, UInt64 hostTime) {
-    return withManualDevice([=](auto& device) { return device.pump(frames, hostTime); });
+    return withManualBackend([=](auto& backend) { return backend.pump(frames, hostTime); });
 }
 
 OSStatus TQManualDeviceSetSampleRate(Float64 sampleRate) {
-    return withManualDevice([=](auto& device) { return device.setSampleRate(sampleRate); });
+    return withManualBackend([=](auto& backend) { return backend.setSampleRate(sampleRate); });
 }
 
 OSStatus TQManualDeviceSetInput(TQManualDeviceInput input, void* refCon) {
-    return withManualDevice([=](auto& device) { return device.setInput(input, refCon); });
+    return withManualBackend([=](auto& backend) { return backend.setInput(input, refCon); });
 }
 
 OSStatus TQManualDeviceSetOutput(TQManualDeviceOutput output, void* refCon) {
-    return withManualDevice([=](auto& device) { return device.setOutput(output, refCon); });
+    return withManualBackend([=](auto& backend) { return backend.setOutput(output, refCon); });
 }

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <CoreAudio/CoreAudioTypes.h>
+
+#include <optional>
+
+#include "common/AudioView.h"
+
+// The door to what plays and records. A backend is one file in backends/ and a row in
+// BackendTable.cpp: it drives a clock (hardware, a server, a timer, a test) and asks the device for
+// one block after the other. The device does the rest: clients, time stamps, the sum of what the
+// clients play, what becomes of a fork, and what to do when a backend is lost.
+//
+//   the device calls    open, start, stop, forgetAfterFork   one at a time, never during another
+//   the backend calls   render, changed, lost                render and changed never at one time
+
+namespace tqplatform {
+
+/// What a backend plays and records, as long as it does not say otherwise.
+struct DeviceFormat {
+    Float64 sampleRate;     ///< Hz, 1000 to 384000
+    UInt32 outputChannels;  ///< 1 to 64
+    UInt32 inputChannels;   ///< 0 to 64
+    UInt32 maximumFrames;   ///< most frames of one request; more are rendered in parts
+};
+
+/// One block that a backend asks for. The device reads `heard` and writes `played` before render()
+/// returns and keeps neither.
+struct BlockRequest {
+    UInt32 frames;    ///< 1 or more
+    UInt64 hostTime;  ///< when the first frame is heard, in ticks of mach_absolute_time()
+    /// What the microphone heard, inputChannels of `frames`; empty for silence.
+    tqcommon::ConstAudioView heard{};
+    /// Where all clients' sum goes, outputChannels of `frames`; empty when nobody hears it. Float,
+    /// not clipped; both views may be planar or interleaved.
+    tqcommon::AudioView played{};
+};
+
+/// The device, as a backend sees it.
+class BackendHost {
+  public:
+    /// [render thread] [real-time safe] Renders one block: every client in turn, on the calling
+    /// thread. One at a time, from any thread, also when the backend was stopped meanwhile: then
+    /// there may be no client and the block is silence. Returns the block's time stamp, whose
+    /// sample time counts all frames that were ever rendered.
+    virtual AudioTimeStamp render(const BlockRequest& block) noexcept = 0;
+    /// [host thread] The next blocks have another format. Not during a render(), and none may begin
+    /// before this returns: a backend that learns of it elsewhere waits for its own thread first.
+    /// A format out of range counts as lost.
+    virtual void changed(const DeviceFormat& format) noexcept = 0;
+    /// [any thread] What the backend plays on is gone: an unplugged device, a server that died. No
+    /// render() begins after this. The device ends the backend soon, on a thread of its own, and
+    /// goes on with another one; a second call changes nothing.
+    virtual void lost() noexcept = 0;
+
+  protected:
+    ~BackendHost() = default;
+};
+
+/// What a file in backends/ implements.
+class Backend {
+  public:
+    Backend() = default;
+    Backend(const Backend&) = delete;
+    Backend& operator=(const Backend&) = delete;
+    /// [host thread] Ends whatever open() and start() began. When it returns no upcall is under way
+    /// and none comes. It may wait for a render() to return, whatever lock the device's callers
+    /// hold: a render never waits for them.
+    virtual ~Backend() = default;
+
+    /// [host thread] Called once, before everything else. Connects without playing, and says what
+    /// format the first block will have; nothing when it cannot run here. `host` outlives the
+    /// backend.
+    virtual std::optional<DeviceFormat> open(BackendHost& host) = 0;
+    /// [host thread] There are clients: requests should come, the first one soon. Called again only
+    /// after stop(). False when it cannot; the device then takes it for lost.
+    [[nodiscard]] virtual bool start() = 0;
+    /// [any thread] There is no client any more: requests should end, which need not be before this
+    /// returns. Must not wait for a render() to return: it is called from inside one, too, when a
+    /// client leaves from its own callback. Followed by start() at any time, also while the last
+    /// request is still under way.
+    virtual void stop() noexcept = 0;
+    /// In the child of a fork, outside any render(): none of this backend's threads and connections
+    /// is there, and locks may be held by nobody. Forgets them without ending them; afterwards it
+    /// is as if opened and not started.
+    virtual void forgetAfterFork() noexcept = 0;
+};
+
+}  // namespace tqplatform

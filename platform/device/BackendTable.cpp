@@ -1,0 +1,15 @@
+#include "device/BackendTable.h"
+
+#include "device/backends/Backends.h"
+
+namespace tqplatform {
+
+std::span<const BackendRow> backendTable() noexcept {
+    static constexpr BackendRow kBackends[] = {
+        {"manual", &makeManualBackend, false},
+        {"null", &makeNullBackend, true},
+    };
+    return kBackends;
+}
+
+}  // namespace tqplatform

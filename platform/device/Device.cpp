@@ -1,0 +1,246 @@
+#include "device/Device.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <new>
+#include <system_error>
+#include <thread>
+
+#include "common/SignalsBlocked.h"
+#include "common/Threads.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr Float64 kLowestRate = 1000;
+constexpr Float64 kHighestRate = 384000;
+constexpr UInt32 kMostChannels = 64;
+constexpr UInt32 kMostFrames = 1U << 20;
+constexpr Float64 kTicksPerSecond = 1e9;
+
+bool isUsable(const DeviceFormat& format) {
+    // Written so that a rate that is no number fails.
+    return format.sampleRate >= kLowestRate && format.sampleRate <= kHighestRate &&
+           format.outputChannels >= 1 && format.outputChannels <= kMostChannels &&
+           format.inputChannels <= kMostChannels && format.maximumFrames >= 1 &&
+           format.maximumFrames <= kMostFrames;
+}
+
+}  // namespace
+
+std::unique_ptr<Device> Device::open(std::string_view name, std::span<const BackendRow> rows) {
+    std::unique_ptr<Device> device(new Device(rows));
+    if (!device->take(name)) {
+        return nullptr;
+    }
+    return device;
+}
+
+std::string_view Device::name() const noexcept {
+    return row_.load(std::memory_order_relaxed)->name;
+}
+
+Float64 Device::sampleRate() const noexcept {
+    return sampleRate_.load(std::memory_order_relaxed);
+}
+
+UInt32 Device::outputChannels() const noexcept {
+    return outputChannels_.load(std::memory_order_relaxed);
+}
+
+UInt32 Device::inputChannels() const noexcept {
+    return inputChannels_.load(std::memory_order_relaxed);
+}
+
+bool Device::take(std::string_view name) {
+    for (const BackendRow& row : rows_) {
+        if (name == "auto" ? !row.automatic : row.name != name) {
+            continue;
+        }
+        auto backend = row.make();
+        const auto format = backend->open(*this);
+        if (!format || !isUsable(*format)) {
+            continue;
+        }
+        if (maximumFrames_ == 0) {
+            maximumFrames_ = format->maximumFrames;
+        }
+        adopt(*format);
+        backend_ = std::move(backend);
+        row_.store(&row, std::memory_order_relaxed);
+        return true;
+    }
+    return false;
+}
+
+void Device::adopt(const DeviceFormat& format) {
+    if (buffers_ == nullptr || outputChannels() != format.outputChannels ||
+        inputChannels() != format.inputChannels) {
+        buffers_ = std::make_unique<SliceBuffers>(format.inputChannels, format.outputChannels,
+                                                  maximumFrames_);
+    }
+    outputChannels_.store(format.outputChannels, std::memory_order_relaxed);
+    inputChannels_.store(format.inputChannels, std::memory_order_relaxed);
+    sampleRate_.store(format.sampleRate, std::memory_order_relaxed);
+}
+
+bool Device::addClient(DeviceClient& client) {
+    const bool added = clients_.add(client);
+    if (isDeviceThread()) {
+        // The backend runs, unless the last client left while this slice was under way.
+        if (!running_.load()) {
+            followElsewhere();
+        }
+        return true;
+    }
+    if (follow()) {
+        return true;
+    }
+    if (added) {
+        clients_.remove(client);
+    }
+    return false;
+}
+
+void Device::removeClient(DeviceClient& client) {
+    clients_.remove(client);
+    // Inside a slice its end looks after the backend.
+    if (!isDeviceThread()) {
+        static_cast<void>(follow());
+    }
+}
+
+AudioTimeStamp Device::render(const BlockRequest& block) noexcept {
+    const tqcommon::RenderThreadScope scope;
+    const AudioTimeStamp first = stamp(block.hostTime);
+    bool isUsed = true;
+    for (UInt32 done = 0; done < block.frames;) {
+        const UInt32 frames = std::min(block.frames - done, maximumFrames_);
+        const auto later = static_cast<UInt64>(done / sampleRate() * kTicksPerSecond);
+        const AudioTimeStamp time = stamp(block.hostTime + later);
+        buffers_->begin(time, block, done, frames);
+        isUsed = clients_.render(*buffers_);
+        buffers_->end();
+        framesRendered_ += frames;
+        done += frames;
+    }
+    if (!isUsed && running_.load()) {
+        rest();
+    }
+    return first;
+}
+
+AudioTimeStamp Device::stamp(UInt64 hostTime) const noexcept {
+    AudioTimeStamp time{};
+    time.mSampleTime = static_cast<Float64>(framesRendered_);
+    time.mHostTime = hostTime;
+    time.mRateScalar = 1;
+    time.mFlags = kAudioTimeStampSampleHostTimeValid | kAudioTimeStampRateScalarValid;
+    return time;
+}
+
+void Device::changed(const DeviceFormat& format) noexcept {
+    try {
+        if (isUsable(format)) {
+            adopt(format);
+            return;
+        }
+    } catch (const std::bad_alloc&) {
+        // No memory to go on with: like any other loss.
+    }
+    lost();
+}
+
+void Device::lost() noexcept {
+    // Not on this thread: the backend that calls is the one to be ended.
+    if (!lost_.exchange(true)) {
+        followElsewhere();
+    }
+}
+
+void Device::followElsewhere() noexcept {
+    try {
+        const tqcommon::SignalsBlocked blocked;
+        std::thread([this] { static_cast<void>(follow()); }).detach();
+    } catch (const std::system_error&) {
+        // The next client that comes or goes makes up for it.
+    }
+}
+
+void Device::rest() noexcept {
+    const std::unique_lock lock(verbs_, std::try_to_lock);
+    // Whoever holds the lock looks at the clients once more behind it.
+    if (lock && clients_.empty() && running_.exchange(false)) {
+        backend_->stop();
+    }
+}
+
+bool Device::follow() {
+    tqcommon::assertHostThread();
+    bool runs = true;
+    do {
+        const std::lock_guard lock(verbs_);
+        runs = settle();
+    } while (runs && (lost_.load() || running_.load() == clients_.empty()));
+    return runs;
+}
+
+bool Device::settle() {
+    if (lost_.exchange(false) && !replace(name())) {
+        lost_.store(true);
+        return false;
+    }
+    const bool isUsed = !clients_.empty();
+    if (isUsed && !running_.load()) {
+        return start() || (replace(name()) && start()) || (replace(rows_.back().name) && start());
+    }
+    if (!isUsed && running_.exchange(false)) {
+        backend_->stop();
+    }
+    return true;
+}
+
+bool Device::start() {
+    // Set first: a client may leave in the very first slice.
+    running_.store(true);
+    if (!backend_->start()) {
+        running_.store(false);
+    }
+    return running_.load();
+}
+
+bool Device::replace(std::string_view name) noexcept {
+    replacing_ = true;
+    running_.store(false);
+    backend_.reset();
+    bool taken = false;
+    try {
+        taken = take(name) || take(rows_.back().name);
+    } catch (const std::exception&) {
+        // Tried again with the next client that comes or goes.
+    }
+    replacing_ = false;
+    return taken;
+}
+
+void Device::resetAfterFork() noexcept {
+    // When a client forks, the forking thread is the backend's, and it is the child's too.
+    const bool isInSlice = isDeviceThread();
+    clients_.resetAfterFork();
+    std::construct_at(&verbs_);
+    if (replacing_) {
+        // Half made by a thread that the child does not have: left behind and made anew.
+        static_cast<void>(backend_.release());
+        static_cast<void>(buffers_.release());
+        replacing_ = false;
+        running_.store(false);
+        lost_.store(true);
+    } else if (!isInSlice) {
+        running_.store(false);
+        backend_->forgetAfterFork();
+    }
+}
+
+}  // namespace tqplatform
