@@ -1,7 +1,4 @@
 #include "unit/ConverterUnit.h"
-#include "component/Status.h"
-
-#include <cstring>
 
 namespace tqplatform {
 
@@ -55,47 +52,49 @@ OSStatus ConverterUnit::renderBus(const RenderPlan& base, const RenderCall& call
     return status;
 }
 
-OSStatus ConverterUnit::describeProperty(PropertyKey key, PropertyInfo& info) {
-    if (key.id != kAudioUnitProperty_RenderQuality &&
-        key.id != kAudioUnitProperty_SampleRateConverterComplexity) {
-        return Unit::describeProperty(key, info);
-    }
-    // Remembered for whoever asks; the resampler has one quality, the best.
-    info = {sizeof(UInt32), true};
-    if (key.scope != kAudioUnitScope_Global) {
-        return kAudioUnitErr_InvalidScope;
-    }
-    return okOr(key.element == 0, kAudioUnitErr_InvalidElement);
+const PropertyTable& ConverterUnit::properties() const {
+    static constexpr PropertyRow kRows[] = {
+        property::readWrite<&ConverterUnit::renderQuality, &ConverterUnit::writeRenderQuality>(
+            kAudioUnitProperty_RenderQuality, property::global),
+        property::readWrite<&ConverterUnit::complexity, &ConverterUnit::writeComplexity>(
+            kAudioUnitProperty_SampleRateConverterComplexity, property::global),
+    };
+    static const PropertyTable table{kRows, &commonProperties()};
+    return table;
 }
 
-OSStatus ConverterUnit::readProperty(PropertyKey key, void* data) {
-    if (key.id == kAudioUnitProperty_RenderQuality) {
-        std::memcpy(data, &renderQuality_, sizeof renderQuality_);
-        return noErr;
-    }
-    if (key.id == kAudioUnitProperty_SampleRateConverterComplexity) {
-        std::memcpy(data, &complexity_, sizeof complexity_);
-        return noErr;
-    }
-    return Unit::readProperty(key, data);
+UInt32 ConverterUnit::renderQuality(PropertyKey /*key*/) {
+    return renderQuality_;
 }
 
-OSStatus ConverterUnit::writeProperty(PropertyKey key, const void* data, UInt32 size) {
-    if (key.id == kAudioUnitProperty_RenderQuality) {
-        constexpr UInt32 best = 127;
-        UInt32 quality = 0;
-        std::memcpy(&quality, data, sizeof quality);
-        if (quality > best) {
-            return kAudioUnitErr_InvalidPropertyValue;
-        }
-        renderQuality_ = quality;
-        return noErr;
+OSStatus ConverterUnit::writeRenderQuality(PropertyKey /*key*/, UInt32 quality) {
+    if (quality > kBestQuality) {
+        return kAudioUnitErr_InvalidPropertyValue;
     }
-    if (key.id == kAudioUnitProperty_SampleRateConverterComplexity) {
-        std::memcpy(&complexity_, data, sizeof complexity_);
-        return noErr;
-    }
-    return Unit::writeProperty(key, data, size);
+    renderQuality_ = quality;
+    return noErr;
+}
+
+UInt32 ConverterUnit::complexity(PropertyKey /*key*/) {
+    return complexity_;
+}
+
+OSStatus ConverterUnit::writeComplexity(PropertyKey /*key*/, UInt32 complexity) {
+    complexity_ = complexity;
+    return noErr;
+}
+
+const PropertyTable& GenericOutputUnit::properties() const {
+    static constexpr PropertyRow kRows[] = {
+        property::readOnly<&GenericOutputUnit::running>(kAudioOutputUnitProperty_IsRunning,
+                                                        property::global),
+    };
+    static const PropertyTable table{kRows, &ConverterUnit::properties()};
+    return table;
+}
+
+UInt32 GenericOutputUnit::running(PropertyKey /*key*/) {
+    return isRunning() ? 1 : 0;
 }
 
 OSStatus GenericOutputUnit::start() {
@@ -117,26 +116,6 @@ OSStatus GenericOutputUnit::stop() {
         tellListeners({kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global, 0});
     }
     return noErr;
-}
-
-OSStatus GenericOutputUnit::describeProperty(PropertyKey key, PropertyInfo& info) {
-    if (key.id != kAudioOutputUnitProperty_IsRunning) {
-        return ConverterUnit::describeProperty(key, info);
-    }
-    info = {sizeof(UInt32), false};
-    if (key.scope != kAudioUnitScope_Global) {
-        return kAudioUnitErr_InvalidScope;
-    }
-    return okOr(key.element == 0, kAudioUnitErr_InvalidElement);
-}
-
-OSStatus GenericOutputUnit::readProperty(PropertyKey key, void* data) {
-    if (key.id == kAudioOutputUnitProperty_IsRunning) {
-        const UInt32 running = isRunning() ? 1 : 0;
-        std::memcpy(data, &running, sizeof running);
-        return noErr;
-    }
-    return ConverterUnit::readProperty(key, data);
 }
 
 }  // namespace tqplatform

@@ -13,13 +13,19 @@ class ConverterUnit : public Unit {
   protected:
     std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
     OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept override;
-    OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
-    OSStatus readProperty(PropertyKey key, void* data) override;
-    OSStatus writeProperty(PropertyKey key, const void* data, UInt32 size) override;
+    [[nodiscard]] const PropertyTable& properties() const override;
 
   private:
     struct Plan;
-    UInt32 renderQuality_ = 127;
+    static constexpr UInt32 kBestQuality = 127;
+
+    // Remembered for whoever asks; the resampler has one quality, the best.
+    UInt32 renderQuality(PropertyKey key);
+    OSStatus writeRenderQuality(PropertyKey key, UInt32 quality);
+    UInt32 complexity(PropertyKey key);
+    OSStatus writeComplexity(PropertyKey key, UInt32 complexity);
+
+    UInt32 renderQuality_ = kBestQuality;
     UInt32 complexity_ = 0x6D617374;  // "mast"
 };
 
@@ -33,11 +39,12 @@ class GenericOutputUnit final : public ConverterUnit {
     [[nodiscard]] bool isRunning() const noexcept override { return running_.load(); }
 
   protected:
-    OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
-    OSStatus readProperty(PropertyKey key, void* data) override;
+    [[nodiscard]] const PropertyTable& properties() const override;
     void stopOnUninitialize() override { static_cast<void>(stop()); }
 
   private:
+    UInt32 running(PropertyKey key);
+
     std::atomic<bool> running_{false};
 };
 

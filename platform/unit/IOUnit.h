@@ -27,10 +27,7 @@ class IOUnit final : public Unit, private DeviceClient {
     std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
     [[nodiscard]] bool isPulledHere(UInt32 bus) const noexcept override;
     OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept override;
-    OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
-    OSStatus readProperty(PropertyKey key, void* data) override;
-    OSStatus writeProperty(PropertyKey key, const void* data, UInt32 size) override;
-    OSStatus removeProperty(PropertyKey key) override;
+    [[nodiscard]] const PropertyTable& properties() const override;
     OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
                            Parameter& parameter) noexcept override;
     [[nodiscard]] AudioStreamBasicDescription busFormat(AudioUnitScope scope,
@@ -41,12 +38,7 @@ class IOUnit final : public Unit, private DeviceClient {
 
   private:
     struct Plan;
-    /// A property that is one number without further effect on the plan.
-    struct Switch {
-        AudioUnitPropertyID id;
-        UInt32 most;
-        std::atomic<UInt32> value;
-    };
+    struct Properties;
 
     // On the device's thread.
     void render(const DeviceSlice& slice) noexcept override;
@@ -57,9 +49,14 @@ class IOUnit final : public Unit, private DeviceClient {
                   const DeviceSlice& slice) noexcept;
     void followDevice() noexcept;
 
-    [[nodiscard]] bool isVoiceUnit() const;
-    [[nodiscard]] Switch* findSwitch(AudioUnitPropertyID id);
-    OSStatus describeIO(PropertyKey key, PropertyInfo& info) const;
+    // Values of properties, under the lock.
+    UInt32 enabled(PropertyKey key);
+    OSStatus writeEnabled(PropertyKey key, UInt32 value);
+    UInt32 hasIO(PropertyKey key);
+    UInt32 running(PropertyKey key);
+    OSStatus writeInputCallback(PropertyKey key, AURenderCallbackStruct callback);
+    OSStatus removeInputCallback(PropertyKey key);
+
     OSStatus changeInputCallback(AURenderCallbackStruct callback);
     void tellRunning();
 
@@ -67,7 +64,11 @@ class IOUnit final : public Unit, private DeviceClient {
     bool outputEnabled_ = true;
     bool inputEnabled_ = false;
     AURenderCallbackStruct inputCallback_{};
-    std::array<Switch, 5> switches_;
+    std::atomic<UInt32> startsAtZero_{1};
+    std::atomic<UInt32> bypassesVoice_{0};
+    std::atomic<UInt32> controlsGain_{1};
+    std::atomic<UInt32> quality_{127};
+    std::atomic<UInt32> mutes_{0};
     std::atomic<Float32> volume_{1};
 
     /// Held while the unit is added to or removed from the device by any thread but the device's.

@@ -41,7 +41,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     const bool beginning = beginning_.load(std::memory_order_relaxed) && beginning_.exchange(false);
     const bool forget = takeRestart();
     if (beginning) {
-        const bool atZero = switches_[0].value.load(std::memory_order_relaxed) != 0;
+        const bool atZero = startsAtZero_.load(std::memory_order_relaxed) != 0;
         sampleTime_ = atZero ? 0 : slice.time->mSampleTime;
     } else if (countedRate_ != plan.deviceRate) {
         // The same time in the frames of the new rate, so that the program's own count goes on.
@@ -151,7 +151,7 @@ OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
     const Plan& plan = *now;
     const OSStatus status =
         plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.output);
-    const bool muted = switches_[4].value.load(std::memory_order_relaxed) != 0;
+    const bool muted = mutes_.load(std::memory_order_relaxed) != 0;
     const Float32 volume = muted ? 0.0F : volume_.load(std::memory_order_relaxed);
     if (status != noErr || volume == 0.0F) {
         silence(slice.output);

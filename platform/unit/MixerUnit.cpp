@@ -1,7 +1,8 @@
 #include "unit/MixerUnit.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cstddef>
+#include <span>
 
 #include "component/Status.h"
 #include "unit/BusReader.h"
@@ -14,11 +15,11 @@ using tqcommon::ConstAudioView;
 
 namespace {
 
-constexpr UInt32 mostChannels = 64;
+constexpr UInt32 kMostChannels = 64;
 
-constexpr AudioUnitParameterID inputParameters[] = {
+constexpr AudioUnitParameterID kInputParameters[] = {
     kMultiChannelMixerParam_Volume, kMultiChannelMixerParam_Enable, kMultiChannelMixerParam_Pan};
-constexpr AudioUnitParameterID outputParameters[] = {kMultiChannelMixerParam_Volume};
+constexpr AudioUnitParameterID kOutputParameters[] = {kMultiChannelMixerParam_Volume};
 
 }  // namespace
 
@@ -39,7 +40,7 @@ struct MixerUnit::Plan : RenderPlan {
 
 MixerUnit::MixerUnit(const Component& component) : Unit(component) {
     constexpr Float64 rate = 44100;
-    inputs_.resize(defaultInputs);
+    inputs_.resize(kDefaultInputs);
     outputs_.resize(1);
     for (Bus& bus : inputs_) {
         bus.format = floatDescription(rate, 2);
@@ -54,7 +55,7 @@ bool MixerUnit::acceptsFormat(AudioUnitScope scope, const PCMFormat& format) {
 }
 
 OSStatus MixerUnit::setInputCount(UInt32 count) {
-    if (count == 0 || count > mostInputs) {
+    if (count == 0 || count > kMostInputs) {
         return kAudioUnitErr_InvalidPropertyValue;
     }
     const std::size_t before = inputs_.size();
@@ -128,7 +129,7 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call, AudioView p
     const Float32 volume = levels.volume.load(std::memory_order_relaxed);
     const Float32 pan = levels.pan.load(std::memory_order_relaxed);
     // Panning takes away on the other side only: in the middle both sides have it all.
-    std::array<Float32, mostChannels> gains;
+    std::array<Float32, kMostChannels> gains;
     gains.fill(volume);
     if (planes.channels() > 1) {
         gains[0] *= std::min(1.0F, 1.0F - pan);
@@ -191,35 +192,41 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
     return noErr;
 }
 
-OSStatus MixerUnit::describeProperty(PropertyKey key, PropertyInfo& info) {
-    if (key.id != kAudioUnitProperty_ParameterList) {
-        return Unit::describeProperty(key, info);
+/// ParameterList: how many parameters there are differs from scope to scope.
+struct MixerUnit::Properties {
+    static std::span<const AudioUnitParameterID> parametersOf(AudioUnitScope scope) {
+        switch (scope) {
+            case kAudioUnitScope_Input:
+                return kInputParameters;
+            case kAudioUnitScope_Output:
+                return kOutputParameters;
+            default:
+                return {};
+        }
     }
-    switch (key.scope) {
-        case kAudioUnitScope_Global:
-            info = {0, false};
-            return noErr;
-        case kAudioUnitScope_Input:
-            info = {sizeof inputParameters, false};
-            return noErr;
-        case kAudioUnitScope_Output:
-            info = {sizeof outputParameters, false};
-            return noErr;
-        default:
-            return kAudioUnitErr_InvalidScope;
+    static OSStatus onSide(Unit& /*unit*/, PropertyKey key) {
+        return okOr(key.scope <= kAudioUnitScope_Output, kAudioUnitErr_InvalidScope);
     }
-}
+    static void adjust(Unit& /*unit*/, PropertyKey key, PropertyInfo& info) {
+        info.size = static_cast<UInt32>(parametersOf(key.scope).size_bytes());
+    }
+    static OSStatus get(Unit& /*unit*/, PropertyKey key, void* data) {
+        const auto parameters = parametersOf(key.scope);
+        std::copy_n(reinterpret_cast<const std::byte*>(parameters.data()), parameters.size_bytes(),
+                    static_cast<std::byte*>(data));
+        return noErr;
+    }
+};
 
-OSStatus MixerUnit::readProperty(PropertyKey key, void* data) {
-    if (key.id != kAudioUnitProperty_ParameterList) {
-        return Unit::readProperty(key, data);
-    }
-    if (key.scope == kAudioUnitScope_Input) {
-        std::memcpy(data, inputParameters, sizeof inputParameters);
-    } else if (key.scope == kAudioUnitScope_Output) {
-        std::memcpy(data, outputParameters, sizeof outputParameters);
-    }
-    return noErr;
+const PropertyTable& MixerUnit::properties() const {
+    static constexpr PropertyRow kRows[] = {{.id = kAudioUnitProperty_ParameterList,
+                                             .size = 0,
+                                             .access = PropertyAccess::read,
+                                             .where = Properties::onSide,
+                                             .get = Properties::get,
+                                             .adjust = Properties::adjust}};
+    static const PropertyTable table{kRows, &commonProperties()};
+    return table;
 }
 
 OSStatus MixerUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,

@@ -10,16 +10,15 @@ namespace tqplatform {
 /// rate costs one conversion however many buses have it.
 class MixerUnit final : public Unit {
   public:
-    static constexpr UInt32 defaultInputs = 8;
-    static constexpr UInt32 mostInputs = 128;
+    static constexpr UInt32 kDefaultInputs = 8;
+    static constexpr UInt32 kMostInputs = 128;
 
     explicit MixerUnit(const Component& component);
 
   protected:
     std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
     OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept override;
-    OSStatus describeProperty(PropertyKey key, PropertyInfo& info) override;
-    OSStatus readProperty(PropertyKey key, void* data) override;
+    [[nodiscard]] const PropertyTable& properties() const override;
     OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
                            Parameter& parameter) noexcept override;
     [[nodiscard]] bool acceptsFormat(AudioUnitScope scope, const PCMFormat& format) override;
@@ -34,13 +33,14 @@ class MixerUnit final : public Unit {
     };
     struct Input;
     struct Plan;
+    struct Properties;
 
     /// [render thread] [real-time safe] Pulls one bus through `planes`, as many frames at a time as
     /// those hold, into the sum of its rate.
     void addInput(const Input& input, const RenderCall& call, tqcommon::AudioView planes) noexcept;
 
-    std::array<Levels, mostInputs> levels_;
-    std::atomic<UInt32> inputCount_{defaultInputs};
+    std::array<Levels, kMostInputs> levels_;
+    std::atomic<UInt32> inputCount_{kDefaultInputs};
     std::atomic<Float32> outputVolume_{1};
 };
 

@@ -213,61 +213,6 @@ OSStatus Unit::setParameter(AudioUnitParameterID id, AudioUnitScope scope, Audio
     return noErr;
 }
 
-OSStatus Unit::outputFormat(UInt32 bus, AudioStreamBasicDescription& format) {
-    const std::lock_guard lock(lock_);
-    if (bus >= outputs_.size()) {
-        return kAudioUnitErr_InvalidElement;
-    }
-    format = busFormat(kAudioUnitScope_Output, bus);
-    return noErr;
-}
-
-void Unit::sourceFormatChanged(AudioUnit source, UInt32 outputBus, UInt32 inputBus,
-                               const AudioStreamBasicDescription& format) {
-    {
-        const std::lock_guard lock(lock_);
-        if (inputBus >= inputs_.size()) {
-            return;
-        }
-        Bus& bus = inputs_[inputBus];
-        const auto parsedFormat = PCMFormat::parse(format);
-        if (!bus.source.isConnection() || bus.source.unit != source ||
-            bus.source.outputBus != outputBus || !parsedFormat ||
-            !acceptsFormat(kAudioUnitScope_Input, *parsedFormat)) {
-            return;
-        }
-        bus.format = format;
-        static_cast<void>(republish());
-    }
-    tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, inputBus});
-}
-
-void Unit::addDependent(const Dependent& dependent) {
-    const std::lock_guard lock(dependentLock_);
-    std::erase_if(dependents_, [&](const Dependent& known) {
-        return known == dependent || !UnitTable::Access(units(), known.unit);
-    });
-    dependents_.push_back(dependent);
-}
-
-void Unit::tellDependents(UInt32 outputBus) {
-    AudioStreamBasicDescription format{};
-    if (outputFormat(outputBus, format) != noErr) {
-        return;
-    }
-    std::vector<Dependent> told;
-    {
-        const std::lock_guard lock(dependentLock_);
-        told = dependents_;
-    }
-    for (const Dependent& dependent : told) {
-        const UnitTable::Access unit(units(), dependent.unit);
-        if (unit && dependent.outputBus == outputBus) {
-            unit->sourceFormatChanged(handle_, outputBus, dependent.inputBus, format);
-        }
-    }
-}
-
 bool Unit::isRenderThread() const noexcept {
     return (sliceCount() & 1U) != 0 && renderThread_.load() == std::this_thread::get_id();
 }

@@ -15,23 +15,11 @@
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
 #include "unit/InputSource.h"
+#include "unit/PropertyTable.h"
 
 namespace tqplatform {
 
 struct Component;
-
-/// Where a property is asked for.
-struct PropertyKey {
-    AudioUnitPropertyID id;
-    AudioUnitScope scope;
-    AudioUnitElement element;
-};
-
-struct PropertyInfo {
-    UInt32 size = 0;
-    bool writable = false;
-    bool readable = true;
-};
 
 /// What render threads know of a unit: made by control threads, replaced as a whole. Kinds of
 /// units derive theirs from it. What a render changes (converters with their past, memory) is
@@ -209,10 +197,9 @@ class Unit {
     [[nodiscard]] virtual bool isPulledHere(UInt32 /*bus*/) const noexcept { return true; }
     /// [render thread, no lock] Renders one output bus of the unit's own kind.
     virtual OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept = 0;
-    virtual OSStatus describeProperty(PropertyKey key, PropertyInfo& info);
-    virtual OSStatus readProperty(PropertyKey key, void* data);
-    virtual OSStatus writeProperty(PropertyKey key, const void* data, UInt32 size);
-    virtual OSStatus removeProperty(PropertyKey key);
+    /// The kind's own properties and, behind them, what its base has.
+    [[nodiscard]] virtual const PropertyTable& properties() const;
+    [[nodiscard]] static const PropertyTable& commonProperties();
     /// [any thread, no lock] kAudioUnitErr_InvalidParameter by default.
     virtual OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope,
                                    AudioUnitElement element, Parameter& parameter) noexcept;
@@ -281,14 +268,38 @@ class Unit {
         bool operator==(const Dependent&) const = default;
     };
 
+    // Values of properties, under the lock.
+    struct Properties;
+    AudioStreamBasicDescription format(PropertyKey key);
+    OSStatus writeFormat(PropertyKey key, const void* data, UInt32 size);
+    Float64 sampleRate(PropertyKey key);
+    OSStatus writeSampleRate(PropertyKey key, Float64 rate);
+    UInt32 elementCount(PropertyKey key);
+    OSStatus writeElementCount(PropertyKey key, UInt32 count);
+    OSStatus writeCallback(PropertyKey key, AURenderCallbackStruct callback);
+    OSStatus removeSource(PropertyKey key);
+    UInt32 allocates(PropertyKey key);
+    OSStatus writeAllocates(PropertyKey key, UInt32 value);
+    UInt32 maximumFrames(PropertyKey key);
+    OSStatus writeMaximumFrames(PropertyKey key, UInt32 frames);
+    OSStatus takeRenderError(PropertyKey key);
+    Float32 load(PropertyKey key);
+    Float64 noTime(PropertyKey key);
+    Float64 lastSampleTime(PropertyKey key);
+    AUChannelInfo channelCounts(PropertyKey key);
+
+    /// The row of a property that the unit has there; else null and why not.
+    const PropertyRow* describe(PropertyKey key, PropertyInfo& info, OSStatus& status);
+    OSStatus setUnderLock(PropertyKey key, const void* data, UInt32 size);
+    /// Takes the lock by itself; the key's element becomes the input that is connected.
+    OSStatus setConnection(PropertyKey& key, const void* data, UInt32 size);
+
     [[nodiscard]] Bus* findBus(AudioUnitScope scope, UInt32 element, OSStatus& status);
     OSStatus checkRender(const RenderPlan* plan, UInt32 bus, UInt32 frames,
                          AudioBufferList& list) const noexcept;
     OSStatus setFormat(AudioUnitScope scope, UInt32 element,
                        const AudioStreamBasicDescription& format);
-    OSStatus writeFormat(PropertyKey key, const void* data, UInt32 size);
-    OSStatus writeSampleRate(PropertyKey key, Float64 rate);
-    OSStatus writeCallback(UInt32 element, const AURenderCallbackStruct& callback);
+    [[nodiscard]] bool isFormatWritableAt(PropertyKey key);
     OSStatus makeConnection(const AudioUnitConnection& connection);
     OSStatus disconnect(UInt32 element);
     /// Gives an input bus a format and a source, or leaves it as it is when that cannot work.
