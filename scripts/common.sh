@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
     libcairo2-dev libfftw3-dev libcli11-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev sox ffmpeg valgrind python3)
+test_packages=(libgtest-dev libgmock-dev sox ffmpeg valgrind python3 clang clang-format clang-tidy)
 
 # The benchmark frame, and what the library is measured beside.
 bench_packages=(libbenchmark-dev python3 libjack-jackd2-dev libboost-dev libreaderwriterqueue-dev
