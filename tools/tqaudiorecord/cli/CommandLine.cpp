@@ -10,7 +10,7 @@
 #include <variant>
 
 #include "cli/OptionTable.h"
-#include "output/FileFormats.h"
+#include "output/files/FileFormats.h"
 
 namespace tqrecorder {
 namespace {

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "cli/OptionTable.h"
-#include "output/FileFormats.h"
+#include "output/files/FileFormats.h"
 
 namespace tqrecorder {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "core/Options.h"
 #include "output/EventsSink.h"
-#include "output/FileNames.h"
+#include "output/files/FileNames.h"
 #include "output/MixSink.h"
 #include "output/PictureSink.h"
 #include "output/SinkSet.h"

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "core/Sink.h"
-#include "output/FileSeries.h"
+#include "output/files/FileSeries.h"
 
 namespace tqrecorder {
 

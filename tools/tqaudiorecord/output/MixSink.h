@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "output/FileNames.h"
+#include "output/files/FileNames.h"
 #include "output/FilesSink.h"
 #include "output/StreamClock.h"
 

@@ -18,6 +18,8 @@ namespace {
 
 // A mark is a line through the whole picture; more than this many would cover it.
 constexpr std::size_t kMostMarks = 200;
+/// The same event again within this time would only draw over its first mark.
+constexpr std::uint64_t kRepeatedMicroseconds = 20'000;
 
 /// One lane of the picture. `origin` is the host time at which the picture begins.
 tqpicture::Track drawn(const WrittenFile& file, const std::string& processName,
@@ -102,9 +104,13 @@ void PictureSink::lost(const Process& process, std::uint64_t blocks, std::uint64
 
 void PictureSink::event(const Process& /*process*/, const Event& event) {
     const bool isFailure = tq_event_kind_of(event.category, event.code) == TQ_EVENT_KIND_FAILURE;
-    if (marks_.size() < kMostMarks) {
-        marks_.push_back(
-            {event.microseconds, tq_event_text(event.category, event.code), !isFailure});
+    const std::string label = tq_event_text(event.category, event.code);
+    const bool isRepeated = std::any_of(marks_.begin(), marks_.end(), [&](const Mark& mark) {
+        const auto [earlier, later] = std::minmax(mark.microseconds, event.microseconds);
+        return mark.label == label && later - earlier < kRepeatedMicroseconds;
+    });
+    if (!isRepeated && marks_.size() < kMostMarks) {
+        marks_.push_back({event.microseconds, label, !isFailure});
     }
 }
 

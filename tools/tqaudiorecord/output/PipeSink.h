@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/Sink.h"
-#include "output/FileNames.h"
+#include "output/files/FileNames.h"
 #include "output/StreamClock.h"
 
 namespace tqrecorder {

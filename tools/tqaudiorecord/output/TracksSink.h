@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "output/FileNames.h"
+#include "output/files/FileNames.h"
 #include "output/FilesSink.h"
 #include "output/StreamClock.h"
 

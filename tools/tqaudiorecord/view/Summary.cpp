@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdio>
 
-#include "output/SoundFile.h"
+#include "output/files/SoundFile.h"
 
 namespace tqrecorder {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "output/FileSeries.h"
+#include "output/files/FileSeries.h"
 #include "view/Observer.h"
 
 namespace tqrecorder {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <vector>
 
 #include "SinkFixture.h"
 #include "output/SinkSet.h"
@@ -17,15 +18,19 @@ namespace {
 
 class PictureSinkTest : public SinkFixture {
   protected:
-    /// Pixels in the colour of failures in the picture of a recording with that event.
-    std::size_t redWith(std::uint64_t category, std::uint64_t code) {
+    /// Pixels in the colour of failures in the picture of a recording of one second with that
+    /// event at those frames.
+    std::size_t redWith(std::uint64_t category, std::uint64_t code,
+                        const std::vector<std::size_t>& frames = {22'050}) {
         const std::string path = folder_.file("out.png");
         PictureSink sink(path, nullptr, nullptr, names_);
         EXPECT_TRUE(sink.open());
         sink.processBegan(game_);
         const std::vector<std::byte> silence(44'100 * 4);
         sink.block(game_, mixBlock(silence, at(0)));
-        sink.event(game_, {at(22'050), category, code, ""});
+        for (const std::size_t frame : frames) {
+            sink.event(game_, {at(frame), category, code, ""});
+        }
         sink.finish();
         const std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> image(
             cairo_image_surface_create_from_png(path.c_str()), &cairo_surface_destroy);
@@ -62,6 +67,13 @@ TEST_F(PictureSinkTest, EventsOfANormalStartAreNotDrawnAsFailures) {
     EXPECT_EQ(redWith(1, 105), without);
     EXPECT_EQ(redWith(3, 110), without);
     EXPECT_GT(redWith(2, 109), without + 100);
+}
+
+TEST_F(PictureSinkTest, AnEventThatRepeatsAtOnceIsMarkedOnce) {
+    const std::size_t once = redWith(2, 109, {10'000});
+    EXPECT_EQ(redWith(2, 109, {10'000, 10'400, 10'800}), once);
+    EXPECT_GT(redWith(2, 109, {10'000, 30'000}), once + 100);
+    EXPECT_GT(redWith(2, 109, {30'000, 10'000}), once + 100);
 }
 
 TEST_F(PictureSinkTest, AHiddenFolderGoesWithItsPicture) {

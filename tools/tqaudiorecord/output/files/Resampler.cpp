@@ -1,4 +1,4 @@
-#include "output/Resampler.h"
+#include "output/files/Resampler.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>

@@ -1,4 +1,4 @@
-#include "output/SoundFile.h"
+#include "output/files/SoundFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

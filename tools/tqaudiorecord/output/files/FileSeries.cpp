@@ -1,10 +1,10 @@
-#include "output/FileSeries.h"
+#include "output/files/FileSeries.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "output/FileNames.h"
+#include "output/files/FileNames.h"
 
 namespace tqrecorder {
 namespace {

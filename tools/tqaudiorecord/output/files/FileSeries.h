@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "output/Resampler.h"
-#include "output/SoundFile.h"
+#include "output/files/Resampler.h"
+#include "output/files/SoundFile.h"
 
 namespace tqrecorder {
 

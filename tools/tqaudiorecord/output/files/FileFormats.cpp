@@ -1,4 +1,4 @@
-#include "output/FileFormats.h"
+#include "output/files/FileFormats.h"
 
 #include <sndfile.h>
 

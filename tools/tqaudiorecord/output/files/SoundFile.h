@@ -9,7 +9,7 @@
 #include <string>
 
 #include "core/Records.h"
-#include "output/FileFormats.h"
+#include "output/files/FileFormats.h"
 
 namespace tqrecorder {
 

@@ -5,9 +5,9 @@
 
 #include <csignal>
 
-#include "Sound.h"
-#include "output/FileSeries.h"
-#include "output/SoundFile.h"
+#include "output/files/FileSeries.h"
+#include "output/files/SoundFile.h"
+#include "tools/tqaudiorecord/output/Sound.h"
 
 namespace tqrecorder::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "output/FileNames.h"
+#include "output/files/FileNames.h"
 
 #include <cctype>
 #include <filesystem>
