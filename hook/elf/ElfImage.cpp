@@ -3,21 +3,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "common/ElfNames.h"
+#include "common/Machine.h"
+
 namespace tqhook {
 
 namespace {
-
-#if defined(__x86_64__)
-constexpr std::uint32_t kCallType = R_X86_64_JUMP_SLOT;
-constexpr std::uint32_t kPointerType = R_X86_64_GLOB_DAT;
-constexpr std::uint32_t kDataType = R_X86_64_64;
-#elif defined(__aarch64__)
-constexpr std::uint32_t kCallType = R_AARCH64_JUMP_SLOT;
-constexpr std::uint32_t kPointerType = R_AARCH64_GLOB_DAT;
-constexpr std::uint32_t kDataType = R_AARCH64_ABS64;
-#else
-#error "relocation types of this machine are not known here"
-#endif
 
 constexpr std::uint16_t kHiddenVersion = 0x8000;
 
@@ -112,16 +103,14 @@ std::uint32_t gnuSymbolHash(std::string_view name) {
 }
 
 ElfImage::ElfImage(const ImageLayout& layout) : layout_(layout) {
-    using Entry = ElfW(Dyn);
     constexpr std::uintptr_t kUnlimited = std::numeric_limits<std::uintptr_t>::max();
     if (layout.dynamic.end < layout.dynamic.begin) {
         return;
     }
-    const AddressRange table =
-        readable(layout.dynamic.begin, layout.dynamic.end - layout.dynamic.begin);
+    dynamic_ = readable(layout.dynamic.begin, layout.dynamic.end - layout.dynamic.begin);
     DynamicValues values;
     for (std::size_t i = 0;; ++i) {
-        const auto entry = elementOf<Entry>(table, i);
+        const auto entry = dynamicEntry(i);
         if (!entry || entry->d_tag == DT_NULL) {
             break;
         }
@@ -173,21 +162,18 @@ std::string_view ElfImage::textAt(std::uintptr_t offset) const {
 }
 
 std::vector<std::string_view> ElfImage::neededLibraries() const {
-    using Entry = ElfW(Dyn);
     std::vector<std::string_view> names;
-    const AddressRange table =
-        readable(layout_.dynamic.begin, layout_.dynamic.end - layout_.dynamic.begin);
-    for (std::size_t i = 0;; ++i) {
-        const auto entry = elementOf<Entry>(table, i);
-        if (!entry || entry->d_tag == DT_NULL) {
-            return names;
-        }
-        if (entry->d_tag == DT_NEEDED) {
-            if (const std::string_view name = textAt(entry->d_un.d_val); !name.empty()) {
-                names.push_back(name);
-            }
-        }
-    }
+    tqcommon::forEachDynamicName(*this, DT_NEEDED,
+                                 [&names](std::string_view name) { names.push_back(name); });
+    return names;
+}
+
+std::optional<ElfW(Dyn)> ElfImage::dynamicEntry(std::size_t index) const {
+    return elementOf<ElfW(Dyn)>(dynamic_, index);
+}
+
+std::string_view ElfImage::texts(std::uintptr_t /*address*/, std::uintptr_t /*size*/) const {
+    return {reinterpret_cast<const char*>(texts_.begin), texts_.end - texts_.begin};
 }
 
 std::string_view ElfImage::symbolName(std::size_t index) const {
@@ -306,11 +292,11 @@ std::optional<Slot> ElfImage::slotOf(const Relocation& relocation) const {
     const auto type = static_cast<std::uint32_t>(ELF64_R_TYPE(relocation.r_info));
     const auto symbol = static_cast<std::size_t>(ELF64_R_SYM(relocation.r_info));
     Slot slot;
-    if (type == kCallType) {
+    if (type == tqcommon::kCallRelocation) {
         slot.kind = SlotKind::call;
-    } else if (type == kPointerType) {
+    } else if (type == tqcommon::kPointerRelocation) {
         slot.kind = SlotKind::pointer;
-    } else if (type == kDataType && relocation.r_addend == 0) {
+    } else if (type == tqcommon::kDataRelocation && relocation.r_addend == 0) {
         slot.kind = SlotKind::data;
     } else {
         return std::nullopt;

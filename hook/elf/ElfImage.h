@@ -86,6 +86,10 @@ class ElfImage {
     /// The libraries that the image asks for, in order.
     [[nodiscard]] std::vector<std::string_view> neededLibraries() const;
 
+    /// The two views of the dynamic table that common/ElfNames.h reads.
+    [[nodiscard]] std::optional<ElfW(Dyn)> dynamicEntry(std::size_t index) const;
+    [[nodiscard]] std::string_view texts(std::uintptr_t address, std::uintptr_t size) const;
+
     /// The name of a dynamic symbol, empty when index or text lie outside the tables.
     [[nodiscard]] std::string_view symbolName(std::size_t index) const;
     /// The first character of the name of a symbol that the image asks others for; 0 when it
@@ -177,6 +181,7 @@ class ElfImage {
     }
 
     const ImageLayout& layout_;
+    AddressRange dynamic_;
     AddressRange symbols_;
     AddressRange texts_;
     AddressRange versions_;

@@ -15,15 +15,12 @@
 #include <string_view>
 #include <vector>
 
+#include "common/Machine.h"
+#include "hook/elf/LoaderMemory.h"
+
 namespace tqhook {
 
 namespace {
-
-#if defined(__x86_64__)
-constexpr ElfW(Half) kMachine = EM_X86_64;
-#elif defined(__aarch64__)
-constexpr ElfW(Half) kMachine = EM_AARCH64;
-#endif
 
 constexpr std::array<std::string_view, 2> kOriginTokens{"${ORIGIN}", "$ORIGIN"};
 
@@ -43,9 +40,7 @@ bool isLibraryForUs(const std::string& path) {
     ElfW(Ehdr) header{};
     const ssize_t length = read(file, &header, sizeof header);
     close(file);
-    return length == static_cast<ssize_t>(sizeof header) &&
-           std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 &&
-           header.e_ident[EI_CLASS] == ELFCLASS64 && header.e_machine == kMachine;
+    return length == static_cast<ssize_t>(sizeof header) && tqcommon::isForThisMachine(header);
 }
 
 // The directories that the loader searches for an image, in order, its own last.
@@ -85,7 +80,7 @@ std::vector<std::string> callersDirectories(link_map* map) {
 // The folder of the image's file, empty when only the loader knows it. It is not asked: where it
 // has not needed the folder itself yet, its answer is a crash.
 std::string originOf(const link_map* map) {
-    std::string file = map != nullptr && map->l_name != nullptr ? map->l_name : "";
+    std::string file = loaderNameOf(map);
     if (map != nullptr && file.empty()) {
         std::array<char, PATH_MAX> program{};
         const ssize_t length = readlink("/proc/self/exe", program.data(), program.size());
@@ -164,10 +159,10 @@ void* lookUpFor(const LoaderCalls& calls, void* handle, const void* caller,
         program.store(calls.open(nullptr, RTLD_LAZY));
     }
     void* found = ask(program.load());
-    const link_map* map = found == nullptr ? imageOf(caller) : nullptr;
-    if (map != nullptr && map->l_name != nullptr && map->l_name[0] != '\0') {
+    const std::string file = found == nullptr ? loaderNameOf(imageOf(caller)) : std::string();
+    if (!file.empty()) {
         // The loader's record of an image is no handle: it has a scope only once it is opened.
-        if (void* scope = calls.open(map->l_name, RTLD_LAZY | RTLD_NOLOAD)) {
+        if (void* scope = calls.open(file.c_str(), RTLD_LAZY | RTLD_NOLOAD)) {
             found = ask(scope);
             dlclose(scope);
         }

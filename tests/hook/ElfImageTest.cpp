@@ -9,6 +9,8 @@
 
 #include "FileImage.h"
 #include "HostRunner.h"
+#include "common/ElfNames.h"
+#include "hook/elf/LoadedImages.h"
 
 namespace {
 
@@ -84,6 +86,28 @@ TEST(ElfImage, ListsTheLibrariesThatAnImageNeeds) {
     const FileImage file(hostLibrary("plugin_lazy"));
     const auto needed = ElfImage(file.layout()).neededLibraries();
     EXPECT_NE(std::find(needed.begin(), needed.end(), "libhook_target.so"), needed.end());
+}
+
+// The reader that checks everything and the one that trusts the loader see the same table.
+TEST(ElfImage, NeededLibrariesOfALoadedImageReadTheSameUnchecked) {
+    std::size_t names = 0;
+    for (const tqhook::ImageLayout& layout : tqhook::loadedImages().images) {
+        std::vector<std::string_view> unchecked;
+        const ElfW(Phdr) header{.p_type = PT_DYNAMIC,
+                                .p_flags = PF_R,
+                                .p_offset = 0,
+                                .p_vaddr = layout.dynamic.begin - layout.base,
+                                .p_paddr = 0,
+                                .p_filesz = layout.dynamic.end - layout.dynamic.begin,
+                                .p_memsz = layout.dynamic.end - layout.dynamic.begin,
+                                .p_align = 8};
+        tqcommon::forEachDynamicName(
+            tqcommon::MappedDynamic(layout.base, &header, 1), DT_NEEDED,
+            [&unchecked](std::string_view name) { unchecked.push_back(name); });
+        EXPECT_EQ(unchecked, ElfImage(layout).neededLibraries()) << layout.name;
+        names += unchecked.size();
+    }
+    EXPECT_GT(names, 2U);
 }
 
 TEST(ElfImage, TellsTheStubOfAFixedAddressProgram) {

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "HostRunner.h"
+#include "common/Machine.h"
 #include "hook/elf/LoadedImages.h"
 #include "hook/rebind/Rebinder.h"
 #include "hook/tq_hook.h"
@@ -166,11 +167,7 @@ TEST(Rebinding, DefiningLibraryIsNeverUnloadedAgain) {
 }
 
 TEST(Rebinding, LookupOfAVersionIsRedirectedToo) {
-#if defined(__x86_64__)
-    constexpr const char* kVersion = "GLIBC_2.2.5";
-#else
-    constexpr const char* kVersion = "GLIBC_2.17";
-#endif
+    constexpr const char* kVersion = tqcommon::kOldestLibcVersion;
     ASSERT_NE(dlvsym(RTLD_DEFAULT, "getppid", kVersion), nullptr);
     static pid_t (*saved)() = nullptr;
     pid_t (*replacement)() = [] { return saved() + 1; };

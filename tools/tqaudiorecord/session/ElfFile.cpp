@@ -9,18 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ElfNames.h"
+#include "common/Machine.h"
+
 namespace tqrecorder {
 namespace {
-
-#if defined(__x86_64__)
-constexpr Elf64_Half kMachine = EM_X86_64;
-#elif defined(__aarch64__)
-constexpr Elf64_Half kMachine = EM_AARCH64;
-#elif defined(__riscv)
-constexpr Elf64_Half kMachine = EM_RISCV;
-#else
-constexpr Elf64_Half kMachine = EM_NONE;
-#endif
 
 constexpr std::uint64_t kMostTable = 1U << 20U;
 
@@ -77,39 +70,51 @@ std::vector<std::string> searchPathOf(const std::string& text, const std::string
     return folders;
 }
 
+/// The dynamic table as it stands in the file.
+class FileDynamic {
+  public:
+    FileDynamic(Parts& parts, const std::vector<Elf64_Phdr>& segments)
+        : parts_(parts), segments_(segments) {
+        for (const Elf64_Phdr& segment : segments) {
+            if (segment.p_type == PT_DYNAMIC) {
+                entries_ = parts.records<Elf64_Dyn>(segment.p_offset, segment.p_filesz);
+            }
+        }
+    }
+    [[nodiscard]] std::optional<Elf64_Dyn> dynamicEntry(std::size_t index) const {
+        return index < entries_.size() ? std::optional(entries_[index]) : std::nullopt;
+    }
+    /// Good until the next call.
+    [[nodiscard]] std::string_view texts(std::uintptr_t address, std::uintptr_t size) const {
+        texts_.clear();
+        // The table is named by its address; the segment that is loaded there knows its place.
+        for (const Elf64_Phdr& segment : segments_) {
+            if (segment.p_type == PT_LOAD && address >= segment.p_vaddr &&
+                address - segment.p_vaddr < segment.p_filesz) {
+                texts_ = parts_.bytes(segment.p_offset + (address - segment.p_vaddr), size);
+            }
+        }
+        return {texts_.data(), texts_.size()};
+    }
+
+  private:
+    Parts& parts_;
+    const std::vector<Elf64_Phdr>& segments_;
+    std::vector<Elf64_Dyn> entries_;
+    mutable std::vector<char> texts_;
+};
+
 void readDynamicSection(Parts& parts, const std::vector<Elf64_Phdr>& segments,
                         const std::string& path, ElfFile& elf) {
-    const auto section = std::find_if(segments.begin(), segments.end(),
-                                      [](const Elf64_Phdr& s) { return s.p_type == PT_DYNAMIC; });
-    if (section == segments.end()) {
-        return;
-    }
-    std::uint64_t strings = 0;
-    std::uint64_t size = 0;
-    const auto entries = parts.records<Elf64_Dyn>(section->p_offset, section->p_filesz);
-    for (const Elf64_Dyn& entry : entries) {
-        strings = entry.d_tag == DT_STRTAB ? entry.d_un.d_ptr : strings;
-        size = entry.d_tag == DT_STRSZ ? entry.d_un.d_val : size;
-    }
-    // The table is named by its address; the segment that is loaded there knows its place.
-    std::vector<char> table;
-    for (const Elf64_Phdr& segment : segments) {
-        if (segment.p_type == PT_LOAD && strings >= segment.p_vaddr &&
-            strings - segment.p_vaddr < segment.p_filesz) {
-            table = parts.bytes(segment.p_offset + (strings - segment.p_vaddr), size);
-        }
-    }
+    const FileDynamic dynamic(parts, segments);
+    tqcommon::forEachDynamicName(dynamic, DT_NEEDED,
+                                 [&elf](std::string_view name) { elf.needed.emplace_back(name); });
     const std::string origin = std::filesystem::path(path).parent_path().string();
-    for (const Elf64_Dyn& entry : entries) {
-        if (entry.d_tag == DT_NULL) {
-            break;
-        }
-        if (entry.d_tag == DT_NEEDED) {
-            elf.needed.push_back(textAt(table, entry.d_un.d_val));
-        } else if (entry.d_tag == DT_RPATH || entry.d_tag == DT_RUNPATH) {
-            const auto more = searchPathOf(textAt(table, entry.d_un.d_val), origin);
+    for (const Elf64_Sxword tag : {DT_RPATH, DT_RUNPATH}) {
+        tqcommon::forEachDynamicName(dynamic, tag, [&](std::string_view text) {
+            const auto more = searchPathOf(std::string(text), origin);
             elf.searchPath.insert(elf.searchPath.end(), more.begin(), more.end());
-        }
+        });
     }
 }
 
@@ -127,8 +132,7 @@ std::optional<ElfFile> readElfFile(const std::string& path) {
         return elf;
     }
     const Elf64_Ehdr& head = heads.front();
-    elf.isOurMachine = head.e_ident[EI_CLASS] == ELFCLASS64 &&
-                       head.e_ident[EI_DATA] == ELFDATA2LSB && head.e_machine == kMachine;
+    elf.isOurMachine = tqcommon::isForThisMachine(head);
     if (!elf.isOurMachine || head.e_phentsize != sizeof(Elf64_Phdr)) {
         return elf;
     }
