@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <span>
 
+#include "hook/elf/LoaderMemory.h"
+
 namespace tqhook {
 
 namespace {
@@ -35,18 +37,22 @@ struct Copy {
 
 int copyImage(dl_phdr_info* info, std::size_t /*size*/, void* context) {
     Copy& copy = *static_cast<Copy*>(context);
-    const char* name = info->dlpi_name != nullptr ? info->dlpi_name : "";
-    const std::span<const ElfW(Phdr)> headers(info->dlpi_phdr, info->dlpi_phnum);
-    const std::span<const char> nameText(name, std::strlen(name) + 1);
+    const std::size_t headerCount = info->dlpi_phnum;
+    const std::size_t nameLength = loaderTextLength(info->dlpi_name);
     copy.counts = {info->dlpi_adds, info->dlpi_subs};
     ++copy.imagesWanted;
-    copy.headersWanted += headers.size();
-    copy.namesWanted += nameText.size();
+    copy.headersWanted += headerCount;
+    copy.namesWanted += nameLength + 1;
     if (copy.fits()) {
         copy.images.push_back(
-            {info->dlpi_addr, copy.headers.size(), headers.size(), copy.names.size()});
-        copy.headers.insert(copy.headers.end(), headers.begin(), headers.end());
-        copy.names.insert(copy.names.end(), nameText.begin(), nameText.end());
+            {info->dlpi_addr, copy.headers.size(), headerCount, copy.names.size()});
+        const std::size_t firstHeader = copy.headers.size();
+        copy.headers.resize(firstHeader + headerCount);
+        copyFromLoader(copy.headers.data() + firstHeader, info->dlpi_phdr, headerCount);
+        // The byte behind the name stays 0.
+        const std::size_t nameOffset = copy.names.size();
+        copy.names.resize(nameOffset + nameLength + 1);
+        copyFromLoader(copy.names.data() + nameOffset, info->dlpi_name, nameLength);
     }
     return 0;
 }

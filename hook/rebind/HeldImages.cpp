@@ -1,14 +1,14 @@
 #include "hook/rebind/HeldImages.h"
 
+#include "hook/elf/LoaderMemory.h"
+
 namespace tqhook {
 
 namespace {
 
-// The loader's own lock orders these reads after its writes; the thread sanitizer cannot see it.
-__attribute__((no_sanitize("thread"))) bool isMapOf(const void* handle, const ImageLayout& image) {
+bool isMapOf(const void* handle, const ImageLayout& image) {
     const auto* map = static_cast<const link_map*>(handle);
-    return reinterpret_cast<std::uintptr_t>(map->l_ld) == image.dynamic.begin &&
-           map->l_addr == image.base;
+    return loaderDynamicOf(map) == image.dynamic.begin && loaderBaseOf(map) == image.base;
 }
 
 }  // namespace

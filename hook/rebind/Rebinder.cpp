@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "hook/elf/LoaderMemory.h"
 #include "hook/rebind/LoaderOrder.h"
 
 namespace tqhook {
@@ -314,7 +315,7 @@ void* Rebinder::translated(const char* name, void* found, const void* caller) co
         return entry->newest();
     }
     const auto* image = static_cast<const link_map*>(map);
-    void* target = entry->newestFor(image->l_name, image->l_addr);
+    void* target = entry->newestFor(loaderNameOf(image), loaderBaseOf(image));
     return target != nullptr ? target : found;
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,18 +14,18 @@
 #include "hook/rebind/LoaderCalls.h"
 #include "hook/rebind/Rebinder.h"
 #include "hook/tq_hook.h"
+#include "support/TemporaryFolder.h"
 
 extern "C" {
 #include "hosts/target.h"
 }
 
 #if defined(__SANITIZE_THREAD__)
-// The loader guards its memory with a lock of its own that the sanitizer cannot see: neither what
-// it allocates and frees itself, nor the names that it shows us under that lock.
+// The loader guards its memory with a lock of its own that the sanitizer cannot see: what it
+// allocates and frees itself looks unordered. What we read of it is not suppressed.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {
     return "called_from_lib:ld-linux-x86-64.so.2\n"
-           "called_from_lib:ld-linux-aarch64.so.1\n"
-           "race:copyImage\n";
+           "called_from_lib:ld-linux-aarch64.so.1\n";
 }
 #endif
 
@@ -99,6 +100,42 @@ TEST(RebindingStress, RequestsFromManyThreadsLoseNoReplacement) {
         thread.join();
     }
     EXPECT_EQ(t_add(1, 2), 1114);
+}
+
+// Names of many lengths: a sanitizer watches memory by words, and a name that fills its last word
+// shows what a shorter one hides.
+TEST(RebindingStress, ImagesAreReadWhileManyThreadsLoad) {
+    constexpr std::size_t kThreads = 9;
+    constexpr int kRounds = 60;
+    rebindAdd();
+    const TemporaryFolder folder;
+    std::atomic<std::size_t> running{kThreads};
+    std::atomic<int> redirected{0};
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i) {
+        const std::string file = folder.file("lib" + std::string(i + 1, 'a') + ".so");
+        std::filesystem::copy_file(hostLibrary("plugin_lazy"), file);
+        threads.emplace_back([&running, &redirected, file] {
+            for (int round = 0; round < kRounds; ++round) {
+                void* handle = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL);
+                const Add call =
+                    handle != nullptr ? reinterpret_cast<Add>(dlsym(handle, "p_call")) : nullptr;
+                redirected += call != nullptr && call(1, 2) == 1003 ? 1 : 0;
+                if (handle != nullptr) {
+                    dlclose(handle);
+                }
+            }
+            --running;
+        });
+    }
+    while (running.load() != 0) {
+        tqhook::Rebinder::shared().scan();
+        tqhook::Rebinder::shared().verify();
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(redirected.load(), static_cast<int>(kThreads) * kRounds);
 }
 
 std::array<int (*)(), 64> savedRace{};
