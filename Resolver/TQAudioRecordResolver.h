@@ -30,7 +30,7 @@ struct TQRebinding {
 typedef struct TQRebinding TQRebinding;
 #endif
 
-/// Redirects `count` symbols in all loaded images and in those loaded later.
+/// [host thread] Redirects `count` symbols in all loaded images and in those loaded later.
 ///
 /// The newest replacement of a symbol runs first and its saved function is the replacement before
 /// it; the oldest one's is the original definition, never a PLT entry. A saved slot is written
@@ -45,8 +45,8 @@ typedef struct TQRebinding TQRebinding;
 /// out), when `rebindings` is null with a count above 0, or when the process has no dynamic
 /// loader to work with. Nothing is ever undone.
 ///
-/// Any thread, also from a library's load-time constructor. Takes the loader's lock and
-/// allocates: not for render threads. Leaves dlerror() without a message.
+/// May be called from a library's load-time constructor. Takes the loader's lock and allocates.
+/// Leaves dlerror() without a message.
 TQ_RESOLVER_EXPORT int tqreplay_rebind_symbols(struct TQRebinding* rebindings, size_t count);
 
 /// What has been redirected in the process so far; every count only grows.
@@ -62,7 +62,7 @@ struct TQRebindReport {
 typedef struct TQRebindReport TQRebindReport;
 #endif
 
-/// Fills `report`; null is ignored. Any thread; takes a lock.
+/// [host thread] Fills `report`; null is ignored. Takes a lock.
 TQ_RESOLVER_EXPORT void tqreplay_rebind_report(struct TQRebindReport* report);
 
 #ifdef __cplusplus

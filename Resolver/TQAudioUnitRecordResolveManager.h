@@ -19,22 +19,24 @@ inline constexpr const char* TQAudioNewRegisteredObject = "TQAudioNewRegisteredO
 /// Knows the units and graphs that are not the game's own sound: those of real-time communication
 /// engines, and those that a library keeps for itself.
 ///
-/// Any thread; the sets have a lock, held for the look-up alone. Handles are identities here: they
-/// are neither used nor checked, and null is ignored (and never known). A registration that is new
-/// is announced on the notification centre, on the registering thread with no lock held; to repeat
-/// one is silent. Registering allocates: not for render threads.
+/// The sets have a lock, held for a look-up or one insertion alone. Handles are identities here:
+/// they are neither used nor checked, and null is ignored (and never known). A registration that is
+/// new is announced on the notification centre, on the registering thread with no lock held; to
+/// repeat one is silent.
 class TQ_RESOLVER_EXPORT TQAudioUnitRecordResolveManager {
   public:
-    /// The one instance, made on first use, never destroyed.
+    /// [any thread] The one instance, made on first use, never destroyed.
     static TQAudioUnitRecordResolveManager& sharedManager();
 
     TQAudioUnitRecordResolveManager(const TQAudioUnitRecordResolveManager&) = delete;
     TQAudioUnitRecordResolveManager& operator=(const TQAudioUnitRecordResolveManager&) = delete;
 
-    /// Whether the unit is registered, as one of either kind.
+    /// [any thread] Whether the unit is registered, as one of either kind.
     [[nodiscard]] bool existAudioUnit(AudioUnit unit) const;
+    /// [any thread]
     [[nodiscard]] bool existAuGraph(AUGraph graph) const;
 
+    // [host thread] all of these: they allocate or free, and announcing runs the observers.
     void registerRTCUsedAudioUnit(AudioUnit unit);
     void unregisterRTCUsedAudioUnit(AudioUnit unit);
     void registerNonGameUsedAuGraph(AUGraph graph);

@@ -13,7 +13,7 @@ struct PendingNodeInfo {
     void* inputProcRefCon;
 };
 
-/// The output node of each graph; of several, the one that was added last. Any thread.
+/// [host thread] The output node of each graph; of several, the one that was added last.
 class PendingNodes {
   public:
     static PendingNodes& shared() {

@@ -6,9 +6,10 @@
 /// graphs. Installed at load when the crash guard allows; never taken out again.
 class RZReplayAudioUnitGraphCapturer {
   public:
-    /// Redirects the host's calls, once per process, and runs the self-test.
+    /// [host thread] Redirects the host's calls, once per process, and runs the self-test.
     static void startHook();
+    /// [any thread]
     [[nodiscard]] static BOOL isHookStarted();
-    /// NO makes every replacement pass straight through and record nothing. Any thread.
+    /// [any thread] NO makes every replacement pass straight through and record nothing.
     static void enableHook(BOOL enable);
 };

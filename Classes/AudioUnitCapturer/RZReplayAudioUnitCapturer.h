@@ -6,9 +6,10 @@
 /// units. Installed at load when the crash guard allows; never taken out again.
 class RZReplayAudioUnitCapturer {
   public:
-    /// Redirects the host's calls, once per process.
+    /// [host thread] Redirects the host's calls, once per process.
     static void startHook();
+    /// [any thread]
     [[nodiscard]] static BOOL isHookStarted();
-    /// NO makes every replacement pass straight through and record nothing. Any thread.
+    /// [any thread] NO makes every replacement pass straight through and record nothing.
     static void enableHook(BOOL enable);
 };

@@ -120,6 +120,7 @@ ElfImage::ElfImage(const ImageLayout& layout) : layout_(layout) {
         return address == 0 ? AddressRange{} : readable(pointerValue(address), size);
     };
     symbols_ = tableAt(values.symbols, kUnlimited);
+    symbolCount_ = (symbols_.end - symbols_.begin) / sizeof(Symbol);
     texts_ = tableAt(values.texts, values.textSize);
     versions_ = tableAt(values.versions, kUnlimited);
     gnuHash_ = tableAt(values.gnuHash, kUnlimited);

@@ -73,10 +73,10 @@ struct Definition {
     bool isIndirect = false;  ///< `address` is a function that answers the real one
 };
 
-/// Reads the dynamic tables of a mapped image. Trusts nothing that they say: each access is
-/// checked against the image's readable segments, each table is cut at its segment's end, and no
-/// walk is longer than its table. Copies nothing; the layout and the memory must outlive it.
-/// Any thread; takes no lock.
+/// [any thread] Reads the dynamic tables of a mapped image. Trusts nothing that they say: each
+/// access is checked against the image's readable segments, each table is cut at its segment's end,
+/// and no walk is longer than its table. Copies nothing; the layout and the memory must outlive it.
+/// Takes no lock.
 class ElfImage {
   public:
     explicit ElfImage(const ImageLayout& layout);
@@ -95,9 +95,18 @@ class ElfImage {
     /// The first character of the name of a symbol that the image asks others for; 0 when it
     /// defines the symbol itself or there is no name.
     [[nodiscard]] char undefinedInitial(std::size_t index) const {
-        const auto symbol = symbolAt(index);
-        return symbol && symbol->st_shndx == SHN_UNDEF
-                   ? elementOf<char>(texts_, symbol->st_name).value_or('\0')
+        // Asked for each relocation of each image: reads no more of the symbol than it must.
+        if (index >= symbolCount_) {
+            return '\0';
+        }
+        const auto* symbol =
+            reinterpret_cast<const unsigned char*>(symbols_.begin) + index * sizeof(Symbol);
+        decltype(Symbol::st_shndx) section = SHN_UNDEF;
+        decltype(Symbol::st_name) name = 0;
+        std::memcpy(&section, symbol + offsetof(Symbol, st_shndx), sizeof section);
+        std::memcpy(&name, symbol + offsetof(Symbol, st_name), sizeof name);
+        return section == SHN_UNDEF && name < texts_.end - texts_.begin
+                   ? reinterpret_cast<const char*>(texts_.begin)[name]
                    : '\0';
     }
     /// Whether the image itself defines the symbol.
@@ -183,6 +192,7 @@ class ElfImage {
     const ImageLayout& layout_;
     AddressRange dynamic_;
     AddressRange symbols_;
+    std::size_t symbolCount_ = 0;
     AddressRange texts_;
     AddressRange versions_;
     AddressRange gnuHash_;

@@ -14,7 +14,7 @@ struct LoaderCounts {
     [[nodiscard]] bool operator==(const LoaderCounts&) const = default;
 };
 
-/// One step of the loader's list: some tens of nanoseconds.
+/// [host thread] One step of the loader's list, under its lock: some tens of nanoseconds.
 [[nodiscard]] LoaderCounts loaderCounts();
 
 struct LoadedImages {
@@ -29,8 +29,8 @@ struct LoadedImages {
     [[nodiscard]] std::size_t startupCount() const;
 };
 
-/// The images of this program's own namespace that have a dynamic table and a file. Any thread;
-/// holds the loader's list lock only while copying, and allocates nothing meanwhile.
+/// [host thread] The images of this program's own namespace that have a dynamic table and a file.
+/// Holds the loader's list lock only while copying, and allocates nothing meanwhile.
 [[nodiscard]] LoadedImages loadedImages();
 
 }  // namespace tqhook

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/single_threaded.h>
+
 #include <algorithm>
 #include <span>
 #include <vector>
@@ -11,7 +13,9 @@ namespace tqhook {
 
 /// Keeps images loaded while their memory is looked at. Start-up images need no holding; the
 /// others get a reference, which also waits until a load under way on another thread is over,
-/// relocation and constructors included. Takes the loader's lock: construct and destroy with no
+/// relocation and constructors included. While the process has one thread there is nobody to unload
+/// them, and none is taken: the loader looks for each by comparing all names that it knows. Takes
+/// the loader's lock: construct and destroy with no
 /// lock of ours held, since a constructor that waits for us may hold the loader's.
 class HeldImages {
   public:
@@ -21,8 +25,9 @@ class HeldImages {
     HeldImages(const LoaderCalls& calls, const LoadedImages& loaded, std::size_t startupCount,
                Wanted&& wanted)
         : calls_(calls), startupCount_(startupCount) {
+        const bool isAlone = __libc_single_threaded != 0;
         for (std::size_t i = 0; i < loaded.images.size(); ++i) {
-            if (i < startupCount || (wanted(i) && hold(loaded.images[i]))) {
+            if (i < startupCount || (wanted(i) && (isAlone || hold(loaded.images[i])))) {
                 images_.push_back(&loaded.images[i]);
             }
         }

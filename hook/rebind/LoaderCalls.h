@@ -27,8 +27,8 @@ struct LoaderSymbol {
 
 [[nodiscard]] const std::array<LoaderSymbol, 4>& loaderSymbols();
 
-/// Null when the process has no dynamic loader to speak of. Any thread, any time; takes none of
-/// the loader's locks that a load-time constructor is called under.
+/// [host thread] Null when the process has no dynamic loader to speak of. At any time; takes none
+/// of the loader's locks that a load-time constructor is called under.
 [[nodiscard]] const LoaderCalls* loaderCalls();
 
 }  // namespace tqhook

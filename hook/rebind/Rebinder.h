@@ -30,17 +30,17 @@ class Rebinder {
     /// The one instance, made on first use, never destroyed.
     static Rebinder& shared();
 
-    /// As tqhook_rebind().
+    /// [host thread] As tqhook_rebind().
     int rebind(std::span<const tqhook_rebinding> rebindings, const tqhook_options& options);
-    /// As tqhook_exempt_images().
+    /// [host thread] As tqhook_exempt_images().
     void exempt(const char* pattern);
-    /// Redirects in images that were loaded since the last look. Nothing new costs one step of
-    /// the loader's list.
+    /// [host thread] Redirects in images that were loaded since the last look. Nothing new costs
+    /// one step of the loader's list.
     void scan();
-    /// What a lookup of `name` by `caller`, an address in some image, that found `found` should
-    /// answer. Real-time safe unless a request for that symbol exempts images.
+    /// [any thread] What a lookup of `name` by `caller`, an address in some image, that found
+    /// `found` should answer. Real-time safe unless a request for that symbol exempts images.
     [[nodiscard]] void* translated(const char* name, void* found, const void* caller) const;
-    /// Real-time safe.
+    /// [any thread] Real-time safe.
     [[nodiscard]] bool isRedirected(const char* name) const;
     [[nodiscard]] tqhook_counts report();
     /// Looks again at call slots that another thread may have been binding when they were changed,

@@ -4,8 +4,6 @@
 #include <atomic>
 #include <bit>
 
-#include "hook/elf/ElfImage.h"
-
 namespace tqhook {
 
 namespace {
@@ -78,12 +76,6 @@ SymbolTable::SymbolTable(std::vector<SymbolEntry> entries,
 
 bool SymbolTable::isExempt(const ImageLayout& image) const {
     return exempt_ != nullptr && exempt_->cover(image.name, image.base);
-}
-
-const SymbolEntry* SymbolTable::findWanted(const ElfImage& image, std::size_t symbol) const {
-    // Most names of a program are mangled and long: this is cheaper than finding their ends.
-    const auto initial = static_cast<unsigned char>(image.undefinedInitial(symbol));
-    return firstCharacters_[initial] ? find(image.symbolName(symbol)) : nullptr;
 }
 
 const SymbolEntry* SymbolTable::find(std::string_view name) const {

@@ -8,12 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "hook/elf/ElfImage.h"
 #include "hook/rebind/Exemptions.h"
 
 namespace tqhook {
-
-class ElfImage;
-struct ImageLayout;
 
 /// Who redirects a symbol, and so which images keep their calls.
 enum class SymbolRole {
@@ -62,10 +60,14 @@ class SymbolTable {
     SymbolTable(std::vector<SymbolEntry> entries, std::unique_ptr<const SymbolTable> previous,
                 std::shared_ptr<const Exemptions> exempt = {});
 
-    /// Real-time safe: no lock, no allocation.
+    /// [any thread] Real-time safe: no lock, no allocation.
     [[nodiscard]] const SymbolEntry* find(std::string_view name) const;
     /// By index in the dynamic symbol table of an image; null when the image itself defines it.
-    [[nodiscard]] const SymbolEntry* findWanted(const ElfImage& image, std::size_t symbol) const;
+    [[nodiscard]] const SymbolEntry* findWanted(const ElfImage& image, std::size_t symbol) const {
+        // Most names of a program are mangled and long: this is cheaper than finding their ends.
+        const auto initial = static_cast<unsigned char>(image.undefinedInitial(symbol));
+        return firstCharacters_[initial] ? find(image.symbolName(symbol)) : nullptr;
+    }
     [[nodiscard]] const std::vector<SymbolEntry>& entries() const { return entries_; }
     /// Whether all requests leave the image alone; its loading of other images is watched.
     [[nodiscard]] bool isExempt(const ImageLayout& image) const;

@@ -4,8 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "RZHookSet.h"
 #include "RZReplayAudioUnitCapturer.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
+#include "TQHookSelfTest.h"
 
 // What an installation of the hooks writes to the system log: for whoever wonders what is loaded.
 
@@ -40,6 +42,23 @@ TEST(SystemLog, EachSetOfHooksIsAnnouncedOnce) {
     RZReplayAudioUnitGraphCapturer::startHook();
     EXPECT_THAT(lines(), testing::ElementsAre("[RZReplay] start AudioUnitCapture",
                                               "[RZReplay] start AUGraphCapture"));
+}
+
+TEST(SystemLog, SetsStartedTogetherAreAnnouncedInOrderAndThenTested) {
+    RZHookSet::start({&RZUnitHooks, &RZGraphHooks});
+    EXPECT_THAT(lines(), testing::ElementsAre("[RZReplay] start AudioUnitCapture",
+                                              "[RZReplay] start AUGraphCapture"));
+    EXPECT_TRUE(RZReplayAudioUnitCapturer::isHookStarted());
+    EXPECT_TRUE(RZReplayAudioUnitGraphCapturer::isHookStarted());
+    EXPECT_TRUE(TQHookSelfTest::isHookSuccess()) << "the graph calls must be redirected by then";
+}
+
+TEST(SystemLog, SetThatIsStartedAlreadyIsLeftOutOfAJointStart) {
+    RZReplayAudioUnitGraphCapturer::startHook();
+    RZHookSet::start({&RZUnitHooks, &RZGraphHooks});
+    EXPECT_THAT(lines(), testing::ElementsAre("[RZReplay] start AUGraphCapture",
+                                              "[RZReplay] start AudioUnitCapture"));
+    EXPECT_TRUE(RZReplayAudioUnitCapturer::isHookStarted());
 }
 
 }  // namespace
