@@ -60,8 +60,8 @@ class TQ_RECORD_EXPORT RZHookAudioTrackStat {
     std::uint16_t post_buffer_size_ = 0;
 };
 
-/// Reads the process-wide statistics of captured tracks. Any thread but render threads; each
-/// call can delay a render cycle by one map operation.
+/// [host thread] Reads the process-wide statistics of captured tracks. Each call can delay a render
+/// cycle by one map operation.
 class TQ_RECORD_EXPORT RZAudioRecordStat {
   public:
     using InfoMap = std::map<std::uint64_t, std::shared_ptr<RZHookAudioTrackInfo>>;

@@ -8,8 +8,8 @@
 #include "TQAudioRecordExport.h"
 
 /// What a PCM block is: the flat copy of its stream format that travels with it, with the track
-/// it belongs to and when it was. Not locked; a record handed to a listener is valid during the
-/// call and belongs to the library.
+/// it belongs to and when it was. [any thread, one at a time]; a record handed to a listener is
+/// valid during the call and belongs to the library.
 class TQ_RECORD_EXPORT RZReplayASBDInfo {
   public:
     /// All zero.

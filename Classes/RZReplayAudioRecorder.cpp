@@ -6,7 +6,7 @@
 #include "RZStreamMixManager.h"
 
 struct RZReplayAudioRecorder::State {
-    /// Kept for who sets it; nothing reads it.
+    /// Stored for setIsRecording(); isRecording() asks the manager instead.
     std::atomic<bool> isRecording{false};
     AtomicProperty<std::weak_ptr<RZReplayAudioRecorderInternalDelegate>> delegate;
     std::shared_ptr<RZStreamMixManager> manager;
@@ -51,7 +51,7 @@ const dispatch_queue_t& RZReplayAudioRecorder::queue() const {
 }
 
 void RZReplayAudioRecorder::startRecord() {
-    // Held by the block: a start that was asked for runs though its recorder goes.
+    // The block owns the recorder too, so a start runs even when everyone else lets go of it first.
     dispatch_async(queue(), [self = shared_from_this()] { self->manager()->startCapture(); });
 }
 

@@ -10,7 +10,8 @@ class RZStreamMixManager;
 
 /// The link between the mix manager, whose callback it is, and the collect manager, its weak
 /// delegate: forwards every call on the calling thread, with no lock held and no copy. Starting and
-/// stopping run on a serial queue of its own, in the order asked for.
+/// stopping run on a serial queue of its own, in the order asked for. What is forwarded and the
+/// plain queries are [any thread], the rest [host thread].
 class TQ_RECORD_EXPORT RZReplayAudioRecorder
     : public RZReplayAudioRecorderInternalListener<RZReplayAudioRecorder>,
       public std::enable_shared_from_this<RZReplayAudioRecorder> {
@@ -31,7 +32,7 @@ class TQ_RECORD_EXPORT RZReplayAudioRecorder
     RZReplayAudioRecorder(const RZReplayAudioRecorder&) = delete;
     RZReplayAudioRecorder& operator=(const RZReplayAudioRecorder&) = delete;
 
-    /// Return at once; failures arrive as events. Any thread but render threads: they allocate.
+    /// [host thread] Return at once; failures arrive as events.
     void startRecord();
     void stopRecord();
 

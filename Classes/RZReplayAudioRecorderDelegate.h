@@ -30,15 +30,16 @@ class TQ_RECORD_EXPORT RZReplayAudioRecorderDelegate {
     virtual ~RZReplayAudioRecorderDelegate();
     [[nodiscard]] virtual BOOL respondsTo(Method method) const = 0;
 
-    /// One block, on a real-time audio thread: no allocation, file or lock in here. `pcm` and
-    /// `info` are valid during the call only. Pre blocks are the mix (44100 Hz, 16-bit, stereo,
-    /// interleaved); post blocks are in the format that `info` states, 16-bit where the host
-    /// renders float.
+    /// [render thread] One block. Must be real-time safe: no allocation, file or lock in here.
+    /// `pcm` and `info` are valid during the call only. Pre blocks are the mix (44100 Hz, 16-bit,
+    /// stereo, interleaved); post blocks are in the format that `info` states, 16-bit where the
+    /// host renders float.
     virtual void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info);
-    /// Something happened (code 0) or failed (100 to 112), on the thread where it did.
+    /// [any thread] Something happened (code 0) or failed (100 to 112), on the thread where it did.
     virtual void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
                                     const std::string& message);
-    /// Which blocks to deliver, asked on every render cycle; without it pre blocks only.
+    /// [render thread] Which blocks to deliver, asked on every render cycle; without it pre blocks
+    /// only.
     [[nodiscard]] virtual std::uint64_t getPCMDataType();
 };
 
@@ -68,8 +69,8 @@ class RZReplayAudioRecorderListener : public Parent {
     }
 };
 
-/// The road inside the library by which blocks and events travel from the mix manager to the
-/// collect manager. Same rules as above.
+/// Receives blocks and events inside the library, on their way from the mix manager to the collect
+/// manager. The threads are those of the public listener above.
 class TQ_RECORD_EXPORT RZReplayAudioRecorderInternalDelegate {
   public:
     enum class Method {

@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kRingElements = 8192;
 constexpr std::size_t kRingElementSize = 1;
 constexpr std::size_t kRingMaximumElements = 409600;
-/// Only until the first processing pass tells the real rate.
+/// In force until the first block is processed, which sets the stream's own rate.
 constexpr int kInitialSampleRate = 16000;
 }  // namespace
 

@@ -15,8 +15,8 @@
 /// Storage of one buffer of one intercepted unit: the PCM as the host rendered it (pre), the same
 /// PCM after ducking and compression (post), scratch memory for conversion and the gain stage.
 ///
-/// Threads: one writer (the host's render thread), one reader (the private graph's); parameters
-/// and levels from control threads. Sizes are in bytes.
+/// Threads: one writer (the host's render thread), one reader (the private graph's render thread).
+/// Parameters and levels are [any thread]. Sizes are in bytes.
 class RZReplayAudioUnitBuffer {
   public:
     RZReplayAudioUnitBuffer();
@@ -33,19 +33,21 @@ class RZReplayAudioUnitBuffer {
     /// mDataByteSize is the capacity; the memory belongs to this object.
     [[nodiscard]] AudioBuffer copyBuffer() const { return copyBuffer_; }
 
-    /// [writer] Queues `size` bytes of buffer.mData whole: `size`, or 0 when refused. The first
-    /// write of a side makes its ring.
+    /// [render thread] Writer only. Real-time safe once the ring is large enough. Queues `size`
+    /// bytes of buffer.mData whole: `size`, or 0 when refused. The first write of a side makes its
+    /// ring.
     std::size_t writeAudioBuffer(const AudioBuffer& buffer, UInt32 size, BOOL isProcessed);
-    /// [reader] [real-time safe] Takes exactly `size` bytes into buffer.mData, or answers 0 and
-    /// takes nothing.
+    /// [render thread] Reader only. Takes the ring's mutex. Takes exactly `size` bytes into
+    /// buffer.mData, or returns 0 and takes nothing.
     std::size_t readAudioBuffer(const AudioBuffer& buffer, UInt32 size, BOOL isProcessed);
-    /// [any thread] [takes the ring's mutex] Bytes that can be read: one consistent look, also
+    /// [any thread] Takes the ring's mutex. Bytes that can be read: one consistent look, also
     /// while the ring grows.
     [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
-    /// [reader] [real-time safe] Drops what the post side holds.
+    /// [render thread] Reader only. Takes the ring's mutex. Drops what the post side holds.
     void cleanPostRingBuffer();
-    /// [reader] Scratch memory of at least `size` bytes; it grows with the largest request, zeroed
-    /// when it does, and never shrinks. mData is null when no memory is left.
+    /// [render thread] Reader only. Scratch memory of at least `size` bytes; it grows with the
+    /// largest request, zeroed when it does, and never shrinks. mData is null when no memory is
+    /// left.
     AudioBuffer getCopyBufferBySize(UInt32 size);
 
     void updateFS(int sampleRate);
@@ -54,12 +56,14 @@ class RZReplayAudioUnitBuffer {
     void setCompressorParam(const RZReplayVolumeCompressorParam* param);
     void setDuckingVolume(float volume, BOOL isDB);
     void setCompressorVolume(float volume, BOOL isDB);
-    /// [writer] [real-time safe] Gain in place over mDataByteSize bytes. `format`: 0 16-bit, 1
-    /// 32-bit integer, 2 32-bit float.
+    /// [render thread] Writer only. Real-time safe. Gain in place over mDataByteSize bytes.
+    /// `format`: 0 16-bit, 1 32-bit integer, 2 32-bit float.
     void processAudioData(const AudioBuffer& buffer, int channels, int format);
 
   private:
-    /// A ring that its writer makes and its reader may find: null until it is complete.
+    /// A ring that its writer makes at the first write. Invariant: the published pointer is null or
+    /// leads to a complete ring. The writer stores it once with release order, readers load it with
+    /// acquire order.
     class LazyRing {
       public:
         [[nodiscard]] korva_audio_utils::RingBuffer* get() const {

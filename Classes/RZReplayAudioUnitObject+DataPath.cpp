@@ -58,8 +58,8 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
         const AudioBuffer& b = list->mBuffers[i];
         RZReplayAudioUnitBuffer* const buffer = getOrCreateBufferAt(static_cast<int>(i));
-        // The buffer's own channel count decides, not the stream's: a host may render mono
-        // buffers under a stereo description.
+        // The buffer's channel count, not the stream's: a host may render mono buffers under a
+        // stereo description.
         const UInt32 size = (b.mNumberChannels * frames * bitsPerChannel) >> 3;
         if (size > b.mDataByteSize) {
             if (eventFilter_->FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_SIZE_MISMATCH)) {
@@ -142,8 +142,8 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
     if (b.mData == nullptr || buffer.readAudioBuffer(copy, sizes.record, isProcessed) == 0) {
         return NO;
     }
-    // A buffer that claims more channels than the format has must not run over either side; what
-    // the track cannot fill is silent.
+    // A buffer may claim more channels than the format has: limited to what both hold, and what the
+    // track cannot fill is silent.
     const UInt32 room = b.mDataByteSize / static_cast<UInt32>(sizeof(SInt16));
     const UInt32 samples = std::min(
         {b.mNumberChannels * frames, sizes.record / static_cast<UInt32>(sizeof(float)), room});

@@ -59,7 +59,8 @@ void RZReplayAudioUnitObject::stopCapture() {
 
 RZReplayAudioUnitBuffer* RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {
     constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject getOrCreateBufferAt:]");
-    // On every render cycle: the lock itself, without a reference of its own to it.
+    // Runs in every render cycle: locks without copying the shared pointer, which would cost two
+    // more atomic operations.
     const std::scoped_lock guard(*bufferLock_);
     if (index >= 0 && static_cast<std::size_t>(index) < bufferList_.size()) {
         return bufferList_[static_cast<std::size_t>(index)].get();

@@ -15,13 +15,15 @@
 #include "RZReplayAudioUnitBuffer.h"
 #include "RZReplayVolumeCompressorParam.h"
 #include "RZReplayVolumeDuckingParam.h"
+#include "common/RealTime.h"
 
 /// The capture object of one intercepted audio unit: its formats, the host's callback that was
 /// taken over, and one RZReplayAudioUnitBuffer per buffer of its buffer lists.
 ///
-/// Threads: the host's render thread writes and processes, the private graph's render thread
-/// reads, control threads change the rest. bufferLock guards the buffer list and the parameters;
-/// the reader holds it for one buffer at a time, the writer only while it looks a buffer up.
+/// Threads: the writer is the host's render thread (it also processes), the reader the private
+/// graph's render thread. Properties are [any thread], each atomic in itself; what carries no tag
+/// is [host thread]. bufferLock guards the buffer list and the parameters; the reader holds it for
+/// one buffer at a time, the writer only while it looks a buffer up.
 class RZReplayAudioUnitObject {
   public:
     RZReplayAudioUnitObject();
@@ -69,7 +71,7 @@ class RZReplayAudioUnitObject {
     /// Describes the PCM that is read from this object.
     [[nodiscard]] std::shared_ptr<RZReplayASBDInfo> asbdInfo() const { return asbdInfo_.load(); }
     void setAsbdInfo(std::shared_ptr<RZReplayASBDInfo> info) { asbdInfo_.store(std::move(info)); }
-    /// Free for anybody's use; nothing here sets or reads it.
+    /// Free for the caller's use; the library neither sets nor reads it.
     [[nodiscard]] std::string key() const { return key_.load(); }
     void setKey(std::string key) { key_.store(std::move(key)); }
     [[nodiscard]] const std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>>& bufferList() const {
@@ -95,32 +97,38 @@ class RZReplayAudioUnitObject {
     void stopAudioUnit();
     /// Also asks for the stale post PCM to be thrown away. A second start changes nothing.
     void startCapture();
-    /// The rings keep what they hold.
+    /// What the rings hold stays in them.
     void stopCapture();
-    /// The buffer at `index`; beyond the end exactly one is appended and answered, wherever it
-    /// lands: callers walk upward from 0. Never null; lives as long as the object.
+    /// [any thread] Takes bufferLock. The buffer at `index`. An index beyond the end appends one
+    /// buffer and returns that, whatever the index: callers count up from 0. Never null; lives as
+    /// long as the object.
     RZReplayAudioUnitBuffer* getOrCreateBufferAt(int index);
-    /// Readable bytes of the first buffer's pre or post side.
+    /// [any thread] Takes bufferLock and the ring's mutex. Readable bytes of the first buffer's pre
+    /// or post side.
     [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
+    /// [any thread] Passes an event on to `callback`.
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);
-    /// [reader] Refreshes asbdInfo from the format that is being read.
+    /// [render thread] Reader only. Real-time safe. Refreshes asbdInfo from the format that is
+    /// being read.
     void updateAsbdInfo();
 
-    /// A null record is stored as none and changes no buffer.
+    /// [any thread] Takes bufferLock. A null record is stored as none and changes no buffer.
     void setDuckingParam(const RZReplayVolumeDuckingParam* param);
     void setCompressorParam(const RZReplayVolumeCompressorParam* param);
     void updateDuckingVolume(float volume, BOOL isDB);
     void updateCompressorVolume(float volume, BOOL isDB);
 
-    /// [writer] [real-time safe once warm] Queues one rendered block; what fails is dropped and
-    /// raised as an event. Always YES.
+    /// [render thread] Writer only. Allocates only for a first or larger block. Queues one rendered
+    /// block; what fails is dropped and raised as an event. Always YES.
     BOOL tryWriteBuffersFrom(const AudioBufferList* list, UInt32 frames, BOOL isProcessed);
-    /// [reader] [real-time safe once warm] Fills the list with the next `frames`, each buffer whole
-    /// or silent. YES when at least one buffer got sound.
+    /// [render thread] Reader only. Allocates only for a first or larger block. Fills the list with
+    /// the next `frames`, each buffer whole or silent. YES when at least one buffer got sound.
     BOOL tryReadBuffersTo(AudioBufferList* list, UInt32 frames, BOOL isProcessed);
-    /// [real-time safe] Truncates toward zero, symmetric: -32767 to 32767. NaN gives 0.
-    static void convertF32ToS16(const float* src, SInt16* dst, UInt32 samples) noexcept;
-    /// [writer] [real-time safe once warm] Ducking and compression in place.
+    /// [any thread] Real-time safe. Truncates toward zero, symmetric: -32767 to 32767. NaN gives 0.
+    static void convertF32ToS16(const float* src, SInt16* dst,
+                                UInt32 samples) noexcept TQ_NONBLOCKING;
+    /// [render thread] Writer only. Allocates only for a first or larger block. Ducking and
+    /// compression in place.
     void processBuffer(AudioBufferList* list, UInt32 frames);
 
   private:
@@ -134,7 +142,8 @@ class RZReplayAudioUnitObject {
     [[nodiscard]] ReadSizes readSizes(UInt32 frames) const;
     BOOL readBufferAt(UInt32 index, AudioBufferList& list, UInt32 frames, BOOL isProcessed,
                       BOOL clean, const ReadSizes& sizes);
-    /// Logs a message and raises it as an event; for what passed the event filter. Allocates.
+    /// [any thread] Allocates. Logs a message and raises it as an event; for what passed the event
+    /// filter.
     template <class... Arguments>
     void raise(const class RZLogSite& site, int category, int code, struct RZLogFormat format,
                const Arguments&... arguments);

@@ -19,7 +19,7 @@ struct RZReplayVolumeController::State {
     AtomicProperty<std::shared_ptr<NSRecursiveLock>> opLock{std::make_shared<NSRecursiveLock>()};
 };
 
-/// What tells the two features apart: everything else about them is the same.
+/// What differs between ducking and compression; everything else is written once for both.
 struct RZReplayVolumeController::Feature {
     std::shared_ptr<NSRecursiveLock> globalLock;
     std::atomic<bool>& globalEnable;

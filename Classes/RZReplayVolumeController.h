@@ -10,8 +10,8 @@
 #include "RZReplayVolumeDuckingParam.h"
 #include "TQAudioRecordExport.h"
 
-/// Hears of changes of the process-wide ducking and compressor states, on the thread that made
-/// them. Derive from RZReplayVolumeControllerListener; both methods are optional.
+/// [host thread] Hears of changes of the process-wide ducking and compressor states, on the thread
+/// that made them. Derive from RZReplayVolumeControllerListener; both methods are optional.
 class TQ_RECORD_EXPORT RZReplayVolumeControllerDelegate {
   public:
     enum class Method { onDuckingGlobalStateChanged, onCompressorGlobalStateChanged };
@@ -47,7 +47,7 @@ class RZReplayVolumeControllerListener : public Parent {
 /// are process-wide: only the controller that switched one on may change it or switch it off. A
 /// controller that is destroyed while it owns a state leaves it on for good.
 ///
-/// Any thread but render threads.
+/// Every function is [host thread].
 class TQ_RECORD_EXPORT RZReplayVolumeController {
   public:
     RZReplayVolumeController();

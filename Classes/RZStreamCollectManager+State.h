@@ -10,8 +10,8 @@ struct RZStreamCollectManager::State {
     std::weak_ptr<RZReplayAudioRecorderDelegate> lastStopAudioListener;
     std::shared_ptr<RZReplayAudioRecorder> audioRecorder = RZReplayAudioRecorder::create();
     std::shared_ptr<NSRecursiveLock> lock = std::make_shared<NSRecursiveLock>();
-    /// Changes of the list so far, to notice one in the middle of a pass.
+    /// Counts changes of the list, so that a delivery notices one made by a listener it called.
     std::uint64_t mutations = 0;
-    /// A listener that goes wrong on every block is named once in a while.
+    /// Limits how often a listener that fails on every block is named in the log.
     korva_audio_utils::EventFilter faultFilter;
 };

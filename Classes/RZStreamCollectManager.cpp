@@ -31,7 +31,7 @@ std::string className(const RZStreamCollectManager::Listener& listener) {
 }  // namespace
 
 RZStreamCollectManager& RZStreamCollectManager::sharedManager() {
-    // Owned for good: the recorder's delegate is weak and needs an owner.
+    // Never destroyed. A shared pointer, because the recorder holds its delegate weakly.
     static const auto& instance = *new std::shared_ptr<RZStreamCollectManager>([] {
         std::shared_ptr<RZStreamCollectManager> manager(
             new RZStreamCollectManager, [](RZStreamCollectManager* last) { delete last; });
@@ -138,8 +138,8 @@ BOOL RZStreamCollectManager::stopAudioStreamCollect(const Listener& listener) {
     return YES;
 }
 
-/// One pass over the listeners under the lock. A listener that throws is logged and passed over;
-/// one that changes the list ends the pass, since whoever comes next is no longer certain.
+/// Calls the listeners in order, under the lock. A listener that throws is logged and the next one
+/// is called; one that changes the list ends the delivery, since the positions in it have changed.
 template <class Deliver>
 void RZStreamCollectManager::deliver(Method method, const RZLogSite& site, Deliver&& deliverTo) {
     const std::scoped_lock guard(*state_->lock);
@@ -180,7 +180,7 @@ void RZStreamCollectManager::onAudioReceivePostPCM(AudioBufferList* pcm,
                                                    const RZReplayASBDInfo& info) {
     constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioReceivePostPCM:description:]");
     deliver(Method::onAudioReceivePostPCM, site, [&](RZReplayAudioRecorderDelegate& listener) {
-        // Stricter than for pre blocks: post PCM is for those only that ask for it.
+        // Unlike pre blocks, post blocks go only to listeners that ask for them.
         if (listener.respondsTo(ListenerMethod::onAudioReceivePCM) &&
             listener.respondsTo(ListenerMethod::getPCMDataType) &&
             (listener.getPCMDataType() & RZPCMDataTypePost) != 0) {

@@ -13,7 +13,7 @@ namespace {
 
 // Both files are little-endian, which is what the supported machines store.
 static_assert(std::endian::native == std::endian::little);
-// The word in the count file is written by render threads.
+// Render threads write the word in the count file.
 static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
 
 constexpr const char* kConfigFileName = "korva_audio_hook_config.flag";
@@ -66,7 +66,7 @@ AudioHookConfig* AudioHookConfig::getInstance() {
         const std::lock_guard lock(creation);
         current = instance.load(std::memory_order_relaxed);
         if (current == nullptr) {
-            // Never freed: render threads may still come by while the process exits.
+            // Never freed: render threads may still use it while the process exits.
             current = std::make_unique<AudioHookConfigImpl>().release();
             instance.store(current, std::memory_order_release);
         }
@@ -97,7 +97,7 @@ int AudioHookConfigImpl::init(const char* directory) {
         return 2;
     }
     verdictAtInit_ = readTable().verdict();
-    // From here on enter and exit write to the file; its mapping stays where it is.
+    // From here on enter and exit write to the file. Its mapping is never moved again.
     countWord_.store(static_cast<std::uint32_t*>(countFile_->data()), std::memory_order_release);
     initSuccess_.store(true, std::memory_order_release);
     return 0;
@@ -211,7 +211,7 @@ bool AudioHookConfigImpl::parseConfigList() {
     if (!configFile_ || !countFile_) {
         return false;
     }
-    // One look: another process of the same program may be writing the file.
+    // Copied once and checked as copied: another process of the same program may be writing it.
     std::array<std::byte, kFirstItemOffset + kMaxItems * kItemSize> config{};
     std::memcpy(config.data(), configFile_->data(), config.size());
 
@@ -293,10 +293,8 @@ void AudioHookConfigImpl::exitHookFunc() noexcept {
     changeCount(-1);
 }
 
-// One locked instruction: the file gets the count that the change will lead to, then the change is
-// made, under a version of its own. It fails when another came in between, and is tried again; so
-// whoever stored in the file has made a change behind that, and the last one was alone with it:
-// once all threads are out the file says so.
+// The file first, then the counter: see the class comment. Stored the other way round, a thread
+// could put an old count into the file after the last change, and the file would keep it.
 void AudioHookConfigImpl::changeCount(int step) noexcept {
     constexpr std::uint64_t kVersionStep = std::uint64_t{1} << 32U;
     std::uint32_t* const word = countWord_.load(std::memory_order_acquire);

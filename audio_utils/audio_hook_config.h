@@ -9,6 +9,7 @@
 #include <mutex>
 #include <vector>
 
+#include "common/RealTime.h"
 #include "memory_file.h"
 
 // The crash guard of the interception layer. The host says, hook by hook, whether interception is
@@ -58,20 +59,22 @@ class AudioHookConfig {
     /// [any thread] The one instance; made on first use, never destroyed.
     static AudioHookConfig* getInstance();
 
-    /// Opens and reads both files in the directory. 0 done (also when done before, files
-    /// untouched), 1 a file cannot be opened or mapped, 2 the table claims more than 20 items.
-    /// After a failure it may be called again.
+    /// [host thread] Opens and reads both files in the directory. 0 done (also when done before,
+    /// files untouched), 1 a file cannot be opened or mapped, 2 the table claims more than 20
+    /// items. After a failure it may be called again.
     virtual int init(const char* directory) = 0;
-    /// The budget that the next enableHook or forceDisableHook restores; 2 at first.
+    /// [any thread] Real-time safe. The budget that the next enableHook or forceDisableHook
+    /// restores; 2 at first.
     virtual void setRetryCount(unsigned count) = 0;
-    /// Whether the host wants a hook; takes effect at the next start and restores the budget.
-    /// 0 done, 3 not initialised, 4 the table holds 20 other ids.
+    /// [host thread] Whether the host wants a hook; takes effect at the next start and restores the
+    /// budget. 0 done, 3 not initialised, 4 the table holds 20 other ids.
     virtual int enableHook(unsigned id, bool enable) = 0;
-    /// Whether the host forbids a hook (and with it all); otherwise like enableHook.
+    /// [host thread] Whether the host forbids a hook (and with it all); otherwise like enableHook.
     virtual int forceDisableHook(unsigned id, bool disable) = 0;
-    /// Whether hooks may be installed: initialised, retries left, nothing forbidden, something
-    /// wanted.
+    /// [host thread] Whether hooks may be installed: initialised, retries left, nothing forbidden,
+    /// something wanted.
     virtual bool isHookEnable() = 0;
+    /// [any thread] Real-time safe. Reads 0 and 2 before init succeeded.
     virtual PreLaunchState getPreLaunchState() = 0;
     /// The file as it is now. Unlike the table in memory it keeps the items when the retries are
     /// used up, and shows what other processes of the same program have written.
@@ -87,8 +90,18 @@ class AudioHookConfig {
     virtual ~AudioHookConfig() = default;
 };
 
-/// Threads: any, for every operation. All but the enter counter, the retry budget's default and
-/// the plain queries is guarded by one mutex.
+/// One mutex guards the table and both files. Outside it stand the enter counter, the default of
+/// the retry budget, the state found at launch and the word of the count file.
+///
+/// The enter counter is lock-free:
+/// - Invariant: the word of the count file holds the number of threads inside, once no thread is on
+///   its way in or out; a process that dies inside leaves a number above 0.
+/// - Writers are the threads that enter and leave. Each stores the coming count into the file
+///   (relaxed) and then makes the change with one compare-and-swap (sequentially consistent) under
+///   a new version. When another change came first the swap fails, and the thread stores and swaps
+///   again. So the thread whose swap came last also stored last.
+/// - The reader is the next launch of the program, which maps the same file.
+/// - countWord_ is null until init has read both files; init publishes it with release order.
 class AudioHookConfigImpl : public AudioHookConfig {
   public:
     AudioHookConfigImpl() = default;
@@ -103,14 +116,15 @@ class AudioHookConfigImpl : public AudioHookConfig {
     HookTable table() override;
     HookVerdict verdictAtInit() override;
 
-    /// [real-time safe, lock-free] Marks entry into and exit from an intercepted function.
-    void enterHookFunc() noexcept;
-    void exitHookFunc() noexcept;
+    /// [any thread] Real-time safe. Marks entry into and exit from an intercepted function.
+    void enterHookFunc() noexcept TQ_NONBLOCKING;
+    void exitHookFunc() noexcept TQ_NONBLOCKING;
 
-    /// [mutex held] Reads both files into the table and spends a retry after a crash. False when
-    /// the table claims more than 20 items or there are no files.
+    /// [host thread] The caller holds the mutex. Reads both files into the table and spends a retry
+    /// after a crash. False when the table claims more than 20 items or there are no files.
     bool parseConfigList();
-    /// [mutex held] Writes table and budget and schedules the flush; nothing without a file.
+    /// [host thread] The caller holds the mutex. Writes table and budget and schedules the flush;
+    /// nothing without a file.
     void writeToMMap(bool verbose);
     bool isInitSuccess() const noexcept { return initSuccess_.load(std::memory_order_acquire); }
 
@@ -138,16 +152,16 @@ class AudioHookConfigImpl : public AudioHookConfig {
     HookVerdict verdictAtInit_ = HookVerdict::NoFiles;
     std::atomic<bool> initSuccess_{false};
     std::atomic<bool> countingStopped_{false};
-    /// Threads inside, below a version that each change raises.
+    /// Low half: threads inside. High half: a version that every change raises.
     std::atomic<std::uint64_t> enterCounter_{0};
-    /// Both numbers in one word, so that a reader never sees halves of two states.
+    /// Both numbers in one word, so that a reader never sees parts of two states.
     std::atomic<std::uint64_t> preLaunchState_{std::bit_cast<std::uint64_t>(PreLaunchState{})};
-    /// The mapped word of the count file; null until enter and exit may write to it.
+    /// The mapped word of the count file; null until init has succeeded.
     std::atomic<std::uint32_t*> countWord_{nullptr};
 };
 
-/// [real-time safe once the instance exists] Marks its scope as being inside an intercepted
-/// function.
+/// [any thread] Real-time safe once the instance exists. Marks its scope as being inside an
+/// intercepted function.
 class AudioHookFunctionGuards {
   public:
     AudioHookFunctionGuards();

@@ -13,7 +13,7 @@ KorvaAudioStats* KorvaAudioStats::getInstance() {
         const std::lock_guard lock(mutex_);
         current = instance.load(std::memory_order_relaxed);
         if (current == nullptr) {
-            // Never freed: render threads may still come by while the process exits.
+            // Never freed: render threads may still use it while the process exits.
             current = new KorvaAudioStats;
             instance.store(current, std::memory_order_release);
         }

@@ -10,9 +10,9 @@ namespace korva_audio_utils {
 /// The process-wide register of captured tracks: one descriptive record and one pair of buffer
 /// fill levels per track.
 ///
-/// Every operation takes one mutex for its whole duration and may be called from any thread, the
-/// render thread included: there updateHookAudioTrackStats allocates only for a track that it sees
-/// for the first time, and not for one that was just removed.
+/// [any thread] Every operation takes one mutex for its whole duration. On a render thread
+/// updateHookAudioTrackStats allocates only for a track that it sees for the first time, and not
+/// for one that was just removed.
 class KorvaAudioStats {
   public:
     struct HookAudioTrackInfo {

@@ -18,21 +18,21 @@ class EventFilter {
     EventFilter(const EventFilter&) = delete;
     EventFilter& operator=(const EventFilter&) = delete;
 
-    /// [any thread] The minimum spacing in milliseconds; 0 at first, which suppresses only repeats
-    /// within one millisecond.
+    /// [any thread] Real-time safe. The minimum spacing in milliseconds; 0 at first, which
+    /// suppresses only repeats within one millisecond.
     void SetInterval(long milliseconds) noexcept {
         interval_.store(milliseconds, std::memory_order_relaxed);
     }
     long Interval() const noexcept { return interval_.load(std::memory_order_relaxed); }
 
-    /// [any thread, render threads too] True = let the event through. Takes the spin lock for one
-    /// map operation; allocates only when it meets a pair for the first time.
+    /// [any thread] True: let the event through. Takes the spin lock for one map operation;
+    /// allocates only when it meets a pair for the first time.
     bool FilterEvent(int category, int code);
 
-    /// code | (category << 16). Meant for 16 bits each; larger or negative codes overlap other
-    /// categories.
+    /// [any thread] Real-time safe. code | (category << 16). Meant for 16 bits each; larger or
+    /// negative codes overlap other categories.
     static int GetKey(int category, int code) noexcept;
-    /// Milliseconds of the wall clock since the Unix epoch.
+    /// [any thread] Real-time safe. Milliseconds of the wall clock since the Unix epoch.
     static long GetNow();
 
   private:

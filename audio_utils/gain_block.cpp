@@ -66,17 +66,19 @@ struct Smoother {
     [[gnu::always_inline]] float Next() const {
         return std::fma(coefficient, current - target, target);
     }
-    /// Where it is it stays, bit by bit; usually a little short of the target.
+    /// The next step gives the same bits: the value has come to rest, usually just short of the
+    /// target.
     [[gnu::always_inline]] bool IsSettled() const {
         return std::bit_cast<std::uint32_t>(Next()) == std::bit_cast<std::uint32_t>(current);
     }
 };
 
-/// A gain that moves: each frame waits for the one before, for a subtraction and a fused
-/// multiply-add, and nothing else is on that path.
+/// A changing gain. Each frame's gain needs the one before: a subtraction and a fused multiply-add,
+/// and nothing else is on that chain.
 template <typename Sample>
-[[gnu::always_inline]] inline void Move(Smoother& ducking, Smoother& compressor, const char* source,
-                                        char* target, std::size_t channels, std::size_t frames) {
+[[gnu::always_inline]] inline void ScaleRamp(Smoother& ducking, Smoother& compressor,
+                                             const char* source, char* target, std::size_t channels,
+                                             std::size_t frames) {
     Smoother a = ducking;
     Smoother b = compressor;
     const auto run = [&](const std::size_t width) __attribute__((always_inline)) {
@@ -100,7 +102,7 @@ template <typename Sample>
     compressor = b;
 }
 
-/// A gain that stays: nothing waits for anything. Answers how many samples whole vectors took.
+/// A steady gain, on whole vectors. Returns how many samples they covered.
 struct PortableVectors {
     template <typename Sample>
     [[gnu::always_inline]] static std::size_t Scale(const char* source, char* target,
@@ -127,7 +129,8 @@ struct PortableVectors {
 };
 
 #if defined(__x86_64__)
-/// A function of its own: what it is called from is compiled for any machine before it is inlined.
+/// The same with AVX2. It names its target itself: the function that calls it has none until that
+/// is inlined into a kernel.
 struct Avx2Vectors {
     template <typename Sample>
     [[gnu::target("avx2,fma")]] static std::size_t Scale(const char* source, char* target,
@@ -176,8 +179,8 @@ struct Avx2Vectors {
 #endif
 
 template <class Vectors, typename Sample>
-[[gnu::always_inline]] inline void Stay(const char* source, char* target, std::size_t samples,
-                                        float gain) {
+[[gnu::always_inline]] inline void ScaleSteady(const char* source, char* target,
+                                               std::size_t samples, float gain) {
     std::size_t done = 0;
     if constexpr (!std::is_same_v<Sample, std::int32_t>) {
         done = Vectors::template Scale<Sample>(source, target, samples, gain);
@@ -190,25 +193,26 @@ bool IsUnit(float value) {
     return value >= 0.0F && value <= 1.0F;
 }
 
-/// All is between 0 and 1. Then every gain is as well, and a smoother never crosses its target, so
-/// that which of its coefficients counts changes only with the target.
-bool IsTame(const GainBlock& block, float coefficient) {
-    const bool isDuckingTame =
+/// Whether the fast path gives what the reference path gives. With every value between 0 and 1 all
+/// gains are too, and a smoother never crosses its target, so that the choice between attack and
+/// release changes only with the target.
+bool IsFastPathExact(const GainBlock& block, float coefficient) {
+    const bool isDuckingExact =
         !block.ducking ||
         (IsUnit(coefficient) && IsUnit(block.duckingTarget) && IsUnit(block.duckingCurrent));
-    const bool isCompressorTame =
+    const bool isCompressorExact =
         !block.compressor ||
         (IsUnit(block.compressorAttackCoefficient) && IsUnit(block.compressorReleaseCoefficient) &&
          IsUnit(block.compressorTarget) && IsUnit(block.compressorCurrent) &&
          block.compressorThreshold >= 0.0F);
-    return isDuckingTame && isCompressorTame;
+    return isDuckingExact && isCompressorExact;
 }
 
-/// Stretch by stretch, from one evaluation of the compressor to the next.
+/// The fast path: stretch by stretch, from one evaluation of the compressor to the next.
 template <class Vectors, typename Sample>
-[[gnu::always_inline]] inline void RunTame(GainBlock& block, const char* source, char* target,
-                                           std::size_t channels, std::size_t frames,
-                                           float coefficient) {
+[[gnu::always_inline]] inline void RunFastPath(GainBlock& block, const char* source, char* target,
+                                               std::size_t channels, std::size_t frames,
+                                               float coefficient) {
     GainBlock state = block;
     const std::size_t stride = channels * sizeof(Sample);
     Smoother ducking;
@@ -228,7 +232,8 @@ template <class Vectors, typename Sample>
                           state.CompressorCoefficient()};
         }
         if (ducking.IsSettled() && compressor.IsSettled()) {
-            // As long as evaluations come to the same result, they change nothing.
+            // Evaluations that come to the same target change nothing and need no stretch of their
+            // own.
             if (run < frames) {
                 std::size_t next = run;
                 while (next < frames && state.CompressorTarget(Load<Sample>(
@@ -238,11 +243,11 @@ template <class Vectors, typename Sample>
                 state.untilUpdate = next;
                 run = std::min(frames, next);
             }
-            Stay<Vectors, Sample>(
+            ScaleSteady<Vectors, Sample>(
                 source, target, run * channels,
                 compressor.current < ducking.current ? compressor.current : ducking.current);
         } else {
-            Move<Sample>(ducking, compressor, source, target, channels, run);
+            ScaleRamp<Sample>(ducking, compressor, source, target, channels, run);
         }
         if (state.compressor) {
             state.compressorCurrent = compressor.current;
@@ -257,10 +262,10 @@ template <class Vectors, typename Sample>
     block = state;
 }
 
-/// Frame by frame, whatever the parameters are.
+/// The reference path: frame by frame, for any parameters.
 template <typename Sample>
-void RunWild(GainBlock& block, const char* source, char* target, std::size_t channels,
-             std::size_t frames, float coefficient) {
+void RunReferencePath(GainBlock& block, const char* source, char* target, std::size_t channels,
+                      std::size_t frames, float coefficient) {
     const std::size_t stride = channels * sizeof(Sample);
     for (std::size_t frame = 0; frame < frames; ++frame) {
         const float gain = block.SampleGain(Load<Sample>(source), coefficient);
@@ -273,7 +278,7 @@ void RunWild(GainBlock& block, const char* source, char* target, std::size_t cha
 template <typename Sample>
 void RunPortable(GainBlock& block, const char* source, char* target, std::size_t channels,
                  std::size_t frames, float coefficient) {
-    RunTame<PortableVectors, Sample>(block, source, target, channels, frames, coefficient);
+    RunFastPath<PortableVectors, Sample>(block, source, target, channels, frames, coefficient);
 }
 
 #if defined(__x86_64__)
@@ -281,7 +286,7 @@ template <typename Sample>
 [[gnu::target("avx2,fma")]] void RunFused(GainBlock& block, const char* source, char* target,
                                           std::size_t channels, std::size_t frames,
                                           float coefficient) {
-    RunTame<Avx2Vectors, Sample>(block, source, target, channels, frames, coefficient);
+    RunFastPath<Avx2Vectors, Sample>(block, source, target, channels, frames, coefficient);
 }
 #endif
 
@@ -295,7 +300,7 @@ float GainBlock::DecideDucking(std::int64_t frames) {
         return duckingAttackCoefficient;
     }
     if (holdSamples > static_cast<float>(holdCounter)) {
-        // A hold without end must not wrap the counter around.
+        // Saturates: an endless hold must not overflow the counter.
         holdCounter = static_cast<std::int32_t>(
             std::clamp<std::int64_t>(holdCounter + frames, std::numeric_limits<std::int32_t>::min(),
                                      std::numeric_limits<std::int32_t>::max()));
@@ -313,8 +318,8 @@ void RunGain(GainBlock& block, const Sample* in, Sample* out, std::size_t channe
     }
     const auto* const source = reinterpret_cast<const char*>(in);
     auto* const target = reinterpret_cast<char*>(out);
-    if (!IsTame(block, coefficient)) {
-        RunWild<Sample>(block, source, target, channels, frames, coefficient);
+    if (!IsFastPathExact(block, coefficient)) {
+        RunReferencePath<Sample>(block, source, target, channels, frames, coefficient);
         return;
     }
 #if defined(__x86_64__)

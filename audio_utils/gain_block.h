@@ -7,7 +7,7 @@
 namespace korva_audio_utils {
 
 /// What the volume controller works with while it processes one block: a copy of the parameters and
-/// of the state, in one thread's hands. Levels in dB, gains linear, times in frames.
+/// of the state, used by one thread. Levels in dB, gains linear, times in frames.
 struct GainBlock {
     bool ducking;
     float duckingVolume;
@@ -36,7 +36,7 @@ struct GainBlock {
     std::uint32_t duckingResets;
     std::uint32_t compressorResets;
 
-    /// Decides on ducking for a block of frames; the smoothing coefficient of the block.
+    /// Decides on ducking for a block of frames; returns the block's smoothing coefficient.
     float DecideDucking(std::int64_t frames);
 
     // The functions below are part of each kernel; forced inlining lets each be compiled for its
@@ -82,10 +82,10 @@ struct GainBlock {
     }
 };
 
-/// [real-time safe] Processes the frames of one block with the best kernel for the machine. All
-/// give the same bits: std::fma rounds once everywhere, nothing else is fused, and each shortcut is
-/// taken only where it leads to the same samples and the same state. For std::int16_t,
-/// std::int32_t, float.
+/// [render thread] Real-time safe. Processes the frames of one block with the best kernel for the
+/// machine. All give the same bits: std::fma rounds once everywhere, nothing else is fused, and
+/// each shortcut is taken only where it leads to the same samples and the same state. For
+/// std::int16_t, std::int32_t, float.
 template <typename Sample>
 void RunGain(GainBlock& block, const Sample* in, Sample* out, std::size_t channels,
              std::size_t frames, float coefficient) noexcept;

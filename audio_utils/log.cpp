@@ -12,7 +12,7 @@ namespace korva_audio_utils {
 
 namespace {
 
-std::atomic<LogHandler> g_log_handler_{nullptr};
+std::atomic<LogHandler> logHandler{nullptr};
 
 std::size_t CheckedLength(int length) {
     if (length < 0) {
@@ -24,11 +24,11 @@ std::size_t CheckedLength(int length) {
 }  // namespace
 
 void setLogHandler(LogHandler handler) noexcept {
-    g_log_handler_.store(handler, std::memory_order_release);
+    logHandler.store(handler, std::memory_order_release);
 }
 
 void log(LogPriority priority, const char* tag, const char* format, ...) {
-    const LogHandler handler = g_log_handler_.load(std::memory_order_acquire);
+    const LogHandler handler = logHandler.load(std::memory_order_acquire);
     if (handler == nullptr) {
         return;
     }

@@ -10,7 +10,7 @@ enum class LogPriority : int {
     Error = 3,
 };
 
-/// text is valid only during the call.
+/// [any thread] The logging thread calls it, a render thread too. text is valid during the call.
 using LogHandler = void (*)(LogPriority priority, const char* tag, const char* text);
 
 /// The tag of every line that the utility layer writes.
@@ -19,7 +19,7 @@ inline constexpr const char* kUtilityLogTag = "KorvaAudioUtils";
 /// [any thread] Replaces the one process-wide handler; null switches utility logging off.
 void setLogHandler(LogHandler handler) noexcept;
 
-/// [any thread] [allocates] Formats like printf, at any length, and hands the text to the handler
+/// [any thread] Allocates. Formats like printf, at any length, and hands the text to the handler
 /// on the calling thread. Without a handler nothing is formatted. What the handler throws, and a
 /// failure to allocate (std::bad_alloc) or to format (std::system_error), reach the caller; the
 /// text is freed in every case.

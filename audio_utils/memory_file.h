@@ -17,8 +17,9 @@ enum class SyncFlag : int {
 /// even when the process dies without warning. Its length is always a whole number of pages.
 ///
 /// Every failure is a false result and one line of the utility log. An object whose open failed is
-/// valid, with descriptor -1 and no mapping. No locks: the owner serialises calls. Nothing here is
-/// real-time safe.
+/// valid, with descriptor -1 and no mapping.
+///
+/// [one host thread at a time] for every function. Stores into data() are the caller's to order.
 class MemoryFile {
   public:
     /// Opens (creating it when missing) and maps the file; a length that is not a whole number of

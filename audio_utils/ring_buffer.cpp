@@ -98,7 +98,8 @@ std::size_t RingBuffer::WriteBuffer(const void* data, std::size_t count) {
     CopyIn(at.write, data, count, capacity);
     const std::size_t tail = capacity - at.write;
     const std::size_t next = tail <= count ? count - tail : at.write + count;
-    // Publishes the block. If a clean has begun a new epoch meanwhile, nobody will look at it.
+    // Publishes the block. When a clean has begun a new epoch meanwhile, this index is of the old
+    // one and the whole block is dropped.
     write_.store(next | at.epoch, std::memory_order_release);
     return count;
 }
@@ -227,8 +228,8 @@ bool RingBuffer::ExpandBuffer(std::size_t count) {
 void RingBuffer::CleanBufferOnWrite() {
     const std::lock_guard lock(mutex_);
     const std::size_t read = read_.load(std::memory_order_relaxed);
-    // A ring into which nothing has been written since the last clean is still clean. Not beginning
-    // another epoch there keeps the writer at most one behind, so that one bit tells them apart.
+    // Nothing was written since the last clean: the ring is empty already. Keeping the epoch here
+    // keeps the write index at most one epoch behind, so one bit is enough to tell epochs apart.
     if (IsCurrent(read, write_.load(std::memory_order_acquire))) {
         read_.store((read & kEpochBit) ^ kEpochBit, std::memory_order_release);
     }

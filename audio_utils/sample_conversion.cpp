@@ -16,12 +16,12 @@ constexpr float kScale = 32767.0F;
 
 #if defined(__x86_64__)
 
-// Conversion gives the smallest integer for what is out of its range, packing saturates, and what
-// packing leaves to be done is -32768, which becomes -32767. That is all as long as no product is
-// beyond 2^31 or not a number. Such a one shows as a half word of -32768 before packing (as does a
-// sample that is too loud by exactly one step); the samples around it are then done with care.
+// The vector conversion gives the smallest integer for a value out of range, and packing saturates;
+// that leaves -32768 to become -32767. This is right as long as no product is beyond 2^31 or not a
+// number. Those, and a sample too loud by exactly one step, give a half word of -32768 before
+// packing; then the samples around it are converted again, one by one.
 
-/// Samples until the next look at what was met, as many as vectors of `step` fit.
+/// Samples between two checks for such half words, in whole vectors of `step`.
 std::size_t NextChunk(std::size_t left, std::size_t step) {
     constexpr std::size_t kChunk = 128;
     return std::min(left, kChunk) / step * step;

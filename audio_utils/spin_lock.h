@@ -5,8 +5,12 @@
 
 namespace korva_audio_utils {
 
-/// A busy-wait lock for critical sections of a few instructions on render threads. Not recursive;
-/// it neither backs off nor yields. Usable with std::lock_guard.
+/// [any thread] A busy-wait lock for critical sections of a few instructions that render threads
+/// enter too. Not recursive; it neither backs off nor yields. Usable with std::lock_guard.
+///
+/// Invariant: whoever changed the word from 1 to 0 holds the lock. Taking it is an exchange with
+/// acquire order, giving it back a store with release order, which publishes what was done under
+/// it.
 class SpinLock {
   public:
     SpinLock() = default;

@@ -83,8 +83,9 @@ void VolumeController::init_params() noexcept {
         Put(compressorReleaseCoefficient_, SmootherCoefficient(Get(compressorReleaseTime_), fs));
         Put(compressorThreshold_, LinearFromDB(Get(compressorThresholdDB_)));
         Put(updateInterval_, rate / 1000);
-        // The rate may change on the render thread while a control thread changes a record. The
-        // read-modify-write puts the stores above in front of any later change's own.
+        // A record or the rate may have changed on another thread since `version` was read: then
+        // what was stored is old, and is computed again. A load could be ordered before the stores
+        // above; a read-modify-write is not, so the thread that changes the version next sees them.
         const std::uint32_t latest = inputVersion_.fetch_add(0, std::memory_order_acq_rel);
         if (latest == version) {
             return;
@@ -110,9 +111,8 @@ void VolumeController::SetCompressorVolume(float value, bool isDB) noexcept {
     Put(compressorVolume_, isDB ? value : DBFromLinear(value));
 }
 
-// A reset only counts. State that a block left behind counts for nothing unless the block knew of
-// every reset: whoever finds another count takes the state for fresh. So a reset that falls into a
-// block takes effect behind it, and neither waits for the other.
+// A reset raises a counter and leaves the state alone, which the render thread may be storing: see
+// the class comment.
 
 void VolumeController::ResetDuckingState() noexcept {
     Put(duckingVolume_, kFreshVolume);
@@ -147,13 +147,15 @@ GainBlock VolumeController::BeginBlock() const noexcept {
     const bool tight = Get(compressorVolume_) > Get(compressorSideChainThreshold_);
     block.compressorThreshold = Get(compressorThreshold_) * (tight ? kSideChainFactor : 1.0F);
     block.fullScale = Get(fullScale_);
-    // Further down than the roundings of this and of the division together.
+    // Lower than the threshold by more than this product and the division can err together, so that
+    // a sample below it is under the threshold without dividing.
     block.quietBelow = block.compressorThreshold * block.fullScale * 0.999999F;
     block.compressorTarget = isCompressorFresh ? 1.0F : Get(compressorTarget_);
     block.compressorCurrent = isCompressorFresh ? 1.0F : Get(compressorCurrent_);
     block.sampleCounter = isCompressorFresh ? 0 : Get(sampleCounter_);
 
-    // An evaluation happens at every multiple of the interval, without one only at 0.
+    // An evaluation happens at every multiple of the interval; with an interval of 0, at sample 0
+    // only.
     const auto interval = static_cast<std::uint64_t>(std::abs(std::int64_t{Get(updateInterval_)}));
     constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
     block.updatePeriod = interval == 0 ? kNever : interval;
@@ -175,7 +177,7 @@ void VolumeController::EndBlock(const GainBlock& block) noexcept {
 
 void VolumeController::Process(const char* in, char* out, std::size_t channels,
                                std::size_t dataSize, VolumeControllerFormat format) noexcept {
-    // Unsigned, so that a negative format is as unknown as a large one.
+    // Unsigned: a negative format becomes a large one, and both are unknown.
     const auto kind = static_cast<std::uint32_t>(format);
     if ((Get(duckingEnable_) || Get(compressorEnable_)) && kind < kFullScale.size()) {
         const std::size_t samples = dataSize >> kSampleShift[kind];

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/RealTime.h"
+
 namespace korva_audio_utils {
 
 struct GainBlock;
@@ -19,10 +21,23 @@ enum class VolumeControllerFormat : std::int32_t {
 /// gain while an outside level is above a threshold, held and released afterwards) and a peak
 /// compressor with a side chain.
 ///
-/// Threads: Process (and the calculate_ and adjust_ functions) run on one thread at a time, the
-/// render thread; everything else may be called from any thread meanwhile. Parameters reach the
-/// render thread at its next block; a reset that falls into a block takes effect behind it.
-/// Nothing here locks or allocates: every function is real-time safe.
+/// Threads: Process and the calculate_ and adjust_ functions are [render thread], all others
+/// [any thread]. Nothing here locks or allocates: every function is real-time safe.
+///
+/// Lock-free between control threads and the render thread:
+/// - Parameters are single atomics, stored by control threads in relaxed order and read once a
+///   block. Invariant: a block works with one copy of them; it may meet a record half stored, and
+///   the next block meets the rest.
+/// - Derived coefficients are stored by init_params. Invariant: the last init_params to end has
+/// seen
+///   every input stored before it; inputVersion_ tells it (acq_rel) when it has not, and it
+///   repeats.
+/// - State (targets, current gains, counters) is stored by the render thread only, at a block's
+/// end.
+///   A reset does not touch it: it raises a counter (acq_rel). Invariant: state counts as fresh
+///   unless the block that stored it had seen every reset; the block publishes the state with the
+///   count that it had seen (release), getters read that count first (acquire). So a reset during a
+///   block takes effect after it, and neither thread waits for the other.
 ///
 /// Senseless parameters (a rate of 0, negative or not-a-number times and levels) never trap: what
 /// they give is computed as IEEE arithmetic has it, and a gain that does not come out between 0
@@ -45,26 +60,27 @@ class VolumeController {
         float threshold = -15.0F;           ///< dB of full scale
     };
 
-    /// sampleRate in hertz. Parameters start at the defaults above.
+    /// [host thread] sampleRate in hertz. Parameters start at the defaults above.
     explicit VolumeController(int sampleRate);
     VolumeController(const VolumeController&) = delete;
     VolumeController& operator=(const VolumeController&) = delete;
 
-    /// Stores the record in its field order and nothing else; init_params makes it count.
+    /// [any thread] Stores the record in its field order and nothing else; init_params applies it.
     void SetDuckingParams(const DuckingParams& params) noexcept;
     void SetCompressorParams(const CompressorParams& params) noexcept;
-    /// Derives coefficients, gains and intervals from the records and the sample rate. Calls on
-    /// two threads end with what the latest inputs give.
+    /// [any thread] Derives coefficients, gains and intervals from the records and the sample rate.
+    /// Calls on two threads end with what the latest inputs give.
     void init_params() noexcept;
-    /// Stores another sample rate (hertz) and calls init_params; the same rate changes nothing.
+    /// [any thread] Stores another sample rate (hertz) and calls init_params; the same rate changes
+    /// nothing.
     void UpdateFS(int sampleRate) noexcept;
 
-    /// The outside levels, in dB when isDB, else linear (0 is minus infinity dB).
+    /// [any thread] The outside levels, in dB when isDB, else linear (0 is minus infinity dB).
     void SetDuckingVolume(float value, bool isDB) noexcept;
     void SetCompressorVolume(float value, bool isDB) noexcept;
 
-    /// Back to the state of a fresh controller: ducking volume, hold counter, target and current
-    /// gain; respectively compressor volume, target and current gain, sample counter.
+    /// [any thread] Back to the state of a fresh controller: ducking volume, hold counter, target
+    /// and current gain; for the compressor its volume, target and current gain, sample counter.
     void ResetDuckingState() noexcept;
     void ResetCompressorState() noexcept;
 
@@ -73,26 +89,26 @@ class VolumeController {
     /// behind the last whole frame (all of them when channels is 0) are not written while an
     /// effect runs. Null pointers make a block without frames.
     void Process(const char* in, char* out, std::size_t channels, std::size_t dataSize,
-                 VolumeControllerFormat format) noexcept;
+                 VolumeControllerFormat format) noexcept TQ_NONBLOCKING;
 
     /// [render thread] Processes frames in the typed variant that format names; any other value
     /// does nothing. The full scale is that of the last Process.
     void adjust_volume(const char* in, char* out, std::size_t channels, std::size_t frames,
-                       int format) noexcept;
+                       int format) noexcept TQ_NONBLOCKING;
     /// [render thread] For std::int16_t, std::int32_t and float. The detector hears the first
     /// channel. Integers are converted to float, multiplied and truncated towards zero, saturating
     /// at 32 bits (not-a-number gives 0); of that a 16-bit sample keeps the low 16 bits.
     template <typename Sample>
     void adjust_volume(const Sample* in, Sample* out, std::size_t channels,
-                       std::size_t frames) noexcept;
+                       std::size_t frames) noexcept TQ_NONBLOCKING;
 
     /// [render thread] Decides on ducking for a block of frames, advances the hold, sets the
     /// ducking target and returns the smoothing coefficient of the block.
-    float calculate_ducking_info(int frames) noexcept;
+    float calculate_ducking_info(int frames) noexcept TQ_NONBLOCKING;
     /// [render thread] The gain for one frame whose first sample is given.
-    float calculate_sample_gain(float sample, float coefficient) noexcept;
+    float calculate_sample_gain(float sample, float coefficient) noexcept TQ_NONBLOCKING;
     /// [render thread] Advances the compressor by one frame and returns its gain.
-    float calculate_compressor_gain(float sample) noexcept;
+    float calculate_compressor_gain(float sample) noexcept TQ_NONBLOCKING;
 
     /// [any thread] The fields; levels in dB, gains linear, times in the unit of the name.
     DuckingParams GetDuckingParams() const noexcept;
@@ -122,7 +138,7 @@ class VolumeController {
     }
 
   private:
-    /// Past any hold: no hold is running.
+    /// Longer than any hold: no hold is running.
     static constexpr std::int32_t kNoHold = 1 << 30;
 
     template <typename T>
@@ -135,7 +151,7 @@ class VolumeController {
     }
     GainBlock BeginBlock() const noexcept;
     void EndBlock(const GainBlock& block) noexcept;
-    /// A field of the state, or what a fresh one holds when a reset came after the last block.
+    /// A field of the state, or its fresh value when a reset came after the last block.
     template <typename T>
     T DuckingState(const std::atomic<T>& field, T fresh) const noexcept {
         return obeyedDuckingResets_.load(std::memory_order_acquire) == Get(duckingResets_)
@@ -183,9 +199,9 @@ class VolumeController {
     std::atomic<std::int32_t> updateInterval_{48};
     std::atomic<std::uint64_t> sampleCounter_{0};
 
-    /// Counts changes of what init_params reads, so that it can tell that it worked on old inputs.
+    /// Counts changes of what init_params reads; stored after the change.
     std::atomic<std::uint32_t> inputVersion_{0};
-    /// Counts resets, and how many of them the last block knew of.
+    /// Resets so far, and how many of them the block knew that stored the state last.
     std::atomic<std::uint32_t> duckingResets_{0};
     std::atomic<std::uint32_t> compressorResets_{0};
     std::atomic<std::uint32_t> obeyedDuckingResets_{0};

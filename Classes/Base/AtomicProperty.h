@@ -11,8 +11,13 @@
 #include <type_traits>
 #include <utility>
 
-/// A property that control threads set and render threads read, copied whole under a lock that
-/// is held for one copy only. For values too large for a machine word.
+/// [any thread] A property that control threads set and render threads read, for values too large
+/// for a machine word.
+///
+/// This form is for values that own something. Invariant: value_ changes only under the spin lock,
+/// which a reader holds for one copy (of a shared pointer: one increment) and a writer for one
+/// swap. For shared pointers isNull_ is stored with release order behind the value and loaded with
+/// acquire order before the lock, so that reading an empty property takes no lock.
 template <class T>
 class AtomicProperty {
   public:
@@ -26,7 +31,8 @@ class AtomicProperty {
         const std::scoped_lock guard(lock_);
         return value_;
     }
-    /// The old value ends with the parameter, after the lock: no reader waits for a destructor.
+    /// The old value is destroyed with the parameter, after the lock: no reader waits for a
+    /// destructor.
     void store(T value) {
         const std::scoped_lock guard(lock_);
         using std::swap;
@@ -35,8 +41,8 @@ class AtomicProperty {
             isNull_.store(value_ == nullptr, std::memory_order_release);
         }
     }
-    /// Looks at the value in place, for readers that need no reference of their own. `look` must
-    /// be short and must not come back to this property.
+    /// Calls `look` with the value in place, under the lock, for readers that need no copy. `look`
+    /// must be short and must not use this property.
     template <class Look>
     auto with(Look&& look) const {
         if (isNull()) {
@@ -54,8 +60,7 @@ class AtomicProperty {
     static constexpr bool isSharedPointer(const void* /*type*/) { return false; }
     static constexpr bool kIsPointer = isSharedPointer(static_cast<const T*>(nullptr));
 
-    /// Seen without the lock: what is not there, which most are most of the time, costs a reader
-    /// nothing.
+    /// Read without the lock: most properties are null most of the time.
     [[nodiscard]] bool isNull() const {
         return kIsPointer && isNull_.load(std::memory_order_acquire);
     }
@@ -65,7 +70,14 @@ class AtomicProperty {
     T value_{};
 };
 
-/// Plain values: readers lock and write nothing, they copy again when a store came in between.
+/// [any thread] The form for plain values: a sequence lock, whose readers store nothing.
+///
+/// Invariant: an even version means that the words are one whole value. Writers exclude each other
+/// with the spin lock; a writer makes the version odd, stores the words and makes it even again.
+/// Each word is stored with release order, so no reader sees a new word under the old version, and
+/// loaded with acquire order, so a reader's second look at the version comes after its words. The
+/// last store of the version, with release order, publishes the words. A reader that saw an odd or
+/// a changed version copies again.
 template <class T>
 requires std::is_trivially_copyable_v<T>
 class AtomicProperty<T> {
@@ -76,7 +88,6 @@ class AtomicProperty<T> {
     [[nodiscard]] T load() const {
         for (;;) {
             const std::uint32_t before = version_.load(std::memory_order_acquire);
-            // Acquiring each word keeps the second look at the version behind them.
             std::array<std::uint64_t, kWords> words;
             for (std::size_t i = 0; i < kWords; ++i) {
                 words[i] = words_[i].load(std::memory_order_acquire);
@@ -94,7 +105,6 @@ class AtomicProperty<T> {
         const std::scoped_lock guard(lock_);
         const std::uint32_t version = version_.load(std::memory_order_relaxed);
         version_.store(version + 1, std::memory_order_relaxed);
-        // Releasing each word puts the odd version in front of it.
         for (std::size_t i = 0; i < kWords; ++i) {
             words_[i].store(words[i], std::memory_order_release);
         }

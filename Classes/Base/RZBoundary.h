@@ -4,9 +4,9 @@
 
 #include "RZLogSite.h"
 
-/// Runs the library's own share of a call that the host made. Nothing that it throws (there is
-/// hardly more than lack of memory to throw) reaches the host, whose call goes on without it. NO
-/// when it threw.
+/// [any thread] Runs the library's own share of a call that the host made. What it throws (lack of
+/// memory, in practice) is logged and does not reach the host, whose call goes on. NO when it
+/// threw.
 template <class Body>
 BOOL RZGuarded(const RZLogSite& site, const Body& body) {
     if (NSCallGuarded(body)) {

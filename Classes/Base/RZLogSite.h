@@ -33,7 +33,7 @@ T pass(T value) {
 std::string withoutArguments(const char* format);
 }  // namespace rz_format
 
-/// The text of a message; std::string arguments print with %@. Allocates.
+/// [any thread] Allocates. The text of a message; std::string arguments print with %@.
 template <class... Arguments>
 std::string RZFormat(const char* format, const Arguments&... arguments) {
     if constexpr (sizeof...(arguments) == 0) {
@@ -43,13 +43,14 @@ std::string RZFormat(const char* format, const Arguments&... arguments) {
     }
 }
 
-/// Where a function logs from: its source file as the records spell it, and its own name.
+/// Where a function logs from: its source file as the records spell it, and its own name. Every
+/// function here is [any thread] and formats nothing while nobody listens.
 class RZLogSite {
   public:
     constexpr RZLogSite(const char* file, const char* function)
         : file_(file), function_(function) {}
 
-    /// Formats and logs one line; nothing is formatted while nobody listens.
+    /// Formats and logs one line.
     template <class... Arguments>
     void log(int level, RZLogFormat format, const Arguments&... arguments) const {
         if (isObserved()) {

@@ -10,6 +10,7 @@
 #include "RZStreamMixManager.h"
 #include "TQAudioRecordLog.h"
 #include "TQHookConfigResult.h"
+#include "common/Threads.h"
 #include "tq_events.h"
 
 using korva_audio_utils::AudioHookConfig;
@@ -28,11 +29,11 @@ EventFilter& sharedEventFilter() {
     return *filter;
 }
 
-/// Made while the image loads, so that no render cycle does.
+/// Makes it while the image loads, so that no render cycle allocates it.
 [[maybe_unused]] EventFilter& earlyEventFilter = sharedEventFilter();
 
-/// Brings the utility layer's lines into the sink. The lines passed are constants that tell the
-/// four kinds apart for readers of the log.
+/// Passes the utility layer's messages to the log. The line numbers are constants: they tell
+/// readers of the log the four priorities apart.
 void korvaAudioLogHandler(LogPriority priority, const char* tag, const char* text) {
     struct Place {
         int level;
@@ -90,7 +91,7 @@ void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, cons
         (type & RZPCMDataTypePre) != 0) {
         obj->tryWriteBuffersFrom(ioData, frames, NO);
     }
-    // Whether or not anybody records: this is what the device plays.
+    // Not only while capturing: this changes what the device plays.
     if (obj != nullptr && (manager.isDuckingEnable() || manager.isCompressorEnable())) {
         obj->processBuffer(ioData, frames);
     }
@@ -121,6 +122,7 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
                                                        const AudioTimeStamp* ts, UInt32 bus,
                                                        UInt32 frames, AudioBufferList* ioData) {
     constexpr RZLogSite site(kFile, "RZReplayAudioUnitCapture_InputProcessCallback");
+    const tqcommon::RenderThreadScope renderThread;
     const AudioHookFunctionGuards crashGuard;
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
     auto obj = manager.findAudioUnitObj(refCon);

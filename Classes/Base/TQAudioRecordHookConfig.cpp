@@ -3,6 +3,7 @@
 #include <audio_hook_config.h>
 
 #include "TQHookConfigResult.h"
+#include "common/Threads.h"
 
 using korva_audio_utils::AudioHookConfig;
 
@@ -12,6 +13,7 @@ TQAudioRecordHookConfig& TQAudioRecordHookConfig::shared() {
 }
 
 int TQAudioRecordHookConfig::enableHook(unsigned int hookId, BOOL enable) {
+    tqcommon::assertHostThread();
     return publicHookConfigResult(AudioHookConfig::getInstance()->enableHook(hookId, enable));
 }
 
@@ -20,6 +22,7 @@ BOOL TQAudioRecordHookConfig::isHookEnable() {
 }
 
 int TQAudioRecordHookConfig::forceDisableHook(unsigned int hookId, BOOL disable) {
+    tqcommon::assertHostThread();
     return publicHookConfigResult(
         AudioHookConfig::getInstance()->forceDisableHook(hookId, disable));
 }

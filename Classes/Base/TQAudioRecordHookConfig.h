@@ -22,8 +22,8 @@ class TQ_RECORD_EXPORT TQAudioRecordPreLaunchState {
     std::atomic<int> currentRetryCount_{0};
 };
 
-/// The host's switchboard of the crash guard. What is set here decides whether the next launch
-/// installs its hooks; this run is not changed. Any thread but render threads: it writes files.
+/// The host's switches of the crash guard. They decide whether the next launch installs its hooks;
+/// this run is not changed. Every function is [host thread]: it may write files.
 class TQ_RECORD_EXPORT TQAudioRecordHookConfig {
   public:
     static TQAudioRecordHookConfig& shared();

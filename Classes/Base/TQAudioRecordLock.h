@@ -4,8 +4,9 @@
 
 #include <memory>
 
-/// Scoped hold of a recursive lock. An early unlock() ends the guard for good: a later lock()
-/// and the destructor then do nothing. A null lock makes every operation a no-op.
+/// [any thread, one at a time] Scoped hold of a recursive lock. An early unlock() ends the guard
+/// for good: a later lock() and the destructor then do nothing. A null lock makes every operation a
+/// no-op.
 class TQAudioRecordLock {
   public:
     explicit TQAudioRecordLock(std::shared_ptr<NSRecursiveLock> lock) : lock_(std::move(lock)) {

@@ -68,7 +68,8 @@ int delete_ylog_callback(ylog_entity** head, TQAudioRecordLogCallback callback) 
         }
         *link = node->next;
         if (sink().dispatches > 0) {
-            // A walk may be standing here: it still needs the way on, but makes no more call.
+            // A dispatch under way may stand on this node: it still follows `next`, but calls
+            // nothing.
             node->callback = nullptr;
             sink().retired.push_back(node);
         } else {

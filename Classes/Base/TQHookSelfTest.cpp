@@ -3,8 +3,8 @@
 #include <atomic>
 
 namespace {
-// Per thread: the self-test compares on the thread that runs it, and graphs that the host makes
-// on other threads meanwhile must not read a handle that is just being written.
+// Per thread: the self-test runs on one thread, and a graph that the host makes on another thread
+// meanwhile must not be compared with a handle that is just being stored.
 thread_local AUGraph _s_hookAUGraph = nullptr;
 std::atomic<bool> _s_isHookSuccess{false};
 }  // namespace

@@ -8,12 +8,12 @@
 
 namespace TQHookSelfTest {
 
-/// Creates and disposes of one graph through this library's own calls; if they are redirected,
-/// notifyNewAUGraph() sees that graph.
+/// [host thread] Creates and disposes of one graph through this library's own calls; if they are
+/// redirected, notifyNewAUGraph() sees that graph.
 void testAUGraphHook();
-/// Told of every graph that the process creates, on the creating thread.
+/// [host thread] Told of every graph that the process creates, on the creating thread.
 void notifyNewAUGraph(AUGraph graph) noexcept;
-/// True once the self-test graph was seen; never false again. Any thread, real-time safe.
+/// [any thread] Real-time safe. True once the self-test graph was seen; never false again.
 [[nodiscard]] BOOL isHookSuccess() noexcept;
 
 }  // namespace TQHookSelfTest

@@ -4,6 +4,7 @@
 #include "RZBufferList.h"
 #include "RZStreamMixManager+Report.h"
 #include "TQAudioRecordLock.h"
+#include "common/Threads.h"
 
 namespace {
 
@@ -42,6 +43,7 @@ OSStatus MixOutputRenderCallback(void* refCon, AudioUnitRenderActionFlags* flags
     if (!isSuccessfulPostRender(flags) || ioData == nullptr) {
         return 0;
     }
+    const tqcommon::RenderThreadScope renderThread;
     auto& manager = *static_cast<RZStreamMixManager*>(refCon);
     const TQAudioRecordLock guard(manager.auGraphUpdateLock());
     RZGuarded(site, [&] {
@@ -63,6 +65,7 @@ OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
     if (!isSuccessfulPostRender(flags)) {
         return 0;
     }
+    const tqcommon::RenderThreadScope renderThread;
     if (const auto obj = RZStreamMixManager::sharedManager()->findAudioUnitObj(refCon)) {
         RZGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
     }

@@ -6,6 +6,7 @@
 #include "TQAudioRecordLock.h"
 #include "TQAudioUnitRecordResolveManager.h"
 #include "TQHookSelfTest.h"
+#include "common/Threads.h"
 
 // The capture switch, what the system's notices do to it, and the settings of ducking and
 // compression.
@@ -16,6 +17,7 @@ constexpr std::int32_t kHookNotWorking = 103;
 
 BOOL RZStreamMixManager::startCapture() {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager startCapture]");
+    tqcommon::assertHostThread();
     const TQAudioRecordLock guard(operatorLock_);
     site.log(2, "[mix] start capture, isCurrentInterrupting: %d, isCapturing: %d",
              isCurrentInterrupting(), isCapturing());
@@ -63,6 +65,7 @@ BOOL RZStreamMixManager::startCapture() {
 
 BOOL RZStreamMixManager::stopCapture() {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager stopCapture]");
+    tqcommon::assertHostThread();
     const TQAudioRecordLock guard(operatorLock_);
     site.log(2, "[mix]stop capture");
     setIsPendingStartCapturing(NO);
@@ -137,7 +140,7 @@ void RZStreamMixManager::onAudioSessionRouteChanged(const NSNotification& /*noti
 
 void RZStreamMixManager::onAudioInterruption(const NSNotification& notification) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager onAudioInterruption:]");
-    // Without a type it reads 0: the interruption has ended.
+    // A notification without a type reads 0, which is the end of an interruption.
     switch (notification.integerForKey(AVAudioSessionInterruptionTypeKey, 0)) {
         case AVAudioSessionInterruptionTypeBegan:
             setIsCurrentInterrupting(YES);
@@ -147,7 +150,7 @@ void RZStreamMixManager::onAudioInterruption(const NSNotification& notification)
                 const TQAudioRecordLock guard(operatorLock_);
                 if (isCapturing()) {
                     stopCapture();
-                    // After the stop, which clears it.
+                    // Set after the stop, because a stop clears it.
                     setIsPendingStartCapturing(YES);
                 }
             });

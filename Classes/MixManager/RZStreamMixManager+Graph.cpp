@@ -238,7 +238,7 @@ BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateAudioUnitObjectWithStart:]");
     if (!obj) {
-        // No unit has no format; that it cannot be read is logged there.
+        // A null unit has no format either; the failure to read it is logged by this call.
         return updateAudioUnitObjStreamFormat(obj);
     }
     const AudioUnit unit = obj->inUnit();
@@ -265,7 +265,7 @@ BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
             break;
         }
         default:
-            // Whatever it is, it is not ours to record: an enabled microphone keeps it out.
+            // An unknown kind counts as one with its microphone on, which is never recorded.
             obj->setInput_enableIO(YES);
             break;
     }
@@ -323,7 +323,7 @@ BOOL RZStreamMixManager::updateAUGraph() {
     }
     TQAudioRecordLock guard(auGraphUpdateLock_);
     const OSStatus status = AUGraphUpdate(mGraph(), nullptr);
-    // Before anybody is told: a delivery must not wait for a listener of events.
+    // Released before events are raised: a delivery must not wait for a listener of events.
     guard.unlock();
     switch (status) {
         case 0:

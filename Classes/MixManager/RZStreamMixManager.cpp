@@ -107,7 +107,7 @@ RZStreamMixManager::UnitObject RZStreamMixManager::newAudioUnitObj(AudioUnit uni
     }
     UnitObject obj;
     if (!NSCallGuarded([&] { obj = registerUnit(site, key, unit, number); })) {
-        // Out of memory: the number goes back, the unit plays on without us.
+        // Out of memory: the number is free again and the unit plays without being captured.
         trackId_.fetch_and(~(1 << (number - 1)));
     } else {
         RZUnitFacts::shared().created(unit, number);
@@ -133,10 +133,11 @@ RZStreamMixManager::UnitObject RZStreamMixManager::registerUnit(const RZLogSite&
 }
 
 RZStreamMixManager::UnitObject RZStreamMixManager::findAudioUnitObj(const void* unit) const {
-    // On every render cycle: the lock itself, without a reference of its own to it.
+    // Runs in every render cycle: locks without copying the shared pointer, which would cost two
+    // more atomic operations.
     const std::scoped_lock guard(*mapLock_);
-    // Where a unit was found last is where it is looked for first; most units have a hint of their
-    // own, so that the number of units costs nothing.
+    // The place where the unit was found last is tried first, so that the number of units does not
+    // matter. Two units may share a hint; then the search below corrects it.
     const auto bits = reinterpret_cast<std::uintptr_t>(unit);
     std::size_t& hint = unitHints_[(bits >> 4U ^ bits >> 8U ^ bits >> 12U) % unitHints_.size()];
     if (hint < unitMap_.size() && unitMap_[hint].unit == unit) {
@@ -246,7 +247,7 @@ void RZStreamMixManager::recordTrackStatistics(const UnitObject& obj) {
         obj ? obj->streamDesc() : AudioStreamBasicDescription{};
     korva_audio_utils::KorvaAudioStats::HookAudioTrackInfo info{};
     info.audio_track_id = static_cast<std::uint64_t>(obj ? obj->trackId() : 0);
-    // The flags word on purpose: readers of the record know it as that.
+    // The flags, not the format id: that is what the field of this name means to its readers.
     info.audio_format = desc.mFormatFlags;
     info.buffersize = desc.mBytesPerPacket;
     info.track_type = hookType(obj.get());
@@ -277,7 +278,7 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
         return;
     }
-    // Asked again right before acting: a notification thread may have changed the answer.
+    // Checked again: a notification thread may have changed the answer meanwhile.
     if (!isUnitObjCanStartCapture(obj) || !isCapturing()) {
         return;
     }
@@ -359,8 +360,8 @@ void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
     const TQAudioRecordLock guard(operatorLock_);
     audioUnitStop(obj);
     removeAudioUnitObjByKey(getKey(unit));
-    // The number itself is the mask, not its bit: hosts have come to rely on which numbers come
-    // back, so it stays.
+    // The mask is the number, not the track's bit: number 3 frees numbers 1 and 2 and stays taken.
+    // Which numbers later units get follows from it.
     trackId_.fetch_and(~number);
     korva_audio_utils::KorvaAudioStats::getInstance()->removeHookAudioTrack(
         static_cast<unsigned long>(number));

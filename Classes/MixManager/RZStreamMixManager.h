@@ -23,7 +23,7 @@
 class RZLogSite;
 struct RZLogFormat;
 
-/// The spine of the library: the registry of intercepted units and their track numbers, the
+/// The centre of the library: the registry of intercepted units and their track numbers, the
 /// private graph that mixes them, the capture switch and the reactions to system events.
 ///
 /// What flows in: notices of the interception (a unit was made, started, changed, stopped,
@@ -34,6 +34,9 @@ struct RZLogFormat;
 /// capture; mapLock guards the registry; auGraphUpdateLock keeps graph updates and deliveries
 /// apart. Order: operatorLock, then one of the others. Render threads take mapLock for look-ups and
 /// auGraphUpdateLock for a delivery, never operatorLock.
+///
+/// Properties are [any thread], each atomic in itself. Other functions are [host thread] unless
+/// they say otherwise.
 class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStreamMixManager> {
   public:
     using UnitObject = std::shared_ptr<RZReplayAudioUnitObject>;
@@ -102,24 +105,23 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] korva_audio_utils::EventFilter& eventFilter() const { return *eventFilter_; }
     [[nodiscard]] dispatch_queue_t queue() const { return queue_.load(); }
     void setQueue(dispatch_queue_t queue) { queue_.store(std::move(queue)); }
-    /// Host time in microseconds, 0 without a time base. Real-time safe.
+    /// [any thread] Real-time safe. Host time in microseconds, 0 without a time base.
     [[nodiscard]] std::uint64_t microsecondsOfHostTime(std::uint64_t hostTime) const;
 
     // Registry.
 
     /// The unit's capture object, made on first sight; null when no track number is free.
     UnitObject newAudioUnitObj(AudioUnit unit);
-    /// By unit; null for an unknown one. Real-time safe but for mapLock.
+    /// [any thread] Takes mapLock. By unit; null for an unknown one.
     [[nodiscard]] UnitObject findAudioUnitObj(const void* unit) const;
-    /// The first object of that graph; null for an unknown or null one. Real-time safe but for
-    /// mapLock.
+    /// [any thread] Takes mapLock. The first object of that graph; null for an unknown or null one.
     [[nodiscard]] UnitObject findAudioUnitObjByAUGraph(const void* graph) const;
     [[nodiscard]] UnitObject getAudioUnitObjWithKey(const std::string& key) const;
     void removeAudioUnitObjByKey(const std::string& key);
     /// The registry's objects in the order they came; the registry may change meanwhile.
     [[nodiscard]] std::vector<UnitObject> getUnitObjListWithCopy() const;
     [[nodiscard]] std::vector<UnitObject> filterCanStartUnitObjList() const;
-    /// Why not is logged.
+    /// The reason for a NO is logged.
     [[nodiscard]] BOOL isUnitObjCanStartCapture(const UnitObject& obj) const;
     /// "%p" of a handle.
     [[nodiscard]] static std::string getKey(const void* pointer);
@@ -141,6 +143,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     void audioUnitStop(const UnitObject& obj);
     void disposeAudioUnitObj(const UnitObject& obj);
 
+    /// [any thread] Passes an event on to `callback`.
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
                             const std::string& message) override;
 
@@ -167,7 +170,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// 0, or 103 while the interception is not working (nothing is stored then).
     std::int32_t enableDucking(const RZReplayVolumeDuckingParam* param);
     std::int32_t enableCompressor(const RZReplayVolumeCompressorParam* param);
-    /// Real-time safe.
+    /// [any thread] Real-time safe.
     [[nodiscard]] BOOL isDuckingEnable() const;
     [[nodiscard]] BOOL isCompressorEnable() const;
     /// Always 0. Objects that come later do not get the level.
@@ -197,7 +200,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
-    /// Logs a message and raises it as an event.
+    /// [any thread] Allocates. Logs a message and raises it as an event.
     template <class... Arguments>
     void report(const RZLogSite& site, int level, std::uint64_t category, std::uint64_t code,
                 const RZLogFormat& format, const Arguments&... arguments);
@@ -214,9 +217,12 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::shared_ptr<NSRecursiveLock> operatorLock_;
     std::shared_ptr<NSRecursiveLock> auGraphUpdateLock_;
     std::shared_ptr<NSRecursiveLock> mapLock_;
-    /// Found by handle on render threads, by key elsewhere; both name the same entry.
+    /// Guarded by mapLock. Render threads look up by handle, others by key, which is the handle's
+    /// text.
     std::vector<Entry> unitMap_;
-    mutable std::array<std::size_t, 32> unitHints_{};  ///< places in unitMap_; a hint may be wrong
+    /// Guarded by mapLock. Where a unit stood in unitMap_ when it was last found; checked before
+    /// use.
+    mutable std::array<std::size_t, 32> unitHints_{};
     std::atomic<AUGraph> mGraph_{nullptr};
     std::atomic<AudioUnit> mixUnit_{nullptr};
     std::atomic<AudioUnit> outUnit_{nullptr};

@@ -6,6 +6,7 @@
 #include "RZBufferList.h"
 #include "RZStreamMixManager+Report.h"
 #include "TQAudioRecordLock.h"
+#include "common/Threads.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
             backlog.post = obj.getRingBufferSize(YES);
             const auto info = obj.asbdInfo();
             info->setTimeStamp(ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime));
-            // Everything that has piled up, block by block, until a block is not complete.
+            // Every whole block that has piled up; the rest of a block stays for the next cycle.
             while (obj.tryReadBuffersTo(ioData, frames, YES)) {
                 if (const auto receiver = manager.callback(); receiver && manager.isCapturing()) {
                     receiver->onAudioReceivePostPCM(ioData, *info);
@@ -50,6 +51,7 @@ OSStatus UniversalNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* 
                                       const AudioTimeStamp* ts, UInt32 /*bus*/, UInt32 frames,
                                       AudioBufferList* ioData) {
     constexpr RZLogSite site(kMixManagerFile, "UniversalNodeProcessCallback");
+    const tqcommon::RenderThreadScope renderThread;
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
     const TQAudioRecordLock guard(manager.auGraphUpdateLock());
     const auto obj = manager.findAudioUnitObj(refCon);
