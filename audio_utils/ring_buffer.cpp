@@ -9,22 +9,6 @@
 
 namespace korva_audio_utils {
 
-namespace {
-
-void OwnLines(const std::byte* first, std::size_t bytes, std::size_t line) {
-    for (std::size_t at = 0; at < bytes; at += line) {
-#if defined(__x86_64__)
-        // The compilers' own prefetch fetches for reading unless told of newer processors; such a
-        // line has to be asked for again. Where this instruction is unknown it does nothing.
-        asm volatile("prefetchw %0" : : "m"(first[at]));
-#else
-        __builtin_prefetch(first + at, 1);
-#endif
-    }
-}
-
-}  // namespace
-
 void RingBuffer::StorageDelete::operator()(std::byte* bytes) const noexcept {
     ::operator delete[](bytes, std::align_val_t{kStorageAlignment});
 }
@@ -65,9 +49,6 @@ void RingBuffer::CopyIn(std::size_t write, const void* data, std::size_t count,
     const auto* source = static_cast<const std::byte*>(data);
     const std::size_t head = std::min(count, capacity - write);
     const std::size_t headBytes = head * elementSize_;
-    // The lines written to were last touched a whole turn of the ring ago, on the reader's core.
-    // Asking for them at once overlaps what the copy would wait for one by one.
-    OwnLines(At(write), std::min(headBytes, kPrefetchBytes), kCacheLine);
     std::memcpy(At(write), source, headBytes);
     if (head < count) {
         std::memcpy(storage_.get(), source + headBytes, (count - head) * elementSize_);

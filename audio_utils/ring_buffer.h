@@ -23,10 +23,9 @@ namespace korva_audio_utils {
 ///   copied in before it. Readers load it with acquire order.
 /// - The read index is stored under the mutex only, with release order, and gives back the elements
 ///   copied out before it. The writer loads it with acquire order.
-/// - A clean runs on any thread, so it must not store the write index. It stores the read index
-/// with
-///   the other epoch instead: a write index of another epoch counts as 0, and the writer takes the
-///   new epoch over with its next block.
+/// - A clean runs on any thread, so it must not store the write index. It stores the read
+///   index with the other epoch instead: a write index of another epoch counts as 0, and the writer
+///   takes the new epoch over with its next block.
 /// - Storage and capacity change under the mutex, on the writer's thread, so neither side sees a
 ///   change during a copy.
 class RingBuffer {
@@ -105,8 +104,6 @@ class RingBuffer {
     static constexpr std::size_t kCacheLine = 64;
     /// So that copies start aligned.
     static constexpr std::size_t kStorageAlignment = kCacheLine;
-    /// About as many lines as a core can have under way; more gain nothing.
-    static constexpr std::size_t kPrefetchBytes = 32 * kCacheLine;
     struct StorageDelete {
         void operator()(std::byte* bytes) const noexcept;
     };

@@ -29,15 +29,13 @@ enum class VolumeControllerFormat : std::int32_t {
 ///   block. Invariant: a block works with one copy of them; it may meet a record half stored, and
 ///   the next block meets the rest.
 /// - Derived coefficients are stored by init_params. Invariant: the last init_params to end has
-/// seen
-///   every input stored before it; inputVersion_ tells it (acq_rel) when it has not, and it
+///   seen every input stored before it; inputVersion_ (acq_rel) tells it when it has not, and it
 ///   repeats.
-/// - State (targets, current gains, counters) is stored by the render thread only, at a block's
-/// end.
-///   A reset does not touch it: it raises a counter (acq_rel). Invariant: state counts as fresh
-///   unless the block that stored it had seen every reset; the block publishes the state with the
-///   count that it had seen (release), getters read that count first (acquire). So a reset during a
-///   block takes effect after it, and neither thread waits for the other.
+/// - State (targets, current gains, counters) is stored by the render thread only, at the end of a
+///   block. A reset does not touch it, it raises a counter (acq_rel). Invariant: state counts as
+///   fresh unless the block that stored it had seen every reset. The block publishes the state with
+///   the count that it had seen (release); getters read that count first (acquire). So a reset
+///   during a block takes effect after it, and neither thread waits for the other.
 ///
 /// Senseless parameters (a rate of 0, negative or not-a-number times and levels) never trap: what
 /// they give is computed as IEEE arithmetic has it, and a gain that does not come out between 0
