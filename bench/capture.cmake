@@ -1,1 +1,2 @@
-tq_bench(capture SOURCES capture.cpp support/HookedHost.cpp LIBS tq_capture_internal)
+tq_bench(capture SOURCES capture.cpp support/HookedHost.cpp REPETITIONS 10
+         LIBS tq_capture_internal)

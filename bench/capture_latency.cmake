@@ -1,1 +1,2 @@
-tq_bench(capture_latency SOURCES capture_latency.cpp CORES 2 LIBS tq_capture_internal)
+tq_bench(capture_latency SOURCES capture_latency.cpp CORES 2 REPETITIONS 1
+         LIBS tq_capture_internal)

@@ -41,13 +41,18 @@ class Blocks {
         benchmark::DoNotOptimize(memory_.data());
         benchmark::ClobberMemory();
     }
+    void scaleByHand(float gain) {
+        hand::scaleAvx2(memory_.data(), memory_.data() + kSamples * 5 / 2, kSamples, gain);
+        benchmark::DoNotOptimize(memory_.data());
+        benchmark::ClobberMemory();
+    }
 
   private:
     static constexpr std::size_t kSamples = kFrames * kChannels;
     bench::Vector<Sample> memory_ = bench::Vector<Sample>(4 * kSamples);
 };
 
-/// Both gains move all the time: ducking is switched before it arrives, the compressor follows a
+/// Both gains change all the time: ducking is switched before it arrives, the compressor follows a
 /// sine above its threshold.
 template <typename Sample>
 void moving(benchmark::State& state) {
@@ -80,6 +85,18 @@ void steady(benchmark::State& state, bool hasCompressor) {
     }
 }
 
+/// What a gain that has come to rest cannot cost less than: one pass of vectors.
+template <typename Sample>
+void scaling(benchmark::State& state) {
+    Blocks<Sample> blocks;
+    float gain = 0.1F;
+    benchmark::DoNotOptimize(gain);
+    for (auto _ : state) {
+        blocks.scaleByHand(gain);
+    }
+}
+
+/// What a changing gain cannot cost less than: each step waits for the one before.
 void chain(benchmark::State& state) {
     float current = 1.0F;
     float target = 0.1F;
@@ -110,10 +127,13 @@ void addAll(const std::string& kind) {
     bench::add(kArea, "moving, " + shape, "limit", chain);
     bench::add(kArea, "steady, " + shape, "ours",
                [](benchmark::State& state) { steady<Sample>(state, false); });
-    bench::add(kArea, "steady, " + shape, "limit", chain);
     bench::add(kArea, "steady with a quiet compressor, " + shape, "ours",
                [](benchmark::State& state) { steady<Sample>(state, true); });
-    bench::add(kArea, "steady with a quiet compressor, " + shape, "limit", chain);
+    if (hand::hasAvx2()) {
+        bench::add(kArea, "steady, " + shape, "limit AVX2", scaling<Sample>);
+        bench::add(kArea, "steady with a quiet compressor, " + shape, "limit AVX2",
+                   scaling<Sample>);
+    }
 }
 
 }  // namespace

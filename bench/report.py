@@ -2,35 +2,26 @@
 """Tables, out/bench.json and docs/performance.md from the benchmarks' results.
 
     report.py [--whole] RESULT.json ...     --whole: every program ran, so the page is written too
+    report.py --unsettled RESULT.json ...   prints the filter of a benchmark program for what these
+                                            rounds of it leave without a verdict, nothing when all is
+                                            settled
+
+A result is a round; verdict.py says what is made of the rounds.
 """
 
 import json
 import re
-import statistics
 import subprocess
 import sys
 from pathlib import Path
 
+from verdict import FAILS, HOLDS, KINDS, NOISY, OURS, Figure, compare, filter_of, judge, unsettled
+
 ROOT = Path(__file__).resolve().parent.parent
-OURS = "ours"
 SUFFIXES = re.compile(
     r"(/(real_time|process_time|manual_time|threads:\d+|min_time:[\d.]+|iterations:\d+|repeats:\d+))+$"
 )
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
-
-
-class Figure:
-    """The repetitions of one variant: their median, and what the middle half of them spans."""
-
-    def __init__(self, values):
-        self.values = sorted(values)
-        self.median = statistics.median(self.values)
-        quarter = len(self.values) // 4
-        self.low = self.values[quarter]
-        self.high = self.values[-1 - quarter]
-
-    def spread(self):
-        return (self.high - self.low) / 2 / self.median if self.median else 0.0
 
 
 def read_results(paths):
@@ -52,31 +43,18 @@ def read_results(paths):
             else:
                 is_wall = "/real_time" in full or "/manual_time" in full
                 value = run["real_time" if is_wall else "cpu_time"] * UNITS[run["time_unit"]]
-            samples.setdefault(area, {}).setdefault(name, {}).setdefault(variant, []).append(value)
+            rounds = samples.setdefault(area, {}).setdefault(name, {}).setdefault(
+                variant, {"is_time": "value" not in run, "rounds": {}}
+            )["rounds"]
+            rounds.setdefault(run.get("round", path), []).append(value)
     figures = {
         area: {
-            name: {variant: Figure(values) for variant, values in variants.items()}
+            name: {variant: Figure(**sample) for variant, sample in variants.items()}
             for name, variants in names.items()
         }
         for area, names in samples.items()
     }
     return figures, context
-
-
-def reference_of(goal, variants):
-    """(its name, its Figure) or (None, None) for a goal that is a plain number."""
-    wanted = goal.get("reference")
-    if wanted is None:
-        return None, None
-    if wanted == "best peer":
-        peers = {
-            name: figure
-            for name, figure in variants.items()
-            if name != OURS and not name.startswith("limit")
-        }
-        best = min(peers, key=lambda name: peers[name].median)
-        return best, peers[best]
-    return wanted, variants[wanted]
 
 
 def goal_text(goal):
@@ -91,45 +69,28 @@ def goal_text(goal):
     return f"{sign} {' + '.join(parts)}"
 
 
-def judge(goals, figures):
-    """One row per goal whose measurement is there."""
-    rows = []
-    for goal in goals:
-        subject = goal.get("subject", OURS)
-        variants = figures.get(goal["area"], {}).get(goal["name"])
-        if not variants or subject not in variants:
-            continue
-        if "plus" not in goal and "reference" not in goal:
-            continue  # says the unit only
-        if goal.get("reference") not in (None, "best peer", *variants):
-            continue
-        reference, figure = reference_of(goal, variants)
-        mine = variants[subject]
-        factor = goal.get("factor", 1.0)
-        allowed = (factor * figure.median if figure else 0.0) + goal.get("plus", 0.0)
-        ratio = mine.median / figure.median if figure and figure.median else None
-        spread = (mine.spread() ** 2 + figure.spread() ** 2) ** 0.5 if figure else mine.spread()
-        # Half a percent is below what the figures resolve.
-        if goal.get("at_least"):
-            met = mine.median >= allowed
-        else:
-            met = mine.median <= allowed * 1.005
-        rows.append(
-            {
-                "area": goal["area"],
-                "name": goal["name"],
-                "subject": subject,
-                "ours_ns": round(mine.median, 4),
-                "reference": reference,
-                "reference_ns": round(figure.median, 4) if figure else None,
-                "ratio": round(ratio, 4) if ratio is not None else None,
-                "goal": goal_text(goal),
-                "unit": goal.get("unit", "ns"),
-                "spread": round(spread, 4),
-                "met": met,
-            }
-        )
-    return rows
+def goal_name(goal):
+    subject = goal.get("subject", OURS)
+    return goal["name"] if subject == OURS else f"{goal['name']} ({subject})"
+
+
+def row_of(judged):
+    """A row of out/bench.json."""
+    goal, reference, figure, mine, verdict, ratio, spread = judged
+    return {
+        "area": goal["area"],
+        "name": goal["name"],
+        "subject": goal.get("subject", OURS),
+        "kind": goal["kind"],
+        "ours_ns": round(mine.value, 4),
+        "reference": reference,
+        "reference_ns": round(figure.value, 4) if figure else None,
+        "ratio": round(ratio, 4) if ratio is not None else None,
+        "goal": goal_text(goal),
+        "unit": goal.get("unit", "ns"),
+        "spread": round(spread, 4),
+        "verdict": verdict,
+    }
 
 
 def number(value):
@@ -153,38 +114,61 @@ def table(header, rows):
     return lines
 
 
-def area_tables(area, figures, rows, goals):
+def area_tables(area, figures, judged, goals):
     """What was measured, then how it stands to the goals."""
     units = {goal["name"]: goal.get("unit", "ns") for goal in goals if goal["area"] == area}
     measured = []
     for name, variants in sorted(figures[area].items(), key=in_order):
         mine = variants.get(OURS)
         for variant, figure in sorted(variants.items(), key=in_order):
-            ratio = mine.median / figure.median if mine and figure.median else None
+            ratio = compare(mine, figure)[0] if mine and variant != OURS else None
             measured.append(
                 [
                     name,
                     variant,
-                    f"{number(figure.median)} {units.get(name, 'ns')}",
+                    f"{number(figure.value)} {units.get(name, 'ns')}",
                     f"{100 * figure.spread():.1f} %",
-                    "" if variant == OURS or ratio is None else f"{ratio:.3g}",
+                    "" if ratio is None else f"{ratio:.3g}",
                 ]
             )
-    lines = table(["work", "variant", "median", "spread", "ours / this"], measured)
-    judged = [
+    lines = table(["work", "variant", "figure", "spread", "ours / this"], measured)
+    rows = [
         [
-            row["name"] if row["subject"] == OURS else f"{row['name']} ({row['subject']})",
-            row["goal"],
-            number(row["ours_ns"]) + " " + row["unit"],
-            "" if row["ratio"] is None else f"{row['ratio']:.3g} +- {100 * row['spread']:.1f} %",
-            "met" if row["met"] else "**not met**",
+            goal_name(goal),
+            goal["kind"],
+            goal_text(goal),
+            f"{number(mine.value)} {goal.get('unit', 'ns')}",
+            "" if ratio is None else f"{ratio:.3g}",
+            f"{100 * spread:.1f} %",
+            verdict if verdict == HOLDS else f"**{verdict}**",
         ]
-        for row in rows
-        if row["area"] == area
+        for goal, _, _, mine, verdict, ratio, spread in judged
+        if goal["area"] == area
     ]
-    if judged:
-        lines += [""] + table(["work", "goal", "ours", "ratio", ""], judged)
+    if rows:
+        lines += [""] + table(["work", "kind", "goal", "ours", "ratio", "spread", ""], rows)
     return lines
+
+
+def summary(judged):
+    """How many goals hold, and which do not or cannot be told."""
+    lines = []
+    for verdict in (HOLDS, FAILS, NOISY):
+        these = [entry for entry in judged if entry[4] == verdict]
+        lines.append(f"- **{len(these)} of {len(judged)}**: {verdict}")
+        if verdict == HOLDS:
+            continue
+        for goal, _, _, mine, _, ratio, spread in these:
+            shown = f"{number(mine.value)} {goal.get('unit', 'ns')}" if ratio is None else f"{ratio:.3g} x"
+            lines.append(
+                f"  - {goal['area']}, {goal_name(goal)}: {goal_text(goal)}; measured {shown} "
+                f"+- {100 * spread:.1f} %"
+            )
+    return lines
+
+
+def kinds():
+    return table(["kind", "what is compared"], [[kind, text] for kind, text in KINDS.items()])
 
 
 def machine(context):
@@ -200,7 +184,7 @@ def plot_growth(names):
     """docs/growth.svg: what a track, or a frame, costs when there are more of them."""
     panels = []
     for name, variants in names.items():
-        points = sorted((int(variant.split()[0]), figure.median) for variant, figure in variants.items())
+        points = sorted((int(variant.split()[0]), figure.value) for variant, figure in variants.items())
         unit = next(iter(variants)).split()[1].rstrip("s")
         data = "\n".join(f"{count} {total / count}" for count, total in points)
         panels.append(
@@ -216,40 +200,50 @@ def plot_growth(names):
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
-def write_page(figures, rows, goals, context):
-    """The page is the template with {{machine}}, {{date}} and {{AREA}} filled in."""
+def write_page(figures, judged, goals, context):
+    """The page is the template with {{machine}}, {{date}}, {{summary}}, {{kinds}}, {{AREA}} filled in."""
     template = (ROOT / "bench/performance.md.in").read_text()
+    words = {
+        "machine": machine(context),
+        "date": context.get("date", "")[:10],
+        "summary": "\n".join(summary(judged)),
+        "kinds": "\n".join(kinds()),
+    }
 
     def fill(match):
         key = match.group(1)
-        if key == "machine":
-            return machine(context)
-        if key == "date":
-            return context.get("date", "")[:10]
+        if key in words:
+            return words[key]
         if key not in figures:
             sys.exit(f"performance.md.in wants the area '{key}', which was not measured")
-        return "\n".join(area_tables(key, figures, rows, goals))
+        return "\n".join(area_tables(key, figures, judged, goals))
 
     text = re.sub(r"\{\{([^}]+)\}\}", fill, template)
     (ROOT / "docs/performance.md").write_text(text)
 
 
 def main(arguments):
-    whole = "--whole" in arguments
-    paths = [argument for argument in arguments if argument != "--whole"]
-    figures, context = read_results(paths)
+    options = [argument for argument in arguments if argument.startswith("--")]
+    figures, context = read_results(argument for argument in arguments if argument not in options)
     goals = json.loads((ROOT / "bench/goals.json").read_text())
-    rows = judge(goals, figures)
+    if "--unsettled" in options:
+        works = unsettled(goals, figures)
+        if works:
+            print(filter_of(works))
+        return
+    judged = judge(goals, figures)
     for area in figures:
         print(f"\n{area}\n")
-        print("\n".join(area_tables(area, figures, rows, goals)))
+        print("\n".join(area_tables(area, figures, judged, goals)))
     (ROOT / "out").mkdir(exist_ok=True)
+    rows = [row_of(entry) for entry in judged]
     (ROOT / "out/bench.json").write_text(json.dumps(rows, indent=1) + "\n")
-    if whole:
+    print()
+    print("\n".join(summary(judged)))
+    if "--whole" in options:
         plot_growth(figures["growth"])
-        write_page(figures, rows, goals, context)
-        missed = [row for row in rows if not row["met"]]
-        print(f"\n{len(rows) - len(missed)} of {len(rows)} goals met; docs/performance.md is written.")
+        write_page(figures, judged, goals, context)
+        print("docs/performance.md is written.")
 
 
 main(sys.argv[1:])

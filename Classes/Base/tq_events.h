@@ -65,7 +65,7 @@ struct tq_event_entry {
     const char* text; /**< one clause for a person, without a full stop; never null */
 };
 
-/** [any thread] [real-time safe] Every event that the library raises, by category, then code.
+/** [any thread] Real-time safe. Every event that the library raises, by category, then code.
  * `count`, when it is not null, becomes the number of rows. The table is constant and stays. */
 static inline const struct tq_event_entry* tq_event_table(size_t* count) {
     static const struct tq_event_entry kTable[] = {
@@ -107,7 +107,7 @@ static inline const struct tq_event_entry* tq_event_table(size_t* count) {
     return kTable;
 }
 
-/** [any thread] [real-time safe] The row of that event; null for a pair that no row has. */
+/** [any thread] Real-time safe. The row of that event; null for a pair that no row has. */
 static inline const struct tq_event_entry* tq_event_find(uint64_t category, uint64_t code) {
     size_t count = 0;
     const struct tq_event_entry* const table = tq_event_table(&count);
@@ -119,13 +119,13 @@ static inline const struct tq_event_entry* tq_event_find(uint64_t category, uint
     return NULL;
 }
 
-/** [any thread] [real-time safe] What happened, for a person; never null. The text is constant. */
+/** [any thread] Real-time safe. What happened, for a person; never null. The text is constant. */
 static inline const char* tq_event_text(uint64_t category, uint64_t code) {
     const struct tq_event_entry* const entry = tq_event_find(category, code);
     return entry == NULL ? "an event that this version does not know" : entry->text;
 }
 
-/** [any thread] [real-time safe] A pair that no row has is a failure unless its code is 0. */
+/** [any thread] Real-time safe. A pair that no row has is a failure unless its code is 0. */
 static inline enum tq_event_kind tq_event_kind_of(uint64_t category, uint64_t code) {
     const struct tq_event_entry* const entry = tq_event_find(category, code);
     if (entry != NULL) {
