@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Bench.h"
+#include "HookedHost.h"
 #include "RZReplayAudioRecorder.h"
 #include "RZReplayAudioUnitCapturer.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
@@ -91,38 +92,10 @@ OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const Audio
     return noErr;
 }
 
-void check(OSStatus status, const char* what) {
-    if (status != noErr) {
-        throw std::runtime_error(what);
-    }
-}
-
 /// A host with one output unit of float stereo at 48000 Hz.
 class ImpulseHost {
   public:
-    explicit ImpulseHost(Journey& journey) {
-        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
-                                               kAudioUnitManufacturer_Apple, 0, 0};
-        check(AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_),
-              "new unit");
-        AudioStreamBasicDescription format{};
-        format.mSampleRate = 48000;
-        format.mFormatID = kAudioFormatLinearPCM;
-        format.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
-        format.mBytesPerPacket = format.mBytesPerFrame = 8;
-        format.mFramesPerPacket = 1;
-        format.mChannelsPerFrame = 2;
-        format.mBitsPerChannel = 32;
-        check(AudioUnitSetProperty(unit_, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
-                                   &format, sizeof format),
-              "format");
-        const AURenderCallbackStruct callback{render, &journey};
-        check(AudioUnitSetProperty(unit_, kAudioUnitProperty_SetRenderCallback,
-                                   kAudioUnitScope_Input, 0, &callback, sizeof callback),
-              "callback");
-        check(AudioUnitInitialize(unit_), "initialize");
-        check(AudioOutputUnitStart(unit_), "start");
-    }
+    explicit ImpulseHost(Journey& journey) : unit_(startStereoUnit({render, &journey})) {}
     ~ImpulseHost() {
         AudioOutputUnitStop(unit_);
         AudioUnitUninitialize(unit_);
@@ -132,7 +105,7 @@ class ImpulseHost {
     ImpulseHost& operator=(const ImpulseHost&) = delete;
 
   private:
-    AudioUnit unit_ = nullptr;
+    const AudioUnit unit_;
 };
 
 void waitForRecorder() {

@@ -30,7 +30,9 @@ void check(OSStatus status, const char* what) {
     }
 }
 
-AudioUnit makeUnit(AURenderCallback render) {
+}  // namespace
+
+AudioUnit startStereoUnit(AURenderCallbackStruct callback) {
     const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
                                            kAudioUnitManufacturer_Apple, 0, 0};
     AudioUnit unit = nullptr;
@@ -46,7 +48,6 @@ AudioUnit makeUnit(AURenderCallback render) {
     check(AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
                                &format, sizeof format),
           "format");
-    const AURenderCallbackStruct callback{render, nullptr};
     check(AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
                                &callback, sizeof callback),
           "callback");
@@ -55,13 +56,11 @@ AudioUnit makeUnit(AURenderCallback render) {
     return unit;
 }
 
-}  // namespace
-
 HookedHost::HookedHost(int units, AURenderCallback callback) {
     RZReplayAudioUnitCapturer::startHook();
     RZReplayAudioUnitGraphCapturer::startHook();
     for (int i = 0; i < units; ++i) {
-        units_.push_back(makeUnit(callback));
+        units_.push_back(startStereoUnit({callback, nullptr}));
     }
     last_ = RZStreamMixManager::sharedManager()->findAudioUnitObj(units_.back());
     if (!last_) {

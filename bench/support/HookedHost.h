@@ -9,6 +9,10 @@
 #include "RZReplayAudioRecorderDelegate.h"
 #include "RZReplayAudioUnitObject.h"
 
+/// A new output unit of interleaved float stereo at 48000 Hz, started; the caller disposes of it.
+/// Throws std::runtime_error.
+AudioUnit startStereoUnit(AURenderCallbackStruct callback);
+
 /// A program that plays through output units while the hooks are in place, on the manual device.
 class HookedHost {
   public:
