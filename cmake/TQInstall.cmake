@@ -14,7 +14,7 @@ endforeach()
 install(FILES capi/tq_capture.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 install(FILES Resolver/TQAudioRecordResolver.h Resolver/TQAudioUnitRecordResolveManager.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
-install(FILES hook/tq_hook.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord/hook)
+install(FILES hook/tq_hook.h hook/Hook.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord/hook)
 install(DIRECTORY platform/include/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord/platform)
 

@@ -17,7 +17,7 @@ void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
     if (fresh.empty()) {
         return;
     }
-    // Nothing below allocates: a set that counts as started has been handed to the rebinding.
+    // The list is complete before any of them counts as started: lack of memory leaves none behind.
     for (RZHookSet* const set : fresh) {
         NSLog("%s", set->plan_.announcement);
         set->started_ = true;
