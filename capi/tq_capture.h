@@ -301,7 +301,8 @@ TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_compressor(tq_volume* volume,
                                                           const struct tq_compressor* compressor);
 
 /** [host thread] The outside level that ducking, or the compressor's side chain, compares with its
- * threshold; dB, 0 is full scale. Units that start later learn of it at the next call.
+ * threshold; dB, 0 is full scale. A unit that renders its first
+ * block later learns of it at the next call.
  * TQ_ERROR_HANDLE, TQ_ERROR_VALUE, TQ_ERROR_NOT_ON, TQ_ERROR_INSIDE_CALLBACK. */
 TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_ducking_level(tq_volume* volume, float db);
 TQ_CAPTURE_EXPORT enum tq_result tq_volume_set_compressor_level(tq_volume* volume, float db);
