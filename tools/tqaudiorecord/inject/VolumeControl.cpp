@@ -1,7 +1,5 @@
 #include "inject/VolumeControl.h"
 
-#include <TQAudioRecord/TQAudioRecord.h>
-
 #include <algorithm>
 
 namespace tqrecorder {
@@ -14,52 +12,54 @@ constexpr float kFullScale = 0;
 
 }  // namespace
 
-VolumeControl::VolumeControl() = default;
-VolumeControl::~VolumeControl() = default;
+VolumeControl::~VolumeControl() {
+    end();
+}
 
 bool VolumeControl::begin(const TapSettings& settings) {
     if (!settings.duck && !settings.compress) {
         return true;
     }
-    controller_ = std::make_unique<RZReplayVolumeController>();
+    if (volume_ == nullptr && tq_volume_open(&volume_) != TQ_OK) {
+        return false;
+    }
     duckAlways_ = settings.duckAlways;
     bool done = true;
     if (settings.duck) {
-        RZReplayVolumeDuckingParam param(YES);
-        param.setAttackTime(std::max(settings.attackSeconds, kShortest));
-        param.setReleaseTime(std::max(settings.releaseSeconds, kShortest));
-        param.setTargetGain(settings.duckDecibels);
-        isDucking_ = controller_->enableDucking(&param) == 0;
+        tq_ducking ducking{};
+        ducking.size = sizeof ducking;
+        isDucking_ = tq_ducking_defaults(&ducking) == TQ_OK;
+        ducking.attack_seconds = std::max(settings.attackSeconds, kShortest);
+        ducking.release_seconds = std::max(settings.releaseSeconds, kShortest);
+        ducking.target_gain_db = settings.duckDecibels;
+        isDucking_ = isDucking_ && tq_volume_set_ducking(volume_, &ducking) == TQ_OK;
         done = isDucking_;
     }
     if (settings.compress) {
-        RZReplayVolumeCompressorParam param(YES);
-        param.setAttackTime(std::max(settings.attackSeconds, kShortest));
-        param.setReleaseTime(std::max(settings.releaseSeconds, kShortest));
-        param.setThreshold(settings.compressThresholdDecibels);
-        isCompressing_ = controller_->enableCompressor(&param) == 0;
-        done = done && isCompressing_;
+        tq_compressor compressor{};
+        compressor.size = sizeof compressor;
+        bool isCompressing = tq_compressor_defaults(&compressor) == TQ_OK;
+        compressor.attack_seconds = std::max(settings.attackSeconds, kShortest);
+        compressor.release_seconds = std::max(settings.releaseSeconds, kShortest);
+        compressor.threshold_db = settings.compressThresholdDecibels;
+        isCompressing = isCompressing && tq_volume_set_compressor(volume_, &compressor) == TQ_OK;
+        done = done && isCompressing;
     }
     return done;
 }
 
 void VolumeControl::follow(float decibels) {
     if (isDucking_) {
-        controller_->updateDuckingVolume(duckAlways_ ? kFullScale : decibels, YES);
+        (void)tq_volume_set_ducking_level(volume_, duckAlways_ ? kFullScale : decibels);
     }
 }
 
 void VolumeControl::end() {
-    if (isDucking_) {
-        const RZReplayVolumeDuckingParam off(NO);
-        controller_->enableDucking(&off);
+    if (volume_ != nullptr) {
+        (void)tq_volume_close(volume_);
     }
-    if (isCompressing_) {
-        const RZReplayVolumeCompressorParam off(NO);
-        controller_->enableCompressor(&off);
-    }
+    volume_ = nullptr;
     isDucking_ = false;
-    isCompressing_ = false;
 }
 
 }  // namespace tqrecorder

@@ -1,18 +1,16 @@
 #pragma once
 
-#include <memory>
+#include <TQAudioRecord/tq_capture.h>
 
 #include "ipc/TapSettings.h"
 
-class RZReplayVolumeController;
-
 namespace tqrecorder {
 
-/// Ducking and compression of this process's own output, as the recorder's options ask for. One
-/// thread at a time.
+/// Ducking and compression of this process's own output, as the recorder's options ask for.
+/// [one host thread at a time]
 class VolumeControl {
   public:
-    VolumeControl();
+    VolumeControl() = default;
     ~VolumeControl();
     VolumeControl(const VolumeControl&) = delete;
     VolumeControl& operator=(const VolumeControl&) = delete;
@@ -25,10 +23,9 @@ class VolumeControl {
     void end();
 
   private:
-    std::unique_ptr<RZReplayVolumeController> controller_;
+    tq_volume* volume_ = nullptr;
     bool isDucking_ = false;
     bool duckAlways_ = false;
-    bool isCompressing_ = false;
 };
 
 }  // namespace tqrecorder

@@ -22,7 +22,7 @@ enum class RingId : std::size_t { kSound, kEvents, kLog };
 /// lowest bit whether it is a graph's.
 struct UnitNumber {
     [[nodiscard]] static constexpr std::uint32_t of(std::uint32_t ordinal, bool isGraph) {
-        return ordinal << 1U | (isGraph ? 1U : 0U);
+        return ordinal == 0 ? 0 : ordinal << 1U | (isGraph ? 1U : 0U);
     }
 };
 
@@ -37,7 +37,8 @@ enum class GuardState : std::uint32_t {
     kUnreadable,  ///< no flag files, or broken ones
 };
 
-/// Written by the process's own thread and log callback, read by the recorder.
+/// Written by the process's own thread and by those that make and start units, read by the
+/// recorder.
 struct SharedFacts {
     std::atomic<std::uint32_t> hooksInstalled{0};
     std::atomic<GuardState> guard{GuardState::kUnknown};

@@ -30,7 +30,7 @@ struct TapSettings {
     pid_t recorder = 0;
     std::uint64_t soundBytes = 0;  ///< size of the ring of blocks
     bool wantsLog = false;         ///< log lines are to be sent, not only understood
-    bool armGuard = false;         ///< the guard may be armed where that is decent
+    bool armGuard = false;         ///< the guard may be armed, unless the program decided
 
     // What the user asked for; the defaults are those of the recorder's options.
     bool duck = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ipc/SharedMemory.h"
+#include "ipc/TapSettings.h"
 
 namespace tqrecorder {
 
@@ -10,18 +11,17 @@ struct GuardStatus {
     int retriesLeft = 0;
 };
 
-/// Reads it. Any thread but render threads: opens a file.
+/// [host thread] Asks the library.
 [[nodiscard]] GuardStatus guardStatus();
-/// Wants the hooks, with a full budget of retries, from the next launch on. The library's code. To
-/// be called only in a launch that ends right after: it says that this run's hooks have proved
-/// themselves.
-[[nodiscard]] int armGuard();
-/// Wants no hook any more, under whatever id it was wanted. The library's code.
-[[nodiscard]] int disarmGuard();
 /// Whether a recording may arm it by itself: not over the program's own word, and not when the
 /// program has died in its hooks too often.
 [[nodiscard]] constexpr bool mayArm(GuardState state) {
     return state == GuardState::kNeverEnabled || state == GuardState::kNotWanted;
 }
+/// [host thread] The program's name, under which the platform keeps its caches: its file's, without
+/// folders.
+[[nodiscard]] std::string programName();
+/// [host thread] What a process says of itself when it connects.
+[[nodiscard]] Hello helloWith(const GuardStatus& status, bool usesPlatform);
 
 }  // namespace tqrecorder

@@ -10,12 +10,12 @@ namespace tqrecorder {
 
 /// The recorded process's end of the connection. The host may close any descriptor and make the
 /// number its own, so each use first looks whether it still is ours.
-class Door {
+class RecorderConnection {
   public:
-    Door() = default;
-    ~Door() { close(); }
-    Door(const Door&) = delete;
-    Door& operator=(const Door&) = delete;
+    RecorderConnection() = default;
+    ~RecorderConnection() { close(); }
+    RecorderConnection(const RecorderConnection&) = delete;
+    RecorderConnection& operator=(const RecorderConnection&) = delete;
 
     /// False when there is no recorder of this user at that address. Never waits long.
     [[nodiscard]] bool open(const std::string& socket);

@@ -1,4 +1,4 @@
-#include "inject/Door.h"
+#include "inject/RecorderConnection.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -35,7 +35,7 @@ bool isOfThisUser(int socket) {
 
 }  // namespace
 
-bool Door::open(const std::string& socket) {
+bool RecorderConnection::open(const std::string& socket) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (socket.empty() || socket.size() >= sizeof address.sun_path) {
@@ -74,7 +74,7 @@ bool Door::open(const std::string& socket) {
     return true;
 }
 
-bool Door::send(const Hello& hello, int descriptor) const {
+bool RecorderConnection::send(const Hello& hello, int descriptor) const {
     iovec part{const_cast<Hello*>(&hello), sizeof hello};
     alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control{};
     msghdr message{};
@@ -93,7 +93,7 @@ bool Door::send(const Hello& hello, int descriptor) const {
            static_cast<ssize_t>(sizeof hello);
 }
 
-bool Door::waitForEnd(int milliseconds, pid_t recorder) const {
+bool RecorderConnection::waitForEnd(int milliseconds, pid_t recorder) const {
     if (!isOurs()) {
         pause(milliseconds);
         return kill(recorder, 0) != 0 && errno == ESRCH;
@@ -106,14 +106,14 @@ bool Door::waitForEnd(int milliseconds, pid_t recorder) const {
     return true;
 }
 
-void Door::close() {
+void RecorderConnection::close() {
     if (socket_ >= 0 && isOurs()) {
         ::close(socket_);
     }
     socket_ = -1;
 }
 
-bool Door::isOurs() const {
+bool RecorderConnection::isOurs() const {
     struct stat status {};
     return socket_ >= 0 && fstat(socket_, &status) == 0 && S_ISSOCK(status.st_mode) &&
            status.st_dev == device_ && status.st_ino == node_;

@@ -1,0 +1,164 @@
+#include <TQAudioRecord/tq_events.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <span>
+
+#include "inject/Tap.h"
+
+// What the tap's listeners do with what the library tells them.
+
+namespace tqrecorder {
+namespace {
+
+std::uint64_t hostMicroseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000U +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1000U;
+}
+
+RingWriter::Bytes bytesOf(const char* text) {
+    return std::as_bytes(std::span(text, std::strlen(text)));
+}
+
+/// A unit that has just been made: it has a track and has never been started.
+bool isNew(const tq_unit& unit) {
+    return unit.track != 0 && unit.unit == 0;
+}
+
+tq_listener listenerOf(void* tap) {
+    tq_listener listener{};
+    listener.size = sizeof listener;
+    listener.context = tap;
+    return listener;
+}
+
+}  // namespace
+
+void Tap::watch() {
+    tq_listener listener = listenerOf(this);
+    listener.on_unit = [](void* tap, const tq_unit* unit) {
+        static_cast<Tap*>(tap)->takeUnit(*unit);
+    };
+    if (settings_.wantsLog) {
+        listener.on_log = [](void* tap, const tq_log_line* line) {
+            static_cast<Tap*>(tap)->pushLine(*line);
+        };
+    }
+    (void)tq_capture_listen(&listener, &watching_);
+}
+
+void Tap::collect() {
+    if (!volume_.begin(settings_)) {
+        tq_event refused{};
+        refused.message = "ducking or compression could not be switched on";
+        refused.host_microseconds = hostMicroseconds();
+        pushEvent(refused);
+    }
+    tq_listener mix = listenerOf(this);
+    mix.on_mix = [](void* tap, const tq_block* block) {
+        static_cast<Tap*>(tap)->pushBlock(RecordKind::kMix, *block);
+    };
+    mix.on_event = [](void* tap, const tq_event* event) {
+        static_cast<Tap*>(tap)->pushEvent(*event);
+    };
+    (void)tq_capture_listen(&mix, &mix_);
+    tq_listener tracks = listenerOf(this);
+    tracks.on_track = [](void* tap, const tq_block* block) {
+        static_cast<Tap*>(tap)->pushBlock(RecordKind::kTrack, *block);
+    };
+    (void)tq_capture_listen(&tracks, &tracks_);
+}
+
+void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
+    const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
+    // Before its first unit a process has no sound, and a launcher never has: the mix would be
+    // silence in files that another process's sound belongs into.
+    if (outlet == nullptr || !isUnitSeen_.load(std::memory_order_relaxed)) {
+        return;
+    }
+    constexpr std::size_t kMostBuffers = 32;
+    std::array<RingWriter::Bytes, kMostBuffers> parts;
+    const std::size_t count = std::min<std::size_t>(block.buffer_count, kMostBuffers);
+    for (std::size_t i = 0; i < count; ++i) {
+        parts[i] = {static_cast<const std::byte*>(block.buffers[i].data), block.buffers[i].bytes};
+    }
+    RecordHeader header;
+    header.kind = kind;
+    header.buffers = static_cast<std::uint32_t>(count);
+    header.channels = block.format.channels;
+    header.bitsPerChannel = block.format.bits_per_channel;
+    header.isFloat = block.format.is_float;
+    header.sampleRate = block.format.sample_rate;
+    header.microseconds = block.host_microseconds;
+    if (kind == RecordKind::kMix) {
+        mixBlocks_.fetch_add(1, std::memory_order_relaxed);
+    } else {
+        header.track = block.track;
+        header.unit = UnitNumber::of(block.unit, block.unit_kind == TQ_UNIT_OF_GRAPH);
+    }
+    outlet->sound.push(header, std::span(parts).first(count));
+}
+
+void Tap::pushEvent(const tq_event& event) noexcept {
+    const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
+    if (outlet == nullptr) {
+        return;
+    }
+    RecordHeader header;
+    header.kind = RecordKind::kEvent;
+    header.category = event.category;
+    header.code = event.code;
+    header.microseconds = event.host_microseconds;
+    const std::array<RingWriter::Bytes, 1> parts{bytesOf(event.message)};
+    outlet->events.push(header, parts);
+}
+
+void Tap::pushLine(const tq_log_line& line) noexcept {
+    const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
+    if (outlet == nullptr) {
+        return;
+    }
+    RecordHeader header;
+    header.kind = RecordKind::kLog;
+    header.code = static_cast<std::uint64_t>(line.level);
+    const std::array<RingWriter::Bytes, 2> parts{bytesOf(line.function), bytesOf(line.message)};
+    header.first = static_cast<std::uint32_t>(parts[0].size());
+    outlet->log.push(header, parts);
+}
+
+void Tap::takeUnit(const tq_unit& unit) noexcept {
+    if (isForked_.load(std::memory_order_relaxed)) {
+        if (isNew(unit) && isForked_.exchange(false)) {
+            try {
+                startThread(&Tap::runForked);
+            } catch (...) {
+                // No thread to be had: the child plays on unrecorded.
+            }
+        }
+        return;
+    }
+    const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
+    if (outlet == nullptr) {
+        return;
+    }
+    if (isNew(unit)) {
+        isUnitSeen_.store(true, std::memory_order_relaxed);
+    }
+    publishCounts(*outlet->page);
+}
+
+void Tap::publishCounts(SharedPage& page) const noexcept {
+    tq_unit_counts counts{};
+    counts.size = sizeof counts;
+    (void)tq_capture_get_unit_counts(&counts);
+    page.facts.unitsCreated = counts.created - countsBefore_.created;
+    page.facts.unitsStarted = counts.started - countsBefore_.started;
+    page.facts.unitsWithMicrophone =
+        counts.started_with_microphone - countsBefore_.started_with_microphone;
+}
+
+}  // namespace tqrecorder
