@@ -71,6 +71,27 @@ void RZUnitFacts::started(const void* unit, const void* graph, int track, RZUnit
     });
 }
 
+void RZUnitFacts::mixRefused(const void* unit) {
+    note([&]() -> std::optional<RZUnitFact> {
+        RZUnitFact* const entry = find(unit);
+        if (entry == nullptr) {
+            return std::nullopt;
+        }
+        entry->reason = RZUnitReason::MixRefused;
+        return *entry;
+    });
+}
+
+void RZUnitFacts::mixTook(const void* unit) {
+    note([&]() -> std::optional<RZUnitFact> {
+        RZUnitFact* const entry = find(unit);
+        if (entry != nullptr && entry->reason == RZUnitReason::MixRefused) {
+            entry->reason = RZUnitReason::Captured;
+        }
+        return std::nullopt;
+    });
+}
+
 void RZUnitFacts::stopped(const void* unit) {
     note([&]() -> std::optional<RZUnitFact> {
         RZUnitFact* const entry = find(unit);

@@ -69,11 +69,16 @@ class RZUnitFacts {
     void leftAlone(const void* unit, const void* graph, RZUnitReason reason);
     /// The program has started it. `reason` says what came of that. Track 0 is only counted.
     void started(const void* unit, const void* graph, int track, RZUnitReason reason);
+    /// The private graph has not taken it in, though its object counts as capturing.
+    void mixRefused(const void* unit);
     void stopped(const void* unit);
     /// Its capture object is gone.
     void disposed(const void* unit);
 
     // Notices that only tidy up.
+
+    /// The private graph has taken it in after all.
+    void mixTook(const void* unit);
 
     /// The graph's units are gone.
     void graphClosed(const void* graph);

@@ -139,6 +139,7 @@ BOOL RZStreamMixManager::connectUnitObj(const UnitObject& obj) {
     }
     site.log(4, "audio unit start capture: %p", obj->inUnit());
     obj->startCapture();
+    RZUnitFacts::shared().mixTook(obj->inUnit());
     return YES;
 }
 

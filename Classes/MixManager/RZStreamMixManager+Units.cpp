@@ -40,7 +40,11 @@ std::vector<RZUnitFact> RZStreamMixManager::unitFacts() const {
         }
         if (const auto obj = findAudioUnitObj(fact.unit)) {
             fact.graph = obj->auGraph();
-            fact.reason = whyNotCaptured(obj);
+            // An object counts as capturing from the moment it is to join the mix.
+            const RZUnitReason reason = whyNotCaptured(obj);
+            if (reason != RZUnitReason::Captured || fact.reason != RZUnitReason::MixRefused) {
+                fact.reason = reason;
+            }
         }
     }
     return facts;

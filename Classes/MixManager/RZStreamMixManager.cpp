@@ -285,18 +285,21 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     obj->startCapture();
     const AudioUnit unit = obj->inUnit();
     if (setNodeInputCallback(obj) != 0) {
+        RZUnitFacts::shared().mixRefused(unit);
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                "[mix] resample set input streamFormat fail, key: %p, trackId: %d", unit,
                obj->trackId());
         return;
     }
     if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+        RZUnitFacts::shared().mixRefused(unit);
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                "[mix] resample set mix unit stream format fail, key: %@, trackId: %d", getKey(unit),
                obj->trackId());
         return;
     }
     if (!updateAUGraph()) {
+        RZUnitFacts::shared().mixRefused(unit);
         return;
     }
     report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,

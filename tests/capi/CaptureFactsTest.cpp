@@ -187,7 +187,21 @@ TEST_F(CaptureFacts, AUnitThatTheMixRefusesIsNotCaptured) {
     HostUnit host;
     host.play();
     platform.heal();
-    EXPECT_EQ(units().at(0).track, 1U);
+    EXPECT_THAT(units(), ElementsAre(SeenUnit{"unit-1", 1, TQ_UNIT_MIX_REFUSED}));
+}
+
+TEST_F(CaptureFacts, AUnitThatTheMixTakesAtALaterStartIsCaptured) {
+    ASSERT_TRUE(startCapture());
+    platform.fail(
+        "AudioUnitSetProperty", -1,
+        PlatformCalls::property(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 1));
+    HostUnit host;
+    host.play();
+    platform.heal();
+    ASSERT_THAT(units(), ElementsAre(SeenUnit{"unit-1", 1, TQ_UNIT_MIX_REFUSED}));
+    ASSERT_EQ(tq_capture_restart(), TQ_OK);
+    ASSERT_EQ(tq_capture_settle(), TQ_OK);
+    EXPECT_THAT(units(), ElementsAre(SeenUnit{"unit-1", 1, TQ_UNIT_CAPTURED}));
 }
 
 TEST_F(CaptureFacts, AGraphKeepsItsNumberUntilItIsDisposedOf) {
