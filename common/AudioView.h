@@ -10,7 +10,7 @@
 
 namespace tqcommon {
 
-/// Samples in memory that somebody else owns: so many frames of so many channels, planar or
+/// Samples in memory that something else owns: so many frames of so many channels, planar or
 /// interleaved. Every sample is found from the first one by two strides, so a part of a view is a
 /// view again and costs no table of pointers. Copied freely; valid as long as the memory.
 /// [any thread] [real-time safe]

@@ -7,12 +7,12 @@
 
 namespace tqcommon {
 
-/// A value that control threads replace as a whole while render threads read it. Readers never
-/// wait; a replaced value is freed by a control thread once no reader can have it any more.
+/// A value that host threads replace as a whole while render threads read it. Readers never
+/// wait; a replaced value is freed by a host thread once no reader can have it any more.
 template <class T>
 class Published {
   public:
-    /// [real-time safe] Holds the value of the moment; null when there is none.
+    /// [any thread] [real-time safe] Holds the value of the moment; null when there is none.
     class Reader {
       public:
         explicit Reader(const Published& published) noexcept : published_(published) {
@@ -38,7 +38,7 @@ class Published {
     Published(const Published&) = delete;
     Published& operator=(const Published&) = delete;
 
-    /// [one control thread at a time] Replaces the value; what was there before is freed now or by
+    /// [one host thread at a time] Replaces the value; what was there before is freed now or by
     /// a later call. Throws std::bad_alloc with nothing changed.
     void publish(std::unique_ptr<const T> value) {
         if (owned_) {
@@ -52,7 +52,7 @@ class Published {
         collect();
     }
 
-    /// [one control thread at a time] The value as its owner sees it.
+    /// [one host thread at a time] The value as its owner sees it.
     [[nodiscard]] const T* owned() const noexcept { return owned_.get(); }
 
   private:

@@ -20,21 +20,21 @@ constexpr AudioComponentDescription described(OSType type, OSType subType) {
     return {type, subType, kAudioUnitManufacturer_Apple, kAudioComponentFlag_SandboxSafe, 0};
 }
 
-constexpr UInt32 version = 0x00010000;
+constexpr UInt32 kVersion = 0x00010000;
 
 // VoiceProcessingIO has no voice processing here: it is an output unit like RemoteIO that also
 // knows the properties of voice units.
-const Component components[] = {
-    {described(kAudioUnitType_Output, kAudioUnitSubType_RemoteIO), "TQPlatform: RemoteIO", version,
+const Component kComponents[] = {
+    {described(kAudioUnitType_Output, kAudioUnitSubType_RemoteIO), "TQPlatform: RemoteIO", kVersion,
      make<IOUnit>},
     {described(kAudioUnitType_Output, kAudioUnitSubType_VoiceProcessingIO),
-     "TQPlatform: VoiceProcessingIO", version, make<IOUnit>},
+     "TQPlatform: VoiceProcessingIO", kVersion, make<IOUnit>},
     {described(kAudioUnitType_Output, kAudioUnitSubType_GenericOutput), "TQPlatform: GenericOutput",
-     version, make<GenericOutputUnit>},
+     kVersion, make<GenericOutputUnit>},
     {described(kAudioUnitType_Mixer, kAudioUnitSubType_MultiChannelMixer),
-     "TQPlatform: MultiChannelMixer", version, make<MixerUnit>},
+     "TQPlatform: MultiChannelMixer", kVersion, make<MixerUnit>},
     {described(kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter),
-     "TQPlatform: AUConverter", version, make<ConverterUnit>},
+     "TQPlatform: AUConverter", kVersion, make<ConverterUnit>},
 };
 
 bool matches(const AudioComponentDescription& is, const AudioComponentDescription& wanted) {
@@ -48,7 +48,7 @@ bool matches(const AudioComponentDescription& is, const AudioComponentDescriptio
 }  // namespace
 
 const Component* findComponent(AudioComponent handle) noexcept {
-    for (const Component& component : components) {
+    for (const Component& component : kComponents) {
         if (handleOf(component) == handle) {
             return &component;
         }
@@ -63,8 +63,8 @@ AudioComponent handleOf(const Component& component) noexcept {
 
 const Component* nextComponent(const Component* after,
                                const AudioComponentDescription& wanted) noexcept {
-    for (const Component* component = after == nullptr ? std::begin(components) : after + 1;
-         component != std::end(components); ++component) {
+    for (const Component* component = after == nullptr ? std::begin(kComponents) : after + 1;
+         component != std::end(kComponents); ++component) {
         if (matches(component->description, wanted)) {
             return component;
         }

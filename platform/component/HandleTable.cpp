@@ -16,7 +16,7 @@ constinit thread_local HandleVisit* innermost __attribute__((tls_model("initial-
 bool HandleSlot::tryEnter(std::uint32_t generation) noexcept {
     std::uint64_t state = state_.load(std::memory_order_relaxed);
     do {
-        if ((state >> generationShift) != generation || (state & closing) != 0) {
+        if ((state >> kGenerationShift) != generation || (state & kClosing) != 0) {
             return false;
         }
     } while (!state_.compare_exchange_weak(state, state + 1, std::memory_order_acq_rel,
@@ -26,9 +26,9 @@ bool HandleSlot::tryEnter(std::uint32_t generation) noexcept {
 
 bool HandleSlot::leave() noexcept {
     const std::uint64_t before = state_.fetch_sub(1, std::memory_order_acq_rel);
-    if ((before & closing) != 0) {
-        if ((before & abandoned) != 0) {
-            return (before & countMask) == 1;
+    if ((before & kClosing) != 0) {
+        if ((before & kAbandoned) != 0) {
+            return (before & kCountMask) == 1;
         }
         state_.notify_all();
     }
@@ -38,33 +38,33 @@ bool HandleSlot::leave() noexcept {
 bool HandleSlot::close(std::uint32_t generation) noexcept {
     std::uint64_t state = state_.load(std::memory_order_relaxed);
     do {
-        if ((state >> generationShift) != generation || (state & closing) != 0) {
+        if ((state >> kGenerationShift) != generation || (state & kClosing) != 0) {
             return false;
         }
-    } while (!state_.compare_exchange_weak(state, state | closing, std::memory_order_acq_rel,
+    } while (!state_.compare_exchange_weak(state, state | kClosing, std::memory_order_acq_rel,
                                            std::memory_order_relaxed));
     return true;
 }
 
 void HandleSlot::waitUntilEmpty() const noexcept {
     std::uint64_t state = state_.load(std::memory_order_acquire);
-    while ((state & countMask) != 0) {
+    while ((state & kCountMask) != 0) {
         state_.wait(state, std::memory_order_acquire);
         state = state_.load(std::memory_order_acquire);
     }
 }
 
 bool HandleSlot::abandon() noexcept {
-    return (state_.fetch_or(abandoned, std::memory_order_acq_rel) & countMask) == 0;
+    return (state_.fetch_or(kAbandoned, std::memory_order_acq_rel) & kCountMask) == 0;
 }
 
 std::uint32_t HandleSlot::nextGeneration() const noexcept {
-    const std::uint64_t last = state_.load(std::memory_order_relaxed) >> generationShift;
-    return (static_cast<std::uint32_t>(last) + 1) % HandleRegion::generations;
+    const std::uint64_t last = state_.load(std::memory_order_relaxed) >> kGenerationShift;
+    return (static_cast<std::uint32_t>(last) + 1) % HandleRegion::kGenerations;
 }
 
 void HandleSlot::open(std::uint32_t generation) noexcept {
-    state_.store(static_cast<std::uint64_t>(generation) << generationShift,
+    state_.store(static_cast<std::uint64_t>(generation) << kGenerationShift,
                  std::memory_order_release);
 }
 
@@ -88,7 +88,7 @@ void HandleVisit::forget() noexcept {
 }
 
 HandleRegion::HandleRegion() {
-    void* const memory = mmap(nullptr, slots * generations * spacing, PROT_NONE,
+    void* const memory = mmap(nullptr, kSlots * kGenerations * kSpacing, PROT_NONE,
                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) {
         throw std::bad_alloc();
@@ -97,7 +97,7 @@ HandleRegion::HandleRegion() {
 }
 
 void* HandleRegion::address(Place place) const noexcept {
-    return base_ + (place.generation * slots + place.slot) * spacing;
+    return base_ + (place.generation * kSlots + place.slot) * kSpacing;
 }
 
 bool HandleRegion::find(const void* address, Place& place) const noexcept {
@@ -107,11 +107,11 @@ bool HandleRegion::find(const void* address, Place& place) const noexcept {
         return false;
     }
     const std::size_t offset = wanted - begin;
-    if (offset >= slots * generations * spacing || offset % spacing != 0) {
+    if (offset >= kSlots * kGenerations * kSpacing || offset % kSpacing != 0) {
         return false;
     }
-    const std::size_t index = offset / spacing;
-    place = {index % slots, static_cast<std::uint32_t>(index / slots)};
+    const std::size_t index = offset / kSpacing;
+    place = {index % kSlots, static_cast<std::uint32_t>(index / kSlots)};
     return true;
 }
 

@@ -14,10 +14,11 @@ namespace tqplatform {
 /// calls that are inside the object. The slot itself is never freed.
 class HandleSlot {
   public:
-    /// [real-time safe] Enters the object when the handle is of this generation and not closing.
+    /// [any thread] [real-time safe] Enters the object when the handle is of this generation and
+    /// not closing.
     [[nodiscard]] bool tryEnter(std::uint32_t generation) noexcept;
-    /// [real-time safe] True when this was the last call inside an object that its owner has left
-    /// to be destroyed: the caller destroys it.
+    /// [any thread] [real-time safe] True when this was the last call inside an object that its
+    /// owner has left to be destroyed: the caller destroys it.
     [[nodiscard]] bool leave() noexcept;
 
     /// Makes the handle stale: no call enters any more. False when it was stale already.
@@ -27,25 +28,25 @@ class HandleSlot {
     /// Leaves the closed object to the last call inside it. True when there is none: the caller
     /// destroys it.
     [[nodiscard]] bool abandon() noexcept;
-    /// The generation of the next object; only for a closed slot that nobody is inside.
+    /// The generation of the next object; only for a closed slot that no thread is inside.
     [[nodiscard]] std::uint32_t nextGeneration() const noexcept;
     /// Lets calls enter an object of that generation.
     void open(std::uint32_t generation) noexcept;
 
   private:
-    static constexpr std::uint64_t closing = 1ULL << 31;
-    static constexpr std::uint64_t abandoned = 1ULL << 30;
-    static constexpr std::uint64_t countMask = abandoned - 1;
-    static constexpr unsigned generationShift = 32;
+    static constexpr std::uint64_t kClosing = 1ULL << 31;
+    static constexpr std::uint64_t kAbandoned = 1ULL << 30;
+    static constexpr std::uint64_t kCountMask = kAbandoned - 1;
+    static constexpr unsigned kGenerationShift = 32;
 
     /// Generation above, flags and count below. A fresh slot is closed.
-    std::atomic<std::uint64_t> state_{closing};
+    std::atomic<std::uint64_t> state_{kClosing};
 };
 
 /// Notes on a thread's stack which objects it is inside, innermost first.
 class HandleVisit {
   public:
-    /// [real-time safe] Whether the calling thread is inside the object of that slot.
+    /// [any thread] [real-time safe] Whether the calling thread is inside the object of that slot.
     [[nodiscard]] static bool isInside(const HandleSlot& slot) noexcept;
 
   protected:
@@ -60,13 +61,13 @@ class HandleVisit {
     HandleVisit* outer_ = nullptr;
 };
 
-/// Address space that nobody can read or write: handles are addresses in it, so they are unlike
+/// Address space that cannot be read or written: handles are addresses in it, so they are unlike
 /// every real pointer, and dereferencing one fails at once. An address is given out again only
 /// after thousands of other objects have used its slot.
 class HandleRegion {
   public:
-    static constexpr std::size_t slots = 4096;
-    static constexpr std::uint32_t generations = 4096;
+    static constexpr std::size_t kSlots = 4096;
+    static constexpr std::uint32_t kGenerations = 4096;
 
     struct Place {
         std::size_t slot;
@@ -77,11 +78,11 @@ class HandleRegion {
     HandleRegion();
 
     [[nodiscard]] void* address(Place place) const noexcept;
-    /// [real-time safe] False for anything that was never an address of this region.
+    /// [any thread] [real-time safe] False for anything that was never an address of this region.
     [[nodiscard]] bool find(const void* address, Place& place) const noexcept;
 
   private:
-    static constexpr std::size_t spacing = 16;
+    static constexpr std::size_t kSpacing = 16;
     char* base_;
 };
 
@@ -92,7 +93,7 @@ class HandleTable {
     /// A call inside an object. While it lives the object lives.
     class Access : HandleVisit {
       public:
-        /// [real-time safe] Empty when the handle is null, foreign or stale.
+        /// [any thread] [real-time safe] Empty when the handle is null, foreign or stale.
         Access(HandleTable& table, const void* handle) noexcept : table_(table) {
             HandleRegion::Place place{};
             if (table.region_.find(handle, place) &&
@@ -124,20 +125,20 @@ class HandleTable {
     };
 
     HandleTable() {
-        for (std::size_t i = 0; i < HandleRegion::slots; ++i) {
+        for (std::size_t i = 0; i < HandleRegion::kSlots; ++i) {
             free_[i] = i;
         }
     }
 
     /// Takes the object over; null when all slots are taken. The object learns its handle through
-    /// `T::setHandle()` before anybody else can have it.
+    /// `T::setHandle()` before another thread can have it.
     [[nodiscard]] void* add(std::unique_ptr<T> object) {
         const std::lock_guard lock(mutex_);
         if (freeCount_ == 0) {
             return nullptr;
         }
         const std::size_t index = free_[freeFirst_];
-        freeFirst_ = (freeFirst_ + 1) % HandleRegion::slots;
+        freeFirst_ = (freeFirst_ + 1) % HandleRegion::kSlots;
         --freeCount_;
         Entry& entry = entries_[index];
         entry.object = std::move(object);
@@ -149,7 +150,7 @@ class HandleTable {
     }
 
     /// Closes the handle, lets `T::close()` end what the object does, and destroys the object:
-    /// once nobody is inside. A caller that is inside itself, or that must not wait (`mayWait`),
+    /// once no thread is inside. A caller that is inside itself, or that must not wait (`mayWait`),
     /// leaves it to the last call inside. False for a stale handle.
     [[nodiscard]] bool remove(const void* handle, bool mayWait) {
         HandleRegion::Place place{};
@@ -179,17 +180,17 @@ class HandleTable {
     void destroy(std::size_t index) noexcept {
         entries_[index].object.reset();
         const std::lock_guard lock(mutex_);
-        free_[(freeFirst_ + freeCount_) % HandleRegion::slots] = index;
+        free_[(freeFirst_ + freeCount_) % HandleRegion::kSlots] = index;
         ++freeCount_;
     }
 
     HandleRegion region_;
     std::mutex mutex_;
-    std::array<Entry, HandleRegion::slots> entries_;
+    std::array<Entry, HandleRegion::kSlots> entries_;
     /// Ring of free slots, the one longest free first.
-    std::array<std::size_t, HandleRegion::slots> free_;
+    std::array<std::size_t, HandleRegion::kSlots> free_;
     std::size_t freeFirst_ = 0;
-    std::size_t freeCount_ = HandleRegion::slots;
+    std::size_t freeCount_ = HandleRegion::kSlots;
 };
 
 }  // namespace tqplatform

@@ -81,8 +81,8 @@ class Backend {
     /// request is still under way.
     virtual void stop() noexcept = 0;
     /// In the child of a fork, outside any render(): none of this backend's threads and connections
-    /// is there, and locks may be held by nobody. Forgets them without ending them; afterwards it
-    /// is as if opened and not started.
+    /// is there, and its locks may be held by threads that are gone. Forgets them without ending
+    /// them; afterwards it is as if opened and not started.
     virtual void forgetAfterFork() noexcept = 0;
 };
 

@@ -12,9 +12,9 @@
 
 namespace tqplatform {
 
-/// The clients of one device and the walk through them that is a slice. Control threads and the
-/// slice share one lock that is only ever held for a few loads and stores: never while a client
-/// renders, never while memory is allocated, never while somebody waits.
+/// The clients of one device and the walk through them that is a slice. Host threads and the slice
+/// share one lock that is only ever held for a few loads and stores: never while a client renders,
+/// never while memory is allocated, never while a thread waits.
 class ClientList {
   public:
     /// [any thread] Adds behind the others; adding twice changes nothing. From the next slice on

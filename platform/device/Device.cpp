@@ -1,6 +1,7 @@
 #include "device/Device.h"
 
 #include <algorithm>
+#include <cassert>
 #include <exception>
 #include <memory>
 #include <new>
@@ -9,6 +10,7 @@
 
 #include "common/SignalsBlocked.h"
 #include "common/Threads.h"
+#include "format/PCMFormat.h"
 
 namespace tqplatform {
 
@@ -16,15 +18,14 @@ namespace {
 
 constexpr Float64 kLowestRate = 1000;
 constexpr Float64 kHighestRate = 384000;
-constexpr UInt32 kMostChannels = 64;
 constexpr UInt32 kMostFrames = 1U << 20;
 constexpr Float64 kTicksPerSecond = 1e9;
 
 bool isUsable(const DeviceFormat& format) {
     // Written so that a rate that is no number fails.
     return format.sampleRate >= kLowestRate && format.sampleRate <= kHighestRate &&
-           format.outputChannels >= 1 && format.outputChannels <= kMostChannels &&
-           format.inputChannels <= kMostChannels && format.maximumFrames >= 1 &&
+           format.outputChannels >= 1 && format.outputChannels <= kMaximumChannels &&
+           format.inputChannels <= kMaximumChannels && format.maximumFrames >= 1 &&
            format.maximumFrames <= kMostFrames;
 }
 
@@ -178,7 +179,7 @@ void Device::rest() noexcept {
 }
 
 bool Device::follow() {
-    tqcommon::assertHostThread();
+    assert(!isDeviceThread());
     bool runs = true;
     do {
         const std::lock_guard lock(verbs_);

@@ -6,7 +6,7 @@ namespace tqplatform {
 
 /// When the periods of a device without hardware begin. Every deadline is computed from the
 /// origin in whole numbers, so rounding never adds up, however long it runs.
-/// [one thread] [real-time safe]
+/// [any thread, one at a time] [real-time safe]
 class PeriodClock {
   public:
     /// Periods of `frames` at `rate` frames a second, both above 0.

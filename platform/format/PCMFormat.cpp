@@ -7,7 +7,6 @@ namespace tqplatform {
 
 namespace {
 
-constexpr UInt32 kMaximumChannels = 64;
 constexpr Float64 kMaximumRate = 1e6;
 constexpr UInt32 kFixed824Fraction = 24;
 

@@ -10,12 +10,15 @@ namespace tqplatform {
 
 enum class SampleType { int8, int16, int24, int32, fixed824, float32, float64 };
 
+/// Most channels of any bus or device.
+inline constexpr UInt32 kMaximumChannels = 64;
+
 /// A linear PCM description that was checked: what the converters work from.
 struct PCMFormat {
     SampleType type;
     bool bigEndian;
     bool interleaved;
-    UInt32 channels;       ///< 1 to 64
+    UInt32 channels;       ///< 1 to kMaximumChannels
     UInt32 bytesPerFrame;  ///< of one buffer, so of one channel when not interleaved
     Float64 sampleRate;    ///< Hz; 0 is legal here ("not known yet")
 

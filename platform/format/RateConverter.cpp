@@ -12,6 +12,7 @@ extern "C" {
 #include <stdexcept>
 
 #include "common/Planes.h"
+#include "format/PCMFormat.h"
 #include "format/RateRatio.h"
 
 namespace tqplatform {
@@ -20,7 +21,6 @@ using tqcommon::AudioView;
 
 namespace {
 
-constexpr UInt32 kMaximumChannels = 64;
 constexpr UInt32 kMaximumBlock = 1U << 20;
 
 // The filter: 96 taps at the lower of the two rates, flat to about 0.9 of its half, about a

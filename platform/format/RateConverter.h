@@ -18,8 +18,8 @@ using FramePull = OSStatus (*)(void* context, tqcommon::AudioView planes);
 /// nothing is dropped or repeated. Equal rates pass through in one pull of the same size.
 class RateConverter {
   public:
-    /// Rates above 0, channels 1 to 64. Allocates everything that pulls will need; throws
-    /// std::bad_alloc or std::runtime_error when the resampler cannot be made.
+    /// Rates above 0, channels 1 to kMaximumChannels. Allocates everything that pulls will need;
+    /// throws std::bad_alloc or std::runtime_error when the resampler cannot be made.
     RateConverter(Float64 inputRate, Float64 outputRate, UInt32 channels, UInt32 maximumFrames);
     ~RateConverter();
     RateConverter(const RateConverter&) = delete;

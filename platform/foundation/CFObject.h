@@ -33,8 +33,8 @@ class CFObject {
 /// CFRelease(). May throw std::bad_alloc; the object is gone then.
 [[nodiscard]] CFTypeRef handOut(std::unique_ptr<CFObject> object);
 
-/// The live object of that kind behind a handle, else null. It lives as long as the caller sees
-/// to it that somebody holds a reference.
+/// The live object of that kind behind a handle, else null. It lives while there is a
+/// reference, which the caller makes sure of.
 [[nodiscard]] CFObject* findObject(CFTypeRef handle, CFKind kind) noexcept;
 
 /// The same for a class that says its kind in `kKind`.
@@ -49,7 +49,7 @@ template <class Reference>
     return static_cast<Reference>(const_cast<void*>(handle));
 }
 
-/// A reference held by C++ code. Copying would be possible but nobody needs it.
+/// A reference held by C++ code. Not copied: each has one owner.
 class CFReference {
   public:
     CFReference() = default;

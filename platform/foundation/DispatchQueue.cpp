@@ -2,7 +2,6 @@
 #include <Foundation/NSThread.h>
 #include <dispatch/dispatch.h>
 #include <pthread.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -17,29 +16,9 @@
 #include <vector>
 
 #include "common/NeverDestroyed.h"
+#include "common/SignalsBlocked.h"
 
 namespace {
-
-/// While it lives, no signal is delivered to this thread, nor later to those it starts: a
-/// program's handlers run on the program's threads. Faults are left alone, as they strike the
-/// thread that makes them and a program may want to report them.
-class SignalsHeldBack {
-  public:
-    SignalsHeldBack() {
-        sigset_t all;
-        sigfillset(&all);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
-            sigdelset(&all, fault);
-        }
-        pthread_sigmask(SIG_SETMASK, &all, &previous_);
-    }
-    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-    SignalsHeldBack(const SignalsHeldBack&) = delete;
-    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
-
-  private:
-    sigset_t previous_{};
-};
 
 class Work;
 
@@ -72,7 +51,7 @@ AllWork& allWork() {
     return *all;
 }
 
-/// The blocks of a queue and whoever runs them. The worker thread shares it with the queue, so
+/// The blocks of a queue and the thread that runs them. The worker shares it with the queue, so
 /// the queue may go away first, even from inside a block.
 class Work : public std::enable_shared_from_this<Work> {
   public:
@@ -101,12 +80,12 @@ class Work : public std::enable_shared_from_this<Work> {
             hasRunner_ = true;
         }
         if (!startWorker()) {
-            // No thread to be had: late on the wrong thread is better than never.
+            // The process can have no further thread, so the caller runs the block itself.
             runPending(WhenEmpty::leave);
         }
     }
 
-    /// Nobody will submit any more; the worker finishes what it has and ends.
+    /// Nothing is submitted any more; the worker finishes what it has and ends.
     void close() {
         const std::lock_guard<std::mutex> guard(lock_);
         closed_ = true;
@@ -118,7 +97,7 @@ class Work : public std::enable_shared_from_this<Work> {
     void release() { lock_.unlock(); }
     /// Blocks that wait are run behind the next one that is submitted.
     void releaseInChild() {
-        // Whoever waited here is gone, which the condition does not know.
+        // The threads that waited here are not in the child, which the condition does not know.
         std::construct_at(&wake_);
         if (runner_ != std::this_thread::get_id()) {
             runner_ = {};
@@ -131,7 +110,7 @@ class Work : public std::enable_shared_from_this<Work> {
     enum class WhenEmpty { wait, leave };
 
     [[nodiscard]] bool startWorker() {
-        const SignalsHeldBack held;
+        const tqcommon::SignalsBlocked blocked;
         try {
             std::thread([self = shared_from_this()] {
                 NSThread::setCurrentThreadName(self->label_);

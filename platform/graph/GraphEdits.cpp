@@ -11,11 +11,11 @@ namespace tqplatform {
 
 namespace {
 
-// Callers may hold a lock that a callback of the slice wants. Then nobody moves until the wait
-// ends, the device's thread and with it every other unit included: it must be far shorter than a
-// period of the device. A slice that merely takes long is met again at the next update.
-constexpr std::chrono::milliseconds longestWait{2};
-constexpr std::chrono::microseconds waitStep{100};
+// Callers may hold a lock that a callback of the slice wants. Then the device's thread, and with it
+// every other unit, stands still until the wait ends: it must be far shorter than a period of the
+// device. A slice that merely takes long is met again at the next update.
+constexpr std::chrono::milliseconds kLongestWait{2};
+constexpr std::chrono::microseconds kWaitStep{100};
 
 AUNodeInteraction connectionOf(const AUNodeConnection& connection) {
     AUNodeInteraction interaction{};
@@ -250,7 +250,7 @@ OSStatus Graph::update(Boolean* isUpdated) {
     if (!onRenderThread) {
         lock.lock();
     } else if (!lock.try_lock()) {
-        // Somebody edits the graph; a render thread comes back later rather than wait for him.
+        // Another thread edits the graph; a render thread does not wait for it but tries again.
         if (isUpdated == nullptr) {
             return kAUGraphErr_CannotDoInCurrentContext;
         }
@@ -309,7 +309,7 @@ std::vector<AudioUnit> Graph::takeRemovedUnits() {
 }
 
 bool Graph::waitForSlice(AudioUnit output, std::uint64_t slice) {
-    const auto end = std::chrono::steady_clock::now() + longestWait;
+    const auto end = std::chrono::steady_clock::now() + kLongestWait;
     while (true) {
         {
             const UnitTable::Access unit(units(), output);
@@ -320,8 +320,8 @@ bool Graph::waitForSlice(AudioUnit output, std::uint64_t slice) {
         if (std::chrono::steady_clock::now() >= end) {
             return false;
         }
-        // The render thread must not be made to wake anybody, so this side looks now and then.
-        std::this_thread::sleep_for(waitStep);
+        // Waking a waiter would be a system call on the render thread, so the waiter polls.
+        std::this_thread::sleep_for(kWaitStep);
     }
 }
 

@@ -17,7 +17,7 @@ namespace {
 
 using Value = std::variant<UInt32, Float32, Float64>;
 
-/// The slice of the platform where nobody asked for another one, in frames.
+/// The platform's slice where no other one was asked for, in frames.
 constexpr UInt32 kUsualSlice = 1024;
 
 constexpr std::array kSettableIDs = {kAudioSessionProperty_AudioCategory,

@@ -21,10 +21,10 @@ class BusMemory {
     BusMemory(const PCMFormat& format, UInt32 maximumFrames);
 
     /// [render thread] [real-time safe] The list with room for `frames`, zeroed; without data its
-    /// sizes are the same but its pointers are null, and whoever fills it points them at memory of
+    /// sizes are the same but its pointers are null, and a source points them at memory of
     /// its own.
     [[nodiscard]] AudioBufferList& prepare(UInt32 frames, bool withData) noexcept;
-    /// [render thread] [real-time safe] Points the buffers of somebody else's list that have none
+    /// [render thread] [real-time safe] Points those buffers of a caller's list that have no data
     /// at this memory.
     void lend(AudioBufferList& list, UInt32 frames) noexcept;
     [[nodiscard]] const PCMFormat& format() const noexcept { return format_; }

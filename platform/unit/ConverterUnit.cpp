@@ -10,11 +10,11 @@ struct ConverterUnit::Plan : RenderPlan {
 };
 
 ConverterUnit::ConverterUnit(const Component& component) : Unit(component) {
-    constexpr Float64 rate = 44100;
+    constexpr Float64 kRate = 44100;
     inputs_.resize(1);
     outputs_.resize(1);
-    inputs_[0].format = floatDescription(rate, 2);
-    outputs_[0].format = floatDescription(rate, 2);
+    inputs_[0].format = floatDescription(kRate, 2);
+    outputs_[0].format = floatDescription(kRate, 2);
 }
 
 std::unique_ptr<RenderPlan> ConverterUnit::makePlan(const RenderPlan* old) {

@@ -19,7 +19,7 @@ class ConverterUnit : public Unit {
     struct Plan;
     static constexpr UInt32 kBestQuality = 127;
 
-    // Remembered for whoever asks; the resampler has one quality, the best.
+    // Kept to be read back; they change nothing, as the resampler has one quality, the best.
     UInt32 renderQuality(PropertyKey key);
     OSStatus writeRenderQuality(PropertyKey key, UInt32 quality);
     UInt32 complexity(PropertyKey key);

@@ -6,12 +6,6 @@
 
 namespace tqplatform {
 
-namespace {
-
-constexpr UInt32 kMicrophone = 1;
-
-}  // namespace
-
 IOUnit::IOUnit(const Component& component) : Unit(component), device_(sharedDevice()) {
     maximumFrames_ = device_.maximumFrames();
     inputs_.resize(2);
@@ -29,7 +23,7 @@ OSStatus IOUnit::start() {
         return kAudioUnitErr_Uninitialized;
     }
     {
-        // The device's own thread must not wait for somebody who waits for its slice to end.
+        // The device's thread does not wait: the holder may be waiting for this slice to end.
         std::unique_lock transition(transition_, std::defer_lock);
         if (!device_.isDeviceThread()) {
             transition.lock();

@@ -39,8 +39,10 @@ class IOUnit final : public Unit, private DeviceClient {
   private:
     struct Plan;
     struct Properties;
+    static constexpr UInt32 kBestQuality = 127;
+    static constexpr UInt32 kMicrophone = 1;  ///< its element
 
-    // On the device's thread.
+    // [render thread] Inside a slice of the device.
     void render(const DeviceSlice& slice) noexcept override;
     void renderSlice(const DeviceSlice& slice) noexcept;
     void hearInput(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
@@ -67,16 +69,16 @@ class IOUnit final : public Unit, private DeviceClient {
     std::atomic<UInt32> startsAtZero_{1};
     std::atomic<UInt32> bypassesVoice_{0};
     std::atomic<UInt32> controlsGain_{1};
-    std::atomic<UInt32> quality_{127};
+    std::atomic<UInt32> quality_{kBestQuality};
     std::atomic<UInt32> mutes_{0};
     std::atomic<Float32> volume_{1};
 
-    /// Held while the unit is added to or removed from the device by any thread but the device's.
+    /// Held while a thread other than the device's adds the unit to the device or removes it.
     std::mutex transition_;
     std::atomic<bool> running_{false};
     std::atomic<bool> beginning_{false};  ///< the next slice is the first after a start
-    Float64 sampleTime_ = 0;              ///< device thread only, in frames of countedRate_
-    Float64 countedRate_ = 0;             ///< device thread only
+    Float64 sampleTime_ = 0;              ///< in slices only; in frames of countedRate_
+    Float64 countedRate_ = 0;             ///< in slices only
 };
 
 }  // namespace tqplatform

@@ -5,13 +5,6 @@
 
 namespace tqplatform {
 
-namespace {
-
-constexpr UInt32 kMicrophone = 1;
-constexpr UInt32 kBestQuality = 127;
-
-}  // namespace
-
 struct IOUnit::Properties {
     /// The output is element 0 of the output scope, the input is element 1 of the input scope.
     static OSStatus onEnds(Unit& /*unit*/, PropertyKey key) {

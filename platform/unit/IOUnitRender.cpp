@@ -3,17 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/Threads.h"
 #include "unit/IOUnitPlan.h"
 
 namespace tqplatform {
 
-namespace {
-
-constexpr UInt32 microphoneBus = 1;
-
-}  // namespace
-
 void IOUnit::render(const DeviceSlice& slice) noexcept {
+    tqcommon::assertRenderThread();
     // Inside the unit like any caller: disposing of it from one of its callbacks waits for the
     // end of this scope, behind which the unit may be gone.
     const UnitTable::Access inside(units(), handle());
@@ -35,7 +31,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     const auto& plan = static_cast<const Plan&>(*published);
     if (plan.deviceRate != device_.sampleRate() || plan.deviceOutputs != device_.outputChannels() ||
         plan.deviceInputs != device_.inputChannels()) {
-        return;  // somebody holds the lock for a longer time: silence until he is done
+        return;  // the unit's lock is held: this slice is silence, a later one follows the device
     }
     const SliceScope scope(*this, slice.frames(), plan.deviceRate);
     const bool beginning = beginning_.load(std::memory_order_relaxed) && beginning_.exchange(false);
@@ -85,8 +81,8 @@ void IOUnit::followDevice() noexcept {
     }
     try {
         static_cast<void>(republish());
-        // Listeners take locks of their own, perhaps such that another thread holds while it
-        // waits for the unit's.
+        // Told without the lock: a listener may take a lock that another thread holds while it
+        // waits for this one.
         lock.unlock();
         tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0});
     } catch (...) {
@@ -107,7 +103,7 @@ void IOUnit::hearInput(const Plan& plan, const AudioTimeStamp& time,
     heard.mSampleTime = plan.microphone->sampleTime();
     AudioUnitRenderActionFlags flags = 0;
     keepRenderError(plan.inputCallback.inputProc(plan.inputCallback.inputProcRefCon, &flags, &heard,
-                                                 microphoneBus, frames, nullptr));
+                                                 kMicrophone, frames, nullptr));
 }
 
 void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {

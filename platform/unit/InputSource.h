@@ -17,9 +17,9 @@ struct InputSource {
         return callback.inputProc != nullptr || unit != nullptr;
     }
 
-    /// [real-time safe] Renders `frames` for input bus `bus` into the list, whose buffers may come
-    /// back shorter or pointing elsewhere. kAudioUnitErr_NoConnection when there is no source or
-    /// the connected unit is gone.
+    /// [render thread] [real-time safe] Renders `frames` for input bus `bus` into the list, whose
+    /// buffers may come back shorter or pointing elsewhere. kAudioUnitErr_NoConnection when there
+    /// is no source or the connected unit is gone.
     OSStatus pull(AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time, UInt32 bus,
                   UInt32 frames, AudioBufferList& list) const noexcept;
 };

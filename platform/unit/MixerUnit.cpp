@@ -15,8 +15,6 @@ using tqcommon::ConstAudioView;
 
 namespace {
 
-constexpr UInt32 kMostChannels = 64;
-
 constexpr AudioUnitParameterID kInputParameters[] = {
     kMultiChannelMixerParam_Volume, kMultiChannelMixerParam_Enable, kMultiChannelMixerParam_Pan};
 constexpr AudioUnitParameterID kOutputParameters[] = {kMultiChannelMixerParam_Volume};
@@ -39,13 +37,13 @@ struct MixerUnit::Plan : RenderPlan {
 };
 
 MixerUnit::MixerUnit(const Component& component) : Unit(component) {
-    constexpr Float64 rate = 44100;
+    constexpr Float64 kRate = 44100;
     inputs_.resize(kDefaultInputs);
     outputs_.resize(1);
     for (Bus& bus : inputs_) {
-        bus.format = floatDescription(rate, 2);
+        bus.format = floatDescription(kRate, 2);
     }
-    outputs_[0].format = floatDescription(rate, 2);
+    outputs_[0].format = floatDescription(kRate, 2);
 }
 
 bool MixerUnit::acceptsFormat(AudioUnitScope scope, const PCMFormat& format) {
@@ -129,7 +127,7 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call, AudioView p
     const Float32 volume = levels.volume.load(std::memory_order_relaxed);
     const Float32 pan = levels.pan.load(std::memory_order_relaxed);
     // Panning takes away on the other side only: in the middle both sides have it all.
-    std::array<Float32, kMostChannels> gains;
+    std::array<Float32, kMaximumChannels> gains;
     gains.fill(volume);
     if (planes.channels() > 1) {
         gains[0] *= std::min(1.0F, 1.0F - pan);

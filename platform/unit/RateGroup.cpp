@@ -15,9 +15,9 @@ namespace {
 /// that is begun.
 UInt32 mostInput(RateRatio ratio, UInt32 frames) {
     // More at a time is no slice of anything, but a mistake that would cost all memory.
-    constexpr std::int64_t limit = std::int64_t{1} << 23;
+    constexpr std::int64_t kLimit = std::int64_t{1} << 23;
     const std::int64_t most = ratio.inputFor(frames, 0) + 1;
-    if (most > limit) {
+    if (most > kLimit) {
         throw std::runtime_error("a slice needs too much input");
     }
     return static_cast<UInt32>(most);

@@ -58,7 +58,7 @@ OSStatus Unit::uninitialize() {
         initialized_ = false;
         plan_.publish(nullptr);
     }
-    // Somebody may have started it meanwhile; whoever does so from now on sees what has happened.
+    // Another thread may have started it meanwhile; a start from now on finds it uninitialised.
     stopOnUninitialize();
     return noErr;
 }

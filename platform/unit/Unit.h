@@ -21,7 +21,7 @@ namespace tqplatform {
 
 struct Component;
 
-/// What render threads know of a unit: made by control threads, replaced as a whole. Kinds of
+/// What render threads know of a unit: made by host threads, replaced as a whole. Kinds of
 /// units derive theirs from it. What a render changes (converters with their past, memory) is
 /// behind shared pointers, which plans that follow each other hand on as long as it still fits.
 struct RenderPlan {
@@ -60,7 +60,7 @@ class Unit {
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
 
-    /// For the handle table: before anybody else knows the unit.
+    /// For the handle table: before another thread can know the unit.
     void setHandle(void* handle) noexcept { handle_ = static_cast<AudioUnit>(handle); }
     /// For the handle table: the handle is stale, end what the unit does by itself.
     virtual void close() {}
@@ -91,7 +91,7 @@ class Unit {
     virtual OSStatus stop() { return kAudio_UnimplementedError; }
     [[nodiscard]] virtual bool isRunning() const noexcept { return false; }
 
-    /// [real-time safe] AudioUnitRender().
+    /// [any thread] [real-time safe] AudioUnitRender().
     OSStatus render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
                     UInt32 frames, AudioBufferList* list) noexcept;
 
@@ -129,7 +129,7 @@ class Unit {
 
     // Between connected units.
 
-    /// Format of an output bus, for whoever connects to it.
+    /// Format of an output bus, for the input that connects to it.
     OSStatus outputFormat(UInt32 bus, AudioStreamBasicDescription& format);
     /// Tells a connected input that its source has another format now.
     void sourceFormatChanged(AudioUnit source, UInt32 outputBus, UInt32 inputBus,
@@ -193,14 +193,15 @@ class Unit {
     // What kinds of units say about themselves. Called under the lock, except where noted.
 
     [[nodiscard]] virtual std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) = 0;
-    /// [any thread, no lock] Whether AudioUnitRender() may be called for that bus, here and now.
+    /// [any thread] Without the lock: whether AudioUnitRender() may be called for that bus, here
+    /// and now.
     [[nodiscard]] virtual bool isPulledHere(UInt32 /*bus*/) const noexcept { return true; }
-    /// [render thread, no lock] Renders one output bus of the unit's own kind.
+    /// [render thread] Without the lock: renders one output bus of the unit's own kind.
     virtual OSStatus renderBus(const RenderPlan& plan, const RenderCall& call) noexcept = 0;
     /// The kind's own properties and, behind them, what its base has.
     [[nodiscard]] virtual const PropertyTable& properties() const;
     [[nodiscard]] static const PropertyTable& commonProperties();
-    /// [any thread, no lock] kAudioUnitErr_InvalidParameter by default.
+    /// [any thread] Without the lock. kAudioUnitErr_InvalidParameter by default.
     virtual OSStatus findParameter(AudioUnitParameterID id, AudioUnitScope scope,
                                    AudioUnitElement element, Parameter& parameter) noexcept;
     [[nodiscard]] virtual AudioStreamBasicDescription busFormat(AudioUnitScope scope,
@@ -223,18 +224,19 @@ class Unit {
     OSStatus republish();
     void tellListeners(PropertyKey key);
     [[nodiscard]] static PCMFormat parsed(const AudioStreamBasicDescription& format);
-    /// Memory that an output bus lends to whoever renders it without buffers. It stays as long as
-    /// the unit, since the borrower may still read when the plan has been replaced; there are only
-    /// as many as the bus has had shapes.
+    /// Memory that an output bus lends to a caller that renders it without buffers. It stays as
+    /// long as the unit, since the borrower may still read when the plan has been replaced; there
+    /// are only as many as the bus has had shapes.
     [[nodiscard]] std::shared_ptr<BusMemory> memoryFor(UInt32 output, const PCMFormat& format,
                                                        UInt32 frames);
-    /// [real-time safe]
+    /// [render thread] [real-time safe] As far as the notifies are.
     static void callNotifies(const std::vector<Notify>* notifies, AudioUnitRenderActionFlags flags,
                              const AudioTimeStamp& time, UInt32 bus, UInt32 frames,
                              AudioBufferList& list) noexcept;
-    /// [real-time safe] Keeps the first error until somebody reads it.
+    /// [render thread] [real-time safe] Keeps the first error until it is read.
     void keepRenderError(OSStatus status) noexcept;
-    /// [real-time safe] Whether the past was to be forgotten; asked once per render.
+    /// [render thread] [real-time safe] Whether the past was to be forgotten; asked once per
+    /// render.
     [[nodiscard]] bool takeRestart() noexcept {
         return restart_.load(std::memory_order_relaxed) && restart_.exchange(false);
     }
@@ -326,7 +328,7 @@ class Unit {
 
 using UnitTable = HandleTable<Unit>;
 
-/// [real-time safe once called] All units of the process.
+/// [any thread] All units of the process. Real-time safe once it was called.
 [[nodiscard]] UnitTable& units();
 
 }  // namespace tqplatform

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "common/Threads.h"
 #include "unit/Unit.h"
 
 namespace tqplatform {
@@ -42,6 +43,7 @@ OSStatus Unit::render(AudioUnitRenderActionFlags* flags, const AudioTimeStamp* t
     if (!busy) {
         return kAudioUnitErr_CannotDoInCurrentContext;
     }
+    const tqcommon::RenderThreadScope rendering;
     AudioUnitRenderActionFlags own = 0;
     AudioUnitRenderActionFlags& action = flags != nullptr ? *flags : own;
     const Notifies::Reader notifies(notifies_);

@@ -3,7 +3,7 @@
 #include <Foundation/Foundation.h>
 
 // Notices of the audio session: names, keys of their user info, and the integers under the keys.
-// Whoever learns of an interruption or a new route posts them to NSNotificationCenter's
+// What learns of an interruption or a new route posts them to NSNotificationCenter's
 // defaultCenter().
 
 /// An interruption began or ended. User info: AVAudioSessionInterruptionTypeKey; when it began

@@ -83,7 +83,7 @@ typedef Float32 AudioUnitParameterValue;
 AU_ENUM(AudioUnitRenderActionFlags){
     kAudioUnitRenderAction_PreRender = 0x04,
     kAudioUnitRenderAction_PostRender = 0x08,
-    /* A hint; whoever sets it also zeroes the data. */
+    /* A hint; the data is zeroed, too. */
     kAudioUnitRenderAction_OutputIsSilence = 0x10,
     kAudioOfflineUnitRenderAction_Preflight = 0x20,
     kAudioOfflineUnitRenderAction_Render = 0x40,
@@ -112,61 +112,72 @@ typedef struct AudioUnitProperty {
     AudioUnitElement mElement;
 } AudioUnitProperty;
 
-/** Called on render threads: fills an input, hears that input is there, or watches a render. */
+/** [render thread] Fills an input, hears that input is there, or watches a render. */
 typedef OSStatus (*AURenderCallback)(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
                                      const AudioTimeStamp* inTimeStamp, UInt32 inBusNumber,
                                      UInt32 inNumberFrames, AudioBufferList* ioData);
 
-/** Called on the thread that changed the property, within the call that did. */
+/** [any thread] Called on the thread that changed the property, within the call that did. */
 typedef void (*AudioUnitPropertyListenerProc)(void* inRefCon, AudioUnit inUnit,
                                               AudioUnitPropertyID inID, AudioUnitScope inScope,
                                               AudioUnitElement inElement);
 
+/** [host thread] Allocates what renders need. kAudioUnitErr_FormatNotSupported while a bus has no
+ *  sample rate. Initialising twice succeeds. */
 AU_EXPORT OSStatus AudioUnitInitialize(AudioUnit inUnit);
+/** [any thread] Stops the unit; renders from then on answer kAudioUnitErr_Uninitialized. */
 AU_EXPORT OSStatus AudioUnitUninitialize(AudioUnit inUnit);
 
-/** Either out pointer may be null. */
+/** [any thread] Waits for other property calls. Either out pointer may be null. */
 AU_EXPORT OSStatus AudioUnitGetPropertyInfo(AudioUnit inUnit, AudioUnitPropertyID inID,
                                             AudioUnitScope inScope, AudioUnitElement inElement,
                                             UInt32* outDataSize, Boolean* outWritable);
-/** With null data only the size is reported; a buffer too small gets as much as fits. */
+/** [any thread] Waits for other property calls. With null data only the size is reported; a buffer
+ * too small gets as much as fits. */
 AU_EXPORT OSStatus AudioUnitGetProperty(AudioUnit inUnit, AudioUnitPropertyID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         void* outData, UInt32* ioDataSize);
-/** Null data of size 0 takes a property away that can be taken away. */
+/** [any thread] Waits for other property calls and may allocate. Null data of size 0 takes a
+ * property away that can be taken away. */
 AU_EXPORT OSStatus AudioUnitSetProperty(AudioUnit inUnit, AudioUnitPropertyID inID,
                                         AudioUnitScope inScope, AudioUnitElement inElement,
                                         const void* inData, UInt32 inDataSize);
+/** [any thread] Calls `inProc` after each change of the property. */
 AU_EXPORT OSStatus AudioUnitAddPropertyListener(AudioUnit inUnit, AudioUnitPropertyID inID,
                                                 AudioUnitPropertyListenerProc inProc,
                                                 void* inProcUserData);
+/** [any thread] One that is not there is no error. A call under way may still finish. */
 AU_EXPORT OSStatus AudioUnitRemovePropertyListenerWithUserData(AudioUnit inUnit,
                                                                AudioUnitPropertyID inID,
                                                                AudioUnitPropertyListenerProc inProc,
                                                                void* inProcUserData);
 
-/** Adds a callback that is called before and after each render of the unit, from the next render
- *  on. Procedure and reference constant together are its identity. */
+/** [any thread] Adds a callback that is called before and after each render of the unit, from the
+ * next render on. Procedure and reference constant together are its identity. */
 AU_EXPORT OSStatus AudioUnitAddRenderNotify(AudioUnit inUnit, AURenderCallback inProc,
                                             void* inProcUserData);
+/** [any thread] One that is not there is no error. A render under way still calls it. */
 AU_EXPORT OSStatus AudioUnitRemoveRenderNotify(AudioUnit inUnit, AURenderCallback inProc,
                                                void* inProcUserData);
 
+/** [any thread] [real-time safe] */
 AU_EXPORT OSStatus AudioUnitGetParameter(AudioUnit inUnit, AudioUnitParameterID inID,
                                          AudioUnitScope inScope, AudioUnitElement inElement,
                                          AudioUnitParameterValue* outValue);
-/** The offset is accepted and taken as 0: a change counts from the next slice on. */
+/** [any thread] [real-time safe] The offset is accepted and taken as 0: a change counts from the
+ * next slice on. */
 AU_EXPORT OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID inID,
                                          AudioUnitScope inScope, AudioUnitElement inElement,
                                          AudioUnitParameterValue inValue,
                                          UInt32 inBufferOffsetInFrames);
 
-/** Renders frames of an output bus. Buffers without data are lent the unit's own memory, valid
- *  until the unit renders that bus again or is disposed of. Real-time safe. */
+/** [any thread] [real-time safe] Renders frames of an output bus; a second thread meanwhile is
+ *  answered kAudioUnitErr_CannotDoInCurrentContext. Buffers without data are lent the unit's own
+ * memory, valid until the unit renders that bus again or is disposed of. */
 AU_EXPORT OSStatus AudioUnitRender(AudioUnit inUnit, AudioUnitRenderActionFlags* ioActionFlags,
                                    const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
                                    UInt32 inNumberFrames, AudioBufferList* ioData);
-/** Forgets what the unit remembers of past sound. */
+/** [any thread] [real-time safe] Forgets what the unit remembers of past sound. */
 AU_EXPORT OSStatus AudioUnitReset(AudioUnit inUnit, AudioUnitScope inScope,
                                   AudioUnitElement inElement);
 

@@ -6,7 +6,8 @@
  * running.
  *
  * Every call answers kAudio_ParamError for a null graph and kAUGraphErr_InvalidAudioUnit for a
- * handle that is no graph (any more).
+ * handle that is no graph (any more). [any thread] where nothing else is said: calls of one graph
+ * wait for each other, except AUGraphUpdate() inside a slice, which refuses instead.
  */
 
 #include <AudioToolbox/AUComponent.h>
@@ -53,18 +54,19 @@ typedef struct AUNodeInteraction {
     } nodeInteraction;
 } AUNodeInteraction;
 
+/** [host thread] */
 AU_EXPORT OSStatus NewAUGraph(AUGraph* outGraph);
-/** Works in any state: stops, uninitialises and closes first. */
+/** [any thread] Works in any state: stops, uninitialises and closes first. */
 AU_EXPORT OSStatus DisposeAUGraph(AUGraph inGraph);
 
-/** kAUGraphErr_OutputNodeErr for a second output node. */
+/** [any thread] kAUGraphErr_OutputNodeErr for a second output node. */
 AU_EXPORT OSStatus AUGraphAddNode(AUGraph inGraph, const AudioComponentDescription* inDescription,
                                   AUNode* outNode);
 AU_EXPORT OSStatus AUGraphRemoveNode(AUGraph inGraph, AUNode inNode);
 AU_EXPORT OSStatus AUGraphGetNodeCount(AUGraph inGraph, UInt32* outNumberOfNodes);
 AU_EXPORT OSStatus AUGraphGetIndNode(AUGraph inGraph, UInt32 inIndex, AUNode* outNode);
-/** Either out pointer may be null; the unit is null while the graph is closed. The graph owns
- *  the unit. */
+/** [any thread] Either out pointer may be null; the unit is null while the graph is closed. The
+ * graph owns the unit. */
 AU_EXPORT OSStatus AUGraphNodeInfo(AUGraph inGraph, AUNode inNode,
                                    AudioComponentDescription* outDescription,
                                    AudioUnit* outAudioUnit);
@@ -92,17 +94,18 @@ AU_EXPORT OSStatus AUGraphGetInteractionInfo(AUGraph inGraph, UInt32 inInteracti
                                              AUNodeInteraction* outInteraction);
 AU_EXPORT OSStatus AUGraphCountNodeInteractions(AUGraph inGraph, AUNode inNode,
                                                 UInt32* outNumInteractions);
-/** In: how many fit, out: how many were written. */
+/** [any thread] In: how many fit, out: how many were written. */
 AU_EXPORT OSStatus AUGraphGetNodeInteractions(AUGraph inGraph, AUNode inNode,
                                               UInt32* ioNumInteractions,
                                               AUNodeInteraction* outInteractions);
 
-/** Puts the queued edits of a running graph in place; the next slice has them. A null
+/** [any thread] Puts the queued edits of a running graph in place; the next slice has them. A null
  *  `outIsUpdated` also waits for the slice that may still be rendered without them to end, 2 ms at
  *  most: after that kAUGraphErr_CannotDoInCurrentContext, and all that the next update has left to
  *  do is to wait. Otherwise returns at once, with true when that slice is over. */
 AU_EXPORT OSStatus AUGraphUpdate(AUGraph inGraph, Boolean* outIsUpdated);
 
+/** [host thread] Makes the units. */
 AU_EXPORT OSStatus AUGraphOpen(AUGraph inGraph);
 AU_EXPORT OSStatus AUGraphClose(AUGraph inGraph);
 AU_EXPORT OSStatus AUGraphInitialize(AUGraph inGraph);
@@ -113,18 +116,18 @@ AU_EXPORT OSStatus AUGraphIsOpen(AUGraph inGraph, Boolean* outIsOpen);
 AU_EXPORT OSStatus AUGraphIsInitialized(AUGraph inGraph, Boolean* outIsInitialized);
 AU_EXPORT OSStatus AUGraphIsRunning(AUGraph inGraph, Boolean* outIsRunning);
 
-/** Share of the slice's duration that the last (or the slowest) slice took to render, 0 to 1 and
- *  beyond. Asking for the maximum starts it anew. */
+/** [any thread] Share of the slice's duration that the last (or the slowest) slice took to render,
+ * 0 to 1 and beyond. Asking for the maximum starts it anew. */
 AU_EXPORT OSStatus AUGraphGetCPULoad(AUGraph inGraph, Float32* outAverageCPULoad);
 AU_EXPORT OSStatus AUGraphGetMaxCPULoad(AUGraph inGraph, Float32* outMaxLoad);
 
-/** Called before and after each render of the output node. */
+/** [any thread] `inCallback` is called before and after each render of the output node. */
 AU_EXPORT OSStatus AUGraphAddRenderNotify(AUGraph inGraph, AURenderCallback inCallback,
                                           void* inRefCon);
 AU_EXPORT OSStatus AUGraphRemoveRenderNotify(AUGraph inGraph, AURenderCallback inCallback,
                                              void* inRefCon);
 
-/** Prints a graph or a unit on standard error; anything else is named as unknown. */
+/** [host thread] Prints a graph or a unit on standard error; anything else is named as unknown. */
 AU_EXPORT void CAShow(void* inObject);
 
 #ifdef __cplusplus

@@ -41,28 +41,29 @@ AU_ENUM(OSStatus){
     kAudioComponentErr_InvalidFormat = -66746,
 };
 
-/** The first component behind `inComponent` (null: of all) that matches; a zero in type, subtype
- *  or manufacturer matches anything, of the flags only those in the mask count. Null at the end
- *  or for a null description. */
+/** [any thread] The first component behind `inComponent` (null: of all) that matches; a zero in
+ * type, subtype or manufacturer matches anything, of the flags only those in the mask count. Null
+ * at the end or for a null description. */
 AU_EXPORT AudioComponent AudioComponentFindNext(AudioComponent inComponent,
                                                 const AudioComponentDescription* inDesc);
-/** How many components match. */
+/** [any thread] How many components match. */
 AU_EXPORT UInt32 AudioComponentCount(const AudioComponentDescription* inDesc);
+/** [any thread] */
 AU_EXPORT OSStatus AudioComponentGetDescription(AudioComponent inComponent,
                                                 AudioComponentDescription* outDesc);
-/** The caller owns the name and releases it with CFRelease(). */
+/** [host thread] The caller owns the name and releases it with CFRelease(). */
 AU_EXPORT OSStatus AudioComponentCopyName(AudioComponent inComponent, CFStringRef* outName);
-/** Major, minor and fix number in the bytes 0xMMMMmmff. */
+/** [any thread] Major, minor and fix number in the bytes 0xMMMMmmff. */
 AU_EXPORT OSStatus AudioComponentGetVersion(AudioComponent inComponent, UInt32* outVersion);
-/** The caller owns the instance and gives it to AudioComponentInstanceDispose(). */
+/** [host thread] The caller owns the instance and gives it to AudioComponentInstanceDispose(). */
 AU_EXPORT OSStatus AudioComponentInstanceNew(AudioComponent inComponent,
                                              AudioComponentInstance* outInstance);
-/** Stops and uninitialises the unit when needed, waits until no thread is inside it and frees
- *  it. From inside one of the unit's own callbacks it does not wait: the unit goes when the
- *  callback has returned. A handle that is no unit (any more) answers
+/** [any thread] Stops and uninitialises the unit when needed, waits until no thread is inside it
+ * and frees it. From inside one of the unit's own callbacks it does not wait: the unit goes when
+ * the callback has returned. A handle that is no unit (any more) answers
  *  kAudioComponentErr_InstanceInvalidated, null kAudio_ParamError. */
 AU_EXPORT OSStatus AudioComponentInstanceDispose(AudioComponentInstance inInstance);
-/** Null when the handle is no unit (any more). */
+/** [any thread] Null when the handle is no unit (any more). */
 AU_EXPORT AudioComponent AudioComponentInstanceGetComponent(AudioComponentInstance inInstance);
 
 #ifdef __cplusplus

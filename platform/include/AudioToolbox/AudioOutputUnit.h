@@ -9,10 +9,11 @@
 extern "C" {
 #endif
 
-/** kAudioUnitErr_Uninitialized before AudioUnitInitialize(); starting a running unit succeeds. */
+/** [any thread] kAudioUnitErr_Uninitialized before AudioUnitInitialize(); starting a running unit
+ * succeeds. */
 AU_EXPORT OSStatus AudioOutputUnitStart(AudioUnit ci);
-/** When it returns no callback of the unit is running or will be entered, unless it was called
- *  from one: then it only marks the stop. Stopping a stopped unit succeeds. */
+/** [any thread] When it returns no callback of the unit is running or will be entered, unless it
+ * was called from one: then it only marks the stop. Stopping a stopped unit succeeds. */
 AU_EXPORT OSStatus AudioOutputUnitStop(AudioUnit ci);
 
 #ifdef __cplusplus

@@ -3,9 +3,8 @@
 
 /*
  * The audio session in C, as programs of the early days use it: one session per process, a
- * listener for interruptions, properties of the hardware. All calls from any thread, none on a
- * render thread. Listeners are called without a lock held, on the thread that made the change or
- * posted the notice, so they may call back.
+ * listener for interruptions, properties of the hardware. Listeners are called without a lock held,
+ * on the thread that made the change or posted the notice, so they may call back.
  */
 
 #include <CoreAudio/CoreAudioTypes.h>
@@ -68,42 +67,44 @@ typedef void (*AudioSessionInterruptionListener)(void* inClientData, UInt32 inIn
 typedef void (*AudioSessionPropertyListener)(void* inClientData, AudioSessionPropertyID inID,
                                              UInt32 inDataSize, const void* inData);
 
-/** Opens the session, once per process. The run loop and its mode are not looked at; the listener
- *  may be null. It is called whenever an AVAudioSessionInterruptionNotification is posted.
- *  kAudioSessionAlreadyInitialized the second time. */
+/** [host thread] Opens the session, once per process. The run loop and its mode are not looked at;
+ * the listener may be null. It is called whenever an AVAudioSessionInterruptionNotification is
+ * posted. kAudioSessionAlreadyInitialized the second time. */
 AU_EXPORT OSStatus AudioSessionInitialize(CFRunLoopRef inRunLoop, CFStringRef inRunLoopMode,
                                           AudioSessionInterruptionListener inInterruptionListener,
                                           void* inClientData);
 
-/** Answers kAudioSessionNoError, or kAudioSessionNotInitialized. Sound plays either way. */
+/** [host thread] Answers kAudioSessionNoError, or kAudioSessionNotInitialized. Sound plays either
+ * way. */
 AU_EXPORT OSStatus AudioSessionSetActive(Boolean active);
 
-/** The size of a property's value in bytes. kAudioSessionNotInitialized, kAudio_ParamError for a
- *  null pointer, kAudioSessionUnsupportedPropertyError for an id that cannot be read. */
+/** [host thread] The size of a property's value in bytes. kAudioSessionNotInitialized,
+ * kAudio_ParamError for a null pointer, kAudioSessionUnsupportedPropertyError for an id that cannot
+ * be read. */
 AU_EXPORT OSStatus AudioSessionGetPropertySize(AudioSessionPropertyID inID, UInt32* outDataSize);
 
-/** Copies a property's value and sets `ioDataSize` to its size. Errors as above, and
+/** [host thread] Copies a property's value and sets `ioDataSize` to its size. Errors as above, and
  *  kAudioSessionBadPropertySizeError when the buffer is too small. */
 AU_EXPORT OSStatus AudioSessionGetProperty(AudioSessionPropertyID inID, UInt32* ioDataSize,
                                            void* outData);
 
-/** Sets a property; its listeners are called when the value is another one than before. Errors
- *  as above (an id that is read only is unsupported here),
+/** [host thread] Sets a property; its listeners are called when the value is another one than
+ * before. Errors as above (an id that is read only is unsupported here),
  *  kAudioSessionBadPropertySizeError for any size but the exact one,
  *  kAudioSessionIncompatibleCategory for an unknown category, and kAudio_ParamError for a
  *  preferred rate or duration that is no positive finite number. */
 AU_EXPORT OSStatus AudioSessionSetProperty(AudioSessionPropertyID inID, UInt32 inDataSize,
                                            const void* inData);
 
-/** Calls `inProc` when the property changes; the same pair twice is one listener.
+/** [host thread] Calls `inProc` when the property changes; the same pair twice is one listener.
  *  kAudioSessionNotInitialized, kAudio_ParamError for a null `inProc`,
  *  kAudioSessionUnsupportedPropertyError for an unknown id. */
 AU_EXPORT OSStatus AudioSessionAddPropertyListener(AudioSessionPropertyID inID,
                                                    AudioSessionPropertyListener inProc,
                                                    void* inClientData);
 
-/** Forgets a listener; one that is not there is no error. A call under way may still finish.
- *  Errors as for adding. */
+/** [host thread] Forgets a listener; one that is not there is no error. A call under way may still
+ * finish. Errors as for adding. */
 AU_EXPORT OSStatus AudioSessionRemovePropertyListenerWithUserData(
     AudioSessionPropertyID inID, AudioSessionPropertyListener inProc, void* inClientData);
 

@@ -20,16 +20,17 @@ AU_ENUM(OSStatus){
     kCMBlockBufferBadPointerParameterErr = -12705,
 };
 
-/** Length in bytes; 0 when `buffer` is no live block buffer. */
+/** [host thread] Length in bytes; 0 when `buffer` is no live block buffer. */
 AU_EXPORT size_t CMBlockBufferGetDataLength(CMBlockBufferRef buffer);
 
-/** Copies `dataLength` bytes from `offsetToData` on. kCMBlockBufferBadPointerParameterErr for a
- *  null destination or no live buffer, kCMBlockBufferBadOffsetParameterErr for an offset beyond
- *  the end, kCMBlockBufferBadLengthParameterErr for more than there is; nothing is copied then. */
+/** [host thread] Copies `dataLength` bytes from `offsetToData` on.
+ * kCMBlockBufferBadPointerParameterErr for a null destination or no live buffer,
+ * kCMBlockBufferBadOffsetParameterErr for an offset beyond the end,
+ * kCMBlockBufferBadLengthParameterErr for more than there is; nothing is copied then. */
 AU_EXPORT OSStatus CMBlockBufferCopyDataBytes(CMBlockBufferRef buffer, size_t offsetToData,
                                               size_t dataLength, void* destination);
 
-/** The memory itself, valid as long as the buffer: `lengthAtOffsetOut` bytes at
+/** [host thread] The memory itself, valid as long as the buffer: `lengthAtOffsetOut` bytes at
  *  `dataPointerOut`. Each result pointer may be null. Errors as above; an offset at the end is
  *  already beyond it. */
 AU_EXPORT OSStatus CMBlockBufferGetDataPointer(CMBlockBufferRef buffer, size_t offset,

@@ -21,28 +21,30 @@ AU_ENUM(OSStatus){
     kCMFormatDescriptionError_AllocationFailed = -12711,
 };
 
-/** A description holding copies of all that it is given; `layout` and `cookie` may be null with
- *  size 0. `extensions` is not looked at. kCMFormatDescriptionError_InvalidParameter for a null
- *  description or result pointer, a size without its pointer or the reverse, or a layout shorter
- *  than it says; kCMFormatDescriptionError_AllocationFailed. The result is null on any error. */
+/** [host thread] A description holding copies of all that it is given; `layout` and `cookie` may be
+ * null with size 0. `extensions` is not looked at. kCMFormatDescriptionError_InvalidParameter for a
+ * null description or result pointer, a size without its pointer or the reverse, or a layout
+ * shorter than it says; kCMFormatDescriptionError_AllocationFailed. The result is null on any
+ * error. */
 AU_EXPORT OSStatus CMAudioFormatDescriptionCreate(
     CFAllocatorRef allocator, const AudioStreamBasicDescription* asbd, size_t layoutSize,
     const AudioChannelLayout* layout, size_t magicCookieSize, const void* magicCookie,
     CFDictionaryRef extensions, CMAudioFormatDescriptionRef* formatDescriptionOut);
 
-/** kCMMediaType_Audio; 0 when `desc` is no live description. */
+/** [host thread] kCMMediaType_Audio; 0 when `desc` is no live description. */
 AU_EXPORT CMMediaType CMFormatDescriptionGetMediaType(CMFormatDescriptionRef desc);
 
-/** The stream description, valid as long as `desc`; null when `desc` is no live description. */
+/** [host thread] The stream description, valid as long as `desc`; null when `desc` is no live
+ * description. */
 AU_EXPORT const AudioStreamBasicDescription* CMAudioFormatDescriptionGetStreamBasicDescription(
     CMAudioFormatDescriptionRef desc);
 
-/** The channel layout and its size, null and 0 without one; `sizeOut` may be null. Valid as long
- *  as `desc`. */
+/** [host thread] The channel layout and its size, null and 0 without one; `sizeOut` may be null.
+ * Valid as long as `desc`. */
 AU_EXPORT const AudioChannelLayout* CMAudioFormatDescriptionGetChannelLayout(
     CMAudioFormatDescriptionRef desc, size_t* sizeOut);
 
-/** The magic cookie, likewise. */
+/** [host thread] The magic cookie, likewise. */
 AU_EXPORT const void* CMAudioFormatDescriptionGetMagicCookie(CMAudioFormatDescriptionRef desc,
                                                              size_t* sizeOut);
 

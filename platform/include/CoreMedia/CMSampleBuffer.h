@@ -36,16 +36,18 @@ AU_ENUM(uint32_t){
     kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment = 1U << 0,
 };
 
-/** Fetches the data of a buffer that was made without; a status other than 0 means it could not. */
+/** [host thread] Fetches the data of a buffer that was made without; a status other than 0 means it
+ * could not. */
 typedef OSStatus (*CMSampleBufferMakeDataReadyCallback)(CMSampleBufferRef sbuf,
                                                         void* makeDataReadyRefcon);
 
-/** A sample buffer that holds references to `dataBuffer` and `formatDescription` (either may be
- *  null) and copies of the arrays. There may be none, one or `numSamples` timing entries (one
- *  stands for all samples) and size entries. kCMSampleBufferError_RequiredParameterMissing for a
- *  null result pointer, a count without its array, or a buffer or description that is not live;
- *  kCMSampleBufferError_InvalidEntryCount for a negative or other count;
- *  kCMSampleBufferError_AllocationFailed. The result is null on any error. */
+/** [host thread] A sample buffer that holds references to `dataBuffer` and `formatDescription`
+ * (either may be null) and copies of the arrays. There may be none, one or `numSamples` timing
+ * entries (one stands for all samples) and size entries.
+ * kCMSampleBufferError_RequiredParameterMissing for a null result pointer, a count without its
+ * array, or a buffer or description that is not live; kCMSampleBufferError_InvalidEntryCount for a
+ * negative or other count; kCMSampleBufferError_AllocationFailed. The result is null on any error.
+ */
 AU_EXPORT OSStatus CMSampleBufferCreate(
     CFAllocatorRef allocator, CMBlockBufferRef dataBuffer, Boolean dataReady,
     CMSampleBufferMakeDataReadyCallback makeDataReadyCallback, void* makeDataReadyRefcon,
@@ -53,9 +55,9 @@ AU_EXPORT OSStatus CMSampleBufferCreate(
     CMItemCount numSampleTimingEntries, const CMSampleTimingInfo* sampleTimingArray,
     CMItemCount numSampleSizeEntries, const size_t* sampleSizeArray, CMSampleBufferRef* sBufOut);
 
-/** Copies the list's data into a block buffer of its own (channels that are not interleaved one
- *  after the other), attaches that and marks the data ready. The memory always begins at a
- *  multiple of 16 bytes, whatever `flags` say.
+/** [host thread] Copies the list's data into a block buffer of its own (channels that are not
+ * interleaved one after the other), attaches that and marks the data ready. The memory always
+ * begins at a multiple of 16 bytes, whatever `flags` say.
  *  kCMSampleBufferError_RequiredParameterMissing when a buffer of the list is missing or does not
  *  hold exactly the samples promised at creation, or an argument is null or not live;
  *  kCMSampleBufferError_InvalidMediaTypeForOperation without an audio description;
@@ -64,42 +66,42 @@ AU_EXPORT OSStatus CMSampleBufferSetDataBufferFromAudioBufferList(
     CMSampleBufferRef sbuf, CFAllocatorRef blockBufferStructureAllocator,
     CFAllocatorRef blockBufferBlockAllocator, uint32_t flags, const AudioBufferList* bufferList);
 
-/** Runs the callback given at creation unless the data is ready already.
+/** [host thread] Runs the callback given at creation unless the data is ready already.
  *  kCMSampleBufferError_BufferNotReady without a callback, else the callback's status. */
 AU_EXPORT OSStatus CMSampleBufferMakeDataReady(CMSampleBufferRef sbuf);
 
-/* The getters answer 0, null, false or kCMTimeInvalid when `sbuf` is no live sample buffer. What
- * they return belongs to the buffer and is valid as long as it. */
+/* [host thread] The getters answer 0, null, false or kCMTimeInvalid when `sbuf` is no live sample
+ * buffer. What they return belongs to the buffer and is valid as long as it. */
 
 AU_EXPORT CMItemCount CMSampleBufferGetNumSamples(CMSampleBufferRef sbuf);
 AU_EXPORT CMFormatDescriptionRef CMSampleBufferGetFormatDescription(CMSampleBufferRef sbuf);
 AU_EXPORT CMBlockBufferRef CMSampleBufferGetDataBuffer(CMSampleBufferRef sbuf);
 AU_EXPORT Boolean CMSampleBufferDataIsReady(CMSampleBufferRef sbuf);
 
-/** The first sample's times; kCMTimeInvalid without timing entries. */
+/** [host thread] The first sample's times; kCMTimeInvalid without timing entries. */
 AU_EXPORT CMTime CMSampleBufferGetPresentationTimeStamp(CMSampleBufferRef sbuf);
 AU_EXPORT CMTime CMSampleBufferGetDecodeTimeStamp(CMSampleBufferRef sbuf);
 
-/** The duration of all samples together; kCMTimeInvalid when one of them has none. */
+/** [host thread] The duration of all samples together; kCMTimeInvalid when one of them has none. */
 AU_EXPORT CMTime CMSampleBufferGetDuration(CMSampleBufferRef sbuf);
 
-/** The times of one sample; with one entry for all, sample i starts i durations later.
- *  kCMSampleBufferError_RequiredParameterMissing, kCMSampleBufferError_BufferHasNoSampleTimingInfo,
- *  kCMSampleBufferError_SampleIndexOutOfRange. */
+/** [host thread] The times of one sample; with one entry for all, sample i starts i durations
+ * later. kCMSampleBufferError_RequiredParameterMissing,
+ * kCMSampleBufferError_BufferHasNoSampleTimingInfo, kCMSampleBufferError_SampleIndexOutOfRange. */
 AU_EXPORT OSStatus CMSampleBufferGetSampleTimingInfo(CMSampleBufferRef sbuf,
                                                      CMItemIndex sampleIndex,
                                                      CMSampleTimingInfo* timingInfoOut);
 
-/** The size of one sample in bytes: its size entry, else the frame size of linear PCM; 0 when
- *  neither is known or the index is out of range. */
+/** [host thread] The size of one sample in bytes: its size entry, else the frame size of linear
+ * PCM; 0 when neither is known or the index is out of range. */
 AU_EXPORT size_t CMSampleBufferGetSampleSize(CMSampleBufferRef sbuf, CMItemIndex sampleIndex);
 
-/** Points `bufferListOut` at the data and hands out a reference to the block buffer that keeps it
- *  alive. With a null list only `bufferListSizeNeededOut` (which may be null) is filled in. With
- *  the alignment flag and channels that do not lie at multiples of 16 bytes, the data is copied to
- *  a new block buffer. kCMSampleBufferError_RequiredParameterMissing for a list without
- *  `blockBufferOut`, or no live buffer; kCMSampleBufferError_InvalidMediaTypeForOperation without
- *  a linear PCM description; kCMSampleBufferError_BufferNotReady without ready data;
+/** [host thread] Points `bufferListOut` at the data and hands out a reference to the block buffer
+ * that keeps it alive. With a null list only `bufferListSizeNeededOut` (which may be null) is
+ * filled in. With the alignment flag and channels that do not lie at multiples of 16 bytes, the
+ * data is copied to a new block buffer. kCMSampleBufferError_RequiredParameterMissing for a list
+ * without `blockBufferOut`, or no live buffer; kCMSampleBufferError_InvalidMediaTypeForOperation
+ * without a linear PCM description; kCMSampleBufferError_BufferNotReady without ready data;
  *  kCMSampleBufferError_InvalidMediaFormat when the data is shorter than the samples;
  *  kCMSampleBufferError_ArrayTooSmall; kCMBlockBufferBlockAllocationFailedErr. */
 AU_EXPORT OSStatus CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(
@@ -107,9 +109,10 @@ AU_EXPORT OSStatus CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(
     size_t bufferListSize, CFAllocatorRef blockBufferStructureAllocator,
     CFAllocatorRef blockBufferBlockAllocator, uint32_t flags, CMBlockBufferRef* blockBufferOut);
 
-/** Copies `numFrames` frames from `frameOffset` on into the list's own memory and sets its sizes.
- *  Errors as above, kCMSampleBufferError_SampleIndexOutOfRange for frames that are not there, and
- *  kCMSampleBufferError_ArrayTooSmall for a list with other buffers or too little room. */
+/** [host thread] Copies `numFrames` frames from `frameOffset` on into the list's own memory and
+ * sets its sizes. Errors as above, kCMSampleBufferError_SampleIndexOutOfRange for frames that are
+ * not there, and kCMSampleBufferError_ArrayTooSmall for a list with other buffers or too little
+ * room. */
 AU_EXPORT OSStatus CMSampleBufferCopyPCMDataIntoAudioBufferList(CMSampleBufferRef sbuf,
                                                                 int32_t frameOffset,
                                                                 int32_t numFrames,

@@ -50,8 +50,8 @@ AU_EXPORT extern const CMTime kCMTimeNegativeInfinity;
 AU_EXPORT extern const CMTime kCMTimeIndefinite;
 AU_EXPORT extern const CMSampleTimingInfo kCMTimingInfoInvalid;
 
-/** value / timescale seconds in epoch 0; kCMTimeInvalid unless `timescale` is positive.
- *  Any thread. Real-time safe. */
+/** [any thread] [real-time safe] value / timescale seconds in epoch 0; kCMTimeInvalid unless
+ *  `timescale` is positive. */
 AU_EXPORT CMTime CMTimeMake(int64_t value, int32_t timescale);
 
 #ifdef __cplusplus

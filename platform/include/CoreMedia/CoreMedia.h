@@ -3,8 +3,8 @@
 
 /*
  * Media times, and sample buffers: PCM data together with its format and its times, handed from
- * one program part to another by reference. Objects are released with CFRelease. Nothing here is
- * for render threads: objects are allocated and looked up under a lock.
+ * one program part to another by reference. Objects are released with CFRelease. They are
+ * allocated and looked up under a lock, which is why all but times is for host threads.
  */
 
 #include <CoreMedia/CMBlockBuffer.h>

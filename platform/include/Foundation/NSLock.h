@@ -7,7 +7,7 @@
 /// Finds locks that are taken in contradicting orders, before they meet in a deadlock. Works in
 /// programs and libraries that are built without NDEBUG; each order that a thread was seen in is
 /// remembered until one of its locks is destroyed. A contradiction ends the process, with a line
-/// on standard error that names both locks. Any thread, allocates nothing.
+/// on standard error that names both locks. [any thread] Allocates nothing.
 namespace NSLockOrder {
 TQ_PLATFORM_EXPORT void willLock(const void* lock) noexcept;
 TQ_PLATFORM_EXPORT void didLock(const void* lock) noexcept;
@@ -24,7 +24,7 @@ inline constexpr bool isChecked = true;
 #endif
 }  // namespace NSLockOrder
 
-/// Recursive mutual exclusion. Any thread; unlock() on the thread that locked.
+/// Recursive mutual exclusion. [any thread] unlock() on the thread that locked.
 class NSRecursiveLock {
   public:
     NSRecursiveLock() = default;

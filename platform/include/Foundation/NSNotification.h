@@ -24,8 +24,9 @@ struct NSNotification {
     [[nodiscard]] TQ_PLATFORM_EXPORT long integerForKey(std::string_view key, long fallback) const;
 };
 
-/// Delivers notifications synchronously on the posting thread, in order of registration, with
-/// no lock held: handlers may add, remove and post. A handler that throws is skipped.
+/// [host thread] Delivers notifications synchronously on the posting thread, in order of
+/// registration, with no lock held: handlers may add, remove and post. A handler that throws is
+/// skipped.
 class TQ_PLATFORM_EXPORT NSNotificationCenter {
   public:
     using Handler = std::function<void(const NSNotification&)>;
@@ -38,7 +39,8 @@ class TQ_PLATFORM_EXPORT NSNotificationCenter {
     NSNotificationCenter(const NSNotificationCenter&) = delete;
     NSNotificationCenter& operator=(const NSNotificationCenter&) = delete;
 
-    /// Calls `handler` for each notification of that name; a null `object` means from anybody.
+    /// Calls `handler` for each notification of that name; a null `object` means whatever
+    /// it is about.
     /// `observer` is the identity that removeObserver() takes.
     void addObserver(const void* observer, Handler handler, std::string name, const void* object);
     /// Forgets every handler of that observer. A delivery under way may still finish.

@@ -14,9 +14,9 @@ inline constexpr BOOL NO = false;
 using NSInteger = std::intptr_t;
 using NSUInteger = std::uintptr_t;
 
-/// The readable name of a class, as `NSStringFromClass(typeid(object))`. Allocates.
+/// [host thread] The readable name of a class, as `NSStringFromClass(typeid(object))`.
 [[nodiscard]] TQ_PLATFORM_EXPORT std::string NSStringFromClass(const std::type_info& type);
 
-/// Writes one line to the system log, printf-style with NSString's own rules for %@ and %p.
-/// Any thread; not for render threads.
+/// [host thread] Writes one line to the system log, printf-style with NSString's own rules for %@
+/// and %p.
 TQ_PLATFORM_EXPORT void NSLog(const char* format, ...);

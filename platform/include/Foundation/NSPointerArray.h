@@ -6,7 +6,8 @@
 
 #include "NSObjCRuntime.h"
 
-/// A list of weak references: an entry whose object is gone reads as null. Not locked.
+/// A list of weak references: an entry whose object is gone reads as null. [any thread, one at a
+/// time]
 template <class T>
 class NSPointerArray {
   public:

@@ -48,17 +48,18 @@ class NSRef {
 /// Immutable reference-counted text in UTF-8. Threads may share one instance.
 class TQ_PLATFORM_EXPORT NSString {
   public:
-    /// A copy of `text`; the caller owns the one reference. Allocates.
+    /// [host thread] A copy of `text`; the caller owns the one reference.
     [[nodiscard]] static NSRef<NSString> create(std::string_view text);
     NSString(const NSString&) = delete;
     NSString& operator=(const NSString&) = delete;
 
+    /// [any thread] [real-time safe]
     void retain() noexcept;
-    /// Frees the text with the last reference.
+    /// [any thread] Frees the text with the last reference.
     void release() noexcept;
-    /// Terminated text, valid while a reference is held. Real-time safe.
+    /// [any thread] [real-time safe] Terminated text, valid while a reference is held.
     [[nodiscard]] const char* UTF8String() const noexcept;
-    /// Length in bytes. Real-time safe.
+    /// [any thread] [real-time safe] Length in bytes.
     [[nodiscard]] std::size_t length() const noexcept;
 
   private:
@@ -69,10 +70,10 @@ class TQ_PLATFORM_EXPORT NSString {
     std::string text_;
 };
 
-/// printf-style text with the platform's own rules: %p prints a null pointer as 0x0, and %@
-/// takes a const NSString* ("(null)" for null). Everything else is the C library's, except that
-/// unknown conversions are copied, %n writes nothing, and no field is padded beyond a million.
-/// Allocates. Any thread.
+/// [any thread] printf-style text with the platform's own rules: %p prints a null pointer as 0x0,
+/// and %@ takes a const NSString* ("(null)" for null). Everything else is the C library's, except
+/// that unknown conversions are copied, %n writes nothing, and no field is padded beyond a million.
+/// Allocates.
 [[nodiscard]] TQ_PLATFORM_EXPORT std::string NSFormatWithArguments(const char* format,
                                                                    std::va_list arguments);
 [[nodiscard]] TQ_PLATFORM_EXPORT std::string NSFormat(const char* format, ...);

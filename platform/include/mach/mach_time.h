@@ -27,12 +27,12 @@ struct mach_timebase_info {
 typedef struct mach_timebase_info* mach_timebase_info_t;
 typedef struct mach_timebase_info mach_timebase_info_data_t;
 
-/** Ticks since some moment before the program began; never runs backwards.
- *  Any thread. Real-time safe. */
+/** [any thread] [real-time safe] Ticks since some moment before the program began; never runs
+ *  backwards. */
 AU_EXPORT uint64_t mach_absolute_time(void);
 
-/** Fills in numer and denom: nanoseconds = ticks * numer / denom. KERN_SUCCESS, or
- *  KERN_INVALID_ARGUMENT for a null pointer. Any thread. Real-time safe. */
+/** [any thread] [real-time safe] Fills in numer and denom: nanoseconds = ticks * numer / denom.
+ * KERN_SUCCESS, or KERN_INVALID_ARGUMENT for a null pointer. */
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wshadow" /* the struct has the same name, as on the platform */
 AU_EXPORT kern_return_t mach_timebase_info(mach_timebase_info_t info);
