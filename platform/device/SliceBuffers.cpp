@@ -38,10 +38,11 @@ const DeviceSlice& SliceBuffers::next() noexcept {
 }
 
 void SliceBuffers::mix() noexcept {
+    const UInt32 frames = planes_.frames();
     for (UInt32 channel = 0; channel < planes_.channels(); ++channel) {
         const float* const from = slice_.output.plane(channel);
         float* const to = planes_.plane(channel);
-        for (UInt32 frame = 0; frame < planes_.frames(); ++frame) {
+        for (UInt32 frame = 0; frame < frames; ++frame) {
             // What is no number would spoil what all the others play.
             to[frame] += from[frame] == from[frame] ? from[frame] : 0.0F;
         }
