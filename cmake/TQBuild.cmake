@@ -15,24 +15,34 @@ endif()
 add_library(tq_warnings INTERFACE)
 target_compile_options(tq_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
 
-# tq_test(NAME SOURCES a.cpp ... LIBS lib ... [ENVIRONMENT A=b ...] [PROPERTIES ...]): a GoogleTest
-# program whose cases each run in a process of their own, so that singletons start fresh. Every
-# test runs on the manual device (no thread, no clock, no sound server) with the flag files of the
-# crash guard in the build folder; ENVIRONMENT adds to that or overrides it.
+# The tests of one program are compiled as one file, which takes a third of the time: the frameworks'
+# headers and templates cost more than the tests themselves. Turn it off to see that each file includes
+# what it needs, or to work on one of them.
+option(TQ_UNITY_TESTS "Compile the sources of a test program together" ON)
+# tq_test(NAME SOURCES a.cpp ... LIBS lib ... [APART c.cpp ...] [ENVIRONMENT A=b ...]
+# [PROPERTIES ...]): a GoogleTest program whose cases each run in a process of their own, so that
+# singletons start fresh. Every test runs on the manual device (no thread, no clock, no sound server)
+# with the flag files of the crash guard in the build folder; ENVIRONMENT adds to that or overrides it.
+# Sources that are APART have names that others of the program have too, so they are compiled alone.
 function(tq_test name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;ENVIRONMENT;PROPERTIES" ${ARGN})
-    add_executable(${name} ${ARG_SOURCES})
+    cmake_parse_arguments(ARG "" "" "SOURCES;APART;LIBS;ENVIRONMENT;PROPERTIES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES} ${ARG_APART})
     target_link_libraries(${name} PRIVATE tq_warnings tq_common ${ARG_LIBS} tq_test_helpers GTest::gmock
                                           GTest::gtest_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     # The speed of the tests' own code does not matter, that of compiling so much of it does.
     target_compile_options(${name} PRIVATE -O0 -g1)
-    # The frameworks' headers take longer to compile than most tests. A program that is partly in C
-    # cannot share them; and of shared ones g++ 12 warns itself, so only the sanitizers' builds share
-    # them, which leave warnings to the others.
-    if(TQ_SANITIZE AND NOT "${ARG_SOURCES}" MATCHES "\\.c(;|$)")
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ${TQ_UNITY_TESTS} UNITY_BUILD_BATCH_SIZE 12)
+    if(TQ_UNITY_TESTS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # A fixture in an unnamed namespace is not the main file's own any more, which does no harm here.
+        target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+    endif()
+    if(ARG_APART)
+        set_source_files_properties(${ARG_APART} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+    endif()
+    # A program that is partly in C cannot share the frameworks' compiled headers.
+    if(NOT "${ARG_SOURCES}" MATCHES "\\.c(;|$)")
         target_precompile_headers(${name} REUSE_FROM tq_test_headers)
-        target_compile_options(${name} PRIVATE -w)
     endif()
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 ${ARG_PROPERTIES})
     # A list value does not survive gtest_discover_tests(), so it is set behind it.

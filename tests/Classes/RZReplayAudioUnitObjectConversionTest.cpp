@@ -12,7 +12,7 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr const char* kRead =
+constexpr const char* kConvertedRead =
     "-[RZReplayAudioUnitObject tryReadBuffersTo:numberFrames:isProcessed:]";
 
 /// Float on the writer's side, 16-bit on the reader's.
@@ -79,7 +79,7 @@ TEST_F(RZReplayAudioUnitObjectConversionTest,
     EXPECT_FALSE(obj.tryReadBuffersTo(out.get(), 100, NO));
     EXPECT_THAT(out.copyOf<SInt16>(), Each(0));
     EXPECT_EQ(800U, queued(NO));
-    expectOneFault(kRead, 3, 109,
+    expectOneFault(kConvertedRead, 3, 109,
                    "[buffer] [" + self() +
                        "] [0] read size mis match. record: 800, , target: 200, input: 400");
 }
@@ -90,7 +90,7 @@ TEST_F(RZReplayAudioUnitObjectConversionTest, ReadersBufferNeedsRoomForTheConver
     obj.tryWriteBuffersFrom(in.get(), 100, NO);
     auto small = OwnedBufferList::interleaved(2, 399);
     EXPECT_FALSE(obj.tryReadBuffersTo(small.get(), 100, NO));
-    expectOneFault(kRead, 3, 109,
+    expectOneFault(kConvertedRead, 3, 109,
                    "[buffer] [" + self() +
                        "] [0] read size mis match. record: 800, , target: 400, input: 399");
     auto enough = OwnedBufferList::interleaved(2, 400);

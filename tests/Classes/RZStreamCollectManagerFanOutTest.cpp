@@ -16,7 +16,7 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr const char* kFile = "Classes/RZStreamCollectManager";
+constexpr const char* kFanOutFile = "Classes/RZStreamCollectManager";
 constexpr const char* kPre = "-[RZStreamCollectManager onAudioReceivePrePCM:description:]";
 constexpr const char* kPost = "-[RZStreamCollectManager onAudioReceivePostPCM:description:]";
 constexpr const char* kEvent = "-[RZStreamCollectManager onAudioRecordEvent:code:message:]";
@@ -184,7 +184,7 @@ TEST_F(RZStreamCollectManagerFanOutTest, ListenerThatRemovesItselfEndsThePass) {
         EXPECT_EQ(1U, book.entries().size()) << pass.function;
         EXPECT_THAT(
             log.linesOf(pass.function),
-            ElementsAre(IsLogLine(kFile, pass.function, 4,
+            ElementsAre(IsLogLine(kFanOutFile, pass.function, 4,
                                   "obj changed the listeners while they are being called: " +
                                       classNameOf(*mutator))));
         book.clear();
@@ -214,7 +214,7 @@ TEST_F(RZStreamCollectManagerFanOutTest, ListenerThatChangesTheListInTheMaskQues
     mutator->onMask = [&] { manager.stopAudioStreamCollect(mutator); };
     EXPECT_EQ(2, manager.getPCMDataType()) << "what was heard so far";
     EXPECT_THAT(log.linesOf(kMask),
-                ElementsAre(IsLogLine(kFile, kMask, 4,
+                ElementsAre(IsLogLine(kFanOutFile, kMask, 4,
                                       "obj changed the listeners while they are being called: " +
                                           classNameOf(*mutator))));
 }
@@ -248,11 +248,11 @@ TEST_F(RZStreamCollectManagerFanOutTest, ListenerThatThrowsIsLoggedAndPassedOver
     thrower->onCall = [] { throw std::runtime_error("host"); };
     const std::string message = "obj threw an exception: " + classNameOf(*thrower);
     EXPECT_NO_THROW(sendPre());
-    EXPECT_THAT(log.linesOf(kPre), ElementsAre(IsLogLine(kFile, kPre, 4, message)));
+    EXPECT_THAT(log.linesOf(kPre), ElementsAre(IsLogLine(kFanOutFile, kPre, 4, message)));
     EXPECT_NO_THROW(sendPost());
-    EXPECT_THAT(log.linesOf(kPost), ElementsAre(IsLogLine(kFile, kPost, 4, message)));
+    EXPECT_THAT(log.linesOf(kPost), ElementsAre(IsLogLine(kFanOutFile, kPost, 4, message)));
     EXPECT_NO_THROW(sendEvent());
-    EXPECT_THAT(log.linesOf(kEvent), ElementsAre(IsLogLine(kFile, kEvent, 4, message)));
+    EXPECT_THAT(log.linesOf(kEvent), ElementsAre(IsLogLine(kFanOutFile, kEvent, 4, message)));
     EXPECT_THAT(book.entries(), ElementsAre("thrower", "later", "thrower", "later",
                                             "thrower 1/104 message", "later 1/104 message"));
 }

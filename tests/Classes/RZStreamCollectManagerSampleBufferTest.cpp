@@ -23,7 +23,7 @@ struct Release {
 };
 using SampleBuffer = std::unique_ptr<std::remove_pointer_t<CMSampleBufferRef>, Release>;
 
-constexpr const char* kFile = "Classes/RZStreamCollectManager";
+constexpr const char* kSampleBufferFile = "Classes/RZStreamCollectManager";
 constexpr const char* kFunction =
     "-[RZStreamCollectManager "
     "createSampleBufferFromAudioBufferList:description:atPresentationTimeStamp:]";
@@ -173,8 +173,8 @@ TEST(RZStreamCollectManagerSampleBufferTest, FailedCreationIsLoggedAndAnswersNul
     const LogCapture log;
     auto list = OwnedBufferList::interleaved(2, 4096);
     EXPECT_EQ(nullptr, make(list, stream_formats::int16Interleaved(44100, 2)));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(IsLogLine(kFile, kFunction, 2, "CMSampleBufferCreate error")));
+    EXPECT_THAT(log.lines(), ElementsAre(IsLogLine(kSampleBufferFile, kFunction, 2,
+                                                   "CMSampleBufferCreate error")));
 }
 
 TEST(RZStreamCollectManagerSampleBufferTest, BlockThatDoesNotFitTheLabelIsLoggedAndAnswersNull) {
@@ -185,7 +185,7 @@ TEST(RZStreamCollectManagerSampleBufferTest, BlockThatDoesNotFitTheLabelIsLogged
         << "2048 samples of the first label's four bytes are not there";
     EXPECT_THAT(
         log.lines(),
-        ElementsAre(IsLogLine(kFile, kFunction, 2,
+        ElementsAre(IsLogLine(kSampleBufferFile, kFunction, 2,
                               "CMSampleBufferSetDataBufferFromAudioBufferList error:" +
                                   std::to_string(kCMSampleBufferError_RequiredParameterMissing))));
 }
