@@ -95,13 +95,15 @@ std::int32_t RZStreamMixManager::generateNewTrackID() {
 
 RZStreamMixManager::UnitObject RZStreamMixManager::newAudioUnitObj(AudioUnit unit) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager newAudioUnitObj:]");
-    const TQAudioRecordLock guard(mapLock_);
+    TQAudioRecordLock guard(mapLock_);
     const std::string key = getKey(unit);
     if (auto known = getAudioUnitObjWithKey(key)) {
         return known;
     }
+    // Observers are told behind the lock: renders wait for it.
     const std::int32_t number = generateNewTrackID();
     if (number == 0) {
+        guard.unlock();
         RZUnitFacts::shared().leftAlone(unit, nullptr, RZUnitReason::NoNumberFree);
         return nullptr;
     }
@@ -109,9 +111,10 @@ RZStreamMixManager::UnitObject RZStreamMixManager::newAudioUnitObj(AudioUnit uni
     if (!NSCallGuarded([&] { obj = registerUnit(site, key, unit, number); })) {
         // Out of memory: the number is free again and the unit plays without being captured.
         trackId_.fetch_and(~(1 << (number - 1)));
-    } else {
-        RZUnitFacts::shared().created(unit, number);
+        return nullptr;
     }
+    guard.unlock();
+    RZUnitFacts::shared().created(unit, number);
     return obj;
 }
 

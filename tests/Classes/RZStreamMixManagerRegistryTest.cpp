@@ -122,6 +122,24 @@ TEST_F(RZStreamMixManagerRegistryTest, SameUnitTwiceIsOneObjectAndOneTrack) {
     EXPECT_EQ(1U, manager.getUnitObjListWithCopy().size());
 }
 
+TEST_F(RZStreamMixManagerRegistryTest, ObserversOfNewUnitsKeepNoRenderWaiting) {
+    std::vector<bool> wasFree;
+    const auto observer = RZUnitFacts::shared().observe([&](const RZUnitFact&) {
+        std::thread render([&] {
+            wasFree.push_back(manager.mapLock()->tryLock());
+            if (wasFree.back()) {
+                manager.mapLock()->unlock();
+            }
+        });
+        render.join();
+    });
+    for (std::uintptr_t number = 1; number <= 8; ++number) {
+        add(number);
+    }
+    RZUnitFacts::shared().stopObserving(observer);
+    EXPECT_EQ(std::vector<bool>(8, true), wasFree);
+}
+
 TEST_F(RZStreamMixManagerRegistryTest, TracksAreNumberedFromOneAndTheEighthUnitGetsNone) {
     for (int n = 1; n <= 7; ++n) {
         EXPECT_EQ(n, add(static_cast<std::uintptr_t>(n))->trackId());
