@@ -17,9 +17,11 @@ void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
     if (fresh.empty()) {
         return;
     }
-    // The list is complete before any of them counts as started: lack of memory leaves none behind.
-    for (RZHookSet* const set : fresh) {
+    for (const RZHookSet* const set : fresh) {
         NSLog("%s", set->plan_.announcement);
+    }
+    // Nothing above counts yet: without the memory for it, all of them can be started later.
+    for (RZHookSet* const set : fresh) {
         set->started_ = true;
     }
     tqreplay_rebind_symbols(records.data(), records.size());

@@ -4,8 +4,11 @@
 
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <new>
+#include <span>
 
+#include "RZHookSet.h"
 #include "RZReplayAudioRecorder.h"
 #include "RZReplayAudioUnitCapturer.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
@@ -255,6 +258,30 @@ TEST_F(OutOfMemory, AReportFromARenderThreadIsDropped) {
     allocationsLeft = -1;
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(hasFailed);
+}
+
+TEST(OutOfMemoryAtLoad, HookSetsStartTogetherOrNotAtAll) {
+    const RZHookSet::Plan plan{"an announcement that does not fit in place",
+                               [] { return std::span<const TQRebinding>(); }, nullptr};
+    std::unique_ptr<RZHookSet> one;
+    std::unique_ptr<RZHookSet> two;
+    const int failures = starve(
+        [&] {
+            one = std::make_unique<RZHookSet>(plan);
+            two = std::make_unique<RZHookSet>(plan);
+        },
+        [&] {
+            try {
+                RZHookSet::start({one.get(), two.get()});
+            } catch (const std::bad_alloc&) {
+                // The next start tries again.
+            }
+        },
+        [&] {
+            EXPECT_EQ(one->isStarted(), !hasFailed);
+            EXPECT_EQ(two->isStarted(), !hasFailed);
+        });
+    EXPECT_GT(failures, 2);
 }
 
 }  // namespace
