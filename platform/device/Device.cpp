@@ -5,7 +5,6 @@
 #include <exception>
 #include <memory>
 #include <new>
-#include <system_error>
 #include <thread>
 
 #include "common/SignalsBlocked.h"
@@ -165,8 +164,8 @@ void Device::followElsewhere() noexcept {
     try {
         const tqcommon::SignalsBlocked blocked;
         std::thread([this] { static_cast<void>(follow()); }).detach();
-    } catch (const std::system_error&) {
-        // The next client that comes or goes makes up for it.
+    } catch (const std::exception&) {
+        // No thread or no memory: the next client that comes or goes makes up for it.
     }
 }
 
@@ -206,10 +205,16 @@ bool Device::settle() {
 bool Device::start() {
     // Set first: a client may leave in the very first slice.
     running_.store(true);
-    if (!backend_->start()) {
+    bool hasStarted = false;
+    try {
+        hasStarted = backend_->start();
+    } catch (const std::exception&) {
+        // No memory for what it needs: like any other backend that cannot.
+    }
+    if (!hasStarted) {
         running_.store(false);
     }
-    return running_.load();
+    return hasStarted;
 }
 
 bool Device::replace(std::string_view name) noexcept {

@@ -32,7 +32,14 @@ OSStatus IOUnit::start() {
             return noErr;
         }
         beginning_.store(true);
-        if (!device_.addClient(*this)) {
+        bool isClient = false;
+        try {
+            isClient = device_.addClient(*this);
+        } catch (...) {
+            running_.store(false);
+            throw;
+        }
+        if (!isClient) {
             running_.store(false);
             return kAudioUnitErr_FailedInitialization;
         }

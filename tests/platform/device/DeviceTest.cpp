@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,7 +34,8 @@ struct Stage {
     std::condition_variable changed;
     std::vector<std::string> verbs;  ///< "open a", "start a", "end a", ...
     DeviceFormat format{48000, 2, 2, 256};
-    std::string broken;  ///< verbs that fail, for example "open a"
+    std::string broken;   ///< verbs that fail, for example "open a"
+    std::string starved;  ///< verbs that run out of memory
     BackendHost* host = nullptr;
 
     /// Notes the verb; false when it is to fail.
@@ -41,6 +43,9 @@ struct Stage {
         const std::lock_guard lock(mutex);
         verbs.push_back(verb);
         changed.notify_all();
+        if (starved.find(verb) != std::string::npos) {
+            throw std::bad_alloc();
+        }
         return broken.find(verb) == std::string::npos;
     }
     std::vector<std::string> noted() {
@@ -325,6 +330,19 @@ TEST(Device, TakesNoClientWhenNothingStarts) {
     stage.host->render({64, 0});
     EXPECT_EQ(client.slices, 0);
     EXPECT_TRUE(device.addClient(client));
+}
+
+TEST(Device, ABackendThatStartsWithoutMemoryIsAskedAgain) {
+    Device& device = open("hand");
+    Client client;
+    stage.starved = "start hand start last";
+    EXPECT_FALSE(device.addClient(client));
+    stage.starved.clear();
+    stage.noted();
+    EXPECT_TRUE(device.addClient(client));
+    EXPECT_EQ(stage.noted(), (Verbs{"start last"}));
+    stage.host->render({64, 0});
+    EXPECT_EQ(client.slices, 1);
 }
 
 TEST(Device, AfterAForkTheChildStartsAnew) {
