@@ -69,7 +69,7 @@ std::vector<Original> findOriginals(std::span<const ImageLayout* const> callers,
     for (std::size_t i = 0; i < names.size(); ++i) {
         wanted[i].name = names[i];
     }
-    const SymbolTable table(std::move(wanted), nullptr);
+    const SymbolTable table(std::move(wanted));
     std::vector<Original> originals(names.size());
     const std::vector<ElfImage> readers = readersOf(callers);
     for (const ElfImage& image : readers) {

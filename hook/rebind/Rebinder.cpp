@@ -262,7 +262,7 @@ void Rebinder::enter(std::span<const tqhook_rebinding> rebindings,
             }
         }
     }
-    publish(std::move(entries));
+    publish(std::move(entries), exempt_);
 }
 
 std::shared_ptr<const Exemptions> Rebinder::exemptionsOf(
@@ -288,16 +288,16 @@ void Rebinder::exempt(const char* pattern) {
     const std::lock_guard lock(mutex_);
     auto more = std::make_shared<Exemptions>(*exempt_);
     more->addPattern(pattern);
-    exempt_ = std::move(more);
     if (const SymbolTable* table = table_.load(std::memory_order_acquire)) {
-        publish(table->entries());
+        publish(table->entries(), more);
     }
+    exempt_ = std::move(more);
 }
 
-void Rebinder::publish(std::vector<SymbolEntry> entries) {
-    std::unique_ptr<const SymbolTable> previous(table_.load(std::memory_order_acquire));
-    table_.store(new SymbolTable(std::move(entries), std::move(previous), exempt_),
-                 std::memory_order_release);
+void Rebinder::publish(std::vector<SymbolEntry> entries, std::shared_ptr<const Exemptions> exempt) {
+    auto next = std::make_unique<SymbolTable>(std::move(entries), std::move(exempt));
+    next->keep(std::unique_ptr<const SymbolTable>(table_.load(std::memory_order_acquire)));
+    table_.store(next.release(), std::memory_order_release);
 }
 
 void* Rebinder::translated(const char* name, void* found, const void* caller) const {

@@ -87,7 +87,8 @@ class Rebinder {
     bool findLateDefinitions(const LoaderCalls& calls, const HeldImages& held);
     void enter(std::span<const tqhook_rebinding> rebindings, const std::vector<Finding>& findings,
                const std::shared_ptr<const Exemptions>& exempt);
-    void publish(std::vector<SymbolEntry> entries);
+    /// Throws std::bad_alloc with nothing changed.
+    void publish(std::vector<SymbolEntry> entries, std::shared_ptr<const Exemptions> exempt);
     [[nodiscard]] static std::shared_ptr<const Exemptions> exemptionsOf(
         const tqhook_options& options, const HeldImages& held,
         std::span<const tqhook_rebinding> rebindings);

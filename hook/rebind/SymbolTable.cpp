@@ -57,12 +57,9 @@ void SymbolEntry::settle(void* function, void* trueDefinition) {
     }
 }
 
-SymbolTable::SymbolTable(std::vector<SymbolEntry> entries,
-                         std::unique_ptr<const SymbolTable> previous,
-                         std::shared_ptr<const Exemptions> exempt)
+SymbolTable::SymbolTable(std::vector<SymbolEntry> entries, std::shared_ptr<const Exemptions> exempt)
     : entries_(std::move(entries)),
       places_(std::bit_ceil(entries_.size() * 2 + 1)),
-      previous_(std::move(previous)),
       exempt_(std::move(exempt)) {
     for (const SymbolEntry& entry : entries_) {
         firstCharacters_.set(static_cast<unsigned char>(entry.name.front()));

@@ -55,10 +55,13 @@ struct SymbolEntry {
 /// The redirected symbols. Never changed once published: readers on any thread need no lock.
 class SymbolTable {
   public:
-    /// `previous` is kept alive: a reader may still look at it. `exempt` names the images whose
-    /// calls nobody redirects; null when there are none.
-    SymbolTable(std::vector<SymbolEntry> entries, std::unique_ptr<const SymbolTable> previous,
-                std::shared_ptr<const Exemptions> exempt = {});
+    /// `exempt` names the images whose calls nobody redirects; null when there are none.
+    explicit SymbolTable(std::vector<SymbolEntry> entries,
+                         std::shared_ptr<const Exemptions> exempt = {});
+    /// Keeps the table that this one is to replace: a reader may still look at it.
+    void keep(std::unique_ptr<const SymbolTable> previous) noexcept {
+        previous_ = std::move(previous);
+    }
 
     /// [any thread] Real-time safe: no lock, no allocation.
     [[nodiscard]] const SymbolEntry* find(std::string_view name) const;

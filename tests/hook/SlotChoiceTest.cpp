@@ -42,7 +42,7 @@ class SlotChoice : public testing::Test {
         entry.settle(pointer(kOriginal), pointer(kDefinition));
         std::vector<SymbolEntry> entries;
         entries.push_back(std::move(entry));
-        table_ = std::make_unique<SymbolTable>(std::move(entries), nullptr);
+        table_ = std::make_unique<SymbolTable>(std::move(entries));
     }
     static void* pointer(std::uintptr_t address) { return reinterpret_cast<void*>(address); }
     // Sets every slot of t_add to one value.
@@ -117,7 +117,7 @@ TEST_F(SlotChoice, SymbolWithoutAnOriginalIsLeft) {
     entry.prepend(pointer(kNewest), nullptr);
     std::vector<SymbolEntry> entries;
     entries.push_back(std::move(entry));
-    table_ = std::make_unique<SymbolTable>(std::move(entries), nullptr);
+    table_ = std::make_unique<SymbolTable>(std::move(entries));
     fill(codeAddress());
     EXPECT_TRUE(choose().empty());
 }
