@@ -245,7 +245,10 @@ void Device::resetAfterFork() noexcept {
         lost_.store(true);
     } else if (!isInSlice) {
         running_.store(false);
-        backend_->forgetAfterFork();
+        // There is none where all of them refused when the last one was lost.
+        if (backend_ != nullptr) {
+            backend_->forgetAfterFork();
+        }
     }
 }
 

@@ -369,6 +369,28 @@ TEST(Device, AfterAForkTheChildStartsAnew) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
+TEST(Device, AChildForkedWithoutABackendOpensOne) {
+    Device& device = open("hand");
+    stage.broken = "open hand open last";
+    stage.host->lost();
+    ASSERT_TRUE(stage.waitFor("end last"));
+    Client client;
+    EXPECT_FALSE(device.addClient(client));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(20);
+        stage.broken.clear();
+        device.resetAfterFork();
+        const bool added = device.addClient(client);
+        stage.host->render({64, 0});
+        _exit(added && client.slices == 1 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
 TEST(Device, AChildForkedInASliceKeepsItsBackendsThread) {
     Device& device = open("hand");
     int status = -1;
