@@ -155,6 +155,10 @@ constexpr tqhook::HookTable kHooks{
     hookAfter<&AUGraphOpen>([](const AnsweredCall& call, AUGraph graph) {
         call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
         if (!isAUGraphAvailable(graph) || call.status != 0) {
+            // Registered with its output node in it already: nothing else tells of it.
+            if (call.status == 0 && PendingNodes::shared().with(graph, [](const auto&) {})) {
+                RZUnitFacts::shared().leftAlone(nullptr, graph, RZUnitReason::Anothers);
+            }
             return;
         }
         const bool isKnown = PendingNodes::shared().with(

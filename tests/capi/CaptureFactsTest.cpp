@@ -176,6 +176,15 @@ TEST_F(CaptureFacts, AGraphThatAnotherLibraryRegistersIsItsOwn) {
     EXPECT_THAT(units(), IsEmpty());
 }
 
+TEST_F(CaptureFacts, AGraphMayBeRegisteredWhenItHasItsNodesAlready) {
+    HostGraph graph;
+    graph.addOutput();
+    resolver().registerNonGameUsedAuGraph(graph.graph());
+    ASSERT_EQ(AUGraphOpen(graph.graph()), 0);
+    EXPECT_THAT(units(), ElementsAre(SeenUnit{"graph", 0, TQ_UNIT_ANOTHERS}));
+    resolver().unregisterNonGameUsedAuGraph(graph.graph());
+}
+
 TEST_F(CaptureFacts, TheLibrarysOwnUnitsAreNotAmongThem) {
     ASSERT_TRUE(startCapture());
     EXPECT_THAT(units(), IsEmpty());
