@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -7,6 +8,15 @@
 #include <utility>
 
 namespace tqcapi {
+
+/// [any thread] A number that no handle of any kind has had: one of another kind is refused, not
+/// mistaken. A multiple of 16, like an address of something, so that tools that look at pointers
+/// are not surprised.
+inline std::uintptr_t newHandleNumber() noexcept {
+    static std::atomic<std::uintptr_t> last{0};
+    constexpr std::uintptr_t kStep = 16;
+    return last.fetch_add(kStep, std::memory_order_relaxed) + kStep;
+}
 
 /// Objects under numbers in the shape of pointers to `Opaque`, which never come back.
 /// [any thread] for every method.
@@ -21,9 +31,8 @@ class HandleTable {
 
     [[nodiscard]] Opaque* add(std::shared_ptr<Object> object) {
         const std::scoped_lock guard(lock_);
-        const std::uintptr_t number = last_ + kStep;
+        const std::uintptr_t number = newHandleNumber();
         objects_.emplace(number, std::move(object));
-        last_ = number;
         return reinterpret_cast<Opaque*>(number);
     }
     /// Null for an unknown handle.
@@ -47,12 +56,8 @@ class HandleTable {
   private:
     HandleTable() = default;
 
-    /// Like an address of something, so that tools that look at pointers are not surprised.
-    static constexpr std::uintptr_t kStep = 16;
-
     mutable std::mutex lock_;
     std::map<std::uintptr_t, std::shared_ptr<Object>> objects_;
-    std::uintptr_t last_ = 0;
 };
 
 }  // namespace tqcapi
