@@ -21,12 +21,9 @@ class CallbackScope {
     CallbackScope& operator=(const CallbackScope&) = delete;
 };
 
-/// Runs a call that must not come from inside a callback; no exception leaves it.
+/// Runs a call that may also come from inside a callback; no exception leaves it.
 template <class Body>
-tq_result call(Body&& body) noexcept {
-    if (callbackDepth() > 0) {
-        return TQ_ERROR_INSIDE_CALLBACK;
-    }
+tq_result callAnywhere(Body&& body) noexcept {
     try {
         return body();
     } catch (const std::bad_alloc&) {
@@ -34,6 +31,12 @@ tq_result call(Body&& body) noexcept {
     } catch (...) {
         return TQ_ERROR_UNKNOWN;
     }
+}
+
+/// Runs a call that must not come from inside a callback; no exception leaves it.
+template <class Body>
+tq_result call(Body&& body) noexcept {
+    return callbackDepth() > 0 ? TQ_ERROR_INSIDE_CALLBACK : callAnywhere(body);
 }
 
 /// Whether a struct of the caller is there and long enough.

@@ -79,17 +79,21 @@ const char* tq_result_text(tq_result result) {
 }
 
 tq_result tq_capture_get_state(tq_capture_state* state) {
-    auto& manager = RZStreamCollectManager::sharedManager();
-    tq_capture_state now{};
-    now.hooks_installed = manager.isHookStarted() ? 1 : 0;
-    now.self_test_passed = manager.isHookSuccess() ? 1 : 0;
-    now.is_capturing = RZStreamMixManager::sharedManager()->isCapturing() ? 1 : 0;
-    return tqcapi::answer(state, now);
+    return tqcapi::callAnywhere([&] {
+        auto& manager = RZStreamCollectManager::sharedManager();
+        tq_capture_state now{};
+        now.hooks_installed = manager.isHookStarted() ? 1 : 0;
+        now.self_test_passed = manager.isHookSuccess() ? 1 : 0;
+        now.is_capturing = RZStreamMixManager::sharedManager()->isCapturing() ? 1 : 0;
+        return tqcapi::answer(state, now);
+    });
 }
 
 tq_result tq_capture_get_unit_counts(tq_unit_counts* counts) {
-    const RZUnitCounts now = RZUnitFacts::shared().counts();
-    return tqcapi::answer(counts, {0, now.created, now.started, now.startsWithMicrophone});
+    return tqcapi::callAnywhere([&] {
+        const RZUnitCounts now = RZUnitFacts::shared().counts();
+        return tqcapi::answer(counts, {0, now.created, now.started, now.startsWithMicrophone});
+    });
 }
 
 tq_result tq_capture_tracks(void (*visit)(void* context, const tq_track* track), void* context) {

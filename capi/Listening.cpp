@@ -1,8 +1,10 @@
 #include "Listening.h"
 
+#include <Foundation/NSException.h>
 #include <RZReplayAudioRecorder.h>
 #include <RZStreamCollectManager.h>
 #include <RZStreamMixManager.h>
+#include <TQAudioRecordLock.h>
 #include <mach/mach_time.h>
 
 #include <algorithm>
@@ -45,7 +47,13 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
           onBlock_(source == TQ_BLOCK_MIX ? wanted.on_mix : wanted.on_track),
           onEvent_(source == TQ_BLOCK_MIX ? wanted.on_event : nullptr) {}
 
+    /// [host thread, with the collect manager's lock held] No calls from now on.
+    void end() noexcept { isOver_ = true; }
+
     void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info) override {
+        if (isOver_) {
+            return;
+        }
         const std::size_t count = std::min<std::size_t>(pcm->mNumberBuffers, kMostBuffers);
         std::array<tq_buffer, kMostBuffers> buffers;
         for (std::size_t i = 0; i < count; ++i) {
@@ -76,7 +84,7 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
 
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
                             const std::string& message) override {
-        if (onEvent_ == nullptr) {
+        if (onEvent_ == nullptr || isOver_) {
             return;
         }
         tq_event event{};
@@ -91,7 +99,7 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
     }
 
     [[nodiscard]] std::uint64_t getPCMDataType() override {
-        if (onBlock_ == nullptr) {
+        if (onBlock_ == nullptr || isOver_) {
             return 0;
         }
         return source_ == TQ_BLOCK_MIX ? RZPCMDataTypePre : RZPCMDataTypePost;
@@ -105,6 +113,8 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
     const tq_block_source source_;
     const Receive onBlock_;
     void (*const onEvent_)(void*, const tq_event*);
+    /// Guarded by the collect manager's lock, which is held for every call of a listener.
+    bool isOver_ = false;
 };
 
 Listening::Listening(const tq_listener& wanted) : wanted_(wanted) {
@@ -137,10 +147,13 @@ void Listening::start() {
     }
 }
 
-void Listening::stop() {
-    for (const auto& listener : {tracks_, mix_}) {
-        if (listener) {
-            RZStreamCollectManager::sharedManager().stopAudioStreamCollect(listener);
+void Listening::stop() noexcept {
+    auto& manager = RZStreamCollectManager::sharedManager();
+    for (const auto* const listener : {&tracks_, &mix_}) {
+        if (*listener && !NSCallGuarded([&] { manager.stopAudioStreamCollect(*listener); })) {
+            // Out of memory: it may still be in the manager's list, but is called no more.
+            const TQAudioRecordLock guard(manager.lock());
+            (*listener)->end();
         }
     }
     if (observer_ != 0) {
@@ -205,9 +218,13 @@ tq_result tq_capture_settle(void) {
 
 tq_result tq_capture_restart(void) {
     return call([] {
-        const auto& recorder = RZStreamCollectManager::sharedManager().audioRecorder();
-        recorder->stopRecord();
-        recorder->startRecord();
+        auto& manager = RZStreamCollectManager::sharedManager();
+        // Held, so that no listener comes or goes between the two.
+        const TQAudioRecordLock guard(manager.lock());
+        manager.audioRecorder()->stopRecord();
+        if (!manager.arrAudioListener().empty()) {
+            manager.audioRecorder()->startRecord();
+        }
         return TQ_OK;
     });
 }

@@ -21,7 +21,8 @@ class Listening {
 
     // [host thread], each once.
     void start();
-    void stop();
+    /// After a start that threw as well. Ends the callbacks also where memory has run out.
+    void stop() noexcept;
 
     [[nodiscard]] const tq_listener& wanted() const { return wanted_; }
 

@@ -3,6 +3,7 @@
 #include <TQAudioRecordLog.h>
 
 #include <algorithm>
+#include <new>
 
 #include "Call.h"
 
@@ -21,8 +22,10 @@ void LogListeners::add(const tq_listener& listener) {
         isFirst = listeners_.empty();
         listeners_.push_back(&listener);
     }
-    if (isFirst) {
-        TQAudioRecordRegisterYLogCallback(&onLog);
+    if (isFirst && TQAudioRecordRegisterYLogCallback(&onLog) == 0) {
+        const std::scoped_lock guard(lock_);
+        std::erase(listeners_, &listener);
+        throw std::bad_alloc();
     }
 }
 

@@ -1,3 +1,4 @@
+#include <Foundation/NSException.h>
 #include <RZReplayVolumeController.h>
 
 #include <cmath>
@@ -12,10 +13,14 @@ namespace {
 struct Volume {
     RZReplayVolumeController controller;
 
-    ~Volume() {
-        // A controller that goes leaves its effects on for good; a handle does not.
+    /// What this handle has not switched on stays as it is.
+    void switchOff() {
         controller.enableDucking(nullptr);
         controller.enableCompressor(nullptr);
+    }
+    ~Volume() {
+        // A controller that goes leaves its effects on for good; a handle does not.
+        NSCallGuarded([this] { switchOff(); });
     }
 };
 
@@ -87,15 +92,19 @@ tq_result withVolume(const tq_volume* handle, Body&& body) noexcept {
 }  // namespace
 
 tq_result tq_ducking_defaults(tq_ducking* ducking) {
-    const RZReplayVolumeDuckingParam usual(YES);
-    return tqcapi::answer(ducking, {0, usual.attackTime(), usual.releaseTime(), usual.holdTime(),
-                                    usual.threshold(), usual.targetGain()});
+    return tqcapi::callAnywhere([&] {
+        const RZReplayVolumeDuckingParam usual(YES);
+        return tqcapi::answer(ducking, {0, usual.attackTime(), usual.releaseTime(),
+                                        usual.holdTime(), usual.threshold(), usual.targetGain()});
+    });
 }
 
 tq_result tq_compressor_defaults(tq_compressor* compressor) {
-    const RZReplayVolumeCompressorParam usual(YES);
-    return tqcapi::answer(compressor, {0, usual.attackTime(), usual.releaseTime(),
-                                       usual.sideChainThreshold(), usual.threshold()});
+    return tqcapi::callAnywhere([&] {
+        const RZReplayVolumeCompressorParam usual(YES);
+        return tqcapi::answer(compressor, {0, usual.attackTime(), usual.releaseTime(),
+                                           usual.sideChainThreshold(), usual.threshold()});
+    });
 }
 
 tq_result tq_volume_open(tq_volume** volume) {
@@ -109,7 +118,11 @@ tq_result tq_volume_open(tq_volume** volume) {
 }
 
 tq_result tq_volume_close(tq_volume* volume) {
-    return tqcapi::call([&] { return Volumes::shared().take(volume) ? TQ_OK : TQ_ERROR_HANDLE; });
+    return withVolume(volume, [&](Volume& object) {
+        // First, while the handle is still there to ask again: it may take memory.
+        object.switchOff();
+        return Volumes::shared().take(volume) ? TQ_OK : TQ_ERROR_HANDLE;
+    });
 }
 
 tq_result tq_volume_set_ducking(tq_volume* volume, const tq_ducking* ducking) {

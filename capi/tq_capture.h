@@ -170,7 +170,9 @@ struct tq_listener {
     void (*on_event)(void* context, const struct tq_event* event);
     /** [any thread] The library logs. Without any such listener no line is even made. */
     void (*on_log)(void* context, const struct tq_log_line* line);
-    /** [host thread] A unit was made, started, stopped, uninitialised or left alone. */
+    /** [host thread] A unit was made, started, stopped, uninitialised or left alone. Comes from
+     * within the program's call, with locks of the library held: must not make, start, stop or
+     * change units or graphs. */
     void (*on_unit)(void* context, const struct tq_unit* unit);
 };
 
@@ -184,7 +186,8 @@ typedef struct tq_listening tq_listening;
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_listen(const struct tq_listener* listener,
                                                    tq_listening** listening);
 
-/** [host thread] Waits for callbacks under way; none comes afterwards. The last listener that wants
+/** [host thread] Waits for callbacks under way; none comes afterwards, so nothing that a callback
+ * waits for may be held. The last listener that wants
  * blocks or events stops the capture, on another thread. TQ_ERROR_HANDLE,
  * TQ_ERROR_INSIDE_CALLBACK. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_stop(tq_listening* listening);
@@ -206,7 +209,7 @@ struct tq_capture_state {
     uint32_t is_capturing;
 };
 
-/** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE. */
+/** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_state(struct tq_capture_state* state);
 
 /* ---- tracks and units ------------------------------------------------------------------------ */
@@ -287,7 +290,7 @@ TQ_CAPTURE_EXPORT enum tq_result tq_compressor_defaults(struct tq_compressor* co
 TQ_CAPTURE_EXPORT enum tq_result tq_volume_open(tq_volume** volume);
 
 /** [host thread] Switches off what this handle has switched on. TQ_ERROR_HANDLE,
- * TQ_ERROR_INSIDE_CALLBACK. */
+ * TQ_ERROR_INSIDE_CALLBACK, TQ_ERROR_NO_MEMORY (the handle is still open). */
 TQ_CAPTURE_EXPORT enum tq_result tq_volume_close(tq_volume* volume);
 
 /** [host thread] Switches ducking on with these values, which are copied, or off (null). It is one

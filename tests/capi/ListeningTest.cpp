@@ -255,6 +255,18 @@ TEST_F(Listening, CaptureCanBeStartedAnew) {
                                   TQ_EVENT_CAPTURE_START, TQ_EVENT_DONE)));
 }
 
+TEST_F(Listening, ARestartStartsNothingThatNobodyWants) {
+    ASSERT_EQ(tq_capture_restart(), TQ_OK);
+    ASSERT_EQ(tq_capture_settle(), TQ_OK);
+    EXPECT_FALSE(manager().isCapturing());
+    tq_listener wanted = listenerOf(heard);
+    wanted.on_log = hearLine;
+    listen(wanted);
+    ASSERT_EQ(tq_capture_restart(), TQ_OK);
+    ASSERT_EQ(tq_capture_settle(), TQ_OK);
+    EXPECT_FALSE(manager().isCapturing());
+}
+
 TEST_F(Listening, CallsFromInsideACallbackAreRefused) {
     static std::vector<tq_result> results;
     static tq_listening* own = nullptr;
@@ -288,6 +300,21 @@ TEST_F(Listening, BadInputIsRefused) {
     EXPECT_EQ(tq_capture_stop(nullptr), TQ_ERROR_HANDLE);
     int something = 0;
     EXPECT_EQ(tq_capture_stop(reinterpret_cast<tq_listening*>(&something)), TQ_ERROR_HANDLE);
+}
+
+TEST_F(Listening, AHandleOfAnotherKindIsRefused) {
+    tq_listener wanted = listenerOf(heard);
+    wanted.on_log = hearLine;
+    listen(wanted);
+    // Whoever calls through void pointers has no compiler to tell the two kinds apart.
+    for (int i = 0; i < 100; ++i) {
+        tq_volume* volume = nullptr;
+        ASSERT_EQ(tq_volume_open(&volume), TQ_OK);
+        ASSERT_NE(static_cast<void*>(volume), static_cast<void*>(handle));
+        EXPECT_EQ(tq_capture_stop(reinterpret_cast<tq_listening*>(volume)), TQ_ERROR_HANDLE);
+        EXPECT_EQ(tq_volume_close(volume), TQ_OK);
+    }
+    EXPECT_EQ(tq_volume_close(reinterpret_cast<tq_volume*>(handle)), TQ_ERROR_HANDLE);
 }
 
 }  // namespace
