@@ -65,8 +65,9 @@ struct tq_event_entry {
     const char* text; /**< one clause for a person, without a full stop; never null */
 };
 
-/** [any thread] Real-time safe. Every event that the library raises, by category, then code.
- * `count`, when it is not null, becomes the number of rows. The table is constant and stays. */
+/** [any thread] Real-time safe. Every event that the library or its recorder raises, by
+ * category, then code. `count`, when it is not null, becomes the number of rows. The table is
+ * constant and stays. */
 static inline const struct tq_event_entry* tq_event_table(size_t* count) {
     static const struct tq_event_entry kTable[] = {
         {TQ_EVENT_CAPTURE_START, TQ_EVENT_DONE, TQ_EVENT_KIND_SUCCESS, "capture has started"},
@@ -96,6 +97,8 @@ static inline const struct tq_event_entry* tq_event_table(size_t* count) {
          "the mix reads a track before its unit has stored a first block"},
         {TQ_EVENT_CAPTURE_STOP, TQ_EVENT_STOP_FAILED, TQ_EVENT_KIND_FAILURE,
          "capture could not be stopped cleanly and cannot start again in this process"},
+        {TQ_EVENT_PROCESSING, TQ_EVENT_HOOKS_NOT_WORKING, TQ_EVENT_KIND_FAILURE,
+         "ducking or compression could not be switched on"},
         {TQ_EVENT_PROCESSING, TQ_EVENT_FORMAT_UNSUPPORTED, TQ_EVENT_KIND_FAILURE,
          "the unit's format is none that ducking and compression know: its sound is unchanged"},
         {TQ_EVENT_UNIT_START, TQ_EVENT_DONE, TQ_EVENT_KIND_SUCCESS,

@@ -83,6 +83,7 @@ TEST(Events, NumbersAreThoseThatListenersKnow) {
                                                                            {3, 109},
                                                                            {3, 110},
                                                                            {4, 102},
+                                                                           {5, 103},
                                                                            {5, 112},
                                                                            {6, 0}}));
     EXPECT_EQ(pairs.size(), table().size()) << "a pair stands twice";

@@ -162,6 +162,8 @@ void Tap::runRecording() {
 void Tap::publish() {
     SharedPage& page = memory_->page();
     page.facts.hooksInstalled = captureState().self_test_passed;
+    // Again: two threads may have stored theirs in the wrong order.
+    publishCounts(page);
     struct Visit {
         SharedPage& page;
         std::array<bool, kTracks> isThere{};

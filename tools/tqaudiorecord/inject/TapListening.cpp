@@ -54,6 +54,8 @@ void Tap::watch() {
 void Tap::collect() {
     if (!volume_.begin(settings_)) {
         tq_event refused{};
+        refused.category = TQ_EVENT_PROCESSING;
+        refused.code = TQ_EVENT_HOOKS_NOT_WORKING;
         refused.message = "ducking or compression could not be switched on";
         refused.host_microseconds = hostMicroseconds();
         pushEvent(refused);
@@ -65,12 +67,17 @@ void Tap::collect() {
     mix.on_event = [](void* tap, const tq_event* event) {
         static_cast<Tap*>(tap)->pushEvent(*event);
     };
-    (void)tq_capture_listen(&mix, &mix_);
+    // Called again as long as the first did not succeed: what is there already stays alone.
+    if (mix_ == nullptr) {
+        (void)tq_capture_listen(&mix, &mix_);
+    }
     tq_listener tracks = listenerOf(this);
     tracks.on_track = [](void* tap, const tq_block* block) {
         static_cast<Tap*>(tap)->pushBlock(RecordKind::kTrack, *block);
     };
-    (void)tq_capture_listen(&tracks, &tracks_);
+    if (tracks_ == nullptr) {
+        (void)tq_capture_listen(&tracks, &tracks_);
+    }
 }
 
 void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {

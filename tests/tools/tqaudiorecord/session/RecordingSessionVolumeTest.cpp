@@ -1,5 +1,6 @@
 // Ducking and compression as a recording asks for them.
 
+#include <TQAudioRecord/tq_events.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -76,6 +77,19 @@ TEST_F(Session, TheMicrophoneOfADeviceWithoutOneIsSilenceAndDucksNothing) {
     options.duckOn = "microphone";
     record({kHost, "tone", "1"});
     EXPECT_NEAR(amplitudeAt(sink.only().streams.at(1).samples(0), 48000, 700), 0.5, 0.01);
+}
+
+TEST_F(Session, DuckingThatCannotBeSwitchedOnIsAFailure) {
+    options.duck = true;
+    options.armGuard = false;
+    record({kHost, "tone", "0.5"});
+    ASSERT_EQ(sink.processes.size(), 1U);
+    const auto& events = sink.processes.begin()->second.events;
+    ASSERT_THAT(events, testing::Not(testing::IsEmpty()));
+    const auto& refused = events.front();
+    EXPECT_EQ(refused.message, "ducking or compression could not be switched on");
+    EXPECT_EQ(tq_event_kind_of(refused.category, refused.code), TQ_EVENT_KIND_FAILURE);
+    EXPECT_STREQ(tq_event_text(refused.category, refused.code), refused.message.c_str());
 }
 
 TEST_F(Session, CompressionIsHeardInTheTracks) {
