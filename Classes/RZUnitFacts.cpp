@@ -30,10 +30,12 @@ void RZUnitFacts::note(Change&& change) {
             return;
         }
         const std::scoped_lock guard(observersLock_);
-        // A copy: an observer may stop observing.
+        // A copy: an observer may stop itself or another one, which then hears of this no more.
         const auto observers = observers_;
-        for (const auto& [id, observer] : observers) {
-            (*observer)(*fact);
+        for (const auto& each : observers) {
+            if (std::find(observers_.begin(), observers_.end(), each) != observers_.end()) {
+                NSCallGuarded([&] { (*each.second)(*fact); });
+            }
         }
     });
 }

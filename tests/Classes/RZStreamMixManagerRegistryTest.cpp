@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -138,6 +139,22 @@ TEST_F(RZStreamMixManagerRegistryTest, ObserversOfNewUnitsKeepNoRenderWaiting) {
     }
     RZUnitFacts::shared().stopObserving(observer);
     EXPECT_EQ(std::vector<bool>(8, true), wasFree);
+}
+
+TEST_F(RZStreamMixManagerRegistryTest, ObserversOfUnitsDoNotDependOnEachOther) {
+    RZUnitFacts& facts = RZUnitFacts::shared();
+    RZUnitFacts::ObserverId stopped = 0;
+    int told = 0;
+    const auto first = facts.observe([&](const RZUnitFact&) {
+        facts.stopObserving(stopped);
+        throw std::runtime_error("a bad observer");
+    });
+    stopped = facts.observe([&](const RZUnitFact&) { told += 100; });
+    const auto last = facts.observe([&](const RZUnitFact&) { ++told; });
+    add(1);
+    facts.stopObserving(first);
+    facts.stopObserving(last);
+    EXPECT_EQ(1, told);
 }
 
 TEST_F(RZStreamMixManagerRegistryTest, TracksAreNumberedFromOneAndTheEighthUnitGetsNone) {
