@@ -229,7 +229,8 @@ constinit RZHookSet RZGraphHooks({"[RZReplay] start AUGraphCapture", rows,
                                   TQHookSelfTest::testAUGraphHook});
 
 void RZReplayAudioUnitGraphCapturer::startHook() {
-    RZHookSet::start({&RZGraphHooks});
+    RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitGraphCapturer startHook]"),
+              [] { RZHookSet::start({&RZGraphHooks}); });
 }
 
 BOOL RZReplayAudioUnitGraphCapturer::isHookStarted() {

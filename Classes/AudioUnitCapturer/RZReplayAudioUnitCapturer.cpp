@@ -193,7 +193,8 @@ std::span<const TQRebinding> rows() {
 constinit RZHookSet RZUnitHooks({"[RZReplay] start AudioUnitCapture", rows, nullptr});
 
 void RZReplayAudioUnitCapturer::startHook() {
-    RZHookSet::start({&RZUnitHooks});
+    RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitCapturer startHook]"),
+              [] { RZHookSet::start({&RZUnitHooks}); });
 }
 
 BOOL RZReplayAudioUnitCapturer::isHookStarted() {

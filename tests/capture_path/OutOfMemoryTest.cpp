@@ -260,6 +260,18 @@ TEST_F(OutOfMemory, AReportFromARenderThreadIsDropped) {
     EXPECT_TRUE(hasFailed);
 }
 
+TEST_F(OutOfMemory, AnotherStartOfTheHooksThrowsNothing) {
+    starve([] {},
+           [] {
+               RZReplayAudioUnitCapturer::startHook();
+               RZReplayAudioUnitGraphCapturer::startHook();
+           },
+           [] {
+               EXPECT_TRUE(RZReplayAudioUnitCapturer::isHookStarted());
+               EXPECT_TRUE(RZReplayAudioUnitGraphCapturer::isHookStarted());
+           });
+}
+
 TEST(OutOfMemoryAtLoad, HookSetsStartTogetherOrNotAtAll) {
     const RZHookSet::Plan plan{"an announcement that does not fit in place",
                                [] { return std::span<const TQRebinding>(); }, nullptr};
