@@ -14,7 +14,7 @@ struct RZReplayAudioRecorder::State {
 };
 
 std::shared_ptr<RZReplayAudioRecorder> RZReplayAudioRecorder::create() {
-    const std::shared_ptr<RZReplayAudioRecorder> recorder(new RZReplayAudioRecorder);
+    std::shared_ptr<RZReplayAudioRecorder> recorder(new RZReplayAudioRecorder);
     recorder->state_->manager = RZStreamMixManager::sharedManager();
     recorder->state_->manager->setCallback(recorder);
     recorder->state_->queue = dispatch_queue_create("RZReplayAudioRecorder", nullptr);

@@ -103,8 +103,8 @@ LoaderCounts loaderCounts() {
 LoadedImages loadedImages() {
     Copy copy;
     std::size_t images = 64;
-    std::size_t headers = 64 * 12;
-    std::size_t names = 64 * 80;
+    std::size_t headers = images * 12;
+    std::size_t names = images * 80;
     do {
         copy = Copy{};
         copy.images.reserve(images);
