@@ -103,10 +103,22 @@ tq_result tq_guard_disarm(void) {
             return TQ_ERROR_GUARD_NOT_READY;
         }
         tq_result result = TQ_OK;
+        const auto note = [&result](int code) {
+            result = result == TQ_OK ? resultOf(code) : result;
+        };
+        auto& config = TQAudioRecordHookConfig::shared();
+        bool isAnyWanted = false;
         for (const HookTable::Item& item : table.items) {
             if (item.enabled) {
-                const int code = TQAudioRecordHookConfig::shared().enableHook(item.id, NO);
-                result = result == TQ_OK ? resultOf(code) : result;
+                note(config.enableHook(item.id, NO));
+                isAnyWanted = true;
+            }
+        }
+        // A store whose retries are used up has forgotten its items, and the change above has
+        // written the file without them.
+        for (const HookTable::Item& item : table.items) {
+            if (isAnyWanted && item.forceDisabled) {
+                note(config.forceDisableHook(item.id, YES));
             }
         }
         return result;

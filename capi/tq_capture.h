@@ -345,8 +345,8 @@ TQ_CAPTURE_EXPORT enum tq_result tq_guard_get_state(struct tq_guard_state* state
 
 /** [host thread] Asks for the hooks under an id of the caller's choice, from the next launch on,
  * and restores the retries. It also says that this launch's hooks have proved themselves: a death
- * in them is not counted any more. TQ_ERROR_GUARD_NOT_READY, TQ_ERROR_GUARD_FULL,
- * TQ_ERROR_INSIDE_CALLBACK. */
+ * in them is not counted any more. Where the retries are used up, what other ids wanted or forbade
+ * is forgotten by this. TQ_ERROR_GUARD_NOT_READY, TQ_ERROR_GUARD_FULL, TQ_ERROR_INSIDE_CALLBACK. */
 TQ_CAPTURE_EXPORT enum tq_result tq_guard_arm(uint32_t id);
 
 /** [host thread] Takes back every wish for the hooks, under whatever id, from the next launch on.

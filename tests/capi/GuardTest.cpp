@@ -89,6 +89,13 @@ TEST_F(Guard, ADeathInsideCostsARetryAndTheLastOneTheHooks) {
               "state=0 next=0 this=4 retries=2 atLoad=0 inside=0 ids=1 wanting=1 forbidding=0\n");
 }
 
+TEST_F(Guard, DisarmingLeavesProhibitionsAlsoWhereTheRetriesAreUsedUp) {
+    leave(0, {{7, 1, 0}, {8, 0, 1}});
+    EXPECT_EQ(run({"disarm", "state"}),
+              "disarm=0\n"
+              "state=0 next=3 this=3 retries=2 atLoad=0 inside=0 ids=2 wanting=0 forbidding=1\n");
+}
+
 TEST_F(Guard, WithoutFilesNothingCanBeArmed) {
     std::filesystem::create_directories(folder().parent_path());
     std::ofstream(folder()) << "a file where the folder should be";
