@@ -1,5 +1,6 @@
 #include "LogListeners.h"
 
+#include <Foundation/NSException.h>
 #include <TQAudioRecordLog.h>
 
 #include <algorithm>
@@ -59,7 +60,8 @@ void LogListeners::tell(const tq_log_line& line) {
     const CallbackScope scope;
     // Callbacks cannot change the list.
     for (const tq_listener* const listener : listeners_) {
-        listener->on_log(listener->context, &line);
+        // One that throws takes the line from nobody else.
+        NSCallGuarded([&] { listener->on_log(listener->context, &line); });
     }
 }
 

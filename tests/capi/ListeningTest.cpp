@@ -267,6 +267,23 @@ TEST_F(Listening, ARestartStartsNothingThatNobodyWants) {
     EXPECT_FALSE(manager().isCapturing());
 }
 
+TEST_F(Listening, AListenerThatThrowsTakesNothingFromTheOthers) {
+    tq_listener rude{};
+    rude.size = sizeof rude;
+    rude.on_log = [](void* /*context*/, const tq_log_line* /*line*/) { throw 1; };
+    rude.on_unit = [](void* /*context*/, const tq_unit* /*unit*/) { throw 1; };
+    tq_listening* first = nullptr;
+    ASSERT_EQ(tq_capture_listen(&rude, &first), TQ_OK);
+    tq_listener wanted = listenerOf(heard);
+    wanted.on_log = hearLine;
+    wanted.on_unit = hearUnit;
+    listen(wanted);
+    const HostUnit host;
+    EXPECT_THAT(heard.lines, Contains(HasSubstr("[mix] newAudioUnitObj, key: ")));
+    EXPECT_THAT(heard.units, testing::SizeIs(1));
+    EXPECT_EQ(tq_capture_stop(first), TQ_OK) << "the thread is inside no callback any more";
+}
+
 TEST_F(Listening, CallsFromInsideACallbackAreRefused) {
     static std::vector<tq_result> results;
     static tq_listening* own = nullptr;
