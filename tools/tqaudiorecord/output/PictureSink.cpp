@@ -109,8 +109,19 @@ void PictureSink::event(const Process& /*process*/, const Event& event) {
         const auto [earlier, later] = std::minmax(mark.microseconds, event.microseconds);
         return mark.label == label && later - earlier < kRepeatedMicroseconds;
     });
-    if (!isRepeated && marks_.size() < kMostMarks) {
-        marks_.push_back({event.microseconds, label, !isFailure});
+    if (isRepeated) {
+        return;
+    }
+    const Mark wanted{event.microseconds, label, !isFailure};
+    if (marks_.size() < kMostMarks) {
+        marks_.push_back(wanted);
+    } else if (isFailure) {
+        // In a long recording what belongs to it has taken all the room.
+        const auto quiet = std::find_if(marks_.rbegin(), marks_.rend(),
+                                        [](const Mark& mark) { return mark.isQuiet; });
+        if (quiet != marks_.rend()) {
+            *quiet = wanted;
+        }
     }
 }
 

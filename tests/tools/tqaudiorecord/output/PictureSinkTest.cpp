@@ -19,15 +19,19 @@ namespace {
 class PictureSinkTest : public SinkFixture {
   protected:
     /// Pixels in the colour of failures in the picture of a recording of one second with that
-    /// event at those frames.
+    /// event at those frames, behind so many others that are none.
     std::size_t redWith(std::uint64_t category, std::uint64_t code,
-                        const std::vector<std::size_t>& frames = {22'050}) {
+                        const std::vector<std::size_t>& frames = {22'050}, int quietBefore = 0) {
         const std::string path = folder_.file("out.png");
         PictureSink sink(path, nullptr, nullptr, names_);
         EXPECT_TRUE(sink.open());
         sink.processBegan(game_);
         const std::vector<std::byte> silence(44'100 * 4);
         sink.block(game_, mixBlock(silence, at(0)));
+        for (int i = 0; i < quietBefore; ++i) {
+            // Apart from each other, though all stand at the beginning.
+            sink.event(game_, {at(0) - static_cast<std::uint64_t>(i) * 30'000, 6, 0, ""});
+        }
         for (const std::size_t frame : frames) {
             sink.event(game_, {at(frame), category, code, ""});
         }
@@ -67,6 +71,10 @@ TEST_F(PictureSinkTest, EventsOfANormalStartAreNotDrawnAsFailures) {
     EXPECT_EQ(redWith(1, 105), without);
     EXPECT_EQ(redWith(3, 110), without);
     EXPECT_GT(redWith(2, 109), without + 100);
+}
+
+TEST_F(PictureSinkTest, AFailureIsMarkedHoweverMuchHappenedBefore) {
+    EXPECT_GT(redWith(2, 109, {22'050}, 300), redWith(0, 0) + 100);
 }
 
 TEST_F(PictureSinkTest, AnEventThatRepeatsAtOnceIsMarkedOnce) {
