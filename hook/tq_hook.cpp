@@ -21,6 +21,13 @@ int tqhook_rebind(const tqhook_rebinding* rebindings, size_t count, const tqhook
             // A caller may know fewer fields than this library, or more.
             std::memcpy(&known, options, std::min(options->size, sizeof known));
         }
+        const char* const* const patterns = known.exemptPatterns;
+        if (known.exemptPatternCount > 0 &&
+            (patterns == nullptr ||
+             std::any_of(patterns, patterns + known.exemptPatternCount,
+                         [](const char* each) { return each == nullptr; }))) {
+            return -1;
+        }
         return Rebinder::shared().rebind({rebindings, count}, known);
     } catch (const std::exception&) {
         return -1;

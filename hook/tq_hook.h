@@ -54,9 +54,9 @@ struct tqhook_options {
 /// replacement change nothing about that.
 ///
 /// Returns 0, or -1 when a record has no symbol or no replacement (the other records are carried
-/// out), when `rebindings` is null with a count above 0, when memory runs out (what was redirected
-/// up to there works), or when the process has no dynamic loader to work with. Nothing is ever
-/// undone.
+/// out), when `rebindings` or the patterns are null with a count above 0 or a pattern is null
+/// (nothing is redirected), when memory runs out (what was redirected up to there works), or when
+/// the process has no dynamic loader to work with. Nothing is ever undone.
 ///
 /// May be called from a library's load-time constructor. Takes the loader's lock and allocates.
 /// Leaves dlerror() without a message.

@@ -155,4 +155,14 @@ TEST(Exemptions, OptionsOfAnOlderCallerAreReadToTheirEnd) {
     EXPECT_EQ(t_add(1, 2), 1003);
 }
 
+TEST(Exemptions, NullPatternsAreRefusedAndNothingIsRedirected) {
+    std::array<const char*, 2> patterns{"libnothing.so", nullptr};
+    const tqhook_options holding = exempting(patterns);
+    EXPECT_EQ(rebind(first, savedFirst, &holding), -1);
+    tqhook_options none = holding;
+    none.exemptPatterns = nullptr;
+    EXPECT_EQ(rebind(first, savedFirst, &none), -1);
+    EXPECT_EQ(t_add(1, 2), 3);
+}
+
 }  // namespace
