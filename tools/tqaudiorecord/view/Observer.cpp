@@ -1,8 +1,17 @@
 #include "view/Observer.h"
 
+#include <TQAudioRecord/tq_events.h>
+
+#include <limits>
 #include <utility>
 
 namespace tqrecorder {
+namespace {
+
+constexpr std::uint64_t kUnknownCategory = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kUnknownCode = std::numeric_limits<std::uint64_t>::max();
+
+}  // namespace
 
 std::uint64_t ProcessState::eventCount() const {
     std::uint64_t count = 0;
@@ -69,7 +78,11 @@ void Observer::lost(const Process& process, std::uint64_t blocks, std::uint64_t 
 }
 
 void Observer::event(const Process& process, const Event& event) {
-    ++stateOf(process).events[{event.category, event.code}];
+    // One entry for all that no table knows: a host that spoils the shared memory may say anything.
+    const bool isKnown = tq_event_find(event.category, event.code) != nullptr;
+    const std::uint64_t category = isKnown ? event.category : kUnknownCategory;
+    const std::uint64_t code = isKnown || event.code == TQ_EVENT_DONE ? event.code : kUnknownCode;
+    ++stateOf(process).events[{category, code}];
 }
 
 void Observer::numbers(const Process& process, std::span<const TrackNumbers> tracks,

@@ -31,7 +31,8 @@ struct ProcessState {
     std::map<int, SourceState> sources;
     std::uint64_t lostBlocks = 0;
     std::uint64_t lostBytes = 0;
-    /// How often each pair of category and code came.
+    /// How often each pair of category and code came. Pairs that no table knows count as one pair
+    /// of no category, with the code 0 or another.
     std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> events;
     HostFacts facts;
     bool factsKnown = false;

@@ -50,5 +50,15 @@ TEST_F(SummaryTest, TellsFailuresFirstAndAsSuch) {
                   "    the mix reads a track before its unit has stored a first block\n"));
 }
 
+TEST_F(SummaryTest, TellsUnknownEventsInOneLine) {
+    for (std::uint64_t i = 0; i < 1000; ++i) {
+        observer_.event(game_, {1, 1000 + i, i, ""});
+    }
+    EXPECT_THAT(summaryText(observer_, {}, {}, {}, {}),
+                HasSubstr("  1000 events, 0 gaps filled with silence, 0 blocks lost\n"
+                          "    failure: an event that this version does not know (999 times)\n"
+                          "    an event that this version does not know\n"));
+}
+
 }  // namespace
 }  // namespace tqrecorder::test
