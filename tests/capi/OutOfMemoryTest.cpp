@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <utility>
 
 #include "RZReplayAudioUnitCapturer.h"
@@ -9,6 +7,7 @@
 #include "RZStreamCollectManager.h"
 #include "RZUnitFacts.h"
 #include "TQAudioRecordLog.h"
+#include "support/FailingAllocations.h"
 #include "tq_capture.h"
 
 // Memory that runs out inside a call of the C interface: the call says so, and who has been told
@@ -16,67 +15,19 @@
 
 namespace {
 
-/// Allocations of this thread that still succeed; below zero all do.
-thread_local int allocationsLeft = -1;
-thread_local bool hasFailed = false;
-
-void* allocateOrNull(std::size_t size) noexcept {
-    if (allocationsLeft == 0) {
-        hasFailed = true;
-        return nullptr;
-    }
-    if (allocationsLeft > 0) {
-        --allocationsLeft;
-    }
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-void* allocate(std::size_t size) {
-    if (void* const memory = allocateOrNull(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocateOrNull(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocateOrNull(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-
-namespace {
+using tqtest::allocationsLeft;
+using tqtest::hasAllocationFailed;
 
 /// Runs `call` with the nth allocation failing, n from 0 up, until it needs no more of them.
 template <class Call, class Check>
 void starve(const Call& call, const Check& check) {
     for (int left = 0; left < 500; ++left) {
-        hasFailed = false;
+        hasAllocationFailed = false;
         allocationsLeft = left;
         const tq_result result = call();
         allocationsLeft = -1;
         check(result);
-        if (!hasFailed) {
+        if (!hasAllocationFailed) {
             EXPECT_EQ(result, TQ_OK);
             return;
         }

@@ -16,62 +16,15 @@
 #include "RZStreamMixManager.h"
 #include "TQAudioCaptureBase.h"
 #include "TQAudioRecordLog.h"
+#include "support/FailingAllocations.h"
 
 // Memory that runs out in the middle of a host's call: the host gets the platform's own answer, the
 // library's share is dropped.
 
 namespace {
 
-/// Allocations of this thread that still succeed; below zero all do.
-thread_local int allocationsLeft = -1;
-thread_local bool hasFailed = false;
-
-void* allocateOrNull(std::size_t size) noexcept {
-    if (allocationsLeft == 0) {
-        hasFailed = true;
-        return nullptr;
-    }
-    if (allocationsLeft > 0) {
-        --allocationsLeft;
-    }
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-void* allocate(std::size_t size) {
-    if (void* const memory = allocateOrNull(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocateOrNull(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocateOrNull(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-
-namespace {
+using tqtest::allocationsLeft;
+using tqtest::hasAllocationFailed;
 
 class Listener : public RZReplayAudioRecorderListener<Listener> {
   public:
@@ -101,12 +54,12 @@ int starve(const std::function<void()>& prepare, const std::function<void()>& ca
     int failures = 0;
     for (int left = 0; left < 500; ++left) {
         prepare();
-        hasFailed = false;
+        hasAllocationFailed = false;
         allocationsLeft = left;
         EXPECT_NO_THROW(call());
         allocationsLeft = -1;
         restore();
-        if (!hasFailed) {
+        if (!hasAllocationFailed) {
             return failures;
         }
         ++failures;
@@ -257,7 +210,7 @@ TEST_F(OutOfMemory, AReportFromARenderThreadIsDropped) {
                                                                            0, 480, nullptr));
     allocationsLeft = -1;
     EXPECT_EQ(status, 0);
-    EXPECT_TRUE(hasFailed);
+    EXPECT_TRUE(hasAllocationFailed);
 }
 
 TEST_F(OutOfMemory, AnotherStartOfTheHooksThrowsNothing) {
@@ -290,8 +243,8 @@ TEST(OutOfMemoryAtLoad, HookSetsStartTogetherOrNotAtAll) {
             }
         },
         [&] {
-            EXPECT_EQ(one->isStarted(), !hasFailed);
-            EXPECT_EQ(two->isStarted(), !hasFailed);
+            EXPECT_EQ(one->isStarted(), !hasAllocationFailed);
+            EXPECT_EQ(two->isStarted(), !hasAllocationFailed);
         });
     EXPECT_GT(failures, 2);
 }

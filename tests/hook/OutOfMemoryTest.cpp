@@ -1,13 +1,10 @@
 // Memory that runs out in the middle of a request: what was redirected before stays as it was.
 #include <gtest/gtest.h>
-#include <malloc.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <new>
 
 #include "hook/rebind/Rebinder.h"
 #include "hook/tq_hook.h"
+#include "support/FailingAllocations.h"
 
 extern "C" {
 #include "hosts/target.h"
@@ -15,34 +12,8 @@ extern "C" {
 
 namespace {
 
-/// Allocations of this thread that still succeed; below zero all do.
-thread_local int allocationsLeft = -1;
-thread_local bool hasFailed = false;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (allocationsLeft == 0) {
-        hasFailed = true;
-        throw std::bad_alloc();
-    }
-    if (allocationsLeft > 0) {
-        --allocationsLeft;
-    }
-    return std::malloc(size == 0 ? 1 : size);
-}
-void operator delete(void* memory) noexcept {
-    // So that nobody can go on using it unseen.
-    if (memory != nullptr) {
-        std::memset(memory, 0xDD, malloc_usable_size(memory));
-    }
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    operator delete(memory);
-}
-
-namespace {
+using tqtest::allocationsLeft;
+using tqtest::hasAllocationFailed;
 
 int (*savedAdd)(int, int) = nullptr;
 int (*savedPick)() = nullptr;
@@ -59,13 +30,13 @@ int pick() {
 template <class Call, class Check>
 int starve(const Call& call, const Check& check) {
     for (int failures = 0; failures < 2000; ++failures) {
-        hasFailed = false;
+        hasAllocationFailed = false;
         allocationsLeft = failures;
         const int result = call();
         allocationsLeft = -1;
-        EXPECT_EQ(result, hasFailed ? -1 : 0);
+        EXPECT_EQ(result, hasAllocationFailed ? -1 : 0);
         check();
-        if (!hasFailed) {
+        if (!hasAllocationFailed) {
             return failures;
         }
     }
