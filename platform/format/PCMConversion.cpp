@@ -174,7 +174,7 @@ Loops loopsOf(const PCMFormat& format) noexcept {
 }  // namespace
 
 void toFloat(const AudioBufferList& list, const PCMFormat& format,
-             AudioView planes) noexcept TQ_NONBLOCKING {
+             const AudioView& planes) noexcept TQ_NONBLOCKING {
     const UInt32 frames = planes.frames();
     if (const std::byte* const first = stereo16Of(list, format)) {
         readStereo16(first, planes.plane(0), planes.plane(1), frames);
@@ -191,7 +191,7 @@ void toFloat(const AudioBufferList& list, const PCMFormat& format,
     }
 }
 
-void fromFloat(ConstAudioView planes, const PCMFormat& format,
+void fromFloat(const ConstAudioView& planes, const PCMFormat& format,
                AudioBufferList& list) noexcept TQ_NONBLOCKING {
     const UInt32 frames = planes.frames();
     if (std::byte* const first = stereo16Of(list, format)) {
@@ -207,7 +207,8 @@ void fromFloat(ConstAudioView planes, const PCMFormat& format,
     }
 }
 
-void mapChannels(ConstAudioView source, AudioView destination) noexcept TQ_NONBLOCKING {
+void mapChannels(const ConstAudioView& source,
+                 const AudioView& destination) noexcept TQ_NONBLOCKING {
     const UInt32 frames = destination.frames();
     const std::size_t bytes = frames * sizeof(float);
     if (destination.channels() == 1 && source.channels() > 1) {

@@ -37,17 +37,17 @@ struct PCMFormat {
 /// [any thread] [real-time safe] Fills the planes from `list` (whose buffers hold at least as many
 /// frames), full scale 1.0.
 void toFloat(const AudioBufferList& list, const PCMFormat& format,
-             tqcommon::AudioView planes) noexcept TQ_NONBLOCKING;
+             const tqcommon::AudioView& planes) noexcept TQ_NONBLOCKING;
 
 /// [any thread] [real-time safe] Writes the planes into the buffers of `list`, rounded to nearest
 /// and saturated; a NaN becomes 0.
-void fromFloat(tqcommon::ConstAudioView planes, const PCMFormat& format,
+void fromFloat(const tqcommon::ConstAudioView& planes, const PCMFormat& format,
                AudioBufferList& list) noexcept TQ_NONBLOCKING;
 
 /// [any thread] [real-time safe] Copies planes of one channel count to another: mono is spread, a
 /// fold-down to mono averages, otherwise channels beyond the source become silent. A plane may be
 /// the same on both sides.
-void mapChannels(tqcommon::ConstAudioView source,
-                 tqcommon::AudioView destination) noexcept TQ_NONBLOCKING;
+void mapChannels(const tqcommon::ConstAudioView& source,
+                 const tqcommon::AudioView& destination) noexcept TQ_NONBLOCKING;
 
 }  // namespace tqplatform

@@ -115,7 +115,7 @@ class RateConverter::Engine {
         }
     }
 
-    OSStatus pull(AudioView planes, FramePull source, void* context) noexcept {
+    OSStatus pull(const AudioView& planes, FramePull source, void* context) noexcept {
         const UInt32 frames = planes.frames();
         UInt32 done = 0;
         while (done < frames) {
@@ -164,7 +164,8 @@ class RateConverter::Engine {
 
     /// Feeds the resampler and takes out what it can give, up to `capacity`. Negative when it
     /// failed for want of memory.
-    int convert(AudioView in, UInt32 inCount, AudioView out, UInt32 capacity) noexcept {
+    int convert(const AudioView& in, UInt32 inCount, const AudioView& out,
+                UInt32 capacity) noexcept {
         const std::uint8_t* inBytes[kMaximumChannels];
         std::uint8_t* outBytes[kMaximumChannels];
         for (UInt32 channel = 0; channel < channels_; ++channel) {
@@ -192,7 +193,8 @@ class RateConverter::Engine {
     }
 
     /// Fills the planes; `made` says how many of their frames when the source fails.
-    OSStatus pullBlock(AudioView planes, FramePull source, void* context, UInt32& made) noexcept {
+    OSStatus pullBlock(const AudioView& planes, FramePull source, void* context,
+                       UInt32& made) noexcept {
         const UInt32 block = planes.frames();
         std::int64_t wanted = ratio_.inputFor(block, credit_);
         while (made < block || wanted > 0) {
@@ -246,7 +248,7 @@ class RateConverter::Engine {
     }
 
     /// Gives silence for silence without the resampler.
-    void miss(UInt32 fed, AudioView planes) noexcept {
+    void miss(UInt32 fed, const AudioView& planes) noexcept {
         const UInt32 given = planes.frames();
         silence(planes);
         credit_ += fed * ratio_.output - given * ratio_.input;
@@ -277,7 +279,7 @@ class RateConverter::Engine {
         missedInput_ = missedOutput_ = 0;
     }
 
-    int give(UInt32 fed, AudioView out) noexcept {
+    int give(UInt32 fed, const AudioView& out) noexcept {
         const int count = convert(input_, fed, out, out.frames());
         if (count >= 0) {
             credit_ += fed * ratio_.output - count * ratio_.input;
@@ -310,7 +312,7 @@ class RateConverter::Engine {
         for (int round = 0; round < 3; ++round) {
             UInt32 made = 0;
             pullBlock(
-                scratch_, [](void*, AudioView) -> OSStatus { return noErr; }, nullptr, made);
+                scratch_, [](void*, const AudioView&) -> OSStatus { return noErr; }, nullptr, made);
         }
     }
 
@@ -351,7 +353,7 @@ RateConverter::RateConverter(Float64 inputRate, Float64 outputRate, UInt32 chann
 
 RateConverter::~RateConverter() = default;
 
-OSStatus RateConverter::pull(AudioView planes, FramePull source, void* context) noexcept {
+OSStatus RateConverter::pull(const AudioView& planes, FramePull source, void* context) noexcept {
     return engine_->pull(planes, source, context);
 }
 

@@ -10,7 +10,7 @@ namespace tqplatform {
 
 /// Where a converter gets its input: fills the planes. A non-zero status ends the pull.
 /// [render thread] [real-time safe]
-using FramePull = OSStatus (*)(void* context, tqcommon::AudioView planes);
+using FramePull = OSStatus (*)(void* context, const tqcommon::AudioView& planes);
 
 /// Changes the sample rate of float planes. Pulled: the consumer names an exact number of output
 /// frames and the converter asks its source for what that needs, in pulls of at most
@@ -27,7 +27,7 @@ class RateConverter {
 
     /// [any thread, one at a time] [real-time safe] Fills the planes with output frames; on a
     /// failed source the rest is silence and the source's status is returned.
-    OSStatus pull(tqcommon::AudioView planes, FramePull source, void* context) noexcept;
+    OSStatus pull(const tqcommon::AudioView& planes, FramePull source, void* context) noexcept;
     /// [any thread, one at a time] [real-time safe] Forgets the past.
     void reset() noexcept;
 

@@ -22,7 +22,7 @@ BusReader::Given BusReader::take(const BusPull& pull, UInt32 frames) noexcept {
     return {list, status == noErr ? framesIn(list, memory_.format(), frames) : 0, status};
 }
 
-void BusReader::convert(const Given& given, AudioView planes) noexcept {
+void BusReader::convert(const Given& given, const AudioView& planes) noexcept {
     const PCMFormat& format = memory_.format();
     const AudioView held = planes.slice(0, given.held);
     if (given.held == 0) {
@@ -37,13 +37,13 @@ void BusReader::convert(const Given& given, AudioView planes) noexcept {
     silence(planes.slice(given.held, planes.frames() - given.held));
 }
 
-OSStatus BusReader::read(const BusPull& pull, AudioView planes) noexcept {
+OSStatus BusReader::read(const BusPull& pull, const AudioView& planes) noexcept {
     const Given given = take(pull, planes.frames());
     convert(given, planes);
     return given.status;
 }
 
-OSStatus BusReader::readInPlace(const BusPull& pull, AudioView planes,
+OSStatus BusReader::readInPlace(const BusPull& pull, const AudioView& planes,
                                 ConstAudioView& found) noexcept {
     const Given given = take(pull, planes.frames());
     if (!find(given, planes.frames(), found)) {

@@ -25,11 +25,11 @@ class BusReader {
     /// [render thread] [real-time safe] Pulls as many frames as `planes` has (up to the maximum).
     /// What the source leaves out is silence, and so is everything when it fails; its status is
     /// returned.
-    OSStatus read(const BusPull& pull, tqcommon::AudioView planes) noexcept;
+    OSStatus read(const BusPull& pull, const tqcommon::AudioView& planes) noexcept;
 
     /// [render thread] [real-time safe] The same without a copy where there need be none: `found`
     /// shows where the samples are until the next read, with the source or in `planes`.
-    OSStatus readInPlace(const BusPull& pull, tqcommon::AudioView planes,
+    OSStatus readInPlace(const BusPull& pull, const tqcommon::AudioView& planes,
                          tqcommon::ConstAudioView& found) noexcept;
 
     [[nodiscard]] bool fits(const PCMFormat& format, UInt32 channels,
@@ -43,7 +43,7 @@ class BusReader {
         OSStatus status;
     };
     Given take(const BusPull& pull, UInt32 frames) noexcept;
-    void convert(const Given& given, tqcommon::AudioView planes) noexcept;
+    void convert(const Given& given, const tqcommon::AudioView& planes) noexcept;
     /// Shows the samples where the source left them, when they can be read there.
     [[nodiscard]] bool find(const Given& given, UInt32 frames,
                             tqcommon::ConstAudioView& found) const noexcept;

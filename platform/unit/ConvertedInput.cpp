@@ -18,7 +18,7 @@ ConvertedInput::ConvertedInput(const PCMFormat& format, Float64 rate, UInt32 cha
       planes_(innerChannels_ == channels ? 0 : innerChannels_, maximumFrames) {
 }
 
-OSStatus ConvertedInput::read(const BusPull& pull, AudioView planes) noexcept {
+OSStatus ConvertedInput::read(const BusPull& pull, const AudioView& planes) noexcept {
     const bool goesOn = started_ && pull.time.mSampleTime == nextOutputTime_;
     if (innerRate_ == rate_) {
         nextSampleTime_ = pull.time.mSampleTime;
@@ -38,7 +38,7 @@ OSStatus ConvertedInput::read(const BusPull& pull, AudioView planes) noexcept {
     return status;
 }
 
-OSStatus ConvertedInput::pullBus(void* context, AudioView planes) {
+OSStatus ConvertedInput::pullBus(void* context, const AudioView& planes) {
     auto& self = *static_cast<ConvertedInput*>(context);
     AudioTimeStamp time = self.pull_->time;
     time.mSampleTime = self.nextSampleTime_;

@@ -13,7 +13,7 @@ class ConvertedInput {
 
     /// [render thread] [real-time safe] Fills `planes`, frames of the outer rate in which pull.time
     /// counts, too. The source sees sample times that count in its own frames.
-    OSStatus read(const BusPull& pull, tqcommon::AudioView planes) noexcept;
+    OSStatus read(const BusPull& pull, const tqcommon::AudioView& planes) noexcept;
     /// [render thread] [real-time safe] Forgets the past: the next read begins anew at its own
     /// time.
     void restart() noexcept;
@@ -22,7 +22,7 @@ class ConvertedInput {
                             UInt32 maximumFrames) const noexcept;
 
   private:
-    static OSStatus pullBus(void* context, tqcommon::AudioView planes);
+    static OSStatus pullBus(void* context, const tqcommon::AudioView& planes);
 
     Float64 innerRate_;
     Float64 rate_;

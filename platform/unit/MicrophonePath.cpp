@@ -33,7 +33,7 @@ MicrophonePath::MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const 
       mapped_(format.channels, mostOutput(ratio_, maximumFrames)) {
 }
 
-UInt32 MicrophonePath::bring(ConstAudioView planes) noexcept {
+UInt32 MicrophonePath::bring(const ConstAudioView& planes) noexcept {
     sampleTime_ += convertedFrames_;
     const UInt32 left = heardFrames_ - heardGiven_;
     for (UInt32 channel = 0; channel < deviceChannels_; ++channel) {
@@ -56,7 +56,7 @@ UInt32 MicrophonePath::bring(ConstAudioView planes) noexcept {
     return convertedFrames_;
 }
 
-OSStatus MicrophonePath::giveHeard(void* context, AudioView planes) {
+OSStatus MicrophonePath::giveHeard(void* context, const AudioView& planes) {
     auto& self = *static_cast<MicrophonePath*>(context);
     const UInt32 held = std::min(planes.frames(), self.heardFrames_ - self.heardGiven_);
     copy(self.heard_.view().slice(self.heardGiven_, held), planes.slice(0, held));

@@ -17,7 +17,7 @@ class MicrophonePath {
 
     /// [render thread] [real-time safe] Takes the slice in. Returns how many frames can be fetched
     /// from it.
-    UInt32 bring(tqcommon::ConstAudioView planes) noexcept;
+    UInt32 bring(const tqcommon::ConstAudioView& planes) noexcept;
     /// [render thread] [real-time safe] Writes the next frames; beyond those that were brought
     /// there is silence.
     void fetch(UInt32 frames, AudioBufferList& list) noexcept;
@@ -30,7 +30,7 @@ class MicrophonePath {
                             UInt32 maximumFrames) const noexcept;
 
   private:
-    static OSStatus giveHeard(void* context, tqcommon::AudioView planes);
+    static OSStatus giveHeard(void* context, const tqcommon::AudioView& planes);
 
     Float64 deviceRate_;
     UInt32 deviceChannels_;

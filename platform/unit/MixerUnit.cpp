@@ -122,7 +122,8 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
     return plan;
 }
 
-void MixerUnit::addInput(const Input& input, const RenderCall& call, AudioView planes) noexcept {
+void MixerUnit::addInput(const Input& input, const RenderCall& call,
+                         const AudioView& planes) noexcept {
     const Levels& levels = levels_[input.bus];
     const Float32 volume = levels.volume.load(std::memory_order_relaxed);
     const Float32 pan = levels.pan.load(std::memory_order_relaxed);

@@ -37,7 +37,8 @@ class MixerUnit final : public Unit {
 
     /// [render thread] [real-time safe] Pulls one bus through `planes`, as many frames at a time as
     /// those hold, into the sum of its rate.
-    void addInput(const Input& input, const RenderCall& call, tqcommon::AudioView planes) noexcept;
+    void addInput(const Input& input, const RenderCall& call,
+                  const tqcommon::AudioView& planes) noexcept;
 
     std::array<Levels, kMostInputs> levels_;
     std::atomic<UInt32> inputCount_{kDefaultInputs};

@@ -86,7 +86,7 @@ void RateGroup::begin(UInt32 frames, Float64 sampleTime) noexcept {
     silence(sum_.view(inputFrames_));
 }
 
-void RateGroup::add(UInt32 first, ConstAudioView planes, const Float32* gains) noexcept {
+void RateGroup::add(UInt32 first, const ConstAudioView& planes, const Float32* gains) noexcept {
     const AudioView sum = sum_.view();
     for (UInt32 channel = 0; channel < sum.channels(); ++channel) {
         addChannel(planes.plane(channel), gains[channel], sum.plane(channel) + first,
@@ -94,7 +94,7 @@ void RateGroup::add(UInt32 first, ConstAudioView planes, const Float32* gains) n
     }
 }
 
-void RateGroup::finish(AudioView planes, bool isFirst) noexcept {
+void RateGroup::finish(const AudioView& planes, bool isFirst) noexcept {
     AudioView made = sum_.view();
     if (!ratio_.equal()) {
         made = isFirst ? planes : converted_.view(outputFrames_);
@@ -112,7 +112,7 @@ void RateGroup::finish(AudioView planes, bool isFirst) noexcept {
     }
 }
 
-OSStatus RateGroup::giveSum(void* context, AudioView planes) {
+OSStatus RateGroup::giveSum(void* context, const AudioView& planes) {
     auto& self = *static_cast<RateGroup*>(context);
     const UInt32 held = std::min(planes.frames(), self.inputFrames_ - self.given_);
     copy(self.sum_.view().slice(self.given_, held), planes.slice(0, held));

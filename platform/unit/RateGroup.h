@@ -27,15 +27,15 @@ class RateGroup {
     [[nodiscard]] Float64 sampleTime() const noexcept { return sampleTime_; }
     /// [render thread] [real-time safe] Adds frames of a bus to the sum from frame `first` on,
     /// channel by channel with its gain.
-    void add(UInt32 first, tqcommon::ConstAudioView planes, const Float32* gains) noexcept;
+    void add(UInt32 first, const tqcommon::ConstAudioView& planes, const Float32* gains) noexcept;
     /// [render thread] [real-time safe] The slice at the mixer's rate: written into `planes` by the
     /// first group of a slice, added by the others.
-    void finish(tqcommon::AudioView planes, bool isFirst) noexcept;
+    void finish(const tqcommon::AudioView& planes, bool isFirst) noexcept;
     /// [render thread] [real-time safe] Forgets the past.
     void restart() noexcept;
 
   private:
-    static OSStatus giveSum(void* context, tqcommon::AudioView planes);
+    static OSStatus giveSum(void* context, const tqcommon::AudioView& planes);
 
     Float64 inputRate_;
     Float64 outputRate_;

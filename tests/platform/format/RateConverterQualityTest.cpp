@@ -19,7 +19,7 @@ struct Tone {
     double frequency;  ///< over the input rate
     std::uint64_t frame = 0;
 
-    static OSStatus pull(void* context, tqcommon::AudioView planes) {
+    static OSStatus pull(void* context, const tqcommon::AudioView& planes) {
         auto& self = *static_cast<Tone*>(context);
         for (UInt32 frame = 0; frame < planes.frames(); ++frame, ++self.frame) {
             // Whole turns are taken off first: the argument stays small and exact.

@@ -33,7 +33,7 @@ struct Source {
         return 1.0F;
     };
 
-    static OSStatus pull(void* context, tqcommon::AudioView planes) {
+    static OSStatus pull(void* context, const tqcommon::AudioView& planes) {
         auto& self = *static_cast<Source*>(context);
         const UInt32 frames = planes.frames();
         ++self.pulls;
