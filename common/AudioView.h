@@ -13,9 +13,8 @@ namespace tqcommon {
 /// Samples in memory that something else owns: so many frames of so many channels, planar or
 /// interleaved. Every sample is found from the first one by two strides, so a part of a view is a
 /// view again and costs no table of pointers. Copied freely; valid as long as the memory. Passed by
-/// reference on the render path: by value it goes over the stack in pieces that are read back whole,
-/// for which a processor waits.
-/// [any thread] [real-time safe]
+/// reference on the render path: by value it goes over the stack in pieces that are read back
+/// whole, for which a processor waits. [any thread] [real-time safe]
 template <class Sample>
 class BasicAudioView {
   public:

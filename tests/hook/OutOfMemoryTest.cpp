@@ -1,7 +1,6 @@
 // Memory that runs out in the middle of a request: what was redirected before stays as it was.
 #include <gtest/gtest.h>
 
-
 #include "hook/rebind/Rebinder.h"
 #include "hook/tq_hook.h"
 #include "support/FailingAllocations.h"

@@ -8,10 +8,10 @@
 
 #include "core/Options.h"
 #include "output/EventsSink.h"
-#include "output/files/FileNames.h"
 #include "output/MixSink.h"
 #include "output/PictureSink.h"
 #include "output/SinkSet.h"
+#include "output/files/FileNames.h"
 #include "view/Meter.h"
 #include "view/Observer.h"
 #include "view/Screen.h"

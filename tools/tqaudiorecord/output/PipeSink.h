@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "core/Sink.h"
-#include "output/files/FileNames.h"
 #include "output/StreamClock.h"
+#include "output/files/FileNames.h"
 
 namespace tqrecorder {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "output/files/FileNames.h"
 #include "output/FilesSink.h"
 #include "output/StreamClock.h"
+#include "output/files/FileNames.h"
 
 namespace tqrecorder {
 

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "output/files/FileNames.h"
 #include "output/FilesSink.h"
 #include "output/StreamClock.h"
+#include "output/files/FileNames.h"
 
 namespace tqrecorder {
 
