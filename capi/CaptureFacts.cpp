@@ -2,6 +2,7 @@
 #include <RZAudioRecordStat.h>
 #include <RZStreamCollectManager.h>
 #include <RZStreamMixManager.h>
+#include <RZUnitDisposal.h>
 #include <TQAudioRecordVersion.h>
 
 #include <algorithm>
@@ -86,6 +87,24 @@ tq_result tq_capture_get_state(tq_capture_state* state) {
         now.self_test_passed = manager.isHookSuccess() ? 1 : 0;
         now.is_capturing = RZStreamMixManager::sharedManager()->isCapturing() ? 1 : 0;
         return tqcapi::answer(state, now);
+    });
+}
+
+tq_result tq_capture_set_rules(const tq_capture_rules* rules) {
+    return call([&] {
+        if (const tq_result result = tqcapi::checked(rules); result != TQ_OK) {
+            return result;
+        }
+        if (!RZStreamCollectManager::sharedManager().isHookStarted()) {
+            return TQ_ERROR_HOOKS_NOT_WORKING;
+        }
+        RZDisposalHooks.setRecording(rules->ends_disposed_units != 0);
+        if (rules->ends_disposed_units != 0) {
+            RZHookSet::start({&RZDisposalHooks});
+        }
+        RZStreamMixManager::sharedManager()->setReleasesOwnNumberOnly(
+            rules->frees_own_number_only != 0);
+        return TQ_OK;
     });
 }
 

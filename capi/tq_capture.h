@@ -212,6 +212,24 @@ struct tq_capture_state {
 /** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_state(struct tq_capture_state* state);
 
+/** Where the library may do better than its own rules for recordings, at the price of other track
+ * numbers than those rules give. Both are off by default and are the whole process's. */
+struct tq_capture_rules {
+    size_t size;
+    /** A unit that goes frees exactly its own track number. By default its number is taken as the
+     * bits of the numbers that become free: 3 frees 1 and 2, and stays taken. */
+    uint32_t frees_own_number_only;
+    /** A unit that the program disposes of while it is initialised is uninitialised first and so
+     * frees its number. By default such units keep theirs, and the eighth gets none. The call that
+     * disposes of units is redirected for this at the first time, which stays. */
+    uint32_t ends_disposed_units;
+};
+
+/** [host thread] Sets both rules, best before the program makes its first unit: `rules` is copied.
+ * TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK;
+ * TQ_ERROR_HOOKS_NOT_WORKING when the hooks are not installed, then nothing is changed. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_set_rules(const struct tq_capture_rules* rules);
+
 /* ---- tracks and units ------------------------------------------------------------------------ */
 
 /** A track that is there now. */

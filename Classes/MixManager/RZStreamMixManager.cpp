@@ -367,8 +367,9 @@ void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
     audioUnitStop(obj);
     removeAudioUnitObjByKey(getKey(unit));
     // The mask is the number, not the track's bit: number 3 frees numbers 1 and 2 and stays taken.
-    // Which numbers later units get follows from it.
-    trackId_.fetch_and(~number);
+    // Which numbers later units get follows from it. Who asked for it frees the bit alone.
+    const bool isOwnOnly = releasesOwnNumberOnly() && number > 0;
+    trackId_.fetch_and(~(isOwnOnly ? 1 << (number - 1) : number));
     korva_audio_utils::KorvaAudioStats::getInstance()->removeHookAudioTrack(
         static_cast<unsigned long>(number));
     site.log(2, "[mix] disposeAudioUnitObj: %p, %p", unit, unit);

@@ -59,9 +59,14 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     void setLastStopError(BOOL failed) { lastStopError_ = failed; }
     [[nodiscard]] BOOL isCurrentInterrupting() const { return isCurrentInterrupting_; }
     void setIsCurrentInterrupting(BOOL interrupting) { isCurrentInterrupting_ = interrupting; }
-    /// Bit set of the track numbers in use: bit n-1 for track n.
+    /// Bit set of the track numbers that are not given: bit n-1 for number n. A release takes the
+    /// number itself as its mask, so that a living unit's bit may be clear and a gone one's set.
     [[nodiscard]] std::int32_t trackId() const { return trackId_; }
     void setTrackId(std::int32_t bits) { trackId_ = bits; }
+    /// Off: a release frees the numbers whose bits make up the released number. On: it frees that
+    /// number alone, so that no two living units ever share one.
+    [[nodiscard]] BOOL releasesOwnNumberOnly() const { return releasesOwnNumberOnly_; }
+    void setReleasesOwnNumberOnly(BOOL own) { releasesOwnNumberOnly_ = own; }
     [[nodiscard]] AUNode mixNode() const { return mixNode_; }
     void setMixNode(AUNode node) { mixNode_ = node; }
     [[nodiscard]] AUNode outNode() const { return outNode_; }
@@ -211,6 +216,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::atomic<bool> lastStopError_{false};
     std::atomic<bool> isCurrentInterrupting_{false};
     std::atomic<std::int32_t> trackId_{0};
+    std::atomic<bool> releasesOwnNumberOnly_{false};
     std::atomic<AUNode> mixNode_{0};
     std::atomic<AUNode> outNode_{0};
     AtomicProperty<std::shared_ptr<RZReplayAudioRecorderInternalDelegate>> callback_;

@@ -89,6 +89,12 @@ void Tap::record(char** arguments) {
     if (!connectRecording(hello)) {
         return;
     }
+    // Before the program makes its first unit. Refused where the hooks were kept out.
+    tq_capture_rules rules{};
+    rules.size = sizeof rules;
+    rules.frees_own_number_only = 1;
+    rules.ends_disposed_units = 1;
+    (void)tq_capture_set_rules(&rules);
     watchForks();
     watch();
     if (usesPlatform_) {

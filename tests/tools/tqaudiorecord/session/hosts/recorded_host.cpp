@@ -2,6 +2,10 @@
 //   tone SECONDS        a tone through one unit: 48000 Hz, float, stereo, not interleaved
 //   short SECONDS       the same as 16-bit integers, interleaved
 //   graph SECONDS       the same through a graph
+//   disposing COUNT     plays that many short tones, each through a unit that it stops and
+//                       disposes of without uninitialising it
+//   remaking COUNT      plays music and ambience, and that many short voice lines with a unit
+//                       made anew for each
 //   closing SECONDS     closes all descriptors first
 //   idle                makes a unit and never starts it
 //   microphone SECONDS  plays through a unit with its microphone on
@@ -19,6 +23,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -176,6 +181,57 @@ int playGraph(Tone& tone, double seconds) {
     return isGood ? 0 : 3;
 }
 
+/// Makes a unit that plays a tone of 16-bit integers and starts it; null when that fails.
+AudioUnit startTone(Tone& tone, double seconds) {
+    tone.isFloat = false;
+    tone.framesLeft = static_cast<long>(seconds * kRate);
+    const AudioUnit unit = makeUnit();
+    const AudioStreamBasicDescription format = formatOf(tone);
+    const AURenderCallbackStruct callback{render, &tone};
+    const bool isGood =
+        AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
+                             &format, sizeof format) == 0 &&
+        AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+                             &callback, sizeof callback) == 0 &&
+        AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
+    return isGood ? unit : nullptr;
+}
+
+constexpr double kShortTone = 0.06;
+
+int playAndDispose(int count) {
+    for (int i = 0; i < count; ++i) {
+        Tone tone;
+        const AudioUnit unit = startTone(tone, kShortTone);
+        if (unit == nullptr || !waitForEnd(tone) || AudioOutputUnitStop(unit) != 0 ||
+            AudioComponentInstanceDispose(unit) != 0) {
+            return 3;
+        }
+    }
+    return 0;
+}
+
+int playVoiceLines(int count) {
+    Tone music;
+    Tone ambience;
+    const std::array<AudioUnit, 2> lasting{startTone(music, 0), startTone(ambience, 0)};
+    int result = lasting[0] != nullptr && lasting[1] != nullptr ? 0 : 3;
+    for (int i = 0; i < count; ++i) {
+        Tone line;
+        const AudioUnit unit = startTone(line, kShortTone);
+        result = unit != nullptr && waitForEnd(line) ? result : 3;
+        AudioOutputUnitStop(unit);
+        AudioUnitUninitialize(unit);
+        AudioComponentInstanceDispose(unit);
+    }
+    for (const AudioUnit unit : lasting) {
+        AudioOutputUnitStop(unit);
+        AudioUnitUninitialize(unit);
+        AudioComponentInstanceDispose(unit);
+    }
+    return result;
+}
+
 int statusOf(pid_t child) {
     int status = 0;
     waitpid(child, &status, 0);
@@ -230,6 +286,12 @@ int main(int argc, char** argv) {
     }
     if (what == "closing") {
         closefrom(3);
+    }
+    if (what == "disposing") {
+        return playAndDispose(static_cast<int>(seconds));
+    }
+    if (what == "remaking") {
+        return playVoiceLines(static_cast<int>(seconds));
     }
     if (what == "graph") {
         return playGraph(tone, seconds);
