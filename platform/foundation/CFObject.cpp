@@ -82,6 +82,8 @@ CFObject* findObject(CFTypeRef handle, CFKind kind) noexcept {
 }  // namespace tqplatform
 
 const CFAllocatorRef kCFAllocatorDefault = nullptr;
+// The last platform on which everything that is offered here was still the usual way.
+const double kCFCoreFoundationVersionNumber = kCFCoreFoundationVersionNumber_iOS_8_0;
 
 CFTypeRef CFRetain(CFTypeRef object) {
     return object != nullptr && tqplatform::liveObjects().retain(object) ? object : nullptr;

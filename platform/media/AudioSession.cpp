@@ -297,7 +297,8 @@ OSStatus checkListener(AudioSessionPropertyID id, AudioSessionPropertyListener p
     if (procedure == nullptr) {
         return kAudio_ParamError;
     }
-    const bool known = id == kAudioSessionProperty_AudioRouteChange || contains(kHardwareIDs, id) ||
+    const bool known = id == kAudioSessionProperty_AudioRouteChange ||
+                       id == kAudioSessionProperty_ServerDied || contains(kHardwareIDs, id) ||
                        contains(kSettableIDs, id);
     return known ? kAudioSessionNoError : kAudioSessionUnsupportedPropertyError;
 }

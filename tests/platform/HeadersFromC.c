@@ -1,11 +1,15 @@
-/* A C11 host: every call by the types of its header, constants in switches and initialisers. */
+/* A host in C: every call by the types of its header, constants in switches and initialisers. */
 
+#include <AudioToolbox/AudioServices.h>
 #include <AudioToolbox/AudioToolbox.h>
 #include <AudioUnit/AUComponent.h>
 #include <AudioUnit/AudioComponent.h>
 #include <AudioUnit/AudioOutputUnit.h>
 #include <AudioUnit/AudioUnit.h>
 #include <AudioUnit/AudioUnitProperties.h>
+#include <CoreServices/CoreServices.h>
+#include <MacTypes.h>
+#include <TargetConditionals.h>
 
 OSStatus headersUsedFromC(void);
 
@@ -52,6 +56,30 @@ static OSStatus graphCalls(void) {
     return status;
 }
 
+/* What hosts take for granted: the C library, nil, and constants as values of a switch. */
+static bool umbrellaCalls(void) {
+    AudioUnitParameterEvent event;
+    AudioChannelLayout layout;
+    char text[8] = "rioc";
+    OSErr old = noErr;
+    bool fits =
+        strchr(text, 'x') == nil && isalpha(text[0]) && fabs(-1.0) > 0.5 && strlen(text) == 4;
+    memset(&event, 0, sizeof event);
+    event.eventType = kParameterEvent_Ramped;
+    event.eventValues.ramp.durationInFrames = 64;
+    layout.mChannelLayoutTag = kAudioChannelLayoutTag_AudioUnit_5_1;
+    switch (layout.mChannelLayoutTag) {
+        case kAudioChannelLayoutTag_Stereo:
+        case kAudioChannelLayoutTag_Unknown:
+            fits = false;
+            break;
+        default:
+            break;
+    }
+    return fits && abs(-1) == 1 && old == 0 && TARGET_OS_IPHONE &&
+           CFSwapInt32HostToBig(1) == 0x01000000U;
+}
+
 OSStatus headersUsedFromC(void) {
     OSStatus status = unitCalls();
     switch (status) {
@@ -62,5 +90,8 @@ OSStatus headersUsedFromC(void) {
             break;
     }
     finished = 1;
+    if (!umbrellaCalls()) {
+        return kAudio_ParamError;
+    }
     return status == noErr ? graphCalls() : status;
 }

@@ -112,6 +112,33 @@ typedef struct AudioUnitProperty {
     AudioUnitElement mElement;
 } AudioUnitProperty;
 
+typedef UInt32 AUParameterEventType;
+
+AU_ENUM(AUParameterEventType){
+    kParameterEvent_Immediate = 1,
+    kParameterEvent_Ramped = 2,
+};
+
+/** A value that a parameter has from a frame of the next slice on, or goes to frame by frame. */
+typedef struct AudioUnitParameterEvent {
+    AudioUnitScope scope;
+    AudioUnitElement element;
+    AudioUnitParameterID parameter;
+    AUParameterEventType eventType; /**< which side of the union counts */
+    union {
+        struct {
+            SInt32 startBufferOffset; /**< frames; below 0 it began in an earlier slice */
+            UInt32 durationInFrames;
+            AudioUnitParameterValue startValue;
+            AudioUnitParameterValue endValue;
+        } ramp;
+        struct {
+            UInt32 bufferOffset; /**< frames */
+            AudioUnitParameterValue value;
+        } immediate;
+    } eventValues;
+} AudioUnitParameterEvent;
+
 /** [render thread] Fills an input, hears that input is there, or watches a render. */
 typedef OSStatus (*AURenderCallback)(void* inRefCon, AudioUnitRenderActionFlags* ioActionFlags,
                                      const AudioTimeStamp* inTimeStamp, UInt32 inBusNumber,

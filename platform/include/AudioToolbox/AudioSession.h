@@ -42,8 +42,10 @@ AU_ENUM(AudioSessionPropertyID){
     kAudioSessionProperty_CurrentHardwareOutputLatency = 0x636F6C74,        /* colt, Float32, s */
     kAudioSessionProperty_AudioInputAvailable = 0x61696176,                 /* aiav, UInt32 */
 
-    /* Only listened to; the listener is handed a null CFDictionaryRef. */
+    /* Only listened to; listeners of the route are handed a null CFDictionaryRef. Here the session
+     * lives in the program itself, so its server never dies. */
     kAudioSessionProperty_AudioRouteChange = 0x726F6368, /* roch */
+    kAudioSessionProperty_ServerDied = 0x64696564,       /* died, UInt32 */
 };
 
 AU_ENUM(UInt32){

@@ -7,6 +7,7 @@
 #include <AudioToolbox/AUGraph.h>
 #include <AudioToolbox/AudioComponent.h>
 #include <AudioToolbox/AudioOutputUnit.h>
+#include <AudioToolbox/AudioServices.h>
 #include <AudioToolbox/AudioSession.h>
 #include <AudioToolbox/AudioUnitProperties.h>
 #include <CoreAudio/CoreAudioTypes.h>

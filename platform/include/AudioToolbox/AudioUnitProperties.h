@@ -14,7 +14,7 @@ AU_ENUM(AudioUnitPropertyID){
     kAudioUnitProperty_MakeConnection = 1, /* AudioUnitConnection, set only */
     kAudioUnitProperty_SampleRate = 2,     /* Float64, Hz */
     kAudioUnitProperty_ParameterList = 3,  /* AudioUnitParameterID[] */
-    kAudioUnitProperty_ParameterInfo = 4,
+    kAudioUnitProperty_ParameterInfo = 4,  /* AudioUnitParameterInfo, the element is the id */
     kAudioUnitProperty_FastDispatch = 5,
     kAudioUnitProperty_CPULoad = 6,
     kAudioUnitProperty_StreamFormat = 8,  /* AudioStreamBasicDescription */
@@ -71,6 +71,80 @@ AU_ENUM(AudioUnitParameterID){
 
     kHALOutputParam_Volume = 14,
 };
+
+typedef UInt32 AudioUnitParameterUnit;
+
+AU_ENUM(AudioUnitParameterUnit){
+    kAudioUnitParameterUnit_Generic = 0,
+    kAudioUnitParameterUnit_Indexed = 1,
+    kAudioUnitParameterUnit_Boolean = 2,
+    kAudioUnitParameterUnit_Percent = 3,
+    kAudioUnitParameterUnit_Seconds = 4,
+    kAudioUnitParameterUnit_SampleFrames = 5,
+    kAudioUnitParameterUnit_Phase = 6,
+    kAudioUnitParameterUnit_Rate = 7,
+    kAudioUnitParameterUnit_Hertz = 8,
+    kAudioUnitParameterUnit_Cents = 9,
+    kAudioUnitParameterUnit_RelativeSemiTones = 10,
+    kAudioUnitParameterUnit_MIDINoteNumber = 11,
+    kAudioUnitParameterUnit_MIDIController = 12,
+    kAudioUnitParameterUnit_Decibels = 13,
+    kAudioUnitParameterUnit_LinearGain = 14,
+    kAudioUnitParameterUnit_Degrees = 15,
+    kAudioUnitParameterUnit_EqualPowerCrossfade = 16,
+    kAudioUnitParameterUnit_MixerFaderCurve1 = 17,
+    kAudioUnitParameterUnit_Pan = 18,
+    kAudioUnitParameterUnit_Meters = 19,
+    kAudioUnitParameterUnit_AbsoluteCents = 20,
+    kAudioUnitParameterUnit_Octaves = 21,
+    kAudioUnitParameterUnit_BPM = 22,
+    kAudioUnitParameterUnit_Beats = 23,
+    kAudioUnitParameterUnit_Milliseconds = 24,
+    kAudioUnitParameterUnit_Ratio = 25,
+    kAudioUnitParameterUnit_CustomUnit = 26,
+};
+
+typedef UInt32 AudioUnitParameterOptions;
+
+AU_ENUM(AudioUnitParameterOptions){
+    kAudioUnitParameterFlag_CFNameRelease = 1 << 4,
+    kAudioUnitParameterFlag_OmitFromPresets = 1 << 13,
+    kAudioUnitParameterFlag_PlotHistory = 1 << 14,
+    kAudioUnitParameterFlag_MeterReadOnly = 1 << 15,
+    kAudioUnitParameterFlag_DisplayMask = (7 << 16) | (1 << 22),
+    kAudioUnitParameterFlag_DisplaySquareRoot = 1 << 16,
+    kAudioUnitParameterFlag_DisplaySquared = 2 << 16,
+    kAudioUnitParameterFlag_DisplayCubed = 3 << 16,
+    kAudioUnitParameterFlag_DisplayCubeRoot = 4 << 16,
+    kAudioUnitParameterFlag_DisplayExponential = 5 << 16,
+    kAudioUnitParameterFlag_HasClump = 1 << 20,
+    kAudioUnitParameterFlag_ValuesHaveStrings = 1 << 21,
+    kAudioUnitParameterFlag_DisplayLogarithmic = 1 << 22,
+    kAudioUnitParameterFlag_IsHighResolution = 1 << 23,
+    kAudioUnitParameterFlag_NonRealTime = 1 << 24,
+    kAudioUnitParameterFlag_CanRamp = 1 << 25,
+    kAudioUnitParameterFlag_ExpertMode = 1 << 26,
+    kAudioUnitParameterFlag_HasCFNameString = 1 << 27,
+    kAudioUnitParameterFlag_IsGlobalMeta = 1 << 28,
+    kAudioUnitParameterFlag_IsElementMeta = 1 << 29,
+    kAudioUnitParameterFlag_IsReadable = 1 << 30,
+};
+
+/* No int in C holds this one. */
+#define kAudioUnitParameterFlag_IsWritable ((AudioUnitParameterOptions)0x80000000U)
+
+/** What one parameter is: kAudioUnitProperty_ParameterInfo, its id in the place of the element. */
+typedef struct AudioUnitParameterInfo {
+    char name[52]; /**< terminated UTF-8 */
+    CFStringRef unitName;
+    UInt32 clumpID;
+    CFStringRef cfNameString; /**< null without kAudioUnitParameterFlag_HasCFNameString */
+    AudioUnitParameterUnit unit;
+    AudioUnitParameterValue minValue;
+    AudioUnitParameterValue maxValue;
+    AudioUnitParameterValue defaultValue;
+    AudioUnitParameterOptions flags;
+} AudioUnitParameterInfo;
 
 typedef struct AURenderCallbackStruct {
     AURenderCallback inputProc; /**< null takes the callback away */

@@ -7,59 +7,17 @@
  * little-endian machines with natural alignment.
  */
 
-#include <stddef.h>
-#include <stdint.h>
-
-/** Marks the C functions that libtqplatform offers to programs. */
-#ifndef AU_EXPORT
-#define AU_EXPORT __attribute__((visibility("default")))
-#endif
-
-/** Begins a list of constants that have a fixed type in C++ and are plain integers in C. */
-#ifndef AU_ENUM
-#if defined(__cplusplus) && __cplusplus >= 201103L
-#define AU_ENUM(type) enum : type
-#else
-#define AU_ENUM(type) enum
-#endif
-#endif
+#include <CoreAudio/AudioChannelLayoutTags.h>
+#include <MacTypes.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-typedef unsigned char Boolean;
-typedef uint8_t UInt8;
-typedef int8_t SInt8;
-typedef uint16_t UInt16;
-typedef int16_t SInt16;
-typedef uint32_t UInt32;
-typedef int32_t SInt32;
-typedef uint64_t UInt64;
-typedef int64_t SInt64;
-typedef float Float32;
-typedef double Float64;
-typedef UInt8 Byte;
-typedef SInt32 OSStatus;
-/** Four characters, the first one in the most significant byte. */
-typedef UInt32 OSType;
-typedef UInt32 FourCharCode;
-
-#ifndef TRUE
-#define TRUE 1
-#endif
-#ifndef FALSE
-#define FALSE 0
-#endif
-
 AU_ENUM(OSStatus){
-    noErr = 0,
-    kAudio_UnimplementedError = -4,
-    kAudio_FileNotFoundError = -43,
-    kAudio_FilePermissionError = -54,
-    kAudio_TooManyFilesOpenError = -42,
-    kAudio_ParamError = -50,
-    kAudio_MemFullError = -108,
+    kAudio_UnimplementedError = -4,   kAudio_FileNotFoundError = -43,
+    kAudio_FilePermissionError = -54, kAudio_TooManyFilesOpenError = -42,
+    kAudio_ParamError = -50,          kAudio_MemFullError = -108,
 };
 
 /* ---- stream descriptions ---- */
@@ -81,8 +39,47 @@ typedef struct AudioStreamBasicDescription {
     UInt32 mReserved;
 } AudioStreamBasicDescription;
 
+/* Only linear PCM is played and converted; the others are names of what files hold. */
 AU_ENUM(AudioFormatID){
-    kAudioFormatLinearPCM = 0x6C70636D, /* lpcm */
+    kAudioFormatLinearPCM = 0x6C70636D,            /* lpcm */
+    kAudioFormatAC3 = 0x61632D33,                  /* ac-3 */
+    kAudioFormat60958AC3 = 0x63616333,             /* cac3 */
+    kAudioFormatAppleIMA4 = 0x696D6134,            /* ima4 */
+    kAudioFormatMPEG4AAC = 0x61616320,             /* "aac " */
+    kAudioFormatMPEG4CELP = 0x63656C70,            /* celp */
+    kAudioFormatMPEG4HVXC = 0x68767863,            /* hvxc */
+    kAudioFormatMPEG4TwinVQ = 0x74777671,          /* twvq */
+    kAudioFormatMACE3 = 0x4D414333,                /* MAC3 */
+    kAudioFormatMACE6 = 0x4D414336,                /* MAC6 */
+    kAudioFormatULaw = 0x756C6177,                 /* ulaw */
+    kAudioFormatALaw = 0x616C6177,                 /* alaw */
+    kAudioFormatQDesign = 0x51444D43,              /* QDMC */
+    kAudioFormatQDesign2 = 0x51444D32,             /* QDM2 */
+    kAudioFormatQUALCOMM = 0x51636C70,             /* Qclp */
+    kAudioFormatMPEGLayer1 = 0x2E6D7031,           /* .mp1 */
+    kAudioFormatMPEGLayer2 = 0x2E6D7032,           /* .mp2 */
+    kAudioFormatMPEGLayer3 = 0x2E6D7033,           /* .mp3 */
+    kAudioFormatTimeCode = 0x74696D65,             /* time */
+    kAudioFormatMIDIStream = 0x6D696469,           /* midi */
+    kAudioFormatParameterValueStream = 0x61707673, /* apvs */
+    kAudioFormatAppleLossless = 0x616C6163,        /* alac */
+    kAudioFormatMPEG4AAC_HE = 0x61616368,          /* aach */
+    kAudioFormatMPEG4AAC_LD = 0x6161636C,          /* aacl */
+    kAudioFormatMPEG4AAC_ELD = 0x61616365,         /* aace */
+    kAudioFormatMPEG4AAC_ELD_SBR = 0x61616366,     /* aacf */
+    kAudioFormatMPEG4AAC_ELD_V2 = 0x61616367,      /* aacg */
+    kAudioFormatMPEG4AAC_HE_V2 = 0x61616370,       /* aacp */
+    kAudioFormatMPEG4AAC_Spatial = 0x61616373,     /* aacs */
+    kAudioFormatAMR = 0x73616D72,                  /* samr */
+    kAudioFormatAMR_WB = 0x73617762,               /* sawb */
+    kAudioFormatAudible = 0x41554442,              /* AUDB */
+    kAudioFormatiLBC = 0x696C6263,                 /* ilbc */
+    kAudioFormatDVIIntelIMA = 0x6D730011,
+    kAudioFormatMicrosoftGSM = 0x6D730031,
+    kAudioFormatAES3 = 0x61657333,        /* aes3 */
+    kAudioFormatEnhancedAC3 = 0x65632D33, /* ec-3 */
+    kAudioFormatFLAC = 0x666C6163,        /* flac */
+    kAudioFormatOpus = 0x6F707573,        /* opus */
 };
 
 AU_ENUM(AudioFormatFlags){
@@ -115,6 +112,31 @@ AU_ENUM(AudioFormatFlags){
 /* No int in C holds this one, so it cannot be one of the constants above. */
 #define kAudioFormatFlagsAreAllClear ((AudioFormatFlags)0x80000000U)
 #define kLinearPCMFormatFlagsAreAllClear kAudioFormatFlagsAreAllClear
+
+/** A rate that is not known, or may be any. */
+AU_ENUM(UInt32){
+    kAudioStreamAnyRate = 0,
+};
+
+/** One packet of a stream whose packets differ in size. */
+typedef struct AudioStreamPacketDescription {
+    SInt64 mStartOffset; /**< bytes from the beginning of the buffer */
+    UInt32 mVariableFramesInPacket;
+    UInt32 mDataByteSize;
+} AudioStreamPacketDescription;
+
+/** One kind of codec. */
+typedef struct AudioClassDescription {
+    OSType mType;
+    OSType mSubType;
+    OSType mManufacturer;
+} AudioClassDescription;
+
+/** Everything from one number to another, both included. */
+typedef struct AudioValueRange {
+    Float64 mMinimum;
+    Float64 mMaximum;
+} AudioValueRange;
 
 /** One sample of the usual format of unit buses; hosts rely on its size. */
 typedef Float32 AudioUnitSampleType;
@@ -170,40 +192,6 @@ typedef struct AudioTimeStamp {
     AudioTimeStampFlags mFlags; /**< which of the fields hold something */
     UInt32 mReserved;
 } AudioTimeStamp;
-
-/* ---- channel layouts ---- */
-
-typedef UInt32 AudioChannelLabel;
-typedef UInt32 AudioChannelLayoutTag;
-typedef UInt32 AudioChannelBitmap;
-typedef UInt32 AudioChannelFlags;
-
-typedef struct AudioChannelDescription {
-    AudioChannelLabel mChannelLabel;
-    AudioChannelFlags mChannelFlags;
-    Float32 mCoordinates[3];
-} AudioChannelDescription;
-
-/** Variable length: mNumberChannelDescriptions entries. */
-typedef struct AudioChannelLayout {
-    AudioChannelLayoutTag mChannelLayoutTag;
-    AudioChannelBitmap mChannelBitmap;
-    UInt32 mNumberChannelDescriptions;
-    AudioChannelDescription mChannelDescriptions[1];
-} AudioChannelLayout;
-
-/* A tag holds the number of channels in its low half. */
-AU_ENUM(AudioChannelLayoutTag){
-    kAudioChannelLayoutTag_UseChannelDescriptions = 0,
-    kAudioChannelLayoutTag_UseChannelBitmap = 1U << 16,
-    kAudioChannelLayoutTag_Mono = (100U << 16) | 1,
-    kAudioChannelLayoutTag_Stereo = (101U << 16) | 2,
-};
-
-AU_ENUM(AudioChannelLabel){
-    kAudioChannelLabel_Unused = 0, kAudioChannelLabel_Left = 1,  kAudioChannelLabel_Right = 2,
-    kAudioChannelLabel_Center = 3, kAudioChannelLabel_Mono = 42,
-};
 
 #ifdef __cplusplus
 }

@@ -10,7 +10,22 @@
  * has taken over cannot be told apart. The look-up takes a lock.
  */
 
-#include <CoreAudio/CoreAudioTypes.h>
+/* Programs that include this one use the C library without asking for it. */
+#include <CoreFoundation/CFByteOrder.h>
+#include <MacTypes.h>
+#include <assert.h>
+#include <ctype.h>
+#include <errno.h>
+#include <float.h>
+#include <inttypes.h>
+#include <limits.h>
+#include <math.h>
+#include <stdarg.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -23,7 +38,28 @@ typedef UInt32 CFStringEncoding;
 typedef const struct OpaqueCFAllocator* CFAllocatorRef;
 typedef const struct OpaqueCFString* CFStringRef;
 typedef const struct OpaqueCFDictionary* CFDictionaryRef;
+typedef const struct OpaqueCFURL* CFURLRef;
 typedef struct OpaqueCFRunLoop* CFRunLoopRef;
+
+/** How new the platform is, to be compared with the numbers below. */
+AU_EXPORT extern const double kCFCoreFoundationVersionNumber;
+#define kCFCoreFoundationVersionNumber_iPhoneOS_2_0 478.23
+#define kCFCoreFoundationVersionNumber_iPhoneOS_2_1 478.26
+#define kCFCoreFoundationVersionNumber_iPhoneOS_2_2 478.29
+#define kCFCoreFoundationVersionNumber_iPhoneOS_3_0 478.47
+#define kCFCoreFoundationVersionNumber_iPhoneOS_3_1 478.52
+#define kCFCoreFoundationVersionNumber_iPhoneOS_3_2 478.61
+#define kCFCoreFoundationVersionNumber_iOS_4_0 550.32
+#define kCFCoreFoundationVersionNumber_iOS_4_1 550.38
+#define kCFCoreFoundationVersionNumber_iOS_4_2 550.52
+#define kCFCoreFoundationVersionNumber_iOS_4_3 550.52
+#define kCFCoreFoundationVersionNumber_iOS_5_0 675.00
+#define kCFCoreFoundationVersionNumber_iOS_5_1 690.10
+#define kCFCoreFoundationVersionNumber_iOS_6_0 793.00
+#define kCFCoreFoundationVersionNumber_iOS_6_1 793.00
+#define kCFCoreFoundationVersionNumber_iOS_7_0 847.20
+#define kCFCoreFoundationVersionNumber_iOS_7_1 847.24
+#define kCFCoreFoundationVersionNumber_iOS_8_0 1140.1
 
 /** The only allocator; allocator arguments are not looked at. */
 AU_EXPORT extern const CFAllocatorRef kCFAllocatorDefault;
