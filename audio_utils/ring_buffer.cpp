@@ -39,8 +39,11 @@ int RingBuffer::Init(std::size_t capacity, std::size_t elementSize, std::size_t 
     elementSize_ = elementSize;
     maxCapacity_ = std::max(capacity, maxCapacity);
     capacity_.store(capacity, std::memory_order_release);
+    epoch_.store(0, std::memory_order_release);
     read_.store(0, std::memory_order_release);
     write_.store(0, std::memory_order_release);
+    readSeen_ = 0;
+    writeSeen_ = 0;
     return 0;
 }
 
@@ -57,23 +60,31 @@ void RingBuffer::CopyIn(std::size_t write, const void* data, std::size_t count,
 
 RingBuffer::Indices RingBuffer::Look(std::memory_order orderOfWrite) const noexcept {
     const std::size_t write = write_.load(orderOfWrite);
-    const std::size_t read = read_.load(std::memory_order_acquire);
-    return {read & kIndexMask, IsCurrent(read, write) ? write & kIndexMask : 0, read & kEpochBit};
+    return Together(read_.load(std::memory_order_acquire), write);
+}
+
+// The write index is the writer's own. Acquiring the read index orders the reader's last copy
+// before this thread's next one.
+RingBuffer::Indices RingBuffer::LookAsWriter() noexcept {
+    readSeen_ = read_.load(std::memory_order_acquire);
+    return Together(readSeen_, write_.load(std::memory_order_relaxed));
 }
 
 std::size_t RingBuffer::WriteBuffer(const void* data, std::size_t count) {
     if (!storage_ || data == nullptr || count == 0) {
         return 0;
     }
-    // The write index is the writer's own. Acquiring the read index orders the reader's last copy
-    // before this thread's next one.
-    Indices at = Look(std::memory_order_relaxed);
-    const std::size_t available = AvailableWrite(at.read, at.write);
-    if (available < count) {
-        if (MaxAvailableWrite(at.read, at.write) < count || !ExpandBuffer(count)) {
-            return 0;
+    const bool isCleaned = (readSeen_ & kEpochBit) != epoch_.load(std::memory_order_acquire);
+    Indices at =
+        isCleaned ? LookAsWriter() : Together(readSeen_, write_.load(std::memory_order_relaxed));
+    if (AvailableWrite(at.read, at.write) < count) {
+        at = LookAsWriter();
+        if (AvailableWrite(at.read, at.write) < count) {
+            if (MaxAvailableWrite(at.read, at.write) < count || !ExpandBuffer(count)) {
+                return 0;
+            }
+            at = LookAsWriter();
         }
-        at = Look(std::memory_order_relaxed);
     }
     const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
     CopyIn(at.write, data, count, capacity);
@@ -86,13 +97,18 @@ std::size_t RingBuffer::WriteBuffer(const void* data, std::size_t count) {
 }
 
 std::size_t RingBuffer::ReadBuffer(void** outPtr, void* dst, std::size_t count) {
-    const std::lock_guard lock(mutex_);
+    const CopyMutex::ForCopy lock(mutex_);
     if (dst == nullptr) {
         return 0;
     }
-    const Indices at = Look(std::memory_order_acquire);
+    const std::size_t read = read_.load(std::memory_order_relaxed);
+    Indices at = Together(read, writeSeen_);
     if (AvailableRead(at.read, at.write) < count) {
-        return 0;
+        writeSeen_ = write_.load(std::memory_order_acquire);
+        at = Together(read, writeSeen_);
+        if (AvailableRead(at.read, at.write) < count) {
+            return 0;
+        }
     }
     const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
     const std::size_t tail = capacity - at.read;
@@ -137,7 +153,7 @@ int RingBuffer::GetMode(std::size_t read, std::size_t write) const noexcept {
 }
 
 std::size_t RingBuffer::AvailableRead() const {
-    const std::lock_guard lock(mutex_);
+    const CopyMutex::ForCopy lock(mutex_);
     const Indices at = Look(std::memory_order_acquire);
     return AvailableRead(at.read, at.write);
 }
@@ -172,7 +188,7 @@ bool RingBuffer::IsReadBufferOverride(std::size_t a, std::size_t b, std::size_t 
 }
 
 bool RingBuffer::ExpandBuffer(std::size_t count) {
-    const std::lock_guard lock(mutex_);
+    const CopyMutex::ForLong lock(mutex_);
     const std::size_t capacity = capacity_.load(std::memory_order_relaxed);
     if (capacity >= maxCapacity_) {
         return false;
@@ -203,16 +219,23 @@ bool RingBuffer::ExpandBuffer(std::size_t count) {
     }
     storage_ = std::move(storage);
     capacity_.store(grown, std::memory_order_release);
+    // What the sides saw of each other was of the old storage: readers look again.
+    readSeen_ = read_.load(std::memory_order_relaxed);
+    writeSeen_ = readSeen_;
     return true;
 }
 
 void RingBuffer::CleanBufferOnWrite() {
-    const std::lock_guard lock(mutex_);
+    const CopyMutex::ForLong lock(mutex_);
     const std::size_t read = read_.load(std::memory_order_relaxed);
     // Nothing was written since the last clean: the ring is empty already. Keeping the epoch here
     // keeps the write index at most one epoch behind, so one bit is enough to tell epochs apart.
     if (IsCurrent(read, write_.load(std::memory_order_acquire))) {
-        read_.store((read & kEpochBit) ^ kEpochBit, std::memory_order_release);
+        const std::size_t next = (read & kEpochBit) ^ kEpochBit;
+        read_.store(next, std::memory_order_release);
+        epoch_.store(next, std::memory_order_release);
+        // A write index seen before would be of this epoch again after a second clean.
+        writeSeen_ = next;
     }
 }
 

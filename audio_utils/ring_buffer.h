@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
-#include <mutex>
+
+#include "copy_mutex.h"
 
 namespace korva_audio_utils {
 
@@ -23,9 +24,13 @@ namespace korva_audio_utils {
 ///   copied in before it. Readers load it with acquire order.
 /// - The read index is stored under the mutex only, with release order, and gives back the elements
 ///   copied out before it. The writer loads it with acquire order.
+/// - Each side keeps the other's index as it saw it last and looks again only when that leaves too
+///   little room or too few elements, so that an index does not cross between cores with every
+///   block. What was seen can only understate.
 /// - A clean runs on any thread, so it must not store the write index. It stores the read
-///   index with the other epoch instead: a write index of another epoch counts as 0, and the writer
-///   takes the new epoch over with its next block.
+///   index with the other epoch instead, and then that epoch by itself, with release order, for the
+///   writer to look at: a write index of another epoch counts as 0, and the writer takes the new
+///   epoch over with its next block.
 /// - Storage and capacity change under the mutex, on the writer's thread, so neither side sees a
 ///   change during a copy.
 class RingBuffer {
@@ -84,13 +89,13 @@ class RingBuffer {
     static bool IsReadBufferOverride(std::size_t a, std::size_t b, std::size_t c,
                                      std::size_t d) noexcept;
 
-    /// [render thread] Writer only. Allocates and takes the ring's mutex. Doubles the capacity
-    /// until count more elements fit or the ceiling is reached. False with nothing changed when
-    /// they do not fit at the ceiling, when the ring is at its ceiling already, or when the storage
-    /// cannot be had.
+    /// [render thread] Writer only. Allocates, and holds the ring's mutex for long. Doubles the
+    /// capacity until count more elements fit or the ceiling is reached. False with nothing changed
+    /// when they do not fit at the ceiling, when the ring is at its ceiling already, or when the
+    /// storage cannot be had.
     bool ExpandBuffer(std::size_t count);
 
-    /// [any thread] Takes the ring's mutex. Drops the content; storage and capacity stay.
+    /// [any thread] Holds the ring's mutex for long. Drops the content; storage and capacity stay.
     void CleanBufferOnWrite();
 
     /// [any thread] Real-time safe. Looks at the fields; each is consistent in itself.
@@ -120,7 +125,12 @@ class RingBuffer {
     static bool IsCurrent(std::size_t read, std::size_t write) noexcept {
         return ((read ^ write) & kEpochBit) == 0;
     }
+    static Indices Together(std::size_t read, std::size_t write) noexcept {
+        return {read & kIndexMask, IsCurrent(read, write) ? write & kIndexMask : 0,
+                read & kEpochBit};
+    }
     Indices Look(std::memory_order orderOfWrite) const noexcept;
+    Indices LookAsWriter() noexcept;
 
     static Storage Allocate(std::size_t capacity, std::size_t elementSize);
     std::byte* At(std::size_t index) const noexcept {
@@ -128,15 +138,18 @@ class RingBuffer {
     }
     void CopyIn(std::size_t write, const void* data, std::size_t count, std::size_t capacity);
 
-    // Four cache lines, so that a store of one side does not take a line from the other: what no
-    // side changes while the ring is large enough, the writer's index, the reader's, the mutex.
+    // Three cache lines, so that a store of one side does not take a line from the other: what no
+    // side changes while the ring is large enough, the writer's, the readers'.
     alignas(kCacheLine) std::atomic<std::size_t> capacity_{0};
+    std::atomic<std::size_t> epoch_{0};
     std::size_t elementSize_ = 0;
     std::size_t maxCapacity_ = 0;
     Storage storage_;
     alignas(kCacheLine) std::atomic<std::size_t> write_{0};
+    std::size_t readSeen_ = 0;
     alignas(kCacheLine) std::atomic<std::size_t> read_{0};
-    alignas(kCacheLine) mutable std::mutex mutex_;
+    std::size_t writeSeen_ = 0;
+    mutable CopyMutex mutex_;
 };
 
 }  // namespace korva_audio_utils
