@@ -42,6 +42,11 @@ class TQ_RECORD_EXPORT RZReplayASBDInfo {
     /// Microseconds of host time.
     [[nodiscard]] std::uint64_t timeStamp() const { return timeStamp_; }
     void setTimeStamp(std::uint64_t microseconds) { timeStamp_ = microseconds; }
+    /// The program's unit that rendered it: its number in the order of first starts, shifted by 1,
+    /// and in the lowest bit whether it is a graph's; 0 for the mix. Unlike track numbers it is
+    /// never another unit's.
+    [[nodiscard]] std::uint32_t unit() const { return unit_; }
+    void setUnit(std::uint32_t unit) { unit_ = unit; }
     /// Linear.
     [[nodiscard]] double volume() const { return volume_; }
     void setVolume(double volume) { volume_ = volume; }
@@ -55,5 +60,6 @@ class TQ_RECORD_EXPORT RZReplayASBDInfo {
     std::int32_t bitsPerChannel_ = 0;
     std::uint32_t formatFlags_ = 0;
     std::uint64_t timeStamp_ = 0;
+    std::uint32_t unit_ = 0;
     double volume_ = 0;
 };

@@ -91,6 +91,7 @@ void RZReplayAudioUnitObject::updateAsbdInfo() {
     const auto info = asbdInfo();
     if (info) {
         info->updateInfoWithDesc(needFormatToS16() ? s16FormatStreamDesc() : streamDesc());
+        info->setUnit(unitWord());
     }
 }
 

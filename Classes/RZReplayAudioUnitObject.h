@@ -68,6 +68,9 @@ class RZReplayAudioUnitObject {
     void setOriginCallback(AURenderCallbackStruct callback) { origin_.store(callback); }
     [[nodiscard]] AURenderCallback origin_inputProc() const { return origin_.load().inputProc; }
     [[nodiscard]] void* origin_inputProcRefCon() const { return origin_.load().inputProcRefCon; }
+    /// By what the facts name the unit (RZUnitFacts::TrackUnit); 0 before its first start.
+    [[nodiscard]] std::uint32_t unitWord() const { return unitWord_; }
+    void setUnitWord(std::uint32_t word) { unitWord_ = word; }
     /// Describes the PCM that is read from this object.
     [[nodiscard]] std::shared_ptr<RZReplayASBDInfo> asbdInfo() const { return asbdInfo_.load(); }
     void setAsbdInfo(std::shared_ptr<RZReplayASBDInfo> info) { asbdInfo_.store(std::move(info)); }
@@ -156,6 +159,7 @@ class RZReplayAudioUnitObject {
     std::atomic<bool> needFormatToS16_{false};
     std::atomic<bool> pendingCleanPostRingBuffer_{false};
     std::atomic<int> trackId_{0};
+    std::atomic<std::uint32_t> unitWord_{0};
     std::atomic<AUNode> inNode_{-1};
     std::atomic<AudioUnit> inUnit_{nullptr};
     std::atomic<AUGraph> auGraph_{nullptr};

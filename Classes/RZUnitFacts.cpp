@@ -10,6 +10,10 @@ namespace {
 /// Of units that are on record no more, only the latest are kept: a program may make and unmake one
 /// for every sound.
 constexpr std::size_t kMostEntries = 64;
+
+constexpr bool isTrack(int track) {
+    return track > 0 && track <= RZUnitFacts::kTracks;
+}
 }  // namespace
 
 RZUnitFacts& RZUnitFacts::shared() {
@@ -51,35 +55,62 @@ void RZUnitFacts::created(const void* unit, int track) {
 void RZUnitFacts::leftAlone(const void* unit, const void* graph, RZUnitReason reason) {
     note([&] {
         if (reason == RZUnitReason::VoiceEngine) {
-            // Nobody looks at it again. It is made in order to be started.
             ++counts_.created;
-            ++counts_.started;
-            ++counts_.startsWithMicrophone;
         }
         return std::optional(entryFor(unit, graph) = {unit, graph, 0, 0, false, reason});
     });
 }
 
-void RZUnitFacts::started(const void* unit, const void* graph, int track, RZUnitReason reason) {
+RZUnitFacts::TrackUnit RZUnitFacts::started(const void* unit, const void* graph, int track,
+                                            RZUnitReason reason) {
+    TrackUnit named;
     note([&] {
         ++counts_.started;
         counts_.startsWithMicrophone += reason == RZUnitReason::MicrophoneOn ? 1U : 0U;
-        const std::uint32_t ordinal = ordinalOf(graph != nullptr ? graph : unit);
-        if (track > 0 && track <= kTracks) {
-            trackUnits_[static_cast<std::size_t>(track)].store(
-                ordinal << 1U | (graph != nullptr ? 1U : 0U), std::memory_order_relaxed);
+        named = {ordinalOf(graph != nullptr ? graph : unit), graph != nullptr};
+        if (isTrack(track)) {
+            trackUnits_[static_cast<std::size_t>(track)].store(named.word(),
+                                                               std::memory_order_relaxed);
         }
-        return std::optional(entryFor(unit, graph) = {unit, graph, ordinal, track, true, reason});
+        return std::optional(
+            entryFor(unit, graph) = {unit, graph, named.ordinal, track, true, reason});
+    });
+    return named;
+}
+
+void RZUnitFacts::startedAlone(const void* unit, const void* graph) {
+    note([&] {
+        ++counts_.started;
+        RZUnitFact* entry = find(unit, graph);
+        if (entry == nullptr) {
+            entry =
+                &(entryFor(unit, graph) = {unit, graph, 0, 0, false, RZUnitReason::NotSeenMade});
+        }
+        if (entry->graph != nullptr) {
+            entry->ordinal = ordinalOf(entry->graph);
+        } else if (entry->ordinal == 0) {
+            entry->ordinal = ++lastOrdinal_;
+        }
+        entry->isStarted = true;
+        return std::optional(*entry);
     });
 }
 
 void RZUnitFacts::mixRefused(const void* unit) {
+    noteReason(unit, RZUnitReason::MixRefused);
+}
+
+void RZUnitFacts::numberTaken(const void* unit) {
+    noteReason(unit, RZUnitReason::NumberTaken);
+}
+
+void RZUnitFacts::noteReason(const void* unit, RZUnitReason reason) {
     note([&]() -> std::optional<RZUnitFact> {
         RZUnitFact* const entry = find(unit);
         if (entry == nullptr) {
             return std::nullopt;
         }
-        entry->reason = RZUnitReason::MixRefused;
+        entry->reason = reason;
         return *entry;
     });
 }
@@ -94,14 +125,16 @@ void RZUnitFacts::mixTook(const void* unit) {
     });
 }
 
-void RZUnitFacts::stopped(const void* unit) {
+void RZUnitFacts::stopped(const void* unit, const void* graph) {
     note([&]() -> std::optional<RZUnitFact> {
-        RZUnitFact* const entry = find(unit);
+        RZUnitFact* const entry = find(unit, graph);
         if (entry == nullptr || !entry->isStarted) {
             return std::nullopt;
         }
         entry->isStarted = false;
-        entry->reason = RZUnitReason::NotStarted;
+        if (entry->track != 0) {
+            entry->reason = RZUnitReason::NotStarted;
+        }
         return *entry;
     });
 }
@@ -148,12 +181,9 @@ RZUnitCounts RZUnitFacts::counts() const {
 }
 
 RZUnitFacts::TrackUnit RZUnitFacts::unitOfTrack(int track) const noexcept {
-    if (track <= 0 || track > kTracks) {
-        return {};
-    }
-    const std::uint32_t word =
-        trackUnits_[static_cast<std::size_t>(track)].load(std::memory_order_relaxed);
-    return {word >> 1U, (word & 1U) != 0};
+    return isTrack(track) ? TrackUnit::ofWord(trackUnits_[static_cast<std::size_t>(track)].load(
+                                std::memory_order_relaxed))
+                          : TrackUnit{};
 }
 
 RZUnitFacts::ObserverId RZUnitFacts::observe(Observer observer) {
@@ -185,9 +215,10 @@ RZUnitFact& RZUnitFacts::entryFor(const void* unit, const void* graph) {
     return list_.emplace_back();
 }
 
-RZUnitFact* RZUnitFacts::find(const void* unit) {
-    const auto found = std::find_if(list_.begin(), list_.end(), [unit](const RZUnitFact& entry) {
-        return unit != nullptr && entry.unit == unit;
+/// By the unit, or with a null one by the graph.
+RZUnitFact* RZUnitFacts::find(const void* unit, const void* graph) {
+    const auto found = std::find_if(list_.begin(), list_.end(), [&](const RZUnitFact& entry) {
+        return unit != nullptr ? entry.unit == unit : graph != nullptr && entry.graph == graph;
     });
     return found == list_.end() ? nullptr : &*found;
 }

@@ -20,6 +20,8 @@ enum class RZUnitReason : std::uint32_t {
     Anothers,       ///< another library has registered it, or its graph, as not the game's
     NoFormat,       ///< its stream format could not be read
     MixRefused,     ///< the private graph did not take it in
+    NumberTaken,    ///< a later unit has got its track number and its place in the mix
+    NotSeenMade,    ///< it was made before the hooks came
 };
 
 /// One output unit of the program, as far as the interception has seen it.
@@ -37,7 +39,7 @@ struct RZUnitFact {
 /// How many units and starts there have been in this process.
 struct RZUnitCounts {
     std::uint64_t created = 0;               ///< with a track number, or a voice engine's
-    std::uint64_t started = 0;               ///< starts, also repeated ones
+    std::uint64_t started = 0;               ///< starts of output units, also repeated ones
     std::uint64_t startsWithMicrophone = 0;  ///< of those, not captured for that reason
 };
 
@@ -53,6 +55,20 @@ class RZUnitFacts {
     using Observer = std::function<void(const RZUnitFact&)>;
     using ObserverId = std::uint64_t;
     static constexpr int kTracks = 7;
+    /// A unit as its blocks name it; ordinal 0 is none.
+    struct TrackUnit {
+        std::uint32_t ordinal = 0;
+        bool isGraphs = false;
+
+        /// The same in one number: the ordinal shifted by 1, and in the lowest bit whether it is a
+        /// graph's.
+        [[nodiscard]] constexpr std::uint32_t word() const {
+            return ordinal << 1U | (isGraphs ? 1U : 0U);
+        }
+        [[nodiscard]] static constexpr TrackUnit ofWord(std::uint32_t word) {
+            return {word >> 1U, (word & 1U) != 0};
+        }
+    };
 
     /// The one instance, made on first use, never destroyed.
     static RZUnitFacts& shared();
@@ -67,11 +83,17 @@ class RZUnitFacts {
     void created(const void* unit, int track);
     /// A unit (or, with a null `unit`, whatever a graph holds) has got none, and why.
     void leftAlone(const void* unit, const void* graph, RZUnitReason reason);
-    /// The program has started it. `reason` says what came of that. Track 0 is only counted.
-    void started(const void* unit, const void* graph, int track, RZUnitReason reason);
+    /// The program has started it. `reason` says what came of that. Answers what unitOfTrack()
+    /// tells of it.
+    TrackUnit started(const void* unit, const void* graph, int track, RZUnitReason reason);
+    /// The program has started a unit that has no capture object, or a graph (with a null `unit`)
+    /// whose unit has none: the reason stays the one that it got when it was left alone.
+    void startedAlone(const void* unit, const void* graph);
     /// The private graph has not taken it in, though its object counts as capturing.
     void mixRefused(const void* unit);
-    void stopped(const void* unit);
+    /// Another unit has got its bus of the private graph.
+    void numberTaken(const void* unit);
+    void stopped(const void* unit, const void* graph = nullptr);
     /// Its capture object is gone.
     void disposed(const void* unit);
 
@@ -87,12 +109,7 @@ class RZUnitFacts {
     /// In the order the units came. Reasons are as of the last notice.
     [[nodiscard]] std::vector<RZUnitFact> list() const;
     [[nodiscard]] RZUnitCounts counts() const;
-    /// The unit that was last started with that track number; ordinal 0 when there was none.
-    /// Real-time safe.
-    struct TrackUnit {
-        std::uint32_t ordinal = 0;
-        bool isGraphs = false;
-    };
+    /// The unit that was last started with that track number. Real-time safe.
     [[nodiscard]] TrackUnit unitOfTrack(int track) const noexcept;
 
     /// `observer` is called on the thread of each notice. It must be short and must not start, stop
@@ -107,19 +124,20 @@ class RZUnitFacts {
         std::uint32_t number;
     };
     [[nodiscard]] RZUnitFact& entryFor(const void* unit, const void* graph);
-    [[nodiscard]] RZUnitFact* find(const void* unit);
+    [[nodiscard]] RZUnitFact* find(const void* unit, const void* graph = nullptr);
     [[nodiscard]] std::uint32_t ordinalOf(const void* handle);
     void forgetOrdinal(const void* handle);
     template <class Change>
     void note(Change&& change);
+    void noteReason(const void* unit, RZUnitReason reason);
 
     mutable std::mutex lock_;
     std::vector<RZUnitFact> list_;
     std::vector<Ordinal> ordinals_;
     std::uint32_t lastOrdinal_ = 0;
     RZUnitCounts counts_;
-    /// Ordinal shifted by 1, and in the lowest bit whether it is a graph's. Written under lock_,
-    /// read by render threads without it; each word stands for itself, so relaxed order does.
+    /// Words of TrackUnit. Written under lock_, read by any thread without it; each word stands for
+    /// itself, so relaxed order does.
     std::array<std::atomic<std::uint32_t>, kTracks + 1> trackUnits_{};
 
     std::recursive_mutex observersLock_;

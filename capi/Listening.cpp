@@ -64,7 +64,7 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
         RZUnitFacts::TrackUnit unit;
         tq_block block{};
         if (source_ == TQ_BLOCK_TRACK) {
-            unit = RZUnitFacts::shared().unitOfTrack(info.trackId());
+            unit = RZUnitFacts::TrackUnit::ofWord(info.unit());
             block.track = static_cast<std::uint32_t>(info.trackId());
             block.unit_kind = unitKind(unit.isGraphs);
             block.unit = unit.ordinal;

@@ -19,7 +19,9 @@ static_assert(isSame(RZUnitReason::Captured, TQ_UNIT_CAPTURED) &&
               isSame(RZUnitReason::Uninitialised, TQ_UNIT_UNINITIALISED) &&
               isSame(RZUnitReason::Anothers, TQ_UNIT_ANOTHERS) &&
               isSame(RZUnitReason::NoFormat, TQ_UNIT_NO_FORMAT) &&
-              isSame(RZUnitReason::MixRefused, TQ_UNIT_MIX_REFUSED));
+              isSame(RZUnitReason::MixRefused, TQ_UNIT_MIX_REFUSED) &&
+              isSame(RZUnitReason::NumberTaken, TQ_UNIT_NUMBER_TAKEN) &&
+              isSame(RZUnitReason::NotSeenMade, TQ_UNIT_NOT_SEEN_MADE));
 
 }  // namespace
 
@@ -69,6 +71,10 @@ const char* tq_unit_reason_text(tq_unit_reason reason) {
             return "its stream format could not be read";
         case TQ_UNIT_MIX_REFUSED:
             return "the graph that mixes the tracks did not take it in";
+        case TQ_UNIT_NUMBER_TAKEN:
+            return "a later unit has got its track number";
+        case TQ_UNIT_NOT_SEEN_MADE:
+            return "it was made before the hooks came";
     }
     return "unknown";
 }

@@ -140,7 +140,9 @@ enum tq_unit_reason {
     TQ_UNIT_UNINITIALISED = 6,  /**< uninitialised by the program, and not on record since */
     TQ_UNIT_ANOTHERS = 7,       /**< another library has registered it as its own */
     TQ_UNIT_NO_FORMAT = 8,      /**< its stream format could not be read */
-    TQ_UNIT_MIX_REFUSED = 9     /**< the graph that mixes the tracks did not take it in */
+    TQ_UNIT_MIX_REFUSED = 9,    /**< the graph that mixes the tracks did not take it in */
+    TQ_UNIT_NUMBER_TAKEN = 10,  /**< a later unit has got its track number (see tq_capture_rules) */
+    TQ_UNIT_NOT_SEEN_MADE = 11  /**< it was made before the hooks came */
 };
 
 /** [any thread] [real-time safe] [inside callbacks] The reason as a clause for a person; never
@@ -266,7 +268,7 @@ TQ_CAPTURE_EXPORT enum tq_result tq_capture_units(void (*visit)(void* context,
 struct tq_unit_counts {
     size_t size;
     uint64_t created;                 /**< units with a track number, and voice engines' */
-    uint64_t started;                 /**< starts of such units */
+    uint64_t started;                 /**< starts of output units and graphs, repeated ones too */
     uint64_t started_with_microphone; /**< of those, left alone because the unit records too */
 };
 

@@ -84,6 +84,8 @@ void captureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& in
         obj->setAuGraph(graph);
         obj->setInNode(info.node);
         obj->setOriginCallback({info.inputProc, info.inputProcRefCon});
+    } else {
+        RZUnitFacts::shared().leftAlone(unit, graph, RZUnitReason::NoNumberFree);
     }
 }
 
@@ -171,6 +173,9 @@ constexpr tqhook::HookTable kHooks{
         call.site.log(2, "[AUGraphHook] %s: %p, err:%d", call.name, graph, call.status);
         if (!isAUGraphAvailable(graph)) {
             call.site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
+            if (call.status == 0 && graph != manager().mGraph()) {
+                RZUnitFacts::shared().startedAlone(nullptr, graph);
+            }
             return;
         }
         const auto obj = manager().findAudioUnitObjByAUGraph(graph);
@@ -178,6 +183,9 @@ constexpr tqhook::HookTable kHooks{
             manager().audioUnitStart(obj);
         } else {
             call.logIgnored(4, "start", graph, obj.get());
+            if (!obj && call.status == 0) {
+                RZUnitFacts::shared().startedAlone(nullptr, graph);
+            }
         }
     }),
     hookAfter<&AUGraphUpdate>([](const AnsweredCall& call, AUGraph graph, Boolean* /*isUpdated*/) {
@@ -197,6 +205,7 @@ constexpr tqhook::HookTable kHooks{
             manager().audioUnitStop(obj);
         } else {
             call.logIgnored(3, "stop", graph, nullptr);
+            RZUnitFacts::shared().stopped(nullptr, graph);
         }
     }),
     hookAfter<&AUGraphClose>([](const AnsweredCall& call, AUGraph graph) {

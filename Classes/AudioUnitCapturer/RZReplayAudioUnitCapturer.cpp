@@ -130,6 +130,7 @@ constexpr tqhook::HookTable kHooks{
             manager().audioUnitStart(obj);
         } else {
             site.log(3, "[AudioUnitHook] Ignore audio unit start, not found in unitMap: %p", unit);
+            RZUnitFacts::shared().startedAlone(unit, nullptr);
         }
     }),
     hookBefore<&AudioOutputUnitStop>([](const RZLogSite& site, AudioUnit unit) {
@@ -138,6 +139,7 @@ constexpr tqhook::HookTable kHooks{
             manager().audioUnitStop(obj);
         } else {
             site.log(3, "[AudioUnitHook] Ignore audio unit stop, not found in unitMap: %p", unit);
+            RZUnitFacts::shared().stopped(unit);
         }
     }),
     tqhook::hook<&AudioUnitSetProperty>([](auto* original, AudioUnit unit, AudioUnitPropertyID id,

@@ -179,6 +179,7 @@ BOOL RZStreamMixManager::stopResampleMix() {
                      track);
             allDisconnected = NO;
         }
+        leaveBus(obj);
         obj->stopCapture();
     }
     return allDisconnected;

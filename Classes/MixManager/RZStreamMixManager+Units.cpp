@@ -8,7 +8,7 @@ RZUnitReason RZStreamMixManager::whyNotCaptured(const UnitObject& obj) const {
         return RZUnitReason::Uninitialised;
     }
     if (isCapturing() && obj->isCapturing()) {
-        return RZUnitReason::Captured;
+        return isBusAnothers(obj) ? RZUnitReason::NumberTaken : RZUnitReason::Captured;
     }
     const auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
     if (resolver.existAudioUnit(obj->inUnit()) || resolver.existAuGraph(obj->auGraph())) {
@@ -30,6 +30,30 @@ RZUnitReason RZStreamMixManager::whyNotCaptured(const UnitObject& obj) const {
 RZUnitReason RZStreamMixManager::reasonAtStart(const UnitObject& obj) const {
     const RZUnitReason reason = whyNotCaptured(obj);
     return reason == RZUnitReason::MixRefused ? RZUnitReason::Captured : reason;
+}
+
+std::atomic<const void*>& RZStreamMixManager::busUnit(const UnitObject& obj) {
+    return busUnits_[static_cast<std::size_t>(obj->trackId()) % busUnits_.size()];
+}
+
+/// A number that was given twice leads both units to one bus. The later one has it; the other one's
+/// blocks are read by nobody from now on.
+void RZStreamMixManager::takeBus(const UnitObject& obj) {
+    const void* const before = busUnit(obj).exchange(obj->inUnit());
+    const auto other = before == obj->inUnit() ? nullptr : findAudioUnitObj(before);
+    if (other && other->isCapturing()) {
+        RZUnitFacts::shared().numberTaken(before);
+    }
+}
+
+void RZStreamMixManager::leaveBus(const UnitObject& obj) {
+    const void* unit = obj->inUnit();
+    busUnit(obj).compare_exchange_strong(unit, nullptr);
+}
+
+BOOL RZStreamMixManager::isBusAnothers(const UnitObject& obj) const {
+    const void* const unit = busUnits_[static_cast<std::size_t>(obj->trackId()) % busUnits_.size()];
+    return unit != nullptr && unit != obj->inUnit();
 }
 
 std::vector<RZUnitFact> RZStreamMixManager::unitFacts() const {

@@ -262,8 +262,12 @@ void RZStreamMixManager::recordTrackStatistics(const UnitObject& obj) {
 
 OSStatus RZStreamMixManager::setNodeInputCallback(const UnitObject& obj) {
     const AURenderCallbackStruct input{UniversalNodeProcessCallback, obj->inUnit()};
-    return AUGraphSetNodeInputCallback(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId()),
-                                       &input);
+    const OSStatus status = AUGraphSetNodeInputCallback(
+        mGraph(), mixNode(), static_cast<UInt32>(obj->trackId()), &input);
+    if (status == 0) {
+        takeBus(obj);
+    }
+    return status;
 }
 
 void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
@@ -273,8 +277,9 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     recordTrackStatistics(obj);
     // Before its first block can be captured: the block bears the unit's name.
     if (obj) {
-        RZUnitFacts::shared().started(obj->inUnit(), obj->auGraph(), obj->trackId(),
-                                      reasonAtStart(obj));
+        const auto named = RZUnitFacts::shared().started(obj->inUnit(), obj->auGraph(),
+                                                         obj->trackId(), reasonAtStart(obj));
+        obj->setUnitWord(named.word());
     }
     report(site, 2, TQ_EVENT_UNIT_START, TQ_EVENT_DONE, "audio unit start: %d",
            obj ? obj->trackId() : 0);
@@ -339,16 +344,20 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
     }
     const TQAudioRecordLock guard(operatorLock_);
     if (!isCapturing() || !obj->isCapturing()) {
+        leaveBus(obj);
         obj->stopAudioUnit();
         RZUnitFacts::shared().stopped(obj->inUnit());
         return;
     }
-    if (AUGraphDisconnectNodeInput(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId())) != 0) {
+    // A bus that a later unit of the same number has taken stays that unit's.
+    if (!isBusAnothers(obj) &&
+        AUGraphDisconnectNodeInput(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId())) != 0) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                "[mix] Audio resample update disconnect unitObj, key: %p, trackid: %d",
                obj->inUnit(), obj->trackId());
         return;
     }
+    leaveBus(obj);
     obj->stopAudioUnit();
     obj->stopCapture();
     RZUnitFacts::shared().stopped(obj->inUnit());

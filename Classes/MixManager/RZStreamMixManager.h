@@ -205,6 +205,10 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
+    void takeBus(const UnitObject& obj);
+    void leaveBus(const UnitObject& obj);
+    [[nodiscard]] BOOL isBusAnothers(const UnitObject& obj) const;
+    [[nodiscard]] std::atomic<const void*>& busUnit(const UnitObject& obj);
     /// [any thread] Allocates. Logs a message and raises it as an event.
     template <class... Arguments>
     void report(const RZLogSite& site, int level, std::uint64_t category, std::uint64_t code,
@@ -229,6 +233,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// Guarded by mapLock. Where a unit stood in unitMap_ when it was last found; checked before
     /// use.
     mutable std::array<std::size_t, 32> unitHints_{};
+    /// Which unit each bus of the mixer was last connected to, null without one. Written under
+    /// operatorLock, read by any thread; each word stands for itself.
+    std::array<std::atomic<const void*>, RZUnitFacts::kTracks + 1> busUnits_{};
     std::atomic<AUGraph> mGraph_{nullptr};
     std::atomic<AudioUnit> mixUnit_{nullptr};
     std::atomic<AudioUnit> outUnit_{nullptr};

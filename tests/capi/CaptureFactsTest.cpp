@@ -129,8 +129,93 @@ TEST_F(CaptureFacts, AnEighthUnitHasNoNumber) {
     const auto all = units();
     ASSERT_EQ(all.size(), 8U);
     EXPECT_EQ(all[6], (SeenUnit{"unit", 7, TQ_UNIT_NOT_STARTED}));
-    EXPECT_EQ(all[7], (SeenUnit{"unit", 0, TQ_UNIT_NO_NUMBER_FREE}));
+    EXPECT_EQ(all[7], (SeenUnit{"unit-1", 0, TQ_UNIT_NO_NUMBER_FREE}));
     EXPECT_EQ(counts().created, 7U);
+    EXPECT_EQ(counts().started, 1U);
+}
+
+TEST_F(CaptureFacts, AnEighthGraphHasNoNumber) {
+    HostUnit hosts[7];
+    HostGraph graph;
+    graph.play();
+    EXPECT_EQ(units().back(), (SeenUnit{"graph-1", 0, TQ_UNIT_NO_NUMBER_FREE}));
+    AUGraphStop(graph.graph());
+    AUGraphStart(graph.graph());
+    EXPECT_EQ(units().back(), (SeenUnit{"graph-1", 0, TQ_UNIT_NO_NUMBER_FREE}));
+}
+
+TEST_F(CaptureFacts, ObserversHearThatAnUncapturedUnitPlays) {
+    std::vector<std::string> notices;
+    tq_listener wanted{};
+    wanted.size = sizeof wanted;
+    wanted.context = &notices;
+    wanted.on_unit = [](void* context, const tq_unit* unit) {
+        static_cast<std::vector<std::string>*>(context)->push_back(
+            std::string(unit->name) + (unit->is_started != 0 ? " plays: " : " stands: ") +
+            tq_unit_reason_text(unit->reason));
+    };
+    HostUnit host;
+    host.prepare();
+    host.uninitialize();
+    tq_listening* listening = nullptr;
+    ASSERT_EQ(tq_capture_listen(&wanted, &listening), TQ_OK);
+    ASSERT_EQ(host.initialize(), 0);
+    host.start();
+    host.stop();
+    EXPECT_EQ(tq_capture_stop(listening), TQ_OK);
+    EXPECT_THAT(notices, ElementsAre("unit-1 plays: the program has uninitialised it",
+                                     "unit-1 stands: the program has uninitialised it"));
+    EXPECT_EQ(counts().started, 1U);
+}
+
+/// Blocks of tracks that sounded, by the names of their units.
+struct SoundingNames {
+    std::set<std::string> names;
+
+    static void onTrack(void* context, const tq_block* block) {
+        const auto* const samples = static_cast<const std::int16_t*>(block->buffers[0].data);
+        if (samples[0] != 0) {
+            static_cast<SoundingNames*>(context)->names.insert(std::string(block->name) + " at " +
+                                                               std::to_string(samples[0]));
+        }
+    }
+};
+
+TEST_F(CaptureFacts, AUnitWhoseNumberIsGivenAgainIsNamedAndNeverHeardUnderTheOthersName) {
+    SoundingNames heard;
+    tq_listener wanted{};
+    wanted.size = sizeof wanted;
+    wanted.context = &heard;
+    wanted.on_track = SoundingNames::onTrack;
+    tq_listening* listening = nullptr;
+    ASSERT_EQ(tq_capture_listen(&wanted, &listening), TQ_OK);
+    ASSERT_EQ(tq_capture_settle(), TQ_OK);
+    HostUnit music;
+    music.sound.value = 0.25;
+    music.play();
+    HostUnit effects;
+    {
+        // Its release frees the numbers 1 and 2.
+        HostUnit voice;
+        voice.prepare();
+        voice.uninitialize();
+    }
+    pump(5);
+    HostUnit later;
+    later.sound.value = 0.5;
+    later.play();
+    ASSERT_EQ(later.object()->trackId(), 1);
+    EXPECT_EQ(units().front(), (SeenUnit{"unit-1", 1, TQ_UNIT_NUMBER_TAKEN}));
+    pump(5);
+    // What stops does not take the other one's place with it.
+    music.stop();
+    EXPECT_EQ(later.object()->isCapturing(), YES);
+    EXPECT_EQ(units().back(), (SeenUnit{"unit-2", 1, TQ_UNIT_CAPTURED}));
+    heard.names.erase("unit-2 at 16384");
+    pump(5);
+    EXPECT_EQ(tq_capture_stop(listening), TQ_OK);
+    EXPECT_THAT(heard.names, ElementsAre("unit-1 at 8192", "unit-2 at 16384"));
+    later.dispose();
 }
 
 TEST_F(CaptureFacts, AUnitThatRecordsIsLeftAlone) {
@@ -149,12 +234,14 @@ TEST_F(CaptureFacts, AUnitThatRecordsIsLeftAlone) {
 TEST_F(CaptureFacts, AVoiceEnginesUnitIsLeftAlone) {
     std::thread([] {
         NSThread::setCurrentThreadName("VeqDeviceThread");
-        const HostUnit host;
+        HostUnit host;
         EXPECT_THAT(units(), ElementsAre(SeenUnit{"unit", 0, TQ_UNIT_VOICE_ENGINES}));
+        host.play();
+        EXPECT_THAT(units(), ElementsAre(SeenUnit{"unit-1", 0, TQ_UNIT_VOICE_ENGINES}));
     }).join();
     EXPECT_EQ(counts().created, 1U);
     EXPECT_EQ(counts().started, 1U);
-    EXPECT_EQ(counts().started_with_microphone, 1U);
+    EXPECT_EQ(counts().started_with_microphone, 0U);
 }
 
 TEST_F(CaptureFacts, AUnitThatAnotherLibraryRegistersIsItsOwn) {
@@ -170,7 +257,7 @@ TEST_F(CaptureFacts, AGraphThatAnotherLibraryRegistersIsItsOwn) {
     HostGraph graph;
     resolver().registerNonGameUsedAuGraph(graph.graph());
     graph.play();
-    EXPECT_THAT(units(), ElementsAre(SeenUnit{"graph", 0, TQ_UNIT_ANOTHERS}));
+    EXPECT_THAT(units(), ElementsAre(SeenUnit{"graph-1", 0, TQ_UNIT_ANOTHERS}));
     resolver().unregisterNonGameUsedAuGraph(graph.graph());
     graph.dispose();
     EXPECT_THAT(units(), IsEmpty());
@@ -257,7 +344,7 @@ TEST_F(CaptureFacts, BadInputIsRefused) {
 
 TEST(CaptureText, EachResultAndReasonHasAText) {
     std::set<std::string> texts;
-    for (int reason = TQ_UNIT_CAPTURED; reason <= TQ_UNIT_MIX_REFUSED; ++reason) {
+    for (int reason = TQ_UNIT_CAPTURED; reason <= TQ_UNIT_NOT_SEEN_MADE; ++reason) {
         EXPECT_TRUE(texts.insert(tq_unit_reason_text(static_cast<tq_unit_reason>(reason))).second);
     }
     for (const tq_result result :
