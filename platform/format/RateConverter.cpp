@@ -155,6 +155,8 @@ class RateConverter::Engine {
         missedInput_ = missedOutput_ = 0;
     }
 
+    [[nodiscard]] UInt32 delay() const noexcept { return static_cast<UInt32>(lookAhead_); }
+
   private:
     /// Its position repeats soon enough to be found again by running it there.
     [[nodiscard]] bool isCyclic() const noexcept { return ratio_.output <= kFilterPhases; }
@@ -359,6 +361,10 @@ OSStatus RateConverter::pull(const AudioView& planes, FramePull source, void* co
 
 void RateConverter::reset() noexcept {
     engine_->reset();
+}
+
+UInt32 RateConverter::delay() const noexcept {
+    return engine_->delay();
 }
 
 }  // namespace tqplatform

@@ -30,6 +30,8 @@ class RateConverter {
     OSStatus pull(const tqcommon::AudioView& planes, FramePull source, void* context) noexcept;
     /// [any thread, one at a time] [real-time safe] Forgets the past.
     void reset() noexcept;
+    /// Input frames by which sound comes later than it went in; 0 for equal rates.
+    [[nodiscard]] UInt32 delay() const noexcept;
 
   private:
     class Engine;

@@ -6,6 +6,7 @@
 #include <AudioToolbox/AUComponent.h>
 #include <AudioToolbox/AUGraph.h>
 #include <AudioToolbox/AudioComponent.h>
+#include <AudioToolbox/AudioConverter.h>
 #include <AudioToolbox/AudioOutputUnit.h>
 #include <AudioToolbox/AudioServices.h>
 #include <AudioToolbox/AudioSession.h>
