@@ -52,8 +52,13 @@ std::size_t RZReplayAudioUnitBuffer::getRingBufferSize(BOOL isProcessed) const {
     return ring == nullptr ? 0 : ring->AvailableRead();
 }
 
-void RZReplayAudioUnitBuffer::cleanPostRingBuffer() {
-    if (RingBuffer* const ring = post_.get(); ring != nullptr) {
+std::size_t RZReplayAudioUnitBuffer::takeVanished(BOOL isProcessed) {
+    RingBuffer* const ring = side(isProcessed).get();
+    return ring == nullptr ? 0 : ring->TakeVanished();
+}
+
+void RZReplayAudioUnitBuffer::cleanRingBuffer(BOOL isProcessed) {
+    if (RingBuffer* const ring = side(isProcessed).get(); ring != nullptr) {
         ring->CleanBufferOnWrite();
     }
 }

@@ -43,8 +43,11 @@ class RZReplayAudioUnitBuffer {
     /// [any thread] Takes the ring's mutex. Bytes that can be read: one consistent look, also
     /// while the ring grows.
     [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
-    /// [render thread] Reader only. Takes the ring's mutex. Drops what the post side holds.
-    void cleanPostRingBuffer();
+    /// [render thread] Writer only. Real-time safe. Bytes that RingBuffer::TakeVanished() tells of.
+    std::size_t takeVanished(BOOL isProcessed);
+    /// [any thread] Takes the ring's mutex. Drops what that side holds.
+    void cleanRingBuffer(BOOL isProcessed);
+    void cleanPostRingBuffer() { cleanRingBuffer(YES); }
     /// [render thread] Reader only. Scratch memory of at least `size` bytes; it grows with the
     /// largest request, zeroed when it does, and never shrinks. mData is null when no memory is
     /// left.

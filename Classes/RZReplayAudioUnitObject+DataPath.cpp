@@ -36,6 +36,18 @@ int volumeFormat(const AudioStreamBasicDescription& desc) {
     }
 }
 
+void swapBytes(std::uint32_t* words, UInt32 count) {
+    std::transform(words, words + count, words, [](std::uint32_t word) {
+        return word >> 24U | (word >> 8U & 0xff00U) | (word << 8U & 0xff0000U) | word << 24U;
+    });
+}
+
+void swapBytes(std::uint16_t* words, UInt32 count) {
+    std::transform(words, words + count, words, [](std::uint16_t word) {
+        return static_cast<std::uint16_t>(word >> 8U | word << 8U);
+    });
+}
+
 }  // namespace
 
 template <class... Arguments>
@@ -52,9 +64,12 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
     constexpr RZLogSite site(
         kFile, "-[RZReplayAudioUnitObject tryWriteBuffersFrom:numberFrames:isProcessed:]");
     if (!isCapturing() || list == nullptr || list->mNumberBuffers == 0) {
+        account().lost(isProcessed,
+                       isCapturing() ? RZFrameLoss::WrongSize : RZFrameLoss::NotCapturing, frames);
         return YES;
     }
-    const UInt32 bitsPerChannel = streamDesc().mBitsPerChannel;
+    const AudioStreamBasicDescription desc = streamDesc();
+    const UInt32 bitsPerChannel = desc.mBitsPerChannel;
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
         const AudioBuffer& b = list->mBuffers[i];
         RZReplayAudioUnitBuffer* const buffer = getOrCreateBufferAt(static_cast<int>(i));
@@ -62,28 +77,54 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
         // stereo description.
         const UInt32 size = (b.mNumberChannels * frames * bitsPerChannel) >> 3;
         if (size > b.mDataByteSize) {
+            if (i == 0) {
+                account().lost(isProcessed, RZFrameLoss::WrongSize, frames);
+            }
             if (eventFilter_->FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_SIZE_MISMATCH)) {
                 raise(site, TQ_EVENT_BUFFER_WRITE, TQ_EVENT_SIZE_MISMATCH,
                       "[buffer] [%p] [%d] write size mis match. record: %d, input: %d", this, i,
                       size, b.mDataByteSize);
             }
-        } else if (buffer->writeAudioBuffer(b, size, isProcessed) == 0 &&
-                   eventFilter_->FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN)) {
-            raise(site, TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN,
-                  "[buffer] [%p] [%d] write size is zero. dataSize: %d and available: %ld", this, i,
-                  size, static_cast<long>(buffer->getRingBufferSize(isProcessed)));
+        } else if (buffer->writeAudioBuffer(b, size, isProcessed) == 0) {
+            if (i == 0) {
+                account().lost(isProcessed, RZFrameLoss::RingFull, frames);
+            }
+            if (eventFilter_->FilterEvent(TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN)) {
+                raise(site, TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN,
+                      "[buffer] [%p] [%d] write size is zero. dataSize: %d and available: %ld",
+                      this, i, size, static_cast<long>(buffer->getRingBufferSize(isProcessed)));
+            }
+        } else if (i == 0) {
+            countWritten(*buffer, frames, size, desc.mBytesPerFrame, isProcessed);
         }
     }
     return YES;
 }
 
+/// What a ring took: not always what was rendered, and not always for long. The first buffer of a
+/// list stands for all.
+void RZReplayAudioUnitObject::countWritten(RZReplayAudioUnitBuffer& buffer, UInt32 frames,
+                                           UInt32 size, UInt32 bytesPerFrame, BOOL isProcessed) {
+    const std::size_t vanished = buffer.takeVanished(isProcessed);
+    if (vanished == 0 && size == frames * bytesPerFrame) {
+        return;
+    }
+    const UInt32 unit = std::max(bytesPerFrame, 1U);
+    account().lost(isProcessed, RZFrameLoss::RingFull, vanished / unit);
+    if (const UInt32 taken = size / unit; taken < frames) {
+        account().lost(isProcessed, RZFrameLoss::WrongSize, frames - taken);
+    }
+}
+
 RZReplayAudioUnitObject::ReadSizes RZReplayAudioUnitObject::readSizes(UInt32 frames) const {
-    const UInt32 record = streamDesc().mBytesPerFrame * frames;
+    const AudioStreamBasicDescription desc = streamDesc();
+    const UInt32 record = desc.mBytesPerFrame * frames;
+    const BOOL bigEndian = (desc.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
     if (!needFormatToS16()) {
-        return {record, record, NO, NO};
+        return {record, record, NO, NO, bigEndian};
     }
     const UInt32 target = s16FormatStreamDesc().mBytesPerFrame * frames;
-    return {record, target, record != 2 * target, YES};
+    return {record, target, record != 2 * target, YES, bigEndian};
 }
 
 BOOL RZReplayAudioUnitObject::tryReadBuffersTo(AudioBufferList* list, UInt32 frames,
@@ -124,6 +165,9 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
     }
     RZReplayAudioUnitBuffer& buffer = *bufferList_[index];
     if (clean) {
+        if (index == 0) {
+            account().lost(YES, RZFrameLoss::DiscardedAtStart, waitingFrames(YES));
+        }
         buffer.cleanPostRingBuffer();
         return NO;
     }
@@ -148,7 +192,14 @@ BOOL RZReplayAudioUnitObject::readBufferAt(UInt32 index, AudioBufferList& list, 
     const UInt32 samples = std::min(
         {b.mNumberChannels * frames, sizes.record / static_cast<UInt32>(sizeof(float)), room});
     auto* const target = static_cast<SInt16*>(b.mData);
+    if (sizes.bigEndian) {
+        // What is read keeps the track's byte order, which its description and its bus name.
+        swapBytes(static_cast<std::uint32_t*>(copy.mData), samples);
+    }
     convertF32ToS16(static_cast<const float*>(copy.mData), target, samples);
+    if (sizes.bigEndian) {
+        swapBytes(static_cast<std::uint16_t*>(b.mData), samples);
+    }
     std::fill(target + samples, target + std::min(b.mNumberChannels * frames, room), SInt16{0});
     return YES;
 }

@@ -26,6 +26,15 @@ RZReplayAudioUnitObject::RZReplayAudioUnitObject(AudioUnit unit, int trackId)
     asbdInfo()->setTrackId(trackId);
 }
 
+RZReplayAudioUnitObject::~RZReplayAudioUnitObject() {
+    account().idle(idleFrames());
+    for (const BOOL isProcessed : {NO, YES}) {
+        if (const std::size_t waiting = waitingFrames(isProcessed); waiting != 0) {
+            account().lost(isProcessed, RZFrameLoss::LeftAtStop, waiting);
+        }
+    }
+}
+
 BOOL RZReplayAudioUnitObject::isAvailable() const {
     const AudioStreamBasicDescription desc = streamDesc();
     return desc.mSampleRate > 0 && desc.mChannelsPerFrame != 0 && desc.mBytesPerFrame != 0 &&
@@ -76,6 +85,19 @@ RZReplayAudioUnitBuffer* RZReplayAudioUnitObject::getOrCreateBufferAt(int index)
 std::size_t RZReplayAudioUnitObject::getRingBufferSize(BOOL isProcessed) const {
     const TQAudioRecordLock guard(bufferLock_);
     return bufferList_.empty() ? 0 : bufferList_.front()->getRingBufferSize(isProcessed);
+}
+
+std::size_t RZReplayAudioUnitObject::waitingFrames(BOOL isProcessed) const {
+    const UInt32 bytesPerFrame = streamDesc().mBytesPerFrame;
+    return bytesPerFrame == 0 ? 0 : getRingBufferSize(isProcessed) / bytesPerFrame;
+}
+
+void RZReplayAudioUnitObject::discardWaiting(BOOL isProcessed, RZFrameLoss reason) {
+    const TQAudioRecordLock guard(bufferLock_);
+    account().lost(isProcessed, reason, waitingFrames(isProcessed));
+    for (const auto& buffer : bufferList_) {
+        buffer->cleanRingBuffer(isProcessed);
+    }
 }
 
 void RZReplayAudioUnitObject::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "AtomicProperty.h"
+#include "RZFrameAccount.h"
 #include "RZReplayASBDInfo.h"
 #include "RZReplayAudioRecorderDelegate.h"
 #include "RZReplayAudioUnitBuffer.h"
@@ -28,7 +29,8 @@ class RZReplayAudioUnitObject {
   public:
     RZReplayAudioUnitObject();
     RZReplayAudioUnitObject(AudioUnit unit, int trackId);
-    ~RZReplayAudioUnitObject() = default;
+    /// What its rings still hold counts as lost.
+    ~RZReplayAudioUnitObject();
     RZReplayAudioUnitObject(const RZReplayAudioUnitObject&) = delete;
     RZReplayAudioUnitObject& operator=(const RZReplayAudioUnitObject&) = delete;
 
@@ -109,6 +111,19 @@ class RZReplayAudioUnitObject {
     /// [any thread] Takes bufferLock and the ring's mutex. Readable bytes of the first buffer's pre
     /// or post side.
     [[nodiscard]] std::size_t getRingBufferSize(BOOL isProcessed) const;
+    /// [any thread] Takes bufferLock and the ring's mutex. The same in frames.
+    [[nodiscard]] std::size_t waitingFrames(BOOL isProcessed) const;
+    /// [any thread] Takes bufferLock and the rings' mutexes. Drops what that side's rings hold and
+    /// counts it as lost for `reason`.
+    void discardWaiting(BOOL isProcessed, RZFrameLoss reason);
+    /// [render thread] Real-time safe. Frames that were rendered while nobody captured. Kept here:
+    /// one instruction for a program that nobody records.
+    void countIdle(UInt32 frames) { idleFrames_.fetch_add(frames, std::memory_order_relaxed); }
+    [[nodiscard]] std::uint64_t idleFrames() const {
+        return idleFrames_.load(std::memory_order_relaxed);
+    }
+    /// [any thread] Real-time safe. Of its track number.
+    [[nodiscard]] RZFrameAccount& account() const { return RZFrameAccount::ofTrack(trackId()); }
     /// [any thread] Passes an event on to `callback`.
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);
     /// [render thread] Reader only. Real-time safe. Refreshes asbdInfo from the format that is
@@ -141,8 +156,11 @@ class RZReplayAudioUnitObject {
         UInt32 target;  ///< bytes that the reader's buffer must hold
         BOOL mismatch;
         BOOL toS16;
+        BOOL bigEndian;
     };
     [[nodiscard]] ReadSizes readSizes(UInt32 frames) const;
+    void countWritten(RZReplayAudioUnitBuffer& buffer, UInt32 frames, UInt32 size,
+                      UInt32 bytesPerFrame, BOOL isProcessed);
     BOOL readBufferAt(UInt32 index, AudioBufferList& list, UInt32 frames, BOOL isProcessed,
                       BOOL clean, const ReadSizes& sizes);
     /// [any thread] Allocates. Logs a message and raises it as an event; for what passed the event
@@ -158,6 +176,7 @@ class RZReplayAudioUnitObject {
     std::atomic<bool> input_enableIO_{false};
     std::atomic<bool> needFormatToS16_{false};
     std::atomic<bool> pendingCleanPostRingBuffer_{false};
+    std::atomic<std::uint64_t> idleFrames_{0};
     std::atomic<int> trackId_{0};
     std::atomic<std::uint32_t> unitWord_{0};
     std::atomic<AUNode> inNode_{-1};

@@ -90,6 +90,9 @@ std::size_t RingBuffer::WriteBuffer(const void* data, std::size_t count) {
     CopyIn(at.write, data, count, capacity);
     const std::size_t tail = capacity - at.write;
     const std::size_t next = tail <= count ? count - tail : at.write + count;
+    if (next == at.read) {
+        vanished_ += capacity;
+    }
     // Publishes the block. When a clean has begun a new epoch meanwhile, this index is of the old
     // one and the whole block is dropped.
     write_.store(next | at.epoch, std::memory_order_release);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include "copy_mutex.h"
 
@@ -55,6 +56,10 @@ class RingBuffer {
     /// Growth stops at the first capacity that is at least used + count, without the free slot:
     /// a block that fills that capacity exactly leaves an empty-looking ring.
     std::size_t WriteBuffer(const void* data, std::size_t count);
+
+    /// [render thread] Writer only. Real-time safe. How many elements blocks of that kind have
+    /// taken with them since the last call.
+    std::size_t TakeVanished() noexcept { return std::exchange(vanished_, 0); }
 
     /// [render thread] Takes the ring's mutex. Removes count elements and returns count; returns 0
     /// and consumes nothing when dst is null or fewer are there. With outPtr null the elements are
@@ -147,6 +152,7 @@ class RingBuffer {
     Storage storage_;
     alignas(kCacheLine) std::atomic<std::size_t> write_{0};
     std::size_t readSeen_ = 0;
+    std::size_t vanished_ = 0;  ///< the writer's own
     alignas(kCacheLine) std::atomic<std::size_t> read_{0};
     std::size_t writeSeen_ = 0;
     mutable CopyMutex mutex_;

@@ -87,8 +87,8 @@ void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, cons
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
-    if (obj != nullptr && obj->isCapturing() && manager.isCapturing() &&
-        (type & RZPCMDataTypePre) != 0) {
+    const bool capturing = obj != nullptr && obj->isCapturing() && manager.isCapturing();
+    if (capturing && (type & RZPCMDataTypePre) != 0) {
         obj->tryWriteBuffersFrom(ioData, frames, NO);
     }
     // Not only while capturing: this changes what the device plays.
@@ -96,12 +96,19 @@ void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, cons
         obj->processBuffer(ioData, frames);
     }
     if (obj != nullptr) {
-        if (obj->isCapturing() && manager.isCapturing()) {
+        const bool stillCapturing = obj->isCapturing() && manager.isCapturing();
+        if (stillCapturing) {
             if ((type & RZPCMDataTypePost) != 0) {
                 obj->tryWriteBuffersFrom(ioData, frames, YES);
             }
         } else {
             sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
+        }
+        if (capturing || stillCapturing) {
+            obj->account().rendered(frames, {capturing, (type & RZPCMDataTypePre) != 0},
+                                    {stillCapturing, (type & RZPCMDataTypePost) != 0});
+        } else {
+            obj->countIdle(frames);
         }
         return;
     }

@@ -19,10 +19,13 @@ void recordRenderedBlock(RZReplayAudioUnitObject& obj, UInt32 frames, AudioBuffe
     const bool capturing = obj.isStarted() && obj.isCapturing() && manager.isCapturing();
     const bool processing = manager.isDuckingEnable() || manager.isCompressorEnable();
     if (!capturing && !processing) {
+        obj.countIdle(frames);
         return;
     }
     const auto callback = manager.callback();
     const auto mask = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
+    obj.account().rendered(frames, {capturing, (mask & RZPCMDataTypePre) != 0},
+                           {capturing, (mask & RZPCMDataTypePost) != 0});
     if (capturing && (mask & RZPCMDataTypePre) != 0) {
         obj.tryWriteBuffersFrom(ioData, frames, NO);
     }

@@ -165,6 +165,10 @@ BOOL RZStreamMixManager::stopResampleMix() {
     if (failed(site, AUGraphStop(mGraph()), "AUGraphStop fail")) {
         return NO;
     }
+    {
+        const TQAudioRecordLock guard(auGraphUpdateLock_);
+        tails_.clear();
+    }
     BOOL allDisconnected = YES;
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         if (!obj->isCapturing()) {

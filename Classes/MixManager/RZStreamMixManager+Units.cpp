@@ -1,4 +1,7 @@
+#include <algorithm>
+
 #include "RZStreamMixManager.h"
+#include "TQAudioRecordLock.h"
 #include "TQAudioUnitRecordResolveManager.h"
 
 // What becomes of the program's units, for those who ask.
@@ -54,6 +57,54 @@ void RZStreamMixManager::leaveBus(const UnitObject& obj) {
 BOOL RZStreamMixManager::isBusAnothers(const UnitObject& obj) const {
     const void* const unit = busUnits_[static_cast<std::size_t>(obj->trackId()) % busUnits_.size()];
     return unit != nullptr && unit != obj->inUnit();
+}
+
+/// What the unit has left in its rings is still read: its bus goes on, fed by what is left. The
+/// edit takes the place of the disconnection that has just been asked for; both come with the next
+/// update of the graph, so that no pass lies between.
+void RZStreamMixManager::keepTail(const UnitObject& obj) {
+    if (obj->waitingFrames(NO) == 0 && obj->waitingFrames(YES) == 0) {
+        return;
+    }
+    const TQAudioRecordLock guard(auGraphUpdateLock_);
+    tails_.add(obj);
+    const AURenderCallbackStruct input{RZTailNodeProcessCallback, this};
+    if (AUGraphSetNodeInputCallback(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId()),
+                                    &input) != 0) {
+        tails_.forget(obj);
+    }
+}
+
+void RZStreamMixManager::resumeTail(const UnitObject& obj) {
+    const TQAudioRecordLock guard(auGraphUpdateLock_);
+    tails_.resume(obj);
+}
+
+RZFrameSums RZStreamMixManager::frameSums(int track) const {
+    RZFrameSums sums;
+    const auto isOfTrack = [track](int number) { return track == 0 || number == track; };
+    for (int number = 0; number <= RZUnitFacts::kTracks; ++number) {
+        if (isOfTrack(number)) {
+            sums += RZFrameAccount::ofTrack(number).sums();
+        }
+    }
+    std::vector<UnitObject> objects = getUnitObjListWithCopy();
+    {
+        const TQAudioRecordLock guard(auGraphUpdateLock_);
+        for (const UnitObject& obj : tails_.list()) {
+            if (std::find(objects.begin(), objects.end(), obj) == objects.end()) {
+                objects.push_back(obj);
+            }
+        }
+    }
+    for (const UnitObject& obj : objects) {
+        if (isOfTrack(obj->trackId())) {
+            sums.addIdle(obj->idleFrames());
+            sums.pre.waiting += obj->waitingFrames(NO);
+            sums.post.waiting += obj->waitingFrames(YES);
+        }
+    }
+    return sums;
 }
 
 std::vector<RZUnitFact> RZStreamMixManager::unitFacts() const {

@@ -273,6 +273,7 @@ OSStatus RZStreamMixManager::setNodeInputCallback(const UnitObject& obj) {
 void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitStart:]");
     const TQAudioRecordLock guard(operatorLock_);
+    resumeTail(obj);
     updateAudioUnitObjectWithStart(obj);
     recordTrackStatistics(obj);
     // Before its first block can be captured: the block bears the unit's name.
@@ -361,6 +362,9 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
     obj->stopAudioUnit();
     obj->stopCapture();
     RZUnitFacts::shared().stopped(obj->inUnit());
+    if (!isBusAnothers(obj)) {
+        keepTail(obj);
+    }
     if (updateAUGraph()) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
                "[mix] resample update(au stop) success, key: %p trackId: %d", obj->inUnit(),

@@ -18,6 +18,7 @@
 #include "RZReplayAudioUnitObject.h"
 #include "RZReplayVolumeCompressorParam.h"
 #include "RZReplayVolumeDuckingParam.h"
+#include "RZTrackTails.h"
 #include "RZUnitFacts.h"
 
 class RZLogSite;
@@ -141,6 +142,12 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// Every unit seen, in the order they came, with the reason as of now.
     [[nodiscard]] std::vector<RZUnitFact> unitFacts() const;
 
+    /// [host thread] Takes mapLock and auGraphUpdateLock. What became of the frames of a track
+    /// number, 0 for all of them.
+    [[nodiscard]] RZFrameSums frameSums(int track) const;
+    /// [any thread] The caller holds auGraphUpdateLock.
+    [[nodiscard]] RZTrackTails& trackTails() { return tails_; }
+
     // Notices of the interception. A null object has track number 0 and no unit.
 
     void audioUnitStart(const UnitObject& obj);
@@ -202,6 +209,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     UnitObject registerUnit(const RZLogSite& site, const std::string& key, AudioUnit unit,
                             std::int32_t number);
     void recordTrackStatistics(const UnitObject& obj);
+    void keepTail(const UnitObject& obj);
+    void resumeTail(const UnitObject& obj);
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
@@ -245,4 +254,5 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     AtomicProperty<std::shared_ptr<RZReplayVolumeCompressorParam>> compressParam_;
     std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;
     AtomicProperty<dispatch_queue_t> queue_;
+    RZTrackTails tails_;  ///< guarded by auGraphUpdateLock
 };

@@ -5,6 +5,7 @@
 #include "RZBoundary.h"
 #include "RZBufferList.h"
 #include "RZStreamMixManager+Report.h"
+#include "RZTrackTails.h"
 #include "TQAudioRecordLock.h"
 #include "common/Threads.h"
 
@@ -16,31 +17,52 @@ struct Backlog {
     std::size_t post = 0;
 };
 
+void readPre(RZReplayAudioUnitObject& obj, AudioBufferList* list, UInt32 frames) {
+    if (obj.tryReadBuffersTo(list, frames, NO)) {
+        obj.account().delivered(false, frames);
+    }
+}
+
 /// Post blocks go to the listeners at once, one pre block (or silence) to the mixer.
 Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
-                  const AudioTimeStamp* ts, UInt32 frames, AudioBufferList* ioData) {
+                  const AudioTimeStamp* ts, UInt32 bus, UInt32 frames, AudioBufferList* ioData) {
     Backlog backlog;
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     const bool capturing = manager.isCapturing() && obj.isCapturing();
+    RZTrackTails& tails = manager.trackTails();
+    const RZTrackPass pass{manager, bus, type, frames,
+                           ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime)};
     if (capturing) {
+        if (!tails.isEmpty(bus)) {
+            tails.deliverPost(pass, *ioData);
+        }
         obj.updateAsbdInfo();
         if ((type & RZPCMDataTypePost) != 0) {
             backlog.post = obj.getRingBufferSize(YES);
             const auto info = obj.asbdInfo();
-            info->setTimeStamp(ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime));
+            info->setTimeStamp(pass.microseconds);
             // Every whole block that has piled up; the rest of a block stays for the next cycle.
             while (obj.tryReadBuffersTo(ioData, frames, YES)) {
                 if (const auto receiver = manager.callback(); receiver && manager.isCapturing()) {
                     receiver->onAudioReceivePostPCM(ioData, *info);
+                    obj.account().delivered(true, frames);
+                } else {
+                    obj.account().lost(true, RZFrameLoss::NoListener, frames);
                 }
             }
         }
     }
     fillSilence(*ioData);
+    const UInt32 filled = capturing && !tails.isEmpty(bus) ? tails.fillPre(pass, *ioData, &obj) : 0;
     if (capturing && (type & RZPCMDataTypePre) != 0) {
         backlog.pre = obj.getRingBufferSize(NO);
-        obj.tryReadBuffersTo(ioData, frames, NO);
+        if (filled == 0) {
+            readPre(obj, ioData, frames);
+        } else if (filled < frames) {
+            RZBufferListView rest(*ioData, frames, filled, frames - filled);
+            readPre(obj, rest.get(), rest.frames());
+        }
     }
     return backlog;
 }
@@ -48,7 +70,7 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
 }  // namespace
 
 OSStatus UniversalNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* /*flags*/,
-                                      const AudioTimeStamp* ts, UInt32 /*bus*/, UInt32 frames,
+                                      const AudioTimeStamp* ts, UInt32 bus, UInt32 frames,
                                       AudioBufferList* ioData) {
     constexpr RZLogSite site(kMixManagerFile, "UniversalNodeProcessCallback");
     const tqcommon::RenderThreadScope renderThread;
@@ -60,7 +82,7 @@ OSStatus UniversalNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* 
     }
     const auto id = static_cast<unsigned long>(obj->trackId());
     RZGuarded(site, [&] {
-        const Backlog backlog = readTrack(manager, *obj, ts, frames, ioData);
+        const Backlog backlog = readTrack(manager, *obj, ts, bus, frames, ioData);
         korva_audio_utils::KorvaAudioStats::HookAudioTrackStat stat{};
         stat.audio_track_id = id;
         stat.pre_buffer_size = static_cast<std::uint16_t>(backlog.pre);

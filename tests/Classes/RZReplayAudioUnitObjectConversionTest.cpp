@@ -131,3 +131,20 @@ TEST_F(RZReplayAudioUnitObjectConversionTest, ChannelsThatTheFormatDoesNotHaveAr
     EXPECT_EQ(0, out.samples<SInt16>()[200]);
     EXPECT_EQ(0, out.samples<SInt16>()[399]);
 }
+
+TEST_F(RZReplayAudioUnitObjectConversionTest, BigEndianFloatsBecomeBigEndianIntegers) {
+    AudioStreamBasicDescription from = stream_formats::floatInterleaved(48000, 2);
+    from.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    AudioStreamBasicDescription to = stream_formats::int16Interleaved(48000, 2);
+    to.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    convert(from, to);
+    // 0.5, -1.0, 0.25 and 1.0 in their byte order.
+    std::array<std::uint8_t, 16> rendered{0x3f, 0,    0, 0, 0xbf, 0x80, 0, 0,
+                                          0x3e, 0x80, 0, 0, 0x3f, 0x80, 0, 0};
+    AudioBufferList list{1, {{2, sizeof rendered, rendered.data()}}};
+    obj.tryWriteBuffersFrom(&list, 2, NO);
+    std::array<std::uint8_t, 8> read{};
+    AudioBufferList target{1, {{2, sizeof read, read.data()}}};
+    ASSERT_TRUE(obj.tryReadBuffersTo(&target, 2, NO));
+    EXPECT_THAT(read, testing::ElementsAre(0x3f, 0xff, 0x80, 0x01, 0x1f, 0xff, 0x7f, 0xff));
+}
