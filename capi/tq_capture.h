@@ -275,6 +275,64 @@ struct tq_unit_counts {
 /** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_unit_counts(struct tq_unit_counts* counts);
 
+/* ---- where the frames went ------------------------------------------------------------------- */
+
+/** Why frames that the program has rendered reached no listener. */
+enum tq_frame_loss {
+    TQ_FRAMES_NOT_CAPTURING = 0,      /**< rendered while their unit was not captured */
+    TQ_FRAMES_NOT_WANTED = 1,         /**< nobody listened to the mix, or to tracks */
+    TQ_FRAMES_WRONG_SIZE = 2,         /**< the program's buffer holds less than its format says */
+    TQ_FRAMES_RING_FULL = 3,          /**< the track's ring had no room */
+    TQ_FRAMES_DISCARDED_AT_START = 4, /**< blocks from before the first read of a track */
+    TQ_FRAMES_LEFT_AT_STOP = 5,       /**< not yet read when the capture or the unit ended */
+    TQ_FRAMES_NO_LISTENER = 6,        /**< read, but their listener had gone */
+    TQ_FRAME_LOSSES = 16              /**< room for reasons to come */
+};
+
+/** [any thread] Real-time safe. The reason as a clause for a person; never null, constant. */
+static inline const char* tq_frame_loss_text(enum tq_frame_loss loss) {
+    switch (loss) {
+        case TQ_FRAMES_NOT_CAPTURING:
+            return "rendered while not being captured";
+        case TQ_FRAMES_NOT_WANTED:
+            return "asked for by nobody";
+        case TQ_FRAMES_WRONG_SIZE:
+            return "in buffers smaller than their format says";
+        case TQ_FRAMES_RING_FULL:
+            return "without room in the ring";
+        case TQ_FRAMES_DISCARDED_AT_START:
+            return "discarded at the start of the capture";
+        case TQ_FRAMES_LEFT_AT_STOP:
+            return "not read before the end";
+        case TQ_FRAMES_NO_LISTENER:
+            return "read when the listener had gone";
+        case TQ_FRAME_LOSSES:
+            break;
+    }
+    return "lost for a reason that this version does not know";
+}
+
+/** One of the two ways of a track's frames. */
+struct tq_frame_side {
+    uint64_t delivered;             /**< to listeners; of the mix: to the mixer */
+    uint64_t waiting;               /**< still in rings */
+    uint64_t lost[TQ_FRAME_LOSSES]; /**< by enum tq_frame_loss */
+};
+
+/** Frames of all units that had one track number, each at its unit's own rate. On both sides
+ * rendered = delivered + waiting + the sum of lost; while the program plays, a block may be under
+ * way. Numbers only grow, and a child of fork() goes on from its parent's. */
+struct tq_frames {
+    size_t size;
+    uint64_t rendered; /**< by units with a capture object */
+    struct tq_frame_side mix;
+    struct tq_frame_side track;
+};
+
+/** [host thread] `track` 1 to 7, or 0 for all of them. TQ_ERROR_NULL, TQ_ERROR_SIZE,
+ * TQ_ERROR_VALUE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_frames(uint32_t track, struct tq_frames* frames);
+
 /* ---- ducking and compression ----------------------------------------------------------------- */
 
 typedef struct tq_volume tq_volume;

@@ -1,4 +1,5 @@
 #include <map>
+#include <numeric>
 #include <set>
 #include <string>
 #include <thread>
@@ -355,6 +356,46 @@ TEST(CaptureText, EachResultAndReasonHasAText) {
         EXPECT_TRUE(texts.insert(tq_result_text(result)).second) << result;
     }
     EXPECT_STREQ(tq_capture_version(), "1.0.0");
+}
+
+TEST_F(CaptureFacts, FramesOfATrackAreDeliveredOrLostForAReason) {
+    HostUnit host;
+    host.sound.format = stream_formats::int16Interleaved(48000, 2);
+    host.play();
+    pump(2);
+    ASSERT_TRUE(startCapture());
+    pump(5);
+    host.stop();
+    pump(3);
+    tq_frames frames{};
+    frames.size = sizeof frames;
+    ASSERT_EQ(tq_capture_get_frames(1, &frames), TQ_OK);
+    EXPECT_EQ(frames.rendered, 7U * kFrames);
+    for (const tq_frame_side* const side : {&frames.mix, &frames.track}) {
+        EXPECT_EQ(frames.rendered, side->delivered + side->waiting +
+                                       std::accumulate(std::begin(side->lost), std::end(side->lost),
+                                                       std::uint64_t{0}));
+        EXPECT_EQ(side->lost[TQ_FRAMES_NOT_CAPTURING], 2U * kFrames);
+    }
+    EXPECT_EQ(frames.mix.delivered, 5U * kFrames);
+    EXPECT_GT(frames.track.lost[TQ_FRAMES_DISCARDED_AT_START], 0U);
+
+    tq_frames all{};
+    all.size = sizeof all;
+    ASSERT_EQ(tq_capture_get_frames(0, &all), TQ_OK);
+    EXPECT_EQ(all.rendered, frames.rendered);
+    EXPECT_EQ(tq_capture_get_frames(8, &all), TQ_ERROR_VALUE);
+    EXPECT_EQ(tq_capture_get_frames(1, nullptr), TQ_ERROR_NULL);
+    all.size = sizeof all - 1;
+    EXPECT_EQ(tq_capture_get_frames(1, &all), TQ_ERROR_SIZE);
+}
+
+TEST(FrameLosses, HaveATextEach) {
+    std::set<std::string> texts;
+    for (int loss = 0; loss <= TQ_FRAME_LOSSES; ++loss) {
+        texts.insert(tq_frame_loss_text(static_cast<tq_frame_loss>(loss)));
+    }
+    EXPECT_EQ(texts.size(), TQ_FRAMES_NO_LISTENER + 2U);
 }
 
 }  // namespace

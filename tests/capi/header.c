@@ -12,6 +12,7 @@ int TQ_HEADER_TEST(void) {
     struct tq_listener listener;
     struct tq_capture_state state;
     struct tq_unit_counts counts;
+    struct tq_frames all;
     struct tq_ducking ducking;
     tq_listening* listening = NULL;
     uint32_t frames = 0;
@@ -25,10 +26,15 @@ int TQ_HEADER_TEST(void) {
     }
     state.size = sizeof state;
     counts.size = sizeof counts;
+    all.size = sizeof all;
     ducking.size = sizeof ducking;
     if (tq_capture_get_state(&state) != TQ_OK || tq_capture_get_unit_counts(&counts) != TQ_OK ||
         tq_ducking_defaults(&ducking) != TQ_OK) {
         return 2;
+    }
+    if (tq_capture_get_frames(0, &all) != TQ_OK || all.rendered != 0 ||
+        strcmp(tq_frame_loss_text(TQ_FRAMES_RING_FULL), "without room in the ring") != 0) {
+        return 5;
     }
     if (tq_event_kind_of(TQ_EVENT_MIX_CHANGE, TQ_EVENT_UPDATE_POSTPONED) != TQ_EVENT_KIND_ROUTINE) {
         return 3;
