@@ -1,10 +1,16 @@
 #include "audio_hook_config.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
 #include <bit>
 #include <cstring>
 #include <string>
+#include <utility>
 
+#include "file_lock.h"
 #include "log.h"
 
 namespace korva_audio_utils {
@@ -40,11 +46,41 @@ void WriteWord(std::byte* bytes, std::uint32_t value) {
     std::memcpy(bytes, &value, sizeof value);
 }
 
-std::unique_ptr<MemoryFile> OpenFile(const std::string& path, std::size_t size) {
-    auto file = std::make_unique<MemoryFile>(path.c_str());
-    file->truncate(size);
-    return file;
-}
+/// A folder that nobody else can put a file into, or lead elsewhere.
+class OwnFolder {
+  public:
+    explicit OwnFolder(std::string path) : path_(std::move(path)) {
+        // With a slash at its end a symbolic link would be followed.
+        while (path_.size() > 1 && path_.back() == '/') {
+            path_.pop_back();
+        }
+        fd_ = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        struct stat status {};
+        if (fd_ >= 0 && (::fstat(fd_, &status) != 0 || status.st_uid != ::geteuid() ||
+                         (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)) {
+            ::close(fd_);
+            fd_ = -1;
+        }
+    }
+    ~OwnFolder() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    OwnFolder(const OwnFolder&) = delete;
+    OwnFolder& operator=(const OwnFolder&) = delete;
+
+    /// The file is not usable where the folder is not.
+    [[nodiscard]] std::unique_ptr<MemoryFile> file(const char* name, std::size_t size) const {
+        auto file = std::make_unique<MemoryFile>(fd_, path_, name);
+        file->truncate(size);
+        return file;
+    }
+
+  private:
+    std::string path_;
+    int fd_ = -1;
+};
 
 /// A mapping that reaches beyond the file's end would raise SIGBUS at the first access.
 bool IsSafeToAccess(const MemoryFile& file) {
@@ -82,25 +118,31 @@ int AudioHookConfigImpl::init(const char* directory) {
     if (directory == nullptr || *directory == '\0') {
         return 1;
     }
-    std::string base(directory);
-    if (base.back() != '/') {
-        base += '/';
-    }
-    configFile_ = OpenFile(base + kConfigFileName, kConfigFileSize);
-    countFile_ = OpenFile(base + kCountFileName, kCountFileSize);
-    if (!IsSafeToAccess(*configFile_) || !IsSafeToAccess(*countFile_)) {
+    if (!openFiles(directory)) {
         dropFiles();
+        log(LogPriority::Warn, kUtilityLogTag, "No usable files in %s, the hooks stay out",
+            directory);
         return 1;
     }
-    if (!parseConfigList()) {
-        dropFiles();
-        return 2;
+    {
+        const FileLock otherProcesses(configFile_->fd());
+        if (!parseConfigList()) {
+            dropFiles();
+            return 2;
+        }
     }
     verdictAtInit_ = readTable().verdict();
     // From here on enter and exit write to the file. Its mapping is never moved again.
     countWord_.store(static_cast<std::uint32_t*>(countFile_->data()), std::memory_order_release);
     initSuccess_.store(true, std::memory_order_release);
     return 0;
+}
+
+bool AudioHookConfigImpl::openFiles(const char* directory) {
+    const OwnFolder folder(directory);
+    configFile_ = folder.file(kConfigFileName, kConfigFileSize);
+    countFile_ = folder.file(kCountFileName, kCountFileSize);
+    return IsSafeToAccess(*configFile_) && IsSafeToAccess(*countFile_);
 }
 
 void AudioHookConfigImpl::dropFiles() {
@@ -130,6 +172,8 @@ int AudioHookConfigImpl::changeItem(unsigned id, bool ConfigItem::*flag, bool va
     if (!isInitSuccess()) {
         return 3;
     }
+    const FileLock otherProcesses(configFile_->fd());
+    takeOthersChanges();
     remainingRetries_ = retryCount_.load(std::memory_order_relaxed);
     if (!items_.contains(id) && items_.size() >= kMaxItems) {
         return 4;
@@ -139,6 +183,25 @@ int AudioHookConfigImpl::changeItem(unsigned id, bool ConfigItem::*flag, bool va
     item.*flag = value;
     writeToMMap(true);
     return 0;
+}
+
+/// [mutex and file lock held] Items that another process has written since this one looked replace
+/// those in memory.
+void AudioHookConfigImpl::takeOthersChanges() {
+    if (!configFile_->mend()) {
+        return;
+    }
+    const HookTable table = readTable();
+    // An empty table is nobody's change: items are never removed. The file was emptied.
+    if (!table.isReadable || table.items.empty() || tableBytes() == seen_) {
+        return;
+    }
+    items_.clear();
+    if (table.retriesLeft > 0) {
+        for (const HookTable::Item& item : table.items) {
+            items_[item.id] = {item.id, item.enabled, item.forceDisabled};
+        }
+    }
 }
 
 bool AudioHookConfigImpl::isHookEnable() {
@@ -162,7 +225,7 @@ PreLaunchState AudioHookConfigImpl::getPreLaunchState() {
 
 HookTable AudioHookConfigImpl::table() {
     const std::lock_guard lock(mutex_);
-    return isInitSuccess() ? readTable() : HookTable{};
+    return isInitSuccess() && configFile_->data() != nullptr ? readTable() : HookTable{};
 }
 
 HookVerdict AudioHookConfigImpl::verdictAtInit() {
@@ -170,11 +233,16 @@ HookVerdict AudioHookConfigImpl::verdictAtInit() {
     return verdictAtInit_;
 }
 
+/// [mutex held] There are files. One copy, as another process of the program may be writing.
+AudioHookConfigImpl::TableBytes AudioHookConfigImpl::tableBytes() const {
+    TableBytes bytes{};
+    std::memcpy(bytes.data(), configFile_->data(), bytes.size());
+    return bytes;
+}
+
 /// [mutex held] There are files.
 HookTable AudioHookConfigImpl::readTable() const {
-    // One look: another process of the same program may be writing the file.
-    std::array<std::byte, kFirstItemOffset + kMaxItems * kItemSize> config{};
-    std::memcpy(config.data(), configFile_->data(), config.size());
+    const TableBytes config = tableBytes();
     HookTable table;
     const std::uint32_t count = ReadWord(&config[kItemCountOffset]);
     table.isReadable = count <= kMaxItems;
@@ -211,9 +279,8 @@ bool AudioHookConfigImpl::parseConfigList() {
     if (!configFile_ || !countFile_) {
         return false;
     }
-    // Copied once and checked as copied: another process of the same program may be writing it.
-    std::array<std::byte, kFirstItemOffset + kMaxItems * kItemSize> config{};
-    std::memcpy(config.data(), configFile_->data(), config.size());
+    const TableBytes config = tableBytes();
+    seen_ = config;
 
     const std::uint32_t count = ReadWord(&config[kItemCountOffset]);
     if (count > kMaxItems) {
@@ -254,7 +321,14 @@ void AudioHookConfigImpl::writeToMMap(bool verbose) {
     if (!configFile_) {
         return;
     }
+    if (!configFile_->mend() && verbose) {
+        log(LogPriority::Warn, kUtilityLogTag, "The file %s is lost, changes stay in memory",
+            configFile_->path().c_str());
+    }
     auto* const bytes = static_cast<std::byte*>(configFile_->data());
+    if (bytes == nullptr) {
+        return;
+    }
     const auto items = items_;
     if (items.size() > kMaxItems) {
         std::memset(bytes, 0, kConfigFileSize);
@@ -282,6 +356,7 @@ void AudioHookConfigImpl::writeToMMap(bool verbose) {
                 static_cast<int>(item.enabled));
         }
     }
+    seen_ = tableBytes();
     configFile_->msync(SyncFlag::Async);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cstddef>
@@ -18,8 +19,8 @@
 // process that dies in there leaves a count above 0, which costs one retry at the next start, and
 // without retries the hooks stay out.
 //
-// Known limit: when another process cuts the mapped files short while this one runs, the next
-// access to them raises SIGBUS. Files that are too short at init are refused.
+// A file that is cut short while the program runs costs its next launch what was stored in it,
+// never this one its life.
 
 namespace korva_audio_utils {
 
@@ -59,15 +60,17 @@ class AudioHookConfig {
     /// [any thread] The one instance; made on first use, never destroyed.
     static AudioHookConfig* getInstance();
 
-    /// [host thread] Opens and reads both files in the directory. 0 done (also when done before,
-    /// files untouched), 1 a file cannot be opened or mapped, 2 the table claims more than 20
-    /// items. After a failure it may be called again.
+    /// [host thread] Opens and reads both files in the directory, which must be this user's own and
+    /// closed to the writes of others, and no symbolic link. 0 done (also when done before, files
+    /// untouched), 1 a file cannot be opened or mapped, 2 the table claims more than 20 items.
+    /// After a failure it may be called again.
     virtual int init(const char* directory) = 0;
     /// [any thread] Real-time safe. The budget that the next enableHook or forceDisableHook
     /// restores; 2 at first.
     virtual void setRetryCount(unsigned count) = 0;
     /// [host thread] Whether the host wants a hook; takes effect at the next start and restores the
-    /// budget. 0 done, 3 not initialised, 4 the table holds 20 other ids.
+    /// budget. What other processes of the program have changed meanwhile is kept. 0 done, 3 not
+    /// initialised, 4 the table holds 20 other ids.
     virtual int enableHook(unsigned id, bool enable) = 0;
     /// [host thread] Whether the host forbids a hook (and with it all); otherwise like enableHook.
     virtual int forceDisableHook(unsigned id, bool disable) = 0;
@@ -135,17 +138,24 @@ class AudioHookConfigImpl : public AudioHookConfig {
         bool forceDisabled = false;
     };
     static constexpr std::size_t kMaxItems = 20;
+    /// The records begin after two words and take 8 bytes each.
+    using TableBytes = std::array<std::byte, 8 + kMaxItems * 8>;
 
     std::map<unsigned int, ConfigItem> items_;
 
   private:
     int changeItem(unsigned id, bool ConfigItem::*flag, bool value);
+    bool openFiles(const char* directory);
     void dropFiles();
     [[nodiscard]] HookTable readTable() const;
+    [[nodiscard]] TableBytes tableBytes() const;
+    void takeOthersChanges();
     void changeCount(int step) noexcept;
 
     std::atomic<std::uint32_t> retryCount_{2};
     std::uint32_t remainingRetries_ = 0;
+    /// The file as this object read or wrote it last.
+    TableBytes seen_{};
     std::unique_ptr<MemoryFile> configFile_;
     std::unique_ptr<MemoryFile> countFile_;
     std::mutex mutex_;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <utility>
@@ -61,6 +62,20 @@ void LogInfo(const char* format, Arguments... arguments) {
     log(LogPriority::Info, kUtilityLogTag, format, arguments...);
 }
 
+/// What openat gives for a file that is this user's own under this one name, -1 for any other.
+int OpenOwnFile(int folder, const char* name) {
+    // A pipe without a reader is no reason to wait.
+    const int fd =
+        ::openat(folder, name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRWXU);
+    struct stat status {};
+    if (fd >= 0 && (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
+                    status.st_uid != ::geteuid() || status.st_nlink > 1)) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 void Unmap(void* data, std::size_t size, const std::string& path) {
     if (::munmap(data, size) != 0) {
         LogError("munmap pre mmap failed, addr: %p, size:%zu path: %s", data, size, path.c_str());
@@ -73,13 +88,27 @@ MemoryFile::MemoryFile(std::string path) noexcept : path_(std::move(path)) {
 }
 
 MemoryFile::MemoryFile(const char* path) : MemoryFile(std::string(path != nullptr ? path : "")) {
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRWXU);
+    adopt(::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRWXU));
+}
+
+MemoryFile::MemoryFile(int folder, const std::string& folderPath, const char* name)
+    : MemoryFile(folderPath + "/" + name) {
+    adopt(OpenOwnFile(folder, name));
+}
+
+void MemoryFile::adopt(int fd) {
+    fd_ = fd;
     if (fd_ < 0) {
         LogError("Open file(%s) failed with invalid fd", path_.c_str());
         doCleanMemoryCache();
         return;
     }
-    size_ = static_cast<std::size_t>(getActualFileSize());
+    struct stat status {};
+    if (::fstat(fd_, &status) == 0) {
+        size_ = static_cast<std::size_t>(status.st_size);
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+    }
     if (!IsWholePages(size_)) {
         truncate(RoundedToPages(size_));
     } else if (!mmap()) {
@@ -117,9 +146,7 @@ bool MemoryFile::truncate(std::size_t size) {
         return false;
     }
     void* const hint = data_;
-    if (data_ != nullptr) {
-        Unmap(std::exchange(data_, nullptr), mappedSize_, path_);
-    }
+    unmap();
     if (mapAt(hint)) {
         return true;
     }
@@ -146,6 +173,7 @@ bool MemoryFile::zeroFill(std::size_t offset, std::size_t length) {
 bool MemoryFile::mmap() {
     void* const old = data_;
     const std::size_t oldSize = mappedSize_;
+    const BusGuard oldGuard = std::move(guard_);
     const bool mapped = mapAt(old);
     if (old != nullptr) {
         Unmap(old, oldSize, path_);
@@ -153,7 +181,39 @@ bool MemoryFile::mmap() {
     return mapped;
 }
 
+bool MemoryFile::mend() {
+    struct stat status {};
+    if (fd_ < 0 || ::fstat(fd_, &status) != 0 || status.st_dev != device_ ||
+        status.st_ino != inode_) {
+        return false;
+    }
+    const bool isShort = static_cast<std::size_t>(status.st_size) < size_;
+    return (!isShort && !isCutOff()) || mmap();
+}
+
+/// Gives holes their blocks, and a file that is too short its length. Where the file system cannot
+/// say, the guard of the mapping is left.
+bool MemoryFile::allocate() {
+    const int error = ::posix_fallocate(fd_, 0, static_cast<off_t>(size_));
+    if (error == ENOSPC || error == EDQUOT) {
+        LogError("No room on the disk for %s", path_.c_str());
+        return false;
+    }
+    return true;
+}
+
+void MemoryFile::unmap() {
+    if (data_ != nullptr) {
+        guard_ = BusGuard();
+        Unmap(std::exchange(data_, nullptr), mappedSize_, path_);
+    }
+}
+
 bool MemoryFile::mapAt(void* hint) {
+    if (!allocate()) {
+        data_ = nullptr;
+        return false;
+    }
     void* const mapped = ::mmap(hint, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
     if (mapped == MAP_FAILED) {
         LogError("mmap failed, path: %s, size: %d", path_.c_str(), static_cast<int>(size_));
@@ -162,6 +222,7 @@ bool MemoryFile::mapAt(void* hint) {
     }
     data_ = mapped;
     mappedSize_ = size_;
+    guard_ = BusGuard(data_, mappedSize_);
     LogInfo("mmap success, path: %s, size: %d, addr: %p", path_.c_str(), static_cast<int>(size_),
             data_);
     return true;
@@ -179,9 +240,7 @@ bool MemoryFile::msync(SyncFlag flag) {
 }
 
 void MemoryFile::doCleanMemoryCache() {
-    if (data_ != nullptr) {
-        Unmap(std::exchange(data_, nullptr), mappedSize_, path_);
-    }
+    unmap();
     if (fd_ >= 0) {
         if (::close(fd_) != 0) {
             LogError("close fd: %d failed", fd_);

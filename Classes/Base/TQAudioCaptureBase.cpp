@@ -63,8 +63,9 @@ void korvaAudioLogHandler(LogPriority priority, const char* tag, const char* tex
 }  // namespace
 
 std::string RZReplayAudioUnitCapture_hookConfigFolder() {
-    return NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES).front() +
-           "/korva_audio_utils";
+    const auto caches =
+        NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES);
+    return caches.empty() ? std::string() : caches.front() + "/korva_audio_utils";
 }
 
 int RZReplayAudioUnitCapture_initHookConfig() {
@@ -76,6 +77,10 @@ int RZReplayAudioUnitCapture_initHookConfig() {
         files.createDirectoryAtPath(directory, YES);
     }
     korva_audio_utils::setLogHandler(korvaAudioLogHandler);
+    if (directory.empty()) {
+        korva_audio_utils::log(LogPriority::Warn, korva_audio_utils::kUtilityLogTag,
+                               "This user has no home for the crash guard, the hooks stay out");
+    }
     return publicHookConfigResult(AudioHookConfig::getInstance()->init(directory.c_str()));
 }
 

@@ -18,9 +18,11 @@ bool isDirectory(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// A variable that names an absolute path; anything else counts as not set.
+/// A variable that names an absolute path; anything else counts as not set. A program that runs
+/// with more rights than its caller has asks the user database: the caller's wishes are none of its
+/// files'.
 std::string absolutePathFromEnvironment(const char* variable) {
-    const char* const value = std::getenv(variable);
+    const char* const value = secure_getenv(variable);
     return value != nullptr && value[0] == '/' ? value : "";
 }
 
@@ -43,7 +45,8 @@ std::string cachesOfAllPrograms() {
     if (home.empty()) {
         home = homeFromUserDatabase();
     }
-    return home.empty() ? "/tmp/cache-" + std::to_string(geteuid()) : home + "/.cache";
+    // A folder that others could make first would be no place for it.
+    return home.empty() ? home : home + "/.cache";
 }
 
 std::string programName() {
@@ -75,6 +78,9 @@ std::string programName() {
 std::vector<std::string> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory,
                                                              NSSearchPathDomainMask, BOOL) {
     std::string path = cachesOfAllPrograms();
+    if (path.empty()) {
+        return {};
+    }
     if (!path.ends_with('/')) {
         path += '/';
     }

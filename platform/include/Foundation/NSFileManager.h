@@ -9,7 +9,8 @@ enum NSSearchPathDirectory : NSUInteger { NSCachesDirectory = 13 };
 enum NSSearchPathDomainMask : NSUInteger { NSUserDomainMask = 1 };
 
 /// [host thread] The caches folder of this program: $XDG_CACHE_HOME (or ~/.cache) plus the
-/// program's own name, so that two hosts never share a folder. Never empty; nothing is created.
+/// program's own name, so that two hosts never share a folder. Empty for a user without a home;
+/// nothing is created.
 [[nodiscard]] TQ_PLATFORM_EXPORT std::vector<std::string> NSSearchPathForDirectoriesInDomains(
     NSSearchPathDirectory directory, NSSearchPathDomainMask domainMask, BOOL expandTilde);
 

@@ -19,7 +19,9 @@ namespace {
 constexpr const char* kTestProgram = "foundation_tests";
 
 std::string caches() {
-    return NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES).at(0);
+    const auto found =
+        NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES);
+    return found.empty() ? std::string() : found.at(0);
 }
 
 class FileManager : public testing::Test {
@@ -69,14 +71,42 @@ TEST(CachesFolder, IgnoresARelativeOrEmptyXDGFolder) {
 TEST(CachesFolder, ComesFromTheUserDatabaseWithoutAHome) {
     unsetenv("XDG_CACHE_HOME");
     const passwd* const entry = getpwuid(geteuid());
-    const std::string expected = entry != nullptr ? std::string(entry->pw_dir) + "/.cache/"
-                                                  : "/tmp/cache-" + std::to_string(geteuid()) + "/";
+    const std::string expected =
+        entry != nullptr ? std::string(entry->pw_dir) + "/.cache/" + kTestProgram : "";
     for (const char* const value : {"", "relative"}) {
         setenv("HOME", value, 1);
-        EXPECT_EQ(caches(), expected + kTestProgram);
+        EXPECT_EQ(caches(), expected);
     }
     unsetenv("HOME");
-    EXPECT_EQ(caches(), expected + kTestProgram);
+    EXPECT_EQ(caches(), expected);
+}
+
+TEST(CachesFolder, IsNowhereForAUserWithoutAHome) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root becomes a user that nobody knows";
+    }
+    constexpr uid_t kNobodyKnows = 54321;
+    const auto child = [] {
+        unsetenv("XDG_CACHE_HOME");
+        unsetenv("HOME");
+        std::_Exit(setuid(kNobodyKnows) == 0 && caches().empty() ? 0 : 1);
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FileManager, ACallerHasNoSayInTheCachesFolderOfAProgramWithMoreRights) {
+    const passwd* const other = getpwnam("nobody");
+    const std::string copy = path("privileged");
+    fs::copy_file(TQ_CACHES_PROBE, copy);
+    fs::permissions(folder_, fs::perms(0755));
+    if (geteuid() != 0 || other == nullptr || chown(copy.c_str(), other->pw_uid, 0) != 0 ||
+        chmod(copy.c_str(), 04755) != 0) {
+        GTEST_SKIP() << "no program can be given another user's rights here";
+    }
+    const auto run =
+        tqtest::runProgram({.arguments = {copy, ""},
+                            .environment = {{"XDG_CACHE_HOME", "/callers"}, {"HOME", "/callers"}}});
+    EXPECT_EQ(run.output, std::string(other->pw_dir) + "/.cache/privileged") << run.errors;
 }
 
 TEST_F(FileManager, CachesFoldersOfTwoProgramsDiffer) {

@@ -1,0 +1,101 @@
+#include "bus_guard.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+namespace korva_audio_utils {
+namespace {
+
+const auto kPage = static_cast<std::size_t>(getpagesize());
+
+/// A page of a file that has no bytes any more.
+volatile char* CutPage() {
+    const int fd = memfd_create("cut", MFD_CLOEXEC);
+    EXPECT_EQ(::ftruncate(fd, static_cast<off_t>(kPage)), 0);
+    void* const data = ::mmap(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    EXPECT_NE(data, MAP_FAILED);
+    EXPECT_EQ(::ftruncate(fd, 0), 0);
+    ::close(fd);
+    return static_cast<volatile char*>(data);
+}
+
+void* Address(volatile char* page) {
+    return const_cast<char*>(page);
+}
+
+TEST(BusGuardTest, AnAccessToACutFileFindsZerosAndGoesOn) {
+    volatile char* const page = CutPage();
+    const BusGuard guard(Address(page), kPage);
+    EXPECT_FALSE(guard.isCutOff());
+    page[5] = 7;
+    EXPECT_TRUE(guard.isCutOff());
+    EXPECT_EQ(page[5], 7);
+    EXPECT_EQ(page[6], 0);
+}
+
+TEST(BusGuardTest, TheGuardGoesWithItsObject) {
+    volatile char* const page = CutPage();
+    BusGuard first(Address(page), kPage);
+    BusGuard second;
+    second = std::move(first);
+    first = BusGuard();
+    page[0] = 1;
+    EXPECT_TRUE(second.isCutOff());
+    EXPECT_FALSE(first.isCutOff());
+}
+
+TEST(BusGuardDeathTest, AnyOtherPageStillKillsByTheSameSignal) {
+    const auto child = [] {
+        std::signal(SIGBUS, SIG_DFL);  // a sanitizer's report would end the child with a code
+        volatile char* const guarded = CutPage();
+        volatile char* const other = CutPage();
+        const BusGuard guard(Address(guarded), kPage);
+        other[0] = 1;
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(child(), testing::KilledBySignal(SIGBUS), "");
+}
+
+TEST(BusGuardDeathTest, ASignalThatWasSentStillKills) {
+    const auto child = [] {
+        std::signal(SIGBUS, SIG_DFL);
+        volatile char* const guarded = CutPage();
+        const BusGuard guard(Address(guarded), kPage);
+        std::raise(SIGBUS);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(child(), testing::KilledBySignal(SIGBUS), "");
+}
+
+TEST(BusGuardDeathTest, AHandlerThatWasThereBeforeGetsWhatIsNotGuarded) {
+    const auto child = [] {
+        std::signal(SIGBUS, [](int) { std::_Exit(42); });
+        volatile char* const guarded = CutPage();
+        volatile char* const other = CutPage();
+        const BusGuard guard(Address(guarded), kPage);
+        guarded[0] = 1;
+        other[0] = 1;
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(42), "");
+}
+
+TEST(BusGuardDeathTest, AMappingIsNoLongerGuardedAfterItsGuard) {
+    const auto child = [] {
+        std::signal(SIGBUS, SIG_DFL);
+        volatile char* const page = CutPage();
+        { const BusGuard guard(Address(page), kPage); }
+        page[0] = 1;
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(child(), testing::KilledBySignal(SIGBUS), "");
+}
+
+}  // namespace
+}  // namespace korva_audio_utils

@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "FaultLaunches.h"
+
+// What a full disk and other programs do to the flag files must not reach the host.
+
+namespace {
+
+namespace fs = std::filesystem;
+using FlagFiles = FaultLaunches;
+
+/// Runs the player with its caches folder on a file system that has no room left, in a user
+/// namespace of its own. `prepare` is a shell script that runs in the folder before it is filled.
+tqtest::ProgramEnd launchOnAFullDisk(tqtest::ProgramSetup setup, const std::string& folder,
+                                     const std::string& prepare) {
+    const std::string script = "set -e; mount -t tmpfs -o size=64k none " + folder + "; cd " +
+                               folder + "; " + prepare + "; dd if=/dev/zero of=filler 2>/dev/null" +
+                               " || true; exec env LD_PRELOAD=" + TQ_CAPTURE_LIBRARY +
+                               " \"$0\" \"$1\"";
+    setup.environment.erase("LD_PRELOAD");
+    setup.arguments = {"unshare",         "-rm", "sh", "-c", script, setup.arguments[0],
+                       setup.arguments[1]};
+    return tqtest::runProgram(setup);
+}
+
+bool canMount() {
+    return tqtest::runProgram(
+               {.arguments = {"unshare", "-rm", "mount", "-t", "tmpfs", "none", "/mnt"}})
+               .code == 0;
+}
+
+TEST_F(FlagFiles, AFreshFolderOnAFullDiskLeavesTheHooksOutAndTheHostPlays) {
+    if (!canMount()) {
+        GTEST_SKIP() << "no file system may be mounted here";
+    }
+    for (const char* const prepare :
+         {"true", "mkdir -p player/korva_audio_utils; chmod 700 player/korva_audio_utils"}) {
+        expectPlays(launchOnAFullDisk(hooked("play"), caches, prepare), "out");
+    }
+}
+
+TEST_F(FlagFiles, FilesWithHolesOnAFullDiskLeaveTheHooksOutAndTheHostPlays) {
+    if (!canMount()) {
+        GTEST_SKIP() << "no file system may be mounted here";
+    }
+    arm();
+    TemporaryFolder saved;
+    fs::copy(flags, saved.path(), fs::copy_options::recursive);
+    const std::string copies =
+        "mkdir -p player/korva_audio_utils; chmod 700 player/korva_audio_utils;"
+        "cp --sparse=always " +
+        saved.path().string() + "/* player/korva_audio_utils/";
+    expectPlays(launchOnAFullDisk(hooked("play"), caches, copies), "out");
+}
+
+TEST_F(FlagFiles, AFlagFileThatIsEmptiedWhileTheHostPlaysDoesNotStopIt) {
+    for (const fs::path& file : {count, config}) {
+        arm();
+        expectPlays(launch("cut:" + file.string()), "started");
+    }
+}
+
+TEST_F(FlagFiles, EightProcessesThatArmAtOnceAreAllHeard) {
+    for (int round = 0; round < 5; ++round) {
+        fs::remove_all(caches / kName);
+        std::vector<std::unique_ptr<tqtest::Program>> processes;
+        for (int id = 1; id <= 8; ++id) {
+            processes.push_back(std::make_unique<tqtest::Program>(
+                tqtest::ProgramSetup{.arguments = {TQ_FAULT_ARM, "on"},
+                                     .environment = {{"XDG_CACHE_HOME", caches.string()},
+                                                     {"TQ_TEST_HOOK", std::to_string(id)}}}));
+        }
+        for (const auto& process : processes) {
+            EXPECT_EQ(process->wait()["result"], "0");
+        }
+        ASSERT_EQ(word(config, 0), 8U);
+        for (std::uint32_t id = 1; id <= 8; ++id) {
+            EXPECT_EQ(word(config, 8 * id), id);
+        }
+    }
+}
+
+/// A user's document, with which nobody but the user has to do.
+struct Document {
+    TemporaryFolder folder;
+    fs::path path = folder.path() / "letter";
+    Document() { std::ofstream(path) << "dear reader"; }
+    [[nodiscard]] bool isUntouched() const { return contentOf(path) == "dear reader"; }
+};
+
+TEST_F(FlagFiles, ALinkInPlaceOfAFlagFileIsNotFollowed) {
+    const Document document;
+    arm();
+    for (const fs::path& file : {config, count}) {
+        for (const bool isSymbolic : {true, false}) {
+            fs::rename(file, folder.path() / "saved");
+            isSymbolic ? fs::create_symlink(document.path, file)
+                       : fs::create_hard_link(document.path, file);
+            expectPlays(launch("play"), "out");
+            EXPECT_TRUE(document.isUntouched());
+            fs::remove(file);
+            fs::rename(folder.path() / "saved", file);
+        }
+    }
+    expectPlays(launch("play"), "started");
+}
+
+TEST_F(FlagFiles, ALinkInPlaceOfTheFolderIsNotFollowed) {
+    arm();
+    fs::rename(flags, folder.path() / "elsewhere");
+    fs::create_directory_symlink(folder.path() / "elsewhere", flags);
+    expectPlays(launch("play"), "out");
+}
+
+TEST_F(FlagFiles, AFolderThatOthersMayWriteToIsNotUsed) {
+    arm();
+    for (const auto others : {fs::perms::group_write, fs::perms::others_write}) {
+        fs::permissions(flags, fs::perms::owner_all | others);
+        expectPlays(launch("play"), "out");
+    }
+    fs::permissions(flags, fs::perms::owner_all);
+    expectPlays(launch("play"), "started");
+}
+
+TEST_F(FlagFiles, AnotherUsersFolderOrFileIsNotUsed) {
+    arm();
+    for (const fs::path& whose : {flags, config, count}) {
+        if (chown(whose.c_str(), 65534, 65534) != 0) {
+            GTEST_SKIP() << "files cannot be given away here";
+        }
+        expectPlays(launch("play"), "out");
+        ASSERT_EQ(chown(whose.c_str(), geteuid(), getegid()), 0);
+    }
+    expectPlays(launch("play"), "started");
+}
+
+TEST_F(FlagFiles, WhatIsArmedAfterTheFileWasEmptiedIsKept) {
+    // The running process mends the file; the test empties it in between.
+    ASSERT_EQ(arming("on")["result"], "0");
+    const auto run = tqtest::runProgram({.arguments = {TQ_FAULT_ARM, "on", config},
+                                         .environment = {{"XDG_CACHE_HOME", caches.string()}}});
+    EXPECT_EQ(run["result"], "0") << run.text();
+    expectPlays(launch("play"), "started");
+}
+
+}  // namespace

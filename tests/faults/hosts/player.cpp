@@ -1,0 +1,138 @@
+// A host that knows nothing of capture. It plays one unit on the manual device, from a thread of
+// its own, and says in "name=value" lines what it sees. What it is told to do in the meantime:
+//   play            nothing: ten slices
+//   cut:FILE        the file is emptied after five of the ten slices
+//   inside:ENDING   the callback of the third slice does not come back, and the process ends as
+//   told:
+//                   exit, quick_exit, _exit, exec, self (exec of this program, which then plays),
+//                   kill
+//   wait:FILE       the third slice stays inside its callback until the file exists
+
+#include <AudioToolbox/AudioToolbox.h>
+#include <TQPlatform/ManualDevice.h>
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Tone {
+    std::atomic<int> calls{0};
+    std::function<void()> third = [] {};  ///< done inside the third callback
+};
+
+OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const AudioTimeStamp* /*ts*/,
+                UInt32 /*bus*/, UInt32 /*frames*/, AudioBufferList* ioData) {
+    Tone& tone = *static_cast<Tone*>(refCon);
+    for (UInt32 i = 0; i < ioData->mNumberBuffers; ++i) {
+        auto* const samples = static_cast<float*>(ioData->mBuffers[i].mData);
+        for (UInt32 k = 0; k < ioData->mBuffers[i].mDataByteSize / sizeof(float); ++k) {
+            samples[k] = 0.25F;
+        }
+    }
+    if (++tone.calls == 3) {
+        tone.third();
+    }
+    return 0;
+}
+
+AudioUnit startUnit(Tone& tone) {
+    const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                           kAudioUnitManufacturer_Apple, 0, 0};
+    AudioUnit unit = nullptr;
+    const AURenderCallbackStruct callback{render, &tone};
+    const bool isGood =
+        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit) == 0 &&
+        AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+                             &callback, sizeof(callback)) == 0 &&
+        AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
+    return isGood ? unit : nullptr;
+}
+
+void pump(int from, int to) {
+    for (int i = from; i < to; ++i) {
+        TQManualDevicePump(480, static_cast<UInt64>(i) * 10'000'000);
+    }
+}
+
+void end(const std::string& how, char** argv) {
+    if (how == "exit") {
+        std::exit(0);
+    }
+    if (how == "quick_exit") {
+        std::quick_exit(0);
+    }
+    if (how == "_exit") {
+        _exit(0);
+    }
+    if (how == "exec") {
+        execlp("true", "true", nullptr);
+    }
+    if (how == "self") {
+        execl(argv[0], argv[0], "play", nullptr);
+    }
+    std::raise(SIGKILL);
+}
+
+/// Asks the capture library by its symbols, if it is in the process: a host has no headers of it.
+const char* hooks() {
+    void* const shared = dlsym(RTLD_DEFAULT, "_ZN22RZStreamCollectManager13sharedManagerEv");
+    void* const started = dlsym(RTLD_DEFAULT, "_ZNK22RZStreamCollectManager13isHookStartedEv");
+    if (shared == nullptr || started == nullptr) {
+        return "absent";
+    }
+    const void* const manager = reinterpret_cast<void* (*)()>(shared)();
+    return reinterpret_cast<bool (*)(const void*)>(started)(manager) ? "started" : "out";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string what = argc > 1 ? argv[1] : "play";
+    const std::string with = what.substr(what.find(':') + 1);
+    std::printf("hooks=%s\n", hooks());
+    std::fflush(stdout);
+    Tone tone;
+    std::atomic<bool> isInside{false};
+    if (what.starts_with("inside:")) {
+        tone.third = [&] {
+            isInside = true;
+            std::this_thread::sleep_for(1h);
+        };
+    } else if (what.starts_with("wait:")) {
+        tone.third = [&] {
+            std::printf("inside=1\n");
+            std::fflush(stdout);
+            while (access(with.c_str(), F_OK) != 0) {
+                std::this_thread::sleep_for(1ms);
+            }
+        };
+    }
+    AudioUnit const unit = startUnit(tone);
+    if (what.starts_with("inside:")) {
+        std::thread([] { pump(0, 10); }).detach();
+        while (!isInside) {
+            std::this_thread::sleep_for(1ms);
+        }
+        end(with, argv);
+    }
+    std::thread([] { pump(0, 5); }).join();
+    if (what.starts_with("cut:") && truncate(with.c_str(), 0) != 0) {
+        std::perror("truncate");
+    }
+    std::thread([] { pump(5, 10); }).join();
+    const bool isGood = AudioOutputUnitStop(unit) == 0 && AudioUnitUninitialize(unit) == 0 &&
+                        AudioComponentInstanceDispose(unit) == 0;
+    std::printf("played=%d\n", isGood ? tone.calls.load() : -1);
+    return 0;
+}
