@@ -81,6 +81,8 @@ void RZStreamMixManager::resumeTail(const UnitObject& obj) {
 }
 
 RZFrameSums RZStreamMixManager::frameSums(int track) const {
+    // No pass of the private graph moves frames meanwhile.
+    const TQAudioRecordLock guard(auGraphUpdateLock_);
     RZFrameSums sums;
     const auto isOfTrack = [track](int number) { return track == 0 || number == track; };
     for (int number = 0; number <= RZUnitFacts::kTracks; ++number) {
@@ -89,12 +91,9 @@ RZFrameSums RZStreamMixManager::frameSums(int track) const {
         }
     }
     std::vector<UnitObject> objects = getUnitObjListWithCopy();
-    {
-        const TQAudioRecordLock guard(auGraphUpdateLock_);
-        for (const UnitObject& obj : tails_.list()) {
-            if (std::find(objects.begin(), objects.end(), obj) == objects.end()) {
-                objects.push_back(obj);
-            }
+    for (const UnitObject& obj : tails_.list()) {
+        if (std::find(objects.begin(), objects.end(), obj) == objects.end()) {
+            objects.push_back(obj);
         }
     }
     for (const UnitObject& obj : objects) {

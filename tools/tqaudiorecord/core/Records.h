@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/Frames.h"
+
 // What travels from the recorded processes to the sinks that write or show it.
 
 namespace tqrecorder {
@@ -77,6 +79,7 @@ struct HostFacts {
     std::uint64_t unitsWithMicrophone = 0;  ///< not captured by rule
     std::uint64_t blocksWithSound = 0;      ///< mix blocks that were not all zero
     std::uint64_t blocks = 0;               ///< mix blocks
+    FramesOfTracks frames{};
 };
 
 }  // namespace tqrecorder

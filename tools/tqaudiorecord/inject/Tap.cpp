@@ -103,6 +103,7 @@ void Tap::record(char** arguments) {
         // not have.
         (void)tq_capture_settle();
     }
+    publishFramesAtExit();
     startThread(&Tap::runRecording);
 }
 
@@ -170,6 +171,7 @@ void Tap::publish() {
     page.facts.hooksInstalled = captureState().self_test_passed;
     // Again: two threads may have stored theirs in the wrong order.
     publishCounts(page);
+    publishFrames();
     struct Visit {
         SharedPage& page;
         std::array<bool, kTracks> isThere{};

@@ -57,6 +57,11 @@ class Tap {
     void takeUnit(const tq_unit& unit) noexcept;
     void publishCounts(SharedPage& page) const noexcept;
 
+    /// [host thread] What the library counts now, without what was there before.
+    [[nodiscard]] static FramesOfTracks framesSince(const FramesOfTracks& before);
+    void publishFrames() const;
+    static void publishFramesAtExit();
+
     // Around fork(): a child must not inherit locks of the library that threads hold which it does
     // not have.
     void watchForks();
@@ -78,6 +83,8 @@ class Tap {
     tq_listening* tracks_ = nullptr;
     tq_unit_counts countsAtFork_{};
     tq_unit_counts countsBefore_{};  ///< what a child has of its parent
+    FramesOfTracks framesAtFork_{};
+    FramesOfTracks framesBefore_{};
     std::atomic<bool> isUnitSeen_{false};
     std::atomic<std::uint64_t> mixBlocks_{0};
     std::mutex work_;  ///< held while our own thread is in the library

@@ -35,6 +35,7 @@ void Tap::waitForQuietMoment() {
     // Asked of the library here: in the child another thread's lock might be in the way.
     countsAtFork_.size = sizeof countsAtFork_;
     (void)tq_capture_get_unit_counts(&countsAtFork_);
+    framesAtFork_ = framesSince({});
     if (mix_ == nullptr || outlet_.load() == nullptr) {
         return;
     }
@@ -57,6 +58,7 @@ void Tap::becomeChild() {
     outlet_.store(nullptr);
     connection_.close();
     countsBefore_ = countsAtFork_;
+    framesBefore_ = framesAtFork_;
     isForked_.store(true);
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 
+#include "ipc/SharedFrames.h"
 #include "ipc/SharedRing.h"
 
 // What a recorded process and the recorder share: one piece of memory that the process makes and
@@ -13,7 +14,7 @@
 
 namespace tqrecorder {
 
-inline constexpr std::size_t kTracks = 8;  ///< track numbers are 1 to 7
+inline constexpr std::size_t kTracks = kFrameTracks;
 inline constexpr std::size_t kRings = 3;
 
 enum class RingId : std::size_t { kSound, kEvents, kLog };
@@ -68,6 +69,7 @@ struct SharedPage {
     RingState rings[kRings];
     SharedFacts facts;
     SharedTrack tracks[kTracks];
+    SharedFrames frames[kTracks];
     /// The recorder's: outside level for ducking, dBFS.
     std::atomic<float> duckLevel{-1000};
 };

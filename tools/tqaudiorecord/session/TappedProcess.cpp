@@ -251,6 +251,9 @@ HostFacts TappedProcess::facts() const {
     facts.unitsCreated += shared.unitsCreated.load();
     facts.unitsStarted += shared.unitsStarted.load();
     facts.unitsWithMicrophone += shared.unitsWithMicrophone.load();
+    for (std::size_t track = 0; track < kTracks; ++track) {
+        memory_.page().frames[track].addTo(facts.frames[track]);
+    }
     facts.blocks = blocks_;
     facts.blocksWithSound = blocksWithSound_;
     return facts;

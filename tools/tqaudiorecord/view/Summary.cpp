@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "output/files/SoundFile.h"
+#include "view/FrameLines.h"
 
 namespace tqrecorder {
 namespace {
@@ -71,6 +72,9 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         }
         text += ", " + counted(state.lostBlocks, "block") + " lost";
         text += state.lostBytes > 0 ? " (" + std::to_string(state.lostBytes) + " bytes)\n" : "\n";
+        for (const std::string& line : frameLines(state.facts.frames)) {
+            text += "  " + line + "\n";
+        }
         text += eventLines(state);
     }
     if (!files.empty() || !otherFiles.empty()) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <numeric>
 #include <set>
 #include <string>
 
@@ -39,6 +40,21 @@ TEST_F(Session, UnitsThatAreMadeAnewTakeNoPlaceOfAUnitThatPlaysOn) {
     EXPECT_EQ(unitsOfTracks[2], std::set<std::string>{"unit-2"});
     EXPECT_EQ(unitsOfTracks[3].size(), 5U);
     EXPECT_GE(lastBlocks["unit-1"], lastBlocks["unit-7"]) << "it is recorded to its end";
+}
+
+TEST_F(Session, TheAccountOfWhatAProgramRenderedCloses) {
+    EXPECT_EQ(record({kHost, "disposing", "30"}).hostExitCode, 0);
+    const TrackFrames& frames = sink.only().facts.frames[1];
+    EXPECT_GT(frames.rendered, 0U);
+    for (const FrameSide* const side : {&frames.mix, &frames.track}) {
+        EXPECT_EQ(frames.rendered,
+                  side->delivered + side->waiting +
+                      std::accumulate(side->lost.begin(), side->lost.end(), std::uint64_t{0}));
+    }
+    const RememberingSink::Stream& track = sink.only().streams.at(1);
+    // The last of them may come between the count and the end.
+    EXPECT_GE(track.frames(), frames.track.delivered);
+    EXPECT_LE(track.frames(), frames.track.delivered + frames.track.waiting);
 }
 
 }  // namespace
