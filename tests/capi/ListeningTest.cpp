@@ -1,5 +1,7 @@
 #include <cstring>
+#include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -110,6 +112,24 @@ TEST_F(Listening, BlocksOfTheMixSayWhatTheyAre) {
     EXPECT_EQ(heard.mix.back().buffers[0].channels, 2U);
     EXPECT_EQ(heard.mix[1].block.host_microseconds - heard.mix[0].block.host_microseconds, 10000U);
     EXPECT_THAT(heard.tracks, IsEmpty());
+}
+
+TEST_F(Listening, AListenerOfBothTellsTheMixFromTrackOne) {
+    HostUnit host;
+    host.sound.format = stream_formats::int16Interleaved(44100, 2);
+    host.play();
+    tq_listener wanted = listenerOf(heard);
+    // One function for both: the block alone says what it is.
+    wanted.on_mix = hearTrack;
+    wanted.on_track = hearTrack;
+    listen(wanted);
+    pump(4);
+    std::map<tq_block_source, std::set<std::uint32_t>> tracks;
+    for (const auto& one : heard.tracks) {
+        tracks[one.block.source].insert(one.block.track);
+    }
+    EXPECT_EQ(tracks[TQ_BLOCK_MIX], std::set<std::uint32_t>{0});
+    EXPECT_EQ(tracks[TQ_BLOCK_TRACK], std::set<std::uint32_t>{1});
 }
 
 TEST_F(Listening, BlocksOfATrackBearTheNameOfItsUnit) {

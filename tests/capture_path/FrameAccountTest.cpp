@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cstring>
 #include <numeric>
 #include <random>
+#include <thread>
 
 #include "CapturePathFixture.h"
 
@@ -28,7 +30,7 @@ class NoiseHost {
     void stop() { ASSERT_EQ(unit_.stop(), 0); }
     [[nodiscard]] HostUnit& unit() { return unit_; }
     [[nodiscard]] const std::vector<std::int16_t>& rendered() const { return rendered_; }
-    [[nodiscard]] const std::vector<std::size_t>& blocks() const { return blocks_; }
+    [[nodiscard]] std::size_t callbacks() const { return callbacks_; }
 
   private:
     void open() {
@@ -50,7 +52,7 @@ class NoiseHost {
                            AudioBufferList* ioData) {
         auto& self = *static_cast<NoiseHost*>(refCon);
         const bool isFloat = (self.format_.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
-        self.blocks_.push_back(frames);
+        ++self.callbacks_;
         for (UInt32 frame = 0; frame < frames; ++frame) {
             const std::int16_t sample = self.next();
             self.rendered_.push_back(sample);
@@ -80,7 +82,7 @@ class NoiseHost {
     std::uint32_t state_;
     HostUnit unit_;
     std::vector<std::int16_t> rendered_;
-    std::vector<std::size_t> blocks_;
+    std::atomic<std::size_t> callbacks_{0};
 };
 
 /// Left side of blocks that are not silent throughout, without the silence around sounds.
@@ -364,5 +366,36 @@ TEST_P(Storm, ClosesTheAccountOfEveryTrack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, Storm, testing::Range(1U, 13U));
+
+TEST_F(FrameAccounts, CloseWhileTheDeviceRendersOnAThreadOfItsOwn) {
+    ASSERT_TRUE(startCapture());
+    std::atomic<bool> isOver{false};
+    std::thread device([&] {
+        std::uint64_t time = hostTime;
+        while (!isOver) {
+            TQManualDevicePump(300, time += 6'250'000);
+        }
+    });
+    std::uint64_t rendered = 0;
+    for (std::uint32_t i = 0; i < 40; ++i) {
+        NoiseHost host(integers(i % 2 == 0 ? 48000 : 44100), i + 1);
+        for (int start = 0; start < 3; ++start) {
+            host.start();
+            const std::size_t before = host.callbacks();
+            while (host.callbacks() < before + i % 4) {
+                std::this_thread::yield();
+            }
+            host.stop();
+        }
+        rendered += host.rendered().size();
+    }
+    isOver = true;
+    device.join();
+    pump(5);
+    const RZFrameSums sums = manager().frameSums(1);
+    expectCloses(sums);
+    EXPECT_EQ(sums.rendered, rendered);
+    EXPECT_GT(sums.pre.delivered, 0U);
+}
 
 }  // namespace

@@ -90,6 +90,41 @@ INSTANTIATE_TEST_SUITE_P(
              true}),
     [](const auto& one) { return one.param.name; });
 
+using StoppedUnit = CapturePath;
+
+TEST_F(StoppedUnit, LeavesWhatIsReadWithoutAllocating) {
+    if (!AllocationCounter::works()) {
+        GTEST_SKIP() << "allocations cannot be counted in this build";
+    }
+    HostUnit host;
+    const auto counter = std::make_shared<Counter>(3);
+    ASSERT_TRUE(collect().startAudioStreamCollect(counter));
+    drainRecorder();
+    host.play();
+    pump(20);
+    for (int i = 0; i < 20; ++i) {
+        host.stop();
+        ASSERT_GT(manager().frameSums(1).pre.waiting, 0U);
+        const int posts = counter->posts;
+        std::size_t allocations = 0;
+        {
+            const AllocationCounter allocated;
+            for (int slice = 0; slice < 3; ++slice) {
+                TQManualDevicePump(kFrames, hostTime);
+                hostTime += 10'000'000;
+            }
+            allocations = allocated.count();
+        }
+        EXPECT_EQ(allocations, 0U);
+        EXPECT_GT(counter->posts, posts);
+        EXPECT_EQ(manager().frameSums(1).pre.waiting, 0U);
+        host.start();
+        pump(2);
+    }
+    collect().stopAudioStreamCollect(counter);
+    drainRecorder();
+}
+
 using RepeatedFault = CapturePath;
 
 TEST_F(RepeatedFault, AllocatesOnlyWhenItIsReported) {
