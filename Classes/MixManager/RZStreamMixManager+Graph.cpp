@@ -165,9 +165,10 @@ BOOL RZStreamMixManager::stopResampleMix() {
     if (failed(site, AUGraphStop(mGraph()), "AUGraphStop fail")) {
         return NO;
     }
+    std::vector<UnitObject> tails;  // let go behind the lock
     {
         const TQAudioRecordLock guard(auGraphUpdateLock_);
-        tails_.clear();
+        tails = tails_.takeAll();
     }
     BOOL allDisconnected = YES;
     for (const UnitObject& obj : getUnitObjListWithCopy()) {

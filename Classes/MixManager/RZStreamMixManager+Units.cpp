@@ -61,21 +61,33 @@ BOOL RZStreamMixManager::isBusAnothers(const UnitObject& obj) const {
 
 /// What the unit has left in its rings is still read: its bus goes on, fed by what is left. The
 /// edit takes the place of the disconnection that has just been asked for; both come with the next
-/// update of the graph, so that no pass lies between.
-void RZStreamMixManager::keepTail(const UnitObject& obj) {
-    if (obj->waitingFrames(NO) == 0 && obj->waitingFrames(YES) == 0) {
-        return;
+/// update of the graph. A pass that comes before the update finds either a unit that is captured or
+/// its tail.
+void RZStreamMixManager::stopUnitAndKeepTail(const UnitObject& obj) {
+    std::vector<UnitObject> read;  // let go behind the lock
+    {
+        const TQAudioRecordLock guard(auGraphUpdateLock_);
+        obj->stopAudioUnit();
+        obj->stopCapture();
+        const bool isAnythingLeft = obj->waitingFrames(NO) > 0 || obj->waitingFrames(YES) > 0;
+        if (!isAnythingLeft || isBusAnothers(obj)) {
+            return;
+        }
+        read = tails_.takeRead();
+        tails_.add(obj);
     }
-    const TQAudioRecordLock guard(auGraphUpdateLock_);
-    tails_.add(obj);
     const AURenderCallbackStruct input{RZTailNodeProcessCallback, this};
     if (AUGraphSetNodeInputCallback(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId()),
                                     &input) != 0) {
+        const TQAudioRecordLock guard(auGraphUpdateLock_);
         tails_.forget(obj);
     }
 }
 
 void RZStreamMixManager::resumeTail(const UnitObject& obj) {
+    if (!tails_.has(obj)) {
+        return;
+    }
     const TQAudioRecordLock guard(auGraphUpdateLock_);
     tails_.resume(obj);
 }

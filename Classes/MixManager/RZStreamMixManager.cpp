@@ -359,12 +359,8 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
         return;
     }
     leaveBus(obj);
-    obj->stopAudioUnit();
-    obj->stopCapture();
+    stopUnitAndKeepTail(obj);
     RZUnitFacts::shared().stopped(obj->inUnit());
-    if (!isBusAnothers(obj)) {
-        keepTail(obj);
-    }
     if (updateAUGraph()) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
                "[mix] resample update(au stop) success, key: %p trackId: %d", obj->inUnit(),

@@ -209,7 +209,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     UnitObject registerUnit(const RZLogSite& site, const std::string& key, AudioUnit unit,
                             std::int32_t number);
     void recordTrackStatistics(const UnitObject& obj);
-    void keepTail(const UnitObject& obj);
+    void stopUnitAndKeepTail(const UnitObject& obj);
     void resumeTail(const UnitObject& obj);
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);

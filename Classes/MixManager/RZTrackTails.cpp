@@ -21,6 +21,14 @@ bool isSameFormat(const AudioStreamBasicDescription& a, const AudioStreamBasicDe
            a.mBitsPerChannel == b.mBitsPerChannel;
 }
 
+/// Whether a list of that many frames is laid out as the format says.
+bool hasLayout(const AudioBufferList& list, UInt32 frames,
+               const AudioStreamBasicDescription& format) {
+    const bool isPlanar = (format.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;
+    return list.mNumberBuffers == (isPlanar ? format.mChannelsPerFrame : 1) &&
+           list.mBuffers[0].mDataByteSize == frames * format.mBytesPerFrame;
+}
+
 }  // namespace
 
 RZBufferListView::RZBufferListView(const AudioBufferList& list, UInt32 all, UInt32 first,
@@ -62,13 +70,34 @@ void RZTrackTails::add(const UnitObject& obj) {
     if (bus >= kBuses) {
         return;
     }
-    Queue& queue = queues_[bus];
-    queue.tails.erase(queue.tails.begin(),
-                      queue.tails.begin() + static_cast<std::ptrdiff_t>(queue.done));
-    queue.done = 0;
     // One that has played on and stops again is read to its end as a whole.
     forget(obj);
-    queue.tails.push_back({obj, std::nullopt});
+    queues_[bus].tails.push_back({obj, std::nullopt});
+}
+
+std::vector<RZTrackTails::UnitObject> RZTrackTails::takeRead() {
+    std::vector<UnitObject> read;
+    for (Queue& queue : queues_) {
+        const auto end = queue.tails.begin() + static_cast<std::ptrdiff_t>(queue.done);
+        std::for_each(queue.tails.begin(), end,
+                      [&](Tail& tail) { read.push_back(std::move(tail.obj)); });
+        queue.tails.erase(queue.tails.begin(), end);
+        queue.done = 0;
+    }
+    return read;
+}
+
+std::vector<RZTrackTails::UnitObject> RZTrackTails::takeAll() {
+    std::vector<UnitObject> all = list();
+    queues_ = {};
+    return all;
+}
+
+bool RZTrackTails::has(const UnitObject& obj) const {
+    return std::any_of(queues_.begin(), queues_.end(), [&](const Queue& queue) {
+        return std::any_of(queue.tails.begin(), queue.tails.end(),
+                           [&](const Tail& tail) { return tail.obj == obj; });
+    });
 }
 
 void RZTrackTails::resume(const UnitObject& obj) {
@@ -88,10 +117,6 @@ void RZTrackTails::forget(const UnitObject& obj) {
                                          [&](const Tail& tail) { return tail.obj == obj; }),
                           queue.tails.end());
     }
-}
-
-void RZTrackTails::clear() {
-    queues_ = {};
 }
 
 std::vector<RZTrackTails::UnitObject> RZTrackTails::list() const {
@@ -155,6 +180,9 @@ UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData,
     // The bus has the format of whoever came last.
     const AudioStreamBasicDescription busFormat =
         formatRead(owner != nullptr ? *owner : *queue.tails.back().obj);
+    if (!hasLayout(ioData, pass.frames, busFormat)) {
+        return 0;  // the next unit's format is set already, that unit comes with the update
+    }
     UInt32 filled = 0;
     while (queue.done < queue.tails.size()) {
         const Tail& tail = queue.tails[queue.done];

@@ -49,8 +49,9 @@ class RZBufferListView {
 /// graph, with up to some blocks written and not yet read; its bus goes on until they are read. A
 /// unit that takes the bus over meanwhile comes behind them.
 ///
-/// The caller holds auGraphUpdateLock for every function, which keeps the host's threads, which
-/// change the queues, and the render thread, which works through them, apart.
+/// Host threads change the queues with operatorLock and auGraphUpdateLock held, the render thread
+/// works through them with auGraphUpdateLock held. So the caller holds auGraphUpdateLock for every
+/// function, but for those that say that operatorLock does.
 class RZTrackTails {
   public:
     using UnitObject = std::shared_ptr<RZReplayAudioUnitObject>;
@@ -62,8 +63,13 @@ class RZTrackTails {
     /// beginning of what comes, and what it has left for listeners is told from that.
     void resume(const UnitObject& obj);
     void forget(const UnitObject& obj);
-    void clear();
-    /// [host thread] Also those that are read to their end, until the next add().
+    /// [host thread] Everything, to be let go behind the lock.
+    [[nodiscard]] std::vector<UnitObject> takeAll();
+    /// [host thread] What is read to its end, taken out so that it is let go behind the lock.
+    [[nodiscard]] std::vector<UnitObject> takeRead();
+    /// [host thread] operatorLock does. Also one that is read to its end and not yet taken out.
+    [[nodiscard]] bool has(const UnitObject& obj) const;
+    /// [host thread] Also those that are read to their end and not yet taken out.
     [[nodiscard]] std::vector<UnitObject> list() const;
 
     /// [render thread] Real-time safe.

@@ -30,13 +30,14 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     const bool capturing = manager.isCapturing() && obj.isCapturing();
+    const bool isBehindTails = manager.isCapturing() && !manager.trackTails().isEmpty(bus);
     RZTrackTails& tails = manager.trackTails();
     const RZTrackPass pass{manager, bus, type, frames,
                            ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime)};
+    if (isBehindTails) {
+        tails.deliverPost(pass, *ioData);
+    }
     if (capturing) {
-        if (!tails.isEmpty(bus)) {
-            tails.deliverPost(pass, *ioData);
-        }
         obj.updateAsbdInfo();
         if ((type & RZPCMDataTypePost) != 0) {
             backlog.post = obj.getRingBufferSize(YES);
@@ -54,7 +55,8 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
         }
     }
     fillSilence(*ioData);
-    const UInt32 filled = capturing && !tails.isEmpty(bus) ? tails.fillPre(pass, *ioData, &obj) : 0;
+    const UInt32 filled =
+        isBehindTails ? tails.fillPre(pass, *ioData, capturing ? &obj : nullptr) : 0;
     if (capturing && (type & RZPCMDataTypePre) != 0) {
         backlog.pre = obj.getRingBufferSize(NO);
         if (filled == 0) {

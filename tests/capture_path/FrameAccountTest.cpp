@@ -295,6 +295,29 @@ TEST_F(FrameAccounts, WhatIsLeftWhenCaptureStopsIsLostWithItsObject) {
     EXPECT_GT(lostOf(sums.pre, RZFrameLoss::NotCapturing), 0U);
 }
 
+TEST_F(FrameAccounts, AUnitOfAnotherFormatOnTheSameBusCutsTheMixShortAndNotTheTrack) {
+    ASSERT_TRUE(startCapture());
+    std::uint64_t rendered = 0;
+    {
+        NoiseHost first(integers(44100));
+        first.start();
+        pump(5);
+        first.stop();
+        rendered = first.rendered().size();
+    }
+    NoiseHost second(stream_formats::floatPlanar(22050, 2));
+    second.start();
+    pump(5);
+    second.stop();
+    pump(3);
+    const RZFrameSums sums = manager().frameSums(1);
+    expectCloses(sums);
+    EXPECT_GT(lostOf(sums.pre, RZFrameLoss::LeftAtStop), 0U);
+    EXPECT_LT(lostOf(sums.pre, RZFrameLoss::LeftAtStop), 2U * kFrames);
+    EXPECT_EQ(lostOf(sums.post), 0U);
+    EXPECT_EQ(sums.post.delivered, rendered + second.rendered().size());
+}
+
 /// Units and capture come and go as a random walk says.
 struct Storm : FrameAccounts, testing::WithParamInterface<std::uint32_t> {};
 
