@@ -1,6 +1,9 @@
 #include "picture/Pen.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <vector>
 
 namespace tqpicture {
 
@@ -56,18 +59,25 @@ void Pen::turnedText(double x, double centreY, const std::string& words) {
 }
 
 std::string Pen::fitted(std::string text, double width) {
-    if (textWidth(text) <= width) {
+    // Measuring takes time in proportion to the text, and no lane shows a text this long.
+    constexpr std::size_t kLongest = 2000;
+    const bool isLong = text.size() > kLongest;
+    if (!isLong && textWidth(text) <= width) {
         return text;
     }
-    while (!text.empty() && textWidth(text + "\u2026") > width) {
-        do {
-            text.pop_back();
-        } while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U);
-        if (!text.empty() && static_cast<unsigned char>(text.back()) >= 0xC0U) {
-            text.pop_back();
+    // Where its letters begin: only there it may be cut.
+    std::vector<std::size_t> letters;
+    for (std::size_t place = 0; place < std::min(text.size(), kLongest); ++place) {
+        if ((static_cast<unsigned char>(text[place]) & 0xC0U) != 0x80U) {
+            letters.push_back(place);
         }
     }
-    return text + "\u2026";
+    const auto cut = [&text](std::size_t end) { return text.substr(0, end) + "\u2026"; };
+    // The first cut that is too wide; the one before it is what fits.
+    const auto tooWide = std::partition_point(letters.begin(), letters.end(), [&](std::size_t end) {
+        return textWidth(cut(end)) <= width;
+    });
+    return cut(tooWide == letters.begin() ? 0 : *std::prev(tooWide));
 }
 
 }  // namespace tqpicture

@@ -3,6 +3,7 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -244,6 +245,19 @@ TEST_F(PictureTest, DrawsNamesThatAreNoProperText) {
     ASSERT_TRUE(drawPicture({{"\x80 name", tone("a.wav", 440, 8000, 0.1), 0}}, file("bad.png"),
                             options_, error_))
         << error_;
+}
+
+TEST_F(PictureTest, ALongLabelIsCutInLittleTime) {
+    const std::vector<Track> tracks{{"mix", tone("mix.wav", 1000, 8000, 0.2), 0}};
+    std::string label;
+    for (int i = 0; i < 50'000; ++i) {
+        label += "\u00e4b";
+    }
+    options_.events = {{0.1, label, false}};
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(drawPicture(tracks, file("long.png"), options_, error_)) << error_;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{10});
+    EXPECT_TRUE(Image(file("long.png")).readable());
 }
 
 TEST(Printable, KeepsTextAndReplacesTheRest) {
