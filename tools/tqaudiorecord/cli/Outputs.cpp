@@ -9,6 +9,7 @@
 #include <list>
 #include <utility>
 
+#include "ipc/Printable.h"
 #include "output/PipeSink.h"
 #include "output/ReplaySink.h"
 #include "output/TracksSink.h"
@@ -77,6 +78,15 @@ class Place {
     std::string problem_;
     bool isNew_ = false;
 };
+
+/// A name with a line end in it must not look like a line of the summary's own.
+std::vector<std::string> printableAll(const std::vector<std::string>& lines) {
+    std::vector<std::string> result;
+    for (const std::string& line : lines) {
+        result.push_back(printable(line));
+    }
+    return result;
+}
 
 }  // namespace
 
@@ -223,7 +233,11 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
     if (picture_ != nullptr && picture_->isDrawn()) {
         others.push_back(picture_->path());
     }
-    return summaryText(*observer_, files, others, problems(), silence);
+    for (WrittenFile& file : files) {
+        file.path = printable(file.path);
+    }
+    return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
+                       printableAll(silence));
 }
 
 }  // namespace tqrecorder

@@ -51,6 +51,8 @@ int record(const Options& options, Screen& screen) {
         return kFailure;
     }
     const RecordingResult result = session.run();
+    // Nothing is held up any more.
+    screen.settle();
     if (!result.message.empty()) {
         complain(screen, result.message);
     }

@@ -18,7 +18,11 @@ constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
 constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
-constexpr std::uint64_t kMostBytes = std::uint64_t{8} << 30U;
+constexpr std::uint64_t kMostSoundBytes = std::uint64_t{4} << 30U;
+
+/// What the reader copies of one record: a second of any format that it takes, a long text.
+constexpr std::size_t kMostPayload[kRings] = {std::size_t{32} << 20U, std::size_t{64} << 10U,
+                                              std::size_t{64} << 10U};
 
 /// While it lives, a limit of file sizes is an error of this thread's calls, not a signal that ends
 /// the host.
@@ -48,6 +52,10 @@ constexpr std::uint64_t wholePages(std::uint64_t bytes) {
     return (bytes + kPage - 1) / kPage * kPage;
 }
 
+std::uint64_t soundRing(std::uint64_t bytes) {
+    return wholePages(std::clamp(bytes, kLeastSoundBytes, kMostSoundBytes));
+}
+
 }  // namespace
 
 SharedMapping::SharedMapping(SharedMapping&& other) noexcept {
@@ -68,14 +76,13 @@ SharedMapping::~SharedMapping() {
     }
 }
 
+std::uint64_t SharedMapping::sizeFor(std::uint64_t soundBytes) {
+    return wholePages(sizeof(SharedPage)) + soundRing(soundBytes) + kEventBytes + kLogBytes;
+}
+
 std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& descriptor) {
-    const std::uint64_t sizes[kRings] = {
-        wholePages(std::clamp(soundBytes, kLeastSoundBytes, kMostBytes / 2)), kEventBytes,
-        kLogBytes};
-    std::uint64_t total = wholePages(sizeof(SharedPage));
-    for (const std::uint64_t size : sizes) {
-        total += size;
-    }
+    const std::uint64_t sizes[kRings] = {soundRing(soundBytes), kEventBytes, kLogBytes};
+    const std::uint64_t total = sizeFor(soundBytes);
     descriptor = memfd_create("tqaudiorecord", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (descriptor < 0) {
         return std::nullopt;
@@ -109,13 +116,13 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
     return mapping.takeLayout() ? std::optional(std::move(mapping)) : std::nullopt;
 }
 
-std::optional<SharedMapping> SharedMapping::map(int descriptor) {
+std::optional<SharedMapping> SharedMapping::map(int descriptor, std::uint64_t mostBytes) {
     struct stat status {};
     const int seals = fcntl(descriptor, F_GET_SEALS);
     // A file that could still shrink would raise SIGBUS in the reader.
     if (fstat(descriptor, &status) != 0 || seals < 0 || (seals & F_SEAL_SHRINK) == 0 ||
         status.st_size < static_cast<off_t>(sizeof(SharedPage)) ||
-        status.st_size > static_cast<off_t>(kMostBytes)) {
+        static_cast<std::uint64_t>(status.st_size) > mostBytes) {
         return std::nullopt;
     }
     SharedMapping mapping;
@@ -157,7 +164,8 @@ RingWriter SharedMapping::writer(RingId ring) const {
 }
 
 RingReader SharedMapping::reader(RingId ring) const {
-    return {page().rings[static_cast<std::size_t>(ring)], memoryOf(ring)};
+    const auto index = static_cast<std::size_t>(ring);
+    return {page().rings[index], memoryOf(ring), kMostPayload[index]};
 }
 
 }  // namespace tqrecorder

@@ -88,8 +88,14 @@ class SharedMapping {
     /// the caller. Nothing when the system refuses.
     [[nodiscard]] static std::optional<SharedMapping> make(std::uint64_t soundBytes,
                                                            int& descriptor);
-    /// Maps what another process made. Nothing unless its size is sealed and its layout sound.
-    [[nodiscard]] static std::optional<SharedMapping> map(int descriptor);
+    /// Maps what another process made. Nothing unless its size is sealed, at most `mostBytes`, and
+    /// its layout sound.
+    [[nodiscard]] static std::optional<SharedMapping> map(int descriptor,
+                                                          std::uint64_t mostBytes = kMostBytes);
+    /// The size of what make() makes.
+    [[nodiscard]] static std::uint64_t sizeFor(std::uint64_t soundBytes);
+    /// More than that is mapped only for a user who asked for it.
+    static constexpr std::uint64_t kMostBytes = std::uint64_t{256} << 20U;
 
     [[nodiscard]] SharedPage& page() const { return *reinterpret_cast<SharedPage*>(base_); }
     [[nodiscard]] RingWriter writer(RingId ring) const;

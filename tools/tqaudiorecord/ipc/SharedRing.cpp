@@ -104,9 +104,9 @@ RingReader::Found RingReader::next(RecordHeader& header, std::span<const std::by
             copy.kind > RecordKind::kLog) {
             return refuse();
         }
-        scratch_.resize(copy.payloadBytes);
-        if (copy.payloadBytes > 0) {
-            std::memcpy(scratch_.data(), memory_.data() + offset + sizeof copy, copy.payloadBytes);
+        scratch_.resize(std::min<std::size_t>(copy.payloadBytes, mostPayload_));
+        if (!scratch_.empty()) {
+            std::memcpy(scratch_.data(), memory_.data() + offset + sizeof copy, scratch_.size());
         }
         read_ += copy.bytes;
         state_->read.store(read_, std::memory_order_release);
@@ -114,6 +114,10 @@ RingReader::Found RingReader::next(RecordHeader& header, std::span<const std::by
         payload = scratch_;
         return Found::kRecord;
     }
+}
+
+std::uint64_t RingReader::written() const {
+    return state_ == nullptr ? 0 : state_->written.load(std::memory_order_acquire);
 }
 
 double RingReader::fill() const {

@@ -69,12 +69,21 @@ class RingReader {
     enum class Found { kNothing, kRecord, kCorrupt };
 
     RingReader() = default;
-    /// As for the writer.
-    RingReader(RingState& state, std::span<const std::byte> memory)
-        : state_(&state), memory_(memory) {}
+    /// As for the writer. Of a longer payload than `mostPayload` bytes only the beginning is
+    /// copied.
+    RingReader(RingState& state, std::span<const std::byte> memory,
+               std::size_t mostPayload = std::size_t{64} << 10U)
+        : state_(&state), memory_(memory), mostPayload_(mostPayload) {}
 
-    /// The oldest record, copied; `payload` is valid until the next call. A corrupt ring stays so.
+    /// The oldest record, copied; `payload` is valid until the next call, and shorter than
+    /// `header.payloadBytes` where it was cut. A corrupt ring stays so.
     [[nodiscard]] Found next(RecordHeader& header, std::span<const std::byte>& payload);
+    /// How far the other side says it has written, bytes since its beginning.
+    [[nodiscard]] std::uint64_t written() const;
+    /// Whether everything up to there has been taken, or nothing more can be.
+    [[nodiscard]] bool hasTaken(std::uint64_t written) const {
+        return corrupt_ || read_ >= written;
+    }
     /// How full it is, 0 to 1.
     [[nodiscard]] double fill() const;
     /// What was lost since the last call.
@@ -84,6 +93,7 @@ class RingReader {
   private:
     RingState* state_ = nullptr;
     std::span<const std::byte> memory_;
+    std::size_t mostPayload_ = 0;
     std::uint64_t read_ = 0;
     std::uint64_t lostRecords_ = 0;
     std::uint64_t lostBytes_ = 0;

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <vector>
 
 #include "core/Sink.h"
@@ -11,6 +14,16 @@ namespace tqrecorder {
 inline constexpr BlockFormat kMixFormat{44100, 2, 16, false};
 /// Headers are brought up to date that often; a killed recorder costs no more than that.
 inline constexpr std::uint64_t kRefreshMicroseconds = 500'000;
+
+/// One recording makes at most that many files of one kind, whatever its programs do.
+inline constexpr std::size_t kMostFiles = 1000;
+
+/// What the user is told at the end of `blocks` beyond that. `place` is the file or folder that was
+/// asked for.
+inline std::string refusedText(const std::string& place, std::uint64_t blocks) {
+    return place + ": more than " + std::to_string(kMostFiles) + " files would be needed; " +
+           std::to_string(blocks) + " blocks of further programs and units are not written";
+}
 
 /// A sink that writes sound files.
 class FilesSink : public Sink {

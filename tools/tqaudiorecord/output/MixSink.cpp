@@ -19,6 +19,10 @@ MixSink::Stream* MixSink::streamOf(const Process& process, std::uint64_t microse
     if (found != streams_.end()) {
         return &found->second;
     }
+    if (streams_.size() >= kMostFiles) {
+        ++refused_;
+        return nullptr;
+    }
     const std::string& addition = names_->additionOf(process);
     std::unique_ptr<FileSeries> series;
     if (addition.empty() && opened_ != nullptr) {
@@ -36,12 +40,15 @@ MixSink::Stream* MixSink::streamOf(const Process& process, std::uint64_t microse
 void MixSink::block(const Process& process, const Block& block) {
     // A track's first block may come before the mix's: all files of a process begin with it.
     Stream* stream = streamOf(process, block.microseconds);
-    if (block.track != 0 || block.format != kMixFormat) {
+    if (stream == nullptr || block.track != 0 || block.format != kMixFormat) {
         return;
     }
     const std::size_t frames = block.frames.size() / kMixFormat.frameBytes();
     const std::uint64_t silence =
         stream->clock.before(block.microseconds, frames, std::exchange(stream->lost, false));
+    if (stream->clock.takeJump()) {
+        stream->series->complain(jumpText(stream->series->path()));
+    }
     stream->series->writeSilence(silence);
     stream->series->write(block.frames.first(frames * kMixFormat.frameBytes()));
 }
@@ -67,6 +74,7 @@ void MixSink::refresh() {
 }
 
 void MixSink::finish() {
+    isFinished_ = true;
     if (opened_ != nullptr) {
         opened_->finish();
     }
@@ -85,6 +93,9 @@ std::vector<std::string> MixSink::problems() const {
     }
     for (const auto& [id, stream] : streams_) {
         add(*stream.series);
+    }
+    if (isFinished_ && refused_ > 0) {
+        all.push_back(refusedText(plan_.path, refused_));
     }
     return all;
 }

@@ -36,12 +36,15 @@ class MixSink : public FilesSink {
         std::uint64_t beganAt;
         bool lost = false;
     };
+    /// Null for a process beyond the bound.
     Stream* streamOf(const Process& process, std::uint64_t microseconds);
 
     FileSeries::Plan plan_;
     std::shared_ptr<ProcessNames> names_;
     std::unique_ptr<FileSeries> opened_;  // until the first process needs it
     std::map<int, Stream> streams_;
+    std::uint64_t refused_ = 0;  // blocks of processes beyond the bound
+    bool isFinished_ = false;
 };
 
 }  // namespace tqrecorder

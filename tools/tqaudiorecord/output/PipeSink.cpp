@@ -77,6 +77,7 @@ void PipeSink::block(const Process& process, const Block& block) {
     const std::size_t frames = block.frames.size() / frameBytes;
     std::uint64_t silence =
         clock_->before(block.microseconds, frames, std::exchange(lost_, false)) * frameBytes;
+    hasJumped_ = clock_->takeJump() || hasJumped_;
     const std::vector<std::byte> zeros(std::min<std::uint64_t>(silence, 4096 * frameBytes));
     while (silence > 0 && !closed_) {
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(silence, zeros.size()));
@@ -163,6 +164,9 @@ std::vector<std::string> PipeSink::problems() const {
     std::vector<std::string> all;
     if (!problem_.empty()) {
         all.push_back(problem_);
+    }
+    if (hasJumped_) {
+        all.push_back(jumpText("standard output"));
     }
     if (refused_ > 0) {
         all.push_back("standard output: its reader was too slow and missed part of the sound");

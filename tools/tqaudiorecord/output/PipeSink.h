@@ -44,6 +44,7 @@ class PipeSink : public Sink {
     int processId_ = 0;
     bool lost_ = false;
     bool closed_ = false;
+    bool hasJumped_ = false;
     std::uint64_t refused_ = 0;  // bytes
     std::string reason_;
     std::string problem_;

@@ -82,6 +82,9 @@ void ReplaySink::block(const Process& process, const Block& block) {
     const std::size_t frames = block.frames.size() / kMixFormat.frameBytes();
     const std::uint64_t silence =
         memory.clock.before(block.microseconds, frames, std::exchange(memory.lost, false));
+    if (memory.clock.takeJump()) {
+        problems_.push_back(jumpText(plan_.path));
+    }
     memory.addSilence(silence * kMixFormat.frameBytes());
     memory.add(block.frames.first(frames * kMixFormat.frameBytes()));
 }

@@ -44,14 +44,16 @@ void TracksSink::begin(const Process& process, const Block& block) {
     }
     FileSeries::Plan plan{path, &trackFormat(), maximumSeconds_};
     Track track{std::string(block.unit), name, FileSeries(plan, block.format),
-                StreamClock(block.format.sampleRate, axis.beganAt, kTrackPatience)};
+                StreamClock(block.format.sampleRate, axis.beganAt, kTrackPatience, axis.received,
+                            slackOf(block.format))};
     tracks_.insert_or_assign({process.id, block.track}, std::move(track));
 }
 
 void TracksSink::block(const Process& process, const Block& block) {
     const auto axis = axes_.find(process.id);
     if (axis == axes_.end()) {
-        axes_[process.id] = {names_->additionOf(process), block.microseconds};
+        axes_[process.id] = {names_->additionOf(process), block.microseconds,
+                             std::chrono::steady_clock::now()};
     }
     const std::size_t frameBytes = block.format.frameBytes();
     if (block.track == 0 || frameBytes == 0 || block.format.sampleRate < 1) {
@@ -65,13 +67,21 @@ void TracksSink::block(const Process& process, const Block& block) {
         found = tracks_.end();
     }
     if (found == tracks_.end()) {
+        if (takenNames_.size() >= kMostFiles) {
+            ++refused_;
+            return;
+        }
         begin(process, block);
         found = tracks_.find({process.id, block.track});
     }
     Track& track = found->second;
     const std::size_t frames = block.frames.size() / frameBytes;
-    track.series.writeSilence(
-        track.clock.before(block.microseconds, frames, std::exchange(track.lost, false)));
+    const std::uint64_t silence =
+        track.clock.before(block.microseconds, frames, std::exchange(track.lost, false));
+    if (track.clock.takeJump()) {
+        track.series.complain(jumpText(track.series.path()));
+    }
+    track.series.writeSilence(silence);
     track.series.write(block.frames.first(frames * frameBytes));
     report(track);
 }
@@ -116,6 +126,9 @@ void TracksSink::finish() {
         end(key.first, track);
     }
     tracks_.clear();
+    if (refused_ > 0) {
+        complain(refusedText(folder_, refused_));
+    }
 }
 
 void TracksSink::report(Track& track) {

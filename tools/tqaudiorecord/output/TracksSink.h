@@ -46,6 +46,7 @@ class TracksSink : public FilesSink {
     struct Axis {
         std::string addition;
         std::uint64_t beganAt;
+        StreamClock::Time received;
     };
     void begin(const Process& process, const Block& block);
     void end(int processId, Track& track);
@@ -59,6 +60,7 @@ class TracksSink : public FilesSink {
     std::map<std::pair<int, int>, Track> tracks_;  // by process and track, those under way
     std::set<std::string> takenNames_;
     std::vector<WrittenFile> done_;
+    std::uint64_t refused_ = 0;  // blocks of units beyond the bound
     std::vector<std::string> problems_;
 };
 

@@ -4,10 +4,12 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <map>
 
 namespace tqrecorder {
 namespace {
@@ -15,6 +17,8 @@ namespace {
 constexpr int kBacklog = 64;
 /// Connections without a message yet: a process sends its own right after it has connected.
 constexpr std::size_t kMostPending = 256;
+/// Taken in by one call: connections that never cease keep the recorder from nothing else.
+constexpr int kMostTakenIn = 2 * kBacklog;
 /// Descriptors that a broken sender may attach; more than one are closed and its message refused.
 constexpr std::size_t kMostDescriptors = 8;
 
@@ -68,8 +72,24 @@ bool Acceptor::open(std::string& error) {
     return true;
 }
 
-std::vector<Connection> Acceptor::connections() {
-    while (true) {
+void Acceptor::makeRoom() {
+    if (pending_.size() < kMostPending) {
+        return;
+    }
+    std::map<pid_t, std::size_t> counts;
+    for (const Pending& pending : pending_) {
+        ++counts[pending.pid];
+    }
+    const auto most =
+        std::max_element(counts.begin(), counts.end(),
+                         [](const auto& a, const auto& b) { return a.second < b.second; });
+    pending_.erase(std::find_if(pending_.begin(), pending_.end(),
+                                [&](const Pending& one) { return one.pid == most->first; }));
+    ++silent_;
+}
+
+void Acceptor::takeIn() {
+    for (int count = 0; count < kMostTakenIn; ++count) {
         tqcommon::Descriptor socket(
             accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket) {
@@ -78,10 +98,15 @@ std::vector<Connection> Acceptor::connections() {
         ucred peer{};
         socklen_t length = sizeof peer;
         if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 &&
-            peer.uid == geteuid() && pending_.size() < kMostPending) {
+            peer.uid == geteuid()) {
+            makeRoom();
             pending_.push_back({std::move(socket), peer.pid});
         }
     }
+}
+
+std::vector<Connection> Acceptor::connections() {
+    takeIn();
     std::vector<Connection> list;
     std::vector<Pending> still;
     for (Pending& pending : pending_) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,8 +31,11 @@ class Acceptor {
     [[nodiscard]] int descriptor() const { return socket_.get(); }
 
     /// The processes that have connected and sent their Hello since the last call. Never waits.
-    /// Connections of other users' processes are closed.
+    /// Connections of other users' processes are closed. Of those that say nothing a bounded number
+    /// is kept: the oldest of the process that has most goes first.
     [[nodiscard]] std::vector<Connection> connections();
+    /// Connections that were closed because they said nothing and room was needed.
+    [[nodiscard]] std::uint64_t silentConnections() const { return silent_; }
 
   private:
     struct Pending {
@@ -39,11 +43,14 @@ class Acceptor {
         pid_t pid = 0;
     };
     enum class Received { kNothing, kHello, kEnd };
+    void takeIn();
+    void makeRoom();
     [[nodiscard]] static Received receive(const Pending& pending, Connection& connection);
 
     tqcommon::Descriptor socket_;
     std::string name_;
-    std::vector<Pending> pending_;
+    std::vector<Pending> pending_;  // the oldest first
+    std::uint64_t silent_ = 0;
 };
 
 }  // namespace tqrecorder

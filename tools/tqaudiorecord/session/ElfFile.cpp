@@ -54,12 +54,14 @@ std::string textAt(const std::vector<char>& table, std::uint64_t offset) {
 
 std::vector<std::string> searchPathOf(const std::string& text, const std::string& origin) {
     std::vector<std::string> folders;
-    for (std::size_t begin = 0; begin <= text.size();) {
+    for (std::size_t begin = 0; begin <= text.size() && folders.size() < ElfFile::kMostFolders;) {
         const std::size_t end = std::min(text.find(':', begin), text.size());
         std::string folder = text.substr(begin, end - begin);
         for (const std::string_view name : {"$ORIGIN", "${ORIGIN}"}) {
-            for (std::size_t at = 0; (at = folder.find(name)) != std::string::npos;) {
+            // Behind what was put in: the folder's own name may hold the same letters.
+            for (std::size_t at = 0; (at = folder.find(name, at)) != std::string::npos;) {
                 folder.replace(at, name.size(), origin);
+                at += origin.size();
             }
         }
         if (!folder.empty()) {
@@ -114,6 +116,7 @@ void readDynamicSection(Parts& parts, const std::vector<Elf64_Phdr>& segments,
         tqcommon::forEachDynamicName(dynamic, tag, [&](std::string_view text) {
             const auto more = searchPathOf(std::string(text), origin);
             elf.searchPath.insert(elf.searchPath.end(), more.begin(), more.end());
+            elf.searchPath.resize(std::min(elf.searchPath.size(), ElfFile::kMostFolders));
         });
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +14,9 @@ struct ElfFile {
     std::string interpreter;  ///< the loader
     std::vector<std::string> needed;
     std::vector<std::string> searchPath;  ///< RPATH and RUNPATH, $ORIGIN replaced
+
+    /// What is looked at of a search path: a file can name half a million folders.
+    static constexpr std::size_t kMostFolders = 100;
 };
 
 /// Nothing when the file cannot be read or is no ELF file; broken ones give what could be read.

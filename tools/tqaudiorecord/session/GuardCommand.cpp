@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "ipc/Printable.h"
 #include "session/Acceptor.h"
 
 namespace tqrecorder {
@@ -24,7 +25,7 @@ TapSettings::Task taskOf(Options::Action action) {
 }
 
 void take(const Hello& hello, GuardReport& report) {
-    report.name = hello.name.data();
+    report.name = printable(hello.name.data());
     report.state = static_cast<GuardState>(hello.guard);
     report.retriesLeft = hello.retriesLeft;
     report.usesPlatform = hello.usesPlatform != 0;

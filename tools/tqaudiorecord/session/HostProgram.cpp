@@ -110,7 +110,7 @@ bool needsPlatform(const ElfFile& program) {
             if (name.starts_with("libtqplatform.so") || name.starts_with("libTQAudioRecord.so")) {
                 return true;
             }
-            if (!seen.insert(name).second) {
+            if (seen.size() == kMostLibraries || !seen.insert(name).second) {
                 continue;
             }
             std::vector<std::string> folders = elf.searchPath;
@@ -122,6 +122,8 @@ bool needsPlatform(const ElfFile& program) {
                 if (auto library = readElfFile(*folder + "/" + name)) {
                     library->searchPath.insert(library->searchPath.end(), elf.searchPath.begin(),
                                                elf.searchPath.end());
+                    library->searchPath.resize(
+                        std::min(library->searchPath.size(), ElfFile::kMostFolders));
                     rest.push_back(std::move(*library));
                 }
             }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "ipc/Printable.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -18,6 +20,12 @@ constexpr milliseconds kHostPatience{5000};
 constexpr milliseconds kTerminalPatience{2000};
 /// The mix and seven tracks of 48 kHz, 16-bit, stereo, and what goes with each block.
 constexpr double kBytesPerSecond = 1.8e6;
+/// Between two looks at whether the recording is to stop. What is not taken by then waits for the
+/// next turn.
+constexpr milliseconds kTurn{50};
+constexpr milliseconds kLeastTurn{1};
+/// At the end what was delivered before it is still taken.
+constexpr milliseconds kLastTurn{2000};
 
 }  // namespace
 
@@ -76,7 +84,7 @@ bool RecordingSession::launch(std::string& error) {
     TapSettings& settings = plan.settings;
     settings.socket = acceptor_.name();
     settings.recorder = getpid();
-    settings.soundBytes = static_cast<std::uint64_t>(options_.ringSeconds * kBytesPerSecond);
+    settings.soundBytes = soundBytes();
     settings.wantsLog = options_.verbose;
     settings.armGuard = options_.armGuard;
     settings.duck = options_.duck;
@@ -91,6 +99,10 @@ bool RecordingSession::launch(std::string& error) {
     return host_.start(plan, error);
 }
 
+std::uint64_t RecordingSession::soundBytes() const {
+    return static_cast<std::uint64_t>(options_.ringSeconds * kBytesPerSecond);
+}
+
 void RecordingSession::loop(RecordingResult& result) {
     using End = RecordingResult::End;
     while (true) {
@@ -98,12 +110,15 @@ void RecordingSession::loop(RecordingResult& result) {
         // Before drain(): blocks that the host delivered before its end are then drained as well.
         const bool hostIsOver = host_.isOver();
         acceptConnections();
-        drain();
+        drain(kTurn);
         removeEnded();
         if (hostIsOver) {
             // A short-lived process may have connected since the call above; it is still queued.
             acceptConnections();
-            drain();
+            drain(kTurn);
+            removeEnded();
+        }
+        if (hostIsOver && !isAnyEndedLeft()) {
             result.end = End::kHostEnded;
             result.hostExitCode = host_.exitCode();
             return;
@@ -144,9 +159,9 @@ void RecordingSession::acceptConnections() {
         if (connection.hello.isRecording != 0 && connection.memory) {
             takeConnection(std::move(connection));
         } else if (connection.hello.isRecording != 0) {
-            notes_.push_back(std::string(connection.hello.name.data()) +
-                             ": no memory to share with the recorder; not recorded (--ring says " +
-                             "how much)");
+            notes_.add(printable(connection.hello.name.data()) +
+                       ": no memory to share with the recorder; not recorded (--ring says how " +
+                       "much)");
         }
     }
 }
@@ -156,22 +171,24 @@ void RecordingSession::takeConnection(Connection connection) {
         firstConnection_ = Clock::now();
     }
     const pid_t pid = connection.pid;
-    const std::string name = connection.hello.name.data();
+    const std::string name = printable(connection.hello.name.data());
     const bool isRestartFailed = connection.hello.isRestartFailed != 0;
     const std::uint64_t startTime = TappedProcess::startTimeOf(pid);
     auto known = std::find_if(processes_.begin(), processes_.end(),
                               [&](const auto& one) { return one->is(pid, startTime); });
     if (known != processes_.end()) {
         // The process has replaced its program by exec: the blocks of the old one come first.
-        (*known)->drain(sink_);
+        (void)(*known)->drain(sink_, Clock::now() + kTurn);
     } else {
         const bool isCommand = pid == host_.pid();
         processes_.push_back(std::make_unique<TappedProcess>(lastId_ + 1, isCommand, startTime));
         known = processes_.end() - 1;
     }
     const bool isNew = (*known)->process().pid == 0;
-    if (!(*known)->take(std::move(connection))) {
-        notes_.push_back(name + ": what it shares with the recorder makes no sense; not recorded");
+    const std::uint64_t mostBytes =
+        std::max(SharedMapping::kMostBytes, SharedMapping::sizeFor(soundBytes()));
+    if (!(*known)->take(std::move(connection), mostBytes)) {
+        notes_.add(name + ": what it shares with the recorder makes no sense; not recorded");
         if (isNew) {
             processes_.erase(known);
         }
@@ -179,13 +196,16 @@ void RecordingSession::takeConnection(Connection connection) {
     }
     lastId_ += isNew ? 1 : 0;
     if (isRestartFailed) {
-        notes_.push_back(name + ": its crash guard was armed just now; it can be recorded from " +
-                         "its next launch on");
+        notes_.add(name + ": its crash guard was armed just now; it can be recorded from " +
+                   "its next launch on");
     }
     sink_.processBegan((*known)->process());
 }
 
-void RecordingSession::drain() {
+void RecordingSession::drain(milliseconds turn) {
+    const milliseconds share = std::max(
+        kLeastTurn,
+        turn / static_cast<milliseconds::rep>(std::max<std::size_t>(1, processes_.size())));
     for (const auto& process : processes_) {
         if (duckSource_ != nullptr && firstConnection_) {
             const auto time = std::chrono::duration_cast<std::chrono::microseconds>(
@@ -193,25 +213,43 @@ void RecordingSession::drain() {
             process->setDuckLevel(duckSource_->level(static_cast<std::uint64_t>(time.count())));
         }
         const bool wasCorrupt = process->isCorrupt();
-        process->drain(sink_);
+        (void)process->drain(sink_, Clock::now() + share);
         if (process->isCorrupt() && !wasCorrupt) {
-            notes_.push_back(process->process().name +
-                             ": its shared memory is corrupt; the rest is not recorded");
+            notes_.add(process->process().name +
+                       ": its shared memory is corrupt; the rest is not recorded");
         }
     }
 }
 
 void RecordingSession::removeEnded() {
+    const Clock::time_point deadline = Clock::now() + kTurn;
     for (auto place = processes_.begin(); place != processes_.end();) {
         TappedProcess& process = **place;
         if (!process.isOver()) {
             ++place;
             continue;
         }
-        process.drain(sink_);
+        if (!process.drain(sink_, deadline)) {
+            ++place;
+            continue;
+        }
         sink_.processEnded(process.process(), process.facts());
         place = processes_.erase(place);
     }
+}
+
+bool RecordingSession::isAnyEndedLeft() const {
+    return std::any_of(processes_.begin(), processes_.end(),
+                       [](const auto& process) { return process->isOver(); });
+}
+
+std::vector<std::string> RecordingSession::notes() const {
+    std::vector<std::string> lines = notes_.lines();
+    if (const std::uint64_t count = acceptor_.silentConnections(); count > 0) {
+        lines.push_back(std::to_string(count) +
+                        " connections of programs that said nothing were closed");
+    }
+    return lines;
 }
 
 void RecordingSession::tick() {
@@ -228,7 +266,7 @@ bool RecordingSession::isTimeOver() const {
 }
 
 void RecordingSession::finish(RecordingResult& result) {
-    drain();
+    drain(kLastTurn);
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);
         sink_.processEnded(process->process(), process->facts());
@@ -241,7 +279,7 @@ void RecordingSession::finish(RecordingResult& result) {
     }
     // Closes the sockets. Taps that still run see that and remove their listeners.
     processes_.clear();
-    result.notes = std::move(notes_);
+    result.notes = notes();
 }
 
 void RecordingSession::endHost() {

@@ -12,6 +12,7 @@
 #include "session/Acceptor.h"
 #include "session/DuckSource.h"
 #include "session/Launch.h"
+#include "session/Notes.h"
 #include "session/SignalGate.h"
 #include "session/TappedProcess.h"
 
@@ -53,13 +54,18 @@ class RecordingSession {
     using Clock = std::chrono::steady_clock;
 
     [[nodiscard]] bool launch(std::string& error);
+    [[nodiscard]] std::uint64_t soundBytes() const;
     void loop(RecordingResult& result);
     /// Waits a few milliseconds, less when something happens.
     void wait();
     void acceptConnections();
     void takeConnection(Connection connection);
-    void drain();
+    /// Takes what the processes have delivered, for that long at most.
+    void drain(std::chrono::milliseconds turn);
+    /// Processes that have ended go once all that they delivered is taken.
     void removeEnded();
+    [[nodiscard]] bool isAnyEndedLeft() const;
+    [[nodiscard]] std::vector<std::string> notes() const;
     void tick();
     [[nodiscard]] bool isTimeOver() const;
     void finish(RecordingResult& result);
@@ -78,7 +84,7 @@ class RecordingSession {
     std::vector<std::unique_ptr<TappedProcess>> processes_;
     int lastId_ = 0;
     bool hostKnows_ = false;  ///< the terminal has sent the host the same signal
-    std::vector<std::string> notes_;
+    Notes notes_;
     Clock::time_point began_;
     Clock::time_point nextTick_;
     std::optional<Clock::time_point> firstConnection_;

@@ -11,30 +11,43 @@
 #include <sstream>
 #include <utility>
 
+#include "ipc/Printable.h"
 #include "session/ProcessHandle.h"
 
 namespace tqrecorder {
 namespace {
 
-/// Records that one call of drain() takes at most, so that one process cannot keep the recorder
-/// from the others.
-constexpr int kMostRecords = 20000;
 constexpr std::uint32_t kMostChannels = 64;
+constexpr double kLowestRate = 1;
 constexpr double kHighestRate = 1e6;
+/// Eight channels of 64-bit samples at 384 kHz are 24.6 MB a second.
+constexpr double kMostBytesPerSecond = 32e6;
+/// A block is a second at most, and no device asks for more than that many frames however slow it
+/// is.
+constexpr double kMostFrames = 8192;
 /// The library buffers at most this much of one track.
 constexpr std::uint64_t kTrackBufferBytes = 409600;
 
 bool isSound(const RecordHeader& header) {
     const std::uint32_t bits = header.bitsPerChannel;
+    const double frameBytes = static_cast<double>(header.channels) * bits / 8;
     return header.channels > 0 && header.channels <= kMostChannels && header.track < kTracks &&
            (bits == 8 || bits == 16 || bits == 24 || bits == 32 || bits == 64) &&
-           std::isfinite(header.sampleRate) && header.sampleRate > 0 &&
+           std::isfinite(header.sampleRate) && header.sampleRate >= kLowestRate &&
            header.sampleRate <= kHighestRate &&
+           header.sampleRate * frameBytes <= kMostBytesPerSecond &&
+           header.payloadBytes <= std::max(header.sampleRate, kMostFrames) * frameBytes &&
            (header.buffers == 1 || header.buffers == header.channels);
 }
 
 std::string textOf(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// Whether there is more to take of what was written by `end`, and time for it.
+bool goesOn(const RingReader& ring, std::uint64_t end,
+            std::chrono::steady_clock::time_point deadline) {
+    return !ring.hasTaken(end) && std::chrono::steady_clock::now() < deadline;
 }
 
 }  // namespace
@@ -59,8 +72,8 @@ TappedProcess::TappedProcess(int id, bool isCommand, std::uint64_t startTime)
     process_.isCommand = isCommand;
 }
 
-bool TappedProcess::take(Connection connection) {
-    auto memory = SharedMapping::map(connection.memory.get());
+bool TappedProcess::take(Connection connection, std::uint64_t mostBytes) {
+    auto memory = SharedMapping::map(connection.memory.get(), mostBytes);
     if (!memory) {
         return false;
     }
@@ -72,7 +85,7 @@ bool TappedProcess::take(Connection connection) {
     socket_ = std::move(connection.socket);
     hello_ = connection.hello;
     process_.pid = connection.pid;
-    process_.name = connection.hello.name.data();
+    process_.name = printable(connection.hello.name.data());
     if (!end_) {
         end_ = openProcess(connection.pid);
     }
@@ -93,37 +106,43 @@ void TappedProcess::signal(int number) const {
     }
 }
 
-void TappedProcess::drain(Sink& sink) {
+bool TappedProcess::drain(Sink& sink, Deadline deadline) {
     if (isCorrupt_) {
-        return;
+        return true;
     }
     highestFill_ = std::max(highestFill_, sound_.fill());
-    takeLog(sink);
-    takeEvents(sink);
-    takeSound(sink);
+    // Sound has half of the time for itself: texts that never cease do not hold it up.
+    const Deadline now = std::chrono::steady_clock::now();
+    const Deadline half = now + (deadline - now) / 2;
+    bool isAll = takeLog(sink, half);
+    isAll = takeEvents(sink, half) && isAll;
+    isAll = takeSound(sink, deadline) && isAll;
     const std::uint64_t blocks = sound_.takeLostRecords();
     if (blocks > 0) {
         sink.lost(process_, blocks, sound_.takeLostBytes());
     }
+    return isAll || isCorrupt_;
 }
 
-void TappedProcess::takeSound(Sink& sink) {
+bool TappedProcess::takeSound(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    for (int i = 0; i < kMostRecords; ++i) {
+    const std::uint64_t end = sound_.written();
+    while (goesOn(sound_, end, deadline)) {
         switch (sound_.next(header, payload)) {
             case RingReader::Found::kNothing:
-                return;
+                return true;
             case RingReader::Found::kCorrupt:
                 markCorrupt(sink);
-                return;
+                return true;
             case RingReader::Found::kRecord:
                 if (!handBlock(sink, header, payload)) {
                     markCorrupt(sink);
-                    return;
+                    return true;
                 }
         }
     }
+    return sound_.hasTaken(end);
 }
 
 bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
@@ -167,29 +186,32 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
     return true;
 }
 
-void TappedProcess::takeEvents(Sink& sink) {
+bool TappedProcess::takeEvents(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    for (int i = 0; i < kMostRecords; ++i) {
+    const std::uint64_t end = events_.written();
+    while (goesOn(events_, end, deadline)) {
         const RingReader::Found found = events_.next(header, payload);
         if (found == RingReader::Found::kNothing) {
             break;
         }
         if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kEvent) {
             markCorrupt(sink);
-            return;
+            return true;
         }
         sink.event(process_, {header.microseconds, header.category, header.code, textOf(payload)});
     }
     if (const std::uint64_t count = events_.takeLostRecords(); count > 0) {
         sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " events were lost"});
     }
+    return events_.hasTaken(end);
 }
 
-void TappedProcess::takeLog(Sink& sink) {
+bool TappedProcess::takeLog(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    for (int i = 0; i < kMostRecords; ++i) {
+    const std::uint64_t end = log_.written();
+    while (goesOn(log_, end, deadline)) {
         const RingReader::Found found = log_.next(header, payload);
         if (found == RingReader::Found::kNothing) {
             break;
@@ -197,7 +219,7 @@ void TappedProcess::takeLog(Sink& sink) {
         if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kLog ||
             header.first > payload.size()) {
             markCorrupt(sink);
-            return;
+            return true;
         }
         sink.log(process_,
                  {static_cast<int>(std::min<std::uint64_t>(header.code, 4)),
@@ -206,6 +228,7 @@ void TappedProcess::takeLog(Sink& sink) {
     if (const std::uint64_t count = log_.takeLostRecords(); count > 0) {
         sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " log lines were lost"});
     }
+    return log_.hasTaken(end);
 }
 
 void TappedProcess::markCorrupt(Sink& sink) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -22,8 +23,9 @@ class TappedProcess {
     TappedProcess(int id, bool isCommand, std::uint64_t startTime);
 
     /// Reads from this connection's memory from now on: for a new process, and for one that has
-    /// replaced its program by exec. False when the memory cannot be mapped or its layout is wrong.
-    [[nodiscard]] bool take(Connection connection);
+    /// replaced its program by exec. False when the memory cannot be mapped, is larger than
+    /// `mostBytes`, or its layout is wrong.
+    [[nodiscard]] bool take(Connection connection, std::uint64_t mostBytes);
     [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const {
         return process_.pid == pid && startTime_ == startTime;
     }
@@ -35,18 +37,18 @@ class TappedProcess {
     /// Does nothing when the process has ended.
     void signal(int number) const;
 
-    /// Hands over what is there; all of it, unless the process fills the rings faster than this
-    /// empties them.
-    void drain(Sink& sink);
+    /// Hands over what was there when it was called. False when some of it is left at the deadline.
+    bool drain(Sink& sink, std::chrono::steady_clock::time_point deadline);
     void tellNumbers(Sink& sink);
     [[nodiscard]] HostFacts facts() const;
     /// The level in dBFS that ducking is to follow.
     void setDuckLevel(float decibels);
 
   private:
-    void takeSound(Sink& sink);
-    void takeEvents(Sink& sink);
-    void takeLog(Sink& sink);
+    using Deadline = std::chrono::steady_clock::time_point;
+    [[nodiscard]] bool takeSound(Sink& sink, Deadline deadline);
+    [[nodiscard]] bool takeEvents(Sink& sink, Deadline deadline);
+    [[nodiscard]] bool takeLog(Sink& sink, Deadline deadline);
     [[nodiscard]] bool handBlock(Sink& sink, const RecordHeader& header,
                                  std::span<const std::byte> payload);
     void markCorrupt(Sink& sink);

@@ -33,6 +33,7 @@ void Meter::log(const Process& process, const LogLine& line) {
 }
 
 void Meter::tick(std::uint64_t elapsedMicroseconds) {
+    screen_.pump();
     const bool inPlace = screen_.isTerminal();
     const std::uint64_t step = inPlace ? kRedrawMicroseconds : kLineMicroseconds;
     if (nextMicroseconds_ == 0) {

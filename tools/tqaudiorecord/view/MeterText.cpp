@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "ipc/Printable.h"
 #include "view/Screen.h"
 
 namespace tqrecorder {

@@ -63,7 +63,8 @@ void Observer::block(const Process& process, const Block& block) {
     source.frames += frames;
     if (!source.clock) {
         source.clock.emplace(block.format.sampleRate, block.microseconds,
-                             block.track == 0 ? kMixPatience : kTrackPatience);
+                             block.track == 0 ? kMixPatience : kTrackPatience,
+                             std::chrono::steady_clock::now(), slackOf(block.format));
     }
     (void)source.clock->before(block.microseconds, frames, std::exchange(source.lost, false));
 }

@@ -4,8 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
+
+#include "ipc/Printable.h"
 
 namespace tqrecorder {
 namespace {
@@ -24,23 +25,6 @@ winsize sizeOf(int descriptor) {
 
 }  // namespace
 
-std::string printable(std::string_view text) {
-    std::string result(text);
-    for (std::size_t place = 0; place < result.size(); ++place) {
-        const auto code = static_cast<unsigned char>(result[place]);
-        // U+0080 to U+009F are control characters too; UTF-8 writes them as 0xC2 and one more byte.
-        const bool upper = code == 0xC2 && place + 1 < result.size() &&
-                           static_cast<unsigned char>(result[place + 1]) < 0xA0;
-        if (code < 0x20 || code == 0x7F) {
-            result[place] = ' ';
-        } else if (upper) {
-            result[place] = ' ';
-            result[place + 1] = ' ';
-        }
-    }
-    return result;
-}
-
 std::string cutToWidth(std::string_view text, std::size_t columns) {
     std::size_t letters = 0;
     std::size_t end = 0;
@@ -53,7 +37,12 @@ std::string cutToWidth(std::string_view text, std::size_t columns) {
     return std::string(text.substr(0, end));
 }
 
-Screen::Screen(int descriptor) : descriptor_(descriptor), isTerminal_(::isatty(descriptor) == 1) {
+Screen::Screen(int descriptor)
+    : descriptor_(descriptor), isTerminal_(::isatty(descriptor) == 1), writer_(descriptor) {
+}
+
+Screen::~Screen() {
+    settle();
 }
 
 std::size_t Screen::width() const {
@@ -75,7 +64,12 @@ std::string Screen::eraseArea() {
 }
 
 void Screen::line(std::string_view text) {
-    send(eraseArea() + printable(text) + "\n");
+    pump();
+    if (!writer_.hasRoom()) {
+        ++lostLines_;
+        return;
+    }
+    writer_.put(eraseArea() + printable(text) + "\n");
 }
 
 void Screen::text(std::string_view lines) {
@@ -85,11 +79,13 @@ void Screen::text(std::string_view lines) {
         all += printable(lines.substr(0, end)) + "\n";
         lines.remove_prefix(std::min(end + 1, lines.size()));
     }
-    send(all);
+    writer_.put(all);
 }
 
 void Screen::area(const std::vector<std::string>& lines) {
-    if (!isTerminal_) {
+    pump();
+    // One that is behind is not drawn for: what it showed would be old.
+    if (!isTerminal_ || writer_.isBehind()) {
         return;
     }
     const std::size_t columns = width() > 1 ? width() - 1 : 1;
@@ -104,23 +100,31 @@ void Screen::area(const std::vector<std::string>& lines) {
     }
     all += "\033[J";
     areaLines_ = rows;
-    send(all);
+    writer_.put(all);
 }
 
 void Screen::clearArea() {
-    send(eraseArea());
+    writer_.put(eraseArea());
 }
 
-void Screen::send(std::string_view bytes) const {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return;  // the terminal is gone; the recording goes on without it
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
+void Screen::pump() {
+    writer_.pump();
+    if (!writer_.isBehind()) {
+        tellLost();
+    }
+}
+
+void Screen::settle() {
+    (void)writer_.settle(lostLines_);
+    tellLost();
+}
+
+void Screen::tellLost() {
+    if (lostLines_ > 0) {
+        const auto count = std::exchange(lostLines_, 0);
+        writer_.put(eraseArea() + "tqaudiorecord: " + std::to_string(count) +
+                    (count == 1 ? " line was" : " lines were") +
+                    " not shown: the reader was too slow\n");
     }
 }
 

@@ -37,5 +37,22 @@ TEST(StreamClockTest, ABurstAfterAStallAddsNoTimeInTheEnd) {
     EXPECT_NEAR(static_cast<double>(frames), 3.01 * 44100, 0.01 * 44100);
 }
 
+TEST(StreamClockTest, SilenceIsNoLongerThanTheRecordingAndTheSlack) {
+    constexpr std::uint64_t kHour = 3600'000'000;
+    StreamClock clock(100, 0, kMixPatience, std::chrono::steady_clock::now(), 10);
+    EXPECT_EQ(clock.before(0, 100, false), 0U);
+    EXPECT_EQ(clock.before(7'000'000, 100, false), 600U);
+    EXPECT_FALSE(clock.takeJump());
+    // Six of ten seconds are used up.
+    EXPECT_EQ(clock.before(14'000'000, 100, false), 0U);
+    EXPECT_TRUE(clock.takeJump());
+    EXPECT_FALSE(clock.takeJump()) << "it is told once";
+    // What was recorded for an hour may be silent for an hour.
+    const auto anHourAgo = std::chrono::steady_clock::now() - std::chrono::hours{1};
+    StreamClock old(100, 0, kMixPatience, anHourAgo, 10);
+    EXPECT_EQ(old.before(kHour, 100, false), 360'000U);
+    EXPECT_FALSE(old.takeJump());
+}
+
 }  // namespace
 }  // namespace tqrecorder::test

@@ -137,6 +137,18 @@ TEST_F(HostPrograms, ThatAreBrokenProgramsDoNoHarm) {
     EXPECT_EQ(findHostProgram(make("empty", "")).interpreter, "/bin/sh");
 }
 
+TEST_F(HostPrograms, InAFolderNamedLikeThePlaceholderOfItsSearchPathAreLookedAt) {
+    std::string bytes = contentOf(kHost);
+    const std::string libraries = fs::path(TQ_RECORDER_GATE).parent_path();
+    const std::size_t place = bytes.find(libraries);
+    ASSERT_NE(place, std::string::npos) << "the host's search path names the build's libraries";
+    ASSERT_GT(libraries.size(), 16U);
+    std::memcpy(bytes.data() + place, "$ORIGIN:$ORIGIN\0", 16);
+    fs::create_directory(folder / fs::path("$ORIGIN"));
+    const std::string path = make("$ORIGIN/host", bytes);
+    EXPECT_EQ(findHostProgram(path).path, path);
+}
+
 TEST_F(HostPrograms, ThatCannotBeRecordedAreNotStarted) {
     Options options;
     Sink sink;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <utility>
 
 #include "output/files/FileNames.h"
@@ -10,6 +11,15 @@ namespace tqrecorder {
 namespace {
 
 constexpr std::uint64_t kSilentFrames = 4096;
+
+/// Whether a signal that ends a recording waits to be read by the recorder's loop, which is the one
+/// that calls us. False where these signals are not blocked.
+bool isEndAsked() {
+    sigset_t pending;
+    return sigpending(&pending) == 0 &&
+           (sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1 ||
+            sigismember(&pending, SIGHUP) == 1);
+}
 
 }  // namespace
 
@@ -43,11 +53,17 @@ void FileSeries::write(std::span<const std::byte> frames) {
 }
 
 void FileSeries::writeSilence(std::uint64_t frames) {
+    if (frames == 0) {
+        return;
+    }
     const std::vector<std::byte> silence(kSilentFrames * format_.frameBytes());
     while (frames > 0 && !failed_) {
         const std::uint64_t count = std::min(frames, kSilentFrames);
         write(std::span(silence).first(count * format_.frameBytes()));
         frames -= count;
+        if (frames > 0 && !failed_ && isEndAsked()) {
+            fail(plan_.path + ": stopped within a long gap of the program's sound");
+        }
     }
 }
 

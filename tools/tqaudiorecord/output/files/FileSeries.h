@@ -39,10 +39,16 @@ class FileSeries {
     [[nodiscard]] bool open();
     /// Whole frames in the stream's format.
     void write(std::span<const std::byte> frames);
+    /// Breaks off, and takes nothing more, when the user asks for the end of the recording: silence
+    /// may be long.
     void writeSilence(std::uint64_t frames);
+    /// Adds to problems(); the series goes on.
+    void complain(const std::string& problem) { problems_.push_back(problem); }
     void refresh();
     void finish();
 
+    /// As it was asked for.
+    [[nodiscard]] const std::string& path() const { return plan_.path; }
     [[nodiscard]] bool failed() const { return failed_; }
     [[nodiscard]] const std::vector<std::string>& problems() const { return problems_; }
     /// Those that are complete and the one under way.

@@ -1,0 +1,108 @@
+// What a host claims, stamps and repeats costs the recorder no more than a bound.
+
+#include "HostileFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+constexpr long kMemory = 200'000;  // kilobytes
+constexpr std::uintmax_t kMiB = std::uintmax_t{1} << 20U;
+
+/// From the request to the end of the recorder, which gives the host time to end as well.
+double secondsToEnd(Program& program, ProgramEnd& end) {
+    const auto begin = std::chrono::steady_clock::now();
+    program.signal(SIGTERM);
+    end = program.wait();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+/// Within a load of twenty programs.
+constexpr double kSoon = 5;
+
+class HostileMemoryTest : public HostileHostTest,
+                          public testing::WithParamInterface<std::string> {};
+
+TEST_P(HostileMemoryTest, ClaimsCostNoMemoryNoFileAndNoHearing) {
+    Program program(setup({"-o", output()}, GetParam()));
+    long most = 0;
+    ASSERT_TRUE(eventually([&] { return !program.children().empty(); }));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
+    while (std::chrono::steady_clock::now() < end) {
+        most = std::max(most, mostMemoryOf(program.pid()));
+        std::this_thread::sleep_for(std::chrono::milliseconds{20});
+    }
+    ProgramEnd last;
+    EXPECT_LT(secondsToEnd(program, last), kSoon);
+    EXPECT_LT(most, kMemory);
+    EXPECT_LT(bytesIn(folder_.path()), kMiB);
+    EXPECT_THAT(last.errors, testing::AnyOf(HasSubstr("makes no sense"), HasSubstr("corrupt")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, HostileMemoryTest, testing::Values("huge-memory", "huge-record"),
+                         [](const auto& one) {
+                             return one.param == "huge-memory" ? "AllOfIt" : "OneRecord";
+                         });
+
+TEST_F(HostileHostTest, ABlockStampedADayAheadIsNoDayOfSilence) {
+    const ProgramEnd end =
+        run({"-o", output(), "--tracks", folder_.file("tracks")}, "jump", "86000");
+    EXPECT_EQ(end.code, 2) << end.errors;
+    EXPECT_THAT(end.errors, HasSubstr("out.wav: the program's time stamps jumped"));
+    EXPECT_LT(bytesIn(folder_.path()), kMiB);
+    EXPECT_GT(RecordedFile(output()).frames(), 44100U);
+}
+
+TEST_F(HostileHostTest, SilenceThatIsStillWrittenHearsTheRequestToEnd) {
+    // Opus takes seconds for the ten minutes that a host may jump.
+    Program program(setup({"-o", folder_.file("out.opus")}, "jump", "590"));
+    ASSERT_TRUE(eventually([&] {
+        std::error_code error;
+        return std::filesystem::file_size(folder_.file("out.opus"), error) > 40'000 && !error;
+    }));
+    ProgramEnd end;
+    EXPECT_LT(secondsToEnd(program, end), kSoon);
+    EXPECT_TRUE(RecordedFile(folder_.file("out.opus")).opened);
+}
+
+TEST_F(HostileHostTest, ConnectionsThatSayNothingLockNobodyOut) {
+    const ProgramEnd end = run({"-o", output()}, "hide", "400");
+    EXPECT_EQ(end.code, 0) << end.errors;
+    EXPECT_THAT(end.errors, HasSubstr("Recorded: honest"));
+    EXPECT_THAT(end.errors,
+                testing::ContainsRegex("[0-9]+ connections of programs that said nothing"));
+    EXPECT_GT(RecordedFile(output()).frames(), 10'000U);
+}
+
+TEST_F(HostileHostTest, VisitsWithoutMemoryAreCountedNotListed) {
+    const ProgramEnd end = run({"-o", output()}, "complain", "1500");
+    EXPECT_THAT(end.errors, HasSubstr("no memory to share"));
+    EXPECT_THAT(end.errors, HasSubstr("more of that kind"));
+    EXPECT_LT(end.errors.size(), 10'000U);
+}
+
+TEST_F(HostileHostTest, UnitsThatAlternateMakeABoundedNumberOfFiles) {
+    const ProgramEnd end =
+        run({"-o", output(), "--tracks", folder_.file("tracks")}, "alternate", "5000");
+    EXPECT_EQ(end.code, 2);
+    EXPECT_THAT(end.errors, HasSubstr("more than 1000 files would be needed; 4000 blocks"));
+    std::size_t files = 0;
+    for ([[maybe_unused]] const auto& entry :
+         std::filesystem::directory_iterator(folder_.file("tracks"))) {
+        ++files;
+    }
+    EXPECT_EQ(files, 1000U);
+}
+
+TEST_F(HostileHostTest, ALongEventIsCutAndTheRecordingGoesOn) {
+    const ProgramEnd end = run({"-o", output(), "--events", folder_.file("events.jsonl"),
+                                "--picture", folder_.file("picture.png")},
+                               "say-much", "200000");
+    EXPECT_EQ(end.code, 0) << end.errors;
+    const std::string events = contentOf(folder_.file("events.jsonl"));
+    EXPECT_THAT(events, HasSubstr(std::string(65536, 'e')));
+    EXPECT_THAT(events, Not(HasSubstr(std::string(65537, 'e'))));
+    EXPECT_GT(RecordedFile(output()).frames(), 10'000U);
+}
+
+}  // namespace
+}  // namespace tqrecorder::test
