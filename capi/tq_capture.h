@@ -102,7 +102,7 @@ struct tq_block {
     enum tq_unit_kind unit_kind;
     uint32_t unit; /**< the number in the name; 0 for the mix */
     struct tq_format format;
-    uint32_t frames;
+    uint32_t frames; /**< differs; the last block of a unit that stops is what it has left */
     uint32_t buffer_count;
     const struct tq_buffer* buffers;
     uint64_t host_microseconds; /**< host time at which the block was rendered */

@@ -60,6 +60,7 @@ class Tap {
     /// [host thread] What the library counts now, without what was there before.
     [[nodiscard]] static FramesOfTracks framesSince(const FramesOfTracks& before);
     void publishFrames() const;
+    [[nodiscard]] bool isMoreToCome() const;
     static void publishFramesAtExit();
 
     // Around fork(): a child must not inherit locks of the library that threads hold which it does

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 
 #include "inject/Tap.h"
 
@@ -43,14 +44,37 @@ void Tap::publishFrames() const {
     }
 }
 
+/// Whether what stopped units have left is still to be delivered. What plays on never ends.
+bool Tap::isMoreToCome() const {
+    bool plays = false;
+    (void)tq_capture_units(
+        [](void* context, const tq_unit* unit) {
+            *static_cast<bool*>(context) |= unit->is_started != 0;
+        },
+        &plays);
+    const FramesOfTracks now = framesSince(framesBefore_);
+    return !plays && std::any_of(now.begin(), now.end(), [](const TrackFrames& frames) {
+        return frames.mix.waiting > 0 || frames.track.waiting > 0;
+    });
+}
+
 void Tap::publishFramesAtExit() {
     std::atexit([] {
-        if (Tap* const tap = current()) {
-            // Who holds it publishes at this very moment, or goes.
-            const std::unique_lock lock(tap->work_, std::try_to_lock);
-            if (lock && tap->outlet_.load() != nullptr) {
-                tap->publishFrames();
-            }
+        Tap* const tap = current();
+        if (tap == nullptr || tap->outlet_.load() == nullptr) {
+            return;
+        }
+        // Two or three passes of the device, where a program ends right behind its last sound; the
+        // limit is for a device that stands still.
+        constexpr timespec kPause{0, 1'000'000};
+        constexpr int kMostPauses = 200;
+        for (int i = 0; i < kMostPauses && tap->isMoreToCome(); ++i) {
+            nanosleep(&kPause, nullptr);
+        }
+        // Who holds it publishes at this very moment, or goes.
+        const std::unique_lock lock(tap->work_, std::try_to_lock);
+        if (lock && tap->outlet_.load() != nullptr) {
+            tap->publishFrames();
         }
     });
 }

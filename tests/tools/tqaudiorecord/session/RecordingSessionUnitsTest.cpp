@@ -1,5 +1,6 @@
 // Units that come and go.
 
+#include <TQAudioRecord/tq_capture.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -55,6 +56,17 @@ TEST_F(Session, TheAccountOfWhatAProgramRenderedCloses) {
     // The last of them may come between the count and the end.
     EXPECT_GE(track.frames(), frames.track.delivered);
     EXPECT_LE(track.frames(), frames.track.delivered + frames.track.waiting);
+}
+
+TEST_F(Session, ASoundOfTwoBlocksRightBeforeTheProgramsEndIsRecorded) {
+    EXPECT_EQ(record({kHost, "tone", "0.02"}).hostExitCode, 0);
+    const TrackFrames& frames = sink.only().facts.frames[1];
+    // A block may be rendered between the notice of the stop and the stop itself.
+    const std::uint64_t captured = frames.rendered - frames.mix.lost[TQ_FRAMES_NOT_CAPTURING];
+    EXPECT_GE(captured, 512U);
+    EXPECT_EQ(frames.mix.delivered, captured);
+    EXPECT_EQ(sink.only().streams.at(1).frames(), captured);
+    EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
 }
 
 }  // namespace
