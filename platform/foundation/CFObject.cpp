@@ -82,6 +82,8 @@ CFObject* findObject(CFTypeRef handle, CFKind kind) noexcept {
 }  // namespace tqplatform
 
 const CFAllocatorRef kCFAllocatorDefault = nullptr;
+// Never looked into; any address that is not the other's would do.
+const CFAllocatorRef kCFAllocatorNull = reinterpret_cast<CFAllocatorRef>(&kCFAllocatorNull);
 // The last platform on which everything that is offered here was still the usual way.
 const double kCFCoreFoundationVersionNumber = kCFCoreFoundationVersionNumber_iOS_8_0;
 

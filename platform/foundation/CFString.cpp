@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -114,6 +115,20 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFString
         return isASCII ? tqplatform::makeCFString(view) : nullptr;
     }
     return encoding == kCFStringEncodingUTF8 ? tqplatform::makeCFString(view) : nullptr;
+}
+
+CFStringRef CFStringCreateWithCStringNoCopy(CFAllocatorRef allocator, const char* text,
+                                            CFStringEncoding encoding,
+                                            CFAllocatorRef contentsDeallocator) {
+    const CFStringRef made = CFStringCreateWithCString(allocator, text, encoding);
+    if (made != nullptr && contentsDeallocator != kCFAllocatorNull) {
+        std::free(const_cast<char*>(text));
+    }
+    return made;
+}
+
+CFStringEncoding CFStringGetSystemEncoding() {
+    return kCFStringEncodingUTF8;
 }
 
 CFIndex CFStringGetLength(CFStringRef string) {

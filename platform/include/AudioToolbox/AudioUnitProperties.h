@@ -58,6 +58,12 @@ AU_ENUM(AudioUnitPropertyID){
     kAudioUnitProperty_SampleRateConverterComplexity = 3014,
 };
 
+/* Values of kAudioUnitProperty_RenderQuality: 0 to 127. */
+AU_ENUM(UInt32){
+    kRenderQuality_Min = 0,   kRenderQuality_Low = 32,  kRenderQuality_Medium = 64,
+    kRenderQuality_High = 96, kRenderQuality_Max = 127,
+};
+
 /* Parameters of the multichannel mixer. Volume is linear, 0 to 1, per input bus and on output
  * element 0; Enable (0 or 1) and Pan (-1 left to 1 right) are per input bus. */
 AU_ENUM(AudioUnitParameterID){

@@ -61,8 +61,10 @@ AU_EXPORT extern const double kCFCoreFoundationVersionNumber;
 #define kCFCoreFoundationVersionNumber_iOS_7_1 847.24
 #define kCFCoreFoundationVersionNumber_iOS_8_0 1140.1
 
-/** The only allocator; allocator arguments are not looked at. */
+/** The only allocator; allocator arguments are not looked at, but for deallocators. */
 AU_EXPORT extern const CFAllocatorRef kCFAllocatorDefault;
+/** Says of memory that is handed over that it stays the caller's. */
+AU_EXPORT extern const CFAllocatorRef kCFAllocatorNull;
 
 AU_ENUM(CFStringEncoding){
     kCFStringEncodingASCII = 0x0600,
@@ -83,6 +85,16 @@ AU_EXPORT CFIndex CFGetRetainCount(CFTypeRef object);
  * that is not well-formed in its encoding, or no memory. */
 AU_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
                                                 CFStringEncoding encoding);
+
+/** [host thread] The same, and `text` may go at once: here it is copied all the same. With
+ * kCFAllocatorNull as `contentsDeallocator` it stays the caller's; with any other it must come from
+ * malloc() and is freed, unless the answer is null. */
+AU_EXPORT CFStringRef CFStringCreateWithCStringNoCopy(CFAllocatorRef allocator, const char* text,
+                                                      CFStringEncoding encoding,
+                                                      CFAllocatorRef contentsDeallocator);
+
+/** [any thread] [real-time safe] What the system's own strings are written in: UTF-8. */
+AU_EXPORT CFStringEncoding CFStringGetSystemEncoding(void);
 
 /** [host thread] Length in UTF-16 units; 0 when `string` is no live string. */
 AU_EXPORT CFIndex CFStringGetLength(CFStringRef string);

@@ -1,6 +1,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -27,6 +28,29 @@ class Owned {
 };
 
 }  // namespace
+
+TEST(CFStringCreateWithCStringNoCopy, LeavesTheTextToItsOwner) {
+    char text[] = "text";
+    const Owned string(CFStringCreateWithCStringNoCopy(
+        kCFAllocatorDefault, text, CFStringGetSystemEncoding(), kCFAllocatorNull));
+    text[0] = 'T';
+    EXPECT_STREQ(CFStringGetCStringPtr(string.get(), kCFStringEncodingUTF8), "text");
+}
+
+TEST(CFStringCreateWithCStringNoCopy, FreesTextThatIsHandedOver) {
+    // A leak or a second free would be the sanitizer's to tell.
+    const Owned string(CFStringCreateWithCStringNoCopy(kCFAllocatorDefault, strdup("text"),
+                                                       kCFStringEncodingUTF8, kCFAllocatorDefault));
+    EXPECT_EQ(CFStringGetLength(string.get()), 4);
+}
+
+TEST(CFStringCreateWithCStringNoCopy, LeavesTextThatItRefusesToItsOwner) {
+    char* const text = strdup("\xff");
+    EXPECT_EQ(CFStringCreateWithCStringNoCopy(kCFAllocatorDefault, text, kCFStringEncodingUTF8,
+                                              kCFAllocatorDefault),
+              nullptr);
+    std::free(text);
+}
 
 TEST(CFRetain, CountsReferences) {
     const CFStringRef string = make("text");
