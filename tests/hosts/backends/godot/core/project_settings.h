@@ -1,0 +1,3 @@
+#pragma once
+
+#include "servers/audio_server.h"

@@ -1,0 +1,3 @@
+#pragma once
+
+#include "mediastreamer2/msfilter.h"
