@@ -464,6 +464,40 @@ TEST_F(GraphHooks, WithThePassThroughSwitchOffNothingIsLoggedAndNothingRecorded)
     RZReplayAudioUnitGraphCapturer::enableHook(YES);
 }
 
+/// The hooks are installed, with their own test, while the pass-through switch is off. Under ctest,
+/// which runs each test in a process of its own: they are installed once.
+struct GraphHooksSwitchedOff : CapturePath {
+    void SetUp() override {
+        RZReplayAudioUnitGraphCapturer::enableHook(NO);
+        CapturePath::SetUp();
+    }
+    void TearDown() override {
+        RZReplayAudioUnitGraphCapturer::enableHook(YES);
+        CapturePath::TearDown();
+    }
+};
+
+TEST_F(GraphHooksSwitchedOff, StillPassTheirSelfTest) {
+    EXPECT_TRUE(collect().isHookSuccess());
+}
+
+TEST_F(GraphHooks, AUnitInsideAGraphWhoseMicrophoneIsOnIsNotCaptured) {
+    HostGraph host;
+    const AUNode node = host.addOutput();
+    ASSERT_EQ(host.setCallback(node), 0);
+    ASSERT_EQ(AUGraphOpen(host.graph()), 0);
+    host.setOutputFormat();
+    const UInt32 on = 1;
+    ASSERT_EQ(AudioUnitSetProperty(host.unitOf(node), kAudioOutputUnitProperty_EnableIO,
+                                   kAudioUnitScope_Input, 1, &on, sizeof on),
+              0);
+    ASSERT_EQ(AUGraphInitialize(host.graph()), 0);
+    ASSERT_EQ(AUGraphStart(host.graph()), 0);
+    ASSERT_TRUE(startCapture());
+    EXPECT_TRUE(host.object()->isStarted());
+    EXPECT_FALSE(host.object()->isCapturing());
+}
+
 TEST_F(GraphHooks, TheUnitsInsideAGraphPassTheUnitHooksAsWell) {
     HostGraph host;
     host.play();
