@@ -1,6 +1,7 @@
 #include <Foundation/NSFileManager.h>
 #include <errno.h>
 #include <pwd.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,6 +51,10 @@ std::string cachesOfAllPrograms() {
 }
 
 std::string programName() {
+    if (getauxval(AT_BASE) == 0) {
+        // Started as the loader's argument: the file that runs is the loader's.
+        return program_invocation_short_name;
+    }
     std::string path(256, '\0');
     for (;;) {
         const ssize_t size = readlink("/proc/self/exe", path.data(), path.size());

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/Frames.h"
 
@@ -69,6 +70,14 @@ struct TrackNumbers {
     std::uint64_t bufferCapacity = 0;  ///< bytes
 };
 
+/// A unit of a process that played without being captured, at least for a while.
+struct LeftOutUnit {
+    std::string unit;
+    std::uint32_t reasons = 0;  ///< bit n for the library's reason n (enum tq_unit_reason)
+
+    [[nodiscard]] bool operator==(const LeftOutUnit&) const = default;
+};
+
 /// What is known of a process that may explain a silent recording. Counts only grow.
 struct HostFacts {
     bool hooksInstalled = false;
@@ -76,9 +85,12 @@ struct HostFacts {
     int retriesLeft = 0;
     std::uint64_t unitsCreated = 0;
     std::uint64_t unitsStarted = 0;
-    std::uint64_t unitsWithMicrophone = 0;  ///< not captured by rule
-    std::uint64_t blocksWithSound = 0;      ///< mix blocks that were not all zero
-    std::uint64_t blocks = 0;               ///< mix blocks
+    std::uint64_t blocksWithSound = 0;   ///< mix blocks that were not all zero
+    std::uint64_t blocks = 0;            ///< mix blocks
+    std::vector<LeftOutUnit> leftOut{};  ///< the first of them
+    /// The crash guard's folder where its files cannot be used.
+    std::string brokenGuard{};
+    std::uint32_t leftOutMoreReasons = 0;  ///< of others that are not listed
     FramesOfTracks frames{};
 };
 

@@ -26,6 +26,11 @@ GuardState stateOf(tq_guard_reason reason) {
     return GuardState::kUnknown;
 }
 
+std::string guardFolder() {
+    std::array<char, 4096> folder{};
+    return tq_guard_folder(folder.data(), folder.size()) == TQ_OK ? folder.data() : "";
+}
+
 }  // namespace
 
 GuardStatus guardStatus() {
@@ -38,11 +43,7 @@ GuardStatus guardStatus() {
 }
 
 std::string programName() {
-    std::array<char, 4096> folder{};
-    if (tq_guard_folder(folder.data(), folder.size()) != TQ_OK) {
-        return {};
-    }
-    return std::filesystem::path(folder.data()).parent_path().filename().string();
+    return std::filesystem::path(guardFolder()).parent_path().filename().string();
 }
 
 Hello helloWith(const GuardStatus& status, bool usesPlatform) {
@@ -51,6 +52,9 @@ Hello helloWith(const GuardStatus& status, bool usesPlatform) {
     hello.retriesLeft = status.retriesLeft;
     hello.usesPlatform = usesPlatform ? 1 : 0;
     programName().copy(hello.name.data(), hello.name.size() - 1);
+    if (status.state == GuardState::kUnreadable) {
+        guardFolder().copy(hello.brokenGuard.data(), hello.brokenGuard.size() - 1);
+    }
     return hello;
 }
 

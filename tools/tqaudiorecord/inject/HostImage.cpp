@@ -1,12 +1,16 @@
 #include "inject/HostImage.h"
 
 #include <link.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/ElfNames.h"
 #include "ipc/TapSettings.h"
@@ -51,7 +55,23 @@ bool usesPlatform() {
 
 void restartProgram(char** arguments) {
     setenv(kRestartVariable, std::to_string(getpid()).c_str(), 1);
-    execve("/proc/self/exe", arguments, environ);
+    if (getauxval(AT_BASE) == 0) {
+        // Started as the loader's argument: the file that runs is the loader, which needs its own
+        // arguments again.
+        std::ifstream file("/proc/self/cmdline", std::ios::binary);
+        std::vector<std::string> list;
+        for (std::string argument; std::getline(file, argument, '\0');) {
+            list.push_back(argument);
+        }
+        std::vector<char*> pointers;
+        for (std::string& argument : list) {
+            pointers.push_back(argument.data());
+        }
+        pointers.push_back(nullptr);
+        execve("/proc/self/exe", pointers.data(), environ);
+    } else {
+        execve("/proc/self/exe", arguments, environ);
+    }
     unsetenv(kRestartVariable);
 }
 

@@ -29,6 +29,12 @@ bool isNew(const tq_unit& unit) {
     return unit.track != 0 && unit.unit == 0;
 }
 
+/// Whether a unit plays that will not be heard.
+bool isLeftOut(const tq_unit& unit) {
+    return unit.is_started != 0 && unit.reason != TQ_UNIT_CAPTURED &&
+           unit.reason != TQ_UNIT_NOT_STARTED && unit.reason != TQ_UNIT_CAPTURE_OFF;
+}
+
 tq_listener listenerOf(void* tap) {
     tq_listener listener{};
     listener.size = sizeof listener;
@@ -156,6 +162,11 @@ void Tap::takeUnit(const tq_unit& unit) noexcept {
         isUnitSeen_.store(true, std::memory_order_relaxed);
     }
     publishCounts(*outlet->page);
+    if (isLeftOut(unit)) {
+        // Notices come one at a time.
+        outlet->page->leftOut.note(UnitNumber::of(unit.unit, unit.kind == TQ_UNIT_OF_GRAPH),
+                                   static_cast<std::uint32_t>(unit.reason));
+    }
 }
 
 void Tap::publishCounts(SharedPage& page) const noexcept {
@@ -164,8 +175,6 @@ void Tap::publishCounts(SharedPage& page) const noexcept {
     (void)tq_capture_get_unit_counts(&counts);
     page.facts.unitsCreated = counts.created - countsBefore_.created;
     page.facts.unitsStarted = counts.started - countsBefore_.started;
-    page.facts.unitsWithMicrophone =
-        counts.started_with_microphone - countsBefore_.started_with_microphone;
 }
 
 }  // namespace tqrecorder

@@ -58,6 +58,24 @@ std::uint64_t soundRing(std::uint64_t bytes) {
 
 }  // namespace
 
+void SharedLeftOut::note(std::uint32_t number, std::uint32_t reason) {
+    const std::uint32_t bit = 1U << reason % 32;
+    const std::uint32_t known = count.load(std::memory_order_relaxed);
+    for (std::size_t i = 0; i < known && i < kMost; ++i) {
+        if (units[i].number.load(std::memory_order_relaxed) == number) {
+            units[i].reasons.fetch_or(bit, std::memory_order_relaxed);
+            return;
+        }
+    }
+    if (known >= kMost) {
+        reasonsOfMore.fetch_or(bit, std::memory_order_relaxed);
+        return;
+    }
+    units[known].number.store(number, std::memory_order_relaxed);
+    units[known].reasons.store(bit, std::memory_order_relaxed);
+    count.store(known + 1, std::memory_order_release);
+}
+
 SharedMapping::SharedMapping(SharedMapping&& other) noexcept {
     *this = std::move(other);
 }

@@ -46,7 +46,6 @@ struct SharedFacts {
     std::atomic<std::int32_t> retriesLeft{0};
     std::atomic<std::uint64_t> unitsCreated{0};
     std::atomic<std::uint64_t> unitsStarted{0};
-    std::atomic<std::uint64_t> unitsWithMicrophone{0};
 };
 
 /// One track as the library's statistics tell it.
@@ -57,6 +56,24 @@ struct SharedTrack {
     std::atomic<std::uint32_t> isFloat{0};
     std::atomic<std::uint32_t> bufferedBytes{0};
     std::atomic<std::uint32_t> unit{0};
+};
+
+/// A unit that played without being captured.
+struct SharedUnit {
+    std::atomic<std::uint32_t> number{0};   ///< UnitNumber
+    std::atomic<std::uint32_t> reasons{0};  ///< bit n for the library's reason n
+};
+
+/// The units that were left out, in the order in which that was first noticed. Written by the
+/// threads that start units, one at a time; an entry is complete before `count` covers it.
+struct SharedLeftOut {
+    static constexpr std::size_t kMost = 32;
+
+    std::atomic<std::uint32_t> count{0};
+    std::atomic<std::uint32_t> reasonsOfMore{0};  ///< of those that found no room here
+    SharedUnit units[kMost];
+
+    void note(std::uint32_t number, std::uint32_t reason);
 };
 
 struct SharedPage {
@@ -70,6 +87,7 @@ struct SharedPage {
     SharedFacts facts;
     SharedTrack tracks[kTracks];
     SharedFrames frames[kTracks];
+    SharedLeftOut leftOut;
     /// The recorder's: outside level for ducking, dBFS.
     std::atomic<float> duckLevel{-1000};
 };

@@ -58,6 +58,8 @@ struct Hello {
     std::uint32_t isRestartFailed = 0;  ///< the guard was armed for the next launch only
     std::int32_t result = 0;            ///< of arming or disarming; 0 done
     std::array<char, 64> name{};        ///< the program's, terminated
+    /// The guard's folder where its files cannot be used, terminated; empty when they can.
+    std::array<char, 1024> brokenGuard{};
 };
 
 }  // namespace tqrecorder

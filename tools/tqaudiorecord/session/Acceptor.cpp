@@ -149,6 +149,7 @@ Acceptor::Received Acceptor::receive(const Pending& pending, Connection& connect
         return Received::kEnd;
     }
     connection.hello.name.back() = '\0';
+    connection.hello.brokenGuard.back() = '\0';
     if (!descriptors.empty()) {
         connection.memory = std::move(descriptors.front());
     }

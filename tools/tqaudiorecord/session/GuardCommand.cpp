@@ -1,10 +1,12 @@
 #include "session/GuardCommand.h"
 
+#include <TQAudioRecord/tq_capture.h>
 #include <poll.h>
 #include <pthread.h>
 
 #include <chrono>
 
+#include "core/GuardFiles.h"
 #include "ipc/Printable.h"
 #include "session/Acceptor.h"
 
@@ -29,9 +31,15 @@ void take(const Hello& hello, GuardReport& report) {
     report.state = static_cast<GuardState>(hello.guard);
     report.retriesLeft = hello.retriesLeft;
     report.usesPlatform = hello.usesPlatform != 0;
+    report.brokenGuard = hello.brokenGuard.data();
     if (hello.result != 0) {
-        report.error = report.name + ": the crash guard cannot be changed (code " +
-                       std::to_string(hello.result) + ")";
+        std::string why = "code " + std::to_string(hello.result);
+        if (!report.brokenGuard.empty()) {
+            why = guardFilesAdvice(report.brokenGuard);
+        } else if (hello.result == TQ_ERROR_GUARD_FULL) {
+            why = "other ids have all its room";
+        }
+        report.error = report.name + ": the crash guard cannot be changed: " + why;
         return;
     }
     report.isDone = true;
@@ -116,7 +124,7 @@ std::string GuardReport::text() const {
             return name + ": its retries are used up: the program has died inside the hooks " +
                    "too often; tqaudiorecord guard arm makes new ones";
         case GuardState::kUnreadable:
-            return name + ": its flag files cannot be read";
+            return name + ": " + guardFilesAdvice(brokenGuard);
         case GuardState::kUnknown:
             break;
     }

@@ -16,6 +16,7 @@ struct GuardReport {
     GuardState state = GuardState::kUnknown;
     int retriesLeft = 0;
     bool usesPlatform = false;
+    std::string brokenGuard;  ///< its folder where its files cannot be used
 
     /// One line for the user.
     [[nodiscard]] std::string text() const;

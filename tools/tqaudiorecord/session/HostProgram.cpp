@@ -132,9 +132,20 @@ bool needsPlatform(const ElfFile& program) {
     return false;
 }
 
-Problem problemOfElf(const ElfFile& elf) {
+/// Whether it is the loader that this very program was started by: it has no interpreter either,
+/// and loads what it is told to into the program that is its argument.
+bool isLoader(const std::string& path) {
+    const auto self = readElfFile("/proc/self/exe");
+    std::error_code failure;
+    return self && !self->isStatic && std::filesystem::equivalent(path, self->interpreter, failure);
+}
+
+Problem problemOfElf(const std::string& path, const ElfFile& elf) {
     if (!elf.isOurMachine) {
         return Problem::kOtherMachine;
+    }
+    if (elf.isStatic && isLoader(path)) {
+        return Problem::kNone;
     }
     if (elf.isStatic) {
         return Problem::kStatic;
@@ -161,7 +172,7 @@ HostProgram findHostProgram(const std::string& command) {
         return program;
     }
     if (const auto elf = readElfFile(path)) {
-        program.problem = raisesPrivileges(path) ? Problem::kPrivileged : problemOfElf(*elf);
+        program.problem = raisesPrivileges(path) ? Problem::kPrivileged : problemOfElf(path, *elf);
         return program;
     }
     // execvp() gives a file that is neither an ELF file nor begins with "#!" to the shell.

@@ -271,15 +271,27 @@ HostFacts TappedProcess::facts() const {
     facts.hooksInstalled = shared.hooksInstalled.load() != 0;
     facts.guardRefused = !facts.hooksInstalled && guard != GuardState::kArmed;
     facts.retriesLeft = shared.retriesLeft.load();
+    facts.brokenGuard = hello_.brokenGuard.data();
     facts.unitsCreated += shared.unitsCreated.load();
     facts.unitsStarted += shared.unitsStarted.load();
-    facts.unitsWithMicrophone += shared.unitsWithMicrophone.load();
     for (std::size_t track = 0; track < kTracks; ++track) {
         memory_.page().frames[track].addTo(facts.frames[track]);
     }
     facts.blocks = blocks_;
     facts.blocksWithSound = blocksWithSound_;
+    addLeftOut(facts);
     return facts;
+}
+
+void TappedProcess::addLeftOut(HostFacts& facts) const {
+    const SharedLeftOut& shared = memory_.page().leftOut;
+    const std::size_t count =
+        std::min<std::size_t>(shared.count.load(std::memory_order_acquire), SharedLeftOut::kMost);
+    for (std::size_t i = 0; i < count; ++i) {
+        facts.leftOut.push_back(
+            {unitText(shared.units[i].number.load()), shared.units[i].reasons.load()});
+    }
+    facts.leftOutMoreReasons |= shared.reasonsOfMore.load();
 }
 
 void TappedProcess::setDuckLevel(float decibels) {

@@ -52,6 +52,7 @@ class TappedProcess {
     [[nodiscard]] bool handBlock(Sink& sink, const RecordHeader& header,
                                  std::span<const std::byte> payload);
     void markCorrupt(Sink& sink);
+    void addLeftOut(HostFacts& facts) const;
     [[nodiscard]] std::string unitText(std::uint32_t number) const;
 
     Process process_;

@@ -1,5 +1,10 @@
 #include "view/Diagnosis.h"
 
+#include <algorithm>
+
+#include "core/GuardFiles.h"
+#include "view/LeftOut.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -16,6 +21,34 @@ bool heard(const ProcessState& state) {
     return false;
 }
 
+/// Whether any unit's own blocks came. The mix alone says nothing: it goes on without units.
+bool hasTrack(const ProcessState& state) {
+    return std::any_of(state.sources.begin(), state.sources.end(),
+                       [](const auto& one) { return one.first != 0 && one.second.frames > 0; });
+}
+
+/// What is known of the units where the hooks did their work and nothing was heard.
+std::string whyUnitsAreSilent(const ProcessState& state) {
+    const HostFacts& facts = state.facts;
+    if (hasTrack(state)) {
+        return "the program rendered silence: " + counted(facts.blocks, "block") + ", all zero";
+    }
+    if (!facts.leftOut.empty()) {
+        std::string text = "nothing could be recorded";
+        for (const std::string& line : leftOutLines(state)) {
+            text += "; " + line;
+        }
+        return text;
+    }
+    if (facts.unitsStarted > 0) {
+        return counted(facts.unitsStarted, "start") + " of audio units, but no sound was delivered";
+    }
+    if (facts.unitsCreated > 0) {
+        return counted(facts.unitsCreated, "audio unit") + " created, but none was ever started";
+    }
+    return "no audio unit was created: the program does not play through the platform, or not yet";
+}
+
 }  // namespace
 
 std::string whySilent(const ProcessState& state, std::string_view command) {
@@ -25,6 +58,9 @@ std::string whySilent(const ProcessState& state, std::string_view command) {
     const std::string program = state.process.isCommand ? std::string(command) : name;
     if (heard(state)) {
         return {};
+    }
+    if (facts.guardRefused && !facts.brokenGuard.empty()) {
+        return name + ": " + guardFilesAdvice(facts.brokenGuard);
     }
     if (facts.guardRefused && facts.retriesLeft <= 0) {
         return name + ": the crash guard keeps the hooks out: its retries are used up, or it was " +
@@ -37,25 +73,7 @@ std::string whySilent(const ProcessState& state, std::string_view command) {
     if (!facts.hooksInstalled) {
         return name + ": the hooks could not be installed; -v shows the library's log";
     }
-    if (facts.unitsCreated == 0) {
-        return name + ": no audio unit was created: the program does not play through the " +
-               "platform, or not yet";
-    }
-    if (facts.unitsWithMicrophone > 0 && facts.unitsWithMicrophone >= facts.unitsStarted &&
-        facts.blocksWithSound == 0) {
-        return name + ": " + counted(facts.unitsWithMicrophone, "audio unit") +
-               " with the microphone on: such units are not captured, by rule";
-    }
-    if (facts.unitsStarted == 0) {
-        return name + ": " + counted(facts.unitsCreated, "audio unit") +
-               " created, but none was ever started";
-    }
-    if (facts.blocks == 0 && state.sources.empty()) {
-        return name + ": " + counted(facts.unitsStarted, "audio unit") +
-               " started, but no sound was delivered";
-    }
-    return name + ": the program rendered silence: " + counted(facts.blocks, "block") +
-           ", all zero";
+    return name + ": " + whyUnitsAreSilent(state);
 }
 
 std::vector<std::string> whySilent(const Observer& observer, std::string_view command) {
@@ -69,8 +87,9 @@ std::vector<std::string> whySilent(const Observer& observer, std::string_view co
     }
     if (reasons.empty()) {
         reasons.push_back(std::string(command) +
-                          ": the library was not loaded into any process: the program is "
-                          "statically linked, runs with raised privileges, or ended at once");
+                          ": the library was not loaded into any process: the program, or the "
+                          "one that it starts, is statically linked, runs with raised privileges, "
+                          "or ended at once");
     }
     return reasons;
 }

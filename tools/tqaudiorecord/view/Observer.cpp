@@ -55,6 +55,9 @@ void Observer::block(const Process& process, const Block& block) {
     if (frameBytes == 0 || block.format.sampleRate <= 0) {
         return;
     }
+    if (auto& units = stateOf(process).units; block.track != 0 && !units.contains(block.unit)) {
+        units.emplace(block.unit);
+    }
     const std::uint64_t frames = block.frames.size() / frameBytes;
     Level level;
     level.add(block.frames, block.format);

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +30,7 @@ struct SourceState {
 struct ProcessState {
     Process process;
     std::map<int, SourceState> sources;
+    std::set<std::string, std::less<>> units;  ///< those that delivered blocks of their own
     std::uint64_t lostBlocks = 0;
     std::uint64_t lostBytes = 0;
     /// How often each pair of category and code came. Pairs that no table knows count as one pair

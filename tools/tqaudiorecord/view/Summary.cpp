@@ -7,6 +7,7 @@
 
 #include "output/files/SoundFile.h"
 #include "view/FrameLines.h"
+#include "view/LeftOut.h"
 
 namespace tqrecorder {
 namespace {
@@ -72,6 +73,9 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         }
         text += ", " + counted(state.lostBlocks, "block") + " lost";
         text += state.lostBytes > 0 ? " (" + std::to_string(state.lostBytes) + " bytes)\n" : "\n";
+        for (const std::string& line : leftOutLines(state)) {
+            text += "  " + line + "\n";
+        }
         for (const std::string& line : frameLines(state.facts.frames)) {
             text += "  " + line + "\n";
         }

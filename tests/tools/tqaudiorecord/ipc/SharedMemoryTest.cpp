@@ -33,6 +33,28 @@ TEST_F(Shared, MemoryIsSeenOnBothSides) {
     EXPECT_EQ(mapped->page().facts.unitsCreated.load(), 3U);
 }
 
+TEST_F(Shared, LeftOutUnitsAreNotedOnceEachWithAllTheirReasons) {
+    auto made = SharedMapping::make(100000, descriptor);
+    ASSERT_TRUE(made);
+    auto mapped = SharedMapping::map(descriptor);
+    ASSERT_TRUE(mapped);
+    SharedLeftOut& list = made->page().leftOut;
+    list.note(6, 3);
+    list.note(8, 4);
+    list.note(6, 5);
+    const SharedLeftOut& seen = mapped->page().leftOut;
+    ASSERT_EQ(seen.count.load(), 2U);
+    EXPECT_EQ(seen.units[0].number.load(), 6U);
+    EXPECT_EQ(seen.units[0].reasons.load(), 1U << 3U | 1U << 5U);
+    EXPECT_EQ(seen.units[1].reasons.load(), 1U << 4U);
+    EXPECT_EQ(seen.reasonsOfMore.load(), 0U);
+    for (std::uint32_t number = 10; number < 10 + SharedLeftOut::kMost; ++number) {
+        list.note(number, 6);
+    }
+    EXPECT_EQ(seen.count.load(), SharedLeftOut::kMost);
+    EXPECT_EQ(seen.reasonsOfMore.load(), 1U << 6U);
+}
+
 TEST_F(Shared, MemoryOutlivesWhoMadeIt) {
     auto made = SharedMapping::make(100000, descriptor);
     ASSERT_TRUE(made);

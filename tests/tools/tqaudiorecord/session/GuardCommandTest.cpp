@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "SessionFixture.h"
@@ -33,6 +35,35 @@ TEST_F(GuardCommand, IsSeenArmedAndDisarmed) {
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kArmed);
     EXPECT_EQ(guard(Options::Action::kGuardDisarm).state, GuardState::kNotWanted);
     EXPECT_EQ(guard(Options::Action::kGuardStatus).state, GuardState::kNotWanted);
+}
+
+TEST_F(GuardCommand, WithDamagedFilesSaysWhichFolderToDelete) {
+    const std::filesystem::path folder = caches / "recorded_host" / "korva_audio_utils";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "korva_audio_hook_config.flag") << "nonsense";
+    options.action = Options::Action::kGuardArm;
+    options.command = {kHost};
+    const std::string advice = "the crash guard's files in " + folder.string() +
+                               " are damaged; delete that folder and start the program again";
+    const GuardReport armed = runGuardCommand(options, kGate);
+    EXPECT_FALSE(armed.isDone);
+    EXPECT_EQ(armed.error, "recorded_host: the crash guard cannot be changed: " + advice);
+    EXPECT_EQ(guard(Options::Action::kGuardStatus).text(), "recorded_host: " + advice);
+    record({kHost, "tone", "0.3"});
+    EXPECT_EQ(sink.processes.at(1).facts.brokenGuard, folder.string());
+    std::filesystem::remove_all(folder);
+    EXPECT_EQ(guard(Options::Action::kGuardArm).state, GuardState::kArmed);
+}
+
+TEST_F(GuardCommand, WithoutAFolderSaysWhereItCannotBeMade) {
+    const std::filesystem::path file = caches / "file";
+    std::ofstream(file) << "in the way";
+    setenv("XDG_CACHE_HOME", file.c_str(), 1);
+    EXPECT_EQ(guard(Options::Action::kGuardStatus).text(),
+              "recorded_host: the crash guard's folder " + file.string() +
+                  "/recorded_host/korva_audio_utils cannot be made; see to it that you may write "
+                  "to " +
+                  file.string());
 }
 
 TEST_F(GuardCommand, ArmedByHandRecordsWithoutArming) {

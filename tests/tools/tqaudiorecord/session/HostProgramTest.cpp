@@ -12,6 +12,7 @@
 #include <iterator>
 #include <string>
 
+#include "session/ElfFile.h"
 #include "session/RecordingSession.h"
 #include "support/TemporaryFolder.h"
 
@@ -170,6 +171,12 @@ TEST_F(HostPrograms, AreNotStartedWithoutTheLibraryToLoad) {
     std::string error;
     EXPECT_FALSE(session.prepare(error));
     EXPECT_NE(error.find("missing"), std::string::npos);
+}
+
+TEST_F(HostPrograms, TheLoaderIsNoStaticProgram) {
+    const auto self = readElfFile("/proc/self/exe");
+    ASSERT_TRUE(self);
+    EXPECT_EQ(findHostProgram(self->interpreter).problem, Problem::kNone);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "SessionFixture.h"
+#include "session/ElfFile.h"
 
 namespace {
 
@@ -210,6 +211,14 @@ TEST_F(Session, AHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
     EXPECT_EQ(WEXITSTATUS(status), 0);
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST_F(Session, AProgramThatIsTheLoadersArgumentIsRecordedUnderItsOwnName) {
+    const auto self = readElfFile("/proc/self/exe");
+    ASSERT_TRUE(self);
+    EXPECT_EQ(record({self->interpreter, kHost, "tone", "0.3"}).hostExitCode, 0);
+    EXPECT_EQ(sink.only().process.name, "recorded_host");
+    EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
 // What a recording without sound is known by.
 
+#include <TQAudioRecord/tq_capture.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <csignal>
+#include <vector>
 
 #include "SessionFixture.h"
 
@@ -13,7 +16,8 @@ using namespace tqrecorder;
 TEST_F(Session, AUnitWithItsMicrophoneOnIsKnownAsTheReasonForSilence) {
     record({kHost, "microphone", "0.3"});
     EXPECT_EQ(sink.processes.at(1).facts.unitsStarted, 1U);
-    EXPECT_EQ(sink.processes.at(1).facts.unitsWithMicrophone, 1U);
+    EXPECT_EQ(sink.processes.at(1).facts.leftOut,
+              (std::vector<LeftOutUnit>{{"unit-1", 1U << TQ_UNIT_MICROPHONE_ON}}));
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 

@@ -8,6 +8,7 @@
 #include <numeric>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "SessionFixture.h"
 
@@ -67,6 +68,15 @@ TEST_F(Session, ASoundOfTwoBlocksRightBeforeTheProgramsEndIsRecorded) {
     EXPECT_EQ(frames.mix.delivered, captured);
     EXPECT_EQ(sink.only().streams.at(1).frames(), captured);
     EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
+}
+
+TEST_F(Session, AnEighthUnitIsNamedWhereSevenOthersAreRecorded) {
+    EXPECT_EQ(record({kHost, "many", "9"}).hostExitCode, 0);
+    const auto& seen = sink.only();
+    EXPECT_EQ(seen.streams.size(), 8U) << "the mix and seven tracks";
+    EXPECT_EQ(seen.facts.leftOut,
+              (std::vector<LeftOutUnit>{{"unit-8", 1U << TQ_UNIT_NO_NUMBER_FREE},
+                                        {"unit-9", 1U << TQ_UNIT_NO_NUMBER_FREE}}));
 }
 
 }  // namespace

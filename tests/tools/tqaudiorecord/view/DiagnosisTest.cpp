@@ -2,6 +2,7 @@
 
 #include "view/Diagnosis.h"
 
+#include <TQAudioRecord/tq_capture.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -25,22 +26,38 @@ class DiagnosisTest : public ViewFixture {
 };
 
 TEST_F(DiagnosisTest, NamesTheGuardAndHowToArmIt) {
-    const std::string reason = reasonFor({false, true, 0, 0, 0, 0, 0, 0});
+    const std::string reason = reasonFor({false, true, 0, 0, 0, 0, 0});
     EXPECT_THAT(reason, HasSubstr("retries are used up"));
     EXPECT_THAT(reason, HasSubstr("tqaudiorecord guard arm game"));
-    EXPECT_THAT(reasonFor({false, true, 2, 0, 0, 0, 0, 0}), HasSubstr("guard status game"));
+    EXPECT_THAT(reasonFor({false, true, 2, 0, 0, 0, 0}), HasSubstr("guard status game"));
 }
 
-TEST_F(DiagnosisTest, TellsHooksUnitsMicrophonesAndSilenceApart) {
-    EXPECT_THAT(reasonFor({false, false, 2, 0, 0, 0, 0, 0}), HasSubstr("could not be installed"));
-    EXPECT_THAT(reasonFor({true, false, 2, 0, 0, 0, 0, 0}), HasSubstr("no audio unit was created"));
-    EXPECT_THAT(reasonFor({true, false, 2, 2, 0, 0, 0, 0}),
+TEST_F(DiagnosisTest, TellsHooksUnitsAndStartsApart) {
+    EXPECT_THAT(reasonFor({false, false, 2, 0, 0, 0, 0}), HasSubstr("could not be installed"));
+    EXPECT_THAT(reasonFor({true, false, 2, 0, 0, 0, 0}), HasSubstr("no audio unit was created"));
+    EXPECT_THAT(reasonFor({true, false, 2, 2, 0, 0, 0}),
                 HasSubstr("2 audio units created, but none was ever started"));
-    EXPECT_THAT(reasonFor({true, false, 2, 1, 1, 1, 0, 9}),
-                HasSubstr("1 audio unit with the microphone on"));
-    EXPECT_THAT(reasonFor({true, false, 2, 1, 1, 0, 0, 0}), HasSubstr("no sound was delivered"));
-    EXPECT_THAT(reasonFor({true, false, 2, 1, 1, 0, 0, 9}),
-                HasSubstr("rendered silence: 9 blocks, all zero"));
+    EXPECT_THAT(reasonFor({true, false, 2, 1, 2, 0, 0}),
+                HasSubstr("2 starts of audio units, but no sound was delivered"));
+}
+
+TEST_F(DiagnosisTest, DoesNotTakeTheMixOfNothingForTheProgramsSilence) {
+    EXPECT_THAT(reasonFor({true, false, 2, 1, 1, 0, 9}), HasSubstr("no sound was delivered"));
+}
+
+TEST_F(DiagnosisTest, NamesTheUnitsThatWereLeftOutOnceEach) {
+    HostFacts facts{true, false, 2, 1, 3, 0, 9};
+    facts.leftOut = {{"unit-1", 1U << TQ_UNIT_MICROPHONE_ON}, {"graph-2", 1U << TQ_UNIT_ANOTHERS}};
+    EXPECT_EQ(reasonFor(facts),
+              "game: nothing could be recorded; not recorded: unit-1: its microphone is on; such "
+              "units are not captured, by rule; not recorded: graph-2: another library has "
+              "registered it as its own");
+}
+
+TEST_F(DiagnosisTest, UnitsThatWereUninitialisedFirstWereStartedAllTheSame) {
+    HostFacts facts{true, false, 2, 1, 1, 0, 0};
+    facts.leftOut = {{"unit-1", 1U << TQ_UNIT_UNINITIALISED}};
+    EXPECT_THAT(reasonFor(facts), HasSubstr("it was started after the program had uninitialised"));
 }
 
 TEST_F(DiagnosisTest, SaysWhatKeepsTheLibraryOutOfAProgram) {
@@ -61,7 +78,8 @@ TEST_F(DiagnosisTest, CountsBlocksOfZerosAsSilence) {
     const std::vector<std::byte> zeros(4410 * 4);
     observer_.processBegan(game_);
     observer_.block(game_, mixBlock(zeros, 1));
-    observer_.processEnded(game_, {true, false, 2, 1, 1, 0, 0, 1});
+    observer_.block(game_, {1, "unit-1", kMixFormat, 1, zeros});
+    observer_.processEnded(game_, {true, false, 2, 1, 1, 0, 1});
     EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 block, all zero"));
 }
 

@@ -1,5 +1,6 @@
 #include "view/Summary.h"
 
+#include <TQAudioRecord/tq_capture.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,6 +49,23 @@ TEST_F(SummaryTest, TellsFailuresFirstAndAsSuch) {
                   "lost (2 times)\n"
                   "    capture has started\n"
                   "    the mix reads a track before its unit has stored a first block\n"));
+}
+
+TEST_F(SummaryTest, NamesTheUnitsThatWereNotRecorded) {
+    for (const char* unit : {"unit-8", "unit-9", "unit-10", "unit-11", "unit-12"}) {
+        facts_.leftOut.push_back({unit, 1U << TQ_UNIT_NO_NUMBER_FREE});
+    }
+    facts_.leftOut.push_back({"unit 0x1", 1U << TQ_UNIT_NUMBER_TAKEN});
+    facts_.leftOutMoreReasons = 1U << TQ_UNIT_VOICE_ENGINES;
+    play();
+    EXPECT_THAT(
+        summaryText(observer_, {}, {}, {}, {}),
+        HasSubstr("  not recorded: unit-8, unit-9, unit-10, unit-11 and 1 more: seven other units "
+                  "had the track numbers when it was made\n"
+                  "  not recorded: further units: a voice engine made it; such units are not "
+                  "captured, by rule\n"
+                  "  not recorded all the time: unit 0x1: a later unit has got its track "
+                  "number\n"));
 }
 
 TEST_F(SummaryTest, TellsUnknownEventsInOneLine) {

@@ -26,7 +26,7 @@ class ViewFixture : public testing::Test {
     }
     Observer observer_;
     const Process game_ = process(1, "game", true);
-    HostFacts facts_{true, false, 2, 1, 1, 0, 10, 10};
+    HostFacts facts_{true, false, 2, 1, 1, 10, 10};
     std::uint64_t time_ = 1'000'000;
 };
 

@@ -6,6 +6,7 @@
 //                       disposes of without uninitialising it
 //   remaking COUNT      plays music and ambience, and that many short voice lines with a unit
 //                       made anew for each
+//   many COUNT          plays through that many units at once
 //   closing SECONDS     closes all descriptors first
 //   idle                makes a unit and never starts it
 //   microphone SECONDS  plays through a unit with its microphone on
@@ -31,6 +32,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <fstream>
 #include <mutex>
 #include <numbers>
@@ -232,6 +234,22 @@ int playVoiceLines(int count) {
     return result;
 }
 
+int playTogether(int count) {
+    std::deque<Tone> tones;
+    std::vector<AudioUnit> units;
+    for (int i = 0; i < count; ++i) {
+        units.push_back(startTone(tones.emplace_back(), 10 * kShortTone));
+    }
+    int result = 0;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        result = units[i] != nullptr && waitForEnd(tones[i]) ? result : 3;
+        AudioOutputUnitStop(units[i]);
+        AudioUnitUninitialize(units[i]);
+        AudioComponentInstanceDispose(units[i]);
+    }
+    return result;
+}
+
 int statusOf(pid_t child) {
     int status = 0;
     waitpid(child, &status, 0);
@@ -292,6 +310,9 @@ int main(int argc, char** argv) {
     }
     if (what == "remaking") {
         return playVoiceLines(static_cast<int>(seconds));
+    }
+    if (what == "many") {
+        return playTogether(static_cast<int>(seconds));
     }
     if (what == "graph") {
         return playGraph(tone, seconds);
