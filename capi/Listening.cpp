@@ -78,6 +78,9 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
         block.buffer_count = static_cast<std::uint32_t>(count);
         block.buffers = buffers.data();
         block.host_microseconds = info.timeStamp();
+        block.is_big_endian = (info.formatFlags() & kAudioFormatFlagIsBigEndian) != 0 ? 1 : 0;
+        constexpr std::uint32_t kSigned = kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger;
+        block.is_unsigned = (info.formatFlags() & kSigned) == 0 ? 1 : 0;
         const CallbackScope scope;
         onBlock_(context_, &block);
     }

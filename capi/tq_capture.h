@@ -77,12 +77,12 @@ enum tq_block_source {
     TQ_BLOCK_TRACK = 1 /**< one track after ducking and compression, at its own rate */
 };
 
-/** Samples of a block, in native byte order. */
+/** Samples of a block. They are as the program renders them, see tq_block. */
 struct tq_format {
     double sample_rate; /**< Hz */
     uint32_t channels;
     uint32_t bits_per_channel;
-    uint32_t is_float;       /**< 0: signed integers */
+    uint32_t is_float;       /**< 0: integers */
     uint32_t is_interleaved; /**< 1: one buffer holds all channels; 0: a buffer for each channel */
 };
 
@@ -106,6 +106,8 @@ struct tq_block {
     uint32_t buffer_count;
     const struct tq_buffer* buffers;
     uint64_t host_microseconds; /**< host time at which the block was rendered */
+    uint32_t is_big_endian;     /**< the samples' bytes begin with the highest */
+    uint32_t is_unsigned;       /**< integers whose silence is the middle of their range */
 };
 
 /** Valid during the call, like a block. tq_events.h says what the numbers mean. */

@@ -43,7 +43,7 @@ struct Block {
     std::string_view unit;  ///< the host unit's text; empty for the mix
     BlockFormat format;
     std::uint64_t microseconds = 0;     ///< host time of its first frame
-    std::span<const std::byte> frames;  ///< interleaved, little-endian, whole frames
+    std::span<const std::byte> frames;  ///< interleaved, little-endian, integers signed, whole
 };
 
 /// An event of the library.

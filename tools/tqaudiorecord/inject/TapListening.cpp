@@ -105,6 +105,8 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
     header.channels = block.format.channels;
     header.bitsPerChannel = block.format.bits_per_channel;
     header.isFloat = block.format.is_float;
+    header.isBigEndian = block.is_big_endian;
+    header.isUnsigned = block.is_unsigned;
     header.sampleRate = block.format.sample_rate;
     header.microseconds = block.host_microseconds;
     if (kind == RecordKind::kMix) {

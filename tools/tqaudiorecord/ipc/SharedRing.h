@@ -23,6 +23,8 @@ struct RecordHeader {
     std::uint32_t channels = 0;
     std::uint32_t bitsPerChannel = 0;
     std::uint32_t isFloat = 0;
+    std::uint32_t isBigEndian = 0;
+    std::uint32_t isUnsigned = 0;
     std::uint32_t buffers = 0;  ///< the payload is that many buffers of equal size
     std::uint32_t first = 0;
     std::uint64_t microseconds = 0;

@@ -40,6 +40,20 @@ bool isSound(const RecordHeader& header) {
            (header.buffers == 1 || header.buffers == header.channels);
 }
 
+/// Makes samples those that Block promises: little-endian, integers signed.
+void normalise(std::span<std::byte> samples, const RecordHeader& header) {
+    const std::size_t width = header.bitsPerChannel / 8;
+    for (std::size_t at = 0; at + width <= samples.size(); at += width) {
+        const std::span<std::byte> sample = samples.subspan(at, width);
+        if (header.isBigEndian != 0) {
+            std::reverse(sample.begin(), sample.end());
+        }
+        if (header.isUnsigned != 0) {
+            sample.back() ^= std::byte{0x80};
+        }
+    }
+}
+
 std::string textOf(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
@@ -171,6 +185,13 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
                 std::memcpy(out, payload.data() + channel * stride + frame * sample, sample);
             }
         }
+        block.frames = interleaved_;
+    }
+    if (header.isBigEndian != 0 || header.isUnsigned != 0) {
+        if (header.buffers == 1) {
+            interleaved_.assign(block.frames.begin(), block.frames.end());
+        }
+        normalise(interleaved_, header);
         block.frames = interleaved_;
     }
     if (isMix) {

@@ -26,13 +26,18 @@ double read24(const std::byte* bytes) {
 using Reader = double (*)(const std::byte*);
 
 Reader readerOf(const BlockFormat& format, double& fullScale) {
-    fullScale = format.isFloat ? 1 : format.bitsPerChannel == 16 ? 32768.0 : 2147483648.0;
+    fullScale = format.isFloat                ? 1
+                : format.bitsPerChannel == 8  ? 128.0
+                : format.bitsPerChannel == 16 ? 32768.0
+                                              : 2147483648.0;
     if (format.isFloat) {
         return format.bitsPerChannel == 32   ? &read<float>
                : format.bitsPerChannel == 64 ? &read<double>
                                              : nullptr;
     }
     switch (format.bitsPerChannel) {
+        case 8:
+            return &read<std::int8_t>;
         case 16:
             return &read<std::int16_t>;
         case 24:

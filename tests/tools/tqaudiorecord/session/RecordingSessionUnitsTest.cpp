@@ -3,6 +3,7 @@
 #include <TQAudioRecord/tq_capture.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <numeric>
@@ -77,6 +78,27 @@ TEST_F(Session, AnEighthUnitIsNamedWhereSevenOthersAreRecorded) {
     EXPECT_EQ(seen.facts.leftOut,
               (std::vector<LeftOutUnit>{{"unit-8", 1U << TQ_UNIT_NO_NUMBER_FREE},
                                         {"unit-9", 1U << TQ_UNIT_NO_NUMBER_FREE}}));
+}
+
+TEST_F(Session, TracksOfSwappedSamplesAreTurned) {
+    EXPECT_EQ(record({kHost, "swapped", "0.5"}).hostExitCode, 0);
+    const auto& track = sink.only().streams.at(1);
+    EXPECT_EQ(track.format.bitsPerChannel, 16U);
+    EXPECT_NEAR(amplitudeAt(track.samples(0), 48000, 700), 0.5, 0.01);
+}
+
+TEST_F(Session, TracksOfEightBitsArriveSigned) {
+    EXPECT_EQ(record({kHost, "eight", "0.5"}).hostExitCode, 0);
+    const auto& track = sink.only().streams.at(1);
+    EXPECT_EQ(track.format.bitsPerChannel, 8U);
+    int lowest = 0;
+    int highest = 0;
+    for (const std::byte byte : track.bytes) {
+        lowest = std::min(lowest, static_cast<int>(static_cast<std::int8_t>(byte)));
+        highest = std::max(highest, static_cast<int>(static_cast<std::int8_t>(byte)));
+    }
+    EXPECT_EQ(lowest, -64);
+    EXPECT_EQ(highest, 64);
 }
 
 }  // namespace

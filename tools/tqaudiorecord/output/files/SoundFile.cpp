@@ -23,6 +23,9 @@ int encodingOf(const BlockFormat& format) {
                                              : 0;
     }
     switch (format.bitsPerChannel) {
+        case 8:
+            // What WAV calls 8-bit; write() turns the samples' sign.
+            return SF_FORMAT_PCM_U8;
         case 16:
             return SF_FORMAT_PCM_16;
         case 24:
@@ -195,6 +198,13 @@ bool SoundFile::write(std::span<const std::byte> frames) {
         return false;
     }
     const std::size_t frameBytes = format_.frameBytes();
+    if (kind_.encoding == 0 && format_.bitsPerChannel == 8) {
+        turned_.assign(frames.begin(), frames.end());
+        for (std::byte& sample : turned_) {
+            sample ^= std::byte{0x80};
+        }
+        frames = turned_;
+    }
     if (kind_.encoding == 0) {
         const off_t before = disk_->place();
         const sf_count_t written =

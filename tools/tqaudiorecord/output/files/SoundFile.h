@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "core/Records.h"
 #include "output/files/FileFormats.h"
@@ -29,8 +30,8 @@ class SoundFile {
     SoundFile(const SoundFile&) = delete;
     SoundFile& operator=(const SoundFile&) = delete;
 
-    /// Interleaved whole frames in the file's format. False when the disk did not take them all:
-    /// the file then ends with the last whole frame and takes no more.
+    /// Interleaved whole frames in the format given, integers signed. False when the disk did not
+    /// take them all: the file then ends with the last whole frame and takes no more.
     [[nodiscard]] bool write(std::span<const std::byte> frames);
     /// Brings the header up to date with what was written.
     void refresh();
@@ -62,6 +63,7 @@ class SoundFile {
     BlockFormat format_;
     std::uint64_t frames_ = 0;
     std::string problem_;
+    std::vector<std::byte> turned_;  ///< 8-bit samples as the file holds them
     // Declared before the file, so destroyed after it: closing the file still writes.
     std::unique_ptr<Disk> disk_;
     std::unique_ptr<SNDFILE, CloseFile> file_;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <csignal>
 
 #include "output/files/FileSeries.h"
@@ -252,6 +253,24 @@ TEST(FileFormatsTest, FollowTheExtensionInAnyCase) {
     for (const FileFormat& format : fileFormats()) {
         EXPECT_NE(listOfFormats().find(std::string(format.name) + " "), std::string::npos);
     }
+}
+
+TEST_F(SoundFileTest, EightBitsAreWrittenAsWavHoldsThem) {
+    const std::string path = folder_.file("out.wav");
+    const std::array<std::byte, 4> samples{std::byte{0x00}, std::byte{0x40}, std::byte{0xC0},
+                                           std::byte{0x80}};
+    FileSeries series({path, &trackFormat(), {}}, {8000, 1, 8, false});
+    ASSERT_TRUE(series.open());
+    series.write(samples);
+    series.finish();
+    EXPECT_TRUE(series.problems().empty());
+    SF_INFO info{};
+    SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &info);
+    ASSERT_NE(file, nullptr);
+    std::array<float, 4> read{};
+    EXPECT_EQ(sf_readf_float(file, read.data(), 4), 4);
+    sf_close(file);
+    EXPECT_EQ(read, (std::array<float, 4>{0, 0.5F, -0.5F, -1}));
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // A host that knows nothing of recording. Its first argument says what it does:
 //   tone SECONDS        a tone through one unit: 48000 Hz, float, stereo, not interleaved
 //   short SECONDS       the same as 16-bit integers, interleaved
+//   swapped SECONDS     the same with the highest byte first
+//   eight SECONDS       the same as signed 8-bit integers
 //   graph SECONDS       the same through a graph
 //   disposing COUNT     plays that many short tones, each through a unit that it stops and
 //                       disposes of without uninitialising it
@@ -50,6 +52,8 @@ constexpr int kPatienceSeconds = 60;
 
 struct Tone {
     bool isFloat = true;
+    bool isSwapped = false;
+    bool isEight = false;
     bool isSilent = false;
     int deadlyCall = 0;
     int spoilingCall = 0;
@@ -100,6 +104,13 @@ OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const Audio
             for (UInt32 channel = 0; channel < data->mNumberBuffers; ++channel) {
                 static_cast<float*>(data->mBuffers[channel].mData)[i] = static_cast<float>(value);
             }
+        } else if (tone.isEight) {
+            auto* const out = static_cast<SInt8*>(data->mBuffers[0].mData);
+            out[2 * i] = out[2 * i + 1] = static_cast<SInt8>(std::lround(value * 127));
+        } else if (tone.isSwapped) {
+            const auto sample = static_cast<UInt16>(std::lround(value * 32767));
+            auto* const out = static_cast<UInt16*>(data->mBuffers[0].mData);
+            out[2 * i] = out[2 * i + 1] = static_cast<UInt16>(sample << 8U | sample >> 8U);
         } else {
             auto* const out = static_cast<SInt16*>(data->mBuffers[0].mData);
             out[2 * i] = out[2 * i + 1] = static_cast<SInt16>(std::lround(value * 32767));
@@ -114,12 +125,13 @@ OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const Audio
 
 AudioStreamBasicDescription formatOf(const Tone& tone) {
     AudioStreamBasicDescription format{};
-    const UInt32 bytes = tone.isFloat ? 4 : 2;
+    const UInt32 bytes = tone.isFloat ? 4 : tone.isEight ? 1 : 2;
     format.mSampleRate = kRate;
     format.mFormatID = kAudioFormatLinearPCM;
     format.mFormatFlags = kAudioFormatFlagIsPacked |
                           (tone.isFloat ? kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved
-                                        : kAudioFormatFlagIsSignedInteger);
+                                        : kAudioFormatFlagIsSignedInteger) |
+                          (tone.isSwapped ? kAudioFormatFlagIsBigEndian : 0U);
     format.mChannelsPerFrame = 2;
     format.mBitsPerChannel = bytes * 8;
     format.mFramesPerPacket = 1;
@@ -317,7 +329,9 @@ int main(int argc, char** argv) {
     if (what == "graph") {
         return playGraph(tone, seconds);
     }
-    tone.isFloat = what != "short";
+    tone.isSwapped = what == "swapped";
+    tone.isEight = what == "eight";
+    tone.isFloat = what != "short" && !tone.isSwapped && !tone.isEight;
     tone.isSilent = what == "silent";
     tone.spoilingCall = what == "scribble" ? 20 : 0;
     tone.deadlyCall = what == "die" ? 10 : 0;
