@@ -4,10 +4,8 @@
 
 using korva_audio_utils::KorvaAudioStats;
 
-namespace {
-
-void ConvertAudioTrackInfo(const KorvaAudioStats::HookAudioTrackInfo& from,
-                           RZHookAudioTrackInfo& to) {
+void RZAudioRecordStat::ConvertAudioTrackInfo(const korva_audio_utils::HookAudioTrackInfo& from,
+                                              RZHookAudioTrackInfo& to) {
     to.setAudio_track_id(from.audio_track_id);
     to.setAudio_format(from.audio_format);
     to.setBuffersize(from.buffersize);
@@ -16,14 +14,12 @@ void ConvertAudioTrackInfo(const KorvaAudioStats::HookAudioTrackInfo& from,
     to.setChannel(from.channel);
 }
 
-void ConvertAudioTrackStat(const KorvaAudioStats::HookAudioTrackStat& from,
-                           RZHookAudioTrackStat& to) {
+void RZAudioRecordStat::ConvertAudioTrackStat(const korva_audio_utils::HookAudioTrackStat& from,
+                                              RZHookAudioTrackStat& to) {
     to.setAudio_track_id(from.audio_track_id);
     to.setPre_buffer_size(from.pre_buffer_size);
     to.setPost_buffer_size(from.post_buffer_size);
 }
-
-}  // namespace
 
 std::uint64_t RZAudioRecordStat::getAudioTrackSize() const {
     return KorvaAudioStats::getInstance()->getAudioTrackSize();

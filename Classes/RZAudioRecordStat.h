@@ -8,6 +8,11 @@
 #include "TQAudioRecordExport.h"
 #include "tq_events.h"
 
+namespace korva_audio_utils {
+struct HookAudioTrackInfo;
+struct HookAudioTrackStat;
+}  // namespace korva_audio_utils
+
 /// What kind of source a track is (RZHookAudioTrackInfo::track_type).
 enum RZHookTrackType : std::int64_t {
     RZHookTrackTypeUnit = TQ_HOOK_TRACK_UNIT,  ///< an audio unit of its own
@@ -82,6 +87,12 @@ class TQ_RECORD_EXPORT RZAudioRecordStat {
     /// A new record, all zero for an unknown track.
     [[nodiscard]] std::shared_ptr<RZHookAudioTrackStat> getHookAudioTrackStat(
         std::uint64_t id) const;
+
+    /// [any thread] Real-time safe. Copy every field of the library's own record.
+    static void ConvertAudioTrackInfo(const korva_audio_utils::HookAudioTrackInfo& from,
+                                      RZHookAudioTrackInfo& to);
+    static void ConvertAudioTrackStat(const korva_audio_utils::HookAudioTrackStat& from,
+                                      RZHookAudioTrackStat& to);
 
   private:
     std::shared_ptr<InfoMap> info_;

@@ -35,7 +35,8 @@ class TQ_RECORD_EXPORT RZReplayAudioRecorderDelegate {
     /// stereo, interleaved); post blocks are in the format that `info` states, 16-bit where the
     /// host renders float.
     virtual void onAudioReceivePCM(AudioBufferList* pcm, const RZReplayASBDInfo& info);
-    /// [any thread] Something happened (code 0) or failed (100 to 112), on the thread where it did.
+    /// [any thread] Something happened, on the thread where it did. tq_events.h has the table of
+    /// what each pair of category and code means: tq_event_text() and tq_event_kind_of().
     virtual void onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
                                     const std::string& message);
     /// [render thread] Which blocks to deliver, asked on every render cycle; without it pre blocks

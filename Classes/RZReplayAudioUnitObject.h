@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,13 @@ class RZReplayAudioUnitObject {
     [[nodiscard]] AURenderCallbackStruct originCallback() const { return origin_.load(); }
     void setOriginCallback(AURenderCallbackStruct callback) { origin_.store(callback); }
     [[nodiscard]] AURenderCallback origin_inputProc() const { return origin_.load().inputProc; }
+    /// [host thread] One half of originCallback() each; the other half stays.
+    void setOrigin_inputProc(AURenderCallback proc) {
+        setOriginCallback({proc, origin_inputProcRefCon()});
+    }
+    void setOrigin_inputProcRefCon(void* refCon) {
+        setOriginCallback({origin_inputProc(), refCon});
+    }
     [[nodiscard]] void* origin_inputProcRefCon() const { return origin_.load().inputProcRefCon; }
     /// By what the facts name the unit (RZUnitFacts::TrackUnit); 0 before its first start.
     [[nodiscard]] std::uint32_t unitWord() const { return unitWord_; }
@@ -82,7 +90,14 @@ class RZReplayAudioUnitObject {
     [[nodiscard]] const std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>>& bufferList() const {
         return bufferList_;
     }
+    /// [host thread] Takes bufferLock. Only while no render thread uses the object.
+    void setBufferList(std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>> list) {
+        const std::scoped_lock guard(*bufferLock_);
+        bufferList_ = std::move(list);
+    }
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& bufferLock() const { return bufferLock_; }
+    /// [host thread] Only while no other thread uses the object. Not null.
+    void setBufferLock(std::shared_ptr<NSRecursiveLock> lock) { bufferLock_ = std::move(lock); }
     [[nodiscard]] korva_audio_utils::EventFilter& eventFilter() const { return *eventFilter_; }
     [[nodiscard]] AudioComponentDescription compDesc() const { return compDesc_.load(); }
     void setCompDesc(const AudioComponentDescription& desc) { compDesc_.store(desc); }

@@ -7,6 +7,21 @@
 
 namespace korva_audio_utils {
 
+struct HookAudioTrackInfo {
+    std::uint64_t audio_track_id = 0;
+    std::uint32_t audio_format = 0;  ///< the format flags of the track, not its format id
+    std::uint32_t buffersize = 0;    ///< bytes per packet
+    std::int32_t track_type = 0;     ///< 8 unit, 16 graph unit with, 32 without own callback
+    std::int32_t sample_rate = 0;    ///< hertz
+    std::int32_t channel = 0;
+};
+
+struct HookAudioTrackStat {
+    std::uint64_t audio_track_id = 0;
+    std::uint16_t pre_buffer_size = 0;   ///< bytes, low 16 bits
+    std::uint16_t post_buffer_size = 0;  ///< bytes, low 16 bits
+};
+
 /// The process-wide register of captured tracks: one descriptive record and one pair of buffer
 /// fill levels per track.
 ///
@@ -15,19 +30,8 @@ namespace korva_audio_utils {
 /// for one that was just removed.
 class KorvaAudioStats {
   public:
-    struct HookAudioTrackInfo {
-        std::uint64_t audio_track_id = 0;
-        std::uint32_t audio_format = 0;  ///< the format flags of the track, not its format id
-        std::uint32_t buffersize = 0;    ///< bytes per packet
-        std::int32_t track_type = 0;     ///< 8 unit, 16 graph unit with, 32 without own callback
-        std::int32_t sample_rate = 0;    ///< hertz
-        std::int32_t channel = 0;
-    };
-    struct HookAudioTrackStat {
-        std::uint64_t audio_track_id = 0;
-        std::uint16_t pre_buffer_size = 0;   ///< bytes, low 16 bits
-        std::uint16_t post_buffer_size = 0;  ///< bytes, low 16 bits
-    };
+    using HookAudioTrackInfo = korva_audio_utils::HookAudioTrackInfo;
+    using HookAudioTrackStat = korva_audio_utils::HookAudioTrackStat;
 
     /// The one instance; made on first use, never destroyed.
     static KorvaAudioStats* getInstance();

@@ -192,6 +192,24 @@ void RZStreamMixManager::removeAudioUnitObjByKey(const std::string& key) {
     }
 }
 
+std::map<std::string, RZStreamMixManager::UnitObject> RZStreamMixManager::unitMap() const {
+    const TQAudioRecordLock guard(mapLock_);
+    std::map<std::string, UnitObject> units;
+    for (const Entry& entry : unitMap_) {
+        units.emplace(entry.key, entry.obj);
+    }
+    return units;
+}
+
+void RZStreamMixManager::setUnitMap(const std::map<std::string, UnitObject>& units) {
+    std::vector<Entry> entries;
+    for (const auto& [key, obj] : units) {
+        entries.push_back({key, obj->inUnit(), obj});
+    }
+    const TQAudioRecordLock guard(mapLock_);
+    unitMap_.swap(entries);
+}
+
 std::vector<RZStreamMixManager::UnitObject> RZStreamMixManager::getUnitObjListWithCopy() const {
     const TQAudioRecordLock guard(mapLock_);
     std::vector<UnitObject> list;

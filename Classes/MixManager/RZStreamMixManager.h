@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -78,13 +79,23 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     void setCallback(std::shared_ptr<RZReplayAudioRecorderInternalDelegate> callback) {
         callback_.store(std::move(callback));
     }
+    // [host thread] A lock may be replaced only while no other thread uses the manager.
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& operatorLock() const {
         return operatorLock_;
     }
+    void setOperatorLock(std::shared_ptr<NSRecursiveLock> lock) { operatorLock_ = std::move(lock); }
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& mapLock() const { return mapLock_; }
+    void setMapLock(std::shared_ptr<NSRecursiveLock> lock) { mapLock_ = std::move(lock); }
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& auGraphUpdateLock() const {
         return auGraphUpdateLock_;
     }
+    void setAuGraphUpdateLock(std::shared_ptr<NSRecursiveLock> lock) {
+        auGraphUpdateLock_ = std::move(lock);
+    }
+    /// [any thread] Takes mapLock. The registry by key, a copy.
+    [[nodiscard]] std::map<std::string, UnitObject> unitMap() const;
+    /// [host thread] Takes mapLock. The objects keep their own order: that of their keys.
+    void setUnitMap(const std::map<std::string, UnitObject>& units);
     [[nodiscard]] AUGraph mGraph() const { return mGraph_; }
     void setMGraph(AUGraph graph) { mGraph_ = graph; }
     [[nodiscard]] AudioUnit mixUnit() const { return mixUnit_; }

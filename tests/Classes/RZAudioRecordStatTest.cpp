@@ -41,6 +41,22 @@ TEST_F(RZAudioRecordStatTest, RecordsStartZeroed) {
     EXPECT_EQ(0U, levels.post_buffer_size());
 }
 
+TEST_F(RZAudioRecordStatTest, RecordsAreConvertedFieldByField) {
+    RZHookAudioTrackInfo info;
+    RZAudioRecordStat::ConvertAudioTrackInfo({0x1FFFFFFFFU, 9, 8, -16, 48000, 6}, info);
+    EXPECT_EQ(0x1FFFFFFFFU, info.audio_track_id());
+    EXPECT_EQ(9U, info.audio_format());
+    EXPECT_EQ(8U, info.buffersize());
+    EXPECT_EQ(-16, info.track_type()) << "widened with its sign";
+    EXPECT_EQ(48000, info.sample_rate());
+    EXPECT_EQ(6, info.channel());
+    RZHookAudioTrackStat levels;
+    RZAudioRecordStat::ConvertAudioTrackStat({3, 65535, 4}, levels);
+    EXPECT_EQ(3U, levels.audio_track_id());
+    EXPECT_EQ(65535U, levels.pre_buffer_size());
+    EXPECT_EQ(4U, levels.post_buffer_size());
+}
+
 TEST_F(RZAudioRecordStatTest, RecordsKeepWhatIsSet) {
     RZHookAudioTrackInfo info;
     info.setAudio_track_id(0x1FFFFFFFFU);

@@ -109,6 +109,28 @@ TEST(RZReplayAudioUnitObjectTest, PropertiesKeepWhatIsSet) {
     EXPECT_EQ(22050.0, obj.s16FormatStreamDesc().mSampleRate);
 }
 
+TEST(RZReplayAudioUnitObjectTest, HalvesOfTheHostsCallbackAreSetAlone) {
+    RZReplayAudioUnitObject obj(kUnit, 1);
+    int mark = 0;
+    obj.setOrigin_inputProc(hostCallback);
+    EXPECT_EQ(&hostCallback, obj.origin_inputProc());
+    EXPECT_EQ(nullptr, obj.origin_inputProcRefCon());
+    obj.setOrigin_inputProcRefCon(&mark);
+    EXPECT_EQ(&hostCallback, obj.originCallback().inputProc);
+    EXPECT_EQ(&mark, obj.originCallback().inputProcRefCon);
+}
+
+TEST(RZReplayAudioUnitObjectTest, BuffersAndTheirLockAreTheOnesThatAreSet) {
+    RZReplayAudioUnitObject obj(kUnit, 1);
+    const auto lock = std::make_shared<NSRecursiveLock>();
+    obj.setBufferLock(lock);
+    EXPECT_EQ(lock, obj.bufferLock());
+    const auto buffer = std::make_shared<RZReplayAudioUnitBuffer>();
+    obj.setBufferList({buffer});
+    EXPECT_THAT(obj.bufferList(), ElementsAre(buffer));
+    EXPECT_EQ(buffer.get(), obj.getOrCreateBufferAt(0));
+}
+
 TEST(RZReplayAudioUnitObjectTest, IsAvailableNeedsRateChannelsFrameSizeAndUnit) {
     const AudioStreamBasicDescription good = stream_formats::int16Interleaved(44100, 2);
     RZReplayAudioUnitObject obj(kUnit, 1);

@@ -235,6 +235,27 @@ TEST_F(RZStreamMixManagerRegistryTest, ListIsACopyInTheOrderOfComing) {
     EXPECT_THAT(manager.getUnitObjListWithCopy(), ElementsAre(second));
 }
 
+TEST_F(RZStreamMixManagerRegistryTest, AsAMapItIsACopyByKey) {
+    const Object first = add(3);
+    const Object second = add(1);
+    const auto units = manager.unitMap();
+    EXPECT_THAT(units, ElementsAre(testing::Pair(RZStreamMixManager::getKey(unit(1)), second),
+                                   testing::Pair(RZStreamMixManager::getKey(unit(3)), first)));
+    manager.setUnitMap({{RZStreamMixManager::getKey(unit(3)), first}});
+    EXPECT_EQ(nullptr, manager.findAudioUnitObj(unit(1)));
+    EXPECT_EQ(first, manager.findAudioUnitObj(unit(3)));
+}
+
+TEST_F(RZStreamMixManagerRegistryTest, LocksAreTheOnesThatAreSet) {
+    const auto lock = std::make_shared<NSRecursiveLock>();
+    manager.setOperatorLock(lock);
+    manager.setMapLock(lock);
+    manager.setAuGraphUpdateLock(lock);
+    EXPECT_EQ(lock, manager.operatorLock());
+    EXPECT_EQ(lock, manager.mapLock());
+    EXPECT_EQ(lock, manager.auGraphUpdateLock());
+}
+
 // Eligibility.
 
 TEST_F(RZStreamMixManagerRegistryTest, StartedAvailableUnitCanBeCaptured) {
