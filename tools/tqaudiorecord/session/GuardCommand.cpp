@@ -31,7 +31,7 @@ void take(const Hello& hello, GuardReport& report) {
     report.state = static_cast<GuardState>(hello.guard);
     report.retriesLeft = hello.retriesLeft;
     report.usesPlatform = hello.usesPlatform != 0;
-    report.brokenGuard = hello.brokenGuard.data();
+    report.brokenGuard = printable(hello.brokenGuard.data());
     if (hello.result != 0) {
         std::string why = "code " + std::to_string(hello.result);
         if (!report.brokenGuard.empty()) {
