@@ -25,14 +25,23 @@ RZStreamMixManager& manager() {
     return *RZStreamMixManager::sharedManager();
 }
 
+/// The kernel keeps this many characters of a thread's name; a program in C has no other name.
+constexpr std::size_t kKernelNameLength = 15;
+
+/// Whether a thread's name is what the kernel left of `whole`.
+bool isCutFrom(const std::string& name, std::string_view whole) {
+    return name.size() == kKernelNameLength && whole.starts_with(name);
+}
+
 /// A unit that a real-time communication engine makes on its own thread goes to the companion and
 /// gets no capture object. True when it was such a unit.
 bool registerCommunicationUnit(const RZLogSite& site, AudioUnit unit) {
     const std::string thread = NSThread::currentThreadName();
-    if (thread == "AgoraServiceThread") {
+    if (thread == "AgoraServiceThread" || isCutFrom(thread, "AgoraServiceThread")) {
         site.log(2, "[AudioUnitHook] audio unit is agora audio unit: %p", unit);
     } else if (thread == "VeqDeviceThread" ||
-               thread.find("MWAudioDeviceThread") != std::string::npos) {
+               thread.find("MWAudioDeviceThread") != std::string::npos ||
+               isCutFrom(thread, "MWAudioDeviceThread")) {
         // The first by its whole name, the second wherever it stands in one.
         site.log(2, "[AudioUnitHook] audio unit is rtc audio unit: %p", unit);
     } else {

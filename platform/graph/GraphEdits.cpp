@@ -103,7 +103,7 @@ OSStatus Graph::setInputCallback(AUNode node, UInt32 input,
         return kAUGraphErr_InvalidConnection;
     }
     if (callback.inputProc == nullptr) {
-        return there != interactions_.end() ? disconnect(node, input) : OSStatus{noErr};
+        return disconnect(node, input);
     }
     return requestEdit({node, input, callbackOf(node, input, callback)});
 }
@@ -115,7 +115,7 @@ OSStatus Graph::disconnect(AUNode node, UInt32 input) {
         return kAUGraphErr_NodeNotFound;
     }
     if (findInput(node, input) == interactions_.end()) {
-        return kAUGraphErr_InvalidConnection;
+        return noErr;
     }
     return requestEdit({node, input, {}});
 }

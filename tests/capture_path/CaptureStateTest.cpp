@@ -345,6 +345,24 @@ TEST_F(CaptureState, TwoUnitsOfOneTrackAreSurvived) {
     EXPECT_FALSE(manager().isCapturing());
 }
 
+TEST_F(CaptureState, ANumberGivenTwiceDoesNotKeepTheNextStartFromWorking) {
+    HostUnit hosts[3];
+    hosts[0].play();
+    hosts[1].play();
+    hosts[2].dispose();
+    HostUnit again;
+    again.play();
+    ASSERT_EQ(again.object()->trackId(), hosts[0].object()->trackId());
+    ASSERT_TRUE(startCapture());
+    pump(4);
+    stopCapture();
+    EXPECT_FALSE(manager().isCapturing());
+    const std::size_t before = listener->mixes().size();
+    ASSERT_TRUE(startCapture());
+    pump(4);
+    EXPECT_GT(listener->mixes().size(), before);
+}
+
 TEST_F(CaptureState, UnitsThatComeAndGoManyTimesLeaveNothingBehind) {
     ASSERT_TRUE(startCapture());
     for (int i = 0; i < 30; ++i) {

@@ -172,7 +172,9 @@ INSTANTIATE_TEST_SUITE_P(Names, CommunicationThreads,
                          testing::Values(std::pair{"AgoraServiceThread", true},
                                          std::pair{"VeqDeviceThread", false},
                                          std::pair{"MWAudioDeviceThread", false},
-                                         std::pair{"engine.MWAudioDeviceThread-17", false}));
+                                         std::pair{"engine.MWAudioDeviceThread-17", false},
+                                         std::pair{"AgoraServiceThr", true},
+                                         std::pair{"MWAudioDeviceTh", false}));
 
 struct OrdinaryThreads : CapturePath, testing::WithParamInterface<const char*> {};
 
@@ -187,7 +189,7 @@ TEST_P(OrdinaryThreads, KeepTheirUnits) {
 INSTANTIATE_TEST_SUITE_P(Names, OrdinaryThreads,
                          testing::Values("AgoraServiceThread2", "xAgoraServiceThread",
                                          "VeqDeviceThread-1", "agoraservicethread",
-                                         "MWAudioDeviceThrea"));
+                                         "MWAudioDeviceThrea", "AgoraServiceTh", "MWAudioDeviceT"));
 
 struct TakenOverScopes : CapturePath, testing::WithParamInterface<AudioUnitScope> {};
 

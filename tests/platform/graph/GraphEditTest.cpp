@@ -65,10 +65,13 @@ TEST_F(GraphEdits, ANullCallbackTakesTheOldOneAway) {
     EXPECT_EQ(first.calls, 0);
 }
 
-TEST_F(GraphEdits, DisconnectingNothingIsAnError) {
-    EXPECT_EQ(AUGraphDisconnectNodeInput(graph, mixNode, 0), kAUGraphErr_InvalidConnection);
+TEST_F(GraphEdits, DisconnectingNothingChangesNothing) {
+    EXPECT_EQ(AUGraphDisconnectNodeInput(graph, mixNode, 0), noErr);
+    EXPECT_EQ(interactions(graph), 1U);
     EXPECT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), noErr);
-    EXPECT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), kAUGraphErr_InvalidConnection);
+    EXPECT_EQ(AUGraphDisconnectNodeInput(graph, outNode, 0), noErr);
+    EXPECT_EQ(interactions(graph), 0U);
+    EXPECT_EQ(AUGraphDisconnectNodeInput(graph, 99, 0), kAUGraphErr_NodeNotFound);
 }
 
 TEST_F(GraphEdits, InteractionsCanBeAskedFor) {
