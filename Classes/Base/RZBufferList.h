@@ -17,3 +17,27 @@ inline void fillSilence(const AudioBufferList& list) noexcept {
         fillSilence(list.mBuffers[i]);
     }
 }
+
+/// [any thread] Real-time safe. Whether cleared bits are no silence in a format: unsigned integers.
+inline bool isUnsigned(const AudioStreamBasicDescription& format) noexcept {
+    return (format.mFormatFlags & (kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger)) == 0;
+}
+
+/// [any thread] Real-time safe. Silence in a format: cleared bits, or the middle of the range.
+inline void fillSilence(const AudioBufferList& list,
+                        const AudioStreamBasicDescription& format) noexcept {
+    fillSilence(list);
+    if (!isUnsigned(format)) {
+        return;
+    }
+    const UInt32 bytes = format.mBitsPerChannel / 8;
+    const bool isBigEndian = (format.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
+    const UInt32 highest = isBigEndian ? 0 : bytes - 1;
+    for (UInt32 i = 0; bytes > 0 && i < list.mNumberBuffers; ++i) {
+        const AudioBuffer& buffer = list.mBuffers[i];
+        auto* const data = static_cast<unsigned char*>(buffer.mData);
+        for (UInt32 at = highest; data != nullptr && at < buffer.mDataByteSize; at += bytes) {
+            data[at] = 0x80;
+        }
+    }
+}

@@ -183,6 +183,7 @@ UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData,
     if (!hasLayout(ioData, pass.frames, busFormat)) {
         return 0;  // the next unit's format is set already, that unit comes with the update
     }
+    fillSilence(ioData, busFormat);
     UInt32 filled = 0;
     while (queue.done < queue.tails.size()) {
         const Tail& tail = queue.tails[queue.done];
@@ -211,7 +212,7 @@ UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData,
     return filled;
 }
 
-OSStatus RZTailNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* /*flags*/,
+OSStatus RZTailNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* flags,
                                    const AudioTimeStamp* ts, UInt32 bus, UInt32 frames,
                                    AudioBufferList* ioData) {
     constexpr RZLogSite site(kMixManagerFile, "RZTailNodeProcessCallback");
@@ -224,6 +225,10 @@ OSStatus RZTailNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* /*f
     RZTrackTails& tails = manager.trackTails();
     if (!manager.isCapturing() || tails.isEmpty(bus)) {
         fillSilence(*ioData);
+        if (flags != nullptr) {
+            // Whose format the bus has is not known any more, and cleared bits may be no silence.
+            *flags |= kAudioUnitRenderAction_OutputIsSilence;
+        }
         return 0;
     }
     RZGuarded(site, [&] {

@@ -20,6 +20,8 @@ struct Backlog {
 void readPre(RZReplayAudioUnitObject& obj, AudioBufferList* list, UInt32 frames) {
     if (obj.tryReadBuffersTo(list, frames, NO)) {
         obj.account().delivered(false, frames);
+    } else {
+        fillSilence(*list, obj.streamDesc());
     }
 }
 
@@ -54,7 +56,7 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
             }
         }
     }
-    fillSilence(*ioData);
+    fillSilence(*ioData, obj.streamDesc());
     const UInt32 filled =
         isBehindTails ? tails.fillPre(pass, *ioData, capturing ? &obj : nullptr) : 0;
     if (capturing && (type & RZPCMDataTypePre) != 0) {

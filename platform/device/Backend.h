@@ -11,7 +11,8 @@
 // one block after the other. The device does the rest: clients, time stamps, the sum of what the
 // clients play, what becomes of a fork, and what to do when a backend is lost.
 //
-//   the device calls    open, start, stop, forgetAfterFork   one at a time, never during another
+//   the device calls    open, start, stop, preferRate,       one at a time, never during another
+//                       forgetAfterFork
 //   the backend calls   render, changed, lost                render and changed never at one time
 
 namespace tqplatform {
@@ -80,6 +81,13 @@ class Backend {
     /// client leaves from its own callback. Followed by start() at any time, also while the last
     /// request is still under way.
     virtual void stop() noexcept = 0;
+    /// [any thread] The program wants another rate. A backend that can have it says so through
+    /// changed(), before this returns or, when a render() is under way that does not end soon,
+    /// before the next one; a caller inside a render() is never waited for (`mayWait` is false).
+    /// False when it keeps its rate, which is what this one does.
+    [[nodiscard]] virtual bool preferRate(Float64 /*sampleRate*/, bool /*mayWait*/) noexcept {
+        return false;
+    }
     /// In the child of a fork, outside any render(): none of this backend's threads and connections
     /// is there, and its locks may be held by threads that are gone. Forgets them without ending
     /// them; afterwards it is as if opened and not started.

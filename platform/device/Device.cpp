@@ -70,6 +70,10 @@ bool Device::take(std::string_view name) {
         adopt(*format);
         backend_ = std::move(backend);
         row_.store(&row, std::memory_order_relaxed);
+        if (preferredRate_ > 0) {
+            // What the program asked for holds for the one that comes after a loss, if it can.
+            static_cast<void>(backend_->preferRate(preferredRate_, false));
+        }
         return true;
     }
     return false;
@@ -84,6 +88,23 @@ void Device::adopt(const DeviceFormat& format) {
     outputChannels_.store(format.outputChannels, std::memory_order_relaxed);
     inputChannels_.store(format.inputChannels, std::memory_order_relaxed);
     sampleRate_.store(format.sampleRate, std::memory_order_relaxed);
+}
+
+bool Device::preferRate(Float64 sampleRate) {
+    const bool mayWait = !isDeviceThread();
+    std::unique_lock lock(verbs_, std::defer_lock);
+    // The device's thread does not wait: the holder may be waiting for this slice to end.
+    if (mayWait) {
+        lock.lock();
+    } else if (!lock.try_lock()) {
+        return false;
+    }
+    // There is none where all of them refused when the last one was lost.
+    if (backend_ == nullptr || !backend_->preferRate(sampleRate, mayWait)) {
+        return false;
+    }
+    preferredRate_ = sampleRate;
+    return true;
 }
 
 bool Device::addClient(DeviceClient& client) {

@@ -45,6 +45,10 @@ class Device final : private BackendHost {
     /// [any thread] True on the thread that is inside a slice of this device.
     [[nodiscard]] bool isDeviceThread() const noexcept { return clients_.isSliceThread(); }
 
+    /// [any thread] Asks for another rate, which running clients see between two slices. Inside a
+    /// slice it is there behind it. False when what drives the device keeps its own.
+    [[nodiscard]] bool preferRate(Float64 sampleRate);
+
     /// [host thread] For calls of its own that a backend offers to programs.
     [[nodiscard]] Backend& backend() noexcept { return *backend_; }
 
@@ -93,6 +97,7 @@ class Device final : private BackendHost {
     UInt64 framesRendered_ = 0;         ///< in renders only
     std::atomic<bool> running_{false};  ///< start() was the last verb; written under verbs_
     std::atomic<bool> lost_{false};     ///< the backend has to be replaced
+    Float64 preferredRate_ = 0;         ///< under verbs_; 0 while nobody asked for one
     bool replacing_ = false;            ///< under verbs_; read by a child of a fork
 };
 

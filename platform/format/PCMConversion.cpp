@@ -83,6 +83,10 @@ Loops loopsOf(SampleType type) noexcept {
             return loops<codec::SmallInteger<std::int8_t, std::uint8_t, Big>>();
         case SampleType::int16:
             return loops<codec::SmallInteger<std::int16_t, std::uint16_t, Big>>();
+        case SampleType::uint8:
+            return loops<codec::SmallInteger<std::int8_t, std::uint8_t, Big, 0x80>>();
+        case SampleType::uint16:
+            return loops<codec::SmallInteger<std::int16_t, std::uint16_t, Big, 0x8000>>();
         case SampleType::int24:
             return loops<codec::Integer24<Big>>();
         case SampleType::int32:
@@ -203,6 +207,16 @@ void fromFloat(const ConstAudioView& planes, const PCMFormat& format,
         const Lane lane = laneOf(list, format, channel);
         if (lane.first != nullptr) {
             loops.write(planes.plane(channel), lane, frames);
+        }
+    }
+}
+
+void writeSilence(const PCMFormat& format, void* data, UInt32 bytes) noexcept TQ_NONBLOCKING {
+    std::memset(data, format.type == SampleType::uint8 ? 0x80 : 0, bytes);
+    if (format.type == SampleType::uint16) {
+        auto* const highest = static_cast<std::byte*>(data) + (format.bigEndian ? 0 : 1);
+        for (UInt32 at = 0; at + 1 < bytes; at += 2) {
+            highest[at] = std::byte{0x80};
         }
     }
 }

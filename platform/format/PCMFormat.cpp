@@ -22,7 +22,7 @@ std::optional<SampleType> sampleType(AudioFormatFlags flags, UInt32 bits) {
                             kLinearPCMFormatFlagsSampleFractionShift;
     const bool isFloat = (flags & kAudioFormatFlagIsFloat) != 0;
     const bool isSigned = (flags & kAudioFormatFlagIsSignedInteger) != 0;
-    if (isFloat == isSigned) {
+    if (isFloat && isSigned) {
         return std::nullopt;
     }
     if (isFloat) {
@@ -37,6 +37,13 @@ std::optional<SampleType> sampleType(AudioFormatFlags flags, UInt32 bits) {
             default:
                 return std::nullopt;
         }
+    }
+    if (!isSigned) {
+        // Bytes and words of old files; nothing wider is ever unsigned.
+        if (fraction != 0 || (bits != 8 && bits != 16)) {
+            return std::nullopt;
+        }
+        return bits == 8 ? SampleType::uint8 : SampleType::uint16;
     }
     if (fraction != 0) {
         return bits == 32 && fraction == kFixed824Fraction ? std::optional(SampleType::fixed824)
@@ -83,8 +90,9 @@ std::optional<PCMFormat> PCMFormat::parse(const AudioStreamBasicDescription& des
         description.mBytesPerPacket != bytesPerFrame) {
         return std::nullopt;
     }
-    const bool bigEndian = *type == SampleType::int8 ? std::endian::native == std::endian::big
-                                                     : (flags & kAudioFormatFlagIsBigEndian) != 0;
+    const bool isByte = *type == SampleType::int8 || *type == SampleType::uint8;
+    const bool bigEndian = isByte ? std::endian::native == std::endian::big
+                                  : (flags & kAudioFormatFlagIsBigEndian) != 0;
     return PCMFormat{*type, bigEndian, interleaved, channels, bytesPerFrame, rate};
 }
 

@@ -8,7 +8,7 @@
 
 namespace tqplatform {
 
-enum class SampleType { int8, int16, int24, int32, fixed824, float32, float64 };
+enum class SampleType { int8, int16, int24, int32, uint8, uint16, fixed824, float32, float64 };
 
 /// Most channels of any bus or device.
 inline constexpr UInt32 kMaximumChannels = 64;
@@ -25,6 +25,10 @@ struct PCMFormat {
     /// Nothing when the description is malformed or not supported.
     [[nodiscard]] static std::optional<PCMFormat> parse(
         const AudioStreamBasicDescription& description);
+    /// Whether silence is the middle of the range and not all bits clear.
+    [[nodiscard]] bool isUnsigned() const noexcept {
+        return type == SampleType::uint8 || type == SampleType::uint16;
+    }
     /// Buffers in a list of this format: 1 when interleaved, else one per channel.
     [[nodiscard]] UInt32 bufferCount() const noexcept { return interleaved ? 1 : channels; }
 };
@@ -43,6 +47,9 @@ void toFloat(const AudioBufferList& list, const PCMFormat& format,
 /// and saturated; a NaN becomes 0.
 void fromFloat(const tqcommon::ConstAudioView& planes, const PCMFormat& format,
                AudioBufferList& list) noexcept TQ_NONBLOCKING;
+
+/// [any thread] [real-time safe] Writes silence to whole samples of one buffer's memory.
+void writeSilence(const PCMFormat& format, void* data, UInt32 bytes) noexcept TQ_NONBLOCKING;
 
 /// [any thread] [real-time safe] Copies planes of one channel count to another: mono is spread, a
 /// fold-down to mono averages, otherwise channels beyond the source become silent. A plane may be

@@ -61,18 +61,20 @@ void store(Raw raw, std::byte* at) noexcept {
     std::memcpy(at, &raw, sizeof raw);
 }
 
-/// Signed integers of 8 and 16 bits: a float holds every value.
-template <class Signed, class Raw, bool Big>
+/// Integers of 8 and 16 bits: a float holds every value. Unsigned ones are signed ones with the
+/// highest bit turned over.
+template <class Signed, class Raw, bool Big, Raw Turned = 0>
 struct SmallInteger {
     static constexpr std::size_t kBytes = sizeof(Raw);
     static constexpr std::int64_t kScale = std::int64_t{1} << (8 * kBytes - 1);
 
     static float read(const std::byte* at) noexcept {
-        return static_cast<float>(std::bit_cast<Signed>(load<Raw, Big>(at))) *
-               (1.0F / static_cast<float>(kScale));
+        const auto raw = static_cast<Raw>(load<Raw, Big>(at) ^ Turned);
+        return static_cast<float>(std::bit_cast<Signed>(raw)) * (1.0F / static_cast<float>(kScale));
     }
     static void write(float value, std::byte* at) noexcept {
-        store<Raw, Big>(static_cast<Raw>(quantised<kScale, kScale, float>(value)), at);
+        const auto raw = static_cast<Raw>(quantised<kScale, kScale, float>(value));
+        store<Raw, Big>(static_cast<Raw>(raw ^ Turned), at);
     }
 };
 

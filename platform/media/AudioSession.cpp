@@ -158,10 +158,19 @@ class Session {
             !contains(kCategories, std::get<UInt32>(newValue))) {
             return kAudioSessionIncompatibleCategory;
         }
+        const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;
         const std::optional<Value> before = value(id);
+        if (isRate && !tqplatform::sharedDevice().preferRate(std::get<Float64>(newValue))) {
+            return kAudioSessionUnspecifiedError;
+        }
         store(id, newValue);
         if (before != newValue) {
             callListeners(id, newValue);
+        }
+        if (isRate) {
+            for (const auto& [hardware, now] : rememberHardware()) {
+                callListeners(hardware, now);
+            }
         }
         return kAudioSessionNoError;
     }

@@ -1,7 +1,6 @@
 #include "unit/BusMemory.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace tqplatform {
 
@@ -21,7 +20,7 @@ AudioBufferList& BusMemory::prepare(UInt32 frames, bool withData) noexcept {
     for (UInt32 i = 0; i < format_.bufferCount(); ++i) {
         std::byte* const data = withData ? plane(i) : nullptr;
         if (withData) {
-            std::memset(data, 0, bytes);
+            writeSilence(format_, data, bytes);
         }
         buffersOf(*list_)[i] = {format_.interleaved ? format_.channels : 1, bytes, data};
     }
@@ -53,11 +52,11 @@ UInt32 framesIn(const AudioBufferList& list, const PCMFormat& format, UInt32 fra
     return held;
 }
 
-void silence(AudioBufferList& list) noexcept {
+void silence(AudioBufferList& list, const PCMFormat& format) noexcept {
     for (UInt32 i = 0; i < list.mNumberBuffers; ++i) {
         const AudioBuffer& buffer = buffersOf(list)[i];
         if (buffer.mData != nullptr) {
-            std::memset(buffer.mData, 0, buffer.mDataByteSize);
+            writeSilence(format, buffer.mData, buffer.mDataByteSize);
         }
     }
 }

@@ -20,7 +20,7 @@ class BusMemory {
   public:
     BusMemory(const PCMFormat& format, UInt32 maximumFrames);
 
-    /// [render thread] [real-time safe] The list with room for `frames`, zeroed; without data its
+    /// [render thread] [real-time safe] The list with room for `frames`, silent; without data its
     /// sizes are the same but its pointers are null, and a source points them at memory of
     /// its own.
     [[nodiscard]] AudioBufferList& prepare(UInt32 frames, bool withData) noexcept;
@@ -49,7 +49,7 @@ class BusMemory {
 [[nodiscard]] UInt32 framesIn(const AudioBufferList& list, const PCMFormat& format,
                               UInt32 frames) noexcept;
 
-/// [any thread] [real-time safe] Zeroes the data of every buffer.
-void silence(AudioBufferList& list) noexcept;
+/// [any thread] [real-time safe] Silences the data of every buffer.
+void silence(AudioBufferList& list, const PCMFormat& format) noexcept;
 
 }  // namespace tqplatform

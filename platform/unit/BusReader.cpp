@@ -19,7 +19,11 @@ BusReader::Given BusReader::take(const BusPull& pull, UInt32 frames) noexcept {
     // A connected unit renders right into this memory: its own may go with it during the pull.
     AudioBufferList& list = memory_.prepare(frames, pull.allocate || pull.source.isConnection());
     const OSStatus status = pull.source.pull(pull.flags, pull.time, pull.bus, frames, list);
-    return {list, status == noErr ? framesIn(list, memory_.format(), frames) : 0, status};
+    // Sources that say so clear the bits, which is not silence where samples are unsigned.
+    const bool isSilent =
+        memory_.format().isUnsigned() && (pull.flags & kAudioUnitRenderAction_OutputIsSilence) != 0;
+    const bool counts = status == noErr && !isSilent;
+    return {list, counts ? framesIn(list, memory_.format(), frames) : 0, status};
 }
 
 void BusReader::convert(const Given& given, const AudioView& planes) noexcept {

@@ -67,7 +67,7 @@ OSStatus MicrophonePath::giveHeard(void* context, const AudioView& planes) {
 
 void MicrophonePath::fetch(UInt32 frames, AudioBufferList& list) noexcept {
     const UInt32 held = std::min(frames, convertedFrames_ - fetched_);
-    silence(list);
+    silence(list, format_);
     fromFloat(mapped_.view().slice(fetched_, held), format_, list);
     fetched_ += held;
 }

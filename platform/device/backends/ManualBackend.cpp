@@ -21,6 +21,11 @@ DeviceFormat formatAt(Float64 sampleRate) {
     return {sampleRate, kChannels, kChannels, kMaximumFrames};
 }
 
+bool isUsable(Float64 sampleRate) {
+    // Written so that a NaN fails.
+    return sampleRate >= kLowestRate && sampleRate <= kHighestRate;
+}
+
 /// No clock and no thread: the program pumps.
 class ManualBackend final : public Backend {
   public:
@@ -33,6 +38,17 @@ class ManualBackend final : public Backend {
     // It is the program that begins and ends the requests.
     bool start() override { return true; }
     void stop() noexcept override {}
+    bool preferRate(Float64 sampleRate, bool /*mayWait*/) noexcept override {
+        if (!isUsable(sampleRate)) {
+            return false;
+        }
+        wantedRate_.store(sampleRate, std::memory_order_relaxed);
+        const Turn turn(busy_);
+        if (turn.mine()) {
+            takeWantedRate();
+        }
+        return true;  // after the pump that is under way, before the next
+    }
     void forgetAfterFork() noexcept override { busy_.store(false, std::memory_order_relaxed); }
 
     OSStatus pump(UInt32 frames, UInt64 hostTime) {
@@ -43,6 +59,7 @@ class ManualBackend final : public Backend {
         if (frames < 1 || frames > kMaximumFrames) {
             return kAudio_ParamError;
         }
+        takeWantedRate();
         const tqcommon::AudioView heard = heard_.view(frames);
         const tqcommon::AudioView played = played_.view(frames);
         silence(heard);
@@ -63,11 +80,11 @@ class ManualBackend final : public Backend {
         if (!turn.mine()) {
             return kAudioUnitErr_CannotDoInCurrentContext;
         }
-        // Written so that a NaN fails.
-        if (!(sampleRate >= kLowestRate && sampleRate <= kHighestRate)) {
+        if (!isUsable(sampleRate)) {
             return kAudio_ParamError;
         }
-        host_->changed(formatAt(sampleRate));
+        wantedRate_.store(sampleRate, std::memory_order_relaxed);
+        takeWantedRate();
         return noErr;
     }
 
@@ -104,6 +121,13 @@ class ManualBackend final : public Backend {
         const bool mine_;
     };
 
+    /// In one's turn.
+    void takeWantedRate() noexcept {
+        if (const Float64 rate = wantedRate_.exchange(0, std::memory_order_relaxed); rate > 0) {
+            host_->changed(formatAt(rate));
+        }
+    }
+
     template <class Call>
     OSStatus setTap(Tap<Call>& tap, Call call, void* refCon) {
         const Turn turn(busy_);
@@ -118,6 +142,7 @@ class ManualBackend final : public Backend {
     tqcommon::Planes heard_;
     tqcommon::Planes played_;
     std::atomic<bool> busy_{false};
+    std::atomic<Float64> wantedRate_{0};  ///< Hz, not in force yet; 0 for none
     Tap<TQManualDeviceInput> input_;
     Tap<TQManualDeviceOutput> output_;
 };

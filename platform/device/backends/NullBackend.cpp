@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cmath>
 #include <ctime>
 #include <memory>
 #include <system_error>
@@ -11,13 +12,16 @@
 
 #include "common/SignalsBlocked.h"
 #include "device/PeriodClock.h"
+#include "device/RateRequest.h"
 #include "device/backends/Backends.h"
 
 namespace tqplatform {
 
 namespace {
 
-constexpr UInt32 kSampleRate = 48000;
+constexpr UInt32 kFirstRate = 48000;
+constexpr Float64 kLowestRate = 8000;
+constexpr Float64 kHighestRate = 192000;
 constexpr UInt32 kFrames = 512;
 constexpr UInt32 kChannels = 2;
 constexpr UInt64 kNsPerSecond = 1'000'000'000;
@@ -40,6 +44,10 @@ void sleepUntil(UInt64 deadlineNs) {
     }
 }
 
+DeviceFormat formatAt(UInt32 sampleRate) {
+    return {static_cast<Float64>(sampleRate), kChannels, kChannels, kFrames};
+}
+
 /// A clock without hardware: one thread paced by the monotonic clock plays into nothing and hears
 /// silence. The thread comes with the first start() and then stays, asleep while stopped.
 class NullBackend final : public Backend {
@@ -53,7 +61,7 @@ class NullBackend final : public Backend {
 
     std::optional<DeviceFormat> open(BackendHost& host) override {
         host_ = &host;
-        return DeviceFormat{kSampleRate, kChannels, kChannels, kFrames};
+        return formatAt(kFirstRate);
     }
 
     bool start() override {
@@ -72,7 +80,17 @@ class NullBackend final : public Backend {
 
     void stop() noexcept override { wish(Wish::rest); }
 
+    bool preferRate(Float64 sampleRate, bool mayWait) noexcept override {
+        // Written so that a NaN fails.
+        if (!(sampleRate >= kLowestRate && sampleRate <= kHighestRate)) {
+            return false;
+        }
+        rateRequest_.ask(sampleRate, mayWait, [this](Float64 rate) { changeRate(rate); });
+        return true;
+    }
+
     void forgetAfterFork() noexcept override {
+        rateRequest_.forgetAfterFork();
         // Constructed anew over the old: what stands for a thread that is not there cannot end.
         std::construct_at(&thread_);
         wish(Wish::rest);
@@ -89,7 +107,8 @@ class NullBackend final : public Backend {
     void run() {
         pthread_setname_np(pthread_self(), "TQAudioDevice");
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
-        PeriodClock clock(kSampleRate, kFrames);
+        UInt32 rate = rate_.load();
+        PeriodClock clock(rate, kFrames);
         while (true) {
             wish_.wait(Wish::rest);
             clock.start(nowNs());
@@ -102,13 +121,32 @@ class NullBackend final : public Backend {
                 if (now == Wish::rest) {
                     break;
                 }
-                host_->render({kFrames, clock.playTimeNs()});
+                rateRequest_.render([this](Float64 wanted) { changeRate(wanted); },
+                                    [&] {
+                                        host_->render({kFrames, clock.playTimeNs()});
+                                    });
                 clock.advance(nowNs());
+                if (const UInt32 other = rate_.load(); other != rate) {
+                    rate = other;
+                    clock = PeriodClock(rate, kFrames);
+                    clock.start(nowNs());
+                }
             }
         }
     }
 
+    /// In the turn of the rate request.
+    void changeRate(Float64 sampleRate) noexcept {
+        const auto rate = static_cast<UInt32>(std::lround(sampleRate));
+        if (rate != rate_.load()) {
+            rate_.store(rate);
+            host_->changed(formatAt(rate));
+        }
+    }
+
     BackendHost* host_ = nullptr;
+    RateRequest rateRequest_;
+    std::atomic<UInt32> rate_{kFirstRate};  ///< Hz; the clock follows after the period
     /// What the thread is to do: written by the verbs, read by the thread at every deadline.
     std::atomic<Wish> wish_{Wish::rest};
     std::thread thread_;

@@ -21,12 +21,14 @@ AU_ENUM(OSStatus){
     kAudioSessionUnsupportedPropertyError = 0x7074793F, /* pty? */
     kAudioSessionBadPropertySizeError = 0x2173697A,     /* !siz */
     kAudioSessionIncompatibleCategory = 0x21636174,     /* !cat */
+    kAudioSessionUnspecifiedError = 0x77686174,         /* what */
 };
 
 typedef UInt32 AudioSessionPropertyID;
 
 AU_ENUM(AudioSessionPropertyID){
-    /* Settable. The preferred ones are remembered; the device keeps its own rate and slice. */
+    /* Settable. The device follows the preferred rate, also while units play; the preferred
+     * duration is remembered and the device keeps its own slice. */
     kAudioSessionProperty_AudioCategory = 0x61636174,                     /* acat, UInt32 */
     kAudioSessionProperty_Mode = 0x6D6F6465,                              /* mode, UInt32 */
     kAudioSessionProperty_OverrideCategoryMixWithOthers = 0x636D6978,     /* cmix, UInt32 */
@@ -93,8 +95,9 @@ AU_EXPORT OSStatus AudioSessionGetProperty(AudioSessionPropertyID inID, UInt32* 
 /** [host thread] Sets a property; its listeners are called when the value is another one than
  * before. Errors as above (an id that is read only is unsupported here),
  *  kAudioSessionBadPropertySizeError for any size but the exact one,
- *  kAudioSessionIncompatibleCategory for an unknown category, and kAudio_ParamError for a
- *  preferred rate or duration that is no positive finite number. */
+ *  kAudioSessionIncompatibleCategory for an unknown category, kAudio_ParamError for a preferred
+ *  rate or duration that is no positive finite number, and kAudioSessionUnspecifiedError for a
+ *  preferred rate that the device cannot have: it keeps its own, and nothing is remembered. */
 AU_EXPORT OSStatus AudioSessionSetProperty(AudioSessionPropertyID inID, UInt32 inDataSize,
                                            const void* inData);
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
@@ -125,6 +126,41 @@ TEST(NullDevice, KeepsThePaceOfItsRate) {
     }
     EXPECT_GE(end - start, 47 * kPeriod);
     EXPECT_LE(end - start, 10 * 47 * kPeriod);
+}
+
+TEST(NullDevice, FollowsAPreferredRateAtRestAndWhileItRuns) {
+    EXPECT_FALSE(sharedDevice().preferRate(1e6));
+    EXPECT_FALSE(sharedDevice().preferRate(std::nan("")));
+    EXPECT_EQ(sharedDevice().sampleRate(), 48000);
+    ASSERT_TRUE(sharedDevice().preferRate(44100));
+    EXPECT_EQ(sharedDevice().sampleRate(), 44100);
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(3));
+    ASSERT_TRUE(sharedDevice().preferRate(32000));
+    EXPECT_EQ(sharedDevice().sampleRate(), 32000);
+    ASSERT_TRUE(client.waitForSlices(client.notes().size() + 8));
+    // Periods of 16 ms, whole ones where the machine was late.
+    const std::vector<SliceNote> notes = client.notes();
+    const UInt64 apart = notes.back().time.mHostTime - notes[notes.size() - 2].time.mHostTime;
+    EXPECT_EQ(apart % 16'000'000, 0U) << apart;
+}
+
+TEST(NullDevice, ARateAskedForInsideASliceIsThereBehindIt) {
+    std::atomic<bool> asked{false};
+    std::atomic<bool> accepted{false};
+    std::atomic<Float64> within{0};
+    Client client([&](const DeviceSlice&) {
+        if (!asked.exchange(true)) {
+            accepted = sharedDevice().preferRate(32000);
+            within = sharedDevice().sampleRate();
+        }
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(3));
+    EXPECT_TRUE(accepted);
+    EXPECT_EQ(within, 48000);
+    EXPECT_EQ(sharedDevice().sampleRate(), 32000);
 }
 
 TEST(NullDevice, StampsSampleTimesByFramesAndHostTimesByTheGridOfItsPeriods) {

@@ -28,8 +28,10 @@ constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 UInt32 sizeOf(SampleType type) {
     switch (type) {
         case SampleType::int8:
+        case SampleType::uint8:
             return 1;
         case SampleType::int16:
+        case SampleType::uint16:
             return 2;
         case SampleType::int24:
             return 3;
@@ -101,6 +103,37 @@ TEST(PCMConversion, Int16SurvivesTheWayThroughFloatUnchanged) {
     EXPECT_EQ(floats.front(), -1.0F);
     EXPECT_EQ(floats.back(), 32767.0F / 32768.0F);
     EXPECT_EQ(writtenAs<std::int16_t>(format, floats), all);
+}
+
+TEST(PCMConversion, UnsignedNumbersSurviveTheWayThroughFloatUnchanged) {
+    std::vector<std::uint16_t> words(65536);
+    std::vector<std::uint8_t> bytes(256);
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        words[index] = static_cast<std::uint16_t>(index);
+        bytes[index % 256] = static_cast<std::uint8_t>(index);
+    }
+    const auto wide = read(make(SampleType::uint16), words.data(), 65536);
+    EXPECT_EQ(wide.front(), -1.0F);
+    EXPECT_EQ(wide[32768], 0.0F);
+    EXPECT_EQ(writtenAs<std::uint16_t>(make(SampleType::uint16), wide), words);
+    const auto narrow = read(make(SampleType::uint8), bytes.data(), 256);
+    EXPECT_EQ(narrow.front(), -1.0F);
+    EXPECT_EQ(narrow[128], 0.0F);
+    EXPECT_EQ(writtenAs<std::uint8_t>(make(SampleType::uint8), narrow), bytes);
+}
+
+TEST(PCMConversion, SilenceIsTheMiddleOfUnsignedNumbers) {
+    for (const bool big : {false, true}) {
+        for (const SampleType type : {SampleType::uint8, SampleType::uint16, SampleType::int16}) {
+            const auto format = make(type, 1, true, big);
+            std::uint8_t memory[8];
+            std::fill_n(memory, sizeof memory, std::uint8_t{7});
+            tqplatform::writeSilence(format, memory, sizeof memory);
+            for (const float sample : read(format, memory, 8 / sizeOf(type))) {
+                EXPECT_EQ(sample, 0.0F);
+            }
+        }
+    }
 }
 
 TEST(PCMConversion, Int8SurvivesTheWayThroughFloatUnchanged) {

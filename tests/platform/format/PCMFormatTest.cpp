@@ -109,9 +109,20 @@ TEST(PCMFormatParse, RefusesOtherFormatsThanLinearPCM) {
     EXPECT_FALSE(accepted(description));
 }
 
-TEST(PCMFormatParse, RefusesUnsignedAndContradictoryTypes) {
-    EXPECT_FALSE(accepted(describe(kPacked, 8, 1)));
-    EXPECT_FALSE(accepted(describe(kAudioFormatFlagsAreAllClear, 16, 1)));
+TEST(PCMFormatParse, TakesUnsignedBytesAndWords) {
+    const auto bytes = PCMFormat::parse(describe(kPacked | kAudioFormatFlagIsBigEndian, 8, 1));
+    ASSERT_TRUE(bytes);
+    EXPECT_EQ(bytes->type, SampleType::uint8);
+    EXPECT_FALSE(bytes->bigEndian);
+    EXPECT_TRUE(bytes->isUnsigned());
+    const auto words = PCMFormat::parse(describe(kAudioFormatFlagsAreAllClear, 16, 1));
+    ASSERT_TRUE(words);
+    EXPECT_EQ(words->type, SampleType::uint16);
+    EXPECT_FALSE(accepted(describe(kPacked, 24, 1)));
+    EXPECT_FALSE(accepted(describe(kPacked, 32, 1)));
+}
+
+TEST(PCMFormatParse, RefusesContradictoryTypes) {
     EXPECT_FALSE(accepted(describe(kFloat | kSigned | kPacked, 32, 1)));
     EXPECT_FALSE(accepted(describe(kSigned | kPacked | 0x2000, 16, 1)));
 }

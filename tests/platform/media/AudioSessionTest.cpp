@@ -177,11 +177,25 @@ TEST_F(Session, KeepsWhatIsSet) {
     EXPECT_EQ(get<UInt32>(kAudioSessionProperty_OverrideCategoryMixWithOthers), 1U);
 }
 
-TEST_F(Session, RemembersPreferencesThatTheDeviceDoesNotFollow) {
+TEST_F(Session, TheDeviceFollowsThePreferredRate) {
     EXPECT_EQ(get<Float64>(kAudioSessionProperty_PreferredHardwareSampleRate), 48000.0);
+    ASSERT_EQ(AudioSessionAddPropertyListener(kAudioSessionProperty_CurrentHardwareSampleRate,
+                                              record, &calls_),
+              noErr);
     EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareSampleRate, 22050.0), noErr);
     EXPECT_EQ(get<Float64>(kAudioSessionProperty_PreferredHardwareSampleRate), 22050.0);
+    EXPECT_EQ(get<Float64>(kAudioSessionProperty_CurrentHardwareSampleRate), 22050.0);
+    EXPECT_THAT(calls_, ElementsAre(Pair(code("chsr"), 8U)));
+}
+
+TEST_F(Session, ARateThatTheDeviceCannotHaveIsRefusedAndForgotten) {
+    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareSampleRate, 500.0),
+              kAudioSessionUnspecifiedError);
+    EXPECT_EQ(get<Float64>(kAudioSessionProperty_PreferredHardwareSampleRate), 48000.0);
     EXPECT_EQ(get<Float64>(kAudioSessionProperty_CurrentHardwareSampleRate), 48000.0);
+}
+
+TEST_F(Session, RemembersTheDurationThatTheDeviceDoesNotFollow) {
     EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareIOBufferDuration, 0.005F), noErr);
     EXPECT_EQ(get<Float32>(kAudioSessionProperty_PreferredHardwareIOBufferDuration), 0.005F);
 }

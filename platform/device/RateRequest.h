@@ -1,0 +1,70 @@
+#pragma once
+
+#include <CoreAudio/CoreAudioTypes.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace tqplatform {
+
+/// Brings a rate that a program asks for to a backend between two of its requests.
+///
+/// Invariant: `turn_` is held by whoever renders or changes the format, never by both. Writers: any
+/// thread asks, the holder of the turn takes what was asked for last and applies it. Published: the
+/// rate in `asked_`, with what the change did, by releasing the turn; taking it acquires.
+class RateRequest {
+  public:
+    /// [any thread] Notes the rate and applies it as soon as no request is under way; when one
+    /// takes long, or may not be waited for, it is left to whoever renders next. `apply` is handed
+    /// the rate.
+    template <class Apply>
+    void ask(Float64 sampleRate, bool mayWait, const Apply& apply) noexcept {
+        asked_.store(sampleRate, std::memory_order_relaxed);
+        const auto end = std::chrono::steady_clock::now() + kLongestWait;
+        while (!enter()) {
+            if (!mayWait || std::chrono::steady_clock::now() >= end) {
+                return;
+            }
+            std::this_thread::sleep_for(kWaitStep);
+        }
+        applyAsked(apply);
+        leave();
+    }
+
+    /// [render thread] Around each request; applies what was asked for before it begins. Waits for
+    /// a change that is under way, which is a few stores.
+    template <class Apply, class Render>
+    void render(const Apply& apply, const Render& render) {
+        while (!enter()) {
+            std::this_thread::yield();
+        }
+        applyAsked(apply);
+        render();
+        leave();
+    }
+
+    /// In the child of a fork.
+    void forgetAfterFork() noexcept { leave(); }
+
+  private:
+    /// A caller may hold a lock that a callback of the request wants, so the wait ends: after two
+    /// usual periods.
+    static constexpr std::chrono::milliseconds kLongestWait{25};
+    static constexpr std::chrono::microseconds kWaitStep{100};
+
+    [[nodiscard]] bool enter() noexcept { return !turn_.test_and_set(std::memory_order_acquire); }
+    void leave() noexcept { turn_.clear(std::memory_order_release); }
+    template <class Apply>
+    void applyAsked(const Apply& apply) noexcept {
+        const Float64 rate = asked_.load(std::memory_order_relaxed);
+        if (rate > 0 && asked_.exchange(0, std::memory_order_relaxed) > 0) {
+            apply(rate);
+        }
+    }
+
+    std::atomic_flag turn_;
+    std::atomic<Float64> asked_{0};  ///< Hz; 0 when nothing is asked for
+};
+
+}  // namespace tqplatform
