@@ -46,7 +46,8 @@ class Device final : private BackendHost {
     [[nodiscard]] bool isDeviceThread() const noexcept { return clients_.isSliceThread(); }
 
     /// [any thread] Asks for another rate, which running clients see between two slices. Inside a
-    /// slice it is there behind it. False when what drives the device keeps its own.
+    /// slice it is there behind it. False when what drives the device keeps its own, and inside a
+    /// slice also while another thread starts or stops the device.
     [[nodiscard]] bool preferRate(Float64 sampleRate);
 
     /// [host thread] For calls of its own that a backend offers to programs.

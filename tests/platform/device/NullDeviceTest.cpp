@@ -147,17 +147,18 @@ TEST(NullDevice, FollowsAPreferredRateAtRestAndWhileItRuns) {
 }
 
 TEST(NullDevice, ARateAskedForInsideASliceIsThereBehindIt) {
-    std::atomic<bool> asked{false};
+    std::atomic<bool> asks{false};
     std::atomic<bool> accepted{false};
     std::atomic<Float64> within{0};
     Client client([&](const DeviceSlice&) {
-        if (!asked.exchange(true)) {
+        if (asks.exchange(false)) {
             accepted = sharedDevice().preferRate(32000);
             within = sharedDevice().sampleRate();
         }
     });
     ASSERT_TRUE(sharedDevice().addClient(client));
-    ASSERT_TRUE(client.waitForSlices(3));
+    asks = true;
+    ASSERT_TRUE(client.waitForSlices(client.notes().size() + 4));
     EXPECT_TRUE(accepted);
     EXPECT_EQ(within, 48000);
     EXPECT_EQ(sharedDevice().sampleRate(), 32000);
