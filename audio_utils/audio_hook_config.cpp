@@ -1,13 +1,18 @@
 #include "audio_hook_config.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "file_lock.h"
@@ -19,8 +24,6 @@ namespace {
 
 // Both files are little-endian, which is what the supported machines store.
 static_assert(std::endian::native == std::endian::little);
-// Render threads write the word in the count file.
-static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
 
 constexpr const char* kConfigFileName = "korva_audio_hook_config.flag";
 constexpr const char* kCountFileName = "korva_audio_hook_func_count.flag";
@@ -105,6 +108,12 @@ AudioHookConfig* AudioHookConfig::getInstance() {
             // Never freed: render threads may still use it while the process exits.
             current = std::make_unique<AudioHookConfigImpl>().release();
             instance.store(current, std::memory_order_release);
+            ::pthread_atfork([] { TheConfig().beforeFork(); },
+                             [] { TheConfig().afterForkInParent(); },
+                             [] { TheConfig().afterForkInChild(); });
+            // Threads may play until the very end; whether they are inside then says nothing.
+            std::atexit([] { TheConfig().beginOrderlyEnding(); });
+            std::at_quick_exit([] { TheConfig().beginOrderlyEnding(); });
         }
     }
     return current;
@@ -132,8 +141,8 @@ int AudioHookConfigImpl::init(const char* directory) {
         }
     }
     verdictAtInit_ = readTable().verdict();
-    // From here on enter and exit write to the file. Its mapping is never moved again.
-    countWord_.store(static_cast<std::uint32_t*>(countFile_->data()), std::memory_order_release);
+    // From here on enter and exit write to the files. Their mappings are never moved again.
+    bindCounts();
     initSuccess_.store(true, std::memory_order_release);
     return 0;
 }
@@ -142,12 +151,24 @@ bool AudioHookConfigImpl::openFiles(const char* directory) {
     const OwnFolder folder(directory);
     configFile_ = folder.file(kConfigFileName, kConfigFileSize);
     countFile_ = folder.file(kCountFileName, kCountFileSize);
-    return IsSafeToAccess(*configFile_) && IsSafeToAccess(*countFile_);
+    if (!IsSafeToAccess(*configFile_) || !IsSafeToAccess(*countFile_)) {
+        return false;
+    }
+    // Without it every launch counts in the count file alone.
+    recordsFile_ = folder.file(tqcommon::kGuardRecordsFile,
+                               tqcommon::kGuardRecords * sizeof(tqcommon::GuardRecord));
+    if (IsSafeToAccess(*recordsFile_)) {
+        records_.emplace(*recordsFile_);
+    }
+    return true;
 }
 
 void AudioHookConfigImpl::dropFiles() {
     configFile_.reset();
     countFile_.reset();
+    ownRecord_.reset();
+    records_.reset();
+    recordsFile_.reset();
 }
 
 void AudioHookConfigImpl::setRetryCount(unsigned count) {
@@ -158,7 +179,8 @@ int AudioHookConfigImpl::enableHook(unsigned id, bool enable) {
     const std::lock_guard lock(mutex_);
     const int result = changeItem(id, &ConfigItem::enabled, enable);
     if (result == 0 && enable) {
-        countingStopped_.store(true);
+        callbacks_.stop();
+        roads_.stop();
     }
     return result;
 }
@@ -304,8 +326,14 @@ bool AudioHookConfigImpl::parseConfigList() {
         items_.clear();
     }
 
-    const auto entered =
+    const auto others = records_ ? records_->inspect() : ProcessRecords::Found{};
+    auto entered =
         static_cast<std::int32_t>(ReadWord(static_cast<const std::byte*>(countFile_->data())));
+    if (others.isFirstHeld || !others.isFirstADeath) {
+        entered = 0;
+    }
+    entered = std::max(entered, 0) + static_cast<std::int32_t>(others.insideAtDeath) +
+              std::min(entered, 0) * (others.insideAtDeath == 0 ? 1 : 0);
     const PreLaunchState found{entered, static_cast<std::int32_t>(remainingRetries_)};
     preLaunchState_.store(std::bit_cast<std::uint64_t>(found), std::memory_order_release);
     log(LogPriority::Info, kUtilityLogTag, "parseCountFile: %d", entered);
@@ -313,7 +341,10 @@ bool AudioHookConfigImpl::parseConfigList() {
         --remainingRetries_;
         writeToMMap(true);
     }
-    std::memset(countFile_->data(), 0, countFile_->size());
+    takeRecord();
+    if (countsInCountFile()) {
+        std::memset(countFile_->data(), 0, countFile_->size());
+    }
     return true;
 }
 
@@ -360,37 +391,67 @@ void AudioHookConfigImpl::writeToMMap(bool verbose) {
     configFile_->msync(SyncFlag::Async);
 }
 
-void AudioHookConfigImpl::enterHookFunc() noexcept {
-    changeCount(1);
+void AudioHookConfigImpl::takeRecord() noexcept {
+    ownRecord_ = records_ ? records_->take() : std::nullopt;
+    ownProcess_.store(::getpid());
 }
 
-void AudioHookConfigImpl::exitHookFunc() noexcept {
-    changeCount(-1);
+bool AudioHookConfigImpl::countsInCountFile() const noexcept {
+    return !records_ || ownRecord_ == 0U;
 }
 
-// The file first, then the counter: see the class comment. Stored the other way round, a thread
-// could put an old count into the file after the last change, and the file would keep it.
-void AudioHookConfigImpl::changeCount(int step) noexcept {
-    constexpr std::uint64_t kVersionStep = std::uint64_t{1} << 32U;
-    std::uint32_t* const word = countWord_.load(std::memory_order_acquire);
-    std::uint64_t state = enterCounter_.load(std::memory_order_acquire);
-    bool isFirstTry = true;
-    for (;;) {
-        const auto count = static_cast<std::uint32_t>(state);
-        const bool isStopped = countingStopped_.load();
-        if (isStopped && count == 0 && isFirstTry) {
-            return;
-        }
-        const std::uint32_t next = isStopped ? 0 : count + static_cast<std::uint32_t>(step);
-        if (word != nullptr) {
-            std::atomic_ref(*word).store(next, std::memory_order_relaxed);
-        }
-        const std::uint64_t version = (state & ~(kVersionStep - 1)) + kVersionStep;
-        if (enterCounter_.compare_exchange_strong(state, version | next)) {
-            return;
-        }
-        isFirstTry = false;
+/// A process that finds no record free, and is not alone, does not count.
+void AudioHookConfigImpl::bindCounts() noexcept {
+    if (countsInCountFile()) {
+        callbacks_.bind(static_cast<std::uint32_t*>(countFile_->data()));
+    } else if (ownRecord_) {
+        callbacks_.bind(&records_->at(*ownRecord_).callbacks);
     }
+    if (ownRecord_) {
+        roads_.bind(&records_->at(*ownRecord_).roads);
+    }
+}
+
+void AudioHookConfigImpl::beginOrderlyEnding() noexcept {
+    if (::getpid() == ownProcess_.load()) {
+        callbacks_.leaveWord();
+        roads_.leaveWord();
+    }
+}
+
+void AudioHookConfigImpl::takeBackOrderlyEnding() noexcept {
+    if (::getpid() == ownProcess_.load()) {
+        bindCounts();
+        // Who is inside now is written again.
+        callbacks_.change(0);
+        roads_.change(0);
+    }
+}
+
+void AudioHookConfigImpl::beforeFork() noexcept {
+    // A host may fork out of a log line that init writes under the mutex, so nobody waits for ever.
+    const auto deadline = std::chrono::steady_clock::now() + FileLock::kPatience;
+    isHeldForFork_ = mutex_.try_lock();
+    while (!isHeldForFork_ && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        isHeldForFork_ = mutex_.try_lock();
+    }
+}
+
+void AudioHookConfigImpl::afterForkInParent() noexcept {
+    if (isHeldForFork_) {
+        mutex_.unlock();
+    }
+}
+
+void AudioHookConfigImpl::afterForkInChild() noexcept {
+    callbacks_.forget();
+    roads_.forget();
+    if (isInitSuccess()) {
+        takeRecord();
+        bindCounts();
+    }
+    afterForkInParent();
 }
 
 AudioHookFunctionGuards::AudioHookFunctionGuards() {
@@ -399,6 +460,22 @@ AudioHookFunctionGuards::AudioHookFunctionGuards() {
 
 AudioHookFunctionGuards::~AudioHookFunctionGuards() {
     TheConfig().exitHookFunc();
+}
+
+AudioHookRoadGuard::AudioHookRoadGuard() {
+    TheConfig().enterRoad();
+}
+
+AudioHookRoadGuard::~AudioHookRoadGuard() {
+    TheConfig().exitRoad();
+}
+
+AudioHookOrderlyEnding::AudioHookOrderlyEnding() {
+    TheConfig().beginOrderlyEnding();
+}
+
+AudioHookOrderlyEnding::~AudioHookOrderlyEnding() {
+    TheConfig().takeBackOrderlyEnding();
 }
 
 }  // namespace korva_audio_utils

@@ -8,10 +8,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "common/RealTime.h"
+#include "inside_count.h"
 #include "memory_file.h"
+#include "process_records.h"
 
 // The crash guard of the interception layer. The host says, hook by hook, whether interception is
 // wanted or forbidden; a mapped file keeps that table for the next start. A second mapped file
@@ -93,18 +96,12 @@ class AudioHookConfig {
     virtual ~AudioHookConfig() = default;
 };
 
-/// One mutex guards the table and both files. Outside it stand the enter counter, the default of
-/// the retry budget, the state found at launch and the word of the count file.
+/// One mutex guards the table and the files. Outside it stand the two counts (see InsideCount), the
+/// default of the retry budget and the state found at launch.
 ///
-/// The enter counter is lock-free:
-/// - Invariant: the word of the count file holds the number of threads inside, once no thread is on
-///   its way in or out; a process that dies inside leaves a number above 0.
-/// - Writers are the threads that enter and leave. Each stores the coming count into the file
-///   (relaxed) and then makes the change with one compare-and-swap (sequentially consistent) under
-///   a new version. When another change came first the swap fails, and the thread stores and swaps
-///   again. So the thread whose swap came last also stored last.
-/// - The reader is the next launch of the program, which maps the same file.
-/// - countWord_ is null until init has read both files; init publishes it with release order.
+/// The count of threads inside callbacks lies in the count file, or in the process's own record
+/// where another process of the program plays (see ProcessRecords). The second count, of threads
+/// inside the rest of the library's code that a host may call, always lies in the record.
 class AudioHookConfigImpl : public AudioHookConfig {
   public:
     AudioHookConfigImpl() = default;
@@ -120,8 +117,23 @@ class AudioHookConfigImpl : public AudioHookConfig {
     HookVerdict verdictAtInit() override;
 
     /// [any thread] Real-time safe. Marks entry into and exit from an intercepted function.
-    void enterHookFunc() noexcept TQ_NONBLOCKING;
-    void exitHookFunc() noexcept TQ_NONBLOCKING;
+    void enterHookFunc() noexcept TQ_NONBLOCKING { callbacks_.change(1); }
+    void exitHookFunc() noexcept TQ_NONBLOCKING { callbacks_.change(-1); }
+    /// [any thread] Real-time safe. The same for the library's other code that hosts call.
+    void enterRoad() noexcept TQ_NONBLOCKING { roads_.change(1); }
+    void exitRoad() noexcept TQ_NONBLOCKING { roads_.change(-1); }
+
+    /// [any thread] The process is about to end, or to become another program, in order: from here
+    /// on the files say that nobody is inside. Only in the process that counts, not in a child of
+    /// vfork() that still uses its memory.
+    void beginOrderlyEnding() noexcept;
+    /// [any thread] It does not end after all.
+    void takeBackOrderlyEnding() noexcept;
+
+    /// Around fork(), on the forking thread. A child counts for itself.
+    void beforeFork() noexcept;
+    void afterForkInParent() noexcept;
+    void afterForkInChild() noexcept;
 
     /// [host thread] The caller holds the mutex. Reads both files into the table and spends a retry
     /// after a crash. False when the table claims more than 20 items or there are no files.
@@ -150,7 +162,9 @@ class AudioHookConfigImpl : public AudioHookConfig {
     [[nodiscard]] HookTable readTable() const;
     [[nodiscard]] TableBytes tableBytes() const;
     void takeOthersChanges();
-    void changeCount(int step) noexcept;
+    void takeRecord() noexcept;
+    [[nodiscard]] bool countsInCountFile() const noexcept;
+    void bindCounts() noexcept;
 
     std::atomic<std::uint32_t> retryCount_{2};
     std::uint32_t remainingRetries_ = 0;
@@ -161,13 +175,15 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::mutex mutex_;
     HookVerdict verdictAtInit_ = HookVerdict::NoFiles;
     std::atomic<bool> initSuccess_{false};
-    std::atomic<bool> countingStopped_{false};
-    /// Low half: threads inside. High half: a version that every change raises.
-    std::atomic<std::uint64_t> enterCounter_{0};
     /// Both numbers in one word, so that a reader never sees parts of two states.
     std::atomic<std::uint64_t> preLaunchState_{std::bit_cast<std::uint64_t>(PreLaunchState{})};
-    /// The mapped word of the count file; null until init has succeeded.
-    std::atomic<std::uint32_t*> countWord_{nullptr};
+    std::unique_ptr<MemoryFile> recordsFile_;
+    std::optional<ProcessRecords> records_;
+    std::optional<std::size_t> ownRecord_;
+    std::atomic<pid_t> ownProcess_{0};
+    bool isHeldForFork_ = false;
+    InsideCount callbacks_;
+    InsideCount roads_;
 };
 
 /// [any thread] Real-time safe once the instance exists. Marks its scope as being inside an
@@ -178,6 +194,26 @@ class AudioHookFunctionGuards {
     ~AudioHookFunctionGuards();
     AudioHookFunctionGuards(const AudioHookFunctionGuards&) = delete;
     AudioHookFunctionGuards& operator=(const AudioHookFunctionGuards&) = delete;
+};
+
+/// [any thread] Real-time safe once the instance exists. Marks its scope as being inside code of
+/// the library, or of its listeners, that runs on a thread of the host outside the intercepted
+/// callbacks.
+class AudioHookRoadGuard {
+  public:
+    AudioHookRoadGuard();
+    ~AudioHookRoadGuard();
+    AudioHookRoadGuard(const AudioHookRoadGuard&) = delete;
+    AudioHookRoadGuard& operator=(const AudioHookRoadGuard&) = delete;
+};
+
+/// [any thread] While it lives, what ends this process is an orderly ending. Real-time safe.
+class AudioHookOrderlyEnding {
+  public:
+    AudioHookOrderlyEnding();
+    ~AudioHookOrderlyEnding();
+    AudioHookOrderlyEnding(const AudioHookOrderlyEnding&) = delete;
+    AudioHookOrderlyEnding& operator=(const AudioHookOrderlyEnding&) = delete;
 };
 
 }  // namespace korva_audio_utils

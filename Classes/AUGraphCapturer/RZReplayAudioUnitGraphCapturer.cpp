@@ -66,7 +66,7 @@ constexpr auto hookAfter(Share /*share*/) {
         const OSStatus status = original(arguments...);
         if (isRecording) {
             const AnsweredCall call{site, tqhook::kNameOf<kFunction>.data(), status};
-            RZGuarded(site, [&] { Share{}(call, arguments...); });
+            RZRoadGuarded(site, [&] { Share{}(call, arguments...); });
         }
         return status;
     });
@@ -121,10 +121,11 @@ constexpr tqhook::HookTable kHooks{
         // Ours, read back from the graph and set again, would call itself for ever.
         if (callback != nullptr &&
             callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback) {
-            RZGuarded(site, [&] { isTakenOver = takeOverNodeCallback(graph, node, *callback); });
+            RZRoadGuarded(site,
+                          [&] { isTakenOver = takeOverNodeCallback(graph, node, *callback); });
         }
         const OSStatus status = original(graph, node, inputNumber, isTakenOver ? &ours : callback);
-        RZGuarded(site, [&] {
+        RZRoadGuarded(site, [&] {
             site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
                      node, inputNumber, callback, status);
         });

@@ -114,7 +114,7 @@ constexpr auto hookBefore(Share /*share*/) {
     return tqhook::hook<kFunction>([](auto* original, AudioUnit unit) {
         constexpr const RZLogSite& site = kSiteOf<kFunction>;
         if (RZUnitHooks.isRecording()) {
-            RZGuarded(site, [&] { Share{}(site, unit); });
+            RZRoadGuarded(site, [&] { Share{}(site, unit); });
         }
         return original(unit);
     });
@@ -157,7 +157,7 @@ constexpr tqhook::HookTable kHooks{
         constexpr const RZLogSite& site = kSiteOf<&AudioUnitSetProperty>;
         bool isTakenOver = false;
         if (RZUnitHooks.isRecording()) {
-            RZGuarded(site, [&] {
+            RZRoadGuarded(site, [&] {
                 isTakenOver = takeOverCallback(site, unit, id, scope, element, data);
             });
         }
@@ -173,12 +173,12 @@ constexpr tqhook::HookTable kHooks{
             if (!RZUnitHooks.isRecording()) {
                 return original(component, outInstance);
             }
-            RZGuarded(site, [&] {
+            RZRoadGuarded(site, [&] {
                 site.log(2, "[AudioUnitHook] AudioComponentInstanceNew: %p, %p", component,
                          outInstance);
             });
             const OSStatus result = original(component, outInstance);
-            RZGuarded(site, [&] { recordNewInstance(site, component, outInstance); });
+            RZRoadGuarded(site, [&] { recordNewInstance(site, component, outInstance); });
             return result;
         }),
 };
@@ -194,7 +194,7 @@ std::span<const TQRebinding> rows() {
         if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
             // Both sets at once, so that images are looked through once. The other capturer's
             // constructor starts its set where this one does not come to it.
-            RZHookSet::start({&RZUnitHooks, &RZGraphHooks});
+            RZHookSet::start({&RZUnitHooks, &RZGraphHooks, &RZEndingHooks});
         }
     });
 }

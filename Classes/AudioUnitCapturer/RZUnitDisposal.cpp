@@ -14,7 +14,7 @@ constexpr tqhook::HookTable kHooks{
         constexpr RZLogSite site("Classes/AudioUnitCapturer/RZUnitDisposal",
                                  "Record_unit_AudioComponentInstanceDispose");
         if (RZDisposalHooks.isRecording() && RZUnitHooks.isRecording()) {
-            RZGuarded(site, [&] {
+            RZRoadGuarded(site, [&] {
                 if (RZStreamMixManager::sharedManager()->findAudioUnitObj(unit)) {
                     site.log(2, "[AudioUnitHook] Disposed of while initialized: %p", unit);
                     // Through the hooked call, which ends the capture. The platform does the same

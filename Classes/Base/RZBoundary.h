@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Foundation/NSException.h>
+#include <audio_hook_config.h>
 
 #include "RZLogSite.h"
 
@@ -14,4 +15,12 @@ BOOL RZGuarded(const RZLogSite& site, const Body& body) {
     }
     NSCallGuarded([&] { site.log(4, "exception caught, the host's call goes on without us"); });
     return NO;
+}
+
+/// [any thread] The same for a road outside the intercepted render callbacks, which mark
+/// themselves: the crash guard knows that a thread of the host is in here.
+template <class Body>
+BOOL RZRoadGuarded(const RZLogSite& site, const Body& body) {
+    const korva_audio_utils::AudioHookRoadGuard road;
+    return RZGuarded(site, body);
 }

@@ -2,6 +2,27 @@
 
 #include <vector>
 
+#include "common/MemoryProtection.h"
+
+namespace {
+
+// Slots that the loader has made read-only could not be redirected in some sandboxes, and others
+// could: half of a program's calls would be seen.
+
+/// Says so once.
+bool mayRedirect() {
+    static const bool can = [] {
+        const bool found = tqcommon::canProtectMemory();
+        if (!found) {
+            NSLog("[RZReplay] memory cannot be made writable here, the hooks stay out");
+        }
+        return found;
+    }();
+    return can;
+}
+
+}  // namespace
+
 void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
     std::vector<std::unique_lock<std::mutex>> guards;
     std::vector<RZHookSet*> fresh;
@@ -14,11 +35,13 @@ void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
             records.insert(records.end(), rows.begin(), rows.end());
         }
     }
-    if (fresh.empty()) {
+    if (fresh.empty() || !mayRedirect()) {
         return;
     }
     for (const RZHookSet* const set : fresh) {
-        NSLog("%s", set->plan_.announcement);
+        if (set->plan_.announcement != nullptr) {
+            NSLog("%s", set->plan_.announcement);
+        }
     }
     // Nothing above counts yet: without the memory for it, all of them can be started later.
     for (RZHookSet* const set : fresh) {

@@ -13,7 +13,7 @@
 class RZHookSet {
   public:
     struct Plan {
-        const char* announcement = nullptr;  ///< for the system log
+        const char* announcement = nullptr;  ///< for the system log; may be null
         std::span<const TQRebinding> (*rows)() = nullptr;
         void (*afterwards)() = nullptr;  ///< once calls are redirected; may be null
     };
@@ -21,7 +21,8 @@ class RZHookSet {
 
     /// [host thread] Announces those of the sets that have not been started, in this order, and
     /// redirects their calls in one pass over the loaded images. A set counts as started before its
-    /// calls are redirected. Sets are named in the order of their declaration below.
+    /// calls are redirected. In a process that lets no memory be made writable nothing is started,
+    /// and the system log says so. Sets are named in the order of their declaration below.
     static void start(std::initializer_list<RZHookSet*> sets);
 
     /// [any thread]
@@ -42,3 +43,5 @@ class RZHookSet {
 // that holds them is redirected before all of its constructors have run.
 extern constinit RZHookSet RZUnitHooks;
 extern constinit RZHookSet RZGraphHooks;
+/// What turns the process into another program; only the crash guard has to do with it.
+extern constinit RZHookSet RZEndingHooks;

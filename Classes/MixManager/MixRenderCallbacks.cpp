@@ -49,7 +49,7 @@ OSStatus MixOutputRenderCallback(void* refCon, AudioUnitRenderActionFlags* flags
     const tqcommon::RenderThreadScope renderThread;
     auto& manager = *static_cast<RZStreamMixManager*>(refCon);
     const TQAudioRecordLock guard(manager.auGraphUpdateLock());
-    RZGuarded(site, [&] {
+    RZRoadGuarded(site, [&] {
         const auto callback = manager.callback();
         const auto info = manager.outInfo();
         if (callback && info && manager.isCapturing()) {
@@ -70,7 +70,7 @@ OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
     }
     const tqcommon::RenderThreadScope renderThread;
     if (const auto obj = RZStreamMixManager::sharedManager()->findAudioUnitObj(refCon)) {
-        RZGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
+        RZRoadGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
     }
     return 0;
 }

@@ -231,7 +231,7 @@ OSStatus RZTailNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* fla
         }
         return 0;
     }
-    RZGuarded(site, [&] {
+    RZRoadGuarded(site, [&] {
         const auto callback = manager.callback();
         const RZTrackPass pass{
             manager, bus, static_cast<UInt32>(callback ? callback->getPCMDataType() : 0), frames,

@@ -85,7 +85,7 @@ OSStatus UniversalNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* 
         return 0;
     }
     const auto id = static_cast<unsigned long>(obj->trackId());
-    RZGuarded(site, [&] {
+    RZRoadGuarded(site, [&] {
         const Backlog backlog = readTrack(manager, *obj, ts, bus, frames, ioData);
         korva_audio_utils::KorvaAudioStats::HookAudioTrackStat stat{};
         stat.audio_track_id = id;

@@ -11,6 +11,7 @@
 #include <AudioToolbox/AudioToolbox.h>
 #include <TQPlatform/ManualDevice.h>
 #include <dlfcn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -72,16 +73,38 @@ void end(const std::string& how, char** argv) {
     if (how == "quick_exit") {
         std::quick_exit(0);
     }
-    if (how == "_exit") {
-        _exit(0);
-    }
     if (how == "exec") {
         execlp("true", "true", nullptr);
     }
     if (how == "self") {
         execl(argv[0], argv[0], "play", nullptr);
     }
+    if (how == "execve") {
+        char name[] = "true";
+        char* const arguments[] = {name, nullptr};
+        execve("/bin/true", arguments, environ);
+    }
+    if (how == "noexec") {
+        execl("/nowhere", "nowhere", nullptr);
+    }
     std::raise(SIGKILL);
+}
+
+/// Plays, and ends while a thread is inside the callback.
+[[noreturn]] void playUntilInside(const std::string& how, char** argv) {
+    static Tone tone;
+    static std::atomic<bool> isInside{false};
+    tone.third = [] {
+        isInside = true;
+        std::this_thread::sleep_for(1h);
+    };
+    startUnit(tone);
+    std::thread([] { pump(0, 10); }).detach();
+    while (!isInside) {
+        std::this_thread::sleep_for(1ms);
+    }
+    end(how, argv);
+    std::abort();
 }
 
 /// Asks the capture library by its symbols, if it is in the process: a host has no headers of it.
@@ -103,13 +126,7 @@ int main(int argc, char** argv) {
     std::printf("hooks=%s\n", hooks());
     std::fflush(stdout);
     Tone tone;
-    std::atomic<bool> isInside{false};
-    if (what.starts_with("inside:")) {
-        tone.third = [&] {
-            isInside = true;
-            std::this_thread::sleep_for(1h);
-        };
-    } else if (what.starts_with("wait:")) {
+    if (what.starts_with("wait:")) {
         tone.third = [&] {
             std::printf("inside=1\n");
             std::fflush(stdout);
@@ -118,14 +135,17 @@ int main(int argc, char** argv) {
             }
         };
     }
-    AudioUnit const unit = startUnit(tone);
-    if (what.starts_with("inside:")) {
-        std::thread([] { pump(0, 10); }).detach();
-        while (!isInside) {
-            std::this_thread::sleep_for(1ms);
+    if (what.starts_with("child:")) {
+        if (const pid_t child = fork(); child != 0) {
+            waitpid(child, nullptr, 0);
+        } else {
+            playUntilInside(with, argv);
         }
-        end(with, argv);
     }
+    if (what.starts_with("inside:")) {
+        playUntilInside(with, argv);
+    }
+    AudioUnit const unit = startUnit(tone);
     std::thread([] { pump(0, 5); }).join();
     if (what.starts_with("cut:") && truncate(with.c_str(), 0) != 0) {
         std::perror("truncate");

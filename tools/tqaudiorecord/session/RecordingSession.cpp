@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ipc/Printable.h"
+#include "session/EndingExcuse.h"
 
 namespace tqrecorder {
 namespace {
@@ -303,6 +304,11 @@ void RecordingSession::endHost() {
         }
         return true;
     };
+    // Whichever signal it gets, it may be in a callback then.
+    excuseEnding(host_.pid());
+    for (const auto& process : processes_) {
+        excuseEnding(process->process().pid);
+    }
     if (!hostKnows_ || (waitFor(kTerminalPatience) && !host_.isOver())) {
         tell(SIGTERM);
         (void)waitFor(kHostPatience);
