@@ -92,6 +92,17 @@ OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID inID, Audi
         inUnit, [&](Unit& unit) { return unit.setParameter(inID, inScope, inElement, inValue); });
 }
 
+OSStatus AudioUnitScheduleParameters(AudioUnit inUnit,
+                                     const AudioUnitParameterEvent* inParameterEvent,
+                                     UInt32 inNumParamEvents) {
+    if (inParameterEvent == nullptr) {
+        return kAudio_ParamError;
+    }
+    return withUnit(inUnit, [&](Unit& unit) {
+        return unit.scheduleParameters({inParameterEvent, inNumParamEvents});
+    });
+}
+
 OSStatus AudioUnitRender(AudioUnit inUnit, AudioUnitRenderActionFlags* ioActionFlags,
                          const AudioTimeStamp* inTimeStamp, UInt32 inOutputBusNumber,
                          UInt32 inNumberFrames, AudioBufferList* ioData) {

@@ -139,7 +139,7 @@ OSStatus IOUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,
     if (scope != kAudioUnitScope_Global && scope != kAudioUnitScope_Output) {
         return kAudioUnitErr_InvalidScope;
     }
-    parameter = {&volume_, 0, 1};
+    parameter = {&volume_, 0, 1, nullptr};
     return okOr(element == 0, kAudioUnitErr_InvalidElement);
 }
 

@@ -19,6 +19,16 @@ constexpr AudioUnitParameterID kInputParameters[] = {
     kMultiChannelMixerParam_Volume, kMultiChannelMixerParam_Enable, kMultiChannelMixerParam_Pan};
 constexpr AudioUnitParameterID kOutputParameters[] = {kMultiChannelMixerParam_Volume};
 
+/// Panning takes away on the other side only: in the middle both sides have it all.
+void setGains(std::array<Float32, kMaximumChannels>& gains, UInt32 channels, Float32 volume,
+              Float32 pan) noexcept {
+    std::fill_n(gains.begin(), channels, volume);
+    if (channels > 1) {
+        gains[0] *= std::min(1.0F, 1.0F - pan);
+        gains[1] *= std::min(1.0F, 1.0F + pan);
+    }
+}
+
 }  // namespace
 
 struct MixerUnit::Input {
@@ -124,17 +134,16 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
 
 void MixerUnit::addInput(const Input& input, const RenderCall& call,
                          const AudioView& planes) noexcept {
-    const Levels& levels = levels_[input.bus];
+    Levels& levels = levels_[input.bus];
     const Float32 volume = levels.volume.load(std::memory_order_relaxed);
     const Float32 pan = levels.pan.load(std::memory_order_relaxed);
-    // Panning takes away on the other side only: in the middle both sides have it all.
     std::array<Float32, kMaximumChannels> gains;
-    gains.fill(volume);
-    if (planes.channels() > 1) {
-        gains[0] *= std::min(1.0F, 1.0F - pan);
-        gains[1] *= std::min(1.0F, 1.0F + pan);
-    }
+    setGains(gains, planes.channels(), volume, pan);
+    const bool isVolumeRamped = levels.volumeRamp.begin();
+    const bool isPanRamped = levels.panRamp.begin();
+    const bool isRamped = isVolumeRamped || isPanRamped;
     RateGroup& group = *input.group;
+    const Float64 scale = call.frames / std::max(1.0, static_cast<Float64>(group.inputFrames()));
     AudioTimeStamp time = call.time;
     for (UInt32 done = 0; done < group.inputFrames();) {
         const UInt32 frames = std::min(group.inputFrames() - done, planes.frames());
@@ -145,10 +154,33 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call,
             {input.source, input.allocate, input.bus, flags, time}, planes.slice(0, frames), found);
         if (status != noErr) {
             keepRenderError(status);
-            return;  // this bus is silent, the others go on
+            break;  // this bus is silent, the others go on
         }
-        group.add(done, found, gains.data());
+        if (isRamped) {
+            addRamped(input, levels, done, scale, found);
+        } else {
+            group.add(done, found, gains.data());
+        }
         done += frames;
+    }
+    if (isVolumeRamped) {
+        levels.volumeRamp.end(call.frames, levels.volume);
+    }
+    if (isPanRamped) {
+        levels.panRamp.end(call.frames, levels.pan);
+    }
+}
+
+void MixerUnit::addRamped(const Input& input, const Levels& levels, UInt32 first, Float64 scale,
+                          const ConstAudioView& found) noexcept {
+    std::array<Float32, kMaximumChannels> gains;
+    const Float32 volume = levels.volume.load(std::memory_order_relaxed);
+    const Float32 pan = levels.pan.load(std::memory_order_relaxed);
+    for (UInt32 i = 0; i < found.frames(); ++i) {
+        const Float64 frame = (first + i) * scale;
+        setGains(gains, found.channels(), levels.volumeRamp.at(frame, volume),
+                 levels.panRamp.at(frame, pan));
+        input.group->add(first + i, found.slice(i, 1), gains.data());
     }
 }
 
@@ -176,7 +208,15 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
         isFirst = false;
     }
     const Float32 volume = outputVolume_.load(std::memory_order_relaxed);
-    if (volume != 1.0F) {
+    if (outputRamp_.begin()) {
+        for (UInt32 i = 0; i < call.frames; ++i) {
+            const Float32 gain = outputRamp_.at(i, volume);
+            for (UInt32 channel = 0; channel < mix.channels(); ++channel) {
+                mix.plane(channel)[i] *= gain;
+            }
+        }
+        outputRamp_.end(call.frames, outputVolume_);
+    } else if (volume != 1.0F) {
         for (UInt32 channel = 0; channel < mix.channels(); ++channel) {
             float* const plane = mix.plane(channel);
             for (UInt32 i = 0; i < call.frames; ++i) {
@@ -234,7 +274,7 @@ OSStatus MixerUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,
         if (id != kMultiChannelMixerParam_Volume) {
             return kAudioUnitErr_InvalidParameter;
         }
-        parameter = {&outputVolume_, 0, 1};
+        parameter = {&outputVolume_, 0, 1, &outputRamp_};
         return okOr(element == 0, kAudioUnitErr_InvalidElement);
     }
     if (scope != kAudioUnitScope_Input) {
@@ -246,13 +286,13 @@ OSStatus MixerUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,
     Levels& levels = levels_[element];
     switch (id) {
         case kMultiChannelMixerParam_Volume:
-            parameter = {&levels.volume, 0, 1};
+            parameter = {&levels.volume, 0, 1, &levels.volumeRamp};
             return noErr;
         case kMultiChannelMixerParam_Enable:
-            parameter = {&levels.enable, 0, 1};
+            parameter = {&levels.enable, 0, 1, nullptr};
             return noErr;
         case kMultiChannelMixerParam_Pan:
-            parameter = {&levels.pan, -1, 1};
+            parameter = {&levels.pan, -1, 1, &levels.panRamp};
             return noErr;
         default:
             return kAudioUnitErr_InvalidParameter;

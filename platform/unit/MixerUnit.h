@@ -30,6 +30,8 @@ class MixerUnit final : public Unit {
         std::atomic<Float32> volume{1};
         std::atomic<Float32> enable{1};
         std::atomic<Float32> pan{0};
+        ParameterRamp volumeRamp;
+        ParameterRamp panRamp;
     };
     struct Input;
     struct Plan;
@@ -39,10 +41,15 @@ class MixerUnit final : public Unit {
     /// those hold, into the sum of its rate.
     void addInput(const Input& input, const RenderCall& call,
                   const tqcommon::AudioView& planes) noexcept;
+    /// [render thread] [real-time safe] The same sum while volume or pan change, frame by frame;
+    /// `first` counts in the frames of the group.
+    static void addRamped(const Input& input, const Levels& levels, UInt32 first, Float64 scale,
+                          const tqcommon::ConstAudioView& found) noexcept;
 
     std::array<Levels, kMostInputs> levels_;
     std::atomic<UInt32> inputCount_{kDefaultInputs};
     std::atomic<Float32> outputVolume_{1};
+    ParameterRamp outputRamp_;
 };
 
 }  // namespace tqplatform

@@ -213,6 +213,39 @@ OSStatus Unit::setParameter(AudioUnitParameterID id, AudioUnitScope scope, Audio
     return noErr;
 }
 
+OSStatus Unit::scheduleParameters(std::span<const AudioUnitParameterEvent> events) noexcept {
+    for (const AudioUnitParameterEvent& event : events) {
+        Parameter parameter;
+        const OSStatus status =
+            findParameter(event.parameter, event.scope, event.element, parameter);
+        if (status != noErr) {
+            return status;
+        }
+        const bool isRamp = event.eventType == kParameterEvent_Ramped;
+        const auto& ramp = event.eventValues.ramp;
+        const auto& jump = event.eventValues.immediate;
+        const Float32 from = isRamp ? ramp.startValue : jump.value;
+        const Float32 to = isRamp ? ramp.endValue : jump.value;
+        if (std::isnan(from) || std::isnan(to)) {
+            return kAudioUnitErr_InvalidParameterValue;
+        }
+        const auto legal = [&](Float32 value) {
+            return std::clamp(value, parameter.minimum, parameter.maximum);
+        };
+        if (parameter.ramp != nullptr) {
+            const SInt64 start =
+                isRamp ? SInt64{ramp.startBufferOffset} : SInt64{jump.bufferOffset};
+            parameter.ramp->schedule(
+                {start, isRamp ? ramp.durationInFrames : 0, legal(from), legal(to)});
+        } else if (isRamp) {
+            return kAudioUnitErr_InvalidParameter;
+        } else {
+            parameter.value->store(legal(to), std::memory_order_relaxed);
+        }
+    }
+    return noErr;
+}
+
 bool Unit::isRenderThread() const noexcept {
     return (sliceCount() & 1U) != 0 && renderThread_.load() == std::this_thread::get_id();
 }

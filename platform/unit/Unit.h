@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
 #include "unit/InputSource.h"
+#include "unit/ParameterRamp.h"
 #include "unit/PropertyTable.h"
 
 namespace tqplatform {
@@ -86,6 +88,7 @@ class Unit {
                           AudioUnitParameterValue* value) noexcept;
     OSStatus setParameter(AudioUnitParameterID id, AudioUnitScope scope, AudioUnitElement element,
                           AudioUnitParameterValue value) noexcept;
+    OSStatus scheduleParameters(std::span<const AudioUnitParameterEvent> events) noexcept;
     OSStatus reset(AudioUnitScope scope, AudioUnitElement element);
     virtual OSStatus start() { return kAudio_UnimplementedError; }
     virtual OSStatus stop() { return kAudio_UnimplementedError; }
@@ -149,11 +152,12 @@ class Unit {
     };
     using Notifies = tqcommon::Published<std::vector<Notify>>;
 
-    /// A parameter's place in memory, its legal range and whether it is writable.
+    /// A parameter's place in memory, its legal range, and what changes it within a slice.
     struct Parameter {
         std::atomic<Float32>* value = nullptr;
         Float32 minimum = 0;
         Float32 maximum = 1;
+        ParameterRamp* ramp = nullptr;  ///< null where changes count from the next slice on
     };
 
     /// Marks the render of one slice, with its cost.

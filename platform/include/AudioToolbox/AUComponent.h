@@ -198,6 +198,15 @@ AU_EXPORT OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID 
                                          AudioUnitParameterValue inValue,
                                          UInt32 inBufferOffsetInFrames);
 
+/** [any thread] [real-time safe] Changes parameters within the next slice, to the frame where
+ * kAudioUnitParameterFlag_CanRamp says so: volume and pan of the mixer. One change of each at a
+ * time; a ramp that reaches beyond the slice goes on in those that follow. Of other parameters
+ * immediate events count from the next slice on and ramps are kAudioUnitErr_InvalidParameter. Stops
+ * at the first event that is refused. */
+AU_EXPORT OSStatus AudioUnitScheduleParameters(AudioUnit inUnit,
+                                               const AudioUnitParameterEvent* inParameterEvent,
+                                               UInt32 inNumParamEvents);
+
 /** [any thread] [real-time safe] Renders frames of an output bus; a second thread meanwhile is
  *  answered kAudioUnitErr_CannotDoInCurrentContext. Buffers without data are lent the unit's own
  * memory, valid until the unit renders that bus again or is disposed of. */

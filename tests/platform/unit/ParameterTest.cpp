@@ -83,6 +83,88 @@ TEST(MixerParameters, AreListedByScope) {
     EXPECT_EQ(none, 0U);
 }
 
+struct RampedMixer : testing::Test {
+    RampedMixer() {
+        ones.body = [](auto&, auto&, UInt32, UInt32 frames, AudioBufferList* list) {
+            for (UInt32 i = 0; i < frames; ++i) {
+                samples<float>(list, 0)[i] = samples<float>(list, 1)[i] = 1;
+            }
+            return OSStatus{noErr};
+        };
+        EXPECT_EQ(setCallback(unit, 0, ones), noErr);
+        EXPECT_EQ(AudioUnitInitialize(unit), noErr);
+    }
+    std::vector<float> rendered(UInt32 frames) {
+        std::vector<float> left(frames), right(frames);
+        std::vector<std::byte> memory(sizeof(AudioBufferList) + sizeof(AudioBuffer));
+        auto& list = *reinterpret_cast<AudioBufferList*>(memory.data());
+        list.mNumberBuffers = 2;
+        AudioBuffer* const buffers = list.mBuffers;
+        buffers[0] = {1, frames * 4, left.data()};
+        buffers[1] = {1, frames * 4, right.data()};
+        AudioTimeStamp time{};
+        time.mSampleTime = at;
+        time.mFlags = kAudioTimeStampSampleTimeValid;
+        at += frames;
+        EXPECT_EQ(AudioUnitRender(unit, nullptr, &time, 0, frames, &list), noErr);
+        return left;
+    }
+    OSStatus ramp(AudioUnitParameterID id, AudioUnitScope scope, SInt32 start, UInt32 frames,
+                  Float32 from, Float32 to) {
+        AudioUnitParameterEvent event{};
+        event.scope = scope;
+        event.parameter = id;
+        event.eventType = kParameterEvent_Ramped;
+        event.eventValues.ramp = {start, frames, from, to};
+        return AudioUnitScheduleParameters(unit, &event, 1);
+    }
+
+    const OwnedUnit unit{mixer()};
+    Callback ones;
+    Float64 at = 0;
+};
+
+TEST_F(RampedMixer, RampsVolumeToTheFrameAndAcrossSlices) {
+    ASSERT_EQ(setParameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0, 0),
+              noErr);
+    ASSERT_EQ(ramp(kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 16, 32, 0, 1), noErr);
+    std::vector<float> out = rendered(32);
+    const std::vector<float> rest = rendered(32);
+    out.insert(out.end(), rest.begin(), rest.end());
+    for (UInt32 i = 0; i < 64; ++i) {
+        const float wanted = i < 16 ? 0 : std::min(1.0F, static_cast<float>(i - 16) / 32);
+        EXPECT_FLOAT_EQ(out[i], wanted) << i;
+    }
+    EXPECT_EQ(parameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0), 1);
+    EXPECT_EQ(rendered(4), std::vector<float>(4, 1.0F));
+}
+
+TEST_F(RampedMixer, RampsPanAndOutputVolume) {
+    ASSERT_EQ(ramp(kMultiChannelMixerParam_Pan, kAudioUnitScope_Input, 0, 4, 0, 1), noErr);
+    EXPECT_EQ(rendered(6), (std::vector<float>{1, 0.75F, 0.5F, 0.25F, 0, 0}));
+    ASSERT_EQ(setParameter(unit, kMultiChannelMixerParam_Pan, kAudioUnitScope_Input, 0, 0), noErr);
+    ASSERT_EQ(ramp(kMultiChannelMixerParam_Volume, kAudioUnitScope_Output, 2, 2, 1, 0), noErr);
+    EXPECT_EQ(rendered(6), (std::vector<float>{1, 1, 1, 0.5F, 0, 0}));
+}
+
+TEST_F(RampedMixer, AnImmediateEventJumpsAtItsFrame) {
+    AudioUnitParameterEvent event{};
+    event.scope = kAudioUnitScope_Input;
+    event.parameter = kMultiChannelMixerParam_Volume;
+    event.eventType = kParameterEvent_Immediate;
+    event.eventValues.immediate = {3, 0.5F};
+    ASSERT_EQ(AudioUnitScheduleParameters(unit, &event, 1), noErr);
+    EXPECT_EQ(rendered(5), (std::vector<float>{1, 1, 1, 0.5F, 0.5F}));
+    EXPECT_EQ(rendered(2), (std::vector<float>{0.5F, 0.5F}));
+}
+
+TEST_F(RampedMixer, WhatCannotRampIsRefused) {
+    EXPECT_EQ(ramp(kMultiChannelMixerParam_Enable, kAudioUnitScope_Input, 0, 4, 0, 1),
+              kAudioUnitErr_InvalidParameter);
+    EXPECT_EQ(ramp(42, kAudioUnitScope_Input, 0, 4, 0, 1), kAudioUnitErr_InvalidParameter);
+    EXPECT_EQ(AudioUnitScheduleParameters(unit, nullptr, 1), kAudio_ParamError);
+}
+
 TEST(OtherParameters, UnitsWithoutAnyRefuseThem) {
     const OwnedUnit unit(converter());
     Float32 value = 0;
