@@ -48,6 +48,14 @@ class RZReplayAudioUnitObject {
     /// The post rings are to be emptied at the next post read.
     [[nodiscard]] BOOL pendingCleanPostRingBuffer() const { return pendingCleanPostRingBuffer_; }
     void setPendingCleanPostRingBuffer(BOOL pending) { pendingCleanPostRingBuffer_ = pending; }
+    /// The callback has dealt with the block that is being rendered: a notify that is still there
+    /// has nothing left to do. Both run in one render, so the order of stores is theirs.
+    [[nodiscard]] BOOL takenByCallback() const {
+        return takenByCallback_.load(std::memory_order_relaxed);
+    }
+    void setTakenByCallback(BOOL taken) {
+        takenByCallback_.store(taken, std::memory_order_relaxed);
+    }
     [[nodiscard]] int trackId() const { return trackId_; }
     void setTrackId(int trackId) { trackId_ = trackId; }
     /// Node of the host's graph, -1 when the unit is none.
@@ -192,6 +200,7 @@ class RZReplayAudioUnitObject {
     std::atomic<bool> needFormatToS16_{false};
     std::atomic<bool> pendingCleanPostRingBuffer_{false};
     std::atomic<std::uint64_t> idleFrames_{0};
+    std::atomic<bool> takenByCallback_{false};
     std::atomic<int> trackId_{0};
     std::atomic<std::uint32_t> unitWord_{0};
     std::atomic<AUNode> inNode_{-1};

@@ -36,6 +36,10 @@ class PendingNodes {
         found->second.inputProcRefCon = callback.inputProcRefCon;
         return true;
     }
+    void forget(AUGraph graph) {
+        const std::scoped_lock guard(mutex_);
+        nodes_.erase(graph);
+    }
     void erase(AUGraph graph, AUNode node) {
         const std::scoped_lock guard(mutex_);
         const auto found = nodes_.find(graph);

@@ -6,7 +6,9 @@
 
 #include "PendingNodes.h"
 #include "RZBoundary.h"
+#include "RZGraphTakeOver.h"
 #include "RZHookSet.h"
+#include "RZHostCallbacks.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "RZUnitFacts.h"
@@ -30,17 +32,6 @@ RZStreamMixManager& manager() {
 /// NO when the companion handles the graph already.
 BOOL isAUGraphAvailable(AUGraph graph) {
     return !TQAudioUnitRecordResolveManager::sharedManager().existAuGraph(graph);
-}
-
-/// Remembers the host's callback where the node is known; true when ours goes in instead.
-bool takeOverNodeCallback(AUGraph graph, AUNode node, const AURenderCallbackStruct& callback) {
-    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
-    if (obj && obj->inNode() == node) {
-        obj->setOriginCallback(callback);
-        return callback.inputProc != nullptr;
-    }
-    return PendingNodes::shared().setCallback(graph, node, callback) &&
-           callback.inputProc != nullptr;
 }
 
 /// A call that the platform has answered, as the log records name it.
@@ -72,23 +63,6 @@ constexpr auto hookAfter(Share /*share*/) {
     });
 }
 
-/// Makes the capture object of an output node whose graph has been opened.
-void captureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info) {
-    AudioUnit unit = nullptr;
-    const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
-    if (error != 0) {
-        site.log(4, "[AUGraphHook] get node info: %p error:%d", graph, error);
-        return;
-    }
-    if (const auto obj = manager().newAudioUnitObj(unit)) {
-        obj->setAuGraph(graph);
-        obj->setInNode(info.node);
-        obj->setOriginCallback({info.inputProc, info.inputProcRefCon});
-    } else {
-        RZUnitFacts::shared().leftAlone(unit, graph, RZUnitReason::NoNumberFree);
-    }
-}
-
 /// The graph is closed or gone: so is its capture.
 void disposeCapture(const AnsweredCall& call, AUGraph graph) {
     call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
@@ -99,12 +73,38 @@ void disposeCapture(const AnsweredCall& call, AUGraph graph) {
     }
 }
 
+/// The graph runs, unless the platform refused: so does its capture.
+void noteStart(const AnsweredCall& call, AUGraph graph) {
+    call.site.log(2, "[AUGraphHook] %s: %p, err:%d", call.name, graph, call.status);
+    if (!isAUGraphAvailable(graph)) {
+        call.site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
+        if (call.status == 0 && graph != manager().mGraph()) {
+            RZUnitFacts::shared().startedAlone(nullptr, graph);
+        }
+        return;
+    }
+    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    if (obj && call.status == 0) {
+        manager().audioUnitStart(obj);
+    } else {
+        call.logIgnored(4, "start", graph, obj.get());
+        if (!obj && call.status == 0) {
+            RZUnitFacts::shared().startedAlone(nullptr, graph);
+        }
+    }
+}
+
 // In the order in which they are redirected.
 constexpr tqhook::HookTable kHooks{
     tqhook::hook<&NewAUGraph>([](auto* original, AUGraph* outGraph) {
         // Told whatever the switch says: the self-test must see its graph.
         const OSStatus status = original(outGraph);
         if (outGraph != nullptr) {
+            RZRoadGuarded(kSiteOf<&NewAUGraph>, [&] {
+                // Another graph may have had the handle.
+                PendingNodes::shared().forget(*outGraph);
+                RZHostCallbacks::shared().graphMade(*outGraph);
+            });
             TQHookSelfTest::notifyNewAUGraph(*outGraph);
         }
         return status;
@@ -117,15 +117,17 @@ constexpr tqhook::HookTable kHooks{
             return original(graph, node, inputNumber, callback);
         }
         const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, graph};
+        RZNodeTakeOver change;
         bool isTakenOver = false;
         // Ours, read back from the graph and set again, would call itself for ever.
         if (callback != nullptr &&
             callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback) {
             RZRoadGuarded(site,
-                          [&] { isTakenOver = takeOverNodeCallback(graph, node, *callback); });
+                      [&] { isTakenOver = change.begin(graph, node, inputNumber, *callback); });
         }
         const OSStatus status = original(graph, node, inputNumber, isTakenOver ? &ours : callback);
         RZRoadGuarded(site, [&] {
+            change.end(status);
             site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
                      node, inputNumber, callback, status);
         });
@@ -140,7 +142,13 @@ constexpr tqhook::HookTable kHooks{
         }
         if (isAUGraphAvailable(graph)) {
             call.site.log(2, "[AUGraphHook] Catch Node when Added: %p, %d", graph, node);
-            PendingNodes::shared().set(graph, {node, *desc, nullptr, nullptr});
+            const PendingNodeInfo info{node, *desc, nullptr, nullptr};
+            PendingNodes::shared().set(graph, info);
+            Boolean isOpen = 0;
+            if (AUGraphIsOpen(graph, &isOpen) == 0 && isOpen != 0) {
+                // No opening will tell of this node any more: its unit is there already.
+                RZCaptureNode(call.site, graph, info);
+            }
         } else {
             call.site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d",
                           graph, node);
@@ -165,32 +173,32 @@ constexpr tqhook::HookTable kHooks{
             return;
         }
         const bool isKnown = PendingNodes::shared().with(
-            graph, [&](const PendingNodeInfo& info) { captureNode(call.site, graph, info); });
+            graph, [&](const PendingNodeInfo& info) { RZCaptureNode(call.site, graph, info); });
         if (!isKnown) {
             call.site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
         }
     }),
-    hookAfter<&AUGraphStart>([](const AnsweredCall& call, AUGraph graph) {
-        call.site.log(2, "[AUGraphHook] %s: %p, err:%d", call.name, graph, call.status);
-        if (!isAUGraphAvailable(graph)) {
-            call.site.log(3, "[AUGraphHook] Ignore AUGraph start because in resolver: %p", graph);
-            if (call.status == 0 && graph != manager().mGraph()) {
-                RZUnitFacts::shared().startedAlone(nullptr, graph);
-            }
-            return;
+    tqhook::hook<&AUGraphStart>([](auto* original, AUGraph graph) {
+        constexpr const RZLogSite& site = kSiteOf<&AUGraphStart>;
+        const BOOL isRecording = RZGraphHooks.isRecording();
+        if (isRecording) {
+            RZRoadGuarded(site, [&] {
+                if (isAUGraphAvailable(graph)) {
+                    RZPrepareGraph(site, graph);
+                }
+            });
         }
-        const auto obj = manager().findAudioUnitObjByAUGraph(graph);
-        if (obj && call.status == 0) {
-            manager().audioUnitStart(obj);
-        } else {
-            call.logIgnored(4, "start", graph, obj.get());
-            if (!obj && call.status == 0) {
-                RZUnitFacts::shared().startedAlone(nullptr, graph);
-            }
+        const OSStatus status = original(graph);
+        if (isRecording) {
+            RZRoadGuarded(site, [&] {
+                noteStart({site, tqhook::kNameOf<&AUGraphStart>.data(), status}, graph);
+            });
         }
+        return status;
     }),
     hookAfter<&AUGraphUpdate>([](const AnsweredCall& call, AUGraph graph, Boolean* /*isUpdated*/) {
         call.site.log(2, "[AUGraphHook] %s: %p", call.name, graph);
+        RZSettleGraph(graph, call.status);
         if (call.status != 0) {
             return;
         }
@@ -210,6 +218,8 @@ constexpr tqhook::HookTable kHooks{
         }
     }),
     hookAfter<&AUGraphClose>([](const AnsweredCall& call, AUGraph graph) {
+        // Interactions outlive the units: the graph may be opened again without us.
+        RZGiveBackNode(graph);
         disposeCapture(call, graph);
         RZUnitFacts::shared().graphClosed(graph);
     }),

@@ -6,9 +6,11 @@
 
 #include "RZBoundary.h"
 #include "RZHookSet.h"
+#include "RZHostCallbacks.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "RZUnitFacts.h"
+#include "RZUnitTakeOver.h"
 #include "TQAudioCaptureBase.h"
 #include "TQAudioUnitRecordResolveManager.h"
 #include "hook/Hook.h"
@@ -48,6 +50,8 @@ bool registerCommunicationUnit(const RZLogSite& site, AudioUnit unit) {
         return false;
     }
     TQAudioUnitRecordResolveManager::sharedManager().registerRTCUsedAudioUnit(unit);
+    // The companion forgets it when it is uninitialised, and it may be started again after that.
+    RZHostCallbacks::shared().markAlone(unit);
     RZUnitFacts::shared().leftAlone(unit, nullptr, RZUnitReason::VoiceEngine);
     return true;
 }
@@ -66,6 +70,7 @@ void recordNewInstance(const RZLogSite& site, AudioComponent component,
     }
     const AudioUnit unit = *outInstance;
     site.log(2, "[AudioUnitHook] catch output audio unit: %p", unit);
+    RZHostCallbacks::shared().unitMade(unit);
     if (registerCommunicationUnit(site, unit)) {
         return;
     }
@@ -91,9 +96,10 @@ const AURenderCallbackStruct* callbackToTakeOver(AudioUnitPropertyID id, AudioUn
                : nullptr;
 }
 
-/// Keeps the host's callback; true when ours is to be set in its place.
-bool takeOverCallback(const RZLogSite& site, AudioUnit unit, AudioUnitPropertyID id,
-                      AudioUnitScope scope, AudioUnitElement element, const void* data) {
+/// Keeps the host's callback when ours is to be set in its place; true then.
+bool takeOverCallback(const RZLogSite& site, RZUnitTakeOver& change, AudioUnit unit,
+                      AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
+                      const void* data) {
     site.log(2, "[AudioUnitHook] AudioUnitSetProperty: %p, %d, %d, %d", unit, id, scope, element);
     const auto obj = manager().findAudioUnitObj(unit);
     const AURenderCallbackStruct* const callback =
@@ -101,10 +107,29 @@ bool takeOverCallback(const RZLogSite& site, AudioUnit unit, AudioUnitPropertyID
     if (callback == nullptr) {
         return false;
     }
-    obj->setOriginCallback(*callback);
+    change.begin(obj, scope, *callback);
     site.log(1, "[AudioUnitHook] RZReplay override callback struct, origin refcon:%p, after:%p",
              callback->inputProcRefCon, unit);
     return true;
+}
+
+/// A unit that starts without a capture object may get one now: a number has become free, it was
+/// uninitialised meanwhile, or it is older than the library. Null for those that are never
+/// captured.
+std::shared_ptr<RZReplayAudioUnitObject> adoptUnit(const RZLogSite& site, AudioUnit unit) {
+    const auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
+    if (resolver.existAudioUnit(unit) || RZHostCallbacks::shared().isAlone(unit) ||
+        !RZIsOutputUnit(unit)) {
+        return nullptr;
+    }
+    if (!RZHostCallbacks::shared().isKnown(unit) && registerCommunicationUnit(site, unit)) {
+        return nullptr;
+    }
+    auto obj = manager().newAudioUnitObj(unit);
+    if (obj && !RZHostCallbacks::shared().isNodes(unit)) {
+        RZTakeOverUnit(obj);
+    }
+    return obj;
 }
 
 /// The library's own share of AudioOutputUnitStart, AudioOutputUnitStop and AudioUnitUninitialize,
@@ -124,7 +149,16 @@ constexpr auto hookBefore(Share /*share*/) {
 constexpr tqhook::HookTable kHooks{
     hookBefore<&AudioUnitUninitialize>([](const RZLogSite& site, AudioUnit unit) {
         site.log(2, "[AudioUnitHook] AudioUnitUninitialize: %p", unit);
-        if (const auto obj = manager().findAudioUnitObj(unit)) {
+        const auto obj = manager().findAudioUnitObj(unit);
+        RZHostCallbacks& known = RZHostCallbacks::shared();
+        if (known.isNodes(unit)) {
+            // Ours stays: what feeds the node is the graph's doing. From now on the graph is not
+            // edited for this unit either, because an edit would initialise it again.
+            known.note(unit, known.of(unit));
+        } else {
+            RZGiveBackUnit(unit);
+        }
+        if (obj) {
             manager().disposeAudioUnitObj(obj);
         } else {
             // It may have gone to the companion when it was made.
@@ -135,7 +169,11 @@ constexpr tqhook::HookTable kHooks{
     hookBefore<&AudioOutputUnitStart>([](const RZLogSite& site, AudioUnit unit) {
         site.log(2, "[AudioUnitHook] AudioOutputUnitStart: %p", unit);
         // The registry learns of it before the unit runs.
-        if (const auto obj = manager().findAudioUnitObj(unit)) {
+        auto obj = manager().findAudioUnitObj(unit);
+        if (!obj) {
+            obj = adoptUnit(site, unit);
+        }
+        if (obj) {
             manager().audioUnitStart(obj);
         } else {
             site.log(3, "[AudioUnitHook] Ignore audio unit start, not found in unitMap: %p", unit);
@@ -155,17 +193,25 @@ constexpr tqhook::HookTable kHooks{
                                            AudioUnitScope scope, AudioUnitElement element,
                                            const void* data, UInt32 size) {
         constexpr const RZLogSite& site = kSiteOf<&AudioUnitSetProperty>;
+        RZUnitTakeOver change;
         bool isTakenOver = false;
         if (RZUnitHooks.isRecording()) {
             RZRoadGuarded(site, [&] {
-                isTakenOver = takeOverCallback(site, unit, id, scope, element, data);
+                isTakenOver = takeOverCallback(site, change, unit, id, scope, element, data);
             });
         }
-        if (!isTakenOver) {
-            return original(unit, id, scope, element, data, size);
+        if (isTakenOver) {
+            const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, unit};
+            const OSStatus status = original(unit, id, scope, element, &ours, sizeof(ours));
+            RZRoadGuarded(site, [&] { change.end(status); });
+            return status;
         }
-        const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, unit};
-        return original(unit, id, scope, element, &ours, sizeof(ours));
+        const OSStatus status = original(unit, id, scope, element, data, size);
+        // Also while calls pass through: what the host set must not be put back over it later.
+        if (status == 0 && !RZOwnCalls::isActive()) {
+            RZRoadGuarded(site, [&] { RZNoteUnitSource(unit, id, scope, element, data); });
+        }
+        return status;
     }),
     tqhook::hook<&AudioComponentInstanceNew>(
         [](auto* original, AudioComponent component, AudioComponentInstance* outInstance) {

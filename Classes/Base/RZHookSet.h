@@ -9,6 +9,25 @@
 
 #include "TQAudioRecordResolver.h"
 
+/// [any thread] While one lives on a thread, its calls pass every replacement: for calls of the
+/// library's own on the host's units and graphs, which are not the host's doing. Nests.
+class RZOwnCalls {
+  public:
+    RZOwnCalls() noexcept { ++depth(); }
+    ~RZOwnCalls() { --depth(); }
+    RZOwnCalls(const RZOwnCalls&) = delete;
+    RZOwnCalls& operator=(const RZOwnCalls&) = delete;
+
+    [[nodiscard]] static bool isActive() noexcept { return depth() > 0; }
+
+  private:
+    static int& depth() noexcept {
+        // In the library itself, so that the first use on a thread allocates nothing.
+        [[gnu::tls_model("initial-exec")]] static thread_local int depth = 0;
+        return depth;
+    }
+};
+
 /// Replacements that are installed together: once per process, passed through at will.
 class RZHookSet {
   public:
@@ -28,7 +47,7 @@ class RZHookSet {
     /// [any thread]
     [[nodiscard]] BOOL isStarted() const { return started_; }
     /// [any thread] NO while every replacement passes straight through. Real-time safe.
-    [[nodiscard]] BOOL isRecording() const { return recording_; }
+    [[nodiscard]] BOOL isRecording() const { return recording_ && !RZOwnCalls::isActive(); }
     /// [any thread]
     void setRecording(BOOL recording) { recording_ = recording; }
 

@@ -6,6 +6,7 @@
 #include <log.h>
 
 #include "RZBoundary.h"
+#include "RZHostCallbacks.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "TQAudioRecordLog.h"
@@ -90,6 +91,9 @@ namespace {
 void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, const void* refCon,
                        UInt32 frames, AudioBufferList* ioData) {
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
+    if (obj != nullptr) {
+        obj->setTakenByCallback(YES);
+    }
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     const bool capturing = obj != nullptr && obj->isCapturing() && manager.isCapturing();
@@ -141,12 +145,17 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     if (!obj) {
         obj = manager.findAudioUnitObjByAUGraph(refCon);
     }
-    OSStatus result = 0;
+    AURenderCallbackStruct origin{};
     if (obj) {
-        const AURenderCallbackStruct origin = obj->originCallback();
-        if (origin.inputProc != nullptr) {
-            result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
-        }
+        origin = obj->originCallback();
+    }
+    if (origin.inputProc == nullptr) {
+        // No object, or not yet its callback: the host plays all the same.
+        origin = RZHostCallbacks::shared().of(refCon).callback;
+    }
+    OSStatus result = 0;
+    if (origin.inputProc != nullptr) {
+        result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
     }
     RZGuarded(site, [&] { takeRenderedBlock(site, obj.get(), refCon, frames, ioData); });
     return result;

@@ -15,6 +15,10 @@ bool isSuccessfulPostRender(const AudioUnitRenderActionFlags* flags) {
 }
 
 void recordRenderedBlock(RZReplayAudioUnitObject& obj, UInt32 frames, AudioBufferList* ioData) {
+    if (obj.takenByCallback()) {
+        obj.setTakenByCallback(NO);
+        return;
+    }
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
     const bool capturing = obj.isStarted() && obj.isCapturing() && manager.isCapturing();
     const bool processing = manager.isDuckingEnable() || manager.isCompressorEnable();

@@ -282,6 +282,7 @@ BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
     if (obj->origin_inputProc() != nullptr) {
         AudioUnitRemoveRenderNotify(unit, RenderNotifyCallback, unit);
     } else {
+        obj->setTakenByCallback(NO);
         AudioUnitAddRenderNotify(unit, RenderNotifyCallback, unit);
     }
     return YES;

@@ -179,14 +179,16 @@ TEST_F(RenderCallbacks, AUnitWithoutAnObjectIsReportedAtMostOnceInTwoSeconds) {
     capture(3);
     slices(1);
     const auto begin = std::chrono::steady_clock::now();
-    // The registry forgets the unit while the unit itself plays on.
+    // The registry forgets the unit while the unit itself plays on and keeps the library's
+    // callback.
     platform.fail("AudioUnitUninitialize", -1);
+    platform.fail("AudioUnitSetProperty", -1);
     host().uninitialize();
     platform.heal();
     listener->clear();
     const int before = sound().calls;
     slices(300);
-    EXPECT_EQ(sound().calls, before) << "nobody knows the host's callback any more";
+    EXPECT_EQ(sound().calls, before + 300) << "the host plays on";
     const auto seconds = std::chrono::steady_clock::now() - begin;
     const auto allowed = 1 + static_cast<std::size_t>(seconds / std::chrono::seconds(2));
     const std::string text =

@@ -161,7 +161,8 @@ TEST_F(TraceTest, UnitIsDisposedOfWhileCapturing) {
         take(),
         ElementsAreArray(join(
             {{"log 2 Record_unit_AudioUnitUninitialize [AudioUnitHook] AudioUnitUninitialize: "
-              "unit"},
+              "unit",
+              "call AudioUnitSetProperty(unit, 23, 1, 0, 16)"},
              stopOfUnit("unit", "1"),
              {"log 2 -[RZStreamMixManager disposeAudioUnitObj:] [mix] disposeAudioUnitObj: unit, "
               "unit",

@@ -2,20 +2,89 @@
 
 #include "HostRuns.h"
 
-// The device plays the same with the library in the process as without it.
+// The device plays the same with the library in the process as without it, and what it plays is
+// recorded.
 
 namespace {
 
+using hostruns::HostRun;
 using hostruns::With;
+
+constexpr std::size_t kSlice = 480;
+
+/// Slices `first` to `last`, as they were played, are in that track without a gap.
+void expectRecorded(const HostRun& run, int track, std::size_t first, std::size_t last) {
+    ASSERT_EQ(run.recorded.count(track), 1U) << run.events;
+    EXPECT_TRUE(hostruns::holds(run.recorded.at(track), run.played, first * kSlice,
+                                (last - first) * kSlice))
+        << "track " << track << " lacks slices " << first << " to " << last;
+}
 
 TEST(HostPlaysOn, OnTheOrdinaryRoad) {
     hostruns::expectTheHostPlaysOn("one_unit");
+    expectRecorded(hostruns::run("one_unit", With::Recording), 1, 2, 38);
 }
 
-TEST(HostPlaysOn, AndWhatItPlaysIsRecorded) {
-    const auto run = hostruns::run("one_unit", With::Recording);
-    ASSERT_EQ(run.recorded.count(1), 1U) << run.events;
-    EXPECT_TRUE(hostruns::holds(run.recorded.at(1), run.played, 4800, 480 * 20));
+TEST(HostPlaysOn, WithAGraphAsTheEighthOutput) {
+    hostruns::expectTheHostPlaysOn("eighth_graph");
+}
+
+TEST(HostPlaysOn, WithAGraphAsTheEighthOutputWhichIsRecordedOnceANumberIsFree) {
+    expectRecorded(hostruns::run("eighth_graph", With::Recording), 1, 24, 60);
+}
+
+TEST(HostPlaysOn, AfterAUnitWasUninitialisedAndInitialisedAgain) {
+    hostruns::expectTheHostPlaysOn("initialised_again");
+}
+
+TEST(HostPlaysOn, AfterAUnitWasInitialisedAgainAndIsRecordedAgain) {
+    expectRecorded(hostruns::run("initialised_again", With::Recording), 1, 130, 166);
+}
+
+TEST(HostPlaysOn, WithAGraphOpenedWhileEmpty) {
+    hostruns::expectTheHostPlaysOn("graph_opened_empty");
+}
+
+TEST(HostPlaysOn, WithAGraphOpenedWhileEmptyWhichIsRecorded) {
+    const HostRun run = hostruns::run("graph_opened_empty", With::Recording);
+    expectRecorded(run, 1, 2, 38);
+    expectRecorded(run, 1, 42, 78);
+}
+
+TEST(HostPlaysOn, WithAGraphOpenedAgain) {
+    hostruns::expectTheHostPlaysOn("graph_opened_again");
+}
+
+TEST(HostPlaysOn, WithAGraphOpenedAgainWhichIsRecordedAgain) {
+    const HostRun run = hostruns::run("graph_opened_again", With::Recording);
+    expectRecorded(run, 1, 2, 38);
+    expectRecorded(run, 1, 42, 78);
+}
+
+TEST(HostPlaysOn, AfterARefusedCallback) {
+    hostruns::expectTheHostPlaysOn("refused_callback");
+    expectRecorded(hostruns::run("refused_callback", With::Recording), 1, 2, 58);
+}
+
+TEST(HostPlaysOn, WithACallbackReplacedInARunningGraph) {
+    hostruns::expectTheHostPlaysOn("replaced_in_running_graph");
+    expectRecorded(hostruns::run("replaced_in_running_graph", With::Recording), 1, 2, 78);
+}
+
+TEST(HostPlaysOn, WhenACallbackComesWhileTheUnitPlays) {
+    hostruns::expectTheHostPlaysOn("callback_while_playing");
+    expectRecorded(hostruns::run("callback_while_playing", With::Recording), 1, 4, 122);
+}
+
+TEST(HostPlaysOn, WhenTheLibraryIsOpenedLate) {
+    hostruns::expectPlaysTheSame("opened_late", With::HooksLate);
+    hostruns::expectPlaysTheSame("opened_late", With::RecordingLate);
+}
+
+TEST(HostPlaysOn, WhenTheLibraryIsOpenedLateAndIsRecordedFromTheNextStartOn) {
+    const HostRun run = hostruns::run("opened_late", With::RecordingLate);
+    expectRecorded(run, 1, 44, 70);
+    expectRecorded(run, 2, 74, 100);
 }
 
 }  // namespace

@@ -43,11 +43,12 @@ float HostRun::peak() const {
     return highest;
 }
 
-HostRun run(const std::string& host, With with) {
+HostRun run(const std::string& host, With with,
+            const std::map<std::string, std::string>& environment) {
     const TemporaryFolder temporary;
     const fs::path& folder = temporary.path();
     const std::string program = std::string(TQ_E2E_HOSTS "/") + host;
-    std::map<std::string, std::string> variables;
+    std::map<std::string, std::string> variables = environment;
     if (with != With::Nothing) {
         const auto armed = launch({program, "arm"}, folder, {{"LD_PRELOAD", TQ_E2E_RECORDING}});
         EXPECT_EQ(armed.code, 0) << armed.text();
@@ -71,17 +72,20 @@ HostRun run(const std::string& host, With with) {
     return result;
 }
 
-void expectPlaysTheSame(const std::string& host, With with) {
-    const HostRun plain = run(host, With::Nothing);
-    const HostRun captured = run(host, with);
-    EXPECT_GT(plain.peak(), 0) << host << " plays nothing by itself";
-    ASSERT_EQ(plain.played.size(), captured.played.size());
+void expectSamePlayed(const HostRun& plain, const HostRun& captured, const std::string& what) {
+    EXPECT_GT(plain.peak(), 0) << what << ": nothing is played without the library either";
+    ASSERT_EQ(plain.played.size(), captured.played.size()) << what;
     const auto [mine, theirs] =
         std::mismatch(plain.played.begin(), plain.played.end(), captured.played.begin());
-    EXPECT_EQ(mine, plain.played.end())
-        << host << " plays otherwise from frame " << mine - plain.played.begin()
-        << " on: " << *theirs << " instead of " << *mine << "; peak " << captured.peak()
-        << " instead of " << plain.peak();
+    if (mine != plain.played.end()) {
+        ADD_FAILURE() << what << " plays otherwise from frame " << mine - plain.played.begin()
+                      << " on: " << *theirs << " instead of " << *mine << "; peak "
+                      << captured.peak() << " instead of " << plain.peak();
+    }
+}
+
+void expectPlaysTheSame(const std::string& host, With with) {
+    expectSamePlayed(run(host, With::Nothing), run(host, with), host);
 }
 
 void expectTheHostPlaysOn(const std::string& host) {

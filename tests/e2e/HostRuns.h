@@ -29,10 +29,13 @@ struct HostRun {
     [[nodiscard]] float peak() const;
 };
 
-/// `host` is the name of the file in hosts/, without .cpp.
-[[nodiscard]] HostRun run(const std::string& host, With with);
+/// `host` is the name of the file in hosts/, without .cpp; `environment` is for it alone.
+[[nodiscard]] HostRun run(const std::string& host, With with,
+                          const std::map<std::string, std::string>& environment = {});
 
-/// Fails unless the device plays the same samples in both ways, and not silence only.
+/// Fails unless the device played the same samples, and not silence only.
+void expectSamePlayed(const HostRun& plain, const HostRun& captured, const std::string& what);
+/// The same for a host, without the library and with it.
 void expectPlaysTheSame(const std::string& host, With with);
 /// Without the library and with it, recorded and not.
 void expectTheHostPlaysOn(const std::string& host);

@@ -73,22 +73,47 @@ AudioComponentDescription outputComponent() {
     return {kAudioUnitType_Output, kAudioUnitSubType_RemoteIO, kAudioUnitManufacturer_Apple, 0, 0};
 }
 
+AudioStreamBasicDescription toneFormat() {
+    return {kDeviceRate,
+            kAudioFormatLinearPCM,
+            kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved,
+            4,
+            1,
+            4,
+            2,
+            32,
+            0};
+}
+
+void setToneFormat(AudioUnit unit) {
+    const AudioStreamBasicDescription format = toneFormat();
+    check(AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
+                               &format, sizeof(format)));
+}
+
+void setToneFormat(AUGraph graph, AUNode node) {
+    AudioUnit unit = nullptr;
+    check(AUGraphNodeInfo(graph, node, nullptr, &unit));
+    setToneFormat(unit);
+}
+
+AUNode addOutputNode(AUGraph graph) {
+    const AudioComponentDescription wanted = outputComponent();
+    AUNode node = 0;
+    check(AUGraphAddNode(graph, &wanted, &node));
+    return node;
+}
+
+void setNodeCallback(AUGraph graph, AUNode node, const AURenderCallbackStruct& callback,
+                     OSStatus expected) {
+    check(AUGraphSetNodeInputCallback(graph, node, 0, &callback), expected);
+}
+
 AudioUnit newOutputUnit() {
     const AudioComponentDescription wanted = outputComponent();
     AudioUnit unit = nullptr;
     check(AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit));
-    const AudioStreamBasicDescription format{
-        kDeviceRate,
-        kAudioFormatLinearPCM,
-        kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved,
-        4,
-        1,
-        4,
-        2,
-        32,
-        0};
-    check(AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
-                               &format, sizeof(format)));
+    setToneFormat(unit);
     return unit;
 }
 

@@ -54,6 +54,16 @@ class Tone {
 };
 
 [[nodiscard]] AudioComponentDescription outputComponent();
+/// With the format that Tone plays.
 [[nodiscard]] AudioUnit newOutputUnit();
+[[nodiscard]] AUNode addOutputNode(AUGraph graph);
+/// On the node's input 0.
+void setNodeCallback(AUGraph graph, AUNode node, const AURenderCallbackStruct& callback,
+                     OSStatus expected = noErr);
+/// The format that Tone plays.
+[[nodiscard]] AudioStreamBasicDescription toneFormat();
+void setToneFormat(AudioUnit unit);
+/// The same for the node's unit; the graph must be open.
+void setToneFormat(AUGraph graph, AUNode node);
 /// On the unit's input bus 0.
 void setCallback(AudioUnit unit, const AURenderCallbackStruct& callback, OSStatus expected = noErr);

@@ -1,0 +1,266 @@
+#include "RZGraphTakeOver.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "RZHookSet.h"
+#include "RZStreamMixManager.h"
+#include "RZUnitFacts.h"
+#include "TQAudioCaptureBase.h"
+#include "TQAudioUnitRecordResolveManager.h"
+
+namespace {
+
+RZStreamMixManager& manager() {
+    return *RZStreamMixManager::sharedManager();
+}
+
+template <class Ask>
+bool answersYes(Ask ask, AUGraph graph) {
+    Boolean answer = 0;
+    return ask(graph, &answer) == 0 && answer != 0;
+}
+
+bool isOurs(const AURenderCallbackStruct& callback) {
+    return callback.inputProc == RZReplayAudioUnitCapture_InputProcessCallback;
+}
+
+/// The callbacks that feed the node's inputs, as the graph has them.
+std::vector<AUNodeRenderCallback> callbacksOf(AUGraph graph, AUNode node) {
+    UInt32 count = 0;
+    if (AUGraphCountNodeInteractions(graph, node, &count) != 0 || count == 0) {
+        return {};
+    }
+    std::vector<AUNodeInteraction> all(count);
+    if (AUGraphGetNodeInteractions(graph, node, &count, all.data()) != 0) {
+        return {};
+    }
+    std::vector<AUNodeRenderCallback> callbacks;
+    for (const AUNodeInteraction& one : all) {
+        if (one.nodeInteractionType == kAUNodeInteraction_InputCallback &&
+            one.nodeInteraction.inputCallback.destNode == node) {
+            callbacks.push_back(one.nodeInteraction.inputCallback);
+        }
+    }
+    return callbacks;
+}
+
+OSStatus setCallback(AUGraph graph, AUNode node, UInt32 input,
+                     const AURenderCallbackStruct& callback) {
+    const RZOwnCalls own;
+    return AUGraphSetNodeInputCallback(graph, node, input, &callback);
+}
+
+std::optional<PendingNodeInfo> pendingOf(AUGraph graph) {
+    std::optional<PendingNodeInfo> found;
+    PendingNodes::shared().with(graph, [&](const PendingNodeInfo& info) { found = info; });
+    return found;
+}
+
+/// The graph's node of the output type, for graphs whose making nobody saw.
+std::optional<PendingNodeInfo> outputNodeOf(AUGraph graph) {
+    UInt32 count = 0;
+    if (AUGraphGetNodeCount(graph, &count) != 0) {
+        return std::nullopt;
+    }
+    for (UInt32 i = 0; i < count; ++i) {
+        PendingNodeInfo info{};
+        if (AUGraphGetIndNode(graph, i, &info.node) == 0 &&
+            AUGraphNodeInfo(graph, info.node, &info.desc, nullptr) == 0 &&
+            info.desc.componentType == kAudioUnitType_Output) {
+            return info;
+        }
+    }
+    return std::nullopt;
+}
+
+/// Ours goes where the graph feeds the node from a callback of the host's.
+void takeOverNode(const RZReplayAudioUnitObject& obj, AUGraph graph) {
+    const auto callbacks = callbacksOf(graph, obj.inNode());
+    const bool isThere = std::any_of(callbacks.begin(), callbacks.end(),
+                                     [](const auto& one) { return isOurs(one.cback); });
+    // A running graph would take the change at an update that the host may never ask for, and what
+    // the unit itself was given may lie over what the graph has: then the notify captures it.
+    if (isThere || callbacks.empty() || answersYes(AUGraphIsRunning, graph) ||
+        RZHostCallbacks::shared().of(obj.inUnit()).turn != 0) {
+        return;
+    }
+    const AUNodeRenderCallback& host = callbacks.front();
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    const RZHostCallback before = known.of(graph);
+    known.note(graph, {host.cback, host.destInputNumber, true});
+    const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, graph};
+    if (setCallback(graph, obj.inNode(), host.destInputNumber, ours) != 0) {
+        known.note(graph, before);
+    }
+}
+
+/// Which of the host's callbacks the object stands for: the node's or the unit's, whichever was set
+/// last, as far as ours is in its place.
+void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
+    const auto callbacks = callbacksOf(graph, obj.inNode());
+    const bool isThere = std::any_of(callbacks.begin(), callbacks.end(),
+                                     [](const auto& one) { return isOurs(one.cback); });
+    const RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    const RZHostCallback unit = RZHostCallbacks::shared().of(obj.inUnit());
+    const bool isNodes = isThere && node.isOurs;
+    if (isNodes && (!unit.isOurs || node.turn > unit.turn)) {
+        obj.setOriginCallback(node.callback);
+    } else if (unit.isOurs) {
+        obj.setOriginCallback(unit.callback);
+    } else {
+        obj.setOriginCallback({});
+    }
+}
+
+void commitQueued(RZReplayAudioUnitObject& obj, AUGraph graph) {
+    RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    if (node.isQueued) {
+        node.isQueued = false;
+        RZHostCallbacks::shared().note(graph, node);
+        obj.setOriginCallback(node.callback);
+    }
+}
+
+}  // namespace
+
+bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
+                           const AURenderCallbackStruct& callback) {
+    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    const bool isObjs = obj && obj->inNode() == node;
+    const auto pending = pendingOf(graph);
+    const bool isPending = pending && pending->node == node;
+    if (!isObjs && !isPending) {
+        return false;
+    }
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    const RZHostCallback noted = known.of(graph);
+    // One callback stands behind ours. Another input than the one that has it keeps its own; input
+    // 0, which is what an output unit plays, comes before all others.
+    if (noted.isOurs && noted.place != input) {
+        if (input != 0) {
+            return false;
+        }
+        RZGiveBackNode(graph);
+    }
+    // Without an object, ours goes in only where opening the graph is going to make one.
+    const bool isTakenOver =
+        callback.inputProc != nullptr && (isObjs || !answersYes(AUGraphIsOpen, graph));
+    RZHostCallback now{callback, input, isTakenOver};
+    // A running graph goes on with the old callback until it is updated.
+    now.isQueued = isObjs && answersYes(AUGraphIsRunning, graph);
+    known.note(graph, now);
+    graph_ = graph;
+    noted_ = noted;
+    if (isPending) {
+        pending_ = pending;
+        PendingNodes::shared().setCallback(graph, node, callback);
+    }
+    if (isObjs) {
+        obj_ = obj;
+        before_ = obj->originCallback();
+        if (!now.isQueued) {
+            obj->setOriginCallback(callback);
+        }
+    }
+    return isTakenOver;
+}
+
+void RZNodeTakeOver::end(OSStatus status) {
+    if (status == 0 || graph_ == nullptr) {
+        return;
+    }
+    RZHostCallbacks::shared().note(graph_, noted_);
+    if (pending_) {
+        PendingNodes::shared().set(graph_, *pending_);
+    }
+    if (obj_) {
+        obj_->setOriginCallback(before_);
+    }
+}
+
+void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info) {
+    AudioUnit unit = nullptr;
+    const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
+    if (error != 0) {
+        site.log(4, "[AUGraphHook] get node info: %p error:%d", graph, error);
+        return;
+    }
+    const auto old = manager().findAudioUnitObjByAUGraph(graph);
+    if (old && old->inUnit() == unit) {
+        return;  // opened again, which changes nothing
+    }
+    if (old) {
+        // Its node was removed and its unit is gone; it would be found in the new one's place.
+        manager().disposeAudioUnitObj(old);
+    }
+    RZHostCallbacks::shared().markNodes(unit);
+    const auto obj = manager().newAudioUnitObj(unit);
+    if (!obj) {
+        RZUnitFacts::shared().leftAlone(unit, graph, RZUnitReason::NoNumberFree);
+        RZGiveBackNode(graph);
+        return;
+    }
+    obj->setAuGraph(graph);
+    obj->setInNode(info.node);
+    takeOverNode(*obj, graph);
+    chooseOrigin(*obj, graph);
+}
+
+void RZPrepareGraph(const RZLogSite& site, AUGraph graph) {
+    const auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
+    const auto info = outputNodeOf(graph);
+    AudioUnit unit = nullptr;
+    if (!info || AUGraphNodeInfo(graph, info->node, nullptr, &unit) != 0 || unit == nullptr) {
+        return;
+    }
+    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    if (obj && obj->inUnit() == unit) {
+        if (!answersYes(AUGraphIsRunning, graph)) {
+            commitQueued(*obj, graph);
+            chooseOrigin(*obj, graph);
+        }
+        return;
+    }
+    if (answersYes(AUGraphIsInitialized, graph) && !resolver.existAudioUnit(unit)) {
+        if (!pendingOf(graph)) {
+            PendingNodes::shared().set(graph, *info);
+        }
+        RZCaptureNode(site, graph, *info);
+    }
+}
+
+void RZSettleGraph(AUGraph graph, OSStatus status) {
+    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    if (!obj) {
+        return;
+    }
+    if (status == 0) {
+        commitQueued(*obj, graph);
+        return;
+    }
+    RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    if (node.isQueued && status != kAUGraphErr_CannotDoInCurrentContext) {
+        // The platform has dropped it and goes on as before.
+        node.isQueued = false;
+        node.callback = obj->originCallback();
+        RZHostCallbacks::shared().note(graph, node);
+    }
+}
+
+void RZGiveBackNode(AUGraph graph) {
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    RZHostCallback host = known.of(graph);
+    const auto info = pendingOf(graph);
+    if (!host.isOurs || !info) {
+        return;
+    }
+    for (const AUNodeRenderCallback& one : callbacksOf(graph, info->node)) {
+        if (isOurs(one.cback) &&
+            setCallback(graph, info->node, one.destInputNumber, host.callback) != 0) {
+            return;
+        }
+    }
+    host.isOurs = false;
+    known.note(graph, host);
+}
