@@ -50,6 +50,20 @@ void swapBytes(std::uint16_t* words, UInt32 count) {
 
 }  // namespace
 
+/// A write is under way for as long as this lives.
+class RZReplayAudioUnitObject::WriteScope {
+  public:
+    explicit WriteScope(RZReplayAudioUnitObject& obj) noexcept : isWriting_(obj.isWriting_) {
+        isWriting_.store(true);
+    }
+    ~WriteScope() { isWriting_.store(false, std::memory_order_release); }
+    WriteScope(const WriteScope&) = delete;
+    WriteScope& operator=(const WriteScope&) = delete;
+
+  private:
+    std::atomic<bool>& isWriting_;
+};
+
 template <class... Arguments>
 void RZReplayAudioUnitObject::raise(const RZLogSite& site, int category, int code,
                                     RZLogFormat format, const Arguments&... arguments) {
@@ -70,6 +84,12 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
     }
     const AudioStreamBasicDescription desc = streamDesc();
     const UInt32 bitsPerChannel = desc.mBitsPerChannel;
+    const WriteScope write(*this);
+    // Asked again: a capture that starts anew waits for writes that have begun, for no others.
+    if (!isCapturing() || !isBlockKnown()) {
+        account().lost(isProcessed, RZFrameLoss::NotCapturing, frames);
+        return YES;
+    }
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
         const AudioBuffer& b = list->mBuffers[i];
         RZReplayAudioUnitBuffer* const buffer = getOrCreateBufferAt(static_cast<int>(i));
@@ -212,6 +232,10 @@ void RZReplayAudioUnitObject::convertF32ToS16(const float* src, SInt16* dst,
 void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*frames*/) {
     constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject processBuffer:numberFrames:]");
     const AudioStreamBasicDescription desc = streamDesc();
+    // Asked behind the description: processed in another format, the host's sound would be noise.
+    if (!isBlockKnown()) {
+        return;
+    }
     const int format = volumeFormat(desc);
     if (format < 0) {
         if (eventFilter_->FilterEvent(TQ_EVENT_PROCESSING, TQ_EVENT_FORMAT_UNSUPPORTED)) {

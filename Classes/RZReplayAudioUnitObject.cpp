@@ -1,9 +1,12 @@
 #include "RZReplayAudioUnitObject.h"
 
 #include <mutex>
+#include <thread>
+#include <utility>
 
 #include "RZLogSite.h"
 #include "RZNumbers.h"
+#include "RZStreamFormat.h"
 #include "TQAudioRecordLock.h"
 
 namespace {
@@ -64,6 +67,34 @@ void RZReplayAudioUnitObject::stopCapture() {
     if (isCapturing()) {
         setIsCapturing(NO);
     }
+}
+
+void RZReplayAudioUnitObject::beginFormatChange() {
+    format_.fetch_add(kOneChange + 1);
+}
+
+void RZReplayAudioUnitObject::keepOnlyBlocksOf(const AudioStreamBasicDescription& format) {
+    while (isWriting_.load()) {
+        std::this_thread::yield();
+    }
+    const TQAudioRecordLock guard(bufferLock_);
+    const AudioStreamBasicDescription stored = std::exchange(storedFormat_, format);
+    if (RZIsSameFormat(stored, format)) {
+        return;
+    }
+    for (const BOOL isProcessed : {NO, YES}) {
+        if (stored.mBytesPerFrame != 0) {
+            account().lost(isProcessed, RZFrameLoss::LeftAtStop,
+                           getRingBufferSize(isProcessed) / stored.mBytesPerFrame);
+        }
+        for (const auto& buffer : bufferList_) {
+            buffer->cleanRingBuffer(isProcessed);
+        }
+    }
+}
+
+void RZReplayAudioUnitObject::endFormatChange() {
+    format_.fetch_sub(1);
 }
 
 RZReplayAudioUnitBuffer* RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {

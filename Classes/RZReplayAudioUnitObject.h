@@ -5,6 +5,7 @@
 #include <event_filter.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -147,6 +148,21 @@ class RZReplayAudioUnitObject {
     }
     /// [any thread] Real-time safe. Of its track number.
     [[nodiscard]] RZFrameAccount& account() const { return RZFrameAccount::ofTrack(trackId()); }
+    /// [host thread] Opens a change of the unit's format: until it is closed no block is stored,
+    /// processed or read, because nobody can say which of the two formats it has. Changes of
+    /// several threads may be open at a time.
+    void beginFormatChange();
+    /// [host thread] Waits for a write that is under way, as long as copying a block takes. What
+    /// the rings hold in another format than `format` is dropped and counted as lost; what comes
+    /// next has this one. Only while a change is open or nothing is captured.
+    void keepOnlyBlocksOf(const AudioStreamBasicDescription& format);
+    void endFormatChange();
+    /// [any thread] Real-time safe. No change of the format is open.
+    [[nodiscard]] bool isFormatSettled() const { return isSettled(format_.load()); }
+    /// [render thread] Writer only. Real-time safe. Goes before the unit renders a block: what is
+    /// rendered across a change of the format is neither stored nor processed.
+    void noteRenderBegins() noexcept TQ_NONBLOCKING { blockFormat_ = format_.load(); }
+
     /// [any thread] Passes an event on to `callback`.
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);
     /// [render thread] Reader only. Real-time safe. Refreshes asbdInfo from the format that is
@@ -191,6 +207,27 @@ class RZReplayAudioUnitObject {
     template <class... Arguments>
     void raise(const class RZLogSite& site, int category, int code, struct RZLogFormat format,
                const Arguments&... arguments);
+
+    class WriteScope;
+    /// Whether the block that is rendered now has the format known here.
+    [[nodiscard]] bool isBlockKnown() const noexcept {
+        const std::uint64_t now = format_.load();
+        return now == blockFormat_ && isSettled(now);
+    }
+    static constexpr std::uint64_t kOneChange = std::uint64_t{1} << 32U;
+    static constexpr bool isSettled(std::uint64_t format) { return format % kOneChange == 0; }
+
+    /// Changes of the format so far in the upper half, open ones in the lower.
+    ///
+    /// Invariant: a block is stored only when this word was the same, with nothing open, before the
+    /// block was rendered and when its write began. Writers of the word: host threads. The render
+    /// thread sets isWriting_ before it looks at the word, a host thread opens the change before it
+    /// looks at isWriting_, both in one total order: either the write is given up, or the host
+    /// thread waits for it before it empties the rings.
+    std::atomic<std::uint64_t> format_{0};
+    std::atomic<bool> isWriting_{false};
+    AudioStreamBasicDescription storedFormat_{};  ///< of what the rings hold; under bufferLock
+    std::uint64_t blockFormat_ = 0;               ///< render thread only
 
     std::shared_ptr<const RZReplayVolumeDuckingParam> duckingParam_;
     std::shared_ptr<const RZReplayVolumeCompressorParam> compressorParam_;

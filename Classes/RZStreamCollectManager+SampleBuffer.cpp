@@ -1,5 +1,8 @@
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <type_traits>
+#include <utility>
 
 #include "RZLogSite.h"
 #include "RZNumbers.h"
@@ -37,6 +40,43 @@ CMAudioFormatDescriptionRef cachedFormatDescription(const AudioStreamBasicDescri
     return cached;
 }
 
+/// How samples lie in a block: what the platform holds a list against before it takes its data.
+auto layoutOf(const AudioStreamBasicDescription& desc) {
+    const bool isPlanar = (desc.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;
+    return std::pair(desc.mBytesPerFrame, isPlanar ? desc.mChannelsPerFrame : 1);
+}
+
+bool hasLayoutOf(CMAudioFormatDescriptionRef label, const AudioStreamBasicDescription& desc) {
+    const AudioStreamBasicDescription* const stream =
+        CMAudioFormatDescriptionGetStreamBasicDescription(label);
+    return stream == nullptr || layoutOf(*stream) == layoutOf(desc);
+}
+
+struct Release {
+    void operator()(const void* object) const { CFRelease(object); }
+};
+template <class Ref>
+using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
+
+/// The data of a block whose samples lie otherwise than the label says: taken under a description
+/// of its own, since under the label the platform refuses it. Null when it is refused there, too.
+Owned<CMSampleBufferRef> dataUnderItsOwnLabel(const AudioStreamBasicDescription& desc,
+                                              const AudioBufferList* list, CMItemCount samples) {
+    CMAudioFormatDescriptionRef made = nullptr;
+    CMAudioFormatDescriptionCreate(kCFAllocatorDefault, &desc, 0, nullptr, 0, nullptr, nullptr,
+                                   &made);
+    const Owned<CMAudioFormatDescriptionRef> own(made);
+    CMSampleBufferRef filled = nullptr;
+    CMSampleBufferCreate(kCFAllocatorDefault, nullptr, false, nullptr, nullptr, own.get(), samples,
+                         0, nullptr, 0, nullptr, &filled);
+    Owned<CMSampleBufferRef> result(filled);
+    if (result == nullptr || CMSampleBufferSetDataBufferFromAudioBufferList(
+                                 filled, kCFAllocatorDefault, kCFAllocatorDefault, 0, list) != 0) {
+        return nullptr;
+    }
+    return result;
+}
+
 }  // namespace
 
 CMSampleBufferRef RZStreamCollectManager::createSampleBufferFromAudioBufferList(
@@ -55,13 +95,19 @@ CMSampleBufferRef RZStreamCollectManager::createSampleBufferFromAudioBufferList(
     const UInt32 bytes =
         list == nullptr || list->mNumberBuffers == 0 ? 0 : list->mBuffers[0].mDataByteSize;
     const CMItemCount samples = desc.mBytesPerFrame == 0 ? 0 : bytes / desc.mBytesPerFrame;
+    const CMAudioFormatDescriptionRef label = cachedFormatDescription(desc);
+    const auto data =
+        hasLayoutOf(label, desc) ? nullptr : dataUnderItsOwnLabel(desc, list, samples);
     CMSampleBufferRef sampleBuffer = nullptr;
-    const OSStatus created = CMSampleBufferCreate(kCFAllocatorDefault, nullptr, false, nullptr,
-                                                  nullptr, cachedFormatDescription(desc), samples,
-                                                  1, &timing, 0, nullptr, &sampleBuffer);
+    const OSStatus created = CMSampleBufferCreate(
+        kCFAllocatorDefault, data ? CMSampleBufferGetDataBuffer(data.get()) : nullptr,
+        data != nullptr, nullptr, nullptr, label, samples, 1, &timing, 0, nullptr, &sampleBuffer);
     if (created != 0) {
         site.log(2, "CMSampleBufferCreate error");
         return nullptr;
+    }
+    if (data != nullptr) {
+        return sampleBuffer;
     }
     const OSStatus attached = CMSampleBufferSetDataBufferFromAudioBufferList(
         sampleBuffer, kCFAllocatorDefault, kCFAllocatorDefault, 0, list);

@@ -4,12 +4,16 @@
 #include <Foundation/Foundation.h>
 #include <audio_hook_config.h>
 
+#include <optional>
+#include <utility>
+
 #include "RZBoundary.h"
 #include "RZHookSet.h"
 #include "RZHostCallbacks.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "RZUnitFacts.h"
+#include "RZUnitFormatChange.h"
 #include "RZUnitTakeOver.h"
 #include "TQAudioCaptureBase.h"
 #include "TQAudioUnitRecordResolveManager.h"
@@ -206,7 +210,16 @@ constexpr tqhook::HookTable kHooks{
             RZRoadGuarded(site, [&] { change.end(status); });
             return status;
         }
+        std::optional<RZUnitFormatChange> reformatted;
+        RZRoadGuarded(site, [&] {
+            if (auto obj = RZUnitToReformat(unit, id, scope, element, data, size)) {
+                reformatted.emplace(std::move(obj));
+            }
+        });
         const OSStatus status = original(unit, id, scope, element, data, size);
+        if (reformatted && status == 0) {
+            RZRoadGuarded(site, [&] { manager().audioUnitFormatChanged(reformatted->object()); });
+        }
         // Also while calls pass through: what the host set must not be put back over it later.
         if (status == 0 && !RZOwnCalls::isActive()) {
             RZRoadGuarded(site, [&] { RZNoteUnitSource(unit, id, scope, element, data); });

@@ -147,6 +147,7 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     }
     AURenderCallbackStruct origin{};
     if (obj) {
+        obj->noteRenderBegins();
         origin = obj->originCallback();
     }
     if (origin.inputProc == nullptr) {

@@ -69,11 +69,18 @@ OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
                               const AudioTimeStamp* /*ts*/, UInt32 /*bus*/, UInt32 frames,
                               AudioBufferList* ioData) {
     constexpr RZLogSite site(kMixManagerFile, "RenderNotifyCallback");
-    if (!isSuccessfulPostRender(flags)) {
+    const bool isBeginning = flags != nullptr && (*flags & kAudioUnitRenderAction_PreRender) != 0;
+    if (!isBeginning && !isSuccessfulPostRender(flags)) {
         return 0;
     }
     const tqcommon::RenderThreadScope renderThread;
-    if (const auto obj = RZStreamMixManager::sharedManager()->findAudioUnitObj(refCon)) {
+    const auto obj = RZStreamMixManager::sharedManager()->findAudioUnitObj(refCon);
+    if (!obj) {
+        return 0;
+    }
+    if (isBeginning) {
+        obj->noteRenderBegins();
+    } else {
         RZRoadGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
     }
     return 0;

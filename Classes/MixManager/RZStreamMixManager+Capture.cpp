@@ -21,9 +21,13 @@ BOOL RZStreamMixManager::startCapture() {
     const TQAudioRecordLock guard(operatorLock_);
     site.log(2, "[mix] start capture, isCurrentInterrupting: %d, isCapturing: %d",
              isCurrentInterrupting(), isCapturing());
+    const std::uint32_t ends = interruptionEnds_;
     if (isCurrentInterrupting()) {
         setIsPendingStartCapturing(YES);
-        return YES;
+        // An end that came meanwhile has seen nothing pending: nobody else would start.
+        if (interruptionEnds_ == ends) {
+            return YES;
+        }
     }
     setIsPendingStartCapturing(NO);
     if (isCapturing()) {
@@ -146,17 +150,23 @@ void RZStreamMixManager::onAudioInterruption(const NSNotification& notification)
             setIsCurrentInterrupting(YES);
             site.log(3, "[mix] Interruption beging");
             // On the queue: stopping a graph must not hold up the notifying thread.
-            dispatch_async(getAsyncQueue(), [this] {
+            dispatch_async(getAsyncQueue(), [this, ends = interruptionEnds_.load()] {
                 const TQAudioRecordLock guard(operatorLock_);
                 if (isCapturing()) {
                     stopCapture();
                     // Set after the stop, because a stop clears it.
                     setIsPendingStartCapturing(YES);
+                    // An end that came before has seen nothing pending. The restart is made here
+                    // then; an end that comes now finds it pending or done.
+                    if (interruptionEnds_ != ends) {
+                        startCapture();
+                    }
                 }
             });
             break;
         case AVAudioSessionInterruptionTypeEnded:
             setIsCurrentInterrupting(NO);
+            ++interruptionEnds_;
             site.log(3, "[mix] Interruption end");
             if (isPendingStartCapturing()) {
                 dispatch_async(getAsyncQueue(), [this] {

@@ -1,6 +1,8 @@
 #include "MixRenderCallbacks.h"
 #include "OSStatusText.h"
+#include "RZStreamFormat.h"
 #include "RZStreamMixManager+Report.h"
+#include "RZUnitFormatChange.h"
 #include "TQAudioRecordLock.h"
 #include "TQAudioUnitRecordResolveManager.h"
 
@@ -138,6 +140,9 @@ BOOL RZStreamMixManager::connectUnitObj(const UnitObject& obj) {
         return NO;
     }
     site.log(4, "audio unit start capture: %p", obj->inUnit());
+    // What an earlier capture left would come out of place.
+    obj->keepOnlyBlocksOf({});
+    obj->keepOnlyBlocksOf(obj->streamDesc());
     obj->startCapture();
     RZUnitFacts::shared().mixTook(obj->inUnit());
     return YES;
@@ -229,9 +234,7 @@ OSStatus RZStreamMixManager::updateResampleAudioFormat(const UnitObject& obj, Au
 BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateAudioUnitObjStreamFormat:]");
-    // A taken-over callback sees the application's side of the unit, a render notify the device's.
-    const AudioUnitScope scope =
-        obj && obj->origin_inputProc() != nullptr ? kAudioUnitScope_Input : kAudioUnitScope_Output;
+    const AudioUnitScope scope = obj ? RZCapturedScope(*obj) : kAudioUnitScope_Output;
     AudioStreamBasicDescription desc{};
     if (failed(site, readStreamFormat(obj ? obj->inUnit() : nullptr, scope, desc),
                "[mix] can not update stream format info when start")) {
@@ -297,6 +300,24 @@ void RZStreamMixManager::updateAudioUnitObjASBD() {
     }
 }
 
+/// The bus gets the format known so far and, where the device's side is recorded and is another
+/// now, that one at once: in the old one the bus would read blocks that are no longer there. A
+/// taken-over callback sees the application's side, which stays.
+BOOL RZStreamMixManager::giveBusFormats(const UnitObject& obj,
+                                        const AudioStreamBasicDescription& deviceSide) {
+    if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+        return NO;
+    }
+    if (RZCapturedScope(*obj) == kAudioUnitScope_Input ||
+        RZIsSameFormat(deviceSide, obj->streamDesc())) {
+        return YES;
+    }
+    const RZUnitFormatChange change(obj);
+    obj->setStreamDesc(deviceSide);
+    obj->keepOnlyBlocksOf(deviceSide);
+    return updateResampleAudioFormat(obj, mixUnit()) == 0;
+}
+
 BOOL RZStreamMixManager::updateCapturingAudioUnitObjFormatToResampler() {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateCapturingAudioUnitObjFormatToResampler]");
@@ -312,12 +333,9 @@ BOOL RZStreamMixManager::updateCapturingAudioUnitObjFormatToResampler() {
         if (readStreamFormat(obj->inUnit(), kAudioUnitScope_Output, fresh) != 0) {
             report(site, 3, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                    "[mix] can not get audio unit stream format: %p", obj->inUnit());
-        } else if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+        } else if (!giveBusFormats(obj, fresh)) {
             report(site, 3, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                    "[mix] can not set audio unit stream format: %p", obj->inUnit());
-        } else {
-            // The bus keeps the format known so far; the fresh one serves the next pass.
-            obj->setStreamDesc(fresh);
         }
     }
     updateAUGraph();

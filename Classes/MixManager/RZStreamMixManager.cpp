@@ -9,6 +9,7 @@
 
 #include "RZNumbers.h"
 #include "RZStreamMixManager+Report.h"
+#include "RZUnitFormatChange.h"
 #include "TQAudioRecordLock.h"
 #include "TQAudioUnitRecordResolveManager.h"
 #include "UniversalNodeProcessCallback.h"
@@ -292,7 +293,7 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitStart:]");
     const TQAudioRecordLock guard(operatorLock_);
     resumeTail(obj);
-    updateAudioUnitObjectWithStart(obj);
+    inspectAtStart(obj);
     recordTrackStatistics(obj);
     // Before its first block can be captured: the block bears the unit's name.
     if (obj) {
@@ -333,23 +334,57 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
            "[mix] resample update(au start) success, key: %p, trackid: %d", unit, obj->trackId());
 }
 
+/// A unit that has stood still may start in another format: what its rings hold in the old one
+/// would shift every channel of the new one.
+void RZStreamMixManager::inspectAtStart(const UnitObject& obj) {
+    if (!obj || obj->isStarted()) {
+        updateAudioUnitObjectWithStart(obj);
+        return;
+    }
+    const RZUnitFormatChange change(obj);
+    updateAudioUnitObjectWithStart(obj);
+    obj->keepOnlyBlocksOf(obj->streamDesc());
+}
+
+/// Unit, mixer bus and rings in the format that the unit has now. What the rings hold in another
+/// one goes. The mixer's answer; nothing for a unit that is not captured.
+std::optional<OSStatus> RZStreamMixManager::followFormat(const UnitObject& obj) {
+    const RZUnitFormatChange change(obj);
+    if (obj->isStarted()) {
+        updateAudioUnitObjectWithStart(obj);
+    }
+    if (!obj->isCapturing()) {
+        return std::nullopt;
+    }
+    const OSStatus status = updateResampleAudioFormat(obj, mixUnit());
+    obj->keepOnlyBlocksOf(obj->streamDesc());
+    return status;
+}
+
 void RZStreamMixManager::audioUnitUpdate(const UnitObject& obj) {
+    updateUnit(obj, YES);
+}
+
+void RZStreamMixManager::audioUnitFormatChanged(const UnitObject& obj) {
+    // A graph tells of it with its update.
+    updateUnit(obj, obj && obj->auGraph() == nullptr);
+}
+
+void RZStreamMixManager::updateUnit(const UnitObject& obj, BOOL tellsSuccess) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitUpdate:]");
     if (!obj) {
         return;
     }
     const TQAudioRecordLock guard(operatorLock_);
-    if (obj->isStarted()) {
-        updateAudioUnitObjectWithStart(obj);
-    }
-    if (!obj->isCapturing()) {
+    const std::optional<OSStatus> status = followFormat(obj);
+    if (!status) {
         return;
     }
-    if (updateResampleAudioFormat(obj, mixUnit()) != 0) {
+    if (*status != 0) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_GRAPH_REFUSED,
                "[mix] resample set input streamFormat fail, key: %p trackId: %d", obj->inUnit(),
                obj->trackId());
-    } else {
+    } else if (tellsSuccess) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,
                "[mix] resample set input streamFormat success, key: %p trackId: %d", obj->inUnit(),
                obj->trackId());

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -163,6 +164,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
 
     void audioUnitStart(const UnitObject& obj);
     void audioUnitUpdate(const UnitObject& obj);
+    /// The program has given a started unit another format by setting its property.
+    void audioUnitFormatChanged(const UnitObject& obj);
     void audioUnitStop(const UnitObject& obj);
     void disposeAudioUnitObj(const UnitObject& obj);
 
@@ -224,6 +227,11 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     void resumeTail(const UnitObject& obj);
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
+    void inspectAtStart(const UnitObject& obj);
+    [[nodiscard]] std::optional<OSStatus> followFormat(const UnitObject& obj);
+    void updateUnit(const UnitObject& obj, BOOL tellsSuccess);
+    [[nodiscard]] BOOL giveBusFormats(const UnitObject& obj,
+                                      const AudioStreamBasicDescription& deviceSide);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
     void takeBus(const UnitObject& obj);
     void leaveBus(const UnitObject& obj);
@@ -239,6 +247,10 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::atomic<bool> isPendingStartCapturing_{false};
     std::atomic<bool> lastStopError_{false};
     std::atomic<bool> isCurrentInterrupting_{false};
+    /// Ends of interruptions so far. Whoever sets isPendingStartCapturing_ reads it before and
+    /// after, the notice of an end raises it before it reads isPendingStartCapturing_, all in one
+    /// total order: one of the two sees the other, so a start never stays pending.
+    std::atomic<std::uint32_t> interruptionEnds_{0};
     std::atomic<std::int32_t> trackId_{0};
     std::atomic<bool> releasesOwnNumberOnly_{false};
     std::atomic<AUNode> mixNode_{0};

@@ -138,6 +138,9 @@ void RZTrackTails::deliverPost(const RZTrackPass& pass, AudioBufferList& scratch
 
 void RZTrackTails::deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferList& scratch) {
     RZReplayAudioUnitObject& obj = *tail.obj;
+    if (!obj.isFormatSettled()) {
+        return;
+    }
     const AudioStreamBasicDescription format = formatRead(obj);
     std::size_t left = obj.waitingFrames(YES);
     if (tail.resumed) {

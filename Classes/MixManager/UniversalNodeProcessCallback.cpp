@@ -31,8 +31,10 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
     Backlog backlog;
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
-    const bool capturing = manager.isCapturing() && obj.isCapturing();
-    const bool isBehindTails = manager.isCapturing() && !manager.trackTails().isEmpty(bus);
+    // While the unit's format changes there is nothing whose format is known.
+    const bool isReadable = manager.isCapturing() && obj.isFormatSettled();
+    const bool capturing = isReadable && obj.isCapturing();
+    const bool isBehindTails = isReadable && !manager.trackTails().isEmpty(bus);
     RZTrackTails& tails = manager.trackTails();
     const RZTrackPass pass{manager, bus, type, frames,
                            ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime)};

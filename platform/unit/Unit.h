@@ -297,6 +297,9 @@ class Unit {
     /// The row of a property that the unit has there; else null and why not.
     const PropertyRow* describe(PropertyKey key, PropertyInfo& info, OSStatus& status);
     OSStatus setUnderLock(PropertyKey key, const void* data, UInt32 size);
+    /// [any thread] Waits until a slice that began before the call has ended, for a time that is
+    /// bounded, and not at all inside of one.
+    void waitForSlice() const;
     /// Takes the lock by itself; the key's element becomes the input that is connected.
     OSStatus setConnection(PropertyKey& key, const void* data, UInt32 size);
 

@@ -1,8 +1,10 @@
 // Formats of buses.
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <thread>
 
 #include "component/Status.h"
 #include "unit/Unit.h"
@@ -20,7 +22,25 @@ AudioUnitScope sideOf(AudioUnitScope scope) {
                                           : AudioUnitScope{kAudioUnitScope_Output};
 }
 
+// As for updates of graphs: a callback of the slice may want a lock that the caller holds.
+constexpr std::chrono::milliseconds kLongestWait{2};
+constexpr std::chrono::microseconds kWaitStep{20};
+
 }  // namespace
+
+// A program that changes the format of a unit that plays has to know from when on its callback is
+// handed blocks of the new format.
+void Unit::waitForSlice() const {
+    const std::uint64_t slice = sliceCount();
+    if ((slice & 1U) == 0 || !mayWait()) {
+        return;
+    }
+    const auto end = std::chrono::steady_clock::now() + kLongestWait;
+    while (sliceCount() == slice && std::chrono::steady_clock::now() < end) {
+        // Waking a waiter would be a system call on the render thread, so the waiter polls.
+        std::this_thread::sleep_for(kWaitStep);
+    }
+}
 
 PCMFormat Unit::parsed(const AudioStreamBasicDescription& format) {
     // Only descriptions that could be parsed ever become the format of a bus.

@@ -252,9 +252,13 @@ OSStatus Unit::setProperty(PropertyKey key, const void* data, UInt32 size) {
     if (status != noErr) {
         return status;
     }
+    const bool isFormat =
+        key.id == kAudioUnitProperty_StreamFormat || key.id == kAudioUnitProperty_SampleRate;
+    if (isFormat) {
+        waitForSlice();
+    }
     tellListeners(key);
-    if (key.scope != kAudioUnitScope_Input &&
-        (key.id == kAudioUnitProperty_StreamFormat || key.id == kAudioUnitProperty_SampleRate)) {
+    if (isFormat && key.scope != kAudioUnitScope_Input) {
         tellDependents(key.element);
     }
     return noErr;

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -177,12 +178,57 @@ TEST(RZStreamCollectManagerSampleBufferTest, FailedCreationIsLoggedAndAnswersNul
                                                    "CMSampleBufferCreate error")));
 }
 
-TEST(RZStreamCollectManagerSampleBufferTest, BlockThatDoesNotFitTheLabelIsLoggedAndAnswersNull) {
+TEST(RZStreamCollectManagerSampleBufferTest, FramesOfAnotherSizeComeWholeUnderTheFirstLabel) {
+    struct Later {
+        AudioStreamBasicDescription format;
+        UInt32 buffers;
+        UInt32 channelsPerBuffer;
+        UInt32 bytes;
+        CMItemCount samples;
+    };
+    auto first = OwnedBufferList::interleaved(2, 4096);
+    const SampleBuffer label = make(first, stream_formats::int16Interleaved(44100, 2));
+    const Later all[] = {
+        {stream_formats::int16Interleaved(22050, 1), 1, 1, 882, 441},
+        {stream_formats::floatInterleaved(44100, 2), 1, 2, 4096, 512},
+        {stream_formats::linear(48000, kAudioFormatFlagIsSignedInteger, 24, 1, 1), 1, 1, 1323, 441},
+        {stream_formats::linear(
+             48000, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsNonInterleaved, 16, 2, 1),
+         2, 1, 1024, 256}};
+    for (const Later& later : all) {
+        auto list = later.buffers == 1
+                        ? OwnedBufferList::interleaved(later.channelsPerBuffer, later.bytes)
+                        : OwnedBufferList::planar(later.buffers, later.bytes);
+        for (UInt32 i = 0; i < later.buffers; ++i) {
+            std::memset(list.get()->mBuffers[i].mData, static_cast<int>(i + 1), later.bytes);
+        }
+        const LogCapture log;
+        const SampleBuffer buffer = make(list, later.format);
+        ASSERT_NE(nullptr, buffer) << later.format.mBitsPerChannel;
+        EXPECT_THAT(log.lines(), testing::IsEmpty());
+        EXPECT_EQ(CMSampleBufferGetFormatDescription(label.get()),
+                  CMSampleBufferGetFormatDescription(buffer.get()));
+        EXPECT_EQ(later.samples, CMSampleBufferGetNumSamples(buffer.get()));
+        EXPECT_TRUE(CMSampleBufferDataIsReady(buffer.get()));
+        EXPECT_EQ(1, CFGetRetainCount(buffer.get()));
+        CMSampleTimingInfo timing{};
+        ASSERT_EQ(0, CMSampleBufferGetSampleTimingInfo(buffer.get(), 0, &timing));
+        expectTime(1, static_cast<std::int32_t>(later.format.mSampleRate), timing.duration);
+        std::vector<std::uint8_t> bytes(std::size_t{later.buffers} * later.bytes);
+        const CMBlockBufferRef data = CMSampleBufferGetDataBuffer(buffer.get());
+        ASSERT_EQ(bytes.size(), CMBlockBufferGetDataLength(data));
+        ASSERT_EQ(0, CMBlockBufferCopyDataBytes(data, 0, bytes.size(), bytes.data()));
+        EXPECT_EQ(1, bytes.front());
+        EXPECT_EQ(later.buffers, bytes.back());
+    }
+}
+
+TEST(RZStreamCollectManagerSampleBufferTest, BlockOfNoWholeSamplesIsLoggedAndAnswersNull) {
     auto list = OwnedBufferList::interleaved(2, 4096);
     make(list, stream_formats::int16Interleaved(44100, 2));
     const LogCapture log;
-    EXPECT_EQ(nullptr, make(list, stream_formats::int16Interleaved(44100, 1)))
-        << "2048 samples of the first label's four bytes are not there";
+    auto odd = OwnedBufferList::interleaved(1, 1001);
+    EXPECT_EQ(nullptr, make(odd, stream_formats::int16Interleaved(44100, 1)));
     EXPECT_THAT(
         log.lines(),
         ElementsAre(IsLogLine(kSampleBufferFile, kFunction, 2,

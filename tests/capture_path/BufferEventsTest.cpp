@@ -133,10 +133,10 @@ TEST_F(SpoiltHost, WhoseBusKeepsAnotherFormatIsReportedAsAReadMismatch) {
     pump(3);
     // The host goes stereo and the bus refuses to follow.
     graph.sound.format = stream_formats::int16Interleaved(48000, 2);
-    graph.setOutputFormat();
     platform.fail(
         "AudioUnitSetProperty", -10868,
         PlatformCalls::property(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 1));
+    graph.setOutputFormat();
     ASSERT_EQ(AUGraphUpdate(graph.graph(), nullptr), 0);
     platform.heal();
     listener->clear();

@@ -1,4 +1,5 @@
 #include "CapturePathFixture.h"
+#include "Event.h"
 #include "RZReplayVolumeController.h"
 
 // The capture switch, what the system's notices do to it, and units that come and go meanwhile.
@@ -84,6 +85,68 @@ TEST_F(CaptureState, AnInterruptionStopsCaptureAndItsEndStartsItAgain) {
     beginInterruption();
     endInterruption();
     expectState(true, false, false);
+}
+
+/// Notices that come while the manager's queue is at work: what they ask for happens behind them.
+struct BusyQueue : CaptureState {
+    template <class Body>
+    void whileBusy(Body body) {
+        const dispatch_queue_t queue = manager().getAsyncQueue();
+        Gate gate;
+        dispatch_async(queue, [&gate] { gate.enterAndWait(); });
+        gate.waitUntilEntered();
+        body();
+        gate.open();
+        dispatch_sync(queue, [] {});
+    }
+    void postWhileBusy(std::initializer_list<long> types) {
+        whileBusy([&] {
+            for (const long type : types) {
+                post("AVAudioSessionInterruptionNotification",
+                     {{"AVAudioSessionInterruptionTypeKey", type}});
+            }
+        });
+    }
+};
+
+TEST_F(BusyQueue, AnInterruptionWhoseEndFollowsAtOnceRestartsCaptureAndTellsIt) {
+    HostUnit host;
+    host.play();
+    ASSERT_TRUE(startCapture());
+    for (int i = 0; i < 20; ++i) {
+        listener->clear();
+        postWhileBusy({1, 0});
+        expectState(true, false, false);
+        EXPECT_TRUE(host.object()->isCapturing());
+        ASSERT_THAT(listener->events(), SizeIs(1));
+        EXPECT_EQ(listener->events()[0].category, 0U);
+        EXPECT_EQ(listener->events()[0].code, 0U);
+        pump(3);
+        EXPECT_THAT(listener->mixes(), SizeIs(3));
+    }
+}
+
+TEST_F(BusyQueue, SeveralInterruptionsAtOnceEndWithCaptureOn) {
+    ASSERT_TRUE(startCapture());
+    postWhileBusy({1, 0, 1, 0, 1, 0});
+    expectState(true, false, false);
+}
+
+TEST_F(BusyQueue, AnInterruptionThatFollowsAtOnceWaitsForItsOwnEnd) {
+    ASSERT_TRUE(startCapture());
+    postWhileBusy({1, 0, 1});
+    expectState(false, true, true);
+    endInterruption();
+    expectState(true, false, false);
+}
+
+TEST_F(BusyQueue, TheBackgroundIsNoEndAlsoWhenItFollowsAtOnce) {
+    ASSERT_TRUE(startCapture());
+    whileBusy([] {
+        post("AVAudioSessionInterruptionNotification", {{"AVAudioSessionInterruptionTypeKey", 1L}});
+        enterBackground();
+    });
+    expectState(false, true, false);
 }
 
 TEST_F(CaptureState, AStartDuringAnInterruptionWaitsForItsEnd) {

@@ -389,13 +389,13 @@ TEST_F(GraphHooks, AnUpdateReadsTheFormatOfAStartedGraphAnew) {
 TEST_F(GraphHooks, AFailedUpdateChangesNothing) {
     HostGraph host;
     host.play();
-    host.sound.format = stream_formats::floatInterleaved(44100, 1);
-    host.setOutputFormat();
+    const AudioStreamBasicDescription unread = stream_formats::floatInterleaved(44100, 1);
+    host.object()->setStreamDesc(unread);
     logs->clear();
     platform.fail("AUGraphUpdate", -10863);
     EXPECT_EQ(AUGraphUpdate(host.graph(), nullptr), -10863);
     EXPECT_THAT(logs->lines(), SizeIs(1));
-    EXPECT_EQ(host.object()->streamDesc().mSampleRate, 48000);
+    EXPECT_EQ(host.object()->streamDesc().mSampleRate, 44100) << "not read anew";
 }
 
 TEST_F(GraphHooks, AStopIsRecordedWhateverThePlatformAnswers) {

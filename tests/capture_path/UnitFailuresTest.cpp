@@ -301,25 +301,50 @@ struct RouteChange : CapturePath {
     }
 };
 
-TEST_F(RouteChange, GivesTheBusTheKnownFormatAndKeepsTheFreshOne) {
+TEST_F(RouteChange, GivesTheBusTheKnownFormatAndThenTheFreshOne) {
     HostUnit host;
     host.play(kAudioUnitScope_Output);
     ASSERT_TRUE(startCapture());
     listener->clear();
     ASSERT_EQ(TQManualDeviceSetSampleRate(32000), 0);
+    std::vector<double> rates;
+    platform.watch("AudioUnitSetProperty", [&](const PlatformCalls::Call& call) {
+        if (busFormat(1)(call)) {
+            rates.push_back(host.object()->streamDesc().mSampleRate);
+        }
+    });
     post();
-    EXPECT_EQ(host.object()->streamDesc().mSampleRate, 32000);
+    platform.watch("AudioUnitSetProperty", {});
+    EXPECT_THAT(rates, ElementsAre(48000, 32000)) << "what the bus is set from";
     AudioStreamBasicDescription bus{};
     UInt32 size = sizeof(bus);
     AudioUnitGetProperty(manager().mixUnit(), kAudioUnitProperty_StreamFormat,
                          kAudioUnitScope_Input, 1, &bus, &size);
-    EXPECT_EQ(bus.mSampleRate, 48000) << "the fresh format serves the next pass";
-    post();
-    AudioUnitGetProperty(manager().mixUnit(), kAudioUnitProperty_StreamFormat,
-                         kAudioUnitScope_Input, 1, &bus, &size);
     EXPECT_EQ(bus.mSampleRate, 32000);
-    EXPECT_THAT(listener->events(), ElementsAre(event(1, 0, "[mix] AUGraph update success."),
-                                                event(1, 0, "[mix] AUGraph update success.")));
+    EXPECT_THAT(listener->events(), ElementsAre(event(1, 0, "[mix] AUGraph update success.")));
+}
+
+TEST_F(RouteChange, ThatChangesTheHardwareRateIsFollowedByTheRecording) {
+    HostUnit host;
+    host.sound.format = stream_formats::int16Interleaved(48000, 2);
+    host.play(kAudioUnitScope_Output);
+    ASSERT_TRUE(startCapture());
+    pump(4);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(32000), 0);
+    post();
+    pump(2, 320);
+    listener->clear();
+    pump(20, 320);
+    std::size_t frames = 0;
+    for (const CaptureListener::Block& block : listener->mixes()) {
+        for (const std::int16_t sample : block.samples()) {
+            EXPECT_NEAR(sample, 8192, 8);
+        }
+        frames += block.samples().size() / 2;
+    }
+    EXPECT_EQ(frames, 20U * 441);
+    EXPECT_EQ(listener->posts().back().info.sampleRate(), 32000);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(48000), 0);
 }
 
 TEST_F(RouteChange, WhoseFormatCannotBeReadIsRaisedAndTheGraphUpdatedAllTheSame) {
@@ -352,17 +377,23 @@ TEST_F(RouteChange, WhoseBusRefusesTheFormatIsRaisedAndKeepsTheKnownFormat) {
     EXPECT_EQ(host.object()->streamDesc().mSampleRate, 48000);
 }
 
-TEST_F(RouteChange, ReadsTheDevicesSideOfEveryCapturingUnit) {
+TEST_F(RouteChange, LeavesTakenOverUnitsWithTheirProgramsFormat) {
     HostUnit notified;
     HostUnit takenOver;
+    takenOver.sound.value = 0.5;
     notified.play(kAudioUnitScope_Output);
     takenOver.play();
+    notified.sound.value = 0;
     ASSERT_TRUE(startCapture());
-    ASSERT_EQ(takenOver.object()->streamDesc().mBitsPerChannel, 16U);
+    pump(4);
+    listener->clear();
     post();
-    EXPECT_EQ(takenOver.object()->streamDesc().mBitsPerChannel, 32U);
-    EXPECT_EQ(takenOver.object()->streamDesc().mFormatFlags,
-              notified.object()->streamDesc().mFormatFlags);
+    EXPECT_EQ(takenOver.object()->streamDesc().mBitsPerChannel, 16U);
+    pump(4);
+    EXPECT_THAT(listener->events(), ElementsAre(event(1, 0, "[mix] AUGraph update success.")));
+    for (const CaptureListener::Block& block : listener->mixes()) {
+        EXPECT_NEAR(block.samples()[200], 16384, 4);
+    }
 }
 
 TEST_F(RouteChange, WithTakenOverUnitsOnlyChangesNothing) {
