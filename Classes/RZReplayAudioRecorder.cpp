@@ -52,7 +52,10 @@ const dispatch_queue_t& RZReplayAudioRecorder::queue() const {
 
 void RZReplayAudioRecorder::startRecord() {
     // The block owns the recorder too, so a start runs even when everyone else lets go of it first.
-    dispatch_async(queue(), [self = shared_from_this()] { self->manager()->startCapture(); });
+    dispatch_async(queue(), [self = shared_from_this()] {
+        RZStreamMixManager::prepareConversions();
+        self->manager()->startCapture();
+    });
 }
 
 void RZReplayAudioRecorder::stopRecord() {

@@ -52,16 +52,17 @@ class Published {
         collect();
     }
 
-    /// [one host thread at a time] The value as its owner sees it.
-    [[nodiscard]] const T* owned() const noexcept { return owned_.get(); }
-
-  private:
+    /// [one host thread at a time] Frees replaced values now, unless readers may still have them.
     void collect() noexcept {
         if (readers_.load(std::memory_order_seq_cst) == 0) {
             retired_.clear();
         }
     }
 
+    /// [one host thread at a time] The value as its owner sees it.
+    [[nodiscard]] const T* owned() const noexcept { return owned_.get(); }
+
+  private:
     mutable std::atomic<unsigned> readers_{0};
     std::atomic<const T*> current_{nullptr};
     std::unique_ptr<const T> owned_;

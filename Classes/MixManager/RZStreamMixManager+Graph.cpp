@@ -1,3 +1,5 @@
+#include <TQPlatform/RateConversion.h>
+
 #include "MixRenderCallbacks.h"
 #include "OSStatusText.h"
 #include "RZStreamFormat.h"
@@ -55,6 +57,16 @@ OSStatus readStreamFormat(AudioUnit unit, AudioUnitScope scope, AudioStreamBasic
 }
 
 }  // namespace
+
+void RZStreamMixManager::prepareConversions() {
+    // Without them a start takes longer, that is all: what is refused here is not looked at.
+    constexpr Float64 kUsualRates[] = {48000, 32000, 24000, 22050, 16000,
+                                       11025, 12000, 8000,  96000, 88200};
+    for (const Float64 rate : kUsualRates) {
+        TQPrepareRateConversion(rate, kMixedFormat.mSampleRate, kMixedFormat.mChannelsPerFrame,
+                                kMaximumFramesPerSlice);
+    }
+}
 
 BOOL RZStreamMixManager::initResampleUnit() {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager initResampleUnit]");

@@ -188,6 +188,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
 
     // Capture.
 
+    /// Takes up to tens of milliseconds the first time and no lock: makes ready what the mix needs
+    /// for tracks of the usual sample rates, so that a program's start of a unit does not pay it.
+    static void prepareConversions();
     BOOL startCapture();
     BOOL stopCapture();
     /// The serial queue of the interruption handling, made on demand.

@@ -8,9 +8,12 @@ extern "C" {
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
+#include "common/NeverDestroyed.h"
 #include "common/Planes.h"
 #include "format/PCMFormat.h"
 #include "format/RateRatio.h"
@@ -145,9 +148,8 @@ class RateConverter::Engine {
             }
         }
         // Short cycles are run to their end, so that a converter after a reset is like new.
-        for (std::int64_t turn = 0; isCyclic() && phase_ != 0 && turn < ratio_.output; ++turn) {
-            feedSilence(missing());
-            convert(silent_, 0, scratch_, 1);
+        if (isCyclic()) {
+            endCycle();
         }
         feedSilence(phase_ == 0 ? missing() - 1 : missing());
         credit_ = 0;
@@ -156,6 +158,15 @@ class RateConverter::Engine {
     }
 
     [[nodiscard]] UInt32 delay() const noexcept { return static_cast<UInt32>(lookAhead_); }
+
+    /// Took long to make, and is like new after a reset.
+    [[nodiscard]] bool isSpare() const noexcept { return !ratio_.equal() && isCyclic(); }
+
+    [[nodiscard]] bool isFor(RateRatio ratio, UInt32 channels,
+                             UInt32 maximumFrames) const noexcept {
+        return ratio_.input == ratio.input && ratio_.output == ratio.output &&
+               channels_ == channels && maximumFrames_ == maximumFrames;
+    }
 
   private:
     /// Its position repeats soon enough to be found again by running it there.
@@ -184,6 +195,25 @@ class RateConverter::Engine {
         phase_ = position % ratio_.output;
         ahead_ += inCount - position / ratio_.output;
         return made;
+    }
+
+    /// Gives output until the next one lies right on an input frame, feeding no more than it takes.
+    void endCycle() noexcept {
+        std::int64_t left = 0;
+        while ((phase_ + left * ratio_.input) % ratio_.output != 0) {
+            ++left;
+        }
+        while (left > 0) {
+            const std::int64_t last = (phase_ + (left - 1) * ratio_.input) / ratio_.output;
+            const auto fed =
+                static_cast<UInt32>(std::clamp<std::int64_t>(last + missing(), 0, maximumFrames_));
+            const auto room = static_cast<UInt32>(std::min<std::int64_t>(left, maximumFrames_));
+            const int made = convert(silent_, fed, scratch_, room);
+            if (made < 0 || (made == 0 && fed == 0)) {
+                return;
+            }
+            left -= made;
+        }
     }
 
     void feedSilence(std::int64_t frames) noexcept {
@@ -341,6 +371,56 @@ class RateConverter::Engine {
     std::int64_t missedOutput_ = 0;
 };
 
+/// Converters that nobody uses at the moment, each like new: making a filter takes milliseconds,
+/// and units of the same few rates come and go. Held up to kMost, the oldest goes first.
+class RateConverter::Spares {
+  public:
+    Spares() { spares_.reserve(kMost); }
+    static Spares& shared() {
+        static tqcommon::NeverDestroyed<Spares> spares;
+        return *spares;
+    }
+
+    /// [any thread] Null when there is none.
+    std::unique_ptr<Engine> take(RateRatio ratio, UInt32 channels, UInt32 maximumFrames) {
+        const std::lock_guard lock(lock_);
+        const auto found = find(ratio, channels, maximumFrames);
+        if (found == spares_.end()) {
+            return nullptr;
+        }
+        std::unique_ptr<Engine> engine = std::move(*found);
+        spares_.erase(found);
+        return engine;
+    }
+    /// [any thread] Takes a converter in, as it was left.
+    void keep(std::unique_ptr<Engine> engine) noexcept {
+        if (!engine->isSpare()) {
+            return;
+        }
+        engine->reset();
+        std::unique_ptr<Engine> oldest;  // destroyed behind the lock
+        const std::lock_guard lock(lock_);
+        if (spares_.size() == kMost) {
+            oldest = std::move(spares_.front());
+            spares_.erase(spares_.begin());
+        }
+        spares_.push_back(std::move(engine));
+    }
+
+  private:
+    static constexpr std::size_t kMost = 24;
+
+    std::vector<std::unique_ptr<Engine>>::iterator find(RateRatio ratio, UInt32 channels,
+                                                        UInt32 maximumFrames) {
+        return std::find_if(spares_.begin(), spares_.end(), [&](const auto& engine) {
+            return engine->isFor(ratio, channels, maximumFrames);
+        });
+    }
+
+    std::mutex lock_;
+    std::vector<std::unique_ptr<Engine>> spares_;
+};
+
 RateConverter::RateConverter(Float64 inputRate, Float64 outputRate, UInt32 channels,
                              UInt32 maximumFrames) {
     const bool rates =
@@ -349,11 +429,22 @@ RateConverter::RateConverter(Float64 inputRate, Float64 outputRate, UInt32 chann
         maximumFrames > kMaximumBlock) {
         throw std::runtime_error("no such rate, channel count or block size");
     }
-    engine_ =
-        std::make_unique<Engine>(RateRatio::of(inputRate, outputRate), channels, maximumFrames);
+    const RateRatio ratio = RateRatio::of(inputRate, outputRate);
+    engine_ = Spares::shared().take(ratio, channels, maximumFrames);
+    if (engine_ == nullptr) {
+        engine_ = std::make_unique<Engine>(ratio, channels, maximumFrames);
+    }
 }
 
-RateConverter::~RateConverter() = default;
+RateConverter::~RateConverter() {
+    Spares::shared().keep(std::move(engine_));
+}
+
+void RateConverter::prepare(Float64 inputRate, Float64 outputRate, UInt32 channels,
+                            UInt32 maximumFrames) {
+    // Its end makes it a spare one again or anew.
+    const RateConverter made(inputRate, outputRate, channels, maximumFrames);
+}
 
 OSStatus RateConverter::pull(const AudioView& planes, FramePull source, void* context) noexcept {
     return engine_->pull(planes, source, context);

@@ -19,11 +19,17 @@ using FramePull = OSStatus (*)(void* context, const tqcommon::AudioView& planes)
 class RateConverter {
   public:
     /// Rates above 0, channels 1 to kMaximumChannels. Allocates everything that pulls will need;
-    /// throws std::bad_alloc or std::runtime_error when the resampler cannot be made.
+    /// throws std::bad_alloc or std::runtime_error when the resampler cannot be made. Takes
+    /// milliseconds where no converter of the same kind was left by an earlier one.
     RateConverter(Float64 inputRate, Float64 outputRate, UInt32 channels, UInt32 maximumFrames);
     ~RateConverter();
     RateConverter(const RateConverter&) = delete;
     RateConverter& operator=(const RateConverter&) = delete;
+
+    /// [host thread] Sees to it that the next converter of this kind takes no time. Throws as the
+    /// constructor.
+    static void prepare(Float64 inputRate, Float64 outputRate, UInt32 channels,
+                        UInt32 maximumFrames);
 
     /// [any thread, one at a time] [real-time safe] Fills the planes with output frames; on a
     /// failed source the rest is silence and the source's status is returned.
@@ -35,6 +41,7 @@ class RateConverter {
 
   private:
     class Engine;
+    class Spares;
     std::unique_ptr<Engine> engine_;
 };
 

@@ -75,6 +75,8 @@ OSStatus Unit::republish() {
             }
         }
     }
+    // What an earlier plan alone had, converters above all, can serve the new one.
+    plan_.collect();
     plan_.publish(makePlan(plan_.owned()));
     return noErr;
 }

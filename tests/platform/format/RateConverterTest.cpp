@@ -355,6 +355,52 @@ TEST(RateConverter, ResetMakesItLikeNew) {
     }
 }
 
+/// What a converter gives for noise pulled in blocks of uneven size, sample for sample.
+std::vector<float> convertedNoise(RateConverter& converter, std::uint32_t seed) {
+    struct Noise {
+        std::minstd_rand random;
+        static OSStatus pull(void* context, const tqcommon::AudioView& planes) {
+            auto& self = *static_cast<Noise*>(context);
+            for (UInt32 frame = 0; frame < planes.frames(); ++frame) {
+                for (UInt32 channel = 0; channel < planes.channels(); ++channel) {
+                    planes.at(channel, frame) = static_cast<float>(self.random()) * 1e-9F - 1.0F;
+                }
+            }
+            return noErr;
+        }
+    };
+    Noise noise{std::minstd_rand(seed)};
+    std::vector<float> made;
+    for (const UInt32 frames : {441U, 17U, 512U, 1U, 300U, 256U}) {
+        Output output(2, frames);
+        EXPECT_EQ(converter.pull(output.view(frames), Noise::pull, &noise), noErr);
+        for (UInt32 channel = 0; channel < 2; ++channel) {
+            made.insert(made.end(), output[channel].begin(), output[channel].end());
+        }
+    }
+    return made;
+}
+
+TEST(RateConverter, OneLeftByAnEarlierOneGivesTheVeryBitsOfANewOne) {
+    for (const Float64 rate : {8000.0, 11025.0, 12000.0, 16000.0, 22050.0, 24000.0, 32000.0,
+                               48000.0, 88200.0, 96000.0}) {
+        // A size that no other test has: the first of these is new.
+        std::vector<float> fresh;
+        for (const UInt32 stopAfter : {0U, 1U, 440U, 1000U}) {
+            RateConverter converter(rate, 44100, 2, 517);
+            const std::vector<float> made = convertedNoise(converter, 5);
+            if (fresh.empty()) {
+                fresh = made;
+            }
+            ASSERT_EQ(made, fresh) << rate << " after " << stopAfter;
+            // Left in the middle of its cycle, full of sound.
+            Source source{.channels = 2};
+            Output rest(2, stopAfter + 1);
+            ASSERT_EQ(converter.pull(rest.view(stopAfter), Source::pull, &source), noErr);
+        }
+    }
+}
+
 TEST(RateConverter, ResetForgetsThePastAtRatesWithALongCycle) {
     RateConverter converter(44100.5, 48000, 1, 512);
     Source loud;
