@@ -88,9 +88,9 @@ int RZReplayAudioUnitCapture_initHookConfig() {
 namespace {
 
 /// What is done with the block that the host's callback has rendered.
-void takeRenderedBlock(const RZLogSite& site, RZReplayAudioUnitObject* obj, const void* refCon,
-                       UInt32 frames, AudioBufferList* ioData) {
-    RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
+void takeRenderedBlock(const RZLogSite& site, RZStreamMixManager& manager,
+                       RZReplayAudioUnitObject* obj, const void* refCon, UInt32 frames,
+                       AudioBufferList* ioData) {
     if (obj != nullptr) {
         obj->setTakenByCallback(YES);
     }
@@ -158,6 +158,6 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     if (origin.inputProc != nullptr) {
         result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
     }
-    RZGuarded(site, [&] { takeRenderedBlock(site, obj.get(), refCon, frames, ioData); });
+    RZGuarded(site, [&] { takeRenderedBlock(site, manager, obj.get(), refCon, frames, ioData); });
     return result;
 }
