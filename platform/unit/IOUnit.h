@@ -71,7 +71,7 @@ class IOUnit final : public Unit, private DeviceClient {
     std::atomic<UInt32> controlsGain_{1};
     std::atomic<UInt32> quality_{kBestQuality};
     std::atomic<UInt32> mutes_{0};
-    std::atomic<Float32> volume_{1};
+    ParameterValue volume_{1};
 
     /// Held while a thread other than the device's adds the unit to the device or removes it.
     std::mutex transition_;

@@ -148,7 +148,7 @@ OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
     const OSStatus status =
         plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.output);
     const bool muted = mutes_.load(std::memory_order_relaxed) != 0;
-    const Float32 volume = muted ? 0.0F : volume_.load(std::memory_order_relaxed);
+    const Float32 volume = muted ? 0.0F : volume_.load();
     if (status != noErr || volume == 0.0F) {
         silence(slice.output);
     } else if (volume != 1.0F) {

@@ -70,9 +70,9 @@ OSStatus MixerUnit::setInputCount(UInt32 count) {
     inputs_.resize(count);
     for (std::size_t i = before; i < count; ++i) {
         inputs_[i].format = floatDescription(outputs_[0].format.mSampleRate, 2);
-        levels_[i].volume.store(1);
-        levels_[i].enable.store(1);
-        levels_[i].pan.store(0);
+        levels_[i].volume.set(1);
+        levels_[i].enable.set(1);
+        levels_[i].pan.set(0);
     }
     inputCount_.store(count);
     return republish();
@@ -135,12 +135,12 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
 void MixerUnit::addInput(const Input& input, const RenderCall& call,
                          const AudioView& planes) noexcept {
     Levels& levels = levels_[input.bus];
-    const Float32 volume = levels.volume.load(std::memory_order_relaxed);
-    const Float32 pan = levels.pan.load(std::memory_order_relaxed);
+    const Float32 volume = levels.volume.load();
+    const Float32 pan = levels.pan.load();
     std::array<Float32, kMaximumChannels> gains;
     setGains(gains, planes.channels(), volume, pan);
-    const bool isVolumeRamped = levels.volumeRamp.begin();
-    const bool isPanRamped = levels.panRamp.begin();
+    const bool isVolumeRamped = levels.volumeRamp.begin(levels.volume);
+    const bool isPanRamped = levels.panRamp.begin(levels.pan);
     const bool isRamped = isVolumeRamped || isPanRamped;
     RateGroup& group = *input.group;
     const Float64 scale = call.frames / std::max(1.0, static_cast<Float64>(group.inputFrames()));
@@ -174,8 +174,8 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call,
 void MixerUnit::addRamped(const Input& input, const Levels& levels, UInt32 first, Float64 scale,
                           const ConstAudioView& found) noexcept {
     std::array<Float32, kMaximumChannels> gains;
-    const Float32 volume = levels.volume.load(std::memory_order_relaxed);
-    const Float32 pan = levels.pan.load(std::memory_order_relaxed);
+    const Float32 volume = levels.volume.load();
+    const Float32 pan = levels.pan.load();
     for (UInt32 i = 0; i < found.frames(); ++i) {
         const Float64 frame = (first + i) * scale;
         setGains(gains, found.channels(), levels.volumeRamp.at(frame, volume),
@@ -194,7 +194,7 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
         group->begin(call.frames, call.time.mSampleTime);
     }
     for (const Input& input : plan.inputs) {
-        if (levels_[input.bus].enable.load(std::memory_order_relaxed) >= 0.5F) {
+        if (levels_[input.bus].enable.load() >= 0.5F) {
             addInput(input, call, plan.bus->view());
         }
     }
@@ -207,8 +207,8 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
         group->finish(mix, isFirst);
         isFirst = false;
     }
-    const Float32 volume = outputVolume_.load(std::memory_order_relaxed);
-    if (outputRamp_.begin()) {
+    const Float32 volume = outputVolume_.load();
+    if (outputRamp_.begin(outputVolume_)) {
         for (UInt32 i = 0; i < call.frames; ++i) {
             const Float32 gain = outputRamp_.at(i, volume);
             for (UInt32 channel = 0; channel < mix.channels(); ++channel) {

@@ -27,9 +27,9 @@ class MixerUnit final : public Unit {
 
   private:
     struct Levels {
-        std::atomic<Float32> volume{1};
-        std::atomic<Float32> enable{1};
-        std::atomic<Float32> pan{0};
+        ParameterValue volume{1};
+        ParameterValue enable{1};
+        ParameterValue pan{0};
         ParameterRamp volumeRamp;
         ParameterRamp panRamp;
     };
@@ -48,7 +48,7 @@ class MixerUnit final : public Unit {
 
     std::array<Levels, kMostInputs> levels_;
     std::atomic<UInt32> inputCount_{kDefaultInputs};
-    std::atomic<Float32> outputVolume_{1};
+    ParameterValue outputVolume_{1};
     ParameterRamp outputRamp_;
 };
 

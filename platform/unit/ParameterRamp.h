@@ -5,6 +5,8 @@
 #include <atomic>
 #include <thread>
 
+#include "unit/ParameterValue.h"
+
 namespace tqplatform {
 
 /// A change of one parameter that begins at a frame of the next slice: a jump, or a line.
@@ -20,6 +22,7 @@ class ParameterRamp {
         UInt32 frames;  ///< 0 for a jump
         Float32 from;
         Float32 to;
+        std::uint32_t count;  ///< of the parameter when this was scheduled: set since, it is void
     };
 
     /// [any thread] [real-time safe] From the next slice on; a change that was not taken up yet is
@@ -36,21 +39,29 @@ class ParameterRamp {
     }
 
     /// [render thread] [real-time safe] Begins a slice. Whether a change is under way in it.
-    [[nodiscard]] bool begin() noexcept {
-        State seen = State::ready;
+    [[nodiscard]] bool begin(const ParameterValue& value) noexcept {
+        State ready = State::ready;
         if (state_.load(std::memory_order_relaxed) == State::ready &&
-            state_.compare_exchange_strong(seen, State::reading, std::memory_order_acquire)) {
+            state_.compare_exchange_strong(ready, State::reading, std::memory_order_acquire)) {
             now_ = next_;
             isActive_ = true;
             state_.store(State::empty, std::memory_order_release);
         }
+        if (isActive_) {
+            before_ = value.seen();
+            isActive_ = before_.count == now_.count;
+        }
         return isActive_;
     }
-    /// [render thread] [real-time safe] The value at a frame of the slice; `before` is what it was.
+    /// [render thread] [real-time safe] The value at a frame of the slice; `before` is what it is
+    /// where no change is under way.
     [[nodiscard]] Float32 at(Float64 frame, Float32 before) const noexcept {
-        const Float64 done = frame - static_cast<Float64>(now_.start);
-        if (!isActive_ || done < 0) {
+        if (!isActive_) {
             return before;
+        }
+        const Float64 done = frame - static_cast<Float64>(now_.start);
+        if (done < 0) {
+            return before_.value;
         }
         if (done >= now_.frames) {
             return now_.to;
@@ -58,9 +69,9 @@ class ParameterRamp {
         return now_.from + (now_.to - now_.from) * static_cast<Float32>(done / now_.frames);
     }
     /// [render thread] [real-time safe] Ends a slice of so many frames: `value` is what a reader of
-    /// the parameter finds then.
-    void end(UInt32 frames, std::atomic<Float32>& value) noexcept {
-        value.store(at(frames, value.load(std::memory_order_relaxed)), std::memory_order_relaxed);
+    /// the parameter finds then, unless it was set meanwhile.
+    void end(UInt32 frames, ParameterValue& value) noexcept {
+        value.moveOn(before_, at(frames, before_.value));
         now_.start -= frames;
         isActive_ = now_.start + now_.frames > 0;
     }
@@ -71,6 +82,7 @@ class ParameterRamp {
     std::atomic<State> state_{State::empty};
     Change next_{};
     Change now_{};
+    ParameterValue::Seen before_{};  ///< at the beginning of the slice
     bool isActive_ = false;
 };
 

@@ -195,7 +195,7 @@ OSStatus Unit::getParameter(AudioUnitParameterID id, AudioUnitScope scope, Audio
     Parameter parameter;
     const OSStatus status = findParameter(id, scope, element, parameter);
     if (status == noErr) {
-        *value = parameter.value->load(std::memory_order_relaxed);
+        *value = parameter.value->load();
     }
     return status;
 }
@@ -210,8 +210,7 @@ OSStatus Unit::setParameter(AudioUnitParameterID id, AudioUnitScope scope, Audio
     if (std::isnan(value)) {
         return kAudioUnitErr_InvalidParameterValue;
     }
-    parameter.value->store(std::clamp(value, parameter.minimum, parameter.maximum),
-                           std::memory_order_relaxed);
+    parameter.value->set(std::clamp(value, parameter.minimum, parameter.maximum));
     return noErr;
 }
 
@@ -237,12 +236,12 @@ OSStatus Unit::scheduleParameters(std::span<const AudioUnitParameterEvent> event
         if (parameter.ramp != nullptr) {
             const SInt64 start =
                 isRamp ? SInt64{ramp.startBufferOffset} : SInt64{jump.bufferOffset};
-            parameter.ramp->schedule(
-                {start, isRamp ? ramp.durationInFrames : 0, legal(from), legal(to)});
+            parameter.ramp->schedule({start, isRamp ? ramp.durationInFrames : 0, legal(from),
+                                      legal(to), parameter.value->seen().count});
         } else if (isRamp) {
             return kAudioUnitErr_InvalidParameter;
         } else {
-            parameter.value->store(legal(to), std::memory_order_relaxed);
+            parameter.value->set(legal(to));
         }
     }
     return noErr;

@@ -17,6 +17,7 @@
 #include "unit/BusMemory.h"
 #include "unit/InputSource.h"
 #include "unit/ParameterRamp.h"
+#include "unit/ParameterValue.h"
 #include "unit/PropertyTable.h"
 
 namespace tqplatform {
@@ -154,7 +155,7 @@ class Unit {
 
     /// A parameter's place in memory, its legal range, and what changes it within a slice.
     struct Parameter {
-        std::atomic<Float32>* value = nullptr;
+        ParameterValue* value = nullptr;
         Float32 minimum = 0;
         Float32 maximum = 1;
         ParameterRamp* ramp = nullptr;  ///< null where changes count from the next slice on

@@ -192,7 +192,7 @@ AU_EXPORT OSStatus AudioUnitGetParameter(AudioUnit inUnit, AudioUnitParameterID 
                                          AudioUnitScope inScope, AudioUnitElement inElement,
                                          AudioUnitParameterValue* outValue);
 /** [any thread] [real-time safe] The offset is accepted and taken as 0: a change counts from the
- * next slice on. */
+ * next slice on, and a scheduled change of the same parameter ends there. */
 AU_EXPORT OSStatus AudioUnitSetParameter(AudioUnit inUnit, AudioUnitParameterID inID,
                                          AudioUnitScope inScope, AudioUnitElement inElement,
                                          AudioUnitParameterValue inValue,

@@ -158,6 +158,34 @@ TEST_F(RampedMixer, AnImmediateEventJumpsAtItsFrame) {
     EXPECT_EQ(rendered(2), (std::vector<float>{0.5F, 0.5F}));
 }
 
+TEST_F(RampedMixer, WhatIsSetDuringARampStaysAndEndsIt) {
+    ASSERT_EQ(ramp(kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0, 64, 0, 1), noErr);
+    ASSERT_EQ(rendered(32).back(), 31.0F / 64);
+    // From inside the slice, after its gains were decided upon; also what it is anyway.
+    for (const Float32 wanted : {0.25F, 0.25F, 1.0F}) {
+        ASSERT_EQ(ramp(kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0, 64, 0, 1), noErr);
+        const auto body = ones.body;
+        ones.body = [&](auto& flags, auto& time, UInt32 bus, UInt32 frames, AudioBufferList* list) {
+            EXPECT_EQ(setParameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0,
+                                   wanted),
+                      noErr);
+            return body(flags, time, bus, frames, list);
+        };
+        static_cast<void>(rendered(32));
+        EXPECT_EQ(parameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Input, 0),
+                  wanted);
+        ones.body = body;
+        EXPECT_EQ(rendered(4), std::vector<float>(4, wanted));
+    }
+}
+
+TEST_F(RampedMixer, WhatIsSetBehindARampThatWasScheduledTakesItsPlace) {
+    ASSERT_EQ(ramp(kMultiChannelMixerParam_Volume, kAudioUnitScope_Output, 0, 64, 0, 1), noErr);
+    ASSERT_EQ(setParameter(unit, kMultiChannelMixerParam_Volume, kAudioUnitScope_Output, 0, 0.5F),
+              noErr);
+    EXPECT_EQ(rendered(4), std::vector<float>(4, 0.5F));
+}
+
 TEST_F(RampedMixer, WhatCannotRampIsRefused) {
     EXPECT_EQ(ramp(kMultiChannelMixerParam_Enable, kAudioUnitScope_Input, 0, 4, 0, 1),
               kAudioUnitErr_InvalidParameter);
