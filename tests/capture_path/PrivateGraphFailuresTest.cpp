@@ -186,6 +186,23 @@ TEST_F(PrivateGraph, IsBuiltAndStartedInTheRightOrder) {
     EXPECT_TRUE(resolver().existAudioUnit(manager().outUnit()));
 }
 
+TEST_F(PrivateGraph, AStartAfterAFailedOneReadsTheFormatsAgain) {
+    HostUnit host;
+    host.play(kAudioUnitScope_Output);
+    platform.fail("AUGraphStart", -1);
+    ASSERT_FALSE(startCapture());
+    ASSERT_TRUE(host.object()->isCapturing());
+    ASSERT_EQ(host.object()->streamDesc().mSampleRate, 48000);
+    platform.heal();
+    // The device's side changes without a call of the host.
+    ASSERT_EQ(TQManualDeviceSetSampleRate(44100), 0);
+    EXPECT_TRUE(manager().startCapture());
+    EXPECT_EQ(host.object()->streamDesc().mSampleRate, 44100);
+    stopCapture();
+    host.dispose();
+    EXPECT_EQ(TQManualDeviceSetSampleRate(48000), 0);
+}
+
 TEST_F(PrivateGraph, AGraphThatDoesNotStopIsAPermanentError) {
     HostUnit host;
     host.play();

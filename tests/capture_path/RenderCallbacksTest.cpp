@@ -373,6 +373,34 @@ TEST_F(RenderCallbacks, AGenericOutputUnitIsCapturedWhenItIsPulled) {
     EXPECT_THAT(listener->posts()[0].samples(), Each(8192));
 }
 
+// A start of capture that fails leaves its units capturing; one that is stopped then is neither
+// started nor let go.
+TEST_F(RenderCallbacks, AStoppedUnitThatIsPulledIsNotCapturedThroughTheNotify) {
+    HostUnit generic(kAudioUnitSubType_GenericOutput);
+    generic.sound.format = stream_formats::int16Interleaved(44100, 2);
+    generic.prepare(kAudioUnitScope_Output);
+    ASSERT_EQ(AudioUnitSetProperty(generic.unit(), kAudioUnitProperty_StreamFormat,
+                                   kAudioUnitScope_Output, 0, &generic.sound.format,
+                                   sizeof(generic.sound.format)),
+              0);
+    ASSERT_EQ(generic.start(), 0);
+    platform.fail("AUGraphStart", -1);
+    ASSERT_FALSE(startCapture());
+    ASSERT_EQ(generic.stop(), 0);
+    platform.heal();
+    ASSERT_TRUE(manager().startCapture());
+    ASSERT_TRUE(generic.object()->isCapturing());
+    ASSERT_FALSE(generic.object()->isStarted());
+    auto list = OwnedBufferList::interleaved(2, kSliceBytes);
+    AudioTimeStamp now{};
+    now.mFlags = kAudioTimeStampSampleTimeValid;
+    AudioUnitRenderActionFlags flags = 0;
+    ASSERT_EQ(AudioUnitRender(generic.unit(), &flags, &now, 0, kSlice, list.get()), 0);
+    EXPECT_EQ(generic.sound.calls, 1);
+    EXPECT_EQ(generic.object()->getRingBufferSize(NO), 0U);
+    EXPECT_EQ(generic.object()->getRingBufferSize(YES), 0U);
+}
+
 TEST_F(RenderCallbacks, AFailedRenderIsNotCapturedThroughTheNotify) {
     sound().status = -1;
     capture(3, kAudioUnitScope_Output);

@@ -1,6 +1,8 @@
 #include "hook/elf/ElfImage.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 
 #include <algorithm>
 #include <array>
@@ -108,6 +110,21 @@ TEST(ElfImage, NeededLibrariesOfALoadedImageReadTheSameUnchecked) {
         names += unchecked.size();
     }
     EXPECT_GT(names, 2U);
+}
+
+TEST(ElfImage, VersionsKeptForOldProgramsAreNoDefinitions) {
+    void* const library = dlopen(hostLibrary("versioned").c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    void* const changed = dlsym(library, "v_changed");
+    ASSERT_NE(dlvsym(library, "v_changed", "V_1"), changed);
+    ASSERT_NE(dlvsym(library, "v_kept", "V_1"), nullptr);
+    const FileImage file(hostLibrary("versioned"));
+    const ElfImage image(file.layout());
+    const auto* const map = static_cast<const link_map*>(library);
+    ASSERT_TRUE(image.definition("v_changed").has_value());
+    EXPECT_EQ(image.definition("v_changed")->address - file.layout().base,
+              reinterpret_cast<std::uintptr_t>(changed) - map->l_addr);
+    EXPECT_FALSE(image.definition("v_kept").has_value());
 }
 
 TEST(ElfImage, TellsTheStubOfAFixedAddressProgram) {

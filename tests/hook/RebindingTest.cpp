@@ -178,6 +178,26 @@ TEST(Rebinding, LookupOfAVersionIsRedirectedToo) {
     EXPECT_EQ(getppid(), saved() + 1);
 }
 
+TEST(Rebinding, SavedFunctionIsTheOneThatCallersOfTodayReach) {
+    // The only caller in sight is bound to the first version.
+    ASSERT_NE(dlopen(hostLibrary("versioned_caller").c_str(), RTLD_NOW | RTLD_LOCAL), nullptr)
+        << dlerror();
+    int (*saved)() = nullptr;
+    int (*replacement)() = [] { return 0; };
+    EXPECT_EQ(rebind(record("v_changed", replacement, &saved)), 0);
+    ASSERT_NE(saved, nullptr);
+    EXPECT_EQ(saved(), 2);
+}
+
+TEST(Rebinding, PluginThatADefiningLibraryLoadsIsRedirected) {
+    rebind(record("t_add", first, &savedFirst));
+    void* backend = dlopen(hostLibrary("backend").c_str(), RTLD_LAZY | RTLD_LOCAL);
+    ASSERT_NE(backend, nullptr) << dlerror();
+    auto call = reinterpret_cast<int (*)(const char*, int, int)>(dlsym(backend, "b_callOfPlugin"));
+    ASSERT_NE(call, nullptr);
+    EXPECT_EQ(call(hostLibrary("plugin_lazy").c_str(), 1, 2), 1003);
+}
+
 TEST(Rebinding, LoaderFunctionsThatAreLookedUpLoadRedirectedPlugins) {
     rebind(record("t_add", first, &savedFirst));
     auto open = reinterpret_cast<void* (*)(const char*, int)>(dlsym(RTLD_DEFAULT, "dlopen"));
@@ -306,6 +326,42 @@ TEST(Rebinding, SlotThatLazyBindingTookBackIsRedirectedAgain) {
     tqhook::Rebinder::shared().verify();
     EXPECT_EQ(lookUp(handle, "p_call")(1, 2), 1003);
     EXPECT_GE(tqhook::Rebinder::shared().report().restoredSlots, 1U);
+}
+
+// Has lost its slot to lazy binding while more than one thread ran, and gets it back from nobody
+// but the verifying thread.
+bool isRestoredByItself(const char* plugin) {
+    const SecondThread other;
+    void* handle = dlopen(hostLibrary(plugin).c_str(), RTLD_LAZY);
+    const std::uintptr_t slot =
+        callSlotOf(("libhook_" + std::string(plugin) + ".so").c_str(), "t_add");
+    if (handle == nullptr || slot == 0) {
+        return false;
+    }
+    *reinterpret_cast<void**>(slot) = address(savedFirst);
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (tqhook::slotValue(slot) != address(first)) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+TEST(Rebinding, ChildForkedDuringAVerificationVerifiesToo) {
+    const SecondThread other;
+    rebind(record("t_add", first, &savedFirst));
+    ASSERT_NE(dlopen(hostLibrary("plugin_lazy").c_str(), RTLD_LAZY), nullptr);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(60);
+        _exit(isRestoredByItself("plugin_sysv") ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 TEST(Rebinding, VerificationComesToAnEnd) {
