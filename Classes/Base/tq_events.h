@@ -86,7 +86,7 @@ static inline const struct tq_event_entry* tq_event_table(size_t* count) {
         {TQ_EVENT_MIX_CHANGE, TQ_EVENT_UPDATE_POSTPONED, TQ_EVENT_KIND_ROUTINE,
          "the mix makes a change of its tracks at its next block"},
         {TQ_EVENT_BUFFER_WRITE, TQ_EVENT_UNIT_UNKNOWN, TQ_EVENT_KIND_FAILURE,
-         "a unit plays that is not on record any more: its sound is lost"},
+         "a unit plays that is not on record any more: it plays on, its sound is not recorded"},
         {TQ_EVENT_BUFFER_WRITE, TQ_EVENT_SIZE_MISMATCH, TQ_EVENT_KIND_FAILURE,
          "the unit renders fewer bytes than its format says: the block is lost"},
         {TQ_EVENT_BUFFER_WRITE, TQ_EVENT_NOTHING_WRITTEN, TQ_EVENT_KIND_FAILURE,

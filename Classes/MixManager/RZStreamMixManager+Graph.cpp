@@ -239,8 +239,16 @@ OSStatus RZStreamMixManager::updateResampleAudioFormat(const UnitObject& obj, Au
         }
         obj->setNeedFormatToS16(isFloat);
     }
-    return AudioUnitSetProperty(mixer, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, bus,
-                                &desc, sizeof(desc));
+    // Not with the lock held: the mixer waits for its slice, and the slice for the lock.
+    {
+        const TQAudioRecordLock guard(auGraphUpdateLock_);
+        tails_.beginBusFormat(bus);
+    }
+    const OSStatus status = AudioUnitSetProperty(mixer, kAudioUnitProperty_StreamFormat,
+                                                 kAudioUnitScope_Input, bus, &desc, sizeof(desc));
+    const TQAudioRecordLock guard(auGraphUpdateLock_);
+    tails_.endBusFormat(bus, status == 0 ? &desc : nullptr);
+    return status;
 }
 
 BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {

@@ -49,9 +49,9 @@ void RZStreamMixManager::takeBus(const UnitObject& obj) {
     }
 }
 
-void RZStreamMixManager::leaveBus(const UnitObject& obj) {
+BOOL RZStreamMixManager::leaveBus(const UnitObject& obj) {
     const void* unit = obj->inUnit();
-    busUnit(obj).compare_exchange_strong(unit, nullptr);
+    return busUnit(obj).compare_exchange_strong(unit, nullptr);
 }
 
 BOOL RZStreamMixManager::isBusAnothers(const UnitObject& obj) const {
@@ -63,18 +63,28 @@ BOOL RZStreamMixManager::isBusAnothers(const UnitObject& obj) const {
 /// edit takes the place of the disconnection that has just been asked for; both come with the next
 /// update of the graph. A pass that comes before the update finds either a unit that is captured or
 /// its tail.
-void RZStreamMixManager::stopUnitAndKeepTail(const UnitObject& obj) {
+void RZStreamMixManager::stopUnitAndKeepTail(const UnitObject& obj, BOOL hadBus) {
     std::vector<UnitObject> read;  // let go behind the lock
     {
         const TQAudioRecordLock guard(auGraphUpdateLock_);
         obj->stopAudioUnit();
         obj->stopCapture();
+        if (!hadBus) {
+            // Another unit's sound has gone into the mix meanwhile: this would come late.
+            obj->discardWaiting(NO, RZFrameLoss::LeftAtStop);
+        }
+        if (isBusAnothers(obj)) {
+            return;
+        }
         const bool isAnythingLeft = obj->waitingFrames(NO) > 0 || obj->waitingFrames(YES) > 0;
-        if (!isAnythingLeft || isBusAnothers(obj)) {
+        // Units that had the bus before may have left something that is not read yet.
+        if (!isAnythingLeft && tails_.isEmpty(static_cast<UInt32>(obj->trackId()))) {
             return;
         }
         read = tails_.takeRead();
-        tails_.add(obj);
+        if (isAnythingLeft) {
+            tails_.add(obj);
+        }
     }
     const AURenderCallbackStruct input{RZTailNodeProcessCallback, this};
     if (AUGraphSetNodeInputCallback(mGraph(), mixNode(), static_cast<UInt32>(obj->trackId()),

@@ -411,8 +411,7 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
                obj->inUnit(), obj->trackId());
         return;
     }
-    leaveBus(obj);
-    stopUnitAndKeepTail(obj);
+    stopUnitAndKeepTail(obj, leaveBus(obj));
     RZUnitFacts::shared().stopped(obj->inUnit());
     if (updateAUGraph()) {
         report(site, 4, TQ_EVENT_MIX_CHANGE, TQ_EVENT_DONE,

@@ -226,7 +226,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     UnitObject registerUnit(const RZLogSite& site, const std::string& key, AudioUnit unit,
                             std::int32_t number);
     void recordTrackStatistics(const UnitObject& obj);
-    void stopUnitAndKeepTail(const UnitObject& obj);
+    void stopUnitAndKeepTail(const UnitObject& obj, BOOL hadBus);
     void resumeTail(const UnitObject& obj);
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
@@ -237,7 +237,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
                                       const AudioStreamBasicDescription& deviceSide);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
     void takeBus(const UnitObject& obj);
-    void leaveBus(const UnitObject& obj);
+    /// Whether it had the bus.
+    BOOL leaveBus(const UnitObject& obj);
     [[nodiscard]] BOOL isBusAnothers(const UnitObject& obj) const;
     [[nodiscard]] std::atomic<const void*>& busUnit(const UnitObject& obj);
     /// [any thread] Allocates. Logs a message and raises it as an event.

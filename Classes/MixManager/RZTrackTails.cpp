@@ -177,14 +177,37 @@ void RZTrackTails::deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferL
     }
 }
 
-UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData,
-                             const RZReplayAudioUnitObject* owner) {
+void RZTrackTails::Queue::loseRest() {
+    for (; done < tails.size(); ++done) {
+        if (!tails[done].resumed) {
+            tails[done].obj->discardWaiting(NO, RZFrameLoss::LeftAtStop);
+        }
+    }
+}
+
+void RZTrackTails::beginBusFormat(UInt32 bus) {
+    if (bus < kBuses) {
+        queues_[bus].isFormatChanging = true;
+    }
+}
+
+void RZTrackTails::endBusFormat(UInt32 bus, const AudioStreamBasicDescription* format) {
+    if (bus < kBuses) {
+        queues_[bus].isFormatChanging = false;
+        if (format != nullptr) {
+            queues_[bus].format = *format;
+        }
+    }
+}
+
+UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData) {
     Queue& queue = queues_[pass.bus];
-    // The bus has the format of whoever came last.
-    const AudioStreamBasicDescription busFormat =
-        formatRead(owner != nullptr ? *owner : *queue.tails.back().obj);
+    const AudioStreamBasicDescription& busFormat = queue.format;
     if (!hasLayout(ioData, pass.frames, busFormat)) {
-        return 0;  // the next unit's format is set already, that unit comes with the update
+        if (!queue.isFormatChanging) {
+            queue.loseRest();
+        }
+        return 0;
     }
     fillSilence(ioData, busFormat);
     UInt32 filled = 0;
@@ -241,7 +264,7 @@ OSStatus RZTailNodeProcessCallback(void* refCon, AudioUnitRenderActionFlags* fla
             ts == nullptr ? 0 : manager.microsecondsOfHostTime(ts->mHostTime)};
         tails.deliverPost(pass, *ioData);
         fillSilence(*ioData);
-        tails.fillPre(pass, *ioData, nullptr);
+        tails.fillPre(pass, *ioData);
     });
     return 0;
 }

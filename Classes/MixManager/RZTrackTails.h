@@ -78,11 +78,12 @@ class RZTrackTails {
     }
     /// [render thread] All that is left for listeners of tracks, through `scratch`.
     void deliverPost(const RZTrackPass& pass, AudioBufferList& scratch);
+    /// [host thread] Around a change of the bus's format; null when the mixer has refused it.
+    void beginBusFormat(UInt32 bus);
+    void endBusFormat(UInt32 bus, const AudioStreamBasicDescription* format);
     /// [render thread] What is left for the mixer, as much as a pass takes; answers how many frames
-    /// of `ioData` it has filled. `owner` plays on the bus now, null for nobody; what has not the
-    /// format of the bus is lost.
-    UInt32 fillPre(const RZTrackPass& pass, AudioBufferList& ioData,
-                   const RZReplayAudioUnitObject* owner);
+    /// of `ioData` it has filled. What has not the format of the bus is lost.
+    UInt32 fillPre(const RZTrackPass& pass, AudioBufferList& ioData);
 
   private:
     struct Tail {
@@ -97,6 +98,10 @@ class RZTrackTails {
     struct Queue {
         std::vector<Tail> tails;  ///< in the order of their stops
         std::size_t done = 0;     ///< so many of them are read; freed by the host's threads
+        AudioStreamBasicDescription format{};  ///< of the bus
+        bool isFormatChanging = false;
+
+        void loseRest();
     };
     static void deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferList& scratch);
 

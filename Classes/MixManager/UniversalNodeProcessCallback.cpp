@@ -59,8 +59,7 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
         }
     }
     fillSilence(*ioData, obj.streamDesc());
-    const UInt32 filled =
-        isBehindTails ? tails.fillPre(pass, *ioData, capturing ? &obj : nullptr) : 0;
+    const UInt32 filled = isBehindTails ? tails.fillPre(pass, *ioData) : 0;
     if (capturing && (type & RZPCMDataTypePre) != 0) {
         backlog.pre = obj.getRingBufferSize(NO);
         if (filled == 0) {
