@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <span>
 
-#include "component/Status.h"
 #include "unit/BusReader.h"
 #include "unit/RateGroup.h"
 
@@ -14,10 +12,6 @@ using tqcommon::AudioView;
 using tqcommon::ConstAudioView;
 
 namespace {
-
-constexpr AudioUnitParameterID kInputParameters[] = {
-    kMultiChannelMixerParam_Volume, kMultiChannelMixerParam_Enable, kMultiChannelMixerParam_Pan};
-constexpr AudioUnitParameterID kOutputParameters[] = {kMultiChannelMixerParam_Volume};
 
 /// Panning takes away on the other side only: in the middle both sides have it all.
 void setGains(std::array<Float32, kMaximumChannels>& gains, UInt32 channels, Float32 volume,
@@ -73,6 +67,7 @@ OSStatus MixerUnit::setInputCount(UInt32 count) {
         levels_[i].volume.set(1);
         levels_[i].enable.set(1);
         levels_[i].pan.set(0);
+        levels_[i].meter.turn(false);
     }
     inputCount_.store(count);
     return republish();
@@ -142,6 +137,10 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call,
     const bool isVolumeRamped = levels.volumeRamp.begin(levels.volume);
     const bool isPanRamped = levels.panRamp.begin(levels.pan);
     const bool isRamped = isVolumeRamped || isPanRamped;
+    LevelMeter* const meter = levels.meter.active();
+    if (meter != nullptr) {
+        meter->begin();
+    }
     RateGroup& group = *input.group;
     const Float64 scale = call.frames / std::max(1.0, static_cast<Float64>(group.inputFrames()));
     AudioTimeStamp time = call.time;
@@ -156,6 +155,9 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call,
             keepRenderError(status);
             break;  // this bus is silent, the others go on
         }
+        if (meter != nullptr) {
+            meter->add(found);
+        }
         if (isRamped) {
             addRamped(input, levels, done, scale, found);
         } else {
@@ -168,6 +170,10 @@ void MixerUnit::addInput(const Input& input, const RenderCall& call,
     }
     if (isPanRamped) {
         levels.panRamp.end(call.frames, levels.pan);
+    }
+    if (meter != nullptr) {
+        setGains(gains, planes.channels(), levels.volume.load(), levels.pan.load());
+        meter->end(gains.data(), call.frames, group.outputRate(), sliceCount());
     }
 }
 
@@ -207,6 +213,11 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
         group->finish(mix, isFirst);
         isFirst = false;
     }
+    LevelMeter* const meter = outputMeter_.active();
+    if (meter != nullptr) {
+        meter->begin();
+        meter->add(mix);
+    }
     const Float32 volume = outputVolume_.load();
     if (outputRamp_.begin(outputVolume_)) {
         for (UInt32 i = 0; i < call.frames; ++i) {
@@ -224,79 +235,16 @@ OSStatus MixerUnit::renderBus(const RenderPlan& base, const RenderCall& call) no
             }
         }
     }
+    if (meter != nullptr) {
+        std::array<Float32, kMaximumChannels> gains;
+        setGains(gains, mix.channels(), outputVolume_.load(), 0);
+        meter->end(gains.data(), call.frames, plan.outputs[0].format.sampleRate, sliceCount());
+    }
     fromFloat(mix, plan.outputs[0].format, call.list);
     if (plan.inputs.empty()) {
         call.flags |= kAudioUnitRenderAction_OutputIsSilence;
     }
     return noErr;
-}
-
-/// ParameterList: how many parameters there are differs from scope to scope.
-struct MixerUnit::Properties {
-    static std::span<const AudioUnitParameterID> parametersOf(AudioUnitScope scope) {
-        switch (scope) {
-            case kAudioUnitScope_Input:
-                return kInputParameters;
-            case kAudioUnitScope_Output:
-                return kOutputParameters;
-            default:
-                return {};
-        }
-    }
-    static OSStatus onSide(Unit& /*unit*/, PropertyKey key) {
-        return okOr(key.scope <= kAudioUnitScope_Output, kAudioUnitErr_InvalidScope);
-    }
-    static void adjust(Unit& /*unit*/, PropertyKey key, PropertyInfo& info) {
-        info.size = static_cast<UInt32>(parametersOf(key.scope).size_bytes());
-    }
-    static OSStatus get(Unit& /*unit*/, PropertyKey key, void* data) {
-        const auto parameters = parametersOf(key.scope);
-        std::copy_n(reinterpret_cast<const std::byte*>(parameters.data()), parameters.size_bytes(),
-                    static_cast<std::byte*>(data));
-        return noErr;
-    }
-};
-
-const PropertyTable& MixerUnit::properties() const {
-    static constexpr PropertyRow kRows[] = {{.id = kAudioUnitProperty_ParameterList,
-                                             .size = 0,
-                                             .access = PropertyAccess::read,
-                                             .where = Properties::onSide,
-                                             .get = Properties::get,
-                                             .adjust = Properties::adjust}};
-    static const PropertyTable table{kRows, &commonProperties()};
-    return table;
-}
-
-OSStatus MixerUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,
-                                  AudioUnitElement element, Parameter& parameter) noexcept {
-    if (scope == kAudioUnitScope_Output) {
-        if (id != kMultiChannelMixerParam_Volume) {
-            return kAudioUnitErr_InvalidParameter;
-        }
-        parameter = {&outputVolume_, 0, 1, &outputRamp_};
-        return okOr(element == 0, kAudioUnitErr_InvalidElement);
-    }
-    if (scope != kAudioUnitScope_Input) {
-        return kAudioUnitErr_InvalidScope;
-    }
-    if (element >= inputCount_.load()) {
-        return kAudioUnitErr_InvalidElement;
-    }
-    Levels& levels = levels_[element];
-    switch (id) {
-        case kMultiChannelMixerParam_Volume:
-            parameter = {&levels.volume, 0, 1, &levels.volumeRamp};
-            return noErr;
-        case kMultiChannelMixerParam_Enable:
-            parameter = {&levels.enable, 0, 1, nullptr};
-            return noErr;
-        case kMultiChannelMixerParam_Pan:
-            parameter = {&levels.pan, -1, 1, &levels.panRamp};
-            return noErr;
-        default:
-            return kAudioUnitErr_InvalidParameter;
-    }
 }
 
 }  // namespace tqplatform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Planes.h"
+#include "unit/LevelMeter.h"
 #include "unit/Unit.h"
 
 namespace tqplatform {
@@ -32,6 +33,7 @@ class MixerUnit final : public Unit {
         ParameterValue pan{0};
         ParameterRamp volumeRamp;
         ParameterRamp panRamp;
+        SwitchedMeter meter;
     };
     struct Input;
     struct Plan;
@@ -46,10 +48,19 @@ class MixerUnit final : public Unit {
     static void addRamped(const Input& input, const Levels& levels, UInt32 first, Float64 scale,
                           const tqcommon::ConstAudioView& found) noexcept;
 
+    // Values of properties, under the lock.
+    UInt32 metering(PropertyKey key);
+    OSStatus writeMetering(PropertyKey key, UInt32 value);
+
+    [[nodiscard]] SwitchedMeter& meterOf(AudioUnitScope scope, AudioUnitElement element) noexcept {
+        return scope == kAudioUnitScope_Input ? levels_[element].meter : outputMeter_;
+    }
+
     std::array<Levels, kMostInputs> levels_;
     std::atomic<UInt32> inputCount_{kDefaultInputs};
     ParameterValue outputVolume_{1};
     ParameterRamp outputRamp_;
+    SwitchedMeter outputMeter_;
 };
 
 }  // namespace tqplatform

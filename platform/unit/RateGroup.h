@@ -18,6 +18,7 @@ class RateGroup {
     [[nodiscard]] bool fits(Float64 inputRate, Float64 outputRate, UInt32 channels,
                             UInt32 maximumFrames) const noexcept;
     [[nodiscard]] Float64 inputRate() const noexcept { return inputRate_; }
+    [[nodiscard]] Float64 outputRate() const noexcept { return outputRate_; }
 
     /// [render thread] [real-time safe] Begins a slice of `frames` output frames at the mixer's
     /// sample time: the sum is silence.

@@ -195,7 +195,7 @@ OSStatus Unit::getParameter(AudioUnitParameterID id, AudioUnitScope scope, Audio
     Parameter parameter;
     const OSStatus status = findParameter(id, scope, element, parameter);
     if (status == noErr) {
-        *value = parameter.value->load();
+        *value = parameter.value != nullptr ? parameter.value->load() : parameter.reading;
     }
     return status;
 }
@@ -206,6 +206,9 @@ OSStatus Unit::setParameter(AudioUnitParameterID id, AudioUnitScope scope, Audio
     const OSStatus status = findParameter(id, scope, element, parameter);
     if (status != noErr) {
         return status;
+    }
+    if (parameter.value == nullptr) {
+        return kAudioUnitErr_InvalidParameter;  // a meter
     }
     if (std::isnan(value)) {
         return kAudioUnitErr_InvalidParameterValue;
@@ -221,6 +224,9 @@ OSStatus Unit::scheduleParameters(std::span<const AudioUnitParameterEvent> event
             findParameter(event.parameter, event.scope, event.element, parameter);
         if (status != noErr) {
             return status;
+        }
+        if (parameter.value == nullptr) {
+            return kAudioUnitErr_InvalidParameter;
         }
         const bool isRamp = event.eventType == kParameterEvent_Ramped;
         const auto& ramp = event.eventValues.ramp;

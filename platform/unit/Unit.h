@@ -155,10 +155,11 @@ class Unit {
 
     /// A parameter's place in memory, its legal range, and what changes it within a slice.
     struct Parameter {
-        ParameterValue* value = nullptr;
+        ParameterValue* value = nullptr;  ///< null where there is only a reading
         Float32 minimum = 0;
         Float32 maximum = 1;
         ParameterRamp* ramp = nullptr;  ///< null where changes count from the next slice on
+        Float32 reading = 0;            ///< of a meter, at the time of the call
     };
 
     /// Marks the render of one slice, with its cost.

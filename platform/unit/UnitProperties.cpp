@@ -9,7 +9,7 @@ namespace tqplatform {
 
 namespace {
 
-constexpr std::size_t kLargestProperty = 64;
+constexpr std::size_t kLargestProperty = 512;
 constexpr UInt32 kMostFramesPerSlice = 1U << 20;
 
 }  // namespace
