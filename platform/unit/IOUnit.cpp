@@ -114,19 +114,25 @@ std::unique_ptr<RenderPlan> IOUnit::makePlan(const RenderPlan* old) {
     plan->allocate = inputs_[0].allocate;
     plan->inputCallback = inputCallback_;
     plan->deviceList = plan->outputs[0].memory;
-    if (last != nullptr &&
-        last->input->fits(programOut, plan->deviceRate, plan->deviceOutputs, frames)) {
+    plan->channelMap = channelMaps_[0];
+    UInt32 channels = plan->deviceOutputs;
+    if (!plan->channelMap.empty()) {
+        channels = programOut.channels;
+        plan->unmapped = std::make_shared<tqcommon::Planes>(channels, frames);
+    }
+    if (last != nullptr && last->input->fits(programOut, plan->deviceRate, channels, frames)) {
         plan->input = last->input;
     } else {
-        plan->input = std::make_shared<ConvertedInput>(programOut, plan->deviceRate,
-                                                       plan->deviceOutputs, frames);
+        plan->input =
+            std::make_shared<ConvertedInput>(programOut, plan->deviceRate, channels, frames);
     }
     if (last != nullptr && last->microphone != nullptr &&
-        last->microphone->fits(plan->deviceRate, plan->deviceInputs, programIn, frames)) {
+        last->microphone->fits(plan->deviceRate, plan->deviceInputs, programIn, frames,
+                               channelMaps_[kMicrophone])) {
         plan->microphone = last->microphone;
     } else if (inputEnabled_ && plan->deviceInputs > 0) {
-        plan->microphone = std::make_shared<MicrophonePath>(plan->deviceRate, plan->deviceInputs,
-                                                            programIn, frames);
+        plan->microphone = std::make_shared<MicrophonePath>(
+            plan->deviceRate, plan->deviceInputs, programIn, frames, channelMaps_[kMicrophone]);
     }
     return plan;
 }
@@ -139,7 +145,7 @@ OSStatus IOUnit::findParameter(AudioUnitParameterID id, AudioUnitScope scope,
     if (scope != kAudioUnitScope_Global && scope != kAudioUnitScope_Output) {
         return kAudioUnitErr_InvalidScope;
     }
-    parameter = {&volume_, 0, 1, nullptr};
+    parameter = {&volume_, 0, 1, nullptr, 0};
     return okOr(element == 0, kAudioUnitErr_InvalidElement);
 }
 

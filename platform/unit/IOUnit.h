@@ -1,6 +1,7 @@
 #pragma once
 
 #include "device/Device.h"
+#include "unit/ChannelMap.h"
 #include "unit/ConvertedInput.h"
 #include "unit/MicrophonePath.h"
 #include "unit/Unit.h"
@@ -56,6 +57,11 @@ class IOUnit final : public Unit, private DeviceClient {
     OSStatus writeEnabled(PropertyKey key, UInt32 value);
     UInt32 hasIO(PropertyKey key);
     UInt32 running(PropertyKey key);
+    /// Channels that give and channels that get, of an element's way through the unit.
+    [[nodiscard]] std::pair<UInt32, UInt32> mappedChannels(UInt32 element);
+    OSStatus writeChannelMap(PropertyKey key, const void* data, UInt32 size);
+    OSStatus removeChannelMap(PropertyKey key);
+    OSStatus changeChannelMap(UInt32 element, ChannelMap map);
     OSStatus writeInputCallback(PropertyKey key, AURenderCallbackStruct callback);
     OSStatus removeInputCallback(PropertyKey key);
 
@@ -66,6 +72,7 @@ class IOUnit final : public Unit, private DeviceClient {
     bool outputEnabled_ = true;
     bool inputEnabled_ = false;
     AURenderCallbackStruct inputCallback_{};
+    std::array<ChannelMap, 2> channelMaps_;  ///< by element
     std::atomic<UInt32> startsAtZero_{1};
     std::atomic<UInt32> bypassesVoice_{0};
     std::atomic<UInt32> controlsGain_{1};

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "component/Component.h"
@@ -27,6 +29,44 @@ struct IOUnit::Properties {
     static OSStatus onWholeUnit(Unit& unit, PropertyKey key) {
         const bool isMicrophone = key.scope == kAudioUnitScope_Global && key.element == kMicrophone;
         return isMicrophone ? OSStatus{noErr} : property::global(unit, key);
+    }
+
+    /// Programs name any side of an element; each has one way through the unit.
+    static OSStatus onElement(Unit& /*unit*/, PropertyKey key) {
+        if (key.scope > kAudioUnitScope_Output) {
+            return kAudioUnitErr_InvalidScope;
+        }
+        return okOr(key.element <= kMicrophone, kAudioUnitErr_InvalidElement);
+    }
+    static void adjustMap(Unit& unit, PropertyKey key, PropertyInfo& info) {
+        const UInt32 channels = static_cast<IOUnit&>(unit).mappedChannels(key.element).second;
+        info.size = channels * UInt32{sizeof(SInt32)};
+    }
+    static OSStatus getMap(Unit& unit, PropertyKey key, void* data) {
+        auto& self = static_cast<IOUnit&>(unit);
+        const auto [from, to] = self.mappedChannels(key.element);
+        ChannelMap map = self.channelMaps_[key.element];
+        if (map.empty()) {
+            map = usualMap(from, to);
+        }
+        map.resize(to, -1);
+        std::memcpy(data, map.data(), map.size() * sizeof map[0]);
+        return noErr;
+    }
+    static OSStatus setMap(Unit& unit, PropertyKey key, const void* data, UInt32 size) {
+        return static_cast<IOUnit&>(unit).writeChannelMap(key, data, size);
+    }
+    /// Checks itself: a map may be shorter or longer than there are channels.
+    static constexpr PropertyRow mapRow() {
+        return {.id = kAudioOutputUnitProperty_ChannelMap,
+                .size = 0,
+                .access = PropertyAccess::readWrite,
+                .where = onElement,
+                .get = getMap,
+                .set = setMap,
+                .remove = property::remove<&IOUnit::removeChannelMap>,
+                .adjust = adjustMap,
+                .checksItself = true};
     }
 
     template <std::atomic<UInt32> IOUnit::*Value>
@@ -65,6 +105,7 @@ const PropertyTable& IOUnit::properties() const {
                                            Properties::onEndsOrGlobal),
         property::writeOnly<&IOUnit::writeInputCallback, &IOUnit::removeInputCallback>(
             kAudioOutputUnitProperty_SetInputCallback, Properties::onInput),
+        Properties::mapRow(),
         property::readOnly<&IOUnit::running>(kAudioOutputUnitProperty_IsRunning, property::global),
         Properties::switchRow<&IOUnit::startsAtZero_, 1>(
             kAudioOutputUnitProperty_StartTimestampsAtZero),
@@ -103,6 +144,41 @@ UInt32 IOUnit::hasIO(PropertyKey key) {
 
 UInt32 IOUnit::running(PropertyKey /*key*/) {
     return isRunning() ? 1 : 0;
+}
+
+std::pair<UInt32, UInt32> IOUnit::mappedChannels(UInt32 element) {
+    return {busFormat(kAudioUnitScope_Input, element).mChannelsPerFrame,
+            busFormat(kAudioUnitScope_Output, element).mChannelsPerFrame};
+}
+
+OSStatus IOUnit::writeChannelMap(PropertyKey key, const void* data, UInt32 size) {
+    if (size % sizeof(SInt32) != 0 || size > kMaximumChannels * sizeof(SInt32)) {
+        return kAudioUnitErr_InvalidPropertyValue;
+    }
+    ChannelMap map(size / sizeof(SInt32));
+    std::memcpy(map.data(), data, size);
+    if (std::any_of(map.begin(), map.end(), [](SInt32 channel) { return channel < -1; })) {
+        return kAudioUnitErr_InvalidPropertyValue;
+    }
+    return changeChannelMap(key.element, std::move(map));
+}
+
+OSStatus IOUnit::removeChannelMap(PropertyKey key) {
+    return changeChannelMap(key.element, {});
+}
+
+OSStatus IOUnit::changeChannelMap(UInt32 element, ChannelMap map) {
+    std::swap(channelMaps_[element], map);
+    try {
+        const OSStatus status = republish();
+        if (status != noErr) {
+            channelMaps_[element].swap(map);
+        }
+        return status;
+    } catch (...) {
+        channelMaps_[element].swap(map);
+        throw;
+    }
 }
 
 OSStatus IOUnit::writeInputCallback(PropertyKey /*key*/, AURenderCallbackStruct callback) {

@@ -145,8 +145,15 @@ OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
         return noErr;
     }
     const Plan& plan = *now;
-    const OSStatus status =
-        plan.input->read({plan.source, plan.allocate, 0, flags, time}, slice.output);
+    const BusPull pull{plan.source, plan.allocate, 0, flags, time};
+    OSStatus status = noErr;
+    if (plan.unmapped == nullptr) {
+        status = plan.input->read(pull, slice.output);
+    } else {
+        const tqcommon::AudioView program = plan.unmapped->view(slice.frames());
+        status = plan.input->read(pull, program);
+        mapChannels(program, plan.channelMap, slice.output);
+    }
     const bool muted = mutes_.load(std::memory_order_relaxed) != 0;
     const Float32 volume = muted ? 0.0F : volume_.load();
     if (status != noErr || volume == 0.0F) {

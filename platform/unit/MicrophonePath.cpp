@@ -1,6 +1,7 @@
 #include "unit/MicrophonePath.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "unit/BusReader.h"
 
@@ -19,11 +20,12 @@ UInt32 mostOutput(RateRatio ratio, UInt32 frames) {
 }  // namespace
 
 MicrophonePath::MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
-                               UInt32 maximumFrames)
+                               UInt32 maximumFrames, ChannelMap map)
     : deviceRate_(deviceRate),
       deviceChannels_(deviceChannels),
       format_(format),
       maximumFrames_(maximumFrames),
+      map_(std::move(map)),
       ratio_(RateRatio::of(deviceRate, format.sampleRate)),
       converter_(deviceRate, format.sampleRate, deviceChannels,
                  std::max(maximumFrames, mostOutput(ratio_, maximumFrames))),
@@ -51,7 +53,11 @@ UInt32 MicrophonePath::bring(const ConstAudioView& planes) noexcept {
                std::int64_t{convertedFrames_} * ratio_.input;
     const AudioView converted = converted_.view(convertedFrames_);
     static_cast<void>(converter_.pull(converted, giveHeard, this));
-    mapChannels(converted, mapped_.view(convertedFrames_));
+    if (map_.empty()) {
+        mapChannels(converted, mapped_.view(convertedFrames_));
+    } else {
+        mapChannels(converted, map_, mapped_.view(convertedFrames_));
+    }
     fetched_ = 0;
     return convertedFrames_;
 }
@@ -80,9 +86,9 @@ void MicrophonePath::restart() noexcept {
 }
 
 bool MicrophonePath::fits(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
-                          UInt32 maximumFrames) const noexcept {
+                          UInt32 maximumFrames, const ChannelMap& map) const noexcept {
     return deviceRate_ == deviceRate && deviceChannels_ == deviceChannels &&
-           sameFormat(format_, format) && maximumFrames_ == maximumFrames;
+           sameFormat(format_, format) && maximumFrames_ == maximumFrames && map_ == map;
 }
 
 }  // namespace tqplatform

@@ -4,6 +4,7 @@
 #include "format/PCMFormat.h"
 #include "format/RateConverter.h"
 #include "format/RateRatio.h"
+#include "unit/ChannelMap.h"
 
 namespace tqplatform {
 
@@ -13,7 +14,7 @@ namespace tqplatform {
 class MicrophonePath {
   public:
     MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
-                   UInt32 maximumFrames);
+                   UInt32 maximumFrames, ChannelMap map);
 
     /// [render thread] [real-time safe] Takes the slice in. Returns how many frames can be fetched
     /// from it.
@@ -27,7 +28,7 @@ class MicrophonePath {
     void restart() noexcept;
 
     [[nodiscard]] bool fits(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,
-                            UInt32 maximumFrames) const noexcept;
+                            UInt32 maximumFrames, const ChannelMap& map) const noexcept;
 
   private:
     static OSStatus giveHeard(void* context, const tqcommon::AudioView& planes);
@@ -36,6 +37,7 @@ class MicrophonePath {
     UInt32 deviceChannels_;
     PCMFormat format_;
     UInt32 maximumFrames_;
+    ChannelMap map_;  ///< from the device's channels to the program's
     RateRatio ratio_;
     RateConverter converter_;
     tqcommon::Planes heard_;  ///< slice at the device's rate, behind what the last one left over
