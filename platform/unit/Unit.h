@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <thread>
 #include <utility>
@@ -15,6 +16,7 @@
 #include "component/HandleTable.h"
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
+#include "unit/ChannelLayout.h"
 #include "unit/InputSource.h"
 #include "unit/ParameterRamp.h"
 #include "unit/ParameterValue.h"
@@ -144,6 +146,7 @@ class Unit {
         AudioStreamBasicDescription format{};
         InputSource source;  ///< input buses only
         bool allocate = true;
+        std::optional<ChannelLayout> layout;  ///< counts while it has the format's channels
     };
     struct Notify {
         AURenderCallback proc;
@@ -295,6 +298,9 @@ class Unit {
     Float64 noTime(PropertyKey key);
     Float64 lastSampleTime(PropertyKey key);
     AUChannelInfo channelCounts(PropertyKey key);
+    ChannelLayout layout(PropertyKey key);
+    OSStatus writeLayout(PropertyKey key, const void* data, UInt32 size);
+    OSStatus removeLayout(PropertyKey key);
 
     /// The row of a property that the unit has there; else null and why not.
     const PropertyRow* describe(PropertyKey key, PropertyInfo& info, OSStatus& status);

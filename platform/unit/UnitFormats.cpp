@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "component/Status.h"
 #include "unit/Unit.h"
@@ -69,6 +70,29 @@ AudioStreamBasicDescription Unit::format(PropertyKey key) {
 
 Float64 Unit::sampleRate(PropertyKey key) {
     return format(key).mSampleRate;
+}
+
+ChannelLayout Unit::layout(PropertyKey key) {
+    const UInt32 channels = busFormat(key.scope, key.element).mChannelsPerFrame;
+    const auto& said =
+        (key.scope == kAudioUnitScope_Input ? inputs_ : outputs_)[key.element].layout;
+    return said.has_value() && said->channels() == channels ? *said : ChannelLayout(channels);
+}
+
+OSStatus Unit::writeLayout(PropertyKey key, const void* data, UInt32 size) {
+    auto wanted = ChannelLayout::parse(data, size);
+    if (!wanted.has_value() ||
+        wanted->channels() != busFormat(key.scope, key.element).mChannelsPerFrame) {
+        return kAudioUnitErr_InvalidPropertyValue;
+    }
+    (key.scope == kAudioUnitScope_Input ? inputs_ : outputs_)[key.element].layout =
+        std::move(wanted);
+    return noErr;
+}
+
+OSStatus Unit::removeLayout(PropertyKey key) {
+    (key.scope == kAudioUnitScope_Input ? inputs_ : outputs_)[key.element].layout.reset();
+    return noErr;
 }
 
 OSStatus Unit::writeFormat(PropertyKey key, const void* data, UInt32 size) {

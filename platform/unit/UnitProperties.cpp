@@ -9,7 +9,9 @@ namespace tqplatform {
 
 namespace {
 
-constexpr std::size_t kLargestProperty = 512;
+/// A layout that describes the most channels there can be.
+constexpr std::size_t kLargestProperty =
+    sizeof(AudioChannelLayout) + kMaximumChannels * sizeof(AudioChannelDescription);
 constexpr UInt32 kMostFramesPerSlice = 1U << 20;
 
 }  // namespace
@@ -39,6 +41,29 @@ struct Unit::Properties {
         return unit.writeFormat(key, data, size);
     }
 
+    static void adjustLayout(Unit& unit, PropertyKey key, PropertyInfo& info) {
+        info.size = static_cast<UInt32>(unit.layout(key).bytes().size());
+    }
+    static OSStatus getLayout(Unit& unit, PropertyKey key, void* data) {
+        const ChannelLayout layout = unit.layout(key);
+        std::memcpy(data, layout.bytes().data(), layout.bytes().size());
+        return noErr;
+    }
+    static OSStatus setLayout(Unit& unit, PropertyKey key, const void* data, UInt32 size) {
+        return unit.writeLayout(key, data, size);
+    }
+    static std::vector<AudioChannelLayoutTag> tagsAt(Unit& unit, PropertyKey key) {
+        return layoutTags(unit.busFormat(key.scope, key.element).mChannelsPerFrame);
+    }
+    static void adjustLayoutTags(Unit& unit, PropertyKey key, PropertyInfo& info) {
+        info.size = static_cast<UInt32>(tagsAt(unit, key).size() * sizeof(AudioChannelLayoutTag));
+    }
+    static OSStatus getLayoutTags(Unit& unit, PropertyKey key, void* data) {
+        const auto tags = tagsAt(unit, key);
+        std::memcpy(data, tags.data(), tags.size() * sizeof tags[0]);
+        return noErr;
+    }
+
     static constexpr PropertyRow formatRow() {
         PropertyRow row = property::readOnly<&Unit::format>(kAudioUnitProperty_StreamFormat, onBus);
         row.access = PropertyAccess::readWrite;
@@ -59,6 +84,26 @@ struct Unit::Properties {
         row.adjust = adjustCount;
         return row;
     }
+    /// Checks itself: as long as the layout says.
+    static constexpr PropertyRow layoutRow() {
+        return {.id = kAudioUnitProperty_AudioChannelLayout,
+                .size = 0,
+                .access = PropertyAccess::readWrite,
+                .where = onSideOfBus,
+                .get = getLayout,
+                .set = setLayout,
+                .remove = property::remove<&Unit::removeLayout>,
+                .adjust = adjustLayout,
+                .checksItself = true};
+    }
+    static constexpr PropertyRow layoutTagsRow() {
+        return {.id = kAudioUnitProperty_SupportedChannelLayoutTags,
+                .size = 0,
+                .access = PropertyAccess::read,
+                .where = onSideOfBus,
+                .get = getLayoutTags,
+                .adjust = adjustLayoutTags};
+    }
     /// Without set(): makeConnection() takes the lock by itself.
     static constexpr PropertyRow connectionRow() {
         return {.id = kAudioUnitProperty_MakeConnection,
@@ -75,6 +120,8 @@ const PropertyTable& Unit::commonProperties() {
         Properties::rateRow(),
         Properties::countRow(),
         Properties::connectionRow(),
+        Properties::layoutRow(),
+        Properties::layoutTagsRow(),
         property::writeOnly<&Unit::writeCallback, &Unit::removeSource>(
             kAudioUnitProperty_SetRenderCallback, property::anywhere),
         property::readWrite<&Unit::allocates, &Unit::writeAllocates>(
