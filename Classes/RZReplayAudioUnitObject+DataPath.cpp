@@ -21,7 +21,8 @@ constexpr int kErrorLevel = 4;
 int volumeFormat(const AudioStreamBasicDescription& desc) {
     const bool isBigEndian = (desc.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
     if ((desc.mFormatFlags & kAudioFormatFlagIsFloat) != 0) {
-        return isBigEndian ? -1 : 2;
+        // Of 64 bits the gain stage would make pairs of single ones: silence or noise.
+        return isBigEndian || desc.mBitsPerChannel != 32 ? -1 : 2;
     }
     if ((desc.mFormatFlags & kAudioFormatFlagIsSignedInteger) == 0 || isBigEndian) {
         return -1;

@@ -73,7 +73,8 @@ void RZReplayAudioUnitObject::beginFormatChange() {
     format_.fetch_add(kOneChange + 1);
 }
 
-void RZReplayAudioUnitObject::keepOnlyBlocksOf(const AudioStreamBasicDescription& format) {
+void RZReplayAudioUnitObject::keepOnlyBlocksOf(const AudioStreamBasicDescription& format,
+                                               RZFrameLoss reason) {
     while (isWriting_.load()) {
         std::this_thread::yield();
     }
@@ -84,7 +85,7 @@ void RZReplayAudioUnitObject::keepOnlyBlocksOf(const AudioStreamBasicDescription
     }
     for (const BOOL isProcessed : {NO, YES}) {
         if (stored.mBytesPerFrame != 0) {
-            account().lost(isProcessed, RZFrameLoss::LeftAtStop,
+            account().lost(isProcessed, reason,
                            getRingBufferSize(isProcessed) / stored.mBytesPerFrame);
         }
         for (const auto& buffer : bufferList_) {
@@ -95,6 +96,10 @@ void RZReplayAudioUnitObject::keepOnlyBlocksOf(const AudioStreamBasicDescription
 
 void RZReplayAudioUnitObject::endFormatChange() {
     format_.fetch_sub(1);
+}
+
+void RZReplayAudioUnitObject::takeBackFormatChange() {
+    format_.fetch_sub(kOneChange + 1);
 }
 
 RZReplayAudioUnitBuffer* RZReplayAudioUnitObject::getOrCreateBufferAt(int index) {

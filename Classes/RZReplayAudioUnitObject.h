@@ -155,8 +155,12 @@ class RZReplayAudioUnitObject {
     /// [host thread] Waits for a write that is under way, as long as copying a block takes. What
     /// the rings hold in another format than `format` is dropped and counted as lost; what comes
     /// next has this one. Only while a change is open or nothing is captured.
-    void keepOnlyBlocksOf(const AudioStreamBasicDescription& format);
+    void keepOnlyBlocksOf(const AudioStreamBasicDescription& format,
+                          RZFrameLoss reason = RZFrameLoss::LeftAtStop);
     void endFormatChange();
+    /// [host thread] Nothing has changed after all: ends a change as if it had not been opened, so
+    /// that the block that is rendered meanwhile is kept.
+    void takeBackFormatChange();
     /// [any thread] Real-time safe. No change of the format is open.
     [[nodiscard]] bool isFormatSettled() const { return isSettled(format_.load()); }
     /// [render thread] Writer only. Real-time safe. Goes before the unit renders a block: what is

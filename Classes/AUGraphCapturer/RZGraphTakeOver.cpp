@@ -230,22 +230,30 @@ void RZPrepareGraph(const RZLogSite& site, AUGraph graph) {
     }
 }
 
-void RZSettleGraph(AUGraph graph, OSStatus status) {
+void RZGraphUpdate::begin(AUGraph graph) {
     const auto obj = manager().findAudioUnitObjByAUGraph(graph);
-    if (!obj) {
+    const RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    if (obj && node.isQueued) {
+        before_ = obj->originCallback();
+        obj->setOriginCallback(node.callback);
+        graph_ = graph;
+        obj_ = obj;
+    }
+}
+
+void RZGraphUpdate::end(OSStatus status) {
+    if (!obj_) {
         return;
     }
-    if (status == 0) {
-        commitQueued(*obj, graph);
-        return;
-    }
-    RZHostCallback node = RZHostCallbacks::shared().of(graph);
-    if (node.isQueued && status != kAUGraphErr_CannotDoInCurrentContext) {
+    RZHostCallback node = RZHostCallbacks::shared().of(graph_);
+    node.isQueued = false;
+    // With "not in this context" the edits are made, or will be at the next slice.
+    if (status != 0 && status != kAUGraphErr_CannotDoInCurrentContext) {
         // The platform has dropped it and goes on as before.
-        node.isQueued = false;
-        node.callback = obj->originCallback();
-        RZHostCallbacks::shared().note(graph, node);
+        obj_->setOriginCallback(before_);
+        node.callback = before_;
     }
+    RZHostCallbacks::shared().note(graph_, node);
 }
 
 void RZGiveBackNode(AUGraph graph) {

@@ -38,8 +38,20 @@ void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& 
 /// output node without a capture object may get one now.
 void RZPrepareGraph(const RZLogSite& site, AUGraph graph);
 
-/// [host thread] The platform has carried out the graph's edits, or refused one.
-void RZSettleGraph(AUGraph graph, OSStatus status);
+/// [host thread] One call of the host that has the graph's edits carried out. A callback that waits
+/// for it stands behind ours before the platform does its part: when the call returns, nothing of
+/// the program's old callback runs any more, and no slice that could run it has still to begin.
+class RZGraphUpdate {
+  public:
+    void begin(AUGraph graph);
+    /// Behind the platform's part. What it has refused goes back.
+    void end(OSStatus status);
+
+  private:
+    std::shared_ptr<RZReplayAudioUnitObject> obj_;  ///< null: no callback waited
+    AUGraph graph_ = nullptr;
+    AURenderCallbackStruct before_{};
+};
 
 /// [host thread] The graph's capture object is gone or about to go: the host's callback goes back
 /// to where ours is in the graph.

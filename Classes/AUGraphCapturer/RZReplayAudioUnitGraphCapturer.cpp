@@ -94,6 +94,19 @@ void noteStart(const AnsweredCall& call, AUGraph graph) {
     }
 }
 
+/// The graph is made of what was edited: its unit may have another format.
+void noteUpdate(const AnsweredCall& call, AUGraph graph) {
+    call.site.log(2, "[AUGraphHook] %s: %p", call.name, graph);
+    if (call.status != 0) {
+        return;
+    }
+    if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
+        manager().audioUnitUpdate(obj);
+    } else {
+        call.logIgnored(4, "update", graph, nullptr);
+    }
+}
+
 // In the order in which they are redirected.
 constexpr tqhook::HookTable kHooks{
     tqhook::hook<&NewAUGraph>([](auto* original, AUGraph* outGraph) {
@@ -123,7 +136,7 @@ constexpr tqhook::HookTable kHooks{
         if (callback != nullptr &&
             callback->inputProc != RZReplayAudioUnitCapture_InputProcessCallback) {
             RZRoadGuarded(site,
-                      [&] { isTakenOver = change.begin(graph, node, inputNumber, *callback); });
+                          [&] { isTakenOver = change.begin(graph, node, inputNumber, *callback); });
         }
         const OSStatus status = original(graph, node, inputNumber, isTakenOver ? &ours : callback);
         RZRoadGuarded(site, [&] {
@@ -196,17 +209,19 @@ constexpr tqhook::HookTable kHooks{
         }
         return status;
     }),
-    hookAfter<&AUGraphUpdate>([](const AnsweredCall& call, AUGraph graph, Boolean* /*isUpdated*/) {
-        call.site.log(2, "[AUGraphHook] %s: %p", call.name, graph);
-        RZSettleGraph(graph, call.status);
-        if (call.status != 0) {
-            return;
+    tqhook::hook<&AUGraphUpdate>([](auto* original, AUGraph graph, Boolean* isUpdated) {
+        constexpr const RZLogSite& site = kSiteOf<&AUGraphUpdate>;
+        if (!RZGraphHooks.isRecording()) {
+            return original(graph, isUpdated);
         }
-        if (const auto obj = manager().findAudioUnitObjByAUGraph(graph)) {
-            manager().audioUnitUpdate(obj);
-        } else {
-            call.logIgnored(4, "update", graph, nullptr);
-        }
+        RZGraphUpdate update;
+        RZRoadGuarded(site, [&] { update.begin(graph); });
+        const OSStatus status = original(graph, isUpdated);
+        RZRoadGuarded(site, [&] {
+            update.end(status);
+            noteUpdate({site, tqhook::kNameOf<&AUGraphUpdate>.data(), status}, graph);
+        });
+        return status;
     }),
     hookAfter<&AUGraphStop>([](const AnsweredCall& call, AUGraph graph) {
         call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);

@@ -219,6 +219,8 @@ constexpr tqhook::HookTable kHooks{
         const OSStatus status = original(unit, id, scope, element, data, size);
         if (reformatted && status == 0) {
             RZRoadGuarded(site, [&] { manager().audioUnitFormatChanged(reformatted->object()); });
+        } else if (reformatted) {
+            reformatted->takeBack();
         }
         // Also while calls pass through: what the host set must not be put back over it later.
         if (status == 0 && !RZOwnCalls::isActive()) {

@@ -60,8 +60,8 @@ OSStatus readStreamFormat(AudioUnit unit, AudioUnitScope scope, AudioStreamBasic
 
 void RZStreamMixManager::prepareConversions() {
     // Without them a start takes longer, that is all: what is refused here is not looked at.
-    constexpr Float64 kUsualRates[] = {48000, 32000, 24000, 22050, 16000,
-                                       11025, 12000, 8000,  96000, 88200};
+    constexpr Float64 kUsualRates[] = {192000, 176400, 64000, 37800, 48000, 32000, 24000,
+                                       22050,  16000,  11025, 12000, 8000,  96000, 88200};
     for (const Float64 rate : kUsualRates) {
         TQPrepareRateConversion(rate, kMixedFormat.mSampleRate, kMixedFormat.mChannelsPerFrame,
                                 kMaximumFramesPerSlice);
@@ -153,7 +153,7 @@ BOOL RZStreamMixManager::connectUnitObj(const UnitObject& obj) {
     }
     site.log(4, "audio unit start capture: %p", obj->inUnit());
     // What an earlier capture left would come out of place.
-    obj->keepOnlyBlocksOf({});
+    obj->keepOnlyBlocksOf({}, RZFrameLoss::DiscardedAtStart);
     obj->keepOnlyBlocksOf(obj->streamDesc());
     obj->startCapture();
     RZUnitFacts::shared().mixTook(obj->inUnit());
@@ -232,7 +232,9 @@ OSStatus RZStreamMixManager::updateResampleAudioFormat(const UnitObject& obj, Au
     if (obj) {
         bus = static_cast<UInt32>(obj->trackId());
         desc = obj->streamDesc();
-        const bool isFloat = (desc.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
+        // The mixer converts 64-bit float by itself.
+        const bool isFloat =
+            (desc.mFormatFlags & kAudioFormatFlagIsFloat) != 0 && desc.mBitsPerChannel == 32;
         if (isFloat) {
             desc = integerForm(desc);
             obj->setS16FormatStreamDesc(desc);

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "RZNumbers.h"
+#include "RZStreamFormat.h"
 #include "RZStreamMixManager+Report.h"
 #include "RZUnitFormatChange.h"
 #include "TQAudioRecordLock.h"
@@ -349,9 +350,14 @@ void RZStreamMixManager::inspectAtStart(const UnitObject& obj) {
 /// Unit, mixer bus and rings in the format that the unit has now. What the rings hold in another
 /// one goes. The mixer's answer; nothing for a unit that is not captured.
 std::optional<OSStatus> RZStreamMixManager::followFormat(const UnitObject& obj) {
-    const RZUnitFormatChange change(obj);
+    RZUnitFormatChange change(obj);
+    const AudioStreamBasicDescription before = obj->streamDesc();
     if (obj->isStarted()) {
         updateAudioUnitObjectWithStart(obj);
+    }
+    if (RZIsSameFormat(before, obj->streamDesc())) {
+        // A program may update its graph with every frame that it draws.
+        change.takeBack();
     }
     if (!obj->isCapturing()) {
         return std::nullopt;

@@ -15,13 +15,16 @@
 class RZUnitFormatChange {
   public:
     explicit RZUnitFormatChange(std::shared_ptr<RZReplayAudioUnitObject> obj);
-    ~RZUnitFormatChange() { obj_->endFormatChange(); }
+    ~RZUnitFormatChange() { isTakenBack_ ? obj_->takeBackFormatChange() : obj_->endFormatChange(); }
     RZUnitFormatChange(const RZUnitFormatChange&) = delete;
     RZUnitFormatChange& operator=(const RZUnitFormatChange&) = delete;
 
     [[nodiscard]] const std::shared_ptr<RZReplayAudioUnitObject>& object() const { return obj_; }
+    /// The format is what it was: the block that is being rendered is none of two formats.
+    void takeBack() noexcept { isTakenBack_ = true; }
 
   private:
+    bool isTakenBack_ = false;
     std::shared_ptr<RZReplayAudioUnitObject> obj_;
 };
 

@@ -25,6 +25,18 @@ void readPre(RZReplayAudioUnitObject& obj, AudioBufferList* list, UInt32 frames)
     }
 }
 
+/// A side that nobody wants any more is not read: what was stored while somebody did would be heard
+/// by whoever wants it next.
+void discardUnwanted(RZReplayAudioUnitObject& obj, UInt32 type) {
+    const auto discard = [&](UInt32 wanted, BOOL isProcessed) {
+        if ((type & wanted) == 0 && obj.getRingBufferSize(isProcessed) > 0) {
+            obj.discardWaiting(isProcessed, RZFrameLoss::NotWanted);
+        }
+    };
+    discard(RZPCMDataTypePre, NO);
+    discard(RZPCMDataTypePost, YES);
+}
+
 /// Post blocks go to the listeners at once, one pre block (or silence) to the mixer.
 Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
                   const AudioTimeStamp* ts, UInt32 bus, UInt32 frames, AudioBufferList* ioData) {
@@ -42,6 +54,7 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
         tails.deliverPost(pass, *ioData);
     }
     if (capturing) {
+        discardUnwanted(obj, type);
         obj.updateAsbdInfo();
         if ((type & RZPCMDataTypePost) != 0) {
             backlog.post = obj.getRingBufferSize(YES);

@@ -131,18 +131,27 @@ TEST_F(RZReplayAudioUnitObjectProcessTest, ThirtyTwoBitIntegerIsDuckedInPlace) {
     EXPECT_NEAR(1e8, list.samples<SInt32>()[999], 1e5);
 }
 
-TEST_F(RZReplayAudioUnitObjectProcessTest, FloatIsDuckedInPlaceWhateverTheBitDepthSays) {
-    for (const UInt32 bits : {32U, 64U, 8U}) {
-        AudioStreamBasicDescription desc = stream_formats::floatInterleaved(44100, 1);
-        desc.mBitsPerChannel = bits;
-        obj.setStreamDesc(desc);
-        duck();
-        auto list = OwnedBufferList::interleaved(1, 4000);
-        list.fill<float>({0.5F});
-        obj.processBuffer(list.get(), 1000);
-        EXPECT_NEAR(0.05F, list.samples<float>()[999], 1e-3F);
-    }
+TEST_F(RZReplayAudioUnitObjectProcessTest, FloatIsDuckedInPlace) {
+    obj.setStreamDesc(stream_formats::floatInterleaved(44100, 1));
+    duck();
+    auto list = OwnedBufferList::interleaved(1, 4000);
+    list.fill<float>({0.5F});
+    obj.processBuffer(list.get(), 1000);
+    EXPECT_NEAR(0.05F, list.samples<float>()[999], 1e-3F);
     EXPECT_THAT(receiver->events(), IsEmpty());
+}
+
+TEST_F(RZReplayAudioUnitObjectProcessTest, DoublePrecisionIsLeftAsItIsAndNamed) {
+    AudioStreamBasicDescription desc = stream_formats::floatInterleaved(44100, 1);
+    desc.mBitsPerChannel = 64;
+    desc.mBytesPerFrame = desc.mBytesPerPacket = 8;
+    obj.setStreamDesc(desc);
+    duck();
+    auto list = OwnedBufferList::interleaved(1, 8000);
+    list.fill<double>({0.5});
+    obj.processBuffer(list.get(), 1000);
+    EXPECT_EQ(list.samples<double>()[999], 0.5);
+    EXPECT_EQ(receiver->events().size(), 1U);
 }
 
 TEST_F(RZReplayAudioUnitObjectProcessTest, EveryBufferOfTheListIsProcessed) {

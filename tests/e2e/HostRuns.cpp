@@ -19,7 +19,9 @@ template <class Sample>
 std::vector<Sample> samplesOf(const fs::path& file) {
     const std::string bytes = contentOf(file);
     std::vector<Sample> samples(bytes.size() / sizeof(Sample));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(Sample));
+    if (!samples.empty()) {
+        std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(Sample));
+    }
     return samples;
 }
 

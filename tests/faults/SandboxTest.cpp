@@ -3,12 +3,14 @@
 #include <map>
 #include <string>
 
+#include "support/LeakCheck.h"
 #include "support/ProgramRunner.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
 
 TEST(Sandbox, WhereNoMemoryCanBeMadeWritableTheHooksStayOut) {
+    tqtest::startProgramsWithoutLeakCheck();
     const TemporaryFolder caches;
     const std::map<std::string, std::string> environment{{"XDG_CACHE_HOME", caches.path()},
                                                          {"TQ_AUDIO_DEVICE", "manual"}};

@@ -74,10 +74,11 @@ AU_EXPORT OSStatus AUGraphNodeInfo(AUGraph inGraph, AUNode inNode,
 /* Edits. What the graph itself can tell is answered at once, also while it runs:
  * kAUGraphErr_NodeNotFound, and kAUGraphErr_InvalidConnection for an input or an output that is
  * taken and for a connection where a callback is or the reverse. A callback replaces a callback;
- * one without procedure takes it away; disconnecting an input that has nothing changes nothing. What only the units can tell
- * (a bus they do not have, a format they do not take) is the answer of the call that brings the
- * edit to them: AUGraphInitialize() for all that was asked before, the edit itself while the graph
- * is initialised and stopped, AUGraphUpdate() while it runs. The queries show what was asked for.
+ * one without procedure takes it away; disconnecting an input that has nothing changes nothing.
+ * What only the units can tell (a bus they do not have, a format they do not take) is the answer of
+ * the call that brings the edit to them: AUGraphInitialize() for all that was asked before, the
+ * edit itself while the graph is initialised and stopped, AUGraphUpdate() while it runs. The
+ * queries show what was asked for.
  */
 
 AU_EXPORT OSStatus AUGraphConnectNodeInput(AUGraph inGraph, AUNode inSourceNode,

@@ -68,7 +68,10 @@ static inline OSStatus AudioDeviceGetCurrentTime(AudioDeviceID device, AudioTime
 }
 
 /* Names of channels are not asked for here. */
-enum { kAudioDevicePropertyChannelName = 0x63686E6D, kAudioDevicePropertyChannelNameCFString = 0x6C63686E };
+enum {
+    kAudioDevicePropertyChannelName = 0x63686E6D,
+    kAudioDevicePropertyChannelNameCFString = 0x6C63686E
+};
 #define CFSTR(text) NULL
 #define CFStringCreateWithFormat(...) NULL
 enum { kAudioDevicePropertyStreamFormatSupported = 0x73666D3F };

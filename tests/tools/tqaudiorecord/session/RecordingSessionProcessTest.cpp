@@ -15,6 +15,7 @@
 
 #include "SessionFixture.h"
 #include "session/ElfFile.h"
+#include "support/LeakCheck.h"
 
 namespace {
 
@@ -214,6 +215,7 @@ TEST_F(Session, AHostWhoseRecorderIsKilledPlaysOnToItsNormalEnd) {
 }
 
 TEST_F(Session, AProgramThatIsTheLoadersArgumentIsRecordedUnderItsOwnName) {
+    tqtest::startProgramsWithoutLeakCheck();
     const auto self = readElfFile("/proc/self/exe");
     ASSERT_TRUE(self);
     EXPECT_EQ(record({self->interpreter, kHost, "tone", "0.3"}).hostExitCode, 0);
