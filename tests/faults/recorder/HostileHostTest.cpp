@@ -23,6 +23,9 @@ class HostileMemoryTest : public HostileHostTest,
                           public testing::WithParamInterface<std::string> {};
 
 TEST_P(HostileMemoryTest, ClaimsCostNoMemoryNoFileAndNoHearing) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "this build keeps records of all memory that is touched";
+#endif
     Program program(setup({"-o", output()}, GetParam()));
     long most = 0;
     ASSERT_TRUE(eventually([&] { return !program.children().empty(); }));
