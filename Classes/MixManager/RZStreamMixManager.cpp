@@ -205,6 +205,7 @@ std::map<std::string, RZStreamMixManager::UnitObject> RZStreamMixManager::unitMa
 
 void RZStreamMixManager::setUnitMap(const std::map<std::string, UnitObject>& units) {
     std::vector<Entry> entries;
+    entries.reserve(units.size());
     for (const auto& [key, obj] : units) {
         entries.push_back({key, obj->inUnit(), obj});
     }
