@@ -5,6 +5,7 @@
 
 #include "RZBoundary.h"
 #include "RZBufferList.h"
+#include "RZStreamFormat.h"
 #include "RZStreamMixManager+Report.h"
 #include "TQAudioRecordLock.h"
 #include "common/Threads.h"
@@ -13,12 +14,6 @@ namespace {
 
 AudioStreamBasicDescription formatRead(const RZReplayAudioUnitObject& obj) {
     return obj.needFormatToS16() ? obj.s16FormatStreamDesc() : obj.streamDesc();
-}
-
-bool isSameFormat(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b) {
-    return a.mSampleRate == b.mSampleRate && a.mFormatFlags == b.mFormatFlags &&
-           a.mBytesPerFrame == b.mBytesPerFrame && a.mChannelsPerFrame == b.mChannelsPerFrame &&
-           a.mBitsPerChannel == b.mBitsPerChannel;
 }
 
 /// Whether a list of that many frames is laid out as the format says.
@@ -144,7 +139,7 @@ void RZTrackTails::deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferL
     const AudioStreamBasicDescription format = formatRead(obj);
     std::size_t left = obj.waitingFrames(YES);
     if (tail.resumed) {
-        left = isSameFormat(tail.resumed->format, format)
+        left = RZIsSameFormat(tail.resumed->format, format)
                    ? std::min(left, std::exchange(tail.resumed->postFrames, 0))
                    : 0;
     }
@@ -215,7 +210,8 @@ UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData) {
         const Tail& tail = queue.tails[queue.done];
         RZReplayAudioUnitObject& obj = *tail.obj;
         if (!tail.resumed) {
-            if ((pass.type & RZPCMDataTypePre) == 0 || !isSameFormat(formatRead(obj), busFormat)) {
+            if ((pass.type & RZPCMDataTypePre) == 0 ||
+                !RZIsSameFormat(formatRead(obj), busFormat)) {
                 obj.discardWaiting(NO, RZFrameLoss::LeftAtStop);
             }
             const auto frames = static_cast<UInt32>(

@@ -38,6 +38,26 @@ TEST_F(RZReplayAudioUnitObjectDataPathTest, WriteQueuesTheBlockOnTheSideAskedFor
     EXPECT_THAT(receiver->events(), IsEmpty());
 }
 
+TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeOfTheFormatIsNotStored) {
+    obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
+    auto list = OwnedBufferList::interleaved(2, 400);
+    obj.noteRenderBegins();
+    obj.beginFormatChange();
+    obj.endFormatChange();
+    obj.tryWriteBuffersFrom(list.get(), 100, NO);
+    EXPECT_EQ(obj.getRingBufferSize(NO), 0U);
+}
+
+TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeThatIsTakenBackIsStored) {
+    obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
+    auto list = OwnedBufferList::interleaved(2, 400);
+    obj.noteRenderBegins();
+    obj.beginFormatChange();
+    obj.takeBackFormatChange();
+    obj.tryWriteBuffersFrom(list.get(), 100, NO);
+    EXPECT_EQ(obj.getRingBufferSize(NO), 400U);
+}
+
 TEST_F(RZReplayAudioUnitObjectDataPathTest, WriteWhileNotCapturingTakesNothingAndAnswersYes) {
     obj.stopCapture();
     obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
