@@ -5,7 +5,19 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
     libcairo2-dev libfftw3-dev libcli11-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev sox ffmpeg valgrind python3 clang clang-format clang-tidy)
+
+# Headers of the sound libraries that programs bring along: compiled against, never linked.
+build_packages+=(libasound2-dev libpulse-dev libsdl2-dev libjack-jackd2-dev libpipewire-0.3-dev)
+
+# Sound servers that need no device. Left out: pipewire-alsa, which conflicts with pulseaudio.
+server_packages=(pulseaudio pulseaudio-utils pipewire pipewire-bin pipewire-pulse pipewire-jack wireplumber
+    dbus-daemon dbus-session-bus-common jackd2 libasound2-plugins)
+
+# Programs nobody here wrote, one or more per sound library and kind of binding; a game needs a screen.
+player_packages=(alsa-utils sox libsox-fmt-all mpv ffmpeg mpg123 sound-theme-freedesktop neverball xvfb xauth)
+
+test_packages=(libgtest-dev libgmock-dev valgrind python3 clang clang-format clang-tidy binutils
+    "${server_packages[@]}" "${player_packages[@]}")
 
 # The benchmark frame, and what the library is measured beside.
 bench_packages=(libbenchmark-dev python3 libjack-jackd2-dev libboost-dev libreaderwriterqueue-dev
