@@ -96,15 +96,15 @@ void takeOverNode(const RZReplayAudioUnitObject& obj, AUGraph graph) {
 }
 
 /// Which of the host's callbacks the object stands for: the node's or the unit's, whichever was set
-/// last, as far as ours is in its place.
+/// last, as far as ours is in its place. None where something else feeds the unit.
 void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
     const auto callbacks = callbacksOf(graph, obj.inNode());
     const bool isThere = std::any_of(callbacks.begin(), callbacks.end(),
                                      [](const auto& one) { return isOurs(one.cback); });
     const RZHostCallback node = RZHostCallbacks::shared().of(graph);
     const RZHostCallback unit = RZHostCallbacks::shared().of(obj.inUnit());
-    const bool isNodes = isThere && node.isOurs;
-    if (isNodes && (!unit.isOurs || node.turn > unit.turn)) {
+    const bool isOverNodes = (unit.isOurs || unit.isForeign) && unit.turn > node.turn;
+    if (isThere && node.isOurs && !isOverNodes) {
         obj.setOriginCallback(node.callback);
     } else if (unit.isOurs) {
         obj.setOriginCallback(unit.callback);
@@ -207,7 +207,18 @@ void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& 
     chooseOrigin(*obj, graph);
 }
 
-void RZPrepareGraph(const RZLogSite& site, AUGraph graph) {
+void RZSettleGraph(AUGraph graph) {
+    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    AudioUnit unit = nullptr;
+    if (!obj || answersYes(AUGraphIsRunning, graph) ||
+        AUGraphNodeInfo(graph, obj->inNode(), nullptr, &unit) != 0 || obj->inUnit() != unit) {
+        return;
+    }
+    commitQueued(*obj, graph);
+    chooseOrigin(*obj, graph);
+}
+
+void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
     const auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
     const auto info = outputNodeOf(graph);
     AudioUnit unit = nullptr;
@@ -216,10 +227,6 @@ void RZPrepareGraph(const RZLogSite& site, AUGraph graph) {
     }
     const auto obj = manager().findAudioUnitObjByAUGraph(graph);
     if (obj && obj->inUnit() == unit) {
-        if (!answersYes(AUGraphIsRunning, graph)) {
-            commitQueued(*obj, graph);
-            chooseOrigin(*obj, graph);
-        }
         return;
     }
     if (answersYes(AUGraphIsInitialized, graph) && !resolver.existAudioUnit(unit)) {
@@ -231,27 +238,52 @@ void RZPrepareGraph(const RZLogSite& site, AUGraph graph) {
 }
 
 void RZGraphUpdate::begin(AUGraph graph) {
-    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    obj_ = manager().findAudioUnitObjByAUGraph(graph);
     const RZHostCallback node = RZHostCallbacks::shared().of(graph);
-    if (obj && node.isQueued) {
-        before_ = obj->originCallback();
-        obj->setOriginCallback(node.callback);
-        graph_ = graph;
-        obj_ = obj;
-    }
-}
-
-void RZGraphUpdate::end(OSStatus status) {
     if (!obj_) {
         return;
     }
+    graph_ = graph;
+    before_ = obj_->originCallback();
+    isWaiting_ = node.isQueued;
+    if (isWaiting_) {
+        if (before_.inputProc == nullptr && obj_->isStarted()) {
+            change_.emplace(obj_);
+        }
+        obj_->setOriginCallback(node.callback);
+    }
+}
+
+void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
+    if (!obj_) {
+        return;
+    }
+    // With "not in this context" the edits are made, or will be at the next slice.
+    const bool isDone = status == 0 || status == kAUGraphErr_CannotDoInCurrentContext;
+    if (isWaiting_) {
+        settleWaiting(isDone);
+    }
+    if (!isDone) {
+        return;
+    }
+    chooseOrigin(*obj_, graph_);
+    const bool wasTaken = before_.inputProc != nullptr;
+    const bool isTaken = obj_->origin_inputProc() != nullptr;
+    if (wasTaken != isTaken && (status != 0 || !isRecorded)) {
+        manager().audioUnitSourceChanged(obj_, NO);
+    }
+}
+
+void RZGraphUpdate::settleWaiting(BOOL isDone) {
     RZHostCallback node = RZHostCallbacks::shared().of(graph_);
     node.isQueued = false;
-    // With "not in this context" the edits are made, or will be at the next slice.
-    if (status != 0 && status != kAUGraphErr_CannotDoInCurrentContext) {
+    if (!isDone) {
         // The platform has dropped it and goes on as before.
         obj_->setOriginCallback(before_);
         node.callback = before_;
+        if (change_) {
+            change_->takeBack();
+        }
     }
     RZHostCallbacks::shared().note(graph_, node);
 }

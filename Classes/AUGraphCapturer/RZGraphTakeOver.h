@@ -9,6 +9,7 @@
 #include "RZHostCallbacks.h"
 #include "RZLogSite.h"
 #include "RZReplayAudioUnitObject.h"
+#include "RZUnitFormatChange.h"
 
 // The same rule as for units (RZUnitTakeOver.h): without a capture object the node plays the host's
 // own callback.
@@ -34,24 +35,35 @@ class RZNodeTakeOver {
 /// feeds the node; where none can be made, the node gets the host's callback back.
 void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info);
 
-/// [host thread] The graph is about to start: what it renders from then on is decided here. An
-/// output node without a capture object may get one now.
-void RZPrepareGraph(const RZLogSite& site, AUGraph graph);
+// The next two come also with calls that pass straight through: ours may stand in the graph
+// already, and has to know whom it stands for.
+
+/// [host thread] The graph is about to start: what it renders from then on is decided here.
+void RZSettleGraph(AUGraph graph);
 
 /// [host thread] One call of the host that has the graph's edits carried out. A callback that waits
 /// for it stands behind ours before the platform does its part: when the call returns, nothing of
 /// the program's old callback runs any more, and no slice that could run it has still to begin.
+/// While this lives, blocks are not stored if the unit may have changed its side.
 class RZGraphUpdate {
   public:
     void begin(AUGraph graph);
-    /// Behind the platform's part. What it has refused goes back.
-    void end(OSStatus status);
+    /// Behind the platform's part. What it has refused goes back; what feeds the output node now is
+    /// recorded. `isRecorded`: noteUpdate comes behind this and follows the unit's format.
+    void end(OSStatus status, BOOL isRecorded);
 
   private:
-    std::shared_ptr<RZReplayAudioUnitObject> obj_;  ///< null: no callback waited
+    void settleWaiting(BOOL isDone);
+
+    std::shared_ptr<RZReplayAudioUnitObject> obj_;  ///< null: the graph is not captured
+    std::optional<RZUnitFormatChange> change_;      ///< ours comes where the notify was
     AUGraph graph_ = nullptr;
+    bool isWaiting_ = false;  ///< a callback waited for this update
     AURenderCallbackStruct before_{};
 };
+
+/// [host thread] An output node without a capture object may get one when its graph starts.
+void RZAdoptGraph(const RZLogSite& site, AUGraph graph);
 
 /// [host thread] The graph's capture object is gone or about to go: the host's callback goes back
 /// to where ours is in the graph.

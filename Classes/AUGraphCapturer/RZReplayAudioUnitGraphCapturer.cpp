@@ -194,13 +194,14 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&AUGraphStart>([](auto* original, AUGraph graph) {
         constexpr const RZLogSite& site = kSiteOf<&AUGraphStart>;
         const BOOL isRecording = RZGraphHooks.isRecording();
-        if (isRecording) {
-            RZRoadGuarded(site, [&] {
-                if (isAUGraphAvailable(graph)) {
-                    RZPrepareGraph(site, graph);
+        RZRoadGuarded(site, [&] {
+            if (isAUGraphAvailable(graph)) {
+                RZSettleGraph(graph);
+                if (isRecording) {
+                    RZAdoptGraph(site, graph);
                 }
-            });
-        }
+            }
+        });
         const OSStatus status = original(graph);
         if (isRecording) {
             RZRoadGuarded(site, [&] {
@@ -211,15 +212,15 @@ constexpr tqhook::HookTable kHooks{
     }),
     tqhook::hook<&AUGraphUpdate>([](auto* original, AUGraph graph, Boolean* isUpdated) {
         constexpr const RZLogSite& site = kSiteOf<&AUGraphUpdate>;
-        if (!RZGraphHooks.isRecording()) {
-            return original(graph, isUpdated);
-        }
+        const BOOL isRecording = RZGraphHooks.isRecording();
         RZGraphUpdate update;
         RZRoadGuarded(site, [&] { update.begin(graph); });
         const OSStatus status = original(graph, isUpdated);
         RZRoadGuarded(site, [&] {
-            update.end(status);
-            noteUpdate({site, tqhook::kNameOf<&AUGraphUpdate>.data(), status}, graph);
+            update.end(status, isRecording);
+            if (isRecording) {
+                noteUpdate({site, tqhook::kNameOf<&AUGraphUpdate>.data(), status}, graph);
+            }
         });
         return status;
     }),

@@ -16,15 +16,14 @@ AURenderCallbackStruct oursFor(AudioUnit unit) {
     return {RZReplayAudioUnitCapture_InputProcessCallback, unit};
 }
 
-/// A connection feeds the unit now: it is captured by the notify, like any unit without a callback.
+/// Something that ours does not stand before feeds the unit now: it is captured by the notify, like
+/// any unit without a callback.
 void captureByNotify(AudioUnit unit) {
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
     const auto obj = manager.findAudioUnitObj(unit);
     if (obj && obj->origin_inputProc() != nullptr) {
         obj->setOriginCallback({});
-        if (obj->isStarted()) {
-            manager.audioUnitUpdate(obj);
-        }
+        manager.audioUnitSourceChanged(obj, RZUnitHooks.isRecording());
     }
 }
 
@@ -65,6 +64,7 @@ void RZNoteUnitSource(AudioUnit unit, AudioUnitPropertyID id, AudioUnitScope sco
                       AudioUnitElement element, const void* data) {
     RZHostCallback now;
     now.place = scope;
+    now.isForeign = true;
     bool isConnected = false;
     if (id == kAudioUnitProperty_SetRenderCallback && element == 0) {
         if (data != nullptr) {
@@ -89,7 +89,8 @@ void RZNoteUnitSource(AudioUnit unit, AudioUnitPropertyID id, AudioUnitScope sco
         return;
     }
     RZHostCallbacks::shared().note(unit, now);
-    if (isConnected) {
+    // What ours stood before stays known when there is nothing in its place.
+    if (isConnected || now.callback.inputProc != nullptr) {
         captureByNotify(unit);
     }
 }
@@ -118,5 +119,6 @@ void RZGiveBackUnit(AudioUnit unit) {
         return;
     }
     host.isOurs = false;
+    host.isForeign = true;
     RZHostCallbacks::shared().note(unit, host);
 }

@@ -11,6 +11,7 @@ struct RZHostCallback {
     AURenderCallbackStruct callback{};  ///< null procedure: none, or unknown
     UInt32 place = 0;                   ///< a unit's scope, a node's input number
     bool isOurs = false;     ///< ours stands in its place, with the unit or graph as reference
+    bool isForeign = false;  ///< a unit was given a source that ours does not stand before
     bool isQueued = false;   ///< a running graph takes it at its next update
     std::uint64_t turn = 0;  ///< grows with every note: of a unit's and its node's, the later holds
 };

@@ -377,6 +377,12 @@ void RZStreamMixManager::audioUnitFormatChanged(const UnitObject& obj) {
     updateUnit(obj, obj && obj->auGraph() == nullptr);
 }
 
+void RZStreamMixManager::audioUnitSourceChanged(const UnitObject& obj, BOOL isRecorded) {
+    if (obj && obj->isStarted()) {
+        updateUnit(obj, isRecorded);
+    }
+}
+
 void RZStreamMixManager::updateUnit(const UnitObject& obj, BOOL tellsSuccess) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitUpdate:]");
     if (!obj) {

@@ -166,6 +166,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     void audioUnitUpdate(const UnitObject& obj);
     /// The program has given a started unit another format by setting its property.
     void audioUnitFormatChanged(const UnitObject& obj);
+    /// Something else feeds the unit, seen in a call that is recorded or in one that passes
+    /// through, of which nothing is told.
+    void audioUnitSourceChanged(const UnitObject& obj, BOOL isRecorded);
     void audioUnitStop(const UnitObject& obj);
     void disposeAudioUnitObj(const UnitObject& obj);
 

@@ -87,4 +87,34 @@ TEST(HostPlaysOn, WhenTheLibraryIsOpenedLateAndIsRecordedFromTheNextStartOn) {
     expectRecorded(run, 2, 74, 100);
 }
 
+TEST(HostPlaysOn, WhenSomethingElseFeedsItsUnits) {
+    hostruns::expectTheHostPlaysOn("other_sources");
+}
+
+/// A source of `other_sources` plays for 20 slices; those around a change may be missing.
+void expectSourceRecorded(const HostRun& run, std::size_t source) {
+    expectRecorded(run, 1, source * 20 + 2, source * 20 + 18);
+}
+
+struct OtherSources : testing::Test {
+    static const HostRun& run() {
+        static const HostRun once = hostruns::run("other_sources", With::Recording);
+        return once;
+    }
+};
+
+TEST_F(OtherSources, AConnectionInPlaceOfARunningNodesCallbackIsRecorded) {
+    expectSourceRecorded(run(), 0);
+    expectSourceRecorded(run(), 1);
+}
+
+TEST_F(OtherSources, ACallbackInPlaceOfThatConnectionIsRecorded) {
+    expectSourceRecorded(run(), 2);
+}
+
+TEST_F(OtherSources, ACallbackOnTheOutputScopeIsRecorded) {
+    expectSourceRecorded(run(), 3);
+    expectSourceRecorded(run(), 4);
+}
+
 }  // namespace
