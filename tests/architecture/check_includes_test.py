@@ -18,6 +18,9 @@ TREE = {
     "Resolver/Resolver.h": '#include "hook/tq_hook.h"\n',
     "Classes/Manager.h": "#include <AudioToolbox/AudioToolbox.h>\n#include <ring.h>\n",
     "capi/capture.h": "#include <Manager.h>\n#include <unistd.h>\n",
+    "bridges/core/Pacer.h": '#include "common/Threads.h"\n',
+    "bridges/core/Stream.h": "#include <AudioToolbox/AudioToolbox.h>\n"
+                             '#include "hook/tq_hook.h"\n#include "capi/capture.h"\n',
     "tools/recorder/main.cpp": "#include <TQAudioRecord/capture.h>\n",
     "examples/listener/listener.cpp": "#include <TQAudioRecord/Manager.h>\n",
 }
@@ -68,6 +71,17 @@ class CheckIncludesTest(unittest.TestCase):
     def test_a_program_that_looks_inside_is_found(self):
         self.assert_finds({"examples/Bad.c": '#include "unit/Unit.h"\n'},
                           "examples/ must not include platform/")
+
+    def test_a_bridge_that_looks_inside_is_found(self):
+        for header, place in (("unit/Unit.h", "platform/unit/Unit.h"),
+                              ("Manager.h", "Classes/Manager.h")):
+            self.assert_finds({"bridges/alsa/Bad.cpp": f'#include "{header}"\n'},
+                              f"bridges/ must not include {place}")
+
+    def test_a_pure_part_of_the_bridges_that_knows_what_it_serves_is_found(self):
+        for header in ("hook/tq_hook.h", "bridges/core/Stream.h"):
+            self.assert_finds({"bridges/core/Pacer.cpp": f'#include "{header}"\n'},
+                              "a pure part includes common/ only")
 
     def test_an_own_header_comes_before_one_of_the_same_name_elsewhere(self):
         self.assertEqual(

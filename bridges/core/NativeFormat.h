@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tq::bridges {
+
+/// How a native API lays one sample out. "Swapped" is the other byte order than this machine's;
+/// In3 are three bytes, In4 the low three bytes of four.
+enum class NativeSample : std::uint8_t {
+    kU8,
+    kS8,
+    kS16,
+    kS16Swapped,
+    kU16,
+    kU16Swapped,
+    kS24In3,
+    kS24In3Swapped,
+    kU24In3,
+    kU24In3Swapped,
+    kS24In4,
+    kS24In4Swapped,
+    kU24In4,
+    kU24In4Swapped,
+    kS32,
+    kS32Swapped,
+    kU32,
+    kU32Swapped,
+    kF32,
+    kF32Swapped,
+    kF64,
+    kF64Swapped,
+    kNotPcm,
+};
+
+/// What a unit of the platform plays: native byte order, interleaved.
+enum class UnitSample : std::uint8_t { kS16, kS32, kF32 };
+
+/// [any thread] Bytes of one sample; 0 for what is not PCM. Real-time safe.
+[[nodiscard]] unsigned bytesPerSample(NativeSample sample) noexcept;
+[[nodiscard]] unsigned bytesPerSample(UnitSample sample) noexcept;
+
+/// [any thread] The unit's sample that holds this one exactly (64-bit float: as 32-bit float).
+/// What is not PCM has none; kF32 is returned for it. Real-time safe.
+[[nodiscard]] UnitSample unitSampleOf(NativeSample sample) noexcept;
+
+/// The format of a native stream, interleaved.
+struct NativeFormat {
+    NativeSample sample = NativeSample::kNotPcm;
+    unsigned channels = 0;
+    double sampleRate = 0;  ///< frames a second
+
+    bool operator==(const NativeFormat&) const = default;
+
+    /// [any thread] Bytes of a frame as the program writes it; 0 when it is not PCM.
+    [[nodiscard]] unsigned bytesPerFrame() const noexcept;
+    /// [any thread] Bytes of a frame as the unit plays it.
+    [[nodiscard]] unsigned unitBytesPerFrame() const noexcept;
+    /// [any thread] Whether a unit can play it: PCM of 1 to 8 channels at 1000 to 768000 frames a
+    /// second.
+    [[nodiscard]] bool servable() const noexcept;
+};
+
+}  // namespace tq::bridges
