@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "RZLentMemory.h"
 #include "RZReplayVolumeCompressorParam.h"
 #include "RZReplayVolumeDuckingParam.h"
 
@@ -53,6 +54,10 @@ class RZReplayAudioUnitBuffer {
     /// left.
     AudioBuffer getCopyBufferBySize(UInt32 size);
 
+    /// [render thread] Writer only. Allocates only for more than ever before. For a block
+    /// that is not to be made where the host has put its own; null when no memory is left.
+    [[nodiscard]] std::byte* ownMemory(UInt32 size) { return ownMemory_.atLeast(size); }
+
     void updateFS(int sampleRate);
     /// A null record changes nothing. Switching off puts the gain and the level back to rest.
     void setDuckingParam(const RZReplayVolumeDuckingParam* param);
@@ -89,4 +94,5 @@ class RZReplayAudioUnitBuffer {
     std::unique_ptr<korva_audio_utils::VolumeController> volumeController_;
     std::unique_ptr<std::byte[]> copyMemory_;
     AudioBuffer copyBuffer_{};
+    RZLentMemory ownMemory_;
 };

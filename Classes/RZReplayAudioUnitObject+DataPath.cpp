@@ -1,6 +1,10 @@
 #include <sample_conversion.h>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <new>
 
 #include "RZBufferList.h"
 #include "RZLogSite.h"
@@ -122,6 +126,24 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
     return YES;
 }
 
+void RZReplayAudioUnitObject::tryWriteSilence(UInt32 frames, BOOL isProcessed) {
+    const AudioStreamBasicDescription desc = streamDesc();
+    const bool isPlanar = (desc.mFormatFlags & kAudioFormatFlagIsNonInterleaved) != 0;
+    const UInt32 bytes = frames * desc.mBytesPerFrame;
+    std::byte* const memory = getOrCreateBufferAt(0)->ownMemory(bytes);
+    constexpr std::size_t kListBytes =
+        offsetof(AudioBufferList, mBuffers) + RZGivenMemory::kMostBuffers * sizeof(AudioBuffer);
+    alignas(AudioBufferList) std::array<std::byte, kListBytes> place;
+    AudioBufferList& list = *new (place.data()) AudioBufferList;
+    list.mNumberBuffers =
+        isPlanar ? std::min(desc.mChannelsPerFrame, RZGivenMemory::kMostBuffers) : 1;
+    for (UInt32 i = 0; i < list.mNumberBuffers; ++i) {
+        list.mBuffers[i] = {isPlanar ? 1 : desc.mChannelsPerFrame, bytes, memory};
+    }
+    fillSilence(list, desc);
+    tryWriteBuffersFrom(&list, frames, isProcessed);
+}
+
 /// What a ring took: not always what was rendered, and not always for long. The first buffer of a
 /// list stands for all.
 void RZReplayAudioUnitObject::countWritten(RZReplayAudioUnitBuffer& buffer, UInt32 frames,
@@ -230,7 +252,31 @@ void RZReplayAudioUnitObject::convertF32ToS16(const float* src, SInt16* dst,
     korva_audio_utils::ConvertFloatToInt16(src, dst, samples);
 }
 
-void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*frames*/) {
+/// Buffers that the host has put in are its own: it plays them again, and they may be constant. All
+/// are copied before any is processed, because several may be one. False without memory.
+bool RZReplayAudioUnitObject::ownBuffers(AudioBufferList& list, UInt32 frames,
+                                         const AudioStreamBasicDescription& desc) {
+    for (UInt32 i = 0; i < list.mNumberBuffers; ++i) {
+        AudioBuffer& b = list.mBuffers[i];
+        if (b.mData == nullptr || given_.has(i, b)) {
+            continue;
+        }
+        // A host may hand over a table, which is longer than the block.
+        const std::uint64_t used =
+            std::max(std::uint64_t{frames} * desc.mBytesPerFrame,
+                     std::uint64_t{frames} * b.mNumberChannels * desc.mBitsPerChannel / 8);
+        b.mDataByteSize = static_cast<UInt32>(std::min<std::uint64_t>(b.mDataByteSize, used));
+        std::byte* const own = getOrCreateBufferAt(static_cast<int>(i))->ownMemory(b.mDataByteSize);
+        if (own == nullptr) {
+            return false;
+        }
+        std::memcpy(own, b.mData, b.mDataByteSize);
+        b.mData = own;
+    }
+    return true;
+}
+
+void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 frames) {
     constexpr RZLogSite site(kFile, "-[RZReplayAudioUnitObject processBuffer:numberFrames:]");
     const AudioStreamBasicDescription desc = streamDesc();
     // Asked behind the description: processed in another format, the host's sound would be noise.
@@ -246,7 +292,7 @@ void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 /*fram
         }
         return;
     }
-    if (list == nullptr || list->mNumberBuffers == 0) {
+    if (list == nullptr || list->mNumberBuffers == 0 || !ownBuffers(*list, frames, desc)) {
         return;
     }
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {

@@ -13,6 +13,7 @@
 
 #include "AtomicProperty.h"
 #include "RZFrameAccount.h"
+#include "RZLentMemory.h"
 #include "RZReplayASBDInfo.h"
 #include "RZReplayAudioRecorderDelegate.h"
 #include "RZReplayAudioUnitBuffer.h"
@@ -163,9 +164,13 @@ class RZReplayAudioUnitObject {
     void takeBackFormatChange();
     /// [any thread] Real-time safe. No change of the format is open.
     [[nodiscard]] bool isFormatSettled() const { return isSettled(format_.load()); }
-    /// [render thread] Writer only. Real-time safe. Goes before the unit renders a block: what is
-    /// rendered across a change of the format is neither stored nor processed.
-    void noteRenderBegins() noexcept TQ_NONBLOCKING { blockFormat_ = format_.load(); }
+    /// [render thread] Writer only. Real-time safe. Goes before the unit renders a block into
+    /// `list`: what is rendered across a change of the format is neither stored nor processed, and
+    /// memory that the host puts in is not written to. Null where nothing is processed.
+    void noteRenderBegins(const AudioBufferList* list) noexcept TQ_NONBLOCKING {
+        blockFormat_ = format_.load();
+        given_.note(list);
+    }
 
     /// [any thread] Passes an event on to `callback`.
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);
@@ -182,6 +187,9 @@ class RZReplayAudioUnitObject {
     /// [render thread] Writer only. Allocates only for a first or larger block. Queues one rendered
     /// block; what fails is dropped and raised as an event. Always YES.
     BOOL tryWriteBuffersFrom(const AudioBufferList* list, UInt32 frames, BOOL isProcessed);
+    /// [render thread] Writer only. Allocates only for a first or larger block. Queues a block of
+    /// silence.
+    void tryWriteSilence(UInt32 frames, BOOL isProcessed);
     /// [render thread] Reader only. Allocates only for a first or larger block. Fills the list with
     /// the next `frames`, each buffer whole or silent. YES when at least one buffer got sound.
     BOOL tryReadBuffersTo(AudioBufferList* list, UInt32 frames, BOOL isProcessed);
@@ -189,7 +197,7 @@ class RZReplayAudioUnitObject {
     static void convertF32ToS16(const float* src, SInt16* dst,
                                 UInt32 samples) noexcept TQ_NONBLOCKING;
     /// [render thread] Writer only. Allocates only for a first or larger block. Ducking and
-    /// compression in place.
+    /// compression in place; of buffers that the host has put in, a copy takes their place.
     void processBuffer(AudioBufferList* list, UInt32 frames);
 
   private:
@@ -204,6 +212,8 @@ class RZReplayAudioUnitObject {
     [[nodiscard]] ReadSizes readSizes(UInt32 frames) const;
     void countWritten(RZReplayAudioUnitBuffer& buffer, UInt32 frames, UInt32 size,
                       UInt32 bytesPerFrame, BOOL isProcessed);
+    [[nodiscard]] bool ownBuffers(AudioBufferList& list, UInt32 frames,
+                                  const AudioStreamBasicDescription& desc);
     BOOL readBufferAt(UInt32 index, AudioBufferList& list, UInt32 frames, BOOL isProcessed,
                       BOOL clean, const ReadSizes& sizes);
     /// [any thread] Allocates. Logs a message and raises it as an event; for what passed the event
@@ -232,6 +242,7 @@ class RZReplayAudioUnitObject {
     std::atomic<bool> isWriting_{false};
     AudioStreamBasicDescription storedFormat_{};  ///< of what the rings hold; under bufferLock
     std::uint64_t blockFormat_ = 0;               ///< render thread only
+    RZGivenMemory given_;                         ///< render thread only
 
     std::shared_ptr<const RZReplayVolumeDuckingParam> duckingParam_;
     std::shared_ptr<const RZReplayVolumeCompressorParam> compressorParam_;

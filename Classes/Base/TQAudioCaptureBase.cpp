@@ -6,6 +6,7 @@
 #include <log.h>
 
 #include "RZBoundary.h"
+#include "RZBufferList.h"
 #include "RZHostCallbacks.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
@@ -87,37 +88,63 @@ int RZReplayAudioUnitCapture_initHookConfig() {
 
 namespace {
 
-/// What is done with the block that the host's callback has rendered.
+/// What the host's callback has made of a block.
+struct RenderedBlock {
+    OSStatus status;
+    AudioUnitRenderActionFlags flags;
+    UInt32 frames;
+    AudioBufferList* list;
+    bool hasEffects;  ///< ducking or compression is on
+};
+
+/// The device plays nothing of a block whose callback has failed, whatever is in its buffers, and
+/// of unsigned samples that are said to be silent: their bits are cleared, which is no silence.
+bool isPlayedAsSilence(const RenderedBlock& block, const RZReplayAudioUnitObject& obj) {
+    return block.status != 0 || ((block.flags & kAudioUnitRenderAction_OutputIsSilence) != 0 &&
+                                 isUnsigned(obj.streamDesc()));
+}
+
+void store(RZReplayAudioUnitObject& obj, const RenderedBlock& block, bool isSilent,
+           BOOL isProcessed) {
+    if (isSilent) {
+        obj.tryWriteSilence(block.frames, isProcessed);
+    } else {
+        obj.tryWriteBuffersFrom(block.list, block.frames, isProcessed);
+    }
+}
+
+/// What is done with a rendered block.
 void takeRenderedBlock(const RZLogSite& site, RZStreamMixManager& manager,
-                       RZReplayAudioUnitObject* obj, const void* refCon, UInt32 frames,
-                       AudioBufferList* ioData) {
+                       RZReplayAudioUnitObject* obj, const void* refCon,
+                       const RenderedBlock& block) {
     if (obj != nullptr) {
         obj->setTakenByCallback(YES);
     }
+    const bool isSilent = obj != nullptr && isPlayedAsSilence(block, *obj);
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     const bool capturing = obj != nullptr && obj->isCapturing() && manager.isCapturing();
     if (capturing && (type & RZPCMDataTypePre) != 0) {
-        obj->tryWriteBuffersFrom(ioData, frames, NO);
+        store(*obj, block, isSilent, NO);
     }
     // Not only while capturing: this changes what the device plays.
-    if (obj != nullptr && (manager.isDuckingEnable() || manager.isCompressorEnable())) {
-        obj->processBuffer(ioData, frames);
+    if (obj != nullptr && block.hasEffects && block.status == 0) {
+        obj->processBuffer(block.list, block.frames);
     }
     if (obj != nullptr) {
         const bool stillCapturing = obj->isCapturing() && manager.isCapturing();
         if (stillCapturing) {
             if ((type & RZPCMDataTypePost) != 0) {
-                obj->tryWriteBuffersFrom(ioData, frames, YES);
+                store(*obj, block, isSilent, YES);
             }
         } else {
             sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
         }
         if (capturing || stillCapturing) {
-            obj->account().rendered(frames, {capturing, (type & RZPCMDataTypePre) != 0},
+            obj->account().rendered(block.frames, {capturing, (type & RZPCMDataTypePre) != 0},
                                     {stillCapturing, (type & RZPCMDataTypePost) != 0});
         } else {
-            obj->countIdle(frames);
+            obj->countIdle(block.frames);
         }
         return;
     }
@@ -146,8 +173,10 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
         obj = manager.findAudioUnitObjByAUGraph(refCon);
     }
     AURenderCallbackStruct origin{};
+    // Asked before: what the host puts into the list is told from what was there.
+    const bool hasEffects = manager.isDuckingEnable() || manager.isCompressorEnable();
     if (obj) {
-        obj->noteRenderBegins();
+        obj->noteRenderBegins(hasEffects ? ioData : nullptr);
         origin = obj->originCallback();
     }
     if (origin.inputProc == nullptr) {
@@ -158,6 +187,7 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     if (origin.inputProc != nullptr) {
         result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
     }
-    RZGuarded(site, [&] { takeRenderedBlock(site, manager, obj.get(), refCon, frames, ioData); });
+    const RenderedBlock block{result, flags == nullptr ? 0 : *flags, frames, ioData, hasEffects};
+    RZGuarded(site, [&] { takeRenderedBlock(site, manager, obj.get(), refCon, block); });
     return result;
 }

@@ -13,7 +13,8 @@
 int RZReplayAudioUnitCapture_initHookConfig();
 
 /// [render thread] Stands in for a host's render callback: calls the host's own, then records the
-/// block before and after ducking and compression, which change it in place. `refCon` is the
+/// block before and after ducking and compression, which change what the device plays, or silence
+/// where the device plays that because the host's callback failed. `refCon` is the
 /// intercepted unit, or the host's graph for a graph node. Returns the host's own status. Allocates
 /// only when a block is larger than all before it. Takes the registry's lock for the look-up and
 /// the object's bufferLock for each buffer.

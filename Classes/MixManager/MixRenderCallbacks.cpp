@@ -79,7 +79,7 @@ OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
         return 0;
     }
     if (isBeginning) {
-        obj->noteRenderBegins();
+        obj->noteRenderBegins(ioData);
     } else {
         RZRoadGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
     }

@@ -41,7 +41,7 @@ TEST_F(RZReplayAudioUnitObjectDataPathTest, WriteQueuesTheBlockOnTheSideAskedFor
 TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeOfTheFormatIsNotStored) {
     obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
     auto list = OwnedBufferList::interleaved(2, 400);
-    obj.noteRenderBegins();
+    obj.noteRenderBegins(list.get());
     obj.beginFormatChange();
     obj.endFormatChange();
     obj.tryWriteBuffersFrom(list.get(), 100, NO);
@@ -51,7 +51,7 @@ TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeOfTheFormatIsNotS
 TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeThatIsTakenBackIsStored) {
     obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
     auto list = OwnedBufferList::interleaved(2, 400);
-    obj.noteRenderBegins();
+    obj.noteRenderBegins(list.get());
     obj.beginFormatChange();
     obj.takeBackFormatChange();
     obj.tryWriteBuffersFrom(list.get(), 100, NO);
