@@ -370,7 +370,13 @@ BOOL RZStreamMixManager::updateAUGraph() {
         return NO;
     }
     TQAudioRecordLock guard(auGraphUpdateLock_);
-    const OSStatus status = AUGraphUpdate(mGraph(), nullptr);
+    // Asked for an answer, the graph does not wait: a slice of it that has begun may want this
+    // lock, and with it every unit of the program would stand still until the wait ends.
+    Boolean isUpdated = 1;
+    OSStatus status = AUGraphUpdate(mGraph(), &isUpdated);
+    if (status == 0 && isUpdated == 0) {
+        status = kAUGraphErr_CannotDoInCurrentContext;
+    }
     // Released before events are raised: a delivery must not wait for a listener of events.
     guard.unlock();
     switch (status) {

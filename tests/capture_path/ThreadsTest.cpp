@@ -186,4 +186,48 @@ TEST_F(Threads, LevelsAndStatisticsAreUsedWhileTheDeviceRenders) {
     expectInMix(device, steady);
 }
 
+/// Render notify of the private output: tells that a slice of the private graph has begun.
+OSStatus tellBeginning(void* refCon, AudioUnitRenderActionFlags* flags,
+                       const AudioTimeStamp* /*ts*/, UInt32 /*bus*/, UInt32 /*frames*/,
+                       AudioBufferList* /*ioData*/) {
+    if ((*flags & kAudioUnitRenderAction_PreRender) != 0) {
+        *static_cast<std::atomic<bool>*>(refCon) = true;
+    }
+    return noErr;
+}
+
+TEST_F(Threads, AnUpdateOfThePrivateGraphDoesNotWaitForASliceThatWaitsForIt) {
+    using Clock = std::chrono::steady_clock;
+    HostUnit steady;
+    steady.play();
+    HostUnit host;
+    host.prepare();
+    record();
+    pump();
+    std::atomic<bool> hasBegun{false};
+    ASSERT_EQ(AudioUnitAddRenderNotify(manager().outUnit(), tellBeginning, &hasBegun), 0);
+    // One that was not held up is enough: the machine may hold up any of them.
+    Clock::duration shortest = std::chrono::hours(1);
+    for (int i = 0; i < 20; ++i) {
+        std::thread device;
+        Clock::time_point updated;
+        platform.watch("AUGraphUpdate", [&](const auto&) {
+            // The lock that the slice is going to want is held here.
+            hasBegun = false;
+            device = std::thread([this] { pump(); });
+            while (!hasBegun) {
+                std::this_thread::yield();
+            }
+            updated = Clock::now();
+        });
+        host.start();
+        shortest = std::min(shortest, Clock::now() - updated);
+        device.join();
+        platform.watch("AUGraphUpdate", {});
+        host.stop();
+        pump();
+    }
+    EXPECT_LT(shortest, std::chrono::milliseconds(1));
+}
+
 }  // namespace
