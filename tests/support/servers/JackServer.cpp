@@ -1,0 +1,27 @@
+#include "JackServer.h"
+
+namespace tqtest {
+
+JackServer::JackServer(int framesPerPeriod) : environment_(privateFolders(folder_)) {
+    needTool("jackd", "jackd2");
+    // The folder's name is this test's alone, as a server's name has to be on one machine.
+    const std::string name = folder_.path().filename();
+    environment_["JACK_DEFAULT_SERVER"] = name;
+    environment_["JACK_NO_START_SERVER"] = "1";
+    server_ = std::make_unique<Kept>(
+        ProgramSetup{.arguments = {"jackd", "-r", "-n", name, "-d", "dummy", "-r", "48000", "-p",
+                                   std::to_string(framesPerPeriod)},
+                     .environment = environment_},
+        folder_.path());
+    awaitReady(*server_, "jackd", [&] {
+        return runProgram({.arguments = {"jack_lsp"}, .environment = environment_}).code == 0;
+    });
+}
+
+std::unique_ptr<Recording> JackServer::record() const {
+    return std::make_unique<Recording>(
+        std::vector<std::string>{TQ_TEST_JACK_RECORDER}, environment_, folder_,
+        SoundFormat{.rate = 48000, .channels = 2, .encoding = Encoding::F32});
+}
+
+}  // namespace tqtest

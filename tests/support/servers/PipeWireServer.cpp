@@ -1,0 +1,51 @@
+#include "PipeWireServer.h"
+
+#include <filesystem>
+
+namespace tqtest {
+
+PipeWireServer::PipeWireServer() : environment_(privateFolders(folder_)) {
+    needTool("dbus-daemon", "dbus-daemon");
+    needTool("pipewire", "pipewire-bin");
+    needTool("wireplumber", "wireplumber");
+    needTool("pipewire-pulse", "pipewire-pulse");
+    needTool("pactl", "pulseaudio-utils");
+    const std::string bus = folder_.file("bus");
+    start({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + bus});
+    awaitReady(*servers_.back(), "the bus", [&] { return std::filesystem::exists(bus); });
+    environment_["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + bus;
+    environment_["PIPEWIRE_RUNTIME_DIR"] = folder_.file("run");
+    start({"pipewire"});
+    awaitReady(*servers_.back(), "pipewire",
+               [&] { return std::filesystem::exists(folder_.file("run/pipewire-0")); });
+    start({"wireplumber"});
+    start({"pipewire-pulse"});
+    const std::string pulse = folder_.file("run/pulse/native");
+    awaitReady(*servers_.back(), "pipewire-pulse", [&] { return std::filesystem::exists(pulse); });
+    environment_["PULSE_SERVER"] = "unix:" + pulse;
+    awaitReady(*servers_.back(), "the null sink", [&] {
+        return run({"pactl", "load-module", "module-null-sink", "sink_name=cap", "rate=48000",
+                    "channels=2"})
+                   .code == 0;
+    });
+    // The session manager makes it the default when it has come to know it.
+    awaitReady(*servers_.back(), "the default sink", [&] {
+        return run({"pactl", "get-default-sink"}).output == "cap\n" &&
+               run({"pactl", "get-default-source"}).output == "cap.monitor\n";
+    });
+}
+
+ProgramEnd PipeWireServer::run(const std::vector<std::string>& command) const {
+    return Kept({.arguments = command, .environment = environment_}, folder_.path()).wait();
+}
+
+void PipeWireServer::start(const std::vector<std::string>& command) {
+    servers_.push_back(std::make_unique<Kept>(
+        ProgramSetup{.arguments = command, .environment = environment_}, folder_.path()));
+}
+
+std::unique_ptr<Recording> PipeWireServer::record() const {
+    return recordMonitor(environment_, folder_, format_);
+}
+
+}  // namespace tqtest

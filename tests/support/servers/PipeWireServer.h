@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/TemporaryFolder.h"
+#include "support/servers/Recording.h"
+
+namespace tqtest {
+
+/// PipeWire with its session manager and its PulseAudio server, without a device or a screen: one
+/// null sink "cap", which is the default, and its monitor. Samples are 32-bit floats inside.
+class PipeWireServer {
+  public:
+    PipeWireServer();
+
+    [[nodiscard]] const Environment& environment() const { return environment_; }
+    [[nodiscard]] std::unique_ptr<Recording> record() const;
+    [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+
+  private:
+    [[nodiscard]] ProgramEnd run(const std::vector<std::string>& command) const;
+    void start(const std::vector<std::string>& command);
+
+    TemporaryFolder folder_;  // outlives the servers that have files in it
+    SoundFormat format_;
+    Environment environment_;
+    std::vector<std::unique_ptr<Kept>> servers_;
+};
+
+}  // namespace tqtest
