@@ -136,6 +136,9 @@ std::size_t FrameFifo::roomInMemory() const noexcept {
     if (copying != kNotCopying) {
         oldest = static_cast<Position>(copying);
     }
+    // And once more: when the claim is gone, a part of it may have been given back.
+    const Position again = unpack(ends_.load(std::memory_order_acquire)).begin;
+    oldest = isBefore(again, oldest) ? again : oldest;
     std::size_t held = end_ - oldest;
     const std::uint32_t first = firstSpan_.load(std::memory_order_acquire);
     for (std::uint32_t i = endSpan_.load(std::memory_order_relaxed); i != first; --i) {
@@ -331,16 +334,20 @@ void FrameFifo::copyOut(Position at, std::byte* pre, std::byte* post, std::size_
 }
 
 std::size_t FrameFifo::silentFrames() const noexcept {
-    const Range ends = unpack(ends_.load(std::memory_order_acquire));
+    return silentIn(unpack(ends_.load(std::memory_order_acquire)));
+}
+
+/// How many of the first of these are in a silent span.
+FrameFifo::Position FrameFifo::silentIn(Range range) const noexcept {
     const std::uint32_t endSpan = endSpan_.load(std::memory_order_relaxed);
     for (std::uint32_t i = firstSpan_.load(std::memory_order_relaxed); i != endSpan; ++i) {
         const Range span = spanAt(i);
-        if (isBefore(ends.begin, span.begin)) {
+        if (isBefore(range.begin, span.begin)) {
             break;
         }
-        if (isBefore(ends.begin, span.end)) {
+        if (isBefore(range.begin, span.end)) {
             return kindAt(i) == Kind::kSilence
-                       ? std::min<Position>(span.end - ends.begin, ends.end - ends.begin)
+                       ? std::min(span.end - range.begin, range.end - range.begin)
                        : 0;
         }
     }
@@ -348,11 +355,29 @@ std::size_t FrameFifo::silentFrames() const noexcept {
 }
 
 std::size_t FrameFifo::cutSilence(std::size_t frames) noexcept {
-    const Range claimed = claim(std::min(frames, silentFrames()));
+    Range claimed = claim(std::min(frames, silentFrames()));
+    // Only what is claimed stays as it is: the writer may have put sound in the place of silence.
+    const Position silentEnd = claimed.begin + silentIn(claimed);
+    if (silentEnd != claimed.end) {
+        giveBack({silentEnd, claimed.end});
+        claimed.end = silentEnd;
+    }
     deliver(claimed, nullptr, nullptr);
     const std::size_t count = claimed.end - claimed.begin;
     cut_.fetch_add(count, std::memory_order_relaxed);
     return count;
+}
+
+/// The end of a claim waits again, unless a flush has gone past it.
+void FrameFifo::giveBack(Range range) noexcept {
+    std::uint64_t word = ends_.load(std::memory_order_acquire);
+    while (unpack(word).begin == range.end) {
+        if (ends_.compare_exchange_weak(word, pack(range.begin, unpack(word).end),
+                                        std::memory_order_acq_rel, std::memory_order_acquire)) {
+            return;
+        }
+    }
+    flushed_.fetch_add(range.end - range.begin, std::memory_order_relaxed);
 }
 
 std::size_t FrameFifo::available() const noexcept {

@@ -131,6 +131,8 @@ class FrameFifo {
 
     // The reader's side.
     Range claim(std::size_t frames) noexcept;
+    void giveBack(Range range) noexcept;
+    Position silentIn(Range range) const noexcept;
     void deliver(Range claimed, std::byte* pre, std::byte* post) noexcept;
     void copyOut(Position at, std::byte* pre, std::byte* post, std::size_t frames,
                  bool isProcessed) const noexcept;

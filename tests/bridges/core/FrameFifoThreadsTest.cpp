@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <thread>
 
 #include "bridges/core/FrameFifo.h"
@@ -59,6 +60,41 @@ TEST(FrameFifoThreads, FramesStayInOrderWhileOthersFlushAndTheWriterTakesBack) {
     const FrameCounts counts = fifo->counts();
     EXPECT_EQ(counts.waiting, 0u);
     EXPECT_EQ(counts.written, counts.read + counts.flushed + counts.takenBack);
+}
+
+TEST(FrameFifoThreads, SoundThatTakesThePlaceOfSilenceIsNeverCut) {
+    auto fifo = FrameFifo::tryMake(4, 100);
+    std::atomic<bool> hasEnded = false;
+    std::uint64_t heard = 0;
+    std::jthread reader([&] {
+        Counted pre(64);
+        for (;;) {
+            const bool isLast = hasEnded.load();
+            fifo->cutSilence(100);
+            const std::size_t count = fifo->read(pre.data(), nullptr, pre.size());
+            heard += static_cast<std::uint64_t>(
+                std::count_if(pre.begin(), pre.begin() + static_cast<std::ptrdiff_t>(count),
+                              [](std::uint32_t frame) { return frame != 0; }));
+            if (count == 0 && isLast) {
+                return;
+            }
+        }
+    });
+    const Counted silence(100, 0);
+    const Counted sound(100, 1);
+    std::uint64_t written = 0;
+    for (unsigned i = 0; i < 100000; ++i) {
+        fifo->write(silence.data(), nullptr, 100);
+        const std::size_t room = fifo->takeBack(100);
+        const std::uint64_t lost = fifo->counts().lost;
+        fifo->write(sound.data(), nullptr, room);
+        written += room - (fifo->counts().lost - lost);
+    }
+    hasEnded = true;
+    reader.join();
+    EXPECT_EQ(heard, written);
+    const FrameCounts counts = fifo->counts();
+    EXPECT_EQ(counts.written, counts.read + counts.cut + counts.takenBack);
 }
 
 }  // namespace
