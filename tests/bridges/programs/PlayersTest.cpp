@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "bridges/programs/ProgramRun.h"
 #include "support/sound/Comparison.h"
 
@@ -17,8 +19,13 @@ const std::vector<std::string> kNothing;
 struct Player {
     std::string name;
     std::unique_ptr<Output> (*makeOutput)();
-    std::vector<std::string> command;  ///< the file that it plays comes behind it
+    std::vector<std::string> command;      ///< the file that it plays comes behind it
+    std::vector<std::string> behind = {};  ///< and this behind the file
 };
+
+void PrintTo(const Player& player, std::ostream* out) {
+    *out << player.name;
+}
 
 template <typename Kind>
 std::unique_ptr<Output> make() {
@@ -36,6 +43,7 @@ class PlayersTest : public testing::TestWithParam<Player> {
         const std::string file = output_->folder().file("noise.wav");
         writeWav(noise_, file);
         command_.push_back(file);
+        command_.insert(command_.end(), GetParam().behind.begin(), GetParam().behind.end());
     }
 
     const Sound noise_ = tqtest::markedNoise({}, 24000);
@@ -61,6 +69,8 @@ INSTANTIATE_TEST_SUITE_P(
     Debian, PlayersTest,
     testing::Values(Player{"aplay", kAlsa, {"aplay", "-q", "-D", "cap"}},
                     Player{"aplayMmap", kAlsa, {"aplay", "-q", "-M", "-D", "cap"}},
+                    Player{"sox", kAlsa, {"sox", "-q"}, {"-t", "alsa", "cap"}},
+                    Player{"soxPulse", kPulse, {"sox", "-q"}, {"-t", "pulseaudio", "cap"}},
                     Player{"paplay", kPulse, {"paplay"}},
                     Player{"mpvPulse",
                            kPulse,

@@ -28,6 +28,10 @@ PipeWireServer::PipeWireServer() : environment_(privateFolders(folder_)) {
                     "channels=2"})
                    .code == 0;
     });
+    // Short blocks would be late on a busy machine, and silence heard instead.
+    awaitReady(*servers_.back(), "the length of a block", [&] {
+        return run({"pw-metadata", "-n", "settings", "0", "clock.force-quantum", "2048"}).code == 0;
+    });
     // The session manager makes it the default when it has come to know it.
     awaitReady(*servers_.back(), "the default sink", [&] {
         return run({"pactl", "get-default-sink"}).output == "cap\n" &&
