@@ -81,6 +81,8 @@ class BlockListener : public RZReplayAudioRecorderListener<BlockListener> {
         block.is_big_endian = (info.formatFlags() & kAudioFormatFlagIsBigEndian) != 0 ? 1 : 0;
         constexpr std::uint32_t kSigned = kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger;
         block.is_unsigned = (info.formatFlags() & kSigned) == 0 ? 1 : 0;
+        block.fraction_bits = (info.formatFlags() & kLinearPCMFormatFlagsSampleFractionMask) >>
+                              kLinearPCMFormatFlagsSampleFractionShift;
         const CallbackScope scope;
         onBlock_(context_, &block);
     }

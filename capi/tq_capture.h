@@ -108,6 +108,9 @@ struct tq_block {
     uint64_t host_microseconds; /**< host time at which the block was rendered */
     uint32_t is_big_endian;     /**< the samples' bytes begin with the highest */
     uint32_t is_unsigned;       /**< integers whose silence is the middle of their range */
+    /** Fixed point: full scale is 2 to the power of this, 24 where samples are 8.24. 0: integers
+     * whose full scale is their range, or floats. */
+    uint32_t fraction_bits;
 };
 
 /** Valid during the call, like a block. tq_events.h says what the numbers mean. */

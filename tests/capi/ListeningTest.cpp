@@ -157,6 +157,41 @@ TEST_F(Listening, BlocksOfATrackBearTheNameOfItsUnit) {
     EXPECT_THAT(heard.mix, IsEmpty());
 }
 
+TEST_F(Listening, BlocksOfATrackSayHowItsSamplesAreToBeRead) {
+    struct Reading {
+        AudioStreamBasicDescription format;
+        AudioFormatFlags flags;
+        std::uint32_t bigEndian;
+        std::uint32_t isUnsigned;
+        std::uint32_t fractionBits;
+    };
+    constexpr AudioFormatFlags kSigned = kAudioFormatFlagIsSignedInteger;
+    const auto words = stream_formats::int16Interleaved(48000, 2);
+    const auto wide = stream_formats::int32Interleaved(48000, 2);
+    for (const Reading& one :
+         {Reading{words, kSigned, 0, 0, 0}, Reading{words, 0, 0, 1, 0},
+          Reading{words, kSigned | kAudioFormatFlagIsBigEndian, 1, 0, 0},
+          Reading{wide, kSigned | 24U << kLinearPCMFormatFlagsSampleFractionShift, 0, 0, 24}}) {
+        heard.tracks.clear();
+        HostUnit host;
+        host.sound.format = one.format;
+        host.sound.format.mFormatFlags = kAudioFormatFlagIsPacked | one.flags;
+        host.play();
+        tq_listener wanted = listenerOf(heard);
+        wanted.on_track = hearTrack;
+        listen(wanted);
+        pump(4);
+        ASSERT_THAT(heard.tracks, testing::Not(IsEmpty()));
+        const tq_block& block = heard.tracks.back().block;
+        EXPECT_EQ(block.is_big_endian, one.bigEndian);
+        EXPECT_EQ(block.is_unsigned, one.isUnsigned);
+        EXPECT_EQ(block.fraction_bits, one.fractionBits);
+        ASSERT_EQ(tq_capture_stop(handle), TQ_OK);
+        ASSERT_EQ(tq_capture_settle(), TQ_OK);
+        handle = nullptr;
+    }
+}
+
 TEST_F(Listening, NamesOfUnitsAndGraphsStayTheirOwn) {
     HostUnit first;
     HostUnit second;

@@ -43,7 +43,8 @@ struct Block {
     std::string_view unit;  ///< the host unit's text; empty for the mix
     BlockFormat format;
     std::uint64_t microseconds = 0;     ///< host time of its first frame
-    std::span<const std::byte> frames;  ///< interleaved, little-endian, integers signed, whole
+    std::span<const std::byte> frames;  ///< interleaved, little-endian, whole; integers
+                                        ///< signed, of full scale
 };
 
 /// An event of the library.

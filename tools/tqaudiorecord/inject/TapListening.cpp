@@ -107,6 +107,7 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
     header.isFloat = block.format.is_float;
     header.isBigEndian = block.is_big_endian;
     header.isUnsigned = block.is_unsigned;
+    header.fractionBits = block.fraction_bits;
     header.sampleRate = block.format.sample_rate;
     header.microseconds = block.host_microseconds;
     if (kind == RecordKind::kMix) {

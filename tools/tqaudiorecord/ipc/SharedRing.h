@@ -25,7 +25,8 @@ struct RecordHeader {
     std::uint32_t isFloat = 0;
     std::uint32_t isBigEndian = 0;
     std::uint32_t isUnsigned = 0;
-    std::uint32_t buffers = 0;  ///< the payload is that many buffers of equal size
+    std::uint32_t fractionBits = 0;  ///< of fixed point; 0: full scale is the whole range
+    std::uint32_t buffers = 0;       ///< the payload is that many buffers of equal size
     std::uint32_t first = 0;
     std::uint64_t microseconds = 0;
     std::uint64_t category = 0;

@@ -35,12 +35,25 @@ bool isSound(const RecordHeader& header) {
            (bits == 8 || bits == 16 || bits == 24 || bits == 32 || bits == 64) &&
            std::isfinite(header.sampleRate) && header.sampleRate >= kLowestRate &&
            header.sampleRate <= kHighestRate &&
-           header.sampleRate * frameBytes <= kMostBytesPerSecond &&
+           header.sampleRate * frameBytes <= kMostBytesPerSecond && header.fractionBits < bits &&
+           (header.fractionBits == 0 || bits <= 32) &&
            header.payloadBytes <= std::max(header.sampleRate, kMostFrames) * frameBytes &&
            (header.buffers == 1 || header.buffers == header.channels);
 }
 
-/// Makes samples those that Block promises: little-endian, integers signed.
+/// A sample of fixed point, little-endian, at full scale; what is louder than that is cut.
+void scaleUp(std::span<std::byte> sample, std::uint32_t fractionBits) {
+    const auto bits = static_cast<std::uint32_t>(8 * sample.size());
+    std::uint32_t word = 0;
+    std::memcpy(&word, sample.data(), sample.size());
+    const std::int64_t value = static_cast<std::int32_t>(word << (32 - bits)) >> (32 - bits);
+    const std::int64_t highest = (std::int64_t{1} << (bits - 1)) - 1;
+    word = static_cast<std::uint32_t>(
+        std::clamp(value << (bits - 1 - fractionBits), -highest - 1, highest));
+    std::memcpy(sample.data(), &word, sample.size());
+}
+
+/// Makes samples those that Block promises: little-endian, integers signed and of full scale.
 void normalise(std::span<std::byte> samples, const RecordHeader& header) {
     const std::size_t width = header.bitsPerChannel / 8;
     for (std::size_t at = 0; at + width <= samples.size(); at += width) {
@@ -50,6 +63,9 @@ void normalise(std::span<std::byte> samples, const RecordHeader& header) {
         }
         if (header.isUnsigned != 0) {
             sample.back() ^= std::byte{0x80};
+        }
+        if (header.fractionBits != 0) {
+            scaleUp(sample, header.fractionBits);
         }
     }
 }
@@ -187,7 +203,7 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
         }
         block.frames = interleaved_;
     }
-    if (header.isBigEndian != 0 || header.isUnsigned != 0) {
+    if (header.isBigEndian != 0 || header.isUnsigned != 0 || header.fractionBits != 0) {
         if (header.buffers == 1) {
             interleaved_.assign(block.frames.begin(), block.frames.end());
         }

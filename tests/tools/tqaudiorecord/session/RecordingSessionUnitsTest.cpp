@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <map>
 #include <numeric>
 #include <set>
@@ -99,6 +101,22 @@ TEST_F(Session, TracksOfEightBitsArriveSigned) {
     }
     EXPECT_EQ(lowest, -64);
     EXPECT_EQ(highest, 64);
+}
+
+TEST_F(Session, TracksOfFixedPointArriveAtFullScaleAndAreCutBeyondIt) {
+    EXPECT_EQ(record({kHost, "loud", "0.5"}).hostExitCode, 0);
+    const auto& track = sink.only().streams.at(1);
+    ASSERT_EQ(track.format.bitsPerChannel, 32U);
+    std::vector<std::int32_t> samples(track.bytes.size() / 4);
+    std::memcpy(samples.data(), track.bytes.data(), samples.size() * 4);
+    ASSERT_FALSE(samples.empty());
+    EXPECT_EQ(*std::min_element(samples.begin(), samples.end()),
+              std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(*std::max_element(samples.begin(), samples.end()),
+              std::numeric_limits<std::int32_t>::max());
+    // What is too loud does not come out on the other side.
+    const double sum = std::accumulate(samples.begin(), samples.end(), 0.0);
+    EXPECT_NEAR(sum / static_cast<double>(samples.size()) / 2147483648.0, 0, 0.01);
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 //   short SECONDS       the same as 16-bit integers, interleaved
 //   swapped SECONDS     the same with the highest byte first
 //   eight SECONDS       the same as signed 8-bit integers
+//   fixed SECONDS       the same as 8.24 fixed point, not interleaved
+//   loud SECONDS        the same, three times as loud: beyond full scale
+//   double SECONDS      the same as 64-bit floats, interleaved
 //   graph SECONDS       the same through a graph
 //   disposing COUNT     plays that many short tones, each through a unit that it stops and
 //                       disposes of without uninitialising it
@@ -26,6 +29,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -36,6 +40,7 @@
 #include <cstdlib>
 #include <deque>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <numbers>
 #include <string>
@@ -50,10 +55,11 @@ constexpr double kFrequency = 700;
 constexpr double kAmplitude = 0.5;
 constexpr int kPatienceSeconds = 60;
 
+enum class Samples { float32, int16, swapped16, int8, fixed824, float64 };
+
 struct Tone {
-    bool isFloat = true;
-    bool isSwapped = false;
-    bool isEight = false;
+    Samples samples = Samples::float32;
+    double amplitude = kAmplitude;
     bool isSilent = false;
     int deadlyCall = 0;
     int spoilingCall = 0;
@@ -88,6 +94,17 @@ void scribble() {
     }
 }
 
+/// One frame: the same sample in every channel.
+template <class Sample>
+void put(const AudioBufferList& data, UInt32 frame, Sample sample) {
+    for (UInt32 i = 0; i < data.mNumberBuffers; ++i) {
+        const AudioBuffer& buffer = data.mBuffers[i];
+        std::fill_n(
+            static_cast<Sample*>(buffer.mData) + std::size_t{frame} * buffer.mNumberChannels,
+            buffer.mNumberChannels, sample);
+    }
+}
+
 OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const AudioTimeStamp* /*ts*/,
                 UInt32 /*bus*/, UInt32 frames, AudioBufferList* data) {
     Tone& tone = *static_cast<Tone*>(refCon);
@@ -99,21 +116,27 @@ OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const Audio
     }
     for (UInt32 i = 0; i < frames; ++i, ++tone.frame) {
         const double phase = 2 * std::numbers::pi * kFrequency * static_cast<double>(tone.frame);
-        const double value = tone.isSilent ? 0 : kAmplitude * std::sin(phase / kRate);
-        if (tone.isFloat) {
-            for (UInt32 channel = 0; channel < data->mNumberBuffers; ++channel) {
-                static_cast<float*>(data->mBuffers[channel].mData)[i] = static_cast<float>(value);
-            }
-        } else if (tone.isEight) {
-            auto* const out = static_cast<SInt8*>(data->mBuffers[0].mData);
-            out[2 * i] = out[2 * i + 1] = static_cast<SInt8>(std::lround(value * 127));
-        } else if (tone.isSwapped) {
-            const auto sample = static_cast<UInt16>(std::lround(value * 32767));
-            auto* const out = static_cast<UInt16*>(data->mBuffers[0].mData);
-            out[2 * i] = out[2 * i + 1] = static_cast<UInt16>(sample << 8U | sample >> 8U);
-        } else {
-            auto* const out = static_cast<SInt16*>(data->mBuffers[0].mData);
-            out[2 * i] = out[2 * i + 1] = static_cast<SInt16>(std::lround(value * 32767));
+        const double value = tone.isSilent ? 0 : tone.amplitude * std::sin(phase / kRate);
+        const auto sixteen = static_cast<UInt16>(std::lround(value * 32767));
+        switch (tone.samples) {
+            case Samples::float32:
+                put(*data, i, static_cast<float>(value));
+                break;
+            case Samples::int16:
+                put(*data, i, sixteen);
+                break;
+            case Samples::swapped16:
+                put(*data, i, static_cast<UInt16>(sixteen << 8U | sixteen >> 8U));
+                break;
+            case Samples::int8:
+                put(*data, i, static_cast<SInt8>(std::lround(value * 127)));
+                break;
+            case Samples::fixed824:
+                put(*data, i, static_cast<SInt32>(std::lround(value * 0x1000000)));
+                break;
+            case Samples::float64:
+                put(*data, i, value);
+                break;
         }
     }
     if (tone.framesLeft.fetch_sub(static_cast<long>(frames)) <= static_cast<long>(frames)) {
@@ -125,17 +148,22 @@ OSStatus render(void* refCon, AudioUnitRenderActionFlags* /*flags*/, const Audio
 
 AudioStreamBasicDescription formatOf(const Tone& tone) {
     AudioStreamBasicDescription format{};
-    const UInt32 bytes = tone.isFloat ? 4 : tone.isEight ? 1 : 2;
+    const auto is = [&tone](Samples one) { return tone.samples == one; };
+    const bool isFloat = is(Samples::float32) || is(Samples::float64);
+    const bool isPlanar = is(Samples::float32) || is(Samples::fixed824);
+    const UInt32 bytes = is(Samples::float64) ? 8 : isPlanar ? 4 : is(Samples::int8) ? 1 : 2;
     format.mSampleRate = kRate;
     format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = kAudioFormatFlagIsPacked |
-                          (tone.isFloat ? kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved
-                                        : kAudioFormatFlagIsSignedInteger) |
-                          (tone.isSwapped ? kAudioFormatFlagIsBigEndian : 0U);
+    format.mFormatFlags =
+        kAudioFormatFlagIsPacked |
+        (isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger) |
+        (isPlanar ? kAudioFormatFlagIsNonInterleaved : 0U) |
+        (is(Samples::swapped16) ? kAudioFormatFlagIsBigEndian : 0U) |
+        (is(Samples::fixed824) ? 24U << kLinearPCMFormatFlagsSampleFractionShift : 0U);
     format.mChannelsPerFrame = 2;
     format.mBitsPerChannel = bytes * 8;
     format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = tone.isFloat ? bytes : 2 * bytes;
+    format.mBytesPerFrame = isPlanar ? bytes : 2 * bytes;
     format.mBytesPerPacket = format.mBytesPerFrame;
     return format;
 }
@@ -197,7 +225,7 @@ int playGraph(Tone& tone, double seconds) {
 
 /// Makes a unit that plays a tone of 16-bit integers and starts it; null when that fails.
 AudioUnit startTone(Tone& tone, double seconds) {
-    tone.isFloat = false;
+    tone.samples = Samples::int16;
     tone.framesLeft = static_cast<long>(seconds * kRate);
     const AudioUnit unit = makeUnit();
     const AudioStreamBasicDescription format = formatOf(tone);
@@ -329,10 +357,15 @@ int main(int argc, char** argv) {
     if (what == "graph") {
         return playGraph(tone, seconds);
     }
-    tone.isSwapped = what == "swapped";
-    tone.isEight = what == "eight";
-    tone.isFloat = what != "short" && !tone.isSwapped && !tone.isEight;
+    const std::map<std::string, Samples> kinds{
+        {"short", Samples::int16},   {"swapped", Samples::swapped16},
+        {"eight", Samples::int8},    {"fixed", Samples::fixed824},
+        {"loud", Samples::fixed824}, {"double", Samples::float64}};
+    if (const auto kind = kinds.find(what); kind != kinds.end()) {
+        tone.samples = kind->second;
+    }
     tone.isSilent = what == "silent";
+    tone.amplitude = what == "loud" ? 3 * kAmplitude : kAmplitude;
     tone.spoilingCall = what == "scribble" ? 20 : 0;
     tone.deadlyCall = what == "die" ? 10 : 0;
     return play(tone, what == "die" ? kPatienceSeconds : seconds, what == "microphone");
