@@ -16,8 +16,9 @@ enum class RZFrameLoss : std::uint32_t {
     DiscardedAtStart,  ///< the first post read after a start throws away what is there
     LeftAtStop,        ///< still in the rings when nobody was left to read them
     NoListener,        ///< read, but its listener had gone
+    FormatChanged,     ///< before or across a change of its unit's or its bus's format
 };
-inline constexpr std::size_t kFrameLosses = 7;
+inline constexpr std::size_t kFrameLosses = 8;
 
 /// Sums of one side of a track, in frames at the track's own rate.
 struct RZFrameSideSums {

@@ -92,7 +92,9 @@ BOOL RZReplayAudioUnitObject::tryWriteBuffersFrom(const AudioBufferList* list, U
     const WriteScope write(*this);
     // Asked again: a capture that starts anew waits for writes that have begun, for no others.
     if (!isCapturing() || !isBlockKnown()) {
-        account().lost(isProcessed, RZFrameLoss::NotCapturing, frames);
+        account().lost(isProcessed,
+                       isCapturing() ? RZFrameLoss::FormatChanged : RZFrameLoss::NotCapturing,
+                       frames);
         return YES;
     }
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {

@@ -157,7 +157,7 @@ class RZReplayAudioUnitObject {
     /// the rings hold in another format than `format` is dropped and counted as lost; what comes
     /// next has this one. Only while a change is open or nothing is captured.
     void keepOnlyBlocksOf(const AudioStreamBasicDescription& format,
-                          RZFrameLoss reason = RZFrameLoss::LeftAtStop);
+                          RZFrameLoss reason = RZFrameLoss::FormatChanged);
     void endFormatChange();
     /// [host thread] Nothing has changed after all: ends a change as if it had not been opened, so
     /// that the block that is rendered meanwhile is kept.

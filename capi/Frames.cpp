@@ -16,7 +16,8 @@ static_assert(TQ_FRAMES_RING_FULL == static_cast<int>(RZFrameLoss::RingFull));
 static_assert(TQ_FRAMES_DISCARDED_AT_START == static_cast<int>(RZFrameLoss::DiscardedAtStart));
 static_assert(TQ_FRAMES_LEFT_AT_STOP == static_cast<int>(RZFrameLoss::LeftAtStop));
 static_assert(TQ_FRAMES_NO_LISTENER == static_cast<int>(RZFrameLoss::NoListener));
-static_assert(kFrameLosses == TQ_FRAMES_NO_LISTENER + 1 && kFrameLosses <= TQ_FRAME_LOSSES);
+static_assert(TQ_FRAMES_FORMAT_CHANGED == static_cast<int>(RZFrameLoss::FormatChanged));
+static_assert(kFrameLosses == TQ_FRAMES_FORMAT_CHANGED + 1 && kFrameLosses <= TQ_FRAME_LOSSES);
 
 tq_frame_side sideOf(const RZFrameSideSums& sums) {
     tq_frame_side side{};

@@ -291,6 +291,7 @@ enum tq_frame_loss {
     TQ_FRAMES_DISCARDED_AT_START = 4, /**< blocks from before the first read of a track */
     TQ_FRAMES_LEFT_AT_STOP = 5,       /**< not yet read when the capture or the unit ended */
     TQ_FRAMES_NO_LISTENER = 6,        /**< read, but their listener had gone */
+    TQ_FRAMES_FORMAT_CHANGED = 7,     /**< dropped when their unit changed its format */
     TQ_FRAME_LOSSES = 16              /**< room for reasons to come */
 };
 
@@ -311,6 +312,8 @@ static inline const char* tq_frame_loss_text(enum tq_frame_loss loss) {
             return "not read before the end";
         case TQ_FRAMES_NO_LISTENER:
             return "read when the listener had gone";
+        case TQ_FRAMES_FORMAT_CHANGED:
+            return "dropped at a change of the format";
         case TQ_FRAME_LOSSES:
             break;
     }

@@ -158,9 +158,9 @@ void RZTrackTails::deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferL
         RZBufferListView view(scratch, format,
                               static_cast<UInt32>(std::min<std::size_t>(left, pass.frames)));
         const auto callback = pass.manager.callback();
-        if ((pass.type & RZPCMDataTypePost) == 0 || !callback ||
-            !obj.tryReadBuffersTo(view.get(), view.frames(), YES)) {
-            obj.discardWaiting(YES, RZFrameLoss::LeftAtStop);
+        const bool isWanted = (pass.type & RZPCMDataTypePost) != 0 && callback;
+        if (!isWanted || !obj.tryReadBuffersTo(view.get(), view.frames(), YES)) {
+            obj.discardWaiting(YES, isWanted ? RZFrameLoss::LeftAtStop : RZFrameLoss::NotWanted);
             break;
         }
         callback->onAudioReceivePostPCM(view.get(), *info);
@@ -175,7 +175,7 @@ void RZTrackTails::deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferL
 void RZTrackTails::Queue::loseRest() {
     for (; done < tails.size(); ++done) {
         if (!tails[done].resumed) {
-            tails[done].obj->discardWaiting(NO, RZFrameLoss::LeftAtStop);
+            tails[done].obj->discardWaiting(NO, RZFrameLoss::FormatChanged);
         }
     }
 }
@@ -210,9 +210,10 @@ UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData) {
         const Tail& tail = queue.tails[queue.done];
         RZReplayAudioUnitObject& obj = *tail.obj;
         if (!tail.resumed) {
-            if ((pass.type & RZPCMDataTypePre) == 0 ||
-                !RZIsSameFormat(formatRead(obj), busFormat)) {
-                obj.discardWaiting(NO, RZFrameLoss::LeftAtStop);
+            if ((pass.type & RZPCMDataTypePre) == 0) {
+                obj.discardWaiting(NO, RZFrameLoss::NotWanted);
+            } else if (!RZIsSameFormat(formatRead(obj), busFormat)) {
+                obj.discardWaiting(NO, RZFrameLoss::FormatChanged);
             }
             const auto frames = static_cast<UInt32>(
                 std::min<std::size_t>(obj.waitingFrames(NO), pass.frames - filled));

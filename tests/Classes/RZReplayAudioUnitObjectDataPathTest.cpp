@@ -44,8 +44,13 @@ TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeOfTheFormatIsNotS
     obj.noteRenderBegins(list.get());
     obj.beginFormatChange();
     obj.endFormatChange();
+    const auto lost = [&] {
+        return obj.account().sums().pre.lost[static_cast<std::size_t>(RZFrameLoss::FormatChanged)];
+    };
+    const std::uint64_t before = lost();
     obj.tryWriteBuffersFrom(list.get(), 100, NO);
     EXPECT_EQ(obj.getRingBufferSize(NO), 0U);
+    EXPECT_EQ(lost(), before + 100);
 }
 
 TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeThatIsTakenBackIsStored) {

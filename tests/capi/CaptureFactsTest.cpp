@@ -396,7 +396,7 @@ TEST(FrameLosses, HaveATextEach) {
     for (int loss = 0; loss <= TQ_FRAME_LOSSES; ++loss) {
         texts.insert(tq_frame_loss_text(static_cast<tq_frame_loss>(loss)));
     }
-    EXPECT_EQ(texts.size(), TQ_FRAMES_NO_LISTENER + 2U);
+    EXPECT_EQ(texts.size(), TQ_FRAMES_FORMAT_CHANGED + 2U);
 }
 
 }  // namespace

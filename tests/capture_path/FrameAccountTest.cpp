@@ -312,10 +312,49 @@ TEST_F(FrameAccounts, AUnitOfAnotherFormatOnTheSameBusCutsTheMixShortAndNotTheTr
     pump(3);
     const RZFrameSums sums = manager().frameSums(1);
     expectCloses(sums);
-    EXPECT_GT(lostOf(sums.pre, RZFrameLoss::LeftAtStop), 0U);
-    EXPECT_LT(lostOf(sums.pre, RZFrameLoss::LeftAtStop), 2U * kFrames);
+    EXPECT_GT(lostOf(sums.pre, RZFrameLoss::FormatChanged), 0U);
+    EXPECT_LT(lostOf(sums.pre, RZFrameLoss::FormatChanged), 2U * kFrames);
+    EXPECT_EQ(lostOf(sums.pre), lostOf(sums.pre, RZFrameLoss::FormatChanged));
     EXPECT_EQ(lostOf(sums.post), 0U);
     EXPECT_EQ(sums.post.delivered, rendered + second.rendered().size());
+}
+
+TEST_F(FrameAccounts, WhatAChangeOfTheFormatDropsHasItsOwnReason) {
+    ASSERT_TRUE(startCapture());
+    NoiseHost host(integers(44100));
+    host.start();
+    pump(3);
+    const RZFrameSums before = manager().frameSums(1);
+    ASSERT_GT(before.pre.waiting, 0U);
+    ASSERT_GT(before.post.waiting, 0U);
+    ASSERT_EQ(host.unit().setFormat(integers(22050)), 0);
+    pump(3);
+    const RZFrameSums sums = manager().frameSums(1);
+    expectCloses(sums);
+    EXPECT_EQ(lostOf(sums.pre, RZFrameLoss::FormatChanged), before.pre.waiting);
+    EXPECT_EQ(lostOf(sums.post, RZFrameLoss::FormatChanged), before.post.waiting);
+    EXPECT_EQ(lostOf(sums.pre), before.pre.waiting);
+    host.stop();
+    pump(3);
+}
+
+TEST_F(FrameAccounts, WhatAUnitLeavesThatStartsInAnotherFormatHasTheSameReason) {
+    ASSERT_TRUE(startCapture());
+    NoiseHost host(integers(44100));
+    host.start();
+    pump(3);
+    host.stop();
+    const RZFrameSums before = manager().frameSums(1);
+    ASSERT_GT(before.pre.waiting, 0U);
+    ASSERT_EQ(host.unit().setFormat(integers(22050)), 0);
+    host.start();
+    pump(3);
+    const RZFrameSums sums = manager().frameSums(1);
+    expectCloses(sums);
+    EXPECT_EQ(lostOf(sums.pre, RZFrameLoss::FormatChanged), before.pre.waiting);
+    EXPECT_EQ(lostOf(sums.pre, RZFrameLoss::LeftAtStop), 0U);
+    host.stop();
+    pump(3);
 }
 
 /// Units and capture come and go as a random walk says.

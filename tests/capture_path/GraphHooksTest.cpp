@@ -206,6 +206,30 @@ TEST_F(GraphHooks, TheCallbackIsRecordedBeforeThePlatformIsCalled) {
     platform.watch("AUGraphSetNodeInputCallback", {});
 }
 
+// The update waits for slices that run the old callback: one that began in between with ours would
+// call what the host believes gone.
+TEST_F(GraphHooks, ACallbackThatWaitsForTheUpdateStandsBehindOursBeforeThePlatformUpdates) {
+    HostGraph host;
+    host.play();
+    HostSound next;
+    next.format = host.sound.format;
+    const AURenderCallbackStruct callback = next.callback();
+    ASSERT_EQ(AUGraphSetNodeInputCallback(host.graph(), host.output(), 0, &callback), 0);
+    pump(1);
+    ASSERT_EQ(next.calls, 0) << "not before the update";
+    int before = 0;
+    platform.watch("AUGraphUpdate", [&](const auto&) {
+        before = host.sound.calls;
+        EXPECT_EQ(host.object()->originCallback().inputProcRefCon, &next);
+        TQManualDevicePump(kFrames, hostTime);
+    });
+    EXPECT_EQ(AUGraphUpdate(host.graph(), nullptr), 0);
+    platform.watch("AUGraphUpdate", {});
+    EXPECT_EQ(next.calls, 1);
+    EXPECT_EQ(host.sound.calls, before) << "the old one has had its last slice";
+    host.dispose();
+}
+
 TEST_F(GraphHooks, OfTwoOutputNodesTheOneAddedLastIsTracked) {
     HostGraph host;
     const AUNode first = host.addOutput();

@@ -73,6 +73,19 @@ TEST_F(Session, ASoundOfTwoBlocksRightBeforeTheProgramsEndIsRecorded) {
     EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
 }
 
+TEST_F(Session, AGraphThatIsUpdatedAllTheTimeIsRecordedWithoutAHole) {
+    EXPECT_EQ(record({kHost, "updating", "1"}).hostExitCode, 0);
+    const TrackFrames& frames = sink.only().facts.frames[1];
+    EXPECT_GT(frames.rendered, 48000U);
+    for (const FrameSide* const side : {&frames.mix, &frames.track}) {
+        EXPECT_EQ(side->lost[TQ_FRAMES_FORMAT_CHANGED], 0U);
+        EXPECT_EQ(side->lost[TQ_FRAMES_RING_FULL], 0U);
+    }
+    const auto& track = sink.only().streams.at(1);
+    EXPECT_GE(track.frames(), 47000U);
+    EXPECT_NEAR(amplitudeAt(track.samples(0), 48000, 700), 0.5, 0.01);
+}
+
 TEST_F(Session, AnEighthUnitIsNamedWhereSevenOthersAreRecorded) {
     EXPECT_EQ(record({kHost, "many", "9"}).hostExitCode, 0);
     const auto& seen = sink.only();

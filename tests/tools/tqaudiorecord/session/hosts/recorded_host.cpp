@@ -7,6 +7,7 @@
 //   loud SECONDS        the same, three times as loud: beyond full scale
 //   double SECONDS      the same as 64-bit floats, interleaved
 //   graph SECONDS       the same through a graph
+//   updating SECONDS    the same while another thread updates the graph all the time
 //   disposing COUNT     plays that many short tones, each through a unit that it stops and
 //                       disposes of without uninitialising it
 //   remaking COUNT      plays music and ambience, and that many short voice lines with a unit
@@ -44,6 +45,7 @@
 #include <mutex>
 #include <numbers>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -204,7 +206,8 @@ int play(Tone& tone, double seconds, bool microphone) {
     return isGood ? 0 : 3;
 }
 
-int playGraph(Tone& tone, double seconds) {
+/// `isUpdated`: as programs do that update their graph with every picture, only more often.
+int playGraph(Tone& tone, double seconds, bool isUpdated) {
     tone.framesLeft = static_cast<long>(seconds * kRate);
     AUGraph graph = nullptr;
     AUNode node = 0;
@@ -217,7 +220,15 @@ int playGraph(Tone& tone, double seconds) {
                                        0, &format, sizeof format) == 0 &&
                   AUGraphSetNodeInputCallback(graph, node, 0, &callback) == 0 &&
                   AUGraphInitialize(graph) == 0 && AUGraphStart(graph) == 0;
+    std::atomic<bool> isOver{!isUpdated};
+    std::thread updates([&] {
+        while (!isOver) {
+            AUGraphUpdate(graph, nullptr);
+        }
+    });
     isGood = isGood && waitForEnd(tone);
+    isOver = true;
+    updates.join();
     AUGraphStop(graph);
     DisposeAUGraph(graph);
     return isGood ? 0 : 3;
@@ -354,8 +365,8 @@ int main(int argc, char** argv) {
     if (what == "many") {
         return playTogether(static_cast<int>(seconds));
     }
-    if (what == "graph") {
-        return playGraph(tone, seconds);
+    if (what == "graph" || what == "updating") {
+        return playGraph(tone, seconds, what == "updating");
     }
     const std::map<std::string, Samples> kinds{
         {"short", Samples::int16},   {"swapped", Samples::swapped16},
