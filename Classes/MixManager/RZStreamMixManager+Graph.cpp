@@ -253,7 +253,8 @@ OSStatus RZStreamMixManager::updateResampleAudioFormat(const UnitObject& obj, Au
     return status;
 }
 
-BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {
+BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj,
+                                                        std::optional<RZUnitFormatChange>* change) {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateAudioUnitObjStreamFormat:]");
     const AudioUnitScope scope = obj ? RZCapturedScope(*obj) : kAudioUnitScope_Output;
@@ -262,11 +263,15 @@ BOOL RZStreamMixManager::updateAudioUnitObjStreamFormat(const UnitObject& obj) {
                "[mix] can not update stream format info when start")) {
         return NO;
     }
+    if (change != nullptr && !RZIsSameFormat(desc, obj->streamDesc())) {
+        change->emplace(obj);
+    }
     obj->setStreamDesc(desc);
     return YES;
 }
 
-BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
+BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj,
+                                                        std::optional<RZUnitFormatChange>* change) {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateAudioUnitObjectWithStart:]");
     if (!obj) {
@@ -301,7 +306,7 @@ BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj) {
             obj->setInput_enableIO(YES);
             break;
     }
-    if (!updateAudioUnitObjStreamFormat(obj)) {
+    if (!updateAudioUnitObjStreamFormat(obj, change)) {
         return NO;
     }
     if (obj->origin_inputProc() != nullptr) {

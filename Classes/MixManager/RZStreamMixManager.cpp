@@ -351,14 +351,11 @@ void RZStreamMixManager::inspectAtStart(const UnitObject& obj) {
 /// Unit, mixer bus and rings in the format that the unit has now. What the rings hold in another
 /// one goes. The mixer's answer; nothing for a unit that is not captured.
 std::optional<OSStatus> RZStreamMixManager::followFormat(const UnitObject& obj) {
-    RZUnitFormatChange change(obj);
-    const AudioStreamBasicDescription before = obj->streamDesc();
+    // Open only where the format is another one: a program may update its graph with every frame
+    // that it draws, and a change that is open costs the block that is being rendered.
+    std::optional<RZUnitFormatChange> change;
     if (obj->isStarted()) {
-        updateAudioUnitObjectWithStart(obj);
-    }
-    if (RZIsSameFormat(before, obj->streamDesc())) {
-        // A program may update its graph with every frame that it draws.
-        change.takeBack();
+        updateAudioUnitObjectWithStart(obj, &change);
     }
     if (!obj->isCapturing()) {
         return std::nullopt;

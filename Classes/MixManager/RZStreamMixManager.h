@@ -22,6 +22,7 @@
 #include "RZReplayVolumeDuckingParam.h"
 #include "RZTrackTails.h"
 #include "RZUnitFacts.h"
+#include "RZUnitFormatChange.h"
 
 class RZLogSite;
 struct RZLogFormat;
@@ -183,8 +184,11 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] BOOL stopResampleMix();
     [[nodiscard]] BOOL unInitializeResampleUnit();
     OSStatus updateResampleAudioFormat(const UnitObject& obj, AudioUnit mixUnit);
-    BOOL updateAudioUnitObjStreamFormat(const UnitObject& obj);
-    BOOL updateAudioUnitObjectWithStart(const UnitObject& obj);
+    /// Where there is a place for it, a change of the format is opened there before it is known.
+    BOOL updateAudioUnitObjStreamFormat(const UnitObject& obj,
+                                        std::optional<RZUnitFormatChange>* change = nullptr);
+    BOOL updateAudioUnitObjectWithStart(const UnitObject& obj,
+                                        std::optional<RZUnitFormatChange>* change = nullptr);
     void updateAudioUnitObjASBD();
     BOOL updateCapturingAudioUnitObjFormatToResampler();
     BOOL updateAUGraph();
