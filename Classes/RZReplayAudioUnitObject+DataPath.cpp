@@ -304,3 +304,15 @@ void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 frames
                                  format);
     }
 }
+
+void RZReplayAudioUnitObject::processSamples(void* samples, UInt32 frames) {
+    const AudioStreamBasicDescription desc = streamDesc();
+    const int format = volumeFormat(desc);
+    if (format < 0 || samples == nullptr) {
+        return;
+    }
+    RZReplayAudioUnitBuffer* const buffer = getOrCreateBufferAt(0);
+    buffer->updateFS(truncateToInt32(desc.mSampleRate));
+    buffer->processAudioData({desc.mChannelsPerFrame, frames * desc.mBytesPerFrame, samples},
+                             static_cast<int>(desc.mChannelsPerFrame), format);
+}

@@ -199,6 +199,24 @@ class RZReplayAudioUnitObject {
     /// [render thread] Writer only. Allocates only for a first or larger block. Ducking and
     /// compression in place; of buffers that the host has put in, a copy takes their place.
     void processBuffer(AudioBufferList* list, UInt32 frames);
+    /// [any thread] One at a time, and never while processBuffer() may run: for the owner of
+    /// `blockOwner`. Allocates only for the first block. Ducking and compression in place, of
+    /// interleaved samples in the unit's format.
+    void processSamples(void* samples, UInt32 frames);
+
+    /// What stands in for processBuffer() where somebody else has processed the sound already:
+    /// called for each rendered block, before the post side is written.
+    struct BlockOwner {
+        void (*replace)(void* context, AudioBufferList* list, UInt32 frames) = nullptr;
+        void* context = nullptr;
+    };
+    /// [host thread] `owner` must outlive the object; null for none. Best before the unit starts.
+    void setBlockOwner(const BlockOwner* owner) {
+        blockOwner_.store(owner, std::memory_order_release);
+    }
+    [[nodiscard]] const BlockOwner* blockOwner() const {
+        return blockOwner_.load(std::memory_order_acquire);
+    }
 
   private:
     /// What one read needs to know of the formats, the same for every buffer of the list.
@@ -246,6 +264,7 @@ class RZReplayAudioUnitObject {
 
     std::shared_ptr<const RZReplayVolumeDuckingParam> duckingParam_;
     std::shared_ptr<const RZReplayVolumeCompressorParam> compressorParam_;
+    std::atomic<const BlockOwner*> blockOwner_{nullptr};
     std::atomic<bool> isStarted_{false};
     std::atomic<bool> isCapturing_{false};
     std::atomic<bool> input_enableIO_{false};

@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include "RZUnitNames.h"
+
 namespace {
 /// Of units that are on record no more, only the latest are kept: a program may make and unmake one
 /// for every sound.
@@ -136,6 +138,20 @@ void RZUnitFacts::stopped(const void* unit, const void* graph) {
             entry->reason = RZUnitReason::NotStarted;
         }
         return *entry;
+    });
+}
+
+void RZUnitFacts::named(const void* unit, std::string_view name) {
+    note([&]() -> std::optional<RZUnitFact> {
+        RZUnitNames& names = RZUnitNames::shared();
+        const auto known = std::find_if(ordinals_.begin(), ordinals_.end(),
+                                        [unit](const Ordinal& one) { return one.handle == unit; });
+        const char* const before = known == ordinals_.end() ? nullptr : names.of(known->number);
+        if (before == nullptr || name.substr(0, RZUnitNames::kLongest) != before) {
+            forgetOrdinal(unit);
+            names.give(ordinalOf(unit), name);
+        }
+        return std::nullopt;
     });
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <vector>
 
 /// Why a unit is not captured at this moment.
@@ -94,6 +95,9 @@ class RZUnitFacts {
     /// Another unit has got its bus of the private graph.
     void numberTaken(const void* unit);
     void stopped(const void* unit, const void* graph = nullptr);
+    /// The unit stands for something that has this name. With another name than before it gets a
+    /// new ordinal at its next start: to whoever listens it is another unit.
+    void named(const void* unit, std::string_view name);
     /// Its capture object is gone.
     void disposed(const void* unit);
 

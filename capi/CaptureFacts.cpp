@@ -73,6 +73,8 @@ const char* tq_result_text(tq_result result) {
             return "somebody else has switched the effect on";
         case TQ_ERROR_GUARD_FULL:
             return "the crash guard has no room for another id";
+        case TQ_ERROR_NO_BRIDGES:
+            return "the library with the bridges is not there";
         case TQ_ERROR_HOOKS_NOT_WORKING:
             return "the hooks are not installed or do not work";
     }

@@ -13,6 +13,7 @@
 #include "Call.h"
 #include "HandleTable.h"
 #include "LogListeners.h"
+#include "StreamReports.h"
 #include "UnitText.h"
 
 namespace tqcapi {
@@ -137,6 +138,9 @@ void Listening::start() {
     if (wanted_.on_log != nullptr) {
         LogListeners::shared().add(wanted_);
     }
+    if (wanted_.on_stream != nullptr) {
+        StreamReports::shared().add(wanted_);
+    }
     if (wanted_.on_unit != nullptr) {
         observer_ = RZUnitFacts::shared().observe([this](const RZUnitFact& fact) {
             const UnitText name(fact.ordinal, fact.isGraphs());
@@ -160,6 +164,9 @@ void Listening::stop() noexcept {
             const TQAudioRecordLock guard(manager.lock());
             (*listener)->end();
         }
+    }
+    if (wanted_.on_stream != nullptr) {
+        StreamReports::shared().remove(wanted_);
     }
     if (observer_ != 0) {
         RZUnitFacts::shared().stopObserving(observer_);
@@ -186,7 +193,7 @@ tq_result tq_capture_listen(const tq_listener* listener, tq_listening** listenin
         }
         if (listener->on_mix == nullptr && listener->on_track == nullptr &&
             listener->on_event == nullptr && listener->on_log == nullptr &&
-            listener->on_unit == nullptr) {
+            listener->on_unit == nullptr && listener->on_stream == nullptr) {
             return TQ_ERROR_VALUE;
         }
         const auto object = std::make_shared<Listening>(*listener);

@@ -26,6 +26,10 @@ static_assert(isSame(RZUnitReason::Captured, TQ_UNIT_CAPTURED) &&
 }  // namespace
 
 UnitText::UnitText(std::uint32_t ordinal, bool isGraphs) noexcept {
+    if (const char* const own = RZUnitNames::shared().of(ordinal); own != nullptr && !isGraphs) {
+        std::string_view(own).copy(text_.data(), text_.size() - 1);
+        return;
+    }
     const std::string_view kind = isGraphs ? "graph" : "unit";
     char* end = std::copy(kind.begin(), kind.end(), text_.data());
     if (ordinal != 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <RZUnitFacts.h>
+#include <RZUnitNames.h>
 
 #include <array>
 #include <cstdint>
@@ -9,15 +10,15 @@
 
 namespace tqcapi {
 
-/// The name of a unit as text, made without allocating: "unit-3", "graph-1"; without a number
-/// "unit" or "graph". [any thread] [real-time safe]
+/// The name of a unit as text, made without allocating: its own, else "unit-3", "graph-1"; without
+/// a number "unit" or "graph". [any thread] [real-time safe]
 class UnitText {
   public:
     UnitText(std::uint32_t ordinal, bool isGraphs) noexcept;
     [[nodiscard]] const char* get() const noexcept { return text_.data(); }
 
   private:
-    std::array<char, 24> text_{};
+    std::array<char, RZUnitNames::kLongest + 1> text_{};
 };
 
 [[nodiscard]] constexpr tq_unit_kind unitKind(bool isGraphs) noexcept {

@@ -53,6 +53,7 @@ enum tq_result {
     TQ_ERROR_NOT_ON = 11,            /**< this handle has not switched the effect on */
     TQ_ERROR_OWNED_BY_ANOTHER = 13,  /**< somebody else has switched the effect on */
     TQ_ERROR_GUARD_FULL = 22,        /**< the crash guard has no room for another id */
+    TQ_ERROR_NO_BRIDGES = 30,        /**< libTQAudioRecordBridge cannot be loaded */
     TQ_ERROR_HOOKS_NOT_WORKING = 103 /**< the hooks are not installed or do not work */
 };
 
@@ -165,6 +166,35 @@ struct tq_unit {
     const char* name; /**< as in its blocks; "unit" or "graph" before its first start */
 };
 
+/** What becomes of a native stream that a bridge has seen. */
+enum tq_stream_fate {
+    TQ_STREAM_RECORDED = 0,
+    TQ_STREAM_NO_UNIT_FREE = 1, /**< seven other streams were playing */
+    TQ_STREAM_NOT_PCM = 2,      /**< coded sound that goes to the device as it is */
+    TQ_STREAM_FORMAT = 3,       /**< more than 8 channels, or a rate that nobody plays */
+    TQ_STREAM_HOOKS_OUT = 4,    /**< the library's hooks do not work */
+    TQ_STREAM_NO_MEMORY = 5
+};
+
+/** [any thread] [real-time safe] The fate as a clause for a person; never null, constant. */
+TQ_CAPTURE_EXPORT const char* tq_stream_fate_text(enum tq_stream_fate fate);
+
+/** A stream of a native sound interface. Told when it begins to play, from time to time, and when
+ * it is closed. Valid during the call, like a block. Frames are the stream's own and only grow. */
+struct tq_stream {
+    size_t size;
+    uint64_t stream;  /**< from 1 in the order of opening */
+    const char* name; /**< as in its blocks */
+    enum tq_stream_fate fate;
+    uint32_t is_closed;
+    uint32_t channels;
+    double sample_rate; /**< Hz */
+    uint64_t written;   /**< frames that the native interface has taken */
+    uint64_t played;    /**< of those, rendered by the stream's unit */
+    uint64_t dropped;   /**< of those, thrown away by the program: flushed or taken back */
+    uint64_t lost;      /**< of those, in the track as silence of that length or not at all */
+};
+
 /** What a listener wants. Null functions are not called. `context` is handed back to each. */
 struct tq_listener {
     size_t size;
@@ -181,6 +211,8 @@ struct tq_listener {
      * within the program's call, with locks of the library held: must not make, start, stop or
      * change units or graphs. */
     void (*on_unit)(void* context, const struct tq_unit* unit);
+    /** [any thread] Something became of a native stream. Must not use native sound interfaces. */
+    void (*on_stream)(void* context, const struct tq_stream* stream);
 };
 
 typedef struct tq_listening tq_listening;
@@ -236,6 +268,24 @@ struct tq_capture_rules {
  * TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK;
  * TQ_ERROR_HOOKS_NOT_WORKING when the hooks are not installed, then nothing is changed. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_set_rules(const struct tq_capture_rules* rules);
+
+/** Which native sound interfaces are recorded too: all of their streams become units, tracks and
+ * part of the mix. */
+struct tq_bridges {
+    size_t size;
+    /** Streams of SDL are taken from SDL itself and not from the interface below it. Without it
+     * that is done only where SDL plays to no other interface. */
+    uint32_t prefers_sdl;
+};
+
+/** [host thread] From now on streams of ALSA, PulseAudio, SDL, JACK and PipeWire are recorded, also
+ * where the program loads those libraries later. Best before the program's own code runs: streams
+ * that are open already are not seen. It stays for the life of the process; a second call changes
+ * nothing. Nothing is loaded in a process whose crash guard keeps the hooks out.
+ * TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK;
+ * TQ_ERROR_HOOKS_NOT_WORKING; TQ_ERROR_NO_BRIDGES when the library that has the bridges is not
+ * beside this one. */
+TQ_CAPTURE_EXPORT enum tq_result tq_capture_use_bridges(const struct tq_bridges* bridges);
 
 /* ---- tracks and units ------------------------------------------------------------------------ */
 

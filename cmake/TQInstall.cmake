@@ -11,7 +11,7 @@ set_target_properties(tqhook PROPERTIES EXPORT_NAME hook)
 foreach(header ${TQ_PUBLIC_HEADERS})
     install(FILES Classes/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 endforeach()
-install(FILES capi/tq_capture.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
+install(FILES capi/tq_capture.h capi/tq_source.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 install(FILES Resolver/TQAudioRecordResolver.h Resolver/TQAudioUnitRecordResolveManager.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord)
 install(FILES hook/tq_hook.h hook/Hook.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQAudioRecord/hook)

@@ -128,7 +128,9 @@ void takeRenderedBlock(const RZLogSite& site, RZStreamMixManager& manager,
         store(*obj, block, isSilent, NO);
     }
     // Not only while capturing: this changes what the device plays.
-    if (obj != nullptr && block.hasEffects && block.status == 0) {
+    if (const auto* const owner = obj == nullptr ? nullptr : obj->blockOwner()) {
+        owner->replace(owner->context, block.list, block.frames);
+    } else if (obj != nullptr && block.hasEffects && block.status == 0) {
         obj->processBuffer(block.list, block.frames);
     }
     if (obj != nullptr) {

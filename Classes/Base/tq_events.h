@@ -25,7 +25,8 @@ enum tq_event_category {
     TQ_EVENT_BUFFER_READ = 3,   /**< the private graph reads a track's ring buffers */
     TQ_EVENT_CAPTURE_STOP = 4,  /**< capture as a whole stops */
     TQ_EVENT_PROCESSING = 5,    /**< ducking and compression of a block */
-    TQ_EVENT_UNIT_START = 6     /**< the program starts one of its units */
+    TQ_EVENT_UNIT_START = 6,    /**< the program starts one of its units */
+    TQ_EVENT_STREAM = 7         /**< a native stream of the program begins to play */
 };
 
 /** What happened there. */
@@ -40,7 +41,8 @@ enum tq_event_code {
     TQ_EVENT_SIZE_MISMATCH = 109,
     TQ_EVENT_BUFFERS_MISSING = 110,
     TQ_EVENT_NOTHING_WRITTEN = 111,
-    TQ_EVENT_FORMAT_UNSUPPORTED = 112
+    TQ_EVENT_FORMAT_UNSUPPORTED = 112,
+    TQ_EVENT_NOT_RECORDED = 113 /**< no unit is free for it, or the bridge cannot serve it */
 };
 
 /** How much an event matters to whoever watches a recording. */
@@ -103,6 +105,10 @@ static inline const struct tq_event_entry* tq_event_table(size_t* count) {
          "the unit's format is none that ducking and compression know: its sound is unchanged"},
         {TQ_EVENT_UNIT_START, TQ_EVENT_DONE, TQ_EVENT_KIND_SUCCESS,
          "the program has started a unit"},
+        {TQ_EVENT_STREAM, TQ_EVENT_FORMAT_UNSUPPORTED, TQ_EVENT_KIND_FAILURE,
+         "a stream's sound is coded or has a format that is not recorded: it plays on"},
+        {TQ_EVENT_STREAM, TQ_EVENT_NOT_RECORDED, TQ_EVENT_KIND_FAILURE,
+         "a stream plays that is not recorded: seven others have the tracks"},
     };
     if (count != NULL) {
         *count = sizeof kTable / sizeof kTable[0];

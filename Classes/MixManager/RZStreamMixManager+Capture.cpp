@@ -196,6 +196,9 @@ std::int32_t RZStreamMixManager::enableDucking(const RZReplayVolumeDuckingParam*
     }
     const TQAudioRecordLock guard(operatorLock_);
     setDuckingParam(param == nullptr ? nullptr : param->copy());
+    if (!isDuckingEnable()) {
+        duckingLevel_.reset();
+    }
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->setDuckingParam(param);
     }
@@ -210,6 +213,9 @@ std::int32_t RZStreamMixManager::enableCompressor(const RZReplayVolumeCompressor
     }
     const TQAudioRecordLock guard(operatorLock_);
     setCompressParam(param == nullptr ? nullptr : param->copy());
+    if (!isCompressorEnable()) {
+        compressorLevel_.reset();
+    }
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->setCompressorParam(param);
     }
@@ -226,6 +232,7 @@ BOOL RZStreamMixManager::isCompressorEnable() const {
 
 std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
     const TQAudioRecordLock guard(operatorLock_);
+    duckingLevel_ = Level{volume, isDB};
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->updateDuckingVolume(volume, isDB);
     }
@@ -234,8 +241,22 @@ std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
 
 std::int32_t RZStreamMixManager::updateCompressorVolume(float volume, BOOL isDB) {
     const TQAudioRecordLock guard(operatorLock_);
+    compressorLevel_ = Level{volume, isDB};
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->updateCompressorVolume(volume, isDB);
     }
     return 0;
+}
+
+void RZStreamMixManager::giveLevels(const UnitObject& obj) {
+    const TQAudioRecordLock guard(operatorLock_);
+    (void)obj->getOrCreateBufferAt(0);
+    obj->setDuckingParam(duckingParam().get());
+    obj->setCompressorParam(compressParam().get());
+    if (duckingLevel_) {
+        obj->updateDuckingVolume(duckingLevel_->volume, duckingLevel_->isDB);
+    }
+    if (compressorLevel_) {
+        obj->updateCompressorVolume(compressorLevel_->volume, compressorLevel_->isDB);
+    }
 }

@@ -209,9 +209,11 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// [any thread] Real-time safe.
     [[nodiscard]] BOOL isDuckingEnable() const;
     [[nodiscard]] BOOL isCompressorEnable() const;
-    /// Always 0. Objects that come later do not get the level.
+    /// Always 0. Objects that come later do not get the level by themselves.
     std::int32_t updateDuckingVolume(float volume, BOOL isDB);
     std::int32_t updateCompressorVolume(float volume, BOOL isDB);
+    /// Gives an object the levels that were set last, before its first block.
+    void giveLevels(const UnitObject& obj);
 
     // Notifications.
 
@@ -286,6 +288,13 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     AtomicProperty<mach_timebase_info_data_t> timeBaseInfo_;
     AtomicProperty<std::shared_ptr<RZReplayVolumeDuckingParam>> duckingParam_;
     AtomicProperty<std::shared_ptr<RZReplayVolumeCompressorParam>> compressParam_;
+    struct Level {
+        float volume = 0;
+        BOOL isDB = NO;
+    };
+    /// Guarded by operatorLock; none while the effect is off.
+    std::optional<Level> duckingLevel_;
+    std::optional<Level> compressorLevel_;
     std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;
     AtomicProperty<dispatch_queue_t> queue_;
     RZTrackTails tails_;  ///< guarded by auGraphUpdateLock

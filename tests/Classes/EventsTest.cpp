@@ -85,7 +85,9 @@ TEST(Events, NumbersAreThoseThatListenersKnow) {
                                                                            {4, 102},
                                                                            {5, 103},
                                                                            {5, 112},
-                                                                           {6, 0}}));
+                                                                           {6, 0},
+                                                                           {7, 112},
+                                                                           {7, 113}}));
     EXPECT_EQ(pairs.size(), table().size()) << "a pair stands twice";
 }
 

@@ -1,0 +1,151 @@
+#include <RZStreamMixManager.h>
+#include <RZUnitFacts.h>
+#include <audio_hook_config.h>
+
+#include <memory>
+#include <string>
+
+#include "Call.h"
+#include "StreamReports.h"
+#include "tq_source.h"
+
+// What bridges need of the library.
+
+/// Not under a number like other handles: its calls run in every block of the program.
+struct tq_source {
+    tq_source(const tq_source_description& given, std::shared_ptr<RZReplayAudioUnitObject> of)
+        : description(given), obj(std::move(of)), owner{&replaceBlock, this} {
+        obj->setBlockOwner(&owner);
+    }
+    ~tq_source() { obj->setBlockOwner(nullptr); }
+    tq_source(const tq_source&) = delete;
+    tq_source& operator=(const tq_source&) = delete;
+
+    static void replaceBlock(void* source, AudioBufferList* list, UInt32 frames) {
+        const tq_source_description& description = static_cast<tq_source*>(source)->description;
+        if (list != nullptr && list->mNumberBuffers != 0 && list->mBuffers[0].mData != nullptr) {
+            description.replace_block(description.context, list->mBuffers[0].mData, frames);
+        }
+    }
+
+    const tq_source_description description;
+    const std::shared_ptr<RZReplayAudioUnitObject> obj;
+    const RZReplayAudioUnitObject::BlockOwner owner;
+};
+
+using tqcapi::call;
+
+namespace {
+
+RZStreamMixManager& manager() {
+    return *RZStreamMixManager::sharedManager();
+}
+
+/// One for the life of the process; where the crash guard keeps count.
+korva_audio_utils::AudioHookConfigImpl& guard() {
+    return static_cast<korva_audio_utils::AudioHookConfigImpl&>(
+        *korva_audio_utils::AudioHookConfig::getInstance());
+}
+
+void raise(const tq_stream& stream) {
+    const bool isFormat = stream.fate == TQ_STREAM_NOT_PCM || stream.fate == TQ_STREAM_FORMAT;
+    manager().onAudioRecordEvent(
+        TQ_EVENT_STREAM, isFormat ? TQ_EVENT_FORMAT_UNSUPPORTED : TQ_EVENT_NOT_RECORDED,
+        std::string(stream.name) + ": " + tq_stream_fate_text(stream.fate));
+}
+
+}  // namespace
+
+tq_result tq_source_open(const tq_source_description* description, tq_source** source) {
+    return call([&] {
+        if (source == nullptr) {
+            return TQ_ERROR_NULL;
+        }
+        if (const tq_result result = tqcapi::checked(description); result != TQ_OK) {
+            return result;
+        }
+        if (description->unit == nullptr || description->name == nullptr ||
+            description->replace_block == nullptr) {
+            return TQ_ERROR_NULL;
+        }
+        const auto obj = manager().findAudioUnitObj(description->unit);
+        if (!obj) {
+            return TQ_ERROR_VALUE;
+        }
+        auto made = std::make_unique<tq_source>(*description, obj);
+        RZUnitFacts::shared().named(description->unit, description->name);
+        manager().giveLevels(obj);
+        *source = made.release();
+        return TQ_OK;
+    });
+}
+
+void tq_source_close(tq_source* source) {
+    const std::unique_ptr<tq_source> owned(source);
+}
+
+tq_result tq_source_rename(tq_source* source, const char* name) {
+    return call([&] {
+        if (source == nullptr || name == nullptr) {
+            return TQ_ERROR_NULL;
+        }
+        RZUnitFacts::shared().named(source->obj->inUnit(), name);
+        return TQ_OK;
+    });
+}
+
+int tq_source_gain_is_on(const tq_source* source) {
+    return source != nullptr && (manager().isDuckingEnable() || manager().isCompressorEnable()) ? 1
+                                                                                                : 0;
+}
+
+void tq_source_process(tq_source* source, void* samples, uint32_t frames) {
+    if (source != nullptr && samples != nullptr) {
+        (void)tqcapi::callAnywhere([&] {
+            source->obj->processSamples(samples, frames);
+            return TQ_OK;
+        });
+    }
+}
+
+void tq_guard_enter(void) {
+    guard().enterRoad();
+}
+
+void tq_guard_leave(void) {
+    guard().exitRoad();
+}
+
+tq_result tq_stream_report(const tq_stream* stream) {
+    return tqcapi::callAnywhere([&] {
+        if (const tq_result result = tqcapi::checked(stream); result != TQ_OK) {
+            return result;
+        }
+        if (stream->name == nullptr) {
+            return TQ_ERROR_NULL;
+        }
+        if (stream->fate != TQ_STREAM_RECORDED && stream->is_closed == 0) {
+            raise(*stream);
+        }
+        tqcapi::StreamReports::shared().tell(*stream);
+        return TQ_OK;
+    });
+}
+
+const char* tq_stream_fate_text(tq_stream_fate fate) {
+    switch (fate) {
+        case TQ_STREAM_RECORDED:
+            return "it is recorded";
+        case TQ_STREAM_NO_UNIT_FREE:
+            return "seven other streams were playing";
+        case TQ_STREAM_NOT_PCM:
+            return "its sound is coded";
+        case TQ_STREAM_FORMAT:
+            return "it has more than 8 channels or a rate that nobody plays";
+        case TQ_STREAM_HOOKS_OUT:
+            return "the hooks do not work";
+        case TQ_STREAM_NO_MEMORY:
+            return "there was no memory for it";
+    }
+    return "unknown";
+}
