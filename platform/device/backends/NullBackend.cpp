@@ -1,3 +1,4 @@
+#include <TQPlatform/NullDevice.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <thread>
 
 #include "common/SignalsBlocked.h"
+#include "device/Device.h"
 #include "device/PeriodClock.h"
 #include "device/RateRequest.h"
 #include "device/backends/Backends.h"
@@ -80,6 +82,11 @@ class NullBackend final : public Backend {
 
     void stop() noexcept override { wish(Wish::rest); }
 
+    /// A period that is being waited for still comes at its time.
+    void hurry(Float64 seconds) noexcept {
+        hurriedFrames_.store(std::llround(seconds * rate_.load()), std::memory_order_relaxed);
+    }
+
     bool preferRate(Float64 sampleRate, bool mayWait) noexcept override {
         // Written so that a NaN fails.
         if (!(sampleRate >= kLowestRate && sampleRate <= kHighestRate)) {
@@ -113,7 +120,11 @@ class NullBackend final : public Backend {
             wish_.wait(Wish::rest);
             clock.start(nowNs());
             while (true) {
-                sleepUntil(clock.deadlineNs());
+                if (hurriedFrames_.load(std::memory_order_relaxed) > 0) {
+                    hurriedFrames_.fetch_sub(kFrames, std::memory_order_relaxed);
+                } else {
+                    sleepUntil(clock.deadlineNs());
+                }
                 const Wish now = wish_.load();
                 if (now == Wish::end) {
                     return;
@@ -146,7 +157,8 @@ class NullBackend final : public Backend {
 
     BackendHost* host_ = nullptr;
     RateRequest rateRequest_;
-    std::atomic<UInt32> rate_{kFirstRate};  ///< Hz; the clock follows after the period
+    std::atomic<std::int64_t> hurriedFrames_{0};  ///< that need not wait for their time
+    std::atomic<UInt32> rate_{kFirstRate};        ///< Hz; the clock follows after the period
     /// What the thread is to do: written by the verbs, read by the thread at every deadline.
     std::atomic<Wish> wish_{Wish::rest};
     std::thread thread_;
@@ -159,3 +171,18 @@ std::unique_ptr<Backend> makeNullBackend() {
 }
 
 }  // namespace tqplatform
+
+OSStatus TQNullDeviceHurry(Float64 seconds) {
+    constexpr Float64 kMostSeconds = 60;
+    // Written so that a NaN fails.
+    if (!(seconds >= 0 && seconds <= kMostSeconds)) {
+        return kAudio_ParamError;
+    }
+    auto* const device =
+        dynamic_cast<tqplatform::NullBackend*>(&tqplatform::sharedDevice().backend());
+    if (device == nullptr) {
+        return kAudioUnitErr_Uninitialized;
+    }
+    device->hurry(seconds);
+    return 0;
+}
