@@ -1,0 +1,158 @@
+#include "bridges/core/NativeStream.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "bridges/core/GuardScope.h"
+#include "bridges/core/StreamLife.h"
+
+namespace tq::bridges {
+
+NativeStream::Use::Use(const void* key) noexcept : stream_(StreamLife::shared().find(key)) {
+    if (stream_ == nullptr) {
+        return;
+    }
+    stream_->users_.fetch_add(1);
+    // It may have ended between the two, and even stand for another key by now.
+    if (StreamLife::shared().find(key) != stream_) {
+        stream_->users_.fetch_sub(1);
+        stream_ = nullptr;
+    }
+}
+
+NativeStream::Use::~Use() {
+    if (stream_ != nullptr) {
+        stream_->users_.fetch_sub(1, std::memory_order_release);
+    }
+}
+
+void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memory) noexcept {
+    void* const asWritten = const_cast<void*>(samples);
+    prepared_ = 0;
+    isProcessed_ = false;
+    BridgeUnit* const unit = unit_.load(std::memory_order_acquire);
+    isServed_ = unit != nullptr;
+    if (unit == nullptr || samples == nullptr || frames == 0) {
+        return asWritten;
+    }
+    const GuardScope guard;
+    prepared_ = std::min(frames, mostFrames_);
+    const std::size_t count = prepared_ * format_.channels;
+    if (tq_source_gain_is_on(unit->source()) == 0 || prepared_ < frames) {
+        processed_ = 0;
+        toUnit_(samples, pre_.data(), count);
+        return asWritten;
+    }
+    process(samples, prepared_, unit->source());
+    isProcessed_ = true;
+    void* const passed = memory == Memory::kChangeable ? asWritten : passed_.data();
+    fromUnit_(post_.data(), passed, count);
+    return passed;
+}
+
+void NativeStream::process(const void* samples, std::size_t frames, tq_source* source) noexcept {
+    std::byte* const pre = pre_.data();
+    std::byte* const post = post_.data();
+    if (processed_ != 0) {
+        const std::size_t known = std::min(processed_, frames);
+        toUnit_(samples, fresh_.data(), frames * format_.channels);
+        if (std::memcmp(fresh_.data(), pre, known * unitFrameBytes_) == 0) {
+            const std::size_t from = known * unitFrameBytes_;
+            std::memcpy(pre + from, fresh_.data() + from, (frames - known) * unitFrameBytes_);
+        } else {
+            // The program has thought better of it.
+            processed_ = 0;
+        }
+    }
+    if (processed_ == 0) {
+        toUnit_(samples, pre, frames * format_.channels);
+    }
+    if (processed_ < frames) {
+        const std::size_t from = processed_ * unitFrameBytes_;
+        std::memcpy(post + from, pre + from, (frames - processed_) * unitFrameBytes_);
+        tq_source_process(source, post + from, static_cast<std::uint32_t>(frames - processed_));
+        processed_ = frames;
+    }
+}
+
+void NativeStream::accepted(std::size_t frames) noexcept {
+    if (frames == 0) {
+        return;
+    }
+    const GuardScope guard;
+    if (!isServed_) {
+        unserved_.fetch_add(frames, std::memory_order_relaxed);
+    } else if (const std::size_t kept = std::min(frames, prepared_); kept != 0) {
+        (void)fifo_->write(pre_.data(), isProcessed_ ? post_.data() : nullptr, kept);
+        if (isProcessed_) {
+            const std::size_t from = kept * unitFrameBytes_;
+            processed_ -= kept;
+            std::memmove(pre_.data(), pre_.data() + from, processed_ * unitFrameBytes_);
+            std::memmove(post_.data(), post_.data() + from, processed_ * unitFrameBytes_);
+        }
+        // Longer than the FIFO is: nothing of the rest would find room.
+        unserved_.fetch_add(frames - kept, std::memory_order_relaxed);
+    }
+    prepared_ = 0;
+    if (frames > largestPiece_.load(std::memory_order_relaxed)) {
+        largestPiece_.store(frames, std::memory_order_relaxed);
+    }
+    if (!hasSound_.load(std::memory_order_relaxed)) {
+        hasSound_.store(true, std::memory_order_release);
+        StreamLife::shared().wake();
+    }
+}
+
+void NativeStream::takenBack(std::size_t frames) noexcept {
+    const GuardScope guard;
+    (void)fifo_->takeBack(frames);
+}
+
+void NativeStream::frozen(bool isFrozen) noexcept {
+    isFrozen_.store(isFrozen, std::memory_order_relaxed);
+}
+
+void NativeStream::flushed() noexcept {
+    const GuardScope guard;
+    (void)fifo_->flush();
+    flushes_.fetch_add(1, std::memory_order_release);
+}
+
+void NativeStream::drained() noexcept {
+    drains_.fetch_add(1, std::memory_order_release);
+}
+
+// ---- the device's side --------------------------------------------------------------------------
+
+void NativeStream::feed(void* samples, std::size_t frames) noexcept {
+    auto* const pre = static_cast<std::byte*>(samples);
+    PacerInput input;
+    // Events before the FIFO: what was written before an event is seen with it.
+    input.isClosed = state_.load(std::memory_order_acquire) == State::kClosed;
+    input.flushes = flushes_.load(std::memory_order_acquire);
+    input.drains = drains_.load(std::memory_order_acquire);
+    input.isFrozen = isFrozen_.load(std::memory_order_relaxed);
+    input.largestPiece = largestPiece_.load(std::memory_order_relaxed);
+    input.frames = frames;
+    input.available = fifo_->available();
+    input.silent = fifo_->silentFrames();
+    block_.store(frames, std::memory_order_relaxed);
+    const PacerBlock block = pacer_->next(input);
+    if (block.cut != 0) {
+        (void)fifo_->cutSilence(block.cut);
+    }
+    const std::size_t most = heard_.size() / unitFrameBytes_;
+    const std::size_t taken = fifo_->read(pre, heard_.data(), std::min(block.take, most));
+    const std::size_t from = taken * unitFrameBytes_;
+    std::memset(pre + from, 0, (frames - taken) * unitFrameBytes_);
+    std::memset(heard_.data() + from, 0, (std::min(frames, most) - taken) * unitFrameBytes_);
+    if (block.isOver) {
+        isOver_.store(true, std::memory_order_release);
+    }
+}
+
+void NativeStream::replaceByHeard(void* samples, std::size_t frames) noexcept {
+    std::memcpy(samples, heard_.data(), std::min(frames * unitFrameBytes_, heard_.size()));
+}
+
+}  // namespace tq::bridges

@@ -1,0 +1,149 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "bridges/core/BridgeUnit.h"
+#include "bridges/core/FrameFifo.h"
+#include "bridges/core/NativeFormat.h"
+#include "bridges/core/Pacer.h"
+#include "bridges/core/ReservedMemory.h"
+#include "bridges/core/SampleConversion.h"
+
+namespace tq::bridges {
+
+/// A stream of a native sound interface: a pcm, a pa_stream, a device, a client. What the program
+/// writes goes into a FIFO at write time and out of it into a unit at play time.
+///
+/// The replacement of a native function that takes sound reads:
+///
+///     const NativeStream::Use stream(pcm);
+///     void* const passed = stream ? stream->prepare(samples, frames, Memory::kConstant) : samples;
+///     const auto taken = original(pcm, passed, frames);
+///     if (stream) stream->accepted(taken > 0 ? taken : 0);
+///
+/// One thread at a time writes a stream: the native library asks for no less. Its control calls may
+/// come from other threads. NativeStream.cpp has what writers call, StreamLife.cpp the rest.
+class NativeStream final : private BlockFeeder {
+  public:
+    /// Whether the samples that a program passes on may be changed where they are.
+    enum class Memory { kConstant, kChangeable };
+
+    /// [host thread] Takes a unit for a stream that is about to play, where one is free. A stream
+    /// that is known by the key is closed first: handles come back. `api` and `own` make its name:
+    /// "pulse-2 paplay". What cannot be recorded is reported and plays on; then and without memory
+    /// nothing is known by the key. The key is not null.
+    static void open(const void* key, const NativeFormat& format, std::string_view api,
+                     std::string_view own);
+    /// [host thread] The program closes it. Never waits: what it has written is played out.
+    static void close(const void* key);
+    /// [host thread] All of them, at the end of the process: waits until what is there is recorded,
+    /// but no longer than a stream's margin and two blocks.
+    static void finish();
+
+    /// [any thread] [real-time safe] While one lives, the stream's memory stays. Empty for a key
+    /// that is not known.
+    class Use {
+      public:
+        explicit Use(const void* key) noexcept;
+        ~Use();
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        explicit operator bool() const noexcept { return stream_ != nullptr; }
+        NativeStream* operator->() const noexcept { return stream_; }
+
+      private:
+        NativeStream* stream_;
+    };
+
+    // [any thread] [real-time safe] The writer's.
+
+    /// What is to be passed on in place of `samples`: the same, or with ducking and compression
+    /// (changed in place, or a copy that is valid until the next call).
+    [[nodiscard]] void* prepare(const void* samples, std::size_t frames, Memory memory) noexcept;
+    /// The native function has taken the first `frames` of what was prepared. The rest is kept: it
+    /// is not processed twice when the program writes it again.
+    void accepted(std::size_t frames) noexcept;
+    /// The program takes back the last `frames` that it has written, as far as they are not played.
+    void takenBack(std::size_t frames) noexcept;
+
+    // [any thread] [real-time safe] Control.
+
+    /// Paused: nothing of it is played until it goes on.
+    void frozen(bool isFrozen) noexcept;
+    /// What has been written and not played is thrown away.
+    void flushed() noexcept;
+    /// No more is to come for now: what is there is played out without waiting for more.
+    void drained() noexcept;
+
+    [[nodiscard]] const NativeFormat& format() const noexcept { return format_; }
+
+  private:
+    friend class StreamLife;
+
+    enum class State : std::uint8_t { kUnused, kOpen, kClosed };
+
+    NativeStream() = default;
+    ~NativeStream() = default;
+
+    // [host thread] Life; the caller holds StreamLife's lock.
+    [[nodiscard]] bool begin(const NativeFormat& format, std::string name, std::uint64_t number);
+    void end();
+    [[nodiscard]] tq_stream facts(tq_stream_fate fate) const;
+    /// Seconds after which all must have been played that is played at all.
+    [[nodiscard]] double longestWait() const;
+    /// Of sound that waits, and of the blocks that are under way.
+    [[nodiscard]] double secondsLeft() const;
+
+    /// [writer] The next `frames` of pre_ and post_, processed as far as they are not yet.
+    void process(const void* samples, std::size_t frames, tq_source* source) noexcept;
+
+    // [render thread]
+    void feed(void* samples, std::size_t frames) noexcept override;
+    void replaceByHeard(void* samples, std::size_t frames) noexcept override;
+
+    // Constant while the stream is open.
+    NativeFormat format_;
+    std::string name_;
+    std::uint64_t number_ = 0;
+    std::size_t unitFrameBytes_ = 0;
+    ConvertSamples toUnit_ = nullptr;
+    ConvertSamples fromUnit_ = nullptr;
+    std::size_t mostFrames_ = 0;  ///< of one piece
+
+    std::unique_ptr<FrameFifo> fifo_;
+
+    // The writer's.
+    ReservedMemory pre_;         ///< as written
+    ReservedMemory post_;        ///< as heard
+    ReservedMemory fresh_;       ///< what is compared with frames that were kept
+    ReservedMemory passed_;      ///< what is passed on where the program's memory is constant
+    std::size_t processed_ = 0;  ///< frames of pre_ and post_, from their beginning
+    std::size_t prepared_ = 0;   ///< frames of the piece that is under way
+    bool isProcessed_ = false;   ///< post_ counts for that piece
+    bool isServed_ = false;      ///< there was a unit when it was prepared
+
+    // The render thread's.
+    std::optional<Pacer> pacer_;
+    ReservedMemory heard_;  ///< the block that is being rendered, as it is heard
+
+    std::atomic<int> users_{0};
+    std::atomic<State> state_{State::kUnused};
+    std::atomic<BridgeUnit*> unit_{nullptr};
+    std::atomic<bool> hasSound_{false};  ///< a first block has been taken
+    std::atomic<bool> isFrozen_{false};
+    std::atomic<std::uint32_t> drains_{0};
+    std::atomic<std::uint32_t> flushes_{0};
+    std::atomic<bool> isOver_{false};         ///< closed, and nothing is left of it
+    std::atomic<std::size_t> block_{0};       ///< frames of the device's last block
+    std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
+    std::atomic<std::size_t> largestPiece_{0};
+    bool isReported_ = false;  ///< under StreamLife's lock
+};
+
+}  // namespace tq::bridges

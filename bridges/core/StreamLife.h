@@ -1,0 +1,76 @@
+#pragma once
+
+#include <semaphore.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bridges/core/NativeStream.h"
+#include "bridges/core/StreamTable.h"
+
+namespace tq::bridges {
+
+/// Which streams there are and which units play them. A thread of its own starts units at their
+/// streams' first blocks and takes them back when nothing is left, so that neither writers nor
+/// native callbacks do it.
+///
+/// Lock order: lock_, then whatever the capture library takes. Writers and render threads take
+/// neither.
+class StreamLife {
+  public:
+    /// Made on first use, never destroyed.
+    static StreamLife& shared();
+
+    // [host thread]
+    void open(const void* key, const NativeFormat& format, std::string_view api,
+              std::string_view own);
+    void close(const void* key);
+    void finish();
+
+    /// [any thread] [real-time safe]
+    [[nodiscard]] NativeStream* find(const void* key) const noexcept { return table_.find(key); }
+    /// [any thread] [real-time safe] There is something to do for the thread.
+    void wake() noexcept { sem_post(&work_); }
+
+  private:
+    /// As many as there are track numbers.
+    static constexpr std::size_t kMostUnits = 7;
+
+    StreamLife();
+
+    void run();
+    void look();
+    void lookAt(NativeStream& stream);
+    void startThread();
+    void closeLocked(const void* key);
+    void endStream(NativeStream& stream);
+    [[nodiscard]] BridgeUnit* unitFor(NativeStream& stream);
+    [[nodiscard]] BridgeUnit* idleUnit(const NativeFormat& format, const std::string& name);
+    [[nodiscard]] bool isLeased(const BridgeUnit& unit) const;
+    [[nodiscard]] std::string nameFor(std::string_view api, std::string_view own) const;
+    [[nodiscard]] NativeStream& unusedStream();
+    [[nodiscard]] bool isBusy();
+    [[nodiscard]] bool hasOthers() const;
+    static void report(NativeStream& stream, tq_stream_fate fate, bool isClosed);
+
+    static void beforeFork();
+    static void afterForkInParent();
+    static void afterForkInChild();
+
+    std::mutex lock_;
+    StreamTable table_;
+    /// Never freed: writers may still look at one that has ended.
+    std::vector<NativeStream*> streams_;
+    std::vector<std::unique_ptr<BridgeUnit>> units_;
+    std::uint64_t lastNumber_ = 0;
+    bool hasThread_ = false;
+    bool isFinished_ = false;  ///< the process ends: no stream is opened any more
+    sem_t work_{};
+};
+
+}  // namespace tq::bridges
