@@ -1,0 +1,35 @@
+// Where the capture library enters when somebody asks for the bridges.
+
+#include <TQAudioRecord/tq_capture.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+#include "bridges/core/NativeApi.h"
+#include "bridges/core/NativeStream.h"
+
+using namespace tq::bridges;
+
+/// Redirects the functions of every native interface in one pass over the loaded images. What is
+/// loaded later follows by itself.
+extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* /*bridges*/) {
+    static std::once_flag once;
+    static tq_result result = TQ_OK;
+    std::call_once(once, [] {
+        std::vector<tqhook_rebinding> rows;
+        for (const NativeApi& api : {alsaApi()}) {
+            rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
+        }
+        tqhook_options options{};
+        options.size = sizeof options;
+        options.exemptsOwnImages = 1;
+        if (tqhook_rebind(rows.data(), rows.size(), &options) != 0) {
+            result = TQ_ERROR_HOOKS_NOT_WORKING;
+            return;
+        }
+        // What streams have left when the process ends in order is still recorded.
+        (void)std::atexit(&NativeStream::finish);
+    });
+    return result;
+}

@@ -1,0 +1,72 @@
+#include "bridges/alsa/AlsaFormat.h"
+
+#include <bit>
+
+namespace tq::bridges {
+namespace {
+
+constexpr bool kIsLittle = std::endian::native == std::endian::little;
+
+/// Of a pair of samples the one whose bytes lie as ALSA says.
+constexpr NativeSample little(NativeSample own, NativeSample swapped) {
+    return kIsLittle ? own : swapped;
+}
+constexpr NativeSample big(NativeSample own, NativeSample swapped) {
+    return kIsLittle ? swapped : own;
+}
+
+}  // namespace
+
+NativeSample alsaSample(snd_pcm_format_t format) noexcept {
+    using enum NativeSample;
+    switch (format) {
+        case SND_PCM_FORMAT_U8:
+            return kU8;
+        case SND_PCM_FORMAT_S8:
+            return kS8;
+        case SND_PCM_FORMAT_S16_LE:
+            return little(kS16, kS16Swapped);
+        case SND_PCM_FORMAT_S16_BE:
+            return big(kS16, kS16Swapped);
+        case SND_PCM_FORMAT_U16_LE:
+            return little(kU16, kU16Swapped);
+        case SND_PCM_FORMAT_U16_BE:
+            return big(kU16, kU16Swapped);
+        case SND_PCM_FORMAT_S24_3LE:
+            return little(kS24In3, kS24In3Swapped);
+        case SND_PCM_FORMAT_S24_3BE:
+            return big(kS24In3, kS24In3Swapped);
+        case SND_PCM_FORMAT_U24_3LE:
+            return little(kU24In3, kU24In3Swapped);
+        case SND_PCM_FORMAT_U24_3BE:
+            return big(kU24In3, kU24In3Swapped);
+        case SND_PCM_FORMAT_S24_LE:
+            return little(kS24In4, kS24In4Swapped);
+        case SND_PCM_FORMAT_S24_BE:
+            return big(kS24In4, kS24In4Swapped);
+        case SND_PCM_FORMAT_U24_LE:
+            return little(kU24In4, kU24In4Swapped);
+        case SND_PCM_FORMAT_U24_BE:
+            return big(kU24In4, kU24In4Swapped);
+        case SND_PCM_FORMAT_S32_LE:
+            return little(kS32, kS32Swapped);
+        case SND_PCM_FORMAT_S32_BE:
+            return big(kS32, kS32Swapped);
+        case SND_PCM_FORMAT_U32_LE:
+            return little(kU32, kU32Swapped);
+        case SND_PCM_FORMAT_U32_BE:
+            return big(kU32, kU32Swapped);
+        case SND_PCM_FORMAT_FLOAT_LE:
+            return little(kF32, kF32Swapped);
+        case SND_PCM_FORMAT_FLOAT_BE:
+            return big(kF32, kF32Swapped);
+        case SND_PCM_FORMAT_FLOAT64_LE:
+            return little(kF64, kF64Swapped);
+        case SND_PCM_FORMAT_FLOAT64_BE:
+            return big(kF64, kF64Swapped);
+        default:
+            return kNotPcm;
+    }
+}
+
+}  // namespace tq::bridges
