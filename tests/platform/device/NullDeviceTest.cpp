@@ -1,3 +1,4 @@
+#include <TQPlatform/NullDevice.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -126,6 +127,28 @@ TEST(NullDevice, KeepsThePaceOfItsRate) {
     }
     EXPECT_GE(end - start, 47 * kPeriod);
     EXPECT_LE(end - start, 10 * 47 * kPeriod);
+}
+
+TEST(NullDevice, HurriesForSoMuchSoundAndKeepsItsPaceAfterIt) {
+    EXPECT_EQ(TQNullDeviceHurry(-1), kAudio_ParamError);
+    EXPECT_EQ(TQNullDeviceHurry(61), kAudio_ParamError);
+    EXPECT_EQ(TQNullDeviceHurry(std::nan("")), kAudio_ParamError);
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(1));
+    ASSERT_EQ(TQNullDeviceHurry(10), 0);
+    constexpr std::size_t kHurried = 10 * 48000 / 512;
+    ASSERT_TRUE(client.waitForSlices(kHurried + 2));
+    const auto notes = client.notes();
+    // The stamps go on as if every period had been waited for, so they run ahead of the clock...
+    const SliceNote& last = notes[kHurried];
+    EXPECT_GT(last.time.mHostTime, last.now + 5'000'000'000U) << "ten seconds took five or more";
+    EXPECT_NEAR(static_cast<double>(last.time.mHostTime - notes[0].time.mHostTime),
+                kHurried * 512e9 / 48000, 1e3);
+    // ...and the next period waits for its own time.
+    const auto seen = client.slices.load();
+    std::this_thread::sleep_for(50ms);
+    EXPECT_LE(client.slices.load(), seen + 2);
 }
 
 TEST(NullDevice, FollowsAPreferredRateAtRestAndWhileItRuns) {
