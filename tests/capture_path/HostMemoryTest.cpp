@@ -235,6 +235,7 @@ TEST_P(FailedBlocks, AreRecordedAsTheSilenceThatTheDevicePlays) {
     play(stream_formats::int16Interleaved(44100, 2));
     captureNow(3);
     listener->clear();
+    const std::uint64_t before = manager().frameSums(0).pre.delivered;
     std::vector<bool> isPlayed;
     for (int i = 0; i < 12; ++i) {
         slices(1);
@@ -249,8 +250,7 @@ TEST_P(FailedBlocks, AreRecordedAsTheSilenceThatTheDevicePlays) {
         EXPECT_EQ(mixes[i + 1].isSilent(), !isPlayed[i + 1]) << i;
     }
     EXPECT_THAT(listener->events(), testing::IsEmpty());
-    const RZFrameSums sums = manager().frameSums(0);
-    EXPECT_EQ(sums.pre.delivered, 12 * kSlice);
+    EXPECT_EQ(manager().frameSums(0).pre.delivered, before + 12 * kSlice);
 }
 
 INSTANTIATE_TEST_SUITE_P(
