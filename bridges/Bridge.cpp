@@ -13,16 +13,20 @@ using namespace tq::bridges;
 
 /// Redirects the functions of every native interface in one pass over the loaded images. What is
 /// loaded later follows by itself.
-extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* /*bridges*/) {
+extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* bridges) {
     static std::once_flag once;
     static tq_result result = TQ_OK;
-    std::call_once(once, [] {
+    std::call_once(once, [bridges] {
         std::vector<tqhook_rebinding> rows;
-        for (const NativeApi& api : {alsaApi()}) {
+        std::vector<const char*> exempt;
+        for (const NativeApi& api : {alsaApi(), sdlApi(bridges->prefers_sdl != 0)}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
+            exempt.insert(exempt.end(), api.exempt.begin(), api.exempt.end());
         }
         tqhook_options options{};
         options.size = sizeof options;
+        options.exemptPatterns = exempt.data();
+        options.exemptPatternCount = exempt.size();
         options.exemptsOwnImages = 1;
         if (tqhook_rebind(rows.data(), rows.size(), &options) != 0) {
             result = TQ_ERROR_HOOKS_NOT_WORKING;

@@ -10,9 +10,14 @@ namespace tq::bridges {
 struct NativeApi {
     const char* name;
     std::span<const tqhook_rebinding> rebindings;
+    /// File names of images, for fnmatch(), whose own calls go to interfaces below this one and are
+    /// recorded here already.
+    std::span<const char* const> exempt = {};
 };
 
 // One for each folder beside this one.
 [[nodiscard]] NativeApi alsaApi();
+/// `isPreferred`: also where SDL plays to another interface.
+[[nodiscard]] NativeApi sdlApi(bool isPreferred);
 
 }  // namespace tq::bridges
