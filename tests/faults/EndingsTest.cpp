@@ -44,6 +44,14 @@ TEST_F(Endings, ADeathInsideIsOne) {
     EXPECT_EQ(retries(), 1U);
 }
 
+TEST_F(Endings, OneThatRunsNoHandlerIsADeathBecauseCrashHandlersEndSo) {
+    arm();
+    EXPECT_EQ(launch("inside:_exit").code, 0);
+    EXPECT_EQ(word(count, 0), 1U);
+    expectPlays(launch("play"), "started");
+    EXPECT_EQ(retries(), 1U);
+}
+
 TEST_F(Endings, AChildThatEndsOrDiesInsideLeavesItsParentAlone) {
     arm();
     expectPlays(launch("child:exit"), "started");

@@ -73,6 +73,9 @@ void end(const std::string& how, char** argv) {
     if (how == "quick_exit") {
         std::quick_exit(0);
     }
+    if (how == "_exit") {
+        _exit(0);
+    }
     if (how == "exec") {
         execlp("true", "true", nullptr);
     }
