@@ -164,13 +164,12 @@ class RZReplayAudioUnitObject {
     void takeBackFormatChange();
     /// [any thread] Real-time safe. No change of the format is open.
     [[nodiscard]] bool isFormatSettled() const { return isSettled(format_.load()); }
+    /// [render thread] Writer only. Real-time safe. Goes before the unit renders a block: what is
+    /// rendered across a change of the format is neither stored nor processed.
+    void noteRenderBegins() noexcept TQ_NONBLOCKING { blockFormat_ = format_.load(); }
     /// [render thread] Writer only. Real-time safe. Goes before the unit renders a block into
-    /// `list`: what is rendered across a change of the format is neither stored nor processed, and
-    /// memory that the host puts in is not written to. Null where nothing is processed.
-    void noteRenderBegins(const AudioBufferList* list) noexcept TQ_NONBLOCKING {
-        blockFormat_ = format_.load();
-        given_.note(list);
-    }
+    /// `list` that is to be processed: memory that the host puts in is not written to.
+    void noteGivenMemory(const AudioBufferList* list) noexcept TQ_NONBLOCKING { given_.note(list); }
 
     /// [any thread] Passes an event on to `callback`.
     void onAudioRecordEvent(std::uint64_t category, std::uint64_t code, const std::string& message);

@@ -91,7 +91,7 @@ namespace {
 /// What the host's callback has made of a block.
 struct RenderedBlock {
     OSStatus status;
-    AudioUnitRenderActionFlags flags;
+    const AudioUnitRenderActionFlags* flags;
     UInt32 frames;
     AudioBufferList* list;
     bool hasEffects;  ///< ducking or compression is on
@@ -100,13 +100,13 @@ struct RenderedBlock {
 /// The device plays nothing of a block whose callback has failed, whatever is in its buffers, and
 /// of unsigned samples that are said to be silent: their bits are cleared, which is no silence.
 bool isPlayedAsSilence(const RenderedBlock& block, const RZReplayAudioUnitObject& obj) {
-    return block.status != 0 || ((block.flags & kAudioUnitRenderAction_OutputIsSilence) != 0 &&
+    return block.status != 0 || (block.flags != nullptr &&
+                                 (*block.flags & kAudioUnitRenderAction_OutputIsSilence) != 0 &&
                                  isUnsigned(obj.streamDesc()));
 }
 
-void store(RZReplayAudioUnitObject& obj, const RenderedBlock& block, bool isSilent,
-           BOOL isProcessed) {
-    if (isSilent) {
+void store(RZReplayAudioUnitObject& obj, const RenderedBlock& block, BOOL isProcessed) {
+    if (isPlayedAsSilence(block, obj)) {
         obj.tryWriteSilence(block.frames, isProcessed);
     } else {
         obj.tryWriteBuffersFrom(block.list, block.frames, isProcessed);
@@ -120,12 +120,11 @@ void takeRenderedBlock(const RZLogSite& site, RZStreamMixManager& manager,
     if (obj != nullptr) {
         obj->setTakenByCallback(YES);
     }
-    const bool isSilent = obj != nullptr && isPlayedAsSilence(block, *obj);
     const auto callback = manager.callback();
     const auto type = static_cast<UInt32>(callback ? callback->getPCMDataType() : 0);
     const bool capturing = obj != nullptr && obj->isCapturing() && manager.isCapturing();
     if (capturing && (type & RZPCMDataTypePre) != 0) {
-        store(*obj, block, isSilent, NO);
+        store(*obj, block, NO);
     }
     // Not only while capturing: this changes what the device plays.
     if (const auto* const owner = obj == nullptr ? nullptr : obj->blockOwner()) {
@@ -137,7 +136,7 @@ void takeRenderedBlock(const RZLogSite& site, RZStreamMixManager& manager,
         const bool stillCapturing = obj->isCapturing() && manager.isCapturing();
         if (stillCapturing) {
             if ((type & RZPCMDataTypePost) != 0) {
-                store(*obj, block, isSilent, YES);
+                store(*obj, block, YES);
             }
         } else {
             sharedEventFilter().SetInterval(kIdleEventIntervalMilliseconds);
@@ -178,7 +177,10 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     // Asked before: what the host puts into the list is told from what was there.
     const bool hasEffects = manager.isDuckingEnable() || manager.isCompressorEnable();
     if (obj) {
-        obj->noteRenderBegins(hasEffects ? ioData : nullptr);
+        obj->noteRenderBegins();
+        if (hasEffects) {
+            obj->noteGivenMemory(ioData);
+        }
         origin = obj->originCallback();
     }
     if (origin.inputProc == nullptr) {
@@ -189,7 +191,7 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     if (origin.inputProc != nullptr) {
         result = origin.inputProc(origin.inputProcRefCon, flags, ts, bus, frames, ioData);
     }
-    const RenderedBlock block{result, flags == nullptr ? 0 : *flags, frames, ioData, hasEffects};
+    const RenderedBlock block{result, flags, frames, ioData, hasEffects};
     RZGuarded(site, [&] { takeRenderedBlock(site, manager, obj.get(), refCon, block); });
     return result;
 }

@@ -79,7 +79,8 @@ OSStatus RenderNotifyCallback(void* refCon, AudioUnitRenderActionFlags* flags,
         return 0;
     }
     if (isBeginning) {
-        obj->noteRenderBegins(ioData);
+        obj->noteRenderBegins();
+        obj->noteGivenMemory(ioData);
     } else {
         RZRoadGuarded(site, [&] { recordRenderedBlock(*obj, frames, ioData); });
     }

@@ -41,7 +41,7 @@ TEST_F(RZReplayAudioUnitObjectDataPathTest, WriteQueuesTheBlockOnTheSideAskedFor
 TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeOfTheFormatIsNotStored) {
     obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
     auto list = OwnedBufferList::interleaved(2, 400);
-    obj.noteRenderBegins(list.get());
+    obj.noteRenderBegins();
     obj.beginFormatChange();
     obj.endFormatChange();
     const auto lost = [&] {
@@ -56,7 +56,7 @@ TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeOfTheFormatIsNotS
 TEST_F(RZReplayAudioUnitObjectDataPathTest, ABlockAcrossAChangeThatIsTakenBackIsStored) {
     obj.setStreamDesc(stream_formats::int16Interleaved(44100, 2));
     auto list = OwnedBufferList::interleaved(2, 400);
-    obj.noteRenderBegins(list.get());
+    obj.noteRenderBegins();
     obj.beginFormatChange();
     obj.takeBackFormatChange();
     obj.tryWriteBuffersFrom(list.get(), 100, NO);

@@ -146,6 +146,23 @@ TEST_F(HostMemory, PutInByANotifyIsNotDuckedButWhatIsPlayed) {
     EXPECT_NEAR(speaker.level(), 0.025, 0.002);
 }
 
+TEST_F(HostMemory, OfAHostThatAsksForNoOtherIsNotDuckedButWhatIsPlayed) {
+    const Speaker speaker;
+    const ConstantTable<std::int16_t> table(8192);
+    render = [&](auto&, UInt32, AudioBufferList& list) {
+        EXPECT_EQ(list.mBuffers[0].mData, nullptr);
+        list.mBuffers[0].mData = table.get();
+        return 0;
+    };
+    const UInt32 no = 0;
+    ASSERT_EQ(AudioUnitSetProperty(host().unit(), kAudioUnitProperty_ShouldAllocateBuffer,
+                                   kAudioUnitScope_Input, 0, &no, sizeof no),
+              0);
+    play(stream_formats::int16Interleaved(44100, 2));
+    duck();
+    EXPECT_NEAR(speaker.level(), 0.025, 0.002);
+}
+
 TEST_F(HostMemory, IsReadWhereItLiesWhileNothingIsProcessed) {
     const ConstantTable<std::int16_t> table(8192);
     render = [&](auto&, UInt32, AudioBufferList& list) {
