@@ -17,6 +17,7 @@ struct NativeApi {
 
 // One for each folder beside this one.
 [[nodiscard]] NativeApi alsaApi();
+[[nodiscard]] NativeApi pulseApi();
 /// `isPreferred`: also where SDL plays to another interface.
 [[nodiscard]] NativeApi sdlApi(bool isPreferred);
 

@@ -1,6 +1,7 @@
 #include "bridges/core/NativeStream.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "bridges/core/GuardScope.h"
@@ -75,7 +76,7 @@ void NativeStream::process(const void* samples, std::size_t frames, tq_source* s
     }
 }
 
-void NativeStream::accepted(std::size_t frames) noexcept {
+void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
     if (frames == 0) {
         return;
     }
@@ -83,12 +84,15 @@ void NativeStream::accepted(std::size_t frames) noexcept {
     if (!isServed_) {
         unserved_.fetch_add(frames, std::memory_order_relaxed);
     } else if (const std::size_t kept = std::min(frames, prepared_); kept != 0) {
-        (void)fifo_->write(pre_.data(), isProcessed_ ? post_.data() : nullptr, kept);
+        const std::size_t gone = std::min(late, kept);
+        const std::size_t from = gone * unitFrameBytes_;
+        (void)fifo_->write(pre_.data() + from, isProcessed_ ? post_.data() + from : nullptr,
+                           kept - gone);
         if (isProcessed_) {
-            const std::size_t from = kept * unitFrameBytes_;
+            const std::size_t next = kept * unitFrameBytes_;
             processed_ -= kept;
-            std::memmove(pre_.data(), pre_.data() + from, processed_ * unitFrameBytes_);
-            std::memmove(post_.data(), post_.data() + from, processed_ * unitFrameBytes_);
+            std::memmove(pre_.data(), pre_.data() + next, processed_ * unitFrameBytes_);
+            std::memmove(post_.data(), post_.data() + next, processed_ * unitFrameBytes_);
         }
         // Longer than the FIFO is: nothing of the rest would find room.
         unserved_.fetch_add(frames - kept, std::memory_order_relaxed);
@@ -103,9 +107,30 @@ void NativeStream::accepted(std::size_t frames) noexcept {
     }
 }
 
-void NativeStream::takenBack(std::size_t frames) noexcept {
+std::size_t NativeStream::takenBack(std::size_t frames) noexcept {
     const GuardScope guard;
-    (void)fifo_->takeBack(frames);
+    return fifo_->takeBack(frames);
+}
+
+void NativeStream::skipped(std::size_t frames) noexcept {
+    // All samples of units are silent at zero.
+    static constexpr std::array<std::byte, 4096> kSilence{};
+    const GuardScope guard;
+    const std::size_t most = kSilence.size() / unitFrameBytes_;
+    for (std::size_t left = std::min(frames, mostFrames_); left != 0;) {
+        const std::size_t count = std::min(left, most);
+        (void)fifo_->write(kSilence.data(), nullptr, count);
+        left -= count;
+    }
+}
+
+void NativeStream::cutShort() noexcept {
+    const GuardScope guard;
+    const std::size_t block = block_.load(std::memory_order_relaxed);
+    const std::size_t behind = pacer_->margin(block, 0) + 2 * block;
+    if (const std::size_t left = fifo_->available(); left > behind) {
+        (void)fifo_->takeBack(left - behind);
+    }
 }
 
 void NativeStream::frozen(bool isFrozen) noexcept {

@@ -67,10 +67,17 @@ class NativeStream final : private BlockFeeder {
     /// (changed in place, or a copy that is valid until the next call).
     [[nodiscard]] void* prepare(const void* samples, std::size_t frames, Memory memory) noexcept;
     /// The native function has taken the first `frames` of what was prepared. The rest is kept: it
-    /// is not processed twice when the program writes it again.
-    void accepted(std::size_t frames) noexcept;
+    /// is not processed twice when the program writes it again. The first `late` of them stand
+    /// where the stream has played already and are not heard.
+    void accepted(std::size_t frames, std::size_t late = 0) noexcept;
     /// The program takes back the last `frames` that it has written, as far as they are not played.
-    void takenBack(std::size_t frames) noexcept;
+    /// Returns how many those were.
+    std::size_t takenBack(std::size_t frames) noexcept;
+    /// The program leaves a gap of `frames`, which is played as silence.
+    void skipped(std::size_t frames) noexcept;
+    /// The native side plays nothing any more of what lies further ahead than it may be behind the
+    /// unit: of that only what has been played by now can have been heard.
+    void cutShort() noexcept;
 
     // [any thread] [real-time safe] Control.
 
@@ -82,6 +89,8 @@ class NativeStream final : private BlockFeeder {
     void drained() noexcept;
 
     [[nodiscard]] const NativeFormat& format() const noexcept { return format_; }
+    /// [any thread] [real-time safe] Frames that have been written and not played.
+    [[nodiscard]] std::size_t waiting() const noexcept { return fifo_->available(); }
 
   private:
     friend class StreamLife;

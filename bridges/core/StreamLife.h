@@ -63,7 +63,7 @@ class StreamLife {
     static void afterForkInChild();
 
     std::mutex lock_;
-    StreamTable table_;
+    StreamTable<NativeStream> table_;
     /// Never freed: writers may still look at one that has ended.
     std::vector<NativeStream*> streams_;
     std::vector<std::unique_ptr<BridgeUnit>> units_;

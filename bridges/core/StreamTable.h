@@ -7,18 +7,17 @@
 
 namespace tq::bridges {
 
-class NativeStream;
-
-/// Streams by the handle that the native library gave the program.
+/// What is known of streams, by the handle that the native library gave the program.
 ///
 /// Invariant: a place holds a stream before it bears its key, and bears the key for as long as the
 /// stream is open. Writers: host threads, one at a time (the caller's lock). Readers: any thread,
 /// acquire on the key. A reader that finds a stream pins it and asks again whether it is still the
 /// key's (NativeStream::Use); streams are never freed.
+template <class Stream>
 class StreamTable {
   public:
     /// False when the key's row is full.
-    bool add(const void* key, NativeStream& stream) noexcept {
+    bool add(const void* key, Stream& stream) noexcept {
         for (Place& place : row(key)) {
             if (place.key.load(std::memory_order_relaxed) == nullptr) {
                 place.stream.store(&stream, std::memory_order_relaxed);
@@ -43,7 +42,7 @@ class StreamTable {
         }
     }
     /// [any thread] [real-time safe] Null for an unknown key.
-    [[nodiscard]] NativeStream* find(const void* key) const noexcept {
+    [[nodiscard]] Stream* find(const void* key) const noexcept {
         for (const Place& place : row(key)) {
             if (place.key.load(std::memory_order_acquire) == key && key != nullptr) {
                 return place.stream.load(std::memory_order_relaxed);
@@ -55,7 +54,7 @@ class StreamTable {
   private:
     struct Place {
         std::atomic<const void*> key{nullptr};
-        std::atomic<NativeStream*> stream{nullptr};
+        std::atomic<Stream*> stream{nullptr};
     };
     static constexpr std::size_t kRows = 128;
     static constexpr std::size_t kPlaces = 8;

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <pulse/pulseaudio.h>
+
+#include "bridges/core/LibraryOf.h"
+
+namespace tq::bridges {
+
+/// What is asked of the program's own copy of libpulse. Getters: none of them talks to the server.
+struct PulseLibrary {
+    decltype(&pa_stream_get_sample_spec) sampleSpec;
+    decltype(&pa_stream_get_buffer_attr) bufferAttr;  ///< null while the stream is not ready
+    decltype(&pa_stream_get_context) context;
+    decltype(&pa_stream_get_format_info) formatInfo;
+    decltype(&pa_proplist_gets) property;
+
+    explicit PulseLibrary(const void* known)
+        : sampleSpec(functionBeside<decltype(pa_stream_get_sample_spec)>(
+              known, "pa_stream_get_sample_spec")),
+          bufferAttr(functionBeside<decltype(pa_stream_get_buffer_attr)>(
+              known, "pa_stream_get_buffer_attr")),
+          context(functionBeside<decltype(pa_stream_get_context)>(known, "pa_stream_get_context")),
+          formatInfo(functionBeside<decltype(pa_stream_get_format_info)>(
+              known, "pa_stream_get_format_info")),
+          property(functionBeside<decltype(pa_proplist_gets)>(known, "pa_proplist_gets")) {}
+
+    /// Format descriptions came later than the rest and may be missing.
+    [[nodiscard]] bool isComplete() const {
+        return sampleSpec != nullptr && bufferAttr != nullptr && context != nullptr &&
+               property != nullptr;
+    }
+    /// Of the copy that the first call went to.
+    static const PulseLibrary& of(const void* known) {
+        static const PulseLibrary library(known);
+        return library;
+    }
+};
+
+}  // namespace tq::bridges

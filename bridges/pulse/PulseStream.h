@@ -1,0 +1,69 @@
+#pragma once
+
+#include <pulse/def.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "bridges/core/NativeStream.h"
+
+namespace tq::bridges {
+
+/// What the program has asked of one pa_stream, as far as it decides what is heard and when. The
+/// server keeps positions, pauses and a prebuffer of its own; here they are followed by the
+/// program's calls.
+///
+/// libpulse wants the calls of one stream one after the other, so nothing here is shared between
+/// threads.
+class PulseStream {
+  public:
+    enum class Kind : std::uint8_t { kUnconnected, kPlayback, kOther };
+
+    /// The sound that a begin_write has handed out.
+    struct Block {
+        const std::byte* begin = nullptr;
+        std::size_t bytes = 0;
+
+        [[nodiscard]] bool holds(const void* samples) const noexcept {
+            const auto* const at = static_cast<const std::byte*>(samples);
+            return begin != nullptr && at >= begin && at < begin + bytes;
+        }
+    };
+
+    // [any thread, one at a time] [real-time safe]
+
+    /// The server has taken `frames` of what was prepared, at the place that `offset` bytes and
+    /// `seek` name. `prebuffer` bytes have to wait before it plays.
+    void written(NativeStream& stream, std::size_t frames, std::int64_t offset, pa_seek_mode_t seek,
+                 std::size_t prebuffer) noexcept;
+    void corked(NativeStream* stream, bool isCorked) noexcept;
+    void flushed(NativeStream& stream) noexcept;
+    /// It plays what is there, whether that is enough or not.
+    void triggered(NativeStream& stream) noexcept;
+    /// The server has said what it is like; `prebuffer` in bytes.
+    void settled(NativeStream& stream, std::size_t prebuffer) noexcept;
+
+    // Set by host threads.
+    const void* key = nullptr;      ///< the pa_stream; null for an unused record
+    const void* context = nullptr;  ///< its pa_context
+    std::string name;               ///< of program and sound
+    int references = 1;             ///< the program's own
+    Kind kind = Kind::kUnconnected;
+    bool isSettled = false;  ///< its format is known, and the bridge's stream open
+    Block block;
+
+  private:
+    [[nodiscard]] std::int64_t place(const NativeStream& stream, std::int64_t offset,
+                                     pa_seek_mode_t seek) const noexcept;
+    void hold(NativeStream& stream) noexcept;
+
+    bool isCorked_ = false;
+    bool isHeld_ = false;   ///< the prebuffer is not full
+    std::size_t held_ = 0;  ///< bytes in it
+    // Frames since the stream began.
+    std::int64_t next_ = 0;  ///< where the server writes next
+    std::int64_t end_ = 0;   ///< of all that has been written
+};
+
+}  // namespace tq::bridges
