@@ -1,85 +1,109 @@
 #include "inject/HostImage.h"
 
+#include <elf.h>
 #include <link.h>
-#include <sys/auxv.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <fstream>
-#include <string>
+#include <cstring>
+#include <span>
 #include <string_view>
-#include <vector>
 
 #include "common/ElfNames.h"
+#include "core/SoundLibraries.h"
 #include "ipc/TapSettings.h"
 
 namespace tqrecorder {
 namespace {
 
-constexpr std::array<std::string_view, 4> kOurs{kTapName, kGateName, "libTQAudioRecord",
-                                                "libtqplatform.so"};
-constexpr std::array<std::string_view, 2> kWanted{"libtqplatform.so", "libTQAudioRecord.so"};
+constexpr std::array<std::string_view, 6> kOurs{
+    kTapName, kGateName, "libTQAudioRecord", "libtqplatform.so", "libtqhook.so", "linux-vdso"};
+/// Libraries there are the system's: what they could open says nothing about the program.
+constexpr std::array<std::string_view, 3> kSystemFolders{"/lib", "/usr/lib", "/usr/local/lib"};
 
-std::string_view baseName(std::string_view path) {
-    return path.substr(path.rfind('/') + 1);
+std::string_view nameOf(const dl_phdr_info& image) {
+    return image.dlpi_name == nullptr ? "" : image.dlpi_name;
 }
 
-template <std::size_t Count>
-bool beginsWithOneOf(std::string_view name, const std::array<std::string_view, Count>& list) {
-    return std::any_of(list.begin(), list.end(),
-                       [name](std::string_view one) { return name.starts_with(one); });
+template <class Wanted>
+bool needs(const dl_phdr_info& image, Wanted wanted) {
+    const tqcommon::MappedDynamic dynamic(image.dlpi_addr, image.dlpi_phdr, image.dlpi_phnum);
+    bool isFound = false;
+    tqcommon::forEachDynamicName(
+        dynamic, DT_NEEDED, [&](std::string_view needed) { isFound = isFound || wanted(needed); });
+    return isFound;
 }
 
-int lookForPlatform(dl_phdr_info* image, std::size_t /*size*/, void* found) {
-    const std::string_view name = baseName(image->dlpi_name == nullptr ? "" : image->dlpi_name);
-    if (beginsWithOneOf(name, kOurs) || name.starts_with("linux-vdso")) {
+int lookForPlatform(dl_phdr_info* image, std::size_t /*size*/, void* /*context*/) {
+    return !beginsWithOneOf(withoutFolders(nameOf(*image)), kOurs) &&
+                   needs(*image,
+                         [](std::string_view name) {
+                             return beginsWithOneOf(name, kPlatformLibraries);
+                         })
+               ? 1
+               : 0;
+}
+
+int lookForSound(dl_phdr_info* image, std::size_t /*size*/, void* /*context*/) {
+    const std::string_view name = withoutFolders(nameOf(*image));
+    return !beginsWithOneOf(name, kOurs) && (isSoundLibrary(name) || needs(*image, isSoundLibrary))
+               ? 1
+               : 0;
+}
+
+bool namesSoundLibrary(std::string_view text) {
+    constexpr std::string_view kBeginning = "lib";
+    while (true) {
+        const void* const found =
+            memmem(text.data(), text.size(), kBeginning.data(), kBeginning.size());
+        if (found == nullptr) {
+            return false;
+        }
+        text.remove_prefix(static_cast<std::size_t>(static_cast<const char*>(found) - text.data()));
+        if (isSoundLibrary(text)) {
+            return true;
+        }
+        text.remove_prefix(kBeginning.size());
+    }
+}
+
+/// What the program's files hold as constants, where it cannot change them.
+int lookForNames(dl_phdr_info* image, std::size_t /*size*/, void* room) {
+    std::size_t& left = *static_cast<std::size_t*>(room);
+    const std::string_view path = nameOf(*image);
+    if (beginsWithOneOf(withoutFolders(path), kOurs) || beginsWithOneOf(path, kSystemFolders)) {
         return 0;
     }
-    const tqcommon::MappedDynamic dynamic(image->dlpi_addr, image->dlpi_phdr, image->dlpi_phnum);
-    bool& isFound = *static_cast<bool*>(found);
-    tqcommon::forEachDynamicName(dynamic, DT_NEEDED, [&isFound](std::string_view needed) {
-        isFound = isFound || beginsWithOneOf(needed, kWanted);
-    });
-    return isFound ? 1 : 0;
+    const std::span segments(image->dlpi_phdr, image->dlpi_phnum);
+    const auto isConstant = [](const ElfW(Phdr) & segment) {
+        return segment.p_type == PT_LOAD && (segment.p_flags & (PF_R | PF_W | PF_X)) == PF_R;
+    };
+    // Older linkers put constants beside the code.
+    const bool isApart = std::any_of(segments.begin(), segments.end(), isConstant);
+    for (const ElfW(Phdr) & segment : segments) {
+        const bool isMixed = segment.p_type == PT_LOAD && (segment.p_flags & (PF_R | PF_W)) == PF_R;
+        if (isApart ? !isConstant(segment) : !isMixed) {
+            continue;
+        }
+        const std::size_t size = std::min<std::size_t>(segment.p_filesz, left);
+        left -= size;
+        if (namesSoundLibrary(
+                {reinterpret_cast<const char*>(image->dlpi_addr + segment.p_vaddr), size})) {
+            return 1;
+        }
+    }
+    return 0;
 }
 
 }  // namespace
 
 bool usesPlatform() {
-    bool found = false;
-    dl_iterate_phdr(lookForPlatform, &found);
-    return found;
+    return dl_iterate_phdr(lookForPlatform, nullptr) != 0;
 }
 
-void restartProgram(char** arguments) {
-    setenv(kRestartVariable, std::to_string(getpid()).c_str(), 1);
-    if (getauxval(AT_BASE) == 0) {
-        // Started as the loader's argument: the file that runs is the loader, which needs its own
-        // arguments again.
-        std::ifstream file("/proc/self/cmdline", std::ios::binary);
-        std::vector<std::string> list;
-        for (std::string argument; std::getline(file, argument, '\0');) {
-            list.push_back(argument);
-        }
-        std::vector<char*> pointers;
-        for (std::string& argument : list) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        execve("/proc/self/exe", pointers.data(), environ);
-    } else {
-        execve("/proc/self/exe", arguments, environ);
-    }
-    unsetenv(kRestartVariable);
-}
-
-bool isRestarted() {
-    const char* const mark = std::getenv(kRestartVariable);
-    const bool isOurs = mark != nullptr && mark == std::to_string(getpid());
-    unsetenv(kRestartVariable);
-    return isOurs;
+bool mayHaveSound() {
+    std::size_t room = std::size_t{64} << 20U;
+    return dl_iterate_phdr(lookForSound, nullptr) != 0 || dl_iterate_phdr(lookForNames, &room) != 0;
 }
 
 }  // namespace tqrecorder

@@ -4,11 +4,16 @@ namespace tqrecorder {
 
 /// Whether the program or a library of it, other than ours, was linked against the platform.
 [[nodiscard]] bool usesPlatform();
+/// Whether this process may ever play: the program or a library of it is linked against the
+/// platform or a library for sound, or holds the name of one, to open it later. Looks no further
+/// than 64 MiB, and in no library of the system.
+[[nodiscard]] bool mayHaveSound();
 
-/// Starts this program again in the same process, with the same arguments, as
-/// kRestartVariable says; returns only when that is not possible.
+/// Starts this program again in the same process, with the same arguments and under the same name,
+/// as kRestartVariable says; returns only when that is not possible.
 void restartProgram(char** arguments);
-/// Whether this is the program that restartProgram() started. Takes the mark back.
+/// Whether this is the program that restartProgram() started. Takes the mark back, and gives the
+/// process its name.
 [[nodiscard]] bool isRestarted();
 
 }  // namespace tqrecorder

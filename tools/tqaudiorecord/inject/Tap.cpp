@@ -70,7 +70,7 @@ void Tap::record(char** arguments) {
     const bool isCommand = getppid() == settings_.recorder;
     usesPlatform_ = usesPlatform();
     // A shell, or a tool that a script calls, is none of our business.
-    if ((!isCommand && !usesPlatform_) || !connection_.open(settings_.socket)) {
+    if ((!isCommand && !mayHaveSound()) || !connection_.open(settings_.socket)) {
         return;
     }
     // The guard decides while the library loads: armed by now, it would let the hooks in at the

@@ -17,7 +17,8 @@ inline constexpr const char* kTapBeginName = "tqaudiorecord_tap_begin";
 /// What is preloaded, and opens the tap beside it where that is wanted.
 inline constexpr const char* kGateName = "libtqaudiorecord_gate.so";
 inline constexpr const char* kSettingsVariable = "TQ_AUDIO_RECORD_TAP";
-/// Set for the one exec by which a process starts anew with its guard armed; holds its pid.
+/// Set for the one exec by which a process starts anew with its guard armed; holds its pid,
+/// a colon and the name of its main thread.
 inline constexpr const char* kRestartVariable = "TQ_AUDIO_RECORD_TAP_RESTART";
 /// The id under which recorders ask for hooks in a program's crash guard.
 inline constexpr unsigned kGuardHookId = 0x5451;

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/SoundLibraries.h"
 #include "session/ElfFile.h"
 
 namespace tqrecorder {
@@ -86,9 +87,9 @@ std::string interpreterOf(const std::string& path) {
     return line.substr(begin, line.find_first_of(" \t", begin) - begin);
 }
 
-/// Whether the file, or a library that it needs, is linked against the platform. Looks only where
-/// the files themselves say, without running anything.
-bool needsPlatform(const ElfFile& program) {
+/// Whether the file, or a library that it needs, is linked against a library for sound. Looks only
+/// where the files themselves say, without running anything.
+bool needsSound(const ElfFile& program) {
     const std::vector<std::string> fixed = [] {
         std::vector<std::string> folders;
         if (const char* const path = std::getenv("LD_LIBRARY_PATH")) {
@@ -107,7 +108,7 @@ bool needsPlatform(const ElfFile& program) {
         const ElfFile elf = std::move(rest.front());
         rest.pop_front();
         for (const std::string& name : elf.needed) {
-            if (name.starts_with("libtqplatform.so") || name.starts_with("libTQAudioRecord.so")) {
+            if (isSoundLibrary(name)) {
                 return true;
             }
             if (seen.size() == kMostLibraries || !seen.insert(name).second) {
@@ -153,7 +154,7 @@ Problem problemOfElf(const std::string& path, const ElfFile& elf) {
     if (!isFile(elf.interpreter)) {
         return Problem::kNoInterpreter;
     }
-    return needsPlatform(elf) ? Problem::kNone : Problem::kNoPlatform;
+    return needsSound(elf) ? Problem::kNone : Problem::kNoSound;
 }
 
 }  // namespace
@@ -203,8 +204,8 @@ std::string HostProgram::text(const std::string& command) const {
             return command + ": is statically linked and cannot be recorded";
         case Problem::kPrivileged:
             return command + ": runs with raised privileges and cannot be recorded";
-        case Problem::kNoPlatform:
-            return command + ": is not linked against the audio platform";
+        case Problem::kNoSound:
+            return command + ": is linked against no library for sound";
     }
     return {};
 }

@@ -14,7 +14,7 @@ struct HostProgram {
         kOtherMachine,   ///< an ELF file for another kind of machine than the recorder's
         kStatic,         ///< nothing can be loaded into it
         kPrivileged,     ///< setuid, setgid or capabilities: the loader ignores preloads
-        kNoPlatform,     ///< not linked against the platform; it may still open it later
+        kNoSound,        ///< linked against nothing that plays; it may still open it later
     };
 
     Problem problem = Problem::kNone;
@@ -23,7 +23,7 @@ struct HostProgram {
 
     /// Whether starting it can lead to a recording.
     [[nodiscard]] bool isWorthStarting() const {
-        return problem == Problem::kNone || problem == Problem::kNoPlatform;
+        return problem == Problem::kNone || problem == Problem::kNoSound;
     }
     /// One line for the user; empty without a problem.
     [[nodiscard]] std::string text(const std::string& command) const;
