@@ -91,15 +91,16 @@ struct Tapped {
         RecordHeader header;
         header.kind = track == 0 ? RecordKind::kMix : RecordKind::kTrack;
         header.track = track;
-        header.unit = unit;
         header.channels = 2;
         header.bitsPerChannel = 16;
         header.buffers = 1;
         header.microseconds = stamp;
         header.sampleRate = 44100;
         const std::vector<std::byte> payload(std::size_t{frames} * 4, std::byte{0x11});
-        const RingWriter::Bytes part(payload);
-        return ring(RingId::kSound).push(header, std::span(&part, 1));
+        const std::string name = track == 0 ? "" : "unit-" + std::to_string(unit);
+        header.nameBytes = static_cast<std::uint32_t>(name.size());
+        const std::array<RingWriter::Bytes, 2> parts{payload, std::as_bytes(std::span(name))};
+        return ring(RingId::kSound).push(header, parts);
     }
     bool say(RecordKind kind, const std::string& text) const {
         RecordHeader header;

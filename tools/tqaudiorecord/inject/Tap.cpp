@@ -32,7 +32,7 @@ void publishTrack(SharedTrack& shared, const tq_track& track) {
     shared.channels = track.format.channels;
     shared.isFloat = track.format.is_float;
     shared.bufferedBytes = track.mix_backlog_bytes;
-    shared.unit = UnitNumber::of(track.unit, track.unit_kind == TQ_UNIT_OF_GRAPH);
+    shared.unit.store(track.name);
 }
 
 }  // namespace

@@ -94,8 +94,8 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
         return;
     }
     constexpr std::size_t kMostBuffers = 32;
-    std::array<RingWriter::Bytes, kMostBuffers> parts;
-    const std::size_t count = std::min<std::size_t>(block.buffer_count, kMostBuffers);
+    std::array<RingWriter::Bytes, kMostBuffers + 1> parts;
+    std::size_t count = std::min<std::size_t>(block.buffer_count, kMostBuffers);
     for (std::size_t i = 0; i < count; ++i) {
         parts[i] = {static_cast<const std::byte*>(block.buffers[i].data), block.buffers[i].bytes};
     }
@@ -114,7 +114,10 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
         mixBlocks_.fetch_add(1, std::memory_order_relaxed);
     } else {
         header.track = block.track;
-        header.unit = UnitNumber::of(block.unit, block.unit_kind == TQ_UNIT_OF_GRAPH);
+        // Each block says whose it is: the one before it may have found no room.
+        parts[count] = bytesOf(block.name);
+        parts[count] = parts[count].first(std::min(parts[count].size(), kLongestName));
+        header.nameBytes = static_cast<std::uint32_t>(parts[count++].size());
     }
     outlet->sound.push(header, std::span(parts).first(count));
 }
@@ -142,7 +145,7 @@ void Tap::pushLine(const tq_log_line& line) noexcept {
     header.kind = RecordKind::kLog;
     header.code = static_cast<std::uint64_t>(line.level);
     const std::array<RingWriter::Bytes, 2> parts{bytesOf(line.function), bytesOf(line.message)};
-    header.first = static_cast<std::uint32_t>(parts[0].size());
+    header.nameBytes = static_cast<std::uint32_t>(parts[0].size());
     outlet->log.push(header, parts);
 }
 
@@ -168,7 +171,7 @@ void Tap::takeUnit(const tq_unit& unit) noexcept {
     if (isLeftOut(unit)) {
         // Notices come one at a time.
         outlet->page->leftOut.note(UnitNumber::of(unit.unit, unit.kind == TQ_UNIT_OF_GRAPH),
-                                   static_cast<std::uint32_t>(unit.reason));
+                                   unit.name, static_cast<std::uint32_t>(unit.reason));
     }
 }
 

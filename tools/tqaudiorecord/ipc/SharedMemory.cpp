@@ -58,7 +58,7 @@ std::uint64_t soundRing(std::uint64_t bytes) {
 
 }  // namespace
 
-void SharedLeftOut::note(std::uint32_t number, std::uint32_t reason) {
+void SharedLeftOut::note(std::uint32_t number, std::string_view name, std::uint32_t reason) {
     const std::uint32_t bit = 1U << reason % 32;
     const std::uint32_t known = count.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < known && i < kMost; ++i) {
@@ -73,6 +73,7 @@ void SharedLeftOut::note(std::uint32_t number, std::uint32_t reason) {
     }
     units[known].number.store(number, std::memory_order_relaxed);
     units[known].reasons.store(bit, std::memory_order_relaxed);
+    units[known].name.store(name);
     count.store(known + 1, std::memory_order_release);
 }
 

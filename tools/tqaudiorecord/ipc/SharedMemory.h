@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string_view>
 
 #include "ipc/SharedFrames.h"
 #include "ipc/SharedRing.h"
+#include "ipc/SharedText.h"
 
 // What a recorded process and the recorder share: one piece of memory that the process makes and
 // the recorder keeps mapped, so that it can be read to its end whatever becomes of the process.
@@ -19,8 +21,8 @@ inline constexpr std::size_t kRings = 3;
 
 enum class RingId : std::size_t { kSound, kEvents, kLog };
 
-/// A host unit as a number: 0 unknown, else its ordinal in the process, shifted by 1, and in the
-/// lowest bit whether it is a graph's.
+/// A host unit as a number, by which it is known again: 0 unknown, else its ordinal in the process,
+/// shifted by 1, and in the lowest bit whether it is a graph's.
 struct UnitNumber {
     [[nodiscard]] static constexpr std::uint32_t of(std::uint32_t ordinal, bool isGraph) {
         return ordinal == 0 ? 0 : ordinal << 1U | (isGraph ? 1U : 0U);
@@ -55,13 +57,14 @@ struct SharedTrack {
     std::atomic<std::uint32_t> channels{0};
     std::atomic<std::uint32_t> isFloat{0};
     std::atomic<std::uint32_t> bufferedBytes{0};
-    std::atomic<std::uint32_t> unit{0};
+    SharedText unit;
 };
 
 /// A unit that played without being captured.
 struct SharedUnit {
     std::atomic<std::uint32_t> number{0};   ///< UnitNumber
     std::atomic<std::uint32_t> reasons{0};  ///< bit n for the library's reason n
+    SharedText name;
 };
 
 /// The units that were left out, in the order in which that was first noticed. Written by the
@@ -73,11 +76,11 @@ struct SharedLeftOut {
     std::atomic<std::uint32_t> reasonsOfMore{0};  ///< of those that found no room here
     SharedUnit units[kMost];
 
-    void note(std::uint32_t number, std::uint32_t reason);
+    void note(std::uint32_t number, std::string_view name, std::uint32_t reason);
 };
 
 struct SharedPage {
-    static constexpr std::uint64_t kMagic = 0x31504154'52515431ULL;
+    static constexpr std::uint64_t kMagic = 0x32504154'52515431ULL;
 
     std::uint64_t magic = kMagic;
     std::uint64_t totalBytes = 0;

@@ -10,7 +10,8 @@
 namespace tqrecorder {
 
 /// What a record in a ring is about. The payload depends on it: buffers of samples one after the
-/// other; an event's message; a log line's function name (`first` bytes) and its text.
+/// other, behind them the name of a track's unit (`nameBytes`); an event's message; a log line's
+/// function name (`nameBytes`) and its text.
 enum class RecordKind : std::uint32_t { kSkip, kMix, kTrack, kEvent, kLog };
 
 /// The fixed part of a record, with nothing in it that a copy could not carry.
@@ -19,7 +20,6 @@ struct RecordHeader {
     RecordKind kind = RecordKind::kSkip;
     std::uint32_t payloadBytes = 0;  ///< set by the ring
     std::uint32_t track = 0;
-    std::uint32_t unit = 0;  ///< number of the host unit, see UnitNumber
     std::uint32_t channels = 0;
     std::uint32_t bitsPerChannel = 0;
     std::uint32_t isFloat = 0;
@@ -27,7 +27,7 @@ struct RecordHeader {
     std::uint32_t isUnsigned = 0;
     std::uint32_t fractionBits = 0;  ///< of fixed point; 0: full scale is the whole range
     std::uint32_t buffers = 0;       ///< the payload is that many buffers of equal size
-    std::uint32_t first = 0;
+    std::uint32_t nameBytes = 0;
     std::uint64_t microseconds = 0;
     std::uint64_t category = 0;
     std::uint64_t code = 0;  ///< of a log line: its level

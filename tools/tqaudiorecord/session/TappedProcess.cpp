@@ -36,8 +36,10 @@ bool isSound(const RecordHeader& header) {
            std::isfinite(header.sampleRate) && header.sampleRate >= kLowestRate &&
            header.sampleRate <= kHighestRate &&
            header.sampleRate * frameBytes <= kMostBytesPerSecond && header.fractionBits < bits &&
-           (header.fractionBits == 0 || bits <= 32) &&
-           header.payloadBytes <= std::max(header.sampleRate, kMostFrames) * frameBytes &&
+           (header.fractionBits == 0 || bits <= 32) && header.nameBytes <= kLongestName &&
+           header.nameBytes <= header.payloadBytes &&
+           header.payloadBytes - header.nameBytes <=
+               std::max(header.sampleRate, kMostFrames) * frameBytes &&
            (header.buffers == 1 || header.buffers == header.channels);
 }
 
@@ -72,6 +74,11 @@ void normalise(std::span<std::byte> samples, const RecordHeader& header) {
 
 std::string textOf(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// What a host calls one of its units, fit to be shown.
+std::string unitName(std::string_view text) {
+    return text.empty() ? "unit" : printable(text.substr(0, kLongestName));
 }
 
 /// Whether there is more to take of what was written by `end`, and time for it.
@@ -179,14 +186,16 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
                               std::span<const std::byte> payload) {
     const bool isMix = header.kind == RecordKind::kMix;
     if ((!isMix && header.kind != RecordKind::kTrack) || !isSound(header) ||
-        (isMix ? header.track != 0 : header.track == 0)) {
+        (isMix ? header.track != 0 : header.track == 0) || payload.size() != header.payloadBytes) {
         return false;
     }
+    const std::string unit =
+        isMix ? std::string() : unitName(textOf(payload.last(header.nameBytes)));
+    payload = payload.first(payload.size() - header.nameBytes);
     Block block;
     block.track = static_cast<int>(header.track);
     block.format = {header.sampleRate, header.channels, header.bitsPerChannel, header.isFloat != 0};
     block.microseconds = header.microseconds;
-    const std::string unit = isMix ? std::string() : unitText(header.unit);
     block.unit = unit;
     const std::size_t frameBytes = block.format.frameBytes();
     const std::size_t frames = payload.size() / frameBytes;
@@ -254,13 +263,13 @@ bool TappedProcess::takeLog(Sink& sink, Deadline deadline) {
             break;
         }
         if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kLog ||
-            header.first > payload.size()) {
+            header.nameBytes > payload.size()) {
             markCorrupt(sink);
             return true;
         }
-        sink.log(process_,
-                 {static_cast<int>(std::min<std::uint64_t>(header.code, 4)),
-                  textOf(payload.first(header.first)), textOf(payload.subspan(header.first))});
+        sink.log(process_, {static_cast<int>(std::min<std::uint64_t>(header.code, 4)),
+                            textOf(payload.first(header.nameBytes)),
+                            textOf(payload.subspan(header.nameBytes))});
     }
     if (const std::uint64_t count = log_.takeLostRecords(); count > 0) {
         sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " log lines were lost"});
@@ -287,7 +296,7 @@ void TappedProcess::tellNumbers(Sink& sink) {
         }
         TrackNumbers numbers;
         numbers.track = static_cast<int>(id);
-        numbers.unit = unitText(track.unit.load());
+        numbers.unit = unitName(track.unit.load());
         // Its own blocks come as 16-bit samples where the host renders float.
         numbers.format = {static_cast<double>(track.sampleRate.load()),
                           std::min(track.channels.load(), kMostChannels), 16, false};
@@ -326,7 +335,7 @@ void TappedProcess::addLeftOut(HostFacts& facts) const {
         std::min<std::size_t>(shared.count.load(std::memory_order_acquire), SharedLeftOut::kMost);
     for (std::size_t i = 0; i < count; ++i) {
         facts.leftOut.push_back(
-            {unitText(shared.units[i].number.load()), shared.units[i].reasons.load()});
+            {unitName(shared.units[i].name.load()), shared.units[i].reasons.load()});
     }
     facts.leftOutMoreReasons |= shared.reasonsOfMore.load();
 }
@@ -335,13 +344,6 @@ void TappedProcess::setDuckLevel(float decibels) {
     if (!isCorrupt_) {
         memory_.page().duckLevel.store(decibels, std::memory_order_relaxed);
     }
-}
-
-std::string TappedProcess::unitText(std::uint32_t number) const {
-    if (number == 0) {
-        return "unit";
-    }
-    return ((number & 1U) != 0 ? "graph-" : "unit-") + std::to_string(number >> 1U);
 }
 
 }  // namespace tqrecorder

@@ -53,7 +53,6 @@ class TappedProcess {
                                  std::span<const std::byte> payload);
     void markCorrupt(Sink& sink);
     void addLeftOut(HostFacts& facts) const;
-    [[nodiscard]] std::string unitText(std::uint32_t number) const;
 
     Process process_;
     std::uint64_t startTime_;

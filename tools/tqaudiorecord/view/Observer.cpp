@@ -9,6 +9,8 @@ namespace tqrecorder {
 namespace {
 
 constexpr std::uint64_t kUnknownCategory = std::numeric_limits<std::uint64_t>::max();
+/// A host may call its unit by another name with every block.
+constexpr std::size_t kMostUnits = 1000;
 constexpr std::uint64_t kUnknownCode = std::numeric_limits<std::uint64_t>::max();
 
 }  // namespace
@@ -55,7 +57,8 @@ void Observer::block(const Process& process, const Block& block) {
     if (frameBytes == 0 || block.format.sampleRate <= 0) {
         return;
     }
-    if (auto& units = stateOf(process).units; block.track != 0 && !units.contains(block.unit)) {
+    if (auto& units = stateOf(process).units;
+        block.track != 0 && units.size() < kMostUnits && !units.contains(block.unit)) {
         units.emplace(block.unit);
     }
     const std::uint64_t frames = block.frames.size() / frameBytes;

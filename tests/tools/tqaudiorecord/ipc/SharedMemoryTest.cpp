@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstring>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -39,17 +40,19 @@ TEST_F(Shared, LeftOutUnitsAreNotedOnceEachWithAllTheirReasons) {
     auto mapped = SharedMapping::map(descriptor);
     ASSERT_TRUE(mapped);
     SharedLeftOut& list = made->page().leftOut;
-    list.note(6, 3);
-    list.note(8, 4);
-    list.note(6, 5);
+    list.note(6, "unit-3", 3);
+    list.note(8, std::string(200, 'n'), 4);
+    list.note(6, "unit-3", 5);
     const SharedLeftOut& seen = mapped->page().leftOut;
     ASSERT_EQ(seen.count.load(), 2U);
     EXPECT_EQ(seen.units[0].number.load(), 6U);
     EXPECT_EQ(seen.units[0].reasons.load(), 1U << 3U | 1U << 5U);
+    EXPECT_EQ(seen.units[0].name.load(), "unit-3");
     EXPECT_EQ(seen.units[1].reasons.load(), 1U << 4U);
+    EXPECT_EQ(seen.units[1].name.load(), std::string(kLongestName, 'n'));
     EXPECT_EQ(seen.reasonsOfMore.load(), 0U);
     for (std::uint32_t number = 10; number < 10 + SharedLeftOut::kMost; ++number) {
-        list.note(number, 6);
+        list.note(number, "one of many", 6);
     }
     EXPECT_EQ(seen.count.load(), SharedLeftOut::kMost);
     EXPECT_EQ(seen.reasonsOfMore.load(), 1U << 6U);
