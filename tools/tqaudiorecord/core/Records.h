@@ -71,6 +71,30 @@ struct TrackNumbers {
     std::uint64_t bufferCapacity = 0;  ///< bytes
 };
 
+/// What became of a native stream of a process (enum tq_stream_fate). Frames are the stream's own.
+struct StreamFacts {
+    std::uint64_t id = 0;  ///< from 1 in the order of opening
+    std::string name;
+    std::uint32_t fate = 0;
+    bool isClosed = false;
+    std::uint32_t channels = 0;
+    double sampleRate = 0;      ///< Hz
+    std::uint64_t written = 0;  ///< taken from the program
+    std::uint64_t played = 0;   ///< of those, rendered into the track
+    std::uint64_t dropped = 0;  ///< of those, thrown away by the program
+    std::uint64_t lost = 0;     ///< of those, not in the track
+
+    [[nodiscard]] bool operator==(const StreamFacts&) const = default;
+};
+
+/// What came of asking for the bridges, through which native sound interfaces are recorded.
+enum class BridgeState : std::uint32_t {
+    kNotAsked,  ///< the hooks are out
+    kOn,
+    kMissing,  ///< their library is not there, or cannot be loaded
+    kRefused,
+};
+
 /// A unit of a process that played without being captured, at least for a while.
 struct LeftOutUnit {
     std::string unit;
@@ -93,6 +117,7 @@ struct HostFacts {
     std::string brokenGuard{};
     std::uint32_t leftOutMoreReasons = 0;  ///< of others that are not listed
     FramesOfTracks frames{};
+    BridgeState bridges = BridgeState::kNotAsked;
 };
 
 }  // namespace tqrecorder

@@ -21,6 +21,8 @@ class Sink {
     virtual void lost(const Process&, std::uint64_t /*blocks*/, std::uint64_t /*bytes*/) {}
     virtual void event(const Process&, const Event&) {}
     virtual void log(const Process&, const LogLine&) {}
+    /// As a stream begins to play, when it is closed, and in between.
+    virtual void stream(const Process&, const StreamFacts&) {}
     /// Several times a second while the process lives.
     virtual void numbers(const Process&, std::span<const TrackNumbers>, const HostFacts&,
                          double /*ringFill, 0 to 1*/) {}

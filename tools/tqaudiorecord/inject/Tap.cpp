@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <ctime>
 #include <memory>
 #include <thread>
 
@@ -37,6 +38,10 @@ void publishTrack(SharedTrack& shared, const tq_track& track) {
 
 }  // namespace
 
+Tap::Tap(const TapSettings& settings) : settings_(settings) {
+    sem_init(&unitMade_, 0, 0);
+}
+
 Tap* Tap::current() {
     return theTap.load(std::memory_order_acquire);
 }
@@ -69,8 +74,9 @@ void Tap::answerGuard() {
 void Tap::record(char** arguments) {
     const bool isCommand = getppid() == settings_.recorder;
     usesPlatform_ = usesPlatform();
+    const bool mayPlay = usesPlatform_ || mayHaveSound();
     // A shell, or a tool that a script calls, is none of our business.
-    if ((!isCommand && !mayHaveSound()) || !connection_.open(settings_.socket)) {
+    if ((!isCommand && !mayPlay) || !connection_.open(settings_.socket)) {
         return;
     }
     // The guard decides while the library loads: armed by now, it would let the hooks in at the
@@ -96,14 +102,19 @@ void Tap::record(char** arguments) {
     rules.ends_disposed_units = 1;
     (void)tq_capture_set_rules(&rules);
     watchForks();
+    // Both before the first stream: its first frame has the level already. And what is to happen at
+    // the end is named before the bridges name theirs, which therefore comes first.
+    setVolume();
+    publishFramesAtExit();
+    memory_->page().facts.bridges = useBridges();
     watch();
-    if (usesPlatform_) {
+    if (mayPlay) {
+        // What plays for the first time is recorded from its first frame on.
         collect();
         // The library starts on a thread of its own, which a child that is forked meanwhile would
         // not have.
         (void)tq_capture_settle();
     }
-    publishFramesAtExit();
     startThread(&Tap::runRecording);
 }
 
@@ -125,7 +136,7 @@ bool Tap::connectRecording(const Hello& hello) {
         return false;
     }
     outlets_ = {memory_->writer(RingId::kSound), memory_->writer(RingId::kEvents),
-                memory_->writer(RingId::kLog), &memory_->page()};
+                memory_->writer(RingId::kLog), memory_->writer(RingId::kStreams), &memory_->page()};
     outlet_.store(&outlets_, std::memory_order_release);
     return true;
 }
@@ -143,15 +154,29 @@ void Tap::startThread(void (Tap::*body)()) {
     }).detach();
 }
 
+/// Where nothing is collected yet, a unit that is made ends the pause.
+bool Tap::waitForEnd(int milliseconds) {
+    if (mix_ != nullptr) {
+        return connection_.waitForEnd(milliseconds, settings_.recorder);
+    }
+    timespec then{};
+    clock_gettime(CLOCK_REALTIME, &then);
+    then.tv_nsec += milliseconds * 1'000'000L;
+    then.tv_sec += then.tv_nsec / 1'000'000'000L;
+    then.tv_nsec %= 1'000'000'000L;
+    (void)sem_timedwait(&unitMade_, &then);
+    return connection_.waitForEnd(0, settings_.recorder);
+}
+
 void Tap::runRecording() {
     const bool follows = settings_.duck;
     for (int turn = 0;; ++turn) {
         const int wait = follows ? kFollowMilliseconds : kPublishMilliseconds;
-        if (connection_.waitForEnd(wait, settings_.recorder)) {
+        if (waitForEnd(wait)) {
             break;
         }
         const std::lock_guard lock(work_);
-        if (mix_ == nullptr && isUnitSeen_.load(std::memory_order_relaxed)) {
+        if (mix_ == nullptr && isUnitMade_.load(std::memory_order_relaxed)) {
             collect();
             (void)tq_capture_settle();
         }

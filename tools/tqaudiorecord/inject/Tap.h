@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TQAudioRecord/tq_capture.h>
+#include <semaphore.h>
 
 #include <atomic>
 #include <mutex>
@@ -15,8 +16,9 @@
 namespace tqrecorder {
 
 /// What is inside a recorded process: listeners of the capture library that copy blocks, events,
-/// log lines and what becomes of units into shared memory, and a thread that keeps the rest up to
-/// date and takes everything away when the recorder has gone. Made once, never destroyed.
+/// log lines and what becomes of units and streams into shared memory, and a thread that keeps the
+/// rest up to date and takes everything away when the recorder has gone. Made once, never
+/// destroyed.
 ///
 /// Tap.cpp has its life, TapListening.cpp what the listeners do, TapFork.cpp what fork() asks for.
 class Tap {
@@ -32,10 +34,11 @@ class Tap {
         RingWriter sound;
         RingWriter events;
         RingWriter log;
+        RingWriter streams;
         SharedPage* page = nullptr;
     };
 
-    explicit Tap(const TapSettings& settings) : settings_(settings) {}
+    explicit Tap(const TapSettings& settings);
 
     /// [any thread] The one of this process; null while the process is not recorded.
     [[nodiscard]] static Tap* current();
@@ -45,8 +48,11 @@ class Tap {
     [[nodiscard]] bool connectRecording(const Hello& hello);
     void startThread(void (Tap::*body)());
     void runRecording();
+    void setVolume();
+    [[nodiscard]] static BridgeState useBridges();
     void watch();
     void collect();
+    [[nodiscard]] bool waitForEnd(int milliseconds);
     void publish();
     void leave();
 
@@ -54,6 +60,7 @@ class Tap {
     void pushBlock(RecordKind kind, const tq_block& block) noexcept;
     void pushEvent(const tq_event& event) noexcept;
     void pushLine(const tq_log_line& line) noexcept;
+    void pushStream(const tq_stream& stream) noexcept;
     void takeUnit(const tq_unit& unit) noexcept;
     void publishCounts(SharedPage& page) const noexcept;
 
@@ -86,9 +93,12 @@ class Tap {
     tq_unit_counts countsBefore_{};  ///< what a child has of its parent
     FramesOfTracks framesAtFork_{};
     FramesOfTracks framesBefore_{};
+    std::atomic<bool> isUnitMade_{false};
+    /// From here on there may be sound.
     std::atomic<bool> isUnitSeen_{false};
     std::atomic<std::uint64_t> mixBlocks_{0};
-    std::mutex work_;  ///< held while our own thread is in the library
+    sem_t unitMade_{};  ///< posted for the tap's thread while nothing is collected
+    std::mutex work_;   ///< held while our own thread is in the library
     bool usesPlatform_ = false;
     /// A child without exec: connects anew when it makes its first unit.
     std::atomic<bool> isForked_{false};

@@ -71,7 +71,8 @@ void Tap::runForked() {
     if (!connectRecording(hello)) {
         return;
     }
-    isUnitSeen_ = true;
+    isUnitMade_ = isUnitSeen_ = true;
+    memory_->page().facts.bridges = useBridges();
     publishCounts(memory_->page());
     if (mix_ == nullptr) {
         collect();

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "inject/Tap.h"
+#include "ipc/SharedStream.h"
 
 // What the tap's listeners do with what the library tells them.
 
@@ -44,8 +45,25 @@ tq_listener listenerOf(void* tap) {
 
 }  // namespace
 
+BridgeState Tap::useBridges() {
+    const tq_bridges bridges{sizeof bridges, 0};
+    switch (tq_capture_use_bridges(&bridges)) {
+        case TQ_OK:
+            return BridgeState::kOn;
+        case TQ_ERROR_HOOKS_NOT_WORKING:
+            return BridgeState::kNotAsked;
+        case TQ_ERROR_NO_BRIDGES:
+            return BridgeState::kMissing;
+        default:
+            return BridgeState::kRefused;
+    }
+}
+
 void Tap::watch() {
     tq_listener listener = listenerOf(this);
+    listener.on_stream = [](void* tap, const tq_stream* stream) {
+        static_cast<Tap*>(tap)->pushStream(*stream);
+    };
     listener.on_unit = [](void* tap, const tq_unit* unit) {
         static_cast<Tap*>(tap)->takeUnit(*unit);
     };
@@ -57,8 +75,11 @@ void Tap::watch() {
     (void)tq_capture_listen(&listener, &watching_);
 }
 
-void Tap::collect() {
-    if (!volume_.begin(settings_)) {
+/// Levels that are set before a stream begins count from its first frame.
+void Tap::setVolume() {
+    if (volume_.begin(settings_)) {
+        volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed));
+    } else {
         tq_event refused{};
         refused.category = TQ_EVENT_PROCESSING;
         refused.code = TQ_EVENT_HOOKS_NOT_WORKING;
@@ -66,6 +87,9 @@ void Tap::collect() {
         refused.host_microseconds = hostMicroseconds();
         pushEvent(refused);
     }
+}
+
+void Tap::collect() {
     tq_listener mix = listenerOf(this);
     mix.on_mix = [](void* tap, const tq_block* block) {
         static_cast<Tap*>(tap)->pushBlock(RecordKind::kMix, *block);
@@ -88,6 +112,9 @@ void Tap::collect() {
 
 void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
     const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
+    if (kind == RecordKind::kMix) {
+        mixBlocks_.fetch_add(1, std::memory_order_relaxed);
+    }
     // Before its first unit a process has no sound, and a launcher never has: the mix would be
     // silence in files that another process's sound belongs into.
     if (outlet == nullptr || !isUnitSeen_.load(std::memory_order_relaxed)) {
@@ -110,9 +137,7 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
     header.fractionBits = block.fraction_bits;
     header.sampleRate = block.format.sample_rate;
     header.microseconds = block.host_microseconds;
-    if (kind == RecordKind::kMix) {
-        mixBlocks_.fetch_add(1, std::memory_order_relaxed);
-    } else {
+    if (kind == RecordKind::kTrack) {
         header.track = block.track;
         // Each block says whose it is: the one before it may have found no room.
         parts[count] = bytesOf(block.name);
@@ -149,6 +174,30 @@ void Tap::pushLine(const tq_log_line& line) noexcept {
     outlet->log.push(header, parts);
 }
 
+void Tap::pushStream(const tq_stream& stream) noexcept {
+    const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
+    if (outlet == nullptr) {
+        return;
+    }
+    const SharedStream shared{stream.stream,
+                              static_cast<std::uint32_t>(stream.fate),
+                              stream.is_closed,
+                              stream.channels,
+                              0,
+                              stream.sample_rate,
+                              stream.written,
+                              stream.played,
+                              stream.dropped,
+                              stream.lost};
+    RingWriter::Bytes name = bytesOf(stream.name);
+    name = name.first(std::min(name.size(), kLongestName));
+    RecordHeader header;
+    header.kind = RecordKind::kStream;
+    header.nameBytes = static_cast<std::uint32_t>(name.size());
+    const std::array<RingWriter::Bytes, 2> parts{std::as_bytes(std::span(&shared, 1)), name};
+    outlet->streams.push(header, parts);
+}
+
 void Tap::takeUnit(const tq_unit& unit) noexcept {
     if (isForked_.load(std::memory_order_relaxed)) {
         if (isNew(unit) && isForked_.exchange(false)) {
@@ -164,7 +213,11 @@ void Tap::takeUnit(const tq_unit& unit) noexcept {
     if (outlet == nullptr) {
         return;
     }
-    if (isNew(unit)) {
+    if (isNew(unit) && !isUnitMade_.exchange(true, std::memory_order_relaxed)) {
+        sem_post(&unitMade_);
+    }
+    // A program that is not written for the platform opens streams also to see what there is.
+    if (usesPlatform_ ? isNew(unit) : unit.is_started != 0) {
         isUnitSeen_.store(true, std::memory_order_relaxed);
     }
     publishCounts(*outlet->page);

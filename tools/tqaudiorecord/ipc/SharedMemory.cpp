@@ -17,12 +17,13 @@ namespace {
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
 constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
+constexpr std::uint64_t kStreamBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kMostSoundBytes = std::uint64_t{4} << 30U;
 
 /// What the reader copies of one record: a second of any format that it takes, a long text.
 constexpr std::size_t kMostPayload[kRings] = {std::size_t{32} << 20U, std::size_t{64} << 10U,
-                                              std::size_t{64} << 10U};
+                                              std::size_t{64} << 10U, std::size_t{4} << 10U};
 
 /// While it lives, a limit of file sizes is an error of this thread's calls, not a signal that ends
 /// the host.
@@ -96,11 +97,13 @@ SharedMapping::~SharedMapping() {
 }
 
 std::uint64_t SharedMapping::sizeFor(std::uint64_t soundBytes) {
-    return wholePages(sizeof(SharedPage)) + soundRing(soundBytes) + kEventBytes + kLogBytes;
+    return wholePages(sizeof(SharedPage)) + soundRing(soundBytes) + kEventBytes + kLogBytes +
+           kStreamBytes;
 }
 
 std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& descriptor) {
-    const std::uint64_t sizes[kRings] = {soundRing(soundBytes), kEventBytes, kLogBytes};
+    const std::uint64_t sizes[kRings] = {soundRing(soundBytes), kEventBytes, kLogBytes,
+                                         kStreamBytes};
     const std::uint64_t total = sizeFor(soundBytes);
     descriptor = memfd_create("tqaudiorecord", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (descriptor < 0) {

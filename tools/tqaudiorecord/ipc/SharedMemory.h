@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "core/Records.h"
 #include "ipc/SharedFrames.h"
 #include "ipc/SharedRing.h"
 #include "ipc/SharedText.h"
@@ -17,9 +18,9 @@
 namespace tqrecorder {
 
 inline constexpr std::size_t kTracks = kFrameTracks;
-inline constexpr std::size_t kRings = 3;
+inline constexpr std::size_t kRings = 4;
 
-enum class RingId : std::size_t { kSound, kEvents, kLog };
+enum class RingId : std::size_t { kSound, kEvents, kLog, kStreams };
 
 /// A host unit as a number, by which it is known again: 0 unknown, else its ordinal in the process,
 /// shifted by 1, and in the lowest bit whether it is a graph's.
@@ -48,6 +49,7 @@ struct SharedFacts {
     std::atomic<std::int32_t> retriesLeft{0};
     std::atomic<std::uint64_t> unitsCreated{0};
     std::atomic<std::uint64_t> unitsStarted{0};
+    std::atomic<BridgeState> bridges{BridgeState::kNotAsked};
 };
 
 /// One track as the library's statistics tell it.

@@ -101,7 +101,7 @@ RingReader::Found RingReader::next(RecordHeader& header, std::span<const std::by
             continue;
         }
         if (copy.bytes < sizeof copy || copy.payloadBytes > copy.bytes - sizeof copy ||
-            copy.kind > RecordKind::kLog) {
+            copy.kind > RecordKind::kStream) {
             return refuse();
         }
         scratch_.resize(std::min<std::size_t>(copy.payloadBytes, mostPayload_));

@@ -11,8 +11,8 @@ namespace tqrecorder {
 
 /// What a record in a ring is about. The payload depends on it: buffers of samples one after the
 /// other, behind them the name of a track's unit (`nameBytes`); an event's message; a log line's
-/// function name (`nameBytes`) and its text.
-enum class RecordKind : std::uint32_t { kSkip, kMix, kTrack, kEvent, kLog };
+/// function name (`nameBytes`) and its text; a SharedStream and its name (`nameBytes`).
+enum class RecordKind : std::uint32_t { kSkip, kMix, kTrack, kEvent, kLog, kStream };
 
 /// The fixed part of a record, with nothing in it that a copy could not carry.
 struct RecordHeader {

@@ -32,6 +32,12 @@ void SinkSet::log(const Process& process, const LogLine& line) {
     }
 }
 
+void SinkSet::stream(const Process& process, const StreamFacts& facts) {
+    for (const auto& sink : sinks_) {
+        sink->stream(process, facts);
+    }
+}
+
 void SinkSet::numbers(const Process& process, std::span<const TrackNumbers> tracks,
                       const HostFacts& facts, double ringFill) {
     for (const auto& sink : sinks_) {

@@ -24,6 +24,7 @@ class SinkSet : public Sink {
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void event(const Process& process, const Event& event) override;
     void log(const Process& process, const LogLine& line) override;
+    void stream(const Process& process, const StreamFacts& facts) override;
     void numbers(const Process& process, std::span<const TrackNumbers> tracks,
                  const HostFacts& facts, double ringFill) override;
     void processEnded(const Process& process, const HostFacts& facts) override;

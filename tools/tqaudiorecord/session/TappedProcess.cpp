@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "ipc/Printable.h"
+#include "ipc/SharedStream.h"
 #include "session/ProcessHandle.h"
 
 namespace tqrecorder {
@@ -119,6 +120,7 @@ bool TappedProcess::take(Connection connection, std::uint64_t mostBytes) {
     sound_ = memory_.reader(RingId::kSound);
     events_ = memory_.reader(RingId::kEvents);
     log_ = memory_.reader(RingId::kLog);
+    streams_ = memory_.reader(RingId::kStreams);
     socket_ = std::move(connection.socket);
     hello_ = connection.hello;
     process_.pid = connection.pid;
@@ -153,6 +155,7 @@ bool TappedProcess::drain(Sink& sink, Deadline deadline) {
     const Deadline half = now + (deadline - now) / 2;
     bool isAll = takeLog(sink, half);
     isAll = takeEvents(sink, half) && isAll;
+    isAll = takeStreams(sink, half) && isAll;
     isAll = takeSound(sink, deadline) && isAll;
     const std::uint64_t blocks = sound_.takeLostRecords();
     if (blocks > 0) {
@@ -277,6 +280,35 @@ bool TappedProcess::takeLog(Sink& sink, Deadline deadline) {
     return log_.hasTaken(end);
 }
 
+bool TappedProcess::takeStreams(Sink& sink, Deadline deadline) {
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    const std::uint64_t end = streams_.written();
+    while (goesOn(streams_, end, deadline)) {
+        const RingReader::Found found = streams_.next(header, payload);
+        if (found == RingReader::Found::kNothing) {
+            break;
+        }
+        if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kStream ||
+            header.nameBytes > kLongestName ||
+            payload.size() != sizeof(SharedStream) + header.nameBytes) {
+            markCorrupt(sink);
+            return true;
+        }
+        SharedStream shared;
+        std::memcpy(&shared, payload.data(), sizeof shared);
+        if (!std::isfinite(shared.sampleRate)) {
+            markCorrupt(sink);
+            return true;
+        }
+        sink.stream(process_, {shared.stream, unitName(textOf(payload.last(header.nameBytes))),
+                               shared.fate, shared.isClosed != 0,
+                               std::min(shared.channels, kMostChannels), shared.sampleRate,
+                               shared.written, shared.played, shared.dropped, shared.lost});
+    }
+    return streams_.hasTaken(end);
+}
+
 void TappedProcess::markCorrupt(Sink& sink) {
     isCorrupt_ = true;
     socket_.reset();
@@ -323,6 +355,7 @@ HostFacts TappedProcess::facts() const {
     for (std::size_t track = 0; track < kTracks; ++track) {
         memory_.page().frames[track].addTo(facts.frames[track]);
     }
+    facts.bridges = shared.bridges.load();
     facts.blocks = blocks_;
     facts.blocksWithSound = blocksWithSound_;
     addLeftOut(facts);

@@ -49,6 +49,7 @@ class TappedProcess {
     [[nodiscard]] bool takeSound(Sink& sink, Deadline deadline);
     [[nodiscard]] bool takeEvents(Sink& sink, Deadline deadline);
     [[nodiscard]] bool takeLog(Sink& sink, Deadline deadline);
+    [[nodiscard]] bool takeStreams(Sink& sink, Deadline deadline);
     [[nodiscard]] bool handBlock(Sink& sink, const RecordHeader& header,
                                  std::span<const std::byte> payload);
     void markCorrupt(Sink& sink);
@@ -63,6 +64,7 @@ class TappedProcess {
     RingReader sound_;
     RingReader events_;
     RingReader log_;
+    RingReader streams_;
     HostFacts before_;  ///< of the programs that this process ran before
     std::uint64_t blocks_ = 0;
     std::uint64_t blocksWithSound_ = 0;

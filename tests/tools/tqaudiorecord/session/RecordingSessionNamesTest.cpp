@@ -1,8 +1,10 @@
 // What units are called by whoever made them.
 
+#include <TQAudioRecord/tq_capture.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "SessionFixture.h"
 
@@ -28,6 +30,16 @@ TEST_F(Session, AUnitsOwnNameSteersNoTerminalAndIsBounded) {
                   .hostExitCode,
               0);
     EXPECT_EQ(sink.only().streams.at(1).unit, "pulse-1  [2J?" + std::string(82, 'x'));
+}
+
+TEST_F(Session, WhatBecameOfAStreamArrives) {
+    record({kBridge, "report", std::to_string(TQ_STREAM_NOT_PCM), "480", "alsa-1 iec958\n"});
+    StreamFacts facts{1, "alsa-1 iec958 ", TQ_STREAM_NOT_PCM, false, 2, 48000, 480, 240, 120, 3};
+    std::vector<StreamFacts> expected{facts};
+    facts.isClosed = true;
+    expected.push_back(facts);
+    ASSERT_EQ(sink.processes.size(), 1U);
+    EXPECT_EQ(sink.processes.at(1).streamFacts, expected);
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ class RememberingSink : public tqrecorder::Sink {
         std::vector<tqrecorder::Event> events;
         std::vector<tqrecorder::LogLine> log;
         std::vector<tqrecorder::TrackNumbers> numbers;  ///< the last that were not empty
+        std::vector<tqrecorder::StreamFacts> streamFacts;
         tqrecorder::HostFacts facts;
         std::uint64_t lostBlocks = 0;
         std::uint64_t lostBytes = 0;
@@ -92,6 +93,9 @@ class RememberingSink : public tqrecorder::Sink {
     }
     void log(const tqrecorder::Process& process, const tqrecorder::LogLine& line) override {
         processes[process.id].log.push_back(line);
+    }
+    void stream(const tqrecorder::Process& process, const tqrecorder::StreamFacts& facts) override {
+        processes[process.id].streamFacts.push_back(facts);
     }
     void numbers(const tqrecorder::Process& process,
                  std::span<const tqrecorder::TrackNumbers> tracks,
