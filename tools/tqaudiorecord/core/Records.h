@@ -87,6 +87,21 @@ struct StreamFacts {
     [[nodiscard]] bool operator==(const StreamFacts&) const = default;
 };
 
+/// What was seen from outside of a process below COMMAND, or of COMMAND itself.
+struct SeenProcess {
+    pid_t pid = 0;
+    std::string name;
+    std::string program{};      ///< its file; empty where the system does not tell
+    bool isTapped = false;      ///< it has connected
+    bool isStatic = false;      ///< nothing can be loaded into it
+    bool isPrivileged = false;  ///< the system lets nothing be loaded into it
+    bool isSandboxed = false;   ///< behind a filter of system calls, or in a network of its own
+    std::string library{};      ///< the first for sound that it has loaded
+    std::string device{};       ///< the first raw device for sound that it holds open
+
+    [[nodiscard]] bool operator==(const SeenProcess&) const = default;
+};
+
 /// What came of asking for the bridges, through which native sound interfaces are recorded.
 enum class BridgeState : std::uint32_t {
     kNotAsked,  ///< the hooks are out
@@ -118,6 +133,7 @@ struct HostFacts {
     std::uint32_t leftOutMoreReasons = 0;  ///< of others that are not listed
     FramesOfTracks frames{};
     BridgeState bridges = BridgeState::kNotAsked;
+    bool mayPlay = false;  ///< linked against a library for sound, or names one
 };
 
 }  // namespace tqrecorder

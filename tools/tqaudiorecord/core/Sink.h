@@ -26,6 +26,8 @@ class Sink {
     /// Several times a second while the process lives.
     virtual void numbers(const Process&, std::span<const TrackNumbers>, const HostFacts&,
                          double /*ringFill, 0 to 1*/) {}
+    /// Once for each process that was seen, before finish().
+    virtual void seen(const SeenProcess&) {}
     virtual void processEnded(const Process&, const HostFacts&) {}
     /// About ten times a second, whatever else happens: refresh headers, redraw.
     virtual void tick(std::uint64_t /*elapsedMicroseconds*/) {}

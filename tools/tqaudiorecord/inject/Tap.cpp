@@ -92,6 +92,7 @@ void Tap::record(char** arguments) {
     Hello hello = helloWith(guardStatus(), usesPlatform_);
     hello.isRecording = 1;
     hello.isRestartFailed = isRestartFailed ? 1 : 0;
+    hello.mayPlay = mayPlay ? 1 : 0;
     if (!connectRecording(hello)) {
         return;
     }

@@ -68,6 +68,7 @@ void Tap::runForked() {
     }
     Hello hello = helloWith(guardStatus(), true);
     hello.isRecording = 1;
+    hello.mayPlay = 1;
     if (!connectRecording(hello)) {
         return;
     }

@@ -54,6 +54,7 @@ struct Hello {
     std::uint32_t magic = kMagic;
     std::uint32_t isRecording = 0;
     std::uint32_t usesPlatform = 0;  ///< an image other than ours was linked against it
+    std::uint32_t mayPlay = 0;       ///< linked against a library for sound, or names one
     std::uint32_t guard = 0;         ///< GuardState, after what was asked for was done
     std::int32_t retriesLeft = 0;
     std::uint32_t isRestartFailed = 0;  ///< the guard was armed for the next launch only

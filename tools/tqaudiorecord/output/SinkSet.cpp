@@ -45,6 +45,12 @@ void SinkSet::numbers(const Process& process, std::span<const TrackNumbers> trac
     }
 }
 
+void SinkSet::seen(const SeenProcess& process) {
+    for (const auto& sink : sinks_) {
+        sink->seen(process);
+    }
+}
+
 void SinkSet::processEnded(const Process& process, const HostFacts& facts) {
     for (const auto& sink : sinks_) {
         sink->processEnded(process, facts);

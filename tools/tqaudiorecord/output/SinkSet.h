@@ -27,6 +27,7 @@ class SinkSet : public Sink {
     void stream(const Process& process, const StreamFacts& facts) override;
     void numbers(const Process& process, std::span<const TrackNumbers> tracks,
                  const HostFacts& facts, double ringFill) override;
+    void seen(const SeenProcess& process) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
     void save() override;

@@ -60,16 +60,6 @@ std::string lookUp(const std::string& command) {
     return found;
 }
 
-bool raisesPrivileges(const std::string& path) {
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0) {
-        return false;
-    }
-    return ((status.st_mode & S_ISUID) != 0 && status.st_uid != getuid()) ||
-           ((status.st_mode & S_ISGID) != 0 && status.st_gid != getgid()) ||
-           (geteuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0);
-}
-
 /// The program behind "#!"; empty for other files.
 std::string interpreterOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -158,6 +148,16 @@ Problem problemOfElf(const std::string& path, const ElfFile& elf) {
 }
 
 }  // namespace
+
+bool raisesPrivileges(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    return ((status.st_mode & S_ISUID) != 0 && status.st_uid != getuid()) ||
+           ((status.st_mode & S_ISGID) != 0 && status.st_gid != getgid()) ||
+           (geteuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0);
+}
 
 HostProgram findHostProgram(const std::string& command) {
     HostProgram program;

@@ -32,4 +32,7 @@ struct HostProgram {
 /// Looks a command up as execvp() would, and at its file.
 [[nodiscard]] HostProgram findHostProgram(const std::string& command);
 
+/// Whether a program of this file runs with other rights than its user.
+[[nodiscard]] bool raisesPrivileges(const std::string& path);
+
 }  // namespace tqrecorder

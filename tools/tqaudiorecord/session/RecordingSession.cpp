@@ -27,6 +27,8 @@ constexpr milliseconds kTurn{50};
 constexpr milliseconds kLeastTurn{1};
 /// At the end what was delivered before it is still taken.
 constexpr milliseconds kLastTurn{2000};
+/// Looking at processes from outside costs files: often at the beginning, then seldom.
+constexpr milliseconds kLongestLookPause{3000};
 
 }  // namespace
 
@@ -97,6 +99,7 @@ bool RecordingSession::launch(std::string& error) {
     settings.releaseSeconds = static_cast<float>(options_.releaseSeconds);
     began_ = Clock::now();
     nextTick_ = began_ + kTickPause;
+    nextLook_ = began_ + lookPause_;
     return host_.start(plan, error);
 }
 
@@ -172,6 +175,7 @@ void RecordingSession::takeConnection(Connection connection) {
         firstConnection_ = Clock::now();
     }
     const pid_t pid = connection.pid;
+    look_.setTapped(pid);
     const std::string name = printable(connection.hello.name.data());
     const bool isRestartFailed = connection.hello.isRestartFailed != 0;
     const std::uint64_t startTime = TappedProcess::startTimeOf(pid);
@@ -258,7 +262,18 @@ void RecordingSession::tick() {
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);
     }
+    if (Clock::now() >= nextLook_) {
+        lookAround();
+    }
     sink_.tick(elapsedMicroseconds());
+}
+
+void RecordingSession::lookAround() {
+    if (!host_.isOver()) {
+        look_.lookAt(host_.pid());
+    }
+    lookPause_ = std::min(2 * lookPause_, kLongestLookPause);
+    nextLook_ = Clock::now() + lookPause_;
 }
 
 bool RecordingSession::isTimeOver() const {
@@ -271,6 +286,10 @@ void RecordingSession::finish(RecordingResult& result) {
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);
         sink_.processEnded(process->process(), process->facts());
+    }
+    lookAround();
+    for (const SeenProcess& seen : look_.processes()) {
+        sink_.seen(seen);
     }
     sink_.tick(elapsedMicroseconds());
     // Before the host is waited for: the files are whole even if the user kills the recorder then.

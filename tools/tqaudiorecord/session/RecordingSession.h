@@ -11,6 +11,7 @@
 #include "core/Sink.h"
 #include "session/Acceptor.h"
 #include "session/DuckSource.h"
+#include "session/HostLook.h"
 #include "session/Launch.h"
 #include "session/Notes.h"
 #include "session/SignalGate.h"
@@ -67,6 +68,7 @@ class RecordingSession {
     [[nodiscard]] bool isAnyEndedLeft() const;
     [[nodiscard]] std::vector<std::string> notes() const;
     void tick();
+    void lookAround();
     [[nodiscard]] bool isTimeOver() const;
     void finish(RecordingResult& result);
     void endHost();
@@ -85,6 +87,9 @@ class RecordingSession {
     int lastId_ = 0;
     bool hostKnows_ = false;  ///< the terminal has sent the host the same signal
     Notes notes_;
+    HostLook look_;
+    std::chrono::milliseconds lookPause_{100};
+    Clock::time_point nextLook_;
     Clock::time_point began_;
     Clock::time_point nextTick_;
     std::optional<Clock::time_point> firstConnection_;

@@ -356,6 +356,7 @@ HostFacts TappedProcess::facts() const {
         memory_.page().frames[track].addTo(facts.frames[track]);
     }
     facts.bridges = shared.bridges.load();
+    facts.mayPlay = hello_.mayPlay != 0;
     facts.blocks = blocks_;
     facts.blocksWithSound = blocksWithSound_;
     addLeftOut(facts);

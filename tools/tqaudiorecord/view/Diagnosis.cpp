@@ -4,6 +4,8 @@
 
 #include "core/GuardFiles.h"
 #include "view/LeftOut.h"
+#include "view/StreamLines.h"
+#include "view/Untapped.h"
 
 namespace tqrecorder {
 namespace {
@@ -27,31 +29,68 @@ bool hasTrack(const ProcessState& state) {
                        [](const auto& one) { return one.first != 0 && one.second.frames > 0; });
 }
 
-/// What is known of the units where the hooks did their work and nothing was heard.
-std::string whyUnitsAreSilent(const ProcessState& state) {
+/// Whether the process may play at all, as far as is known of it: a launcher does not.
+bool isAboutSound(const ProcessState& state, const SeenProcess& seen) {
+    return state.facts.mayPlay || state.facts.unitsCreated > 0 || !state.streams.empty() ||
+           !state.facts.hooksInstalled || !seen.library.empty() || !seen.device.empty();
+}
+
+/// What the process did about sound, where the hooks did their work and nothing was heard.
+std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen) {
     const HostFacts& facts = state.facts;
     if (hasTrack(state)) {
-        return "the program rendered silence: " + counted(facts.blocks, "block") + ", all zero";
+        return "all that it played was silence: " + counted(facts.blocks, "block") +
+               ", all zero; is its sound switched off or turned down to nothing?";
     }
-    if (!facts.leftOut.empty()) {
+    std::vector<std::string> lines = unrecordedStreamLines(state);
+    for (const std::string& line : leftOutLines(state)) {
+        lines.push_back(line);
+    }
+    if (!lines.empty()) {
         std::string text = "nothing could be recorded";
-        for (const std::string& line : leftOutLines(state)) {
+        for (const std::string& line : lines) {
             text += "; " + line;
         }
         return text;
     }
+    if (!state.streams.empty()) {
+        return counted(state.streams.size(), "stream") + " opened, but no sound was delivered";
+    }
     if (facts.unitsStarted > 0) {
         return counted(facts.unitsStarted, "start") + " of audio units, but no sound was delivered";
+    }
+    if (!seen.device.empty()) {
+        return rawDeviceText(seen);
     }
     if (facts.unitsCreated > 0) {
         return counted(facts.unitsCreated, "audio unit") + " created, but none was ever started";
     }
-    return "no audio unit was created: the program does not play through the platform, or not yet";
+    if (!isAboutSound(state, seen)) {
+        return "it uses none of the interfaces for sound that are recorded (ALSA, PulseAudio, "
+               "PipeWire, JACK, SDL)";
+    }
+    if (facts.bridges == BridgeState::kMissing) {
+        return "the library libTQAudioRecordBridge.so.1, through which ALSA, PulseAudio and the "
+               "like are recorded, cannot be loaded; is the installation whole?";
+    }
+    return "no stream of sound was opened" +
+           (seen.library.empty() ? "" : ", though " + seen.library + " is loaded") +
+           ": it had nothing to play, or its sound is switched off";
+}
+
+/// What was seen from outside of a recorded process, last program first.
+SeenProcess seenOf(const Observer& observer, pid_t process) {
+    const std::vector<SeenProcess>& list = observer.seenProcesses();
+    const auto found = std::find_if(list.rbegin(), list.rend(), [process](const auto& one) {
+        return one.pid == process && one.isTapped;
+    });
+    return found == list.rend() ? SeenProcess{} : *found;
 }
 
 }  // namespace
 
-std::string whySilent(const ProcessState& state, std::string_view command) {
+std::string whySilent(const ProcessState& state, std::string_view command,
+                      const SeenProcess& seen) {
     const HostFacts& facts = state.facts;
     const std::string& name = state.process.name;
     // What the user has to write behind "guard arm": the command as it was given.
@@ -73,17 +112,25 @@ std::string whySilent(const ProcessState& state, std::string_view command) {
     if (!facts.hooksInstalled) {
         return name + ": the hooks could not be installed; -v shows the library's log";
     }
-    return name + ": " + whyUnitsAreSilent(state);
+    return name + ": " + whyUnitsAreSilent(state, seen);
 }
 
 std::vector<std::string> whySilent(const Observer& observer, std::string_view command) {
     std::vector<std::string> reasons;
+    std::vector<std::string> launchers;
     for (const auto& [id, state] : observer.processes()) {
-        std::string reason = whySilent(state, command);
+        const SeenProcess seen = seenOf(observer, state.process.pid);
+        std::string reason = whySilent(state, command, seen);
         if (reason.empty()) {
             return {};
         }
-        reasons.push_back(std::move(reason));
+        (isAboutSound(state, seen) ? reasons : launchers).push_back(std::move(reason));
+    }
+    for (std::string& line : unrecordedProcessLines(observer, Evidence::kOfAnyReason)) {
+        reasons.push_back(std::move(line));
+    }
+    if (reasons.empty()) {
+        reasons = std::move(launchers);
     }
     if (reasons.empty()) {
         reasons.push_back(std::string(command) +

@@ -2,10 +2,10 @@
 
 #include <TQAudioRecord/tq_capture.h>
 
-#include <algorithm>
 #include <array>
 #include <string_view>
-#include <utility>
+
+#include "view/Names.h"
 
 namespace tqrecorder {
 namespace {
@@ -26,22 +26,8 @@ constexpr std::array<Reason, 9> kReasons{{
     {TQ_UNIT_NOT_SEEN_MADE, "it was made before the hooks came"},
 }};
 
-/// A host may make hundreds of units; the first few show which kind they are.
-constexpr std::size_t kMostNames = 4;
-
 bool has(std::uint32_t reasons, tq_unit_reason reason) {
     return (reasons >> static_cast<std::uint32_t>(reason) & 1U) != 0;
-}
-
-std::string listed(const std::vector<std::string>& names) {
-    std::string text;
-    for (std::size_t i = 0; i < std::min(names.size(), kMostNames); ++i) {
-        text += (i == 0 ? "" : ", ") + names[i];
-    }
-    if (names.size() > kMostNames) {
-        text += " and " + std::to_string(names.size() - kMostNames) + " more";
-    }
-    return text;
 }
 
 }  // namespace

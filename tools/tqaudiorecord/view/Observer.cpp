@@ -11,6 +11,7 @@ namespace {
 constexpr std::uint64_t kUnknownCategory = std::numeric_limits<std::uint64_t>::max();
 /// A host may call its unit by another name with every block.
 constexpr std::size_t kMostUnits = 1000;
+constexpr std::size_t kMostStreams = 1000;
 constexpr std::uint64_t kUnknownCode = std::numeric_limits<std::uint64_t>::max();
 
 }  // namespace
@@ -90,6 +91,15 @@ void Observer::event(const Process& process, const Event& event) {
     const std::uint64_t category = isKnown ? event.category : kUnknownCategory;
     const std::uint64_t code = isKnown || event.code == TQ_EVENT_DONE ? event.code : kUnknownCode;
     ++stateOf(process).events[{category, code}];
+}
+
+void Observer::stream(const Process& process, const StreamFacts& facts) {
+    ProcessState& state = stateOf(process);
+    if (state.streams.size() == kMostStreams && !state.streams.contains(facts.id)) {
+        ++state.moreStreams;
+        return;
+    }
+    state.streams[facts.id] = facts;
 }
 
 void Observer::numbers(const Process& process, std::span<const TrackNumbers> tracks,

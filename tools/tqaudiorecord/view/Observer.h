@@ -36,6 +36,8 @@ struct ProcessState {
     /// How often each pair of category and code came. Pairs that no table knows count as one pair
     /// of no category, with the code 0 or another.
     std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> events;
+    std::map<std::uint64_t, StreamFacts> streams;  ///< the first of them, by number
+    std::uint64_t moreStreams = 0;                 ///< reports of others
     HostFacts facts;
     bool factsKnown = false;
     double ringFill = 0;
@@ -53,12 +55,16 @@ class Observer : public Sink {
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void event(const Process& process, const Event& event) override;
+    void stream(const Process& process, const StreamFacts& facts) override;
+    void seen(const SeenProcess& process) override { seen_.push_back(process); }
     void numbers(const Process& process, std::span<const TrackNumbers> tracks,
                  const HostFacts& facts, double ringFill) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override { elapsed_ = elapsedMicroseconds; }
 
     [[nodiscard]] const std::map<int, ProcessState>& processes() const { return processes_; }
+    /// What was seen from outside, also of processes that are not recorded; known at the end.
+    [[nodiscard]] const std::vector<SeenProcess>& seenProcesses() const { return seen_; }
     [[nodiscard]] double elapsedSeconds() const { return static_cast<double>(elapsed_) / 1e6; }
     /// Begins new windows for the levels.
     void clearWindows();
@@ -67,6 +73,7 @@ class Observer : public Sink {
     ProcessState& stateOf(const Process& process);
 
     std::map<int, ProcessState> processes_;
+    std::vector<SeenProcess> seen_;
     std::uint64_t elapsed_ = 0;
 };
 

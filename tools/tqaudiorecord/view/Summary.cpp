@@ -8,6 +8,8 @@
 #include "output/files/SoundFile.h"
 #include "view/FrameLines.h"
 #include "view/LeftOut.h"
+#include "view/StreamLines.h"
+#include "view/Untapped.h"
 
 namespace tqrecorder {
 namespace {
@@ -73,13 +75,25 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         }
         text += ", " + counted(state.lostBlocks, "block") + " lost";
         text += state.lostBytes > 0 ? " (" + std::to_string(state.lostBytes) + " bytes)\n" : "\n";
+        for (const std::string& line : unrecordedStreamLines(state)) {
+            text += "  " + line + "\n";
+        }
         for (const std::string& line : leftOutLines(state)) {
+            text += "  " + line + "\n";
+        }
+        for (const std::string& line : streamFrameLines(state)) {
             text += "  " + line + "\n";
         }
         for (const std::string& line : frameLines(state.facts.frames)) {
             text += "  " + line + "\n";
         }
         text += eventLines(state);
+    }
+    // Where nothing was heard at all, the reasons for silence say it.
+    for (const std::string& line : silence.empty()
+                                       ? unrecordedProcessLines(observer, Evidence::kOfSound)
+                                       : std::vector<std::string>{}) {
+        text += "Not recorded: " + line + "\n";
     }
     if (!files.empty() || !otherFiles.empty()) {
         text += "Files:\n";

@@ -34,7 +34,8 @@ TEST_F(DiagnosisTest, NamesTheGuardAndHowToArmIt) {
 
 TEST_F(DiagnosisTest, TellsHooksUnitsAndStartsApart) {
     EXPECT_THAT(reasonFor({false, false, 2, 0, 0, 0, 0}), HasSubstr("could not be installed"));
-    EXPECT_THAT(reasonFor({true, false, 2, 0, 0, 0, 0}), HasSubstr("no audio unit was created"));
+    EXPECT_THAT(reasonFor({true, false, 2, 0, 0, 0, 0}),
+                HasSubstr("none of the interfaces for sound"));
     EXPECT_THAT(reasonFor({true, false, 2, 2, 0, 0, 0}),
                 HasSubstr("2 audio units created, but none was ever started"));
     EXPECT_THAT(reasonFor({true, false, 2, 1, 2, 0, 0}),
@@ -81,6 +82,88 @@ TEST_F(DiagnosisTest, CountsBlocksOfZerosAsSilence) {
     observer_.block(game_, {1, "unit-1", kMixFormat, 1, zeros});
     observer_.processEnded(game_, {true, false, 2, 1, 1, 0, 1});
     EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 block, all zero"));
+}
+
+TEST_F(DiagnosisTest, TellsAProgramThatOpenedNoStreamFromOneThatCannot) {
+    HostFacts facts{true, false, 2, 0, 0, 0, 0};
+    facts.mayPlay = true;
+    facts.bridges = BridgeState::kOn;
+    EXPECT_THAT(reasonFor(facts), HasSubstr("no stream of sound was opened: it had nothing"));
+    facts.bridges = BridgeState::kMissing;
+    EXPECT_THAT(reasonFor(facts), HasSubstr("libTQAudioRecordBridge.so.1"));
+}
+
+TEST_F(DiagnosisTest, NamesTheLibraryThatWasLoadedAndPlayedNothing) {
+    SeenProcess seen{game_.pid, "game"};
+    seen.isTapped = true;
+    seen.library = "libpulse.so.0";
+    observer_.seen(seen);
+    observer_.processBegan(game_);
+    observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_EQ(whySilent(observer_, "game").at(0),
+              "game: no stream of sound was opened, though libpulse.so.0 is loaded: it had nothing "
+              "to play, or its sound is switched off");
+}
+
+TEST_F(DiagnosisTest, NamesTheDeviceThatIsPlayedToPastEveryLibrary) {
+    SeenProcess seen{game_.pid, "game"};
+    seen.isTapped = true;
+    seen.device = "/dev/snd/pcmC0D0p";
+    observer_.seen(seen);
+    observer_.processBegan(game_);
+    observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_THAT(whySilent(observer_, "game").at(0),
+                HasSubstr("straight to the device /dev/snd/pcmC0D0p"));
+}
+
+TEST_F(DiagnosisTest, NamesStreamsOfCodedSoundAndWhatToDo) {
+    observer_.processBegan(game_);
+    observer_.stream(game_, {1, "alsa-1 iec958", TQ_STREAM_NOT_PCM, false, 2, 48000, 9, 0, 0, 0});
+    observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_EQ(whySilent(observer_, "game").at(0),
+              "game: nothing could be recorded; not recorded: alsa-1 iec958: coded sound (AC3, "
+              "DTS) that goes to the receiver as it is; switch pass-through off in the program's "
+              "settings");
+}
+
+TEST_F(DiagnosisTest, TellsOfAStreamThatDeliveredNothing) {
+    observer_.processBegan(game_);
+    observer_.stream(game_, {1, "alsa-1", TQ_STREAM_RECORDED, true, 2, 48000, 0, 0, 0, 0});
+    observer_.processEnded(game_, {true, false, 2, 0, 1, 0, 0});
+    EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 stream opened, but no sound"));
+}
+
+TEST_F(DiagnosisTest, LeavesLaunchersOutWhereAnotherHasAReason) {
+    const Process launcher = process(2, "sh", true);
+    observer_.processBegan(launcher);
+    observer_.processEnded(launcher, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_THAT(whySilent(observer_, "sh"), testing::ElementsAre(HasSubstr("none of the interf")));
+    HostFacts facts{true, false, 2, 0, 0, 0, 0};
+    facts.mayPlay = true;
+    observer_.processBegan(game_);
+    observer_.processEnded(game_, facts);
+    EXPECT_THAT(whySilent(observer_, "sh"), testing::ElementsAre(HasSubstr("game: no stream")));
+}
+
+TEST_F(DiagnosisTest, NamesProcessesThatTheRecorderDidNotGetInto) {
+    SeenProcess fixed{7, "fixed"};
+    fixed.isStatic = true;
+    SeenProcess raised{8, "raised"};
+    raised.isPrivileged = true;
+    SeenProcess caged{9, "caged"};
+    caged.isSandboxed = true;
+    SeenProcess late{10, "late"};
+    late.library = "libasound.so.2";
+    SeenProcess recorded{11, "recorded"};
+    recorded.isTapped = recorded.isSandboxed = true;
+    for (const SeenProcess& seen : {fixed, raised, caged, late, recorded}) {
+        observer_.seen(seen);
+    }
+    EXPECT_THAT(whySilent(observer_, "game"),
+                testing::ElementsAre(HasSubstr("fixed (7): it is statically linked"),
+                                     HasSubstr("raised (8): it runs with raised privileges"),
+                                     HasSubstr("caged (9): it runs in a sandbox"),
+                                     HasSubstr("late (10): it opened libasound.so.2 later")));
 }
 
 }  // namespace

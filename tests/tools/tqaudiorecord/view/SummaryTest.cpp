@@ -68,6 +68,44 @@ TEST_F(SummaryTest, NamesTheUnitsThatWereNotRecorded) {
                   "number\n"));
 }
 
+TEST_F(SummaryTest, NamesStreamsThatWereNotRecordedAndAccountsForThoseThatWere) {
+    play();
+    observer_.stream(game_,
+                     {1, "pulse-1 game", TQ_STREAM_RECORDED, true, 2, 48000, 90, 60, 20, 10});
+    for (std::uint64_t id = 8; id < 14; ++id) {
+        observer_.stream(game_, {id, "pulse-" + std::to_string(id), TQ_STREAM_NO_UNIT_FREE, false,
+                                 2, 48000, 9, 0, 0, 9});
+    }
+    const std::string text = summaryText(observer_, {}, {}, {}, {});
+    EXPECT_THAT(text, HasSubstr("  not recorded: pulse-8, pulse-9, pulse-10, pulse-11 and 2 more: "
+                                "seven other streams were playing"));
+    EXPECT_THAT(text, HasSubstr("  frames of pulse-1 game: 90 written, 60 into its track, 20 "
+                                "thrown away by the program, 10 lost\n"));
+}
+
+TEST_F(SummaryTest, BoundsWhatIsSaidOfStreams) {
+    for (std::uint64_t id = 1; id <= 2000; ++id) {
+        observer_.stream(game_, {id, "s", TQ_STREAM_RECORDED, true, 2, 48000, 2, 2, 0, 0});
+    }
+    const std::string text = summaryText(observer_, {}, {}, {}, {});
+    EXPECT_THAT(text, HasSubstr("frames of 984 further streams: 1968 written, 1968 into"));
+    EXPECT_THAT(text, HasSubstr("and streams of which no account is kept"));
+    EXPECT_LT(text.size(), 2000U);
+}
+
+TEST_F(SummaryTest, NamesProcessesWithSoundThatWereNotRecordedBesideOneThatWas) {
+    play();
+    SeenProcess caged{9, "helper"};
+    caged.isSandboxed = true;
+    observer_.seen(caged);
+    EXPECT_THAT(summaryText(observer_, {}, {}, {}, {}), testing::Not(HasSubstr("helper")))
+        << "it may have no sound";
+    caged.library = "libasound.so.2";
+    observer_.seen(caged);
+    EXPECT_THAT(summaryText(observer_, {}, {}, {}, {}),
+                HasSubstr("Not recorded: helper (9): it runs in a sandbox"));
+}
+
 TEST_F(SummaryTest, TellsUnknownEventsInOneLine) {
     for (std::uint64_t i = 0; i < 1000; ++i) {
         observer_.event(game_, {1, 1000 + i, i, ""});

@@ -1,0 +1,90 @@
+#include "view/StreamLines.h"
+
+#include <TQAudioRecord/tq_capture.h>
+
+#include <map>
+#include <string_view>
+
+#include "view/Names.h"
+
+namespace tqrecorder {
+namespace {
+
+constexpr std::size_t kMostLines = 16;
+
+std::string_view whyNot(std::uint32_t fate) {
+    switch (fate) {
+        case TQ_STREAM_NO_UNIT_FREE:
+            return "seven other streams were playing, which is the most that are recorded at a "
+                   "time";
+        case TQ_STREAM_NOT_PCM:
+            return "coded sound (AC3, DTS) that goes to the receiver as it is; switch pass-through "
+                   "off in the program's settings";
+        case TQ_STREAM_FORMAT:
+            return "more than 8 channels, or a rate that nobody plays";
+        case TQ_STREAM_HOOKS_OUT:
+            return "the hooks do not work in this program; -v shows the library's log";
+        case TQ_STREAM_NO_MEMORY:
+            return "there was no memory for it";
+        default:
+            return "for a reason that this version does not know";
+    }
+}
+
+std::string framesOf(const StreamFacts& stream) {
+    std::string text = std::to_string(stream.written) + " written, " +
+                       std::to_string(stream.played) + " into its track";
+    if (stream.dropped > 0) {
+        text += ", " + std::to_string(stream.dropped) + " thrown away by the program";
+    }
+    if (stream.lost > 0) {
+        text += ", " + std::to_string(stream.lost) + " lost";
+    }
+    return text;
+}
+
+}  // namespace
+
+std::vector<std::string> unrecordedStreamLines(const ProcessState& state) {
+    std::map<std::uint32_t, std::vector<std::string>> namesByFate;
+    for (const auto& [id, stream] : state.streams) {
+        if (stream.fate != TQ_STREAM_RECORDED) {
+            namesByFate[stream.fate].push_back(stream.name);
+        }
+    }
+    std::vector<std::string> lines;
+    for (const auto& [fate, names] : namesByFate) {
+        lines.push_back("not recorded: " + listed(names) + ": " + std::string(whyNot(fate)));
+    }
+    return lines;
+}
+
+std::vector<std::string> streamFrameLines(const ProcessState& state) {
+    std::vector<std::string> lines;
+    StreamFacts rest;
+    std::uint64_t more = 0;
+    for (const auto& [id, stream] : state.streams) {
+        if (stream.fate != TQ_STREAM_RECORDED) {
+            continue;
+        }
+        if (lines.size() < kMostLines) {
+            lines.push_back("frames of " + stream.name + ": " + framesOf(stream));
+            continue;
+        }
+        ++more;
+        rest.written += stream.written;
+        rest.played += stream.played;
+        rest.dropped += stream.dropped;
+        rest.lost += stream.lost;
+    }
+    if (more > 0) {
+        lines.push_back("frames of " + std::to_string(more) +
+                        " further streams: " + framesOf(rest));
+    }
+    if (state.moreStreams > 0) {
+        lines.push_back("and streams of which no account is kept");
+    }
+    return lines;
+}
+
+}  // namespace tqrecorder

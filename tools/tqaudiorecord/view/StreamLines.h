@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "view/Observer.h"
+
+namespace tqrecorder {
+
+/// Which native streams of a process were not recorded, why and what to do about it, one line
+/// without its end for each reason.
+[[nodiscard]] std::vector<std::string> unrecordedStreamLines(const ProcessState& state);
+
+/// What became of the frames of those that were, one line each for the first of them.
+[[nodiscard]] std::vector<std::string> streamFrameLines(const ProcessState& state);
+
+}  // namespace tqrecorder
