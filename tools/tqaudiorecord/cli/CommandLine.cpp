@@ -20,8 +20,8 @@ constexpr int kUsageError = 1;
 constexpr const char* kUsage =
     "Usage: tqaudiorecord [OPTIONS] [--] COMMAND [ARG...]\n"
     "       tqaudiorecord guard status|arm|disarm COMMAND\n\n"
-    "Runs COMMAND and records the sound it plays through the platform's audio units, until it\n"
-    "ends, until --duration, or until SIGINT or SIGTERM. SIGUSR1 saves a --replay.\n";
+    "Runs COMMAND and records the sound that it plays, until it ends, until --duration, or until\n"
+    "SIGINT or SIGTERM. SIGUSR1 saves a --replay.\n";
 
 constexpr const char* kFooter =
     "\nExit code: 0, 1 for wrong usage, 2 when the recording failed, else COMMAND's own.\n"

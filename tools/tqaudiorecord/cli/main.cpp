@@ -1,4 +1,4 @@
-// tqaudiorecord: records the sound of any program that plays through the platform.
+// tqaudiorecord: records the sound of a program.
 
 #include <unistd.h>
 
