@@ -1,0 +1,68 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "bridges/programs/ProgramRun.h"
+
+// The recorder with players that know nothing of the platform.
+
+namespace programruns {
+namespace {
+
+using testing::HasSubstr;
+using tqtest::Sound;
+
+class NativePlayersTest : public testing::Test {
+  protected:
+    [[nodiscard]] ProgramRun play(const std::vector<std::string>& before,
+                                  const std::vector<std::string>& options = {}) {
+        const std::string file = output_.folder().file("noise.wav");
+        writeWav(noise_, file);
+        std::vector<std::string> command = before;
+        command.push_back(file);
+        return runRecorded(output_, command, options);
+    }
+
+    const Sound noise_ = tqtest::markedNoise({}, 24000);
+    FileOutput<tqtest::AlsaFilePcm> output_;
+};
+
+TEST_F(NativePlayersTest, TheTrackIsCalledByItsStreamAndHoldsAllOfIt) {
+    const ProgramRun run = play({"aplay", "-q", "-D", "cap"});
+    expectTrackHolds(run, noise_);
+    EXPECT_TRUE(run.tracks.contains("track-1-alsa-1_cap.wav")) << run.end.text();
+    EXPECT_THAT(run.end.errors, HasSubstr("track 1 (alsa-1 cap)"));
+    EXPECT_THAT(run.end.errors,
+                HasSubstr("frames of alsa-1 cap: 24000 written, 24000 into its track\n"));
+}
+
+TEST_F(NativePlayersTest, APlayerBelowAScriptIsRecordedFromItsFirstFrame) {
+    const ProgramRun run = play({"sh", "-c", "aplay -q -D cap \"$0\"; exit 0"});
+    expectTrackHolds(run, noise_);
+}
+
+TEST_F(NativePlayersTest, CodedSoundIsNamedAsTheReasonForSilence) {
+    const ProgramRun run =
+        play({"aplay", "-q", "-D", "null", "-t", "raw", "-f", "IEC958_SUBFRAME_LE", "-c", "2"});
+    EXPECT_EQ(run.end.code, 2) << run.end.text();
+    EXPECT_THAT(run.end.errors, HasSubstr("Silent: aplay: nothing could be recorded"));
+    EXPECT_THAT(run.end.errors, HasSubstr("switch pass-through off"));
+}
+
+TEST_F(NativePlayersTest, AProgramThatOpensNoStreamIsSaidTo) {
+    const ProgramRun run = runRecorded(output_, {"aplay", "--version"});
+    EXPECT_EQ(run.end.code, 2) << run.end.text();
+    EXPECT_THAT(run.end.errors, HasSubstr("Silent: aplay: no stream of sound was opened"));
+}
+
+TEST_F(NativePlayersTest, AProgramWithoutSoundIsSaidToHaveNone) {
+    const ProgramRun run = runRecorded(output_, {"sleep", "0.3"});
+    EXPECT_EQ(run.end.code, 2) << run.end.text();
+    EXPECT_THAT(run.end.errors, HasSubstr("uses none of the interfaces for sound"));
+    EXPECT_THAT(run.end.errors, testing::Not(HasSubstr("platform")));
+}
+
+}  // namespace
+}  // namespace programruns
