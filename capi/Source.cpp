@@ -1,8 +1,10 @@
 #include <RZStreamMixManager.h>
 #include <RZUnitFacts.h>
+#include <RZUnitFormatChange.h>
 #include <audio_hook_config.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Call.h"
@@ -41,6 +43,14 @@ RZStreamMixManager& manager() {
     return *RZStreamMixManager::sharedManager();
 }
 
+/// The library reads a unit's format when it starts. Its owner processes sound before that.
+void takeFormat(const std::shared_ptr<RZReplayAudioUnitObject>& obj) {
+    if (!obj->isStarted()) {
+        std::optional<RZUnitFormatChange> change;
+        (void)manager().updateAudioUnitObjStreamFormat(obj, &change);
+    }
+}
+
 /// One for the life of the process; where the crash guard keeps count.
 korva_audio_utils::AudioHookConfigImpl& guard() {
     return static_cast<korva_audio_utils::AudioHookConfigImpl&>(
@@ -74,6 +84,7 @@ tq_result tq_source_open(const tq_source_description* description, tq_source** s
         }
         auto made = std::make_unique<tq_source>(*description, obj);
         RZUnitFacts::shared().named(description->unit, description->name);
+        takeFormat(obj);
         manager().giveLevels(obj);
         *source = made.release();
         return TQ_OK;
@@ -89,6 +100,7 @@ tq_result tq_source_rename(tq_source* source, const char* name) {
         if (source == nullptr || name == nullptr) {
             return TQ_ERROR_NULL;
         }
+        takeFormat(source->obj);
         RZUnitFacts::shared().named(source->obj->inUnit(), name);
         return TQ_OK;
     });

@@ -111,6 +111,16 @@ TEST_F(Source, ALevelFromBeforeTheSourceCountsFromItsFirstFrame) {
     EXPECT_LT(block[2 * 480], 2000) << "after ten attack times";
 }
 
+TEST_F(Source, SoundIsProcessedInTheUnitsFormatBeforeItsFirstStart) {
+    duck();
+    ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);
+    host->prepare();
+    ASSERT_EQ(open("alsa-1"), TQ_OK);
+    std::vector<std::int16_t> block(2 * 48000, 10000);
+    tq_source_process(source, block.data(), 48000);
+    EXPECT_NEAR(block.back(), 1000, 5) << "-20 dB";
+}
+
 TEST_F(Source, ALevelIsForgottenWhenDuckingGoesOff) {
     duck();
     ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);

@@ -103,8 +103,7 @@ void Tap::record(char** arguments) {
     rules.ends_disposed_units = 1;
     (void)tq_capture_set_rules(&rules);
     watchForks();
-    // Both before the first stream: its first frame has the level already. And what is to happen at
-    // the end is named before the bridges name theirs, which therefore comes first.
+    // Before the first stream: its first frame has the level already.
     setVolume();
     publishFramesAtExit();
     memory_->page().facts.bridges = useBridges();

@@ -1,5 +1,6 @@
+#include <cxxabi.h>
+
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
 
 #include "inject/Tap.h"
@@ -59,24 +60,29 @@ bool Tap::isMoreToCome() const {
 }
 
 void Tap::publishFramesAtExit() {
-    std::atexit([] {
-        Tap* const tap = current();
-        if (tap == nullptr || tap->outlet_.load() == nullptr) {
-            return;
-        }
-        // Two or three passes of the device, where a program ends right behind its last sound; the
-        // limit is for a device that stands still.
-        constexpr timespec kPause{0, 1'000'000};
-        constexpr int kMostPauses = 200;
-        for (int i = 0; i < kMostPauses && tap->isMoreToCome(); ++i) {
-            nanosleep(&kPause, nullptr);
-        }
-        // Who holds it publishes at this very moment, or goes.
-        const std::unique_lock lock(tap->work_, std::try_to_lock);
-        if (lock && tap->outlet_.load() != nullptr) {
-            tap->publishFrames();
-        }
-    });
+    // Of no library: what is registered by one before main() runs when the loader ends that
+    // library, which is before it ends the bridges, and those have sound left until then. What this
+    // calls is never destroyed.
+    (void)abi::__cxa_atexit(
+        [](void* /*context*/) {
+            Tap* const tap = current();
+            if (tap == nullptr || tap->outlet_.load() == nullptr) {
+                return;
+            }
+            // Two or three passes of the device, where a program ends right behind its last sound;
+            // the limit is for a device that stands still.
+            constexpr timespec kPause{0, 1'000'000};
+            constexpr int kMostPauses = 200;
+            for (int i = 0; i < kMostPauses && tap->isMoreToCome(); ++i) {
+                nanosleep(&kPause, nullptr);
+            }
+            // Who holds it publishes at this very moment, or goes.
+            const std::unique_lock lock(tap->work_, std::try_to_lock);
+            if (lock && tap->outlet_.load() != nullptr) {
+                tap->publishFrames();
+            }
+        },
+        nullptr, nullptr);
 }
 
 }  // namespace tqrecorder

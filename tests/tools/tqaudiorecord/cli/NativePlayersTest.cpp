@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -36,11 +37,23 @@ TEST_F(NativePlayersTest, TheTrackIsCalledByItsStreamAndHoldsAllOfIt) {
     EXPECT_THAT(run.end.errors, HasSubstr("track 1 (alsa-1 cap)"));
     EXPECT_THAT(run.end.errors,
                 HasSubstr("frames of alsa-1 cap: 24000 written, 24000 into its track\n"));
+    EXPECT_THAT(run.end.errors, HasSubstr("frames of track 1: ")) << "the account is the last";
 }
 
 TEST_F(NativePlayersTest, APlayerBelowAScriptIsRecordedFromItsFirstFrame) {
     const ProgramRun run = play({"sh", "-c", "aplay -q -D cap \"$0\"; exit 0"});
     expectTrackHolds(run, noise_);
+}
+
+TEST_F(NativePlayersTest, DuckingCountsFromTheFirstFramesOn) {
+    const ProgramRun run = play({"aplay", "-q", "-D", "cap"}, {"--duck=-12", "--attack", "0.001"});
+    ASSERT_EQ(run.heard.frames(), noise_.frames()) << run.end.text();
+    const double gain = std::pow(10, -12.0 / 20);
+    constexpr std::size_t kRamp = 480;
+    for (std::size_t frame = kRamp; frame < noise_.frames(); ++frame) {
+        ASSERT_NEAR(run.heard.value(frame, 0), gain * noise_.value(frame, 0), 0.002) << frame;
+    }
+    expectTrackHolds(run, run.heard);
 }
 
 TEST_F(NativePlayersTest, CodedSoundIsNamedAsTheReasonForSilence) {
