@@ -18,6 +18,7 @@ struct NativeApi {
 // One for each folder beside this one.
 [[nodiscard]] NativeApi alsaApi();
 [[nodiscard]] NativeApi pulseApi();
+[[nodiscard]] NativeApi jackApi();
 /// `isPreferred`: also where SDL plays to another interface.
 [[nodiscard]] NativeApi sdlApi(bool isPreferred);
 
