@@ -19,7 +19,8 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
     std::call_once(once, [bridges] {
         std::vector<tqhook_rebinding> rows;
         std::vector<const char*> exempt;
-        for (const NativeApi& api : {alsaApi(), pulseApi(), jackApi(), sdlApi(bridges->prefers_sdl != 0)}) {
+        for (const NativeApi& api :
+             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), sdlApi(bridges->prefers_sdl != 0)}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
             exempt.insert(exempt.end(), api.exempt.begin(), api.exempt.end());
         }

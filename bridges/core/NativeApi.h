@@ -19,6 +19,7 @@ struct NativeApi {
 [[nodiscard]] NativeApi alsaApi();
 [[nodiscard]] NativeApi pulseApi();
 [[nodiscard]] NativeApi jackApi();
+[[nodiscard]] NativeApi pipeWireApi();
 /// `isPreferred`: also where SDL plays to another interface.
 [[nodiscard]] NativeApi sdlApi(bool isPreferred);
 

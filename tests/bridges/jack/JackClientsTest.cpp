@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <fstream>
 
 #include "bridges/programs/ProgramRun.h"
 #include "support/servers/JackServer.h"
 #include "support/sound/Comparison.h"
 
-// Programs that play through JACK: what their ports play is heard as bare.
+// Programs that play through JACK: what their ports play is heard as bare, and is their track.
 
 namespace programruns {
 namespace {
@@ -16,6 +18,27 @@ using tqtest::Sound;
 const std::vector<std::string> kNothing;
 constexpr tqtest::SoundFormat kStereo{
     .rate = 48000, .channels = 2, .encoding = tqtest::Encoding::F32};
+/// A track of 16 bits is rounded.
+constexpr double kRounding = 2.0 / 32768;
+
+/// The largest difference between samples, which have to be equally many.
+double largestDifference(const Sound& wanted, const Sound& got) {
+    double largest = wanted.frames() == got.frames() ? 0 : 99;
+    const auto channels = static_cast<std::size_t>(wanted.format.channels);
+    for (std::size_t i = 0; largest < 1 && i < wanted.frames() * channels; ++i) {
+        largest = std::max(largest, std::abs(wanted.value(i / channels, i % channels) -
+                                             got.value(i / channels, i % channels)));
+    }
+    return largest;
+}
+
+/// Fails unless there is one track, and the sound is all that is in it.
+void expectOneTrack(const ProgramRun& run, const Sound& sound) {
+    ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
+    const Sound track = run.tracks.begin()->second.trimmed();
+    EXPECT_EQ(track.frames(), sound.frames()) << run.end.text();
+    EXPECT_LE(largestDifference(sound, track), kRounding);
+}
 
 class JackClientsTest : public testing::Test {
   protected:
@@ -33,27 +56,44 @@ class JackClientsTest : public testing::Test {
         command.insert(command.end(), options.begin(), options.end());
         return command;
     }
-    /// Plays noise with those options; it has to be heard.
-    void expectWhole(const std::vector<std::string>& options) {
+    /// Plays noise with those options; it has to be heard, and to be the one track.
+    ProgramRun expectWhole(const std::vector<std::string>& options) {
         const Sound noise = tqtest::markedNoise(kStereo, 48000);
-        const ProgramRun run = runRecorded(output_, player(noise, options));
+        ProgramRun run = runRecorded(output_, player(noise, options));
         EXPECT_EQ(run.end.code, 0) << run.end.text();
         EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
+        expectOneTrack(run, noise);
+        return run;
     }
 
     ServerOutput<tqtest::JackServer> output_;
 };
 
-TEST_F(JackClientsTest, WhatAProcessCallbackPlaysIsHeardAsBare) {
-    expectWhole({});
+TEST_F(JackClientsTest, WhatAProcessCallbackPlaysIsHeardAsBareAndIsTheTrack) {
+    const ProgramRun run = expectWhole({});
+    ASSERT_EQ(run.tracks.size(), 1U);
+    EXPECT_NE(run.tracks.begin()->first.find("player"), std::string::npos)
+        << run.tracks.begin()->first;
 }
 
-TEST_F(JackClientsTest, WhatAProcessThreadPlaysIsHeardAsBare) {
+TEST_F(JackClientsTest, WhatAProcessThreadPlaysIsHeardAsBareAndIsTheTrack) {
     expectWhole({"thread"});
 }
 
-TEST_F(JackClientsTest, PortsThatComeAfterTheActivationAreHeardAsBare) {
+TEST_F(JackClientsTest, PortsThatComeAfterTheActivationAreOneTrack) {
     expectWhole({"late"});
+}
+
+TEST_F(JackClientsTest, APortThatComesAndGoesLeavesNoHoleInTheOthers) {
+    const Sound noise = tqtest::markedNoise(kStereo, 96000);
+    const ProgramRun run = runRecorded(output_, player(noise, {"more"}));
+    EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
+    // Two channels, then three, then two again: what each of the streams has, one behind the other.
+    std::size_t frames = 0;
+    for (const auto& [name, track] : run.tracks) {
+        frames += track.trimmed().frames();
+    }
+    EXPECT_EQ(frames, noise.frames()) << run.end.text();
 }
 
 }  // namespace

@@ -11,7 +11,8 @@ namespace tqtest {
 /// A JACK server on the wall clock instead of a device, under a name of its own.
 class JackServer {
   public:
-    explicit JackServer(int framesPerPeriod = 512);
+    /// Shorter periods would be late on a busy machine, and frames left out instead.
+    explicit JackServer(int framesPerPeriod = 4096);
 
     [[nodiscard]] const Environment& environment() const { return environment_; }
     /// The first two output ports of the first client that comes, as 32-bit floats; connected as

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <spa/param/audio/raw.h>
+
+#include "bridges/core/NativeFormat.h"
+
+namespace tq::bridges {
+
+/// How one sample of a stream of PipeWire lies in memory, and whether channels lie apart.
+struct PipeWireSample {
+    NativeSample sample = NativeSample::kNotPcm;
+    bool isPlanar = false;
+
+    bool operator==(const PipeWireSample&) const = default;
+};
+
+/// [any thread]
+[[nodiscard]] PipeWireSample pipeWireSample(spa_audio_format format) noexcept;
+
+}  // namespace tq::bridges
