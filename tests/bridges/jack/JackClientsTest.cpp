@@ -88,10 +88,12 @@ TEST_F(JackClientsTest, APortThatComesAndGoesLeavesNoHoleInTheOthers) {
     const Sound noise = tqtest::markedNoise(kStereo, 96000);
     const ProgramRun run = runRecorded(output_, player(noise, {"more"}));
     EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
-    // Two channels, then three, then two again: what each of the streams has, one behind the other.
+    // Two channels, then three, then two again.
     std::size_t frames = 0;
     for (const auto& [name, track] : run.tracks) {
-        frames += track.trimmed().frames();
+        for (std::size_t frame = 0; frame < track.frames(); ++frame) {
+            frames += track.isSilent(frame) ? 0 : 1;
+        }
     }
     EXPECT_EQ(frames, noise.frames()) << run.end.text();
 }
