@@ -13,14 +13,16 @@ using namespace tq::bridges;
 
 /// Redirects the functions of every native interface in one pass over the loaded images. What is
 /// loaded later follows by itself.
-extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* bridges) {
+extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* /*bridges*/) {
     static std::once_flag once;
     static tq_result result = TQ_OK;
-    std::call_once(once, [bridges] {
+    std::call_once(once, [] {
         std::vector<tqhook_rebinding> rows;
         std::vector<const char*> exempt;
+        // An image that defines redirected functions keeps all of its own calls: what SDL plays to
+        // the interfaces below it would not be seen there, so it is always taken from SDL itself.
         for (const NativeApi& api :
-             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), sdlApi(bridges->prefers_sdl != 0)}) {
+             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), sdlApi(true)}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
             exempt.insert(exempt.end(), api.exempt.begin(), api.exempt.end());
         }

@@ -124,12 +124,16 @@ void NativeStream::skipped(std::size_t frames) noexcept {
     }
 }
 
+std::size_t NativeStream::behind() const noexcept {
+    const std::size_t block = block_.load(std::memory_order_relaxed);
+    return pacer_->margin(block, 0) + 2 * block;
+}
+
 void NativeStream::cutShort() noexcept {
     const GuardScope guard;
-    const std::size_t block = block_.load(std::memory_order_relaxed);
-    const std::size_t behind = pacer_->margin(block, 0) + 2 * block;
-    if (const std::size_t left = fifo_->available(); left > behind) {
-        (void)fifo_->takeBack(left - behind);
+    const std::size_t most = behind();
+    if (const std::size_t left = fifo_->available(); left > most) {
+        (void)fifo_->takeBack(left - most);
     }
 }
 

@@ -91,6 +91,8 @@ class NativeStream final : private BlockFeeder {
     [[nodiscard]] const NativeFormat& format() const noexcept { return format_; }
     /// [any thread] [real-time safe] Frames that have been written and not played.
     [[nodiscard]] std::size_t waiting() const noexcept { return fifo_->available(); }
+    /// [any thread] [real-time safe] Frames by which the unit may be behind the native side.
+    [[nodiscard]] std::size_t behind() const noexcept;
 
   private:
     friend class StreamLife;

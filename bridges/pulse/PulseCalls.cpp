@@ -125,8 +125,9 @@ int write(const void* known, pa_stream* stream, const void* samples, std::size_t
     const int result = pass(passed, passed != samples);
     if (result >= 0) {
         record->block = {};
-        const std::size_t prebuffer = prebufferOf(PulseLibrary::of(known), stream);
-        record->written(*use.operator->(), frames, offset, seek, prebuffer);
+        const PulseLibrary& pulse = PulseLibrary::of(known);
+        record->written(*use.operator->(), frames, offset, seek, prebufferOf(pulse, stream),
+                        pulse.underflow(stream));
     }
     return result;
 }
@@ -212,7 +213,7 @@ constexpr tqhook::HookTable kHooks{
             if (record != nullptr) {
                 // Before the call: its callbacks see the stream connected.
                 record->kind = Kind::kPlayback;
-                record->corked(nullptr, (flags & PA_STREAM_START_CORKED) != 0);
+                record->corked(nullptr, (flags & PA_STREAM_START_CORKED) != 0, -1);
             }
             const int result = original(stream, device, attributes, flags, volume, synchronous);
             if (record != nullptr && result < 0 && !record->isSettled) {
@@ -313,26 +314,26 @@ constexpr tqhook::HookTable kHooks{
         PulseStream* const record = streams().find(stream);
         if (operation != nullptr && record != nullptr) {
             const NativeStream::Use use(stream);
-            record->corked(use ? use.operator->() : nullptr, isCorked != 0);
+            record->corked(use ? use.operator->() : nullptr, isCorked != 0,
+                           PulseLibrary::of(addressOf(original)).underflow(stream));
         }
         return operation;
     }),
-    tqhook::hook<&pa_stream_flush>(
-        [](auto* original, pa_stream* stream, pa_stream_success_cb_t callback, void* context) {
-            pa_operation* const operation = original(stream, callback, context);
-            if (operation != nullptr) {
-                with(stream, [](PulseStream& record, NativeStream& use) { record.flushed(use); });
-            }
-            return operation;
-        }),
+    tqhook::hook<&pa_stream_flush>([](auto* original, pa_stream* stream,
+                                      pa_stream_success_cb_t callback, void* context) {
+        pa_operation* const operation = original(stream, callback, context);
+        if (operation != nullptr) {
+            const std::int64_t underflow = PulseLibrary::of(addressOf(original)).underflow(stream);
+            with(stream,
+                 [&](PulseStream& record, NativeStream& use) { record.flushed(use, underflow); });
+        }
+        return operation;
+    }),
     tqhook::hook<&pa_stream_drain>(
         [](auto* original, pa_stream* stream, pa_stream_success_cb_t callback, void* context) {
             pa_operation* const operation = original(stream, callback, context);
             if (operation != nullptr) {
-                with(stream, [](PulseStream& record, NativeStream& use) {
-                    record.triggered(use);
-                    use.drained();
-                });
+                with(stream, [](PulseStream& record, NativeStream& use) { record.drained(use); });
             }
             return operation;
         }),

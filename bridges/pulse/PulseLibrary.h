@@ -2,6 +2,8 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <cstdint>
+
 #include "bridges/core/LibraryOf.h"
 
 namespace tq::bridges {
@@ -12,6 +14,7 @@ struct PulseLibrary {
     decltype(&pa_stream_get_buffer_attr) bufferAttr;  ///< null while the stream is not ready
     decltype(&pa_stream_get_context) context;
     decltype(&pa_stream_get_format_info) formatInfo;
+    decltype(&pa_stream_get_underflow_index) underflowIndex;
     decltype(&pa_proplist_gets) property;
 
     explicit PulseLibrary(const void* known)
@@ -22,9 +25,15 @@ struct PulseLibrary {
           context(functionBeside<decltype(pa_stream_get_context)>(known, "pa_stream_get_context")),
           formatInfo(functionBeside<decltype(pa_stream_get_format_info)>(
               known, "pa_stream_get_format_info")),
+          underflowIndex(functionBeside<decltype(pa_stream_get_underflow_index)>(
+              known, "pa_stream_get_underflow_index")),
           property(functionBeside<decltype(pa_proplist_gets)>(known, "pa_proplist_gets")) {}
 
-    /// Format descriptions came later than the rest and may be missing.
+    /// -1 before the first one, and where the library does not tell.
+    [[nodiscard]] std::int64_t underflow(const pa_stream* stream) const {
+        return underflowIndex == nullptr ? -1 : underflowIndex(stream);
+    }
+    /// Format descriptions and underflows came later than the rest and may be missing.
     [[nodiscard]] bool isComplete() const {
         return sampleSpec != nullptr && bufferAttr != nullptr && context != nullptr &&
                property != nullptr;

@@ -21,7 +21,8 @@ std::int64_t PulseStream::place(const NativeStream& stream, std::int64_t offset,
 }
 
 void PulseStream::written(NativeStream& stream, std::size_t frames, std::int64_t offset,
-                          pa_seek_mode_t seek, std::size_t prebuffer) noexcept {
+                          pa_seek_mode_t seek, std::size_t prebuffer,
+                          std::int64_t underflow) noexcept {
     const std::int64_t from = place(stream, offset, seek);
     std::size_t late = 0;
     if (from > end_) {
@@ -34,6 +35,9 @@ void PulseStream::written(NativeStream& stream, std::size_t frames, std::int64_t
         end_ -= static_cast<std::int64_t>(taken);
     }
     stream.accepted(frames, late);
+    isDrained_ = false;
+    underflow_ = underflow;
+    stream.frozen(isCorked_ || isHeld_);
     next_ = from + static_cast<std::int64_t>(frames);
     end_ = std::max(end_, next_);
     if (isHeld_) {
@@ -44,9 +48,15 @@ void PulseStream::written(NativeStream& stream, std::size_t frames, std::int64_t
     }
 }
 
-void PulseStream::corked(NativeStream* stream, bool isCorked) noexcept {
+/// The server has played everything: what still waits is the little by which the unit is behind.
+/// Programs pause and flush a stream when it has ended, which must not cost its last frames.
+bool PulseStream::hasBeenHeard(const NativeStream& stream, std::int64_t underflow) const noexcept {
+    return (isDrained_ || underflow != underflow_) && stream.waiting() <= stream.behind();
+}
+
+void PulseStream::corked(NativeStream* stream, bool isCorked, std::int64_t underflow) noexcept {
     isCorked_ = isCorked;
-    if (stream != nullptr) {
+    if (stream != nullptr && !(isCorked && hasBeenHeard(*stream, underflow))) {
         stream->frozen(isCorked_ || isHeld_);
     }
 }
@@ -57,12 +67,23 @@ void PulseStream::hold(NativeStream& stream) noexcept {
     stream.frozen(true);
 }
 
-void PulseStream::flushed(NativeStream& stream) noexcept {
+void PulseStream::flushed(NativeStream& stream, std::int64_t underflow) noexcept {
+    if (hasBeenHeard(stream, underflow)) {
+        isHeld_ = true;
+        held_ = 0;
+        return;
+    }
     // The server goes on where it plays.
     end_ -= static_cast<std::int64_t>(stream.waiting());
     next_ = end_;
     stream.flushed();
     hold(stream);
+}
+
+void PulseStream::drained(NativeStream& stream) noexcept {
+    isDrained_ = true;
+    triggered(stream);
+    stream.drained();
 }
 
 void PulseStream::triggered(NativeStream& stream) noexcept {
@@ -75,6 +96,8 @@ void PulseStream::settled(NativeStream& stream, std::size_t prebuffer) noexcept 
     next_ = 0;
     end_ = 0;
     block = {};
+    isDrained_ = false;
+    underflow_ = -1;
     if (prebuffer != 0) {
         hold(stream);
     } else {

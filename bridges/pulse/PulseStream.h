@@ -36,11 +36,13 @@ class PulseStream {
     /// The server has taken `frames` of what was prepared, at the place that `offset` bytes and
     /// `seek` name. `prebuffer` bytes have to wait before it plays.
     void written(NativeStream& stream, std::size_t frames, std::int64_t offset, pa_seek_mode_t seek,
-                 std::size_t prebuffer) noexcept;
-    void corked(NativeStream* stream, bool isCorked) noexcept;
-    void flushed(NativeStream& stream) noexcept;
+                 std::size_t prebuffer, std::int64_t underflow) noexcept;
+    // `underflow` is where the server has run dry last; another place than before is news.
+    void corked(NativeStream* stream, bool isCorked, std::int64_t underflow) noexcept;
+    void flushed(NativeStream& stream, std::int64_t underflow) noexcept;
     /// It plays what is there, whether that is enough or not.
     void triggered(NativeStream& stream) noexcept;
+    void drained(NativeStream& stream) noexcept;
     /// The server has said what it is like; `prebuffer` in bytes.
     void settled(NativeStream& stream, std::size_t prebuffer) noexcept;
 
@@ -57,10 +59,14 @@ class PulseStream {
     [[nodiscard]] std::int64_t place(const NativeStream& stream, std::int64_t offset,
                                      pa_seek_mode_t seek) const noexcept;
     void hold(NativeStream& stream) noexcept;
+    [[nodiscard]] bool hasBeenHeard(const NativeStream& stream,
+                                    std::int64_t underflow) const noexcept;
 
     bool isCorked_ = false;
-    bool isHeld_ = false;   ///< the prebuffer is not full
-    std::size_t held_ = 0;  ///< bytes in it
+    bool isHeld_ = false;          ///< the prebuffer is not full
+    std::size_t held_ = 0;         ///< bytes in it
+    bool isDrained_ = false;       ///< asked for since the last write
+    std::int64_t underflow_ = -1;  ///< the last one that was known at the last write
     // Frames since the stream began.
     std::int64_t next_ = 0;  ///< where the server writes next
     std::int64_t end_ = 0;   ///< of all that has been written
