@@ -48,8 +48,9 @@ class JackClientsTest : public testing::Test {
 #endif
     }
     /// The player's command for that sound.
-    std::vector<std::string> player(const Sound& sound, std::vector<std::string> options = {}) {
-        const std::string file = output_.folder().file("sound.raw");
+    static std::vector<std::string> player(const Output& output, const Sound& sound,
+                                           std::vector<std::string> options = {}) {
+        const std::string file = output.folder().file("sound.raw");
         std::ofstream(file, std::ios::binary) << sound.bytes;
         std::vector<std::string> command{TQ_TEST_JACK_PLAYER, file,
                                          std::to_string(sound.format.channels)};
@@ -59,7 +60,7 @@ class JackClientsTest : public testing::Test {
     /// Plays noise with those options; it has to be heard, and to be the one track.
     ProgramRun expectWhole(const std::vector<std::string>& options) {
         const Sound noise = tqtest::markedNoise(kStereo, 48000);
-        ProgramRun run = runRecorded(output_, player(noise, options));
+        ProgramRun run = runRecorded(output_, player(output_, noise, options));
         EXPECT_EQ(run.end.code, 0) << run.end.text();
         EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
         expectOneTrack(run, noise);
@@ -86,7 +87,7 @@ TEST_F(JackClientsTest, PortsThatComeAfterTheActivationAreOneTrack) {
 
 TEST_F(JackClientsTest, APortThatComesAndGoesLeavesNoHoleInTheOthers) {
     const Sound noise = tqtest::markedNoise(kStereo, 96000);
-    const ProgramRun run = runRecorded(output_, player(noise, {"more"}));
+    const ProgramRun run = runRecorded(output_, player(output_, noise, {"more"}));
     EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
     // Two channels, then three, then two again.
     std::size_t frames = 0;
@@ -96,6 +97,19 @@ TEST_F(JackClientsTest, APortThatComesAndGoesLeavesNoHoleInTheOthers) {
         }
     }
     EXPECT_EQ(frames, noise.frames()) << run.end.text();
+}
+
+TEST_F(JackClientsTest, DuckingIsHeardInFullBehindItsRamp) {
+    const Sound noise = tqtest::markedNoise(kStereo, 48000);
+    const ProgramRun run = runRecorded(output_, player(output_, noise), {"--duck=-20"});
+    ASSERT_EQ(run.heard.frames(), noise.frames()) << run.end.text();
+    double largest = 0;
+    constexpr std::size_t kRamp = 4096;
+    for (std::size_t frame = kRamp; frame < noise.frames(); ++frame) {
+        largest =
+            std::max(largest, std::abs(run.heard.value(frame, 1) - noise.value(frame, 1) * 0.1));
+    }
+    EXPECT_LT(largest, 1e-5);
 }
 
 }  // namespace
