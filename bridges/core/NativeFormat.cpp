@@ -63,6 +63,18 @@ UnitSample unitSampleOf(NativeSample sample) noexcept {
     return layoutOf(sample).unit;
 }
 
+bool hasFewerBitsThanItsUnit(NativeSample sample) noexcept {
+    switch (sample) {
+        case NativeSample::kS24In4:
+        case NativeSample::kS24In4Swapped:
+        case NativeSample::kU24In4:
+        case NativeSample::kU24In4Swapped:
+            return true;
+        default:
+            return bytesPerSample(sample) < bytesPerSample(unitSampleOf(sample));
+    }
+}
+
 unsigned NativeFormat::bytesPerFrame() const noexcept {
     return channels * bytesPerSample(sample);
 }

@@ -43,6 +43,10 @@ enum class UnitSample : std::uint8_t { kS16, kS32, kF32 };
 /// What is not PCM has none; kF32 is returned for it. Real-time safe.
 [[nodiscard]] UnitSample unitSampleOf(NativeSample sample) noexcept;
 
+/// [any thread] Whether the unit's sample holds values that this one has no bits for. Real-time
+/// safe.
+[[nodiscard]] bool hasFewerBitsThanItsUnit(NativeSample sample) noexcept;
+
 /// The format of a native stream, interleaved.
 struct NativeFormat {
     NativeSample sample = NativeSample::kNotPcm;

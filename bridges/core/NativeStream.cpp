@@ -8,7 +8,6 @@
 #include "bridges/core/StreamLife.h"
 
 namespace tq::bridges {
-
 NativeStream::Use::Use(const void* key) noexcept : stream_(StreamLife::shared().find(key)) {
     if (stream_ == nullptr) {
         return;
@@ -31,7 +30,8 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
     void* const asWritten = const_cast<void*>(samples);
     prepared_ = 0;
     isProcessed_ = false;
-    BridgeUnit* const unit = unit_.load(std::memory_order_acquire);
+    // In one order with the count of users, for whoever takes the unit away.
+    BridgeUnit* const unit = unit_.load();
     isServed_ = unit != nullptr;
     if (unit == nullptr || samples == nullptr || frames == 0) {
         return asWritten;
@@ -48,6 +48,10 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
     isProcessed_ = true;
     void* const passed = memory == Memory::kChangeable ? asWritten : passed_.data();
     fromUnit_(post_.data(), passed, count);
+    if (isNarrower_) {
+        // Heard is what the program's sample has room for.
+        toUnit_(passed, post_.data(), count);
+    }
     return passed;
 }
 
@@ -175,8 +179,11 @@ void NativeStream::feed(void* samples, std::size_t frames) noexcept {
     const std::size_t from = taken * unitFrameBytes_;
     std::memset(pre + from, 0, (frames - taken) * unitFrameBytes_);
     std::memset(heard_.data() + from, 0, (std::min(frames, most) - taken) * unitFrameBytes_);
-    if (block.isOver) {
+    // The mix and the track are read behind this callback, some of it a block later.
+    if (block.isOver && ++blocksBehind_ == kBlocksBehind) {
         isOver_.store(true, std::memory_order_release);
+        // The next stream may be waiting for the unit.
+        StreamLife::shared().wake();
     }
 }
 

@@ -43,7 +43,7 @@ class NativeStream final : private BlockFeeder {
     /// [host thread] The program closes it. Never waits: what it has written is played out.
     static void close(const void* key);
     /// [host thread] All of them, at the end of the process: waits until what is there is recorded,
-    /// but no longer than a stream's margin and two blocks.
+    /// but no longer than a stream's margin and five blocks.
     static void finish();
 
     /// [any thread] [real-time safe] While one lives, the stream's memory stays. Empty for a key
@@ -97,6 +97,9 @@ class NativeStream final : private BlockFeeder {
   private:
     friend class StreamLife;
 
+    /// Of silence behind a stream's last block, before its unit stops.
+    static constexpr int kBlocksBehind = 3;
+
     enum class State : std::uint8_t { kUnused, kOpen, kClosed };
 
     NativeStream() = default;
@@ -125,6 +128,7 @@ class NativeStream final : private BlockFeeder {
     std::size_t unitFrameBytes_ = 0;
     ConvertSamples toUnit_ = nullptr;
     ConvertSamples fromUnit_ = nullptr;
+    bool isNarrower_ = false;     ///< the program's samples have fewer bits than the unit's
     std::size_t mostFrames_ = 0;  ///< of one piece
 
     std::unique_ptr<FrameFifo> fifo_;
@@ -141,6 +145,7 @@ class NativeStream final : private BlockFeeder {
 
     // The render thread's.
     std::optional<Pacer> pacer_;
+    int blocksBehind_ = 0;  ///< of silence, behind the last frame
     ReservedMemory heard_;  ///< the block that is being rendered, as it is heard
 
     std::atomic<int> users_{0};
@@ -154,7 +159,7 @@ class NativeStream final : private BlockFeeder {
     std::atomic<std::size_t> block_{0};       ///< frames of the device's last block
     std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
     std::atomic<std::size_t> largestPiece_{0};
-    bool isReported_ = false;  ///< under StreamLife's lock
+    std::optional<tq_stream_fate> fate_;  ///< what was said last; under StreamLife's lock
 };
 
 }  // namespace tq::bridges

@@ -62,6 +62,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     unitFrameBytes_ = format.unitBytesPerFrame();
     toUnit_ = toUnit(format.sample);
     fromUnit_ = fromUnit(format.sample);
+    isNarrower_ = hasFewerBitsThanItsUnit(format.sample);
     const std::size_t room = kMostBytes / std::max<std::size_t>(unitFrameBytes_, 1);
     mostFrames_ = std::min(static_cast<std::size_t>(format.sampleRate * kStreamSeconds), room);
     const std::size_t bytes = mostFrames_ * unitFrameBytes_;
@@ -76,7 +77,8 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     drains_ = 0;
     flushes_ = 0;
     isOver_ = false;
-    isReported_ = false;
+    blocksBehind_ = 0;
+    fate_.reset();
     unserved_ = 0;
     largestPiece_ = 0;
     pacer_.emplace(format.sampleRate);
@@ -87,10 +89,6 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
 
 void NativeStream::end() {
     unit_.store(nullptr);
-    // Whoever found it before its key went is still in a call of its own.
-    while (users_.load() != 0) {
-        std::this_thread::yield();
-    }
     fifo_.reset();
     for (ReservedMemory* const memory : {&pre_, &post_, &fresh_, &passed_, &heard_}) {
         *memory = ReservedMemory();
@@ -116,13 +114,14 @@ tq_stream NativeStream::facts(tq_stream_fate fate) const {
 }
 
 double NativeStream::secondsLeft() const {
-    return static_cast<double>(fifo_->available() + 2 * block_) / format_.sampleRate;
+    return static_cast<double>(fifo_->available() + (2 + kBlocksBehind) * block_) /
+           format_.sampleRate;
 }
 
 double NativeStream::longestWait() const {
     const std::size_t block = block_.load(std::memory_order_relaxed);
     const std::size_t margin = pacer_ ? pacer_->margin(block, largestPiece_.load()) : 0;
-    return static_cast<double>(margin + 2 * block) / format_.sampleRate;
+    return static_cast<double>(margin + (2 + kBlocksBehind) * block) / format_.sampleRate;
 }
 
 // ---- all streams --------------------------------------------------------------------------------
@@ -141,6 +140,9 @@ void StreamLife::open(const void* key, const NativeFormat& format, std::string_v
                       std::string_view own) {
     const std::scoped_lock guard(lock_);
     closeLocked(key);
+    if (isFinished_) {
+        return;
+    }
     const std::string name = nameFor(api, own);
     NativeStream& stream = unusedStream();
     if (!format.servable()) {
@@ -240,14 +242,21 @@ BridgeUnit* StreamLife::unitFor(NativeStream& stream) {
             return other != &stream && other->unit_.load() != nullptr && !other->hasSound_.load();
         });
         if (idle != streams_.end()) {
-            unit = (*idle)->unit_.exchange(nullptr);
-            unit->stop();
+            BridgeUnit* const lent = (*idle)->unit_.exchange(nullptr);
+            // A writer that saw the unit is told apart from one that comes later: both look behind
+            // their own change.
+            if ((*idle)->users_.load() == 0) {
+                unit = lent;
+            } else {
+                (*idle)->unit_.store(lent);
+            }
         }
     }
     return unit != nullptr && unit->take(stream.format_, stream.name_, stream) ? unit : nullptr;
 }
 
 void StreamLife::report(NativeStream& stream, tq_stream_fate fate, bool isClosed) {
+    stream.fate_ = fate;
     tq_stream facts = stream.facts(fate);
     facts.is_closed = isClosed ? 1 : 0;
     (void)tq_stream_report(&facts);
@@ -302,9 +311,9 @@ void StreamLife::lookAt(NativeStream& stream) {
     if (unit != nullptr && !unit->isRunning()) {
         unit->start();
     }
-    if (!stream.isReported_) {
-        stream.isReported_ = true;
-        report(stream, unit != nullptr ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE, false);
+    const tq_stream_fate fate = unit != nullptr ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE;
+    if (stream.fate_ != fate) {
+        report(stream, fate, false);
     }
 }
 
@@ -312,11 +321,16 @@ void StreamLife::endStream(NativeStream& stream) {
     if (BridgeUnit* const unit = stream.unit_.load()) {
         unit->stop();
     }
-    if (stream.isReported_) {
+    if (stream.fate_) {
         const bool isServed = stream.fifo_->counts().written != 0;
         report(stream, isServed ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE, true);
+        stream.fate_.reset();
     }
-    stream.end();
+    // Whoever found it before its key went is in a call of the native library, which may wait for
+    // as long as it likes. Unit and memory stay his; the next look comes back to it.
+    if (stream.users_.load() == 0) {
+        stream.end();
+    }
 }
 
 /// Writers that are still at work add to what is waited for, but not to how long.
@@ -399,7 +413,7 @@ void StreamLife::afterForkInChild() {
         stream->unit_ = nullptr;
         stream->state_ = NativeStream::State::kClosed;
         stream->isOver_ = true;
-        stream->isReported_ = false;
+        stream->fate_.reset();
     }
     life.lock_.unlock();
 }

@@ -121,6 +121,20 @@ TEST_F(Source, SoundIsProcessedInTheUnitsFormatBeforeItsFirstStart) {
     EXPECT_NEAR(block.back(), 1000, 5) << "-20 dB";
 }
 
+TEST_F(Source, SoundOfTheNextStreamIsProcessedInItsOwnFormatBeforeTheUnitsNextStart) {
+    duck();
+    ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);
+    host->prepare();
+    ASSERT_EQ(open("alsa-1"), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    ASSERT_EQ(host->stop(), 0);
+    ASSERT_EQ(host->setFormat(stream_formats::floatInterleaved(48000, 1)), 0);
+    ASSERT_EQ(tq_source_rename(source, "alsa-2"), TQ_OK);
+    std::vector<float> floats(4800, 0.5F);
+    tq_source_process(source, floats.data(), 4800);
+    EXPECT_NEAR(floats.back(), 0.05F, 0.001F);
+}
+
 TEST_F(Source, ALevelIsForgottenWhenDuckingGoesOff) {
     duck();
     ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);

@@ -1,0 +1,245 @@
+#include "bridges/core/NativeStream.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "bridges/core/StreamFixture.h"
+#include "support/sound/Comparison.h"
+
+// What a program writes through a made-up interface is on its track, once and in order.
+
+namespace bridgetests {
+namespace {
+
+using tqtest::differences;
+using tqtest::markedNoise;
+using tqtest::Sound;
+using tqtest::SoundFormat;
+
+class Pieces : public NativeStreams, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(Pieces, AreOnTheTrackOnceAndInOrder) {
+    const std::size_t piece = GetParam();
+    const std::size_t count = std::max<std::size_t>(3 * piece, 9600) / piece * piece;
+    const Sound sound = markedNoise({}, count);
+    MadeUpPcm pcm({}, "");
+    std::size_t written = 0;
+    // As a program that is paced: there is always a piece more than the device needs.
+    for (std::size_t due = piece + 4 * kSlice; written < count; due += kSlice) {
+        while (written < std::min(due, count)) {
+            pcm.write(sound.part(written, piece));
+            written += piece;
+        }
+        awaitReport("madeup-1");
+        pump();
+    }
+    pcm.close();
+    playOut("madeup-1");
+    EXPECT_EQ(differences(sound, track("madeup-1").trimmed()), kNothing);
+    EXPECT_EQ(pcm.passed().bytes, sound.bytes);
+    const tq_stream end = reports("madeup-1").back();
+    EXPECT_EQ(end.written, count);
+    EXPECT_EQ(end.played, count);
+    EXPECT_EQ(end.dropped + end.lost, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Pieces, testing::Values(1, 7, 441, 2205, 48000, 200000));
+
+struct NativeStreamTest : NativeStreams {};
+
+TEST_F(NativeStreamTest, APauseIsSilenceOfItsLengthAndLosesNothing) {
+    const Sound sound = markedNoise({}, 48000);
+    MadeUpPcm pcm({}, "");
+    pcm.write(sound);
+    awaitReport("madeup-1");
+    pump(40);
+    pcm.use()->frozen(true);
+    pump(50);
+    pcm.use()->frozen(false);
+    pump(10);
+    pcm.close();
+    playOut("madeup-1");
+    const Sound heard = track("madeup-1").trimmed();
+    EXPECT_EQ(heard.frames(), sound.frames() + 50 * kSlice);
+    const auto found = differences(sound, heard);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_TRUE(found[0].starts_with("24000 frames of silence inserted")) << found[0];
+}
+
+TEST_F(NativeStreamTest, WhatIsFlushedIsNotOnTheTrackAndWhatFollowsIs) {
+    const Sound before = markedNoise({}, 48000, 1);
+    const Sound behind = markedNoise({}, 24000, 2);
+    MadeUpPcm pcm({}, "");
+    pcm.write(before);
+    awaitReport("madeup-1");
+    pump(40);
+    pcm.use()->flushed();
+    pcm.write(behind);
+    pump(60);
+    pcm.close();
+    playOut("madeup-1");
+    const Sound heard = track("madeup-1").trimmed();
+    const std::size_t at = tqtest::beginningOf(behind, heard);
+    EXPECT_EQ(differences(behind, heard.part(at, heard.frames() - at)), kNothing);
+    const Sound first = heard.part(0, at).trimmed();
+    EXPECT_EQ(differences(before.part(0, first.frames()), first), kNothing);
+    const tq_stream end = reports("madeup-1").back();
+    EXPECT_EQ(first.frames() + behind.frames(), end.played);
+    EXPECT_EQ(end.dropped, before.frames() - first.frames());
+}
+
+TEST_F(NativeStreamTest, WhatIsTakenBackIsReplacedByWhatIsWrittenNext) {
+    const Sound before = markedNoise({}, 48000, 1);
+    const Sound behind = markedNoise({}, 20000, 2);
+    MadeUpPcm pcm({}, "");
+    pcm.write(before);
+    awaitReport("madeup-1");
+    pump(20);
+    pcm.use()->takenBack(10000);
+    pcm.write(behind);
+    pcm.close();
+    playOut("madeup-1");
+    Sound wanted = before.part(0, 38000);
+    wanted.bytes += behind.bytes;
+    EXPECT_EQ(differences(wanted, track("madeup-1").trimmed()), kNothing);
+}
+
+TEST_F(NativeStreamTest, OnlyWhatTheInterfaceTookIsOnTheTrack) {
+    const Sound sound = markedNoise({}, 30000);
+    for (const bool isDucked : {false, true}) {
+        const std::string name = isDucked ? "madeup-1 ducked" : "madeup-1 plain";
+        MadeUpPcm pcm({}, name.substr(9));
+        if (isDucked) {
+            duckingBegins();
+        }
+        std::size_t at = 0;
+        for (const std::size_t taken : {1000U, 0U, 3U, 997U, 0U, 8000U, 10000U, 10000U}) {
+            pcm.write(sound.part(at, 10000), std::min<std::size_t>(taken, sound.frames() - at));
+            at += taken;
+        }
+        awaitReport(name);
+        pcm.close();
+        playOut(name);
+        ASSERT_EQ(pcm.passed().frames(), 30000U);
+        EXPECT_EQ(differences(pcm.passed(), track(name).trimmed()), kNothing) << name;
+        if (!isDucked) {
+            EXPECT_EQ(pcm.passed().bytes, sound.bytes);
+        }
+    }
+}
+
+TEST_F(NativeStreamTest, AProgramThatThinksBetterOfARefusedPieceIsFollowed) {
+    const Sound first = markedNoise({}, 9600, 1);
+    const Sound other = markedNoise({}, 9600, 2);
+    duckingBegins();
+    MadeUpPcm pcm({}, "");
+    pcm.write(first, 4000);
+    pcm.write(other);
+    awaitReport("madeup-1");
+    pcm.close();
+    playOut("madeup-1");
+    EXPECT_EQ(differences(pcm.passed(), track("madeup-1").trimmed()), kNothing);
+    EXPECT_NEAR(pcm.passed().value(13599, 0), other.value(9599, 0) / 10, 1e-3);
+}
+
+TEST_F(NativeStreamTest, WhileDuckedTheTrackIsWhatIsPlayedAndTheMixWhatIsWritten) {
+    constexpr SoundFormat kMixFormat{.rate = 44100};
+    ASSERT_EQ(TQManualDeviceSetSampleRate(44100), 0);
+    const Sound sound = markedNoise(kMixFormat, 88200);
+    MadeUpPcm pcm(kMixFormat, "");
+    for (std::size_t at = 0; at < sound.frames(); at += 4410) {
+        if (at == 22050) {
+            duckingBegins();
+        }
+        if (at == 66150) {
+            duckingEnds();
+        }
+        const auto memory =
+            at % 8820 == 0 ? MadeUpPcm::Memory::kConstant : MadeUpPcm::Memory::kChangeable;
+        pcm.write(sound.part(at, 4410), 4410, memory);
+    }
+    awaitReport("madeup-1");
+    pcm.close();
+    playOut("madeup-1");
+    pump(20);
+    EXPECT_EQ(differences(pcm.passed(), track("madeup-1", kMixFormat).trimmed()), kNothing);
+    EXPECT_EQ(differences(sound, mix().trimmed()), kNothing);
+    EXPECT_EQ(pcm.passed().part(0, 22050).bytes, sound.part(0, 22050).bytes);
+    EXPECT_EQ(pcm.passed().part(66150, 22050).bytes, sound.part(66150, 22050).bytes);
+    EXPECT_NEAR(pcm.passed().value(44100, 1), sound.value(44100, 1) / 10, 1e-3);
+}
+
+TEST_F(NativeStreamTest, DuckingIsThereFromTheFirstFrame) {
+    duckingBegins();
+    const Sound sound = markedNoise({}, 9600);
+    MadeUpPcm pcm({}, "");
+    pcm.write(sound);
+    const auto gain = [&](std::size_t frame) {
+        return pcm.passed().value(frame, 0) / sound.value(frame, 0);
+    };
+    EXPECT_LT(gain(10), 0.95);
+    EXPECT_NEAR(gain(9600 - 1), 0.1, 0.01);
+}
+
+TEST_F(NativeStreamTest, AProgramThatIsTooSlowLeavesOnlySilenceBetween) {
+    const Sound sound = markedNoise({}, std::size_t{48000} * 90);
+    MadeUpPcm pcm({}, "");
+    double due = 2880;
+    for (std::size_t written = 0; written + 480 <= sound.frames();) {
+        for (; static_cast<double>(written) + 480 <= due && written + 480 <= sound.frames();
+             written += 480) {
+            pcm.write(sound.part(written, 480));
+        }
+        awaitReport("madeup-1");
+        pump();
+        due += 480 * 0.999;
+    }
+    pcm.close();
+    playOut("madeup-1");
+    const auto found = differences(sound, track("madeup-1").trimmed());
+    EXPECT_EQ(found.size(), 1U) << "4320 frames too few, 2880 in each margin";
+    for (const std::string& each : found) {
+        EXPECT_NE(each.find("of silence inserted"), std::string::npos) << each;
+    }
+}
+
+TEST_F(NativeStreamTest, AProgramThatIsTooFastIsCutInItsOwnSilenceOnly) {
+    Sound sound{{}, {}};
+    Sound loud{{}, {}};
+    for (unsigned i = 0; i < 30; ++i) {
+        const Sound phrase = markedNoise({}, 2 * 48000, i + 1);
+        sound.bytes += phrase.bytes;
+        loud.bytes += phrase.bytes;
+        sound.bytes += tqtest::silence({}, 48000).bytes;
+    }
+    MadeUpPcm pcm({}, "");
+    double due = 4800;
+    std::size_t written = 0;
+    std::size_t pumped = 0;
+    while (written + 480 <= sound.frames()) {
+        for (; static_cast<double>(written) + 480 <= due && written + 480 <= sound.frames();
+             written += 480) {
+            pcm.write(sound.part(written, 480));
+        }
+        awaitReport("madeup-1");
+        pump();
+        pumped += kSlice;
+        due += 480 * 1.001;
+    }
+    const std::size_t lead = sound.frames() - pumped;
+    EXPECT_GT(lead, 8000U) << "a tenth of a second and 1000 ppm of 90 s";
+    pcm.close();
+    playOut("madeup-1");
+    const Sound heard = track("madeup-1").trimmed();
+    Sound got{{}, {}};
+    for (std::size_t at = 0; at < heard.frames(); ++at) {
+        if (!heard.isSilent(at)) {
+            got.bytes += heard.frame(at);
+        }
+    }
+    EXPECT_EQ(differences(loud, got), kNothing);
+    EXPECT_LT(heard.frames() + 3000, sound.frames()) << "nothing was cut";
+}
+
+}  // namespace
+}  // namespace bridgetests

@@ -1,0 +1,338 @@
+#include "bridges/core/StreamLife.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+#include "bridges/core/StreamFixture.h"
+#include "support/sound/Comparison.h"
+
+// Streams that come and go: which of them have a unit, and what is left of them.
+
+namespace bridgetests {
+namespace {
+
+using tq::bridges::NativeFormat;
+using tq::bridges::NativeSample;
+using tq::bridges::NativeStream;
+using tqtest::differences;
+using tqtest::Encoding;
+using tqtest::markedNoise;
+using tqtest::Sound;
+using tqtest::SoundFormat;
+
+/// How a track of such a stream reaches listeners.
+SoundFormat heardFormat(SoundFormat format) {
+    const bool isWide = format.encoding == Encoding::S24 || format.encoding == Encoding::S32;
+    format.encoding = isWide ? Encoding::S32 : Encoding::S16;
+    return format;
+}
+
+/// Whether a track is what was passed on. Floats reach listeners as 16-bit.
+void expectSame(const Sound& passed, const Sound& heard, const std::string& what) {
+    const auto channels = static_cast<std::size_t>(passed.format.channels);
+    ASSERT_EQ(heard.frames(), passed.frames()) << what;
+    if (passed.format.encoding != Encoding::F32) {
+        Sound wanted{heard.format, std::string(heard.bytes.size(), '\0')};
+        tq::bridges::toUnit(nativeFormat(passed.format).sample)(
+            passed.bytes.data(), wanted.bytes.data(), passed.frames() * channels);
+        EXPECT_EQ(differences(wanted, heard), kNothing) << what;
+        return;
+    }
+    double farthest = 0;
+    for (std::size_t i = 0; i < passed.frames() * channels; ++i) {
+        farthest = std::max(farthest, std::abs(passed.value(i / channels, i % channels) -
+                                               heard.value(i / channels, i % channels)));
+    }
+    EXPECT_LT(farthest, 1.6 / 32768) << what;
+}
+
+struct StreamLifeTest : NativeStreams {
+    /// Whether the sound is in the track, whole and without a break.
+    [[nodiscard]] bool holds(const Sound& got, const Sound& wanted) const {
+        const std::size_t at = tqtest::beginningOf(wanted, got);
+        return at < got.frames() && got.part(at, wanted.frames()).bytes == wanted.bytes;
+    }
+};
+
+TEST_F(StreamLifeTest, FiftyShortStreamsOverMusicAreWholeAndTheMusicIsNotInterrupted) {
+    const Sound music = markedNoise({}, 48000 * 10, 99);
+    MadeUpPcm player({}, "music");
+    std::size_t written = 0;
+    const auto playOn = [&](int slices) {
+        for (int i = 0; i < slices; ++i) {
+            player.write(music.part(written, kSlice));
+            written += kSlice;
+            pump();
+        }
+    };
+    player.write(music.part(0, 9600));
+    written = 9600;
+    awaitReport("madeup-1 music");
+    for (unsigned i = 0; i < 50; ++i) {
+        MadeUpPcm shot({}, "shot");
+        shot.write(markedNoise({}, 2400 + 10 * i, i + 1));
+        awaitReports(" shot", false, i + 1);
+        playOn(4);
+        shot.close();
+        playOn(14);
+        awaitReports(" shot", true, i < 2 ? 0 : i - 2);
+    }
+    player.write(music.part(written, music.frames() - written));
+    player.close();
+    playOut("madeup-1 music");
+    EXPECT_EQ(differences(music, track("madeup-1 music").trimmed()), kNothing);
+    Sound shots{{}, {}};
+    for (const auto& [name, heard] : tracks()) {
+        if (name.ends_with(" shot")) {
+            shots.bytes += heard.bytes;
+        }
+    }
+    for (unsigned i = 0; i < 50; ++i) {
+        EXPECT_TRUE(holds(shots, markedNoise({}, 2400 + 10 * i, i + 1))) << i;
+    }
+}
+
+TEST_F(StreamLifeTest, OfTenStreamsSevenAreRecordedAndOneMoreWhenOneOfThemEnds) {
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    for (unsigned i = 0; i < 10; ++i) {
+        streams.push_back(std::make_unique<MadeUpPcm>(SoundFormat{}, ""));
+        streams.back()->write(markedNoise({}, 9600, i + 1));
+        awaitReport("madeup-" + std::to_string(i + 1),
+                    i < 7 ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE);
+    }
+    streams[2].reset();
+    playOut("madeup-3");
+    const auto isRecorded = [&](unsigned number) {
+        const auto all = reports("madeup-" + std::to_string(number));
+        return all.back().fate == TQ_STREAM_RECORDED && all.back().is_closed == 0;
+    };
+    std::vector<unsigned> later;
+    for (int i = 0; i < 1000 && later.empty(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (unsigned number = 8; number <= 10; ++number) {
+            if (isRecorded(number)) {
+                later.push_back(number);
+            }
+        }
+    }
+    ASSERT_EQ(later.size(), 1U);
+    const std::string name = "madeup-" + std::to_string(later[0]);
+    const Sound more = markedNoise({}, 9600, 50);
+    streams[later[0] - 1]->write(more);
+    streams[later[0] - 1]->close();
+    playOut(name);
+    EXPECT_EQ(differences(more, track(name).trimmed()), kNothing);
+    EXPECT_EQ(reports(name).back().lost, 9600U);
+}
+
+TEST_F(StreamLifeTest, StreamsThatWereOpenedToLookGiveWay) {
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    for (int i = 0; i < 9; ++i) {
+        streams.push_back(std::make_unique<MadeUpPcm>(SoundFormat{}, "look"));
+    }
+    MadeUpPcm player({}, "play");
+    const Sound sound = markedNoise({}, 9600);
+    player.write(sound);
+    awaitReport("madeup-10 play");
+    player.close();
+    playOut("madeup-10 play");
+    EXPECT_EQ(differences(sound, track("madeup-10 play").trimmed()), kNothing);
+    // And one of them that plays after all.
+    streams[0]->write(sound);
+    awaitReport("madeup-1 look", TQ_STREAM_RECORDED);
+}
+
+TEST_F(StreamLifeTest, AHandleThatComesBackIsAnotherStream) {
+    const Sound first = markedNoise({}, 9600, 1);
+    const Sound second = markedNoise({}, 9600, 2);
+    MadeUpPcm pcm({}, "first");
+    pcm.write(first);
+    awaitReport("madeup-1 first");
+    pcm.close();
+    pcm.open("second");
+    pcm.write(second);
+    awaitReport("madeup-2 second");
+    pcm.open("third");
+    pcm.write(first);
+    pcm.close();
+    playOut("madeup-1 first");
+    playOut("madeup-2 second");
+    playOut("madeup-3 third");
+    EXPECT_EQ(differences(first, track("madeup-1 first").trimmed()), kNothing);
+    EXPECT_EQ(differences(second, track("madeup-2 second").trimmed()), kNothing);
+    EXPECT_EQ(differences(first, track("madeup-3 third").trimmed()), kNothing);
+}
+
+TEST_F(StreamLifeTest, FormatAfterFormatIsPlayedInItsOwn) {
+    unsigned number = 0;
+    for (const int channels : {2, 1, 6}) {
+        for (const Encoding encoding :
+             {Encoding::S16, Encoding::F32, Encoding::S24, Encoding::U8, Encoding::S32}) {
+            for (const bool isDucked : {false, true}) {
+                const SoundFormat format{.channels = channels, .encoding = encoding};
+                const std::string own = "f" + std::to_string(++number);
+                const std::string name = "madeup-1 " + own;
+                if (isDucked) {
+                    duckingBegins();
+                }
+                MadeUpPcm pcm(format, own);
+                pcm.write(markedNoise(format, 9600, number));
+                awaitReport(name);
+                pcm.close();
+                playOut(name);
+                duckingEnds();
+                const Sound all = track(name, heardFormat(format));
+                expectSame(pcm.passed(),
+                           all.part(all.silenceAtStart() - pcm.passed().silenceAtStart(), 9600),
+                           name + ": " + std::string(pulseName(encoding)));
+                const double last = pcm.passed().value(9599, 0);
+                const double written = markedNoise(format, 9600, number).value(9599, 0);
+                EXPECT_NEAR(last, isDucked ? written / 10 : written, 0.009) << name;
+            }
+        }
+    }
+}
+
+TEST_F(StreamLifeTest, WhatNoUnitPlaysIsSaidAndLeftAlone) {
+    NativeStream::open(this, {NativeSample::kNotPcm, 2, 48000}, "madeup", "coded");
+    EXPECT_FALSE(NativeStream::Use(this));
+    ASSERT_EQ(reports("madeup-1 coded").size(), 1U);
+    EXPECT_EQ(reports("madeup-1 coded")[0].fate, TQ_STREAM_NOT_PCM);
+    NativeStream::open(this, {NativeSample::kS16, 9, 48000}, "madeup", "wide");
+    EXPECT_FALSE(NativeStream::Use(this));
+    ASSERT_EQ(reports("madeup-1 wide").size(), 1U);
+    EXPECT_EQ(reports("madeup-1 wide")[0].fate, TQ_STREAM_FORMAT);
+}
+
+TEST_F(StreamLifeTest, AWriterThatWaitsInTheInterfaceHoldsNobodyUp) {
+    MadeUpPcm waiting({}, "waits");
+    waiting.write(markedNoise({}, 4800));
+    awaitReport("madeup-1 waits");
+    {
+        const auto stream = waiting.use();
+        (void)stream->prepare(markedNoise({}, 480).bytes.data(), 480, MadeUpPcm::Memory::kConstant);
+        waiting.close();
+        playOut("madeup-1 waits");
+        MadeUpPcm other({}, "other");
+        other.write(markedNoise({}, 4800));
+        awaitReport("madeup-2 other");
+        // What the interface took in the end belongs to nobody any more.
+        stream->accepted(480);
+    }
+    MadeUpPcm next({}, "next");
+    next.write(markedNoise({}, 480));
+}
+
+TEST_F(StreamLifeTest, AtTheEndOfTheProcessWhatIsThereIsPlayed) {
+    const Sound sound = markedNoise({}, 9600);
+    MadeUpPcm pcm({}, "");
+    pcm.write(sound);
+    awaitReport("madeup-1");
+    pump(4);
+    std::atomic<bool> isOver{false};
+    std::thread device([&] {
+        while (!isOver) {
+            pump();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    NativeStream::finish();
+    isOver = true;
+    device.join();
+    EXPECT_EQ(reports("madeup-1").back().is_closed, 1U);
+    pump(10);
+    EXPECT_EQ(differences(sound, track("madeup-1").trimmed()), kNothing);
+    pcm.open("late");
+    EXPECT_FALSE(pcm.use()) << "a stream was opened behind the end";
+}
+
+TEST_F(StreamLifeTest, AForkLeavesTheParentsStreamsAloneAndTheChildOpensItsOwn) {
+    const Sound sound = markedNoise({}, 24000);
+    MadeUpPcm pcm({}, "");
+    pcm.write(sound.part(0, 9600));
+    awaitReport("madeup-1");
+    pump(10);
+    const pid_t child = fork();
+    if (child == 0) {
+        pcm.write(sound.part(9600, 4800));
+        const bool isUnknown = !pcm.use();
+        pcm.open("child's");
+        const bool isKnown = static_cast<bool>(pcm.use());
+        pcm.write(sound.part(0, 4800));
+        pcm.close();
+        _exit(isUnknown && isKnown ? 0 : 1);
+    }
+    pcm.write(sound.part(9600, 14400));
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    pcm.close();
+    playOut("madeup-1");
+    EXPECT_EQ(differences(sound, track("madeup-1").trimmed()), kNothing);
+}
+
+TEST_F(StreamLifeTest, ManyThreadsOpenWriteAndCloseAtOnce) {
+    std::atomic<int> running{8};
+    std::vector<std::thread> programs;
+    const Sound sound = markedNoise({}, 4800);
+    std::vector<std::unique_ptr<MadeUpPcm>> shared(4);
+    for (auto& pcm : shared) {
+        pcm = std::make_unique<MadeUpPcm>(SoundFormat{}, "shared");
+    }
+    for (unsigned i = 0; i < 8; ++i) {
+        programs.emplace_back([&, i] {
+            for (int round = 0; round < 30; ++round) {
+                const SoundFormat format{
+                    .channels = 1 + round % 2,
+                    .encoding = round % 3 == 0 ? Encoding::F32 : Encoding::S16};
+                MadeUpPcm pcm(format, "");
+                const Sound own = markedNoise(format, 2000, i + 1);
+                pcm.write(own);
+                pcm.write(own, 700);
+                if (auto stream = pcm.use()) {
+                    stream->flushed();
+                    stream->takenBack(100);
+                    stream->frozen(round % 2 == 0);
+                    stream->drained();
+                }
+                // Others close and open what is written here.
+                MadeUpPcm& one = *shared[(i + static_cast<unsigned>(round)) % 4];
+                if (i < 4) {
+                    shared[i]->write(sound);
+                } else {
+                    round % 2 == 0 ? one.close() : one.open("shared");
+                }
+            }
+            --running;
+        });
+    }
+    while (running > 0) {
+        pump();
+    }
+    for (std::thread& program : programs) {
+        program.join();
+    }
+    shared.clear();
+    MadeUpPcm last({}, "last");
+    last.write(sound);
+    const auto isSaid = [&] {
+        for (int number = 1; number < 20; ++number) {
+            if (!reports("madeup-" + std::to_string(number) + " last").empty()) {
+                return true;
+            }
+        }
+        return false;
+    };
+    for (int i = 0; i < 2000 && !isSaid(); ++i) {
+        pump();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_TRUE(isSaid());
+}
+
+}  // namespace
+}  // namespace bridgetests
