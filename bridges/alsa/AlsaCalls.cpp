@@ -2,17 +2,25 @@
 
 #include <alsa/asoundlib.h>
 
+#include <array>
+#include <span>
+
+#include "bridges/alsa/AlsaAreas.h"
 #include "bridges/alsa/AlsaFormat.h"
 #include "bridges/core/CallDepth.h"
 #include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/NativeStream.h"
+#include "bridges/core/Planar.h"
 #include "hook/Hook.h"
 
 namespace tq::bridges {
 namespace {
 
 using Memory = NativeStream::Memory;
+
+/// Of what is served.
+constexpr std::size_t kMostChannels = 8;
 
 /// What is asked of the program's own copy of the library.
 struct AlsaLibrary {
@@ -43,11 +51,15 @@ struct AlsaLibrary {
     }
 };
 
-void beginStream(const void* known, snd_pcm_t* pcm, const NativeFormat& format) {
-    const AlsaLibrary& alsa = AlsaLibrary::of(known);
+void beginStream(const void* library, snd_pcm_t* pcm, const NativeFormat& format) {
+    const AlsaLibrary& alsa = AlsaLibrary::of(library);
     if (alsa.isComplete() && alsa.stream(pcm) == SND_PCM_STREAM_PLAYBACK) {
         const char* const name = alsa.name(pcm);
-        NativeStream::open(pcm, format, "alsa", name == nullptr ? "" : name);
+        NativeFormat known = format;
+        if (name != nullptr && isPassThrough(name)) {
+            known.sample = NativeSample::kNotPcm;
+        }
+        NativeStream::open(pcm, known, "alsa", name == nullptr ? "" : name);
     }
 }
 
@@ -86,6 +98,73 @@ constexpr auto hookOfWrite() {
         });
 }
 
+/// A function that writes one plane a channel.
+template <auto* kFunction>
+constexpr auto hookOfPlanes() {
+    return tqhook::hook<kFunction>(
+        [](auto* original, snd_pcm_t* pcm, void** planes, snd_pcm_uframes_t frames) {
+            const CallDepth depth;
+            const NativeStream::Use stream(depth.isOutermost() ? pcm : nullptr);
+            std::byte* const room = stream && planes != nullptr ? stream->room(frames) : nullptr;
+            if (room == nullptr) {
+                return original(pcm, planes, frames);
+            }
+            const unsigned channels = stream->format().channels;
+            const unsigned bytes = bytesPerSample(stream->format().sample);
+            interleave({const_cast<const void* const*>(planes), channels}, bytes, frames, room);
+            const void* const passed = stream->prepare(room, frames, Memory::kConstant);
+            std::array<void*, kMostChannels> own{};
+            if (passed != room) {
+                for (unsigned channel = 0; channel < channels; ++channel) {
+                    own[channel] = room + channel * frames * bytes;
+                }
+                deinterleave(passed, bytes, frames, {own.data(), channels});
+                planes = own.data();
+            }
+            const snd_pcm_sframes_t taken = original(pcm, planes, frames);
+            stream->accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
+            return taken;
+        });
+}
+
+/// A function that has done what it says when its result is not negative.
+template <auto* kFunction, class Then>
+constexpr auto hookOfControl(Then /*then*/) {
+    return tqhook::hook<kFunction>([](auto* original, snd_pcm_t* pcm, auto... arguments) {
+        const CallDepth depth;
+        const auto result = original(pcm, arguments...);
+        const NativeStream::Use stream(depth.isOutermost() && result >= 0 ? pcm : nullptr);
+        if (stream) {
+            Then{}(*stream.operator->(), result, arguments...);
+        }
+        return result;
+    });
+}
+
+snd_pcm_sframes_t commit(decltype(&snd_pcm_mmap_commit) original, NativeStream& stream,
+                         snd_pcm_t* pcm, snd_pcm_uframes_t offset, snd_pcm_uframes_t frames) {
+    const AlsaPiece piece{static_cast<const snd_pcm_channel_area_t*>(stream.kept()),
+                          stream.format().channels, bytesPerSample(stream.format().sample), offset,
+                          frames};
+    std::byte* const room = isReachable(piece) ? stream.room(frames) : nullptr;
+    if (room == nullptr) {
+        return original(pcm, offset, frames);
+    }
+    readPiece(piece, room);
+    const void* const passed = stream.prepare(room, frames, Memory::kConstant);
+    if (passed != room) {
+        writePiece(piece, passed, 0);
+    }
+    const snd_pcm_sframes_t result = original(pcm, offset, frames);
+    const std::size_t taken = result > 0 ? static_cast<std::size_t>(result) : 0;
+    if (passed != room && taken < frames) {
+        // The program finds the rest as it left it, to commit it again.
+        writePiece(piece, room, taken);
+    }
+    stream.accepted(taken);
+    return result;
+}
+
 constexpr tqhook::HookTable kHooks{
     tqhook::hook<&snd_pcm_hw_params>(
         [](auto* original, snd_pcm_t* pcm, snd_pcm_hw_params_t* params) {
@@ -112,6 +191,46 @@ constexpr tqhook::HookTable kHooks{
     }),
     hookOfWrite<&snd_pcm_writei>(),
     hookOfWrite<&snd_pcm_mmap_writei>(),
+    hookOfPlanes<&snd_pcm_writen>(),
+    hookOfPlanes<&snd_pcm_mmap_writen>(),
+    tqhook::hook<&snd_pcm_mmap_begin>([](auto* original, snd_pcm_t* pcm,
+                                         const snd_pcm_channel_area_t** areas,
+                                         snd_pcm_uframes_t* offset, snd_pcm_uframes_t* frames) {
+        const CallDepth depth;
+        const int result = original(pcm, areas, offset, frames);
+        const NativeStream::Use stream(depth.isOutermost() && result >= 0 ? pcm : nullptr);
+        if (stream) {
+            stream->keep(*areas);
+        }
+        return result;
+    }),
+    tqhook::hook<&snd_pcm_mmap_commit>(
+        [](auto* original, snd_pcm_t* pcm, snd_pcm_uframes_t offset, snd_pcm_uframes_t frames) {
+            const CallDepth depth;
+            const NativeStream::Use stream(depth.isOutermost() ? pcm : nullptr);
+            return stream ? commit(original, *stream.operator->(), pcm, offset, frames)
+                          : original(pcm, offset, frames);
+        }),
+    hookOfControl<&snd_pcm_rewind>([](NativeStream& stream, snd_pcm_sframes_t result, auto...) {
+        stream.takenBack(static_cast<std::size_t>(result));
+    }),
+    hookOfControl<&snd_pcm_pause>(
+        [](NativeStream& stream, int, int isPaused) { stream.frozen(isPaused != 0); }),
+    hookOfControl<&snd_pcm_resume>([](NativeStream& stream, int) { stream.frozen(false); }),
+    hookOfControl<&snd_pcm_reset>([](NativeStream& stream, int) { stream.flushed(); }),
+    hookOfControl<&snd_pcm_drop>([](NativeStream& stream, int) {
+        stream.flushed();
+        stream.frozen(false);
+    }),
+    hookOfControl<&snd_pcm_prepare>([](NativeStream& stream, int) { stream.frozen(false); }),
+    tqhook::hook<&snd_pcm_drain>([](auto* original, snd_pcm_t* pcm) {
+        const CallDepth depth;
+        if (const NativeStream::Use stream(depth.isOutermost() ? pcm : nullptr); stream) {
+            // Before it waits.
+            stream->drained();
+        }
+        return original(pcm);
+    }),
     tqhook::hook<&snd_pcm_hw_free>([](auto* original, snd_pcm_t* pcm) {
         NativeStream::close(pcm);
         return original(pcm);

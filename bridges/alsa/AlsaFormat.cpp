@@ -1,6 +1,8 @@
 #include "bridges/alsa/AlsaFormat.h"
 
+#include <algorithm>
 #include <bit>
+#include <charconv>
 
 namespace tq::bridges {
 namespace {
@@ -15,7 +17,28 @@ constexpr NativeSample big(NativeSample own, NativeSample swapped) {
     return kIsLittle ? swapped : own;
 }
 
+constexpr std::string_view kFirstStatus = "AES0";
+/// Set when what is played is not linear samples.
+constexpr unsigned kNotAudio = 0x2;
+
 }  // namespace
+
+bool isPassThrough(std::string_view device) noexcept {
+    const std::size_t at = device.find(kFirstStatus);
+    if (at == std::string_view::npos) {
+        return false;
+    }
+    device.remove_prefix(at + kFirstStatus.size());
+    device.remove_prefix(std::min(device.find_first_not_of("= \t\"'"), device.size()));
+    int base = 10;
+    if (device.starts_with("0x") || device.starts_with("0X")) {
+        device.remove_prefix(2);
+        base = 16;
+    }
+    unsigned status = 0;
+    (void)std::from_chars(device.data(), device.data() + device.size(), status, base);
+    return (status & kNotAudio) != 0;
+}
 
 NativeSample alsaSample(snd_pcm_format_t format) noexcept {
     using enum NativeSample;

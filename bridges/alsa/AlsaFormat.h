@@ -2,11 +2,17 @@
 
 #include <alsa/asoundlib.h>
 
+#include <string_view>
+
 #include "bridges/core/NativeFormat.h"
 
 namespace tq::bridges {
 
 /// [any thread] How ALSA's samples lie in memory; kNotPcm for coded sound.
 [[nodiscard]] NativeSample alsaSample(snd_pcm_format_t format) noexcept;
+
+/// [any thread] Whether a device is opened for coded sound that looks like 16-bit samples: its
+/// channel status says so ("iec958:AES0=0x6", "hdmi:CARD=0,AES0=6").
+[[nodiscard]] bool isPassThrough(std::string_view device) noexcept;
 
 }  // namespace tq::bridges

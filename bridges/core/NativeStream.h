@@ -79,6 +79,15 @@ class NativeStream final : private BlockFeeder {
     /// unit: of that only what has been played by now can have been heard.
     void cutShort() noexcept;
 
+    /// Memory for that many frames as the program writes them, for sound that does not lie
+    /// interleaved. Null for more than a stream holds. One piece at a time.
+    [[nodiscard]] std::byte* room(std::size_t frames) const noexcept {
+        return frames <= mostFrames_ ? room_.data() : nullptr;
+    }
+    /// Something that the writer's next call wants to know again; null at first.
+    void keep(const void* what) noexcept { kept_ = what; }
+    [[nodiscard]] const void* kept() const noexcept { return kept_; }
+
     // [any thread] [real-time safe] Control.
 
     /// Paused: nothing of it is played until it goes on.
@@ -134,10 +143,12 @@ class NativeStream final : private BlockFeeder {
     std::unique_ptr<FrameFifo> fifo_;
 
     // The writer's.
-    ReservedMemory pre_;         ///< as written
-    ReservedMemory post_;        ///< as heard
-    ReservedMemory fresh_;       ///< what is compared with frames that were kept
-    ReservedMemory passed_;      ///< what is passed on where the program's memory is constant
+    ReservedMemory pre_;     ///< as written
+    ReservedMemory post_;    ///< as heard
+    ReservedMemory fresh_;   ///< what is compared with frames that were kept
+    ReservedMemory passed_;  ///< what is passed on where the program's memory is constant
+    ReservedMemory room_;
+    const void* kept_ = nullptr;
     std::size_t processed_ = 0;  ///< frames of pre_ and post_, from their beginning
     std::size_t prepared_ = 0;   ///< frames of the piece that is under way
     bool isProcessed_ = false;   ///< post_ counts for that piece

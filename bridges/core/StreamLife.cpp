@@ -36,19 +36,23 @@ timespec inMilliseconds(long milliseconds) {
 void NativeStream::open(const void* key, const NativeFormat& format, std::string_view api,
                         std::string_view own) {
     const GuardScope guard;
+    const int before = errno;
     try {
         StreamLife::shared().open(key, format, api, own);
     } catch (const std::exception&) {
         // Out of memory: the stream plays unrecorded.
     }
+    errno = before;
 }
 
 void NativeStream::close(const void* key) {
     const GuardScope guard;
+    const int before = errno;
     try {
         StreamLife::shared().close(key);
     } catch (const std::exception&) {
     }
+    errno = before;
 }
 
 void NativeStream::finish() {
@@ -71,6 +75,8 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     fresh_ = ReservedMemory(bytes);
     passed_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
     heard_ = ReservedMemory(bytes);
+    room_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
+    kept_ = nullptr;
     processed_ = prepared_ = block_ = 0;
     hasSound_ = false;
     isFrozen_ = false;
@@ -84,13 +90,14 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     pacer_.emplace(format.sampleRate);
     fifo_ = FrameFifo::tryMake(static_cast<unsigned>(unitFrameBytes_), format.sampleRate);
     return fifo_ != nullptr && pre_.data() != nullptr && post_.data() != nullptr &&
-           fresh_.data() != nullptr && passed_.data() != nullptr && heard_.data() != nullptr;
+           fresh_.data() != nullptr && passed_.data() != nullptr && room_.data() != nullptr &&
+           heard_.data() != nullptr;
 }
 
 void NativeStream::end() {
     unit_.store(nullptr);
     fifo_.reset();
-    for (ReservedMemory* const memory : {&pre_, &post_, &fresh_, &passed_, &heard_}) {
+    for (ReservedMemory* const memory : {&pre_, &post_, &fresh_, &passed_, &heard_, &room_}) {
         *memory = ReservedMemory();
     }
     state_ = State::kUnused;

@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "bridges/programs/ProgramRun.h"
+#include "support/sound/Comparison.h"
+
+// A program of ours on an ALSA device that writes a file: every road by which ALSA takes sound.
+
+namespace programruns {
+namespace {
+
+using tqtest::Sound;
+
+const std::vector<std::string> kNone;
+
+class AlsaRoadTest : public testing::TestWithParam<const char*> {
+  protected:
+    AlsaRoadTest() { std::ofstream(file_, std::ios::binary) << noise_.bytes; }
+    void SetUp() override {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "a sanitizer's library cannot be preloaded into a program built without it";
+#endif
+    }
+
+    const Sound noise_ = tqtest::markedNoise({}, 30000);
+    FileOutput<tqtest::AlsaFilePcm> output_;
+    const std::string file_ = output_.folder().file("noise.raw");
+    const std::vector<std::string> command_{TQ_TEST_ALSA_PLAYER, GetParam(), file_};
+};
+
+TEST_P(AlsaRoadTest, IsHeardAndAnsweredAsBareAndOnOneTrack) {
+    const ProgramRun bare = runBare(output_, command_);
+    const ProgramRun recorded = runRecorded(output_, command_);
+    EXPECT_EQ(bare.end.code, 0) << bare.end.text();
+    EXPECT_EQ(tqtest::differences(noise_, bare.heard), kNone);
+    EXPECT_EQ(tqtest::differences(noise_, recorded.heard), kNone) << recorded.end.text();
+    EXPECT_EQ(bare.end.output, recorded.end.output);
+    expectTrackHolds(recorded, noise_);
+}
+
+TEST_P(AlsaRoadTest, DuckedTheTrackIsWhatIsHeard) {
+    const ProgramRun ducked = runRecorded(output_, command_, {"--duck=-20", "--attack", "0.001"});
+    ASSERT_EQ(ducked.heard.frames(), noise_.frames()) << ducked.end.text();
+    expectTrackHolds(ducked, ducked.heard);
+    const std::size_t last = noise_.frames() - 1;
+    EXPECT_NEAR(ducked.heard.value(last, 0), noise_.value(last, 0) / 10, 0.02);
+}
+
+INSTANTIATE_TEST_SUITE_P(Own, AlsaRoadTest,
+                         testing::Values("writei", "writen", "mapped", "mappedPlanes",
+                                         "mappedWriten"),
+                         [](const testing::TestParamInfo<const char*>& each) {
+                             return std::string(each.param);
+                         });
+
+}  // namespace
+}  // namespace programruns
