@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "AtomicProperty.h"
@@ -217,6 +218,15 @@ class RZReplayAudioUnitObject {
         return blockOwner_.load(std::memory_order_acquire);
     }
 
+    /// [host thread] Which loudspeakers the channels are meant for; under the mix manager's
+    /// operatorLock.
+    void setChannelLabels(std::vector<AudioChannelLabel> labels) {
+        channelLabels_ = std::move(labels);
+    }
+    [[nodiscard]] const std::vector<AudioChannelLabel>& channelLabels() const {
+        return channelLabels_;
+    }
+
   private:
     /// What one read needs to know of the formats, the same for every buffer of the list.
     struct ReadSizes {
@@ -264,6 +274,7 @@ class RZReplayAudioUnitObject {
     std::shared_ptr<const RZReplayVolumeDuckingParam> duckingParam_;
     std::shared_ptr<const RZReplayVolumeCompressorParam> compressorParam_;
     std::atomic<const BlockOwner*> blockOwner_{nullptr};
+    std::vector<AudioChannelLabel> channelLabels_;
     std::atomic<bool> isStarted_{false};
     std::atomic<bool> isCapturing_{false};
     std::atomic<bool> input_enableIO_{false};

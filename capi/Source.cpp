@@ -3,9 +3,12 @@
 #include <RZUnitFormatChange.h>
 #include <audio_hook_config.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Call.h"
 #include "StreamReports.h"
@@ -57,6 +60,36 @@ korva_audio_utils::AudioHookConfigImpl& guard() {
         *korva_audio_utils::AudioHookConfig::getInstance());
 }
 
+AudioChannelLabel labelOf(tq_speaker speaker) {
+    switch (speaker) {
+        case TQ_SPEAKER_FRONT_LEFT:
+            return kAudioChannelLabel_Left;
+        case TQ_SPEAKER_FRONT_RIGHT:
+            return kAudioChannelLabel_Right;
+        case TQ_SPEAKER_CENTER:
+            return kAudioChannelLabel_Center;
+        case TQ_SPEAKER_SUBWOOFER:
+            return kAudioChannelLabel_LFEScreen;
+        case TQ_SPEAKER_BACK_LEFT:
+            return kAudioChannelLabel_RearSurroundLeft;
+        case TQ_SPEAKER_BACK_RIGHT:
+            return kAudioChannelLabel_RearSurroundRight;
+        case TQ_SPEAKER_BACK_CENTER:
+            return kAudioChannelLabel_CenterSurround;
+        case TQ_SPEAKER_SIDE_LEFT:
+            return kAudioChannelLabel_LeftSurround;
+        case TQ_SPEAKER_SIDE_RIGHT:
+            return kAudioChannelLabel_RightSurround;
+        case TQ_SPEAKER_FRONT_LEFT_OF_CENTER:
+            return kAudioChannelLabel_LeftCenter;
+        case TQ_SPEAKER_FRONT_RIGHT_OF_CENTER:
+            return kAudioChannelLabel_RightCenter;
+        case TQ_SPEAKER_UNKNOWN:
+            break;
+    }
+    return kAudioChannelLabel_Discrete;
+}
+
 void raise(const tq_stream& stream) {
     const bool isFormat = stream.fate == TQ_STREAM_NOT_PCM || stream.fate == TQ_STREAM_FORMAT;
     manager().onAudioRecordEvent(
@@ -102,6 +135,22 @@ tq_result tq_source_rename(tq_source* source, const char* name) {
         }
         takeFormat(source->obj);
         RZUnitFacts::shared().named(source->obj->inUnit(), name);
+        return TQ_OK;
+    });
+}
+
+tq_result tq_source_set_speakers(tq_source* source, const tq_speaker* speakers, size_t count) {
+    return call([&] {
+        constexpr std::size_t kMostChannels = 8;
+        if (source == nullptr || (speakers == nullptr && count != 0)) {
+            return TQ_ERROR_NULL;
+        }
+        if (count > kMostChannels) {
+            return TQ_ERROR_VALUE;
+        }
+        std::vector<AudioChannelLabel> labels(count);
+        std::transform(speakers, speakers + count, labels.begin(), labelOf);
+        manager().setChannelLabels(source->obj, std::move(labels));
         return TQ_OK;
     });
 }

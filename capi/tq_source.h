@@ -16,6 +16,22 @@ extern "C" {
 
 typedef struct tq_source tq_source;
 
+/** The loudspeaker that a channel is meant for. */
+enum tq_speaker {
+    TQ_SPEAKER_UNKNOWN = 0,
+    TQ_SPEAKER_FRONT_LEFT = 1,
+    TQ_SPEAKER_FRONT_RIGHT = 2,
+    TQ_SPEAKER_CENTER = 3,
+    TQ_SPEAKER_SUBWOOFER = 4,
+    TQ_SPEAKER_BACK_LEFT = 5,
+    TQ_SPEAKER_BACK_RIGHT = 6,
+    TQ_SPEAKER_BACK_CENTER = 7,
+    TQ_SPEAKER_SIDE_LEFT = 8,
+    TQ_SPEAKER_SIDE_RIGHT = 9,
+    TQ_SPEAKER_FRONT_LEFT_OF_CENTER = 10,
+    TQ_SPEAKER_FRONT_RIGHT_OF_CENTER = 11
+};
+
 /** What a bridge says of a unit of its own. */
 struct tq_source_description {
     size_t size;
@@ -44,6 +60,15 @@ TQ_CAPTURE_EXPORT void tq_source_close(tq_source* source);
  * track to whoever listens when the name differs. TQ_ERROR_NULL, TQ_ERROR_NO_MEMORY,
  * TQ_ERROR_INSIDE_CALLBACK. */
 TQ_CAPTURE_EXPORT enum tq_result tq_source_rename(tq_source* source, const char* name);
+
+/** [host thread] Which loudspeakers the unit's channels are meant for, from its next start on, so
+ * that the mix folds more than two channels down: the middle goes to both sides and what is beside
+ * or behind to its side, 3 dB lower each, the subwoofer nowhere. Without, or where no channel is
+ * front left or none front right, the mix has the first two channels. `count` is at most 8, and 0
+ * takes it back. TQ_ERROR_NULL, TQ_ERROR_VALUE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK. */
+TQ_CAPTURE_EXPORT enum tq_result tq_source_set_speakers(tq_source* source,
+                                                        const enum tq_speaker* speakers,
+                                                        size_t count);
 
 /** [any thread] [real-time safe] Not 0 while what the program plays has to go through
  * tq_source_process(). */

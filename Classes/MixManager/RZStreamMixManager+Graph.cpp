@@ -248,6 +248,9 @@ OSStatus RZStreamMixManager::updateResampleAudioFormat(const UnitObject& obj, Au
     }
     const OSStatus status = AudioUnitSetProperty(mixer, kAudioUnitProperty_StreamFormat,
                                                  kAudioUnitScope_Input, bus, &desc, sizeof(desc));
+    if (status == 0 && obj) {
+        giveBusLayout(*obj, mixer);
+    }
     const TQAudioRecordLock guard(auGraphUpdateLock_);
     tails_.endBusFormat(bus, status == 0 ? &desc : nullptr);
     return status;

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <map>
 #include <memory>
 #include <optional>
@@ -184,6 +185,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] BOOL stopResampleMix();
     [[nodiscard]] BOOL unInitializeResampleUnit();
     OSStatus updateResampleAudioFormat(const UnitObject& obj, AudioUnit mixUnit);
+    /// [host thread] Tells the mixer which loudspeakers the bus's channels are meant for, where the
+    /// object's owner has said it: more than two are folded then.
+    void giveBusLayout(const RZReplayAudioUnitObject& obj, AudioUnit mixUnit);
     /// Where there is a place for it, a change of the format is opened there before it is known.
     BOOL updateAudioUnitObjStreamFormat(const UnitObject& obj,
                                         std::optional<RZUnitFormatChange>* change = nullptr);
@@ -214,6 +218,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::int32_t updateCompressorVolume(float volume, BOOL isDB);
     /// Gives an object the levels that were set last, before its first block.
     void giveLevels(const UnitObject& obj);
+    /// [host thread] Which loudspeakers the unit's channels are meant for, from its next start on;
+    /// none: it is not known.
+    void setChannelLabels(const UnitObject& obj, std::vector<AudioChannelLabel> labels);
 
     // Notifications.
 
@@ -297,5 +304,6 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::optional<Level> compressorLevel_;
     std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;
     AtomicProperty<dispatch_queue_t> queue_;
-    RZTrackTails tails_;  ///< guarded by auGraphUpdateLock
+    RZTrackTails tails_;                           ///< guarded by auGraphUpdateLock
+    std::bitset<RZTrackTails::kBuses> hasLayout_;  ///< buses; guarded by operatorLock
 };

@@ -1,5 +1,7 @@
 #include "bridges/core/BridgeUnit.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace tq::bridges {
@@ -63,12 +65,15 @@ bool BridgeUnit::take(const NativeFormat& format, const std::string& name, Block
     format_ = format;
     name_ = name;
     feeder_ = &feeder;
-    if (source_ != nullptr) {
-        return tq_source_rename(source_, name.c_str()) == TQ_OK;
-    }
     const tq_source_description description{sizeof description, unit_, name.c_str(), this,
                                             &replace};
-    return tq_source_open(&description, &source_) == TQ_OK;
+    const tq_result result = source_ != nullptr ? tq_source_rename(source_, name.c_str())
+                                                : tq_source_open(&description, &source_);
+    std::array<tq_speaker, 8> speakers{};
+    std::transform(format.speakers.begin(), format.speakers.end(), speakers.begin(),
+                   [](std::uint8_t speaker) { return static_cast<tq_speaker>(speaker); });
+    return result == TQ_OK &&
+           tq_source_set_speakers(source_, speakers.data(), format.channels) == TQ_OK;
 }
 
 void BridgeUnit::start() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 namespace tq::bridges {
@@ -52,6 +53,9 @@ struct NativeFormat {
     NativeSample sample = NativeSample::kNotPcm;
     unsigned channels = 0;
     double sampleRate = 0;  ///< frames a second
+    /// What each channel is meant for, so that the mix can fold more than two of them: numbers of
+    /// tq_speaker.
+    std::array<std::uint8_t, 8> speakers{};
 
     bool operator==(const NativeFormat&) const = default;
 

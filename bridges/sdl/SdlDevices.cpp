@@ -32,7 +32,8 @@ void SdlDevice::begin(SDL_AudioDeviceID id, const SDL_AudioSpec& spec, const std
     silence_ = spec.silence;
     if (library_->isServed()) {
         NativeStream::open(this,
-                           {sdlSample(spec.format), spec.channels, static_cast<double>(spec.freq)},
+                           {sdlSample(spec.format), spec.channels, static_cast<double>(spec.freq),
+                            sdlSpeakers(spec.channels)},
                            "sdl", name);
     }
     id_.store(id, std::memory_order_release);

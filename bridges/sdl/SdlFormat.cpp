@@ -1,5 +1,7 @@
 #include "bridges/sdl/SdlFormat.h"
 
+#include <TQAudioRecord/tq_source.h>
+
 #include <bit>
 
 namespace tq::bridges {
@@ -30,6 +32,33 @@ NativeSample sdlSample(SDL_AudioFormat format) noexcept {
             return kIsLittle ? kF32Swapped : kF32;
         default:
             return kNotPcm;
+    }
+}
+
+std::array<std::uint8_t, 8> sdlSpeakers(unsigned channels) noexcept {
+    constexpr tq_speaker kLeft = TQ_SPEAKER_FRONT_LEFT;
+    constexpr tq_speaker kRight = TQ_SPEAKER_FRONT_RIGHT;
+    constexpr tq_speaker kCenter = TQ_SPEAKER_CENTER;
+    constexpr tq_speaker kLow = TQ_SPEAKER_SUBWOOFER;
+    constexpr tq_speaker kBackLeft = TQ_SPEAKER_BACK_LEFT;
+    constexpr tq_speaker kBackRight = TQ_SPEAKER_BACK_RIGHT;
+    constexpr tq_speaker kSideLeft = TQ_SPEAKER_SIDE_LEFT;
+    constexpr tq_speaker kSideRight = TQ_SPEAKER_SIDE_RIGHT;
+    switch (channels) {
+        case 3:
+            return {kLeft, kRight, kLow};
+        case 4:
+            return {kLeft, kRight, kBackLeft, kBackRight};
+        case 5:
+            return {kLeft, kRight, kLow, kBackLeft, kBackRight};
+        case 6:
+            return {kLeft, kRight, kCenter, kLow, kBackLeft, kBackRight};
+        case 7:
+            return {kLeft, kRight, kCenter, kLow, TQ_SPEAKER_BACK_CENTER, kSideLeft, kSideRight};
+        case 8:
+            return {kLeft, kRight, kCenter, kLow, kBackLeft, kBackRight, kSideLeft, kSideRight};
+        default:
+            return {};
     }
 }
 

@@ -2,11 +2,17 @@
 
 #include <SDL_audio.h>
 
+#include <array>
+#include <cstdint>
+
 #include "bridges/core/NativeFormat.h"
 
 namespace tq::bridges {
 
 /// [any thread] How SDL's samples lie in memory; kNotPcm for a format that SDL does not have.
 [[nodiscard]] NativeSample sdlSample(SDL_AudioFormat format) noexcept;
+
+/// [any thread] What SDL's channels are meant for; 1 to 8 of them.
+[[nodiscard]] std::array<std::uint8_t, 8> sdlSpeakers(unsigned channels) noexcept;
 
 }  // namespace tq::bridges

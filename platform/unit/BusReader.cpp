@@ -2,16 +2,19 @@
 
 #include <bit>
 #include <cstdint>
+#include <utility>
 
 namespace tqplatform {
 
 using tqcommon::AudioView;
 using tqcommon::ConstAudioView;
 
-BusReader::BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames)
+BusReader::BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames,
+                     ChannelFold fold)
     : memory_(format, maximumFrames),
       channels_(channels),
       maximumFrames_(maximumFrames),
+      fold_(std::move(fold)),
       planes_(format.channels == channels ? 0 : format.channels, maximumFrames) {
 }
 
@@ -36,7 +39,11 @@ void BusReader::convert(const Given& given, const AudioView& planes) noexcept {
     } else {
         const AudioView own = planes_.view(given.held);
         toFloat(given.list, format, own);
-        mapChannels(own, held);
+        if (fold_.exists()) {
+            fold_.apply(own, held);
+        } else {
+            mapChannels(own, held);
+        }
     }
     silence(planes.slice(given.held, planes.frames() - given.held));
 }
@@ -84,10 +91,10 @@ bool BusReader::find(const Given& given, UInt32 frames, ConstAudioView& found) c
     return true;
 }
 
-bool BusReader::fits(const PCMFormat& format, UInt32 channels,
-                     UInt32 maximumFrames) const noexcept {
+bool BusReader::fits(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames,
+                     const ChannelFold& fold) const noexcept {
     return sameFormat(memory_.format(), format) && channels_ == channels &&
-           maximumFrames_ == maximumFrames;
+           maximumFrames_ == maximumFrames && fold_ == fold;
 }
 
 }  // namespace tqplatform

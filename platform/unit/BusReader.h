@@ -3,6 +3,7 @@
 #include "common/Planes.h"
 #include "format/PCMFormat.h"
 #include "unit/BusMemory.h"
+#include "unit/ChannelFold.h"
 #include "unit/InputSource.h"
 
 namespace tqplatform {
@@ -20,7 +21,9 @@ struct BusPull {
 /// count. Used by one render thread at a time.
 class BusReader {
   public:
-    BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames);
+    /// `fold` says how more channels become two; where it is none, those that are too many go.
+    BusReader(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames,
+              ChannelFold fold = {});
 
     /// [render thread] [real-time safe] Pulls as many frames as `planes` has (up to the maximum).
     /// What the source leaves out is silence, and so is everything when it fails; its status is
@@ -32,8 +35,8 @@ class BusReader {
     OSStatus readInPlace(const BusPull& pull, const tqcommon::AudioView& planes,
                          tqcommon::ConstAudioView& found) noexcept;
 
-    [[nodiscard]] bool fits(const PCMFormat& format, UInt32 channels,
-                            UInt32 maximumFrames) const noexcept;
+    [[nodiscard]] bool fits(const PCMFormat& format, UInt32 channels, UInt32 maximumFrames,
+                            const ChannelFold& fold = {}) const noexcept;
 
   private:
     /// What the source gave, and how many frames of it count.
@@ -51,6 +54,7 @@ class BusReader {
     BusMemory memory_;
     UInt32 channels_;
     UInt32 maximumFrames_;
+    ChannelFold fold_;
     tqcommon::Planes planes_;  ///< of the bus's own channels, when they are others than asked for
 };
 

@@ -70,6 +70,18 @@ std::optional<ChannelLayout> ChannelLayout::parse(const void* data, UInt32 size)
     return ChannelLayout(head, static_cast<const std::byte*>(data) + kHeadSize, channels);
 }
 
+std::vector<AudioChannelDescription> ChannelLayout::descriptions() const {
+    AudioChannelLayout head{};
+    std::memcpy(&head, bytes_.data(), kHeadSize);
+    if (head.mChannelLayoutTag != kAudioChannelLayoutTag_UseChannelDescriptions) {
+        return {};
+    }
+    std::vector<AudioChannelDescription> described(channels_);
+    std::memcpy(described.data(), bytes_.data() + kHeadSize,
+                channels_ * sizeof(AudioChannelDescription));
+    return described;
+}
+
 std::vector<AudioChannelLayoutTag> layoutTags(UInt32 channels) {
     std::vector<AudioChannelLayoutTag> tags{usualTag(channels)};
     const AudioChannelLayoutTag discrete =

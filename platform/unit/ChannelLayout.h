@@ -21,6 +21,8 @@ class ChannelLayout {
     [[nodiscard]] UInt32 channels() const noexcept { return channels_; }
     /// An AudioChannelLayout with all its descriptions; at least one has room.
     [[nodiscard]] std::span<const std::byte> bytes() const noexcept { return bytes_; }
+    /// One for each channel where the layout describes them one by one; else none.
+    [[nodiscard]] std::vector<AudioChannelDescription> descriptions() const;
 
   private:
     ChannelLayout(const AudioChannelLayout& head, const void* descriptions, UInt32 channels);

@@ -103,14 +103,18 @@ std::unique_ptr<RenderPlan> MixerUnit::makePlan(const RenderPlan* old) {
         return std::make_shared<RateGroup>(rate, out.sampleRate, out.channels, maximumFrames_);
     };
     const auto readerFor = [&](UInt32 bus, const PCMFormat& format) {
+        const bool isFolded = out.channels == 2 && format.channels > 2;
+        const ChannelFold fold =
+            isFolded ? ChannelFold(busLayout(kAudioUnitScope_Input, bus)) : ChannelFold();
         if (last != nullptr) {
             for (const Input& input : last->inputs) {
-                if (input.bus == bus && input.reader->fits(format, out.channels, maximumFrames_)) {
+                if (input.bus == bus &&
+                    input.reader->fits(format, out.channels, maximumFrames_, fold)) {
                     return input.reader;
                 }
             }
         }
-        return std::make_shared<BusReader>(format, out.channels, maximumFrames_);
+        return std::make_shared<BusReader>(format, out.channels, maximumFrames_, fold);
     };
     for (UInt32 i = 0; i < inputs_.size(); ++i) {
         if (!inputs_[i].source.exists()) {

@@ -231,6 +231,8 @@ class Unit {
     /// Makes and publishes a plan when the unit is initialised; kAudioUnitErr_FormatNotSupported
     /// while a bus has no sample rate.
     OSStatus republish();
+    /// What was said of the channels that a bus has, else the usual.
+    [[nodiscard]] ChannelLayout busLayout(AudioUnitScope scope, UInt32 element);
     void tellListeners(PropertyKey key);
     [[nodiscard]] static PCMFormat parsed(const AudioStreamBasicDescription& format);
     /// Memory that an output bus lends to a caller that renders it without buffers. It stays as
@@ -298,7 +300,7 @@ class Unit {
     Float64 noTime(PropertyKey key);
     Float64 lastSampleTime(PropertyKey key);
     AUChannelInfo channelCounts(PropertyKey key);
-    ChannelLayout layout(PropertyKey key);
+    ChannelLayout layout(PropertyKey key) { return busLayout(key.scope, key.element); }
     OSStatus writeLayout(PropertyKey key, const void* data, UInt32 size);
     OSStatus removeLayout(PropertyKey key);
 

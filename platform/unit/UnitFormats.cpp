@@ -72,10 +72,9 @@ Float64 Unit::sampleRate(PropertyKey key) {
     return format(key).mSampleRate;
 }
 
-ChannelLayout Unit::layout(PropertyKey key) {
-    const UInt32 channels = busFormat(key.scope, key.element).mChannelsPerFrame;
-    const auto& said =
-        (key.scope == kAudioUnitScope_Input ? inputs_ : outputs_)[key.element].layout;
+ChannelLayout Unit::busLayout(AudioUnitScope scope, UInt32 element) {
+    const UInt32 channels = busFormat(scope, element).mChannelsPerFrame;
+    const auto& said = (scope == kAudioUnitScope_Input ? inputs_ : outputs_)[element].layout;
     return said.has_value() && said->channels() == channels ? *said : ChannelLayout(channels);
 }
 
@@ -87,12 +86,12 @@ OSStatus Unit::writeLayout(PropertyKey key, const void* data, UInt32 size) {
     }
     (key.scope == kAudioUnitScope_Input ? inputs_ : outputs_)[key.element].layout =
         std::move(wanted);
-    return noErr;
+    return republish();
 }
 
 OSStatus Unit::removeLayout(PropertyKey key) {
     (key.scope == kAudioUnitScope_Input ? inputs_ : outputs_)[key.element].layout.reset();
-    return noErr;
+    return republish();
 }
 
 OSStatus Unit::writeFormat(PropertyKey key, const void* data, UInt32 size) {

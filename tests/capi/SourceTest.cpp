@@ -148,6 +148,63 @@ TEST_F(Source, ALevelIsForgottenWhenDuckingGoesOff) {
     EXPECT_EQ(block.back(), 10000);
 }
 
+constexpr tq_speaker kFive[] = {TQ_SPEAKER_FRONT_LEFT, TQ_SPEAKER_FRONT_RIGHT,
+                                TQ_SPEAKER_CENTER,     TQ_SPEAKER_SUBWOOFER,
+                                TQ_SPEAKER_SIDE_LEFT,  TQ_SPEAKER_SIDE_RIGHT};
+
+/// A unit of six channels that all play a tenth of full scale: 3277.
+struct SixChannels : Source {
+    void SetUp() override {
+        Source::SetUp();
+        host->sound.format = stream_formats::int16Interleaved(48000, 6);
+        host->sound.value = 0.1;
+        ASSERT_TRUE(startCapture());
+        host->prepare();
+    }
+    void TearDown() override {
+        stopCapture();
+        Source::TearDown();
+    }
+    std::int16_t mixed() {
+        pump(60);
+        return listener->mixes().back().samples().at(101);
+    }
+};
+
+TEST_F(SixChannels, AreFoldedInTheMixWhereTheirLoudspeakersAreSaid) {
+    ASSERT_EQ(open("sdl-1", ignoreBlock), TQ_OK);
+    ASSERT_EQ(tq_source_set_speakers(source, kFive, 6), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    EXPECT_NEAR(mixed(), 3277 * (1 + 2 * 0.70711), 3) << "its side, the middle, the surround";
+    EXPECT_EQ(listener->posts().back().samples().size() % 6, 0U) << "the track stays as it is";
+    EXPECT_EQ(listener->posts().back().info.channelsPerFrame(), 6);
+}
+
+TEST_F(SixChannels, HaveTheirFirstTwoInTheMixWhereNothingIsSaid) {
+    ASSERT_EQ(open("sdl-1", ignoreBlock), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    EXPECT_NEAR(mixed(), 3277, 2);
+}
+
+TEST_F(SixChannels, HaveTheirFirstTwoInTheMixAgainWhenItIsTakenBack) {
+    ASSERT_EQ(open("sdl-1", ignoreBlock), TQ_OK);
+    ASSERT_EQ(tq_source_set_speakers(source, kFive, 6), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    EXPECT_GT(mixed(), 7000);
+    ASSERT_EQ(host->stop(), 0);
+    ASSERT_EQ(tq_source_set_speakers(source, nullptr, 0), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    EXPECT_NEAR(mixed(), 3277, 2);
+}
+
+TEST_F(SixChannels, TakeNoMoreThanEightLoudspeakersAndNoNullOnes) {
+    ASSERT_EQ(open("sdl-1", ignoreBlock), TQ_OK);
+    const std::vector<tq_speaker> nine(9, TQ_SPEAKER_CENTER);
+    EXPECT_EQ(tq_source_set_speakers(source, nine.data(), 9), TQ_ERROR_VALUE);
+    EXPECT_EQ(tq_source_set_speakers(source, nullptr, 6), TQ_ERROR_NULL);
+    EXPECT_EQ(tq_source_set_speakers(nullptr, kFive, 6), TQ_ERROR_NULL);
+}
+
 /// The names of all units that are started, and of the tracks' blocks.
 std::vector<std::string> startedUnits() {
     std::vector<std::string> names;

@@ -106,7 +106,7 @@ int main(int count, char** arguments) {
                 told.silence, told.callback == (isQueue ? nullptr : &fill),
                 told.userdata == &sound);
     const std::size_t frame = desired.channels * (SDL_AUDIO_BITSIZE(desired.format) / 8U);
-    const std::string noise(desired.freq * frame, '\x55');
+    const std::string noise(static_cast<std::size_t>(desired.freq) * frame, '\x55');
     if (road == "clear") {
         (void)SDL_QueueAudio(device, noise.data(), static_cast<Uint32>(noise.size()));
         std::printf("queued %u\n", SDL_GetQueuedAudioSize(device));
