@@ -21,24 +21,47 @@ std::string fileOf(const Output& output, const Sound& sound) {
     return path;
 }
 
-class SdlRoadTest : public testing::TestWithParam<const char*> {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kCanPreload = false;
+#else
+constexpr bool kCanPreload = true;
+#endif
+
+/// The player of this folder on SDL's disk.
+class SdlPlayer : public testing::Test {
   protected:
-    const Sound noise_ = tqtest::markedNoise({.rate = 44100}, 30000);
-    FileOutput<tqtest::SdlDisk> output_{noise_.format};
-    const std::vector<std::string> command_{
-        TQ_TEST_SDL_PLAYER, GetParam(), "32784", "2", "44100", fileOf(output_, noise_)};
+    void SetUp() override {
+        if (!kCanPreload) {
+            GTEST_SKIP()
+                << "a sanitizer's library cannot be preloaded into a program built without it";
+        }
+    }
+    static std::vector<std::string> command(const Output& output, const std::string& road,
+                                            int format, const Sound& sound) {
+        return {TQ_TEST_SDL_PLAYER,
+                road,
+                std::to_string(format),
+                std::to_string(sound.format.channels),
+                std::to_string(sound.format.rate),
+                fileOf(output, sound)};
+    }
+    static constexpr int kS16 = 0x8010;
+    static constexpr int kS32 = 0x8020;
 };
 
-TEST_P(SdlRoadTest, IsHeardAndAnsweredAsBare) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer's library cannot be preloaded into a program built without it";
-#endif
-    const ProgramRun bare = runBare(output_, command_);
-    const ProgramRun recorded = runRecorded(output_, command_);
+class SdlRoadTest : public SdlPlayer, public testing::WithParamInterface<const char*> {};
+
+TEST_P(SdlRoadTest, IsRecordedAndSoundsAndAnswersAsBare) {
+    const Sound noise = tqtest::markedNoise({.rate = 44100}, 30000);
+    FileOutput<tqtest::SdlDisk> output(noise.format);
+    const auto player = command(output, GetParam(), kS16, noise);
+    const ProgramRun bare = runBare(output, player);
+    const ProgramRun recorded = runRecorded(output, player);
     EXPECT_EQ(bare.end.code, 0) << bare.end.text();
-    EXPECT_EQ(tqtest::differences(noise_, bare.heard), kNothing);
-    EXPECT_EQ(tqtest::differences(noise_, recorded.heard), kNothing) << recorded.end.text();
+    EXPECT_EQ(tqtest::differences(noise, bare.heard), kNothing);
+    EXPECT_EQ(tqtest::differences(noise, recorded.heard), kNothing) << recorded.end.text();
     EXPECT_EQ(bare.end.output, recorded.end.output);
+    expectTrackHolds(recorded, noise);
 }
 
 INSTANTIATE_TEST_SUITE_P(Own, SdlRoadTest,
@@ -47,6 +70,40 @@ INSTANTIATE_TEST_SUITE_P(Own, SdlRoadTest,
                          [](const testing::TestParamInfo<const char*>& each) {
                              return std::string(each.param);
                          });
+
+struct SdlPrograms : SdlPlayer {};
+
+TEST_F(SdlPrograms, APauseIsSilenceAndLosesNothing) {
+    const Sound noise = tqtest::markedNoise({.rate = 44100}, 60000);
+    FileOutput<tqtest::SdlDisk> output(noise.format);
+    const ProgramRun run = runRecorded(output, command(output, "pause", kS16, noise));
+    ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
+    for (const Sound& sound : {run.heard, run.tracks.begin()->second.trimmed()}) {
+        const auto found = tqtest::differences(noise, sound);
+        ASSERT_EQ(found.size(), 1U);
+        EXPECT_NE(found[0].find("frames of silence inserted"), std::string::npos) << found[0];
+    }
+}
+
+TEST_F(SdlPrograms, ThirtyTwoBitsStayThirtyTwo) {
+    const Sound noise =
+        tqtest::markedNoise({.rate = 48000, .encoding = tqtest::Encoding::S32}, 24000);
+    FileOutput<tqtest::SdlDisk> output(noise.format);
+    const ProgramRun run = runRecorded(output, command(output, "callback", kS32, noise));
+    EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
+    expectTrackHolds(run, noise);
+}
+
+TEST_F(SdlPrograms, AnotherVersionsCallsOfTheSameNamesGoThroughAsTheyAre) {
+    FileOutput<tqtest::SdlDisk> output;
+    const ProgramRun bare = runBare(output, {TQ_TEST_SDL3_PLAYER});
+    const ProgramRun recorded = runRecorded(output, {TQ_TEST_SDL3_PLAYER});
+    EXPECT_EQ(bare.end.code, 0) << bare.end.text();
+    EXPECT_NE(bare.end.output.find("opened 7\npause 7\npaused 1\npause 3\npaused 0\n"),
+              std::string::npos)
+        << bare.end.output;
+    EXPECT_EQ(bare.end.output, recorded.end.output) << recorded.end.text();
+}
 
 }  // namespace
 }  // namespace programruns
