@@ -161,11 +161,12 @@ void RZReplayAudioUnitObject::countWritten(RZReplayAudioUnitBuffer& buffer, UInt
     }
 }
 
-RZReplayAudioUnitObject::ReadSizes RZReplayAudioUnitObject::readSizes(UInt32 frames) const {
+RZReplayAudioUnitObject::ReadSizes RZReplayAudioUnitObject::readSizes(UInt32 frames,
+                                                                      BOOL isProcessed) const {
     const AudioStreamBasicDescription desc = streamDesc();
     const UInt32 record = desc.mBytesPerFrame * frames;
     const BOOL bigEndian = (desc.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
-    if (!needFormatToS16()) {
+    if (!isReadAsS16(isProcessed)) {
         return {record, record, NO, NO, bigEndian};
     }
     const UInt32 target = s16FormatStreamDesc().mBytesPerFrame * frames;
@@ -180,7 +181,7 @@ BOOL RZReplayAudioUnitObject::tryReadBuffersTo(AudioBufferList* list, UInt32 fra
         return NO;
     }
     const BOOL clean = pending && isProcessed;
-    const ReadSizes sizes = readSizes(frames);
+    const ReadSizes sizes = readSizes(frames, isProcessed);
     BOOL result = NO;
     for (UInt32 i = 0; i < list->mNumberBuffers; ++i) {
         const TQAudioRecordLock guard(bufferLock_);

@@ -148,7 +148,7 @@ void RZReplayAudioUnitObject::onAudioRecordEvent(std::uint64_t category, std::ui
 void RZReplayAudioUnitObject::updateAsbdInfo() {
     const auto info = asbdInfo();
     if (info) {
-        info->updateInfoWithDesc(needFormatToS16() ? s16FormatStreamDesc() : streamDesc());
+        info->updateInfoWithDesc(formatRead(YES));
         info->setUnit(unitWord());
     }
 }

@@ -48,6 +48,14 @@ class RZReplayAudioUnitObject {
     /// The mixer wants 16-bit integer while the unit renders 32-bit float.
     [[nodiscard]] BOOL needFormatToS16() const { return needFormatToS16_; }
     void setNeedFormatToS16(BOOL need) { needFormatToS16_ = need; }
+    /// Off: blocks of tracks of 32-bit float are read as 16-bit integers, as the mix is. On: as the
+    /// unit renders them. One for all objects.
+    [[nodiscard]] static BOOL keepsFloatTracks() { return keepsFloatTracks_; }
+    static void setKeepsFloatTracks(BOOL keeps) { keepsFloatTracks_ = keeps; }
+    /// [any thread] Real-time safe. The format in which that side is read.
+    [[nodiscard]] AudioStreamBasicDescription formatRead(BOOL isProcessed) const {
+        return isReadAsS16(isProcessed) ? s16FormatStreamDesc() : streamDesc();
+    }
     /// The post rings are to be emptied at the next post read.
     [[nodiscard]] BOOL pendingCleanPostRingBuffer() const { return pendingCleanPostRingBuffer_; }
     void setPendingCleanPostRingBuffer(BOOL pending) { pendingCleanPostRingBuffer_ = pending; }
@@ -236,7 +244,10 @@ class RZReplayAudioUnitObject {
         BOOL toS16;
         BOOL bigEndian;
     };
-    [[nodiscard]] ReadSizes readSizes(UInt32 frames) const;
+    [[nodiscard]] BOOL isReadAsS16(BOOL isProcessed) const {
+        return needFormatToS16() && !(isProcessed && keepsFloatTracks());
+    }
+    [[nodiscard]] ReadSizes readSizes(UInt32 frames, BOOL isProcessed) const;
     void countWritten(RZReplayAudioUnitBuffer& buffer, UInt32 frames, UInt32 size,
                       UInt32 bytesPerFrame, BOOL isProcessed);
     [[nodiscard]] bool ownBuffers(AudioBufferList& list, UInt32 frames,
@@ -279,6 +290,7 @@ class RZReplayAudioUnitObject {
     std::atomic<bool> isCapturing_{false};
     std::atomic<bool> input_enableIO_{false};
     std::atomic<bool> needFormatToS16_{false};
+    static inline std::atomic<bool> keepsFloatTracks_{false};
     std::atomic<bool> pendingCleanPostRingBuffer_{false};
     std::atomic<std::uint64_t> idleFrames_{0};
     std::atomic<bool> takenByCallback_{false};

@@ -104,6 +104,7 @@ tq_result tq_capture_set_rules(const tq_capture_rules* rules) {
         if (rules->ends_disposed_units != 0) {
             RZHookSet::start({&RZDisposalHooks});
         }
+        RZReplayAudioUnitObject::setKeepsFloatTracks(rules->keeps_float_tracks != 0);
         RZStreamMixManager::sharedManager()->setReleasesOwnNumberOnly(
             rules->frees_own_number_only != 0);
         return TQ_OK;

@@ -252,7 +252,7 @@ struct tq_capture_state {
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_get_state(struct tq_capture_state* state);
 
 /** Where the library may do better than its own rules for recordings, at the price of other track
- * numbers than those rules give. Both are off by default and are the whole process's. */
+ * numbers or samples than those rules give. All are off by default and are the whole process's. */
 struct tq_capture_rules {
     size_t size;
     /** A unit that goes frees exactly its own track number. By default its number is taken as the
@@ -262,9 +262,12 @@ struct tq_capture_rules {
      * frees its number. By default such units keep theirs, and the eighth gets none. The call that
      * disposes of units is redirected for this at the first time, which stays. */
     uint32_t ends_disposed_units;
+    /** Blocks of tracks of 32-bit float come as float. By default as 16-bit integers, cut off at
+     * full scale, as the mix has them. */
+    uint32_t keeps_float_tracks;
 };
 
-/** [host thread] Sets both rules, best before the program makes its first unit: `rules` is copied.
+/** [host thread] Sets all rules, best before the program makes its first unit: `rules` is copied.
  * TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK;
  * TQ_ERROR_HOOKS_NOT_WORKING when the hooks are not installed, then nothing is changed. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_set_rules(const struct tq_capture_rules* rules);
@@ -298,7 +301,7 @@ struct tq_track {
     const char* name;
     enum tq_hook_track_type type;
     /** What the unit renders, as of its first start. Its blocks hold 16-bit integers instead of
-     * floats. */
+     * floats, see tq_capture_rules. */
     struct tq_format format;
     uint32_t mix_backlog_bytes; /**< what its ring for the mix held at the last block, mod 65536 */
     uint32_t track_backlog_bytes; /**< the same of the ring of its own blocks */

@@ -12,10 +12,6 @@
 
 namespace {
 
-AudioStreamBasicDescription formatRead(const RZReplayAudioUnitObject& obj) {
-    return obj.needFormatToS16() ? obj.s16FormatStreamDesc() : obj.streamDesc();
-}
-
 /// Whether a list of that many frames is laid out as the format says.
 bool hasLayout(const AudioBufferList& list, UInt32 frames,
                const AudioStreamBasicDescription& format) {
@@ -99,7 +95,7 @@ void RZTrackTails::resume(const UnitObject& obj) {
     for (Queue& queue : queues_) {
         for (std::size_t i = queue.done; i < queue.tails.size(); ++i) {
             if (queue.tails[i].obj == obj) {
-                queue.tails[i].resumed = {obj->waitingFrames(YES), formatRead(*obj)};
+                queue.tails[i].resumed = {obj->waitingFrames(YES), obj->formatRead(YES)};
             }
         }
     }
@@ -136,7 +132,7 @@ void RZTrackTails::deliverPost(const RZTrackPass& pass, Tail& tail, AudioBufferL
     if (!obj.isFormatSettled()) {
         return;
     }
-    const AudioStreamBasicDescription format = formatRead(obj);
+    const AudioStreamBasicDescription format = obj.formatRead(YES);
     std::size_t left = obj.waitingFrames(YES);
     if (tail.resumed) {
         left = RZIsSameFormat(tail.resumed->format, format)
@@ -212,7 +208,7 @@ UInt32 RZTrackTails::fillPre(const RZTrackPass& pass, AudioBufferList& ioData) {
         if (!tail.resumed) {
             if ((pass.type & RZPCMDataTypePre) == 0) {
                 obj.discardWaiting(NO, RZFrameLoss::NotWanted);
-            } else if (!RZIsSameFormat(formatRead(obj), busFormat)) {
+            } else if (!RZIsSameFormat(obj.formatRead(NO), busFormat)) {
                 obj.discardWaiting(NO, RZFrameLoss::FormatChanged);
             }
             const auto frames = static_cast<UInt32>(

@@ -2,6 +2,8 @@
 
 #include <audio_stats.h>
 
+#include <optional>
+
 #include "RZBoundary.h"
 #include "RZBufferList.h"
 #include "RZStreamMixManager+Report.h"
@@ -37,6 +39,27 @@ void discardUnwanted(RZReplayAudioUnitObject& obj, UInt32 type) {
     discard(RZPCMDataTypePost, YES);
 }
 
+/// Every whole block that has piled up; the rest of a block stays for the next cycle.
+void deliverPost(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
+                 const RZReplayASBDInfo& info, UInt32 frames, AudioBufferList* ioData) {
+    // The bus has room for its own samples: of larger ones a block is shorter.
+    std::optional<RZBufferListView> view;
+    AudioBufferList* list = ioData;
+    if (RZReplayAudioUnitObject::keepsFloatTracks() && obj.needFormatToS16()) {
+        view.emplace(*ioData, obj.formatRead(YES), frames);
+        list = view->get();
+        frames = view->frames();
+    }
+    while (frames != 0 && obj.tryReadBuffersTo(list, frames, YES)) {
+        if (const auto receiver = manager.callback(); receiver && manager.isCapturing()) {
+            receiver->onAudioReceivePostPCM(list, info);
+            obj.account().delivered(true, frames);
+        } else {
+            obj.account().lost(true, RZFrameLoss::NoListener, frames);
+        }
+    }
+}
+
 /// Post blocks go to the listeners at once, one pre block (or silence) to the mixer.
 Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
                   const AudioTimeStamp* ts, UInt32 bus, UInt32 frames, AudioBufferList* ioData) {
@@ -60,15 +83,7 @@ Backlog readTrack(RZStreamMixManager& manager, RZReplayAudioUnitObject& obj,
             backlog.post = obj.getRingBufferSize(YES);
             const auto info = obj.asbdInfo();
             info->setTimeStamp(pass.microseconds);
-            // Every whole block that has piled up; the rest of a block stays for the next cycle.
-            while (obj.tryReadBuffersTo(ioData, frames, YES)) {
-                if (const auto receiver = manager.callback(); receiver && manager.isCapturing()) {
-                    receiver->onAudioReceivePostPCM(ioData, *info);
-                    obj.account().delivered(true, frames);
-                } else {
-                    obj.account().lost(true, RZFrameLoss::NoListener, frames);
-                }
-            }
+            deliverPost(manager, obj, *info, frames, ioData);
         }
     }
     fillSilence(*ioData, obj.streamDesc());

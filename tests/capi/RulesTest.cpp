@@ -1,4 +1,7 @@
 #include <array>
+#include <cstring>
+#include <functional>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -18,11 +21,13 @@ struct Rules : CapturePath {
         set(0, 0);
         CapturePath::TearDown();
     }
-    static void set(std::uint32_t freesOwn, std::uint32_t endsDisposed) {
+    static void set(std::uint32_t freesOwn, std::uint32_t endsDisposed,
+                    std::uint32_t keepsFloat = 0) {
         tq_capture_rules rules{};
         rules.size = sizeof rules;
         rules.frees_own_number_only = freesOwn;
         rules.ends_disposed_units = endsDisposed;
+        rules.keeps_float_tracks = keepsFloat;
         EXPECT_EQ(tq_capture_set_rules(&rules), TQ_OK);
     }
     /// What a program does that leaves the rest to the platform.
@@ -108,6 +113,64 @@ TEST(RulesWithoutHooks, AreRefused) {
     tq_capture_rules rules{};
     rules.size = sizeof rules;
     EXPECT_EQ(tq_capture_set_rules(&rules), TQ_ERROR_HOOKS_NOT_WORKING);
+}
+
+/// Blocks of tracks and of the mix: what each sample is, and the first one of the last block.
+struct FloatSound {
+    std::vector<std::size_t> bits;
+    double sample = 0;
+    std::int16_t mix = 0;
+    std::uint64_t frames = 0;
+};
+
+/// A unit of 32-bit float plays 0.25 for 40 slices.
+FloatSound hearFloat(CaptureListener& listener, HostUnit& host, const std::function<void()>& pump) {
+    host.sound.format = stream_formats::floatInterleaved(48000, 2);
+    host.play();
+    pump();
+    FloatSound heard;
+    for (const CaptureListener::Block& block : listener.posts()) {
+        heard.bits.push_back(static_cast<std::size_t>(block.info.bitsPerChannel()));
+        heard.frames += block.buffers[0].size() * 8 / heard.bits.back() / 2;
+        if (heard.bits.back() == 32) {
+            float sample = 0;
+            std::memcpy(&sample, block.buffers[0].data() + 400, sizeof sample);
+            heard.sample = static_cast<double>(sample);
+        } else {
+            heard.sample = block.samples()[100] / 32767.0;
+        }
+    }
+    heard.mix = listener.mixes().back().samples()[100];
+    return heard;
+}
+
+TEST_F(Rules, ByDefaultTracksOfFloatComeAs16BitIntegers) {
+    ASSERT_TRUE(startCapture());
+    HostUnit host;
+    const FloatSound heard = hearFloat(*listener, host, [&] { pump(40); });
+    EXPECT_THAT(heard.bits, testing::Each(16U));
+    EXPECT_NEAR(heard.sample, 0.25, 1e-4);
+    stopCapture();
+}
+
+TEST_F(Rules, ThatTracksOfFloatStayFloatHoldsAndLeavesTheMixAsItIs) {
+    set(0, 0, 1);
+    ASSERT_TRUE(startCapture());
+    HostUnit host;
+    const FloatSound heard = hearFloat(*listener, host, [&] { pump(40); });
+    EXPECT_THAT(heard.bits, testing::Each(32U));
+    EXPECT_DOUBLE_EQ(heard.sample, 0.25);
+    EXPECT_NEAR(heard.mix, 8191, 2);
+    // All but what waits for the next slice.
+    EXPECT_GE(heard.frames, 37U * kFrames);
+    stopCapture();
+    tq_frames frames{};
+    frames.size = sizeof frames;
+    host.stop();
+    ASSERT_EQ(tq_capture_get_frames(1, &frames), TQ_OK);
+    EXPECT_EQ(frames.rendered,
+              std::accumulate(std::begin(frames.track.lost), std::end(frames.track.lost),
+                              frames.track.delivered + frames.track.waiting));
 }
 
 }  // namespace

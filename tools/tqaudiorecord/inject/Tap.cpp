@@ -101,6 +101,7 @@ void Tap::record(char** arguments) {
     rules.size = sizeof rules;
     rules.frees_own_number_only = 1;
     rules.ends_disposed_units = 1;
+    rules.keeps_float_tracks = 1;
     (void)tq_capture_set_rules(&rules);
     watchForks();
     // Before the first stream: its first frame has the level already.
