@@ -120,6 +120,7 @@ class NativeStream final : private BlockFeeder {
     [[nodiscard]] tq_stream facts(tq_stream_fate fate) const;
     /// Seconds after which all must have been played that is played at all.
     [[nodiscard]] double longestWait() const;
+    [[nodiscard]] std::size_t blockFrames() const;
     /// Of sound that waits, and of the blocks that are under way.
     [[nodiscard]] double secondsLeft() const;
 

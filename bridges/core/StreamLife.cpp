@@ -16,6 +16,8 @@
 namespace tq::bridges {
 namespace {
 
+/// How long a hurried device's thread may be kept from its work by a busy machine.
+constexpr std::chrono::duration<double> kStarved{1};
 constexpr long kLookMilliseconds = 50;
 constexpr double kStreamSeconds = 10;
 constexpr std::size_t kMostBytes = std::size_t{64} << 20U;
@@ -120,13 +122,20 @@ tq_stream NativeStream::facts(tq_stream_fate fate) const {
     return stream;
 }
 
+/// Of a unit that has not rendered yet nobody knows the blocks: more than the null device's then.
+std::size_t NativeStream::blockFrames() const {
+    constexpr double kLongBlock = 0.025;
+    const std::size_t block = block_.load(std::memory_order_relaxed);
+    return block != 0 ? block : static_cast<std::size_t>(kLongBlock * format_.sampleRate) + 1;
+}
+
 double NativeStream::secondsLeft() const {
-    return static_cast<double>(fifo_->available() + (2 + kBlocksBehind) * block_) /
+    return static_cast<double>(fifo_->available() + (2 + kBlocksBehind) * blockFrames()) /
            format_.sampleRate;
 }
 
 double NativeStream::longestWait() const {
-    const std::size_t block = block_.load(std::memory_order_relaxed);
+    const std::size_t block = blockFrames();
     const std::size_t margin = pacer_ ? pacer_->margin(block, largestPiece_.load()) : 0;
     return static_cast<double>(margin + (2 + kBlocksBehind) * block) / format_.sampleRate;
 }
@@ -357,9 +366,10 @@ void StreamLife::finish() {
         }
         table_.clear();
         look();
-        if (!hasOthers()) {
-            // Nobody hears it: what is there need not take the time that it lasts.
-            (void)TQNullDeviceHurry(left);
+        // Nobody hears it: what is there need not take the time that it lasts. But the device's
+        // thread may get no processor for a while.
+        if (!hasOthers() && TQNullDeviceHurry(left) == 0) {
+            longest = std::max(longest, kStarved);
         }
     }
     const auto end = Clock::now() + longest;
