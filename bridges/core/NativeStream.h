@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -172,6 +173,7 @@ class NativeStream final : private BlockFeeder {
     std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
     std::atomic<std::size_t> largestPiece_{0};
     std::optional<tq_stream_fate> fate_;  ///< what was said last; under StreamLife's lock
+    std::chrono::steady_clock::time_point reportedAt_;  ///< when, under the same
 };
 
 }  // namespace tq::bridges

@@ -18,6 +18,7 @@ namespace {
 
 /// How long a hurried device's thread may be kept from its work by a busy machine.
 constexpr std::chrono::duration<double> kStarved{1};
+constexpr std::chrono::milliseconds kReportInterval{250};
 constexpr long kLookMilliseconds = 50;
 constexpr double kStreamSeconds = 10;
 constexpr std::size_t kMostBytes = std::size_t{64} << 20U;
@@ -328,7 +329,11 @@ void StreamLife::lookAt(NativeStream& stream) {
         unit->start();
     }
     const tq_stream_fate fate = unit != nullptr ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE;
-    if (stream.fate_ != fate) {
+    // Again from time to time while it plays: who looks on may go before it ends.
+    const auto now = std::chrono::steady_clock::now();
+    const bool isDue = fate == TQ_STREAM_RECORDED && now - stream.reportedAt_ > kReportInterval;
+    if (stream.fate_ != fate || isDue) {
+        stream.reportedAt_ = now;
         report(stream, fate, false);
     }
 }
