@@ -87,7 +87,16 @@ class RZReplayAudioUnitObject {
     /// The host's own render callback and its reference value: one value, so that a render cycle
     /// never pairs the old procedure with the new reference.
     [[nodiscard]] AURenderCallbackStruct originCallback() const { return origin_.load(); }
-    void setOriginCallback(AURenderCallbackStruct callback) { origin_.store(callback); }
+    /// Stands before it on the unit itself.
+    void setOriginCallback(AURenderCallbackStruct callback) {
+        unitsCallback_.store(callback);
+        origin_.store(callback);
+    }
+    /// Stands before it at the unit's node.
+    void setNodesOriginCallback(AURenderCallbackStruct callback) {
+        nodesCallback_.store(callback);
+        origin_.store(callback);
+    }
     [[nodiscard]] AURenderCallback origin_inputProc() const { return origin_.load().inputProc; }
     /// [host thread] One half of originCallback() each; the other half stays.
     void setOrigin_inputProc(AURenderCallback proc) {
@@ -97,6 +106,12 @@ class RZReplayAudioUnitObject {
         setOriginCallback({origin_inputProc(), refCon});
     }
     [[nodiscard]] void* origin_inputProcRefCon() const { return origin_.load().inputProcRefCon; }
+    /// Of a graph's unit: what ours stands before on the unit itself, and what at its node. Both
+    /// may be there, and which of them the unit has is seen when ours is called.
+    [[nodiscard]] AURenderCallbackStruct unitsCallback() const { return unitsCallback_.load(); }
+    void setUnitsCallback(AURenderCallbackStruct callback) { unitsCallback_.store(callback); }
+    [[nodiscard]] AURenderCallbackStruct nodesCallback() const { return nodesCallback_.load(); }
+    void setNodesCallback(AURenderCallbackStruct callback) { nodesCallback_.store(callback); }
     /// By what the facts name the unit (RZUnitFacts::TrackUnit); 0 before its first start.
     [[nodiscard]] std::uint32_t unitWord() const { return unitWord_; }
     void setUnitWord(std::uint32_t word) { unitWord_ = word; }
@@ -301,6 +316,8 @@ class RZReplayAudioUnitObject {
     std::atomic<AUGraph> auGraph_{nullptr};
     AtomicProperty<std::weak_ptr<RZReplayAudioRecorderInternalDelegate>> callback_;
     AtomicProperty<AURenderCallbackStruct> origin_;
+    AtomicProperty<AURenderCallbackStruct> unitsCallback_;
+    AtomicProperty<AURenderCallbackStruct> nodesCallback_;
     AtomicProperty<std::shared_ptr<RZReplayASBDInfo>> asbdInfo_;
     AtomicProperty<std::string> key_;
     std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>> bufferList_;

@@ -74,15 +74,23 @@ std::optional<PendingNodeInfo> outputNodeOf(AUGraph graph) {
     return std::nullopt;
 }
 
-/// Ours goes where the graph feeds the node from a callback of the host's.
+/// An edit of an initialised graph initialises its units, also one that the host has uninitialised
+/// behind its back; a running graph would make it at an update that the host may never ask for; and
+/// what the unit itself was given may lie over what the graph has.
+bool mayEdit(AUGraph graph, AUNode node) {
+    AudioUnit unit = nullptr;
+    const bool isOpen = AUGraphNodeInfo(graph, node, nullptr, &unit) == 0 && unit != nullptr;
+    return !answersYes(AUGraphIsInitialized, graph) && !answersYes(AUGraphIsRunning, graph) &&
+           (!isOpen || RZHostCallbacks::shared().of(unit).turn == 0);
+}
+
+/// Ours goes where the graph feeds the node from a callback of the host's. Only as long as no edit
+/// has reached the units: a later one may go over what the host gives the unit itself.
 void takeOverNode(const RZReplayAudioUnitObject& obj, AUGraph graph) {
     const auto callbacks = callbacksOf(graph, obj.inNode());
     const bool isThere = std::any_of(callbacks.begin(), callbacks.end(),
                                      [](const auto& one) { return isOurs(one.cback); });
-    // A running graph would take the change at an update that the host may never ask for, and what
-    // the unit itself was given may lie over what the graph has: then the notify captures it.
-    if (isThere || callbacks.empty() || answersYes(AUGraphIsRunning, graph) ||
-        RZHostCallbacks::shared().of(obj.inUnit()).turn != 0) {
+    if (isThere || callbacks.empty()) {
         return;
     }
     const AUNodeRenderCallback& host = callbacks.front();
@@ -103,9 +111,15 @@ void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
                                      [](const auto& one) { return isOurs(one.cback); });
     const RZHostCallback node = RZHostCallbacks::shared().of(graph);
     const RZHostCallback unit = RZHostCallbacks::shared().of(obj.inUnit());
+    if (unit.isOurs) {
+        obj.setUnitsCallback(unit.callback);
+    }
+    if (node.isOurs) {
+        obj.setNodesCallback(node.callback);
+    }
     const bool isOverNodes = (unit.isOurs || unit.isForeign) && unit.turn > node.turn;
     if (isThere && node.isOurs && !isOverNodes) {
-        obj.setOriginCallback(node.callback);
+        obj.setNodesOriginCallback(node.callback);
     } else if (unit.isOurs) {
         obj.setOriginCallback(unit.callback);
     } else {
@@ -113,12 +127,12 @@ void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
     }
 }
 
-void commitQueued(RZReplayAudioUnitObject& obj, AUGraph graph) {
-    RZHostCallback node = RZHostCallbacks::shared().of(graph);
-    if (node.isQueued) {
-        node.isQueued = false;
-        RZHostCallbacks::shared().note(graph, node);
-        obj.setOriginCallback(node.callback);
+/// A graph that stands still has no update to wait for.
+void settleQueued(AUGraph graph) {
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    const RZHostCallback node = known.of(graph);
+    if (node.isQueued && !answersYes(AUGraphIsRunning, graph)) {
+        known.note(graph, node.updated());
     }
 }
 
@@ -143,12 +157,20 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
         }
         RZGiveBackNode(graph);
     }
-    // Without an object, ours goes in only where opening the graph is going to make one.
-    const bool isTakenOver =
-        callback.inputProc != nullptr && (isObjs || !answersYes(AUGraphIsOpen, graph));
+    const bool isRunning = answersYes(AUGraphIsRunning, graph);
+    // Without an object, ours goes in only where opening the graph is going to make one; and not
+    // where an initialisation, of which nothing tells, may bring it while the unit plays.
+    const bool canTakeOver = isObjs ? !isRunning || answersYes(AUGraphIsInitialized, graph)
+                                    : !answersYes(AUGraphIsOpen, graph);
+    const bool isTakenOver = callback.inputProc != nullptr && canTakeOver;
     RZHostCallback now{callback, input, isTakenOver};
     // A running graph goes on with the old callback until it is updated.
-    now.isQueued = isObjs && answersYes(AUGraphIsRunning, graph);
+    if ((isObjs || noted.isOurs) && isRunning) {
+        now = noted;
+        now.isQueued = true;
+        now.isOursNext = isTakenOver;
+        now.next = callback;
+    }
     known.note(graph, now);
     graph_ = graph;
     noted_ = noted;
@@ -159,8 +181,9 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     if (isObjs) {
         obj_ = obj;
         before_ = obj->originCallback();
+        nodesBefore_ = obj->nodesCallback();
         if (!now.isQueued) {
-            obj->setOriginCallback(callback);
+            obj->setNodesOriginCallback(callback);
         }
     }
     return isTakenOver;
@@ -175,11 +198,13 @@ void RZNodeTakeOver::end(OSStatus status) {
         PendingNodes::shared().set(graph_, *pending_);
     }
     if (obj_) {
-        obj_->setOriginCallback(before_);
+        obj_->setNodesOriginCallback(before_);
+        obj_->setNodesCallback(nodesBefore_);
     }
 }
 
-void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info) {
+void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info,
+                   bool isFresh) {
     AudioUnit unit = nullptr;
     const OSStatus error = AUGraphNodeInfo(graph, info.node, nullptr, &unit);
     if (error != 0) {
@@ -195,27 +220,31 @@ void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& 
         manager().disposeAudioUnitObj(old);
     }
     RZHostCallbacks::shared().markNodes(unit);
+    settleQueued(graph);
     const auto obj = manager().newAudioUnitObj(unit);
     if (!obj) {
         RZUnitFacts::shared().leftAlone(unit, graph, RZUnitReason::NoNumberFree);
-        RZGiveBackNode(graph);
+        if (isFresh) {
+            RZGiveBackNode(graph);
+        }
         return;
     }
     obj->setAuGraph(graph);
     obj->setInNode(info.node);
-    takeOverNode(*obj, graph);
+    if (isFresh) {
+        takeOverNode(*obj, graph);
+    }
     chooseOrigin(*obj, graph);
 }
 
 void RZSettleGraph(AUGraph graph) {
+    settleQueued(graph);
     const auto obj = manager().findAudioUnitObjByAUGraph(graph);
     AudioUnit unit = nullptr;
-    if (!obj || answersYes(AUGraphIsRunning, graph) ||
-        AUGraphNodeInfo(graph, obj->inNode(), nullptr, &unit) != 0 || obj->inUnit() != unit) {
-        return;
+    if (obj && !answersYes(AUGraphIsRunning, graph) &&
+        AUGraphNodeInfo(graph, obj->inNode(), nullptr, &unit) == 0 && obj->inUnit() == unit) {
+        chooseOrigin(*obj, graph);
     }
-    commitQueued(*obj, graph);
-    chooseOrigin(*obj, graph);
 }
 
 void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
@@ -233,37 +262,38 @@ void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
         if (!pendingOf(graph)) {
             PendingNodes::shared().set(graph, *info);
         }
-        RZCaptureNode(site, graph, *info);
+        RZCaptureNode(site, graph, *info, false);
     }
 }
 
 void RZGraphUpdate::begin(AUGraph graph) {
+    graph_ = graph;
     obj_ = manager().findAudioUnitObjByAUGraph(graph);
-    const RZHostCallback node = RZHostCallbacks::shared().of(graph);
-    if (!obj_) {
+    noted_ = RZHostCallbacks::shared().of(graph);
+    if (obj_) {
+        before_ = obj_->originCallback();
+        nodesBefore_ = obj_->nodesCallback();
+    }
+    // Where ours goes, the old callback is called until it has gone.
+    if (!noted_.isQueued || !noted_.isOursNext) {
         return;
     }
-    graph_ = graph;
-    before_ = obj_->originCallback();
-    isWaiting_ = node.isQueued;
-    if (isWaiting_) {
+    RZHostCallbacks::shared().note(graph, noted_.updated());
+    if (obj_) {
         if (before_.inputProc == nullptr && obj_->isStarted()) {
             change_.emplace(obj_);
         }
-        obj_->setOriginCallback(node.callback);
+        obj_->setNodesOriginCallback(noted_.next);
     }
 }
 
 void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
-    if (!obj_) {
-        return;
-    }
     // With "not in this context" the edits are made, or will be at the next slice.
     const bool isDone = status == 0 || status == kAUGraphErr_CannotDoInCurrentContext;
-    if (isWaiting_) {
+    if (noted_.isQueued) {
         settleWaiting(isDone);
     }
-    if (!isDone) {
+    if (!obj_ || !isDone) {
         return;
     }
     chooseOrigin(*obj_, graph_);
@@ -274,25 +304,30 @@ void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
     }
 }
 
-void RZGraphUpdate::settleWaiting(BOOL isDone) {
-    RZHostCallback node = RZHostCallbacks::shared().of(graph_);
-    node.isQueued = false;
-    if (!isDone) {
-        // The platform has dropped it and goes on as before.
-        obj_->setOriginCallback(before_);
-        node.callback = before_;
-        if (change_) {
-            change_->takeBack();
-        }
+void RZGraphUpdate::settleWaiting(bool isDone) {
+    if (isDone) {
+        RZHostCallbacks::shared().note(graph_, noted_.updated());
+        return;
     }
-    RZHostCallbacks::shared().note(graph_, node);
+    // The platform has dropped it and goes on as before.
+    noted_.isQueued = false;
+    RZHostCallbacks::shared().note(graph_, noted_);
+    if (obj_) {
+        obj_->setNodesOriginCallback(before_);
+        obj_->setNodesCallback(nodesBefore_);
+    }
+    if (change_) {
+        change_->takeBack();
+    }
 }
 
 void RZGiveBackNode(AUGraph graph) {
     RZHostCallbacks& known = RZHostCallbacks::shared();
-    RZHostCallback host = known.of(graph);
+    // Where an update was waited for, the graph keeps what it is to bring.
+    RZHostCallback host = known.of(graph).updated();
     const auto info = pendingOf(graph);
-    if (!host.isOurs || !info) {
+    // Where ours has to stay it calls what is known of the host's.
+    if (!host.isOurs || !info || !mayEdit(graph, info->node)) {
         return;
     }
     for (const AUNodeRenderCallback& one : callbacksOf(graph, info->node)) {

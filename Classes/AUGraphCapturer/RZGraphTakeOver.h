@@ -27,13 +27,15 @@ class RZNodeTakeOver {
     AUGraph graph_ = nullptr;
     std::shared_ptr<RZReplayAudioUnitObject> obj_;
     AURenderCallbackStruct before_{};
+    AURenderCallbackStruct nodesBefore_{};
     RZHostCallback noted_;
     std::optional<PendingNodeInfo> pending_;
 };
 
-/// [host thread] Makes the capture object of an output node of an open graph, and takes over what
-/// feeds the node; where none can be made, the node gets the host's callback back.
-void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info);
+/// [host thread] Makes the capture object of an output node of an open graph. In one that was
+/// opened just now (`isFresh`) it takes over what feeds the node; where no object can be made, the
+/// node gets the host's callback back.
+void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& info, bool isFresh);
 
 // The next two come also with calls that pass straight through: ours may stand in the graph
 // already, and has to know whom it stands for.
@@ -53,13 +55,14 @@ class RZGraphUpdate {
     void end(OSStatus status, BOOL isRecorded);
 
   private:
-    void settleWaiting(BOOL isDone);
+    void settleWaiting(bool isDone);
 
     std::shared_ptr<RZReplayAudioUnitObject> obj_;  ///< null: the graph is not captured
     std::optional<RZUnitFormatChange> change_;      ///< ours comes where the notify was
     AUGraph graph_ = nullptr;
-    bool isWaiting_ = false;  ///< a callback waited for this update
+    RZHostCallback noted_;
     AURenderCallbackStruct before_{};
+    AURenderCallbackStruct nodesBefore_{};
 };
 
 /// [host thread] An output node without a capture object may get one when its graph starts.

@@ -73,6 +73,24 @@ void disposeCapture(const AnsweredCall& call, AUGraph graph) {
     }
 }
 
+/// The graph has units now, if it had none before: the output node's is captured.
+void noteOpen(const AnsweredCall& call, AUGraph graph, bool isFresh) {
+    call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
+    if (!isAUGraphAvailable(graph) || call.status != 0) {
+        // Registered with its output node in it already: nothing else tells of it.
+        if (call.status == 0 && PendingNodes::shared().with(graph, [](const auto&) {})) {
+            RZUnitFacts::shared().leftAlone(nullptr, graph, RZUnitReason::Anothers);
+        }
+        return;
+    }
+    const bool isKnown = PendingNodes::shared().with(graph, [&](const PendingNodeInfo& info) {
+        RZCaptureNode(call.site, graph, info, isFresh);
+    });
+    if (!isKnown) {
+        call.site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
+    }
+}
+
 /// The graph runs, unless the platform refused: so does its capture.
 void noteStart(const AnsweredCall& call, AUGraph graph) {
     call.site.log(2, "[AUGraphHook] %s: %p, err:%d", call.name, graph, call.status);
@@ -160,7 +178,7 @@ constexpr tqhook::HookTable kHooks{
             Boolean isOpen = 0;
             if (AUGraphIsOpen(graph, &isOpen) == 0 && isOpen != 0) {
                 // No opening will tell of this node any more: its unit is there already.
-                RZCaptureNode(call.site, graph, info);
+                RZCaptureNode(call.site, graph, info, true);
             }
         } else {
             call.site.log(3, "[AUGraphHook] AUGraph exists in Resolver, ignore AUGraph: %p, %d",
@@ -176,20 +194,20 @@ constexpr tqhook::HookTable kHooks{
             PendingNodes::shared().erase(graph, node);
         }
     }),
-    hookAfter<&AUGraphOpen>([](const AnsweredCall& call, AUGraph graph) {
-        call.site.log(2, "[AUGraphHook] %s: %p, err: %d", call.name, graph, call.status);
-        if (!isAUGraphAvailable(graph) || call.status != 0) {
-            // Registered with its output node in it already: nothing else tells of it.
-            if (call.status == 0 && PendingNodes::shared().with(graph, [](const auto&) {})) {
-                RZUnitFacts::shared().leftAlone(nullptr, graph, RZUnitReason::Anothers);
-            }
-            return;
+    tqhook::hook<&AUGraphOpen>([](auto* original, AUGraph graph) {
+        constexpr const RZLogSite& site = kSiteOf<&AUGraphOpen>;
+        const BOOL isRecording = RZGraphHooks.isRecording();
+        Boolean wasOpen = 0;
+        if (isRecording) {
+            static_cast<void>(AUGraphIsOpen(graph, &wasOpen));
         }
-        const bool isKnown = PendingNodes::shared().with(
-            graph, [&](const PendingNodeInfo& info) { RZCaptureNode(call.site, graph, info); });
-        if (!isKnown) {
-            call.site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
+        const OSStatus status = original(graph);
+        if (isRecording) {
+            RZRoadGuarded(site, [&] {
+                noteOpen({site, tqhook::kNameOf<&AUGraphOpen>.data(), status}, graph, wasOpen == 0);
+            });
         }
+        return status;
     }),
     tqhook::hook<&AUGraphStart>([](auto* original, AUGraph graph) {
         constexpr const RZLogSite& site = kSiteOf<&AUGraphStart>;

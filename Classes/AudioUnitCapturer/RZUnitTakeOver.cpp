@@ -43,6 +43,7 @@ void RZUnitTakeOver::begin(const std::shared_ptr<RZReplayAudioUnitObject>& obj,
     before_ = obj->originCallback();
     RZHostCallbacks::shared().note(unit, {callback, scope, true});
     obj_ = obj;
+    unitsBefore_ = obj->unitsCallback();
     // Before ours can be called.
     obj_->setOriginCallback(callback);
 }
@@ -50,6 +51,7 @@ void RZUnitTakeOver::begin(const std::shared_ptr<RZReplayAudioUnitObject>& obj,
 void RZUnitTakeOver::end(OSStatus status) {
     if (status != 0) {
         obj_->setOriginCallback(before_);
+        obj_->setUnitsCallback(unitsBefore_);
         RZHostCallbacks::shared().note(obj_->inUnit(), noted_);
         return;
     }

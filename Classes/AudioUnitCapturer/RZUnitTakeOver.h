@@ -27,6 +27,7 @@ class RZUnitTakeOver {
   private:
     std::shared_ptr<RZReplayAudioUnitObject> obj_;
     AURenderCallbackStruct before_{};
+    AURenderCallbackStruct unitsBefore_{};
     RZHostCallback noted_;
 };
 

@@ -12,8 +12,21 @@ struct RZHostCallback {
     UInt32 place = 0;                   ///< a unit's scope, a node's input number
     bool isOurs = false;     ///< ours stands in its place, with the unit or graph as reference
     bool isForeign = false;  ///< a unit was given a source that ours does not stand before
-    bool isQueued = false;   ///< a running graph takes it at its next update
+    bool isQueued = false;   ///< a running graph takes the next two at its next update
+    bool isOursNext = false;
+    AURenderCallbackStruct next{};
     std::uint64_t turn = 0;  ///< grows with every note: of a unit's and its node's, the later holds
+
+    /// The graph has been updated, or is about to be.
+    [[nodiscard]] RZHostCallback updated() const {
+        RZHostCallback now = *this;
+        if (isQueued) {
+            now.callback = next;
+            now.isOurs = isOursNext;
+            now.isQueued = false;
+        }
+        return now;
+    }
 };
 
 /// What the host's callback is behind ours, for every unit and graph that is alive: also where

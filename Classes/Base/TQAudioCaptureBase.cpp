@@ -169,11 +169,14 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
     const tqcommon::RenderThreadScope renderThread;
     const AudioHookFunctionGuards crashGuard;
     RZStreamMixManager& manager = *RZStreamMixManager::sharedManager();
-    auto obj = manager.findAudioUnitObj(refCon);
-    if (!obj) {
-        obj = manager.findAudioUnitObjByAUGraph(refCon);
-    }
     AURenderCallbackStruct origin{};
+    auto obj = manager.findAudioUnitObj(refCon);
+    if (obj) {
+        origin = obj->unitsCallback();
+    } else if (obj = manager.findAudioUnitObjByAUGraph(refCon); obj) {
+        // Ours stands at a node, whose graph is its reference.
+        origin = obj->nodesCallback();
+    }
     // Asked before: what the host puts into the list is told from what was there.
     const bool hasEffects = manager.isDuckingEnable() || manager.isCompressorEnable();
     if (obj) {
@@ -181,7 +184,6 @@ OSStatus RZReplayAudioUnitCapture_InputProcessCallback(void* refCon,
         if (hasEffects) {
             obj->noteGivenMemory(ioData);
         }
-        origin = obj->originCallback();
     }
     if (origin.inputProc == nullptr) {
         // No object, or not yet its callback: the host plays all the same.

@@ -50,7 +50,6 @@ class Walk {
         AUGraph graph = nullptr;
         AUNode output = 0;
         AUNode mixer = 0;
-        bool isFedByUnit = false;  ///< its output unit gets callbacks, not its output node
     };
 
     std::uint32_t draw(std::size_t below) {
@@ -94,7 +93,7 @@ class Walk {
             case 0:
             case 1:
             case 2:
-                setUnitCallback(unit);
+                setUnitCallback(unit, unit);
                 break;
             case 3:
             case 4:
@@ -128,14 +127,14 @@ class Walk {
         }
     }
 
-    void setUnitCallback(AudioUnit unit) {
+    void setUnitCallback(AudioUnit unit, const void* named) {
         const AURenderCallbackStruct callback = anyCallback();
         constexpr std::array<AudioUnitScope, 6> kScopes{
             kAudioUnitScope_Input,  kAudioUnitScope_Input,  kAudioUnitScope_Global,
             kAudioUnitScope_Global, kAudioUnitScope_Output, kAudioUnitScope_Input};
         const AudioUnitScope scope = kScopes[draw(kScopes.size())];
         const AudioUnitElement element = chance(1, 10) ? 1 : 0;
-        note("callback", unit,
+        note("unit callback", named,
              AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, scope, element,
                                   &callback, sizeof(callback)));
     }
@@ -173,7 +172,6 @@ class Walk {
     void stepGraph(Net& net) {
         if (net.graph == nullptr) {
             check(NewAUGraph(&net.graph));
-            net.isFedByUnit = chance(1, 3);
             note("new graph", net.graph, 0);
             return;
         }
@@ -246,7 +244,7 @@ class Walk {
 
     void setNode(Net& net) {
         const AURenderCallbackStruct callback = anyCallback();
-        const bool isOutput = !net.isFedByUnit && chance(3, 4);
+        const bool isOutput = chance(3, 4);
         const UInt32 input = !isOutput && chance(1, 6) ? 1 : 0;
         note(isOutput ? "graph output callback" : "graph mixer callback", net.graph,
              AUGraphSetNodeInputCallback(net.graph, isOutput ? net.output : net.mixer, input,
@@ -281,18 +279,19 @@ class Walk {
         if (AUGraphNodeInfo(net.graph, net.output, nullptr, &unit) != noErr || unit == nullptr) {
             return;
         }
-        switch (draw(5)) {
+        switch (draw(6)) {
             case 0:
             case 1:
-                if (net.isFedByUnit) {
-                    setUnitCallback(unit);
-                }
+                setUnitCallback(unit, net.graph);
                 break;
             case 2:
                 note("its unit start", net.graph, AudioOutputUnitStart(unit));
                 break;
             case 3:
                 note("its unit stop", net.graph, AudioOutputUnitStop(unit));
+                break;
+            case 4:
+                note("its unit uninitialize", net.graph, AudioUnitUninitialize(unit));
                 break;
             default:
                 note("its unit initialize", net.graph, AudioUnitInitialize(unit));
