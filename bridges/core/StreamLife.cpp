@@ -18,6 +18,8 @@ namespace {
 
 /// How long a hurried device's thread may be kept from its work by a busy machine.
 constexpr std::chrono::duration<double> kStarved{1};
+/// In which a stopped unit's last blocks have been delivered: three passes of the device and more.
+constexpr double kTailSeconds = 0.05;
 constexpr std::chrono::milliseconds kReportInterval{250};
 constexpr long kLookMilliseconds = 50;
 constexpr double kStreamSeconds = 10;
@@ -359,6 +361,7 @@ void StreamLife::finish() {
     using Clock = std::chrono::steady_clock;
     std::chrono::duration<double> longest{0};
     double left = 0;
+    bool isHurried = false;
     {
         const std::scoped_lock guard(lock_);
         for (NativeStream* const stream : streams_) {
@@ -373,7 +376,8 @@ void StreamLife::finish() {
         look();
         // Nobody hears it: what is there need not take the time that it lasts. But the device's
         // thread may get no processor for a while.
-        if (!hasOthers() && TQNullDeviceHurry(left) == 0) {
+        isHurried = !hasOthers() && TQNullDeviceHurry(left) == 0;
+        if (isHurried) {
             longest = std::max(longest, kStarved);
         }
     }
@@ -383,6 +387,10 @@ void StreamLife::finish() {
     }
     const std::scoped_lock guard(lock_);
     look();
+    if (isHurried) {
+        // The device is ahead of its time and would stand still while the last blocks wait for it.
+        (void)TQNullDeviceHurry(kTailSeconds);
+    }
     isFinished_ = true;
 }
 

@@ -82,7 +82,7 @@ class NullBackend final : public Backend {
 
     void stop() noexcept override { wish(Wish::rest); }
 
-    /// A period that is being waited for still comes at its time.
+    /// A period that is being waited for still comes at its time, or in 0.02 s.
     void hurry(Float64 seconds) noexcept {
         hurriedFrames_.store(std::llround(seconds * rate_.load()), std::memory_order_relaxed);
     }
@@ -111,6 +111,20 @@ class NullBackend final : public Backend {
         wish_.notify_one();
     }
 
+    /// A device that has hurried is ahead of its time: it looks up to see whether it is to hurry
+    /// on.
+    void awaitPeriod(UInt64 deadlineNs) const {
+        constexpr UInt64 kLookNs = 20'000'000;  // longer than a period at any common rate
+        UInt64 now = nowNs();
+        while (now + kLookNs < deadlineNs && hurriedFrames_.load(std::memory_order_relaxed) <= 0) {
+            sleepUntil(now + kLookNs);
+            now = nowNs();
+        }
+        if (hurriedFrames_.load(std::memory_order_relaxed) <= 0) {
+            sleepUntil(deadlineNs);
+        }
+    }
+
     void run() {
         pthread_setname_np(pthread_self(), "TQAudioDevice");
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
@@ -123,7 +137,7 @@ class NullBackend final : public Backend {
                 if (hurriedFrames_.load(std::memory_order_relaxed) > 0) {
                     hurriedFrames_.fetch_sub(kFrames, std::memory_order_relaxed);
                 } else {
-                    sleepUntil(clock.deadlineNs());
+                    awaitPeriod(clock.deadlineNs());
                 }
                 const Wish now = wish_.load();
                 if (now == Wish::end) {
