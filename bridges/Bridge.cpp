@@ -22,7 +22,7 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
         // An image that defines redirected functions keeps all of its own calls: what SDL plays to
         // the interfaces below it would not be seen there, so it is always taken from SDL itself.
         for (const NativeApi& api :
-             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), sdlApi(true)}) {
+             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), pipeWireFilterApi(), sdlApi(true)}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
             exempt.insert(exempt.end(), api.exempt.begin(), api.exempt.end());
         }

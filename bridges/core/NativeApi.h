@@ -15,11 +15,12 @@ struct NativeApi {
     std::span<const char* const> exempt = {};
 };
 
-// One for each folder beside this one.
+// One or more for each folder beside this one.
 [[nodiscard]] NativeApi alsaApi();
 [[nodiscard]] NativeApi pulseApi();
 [[nodiscard]] NativeApi jackApi();
 [[nodiscard]] NativeApi pipeWireApi();
+[[nodiscard]] NativeApi pipeWireFilterApi();
 /// `isPreferred`: also where SDL plays to another interface.
 [[nodiscard]] NativeApi sdlApi(bool isPreferred);
 
