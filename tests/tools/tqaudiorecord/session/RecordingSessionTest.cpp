@@ -45,7 +45,7 @@ TEST_F(Session, ATrackComesInterleavedInItsOwnFormatWithItsUnitsName) {
     record({kHost, "tone", "1"});
     ASSERT_TRUE(sink.only().streams.contains(1));
     const auto& track = sink.only().streams.at(1);
-    EXPECT_EQ(track.format, (BlockFormat{48000, 2, 16, false}));
+    EXPECT_EQ(track.format, (BlockFormat{48000, 2, 32, true}));
     EXPECT_EQ(track.unit, "unit-1");
     EXPECT_GT(track.seconds(), 0.9);
     const auto left = track.samples(0);

@@ -24,13 +24,20 @@ class RememberingSink : public tqrecorder::Sink {
         [[nodiscard]] double seconds() const {
             return static_cast<double>(frames()) / format.sampleRate;
         }
-        /// One channel of 16-bit samples.
+        /// One channel of 16-bit integers or 32-bit floats.
         [[nodiscard]] std::vector<double> samples(std::size_t channel) const {
             std::vector<double> result;
             for (std::size_t i = 0; i < frames(); ++i) {
-                std::int16_t value = 0;
-                std::memcpy(&value, bytes.data() + (i * format.channels + channel) * 2, 2);
-                result.push_back(value / 32768.0);
+                const std::size_t at = i * format.channels + channel;
+                if (format.isFloat) {
+                    float value = 0;
+                    std::memcpy(&value, bytes.data() + at * sizeof value, sizeof value);
+                    result.push_back(static_cast<double>(value));
+                } else {
+                    std::int16_t value = 0;
+                    std::memcpy(&value, bytes.data() + at * sizeof value, sizeof value);
+                    result.push_back(value / 32768.0);
+                }
             }
             return result;
         }
