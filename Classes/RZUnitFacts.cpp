@@ -143,13 +143,14 @@ void RZUnitFacts::stopped(const void* unit, const void* graph) {
 
 void RZUnitFacts::named(const void* unit, std::string_view name) {
     note([&]() -> std::optional<RZUnitFact> {
-        RZUnitNames& names = RZUnitNames::shared();
-        const auto known = std::find_if(ordinals_.begin(), ordinals_.end(),
-                                        [unit](const Ordinal& one) { return one.handle == unit; });
-        const char* const before = known == ordinals_.end() ? nullptr : names.of(known->number);
-        if (before == nullptr || name.substr(0, RZUnitNames::kLongest) != before) {
+        const std::string_view kept = name.substr(0, RZUnitNames::kLongest);
+        const bool isKnown =
+            std::any_of(ordinals_.begin(), ordinals_.end(),
+                        [&](const Ordinal& one) { return one.handle == unit && one.name == kept; });
+        if (!isKnown) {
             forgetOrdinal(unit);
-            names.give(ordinalOf(unit), name);
+            ordinals_.push_back({unit, ++lastOrdinal_, std::string(kept)});
+            RZUnitNames::shared().give(lastOrdinal_, kept);
         }
         return std::nullopt;
     });

@@ -6,6 +6,8 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -126,6 +128,8 @@ class RZUnitFacts {
     struct Ordinal {
         const void* handle;
         std::uint32_t number;
+        /// Kept here too: RZUnitNames may have had no place left for it.
+        std::optional<std::string> name{};
     };
     [[nodiscard]] RZUnitFact& entryFor(const void* unit, const void* graph);
     [[nodiscard]] RZUnitFact* find(const void* unit, const void* graph = nullptr);

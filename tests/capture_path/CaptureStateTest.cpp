@@ -466,4 +466,21 @@ TEST_F(CaptureState, NewUnitsGetTheDuckingThatIsOn) {
     EXPECT_EQ(listener->posts().back().samples()[0], 8192);
 }
 
+TEST_F(CaptureState, AUnitThatComesBehindALevelDoesNotGetIt) {
+    RZReplayVolumeController controller;
+    const RZReplayVolumeDuckingParam on(YES);
+    ASSERT_EQ(controller.enableDucking(&on), 0);
+    controller.updateDuckingVolume(0, YES);
+    HostUnit host;
+    host.play();
+    ASSERT_TRUE(startCapture());
+    pump(100);
+    EXPECT_EQ(listener->posts().back().samples()[0], 8192);
+    controller.updateDuckingVolume(0, YES);
+    pump(100);
+    EXPECT_LT(listener->posts().back().samples()[0], 4000);
+    const RZReplayVolumeDuckingParam off(NO);
+    EXPECT_EQ(controller.enableDucking(&off), 0);
+}
+
 }  // namespace
