@@ -226,7 +226,8 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&snd_pcm_drain>([](auto* original, snd_pcm_t* pcm) {
         const CallDepth depth;
         if (const NativeStream::Use stream(depth.isOutermost() ? pcm : nullptr); stream) {
-            // Before it waits.
+            // Before it waits. ALSA ends a pause to play out what is there.
+            stream->frozen(false);
             stream->drained();
         }
         return original(pcm);

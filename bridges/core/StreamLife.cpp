@@ -344,15 +344,19 @@ void StreamLife::endStream(NativeStream& stream) {
     if (BridgeUnit* const unit = stream.unit_.load()) {
         unit->stop();
     }
-    if (stream.fate_) {
-        const bool isServed = stream.fifo_->counts().written != 0;
-        report(stream, isServed ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE, true);
-        stream.fate_.reset();
-    }
+    reportEnd(stream);
     // Whoever found it before its key went is in a call of the native library, which may wait for
     // as long as it likes. Unit and memory stay his; the next look comes back to it.
     if (stream.users_.load() == 0) {
         stream.end();
+    }
+}
+
+void StreamLife::reportEnd(NativeStream& stream) {
+    if (stream.fate_) {
+        const bool isServed = stream.fifo_->counts().written != 0;
+        report(stream, isServed ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE, true);
+        stream.fate_.reset();
     }
 }
 
@@ -387,6 +391,11 @@ void StreamLife::finish() {
     }
     const std::scoped_lock guard(lock_);
     look();
+    for (NativeStream* const stream : streams_) {
+        if (stream->state_ != NativeStream::State::kUnused) {
+            reportEnd(*stream);
+        }
+    }
     if (isHurried) {
         // The device is ahead of its time and would stand still while the last blocks wait for it.
         (void)TQNullDeviceHurry(kTailSeconds);

@@ -57,6 +57,8 @@ class StreamLife {
     [[nodiscard]] bool isBusy();
     [[nodiscard]] bool hasOthers() const;
     static void report(NativeStream& stream, tq_stream_fate fate, bool isClosed);
+    /// What became of its frames, once, if anything was said of it before.
+    static void reportEnd(NativeStream& stream);
 
     static void beforeFork();
     static void afterForkInParent();

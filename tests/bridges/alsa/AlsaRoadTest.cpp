@@ -47,9 +47,15 @@ TEST_P(AlsaRoadTest, DuckedTheTrackIsWhatIsHeard) {
     EXPECT_NEAR(ducked.heard.value(last, 0), noise_.value(last, 0) / 10, 0.02);
 }
 
+TEST_P(AlsaRoadTest, AtItsEndAllThatItWroteIsAccountedForAsOnTheTrack) {
+    const ProgramRun recorded = runRecorded(output_, command_);
+    EXPECT_NE(recorded.end.text().find("30000 written, 30000 into its track"), std::string::npos)
+        << recorded.end.text();
+}
+
 INSTANTIATE_TEST_SUITE_P(Own, AlsaRoadTest,
-                         testing::Values("writei", "writen", "mapped", "mappedPlanes",
-                                         "mappedWriten"),
+                         testing::Values("writei", "paused_writei", "writen", "mapped",
+                                         "mappedPlanes", "mappedWriten"),
                          [](const testing::TestParamInfo<const char*>& each) {
                              return std::string(each.param);
                          });

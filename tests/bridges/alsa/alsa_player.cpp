@@ -90,8 +90,8 @@ int main(int count, char** arguments) {
         const std::size_t left = frames - written;
         const snd_pcm_sframes_t taken =
             road.starts_with("mapped") && road != "mappedWriten" ? writeMapped(pcm, from, left)
-            : road == "writei"                                   ? snd_pcm_writei(pcm, from, left)
-                               : writePlanes(pcm, from, left, road == "mappedWriten");
+            : road.ends_with("writei")                           ? snd_pcm_writei(pcm, from, left)
+                                       : writePlanes(pcm, from, left, road == "mappedWriten");
         if (taken < 0) {
             std::printf("%s\n", snd_strerror(static_cast<int>(taken)));
             return 4;
@@ -99,6 +99,10 @@ int main(int count, char** arguments) {
         written += static_cast<std::size_t>(taken);
     }
     std::printf("%zu\n", written);
+    if (road == "paused_writei") {
+        (void)snd_pcm_start(pcm);
+        std::printf("%d\n", snd_pcm_pause(pcm, 1));
+    }
     std::printf("%d\n", snd_pcm_drain(pcm));
     return snd_pcm_close(pcm) == 0 ? 0 : 5;
 }
