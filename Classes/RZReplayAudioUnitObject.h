@@ -20,6 +20,7 @@
 #include "RZReplayAudioUnitBuffer.h"
 #include "RZReplayVolumeCompressorParam.h"
 #include "RZReplayVolumeDuckingParam.h"
+#include "common/ForkLocks.h"
 #include "common/RealTime.h"
 
 /// The capture object of one intercepted audio unit: its formats, the host's callback that was
@@ -131,7 +132,10 @@ class RZReplayAudioUnitObject {
     }
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& bufferLock() const { return bufferLock_; }
     /// [host thread] Only while no other thread uses the object. Not null.
-    void setBufferLock(std::shared_ptr<NSRecursiveLock> lock) { bufferLock_ = std::move(lock); }
+    void setBufferLock(std::shared_ptr<NSRecursiveLock> lock) {
+        bufferAtFork_.follow(*lock);
+        bufferLock_ = std::move(lock);
+    }
     [[nodiscard]] korva_audio_utils::EventFilter& eventFilter() const { return *eventFilter_; }
     [[nodiscard]] AudioComponentDescription compDesc() const { return compDesc_.load(); }
     void setCompDesc(const AudioComponentDescription& desc) { compDesc_.store(desc); }
@@ -322,6 +326,7 @@ class RZReplayAudioUnitObject {
     AtomicProperty<std::string> key_;
     std::vector<std::shared_ptr<RZReplayAudioUnitBuffer>> bufferList_;
     std::shared_ptr<NSRecursiveLock> bufferLock_;
+    tqcommon::ForkLock bufferAtFork_{tqcommon::ForkOrder::BufferList, *bufferLock_};
     std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;
     AtomicProperty<AudioComponentDescription> compDesc_;
     AtomicProperty<AudioStreamBasicDescription> streamDesc_;

@@ -5,6 +5,7 @@
 #include "AtomicProperty.h"
 #include "RZStreamMixManager.h"
 #include "TQAudioRecordLock.h"
+#include "common/ForkLocks.h"
 
 RZReplayVolumeControllerDelegate::~RZReplayVolumeControllerDelegate() = default;
 void RZReplayVolumeControllerDelegate::onDuckingGlobalStateChanged(BOOL /*enabled*/) {
@@ -37,6 +38,9 @@ struct Globals {
     RZReplayVolumeController::DelegateList gDelegateList;
     std::atomic<bool> gDuckingEnable{false};
     std::atomic<bool> gCompressorEnable{false};
+    tqcommon::ForkLock delegatesAtFork{tqcommon::ForkOrder::Volume, *gDelegateLock};
+    tqcommon::ForkLock duckingAtFork{tqcommon::ForkOrder::Volume, *gDuckingLock};
+    tqcommon::ForkLock compressorAtFork{tqcommon::ForkOrder::Volume, *gCompressorLock};
 };
 
 Globals& globals() {

@@ -133,10 +133,7 @@ void RZUnitFacts::stopped(const void* unit, const void* graph) {
         if (entry == nullptr || !entry->isStarted) {
             return std::nullopt;
         }
-        entry->isStarted = false;
-        if (entry->track != 0) {
-            entry->reason = RZUnitReason::NotStarted;
-        }
+        noteStopped(*entry);
         return *entry;
     });
 }
@@ -154,6 +151,22 @@ void RZUnitFacts::named(const void* unit, std::string_view name) {
         }
         return std::nullopt;
     });
+}
+
+void RZUnitFacts::noteStopped(RZUnitFact& fact) noexcept {
+    fact.isStarted = false;
+    if (fact.track != 0) {
+        fact.reason = RZUnitReason::NotStarted;
+    }
+}
+
+void RZUnitFacts::allStopped() noexcept {
+    const std::scoped_lock guard(lock_);
+    for (RZUnitFact& fact : list_) {
+        if (fact.isStarted) {
+            noteStopped(fact);
+        }
+    }
 }
 
 void RZUnitFacts::disposed(const void* unit) {

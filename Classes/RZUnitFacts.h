@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ForkLocks.h"
+
 /// Why a unit is not captured at this moment.
 enum class RZUnitReason : std::uint32_t {
     Captured,       ///< it is
@@ -105,6 +107,9 @@ class RZUnitFacts {
 
     // Notices that only tidy up.
 
+    /// Only in the child of a fork, where no unit plays: observers are not told.
+    void allStopped() noexcept;
+
     /// The private graph has taken it in after all.
     void mixTook(const void* unit);
 
@@ -138,8 +143,10 @@ class RZUnitFacts {
     template <class Change>
     void note(Change&& change);
     void noteReason(const void* unit, RZUnitReason reason);
+    static void noteStopped(RZUnitFact& fact) noexcept;
 
     mutable std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::UnitFacts, lock_};
     std::vector<RZUnitFact> list_;
     std::vector<Ordinal> ordinals_;
     std::uint32_t lastOrdinal_ = 0;
@@ -149,6 +156,7 @@ class RZUnitFacts {
     std::array<std::atomic<std::uint32_t>, kTracks + 1> trackUnits_{};
 
     std::recursive_mutex observersLock_;
+    tqcommon::ForkLock observersAtFork_{tqcommon::ForkOrder::Observers, observersLock_};
     std::vector<std::pair<ObserverId, std::shared_ptr<const Observer>>> observers_;
     ObserverId lastObserver_ = 0;
 };

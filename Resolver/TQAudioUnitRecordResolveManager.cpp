@@ -2,6 +2,13 @@
 
 #include <Foundation/Foundation.h>
 
+namespace {
+/// Before the constructors of the library above, whose locks are taken before this one's.
+[[gnu::constructor]] void watchForks() {
+    tqcommon::ForkLock::watch();
+}
+}  // namespace
+
 TQAudioUnitRecordResolveManager& TQAudioUnitRecordResolveManager::sharedManager() {
     static TQAudioUnitRecordResolveManager* const manager = new TQAudioUnitRecordResolveManager;
     return *manager;

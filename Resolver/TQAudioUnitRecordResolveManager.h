@@ -6,6 +6,7 @@
 #include <set>
 
 #include "TQAudioRecordResolver.h"
+#include "common/ForkLocks.h"
 
 /// Posted when a unit has been taken over and must not be captured; for units of both kinds.
 inline constexpr const char* TQAudioNewRegisterAudioUnitNotification =
@@ -54,6 +55,7 @@ class TQ_RESOLVER_EXPORT TQAudioUnitRecordResolveManager {
     void leave(std::set<Handle>& handles, Handle handle);
 
     mutable std::mutex mutex_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Handles, mutex_};
     std::set<AudioUnit> rtcUnits_;
     std::set<AudioUnit> nonGameUnits_;
     std::set<AUGraph> nonGameGraphs_;

@@ -1,18 +1,15 @@
 #include "audio_hook_config.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "file_lock.h"
@@ -108,9 +105,7 @@ AudioHookConfig* AudioHookConfig::getInstance() {
             // Never freed: render threads may still use it while the process exits.
             current = std::make_unique<AudioHookConfigImpl>().release();
             instance.store(current, std::memory_order_release);
-            ::pthread_atfork([] { TheConfig().beforeFork(); },
-                             [] { TheConfig().afterForkInParent(); },
-                             [] { TheConfig().afterForkInChild(); });
+            tqcommon::ForkLock::watch();
             // Threads may play until the very end; whether they are inside then says nothing.
             std::atexit([] { TheConfig().beginOrderlyEnding(); });
             std::at_quick_exit([] { TheConfig().beginOrderlyEnding(); });
@@ -428,22 +423,6 @@ void AudioHookConfigImpl::takeBackOrderlyEnding() noexcept {
     }
 }
 
-void AudioHookConfigImpl::beforeFork() noexcept {
-    // A host may fork out of a log line that init writes under the mutex, so nobody waits for ever.
-    const auto deadline = std::chrono::steady_clock::now() + FileLock::kPatience;
-    isHeldForFork_ = mutex_.try_lock();
-    while (!isHeldForFork_ && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-        isHeldForFork_ = mutex_.try_lock();
-    }
-}
-
-void AudioHookConfigImpl::afterForkInParent() noexcept {
-    if (isHeldForFork_) {
-        mutex_.unlock();
-    }
-}
-
 void AudioHookConfigImpl::afterForkInChild() noexcept {
     callbacks_.forget();
     roads_.forget();
@@ -451,7 +430,6 @@ void AudioHookConfigImpl::afterForkInChild() noexcept {
         takeRecord();
         bindCounts();
     }
-    afterForkInParent();
 }
 
 AudioHookFunctionGuards::AudioHookFunctionGuards() {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "common/RealTime.h"
 #include "inside_count.h"
 #include "memory_file.h"
@@ -130,9 +131,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
     /// [any thread] It does not end after all.
     void takeBackOrderlyEnding() noexcept;
 
-    /// Around fork(), on the forking thread. A child counts for itself.
-    void beforeFork() noexcept;
-    void afterForkInParent() noexcept;
+    /// Only in the child of a fork, which counts for itself.
     void afterForkInChild() noexcept;
 
     /// [host thread] The caller holds the mutex. Reads both files into the table and spends a retry
@@ -181,9 +180,13 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::optional<ProcessRecords> records_;
     std::optional<std::size_t> ownRecord_;
     std::atomic<pid_t> ownProcess_{0};
-    bool isHeldForFork_ = false;
     InsideCount callbacks_;
     InsideCount roads_;
+    tqcommon::ForkLock atFork_{
+        tqcommon::ForkOrder::Guard,
+        mutex_,
+        {[](void* config) { static_cast<AudioHookConfigImpl*>(config)->afterForkInChild(); },
+         this}};
 };
 
 /// [any thread] Real-time safe once the instance exists. Marks its scope as being inside an

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "common/ForkLocks.h"
+
 namespace korva_audio_utils {
 
 std::atomic<KorvaAudioStats*> KorvaAudioStats::instance{nullptr};
@@ -15,6 +17,7 @@ KorvaAudioStats* KorvaAudioStats::getInstance() {
         if (current == nullptr) {
             // Never freed: render threads may still use it while the process exits.
             current = new KorvaAudioStats;
+            static const tqcommon::ForkLock atFork(tqcommon::ForkOrder::Statistics, mutex_);
             instance.store(current, std::memory_order_release);
         }
     }

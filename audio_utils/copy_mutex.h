@@ -3,6 +3,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "common/ForkLocks.h"
+
 namespace korva_audio_utils {
 
 /// A mutex for two kinds of holders: those that keep it for one short copy, block after block, and
@@ -64,10 +66,19 @@ class CopyMutex {
         return true;
     }
     void WaitToCopy() noexcept;
+    /// Only in the child of a fork, where nobody copies.
+    void ForgetAfterFork() noexcept {
+        isCopying_.store(false, std::memory_order_relaxed);
+        isHeldLong_.store(false, std::memory_order_relaxed);
+    }
 
     std::atomic<bool> isCopying_{false};
     std::atomic<bool> isHeldLong_{false};
     std::mutex mutex_;
+    tqcommon::ForkLock atFork_{
+        tqcommon::ForkOrder::Ring,
+        mutex_,
+        {[](void* mutex) { static_cast<CopyMutex*>(mutex)->ForgetAfterFork(); }, this}};
 };
 
 }  // namespace korva_audio_utils

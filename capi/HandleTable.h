@@ -7,6 +7,8 @@
 #include <mutex>
 #include <utility>
 
+#include "common/ForkLocks.h"
+
 namespace tqcapi {
 
 /// [any thread] A number that no handle of any kind has had: one of another kind is refused, not
@@ -57,6 +59,7 @@ class HandleTable {
     HandleTable() = default;
 
     mutable std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Handles, lock_};
     std::map<std::uintptr_t, std::shared_ptr<Object>> objects_;
 };
 

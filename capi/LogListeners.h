@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "tq_capture.h"
 
 namespace tqcapi {
@@ -31,6 +32,8 @@ class LogListeners {
 
     std::mutex changes_;
     std::recursive_mutex lock_;
+    tqcommon::ForkLock changesAtFork_{tqcommon::ForkOrder::LogListeners, changes_};
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::LogListeners, lock_};
     std::vector<const tq_listener*> listeners_;
 };
 

@@ -5,6 +5,8 @@
 #include <map>
 #include <mutex>
 
+#include "common/ForkLocks.h"
+
 /// An output node that was added to a graph whose unit does not exist yet.
 struct PendingNodeInfo {
     AUNode node;
@@ -64,5 +66,6 @@ class PendingNodes {
   private:
     // Recursive: what `use` logs may reach a callback of the host that touches a graph.
     std::recursive_mutex mutex_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::PendingNodes, mutex_};
     std::map<AUGraph, PendingNodeInfo> nodes_;
 };

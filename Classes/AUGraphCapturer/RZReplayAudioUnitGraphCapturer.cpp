@@ -3,6 +3,7 @@
 #include <AudioToolbox/AudioToolbox.h>
 #include <Foundation/Foundation.h>
 #include <audio_hook_config.h>
+#include <optional>
 
 #include "PendingNodes.h"
 #include "RZBoundary.h"
@@ -83,10 +84,11 @@ void noteOpen(const AnsweredCall& call, AUGraph graph, bool isFresh) {
         }
         return;
     }
-    const bool isKnown = PendingNodes::shared().with(graph, [&](const PendingNodeInfo& info) {
-        RZCaptureNode(call.site, graph, info, isFresh);
-    });
-    if (!isKnown) {
+    std::optional<PendingNodeInfo> info;
+    if (PendingNodes::shared().with(graph, [&](const auto& found) { info = found; })) {
+        // Behind the lock, which is taken inside those that this takes.
+        RZCaptureNode(call.site, graph, *info, isFresh);
+    } else {
         call.site.log(3, "[AUGraphHook] No valid node in AUGraph: %p error:%d", graph, 0);
     }
 }

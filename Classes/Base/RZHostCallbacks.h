@@ -6,6 +6,8 @@
 #include <mutex>
 #include <vector>
 
+#include "common/ForkLocks.h"
+
 /// The host's own render callback of one unit or one node, as far as calls have told of it.
 struct RZHostCallback {
     AURenderCallbackStruct callback{};  ///< null procedure: none, or unknown
@@ -81,6 +83,7 @@ class RZHostCallbacks {
     [[nodiscard]] static bool isGone(const Entry& entry);
 
     mutable std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::HostCallbacks, lock_};
     std::vector<Entry> entries_;
     std::size_t sweepAt_ = kFirstSweep;
     std::uint64_t turn_ = 0;

@@ -7,6 +7,7 @@
 
 #include "TQAudioRecordLock.h"
 #include "TQAudioRecordLogList.h"
+#include "common/ForkLocks.h"
 
 namespace {
 
@@ -17,6 +18,7 @@ struct Sink {
     int dispatches = 0;
     /// Nodes removed while a dispatch may stand on them; freed when the last dispatch ends.
     std::vector<ylog_entity*> retired;
+    tqcommon::ForkLock atFork{tqcommon::ForkOrder::Log, *lock};
 };
 
 Sink& sink() {

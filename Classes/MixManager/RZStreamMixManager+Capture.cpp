@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "RZOperationLock.h"
 #include "RZStreamMixManager+Report.h"
 #include "TQAudioRecordLock.h"
 #include "TQAudioUnitRecordResolveManager.h"
@@ -18,7 +19,7 @@ constexpr std::int32_t kHookNotWorking = 103;
 BOOL RZStreamMixManager::startCapture() {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager startCapture]");
     tqcommon::assertHostThread();
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     site.log(2, "[mix] start capture, isCurrentInterrupting: %d, isCapturing: %d",
              isCurrentInterrupting(), isCapturing());
     const std::uint32_t ends = interruptionEnds_;
@@ -70,7 +71,7 @@ BOOL RZStreamMixManager::startCapture() {
 BOOL RZStreamMixManager::stopCapture() {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager stopCapture]");
     tqcommon::assertHostThread();
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     site.log(2, "[mix]stop capture");
     setIsPendingStartCapturing(NO);
     if (!isCapturing()) {
@@ -151,7 +152,7 @@ void RZStreamMixManager::onAudioInterruption(const NSNotification& notification)
             site.log(3, "[mix] Interruption beging");
             // On the queue: stopping a graph must not hold up the notifying thread.
             dispatch_async(getAsyncQueue(), [this, ends = interruptionEnds_.load()] {
-                const TQAudioRecordLock guard(operatorLock_);
+                const RZOperationLock guard(operatorLock_);
                 if (isCapturing()) {
                     stopCapture();
                     // Set after the stop, because a stop clears it.
@@ -170,7 +171,7 @@ void RZStreamMixManager::onAudioInterruption(const NSNotification& notification)
             site.log(3, "[mix] Interruption end");
             if (isPendingStartCapturing()) {
                 dispatch_async(getAsyncQueue(), [this] {
-                    const TQAudioRecordLock guard(operatorLock_);
+                    const RZOperationLock guard(operatorLock_);
                     if (isPendingStartCapturing()) {
                         startCapture();
                     }
@@ -194,7 +195,7 @@ std::int32_t RZStreamMixManager::enableDucking(const RZReplayVolumeDuckingParam*
     if (!TQHookSelfTest::isHookSuccess()) {
         return kHookNotWorking;
     }
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     setDuckingParam(param == nullptr ? nullptr : param->copy());
     if (!isDuckingEnable()) {
         duckingLevel_.reset();
@@ -211,7 +212,7 @@ std::int32_t RZStreamMixManager::enableCompressor(const RZReplayVolumeCompressor
     if (!TQHookSelfTest::isHookSuccess()) {
         return kHookNotWorking;
     }
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     setCompressParam(param == nullptr ? nullptr : param->copy());
     if (!isCompressorEnable()) {
         compressorLevel_.reset();
@@ -231,7 +232,7 @@ BOOL RZStreamMixManager::isCompressorEnable() const {
 }
 
 std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     duckingLevel_ = Level{volume, isDB};
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->updateDuckingVolume(volume, isDB);
@@ -240,7 +241,7 @@ std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
 }
 
 std::int32_t RZStreamMixManager::updateCompressorVolume(float volume, BOOL isDB) {
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     compressorLevel_ = Level{volume, isDB};
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         obj->updateCompressorVolume(volume, isDB);
@@ -249,7 +250,7 @@ std::int32_t RZStreamMixManager::updateCompressorVolume(float volume, BOOL isDB)
 }
 
 void RZStreamMixManager::giveLevels(const UnitObject& obj) {
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     (void)obj->getOrCreateBufferAt(0);
     obj->setDuckingParam(duckingParam().get());
     obj->setCompressorParam(compressParam().get());

@@ -2,6 +2,7 @@
 
 #include "MixRenderCallbacks.h"
 #include "OSStatusText.h"
+#include "RZOperationLock.h"
 #include "RZStreamFormat.h"
 #include "RZStreamMixManager+Report.h"
 #include "RZUnitFormatChange.h"
@@ -322,7 +323,7 @@ BOOL RZStreamMixManager::updateAudioUnitObjectWithStart(const UnitObject& obj,
 }
 
 void RZStreamMixManager::updateAudioUnitObjASBD() {
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     for (const UnitObject& obj : getUnitObjListWithCopy()) {
         if (obj->isCapturing()) {
             updateAudioUnitObjStreamFormat(obj);
@@ -351,7 +352,7 @@ BOOL RZStreamMixManager::giveBusFormats(const UnitObject& obj,
 BOOL RZStreamMixManager::updateCapturingAudioUnitObjFormatToResampler() {
     constexpr RZLogSite site(kMixManagerFile,
                              "-[RZStreamMixManager updateCapturingAudioUnitObjFormatToResampler]");
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     if (!isCapturing()) {
         return NO;
     }

@@ -1,6 +1,7 @@
 #include "RZStreamMixManager.h"
 
 #include <AVFoundation/AVFoundation.h>
+#include <TQPlatform/DevicePause.h>
 #include <UIKit/UIKit.h>
 #include <audio_stats.h>
 
@@ -8,6 +9,7 @@
 #include <mutex>
 
 #include "RZNumbers.h"
+#include "RZOperationLock.h"
 #include "RZStreamFormat.h"
 #include "RZStreamMixManager+Report.h"
 #include "RZUnitFormatChange.h"
@@ -45,6 +47,9 @@ RZStreamMixManager::RZStreamMixManager()
     operatorLock_->setName("operatorLock");
     auGraphUpdateLock_->setName("auGraphUpdateLock");
     mapLock_->setName("mapLock");
+    static constexpr tqcommon::ForkLock::Pause kPause{
+        [](std::uint64_t nanoseconds) { return TQPauseDevice(nanoseconds) != 0; }, TQResumeDevice};
+    tqcommon::ForkLock::setPause(kPause);
     operatorLock_->isTakenBefore(*mapLock_);
     operatorLock_->isTakenBefore(*auGraphUpdateLock_);
     mach_timebase_info_data_t timeBase{};
@@ -53,6 +58,21 @@ RZStreamMixManager::RZStreamMixManager()
     eventFilter_ = std::make_unique<korva_audio_utils::EventFilter>();
     eventFilter_->SetInterval(kEventIntervalMilliseconds);
     observeNotifications();
+}
+
+void RZStreamMixManager::beginAsChild() {
+    const auto letGo = [](const UnitObject& obj) {
+        obj->stopAudioUnit();
+        obj->discardWaiting(NO, RZFrameLoss::LeftAtStop);
+        obj->discardWaiting(YES, RZFrameLoss::LeftAtStop);
+    };
+    for (const Entry& entry : unitMap_) {
+        letGo(entry.obj);
+    }
+    for (const UnitObject& obj : tails_.takeAll()) {
+        letGo(obj);
+    }
+    RZUnitFacts::shared().allStopped();
 }
 
 /// Never taken back: the manager lives as long as the process.
@@ -293,7 +313,7 @@ OSStatus RZStreamMixManager::setNodeInputCallback(const UnitObject& obj) {
 
 void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager audioUnitStart:]");
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     resumeTail(obj);
     inspectAtStart(obj);
     recordTrackStatistics(obj);
@@ -385,7 +405,7 @@ void RZStreamMixManager::updateUnit(const UnitObject& obj, BOOL tellsSuccess) {
     if (!obj) {
         return;
     }
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     const std::optional<OSStatus> status = followFormat(obj);
     if (!status) {
         return;
@@ -406,7 +426,7 @@ void RZStreamMixManager::audioUnitStop(const UnitObject& obj) {
     if (!obj) {
         return;
     }
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     if (!isCapturing() || !obj->isCapturing()) {
         leaveBus(obj);
         obj->stopAudioUnit();
@@ -434,7 +454,7 @@ void RZStreamMixManager::disposeAudioUnitObj(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager disposeAudioUnitObj:]");
     const AudioUnit unit = obj ? obj->inUnit() : nullptr;
     const std::int32_t number = obj ? obj->trackId() : 0;
-    const TQAudioRecordLock guard(operatorLock_);
+    const RZOperationLock guard(operatorLock_);
     audioUnitStop(obj);
     removeAudioUnitObjByKey(getKey(unit));
     // The mask is the number, not the track's bit: number 3 frees numbers 1 and 2 and stays taken.

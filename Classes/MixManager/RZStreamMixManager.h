@@ -24,6 +24,7 @@
 #include "RZTrackTails.h"
 #include "RZUnitFacts.h"
 #include "RZUnitFormatChange.h"
+#include "common/ForkLocks.h"
 
 class RZLogSite;
 struct RZLogFormat;
@@ -86,13 +87,20 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& operatorLock() const {
         return operatorLock_;
     }
-    void setOperatorLock(std::shared_ptr<NSRecursiveLock> lock) { operatorLock_ = std::move(lock); }
+    void setOperatorLock(std::shared_ptr<NSRecursiveLock> lock) {
+        operationAtFork_.follow(*lock);
+        operatorLock_ = std::move(lock);
+    }
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& mapLock() const { return mapLock_; }
-    void setMapLock(std::shared_ptr<NSRecursiveLock> lock) { mapLock_ = std::move(lock); }
+    void setMapLock(std::shared_ptr<NSRecursiveLock> lock) {
+        mapAtFork_.follow(*lock);
+        mapLock_ = std::move(lock);
+    }
     [[nodiscard]] const std::shared_ptr<NSRecursiveLock>& auGraphUpdateLock() const {
         return auGraphUpdateLock_;
     }
     void setAuGraphUpdateLock(std::shared_ptr<NSRecursiveLock> lock) {
+        graphUpdateAtFork_.follow(*lock);
         auGraphUpdateLock_ = std::move(lock);
     }
     /// [any thread] Takes mapLock. The registry by key, a copy.
@@ -253,6 +261,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
                                       const AudioStreamBasicDescription& deviceSide);
     [[nodiscard]] OSStatus setNodeInputCallback(const UnitObject& obj);
     void takeBus(const UnitObject& obj);
+    /// Only in the child of a fork: what the parent's units were about to deliver is the parent's,
+    /// and none of them plays here until it is started anew.
+    void beginAsChild();
     /// Whether it had the bus.
     BOOL leaveBus(const UnitObject& obj);
     [[nodiscard]] BOOL isBusAnothers(const UnitObject& obj) const;
@@ -279,6 +290,12 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::shared_ptr<NSRecursiveLock> operatorLock_;
     std::shared_ptr<NSRecursiveLock> auGraphUpdateLock_;
     std::shared_ptr<NSRecursiveLock> mapLock_;
+    tqcommon::ForkLock operationAtFork_{
+        tqcommon::ForkOrder::Operation,
+        *operatorLock_,
+        {[](void* manager) { static_cast<RZStreamMixManager*>(manager)->beginAsChild(); }, this}};
+    tqcommon::ForkLock graphUpdateAtFork_{tqcommon::ForkOrder::GraphUpdate, *auGraphUpdateLock_};
+    tqcommon::ForkLock mapAtFork_{tqcommon::ForkOrder::UnitMap, *mapLock_};
     /// Guarded by mapLock. Render threads look up by handle, others by key, which is the handle's
     /// text.
     std::vector<Entry> unitMap_;

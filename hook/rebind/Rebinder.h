@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "hook/elf/LoadedImages.h"
 #include "hook/rebind/HeldImages.h"
 #include "hook/rebind/LoaderCalls.h"
@@ -102,16 +103,18 @@ class Rebinder {
     [[nodiscard]] bool hasLazySlots() const;
     void startVerifier();
 
-    friend void prepareFork();
-    friend void resumeAfterFork();
-    friend void resumeInChild();
-
     std::atomic<const SymbolTable*> table_{nullptr};
     std::atomic<unsigned long long> seenAdds_{0};
     std::atomic<unsigned long long> seenSubs_{0};
     std::atomic<std::size_t> startupCount_{0};
 
     std::mutex mutex_;
+    /// The verifying thread does not go along to the child.
+    tqcommon::ForkLock atFork_{
+        tqcommon::ForkOrder::Handles,
+        mutex_,
+        {[](void* rebinder) { static_cast<Rebinder*>(rebinder)->isVerifierRunning_ = false; },
+         this}};
     std::map<std::uintptr_t, ImageRecord> records_;  ///< by the address of the dynamic table
     std::shared_ptr<const Exemptions> exempt_;       ///< for all requests
     tqhook_counts report_{};

@@ -27,22 +27,12 @@ void* runVerifier(void* /*unused*/) {
     return nullptr;
 }
 
+/// Before the constructors of the libraries above, whose locks are taken before this one's.
+[[gnu::constructor]] void watchForks() {
+    tqcommon::ForkLock::watch();
+}
+
 }  // namespace
-
-// A fork copies the locks as they are: hold ours over it, so that the child finds it free. The
-// verifying thread does not go along.
-void prepareFork() {
-    Rebinder::shared().mutex_.lock();
-}
-
-void resumeAfterFork() {
-    Rebinder::shared().mutex_.unlock();
-}
-
-void resumeInChild() {
-    Rebinder::shared().isVerifierRunning_ = false;
-    Rebinder::shared().mutex_.unlock();
-}
 
 Rebinder::Rebinder() {
     // A sound server's client inside the library that a program plays through: what it sends there
@@ -50,7 +40,6 @@ Rebinder::Rebinder() {
     auto exempt = std::make_shared<Exemptions>();
     exempt->addPattern("libasound_module_*");
     exempt_ = std::move(exempt);
-    pthread_atfork(prepareFork, resumeAfterFork, resumeInChild);
 }
 
 Rebinder& Rebinder::shared() {

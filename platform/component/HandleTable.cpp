@@ -68,13 +68,12 @@ void HandleSlot::open(std::uint32_t generation) noexcept {
                  std::memory_order_release);
 }
 
-bool HandleVisit::isInside(const HandleSlot& slot) noexcept {
+std::uint64_t HandleVisit::depth(const HandleSlot& slot) noexcept {
+    std::uint64_t visits = 0;
     for (const HandleVisit* visit = innermost; visit != nullptr; visit = visit->outer_) {
-        if (visit->slot_ == &slot) {
-            return true;
-        }
+        visits += visit->slot_ == &slot ? 1U : 0U;
     }
-    return false;
+    return visits;
 }
 
 void HandleVisit::note(HandleSlot& slot) noexcept {

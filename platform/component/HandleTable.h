@@ -8,6 +8,8 @@
 #include <mutex>
 #include <utility>
 
+#include "common/ForkLocks.h"
+
 namespace tqplatform {
 
 /// The life of one handle: a generation that makes old handles recognisable, and a count of the
@@ -32,6 +34,11 @@ class HandleSlot {
     [[nodiscard]] std::uint32_t nextGeneration() const noexcept;
     /// Lets calls enter an object of that generation.
     void open(std::uint32_t generation) noexcept;
+    /// Only in the child of a fork: of the calls inside, `own` remain.
+    void keepOnly(std::uint64_t own) noexcept {
+        state_.store((state_.load(std::memory_order_relaxed) & ~kCountMask) | own,
+                     std::memory_order_relaxed);
+    }
 
   private:
     static constexpr std::uint64_t kClosing = 1ULL << 31;
@@ -47,7 +54,9 @@ class HandleSlot {
 class HandleVisit {
   public:
     /// [any thread] [real-time safe] Whether the calling thread is inside the object of that slot.
-    [[nodiscard]] static bool isInside(const HandleSlot& slot) noexcept;
+    [[nodiscard]] static bool isInside(const HandleSlot& slot) noexcept { return depth(slot) != 0; }
+    /// [any thread] [real-time safe] How often it is.
+    [[nodiscard]] static std::uint64_t depth(const HandleSlot& slot) noexcept;
 
   protected:
     HandleVisit() = default;
@@ -172,6 +181,19 @@ class HandleTable {
     }
 
   private:
+    /// Only in the child of a fork. An object that another thread was about to destroy stays.
+    void keepOwnCalls() noexcept {
+        for (Entry& entry : entries_) {
+            const std::uint64_t own = HandleVisit::depth(entry.slot);
+            entry.slot.keepOnly(own);
+            if constexpr (requires(T & object) { object.forgetAfterFork(true); }) {
+                if (entry.object != nullptr) {
+                    entry.object->forgetAfterFork(own != 0);
+                }
+            }
+        }
+    }
+
     struct Entry {
         HandleSlot slot;
         std::unique_ptr<T> object;
@@ -191,6 +213,10 @@ class HandleTable {
     std::array<std::size_t, HandleRegion::kSlots> free_;
     std::size_t freeFirst_ = 0;
     std::size_t freeCount_ = HandleRegion::kSlots;
+    tqcommon::ForkLock atFork_{
+        tqcommon::ForkOrder::HandleTable,
+        mutex_,
+        {[](void* table) { static_cast<HandleTable*>(table)->keepOwnCalls(); }, this}};
 };
 
 }  // namespace tqplatform

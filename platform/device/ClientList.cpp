@@ -67,6 +67,10 @@ bool ClientList::render(SliceBuffers& buffers) noexcept {
         if (next == entries.end() || next->order >= end) {
             break;
         }
+        if (guarded_.pauses != 0) [[unlikely]] {
+            guarded_.resumed.wait(lock, [&] { return guarded_.pauses == 0; });
+            continue;
+        }
         DeviceClient& client = *next->client;
         done = next->order;
         guarded_.rendering = &client;
@@ -90,6 +94,29 @@ bool ClientList::render(SliceBuffers& buffers) noexcept {
 
 bool ClientList::isSliceThread() const noexcept {
     return sliceThread_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+}
+
+bool ClientList::pause(std::chrono::nanoseconds longest) {
+    std::unique_lock lock(guarded_.mutex);
+    ++guarded_.pauses;
+    const bool isQuiet = isSliceThread() || guarded_.returned.wait_for(lock, longest, [&] {
+        return guarded_.rendering == nullptr;
+    });
+    lock.unlock();
+    if (!isQuiet) {
+        resume();
+    }
+    return isQuiet;
+}
+
+void ClientList::resume() {
+    {
+        const std::lock_guard lock(guarded_.mutex);
+        if (guarded_.pauses == 0 || --guarded_.pauses != 0) {
+            return;
+        }
+    }
+    guarded_.resumed.notify_all();
 }
 
 void ClientList::resetAfterFork() noexcept {

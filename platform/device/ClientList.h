@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -34,6 +35,13 @@ class ClientList {
     /// [any thread] True inside render() above.
     [[nodiscard]] bool isSliceThread() const noexcept;
 
+    /// [any thread] No client renders from here to resume(), except on the calling thread: whoever
+    /// would begin one waits. False, with nothing changed, when one that was under way has not
+    /// returned within that time. Nests.
+    [[nodiscard]] bool pause(std::chrono::nanoseconds longest);
+    /// [any thread]
+    void resume();
+
     /// Only in the child of a fork: forgets clients, waiters and locks, whose owners are threads
     /// that the child does not have. A slice on the forking thread itself ends after its client.
     void resetAfterFork() noexcept;
@@ -47,10 +55,12 @@ class ClientList {
     struct Guarded {
         std::mutex mutex;
         std::condition_variable returned;  ///< a client's render() returned
+        std::condition_variable resumed;   ///< `pauses` came down to 0
         std::vector<Entry> entries;
         std::uint64_t nextOrder = 1;
         const DeviceClient* rendering = nullptr;
         std::uint64_t renders = 0;  ///< tells one render() of a client from its next
+        unsigned pauses = 0;        ///< renders begin while it is 0
     };
 
     [[nodiscard]] bool contains(const DeviceClient& client) const;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -52,6 +53,10 @@ class Device final : private BackendHost {
 
     /// [host thread] For calls of its own that a backend offers to programs.
     [[nodiscard]] Backend& backend() noexcept { return *backend_; }
+
+    /// [any thread] Holds clients off until resume(): see ClientList::pause().
+    [[nodiscard]] bool pause(std::chrono::nanoseconds longest) { return clients_.pause(longest); }
+    void resume() { clients_.resume(); }
 
     /// Only in the child of a fork, whose only thread is the forking one. The child's device
     /// starts without clients: the parent plays on, and the child must not play the same again.

@@ -1,8 +1,12 @@
+#include <TQPlatform/DevicePause.h>
 #include <pthread.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/ForkLocks.h"
 #include "device/Device.h"
 
 namespace tqplatform {
@@ -10,12 +14,30 @@ namespace tqplatform {
 namespace {
 
 // Raw and never freed: threads of hosts render until the very end of the process.
-Device* theDevice = nullptr;
+constinit std::atomic<Device*> theDevice{nullptr};
 
 Device& makeSharedDevice() {
-    theDevice = makeDevice(std::getenv("TQ_AUDIO_DEVICE")).release();
-    pthread_atfork(nullptr, nullptr, [] { theDevice->resetAfterFork(); });
-    return *theDevice;
+    theDevice.store(makeDevice(std::getenv("TQ_AUDIO_DEVICE")).release());
+    pthread_atfork(nullptr, nullptr, [] { theDevice.load()->resetAfterFork(); });
+    return *theDevice.load();
+}
+
+bool pauseDevice(UInt64 nanoseconds) {
+    Device* const device = theDevice.load();
+    return device == nullptr || device->pause(std::chrono::nanoseconds(nanoseconds));
+}
+
+void resumeDevice() {
+    if (Device* const device = theDevice.load()) {
+        device->resume();
+    }
+}
+
+/// Before the constructors of the libraries above, whose locks are taken before the platform's.
+[[gnu::constructor]] void watchForks() {
+    static constexpr tqcommon::ForkLock::Pause kPause{pauseDevice, resumeDevice};
+    tqcommon::ForkLock::setPause(kPause);
+    tqcommon::ForkLock::watch();
 }
 
 }  // namespace
@@ -36,3 +58,11 @@ Device& sharedDevice() {
 }
 
 }  // namespace tqplatform
+
+Boolean TQPauseDevice(UInt64 longestNanoseconds) {
+    return tqplatform::pauseDevice(longestNanoseconds) ? 1 : 0;
+}
+
+void TQResumeDevice() {
+    tqplatform::resumeDevice();
+}

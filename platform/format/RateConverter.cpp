@@ -13,6 +13,7 @@ extern "C" {
 #include <stdexcept>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "common/NeverDestroyed.h"
 #include "common/Planes.h"
 #include "format/PCMFormat.h"
@@ -418,6 +419,7 @@ class RateConverter::Spares {
     }
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Foundation, lock_};
     std::vector<std::unique_ptr<Engine>> spares_;
 };
 

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "common/ForkLocks.h"
 #include "common/NeverDestroyed.h"
 
 namespace tqplatform {
@@ -59,6 +60,7 @@ class LiveObjects {
     };
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Foundation, lock_};
     std::unordered_map<CFTypeRef, Entry> objects_;
 };
 

@@ -1,7 +1,6 @@
 #include <Foundation/NSException.h>
 #include <Foundation/NSThread.h>
 #include <dispatch/dispatch.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -13,52 +12,18 @@
 #include <system_error>
 #include <thread>
 #include <utility>
-#include <vector>
 
-#include "common/NeverDestroyed.h"
+#include "common/ForkLocks.h"
 #include "common/SignalsBlocked.h"
 
 namespace {
-
-class Work;
-
-/// All queues of the process, so that none is in the middle of a change when the process forks and
-/// each finds out in the child that its thread stayed behind.
-class AllWork {
-  public:
-    AllWork() { pthread_atfork(beforeFork, afterForkInParent, afterForkInChild); }
-
-    void add(Work& work) {
-        const std::lock_guard<std::mutex> guard(lock_);
-        all_.push_back(&work);
-    }
-    void remove(Work& work) {
-        const std::lock_guard<std::mutex> guard(lock_);
-        std::erase(all_, &work);
-    }
-
-  private:
-    static void beforeFork();
-    static void afterForkInParent();
-    static void afterForkInChild();
-
-    std::mutex lock_;
-    std::vector<Work*> all_;
-};
-
-AllWork& allWork() {
-    static tqcommon::NeverDestroyed<AllWork> all;
-    return *all;
-}
 
 /// The blocks of a queue and the thread that runs them. The worker shares it with the queue, so
 /// the queue may go away first, even from inside a block.
 class Work : public std::enable_shared_from_this<Work> {
   public:
-    explicit Work(const char* label) : label_(label != nullptr ? label : "") {
-        allWork().add(*this);
-    }
-    ~Work() { allWork().remove(*this); }
+    explicit Work(const char* label) : label_(label != nullptr ? label : "") {}
+    ~Work() = default;
     Work(const Work&) = delete;
     Work& operator=(const Work&) = delete;
 
@@ -90,20 +55,6 @@ class Work : public std::enable_shared_from_this<Work> {
         const std::lock_guard<std::mutex> guard(lock_);
         closed_ = true;
         wake_.notify_one();
-    }
-
-    // Around a fork, on the forking thread.
-    void hold() { lock_.lock(); }
-    void release() { lock_.unlock(); }
-    /// Blocks that wait are run behind the next one that is submitted.
-    void releaseInChild() {
-        // The threads that waited here are not in the child, which the condition does not know.
-        std::construct_at(&wake_);
-        if (runner_ != std::this_thread::get_id()) {
-            runner_ = {};
-            hasRunner_ = false;
-        }
-        lock_.unlock();
     }
 
   private:
@@ -147,6 +98,17 @@ class Work : public std::enable_shared_from_this<Work> {
         hasRunner_ = false;
     }
 
+    /// Only in the child of a fork: the worker stayed behind. Blocks that wait are run behind the
+    /// next one that is submitted.
+    void forgetAfterFork() {
+        // The threads that waited here are not in the child, which the condition does not know.
+        std::construct_at(&wake_);
+        if (runner_ != std::this_thread::get_id()) {
+            runner_ = {};
+            hasRunner_ = false;
+        }
+    }
+
     const std::string label_;
     std::mutex lock_;
     std::condition_variable wake_;
@@ -154,28 +116,11 @@ class Work : public std::enable_shared_from_this<Work> {
     std::thread::id runner_;
     bool hasRunner_ = false;
     bool closed_ = false;
+    tqcommon::ForkLock atFork_{
+        tqcommon::ForkOrder::Foundation,
+        lock_,
+        {[](void* work) { static_cast<Work*>(work)->forgetAfterFork(); }, this}};
 };
-
-void AllWork::beforeFork() {
-    allWork().lock_.lock();
-    for (Work* const work : allWork().all_) {
-        work->hold();
-    }
-}
-
-void AllWork::afterForkInParent() {
-    for (Work* const work : allWork().all_) {
-        work->release();
-    }
-    allWork().lock_.unlock();
-}
-
-void AllWork::afterForkInChild() {
-    for (Work* const work : allWork().all_) {
-        work->releaseInChild();
-    }
-    allWork().lock_.unlock();
-}
 
 /// Lets one thread wait until another is done with its block.
 class Completion {

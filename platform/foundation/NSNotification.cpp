@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <Foundation/NSException.h>
+#include "common/ForkLocks.h"
 #include "common/NeverDestroyed.h"
 
 namespace {
@@ -38,6 +39,7 @@ long NSNotification::integerForKey(std::string_view key, long fallback) const {
 
 struct NSNotificationCenter::State {
     std::mutex lock;
+    tqcommon::ForkLock atFork{tqcommon::ForkOrder::Foundation, lock};
     std::vector<std::shared_ptr<Observation>> observations;
 };
 

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "component/Component.h"
 #include "component/HandleTable.h"
 #include "unit/Unit.h"
@@ -102,6 +103,7 @@ class Graph {
 
     AUGraph handle_ = nullptr;
     std::recursive_mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Graph, lock_};
     std::vector<Node> nodes_;
     std::vector<AUNodeInteraction> interactions_;
     std::vector<Edit> pending_;

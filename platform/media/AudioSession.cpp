@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "common/NeverDestroyed.h"
 #include "device/Device.h"
 
@@ -282,6 +283,7 @@ class Session {
     }
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Foundation, lock_};
     bool initialized_ = false;
     AudioSessionInterruptionListener interruptionListener_ = nullptr;
     void* interruptionData_ = nullptr;

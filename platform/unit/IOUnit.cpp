@@ -18,6 +18,12 @@ void IOUnit::close() {
     static_cast<void>(stop());
 }
 
+void IOUnit::forgetAfterFork(bool isInside) noexcept {
+    Unit::forgetAfterFork(isInside);
+    // The child's device has no clients: it plays what is started anew.
+    running_.store(false);
+}
+
 OSStatus IOUnit::start() {
     if (!isInitialized()) {
         return kAudioUnitErr_Uninitialized;

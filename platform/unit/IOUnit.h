@@ -20,6 +20,7 @@ class IOUnit final : public Unit, private DeviceClient {
     ~IOUnit() override { device_.removeClient(*this); }
 
     void close() override;
+    void forgetAfterFork(bool isInside) noexcept override;
     OSStatus start() override;
     OSStatus stop() override;
     [[nodiscard]] bool isRunning() const noexcept override { return running_.load(); }
@@ -82,6 +83,7 @@ class IOUnit final : public Unit, private DeviceClient {
 
     /// Held while a thread other than the device's adds the unit to the device or removes it.
     std::mutex transition_;
+    tqcommon::ForkLock transitionAtFork_{tqcommon::ForkOrder::Transition, transition_};
     std::atomic<bool> running_{false};
     std::atomic<bool> beginning_{false};  ///< the next slice is the first after a start
     Float64 sampleTime_ = 0;              ///< in slices only; in frames of countedRate_

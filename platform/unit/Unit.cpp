@@ -27,6 +27,17 @@ UnitTable& units() {
     return *table;
 }
 
+void Unit::forgetAfterFork(bool isInside) noexcept {
+    if (isInside) {
+        return;
+    }
+    for (std::atomic_flag& flag : busy_) {
+        flag.clear();
+    }
+    // A slice of another thread ends here.
+    sliceCount_.fetch_add(sliceCount_.load() & 1U);
+}
+
 OSStatus Unit::initialize() {
     const std::lock_guard lock(lock_);
     if (initialized_) {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "common/Published.h"
 #include "component/HandleTable.h"
 #include "format/PCMFormat.h"
@@ -69,6 +70,8 @@ class Unit {
     void setHandle(void* handle) noexcept { handle_ = static_cast<AudioUnit>(handle); }
     /// For the handle table: the handle is stale, end what the unit does by itself.
     virtual void close() {}
+    /// For the handle table, in the child of a fork: only the forking thread may be inside.
+    virtual void forgetAfterFork(bool isInside) noexcept;
 
     [[nodiscard]] AudioUnit handle() const noexcept { return handle_; }
     [[nodiscard]] const Component& component() const noexcept { return component_; }
@@ -341,6 +344,10 @@ class Unit {
     std::atomic<std::thread::id> renderThread_{};
     std::atomic<Float32> cpuLoad_{0};
     std::atomic<Float32> maximumCpuLoad_{0};
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Unit, lock_};
+    tqcommon::ForkLock notifiesAtFork_{tqcommon::ForkOrder::UnitLists, notifyLock_};
+    tqcommon::ForkLock listenersAtFork_{tqcommon::ForkOrder::UnitLists, listenerLock_};
+    tqcommon::ForkLock dependentsAtFork_{tqcommon::ForkOrder::UnitLists, dependentLock_};
 };
 
 using UnitTable = HandleTable<Unit>;

@@ -1,3 +1,6 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <map>
 #include <numeric>
 #include <set>
@@ -389,6 +392,32 @@ TEST_F(CaptureFacts, FramesOfATrackAreDeliveredOrLostForAReason) {
     EXPECT_EQ(tq_capture_get_frames(1, nullptr), TQ_ERROR_NULL);
     all.size = sizeof all - 1;
     EXPECT_EQ(tq_capture_get_frames(1, &all), TQ_ERROR_SIZE);
+}
+
+bool isAnyStarted() {
+    bool isAny = false;
+    (void)tq_capture_units(
+        [](void* context, const tq_unit* unit) {
+            *static_cast<bool*>(context) |= unit->is_started != 0;
+        },
+        &isAny);
+    return isAny;
+}
+
+TEST_F(CaptureFacts, InTheChildOfAForkNoUnitOfTheParentsPlays) {
+    HostUnit host;
+    host.play();
+    ASSERT_TRUE(startCapture());
+    pump(3);
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(isAnyStarted() ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(isAnyStarted()) << "in the parent";
+    host.stop();
 }
 
 TEST(FrameLosses, HaveATextEach) {

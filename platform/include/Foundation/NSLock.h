@@ -62,6 +62,11 @@ class NSRecursiveLock {
         return isTaken;
     }
 
+    /// Of the std::recursive_mutex inside.
+    [[nodiscard]] std::recursive_mutex::native_handle_type native_handle() {
+        return mutex_.native_handle();
+    }
+
     /// What NSLockOrder calls it; `name` must live as long as the lock.
     void setName(const char* name) {
         if constexpr (NSLockOrder::isChecked) {

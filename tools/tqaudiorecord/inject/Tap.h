@@ -70,10 +70,8 @@ class Tap {
     [[nodiscard]] bool isMoreToCome() const;
     static void publishFramesAtExit();
 
-    // Around fork(): a child must not inherit locks of the library that threads hold which it does
-    // not have.
+    // Around fork().
     void watchForks();
-    void waitForQuietMoment();
     void becomeChild();
     void runForked();
 
@@ -89,14 +87,11 @@ class Tap {
     tq_listening* watching_ = nullptr;  ///< units and log lines
     tq_listening* mix_ = nullptr;       ///< the mix and events
     tq_listening* tracks_ = nullptr;
-    tq_unit_counts countsAtFork_{};
     tq_unit_counts countsBefore_{};  ///< what a child has of its parent
-    FramesOfTracks framesAtFork_{};
     FramesOfTracks framesBefore_{};
     std::atomic<bool> isUnitMade_{false};
     /// From here on there may be sound.
     std::atomic<bool> isUnitSeen_{false};
-    std::atomic<std::uint64_t> mixBlocks_{0};
     sem_t unitMade_{};  ///< posted for the tap's thread while nothing is collected
     std::mutex work_;   ///< held while our own thread is in the library
     bool usesPlatform_ = false;

@@ -1,12 +1,10 @@
 #include <pthread.h>
 
-#include <ctime>
-
 #include "inject/GuardState.h"
 #include "inject/Tap.h"
 
-// A child of fork() has one thread and copies of all locks, held or not. So forks wait for a moment
-// in which nobody is likely to be inside the library, and the child begins anew.
+// A child of fork() has one thread and begins anew. The capture library sees to its own locks, so
+// that both sides of a fork may call it.
 
 namespace tqrecorder {
 
@@ -15,7 +13,6 @@ void Tap::watchForks() {
         [] {
             if (Tap* const tap = current()) {
                 tap->work_.lock();
-                tap->waitForQuietMoment();
             }
         },
         [] {
@@ -31,25 +28,6 @@ void Tap::watchForks() {
         });
 }
 
-void Tap::waitForQuietMoment() {
-    // Asked of the library here: in the child another thread's lock might be in the way.
-    countsAtFork_.size = sizeof countsAtFork_;
-    (void)tq_capture_get_unit_counts(&countsAtFork_);
-    framesAtFork_ = framesSince({});
-    if (mix_ == nullptr || outlet_.load() == nullptr) {
-        return;
-    }
-    // The mix comes last in a render cycle: right behind it the render thread leaves the library
-    // and sleeps. Nobody can hold it there, so this makes the moment likely, not certain.
-    const std::uint64_t before = mixBlocks_.load(std::memory_order_relaxed);
-    constexpr timespec kPause{0, 200'000};
-    constexpr int kMostPauses = 150;
-    for (int i = 0; i < kMostPauses && mixBlocks_.load(std::memory_order_relaxed) == before; ++i) {
-        nanosleep(&kPause, nullptr);
-    }
-    nanosleep(&kPause, nullptr);
-}
-
 void Tap::becomeChild() {
     if (outlet_.load() == nullptr && !isForked_.load()) {
         return;
@@ -57,8 +35,10 @@ void Tap::becomeChild() {
     // What is mapped is the parent's. The child gets its own if it ever makes a unit.
     outlet_.store(nullptr);
     connection_.close();
-    countsBefore_ = countsAtFork_;
-    framesBefore_ = framesAtFork_;
+    // Asked of the child's own copy: what another thread did up to the fork itself is in it.
+    countsBefore_.size = sizeof countsBefore_;
+    (void)tq_capture_get_unit_counts(&countsBefore_);
+    framesBefore_ = framesSince({});
     isForked_.store(true);
 }
 
