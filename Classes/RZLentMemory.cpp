@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "common/ForkLocks.h"
+
 namespace {
 using Clock = std::chrono::steady_clock;
 /// Longer than any device takes for a slice.
@@ -41,6 +43,7 @@ class RZLentMemory::Kept {
 
   private:
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::Handles, lock_};
     std::unique_ptr<Block> newest_;
 };
 

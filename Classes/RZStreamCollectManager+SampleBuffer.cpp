@@ -7,6 +7,7 @@
 #include "RZLogSite.h"
 #include "RZNumbers.h"
 #include "RZStreamCollectManager.h"
+#include "common/ForkLocks.h"
 
 // What listeners may use on a block: the platform's sample buffer made of it, and a test for
 // garbage.
@@ -31,6 +32,7 @@ AudioStreamBasicDescription streamDescription(const RZReplayASBDInfo& info) {
 /// Made from the first description that comes and kept for the life of the process.
 CMAudioFormatDescriptionRef cachedFormatDescription(const AudioStreamBasicDescription& desc) {
     static std::mutex mutex;
+    static const tqcommon::ForkLock atFork(tqcommon::ForkOrder::Statistics, mutex);
     static CMAudioFormatDescriptionRef cached = nullptr;
     const std::scoped_lock guard(mutex);
     if (cached == nullptr) {

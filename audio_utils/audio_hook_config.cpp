@@ -92,26 +92,31 @@ AudioHookConfigImpl& TheConfig() {
     return static_cast<AudioHookConfigImpl&>(*AudioHookConfig::getInstance());
 }
 
+constinit std::atomic<AudioHookConfigImpl*> theInstance{nullptr};
+
+/// A function of its own: every call that is guarded asks for the instance, and none but the first
+/// ones shall pay for what this needs.
+[[gnu::cold, gnu::noinline]] AudioHookConfigImpl* MakeInstance() {
+    static std::mutex creation;
+    const std::lock_guard lock(creation);
+    AudioHookConfigImpl* current = theInstance.load(std::memory_order_relaxed);
+    if (current == nullptr) {
+        // Never freed: render threads may still use it while the process exits.
+        current = std::make_unique<AudioHookConfigImpl>().release();
+        theInstance.store(current, std::memory_order_release);
+        tqcommon::ForkLock::watch();
+        // Threads may play until the very end; whether they are inside then says nothing.
+        std::atexit([] { TheConfig().beginOrderlyEnding(); });
+        std::at_quick_exit([] { TheConfig().beginOrderlyEnding(); });
+    }
+    return current;
+}
+
 }  // namespace
 
 AudioHookConfig* AudioHookConfig::getInstance() {
-    static std::atomic<AudioHookConfigImpl*> instance{nullptr};
-    static std::mutex creation;
-    AudioHookConfigImpl* current = instance.load(std::memory_order_acquire);
-    if (current == nullptr) {
-        const std::lock_guard lock(creation);
-        current = instance.load(std::memory_order_relaxed);
-        if (current == nullptr) {
-            // Never freed: render threads may still use it while the process exits.
-            current = std::make_unique<AudioHookConfigImpl>().release();
-            instance.store(current, std::memory_order_release);
-            tqcommon::ForkLock::watch();
-            // Threads may play until the very end; whether they are inside then says nothing.
-            std::atexit([] { TheConfig().beginOrderlyEnding(); });
-            std::at_quick_exit([] { TheConfig().beginOrderlyEnding(); });
-        }
-    }
-    return current;
+    AudioHookConfigImpl* const current = theInstance.load(std::memory_order_acquire);
+    return current != nullptr ? current : MakeInstance();
 }
 
 int AudioHookConfigImpl::init(const char* directory) {

@@ -8,6 +8,7 @@
 
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/NativeStream.h"
+#include "common/ForkLocks.h"
 
 using namespace tq::bridges;
 
@@ -17,6 +18,8 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
     static std::once_flag once;
     static tq_result result = TQ_OK;
     std::call_once(once, [] {
+        // Later than the libraries below, so that a fork takes the bridges' locks before theirs.
+        tqcommon::ForkLock::watch();
         std::vector<tqhook_rebinding> rows;
         std::vector<const char*> exempt;
         // An image that defines redirected functions keeps all of its own calls: what SDL plays to

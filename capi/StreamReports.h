@@ -3,6 +3,7 @@
 #include <mutex>
 #include <vector>
 
+#include "common/ForkLocks.h"
 #include "tq_capture.h"
 
 namespace tqcapi {
@@ -23,6 +24,7 @@ class StreamReports {
 
   private:
     std::recursive_mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::StreamReports, lock_};
     std::vector<const tq_listener*> listeners_;
 };
 

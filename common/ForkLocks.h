@@ -17,6 +17,9 @@ namespace tqcommon {
 
 /// Where a lock stands in the order in which the code nests them, outermost first.
 enum class ForkOrder : std::size_t {
+    // Of the bridges.
+    NativeStreams,
+    Streams,
     // Of the capture library; render threads take those from GraphUpdate on.
     Operation,
     PendingNodes,
@@ -33,6 +36,7 @@ enum class ForkOrder : std::size_t {
     Guard,
     Log,
     LogListeners,
+    StreamReports,
     Handles,
     // Of the platform.
     Graph,
@@ -161,6 +165,9 @@ class ForkLock {
         if (isOwn_ && !isRecursive_) {
             return;
         }
+        // For tools that follow locks: it takes no effect on a recursive one, whose owner has
+        // another number here.
+        giveBack();
         // Not destroyed before: threads that waited for it are not in the child.
         if (isRecursive_) {
             std::construct_at(reinterpret_cast<std::recursive_mutex*>(mutex_));

@@ -44,6 +44,8 @@ class BridgeUnit {
     void stop();
 
     [[nodiscard]] bool isRunning() const { return isRunning_; }
+    /// Only in the child of a fork, whose device has no units.
+    void forgetAfterFork() { isRunning_ = false; }
     [[nodiscard]] const NativeFormat& format() const { return format_; }
     [[nodiscard]] const std::string& name() const { return name_; }
     /// [any thread] The same for the unit's life, which is the process's. Null before the first

@@ -152,7 +152,6 @@ StreamLife& StreamLife::shared() {
 
 StreamLife::StreamLife() {
     sem_init(&work_, 0, 0);
-    pthread_atfork(&beforeFork, &afterForkInParent, &afterForkInChild);
 }
 
 void StreamLife::open(const void* key, const NativeFormat& format, std::string_view api,
@@ -433,28 +432,21 @@ bool StreamLife::hasOthers() const {
 
 // ---- fork ---------------------------------------------------------------------------------------
 
-void StreamLife::beforeFork() {
-    shared().lock_.lock();
-}
-
-void StreamLife::afterForkInParent() {
-    shared().lock_.unlock();
-}
-
 /// The parent plays on; what the child plays it opens itself.
-void StreamLife::afterForkInChild() {
-    StreamLife& life = shared();
-    life.table_.clear();
-    life.hasThread_ = false;
-    sem_init(&life.work_, 0, 0);
-    for (NativeStream* const stream : life.streams_) {
+void StreamLife::forgetAfterFork() {
+    table_.clear();
+    hasThread_ = false;
+    sem_init(&work_, 0, 0);
+    for (const auto& unit : units_) {
+        unit->forgetAfterFork();
+    }
+    for (NativeStream* const stream : streams_) {
         stream->users_ = 0;
         stream->unit_ = nullptr;
         stream->state_ = NativeStream::State::kClosed;
         stream->isOver_ = true;
         stream->fate_.reset();
     }
-    life.lock_.unlock();
 }
 
 }  // namespace tq::bridges

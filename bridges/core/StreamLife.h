@@ -12,6 +12,7 @@
 
 #include "bridges/core/NativeStream.h"
 #include "bridges/core/StreamTable.h"
+#include "common/ForkLocks.h"
 
 namespace tq::bridges {
 
@@ -60,11 +61,14 @@ class StreamLife {
     /// What became of its frames, once, if anything was said of it before.
     static void reportEnd(NativeStream& stream);
 
-    static void beforeFork();
-    static void afterForkInParent();
-    static void afterForkInChild();
+    /// Only in the child of a fork.
+    void forgetAfterFork();
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{
+        tqcommon::ForkOrder::Streams,
+        lock_,
+        {[](void* life) { static_cast<StreamLife*>(life)->forgetAfterFork(); }, this}};
     StreamTable<NativeStream> table_;
     /// Never freed: writers may still look at one that has ended.
     std::vector<NativeStream*> streams_;

@@ -11,6 +11,7 @@
 #include "bridges/core/LibraryOf.h"
 #include "bridges/core/PortGroup.h"
 #include "bridges/core/StreamTable.h"
+#include "common/ForkLocks.h"
 
 namespace tq::bridges {
 
@@ -78,6 +79,7 @@ class JackClients {
     JackClient& client(jack_client_t* handle);
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::NativeStreams, lock_};
     std::map<jack_client_t*, std::unique_ptr<JackClient>> clients_;
     StreamTable<OutputPort> ports_;
 };

@@ -10,6 +10,7 @@
 #include "bridges/core/NativeStream.h"
 #include "bridges/core/ReservedMemory.h"
 #include "bridges/core/StreamTable.h"
+#include "common/ForkLocks.h"
 #include "common/Published.h"
 
 namespace tq::bridges {
@@ -83,6 +84,7 @@ class PipeWireStreams {
     PipeWireStreams() = default;
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::NativeStreams, lock_};
     std::map<pw_stream*, std::unique_ptr<PipeWireStream>> streams_;
     StreamTable<PipeWireStream> table_;
 };

@@ -8,6 +8,7 @@
 
 #include "bridges/core/StreamTable.h"
 #include "bridges/pulse/PulseStream.h"
+#include "common/ForkLocks.h"
 
 namespace tq::bridges {
 
@@ -50,6 +51,7 @@ class PulseStreams {
     [[nodiscard]] PulseStream& unused();
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::NativeStreams, lock_};
     StreamTable<PulseStream> table_;
     /// Never freed: a call may still look at one.
     std::vector<std::unique_ptr<PulseStream>> records_;

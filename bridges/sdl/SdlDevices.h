@@ -10,6 +10,7 @@
 #include "bridges/core/NativeFormat.h"
 #include "bridges/sdl/ByteQueue.h"
 #include "bridges/sdl/SdlLibrary.h"
+#include "common/ForkLocks.h"
 
 namespace tq::bridges {
 
@@ -77,6 +78,7 @@ class SdlDevices {
 
   private:
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::NativeStreams, lock_};
     std::array<SdlDevice, 32> devices_;
 };
 

@@ -112,9 +112,6 @@ void Tap::collect() {
 
 void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
     const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
-    if (kind == RecordKind::kMix) {
-        mixBlocks_.fetch_add(1, std::memory_order_relaxed);
-    }
     // Before its first unit a process has no sound, and a launcher never has: the mix would be
     // silence in files that another process's sound belongs into.
     if (outlet == nullptr || !isUnitSeen_.load(std::memory_order_relaxed)) {
