@@ -90,6 +90,19 @@ AudioChannelLabel labelOf(tq_speaker speaker) {
     return kAudioChannelLabel_Discrete;
 }
 
+/// Rings grow at a block that finds no room, and one that grows to exactly the block's size loses
+/// it. A stream's first block may be any size and begins with sound: its rings are large before.
+void enlargeRings(RZReplayAudioUnitObject& obj) {
+    constexpr UInt32 kBytes = 1U << 16U;
+    std::vector<std::byte> silence(kBytes);
+    RZReplayAudioUnitBuffer& buffer = *obj.getOrCreateBufferAt(0);
+    for (const BOOL isProcessed : {NO, YES}) {
+        (void)buffer.writeAudioBuffer({1, kBytes, silence.data()}, kBytes, isProcessed);
+        buffer.cleanRingBuffer(isProcessed);
+        (void)buffer.takeVanished(isProcessed);
+    }
+}
+
 void raise(const tq_stream& stream) {
     const bool isFormat = stream.fate == TQ_STREAM_NOT_PCM || stream.fate == TQ_STREAM_FORMAT;
     manager().onAudioRecordEvent(
@@ -119,6 +132,7 @@ tq_result tq_source_open(const tq_source_description* description, tq_source** s
         RZUnitFacts::shared().named(description->unit, description->name);
         takeFormat(obj);
         manager().giveLevels(obj);
+        enlargeRings(*obj);
         *source = made.release();
         return TQ_OK;
     });

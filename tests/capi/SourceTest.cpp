@@ -72,6 +72,25 @@ TEST_F(Source, TheTrackHoldsWhatTheOwnerPutsInAndTheMixWhatTheCallbackRendered) 
     stopCapture();
 }
 
+TEST_F(Source, AFirstBlockOfExactlyADoubledRingIsKept) {
+    ASSERT_TRUE(startCapture());
+    host->sound.isRising = true;
+    host->sound.value = 0;
+    // 256 frames of eight channels fill 8192 bytes, 512 twice that.
+    host->setFormat(stream_formats::int32Interleaved(48000, 8));
+    ASSERT_EQ(host->setCallback(), 0);
+    ASSERT_EQ(host->initialize(), 0);
+    ASSERT_EQ(open("alsa-1", ignoreBlock), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    pump(40, 512);
+    tq_frames frames{};
+    frames.size = sizeof frames;
+    ASSERT_EQ(tq_capture_get_frames(1, &frames), TQ_OK);
+    EXPECT_EQ(frames.mix.lost[TQ_FRAMES_RING_FULL], 0U);
+    EXPECT_EQ(frames.track.lost[TQ_FRAMES_RING_FULL], 0U);
+    stopCapture();
+}
+
 TEST_F(Source, WhileTheGainIsOnTheLibraryLeavesTheBlockToTheOwner) {
     host->prepare();
     duck();
