@@ -21,18 +21,12 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
         // Later than the libraries below, so that a fork takes the bridges' locks before theirs.
         tqcommon::ForkLock::watch();
         std::vector<tqhook_rebinding> rows;
-        std::vector<const char*> exempt;
-        // An image that defines redirected functions keeps all of its own calls: what SDL plays to
-        // the interfaces below it would not be seen there, so it is always taken from SDL itself.
         for (const NativeApi& api :
-             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), pipeWireFilterApi(), sdlApi(true)}) {
+             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), pipeWireFilterApi(), sdlApi()}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
-            exempt.insert(exempt.end(), api.exempt.begin(), api.exempt.end());
         }
         tqhook_options options{};
         options.size = sizeof options;
-        options.exemptPatterns = exempt.data();
-        options.exemptPatternCount = exempt.size();
         options.exemptsOwnImages = 1;
         if (tqhook_rebind(rows.data(), rows.size(), &options) != 0) {
             result = TQ_ERROR_HOOKS_NOT_WORKING;

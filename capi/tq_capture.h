@@ -276,9 +276,6 @@ TQ_CAPTURE_EXPORT enum tq_result tq_capture_set_rules(const struct tq_capture_ru
  * part of the mix. */
 struct tq_bridges {
     size_t size;
-    /** Streams of SDL are taken from SDL itself and not from the interface below it. Without it
-     * that is done only where SDL plays to no other interface. */
-    uint32_t prefers_sdl;
 };
 
 /** [host thread] From now on streams of ALSA, PulseAudio, SDL, JACK and PipeWire are recorded, also

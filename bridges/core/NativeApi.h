@@ -10,9 +10,6 @@ namespace tq::bridges {
 struct NativeApi {
     const char* name;
     std::span<const tqhook_rebinding> rebindings;
-    /// File names of images, for fnmatch(), whose own calls go to interfaces below this one and are
-    /// recorded here already.
-    std::span<const char* const> exempt = {};
 };
 
 // One or more for each folder beside this one.
@@ -21,7 +18,6 @@ struct NativeApi {
 [[nodiscard]] NativeApi jackApi();
 [[nodiscard]] NativeApi pipeWireApi();
 [[nodiscard]] NativeApi pipeWireFilterApi();
-/// `isPreferred`: also where SDL plays to another interface.
-[[nodiscard]] NativeApi sdlApi(bool isPreferred);
+[[nodiscard]] NativeApi sdlApi();
 
 }  // namespace tq::bridges

@@ -182,10 +182,7 @@ constexpr tqhook::HookTable kHooks{
 
 }  // namespace
 
-NativeApi sdlApi(bool isPreferred) {
-    if (isPreferred) {
-        SdlLibrary::prefer();
-    }
+NativeApi sdlApi() {
     static const auto rows = [] {
         const auto typed = kHooks.rows();
         std::vector<tqhook_rebinding> all(typed.begin(), typed.end());
@@ -195,8 +192,7 @@ NativeApi sdlApi(bool isPreferred) {
                        reinterpret_cast<void**>(&originalPauseDevice)});
         return all;
     }();
-    return {"sdl", rows,
-            isPreferred ? std::span(SdlLibrary::kImages) : std::span<const char* const>()};
+    return {"sdl", rows};
 }
 
 }  // namespace tq::bridges

@@ -35,7 +35,7 @@ NativeSample sdlSample(SDL_AudioFormat format) noexcept {
     }
 }
 
-std::array<std::uint8_t, 8> sdlSpeakers(unsigned channels) noexcept {
+Speakers sdlSpeakers(unsigned channels) noexcept {
     constexpr tq_speaker kLeft = TQ_SPEAKER_FRONT_LEFT;
     constexpr tq_speaker kRight = TQ_SPEAKER_FRONT_RIGHT;
     constexpr tq_speaker kCenter = TQ_SPEAKER_CENTER;

@@ -2,9 +2,6 @@
 
 #include <SDL_audio.h>
 
-#include <array>
-#include <cstdint>
-
 #include "bridges/core/NativeFormat.h"
 
 namespace tq::bridges {
@@ -13,6 +10,6 @@ namespace tq::bridges {
 [[nodiscard]] NativeSample sdlSample(SDL_AudioFormat format) noexcept;
 
 /// [any thread] What SDL's channels are meant for; 1 to 8 of them.
-[[nodiscard]] std::array<std::uint8_t, 8> sdlSpeakers(unsigned channels) noexcept;
+[[nodiscard]] Speakers sdlSpeakers(unsigned channels) noexcept;
 
 }  // namespace tq::bridges

@@ -1,7 +1,7 @@
 #include "bridges/sdl/SdlLibrary.h"
 
 #include <dlfcn.h>
-#include <fnmatch.h>
+#include <link.h>
 
 #include <algorithm>
 #include <array>
@@ -19,19 +19,7 @@ namespace {
 /// Drivers of SDL that play to no other interface.
 constexpr std::array<std::string_view, 2> kOwnDrivers{"dummy", "disk"};
 
-std::atomic<bool> isPreferred{false};
-
-bool isNamedAsSdl(std::string_view path) {
-    const std::string file(path.substr(path.rfind('/') + 1));
-    return std::any_of(std::begin(SdlLibrary::kImages), std::end(SdlLibrary::kImages),
-                       [&](const char* pattern) { return fnmatch(pattern, file.c_str(), 0) == 0; });
-}
-
 }  // namespace
-
-void SdlLibrary::prefer() noexcept {
-    isPreferred.store(true, std::memory_order_relaxed);
-}
 
 const SdlLibrary& SdlLibrary::of(const void* known) {
     // Writer: under the lock, the library before the function, and neither ever again. Readers:
@@ -69,11 +57,13 @@ const SdlLibrary& SdlLibrary::of(const void* known) {
 
 SdlLibrary::SdlLibrary(const void* known) {
     Dl_info image{};
-    if (dladdr(known, &image) == 0) {
+    void* loaded = nullptr;
+    if (dladdr1(known, &image, &loaded, RTLD_DL_LINKMAP) == 0) {
         return;
     }
     base_ = image.dli_fbase;
-    keepsItsCalls_ = isNamedAsSdl(image.dli_fname);
+    // Only the main program has no name in the loader's list.
+    keepsItsCalls_ = *static_cast<const link_map*>(loaded)->l_name != '\0';
     currentDriver_ =
         functionBeside<decltype(SDL_GetCurrentAudioDriver)>(known, "SDL_GetCurrentAudioDriver");
     driverName_ = functionBeside<char*(char*, int)>(known, "SDL_AudioDriverName");
@@ -103,7 +93,7 @@ bool SdlLibrary::isServed() const {
     if (version_ == Version::kOther) {
         return false;
     }
-    if (keepsItsCalls_ && isPreferred.load(std::memory_order_relaxed)) {
+    if (keepsItsCalls_) {
         return true;
     }
     const std::string name = driver();

@@ -4,7 +4,6 @@
 #include <SDL_error.h>
 #include <SDL_hints.h>
 
-#include <array>
 #include <string>
 
 namespace tq::bridges {
@@ -16,12 +15,6 @@ class SdlLibrary {
     /// [any thread] The one that defines `known`, one of the functions that are redirected. Never
     /// freed; real-time safe but for the first call with each function.
     static const SdlLibrary& of(const void* known);
-
-    /// Streams are taken from SDL itself whatever it plays to; before the first call of of().
-    static void prefer() noexcept;
-    /// Images of SDL by their file names, for fnmatch().
-    static constexpr std::array<const char*, 5> kImages{
-        "libSDL-1.2.so*", "libSDL-1.2d.so*", "libSDL2.so*", "libSDL2-2.0.so*", "libSDL2d-2.0.so*"};
 
     /// Opens devices with callbacks of ours: SDL 1.2 and 2. Version 3 plays streams.
     [[nodiscard]] bool hasCallbacks() const noexcept { return version_ != Version::kOther; }
@@ -49,7 +42,9 @@ class SdlLibrary {
     const void* base_ = nullptr;
     Version version_ = Version::kOther;
     bool hasQueues_ = false;
-    bool keepsItsCalls_ = false;  ///< where SDL is preferred, none of them is redirected
+    /// A library that defines redirected functions keeps its calls, so that what it plays to the
+    /// interfaces below is not seen there. The calls of a program with SDL inside are redirected.
+    bool keepsItsCalls_ = false;
     decltype(&SDL_GetCurrentAudioDriver) currentDriver_ = nullptr;
     char* (*driverName_)(char* name, int size) = nullptr;  ///< version 1.2
     decltype(&SDL_LockAudioDevice) lock_ = nullptr;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "bridges/programs/ProgramRun.h"
@@ -90,6 +91,21 @@ TEST_F(SdlPrograms, ThirtyTwoBitsStayThirtyTwo) {
         tqtest::markedNoise({.rate = 48000, .encoding = tqtest::Encoding::S32}, 24000);
     FileOutput<tqtest::SdlDisk> output(noise.format);
     const ProgramRun run = runRecorded(output, command(output, "callback", kS32, noise));
+    EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
+    expectTrackHolds(run, noise);
+}
+
+TEST_F(SdlPrograms, ACopyWithAnotherNameIsRecordedWhereverItPlays) {
+    const Sound noise = tqtest::markedNoise({}, 24000);
+    ServerOutput<tqtest::PulseServer> output;
+    const std::string copy = output.folder().file("libgamesound.so");
+    std::filesystem::copy_file(TQ_TEST_SDL_LIBRARY, copy);
+    std::vector<std::string> player{
+        "sh", "-c",
+        "SDL_AUDIODRIVER=pulseaudio LD_PRELOAD=\"$LD_PRELOAD:" + copy + "\" exec \"$@\"", "sh"};
+    const auto own = command(output, "callback", kS16, noise);
+    player.insert(player.end(), own.begin(), own.end());
+    const ProgramRun run = runRecorded(output, player);
     EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
     expectTrackHolds(run, noise);
 }

@@ -46,7 +46,7 @@ tq_listener listenerOf(void* tap) {
 }  // namespace
 
 BridgeState Tap::useBridges() {
-    const tq_bridges bridges{sizeof bridges, 0};
+    const tq_bridges bridges{sizeof bridges};
     switch (tq_capture_use_bridges(&bridges)) {
         case TQ_OK:
             return BridgeState::kOn;
