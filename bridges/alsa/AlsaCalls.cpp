@@ -3,6 +3,9 @@
 #include <alsa/asoundlib.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
 #include <span>
 
 #include "bridges/alsa/AlsaAreas.h"
@@ -29,6 +32,7 @@ struct AlsaLibrary {
     decltype(&snd_pcm_hw_params_get_format) format;
     decltype(&snd_pcm_hw_params_get_channels) channels;
     decltype(&snd_pcm_hw_params_get_rate) rate;
+    decltype(&snd_pcm_get_chmap) map;  ///< may be missing
 
     explicit AlsaLibrary(const void* known)
         : stream(functionBeside<decltype(snd_pcm_stream)>(known, "snd_pcm_stream")),
@@ -37,8 +41,9 @@ struct AlsaLibrary {
               known, "snd_pcm_hw_params_get_format")),
           channels(functionBeside<decltype(snd_pcm_hw_params_get_channels)>(
               known, "snd_pcm_hw_params_get_channels")),
-          rate(functionBeside<decltype(snd_pcm_hw_params_get_rate)>(
-              known, "snd_pcm_hw_params_get_rate")) {}
+          rate(functionBeside<decltype(snd_pcm_hw_params_get_rate)>(known,
+                                                                    "snd_pcm_hw_params_get_rate")),
+          map(functionBeside<decltype(snd_pcm_get_chmap)>(known, "snd_pcm_get_chmap")) {}
 
     [[nodiscard]] bool isComplete() const {
         return stream != nullptr && name != nullptr && format != nullptr && channels != nullptr &&
@@ -51,6 +56,22 @@ struct AlsaLibrary {
     }
 };
 
+/// What the device says of its channels, or ALSA's own order.
+Speakers speakersOf(const AlsaLibrary& alsa, snd_pcm_t* pcm, unsigned channels) {
+    if (channels <= 2) {
+        return {};
+    }
+    const int before = errno;
+    const std::unique_ptr<snd_pcm_chmap_t, decltype(&std::free)> map(
+        alsa.map == nullptr ? nullptr : alsa.map(pcm), &std::free);
+    errno = before;
+    if (map == nullptr || map->channels != channels) {
+        return usualAlsaSpeakers(channels);
+    }
+    const Speakers said = alsaSpeakers({map->pos, channels});
+    return said == Speakers{} ? usualAlsaSpeakers(channels) : said;
+}
+
 void beginStream(const void* library, snd_pcm_t* pcm, const NativeFormat& format) {
     const AlsaLibrary& alsa = AlsaLibrary::of(library);
     if (alsa.isComplete() && alsa.stream(pcm) == SND_PCM_STREAM_PLAYBACK) {
@@ -59,6 +80,7 @@ void beginStream(const void* library, snd_pcm_t* pcm, const NativeFormat& format
         if (name != nullptr && isPassThrough(name)) {
             known.sample = NativeSample::kNotPcm;
         }
+        known.speakers = speakersOf(alsa, pcm, format.channels);
         NativeStream::open(pcm, known, "alsa", name == nullptr ? "" : name);
     }
 }

@@ -1,6 +1,9 @@
 #include "bridges/alsa/AlsaFormat.h"
 
+#include <TQAudioRecord/tq_source.h>
+
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 
@@ -21,7 +24,79 @@ constexpr std::string_view kFirstStatus = "AES0";
 /// Set when what is played is not linear samples.
 constexpr unsigned kNotAudio = 0x2;
 
+constexpr std::array<unsigned, 8> kUsualOrder{SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_RL,
+                                              SND_CHMAP_RR, SND_CHMAP_FC, SND_CHMAP_LFE,
+                                              SND_CHMAP_SL, SND_CHMAP_SR};
+
+/// What lies above is heard where it would be below.
+tq_speaker speakerAt(unsigned position) {
+    switch (position & SND_CHMAP_POSITION_MASK) {
+        case SND_CHMAP_FL:
+            return TQ_SPEAKER_FRONT_LEFT;
+        case SND_CHMAP_FR:
+            return TQ_SPEAKER_FRONT_RIGHT;
+        case SND_CHMAP_FC:
+        case SND_CHMAP_FCH:
+        case SND_CHMAP_TFC:
+            return TQ_SPEAKER_CENTER;
+        case SND_CHMAP_LFE:
+        case SND_CHMAP_LLFE:
+        case SND_CHMAP_RLFE:
+        case SND_CHMAP_NA:
+            return TQ_SPEAKER_SUBWOOFER;
+        case SND_CHMAP_RL:
+        case SND_CHMAP_RLC:
+        case SND_CHMAP_TRL:
+            return TQ_SPEAKER_BACK_LEFT;
+        case SND_CHMAP_RR:
+        case SND_CHMAP_RRC:
+        case SND_CHMAP_TRR:
+            return TQ_SPEAKER_BACK_RIGHT;
+        case SND_CHMAP_RC:
+        case SND_CHMAP_TRC:
+            return TQ_SPEAKER_BACK_CENTER;
+        case SND_CHMAP_SL:
+        case SND_CHMAP_TSL:
+            return TQ_SPEAKER_SIDE_LEFT;
+        case SND_CHMAP_SR:
+        case SND_CHMAP_TSR:
+            return TQ_SPEAKER_SIDE_RIGHT;
+        case SND_CHMAP_FLC:
+        case SND_CHMAP_FLW:
+        case SND_CHMAP_FLH:
+        case SND_CHMAP_TFL:
+        case SND_CHMAP_TFLC:
+        case SND_CHMAP_BLC:
+            return TQ_SPEAKER_FRONT_LEFT_OF_CENTER;
+        case SND_CHMAP_FRC:
+        case SND_CHMAP_FRW:
+        case SND_CHMAP_FRH:
+        case SND_CHMAP_TFR:
+        case SND_CHMAP_TFRC:
+        case SND_CHMAP_BRC:
+            return TQ_SPEAKER_FRONT_RIGHT_OF_CENTER;
+        default:
+            return TQ_SPEAKER_UNKNOWN;
+    }
+}
+
 }  // namespace
+
+Speakers alsaSpeakers(std::span<const unsigned> positions) noexcept {
+    return speakersAt(positions, speakerAt);
+}
+
+Speakers usualAlsaSpeakers(unsigned channels) noexcept {
+    if (channels > kUsualOrder.size()) {
+        return {};
+    }
+    Speakers speakers = alsaSpeakers(std::span(kUsualOrder).first(channels));
+    // The last of three or seven is no half of a pair.
+    if (channels % 2 != 0 && channels != 5) {
+        speakers.at(channels - 1) = TQ_SPEAKER_UNKNOWN;
+    }
+    return speakers;
+}
 
 bool isPassThrough(std::string_view device) noexcept {
     const std::size_t at = device.find(kFirstStatus);

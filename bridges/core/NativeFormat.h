@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <span>
 
 namespace tq::bridges {
 
@@ -48,14 +50,16 @@ enum class UnitSample : std::uint8_t { kS16, kS32, kF32 };
 /// safe.
 [[nodiscard]] bool hasFewerBitsThanItsUnit(NativeSample sample) noexcept;
 
+/// What up to eight channels are meant for: numbers of tq_speaker. All zeros: nobody says it, or
+/// there is nothing to fold.
+using Speakers = std::array<std::uint8_t, 8>;
+
 /// The format of a native stream, interleaved.
 struct NativeFormat {
     NativeSample sample = NativeSample::kNotPcm;
     unsigned channels = 0;
     double sampleRate = 0;  ///< frames a second
-    /// What each channel is meant for, so that the mix can fold more than two of them: numbers of
-    /// tq_speaker.
-    std::array<std::uint8_t, 8> speakers{};
+    Speakers speakers{};    ///< so that the mix can fold more than two channels
 
     bool operator==(const NativeFormat&) const = default;
 
@@ -67,5 +71,17 @@ struct NativeFormat {
     /// second.
     [[nodiscard]] bool servable() const noexcept;
 };
+
+/// [any thread] What channels at those positions are meant for; `speakerOf` says it of one. Only of
+/// 3 to 8, as nothing is folded elsewhere.
+template <class Position, class SpeakerOf>
+[[nodiscard]] Speakers speakersAt(std::span<const Position> positions, SpeakerOf speakerOf) {
+    Speakers speakers{};
+    if (positions.size() > 2 && positions.size() <= speakers.size()) {
+        std::transform(positions.begin(), positions.end(), speakers.begin(),
+                       [&](Position each) { return static_cast<std::uint8_t>(speakerOf(each)); });
+    }
+    return speakers;
+}
 
 }  // namespace tq::bridges

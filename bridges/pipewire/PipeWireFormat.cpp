@@ -1,6 +1,68 @@
 #include "bridges/pipewire/PipeWireFormat.h"
 
+#include <TQAudioRecord/tq_source.h>
+
 namespace tq::bridges {
+namespace {
+
+/// What lies above is heard where it would be below.
+tq_speaker speakerAt(std::uint32_t position) {
+    switch (position) {
+        case SPA_AUDIO_CHANNEL_FL:
+            return TQ_SPEAKER_FRONT_LEFT;
+        case SPA_AUDIO_CHANNEL_FR:
+            return TQ_SPEAKER_FRONT_RIGHT;
+        case SPA_AUDIO_CHANNEL_FC:
+        case SPA_AUDIO_CHANNEL_FCH:
+        case SPA_AUDIO_CHANNEL_TFC:
+            return TQ_SPEAKER_CENTER;
+        case SPA_AUDIO_CHANNEL_LFE:
+        case SPA_AUDIO_CHANNEL_LFE2:
+        case SPA_AUDIO_CHANNEL_LLFE:
+        case SPA_AUDIO_CHANNEL_RLFE:
+        case SPA_AUDIO_CHANNEL_NA:
+            return TQ_SPEAKER_SUBWOOFER;
+        case SPA_AUDIO_CHANNEL_RL:
+        case SPA_AUDIO_CHANNEL_RLC:
+        case SPA_AUDIO_CHANNEL_TRL:
+            return TQ_SPEAKER_BACK_LEFT;
+        case SPA_AUDIO_CHANNEL_RR:
+        case SPA_AUDIO_CHANNEL_RRC:
+        case SPA_AUDIO_CHANNEL_TRR:
+            return TQ_SPEAKER_BACK_RIGHT;
+        case SPA_AUDIO_CHANNEL_RC:
+        case SPA_AUDIO_CHANNEL_TRC:
+            return TQ_SPEAKER_BACK_CENTER;
+        case SPA_AUDIO_CHANNEL_SL:
+        case SPA_AUDIO_CHANNEL_TSL:
+            return TQ_SPEAKER_SIDE_LEFT;
+        case SPA_AUDIO_CHANNEL_SR:
+        case SPA_AUDIO_CHANNEL_TSR:
+            return TQ_SPEAKER_SIDE_RIGHT;
+        case SPA_AUDIO_CHANNEL_FLC:
+        case SPA_AUDIO_CHANNEL_FLW:
+        case SPA_AUDIO_CHANNEL_FLH:
+        case SPA_AUDIO_CHANNEL_TFL:
+        case SPA_AUDIO_CHANNEL_TFLC:
+        case SPA_AUDIO_CHANNEL_BLC:
+            return TQ_SPEAKER_FRONT_LEFT_OF_CENTER;
+        case SPA_AUDIO_CHANNEL_FRC:
+        case SPA_AUDIO_CHANNEL_FRW:
+        case SPA_AUDIO_CHANNEL_FRH:
+        case SPA_AUDIO_CHANNEL_TFR:
+        case SPA_AUDIO_CHANNEL_TFRC:
+        case SPA_AUDIO_CHANNEL_BRC:
+            return TQ_SPEAKER_FRONT_RIGHT_OF_CENTER;
+        default:
+            return TQ_SPEAKER_UNKNOWN;
+    }
+}
+
+}  // namespace
+
+Speakers pipeWireSpeakers(std::span<const std::uint32_t> positions) noexcept {
+    return speakersAt(positions, speakerAt);
+}
 
 PipeWireSample pipeWireSample(spa_audio_format format) noexcept {
     using enum NativeSample;

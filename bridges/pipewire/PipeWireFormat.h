@@ -17,4 +17,7 @@ struct PipeWireSample {
 /// [any thread]
 [[nodiscard]] PipeWireSample pipeWireSample(spa_audio_format format) noexcept;
 
+/// [any thread] What channels at those positions are meant for (enum spa_audio_channel).
+[[nodiscard]] Speakers pipeWireSpeakers(std::span<const std::uint32_t> positions) noexcept;
+
 }  // namespace tq::bridges

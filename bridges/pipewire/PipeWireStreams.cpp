@@ -82,6 +82,10 @@ void PipeWireStream::formatChanged(const spa_pod* param) {
         const PipeWireSample sample = pipeWireSample(raw.format);
         layout->format = {sample.sample, raw.channels, static_cast<double>(raw.rate)};
         layout->isPlanar = sample.isPlanar;
+        if ((raw.flags & SPA_AUDIO_FLAG_UNPOSITIONED) == 0 && raw.channels <= kMostChannels) {
+            layout->format.speakers =
+                pipeWireSpeakers(std::span<const std::uint32_t>(raw.position).first(raw.channels));
+        }
     }
     // The same format is told again when other things of the stream are settled anew.
     if (NativeStream::Use(handle_) && layout_.owned() != nullptr &&

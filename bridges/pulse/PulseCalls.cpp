@@ -84,7 +84,9 @@ NativeFormat formatOf(const PulseLibrary& pulse, pa_stream* stream) {
     if (spec == nullptr || (format != nullptr && format->encoding != PA_ENCODING_PCM)) {
         return {};
     }
-    return {pulseSample(spec->format), spec->channels, static_cast<double>(spec->rate)};
+    const pa_channel_map* const map = pulse.channelMap(stream);
+    return {pulseSample(spec->format), spec->channels, static_cast<double>(spec->rate),
+            map == nullptr ? Speakers{} : pulseSpeakers(*map)};
 }
 
 /// The server has answered: from here on the stream's format is what the program writes.

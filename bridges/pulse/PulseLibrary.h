@@ -16,6 +16,7 @@ struct PulseLibrary {
     decltype(&pa_stream_get_format_info) formatInfo;
     decltype(&pa_stream_get_underflow_index) underflowIndex;
     decltype(&pa_proplist_gets) property;
+    decltype(&pa_stream_get_channel_map) channelMap;
 
     explicit PulseLibrary(const void* known)
         : sampleSpec(functionBeside<decltype(pa_stream_get_sample_spec)>(
@@ -27,7 +28,9 @@ struct PulseLibrary {
               known, "pa_stream_get_format_info")),
           underflowIndex(functionBeside<decltype(pa_stream_get_underflow_index)>(
               known, "pa_stream_get_underflow_index")),
-          property(functionBeside<decltype(pa_proplist_gets)>(known, "pa_proplist_gets")) {}
+          property(functionBeside<decltype(pa_proplist_gets)>(known, "pa_proplist_gets")),
+          channelMap(functionBeside<decltype(pa_stream_get_channel_map)>(
+              known, "pa_stream_get_channel_map")) {}
 
     /// -1 before the first one, and where the library does not tell.
     [[nodiscard]] std::int64_t underflow(const pa_stream* stream) const {
@@ -36,7 +39,7 @@ struct PulseLibrary {
     /// Format descriptions and underflows came later than the rest and may be missing.
     [[nodiscard]] bool isComplete() const {
         return sampleSpec != nullptr && bufferAttr != nullptr && context != nullptr &&
-               property != nullptr;
+               property != nullptr && channelMap != nullptr;
     }
     /// Of the copy that the first call went to.
     static const PulseLibrary& of(const void* known) {

@@ -1,5 +1,6 @@
 #include "bridges/alsa/AlsaFormat.h"
 
+#include <TQAudioRecord/tq_source.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -21,6 +22,19 @@ TEST(AlsaFormatTest, CodedSoundIsKnownByItsFormatAndByItsDevice) {
     EXPECT_FALSE(isPassThrough("iec958"));
     EXPECT_FALSE(isPassThrough("AES0"));
     EXPECT_FALSE(isPassThrough("default"));
+}
+
+TEST(AlsaFormatTest, TheUsualOrderHasTheMiddleBehindTheRear) {
+    EXPECT_EQ(usualAlsaSpeakers(8),
+              (Speakers{TQ_SPEAKER_FRONT_LEFT, TQ_SPEAKER_FRONT_RIGHT, TQ_SPEAKER_BACK_LEFT,
+                        TQ_SPEAKER_BACK_RIGHT, TQ_SPEAKER_CENTER, TQ_SPEAKER_SUBWOOFER,
+                        TQ_SPEAKER_SIDE_LEFT, TQ_SPEAKER_SIDE_RIGHT}));
+    EXPECT_EQ(usualAlsaSpeakers(5)[4], TQ_SPEAKER_CENTER);
+    EXPECT_EQ(usualAlsaSpeakers(3),
+              (Speakers{TQ_SPEAKER_FRONT_LEFT, TQ_SPEAKER_FRONT_RIGHT, TQ_SPEAKER_UNKNOWN}));
+    EXPECT_EQ(usualAlsaSpeakers(7)[6], TQ_SPEAKER_UNKNOWN);
+    EXPECT_EQ(usualAlsaSpeakers(2), Speakers{});
+    EXPECT_EQ(usualAlsaSpeakers(9), Speakers{});
 }
 
 TEST(AlsaAreasTest, PlanesAndFramesAreReadAndWrittenWhereTheyLie) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 
 #include "support/sound/Comparison.h"
@@ -11,6 +12,11 @@ namespace {
 
 namespace fs = std::filesystem;
 using tqtest::Sound;
+
+constexpr int kFolded = 6;
+constexpr double kPartSeconds = 0.2;
+constexpr double kHertz = 441;
+constexpr double kPeak = 0.5;
 
 ProgramRun run(Output& output, const std::vector<std::string>& command,
                const tqtest::Environment& more) {
@@ -46,7 +52,45 @@ ProgramRun runRecorded(Output& output, const std::vector<std::string>& command,
     for (const auto& track : fs::directory_iterator(folder.file("tracks"), none)) {
         result.tracks[track.path().filename()] = tqtest::readWav(track.path());
     }
+    if (fs::exists(folder.file("mix.wav"))) {
+        result.mix = tqtest::readWav(folder.file("mix.wav"));
+    }
     return result;
+}
+
+Sound oneChannelAfterTheOther(int rate) {
+    Sound sound{{.rate = rate, .channels = kFolded}, {}};
+    const auto part = static_cast<std::size_t>(kPartSeconds * rate);
+    const Sound one = tqtest::tone({.rate = rate, .channels = 1}, part, kHertz);
+    for (int alone = 0; alone < kFolded; ++alone) {
+        for (std::size_t frame = 0; frame < part; ++frame) {
+            for (int channel = 0; channel < kFolded; ++channel) {
+                sound.bytes +=
+                    channel == alone ? std::string(one.frame(frame)) : std::string(2, '\0');
+            }
+        }
+    }
+    return sound;
+}
+
+void expectFolded(const ProgramRun& run, const std::array<std::array<double, 2>, 6>& gains) {
+    const std::size_t begin = run.mix.silenceAtStart();
+    const auto part = static_cast<std::size_t>(kPartSeconds * run.mix.format.rate);
+    ASSERT_GT(run.mix.frames(), begin + (gains.size() - 1) * part) << "the mix is too short";
+    for (std::size_t each = 0; each < gains.size(); ++each) {
+        for (std::size_t side = 0; side < 2; ++side) {
+            // Its middle: two clocks drift by less than what is left out.
+            const Sound middle = run.mix.part(begin + each * part + part / 4, part / 2);
+            double power = 0;
+            for (std::size_t frame = 0; frame < middle.frames(); ++frame) {
+                power += middle.value(frame, side) * middle.value(frame, side);
+            }
+            ASSERT_GT(middle.frames(), 0U) << "the mix ends at channel " << each;
+            const double level = std::sqrt(2 * power / static_cast<double>(middle.frames()));
+            EXPECT_NEAR(level / kPeak, gains.at(each).at(side), 0.02)
+                << "channel " << each << (side == 0 ? " left" : " right");
+        }
+    }
 }
 
 void expectSameSound(const ProgramRun& bare, const ProgramRun& other, const std::string& what) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -71,6 +72,7 @@ struct ProgramRun {
     tqtest::ProgramEnd end;
     tqtest::Sound heard;
     std::map<std::string, tqtest::Sound> tracks;  ///< by the name of their file
+    tqtest::Sound mix = {};                       ///< 16 bits, stereo, at 44100 Hz
 };
 
 /// The program by itself.
@@ -78,6 +80,12 @@ struct ProgramRun {
 /// The same under the recorder; `options` are the recorder's, beside those for its files.
 [[nodiscard]] ProgramRun runRecorded(Output& output, const std::vector<std::string>& command,
                                      const std::vector<std::string>& options = {});
+
+/// Six channels, one after the other alone for a fifth of a second, all with the same sound.
+[[nodiscard]] tqtest::Sound oneChannelAfterTheOther(int rate);
+/// Fails unless the mix has each of them left and right as loud as `gains` say, in the order of the
+/// channels. The first is heard.
+void expectFolded(const ProgramRun& run, const std::array<std::array<double, 2>, 6>& gains);
 
 /// Fails unless both were heard, frame for frame.
 void expectSameSound(const ProgramRun& bare, const ProgramRun& other, const std::string& what);
