@@ -63,8 +63,8 @@ class ForkLock {
   public:
     /// Called in the child once all locks are free, on its only thread.
     struct InChild {
-        void (*call)(void* object) = nullptr;
-        void* object = nullptr;
+        void (*call)(void* object);  ///< null for none
+        void* object;
     };
     /// Holds render threads off while inner locks are taken. `begin` is false when one was not done
     /// within that time; `end` follows each `begin` that was true, except in the child.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bridges/programs/ProgramRun.h"
+#include "support/LeakCheck.h"
 
 // The recorder with players that know nothing of the platform.
 
@@ -17,6 +18,10 @@ using tqtest::Sound;
 
 class NativePlayersTest : public testing::Test {
   protected:
+    void SetUp() override {
+        // A program that is over at once is looked through while the tap's threads begin.
+        tqtest::startProgramsWithoutLeakCheck();
+    }
     [[nodiscard]] ProgramRun play(const std::vector<std::string>& before,
                                   const std::vector<std::string>& options = {}) {
         const std::string file = output_.folder().file("noise.wav");
