@@ -10,6 +10,11 @@
 #include "bridges/core/StreamFixture.h"
 #include "support/sound/Comparison.h"
 
+/// The child of the fork test makes threads; the thread sanitizer forbids it unless asked.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
+    return "die_after_fork=0";
+}
+
 // Streams that come and go: which of them have a unit, and what is left of them.
 
 namespace bridgetests {
