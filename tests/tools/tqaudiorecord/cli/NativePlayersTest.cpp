@@ -19,6 +19,9 @@ using tqtest::Sound;
 class NativePlayersTest : public testing::Test {
   protected:
     void SetUp() override {
+#if defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "the thread sanitizer cannot be preloaded into a program built without it";
+#endif
         // A program that is over at once is looked through while the tap's threads begin.
         tqtest::startProgramsWithoutLeakCheck();
     }
