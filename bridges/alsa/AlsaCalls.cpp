@@ -72,8 +72,7 @@ Speakers speakersOf(const AlsaLibrary& alsa, snd_pcm_t* pcm, unsigned channels) 
     return said == Speakers{} ? usualAlsaSpeakers(channels) : said;
 }
 
-void beginStream(const void* library, snd_pcm_t* pcm, const NativeFormat& format) {
-    const AlsaLibrary& alsa = AlsaLibrary::of(library);
+void beginStream(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeFormat& format) {
     if (alsa.isComplete() && alsa.stream(pcm) == SND_PCM_STREAM_PLAYBACK) {
         const char* const name = alsa.name(pcm);
         NativeFormat known = format;
@@ -96,11 +95,6 @@ NativeFormat formatOf(const AlsaLibrary& alsa, const snd_pcm_hw_params_t* params
         return {};
     }
     return {alsaSample(format), channels, static_cast<double>(rate)};
-}
-
-template <class Original>
-const void* addressOf(Original* original) {
-    return reinterpret_cast<const void*>(original);
 }
 
 /// A function that writes interleaved frames.
@@ -193,9 +187,8 @@ constexpr tqhook::HookTable kHooks{
             const CallDepth depth;
             const int result = original(pcm, params);
             if (result >= 0 && depth.isOutermost()) {
-                const void* const known = addressOf(original);
-                if (const AlsaLibrary& alsa = AlsaLibrary::of(known); alsa.isComplete()) {
-                    beginStream(known, pcm, formatOf(alsa, params));
+                if (const auto& alsa = libraryOf<AlsaLibrary>(original); alsa.isComplete()) {
+                    beginStream(alsa, pcm, formatOf(alsa, params));
                 }
             }
             return result;
@@ -206,7 +199,7 @@ constexpr tqhook::HookTable kHooks{
         const CallDepth depth;
         const int result = original(pcm, format, access, channels, rate, softResample, latency);
         if (result >= 0 && depth.isOutermost()) {
-            beginStream(addressOf(original), pcm,
+            beginStream(libraryOf<AlsaLibrary>(original), pcm,
                         {alsaSample(format), channels, static_cast<double>(rate)});
         }
         return result;

@@ -21,4 +21,11 @@ template <class Function>
     return reinterpret_cast<Function*>(found);
 }
 
+/// What is known of the copy of a native library that a call goes to, by the function that was
+/// redirected. `Library::of()` says whether that is real-time safe.
+template <class Library, class Original>
+[[nodiscard]] const Library& libraryOf(Original* original) {
+    return Library::of(reinterpret_cast<const void*>(original));
+}
+
 }  // namespace tq::bridges

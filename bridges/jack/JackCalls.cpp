@@ -4,11 +4,12 @@
 #include <jack/jack.h>
 #include <jack/thread.h>
 
-#include <exception>
 #include <string_view>
 
 #include "bridges/core/CallDepth.h"
+#include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
+#include "bridges/core/WithoutThrowing.h"
 #include "bridges/jack/JackClients.h"
 #include "hook/Hook.h"
 
@@ -30,19 +31,9 @@ JackClient*& clientOfThread() noexcept {
     return client;
 }
 
-template <class Action>
-auto withoutThrowing(Action action) noexcept -> decltype(action()) {
-    try {
-        return action();
-    } catch (const std::exception&) {
-        // Out of memory: it plays unrecorded.
-        return decltype(action())();
-    }
-}
-
 template <class Original>
-const JackLibrary& libraryOf(Original* original) {
-    const auto& library = JackLibrary::of(reinterpret_cast<const void*>(original));
+const JackLibrary& knownLibraryOf(Original* original) {
+    const auto& library = libraryOf<JackLibrary>(original);
     isSilentUnlessAsked.store(library.isSilentUnlessAsked, std::memory_order_relaxed);
     return library;
 }
@@ -136,7 +127,7 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&jack_activate>([](auto* original, jack_client_t* client) {
         const CallDepth depth;
         // Before: the process thread plays before the call returns.
-        withoutThrowing([&] { JackClients::shared().activate(client, libraryOf(original)); });
+        withoutThrowing([&] { JackClients::shared().activate(client, knownLibraryOf(original)); });
         const int result = original(client);
         if (result != 0) {
             withoutThrowing([&] { JackClients::shared().deactivate(client); });

@@ -4,11 +4,11 @@
 
 #include <pipewire/pipewire.h>
 
-#include <exception>
-
 #include "bridges/core/CallDepth.h"
+#include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/NativeStream.h"
+#include "bridges/core/WithoutThrowing.h"
 #include "bridges/pipewire/PipeWireStreams.h"
 #include "hook/Hook.h"
 
@@ -21,13 +21,10 @@ constexpr tqhook::HookTable kHooks{
                                         const spa_pod** params, std::uint32_t count) {
         const CallDepth depth;
         if (direction == PW_DIRECTION_OUTPUT && depth.isOutermost()) {
-            try {
-                // Before: formats may be settled while the call runs.
-                PipeWireStreams::shared().connect(
-                    stream, PipeWireLibrary::of(reinterpret_cast<const void*>(original)));
-            } catch (const std::exception&) {
-                // Out of memory: the stream plays unrecorded.
-            }
+            // Before: formats may be settled while the call runs.
+            withoutThrowing([&] {
+                PipeWireStreams::shared().connect(stream, libraryOf<PipeWireLibrary>(original));
+            });
         }
         return original(stream, direction, target, flags, params, count);
     }),

@@ -6,13 +6,14 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <exception>
 #include <memory>
 #include <string_view>
 #include <utility>
 
 #include "bridges/core/CallDepth.h"
+#include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
+#include "bridges/core/WithoutThrowing.h"
 #include "bridges/pipewire/PipeWireFilters.h"
 #include "hook/Hook.h"
 
@@ -20,21 +21,6 @@ namespace tq::bridges {
 namespace {
 
 constexpr std::string_view kAudioPort = "32 bit float mono audio";
-
-template <class Original>
-const PipeWireFilterLibrary& libraryOf(Original* original) {
-    return PipeWireFilterLibrary::of(reinterpret_cast<const void*>(original));
-}
-
-/// Without memory it plays unrecorded.
-template <class Action>
-auto withoutThrowing(Action action) noexcept -> decltype(action()) {
-    try {
-        return action();
-    } catch (const std::exception&) {
-        return decltype(action())();
-    }
-}
 
 bool isAudioOutput(pw_direction direction, const pw_properties* properties) {
     const char* const format =
@@ -49,7 +35,7 @@ constexpr tqhook::HookTable kHooks{
         const CallDepth depth;
         std::unique_ptr<PipeWireFilter> own;
         PipeWireFilter::Events* ours = nullptr;
-        const PipeWireFilterLibrary& library = libraryOf(original);
+        const PipeWireFilterLibrary& library = libraryOf<PipeWireFilterLibrary>(original);
         if (events != nullptr && depth.isOutermost() && library.isComplete()) {
             ours = withoutThrowing([&] {
                 own = std::make_unique<PipeWireFilter>(library);
@@ -72,8 +58,8 @@ constexpr tqhook::HookTable kHooks{
             events == nullptr || !depth.isOutermost()
                 ? nullptr
                 : withoutThrowing([&]() -> PipeWireFilter::Events* {
-                      PipeWireFilter* const own =
-                          PipeWireFilters::shared().filter(filter, libraryOf(original));
+                      PipeWireFilter* const own = PipeWireFilters::shared().filter(
+                          filter, libraryOf<PipeWireFilterLibrary>(original));
                       return own == nullptr ? nullptr : &own->addEvents(*events, data);
                   });
         if (ours == nullptr) {
@@ -92,8 +78,8 @@ constexpr tqhook::HookTable kHooks{
         void* const port = original(filter, direction, flags, dataSize, properties, params, count);
         if (port != nullptr && isAudio) {
             withoutThrowing([&] {
-                if (PipeWireFilter* const own =
-                        PipeWireFilters::shared().filter(filter, libraryOf(original))) {
+                if (PipeWireFilter* const own = PipeWireFilters::shared().filter(
+                        filter, libraryOf<PipeWireFilterLibrary>(original))) {
                     PipeWireFilters::shared().addPort(*own, port);
                 }
             });

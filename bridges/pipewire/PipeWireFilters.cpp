@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstring>
-#include <exception>
 #include <utility>
 
 #include "bridges/core/LibraryOf.h"
+#include "bridges/core/WithoutThrowing.h"
 
 namespace tq::bridges {
 
@@ -57,11 +57,7 @@ void PipeWireFilter::Events::ioChanged(void* self, void* port, std::uint32_t id,
 void PipeWireFilter::Events::stateChanged(void* self, pw_filter_state before, pw_filter_state state,
                                           const char* error) {
     const auto& own = *static_cast<Events*>(self);
-    try {
-        own.filter_.stateChanged(state);
-    } catch (const std::exception&) {
-        // Out of memory: the filter plays unrecorded.
-    }
+    withoutThrowing([&] { own.filter_.stateChanged(state); });
     if (own.program_.state_changed != nullptr) {
         own.program_.state_changed(own.data_, before, state, error);
     }

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <exception>
 
 #include "bridges/core/GuardScope.h"
 #include "bridges/core/LibraryOf.h"
 #include "bridges/core/Planar.h"
+#include "bridges/core/WithoutThrowing.h"
 #include "bridges/pipewire/PipeWireFormat.h"
 
 namespace tq::bridges {
@@ -60,11 +60,7 @@ void PipeWireStream::listen() {
 
 void PipeWireStream::paramChanged(void* stream, std::uint32_t id, const spa_pod* param) {
     if (id == SPA_PARAM_Format) {
-        try {
-            static_cast<PipeWireStream*>(stream)->formatChanged(param);
-        } catch (const std::exception&) {
-            // Out of memory: the stream plays unrecorded.
-        }
+        withoutThrowing([&] { static_cast<PipeWireStream*>(stream)->formatChanged(param); });
     }
 }
 

@@ -4,12 +4,13 @@
 #include <pulse/pulseaudio.h>
 
 #include <cerrno>
-#include <exception>
 
 #include "bridges/core/CallDepth.h"
 #include "bridges/core/GuardScope.h"
+#include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/NativeStream.h"
+#include "bridges/core/WithoutThrowing.h"
 #include "bridges/pulse/PulseFormat.h"
 #include "bridges/pulse/PulseLibrary.h"
 #include "bridges/pulse/PulseStreams.h"
@@ -21,23 +22,15 @@ namespace {
 using Kind = PulseStream::Kind;
 using Memory = NativeStream::Memory;
 
-template <class Original>
-const void* addressOf(Original* original) {
-    return reinterpret_cast<const void*>(original);
-}
-
 PulseStreams& streams() {
     return PulseStreams::shared();
 }
 
-/// Without memory a stream plays unrecorded.
+/// Work of ours alone: no call into libpulse.
 template <class Work>
 void tryTo(Work work) {
     const GuardScope guard;
-    try {
-        work();
-    } catch (const std::exception&) {
-    }
+    withoutThrowing(work);
 }
 
 /// The first name that says something.
@@ -50,22 +43,21 @@ std::string nameOf(const PulseLibrary& pulse, const char* given, const pa_propli
     return name == nullptr ? "" : name;
 }
 
-void noteContext(const void* known, pa_context* context, const char* given,
+void noteContext(const PulseLibrary& pulse, pa_context* context, const char* given,
                  const pa_proplist* properties) {
     if (context == nullptr) {
         return;
     }
-    std::string name = nameOf(PulseLibrary::of(known), given, properties, PA_PROP_APPLICATION_NAME);
+    std::string name = nameOf(pulse, given, properties, PA_PROP_APPLICATION_NAME);
     tryTo([&] {
         streams().contextMade(context, name.empty() ? program_invocation_short_name : name);
     });
 }
 
-void noteStream(const void* known, pa_stream* stream, pa_context* context, const char* given,
-                const pa_proplist* properties) {
+void noteStream(const PulseLibrary& pulse, pa_stream* stream, pa_context* context,
+                const char* given, const pa_proplist* properties) {
     if (stream != nullptr) {
-        const std::string name =
-            nameOf(PulseLibrary::of(known), given, properties, PA_PROP_MEDIA_NAME);
+        const std::string name = nameOf(pulse, given, properties, PA_PROP_MEDIA_NAME);
         tryTo([&] { streams().made(stream, context, name); });
     }
 }
@@ -90,8 +82,7 @@ NativeFormat formatOf(const PulseLibrary& pulse, pa_stream* stream) {
 }
 
 /// The server has answered: from here on the stream's format is what the program writes.
-void settle(const void* known, pa_stream* stream, PulseStream& record) {
-    const PulseLibrary& pulse = PulseLibrary::of(known);
+void settle(const PulseLibrary& pulse, pa_stream* stream, PulseStream& record) {
     if (record.kind != Kind::kPlayback || record.isSettled || !pulse.isComplete() ||
         pulse.bufferAttr(stream) == nullptr) {
         return;
@@ -108,14 +99,14 @@ void settle(const void* known, pa_stream* stream, PulseStream& record) {
 /// One write of the program. `pass` hands on what is to be played and says whether that is a copy:
 /// then the program's memory is not the library's to keep, and is released by the caller.
 template <class Pass>
-int write(const void* known, pa_stream* stream, const void* samples, std::size_t bytes,
+int write(const PulseLibrary& pulse, pa_stream* stream, const void* samples, std::size_t bytes,
           std::int64_t offset, pa_seek_mode_t seek, Pass pass) {
     const CallDepth depth;
     PulseStream* const record = depth.isOutermost() ? streams().find(stream) : nullptr;
     if (record == nullptr) {
         return pass(samples, false);
     }
-    settle(known, stream, *record);
+    settle(pulse, stream, *record);
     const NativeStream::Use use(stream);
     if (!use) {
         return pass(samples, false);
@@ -127,7 +118,6 @@ int write(const void* known, pa_stream* stream, const void* samples, std::size_t
     const int result = pass(passed, passed != samples);
     if (result >= 0) {
         record->block = {};
-        const PulseLibrary& pulse = PulseLibrary::of(known);
         record->written(*use.operator->(), frames, offset, seek, prebufferOf(pulse, stream),
                         pulse.underflow(stream));
     }
@@ -147,33 +137,33 @@ constexpr tqhook::HookTable kHooks{
     // ---- names ----
     tqhook::hook<&pa_context_new>([](auto* original, pa_mainloop_api* loop, const char* name) {
         pa_context* const context = original(loop, name);
-        noteContext(addressOf(original), context, name, nullptr);
+        noteContext(libraryOf<PulseLibrary>(original), context, name, nullptr);
         return context;
     }),
     tqhook::hook<&pa_context_new_with_proplist>(
         [](auto* original, pa_mainloop_api* loop, const char* name, const pa_proplist* properties) {
             pa_context* const context = original(loop, name, properties);
-            noteContext(addressOf(original), context, name, properties);
+            noteContext(libraryOf<PulseLibrary>(original), context, name, properties);
             return context;
         }),
     tqhook::hook<&pa_stream_new>([](auto* original, pa_context* context, const char* name,
                                     const pa_sample_spec* spec, const pa_channel_map* map) {
         pa_stream* const stream = original(context, name, spec, map);
-        noteStream(addressOf(original), stream, context, name, nullptr);
+        noteStream(libraryOf<PulseLibrary>(original), stream, context, name, nullptr);
         return stream;
     }),
     tqhook::hook<&pa_stream_new_with_proplist>(
         [](auto* original, pa_context* context, const char* name, const pa_sample_spec* spec,
            const pa_channel_map* map, pa_proplist* properties) {
             pa_stream* const stream = original(context, name, spec, map, properties);
-            noteStream(addressOf(original), stream, context, name, properties);
+            noteStream(libraryOf<PulseLibrary>(original), stream, context, name, properties);
             return stream;
         }),
     tqhook::hook<&pa_stream_new_extended>([](auto* original, pa_context* context, const char* name,
                                              pa_format_info* const* formats, unsigned count,
                                              pa_proplist* properties) {
         pa_stream* const stream = original(context, name, formats, count, properties);
-        noteStream(addressOf(original), stream, context, name, properties);
+        noteStream(libraryOf<PulseLibrary>(original), stream, context, name, properties);
         return stream;
     }),
 
@@ -202,7 +192,7 @@ constexpr tqhook::HookTable kHooks{
     }),
     tqhook::hook<&pa_stream_unref>([](auto* original, pa_stream* stream) {
         if (PulseStream* const record = streams().find(stream)) {
-            const PulseLibrary& pulse = PulseLibrary::of(addressOf(original));
+            const PulseLibrary& pulse = libraryOf<PulseLibrary>(original);
             const bool isConnected = pulse.isComplete() && pulse.bufferAttr(stream) != nullptr;
             tryTo([&] { streams().released(*record, isConnected); });
         }
@@ -245,7 +235,7 @@ constexpr tqhook::HookTable kHooks{
             return state;
         }
         if (state == PA_STREAM_READY) {
-            settle(addressOf(original), const_cast<pa_stream*>(stream), *record);
+            settle(libraryOf<PulseLibrary>(original), const_cast<pa_stream*>(stream), *record);
         } else if (!PA_STREAM_IS_GOOD(state)) {
             tryTo([&] { streams().ended(*record); });
         }
@@ -280,8 +270,8 @@ constexpr tqhook::HookTable kHooks{
                                       std::size_t bytes, pa_free_cb_t release, std::int64_t offset,
                                       pa_seek_mode_t seek) {
         bool isReleased = false;
-        const int result = write(addressOf(original), stream, samples, bytes, offset, seek,
-                                 [&](const void* passed, bool isCopy) {
+        const int result = write(libraryOf<PulseLibrary>(original), stream, samples, bytes, offset,
+                                 seek, [&](const void* passed, bool isCopy) {
                                      isReleased = isCopy && release != nullptr;
                                      return original(stream, passed, bytes,
                                                      isCopy ? nullptr : release, offset, seek);
@@ -296,7 +286,7 @@ constexpr tqhook::HookTable kHooks{
            pa_free_cb_t release, void* released, std::int64_t offset, pa_seek_mode_t seek) {
             bool isReleased = false;
             const int result =
-                write(addressOf(original), stream, samples, bytes, offset, seek,
+                write(libraryOf<PulseLibrary>(original), stream, samples, bytes, offset, seek,
                       [&](const void* passed, bool isCopy) {
                           isReleased = isCopy && release != nullptr;
                           return original(stream, passed, bytes, isCopy ? nullptr : release,
@@ -317,7 +307,7 @@ constexpr tqhook::HookTable kHooks{
         if (operation != nullptr && record != nullptr) {
             const NativeStream::Use use(stream);
             record->corked(use ? use.operator->() : nullptr, isCorked != 0,
-                           PulseLibrary::of(addressOf(original)).underflow(stream));
+                           libraryOf<PulseLibrary>(original).underflow(stream));
         }
         return operation;
     }),
@@ -325,7 +315,7 @@ constexpr tqhook::HookTable kHooks{
                                       pa_stream_success_cb_t callback, void* context) {
         pa_operation* const operation = original(stream, callback, context);
         if (operation != nullptr) {
-            const std::int64_t underflow = PulseLibrary::of(addressOf(original)).underflow(stream);
+            const std::int64_t underflow = libraryOf<PulseLibrary>(original).underflow(stream);
             with(stream,
                  [&](PulseStream& record, NativeStream& use) { record.flushed(use, underflow); });
         }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
 #include "bridges/sdl/SdlDevices.h"
 #include "bridges/sdl/SdlLibrary.h"
@@ -25,19 +26,8 @@ namespace {
 constexpr SDL_AudioDeviceID kFirstDevice = 1;
 
 template <class Original>
-const void* addressOf(Original* original) {
-    return reinterpret_cast<const void*>(original);
-}
-
-/// Devices of the copy of SDL that a call goes to.
-template <class Original>
-const SdlLibrary& libraryOf(Original* original) {
-    return SdlLibrary::of(addressOf(original));
-}
-
-template <class Original>
 SdlDevice* deviceOf(Original* original, SDL_AudioDeviceID id) {
-    return SdlDevices::shared().find(libraryOf(original), id);
+    return SdlDevices::shared().find(libraryOf<SdlLibrary>(original), id);
 }
 
 /// The same, where it keeps its sound with us and not with SDL.
@@ -72,7 +62,7 @@ Word wordOf(const SDL_AudioSpec* spec) {
 }
 
 Word replacedOpenDevice(Word name, Word isCapture, Word desired, Word obtained, Word changes) {
-    const SdlLibrary& library = libraryOf(originalOpenDevice);
+    const SdlLibrary& library = libraryOf<SdlLibrary>(originalOpenDevice);
     const auto* const wanted = reinterpret_cast<const SDL_AudioSpec*>(desired);
     const bool isPlaying = library.hasCallbacks() && static_cast<int>(isCapture) == 0;
     SdlDevice* const device = isPlaying ? deviceToOpen(library, wanted) : nullptr;
@@ -107,7 +97,7 @@ template <auto* kFunction>
 constexpr auto hookOfEnd() {
     return tqhook::hook<kFunction>([](auto* original, auto... arguments) {
         original(arguments...);
-        if (const SdlLibrary& library = libraryOf(original); library.driver().empty()) {
+        if (const SdlLibrary& library = libraryOf<SdlLibrary>(original); library.driver().empty()) {
             SdlDevices::shared().closeAll(library);
         }
     });
@@ -116,7 +106,7 @@ constexpr auto hookOfEnd() {
 constexpr tqhook::HookTable kHooks{
     tqhook::hook<&SDL_OpenAudio>(
         [](auto* original, SDL_AudioSpec* desired, SDL_AudioSpec* obtained) {
-            const SdlLibrary& library = libraryOf(original);
+            const SdlLibrary& library = libraryOf<SdlLibrary>(original);
             SdlDevice* const device = deviceToOpen(library, desired);
             if (device == nullptr) {
                 return original(desired, obtained);
@@ -163,16 +153,16 @@ constexpr tqhook::HookTable kHooks{
     }),
     tqhook::hook<&SDL_CloseAudioDevice>([](auto* original, SDL_AudioDeviceID id) {
         original(id);
-        SdlDevices::shared().close(libraryOf(original), id);
+        SdlDevices::shared().close(libraryOf<SdlLibrary>(original), id);
     }),
     tqhook::hook<&SDL_CloseAudio>([](auto* original) {
         original();
-        SdlDevices::shared().close(libraryOf(original), kFirstDevice);
+        SdlDevices::shared().close(libraryOf<SdlLibrary>(original), kFirstDevice);
     }),
     tqhook::hook<&SDL_AudioInit>([](auto* original, const char* driver) {
         // With another driver, or the same once more, no device stays open.
         const int result = original(driver);
-        SdlDevices::shared().closeAll(libraryOf(original));
+        SdlDevices::shared().closeAll(libraryOf<SdlLibrary>(original));
         return result;
     }),
     hookOfEnd<&SDL_AudioQuit>(),
