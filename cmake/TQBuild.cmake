@@ -21,14 +21,15 @@ target_compile_options(tq_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow
 option(TQ_UNITY_TESTS "Compile the sources of a test program together" ON)
 # tq_test(NAME SOURCES a.cpp ... LIBS lib ... [APART c.cpp ...] [ENVIRONMENT A=b ...]
 # [PROPERTIES ...]): a GoogleTest program whose cases each run in a process of their own, so that
-# singletons start fresh. Every test runs on the manual device (no thread, no clock, no sound server)
-# with the flag files of the crash guard in the build folder; ENVIRONMENT adds to that or overrides it.
+# singletons start fresh, also when it is run whole by hand. Every test runs on the manual device (no
+# thread, no clock, no sound server) with the flag files of the crash guard in the build folder;
+# ENVIRONMENT adds to that or overrides it.
 # Sources that are APART have names that others of the program have too, so they are compiled alone.
 function(tq_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;APART;LIBS;ENVIRONMENT;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES} ${ARG_APART})
-    target_link_libraries(${name} PRIVATE tq_warnings tq_common ${ARG_LIBS} tq_test_helpers GTest::gmock
-                                          GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE tq_warnings tq_common ${ARG_LIBS} tq_test_main tq_test_helpers
+                                          GTest::gmock GTest::gtest)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     # The speed of the tests' own code does not matter, that of compiling so much of it does.
     target_compile_options(${name} PRIVATE -O0 -g1)

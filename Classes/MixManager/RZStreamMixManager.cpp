@@ -227,7 +227,9 @@ void RZStreamMixManager::setUnitMap(const std::map<std::string, UnitObject>& uni
     std::vector<Entry> entries;
     entries.reserve(units.size());
     for (const auto& [key, obj] : units) {
-        entries.push_back({key, obj->inUnit(), obj});
+        if (obj) {
+            entries.push_back({key, obj->inUnit(), obj});
+        }
     }
     const TQAudioRecordLock guard(mapLock_);
     unitMap_.swap(entries);

@@ -246,6 +246,12 @@ TEST_F(RZStreamMixManagerRegistryTest, AsAMapItIsACopyByKey) {
     EXPECT_EQ(first, manager.findAudioUnitObj(unit(3)));
 }
 
+TEST_F(RZStreamMixManagerRegistryTest, AMapWithoutObjectsIsAnEmptyRegistry) {
+    add(1);
+    manager.setUnitMap({{RZStreamMixManager::getKey(unit(3)), nullptr}});
+    EXPECT_THAT(manager.getUnitObjListWithCopy(), IsEmpty());
+}
+
 TEST_F(RZStreamMixManagerRegistryTest, LocksAreTheOnesThatAreSet) {
     const auto lock = std::make_shared<NSRecursiveLock>();
     manager.setOperatorLock(lock);

@@ -70,6 +70,8 @@ TEST_F(RenderCallbacks, AFormatThatCannotBeProcessedIsReportedOnce) {
     EXPECT_THAT(
         logs->linesOf(kProcess),
         testing::ElementsAre(IsLogLine("Classes/RZReplayAudioUnitObject", kProcess, 4, text)));
+    const RZReplayVolumeDuckingParam off(NO);
+    EXPECT_EQ(controller.enableDucking(&off), 0);
 }
 
 TEST_F(RenderCallbacks, AFormatThatNobodyWantsProcessedIsNotReported) {

@@ -246,6 +246,7 @@ TEST(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
     player.pump(320, 200);
     EXPECT_EQ(changes, 1);
     EXPECT_NEAR(amplitude(player.left, 1000, 32000, 32000), 0.5, 0.001);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr) << "as the next test expects it";
 }
 
 }  // namespace

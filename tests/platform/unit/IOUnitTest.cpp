@@ -102,10 +102,14 @@ TEST_F(PlayingUnit, SampleTimeCanFollowTheDevice) {
     };
     EXPECT_EQ(get<UInt32>(unit, kAudioOutputUnitProperty_StartTimestampsAtZero, 0, 0), 1U);
     ASSERT_EQ(set(unit, kAudioOutputUnitProperty_StartTimestampsAtZero, 0, 0, UInt32{0}), noErr);
-    player.pump(100, 3);
     play();
     player.pump(100);
-    EXPECT_EQ(first, 300);
+    const Float64 before = first;
+    ASSERT_EQ(AudioOutputUnitStop(unit), noErr);
+    player.pump(100, 3);
+    ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
+    player.pump(100);
+    EXPECT_EQ(first, before + 400);
 }
 
 TEST_F(PlayingUnit, WithoutSourcePlaysSilence) {
