@@ -1,5 +1,7 @@
 #include "RZStreamCollectManager.h"
 
+#include <audio_hook_config.h>
+
 #include <algorithm>
 #include <mutex>
 
@@ -192,6 +194,8 @@ void RZStreamCollectManager::onAudioReceivePostPCM(AudioBufferList* pcm,
 void RZStreamCollectManager::onAudioRecordEvent(std::uint64_t category, std::uint64_t code,
                                                 const std::string& message) {
     constexpr RZLogSite site(kFile, "-[RZStreamCollectManager onAudioRecordEvent:code:message:]");
+    // Also on the recorder's own thread: a listener that dies here would die at every launch.
+    const korva_audio_utils::AudioHookRoadGuard road;
     deliver(Method::onAudioRecordEvent, site, [&](RZReplayAudioRecorderDelegate& listener) {
         if (listener.respondsTo(ListenerMethod::onAudioRecordEvent)) {
             listener.onAudioRecordEvent(category, code, message);

@@ -299,7 +299,9 @@ void StreamLife::run() {
         const timespec then = inMilliseconds(kLookMilliseconds);
         while (sem_timedwait(&work_, &then) != 0 && errno == EINTR) {
         }
-        const std::scoped_lock guard(lock_);
+        const std::scoped_lock lock(lock_);
+        // Listeners are told in there. One that dies is to die twice at most, whoever calls it.
+        const GuardScope inside;
         look();
     }
 }

@@ -97,7 +97,7 @@ TEST_F(Endings, ADeathOfEitherOfTwoInstancesIsOne) {
 }
 
 TEST_F(Endings, AListenerThatDiesInDeliveryKillsTwoLaunchesAtMost) {
-    for (const char* const where : {"mix", "track"}) {
+    for (const char* const where : {"mix", "track", "event"}) {
         arm();
         tqtest::ProgramSetup setup = hooked("play");
         setup.environment["LD_PRELOAD"] += std::string(":") + TQ_FAULT_LISTENER;

@@ -1,5 +1,5 @@
 // Preloaded into the player beside the capture library: listens, and dies without warning in the
-// delivery that TQ_TEST_DEADLY names, "mix" or "track".
+// delivery that TQ_TEST_DEADLY names, "mix", "track" or "event".
 
 #include <TQAudioRecord/tq_capture.h>
 
@@ -18,7 +18,16 @@ void die(void* /*context*/, const tq_block* /*block*/) {
     static tq_listening* listening = nullptr;
     tq_listener listener{};
     listener.size = sizeof listener;
-    (where != nullptr && std::string(where) == "mix" ? listener.on_mix : listener.on_track) = die;
+    if (const std::string name = where == nullptr ? "" : where; name == "event") {
+        // Of what goes well. That the hooks stay out is an event too.
+        listener.on_event = [](void*, const tq_event* event) {
+            if (event->code == 0) {
+                std::raise(SIGKILL);
+            }
+        };
+    } else {
+        (name == "mix" ? listener.on_mix : listener.on_track) = die;
+    }
     if (tq_capture_listen(&listener, &listening) == TQ_OK) {
         tq_capture_settle();
     }

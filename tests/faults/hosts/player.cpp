@@ -10,7 +10,6 @@
 
 #include <AudioToolbox/AudioToolbox.h>
 #include <TQPlatform/ManualDevice.h>
-#include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +21,8 @@
 #include <functional>
 #include <string>
 #include <thread>
+
+#include "HookState.h"
 
 namespace {
 
@@ -110,23 +111,12 @@ void end(const std::string& how, char** argv) {
     std::abort();
 }
 
-/// Asks the capture library by its symbols, if it is in the process: a host has no headers of it.
-const char* hooks() {
-    void* const shared = dlsym(RTLD_DEFAULT, "_ZN22RZStreamCollectManager13sharedManagerEv");
-    void* const started = dlsym(RTLD_DEFAULT, "_ZNK22RZStreamCollectManager13isHookStartedEv");
-    if (shared == nullptr || started == nullptr) {
-        return "absent";
-    }
-    const void* const manager = reinterpret_cast<void* (*)()>(shared)();
-    return reinterpret_cast<bool (*)(const void*)>(started)(manager) ? "started" : "out";
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "play";
     const std::string with = what.substr(what.find(':') + 1);
-    std::printf("hooks=%s\n", hooks());
+    std::printf("hooks=%s\n", hookState());
     std::fflush(stdout);
     Tone tone;
     if (what.starts_with("wait:")) {

@@ -1,0 +1,60 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "FaultLaunches.h"
+
+// The guard of a program that plays natively: what runs in its calls, in its streams' units and in
+// listeners of its streams is ours.
+
+namespace {
+
+class BridgeGuard : public FaultLaunches {
+  protected:
+    [[nodiscard]] tqtest::ProgramEnd play(const std::string& deadly,
+                                          const std::string& device = "null",
+                                          const std::string& what = "play") const {
+        tqtest::ProgramSetup setup = hooked(what);
+        setup.environment["TQ_AUDIO_DEVICE"] = device;
+        setup.environment["LD_PRELOAD"] = std::string(TQ_FAULT_BRIDGE) + ":" + TQ_CAPTURE_LIBRARY;
+        setup.environment["TQ_TEST_DEADLY"] = deadly;
+        return tqtest::runProgram(setup);
+    }
+    static void expectPlayed(const tqtest::ProgramEnd& run, const std::string& hooks) {
+        EXPECT_EQ(run.code, 0) << "signal " << run.signal << "\n" << run.text();
+        EXPECT_EQ(run["hooks"], hooks) << run.text();
+        EXPECT_EQ(run["played"], "50") << run.text();
+    }
+};
+
+class DeadlyBridge : public BridgeGuard, public testing::WithParamInterface<const char*> {};
+
+TEST_P(DeadlyBridge, KillsTwoLaunchesAtMost) {
+    arm();
+    for (int i = 0; i < 2; ++i) {
+        const tqtest::ProgramEnd run = play(GetParam());
+        EXPECT_EQ(run.signal, SIGKILL) << run.text();
+        EXPECT_EQ(run["hooks"], "started") << run.text();
+    }
+    for (int i = 0; i < 2; ++i) {
+        expectPlayed(play(GetParam()), "out");
+    }
+    EXPECT_EQ(retries(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Places, DeadlyBridge, testing::Values("write", "stream", "track"),
+                         [](const auto& one) { return std::string(one.param); });
+
+TEST_F(BridgeGuard, AProgramThatDiesElsewhereWhileItPlaysSpendsNothing) {
+    arm();
+    for (int i = 0; i < 3; ++i) {
+        // Without a clock no block is under way at the moment of the death.
+        const tqtest::ProgramEnd run = play("", "manual", "kill");
+        EXPECT_EQ(run.signal, SIGKILL) << run.text();
+        EXPECT_EQ(run["dying"], "26") << run.text();
+        expectPlayed(play(""), "started");
+    }
+    EXPECT_EQ(retries(), 2U);
+}
+
+}  // namespace
