@@ -32,6 +32,7 @@ int armAndRestart(char** argv) {
         return 2;
     }
     setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+    setenv("TQ_AUDIO_DEVICE", "manual", 0);
     setenv(kArmed, folder.c_str(), 1);
     // The library looked into another folder when it loaded, so it loads anew before it arms.
     execv("/proc/self/exe", argv);

@@ -7,17 +7,26 @@ namespace {
 
 constexpr long kMemory = 200'000;  // kilobytes
 constexpr std::uintmax_t kMiB = std::uintmax_t{1} << 20U;
+constexpr double kSoon = 0.2;
 
-/// From the request to the end of the recorder, which gives the host time to end as well.
-double secondsToEnd(Program& program, ProgramEnd& end) {
-    const auto begin = std::chrono::steady_clock::now();
-    program.signal(SIGTERM);
-    end = program.wait();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+/// The shortest time from the request to the end of the recorder, in seconds, of as many tries as
+/// it takes: other programs of a busy machine make a try longer, never shorter. `untilRequest`
+/// starts the recorder and answers it when it is to be ended.
+template <class UntilRequest, class Check>
+double shortestEnd(const UntilRequest& untilRequest, const Check& check) {
+    constexpr int kTries = 12;
+    double shortest = 1e9;
+    for (int i = 0; i < kTries && shortest >= kSoon; ++i) {
+        const std::unique_ptr<Program> program = untilRequest();
+        const auto begin = std::chrono::steady_clock::now();
+        program->signal(SIGTERM);
+        const ProgramEnd end = program->wait();
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+        check(end);
+        shortest = std::min(shortest, took.count());
+    }
+    return shortest;
 }
-
-/// Within a load of twenty programs.
-constexpr double kSoon = 5;
 
 class HostileMemoryTest : public HostileHostTest,
                           public testing::WithParamInterface<std::string> {};
@@ -26,19 +35,23 @@ TEST_P(HostileMemoryTest, ClaimsCostNoMemoryNoFileAndNoHearing) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "this build keeps records of all memory that is touched";
 #endif
-    Program program(setup({"-o", output()}, GetParam()));
-    long most = 0;
-    ASSERT_TRUE(eventually([&] { return !program.children().empty(); }));
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
-    while (std::chrono::steady_clock::now() < end) {
-        most = std::max(most, mostMemoryOf(program.pid()));
-        std::this_thread::sleep_for(std::chrono::milliseconds{20});
-    }
-    ProgramEnd last;
-    EXPECT_LT(secondsToEnd(program, last), kSoon);
-    EXPECT_LT(most, kMemory);
-    EXPECT_LT(bytesIn(folder_.path()), kMiB);
-    EXPECT_THAT(last.errors, testing::AnyOf(HasSubstr("makes no sense"), HasSubstr("corrupt")));
+    const auto watched = [&] {
+        auto program = std::make_unique<Program>(setup({"-o", output()}, GetParam()));
+        EXPECT_TRUE(eventually([&] { return !program->children().empty(); }));
+        long most = 0;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
+        while (std::chrono::steady_clock::now() < end) {
+            most = std::max(most, mostMemoryOf(program->pid()));
+            std::this_thread::sleep_for(std::chrono::milliseconds{20});
+        }
+        EXPECT_LT(most, kMemory);
+        return program;
+    };
+    const double took = shortestEnd(watched, [&](const ProgramEnd& end) {
+        EXPECT_LT(bytesIn(folder_.path()), kMiB);
+        EXPECT_THAT(end.errors, testing::AnyOf(HasSubstr("makes no sense"), HasSubstr("corrupt")));
+    });
+    EXPECT_LT(took, kSoon);
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, HostileMemoryTest, testing::Values("huge-memory", "huge-record"),
@@ -56,15 +69,20 @@ TEST_F(HostileHostTest, ABlockStampedADayAheadIsNoDayOfSilence) {
 }
 
 TEST_F(HostileHostTest, SilenceThatIsStillWrittenHearsTheRequestToEnd) {
-    // Opus takes seconds for the ten minutes that a host may jump.
-    Program program(setup({"-o", folder_.file("out.opus")}, "jump", "590"));
-    ASSERT_TRUE(eventually([&] {
-        std::error_code error;
-        return std::filesystem::file_size(folder_.file("out.opus"), error) > 40'000 && !error;
-    }));
-    ProgramEnd end;
-    EXPECT_LT(secondsToEnd(program, end), kSoon);
-    EXPECT_TRUE(RecordedFile(folder_.file("out.opus")).opened);
+    const std::string file = folder_.file("out.opus");
+    const auto inSilence = [&] {
+        std::filesystem::remove(file);
+        // Opus takes seconds for the ten minutes that a host may jump.
+        auto program = std::make_unique<Program>(setup({"-o", file}, "jump", "590"));
+        EXPECT_TRUE(eventually([&] {
+            std::error_code error;
+            return std::filesystem::file_size(file, error) > 40'000 && !error;
+        }));
+        return program;
+    };
+    const double took =
+        shortestEnd(inSilence, [&](const ProgramEnd&) { EXPECT_TRUE(RecordedFile(file).opened); });
+    EXPECT_LT(took, kSoon);
 }
 
 TEST_F(HostileHostTest, ConnectionsThatSayNothingLockNobodyOut) {
