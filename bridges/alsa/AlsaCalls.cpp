@@ -6,15 +6,19 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "bridges/alsa/AlsaAreas.h"
 #include "bridges/alsa/AlsaFormat.h"
+#include "bridges/alsa/AlsaLibrary.h"
+#include "bridges/alsa/AlsaLinks.h"
 #include "bridges/core/CallDepth.h"
-#include "bridges/core/LibraryOf.h"
+#include "bridges/core/GuardScope.h"
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/NativeStream.h"
 #include "bridges/core/Planar.h"
+#include "bridges/core/WithoutThrowing.h"
 #include "hook/Hook.h"
 
 namespace tq::bridges {
@@ -24,37 +28,6 @@ using Memory = NativeStream::Memory;
 
 /// Of what is served.
 constexpr std::size_t kMostChannels = 8;
-
-/// What is asked of the program's own copy of the library.
-struct AlsaLibrary {
-    decltype(&snd_pcm_stream) stream;
-    decltype(&snd_pcm_name) name;
-    decltype(&snd_pcm_hw_params_get_format) format;
-    decltype(&snd_pcm_hw_params_get_channels) channels;
-    decltype(&snd_pcm_hw_params_get_rate) rate;
-    decltype(&snd_pcm_get_chmap) map;  ///< may be missing
-
-    explicit AlsaLibrary(const void* known)
-        : stream(functionBeside<decltype(snd_pcm_stream)>(known, "snd_pcm_stream")),
-          name(functionBeside<decltype(snd_pcm_name)>(known, "snd_pcm_name")),
-          format(functionBeside<decltype(snd_pcm_hw_params_get_format)>(
-              known, "snd_pcm_hw_params_get_format")),
-          channels(functionBeside<decltype(snd_pcm_hw_params_get_channels)>(
-              known, "snd_pcm_hw_params_get_channels")),
-          rate(functionBeside<decltype(snd_pcm_hw_params_get_rate)>(known,
-                                                                    "snd_pcm_hw_params_get_rate")),
-          map(functionBeside<decltype(snd_pcm_get_chmap)>(known, "snd_pcm_get_chmap")) {}
-
-    [[nodiscard]] bool isComplete() const {
-        return stream != nullptr && name != nullptr && format != nullptr && channels != nullptr &&
-               rate != nullptr;
-    }
-    /// Of the copy that the first call went to.
-    static const AlsaLibrary& of(const void* known) {
-        static const AlsaLibrary library(known);
-        return library;
-    }
-};
 
 /// What the device says of its channels, or ALSA's own order.
 Speakers speakersOf(const AlsaLibrary& alsa, snd_pcm_t* pcm, unsigned channels) {
@@ -143,18 +116,75 @@ constexpr auto hookOfPlanes() {
         });
 }
 
-/// A function that has done what it says when its result is not negative.
+/// A function that moves the place where the program writes by as many frames as its result says.
+template <auto* kFunction, class Then>
+constexpr auto hookOfMove(Then /*then*/) {
+    return tqhook::hook<kFunction>([](auto* original, snd_pcm_t* pcm, snd_pcm_uframes_t frames) {
+        const CallDepth depth;
+        const snd_pcm_sframes_t result = original(pcm, frames);
+        if (const NativeStream::Use stream(depth.isOutermost() && result > 0 ? pcm : nullptr);
+            stream) {
+            Then{}(*stream.operator->(), static_cast<std::size_t>(result));
+        }
+        return result;
+    });
+}
+
+/// What becomes of a pcm and of all that the program has linked with it.
+template <class Work>
+void withLinked(const void* pcm, Work work) {
+    AlsaLinks::shared().forAll(pcm, [&](const void* each) {
+        if (const NativeStream::Use stream(each); stream) {
+            work(*stream.operator->());
+        }
+    });
+}
+
+/// A function that has done what it says, to all linked pcms, when its result is not negative.
 template <auto* kFunction, class Then>
 constexpr auto hookOfControl(Then /*then*/) {
     return tqhook::hook<kFunction>([](auto* original, snd_pcm_t* pcm, auto... arguments) {
         const CallDepth depth;
-        const auto result = original(pcm, arguments...);
-        const NativeStream::Use stream(depth.isOutermost() && result >= 0 ? pcm : nullptr);
-        if (stream) {
-            Then{}(*stream.operator->(), result, arguments...);
+        const int result = original(pcm, arguments...);
+        if (depth.isOutermost() && result >= 0) {
+            withLinked(pcm, [&](NativeStream& stream) { Then{}(stream, arguments...); });
         }
         return result;
     });
+}
+
+/// What the pcm was doing before a call that throws away what it has not played; empty where there
+/// is nothing to throw away.
+template <class Original>
+std::optional<snd_pcm_state_t> stateBefore(Original* original, snd_pcm_t* pcm, bool isOutermost) {
+    const NativeStream::Use stream(isOutermost ? pcm : nullptr);
+    if (!stream || stream->waiting() == 0) {
+        return std::nullopt;
+    }
+    return libraryOf<AlsaLibrary>(original).state(pcm);
+}
+
+/// The program says itself what the channels are for.
+void followMap(const AlsaLibrary& alsa, snd_pcm_t* pcm, const snd_pcm_chmap_t& map) {
+    NativeFormat format;
+    {
+        const NativeStream::Use stream(pcm);
+        if (!stream || map.channels != stream->format().channels) {
+            return;
+        }
+        format = stream->format();
+    }
+    const Speakers before = format.speakers;
+    format.speakers = alsaSpeakers({map.pos, map.channels});
+    if (format.speakers != Speakers{} && format.speakers != before) {
+        NativeStream::open(pcm, format, "alsa", alsa.name(pcm));
+    }
+}
+
+/// Without memory the pcms are followed one by one.
+void noteLink(snd_pcm_t* pcm, snd_pcm_t* other) {
+    const GuardScope guard;
+    withoutThrowing([&] { AlsaLinks::shared().link(pcm, other); });
 }
 
 snd_pcm_sframes_t commit(decltype(&snd_pcm_mmap_commit) original, NativeStream& stream,
@@ -226,27 +256,81 @@ constexpr tqhook::HookTable kHooks{
             return stream ? commit(original, *stream.operator->(), pcm, offset, frames)
                           : original(pcm, offset, frames);
         }),
-    hookOfControl<&snd_pcm_rewind>([](NativeStream& stream, snd_pcm_sframes_t result, auto...) {
-        stream.takenBack(static_cast<std::size_t>(result));
-    }),
+    hookOfMove<&snd_pcm_rewind>(
+        [](NativeStream& stream, std::size_t frames) { stream.takenBack(frames); }),
+    hookOfMove<&snd_pcm_forward>(
+        [](NativeStream& stream, std::size_t frames) { stream.skipped(frames); }),
     hookOfControl<&snd_pcm_pause>(
-        [](NativeStream& stream, int, int isPaused) { stream.frozen(isPaused != 0); }),
-    hookOfControl<&snd_pcm_resume>([](NativeStream& stream, int) { stream.frozen(false); }),
-    hookOfControl<&snd_pcm_reset>([](NativeStream& stream, int) { stream.flushed(); }),
-    hookOfControl<&snd_pcm_drop>([](NativeStream& stream, int) {
-        stream.flushed();
-        stream.frozen(false);
+        [](NativeStream& stream, int isPaused) { stream.frozen(isPaused != 0); }),
+    hookOfControl<&snd_pcm_resume>([](NativeStream& stream) { stream.frozen(false); }),
+    hookOfControl<&snd_pcm_reset>([](NativeStream& stream) { stream.flushed(); }),
+    hookOfControl<&snd_pcm_recover>([](NativeStream& stream, auto...) { stream.frozen(false); }),
+    tqhook::hook<&snd_pcm_drop>([](auto* original, snd_pcm_t* pcm) {
+        const CallDepth depth;
+        const auto before = stateBefore(original, pcm, depth.isOutermost());
+        const int result = original(pcm);
+        if (result >= 0 && depth.isOutermost()) {
+            // Run dry or drained, it has played all: what waits is what the unit is behind.
+            const bool isPlayed = before == SND_PCM_STATE_XRUN || before == SND_PCM_STATE_SETUP;
+            withLinked(pcm, [&](NativeStream& stream) {
+                isPlayed ? stream.drained() : stream.flushed();
+                stream.frozen(false);
+            });
+        }
+        return result;
     }),
-    hookOfControl<&snd_pcm_prepare>([](NativeStream& stream, int) { stream.frozen(false); }),
+    tqhook::hook<&snd_pcm_prepare>([](auto* original, snd_pcm_t* pcm) {
+        const CallDepth depth;
+        const auto before = stateBefore(original, pcm, depth.isOutermost());
+        const int result = original(pcm);
+        if (result >= 0 && depth.isOutermost()) {
+            // What was written and never started is gone.
+            const bool isLost = before == SND_PCM_STATE_PREPARED;
+            withLinked(pcm, [&](NativeStream& stream) {
+                if (isLost) {
+                    stream.flushed();
+                }
+                stream.frozen(false);
+            });
+        }
+        return result;
+    }),
     tqhook::hook<&snd_pcm_drain>([](auto* original, snd_pcm_t* pcm) {
         const CallDepth depth;
-        if (const NativeStream::Use stream(depth.isOutermost() ? pcm : nullptr); stream) {
+        if (depth.isOutermost()) {
             // Before it waits. ALSA ends a pause to play out what is there.
-            stream->frozen(false);
-            stream->drained();
+            withLinked(pcm, [](NativeStream& stream) {
+                stream.frozen(false);
+                stream.drained();
+            });
         }
         return original(pcm);
     }),
+    tqhook::hook<&snd_pcm_link>([](auto* original, snd_pcm_t* pcm, snd_pcm_t* other) {
+        const CallDepth depth;
+        const int result = original(pcm, other);
+        if (result >= 0 && depth.isOutermost()) {
+            noteLink(pcm, other);
+        }
+        return result;
+    }),
+    tqhook::hook<&snd_pcm_unlink>([](auto* original, snd_pcm_t* pcm) {
+        const CallDepth depth;
+        const int result = original(pcm);
+        if (result >= 0 && depth.isOutermost()) {
+            AlsaLinks::shared().unlink(pcm);
+        }
+        return result;
+    }),
+    tqhook::hook<&snd_pcm_set_chmap>(
+        [](auto* original, snd_pcm_t* pcm, const snd_pcm_chmap_t* map) {
+            const CallDepth depth;
+            const int result = original(pcm, map);
+            if (result >= 0 && depth.isOutermost() && map != nullptr) {
+                followMap(libraryOf<AlsaLibrary>(original), pcm, *map);
+            }
+            return result;
+        }),
     tqhook::hook<&snd_pcm_hw_free>([](auto* original, snd_pcm_t* pcm) {
         NativeStream::close(pcm);
         return original(pcm);
@@ -254,6 +338,7 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&snd_pcm_close>([](auto* original, snd_pcm_t* pcm) {
         // Before the handle can come back.
         NativeStream::close(pcm);
+        AlsaLinks::shared().unlink(pcm);
         return original(pcm);
     }),
 };

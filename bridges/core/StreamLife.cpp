@@ -157,7 +157,12 @@ StreamLife::StreamLife() {
 void StreamLife::open(const void* key, const NativeFormat& format, std::string_view api,
                       std::string_view own) {
     const std::scoped_lock guard(lock_);
+    NativeStream* const old = table_.find(key);
     closeLocked(key);
+    if (old != nullptr && !old->hasSound_) {
+        // It has played nothing, so this one goes on with its name and its unit.
+        endStream(*old);
+    }
     if (isFinished_) {
         return;
     }

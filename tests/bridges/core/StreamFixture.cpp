@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <stdexcept>
 #include <thread>
 
@@ -86,6 +87,10 @@ void NativeStreams::hear(void* fixture, const tq_block* block) {
     auto& self = *static_cast<NativeStreams*>(fixture);
     const std::scoped_lock guard(self.lock_);
     HeardTrack& track = self.tracks_[block->name];
+    if (std::memcmp(&track.format, &block->format, sizeof track.format) != 0) {
+        // The end of a stream that had the same name.
+        track.bytes.clear();
+    }
     track.format = block->format;
     const tq_buffer& buffer = block->buffers[0];
     if (buffer.data == nullptr) {
@@ -155,6 +160,37 @@ void NativeStreams::playOut(const std::string& name) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     throw std::runtime_error(name + " does not end");
+}
+
+std::string NativeStreams::playing() const {
+    const std::scoped_lock guard(lock_);
+    std::map<std::string, bool> isOpen;
+    for (const auto& [name, report] : reports_) {
+        // The others have nothing to play and are never closed.
+        const bool canPlay =
+            report.fate == TQ_STREAM_RECORDED || report.fate == TQ_STREAM_NO_UNIT_FREE;
+        isOpen[name] = canPlay && report.is_closed == 0;
+    }
+    std::string names;
+    for (const auto& [name, is] : isOpen) {
+        names += is ? name + "; " : "";
+    }
+    return names;
+}
+
+void NativeStreams::playOutAll(const std::string& api) {
+    // A stream that cannot be served is named at once, and with the first number that is free.
+    const std::string wanted = api + "-1 what is free";
+    for (int i = 0; i < 5000; ++i) {
+        const std::size_t before = reports(wanted).size();
+        NativeStream::open(this, {}, api, "what is free");
+        if (playing().empty() && reports(wanted).size() != before) {
+            return;
+        }
+        pump();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    throw std::runtime_error("streams of " + api + " do not end: " + playing());
 }
 
 Sound NativeStreams::track(const std::string& name, const SoundFormat& format) const {

@@ -68,6 +68,9 @@ class NativeStreams : public CapturePath {
     void awaitReports(const std::string& ending, bool areClosed, std::size_t count) const;
     /// Pumps until it was said that the stream is closed: what it had is played.
     void playOut(const std::string& name);
+    /// Pumps until no stream of the interface is left, whatever its name, so that the next one is
+    /// the first. They are closed.
+    void playOutAll(const std::string& api);
     [[nodiscard]] std::vector<tq_stream> reports(const std::string& name) const;
     /// As 16-bit sound at that rate, or as what is given.
     [[nodiscard]] tqtest::Sound track(const std::string& name,
@@ -83,6 +86,7 @@ class NativeStreams : public CapturePath {
 
   private:
     static void hear(void* fixture, const tq_block* block);
+    [[nodiscard]] std::string playing() const;
     static void learn(void* fixture, const tq_stream* stream);
 
     mutable std::mutex lock_;

@@ -101,6 +101,18 @@ TEST_F(StreamLifeTest, FiftyShortStreamsOverMusicAreWholeAndTheMusicIsNotInterru
     }
 }
 
+TEST_F(StreamLifeTest, AStreamThatIsOpenedAnewBeforeItsFirstFrameKeepsItsName) {
+    MadeUpPcm pcm({.rate = 44100}, "music");
+    pcm.open("music");
+    pcm.open("music");
+    const Sound noise = markedNoise({.rate = 44100}, 9600);
+    pcm.write(noise);
+    awaitReport("madeup-1 music");
+    pcm.close();
+    playOut("madeup-1 music");
+    EXPECT_EQ(differences(noise, track("madeup-1 music", noise.format).trimmed()), kNothing);
+}
+
 TEST_F(StreamLifeTest, OfTenStreamsSevenAreRecordedAndOneMoreWhenOneOfThemEnds) {
     std::vector<std::unique_ptr<MadeUpPcm>> streams;
     for (unsigned i = 0; i < 10; ++i) {

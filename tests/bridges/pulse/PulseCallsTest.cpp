@@ -1,31 +1,22 @@
 #include <array>
 #include <memory>
 
-#include "bridges/core/NativeApi.h"
-#include "bridges/core/StreamFixture.h"
+#include "bridges/core/NativeCalls.h"
 #include "bridges/pulse/FakePulse.h"
-#include "support/sound/Comparison.h"
 
 // Calls of a program into a made-up libpulse, with the whole library behind them.
 
 namespace bridgetests {
 namespace {
 
-using tqtest::differences;
-using tqtest::markedNoise;
-using tqtest::Sound;
-using tqtest::SoundFormat;
-
-constexpr const char* kName = "pulse-1 game: music";
 constexpr std::size_t kFrameBytes = 4;
 
 /// A program with one stream of 48 kHz, 16 bits, stereo.
-class PulseCalls : public NativeStreams {
+class PulseCalls : public NativeCalls {
   protected:
+    PulseCalls() : NativeCalls(tq::bridges::pulseApi(), "pulse-1 game: music") {}
     void SetUp() override {
-        NativeStreams::SetUp();
-        static const auto rows = tq::bridges::pulseApi().rebindings;
-        ASSERT_EQ(tqhook_rebind(rows.data(), rows.size(), nullptr), 0);
+        NativeCalls::SetUp();
         context = pa_context_new(nullptr, "game");
         stream = make("music");
     }
@@ -33,12 +24,7 @@ class PulseCalls : public NativeStreams {
         pa_stream_disconnect(stream.get());
         pa_stream_unref(stream.get());
         pa_context_unref(context);
-        // What is left would keep its name and its unit from the next test.
-        const auto all = reports(kName);
-        if (!all.empty() && all.back().fate == TQ_STREAM_RECORDED) {
-            playOut(kName);
-        }
-        NativeStreams::TearDown();
+        NativeCalls::TearDown();
     }
 
     [[nodiscard]] std::unique_ptr<pa_stream> make(const char* name) const {
@@ -62,9 +48,14 @@ class PulseCalls : public NativeStreams {
     }
     void end() {
         pa_stream_disconnect(stream.get());
-        playOut(kName);
+        playOut(firstName());
     }
-    [[nodiscard]] Sound heard() const { return track(kName).trimmed(); }
+    /// The noise is written; it plays and is on the track, alone and whole.
+    void endsWithTheNoise() {
+        playOn();
+        end();
+        expectHeard(noise);
+    }
 
     const Sound noise = markedNoise({}, 24000);
     pa_context* context = nullptr;
@@ -76,10 +67,7 @@ TEST_F(PulseCalls, WhatIsWrittenIsPassedOnAsItIsAndOnTheTrack) {
     write(noise.part(0, 10000));
     EXPECT_EQ(stream->taken, noise.part(0, 10000).bytes);
     write(noise.part(10000, 14000));
-    awaitReport(kName);
-    pump(60);
-    end();
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    endsWithTheNoise();
     EXPECT_EQ(stream->taken, noise.bytes);
 }
 
@@ -89,10 +77,7 @@ TEST_F(PulseCalls, AStreamThatNobodyAskedForItsStateIsOpenedByItsFirstWrite) {
               0);
     stream->state = PA_STREAM_READY;
     write(noise);
-    awaitReport(kName);
-    pump(60);
-    end();
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    endsWithTheNoise();
 }
 
 TEST_F(PulseCalls, AWriteThatFailsIsNotOnTheTrack) {
@@ -103,10 +88,7 @@ TEST_F(PulseCalls, AWriteThatFailsIsNotOnTheTrack) {
               -PA_ERR_INVALID);
     stream->answer = 0;
     write(noise.part(12000, 12000));
-    awaitReport(kName);
-    pump(60);
-    end();
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    endsWithTheNoise();
 }
 
 TEST_F(PulseCalls, UnderDuckingTheBlockOfBeginWriteIsChangedInPlace) {
@@ -120,10 +102,9 @@ TEST_F(PulseCalls, UnderDuckingTheBlockOfBeginWriteIsChangedInPlace) {
     EXPECT_EQ(stream->passed, block);
     const Sound passed{noise.format, stream->taken};
     EXPECT_NEAR(passed.value(12000, 0), noise.value(12000, 0) / 10, 0.001) << "-20 dB";
-    awaitReport(kName);
-    pump(60);
+    playOn(60);
     end();
-    EXPECT_EQ(differences(passed.trimmed(), heard()), kNothing);
+    expectHeard(passed);
 }
 
 TEST_F(PulseCalls, AfterACancelledBlockTheSameMemoryIsNotChanged) {
@@ -175,20 +156,18 @@ TEST_F(PulseCalls, WhereTheProgramsMemoryIsPassedTheLibraryReleasesIt) {
 TEST_F(PulseCalls, AStreamThatBeginsCorkedIsSilentUntilItGoesOn) {
     play(PA_STREAM_START_CORKED);
     write(noise);
-    awaitReport(kName);
-    pump(40);
+    playOn(40);
     EXPECT_EQ(heard().frames(), 0U);
     (void)pa_stream_cork(stream.get(), 0, nullptr, nullptr);
     pump(60);
     end();
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    expectHeard(noise);
 }
 
 TEST_F(PulseCalls, WhatIsFlushedIsNotOnTheTrack) {
     play();
     write(noise);
-    awaitReport(kName);
-    pump(20);
+    playOn(20);
     (void)pa_stream_flush(stream.get(), nullptr, nullptr);
     pump(10);
     const std::size_t before = heard().frames();
@@ -207,13 +186,12 @@ TEST_F(PulseCalls, NothingIsHeardBeforeThePrebufferIsFull) {
     stream->attributes.prebuf = 20000 * kFrameBytes;
     play();
     write(noise.part(0, 12000));
-    awaitReport(kName);
-    pump(40);
+    playOn(40);
     EXPECT_EQ(heard().frames(), 0U);
     write(noise.part(12000, 12000));
     pump(60);
     end();
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    expectHeard(noise);
 }
 
 TEST_F(PulseCalls, APrebufferThatIsNotFullIsPlayedOnRequest) {
@@ -222,13 +200,12 @@ TEST_F(PulseCalls, APrebufferThatIsNotFullIsPlayedOnRequest) {
         forget();
         play();
         write(noise);
-        awaitReport(kName);
-        pump(20);
+        playOn(20);
         EXPECT_EQ(heard().frames(), 0U);
         (void)request(stream.get(), nullptr, nullptr);
         pump(60);
         end();
-        EXPECT_EQ(differences(noise, heard()), kNothing);
+        expectHeard(noise);
     }
 }
 
@@ -239,18 +216,14 @@ TEST_F(PulseCalls, WhatIsWrittenOverIsNotHeard) {
     write(noise.part(0, 6000), -24000);
     write(noise.part(12000, 12000), 12000, PA_SEEK_ABSOLUTE);
     write(noise.part(6000, 18000), 6000, PA_SEEK_ABSOLUTE);
-    awaitReport(kName);
-    pump(60);
-    end();
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    endsWithTheNoise();
 }
 
 TEST_F(PulseCalls, AGapIsSilenceOfItsLength) {
     play();
     write(noise.part(0, 12000));
     write(noise.part(12000, 12000), 3000, PA_SEEK_RELATIVE_END);
-    awaitReport(kName);
-    pump(70);
+    playOn(70);
     end();
     Sound wanted = noise.part(0, 12000);
     wanted.bytes += tqtest::silence({}, 3000).bytes + noise.part(12000, 12000).bytes;
@@ -260,21 +233,19 @@ TEST_F(PulseCalls, AGapIsSilenceOfItsLength) {
 TEST_F(PulseCalls, WhatIsWrittenWhereTheStreamHasPlayedIsNotHeard) {
     play();
     write(noise);
-    awaitReport(kName);
-    pump(20);
-    const std::size_t played = reports(kName).empty() ? 0 : heard().frames();
+    playOn(20);
+    const std::size_t played = reports(firstName()).empty() ? 0 : heard().frames();
     write(noise, 0, PA_SEEK_ABSOLUTE);
     pump(60);
     end();
     ASSERT_GT(played, 0U);
-    EXPECT_EQ(differences(noise, heard()), kNothing);
+    expectHeard(noise);
 }
 
 TEST_F(PulseCalls, WhatADisconnectedStreamHasFarAheadIsNotHeard) {
     play();
     write(noise);
-    awaitReport(kName);
-    pump(20);
+    playOn(20);
     end();
     const Sound all = heard();
     EXPECT_LT(all.frames(), 20 * kSlice + 4800);
@@ -285,14 +256,13 @@ TEST_F(PulseCalls, WhatADisconnectedStreamHasFarAheadIsNotHeard) {
 TEST_F(PulseCalls, AConnectedStreamThatTheProgramLetsGoPlaysOnUntilItsContextEnds) {
     play();
     write(noise);
-    awaitReport(kName);
-    pump(5);
+    playOn(5);
     pa_stream_unref(stream.get());
     pump(60);
-    EXPECT_EQ(differences(noise, heard()), kNothing);
-    EXPECT_EQ(reports(kName).back().is_closed, 0U);
+    expectHeard(noise);
+    EXPECT_EQ(reports(firstName()).back().is_closed, 0U);
     pa_context_disconnect(context);
-    playOut(kName);
+    playOut(firstName());
 }
 
 TEST_F(PulseCalls, UploadsAndRecordingsAreNoStreams) {
@@ -307,7 +277,7 @@ TEST_F(PulseCalls, UploadsAndRecordingsAreNoStreams) {
     becomesReady(*recording);
     play();
     write(noise);
-    awaitReport(kName);
+    awaitReport(firstName());
     EXPECT_EQ(upload->taken, noise.bytes);
     EXPECT_TRUE(reports("pulse-2 game: upload").empty());
 }
@@ -316,7 +286,7 @@ TEST_F(PulseCalls, CodedSoundIsReportedAndPassedOn) {
     stream->format.encoding = PA_ENCODING_AC3_IEC61937;
     play();
     write(noise);
-    awaitReport(kName, TQ_STREAM_NOT_PCM);
+    awaitReport(firstName(), TQ_STREAM_NOT_PCM);
     EXPECT_EQ(stream->taken, noise.bytes);
 }
 
