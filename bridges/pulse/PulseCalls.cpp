@@ -4,6 +4,7 @@
 #include <pulse/pulseaudio.h>
 
 #include <cerrno>
+#include <cmath>
 
 #include "bridges/core/CallDepth.h"
 #include "bridges/core/GuardScope.h"
@@ -93,6 +94,25 @@ void settle(const PulseLibrary& pulse, pa_stream* stream, PulseStream& record) {
     record.isSettled = true;
     if (const NativeStream::Use use(stream); use) {
         record.settled(*use.operator->(), prebuffer);
+    }
+}
+
+/// The program plays its stream faster or slower from here on. Changes of a small part follow
+/// another clock: they are drift, which the pacing takes, and no other format.
+void changeRate(pa_stream* stream, PulseStream& record, std::uint32_t rate) {
+    constexpr double kAdjustment = 0.01;
+    NativeFormat format;
+    {
+        const NativeStream::Use use(stream);
+        if (!use || std::abs(rate / use->format().sampleRate - 1) < kAdjustment) {
+            return;
+        }
+        format = use->format();
+    }
+    format.sampleRate = rate;
+    NativeStream::open(stream, format, "pulse", record.name);
+    if (const NativeStream::Use use(stream); use) {
+        record.goesOn(*use.operator->());
     }
 }
 
@@ -297,6 +317,17 @@ constexpr tqhook::HookTable kHooks{
             }
             return result;
         }),
+
+    tqhook::hook<&pa_stream_update_sample_rate>([](auto* original, pa_stream* stream,
+                                                   std::uint32_t rate,
+                                                   pa_stream_success_cb_t callback, void* context) {
+        pa_operation* const operation = original(stream, rate, callback, context);
+        PulseStream* const record = streams().find(stream);
+        if (operation != nullptr && record != nullptr && record->isSettled) {
+            changeRate(stream, *record, rate);
+        }
+        return operation;
+    }),
 
     // ---- what is heard when ----
     // The server answers later; what the program asks for counts from here on.

@@ -43,6 +43,8 @@ class PulseStream {
     /// It plays what is there, whether that is enough or not.
     void triggered(NativeStream& stream) noexcept;
     void drained(NativeStream& stream) noexcept;
+    /// Another stream takes its place, at the same point.
+    void goesOn(NativeStream& stream) const noexcept { stream.frozen(isCorked_ || isHeld_); }
     /// The server has said what it is like; `prebuffer` in bytes.
     void settled(NativeStream& stream, std::size_t prebuffer) noexcept;
 

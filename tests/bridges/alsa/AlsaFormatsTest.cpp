@@ -1,85 +1,59 @@
 #include <cstdlib>
 #include <memory>
-#include <ostream>
+#include <utility>
 
 #include "bridges/alsa/AlsaFixture.h"
-#include "bridges/alsa/AlsaFormat.h"
-#include "bridges/core/SampleConversion.h"
+#include "bridges/core/SampleLayouts.h"
 
 // Every layout of samples that ALSA knows, and which channel is for which loudspeaker.
 
 namespace bridgetests {
 namespace {
 
-using tq::bridges::alsaSample;
-using tqtest::Encoding;
+using tq::bridges::NativeSample;
 
-constexpr std::size_t kFrames = 9600;
-
-struct Layout {
-    snd_pcm_format_t format;
-    Encoding heard;  ///< as listeners have it
-};
-
-void PrintTo(const Layout& layout, std::ostream* out) {
-    *out << "format " << layout.format;
-}
-
+/// What ALSA calls a layout, and what it is on a machine whose lowest byte is the first.
+using Layout = std::pair<snd_pcm_format_t, NativeSample>;
 class AlsaLayouts : public AlsaCalls, public testing::WithParamInterface<Layout> {};
 
 TEST_P(AlsaLayouts, AreOnTheTrackWithTheirValuesAndPassedOnAsTheyAre) {
-    configure(*pcm, {.format = GetParam().format});
-    // Values that a float can say as well: what is heard, taken back to what the program writes.
-    const SoundFormat heardAs{48000, 2, GetParam().heard};
-    const Sound wanted = markedNoise(heardAs, kFrames);
-    const auto sample = alsaSample(GetParam().format);
-    const std::size_t samples = 2 * kFrames;
-    std::string unit = wanted.bytes;
-    if (unitSampleOf(sample) == tq::bridges::UnitSample::kF32) {
-        const Sound floats = markedNoise({48000, 2, Encoding::F32}, kFrames);
-        unit = floats.bytes;
-    }
-    std::string written(samples * bytesPerSample(sample), '\0');
-    tq::bridges::fromUnit(sample)(unit.data(), written.data(), samples);
-    // What the layout has no bits for is not there.
-    tq::bridges::toUnit(sample)(written.data(), unit.data(), samples);
-    const std::string own = written;
-    ASSERT_EQ(snd_pcm_writei(pcm.get(), written.data(), kFrames),
-              static_cast<snd_pcm_sframes_t>(kFrames));
-    EXPECT_EQ(pcm->passed, written.data());
-    EXPECT_EQ(pcm->taken, own);
+    const auto [format, sample] = GetParam();
+    configure(*pcm, {.format = format});
+    const NoiseIn sound(sample);
+    const std::string own = sound.written();
+    ASSERT_EQ(snd_pcm_writei(pcm.get(), own.data(), NoiseIn::kFrames),
+              static_cast<snd_pcm_sframes_t>(NoiseIn::kFrames));
+    EXPECT_EQ(pcm->passed, own.data());
+    EXPECT_EQ(pcm->taken, sound.written());
     playOn();
     close();
-    const Sound all = heard(heardAs);
-    ASSERT_EQ(all.frames(), kFrames);
-    if (unitSampleOf(sample) != tq::bridges::UnitSample::kF32) {
-        EXPECT_EQ(all.bytes, unit);
-        return;
-    }
-    const Sound floats{{48000, 2, Encoding::F32}, unit};
-    for (std::size_t frame = 0; frame < kFrames; ++frame) {
-        ASSERT_NEAR(all.value(frame, 1), floats.value(frame, 1), 1.6 / 32768) << frame;
-    }
+    sound.expectIs(heard(sound.heardAs()));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     All, AlsaLayouts,
-    testing::Values(
-        Layout{SND_PCM_FORMAT_S8, Encoding::S16}, Layout{SND_PCM_FORMAT_U8, Encoding::S16},
-        Layout{SND_PCM_FORMAT_S16_LE, Encoding::S16}, Layout{SND_PCM_FORMAT_S16_BE, Encoding::S16},
-        Layout{SND_PCM_FORMAT_U16_LE, Encoding::S16}, Layout{SND_PCM_FORMAT_U16_BE, Encoding::S16},
-        Layout{SND_PCM_FORMAT_S24_3LE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_S24_3BE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_U24_3LE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_U24_3BE, Encoding::S32}, Layout{SND_PCM_FORMAT_S24_LE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_S24_BE, Encoding::S32}, Layout{SND_PCM_FORMAT_U24_LE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_U24_BE, Encoding::S32}, Layout{SND_PCM_FORMAT_S32_LE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_S32_BE, Encoding::S32}, Layout{SND_PCM_FORMAT_U32_LE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_U32_BE, Encoding::S32},
-        Layout{SND_PCM_FORMAT_FLOAT_LE, Encoding::S16},
-        Layout{SND_PCM_FORMAT_FLOAT_BE, Encoding::S16},
-        Layout{SND_PCM_FORMAT_FLOAT64_LE, Encoding::S16},
-        Layout{SND_PCM_FORMAT_FLOAT64_BE, Encoding::S16}));
+    testing::Values(Layout{SND_PCM_FORMAT_S8, NativeSample::kS8},
+                    Layout{SND_PCM_FORMAT_U8, NativeSample::kU8},
+                    Layout{SND_PCM_FORMAT_S16_LE, NativeSample::kS16},
+                    Layout{SND_PCM_FORMAT_S16_BE, NativeSample::kS16Swapped},
+                    Layout{SND_PCM_FORMAT_U16_LE, NativeSample::kU16},
+                    Layout{SND_PCM_FORMAT_U16_BE, NativeSample::kU16Swapped},
+                    Layout{SND_PCM_FORMAT_S24_3LE, NativeSample::kS24In3},
+                    Layout{SND_PCM_FORMAT_S24_3BE, NativeSample::kS24In3Swapped},
+                    Layout{SND_PCM_FORMAT_U24_3LE, NativeSample::kU24In3},
+                    Layout{SND_PCM_FORMAT_U24_3BE, NativeSample::kU24In3Swapped},
+                    Layout{SND_PCM_FORMAT_S24_LE, NativeSample::kS24In4},
+                    Layout{SND_PCM_FORMAT_S24_BE, NativeSample::kS24In4Swapped},
+                    Layout{SND_PCM_FORMAT_U24_LE, NativeSample::kU24In4},
+                    Layout{SND_PCM_FORMAT_U24_BE, NativeSample::kU24In4Swapped},
+                    Layout{SND_PCM_FORMAT_S32_LE, NativeSample::kS32},
+                    Layout{SND_PCM_FORMAT_S32_BE, NativeSample::kS32Swapped},
+                    Layout{SND_PCM_FORMAT_U32_LE, NativeSample::kU32},
+                    Layout{SND_PCM_FORMAT_U32_BE, NativeSample::kU32Swapped},
+                    Layout{SND_PCM_FORMAT_FLOAT_LE, NativeSample::kF32},
+                    Layout{SND_PCM_FORMAT_FLOAT_BE, NativeSample::kF32Swapped},
+                    Layout{SND_PCM_FORMAT_FLOAT64_LE, NativeSample::kF64},
+                    Layout{SND_PCM_FORMAT_FLOAT64_BE, NativeSample::kF64Swapped}));
 
 struct AlsaFormats : AlsaCalls {
     /// The mix of a stream whose first of three channels alone plays, left and right.

@@ -282,6 +282,42 @@ TEST_F(PulseCalls, UploadsAndRecordingsAreNoStreams) {
     EXPECT_TRUE(reports("pulse-2 game: upload").empty());
 }
 
+TEST_F(PulseCalls, AtAnotherRateItIsAnotherStreamAndBothAreWhole) {
+    play();
+    write(noise.part(0, 12000));
+    (void)pa_stream_update_sample_rate(stream.get(), 32000, nullptr, nullptr);
+    write(noise.part(12000, 12000));
+    awaitReport("pulse-2 game: music");
+    EXPECT_EQ(reports("pulse-2 game: music").back().sample_rate, 32000);
+    pump(60);
+    EXPECT_EQ(stream->taken, noise.bytes);
+    expectHeard(noise.part(0, 12000));
+    EXPECT_EQ(differences(noise.part(12000, 12000), track("pulse-2 game: music").trimmed()),
+              kNothing);
+}
+
+TEST_F(PulseCalls, AStreamThatWaitsCorkedAtAnotherRateWaitsOn) {
+    play(PA_STREAM_START_CORKED);
+    (void)pa_stream_update_sample_rate(stream.get(), 32000, nullptr, nullptr);
+    write(noise);
+    playOn(20);
+    EXPECT_EQ(heard().frames(), 0U);
+    (void)pa_stream_cork(stream.get(), 0, nullptr, nullptr);
+    pump(80);
+    end();
+    expectHeard(noise);
+}
+
+TEST_F(PulseCalls, ARateThatIsAdjustedALittleIsTheSameStream) {
+    play();
+    write(noise.part(0, 12000));
+    for (const unsigned rate : {48100U, 47900U, 48000U}) {
+        (void)pa_stream_update_sample_rate(stream.get(), rate, nullptr, nullptr);
+    }
+    write(noise.part(12000, 12000));
+    endsWithTheNoise();
+}
+
 TEST_F(PulseCalls, CodedSoundIsReportedAndPassedOn) {
     stream->format.encoding = PA_ENCODING_AC3_IEC61937;
     play();

@@ -122,6 +122,11 @@ pa_operation* pa_stream_cork(pa_stream* /*stream*/, int /*isCorked*/,
                              pa_stream_success_cb_t /*callback*/, void* /*context*/) {
     return kOperation;
 }
+pa_operation* pa_stream_update_sample_rate(pa_stream* stream, std::uint32_t rate,
+                                           pa_stream_success_cb_t /*callback*/, void* /*context*/) {
+    stream->spec.rate = rate;
+    return kOperation;
+}
 pa_operation* pa_stream_flush(pa_stream* /*stream*/, pa_stream_success_cb_t /*callback*/,
                               void* /*context*/) {
     return kOperation;
