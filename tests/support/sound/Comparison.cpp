@@ -1,6 +1,7 @@
 #include "Comparison.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <string_view>
 
@@ -10,6 +11,8 @@ namespace {
 /// So many frames in a row tell where they come from.
 constexpr std::size_t kMark = 16;
 constexpr std::size_t kMost = 10;
+/// Larger than any difference of samples.
+constexpr double kNotComparable = 99;
 
 std::string_view framesOf(const Sound& sound, std::size_t from, std::size_t count) {
     const std::size_t size = sound.format.bytesPerFrame();
@@ -111,6 +114,19 @@ std::vector<std::string> differences(const Sound& wanted, const Sound& got) {
                 std::string(pulseName(wanted.format.encoding))};
     }
     return Walk(wanted, got).run();
+}
+
+double largestDifference(const Sound& wanted, const Sound& got, double level, std::size_t from) {
+    if (wanted.frames() != got.frames() || wanted.format.channels != got.format.channels) {
+        return kNotComparable;
+    }
+    double largest = 0;
+    const auto channels = static_cast<std::size_t>(wanted.format.channels);
+    for (std::size_t i = from * channels; i < wanted.frames() * channels; ++i) {
+        const double due = wanted.value(i / channels, i % channels) * level;
+        largest = std::max(largest, std::abs(due - got.value(i / channels, i % channels)));
+    }
+    return largest;
 }
 
 std::size_t beginningOf(const Sound& wanted, const Sound& got) {

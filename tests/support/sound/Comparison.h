@@ -13,6 +13,11 @@ namespace tqtest {
 /// that is said.
 [[nodiscard]] std::vector<std::string> differences(const Sound& wanted, const Sound& got);
 
+/// The largest difference between a sample of `got` and the same of `wanted` at `level`, from that
+/// frame on; 99 when the two are not equally long.
+[[nodiscard]] double largestDifference(const Sound& wanted, const Sound& got, double level = 1,
+                                       std::size_t from = 0);
+
 /// Where the first frames of `wanted` that are not silent begin in `got`: for two recordings by the
 /// wall clock, whose beginnings differ. got.frames() when they are not in it.
 [[nodiscard]] std::size_t beginningOf(const Sound& wanted, const Sound& got);

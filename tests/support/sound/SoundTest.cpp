@@ -101,6 +101,16 @@ TEST_F(ComparisonTest, TellsAnotherFormat) {
               "other format: 44100 Hz, 2 channels, s16le instead of 48000 Hz, 2 channels, s16le;");
 }
 
+TEST_F(ComparisonTest, TheLargestDifferenceIsOfSamplesAtALevel) {
+    const Sound quiet = tone({.encoding = Encoding::F32}, 1000, 100);
+    EXPECT_EQ(largestDifference(quiet, quiet), 0);
+    EXPECT_NEAR(largestDifference(quiet, quiet, 0.5), 0.25, 0.001) << "half of its peak";
+    EXPECT_LE(largestDifference(quiet, tone({}, 1000, 100)), 1.0 / 32768) << "16 bits";
+    EXPECT_EQ(largestDifference(noise_, with(300, 1, "xxxx"), 1, 301), 0) << "from a frame on";
+    EXPECT_GT(largestDifference(noise_, with(300, 1, "xxxx"), 1, 300), 0);
+    EXPECT_GT(largestDifference(noise_, noise_.part(0, 999)), 2) << "not as long";
+}
+
 TEST_F(ComparisonTest, ARecordingIsAlignedByItsFirstSound) {
     Sound wanted = silence({}, 30);
     wanted.bytes += noise_.bytes;
