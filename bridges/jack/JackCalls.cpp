@@ -64,6 +64,21 @@ void* runThread(void* argument) {
     return own.thread(own.argument);
 }
 
+int rateChanged(jack_nframes_t sampleRate, void* argument) {
+    const auto& own = *static_cast<const JackClient::RateCallback*>(argument);
+    withoutThrowing([&] { JackClients::shared().rateChanged(own.client, sampleRate); });
+    return own.changed == nullptr ? 0 : own.changed(sampleRate, own.argument);
+}
+
+/// A client hears of another rate only where it asks for it, so ours asks where the program does
+/// not.
+void askForRate(jack_client_t* client, const JackLibrary& library) {
+    if (library.isComplete() && !JackClients::shared().hasRateCallback(client)) {
+        (void)library.setRateCallback(
+            client, &rateChanged, JackClients::shared().addRateCallback(client, nullptr, nullptr));
+    }
+}
+
 constexpr tqhook::HookTable kHooks{
     tqhook::hook<&jack_set_process_callback>(
         [](auto* original, jack_client_t* client, JackProcessCallback callback, void* argument) {
@@ -84,6 +99,15 @@ constexpr tqhook::HookTable kHooks{
                 });
             return ours == nullptr ? original(client, thread, argument)
                                    : original(client, &runThread, ours);
+        }),
+    tqhook::hook<&jack_set_sample_rate_callback>(
+        [](auto* original, jack_client_t* client, JackSampleRateCallback changed, void* argument) {
+            const CallDepth depth;
+            auto* const ours = !depth.isOutermost() ? nullptr : withoutThrowing([&] {
+                return JackClients::shared().addRateCallback(client, changed, argument);
+            });
+            return ours == nullptr ? original(client, changed, argument)
+                                   : original(client, &rateChanged, ours);
         }),
     tqhook::hook<&jack_cycle_wait>([](auto* original, jack_client_t* client) {
         const jack_nframes_t frames = original(client);
@@ -127,7 +151,11 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&jack_activate>([](auto* original, jack_client_t* client) {
         const CallDepth depth;
         // Before: the process thread plays before the call returns.
-        withoutThrowing([&] { JackClients::shared().activate(client, knownLibraryOf(original)); });
+        withoutThrowing([&] {
+            const JackLibrary& library = knownLibraryOf(original);
+            askForRate(client, library);
+            JackClients::shared().activate(client, library);
+        });
         const int result = original(client);
         if (result != 0) {
             withoutThrowing([&] { JackClients::shared().deactivate(client); });

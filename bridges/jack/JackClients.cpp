@@ -7,6 +7,8 @@ namespace tq::bridges {
 JackLibrary::JackLibrary(const void* known)
     : clientName(functionBeside<decltype(jack_get_client_name)>(known, "jack_get_client_name")),
       sampleRate(functionBeside<decltype(jack_get_sample_rate)>(known, "jack_get_sample_rate")),
+      setRateCallback(functionBeside<decltype(jack_set_sample_rate_callback)>(
+          known, "jack_set_sample_rate_callback")),
       isSilentUnlessAsked(false) {
     auto* const version =
         functionBeside<decltype(jack_get_version_string)>(known, "jack_get_version_string");
@@ -41,6 +43,34 @@ JackClient::Callback* JackClients::addCallback(jack_client_t* handle, JackProces
     return known.callbacks.back().get();
 }
 
+JackClient::RateCallback* JackClients::addRateCallback(jack_client_t* handle,
+                                                       JackSampleRateCallback changed,
+                                                       void* argument) {
+    const std::scoped_lock guard(lock_);
+    auto& known = client(handle).rateCallbacks;
+    known.push_back(std::make_unique<JackClient::RateCallback>(
+        JackClient::RateCallback{handle, changed, argument}));
+    return known.back().get();
+}
+
+bool JackClients::hasRateCallback(jack_client_t* handle) {
+    const std::scoped_lock guard(lock_);
+    const auto found = clients_.find(handle);
+    return found != clients_.end() && !found->second->rateCallbacks.empty();
+}
+
+void JackClients::rateChanged(jack_client_t* handle, double sampleRate) {
+    const std::scoped_lock guard(lock_);
+    const auto found = clients_.find(handle);
+    if (found == clients_.end() || !found->second->isActive ||
+        found->second->sampleRate == sampleRate) {
+        return;
+    }
+    JackClient& known = *found->second;
+    known.sampleRate = sampleRate;
+    known.ports.start(sampleRate, known.name);
+}
+
 void JackClients::addPort(jack_client_t* handle, jack_port_t* port) {
     const std::scoped_lock guard(lock_);
     ports_.remove(port);
@@ -64,7 +94,9 @@ void JackClients::activate(jack_client_t* handle, const JackLibrary& library) {
     const std::scoped_lock guard(lock_);
     JackClient& known = client(handle);
     if (!known.isActive && !known.callbacks.empty()) {
-        known.ports.start(rate, name == nullptr ? "" : name);
+        known.name = name == nullptr ? "" : name;
+        known.ports.start(rate, known.name);
+        known.sampleRate = rate;
         known.isActive = true;
     }
 }

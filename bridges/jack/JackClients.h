@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "bridges/core/LibraryOf.h"
@@ -26,12 +27,23 @@ struct JackClient {
         void* argument;
     };
 
+    /// The same for what is told of another sample rate; `changed` is null where the program does
+    /// not want to know.
+    struct RateCallback {
+        jack_client_t* client;
+        JackSampleRateCallback changed;
+        void* argument;
+    };
+
     explicit JackClient(jack_client_t* itsHandle) : handle(itsHandle), ports("jack") {}
 
     jack_client_t* handle;
     PortGroup ports;
     std::vector<std::unique_ptr<Callback>> callbacks;
+    std::vector<std::unique_ptr<RateCallback>> rateCallbacks;
     bool isActive = false;
+    std::string name;       ///< since its activation
+    double sampleRate = 0;  ///< frames a second, since the same
     // The process thread's.
     std::size_t cycleFrames = 0;  ///< of a program with a process thread of its own
 };
@@ -40,12 +52,15 @@ struct JackClient {
 struct JackLibrary {
     decltype(&jack_get_client_name) clientName;
     decltype(&jack_get_sample_rate) sampleRate;
+    decltype(&jack_set_sample_rate_callback) setRateCallback;
     /// Ports that the program does not ask for in a cycle play nothing in it, and to ask for them
     /// would make them play.
     bool isSilentUnlessAsked;
 
     explicit JackLibrary(const void* known);
-    [[nodiscard]] bool isComplete() const { return clientName != nullptr && sampleRate != nullptr; }
+    [[nodiscard]] bool isComplete() const {
+        return clientName != nullptr && sampleRate != nullptr && setRateCallback != nullptr;
+    }
     /// Of the copy that the first call went to.
     static const JackLibrary& of(const void* known);
 };
@@ -61,6 +76,11 @@ class JackClients {
 
     JackClient::Callback* addCallback(jack_client_t* handle, JackProcessCallback process,
                                       JackThreadCallback thread, void* argument);
+    JackClient::RateCallback* addRateCallback(jack_client_t* handle, JackSampleRateCallback changed,
+                                              void* argument);
+    [[nodiscard]] bool hasRateCallback(jack_client_t* handle);
+    /// The server plays at another rate from now on.
+    void rateChanged(jack_client_t* handle, double sampleRate);
     void addPort(jack_client_t* handle, jack_port_t* port);
     void removePort(jack_client_t* handle, jack_port_t* port);
     void activate(jack_client_t* handle, const JackLibrary& library);
