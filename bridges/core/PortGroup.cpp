@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <thread>
 
 #include "bridges/core/GuardScope.h"
@@ -22,8 +23,8 @@ PortGroup::~PortGroup() {
     stop();
 }
 
-OutputPort& PortGroup::add(const void* handle) {
-    ports_.push_back(std::make_unique<OutputPort>(handle));
+OutputPort& PortGroup::add(const void* handle, tq_speaker speaker) {
+    ports_.push_back(std::make_unique<OutputPort>(handle, speaker));
     OutputPort& port = *ports_.back();
     try {
         arrange();
@@ -75,9 +76,12 @@ void PortGroup::arrange() {
     for (const auto& port : ports_) {
         layout->ports.push_back(port.get());
     }
-    NativeStream::open(layout.get(),
-                       {NativeSample::kF32, static_cast<unsigned>(ports_.size()), sampleRate_},
-                       api_, name_);
+    const Speakers speakers = speakersAt(std::span<OutputPort* const>(layout->ports),
+                                         [](const OutputPort* port) { return port->speaker; });
+    NativeStream::open(
+        layout.get(),
+        {NativeSample::kF32, static_cast<unsigned>(ports_.size()), sampleRate_, speakers}, api_,
+        name_);
     if (ports_.size() > kMostPorts) {
         // The reason has been told.
         replace(nullptr);

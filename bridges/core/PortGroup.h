@@ -14,9 +14,11 @@ namespace tq::bridges {
 
 /// An output port: memory for one channel of 32-bit float, which the program fills in each cycle.
 struct OutputPort {
-    explicit OutputPort(const void* itsHandle) : handle(itsHandle) {}
+    OutputPort(const void* itsHandle, tq_speaker itsSpeaker)
+        : handle(itsHandle), speaker(itsSpeaker) {}
 
     const void* handle;
+    tq_speaker speaker;  ///< what it is meant for, where anybody says it
     /// What the program has asked the library for in this cycle. Written by whichever thread of the
     /// program asked, read and emptied by its process thread, which the program has made wait.
     std::atomic<float*> fetched{nullptr};
@@ -43,7 +45,7 @@ class PortGroup {
     // [one host thread at a time]
 
     /// The port lives until it is removed. Throws std::bad_alloc with nothing changed.
-    OutputPort& add(const void* handle);
+    OutputPort& add(const void* handle, tq_speaker speaker = TQ_SPEAKER_UNKNOWN);
     /// Returns when the process thread does not touch it any more.
     void remove(const OutputPort& port);
     /// Its process thread is about to play `sampleRate` frames a second.

@@ -15,6 +15,7 @@
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/WithoutThrowing.h"
 #include "bridges/pipewire/PipeWireFilters.h"
+#include "bridges/pipewire/PipeWireFormat.h"
 #include "hook/Hook.h"
 
 namespace tq::bridges {
@@ -75,12 +76,15 @@ constexpr tqhook::HookTable kHooks{
         const CallDepth depth;
         // Before: the properties are the library's afterwards.
         const bool isAudio = isAudioOutput(direction, properties) && depth.isOutermost();
+        const tq_speaker speaker =
+            isAudio ? pipeWireSpeaker(spa_dict_lookup(&properties->dict, PW_KEY_AUDIO_CHANNEL))
+                    : TQ_SPEAKER_UNKNOWN;
         void* const port = original(filter, direction, flags, dataSize, properties, params, count);
         if (port != nullptr && isAudio) {
             withoutThrowing([&] {
                 if (PipeWireFilter* const own = PipeWireFilters::shared().filter(
                         filter, libraryOf<PipeWireFilterLibrary>(original))) {
-                    PipeWireFilters::shared().addPort(*own, port);
+                    PipeWireFilters::shared().addPort(*own, port, speaker);
                 }
             });
         }

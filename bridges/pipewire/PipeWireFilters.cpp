@@ -80,9 +80,9 @@ PipeWireFilter::Events& PipeWireFilter::addEvents(const pw_filter_events& progra
     return *events_.back();
 }
 
-PipeWireFilter::Port& PipeWireFilter::addPort(const void* handle) {
+PipeWireFilter::Port& PipeWireFilter::addPort(const void* handle, tq_speaker speaker) {
     Port& port = ports_.try_emplace(handle, Port{this, nullptr}).first->second;
-    port.output = &group_.add(handle);
+    port.output = &group_.add(handle, speaker);
     return port;
 }
 
@@ -147,10 +147,10 @@ void PipeWireFilters::add(pw_filter* handle, std::unique_ptr<PipeWireFilter> fil
     filters_[handle] = std::move(filter);
 }
 
-void PipeWireFilters::addPort(PipeWireFilter& filter, const void* port) {
+void PipeWireFilters::addPort(PipeWireFilter& filter, const void* port, tq_speaker speaker) {
     const std::scoped_lock guard(lock_);
     ports_.remove(port);
-    ports_.add(port, filter.addPort(port));
+    ports_.add(port, filter.addPort(port, speaker));
 }
 
 void PipeWireFilters::removePort(const void* port) {

@@ -89,7 +89,7 @@ class PipeWireFilter {
     Events& addEvents(const pw_filter_events& program, void* data);
     void setHandle(pw_filter* handle) noexcept { handle_ = handle; }
     /// Throws std::bad_alloc.
-    Port& addPort(const void* handle);
+    Port& addPort(const void* handle, tq_speaker speaker);
     void removePort(const void* handle);
     void stop() { group_.stop(); }
 
@@ -127,7 +127,7 @@ class PipeWireFilters {
     PipeWireFilter* filter(pw_filter* handle, const PipeWireFilterLibrary& library);
     /// One that was made before its handle.
     void add(pw_filter* handle, std::unique_ptr<PipeWireFilter> filter);
-    void addPort(PipeWireFilter& filter, const void* port);
+    void addPort(PipeWireFilter& filter, const void* port, tq_speaker speaker);
     void removePort(const void* port);
     void stop(pw_filter* handle);
     /// Its handle is about to become invalid. The filter has to live until its events are over.

@@ -1,6 +1,9 @@
 #include "bridges/pipewire/PipeWireFormat.h"
 
-#include <TQAudioRecord/tq_source.h>
+#include <spa/param/audio/type-info.h>
+
+#include <cstring>
+#include <string_view>
 
 namespace tq::bridges {
 namespace {
@@ -59,6 +62,17 @@ tq_speaker speakerAt(std::uint32_t position) {
 }
 
 }  // namespace
+
+tq_speaker pipeWireSpeaker(const char* channel) noexcept {
+    for (const spa_type_info* type = spa_type_audio_channel;
+         channel != nullptr && type->name != nullptr; ++type) {
+        if (std::string_view(type->name).substr(std::strlen(SPA_TYPE_INFO_AUDIO_CHANNEL_BASE)) ==
+            channel) {
+            return speakerAt(type->type);
+        }
+    }
+    return TQ_SPEAKER_UNKNOWN;
+}
 
 Speakers pipeWireSpeakers(std::span<const std::uint32_t> positions) noexcept {
     return speakersAt(positions, speakerAt);

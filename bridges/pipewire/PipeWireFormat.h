@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TQAudioRecord/tq_source.h>
 #include <spa/param/audio/raw.h>
 
 #include "bridges/core/NativeFormat.h"
@@ -16,6 +17,9 @@ struct PipeWireSample {
 
 /// [any thread]
 [[nodiscard]] PipeWireSample pipeWireSample(spa_audio_format format) noexcept;
+
+/// [any thread] What a port whose channel bears that name ("FL") is meant for. Null for no name.
+[[nodiscard]] tq_speaker pipeWireSpeaker(const char* channel) noexcept;
 
 /// [any thread] What channels at those positions are meant for (enum spa_audio_channel).
 [[nodiscard]] Speakers pipeWireSpeakers(std::span<const std::uint32_t> positions) noexcept;

@@ -18,6 +18,10 @@
 namespace bridgetests {
 
 inline const std::vector<std::string> kNothing;
+/// A track of float sound reaches listeners with 16 bits.
+inline constexpr double kRounding = 1.6 / 32768;
+/// Frames in which duckingBegins() gets to its level.
+inline constexpr std::size_t kRamp = 4096;
 
 /// What a listener was told of one name.
 struct HeardTrack {

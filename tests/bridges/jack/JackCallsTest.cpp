@@ -18,11 +18,6 @@ using tqtest::markedNoise;
 using tqtest::Sound;
 
 constexpr jack_nframes_t kBlock = 480;
-/// A track of float sound reaches listeners with 16 bits.
-constexpr double kRounding = 1.6 / 32768;
-
-/// In which the ducking gets to its -20 dB.
-constexpr std::size_t kRamp = 4096;
 
 /// What the program plays, and how.
 struct Game {
