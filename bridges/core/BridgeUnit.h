@@ -44,6 +44,8 @@ class BridgeUnit {
     void stop();
 
     [[nodiscard]] bool isRunning() const { return isRunning_; }
+    /// Whether it stands for the stream of that feeder.
+    [[nodiscard]] bool standsFor(const BlockFeeder& feeder) const { return feeder_ == &feeder; }
     /// Only in the child of a fork, whose device has no units.
     void forgetAfterFork() { isRunning_ = false; }
     [[nodiscard]] const NativeFormat& format() const { return format_; }

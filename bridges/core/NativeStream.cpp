@@ -32,14 +32,14 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
     isProcessed_ = false;
     // In one order with the count of users, for whoever takes the unit away.
     BridgeUnit* const unit = unit_.load();
-    isServed_ = unit != nullptr;
-    if (unit == nullptr || samples == nullptr || frames == 0) {
+    isServed_ = unit != nullptr || isWaiting_.load(std::memory_order_relaxed);
+    if (!isServed_ || samples == nullptr || frames == 0) {
         return asWritten;
     }
     const GuardScope guard;
     prepared_ = std::min(frames, mostFrames_);
     const std::size_t count = prepared_ * format_.channels;
-    if (tq_source_gain_is_on(unit->source()) == 0 || prepared_ < frames) {
+    if (unit == nullptr || tq_source_gain_is_on(unit->source()) == 0 || prepared_ < frames) {
         processed_ = 0;
         toUnit_(samples, pre_.data(), count);
         return asWritten;

@@ -163,7 +163,10 @@ class NativeStream final : private BlockFeeder {
 
     std::atomic<int> users_{0};
     std::atomic<State> state_{State::kUnused};
+    /// Whose gain counts for what is written; it plays the stream unless that is waiting.
     std::atomic<BridgeUnit*> unit_{nullptr};
+    /// All units play closed streams out: what is written is kept until one of them is free.
+    std::atomic<bool> isWaiting_{false};
     std::atomic<bool> hasSound_{false};  ///< a first block has been taken
     std::atomic<bool> isFrozen_{false};
     std::atomic<std::uint32_t> drains_{0};
@@ -172,8 +175,11 @@ class NativeStream final : private BlockFeeder {
     std::atomic<std::size_t> block_{0};       ///< frames of the device's last block
     std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
     std::atomic<std::size_t> largestPiece_{0};
-    std::optional<tq_stream_fate> fate_;  ///< what was said last; under StreamLife's lock
-    std::chrono::steady_clock::time_point reportedAt_;  ///< when, under the same
+    // Under StreamLife's lock.
+    std::optional<tq_stream_fate> fate_;                ///< what was said last
+    std::chrono::steady_clock::time_point reportedAt_;  ///< when
+    int failedStarts_ = 0;                              ///< of its unit, since it was closed
+    std::uint64_t unplayable_ = 0;                      ///< frames left when that was given up
 };
 
 }  // namespace tq::bridges

@@ -50,12 +50,21 @@ class StreamLife {
     void startThread();
     void closeLocked(const void* key);
     void endStream(NativeStream& stream);
+    void seat(NativeStream& stream);
+    void waitFor(NativeStream& stream);
+    [[nodiscard]] bool isNext(const NativeStream& stream) const;
+    [[nodiscard]] static bool areOfOneKind(std::string_view one, std::string_view other);
     [[nodiscard]] BridgeUnit* unitFor(NativeStream& stream);
     [[nodiscard]] BridgeUnit* idleUnit(const NativeFormat& format, const std::string& name);
     [[nodiscard]] bool isLeased(const BridgeUnit& unit) const;
     [[nodiscard]] std::string nameFor(std::string_view api, std::string_view own) const;
     [[nodiscard]] NativeStream& unusedStream();
-    [[nodiscard]] bool isBusy();
+    /// What is still to be played.
+    struct Left {
+        std::size_t streams = 0;
+        double seconds = 0;  ///< until the first of those that play has ended
+    };
+    [[nodiscard]] Left whatIsLeft();
     [[nodiscard]] bool hasOthers() const;
     static void report(NativeStream& stream, tq_stream_fate fate, bool isClosed);
     /// What became of its frames, once, if anything was said of it before.

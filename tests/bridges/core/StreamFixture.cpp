@@ -149,6 +149,14 @@ void NativeStreams::awaitReports(const std::string& ending, bool areClosed,
     throw std::runtime_error("streams called" + ending + " neither begin nor end");
 }
 
+std::size_t NativeStreams::closedReports(const std::string& ending) const {
+    const std::scoped_lock guard(lock_);
+    return static_cast<std::size_t>(
+        std::count_if(reports_.begin(), reports_.end(), [&](const auto& report) {
+            return report.first.ends_with(ending) && report.second.is_closed != 0;
+        }));
+}
+
 void NativeStreams::playOut(const std::string& name) {
     for (int i = 0; i < 5000; ++i) {
         const auto all = reports(name);

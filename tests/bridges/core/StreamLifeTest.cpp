@@ -146,6 +146,82 @@ TEST_F(StreamLifeTest, OfTenStreamsSevenAreRecordedAndOneMoreWhenOneOfThemEnds) 
     EXPECT_EQ(reports(name).back().lost, 9600U);
 }
 
+TEST_F(StreamLifeTest, ShortStreamsOneAfterTheOtherAreWholeAndInOrderHoweverFastTheyCome) {
+    constexpr unsigned kStreams = 60;
+    for (unsigned i = 0; i < kStreams; ++i) {
+        MadeUpPcm shot({}, "shot");
+        shot.write(markedNoise({}, 4800, i + 1));
+    }
+    for (int i = 0; i < 5000; ++i) {
+        if (closedReports(" shot") == kStreams) {
+            break;
+        }
+        pump();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(closedReports(" shot"), kStreams);
+    EXPECT_LE(tracks().size(), 8U) << "a track for each stream";
+    std::map<std::string, std::size_t> ends;
+    for (unsigned i = 0; i < kStreams; ++i) {
+        const Sound sound = markedNoise({}, 4800, i + 1);
+        int found = 0;
+        for (const auto& [name, heard] : tracks()) {
+            const Sound got{{}, heard.bytes};
+            const std::size_t at = name == "mix" ? got.frames() : tqtest::beginningOf(sound, got);
+            if (at < got.frames() && got.part(at, sound.frames()).bytes == sound.bytes) {
+                ++found;
+                EXPECT_GE(at, ends[name]) << i << " is played before those that came earlier";
+                ends[name] = at + sound.frames();
+            }
+        }
+        EXPECT_EQ(found, 1) << i;
+    }
+}
+
+TEST_F(StreamLifeTest, AStreamThatWaitsForAClosedOneIsDuckedAsItIsWritten) {
+    duckingBegins();
+    const Sound sound = markedNoise({}, 9600);
+    for (int i = 0; i < 7; ++i) {
+        MadeUpPcm({}, "shot").write(sound);
+    }
+    MadeUpPcm eighth({}, "eighth");
+    eighth.write(sound);
+    EXPECT_NEAR(eighth.passed().value(9599, 0), sound.value(9599, 0) / 10, 0.001);
+    eighth.close();
+    playOut("madeup-8 eighth");
+    EXPECT_EQ(differences(eighth.passed(), track("madeup-8 eighth").trimmed()), kNothing);
+}
+
+TEST_F(StreamLifeTest, AStreamOfAnotherFormatWaitsForTheFirstUnitThatIsFree) {
+    for (int i = 0; i < 7; ++i) {
+        MadeUpPcm({}, "shot").write(markedNoise({}, 9600));
+    }
+    const SoundFormat mono{.rate = 44100, .channels = 1};
+    const Sound sound = markedNoise(mono, 9600);
+    MadeUpPcm eighth(mono, "eighth");
+    eighth.write(sound);
+    eighth.close();
+    playOut("madeup-8 eighth");
+    EXPECT_EQ(differences(sound, track("madeup-8 eighth", mono).trimmed()), kNothing);
+}
+
+TEST_F(StreamLifeTest, AClosedStreamWhoseUnitDoesNotStartIsGivenUp) {
+    platform.fail("AudioOutputUnitStart", -1);
+    MadeUpPcm pcm({}, "silent");
+    pcm.write(markedNoise({}, 4800));
+    pcm.close();
+    awaitReport("madeup-1 silent", TQ_STREAM_RECORDED, true);
+    EXPECT_EQ(reports("madeup-1 silent").back().lost, 4800U);
+    platform.heal();
+    const Sound sound = markedNoise({}, 4800, 2);
+    MadeUpPcm next({}, "next");
+    next.write(sound);
+    awaitReport("madeup-1 next");
+    next.close();
+    playOut("madeup-1 next");
+    EXPECT_EQ(differences(sound, track("madeup-1 next").trimmed()), kNothing);
+}
+
 TEST_F(StreamLifeTest, StreamsThatWereOpenedToLookGiveWay) {
     std::vector<std::unique_ptr<MadeUpPcm>> streams;
     for (int i = 0; i < 9; ++i) {

@@ -1,0 +1,131 @@
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+
+#include "bridges/core/GuardScope.h"
+#include "bridges/core/NativeStream.h"
+#include "bridges/core/StreamLife.h"
+
+// What host threads do with one stream.
+
+namespace tq::bridges {
+namespace {
+
+constexpr double kStreamSeconds = 10;
+/// Far above the longest block of any interface that asks for sound.
+constexpr std::size_t kLongestBlock = 65536;
+constexpr std::size_t kMostBytes = std::size_t{64} << 20U;
+
+}  // namespace
+
+void NativeStream::open(const void* key, const NativeFormat& format, std::string_view api,
+                        std::string_view own) {
+    const GuardScope guard;
+    const int before = errno;
+    try {
+        StreamLife::shared().open(key, format, api, own);
+    } catch (const std::exception&) {
+        // Out of memory: the stream plays unrecorded.
+    }
+    errno = before;
+}
+
+void NativeStream::close(const void* key) {
+    const GuardScope guard;
+    const int before = errno;
+    try {
+        StreamLife::shared().close(key);
+    } catch (const std::exception&) {
+    }
+    errno = before;
+}
+
+void NativeStream::finish() {
+    StreamLife::shared().finish();
+}
+
+bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint64_t number) {
+    format_ = format;
+    name_ = std::move(name);
+    number_ = number;
+    unitFrameBytes_ = format.unitBytesPerFrame();
+    toUnit_ = toUnit(format.sample);
+    fromUnit_ = fromUnit(format.sample);
+    isNarrower_ = hasFewerBitsThanItsUnit(format.sample);
+    const std::size_t room = kMostBytes / std::max<std::size_t>(unitFrameBytes_, 1);
+    const auto tenSeconds = static_cast<std::size_t>(format.sampleRate * kStreamSeconds);
+    mostFrames_ = std::min(std::max(tenSeconds, kLongestBlock), room);
+    const std::size_t bytes = mostFrames_ * unitFrameBytes_;
+    pre_ = ReservedMemory(bytes);
+    post_ = ReservedMemory(bytes);
+    fresh_ = ReservedMemory(bytes);
+    passed_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
+    heard_ = ReservedMemory(bytes);
+    room_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
+    kept_ = nullptr;
+    processed_ = prepared_ = block_ = 0;
+    hasSound_ = false;
+    isFrozen_ = false;
+    drains_ = 0;
+    flushes_ = 0;
+    isOver_ = false;
+    isWaiting_ = false;
+    failedStarts_ = 0;
+    unplayable_ = 0;
+    blocksBehind_ = 0;
+    fate_.reset();
+    unserved_ = 0;
+    largestPiece_ = 0;
+    pacer_.emplace(format.sampleRate);
+    fifo_ = FrameFifo::tryMake(static_cast<unsigned>(unitFrameBytes_), format.sampleRate);
+    return fifo_ != nullptr && pre_.data() != nullptr && post_.data() != nullptr &&
+           fresh_.data() != nullptr && passed_.data() != nullptr && room_.data() != nullptr &&
+           heard_.data() != nullptr;
+}
+
+void NativeStream::end() {
+    unit_.store(nullptr);
+    isWaiting_ = false;
+    fifo_.reset();
+    for (ReservedMemory* const memory : {&pre_, &post_, &fresh_, &passed_, &heard_, &room_}) {
+        *memory = ReservedMemory();
+    }
+    state_ = State::kUnused;
+}
+
+tq_stream NativeStream::facts(tq_stream_fate fate) const {
+    const FrameCounts counts = fifo_ == nullptr ? FrameCounts{} : fifo_->counts();
+    tq_stream stream{};
+    stream.size = sizeof stream;
+    stream.stream = number_;
+    stream.name = name_.c_str();
+    stream.fate = fate;
+    stream.channels = format_.channels;
+    stream.sample_rate = format_.sampleRate;
+    const std::uint64_t unserved = unserved_.load(std::memory_order_relaxed);
+    stream.written = counts.written + unserved;
+    stream.played = counts.read + counts.cut;
+    stream.dropped = counts.flushed + counts.takenBack;
+    stream.lost = counts.lost + unserved + unplayable_;
+    return stream;
+}
+
+/// Of a unit that has not rendered yet nobody knows the blocks: more than the null device's then.
+std::size_t NativeStream::blockFrames() const {
+    constexpr double kLongBlock = 0.025;
+    const std::size_t block = block_.load(std::memory_order_relaxed);
+    return block != 0 ? block : static_cast<std::size_t>(kLongBlock * format_.sampleRate) + 1;
+}
+
+double NativeStream::secondsLeft() const {
+    return static_cast<double>(fifo_->available() + (2 + kBlocksBehind) * blockFrames()) /
+           format_.sampleRate;
+}
+
+double NativeStream::longestWait() const {
+    const std::size_t block = blockFrames();
+    const std::size_t margin = pacer_ ? pacer_->margin(block, largestPiece_.load()) : 0;
+    return static_cast<double>(margin + (2 + kBlocksBehind) * block) / format_.sampleRate;
+}
+
+}  // namespace tq::bridges
