@@ -2,6 +2,7 @@
 
 #include <alsa/asoundlib.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -45,6 +46,17 @@ Speakers speakersOf(const AlsaLibrary& alsa, snd_pcm_t* pcm, unsigned channels) 
     return said == Speakers{} ? usualAlsaSpeakers(channels) : said;
 }
 
+void openStream(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeFormat& format) {
+    const char* const name = alsa.name(pcm);
+    NativeStream::open(pcm, format, "alsa", name == nullptr ? "" : name);
+    snd_pcm_uframes_t buffer = 0;
+    snd_pcm_uframes_t period = 0;
+    const NativeStream::Use stream(pcm);
+    if (stream && alsa.sizes != nullptr && alsa.sizes(pcm, &buffer, &period) >= 0) {
+        stream->takesAtOnce(buffer);
+    }
+}
+
 void beginStream(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeFormat& format) {
     if (alsa.isComplete() && alsa.stream(pcm) == SND_PCM_STREAM_PLAYBACK) {
         const char* const name = alsa.name(pcm);
@@ -53,7 +65,7 @@ void beginStream(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeFormat& fo
             known.sample = NativeSample::kNotPcm;
         }
         known.speakers = speakersOf(alsa, pcm, format.channels);
-        NativeStream::open(pcm, known, "alsa", name == nullptr ? "" : name);
+        openStream(alsa, pcm, known);
     }
 }
 
@@ -70,6 +82,25 @@ NativeFormat formatOf(const AlsaLibrary& alsa, const snd_pcm_hw_params_t* params
     return {alsaSample(format), channels, static_cast<double>(rate)};
 }
 
+/// Hands `frames` over in parts of `most`; `part` answers how many of its own were taken. In parts
+/// of the device's whole buffer the answer is what it would be for all of it, also where calls do
+/// not block.
+template <class Part>
+snd_pcm_sframes_t inParts(std::size_t frames, std::size_t most, Part part) {
+    std::size_t done = 0;
+    while (true) {
+        const std::size_t count = std::min(frames - done, most);
+        const snd_pcm_sframes_t taken = part(done, count);
+        if (taken < 0 && done == 0) {
+            return taken;
+        }
+        done += taken > 0 ? static_cast<std::size_t>(taken) : 0;
+        if (taken < static_cast<snd_pcm_sframes_t>(count) || done >= frames) {
+            return static_cast<snd_pcm_sframes_t>(done);
+        }
+    }
+}
+
 /// A function that writes interleaved frames.
 template <auto* kFunction>
 constexpr auto hookOfWrite() {
@@ -80,11 +111,40 @@ constexpr auto hookOfWrite() {
             if (!stream) {
                 return original(pcm, samples, frames);
             }
-            const void* const passed = stream->prepare(samples, frames, Memory::kConstant);
-            const snd_pcm_sframes_t taken = original(pcm, passed, frames);
-            stream->accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
-            return taken;
+            const unsigned bytes = stream->format().bytesPerFrame();
+            return inParts(frames, stream->atOnce(), [&](std::size_t first, std::size_t count) {
+                const auto* const from = static_cast<const std::byte*>(samples) + first * bytes;
+                const void* const passed = stream->prepare(from, count, Memory::kConstant);
+                const snd_pcm_sframes_t taken = original(pcm, passed, count);
+                stream->accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
+                return taken;
+            });
         });
+}
+
+/// The frames from `first` on of one plane a channel; a null plane is silence.
+template <class Original>
+snd_pcm_sframes_t writePlanes(Original* original, NativeStream& stream, snd_pcm_t* pcm,
+                              void* const* planes, std::size_t first, std::size_t frames) {
+    const unsigned channels = stream.format().channels;
+    const unsigned bytes = bytesPerSample(stream.format().sample);
+    std::byte* const room = stream.room(frames);
+    std::array<void*, kMostChannels> at{};
+    for (unsigned channel = 0; channel < channels; ++channel) {
+        auto* const plane = static_cast<std::byte*>(planes[channel]);
+        at[channel] = plane == nullptr ? nullptr : plane + first * bytes;
+    }
+    interleave({at.data(), channels}, bytes, frames, room);
+    const void* const passed = stream.prepare(room, frames, Memory::kConstant);
+    if (passed != room) {
+        for (unsigned channel = 0; channel < channels; ++channel) {
+            at[channel] = room + channel * frames * bytes;
+        }
+        deinterleave(passed, bytes, frames, {at.data(), channels});
+    }
+    const snd_pcm_sframes_t taken = original(pcm, at.data(), frames);
+    stream.accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
+    return taken;
 }
 
 /// A function that writes one plane a channel.
@@ -94,25 +154,12 @@ constexpr auto hookOfPlanes() {
         [](auto* original, snd_pcm_t* pcm, void** planes, snd_pcm_uframes_t frames) {
             const CallDepth depth;
             const NativeStream::Use stream(depth.isOutermost() ? pcm : nullptr);
-            std::byte* const room = stream && planes != nullptr ? stream->room(frames) : nullptr;
-            if (room == nullptr) {
+            if (!stream || planes == nullptr) {
                 return original(pcm, planes, frames);
             }
-            const unsigned channels = stream->format().channels;
-            const unsigned bytes = bytesPerSample(stream->format().sample);
-            interleave({const_cast<const void* const*>(planes), channels}, bytes, frames, room);
-            const void* const passed = stream->prepare(room, frames, Memory::kConstant);
-            std::array<void*, kMostChannels> own{};
-            if (passed != room) {
-                for (unsigned channel = 0; channel < channels; ++channel) {
-                    own[channel] = room + channel * frames * bytes;
-                }
-                deinterleave(passed, bytes, frames, {own.data(), channels});
-                planes = own.data();
-            }
-            const snd_pcm_sframes_t taken = original(pcm, planes, frames);
-            stream->accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
-            return taken;
+            return inParts(frames, stream->atOnce(), [&](std::size_t first, std::size_t count) {
+                return writePlanes(original, *stream.operator->(), pcm, planes, first, count);
+            });
         });
 }
 
@@ -177,7 +224,7 @@ void followMap(const AlsaLibrary& alsa, snd_pcm_t* pcm, const snd_pcm_chmap_t& m
     const Speakers before = format.speakers;
     format.speakers = alsaSpeakers({map.pos, map.channels});
     if (format.speakers != Speakers{} && format.speakers != before) {
-        NativeStream::open(pcm, format, "alsa", alsa.name(pcm));
+        openStream(alsa, pcm, format);
     }
 }
 

@@ -14,7 +14,8 @@ struct AlsaLibrary {
     decltype(&snd_pcm_hw_params_get_format) format;
     decltype(&snd_pcm_hw_params_get_channels) channels;
     decltype(&snd_pcm_hw_params_get_rate) rate;
-    decltype(&snd_pcm_get_chmap) map;  ///< may be missing
+    decltype(&snd_pcm_get_params) sizes;  ///< may be missing
+    decltype(&snd_pcm_get_chmap) map;     ///< may be missing
 
     explicit AlsaLibrary(const void* known)
         : stream(functionBeside<decltype(snd_pcm_stream)>(known, "snd_pcm_stream")),
@@ -26,6 +27,7 @@ struct AlsaLibrary {
               known, "snd_pcm_hw_params_get_channels")),
           rate(functionBeside<decltype(snd_pcm_hw_params_get_rate)>(known,
                                                                     "snd_pcm_hw_params_get_rate")),
+          sizes(functionBeside<decltype(snd_pcm_get_params)>(known, "snd_pcm_get_params")),
           map(functionBeside<decltype(snd_pcm_get_chmap)>(known, "snd_pcm_get_chmap")) {}
 
     [[nodiscard]] bool isComplete() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -65,7 +66,8 @@ class NativeStream final : private BlockFeeder {
     // [any thread] [real-time safe] The writer's.
 
     /// What is to be passed on in place of `samples`: the same, or with ducking and compression
-    /// (changed in place, or a copy that is valid until the next call).
+    /// (changed in place, or a copy that is valid until the next call). At most atOnce() frames:
+    /// more is passed on as it is.
     [[nodiscard]] void* prepare(const void* samples, std::size_t frames, Memory memory) noexcept;
     /// The native function has taken the first `frames` of what was prepared. The rest is kept: it
     /// is not processed twice when the program writes it again. The first `late` of them stand
@@ -79,6 +81,16 @@ class NativeStream final : private BlockFeeder {
     /// The native side plays nothing any more of what lies further ahead than it may be behind the
     /// unit: of that only what has been played by now can have been heard.
     void cutShort() noexcept;
+
+    /// Longest piece for one prepare(). Longer ones are handed over in parts, so that all of it is
+    /// ducked, and recorded while it is played: a call that blocks may last as long as its sound.
+    [[nodiscard]] std::size_t atOnce() const noexcept {
+        return std::min(mostFrames_, taken_.load(std::memory_order_relaxed));
+    }
+    /// [any thread] The native side takes no more than that many frames without waiting.
+    void takesAtOnce(std::size_t frames) noexcept {
+        taken_.store(std::max(frames, std::size_t{1}), std::memory_order_relaxed);
+    }
 
     /// Memory for that many frames as the program writes them, for sound that does not lie
     /// interleaved. Null for more than a stream holds. One piece at a time.
@@ -140,7 +152,7 @@ class NativeStream final : private BlockFeeder {
     ConvertSamples toUnit_ = nullptr;
     ConvertSamples fromUnit_ = nullptr;
     bool isNarrower_ = false;     ///< the program's samples have fewer bits than the unit's
-    std::size_t mostFrames_ = 0;  ///< of one piece
+    std::size_t mostFrames_ = 0;  ///< of one piece, by our memory
 
     std::unique_ptr<FrameFifo> fifo_;
 
@@ -175,6 +187,7 @@ class NativeStream final : private BlockFeeder {
     std::atomic<std::size_t> block_{0};       ///< frames of the device's last block
     std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
     std::atomic<std::size_t> largestPiece_{0};
+    std::atomic<std::size_t> taken_{0};  ///< of one piece, by the native side's memory
     // Under StreamLife's lock.
     std::optional<tq_stream_fate> fate_;                ///< what was said last
     std::chrono::steady_clock::time_point reportedAt_;  ///< when

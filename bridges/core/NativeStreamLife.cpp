@@ -76,6 +76,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     fate_.reset();
     unserved_ = 0;
     largestPiece_ = 0;
+    taken_ = mostFrames_;
     pacer_.emplace(format.sampleRate);
     fifo_ = FrameFifo::tryMake(static_cast<unsigned>(unitFrameBytes_), format.sampleRate);
     return fifo_ != nullptr && pre_.data() != nullptr && post_.data() != nullptr &&

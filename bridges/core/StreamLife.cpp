@@ -165,11 +165,11 @@ void StreamLife::waitFor(NativeStream& stream) {
     stream.isWaiting_.store(canWait, std::memory_order_release);
 }
 
-/// Whether it is the next to be played of those that wait for the same unit.
+/// Whether its unit plays nothing any more and it is the first of those that wait for it.
 bool StreamLife::isNext(const NativeStream& stream) const {
     return std::none_of(streams_.begin(), streams_.end(), [&](const NativeStream* other) {
         return other != &stream && other->unit_.load() == stream.unit_.load() &&
-               other->number_ < stream.number_;
+               (!other->isWaiting_.load() || other->number_ < stream.number_);
     });
 }
 

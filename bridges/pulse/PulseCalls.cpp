@@ -3,6 +3,7 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 
@@ -116,32 +117,56 @@ void changeRate(pa_stream* stream, PulseStream& record, std::uint32_t rate) {
     }
 }
 
-/// One write of the program. `pass` hands on what is to be played and says whether that is a copy:
-/// then the program's memory is not the library's to keep, and is released by the caller.
+/// What a write hands on.
+struct Passed {
+    const void* samples;
+    std::size_t bytes;
+    std::int64_t offset;
+    pa_seek_mode_t seek;
+    /// Not all of the program's memory: that is not the library's to keep, and is released by the
+    /// caller.
+    bool isCopy;
+};
+
+/// One write of the program, in parts where it is longer than a stream holds.
 template <class Pass>
 int write(const PulseLibrary& pulse, pa_stream* stream, const void* samples, std::size_t bytes,
           std::int64_t offset, pa_seek_mode_t seek, Pass pass) {
     const CallDepth depth;
     PulseStream* const record = depth.isOutermost() ? streams().find(stream) : nullptr;
     if (record == nullptr) {
-        return pass(samples, false);
+        return pass(Passed{samples, bytes, offset, seek, false});
     }
     settle(pulse, stream, *record);
     const NativeStream::Use use(stream);
     if (!use) {
-        return pass(samples, false);
+        return pass(Passed{samples, bytes, offset, seek, false});
     }
-    const std::size_t frames = bytes / use->format().bytesPerFrame();
+    const std::size_t frameBytes = use->format().bytesPerFrame();
     // Only what begin_write has handed out may be passed on after it.
-    const Memory memory = record->block.holds(samples) ? Memory::kChangeable : Memory::kConstant;
-    const void* const passed = use->prepare(samples, frames, memory);
-    const int result = pass(passed, passed != samples);
-    if (result >= 0) {
+    const bool isBlock = record->block.holds(samples);
+    const Memory memory = isBlock ? Memory::kChangeable : Memory::kConstant;
+    const std::size_t most = isBlock ? bytes : use->atOnce() * frameBytes;
+    const auto* from = static_cast<const std::byte*>(samples);
+    std::size_t left = bytes;
+    while (true) {
+        const std::size_t part = std::min(left, most);
+        const void* const passed = use->prepare(from, part / frameBytes, memory);
+        const int result = pass(Passed{passed, part, offset, seek, passed != from || most < bytes});
+        if (result < 0) {
+            return result;
+        }
         record->block = {};
-        record->written(*use.operator->(), frames, offset, seek, prebufferOf(pulse, stream),
-                        pulse.underflow(stream));
+        record->written(*use.operator->(), part / frameBytes, offset, seek,
+                        prebufferOf(pulse, stream), pulse.underflow(stream));
+        from += part;
+        left -= part;
+        if (left == 0) {
+            return result;
+        }
+        offset = 0;
+        seek = PA_SEEK_RELATIVE;
     }
-    return result;
 }
 
 /// `then` for a stream that is served.
@@ -291,10 +316,11 @@ constexpr tqhook::HookTable kHooks{
                                       pa_seek_mode_t seek) {
         bool isReleased = false;
         const int result = write(libraryOf<PulseLibrary>(original), stream, samples, bytes, offset,
-                                 seek, [&](const void* passed, bool isCopy) {
-                                     isReleased = isCopy && release != nullptr;
-                                     return original(stream, passed, bytes,
-                                                     isCopy ? nullptr : release, offset, seek);
+                                 seek, [&](const Passed& passed) {
+                                     isReleased = passed.isCopy && release != nullptr;
+                                     return original(stream, passed.samples, passed.bytes,
+                                                     passed.isCopy ? nullptr : release,
+                                                     passed.offset, passed.seek);
                                  });
         if (isReleased && result >= 0) {
             release(const_cast<void*>(samples));
@@ -305,13 +331,14 @@ constexpr tqhook::HookTable kHooks{
         [](auto* original, pa_stream* stream, const void* samples, std::size_t bytes,
            pa_free_cb_t release, void* released, std::int64_t offset, pa_seek_mode_t seek) {
             bool isReleased = false;
-            const int result =
-                write(libraryOf<PulseLibrary>(original), stream, samples, bytes, offset, seek,
-                      [&](const void* passed, bool isCopy) {
-                          isReleased = isCopy && release != nullptr;
-                          return original(stream, passed, bytes, isCopy ? nullptr : release,
-                                          isCopy ? nullptr : released, offset, seek);
-                      });
+            const int result = write(libraryOf<PulseLibrary>(original), stream, samples, bytes,
+                                     offset, seek, [&](const Passed& passed) {
+                                         isReleased = passed.isCopy && release != nullptr;
+                                         return original(stream, passed.samples, passed.bytes,
+                                                         passed.isCopy ? nullptr : release,
+                                                         passed.isCopy ? nullptr : released,
+                                                         passed.offset, passed.seek);
+                                     });
             if (isReleased && result >= 0) {
                 release(released);
             }

@@ -14,19 +14,32 @@ using tqtest::Sound;
 
 const std::vector<std::string> kNone;
 
-class AlsaRoadTest : public testing::TestWithParam<const char*> {
+class AlsaPlayerTest : public testing::Test {
   protected:
-    AlsaRoadTest() { std::ofstream(file_, std::ios::binary) << noise_.bytes; }
+    AlsaPlayerTest(const char* road, std::size_t frames)
+        : noise_(tqtest::markedNoise({}, frames)), command_{TQ_TEST_ALSA_PLAYER, road, file_} {
+        std::ofstream(file_, std::ios::binary) << noise_.bytes;
+    }
     void SetUp() override {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
         GTEST_SKIP() << "a sanitizer's library cannot be preloaded into a program built without it";
 #endif
     }
 
-    const Sound noise_ = tqtest::markedNoise({}, 30000);
+    const Sound noise_;
     FileOutput<tqtest::AlsaFilePcm> output_;
     const std::string file_ = output_.folder().file("noise.raw");
-    const std::vector<std::string> command_{TQ_TEST_ALSA_PLAYER, GetParam(), file_};
+    const std::vector<std::string> command_;
+};
+
+class AlsaRoadTest : public AlsaPlayerTest, public testing::WithParamInterface<const char*> {
+  protected:
+    AlsaRoadTest() : AlsaPlayerTest(GetParam(), 30000) {}
+};
+
+class AlsaLongWriteTest : public AlsaPlayerTest {
+  protected:
+    AlsaLongWriteTest() : AlsaPlayerTest("writei", std::size_t{12} * 48000) {}
 };
 
 TEST_P(AlsaRoadTest, IsHeardAndAnsweredAsBareAndOnOneTrack) {
@@ -51,6 +64,16 @@ TEST_P(AlsaRoadTest, AtItsEndAllThatItWroteIsAccountedForAsOnTheTrack) {
     const ProgramRun recorded = runRecorded(output_, command_);
     EXPECT_NE(recorded.end.text().find("30000 written, 30000 into its track"), std::string::npos)
         << recorded.end.text();
+}
+
+/// More than a stream holds, in one call.
+TEST_F(AlsaLongWriteTest, IsDuckedFromItsFirstFrameToItsLast) {
+    const ProgramRun ducked = runRecorded(output_, command_, {"--duck=-20", "--attack", "0.001"});
+    EXPECT_NE(ducked.end.output.find(std::to_string(noise_.frames())), std::string::npos);
+    ASSERT_EQ(ducked.heard.frames(), noise_.frames()) << ducked.end.text();
+    for (const std::size_t frame : {std::size_t{24000}, std::size_t{480000}, noise_.frames() - 1}) {
+        EXPECT_NEAR(ducked.heard.value(frame, 0), noise_.value(frame, 0) / 10, 0.02) << frame;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Own, AlsaRoadTest,

@@ -130,31 +130,23 @@ void NativeStreams::awaitReport(const std::string& name, tq_stream_fate fate, bo
                              said(reports_));
 }
 
+std::size_t NativeStreams::countReports(const std::string& ending, bool areClosed) const {
+    const std::scoped_lock guard(lock_);
+    return static_cast<std::size_t>(
+        std::count_if(reports_.begin(), reports_.end(), [&](const auto& report) {
+            return report.first.ends_with(ending) && (report.second.is_closed != 0) == areClosed;
+        }));
+}
+
 void NativeStreams::awaitReports(const std::string& ending, bool areClosed,
                                  std::size_t count) const {
     for (int i = 0; i < 2000; ++i) {
-        {
-            const std::scoped_lock guard(lock_);
-            const auto found =
-                std::count_if(reports_.begin(), reports_.end(), [&](const auto& report) {
-                    return report.first.ends_with(ending) &&
-                           (report.second.is_closed != 0) == areClosed;
-                });
-            if (static_cast<std::size_t>(found) >= count) {
-                return;
-            }
+        if (countReports(ending, areClosed) >= count) {
+            return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     throw std::runtime_error("streams called" + ending + " neither begin nor end");
-}
-
-std::size_t NativeStreams::closedReports(const std::string& ending) const {
-    const std::scoped_lock guard(lock_);
-    return static_cast<std::size_t>(
-        std::count_if(reports_.begin(), reports_.end(), [&](const auto& report) {
-            return report.first.ends_with(ending) && report.second.is_closed != 0;
-        }));
 }
 
 void NativeStreams::playOut(const std::string& name) {

@@ -70,8 +70,8 @@ class NativeStreams : public CapturePath {
                      bool isClosed = false);
     /// Waits until so many streams with names of that ending have begun, or were closed.
     void awaitReports(const std::string& ending, bool areClosed, std::size_t count) const;
-    /// Streams with names of that ending of which it was said that they are closed.
-    [[nodiscard]] std::size_t closedReports(const std::string& ending) const;
+    /// Reports that streams with names of that ending have begun, or were closed.
+    [[nodiscard]] std::size_t countReports(const std::string& ending, bool areClosed) const;
     /// Pumps until it was said that the stream is closed: what it had is played.
     void playOut(const std::string& name);
     /// Pumps until no stream of the interface is left, whatever its name, so that the next one is

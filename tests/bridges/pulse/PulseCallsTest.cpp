@@ -142,6 +142,22 @@ TEST_F(PulseCalls, WhereACopyIsPassedTheProgramsMemoryIsReleasedAfterIt) {
     EXPECT_EQ(own[0], 1) << "what is not taken stays the program's";
 }
 
+TEST_F(PulseCalls, AWriteLongerThanAStreamHoldsIsDuckedInPartsAndReleasedOnce) {
+    duckingBegins();
+    play();
+    const Sound longer = markedNoise({}, std::size_t{12} * 48000);
+    int released = 0;
+    ASSERT_EQ(pa_stream_write_ext_free(stream.get(), longer.bytes.data(), longer.bytes.size(),
+                                       count, &released, 0, PA_SEEK_RELATIVE),
+              0);
+    EXPECT_EQ(released, 1);
+    const Sound passed{longer.format, stream->taken};
+    ASSERT_EQ(passed.frames(), longer.frames());
+    for (const std::size_t frame : {std::size_t{48000}, std::size_t{480000}, longer.frames() - 1}) {
+        EXPECT_NEAR(passed.value(frame, 0), longer.value(frame, 0) / 10, 0.001) << frame;
+    }
+}
+
 TEST_F(PulseCalls, WhereTheProgramsMemoryIsPassedTheLibraryReleasesIt) {
     play();
     int released = 0;
