@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "bridges/programs/ProgramRun.h"
+#include "bridges/programs/RecordedRun.h"
 #include "support/sound/Comparison.h"
 
 // A program of ours on an ALSA device that writes a file: every road by which ALSA takes sound.
@@ -20,11 +20,7 @@ class AlsaPlayerTest : public testing::Test {
         : noise_(tqtest::markedNoise({}, frames)), command_{TQ_TEST_ALSA_PLAYER, road, file_} {
         std::ofstream(file_, std::ios::binary) << noise_.bytes;
     }
-    void SetUp() override {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        GTEST_SKIP() << "a sanitizer's library cannot be preloaded into a program built without it";
-#endif
-    }
+    void SetUp() override { skipUnlessPreloading(); }
 
     const Sound noise_;
     FileOutput<tqtest::AlsaFilePcm> output_;

@@ -1,5 +1,7 @@
 // Plays a file of 16-bit stereo frames on the ALSA device "cap": alsa_player ROAD FILE. Says what
-// it was answered.
+// it was answered. A program by itself, or a plug-in of one.
+
+#include "alsa_player.h"
 
 #include <alsa/asoundlib.h>
 
@@ -70,7 +72,7 @@ snd_pcm_access_t accessOf(std::string_view road) {
 
 }  // namespace
 
-int main(int count, char** arguments) {
+extern "C" int playAlsa(int count, char** arguments) {
     if (count != 3) {
         return 2;
     }

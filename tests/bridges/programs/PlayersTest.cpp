@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <ostream>
-
-#include "bridges/programs/ProgramRun.h"
+#include "bridges/programs/Player.h"
+#include "bridges/programs/RecordedRun.h"
 #include "support/sound/Comparison.h"
 
 // Players of the distribution: what they play is the same at every run, and the same under the
@@ -16,37 +15,15 @@ using tqtest::SoundFormat;
 
 const std::vector<std::string> kNothing;
 
-struct Player {
-    std::string name;
-    std::unique_ptr<Output> (*makeOutput)();
-    std::vector<std::string> command;      ///< the file that it plays comes behind it
-    std::vector<std::string> behind = {};  ///< and this behind the file
-};
-
-void PrintTo(const Player& player, std::ostream* out) {
-    *out << player.name;
-}
-
-template <typename Kind>
-std::unique_ptr<Output> make() {
-    return std::make_unique<Kind>();
-}
-
-constexpr auto kAlsa = make<FileOutput<tqtest::AlsaFilePcm>>;
-constexpr auto kPulse = make<ServerOutput<tqtest::PulseServer>>;
-constexpr auto kPipeWire = make<ServerOutput<tqtest::PipeWireServer>>;
-constexpr auto kSdl = make<FileOutput<tqtest::SdlDisk>>;
-
 class PlayersTest : public testing::TestWithParam<Player> {
   protected:
-    PlayersTest() : output_(GetParam().makeOutput()), command_(GetParam().command) {
+    PlayersTest() : output_(GetParam().makeOutput()) {
         const std::string file = output_->folder().file("noise.wav");
         writeWav(noise_, file);
-        command_.push_back(file);
-        command_.insert(command_.end(), GetParam().behind.begin(), GetParam().behind.end());
+        command_ = GetParam().playing(file);
     }
 
-    const Sound noise_ = tqtest::markedNoise({}, 24000);
+    const Sound noise_ = tqtest::markedNoise(GetParam().format, 24000);
     std::unique_ptr<Output> output_;
     std::vector<std::string> command_;
 };
@@ -58,27 +35,53 @@ TEST_P(PlayersTest, BareItIsHeardFrameForFrameAtEveryRun) {
     expectSameSound(first, runBare(*output_, command_), GetParam().name);
 }
 
-TEST_P(PlayersTest, UnderTheRecorderItSoundsAsBare) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer's library cannot be preloaded into a program built without it";
-#endif
+class RecordedPlayersTest : public PlayersTest {
+  protected:
+    void SetUp() override { skipUnlessPreloading(); }
+};
+
+TEST_P(RecordedPlayersTest, SoundsAsBare) {
     expectSameSoundAsBare(*output_, command_);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Debian, PlayersTest,
-    testing::Values(Player{"aplay", kAlsa, {"aplay", "-q", "-D", "cap"}},
-                    Player{"aplayMmap", kAlsa, {"aplay", "-q", "-M", "-D", "cap"}},
-                    Player{"sox", kAlsa, {"sox", "-q"}, {"-t", "alsa", "cap"}},
-                    Player{"soxPulse", kPulse, {"sox", "-q"}, {"-t", "pulseaudio", "cap"}},
-                    Player{"paplay", kPulse, {"paplay"}},
-                    Player{"mpvPulse",
-                           kPulse,
-                           {"mpv", "--no-config", "--no-video", "--really-quiet", "--ao=pulse"}},
-                    Player{
-                        "ffplay", kSdl, {"ffplay", "-nodisp", "-autoexit", "-loglevel", "error"}},
-                    Player{"paplayOnPipeWire", kPipeWire, {"paplay"}}),
-    [](const testing::TestParamInfo<Player>& each) { return each.param.name; });
+/// At the rate and in the format of the mix.
+class MixedPlayersTest : public RecordedPlayersTest {};
+
+TEST_P(MixedPlayersTest, TrackAndMixAreWhatItPlays) {
+    const ProgramRun run = runRecorded(*output_, command_);
+    EXPECT_EQ(run.end.code, 0) << run.end.text();
+    expectTrackHolds(run, noise_);
+    EXPECT_EQ(tqtest::differences(noise_, run.mix.trimmed()), kNothing) << run.end.text();
+}
+
+const std::vector<std::string> kAplay{"aplay", "-q", "-D", "cap"};
+const std::vector<std::string> kAplayMmap{"aplay", "-q", "-M", "-D", "cap"};
+const std::vector<std::string> kFfplay{"ffplay", "-nodisp", "-autoexit", "-loglevel", "error"};
+
+std::string nameOf(const testing::TestParamInfo<Player>& each) {
+    return each.param.name;
+}
+
+const auto kPlayers = testing::Values(
+    Player{"aplay", kAlsa, kAplay}, Player{"aplayMmap", kAlsa, kAplayMmap},
+    Player{"sox", kAlsa, {"sox", "-q"}, {"-t", "alsa", "cap"}},
+    Player{"soxPulse", kPulse, {"sox", "-q"}, {"-t", "pulseaudio", "cap"}},
+    Player{"paplay", kPulse, {"paplay"}},
+    Player{
+        "mpvPulse", kPulse, {"mpv", "--no-config", "--no-video", "--really-quiet", "--ao=pulse"}},
+    Player{"ffplay", kSdl, kFfplay}, Player{"paplayOnPipeWire", kPipeWire, {"paplay"}});
+INSTANTIATE_TEST_SUITE_P(Debian, PlayersTest, kPlayers, nameOf);
+INSTANTIATE_TEST_SUITE_P(Debian, RecordedPlayersTest, kPlayers, nameOf);
+
+constexpr SoundFormat kOfMix{.rate = 44100};
+
+INSTANTIATE_TEST_SUITE_P(Debian, MixedPlayersTest,
+                         testing::Values(Player{"aplay", kAlsa, kAplay, {}, kOfMix},
+                                         Player{"aplayMmap", kAlsa, kAplayMmap, {}, kOfMix},
+                                         Player{"paplay", kPulse, {"paplay"}, {}, kOfMix},
+                                         Player{"ffplay", kSdl, kFfplay, {}, kOfMix},
+                                         Player{"pwPlay", kPipeWire, {"pw-play"}, {}, kOfMix}),
+                         nameOf);
 
 TEST(TrackFaultsTest, OneTrackThatHoldsAllIsRight) {
     const Sound noise = tqtest::markedNoise({}, 500);

@@ -115,6 +115,19 @@ std::vector<std::string> trackFaults(const ProgramRun& run, const Sound& played)
     return tqtest::differences(played.trimmed(), run.tracks.begin()->second.trimmed());
 }
 
+void expectOnTracks(const ProgramRun& run, const Sound& played) {
+    std::string found;
+    for (const auto& [name, track] : run.tracks) {
+        const std::vector<std::string> faults =
+            tqtest::differences(played, tqtest::alignedTo(played, track));
+        if (faults.empty()) {
+            return;
+        }
+        found += name + ": " + faults.front() + "\n";
+    }
+    ADD_FAILURE() << "on no track:\n" << found << run.end.text();
+}
+
 void expectTrackHolds(const ProgramRun& run, const Sound& played) {
     EXPECT_EQ(trackFaults(run, played), std::vector<std::string>{}) << run.end.text();
 }

@@ -96,6 +96,8 @@ void expectSameSoundAsBare(Output& output, const std::vector<std::string>& comma
 /// own format, with nothing but silence around it. Empty when nothing does.
 [[nodiscard]] std::vector<std::string> trackFaults(const ProgramRun& run,
                                                    const tqtest::Sound& played);
+/// Fails unless one of the tracks has that sound in one piece.
+void expectOnTracks(const ProgramRun& run, const tqtest::Sound& played);
 /// Fails where there are such faults.
 void expectTrackHolds(const ProgramRun& run, const tqtest::Sound& played);
 

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <ostream>
 
-#include "bridges/programs/ProgramRun.h"
+#include "bridges/programs/Player.h"
+#include "bridges/programs/RecordedRun.h"
 
 // Players with six channels: the mix has each of them where the interface says that it is heard.
 
@@ -18,25 +18,11 @@ constexpr std::array<double, 2> kLow{0, 0};
 constexpr std::array<double, 2> kBackLeft{kLower, 0};
 constexpr std::array<double, 2> kBackRight{0, kLower};
 
-struct Player {
-    std::string name;
-    std::unique_ptr<Output> (*makeOutput)();
-    std::vector<std::string> command;  ///< the file that it plays comes behind it
+/// One that plays six channels, and how loud each is in the mix.
+struct SixChannels : Player {
     std::array<std::array<double, 2>, 6> gains;
 };
 
-void PrintTo(const Player& player, std::ostream* out) {
-    *out << player.name;
-}
-
-template <typename Kind>
-std::unique_ptr<Output> make() {
-    return std::make_unique<Kind>();
-}
-
-constexpr auto kAlsa = make<FileOutput<tqtest::AlsaFilePcm>>;
-constexpr auto kPulse = make<ServerOutput<tqtest::PulseServer>>;
-constexpr auto kPipeWire = make<ServerOutput<tqtest::PipeWireServer>>;
 constexpr int kRate = 44100;
 
 /// A device that knows one order, which is not ALSA's usual one.
@@ -48,26 +34,25 @@ class MappedAlsa : public FileOutput<tqtest::AlsaFilePcm> {
     }
 };
 
-class SpeakersTest : public testing::TestWithParam<Player> {
+void PrintTo(const SixChannels& player, std::ostream* out) {
+    *out << player.name;
+}
+
+class SpeakersTest : public testing::TestWithParam<SixChannels> {
   protected:
-    void SetUp() override {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        GTEST_SKIP() << "a sanitizer's library cannot be preloaded into a program built without it";
-#endif
-    }
+    void SetUp() override { skipUnlessPreloading(); }
     std::unique_ptr<Output> output_ = GetParam().makeOutput();
 };
 
 TEST_P(SpeakersTest, EachOfSixChannelsIsInTheMixWhereItIsHeard) {
     const tqtest::Sound sound = oneChannelAfterTheOther(kRate);
-    std::vector<std::string> command = GetParam().command;
-    command.push_back(output_->folder().file("six"));
-    if (command.front() == "pw-play") {
-        writeWav(sound, command.back());
+    const std::string file = output_->folder().file("six");
+    if (GetParam().name == "pwPlay") {
+        writeWav(sound, file);
     } else {
-        std::ofstream(command.back(), std::ios::binary) << sound.bytes;
+        std::ofstream(file, std::ios::binary) << sound.bytes;
     }
-    const ProgramRun run = runRecorded(*output_, command);
+    const ProgramRun run = runRecorded(*output_, GetParam().playing(file));
     EXPECT_EQ(run.end.code, 0) << run.end.text();
     expectTrackHolds(run, sound);
     expectFolded(run, GetParam().gains);
@@ -84,24 +69,19 @@ std::vector<std::string> paplay(const std::string& map) {
 INSTANTIATE_TEST_SUITE_P(
     Debian, SpeakersTest,
     testing::Values(
-        Player{"aplay", kAlsa, kAplay, {kLeft, kRight, kBackLeft, kBackRight, kMiddle, kLow}},
-        Player{"aplayWhereTheDeviceSaysIt",
-               make<MappedAlsa>,
-               kAplay,
-               {kLeft, kRight, kMiddle, kLow, kBackLeft, kBackRight}},
-        Player{"paplay",
-               kPulse,
-               paplay("front-left,front-right,front-center,lfe,rear-left,rear-right"),
-               {kLeft, kRight, kMiddle, kLow, kBackLeft, kBackRight}},
-        Player{"paplayOtherOrder",
-               kPulse,
-               paplay("front-left,front-center,front-right,side-left,side-right,lfe"),
-               {kLeft, kMiddle, kRight, kBackLeft, kBackRight, kLow}},
-        Player{"pwPlay",
-               kPipeWire,
-               {"pw-play", "--channel-map=FL,FR,FC,LFE,SL,SR"},
-               {kLeft, kRight, kMiddle, kLow, kBackLeft, kBackRight}}),
-    [](const testing::TestParamInfo<Player>& each) { return each.param.name; });
+        SixChannels{{"aplay", kAlsa, kAplay},
+                    {kLeft, kRight, kBackLeft, kBackRight, kMiddle, kLow}},
+        SixChannels{{"aplayWhereTheDeviceSaysIt", make<MappedAlsa>, kAplay},
+                    {kLeft, kRight, kMiddle, kLow, kBackLeft, kBackRight}},
+        SixChannels{{"paplay", kPulse,
+                     paplay("front-left,front-right,front-center,lfe,rear-left,rear-right")},
+                    {kLeft, kRight, kMiddle, kLow, kBackLeft, kBackRight}},
+        SixChannels{{"paplayOtherOrder", kPulse,
+                     paplay("front-left,front-center,front-right,side-left,side-right,lfe")},
+                    {kLeft, kMiddle, kRight, kBackLeft, kBackRight, kLow}},
+        SixChannels{{"pwPlay", kPipeWire, {"pw-play", "--channel-map=FL,FR,FC,LFE,SL,SR"}},
+                    {kLeft, kRight, kMiddle, kLow, kBackLeft, kBackRight}}),
+    [](const testing::TestParamInfo<SixChannels>& each) { return each.param.name; });
 
 }  // namespace
 }  // namespace programruns

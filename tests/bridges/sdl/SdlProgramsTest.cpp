@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "bridges/programs/ProgramRun.h"
+#include "bridges/programs/RecordedRun.h"
 #include "support/sound/Comparison.h"
 
 // Programs on SDL's own driver that writes a file: every road by which SDL takes sound.
@@ -22,21 +22,9 @@ std::string fileOf(const Output& output, const Sound& sound) {
     return path;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kCanPreload = false;
-#else
-constexpr bool kCanPreload = true;
-#endif
-
 /// The player of this folder on SDL's disk.
-class SdlPlayer : public testing::Test {
+class SdlPlayer : public RecordedRun {
   protected:
-    void SetUp() override {
-        if (!kCanPreload) {
-            GTEST_SKIP()
-                << "a sanitizer's library cannot be preloaded into a program built without it";
-        }
-    }
     static std::vector<std::string> command(const Output& output, const std::string& road,
                                             int format, const Sound& sound) {
         return {TQ_TEST_SDL_PLAYER,
@@ -93,6 +81,21 @@ TEST_F(SdlPrograms, ThirtyTwoBitsStayThirtyTwo) {
     const ProgramRun run = runRecorded(output, command(output, "callback", kS32, noise));
     EXPECT_EQ(tqtest::differences(noise, run.heard), kNothing);
     expectTrackHolds(run, noise);
+}
+
+TEST_F(SdlPrograms, DuckedTheTrackIsWhatIsHeard) {
+    const Sound noise = tqtest::markedNoise({.rate = 44100}, 30000);
+    for (const char* const road : {"callback", "pieces", "legacy"}) {
+        FileOutput<tqtest::SdlDisk> output(noise.format);
+        const ProgramRun ducked = runRecorded(output, command(output, road, kS16, noise),
+                                              {"--duck=-20", "--attack", "0.001"});
+        ASSERT_EQ(ducked.heard.frames(), noise.frames()) << ducked.end.text();
+        expectTrackHolds(ducked, ducked.heard);
+        for (const std::size_t frame : {480U, 12345U, 29999U}) {
+            EXPECT_NEAR(ducked.heard.value(frame, 0), noise.value(frame, 0) / 10, 0.001)
+                << road << " frame " << frame;
+        }
+    }
 }
 
 TEST_F(SdlPrograms, ACopyWithAnotherNameIsRecordedWhereverItPlays) {

@@ -1,0 +1,5 @@
+#include "alsa_player.h"
+
+int main(int count, char** arguments) {
+    return playAlsa(count, arguments);
+}
