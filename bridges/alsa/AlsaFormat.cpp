@@ -10,16 +10,6 @@
 namespace tq::bridges {
 namespace {
 
-constexpr bool kIsLittle = std::endian::native == std::endian::little;
-
-/// Of a pair of samples the one whose bytes lie as ALSA says.
-constexpr NativeSample little(NativeSample own, NativeSample swapped) {
-    return kIsLittle ? own : swapped;
-}
-constexpr NativeSample big(NativeSample own, NativeSample swapped) {
-    return kIsLittle ? swapped : own;
-}
-
 constexpr std::string_view kFirstStatus = "AES0";
 /// Set when what is played is not linear samples.
 constexpr unsigned kNotAudio = 0x2;
@@ -28,56 +18,74 @@ constexpr std::array<unsigned, 8> kUsualOrder{SND_CHMAP_FL, SND_CHMAP_FR, SND_CH
                                               SND_CHMAP_RR, SND_CHMAP_FC, SND_CHMAP_LFE,
                                               SND_CHMAP_SL, SND_CHMAP_SR};
 
+using enum NativeSample;
+constexpr auto kLittle = std::endian::little;
+constexpr auto kBig = std::endian::big;
+
+constexpr auto kSamples = std::to_array<Meaning<snd_pcm_format_t, NativeSample>>({
+    {SND_PCM_FORMAT_U8, kU8},
+    {SND_PCM_FORMAT_S8, kS8},
+    {SND_PCM_FORMAT_S16_LE, inOrder(kS16, kLittle)},
+    {SND_PCM_FORMAT_S16_BE, inOrder(kS16, kBig)},
+    {SND_PCM_FORMAT_U16_LE, inOrder(kU16, kLittle)},
+    {SND_PCM_FORMAT_U16_BE, inOrder(kU16, kBig)},
+    {SND_PCM_FORMAT_S24_3LE, inOrder(kS24In3, kLittle)},
+    {SND_PCM_FORMAT_S24_3BE, inOrder(kS24In3, kBig)},
+    {SND_PCM_FORMAT_U24_3LE, inOrder(kU24In3, kLittle)},
+    {SND_PCM_FORMAT_U24_3BE, inOrder(kU24In3, kBig)},
+    {SND_PCM_FORMAT_S24_LE, inOrder(kS24In4, kLittle)},
+    {SND_PCM_FORMAT_S24_BE, inOrder(kS24In4, kBig)},
+    {SND_PCM_FORMAT_U24_LE, inOrder(kU24In4, kLittle)},
+    {SND_PCM_FORMAT_U24_BE, inOrder(kU24In4, kBig)},
+    {SND_PCM_FORMAT_S32_LE, inOrder(kS32, kLittle)},
+    {SND_PCM_FORMAT_S32_BE, inOrder(kS32, kBig)},
+    {SND_PCM_FORMAT_U32_LE, inOrder(kU32, kLittle)},
+    {SND_PCM_FORMAT_U32_BE, inOrder(kU32, kBig)},
+    {SND_PCM_FORMAT_FLOAT_LE, inOrder(kF32, kLittle)},
+    {SND_PCM_FORMAT_FLOAT_BE, inOrder(kF32, kBig)},
+    {SND_PCM_FORMAT_FLOAT64_LE, inOrder(kF64, kLittle)},
+    {SND_PCM_FORMAT_FLOAT64_BE, inOrder(kF64, kBig)},
+});
+
 /// What lies above is heard where it would be below.
+constexpr auto kSpeakers = std::to_array<Meaning<unsigned, tq_speaker>>({
+    {SND_CHMAP_FL, TQ_SPEAKER_FRONT_LEFT},
+    {SND_CHMAP_FR, TQ_SPEAKER_FRONT_RIGHT},
+    {SND_CHMAP_FC, TQ_SPEAKER_CENTER},
+    {SND_CHMAP_FCH, TQ_SPEAKER_CENTER},
+    {SND_CHMAP_TFC, TQ_SPEAKER_CENTER},
+    {SND_CHMAP_LFE, TQ_SPEAKER_SUBWOOFER},
+    {SND_CHMAP_LLFE, TQ_SPEAKER_SUBWOOFER},
+    {SND_CHMAP_RLFE, TQ_SPEAKER_SUBWOOFER},
+    {SND_CHMAP_NA, TQ_SPEAKER_SUBWOOFER},
+    {SND_CHMAP_RL, TQ_SPEAKER_BACK_LEFT},
+    {SND_CHMAP_RLC, TQ_SPEAKER_BACK_LEFT},
+    {SND_CHMAP_TRL, TQ_SPEAKER_BACK_LEFT},
+    {SND_CHMAP_RR, TQ_SPEAKER_BACK_RIGHT},
+    {SND_CHMAP_RRC, TQ_SPEAKER_BACK_RIGHT},
+    {SND_CHMAP_TRR, TQ_SPEAKER_BACK_RIGHT},
+    {SND_CHMAP_RC, TQ_SPEAKER_BACK_CENTER},
+    {SND_CHMAP_TRC, TQ_SPEAKER_BACK_CENTER},
+    {SND_CHMAP_SL, TQ_SPEAKER_SIDE_LEFT},
+    {SND_CHMAP_TSL, TQ_SPEAKER_SIDE_LEFT},
+    {SND_CHMAP_SR, TQ_SPEAKER_SIDE_RIGHT},
+    {SND_CHMAP_TSR, TQ_SPEAKER_SIDE_RIGHT},
+    {SND_CHMAP_FLC, TQ_SPEAKER_FRONT_LEFT_OF_CENTER},
+    {SND_CHMAP_FLW, TQ_SPEAKER_FRONT_LEFT_OF_CENTER},
+    {SND_CHMAP_FLH, TQ_SPEAKER_FRONT_LEFT_OF_CENTER},
+    {SND_CHMAP_TFL, TQ_SPEAKER_FRONT_LEFT_OF_CENTER},
+    {SND_CHMAP_TFLC, TQ_SPEAKER_FRONT_LEFT_OF_CENTER},
+    {SND_CHMAP_BLC, TQ_SPEAKER_FRONT_LEFT_OF_CENTER},
+    {SND_CHMAP_FRC, TQ_SPEAKER_FRONT_RIGHT_OF_CENTER},
+    {SND_CHMAP_FRW, TQ_SPEAKER_FRONT_RIGHT_OF_CENTER},
+    {SND_CHMAP_FRH, TQ_SPEAKER_FRONT_RIGHT_OF_CENTER},
+    {SND_CHMAP_TFR, TQ_SPEAKER_FRONT_RIGHT_OF_CENTER},
+    {SND_CHMAP_TFRC, TQ_SPEAKER_FRONT_RIGHT_OF_CENTER},
+    {SND_CHMAP_BRC, TQ_SPEAKER_FRONT_RIGHT_OF_CENTER},
+});
+
 tq_speaker speakerAt(unsigned position) {
-    switch (position & SND_CHMAP_POSITION_MASK) {
-        case SND_CHMAP_FL:
-            return TQ_SPEAKER_FRONT_LEFT;
-        case SND_CHMAP_FR:
-            return TQ_SPEAKER_FRONT_RIGHT;
-        case SND_CHMAP_FC:
-        case SND_CHMAP_FCH:
-        case SND_CHMAP_TFC:
-            return TQ_SPEAKER_CENTER;
-        case SND_CHMAP_LFE:
-        case SND_CHMAP_LLFE:
-        case SND_CHMAP_RLFE:
-        case SND_CHMAP_NA:
-            return TQ_SPEAKER_SUBWOOFER;
-        case SND_CHMAP_RL:
-        case SND_CHMAP_RLC:
-        case SND_CHMAP_TRL:
-            return TQ_SPEAKER_BACK_LEFT;
-        case SND_CHMAP_RR:
-        case SND_CHMAP_RRC:
-        case SND_CHMAP_TRR:
-            return TQ_SPEAKER_BACK_RIGHT;
-        case SND_CHMAP_RC:
-        case SND_CHMAP_TRC:
-            return TQ_SPEAKER_BACK_CENTER;
-        case SND_CHMAP_SL:
-        case SND_CHMAP_TSL:
-            return TQ_SPEAKER_SIDE_LEFT;
-        case SND_CHMAP_SR:
-        case SND_CHMAP_TSR:
-            return TQ_SPEAKER_SIDE_RIGHT;
-        case SND_CHMAP_FLC:
-        case SND_CHMAP_FLW:
-        case SND_CHMAP_FLH:
-        case SND_CHMAP_TFL:
-        case SND_CHMAP_TFLC:
-        case SND_CHMAP_BLC:
-            return TQ_SPEAKER_FRONT_LEFT_OF_CENTER;
-        case SND_CHMAP_FRC:
-        case SND_CHMAP_FRW:
-        case SND_CHMAP_FRH:
-        case SND_CHMAP_TFR:
-        case SND_CHMAP_TFRC:
-        case SND_CHMAP_BRC:
-            return TQ_SPEAKER_FRONT_RIGHT_OF_CENTER;
-        default:
-            return TQ_SPEAKER_UNKNOWN;
-    }
+    return meaningOf(position & SND_CHMAP_POSITION_MASK, kSpeakers, TQ_SPEAKER_UNKNOWN);
 }
 
 }  // namespace
@@ -116,55 +124,7 @@ bool isPassThrough(std::string_view device) noexcept {
 }
 
 NativeSample alsaSample(snd_pcm_format_t format) noexcept {
-    using enum NativeSample;
-    switch (format) {
-        case SND_PCM_FORMAT_U8:
-            return kU8;
-        case SND_PCM_FORMAT_S8:
-            return kS8;
-        case SND_PCM_FORMAT_S16_LE:
-            return little(kS16, kS16Swapped);
-        case SND_PCM_FORMAT_S16_BE:
-            return big(kS16, kS16Swapped);
-        case SND_PCM_FORMAT_U16_LE:
-            return little(kU16, kU16Swapped);
-        case SND_PCM_FORMAT_U16_BE:
-            return big(kU16, kU16Swapped);
-        case SND_PCM_FORMAT_S24_3LE:
-            return little(kS24In3, kS24In3Swapped);
-        case SND_PCM_FORMAT_S24_3BE:
-            return big(kS24In3, kS24In3Swapped);
-        case SND_PCM_FORMAT_U24_3LE:
-            return little(kU24In3, kU24In3Swapped);
-        case SND_PCM_FORMAT_U24_3BE:
-            return big(kU24In3, kU24In3Swapped);
-        case SND_PCM_FORMAT_S24_LE:
-            return little(kS24In4, kS24In4Swapped);
-        case SND_PCM_FORMAT_S24_BE:
-            return big(kS24In4, kS24In4Swapped);
-        case SND_PCM_FORMAT_U24_LE:
-            return little(kU24In4, kU24In4Swapped);
-        case SND_PCM_FORMAT_U24_BE:
-            return big(kU24In4, kU24In4Swapped);
-        case SND_PCM_FORMAT_S32_LE:
-            return little(kS32, kS32Swapped);
-        case SND_PCM_FORMAT_S32_BE:
-            return big(kS32, kS32Swapped);
-        case SND_PCM_FORMAT_U32_LE:
-            return little(kU32, kU32Swapped);
-        case SND_PCM_FORMAT_U32_BE:
-            return big(kU32, kU32Swapped);
-        case SND_PCM_FORMAT_FLOAT_LE:
-            return little(kF32, kF32Swapped);
-        case SND_PCM_FORMAT_FLOAT_BE:
-            return big(kF32, kF32Swapped);
-        case SND_PCM_FORMAT_FLOAT64_LE:
-            return little(kF64, kF64Swapped);
-        case SND_PCM_FORMAT_FLOAT64_BE:
-            return big(kF64, kF64Swapped);
-        default:
-            return kNotPcm;
-    }
+    return meaningOf(format, kSamples, NativeSample::kNotPcm);
 }
 
 }  // namespace tq::bridges

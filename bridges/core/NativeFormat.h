@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -34,6 +36,32 @@ enum class NativeSample : std::uint8_t {
     kF64Swapped,
     kNotPcm,
 };
+
+/// [any thread] A sample of this machine's byte order as it lies in memory in that order.
+[[nodiscard]] constexpr NativeSample inOrder(NativeSample own, std::endian order) noexcept {
+    // The other one stands behind it.
+    return order == std::endian::native
+               ? own
+               : static_cast<NativeSample>(static_cast<std::uint8_t>(own) + 1);
+}
+
+/// What a value of a native interface stands for here.
+template <class Native, class Here>
+struct Meaning {
+    Native native;
+    Here here;
+};
+
+/// [any thread] [real-time safe] What one of them stands for, `otherwise` where it is not there.
+template <class Here, class Native, std::size_t kCount>
+[[nodiscard]] constexpr Here meaningOf(Native native,
+                                       const std::array<Meaning<Native, Here>, kCount>& all,
+                                       Here otherwise) noexcept {
+    const auto found = std::find_if(all.begin(), all.end(), [&](const Meaning<Native, Here>& each) {
+        return each.native == native;
+    });
+    return found == all.end() ? otherwise : found->here;
+}
 
 /// What a unit of the platform plays: native byte order, interleaved.
 enum class UnitSample : std::uint8_t { kS16, kS32, kF32 };

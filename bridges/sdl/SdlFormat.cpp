@@ -2,37 +2,34 @@
 
 #include <TQAudioRecord/tq_source.h>
 
+#include <array>
 #include <bit>
 
 namespace tq::bridges {
 
+namespace {
+
+using enum NativeSample;
+constexpr auto kLittle = std::endian::little;
+constexpr auto kBig = std::endian::big;
+
+constexpr auto kSamples = std::to_array<Meaning<SDL_AudioFormat, NativeSample>>({
+    {AUDIO_U8, kU8},
+    {AUDIO_S8, kS8},
+    {AUDIO_U16LSB, inOrder(kU16, kLittle)},
+    {AUDIO_U16MSB, inOrder(kU16, kBig)},
+    {AUDIO_S16LSB, inOrder(kS16, kLittle)},
+    {AUDIO_S16MSB, inOrder(kS16, kBig)},
+    {AUDIO_S32LSB, inOrder(kS32, kLittle)},
+    {AUDIO_S32MSB, inOrder(kS32, kBig)},
+    {AUDIO_F32LSB, inOrder(kF32, kLittle)},
+    {AUDIO_F32MSB, inOrder(kF32, kBig)},
+});
+
+}  // namespace
+
 NativeSample sdlSample(SDL_AudioFormat format) noexcept {
-    using enum NativeSample;
-    constexpr bool kIsLittle = std::endian::native == std::endian::little;
-    switch (format) {
-        case AUDIO_U8:
-            return kU8;
-        case AUDIO_S8:
-            return kS8;
-        case AUDIO_U16LSB:
-            return kIsLittle ? kU16 : kU16Swapped;
-        case AUDIO_U16MSB:
-            return kIsLittle ? kU16Swapped : kU16;
-        case AUDIO_S16LSB:
-            return kIsLittle ? kS16 : kS16Swapped;
-        case AUDIO_S16MSB:
-            return kIsLittle ? kS16Swapped : kS16;
-        case AUDIO_S32LSB:
-            return kIsLittle ? kS32 : kS32Swapped;
-        case AUDIO_S32MSB:
-            return kIsLittle ? kS32Swapped : kS32;
-        case AUDIO_F32LSB:
-            return kIsLittle ? kF32 : kF32Swapped;
-        case AUDIO_F32MSB:
-            return kIsLittle ? kF32Swapped : kF32;
-        default:
-            return kNotPcm;
-    }
+    return meaningOf(format, kSamples, NativeSample::kNotPcm);
 }
 
 Speakers sdlSpeakers(unsigned channels) noexcept {

@@ -160,6 +160,23 @@ TEST_F(AlsaWrites, PlanesAreOneTrack) {
     expectHeard({noise.format, pcm->taken});
 }
 
+TEST_F(AlsaWrites, APlaneThatIsNotThereIsSilence) {
+    configure(*pcm, {.access = SND_PCM_ACCESS_RW_NONINTERLEAVED});
+    Sound wanted = noise;
+    std::string left;
+    for (std::size_t frame = 0; frame < noise.frames(); ++frame) {
+        left += noise.frame(frame).substr(0, 2);
+        wanted.bytes.replace(frame * kFrameBytes + 2, 2, 2, '\0');
+    }
+    std::array<void*, 2> planes{left.data(), nullptr};
+    ASSERT_EQ(snd_pcm_writen(pcm.get(), planes.data(), noise.frames()),
+              static_cast<Frames>(noise.frames()));
+    EXPECT_EQ(pcm->taken, wanted.bytes);
+    playOn();
+    close();
+    EXPECT_EQ(heard().bytes, wanted.bytes);
+}
+
 TEST_F(AlsaWrites, WhatIsCommittedIsOnTheTrackInterleavedAndInPlanes) {
     for (const auto access :
          {SND_PCM_ACCESS_MMAP_INTERLEAVED, SND_PCM_ACCESS_MMAP_NONINTERLEAVED}) {

@@ -44,10 +44,11 @@ snd_pcm_sframes_t takeFrames(snd_pcm_t* pcm, const void* samples, snd_pcm_uframe
 snd_pcm_sframes_t takePlanes(snd_pcm_t* pcm, void** planes, snd_pcm_uframes_t frames) {
     return take(pcm, frames, [&](std::size_t count) {
         const std::size_t bytes = pcm->sampleBytes();
-        for (std::size_t i = 0; i < count * pcm->parameters.channels; ++i) {
-            pcm->taken.append(static_cast<const char*>(planes[i % pcm->parameters.channels]) +
-                                  i / pcm->parameters.channels * bytes,
-                              bytes);
+        const unsigned channels = pcm->parameters.channels;
+        for (std::size_t i = 0; i < count * channels; ++i) {
+            const auto* const plane = static_cast<const char*>(planes[i % channels]);
+            pcm->taken += plane == nullptr ? std::string(bytes, '\0')
+                                           : std::string(plane + i / channels * bytes, bytes);
         }
     });
 }
