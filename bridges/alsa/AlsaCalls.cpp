@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <memory>
 #include <optional>
 #include <span>
 
@@ -14,6 +11,7 @@
 #include "bridges/alsa/AlsaFormat.h"
 #include "bridges/alsa/AlsaLibrary.h"
 #include "bridges/alsa/AlsaLinks.h"
+#include "bridges/alsa/AlsaStreams.h"
 #include "bridges/core/CallDepth.h"
 #include "bridges/core/GuardScope.h"
 #include "bridges/core/NativeApi.h"
@@ -29,58 +27,6 @@ using Memory = NativeStream::Memory;
 
 /// Of what is served.
 constexpr std::size_t kMostChannels = 8;
-
-/// What the device says of its channels, or ALSA's own order.
-Speakers speakersOf(const AlsaLibrary& alsa, snd_pcm_t* pcm, unsigned channels) {
-    if (channels <= 2) {
-        return {};
-    }
-    const int before = errno;
-    const std::unique_ptr<snd_pcm_chmap_t, decltype(&std::free)> map(
-        alsa.map == nullptr ? nullptr : alsa.map(pcm), &std::free);
-    errno = before;
-    if (map == nullptr || map->channels != channels) {
-        return usualAlsaSpeakers(channels);
-    }
-    const Speakers said = alsaSpeakers({map->pos, channels});
-    return said == Speakers{} ? usualAlsaSpeakers(channels) : said;
-}
-
-void openStream(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeFormat& format) {
-    const char* const name = alsa.name(pcm);
-    NativeStream::open(pcm, format, "alsa", name == nullptr ? "" : name);
-    snd_pcm_uframes_t buffer = 0;
-    snd_pcm_uframes_t period = 0;
-    const NativeStream::Use stream(pcm);
-    if (stream && alsa.sizes != nullptr && alsa.sizes(pcm, &buffer, &period) >= 0) {
-        stream->takesAtOnce(buffer);
-    }
-}
-
-void beginStream(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeFormat& format) {
-    if (alsa.isComplete() && alsa.stream(pcm) == SND_PCM_STREAM_PLAYBACK) {
-        const char* const name = alsa.name(pcm);
-        NativeFormat known = format;
-        if (name != nullptr && isPassThrough(name)) {
-            known.sample = NativeSample::kNotPcm;
-        }
-        known.speakers = speakersOf(alsa, pcm, format.channels);
-        openStream(alsa, pcm, known);
-    }
-}
-
-/// The format of a configuration that the library has taken.
-NativeFormat formatOf(const AlsaLibrary& alsa, const snd_pcm_hw_params_t* params) {
-    snd_pcm_format_t format{};
-    unsigned channels = 0;
-    unsigned rate = 0;
-    int direction = 0;
-    if (alsa.format(params, &format) < 0 || alsa.channels(params, &channels) < 0 ||
-        alsa.rate(params, &rate, &direction) < 0) {
-        return {};
-    }
-    return {alsaSample(format), channels, static_cast<double>(rate)};
-}
 
 /// Hands `frames` over in parts of `most`; `part` answers how many of its own were taken. In parts
 /// of the device's whole buffer the answer is what it would be for all of it, also where calls do
@@ -200,32 +146,28 @@ constexpr auto hookOfControl(Then /*then*/) {
     });
 }
 
-/// What the pcm was doing before a call that throws away what it has not played; empty where there
-/// is nothing to throw away.
-template <class Original>
-std::optional<snd_pcm_state_t> stateBefore(Original* original, snd_pcm_t* pcm, bool isOutermost) {
-    const NativeStream::Use stream(isOutermost ? pcm : nullptr);
-    if (!stream || stream->waiting() == 0) {
-        return std::nullopt;
-    }
-    return libraryOf<AlsaLibrary>(original).state(pcm);
+/// What is thrown away of a pcm and of all that are linked with it.
+void dropLinked(snd_pcm_t* pcm, std::optional<std::size_t> unheard) {
+    withLinked(pcm, [&](NativeStream& stream) {
+        unheard ? stream.flushed(*unheard) : stream.flushed();
+        stream.frozen(false);
+    });
 }
 
-/// The program says itself what the channels are for.
-void followMap(const AlsaLibrary& alsa, snd_pcm_t* pcm, const snd_pcm_chmap_t& map) {
-    NativeFormat format;
-    {
-        const NativeStream::Use stream(pcm);
-        if (!stream || map.channels != stream->format().channels) {
-            return;
+/// A function that throws away what has not been played.
+template <auto* kFunction>
+constexpr auto hookOfDrop() {
+    return tqhook::hook<kFunction>([](auto* original, snd_pcm_t* pcm) {
+        const CallDepth depth;
+        const auto unheard = depth.isOutermost()
+                                 ? unheardBefore(libraryOf<AlsaLibrary>(original), pcm)
+                                 : std::nullopt;
+        const int result = original(pcm);
+        if (result >= 0 && depth.isOutermost()) {
+            dropLinked(pcm, unheard);
         }
-        format = stream->format();
-    }
-    const Speakers before = format.speakers;
-    format.speakers = alsaSpeakers({map.pos, map.channels});
-    if (format.speakers != Speakers{} && format.speakers != before) {
-        openStream(alsa, pcm, format);
-    }
+        return result;
+    });
 }
 
 /// Without memory the pcms are followed one by one.
@@ -265,7 +207,7 @@ constexpr tqhook::HookTable kHooks{
             const int result = original(pcm, params);
             if (result >= 0 && depth.isOutermost()) {
                 if (const auto& alsa = libraryOf<AlsaLibrary>(original); alsa.isComplete()) {
-                    beginStream(alsa, pcm, formatOf(alsa, params));
+                    beginStream(alsa, pcm, alsaFormat(alsa, params));
                 }
             }
             return result;
@@ -310,29 +252,15 @@ constexpr tqhook::HookTable kHooks{
     hookOfControl<&snd_pcm_pause>(
         [](NativeStream& stream, int isPaused) { stream.frozen(isPaused != 0); }),
     hookOfControl<&snd_pcm_resume>([](NativeStream& stream) { stream.frozen(false); }),
-    hookOfControl<&snd_pcm_reset>([](NativeStream& stream) { stream.flushed(); }),
+    hookOfDrop<&snd_pcm_reset>(),
     hookOfControl<&snd_pcm_recover>([](NativeStream& stream, auto...) { stream.frozen(false); }),
-    tqhook::hook<&snd_pcm_drop>([](auto* original, snd_pcm_t* pcm) {
-        const CallDepth depth;
-        const auto before = stateBefore(original, pcm, depth.isOutermost());
-        const int result = original(pcm);
-        if (result >= 0 && depth.isOutermost()) {
-            // Run dry or drained, it has played all: what waits is what the unit is behind.
-            const bool isPlayed = before == SND_PCM_STATE_XRUN || before == SND_PCM_STATE_SETUP;
-            withLinked(pcm, [&](NativeStream& stream) {
-                isPlayed ? stream.drained() : stream.flushed();
-                stream.frozen(false);
-            });
-        }
-        return result;
-    }),
+    hookOfDrop<&snd_pcm_drop>(),
     tqhook::hook<&snd_pcm_prepare>([](auto* original, snd_pcm_t* pcm) {
         const CallDepth depth;
-        const auto before = stateBefore(original, pcm, depth.isOutermost());
+        const bool isLost =
+            depth.isOutermost() && isUnstarted(libraryOf<AlsaLibrary>(original), pcm);
         const int result = original(pcm);
         if (result >= 0 && depth.isOutermost()) {
-            // What was written and never started is gone.
-            const bool isLost = before == SND_PCM_STATE_PREPARED;
             withLinked(pcm, [&](NativeStream& stream) {
                 if (isLost) {
                     stream.flushed();
@@ -379,7 +307,7 @@ constexpr tqhook::HookTable kHooks{
             return result;
         }),
     tqhook::hook<&snd_pcm_hw_free>([](auto* original, snd_pcm_t* pcm) {
-        NativeStream::close(pcm);
+        NativeStream::close(pcm, NativeStream::Handle::kStays);
         return original(pcm);
     }),
     tqhook::hook<&snd_pcm_close>([](auto* original, snd_pcm_t* pcm) {

@@ -14,8 +14,11 @@ struct AlsaLibrary {
     decltype(&snd_pcm_hw_params_get_format) format;
     decltype(&snd_pcm_hw_params_get_channels) channels;
     decltype(&snd_pcm_hw_params_get_rate) rate;
-    decltype(&snd_pcm_get_params) sizes;  ///< may be missing
-    decltype(&snd_pcm_get_chmap) map;     ///< may be missing
+    // What follows may be missing.
+    decltype(&snd_pcm_get_params) sizes;
+    decltype(&snd_pcm_avail_update) room;
+    decltype(&snd_pcm_delay) delay;
+    decltype(&snd_pcm_get_chmap) map;
 
     explicit AlsaLibrary(const void* known)
         : stream(functionBeside<decltype(snd_pcm_stream)>(known, "snd_pcm_stream")),
@@ -28,6 +31,8 @@ struct AlsaLibrary {
           rate(functionBeside<decltype(snd_pcm_hw_params_get_rate)>(known,
                                                                     "snd_pcm_hw_params_get_rate")),
           sizes(functionBeside<decltype(snd_pcm_get_params)>(known, "snd_pcm_get_params")),
+          room(functionBeside<decltype(snd_pcm_avail_update)>(known, "snd_pcm_avail_update")),
+          delay(functionBeside<decltype(snd_pcm_delay)>(known, "snd_pcm_delay")),
           map(functionBeside<decltype(snd_pcm_get_chmap)>(known, "snd_pcm_get_chmap")) {}
 
     [[nodiscard]] bool isComplete() const {

@@ -90,8 +90,13 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
     } else if (const std::size_t kept = std::min(frames, prepared_); kept != 0) {
         const std::size_t gone = std::min(late, kept);
         const std::size_t from = gone * unitFrameBytes_;
-        (void)fifo_->write(pre_.data() + from, isProcessed_ ? post_.data() + from : nullptr,
-                           kept - gone);
+        if (const FifoEnd end(*this); end) {
+            (void)fifo_->write(pre_.data() + from, isProcessed_ ? post_.data() + from : nullptr,
+                               kept - gone);
+        } else {
+            // Thrown away this moment, by another thread.
+            unserved_.fetch_add(kept - gone, std::memory_order_relaxed);
+        }
         if (isProcessed_) {
             const std::size_t next = kept * unitFrameBytes_;
             processed_ -= kept;
@@ -113,7 +118,8 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
 
 std::size_t NativeStream::takenBack(std::size_t frames) noexcept {
     const GuardScope guard;
-    return fifo_->takeBack(frames);
+    const FifoEnd end(*this);
+    return end ? fifo_->takeBack(frames) : 0;
 }
 
 void NativeStream::skipped(std::size_t frames) noexcept {
@@ -121,7 +127,8 @@ void NativeStream::skipped(std::size_t frames) noexcept {
     static constexpr std::array<std::byte, 4096> kSilence{};
     const GuardScope guard;
     const std::size_t most = kSilence.size() / unitFrameBytes_;
-    for (std::size_t left = std::min(frames, mostFrames_); left != 0;) {
+    const FifoEnd end(*this);
+    for (std::size_t left = end ? std::min(frames, mostFrames_) : 0; left != 0;) {
         const std::size_t count = std::min(left, most);
         (void)fifo_->write(kSilence.data(), nullptr, count);
         left -= count;
@@ -136,7 +143,8 @@ std::size_t NativeStream::behind() const noexcept {
 void NativeStream::cutShort() noexcept {
     const GuardScope guard;
     const std::size_t most = behind();
-    if (const std::size_t left = fifo_->available(); left > most) {
+    const FifoEnd end(*this);
+    if (const std::size_t left = fifo_->available(); end && left > most) {
         (void)fifo_->takeBack(left - most);
     }
 }
@@ -149,6 +157,20 @@ void NativeStream::flushed() noexcept {
     const GuardScope guard;
     (void)fifo_->flush();
     flushes_.fetch_add(1, std::memory_order_release);
+}
+
+void NativeStream::flushed(std::size_t unheard) noexcept {
+    {
+        const GuardScope guard;
+        // Where a writer is at work, what it writes belongs to what is thrown away.
+        const FifoEnd end(*this);
+        if (end && fifo_->available() > unheard) {
+            (void)fifo_->takeBack(unheard);
+            drained();
+            return;
+        }
+    }
+    flushed();
 }
 
 void NativeStream::drained() noexcept {

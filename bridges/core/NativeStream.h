@@ -42,8 +42,11 @@ class NativeStream final : private BlockFeeder {
     /// nothing is known by the key. The key is not null.
     static void open(const void* key, const NativeFormat& format, std::string_view api,
                      std::string_view own);
+    /// What becomes of a closed stream's handle: one that stays may be opened anew, and goes on in
+    /// the same track while its format is the same.
+    enum class Handle { kGoes, kStays };
     /// [host thread] The program closes it. Never waits: what it has written is played out.
-    static void close(const void* key);
+    static void close(const void* key, Handle handle = Handle::kGoes);
     /// [host thread] All of them, at the end of the process: waits until what is there is recorded,
     /// but no longer than a stream's margin and five blocks.
     static void finish();
@@ -107,6 +110,9 @@ class NativeStream final : private BlockFeeder {
     void frozen(bool isFrozen) noexcept;
     /// What has been written and not played is thrown away.
     void flushed() noexcept;
+    /// The same where it is known how many frames the native side has not played: what waits
+    /// beyond them has been heard, and is played.
+    void flushed(std::size_t unheard) noexcept;
     /// No more is to come for now: what is there is played out without waiting for more.
     void drained() noexcept;
 
@@ -136,6 +142,25 @@ class NativeStream final : private BlockFeeder {
     [[nodiscard]] std::size_t blockFrames() const;
     /// Of sound that waits, and of the blocks that are under way.
     [[nodiscard]] double secondsLeft() const;
+
+    /// The right to change the end of the FIFO, which nobody waits for.
+    class FifoEnd {
+      public:
+        explicit FifoEnd(NativeStream& stream) noexcept
+            : stream_(stream.isEndTaken_.exchange(true, std::memory_order_acquire) ? nullptr
+                                                                                   : &stream) {}
+        ~FifoEnd() {
+            if (stream_ != nullptr) {
+                stream_->isEndTaken_.store(false, std::memory_order_release);
+            }
+        }
+        FifoEnd(const FifoEnd&) = delete;
+        FifoEnd& operator=(const FifoEnd&) = delete;
+        explicit operator bool() const noexcept { return stream_ != nullptr; }
+
+      private:
+        NativeStream* stream_;
+    };
 
     /// [writer] The next `frames` of pre_ and post_, processed as far as they are not yet.
     void process(const void* samples, std::size_t frames, tq_source* source) noexcept;
@@ -188,7 +213,11 @@ class NativeStream final : private BlockFeeder {
     std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
     std::atomic<std::size_t> largestPiece_{0};
     std::atomic<std::size_t> taken_{0};  ///< of one piece, by the native side's memory
+    /// Somebody changes the end of the FIFO: the writer, or who throws its newest frames away.
+    /// Taken with acquire, given back with release.
+    std::atomic<bool> isEndTaken_{false};
     // Under StreamLife's lock.
+    const void* key_ = nullptr;                         ///< until its handle goes
     std::optional<tq_stream_fate> fate_;                ///< what was said last
     std::chrono::steady_clock::time_point reportedAt_;  ///< when
     int failedStarts_ = 0;                              ///< of its unit, since it was closed

@@ -30,11 +30,11 @@ void NativeStream::open(const void* key, const NativeFormat& format, std::string
     errno = before;
 }
 
-void NativeStream::close(const void* key) {
+void NativeStream::close(const void* key, Handle handle) {
     const GuardScope guard;
     const int before = errno;
     try {
-        StreamLife::shared().close(key);
+        StreamLife::shared().close(key, handle);
     } catch (const std::exception&) {
     }
     errno = before;
@@ -86,6 +86,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
 
 void NativeStream::end() {
     unit_.store(nullptr);
+    key_ = nullptr;
     isWaiting_ = false;
     fifo_.reset();
     for (ReservedMemory* const memory : {&pre_, &post_, &fresh_, &passed_, &heard_, &room_}) {

@@ -29,7 +29,8 @@ void StreamLife::open(const void* key, const NativeFormat& format, std::string_v
     if (isFinished_) {
         return;
     }
-    const std::string name = nameFor(api, own);
+    const NativeStream* const former = formerOf(key, format, api, own);
+    const std::string name = former != nullptr ? former->name_ : nameFor(api, own);
     NativeStream& stream = unusedStream();
     if (!format.servable()) {
         stream.name_ = name;
@@ -46,14 +47,42 @@ void StreamLife::open(const void* key, const NativeFormat& format, std::string_v
         return;
     }
     stream.state_ = NativeStream::State::kOpen;
+    stream.key_ = key;
+    if (former != nullptr) {
+        stream.unit_.store(former->unit_.load(), std::memory_order_release);
+        stream.isWaiting_ = true;
+    }
     seat(stream);
     startThread();
 }
 
-void StreamLife::close(const void* key) {
+void StreamLife::close(const void* key, NativeStream::Handle handle) {
     const std::scoped_lock guard(lock_);
     closeLocked(key);
+    if (handle == NativeStream::Handle::kGoes) {
+        for (NativeStream* const stream : streams_) {
+            stream->key_ = stream->key_ == key ? nullptr : stream->key_;
+        }
+    }
     wake();
+}
+
+/// The same stream as it was before, when that plays out still: this one waits for its unit and
+/// goes on in its track. Null where that cannot be.
+const NativeStream* StreamLife::formerOf(const void* key, const NativeFormat& format,
+                                         std::string_view api, std::string_view own) const {
+    const std::string kind = std::string(api) + "-1" + (own.empty() ? "" : " " + std::string(own));
+    const NativeStream* former = nullptr;
+    for (const NativeStream* const stream : streams_) {
+        const bool isSame =
+            stream->key_ == key && stream->format_ == format && areOfOneKind(stream->name_, kind);
+        const bool isEnding = stream->state_ == NativeStream::State::kClosed &&
+                              stream->unit_.load() != nullptr && stream->users_.load() == 0;
+        if (isSame && isEnding && (former == nullptr || former->number_ < stream->number_)) {
+            former = stream;
+        }
+    }
+    return former;
 }
 
 void StreamLife::closeLocked(const void* key) {

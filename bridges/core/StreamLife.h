@@ -30,7 +30,7 @@ class StreamLife {
     // [host thread]
     void open(const void* key, const NativeFormat& format, std::string_view api,
               std::string_view own);
-    void close(const void* key);
+    void close(const void* key, NativeStream::Handle handle);
     void finish();
 
     /// [any thread] [real-time safe]
@@ -57,6 +57,8 @@ class StreamLife {
     [[nodiscard]] BridgeUnit* unitFor(NativeStream& stream);
     [[nodiscard]] BridgeUnit* idleUnit(const NativeFormat& format, const std::string& name);
     [[nodiscard]] bool isLeased(const BridgeUnit& unit) const;
+    [[nodiscard]] const NativeStream* formerOf(const void* key, const NativeFormat& format,
+                                               std::string_view api, std::string_view own) const;
     [[nodiscard]] std::string nameFor(std::string_view api, std::string_view own) const;
     [[nodiscard]] NativeStream& unusedStream();
     /// What is still to be played.

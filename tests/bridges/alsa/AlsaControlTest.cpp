@@ -1,4 +1,6 @@
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "bridges/alsa/AlsaFixture.h"
 
@@ -141,6 +143,63 @@ TEST_F(AlsaControl, WhatWasHeardBeforeADropIsOnTheTrack) {
         expectHeard(noise);
         configure(*pcm);
     }
+}
+
+TEST_F(AlsaControl, WhatTheDeviceHasTakenIsHeardThoughItIsDropped) {
+    // As on a device that is not paced: all but the newest is played long before the unit plays it.
+    pcm->buffer = 4800;
+    pcm->queued = 2000;
+    for (const auto call : {&snd_pcm_drop, &snd_pcm_reset}) {
+        forget();
+        write(noise);
+        snd_pcm_start(pcm.get());
+        playOn(5);
+        errno = EDOM;
+        EXPECT_EQ(call(pcm.get()), 0);
+        pump(60);
+        snd_pcm_hw_free(pcm.get());
+        playOut(firstName());
+        expectHeard(noise.part(0, noise.frames() - 2000));
+        configure(*pcm);
+    }
+}
+
+TEST_F(AlsaControl, AWriteLongerThanTheBufferIsHandedOnInParts) {
+    pcm->buffer = 5000;
+    configure(*pcm);
+    pcm->answers = {5000, 5000, 1234};
+    EXPECT_EQ(snd_pcm_writei(pcm.get(), noise.bytes.data(), noise.frames()), 11234);
+    pcm->answers = {5000, -EAGAIN};
+    EXPECT_EQ(snd_pcm_writei(pcm.get(), noise.part(11234, 12766).bytes.data(), 12766), 5000);
+    pcm->answers = {-EAGAIN};
+    EXPECT_EQ(snd_pcm_writei(pcm.get(), noise.part(16234, 7766).bytes.data(), 7766), -EAGAIN);
+    write(noise.part(16234, 7766));
+    playOn();
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaControl, TheSameFormatSetAnewIsTheSameTrack) {
+    write(noise.part(0, 8000));
+    configure(*pcm);
+    write(noise.part(8000, 8000));
+    snd_pcm_hw_free(pcm.get());
+    configure(*pcm);
+    write(noise.part(16000, 8000));
+    awaitReport(firstName());
+    snd_pcm_close(pcm.get());
+    for (int i = 0; i < 2000 && countReports(firstName(), true) < 3; ++i) {
+        pump();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    const Sound all = heard();
+    for (std::size_t from = 0; from < noise.frames(); from += 8000) {
+        const Sound part = noise.part(from, 8000);
+        const std::size_t at = tqtest::beginningOf(part, all);
+        ASSERT_LT(at, all.frames()) << from;
+        EXPECT_EQ(differences(part, all.part(at, 8000)), kNothing) << from;
+    }
+    EXPECT_TRUE(reports("alsa-2 default").empty());
 }
 
 TEST_F(AlsaControl, WhatWasNeverStartedIsGoneWhenThePcmIsPreparedAnew) {

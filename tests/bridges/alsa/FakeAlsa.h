@@ -30,6 +30,8 @@ struct _snd_pcm {
     std::deque<snd_pcm_sframes_t> answers;  ///< of the next writes: frames at most, or an error
     int answer = 0;                         ///< of everything else
     std::string taken;
+    snd_pcm_uframes_t buffer = 0;     ///< in frames; 0 where it does not say it
+    snd_pcm_uframes_t queued = 0;     ///< of that, not played
     const void* passed = nullptr;     ///< by the last write of frames
     std::function<void()> meanwhile;  ///< called inside of writes and drains
     std::string ring;

@@ -209,6 +209,20 @@ int snd_pcm_resume(snd_pcm_t* pcm) {
 int snd_pcm_reset(snd_pcm_t* pcm) {
     return answer(pcm);
 }
+int snd_pcm_get_params(snd_pcm_t* pcm, snd_pcm_uframes_t* buffer, snd_pcm_uframes_t* period) {
+    errno = kSpoiled;
+    *buffer = *period = pcm->buffer;
+    return pcm->buffer == 0 ? -EIO : 0;
+}
+snd_pcm_sframes_t snd_pcm_avail_update(snd_pcm_t* pcm) {
+    errno = kSpoiled;
+    return static_cast<snd_pcm_sframes_t>(pcm->buffer - pcm->queued);
+}
+int snd_pcm_delay(snd_pcm_t* /*pcm*/, snd_pcm_sframes_t* frames) {
+    errno = kSpoiled;
+    *frames = 0;
+    return 0;
+}
 int snd_pcm_start(snd_pcm_t* pcm) {
     pcm->state = SND_PCM_STATE_RUNNING;
     return answer(pcm);
