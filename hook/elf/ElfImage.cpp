@@ -188,17 +188,26 @@ bool ElfImage::definesSymbol(std::size_t index) const {
 }
 
 std::optional<Definition> ElfImage::definition(const char* name) const {
-    return gnuHash_.begin != 0 ? gnuLookup(name) : sysvLookup(name);
+    return lookup(name, Versions::kDefault);
 }
 
-std::optional<Definition> ElfImage::definitionAt(std::size_t index, std::string_view name) const {
+bool ElfImage::offers(const std::string& name) const {
+    return lookup(name, Versions::kAny).has_value();
+}
+
+std::optional<Definition> ElfImage::lookup(std::string_view name, Versions versions) const {
+    return gnuHash_.begin != 0 ? gnuLookup(name, versions) : sysvLookup(name, versions);
+}
+
+std::optional<Definition> ElfImage::definitionAt(std::size_t index, std::string_view name,
+                                                 Versions versions) const {
     const auto symbol = symbolAt(index);
     if (!symbol || !isOfferedFunction(*symbol) || textAt(symbol->st_name) != name) {
         return std::nullopt;
     }
     // A hidden version is kept for programs linked long ago: its arguments may differ.
     const auto version = elementOf<std::uint16_t>(versions_, index);
-    if (version && (*version & kHiddenVersion) != 0) {
+    if (versions == Versions::kDefault && version && (*version & kHiddenVersion) != 0) {
         return std::nullopt;
     }
     const std::uintptr_t address = layout_.base + symbol->st_value;
@@ -208,7 +217,7 @@ std::optional<Definition> ElfImage::definitionAt(std::size_t index, std::string_
     return Definition{address, (symbol->st_info & 0xfU) == STT_GNU_IFUNC};
 }
 
-std::optional<Definition> ElfImage::gnuLookup(std::string_view name) const {
+std::optional<Definition> ElfImage::gnuLookup(std::string_view name, Versions versions) const {
     using Word = ElfW(Addr);
     constexpr std::uint32_t kWordBits = sizeof(Word) * 8;
     struct Header {
@@ -245,7 +254,7 @@ std::optional<Definition> ElfImage::gnuLookup(std::string_view name) const {
             return std::nullopt;
         }
         if ((*entry | 1U) == (hash | 1U)) {
-            if (const auto found = definitionAt(index, name)) {
+            if (const auto found = definitionAt(index, name, versions)) {
                 return found;
             }
         }
@@ -255,7 +264,7 @@ std::optional<Definition> ElfImage::gnuLookup(std::string_view name) const {
     }
 }
 
-std::optional<Definition> ElfImage::sysvLookup(std::string_view name) const {
+std::optional<Definition> ElfImage::sysvLookup(std::string_view name, Versions versions) const {
     const auto bucketCount = elementOf<std::uint32_t>(sysvHash_, 0);
     const auto chainCount = elementOf<std::uint32_t>(sysvHash_, 1);
     if (!bucketCount || !chainCount || *bucketCount == 0) {
@@ -265,7 +274,7 @@ std::optional<Definition> ElfImage::sysvLookup(std::string_view name) const {
     auto index = elementOf<std::uint32_t>(sysvHash_, 2 + sysvSymbolHash(name) % *bucketCount);
     // Each symbol stands in one chain once: more steps than symbols means a circle.
     for (std::uint32_t steps = 0; index && *index != 0 && *index < *chainCount; ++steps) {
-        if (const auto found = definitionAt(*index, name)) {
+        if (const auto found = definitionAt(*index, name, versions)) {
             return found;
         }
         if (steps >= *chainCount) {

@@ -114,6 +114,8 @@ class ElfImage {
     /// Finds a function that the image offers to others under `name`: the default version,
     /// defined here.
     [[nodiscard]] std::optional<Definition> definition(const char* name) const;
+    /// The same under any version that it has.
+    [[nodiscard]] bool offers(const std::string& name) const;
     /// The address of the PLT entry that stands in for the address of the undefined symbol `name`
     /// all over the process (a program linked at a fixed address makes such entries); 0 when none.
     [[nodiscard]] std::uintptr_t canonicalStub(std::string_view name) const;
@@ -142,10 +144,14 @@ class ElfImage {
         return elementOf<Symbol>(symbols_, index);
     }
     [[nodiscard]] std::string_view textAt(std::uintptr_t offset) const;
-    [[nodiscard]] std::optional<Definition> definitionAt(std::size_t index,
-                                                         std::string_view name) const;
-    [[nodiscard]] std::optional<Definition> gnuLookup(std::string_view name) const;
-    [[nodiscard]] std::optional<Definition> sysvLookup(std::string_view name) const;
+    enum class Versions { kDefault, kAny };
+    [[nodiscard]] std::optional<Definition> lookup(std::string_view name, Versions versions) const;
+    [[nodiscard]] std::optional<Definition> definitionAt(std::size_t index, std::string_view name,
+                                                         Versions versions) const;
+    [[nodiscard]] std::optional<Definition> gnuLookup(std::string_view name,
+                                                      Versions versions) const;
+    [[nodiscard]] std::optional<Definition> sysvLookup(std::string_view name,
+                                                       Versions versions) const;
     [[nodiscard]] std::optional<Slot> slotOf(const Relocation& relocation) const;
 
     /// Reads a T at `address`, or nothing when it is not wholly inside `bounds`.

@@ -44,6 +44,14 @@ Original originalFromSlot(std::span<const ImageLayout* const> images, const Imag
     return {value, nullptr, false};
 }
 
+SymbolTable tableOf(std::span<const std::string> names) {
+    std::vector<SymbolEntry> wanted(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        wanted[i].name = names[i];
+    }
+    return SymbolTable(std::move(wanted));
+}
+
 std::vector<ElfImage> readersOf(std::span<const ImageLayout* const> images) {
     std::vector<ElfImage> readers;
     readers.reserve(images.size());
@@ -62,14 +70,35 @@ bool isCanonicalStub(std::span<const ImageLayout* const> images, const std::stri
            ElfImage(*target).canonicalStub(name) == reinterpret_cast<std::uintptr_t>(address);
 }
 
+std::vector<std::string> namesIn(std::span<const ImageLayout* const> images,
+                                 std::span<const std::string> names) {
+    const SymbolTable table = tableOf(names);
+    std::vector<bool> isThere(names.size());
+    for (const ElfImage& image : readersOf(images)) {
+        const auto note = [&](std::size_t symbol) {
+            if (const SymbolEntry* entry = table.findWanted(image, symbol)) {
+                isThere[static_cast<std::size_t>(entry - table.entries().data())] = true;
+            }
+            return false;
+        };
+        image.forEachSlotOf(note, [](const Slot& /*slot*/) {});
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            isThere[i] = isThere[i] || image.offers(names[i]);
+        }
+    }
+    std::vector<std::string> found;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (isThere[i]) {
+            found.push_back(names[i]);
+        }
+    }
+    return found;
+}
+
 std::vector<Original> findOriginals(std::span<const ImageLayout* const> callers,
                                     std::span<const ImageLayout* const> images,
                                     std::span<const std::string> names) {
-    std::vector<SymbolEntry> wanted(names.size());
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        wanted[i].name = names[i];
-    }
-    const SymbolTable table(std::move(wanted));
+    const SymbolTable table = tableOf(names);
     std::vector<Original> originals(names.size());
     const std::vector<ElfImage> readers = readersOf(callers);
     for (const ElfImage& image : readers) {

@@ -25,6 +25,11 @@ struct Original {
                                                   std::span<const ImageLayout* const> images,
                                                   std::span<const std::string> names);
 
+/// Those of the names that one of the images offers or has a slot for: nobody can find another one
+/// there, and asking the loader for each costs more than all the rest.
+[[nodiscard]] std::vector<std::string> namesIn(std::span<const ImageLayout* const> images,
+                                               std::span<const std::string> names);
+
 /// Whether `address` is the PLT entry that a fixed-address program offers in place of `name`.
 [[nodiscard]] bool isCanonicalStub(std::span<const ImageLayout* const> images,
                                    const std::string& name, const void* address);

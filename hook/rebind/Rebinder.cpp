@@ -99,7 +99,8 @@ bool Rebinder::redirectInSight(const LoaderCalls& calls,
             names.emplace_back(record.symbol);
         }
     }
-    const std::vector<Finding> findings = find(calls, held, names, rebindings.front().replacement);
+    const std::vector<Finding> findings =
+        find(calls, held, namesIn(held.images(), names), rebindings.front().replacement);
     for (const tqhook_rebinding& record : rebindings) {
         keepImageOf(calls, held, record.replacement);
     }
@@ -108,8 +109,9 @@ bool Rebinder::redirectInSight(const LoaderCalls& calls,
     if (now.adds != loaded.counts.adds || now.subs != loaded.counts.subs) {
         return false;
     }
-    findLateDefinitions(calls, held);
-    patchImages(loaded, held, std::vector<bool>(loaded.images.size(), true), failures);
+    const std::vector<bool> all(loaded.images.size(), true);
+    findLateDefinitions(calls, loaded, held, all);
+    patchImages(loaded, held, all, failures);
     return true;
 }
 
@@ -137,7 +139,7 @@ void Rebinder::examine(const LoaderCalls& calls, bool everything) {
     std::vector<Failure> failures;
     {
         const HeldImages held(calls, loaded, startup, [&](std::size_t i) { return isWanted[i]; });
-        if (findLateDefinitions(calls, held) && !everything) {
+        if (findLateDefinitions(calls, loaded, held, isWanted) && !everything) {
             // Now the images that were looked at before have slots to change, too.
             examine(calls, true);
             return;
@@ -204,8 +206,10 @@ std::vector<Rebinder::Finding> Rebinder::find(const LoaderCalls& calls, const He
     return findings;
 }
 
-// Libraries that define a symbol may come long after the request to redirect it.
-bool Rebinder::findLateDefinitions(const LoaderCalls& calls, const HeldImages& held) {
+// Libraries that define a symbol may come long after the request to redirect it. Only the wanted
+// ones of the held images can have brought what was not there before.
+bool Rebinder::findLateDefinitions(const LoaderCalls& calls, const LoadedImages& loaded,
+                                   const HeldImages& held, const std::vector<bool>& isWanted) {
     const SymbolTable* table = table_.load(std::memory_order_acquire);
     std::vector<std::string> names;
     const void* asker = nullptr;
@@ -215,6 +219,13 @@ bool Rebinder::findLateDefinitions(const LoaderCalls& calls, const HeldImages& h
             asker = entry.newest();
         }
     }
+    std::vector<const ImageLayout*> wanted;
+    for (const ImageLayout* image : held.images()) {
+        if (isWanted[static_cast<std::size_t>(image - loaded.images.data())]) {
+            wanted.push_back(image);
+        }
+    }
+    names = namesIn(wanted, names);
     if (names.empty()) {
         return false;
     }

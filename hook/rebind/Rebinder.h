@@ -85,7 +85,8 @@ class Rebinder {
     [[nodiscard]] static std::vector<Finding> find(const LoaderCalls& calls, const HeldImages& held,
                                                    const std::vector<std::string>& names,
                                                    const void* asker);
-    bool findLateDefinitions(const LoaderCalls& calls, const HeldImages& held);
+    bool findLateDefinitions(const LoaderCalls& calls, const LoadedImages& loaded,
+                             const HeldImages& held, const std::vector<bool>& isWanted);
     void enter(std::span<const tqhook_rebinding> rebindings, const std::vector<Finding>& findings,
                const std::shared_ptr<const Exemptions>& exempt);
     /// Throws std::bad_alloc with nothing changed.
