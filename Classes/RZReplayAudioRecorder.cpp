@@ -11,6 +11,7 @@ struct RZReplayAudioRecorder::State {
     AtomicProperty<std::weak_ptr<RZReplayAudioRecorderInternalDelegate>> delegate;
     std::shared_ptr<RZStreamMixManager> manager;
     dispatch_queue_t queue;
+    dispatch_queue_t preparing;
 };
 
 std::shared_ptr<RZReplayAudioRecorder> RZReplayAudioRecorder::create() {
@@ -18,6 +19,7 @@ std::shared_ptr<RZReplayAudioRecorder> RZReplayAudioRecorder::create() {
     recorder->state_->manager = RZStreamMixManager::sharedManager();
     recorder->state_->manager->setCallback(recorder);
     recorder->state_->queue = dispatch_queue_create("RZReplayAudioRecorder", nullptr);
+    recorder->state_->preparing = dispatch_queue_create("TQPreparing", nullptr);
     return recorder;
 }
 
@@ -52,10 +54,9 @@ const dispatch_queue_t& RZReplayAudioRecorder::queue() const {
 
 void RZReplayAudioRecorder::startRecord() {
     // The block owns the recorder too, so a start runs even when everyone else lets go of it first.
-    dispatch_async(queue(), [self = shared_from_this()] {
-        RZStreamMixManager::prepareConversions();
-        self->manager()->startCapture();
-    });
+    dispatch_async(queue(), [self = shared_from_this()] { self->manager()->startCapture(); });
+    // They take longer than the start itself, and a program may be waiting for that.
+    dispatch_async(state_->preparing, [] { RZStreamMixManager::prepareConversions(); });
 }
 
 void RZReplayAudioRecorder::stopRecord() {

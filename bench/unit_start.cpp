@@ -5,6 +5,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Bench.h"
@@ -70,6 +71,8 @@ void startUnit(benchmark::State& state, Float64 rate, bool isCaptured) {
         state.SkipWithError("capture does not start");
         return;
     }
+    // What units need is made ready beside the capture's start, on another thread.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
     StoppedUnit unit(rate);
     double slowest = 0;
     for (auto _ : state) {
