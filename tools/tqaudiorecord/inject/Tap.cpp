@@ -170,13 +170,15 @@ bool Tap::waitForEnd(int milliseconds) {
 }
 
 void Tap::runRecording() {
+    bool isPopulating = true;
     const bool follows = settings_.duck;
     for (int turn = 0;; ++turn) {
         const int wait = follows ? kFollowMilliseconds : kPublishMilliseconds;
-        if (waitForEnd(wait)) {
+        if (waitForEnd(isPopulating ? 1 : wait)) {
             break;
         }
         const std::lock_guard lock(work_);
+        isPopulating = isPopulating && memory_->populateMore();
         if (mix_ == nullptr && isUnitMade_.load(std::memory_order_relaxed)) {
             collect();
             (void)tq_capture_settle();

@@ -18,6 +18,7 @@ constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
 constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kStreamBytes = std::uint64_t{64} << 10U;
+constexpr std::uint64_t kSoundAtFirst = std::uint64_t{2} << 20U;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kMostSoundBytes = std::uint64_t{4} << 30U;
 
@@ -85,6 +86,7 @@ SharedMapping::SharedMapping(SharedMapping&& other) noexcept {
 SharedMapping& SharedMapping::operator=(SharedMapping&& other) noexcept {
     std::swap(base_, other.base_);
     std::swap(bytes_, other.bytes_);
+    std::swap(populated_, other.populated_);
     std::swap(ringOffset_, other.ringOffset_);
     std::swap(ringBytes_, other.ringBytes_);
     return *this;
@@ -114,13 +116,15 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
         return std::nullopt;
     };
     const FileSizeSignalHeld held;
-    // All of it is taken now: an audio thread must neither wait for a page nor find none left.
-    if (posix_fallocate(descriptor, 0, static_cast<off_t>(total)) != 0 ||
+    // An audio thread must not find a page missing and none left, so what it may write to is taken
+    // before. The beginning is taken now, which the program waits for.
+    const std::uint64_t begin = std::min(total, total - sizes[0] + kSoundAtFirst);
+    if (ftruncate(descriptor, static_cast<off_t>(total)) != 0 ||
+        posix_fallocate(descriptor, 0, static_cast<off_t>(begin)) != 0 ||
         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         return fail();
     }
-    void* const base =
-        mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
+    void* const base = mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     if (base == MAP_FAILED) {
         return fail();
     }
@@ -129,11 +133,12 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
     mapping.bytes_ = total;
     auto* const page = std::construct_at(reinterpret_cast<SharedPage*>(base));
     page->totalBytes = total;
-    std::uint64_t offset = wholePages(sizeof(SharedPage));
+    std::uint64_t offset = total;
     for (std::size_t ring = 0; ring < kRings; ++ring) {
+        offset -= sizes[ring];
         page->ringOffset[ring] = offset;
         page->ringBytes[ring] = sizes[ring];
-        offset += sizes[ring];
+        page->rings[ring].usable = std::min(sizes[ring], begin - offset);
     }
     return mapping.takeLayout() ? std::optional(std::move(mapping)) : std::nullopt;
 }
@@ -156,6 +161,24 @@ std::optional<SharedMapping> SharedMapping::map(int descriptor, std::uint64_t mo
     }
     mapping.base_ = static_cast<std::byte*>(base);
     return mapping.takeLayout() ? std::optional(std::move(mapping)) : std::nullopt;
+}
+
+bool SharedMapping::populateMore() {
+    // In pieces, between which the program can map memory of its own.
+    constexpr std::size_t kPiece = std::size_t{256} << 10U;
+    if (populated_ == bytes_) {
+        return false;
+    }
+    const std::size_t piece = std::min(kPiece, bytes_ - populated_);
+    if (madvise(base_ + populated_, piece, MADV_POPULATE_WRITE) != 0) {
+        return false;
+    }
+    populated_ += piece;
+    std::atomic<std::uint64_t>& usable = page().rings[0].usable;
+    if (populated_ > ringOffset_[0] + usable) {
+        usable.store(populated_ - ringOffset_[0], std::memory_order_release);
+    }
+    return populated_ < bytes_;
 }
 
 bool SharedMapping::takeLayout() {

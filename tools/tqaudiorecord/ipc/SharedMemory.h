@@ -115,6 +115,9 @@ class SharedMapping {
     /// its layout sound.
     [[nodiscard]] static std::optional<SharedMapping> map(int descriptor,
                                                           std::uint64_t mostBytes = kMostBytes);
+    /// Takes and maps some more of the memory, all of which the ring of sound can use only then;
+    /// false when that is done, or the system has no more.
+    bool populateMore();
     /// The size of what make() makes.
     [[nodiscard]] static std::uint64_t sizeFor(std::uint64_t soundBytes);
     /// More than that is mapped only for a user who asked for it.
@@ -130,6 +133,7 @@ class SharedMapping {
 
     std::byte* base_ = nullptr;
     std::size_t bytes_ = 0;
+    std::size_t populated_ = 0;
     // Copied: the other side may change its own.
     std::uint64_t ringOffset_[kRings] = {};
     std::uint64_t ringBytes_[kRings] = {};

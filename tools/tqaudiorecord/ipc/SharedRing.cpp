@@ -48,6 +48,10 @@ bool RingWriter::pushAlone(RecordHeader& header, std::span<const Bytes> parts) c
     if (used > memory_.size() || needed + skipped > memory_.size() - used || written % 8 != 0) {
         return false;
     }
+    const std::uint64_t reach = skipped > 0 ? memory_.size() : offset + needed;
+    if (reach > state_->usable.load(std::memory_order_acquire)) {
+        return false;
+    }
     if (skipped > 0) {
         RecordHeader skip;
         skip.bytes = static_cast<std::uint32_t>(skipped);

@@ -13,7 +13,11 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kTurnMilliseconds = 5;
+/// Between two looks at what the host has delivered: each costs both of them the processor's
+/// caches.
+constexpr int kPauseMilliseconds = 20;
+/// Where somebody waits for what comes out.
+constexpr int kShortPauseMilliseconds = 5;
 constexpr milliseconds kTickPause{100};
 constexpr milliseconds kHostPatience{5000};
 /// The terminal sends its interrupt to the host as well. Many programs quit without saving at a
@@ -155,7 +159,8 @@ void RecordingSession::wait() {
     std::vector<pollfd> list{{acceptor_.descriptor(), POLLIN, 0},
                              {signals_.descriptor(), POLLIN, 0},
                              {host_.endDescriptor(), POLLIN, 0}};
-    poll(list.data(), list.size(), kTurnMilliseconds);
+    const bool isAwaited = options_.output == "-" || !options_.duckOn.empty();
+    poll(list.data(), list.size(), isAwaited ? kShortPauseMilliseconds : kPauseMilliseconds);
 }
 
 void RecordingSession::acceptConnections() {

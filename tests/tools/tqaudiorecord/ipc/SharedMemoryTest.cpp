@@ -34,6 +34,37 @@ TEST_F(Shared, MemoryIsSeenOnBothSides) {
     EXPECT_EQ(mapped->page().facts.unitsCreated.load(), 3U);
 }
 
+TEST_F(Shared, SoundIsTakenAsMemoryIsPopulatedAndNoneOfItSkipped) {
+    constexpr std::size_t kRecord = std::size_t{1} << 20U;
+    auto made = SharedMapping::make(8 * kRecord, descriptor);
+    ASSERT_TRUE(made);
+    const std::vector<std::byte> sound(kRecord - sizeof(RecordHeader));
+    const RingWriter::Bytes part(sound);
+    const RingWriter writer = made->writer(RingId::kSound);
+    const auto push = [&] { return writer.push({.kind = RecordKind::kMix}, {&part, 1}); };
+    EXPECT_TRUE(push());
+    EXPECT_TRUE(push());
+    EXPECT_FALSE(push()) << "that memory is not there yet";
+    EXPECT_TRUE(made->writer(RingId::kLog).push({.kind = RecordKind::kLog}, {}));
+    int pieces = 1;
+    while (made->populateMore()) {
+        ++pieces;
+    }
+    EXPECT_EQ(pieces, 38) << "quarters of a MiB";
+    for (int record = 2; record < 8; ++record) {
+        EXPECT_TRUE(push()) << record;
+    }
+    EXPECT_FALSE(push()) << "it is full";
+    RingReader reader = made->reader(RingId::kSound);
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    for (int record = 0; record < 8; ++record) {
+        ASSERT_EQ(reader.next(header, payload), RingReader::Found::kRecord);
+        EXPECT_EQ(header.bytes, kRecord);
+    }
+    EXPECT_TRUE(push()) << "round again";
+}
+
 TEST_F(Shared, LeftOutUnitsAreNotedOnceEachWithAllTheirReasons) {
     auto made = SharedMapping::make(100000, descriptor);
     ASSERT_TRUE(made);
