@@ -22,3 +22,10 @@ tq_bench(load SOURCES load.cpp LIBS)
 target_compile_definitions(bench_load
                            PRIVATE TQ_LOAD_PROCESS="$<TARGET_FILE:bench_load_process>")
 add_dependencies(bench_load bench_load_process)
+# What a program's start costs under the recorder; its own calls are those of its images.
+add_executable(bench_start_process start_process.cpp)
+target_link_libraries(bench_start_process PRIVATE tq_warnings tqplatform ${CMAKE_DL_LIBS})
+target_link_options(bench_start_process PRIVATE -Wl,--no-as-needed)
+target_compile_definitions(bench_start_process PRIVATE TQ_LOAD_IMAGES="${image_folder}")
+add_dependencies(bench_start_process tq_bench_load_images)
+add_dependencies(tq_benches bench_start_process tqaudiorecord TQAudioRecordBridge)

@@ -21,7 +21,7 @@ test_packages=(libgtest-dev libgmock-dev valgrind python3 clang clang-format cla
 
 # The benchmark frame, and what the library is measured beside.
 bench_packages=(libbenchmark-dev python3 libjack-jackd2-dev libboost-dev libreaderwriterqueue-dev
-    libsamplerate0-dev libsdl2-dev libavfilter-dev pulseaudio pulseaudio-utils gnuplot-nox)
+    libsamplerate0-dev libsdl2-dev libavfilter-dev gnuplot-nox "${server_packages[@]}")
 
 say() { printf '%s\n' "$*"; }
 
