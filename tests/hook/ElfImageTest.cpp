@@ -125,6 +125,9 @@ TEST(ElfImage, VersionsKeptForOldProgramsAreNoDefinitions) {
     EXPECT_EQ(image.definition("v_changed")->address - file.layout().base,
               reinterpret_cast<std::uintptr_t>(changed) - map->l_addr);
     EXPECT_FALSE(image.definition("v_kept").has_value());
+    EXPECT_TRUE(image.offers("v_kept")) << "who asks for that version is answered";
+    EXPECT_TRUE(image.offers("v_changed"));
+    EXPECT_FALSE(image.offers("v_none"));
 }
 
 TEST(ElfImage, TellsTheStubOfAFixedAddressProgram) {
