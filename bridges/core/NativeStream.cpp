@@ -6,6 +6,7 @@
 
 #include "bridges/core/GuardScope.h"
 #include "bridges/core/StreamLife.h"
+#include "bridges/core/WithoutThrowing.h"
 
 namespace tq::bridges {
 NativeStream::Use::Use(const void* key) noexcept : stream_(StreamLife::shared().find(key)) {
@@ -30,6 +31,14 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
     void* const asWritten = const_cast<void*>(samples);
     prepared_ = 0;
     isProcessed_ = false;
+    if (isInherited_.load(std::memory_order_relaxed)) {
+        // Once in a child that plays on: no thread of the native side's has come along with it, so
+        // it is one that may wait.
+        withoutThrowing([this] {
+            const GuardScope guard;
+            StreamLife::shared().inherit(*this);
+        });
+    }
     // In one order with the count of users, for whoever takes the unit away.
     BridgeUnit* const unit = unit_.load();
     isServed_ = unit != nullptr || isWaiting_.load(std::memory_order_relaxed);

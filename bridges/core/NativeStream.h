@@ -212,7 +212,8 @@ class NativeStream final : private BlockFeeder {
     std::atomic<std::size_t> block_{0};       ///< frames of the device's last block
     std::atomic<std::uint64_t> unserved_{0};  ///< frames that were taken without a unit
     std::atomic<std::size_t> largestPiece_{0};
-    std::atomic<std::size_t> taken_{0};  ///< of one piece, by the native side's memory
+    std::atomic<std::size_t> taken_{0};     ///< of one piece, by the native side's memory
+    std::atomic<bool> isInherited_{false};  ///< of the parent before a fork; not written to here
     /// Somebody changes the end of the FIFO: the writer, or who throws its newest frames away.
     /// Taken with acquire, given back with release.
     std::atomic<bool> isEndTaken_{false};

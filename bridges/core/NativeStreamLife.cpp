@@ -70,6 +70,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     flushes_ = 0;
     isOver_ = false;
     isWaiting_ = false;
+    isInherited_ = false;
     failedStarts_ = 0;
     unplayable_ = 0;
     blocksBehind_ = 0;
@@ -88,6 +89,7 @@ void NativeStream::end() {
     unit_.store(nullptr);
     key_ = nullptr;
     isWaiting_ = false;
+    isInherited_ = false;
     fifo_.reset();
     for (ReservedMemory* const memory : {&pre_, &post_, &fresh_, &passed_, &heard_, &room_}) {
         *memory = ReservedMemory();

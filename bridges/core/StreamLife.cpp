@@ -92,6 +92,10 @@ void StreamLife::closeLocked(const void* key) {
     }
     table_.remove(key);
     stream->state_ = NativeStream::State::kClosed;
+    if (stream->isInherited_.exchange(false)) {
+        // The parent's; there is nothing of it here.
+        stream->end();
+    }
 }
 
 std::string StreamLife::nameFor(std::string_view api, std::string_view own) const {

@@ -32,6 +32,9 @@ class StreamLife {
               std::string_view own);
     void close(const void* key, NativeStream::Handle handle);
     void finish();
+    /// In the child of a fork, when it first writes to a stream that the parent has opened: its
+    /// sound is the child's. Throws std::bad_alloc.
+    void inherit(NativeStream& stream);
 
     /// [any thread] [real-time safe]
     [[nodiscard]] NativeStream* find(const void* key) const noexcept { return table_.find(key); }

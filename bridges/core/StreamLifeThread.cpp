@@ -212,9 +212,9 @@ bool StreamLife::hasOthers() const {
     return count.hasOthers;
 }
 
-/// The parent plays on; what the child plays it opens itself.
+/// The parent plays on. A stream that is open is the child's as well, which nearly always leaves it
+/// alone: it is made anew where the child writes to it.
 void StreamLife::forgetAfterFork() {
-    table_.clear();
     hasThread_ = false;
     sem_init(&work_, 0, 0);
     for (const auto& unit : units_) {
@@ -224,10 +224,28 @@ void StreamLife::forgetAfterFork() {
         stream->users_ = 0;
         stream->unit_ = nullptr;
         stream->isWaiting_ = false;
-        stream->state_ = NativeStream::State::kClosed;
-        stream->isOver_ = true;
+        stream->isEndTaken_ = false;
+        stream->hasSound_ = false;
         stream->fate_.reset();
+        if (stream->state_ == NativeStream::State::kOpen) {
+            stream->isInherited_ = true;
+        } else if (stream->state_ == NativeStream::State::kClosed) {
+            stream->isOver_ = true;
+        }
     }
+}
+
+void StreamLife::inherit(NativeStream& stream) {
+    const std::scoped_lock guard(lock_);
+    if (!stream.isInherited_.exchange(false) || isFinished_) {
+        return;
+    }
+    if (!stream.begin(stream.format_, stream.name_, ++lastNumber_)) {
+        report(stream, TQ_STREAM_NO_MEMORY, false);
+        return;
+    }
+    seat(stream);
+    startThread();
 }
 
 }  // namespace tq::bridges

@@ -197,7 +197,8 @@ void Tap::pushStream(const tq_stream& stream) noexcept {
 
 void Tap::takeUnit(const tq_unit& unit) noexcept {
     if (isForked_.load(std::memory_order_relaxed)) {
-        if (isNew(unit) && isForked_.exchange(false)) {
+        // What the parent made does not play here, unless the child starts it.
+        if ((isNew(unit) || unit.is_started != 0) && isForked_.exchange(false)) {
             try {
                 startThread(&Tap::runForked);
             } catch (...) {
