@@ -90,10 +90,12 @@ void takeOverNode(const RZReplayAudioUnitObject& obj, AUGraph graph) {
     const auto callbacks = callbacksOf(graph, obj.inNode());
     const bool isThere = std::any_of(callbacks.begin(), callbacks.end(),
                                      [](const auto& one) { return isOurs(one.cback); });
-    if (isThere || callbacks.empty()) {
+    const auto fed = std::find_if(callbacks.begin(), callbacks.end(),
+                                  [](const auto& one) { return one.destInputNumber == 0; });
+    if (isThere || fed == callbacks.end()) {
         return;
     }
-    const AUNodeRenderCallback& host = callbacks.front();
+    const AUNodeRenderCallback& host = *fed;
     RZHostCallbacks& known = RZHostCallbacks::shared();
     const RZHostCallback before = known.of(graph);
     known.note(graph, {host.cback, host.destInputNumber, true});
@@ -127,6 +129,25 @@ void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
     }
 }
 
+void giveBack(AUGraph graph) {
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    // Where an update was waited for, the graph keeps what it is to bring.
+    RZHostCallback host = known.of(graph).updated();
+    const auto info = pendingOf(graph);
+    // Where ours has to stay it calls what is known of the host's.
+    if (!host.isOurs || !info || !mayEdit(graph, info->node)) {
+        return;
+    }
+    for (const AUNodeRenderCallback& one : callbacksOf(graph, info->node)) {
+        if (isOurs(one.cback) &&
+            setCallback(graph, info->node, one.destInputNumber, host.callback) != 0) {
+            return;
+        }
+    }
+    host.isOurs = false;
+    known.note(graph, host);
+}
+
 /// A graph that stands still has no update to wait for.
 void settleQueued(AUGraph graph) {
     RZHostCallbacks& known = RZHostCallbacks::shared();
@@ -144,20 +165,27 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     const bool isObjs = obj && obj->inNode() == node;
     const auto pending = pendingOf(graph);
     const bool isPending = pending && pending->node == node;
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    const bool isRunning = answersYes(AUGraphIsRunning, graph);
     if (!isObjs && !isPending) {
+        if (isRunning && (obj || pending)) {
+            known.noteOtherQueued(graph);
+        }
         return false;
     }
-    RZHostCallbacks& known = RZHostCallbacks::shared();
     const RZHostCallback noted = known.of(graph);
     // One callback stands behind ours. Another input than the one that has it keeps its own; input
     // 0, which is what an output unit plays, comes before all others.
-    if (noted.isOurs && noted.place != input) {
+    const bool hasPlace = noted.isOurs || (noted.isQueued && noted.isOursNext);
+    if (hasPlace && noted.place != input) {
         if (input != 0) {
+            if (isRunning) {
+                known.noteOtherQueued(graph);
+            }
             return false;
         }
-        RZGiveBackNode(graph);
+        giveBack(graph);
     }
-    const bool isRunning = answersYes(AUGraphIsRunning, graph);
     // Without an object, ours goes in only where opening the graph is going to make one; and not
     // where an initialisation, of which nothing tells, may bring it while the unit plays.
     const bool canTakeOver = isObjs ? !isRunning || answersYes(AUGraphIsInitialized, graph)
@@ -167,7 +195,9 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     // A running graph goes on with the old callback until it is updated.
     if ((isObjs || noted.isOurs) && isRunning) {
         now = noted;
+        now.place = input;
         now.isQueued = true;
+        now.isBehindOthers = noted.haveOthersQueued || (hasPlace && noted.place != input);
         now.isOursNext = isTakenOver;
         now.next = callback;
     }
@@ -288,8 +318,14 @@ void RZGraphUpdate::begin(AUGraph graph) {
 }
 
 void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
-    // With "not in this context" the edits are made, or will be at the next slice.
-    const bool isDone = status == 0 || status == kAUGraphErr_CannotDoInCurrentContext;
+    // With "not in this context" the edits are made, or will be at the next slice. With any other
+    // failure those before the one that failed are made, that one is dropped, and the others wait
+    // on.
+    bool isDone = status == 0 || status == kAUGraphErr_CannotDoInCurrentContext;
+    if (!isDone && noted_.isQueued && isStillInGraph()) {
+        isDone = !noted_.isBehindOthers;
+        waitsOn_ = noted_.isBehindOthers;
+    }
     if (noted_.isQueued) {
         settleWaiting(isDone);
     }
@@ -304,13 +340,31 @@ void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
     }
 }
 
+/// Whether the graph has the callback that waited: what it drops is gone from there too.
+bool RZGraphUpdate::isStillInGraph() const {
+    const auto info = outputNodeOf(graph_);
+    if (!info) {
+        return false;
+    }
+    const auto callbacks = callbacksOf(graph_, info->node);
+    const auto found = std::find_if(
+        callbacks.begin(), callbacks.end(),
+        [&](const AUNodeRenderCallback& one) { return one.destInputNumber == noted_.place; });
+    if (noted_.next.inputProc == nullptr || found == callbacks.end()) {
+        return noted_.next.inputProc == nullptr && found == callbacks.end();
+    }
+    return noted_.isOursNext ? isOurs(found->cback)
+                             : found->cback.inputProc == noted_.next.inputProc &&
+                                   found->cback.inputProcRefCon == noted_.next.inputProcRefCon;
+}
+
 void RZGraphUpdate::settleWaiting(bool isDone) {
     if (isDone) {
         RZHostCallbacks::shared().note(graph_, noted_.updated());
         return;
     }
-    // The platform has dropped it and goes on as before.
-    noted_.isQueued = false;
+    // The platform goes on as before: it has dropped the callback, or keeps it for later.
+    noted_.isQueued = waitsOn_;
     RZHostCallbacks::shared().note(graph_, noted_);
     if (obj_) {
         obj_->setNodesOriginCallback(before_);
@@ -322,20 +376,9 @@ void RZGraphUpdate::settleWaiting(bool isDone) {
 }
 
 void RZGiveBackNode(AUGraph graph) {
-    RZHostCallbacks& known = RZHostCallbacks::shared();
-    // Where an update was waited for, the graph keeps what it is to bring.
-    RZHostCallback host = known.of(graph).updated();
-    const auto info = pendingOf(graph);
-    // Where ours has to stay it calls what is known of the host's.
-    if (!host.isOurs || !info || !mayEdit(graph, info->node)) {
-        return;
+    // Of another input than 0, which no output unit has, the graph would come to its refusal later
+    // than it does now.
+    if (RZHostCallbacks::shared().of(graph).place == 0) {
+        giveBack(graph);
     }
-    for (const AUNodeRenderCallback& one : callbacksOf(graph, info->node)) {
-        if (isOurs(one.cback) &&
-            setCallback(graph, info->node, one.destInputNumber, host.callback) != 0) {
-            return;
-        }
-    }
-    host.isOurs = false;
-    known.note(graph, host);
 }

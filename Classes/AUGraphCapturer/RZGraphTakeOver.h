@@ -55,12 +55,14 @@ class RZGraphUpdate {
     void end(OSStatus status, BOOL isRecorded);
 
   private:
+    [[nodiscard]] bool isStillInGraph() const;
     void settleWaiting(bool isDone);
 
     std::shared_ptr<RZReplayAudioUnitObject> obj_;  ///< null: the graph is not captured
     std::optional<RZUnitFormatChange> change_;      ///< ours comes where the notify was
     AUGraph graph_ = nullptr;
     RZHostCallback noted_;
+    bool waitsOn_ = false;  ///< what waited has not been brought, and not been dropped
     AURenderCallbackStruct before_{};
     AURenderCallbackStruct nodesBefore_{};
 };

@@ -56,6 +56,10 @@ void RZHostCallbacks::note(AUGraph graph, const RZHostCallback& callback) {
     });
 }
 
+void RZHostCallbacks::noteOtherQueued(AUGraph graph) {
+    edit(graph, Kind::Graph, [](Entry& entry) { entry.callback.haveOthersQueued = true; });
+}
+
 void RZHostCallbacks::markAlone(AudioUnit unit) {
     edit(unit, Kind::Unit, [](Entry& entry) { entry.isAlone = true; });
 }

@@ -17,6 +17,8 @@ struct RZHostCallback {
     bool isQueued = false;   ///< a running graph takes the next two at its next update
     bool isOursNext = false;
     AURenderCallbackStruct next{};
+    bool haveOthersQueued = false;  ///< other inputs of the graph wait for that update too
+    bool isBehindOthers = false;    ///< and were queued before
     std::uint64_t turn = 0;  ///< grows with every note: of a unit's and its node's, the later holds
 
     /// The graph has been updated, or is about to be.
@@ -27,6 +29,8 @@ struct RZHostCallback {
             now.isOurs = isOursNext;
             now.isQueued = false;
         }
+        now.haveOthersQueued = false;
+        now.isBehindOthers = false;
         return now;
     }
 };
@@ -52,6 +56,8 @@ class RZHostCallbacks {
     /// [host thread] Throws without memory, and only for a handle that is new here.
     void note(AudioUnit unit, const RZHostCallback& callback);
     void note(AUGraph graph, const RZHostCallback& callback);
+    /// [host thread] The running graph has been given a callback that ours does not stand before.
+    void noteOtherQueued(AUGraph graph);
     /// [host thread] A voice engine's: never to be captured, whatever becomes of it. Both last
     /// until the handle is given out again.
     void markAlone(AudioUnit unit);

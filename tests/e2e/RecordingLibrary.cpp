@@ -4,6 +4,7 @@
 // mix's left side, and one for the events.
 
 #include <TQAudioRecord/TQAudioRecord.h>
+#include <TQAudioRecord/tq_capture.h>
 
 #include <chrono>
 #include <cstdio>
@@ -57,6 +58,26 @@ extern "C" [[gnu::visibility("default")]] int tqTestStartRecording() {
     }
     manager.startAudioStreamCollect(collector());
     waitUntil("start", [] { return collector()->hasEvent(0, 0); });
+    return 0;
+}
+
+/// Stops, or starts again what was stopped; nothing before the first start.
+extern "C" [[gnu::visibility("default")]] int tqTestToggleRecording() {
+    auto& manager = RZStreamCollectManager::sharedManager();
+    if (!collector()->hasEvent(0, 0)) {
+        return 0;
+    }
+    const BOOL wasOn = manager.stopAudioStreamCollect(collector());
+    if (!wasOn) {
+        manager.startAudioStreamCollect(collector());
+    }
+    tq_capture_settle();
+    tq_capture_state state{};
+    state.size = sizeof state;
+    if (tq_capture_get_state(&state) != TQ_OK || (state.is_capturing != 0) == wasOn) {
+        std::fprintf(stderr, "recording: it does not %s\n", wasOn ? "end" : "start again");
+        std::_Exit(4);
+    }
     return 0;
 }
 

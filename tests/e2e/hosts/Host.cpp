@@ -53,6 +53,10 @@ bool HostDevice::openLibrary() {
     return true;
 }
 
+void HostDevice::toggleRecording() {
+    callRecorder("tqTestToggleRecording");
+}
+
 OSStatus Tone::render(void* refCon, AudioUnitRenderActionFlags* /*flags*/,
                       const AudioTimeStamp* /*time*/, UInt32 /*bus*/, UInt32 frames,
                       AudioBufferList* data) {

@@ -26,6 +26,8 @@ class HostDevice {
     /// For hosts into which the library comes late: loads it here, in the runs that are to have it.
     /// True when it was loaded.
     bool openLibrary();
+    /// For runs that are recorded: stops that, or starts it again.
+    static void toggleRecording();
 
   private:
     std::uint64_t hostTime_ = 1'000'000'000;

@@ -1,13 +1,17 @@
+#include <pthread.h>
+
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "Host.h"
 
 // Calls in an order that no sane host would choose, from the seed that TQ_TEST_SEED names: units
-// and graphs are made, fed, initialised, started and let go, right or wrong, and a slice is played
+// and graphs are made, also on voice engines' threads, fed, initialised, started and let go, right
+// or wrong, their microphones come and go, a recording stops and starts, and a slice is played
 // between any two calls. What each call answers is summed up in one number, said at the end.
 // TQ_TEST_TRACE=1 tells every step on standard error.
 
@@ -35,6 +39,9 @@ class Walk {
                 stepUnit(units_[draw(kUnits)]);
             } else {
                 stepGraph(graphs_[draw(kGraphs)]);
+            }
+            if (chance(1, 40)) {
+                HostDevice::toggleRecording();
             }
             device_.pump(1, 32);
         }
@@ -84,12 +91,19 @@ class Walk {
 
     void stepUnit(Feed& feed) {
         if (feed.unit == nullptr) {
-            feed.unit = newOutputUnit();
+            if (chance(1, 6)) {
+                onVoiceEnginesThread([&] { feed.unit = newOutputUnit(); });
+            } else {
+                feed.unit = newOutputUnit();
+            }
             note("new", feed.unit, 0);
             return;
         }
         const AudioUnit unit = feed.unit;
-        switch (draw(16)) {
+        switch (draw(17)) {
+            case 16:
+                setMicrophone(unit, unit);
+                break;
             case 0:
             case 1:
             case 2:
@@ -137,6 +151,26 @@ class Walk {
         note("unit callback", named,
              AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, scope, element,
                                   &callback, sizeof(callback)));
+    }
+
+    /// Refused once the unit is initialised.
+    void setMicrophone(AudioUnit unit, const void* named) {
+        const UInt32 isOn = chance(1, 2) ? 1 : 0;
+        note("microphone", named,
+             AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1,
+                                  &isOn, sizeof(isOn)));
+    }
+
+    /// Units that are made on such a thread are left alone.
+    template <class Body>
+    void onVoiceEnginesThread(const Body& body) {
+        constexpr std::array<const char*, 3> kNames{"AgoraServiceThr", "VeqDeviceThread",
+                                                    "MWAudioDeviceTh"};
+        const char* const name = kNames[draw(kNames.size())];
+        std::thread([&] {
+            pthread_setname_np(pthread_self(), name);
+            body();
+        }).join();
     }
 
     /// A mixer with a tone feeds the unit, or nothing any more.
@@ -245,7 +279,7 @@ class Walk {
     void setNode(Net& net) {
         const AURenderCallbackStruct callback = anyCallback();
         const bool isOutput = chance(3, 4);
-        const UInt32 input = !isOutput && chance(1, 6) ? 1 : 0;
+        const UInt32 input = chance(1, isOutput ? 12 : 6) ? 1 : 0;
         note(isOutput ? "graph output callback" : "graph mixer callback", net.graph,
              AUGraphSetNodeInputCallback(net.graph, isOutput ? net.output : net.mixer, input,
                                          &callback));
@@ -279,10 +313,13 @@ class Walk {
         if (AUGraphNodeInfo(net.graph, net.output, nullptr, &unit) != noErr || unit == nullptr) {
             return;
         }
-        switch (draw(6)) {
+        switch (draw(7)) {
             case 0:
             case 1:
                 setUnitCallback(unit, net.graph);
+                break;
+            case 6:
+                setMicrophone(unit, net.graph);
                 break;
             case 2:
                 note("its unit start", net.graph, AudioOutputUnitStart(unit));
