@@ -316,7 +316,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
         float volume = 0;
         BOOL isDB = NO;
     };
-    /// Guarded by operatorLock; none while the effect is off.
+    /// Guarded by operatorLock. What was set last, forgotten when the effect is switched off.
     std::optional<Level> duckingLevel_;
     std::optional<Level> compressorLevel_;
     std::unique_ptr<korva_audio_utils::EventFilter> eventFilter_;

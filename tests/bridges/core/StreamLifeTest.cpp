@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "bridges/core/StreamFixture.h"
+#include "support/ProgramRunner.h"
 #include "support/sound/Comparison.h"
 
 /// The child of the fork test makes threads; the thread sanitizer forbids it unless asked.
@@ -413,11 +414,10 @@ TEST_F(StreamLifeTest, ManyThreadsOpenWriteAndCloseAtOnce) {
     shared.clear();
     MadeUpPcm last({}, "last");
     last.write(sound);
-    for (int i = 0; i < 2000 && countReports(" last", false) == 0; ++i) {
+    EXPECT_TRUE(tqtest::eventually([&] {
         pump();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_GT(countReports(" last", false), 0U);
+        return countReports(" last", false) > 0;
+    }));
 }
 
 }  // namespace

@@ -185,17 +185,25 @@ int jumpAhead(const TapSettings& settings, std::uint64_t seconds) {
     return 0;
 }
 
-/// Sound in real time, and log lines as fast as they can be written.
+/// Sound in real time, and log lines as fast as they can be written: many before the first sound,
+/// so that a talker who gets no processor later has said enough.
 int talk(const TapSettings& settings, int milliseconds) {
     const auto tapped = tap(settings, "hostile");
     if (tapped == nullptr) {
         return kFailed;
     }
-    std::thread talker([&tapped, milliseconds] {
+    const auto say = [&tapped] {
+        const bool isSaid = tapped->say(RecordKind::kLog, std::string(100, 'l'));
+        std::this_thread::yield();
+        return isSaid;
+    };
+    for (int said = 0; said < 3000;) {
+        said += say() ? 1 : 0;
+    }
+    std::thread talker([&say, milliseconds] {
         const std::uint64_t end = now() + static_cast<std::uint64_t>(milliseconds) * 1000;
         while (now() < end) {
-            (void)tapped->say(RecordKind::kLog, std::string(100, 'l'));
-            std::this_thread::yield();
+            (void)say();
         }
     });
     playOn(*tapped, milliseconds);

@@ -53,7 +53,7 @@ TEST(LongRunTest, TenMinutesInTheSmallestBlocksLoseNothingAndTakeNoMoreMemory) {
     const TemporaryFolder folder;
     const std::string path = folder.file("out.wav");
     tqtest::Program program(
-        {.arguments = {TQ_RECORDER, "-o", path, "--ring", "100", TQ_LONG_HOST, "600"},
+        {.arguments = {TQ_RECORDER, "-o", path, "--ring", "100", TQ_LONG_HOST, "600", path},
          .environment = {{"TQ_AUDIO_DEVICE", "manual"}, {"XDG_CACHE_HOME", folder.file("cache")}}});
 
     const auto hasRecorded = [&](double seconds) {
