@@ -84,15 +84,7 @@ void Converter::read(const AudioBufferList& list, const AudioView& planes) noexc
         mapChannels(own, planes);
         return;
     }
-    for (UInt32 channel = 0; channel < planes.channels(); ++channel) {
-        const SInt32 from = channelMap_[channel];
-        if (from < 0) {
-            std::fill_n(planes.plane(channel), planes.frames(), 0.0F);
-        } else {
-            std::copy_n(own.plane(static_cast<UInt32>(from)), planes.frames(),
-                        planes.plane(channel));
-        }
-    }
+    mapChannels(own, channelMap_, planes);
 }
 
 OSStatus Converter::convertBuffer(UInt32 inputBytes, const void* input, UInt32& outputBytes,

@@ -3,9 +3,9 @@
 #include <AudioToolbox/AudioConverter.h>
 
 #include <optional>
-#include <vector>
 
 #include "common/Planes.h"
+#include "format/ChannelMap.h"
 #include "format/PCMFormat.h"
 #include "format/RateConverter.h"
 #include "format/RateRatio.h"
@@ -48,7 +48,7 @@ class Converter {
 
     void reset() noexcept;
     OSStatus propertyInfo(AudioConverterPropertyID id, UInt32& size, bool& writable) const noexcept;
-    OSStatus getProperty(AudioConverterPropertyID id, UInt32& size, void* data) const noexcept;
+    OSStatus getProperty(AudioConverterPropertyID id, UInt32& size, void* data) const;
     OSStatus setProperty(AudioConverterPropertyID id, UInt32 size, const void* data);
 
     OSStatus convertBuffer(UInt32 inputBytes, const void* input, UInt32& outputBytes,
@@ -82,7 +82,7 @@ class Converter {
     tqcommon::Planes read_;       ///< in the source's channels
     tqcommon::Planes collected_;  ///< in the destination's channels, at the source's rate
     tqcommon::Planes made_;
-    std::vector<SInt32> channelMap_;  ///< empty where channels go as they usually do
+    ChannelMap channelMap_;
     UInt32 complexity_ = kAudioConverterSampleRateConverterComplexity_Normal;
     UInt32 quality_ = kAudioConverterQuality_Max;
     UInt32 primeMethod_ = kConverterPrimeMethod_Normal;

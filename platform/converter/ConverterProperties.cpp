@@ -36,8 +36,7 @@ OSStatus Converter::propertyInfo(AudioConverterPropertyID id, UInt32& size,
     }
 }
 
-OSStatus Converter::getProperty(AudioConverterPropertyID id, UInt32& size,
-                                void* data) const noexcept {
+OSStatus Converter::getProperty(AudioConverterPropertyID id, UInt32& size, void* data) const {
     UInt32 whole = 0;
     bool writable = false;
     const OSStatus status = propertyInfo(id, whole, writable);
@@ -93,15 +92,12 @@ OSStatus Converter::getProperty(AudioConverterPropertyID id, UInt32& size,
         case kAudioConverterCurrentOutputStreamDescription:
             put(destinationDescription_);
             break;
-        default:
-            for (UInt32 channel = 0; channel < destination_.channels; ++channel) {
-                const bool isThere = source_.channels == 1 || channel < source_.channels;
-                const auto usual = source_.channels == 1 ? 0 : static_cast<SInt32>(channel);
-                const SInt32 from =
-                    channelMap_.empty() ? (isThere ? usual : -1) : channelMap_[channel];
-                std::memcpy(static_cast<std::byte*>(data) + channel * sizeof from, &from,
-                            sizeof from);
-            }
+        default: {
+            const ChannelMap map = channelMap_.empty()
+                                       ? usualMap(source_.channels, destination_.channels)
+                                       : channelMap_;
+            std::memcpy(data, map.data(), map.size() * sizeof(SInt32));
+        }
     }
     return noErr;
 }
@@ -120,7 +116,7 @@ OSStatus Converter::setProperty(AudioConverterPropertyID id, UInt32 size, const 
         return kAudioConverterErr_BadPropertySizeError;
     }
     if (id == kAudioConverterChannelMap) {
-        std::vector<SInt32> map(destination_.channels);
+        ChannelMap map(destination_.channels);
         std::memcpy(map.data(), data, size);
         const bool isSound = std::all_of(map.begin(), map.end(), [this](SInt32 from) {
             return from >= -1 && from < static_cast<SInt32>(source_.channels);

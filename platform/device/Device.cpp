@@ -145,6 +145,7 @@ AudioTimeStamp Device::render(const BlockRequest& block) noexcept {
         isUsed = clients_.render(*buffers_);
         buffers_->end();
         framesRendered_ += frames;
+        sliceFrames_.store(frames, std::memory_order_relaxed);
         done += frames;
     }
     if (!isUsed && running_.load()) {

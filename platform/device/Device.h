@@ -35,6 +35,10 @@ class Device final : private BackendHost {
     [[nodiscard]] UInt32 outputChannels() const noexcept;
     [[nodiscard]] UInt32 inputChannels() const noexcept;
     [[nodiscard]] UInt32 maximumFrames() const noexcept { return maximumFrames_; }
+    /// Of the slice that was rendered last, 0 before the first.
+    [[nodiscard]] UInt32 sliceFrames() const noexcept {
+        return sliceFrames_.load(std::memory_order_relaxed);
+    }
 
     /// [any thread] Adds a client behind the others; adding it twice changes nothing. The first
     /// client starts the device. False when the device cannot run.
@@ -99,12 +103,13 @@ class Device final : private BackendHost {
     std::atomic<Float64> sampleRate_{0};
     std::atomic<UInt32> outputChannels_{0};
     std::atomic<UInt32> inputChannels_{0};
-    UInt32 maximumFrames_ = 0;          ///< set once: larger blocks come to clients in parts
-    UInt64 framesRendered_ = 0;         ///< in renders only
-    std::atomic<bool> running_{false};  ///< start() was the last verb; written under verbs_
-    std::atomic<bool> lost_{false};     ///< the backend has to be replaced
-    Float64 preferredRate_ = 0;         ///< under verbs_; 0 while nobody asked for one
-    bool replacing_ = false;            ///< under verbs_; read by a child of a fork
+    UInt32 maximumFrames_ = 0;            ///< set once: larger blocks come to clients in parts
+    UInt64 framesRendered_ = 0;           ///< in renders only
+    std::atomic<UInt32> sliceFrames_{0};  ///< written in renders; says nothing about other memory
+    std::atomic<bool> running_{false};    ///< start() was the last verb; written under verbs_
+    std::atomic<bool> lost_{false};       ///< the backend has to be replaced
+    Float64 preferredRate_ = 0;           ///< under verbs_; 0 while nobody asked for one
+    bool replacing_ = false;              ///< under verbs_; read by a child of a fork
 };
 
 /// The device of that name: "auto" (also for an empty or a null name) is the first one that opens,

@@ -18,7 +18,7 @@ namespace {
 
 using Value = std::variant<UInt32, Float32, Float64>;
 
-/// The platform's slice where no other one was asked for, in frames.
+/// The platform's slice before the first was rendered, in frames.
 constexpr UInt32 kUsualSlice = 1024;
 
 constexpr std::array kSettableIDs = {kAudioSessionProperty_AudioCategory,
@@ -60,10 +60,14 @@ std::optional<Value> hardwareValue(AudioSessionPropertyID id) {
             return device.outputChannels();
         case kAudioSessionProperty_AudioInputAvailable:
             return UInt32{device.inputChannels() > 0 ? 1U : 0U};
-        default:
-            // One slice lies between the program and either end of the device.
-            return static_cast<Float32>(std::min(kUsualSlice, device.maximumFrames()) /
-                                        device.sampleRate());
+        default: {
+            // One slice lies between the program and either end of the device. Slices are the
+            // device's, whatever duration a program prefers.
+            const UInt32 known = device.sliceFrames();
+            const UInt32 frames =
+                known != 0 ? known : std::min(kUsualSlice, device.maximumFrames());
+            return static_cast<Float32>(frames / device.sampleRate());
+        }
     }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "device/Device.h"
-#include "unit/ChannelMap.h"
+#include "format/ChannelMap.h"
 #include "unit/ConvertedInput.h"
 #include "unit/MicrophonePath.h"
 #include "unit/Unit.h"

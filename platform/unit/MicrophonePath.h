@@ -1,10 +1,10 @@
 #pragma once
 
 #include "common/Planes.h"
+#include "format/ChannelMap.h"
 #include "format/PCMFormat.h"
 #include "format/RateConverter.h"
 #include "format/RateRatio.h"
-#include "unit/ChannelMap.h"
 
 namespace tqplatform {
 

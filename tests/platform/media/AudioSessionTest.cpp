@@ -200,6 +200,15 @@ TEST_F(Session, RemembersTheDurationThatTheDeviceDoesNotFollow) {
     EXPECT_EQ(get<Float32>(kAudioSessionProperty_PreferredHardwareIOBufferDuration), 0.005F);
 }
 
+TEST_F(Session, SaysHowLongTheDevicesSlicesAreWhateverIsPreferred) {
+    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareIOBufferDuration, 0.005F), noErr);
+    for (const UInt32 frames : {480U, 64U}) {
+        ASSERT_EQ(TQManualDevicePump(frames, 1000), noErr);
+        EXPECT_EQ(get<Float32>(kAudioSessionProperty_CurrentHardwareIOBufferDuration),
+                  static_cast<Float32>(frames / 48000.0));
+    }
+}
+
 TEST_F(Session, RefusesBadSizes) {
     const OSStatus expected = kAudioSessionBadPropertySizeError;
     Float64 rate = 7;

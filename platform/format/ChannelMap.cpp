@@ -1,4 +1,4 @@
-#include "unit/ChannelMap.h"
+#include "format/ChannelMap.h"
 
 #include <algorithm>
 
