@@ -21,7 +21,8 @@ enum RZPCMDataType : std::uint32_t {
 ///
 /// Methods run with the library's listener lock held, events often with others too: keep them
 /// short, neither add nor remove listeners from inside, and call no function of units, graphs or
-/// the volume controller there: another thread may hold its lock and wait for this one. What they
+/// the volume controller there: another thread may hold its lock and wait for this one. Nor may
+/// they call fork(), system(), popen() or exec: the child would begin inside the method. What they
 /// throw is caught and logged.
 class TQ_RECORD_EXPORT RZReplayAudioRecorderDelegate {
   public:

@@ -195,7 +195,9 @@ struct tq_stream {
     uint64_t lost;      /**< of those, in the track as silence of that length or not at all */
 };
 
-/** What a listener wants. Null functions are not called. `context` is handed back to each. */
+/** What a listener wants. Null functions are not called. `context` is handed back to each. None may
+ * call fork(), system(), popen() or exec: a fork waits for the locks that the callback runs under,
+ * and its child would begin inside the callback. Tell another thread to do it. */
 struct tq_listener {
     size_t size;
     void* context;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "FaultLaunches.h"
 
@@ -51,10 +52,30 @@ TEST_F(BridgeGuard, AProgramThatDiesElsewhereWhileItPlaysSpendsNothing) {
         // Without a clock no block is under way at the moment of the death.
         const tqtest::ProgramEnd run = play("", "manual", "kill");
         EXPECT_EQ(run.signal, SIGKILL) << run.text();
-        EXPECT_EQ(run["dying"], "26") << run.text();
+        EXPECT_EQ(run["dying"], "25") << run.text();
         expectPlayed(play(""), "started");
     }
     EXPECT_EQ(retries(), 2U);
+}
+
+TEST_F(BridgeGuard, ChildrenThatOpenStreamsOfTheirOwnPlayAndAreRecorded) {
+    tqtest::ProgramSetup setup = hooked("");
+    setup.environment.erase("LD_PRELOAD");
+    setup.environment["TQ_AUDIO_DEVICE"] = "null";
+    setup.arguments = {TQ_RECORDER, "-q",
+                       "-o",        folder.file("mix.wav"),
+                       "--tracks",  folder.file("tracks"),
+                       "--",        TQ_FAULT_PLAYER,
+                       "fork"};
+    const tqtest::ProgramEnd run = tqtest::runProgram(setup);
+    expectPlayed(run, "started");
+    EXPECT_EQ(run["ended"], "5") << run.text();
+    std::size_t recorded = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
+        const std::string name = entry.path().filename();
+        recorded += name.starts_with("track-") && entry.file_size() > 480 * 50 * 4 / 2 ? 1 : 0;
+    }
+    EXPECT_EQ(recorded, 6U) << "of the parent and five children\n" << run.text();
 }
 
 }  // namespace
