@@ -97,6 +97,8 @@ constinit std::atomic<AudioHookConfigImpl*> theInstance{nullptr};
 /// A function of its own: every call that is guarded asks for the instance, and none but the first
 /// ones shall pay for what this needs.
 [[gnu::cold, gnu::noinline]] AudioHookConfigImpl* MakeInstance() {
+    // No fork waits for it: the library asks for the instance while it is loaded, so that it is
+    // there before the program's own threads.
     static std::mutex creation;
     const std::lock_guard lock(creation);
     AudioHookConfigImpl* current = theInstance.load(std::memory_order_relaxed);

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "Call.h"
+#include "common/ForkLocks.h"
 
 // The bridges are a library of their own, which this one loads when they are asked for: a program
 // that does without them pays nothing for them.
@@ -41,6 +42,7 @@ tq_result tq_capture_use_bridges(const tq_bridges* bridges) {
             return TQ_ERROR_HOOKS_NOT_WORKING;
         }
         static std::mutex lock;
+        static tqcommon::ForkLock atFork(tqcommon::ForkOrder::Installation, lock);
         static Begin begin = nullptr;
         const std::scoped_lock guard(lock);
         if (begin == nullptr) {

@@ -21,6 +21,7 @@ enum class ForkOrder : std::size_t {
     NativeStreams,
     Streams,
     // Of the capture library; render threads take those from GraphUpdate on.
+    Installation,
     Operation,
     PendingNodes,
     GraphUpdate,

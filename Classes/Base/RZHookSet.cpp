@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "RZUnitDisposal.h"
+#include "common/ForkLocks.h"
 #include "common/MemoryProtection.h"
 
 namespace {
@@ -23,7 +25,19 @@ bool mayRedirect() {
 
 }  // namespace
 
+/// The sets are there before any constructor has run, so forks learn of their locks at the first
+/// start.
+void RZHookSet::nameLocks() {
+    using tqcommon::ForkLock;
+    using tqcommon::ForkOrder;
+    static ForkLock disposal(ForkOrder::Installation, RZDisposalHooks.lock_);
+    static ForkLock ending(ForkOrder::Installation, RZEndingHooks.lock_);
+    static ForkLock graph(ForkOrder::Installation, RZGraphHooks.lock_);
+    static ForkLock unit(ForkOrder::Installation, RZUnitHooks.lock_);
+}
+
 void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
+    nameLocks();
     std::vector<std::unique_lock<std::mutex>> guards;
     std::vector<RZHookSet*> fresh;
     std::vector<TQRebinding> records;

@@ -52,6 +52,8 @@ class RZHookSet {
     void setRecording(BOOL recording) { recording_ = recording; }
 
   private:
+    static void nameLocks();
+
     const Plan plan_;
     std::mutex lock_;  // one start at a time, the self-test included
     std::atomic<bool> started_{false};

@@ -14,6 +14,7 @@
 
 #include "bridges/core/PortGroup.h"
 #include "bridges/core/StreamTable.h"
+#include "common/ForkLocks.h"
 
 namespace tq::bridges {
 
@@ -143,6 +144,7 @@ class PipeWireFilters {
     PipeWireFilters() = default;
 
     std::mutex lock_;
+    tqcommon::ForkLock atFork_{tqcommon::ForkOrder::NativeStreams, lock_};
     std::map<pw_filter*, std::unique_ptr<PipeWireFilter>> filters_;
     StreamTable<PipeWireFilter::Port> ports_;
 };

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bridges/core/LibraryOf.h"
+#include "common/ForkLocks.h"
 
 namespace tq::bridges {
 namespace {
@@ -31,6 +32,7 @@ const SdlLibrary& SdlLibrary::of(const void* known) {
     // More than there are redirected functions, each of which leads to one place.
     static std::array<Place, 32> places;
     static std::mutex lock;
+    static tqcommon::ForkLock atFork(tqcommon::ForkOrder::NativeStreams, lock);
     static auto* const libraries = new std::vector<std::unique_ptr<SdlLibrary>>;
     for (const Place& place : places) {
         if (place.function.load(std::memory_order_acquire) == known) {

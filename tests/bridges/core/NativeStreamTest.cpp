@@ -66,6 +66,30 @@ TEST_F(NativeStreamTest, APauseIsSilenceOfItsLengthAndLosesNothing) {
     EXPECT_TRUE(found[0].starts_with("24000 frames of silence inserted")) << found[0];
 }
 
+TEST_F(NativeStreamTest, BehindALongSilenceOfTheProgramsASoundIsWhereItWasWritten) {
+    constexpr int kSlices = 6000;  // a minute
+    const Sound before = markedNoise({}, 9600, 1);
+    const Sound behind = markedNoise({}, 9600, 2);
+    MadeUpPcm pcm({}, "");
+    pcm.write(before);
+    awaitReport("madeup-1");
+    pump(kSlices);
+    pcm.write(behind);
+    pump(40);
+    pcm.close();
+    playOut("madeup-1");
+    const Sound heard = track("madeup-1");
+    const std::size_t first = tqtest::beginningOf(before, heard);
+    const std::size_t second = tqtest::beginningOf(behind, heard);
+    ASSERT_LT(second, heard.frames());
+    EXPECT_EQ(differences(behind, heard.part(second, 9600)), kNothing);
+    EXPECT_NEAR(static_cast<double>(second - first), kSlices * double{kSlice}, double{kSlice});
+    // The mix has the same distance, at its own rate.
+    const Sound all = mix().trimmed();
+    EXPECT_NEAR(static_cast<double>(all.frames()), (kSlices * double{kSlice} + 9600) * 0.91875,
+                2.0 * kSlice);
+}
+
 TEST_F(NativeStreamTest, WhatIsFlushedIsNotOnTheTrackAndWhatFollowsIs) {
     const Sound before = markedNoise({}, 48000, 1);
     const Sound behind = markedNoise({}, 24000, 2);

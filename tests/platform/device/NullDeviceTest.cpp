@@ -151,6 +151,19 @@ TEST(NullDevice, HurriesForSoMuchSoundAndKeepsItsPaceAfterIt) {
     EXPECT_LE(client.slices.load(), seen + 2);
 }
 
+TEST(NullDevice, HurriesOnWhileItIsAheadOfItsTime) {
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(1));
+    constexpr std::size_t kHurried = 5 * 48000 / 512;
+    const UInt64 start = nowNs();
+    for (std::size_t times = 1; times <= 3; ++times) {
+        ASSERT_EQ(TQNullDeviceHurry(5), 0);
+        ASSERT_TRUE(client.waitForSlices(times * kHurried));
+    }
+    EXPECT_LT(nowNs() - start, 5'000'000'000U) << "it waited until the clock had caught up";
+}
+
 TEST(NullDevice, FollowsAPreferredRateAtRestAndWhileItRuns) {
     EXPECT_FALSE(sharedDevice().preferRate(1e6));
     EXPECT_FALSE(sharedDevice().preferRate(std::nan("")));

@@ -75,7 +75,8 @@ std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen
     }
     return "no stream of sound was opened" +
            (seen.library.empty() ? "" : ", though " + seen.library + " is loaded") +
-           ": it had nothing to play, or its sound is switched off";
+           ": it had nothing to play, could not open its device or reach its sound server, or its "
+           "sound is switched off";
 }
 
 /// What was seen from outside of a recorded process, last program first.

@@ -102,7 +102,8 @@ TEST_F(DiagnosisTest, NamesTheLibraryThatWasLoadedAndPlayedNothing) {
     observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
     EXPECT_EQ(whySilent(observer_, "game").at(0),
               "game: no stream of sound was opened, though libpulse.so.0 is loaded: it had nothing "
-              "to play, or its sound is switched off");
+              "to play, could not open its device or reach its sound server, or its sound is "
+              "switched off");
 }
 
 TEST_F(DiagnosisTest, NamesTheDeviceThatIsPlayedToPastEveryLibrary) {
