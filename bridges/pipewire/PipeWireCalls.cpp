@@ -15,6 +15,12 @@
 namespace tq::bridges {
 namespace {
 
+/// Before a pause or a flush: all that the unit still has will have been heard.
+bool isTaken(const pw_stream* stream) noexcept {
+    const PipeWireStream* const own = PipeWireStreams::shared().find(stream);
+    return own != nullptr && own->isTaken();
+}
+
 constexpr tqhook::HookTable kHooks{
     tqhook::hook<&pw_stream_connect>([](auto* original, pw_stream* stream, pw_direction direction,
                                         std::uint32_t target, pw_stream_flags flags,
@@ -42,18 +48,24 @@ constexpr tqhook::HookTable kHooks{
         return result;
     }),
     tqhook::hook<&pw_stream_set_active>([](auto* original, pw_stream* stream, bool isActive) {
+        const bool isHeard = !isActive && isTaken(stream);
         const int result = original(stream, isActive);
         if (const NativeStream::Use native(stream); native && result >= 0) {
-            native->frozen(!isActive);
+            if (isHeard) {
+                native->drained();
+            } else {
+                native->frozen(!isActive);
+            }
         }
         return result;
     }),
     tqhook::hook<&pw_stream_flush>([](auto* original, pw_stream* stream, bool isDrain) {
+        const bool isHeard = !isDrain && isTaken(stream);
         const int result = original(stream, isDrain);
         if (const NativeStream::Use native(stream); native && result >= 0) {
             if (isDrain) {
                 native->drained();
-            } else {
+            } else if (!isHeard) {
                 native->flushed();
             }
         }

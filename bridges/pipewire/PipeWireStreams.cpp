@@ -40,7 +40,8 @@ PipeWireLibrary::PipeWireLibrary(const void* known)
       properties(
           functionBeside<decltype(pw_stream_get_properties)>(known, "pw_stream_get_properties")),
       name(functionBeside<decltype(pw_stream_get_name)>(known, "pw_stream_get_name")),
-      property(functionBeside<decltype(pw_properties_get)>(known, "pw_properties_get")) {
+      property(functionBeside<decltype(pw_properties_get)>(known, "pw_properties_get")),
+      time(functionBeside<decltype(pw_stream_get_time_n)>(known, "pw_stream_get_time_n")) {
 }
 
 const PipeWireLibrary& PipeWireLibrary::of(const void* known) {
@@ -140,6 +141,12 @@ std::size_t PipeWireStream::prepare(NativeStream& stream, const pw_buffer& buffe
         deinterleave(passed, sampleBytes, frames, {to.data(), channels});
     }
     return frames;
+}
+
+bool PipeWireStream::isTaken() const noexcept {
+    pw_time time{};
+    return library_.time != nullptr && library_.time(handle_, &time, sizeof time) == 0 &&
+           time.queued_buffers == 0;
 }
 
 PipeWireStreams& PipeWireStreams::shared() {

@@ -21,6 +21,7 @@ struct PipeWireLibrary {
     decltype(&pw_stream_get_properties) properties;
     decltype(&pw_stream_get_name) name;
     decltype(&pw_properties_get) property;
+    decltype(&pw_stream_get_time_n) time;  ///< null in a library that is older than it
 
     explicit PipeWireLibrary(const void* known);
     [[nodiscard]] bool isComplete() const {
@@ -43,6 +44,10 @@ class PipeWireStream {
     /// [any thread, one at a time] [real-time safe] The block that is about to be queued: where
     /// ducking and compression are on, it is changed where it is. Returns its frames.
     [[nodiscard]] std::size_t prepare(NativeStream& stream, const pw_buffer& buffer) noexcept;
+
+    /// [any thread] [real-time safe] The graph has taken every block that was queued, so that a
+    /// pause or a flush keeps none of them from being heard.
+    [[nodiscard]] bool isTaken() const noexcept;
 
   private:
     /// How blocks lie in memory.

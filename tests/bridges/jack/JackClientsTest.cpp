@@ -45,5 +45,50 @@ TEST_F(JackClientsTest, DuckingIsHeardInFullBehindItsRamp) {
     expectDucked();
 }
 
+TEST_F(JackClientsTest, APortThatGoesInTheProcessCallbackTakesNothingWithIt) {
+    const Sound noise = tqtest::markedNoise(kFloatStereo, 96000);
+    const ProgramRun run = runRecorded(output_, player(noise, {"leave"}));
+    EXPECT_EQ(run.end.code, 0) << run.end.text();
+    std::size_t frames = 0;
+    for (const auto& [name, track] : run.tracks) {
+        frames += track.trimmed().frames();
+    }
+    EXPECT_EQ(frames, noise.frames()) << run.end.text();
+}
+
+TEST_F(JackClientsTest, AProgramOfDebianIsOneTrackThatIsCalledAfterIt) {
+    const ProgramRun run = runRecorded(output_, {"timeout", "2", "jack_simple_client"});
+    ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
+    EXPECT_NE(run.tracks.begin()->first.find("simple_client"), std::string::npos)
+        << run.tracks.begin()->first;
+    const Sound track = run.tracks.begin()->second.trimmed();
+    EXPECT_GT(track.frames(), 24000U);
+    // Its period is 200 frames.
+    EXPECT_NEAR(tqtest::frequencyOf(track), 240, 1);
+}
+
+/// Clients of JACK on a PipeWire server.
+struct PipeWireJackTest : PortPlayers<tqtest::PipeWireJackServer> {
+    PipeWireJackTest() : PortPlayers(TQ_TEST_JACK_PLAYER, 0) {}
+    /// Its own libjack loads libpipewire, and is seen first.
+    static std::vector<std::string> before(const std::vector<std::string>& command) {
+        std::vector<std::string> all{"pw-jack"};
+        all.insert(all.end(), command.begin(), command.end());
+        return all;
+    }
+};
+
+TEST_F(PipeWireJackTest, IsOneTrackThatIsWhatIsHeard) {
+    const Sound noise = tqtest::markedNoise(kFloatStereo, 48000);
+    const ProgramRun run = runRecorded(output_, before(player(noise)));
+    EXPECT_EQ(run.end.code, 0) << run.end.text();
+    EXPECT_EQ(tqtest::differences(noise, run.heard), std::vector<std::string>{});
+    ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
+    EXPECT_NE(run.tracks.begin()->first.find("jack-1_player"), std::string::npos)
+        << run.tracks.begin()->first;
+    const Sound track = run.tracks.begin()->second.trimmed();
+    EXPECT_LE(tqtest::largestDifference(noise, track), kTrackRounding) << track.frames();
+}
+
 }  // namespace
 }  // namespace programruns

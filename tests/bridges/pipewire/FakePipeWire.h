@@ -37,6 +37,7 @@ struct pw_stream : FakeNode {
     FakeBuffer buffer;
     std::array<std::string, kFakePlanes> taken;  ///< by plane
     bool isActive = true;
+    std::uint32_t queued = 1;  ///< blocks that the graph has not taken
     bool isDestroyed = false;
     std::vector<bool> flushes;  ///< whether each was a drain
 };

@@ -295,6 +295,23 @@ TEST_F(StreamCalls, WhatIsFlushedIsNotOnTheTrackAndWhatIsDrainedIs) {
     EXPECT_EQ(stream_->flushes, (std::vector<bool>{false, true}));
 }
 
+TEST_F(StreamCalls, WhatTheGraphHasTakenIsHeardInAPauseAndBehindAFlush) {
+    settle(SPA_AUDIO_FORMAT_S16);
+    EXPECT_EQ(queue(noise_), 0);
+    awaitReport(kName);
+    pump(20);
+    stream_->queued = 0;
+    EXPECT_EQ(pw_stream_set_active(stream_.get(), false), 0);
+    EXPECT_EQ(pw_stream_flush(stream_.get(), false), 0);
+    pump(60);
+    EXPECT_EQ(differences(noise_, recorded()), kNothing);
+    EXPECT_EQ(pw_stream_set_active(stream_.get(), true), 0);
+    EXPECT_EQ(queue(noise_), 0);
+    end();
+    const Sound all = recorded();
+    EXPECT_EQ(differences(noise_, all.part(all.frames() - 24000, 24000)), kNothing);
+}
+
 TEST_F(StreamCalls, AnotherFormatIsAnotherStreamAndTheSameFormatIsNot) {
     settle(SPA_AUDIO_FORMAT_S16);
     EXPECT_EQ(queue(noise_.part(0, 12000)), 0);

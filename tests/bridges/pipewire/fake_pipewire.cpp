@@ -152,6 +152,10 @@ int pw_stream_set_active(pw_stream* stream, bool isActive) {
     stream->isActive = isActive;
     return answer(*stream);
 }
+int pw_stream_get_time_n(pw_stream* stream, pw_time* time, std::size_t /*size*/) {
+    time->queued_buffers = stream->queued;
+    return 0;
+}
 int pw_stream_flush(pw_stream* stream, bool isDrain) {
     stream->flushes.push_back(isDrain);
     return answer(*stream);

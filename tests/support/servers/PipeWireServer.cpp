@@ -52,4 +52,14 @@ std::unique_ptr<Recording> PipeWireServer::record() const {
     return recordMonitor(environment_, folder_, format_);
 }
 
+PipeWireJackServer::PipeWireJackServer() {
+    needTool("pw-jack", "pipewire-jack");
+}
+
+std::unique_ptr<Recording> PipeWireJackServer::record() const {
+    return std::make_unique<Recording>(
+        std::vector<std::string>{"pw-jack", TQ_TEST_JACK_RECORDER, "player"}, environment(),
+        folder(), SoundFormat{.rate = 48000, .channels = 2, .encoding = Encoding::F32});
+}
+
 }  // namespace tqtest

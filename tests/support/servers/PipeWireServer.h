@@ -29,4 +29,12 @@ class PipeWireServer {
     std::vector<std::unique_ptr<Kept>> servers_;
 };
 
+/// The same for clients of JACK: they are given PipeWire's own libjack.
+class PipeWireJackServer : public PipeWireServer {
+  public:
+    PipeWireJackServer();
+    /// The first two output ports of the client "player", as 32-bit floats, as JackServer's.
+    [[nodiscard]] std::unique_ptr<Recording> record() const;
+};
+
 }  // namespace tqtest

@@ -1,10 +1,11 @@
 // Plays a file of interleaved 32-bit floats through JACK, a channel a port, as soon as somebody
 // listens, and leaves when it is played:
 //
-//     jack_player FILE CHANNELS [thread] [late] [more]
+//     jack_player FILE CHANNELS [thread] [late] [more] [leave]
 //
 // "thread" plays from a process thread of its own instead of a process callback; "late" activates
-// itself before it has ports; "more" has a further port, which is silent, in its third quarter.
+// itself before it has ports; "more" has a further port, which is silent, in its third quarter;
+// "leave" gives its last port back in the process callback, when half is played.
 
 #include <jack/jack.h>
 #include <jack/thread.h>
@@ -34,6 +35,7 @@ struct Player {
     std::array<std::atomic<jack_port_t*>, kMostPorts> ports{};
     std::atomic<jack_port_t*> further{nullptr};
     std::atomic<bool> mayBegin{false};
+    bool leaves = false;             ///< constant while it plays
     std::atomic<std::size_t> at{0};  ///< frames that are played; grows by silence at the end
 
     [[nodiscard]] std::size_t frames() const { return samples.size() / channels; }
@@ -57,6 +59,11 @@ int process(jack_nframes_t frames, void* user) {
     if (jack_port_t* const port = player.further.load(std::memory_order_acquire)) {
         auto* block = static_cast<float*>(jack_port_get_buffer(port, frames));
         std::fill_n(block, frames, 0.0F);
+    }
+    if (player.leaves && at > player.frames() / 2) {
+        if (jack_port_t* const port = player.ports[player.channels - 1].exchange(nullptr)) {
+            jack_port_unregister(player.client, port);
+        }
     }
     if (plays) {
         player.at.store(at + frames, std::memory_order_release);
@@ -106,6 +113,7 @@ int main(int count, char** arguments) {
     player.samples.resize(bytes.size() / sizeof(float));
     std::copy_n(bytes.data(), player.samples.size() * sizeof(float),
                 reinterpret_cast<char*>(player.samples.data()));
+    player.leaves = options.contains("leave");
     player.client = jack_client_open("player", JackNoStartServer, nullptr);
     if (player.client == nullptr || player.samples.empty() || player.channels > kMostPorts) {
         return 1;

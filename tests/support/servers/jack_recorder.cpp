@@ -1,5 +1,9 @@
 // Writes what the first two output ports of other clients play, interleaved, to standard output.
 // Silence where none is connected.
+//
+//     jack_recorder [CLIENT]
+//
+// With CLIENT those of the client of that name alone.
 
 #include <jack/jack.h>
 
@@ -42,9 +46,9 @@ int process(jack_nframes_t frames, void* user) {
     return 0;
 }
 
-void connectWhoPlays(jack_client_t* client, const Recorder& recorder) {
+void connectWhoPlays(jack_client_t* client, const Recorder& recorder, const char* wanted) {
     const char** outputs =
-        jack_get_ports(client, nullptr, JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
+        jack_get_ports(client, wanted, JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput);
     std::size_t channel = 0;
     for (std::size_t i = 0; outputs != nullptr && outputs[i] != nullptr && channel < kChannels;
          ++i) {
@@ -61,7 +65,8 @@ void connectWhoPlays(jack_client_t* client, const Recorder& recorder) {
 
 }  // namespace
 
-int main() {
+int main(int count, char** arguments) {
+    const std::string wanted = count > 1 ? "^" + std::string(arguments[1]) + ":" : "";
     jack_client_t* client = jack_client_open("recorder", JackNoStartServer, nullptr);
     if (client == nullptr) {
         return 1;
@@ -77,7 +82,7 @@ int main() {
     }
     // Until it is killed.
     for (std::size_t written = 0;; std::this_thread::sleep_for(std::chrono::milliseconds{2})) {
-        connectWhoPlays(client, recorder);
+        connectWhoPlays(client, recorder, wanted.empty() ? nullptr : wanted.c_str());
         const std::size_t frames = recorder.frames.load(std::memory_order_acquire);
         std::fwrite(&recorder.samples[written * kChannels], sizeof(float) * kChannels,
                     frames - written, stdout);
