@@ -25,6 +25,8 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
              {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), pipeWireFilterApi(), sdlApi()}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
         }
+        // Version 3 of SDL bears names of version 2, and is recorded at the interface below.
+        (void)tqhook_front_images("SDL_OpenAudioDeviceStream");
         tqhook_options options{};
         options.size = sizeof options;
         options.exemptsOwnImages = 1;

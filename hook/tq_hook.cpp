@@ -46,6 +46,18 @@ int tqhook_exempt_images(const char* pattern) {
     }
 }
 
+int tqhook_front_images(const char* symbol) {
+    if (symbol == nullptr || symbol[0] == '\0') {
+        return -1;
+    }
+    try {
+        Rebinder::shared().addFront(symbol);
+        return 0;
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
 void tqhook_report(tqhook_counts* counts) {
     if (counts != nullptr) {
         *counts = Rebinder::shared().report();

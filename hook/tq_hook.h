@@ -74,6 +74,14 @@ TQHOOK_EXPORT int tqhook_rebind(const struct tqhook_rebinding* rebindings, size_
 /// Returns 0, or -1 when `pattern` is null or empty or memory runs out. Takes a lock and allocates.
 TQHOOK_EXPORT int tqhook_exempt_images(const char* pattern);
 
+/// [host thread] An image that defines `symbol`, which is copied, keeps no calls for the redirected
+/// symbols that it defines besides: it is one version of a library of which another is redirected,
+/// and its calls are those of a program. Slots of images that were looked through before stay as
+/// they are.
+///
+/// Returns 0, or -1 when `symbol` is null or empty or memory runs out. Takes a lock and allocates.
+TQHOOK_EXPORT int tqhook_front_images(const char* symbol);
+
 /// What has been redirected in the process so far; every count only grows.
 struct tqhook_counts {
     size_t images;         ///< images looked through, each load counted once

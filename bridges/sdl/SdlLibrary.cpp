@@ -92,7 +92,7 @@ std::string SdlLibrary::driver() const {
 }
 
 bool SdlLibrary::isServed() const {
-    if (version_ == Version::kOther) {
+    if (version_ == Version::kOther || playsThroughNewer()) {
         return false;
     }
     if (keepsItsCalls_) {
@@ -101,6 +101,19 @@ bool SdlLibrary::isServed() const {
     const std::string name = driver();
     return name.empty() ||
            std::find(kOwnDrivers.begin(), kOwnDrivers.end(), name) != kOwnDrivers.end();
+}
+
+/// A stand-in for version 2 has made version 3 ready, whose own calls are redirected. Only that one
+/// has a driver then, as no program uses both.
+bool SdlLibrary::playsThroughNewer() {
+    void* const newer = dlopen("libSDL3.so.0", RTLD_LAZY | RTLD_NOLOAD);
+    if (newer == nullptr) {
+        return false;
+    }
+    const auto driver = reinterpret_cast<decltype(&SDL_GetCurrentAudioDriver)>(
+        dlsym(newer, "SDL_GetCurrentAudioDriver"));
+    dlclose(newer);
+    return driver != nullptr && driver() != nullptr;
 }
 
 std::string SdlLibrary::streamName() const {

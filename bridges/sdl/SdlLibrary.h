@@ -38,6 +38,7 @@ class SdlLibrary {
     enum class Version { kOther, kOne, kTwo };
 
     explicit SdlLibrary(const void* known);
+    [[nodiscard]] static bool playsThroughNewer();
 
     const void* base_ = nullptr;
     Version version_ = Version::kOther;

@@ -296,9 +296,18 @@ std::shared_ptr<const Exemptions> Rebinder::exemptionsOf(
 }
 
 void Rebinder::exempt(const char* pattern) {
+    changeExemptions([pattern](Exemptions& exempt) { exempt.addPattern(pattern); });
+}
+
+void Rebinder::addFront(const char* symbol) {
+    changeExemptions([symbol](Exemptions& exempt) { exempt.addFront(symbol); });
+}
+
+template <class Change>
+void Rebinder::changeExemptions(Change change) {
     const std::lock_guard lock(mutex_);
     auto more = std::make_shared<Exemptions>(*exempt_);
-    more->addPattern(pattern);
+    change(*more);
     if (const SymbolTable* table = table_.load(std::memory_order_acquire)) {
         publish(table->entries(), more);
     }

@@ -35,6 +35,8 @@ class Rebinder {
     int rebind(std::span<const tqhook_rebinding> rebindings, const tqhook_options& options);
     /// [host thread] As tqhook_exempt_images().
     void exempt(const char* pattern);
+    /// [host thread] As tqhook_front_images().
+    void addFront(const char* symbol);
     /// [host thread] Redirects in images that were loaded since the last look. Nothing new costs
     /// one step of the loader's list.
     void scan();
@@ -90,6 +92,8 @@ class Rebinder {
     void enter(std::span<const tqhook_rebinding> rebindings, const std::vector<Finding>& findings,
                const std::shared_ptr<const Exemptions>& exempt);
     /// Throws std::bad_alloc with nothing changed.
+    template <class Change>
+    void changeExemptions(Change change);
     void publish(std::vector<SymbolEntry> entries, std::shared_ptr<const Exemptions> exempt);
     [[nodiscard]] static std::shared_ptr<const Exemptions> exemptionsOf(
         const tqhook_options& options, const HeldImages& held,

@@ -41,7 +41,7 @@ void* slotValue(std::uintptr_t address) {
 }
 
 bool isBackend(const ElfImage& image, const SymbolTable& table) {
-    return !image.layout().isMainProgram &&
+    return !image.layout().isMainProgram && !table.isFront(image) &&
            std::any_of(table.entries().begin(), table.entries().end(),
                        [&image](const SymbolEntry& entry) {
                            return entry.role == SymbolRole::requested &&

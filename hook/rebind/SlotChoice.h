@@ -29,7 +29,7 @@ class BindingOracle {
 
 /// Whether the image supplies functions that callers redirect. Such an image keeps its inner
 /// calls; only its loading of further images is watched. The main program is never one: what it
-/// exports by accident must not make it deaf.
+/// exports by accident must not make it deaf. Nor is an image that was named as a front.
 [[nodiscard]] bool isBackend(const ElfImage& image, const SymbolTable& table);
 
 /// The slots of an image that must change. Reads the slots, changes nothing.

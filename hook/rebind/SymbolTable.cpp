@@ -75,6 +75,14 @@ bool SymbolTable::isExempt(const ImageLayout& image) const {
     return exempt_ != nullptr && exempt_->cover(image.name, image.base);
 }
 
+bool SymbolTable::isFront(const ElfImage& image) const {
+    return exempt_ != nullptr &&
+           std::any_of(exempt_->fronts().begin(), exempt_->fronts().end(),
+                       [&image](const std::string& symbol) {
+                           return image.definition(symbol.c_str()).has_value();
+                       });
+}
+
 const SymbolEntry* SymbolTable::find(std::string_view name) const {
     if (name.empty() || !firstCharacters_[static_cast<unsigned char>(name.front())]) {
         return nullptr;

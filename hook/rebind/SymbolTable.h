@@ -74,6 +74,8 @@ class SymbolTable {
     [[nodiscard]] const std::vector<SymbolEntry>& entries() const { return entries_; }
     /// Whether all requests leave the image alone; its loading of other images is watched.
     [[nodiscard]] bool isExempt(const ImageLayout& image) const;
+    /// Whether the image's calls are redirected whatever else it defines.
+    [[nodiscard]] bool isFront(const ElfImage& image) const;
 
   private:
     std::vector<SymbolEntry> entries_;

@@ -111,6 +111,11 @@ TEST(Exemptions, PatternWithoutTextIsRefused) {
     EXPECT_EQ(tqhook_exempt_images(""), -1);
 }
 
+TEST(Exemptions, FrontWithoutASymbolIsRefused) {
+    EXPECT_EQ(tqhook_front_images(nullptr), -1);
+    EXPECT_EQ(tqhook_front_images(""), -1);
+}
+
 TEST(Exemptions, RequestsOwnPatternsConcernItAlone) {
     ASSERT_EQ(rebind(first, savedFirst, nullptr), 0);
     const std::array<const char*, 2> patterns{"libnothing.so", "libhook_plugin_now.so"};

@@ -46,8 +46,8 @@ std::set<std::string> exportedNames() {
 }
 
 TEST(HookLibrary, OffersWhatItsHeaderDeclaresAndNothingElse) {
-    EXPECT_EQ(exportedNames(),
-              (std::set<std::string>{"tqhook_exempt_images", "tqhook_rebind", "tqhook_report"}));
+    EXPECT_EQ(exportedNames(), (std::set<std::string>{"tqhook_exempt_images", "tqhook_front_images",
+                                                      "tqhook_rebind", "tqhook_report"}));
 }
 
 TEST(HookLibrary, IsBoundAtLoadAndNeverUnloaded) {

@@ -128,6 +128,16 @@ TEST_F(SlotChoice, LibraryThatDefinesARedirectedSymbolIsABackend) {
     EXPECT_FALSE(isBackend(ElfImage(file_.layout()), *table_));
 }
 
+TEST_F(SlotChoice, LibraryThatDefinesTheSymbolOfAFrontIsNone) {
+    const FileImage target(hostLibrary("target"));
+    for (const char* const symbol : {"t_nothing", "t_add"}) {
+        auto exempt = std::make_shared<tqhook::Exemptions>();
+        exempt->addFront(symbol);
+        const SymbolTable table(table_->entries(), exempt);
+        EXPECT_EQ(isBackend(ElfImage(target.layout()), table), symbol == std::string("t_nothing"));
+    }
+}
+
 TEST_F(SlotChoice, MainProgramIsNeverABackend) {
     FileImage target(hostLibrary("target"));
     target.layout().isMainProgram = true;

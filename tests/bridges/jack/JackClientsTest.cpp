@@ -57,7 +57,7 @@ TEST_F(JackClientsTest, APortThatGoesInTheProcessCallbackTakesNothingWithIt) {
 }
 
 TEST_F(JackClientsTest, AProgramOfDebianIsOneTrackThatIsCalledAfterIt) {
-    const ProgramRun run = runRecorded(output_, {"timeout", "2", "jack_simple_client"});
+    const ProgramRun run = runRecorded(output_, {"timeout", "4", "jack_simple_client"});
     ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
     EXPECT_NE(run.tracks.begin()->first.find("simple_client"), std::string::npos)
         << run.tracks.begin()->first;
