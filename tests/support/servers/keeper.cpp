@@ -4,7 +4,6 @@
 // goes, and is ended with the command, on SIGTERM, or when the test dies. In that last case nobody
 // else is there to remove the test's FOLDER ("" for none). The command's exit code is passed on.
 
-#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -41,12 +40,10 @@ void addBelow(pid_t process, std::vector<pid_t>& all) {
 }
 
 /// Servers and players keep the time of the wall clock: what gets no processor in time is heard as
-/// a hole, with and without us. On a busy machine they go first, where that is allowed.
+/// a hole, with and without us. On a busy machine they go first, where that is allowed. A real-time
+/// priority would be worse: one that computes holds up its equals for as long as it likes.
 void beInTime() {
-    const sched_param lowest{.sched_priority = sched_get_priority_min(SCHED_RR)};
-    if (sched_setscheduler(0, SCHED_RR, &lowest) != 0) {
-        (void)setpriority(PRIO_PROCESS, 0, -11);
-    }
+    (void)setpriority(PRIO_PROCESS, 0, -11);
 }
 
 class Keeper {
