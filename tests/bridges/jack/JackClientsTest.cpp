@@ -56,17 +56,6 @@ TEST_F(JackClientsTest, APortThatGoesInTheProcessCallbackTakesNothingWithIt) {
     EXPECT_EQ(frames, noise.frames()) << run.end.text();
 }
 
-TEST_F(JackClientsTest, AProgramOfDebianIsOneTrackThatIsCalledAfterIt) {
-    const ProgramRun run = runRecorded(output_, {"timeout", "4", "jack_simple_client"});
-    ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
-    EXPECT_NE(run.tracks.begin()->first.find("simple_client"), std::string::npos)
-        << run.tracks.begin()->first;
-    const Sound track = run.tracks.begin()->second.trimmed();
-    EXPECT_GT(track.frames(), 24000U);
-    // Its period is 200 frames.
-    EXPECT_NEAR(tqtest::frequencyOf(track), 240, 1);
-}
-
 /// Clients of JACK on a PipeWire server.
 struct PipeWireJackTest : PortPlayers<tqtest::PipeWireJackServer> {
     PipeWireJackTest() : PortPlayers(TQ_TEST_JACK_PLAYER, 0) {}
