@@ -115,6 +115,9 @@ int SDL_OpenAudio(SDL_AudioSpec* desired, SDL_AudioSpec* obtained) {
 SDL_AudioDeviceID SDL_OpenAudioDevice(const char* /*name*/, int isCapture,
                                       const SDL_AudioSpec* desired, SDL_AudioSpec* obtained,
                                       int changes) {
+    if (desired == nullptr) {
+        return 0;
+    }
     const FakeSdl& sdl = FakeSdl::shared();
     SDL_AudioDeviceID id = 2;
     while (id < sdl.devices.size() && sdl.devices.at(id).isOpen) {
