@@ -33,10 +33,15 @@ TEST_F(ManyStreams, OfTenAtOnceSevenAreRecordedAndThreeNamed) {
     const ProgramRun run =
         runRecorded(output, {TQ_TEST_MANY_STREAMS, "together", "10", fileOf("noise.raw", noise)});
     EXPECT_EQ(run.end.code, 0) << run.end.text();
-    EXPECT_EQ(run.tracks.size(), 7U) << run.end.text();
+    std::size_t recorded = 0;
     for (const auto& [name, track] : run.tracks) {
-        EXPECT_EQ(tqtest::differences(noise, track.trimmed()), std::vector<std::string>{}) << name;
+        // One that was left out may get a track when another has ended: there it is silent.
+        if (const Sound sound = track.trimmed(); sound.frames() != 0) {
+            EXPECT_EQ(tqtest::differences(noise, sound), std::vector<std::string>{}) << name;
+            ++recorded;
+        }
     }
+    EXPECT_EQ(recorded, 7U) << run.end.text();
     const std::regex named("not recorded: (alsa-[0-9]+ null(, |: )){3}seven other streams");
     EXPECT_TRUE(std::regex_search(run.end.text(), named)) << run.end.text();
 }
