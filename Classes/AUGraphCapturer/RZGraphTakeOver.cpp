@@ -27,6 +27,8 @@ bool isOurs(const AURenderCallbackStruct& callback) {
 
 /// The callbacks that feed the node's inputs, as the graph has them.
 std::vector<AUNodeRenderCallback> callbacksOf(AUGraph graph, AUNode node) {
+    // Ours among them: the answer for the program names none.
+    const RZOwnCalls own;
     UInt32 count = 0;
     if (AUGraphCountNodeInteractions(graph, node, &count) != 0 || count == 0) {
         return {};

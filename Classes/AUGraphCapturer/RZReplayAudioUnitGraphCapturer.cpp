@@ -285,8 +285,9 @@ constinit RZHookSet RZGraphHooks({"[RZReplay] start AUGraphCapture", rows,
                                   TQHookSelfTest::testAUGraphHook});
 
 void RZReplayAudioUnitGraphCapturer::startHook() {
-    RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitGraphCapturer startHook]"),
-              [] { RZHookSet::start({&RZGraphHooks}); });
+    RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitGraphCapturer startHook]"), [] {
+        RZHookSet::start({&RZGraphHooks, &RZInteractionHooks});
+    });
 }
 
 BOOL RZReplayAudioUnitGraphCapturer::isHookStarted() {

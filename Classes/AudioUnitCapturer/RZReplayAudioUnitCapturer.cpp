@@ -253,9 +253,9 @@ std::span<const TQRebinding> rows() {
     RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitCapturer load]"), [] {
         RZReplayAudioUnitCapture_initHookConfig();
         if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
-            // Both sets at once, so that images are looked through once. The other capturer's
-            // constructor starts its set where this one does not come to it.
-            RZHookSet::start({&RZUnitHooks, &RZGraphHooks, &RZEndingHooks});
+            // All sets at once, so that images are looked through once. The other capturer's
+            // constructor starts its sets where this one does not come to it.
+            RZHookSet::start({&RZUnitHooks, &RZGraphHooks, &RZInteractionHooks, &RZEndingHooks});
         }
     });
 }

@@ -60,9 +60,12 @@ class RZHookSet {
     std::atomic<bool> recording_{true};
 };
 
-// The library's two sets, each defined beside its replacements. Constant-initialised: the image
+// The library's sets, each defined beside its replacements. Constant-initialised: the image
 // that holds them is redirected before all of its constructors have run.
 extern constinit RZHookSet RZUnitHooks;
 extern constinit RZHookSet RZGraphHooks;
+/// What tells a program which callbacks a graph has; started with the graph's set, never passed
+/// through for the program: ours may stand in a graph whatever the switch says.
+extern constinit RZHookSet RZInteractionHooks;
 /// What turns the process into another program; only the crash guard has to do with it.
 extern constinit RZHookSet RZEndingHooks;

@@ -1,4 +1,5 @@
 #include "CapturePathFixture.h"
+#include "RZHookSet.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
 
 // What the ten intercepted graph functions do with each call of a host.
@@ -156,6 +157,7 @@ TEST_F(GraphHooks, Input0TakesTheLibrarysCallbackFromAnotherInput) {
     ASSERT_EQ(AUGraphSetNodeInputCallback(host.graph(), node, 1, &callback), 0);
     ASSERT_EQ(host.setCallback(node, 0), 0);
     EXPECT_EQ(host.object()->origin_inputProcRefCon(), &host.sound);
+    const RZOwnCalls asTheyAre;
     AUNodeInteraction all[2];
     UInt32 count = 2;
     ASSERT_EQ(AUGraphGetNodeInteractions(host.graph(), node, &count, all), 0);
@@ -164,6 +166,25 @@ TEST_F(GraphHooks, Input0TakesTheLibrarysCallbackFromAnotherInput) {
         const AUNodeRenderCallback& now = one.nodeInteraction.inputCallback;
         EXPECT_EQ(now.cback.inputProcRefCon,
                   now.destInputNumber == 0 ? static_cast<void*>(host.graph()) : &other);
+    }
+}
+
+TEST_F(GraphHooks, WhoAsksForAGraphsCallbacksIsToldOfItsOwnWhateverTheSwitchSays) {
+    HostGraph host;
+    const AUNode node = host.addOutput();
+    ASSERT_EQ(AUGraphOpen(host.graph()), 0);
+    ASSERT_EQ(host.setCallback(node), 0);
+    for (const BOOL isRecording : {NO, YES}) {
+        RZReplayAudioUnitGraphCapturer::enableHook(isRecording);
+        AUNodeInteraction one{};
+        UInt32 count = 1;
+        ASSERT_EQ(AUGraphGetNodeInteractions(host.graph(), node, &count, &one), 0);
+        EXPECT_EQ(one.nodeInteraction.inputCallback.cback.inputProc, &HostSound::render);
+        EXPECT_EQ(one.nodeInteraction.inputCallback.cback.inputProcRefCon, &host.sound);
+        AUNodeInteraction first{};
+        ASSERT_EQ(AUGraphGetInteractionInfo(host.graph(), 0, &first), 0);
+        EXPECT_EQ(first.nodeInteraction.inputCallback.cback.inputProc, &HostSound::render);
+        EXPECT_EQ(first.nodeInteraction.inputCallback.cback.inputProcRefCon, &host.sound);
     }
 }
 

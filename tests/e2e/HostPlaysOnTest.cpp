@@ -71,6 +71,11 @@ TEST(HostPlaysOn, WithACallbackReplacedInARunningGraph) {
     expectRecorded(hostruns::run("replaced_in_running_graph", With::Recording), 1, 2, 78);
 }
 
+TEST(HostPlaysOn, WhenItPutsACallbackBeforeTheOneThatItReadBack) {
+    hostruns::expectTheHostPlaysOn("wrapped_callback");
+    expectRecorded(hostruns::run("wrapped_callback", With::Recording), 1, 2, 98);
+}
+
 TEST(HostPlaysOn, WhenACallbackComesWhileTheUnitPlays) {
     hostruns::expectTheHostPlaysOn("callback_while_playing");
     expectRecorded(hostruns::run("callback_while_playing", With::Recording), 1, 4, 122);
