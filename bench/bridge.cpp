@@ -74,7 +74,7 @@ class RecordedStream {
     /// Closes it and plays it out; whether each frame went into its track.
     [[nodiscard]] bool endsWhole() {
         NativeStream::close(this);
-        for (int i = 0; i < 2000 && !isClosed_; ++i) {
+        for (int i = 0; i < 10000 && !isClosed_; ++i) {
             play(kFrames);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
