@@ -320,14 +320,11 @@ void Rebinder::publish(std::vector<SymbolEntry> entries, std::shared_ptr<const E
     table_.store(next.release(), std::memory_order_release);
 }
 
-void* Rebinder::translated(const char* name, void* found, const void* caller) const {
+void* Rebinder::translated(const char* name, void* found, const void* caller) {
     const SymbolTable* table = table_.load(std::memory_order_acquire);
     const SymbolEntry* entry = table != nullptr ? table->find(name) : nullptr;
     if (entry == nullptr || entry->original == nullptr || !entry->leadsHere(found)) {
         return found;
-    }
-    if (!entry->exemptsSome()) {
-        return entry->newest();
     }
     Dl_info info{};
     void* map = nullptr;
@@ -335,6 +332,14 @@ void* Rebinder::translated(const char* name, void* found, const void* caller) co
         return entry->newest();
     }
     const auto* image = static_cast<const link_map*>(map);
+    {
+        // Its lookups were redirected before a symbol was that it defines.
+        const std::lock_guard lock(mutex_);
+        const auto record = records_.find(reinterpret_cast<std::uintptr_t>(image->l_ld));
+        if (record != records_.end() && record->second.isBackend) {
+            return found;
+        }
+    }
     void* target = entry->newestFor(loaderNameOf(image), loaderBaseOf(image));
     return target != nullptr ? target : found;
 }
@@ -378,14 +383,16 @@ void Rebinder::forgetGone(const LoadedImages& loaded) {
 void Rebinder::patchImage(const ImageLayout& layout, const HeldImages& held,
                           std::vector<Failure>& failures) {
     const SymbolTable& table = *table_.load(std::memory_order_acquire);
-    const std::vector<SlotWrite> writes = chooseSlots(ElfImage(layout), table, LoaderOrder(held));
+    const ElfImage image(layout);
+    const std::vector<SlotWrite> writes = chooseSlots(image, table, LoaderOrder(held));
     const PatchResult result = patchSlots(layout, writes);
     ImageRecord* record = recordOf(layout);
     if (record == nullptr) {
         ++report_.images;
         record = &records_[layout.dynamic.begin];
-        *record = {layout.name, layout.base, {}};
+        *record = {layout.name, layout.base, false, {}};
     }
+    record->isBackend = isBackend(image, table);
     if (result != PatchResult::done) {
         failures.push_back({layout.name, result});
     }

@@ -41,8 +41,8 @@ class Rebinder {
     /// one step of the loader's list.
     void scan();
     /// [any thread] What a lookup of `name` by `caller`, an address in some image, that found
-    /// `found` should answer. Real-time safe unless a request for that symbol exempts images.
-    [[nodiscard]] void* translated(const char* name, void* found, const void* caller) const;
+    /// `found` should answer. Real-time safe unless it found what is redirected.
+    [[nodiscard]] void* translated(const char* name, void* found, const void* caller);
     /// [any thread] Real-time safe.
     [[nodiscard]] bool isRedirected(const char* name) const;
     [[nodiscard]] tqhook_counts report();
@@ -62,6 +62,7 @@ class Rebinder {
     struct ImageRecord {
         std::string name;
         std::uintptr_t base = 0;
+        bool isBackend = false;
         std::vector<LazySlot> lazySlots;
     };
     struct Finding {

@@ -29,11 +29,6 @@ void* SymbolEntry::newestFor(std::string_view path, std::uintptr_t base) const {
     return link != chain.rend() ? link->replacement : nullptr;
 }
 
-bool SymbolEntry::exemptsSome() const {
-    return std::any_of(chain.begin(), chain.end(),
-                       [](const Link& link) { return link.exempt != nullptr; });
-}
-
 void SymbolEntry::prepend(void* replacement, void** saved,
                           std::shared_ptr<const Exemptions> exempt) {
     auto link = std::find_if(chain.begin(), chain.end(), [replacement](const Link& each) {

@@ -47,7 +47,6 @@ struct SymbolEntry {
     [[nodiscard]] void* newest() const { return chain.back().replacement; }
     /// What callers in one image must reach; null when every request exempts it.
     [[nodiscard]] void* newestFor(std::string_view path, std::uintptr_t base) const;
-    [[nodiscard]] bool exemptsSome() const;
     /// Whether a call of `target` is one that the newest replacement takes over.
     [[nodiscard]] bool leadsHere(const void* target) const;
 };

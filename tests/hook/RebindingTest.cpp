@@ -198,6 +198,20 @@ TEST(Rebinding, PluginThatADefiningLibraryLoadsIsRedirected) {
     EXPECT_EQ(call(hostLibrary("plugin_lazy").c_str(), 1, 2), 1003);
 }
 
+TEST(Rebinding, LibraryThatComesToDefineASymbolLooksUpWhatItLookedUpBefore) {
+    int (*savedPick)() = nullptr;
+    int (*replacement)() = [] { return -1; };
+    void* backend = dlopen(hostLibrary("backend").c_str(), RTLD_LAZY | RTLD_LOCAL);
+    ASSERT_NE(backend, nullptr) << dlerror();
+    const auto lookUp = reinterpret_cast<void* (*)(const char*)>(dlsym(backend, "b_lookUp"));
+    ASSERT_NE(lookUp, nullptr);
+    EXPECT_EQ(rebind(record("t_pick", replacement, &savedPick)), 0);
+    EXPECT_EQ(lookUp("t_pick"), address(replacement)) << "its lookups were redirected first";
+    rebind(record("t_add", first, &savedFirst));
+    EXPECT_EQ(lookUp("t_pick"), address(savedPick)) << "it stands behind a redirected call now";
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, "t_pick"), address(replacement));
+}
+
 TEST(Rebinding, LoaderFunctionsThatAreLookedUpLoadRedirectedPlugins) {
     rebind(record("t_add", first, &savedFirst));
     auto open = reinterpret_cast<void* (*)(const char*, int)>(dlsym(RTLD_DEFAULT, "dlopen"));
