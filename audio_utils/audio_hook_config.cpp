@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "common/Descriptor.h"
 #include "file_lock.h"
 #include "log.h"
 
@@ -54,7 +55,8 @@ class OwnFolder {
         while (path_.size() > 1 && path_.back() == '/') {
             path_.pop_back();
         }
-        fd_ = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        fd_ = tqcommon::outOfTheWay(
+            ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         struct stat status {};
         if (fd_ >= 0 && (::fstat(fd_, &status) != 0 || status.st_uid != ::geteuid() ||
                          (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)) {

@@ -12,6 +12,7 @@
 #include <limits>
 #include <utility>
 
+#include "common/Descriptor.h"
 #include "log.h"
 
 namespace korva_audio_utils {
@@ -97,7 +98,7 @@ MemoryFile::MemoryFile(int folder, const std::string& folderPath, const char* na
 }
 
 void MemoryFile::adopt(int fd) {
-    fd_ = fd;
+    fd_ = tqcommon::outOfTheWay(fd);
     if (fd_ < 0) {
         LogError("Open file(%s) failed with invalid fd", path_.c_str());
         doCleanMemoryCache();

@@ -1,10 +1,30 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
 
 namespace tqcommon {
+
+/// Gives a descriptor that a library keeps a number that programs do not count on: at least
+/// `lowest`, or else one that is no standard stream's. What a program without standard streams
+/// prints would reach the library's file otherwise. -1 when the number is a standard stream's and
+/// there is no other. Closed by exec. [any thread]
+[[nodiscard]] inline int outOfTheWay(int number, int lowest = 64) noexcept {
+    if (number < 0) {
+        return -1;
+    }
+    int moved = fcntl(number, F_DUPFD_CLOEXEC, lowest);
+    if (moved < 0 && number > STDERR_FILENO) {
+        return number;
+    }
+    if (moved < 0) {
+        moved = fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    }
+    close(number);
+    return moved;
+}
 
 /// Owns a file descriptor.
 class Descriptor {

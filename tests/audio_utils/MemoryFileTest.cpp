@@ -22,6 +22,7 @@
 
 #include "FailSystemCall.h"
 #include "LogRecorder.h"
+#include "common/Descriptor.h"
 #include "support/TemporaryFolder.h"
 
 namespace korva_audio_utils {
@@ -112,10 +113,11 @@ TEST_F(MemoryFileTest, NewFileBecomesOnePageOfZerosAndIsMapped) {
     EXPECT_THAT(log_.Infos(), ElementsAre(MapLine(file), CreateLine(file)));
 }
 
-TEST_F(MemoryFileTest, DescriptorZeroIsAsGoodAsAnyOther) {
+TEST_F(MemoryFileTest, NumbersOfTheStandardStreamsAreNotTaken) {
     ASSERT_EQ(close(STDIN_FILENO), 0);  // as services do
     MemoryFile file(path_.c_str());
-    EXPECT_EQ(file.fd(), 0);
+    EXPECT_GT(file.fd(), STDERR_FILENO);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
     EXPECT_TRUE(file.isUsable());
     EXPECT_THAT(log_.Errors(), IsEmpty());
 }
@@ -452,12 +454,14 @@ TEST_F(MemoryFileTest, DestructorSwallowsWhatTheLogHandlerThrows) {
 
 TEST_F(MemoryFileTest, ConstructorInterruptedByTheLogHandlerLeavesNoDescriptorOpen) {
     setLogHandler([](LogPriority, const char*, const char*) { throw std::runtime_error("x"); });
-    const int next = ::dup(0);
-    ::close(next);
+    const auto nextNumber = [] {
+        const int number = tqcommon::outOfTheWay(::dup(STDIN_FILENO));
+        ::close(number);
+        return number;
+    };
+    const int next = nextNumber();
     EXPECT_THROW(MemoryFile(path_.c_str()), std::runtime_error);
-    const int after = ::dup(0);
-    ::close(after);
-    EXPECT_EQ(after, next);
+    EXPECT_EQ(nextNumber(), next);
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
+#include <system_error>
 
 #include "FaultLaunches.h"
 
@@ -83,6 +85,42 @@ TEST_F(FlagFiles, EightProcessesThatArmAtOnceAreAllHeard) {
         for (std::uint32_t id = 1; id <= 8; ++id) {
             EXPECT_EQ(word(config, 8 * id), id);
         }
+    }
+}
+
+/// What every descriptor of a process stands for.
+std::map<int, std::string> descriptorsOf(pid_t process) {
+    std::map<int, std::string> found;
+    std::error_code gone;
+    for (const auto& entry :
+         fs::directory_iterator("/proc/" + std::to_string(process) + "/fd", gone)) {
+        found[std::stoi(entry.path().filename())] = fs::read_symlink(entry, gone);
+    }
+    return found;
+}
+
+TEST_F(FlagFiles, AHostWithoutStandardStreamsWritesNothingIntoThem) {
+    arm();
+    const fs::path end = folder.path() / "end";
+    tqtest::ProgramSetup setup = hooked("wait:" + end.string());
+    setup.arguments = {"sh", "-c",
+                       "export LD_PRELOAD=" TQ_CAPTURE_LIBRARY "; exec \"$0\" \"$1\" <&- >&- 2>&-",
+                       setup.arguments[0], setup.arguments[1]};
+    setup.environment.erase("LD_PRELOAD");
+    tqtest::Program program(setup);
+    const auto filesAreAtNumbersOfTheirOwn = [&] {
+        int files = 0;
+        for (const auto& [number, path] : descriptorsOf(program.pid())) {
+            files += number > STDERR_FILENO && path.starts_with(flags.string() + "/") ? 1 : 0;
+        }
+        return files == 3;
+    };
+    EXPECT_TRUE(tqtest::eventually(filesAreAtNumbersOfTheirOwn));
+    std::ofstream(end) << "now";
+    EXPECT_EQ(program.wait().code, 0);
+    for (const fs::path& file : {config, count}) {
+        EXPECT_EQ(contentOf(file).find("hooks="), std::string::npos) << file;
+        EXPECT_EQ(contentOf(file).find("played="), std::string::npos) << file;
     }
 }
 

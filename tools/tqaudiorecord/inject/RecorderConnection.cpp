@@ -14,6 +14,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/Descriptor.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -43,15 +45,11 @@ bool RecorderConnection::open(const std::string& socket) {
     }
     std::memcpy(address.sun_path + 1, socket.data(), socket.size());
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + socket.size());
-    const int low = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (low < 0) {
+    socket_ = tqcommon::outOfTheWay(
+        ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), kFirstDescriptor);
+    if (socket_ < 0) {
         return false;
     }
-    const int high = fcntl(low, F_DUPFD_CLOEXEC, kFirstDescriptor);
-    if (high >= 0) {
-        ::close(low);
-    }
-    socket_ = high >= 0 ? high : low;
     struct stat status {};
     fstat(socket_, &status);
     device_ = status.st_dev;

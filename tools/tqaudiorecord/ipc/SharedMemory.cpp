@@ -11,6 +11,8 @@
 #include <memory>
 #include <utility>
 
+#include "common/Descriptor.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -107,7 +109,8 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
     const std::uint64_t sizes[kRings] = {soundRing(soundBytes), kEventBytes, kLogBytes,
                                          kStreamBytes};
     const std::uint64_t total = sizeFor(soundBytes);
-    descriptor = memfd_create("tqaudiorecord", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    descriptor =
+        tqcommon::outOfTheWay(memfd_create("tqaudiorecord", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (descriptor < 0) {
         return std::nullopt;
     }
