@@ -95,7 +95,6 @@ void PulseStream::settled(NativeStream& stream, std::size_t prebuffer) noexcept 
     isSettled = true;
     next_ = 0;
     end_ = 0;
-    block = {};
     isDrained_ = false;
     underflow_ = -1;
     if (prebuffer != 0) {

@@ -104,6 +104,7 @@ void PulseStreams::ended(PulseStream& stream) {
         NativeStream::close(stream.key);
     }
     stream.isSettled = false;
+    stream.block = {};
     stream.kind = PulseStream::Kind::kUnconnected;
 }
 

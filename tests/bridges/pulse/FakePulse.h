@@ -24,4 +24,5 @@ struct pa_stream {
     const void* passed = nullptr;  ///< by the last write
     bool hasRelease = false;       ///< the last write left the memory to the library
     std::vector<char> block;       ///< of begin_write
+    bool isBlockOut = false;       ///< only what lies in it may be written now
 };

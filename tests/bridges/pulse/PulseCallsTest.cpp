@@ -107,6 +107,24 @@ TEST_F(PulseCalls, UnderDuckingTheBlockOfBeginWriteIsChangedInPlace) {
     expectHeard(passed);
 }
 
+TEST_F(PulseCalls, TheFirstBlockOfAStreamThatNobodyAskedForItsStateIsPassedOnWhereItLies) {
+    duckingBegins();
+    ASSERT_EQ(pa_stream_connect_playback(stream.get(), nullptr, nullptr, PA_STREAM_NOFLAGS, nullptr,
+                                         nullptr),
+              0);
+    stream->state = PA_STREAM_READY;
+    void* block = nullptr;
+    std::size_t bytes = noise.bytes.size();
+    ASSERT_EQ(pa_stream_begin_write(stream.get(), &block, &bytes), 0);
+    noise.bytes.copy(static_cast<char*>(block), bytes);
+    EXPECT_EQ(pa_stream_write(stream.get(), block, bytes, nullptr, 0, PA_SEEK_RELATIVE), 0);
+    EXPECT_EQ(stream->passed, block);
+    const Sound passed{noise.format, stream->taken};
+    playOn(60);
+    end();
+    expectHeard(passed);
+}
+
 TEST_F(PulseCalls, AfterACancelledBlockTheSameMemoryIsNotChanged) {
     duckingBegins();
     play();

@@ -20,8 +20,15 @@ pa_stream* newStream(pa_context* context, const pa_sample_spec* spec) {
 }
 
 int take(pa_stream* stream, const void* samples, std::size_t bytes, bool hasRelease) {
+    const auto* const begin = static_cast<const char*>(samples);
+    const std::vector<char>& block = stream->block;
+    if (stream->isBlockOut &&
+        (begin < block.data() || begin + bytes > block.data() + block.size())) {
+        return -PA_ERR_INVALID;
+    }
     stream->passed = samples;
     stream->hasRelease = hasRelease;
+    stream->isBlockOut = false;
     if (stream->answer == 0) {
         stream->taken.append(static_cast<const char*>(samples), bytes);
     }
@@ -104,9 +111,11 @@ int pa_stream_disconnect(pa_stream* stream) {
 int pa_stream_begin_write(pa_stream* stream, void** block, std::size_t* bytes) {
     stream->block.resize(*bytes);
     *block = stream->block.data();
+    stream->isBlockOut = true;
     return 0;
 }
-int pa_stream_cancel_write(pa_stream* /*stream*/) {
+int pa_stream_cancel_write(pa_stream* stream) {
+    stream->isBlockOut = false;
     return 0;
 }
 int pa_stream_write(pa_stream* stream, const void* samples, std::size_t bytes, pa_free_cb_t release,
