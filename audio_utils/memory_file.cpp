@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "common/Descriptor.h"
+#include "common/FileSizeSignalHeld.h"
 #include "log.h"
 
 namespace korva_audio_utils {
@@ -42,6 +43,7 @@ std::size_t RoundedToPages(std::size_t length) {
 }
 
 bool WriteAll(int fd, const char* bytes, std::size_t length) {
+    const tqcommon::FileSizeSignalHeld held;
     while (length > 0) {
         const ssize_t written = ::write(fd, bytes, length);
         if (written <= 0) {
@@ -61,6 +63,16 @@ void LogError(const char* format, Arguments... arguments) {
 template <typename... Arguments>
 void LogInfo(const char* format, Arguments... arguments) {
     log(LogPriority::Info, kUtilityLogTag, format, arguments...);
+}
+
+bool SetLength(int fd, std::size_t length) {
+    const tqcommon::FileSizeSignalHeld held;
+    return ::ftruncate(fd, static_cast<off_t>(length)) == 0;
+}
+
+int Allocate(int fd, std::size_t length) {
+    const tqcommon::FileSizeSignalHeld held;
+    return ::posix_fallocate(fd, 0, static_cast<off_t>(length));
 }
 
 /// What openat gives for a file that is this user's own under this one name, -1 for any other.
@@ -136,7 +148,7 @@ bool MemoryFile::truncate(std::size_t size) {
     }
     const std::size_t oldSize = size_;
     size_ = RoundedToPages(size);
-    if (::ftruncate(fd_, static_cast<off_t>(size_)) != 0) {
+    if (!SetLength(fd_, size_)) {
         LogError("truncate %zu -> %zu on %s", oldSize, size_, path_.c_str());
         size_ = oldSize;
         return false;
@@ -195,7 +207,7 @@ bool MemoryFile::mend() {
 /// Gives holes their blocks, and a file that is too short its length. Where the file system cannot
 /// say, the guard of the mapping is left.
 bool MemoryFile::allocate() {
-    const int error = ::posix_fallocate(fd_, 0, static_cast<off_t>(size_));
+    const int error = Allocate(fd_, size_);
     if (error == ENOSPC || error == EDQUOT) {
         LogError("No room on the disk for %s", path_.c_str());
         return false;

@@ -85,13 +85,13 @@ std::uint32_t LowWord(const void* pointer) {
     return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer));
 }
 
-/// Bounds the file size of this process and takes the signal away, so that growth fails.
+/// Bounds the file size of this process, so that growth fails, with the signal as hosts have it.
 class FileSizeLimit {
   public:
     explicit FileSizeLimit(std::size_t bytes) {
         getrlimit(RLIMIT_FSIZE, &old_);
         const rlimit limit{bytes, old_.rlim_max};
-        std::signal(SIGXFSZ, SIG_IGN);
+        std::signal(SIGXFSZ, SIG_DFL);
         setrlimit(RLIMIT_FSIZE, &limit);
     }
     ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &old_); }

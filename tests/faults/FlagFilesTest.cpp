@@ -124,6 +124,19 @@ TEST_F(FlagFiles, AHostWithoutStandardStreamsWritesNothingIntoThem) {
     }
 }
 
+TEST_F(FlagFiles, ALimitOfFileSizesLeavesTheHooksOutAndTheHostPlays) {
+    tqtest::ProgramSetup setup = hooked("play");
+    // The output goes through a pipe, which has no such limit.
+    setup.arguments = {"sh", "-c",
+                       "{ (ulimit -f 0; export LD_PRELOAD=" TQ_CAPTURE_LIBRARY
+                       "; exec \"$0\" \"$1\"); echo code=$?; } | cat",
+                       setup.arguments[0], setup.arguments[1]};
+    setup.environment.erase("LD_PRELOAD");
+    const tqtest::ProgramEnd run = tqtest::runProgram(setup);
+    expectPlays(run, "out");
+    EXPECT_EQ(run["code"], "0") << run.text();
+}
+
 /// A user's document, with which nobody but the user has to do.
 struct Document {
     TemporaryFolder folder;

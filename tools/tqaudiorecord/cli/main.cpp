@@ -84,6 +84,8 @@ int record(const Options& options, Screen& screen) {
 int main(int argc, char** argv) {
     // When the reader of the standard output goes away, write() fails; the signal would end us.
     std::signal(SIGPIPE, SIG_IGN);
+    // So does it at a limit of file sizes, which is then told like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
     Screen screen(STDERR_FILENO);
     try {
         const CommandLine line =

@@ -6,12 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
-#include <ctime>
 #include <memory>
 #include <utility>
 
 #include "common/Descriptor.h"
+#include "common/FileSizeSignalHeld.h"
 
 namespace tqrecorder {
 namespace {
@@ -27,30 +26,6 @@ constexpr std::uint64_t kMostSoundBytes = std::uint64_t{4} << 30U;
 /// What the reader copies of one record: a second of any format that it takes, a long text.
 constexpr std::size_t kMostPayload[kRings] = {std::size_t{32} << 20U, std::size_t{64} << 10U,
                                               std::size_t{64} << 10U, std::size_t{4} << 10U};
-
-/// While it lives, a limit of file sizes is an error of this thread's calls, not a signal that ends
-/// the host.
-class FileSizeSignalHeld {
-  public:
-    FileSizeSignalHeld() {
-        sigemptyset(&signal_);
-        sigaddset(&signal_, SIGXFSZ);
-        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-    }
-    ~FileSizeSignalHeld() {
-        if (sigismember(&before_, SIGXFSZ) == 0) {
-            constexpr timespec kNow{0, 0};
-            sigtimedwait(&signal_, nullptr, &kNow);
-        }
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    FileSizeSignalHeld(const FileSizeSignalHeld&) = delete;
-    FileSizeSignalHeld& operator=(const FileSizeSignalHeld&) = delete;
-
-  private:
-    sigset_t signal_{};
-    sigset_t before_{};
-};
 
 constexpr std::uint64_t wholePages(std::uint64_t bytes) {
     return (bytes + kPage - 1) / kPage * kPage;
@@ -118,7 +93,7 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
         close(std::exchange(descriptor, -1));
         return std::nullopt;
     };
-    const FileSizeSignalHeld held;
+    const tqcommon::FileSizeSignalHeld held;
     // An audio thread must not find a page missing and none left, so what it may write to is taken
     // before. The beginning is taken now, which the program waits for.
     const std::uint64_t begin = std::min(total, total - sizes[0] + kSoundAtFirst);

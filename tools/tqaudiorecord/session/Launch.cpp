@@ -79,8 +79,9 @@ class SpawnSettings {
         posix_spawn_file_actions_init(&actions_);
         sigset_t defaults;
         sigemptyset(&defaults);
-        // The recorder ignores SIGPIPE; the command gets the default that programs expect.
+        // The recorder ignores these; the command gets the defaults that programs expect.
         sigaddset(&defaults, SIGPIPE);
+        sigaddset(&defaults, SIGXFSZ);
         posix_spawnattr_setsigdefault(&attributes_, &defaults);
         posix_spawnattr_setsigmask(&attributes_, &plan.signals);
         short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;

@@ -149,5 +149,22 @@ TEST_F(RecorderTest, AFullDiskIsOneLineAndTheOtherOutputsGoOn) {
     EXPECT_THAT(contentOf(folder_.file("events.jsonl")), HasSubstr("audio unit start"));
 }
 
+TEST_F(RecorderTest, ALimitOfFileSizesEndsTheFileAndNotTheRecorder) {
+    const std::string path = folder_.file("out.wav");
+    std::vector<std::string> command{"sh", "-c",
+                                     "ulimit -S -f unlimited; ulimit -c 0;"
+                                     "sh -c 'kill -s XFSZ $$'; echo end=$?; exec \"$0\" \"$@\""};
+    const std::vector<std::string> host = game("2");
+    command.insert(command.end(), host.begin(), host.end());
+    ProgramSetup limited = setup({"-o", path, "--"}, command);
+    limited.arguments.insert(limited.arguments.begin(),
+                             {"sh", "-c", "ulimit -S -f 128; exec \"$0\" \"$@\""});
+    const ProgramEnd end = tqtest::runProgram(limited);
+    EXPECT_EQ(end.code, 2) << "signal " << end.signal << "\n" << end.text();
+    EXPECT_THAT(end.errors, HasSubstr("out.wav: File too large"));
+    EXPECT_EQ(end["end"], std::to_string(128 + SIGXFSZ)) << "the command has the default";
+    EXPECT_GT(RecordedFile(path).frames(), 10'000U);
+}
+
 }  // namespace
 }  // namespace tqrecorder::test
