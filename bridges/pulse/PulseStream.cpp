@@ -34,10 +34,11 @@ void PulseStream::written(NativeStream& stream, std::size_t frames, std::int64_t
         late = std::min(back - taken, frames);
         end_ -= static_cast<std::int64_t>(taken);
     }
+    // First of all, as a flush leaves the stream playing: not a block may play before its time.
+    stream.frozen(isCorked_ || isHeld_);
     stream.accepted(frames, late);
     isDrained_ = false;
     underflow_ = underflow;
-    stream.frozen(isCorked_ || isHeld_);
     next_ = from + static_cast<std::int64_t>(frames);
     end_ = std::max(end_, next_);
     if (isHeld_) {
@@ -54,7 +55,20 @@ bool PulseStream::hasBeenHeard(const NativeStream& stream, std::int64_t underflo
     return (isDrained_ || underflow != underflow_) && stream.waiting() <= stream.behind();
 }
 
+/// Where the server stands: ahead of the unit, by as much as that may be behind.
+std::int64_t PulseStream::heardEnd(const NativeStream& stream) const noexcept {
+    const std::size_t waiting = stream.waiting();
+    const std::int64_t unit = end_ - static_cast<std::int64_t>(waiting);
+    if (isCorked_ || isHeld_) {
+        return std::clamp(heardEnd_, unit, end_);
+    }
+    return unit + static_cast<std::int64_t>(std::min(waiting, stream.behind()));
+}
+
 void PulseStream::corked(NativeStream* stream, bool isCorked, std::int64_t underflow) noexcept {
+    if (stream != nullptr) {
+        heardEnd_ = heardEnd(*stream);
+    }
     isCorked_ = isCorked;
     if (stream != nullptr && !(isCorked && hasBeenHeard(*stream, underflow))) {
         stream->frozen(isCorked_ || isHeld_);
@@ -68,16 +82,15 @@ void PulseStream::hold(NativeStream& stream) noexcept {
 }
 
 void PulseStream::flushed(NativeStream& stream, std::int64_t underflow) noexcept {
-    if (hasBeenHeard(stream, underflow)) {
-        isHeld_ = true;
-        held_ = 0;
-        return;
-    }
     // The server goes on where it plays.
-    end_ -= static_cast<std::int64_t>(stream.waiting());
+    heardEnd_ = hasBeenHeard(stream, underflow) ? end_ : heardEnd(stream);
+    const auto unheard = static_cast<std::size_t>(end_ - heardEnd_);
+    end_ = heardEnd_;
     next_ = end_;
-    stream.flushed();
+    stream.flushed(unheard);
     hold(stream);
+    // What is left has been heard: it plays out, in a pause as well.
+    stream.frozen(false);
 }
 
 void PulseStream::drained(NativeStream& stream) noexcept {
@@ -95,6 +108,7 @@ void PulseStream::settled(NativeStream& stream, std::size_t prebuffer) noexcept 
     isSettled = true;
     next_ = 0;
     end_ = 0;
+    heardEnd_ = 0;
     isDrained_ = false;
     underflow_ = -1;
     if (prebuffer != 0) {

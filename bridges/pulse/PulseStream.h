@@ -61,6 +61,7 @@ class PulseStream {
     [[nodiscard]] std::int64_t place(const NativeStream& stream, std::int64_t offset,
                                      pa_seek_mode_t seek) const noexcept;
     void hold(NativeStream& stream) noexcept;
+    [[nodiscard]] std::int64_t heardEnd(const NativeStream& stream) const noexcept;
     [[nodiscard]] bool hasBeenHeard(const NativeStream& stream,
                                     std::int64_t underflow) const noexcept;
 
@@ -70,8 +71,9 @@ class PulseStream {
     bool isDrained_ = false;       ///< asked for since the last write
     std::int64_t underflow_ = -1;  ///< the last one that was known at the last write
     // Frames since the stream began.
-    std::int64_t next_ = 0;  ///< where the server writes next
-    std::int64_t end_ = 0;   ///< of all that has been written
+    std::int64_t next_ = 0;      ///< where the server writes next
+    std::int64_t end_ = 0;       ///< of all that has been written
+    std::int64_t heardEnd_ = 0;  ///< of what the server had played when it last stopped
 };
 
 }  // namespace tq::bridges

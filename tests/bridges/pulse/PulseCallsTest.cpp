@@ -10,6 +10,8 @@ namespace bridgetests {
 namespace {
 
 constexpr std::size_t kFrameBytes = 4;
+/// Frames by which the unit may be behind the server, on this device.
+constexpr std::size_t kBehind = 3840;
 
 /// A program with one stream of 48 kHz, 16 bits, stereo.
 class PulseCalls : public NativeCalls {
@@ -198,22 +200,66 @@ TEST_F(PulseCalls, AStreamThatBeginsCorkedIsSilentUntilItGoesOn) {
     expectHeard(noise);
 }
 
-TEST_F(PulseCalls, WhatIsFlushedIsNotOnTheTrack) {
-    play();
-    write(noise);
+TEST_F(PulseCalls, OfWhatIsFlushedOnlyWhatTheServerHasPlayedIsOnTheTrack) {
+    for (const bool isCorked : {false, true}) {
+        forget();
+        play();
+        write(noise);
+        playOn(20);
+        const std::size_t before = heard().frames();
+        if (isCorked) {
+            (void)pa_stream_cork(stream.get(), 1, nullptr, nullptr);
+        }
+        (void)pa_stream_flush(stream.get(), nullptr, nullptr);
+        pump(20);
+        const Sound more = markedNoise({}, 9600, 2);
+        write(more);
+        (void)pa_stream_cork(stream.get(), 0, nullptr, nullptr);
+        pump(60);
+        end();
+        const Sound all = heard();
+        ASSERT_GT(all.frames(), more.frames());
+        EXPECT_EQ(differences(more, all.part(all.frames() - more.frames(), more.frames())),
+                  kNothing);
+        const Sound first = all.part(0, all.frames() - more.frames()).trimmed();
+        EXPECT_GE(first.frames(), before + kBehind);
+        EXPECT_LE(first.frames(), before + kBehind + 2 * kSlice);
+        EXPECT_EQ(differences(noise.part(0, first.frames()), first), kNothing);
+    }
+}
+
+TEST_F(PulseCalls, WhatIsFlushedBeforeTheServerPlaysIsNotOnTheTrack) {
+    play(PA_STREAM_START_CORKED);
+    write(markedNoise({}, 9600, 2));
     playOn(20);
     (void)pa_stream_flush(stream.get(), nullptr, nullptr);
     pump(10);
-    const std::size_t before = heard().frames();
-    EXPECT_LT(before, 20 * kSlice);
-    const Sound more = markedNoise({}, 9600, 2);
-    write(more);
+    (void)pa_stream_cork(stream.get(), 0, nullptr, nullptr);
+    write(noise);
     pump(60);
     end();
-    const Sound all = heard();
-    ASSERT_GT(all.frames(), more.frames());
-    EXPECT_EQ(differences(more, all.part(all.frames() - more.frames(), more.frames())), kNothing);
-    EXPECT_EQ(differences(noise.part(0, before), all.part(0, before)), kNothing);
+    expectHeard(noise);
+}
+
+TEST_F(PulseCalls, WhatIsWrittenInAPauseAndFlushedIsNotOnTheTrack) {
+    play();
+    write(noise.part(0, 6000));
+    playOn(14);
+    (void)pa_stream_cork(stream.get(), 1, nullptr, nullptr);
+    write(markedNoise({}, 9600, 2));
+    for (int times = 0; times < 2; ++times) {
+        (void)pa_stream_flush(stream.get(), nullptr, nullptr);
+        pump(10);
+    }
+    (void)pa_stream_cork(stream.get(), 0, nullptr, nullptr);
+    write(noise.part(6000, 18000));
+    pump(60);
+    end();
+    Sound all = heard();
+    EXPECT_EQ(differences(noise.part(0, 6000), all.part(0, 6000)), kNothing);
+    EXPECT_EQ(differences(noise.part(6000, 18000), all.part(all.frames() - 18000, 18000)),
+              kNothing);
+    EXPECT_EQ(all.part(6000, all.frames() - 24000).trimmed().frames(), 0U);
 }
 
 TEST_F(PulseCalls, NothingIsHeardBeforeThePrebufferIsFull) {
