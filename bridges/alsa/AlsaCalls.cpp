@@ -170,6 +170,15 @@ constexpr auto hookOfDrop() {
     });
 }
 
+/// A close that follows no drain throws away what the device has not played.
+void dropUnheard(const AlsaLibrary& alsa, snd_pcm_t* pcm) {
+    if (const auto unheard = unheardBefore(alsa, pcm)) {
+        if (const NativeStream::Use stream(pcm); stream) {
+            stream->flushed(*unheard);
+        }
+    }
+}
+
 /// Without memory the pcms are followed one by one.
 void noteLink(snd_pcm_t* pcm, snd_pcm_t* other) {
     const GuardScope guard;
@@ -311,6 +320,7 @@ constexpr tqhook::HookTable kHooks{
         return original(pcm);
     }),
     tqhook::hook<&snd_pcm_close>([](auto* original, snd_pcm_t* pcm) {
+        dropUnheard(libraryOf<AlsaLibrary>(original), pcm);
         // Before the handle can come back.
         NativeStream::close(pcm);
         AlsaLinks::shared().unlink(pcm);

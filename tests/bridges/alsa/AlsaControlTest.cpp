@@ -263,7 +263,37 @@ TEST_F(AlsaControl, AFormatThatIsSetTwiceBeforeTheFirstFrameIsTheFirstStreamStil
     expectHeard(noise);
 }
 
-TEST_F(AlsaControl, AStreamThatIsClosedInTheMiddleIsPlayedOut) {
+TEST_F(AlsaControl, WhatTheDeviceHasNotPlayedAtItsCloseIsNotOnTheTrack) {
+    pcm->buffer = 24000;
+    write(noise);
+    snd_pcm_start(pcm.get());
+    playOn(5);
+    pcm->queued = 20000;
+    close();
+    expectHeard(noise.part(0, noise.frames() - 20000));
+}
+
+TEST_F(AlsaControl, WhatWasDrainedBeforeTheCloseIsWholeOnTheTrack) {
+    pcm->buffer = 24000;
+    write(noise);
+    playOn(5);
+    pcm->state = SND_PCM_STATE_SETUP;
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaControl, AStreamWhoseDeviceHoldsNothingBackIsPlayedOutWhenItIsClosed) {
+    // As a device that writes a file: what it takes is played at once.
+    pcm->buffer = 4800;
+    write(noise);
+    snd_pcm_start(pcm.get());
+    awaitReport(firstName());
+    pump(10);
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaControl, AStreamWhoseDeviceDoesNotSayWhatItHoldsIsPlayedOutWhenItIsClosed) {
     write(noise);
     awaitReport(firstName());
     pump(10);
