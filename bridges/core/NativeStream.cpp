@@ -162,6 +162,10 @@ void NativeStream::frozen(bool isFrozen) noexcept {
     isFrozen_.store(isFrozen, std::memory_order_relaxed);
 }
 
+void NativeStream::awaited(bool isAwaited) noexcept {
+    isAwaited_.store(isAwaited, std::memory_order_relaxed);
+}
+
 void NativeStream::flushed() noexcept {
     const GuardScope guard;
     (void)fifo_->flush();
@@ -196,6 +200,7 @@ void NativeStream::feed(void* samples, std::size_t frames) noexcept {
     input.flushes = flushes_.load(std::memory_order_acquire);
     input.drains = drains_.load(std::memory_order_acquire);
     input.isFrozen = isFrozen_.load(std::memory_order_relaxed);
+    input.isAwaited = isAwaited_.load(std::memory_order_relaxed);
     input.largestPiece = largestPiece_.load(std::memory_order_relaxed);
     input.frames = frames;
     input.available = fifo_->available();

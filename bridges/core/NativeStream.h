@@ -108,6 +108,9 @@ class NativeStream final : private BlockFeeder {
 
     /// Paused: nothing of it is played until it goes on.
     void frozen(bool isFrozen) noexcept;
+    /// The native side has not started to play and will say when it does. Until then nothing is
+    /// played, two seconds at the longest.
+    void awaited(bool isAwaited) noexcept;
     /// What has been written and not played is thrown away.
     void flushed() noexcept;
     /// The same where it is known how many frames the native side has not played: what waits
@@ -206,6 +209,7 @@ class NativeStream final : private BlockFeeder {
     std::atomic<bool> isWaiting_{false};
     std::atomic<bool> hasSound_{false};  ///< a first block has been taken
     std::atomic<bool> isFrozen_{false};
+    std::atomic<bool> isAwaited_{false};
     std::atomic<std::uint32_t> drains_{0};
     std::atomic<std::uint32_t> flushes_{0};
     std::atomic<bool> isOver_{false};         ///< closed, and nothing is left of it

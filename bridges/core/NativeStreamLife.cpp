@@ -66,6 +66,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     processed_ = prepared_ = block_ = 0;
     hasSound_ = false;
     isFrozen_ = false;
+    isAwaited_ = false;
     drains_ = 0;
     flushes_ = 0;
     isOver_ = false;

@@ -178,6 +178,21 @@ void with(const pa_stream* stream, Then then) {
     }
 }
 
+/// In the place of the program's own callback, which it calls.
+void started(pa_stream* stream, void* /*context*/) {
+    PulseStream* const record = streams().find(stream);
+    if (record == nullptr) {
+        return;
+    }
+    {
+        const NativeStream::Use use(stream);
+        record->started(use ? use.operator->() : nullptr);
+    }
+    if (record->onStart != nullptr) {
+        record->onStart(stream, record->onStartContext);
+    }
+}
+
 constexpr tqhook::HookTable kHooks{
     // ---- names ----
     tqhook::hook<&pa_context_new>([](auto* original, pa_mainloop_api* loop, const char* name) {
@@ -251,6 +266,11 @@ constexpr tqhook::HookTable kHooks{
                 // Before the call: its callbacks see the stream connected.
                 record->kind = Kind::kPlayback;
                 record->corked(nullptr, (flags & PA_STREAM_START_CORKED) != 0, -1);
+                const PulseLibrary& pulse = libraryOf<PulseLibrary>(original);
+                record->isStarted = pulse.setStartedCallback == nullptr;
+                if (!record->isStarted) {
+                    pulse.setStartedCallback(stream, started, nullptr);
+                }
             }
             const int result = original(stream, device, attributes, flags, volume, synchronous);
             if (record != nullptr && result < 0 && !record->isSettled) {
@@ -357,6 +377,17 @@ constexpr tqhook::HookTable kHooks{
     }),
 
     // ---- what is heard when ----
+    tqhook::hook<&pa_stream_set_started_callback>(
+        [](auto* original, pa_stream* stream, pa_stream_notify_cb_t callback, void* context) {
+            PulseStream* const record = streams().find(stream);
+            if (record == nullptr || callback == started) {
+                original(stream, callback, context);
+                return;
+            }
+            record->onStart = callback;
+            record->onStartContext = context;
+            original(stream, started, nullptr);
+        }),
     // The server answers later; what the program asks for counts from here on.
     tqhook::hook<&pa_stream_cork>([](auto* original, pa_stream* stream, int isCorked,
                                      pa_stream_success_cb_t callback, void* context) {

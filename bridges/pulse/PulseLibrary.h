@@ -17,6 +17,8 @@ struct PulseLibrary {
     decltype(&pa_stream_get_underflow_index) underflowIndex;
     decltype(&pa_proplist_gets) property;
     decltype(&pa_stream_get_channel_map) channelMap;
+    /// Redirected as well: our own callback goes straight through there.
+    decltype(&pa_stream_set_started_callback) setStartedCallback;
 
     explicit PulseLibrary(const void* known)
         : sampleSpec(functionBeside<decltype(pa_stream_get_sample_spec)>(
@@ -30,7 +32,9 @@ struct PulseLibrary {
               known, "pa_stream_get_underflow_index")),
           property(functionBeside<decltype(pa_proplist_gets)>(known, "pa_proplist_gets")),
           channelMap(functionBeside<decltype(pa_stream_get_channel_map)>(
-              known, "pa_stream_get_channel_map")) {}
+              known, "pa_stream_get_channel_map")),
+          setStartedCallback(functionBeside<decltype(pa_stream_set_started_callback)>(
+              known, "pa_stream_set_started_callback")) {}
 
     /// -1 before the first one, and where the library does not tell.
     [[nodiscard]] std::int64_t underflow(const pa_stream* stream) const {

@@ -59,7 +59,7 @@ bool PulseStream::hasBeenHeard(const NativeStream& stream, std::int64_t underflo
 std::int64_t PulseStream::heardEnd(const NativeStream& stream) const noexcept {
     const std::size_t waiting = stream.waiting();
     const std::int64_t unit = end_ - static_cast<std::int64_t>(waiting);
-    if (isCorked_ || isHeld_) {
+    if (isCorked_ || isHeld_ || !isStarted) {
         return std::clamp(heardEnd_, unit, end_);
     }
     return unit + static_cast<std::int64_t>(std::min(waiting, stream.behind()));
@@ -93,6 +93,13 @@ void PulseStream::flushed(NativeStream& stream, std::int64_t underflow) noexcept
     stream.frozen(false);
 }
 
+void PulseStream::started(NativeStream* stream) noexcept {
+    isStarted = true;
+    if (stream != nullptr) {
+        stream->awaited(false);
+    }
+}
+
 void PulseStream::drained(NativeStream& stream) noexcept {
     isDrained_ = true;
     triggered(stream);
@@ -111,6 +118,7 @@ void PulseStream::settled(NativeStream& stream, std::size_t prebuffer) noexcept 
     heardEnd_ = 0;
     isDrained_ = false;
     underflow_ = -1;
+    stream.awaited(!isStarted);
     if (prebuffer != 0) {
         hold(stream);
     } else {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <pulse/def.h>
+#include <pulse/stream.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -43,8 +43,13 @@ class PulseStream {
     /// It plays what is there, whether that is enough or not.
     void triggered(NativeStream& stream) noexcept;
     void drained(NativeStream& stream) noexcept;
+    /// The server plays, for the first time or again.
+    void started(NativeStream* stream) noexcept;
     /// Another stream takes its place, at the same point.
-    void goesOn(NativeStream& stream) const noexcept { stream.frozen(isCorked_ || isHeld_); }
+    void goesOn(NativeStream& stream) const noexcept {
+        stream.awaited(!isStarted);
+        stream.frozen(isCorked_ || isHeld_);
+    }
     /// The server has said what it is like; `prebuffer` in bytes.
     void settled(NativeStream& stream, std::size_t prebuffer) noexcept;
 
@@ -56,6 +61,9 @@ class PulseStream {
     Kind kind = Kind::kUnconnected;
     bool isSettled = false;  ///< its format is known, and the bridge's stream open
     Block block;
+    bool isStarted = true;  ///< false while the server has still to say that it plays
+    pa_stream_notify_cb_t onStart = nullptr;  ///< the program's, for the server's starts
+    void* onStartContext = nullptr;
 
   private:
     [[nodiscard]] std::int64_t place(const NativeStream& stream, std::int64_t offset,

@@ -24,5 +24,14 @@ struct pa_stream {
     const void* passed = nullptr;  ///< by the last write
     bool hasRelease = false;       ///< the last write left the memory to the library
     std::vector<char> block;       ///< of begin_write
-    bool isBlockOut = false;       ///< only what lies in it may be written now
+    bool startsLate = false;       ///< the test says when the server plays, with starts()
+    pa_stream_notify_cb_t started = nullptr;
+    void* startedContext = nullptr;
+
+    void starts() {
+        if (started != nullptr) {
+            started(this, startedContext);
+        }
+    }
+    bool isBlockOut = false;  ///< only what lies in it may be written now
 };

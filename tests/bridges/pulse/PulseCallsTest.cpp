@@ -274,6 +274,60 @@ TEST_F(PulseCalls, NothingIsHeardBeforeThePrebufferIsFull) {
     expectHeard(noise);
 }
 
+TEST_F(PulseCalls, WhereTheServerStartsLateTheTrackHasNoHole) {
+    stream->startsLate = true;
+    play();
+    write(noise.part(0, 4800));
+    playOn(60);
+    EXPECT_EQ(heard().frames(), 0U);
+    stream->starts();
+    write(noise.part(4800, 19200));
+    endsWithTheNoise();
+}
+
+TEST_F(PulseCalls, AServerThatNeverSaysThatItStartsIsWaitedForTwoSeconds) {
+    stream->startsLate = true;
+    play();
+    write(noise);
+    playOn(195);
+    EXPECT_EQ(heard().frames(), 0U);
+    endsWithTheNoise();
+}
+
+TEST_F(PulseCalls, WhatIsFlushedBeforeTheServerStartsIsNotOnTheTrack) {
+    stream->startsLate = true;
+    play();
+    write(markedNoise({}, 9600, 2));
+    playOn(20);
+    (void)pa_stream_flush(stream.get(), nullptr, nullptr);
+    write(noise);
+    stream->starts();
+    endsWithTheNoise();
+}
+
+void countStarts(pa_stream* /*stream*/, void* counter) {
+    ++*static_cast<int*>(counter);
+}
+
+TEST_F(PulseCalls, TheProgramHearsOfTheStartAsWell) {
+    int early = 0;
+    pa_stream_set_started_callback(stream.get(), countStarts, &early);
+    stream->startsLate = true;
+    play();
+    stream->starts();
+    EXPECT_EQ(early, 1);
+    int late = 0;
+    pa_stream_set_started_callback(stream.get(), countStarts, &late);
+    write(noise);
+    stream->starts();
+    EXPECT_EQ(early, 1);
+    EXPECT_EQ(late, 1);
+    pa_stream_set_started_callback(stream.get(), nullptr, nullptr);
+    stream->starts();
+    EXPECT_EQ(late, 1);
+    endsWithTheNoise();
+}
+
 TEST_F(PulseCalls, APrebufferThatIsNotFullIsPlayedOnRequest) {
     stream->attributes.prebuf = 48000 * kFrameBytes;
     for (const auto request : {&pa_stream_drain, &pa_stream_trigger}) {

@@ -31,6 +31,9 @@ int take(pa_stream* stream, const void* samples, std::size_t bytes, bool hasRele
     stream->isBlockOut = false;
     if (stream->answer == 0) {
         stream->taken.append(static_cast<const char*>(samples), bytes);
+        if (!stream->startsLate) {
+            stream->starts();
+        }
     }
     return stream->answer;
 }
@@ -126,6 +129,11 @@ int pa_stream_write_ext_free(pa_stream* stream, const void* samples, std::size_t
                              pa_free_cb_t release, void* /*released*/, std::int64_t /*offset*/,
                              pa_seek_mode_t /*seek*/) {
     return take(stream, samples, bytes, release != nullptr);
+}
+void pa_stream_set_started_callback(pa_stream* stream, pa_stream_notify_cb_t callback,
+                                    void* context) {
+    stream->started = callback;
+    stream->startedContext = context;
 }
 pa_operation* pa_stream_cork(pa_stream* /*stream*/, int /*isCorked*/,
                              pa_stream_success_cb_t /*callback*/, void* /*context*/) {
