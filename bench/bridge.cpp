@@ -12,6 +12,7 @@
 
 #include "Bench.h"
 #include "HookedHost.h"
+#include "TrackListening.h"
 #include "aligned.h"
 #include "bridges/core/NativeStream.h"
 
@@ -49,21 +50,12 @@ class Ducking {
 /// A stream that is recorded for a listener of tracks, on the manual device.
 class RecordedStream {
   public:
-    explicit RecordedStream(const NativeFormat& format) {
-        tq_listener all{};
-        all.size = sizeof all;
-        all.context = this;
-        all.on_track = [](void* /*context*/, const tq_block* /*block*/) {};
-        all.on_stream = learn;
-        if (tq_capture_listen(&all, &listening_) == TQ_OK && tq_capture_settle() == TQ_OK) {
-            NativeStream::open(this, format, "bench", "");
-        }
+    explicit RecordedStream(const NativeFormat& format)
+        : listening_(
+              this, [](void* /*context*/, const tq_block* /*block*/) {}, learn) {
+        NativeStream::open(this, format, "bench", "");
     }
-    ~RecordedStream() {
-        NativeStream::close(this);
-        (void)tq_capture_stop(listening_);
-        (void)tq_capture_settle();
-    }
+    ~RecordedStream() { NativeStream::close(this); }
     RecordedStream(const RecordedStream&) = delete;
     RecordedStream& operator=(const RecordedStream&) = delete;
 
@@ -89,11 +81,11 @@ class RecordedStream {
         self.isClosed_ = report->is_closed != 0;
     }
 
-    tq_listening* listening_ = nullptr;
     UInt64 hostTime_ = 1'000'000'000;
     std::atomic<std::uint64_t> written_{0};
     std::atomic<std::uint64_t> played_{0};
     std::atomic<bool> isClosed_{false};
+    const TrackListening listening_;
 };
 
 void piece(benchmark::State& state, NativeSample sample, bool ducks) {

@@ -1,6 +1,5 @@
 // How long a frame that a program writes to a native stream is on its way to a listener of the
 // track, and what a stream takes of memory.
-#include <TQAudioRecord/tq_capture.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +19,7 @@
 #include "HookedHost.h"
 #include "RZReplayAudioUnitCapturer.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
+#include "TrackListening.h"
 #include "bridges/core/NativeStream.h"
 
 namespace {
@@ -46,21 +46,8 @@ struct Latency {
 /// A listener of tracks, and the stream that writes impulses.
 class Journey {
   public:
-    Journey() {
-        tq_listener all{};
-        all.size = sizeof all;
-        all.context = this;
-        all.on_track = hear;
-        if (tq_capture_listen(&all, &listening_) != TQ_OK || tq_capture_settle() != TQ_OK) {
-            throw std::runtime_error("capture does not start");
-        }
-        NativeStream::open(this, kFormat, "bench", "");
-    }
-    ~Journey() {
-        NativeStream::close(this);
-        (void)tq_capture_stop(listening_);
-        (void)tq_capture_settle();
-    }
+    Journey() : listening_(this, hear) { NativeStream::open(this, kFormat, "bench", ""); }
+    ~Journey() { NativeStream::close(this); }
     Journey(const Journey&) = delete;
     Journey& operator=(const Journey&) = delete;
 
@@ -112,10 +99,10 @@ class Journey {
         }
     }
 
-    tq_listening* listening_ = nullptr;
     std::atomic<std::int64_t> left_{0};
     std::atomic<std::int64_t> took_{0};
     std::vector<double> times_;
+    const TrackListening listening_;
 };
 
 void add(const char* name, const char* variant, double Latency::*figure) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "FaultLaunches.h"
+#include "support/LeakCheck.h"
 
 // The guard of a program that plays natively: what runs in its calls, in its streams' units and in
 // listeners of its streams is ours.
@@ -59,6 +60,8 @@ TEST_F(BridgeGuard, AProgramThatDiesElsewhereWhileItPlaysSpendsNothing) {
 }
 
 TEST_F(BridgeGuard, ChildrenThatOpenStreamsOfTheirOwnPlayAndAreRecorded) {
+    // A child has what its parent's threads held.
+    tqtest::startProgramsWithoutLeakCheck();
     tqtest::ProgramSetup setup = hooked("");
     setup.environment.erase("LD_PRELOAD");
     setup.environment["TQ_AUDIO_DEVICE"] = "null";
