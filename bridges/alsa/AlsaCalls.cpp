@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <optional>
 #include <span>
 
@@ -28,14 +30,14 @@ using Memory = NativeStream::Memory;
 /// Of what is served.
 constexpr std::size_t kMostChannels = 8;
 
-/// Hands `frames` over in parts of `most`; `part` answers how many of its own were taken. In parts
+/// Hands `frames` over in parts of most(); `part` answers how many of its own were taken. In parts
 /// of the device's whole buffer the answer is what it would be for all of it, also where calls do
 /// not block.
-template <class Part>
-snd_pcm_sframes_t inParts(std::size_t frames, std::size_t most, Part part) {
+template <class Most, class Part>
+snd_pcm_sframes_t inParts(std::size_t frames, Most most, Part part) {
     std::size_t done = 0;
     while (true) {
-        const std::size_t count = std::min(frames - done, most);
+        const std::size_t count = std::min(frames - done, most());
         const snd_pcm_sframes_t taken = part(done, count);
         if (taken < 0 && done == 0) {
             return taken;
@@ -45,6 +47,28 @@ snd_pcm_sframes_t inParts(std::size_t frames, std::size_t most, Part part) {
             return static_cast<snd_pcm_sframes_t>(done);
         }
     }
+}
+
+/// What becomes of a pcm and of all that the program has linked with it.
+template <class Work>
+void withLinked(const void* pcm, Work work) {
+    AlsaLinks::shared().forAll(pcm, [&](const void* each) {
+        if (const NativeStream::Use stream(each); stream) {
+            work(*stream.operator->());
+        }
+    });
+}
+
+/// The native call has taken `taken` frames, or refused them. They are not heard before the device
+/// is started, which the write may have done, with all that are linked.
+void accepted(const AlsaLibrary& alsa, snd_pcm_t* pcm, NativeStream& stream,
+              snd_pcm_sframes_t taken) {
+    const bool waits = isUnstarted(alsa, pcm);
+    if (!waits && stream.unstarted() != 0) {
+        withLinked(pcm, [](NativeStream& each) { each.started(); });
+    }
+    stream.waitsForStart(waits);
+    stream.accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
 }
 
 /// A function that writes interleaved frames.
@@ -57,12 +81,14 @@ constexpr auto hookOfWrite() {
             if (!stream) {
                 return original(pcm, samples, frames);
             }
+            const auto& alsa = libraryOf<AlsaLibrary>(original);
+            const auto most = [&] { return longestPart(alsa, pcm, *stream.operator->()); };
             const unsigned bytes = stream->format().bytesPerFrame();
-            return inParts(frames, stream->atOnce(), [&](std::size_t first, std::size_t count) {
+            return inParts(frames, most, [&](std::size_t first, std::size_t count) {
                 const auto* const from = static_cast<const std::byte*>(samples) + first * bytes;
                 const void* const passed = stream->prepare(from, count, Memory::kConstant);
                 const snd_pcm_sframes_t taken = original(pcm, passed, count);
-                stream->accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
+                accepted(alsa, pcm, *stream.operator->(), taken);
                 return taken;
             });
         });
@@ -89,7 +115,7 @@ snd_pcm_sframes_t writePlanes(Original* original, NativeStream& stream, snd_pcm_
         deinterleave(passed, bytes, frames, {at.data(), channels});
     }
     const snd_pcm_sframes_t taken = original(pcm, at.data(), frames);
-    stream.accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
+    accepted(libraryOf<AlsaLibrary>(original), pcm, stream, taken);
     return taken;
 }
 
@@ -103,7 +129,9 @@ constexpr auto hookOfPlanes() {
             if (!stream || planes == nullptr) {
                 return original(pcm, planes, frames);
             }
-            return inParts(frames, stream->atOnce(), [&](std::size_t first, std::size_t count) {
+            const auto& alsa = libraryOf<AlsaLibrary>(original);
+            const auto most = [&] { return longestPart(alsa, pcm, *stream.operator->()); };
+            return inParts(frames, most, [&](std::size_t first, std::size_t count) {
                 return writePlanes(original, *stream.operator->(), pcm, planes, first, count);
             });
         });
@@ -120,16 +148,6 @@ constexpr auto hookOfMove(Then /*then*/) {
             Then{}(*stream.operator->(), static_cast<std::size_t>(result));
         }
         return result;
-    });
-}
-
-/// What becomes of a pcm and of all that the program has linked with it.
-template <class Work>
-void withLinked(const void* pcm, Work work) {
-    AlsaLinks::shared().forAll(pcm, [&](const void* each) {
-        if (const NativeStream::Use stream(each); stream) {
-            work(*stream.operator->());
-        }
     });
 }
 
@@ -170,12 +188,25 @@ constexpr auto hookOfDrop() {
     });
 }
 
+/// What was written and never started is gone.
+constexpr auto kPreparedAnew = [](NativeStream& stream) {
+    (void)stream.takenBack(stream.unstarted());
+    stream.frozen(false);
+};
+
 /// A close that follows no drain throws away what the device has not played.
 void dropUnheard(const AlsaLibrary& alsa, snd_pcm_t* pcm) {
+    const NativeStream::Use stream(pcm);
+    if (!stream) {
+        return;
+    }
+    if (isUnstarted(alsa, pcm)) {
+        (void)stream->takenBack(stream->unstarted());
+        return;
+    }
+    stream->started();
     if (const auto unheard = unheardBefore(alsa, pcm)) {
-        if (const NativeStream::Use stream(pcm); stream) {
-            stream->flushed(*unheard);
-        }
+        stream->flushed(*unheard);
     }
 }
 
@@ -205,7 +236,7 @@ snd_pcm_sframes_t commit(decltype(&snd_pcm_mmap_commit) original, NativeStream& 
         // The program finds the rest as it left it, to commit it again.
         writePiece(piece, room, taken);
     }
-    stream.accepted(taken);
+    accepted(libraryOf<AlsaLibrary>(original), pcm, stream, result);
     return result;
 }
 
@@ -262,29 +293,22 @@ constexpr tqhook::HookTable kHooks{
         [](NativeStream& stream, int isPaused) { stream.frozen(isPaused != 0); }),
     hookOfControl<&snd_pcm_resume>([](NativeStream& stream) { stream.frozen(false); }),
     hookOfDrop<&snd_pcm_reset>(),
-    hookOfControl<&snd_pcm_recover>([](NativeStream& stream, auto...) { stream.frozen(false); }),
-    hookOfDrop<&snd_pcm_drop>(),
-    tqhook::hook<&snd_pcm_prepare>([](auto* original, snd_pcm_t* pcm) {
-        const CallDepth depth;
-        const bool isLost =
-            depth.isOutermost() && isUnstarted(libraryOf<AlsaLibrary>(original), pcm);
-        const int result = original(pcm);
-        if (result >= 0 && depth.isOutermost()) {
-            withLinked(pcm, [&](NativeStream& stream) {
-                if (isLost) {
-                    stream.flushed();
-                }
-                stream.frozen(false);
-            });
+    hookOfControl<&snd_pcm_recover>([](NativeStream& stream, int error, int /*isSilent*/) {
+        // A call that a signal has ended is no reason to prepare it.
+        if (std::abs(error) != EINTR) {
+            kPreparedAnew(stream);
         }
-        return result;
     }),
+    hookOfDrop<&snd_pcm_drop>(),
+    hookOfControl<&snd_pcm_start>([](NativeStream& stream) { stream.started(); }),
+    hookOfControl<&snd_pcm_prepare>(kPreparedAnew),
     tqhook::hook<&snd_pcm_drain>([](auto* original, snd_pcm_t* pcm) {
         const CallDepth depth;
         if (depth.isOutermost()) {
             // Before it waits. ALSA ends a pause to play out what is there.
             withLinked(pcm, [](NativeStream& stream) {
                 stream.frozen(false);
+                stream.started();
                 stream.drained();
             });
         }

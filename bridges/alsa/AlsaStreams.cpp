@@ -107,9 +107,17 @@ std::optional<std::size_t> unheardBefore(const AlsaLibrary& alsa, snd_pcm_t* pcm
 }
 
 bool isUnstarted(const AlsaLibrary& alsa, snd_pcm_t* pcm) {
-    const NativeStream::Use stream(pcm);
     const ErrnoKept kept;
-    return stream && stream->waiting() != 0 && alsa.state(pcm) == SND_PCM_STATE_PREPARED;
+    return alsa.state(pcm) == SND_PCM_STATE_PREPARED;
+}
+
+std::size_t longestPart(const AlsaLibrary& alsa, snd_pcm_t* pcm, const NativeStream& stream) {
+    if (stream.unstarted() == 0 || alsa.room == nullptr) {
+        return stream.atOnce();
+    }
+    const ErrnoKept kept;
+    const snd_pcm_sframes_t room = alsa.room(pcm);
+    return room > 0 ? std::min(stream.atOnce(), static_cast<std::size_t>(room)) : stream.atOnce();
 }
 
 void followMap(const AlsaLibrary& alsa, snd_pcm_t* pcm, const snd_pcm_chmap_t& map) {

@@ -7,6 +7,7 @@
 
 #include "bridges/alsa/AlsaLibrary.h"
 #include "bridges/core/NativeFormat.h"
+#include "bridges/core/NativeStream.h"
 
 namespace tq::bridges {
 
@@ -22,7 +23,11 @@ void followMap(const AlsaLibrary& alsa, snd_pcm_t* pcm, const snd_pcm_chmap_t& m
 /// Frames that the device has not played, before a call that throws them away; empty where nobody
 /// says it, and where the pcm is not served.
 [[nodiscard]] std::optional<std::size_t> unheardBefore(const AlsaLibrary& alsa, snd_pcm_t* pcm);
-/// What has been written to it and never started is gone when it is prepared anew.
+/// [any thread] [real-time safe] Whether the device keeps what is written until it is started.
 [[nodiscard]] bool isUnstarted(const AlsaLibrary& alsa, snd_pcm_t* pcm);
+/// [any thread] [real-time safe] The longest part to hand over at once. To a device that is not
+/// started it is what fills the buffer: that call does not wait, and tells whether it has started.
+[[nodiscard]] std::size_t longestPart(const AlsaLibrary& alsa, snd_pcm_t* pcm,
+                                      const NativeStream& stream);
 
 }  // namespace tq::bridges

@@ -100,6 +100,9 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
         const std::size_t gone = std::min(late, kept);
         const std::size_t from = gone * unitFrameBytes_;
         if (const FifoEnd end(*this); end) {
+            if (waitsForStart_) {
+                unstarted_.fetch_add(kept - gone, std::memory_order_relaxed);
+            }
             (void)fifo_->write(pre_.data() + from, isProcessed_ ? post_.data() + from : nullptr,
                                kept - gone);
         } else {
@@ -128,7 +131,12 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
 std::size_t NativeStream::takenBack(std::size_t frames) noexcept {
     const GuardScope guard;
     const FifoEnd end(*this);
-    return end ? fifo_->takeBack(frames) : 0;
+    const std::size_t taken = end ? fifo_->takeBack(frames) : 0;
+    std::size_t waiting = unstarted();
+    while (!unstarted_.compare_exchange_weak(waiting, waiting - std::min(waiting, taken),
+                                             std::memory_order_relaxed)) {
+    }
+    return taken;
 }
 
 void NativeStream::skipped(std::size_t frames) noexcept {
@@ -169,6 +177,7 @@ void NativeStream::awaited(bool isAwaited) noexcept {
 void NativeStream::flushed() noexcept {
     const GuardScope guard;
     (void)fifo_->flush();
+    started();
     flushes_.fetch_add(1, std::memory_order_release);
 }
 
@@ -179,6 +188,7 @@ void NativeStream::flushed(std::size_t unheard) noexcept {
         const FifoEnd end(*this);
         if (end && fifo_->available() > unheard) {
             (void)fifo_->takeBack(unheard);
+            started();
             drained();
             return;
         }
@@ -203,8 +213,9 @@ void NativeStream::feed(void* samples, std::size_t frames) noexcept {
     input.isAwaited = isAwaited_.load(std::memory_order_relaxed);
     input.largestPiece = largestPiece_.load(std::memory_order_relaxed);
     input.frames = frames;
-    input.available = fifo_->available();
-    input.silent = fifo_->silentFrames();
+    const std::size_t available = fifo_->available();
+    input.available = available - std::min(available, unstarted());
+    input.silent = std::min(fifo_->silentFrames(), input.available);
     block_.store(frames, std::memory_order_relaxed);
     const PacerBlock block = pacer_->next(input);
     if (block.cut != 0) {

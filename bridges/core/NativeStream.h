@@ -100,6 +100,10 @@ class NativeStream final : private BlockFeeder {
     [[nodiscard]] std::byte* room(std::size_t frames) const noexcept {
         return frames <= mostFrames_ ? room_.data() : nullptr;
     }
+    /// The native side takes what is accepted from here on and does not play it before it is
+    /// started; what was written earlier plays on.
+    void waitsForStart(bool waits) noexcept { waitsForStart_ = waits; }
+
     /// Something that the writer's next call wants to know again; null at first.
     void keep(const void* what) noexcept { kept_ = what; }
     [[nodiscard]] const void* kept() const noexcept { return kept_; }
@@ -111,6 +115,12 @@ class NativeStream final : private BlockFeeder {
     /// The native side has not started to play and will say when it does. Until then nothing is
     /// played, two seconds at the longest.
     void awaited(bool isAwaited) noexcept;
+    /// The native side has begun to play, also what waited for that.
+    void started() noexcept { unstarted_.store(0, std::memory_order_release); }
+    /// Frames that wait for it.
+    [[nodiscard]] std::size_t unstarted() const noexcept {
+        return unstarted_.load(std::memory_order_relaxed);
+    }
     /// What has been written and not played is thrown away.
     void flushed() noexcept;
     /// The same where it is known how many frames the native side has not played: what waits
@@ -195,6 +205,7 @@ class NativeStream final : private BlockFeeder {
     std::size_t prepared_ = 0;   ///< frames of the piece that is under way
     bool isProcessed_ = false;   ///< post_ counts for that piece
     bool isServed_ = false;      ///< there was a unit when it was prepared
+    bool waitsForStart_ = false;
 
     // The render thread's.
     std::optional<Pacer> pacer_;
@@ -210,6 +221,9 @@ class NativeStream final : private BlockFeeder {
     std::atomic<bool> hasSound_{false};  ///< a first block has been taken
     std::atomic<bool> isFrozen_{false};
     std::atomic<bool> isAwaited_{false};
+    /// So many of the newest frames are not to be played yet. The writer adds before it publishes
+    /// the frames, so that the render thread, which reads this behind them, plays none too early.
+    std::atomic<std::size_t> unstarted_{0};
     std::atomic<std::uint32_t> drains_{0};
     std::atomic<std::uint32_t> flushes_{0};
     std::atomic<bool> isOver_{false};         ///< closed, and nothing is left of it

@@ -67,6 +67,8 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     hasSound_ = false;
     isFrozen_ = false;
     isAwaited_ = false;
+    waitsForStart_ = false;
+    unstarted_ = 0;
     drains_ = 0;
     flushes_ = 0;
     isOver_ = false;

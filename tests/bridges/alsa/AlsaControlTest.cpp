@@ -203,6 +203,7 @@ TEST_F(AlsaControl, TheSameFormatSetAnewIsTheSameTrack) {
 }
 
 TEST_F(AlsaControl, WhatWasNeverStartedIsGoneWhenThePcmIsPreparedAnew) {
+    pcm->threshold = 24000;
     write(other.part(0, 2000));
     EXPECT_EQ(snd_pcm_prepare(pcm.get()), 0);
     write(noise);

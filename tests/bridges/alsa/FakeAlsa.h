@@ -32,6 +32,8 @@ struct _snd_pcm {
     std::string taken;
     snd_pcm_uframes_t buffer = 0;     ///< in frames; 0 where it does not say it
     snd_pcm_uframes_t queued = 0;     ///< of that, not played
+    snd_pcm_uframes_t threshold = 1;  ///< frames that start it
+    snd_pcm_uframes_t unstarted = 0;  ///< that it has been given
     const void* passed = nullptr;     ///< by the last write of frames
     std::function<void()> meanwhile;  ///< called inside of writes and drains
     std::string ring;

@@ -16,6 +16,13 @@ bool isPlanar(snd_pcm_access_t access) {
            access == SND_PCM_ACCESS_MMAP_NONINTERLEAVED;
 }
 
+void startAtThreshold(snd_pcm_t* pcm, std::size_t frames) {
+    pcm->unstarted += frames;
+    if (pcm->state == SND_PCM_STATE_PREPARED && pcm->unstarted >= pcm->threshold) {
+        pcm->state = SND_PCM_STATE_RUNNING;
+    }
+}
+
 /// Takes what its next answer allows; `append` is given the number of frames.
 template <class Append>
 snd_pcm_sframes_t take(snd_pcm_t* pcm, snd_pcm_uframes_t frames, Append append) {
@@ -38,6 +45,7 @@ snd_pcm_sframes_t takeFrames(snd_pcm_t* pcm, const void* samples, snd_pcm_uframe
     pcm->passed = samples;
     return take(pcm, frames, [&](std::size_t count) {
         pcm->taken.append(static_cast<const char*>(samples), count * pcm->frameBytes());
+        startAtThreshold(pcm, count);
     });
 }
 
@@ -50,6 +58,7 @@ snd_pcm_sframes_t takePlanes(snd_pcm_t* pcm, void** planes, snd_pcm_uframes_t fr
             pcm->taken += plane == nullptr ? std::string(bytes, '\0')
                                            : std::string(plane + i / channels * bytes, bytes);
         }
+        startAtThreshold(pcm, count);
     });
 }
 
@@ -65,6 +74,7 @@ int configure(snd_pcm_t* pcm, const snd_pcm_hw_params_t& parameters) {
     }
     pcm->parameters = parameters;
     pcm->state = SND_PCM_STATE_PREPARED;
+    pcm->unstarted = 0;
     pcm->ring.assign(snd_pcm_t::kRing * pcm->frameBytes(), '\0');
     pcm->areas.resize(parameters.channels);
     pcm->place = 0;
@@ -191,6 +201,7 @@ snd_pcm_sframes_t snd_pcm_mmap_commit(snd_pcm_t* pcm, snd_pcm_uframes_t offset,
             }
         }
         pcm->place = (offset + count) % snd_pcm_t::kRing;
+        startAtThreshold(pcm, count);
     });
 }
 snd_pcm_sframes_t snd_pcm_rewind(snd_pcm_t* pcm, snd_pcm_uframes_t frames) {
@@ -233,10 +244,13 @@ int snd_pcm_drop(snd_pcm_t* pcm) {
 }
 int snd_pcm_prepare(snd_pcm_t* pcm) {
     pcm->state = SND_PCM_STATE_PREPARED;
+    pcm->unstarted = 0;
     return answer(pcm);
 }
 int snd_pcm_recover(snd_pcm_t* pcm, int error, int /*isSilent*/) {
-    return error == -EPIPE || error == -ESTRPIPE ? snd_pcm_prepare(pcm) : error;
+    return error == -EPIPE || error == -ESTRPIPE ? snd_pcm_prepare(pcm)
+           : error == -EINTR                     ? 0
+                                                 : error;
 }
 int snd_pcm_drain(snd_pcm_t* pcm) {
     if (pcm->meanwhile) {

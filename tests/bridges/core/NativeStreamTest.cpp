@@ -66,6 +66,27 @@ TEST_F(NativeStreamTest, APauseIsSilenceOfItsLengthAndLosesNothing) {
     EXPECT_TRUE(found[0].starts_with("24000 frames of silence inserted")) << found[0];
 }
 
+TEST_F(NativeStreamTest, WhatWaitsForAStartIsPlayedFromThenOnAndWhatWasThereBeforeAtOnce) {
+    const Sound sound = markedNoise({}, 24000);
+    MadeUpPcm pcm({}, "");
+    pcm.write(sound.part(0, 9600));
+    pcm.use()->waitsForStart(true);
+    pcm.write(sound.part(9600, 14400));
+    pcm.write(markedNoise({}, 4800, 2));
+    EXPECT_EQ(pcm.use()->takenBack(4800), 4800U);
+    EXPECT_EQ(pcm.use()->unstarted(), 14400U);
+    awaitReport("madeup-1");
+    pump(60);
+    EXPECT_EQ(differences(sound.part(0, 9600), track("madeup-1").trimmed()), kNothing);
+    pcm.use()->started();
+    pcm.close();
+    playOut("madeup-1");
+    const auto found = differences(sound, track("madeup-1").trimmed());
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_NE(found[0].find("frames of silence inserted at frame 9600"), std::string::npos)
+        << found[0];
+}
+
 TEST_F(NativeStreamTest, BehindALongSilenceOfTheProgramsASoundIsWhereItWasWritten) {
     constexpr int kSlices = 6000;  // a minute
     const Sound before = markedNoise({}, 9600, 1);

@@ -1,0 +1,155 @@
+#include <cerrno>
+#include <vector>
+
+#include "bridges/alsa/AlsaFixture.h"
+
+// What is written is heard from the device's start on: at the threshold, or when the program says.
+
+namespace bridgetests {
+namespace {
+
+struct AlsaStart : AlsaCalls {
+    void SetUp() override {
+        AlsaCalls::SetUp();
+        configure(*pcm);
+        pcm->threshold = 48000;
+    }
+    void expectNothingHeard() {
+        playOn(40);
+        EXPECT_EQ(heard().frames(), 0U);
+    }
+};
+
+TEST_F(AlsaStart, WhatIsStartedLaterIsHeardFromThenOn) {
+    write(noise);
+    expectNothingHeard();
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    pump(60);
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, ASignalThatIsRecoveredFromLosesNothing) {
+    write(noise);
+    EXPECT_EQ(snd_pcm_recover(pcm.get(), -EINTR, 1), 0);
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    playOn();
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, AStartThatIsRefusedIsNone) {
+    write(noise);
+    pcm->answer = -EPIPE;
+    EXPECT_EQ(snd_pcm_start(pcm.get()), -EPIPE);
+    pcm->answer = 0;
+    expectNothingHeard();
+}
+
+TEST_F(AlsaStart, TheWriteThatReachesTheThresholdStartsIt) {
+    pcm->threshold = 20000;
+    write(noise.part(0, 12000));
+    expectNothingHeard();
+    write(noise.part(12000, 12000));
+    pump(60);
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, ADrainStartsIt) {
+    write(noise);
+    expectNothingHeard();
+    EXPECT_EQ(snd_pcm_drain(pcm.get()), 0);
+    pump(60);
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, WhatIsDroppedBeforeTheStartIsNotHeard) {
+    write(noise);
+    expectNothingHeard();
+    EXPECT_EQ(snd_pcm_drop(pcm.get()), 0);
+    EXPECT_EQ(snd_pcm_prepare(pcm.get()), 0);
+    const Sound other = markedNoise({}, 9600, 2);
+    write(other);
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    pump(60);
+    close();
+    expectHeard(other);
+}
+
+TEST_F(AlsaStart, WhatIsClosedBeforeTheStartIsNotHeard) {
+    write(noise);
+    expectNothingHeard();
+    close();
+    EXPECT_EQ(heard().frames(), 0U);
+    EXPECT_EQ(reports(firstName()).back().dropped, noise.frames());
+}
+
+TEST_F(AlsaStart, WhatIsTakenBackBeforeTheStartIsNotHeard) {
+    write(noise.part(0, 12000));
+    write(markedNoise({}, 9600, 2));
+    EXPECT_EQ(snd_pcm_rewind(pcm.get(), 9600), 9600);
+    write(noise.part(12000, 12000));
+    expectNothingHeard();
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    pump(60);
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, WhatPlayedBeforeARestartPlaysOnWhileTheRestWaits) {
+    write(noise.part(0, 12000));
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    playOn(10);
+    pcm->state = SND_PCM_STATE_XRUN;
+    EXPECT_EQ(snd_pcm_recover(pcm.get(), -EPIPE, 1), 0);
+    write(noise.part(12000, 12000));
+    pump(60);
+    expectHeard(noise.part(0, 12000));
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    pump(60);
+    close();
+    const auto found = differences(noise, heard());
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_NE(found[0].find("frames of silence inserted at frame 12000"), std::string::npos)
+        << found[0];
+}
+
+TEST_F(AlsaStart, AWriteThatStartsItAndWaitsIsHeardWhileItWaits) {
+    pcm->buffer = 20000;
+    pcm->threshold = 20000;
+    configure(*pcm);
+    write(noise.part(0, 12000));
+    expectNothingHeard();
+    pcm->queued = 12000;
+    std::vector<std::size_t> before;
+    pcm->meanwhile = [&] {
+        before.push_back(heard().frames());
+        pump(20);
+    };
+    write(noise.part(12000, 12000));
+    pcm->meanwhile = nullptr;
+    pcm->queued = 0;
+    ASSERT_EQ(before.size(), 2U) << "what fills the buffer, and the rest";
+    EXPECT_EQ(before[1], 0U);
+    EXPECT_GT(heard().frames(), 0U);
+    pump(60);
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, WhatStartsOneStartsAllThatAreLinked) {
+    const auto second = make("second");
+    configure(*second);
+    ASSERT_EQ(snd_pcm_link(pcm.get(), second.get()), 0);
+    write(noise);
+    expectNothingHeard();
+    EXPECT_EQ(snd_pcm_start(second.get()), 0);
+    pump(60);
+    expectHeard(noise);
+    snd_pcm_close(second.get());
+}
+
+}  // namespace
+}  // namespace bridgetests
