@@ -80,13 +80,8 @@ class JackCalls : public NativeStreams {
         if (!client_->isClosed) {
             jack_client_close(client_.get());
         }
-        for (const char* const name : {kName, "jack-2 game", "jack-3 game"}) {
-            // What is left would keep its name and its unit from the next test.
-            if (const auto all = reports(name);
-                !all.empty() && all.back().fate == TQ_STREAM_RECORDED) {
-                playOut(name);
-            }
-        }
+        // What is left would keep its name and its unit from the next test.
+        playOutAll("jack");
         NativeStreams::TearDown();
     }
 

@@ -19,6 +19,8 @@ constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kEventBytes = std::uint64_t{256} << 10U;
 constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kStreamBytes = std::uint64_t{64} << 10U;
+/// Lies behind the others: the memory is taken from the beginning on.
+constexpr auto kSoundRing = static_cast<std::size_t>(RingId::kSound);
 constexpr std::uint64_t kSoundAtFirst = std::uint64_t{2} << 20U;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kMostSoundBytes = std::uint64_t{4} << 30U;
@@ -96,7 +98,7 @@ std::optional<SharedMapping> SharedMapping::make(std::uint64_t soundBytes, int& 
     const tqcommon::FileSizeSignalHeld held;
     // An audio thread must not find a page missing and none left, so what it may write to is taken
     // before. The beginning is taken now, which the program waits for.
-    const std::uint64_t begin = std::min(total, total - sizes[0] + kSoundAtFirst);
+    const std::uint64_t begin = std::min(total, total - sizes[kSoundRing] + kSoundAtFirst);
     if (ftruncate(descriptor, static_cast<off_t>(total)) != 0 ||
         posix_fallocate(descriptor, 0, static_cast<off_t>(begin)) != 0 ||
         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
@@ -152,9 +154,9 @@ bool SharedMapping::populateMore() {
         return false;
     }
     populated_ += piece;
-    std::atomic<std::uint64_t>& usable = page().rings[0].usable;
-    if (populated_ > ringOffset_[0] + usable) {
-        usable.store(populated_ - ringOffset_[0], std::memory_order_release);
+    std::atomic<std::uint64_t>& usable = page().rings[kSoundRing].usable;
+    if (populated_ > ringOffset_[kSoundRing] + usable) {
+        usable.store(populated_ - ringOffset_[kSoundRing], std::memory_order_release);
     }
     return populated_ < bytes_;
 }
