@@ -126,6 +126,10 @@ void RZReplayAudioUnitBuffer::setCompressorVolume(float volume, BOOL isDB) {
     volumeController_->SetCompressorVolume(volume, isDB);
 }
 
+void RZReplayAudioUnitBuffer::beginSound() {
+    volumeController_->BeginSound();
+}
+
 void RZReplayAudioUnitBuffer::processAudioData(const AudioBuffer& buffer, int channels,
                                                int format) {
     if (buffer.mData == nullptr || channels < 0) {

@@ -67,6 +67,9 @@ class RZReplayAudioUnitBuffer {
     /// [render thread] Writer only. Real-time safe. Gain in place over mDataByteSize bytes.
     /// `format`: 0 16-bit, 1 32-bit integer, 2 32-bit float.
     void processAudioData(const AudioBuffer& buffer, int channels, int format);
+    /// [render thread] Writer only. Real-time safe. The next block is other sound: the gain begins
+    /// where its settings have it.
+    void beginSound();
 
   private:
     /// A ring that its writer makes at the first write. Invariant: the published pointer is null or

@@ -306,6 +306,10 @@ void RZReplayAudioUnitObject::processBuffer(AudioBufferList* list, UInt32 frames
     }
 }
 
+void RZReplayAudioUnitObject::beginSamples() {
+    getOrCreateBufferAt(0)->beginSound();
+}
+
 void RZReplayAudioUnitObject::processSamples(void* samples, UInt32 frames) {
     const AudioStreamBasicDescription desc = streamDesc();
     const int format = volumeFormat(desc);

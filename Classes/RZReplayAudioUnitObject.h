@@ -230,6 +230,8 @@ class RZReplayAudioUnitObject {
     /// `blockOwner`. Allocates only for the first block. Ducking and compression in place, of
     /// interleaved samples in the unit's format.
     void processSamples(void* samples, UInt32 frames);
+    /// [any thread] As processSamples(): other sound begins with its next block.
+    void beginSamples();
 
     /// What stands in for processBuffer() where somebody else has processed the sound already:
     /// called for each rendered block, before the post side is written.

@@ -175,6 +175,17 @@ void VolumeController::EndBlock(const GainBlock& block) noexcept {
     obeyedCompressorResets_.store(block.compressorResets, std::memory_order_release);
 }
 
+void VolumeController::BeginSound() noexcept {
+    GainBlock block = BeginBlock();
+    block.holdCounter = kNoHold;
+    (void)block.DecideDucking(0);
+    block.duckingCurrent = block.ducking ? block.duckingTarget : 1.0F;
+    block.compressorTarget = 1.0F;
+    block.compressorCurrent = 1.0F;
+    block.sampleCounter = 0;
+    EndBlock(block);
+}
+
 void VolumeController::Process(const char* in, char* out, std::size_t channels,
                                std::size_t dataSize, VolumeControllerFormat format) noexcept {
     // Unsigned: a negative format becomes a large one, and both are unknown.

@@ -82,6 +82,10 @@ class VolumeController {
     void ResetDuckingState() noexcept;
     void ResetCompressorState() noexcept;
 
+    /// [render thread] Other sound begins with the next block: at the level that the ducking volume
+    /// has by now, without the way there, and with the compressor at rest.
+    void BeginSound() noexcept TQ_NONBLOCKING;
+
     /// [render thread] Applies the enabled effects to dataSize bytes from in to out, which may be
     /// the same. With no effect enabled or an unknown format the bytes are moved unchanged. Bytes
     /// behind the last whole frame (all of them when channels is 0) are not written while an

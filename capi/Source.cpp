@@ -174,6 +174,15 @@ int tq_source_gain_is_on(const tq_source* source) {
                                                                                                 : 0;
 }
 
+void tq_source_begin(tq_source* source) {
+    if (source != nullptr) {
+        (void)tqcapi::callAnywhere([&] {
+            source->obj->beginSamples();
+            return TQ_OK;
+        });
+    }
+}
+
 void tq_source_process(tq_source* source, void* samples, uint32_t frames) {
     if (source != nullptr && samples != nullptr) {
         (void)tqcapi::callAnywhere([&] {

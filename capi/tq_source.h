@@ -74,6 +74,11 @@ TQ_CAPTURE_EXPORT enum tq_result tq_source_set_speakers(tq_source* source,
  * tq_source_process(). */
 TQ_CAPTURE_EXPORT int tq_source_gain_is_on(const tq_source* source);
 
+/** [any thread] [real-time safe once warm] Another stream's sound is to be processed from here on:
+ * where ducking stands it has that level from its first frame and does not slide there. On the
+ * thread of tq_source_process(). Null is ignored. */
+TQ_CAPTURE_EXPORT void tq_source_begin(tq_source* source);
+
 /** [any thread] [real-time safe once warm] Ducking and compression, in place, of the next `frames`
  * in the unit's format. One thread at a time, in the order of the stream. */
 TQ_CAPTURE_EXPORT void tq_source_process(tq_source* source, void* samples, uint32_t frames);

@@ -48,12 +48,20 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
     const GuardScope guard;
     prepared_ = std::min(frames, mostFrames_);
     const std::size_t count = prepared_ * format_.channels;
-    if (unit == nullptr || tq_source_gain_is_on(unit->source()) == 0 || prepared_ < frames) {
+    tq_source* const source = unit == nullptr ? nullptr : unit->source();
+    const bool isOn = tq_source_gain_is_on(source) != 0;
+    if (source != begun_) {
+        if (isOn) {
+            tq_source_begin(source);
+        }
+        begun_ = source;
+    }
+    if (!isOn || prepared_ < frames) {
         processed_ = 0;
         toUnit_(samples, pre_.data(), count);
         return asWritten;
     }
-    process(samples, prepared_, unit->source());
+    process(samples, prepared_, source);
     isProcessed_ = true;
     void* const passed = memory == Memory::kChangeable ? asWritten : passed_.data();
     fromUnit_(post_.data(), passed, count);

@@ -201,10 +201,11 @@ class NativeStream final : private BlockFeeder {
     ReservedMemory passed_;  ///< what is passed on where the program's memory is constant
     ReservedMemory room_;
     const void* kept_ = nullptr;
-    std::size_t processed_ = 0;  ///< frames of pre_ and post_, from their beginning
-    std::size_t prepared_ = 0;   ///< frames of the piece that is under way
-    bool isProcessed_ = false;   ///< post_ counts for that piece
-    bool isServed_ = false;      ///< there was a unit when it was prepared
+    const tq_source* begun_ = nullptr;  ///< whose gain counted for what was written last
+    std::size_t processed_ = 0;         ///< frames of pre_ and post_, from their beginning
+    std::size_t prepared_ = 0;          ///< frames of the piece that is under way
+    bool isProcessed_ = false;          ///< post_ counts for that piece
+    bool isServed_ = false;             ///< there was a unit when it was prepared
     bool waitsForStart_ = false;
 
     // The render thread's.

@@ -63,6 +63,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     heard_ = ReservedMemory(bytes);
     room_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
     kept_ = nullptr;
+    begun_ = nullptr;
     processed_ = prepared_ = block_ = 0;
     hasSound_ = false;
     isFrozen_ = false;

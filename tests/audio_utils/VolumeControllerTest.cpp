@@ -56,6 +56,34 @@ TEST(VolumeControllerTest, ConstructorDerivesCoefficientsGainsAndIntervals) {
     EXPECT_EQ(controller.UpdateInterval(), 48);
 }
 
+TEST(VolumeControllerTest, SoundThatBeginsIsDuckedAtOnceAndNotHeldFromBefore) {
+    VolumeController controller(48000);
+    EnableDucking(controller);
+    controller.SetDuckingVolume(0, true);
+    controller.BeginSound();
+    std::vector<float> samples(480, 0.5F);
+    ProcessFloats(controller, samples);
+    EXPECT_FLOAT_EQ(samples.front(), 0.05F);
+    EXPECT_FLOAT_EQ(samples.back(), 0.05F);
+    controller.SetDuckingVolume(-80, true);
+    controller.BeginSound();
+    samples.assign(480, 0.5F);
+    ProcessFloats(controller, samples);
+    EXPECT_EQ(samples.front(), 0.5F);
+    EXPECT_EQ(samples.back(), 0.5F);
+}
+
+TEST(VolumeControllerTest, SoundThatBeginsFindsTheCompressorAtRest) {
+    VolumeController controller(48000);
+    EnableCompressor(controller);
+    std::vector<float> loud(48000, 1.0F);
+    ProcessFloats(controller, loud);
+    ASSERT_LT(controller.CompressorCurrent(), 0.3F);
+    controller.BeginSound();
+    EXPECT_EQ(controller.CompressorCurrent(), 1.0F);
+    EXPECT_EQ(controller.SampleCounter(), 0U);
+}
+
 TEST(VolumeControllerTest, SettingARecordStoresItAndDerivesNothing) {
     VolumeController controller(48000);
     const float attack = controller.DuckingAttackCoefficient();

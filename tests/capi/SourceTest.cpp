@@ -130,6 +130,22 @@ TEST_F(Source, ALevelFromBeforeTheSourceCountsFromItsFirstFrame) {
     EXPECT_LT(block[2 * 480], 2000) << "after ten attack times";
 }
 
+TEST_F(Source, SoundThatBeginsHasTheLevelFromItsFirstFrame) {
+    duck();
+    ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);
+    host->prepare();
+    ASSERT_EQ(open("alsa-1"), TQ_OK);
+    ASSERT_EQ(host->start(), 0);
+    for (const float level : {0.0F, -80.0F}) {
+        ASSERT_EQ(tq_volume_set_ducking_level(volume, level), TQ_OK);
+        std::vector<std::int16_t> block(2 * 480, 10000);
+        tq_source_begin(source);
+        tq_source_process(source, block.data(), 480);
+        EXPECT_NEAR(block.front(), level == 0 ? 1000 : 10000, 1);
+        EXPECT_NEAR(block.back(), level == 0 ? 1000 : 10000, 1);
+    }
+}
+
 TEST_F(Source, SoundIsProcessedInTheUnitsFormatBeforeItsFirstStart) {
     duck();
     ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);
@@ -283,6 +299,7 @@ TEST_F(Source, WhatIsNoUnitOfARecordingIsRefused) {
     EXPECT_EQ(tq_source_open(&description, &source), TQ_ERROR_SIZE);
     EXPECT_EQ(tq_source_open(nullptr, &source), TQ_ERROR_NULL);
     EXPECT_EQ(tq_source_rename(nullptr, "x"), TQ_ERROR_NULL);
+    tq_source_begin(nullptr);
     tq_source_process(nullptr, &description, 1);
     tq_source_close(nullptr);
     EXPECT_EQ(source, nullptr);

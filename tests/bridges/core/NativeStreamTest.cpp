@@ -215,15 +215,34 @@ TEST_F(NativeStreamTest, WhileDuckedTheTrackIsWhatIsPlayedAndTheMixWhatIsWritten
 }
 
 TEST_F(NativeStreamTest, DuckingIsThereFromTheFirstFrame) {
-    duckingBegins();
+    duckingBegins(kEndlessAttack);
     const Sound sound = markedNoise({}, 9600);
     MadeUpPcm pcm({}, "");
     pcm.write(sound);
-    const auto gain = [&](std::size_t frame) {
-        return pcm.passed().value(frame, 0) / sound.value(frame, 0);
-    };
-    EXPECT_LT(gain(10), 0.95);
-    EXPECT_NEAR(gain(9600 - 1), 0.1, 0.01);
+    EXPECT_LE(largestDifference(sound, pcm.passed(), 0.1), kRounding);
+}
+
+TEST_F(NativeStreamTest, ASoundThatPlaysWhenDuckingBeginsSlidesToTheLevel) {
+    const Sound sound = markedNoise({}, 9600);
+    MadeUpPcm pcm({}, "");
+    pcm.write(sound.part(0, 4800));
+    duckingBegins(kEndlessAttack);
+    pcm.write(sound.part(4800, 4800));
+    EXPECT_LE(largestDifference(sound, pcm.passed()), 0.001);
+}
+
+TEST_F(NativeStreamTest, AStreamThatBeginsWhenNobodyDucksAnyMoreIsAsLoudAsItIsWritten) {
+    const Sound sound = markedNoise({}, 9600);
+    duckingBegins(kEndlessAttack);
+    MadeUpPcm ducked({}, "");
+    ducked.write(sound);
+    awaitReport("madeup-1");
+    ducked.close();
+    playOut("madeup-1");
+    duckingLevel(-80);
+    MadeUpPcm next({}, "");
+    next.write(sound);
+    EXPECT_EQ(next.passed().bytes, sound.bytes);
 }
 
 TEST_F(NativeStreamTest, AProgramThatIsTooSlowLeavesOnlySilenceBetween) {

@@ -209,14 +209,18 @@ void NativeStreams::forget() {
     reports_.clear();
 }
 
-void NativeStreams::duckingBegins() {
+void NativeStreams::duckingBegins(float attackSeconds) {
     tq_ducking ducking{};
     ducking.size = sizeof ducking;
     ASSERT_EQ(tq_volume_open(&volume_), TQ_OK);
     ASSERT_EQ(tq_ducking_defaults(&ducking), TQ_OK);
-    ducking.attack_seconds = 0.001F;
+    ducking.attack_seconds = attackSeconds;
     ASSERT_EQ(tq_volume_set_ducking(volume_, &ducking), TQ_OK);
-    ASSERT_EQ(tq_volume_set_ducking_level(volume_, 0), TQ_OK);
+    duckingLevel(0);
+}
+
+void NativeStreams::duckingLevel(float level) {
+    ASSERT_EQ(tq_volume_set_ducking_level(volume_, level), TQ_OK);
 }
 
 void NativeStreams::duckingEnds() {

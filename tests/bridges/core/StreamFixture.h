@@ -20,8 +20,8 @@ namespace bridgetests {
 inline const std::vector<std::string> kNothing;
 /// A track of float sound reaches listeners with 16 bits.
 inline constexpr double kRounding = 1.6 / 32768;
-/// Frames in which duckingBegins() gets to its level.
-inline constexpr std::size_t kRamp = 4096;
+/// Of ducking that no test is long enough to see at work: what is lower was so from its beginning.
+inline constexpr float kEndlessAttack = 1000;
 
 /// What a listener was told of one name.
 struct HeardTrack {
@@ -86,8 +86,11 @@ class NativeStreams : public CapturePath {
     /// What the listener has heard so far is forgotten.
     void forget();
 
-    /// -20 dB from the first millisecond on, until duckingEnds().
-    void duckingBegins();
+    /// -20 dB until duckingEnds(): from their first frame on for streams that begin after it, for
+    /// others with that attack.
+    void duckingBegins(float attackSeconds = 0.001F);
+    /// As loud as whoever ducks us, in dB.
+    void duckingLevel(float level);
     void duckingEnds();
 
   private:

@@ -197,11 +197,10 @@ TEST_F(JackCalls, WhatFailsFailsForTheProgramAsWell) {
 }
 
 TEST_F(JackCalls, UnderDuckingThePortsMemoryIsChangedFromTheFirstBlockOn) {
-    duckingBegins();
+    duckingBegins(kEndlessAttack);
     activate();
     cycles(60);
-    EXPECT_LE(largestDifference(noise_, heard().trimmed(), 0.1, kRamp), 1e-6);
-    EXPECT_LT(std::abs(heard().value(100, 0)), std::abs(noise_.value(100, 0)) * 0.9);
+    EXPECT_LE(largestDifference(noise_, heard().trimmed(), 0.1), 1e-6);
     close();
     EXPECT_LE(largestDifference(heard().trimmed(), recorded()), kRounding);
 }

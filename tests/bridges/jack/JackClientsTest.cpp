@@ -41,7 +41,7 @@ TEST_F(JackClientsTest, APortThatComesAndGoesLeavesNoHoleInTheOthers) {
     EXPECT_EQ(frames, noise.frames()) << run.end.text();
 }
 
-TEST_F(JackClientsTest, DuckingIsHeardInFullBehindItsRamp) {
+TEST_F(JackClientsTest, DuckingIsHeardInFullFromTheFirstFrame) {
     expectDucked();
 }
 

@@ -45,7 +45,7 @@ TEST_F(PipeWireFiltersTest, APortThatIsLeftOutInEverySecondCycleIsSilentThen) {
     EXPECT_GT(silent, noise.frames() / 3);
 }
 
-TEST_F(PipeWireFiltersTest, DuckingIsHeardInFullBehindItsRamp) {
+TEST_F(PipeWireFiltersTest, DuckingIsHeardInFullFromTheFirstFrame) {
     expectDucked();
 }
 
