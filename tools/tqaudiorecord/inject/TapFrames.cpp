@@ -73,11 +73,16 @@ void Tap::publishFramesAtExit() {
             // the limit is for a device that stands still.
             constexpr timespec kPause{0, 1'000'000};
             constexpr int kMostPauses = 200;
-            for (int i = 0; i < kMostPauses && tap->isMoreToCome(); ++i) {
+            int pauses = 0;
+            for (; pauses < kMostPauses && tap->isMoreToCome(); ++pauses) {
                 nanosleep(&kPause, nullptr);
             }
-            // Who holds it publishes at this very moment, or goes.
-            const std::unique_lock lock(tap->work_, std::try_to_lock);
+            // Who holds it publishes what was counted earlier, or goes.
+            std::unique_lock lock(tap->work_, std::try_to_lock);
+            for (; !lock && pauses < kMostPauses; ++pauses) {
+                nanosleep(&kPause, nullptr);
+                (void)lock.try_lock();
+            }
             if (lock && tap->outlet_.load() != nullptr) {
                 tap->publishFrames();
             }
