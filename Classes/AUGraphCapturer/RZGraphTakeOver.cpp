@@ -111,9 +111,11 @@ void takeOverNode(const RZReplayAudioUnitObject& obj, AUGraph graph) {
 /// last, as far as ours is in its place. None where something else feeds the unit.
 void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
     const auto callbacks = callbacksOf(graph, obj.inNode());
-    const bool isThere = std::any_of(callbacks.begin(), callbacks.end(),
-                                     [](const auto& one) { return isOurs(one.cback); });
     const RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    // The graph tells at once what waits, and the unit goes on with what it has.
+    const bool isThere =
+        node.isQueued || std::any_of(callbacks.begin(), callbacks.end(),
+                                     [](const auto& one) { return isOurs(one.cback); });
     const RZHostCallback unit = RZHostCallbacks::shared().of(obj.inUnit());
     if (unit.isOurs) {
         obj.setUnitsCallback(unit.callback);
@@ -150,11 +152,25 @@ void giveBack(AUGraph graph) {
     known.note(graph, host);
 }
 
-/// A graph that stands still has no update to wait for.
+/// Whether what the graph is given now waits. A running graph is updated; one that was
+/// uninitialised goes on with what its unit has until it is initialised again.
+bool isWaiting(AUGraph graph) {
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    const bool isRunning = answersYes(AUGraphIsRunning, graph);
+    const bool isInitialized = answersYes(AUGraphIsInitialized, graph);
+    if (isInitialized && !known.isCarriedOut(graph)) {
+        known.markCarriedOut(graph, true);
+    }
+    return isRunning ||
+           (!isInitialized && answersYes(AUGraphIsOpen, graph) && known.isCarriedOut(graph));
+}
+
+/// The graph's edits are carried out with the call that is made: where it stands still there is
+/// nothing else to wait for.
 void settleQueued(AUGraph graph) {
     RZHostCallbacks& known = RZHostCallbacks::shared();
     const RZHostCallback node = known.of(graph);
-    if (node.isQueued && !answersYes(AUGraphIsRunning, graph)) {
+    if (node.isQueued && !isWaiting(graph)) {
         known.note(graph, node.updated());
     }
 }
@@ -168,9 +184,9 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     const auto pending = pendingOf(graph);
     const bool isPending = pending && pending->node == node;
     RZHostCallbacks& known = RZHostCallbacks::shared();
-    const bool isRunning = answersYes(AUGraphIsRunning, graph);
+    const bool isToWait = isWaiting(graph);
     if (!isObjs && !isPending) {
-        if (isRunning && (obj || pending)) {
+        if (isToWait && (obj || pending)) {
             known.noteOtherQueued(graph);
         }
         return false;
@@ -181,21 +197,19 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     const bool hasPlace = noted.isOurs || (noted.isQueued && noted.isOursNext);
     if (hasPlace && noted.place != input) {
         if (input != 0) {
-            if (isRunning) {
+            if (isToWait) {
                 known.noteOtherQueued(graph);
             }
             return false;
         }
         giveBack(graph);
     }
-    // Without an object, ours goes in only where opening the graph is going to make one; and not
-    // where an initialisation, of which nothing tells, may bring it while the unit plays.
-    const bool canTakeOver = isObjs ? !isRunning || answersYes(AUGraphIsInitialized, graph)
-                                    : !answersYes(AUGraphIsOpen, graph);
+    // Without an object, ours goes in only where opening the graph is going to make one.
+    const bool canTakeOver = isObjs || !answersYes(AUGraphIsOpen, graph);
     const bool isTakenOver = callback.inputProc != nullptr && canTakeOver;
     RZHostCallback now{callback, input, isTakenOver};
-    // A running graph goes on with the old callback until it is updated.
-    if ((isObjs || noted.isOurs) && isRunning) {
+    // The unit goes on with the old callback until the graph's edits are carried out.
+    if ((isObjs || noted.isOurs) && isToWait) {
         now = noted;
         now.place = input;
         now.isQueued = true;
@@ -246,6 +260,9 @@ void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& 
     const auto old = manager().findAudioUnitObjByAUGraph(graph);
     if (old && old->inUnit() == unit) {
         return;  // opened again, which changes nothing
+    }
+    if (isFresh) {
+        RZHostCallbacks::shared().markCarriedOut(graph, false);
     }
     if (old) {
         // Its node was removed and its unit is gone; it would be found in the new one's place.
@@ -298,13 +315,25 @@ void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
     }
 }
 
-void RZGraphUpdate::begin(AUGraph graph) {
+void RZSettleEdit(AUGraph graph) {
+    if (RZHostCallbacks::shared().of(graph).isQueued && !isWaiting(graph)) {
+        RZSettleGraph(graph);
+    }
+}
+
+void RZGraphUpdate::begin(AUGraph graph, bool isInitialization) {
     graph_ = graph;
     obj_ = manager().findAudioUnitObjByAUGraph(graph);
     noted_ = RZHostCallbacks::shared().of(graph);
     if (obj_) {
         before_ = obj_->originCallback();
         nodesBefore_ = obj_->nodesCallback();
+    }
+    if (isInitialization) {
+        RZHostCallbacks::shared().markCarriedOut(graph, true);
+    } else if (!answersYes(AUGraphIsInitialized, graph) && !answersYes(AUGraphIsRunning, graph)) {
+        // The platform does nothing: what waits goes on waiting.
+        noted_.isQueued = false;
     }
     // Where ours goes, the old callback is called until it has gone.
     if (!noted_.isQueued || !noted_.isOursNext) {

@@ -43,13 +43,18 @@ void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& 
 /// [host thread] The graph is about to start: what it renders from then on is decided here.
 void RZSettleGraph(AUGraph graph);
 
-/// [host thread] One call of the host that has the graph's edits carried out. A callback that waits
+/// [host thread] An edit of the graph was made that ours has no part in. Where the graph is
+/// initialised and stands still, what waited was carried out with it.
+void RZSettleEdit(AUGraph graph);
+
+/// [host thread] One call of the host that has the graph's edits carried out: its update, or its
+/// initialisation. A callback that waits
 /// for it stands behind ours before the platform does its part: when the call returns, nothing of
 /// the program's old callback runs any more, and no slice that could run it has still to begin.
 /// While this lives, blocks are not stored if the unit may have changed its side.
 class RZGraphUpdate {
   public:
-    void begin(AUGraph graph);
+    void begin(AUGraph graph, bool isInitialization);
     /// Behind the platform's part. What it has refused goes back; what feeds the output node now is
     /// recorded. `isRecorded`: noteUpdate comes behind this and follows the unit's format.
     void end(OSStatus status, BOOL isRecorded);

@@ -161,6 +161,9 @@ constexpr tqhook::HookTable kHooks{
         const OSStatus status = original(graph, node, inputNumber, isTakenOver ? &ours : callback);
         RZRoadGuarded(site, [&] {
             change.end(status);
+            if (status == 0) {
+                RZSettleEdit(graph);
+            }
             site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
                      node, inputNumber, callback, status);
         });
@@ -234,7 +237,7 @@ constexpr tqhook::HookTable kHooks{
         constexpr const RZLogSite& site = kSiteOf<&AUGraphUpdate>;
         const BOOL isRecording = RZGraphHooks.isRecording();
         RZGraphUpdate update;
-        RZRoadGuarded(site, [&] { update.begin(graph); });
+        RZRoadGuarded(site, [&] { update.begin(graph, false); });
         const OSStatus status = original(graph, isUpdated);
         RZRoadGuarded(site, [&] {
             update.end(status, isRecording);
@@ -286,7 +289,7 @@ constinit RZHookSet RZGraphHooks({"[RZReplay] start AUGraphCapture", rows,
 
 void RZReplayAudioUnitGraphCapturer::startHook() {
     RZGuarded(RZLogSite(kFile, "+[RZReplayAudioUnitGraphCapturer startHook]"), [] {
-        RZHookSet::start({&RZGraphHooks, &RZInteractionHooks});
+        RZHookSet::start({&RZGraphHooks, &RZInteractionHooks, &RZEditHooks});
     });
 }
 

@@ -255,7 +255,8 @@ std::span<const TQRebinding> rows() {
         if (korva_audio_utils::AudioHookConfig::getInstance()->isHookEnable()) {
             // All sets at once, so that images are looked through once. The other capturer's
             // constructor starts its sets where this one does not come to it.
-            RZHookSet::start({&RZUnitHooks, &RZGraphHooks, &RZInteractionHooks, &RZEndingHooks});
+            RZHookSet::start(
+                {&RZUnitHooks, &RZGraphHooks, &RZInteractionHooks, &RZEditHooks, &RZEndingHooks});
         }
     });
 }

@@ -32,6 +32,7 @@ void RZHookSet::nameLocks() {
     using tqcommon::ForkOrder;
     static ForkLock disposal(ForkOrder::Installation, RZDisposalHooks.lock_);
     static ForkLock ending(ForkOrder::Installation, RZEndingHooks.lock_);
+    static ForkLock edit(ForkOrder::Installation, RZEditHooks.lock_);
     static ForkLock interaction(ForkOrder::Installation, RZInteractionHooks.lock_);
     static ForkLock graph(ForkOrder::Installation, RZGraphHooks.lock_);
     static ForkLock unit(ForkOrder::Installation, RZUnitHooks.lock_);

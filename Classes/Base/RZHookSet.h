@@ -67,5 +67,8 @@ extern constinit RZHookSet RZGraphHooks;
 /// What tells a program which callbacks a graph has; started with the graph's set, never passed
 /// through for the program: ours may stand in a graph whatever the switch says.
 extern constinit RZHookSet RZInteractionHooks;
+/// What carries a graph's edits out beside its update; started with the graph's set, never passed
+/// through for the program: ours may stand in a graph whatever the switch says.
+extern constinit RZHookSet RZEditHooks;
 /// What turns the process into another program; only the crash guard has to do with it.
 extern constinit RZHookSet RZEndingHooks;

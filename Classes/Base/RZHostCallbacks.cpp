@@ -68,6 +68,16 @@ void RZHostCallbacks::markNodes(AudioUnit unit) {
     edit(unit, Kind::Unit, [](Entry& entry) { entry.isNodes = true; });
 }
 
+void RZHostCallbacks::markCarriedOut(AUGraph graph, bool isCarriedOut) {
+    edit(graph, Kind::Graph, [&](Entry& entry) { entry.isCarriedOut = isCarriedOut; });
+}
+
+bool RZHostCallbacks::isCarriedOut(AUGraph graph) const {
+    const std::scoped_lock guard(lock_);
+    const Entry* const entry = find(graph);
+    return entry != nullptr && entry->isCarriedOut;
+}
+
 const RZHostCallbacks::Entry* RZHostCallbacks::find(const void* handle) const {
     const auto found = std::find_if(entries_.begin(), entries_.end(),
                                     [&](const Entry& entry) { return entry.handle == handle; });

@@ -14,14 +14,14 @@ struct RZHostCallback {
     UInt32 place = 0;                   ///< a unit's scope, a node's input number
     bool isOurs = false;     ///< ours stands in its place, with the unit or graph as reference
     bool isForeign = false;  ///< a unit was given a source that ours does not stand before
-    bool isQueued = false;   ///< a running graph takes the next two at its next update
+    bool isQueued = false;   ///< the graph takes the next two when its edits are carried out
     bool isOursNext = false;
     AURenderCallbackStruct next{};
     bool haveOthersQueued = false;  ///< other inputs of the graph wait for that update too
     bool isBehindOthers = false;    ///< and were queued before
     std::uint64_t turn = 0;  ///< grows with every note: of a unit's and its node's, the later holds
 
-    /// The graph has been updated, or is about to be.
+    /// The graph's edits have been carried out, or are about to be.
     [[nodiscard]] RZHostCallback updated() const {
         RZHostCallback now = *this;
         if (isQueued) {
@@ -56,7 +56,8 @@ class RZHostCallbacks {
     /// [host thread] Throws without memory, and only for a handle that is new here.
     void note(AudioUnit unit, const RZHostCallback& callback);
     void note(AUGraph graph, const RZHostCallback& callback);
-    /// [host thread] The running graph has been given a callback that ours does not stand before.
+    /// [host thread] The graph has been given a callback that ours does not stand before, and that
+    /// waits.
     void noteOtherQueued(AUGraph graph);
     /// [host thread] A voice engine's: never to be captured, whatever becomes of it. Both last
     /// until the handle is given out again.
@@ -64,6 +65,10 @@ class RZHostCallbacks {
     /// [host thread] A graph's: what the graph has for its node may lie over what the unit was
     /// given.
     void markNodes(AudioUnit unit);
+    /// [host thread] Whether edits of the graph have been carried out since its output unit was
+    /// made: that unit may have a callback then, which stays until the next edits are.
+    void markCarriedOut(AUGraph graph, bool isCarriedOut);
+    [[nodiscard]] bool isCarriedOut(AUGraph graph) const;
     [[nodiscard]] bool isAlone(AudioUnit unit) const;
     [[nodiscard]] bool isNodes(AudioUnit unit) const;
     /// [any thread] Takes the lock. An empty entry for an unknown handle.
@@ -78,6 +83,7 @@ class RZHostCallbacks {
         RZHostCallback callback;
         bool isAlone = false;
         bool isNodes = false;
+        bool isCarriedOut = false;
     };
     static constexpr std::size_t kFirstSweep = 64;
 

@@ -2,7 +2,7 @@
 #include "RZHookSet.h"
 #include "RZReplayAudioUnitGraphCapturer.h"
 
-// What the ten intercepted graph functions do with each call of a host.
+// What the intercepted graph functions do with each call of a host.
 
 namespace {
 

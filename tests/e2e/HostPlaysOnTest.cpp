@@ -71,6 +71,22 @@ TEST(HostPlaysOn, WithACallbackReplacedInARunningGraph) {
     expectRecorded(hostruns::run("replaced_in_running_graph", With::Recording), 1, 2, 78);
 }
 
+/// Part `part` of `edits_that_wait`, without what is around its changes.
+void expectPartRecorded(const HostRun& run, std::size_t part) {
+    expectRecorded(run, 1, part * 20 + 4, part * 20 + 18);
+}
+
+TEST(HostPlaysOn, WithCallbacksThatReachTheUnitWithoutAStartOfTheGraph) {
+    hostruns::expectTheHostPlaysOn("edits_that_wait");
+}
+
+TEST(HostPlaysOn, WithCallbacksThatReachTheUnitWithoutAStartOfTheGraphWhichAreRecorded) {
+    const HostRun run = hostruns::run("edits_that_wait", With::Recording);
+    for (std::size_t part = 0; part < 15; ++part) {
+        expectPartRecorded(run, part);
+    }
+}
+
 TEST(HostPlaysOn, WhenItPutsACallbackBeforeTheOneThatItReadBack) {
     hostruns::expectTheHostPlaysOn("wrapped_callback");
     expectRecorded(hostruns::run("wrapped_callback", With::Recording), 1, 2, 98);
