@@ -2,6 +2,8 @@
 
 #include <TQAudioRecord/tq_capture.h>
 
+#include <dlfcn.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <vector>
@@ -11,6 +13,13 @@
 #include "common/ForkLocks.h"
 
 using namespace tq::bridges;
+
+namespace {
+
+/// It exempts that library itself when it is loaded behind the bridges.
+constexpr const char* kDeviceModule = "libtqdevice-cubeb.so.1";
+
+}  // namespace
 
 /// Redirects the functions of every native interface in one pass over the loaded images. What is
 /// loaded later follows by itself.
@@ -27,6 +36,11 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
         }
         // Version 3 of SDL bears names of version 2, and is recorded at the interface below.
         (void)tqhook_front_images("SDL_OpenAudioDeviceStream");
+        // The platform's own device plays what its units render: no stream of the program.
+        if (void* const device = dlopen(kDeviceModule, RTLD_NOW | RTLD_NOLOAD)) {
+            (void)tqhook_exempt_images("libcubeb.so*");
+            dlclose(device);
+        }
         tqhook_options options{};
         options.size = sizeof options;
         options.exemptsOwnImages = 1;

@@ -1,3 +1,4 @@
+#include <TQPlatform/HushedOutput.h>
 #include <TQPlatform/RateConversion.h>
 
 #include "MixRenderCallbacks.h"
@@ -112,6 +113,8 @@ BOOL RZStreamMixManager::initResampleUnit() {
         return NO;
     }
     setOutUnit(outputUnit);
+    // It takes the clock of whatever device the program plays on, and never opens one itself.
+    TQHushOutputUnit(outputUnit);
     resolver.registerNonGameUsedAudioUnit(outputUnit);
 
     auto info = RZReplayASBDInfo::formatInfoWithDesc(kMixedFormat);

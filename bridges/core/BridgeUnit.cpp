@@ -1,5 +1,7 @@
 #include "bridges/core/BridgeUnit.h"
 
+#include <TQPlatform/HushedOutput.h>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -34,6 +36,8 @@ std::unique_ptr<BridgeUnit> BridgeUnit::make() {
     if (component == nullptr || AudioComponentInstanceNew(component, &made->unit_) != 0) {
         return nullptr;
     }
+    // The native library plays the stream; here it is only taken.
+    TQHushOutputUnit(made->unit_);
     const AURenderCallbackStruct callback{&render, made.get()};
     if (AudioUnitSetProperty(made->unit_, kAudioUnitProperty_SetRenderCallback,
                              kAudioUnitScope_Input, 0, &callback, sizeof callback) != 0 ||

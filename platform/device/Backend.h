@@ -12,17 +12,31 @@
 // clients play, what becomes of a fork, and what to do when a backend is lost.
 //
 //   the device calls    open, start, stop, preferRate,       one at a time, never during another
-//                       forgetAfterFork
+//                       preferDuration, expect, meet,
+//                       hurry, forgetAfterFork
 //   the backend calls   render, changed, lost                render and changed never at one time
 
 namespace tqplatform {
 
 /// What a backend plays and records, as long as it does not say otherwise.
 struct DeviceFormat {
-    Float64 sampleRate;     ///< Hz, 1000 to 384000
-    UInt32 outputChannels;  ///< 1 to 64
-    UInt32 inputChannels;   ///< 0 to 64
-    UInt32 maximumFrames;   ///< most frames of one request; more are rendered in parts
+    Float64 sampleRate;      ///< Hz, 1000 to 384000
+    UInt32 outputChannels;   ///< 1 to 64
+    UInt32 inputChannels;    ///< 0 to 64
+    UInt32 maximumFrames;    ///< most frames of one request; more are rendered in parts
+    UInt32 usualFrames = 0;  ///< of most requests; 0 when that is not known
+};
+
+/// What the clients that are there need of a device. Any of them is enough.
+struct ClientWants {
+    bool heard = false;    ///< one of them is to be heard
+    bool hearing = false;  ///< one of them listens to the microphone
+
+    bool operator==(const ClientWants&) const = default;
+    [[nodiscard]] unsigned bits() const noexcept { return (heard ? 1U : 0U) | (hearing ? 2U : 0U); }
+    [[nodiscard]] static ClientWants of(unsigned bits) noexcept {
+        return {(bits & 1U) != 0, (bits & 2U) != 0};
+    }
 };
 
 /// One block that a backend asks for. The device reads `heard` and writes `played` before render()
@@ -88,6 +102,16 @@ class Backend {
     [[nodiscard]] virtual bool preferRate(Float64 /*sampleRate*/, bool /*mayWait*/) noexcept {
         return false;
     }
+    /// [any thread] The program wants requests of that length. As preferRate(); 0 takes it back.
+    virtual bool preferDuration(Float64 /*seconds*/, bool /*mayWait*/) noexcept { return false; }
+    /// [any thread] What the clients need that are there or about to come. A backend that gets
+    /// ready for it waits at most a second, and not at all when it may not wait.
+    virtual void expect(const ClientWants& /*wants*/, bool /*mayWait*/) noexcept {}
+    /// [host thread] A program asks what the device is like. A backend that learns it elsewhere
+    /// looks once, for a second at most, and says it through changed().
+    virtual void meet() noexcept {}
+    /// [any thread] The next `seconds` need not wait for their time. False when they do.
+    virtual bool hurry(Float64 /*seconds*/) noexcept { return false; }
     /// In the child of a fork, outside any render(): none of this backend's threads and connections
     /// is there, and its locks may be held by threads that are gone. Forgets them without ending
     /// them; afterwards it is as if opened and not started.

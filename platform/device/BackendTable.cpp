@@ -7,6 +7,10 @@ namespace tqplatform {
 std::span<const BackendRow> backendTable() noexcept {
     static constexpr BackendRow kBackends[] = {
         {"manual", &makeManualBackend, false},
+        {"cubeb", &makeCubebBackend, false},
+        {"cubeb:pulse", &makeCubebPulseBackend, false},
+        {"cubeb:alsa", &makeCubebAlsaBackend, false},
+        {"cubeb:jack", &makeCubebJackBackend, false},
         {"null", &makeNullBackend, true},
     };
     return kBackends;

@@ -35,13 +35,15 @@ bool ClientList::add(DeviceClient& client) {
     if (contains(client)) {
         return false;
     }
-    entries.push_back({&client, guarded_.nextOrder++});
+    entries.push_back({&client, client.wants(), guarded_.nextOrder++});
+    countWants();
     return true;
 }
 
 void ClientList::remove(DeviceClient& client) {
     std::unique_lock lock(guarded_.mutex);
     std::erase_if(guarded_.entries, [&](const Entry& entry) { return entry.client == &client; });
+    countWants();
     if (guarded_.rendering != &client || isSliceThread()) {
         return;
     }
@@ -53,6 +55,14 @@ void ClientList::remove(DeviceClient& client) {
 bool ClientList::empty() const {
     const std::lock_guard lock(guarded_.mutex);
     return guarded_.entries.empty();
+}
+
+void ClientList::countWants() noexcept {
+    unsigned all = 0;
+    for (const Entry& entry : guarded_.entries) {
+        all |= entry.wants.bits();
+    }
+    wants_.store(all, std::memory_order_relaxed);
 }
 
 bool ClientList::render(SliceBuffers& buffers) noexcept {
@@ -72,6 +82,7 @@ bool ClientList::render(SliceBuffers& buffers) noexcept {
             continue;
         }
         DeviceClient& client = *next->client;
+        const bool isHeard = next->wants.heard;
         done = next->order;
         guarded_.rendering = &client;
         ++guarded_.renders;
@@ -82,7 +93,9 @@ bool ClientList::render(SliceBuffers& buffers) noexcept {
         guarded_.rendering = nullptr;
         lock.unlock();
         guarded_.returned.notify_all();
-        buffers.mix();
+        if (isHeard) {
+            buffers.mix();
+        }
 
         lock.lock();
     }
@@ -123,6 +136,7 @@ void ClientList::resetAfterFork() noexcept {
     // Constructed anew over the old: destroying a lock that a vanished thread holds, or a
     // vector that one was changing, is not possible. What the old one owned is left behind.
     std::construct_at(&guarded_);
+    wants_.store(0, std::memory_order_relaxed);
     if (!isSliceThread()) {
         sliceThread_.store(std::thread::id(), std::memory_order_relaxed);
     }

@@ -27,6 +27,10 @@ class ClientList {
     void remove(DeviceClient& client);
     /// [any thread]
     [[nodiscard]] bool empty() const;
+    /// [any thread] [real-time safe] What those in the list want together.
+    [[nodiscard]] ClientWants wants() const noexcept {
+        return ClientWants::of(wants_.load(std::memory_order_relaxed));
+    }
 
     /// [render thread] [real-time safe] One slice: every client that was in the list at its
     /// beginning and still is when its turn comes. One thread at a time, not nested. False when
@@ -49,6 +53,7 @@ class ClientList {
   private:
     struct Entry {
         DeviceClient* client;
+        ClientWants wants;
         std::uint64_t order;  ///< rises in the order of adding, so the entries are sorted by it
     };
     /// Everything that the lock guards, and the lock: one piece, to be renewed after a fork.
@@ -64,8 +69,11 @@ class ClientList {
     };
 
     [[nodiscard]] bool contains(const DeviceClient& client) const;
+    /// With the lock held, behind every change of the entries.
+    void countWants() noexcept;
 
     mutable Guarded guarded_;
+    std::atomic<unsigned> wants_{0};  ///< ClientWants of all entries; written with the lock held
     std::atomic<std::thread::id> sliceThread_{};
 };
 

@@ -70,10 +70,14 @@ bool Device::take(std::string_view name) {
         adopt(*format);
         backend_ = std::move(backend);
         row_.store(&row, std::memory_order_relaxed);
+        // What the program asked for holds for the one that comes after a loss, if it can.
         if (preferredRate_ > 0) {
-            // What the program asked for holds for the one that comes after a loss, if it can.
             static_cast<void>(backend_->preferRate(preferredRate_, false));
         }
+        if (preferredSeconds_ > 0) {
+            backend_->preferDuration(preferredSeconds_, false);
+        }
+        told_ = 0;
         return true;
     }
     return false;
@@ -88,9 +92,13 @@ void Device::adopt(const DeviceFormat& format) {
     outputChannels_.store(format.outputChannels, std::memory_order_relaxed);
     inputChannels_.store(format.inputChannels, std::memory_order_relaxed);
     sampleRate_.store(format.sampleRate, std::memory_order_relaxed);
+    if (format.usualFrames != 0) {
+        sliceFrames_.store(format.usualFrames, std::memory_order_relaxed);
+    }
 }
 
-bool Device::preferRate(Float64 sampleRate) {
+template <class Ask>
+bool Device::asked(const Ask& ask) {
     const bool mayWait = !isDeviceThread();
     std::unique_lock lock(verbs_, std::defer_lock);
     // The device's thread does not wait: the holder may be waiting for this slice to end.
@@ -100,27 +108,102 @@ bool Device::preferRate(Float64 sampleRate) {
         return false;
     }
     // There is none where all of them refused when the last one was lost.
-    if (backend_ == nullptr || !backend_->preferRate(sampleRate, mayWait)) {
-        return false;
-    }
-    preferredRate_ = sampleRate;
-    return true;
+    return backend_ != nullptr && ask(*backend_, mayWait);
 }
 
+bool Device::preferRate(Float64 sampleRate) {
+    return asked([&](Backend& backend, bool mayWait) {
+        if (!backend.preferRate(sampleRate, mayWait)) {
+            return false;
+        }
+        preferredRate_ = sampleRate;
+        return true;
+    });
+}
+
+bool Device::preferDuration(Float64 seconds) {
+    return asked([&](Backend& backend, bool mayWait) {
+        if (!backend.preferDuration(seconds, mayWait)) {
+            return false;
+        }
+        preferredSeconds_ = seconds;
+        return true;
+    });
+}
+
+void Device::meet() {
+    if (!met_.load(std::memory_order_acquire) && !isDeviceThread()) {
+        static_cast<void>(asked([](Backend& backend, bool /*mayWait*/) {
+            backend.meet();
+            return true;
+        }));
+        met_.store(true, std::memory_order_release);
+    }
+}
+
+unsigned Device::wants() const noexcept {
+    const ClientWants coming{comingHeard_.load(std::memory_order_relaxed) > 0,
+                             comingHearing_.load(std::memory_order_relaxed) > 0};
+    return clients_.wants().bits() | coming.bits();
+}
+
+void Device::expect(const ClientWants& wants) {
+    if ((wants.bits() & ~told_.load()) != 0) {
+        const std::lock_guard lock(verbs_);
+        tell(true);
+    }
+}
+
+void Device::tell(bool mayWait) noexcept {
+    if (const unsigned now = wants(); backend_ != nullptr && now != told_.load()) {
+        told_.store(now);
+        backend_->expect(ClientWants::of(now), mayWait);
+    }
+}
+
+/// A client that is about to be added counts as one that is there.
+class Device::Coming {
+  public:
+    Coming(Device& device, const ClientWants& wants) noexcept : device_(device), wants_(wants) {
+        count(1);
+    }
+    ~Coming() { count(-1); }
+    Coming(const Coming&) = delete;
+    Coming& operator=(const Coming&) = delete;
+
+  private:
+    void count(int step) noexcept {
+        device_.comingHeard_ += wants_.heard ? step : 0;
+        device_.comingHearing_ += wants_.hearing ? step : 0;
+    }
+
+    Device& device_;
+    const ClientWants wants_;
+};
+
 bool Device::addClient(DeviceClient& client) {
-    const bool added = clients_.add(client);
     if (isDeviceThread()) {
+        static_cast<void>(clients_.add(client));
         // The backend runs, unless the last client left while this slice was under way.
-        if (!running_.load()) {
+        if (!running_.load() || wants() != told_.load()) {
             followElsewhere();
         }
         return true;
+    }
+    // First of all the backend gets ready: the client's first block is the first that is heard.
+    bool added = false;
+    {
+        const Coming coming(*this, client.wants());
+        expect(client.wants());
+        added = clients_.add(client);
     }
     if (follow()) {
         return true;
     }
     if (added) {
         clients_.remove(client);
+        const std::lock_guard lock(verbs_);
+        tell(true);
     }
     return false;
 }
@@ -148,7 +231,7 @@ AudioTimeStamp Device::render(const BlockRequest& block) noexcept {
         sliceFrames_.store(frames, std::memory_order_relaxed);
         done += frames;
     }
-    if (!isUsed && running_.load()) {
+    if ((!isUsed && running_.load()) || wants() != told_.load(std::memory_order_relaxed)) {
         rest();
     }
     return first;
@@ -194,7 +277,11 @@ void Device::followElsewhere() noexcept {
 void Device::rest() noexcept {
     const std::unique_lock lock(verbs_, std::try_to_lock);
     // Whoever holds the lock looks at the clients once more behind it.
-    if (lock && clients_.empty() && running_.exchange(false)) {
+    if (!lock) {
+        return;
+    }
+    tell(false);
+    if (clients_.empty() && running_.exchange(false)) {
         backend_->stop();
     }
 }
@@ -205,7 +292,8 @@ bool Device::follow() {
     do {
         const std::lock_guard lock(verbs_);
         runs = settle();
-    } while (runs && (lost_.load() || running_.load() == clients_.empty()));
+    } while (runs &&
+             (lost_.load() || running_.load() == clients_.empty() || wants() != told_.load()));
     return runs;
 }
 
@@ -214,6 +302,7 @@ bool Device::settle() {
         lost_.store(true);
         return false;
     }
+    tell(true);
     const bool isUsed = !clients_.empty();
     if (isUsed && !running_.load()) {
         return start() || (replace(name()) && start()) || (replace(rows_.back().name) && start());
@@ -258,6 +347,8 @@ void Device::resetAfterFork() noexcept {
     const bool isInSlice = isDeviceThread();
     clients_.resetAfterFork();
     std::construct_at(&verbs_);
+    comingHeard_ = comingHearing_ = 0;
+    told_ = 0;
     if (replacing_) {
         // Half made by a thread that the child does not have: left behind and made anew.
         static_cast<void>(backend_.release());

@@ -35,13 +35,18 @@ class Device final : private BackendHost {
     [[nodiscard]] UInt32 outputChannels() const noexcept;
     [[nodiscard]] UInt32 inputChannels() const noexcept;
     [[nodiscard]] UInt32 maximumFrames() const noexcept { return maximumFrames_; }
-    /// Of the slice that was rendered last, 0 before the first.
+    /// Of the slice that was rendered last; before the first of most slices, 0 when unknown.
     [[nodiscard]] UInt32 sliceFrames() const noexcept {
         return sliceFrames_.load(std::memory_order_relaxed);
     }
 
+    /// [host thread] Before a program is told what the device is like: it may have to be reached
+    /// first, which takes a second at most, and once.
+    void meet();
+
     /// [any thread] Adds a client behind the others; adding it twice changes nothing. The first
-    /// client starts the device. False when the device cannot run.
+    /// client starts the device. A client that is to be heard is added when the device plays, or
+    /// after a second. False when the device cannot run.
     [[nodiscard]] bool addClient(DeviceClient& client);
     /// [any thread] When it returns, client.render() is not running and will not be entered again;
     /// on the device's thread itself it returns at once (render() may be its caller) and the
@@ -54,6 +59,8 @@ class Device final : private BackendHost {
     /// slice it is there behind it. False when what drives the device keeps its own, and inside a
     /// slice also while another thread starts or stops the device.
     [[nodiscard]] bool preferRate(Float64 sampleRate);
+    /// [any thread] The same for the length of a slice in seconds.
+    bool preferDuration(Float64 seconds);
 
     /// [host thread] For calls of its own that a backend offers to programs.
     [[nodiscard]] Backend& backend() noexcept { return *backend_; }
@@ -70,6 +77,8 @@ class Device final : private BackendHost {
   private:
     explicit Device(std::span<const BackendRow> rows) : rows_(rows) {}
 
+    class Coming;
+
     // What backends call.
     AudioTimeStamp render(const BlockRequest& block) noexcept override;
     void changed(const DeviceFormat& format) noexcept override;
@@ -79,16 +88,24 @@ class Device final : private BackendHost {
     bool take(std::string_view name);
     /// Makes memory for the format and publishes it. Throws std::bad_alloc with nothing changed.
     void adopt(const DeviceFormat& format);
+    /// Asks the backend under verbs_; inside a slice it gives up where it would have to wait.
+    template <class Ask>
+    bool asked(const Ask& ask);
+    /// Of the clients that are there or about to come.
+    [[nodiscard]] unsigned wants() const noexcept;
+    /// [host thread] The backend gets ready for a client before it is added.
+    void expect(const ClientWants& wants);
     /// [host thread] Brings the backend to where the clients want it. False when it cannot run.
     bool follow();
     /// [any thread] The same on a thread of its own.
     void followElsewhere() noexcept;
-    /// [render thread] The last client has left from inside a slice.
+    /// [render thread] Clients have left from inside a slice.
     void rest() noexcept;
     AudioTimeStamp stamp(UInt64 hostTime) const noexcept;
 
     // Under verbs_.
     bool settle();
+    void tell(bool mayWait) noexcept;
     bool start();
     /// Ends the backend and takes one of that name, or else the last of the table.
     bool replace(std::string_view name) noexcept;
@@ -109,7 +126,13 @@ class Device final : private BackendHost {
     std::atomic<bool> running_{false};    ///< start() was the last verb; written under verbs_
     std::atomic<bool> lost_{false};       ///< the backend has to be replaced
     Float64 preferredRate_ = 0;           ///< under verbs_; 0 while nobody asked for one
-    bool replacing_ = false;              ///< under verbs_; read by a child of a fork
+    Float64 preferredSeconds_ = 0;        ///< the same for the length of a slice
+    /// Clients that are about to be added, who are to be heard and who listen.
+    std::atomic<int> comingHeard_{0};
+    std::atomic<int> comingHearing_{0};
+    std::atomic<unsigned> told_{0};  ///< wants() as the backend knows them; written under verbs_
+    std::atomic<bool> met_{false};
+    bool replacing_ = false;  ///< under verbs_; read by a child of a fork
 };
 
 /// The device of that name: "auto" (also for an empty or a null name) is the first one that opens,

@@ -4,6 +4,7 @@
 
 #include "common/AudioView.h"
 #include "common/RealTime.h"
+#include "device/Backend.h"
 
 namespace tqplatform {
 
@@ -23,6 +24,9 @@ class DeviceClient {
   public:
     /// [render thread] [real-time safe] Renders one slice into slice.output.
     virtual void render(const DeviceSlice& slice) noexcept TQ_NONBLOCKING = 0;
+
+    /// [any thread] Read when it is added. What is not heard is left out of what the device plays.
+    [[nodiscard]] virtual ClientWants wants() const noexcept { return {.heard = true}; }
 
   protected:
     ~DeviceClient() = default;

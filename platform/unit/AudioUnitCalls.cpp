@@ -1,6 +1,8 @@
 // The C functions of units. The library itself never calls them: a program that redirects its
 // calls of them catches its own calls only.
 
+#include <TQPlatform/HushedOutput.h>
+
 #include "component/Guarded.h"
 #include "unit/Unit.h"
 
@@ -121,6 +123,10 @@ OSStatus AudioOutputUnitStart(AudioUnit ci) {
 
 OSStatus AudioOutputUnitStop(AudioUnit ci) {
     return withUnit(ci, [](Unit& unit) { return unit.stop(); });
+}
+
+OSStatus TQHushOutputUnit(AudioUnit unit) {
+    return withUnit(unit, [](Unit& hushed) { return hushed.hush(); });
 }
 
 }  // extern "C"

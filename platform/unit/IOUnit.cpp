@@ -85,12 +85,35 @@ void IOUnit::tellRunning() {
     tellListeners({kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global, 0});
 }
 
+OSStatus IOUnit::hush() {
+    const std::lock_guard guard(lock_);
+    if (initialized_) {
+        return kAudioUnitErr_Initialized;
+    }
+    hushed_.store(true);
+    return noErr;
+}
+
+ClientWants IOUnit::wants() const noexcept {
+    const bool isHeard = !hushed_.load();
+    return {isHeard, isHeard && inputEnabled_};
+}
+
+Device& IOUnit::knownDevice() {
+    if (!hushed_.load()) {
+        device_.meet();
+    }
+    return device_;
+}
+
 AudioStreamBasicDescription IOUnit::busFormat(AudioUnitScope scope, UInt32 element) {
     if (scope == kAudioUnitScope_Output && element == 0) {
-        return floatDescription(device_.sampleRate(), device_.outputChannels());
+        const Device& device = knownDevice();
+        return floatDescription(device.sampleRate(), device.outputChannels());
     }
     if (scope == kAudioUnitScope_Input && element == kMicrophone) {
-        return floatDescription(device_.sampleRate(), device_.inputChannels());
+        const Device& device = knownDevice();
+        return floatDescription(device.sampleRate(), device.inputChannels());
     }
     return Unit::busFormat(scope, element);
 }

@@ -24,6 +24,9 @@ class IOUnit final : public Unit, private DeviceClient {
     OSStatus start() override;
     OSStatus stop() override;
     [[nodiscard]] bool isRunning() const noexcept override { return running_.load(); }
+    /// [host thread] Before it is initialised: the unit follows the device's clock and is neither
+    /// heard nor a reason to open a device.
+    OSStatus hush() override;
 
   protected:
     std::unique_ptr<RenderPlan> makePlan(const RenderPlan* old) override;
@@ -46,6 +49,7 @@ class IOUnit final : public Unit, private DeviceClient {
 
     // [render thread] Inside a slice of the device.
     void render(const DeviceSlice& slice) noexcept override;
+    [[nodiscard]] ClientWants wants() const noexcept override;
     void renderSlice(const DeviceSlice& slice) noexcept;
     void hearInput(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
     void play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept;
@@ -69,7 +73,11 @@ class IOUnit final : public Unit, private DeviceClient {
     OSStatus changeInputCallback(AURenderCallbackStruct callback);
     void tellRunning();
 
+    /// The device, once it is known what it is like. A hushed unit does not ask.
+    [[nodiscard]] Device& knownDevice();
+
     Device& device_;
+    std::atomic<bool> hushed_{false};
     bool outputEnabled_ = true;
     bool inputEnabled_ = false;
     AURenderCallbackStruct inputCallback_{};

@@ -138,7 +138,7 @@ OSStatus IOUnit::writeEnabled(PropertyKey key, UInt32 value) {
 
 UInt32 IOUnit::hasIO(PropertyKey key) {
     const UInt32 channels =
-        key.element == kMicrophone ? device_.inputChannels() : device_.outputChannels();
+        key.element == kMicrophone ? knownDevice().inputChannels() : device_.outputChannels();
     return channels > 0 ? 1 : 0;
 }
 

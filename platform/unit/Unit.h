@@ -96,6 +96,7 @@ class Unit {
                           AudioUnitParameterValue value) noexcept;
     OSStatus scheduleParameters(std::span<const AudioUnitParameterEvent> events) noexcept;
     OSStatus reset(AudioUnitScope scope, AudioUnitElement element);
+    virtual OSStatus hush() { return kAudioUnitErr_InvalidProperty; }
     virtual OSStatus start() { return kAudio_UnimplementedError; }
     virtual OSStatus stop() { return kAudio_UnimplementedError; }
     [[nodiscard]] virtual bool isRunning() const noexcept { return false; }

@@ -10,5 +10,9 @@ namespace tqplatform {
 
 [[nodiscard]] std::unique_ptr<Backend> makeManualBackend();
 [[nodiscard]] std::unique_ptr<Backend> makeNullBackend();
+[[nodiscard]] std::unique_ptr<Backend> makeCubebBackend();
+[[nodiscard]] std::unique_ptr<Backend> makeCubebPulseBackend();
+[[nodiscard]] std::unique_ptr<Backend> makeCubebAlsaBackend();
+[[nodiscard]] std::unique_ptr<Backend> makeCubebJackBackend();
 
 }  // namespace tqplatform

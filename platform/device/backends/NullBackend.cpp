@@ -47,7 +47,7 @@ void sleepUntil(UInt64 deadlineNs) {
 }
 
 DeviceFormat formatAt(UInt32 sampleRate) {
-    return {static_cast<Float64>(sampleRate), kChannels, kChannels, kFrames};
+    return {static_cast<Float64>(sampleRate), kChannels, kChannels, kFrames, kFrames};
 }
 
 /// A clock without hardware: one thread paced by the monotonic clock plays into nothing and hears
@@ -83,8 +83,9 @@ class NullBackend final : public Backend {
     void stop() noexcept override { wish(Wish::rest); }
 
     /// A period that is being waited for still comes at its time, or in 0.02 s.
-    void hurry(Float64 seconds) noexcept {
+    bool hurry(Float64 seconds) noexcept override {
         hurriedFrames_.store(std::llround(seconds * rate_.load()), std::memory_order_relaxed);
+        return true;
     }
 
     bool preferRate(Float64 sampleRate, bool mayWait) noexcept override {
@@ -192,11 +193,5 @@ OSStatus TQNullDeviceHurry(Float64 seconds) {
     if (!(seconds >= 0 && seconds <= kMostSeconds)) {
         return kAudio_ParamError;
     }
-    auto* const device =
-        dynamic_cast<tqplatform::NullBackend*>(&tqplatform::sharedDevice().backend());
-    if (device == nullptr) {
-        return kAudioUnitErr_Uninitialized;
-    }
-    device->hurry(seconds);
-    return 0;
+    return tqplatform::sharedDevice().backend().hurry(seconds) ? 0 : kAudioUnitErr_Uninitialized;
 }

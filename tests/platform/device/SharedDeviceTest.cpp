@@ -61,6 +61,9 @@ TEST(MakeDevice, KnowsItsBackendsByName) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(makeDevice("manual")->name(), "manual");
     EXPECT_EQ(makeDevice("null")->name(), "null");
+    for (const char* name : {"cubeb", "cubeb:pulse", "cubeb:alsa", "cubeb:jack"}) {
+        EXPECT_EQ(makeDevice(name)->name(), name);
+    }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

@@ -1,0 +1,172 @@
+#include "CubebDevice.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+namespace tqcubeb {
+
+namespace {
+
+using tqplatform::DeviceFormat;
+using tqplatform::HeardHost;
+using tqplatform::HeardWish;
+
+constexpr const char* kName = "TQAudioRecord platform";
+constexpr UInt32 kChannels = 2;
+constexpr UInt32 kMaximumFrames = 4096;
+constexpr UInt32 kFewestFrames = 128;
+constexpr Float64 kNsPerSecond = 1e9;
+/// Servers ask again when about half of what they hold is played.
+constexpr UInt32 kRequestsInHand = 2;
+/// As the null device's: as high as a thread gets without a real-time class, where that is allowed.
+constexpr int kNiceness = -11;
+constexpr std::chrono::milliseconds kDrainStep{2};
+constexpr int kDrainSteps = 250;
+
+/// The platform's host time.
+UInt64 nowNs() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<UInt64>(std::chrono::nanoseconds(now).count());
+}
+
+cubeb_stream_params paramsAt(UInt32 sampleRate, UInt32 channels) {
+    return {CUBEB_SAMPLE_FLOAT32NE, sampleRate, channels, CUBEB_LAYOUT_UNDEFINED,
+            CUBEB_STREAM_PREF_NONE};
+}
+
+}  // namespace
+
+CubebDevice::~CubebDevice() = default;
+
+bool CubebDevice::reach(const char* kind) {
+    cubeb* context = nullptr;
+    if (cubeb_init(&context, kName, kind) != CUBEB_OK) {
+        return false;
+    }
+    context_.reset(context);
+    // The library begins without a device, and with another kind than was asked for.
+    uint32_t rate = 0;
+    uint32_t channels = 0;
+    const bool isIt = std::string(cubeb_get_backend_id(context)) == kind;
+    if (!isIt || cubeb_get_preferred_sample_rate(context, &rate) != CUBEB_OK ||
+        cubeb_get_max_channel_count(context, &channels) != CUBEB_OK || rate == 0 || channels == 0) {
+        context_.reset();
+        return false;
+    }
+    sampleRate_ = rate;
+    return true;
+}
+
+std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& wish) {
+    host_ = &host;
+    bool isReached = false;
+    for (const char* kind : {"pulse", "jack", "alsa"}) {
+        isReached = isReached || ((kind_.empty() || kind_ == kind) && reach(kind));
+    }
+    if (!isReached) {
+        return std::nullopt;
+    }
+    if (wish.sampleRate > 0) {
+        sampleRate_ = static_cast<UInt32>(std::lround(wish.sampleRate));
+    }
+    cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
+    uint32_t latency = 0;
+    if (cubeb_get_min_latency(context_.get(), &params, &latency) != CUBEB_OK) {
+        return std::nullopt;
+    }
+    if (wish.seconds > 0) {
+        const auto wanted =
+            static_cast<UInt32>(std::min<Float64>(wish.seconds * sampleRate_, kMaximumFrames));
+        latency = kRequestsInHand * wanted;
+    }
+    latencyFrames_ = std::clamp(latency, kFewestFrames, kRequestsInHand * kMaximumFrames);
+    return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels(),
+                        kMaximumFrames, latencyFrames_ / kRequestsInHand};
+}
+
+UInt32 CubebDevice::inputChannels() {
+    cubeb_device_collection devices{};
+    if (cubeb_enumerate_devices(context_.get(), CUBEB_DEVICE_TYPE_INPUT, &devices) != CUBEB_OK) {
+        return 0;
+    }
+    UInt32 channels = 0;
+    for (size_t i = 0; i < devices.count; ++i) {
+        if (devices.device[i].state == CUBEB_DEVICE_STATE_ENABLED) {
+            channels =
+                std::max(channels, std::min<UInt32>(devices.device[i].max_channels, kChannels));
+        }
+    }
+    cubeb_device_collection_destroy(context_.get(), &devices);
+    return channels;
+}
+
+bool CubebDevice::start() {
+    clock_ = PlayClock(sampleRate_);
+    cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
+    cubeb_stream* stream = nullptr;
+    if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, nullptr, nullptr, &params,
+                          latencyFrames_, &onBlock, &onState, this) != CUBEB_OK) {
+        return false;
+    }
+    stream_.reset(stream);
+    return cubeb_stream_start(stream) == CUBEB_OK;
+}
+
+void CubebDevice::hear(bool /*isHearing*/) {
+}
+
+void CubebDevice::finish() noexcept {
+    stage_.store(Stage::finishing);
+    for (int step = 0; stage_.load() != Stage::drained && step < kDrainSteps; ++step) {
+        std::this_thread::sleep_for(kDrainStep);
+    }
+}
+
+std::string CubebDevice::place() {
+    cubeb_device* device = nullptr;
+    if (stream_ == nullptr || cubeb_stream_get_current_device(stream_.get(), &device) != CUBEB_OK) {
+        return {};
+    }
+    std::string place = device->output_name == nullptr ? "" : device->output_name;
+    cubeb_stream_device_destroy(stream_.get(), device);
+    return place;
+}
+
+long CubebDevice::onBlock(cubeb_stream* /*stream*/, void* self, const void* /*heard*/, void* played,
+                          long frames) {
+    return static_cast<CubebDevice*>(self)->play(static_cast<float*>(played),
+                                                 static_cast<UInt32>(frames));
+}
+
+long CubebDevice::play(float* played, UInt32 frames) noexcept {
+    if (stage_.load(std::memory_order_relaxed) != Stage::playing) {
+        return 0;  // the end: what was rendered is played out
+    }
+    if (!isHurried_) {
+        isHurried_ = true;
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
+    }
+    const auto ahead = static_cast<UInt64>(latencyFrames_ * kNsPerSecond / sampleRate_);
+    host_->renderHeard({.frames = frames,
+                        .hostTime = clock_.next(nowNs() + ahead, frames),
+                        .heard = {},
+                        .played = tqcommon::AudioView::interleaved(played, kChannels, frames)});
+    return frames;
+}
+
+void CubebDevice::onState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {
+    auto& device = *static_cast<CubebDevice*>(self);
+    if (state == CUBEB_STATE_DRAINED) {
+        device.stage_.store(Stage::drained);
+    } else if (state == CUBEB_STATE_ERROR) {
+        device.stage_.store(Stage::drained);  // nobody waits for what is not played any more
+        device.host_->lostHeard();
+    }
+}
+
+}  // namespace tqcubeb

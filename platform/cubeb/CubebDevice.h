@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cubeb/cubeb.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "PlayClock.h"
+#include "device/HeardDevice.h"
+
+namespace tqcubeb {
+
+/// Speakers behind PulseAudio, JACK or ALSA, whatever answers. Verbs come from one thread; the
+/// library calls from threads of its own.
+class CubebDevice final : public tqplatform::HeardDevice {
+  public:
+    /// `kind` is the library's name for one of them; empty for the first that answers.
+    explicit CubebDevice(std::string kind) : kind_(std::move(kind)) {}
+    ~CubebDevice() override;
+
+    std::optional<tqplatform::DeviceFormat> open(tqplatform::HeardHost& host,
+                                                 const tqplatform::HeardWish& wish) override;
+    bool start() override;
+    void hear(bool isHearing) override;
+    void finish() noexcept override;
+    std::string place() override;
+
+  private:
+    struct EndContext {
+        void operator()(cubeb* context) const noexcept { cubeb_destroy(context); }
+    };
+    struct EndStream {
+        void operator()(cubeb_stream* stream) const noexcept {
+            cubeb_stream_stop(stream);
+            cubeb_stream_destroy(stream);
+        }
+    };
+    /// What becomes of the stream: written by the library's threads and by finish().
+    enum class Stage { playing, finishing, drained };
+
+    bool reach(const char* kind);
+    [[nodiscard]] UInt32 inputChannels();
+
+    // [render thread] The library's.
+    static long onBlock(cubeb_stream* stream, void* self, const void* heard, void* played,
+                        long frames);
+    long play(float* played, UInt32 frames) noexcept;
+    // [any thread] The library's.
+    static void onState(cubeb_stream* stream, void* self, cubeb_state state);
+
+    const std::string kind_;
+    tqplatform::HeardHost* host_ = nullptr;
+    std::unique_ptr<cubeb, EndContext> context_;
+    std::unique_ptr<cubeb_stream, EndStream> stream_;
+    UInt32 sampleRate_ = 0;
+    UInt32 latencyFrames_ = 0;
+    std::atomic<Stage> stage_{Stage::playing};
+    PlayClock clock_{1};      ///< in requests only
+    bool isHurried_ = false;  ///< the same: their thread has its niceness
+};
+
+}  // namespace tqcubeb

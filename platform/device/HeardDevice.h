@@ -1,0 +1,66 @@
+#pragma once
+
+#include <CoreAudio/CoreAudioTypes.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "device/Backend.h"
+
+// A device that is heard: speakers and microphones behind a sound server or a driver. Unlike a
+// clock it takes long to open, may not be there, and may go away. What implements it lives in a
+// module of its own, which is loaded when a program first plays, so that the platform depends on no
+// sound library. HandoverBackend keeps one and calls it from one thread.
+
+namespace tqplatform {
+
+/// What the program would like. A device that cannot have it takes what comes near.
+struct HeardWish {
+    Float64 sampleRate = 0;  ///< Hz; 0 for the device's own
+    Float64 seconds = 0;     ///< of one request; 0 for what the device does best
+
+    bool operator==(const HeardWish&) const = default;
+};
+
+/// The keeper of the device, as the device sees it.
+class HeardHost {
+  public:
+    /// [render thread] [real-time safe] As BackendHost::render().
+    virtual void renderHeard(const BlockRequest& block) noexcept = 0;
+    /// [any thread] Nothing is played any more: the device or its server is gone.
+    virtual void lostHeard() noexcept = 0;
+
+  protected:
+    ~HeardHost() = default;
+};
+
+class HeardDevice {
+  public:
+    HeardDevice() = default;
+    HeardDevice(const HeardDevice&) = delete;
+    HeardDevice& operator=(const HeardDevice&) = delete;
+    /// [host thread] Ends what open() and start() began; what was not played is dropped. Behind it
+    /// no upcall comes.
+    virtual ~HeardDevice() = default;
+
+    /// [host thread] Once, before everything else. Reaches the server or the driver and says what
+    /// it will ask for; nothing when there is none. Plays nothing and holds no device.
+    virtual std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) = 0;
+    /// [host thread] Once. Requests come from here on. False when the device cannot play.
+    [[nodiscard]] virtual bool start() = 0;
+    /// [host thread] Behind start(): whether it listens to the microphone; requests go on.
+    virtual void hear(bool isHearing) = 0;
+    /// [host thread] Asks for nothing more and waits, half a second at most, until what was
+    /// rendered has been played.
+    virtual void finish() noexcept = 0;
+    /// [host thread] Where it plays at the moment and at what rate, as one word to compare: another
+    /// one means that the user or the system has moved it. Empty when it does not know.
+    [[nodiscard]] virtual std::string place() = 0;
+};
+
+/// Makes a device that reaches nothing yet; null when its module cannot be loaded.
+using HeardMaker = std::function<std::unique_ptr<HeardDevice>()>;
+
+}  // namespace tqplatform

@@ -1,0 +1,226 @@
+#include "device/backends/HandoverBackend.h"
+
+#include <pthread.h>
+
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "common/SignalsBlocked.h"
+#include "format/PCMFormat.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr UInt32 kMaximumFrames = 4096;
+constexpr std::chrono::seconds kLongestWait{1};
+/// A callback that holds the turn may wait for a lock of whoever wants it.
+constexpr std::chrono::milliseconds kLongestTurn{25};
+
+}  // namespace
+
+HandoverBackend::HandoverBackend(std::string name, HeardMaker make, std::unique_ptr<Backend> clock)
+    : name_(std::move(name)), make_(std::move(make)), clock_(std::move(clock)) {
+}
+
+HandoverBackend::~HandoverBackend() {
+    HandoverBackend* self = this;
+    playsOut_.compare_exchange_strong(self, nullptr);
+    std::unique_lock lock(care_.mutex);
+    if (care_.thread.joinable()) {
+        care_.isEnding = true;
+        care_.asked.notify_all();
+        lock.unlock();
+        care_.thread.join();
+    }
+}
+
+std::optional<DeviceFormat> HandoverBackend::open(BackendHost& host) {
+    host_ = &host;
+    auto format = clock_->open(*this);
+    if (format) {
+        clockRate_.store(format->sampleRate);
+        clockFrames_.store(format->usualFrames);
+        format->maximumFrames = kMaximumFrames;
+        published_ = heardFormat_ = *format;
+    }
+    return format;
+}
+
+bool HandoverBackend::start() {
+    isRunning_.store(true);
+    return settleClock();
+}
+
+void HandoverBackend::stop() noexcept {
+    isRunning_.store(false);
+    static_cast<void>(settleClock());
+}
+
+bool HandoverBackend::settleClock() noexcept {
+    const std::lock_guard lock(clockVerbs_);
+    const bool isToRun = isRunning_.load() && driver_.load() == Driver::clock;
+    if (isToRun == clockRuns_) {
+        return true;
+    }
+    if (!isToRun) {
+        clock_->stop();
+    } else {
+        try {
+            if (!clock_->start()) {
+                return false;
+            }
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+    clockRuns_ = isToRun;
+    return true;
+}
+
+// Requests.
+
+AudioTimeStamp HandoverBackend::render(const BlockRequest& block) noexcept {
+    const Turn turn(turn_);
+    if (!turn || driver_.load(std::memory_order_relaxed) != Driver::clock) {
+        return {};
+    }
+    if (published_.sampleRate != clockRate_.load(std::memory_order_relaxed)) {
+        publish(Driver::clock);
+    }
+    return host_->render(block);
+}
+
+void HandoverBackend::renderHeard(const BlockRequest& block) noexcept {
+    heardRequests_.fetch_add(1, std::memory_order_relaxed);
+    const Turn turn(turn_);
+    // What was offered is the device's format and that it may take over: acquired here.
+    const bool mayDrive = turn && isOffered_.load(std::memory_order_acquire);
+    if (!mayDrive) {
+        tqcommon::silence(block.played);
+        return;
+    }
+    if (driver_.load(std::memory_order_relaxed) != Driver::device) {
+        driver_.store(Driver::device, std::memory_order_relaxed);
+        publish(Driver::device);
+    }
+    host_->render(block);
+}
+
+void HandoverBackend::publish(Driver driver) noexcept {
+    DeviceFormat now = heardFormat_;
+    if (driver == Driver::clock) {
+        now.sampleRate = clockRate_.load(std::memory_order_relaxed);
+        now.usualFrames = clockFrames_.load(std::memory_order_relaxed);
+    }
+    now.maximumFrames = kMaximumFrames;
+    published_ = now;
+    host_->changed(now);
+}
+
+void HandoverBackend::changed(const DeviceFormat& format) noexcept {
+    clockRate_.store(format.sampleRate, std::memory_order_relaxed);
+    const Turn turn(turn_, kLongestTurn);
+    // Without the turn the clock's next request tells it.
+    if (turn && driver_.load(std::memory_order_relaxed) == Driver::clock) {
+        publish(Driver::clock);
+    }
+}
+
+void HandoverBackend::lost() noexcept {
+    host_->lost();
+}
+
+void HandoverBackend::lostHeard() noexcept {
+    isLost_.store(true);
+    std::unique_lock lock(care_.mutex);
+    ask(lock, false);
+}
+
+// What the host asks for.
+
+bool HandoverBackend::preferRate(Float64 sampleRate, bool mayWait) noexcept {
+    if (!clock_->preferRate(sampleRate, mayWait)) {
+        return false;
+    }
+    std::unique_lock lock(care_.mutex);
+    care_.wish.sampleRate = sampleRate;
+    ask(lock, mayWait);
+    return true;
+}
+
+bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
+    std::unique_lock lock(care_.mutex);
+    care_.wish.seconds = seconds;
+    ask(lock, mayWait);
+    return true;
+}
+
+void HandoverBackend::expect(const ClientWants& wants, bool mayWait) noexcept {
+    std::unique_lock lock(care_.mutex);
+    const bool isMore = (wants.bits() & ~care_.wants.bits()) != 0;
+    care_.wants = wants;
+    ask(lock, mayWait && isMore);
+}
+
+void HandoverBackend::meet() noexcept {
+    std::unique_lock lock(care_.mutex);
+    care_.meets = true;
+    ask(lock, true);
+}
+
+bool HandoverBackend::hurry(Float64 seconds) noexcept {
+    return driver_.load() == Driver::clock && clock_->hurry(seconds);
+}
+
+void HandoverBackend::ask(std::unique_lock<std::mutex>& lock, bool mayWait) noexcept {
+    const std::uint64_t mine = ++care_.requests;
+    if (!care_.thread.joinable()) {
+        // Nobody has to look after a device that nobody has asked for.
+        if (care_.isRefused || (!care_.meets && !care_.wants.heard)) {
+            return;
+        }
+        try {
+            const tqcommon::SignalsBlocked blocked;
+            care_.thread = std::thread([this] { takeCare(); });
+        } catch (const std::exception&) {
+            return;  // the clock goes on; the next who asks tries again
+        }
+    }
+    care_.asked.notify_one();
+    // A handler of a notice may start a unit: it is called by the thread that would open the
+    // device.
+    if (mayWait && std::this_thread::get_id() != care_.thread.get_id()) {
+        const bool isAnswered =
+            care_.done.wait_for(lock, kLongestWait, [&] { return care_.answered >= mine; });
+        if (!isAnswered && !wasOpen_.load() && !care_.isRefused) {
+            care_.isRefused = true;
+            lock.unlock();
+            sayThatThereIsNone();
+        }
+    }
+}
+
+void HandoverBackend::sayThatThereIsNone() const noexcept {
+    std::fprintf(stderr, "TQ_AUDIO_DEVICE=%s: no sound server or card answers, using null\n",
+                 name_.c_str());
+}
+
+void HandoverBackend::forgetAfterFork() noexcept {
+    // Constructed anew over the old: neither threads nor the server's connection are the child's.
+    std::construct_at(&care_);
+    std::construct_at(&clockVerbs_);
+    static_cast<void>(device_.release());
+    wasOpen_.store(false);
+    isInterrupted_ = false;
+    isOffered_.store(false);
+    isLost_.store(false);
+    driver_.store(Driver::clock);
+    turn_.clear();
+    isRunning_.store(false);
+    clockRuns_ = false;
+    clock_->forgetAfterFork();
+}
+
+}  // namespace tqplatform

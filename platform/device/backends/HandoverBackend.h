@@ -1,0 +1,148 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "device/Backend.h"
+#include "device/HeardDevice.h"
+
+namespace tqplatform {
+
+/// A device that is heard while somebody is to be heard, and a clock the rest of the time: before,
+/// behind and in every gap. Clients go on from one to the other between two requests; none is lost
+/// and none comes twice.
+///
+/// Two threads may ask for a block at one time, the clock's and the device's. Invariant: whoever
+/// renders, changes the format or changes `driver_` holds `turn_`; a request that does not get it
+/// is silence, and no client sees it. The clock drives until the device's first request behind
+/// `isOffered_`, and again when the caretaker takes the turn away.
+///
+/// The device is opened, started and ended by one thread, the caretaker, since that takes long.
+class HandoverBackend final : public Backend, private BackendHost, private HeardHost {
+  public:
+    /// `name` is for the line that says that there is none.
+    HandoverBackend(std::string name, HeardMaker make, std::unique_ptr<Backend> clock);
+    ~HandoverBackend() override;
+
+    std::optional<DeviceFormat> open(BackendHost& host) override;
+    bool start() override;
+    void stop() noexcept override;
+    bool preferRate(Float64 sampleRate, bool mayWait) noexcept override;
+    bool preferDuration(Float64 seconds, bool mayWait) noexcept override;
+    void expect(const ClientWants& wants, bool mayWait) noexcept override;
+    void meet() noexcept override;
+    bool hurry(Float64 seconds) noexcept override;
+    void forgetAfterFork() noexcept override;
+
+  private:
+    static constexpr std::chrono::microseconds kTurnStep{100};
+    enum class Driver { clock, device };
+    /// The right to render and to change what drives.
+    class Turn {
+      public:
+        /// [render thread] Takes it when it is free.
+        explicit Turn(std::atomic_flag& turn) noexcept
+            : turn_(turn), isMine_(!turn.test_and_set(std::memory_order_acquire)) {}
+        /// [host thread] Waits for it so long.
+        Turn(std::atomic_flag& turn, std::chrono::nanoseconds longest) noexcept : Turn(turn) {
+            const auto end = std::chrono::steady_clock::now() + longest;
+            while (!isMine_ && std::chrono::steady_clock::now() < end) {
+                std::this_thread::sleep_for(kTurnStep);
+                isMine_ = !turn_.test_and_set(std::memory_order_acquire);
+            }
+        }
+        ~Turn() {
+            if (isMine_) {
+                turn_.clear(std::memory_order_release);
+            }
+        }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        [[nodiscard]] explicit operator bool() const noexcept { return isMine_; }
+
+      private:
+        std::atomic_flag& turn_;
+        bool isMine_;
+    };
+    /// What the caretaker is asked for, and the lock: one piece, to be renewed after a fork.
+    struct Care {
+        std::mutex mutex;
+        std::condition_variable asked;
+        std::condition_variable done;
+        std::thread thread;
+        std::uint64_t requests = 0;  ///< rises with everything that is asked for
+        std::uint64_t answered = 0;  ///< the last request that was dealt with
+        ClientWants wants;
+        HeardWish wish;
+        bool meets = false;      ///< somebody asks what the device is like
+        bool isRefused = false;  ///< there is none, and nobody looks again
+        bool isEnding = false;
+    };
+
+    // What the clock calls.
+    AudioTimeStamp render(const BlockRequest& block) noexcept override;
+    void changed(const DeviceFormat& format) noexcept override;
+    void lost() noexcept override;
+    // What the device calls.
+    void renderHeard(const BlockRequest& block) noexcept override;
+    void lostHeard() noexcept override;
+
+    /// The format of what drives; in a turn.
+    void publish(Driver driver) noexcept;
+    /// Has the caretaker look at what was asked for; with its lock held.
+    void ask(std::unique_lock<std::mutex>& lock, bool mayWait) noexcept;
+    /// Starts or stops the clock, as clients and the device have it.
+    [[nodiscard]] bool settleClock() noexcept;
+
+    // [host thread] The caretaker's.
+    void takeCare();
+    /// One round; the lock is given back while something takes long.
+    void look(std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] bool openDevice(const HeardWish& wish, bool isToPlay);
+    void closeDevice(bool isAlive);
+    /// What goes on without a request: the device stands still, or was moved.
+    void watch(std::unique_lock<std::mutex>& lock);
+    void sayThatThereIsNone() const noexcept;
+    /// A process that ends lets what its last unit rendered be played.
+    void playOutAtExit() noexcept;
+
+    static inline std::atomic<HandoverBackend*> playsOut_{nullptr};  ///< at the process's exit
+
+    const std::string name_;
+    const HeardMaker make_;
+    const std::unique_ptr<Backend> clock_;
+    BackendHost* host_ = nullptr;
+
+    std::atomic_flag turn_;
+    std::atomic<Driver> driver_{Driver::clock};
+    std::atomic<bool> isOffered_{false};  ///< the device may take over at its next request
+    DeviceFormat published_{};            ///< what the host was told last; in a turn
+    DeviceFormat heardFormat_{};  ///< written by the caretaker in a turn, or before it offers
+    std::atomic<Float64> clockRate_{0};
+    std::atomic<UInt32> clockFrames_{0};
+    std::atomic<std::uint64_t> heardRequests_{0};  ///< of the device, since it was made
+    std::atomic<bool> isLost_{false};              ///< the device says so
+
+    std::mutex clockVerbs_;               ///< held while the clock is started or stopped
+    std::atomic<bool> isRunning_{false};  ///< there are clients
+    bool clockRuns_ = false;              ///< under clockVerbs_
+
+    // The caretaker's own.
+    std::unique_ptr<HeardDevice> device_;
+    HeardWish deviceWish_;
+    std::string place_;
+    std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
+    bool isInterrupted_ = false;        ///< programs were told so
+    std::uint64_t seenRequests_ = 0;
+    int quietLooks_ = 0;
+
+    Care care_;
+};
+
+}  // namespace tqplatform

@@ -1,0 +1,181 @@
+// The caretaker of HandoverBackend: opens, watches and ends the device on a thread of its own.
+
+#include <pthread.h>
+
+#include <cstdlib>
+
+#include "device/DeviceNotices.h"
+#include "device/backends/HandoverBackend.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookStep{250};
+constexpr std::chrono::milliseconds kRetryStep{500};
+constexpr std::chrono::milliseconds kFirstRequestStep{1};
+constexpr int kFirstRequestSteps = 1000;
+constexpr std::chrono::milliseconds kLongestPlayOut{600};
+/// Looks without a request after which a device counts as gone: a second.
+constexpr int kMostQuietLooks = 4;
+
+}  // namespace
+
+void HandoverBackend::takeCare() {
+    pthread_setname_np(pthread_self(), "TQAudioHandover");
+    std::unique_lock lock(care_.mutex);
+    while (!care_.isEnding) {
+        const std::uint64_t request = care_.requests;
+        look(lock);
+        care_.answered = request;
+        care_.done.notify_all();
+        const auto isNews = [&] { return care_.isEnding || care_.requests != request; };
+        if (device_ != nullptr) {
+            if (!care_.asked.wait_for(lock, kLookStep, isNews)) {
+                watch(lock);
+            }
+        } else if (care_.wants.heard && wasOpen_.load()) {
+            care_.asked.wait_for(lock, kRetryStep, isNews);
+        } else {
+            care_.asked.wait(lock, isNews);
+        }
+    }
+    lock.unlock();
+    closeDevice(false);
+}
+
+void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
+    const bool isToPlay = care_.wants.heard && !care_.isRefused;
+    const HeardWish wish = care_.wish;
+    const bool isHearing = care_.wants.hearing;
+    const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
+    lock.unlock();
+    const bool isLost = isLost_.load();
+    if (device_ != nullptr && (!isToPlay || isLost || wish != deviceWish_)) {
+        closeDevice(!isLost);
+    }
+    bool isThere = true;
+    if (isToPlay && device_ == nullptr) {
+        const bool wasOpen = wasOpen_.load();
+        isThere = openDevice(wish, true);
+        if (isLost && isThere) {
+            tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
+        } else if (isThere && isInterrupted_) {
+            isInterrupted_ = false;
+            tellInterruptionEnded();
+        } else if (!isThere && wasOpen && !isInterrupted_) {
+            isInterrupted_ = true;
+            tellInterruptionBegan(AVAudioSessionInterruptionReasonRouteDisconnected);
+        }
+    } else if (isMeeting) {
+        isThere = openDevice(wish, false);
+    }
+    if (device_ != nullptr) {
+        device_->hear(isHearing);
+    }
+    lock.lock();
+    if (!isThere && !wasOpen_.load() && !care_.isRefused) {
+        care_.isRefused = true;
+        lock.unlock();
+        sayThatThereIsNone();
+        lock.lock();
+    }
+}
+
+void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
+    lock.unlock();
+    const std::uint64_t requests = heardRequests_.load(std::memory_order_relaxed);
+    quietLooks_ = requests == seenRequests_ ? quietLooks_ + 1 : 0;
+    seenRequests_ = requests;
+    if (quietLooks_ >= kMostQuietLooks) {
+        isLost_.store(true);
+    }
+    const std::string place = device_->place();
+    const bool hasMoved = !place.empty() && !place_.empty() && place != place_;
+    place_ = place;
+    if (hasMoved) {
+        tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
+    }
+    lock.lock();
+}
+
+bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
+    isLost_.store(false);
+    heardRequests_.store(0, std::memory_order_relaxed);
+    seenRequests_ = 0;
+    quietLooks_ = 0;
+    std::unique_ptr<HeardDevice> device = make_();
+    std::optional<DeviceFormat> format =
+        device == nullptr ? std::nullopt : device->open(*this, wish);
+    if (!format) {
+        return false;
+    }
+    {
+        const std::lock_guard lock(care_.mutex);
+        if (care_.isRefused) {
+            return false;  // it came too late: programs were told that there is none
+        }
+    }
+    // The clock keeps the device's rate, so that going over changes nothing for the units.
+    if (wish.sampleRate <= 0) {
+        static_cast<void>(clock_->preferRate(format->sampleRate, true));
+    }
+    {
+        // Nothing renders in the device's name yet, but the clock may.
+        const Turn turn(turn_, std::chrono::hours(1));
+        heardFormat_ = *format;
+        publish(Driver::clock);
+    }
+    wasOpen_.store(true);
+    if (!isToPlay) {
+        return true;
+    }
+    playOutAtExit();
+    isOffered_.store(true, std::memory_order_release);
+    device_ = std::move(device);
+    deviceWish_ = wish;
+    place_.clear();
+    bool hasBegun = device_->start();
+    for (int step = 0; hasBegun && heardRequests_.load() == 0 && !isLost_.load(); ++step) {
+        hasBegun = step < kFirstRequestSteps;
+        std::this_thread::sleep_for(kFirstRequestStep);
+    }
+    if (!hasBegun || isLost_.load()) {
+        closeDevice(false);
+        return false;
+    }
+    static_cast<void>(settleClock());
+    return true;
+}
+
+void HandoverBackend::playOutAtExit() noexcept {
+    if (playsOut_.exchange(this) != nullptr) {
+        return;
+    }
+    static_cast<void>(std::atexit([] {
+        if (HandoverBackend* const self = playsOut_.load()) {
+            std::unique_lock lock(self->care_.mutex);
+            self->care_.done.wait_for(lock, kLongestPlayOut,
+                                      [&] { return self->care_.answered == self->care_.requests; });
+        }
+    }));
+}
+
+void HandoverBackend::closeDevice(bool isAlive) {
+    isOffered_.store(false);
+    {
+        // Waits for a block that is under way, however long its callbacks take.
+        const Turn turn(turn_, std::chrono::hours(1));
+        if (driver_.load() == Driver::device) {
+            driver_.store(Driver::clock);
+            publish(Driver::clock);
+        }
+    }
+    static_cast<void>(settleClock());
+    if (device_ != nullptr && isAlive) {
+        device_->finish();
+    }
+    device_.reset();
+}
+
+}  // namespace tqplatform

@@ -1,0 +1,70 @@
+// Devices that are heard live in a module beside this library, loaded when one is first wanted.
+
+#include <dlfcn.h>
+
+#include <exception>
+#include <filesystem>
+#include <string>
+
+#include "device/backends/Backends.h"
+#include "device/backends/HandoverBackend.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr const char* kModule = "libtqdevice-cubeb.so.1";
+constexpr const char* kMakeName = "tqdevice_make";
+
+using Make = void (*)(const char*, std::unique_ptr<HeardDevice>*);
+
+/// Null when the module is not there, or a library that it needs.
+Make loadModule() {
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<const void*>(&loadModule), &self) == 0) {
+        return nullptr;
+    }
+    const auto folder = std::filesystem::canonical(self.dli_fname).parent_path();
+    void* const library = dlopen((folder / kModule).c_str(), RTLD_NOW | RTLD_NODELETE);
+    void* const make = library == nullptr ? nullptr : dlsym(library, kMakeName);
+    // The program must not find our failure there.
+    dlerror();
+    return reinterpret_cast<Make>(make);
+}
+
+std::unique_ptr<HeardDevice> makeHeard(const char* kind) {
+    std::unique_ptr<HeardDevice> made;
+    try {
+        if (static const Make make = loadModule(); make != nullptr) {
+            make(kind, &made);
+        }
+    } catch (const std::exception&) {
+        // No folder, no memory: no device.
+    }
+    return made;
+}
+
+std::unique_ptr<Backend> makeCubeb(const char* name, const char* kind) {
+    return std::make_unique<HandoverBackend>(
+        name, [kind] { return makeHeard(kind); }, makeNullBackend());
+}
+
+}  // namespace
+
+std::unique_ptr<Backend> makeCubebBackend() {
+    return makeCubeb("cubeb", "");
+}
+
+std::unique_ptr<Backend> makeCubebPulseBackend() {
+    return makeCubeb("cubeb:pulse", "pulse");
+}
+
+std::unique_ptr<Backend> makeCubebAlsaBackend() {
+    return makeCubeb("cubeb:alsa", "alsa");
+}
+
+std::unique_ptr<Backend> makeCubebJackBackend() {
+    return makeCubeb("cubeb:jack", "jack");
+}
+
+}  // namespace tqplatform

@@ -1,0 +1,44 @@
+// What a program of the platform plays arrives at the sound server as it was rendered.
+
+#include <gtest/gtest.h>
+
+#include "DeviceRun.h"
+#include "support/servers/PulseServer.h"
+#include "support/sound/Comparison.h"
+
+namespace {
+
+using namespace tqtest;
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string all;
+    for (const std::string& line : lines) {
+        all += line + "\n";
+    }
+    return all;
+}
+
+TEST(PlayingOnPulse, EveryFrameArrivesFromTheFirstToTheLast) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    const ProgramEnd end = runProgram(
+        kept(devicePlayer(server.environment(), "cubeb", {"start", "end", "stop", "say"}),
+             server.folder().path()));
+    ASSERT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end.errors, "");
+    EXPECT_EQ(joined(differences(devicePlayerNoise(), recording->finish().trimmed())), "");
+}
+
+TEST(PlayingOnPulse, TwoUnitsAreOneStream) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    Program player(devicePlayer(server.environment(), "cubeb",
+                                {"start", "start2", "sleep:1", "say", "end", "stop", "stop2"}));
+    ASSERT_TRUE(eventually([&] { return player.output().find("threads=") != std::string::npos; }));
+    const ProgramEnd streams = runProgram({.arguments = {"pactl", "list", "short", "sink-inputs"},
+                                           .environment = server.environment()});
+    EXPECT_EQ(std::count(streams.output.begin(), streams.output.end(), '\n'), 1) << streams.text();
+    EXPECT_EQ(player.wait()["done"], "1");
+}
+
+}  // namespace

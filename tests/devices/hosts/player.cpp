@@ -1,0 +1,215 @@
+// A program of the platform that does what its arguments say, one after the other, and says what
+// came of it as "name=value" lines:
+//   start, stop         the player's unit; it plays marked noise once, from where it stopped
+//   start2, stop2       a second unit, which plays a tone
+//   end                 waits until the noise has been rendered
+//   sleep:SECONDS       waits
+//   await:FILE          waits until there is such a file
+//   rate:HZ, duration:SECONDS    what the session prefers
+//   say                 the hardware's format, threads and descriptors
+//   cycles:COUNT        starts and stops so often
+
+#include <AVFoundation/AVFoundation.h>
+#include <AudioToolbox/AudioToolbox.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/sound/Sound.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kRate = 48000;
+constexpr std::size_t kFrames = 96000;
+
+template <class Value>
+void say(const char* name, Value value) {
+    std::printf("%s=%s\n", name, std::to_string(value).c_str());
+    std::fflush(stdout);
+}
+
+AudioStreamBasicDescription stereo() {
+    AudioStreamBasicDescription format{};
+    format.mSampleRate = kRate;
+    format.mFormatID = kAudioFormatLinearPCM;
+    format.mFormatFlags = static_cast<AudioFormatFlags>(kAudioFormatFlagIsFloat) |
+                          static_cast<AudioFormatFlags>(kAudioFormatFlagIsPacked);
+    format.mFramesPerPacket = 1;
+    format.mChannelsPerFrame = 2;
+    format.mBitsPerChannel = 32;
+    format.mBytesPerFrame = format.mBytesPerPacket = 8;
+    return format;
+}
+
+/// An output unit and what it plays.
+class Player {
+  public:
+    explicit Player(std::vector<float> samples) : samples_(std::move(samples)) {
+        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                               kAudioUnitManufacturer_Apple, 0, 0};
+        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
+        const AudioStreamBasicDescription format = stereo();
+        AudioUnitSetProperty(unit_, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
+                             &format, sizeof format);
+        const AURenderCallbackStruct callback{&render, this};
+        AudioUnitSetProperty(unit_, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+                             &callback, sizeof callback);
+        AudioUnitInitialize(unit_);
+    }
+    ~Player() { AudioComponentInstanceDispose(unit_); }
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
+    void start() {
+        const auto began = Clock::now();
+        say("start", AudioOutputUnitStart(unit_));
+        say("startSeconds", std::chrono::duration<double>(Clock::now() - began).count());
+    }
+    void stop() { say("stop", AudioOutputUnitStop(unit_)); }
+    [[nodiscard]] AudioUnit unit() const { return unit_; }
+    [[nodiscard]] bool hasPlayed() const { return next_.load() >= samples_.size(); }
+    [[nodiscard]] long blocks() const { return blocks_.load(); }
+
+  private:
+    static OSStatus render(void* self, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32,
+                           UInt32 frames, AudioBufferList* list) {
+        auto& player = *static_cast<Player*>(self);
+        auto* const out = static_cast<float*>(list->mBuffers[0].mData);
+        std::size_t next = player.next_.load();
+        for (UInt32 i = 0; i < 2 * frames; ++i) {
+            out[i] = next < player.samples_.size() ? player.samples_[next++] : 0.0F;
+        }
+        player.next_.store(next);
+        ++player.blocks_;
+        return 0;
+    }
+
+    const std::vector<float> samples_;
+    std::atomic<std::size_t> next_{0};
+    std::atomic<long> blocks_{0};
+    AudioUnit unit_ = nullptr;
+};
+
+std::vector<float> samplesOf(const tqtest::Sound& sound) {
+    std::vector<float> samples;
+    for (std::size_t frame = 0; frame < sound.frames(); ++frame) {
+        samples.push_back(static_cast<float>(sound.value(frame, 0)));
+        samples.push_back(static_cast<float>(sound.value(frame, 1)));
+    }
+    return samples;
+}
+
+long entriesOf(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+class Script {
+  public:
+    void run(const std::string& step) {
+        const std::size_t colon = step.find(':');
+        const std::string verb = step.substr(0, colon);
+        const std::string value = colon == std::string::npos ? "" : step.substr(colon + 1);
+        if (verb == "start") {
+            noise_.start();
+        } else if (verb == "stop") {
+            noise_.stop();
+        } else if (verb == "start2") {
+            tone_.start();
+        } else if (verb == "stop2") {
+            tone_.stop();
+        } else if (verb == "end") {
+            waitUntil([&] { return noise_.hasPlayed(); });
+        } else if (verb == "sleep") {
+            std::this_thread::sleep_for(std::chrono::duration<double>(std::stod(value)));
+        } else if (verb == "await") {
+            waitUntil([&] { return std::filesystem::exists(value); });
+        } else if (verb == "rate") {
+            const Float64 rate = std::stod(value);
+            prefer(kAudioSessionProperty_PreferredHardwareSampleRate, &rate, sizeof rate);
+        } else if (verb == "duration") {
+            const Float32 seconds = std::stof(value);
+            prefer(kAudioSessionProperty_PreferredHardwareIOBufferDuration, &seconds,
+                   sizeof seconds);
+        } else if (verb == "cycles") {
+            for (int count = std::stoi(value); count > 0; --count) {
+                AudioOutputUnitStart(tone_.unit());
+                AudioOutputUnitStop(tone_.unit());
+            }
+        } else if (verb == "say") {
+            sayState();
+        }
+    }
+
+  private:
+    template <class Condition>
+    static void waitUntil(const Condition& condition) {
+        while (!condition()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    static void prefer(AudioSessionPropertyID id, const void* value, UInt32 size) {
+        AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr);
+        say("prefer", AudioSessionSetProperty(id, size, value));
+    }
+    void sayState() {
+        AudioStreamBasicDescription format{};
+        UInt32 size = sizeof format;
+        AudioUnitGetProperty(noise_.unit(), kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
+                             0, &format, &size);
+        say("rate", static_cast<long>(format.mSampleRate));
+        say("channels", format.mChannelsPerFrame);
+        AudioUnitGetProperty(noise_.unit(), kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
+                             1, &format, &size);
+        say("inputChannels", format.mChannelsPerFrame);
+        AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr);
+        Float32 seconds = 0;
+        size = sizeof seconds;
+        AudioSessionGetProperty(kAudioSessionProperty_CurrentHardwareIOBufferDuration, &size,
+                                &seconds);
+        say("slice", seconds);
+        say("blocks", noise_.blocks());
+        say("threads", entriesOf("/proc/self/task"));
+        say("descriptors", entriesOf("/proc/self/fd"));
+    }
+
+    static tqtest::SoundFormat format() { return {kRate, 2, tqtest::Encoding::F32}; }
+    Player noise_{samplesOf(tqtest::markedNoise(format(), kFrames))};
+    Player tone_{samplesOf(tqtest::tone(format(), kFrames, 440))};
+};
+
+void sayNotices() {
+    NSNotificationCenter& center = NSNotificationCenter::defaultCenter();
+    static const int kObserver = 0;
+    center.addObserver(
+        &kObserver,
+        [](const NSNotification& notice) {
+            say("interruption", notice.integerForKey(AVAudioSessionInterruptionTypeKey, -1));
+        },
+        AVAudioSessionInterruptionNotification, nullptr);
+    center.addObserver(
+        &kObserver,
+        [](const NSNotification& notice) {
+            say("route", notice.integerForKey(AVAudioSessionRouteChangeReasonKey, -1));
+        },
+        AVAudioSessionRouteChangeNotification, nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    sayNotices();
+    Script script;
+    for (int step = 1; step < argc; ++step) {
+        script.run(argv[step]);
+    }
+    std::printf("done=1\n");
+}

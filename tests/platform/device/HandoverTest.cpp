@@ -1,0 +1,231 @@
+#include "device/backends/HandoverBackend.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "device/Device.h"
+#include "support/ProgramRunner.h"
+
+namespace {
+
+using namespace tqplatform;
+using tqtest::eventually;
+
+/// What happens to the made-up clock and the made-up device of a test, and what they are to do.
+/// Both ask for blocks when the test says so; the device asks for one when it is started, too.
+struct Scene {
+    std::mutex mutex;
+    std::vector<std::string> verbs;
+    std::atomic<bool> isThere{true};
+    DeviceFormat format{44100, 2, 1, 4096, 256};
+    BackendHost* clock = nullptr;
+    std::atomic<HeardHost*> heard{nullptr};
+
+    void note(const char* verb) {
+        const std::lock_guard lock(mutex);
+        verbs.emplace_back(verb);
+    }
+    std::vector<std::string> noted() {
+        const std::lock_guard lock(mutex);
+        return std::exchange(verbs, {});
+    }
+    [[nodiscard]] bool hasCome(const char* verb) {
+        const std::lock_guard lock(mutex);
+        return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
+    }
+};
+
+Scene scene;
+
+class MadeUpClock final : public Backend {
+  public:
+    std::optional<DeviceFormat> open(BackendHost& host) override {
+        scene.clock = &host;
+        return DeviceFormat{48000, 2, 2, 512, 512};
+    }
+    bool start() override {
+        scene.note("start clock");
+        return true;
+    }
+    void stop() noexcept override { scene.note("stop clock"); }
+    bool preferRate(Float64 sampleRate, bool /*mayWait*/) noexcept override {
+        scene.clock->changed({sampleRate, 2, 2, 512, 512});
+        return true;
+    }
+    void forgetAfterFork() noexcept override {}
+};
+
+class MadeUpDevice final : public HeardDevice {
+  public:
+    ~MadeUpDevice() override {
+        scene.heard = nullptr;
+        scene.note("end device");
+    }
+    std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) override {
+        scene.note("open device");
+        scene.heard = &host;
+        DeviceFormat format = scene.format;
+        format.sampleRate = wish.sampleRate > 0 ? wish.sampleRate : format.sampleRate;
+        return scene.isThere ? std::optional(format) : std::nullopt;
+    }
+    bool start() override {
+        scene.note("start device");
+        scene.heard.load()->renderHeard({64, 0});
+        return true;
+    }
+    void hear(bool /*isHearing*/) override {}
+    void finish() noexcept override { scene.note("finish device"); }
+    std::string place() override { return "speakers"; }
+};
+
+constexpr BackendRow kHandoverRows[] = {
+    {"both",
+     [] {
+         return std::unique_ptr<Backend>(std::make_unique<HandoverBackend>(
+             "both", [] { return std::make_unique<MadeUpDevice>(); },
+             std::make_unique<MadeUpClock>()));
+     },
+     false},
+};
+
+class HandoverClient final : public DeviceClient {
+  public:
+    explicit HandoverClient(bool isHeard) : isHeard_(isHeard) {}
+    void render(const DeviceSlice& slice) noexcept override {
+        const std::lock_guard lock(mutex);
+        blocks.push_back(slice.time->mSampleTime);
+        frames.push_back(slice.frames());
+        for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
+            slice.output.at(0, frame) = 0.5F;
+        }
+    }
+    ClientWants wants() const noexcept override { return {isHeard_, false}; }
+
+    std::mutex mutex;
+    std::vector<Float64> blocks;
+    std::vector<UInt32> frames;
+
+  private:
+    const bool isHeard_;
+};
+
+using Words = std::vector<std::string>;
+
+Device& openBoth() {
+    // It stays: helpers of its own may look at it to the end of the process.
+    return *Device::open("both", kHandoverRows).release();
+}
+
+TEST(Handover, WhoIsNotHeardIsDrivenByTheClockAndOpensNothing) {
+    Device& device = openBoth();
+    HandoverClient quiet(false);
+    ASSERT_TRUE(device.addClient(quiet));
+    scene.clock->render({512, 0});
+    EXPECT_EQ(quiet.blocks, (std::vector<Float64>{0}));
+    device.removeClient(quiet);
+    EXPECT_EQ(scene.noted(), (Words{"start clock", "stop clock"}));
+}
+
+TEST(Handover, TheDeviceOpensWithTheFirstWhoIsHeardAndClosesBehindTheLast) {
+    Device& device = openBoth();
+    HandoverClient one(true), two(true);
+    ASSERT_TRUE(device.addClient(one));
+    ASSERT_TRUE(device.addClient(two));
+    EXPECT_EQ(scene.noted(), (Words{"open device", "start device"})) << "and the clock stands";
+    EXPECT_EQ(device.sampleRate(), 44100);
+    EXPECT_EQ(device.inputChannels(), 1U);
+    device.removeClient(one);
+    EXPECT_EQ(scene.noted(), Words{});
+    device.removeClient(two);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    EXPECT_EQ(scene.noted(), (Words{"finish device", "end device"}));
+}
+
+TEST(Handover, NoBlockIsLostOrRepeatedBetweenTheClockAndTheDevice) {
+    Device& device = openBoth();
+    HandoverClient quiet(false), heard(true);
+    ASSERT_TRUE(device.addClient(quiet));
+    scene.clock->render({512, 0});
+    ASSERT_TRUE(device.addClient(heard));  // the device asks for 64 when it starts
+    scene.heard.load()->renderHeard({100, 0});
+    scene.clock->render({512, 0});  // too late: the device drives
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    scene.clock->render({512, 0});
+    device.removeClient(quiet);
+    EXPECT_EQ(quiet.frames, (std::vector<UInt32>{512, 64, 100, 512}));
+    EXPECT_EQ(quiet.blocks, (std::vector<Float64>{0, 512, 576, 676}));
+    EXPECT_EQ(heard.frames, (std::vector<UInt32>{100})) << "from the device alone";
+}
+
+TEST(Handover, WhoIsNotHeardIsNotInWhatIsPlayed) {
+    Device& device = openBoth();
+    HandoverClient quiet(false), heard(true);
+    ASSERT_TRUE(device.addClient(quiet));
+    ASSERT_TRUE(device.addClient(heard));
+    std::vector<float> played(20, 9.0F);
+    scene.heard.load()->renderHeard(
+        {.frames = 10,
+         .hostTime = 0,
+         .played = tqcommon::AudioView::interleaved(played.data(), 2, 10)});
+    EXPECT_EQ(played[0], 0.5F);
+    EXPECT_EQ(played[1], 0.0F);
+}
+
+TEST(Handover, TheClockGoesOnWhileTheDeviceIsGone) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    scene.isThere = false;
+    scene.noted();
+    scene.heard.load()->lostHeard();
+    ASSERT_TRUE(eventually([] { return scene.hasCome("start clock"); }));
+    scene.clock->render({512, 0});
+    EXPECT_EQ(heard.frames.back(), 512U);
+    scene.isThere = true;
+    ASSERT_TRUE(eventually([] { return scene.hasCome("stop clock"); }));
+    EXPECT_EQ(heard.frames.back(), 64U) << "the device's first block";
+    EXPECT_EQ(heard.blocks.back(), 64 + 512) << "behind the clock's last";
+}
+
+TEST(Handover, WithoutADeviceThereIsTheClockAndOneLine) {
+    Device& device = openBoth();
+    scene.isThere = false;
+    testing::internal::CaptureStderr();
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    device.removeClient(heard);
+    ASSERT_TRUE(device.addClient(heard));
+    scene.clock->render({512, 0});
+    EXPECT_EQ(heard.frames, (std::vector<UInt32>{512}));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "TQ_AUDIO_DEVICE=both: no sound server or card answers, using null\n");
+}
+
+TEST(Handover, APreferredRateIsTheDevices) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    scene.noted();
+    ASSERT_TRUE(device.preferRate(32000));
+    EXPECT_EQ(device.sampleRate(), 32000);
+    EXPECT_EQ(scene.noted(), (Words{"start clock", "finish device", "end device", "open device",
+                                    "start device", "stop clock"}));
+}
+
+TEST(Handover, TheDeviceIsKnownBeforeItPlays) {
+    Device& device = openBoth();
+    EXPECT_EQ(device.sampleRate(), 48000);
+    device.meet();
+    device.meet();
+    EXPECT_EQ(device.sampleRate(), 44100);
+    EXPECT_EQ(device.inputChannels(), 1U);
+    EXPECT_EQ(scene.noted(), (Words{"open device", "end device"}));
+}
+
+}  // namespace
