@@ -3,9 +3,11 @@
 #include <semaphore.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,6 +50,8 @@ class StreamLife {
     StreamLife();
 
     void run();
+    void waitForWork(std::optional<std::chrono::milliseconds> longest);
+    [[nodiscard]] std::optional<std::chrono::milliseconds> pauseToNextLook() const;
     void look();
     void lookAt(NativeStream& stream);
     void startThread();

@@ -22,14 +22,15 @@ constexpr std::chrono::duration<double> kStarved{1};
 constexpr double kTailSeconds = 0.05;
 constexpr double kLongestHurry = 60;
 constexpr std::chrono::milliseconds kReportInterval{250};
-constexpr long kLookMilliseconds = 50;
+/// Between two looks while a stream waits for something that nobody announces.
+constexpr std::chrono::milliseconds kShortPause{50};
 /// Looks at a closed stream whose unit does not start before it is given up: a second of them.
 constexpr int kMostStarts = 20;
 
-timespec inMilliseconds(long milliseconds) {
+timespec in(std::chrono::milliseconds pause) {
     timespec then{};
     clock_gettime(CLOCK_REALTIME, &then);
-    then.tv_nsec += milliseconds * 1'000'000L;
+    then.tv_nsec += pause.count() * 1'000'000L;
     then.tv_sec += then.tv_nsec / 1'000'000'000L;
     then.tv_nsec %= 1'000'000'000L;
     return then;
@@ -50,15 +51,45 @@ void StreamLife::startThread() {
 }
 
 void StreamLife::run() {
+    std::optional<std::chrono::milliseconds> pause{kShortPause};
     while (true) {
-        const timespec then = inMilliseconds(kLookMilliseconds);
-        while (sem_timedwait(&work_, &then) != 0 && errno == EINTR) {
-        }
+        waitForWork(pause);
         const std::scoped_lock lock(lock_);
         // Listeners are told in there. One that dies is to die twice at most, whoever calls it.
         const GuardScope inside;
         look();
+        pause = pauseToNextLook();
     }
+}
+
+void StreamLife::waitForWork(std::optional<std::chrono::milliseconds> longest) {
+    if (longest) {
+        const timespec then = in(*longest);
+        while (sem_timedwait(&work_, &then) != 0 && errno == EINTR) {
+        }
+    } else {
+        while (sem_wait(&work_) != 0 && errno == EINTR) {
+        }
+    }
+}
+
+/// None where every stream is silent: a first frame and an end wake the thread.
+std::optional<std::chrono::milliseconds> StreamLife::pauseToNextLook() const {
+    std::optional<std::chrono::milliseconds> pause;
+    for (const NativeStream* const stream : streams_) {
+        if (stream->state_ == NativeStream::State::kUnused) {
+            continue;
+        }
+        const BridgeUnit* const unit = stream->unit_.load();
+        if (stream->state_ == NativeStream::State::kClosed || stream->isWaiting_.load() ||
+            (stream->hasSound_.load() && (unit == nullptr || !unit->isRunning()))) {
+            return kShortPause;
+        }
+        if (stream->hasSound_.load()) {
+            pause = kReportInterval;
+        }
+    }
+    return pause;
 }
 
 void StreamLife::look() {

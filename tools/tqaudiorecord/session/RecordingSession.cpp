@@ -13,12 +13,11 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Between two looks at what the host has delivered: each costs both of them the processor's
-/// caches.
-constexpr int kPauseMilliseconds = 20;
-/// Where somebody waits for what comes out.
-constexpr int kShortPauseMilliseconds = 5;
+/// Between two looks at what the host has delivered, where nobody waits for what comes out: waking
+/// up costs more than what is taken then.
 constexpr milliseconds kTickPause{100};
+/// Where somebody waits for it, or more is left than was taken.
+constexpr milliseconds kShortPause{5};
 constexpr milliseconds kHostPatience{5000};
 /// The terminal sends its interrupt to the host as well. Many programs quit without saving at a
 /// second one, so the host gets this long to end by itself.
@@ -159,8 +158,19 @@ void RecordingSession::wait() {
     std::vector<pollfd> list{{acceptor_.descriptor(), POLLIN, 0},
                              {signals_.descriptor(), POLLIN, 0},
                              {host_.endDescriptor(), POLLIN, 0}};
-    const bool isAwaited = options_.output == "-" || !options_.duckOn.empty();
-    poll(list.data(), list.size(), isAwaited ? kShortPauseMilliseconds : kPauseMilliseconds);
+    poll(list.data(), list.size(), static_cast<int>(pause().count()));
+}
+
+milliseconds RecordingSession::pause() const {
+    if (isMoreLeft_ || options_.output == "-" || !options_.duckOn.empty()) {
+        return kShortPause;
+    }
+    // A quarter of a short ring fills meanwhile.
+    const std::chrono::duration<double> quarter{options_.ringSeconds / 4};
+    const Clock::duration toTick = nextTick_ - Clock::now();
+    return std::clamp(
+        std::chrono::ceil<milliseconds>(std::min<std::chrono::duration<double>>(toTick, quarter)),
+        kShortPause, kTickPause);
 }
 
 void RecordingSession::acceptConnections() {
@@ -213,6 +223,7 @@ void RecordingSession::takeConnection(Connection connection) {
 }
 
 void RecordingSession::drain(milliseconds turn) {
+    isMoreLeft_ = false;
     const milliseconds share = std::max(
         kLeastTurn,
         turn / static_cast<milliseconds::rep>(std::max<std::size_t>(1, processes_.size())));
@@ -223,7 +234,7 @@ void RecordingSession::drain(milliseconds turn) {
             process->setDuckLevel(duckSource_->level(static_cast<std::uint64_t>(time.count())));
         }
         const bool wasCorrupt = process->isCorrupt();
-        (void)process->drain(sink_, Clock::now() + share);
+        isMoreLeft_ = !process->drain(sink_, Clock::now() + share) || isMoreLeft_;
         if (process->isCorrupt() && !wasCorrupt) {
             notes_.add(process->process().name +
                        ": its shared memory is corrupt; the rest is not recorded");

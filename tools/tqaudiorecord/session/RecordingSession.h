@@ -57,8 +57,9 @@ class RecordingSession {
     [[nodiscard]] bool launch(std::string& error);
     [[nodiscard]] std::uint64_t soundBytes() const;
     void loop(RecordingResult& result);
-    /// Waits a few milliseconds, less when something happens.
+    /// Until the next tick at the longest, less when something happens.
     void wait();
+    [[nodiscard]] std::chrono::milliseconds pause() const;
     void acceptConnections();
     void takeConnection(Connection connection);
     /// Takes what the processes have delivered, for that long at most.
@@ -85,7 +86,8 @@ class RecordingSession {
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;
     int lastId_ = 0;
-    bool hostKnows_ = false;  ///< the terminal has sent the host the same signal
+    bool isMoreLeft_ = false;  ///< of what was delivered, when the last drain() had to end
+    bool hostKnows_ = false;   ///< the terminal has sent the host the same signal
     Notes notes_;
     HostLook look_;
     std::chrono::milliseconds lookPause_{100};
