@@ -72,11 +72,12 @@ class HandleVisit {
 
 /// Address space that cannot be read or written: handles are addresses in it, so they are unlike
 /// every real pointer, and dereferencing one fails at once. An address is given out again only
-/// after thousands of other objects have used its slot.
+/// after 65,536 other objects. No more of it than that needs: limits of a program's address
+/// space, and of what it may lock into memory, count it.
 class HandleRegion {
   public:
     static constexpr std::size_t kSlots = 4096;
-    static constexpr std::uint32_t kGenerations = 4096;
+    static constexpr std::uint32_t kGenerations = 16;
 
     struct Place {
         std::size_t slot;
