@@ -125,6 +125,7 @@ AudioHookConfig* AudioHookConfig::getInstance() {
 
 int AudioHookConfigImpl::init(const char* directory) {
     const std::lock_guard lock(mutex_);
+    BusGuard::letThrough();
     if (isInitSuccess()) {
         return 0;
     }
@@ -195,6 +196,7 @@ int AudioHookConfigImpl::forceDisableHook(unsigned id, bool disable) {
 }
 
 int AudioHookConfigImpl::changeItem(unsigned id, bool ConfigItem::*flag, bool value) {
+    BusGuard::letThrough();
     if (!isInitSuccess()) {
         return 3;
     }
@@ -251,6 +253,7 @@ PreLaunchState AudioHookConfigImpl::getPreLaunchState() {
 
 HookTable AudioHookConfigImpl::table() {
     const std::lock_guard lock(mutex_);
+    BusGuard::letThrough();
     return isInitSuccess() && configFile_->data() != nullptr ? readTable() : HookTable{};
 }
 
@@ -418,6 +421,7 @@ void AudioHookConfigImpl::bindCounts() noexcept {
 
 void AudioHookConfigImpl::beginOrderlyEnding() noexcept {
     if (::getpid() == ownProcess_.load()) {
+        BusGuard::letThrough();
         callbacks_.leaveWord();
         roads_.leaveWord();
     }
@@ -426,9 +430,8 @@ void AudioHookConfigImpl::beginOrderlyEnding() noexcept {
 void AudioHookConfigImpl::takeBackOrderlyEnding() noexcept {
     if (::getpid() == ownProcess_.load()) {
         bindCounts();
-        // Who is inside now is written again.
-        callbacks_.change(0);
-        roads_.change(0);
+        callbacks_.rewrite();
+        roads_.rewrite();
     }
 }
 
@@ -436,6 +439,7 @@ void AudioHookConfigImpl::afterForkInChild() noexcept {
     callbacks_.forget();
     roads_.forget();
     if (isInitSuccess()) {
+        BusGuard::letThrough();
         takeRecord();
         bindCounts();
     }

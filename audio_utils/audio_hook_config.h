@@ -118,11 +118,11 @@ class AudioHookConfigImpl : public AudioHookConfig {
     HookVerdict verdictAtInit() override;
 
     /// [any thread] Real-time safe. Marks entry into and exit from an intercepted function.
-    void enterHookFunc() noexcept TQ_NONBLOCKING { callbacks_.change(1); }
-    void exitHookFunc() noexcept TQ_NONBLOCKING { callbacks_.change(-1); }
+    void enterHookFunc() noexcept TQ_NONBLOCKING { callbacks_.enter(); }
+    void exitHookFunc() noexcept TQ_NONBLOCKING { callbacks_.leave(); }
     /// [any thread] Real-time safe. The same for the library's other code that hosts call.
-    void enterRoad() noexcept TQ_NONBLOCKING { roads_.change(1); }
-    void exitRoad() noexcept TQ_NONBLOCKING { roads_.change(-1); }
+    void enterRoad() noexcept TQ_NONBLOCKING { roads_.enter(); }
+    void exitRoad() noexcept TQ_NONBLOCKING { roads_.leave(); }
 
     /// [any thread] The process is about to end, or to become another program, in order: from here
     /// on the files say that nobody is inside. Only in the process that counts, not in a child of

@@ -120,6 +120,14 @@ BusGuard& BusGuard::operator=(BusGuard&& other) noexcept {
     return *this;
 }
 
+[[gnu::cold]] void BusGuard::unblock() noexcept {
+    isLetThrough = true;
+    sigset_t busError;
+    sigemptyset(&busError);
+    sigaddset(&busError, SIGBUS);
+    pthread_sigmask(SIG_UNBLOCK, &busError, nullptr);
+}
+
 bool BusGuard::isCutOff() const noexcept {
     return slot_ >= 0 &&
            slots[static_cast<std::size_t>(slot_)].isCutOff.load(std::memory_order_relaxed);

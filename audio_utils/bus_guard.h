@@ -10,6 +10,8 @@ namespace korva_audio_utils {
 ///
 /// The first guard of a process installs a handler of SIGBUS. What is not about a guarded mapping
 /// goes on to whoever had the signal before. A program that takes SIGBUS later has it to itself.
+/// The kernel ends a process whose access fails on a thread that blocks the signal, so each thread
+/// lets it through before its first access.
 ///
 /// [any thread] for construction and destruction; at most kMaxMappings live at a time, further ones
 /// guard nothing.
@@ -25,10 +27,24 @@ class BusGuard {
     BusGuard(const BusGuard&) = delete;
     BusGuard& operator=(const BusGuard&) = delete;
 
+    /// [any thread] The calling thread does not block SIGBUS from here on. Real-time safe; the
+    /// first call of a thread changes its signal mask.
+    static void letThrough() noexcept {
+        if (!isLetThrough) [[unlikely]] {
+            unblock();
+        }
+    }
+
     /// Whether the mapping has been taken off its file.
     [[nodiscard]] bool isCutOff() const noexcept;
 
   private:
+    static void unblock() noexcept;
+
+    // Initial-exec: reading it on a render thread for the first time must not allocate.
+    [[gnu::tls_model("initial-exec")]] static inline constinit thread_local bool isLetThrough =
+        false;
+
     int slot_ = -1;
 };
 

@@ -68,6 +68,11 @@ TEST_F(FlagFiles, AFlagFileThatIsEmptiedWhileTheHostPlaysDoesNotStopIt) {
     }
 }
 
+TEST_F(FlagFiles, NorDoesItWhereTheThreadsThatPlayBlockAllSignals) {
+    arm();
+    expectPlays(launch("blocked:" + count.string()), "started");
+}
+
 TEST_F(FlagFiles, EightProcessesThatArmAtOnceAreAllHeard) {
     for (int round = 0; round < 5; ++round) {
         fs::remove_all(caches / kName);
@@ -138,6 +143,21 @@ TEST_F(FlagFiles, ALimitOfFileSizesLeavesTheHooksOutAndTheHostPlays) {
     const tqtest::ProgramEnd run = tqtest::runProgram(setup);
     expectPlays(run, "out");
     EXPECT_EQ(run["code"], "0") << run.text();
+}
+
+TEST_F(FlagFiles, ALimitOfAddressSpaceThatTheHostKeepsToLeavesRoomForTheLibrary) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer takes more than any limit";
+#endif
+    arm();
+    tqtest::ProgramSetup setup = hooked("play");
+    // What may be locked into memory is counted by the same size.
+    setup.arguments = {"sh", "-c",
+                       "ulimit -v 100000; export LD_PRELOAD=" TQ_CAPTURE_LIBRARY
+                       "; exec \"$0\" \"$1\"",
+                       setup.arguments[0], setup.arguments[1]};
+    setup.environment.erase("LD_PRELOAD");
+    expectPlays(tqtest::runProgram(setup), "started");
 }
 
 /// A user's document, with which nobody but the user has to do.

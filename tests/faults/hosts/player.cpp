@@ -2,6 +2,7 @@
 // its own, and says in "name=value" lines what it sees. What it is told to do in the meantime:
 //   play            nothing: ten slices
 //   cut:FILE        the file is emptied after five of the ten slices
+//   blocked:FILE    the same, on threads that block all signals
 //   inside:ENDING   the callback of the third slice does not come back, and the process ends as
 //   told:
 //                   exit, quick_exit, _exit, exec, self (exec of this program, which then plays),
@@ -138,9 +139,15 @@ int main(int argc, char** argv) {
     if (what.starts_with("inside:")) {
         playUntilInside(with, argv);
     }
+    const bool isBlocked = what.starts_with("blocked:");
+    if (isBlocked) {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    }
     AudioUnit const unit = startUnit(tone);
     std::thread([] { pump(0, 5); }).join();
-    if (what.starts_with("cut:") && truncate(with.c_str(), 0) != 0) {
+    if ((isBlocked || what.starts_with("cut:")) && truncate(with.c_str(), 0) != 0) {
         std::perror("truncate");
     }
     std::thread([] { pump(5, 10); }).join();
