@@ -201,8 +201,8 @@ void Outputs::showProblems() {
     }
 }
 
-std::vector<std::string> Outputs::silence() const {
-    return whySilent(*observer_, options_.command.front());
+std::vector<std::string> Outputs::silence(int endSignal) const {
+    return whySilent(*observer_, options_.command.front(), endSignal);
 }
 
 bool Outputs::isAnythingRecorded() const {

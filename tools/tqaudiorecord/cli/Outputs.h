@@ -33,8 +33,9 @@ class Outputs : public SinkSet {
     void tick(std::uint64_t elapsedMicroseconds) override;
     void finish() override;
 
-    /// Why nothing was heard; empty when something was.
-    [[nodiscard]] std::vector<std::string> silence() const;
+    /// Why nothing was heard; empty when something was. `endSignal` is the one that ended COMMAND,
+    /// 0 for none.
+    [[nodiscard]] std::vector<std::string> silence(int endSignal) const;
     /// Whether any block arrived, also one of zeros.
     [[nodiscard]] bool isAnythingRecorded() const;
     /// Whether any process has connected.

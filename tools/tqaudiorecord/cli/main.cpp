@@ -1,5 +1,6 @@
 // tqaudiorecord: records the sound of a program.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +13,7 @@
 #include "cli/Outputs.h"
 #include "session/GuardCommand.h"
 #include "session/RecordingSession.h"
+#include "view/Diagnosis.h"
 
 namespace {
 
@@ -35,10 +37,26 @@ int tendGuard(const Options& options, Screen& screen) {
 
 /// Why the recording is silent; empty when it is not.
 std::vector<std::string> reasonsFor(const Outputs& outputs, const HostProgram& program,
-                                    const Options& options) {
+                                    const Options& options, int endSignal) {
     const std::string unfit = program.text(options.command.front());
-    return outputs.hasAnyProcess() || unfit.empty() ? outputs.silence()
-                                                    : std::vector<std::string>{unfit};
+    if (outputs.hasAnyProcess() || unfit.empty()) {
+        return outputs.silence(endSignal);
+    }
+    return endSignal == 0
+               ? std::vector<std::string>{unfit}
+               : std::vector<std::string>{endedBy(options.command.front(), endSignal), unfit};
+}
+
+/// A standard stream that the caller has closed must not become a file of the recording, into which
+/// messages would be printed then. What stands in its place fails like a closed one, and COMMAND
+/// finds it closed.
+void occupyStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) < 0) {
+            // The lowest number that is free, which is this one.
+            (void)::open("/dev/null", (stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+        }
+    }
 }
 
 int record(const Options& options, Screen& screen) {
@@ -66,9 +84,9 @@ int record(const Options& options, Screen& screen) {
     const int hostCode = result.hostExitCode.value_or(0);
     const bool isEmpty = !outputs.isAnythingRecorded();
     // A note has said already why there is nothing.
-    const std::vector<std::string> reasons = result.notes.empty()
-                                                 ? reasonsFor(outputs, session.program(), options)
-                                                 : std::vector<std::string>{};
+    const std::vector<std::string> reasons =
+        result.notes.empty() ? reasonsFor(outputs, session.program(), options, result.hostEndSignal)
+                             : std::vector<std::string>{};
     if (!options.quiet) {
         screen.text(outputs.summary(reasons));
     } else {
@@ -82,6 +100,7 @@ int record(const Options& options, Screen& screen) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardStreams();
     // When the reader of the standard output goes away, write() fails; the signal would end us.
     std::signal(SIGPIPE, SIG_IGN);
     // So does it at a limit of file sizes, which is then told like a full disk.

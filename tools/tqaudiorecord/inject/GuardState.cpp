@@ -1,9 +1,13 @@
 #include "inject/GuardState.h"
 
 #include <TQAudioRecord/tq_capture.h>
+#include <fcntl.h>
 
 #include <array>
+#include <cerrno>
 #include <filesystem>
+
+#include "common/Descriptor.h"
 
 namespace tqrecorder {
 namespace {
@@ -31,6 +35,15 @@ std::string guardFolder() {
     return tq_guard_folder(folder.data(), folder.size()) == TQ_OK ? folder.data() : "";
 }
 
+/// Whether there are as many as the guard's folder and its three files need.
+bool areDescriptorsLeft() {
+    std::array<tqcommon::Descriptor, 4> probes;
+    for (tqcommon::Descriptor& probe : probes) {
+        probe = tqcommon::Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    }
+    return static_cast<bool>(probes.back()) || errno != EMFILE;
+}
+
 }  // namespace
 
 GuardStatus guardStatus() {
@@ -53,6 +66,7 @@ Hello helloWith(const GuardStatus& status, bool usesPlatform) {
     hello.usesPlatform = usesPlatform ? 1 : 0;
     programName().copy(hello.name.data(), hello.name.size() - 1);
     if (status.state == GuardState::kUnreadable) {
+        hello.lacksDescriptors = areDescriptorsLeft() ? 0 : 1;
         guardFolder().copy(hello.brokenGuard.data(), hello.brokenGuard.size() - 1);
     }
     return hello;

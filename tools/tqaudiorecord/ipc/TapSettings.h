@@ -57,9 +57,10 @@ struct Hello {
     std::uint32_t mayPlay = 0;       ///< linked against a library for sound, or names one
     std::uint32_t guard = 0;         ///< GuardState, after what was asked for was done
     std::int32_t retriesLeft = 0;
-    std::uint32_t isRestartFailed = 0;  ///< the guard was armed for the next launch only
-    std::int32_t result = 0;            ///< of arming or disarming; 0 done
-    std::array<char, 64> name{};        ///< the program's, terminated
+    std::uint32_t isRestartFailed = 0;   ///< the guard was armed for the next launch only
+    std::int32_t result = 0;             ///< of arming or disarming; 0 done
+    std::uint32_t lacksDescriptors = 0;  ///< its limit of open files is used up
+    std::array<char, 64> name{};         ///< the program's, terminated
     /// The guard's folder where its files cannot be used, terminated; empty when they can.
     std::array<char, 1024> brokenGuard{};
 };

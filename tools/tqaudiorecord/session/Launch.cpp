@@ -167,7 +167,8 @@ bool Launch::isOver() {
         const pid_t found = waitpid(pid_, &status, WNOHANG);
         if (found == pid_) {
             isOver_ = true;
-            exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            endSignal_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+            exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + endSignal_;
         } else if (found < 0 && errno == ECHILD) {
             // Another part of this process has waited for it: its exit code is lost.
             isOver_ = true;

@@ -44,6 +44,8 @@ class Launch {
     [[nodiscard]] bool isOver();
     /// As a shell tells it: 128 and the signal's number after a signal.
     [[nodiscard]] int exitCode() const { return exitCode_; }
+    /// The signal that ended it, 0 for none.
+    [[nodiscard]] int endSignal() const { return endSignal_; }
     void signal(int number) const;
 
   private:
@@ -51,6 +53,7 @@ class Launch {
     tqcommon::Descriptor end_;
     bool isOver_ = false;
     int exitCode_ = 0;
+    int endSignal_ = 0;
     std::string linkFolder_;  ///< through which the library is reached; empty without
 };
 

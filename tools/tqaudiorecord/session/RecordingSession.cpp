@@ -128,6 +128,7 @@ void RecordingSession::loop(RecordingResult& result) {
         if (hostIsOver && !isAnyEndedLeft()) {
             result.end = End::kHostEnded;
             result.hostExitCode = host_.exitCode();
+            result.hostEndSignal = host_.endSignal();
             return;
         }
         while (const auto signal = signals_.next()) {
@@ -175,12 +176,19 @@ milliseconds RecordingSession::pause() const {
 
 void RecordingSession::acceptConnections() {
     for (Connection& connection : acceptor_.connections()) {
-        if (connection.hello.isRecording != 0 && connection.memory) {
+        const Hello& hello = connection.hello;
+        if (hello.isRecording == 0) {
+            continue;
+        }
+        if (connection.memory) {
             takeConnection(std::move(connection));
-        } else if (connection.hello.isRecording != 0) {
-            notes_.add(printable(connection.hello.name.data()) +
-                       ": no memory to share with the recorder; not recorded (--ring says how " +
-                       "much)");
+        } else {
+            notes_.add(printable(hello.name.data()) +
+                       (hello.lacksDescriptors != 0
+                            ? ": its limit of open files is used up; not recorded (ulimit -n says "
+                              "how many)"
+                            : ": no memory to share with the recorder; not recorded (--ring says "
+                              "how much)"));
         }
     }
 }

@@ -27,6 +27,8 @@ struct RecordingResult {
     /// Of a command that ended by itself, as a shell tells it. Nothing when the recording ended
     /// first, or the command was never started.
     std::optional<int> hostExitCode;
+    /// The signal that ended such a command, 0 for none.
+    int hostEndSignal = 0;
     /// Why it was not started, or why the sink ended it; one line.
     std::string message;
     /// What else the user should know; one line each.

@@ -1,6 +1,7 @@
 #include "view/Diagnosis.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "core/GuardFiles.h"
 #include "view/LeftOut.h"
@@ -38,6 +39,9 @@ bool isAboutSound(const ProcessState& state, const SeenProcess& seen) {
 /// What the process did about sound, where the hooks did their work and nothing was heard.
 std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen) {
     const HostFacts& facts = state.facts;
+    if (const std::string frames = framesNeverPlayed(state); !frames.empty()) {
+        return "what it had written was not played before the end: " + frames;
+    }
     if (hasTrack(state)) {
         return "all that it played was silence: " + counted(facts.blocks, "block") +
                ", all zero; is its sound switched off or turned down to nothing?";
@@ -63,7 +67,8 @@ std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen
         return rawDeviceText(seen);
     }
     if (facts.unitsCreated > 0) {
-        return counted(facts.unitsCreated, "audio unit") + " created, but none was ever started";
+        return counted(facts.unitsCreated, "audio unit") +
+               " created, but none was started before the end";
     }
     if (!isAboutSound(state, seen)) {
         return "it uses none of the interfaces for sound that are recorded (ALSA, PulseAudio, "
@@ -116,7 +121,13 @@ std::string whySilent(const ProcessState& state, std::string_view command,
     return name + ": " + whyUnitsAreSilent(state, seen);
 }
 
-std::vector<std::string> whySilent(const Observer& observer, std::string_view command) {
+std::string endedBy(std::string_view command, int signal) {
+    return std::string(command) + ": it was ended by signal " + std::to_string(signal) + " (" +
+           strsignal(signal) + ")";
+}
+
+std::vector<std::string> whySilent(const Observer& observer, std::string_view command,
+                                   int endSignal) {
     std::vector<std::string> reasons;
     std::vector<std::string> launchers;
     for (const auto& [id, state] : observer.processes()) {
@@ -132,6 +143,9 @@ std::vector<std::string> whySilent(const Observer& observer, std::string_view co
     }
     if (reasons.empty()) {
         reasons = std::move(launchers);
+    }
+    if (endSignal != 0) {
+        reasons.insert(reasons.begin(), endedBy(command, endSignal));
     }
     if (reasons.empty()) {
         reasons.push_back(std::string(command) +

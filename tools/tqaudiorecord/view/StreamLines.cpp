@@ -40,6 +40,10 @@ std::string framesOf(const StreamFacts& stream) {
     if (stream.lost > 0) {
         text += ", " + std::to_string(stream.lost) + " lost";
     }
+    const std::uint64_t settled = stream.played + stream.dropped + stream.lost;
+    if (stream.written > settled) {
+        text += ", " + std::to_string(stream.written - settled) + " not yet played at the end";
+    }
     return text;
 }
 
@@ -57,6 +61,22 @@ std::vector<std::string> unrecordedStreamLines(const ProcessState& state) {
         lines.push_back("not recorded: " + listed(names) + ": " + std::string(whyNot(fate)));
     }
     return lines;
+}
+
+std::string framesNeverPlayed(const ProcessState& state) {
+    std::uint64_t frames = 0;
+    std::vector<std::string> names;
+    for (const auto& [id, stream] : state.streams) {
+        if (stream.played > 0) {
+            return {};
+        }
+        const std::uint64_t settled = stream.played + stream.dropped + stream.lost;
+        if (stream.fate == TQ_STREAM_RECORDED && stream.written > settled) {
+            frames += stream.written - settled;
+            names.push_back(stream.name);
+        }
+    }
+    return names.empty() ? "" : std::to_string(frames) + " frames of " + listed(names);
 }
 
 std::vector<std::string> streamFrameLines(const ProcessState& state) {

@@ -11,6 +11,10 @@ namespace tqrecorder {
 /// without its end for each reason.
 [[nodiscard]] std::vector<std::string> unrecordedStreamLines(const ProcessState& state);
 
+/// What the program had written, and of which streams, where none of it was played; empty where
+/// some was.
+[[nodiscard]] std::string framesNeverPlayed(const ProcessState& state);
+
 /// What became of the frames of those that were, one line each for the first of them.
 [[nodiscard]] std::vector<std::string> streamFrameLines(const ProcessState& state);
 

@@ -94,5 +94,47 @@ TEST_F(RecorderTest, SaysThatTheGuardKeptTheHooksOutAndHowToArmIt) {
     EXPECT_THAT(outcome.errors, HasSubstr("tqaudiorecord guard arm"));
 }
 
+TEST_F(RecorderTest, WithoutStandardStreamsItWritesNothingIntoItsFiles) {
+    // Which of the three the caller has closed, one bit each.
+    std::vector<std::unique_ptr<Program>> programs;
+    for (int closed = 1; closed < 8; ++closed) {
+        std::string redirections;
+        for (const int stream : {0, 1, 2}) {
+            redirections += (closed & 1 << stream) != 0 ? " " + std::to_string(stream) + ">&-" : "";
+        }
+        const std::string place = folder_.file(std::to_string(closed));
+        ProgramSetup with = setup(
+            {"-v", "-o", place + ".wav", "--events", place + ".jsonl", "--tracks", place + ".t"},
+            game("1.5"));
+        with.arguments.insert(with.arguments.begin(),
+                              {"sh", "-c", "exec \"$0\" \"$@\"" + redirections});
+        programs.push_back(std::make_unique<Program>(with));
+    }
+    for (int closed = 1; closed < 8; ++closed) {
+        const ProgramEnd end = programs[static_cast<std::size_t>(closed) - 1]->wait();
+        EXPECT_EQ(end.code, 0) << closed << ": " << end.errors;
+        const std::string place = folder_.file(std::to_string(closed));
+        expectMusic(place + ".wav", 44100, 0.8);
+        for (const auto& file : std::filesystem::recursive_directory_iterator(
+                 folder_.path() / (std::to_string(closed) + ".t"))) {
+            EXPECT_EQ(contentOf(file.path()).find("tqaudiorecord"), std::string::npos) << file;
+        }
+        for (const char* const file : {".wav", ".jsonl"}) {
+            EXPECT_EQ(contentOf(place + file).find("tqaudiorecord"), std::string::npos)
+                << closed << file;
+        }
+        const std::string events = contentOf(place + ".jsonl");
+        EXPECT_TRUE(events.starts_with("{\"") && events.ends_with("}\n")) << events;
+    }
+}
+
+TEST_F(RecorderTest, AClosedStandardOutputTakesNoRecording) {
+    ProgramSetup with = setup({"-q", "-o", "-"}, game("1"));
+    with.arguments.insert(with.arguments.begin(), {"sh", "-c", "exec \"$0\" \"$@\" >&-"});
+    const ProgramEnd end = tqtest::runProgram(with);
+    EXPECT_EQ(end.code, 2) << end.errors;
+    EXPECT_NE(end.errors, "");
+}
+
 }  // namespace
 }  // namespace tqrecorder::test

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 #include "ViewFixture.h"
 
 namespace tqrecorder::test {
@@ -37,7 +39,7 @@ TEST_F(DiagnosisTest, TellsHooksUnitsAndStartsApart) {
     EXPECT_THAT(reasonFor({true, false, 2, 0, 0, 0, 0}),
                 HasSubstr("none of the interfaces for sound"));
     EXPECT_THAT(reasonFor({true, false, 2, 2, 0, 0, 0}),
-                HasSubstr("2 audio units created, but none was ever started"));
+                HasSubstr("2 audio units created, but none was started before the end"));
     EXPECT_THAT(reasonFor({true, false, 2, 1, 2, 0, 0}),
                 HasSubstr("2 starts of audio units, but no sound was delivered"));
 }
@@ -132,6 +134,27 @@ TEST_F(DiagnosisTest, TellsOfAStreamThatDeliveredNothing) {
     observer_.stream(game_, {1, "alsa-1", TQ_STREAM_RECORDED, true, 2, 48000, 0, 0, 0, 0});
     observer_.processEnded(game_, {true, false, 2, 0, 1, 0, 0});
     EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 stream opened, but no sound"));
+}
+
+TEST_F(DiagnosisTest, TellsWhatWasWrittenAndNeverPlayedFromSilence) {
+    const std::vector<std::byte> zeros(400);
+    observer_.processBegan(game_);
+    observer_.block(game_, {1, "alsa-1", kMixFormat, 1, zeros});
+    observer_.stream(game_, {1, "alsa-1", TQ_STREAM_RECORDED, false, 2, 48000, 90, 0, 20, 10});
+    observer_.processEnded(game_, {true, false, 2, 1, 1, 0, 1});
+    EXPECT_EQ(whySilent(observer_, "game").at(0),
+              "game: what it had written was not played before the end: 60 frames of alsa-1");
+    observer_.stream(game_, {1, "alsa-1", TQ_STREAM_RECORDED, false, 2, 48000, 90, 60, 20, 0});
+    EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 block, all zero"));
+}
+
+TEST_F(DiagnosisTest, TellsOfTheSignalThatEndedTheCommand) {
+    EXPECT_THAT(whySilent(observer_, "game", SIGSEGV),
+                testing::ElementsAre("game: it was ended by signal 11 (Segmentation fault)"));
+    observer_.processBegan(game_);
+    observer_.processEnded(game_, {true, false, 2, 2, 0, 0, 0});
+    EXPECT_THAT(whySilent(observer_, "game", SIGSEGV),
+                testing::ElementsAre(HasSubstr("signal 11"), HasSubstr("2 audio units created")));
 }
 
 TEST_F(DiagnosisTest, LeavesLaunchersOutWhereAnotherHasAReason) {
