@@ -1,9 +1,10 @@
 // A program that knows ALSA and nothing else: writes fifty pieces of 10 ms to ALSA's "null" device
 // and says in "name=value" lines what it sees. Told "kill", it dies in the middle, between two
 // writes. Told "fork", it forks five times while it plays, and each child plays the same on a
-// stream of its own.
+// stream of its own. Told "thread", its main thread ends at once while another plays.
 
 #include <alsa/asoundlib.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,6 +52,10 @@ int main(int argc, char** argv) {
     const std::string_view what = argc > 1 ? argv[1] : "play";
     std::printf("hooks=%s\n", hookState());
     std::fflush(stdout);
+    if (what == "thread") {
+        std::thread([] { std::printf("played=%d\n", play([](int) {})); }).detach();
+        pthread_exit(nullptr);
+    }
     std::vector<pid_t> children;
     const int played = play([&](int i) {
         if (what == "kill" && i == kPieces / 2) {

@@ -1,9 +1,12 @@
 #include "inject/Tap.h"
 
 #include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <thread>
@@ -19,6 +22,10 @@ constexpr int kPublishMilliseconds = 100;
 constexpr int kFollowMilliseconds = 20;
 
 std::atomic<Tap*> theTap{nullptr};
+
+bool isOutOfDescriptors(int error) {
+    return error == EMFILE || error == ENFILE;
+}
 
 tq_capture_state captureState() {
     tq_capture_state state{};
@@ -76,7 +83,13 @@ void Tap::record(char** arguments) {
     usesPlatform_ = usesPlatform();
     const bool mayPlay = usesPlatform_ || mayHaveSound();
     // A shell, or a tool that a script calls, is none of our business.
-    if ((!isCommand && !mayPlay) || !connection_.open(settings_.socket)) {
+    if (!isCommand && !mayPlay) {
+        return;
+    }
+    if (!connection_.open(settings_.socket)) {
+        if (isOutOfDescriptors(errno)) {
+            tellThatDescriptorsLack();
+        }
         return;
     }
     // The guard decides while the library loads: armed by now, it would let the hooks in at the
@@ -93,6 +106,12 @@ void Tap::record(char** arguments) {
     hello.isRecording = 1;
     hello.isRestartFailed = isRestartFailed ? 1 : 0;
     hello.mayPlay = mayPlay ? 1 : 0;
+    if (hello.lacksDescriptors != 0) {
+        // The program shall have what is left of them.
+        (void)connection_.send(hello, -1);
+        connection_.close();
+        return;
+    }
     if (!connectRecording(hello)) {
         return;
     }
@@ -104,10 +123,12 @@ void Tap::record(char** arguments) {
     rules.keeps_float_tracks = 1;
     (void)tq_capture_set_rules(&rules);
     watchForks();
+    watchMainThread();
     // Before the first stream: its first frame has the level already.
     setVolume();
     publishFramesAtExit();
     memory_->page().facts.bridges = useBridges();
+    isThreadOwed_ = !mayPlay;
     watch();
     if (mayPlay) {
         // What plays for the first time is recorded from its first frame on.
@@ -115,16 +136,33 @@ void Tap::record(char** arguments) {
         // The library starts on a thread of its own, which a child that is forked meanwhile would
         // not have.
         (void)tq_capture_settle();
+        startThread(&Tap::runRecording);
     }
-    startThread(&Tap::runRecording);
 }
 
-bool Tap::connectRecording(const Hello& hello) {
+/// A child has descriptors of its own, of which it can do without all.
+void Tap::tellThatDescriptorsLack() {
+    Hello hello = helloWith(guardStatus(), usesPlatform_);
+    hello.isRecording = 1;
+    hello.lacksDescriptors = 1;
+    const pid_t child = _Fork();
+    if (child == 0) {
+        close_range(STDERR_FILENO + 1, ~0U, 0);
+        _exit(connection_.open(settings_.socket) && connection_.send(hello, -1) ? 0 : 1);
+    }
+    if (child > 0) {
+        (void)waitpid(child, nullptr, 0);
+    }
+}
+
+bool Tap::connectRecording(Hello hello) {
     int descriptor = -1;
     memory_ = SharedMapping::make(settings_.soundBytes, descriptor);
     if (!memory_) {
+        hello.lacksDescriptors = isOutOfDescriptors(errno) ? 1 : 0;
         // The recorder says that there was none.
         (void)connection_.send(hello, -1);
+        connection_.close();
         return false;
     }
     SharedFacts& facts = memory_->page().facts;
@@ -177,6 +215,10 @@ void Tap::runRecording() {
         if (waitForEnd(isPopulating ? 1 : wait)) {
             break;
         }
+        if (isMainThreadGone_.load(std::memory_order_relaxed) && isProgramOver()) {
+            // What the C library does when a program's last thread ends.
+            std::exit(0);
+        }
         const std::lock_guard lock(work_);
         isPopulating = isPopulating && memory_->populateMore();
         if (mix_ == nullptr && isUnitMade_.load(std::memory_order_relaxed)) {
@@ -192,6 +234,14 @@ void Tap::runRecording() {
     }
     const std::lock_guard lock(work_);
     leave();
+}
+
+/// Of the first unit of the process only.
+void Tap::noteUnitMade() {
+    if (isThreadOwed_.exchange(false)) {
+        startThread(&Tap::runRecording);
+    }
+    sem_post(&unitMade_);
 }
 
 void Tap::publish() {

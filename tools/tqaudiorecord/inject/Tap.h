@@ -20,7 +20,8 @@ namespace tqrecorder {
 /// rest up to date and takes everything away when the recorder has gone. Made once, never
 /// destroyed.
 ///
-/// Tap.cpp has its life, TapListening.cpp what the listeners do, TapFork.cpp what fork() asks for.
+/// Tap.cpp has its life, TapListening.cpp what the listeners do, TapFork.cpp what fork() asks for,
+/// TapThreads.cpp what is left when the program's own threads have gone.
 class Tap {
   public:
     /// [host thread] Connects, does what the settings ask for, and goes on in the background.
@@ -45,9 +46,11 @@ class Tap {
 
     void answerGuard();
     void record(char** arguments);
-    [[nodiscard]] bool connectRecording(const Hello& hello);
+    void tellThatDescriptorsLack();
+    [[nodiscard]] bool connectRecording(Hello hello);
     void startThread(void (Tap::*body)());
     void runRecording();
+    void noteUnitMade();
     void setVolume();
     [[nodiscard]] static BridgeState useBridges();
     void watch();
@@ -67,8 +70,13 @@ class Tap {
     /// [host thread] What the library counts now, without what was there before.
     [[nodiscard]] static FramesOfTracks framesSince(const FramesOfTracks& before);
     void publishFrames() const;
+    [[nodiscard]] static bool isAnyUnitStarted();
     [[nodiscard]] bool isMoreToCome() const;
     static void publishFramesAtExit();
+
+    // Where the program's last thread has gone.
+    void watchMainThread();
+    [[nodiscard]] bool isProgramOver() const;
 
     // Around fork().
     void watchForks();
@@ -92,6 +100,10 @@ class Tap {
     std::atomic<bool> isUnitMade_{false};
     /// From here on there may be sound.
     std::atomic<bool> isUnitSeen_{false};
+    /// A program that is not known to play gets the tap's thread with its first unit: launchers
+    /// that change their credentials or their user namespace must have no second thread.
+    std::atomic<bool> isThreadOwed_{false};
+    std::atomic<bool> isMainThreadGone_{false};
     sem_t unitMade_{};  ///< posted for the tap's thread while nothing is collected
     std::mutex work_;   ///< held while our own thread is in the library
     bool usesPlatform_ = false;

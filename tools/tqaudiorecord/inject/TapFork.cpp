@@ -40,6 +40,8 @@ void Tap::becomeChild() {
     (void)tq_capture_get_unit_counts(&countsBefore_);
     framesBefore_ = framesSince({});
     isForked_.store(true);
+    // The thread that forked is the child's main thread.
+    watchMainThread();
 }
 
 void Tap::runForked() {

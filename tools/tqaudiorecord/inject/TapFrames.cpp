@@ -45,18 +45,23 @@ void Tap::publishFrames() const {
     }
 }
 
-/// Whether what stopped units have left is still to be delivered. What plays on never ends.
-bool Tap::isMoreToCome() const {
+bool Tap::isAnyUnitStarted() {
     bool plays = false;
     (void)tq_capture_units(
         [](void* context, const tq_unit* unit) {
             *static_cast<bool*>(context) |= unit->is_started != 0;
         },
         &plays);
+    return plays;
+}
+
+/// Whether what stopped units have left is still to be delivered. What plays on never ends.
+bool Tap::isMoreToCome() const {
     const FramesOfTracks now = framesSince(framesBefore_);
-    return !plays && std::any_of(now.begin(), now.end(), [](const TrackFrames& frames) {
-        return frames.mix.waiting > 0 || frames.track.waiting > 0;
-    });
+    return !isAnyUnitStarted() &&
+           std::any_of(now.begin(), now.end(), [](const TrackFrames& frames) {
+               return frames.mix.waiting > 0 || frames.track.waiting > 0;
+           });
 }
 
 void Tap::publishFramesAtExit() {

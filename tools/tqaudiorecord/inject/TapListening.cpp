@@ -212,7 +212,11 @@ void Tap::takeUnit(const tq_unit& unit) noexcept {
         return;
     }
     if (isNew(unit) && !isUnitMade_.exchange(true, std::memory_order_relaxed)) {
-        sem_post(&unitMade_);
+        try {
+            noteUnitMade();
+        } catch (...) {
+            // No thread to be had: the program plays on unrecorded.
+        }
     }
     // A program that is not written for the platform opens streams also to see what there is.
     if (usesPlatform_ ? isNew(unit) : unit.is_started != 0) {
