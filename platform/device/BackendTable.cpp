@@ -7,6 +7,7 @@ namespace tqplatform {
 std::span<const BackendRow> backendTable() noexcept {
     static constexpr BackendRow kBackends[] = {
         {"manual", &makeManualBackend, false},
+        {"auto", &makeAutomaticBackend, true},
         {"cubeb", &makeCubebBackend, false},
         {"cubeb:pulse", &makeCubebPulseBackend, false},
         {"cubeb:alsa", &makeCubebAlsaBackend, false},

@@ -50,7 +50,8 @@ std::optional<Value> hardwareValue(AudioSessionPropertyID id) {
     if (!contains(kHardwareIDs, id)) {
         return std::nullopt;
     }
-    const tqplatform::Device& device = tqplatform::sharedDevice();
+    tqplatform::Device& device = tqplatform::sharedDevice();
+    device.meet();
     switch (id) {
         case kAudioSessionProperty_CurrentHardwareSampleRate:
             return device.sampleRate();
@@ -61,8 +62,7 @@ std::optional<Value> hardwareValue(AudioSessionPropertyID id) {
         case kAudioSessionProperty_AudioInputAvailable:
             return UInt32{device.inputChannels() > 0 ? 1U : 0U};
         default: {
-            // One slice lies between the program and either end of the device. Slices are the
-            // device's, whatever duration a program prefers.
+            // One slice lies between the program and either end of the device.
             const UInt32 known = device.sliceFrames();
             const UInt32 frames =
                 known != 0 ? known : std::min(kUsualSlice, device.maximumFrames());
@@ -164,15 +164,20 @@ class Session {
             return kAudioSessionIncompatibleCategory;
         }
         const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;
+        const bool isDuration = id == kAudioSessionProperty_PreferredHardwareIOBufferDuration;
         const std::optional<Value> before = value(id);
         if (isRate && !tqplatform::sharedDevice().preferRate(std::get<Float64>(newValue))) {
             return kAudioSessionUnspecifiedError;
+        }
+        if (isDuration) {
+            // A device whose slices are as long as they are keeps them, and says so.
+            tqplatform::sharedDevice().preferDuration(std::get<Float32>(newValue));
         }
         store(id, newValue);
         if (before != newValue) {
             callListeners(id, newValue);
         }
-        if (isRate) {
+        if (isRate || isDuration) {
             for (const auto& [hardware, now] : rememberHardware()) {
                 callListeners(hardware, now);
             }

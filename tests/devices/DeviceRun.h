@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "support/TemporaryFolder.h"
 #include "support/servers/Kept.h"
 #include "support/sound/Sound.h"
 
@@ -16,5 +17,8 @@ namespace tqtest {
 /// How the player is run with those steps on that device.
 [[nodiscard]] ProgramSetup devicePlayer(Environment environment, const std::string& device,
                                         std::vector<std::string> steps);
+
+/// Where no sound server and no card can be found.
+[[nodiscard]] Environment withoutServers(const TemporaryFolder& folder);
 
 }  // namespace tqtest

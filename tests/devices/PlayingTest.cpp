@@ -4,6 +4,7 @@
 
 #include "DeviceRun.h"
 #include "support/servers/PulseServer.h"
+#include "support/servers/Recording.h"
 #include "support/sound/Comparison.h"
 
 namespace {
@@ -22,7 +23,7 @@ TEST(PlayingOnPulse, EveryFrameArrivesFromTheFirstToTheLast) {
     const PulseServer server(devicePlayerFormat());
     const auto recording = server.record();
     const ProgramEnd end = runProgram(
-        kept(devicePlayer(server.environment(), "cubeb", {"start", "end", "stop", "say"}),
+        kept(devicePlayer(server.environment(), "cubeb", {"duration:0.05", "start", "end", "stop"}),
              server.folder().path()));
     ASSERT_EQ(end["done"], "1") << end.text();
     EXPECT_EQ(end.errors, "");
@@ -39,6 +40,37 @@ TEST(PlayingOnPulse, TwoUnitsAreOneStream) {
                                            .environment = server.environment()});
     EXPECT_EQ(std::count(streams.output.begin(), streams.output.end(), '\n'), 1) << streams.text();
     EXPECT_EQ(player.wait()["done"], "1");
+}
+
+TEST(Automatic, IsTheServerThatAnswers) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    const ProgramEnd end = runProgram(
+        kept(devicePlayer(server.environment(), "auto", {"duration:0.05", "start", "end", "stop"}),
+             server.folder().path()));
+    EXPECT_EQ(end.errors, "");
+    EXPECT_EQ(joined(differences(devicePlayerNoise(), recording->finish().trimmed())), "");
+}
+
+TEST(Automatic, WithoutAServerIsTheNullDeviceAndOneLine) {
+    const TemporaryFolder folder;
+    const ProgramEnd end = runProgram(devicePlayer(
+        withoutServers(folder), "auto", {"say", "start", "end", "stop", "start", "stop"}));
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(end["slice"], "0.010667");
+    EXPECT_LT(std::stod(end["startSeconds"]), 1);
+    EXPECT_EQ(end.errors, "TQ_AUDIO_DEVICE=auto: no sound server or card answers, using null\n");
+}
+
+TEST(Automatic, AServerThatDoesNotAnswerIsWaitedForASecond) {
+    const PulseServer server(devicePlayerFormat());
+    server.freeze();
+    const ProgramEnd end =
+        runProgram(devicePlayer(server.environment(), "auto", {"start", "end", "stop"}));
+    server.thaw();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_LT(std::stod(end["startSeconds"]), 1.5);
+    EXPECT_EQ(end.errors, "TQ_AUDIO_DEVICE=auto: no sound server or card answers, using null\n");
 }
 
 }  // namespace

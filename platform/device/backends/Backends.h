@@ -10,6 +10,8 @@ namespace tqplatform {
 
 [[nodiscard]] std::unique_ptr<Backend> makeManualBackend();
 [[nodiscard]] std::unique_ptr<Backend> makeNullBackend();
+/// The best that answers when somebody is to be heard.
+[[nodiscard]] std::unique_ptr<Backend> makeAutomaticBackend();
 [[nodiscard]] std::unique_ptr<Backend> makeCubebBackend();
 [[nodiscard]] std::unique_ptr<Backend> makeCubebPulseBackend();
 [[nodiscard]] std::unique_ptr<Backend> makeCubebAlsaBackend();

@@ -51,6 +51,10 @@ std::unique_ptr<Backend> makeCubeb(const char* name, const char* kind) {
 
 }  // namespace
 
+std::unique_ptr<Backend> makeAutomaticBackend() {
+    return makeCubeb("auto", "");
+}
+
 std::unique_ptr<Backend> makeCubebBackend() {
     return makeCubeb("cubeb", "");
 }

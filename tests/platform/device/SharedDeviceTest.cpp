@@ -41,7 +41,7 @@ TEST(SharedDevice, IsReadFromTheEnvironmentAtItsFirstUse) {
     EXPECT_EXIT(
         {
             unsetenv("TQ_AUDIO_DEVICE");
-            _exit(sharedDevice().name() == "null" ? 0 : 1);
+            _exit(sharedDevice().name() == "auto" ? 0 : 1);
         },
         testing::ExitedWithCode(0), "^$");
 }
@@ -67,11 +67,14 @@ TEST(MakeDevice, KnowsItsBackendsByName) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(MakeDevice, AutomaticChoiceIsTheNullDeviceWithoutAWord) {
+TEST(MakeDevice, AutomaticChoiceLooksForNothingBeforeSomebodyPlays) {
     testing::internal::CaptureStderr();
-    EXPECT_EQ(makeDevice("auto")->name(), "null");
-    EXPECT_EQ(makeDevice("")->name(), "null");
-    EXPECT_EQ(makeDevice(nullptr)->name(), "null");
+    for (const char* name : {"auto", "", static_cast<const char*>(nullptr)}) {
+        const auto device = makeDevice(name);
+        EXPECT_EQ(device->name(), "auto");
+        EXPECT_EQ(device->sampleRate(), 48000);
+        EXPECT_EQ(device->sliceFrames(), 512U);
+    }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

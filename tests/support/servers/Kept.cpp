@@ -36,6 +36,12 @@ ProgramEnd Kept::wait() {
     return program_.wait();
 }
 
+void Kept::signal(int number) const {
+    for (const pid_t program : program_.children()) {
+        kill(program, number);
+    }
+}
+
 void Kept::stop() {
     if (!isOver_) {
         program_.signal(SIGTERM);

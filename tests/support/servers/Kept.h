@@ -29,6 +29,8 @@ class Kept {
     [[nodiscard]] bool isRunning() const { return isAlive(program_.pid()); }
     /// Waits for its own end.
     ProgramEnd wait();
+    /// To the program itself, not to what keeps it.
+    void signal(int number) const;
     /// What it wrote so far, for messages.
     [[nodiscard]] std::string text() const { return program_.output() + program_.errors(); }
     /// Ends it and all below it.

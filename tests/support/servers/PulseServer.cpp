@@ -8,6 +8,13 @@ PulseServer::PulseServer(const SoundFormat& format) : format_(format) {
     needTool("pulseaudio", "pulseaudio");
     needTool("pactl", "pulseaudio-utils");
     environment_ = privateFolders(folder_);
+    environment_["PULSE_SERVER"] = "unix:" + socket();
+    start();
+}
+
+void PulseServer::start() {
+    Environment own = environment_;
+    own.erase("PULSE_SERVER");
     server_ = std::make_unique<Kept>(
         ProgramSetup{
             .arguments = {"pulseaudio", "-n", "--daemonize=no", "--use-pid-file=no",
@@ -17,17 +24,21 @@ PulseServer::PulseServer(const SoundFormat& format) : format_(format) {
                           // With rewinds a stream's first 8 ms replace silence that the monitor has
                           // given out already.
                           "module-null-sink sink_name=cap norewinds=1 rate=" +
-                              std::to_string(format.rate) +
-                              " format=" + std::string(pulseName(format.encoding)) +
-                              " channels=" + std::to_string(format.channels)},
-            .environment = environment_},
+                              std::to_string(format_.rate) +
+                              " format=" + std::string(pulseName(format_.encoding)) +
+                              " channels=" + std::to_string(format_.channels)},
+            .environment = own},
         folder_.path());
-    environment_["PULSE_SERVER"] = "unix:" + socket();
     awaitReady(*server_, "pulseaudio", [&] {
         return std::filesystem::exists(socket()) &&
                runProgram({.arguments = {"pactl", "info"}, .environment = environment_})
                        .output.find("Default Source: cap.monitor") != std::string::npos;
     });
+}
+
+void PulseServer::kill() {
+    server_->signal(SIGKILL);
+    server_.reset();
 }
 
 std::unique_ptr<Recording> PulseServer::record() const {

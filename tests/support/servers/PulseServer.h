@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <memory>
 #include <string>
 
@@ -20,6 +21,12 @@ class PulseServer {
     [[nodiscard]] const Environment& environment() const { return environment_; }
     [[nodiscard]] std::unique_ptr<Recording> record() const;
     [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+    /// The server stands still, without ending, and goes on.
+    void freeze() const { server_->signal(SIGSTOP); }
+    void thaw() const { server_->signal(SIGCONT); }
+    /// It dies, and comes back where it was.
+    void kill();
+    void start();
     [[nodiscard]] std::string socket() const { return folder_.file("pulse.sock"); }
 
   private:
