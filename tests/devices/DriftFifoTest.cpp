@@ -1,0 +1,116 @@
+#include "platform/cubeb/DriftFifo.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+namespace {
+
+using tqcubeb::DriftFifo;
+
+constexpr double kRate = 48000;
+constexpr double kHertz = 1000;
+constexpr std::uint32_t kHeard = 480;   ///< frames that the microphone brings at a time
+constexpr std::uint32_t kPlayed = 300;  ///< frames that are asked for at a time
+
+/// A microphone whose clock goes `fast` times as fast as the one that plays.
+class Pair {
+  public:
+    explicit Pair(double fast) : fast_(fast), fifo_(1, kRate, 2 * kHeard) {}
+
+    /// What is read in that time; the microphone hears a tone.
+    std::vector<float> read(double seconds) {
+        std::vector<float> all;
+        std::vector<float> block(kPlayed);
+        while (static_cast<double>(all.size()) < seconds * kRate) {
+            played_ += kPlayed;
+            while (heard_ + kHeard <= played_ * fast_) {
+                std::vector<float> piece(kHeard);
+                for (float& sample : piece) {
+                    sample = static_cast<float>(
+                        std::sin(2 * std::numbers::pi * kHertz * heard_ / kRate));
+                    ++heard_;
+                }
+                fifo_.write(piece.data(), kHeard);
+            }
+            fifo_.read(block.data(), kPlayed);
+            all.insert(all.end(), block.begin(), block.end());
+        }
+        return all;
+    }
+    DriftFifo& fifo() { return fifo_; }
+
+  private:
+    const double fast_;
+    DriftFifo fifo_;
+    double played_ = 0;
+    double heard_ = 0;
+};
+
+/// The largest step from what the two samples before let expect of a sine: a gap is seen at once.
+double roughness(const std::vector<float>& samples) {
+    const double turn = 2 * std::cos(2 * std::numbers::pi * kHertz / kRate);
+    double most = 0;
+    for (std::size_t i = 2; i < samples.size(); ++i) {
+        most = std::max(most, std::abs(samples[i] - turn * samples[i - 1] + samples[i - 2]));
+    }
+    return most;
+}
+
+TEST(DriftFifo, SamplesPassAsTheyAreWhileTheClocksAgree) {
+    DriftFifo fifo(2, kRate, kHeard);
+    std::vector<float> heard(2 * kHeard);
+    std::vector<float> played(2 * kPlayed);
+    float next = 1;
+    float due = 0;
+    for (std::uint32_t turn = 0; turn < 20000; ++turn) {
+        for (; next <= static_cast<float>(turn * kPlayed); next += kHeard) {
+            for (std::uint32_t frame = 0; frame < kHeard; ++frame) {
+                heard[2 * frame] = next + static_cast<float>(frame);
+                heard[2 * frame + 1] = -heard[2 * frame];
+            }
+            fifo.write(heard.data(), kHeard);
+        }
+        fifo.read(played.data(), kPlayed);
+        due = due == 0 ? played[0] : due;
+        for (std::uint32_t frame = 0; due > 0 && frame < kPlayed; ++frame, ++due) {
+            ASSERT_EQ(played[2 * frame], due);
+            ASSERT_EQ(played[2 * frame + 1], -due);
+        }
+    }
+    EXPECT_GT(due, 19980.0F * kPlayed);
+    EXPECT_EQ(fifo.faults(), 0U);
+}
+
+TEST(DriftFifo, ClocksThatDifferLoseAndRepeatNothing) {
+    for (const double fast : {1 + 300e-6, 1 - 300e-6}) {
+        Pair pair(fast);
+        static_cast<void>(pair.read(1));
+        EXPECT_LT(roughness(pair.read(200)), 1e-3) << fast;
+        EXPECT_EQ(pair.fifo().faults(), 0U) << fast;
+        EXPECT_NEAR(pair.fifo().ratio(), fast, 30e-6);
+    }
+}
+
+TEST(DriftFifo, AMicrophoneThatStoodStillIsHeardAgainWithoutDelay) {
+    DriftFifo fifo(1, kRate, 480);
+    std::vector<float> block(480, 0.5F);
+    for (int turn = 0; turn < 10; ++turn) {
+        fifo.write(block.data(), 480);
+    }
+    for (int turn = 0; turn < 12; ++turn) {
+        fifo.read(block.data(), 480);
+    }
+    EXPECT_EQ(fifo.faults(), 1U) << "it ran dry";
+    EXPECT_EQ(block[0], 0.0F);
+    std::vector<float> later(480, 0.25F);
+    for (int turn = 0; turn < 90; ++turn) {
+        fifo.write(later.data(), 480);
+    }
+    fifo.read(block.data(), 480);
+    EXPECT_EQ(block[0], 0.25F);
+}
+
+}  // namespace
