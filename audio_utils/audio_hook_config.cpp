@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "bus_handler.h"
 #include "common/Descriptor.h"
 #include "file_lock.h"
 #include "log.h"
@@ -438,6 +439,7 @@ void AudioHookConfigImpl::takeBackOrderlyEnding() noexcept {
 void AudioHookConfigImpl::afterForkInChild() noexcept {
     callbacks_.forget();
     roads_.forget();
+    keepBusHandlerInChild();
     if (isInitSuccess()) {
         BusGuard::letThrough();
         takeRecord();

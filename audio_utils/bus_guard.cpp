@@ -4,10 +4,11 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <utility>
+
+#include "bus_handler.h"
 
 namespace korva_audio_utils {
 
@@ -27,8 +28,6 @@ struct Slot {
 // Constants of the program as far as the handler is concerned: no constructor runs for them.
 constinit std::array<Slot, BusGuard::kMaxMappings> slots{};
 static_assert(std::atomic<std::uintptr_t>::is_always_lock_free);
-
-struct sigaction before;
 
 Slot* slotOf(std::uintptr_t address) noexcept {
     for (Slot& slot : slots) {
@@ -50,46 +49,16 @@ bool replaceByMemory(Slot& slot) noexcept {
                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 
-void onBusError(int number, siginfo_t* info, void* context) {
-    const int error = errno;
+bool mend(const siginfo_t& info) noexcept {
     Slot* const slot =
-        info->si_code > 0 ? slotOf(reinterpret_cast<std::uintptr_t>(info->si_addr)) : nullptr;
-    if (slot != nullptr && replaceByMemory(*slot)) {
-        errno = error;
-        return;
-    }
-    if ((before.sa_flags & SA_SIGINFO) != 0) {
-        before.sa_sigaction(number, info, context);
-    } else if (before.sa_handler != SIG_DFL && before.sa_handler != SIG_IGN) {
-        before.sa_handler(number);
-    } else if (before.sa_handler == SIG_DFL || info->si_code > 0) {
-        // Ends the process as it would have ended without this handler: an access fails again once
-        // this returns, and a signal that was sent is sent again.
-        ::signal(SIGBUS, SIG_DFL);
-        if (info->si_code <= 0) {
-            ::raise(SIGBUS);
-        }
-    }
-    errno = error;
-}
-
-void installOnce() noexcept {
-    static const bool isInstalled = [] {
-        ::sigaction(SIGBUS, nullptr, &before);
-        struct sigaction action {};
-        action.sa_sigaction = onBusError;
-        // Whatever mask and stack the program asked for goes on being used for its own handler.
-        action.sa_mask = before.sa_mask;
-        action.sa_flags = SA_SIGINFO | SA_ONSTACK | (before.sa_flags & (SA_NODEFER | SA_RESTART));
-        return ::sigaction(SIGBUS, &action, nullptr) == 0;
-    }();
-    static_cast<void>(isInstalled);
+        info.si_code > 0 ? slotOf(reinterpret_cast<std::uintptr_t>(info.si_addr)) : nullptr;
+    return slot != nullptr && replaceByMemory(*slot);
 }
 
 }  // namespace
 
 BusGuard::BusGuard(void* data, std::size_t size) noexcept {
-    installOnce();
+    installBusHandler(mend);
     for (std::size_t k = 0; k < slots.size(); ++k) {
         Slot& slot = slots[k];
         if (!slot.isTaken.exchange(true)) {

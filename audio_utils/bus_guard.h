@@ -9,7 +9,7 @@ namespace korva_audio_utils {
 /// zeroed memory of the process's own, and the access is repeated there.
 ///
 /// The first guard of a process installs a handler of SIGBUS. What is not about a guarded mapping
-/// goes on to whoever had the signal before. A program that takes SIGBUS later has it to itself.
+/// goes on to whoever had the signal before, or takes it later by busHandlerCalls().
 /// The kernel ends a process whose access fails on a thread that blocks the signal, so each thread
 /// lets it through before its first access.
 ///

@@ -32,7 +32,7 @@ struct Ending<int(Parameters...)> {
         return original<kWhich>(arguments...);
     }
     template <int kWhich>
-    static EndingCall call(const char* name) {
+    static ReplacedCall call(const char* name) {
         return {name, reinterpret_cast<void*>(&replacement<kWhich>),
                 reinterpret_cast<void**>(&original<kWhich>)};
     }
@@ -102,8 +102,8 @@ int ExecListWithEnvironment(const char* path, const char* first, ...) {
 
 }  // namespace
 
-std::span<const EndingCall> orderlyEndingCalls() {
-    static const std::array<EndingCall, 8> calls{{
+std::span<const ReplacedCall> orderlyEndingCalls() {
+    static const std::array<ReplacedCall, 8> calls{{
         ExecWithoutEnvironment::call<0>("execv"),
         ExecWithoutEnvironment::call<1>("execvp"),
         ExecWithEnvironment::call<0>("execve"),

@@ -1,3 +1,4 @@
+#include <bus_handler.h>
 #include <orderly_endings.h>
 
 #include <vector>
@@ -7,10 +8,17 @@
 namespace {
 
 std::span<const TQRebinding> rows() {
+    using namespace korva_audio_utils;
     static const auto all = [] {
         std::vector<TQRebinding> records;
-        for (const korva_audio_utils::EndingCall& call : korva_audio_utils::orderlyEndingCalls()) {
-            records.push_back({call.name, call.replacement, call.saved});
+        const auto add = [&records](std::span<const ReplacedCall> calls) {
+            for (const ReplacedCall& call : calls) {
+                records.push_back({call.name, call.replacement, call.saved});
+            }
+        };
+        add(orderlyEndingCalls());
+        if (areBusHandlerCallsPlain()) {
+            add(busHandlerCalls());
         }
         return records;
     }();

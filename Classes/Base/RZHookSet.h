@@ -70,5 +70,6 @@ extern constinit RZHookSet RZInteractionHooks;
 /// What carries a graph's edits out beside its update; started with the graph's set, never passed
 /// through for the program: ours may stand in a graph whatever the switch says.
 extern constinit RZHookSet RZEditHooks;
-/// What turns the process into another program; only the crash guard has to do with it.
+/// What turns the process into another program, and what takes the signal by which the guard's
+/// files are guarded; only the crash guard has to do with it.
 extern constinit RZHookSet RZEndingHooks;

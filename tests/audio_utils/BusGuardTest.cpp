@@ -8,7 +8,11 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <span>
+#include <thread>
 #include <utility>
+
+#include "bus_handler.h"
 
 namespace korva_audio_utils {
 namespace {
@@ -84,6 +88,47 @@ TEST(BusGuardDeathTest, AHandlerThatWasThereBeforeGetsWhatIsNotGuarded) {
         other[0] = 1;
     };
     EXPECT_EXIT(child(), testing::ExitedWithCode(42), "");
+}
+
+TEST(BusGuardDeathTest, AHandlerThatIsSetLaterStandsBehindTheGuardAndIsFoundWhereItWasSet) {
+    const auto child = [] {
+        std::signal(SIGBUS, SIG_DFL);
+        volatile char* const guarded = CutPage();
+        volatile char* const other = CutPage();
+        const BusGuard guard(Address(guarded), kPage);
+        const std::span<const ReplacedCall> calls = busHandlerCalls();
+        *calls[0].saved = reinterpret_cast<void*>(&::sigaction);
+        *calls[1].saved = reinterpret_cast<void*>(&std::signal);
+        const auto set =
+            reinterpret_cast<void (*(*)(int, void (*)(int)))(int)>(calls[1].replacement);
+        void (*const ending)(int) = [](int) { std::_Exit(43); };
+        if (set(SIGBUS, ending) != SIG_DFL || set(SIGBUS, ending) != ending) {
+            std::_Exit(1);
+        }
+        guarded[0] = 1;
+        other[0] = 1;
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(43), "");
+}
+
+TEST(BusGuardDeathTest, AThreadThatBlocksTheSignalLetsItThroughOnce) {
+    const auto child = [](bool lets) {
+        std::signal(SIGBUS, SIG_DFL);
+        volatile char* const guarded = CutPage();
+        const BusGuard guard(Address(guarded), kPage);
+        std::thread([guarded, lets] {
+            sigset_t all;
+            sigfillset(&all);
+            pthread_sigmask(SIG_SETMASK, &all, nullptr);
+            if (lets) {
+                BusGuard::letThrough();
+            }
+            guarded[0] = 1;
+        }).join();
+        std::_Exit(44);
+    };
+    EXPECT_EXIT(child(true), testing::ExitedWithCode(44), "");
+    EXPECT_EXIT(child(false), testing::KilledBySignal(SIGBUS), "");
 }
 
 TEST(BusGuardDeathTest, AMappingIsNoLongerGuardedAfterItsGuard) {

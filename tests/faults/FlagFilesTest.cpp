@@ -73,6 +73,16 @@ TEST_F(FlagFiles, NorDoesItWhereTheThreadsThatPlayBlockAllSignals) {
     expectPlays(launch("blocked:" + count.string()), "started");
 }
 
+TEST_F(FlagFiles, NorDoesItWhereTheHostHasAHandlerOfItsOwnWhichItKeeps) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer takes the calls of signals for itself";
+#endif
+    arm();
+    const tqtest::ProgramEnd run = launch("reported:" + count.string());
+    expectPlays(run, "started");
+    EXPECT_EQ(run["own"], "1") << run.text();
+}
+
 TEST_F(FlagFiles, EightProcessesThatArmAtOnceAreAllHeard) {
     for (int round = 0; round < 5; ++round) {
         fs::remove_all(caches / kName);

@@ -3,6 +3,8 @@
 //   play            nothing: ten slices
 //   cut:FILE        the file is emptied after five of the ten slices
 //   blocked:FILE    the same, on threads that block all signals
+//   reported:FILE   the same in a program with a handler of SIGBUS of its own, which it needs
+//                   itself at the end
 //   inside:ENDING   the callback of the third slice does not come back, and the process ends as
 //   told:
 //                   exit, quick_exit, _exit, exec, self (exec of this program, which then plays),
@@ -11,6 +13,8 @@
 
 #include <AudioToolbox/AudioToolbox.h>
 #include <TQPlatform/ManualDevice.h>
+#include <setjmp.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -95,6 +99,34 @@ void end(const std::string& how, char** argv) {
     std::raise(SIGKILL);
 }
 
+sigjmp_buf afterOwnError;
+
+void onOwnError(int /*number*/, siginfo_t* /*info*/, void* /*context*/) {
+    siglongjmp(afterOwnError, 1);
+}
+
+void takeBusErrors() {
+    struct sigaction own {};
+    own.sa_sigaction = onOwnError;
+    own.sa_flags = SA_SIGINFO;
+    sigaction(SIGBUS, &own, nullptr);
+}
+
+/// Whether an access of the program's own that fails reaches its handler, and whether it finds that
+/// handler where it asks.
+bool hasItsBusErrors() {
+    struct sigaction found {};
+    sigaction(SIGBUS, nullptr, &found);
+    const int file = memfd_create("own", MFD_CLOEXEC);
+    volatile char* const page = static_cast<volatile char*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+    if (sigsetjmp(afterOwnError, 1) != 0) {
+        return found.sa_sigaction == onOwnError;
+    }
+    page[0] = 1;
+    return false;
+}
+
 /// Plays, and ends while a thread is inside the callback.
 [[noreturn]] void playUntilInside(const std::string& how, char** argv) {
     static Tone tone;
@@ -145,14 +177,21 @@ int main(int argc, char** argv) {
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, nullptr);
     }
+    const bool reports = what.starts_with("reported:");
+    if (reports) {
+        takeBusErrors();
+    }
     AudioUnit const unit = startUnit(tone);
     std::thread([] { pump(0, 5); }).join();
-    if ((isBlocked || what.starts_with("cut:")) && truncate(with.c_str(), 0) != 0) {
+    if ((isBlocked || reports || what.starts_with("cut:")) && truncate(with.c_str(), 0) != 0) {
         std::perror("truncate");
     }
     std::thread([] { pump(5, 10); }).join();
     const bool isGood = AudioOutputUnitStop(unit) == 0 && AudioUnitUninitialize(unit) == 0 &&
                         AudioComponentInstanceDispose(unit) == 0;
+    if (reports) {
+        std::printf("own=%d\n", hasItsBusErrors() ? 1 : 0);
+    }
     std::printf("played=%d\n", isGood ? tone.calls.load() : -1);
     return 0;
 }

@@ -1,0 +1,183 @@
+#include "bus_handler.h"
+
+#include <dlfcn.h>
+#include <gnu/libc-version.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
+namespace korva_audio_utils {
+
+namespace {
+
+using Sigaction = int (*)(int, const struct sigaction*, struct sigaction*);
+using Signal = void (*)(int);
+using SetSignal = Signal (*)(int, Signal);
+
+/// What the program wants done.
+///
+/// Invariant: `current` points to an action that is complete. Writers are the threads that set one,
+/// each into a place of its own, then published with release order; readers are those and the
+/// handler. Nobody waits, as all of them may be in a signal handler. A reader would see a mixture
+/// only if `kPlaces` actions were set while it copies one.
+class ProgramsAction {
+  public:
+    [[nodiscard]] struct sigaction get() const noexcept {
+        return *current_.load(std::memory_order_acquire);
+    }
+    void set(const struct sigaction& action) noexcept {
+        struct sigaction& place = places_[next_.fetch_add(1) % kPlaces];
+        place = action;
+        current_.store(&place, std::memory_order_release);
+    }
+
+  private:
+    static constexpr std::size_t kPlaces = 16;
+
+    std::array<struct sigaction, kPlaces> places_{};
+    std::atomic<std::size_t> next_{1};
+    std::atomic<struct sigaction*> current_{places_.data()};
+};
+
+// Constants of the program as far as the handler is concerned: no constructor runs for them.
+constinit ProgramsAction programs;
+constinit std::atomic<bool (*)(const siginfo_t&) noexcept> theMend{nullptr};
+/// The process that has the handler. A child of vfork(), which has the same memory, sets its
+/// actions itself.
+constinit std::atomic<pid_t> owner{0};
+constinit Sigaction originalSigaction = nullptr;
+constinit SetSignal originalSignal = nullptr;
+
+/// The C library's, also where the calls of this very library are redirected.
+int setForReal(const struct sigaction* action, struct sigaction* before) noexcept {
+    const Sigaction set = originalSigaction != nullptr ? originalSigaction : ::sigaction;
+    return set(SIGBUS, action, before);
+}
+
+bool isFunction(const struct sigaction& action) noexcept {
+    return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
+}
+
+struct sigaction defaultAction() noexcept {
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    return action;
+}
+
+void passOn(int number, siginfo_t* info, void* context) {
+    const struct sigaction program = programs.get();
+    if (isFunction(program) && (program.sa_flags & SA_RESETHAND) != 0) {
+        programs.set(defaultAction());
+    }
+    if ((program.sa_flags & SA_SIGINFO) != 0 && isFunction(program)) {
+        program.sa_sigaction(number, info, context);
+    } else if (isFunction(program)) {
+        program.sa_handler(number);
+    } else if (program.sa_handler == SIG_DFL || info->si_code > 0) {
+        // Ends the process as it would have ended without this handler: an access fails again once
+        // this returns, and a signal that was sent is sent again.
+        const struct sigaction standard = defaultAction();
+        setForReal(&standard, nullptr);
+        if (info->si_code <= 0) {
+            ::raise(SIGBUS);
+        }
+    }
+}
+
+void onBusError(int number, siginfo_t* info, void* context) {
+    const int error = errno;
+    if (!theMend.load(std::memory_order_acquire)(*info)) {
+        passOn(number, info, context);
+    }
+    errno = error;
+}
+
+/// Whatever mask and stack the program asked for goes on being used for its own handler.
+struct sigaction handlerBefore(const struct sigaction& program) noexcept {
+    struct sigaction action {};
+    action.sa_sigaction = onBusError;
+    action.sa_mask = program.sa_mask;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | (program.sa_flags & (SA_NODEFER | SA_RESTART));
+    return action;
+}
+
+int replacedSigaction(int number, const struct sigaction* action, struct sigaction* before) {
+    if (number != SIGBUS || owner.load() != ::getpid()) {
+        return originalSigaction(number, action, before);
+    }
+    const struct sigaction last = programs.get();
+    if (action != nullptr) {
+        const struct sigaction ours = handlerBefore(*action);
+        programs.set(*action);
+        setForReal(&ours, nullptr);
+    }
+    if (before != nullptr) {
+        *before = last;
+    }
+    return 0;
+}
+
+Signal replacedSignal(int number, Signal handler) {
+    if (number != SIGBUS || handler == SIG_ERR || owner.load() != ::getpid()) {
+        return originalSignal(number, handler);
+    }
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaddset(&action.sa_mask, SIGBUS);
+    replacedSigaction(SIGBUS, &action, &before);
+    return before.sa_handler;
+}
+
+}  // namespace
+
+void installBusHandler(bool (*mend)(const siginfo_t& info) noexcept) noexcept {
+    static const bool isInstalled = [mend] {
+        struct sigaction before {};
+        setForReal(nullptr, &before);
+        programs.set(before);
+        theMend.store(mend, std::memory_order_release);
+        const struct sigaction ours = handlerBefore(before);
+        owner.store(::getpid());
+        return setForReal(&ours, nullptr) == 0;
+    }();
+    static_cast<void>(isInstalled);
+}
+
+void keepBusHandlerInChild() noexcept {
+    if (owner.load() != 0) {
+        owner.store(::getpid());
+    }
+}
+
+std::span<const ReplacedCall> busHandlerCalls() {
+    static const std::array<ReplacedCall, 2> calls{
+        {{"sigaction", reinterpret_cast<void*>(&replacedSigaction),
+          reinterpret_cast<void**>(&originalSigaction)},
+         {"signal", reinterpret_cast<void*>(&replacedSignal),
+          reinterpret_cast<void**>(&originalSignal)}}};
+    return calls;
+}
+
+bool areBusHandlerCallsPlain() noexcept {
+    Dl_info library{};
+    if (::dladdr(reinterpret_cast<const void*>(&::gnu_get_libc_version), &library) == 0) {
+        return false;
+    }
+    const std::span<const ReplacedCall> calls = busHandlerCalls();
+    return std::all_of(calls.begin(), calls.end(), [&library](const ReplacedCall& call) {
+        Dl_info found{};
+        const void* const function = ::dlsym(RTLD_DEFAULT, call.name);
+        return function != nullptr && ::dladdr(function, &found) != 0 &&
+               found.dli_fbase == library.dli_fbase;
+    });
+}
+
+}  // namespace korva_audio_utils
