@@ -85,7 +85,8 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
         latency = kRequestsInHand * wanted;
     }
     latencyFrames_ = std::clamp(latency, kFewestFrames, kRequestsInHand * kMaximumFrames);
-    return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels(),
+    inputChannels_ = inputChannels();
+    return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels_,
                         kMaximumFrames, latencyFrames_ / kRequestsInHand};
 }
 
@@ -107,6 +108,10 @@ UInt32 CubebDevice::inputChannels() {
 
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
+    if (inputChannels_ > 0) {
+        heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, latencyFrames_);
+        heardBlock_.resize(std::size_t{kMaximumFrames} * inputChannels_);
+    }
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
     cubeb_stream* stream = nullptr;
     if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, nullptr, nullptr, &params,
@@ -117,7 +122,23 @@ bool CubebDevice::start() {
     return cubeb_stream_start(stream) == CUBEB_OK;
 }
 
-void CubebDevice::hear(bool /*isHearing*/) {
+void CubebDevice::hear(bool isHearing) {
+    if (isHearing == (microphone_ != nullptr) || heard_ == nullptr) {
+        return;
+    }
+    if (!isHearing) {
+        isHearing_.store(false);
+        microphone_.reset();
+        return;
+    }
+    cubeb_stream_params params = paramsAt(sampleRate_, inputChannels_);
+    cubeb_stream* stream = nullptr;
+    if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, &params, nullptr, nullptr,
+                          latencyFrames_, &onHeard, &onHeardState, this) != CUBEB_OK) {
+        return;  // it is looked for again when somebody begins to listen
+    }
+    microphone_.reset(stream);
+    isHearing_.store(cubeb_stream_start(stream) == CUBEB_OK);
 }
 
 void CubebDevice::finish() noexcept {
@@ -152,11 +173,30 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
     }
     const auto ahead = static_cast<UInt64>(latencyFrames_ * kNsPerSecond / sampleRate_);
+    tqcommon::ConstAudioView heard;
+    if (isHearing_.load(std::memory_order_relaxed) && frames <= kMaximumFrames) {
+        heard_->read(heardBlock_.data(), frames);
+        heard = tqcommon::ConstAudioView::interleaved(heardBlock_.data(), inputChannels_, frames);
+    }
     host_->renderHeard({.frames = frames,
                         .hostTime = clock_.next(nowNs() + ahead, frames),
-                        .heard = {},
+                        .heard = heard,
                         .played = tqcommon::AudioView::interleaved(played, kChannels, frames)});
     return frames;
+}
+
+long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* heard, void* /*played*/,
+                          long frames) {
+    static_cast<CubebDevice*>(self)->heard_->write(static_cast<const float*>(heard),
+                                                   static_cast<UInt32>(frames));
+    return frames;
+}
+
+void CubebDevice::onHeardState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {
+    if (state == CUBEB_STATE_ERROR) {
+        // Silence is heard; speakers go on.
+        static_cast<CubebDevice*>(self)->isHearing_.store(false);
+    }
 }
 
 void CubebDevice::onState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {

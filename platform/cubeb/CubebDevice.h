@@ -7,14 +7,17 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "DriftFifo.h"
 #include "PlayClock.h"
 #include "device/HeardDevice.h"
 
 namespace tqcubeb {
 
-/// Speakers behind PulseAudio, JACK or ALSA, whatever answers. Verbs come from one thread; the
-/// library calls from threads of its own.
+/// Speakers and microphone behind PulseAudio, JACK or ALSA, whatever answers. The speakers' clock
+/// is the device's; the microphone has a stream of its own, which is open only while somebody
+/// listens, and follows. Verbs come from one thread; the library calls from threads of its own.
 class CubebDevice final : public tqplatform::HeardDevice {
   public:
     /// `kind` is the library's name for one of them; empty for the first that answers.
@@ -47,9 +50,12 @@ class CubebDevice final : public tqplatform::HeardDevice {
     // [render thread] The library's.
     static long onBlock(cubeb_stream* stream, void* self, const void* heard, void* played,
                         long frames);
+    static long onHeard(cubeb_stream* stream, void* self, const void* heard, void* played,
+                        long frames);
     long play(float* played, UInt32 frames) noexcept;
     // [any thread] The library's.
     static void onState(cubeb_stream* stream, void* self, cubeb_state state);
+    static void onHeardState(cubeb_stream* stream, void* self, cubeb_state state);
 
     const std::string kind_;
     tqplatform::HeardHost* host_ = nullptr;
@@ -57,6 +63,12 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::unique_ptr<cubeb_stream, EndStream> stream_;
     UInt32 sampleRate_ = 0;
     UInt32 latencyFrames_ = 0;
+    UInt32 inputChannels_ = 0;
+    /// Made once, before requests come, and kept: requests read it whether somebody listens or not.
+    std::unique_ptr<DriftFifo> heard_;
+    std::vector<float> heardBlock_;       ///< of one request
+    std::atomic<bool> isHearing_{false};  ///< the microphone's stream runs
+    std::unique_ptr<cubeb_stream, EndStream> microphone_;
     std::atomic<Stage> stage_{Stage::playing};
     PlayClock clock_{1};      ///< in requests only
     bool isHurried_ = false;  ///< the same: their thread has its niceness

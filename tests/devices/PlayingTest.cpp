@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "DeviceRun.h"
+#include "support/servers/PipeWireServer.h"
 #include "support/servers/PulseServer.h"
 #include "support/servers/Recording.h"
 #include "support/sound/Comparison.h"
@@ -40,6 +41,18 @@ TEST(PlayingOnPulse, TwoUnitsAreOneStream) {
                                            .environment = server.environment()});
     EXPECT_EQ(std::count(streams.output.begin(), streams.output.end(), '\n'), 1) << streams.text();
     EXPECT_EQ(player.wait()["done"], "1");
+}
+
+TEST(PlayingOnPipeWire, EveryFrameArrivesFromTheFirstToTheLast) {
+    const PipeWireServer server;
+    const auto recording = server.record();
+    const ProgramEnd end = runProgram(
+        kept(devicePlayer(server.environment(), "cubeb", {"duration:0.05", "start", "end", "stop"}),
+             server.folder().path()));
+    ASSERT_EQ(end["done"], "1") << end.text();
+    const Sound heard = recording->finish().trimmed();
+    ASSERT_EQ(heard.frames(), devicePlayerNoise().frames());
+    EXPECT_LT(largestDifference(devicePlayerNoise(), heard), 2.0 / 32768);
 }
 
 TEST(Automatic, IsTheServerThatAnswers) {

@@ -8,6 +8,8 @@
 //   rate:HZ, duration:SECONDS    what the session prefers
 //   say                 the hardware's format, threads and descriptors
 //   cycles:COUNT        starts and stops so often
+//   listen              a third unit listens to the microphone, which is written to heard: behind
+//   it heard:FILE          stops listening and writes what was heard, interleaved floats
 
 #include <AVFoundation/AVFoundation.h>
 #include <AudioToolbox/AudioToolbox.h>
@@ -17,6 +19,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -99,6 +102,59 @@ class Player {
     AudioUnit unit_ = nullptr;
 };
 
+/// A unit with its microphone on.
+class Listener {
+  public:
+    Listener() {
+        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                               kAudioUnitManufacturer_Apple, 0, 0};
+        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
+        const UInt32 on = 1;
+        AudioUnitSetProperty(unit_, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1,
+                             &on, sizeof on);
+        const AudioStreamBasicDescription format = stereo();
+        AudioUnitSetProperty(unit_, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1,
+                             &format, sizeof format);
+        const AURenderCallbackStruct callback{&take, this};
+        AudioUnitSetProperty(unit_, kAudioOutputUnitProperty_SetInputCallback,
+                             kAudioUnitScope_Global, 0, &callback, sizeof callback);
+        samples_.resize(2 * kRate * kLongest);
+        AudioUnitInitialize(unit_);
+    }
+    ~Listener() { AudioComponentInstanceDispose(unit_); }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    void start() { say("listen", AudioOutputUnitStart(unit_)); }
+    void write(const std::string& file) {
+        AudioOutputUnitStop(unit_);
+        std::ofstream(file, std::ios::binary)
+            .write(reinterpret_cast<const char*>(samples_.data()),
+                   static_cast<std::streamsize>(held_ * sizeof(float)));
+    }
+
+  private:
+    static constexpr std::size_t kLongest = 700;  ///< seconds
+
+    static OSStatus take(void* self, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
+                         UInt32 bus, UInt32 frames, AudioBufferList*) {
+        auto& listener = *static_cast<Listener*>(self);
+        if (listener.held_ + 2 * frames > listener.samples_.size()) {
+            return 0;
+        }
+        AudioBufferList list{};
+        list.mNumberBuffers = 1;
+        list.mBuffers[0] = {2, frames * 8, listener.samples_.data() + listener.held_};
+        const OSStatus status = AudioUnitRender(listener.unit_, flags, time, bus, frames, &list);
+        listener.held_ += 2 * frames;
+        return status;
+    }
+
+    AudioUnit unit_ = nullptr;
+    std::vector<float> samples_;
+    std::size_t held_ = 0;  ///< samples; on the device's thread while it runs
+};
+
 std::vector<float> samplesOf(const tqtest::Sound& sound) {
     std::vector<float> samples;
     for (std::size_t frame = 0; frame < sound.frames(); ++frame) {
@@ -143,7 +199,13 @@ class Script {
             for (int count = std::stoi(value); count > 0; --count) {
                 AudioOutputUnitStart(tone_.unit());
                 AudioOutputUnitStop(tone_.unit());
+                // Until the device is closed: a stop is not waited for.
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
             }
+        } else if (verb == "listen") {
+            listener_.start();
+        } else if (verb == "heard") {
+            listener_.write(value);
         } else if (verb == "say") {
             sayState();
         }
@@ -183,6 +245,7 @@ class Script {
 
     static tqtest::SoundFormat format() { return {kRate, 2, tqtest::Encoding::F32}; }
     Player noise_{samplesOf(tqtest::markedNoise(format(), kFrames))};
+    Listener listener_;
     Player tone_{samplesOf(tqtest::tone(format(), kFrames, 440))};
 };
 

@@ -1,0 +1,61 @@
+// What the server's microphone hears comes through element 1; here it hears what the program plays.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "DeviceRun.h"
+#include "support/servers/PulseServer.h"
+#include "support/sound/Comparison.h"
+
+namespace {
+
+using namespace tqtest;
+
+Sound heardIn(const std::string& file) {
+    std::ifstream bytes(file, std::ios::binary);
+    return {devicePlayerFormat(), std::string(std::istreambuf_iterator<char>(bytes), {})};
+}
+
+TEST(MicrophoneOnPulse, HearsEveryFrameThatIsPlayed) {
+    const PulseServer server(devicePlayerFormat());
+    const std::string file = server.folder().file("heard.raw");
+    const ProgramEnd end =
+        runProgram(kept(devicePlayer(server.environment(), "cubeb",
+                                     {"duration:0.05", "say", "listen", "sleep:0.5", "start", "end",
+                                      "sleep:0.5", "stop", "heard:" + file}),
+                        server.folder().path()));
+    ASSERT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end["inputChannels"], "2");
+    const Sound heard = heardIn(file);
+    std::string found;
+    for (const std::string& line : differences(devicePlayerNoise(), heard.trimmed())) {
+        found += line + "\n";
+    }
+    EXPECT_EQ(found, "") << heard.frames();
+}
+
+TEST(MicrophoneOnPulse, IsOpenOnlyWhileSomebodyListens) {
+    const PulseServer server(devicePlayerFormat());
+    Program player(devicePlayer(server.environment(), "cubeb",
+                                {"start", "sleep:0.5", "say", "await:" + server.folder().file("a"),
+                                 "listen", "await:" + server.folder().file("b"), "heard:/dev/null",
+                                 "sleep:0.5", "say", "await:" + server.folder().file("c")}));
+    const auto recorders = [&] {
+        return runProgram({.arguments = {"pactl", "list", "short", "source-outputs"},
+                           .environment = server.environment()})
+            .output;
+    };
+    const auto go = [&](const char* name) { std::ofstream(server.folder().file(name)) << name; };
+    ASSERT_TRUE(eventually([&] { return player.output().find("threads=") != std::string::npos; }));
+    EXPECT_EQ(recorders(), "");
+    go("a");
+    EXPECT_TRUE(eventually([&] { return !recorders().empty(); }));
+    go("b");
+    EXPECT_TRUE(eventually([&] { return recorders().empty(); }));
+    go("c");
+    EXPECT_EQ(player.wait()["done"], "1");
+}
+
+}  // namespace
