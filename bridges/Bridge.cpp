@@ -16,7 +16,7 @@ using namespace tq::bridges;
 
 namespace {
 
-/// It exempts that library itself when it is loaded behind the bridges.
+/// The platform exempts that library itself when it loads the module behind the bridges.
 constexpr const char* kDeviceModule = "libtqdevice-cubeb.so.1";
 
 }  // namespace

@@ -18,6 +18,20 @@ constexpr const char* kMakeName = "tqdevice_make";
 
 using Make = void (*)(const char*, std::unique_ptr<HeardDevice>*);
 
+/// A bridge would take what the module's library plays for a stream of the program, and record it a
+/// second time. Before it is loaded: calls that were redirected stay so.
+void keepHooksOut() {
+    void* const hooks = dlopen("libtqhook.so.1", RTLD_NOW | RTLD_NOLOAD);
+    if (hooks == nullptr) {
+        return;
+    }
+    using Exempt = int (*)(const char*);
+    if (void* const exempt = dlsym(hooks, "tqhook_exempt_images")) {
+        static_cast<void>(reinterpret_cast<Exempt>(exempt)("libcubeb.so*"));
+    }
+    dlclose(hooks);
+}
+
 /// Null when the module is not there, or a library that it needs.
 Make loadModule() {
     Dl_info self{};
@@ -25,6 +39,7 @@ Make loadModule() {
         return nullptr;
     }
     const auto folder = std::filesystem::canonical(self.dli_fname).parent_path();
+    keepHooksOut();
     void* const library = dlopen((folder / kModule).c_str(), RTLD_NOW | RTLD_NODELETE);
     void* const make = library == nullptr ? nullptr : dlsym(library, kMakeName);
     // The program must not find our failure there.
