@@ -31,7 +31,8 @@ class HostileHostTest : public testing::Test {
         setup.arguments.insert(setup.arguments.begin(), TQ_RECORDER);
         setup.arguments.insert(setup.arguments.end(),
                                {"--no-arm", "--", TQ_HOSTILE_HOST, way, argument});
-        setup.environment = {{"XDG_CACHE_HOME", folder_.file("cache")}};
+        setup.environment = {{"XDG_CACHE_HOME", folder_.file("cache")},
+                             {"XDG_MUSIC_DIR", folder_.file("music")}};
         return setup;
     }
     [[nodiscard]] ProgramEnd run(std::vector<std::string> options, const std::string& way,

@@ -29,7 +29,8 @@ TEST_F(HostileHostTest, TheNameOfAProgramsFileForgesNoLine) {
     std::filesystem::copy_file(TQ_HOSTILE_HOST, program);
     const ProgramEnd end =
         tqtest::runProgram({.arguments = {TQ_RECORDER, "--no-arm", "--", program, "complain", "1"},
-                            .environment = {{"XDG_CACHE_HOME", folder_.file("cache")}}});
+                            .environment = {{"XDG_CACHE_HOME", folder_.file("cache")},
+                                            {"XDG_MUSIC_DIR", folder_.file("music")}}});
     expectHarmless(end.errors);
 }
 

@@ -212,7 +212,9 @@ class Parser {
         if (!o.format.empty() && formatNamed(o.format) == nullptr) {
             return "--format: there is no format " + o.format + " (see --list-formats)";
         }
-        if (!o.format.empty() && o.output.empty()) {
+        // Without any place for sound the recorder chooses one for the mix.
+        const bool hasMix = !o.output.empty() || o.tracksFolder.empty();
+        if (!o.format.empty() && !hasMix) {
             return "--format is for --output, which is missing";
         }
         if (toPipe && !o.format.empty() && o.format != "wav" && o.format != "raw") {
@@ -221,13 +223,13 @@ class Parser {
         if (!o.output.empty() && !toPipe && o.format.empty() && formatOfPath(o.output) == nullptr) {
             return "--output " + o.output + ": no format has that extension (see --list-formats)";
         }
-        if (o.replaySeconds && (o.output.empty() || toPipe || !o.tracksFolder.empty() ||
-                                !o.pictureFile.empty() || o.maximumFileSeconds)) {
-            return "--replay wants --output FILE and goes with neither --tracks, --picture nor "
+        if (o.replaySeconds &&
+            (toPipe || !o.tracksFolder.empty() || !o.pictureFile.empty() || o.maximumFileSeconds)) {
+            return "--replay goes with neither --output -, --tracks, --picture nor "
                    "--max-file-time";
         }
-        if (o.maximumFileSeconds && (o.output.empty() || toPipe) && o.tracksFolder.empty()) {
-            return "--max-file-time wants --output FILE or --tracks";
+        if (o.maximumFileSeconds && toPipe && o.tracksFolder.empty()) {
+            return "--max-file-time is for files, and --output - is none";
         }
         if ((isGiven("attack") || isGiven("release")) && !o.duck && !o.compress) {
             return "--attack and --release want --duck or --compress";

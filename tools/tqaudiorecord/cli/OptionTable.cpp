@@ -20,11 +20,22 @@ constexpr std::array kTable{
         .valueName = "FILE",
         .target = &Options::output,
         .brief = "The mix; - is standard output, the format follows the extension",
-        .manual = "The mix: 44100 Hz, 16 bits, stereo. The extension chooses the format. A file "
-                  "that is there is replaced. **-** is standard output, as WAV of unknown length "
+        .manual = "The mix: 44100 Hz, 16 bits, stereo. The extension chooses the format. Without "
+                  "this option and **--tracks** it goes to PROGRAM-DATE-TIME.flac in the music "
+                  "folder of the user (see **xdg-user-dir**(1)). **-** is standard output, as WAV "
+                  "of unknown length "
                   "or with **--format raw** as bare samples; what *COMMAND* prints then goes to "
                   "standard error. A reader that goes away ends the recording.",
         .completion = Completion::kFile,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "overwrite",
+        .target = &Options::overwrite,
+        .brief = "Replace files that are there (else they are refused)",
+        .manual = "Replace files that are there; without it a file that is there, and a folder "
+                  "that holds tracks, is refused before *COMMAND* is started. A file is replaced "
+                  "when there is sound for it, not before.",
     },
     OptionEntry{
         .group = kOutput,

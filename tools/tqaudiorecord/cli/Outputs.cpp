@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -79,6 +80,26 @@ class Place {
     bool isNew_ = false;
 };
 
+/// One of the numbered files that stand in the way of a series of that name; empty without any.
+std::string firstNumbered(const std::string& path) {
+    const std::filesystem::path whole(path);
+    const std::string begin = whole.stem().string() + "-";
+    const std::string end = whole.extension().string();
+    std::error_code failure;
+    for (const auto& entry : std::filesystem::directory_iterator(
+             whole.has_parent_path() ? whole.parent_path() : ".", failure)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() >= begin.size() + 3 + end.size() && name.starts_with(begin) &&
+            name.ends_with(end) &&
+            std::all_of(name.begin() + static_cast<std::ptrdiff_t>(begin.size()),
+                        name.end() - static_cast<std::ptrdiff_t>(end.size()),
+                        [](char c) { return c >= '0' && c <= '9'; })) {
+            return entry.path().string();
+        }
+    }
+    return {};
+}
+
 /// A name with a line end in it must not look like a line of the summary's own.
 std::vector<std::string> printableAll(const std::vector<std::string>& lines) {
     std::vector<std::string> result;
@@ -90,9 +111,18 @@ std::vector<std::string> printableAll(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-/// Whether each of the files can be written. Files that are there keep their content.
+/// Whether each of the files can and may be written. Files that are there keep their content.
 bool Outputs::arePlacesGood(std::string& error) const {
     const Options& o = options_;
+    for (const std::string& path :
+         {o.replaySeconds ? std::string() : o.output, o.eventsFile, o.pictureFile}) {
+        const std::string first =
+            path == o.output && o.maximumFileSeconds ? firstNumbered(path) : path;
+        error = path == "-" || first.empty() ? std::string() : whyNotWritten(first, o.overwrite);
+        if (!error.empty()) {
+            return false;
+        }
+    }
     std::list<Place> places;
     // A replay and a long recording write numbered files only.
     if (!o.output.empty() && o.output != "-" && !o.replaySeconds && !o.maximumFileSeconds) {
@@ -121,6 +151,11 @@ bool Outputs::arePlacesGood(std::string& error) const {
 bool Outputs::open(std::string& error) {
     // All are checked before any is emptied: files of earlier recordings survive a start that
     // fails.
+    if (options_.isOutputChosen) {
+        std::error_code failure;
+        std::filesystem::create_directories(std::filesystem::path(options_.output).parent_path(),
+                                            failure);
+    }
     if (!arePlacesGood(error)) {
         return false;
     }
@@ -134,7 +169,7 @@ bool Outputs::open(std::string& error) {
         add(std::make_unique<PipeSink>(
             standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
     } else if (!o.output.empty() && o.replaySeconds) {
-        auto sink = std::make_unique<ReplaySink>(FileSeries::Plan{o.output, format, {}},
+        auto sink = std::make_unique<ReplaySink>(FileSeries::Plan{o.output, format, {}, false},
                                                  *o.replaySeconds, names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
@@ -142,7 +177,7 @@ bool Outputs::open(std::string& error) {
         }
     } else if (!o.output.empty()) {
         auto sink = std::make_unique<MixSink>(
-            FileSeries::Plan{o.output, format, o.maximumFileSeconds}, names_);
+            FileSeries::Plan{o.output, format, o.maximumFileSeconds, o.overwrite}, names_);
         mix = sink.get();
         files_.push_back(mix);
         if (!addOpened(std::move(sink), error)) {
@@ -150,7 +185,8 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!o.tracksFolder.empty()) {
-        auto sink = std::make_unique<TracksSink>(o.tracksFolder, o.maximumFileSeconds, names_);
+        auto sink =
+            std::make_unique<TracksSink>(o.tracksFolder, o.maximumFileSeconds, names_, o.overwrite);
         tracks = sink.get();
         files_.push_back(tracks);
         if (!addOpened(std::move(sink), error)) {
@@ -158,7 +194,7 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!o.eventsFile.empty()) {
-        auto sink = std::make_unique<EventsSink>(o.eventsFile);
+        auto sink = std::make_unique<EventsSink>(o.eventsFile, o.overwrite);
         events_ = sink.get();
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -227,7 +263,7 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
         files.insert(files.end(), more.begin(), more.end());
     }
     std::vector<std::string> others;
-    if (events_ != nullptr) {
+    if (events_ != nullptr && !events_->path().empty()) {
         others.push_back(events_->path());
     }
     if (picture_ != nullptr && picture_->isDrawn()) {

@@ -5,11 +5,13 @@
 
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/DefaultOutput.h"
 #include "cli/Outputs.h"
 #include "session/GuardCommand.h"
 #include "session/RecordingSession.h"
@@ -59,7 +61,11 @@ void occupyStandardStreams() {
     }
 }
 
-int record(const Options& options, Screen& screen) {
+int record(Options options, Screen& screen) {
+    if (options.output.empty() && options.tracksFolder.empty()) {
+        options.output = defaultOutput(options, std::time(nullptr));
+        options.isOutputChosen = true;
+    }
     Outputs outputs(options, screen, STDOUT_FILENO);
     RecordingSession session(options, outputs);
     std::string error;
@@ -67,6 +73,9 @@ int record(const Options& options, Screen& screen) {
     if (!session.prepare(error) || !outputs.open(error)) {
         complain(screen, error);
         return kFailure;
+    }
+    if (options.isOutputChosen && !options.quiet) {
+        complain(screen, "recording to " + options.output);
     }
     const RecordingResult result = session.run();
     // Nothing is held up any more.

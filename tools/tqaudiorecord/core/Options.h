@@ -16,8 +16,10 @@ struct Options {
     std::vector<std::string> command;  ///< with its arguments; never empty
 
     // What is written.
-    std::string output;  ///< the mix; "-" is standard output; empty for none
-    std::string format;  ///< overrides the extension; empty follows it
+    std::string output;           ///< the mix; "-" is standard output; empty for none
+    bool isOutputChosen = false;  ///< `output` by the recorder: its folder is made
+    bool overwrite = false;       ///< files that are there are replaced
+    std::string format;           ///< overrides the extension; empty follows it
     std::string tracksFolder;
     std::string eventsFile;
     std::string pictureFile;

@@ -1,9 +1,9 @@
 #include "output/EventsSink.h"
 
 #include <TQAudioRecord/tq_events.h>
-#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -26,23 +26,36 @@ const char* nameOf(tq_event_kind kind) {
 
 }  // namespace
 
-EventsSink::EventsSink(std::string path) : path_(std::move(path)) {
-}
-
-EventsSink::~EventsSink() {
-    finish();
+EventsSink::EventsSink(std::string path, bool mayReplace)
+    : path_(std::move(path)), mayReplace_(mayReplace) {
 }
 
 bool EventsSink::open() {
-    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
-    if (file_ < 0) {
-        fail(errno);
+    part_ = std::make_unique<PartFile>(path_, mayReplace_);
+    if (!part_->problem().empty()) {
+        problems_.push_back(part_->problem());
+        return false;
     }
-    return file_ >= 0;
+    file_ = part_->descriptor();
+    return true;
+}
+
+void EventsSink::block(const Process& /*process*/, const Block& block) {
+    if (part_ != nullptr && !part_->hasName() && !isEmpty_ &&
+        std::any_of(block.frames.begin(), block.frames.end(),
+                    [](std::byte byte) { return byte != std::byte{0}; })) {
+        takeName();
+    }
+}
+
+void EventsSink::takeName() {
+    if (std::string problem = part_->takeName(); !problem.empty()) {
+        problems_.push_back(std::move(problem));
+    }
 }
 
 void EventsSink::event(const Process& process, const Event& event) {
-    if (file_ < 0) {
+    if (!file_) {
         return;
     }
     nlohmann::ordered_json line;
@@ -57,17 +70,17 @@ void EventsSink::event(const Process& process, const Event& event) {
     // A message may contain bytes that are no UTF-8; they are replaced.
     const std::string text =
         line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-    const off_t before = ::lseek(file_, 0, SEEK_END);
+    const off_t before = ::lseek(file_.get(), 0, SEEK_END);
     std::size_t done = 0;
     while (done < text.size()) {
-        const ssize_t written = ::write(file_, text.data() + done, text.size() - done);
+        const ssize_t written = ::write(file_.get(), text.data() + done, text.size() - done);
         if (written < 0 && errno == EINTR) {
             continue;
         }
         if (written <= 0) {
             const int error = written < 0 ? errno : ENOSPC;
             // Removes the part of the line that was written; a pipe cannot take it back.
-            if (before >= 0 && ftruncate(file_, before) != 0) {
+            if (before >= 0 && ftruncate(file_.get(), before) != 0) {
                 fail(errno);
                 return;
             }
@@ -75,6 +88,10 @@ void EventsSink::event(const Process& process, const Event& event) {
             return;
         }
         done += static_cast<std::size_t>(written);
+    }
+    isEmpty_ = false;
+    if (!part_->hasName() && !part_->isNameTaken()) {
+        takeName();
     }
 }
 
@@ -84,8 +101,15 @@ void EventsSink::fail(int error) {
 }
 
 void EventsSink::finish() {
-    if (file_ >= 0) {
-        ::close(std::exchange(file_, -1));
+    if (part_ == nullptr) {
+        return;
+    }
+    file_.reset();
+    const std::unique_ptr<PartFile> part = std::move(part_);
+    if (part->hasName() && part->isStillThere()) {
+        written_ = part->path();
+    } else if (part->hasName()) {
+        problems_.push_back(part->path() + ": was deleted, moved or replaced while it was written");
     }
 }
 

@@ -1,36 +1,43 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "core/Sink.h"
+#include "output/files/PartFile.h"
 
 namespace tqrecorder {
 
 /// Writes events as JSON, one object a line: host_time_us, category, code, message, process, pid,
 /// kind, text.
-/// A line is on the disk as soon as its event has come.
+/// A line is on the disk as soon as its event has come. A file that is there is replaced with the
+/// first sound; where there is none, the first event makes it.
 class EventsSink : public Sink {
   public:
-    explicit EventsSink(std::string path);
-    ~EventsSink() override;
-    EventsSink(const EventsSink&) = delete;
-    EventsSink& operator=(const EventsSink&) = delete;
+    explicit EventsSink(std::string path, bool mayReplace = false);
 
-    /// Makes or empties the file. False with a line in problems().
+    /// Sees whether the file can be made. False with a line in problems().
     [[nodiscard]] bool open();
 
+    void block(const Process& process, const Block& block) override;
     void event(const Process& process, const Event& event) override;
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
 
-    [[nodiscard]] const std::string& path() const { return path_; }
+    /// Empty when there is no file.
+    [[nodiscard]] const std::string& path() const { return written_; }
 
   private:
+    void takeName();
     void fail(int error);
 
     std::string path_;
-    int file_ = -1;
+    bool mayReplace_;
+    std::unique_ptr<PartFile> part_;
+    tqcommon::Descriptor file_;
+    bool isEmpty_ = true;
+    std::string written_;
     std::vector<std::string> problems_;
 };
 

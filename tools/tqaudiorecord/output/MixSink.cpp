@@ -30,6 +30,9 @@ MixSink::Stream* MixSink::streamOf(const Process& process, std::uint64_t microse
     } else {
         FileSeries::Plan plan = plan_;
         plan.path = withAddition(plan_.path, addition);
+        if (!plan.mayReplace && !plan.maximumSeconds) {
+            plan.path = freePath(plan.path);
+        }
         series = std::make_unique<FileSeries>(plan, kMixFormat);
     }
     Stream stream{std::move(series), StreamClock(kMixFormat.sampleRate, microseconds, kMixPatience),

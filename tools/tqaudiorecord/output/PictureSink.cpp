@@ -70,7 +70,7 @@ bool PictureSink::open() {
     }
     if (mix_ == nullptr) {
         ownMix_ = std::make_unique<MixSink>(
-            FileSeries::Plan{hidden_ + "/mix.wav", formatNamed("wav"), {}}, names_);
+            FileSeries::Plan{hidden_ + "/mix.wav", formatNamed("wav")}, names_);
         mix_ = ownMix_.get();
     }
     if (tracks_ == nullptr) {

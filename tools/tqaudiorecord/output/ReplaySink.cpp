@@ -30,11 +30,8 @@ bool ReplaySink::open() {
     probe.finish();
     if (!made) {
         problems_ = probe.problems();
-        return false;
     }
-    std::error_code ignored;
-    std::filesystem::remove(plan.path, ignored);
-    return true;
+    return made;
 }
 
 void ReplaySink::Memory::add(std::span<const std::byte> bytes) {

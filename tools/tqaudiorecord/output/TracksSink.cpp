@@ -1,18 +1,40 @@
 #include "output/TracksSink.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 
 namespace tqrecorder {
+namespace {
+
+constexpr std::string_view kTrackPrefix = "track-";
+
+/// Of those that are in a folder; empty when there is none.
+std::string firstTrackIn(const std::string& folder) {
+    std::error_code failure;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
+        std::string name = entry.path().filename().string();
+        if (name.starts_with(kTrackPrefix)) {
+            return name;
+        }
+    }
+    return {};
+}
+
+}  // namespace
 
 TracksSink::TracksSink(std::string folder, std::optional<double> maximumSeconds,
-                       std::shared_ptr<ProcessNames> names)
-    : folder_(std::move(folder)), maximumSeconds_(maximumSeconds), names_(std::move(names)) {
+                       std::shared_ptr<ProcessNames> names, bool mayReplace)
+    : folder_(std::move(folder)),
+      maximumSeconds_(maximumSeconds),
+      names_(std::move(names)),
+      mayReplace_(mayReplace) {
 }
 
 bool TracksSink::open() {
@@ -30,19 +52,29 @@ bool TracksSink::open() {
     }
     ::close(file);
     ::unlink(probe.c_str());
+    lock_ = tqcommon::Descriptor(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (lock_ && flock(lock_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        complain(folder_ + ": another recorder is writing its tracks there");
+        return false;
+    }
+    const std::string there = mayReplace_ ? std::string() : firstTrackIn(folder_);
+    if (!there.empty()) {
+        complain(folder_ + ": holds tracks already (" + there + "); --overwrite replaces them");
+        return false;
+    }
     return true;
 }
 
 void TracksSink::begin(const Process& process, const Block& block) {
     const Axis& axis = axes_.at(process.id);
     const std::string name =
-        "track-" + std::to_string(block.track) + "-" + fileNamePart(block.unit);
+        std::string(kTrackPrefix) + std::to_string(block.track) + "-" + fileNamePart(block.unit);
     std::string path = folder_ + "/" + withAddition(name + ".wav", axis.addition);
     for (int part = 2; !takenNames_.insert(path).second; ++part) {
         path = folder_ + "/" +
                withAddition(name + ".wav", axis.addition + "-part" + std::to_string(part));
     }
-    FileSeries::Plan plan{path, &trackFormat(), maximumSeconds_};
+    FileSeries::Plan plan{path, &trackFormat(), maximumSeconds_, mayReplace_};
     Track track{std::string(block.unit), name, FileSeries(plan, block.format),
                 StreamClock(block.format.sampleRate, axis.beganAt, kTrackPatience, axis.received,
                             slackOf(block.format))};

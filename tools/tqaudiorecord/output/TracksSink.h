@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/Descriptor.h"
 #include "output/FilesSink.h"
 #include "output/StreamClock.h"
 #include "output/files/FileNames.h"
@@ -19,9 +20,10 @@ namespace tqrecorder {
 class TracksSink : public FilesSink {
   public:
     TracksSink(std::string folder, std::optional<double> maximumSeconds,
-               std::shared_ptr<ProcessNames> names);
+               std::shared_ptr<ProcessNames> names, bool mayReplace = false);
 
-    /// Makes the folder and sees whether it can be written to. False with a line in problems().
+    /// Makes the folder and sees whether it can be written to, and that it is neither filled with
+    /// another recording's tracks nor being filled. False with a line in problems().
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
@@ -56,6 +58,8 @@ class TracksSink : public FilesSink {
     std::string folder_;
     std::optional<double> maximumSeconds_;
     std::shared_ptr<ProcessNames> names_;
+    bool mayReplace_;
+    tqcommon::Descriptor lock_;  // of the folder
     std::map<int, Axis> axes_;
     std::map<std::pair<int, int>, Track> tracks_;  // by process and track, those under way
     std::set<std::string> takenNames_;

@@ -36,6 +36,7 @@ TEST(CommandLineTest, EveryOptionReachesItsField) {
                                     "flac",
                                     "--tracks",
                                     "t",
+                                    "--overwrite",
                                     "--events",
                                     "e",
                                     "--picture",
@@ -66,6 +67,7 @@ TEST(CommandLineTest, EveryOptionReachesItsField) {
     EXPECT_EQ(o.output, "mix");
     EXPECT_EQ(o.format, "flac");
     EXPECT_EQ(o.tracksFolder, "t");
+    EXPECT_TRUE(o.overwrite);
     EXPECT_EQ(o.eventsFile, "e");
     EXPECT_EQ(o.pictureFile, "p");
     EXPECT_EQ(o.maximumFileSeconds, 60);
@@ -133,12 +135,11 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         {{"-o", "out.mp9", "game"}, "out.mp9: no format has that extension"},
         {{"-o", "out", "game"}, "no format"},
         {{"-o", "out.wav", "--format", "mp9", "game"}, "no format mp9"},
-        {{"--format", "wav", "game"}, "--output, which is missing"},
+        {{"--format", "wav", "--tracks", "t", "game"}, "--output, which is missing"},
         {{"-o", "-", "--format", "flac", "game"}, "wav or raw"},
-        {{"--replay", "5", "game"}, "--replay wants"},
-        {{"--replay", "5", "-o", "-", "game"}, "--replay wants"},
-        {{"--replay", "5", "-o", "a.wav", "--tracks", "t", "game"}, "--replay wants"},
-        {{"--max-file-time", "5", "game"}, "--max-file-time wants"},
+        {{"--replay", "5", "-o", "-", "game"}, "--replay goes with neither"},
+        {{"--replay", "5", "-o", "a.wav", "--tracks", "t", "game"}, "--replay goes with neither"},
+        {{"--max-file-time", "5", "-o", "-", "game"}, "--max-file-time is for files"},
         {{"-o", "a.wav", "--events", "./a.wav", "game"}, "name the same file"},
         {{"-o", "a.wav", "-o", "b.wav", "game"}, "--output"},
     };

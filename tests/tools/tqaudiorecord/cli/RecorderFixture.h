@@ -35,7 +35,8 @@ class RecorderTest : public testing::Test {
         setup.arguments.insert(setup.arguments.begin(), TQ_RECORDER);
         setup.arguments.insert(setup.arguments.end(), command.begin(), command.end());
         setup.environment = {{"TQ_AUDIO_DEVICE", "null"},
-                             {"XDG_CACHE_HOME", folder_.file("cache")}};
+                             {"XDG_CACHE_HOME", folder_.file("cache")},
+                             {"XDG_MUSIC_DIR", folder_.file("music")}};
         return setup;
     }
     [[nodiscard]] std::vector<std::string> game(const std::string& seconds) const {

@@ -38,18 +38,53 @@ FileSeries::FileSeries(Plan plan, const BlockFormat& format)
 }
 
 bool FileSeries::open() {
-    std::string error;
-    const std::string path =
-        maximumFrames_ == 0 ? plan_.path : withAddition(plan_.path, numberAddition(++number_));
-    file_ = SoundFile::create(path, *plan_.kind, fileFormat_, error);
+    part_ = std::make_unique<PartFile>(
+        maximumFrames_ == 0 ? plan_.path : withAddition(plan_.path, numberAddition(++number_)),
+        plan_.mayReplace);
+    std::string error = part_->problem();
+    if (error.empty()) {
+        file_ =
+            SoundFile::create(part_->path(), part_->descriptor(), *plan_.kind, fileFormat_, error);
+    }
     if (file_ == nullptr) {
         fail(error);
+        part_.reset();
+        return false;
     }
-    return file_ != nullptr;
+    if (hasSound_) {
+        takeName(*part_);
+    }
+    return true;
 }
 
 void FileSeries::write(std::span<const std::byte> frames) {
     writeConverted(resampler_ != nullptr ? resampler_->convert(frames) : frames);
+    if (!hasSound_) {
+        listen(frames);
+    }
+}
+
+void FileSeries::listen(std::span<const std::byte> frames) {
+    hasSound_ = !failed_ && std::any_of(frames.begin(), frames.end(),
+                                        [](std::byte byte) { return byte != std::byte{0}; });
+    if (!hasSound_) {
+        return;
+    }
+    for (Silent& earlier : silent_) {
+        takeName(*earlier.part);
+        earlier.file.path = earlier.part->path();
+        files_.push_back(std::move(earlier.file));
+    }
+    silent_.clear();
+    if (part_ != nullptr) {
+        takeName(*part_);
+    }
+}
+
+void FileSeries::takeName(PartFile& part) {
+    if (std::string problem = part.takeName(); !problem.empty()) {
+        problems_.push_back(std::move(problem));
+    }
 }
 
 void FileSeries::writeSilence(std::uint64_t frames) {
@@ -102,17 +137,43 @@ void FileSeries::finish() {
         writeConverted(resampler_->flush());
     }
     closeFile();
+    for (Silent& silent : silent_) {
+        if (silent.part->isNameTaken()) {
+            problems_.push_back(silent.file.path +
+                                ": stays as it was; the new recording is silent and was dropped");
+            continue;
+        }
+        takeName(*silent.part);
+        files_.push_back(std::move(silent.file));
+    }
+    silent_.clear();
 }
 
 void FileSeries::closeFile() {
     if (file_ == nullptr) {
         return;
     }
+    const bool isEmpty = file_->frames() == 0;
     if (!file_->close() && !failed_) {
         fail(file_->problem());
     }
-    files_.push_back({file_->path(), textOf(file_->format()), file_->seconds(), 0, 0, {}, 0});
+    WrittenFile done = written(*file_);
     file_.reset();
+    std::unique_ptr<PartFile> part = std::move(part_);
+    if (!part->hasName()) {
+        // One without a frame goes.
+        if (!isEmpty) {
+            silent_.push_back({std::move(done), std::move(part)});
+        }
+    } else if (part->isStillThere()) {
+        files_.push_back(std::move(done));
+    } else {
+        problems_.push_back(done.path + ": was deleted, moved or replaced while it was written");
+    }
+}
+
+WrittenFile FileSeries::written(const SoundFile& file) const {
+    return {part_->path(), textOf(file.format()), file.seconds(), 0, 0, {}, 0};
 }
 
 void FileSeries::fail(const std::string& problem) {
@@ -123,7 +184,7 @@ void FileSeries::fail(const std::string& problem) {
 std::vector<WrittenFile> FileSeries::files() const {
     std::vector<WrittenFile> all = files_;
     if (file_ != nullptr) {
-        all.push_back({file_->path(), textOf(file_->format()), file_->seconds(), 0, 0, {}, 0});
+        all.push_back(written(*file_));
     }
     return all;
 }

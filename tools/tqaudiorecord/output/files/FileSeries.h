@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "output/files/PartFile.h"
 #include "output/files/Resampler.h"
 #include "output/files/SoundFile.h"
 
@@ -24,14 +25,16 @@ struct WrittenFile {
 };
 
 /// One stream of frames in one file, or in numbered files of a limited length with no frame lost or
-/// twice between them. After a failure it takes nothing more. [one host thread at a time]; waits
-/// for the disk.
+/// twice between them. After a failure it takes nothing more. Files take their names with the first
+/// sound; without any they take those that are free. [one host thread at a time]; waits for the
+/// disk.
 class FileSeries {
   public:
     struct Plan {
         std::string path;
         const FileFormat* kind = nullptr;
-        std::optional<double> maximumSeconds;
+        std::optional<double> maximumSeconds{};
+        bool mayReplace = false;  ///< files that have the names
     };
     FileSeries(Plan plan, const BlockFormat& format);
 
@@ -58,13 +61,23 @@ class FileSeries {
   private:
     void writeConverted(std::span<const std::byte> frames);
     void closeFile();
+    void listen(std::span<const std::byte> frames);
+    void takeName(PartFile& part);
+    [[nodiscard]] WrittenFile written(const SoundFile& file) const;
     void fail(const std::string& problem);
 
     Plan plan_;
     BlockFormat format_;      // of the stream
     BlockFormat fileFormat_;  // of the files
     std::unique_ptr<Resampler> resampler_;
+    std::unique_ptr<PartFile> part_;
     std::unique_ptr<SoundFile> file_;
+    struct Silent {
+        WrittenFile file;
+        std::unique_ptr<PartFile> part;
+    };
+    std::vector<Silent> silent_;  // complete, and waiting for sound that is worth their names
+    bool hasSound_ = false;
     std::uint64_t maximumFrames_ = 0;  // none when 0
     unsigned number_ = 0;
     bool failed_ = false;

@@ -1,6 +1,5 @@
 #include "output/files/SoundFile.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,38 +55,26 @@ std::string textOf(const BlockFormat& format) {
 /// The file under libsndfile: remembers why the disk refused something.
 class SoundFile::Disk {
   public:
-    explicit Disk(const std::string& path)
-        : file_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
-        if (file_ < 0) {
-            error_ = errno;
-        }
-    }
-    ~Disk() {
-        if (file_ >= 0) {
-            ::close(file_);
-        }
-    }
-    Disk(const Disk&) = delete;
-    Disk& operator=(const Disk&) = delete;
+    explicit Disk(tqcommon::Descriptor file) : file_(std::move(file)) {}
 
     [[nodiscard]] int error() const { return error_; }
-    [[nodiscard]] off_t place() const { return ::lseek(file_, 0, SEEK_CUR); }
+    [[nodiscard]] off_t place() const { return ::lseek(file_.get(), 0, SEEK_CUR); }
     [[nodiscard]] bool isRegular() const {
         struct stat info {};
-        return fstat(file_, &info) == 0 && S_ISREG(info.st_mode);
+        return fstat(file_.get(), &info) == 0 && S_ISREG(info.st_mode);
     }
     /// Cuts what follows `length` off.
     void cut(off_t length) {
-        if (ftruncate(file_, length) == 0) {
-            ::lseek(file_, length, SEEK_SET);
+        if (ftruncate(file_.get(), length) == 0) {
+            ::lseek(file_.get(), length, SEEK_SET);
         }
     }
     [[nodiscard]] bool readAt(off_t place, std::span<unsigned char> bytes) const {
-        return pread(file_, bytes.data(), bytes.size(), place) ==
+        return pread(file_.get(), bytes.data(), bytes.size(), place) ==
                static_cast<ssize_t>(bytes.size());
     }
     void writeAt(off_t place, std::span<const unsigned char> bytes) {
-        if (pwrite(file_, bytes.data(), bytes.size(), place) < 0) {
+        if (pwrite(file_.get(), bytes.data(), bytes.size(), place) < 0) {
             error_ = errno;
         }
     }
@@ -98,7 +85,7 @@ class SoundFile::Disk {
     }
 
   private:
-    static int fileOf(void* disk) { return static_cast<Disk*>(disk)->file_; }
+    static int fileOf(void* disk) { return static_cast<Disk*>(disk)->file_.get(); }
     static sf_count_t length(void* disk) {
         struct stat info {};
         return fstat(fileOf(disk), &info) == 0 ? info.st_size : -1;
@@ -127,14 +114,15 @@ class SoundFile::Disk {
     }
     static sf_count_t tell(void* disk) { return static_cast<Disk*>(disk)->place(); }
 
-    int file_;
+    tqcommon::Descriptor file_;
     int error_ = 0;
 };
 
-std::unique_ptr<SoundFile> SoundFile::create(std::string path, const FileFormat& kind,
-                                             const BlockFormat& format, std::string& error) {
-    std::unique_ptr<SoundFile> file(new SoundFile(std::move(path), kind, format));
-    return file->open(error) ? std::move(file) : nullptr;
+std::unique_ptr<SoundFile> SoundFile::create(std::string path, tqcommon::Descriptor file,
+                                             const FileFormat& kind, const BlockFormat& format,
+                                             std::string& error) {
+    std::unique_ptr<SoundFile> made(new SoundFile(std::move(path), kind, format));
+    return made->open(std::move(file), error) ? std::move(made) : nullptr;
 }
 
 SoundFile::SoundFile(std::string path, const FileFormat& kind, const BlockFormat& format)
@@ -145,7 +133,7 @@ SoundFile::~SoundFile() {
     (void)close();
 }
 
-bool SoundFile::open(std::string& error) {
+bool SoundFile::open(tqcommon::Descriptor file, std::string& error) {
     const int encoding = kind_.encoding != 0 ? kind_.encoding : encodingOf(format_);
     const bool isBare = kind_.container == 0;
     SF_INFO info{};
@@ -159,11 +147,7 @@ bool SoundFile::open(std::string& error) {
         error = path_ + ": a " + std::string(kind_.name) + " file cannot hold " + textOf(format_);
         return false;
     }
-    disk_ = std::make_unique<Disk>(path_);
-    if (disk_->error() != 0) {
-        error = path_ + ": " + std::strerror(disk_->error());
-        return false;
-    }
+    disk_ = std::make_unique<Disk>(std::move(file));
     if (!isBare && !disk_->isRegular()) {
         error = path_ + ": not a file; only raw goes into a device";
         return false;
@@ -282,12 +266,6 @@ void SoundFile::refreshFlac() {
 bool SoundFile::close() {
     if (file_ == nullptr) {
         return problem_.empty();
-    }
-    if (kind_.encoding != 0 && frames_ == 0 && problem_.empty()) {
-        // An encoder writes its header with the first frame. A silent one makes an empty recording
-        // a file that can be opened.
-        const std::vector<std::int16_t> silence(format_.channels);
-        frames_ += sf_writef_short(file_.get(), silence.data(), 1) == 1 ? 1U : 0U;
     }
     const bool failed = sf_close(file_.release()) != 0 || disk_->error() != 0;
     if (failed && problem_.empty()) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Descriptor.h"
 #include "core/Records.h"
 #include "output/files/FileFormats.h"
 
@@ -21,9 +22,11 @@ namespace tqrecorder {
 /// process. [one host thread at a time]; waits for the disk.
 class SoundFile {
   public:
-    /// Makes or empties the file. Null with one line in `error` when that fails or the file cannot
-    /// hold the format.
-    [[nodiscard]] static std::unique_ptr<SoundFile> create(std::string path, const FileFormat& kind,
+    /// Into an empty file that is open; `path` is what it is called. Null with one line in `error`
+    /// when that fails or the file cannot hold the format.
+    [[nodiscard]] static std::unique_ptr<SoundFile> create(std::string path,
+                                                           tqcommon::Descriptor file,
+                                                           const FileFormat& kind,
                                                            const BlockFormat& format,
                                                            std::string& error);
     ~SoundFile();
@@ -54,7 +57,7 @@ class SoundFile {
     };
 
     SoundFile(std::string path, const FileFormat& kind, const BlockFormat& format);
-    [[nodiscard]] bool open(std::string& error);
+    [[nodiscard]] bool open(tqcommon::Descriptor file, std::string& error);
     void fail();
     void refreshFlac();
 

@@ -1,5 +1,6 @@
 // Sound files while they are written: formats, headers, disks that are full.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -65,15 +66,15 @@ TEST_P(EveryFormatTest, IsPlayableWhileItIsWritten) {
     EXPECT_NEAR(recorded.amplitude(441, 0.5, 1.5), 0.5, 0.02);
 }
 
-TEST_P(EveryFormatTest, CanBeOpenedWhenNothingWasWritten) {
-    const std::string path = folder_.file(std::string("out.") + GetParam().name);
-    FileSeries series({path, formatNamed(GetParam().name), {}}, kMixFormat);
+TEST_P(EveryFormatTest, LeavesNoFileWhenNothingWasWritten) {
+    FileSeries series(
+        {folder_.file(std::string("out.") + GetParam().name), formatNamed(GetParam().name)},
+        kMixFormat);
     ASSERT_TRUE(series.open());
     series.finish();
     EXPECT_TRUE(series.problems().empty());
-    const RecordedFile recorded(path);
-    EXPECT_TRUE(recorded.opened);
-    EXPECT_LE(recorded.frames(), 1U);
+    EXPECT_TRUE(series.files().empty());
+    EXPECT_TRUE(folder_.names().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -92,7 +93,13 @@ constexpr std::uintmax_t kHeader = 112;
 class SoundFileTest : public testing::Test {
   protected:
     std::unique_ptr<SoundFile> create(const std::string& name, const BlockFormat& format) {
-        return SoundFile::create(folder_.file(name), *formatNamed("wav"), format, error_);
+        return createAt(folder_.file(name), *formatNamed("wav"), format);
+    }
+    std::unique_ptr<SoundFile> createAt(const std::string& path, const FileFormat& kind,
+                                        const BlockFormat& format) {
+        tqcommon::Descriptor file(
+            ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+        return SoundFile::create(path, std::move(file), kind, format, error_);
     }
     TemporaryFolder folder_;
     std::string error_;
@@ -116,10 +123,10 @@ TEST_F(SoundFileTest, SaysInOneLineWhatAFileCannotHold) {
     EXPECT_NE(error_.find("cannot hold 44100 Hz, 12-bit integer, stereo"), std::string::npos);
     EXPECT_EQ(create("none.wav", {44100, 0, 16, false}), nullptr);
     EXPECT_EQ(create("still.wav", {0, 2, 16, false}), nullptr);
-    EXPECT_TRUE(folder_.names().empty());
-    EXPECT_EQ(create("no/such/folder.wav", kMixFormat), nullptr);
-    EXPECT_NE(error_.find("No such file or directory"), std::string::npos);
     EXPECT_EQ(error_.find('\n'), std::string::npos);
+    FileSeries nowhere({folder_.file("no/such/folder.wav"), formatNamed("wav")}, kMixFormat);
+    EXPECT_FALSE(nowhere.open());
+    EXPECT_NE(nowhere.problems().at(0).find("No such file or directory"), std::string::npos);
 }
 
 TEST_F(SoundFileTest, BecomesRf64PastFourGiBAndStaysReadable) {
@@ -199,11 +206,10 @@ TEST_F(SoundFileTest, SaysThatCompressedFilesHitAFullDisk) {
 }
 
 TEST_F(SoundFileTest, RefusesADeviceForAFormatThatNeedsAFile) {
-    std::string error;
-    EXPECT_EQ(SoundFile::create("/dev/full", *formatNamed("wav"), kMixFormat, error), nullptr);
-    EXPECT_NE(error.find("/dev/full: not a file"), std::string::npos) << error;
-    auto raw = SoundFile::create("/dev/full", *formatNamed("raw"), kMixFormat, error);
-    ASSERT_NE(raw, nullptr) << error;
+    EXPECT_EQ(createAt("/dev/full", *formatNamed("wav"), kMixFormat), nullptr);
+    EXPECT_NE(error_.find("/dev/full: not a file"), std::string::npos) << error_;
+    auto raw = createAt("/dev/full", *formatNamed("raw"), kMixFormat);
+    ASSERT_NE(raw, nullptr) << error_;
     EXPECT_FALSE(raw->write(mixTone(441, 512)));
     EXPECT_NE(raw->problem().find("No space left on device"), std::string::npos);
 }

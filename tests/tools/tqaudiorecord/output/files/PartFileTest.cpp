@@ -1,0 +1,146 @@
+// Files that take their names when there is sound for them.
+
+#include "output/files/PartFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tools/tqaudiorecord/output/SinkFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class PartFileTest : public SinkFixture {
+  protected:
+    [[nodiscard]] MixSink sink(bool mayReplace) {
+        return MixSink({path_, formatNamed("wav"), {}, mayReplace}, names_);
+    }
+    void playSilence(Sink& sink, std::size_t frames) const {
+        const std::vector<std::byte> zeros(frames * kMixFormat.frameBytes());
+        sink.block(game_, mixBlock(zeros, kStart));
+    }
+    const std::string path_ = folder_.file("out.wav");
+};
+
+TEST_F(PartFileTest, TheNameIsTakenWithTheFirstSound) {
+    std::ofstream(path_) << "precious";
+    MixSink mix = sink(true);
+    ASSERT_TRUE(mix.open());
+    playSilence(mix, 4410);
+    EXPECT_EQ(contentOf(path_), "precious");
+    const std::vector<std::byte> sound = counting(470, 0);
+    mix.block(game_, mixBlock(sound, kStart + 100'000));
+    mix.tick(600'000);
+    EXPECT_EQ(RecordedFile(path_).frames(), 4880U);
+    EXPECT_THAT(folder_.names(), ElementsAre("out.wav"));
+}
+
+TEST_F(PartFileTest, ARecordingOfNothingOrOfSilenceReplacesNone) {
+    std::ofstream(path_) << "precious";
+    for (const std::size_t frames : {0U, 4410U}) {
+        MixSink mix = sink(true);
+        ASSERT_TRUE(mix.open());
+        if (frames > 0) {
+            playSilence(mix, frames);
+        }
+        mix.finish();
+        EXPECT_TRUE(mix.files().empty());
+        EXPECT_EQ(mix.problems().size(), frames > 0 ? 1U : 0U);
+        EXPECT_THAT(folder_.names(), ElementsAre("out.wav"));
+        EXPECT_EQ(contentOf(path_), "precious");
+    }
+}
+
+TEST_F(PartFileTest, SilenceTakesANameThatIsFree) {
+    MixSink mix = sink(false);
+    ASSERT_TRUE(mix.open());
+    playSilence(mix, 4410);
+    mix.finish();
+    EXPECT_TRUE(mix.problems().empty());
+    EXPECT_EQ(RecordedFile(path_).frames(), 4410U);
+}
+
+TEST_F(PartFileTest, AFileThatCameMeanwhileStaysAndTheRecordingHasAnotherName) {
+    MixSink mix = sink(false);
+    ASSERT_TRUE(mix.open());
+    std::ofstream(path_) << "precious";
+    play(mix, game_, 0, 940);
+    mix.finish();
+    EXPECT_EQ(contentOf(path_), "precious");
+    EXPECT_EQ(RecordedFile(folder_.file("out-2.wav")).frames(), 940U);
+    EXPECT_EQ(mix.files().at(0).path, folder_.file("out-2.wav"));
+    ASSERT_EQ(mix.problems().size(), 1U);
+    EXPECT_THAT(mix.problems()[0], HasSubstr("another file has taken that name meanwhile"));
+}
+
+TEST_F(PartFileTest, ASecondRecorderIsToldBeforeAndBehindTheFirstSound) {
+    MixSink first = sink(true);
+    ASSERT_TRUE(first.open());
+    for (const bool hasSound : {false, true}) {
+        if (hasSound) {
+            play(first, game_, 0, 470);
+        }
+        EXPECT_THAT(whyNotWritten(path_, true), HasSubstr("another recorder is writing it"));
+        MixSink second = sink(true);
+        EXPECT_FALSE(second.open());
+        EXPECT_THAT(second.problems().at(0), HasSubstr("another recorder is writing it"));
+    }
+    first.finish();
+    EXPECT_EQ(whyNotWritten(path_, true), "");
+    EXPECT_THAT(whyNotWritten(path_, false), HasSubstr("--overwrite replaces it"));
+}
+
+TEST_F(PartFileTest, WhatAKilledRecorderLeftBesideTheNameIsUsedAgain) {
+    std::ofstream(folder_.file(".out.wav.part")) << std::string(100'000, 'x');
+    MixSink mix = sink(false);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    mix.finish();
+    EXPECT_EQ(RecordedFile(path_).frames(), 470U);
+    EXPECT_THAT(folder_.names(), ElementsAre("out.wav"));
+}
+
+TEST_F(PartFileTest, ALinkStaysALink) {
+    std::filesystem::create_directory(folder_.file("disk"));
+    std::ofstream(folder_.file("disk/real.wav")) << "before";
+    std::filesystem::create_symlink("disk/real.wav", path_);
+    MixSink mix = sink(true);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    mix.finish();
+    EXPECT_TRUE(std::filesystem::is_symlink(path_));
+    EXPECT_EQ(RecordedFile(folder_.file("disk/real.wav")).frames(), 470U);
+}
+
+TEST_F(PartFileTest, AFileThatIsDeletedMeanwhileIsAProblemAndNotListed) {
+    MixSink mix = sink(false);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    std::filesystem::remove(path_);
+    play(mix, game_, 470, 940);
+    mix.finish();
+    EXPECT_TRUE(mix.files().empty());
+    ASSERT_EQ(mix.problems().size(), 1U);
+    EXPECT_THAT(mix.problems()[0], HasSubstr("was deleted, moved or replaced"));
+}
+
+TEST_F(PartFileTest, SilenceInFrontOfTheFirstSoundOfASeriesIsKeptInItsFiles) {
+    MixSink mix({path_, formatNamed("wav"), 0.1, false}, names_);
+    ASSERT_TRUE(mix.open());
+    playSilence(mix, 10'000);
+    EXPECT_EQ(folder_.names().front().front(), '.');
+    const std::vector<std::byte> sound = counting(470, 0);
+    mix.block(game_, mixBlock(sound, at(10'000)));
+    mix.finish();
+    EXPECT_THAT(folder_.names(), ElementsAre("out-001.wav", "out-002.wav", "out-003.wav"));
+    EXPECT_EQ(mix.files().at(0).path, folder_.file("out-001.wav"));
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

@@ -1,0 +1,168 @@
+#include "output/files/PartFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include "output/files/FileNames.h"
+
+namespace tqrecorder {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kBusy = ": another recorder is writing it";
+
+/// The lock of a file under way. True also where the file system knows no locks.
+bool lock(int file) {
+    return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+bool isBusy(const std::string& path) {
+    const tqcommon::Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return file && !lock(file.get());
+}
+
+std::string targetOf(const std::string& path) {
+    std::error_code failure;
+    if (!fs::is_symlink(path, failure)) {
+        return path;
+    }
+    const fs::path real = fs::weakly_canonical(path, failure);
+    return failure ? path : real.string();
+}
+
+std::string partOf(const std::string& target) {
+    const fs::path whole(target);
+    return (whole.parent_path() / ("." + whole.filename().string() + ".part")).string();
+}
+
+/// Fails with EEXIST where something has the name.
+bool renameToFree(const std::string& from, const std::string& to) {
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    // Some file systems know no such renaming.
+    if (errno != EINVAL && errno != ENOSYS) {
+        return false;
+    }
+    std::error_code failure;
+    if (fs::exists(fs::symlink_status(to, failure))) {
+        errno = EEXIST;
+        return false;
+    }
+    return ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+}  // namespace
+
+PartFile::PartFile(std::string path, bool mayReplace)
+    : path_(std::move(path)), target_(targetOf(path_)), mayReplace_(mayReplace) {
+    if (!open() && problem_.empty()) {
+        problem_ = path_ + ": " + std::strerror(errno);
+    }
+}
+
+PartFile::~PartFile() {
+    if (!hasName_ && isAt(part_)) {
+        ::unlink(part_.c_str());
+    }
+}
+
+bool PartFile::open() {
+    struct stat status {};
+    if (stat(target_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        // A device; of a folder the system says what it is.
+        file_ = tqcommon::Descriptor(::open(target_.c_str(), O_RDWR | O_CLOEXEC));
+        hasName_ = static_cast<bool>(file_);
+        return hasName_;
+    }
+    if (isBusy(target_)) {
+        problem_ = path_ + kBusy;
+        return false;
+    }
+    part_ = partOf(target_);
+    do {
+        file_ = tqcommon::Descriptor(::open(part_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+        if (!file_) {
+            return false;
+        }
+        if (!lock(file_.get())) {
+            problem_ = path_ + kBusy;
+            file_.reset();
+            return false;
+        }
+        // Between the two calls it may have got its name from a recorder that has ended since.
+    } while (!isAt(part_));
+    // What is in it was left by a recorder that was killed before there was any sound.
+    return ftruncate(file_.get(), 0) == 0;
+}
+
+bool PartFile::isAt(const std::string& place) const {
+    struct stat here {};
+    struct stat open {};
+    return file_ && stat(place.c_str(), &here) == 0 && fstat(file_.get(), &open) == 0 &&
+           here.st_dev == open.st_dev && here.st_ino == open.st_ino;
+}
+
+tqcommon::Descriptor PartFile::descriptor() const {
+    return tqcommon::Descriptor(fcntl(file_.get(), F_DUPFD_CLOEXEC, 3));
+}
+
+std::string PartFile::takeName() {
+    if (hasName_) {
+        return {};
+    }
+    const bool isDone =
+        mayReplace_ ? ::rename(part_.c_str(), target_.c_str()) == 0 : renameToFree(part_, target_);
+    hasName_ = isDone;
+    if (isDone) {
+        return {};
+    }
+    const std::string wanted = path_;
+    while (errno == EEXIST && !hasName_) {
+        path_ = target_ = freePath(wanted);
+        hasName_ = renameToFree(part_, target_);
+    }
+    return hasName_
+               ? wanted + ": another file has taken that name meanwhile; the recording is " + path_
+               : wanted + ": " + std::strerror(errno);
+}
+
+bool PartFile::isNameTaken() const {
+    std::error_code failure;
+    return !hasName_ && fs::exists(fs::symlink_status(target_, failure));
+}
+
+bool PartFile::isStillThere() const {
+    return !hasName_ || part_.empty() || isAt(target_);
+}
+
+std::string whyNotWritten(const std::string& path, bool mayReplace) {
+    const std::string target = targetOf(path);
+    if (isBusy(target) || isBusy(partOf(target))) {
+        return path + kBusy;
+    }
+    std::error_code failure;
+    return !mayReplace && fs::is_regular_file(target, failure)
+               ? path + " is there already; --overwrite replaces it"
+               : std::string();
+}
+
+std::string freePath(const std::string& path) {
+    std::error_code failure;
+    std::string free = path;
+    for (unsigned number = 2; fs::exists(fs::symlink_status(free, failure)); ++number) {
+        free = withAddition(path, "-" + std::to_string(number));
+    }
+    return free;
+}
+
+}  // namespace tqrecorder

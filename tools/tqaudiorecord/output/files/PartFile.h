@@ -1,0 +1,59 @@
+#pragma once
+
+#include <string>
+
+#include "common/Descriptor.h"
+
+namespace tqrecorder {
+
+/// A file that is written beside its name ("out.wav" as ".out.wav.part") and takes the name when it
+/// is worth it: what had the name stays until then. Locked as long as it is open, also under its
+/// name, so that a second recorder is told. A device is written as it is.
+/// [one host thread at a time]; waits for the disk.
+class PartFile {
+  public:
+    /// Makes it. `mayReplace` says that it takes the name from a file that has it; else it goes to
+    /// the next free name. See problem().
+    PartFile(std::string path, bool mayReplace);
+    /// Removes what has not taken its name.
+    ~PartFile();
+    PartFile(PartFile&&) = delete;
+    PartFile& operator=(PartFile&&) = delete;
+
+    /// One line when it could not be made.
+    [[nodiscard]] const std::string& problem() const { return problem_; }
+    /// The name that it has or will take.
+    [[nodiscard]] const std::string& path() const { return path_; }
+    /// To write through; the caller's own.
+    [[nodiscard]] tqcommon::Descriptor descriptor() const;
+
+    /// Empty when it has its name now or had it before; else one line, and the file may have gone
+    /// to another name, which path() tells.
+    [[nodiscard]] std::string takeName();
+    [[nodiscard]] bool hasName() const { return hasName_; }
+    /// Whether something else has the name.
+    [[nodiscard]] bool isNameTaken() const;
+    /// False when the file that had taken its name was deleted, moved or replaced since.
+    [[nodiscard]] bool isStillThere() const;
+
+  private:
+    [[nodiscard]] bool open();
+    [[nodiscard]] bool isAt(const std::string& place) const;
+
+    std::string path_;
+    std::string target_;  ///< where a link at the path leads to, else the path
+    std::string part_;    ///< empty for a device
+    bool mayReplace_;
+    bool hasName_ = false;
+    tqcommon::Descriptor file_;
+    std::string problem_;
+};
+
+/// Why a recording may not be written to that path, one line; empty when it may: a file that is
+/// there is not replaced unless `mayReplace`, and never one that another recorder writes.
+[[nodiscard]] std::string whyNotWritten(const std::string& path, bool mayReplace);
+
+/// The path, or with the lowest number from 2 on before its extension the first that is free.
+[[nodiscard]] std::string freePath(const std::string& path);
+
+}  // namespace tqrecorder
