@@ -13,6 +13,8 @@ namespace {
 /// for every sound.
 constexpr std::size_t kMostEntries = 64;
 
+constexpr std::size_t kMostOrdinals = 2 * kMostEntries;
+
 constexpr bool isTrack(int track) {
     return track > 0 && track <= RZUnitFacts::kTracks;
 }
@@ -44,6 +46,11 @@ void RZUnitFacts::note(Change&& change) {
             }
         }
     });
+}
+
+void RZUnitFacts::made(const void* unit) {
+    const std::scoped_lock guard(lock_);
+    forgetOrdinal(unit);
 }
 
 void RZUnitFacts::created(const void* unit, int track) {
@@ -171,7 +178,10 @@ void RZUnitFacts::allStopped() noexcept {
 
 void RZUnitFacts::disposed(const void* unit) {
     note([&]() -> std::optional<RZUnitFact> {
-        forgetOrdinal(unit);
+        // Of the others, one that is initialised again is the same unit as before.
+        std::erase_if(ordinals_, [unit](const Ordinal& one) {
+            return one.handle == unit && one.name.has_value();
+        });
         RZUnitFact* const entry = find(unit);
         if (entry == nullptr) {
             return std::nullopt;
@@ -259,10 +269,22 @@ std::uint32_t RZUnitFacts::ordinalOf(const void* handle) {
     if (known != ordinals_.end()) {
         return known->number;
     }
+    if (ordinals_.size() >= kMostOrdinals) {
+        forgetOldOrdinals();
+    }
     ordinals_.push_back({handle, ++lastOrdinal_});
     return lastOrdinal_;
 }
 
 void RZUnitFacts::forgetOrdinal(const void* handle) {
     std::erase_if(ordinals_, [handle](const Ordinal& one) { return one.handle == handle; });
+}
+
+/// Of units that are on record no more. Nobody tells of the end of every unit.
+void RZUnitFacts::forgetOldOrdinals() {
+    std::erase_if(ordinals_, [this](const Ordinal& one) {
+        return std::none_of(list_.begin(), list_.end(), [&one](const RZUnitFact& entry) {
+            return entry.unit == one.handle || entry.graph == one.handle;
+        });
+    });
 }

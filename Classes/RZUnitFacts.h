@@ -53,8 +53,8 @@ struct RZUnitCounts {
 ///
 /// [any thread] for every method. One lock guards the list and is held for no call to the outside;
 /// observers have a lock of their own, which is held while they are called and which an observer's
-/// thread may take again. A graph keeps its ordinal until it is disposed of, a unit until it is
-/// uninitialised.
+/// thread may take again. A graph keeps its ordinal until it is disposed of, a unit as long
+/// as it is alive; one that has a name of its own until it is uninitialised.
 class RZUnitFacts {
   public:
     using Observer = std::function<void(const RZUnitFact&)>;
@@ -84,6 +84,8 @@ class RZUnitFacts {
 
     // Notices. Each calls the observers. Without memory a notice is lost, never the program's call.
 
+    /// The program has made a unit: what bore the handle before is gone.
+    void made(const void* unit);
     /// A unit has got a capture object.
     void created(const void* unit, int track);
     /// A unit (or, with a null `unit`, whatever a graph holds) has got none, and why.
@@ -140,6 +142,7 @@ class RZUnitFacts {
     [[nodiscard]] RZUnitFact* find(const void* unit, const void* graph = nullptr);
     [[nodiscard]] std::uint32_t ordinalOf(const void* handle);
     void forgetOrdinal(const void* handle);
+    void forgetOldOrdinals();
     template <class Change>
     void note(Change&& change);
     void noteReason(const void* unit, RZUnitReason reason);

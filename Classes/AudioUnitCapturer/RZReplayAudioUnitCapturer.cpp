@@ -75,6 +75,7 @@ void recordNewInstance(const RZLogSite& site, AudioComponent component,
     const AudioUnit unit = *outInstance;
     site.log(2, "[AudioUnitHook] catch output audio unit: %p", unit);
     RZHostCallbacks::shared().unitMade(unit);
+    RZUnitFacts::shared().made(unit);
     if (registerCommunicationUnit(site, unit)) {
         return;
     }

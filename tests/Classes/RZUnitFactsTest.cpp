@@ -23,7 +23,7 @@ struct NamesThatAreUsedUp : testing::Test {
     void useUpTo(std::uint32_t ordinal) {
         const void* const passing = handleOf(48);
         do {
-            facts.disposed(passing);
+            facts.made(passing);
         } while (ordinalOf(passing) + 1 < ordinal);
     }
 };
@@ -31,6 +31,43 @@ struct NamesThatAreUsedUp : testing::Test {
 // High numbers, because names stay for the process, and other tests' units have the low ones.
 constexpr std::uint32_t kFirstOrdinal = RZUnitNames::kMost - 10;
 constexpr std::uint32_t kSamePlace = kFirstOrdinal + RZUnitNames::kMost;
+
+TEST(RZUnitFactsTest, AUnitIsTheSameUntilItsHandleIsGivenOutAgain) {
+    RZUnitFacts facts;
+    const void* const unit = handleOf(16);
+    const auto start = [&] {
+        return facts.started(unit, nullptr, 1, RZUnitReason::Captured).ordinal;
+    };
+    EXPECT_EQ(start(), 1U);
+    facts.disposed(unit);
+    EXPECT_EQ(start(), 1U);
+    facts.made(unit);
+    EXPECT_EQ(start(), 2U);
+}
+
+TEST(RZUnitFactsTest, AStreamsUnitThatWasUninitialisedIsAnotherOne) {
+    RZUnitFacts facts;
+    const void* const unit = handleOf(16);
+    facts.named(unit, "alsa-1");
+    const auto first = facts.started(unit, nullptr, 1, RZUnitReason::Captured).ordinal;
+    facts.disposed(unit);
+    facts.named(unit, "alsa-1");
+    EXPECT_NE(facts.started(unit, nullptr, 1, RZUnitReason::Captured).ordinal, first);
+}
+
+TEST(RZUnitFactsTest, AUnitThatPlaysKeepsItsNameHoweverManyComeAndGo) {
+    RZUnitFacts facts;
+    const void* const music = handleOf(16);
+    facts.created(music, 1);
+    ASSERT_EQ(facts.started(music, nullptr, 1, RZUnitReason::Captured).ordinal, 1U);
+    for (std::uintptr_t i = 0; i < 1000; ++i) {
+        const void* const sound = handleOf(32 + i);
+        facts.created(sound, 2);
+        static_cast<void>(facts.started(sound, nullptr, 2, RZUnitReason::Captured));
+        facts.disposed(sound);
+    }
+    EXPECT_EQ(facts.started(music, nullptr, 1, RZUnitReason::Captured).ordinal, 1U);
+}
 
 TEST_F(NamesThatAreUsedUp, MakeNoOtherUnitOfAStreamThatKeepsItsName) {
     useUpTo(kFirstOrdinal);

@@ -236,6 +236,20 @@ TEST_F(CaptureFacts, AUnitThatRecordsIsLeftAlone) {
     EXPECT_EQ(counts().started_with_microphone, 2U) << "each start counts";
 }
 
+TEST_F(CaptureFacts, AUnitThatIsInitialisedAgainIsTheSameUnit) {
+    ASSERT_TRUE(startCapture());
+    HostUnit host;
+    host.enableMicrophone();
+    host.play();
+    host.uninitialize();
+    ASSERT_EQ(host.initialize(), 0);
+    ASSERT_EQ(host.start(), 0);
+    EXPECT_THAT(units(), ElementsAre(SeenUnit{"unit-1", 1, TQ_UNIT_MICROPHONE_ON}));
+    HostUnit other;
+    other.play();
+    EXPECT_EQ(units().back(), (SeenUnit{"unit-2", 2, TQ_UNIT_CAPTURED}));
+}
+
 TEST_F(CaptureFacts, AVoiceEnginesUnitIsLeftAlone) {
     std::thread([] {
         NSThread::setCurrentThreadName("VeqDeviceThread");

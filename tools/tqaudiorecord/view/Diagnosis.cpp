@@ -42,16 +42,20 @@ std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen
     if (const std::string frames = framesNeverPlayed(state); !frames.empty()) {
         return "what it had written was not played before the end: " + frames;
     }
-    if (hasTrack(state)) {
-        return "all that it played was silence: " + counted(facts.blocks, "block") +
-               ", all zero; is its sound switched off or turned down to nothing?";
-    }
     std::vector<std::string> lines = unrecordedStreamLines(state);
     for (const std::string& line : leftOutLines(state)) {
         lines.push_back(line);
     }
+    const std::string zeros = counted(facts.blocks, "block") + ", all zero";
+    if (lines.empty() && hasTrack(state)) {
+        return "all that it played was silence: " + zeros +
+               "; is its sound switched off or turned down to nothing?";
+    }
     if (!lines.empty()) {
-        std::string text = "nothing could be recorded";
+        // The sound may have been where nothing was recorded: audio back ends keep silent units
+        // running.
+        std::string text = hasTrack(state) ? "all that could be recorded was silence: " + zeros
+                                           : "nothing could be recorded";
         for (const std::string& line : lines) {
             text += "; " + line;
         }

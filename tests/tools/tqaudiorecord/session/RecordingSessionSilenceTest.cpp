@@ -21,6 +21,22 @@ TEST_F(Session, AUnitWithItsMicrophoneOnIsKnownAsTheReasonForSilence) {
     EXPECT_EQ(sink.processes.at(1).facts.blocksWithSound, 0U);
 }
 
+TEST_F(Session, OneUnitWithItsMicrophoneOnIsOneHoweverOftenItIsStarted) {
+    EXPECT_EQ(record({kHost, "restarted", "0.2"}).hostExitCode, 0);
+    EXPECT_EQ(sink.processes.at(1).facts.unitsStarted, 4U);
+    EXPECT_EQ(sink.processes.at(1).facts.leftOut,
+              (std::vector<LeftOutUnit>{{"unit-1", 1U << TQ_UNIT_MICROPHONE_ON}}));
+}
+
+TEST_F(Session, AUnitThatRendersSilenceHidesNoneThatIsLeftOut) {
+    EXPECT_EQ(record({kHost, "beside", "0.4"}).hostExitCode, 0);
+    const HostFacts& facts = sink.processes.at(1).facts;
+    EXPECT_GT(facts.blocks, 10U);
+    EXPECT_EQ(facts.blocksWithSound, 0U);
+    ASSERT_EQ(facts.leftOut.size(), 1U);
+    EXPECT_EQ(facts.leftOut[0].reasons, 1U << TQ_UNIT_MICROPHONE_ON);
+}
+
 TEST_F(Session, AUnitThatIsNeverStartedIsKnownAsTheReasonForSilence) {
     record({kHost, "idle"});
     EXPECT_EQ(sink.processes.at(1).facts.unitsCreated, 1U);

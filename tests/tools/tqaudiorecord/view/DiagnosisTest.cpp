@@ -86,6 +86,18 @@ TEST_F(DiagnosisTest, CountsBlocksOfZerosAsSilence) {
     EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 block, all zero"));
 }
 
+TEST_F(DiagnosisTest, SilenceOfOneUnitIsNotThatOfAProgramWithUnitsLeftOut) {
+    const std::vector<std::byte> zeros(4410 * 4);
+    observer_.processBegan(game_);
+    observer_.block(game_, {1, "unit-1", kMixFormat, 1, zeros});
+    HostFacts facts{true, false, 2, 2, 2, 0, 1};
+    facts.leftOut = {{"unit-2", 1U << TQ_UNIT_MICROPHONE_ON}};
+    observer_.processEnded(game_, facts);
+    EXPECT_EQ(whySilent(observer_, "game").at(0),
+              "game: all that could be recorded was silence: 1 block, all zero; not recorded: "
+              "unit-2: its microphone is on; such units are not captured, by rule");
+}
+
 TEST_F(DiagnosisTest, TellsAProgramThatOpenedNoStreamFromOneThatCannot) {
     HostFacts facts{true, false, 2, 0, 0, 0, 0};
     facts.mayPlay = true;

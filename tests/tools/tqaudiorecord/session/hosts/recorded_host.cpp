@@ -16,7 +16,9 @@
 //   closing SECONDS     closes all descriptors first
 //   idle                makes a unit and never starts it
 //   microphone SECONDS  plays through a unit with its microphone on
+//   restarted SECONDS   the same, started, stopped, initialised again and started again
 //   silent SECONDS      plays zeros
+//   beside SECONDS      plays zeros, and a tone through another unit whose microphone is on
 //   scribble SECONDS    fills all memory that it shares with the recorder with nonsense
 //   die                 kills itself inside its own callback
 //   exec PROGRAM ARG... becomes another program
@@ -185,7 +187,19 @@ bool waitForEnd(Tone& tone) {
                               [&tone] { return tone.framesLeft.load() <= 0; });
 }
 
-int play(Tone& tone, double seconds, bool microphone) {
+/// Starts the unit three times more, between which it is stopped, and twice uninitialised.
+bool playAgain(AudioUnit unit, Tone& tone, double seconds) {
+    bool isGood = AudioOutputUnitStop(unit) == 0 && AudioOutputUnitStart(unit) == 0;
+    for (int i = 0; i < 2 && isGood; ++i) {
+        tone.framesLeft = static_cast<long>(seconds * kRate);
+        isGood = waitForEnd(tone) && AudioOutputUnitStop(unit) == 0 &&
+                 AudioUnitUninitialize(unit) == 0 && AudioUnitInitialize(unit) == 0 &&
+                 AudioOutputUnitStart(unit) == 0;
+    }
+    return isGood;
+}
+
+int play(Tone& tone, double seconds, bool microphone, bool isRestarted = false) {
     tone.framesLeft = static_cast<long>(seconds * kRate);
     const AudioUnit unit = makeUnit();
     const AudioStreamBasicDescription format = formatOf(tone);
@@ -199,11 +213,23 @@ int play(Tone& tone, double seconds, bool microphone) {
         AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
                              &callback, sizeof callback) == 0 &&
         AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0;
-    isGood = isGood && waitForEnd(tone);
+    isGood = isGood && waitForEnd(tone) && (!isRestarted || playAgain(unit, tone, seconds));
     AudioOutputUnitStop(unit);
     AudioUnitUninitialize(unit);
     AudioComponentInstanceDispose(unit);
     return isGood ? 0 : 3;
+}
+
+/// As an audio back end does that keeps a unit of its own running while the sound comes through
+/// another one.
+int playBesideSilence(Tone& tone, double seconds) {
+    Tone silence;
+    silence.isSilent = true;
+    int result = 0;
+    std::thread backEnd([&] { result = play(silence, seconds, false); });
+    const int tones = play(tone, seconds, true);
+    backEnd.join();
+    return result == 0 ? tones : result;
 }
 
 /// `isUpdated`: as programs do that update their graph with every picture, only more often.
@@ -364,6 +390,12 @@ int main(int argc, char** argv) {
     }
     if (what == "many") {
         return playTogether(static_cast<int>(seconds));
+    }
+    if (what == "restarted") {
+        return play(tone, seconds, true, true);
+    }
+    if (what == "beside") {
+        return playBesideSilence(tone, seconds);
     }
     if (what == "graph" || what == "updating") {
         return playGraph(tone, seconds, what == "updating");
