@@ -172,6 +172,8 @@ void settleQueued(AUGraph graph) {
     const RZHostCallback node = known.of(graph);
     if (node.isQueued && !isWaiting(graph)) {
         known.note(graph, node.updated());
+    } else if (node.haveOthersQueued && !isWaiting(graph)) {
+        known.noteOthersQueued(graph, false);
     }
 }
 
@@ -187,7 +189,7 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     const bool isToWait = isWaiting(graph);
     if (!isObjs && !isPending) {
         if (isToWait && (obj || pending)) {
-            known.noteOtherQueued(graph);
+            known.noteOthersQueued(graph, true);
         }
         return false;
     }
@@ -198,7 +200,7 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     if (hasPlace && noted.place != input) {
         if (input != 0) {
             if (isToWait) {
-                known.noteOtherQueued(graph);
+                known.noteOthersQueued(graph, true);
             }
             return false;
         }
@@ -316,7 +318,8 @@ void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
 }
 
 void RZSettleEdit(AUGraph graph) {
-    if (RZHostCallbacks::shared().of(graph).isQueued && !isWaiting(graph)) {
+    const RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    if ((node.isQueued || node.haveOthersQueued) && !isWaiting(graph)) {
         RZSettleGraph(graph);
     }
 }
@@ -334,6 +337,7 @@ void RZGraphUpdate::begin(AUGraph graph, bool isInitialization) {
     } else if (!answersYes(AUGraphIsInitialized, graph) && !answersYes(AUGraphIsRunning, graph)) {
         // The platform does nothing: what waits goes on waiting.
         noted_.isQueued = false;
+        noted_.haveOthersQueued = false;
     }
     // Where ours goes, the old callback is called until it has gone.
     if (!noted_.isQueued || !noted_.isOursNext) {
@@ -359,6 +363,8 @@ void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
     }
     if (noted_.isQueued) {
         settleWaiting(isDone);
+    } else if (isDone && noted_.haveOthersQueued) {
+        RZHostCallbacks::shared().noteOthersQueued(graph_, false);
     }
     if (!obj_ || !isDone) {
         return;

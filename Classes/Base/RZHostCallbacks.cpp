@@ -56,8 +56,9 @@ void RZHostCallbacks::note(AUGraph graph, const RZHostCallback& callback) {
     });
 }
 
-void RZHostCallbacks::noteOtherQueued(AUGraph graph) {
-    edit(graph, Kind::Graph, [](Entry& entry) { entry.callback.haveOthersQueued = true; });
+void RZHostCallbacks::noteOthersQueued(AUGraph graph, bool haveOthers) {
+    edit(graph, Kind::Graph,
+         [haveOthers](Entry& entry) { entry.callback.haveOthersQueued = haveOthers; });
 }
 
 void RZHostCallbacks::markAlone(AudioUnit unit) {

@@ -56,9 +56,9 @@ class RZHostCallbacks {
     /// [host thread] Throws without memory, and only for a handle that is new here.
     void note(AudioUnit unit, const RZHostCallback& callback);
     void note(AUGraph graph, const RZHostCallback& callback);
-    /// [host thread] The graph has been given a callback that ours does not stand before, and that
-    /// waits.
-    void noteOtherQueued(AUGraph graph);
+    /// [host thread] Whether the graph has been given a callback that ours does not stand before,
+    /// and that waits.
+    void noteOthersQueued(AUGraph graph, bool haveOthers);
     /// [host thread] A voice engine's: never to be captured, whatever becomes of it. Both last
     /// until the handle is given out again.
     void markAlone(AudioUnit unit);

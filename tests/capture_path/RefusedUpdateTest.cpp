@@ -50,6 +50,19 @@ TEST_F(RefusedUpdate, LeavesTheCallbackThatWasSetBehindTheRefusedOneToTheNext) {
     EXPECT_EQ(next.calls, 1);
 }
 
+TEST_F(RefusedUpdate, FollowsOnlyWhatWaitsForItAndNotWhatWasBroughtBefore) {
+    const AURenderCallbackStruct callback = refused.callback();
+    const AUNode mixer = host.addMixer();
+    ASSERT_EQ(AUGraphSetNodeInputCallback(host.graph(), mixer, 0, &callback), 0);
+    ASSERT_EQ(update(), 0);
+    give(next, 0);
+    give(refused, 1);
+    EXPECT_EQ(update(), kAudioUnitErr_InvalidElement);
+    pump();
+    EXPECT_EQ(next.calls, 1);
+    EXPECT_EQ(host.sound.calls, 1);
+}
+
 TEST_F(RefusedUpdate, IsPlayedAndRecordedFromTheSameCallback) {
     ASSERT_TRUE(startCapture());
     next.value = 0.5;

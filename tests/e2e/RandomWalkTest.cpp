@@ -9,14 +9,17 @@ namespace {
 
 using hostruns::With;
 
+void expectTheSame(int seed, const std::string& about, With with) {
+    const std::map<std::string, std::string> walk{{"TQ_TEST_SEED", std::to_string(seed)},
+                                                  {"TQ_TEST_WALK", about}};
+    const auto plain = hostruns::run("random_walk", With::Nothing, walk);
+    const auto captured = hostruns::run("random_walk", with, walk);
+    hostruns::expectSamePlayed(plain, captured, "seed " + std::to_string(seed));
+    EXPECT_EQ(plain.end["answers"], captured.end["answers"]) << "seed " << seed;
+}
+
 struct RandomWalk : testing::TestWithParam<int> {
-    void expectTheSame(With with) const {
-        const std::map<std::string, std::string> seed{{"TQ_TEST_SEED", std::to_string(GetParam())}};
-        const auto plain = hostruns::run("random_walk", With::Nothing, seed);
-        const auto captured = hostruns::run("random_walk", with, seed);
-        hostruns::expectSamePlayed(plain, captured, "seed " + std::to_string(GetParam()));
-        EXPECT_EQ(plain.end["answers"], captured.end["answers"]) << "seed " << GetParam();
-    }
+    static void expectTheSame(With with) { ::expectTheSame(GetParam(), "all", with); }
 };
 
 TEST_P(RandomWalk, PlaysTheSameWithTheHooks) {
@@ -33,5 +36,19 @@ TEST_P(RandomWalk, PlaysTheSameWhenTheLibraryIsOpenedLate) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomWalk,
                          testing::Values(1, 2, 3, 4, 5, 6, 7, 8, 14, 23, 32, 36, 46, 88, 127, 134));
+
+struct RandomWalkOfGraphs : testing::TestWithParam<int> {
+    static void expectTheSame(With with) { ::expectTheSame(GetParam(), "graphs", with); }
+};
+
+TEST_P(RandomWalkOfGraphs, PlaysTheSameWithTheHooks) {
+    expectTheSame(With::Hooks);
+}
+
+TEST_P(RandomWalkOfGraphs, PlaysTheSameWhileItIsRecorded) {
+    expectTheSame(With::Recording);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomWalkOfGraphs, testing::Values(1, 2, 3, 4, 5, 6));
 
 }  // namespace

@@ -77,6 +77,27 @@ AudioComponentDescription outputComponent() {
     return {kAudioUnitType_Output, kAudioUnitSubType_RemoteIO, kAudioUnitManufacturer_Apple, 0, 0};
 }
 
+OutputGraph openOutputGraph(const AURenderCallbackStruct& callback) {
+    OutputGraph made;
+    check(NewAUGraph(&made.graph));
+    made.node = addOutputNode(made.graph);
+    setNodeCallback(made.graph, made.node, callback);
+    check(AUGraphOpen(made.graph));
+    setToneFormat(made.graph, made.node);
+    return made;
+}
+
+void playGraph(HostDevice& device, AUGraph graph) {
+    check(AUGraphInitialize(graph));
+    check(AUGraphStart(graph));
+    device.pump(20);
+}
+
+void endGraph(AUGraph graph) {
+    check(AUGraphStop(graph));
+    check(DisposeAUGraph(graph));
+}
+
 AudioStreamBasicDescription toneFormat() {
     return {kDeviceRate,
             kAudioFormatLinearPCM,

@@ -62,6 +62,17 @@ class Tone {
 /// On the node's input 0.
 void setNodeCallback(AUGraph graph, AUNode node, const AURenderCallbackStruct& callback,
                      OSStatus expected = noErr);
+/// A graph of one output node.
+struct OutputGraph {
+    AUGraph graph = nullptr;
+    AUNode node = 0;
+};
+/// Open, with the format that Tone plays; the node gets its callback before that.
+[[nodiscard]] OutputGraph openOutputGraph(const AURenderCallbackStruct& callback);
+/// Initialises and starts it, and plays 20 slices.
+void playGraph(HostDevice& device, AUGraph graph);
+/// Stops and disposes of it.
+void endGraph(AUGraph graph);
 /// The format that Tone plays.
 [[nodiscard]] AudioStreamBasicDescription toneFormat();
 void setToneFormat(AudioUnit unit);

@@ -22,16 +22,11 @@ struct WaitingGraph {
         setToneFormat(graph, output);
         check(AUGraphNodeInfo(graph, output, nullptr, &unit));
         setNodeCallback(graph, output, first.callback());
-        check(AUGraphInitialize(graph));
-        check(AUGraphStart(graph));
-        device.pump(kPart);
+        playGraph(device, graph);
     }
     WaitingGraph(const WaitingGraph&) = delete;
     WaitingGraph& operator=(const WaitingGraph&) = delete;
-    ~WaitingGraph() {
-        check(AUGraphStop(graph));
-        check(DisposeAUGraph(graph));
-    }
+    ~WaitingGraph() { endGraph(graph); }
 
     void giveSecond() { setNodeCallback(graph, output, second.callback()); }
     void startUnit() {

@@ -9,15 +9,8 @@ void runHost(HostDevice& device) {
         unit = newOutputUnit();
     }
     Tone tone;
-    AUGraph graph = nullptr;
-    check(NewAUGraph(&graph));
-    const AUNode node = addOutputNode(graph);
-    setNodeCallback(graph, node, tone.callback());
-    check(AUGraphOpen(graph));
-    setToneFormat(graph, node);
-    check(AUGraphInitialize(graph));
-    check(AUGraphStart(graph));
-    device.pump(20);
+    AUGraph graph = openOutputGraph(tone.callback()).graph;
+    playGraph(device, graph);
     check(AUGraphStop(graph));
     device.pump(2);
     for (AudioUnit& unit : units) {
@@ -26,6 +19,5 @@ void runHost(HostDevice& device) {
     }
     check(AUGraphStart(graph));
     device.pump(40);
-    check(AUGraphStop(graph));
-    check(DisposeAUGraph(graph));
+    endGraph(graph);
 }

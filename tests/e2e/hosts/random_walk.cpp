@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Host.h"
@@ -13,18 +15,21 @@
 // and graphs are made, also on voice engines' threads, fed, initialised, started and let go, right
 // or wrong, their microphones come and go, a recording stops and starts, and a slice is played
 // between any two calls. What each call answers is summed up in one number, said at the end.
-// TQ_TEST_TRACE=1 tells every step on standard error.
+// TQ_TEST_WALK=graphs is about few units and two graphs, which are edited, uninitialised, closed
+// and played behind their backs; callbacks call the platform themselves. TQ_TEST_TRACE=1 tells
+// every step on standard error.
 
 namespace {
 
 constexpr int kSteps = 1500;
-constexpr std::size_t kUnits = 9;
-constexpr std::size_t kGraphs = 3;
+constexpr std::size_t kMostUnits = 9;
+constexpr std::size_t kMostGraphs = 3;
 constexpr std::size_t kTones = 6;
 
 class Walk {
   public:
-    Walk(HostDevice& device, std::uint32_t seed) : device_(device), state_(seed * 2654435761U + 1) {
+    Walk(HostDevice& device, std::uint32_t seed, bool isAboutGraphs)
+        : device_(device), state_(seed * 2654435761U + 1), isAboutGraphs_(isAboutGraphs) {
         for (std::size_t i = 0; i < kTones; ++i) {
             tones_.push_back(std::make_unique<Tone>(seed + static_cast<std::uint32_t>(i) * 97));
         }
@@ -35,14 +40,15 @@ class Walk {
             if (step_ == kSteps / 4) {
                 device_.openLibrary();
             }
-            if (chance(3, 5)) {
-                stepUnit(units_[draw(kUnits)]);
+            if (isAboutGraphs_ ? chance(1, 5) : chance(3, 5)) {
+                stepUnit(anyFeed());
             } else {
-                stepGraph(graphs_[draw(kGraphs)]);
+                stepGraph(anyNet());
             }
             if (chance(1, 40)) {
                 HostDevice::toggleRecording();
             }
+            isCallBackDue_ = isAboutGraphs_ && chance(1, 8);
             device_.pump(1, 32);
         }
         std::printf("answers=%08x\n", answers_);
@@ -63,9 +69,54 @@ class Walk {
         state_ = state_ * 1664525U + 1013904223U;
         return static_cast<std::uint32_t>((std::uint64_t{state_} * below) >> 32U);
     }
+    Feed& anyFeed() { return units_[draw(isAboutGraphs_ ? 3 : kMostUnits)]; }
+    Net& anyNet() { return graphs_[draw(isAboutGraphs_ ? 2 : kMostGraphs)]; }
     bool chance(std::uint32_t of, std::uint32_t in) { return draw(in) < of; }
     AURenderCallbackStruct anyCallback() {
-        return chance(1, 8) ? AURenderCallbackStruct{} : tones_[draw(kTones)]->callback();
+        return chance(1, 8) ? AURenderCallbackStruct{} : callBackOf(*tones_[draw(kTones)]);
+    }
+    /// Stands before a tone: once in a while the unit that is rendered is the one that calls.
+    struct CallingTone {
+        Walk* walk;
+        AURenderCallbackStruct tone;
+    };
+    AURenderCallbackStruct callBackOf(Tone& tone) {
+        if (!isAboutGraphs_) {
+            return tone.callback();
+        }
+        callingTones_.push_back(std::make_unique<CallingTone>(CallingTone{this, tone.callback()}));
+        return {renderAndCall, callingTones_.back().get()};
+    }
+    static OSStatus renderAndCall(void* refCon, AudioUnitRenderActionFlags* flags,
+                                  const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
+                                  AudioBufferList* data) {
+        const CallingTone& self = *static_cast<CallingTone*>(refCon);
+        if (std::exchange(self.walk->isCallBackDue_, false)) {
+            self.walk->stepInside();
+        }
+        return self.tone.inputProc(self.tone.inputProcRefCon, flags, time, bus, frames, data);
+    }
+    /// What a callback may ask of the platform.
+    void stepInside() {
+        const Feed& feed = anyFeed();
+        const Net& net = anyNet();
+        switch (draw(5)) {
+            case 0:
+                note("inside: stop", feed.unit, AudioOutputUnitStop(feed.unit));
+                break;
+            case 1:
+                note("inside: start", feed.unit, AudioOutputUnitStart(feed.unit));
+                break;
+            case 2:
+                note("inside: uninitialize", feed.unit, AudioUnitUninitialize(feed.unit));
+                break;
+            case 3:
+                note("inside: graph stop", net.graph, AUGraphStop(net.graph));
+                break;
+            default:
+                note("inside: graph update", net.graph, AUGraphUpdate(net.graph, nullptr));
+                break;
+        }
     }
     /// Takes part in what the walk says at its end.
     void note(const char* what, const void* object, OSStatus status) {
@@ -76,12 +127,12 @@ class Walk {
         }
     }
     std::size_t nameOf(const void* object) const {
-        for (std::size_t i = 0; i < kUnits; ++i) {
+        for (std::size_t i = 0; i < kMostUnits; ++i) {
             if (object == units_[i].unit) {
                 return i;
             }
         }
-        for (std::size_t i = 0; i < kGraphs; ++i) {
+        for (std::size_t i = 0; i < kMostGraphs; ++i) {
             if (object == graphs_[i].graph) {
                 return 100 + i;
             }
@@ -244,7 +295,7 @@ class Walk {
                 join(net);
                 break;
             case 14:
-                note("graph disconnect", graph, AUGraphDisconnectNodeInput(graph, net.output, 0));
+                disconnect(net);
                 break;
             case 15:
                 stepOutputUnit(net);
@@ -288,6 +339,22 @@ class Walk {
     void join(Net& net) {
         note("graph connect", net.graph,
              AUGraphConnectNodeInput(net.graph, net.mixer, 0, net.output, 0));
+    }
+
+    void disconnect(Net& net) {
+        switch (isAboutGraphs_ ? draw(3) : 2) {
+            case 0:
+                note("graph clear", net.graph, AUGraphClearConnections(net.graph));
+                break;
+            case 1:
+                note("graph disconnect mixer", net.graph,
+                     AUGraphDisconnectNodeInput(net.graph, net.mixer, 0));
+                break;
+            default:
+                note("graph disconnect", net.graph,
+                     AUGraphDisconnectNodeInput(net.graph, net.output, 0));
+                break;
+        }
     }
 
     void toneFormats(Net& net) {
@@ -356,9 +423,12 @@ class Walk {
 
     HostDevice& device_;
     std::uint32_t state_;
+    const bool isAboutGraphs_;
+    bool isCallBackDue_ = false;
+    std::vector<std::unique_ptr<CallingTone>> callingTones_;
     std::vector<std::unique_ptr<Tone>> tones_;
-    std::array<Feed, kUnits> units_{};
-    std::array<Net, kGraphs> graphs_{};
+    std::array<Feed, kMostUnits> units_{};
+    std::array<Net, kMostGraphs> graphs_{};
     std::uint32_t answers_ = 0;
     bool isTraced_ = std::getenv("TQ_TEST_TRACE") != nullptr;
     int step_ = 0;
@@ -368,6 +438,8 @@ class Walk {
 
 void runHost(HostDevice& device) {
     const char* const seed = std::getenv("TQ_TEST_SEED");
-    Walk walk(device, seed == nullptr ? 1 : static_cast<std::uint32_t>(std::atoi(seed)));
+    const char* const about = std::getenv("TQ_TEST_WALK");
+    Walk walk(device, seed == nullptr ? 1 : static_cast<std::uint32_t>(std::atoi(seed)),
+              about != nullptr && std::string_view(about) == "graphs");
     walk.run();
 }

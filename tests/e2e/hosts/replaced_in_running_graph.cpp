@@ -11,9 +11,7 @@ void runHost(HostDevice& device) {
     check(AUGraphOpen(graph));
     setToneFormat(graph, node);
     setNodeCallback(graph, node, tone.callback());
-    check(AUGraphInitialize(graph));
-    check(AUGraphStart(graph));
-    device.pump(20);
+    playGraph(device, graph);
     setNodeCallback(graph, node, other.callback());
     device.pump(20);
     check(AUGraphUpdate(graph, nullptr));
@@ -27,6 +25,5 @@ void runHost(HostDevice& device) {
     check(AUGraphStop(graph));
     check(AUGraphStart(graph));
     device.pump(20);
-    check(AUGraphStop(graph));
-    check(DisposeAUGraph(graph));
+    endGraph(graph);
 }

@@ -50,17 +50,10 @@ AURenderCallbackStruct callbackByIndex(AUGraph graph) {
 
 void runHost(HostDevice& device) {
     Tone tone;
-    AUGraph graph = nullptr;
-    check(NewAUGraph(&graph));
-    const AUNode node = addOutputNode(graph);
-    setNodeCallback(graph, node, tone.callback());
-    check(AUGraphOpen(graph));
-    setToneFormat(graph, node);
+    const auto [graph, node] = openOutputGraph(tone.callback());
     Inverter once(callbackOf(graph, node));
     setNodeCallback(graph, node, once.callback());
-    check(AUGraphInitialize(graph));
-    check(AUGraphStart(graph));
-    device.pump(20);
+    playGraph(device, graph);
     // While it plays. What was read before the update is not what plays yet.
     Inverter twice(callbackByIndex(graph));
     setNodeCallback(graph, node, twice.callback());
@@ -75,6 +68,5 @@ void runHost(HostDevice& device) {
     setNodeCallback(graph, node, thrice.inner());
     check(AUGraphUpdate(graph, nullptr));
     device.pump(20);
-    check(AUGraphStop(graph));
-    check(DisposeAUGraph(graph));
+    endGraph(graph);
 }
