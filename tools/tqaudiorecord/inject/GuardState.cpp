@@ -52,7 +52,8 @@ GuardStatus guardStatus() {
     if (tq_guard_get_state(&guard) != TQ_OK) {
         return {};
     }
-    return {stateOf(guard.next_launch), guard.retries_left};
+    return {stateOf(guard.next_launch), guard.retries_left,
+            stateOf(guard.this_launch) == GuardState::kArmed};
 }
 
 std::string programName() {

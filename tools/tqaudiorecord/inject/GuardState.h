@@ -9,6 +9,7 @@ namespace tqrecorder {
 struct GuardStatus {
     GuardState state = GuardState::kUnknown;
     int retriesLeft = 0;
+    bool wasArmed = false;  ///< when the program was loaded
 };
 
 /// [host thread] Asks the library.

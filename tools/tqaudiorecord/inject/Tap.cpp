@@ -97,8 +97,7 @@ void Tap::record(char** arguments) {
     const bool isHooked = captureState().hooks_installed != 0;
     const bool isSecond = isRestarted();
     bool isRestartFailed = false;
-    if (settings_.armGuard && !isHooked && !isSecond && mayArm(guardStatus().state) &&
-        tq_guard_arm(kGuardHookId) == TQ_OK) {
+    if (settings_.armGuard && !isHooked && !isSecond && armForNextLaunch()) {
         restartProgram(arguments);
         isRestartFailed = true;
     }
@@ -153,6 +152,16 @@ void Tap::tellThatDescriptorsLack() {
     if (child > 0) {
         (void)waitpid(child, nullptr, 0);
     }
+}
+
+/// Whether the hooks were kept out of this launch and come with the next.
+bool Tap::armForNextLaunch() {
+    const GuardStatus status = guardStatus();
+    if (status.state == GuardState::kArmed) {
+        // Somebody else has done it since this program was loaded: two recorders begin at once.
+        return !status.wasArmed;
+    }
+    return mayArm(status.state) && tq_guard_arm(kGuardHookId) == TQ_OK;
 }
 
 bool Tap::connectRecording(Hello hello) {

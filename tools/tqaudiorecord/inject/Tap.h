@@ -47,6 +47,7 @@ class Tap {
     void answerGuard();
     void record(char** arguments);
     void tellThatDescriptorsLack();
+    [[nodiscard]] static bool armForNextLaunch();
     [[nodiscard]] bool connectRecording(Hello hello);
     void startThread(void (Tap::*body)());
     void runRecording();

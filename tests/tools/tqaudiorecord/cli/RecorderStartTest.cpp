@@ -128,6 +128,20 @@ TEST_F(RecorderTest, WithoutStandardStreamsItWritesNothingIntoItsFiles) {
     }
 }
 
+TEST_F(RecorderTest, EachOfThoseThatBeginAtOnceRecords) {
+    constexpr int kRecorders = 8;
+    const auto place = [&](int number) { return folder_.file(std::to_string(number) + ".wav"); };
+    std::vector<std::unique_ptr<Program>> programs;
+    for (int number = 0; number < kRecorders; ++number) {
+        programs.push_back(std::make_unique<Program>(setup({"-o", place(number)}, game("1.5"))));
+    }
+    for (int number = 0; number < kRecorders; ++number) {
+        const ProgramEnd end = programs[static_cast<std::size_t>(number)]->wait();
+        EXPECT_EQ(end.code, 0) << end.errors;
+        expectMusic(place(number), 44100, 0.8);
+    }
+}
+
 TEST_F(RecorderTest, AClosedStandardOutputTakesNoRecording) {
     ProgramSetup with = setup({"-q", "-o", "-"}, game("1"));
     with.arguments.insert(with.arguments.begin(), {"sh", "-c", "exec \"$0\" \"$@\" >&-"});
