@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/LeakCheck.h"
 #include "support/ProgramRunner.h"
 #include "support/TemporaryFolder.h"
 
@@ -18,6 +19,9 @@ namespace {
 
 class Launched : public testing::Test {
   protected:
+    // A program that a signal or its last thread ends has what its threads held.
+    void SetUp() override { tqtest::startProgramsWithoutLeakCheck(); }
+
     [[nodiscard]] tqtest::ProgramEnd bare(const std::vector<std::string>& command) const {
         return tqtest::runProgram({.arguments = command, .environment = environment()});
     }
