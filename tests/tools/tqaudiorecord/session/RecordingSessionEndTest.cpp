@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <csignal>
+#include <utility>
 
 #include "SessionFixture.h"
 
@@ -45,11 +47,14 @@ TEST_F(SessionOfADuration, LetsAHostThatIsToGoOnPlayToItsEnd) {
 }
 
 TEST_F(Session, ASignalEndsTheRecordingAndAnotherSaves) {
-    int blocks = 0;
-    sink.onBlock = [&](const Process&, const Block& block) {
-        blocks += block.track == 0 ? 1 : 0;
-        if (block.track == 0 && (blocks == 5 || blocks == 15)) {
-            kill(getpid(), blocks == 5 ? SIGUSR1 : SIGINT);
+    // One after the other: of two that wait, the system hands the lower number over first.
+    bool isSaveAsked = false;
+    bool isEndAsked = false;
+    sink.onBlock = [&](const Process&, const Block&) {
+        if (!std::exchange(isSaveAsked, true)) {
+            kill(getpid(), SIGUSR1);
+        } else if (sink.saves == 1 && !std::exchange(isEndAsked, true)) {
+            kill(getpid(), SIGINT);
         }
     };
     EXPECT_EQ(record({kHost, "tone", "60"}).end, End::kSignal);
