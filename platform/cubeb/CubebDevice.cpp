@@ -166,7 +166,11 @@ long CubebDevice::onBlock(cubeb_stream* /*stream*/, void* self, const void* /*he
 
 long CubebDevice::play(float* played, UInt32 frames) noexcept {
     if (stage_.load(std::memory_order_relaxed) != Stage::playing) {
-        return 0;  // the end: what was rendered is played out
+        // Some servers say that all is played while the last of it is still on its way: what is on
+        // its way then is silence.
+        tqcommon::silence(tqcommon::AudioView::interleaved(played, kChannels, frames));
+        silentFrames_ += frames;
+        return silentFrames_ > latencyFrames_ ? 0 : frames;
     }
     if (!isHurried_) {
         isHurried_ = true;

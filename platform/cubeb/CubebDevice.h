@@ -70,8 +70,9 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::atomic<bool> isHearing_{false};  ///< the microphone's stream runs
     std::unique_ptr<cubeb_stream, EndStream> microphone_;
     std::atomic<Stage> stage_{Stage::playing};
-    PlayClock clock_{1};      ///< in requests only
-    bool isHurried_ = false;  ///< the same: their thread has its niceness
+    PlayClock clock_{1};       ///< in requests only
+    UInt32 silentFrames_ = 0;  ///< the same: behind the last block that was rendered
+    bool isHurried_ = false;   ///< the same: their thread has its niceness
 };
 
 }  // namespace tqcubeb

@@ -23,7 +23,7 @@ TEST(MicrophoneOnPulse, HearsEveryFrameThatIsPlayed) {
     const std::string file = server.folder().file("heard.raw");
     const ProgramEnd end =
         runProgram(kept(devicePlayer(server.environment(), "cubeb",
-                                     {"duration:0.05", "say", "listen", "sleep:0.5", "start", "end",
+                                     {"duration:0.08", "say", "listen", "sleep:0.5", "start", "end",
                                       "sleep:0.5", "stop", "heard:" + file}),
                         server.folder().path()));
     ASSERT_EQ(end["done"], "1") << end.text();

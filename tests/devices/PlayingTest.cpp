@@ -24,7 +24,7 @@ TEST(PlayingOnPulse, EveryFrameArrivesFromTheFirstToTheLast) {
     const PulseServer server(devicePlayerFormat());
     const auto recording = server.record();
     const ProgramEnd end = runProgram(
-        kept(devicePlayer(server.environment(), "cubeb", {"duration:0.05", "start", "end", "stop"}),
+        kept(devicePlayer(server.environment(), "cubeb", {"duration:0.08", "start", "end", "stop"}),
              server.folder().path()));
     ASSERT_EQ(end["done"], "1") << end.text();
     EXPECT_EQ(end.errors, "");
@@ -43,11 +43,45 @@ TEST(PlayingOnPulse, TwoUnitsAreOneStream) {
     EXPECT_EQ(player.wait()["done"], "1");
 }
 
+TEST(PlayingOnPulse, APreferredRateAndDurationAreTheDevices) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    const ProgramEnd end = runProgram(kept(devicePlayer(server.environment(), "cubeb",
+                                                        {"rate:32000", "duration:0.08", "start2",
+                                                         "sleep:0.5", "say", "sleep:1", "stop2"}),
+                                           server.folder().path()));
+    EXPECT_EQ(end["prefer"], "0");
+    EXPECT_EQ(end["rate"], "32000");
+    EXPECT_GT(std::stod(end["slice"]), 0.02);
+    const Sound heard = recording->finish().trimmed();
+    EXPECT_NEAR(frequencyOf(heard.part(12000, 48000)), 440, 1);
+}
+
+TEST(PlayingOnPulse, AForkLeavesTheDeviceToTheParent) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    const ProgramEnd end = runProgram(
+        kept(devicePlayer(server.environment(), "cubeb",
+                          {"duration:0.08", "start", "sleep:0.3", "fork:callback", "end", "stop"}),
+             server.folder().path()));
+    ASSERT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end["childIsThere"], "1");
+    EXPECT_EQ(joined(differences(devicePlayerNoise(), recording->finish().trimmed())), "");
+}
+
+TEST(PlayingOnPulse, TheChildOfAForkHasADeviceOfItsOwn) {
+    const PulseServer server(devicePlayerFormat());
+    const ProgramEnd end = runProgram(devicePlayer(
+        server.environment(), "cubeb", {"start", "sleep:0.3", "fork", "sleep:0.3", "say", "stop"}));
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end["child"], "0");
+}
+
 TEST(PlayingOnPipeWire, EveryFrameArrivesFromTheFirstToTheLast) {
     const PipeWireServer server;
     const auto recording = server.record();
     const ProgramEnd end = runProgram(
-        kept(devicePlayer(server.environment(), "cubeb", {"duration:0.05", "start", "end", "stop"}),
+        kept(devicePlayer(server.environment(), "cubeb", {"duration:0.08", "start", "end", "stop"}),
              server.folder().path()));
     ASSERT_EQ(end["done"], "1") << end.text();
     const Sound heard = recording->finish().trimmed();
@@ -59,7 +93,7 @@ TEST(Automatic, IsTheServerThatAnswers) {
     const PulseServer server(devicePlayerFormat());
     const auto recording = server.record();
     const ProgramEnd end = runProgram(
-        kept(devicePlayer(server.environment(), "auto", {"duration:0.05", "start", "end", "stop"}),
+        kept(devicePlayer(server.environment(), "auto", {"duration:0.08", "start", "end", "stop"}),
              server.folder().path()));
     EXPECT_EQ(end.errors, "");
     EXPECT_EQ(joined(differences(devicePlayerNoise(), recording->finish().trimmed())), "");

@@ -20,7 +20,7 @@ class RecordedDevice : public programruns::RecordedRun {
   protected:
     ProgramRun record(const std::vector<std::string>& options) {
         const ProgramSetup player =
-            devicePlayer({}, "cubeb", {"duration:0.05", "start", "end", "stop", "sleep:0.3"});
+            devicePlayer({}, "cubeb", {"duration:0.08", "start", "end", "stop", "sleep:0.3"});
         std::vector<std::string> command{"env", "TQ_AUDIO_DEVICE=cubeb"};
         command.insert(command.end(), player.arguments.begin(), player.arguments.end());
         return runRecorded(output_, command, options);

@@ -1,6 +1,6 @@
 #include "device/backends/HandoverBackend.h"
 
-#include <pthread.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <exception>
@@ -106,6 +106,18 @@ void HandoverBackend::renderHeard(const BlockRequest& block) noexcept {
         publish(Driver::device);
     }
     host_->render(block);
+    if (getpid() != process_.load(std::memory_order_relaxed)) [[unlikely]] {
+        stayAsChild();
+    }
+}
+
+void HandoverBackend::stayAsChild() noexcept {
+    // A callback has forked: this is the child's only thread, but the server's connection is the
+    // parent's. Units that the child starts play on a device of its own.
+    forgetAfterFork();
+    while (true) {
+        pause();
+    }
 }
 
 void HandoverBackend::publish(Driver driver) noexcept {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -92,6 +94,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     // What the device calls.
     void renderHeard(const BlockRequest& block) noexcept override;
     void lostHeard() noexcept override;
+    /// In the child of a fork, in a request of the device; does not return.
+    [[noreturn]] void stayAsChild() noexcept;
 
     /// The format of what drives; in a turn.
     void publish(Driver driver) noexcept;
@@ -127,6 +131,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::atomic<Float64> clockRate_{0};
     std::atomic<UInt32> clockFrames_{0};
     std::atomic<std::uint64_t> heardRequests_{0};  ///< of the device, since it was made
+    std::atomic<pid_t> process_{0};                ///< that has opened the device
     std::atomic<bool> isLost_{false};              ///< the device says so
 
     std::mutex clockVerbs_;               ///< held while the clock is started or stopped

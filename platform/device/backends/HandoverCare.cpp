@@ -1,6 +1,7 @@
 // The caretaker of HandoverBackend: opens, watches and ends the device on a thread of its own.
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -131,6 +132,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
         return true;
     }
     playOutAtExit();
+    process_.store(getpid(), std::memory_order_relaxed);
     isOffered_.store(true, std::memory_order_release);
     device_ = std::move(device);
     deviceWish_ = wish;

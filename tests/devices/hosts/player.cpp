@@ -8,15 +8,19 @@
 //   rate:HZ, duration:SECONDS    what the session prefers
 //   say                 the hardware's format, threads and descriptors
 //   cycles:COUNT        starts and stops so often
+//   fork                a child plays the tone for a moment; in a callback with fork:callback
 //   listen              a third unit listens to the microphone, which is written to heard: behind
 //   it heard:FILE          stops listening and writes what was heard, interleaved floats
 
 #include <AVFoundation/AVFoundation.h>
 #include <AudioToolbox/AudioToolbox.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -80,6 +84,8 @@ class Player {
     void stop() { say("stop", AudioOutputUnitStop(unit_)); }
     [[nodiscard]] AudioUnit unit() const { return unit_; }
     [[nodiscard]] bool hasPlayed() const { return next_.load() >= samples_.size(); }
+    void forkInCallback() { forks_.store(true); }
+    [[nodiscard]] pid_t child() const { return child_.load(); }
     [[nodiscard]] long blocks() const { return blocks_.load(); }
 
   private:
@@ -93,12 +99,17 @@ class Player {
         }
         player.next_.store(next);
         ++player.blocks_;
+        if (player.forks_.exchange(false)) {
+            player.child_.store(fork());
+        }
         return 0;
     }
 
     const std::vector<float> samples_;
     std::atomic<std::size_t> next_{0};
     std::atomic<long> blocks_{0};
+    std::atomic<bool> forks_{false};
+    std::atomic<pid_t> child_{0};
     AudioUnit unit_ = nullptr;
 };
 
@@ -202,6 +213,8 @@ class Script {
                 // Until the device is closed: a stop is not waited for.
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
             }
+        } else if (verb == "fork") {
+            forkChild(value == "callback");
         } else if (verb == "listen") {
             listener_.start();
         } else if (verb == "heard") {
@@ -221,6 +234,28 @@ class Script {
     static void prefer(AudioSessionPropertyID id, const void* value, UInt32 size) {
         AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr);
         say("prefer", AudioSessionSetProperty(id, size, value));
+    }
+    /// What the child's exit says: 0 when its unit has played.
+    void forkChild(bool inCallback) {
+        if (inCallback) {
+            noise_.forkInCallback();
+            waitUntil([&] { return noise_.child() != 0; });
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            const pid_t child = noise_.child();
+            say("childIsThere", waitpid(child, nullptr, WNOHANG) == 0);
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+            return;
+        }
+        const pid_t child = fork();
+        if (child == 0) {
+            AudioOutputUnitStart(tone_.unit());
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            _exit(tone_.blocks() > 10 ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        say("child", WEXITSTATUS(status));
     }
     void sayState() {
         AudioStreamBasicDescription format{};

@@ -1,4 +1,5 @@
 #include <AVFoundation/AVFoundation.h>
+#include <TQPlatform/Application.h>
 #include <UIKit/UIKit.h>
 #include <gtest/gtest.h>
 
@@ -46,4 +47,14 @@ TEST(SessionNotices, TravelThroughTheNotificationCenter) {
         {{AVAudioSessionInterruptionTypeKey, AVAudioSessionInterruptionTypeBegan}});
     EXPECT_EQ(type, AVAudioSessionInterruptionTypeBegan);
     center.removeObserver(&observer);
+}
+
+TEST(SessionNotices, AProgramSaysThatItWentToTheBackground) {
+    int told = 0;
+    NSNotificationCenter::defaultCenter().addObserver(
+        &told, [&](const NSNotification& notice) { told += notice.userInfo.empty() ? 1 : 100; },
+        UIApplicationDidEnterBackgroundNotification, nullptr);
+    TQApplicationEnteredBackground();
+    EXPECT_EQ(told, 1);
+    NSNotificationCenter::defaultCenter().removeObserver(&told);
 }
