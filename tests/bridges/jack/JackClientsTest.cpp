@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <cmath>
+
 #include "bridges/programs/PortPlayers.h"
 #include "support/servers/JackServer.h"
 
@@ -45,6 +48,26 @@ TEST_F(JackClientsTest, DuckingIsHeardInFullFromTheFirstFrame) {
     expectDucked();
 }
 
+/// At the rate of the mix its samples would be there; at 48 kHz it is the same sound.
+TEST_F(JackClientsTest, TheMixHoldsAllThatIsPlayed) {
+    const Sound tone = tqtest::tone(kFloatStereo, 96000, 441);
+    const ProgramRun run = runRecorded(output_, player(tone));
+    const Sound mix = run.mix.trimmed();
+    EXPECT_NEAR(static_cast<double>(mix.frames()), 2.0 * mix.format.rate, 100) << run.end.text();
+    EXPECT_NEAR(tqtest::frequencyOf(mix.part(4410, 79380)), 441, 0.5);
+    double power = 0;
+    double weakest = 1;
+    constexpr std::size_t kPart = 441;
+    for (std::size_t at = 0; at + kPart <= mix.frames(); at += kPart) {
+        power = 0;
+        for (std::size_t frame = at; frame < at + kPart; ++frame) {
+            power += mix.value(frame, 0) * mix.value(frame, 0) / kPart;
+        }
+        weakest = std::min(weakest, std::sqrt(2 * power));
+    }
+    EXPECT_NEAR(weakest, 0.5, 0.03) << "a hole";
+}
+
 TEST_F(JackClientsTest, APortThatGoesInTheProcessCallbackTakesNothingWithIt) {
     const Sound noise = tqtest::markedNoise(kFloatStereo, 96000);
     const ProgramRun run = runRecorded(output_, player(noise, {"leave"}));
@@ -54,6 +77,19 @@ TEST_F(JackClientsTest, APortThatGoesInTheProcessCallbackTakesNothingWithIt) {
         frames += track.trimmed().frames();
     }
     EXPECT_EQ(frames, noise.frames()) << run.end.text();
+}
+
+/// It closes its client in a signal handler.
+TEST_F(JackClientsTest, AProgramOfDebianIsOneTrackThatIsCalledAfterIt) {
+    const ProgramRun run =
+        runRecorded(output_, {"timeout", "--kill-after=20", "4", "jack_simple_client"});
+    ASSERT_EQ(run.tracks.size(), 1U) << run.end.text();
+    EXPECT_NE(run.tracks.begin()->first.find("simple_client"), std::string::npos)
+        << run.tracks.begin()->first;
+    const Sound track = run.tracks.begin()->second.trimmed();
+    EXPECT_GT(track.frames(), 24000U);
+    // Its period is 200 frames.
+    EXPECT_NEAR(tqtest::frequencyOf(track), 240, 1);
 }
 
 /// Clients of JACK on a PipeWire server.
