@@ -30,8 +30,8 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
         // Later than the libraries below, so that a fork takes the bridges' locks before theirs.
         tqcommon::ForkLock::watch();
         std::vector<tqhook_rebinding> rows;
-        for (const NativeApi& api :
-             {alsaApi(), pulseApi(), jackApi(), pipeWireApi(), pipeWireFilterApi(), sdlApi()}) {
+        for (const NativeApi& api : {alsaApi(), pulseApi(), pulseSoundApi(), jackApi(),
+                                     pipeWireApi(), pipeWireFilterApi(), sdlApi()}) {
             rows.insert(rows.end(), api.rebindings.begin(), api.rebindings.end());
         }
         // Version 3 of SDL bears names of version 2, and is recorded at the interface below.

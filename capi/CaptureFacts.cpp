@@ -87,7 +87,7 @@ tq_result tq_capture_get_state(tq_capture_state* state) {
         tq_capture_state now{};
         now.hooks_installed = manager.isHookStarted() ? 1 : 0;
         now.self_test_passed = manager.isHookSuccess() ? 1 : 0;
-        now.is_capturing = RZStreamMixManager::sharedManager()->isCapturing() ? 1 : 0;
+        now.is_capturing = RZStreamMixManager::sharedManager()->isCapturingHere() ? 1 : 0;
         return tqcapi::answer(state, now);
     });
 }

@@ -208,7 +208,9 @@ tq_result tq_stream_report(const tq_stream* stream) {
         if (stream->name == nullptr) {
             return TQ_ERROR_NULL;
         }
-        if (stream->fate != TQ_STREAM_RECORDED && stream->is_closed == 0) {
+        const bool isAFailure =
+            stream->fate != TQ_STREAM_RECORDED && stream->fate != TQ_STREAM_NOTHING_WRITTEN;
+        if (isAFailure && stream->is_closed == 0) {
             raise(*stream);
         }
         tqcapi::StreamReports::shared().tell(*stream);
@@ -230,6 +232,10 @@ const char* tq_stream_fate_text(tq_stream_fate fate) {
             return "the hooks do not work";
         case TQ_STREAM_NO_MEMORY:
             return "there was no memory for it";
+        case TQ_STREAM_NOTHING_WRITTEN:
+            return "nothing has been written to it";
+        case TQ_STREAM_NOT_OPENED:
+            return "the program could not open it";
     }
     return "unknown";
 }

@@ -173,14 +173,17 @@ enum tq_stream_fate {
     TQ_STREAM_NOT_PCM = 2,      /**< coded sound that goes to the device as it is */
     TQ_STREAM_FORMAT = 3,       /**< more than 8 channels, or a rate that nobody plays */
     TQ_STREAM_HOOKS_OUT = 4,    /**< the library's hooks do not work */
-    TQ_STREAM_NO_MEMORY = 5
+    TQ_STREAM_NO_MEMORY = 5,
+    TQ_STREAM_NOTHING_WRITTEN = 6, /**< it is open, and the program has not written to it */
+    TQ_STREAM_NOT_OPENED = 7       /**< the program wanted it and got an error */
 };
 
 /** [any thread] [real-time safe] The fate as a clause for a person; never null, constant. */
 TQ_CAPTURE_EXPORT const char* tq_stream_fate_text(enum tq_stream_fate fate);
 
 /** A stream of a native sound interface. Told when it begins to play, from time to time, and when
- * it is closed. Valid during the call, like a block. Frames are the stream's own and only grow. */
+ * it is closed; of one that is open for a second without a sound, that there is none. Valid during
+ * the call, like a block. Frames are the stream's own and only grow. */
 struct tq_stream {
     size_t size;
     uint64_t stream;  /**< from 1 in the order of opening */
@@ -193,6 +196,7 @@ struct tq_stream {
     uint64_t played;    /**< of those, rendered by the stream's unit */
     uint64_t dropped;   /**< of those, thrown away by the program: flushed or taken back */
     uint64_t lost;      /**< of those, in the track as silence of that length or not at all */
+    uint32_t is_paused; /**< by the program: what is not played yet waits for it to go on */
 };
 
 /** What a listener wants. Null functions are not called. `context` is handed back to each. None may
@@ -247,7 +251,7 @@ struct tq_capture_state {
     size_t size;
     uint32_t hooks_installed;  /**< the crash guard let them in when the library was loaded */
     uint32_t self_test_passed; /**< and they see the program's calls; without it nothing starts */
-    uint32_t is_capturing;
+    uint32_t is_capturing;     /**< in a child of fork() not before tq_capture_restart() */
 };
 
 /** [any thread] [inside callbacks] TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY. */

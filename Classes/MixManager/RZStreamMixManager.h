@@ -56,7 +56,15 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     [[nodiscard]] BOOL isResamplerInit() const { return isResamplerInit_; }
     void setIsResamplerInit(BOOL isInit) { isResamplerInit_ = isInit; }
     [[nodiscard]] BOOL isCapturing() const { return isCapturing_; }
-    void setIsCapturing(BOOL isCapturing) { isCapturing_ = isCapturing; }
+    void setIsCapturing(BOOL isCapturing) {
+        capturingProcess_ = getpid();
+        isCapturing_ = isCapturing;
+    }
+    /// [any thread] The same of this process: the child of a fork finds its parent's, and nothing
+    /// of that runs.
+    [[nodiscard]] BOOL isCapturingHere() const {
+        return isCapturing_ && capturingProcess_ == getpid();
+    }
     /// Capture is to start when the interruption ends.
     [[nodiscard]] BOOL isPendingStartCapturing() const { return isPendingStartCapturing_; }
     void setIsPendingStartCapturing(BOOL pending) { isPendingStartCapturing_ = pending; }
@@ -275,6 +283,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
 
     std::atomic<bool> isResamplerInit_{false};
     std::atomic<bool> isCapturing_{false};
+    std::atomic<pid_t> capturingProcess_{0};
     std::atomic<bool> isPendingStartCapturing_{false};
     std::atomic<bool> lastStopError_{false};
     std::atomic<bool> isCurrentInterrupting_{false};

@@ -67,7 +67,7 @@ void accepted(const AlsaLibrary& alsa, snd_pcm_t* pcm, NativeStream& stream,
     if (!waits && stream.unstarted() != 0) {
         withLinked(pcm, [](NativeStream& each) { each.started(); });
     }
-    stream.waitsForStart(waits);
+    stream.waitsFor(waits ? NativeStream::Start::kToCome : NativeStream::Start::kMade);
     stream.accepted(taken > 0 ? static_cast<std::size_t>(taken) : 0);
 }
 
@@ -216,21 +216,17 @@ void noteLink(snd_pcm_t* pcm, snd_pcm_t* other) {
     withoutThrowing([&] { AlsaLinks::shared().link(pcm, other); });
 }
 
-snd_pcm_sframes_t commit(decltype(&snd_pcm_mmap_commit) original, NativeStream& stream,
-                         snd_pcm_t* pcm, snd_pcm_uframes_t offset, snd_pcm_uframes_t frames) {
-    const AlsaPiece piece{static_cast<const snd_pcm_channel_area_t*>(stream.kept()),
-                          stream.format().channels, bytesPerSample(stream.format().sample), offset,
-                          frames};
-    std::byte* const room = isReachable(piece) ? stream.room(frames) : nullptr;
-    if (room == nullptr) {
-        return original(pcm, offset, frames);
-    }
+/// Frames from `offset` on, at most as many as a stream holds.
+snd_pcm_sframes_t commitPart(decltype(&snd_pcm_mmap_commit) original, NativeStream& stream,
+                             snd_pcm_t* pcm, const AlsaPiece& piece) {
+    const std::size_t frames = piece.frames;
+    std::byte* const room = stream.room(frames);
     readPiece(piece, room);
     const void* const passed = stream.prepare(room, frames, Memory::kConstant);
     if (passed != room) {
         writePiece(piece, passed, 0);
     }
-    const snd_pcm_sframes_t result = original(pcm, offset, frames);
+    const snd_pcm_sframes_t result = original(pcm, piece.offset, frames);
     const std::size_t taken = result > 0 ? static_cast<std::size_t>(result) : 0;
     if (passed != room && taken < frames) {
         // The program finds the rest as it left it, to commit it again.
@@ -240,7 +236,41 @@ snd_pcm_sframes_t commit(decltype(&snd_pcm_mmap_commit) original, NativeStream& 
     return result;
 }
 
+snd_pcm_sframes_t commit(decltype(&snd_pcm_mmap_commit) original, NativeStream& stream,
+                         snd_pcm_t* pcm, snd_pcm_uframes_t offset, snd_pcm_uframes_t frames) {
+    AlsaPiece piece{static_cast<const snd_pcm_channel_area_t*>(stream.kept()),
+                    stream.format().channels, bytesPerSample(stream.format().sample), offset,
+                    frames};
+    if (!isReachable(piece)) {
+        return original(pcm, offset, frames);
+    }
+    const auto most = [&] { return stream.longestPiece(); };
+    return inParts(frames, most, [&](std::size_t first, std::size_t count) {
+        piece.offset = offset + first;
+        piece.frames = count;
+        return commitPart(original, stream, pcm, piece);
+    });
+}
+
+/// The program asked for a device, and got an error.
+void noteRefusal(const AlsaLibrary& alsa, const char* device, snd_pcm_stream_t direction,
+                 int error) {
+    if (direction == SND_PCM_STREAM_PLAYBACK && device != nullptr) {
+        NativeStream::refused("alsa", device,
+                              alsa.errorText == nullptr ? "error" : alsa.errorText(error));
+    }
+}
+
 constexpr tqhook::HookTable kHooks{
+    tqhook::hook<&snd_pcm_open>([](auto* original, snd_pcm_t** pcm, const char* device,
+                                   snd_pcm_stream_t direction, int mode) {
+        const CallDepth depth;
+        const int result = original(pcm, device, direction, mode);
+        if (result < 0 && depth.isOutermost()) {
+            noteRefusal(libraryOf<AlsaLibrary>(original), device, direction, result);
+        }
+        return result;
+    }),
     tqhook::hook<&snd_pcm_hw_params>(
         [](auto* original, snd_pcm_t* pcm, snd_pcm_hw_params_t* params) {
             const CallDepth depth;
@@ -340,8 +370,11 @@ constexpr tqhook::HookTable kHooks{
             return result;
         }),
     tqhook::hook<&snd_pcm_hw_free>([](auto* original, snd_pcm_t* pcm) {
-        NativeStream::close(pcm, NativeStream::Handle::kStays);
-        return original(pcm);
+        const int result = original(pcm);
+        if (result >= 0) {
+            NativeStream::close(pcm, NativeStream::Handle::kStays);
+        }
+        return result;
     }),
     tqhook::hook<&snd_pcm_close>([](auto* original, snd_pcm_t* pcm) {
         dropUnheard(libraryOf<AlsaLibrary>(original), pcm);

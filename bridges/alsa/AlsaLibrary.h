@@ -19,6 +19,7 @@ struct AlsaLibrary {
     decltype(&snd_pcm_avail_update) room;
     decltype(&snd_pcm_delay) delay;
     decltype(&snd_pcm_get_chmap) map;
+    decltype(&snd_strerror) errorText;
 
     explicit AlsaLibrary(const void* known)
         : stream(functionBeside<decltype(snd_pcm_stream)>(known, "snd_pcm_stream")),
@@ -33,7 +34,8 @@ struct AlsaLibrary {
           sizes(functionBeside<decltype(snd_pcm_get_params)>(known, "snd_pcm_get_params")),
           room(functionBeside<decltype(snd_pcm_avail_update)>(known, "snd_pcm_avail_update")),
           delay(functionBeside<decltype(snd_pcm_delay)>(known, "snd_pcm_delay")),
-          map(functionBeside<decltype(snd_pcm_get_chmap)>(known, "snd_pcm_get_chmap")) {}
+          map(functionBeside<decltype(snd_pcm_get_chmap)>(known, "snd_pcm_get_chmap")),
+          errorText(functionBeside<decltype(snd_strerror)>(known, "snd_strerror")) {}
 
     [[nodiscard]] bool isComplete() const {
         return stream != nullptr && name != nullptr && state != nullptr && format != nullptr &&

@@ -15,6 +15,7 @@ struct NativeApi {
 // One or more for each folder beside this one.
 [[nodiscard]] NativeApi alsaApi();
 [[nodiscard]] NativeApi pulseApi();
+[[nodiscard]] NativeApi pulseSoundApi();
 [[nodiscard]] NativeApi jackApi();
 [[nodiscard]] NativeApi pipeWireApi();
 [[nodiscard]] NativeApi pipeWireFilterApi();

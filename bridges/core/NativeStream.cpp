@@ -108,7 +108,8 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
         const std::size_t gone = std::min(late, kept);
         const std::size_t from = gone * unitFrameBytes_;
         if (const FifoEnd end(*this); end) {
-            if (waitsForStart_) {
+            const Start start = start_.load(std::memory_order_relaxed);
+            if (start == Start::kToCome || (start == Start::kExpected && !isOverdue_.load())) {
                 unstarted_.fetch_add(kept - gone, std::memory_order_relaxed);
             }
             (void)fifo_->write(pre_.data() + from, isProcessed_ ? post_.data() + from : nullptr,
@@ -175,11 +176,10 @@ void NativeStream::cutShort() noexcept {
 }
 
 void NativeStream::frozen(bool isFrozen) noexcept {
-    isFrozen_.store(isFrozen, std::memory_order_relaxed);
-}
-
-void NativeStream::awaited(bool isAwaited) noexcept {
-    isAwaited_.store(isAwaited, std::memory_order_relaxed);
+    if (isFrozen_.exchange(isFrozen, std::memory_order_relaxed) && !isFrozen) {
+        // Its unit may still have to be started.
+        StreamLife::shared().wake();
+    }
 }
 
 void NativeStream::flushed() noexcept {
@@ -210,6 +210,27 @@ void NativeStream::drained() noexcept {
 
 // ---- the device's side --------------------------------------------------------------------------
 
+/// How many of the frames that wait may be played. An expected start that nobody tells of is made
+/// here.
+std::size_t NativeStream::startedOf(std::size_t available, std::size_t block) noexcept {
+    const std::size_t unstarted = this->unstarted();
+    if (unstarted == 0) {
+        awaited_ = 0;
+        return available;
+    }
+    if (start_.load(std::memory_order_relaxed) != Start::kToCome) {
+        constexpr double kLongestStart = 2.0;  // sinks that sleep take more than a second
+        awaited_ += isFrozen_.load(std::memory_order_relaxed) ? 0 : block;
+        const bool isClosed = state_.load(std::memory_order_relaxed) == State::kClosed;
+        if (isClosed || static_cast<double>(awaited_) >= kLongestStart * format_.sampleRate) {
+            isOverdue_.store(true);
+            unstarted_.store(0, std::memory_order_release);
+            return available;
+        }
+    }
+    return available - std::min(available, unstarted);
+}
+
 void NativeStream::feed(void* samples, std::size_t frames) noexcept {
     auto* const pre = static_cast<std::byte*>(samples);
     PacerInput input;
@@ -218,11 +239,9 @@ void NativeStream::feed(void* samples, std::size_t frames) noexcept {
     input.flushes = flushes_.load(std::memory_order_acquire);
     input.drains = drains_.load(std::memory_order_acquire);
     input.isFrozen = isFrozen_.load(std::memory_order_relaxed);
-    input.isAwaited = isAwaited_.load(std::memory_order_relaxed);
     input.largestPiece = largestPiece_.load(std::memory_order_relaxed);
     input.frames = frames;
-    const std::size_t available = fifo_->available();
-    input.available = available - std::min(available, unstarted());
+    input.available = startedOf(fifo_->available(), frames);
     input.silent = std::min(fifo_->silentFrames(), input.available);
     block_.store(frames, std::memory_order_relaxed);
     const PacerBlock block = pacer_->next(input);

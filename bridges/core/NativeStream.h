@@ -47,6 +47,8 @@ class NativeStream final : private BlockFeeder {
     enum class Handle { kGoes, kStays };
     /// [host thread] The program closes it. Never waits: what it has written is played out.
     static void close(const void* key, Handle handle = Handle::kGoes);
+    /// [host thread] The program could not open what it calls `own`, for that reason.
+    static void refused(std::string_view api, std::string_view own, std::string_view reason);
     /// [host thread] All of them, at the end of the process: waits until what is there is recorded,
     /// but no longer than a stream's margin and five blocks.
     static void finish();
@@ -95,14 +97,22 @@ class NativeStream final : private BlockFeeder {
         taken_.store(std::max(frames, std::size_t{1}), std::memory_order_relaxed);
     }
 
+    /// Longest piece that a stream holds.
+    [[nodiscard]] std::size_t longestPiece() const noexcept { return mostFrames_; }
     /// Memory for that many frames as the program writes them, for sound that does not lie
     /// interleaved. Null for more than a stream holds. One piece at a time.
     [[nodiscard]] std::byte* room(std::size_t frames) const noexcept {
         return frames <= mostFrames_ ? room_.data() : nullptr;
     }
-    /// The native side takes what is accepted from here on and does not play it before it is
-    /// started; what was written earlier plays on.
-    void waitsForStart(bool waits) noexcept { waitsForStart_ = waits; }
+    /// When the native side plays what it takes.
+    enum class Start : std::uint8_t {
+        kMade,      ///< it plays
+        kToCome,    ///< when it is started, which somebody may never do
+        kExpected,  ///< when it says that it has started: in two seconds at the longest, as some
+                    ///< servers never say it
+    };
+    /// What is accepted from here on is played from then on; what was written earlier plays on.
+    void waitsFor(Start start) noexcept { start_.store(start, std::memory_order_relaxed); }
 
     /// Something that the writer's next call wants to know again; null at first.
     void keep(const void* what) noexcept { kept_ = what; }
@@ -112,11 +122,11 @@ class NativeStream final : private BlockFeeder {
 
     /// Paused: nothing of it is played until it goes on.
     void frozen(bool isFrozen) noexcept;
-    /// The native side has not started to play and will say when it does. Until then nothing is
-    /// played, two seconds at the longest.
-    void awaited(bool isAwaited) noexcept;
     /// The native side has begun to play, also what waited for that.
-    void started() noexcept { unstarted_.store(0, std::memory_order_release); }
+    void started() noexcept {
+        unstarted_.store(0, std::memory_order_release);
+        isOverdue_.store(false, std::memory_order_relaxed);
+    }
     /// Frames that wait for it.
     [[nodiscard]] std::size_t unstarted() const noexcept {
         return unstarted_.load(std::memory_order_relaxed);
@@ -148,8 +158,14 @@ class NativeStream final : private BlockFeeder {
 
     // [host thread] Life; the caller holds StreamLife's lock.
     [[nodiscard]] bool begin(const NativeFormat& format, std::string name, std::uint64_t number);
+    /// The same stream in the child of a fork, as the program left it.
+    [[nodiscard]] bool beginInChild(std::uint64_t number);
     void end();
-    [[nodiscard]] tq_stream facts(tq_stream_fate fate) const;
+    [[nodiscard]] tq_stream facts(tq_stream_fate fate, bool isClosed) const;
+    /// Nothing of it is to be heard as long as this lasts.
+    [[nodiscard]] bool isHeldBack() const noexcept {
+        return isFrozen_.load(std::memory_order_relaxed);
+    }
     /// Seconds after which all must have been played that is played at all.
     [[nodiscard]] double longestWait() const;
     [[nodiscard]] std::size_t blockFrames() const;
@@ -179,6 +195,7 @@ class NativeStream final : private BlockFeeder {
     void process(const void* samples, std::size_t frames, tq_source* source) noexcept;
 
     // [render thread]
+    [[nodiscard]] std::size_t startedOf(std::size_t available, std::size_t block) noexcept;
     void feed(void* samples, std::size_t frames) noexcept override;
     void replaceByHeard(void* samples, std::size_t frames) noexcept override;
 
@@ -206,12 +223,12 @@ class NativeStream final : private BlockFeeder {
     std::size_t prepared_ = 0;          ///< frames of the piece that is under way
     bool isProcessed_ = false;          ///< post_ counts for that piece
     bool isServed_ = false;             ///< there was a unit when it was prepared
-    bool waitsForStart_ = false;
 
     // The render thread's.
     std::optional<Pacer> pacer_;
-    int blocksBehind_ = 0;  ///< of silence, behind the last frame
-    ReservedMemory heard_;  ///< the block that is being rendered, as it is heard
+    std::size_t awaited_ = 0;  ///< frames for which the native side's start has been expected
+    int blocksBehind_ = 0;     ///< of silence, behind the last frame
+    ReservedMemory heard_;     ///< the block that is being rendered, as it is heard
 
     std::atomic<int> users_{0};
     std::atomic<State> state_{State::kUnused};
@@ -221,7 +238,8 @@ class NativeStream final : private BlockFeeder {
     std::atomic<bool> isWaiting_{false};
     std::atomic<bool> hasSound_{false};  ///< a first block has been taken
     std::atomic<bool> isFrozen_{false};
-    std::atomic<bool> isAwaited_{false};
+    std::atomic<Start> start_{Start::kMade};
+    std::atomic<bool> isOverdue_{false};  ///< an expected start was not told of in time
     /// So many of the newest frames are not to be played yet. The writer adds before it publishes
     /// the frames, so that the render thread, which reads this behind them, plays none too early.
     std::atomic<std::size_t> unstarted_{0};
@@ -240,8 +258,9 @@ class NativeStream final : private BlockFeeder {
     const void* key_ = nullptr;                         ///< until its handle goes
     std::optional<tq_stream_fate> fate_;                ///< what was said last
     std::chrono::steady_clock::time_point reportedAt_;  ///< when
-    int failedStarts_ = 0;                              ///< of its unit, since it was closed
-    std::uint64_t unplayable_ = 0;                      ///< frames left when that was given up
+    std::chrono::steady_clock::time_point openedAt_;
+    int failedStarts_ = 0;       ///< of its unit, since it was closed
+    bool isUnplayable_ = false;  ///< it was given up for that
 };
 
 }  // namespace tq::bridges

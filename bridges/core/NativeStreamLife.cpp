@@ -40,6 +40,16 @@ void NativeStream::close(const void* key, Handle handle) {
     errno = before;
 }
 
+void NativeStream::refused(std::string_view api, std::string_view own, std::string_view reason) {
+    const GuardScope guard;
+    const int before = errno;
+    try {
+        StreamLife::shared().refused(api, own, reason);
+    } catch (const std::exception&) {
+    }
+    errno = before;
+}
+
 void NativeStream::finish() {
     StreamLife::shared().finish();
 }
@@ -67,8 +77,9 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     processed_ = prepared_ = block_ = 0;
     hasSound_ = false;
     isFrozen_ = false;
-    isAwaited_ = false;
-    waitsForStart_ = false;
+    start_ = Start::kMade;
+    isOverdue_ = false;
+    awaited_ = 0;
     unstarted_ = 0;
     drains_ = 0;
     flushes_ = 0;
@@ -76,9 +87,10 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     isWaiting_ = false;
     isInherited_ = false;
     failedStarts_ = 0;
-    unplayable_ = 0;
+    isUnplayable_ = false;
     blocksBehind_ = 0;
     fate_.reset();
+    openedAt_ = std::chrono::steady_clock::now();
     unserved_ = 0;
     largestPiece_ = 0;
     taken_ = mostFrames_;
@@ -87,6 +99,17 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     return fifo_ != nullptr && pre_.data() != nullptr && post_.data() != nullptr &&
            fresh_.data() != nullptr && passed_.data() != nullptr && room_.data() != nullptr &&
            heard_.data() != nullptr;
+}
+
+bool NativeStream::beginInChild(std::uint64_t number) {
+    const bool isFrozen = isFrozen_.load();
+    const std::size_t taken = taken_.load();
+    const Start start = start_.load();
+    const bool hasBegun = begin(format_, name_, number);
+    isFrozen_ = isFrozen;
+    taken_ = taken;
+    start_ = start;
+    return hasBegun;
 }
 
 void NativeStream::end() {
@@ -101,7 +124,9 @@ void NativeStream::end() {
     state_ = State::kUnused;
 }
 
-tq_stream NativeStream::facts(tq_stream_fate fate) const {
+/// What is left of a stream that has ended was not to be heard: it was closed in a pause, or before
+/// its device was started.
+tq_stream NativeStream::facts(tq_stream_fate fate, bool isClosed) const {
     const FrameCounts counts = fifo_ == nullptr ? FrameCounts{} : fifo_->counts();
     tq_stream stream{};
     stream.size = sizeof stream;
@@ -113,8 +138,12 @@ tq_stream NativeStream::facts(tq_stream_fate fate) const {
     const std::uint64_t unserved = unserved_.load(std::memory_order_relaxed);
     stream.written = counts.written + unserved;
     stream.played = counts.read + counts.cut;
-    stream.dropped = counts.flushed + counts.takenBack;
-    stream.lost = counts.lost + unserved + unplayable_;
+    const std::uint64_t left = isClosed ? counts.waiting : 0;
+    const std::uint64_t unheard = isOver_ && !isUnplayable_ ? left : 0;
+    stream.dropped = counts.flushed + counts.takenBack + unheard;
+    stream.lost = counts.lost + unserved + left - unheard;
+    stream.is_paused = fate == TQ_STREAM_RECORDED && isHeldBack() ? 1 : 0;
+    stream.is_closed = isClosed ? 1 : 0;
     return stream;
 }
 

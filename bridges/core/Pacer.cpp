@@ -7,8 +7,6 @@ namespace tq::bridges {
 namespace {
 
 constexpr double kShortestMargin = 0.06;
-/// For the native side to start: sinks that sleep take more than a second.
-constexpr double kLongestStart = 2.0;
 constexpr double kSilenceToCutIn = 0.2;
 constexpr double kWatch = 1.0;
 /// Clocks differ by a tenth of this; a lead that grows faster is the program writing further ahead,
@@ -82,12 +80,8 @@ PacerBlock Pacer::next(const PacerInput& input) noexcept {
 /// Waits for the margin, and no longer than the shortest wait: large pieces come seldom, and a
 /// short sound is all there is.
 void Pacer::prime(const PacerInput& input, bool isDrained) noexcept {
-    const auto longestStart = static_cast<std::size_t>(kLongestStart * sampleRate_);
-    const bool isAwaited = input.isAwaited && !input.isClosed && awaited_ < longestStart;
     if (input.available == 0) {
         waited_ = 0;
-    } else if (isAwaited) {
-        awaited_ += input.frames;
     } else if (isDrained || input.isClosed ||
                input.available >= margin(input.frames, input.largestPiece) ||
                waited_ >= shortestWait(input.frames)) {

@@ -17,7 +17,6 @@ struct PacerInput {
     std::uint32_t flushes = 0;  ///< how often the stream was flushed; another number is the event
     std::uint32_t drains = 0;   ///< how often it was asked to play out what is there
     bool isFrozen = false;      ///< paused or corked
-    bool isAwaited = false;     ///< the native side will say when it starts, and has not
     bool isClosed = false;      ///< nothing will be written any more
 };
 
@@ -61,7 +60,6 @@ class Pacer {
     std::uint32_t drains_ = 0;
     bool isPlaying_ = false;
     std::size_t waited_ = 0;     ///< frames that the device has played since the first one came
-    std::size_t awaited_ = 0;    ///< frames for which sound has waited for the native side
     std::size_t silentRun_ = 0;  ///< silent frames of the program taken last, one after the other
 
     // The lead is what waits behind a block. It goes up and down with the program's pieces, so its

@@ -250,8 +250,26 @@ BridgeUnit* StreamLife::unitFor(NativeStream& stream) {
 
 void StreamLife::report(NativeStream& stream, tq_stream_fate fate, bool isClosed) {
     stream.fate_ = fate;
-    tq_stream facts = stream.facts(fate);
-    facts.is_closed = isClosed ? 1 : 0;
+    const tq_stream facts = stream.facts(fate, isClosed);
+    (void)tq_stream_report(&facts);
+}
+
+/// Once each, and the first of them: a program may try again for as long as it lives.
+void StreamLife::refused(std::string_view api, std::string_view own, std::string_view reason) {
+    constexpr std::size_t kMostRefusals = 16;
+    std::string name(api);
+    name.append(own.empty() ? "" : " ").append(own);
+    name.append(" (").append(reason).append(")");
+    const std::scoped_lock guard(lock_);
+    if (isFinished_ || refusals_.size() == kMostRefusals || !refusals_.insert(name).second) {
+        return;
+    }
+    tq_stream facts{};
+    facts.size = sizeof facts;
+    facts.stream = ++lastNumber_;
+    facts.name = name.c_str();
+    facts.fate = TQ_STREAM_NOT_OPENED;
+    facts.is_closed = 1;
     (void)tq_stream_report(&facts);
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,7 @@ class StreamLife {
     void open(const void* key, const NativeFormat& format, std::string_view api,
               std::string_view own);
     void close(const void* key, NativeStream::Handle handle);
+    void refused(std::string_view api, std::string_view own, std::string_view reason);
     void finish();
     /// In the child of a fork, when it first writes to a stream that the parent has opened: its
     /// sound is the child's. Throws std::bad_alloc.
@@ -54,7 +56,11 @@ class StreamLife {
     [[nodiscard]] std::optional<std::chrono::milliseconds> pauseToNextLook() const;
     void look();
     void lookAt(NativeStream& stream);
+    [[nodiscard]] bool play(NativeStream& stream, BridgeUnit& unit);
+    [[nodiscard]] bool mayPlay();
+    [[nodiscard]] static bool isSilent(const NativeStream& stream);
     void startThread();
+    void awaitListener();
     void closeLocked(const void* key);
     void endStream(NativeStream& stream);
     void seat(NativeStream& stream);
@@ -76,6 +82,7 @@ class StreamLife {
     [[nodiscard]] Left whatIsLeft();
     [[nodiscard]] bool hasOthers() const;
     static void report(NativeStream& stream, tq_stream_fate fate, bool isClosed);
+    static void reportUnlessDone(NativeStream& stream, tq_stream_fate fate);
     /// What became of its frames, once, if anything was said of it before.
     static void reportEnd(NativeStream& stream);
 
@@ -92,6 +99,10 @@ class StreamLife {
     std::vector<NativeStream*> streams_;
     std::vector<std::unique_ptr<BridgeUnit>> units_;
     std::uint64_t lastNumber_ = 0;
+    std::set<std::string, std::less<>> refusals_;  ///< that were told of
+    int idleStreams_ = 0;                          ///< that were told of when they were closed
+    std::optional<std::chrono::steady_clock::time_point> firstSoundAt_;
+    bool isKept_ = false;  ///< the last look left a stream waiting for somebody who listens
     bool hasThread_ = false;
     bool isFinished_ = false;  ///< the process ends: no stream is opened any more
     sem_t work_{};

@@ -16,6 +16,8 @@
 namespace tq::bridges {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 /// How long a hurried device's thread may be kept from its work by a busy machine.
 constexpr std::chrono::duration<double> kStarved{1};
 /// In which a stopped unit's last blocks have been delivered: three passes of the device and more.
@@ -24,6 +26,14 @@ constexpr double kLongestHurry = 60;
 constexpr std::chrono::milliseconds kReportInterval{250};
 /// Between two looks while a stream waits for something that nobody announces.
 constexpr std::chrono::milliseconds kShortPause{50};
+/// While a stream waits for somebody who listens.
+constexpr std::chrono::milliseconds kShortestPause{5};
+/// For which it waits, at the longest.
+constexpr std::chrono::seconds kLongestKept{1};
+/// After which it is said that a stream has nothing to play.
+constexpr std::chrono::seconds kIdle{1};
+/// That are told of when they are closed: programs may open many only to see what there is.
+constexpr int kMostIdle = 8;
 /// Looks at a closed stream whose unit does not start before it is given up: a second of them.
 constexpr int kMostStarts = 20;
 
@@ -73,26 +83,38 @@ void StreamLife::waitForWork(std::optional<std::chrono::milliseconds> longest) {
     }
 }
 
-/// None where every stream is silent: a first frame and an end wake the thread.
+/// None where every stream is silent: a first frame, the end of a pause and an end wake the thread.
 std::optional<std::chrono::milliseconds> StreamLife::pauseToNextLook() const {
     std::optional<std::chrono::milliseconds> pause;
+    const auto noLongerThan = [&pause](std::chrono::milliseconds most) {
+        pause = pause ? std::min(*pause, most) : most;
+    };
+    if (isKept_) {
+        noLongerThan(kShortestPause);
+    }
     for (const NativeStream* const stream : streams_) {
         if (stream->state_ == NativeStream::State::kUnused) {
             continue;
         }
         const BridgeUnit* const unit = stream->unit_.load();
+        const bool hasSound = stream->hasSound_.load();
+        const bool plays = unit != nullptr && unit->isRunning();
         if (stream->state_ == NativeStream::State::kClosed || stream->isWaiting_.load() ||
-            (stream->hasSound_.load() && (unit == nullptr || !unit->isRunning()))) {
-            return kShortPause;
+            (hasSound && !plays && !stream->isHeldBack())) {
+            noLongerThan(kShortPause);
         }
-        if (stream->hasSound_.load()) {
-            pause = kReportInterval;
+        if (hasSound && plays) {
+            noLongerThan(kReportInterval);
+        }
+        if (!hasSound && !stream->fate_ && !stream->isInherited_.load()) {
+            noLongerThan(kIdle);
         }
     }
     return pause;
 }
 
 void StreamLife::look() {
+    isKept_ = false;
     for (NativeStream* const stream : streams_) {
         if (stream->state_ != NativeStream::State::kUnused) {
             lookAt(*stream);
@@ -104,7 +126,14 @@ void StreamLife::lookAt(NativeStream& stream) {
     const bool hasSound = stream.hasSound_.load(std::memory_order_acquire);
     const bool isClosed = stream.state_ == NativeStream::State::kClosed;
     const bool isUnserved = stream.unit_.load() == nullptr && !stream.isWaiting_.load();
+    if (isClosed && isSilent(stream)) {
+        stream.isOver_ = true;
+    }
     if (isClosed && (stream.isOver_ || !hasSound || isUnserved)) {
+        if (!hasSound && !stream.fate_ && !stream.isInherited_ && idleStreams_ < kMostIdle) {
+            ++idleStreams_;
+            report(stream, TQ_STREAM_NOTHING_WRITTEN, true);
+        }
         endStream(stream);
         return;
     }
@@ -112,29 +141,70 @@ void StreamLife::lookAt(NativeStream& stream) {
         seat(stream);
     }
     if (!hasSound) {
+        if (!isClosed && !stream.isInherited_ && Clock::now() - stream.openedAt_ > kIdle) {
+            reportUnlessDone(stream, TQ_STREAM_NOTHING_WRITTEN);
+        }
         return;
     }
     const bool isWaiting = stream.isWaiting_.load();
     BridgeUnit* const unit = stream.unit_.load();
-    if (unit != nullptr && !isWaiting && !unit->isRunning()) {
-        unit->start();
-        if (!unit->isRunning() && isClosed && ++stream.failedStarts_ >= kMostStarts) {
-            // Nothing will play it, and others may want the unit.
-            stream.unplayable_ = stream.fifo_->counts().waiting;
-            stream.isOver_ = true;
-            endStream(stream);
-            return;
-        }
+    if (unit != nullptr && !isWaiting && !unit->isRunning() && !play(stream, *unit)) {
+        return;
     }
+    // Also of one that is kept: whoever begins to listen for that is waited for.
     const tq_stream_fate fate =
         unit != nullptr || isWaiting ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE;
     // Again from time to time while it plays: who looks on may go before it ends.
-    const auto now = std::chrono::steady_clock::now();
-    const bool isDue = fate == TQ_STREAM_RECORDED && now - stream.reportedAt_ > kReportInterval;
+    const bool isDue =
+        fate == TQ_STREAM_RECORDED && Clock::now() - stream.reportedAt_ > kReportInterval;
     if (stream.fate_ != fate || isDue) {
-        stream.reportedAt_ = now;
+        stream.reportedAt_ = Clock::now();
         report(stream, fate, false);
     }
+}
+
+/// Whether nothing of it has been played, as it has been paused from its first sound on.
+bool StreamLife::isSilent(const NativeStream& stream) {
+    const BridgeUnit* const unit = stream.unit_.load();
+    return stream.isHeldBack() && !stream.isWaiting_.load() && unit != nullptr &&
+           !unit->isRunning();
+}
+
+/// Starts its unit, unless there is nothing to be heard of it yet. Programs that pause a stream
+/// before its first sound and never go on would have a track of silence for each. False when it was
+/// given up.
+bool StreamLife::play(NativeStream& stream, BridgeUnit& unit) {
+    if (stream.isHeldBack()) {
+        return true;
+    }
+    if (!mayPlay()) {
+        isKept_ = true;
+        return true;
+    }
+    unit.start();
+    if (unit.isRunning()) {
+        stream.fate_.reset();  // it is told that it plays
+        return true;
+    }
+    const bool isClosed = stream.state_ == NativeStream::State::kClosed;
+    if (!isClosed || ++stream.failedStarts_ < kMostStarts) {
+        return true;
+    }
+    // Nothing will play it, and others may want the unit.
+    stream.isOver_ = stream.isUnplayable_ = true;
+    endStream(stream);
+    return false;
+}
+
+/// Whether what is played now is heard by somebody. Who listens only when there is something to
+/// hear, or in the child of a fork, takes a while to begin, and the FIFOs keep what comes
+/// meanwhile. Once in a process: where nobody listens after that, nobody will.
+bool StreamLife::mayPlay() {
+    tq_capture_state state{};
+    state.size = sizeof state;
+    firstSoundAt_ = firstSoundAt_.value_or(Clock::now());
+    return Clock::now() - *firstSoundAt_ > kLongestKept || tq_capture_get_state(&state) != TQ_OK ||
+           state.is_capturing != 0;
 }
 
 void StreamLife::endStream(NativeStream& stream) {
@@ -149,17 +219,39 @@ void StreamLife::endStream(NativeStream& stream) {
     }
 }
 
+void StreamLife::reportUnlessDone(NativeStream& stream, tq_stream_fate fate) {
+    if (stream.fate_ != fate) {
+        report(stream, fate, false);
+    }
+}
+
 void StreamLife::reportEnd(NativeStream& stream) {
-    if (stream.fate_) {
+    if (stream.fate_ == TQ_STREAM_NOTHING_WRITTEN && !stream.hasSound_) {
+        report(stream, TQ_STREAM_NOTHING_WRITTEN, true);
+        stream.fate_.reset();
+    } else if (stream.fate_) {
         const bool isServed = stream.fifo_->counts().written != 0;
         report(stream, isServed ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE, true);
         stream.fate_.reset();
     }
 }
 
+/// A program may have played all of its sound and end before anybody listens.
+void StreamLife::awaitListener() {
+    while (true) {
+        {
+            const std::scoped_lock guard(lock_);
+            look();
+            if (!isKept_) {
+                return;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
 /// Writers that are still at work add to what is waited for, but not to how long.
 void StreamLife::finish() {
-    using Clock = std::chrono::steady_clock;
     std::chrono::duration<double> longest{0};
     bool isHurried = false;
     {
@@ -172,7 +264,10 @@ void StreamLife::finish() {
             longest = std::max(longest, std::chrono::duration<double>(stream->longestWait()));
         }
         table_.clear();
-        look();
+    }
+    awaitListener();
+    {
+        const std::scoped_lock guard(lock_);
         // Nobody hears it: what is there need not take the time that it lasts. But the device's
         // thread may get no processor for a while.
         isHurried = !hasOthers() && TQNullDeviceHurry(0) == 0;
@@ -247,6 +342,7 @@ bool StreamLife::hasOthers() const {
 /// alone: it is made anew where the child writes to it.
 void StreamLife::forgetAfterFork() {
     hasThread_ = false;
+    firstSoundAt_.reset();
     sem_init(&work_, 0, 0);
     for (const auto& unit : units_) {
         unit->forgetAfterFork();
@@ -271,7 +367,7 @@ void StreamLife::inherit(NativeStream& stream) {
     if (!stream.isInherited_.exchange(false) || isFinished_) {
         return;
     }
-    if (!stream.begin(stream.format_, stream.name_, ++lastNumber_)) {
+    if (!stream.beginInChild(++lastNumber_)) {
         report(stream, TQ_STREAM_NO_MEMORY, false);
         return;
     }

@@ -4,6 +4,9 @@
 
 #include <pipewire/pipewire.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include "bridges/core/CallDepth.h"
 #include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
@@ -22,6 +25,17 @@ bool isTaken(const pw_stream* stream) noexcept {
 }
 
 constexpr tqhook::HookTable kHooks{
+    tqhook::hook<&pw_context_connect>(
+        [](auto* original, pw_context* context, pw_properties* properties, std::size_t userBytes) {
+            const CallDepth depth;
+            pw_core* const core = original(context, properties, userBytes);
+            if (core == nullptr && depth.isOutermost()) {
+                const int error = errno;
+                NativeStream::refused("pipewire", "server", std::strerror(error));
+                errno = error;
+            }
+            return core;
+        }),
     tqhook::hook<&pw_stream_connect>([](auto* original, pw_stream* stream, pw_direction direction,
                                         std::uint32_t target, pw_stream_flags flags,
                                         const spa_pod** params, std::uint32_t count) {

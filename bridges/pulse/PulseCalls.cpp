@@ -3,37 +3,19 @@
 
 #include <pulse/pulseaudio.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cmath>
 
 #include "bridges/core/CallDepth.h"
-#include "bridges/core/GuardScope.h"
 #include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
 #include "bridges/core/NativeStream.h"
-#include "bridges/core/WithoutThrowing.h"
-#include "bridges/pulse/PulseFormat.h"
-#include "bridges/pulse/PulseLibrary.h"
-#include "bridges/pulse/PulseStreams.h"
+#include "bridges/pulse/PulseSettling.h"
 #include "hook/Hook.h"
 
 namespace tq::bridges {
 namespace {
 
 using Kind = PulseStream::Kind;
-using Memory = NativeStream::Memory;
-
-PulseStreams& streams() {
-    return PulseStreams::shared();
-}
-
-/// Work of ours alone: no call into libpulse.
-template <class Work>
-void tryTo(Work work) {
-    const GuardScope guard;
-    withoutThrowing(work);
-}
 
 /// The first name that says something.
 std::string nameOf(const PulseLibrary& pulse, const char* given, const pa_proplist* properties,
@@ -64,117 +46,19 @@ void noteStream(const PulseLibrary& pulse, pa_stream* stream, pa_context* contex
     }
 }
 
-std::size_t prebufferOf(const PulseLibrary& pulse, pa_stream* stream) {
-    const pa_buffer_attr* const attributes = pulse.bufferAttr(stream);
-    // A server that does not say has its own default, which a program fills at once.
-    return attributes == nullptr || attributes->prebuf > attributes->maxlength ? 0
-                                                                               : attributes->prebuf;
-}
-
-NativeFormat formatOf(const PulseLibrary& pulse, pa_stream* stream) {
-    const pa_format_info* const format =
-        pulse.formatInfo == nullptr ? nullptr : pulse.formatInfo(stream);
-    const pa_sample_spec* const spec = pulse.sampleSpec(stream);
-    if (spec == nullptr || (format != nullptr && format->encoding != PA_ENCODING_PCM)) {
-        return {};
-    }
-    const pa_channel_map* const map = pulse.channelMap(stream);
-    return {pulseSample(spec->format), spec->channels, static_cast<double>(spec->rate),
-            map == nullptr ? Speakers{} : pulseSpeakers(*map)};
-}
-
-/// The server has answered: from here on the stream's format is what the program writes.
-void settle(const PulseLibrary& pulse, pa_stream* stream, PulseStream& record) {
-    if (record.kind != Kind::kPlayback || record.isSettled || !pulse.isComplete() ||
-        pulse.bufferAttr(stream) == nullptr) {
+/// It could not reach its server; one that was there and has gone is no such case.
+void noteRefusal(const PulseLibrary& pulse, const pa_context* context) {
+    const CallDepth depth;
+    if (!depth.isOutermost() || pulse.contextError == nullptr || pulse.errorText == nullptr) {
         return;
     }
-    const NativeFormat format = formatOf(pulse, stream);
-    const std::size_t prebuffer = prebufferOf(pulse, stream);
-    NativeStream::open(stream, format, "pulse", record.name);
-    record.isSettled = true;
-    if (const NativeStream::Use use(stream); use) {
-        record.settled(*use.operator->(), prebuffer);
-    }
-}
-
-/// The program plays its stream faster or slower from here on. Changes of a small part follow
-/// another clock: they are drift, which the pacing takes, and no other format.
-void changeRate(pa_stream* stream, PulseStream& record, std::uint32_t rate) {
-    constexpr double kAdjustment = 0.01;
-    NativeFormat format;
-    {
-        const NativeStream::Use use(stream);
-        if (!use || std::abs(rate / use->format().sampleRate - 1) < kAdjustment) {
-            return;
-        }
-        format = use->format();
-    }
-    format.sampleRate = rate;
-    NativeStream::open(stream, format, "pulse", record.name);
-    if (const NativeStream::Use use(stream); use) {
-        record.goesOn(*use.operator->());
-    }
-}
-
-/// What a write hands on.
-struct Passed {
-    const void* samples;
-    std::size_t bytes;
-    std::int64_t offset;
-    pa_seek_mode_t seek;
-    /// Not all of the program's memory: that is not the library's to keep, and is released by the
-    /// caller.
-    bool isCopy;
-};
-
-/// One write of the program, in parts where it is longer than a stream holds.
-template <class Pass>
-int write(const PulseLibrary& pulse, pa_stream* stream, const void* samples, std::size_t bytes,
-          std::int64_t offset, pa_seek_mode_t seek, Pass pass) {
-    const CallDepth depth;
-    PulseStream* const record = depth.isOutermost() ? streams().find(stream) : nullptr;
-    if (record == nullptr) {
-        return pass(Passed{samples, bytes, offset, seek, false});
-    }
-    settle(pulse, stream, *record);
-    const NativeStream::Use use(stream);
-    if (!use) {
-        return pass(Passed{samples, bytes, offset, seek, false});
-    }
-    const std::size_t frameBytes = use->format().bytesPerFrame();
-    // Only what begin_write has handed out may be passed on after it.
-    const bool isBlock = record->block.holds(samples);
-    const Memory memory = isBlock ? Memory::kChangeable : Memory::kConstant;
-    const std::size_t most = isBlock ? bytes : use->atOnce() * frameBytes;
-    const auto* from = static_cast<const std::byte*>(samples);
-    std::size_t left = bytes;
-    while (true) {
-        const std::size_t part = std::min(left, most);
-        const void* const passed = use->prepare(from, part / frameBytes, memory);
-        const int result = pass(Passed{passed, part, offset, seek, passed != from || most < bytes});
-        if (result < 0) {
-            return result;
-        }
-        record->block = {};
-        record->written(*use.operator->(), part / frameBytes, offset, seek,
-                        prebufferOf(pulse, stream), pulse.underflow(stream));
-        from += part;
-        left -= part;
-        if (left == 0) {
-            return result;
-        }
-        offset = 0;
-        seek = PA_SEEK_RELATIVE;
-    }
-}
-
-/// `then` for a stream that is served.
-template <class Then>
-void with(const pa_stream* stream, Then then) {
-    PulseStream* const record = streams().find(stream);
-    if (const NativeStream::Use use(record != nullptr ? stream : nullptr); use) {
-        then(*record, *use.operator->());
+    const int error = pulse.contextError(context);
+    const char* const reason = pulse.errorText(error);
+    if (error != PA_ERR_CONNECTIONTERMINATED) {
+        tryTo([&] {
+            NativeStream::refused("pulse", streams().nameOf(context),
+                                  reason == nullptr ? "error" : reason);
+        });
     }
 }
 
@@ -188,9 +72,35 @@ void started(pa_stream* stream, void* /*context*/) {
         const NativeStream::Use use(stream);
         record->started(use ? use.operator->() : nullptr);
     }
-    if (record->onStart != nullptr) {
-        record->onStart(stream, record->onStartContext);
+    if (record->onStart.call != nullptr) {
+        record->onStart.call(stream, record->onStart.context);
     }
+}
+
+void ranDry(pa_stream* stream, void* /*context*/) {
+    PulseStream* const record = streams().find(stream);
+    if (record == nullptr) {
+        return;
+    }
+    record->ranDry();
+    if (record->onUnderflow.call != nullptr) {
+        record->onUnderflow.call(stream, record->onUnderflow.context);
+    }
+}
+
+/// A function that sets one of the callbacks whose place ours takes.
+template <auto* kFunction, auto kNotice, pa_stream_notify_cb_t kOurs>
+constexpr auto hookOfNotice() {
+    return tqhook::hook<kFunction>(
+        [](auto* original, pa_stream* stream, pa_stream_notify_cb_t callback, void* context) {
+            PulseStream* const record = streams().find(stream);
+            if (record == nullptr || callback == kOurs) {
+                original(stream, callback, context);
+                return;
+            }
+            record->*kNotice = {callback, context};
+            original(stream, kOurs, nullptr);
+        });
 }
 
 constexpr tqhook::HookTable kHooks{
@@ -228,6 +138,21 @@ constexpr tqhook::HookTable kHooks{
     }),
 
     // ---- life ----
+    tqhook::hook<&pa_context_connect>([](auto* original, pa_context* context, const char* server,
+                                         pa_context_flags_t flags, const pa_spawn_api* spawning) {
+        const int result = original(context, server, flags, spawning);
+        if (result < 0) {
+            noteRefusal(libraryOf<PulseLibrary>(original), context);
+        }
+        return result;
+    }),
+    tqhook::hook<&pa_context_get_state>([](auto* original, const pa_context* context) {
+        const pa_context_state_t state = original(context);
+        if (state == PA_CONTEXT_FAILED) {
+            noteRefusal(libraryOf<PulseLibrary>(original), context);
+        }
+        return state;
+    }),
     tqhook::hook<&pa_context_ref>([](auto* original, pa_context* context) {
         tryTo([&] { streams().contextHeld(context); });
         return original(context);
@@ -267,9 +192,12 @@ constexpr tqhook::HookTable kHooks{
                 record->kind = Kind::kPlayback;
                 record->corked(nullptr, (flags & PA_STREAM_START_CORKED) != 0, -1);
                 const PulseLibrary& pulse = libraryOf<PulseLibrary>(original);
-                record->isStarted = pulse.setStartedCallback == nullptr;
-                if (!record->isStarted) {
+                const bool tells =
+                    pulse.setStartedCallback != nullptr && pulse.setUnderflowCallback != nullptr;
+                record->isStarted = !tells;
+                if (tells) {
                     pulse.setStartedCallback(stream, started, nullptr);
+                    pulse.setUnderflowCallback(stream, ranDry, nullptr);
                 }
             }
             const int result = original(stream, device, attributes, flags, volume, synchronous);
@@ -313,81 +241,9 @@ constexpr tqhook::HookTable kHooks{
         return original(stream);
     }),
 
-    // ---- sound ----
-    tqhook::hook<&pa_stream_begin_write>(
-        [](auto* original, pa_stream* stream, void** block, std::size_t* bytes) {
-            const int result = original(stream, block, bytes);
-            PulseStream* const record = streams().find(stream);
-            if (result >= 0 && record != nullptr) {
-                record->block = {static_cast<const std::byte*>(*block), *bytes};
-            }
-            return result;
-        }),
-    tqhook::hook<&pa_stream_cancel_write>([](auto* original, pa_stream* stream) {
-        const int result = original(stream);
-        PulseStream* const record = streams().find(stream);
-        if (result >= 0 && record != nullptr) {
-            record->block = {};
-        }
-        return result;
-    }),
-    tqhook::hook<&pa_stream_write>([](auto* original, pa_stream* stream, const void* samples,
-                                      std::size_t bytes, pa_free_cb_t release, std::int64_t offset,
-                                      pa_seek_mode_t seek) {
-        bool isReleased = false;
-        const int result = write(libraryOf<PulseLibrary>(original), stream, samples, bytes, offset,
-                                 seek, [&](const Passed& passed) {
-                                     isReleased = passed.isCopy && release != nullptr;
-                                     return original(stream, passed.samples, passed.bytes,
-                                                     passed.isCopy ? nullptr : release,
-                                                     passed.offset, passed.seek);
-                                 });
-        if (isReleased && result >= 0) {
-            release(const_cast<void*>(samples));
-        }
-        return result;
-    }),
-    tqhook::hook<&pa_stream_write_ext_free>(
-        [](auto* original, pa_stream* stream, const void* samples, std::size_t bytes,
-           pa_free_cb_t release, void* released, std::int64_t offset, pa_seek_mode_t seek) {
-            bool isReleased = false;
-            const int result = write(libraryOf<PulseLibrary>(original), stream, samples, bytes,
-                                     offset, seek, [&](const Passed& passed) {
-                                         isReleased = passed.isCopy && release != nullptr;
-                                         return original(stream, passed.samples, passed.bytes,
-                                                         passed.isCopy ? nullptr : release,
-                                                         passed.isCopy ? nullptr : released,
-                                                         passed.offset, passed.seek);
-                                     });
-            if (isReleased && result >= 0) {
-                release(released);
-            }
-            return result;
-        }),
-
-    tqhook::hook<&pa_stream_update_sample_rate>([](auto* original, pa_stream* stream,
-                                                   std::uint32_t rate,
-                                                   pa_stream_success_cb_t callback, void* context) {
-        pa_operation* const operation = original(stream, rate, callback, context);
-        PulseStream* const record = streams().find(stream);
-        if (operation != nullptr && record != nullptr && record->isSettled) {
-            changeRate(stream, *record, rate);
-        }
-        return operation;
-    }),
-
     // ---- what is heard when ----
-    tqhook::hook<&pa_stream_set_started_callback>(
-        [](auto* original, pa_stream* stream, pa_stream_notify_cb_t callback, void* context) {
-            PulseStream* const record = streams().find(stream);
-            if (record == nullptr || callback == started) {
-                original(stream, callback, context);
-                return;
-            }
-            record->onStart = callback;
-            record->onStartContext = context;
-            original(stream, started, nullptr);
-        }),
+    hookOfNotice<&pa_stream_set_started_callback, &PulseStream::onStart, started>(),
+    hookOfNotice<&pa_stream_set_underflow_callback, &PulseStream::onUnderflow, ranDry>(),
     // The server answers later; what the program asks for counts from here on.
     tqhook::hook<&pa_stream_cork>([](auto* original, pa_stream* stream, int isCorked,
                                      pa_stream_success_cb_t callback, void* context) {

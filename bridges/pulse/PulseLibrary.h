@@ -17,8 +17,11 @@ struct PulseLibrary {
     decltype(&pa_stream_get_underflow_index) underflowIndex;
     decltype(&pa_proplist_gets) property;
     decltype(&pa_stream_get_channel_map) channelMap;
-    /// Redirected as well: our own callback goes straight through there.
+    decltype(&pa_context_errno) contextError;
+    decltype(&pa_strerror) errorText;
+    // Redirected as well: our own callbacks go straight through there.
     decltype(&pa_stream_set_started_callback) setStartedCallback;
+    decltype(&pa_stream_set_underflow_callback) setUnderflowCallback;
 
     explicit PulseLibrary(const void* known)
         : sampleSpec(functionBeside<decltype(pa_stream_get_sample_spec)>(
@@ -33,8 +36,12 @@ struct PulseLibrary {
           property(functionBeside<decltype(pa_proplist_gets)>(known, "pa_proplist_gets")),
           channelMap(functionBeside<decltype(pa_stream_get_channel_map)>(
               known, "pa_stream_get_channel_map")),
+          contextError(functionBeside<decltype(pa_context_errno)>(known, "pa_context_errno")),
+          errorText(functionBeside<decltype(pa_strerror)>(known, "pa_strerror")),
           setStartedCallback(functionBeside<decltype(pa_stream_set_started_callback)>(
-              known, "pa_stream_set_started_callback")) {}
+              known, "pa_stream_set_started_callback")),
+          setUnderflowCallback(functionBeside<decltype(pa_stream_set_underflow_callback)>(
+              known, "pa_stream_set_underflow_callback")) {}
 
     /// -1 before the first one, and where the library does not tell.
     [[nodiscard]] std::int64_t underflow(const pa_stream* stream) const {

@@ -36,6 +36,7 @@ void PulseStream::written(NativeStream& stream, std::size_t frames, std::int64_t
     }
     // First of all, as a flush leaves the stream playing: not a block may play before its time.
     stream.frozen(isCorked_ || isHeld_);
+    stream.waitsFor(start());
     stream.accepted(frames, late);
     isDrained_ = false;
     underflow_ = underflow;
@@ -96,8 +97,18 @@ void PulseStream::flushed(NativeStream& stream, std::int64_t underflow) noexcept
 void PulseStream::started(NativeStream* stream) noexcept {
     isStarted = true;
     if (stream != nullptr) {
-        stream->awaited(false);
+        stream->started();
     }
+}
+
+void PulseStream::ended(NativeStream& stream) noexcept {
+    if (isDrained_ || (!isCorked_ && !isHeld_ && isStarted)) {
+        stream.cutShort();
+        return;
+    }
+    const std::int64_t unheard = end_ - heardEnd(stream);
+    stream.flushed(static_cast<std::size_t>(unheard));
+    stream.frozen(false);
 }
 
 void PulseStream::drained(NativeStream& stream) noexcept {
@@ -118,7 +129,6 @@ void PulseStream::settled(NativeStream& stream, std::size_t prebuffer) noexcept 
     heardEnd_ = 0;
     isDrained_ = false;
     underflow_ = -1;
-    stream.awaited(!isStarted);
     if (prebuffer != 0) {
         hold(stream);
     } else {

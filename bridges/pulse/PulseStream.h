@@ -45,9 +45,16 @@ class PulseStream {
     void drained(NativeStream& stream) noexcept;
     /// The server plays, for the first time or again.
     void started(NativeStream* stream) noexcept;
+    /// The server has played all that it had, and will say when it plays again.
+    void ranDry() noexcept {
+        isStarted = false;
+        heardEnd_ = end_;
+    }
+    /// Nothing is played any more. What has been heard is played out, and no more than that.
+    void ended(NativeStream& stream) noexcept;
     /// Another stream takes its place, at the same point.
     void goesOn(NativeStream& stream) const noexcept {
-        stream.awaited(!isStarted);
+        stream.waitsFor(start());
         stream.frozen(isCorked_ || isHeld_);
     }
     /// The server has said what it is like; `prebuffer` in bytes.
@@ -61,11 +68,20 @@ class PulseStream {
     Kind kind = Kind::kUnconnected;
     bool isSettled = false;  ///< its format is known, and the bridge's stream open
     Block block;
-    bool isStarted = true;  ///< false while the server has still to say that it plays
-    pa_stream_notify_cb_t onStart = nullptr;  ///< the program's, for the server's starts
-    void* onStartContext = nullptr;
+    /// False while the server has still to say that it plays: at first, and when it has run dry.
+    bool isStarted = true;
+    /// The program's own, in whose place ours are.
+    struct Notice {
+        pa_stream_notify_cb_t call = nullptr;
+        void* context = nullptr;
+    };
+    Notice onStart;
+    Notice onUnderflow;
 
   private:
+    [[nodiscard]] NativeStream::Start start() const noexcept {
+        return isStarted ? NativeStream::Start::kMade : NativeStream::Start::kExpected;
+    }
     [[nodiscard]] std::int64_t place(const NativeStream& stream, std::int64_t offset,
                                      pa_seek_mode_t seek) const noexcept;
     void hold(NativeStream& stream) noexcept;

@@ -11,7 +11,7 @@ PulseStreams& PulseStreams::shared() {
 
 void PulseStreams::contextMade(const void* context, std::string name) {
     const std::scoped_lock guard(lock_);
-    contexts_[context] = {std::move(name), 1};
+    contexts_[context] = {std::move(name)};
 }
 
 void PulseStreams::contextHeld(const void* context) {
@@ -29,6 +29,12 @@ bool PulseStreams::contextReleased(const void* context) {
     }
     contexts_.erase(found);
     return true;
+}
+
+std::string PulseStreams::nameOf(const void* context) {
+    const std::scoped_lock guard(lock_);
+    const auto found = contexts_.find(context);
+    return found == contexts_.end() ? std::string() : found->second.name;
 }
 
 void PulseStreams::contextEnded(const void* context) {
@@ -99,7 +105,7 @@ void PulseStreams::forgetLocked(PulseStream& stream) {
 void PulseStreams::ended(PulseStream& stream) {
     if (stream.isSettled) {
         if (const NativeStream::Use use(stream.key); use) {
-            use->cutShort();
+            stream.ended(*use.operator->());
         }
         NativeStream::close(stream.key);
     }

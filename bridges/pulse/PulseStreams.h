@@ -25,6 +25,7 @@ class PulseStreams {
     void contextHeld(const void* context);
     /// True when that was the program's last reference.
     [[nodiscard]] bool contextReleased(const void* context);
+    [[nodiscard]] std::string nameOf(const void* context);
     /// All streams of it end.
     void contextEnded(const void* context);
 

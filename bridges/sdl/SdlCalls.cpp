@@ -3,12 +3,14 @@
 #include <SDL_audio.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "bridges/core/LibraryOf.h"
 #include "bridges/core/NativeApi.h"
+#include "bridges/core/NativeStream.h"
 #include "bridges/sdl/SdlDevices.h"
 #include "bridges/sdl/SdlLibrary.h"
 #include "hook/Hook.h"
@@ -49,6 +51,32 @@ std::string nameOf(const SdlLibrary& library, const char* device) {
     return name.empty() && device != nullptr ? device : name;
 }
 
+void noteRefusal(const SdlLibrary& library, const char* device) {
+    NativeStream::refused("sdl", device == nullptr ? library.driver() : device,
+                          library.lastError());
+}
+
+/// What SDL opens for a program that leaves the choice to it and does not ask what it was.
+SDL_AudioSpec withDefaults(SDL_AudioSpec spec) {
+    const auto numberOf = [](const char* variable, int otherwise) {
+        const char* const text = std::getenv(variable);
+        const int number = text == nullptr ? 0 : std::atoi(text);
+        return number == 0 ? otherwise : number;
+    };
+    constexpr int kRate = 22050;
+    constexpr int kChannels = 2;
+    if (spec.freq == 0) {
+        spec.freq = numberOf("SDL_AUDIO_FREQUENCY", kRate);
+    }
+    if (spec.channels == 0) {
+        spec.channels = static_cast<Uint8>(numberOf("SDL_AUDIO_CHANNELS", kChannels));
+    }
+    if (spec.format == 0 && std::getenv("SDL_AUDIO_FORMAT") == nullptr) {
+        spec.format = AUDIO_S16SYS;
+    }
+    return spec;
+}
+
 // SDL 3 has functions of these two names with other arguments. They are passed on as they came, in
 // their whole width.
 
@@ -76,6 +104,7 @@ Word replacedOpenDevice(Word name, Word isCapture, Word desired, Word obtained, 
     const Word result = originalOpenDevice(name, isCapture, wordOf(&ours), wordOf(spec), changes);
     if (const auto id = static_cast<SDL_AudioDeviceID>(result); id == 0) {
         SdlDevices::shared().giveBack(*device);
+        noteRefusal(library, reinterpret_cast<const char*>(name));
     } else {
         device->begin(id, *spec, nameOf(library, reinterpret_cast<const char*>(name)));
     }
@@ -115,8 +144,9 @@ constexpr tqhook::HookTable kHooks{
             const int result = original(&ours, obtained);
             if (result < 0) {
                 SdlDevices::shared().giveBack(*device);
+                noteRefusal(library, nullptr);
             } else {
-                device->begin(kFirstDevice, obtained == nullptr ? ours : *obtained,
+                device->begin(kFirstDevice, obtained == nullptr ? withDefaults(ours) : *obtained,
                               nameOf(library, nullptr));
             }
             device->unwrap(&ours);

@@ -72,6 +72,7 @@ SdlLibrary::SdlLibrary(const void* known) {
     lock_ = functionBeside<decltype(SDL_LockAudioDevice)>(known, "SDL_LockAudioDevice");
     unlock_ = functionBeside<decltype(SDL_UnlockAudioDevice)>(known, "SDL_UnlockAudioDevice");
     hint_ = functionBeside<decltype(SDL_GetHint)>(known, "SDL_GetHint");
+    lastError_ = functionBeside<decltype(SDL_GetError)>(known, "SDL_GetError");
     fail_ = functionBeside<decltype(SDL_Error)>(known, "SDL_Error");
     if (currentDriver_ != nullptr && lock_ != nullptr && unlock_ != nullptr && fail_ != nullptr) {
         version_ = Version::kTwo;
@@ -114,6 +115,11 @@ bool SdlLibrary::playsThroughNewer() {
         dlsym(newer, "SDL_GetCurrentAudioDriver"));
     dlclose(newer);
     return driver != nullptr && driver() != nullptr;
+}
+
+std::string SdlLibrary::lastError() const {
+    const char* const text = lastError_ == nullptr ? nullptr : lastError_();
+    return text == nullptr || *text == '\0' ? "error" : text;
 }
 
 std::string SdlLibrary::streamName() const {

@@ -28,6 +28,9 @@ class SdlLibrary {
     /// What the program calls its sound; empty when it has not said it.
     [[nodiscard]] std::string streamName() const;
 
+    /// SDL's message of what has failed last.
+    [[nodiscard]] std::string lastError() const;
+
     /// [any thread] SDL's own lock of a device, the one that is held around callbacks.
     void lock(SDL_AudioDeviceID device) const { lock_(device); }
     void unlock(SDL_AudioDeviceID device) const { unlock_(device); }
@@ -52,6 +55,7 @@ class SdlLibrary {
     decltype(&SDL_UnlockAudioDevice) unlock_ = nullptr;
     decltype(&SDL_GetHint) hint_ = nullptr;
     decltype(&SDL_Error) fail_ = nullptr;
+    decltype(&SDL_GetError) lastError_ = nullptr;
 };
 
 }  // namespace tq::bridges

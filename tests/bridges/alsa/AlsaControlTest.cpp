@@ -220,6 +220,7 @@ TEST_F(AlsaControl, ADrainPlaysWhatIsThereAlsoOutOfAPause) {
     EXPECT_EQ(heard().frames(), 0U);
     // As long as the library drains, the device plays.
     pcm->meanwhile = [&] {
+        awaitGoingOn(firstName());
         pump(6);
         EXPECT_EQ(heard().frames(), 1000U) << "before the drain is over";
     };
@@ -350,6 +351,8 @@ TEST_F(AlsaLinked, WhatPausesOnePausesAll) {
     pump(40);
     EXPECT_EQ(heardOfSecond(), 0U);
     EXPECT_EQ(snd_pcm_pause(second.get(), 0), 0);
+    awaitGoingOn(firstName());
+    awaitGoingOn(std::string("alsa-2") + kSecond);
     pump(60);
     EXPECT_EQ(heardOfSecond(), other.frames());
     expectHeard(noise);

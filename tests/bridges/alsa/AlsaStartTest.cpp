@@ -151,5 +151,37 @@ TEST_F(AlsaStart, WhatStartsOneStartsAllThatAreLinked) {
     snd_pcm_close(second.get());
 }
 
+TEST_F(AlsaStart, WhatIsNeverStartedAndFreedIsCountedAsThrownAway) {
+    write(noise);
+    expectNothingHeard();
+    EXPECT_EQ(snd_pcm_hw_free(pcm.get()), 0);
+    playOut(firstName());
+    EXPECT_EQ(heard().frames(), 0U);
+    EXPECT_EQ(reports(firstName()).back().dropped, noise.frames());
+}
+
+TEST_F(AlsaStart, APcmThatIsNotFreedPlaysOn) {
+    pcm->threshold = 1;
+    write(noise.part(0, 12000));
+    pcm->answer = -EBADFD;
+    EXPECT_EQ(snd_pcm_hw_free(pcm.get()), -EBADFD);
+    pcm->answer = 0;
+    write(noise.part(12000, 12000));
+    playOn();
+    close();
+    expectHeard(noise);
+}
+
+TEST_F(AlsaStart, ADeviceThatCannotBeOpenedIsNamedWithTheReasonOnceAndAMicrophoneIsNot) {
+    snd_pcm_t* none = nullptr;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(snd_pcm_open(&none, "hw:9", SND_PCM_STREAM_PLAYBACK, 0), -ENODEV);
+        EXPECT_EQ(snd_pcm_open(&none, "hw:8", SND_PCM_STREAM_CAPTURE, 0), -ENODEV);
+    }
+    EXPECT_EQ(countReports("hw:9 (No such device)", true), 1U);
+    EXPECT_EQ(countReports("hw:8 (No such device)", true), 0U);
+    EXPECT_EQ(reports("alsa hw:9 (No such device)").back().fate, TQ_STREAM_NOT_OPENED);
+}
+
 }  // namespace
 }  // namespace bridgetests

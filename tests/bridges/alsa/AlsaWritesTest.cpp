@@ -271,5 +271,19 @@ TEST_F(AlsaWrites, ErrnoIsTheLibrarys) {
     EXPECT_TRUE(isKept([&] { return snd_pcm_close(pcm.get()); }));
 }
 
+TEST_F(AlsaWrites, ACommitOfMoreThanAStreamHoldsIsDuckedFromItsFirstFrameToItsLast) {
+    const Sound longer = markedNoise({}, std::size_t{11} * 48000);
+    duckingBegins(kEndlessAttack);
+    pcm->ringFrames = longer.frames();
+    configure(*pcm, {.access = SND_PCM_ACCESS_MMAP_INTERLEAVED});
+    const snd_pcm_channel_area_t* areas = nullptr;
+    snd_pcm_uframes_t offset = 0;
+    snd_pcm_uframes_t room = longer.frames();
+    ASSERT_EQ(snd_pcm_mmap_begin(pcm.get(), &areas, &offset, &room), 0);
+    std::memcpy(areas[0].addr, longer.bytes.data(), longer.bytes.size());
+    EXPECT_EQ(snd_pcm_mmap_commit(pcm.get(), offset, room), static_cast<Frames>(longer.frames()));
+    EXPECT_LE(largestDifference(longer, {longer.format, pcm->taken}, 0.1), kRounding);
+}
+
 }  // namespace
 }  // namespace bridgetests

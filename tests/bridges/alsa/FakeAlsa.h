@@ -20,7 +20,7 @@ struct _snd_pcm_hw_params {
 
 struct _snd_pcm {
     /// Of its own memory, in frames.
-    static constexpr std::size_t kRing = 1000;
+    std::size_t ringFrames = 1000;
 
     std::string name;
     snd_pcm_stream_t stream = SND_PCM_STREAM_PLAYBACK;

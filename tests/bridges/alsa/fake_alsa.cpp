@@ -75,15 +75,15 @@ int configure(snd_pcm_t* pcm, const snd_pcm_hw_params_t& parameters) {
     pcm->parameters = parameters;
     pcm->state = SND_PCM_STATE_PREPARED;
     pcm->unstarted = 0;
-    pcm->ring.assign(snd_pcm_t::kRing * pcm->frameBytes(), '\0');
+    pcm->ring.assign(pcm->ringFrames * pcm->frameBytes(), '\0');
     pcm->areas.resize(parameters.channels);
     pcm->place = 0;
     const auto bits = static_cast<unsigned>(8 * pcm->sampleBytes());
     for (unsigned i = 0; i < parameters.channels; ++i) {
         pcm->areas[i] =
             isPlanar(parameters.access)
-                ? snd_pcm_channel_area_t{pcm->ring.data(), i * bits * unsigned{snd_pcm_t::kRing},
-                                         bits}
+                ? snd_pcm_channel_area_t{pcm->ring.data(),
+                                         i * bits * static_cast<unsigned>(pcm->ringFrames), bits}
                 : snd_pcm_channel_area_t{pcm->ring.data(), i * bits, bits * parameters.channels};
     }
     return 0;
@@ -189,7 +189,7 @@ int snd_pcm_mmap_begin(snd_pcm_t* pcm, const snd_pcm_channel_area_t** areas,
                        snd_pcm_uframes_t* offset, snd_pcm_uframes_t* frames) {
     *areas = pcm->areas.data();
     *offset = pcm->place;
-    *frames = std::min(*frames, snd_pcm_t::kRing - pcm->place);
+    *frames = std::min(*frames, pcm->ringFrames - pcm->place);
     return answer(pcm);
 }
 snd_pcm_sframes_t snd_pcm_mmap_commit(snd_pcm_t* pcm, snd_pcm_uframes_t offset,
@@ -200,7 +200,7 @@ snd_pcm_sframes_t snd_pcm_mmap_commit(snd_pcm_t* pcm, snd_pcm_uframes_t offset,
                 pcm->taken.append(inRing(*pcm, channel, frame), pcm->sampleBytes());
             }
         }
-        pcm->place = (offset + count) % snd_pcm_t::kRing;
+        pcm->place = (offset + count) % pcm->ringFrames;
         startAtThreshold(pcm, count);
     });
 }
@@ -263,6 +263,14 @@ int snd_pcm_link(snd_pcm_t* pcm, snd_pcm_t* /*other*/) {
 }
 int snd_pcm_unlink(snd_pcm_t* pcm) {
     return answer(pcm);
+}
+int snd_pcm_open(snd_pcm_t** /*pcm*/, const char* /*name*/, snd_pcm_stream_t /*stream*/,
+                 int /*mode*/) {
+    // Pcms are made by the tests.
+    return -ENODEV;
+}
+const char* snd_strerror(int /*error*/) {
+    return "No such device";
 }
 int snd_pcm_hw_free(snd_pcm_t* pcm) {
     return answer(pcm);

@@ -70,7 +70,7 @@ TEST_F(NativeStreamTest, WhatWaitsForAStartIsPlayedFromThenOnAndWhatWasThereBefo
     const Sound sound = markedNoise({}, 24000);
     MadeUpPcm pcm({}, "");
     pcm.write(sound.part(0, 9600));
-    pcm.use()->waitsForStart(true);
+    pcm.use()->waitsFor(tq::bridges::NativeStream::Start::kToCome);
     pcm.write(sound.part(9600, 14400));
     pcm.write(markedNoise({}, 4800, 2));
     EXPECT_EQ(pcm.use()->takenBack(4800), 4800U);
@@ -303,6 +303,46 @@ TEST_F(NativeStreamTest, AProgramThatIsTooFastIsCutInItsOwnSilenceOnly) {
     }
     EXPECT_EQ(differences(loud, got), kNothing);
     EXPECT_LT(heard.frames() + 3000, sound.frames()) << "nothing was cut";
+}
+
+TEST_F(NativeStreamTest, AnExpectedStartThatNobodyTellsOfIsWaitedForTwoSecondsOnce) {
+    const Sound sound = markedNoise({}, 24000);
+    MadeUpPcm pcm({}, "");
+    pcm.use()->waitsFor(tq::bridges::NativeStream::Start::kExpected);
+    pcm.write(sound.part(0, 12000));
+    awaitReport("madeup-1");
+    pump(150);
+    EXPECT_EQ(track("madeup-1").trimmed().frames(), 0U);
+    pump(100);
+    EXPECT_EQ(track("madeup-1").trimmed().frames(), 12000U);
+    pcm.write(sound.part(12000, 12000));
+    pcm.close();
+    playOut("madeup-1");
+    EXPECT_LT(track("madeup-1").trimmed().frames(), 36000U) << "it was waited for again";
+}
+
+TEST_F(NativeStreamTest, AStreamThatIsPausedFromItsFirstSoundOnMakesNoTrack) {
+    MadeUpPcm pcm({}, "");
+    pcm.use()->frozen(true);
+    pcm.write(markedNoise({}, 4800));
+    awaitReport("madeup-1");
+    pump(30);
+    EXPECT_EQ(reports("madeup-1").back().is_paused, 1U);
+    pcm.close();
+    playOut("madeup-1");
+    EXPECT_FALSE(tracks().contains("madeup-1"));
+    EXPECT_EQ(reports("madeup-1").back().dropped, 4800U);
+}
+
+TEST_F(NativeStreamTest, OfAStreamThatNothingIsWrittenToThatIsSaid) {
+    MadeUpPcm pcm({}, "");
+    awaitReport("madeup-1", TQ_STREAM_NOTHING_WRITTEN);
+    pcm.write(markedNoise({}, 4800));
+    awaitReport("madeup-1");
+    pcm.close();
+    playOut("madeup-1");
+    MadeUpPcm({}, "looks").close();
+    awaitReport("madeup-1 looks", TQ_STREAM_NOTHING_WRITTEN, true);
 }
 
 }  // namespace

@@ -93,24 +93,6 @@ TEST_F(APacer, APauseLeavesTheFramesWhereTheyAre) {
     EXPECT_EQ(next(1000).take, kBlock);
 }
 
-TEST_F(APacer, WaitsForTheNativeSideAndPrimesWhenThatHasStarted) {
-    input.isAwaited = true;
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(next(2879).take, 0u);
-    }
-    input.isAwaited = false;
-    EXPECT_EQ(next(2879).take, 0u);
-    EXPECT_EQ(next(2880).take, kBlock);
-}
-
-TEST_F(APacer, WaitsTwoSecondsAtTheLongest) {
-    input.isAwaited = true;
-    for (std::size_t waited = 0; waited < 96000; waited += kBlock) {
-        EXPECT_EQ(next(2880).take, 0u);
-    }
-    EXPECT_EQ(next(2880).take, kBlock);
-}
-
 TEST_F(APacer, PrimesAgainAfterAFlush) {
     next(2880);
     ++input.flushes;

@@ -130,6 +130,17 @@ void NativeStreams::awaitReport(const std::string& name, tq_stream_fate fate, bo
                              said(reports_));
 }
 
+void NativeStreams::awaitGoingOn(const std::string& name) const {
+    for (int i = 0; i < 2000; ++i) {
+        const auto all = reports(name);
+        if (!all.empty() && all.back().fate == TQ_STREAM_RECORDED && all.back().is_paused == 0) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    throw std::runtime_error(name + " does not go on; said were " + said(reports_));
+}
+
 std::size_t NativeStreams::countReports(const std::string& ending, bool areClosed) const {
     const std::scoped_lock guard(lock_);
     return static_cast<std::size_t>(

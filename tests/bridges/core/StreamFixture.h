@@ -68,6 +68,9 @@ class NativeStreams : public CapturePath {
     /// Waits until that was said of the latest stream of the name.
     void awaitReport(const std::string& name, tq_stream_fate fate = TQ_STREAM_RECORDED,
                      bool isClosed = false);
+    /// Waits until that stream, which was paused, goes on: one that was paused from its beginning
+    /// has its unit started only then.
+    void awaitGoingOn(const std::string& name) const;
     /// Waits until so many streams with names of that ending have begun, or were closed.
     void awaitReports(const std::string& ending, bool areClosed, std::size_t count) const;
     /// Reports that streams with names of that ending have begun, or were closed.

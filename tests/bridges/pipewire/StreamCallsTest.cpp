@@ -412,5 +412,11 @@ TEST_F(StreamCalls, CodedSoundIsReportedAndPassedOn) {
     EXPECT_TRUE(stream_->taken[0] == noise_.bytes);
 }
 
+TEST_F(StreamCalls, AServerThatIsNotReachedIsNamedWithTheReason) {
+    EXPECT_EQ(pw_context_connect(nullptr, nullptr, 0), nullptr);
+    EXPECT_EQ(errno, EHOSTDOWN);
+    awaitReport("pipewire server (Host is down)", TQ_STREAM_NOT_OPENED, true);
+}
+
 }  // namespace
 }  // namespace bridgetests

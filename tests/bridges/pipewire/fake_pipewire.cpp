@@ -126,6 +126,11 @@ const char* pw_stream_get_name(pw_stream* stream) {
 const pw_properties* pw_stream_get_properties(pw_stream* stream) {
     return &stream->properties;
 }
+pw_core* pw_context_connect(pw_context* /*context*/, pw_properties* /*properties*/,
+                            std::size_t /*userBytes*/) {
+    errno = EHOSTDOWN;
+    return nullptr;
+}
 int pw_stream_connect(pw_stream* stream, pw_direction /*direction*/, std::uint32_t /*target*/,
                       pw_stream_flags /*flags*/, const spa_pod** /*params*/,
                       std::uint32_t /*count*/) {

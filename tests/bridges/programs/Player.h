@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <ostream>
 #include <string>
@@ -37,6 +39,10 @@ struct Player {
         return all;
     }
 };
+
+[[nodiscard]] inline std::string nameOf(const testing::TestParamInfo<Player>& each) {
+    return each.param.name;
+}
 
 inline void PrintTo(const Player& player, std::ostream* out) {
     *out << player.name;

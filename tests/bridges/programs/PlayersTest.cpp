@@ -58,10 +58,6 @@ const std::vector<std::string> kAplay{"aplay", "-q", "-D", "cap"};
 const std::vector<std::string> kAplayMmap{"aplay", "-q", "-M", "-D", "cap"};
 const std::vector<std::string> kFfplay{"ffplay", "-nodisp", "-autoexit", "-loglevel", "error"};
 
-std::string nameOf(const testing::TestParamInfo<Player>& each) {
-    return each.param.name;
-}
-
 const auto kPlayers = testing::Values(
     Player{"aplay", kAlsa, kAplay}, Player{"aplayMmap", kAlsa, kAplayMmap},
     Player{"sox", kAlsa, {"sox", "-q"}, {"-t", "alsa", "cap"}},

@@ -10,6 +10,9 @@
 
 struct pa_context {
     int references = 1;
+    pa_context_state_t state = PA_CONTEXT_READY;
+    int answer = 0;  ///< of connecting
+    int error = 0;
 };
 
 struct pa_stream {
@@ -31,6 +34,14 @@ struct pa_stream {
     void starts() {
         if (started != nullptr) {
             started(this, startedContext);
+        }
+    }
+    pa_stream_notify_cb_t dry = nullptr;
+    void* dryContext = nullptr;
+
+    void runsDry() {
+        if (dry != nullptr) {
+            dry(this, dryContext);
         }
     }
     bool isBlockOut = false;  ///< only what lies in it may be written now

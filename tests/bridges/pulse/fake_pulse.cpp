@@ -55,6 +55,21 @@ void pa_context_unref(pa_context* context) {
         delete context;
     }
 }
+int pa_context_connect(pa_context* context, const char* /*server*/, pa_context_flags_t /*flags*/,
+                       const pa_spawn_api* /*spawning*/) {
+    return context->answer;
+}
+pa_context_state_t pa_context_get_state(const pa_context* context) {
+    return context->state;
+}
+int pa_context_errno(const pa_context* context) {
+    return context->error;
+}
+const char* pa_strerror(int error) {
+    static std::string text;
+    text = "made up " + std::to_string(error);
+    return text.c_str();
+}
 void pa_context_disconnect(pa_context* /*context*/) {
 }
 pa_stream* pa_stream_new(pa_context* context, const char* /*name*/, const pa_sample_spec* spec,
@@ -134,6 +149,11 @@ void pa_stream_set_started_callback(pa_stream* stream, pa_stream_notify_cb_t cal
                                     void* context) {
     stream->started = callback;
     stream->startedContext = context;
+}
+void pa_stream_set_underflow_callback(pa_stream* stream, pa_stream_notify_cb_t callback,
+                                      void* context) {
+    stream->dry = callback;
+    stream->dryContext = context;
 }
 pa_operation* pa_stream_cork(pa_stream* /*stream*/, int /*isCorked*/,
                              pa_stream_success_cb_t /*callback*/, void* /*context*/) {

@@ -426,5 +426,29 @@ INSTANTIATE_TEST_SUITE_P(All, SdlLayouts,
                                          Layout{AUDIO_F32LSB, NativeSample::kF32},
                                          Layout{AUDIO_F32MSB, NativeSample::kF32Swapped}));
 
+TEST_F(SdlCalls, WhereTheProgramLeavesTheFormatToSdlAndDoesNotAskTheTrackHasSdlsOwn) {
+    SDL_AudioSpec desired = spec(&source, 0, 0, 0);
+    ASSERT_EQ(SDL_OpenAudio(&desired, nullptr), 0);
+    SDL_PauseAudio(0);
+    const Sound own = markedNoise({.rate = 22050}, 20 * kBuffer);
+    source.bytes = own.bytes;
+    EXPECT_EQ(play(1, 20), own.bytes);
+    playOn();
+    SDL_CloseAudio();
+    playOut(firstName());
+    EXPECT_EQ(reports(firstName()).back().sample_rate, 22050);
+    expectHeard(own);
+}
+
+TEST_F(SdlCalls, ADeviceThatCannotBeOpenedIsNamedWithSdlsMessage) {
+    sdl.fails = true;
+    const SDL_AudioSpec wanted = spec(&source);
+    EXPECT_EQ(SDL_OpenAudioDevice("speakers", 0, &wanted, nullptr, 0), 0U);
+    SDL_AudioSpec old = wanted;
+    EXPECT_LT(SDL_OpenAudio(&old, nullptr), 0);
+    EXPECT_EQ(countReports("speakers (no such thing)", true), 1U);
+    EXPECT_EQ(reports("sdl made up (no such thing)").back().fate, TQ_STREAM_NOT_OPENED);
+}
+
 }  // namespace
 }  // namespace bridgetests

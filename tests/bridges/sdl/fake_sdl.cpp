@@ -30,6 +30,10 @@ SDL_AudioDeviceID open(SDL_AudioDeviceID id, const SDL_AudioSpec& desired, bool 
     opened.spec = mayChange && sdl.hasInstead ? *sdl.hasInstead : desired;
     opened.spec.callback = desired.callback;
     opened.spec.userdata = desired.userdata;
+    // What the program leaves open is SDL's choice.
+    opened.spec.freq = opened.spec.freq == 0 ? 22050 : opened.spec.freq;
+    opened.spec.channels = opened.spec.channels == 0 ? 2 : opened.spec.channels;
+    opened.spec.format = opened.spec.format == 0 ? AUDIO_S16SYS : opened.spec.format;
     describe(opened.spec);
     return id;
 }
@@ -82,6 +86,9 @@ const char* SDL_GetHint(const char* name) {
     return std::string(name) != SDL_HINT_AUDIO_DEVICE_STREAM_NAME || hint.empty() ? nullptr
                                                                                   : hint.c_str();
 }
+const char* SDL_GetError() {
+    return "no such thing";
+}
 int SDL_Error(SDL_errorcode /*code*/) {
     return -1;
 }
@@ -108,7 +115,8 @@ int SDL_OpenAudio(SDL_AudioSpec* desired, SDL_AudioSpec* obtained) {
     if (obtained != nullptr) {
         *obtained = device(1).spec;
     } else {
-        describe(*desired);
+        desired->size = device(1).spec.size;
+        desired->silence = device(1).spec.silence;
     }
     return 0;
 }

@@ -83,6 +83,7 @@ struct StreamFacts {
     std::uint64_t played = 0;   ///< of those, rendered into the track
     std::uint64_t dropped = 0;  ///< of those, thrown away by the program
     std::uint64_t lost = 0;     ///< of those, not in the track
+    bool isPaused = false;      ///< by the program
 
     [[nodiscard]] bool operator==(const StreamFacts&) const = default;
 };
@@ -98,6 +99,7 @@ struct SeenProcess {
     bool isSandboxed = false;   ///< behind a filter of system calls, or in a network of its own
     std::string library{};      ///< the first for sound that it has loaded
     std::string device{};       ///< the first raw device for sound that it holds open
+    bool loadsApart = false;    ///< it has libraries in a namespace of their own (dlmopen)
 
     [[nodiscard]] bool operator==(const SeenProcess&) const = default;
 };

@@ -82,6 +82,7 @@ class Tap {
     // Around fork().
     void watchForks();
     void becomeChild();
+    void recordForked() noexcept;
     void runForked();
 
     const TapSettings settings_;

@@ -44,6 +44,17 @@ void Tap::becomeChild() {
     watchMainThread();
 }
 
+void Tap::recordForked() noexcept {
+    if (!isForked_.exchange(false)) {
+        return;
+    }
+    try {
+        startThread(&Tap::runForked);
+    } catch (...) {
+        // No thread to be had: the child plays on unrecorded.
+    }
+}
+
 void Tap::runForked() {
     if (!connection_.open(settings_.socket)) {
         return;

@@ -172,20 +172,19 @@ void Tap::pushLine(const tq_log_line& line) noexcept {
 }
 
 void Tap::pushStream(const tq_stream& stream) noexcept {
+    if (isForked_.load(std::memory_order_relaxed) && stream.fate == TQ_STREAM_RECORDED) {
+        // Its first sound waits until somebody listens.
+        recordForked();
+    }
     const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
     if (outlet == nullptr) {
         return;
     }
-    const SharedStream shared{stream.stream,
-                              static_cast<std::uint32_t>(stream.fate),
-                              stream.is_closed,
-                              stream.channels,
-                              0,
-                              stream.sample_rate,
-                              stream.written,
-                              stream.played,
-                              stream.dropped,
-                              stream.lost};
+    const SharedStream shared{stream.stream,    static_cast<std::uint32_t>(stream.fate),
+                              stream.is_closed, stream.channels,
+                              stream.is_paused, stream.sample_rate,
+                              stream.written,   stream.played,
+                              stream.dropped,   stream.lost};
     RingWriter::Bytes name = bytesOf(stream.name);
     name = name.first(std::min(name.size(), kLongestName));
     RecordHeader header;
@@ -198,12 +197,8 @@ void Tap::pushStream(const tq_stream& stream) noexcept {
 void Tap::takeUnit(const tq_unit& unit) noexcept {
     if (isForked_.load(std::memory_order_relaxed)) {
         // What the parent made does not play here, unless the child starts it.
-        if ((isNew(unit) || unit.is_started != 0) && isForked_.exchange(false)) {
-            try {
-                startThread(&Tap::runForked);
-            } catch (...) {
-                // No thread to be had: the child plays on unrecorded.
-            }
+        if (isNew(unit) || unit.is_started != 0) {
+            recordForked();
         }
         return;
     }

@@ -11,7 +11,7 @@ struct SharedStream {
     std::uint32_t fate = 0;  ///< enum tq_stream_fate
     std::uint32_t isClosed = 0;
     std::uint32_t channels = 0;
-    std::uint32_t padding = 0;
+    std::uint32_t isPaused = 0;
     double sampleRate = 0;
     std::uint64_t written = 0;
     std::uint64_t played = 0;

@@ -111,22 +111,23 @@ void HostLook::lookAtOne(pid_t process) {
 }
 
 void HostLook::lookAtLibraries(SeenProcess& seen) const {
-    if (!seen.library.empty()) {
-        return;
-    }
     std::ifstream file(folderOf(seen.pid) + "/maps");
     std::string line;
+    int copiesOfC = 0;
     for (std::size_t i = 0; i < kMostMappings && std::getline(file, line); ++i) {
         const std::size_t path = line.find('/');
         if (path == std::string::npos) {
             continue;
         }
         const std::string_view name = withoutFolders(std::string_view(line).substr(path));
-        if (beginsWithOneOf(name, kSoundLibraries)) {
+        if (seen.library.empty() && beginsWithOneOf(name, kSoundLibraries)) {
             seen.library = printable(name);
-            return;
         }
+        // Each namespace has its own, which begins at the file's first byte.
+        const bool isBeginning = line.find(" 00000000 ") != std::string::npos;
+        copiesOfC += isBeginning && name == "libc.so.6" ? 1 : 0;
     }
+    seen.loadsApart = seen.loadsApart || copiesOfC > 1;
 }
 
 void HostLook::lookAtDevices(SeenProcess& seen) const {

@@ -309,7 +309,14 @@ void RecordingSession::finish(RecordingResult& result) {
     drain(kLastTurn);
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);
-        sink_.processEnded(process->process(), process->facts());
+        const HostFacts facts = process->facts();
+        if (result.end == RecordingResult::End::kHostEnded && facts.unitsStarted > 0) {
+            const Process& one = process->process();
+            notes_.add(one.name + " (" + std::to_string(one.pid) +
+                       ") ran on when COMMAND had ended, and is recorded no further; let COMMAND " +
+                       "wait for it");
+        }
+        sink_.processEnded(process->process(), facts);
     }
     lookAround();
     for (const SeenProcess& seen : look_.processes()) {

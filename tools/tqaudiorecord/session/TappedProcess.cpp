@@ -301,10 +301,11 @@ bool TappedProcess::takeStreams(Sink& sink, Deadline deadline) {
             markCorrupt(sink);
             return true;
         }
-        sink.stream(process_, {shared.stream, unitName(textOf(payload.last(header.nameBytes))),
-                               shared.fate, shared.isClosed != 0,
-                               std::min(shared.channels, kMostChannels), shared.sampleRate,
-                               shared.written, shared.played, shared.dropped, shared.lost});
+        sink.stream(
+            process_,
+            {shared.stream, unitName(textOf(payload.last(header.nameBytes))), shared.fate,
+             shared.isClosed != 0, std::min(shared.channels, kMostChannels), shared.sampleRate,
+             shared.written, shared.played, shared.dropped, shared.lost, shared.isPaused != 0});
     }
     return streams_.hasTaken(end);
 }

@@ -43,8 +43,11 @@ std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen
         return "what it had written was not played before the end: " + frames;
     }
     std::vector<std::string> lines = unrecordedStreamLines(state);
-    for (const std::string& line : leftOutLines(state)) {
-        lines.push_back(line);
+    for (std::string& line : leftOutLines(state)) {
+        lines.push_back(std::move(line));
+    }
+    for (std::string& line : silentStreamLines(state)) {
+        lines.push_back(std::move(line));
     }
     const std::string zeros = counted(facts.blocks, "block") + ", all zero";
     if (lines.empty() && hasTrack(state)) {
@@ -81,6 +84,11 @@ std::string whyUnitsAreSilent(const ProcessState& state, const SeenProcess& seen
     if (facts.bridges == BridgeState::kMissing) {
         return "the library libTQAudioRecordBridge.so.1, through which ALSA, PulseAudio and the "
                "like are recorded, cannot be loaded; is the installation whole?";
+    }
+    if (seen.loadsApart && !seen.library.empty()) {
+        return "it loads libraries apart from its own (dlmopen), where they cannot be followed, "
+               "and " +
+               seen.library + " is one of them";
     }
     return "no stream of sound was opened" +
            (seen.library.empty() ? "" : ", though " + seen.library + " is loaded") +

@@ -43,8 +43,26 @@ std::string framesOf(const StreamFacts& stream) {
     const std::uint64_t settled = stream.played + stream.dropped + stream.lost;
     if (stream.written > settled) {
         text += ", " + std::to_string(stream.written - settled) + " not yet played at the end";
+        text += stream.isPaused ? ", in a pause" : "";
     }
     return text;
+}
+
+/// Whether the program has never had anything to be heard on it: reasons for silence, and nothing
+/// to say of a program that was heard.
+bool isWithoutSound(const StreamFacts& stream) {
+    return stream.fate == TQ_STREAM_NOTHING_WRITTEN || stream.fate == TQ_STREAM_NOT_OPENED;
+}
+
+template <class Condition>
+std::vector<std::string> namesWhere(const ProcessState& state, Condition isMeant) {
+    std::vector<std::string> names;
+    for (const auto& [id, stream] : state.streams) {
+        if (isMeant(stream)) {
+            names.push_back(stream.name);
+        }
+    }
+    return names;
 }
 
 }  // namespace
@@ -52,7 +70,7 @@ std::string framesOf(const StreamFacts& stream) {
 std::vector<std::string> unrecordedStreamLines(const ProcessState& state) {
     std::map<std::uint32_t, std::vector<std::string>> namesByFate;
     for (const auto& [id, stream] : state.streams) {
-        if (stream.fate != TQ_STREAM_RECORDED) {
+        if (stream.fate != TQ_STREAM_RECORDED && !isWithoutSound(stream)) {
             namesByFate[stream.fate].push_back(stream.name);
         }
     }
@@ -71,12 +89,31 @@ std::string framesNeverPlayed(const ProcessState& state) {
             return {};
         }
         const std::uint64_t settled = stream.played + stream.dropped + stream.lost;
-        if (stream.fate == TQ_STREAM_RECORDED && stream.written > settled) {
+        if (stream.fate == TQ_STREAM_RECORDED && !stream.isPaused && stream.written > settled) {
             frames += stream.written - settled;
             names.push_back(stream.name);
         }
     }
     return names.empty() ? "" : std::to_string(frames) + " frames of " + listed(names);
+}
+
+std::vector<std::string> silentStreamLines(const ProcessState& state) {
+    std::vector<std::string> lines;
+    const auto add = [&](const std::vector<std::string>& names, const std::string& why) {
+        if (!names.empty()) {
+            lines.push_back(listed(names) + ": " + why);
+        }
+    };
+    add(namesWhere(state, [](const auto& one) { return one.fate == TQ_STREAM_NOT_OPENED; }),
+        "the program could not open it; is the device there and free, does the sound server run?");
+    add(namesWhere(state, [](const auto& one) { return one.fate == TQ_STREAM_NOTHING_WRITTEN; }),
+        "opened, but the program wrote no sound to it");
+    add(namesWhere(state,
+                   [](const auto& one) {
+                       return one.fate == TQ_STREAM_RECORDED && one.isPaused && one.played == 0;
+                   }),
+        "the program paused it before its first sound was heard");
+    return lines;
 }
 
 std::vector<std::string> streamFrameLines(const ProcessState& state) {

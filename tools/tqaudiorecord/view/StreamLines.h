@@ -15,6 +15,10 @@ namespace tqrecorder {
 /// some was.
 [[nodiscard]] std::string framesNeverPlayed(const ProcessState& state);
 
+/// Why streams that might have been heard were not: they could not be opened, nothing was written,
+/// or they were paused. For a process of which nothing was heard.
+[[nodiscard]] std::vector<std::string> silentStreamLines(const ProcessState& state);
+
 /// What became of the frames of those that were, one line each for the first of them.
 [[nodiscard]] std::vector<std::string> streamFrameLines(const ProcessState& state);
 

@@ -169,6 +169,34 @@ TEST_F(DiagnosisTest, TellsOfTheSignalThatEndedTheCommand) {
                 testing::ElementsAre(HasSubstr("signal 11"), HasSubstr("2 audio units created")));
 }
 
+TEST_F(DiagnosisTest, NamesWhatCouldNotBeOpenedAndStreamsWithoutSound) {
+    observer_.processBegan(game_);
+    observer_.stream(game_, {1, "alsa hw:9 (No such device)", TQ_STREAM_NOT_OPENED, true});
+    observer_.stream(game_, {2, "pulse-1 game", TQ_STREAM_NOTHING_WRITTEN, false, 2, 48000});
+    StreamFacts paused{3, "pulse-2 game", TQ_STREAM_RECORDED, false, 2, 48000, 480};
+    paused.isPaused = true;
+    observer_.stream(game_, paused);
+    observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_EQ(whySilent(observer_, "game").at(0),
+              "game: nothing could be recorded; alsa hw:9 (No such device): the program could not "
+              "open it; is the device there and free, does the sound server run?; pulse-1 game: "
+              "opened, but the program wrote no sound to it; pulse-2 game: the program paused it "
+              "before its first sound was heard");
+}
+
+TEST_F(DiagnosisTest, TellsOfLibrariesThatAreLoadedApart) {
+    SeenProcess seen{game_.pid, "game"};
+    seen.isTapped = true;
+    seen.library = "libasound.so.2";
+    seen.loadsApart = true;
+    observer_.seen(seen);
+    observer_.processBegan(game_);
+    observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_THAT(whySilent(observer_, "game").at(0),
+                HasSubstr("apart from its own (dlmopen), where they cannot be followed, and "
+                          "libasound.so.2"));
+}
+
 TEST_F(DiagnosisTest, LeavesLaunchersOutWhereAnotherHasAReason) {
     const Process launcher = process(2, "sh", true);
     observer_.processBegan(launcher);
