@@ -350,11 +350,12 @@ TEST_F(StreamLifeTest, AForkLeavesTheParentsStreamsAloneAndTheChildGoesOnWithIts
     pcm.write(sound.part(0, 9600));
     awaitReport("madeup-1");
     pump(10);
+    pcm.use()->takesAtOnce(5000);
     const pid_t child = fork();
     if (child == 0) {
         // What the parent has opened and written is not in the child's account of it.
         pcm.write(sound.part(9600, 4800));
-        const bool isOwn = pcm.use() && pcm.use()->waiting() == 4800;
+        const bool isOwn = pcm.use() && pcm.use()->waiting() == 4800 && pcm.use()->atOnce() == 5000;
         pcm.open("child's");
         const bool isKnown = static_cast<bool>(pcm.use());
         pcm.write(sound.part(0, 4800));
