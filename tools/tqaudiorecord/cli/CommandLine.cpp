@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "cli/OptionTable.h"
+#include "ipc/ControlText.h"
 #include "output/files/FileFormats.h"
 
 namespace tqrecorder {
@@ -19,9 +20,12 @@ constexpr int kUsageError = 1;
 
 constexpr const char* kUsage =
     "Usage: tqaudiorecord [OPTIONS] [--] COMMAND [ARG...]\n"
-    "       tqaudiorecord guard status|arm|disarm COMMAND\n\n"
+    "       tqaudiorecord guard status|arm|disarm COMMAND\n"
+    "       tqaudiorecord ctl [--pid N] save [SECONDS]|pause|resume|split|stop|\n"
+    "                     status [--json]|duck [DB]|unduck\n\n"
     "Runs COMMAND and records the sound that it plays, until it ends, until --duration, or until\n"
-    "SIGINT or SIGTERM. SIGUSR1 saves a --replay.\n";
+    "SIGINT or SIGTERM. SIGUSR1 saves a --replay, SIGUSR2 pauses and goes on; ctl does the same,\n"
+    "and more, with an answer.\n";
 
 constexpr const char* kFooter =
     "\nExit code: 0, 1 for wrong usage, 2 when the recording failed, else COMMAND's own.\n"
@@ -101,6 +105,9 @@ class Parser {
         }
         if (!marked && !rest.empty() && rest.front() == "guard") {
             return guard(rest);
+        }
+        if (!marked && !rest.empty() && rest.front() == "ctl") {
+            return control(rest);
         }
         if (rest.empty() || rest.front().empty()) {
             return wrong("no COMMAND to record");
@@ -206,6 +213,41 @@ class Parser {
         return result;
     }
 
+    CommandLine control(std::vector<std::string> words) {
+        CommandLine result;
+        result.proceed = true;
+        result.options.action = Options::Action::kControl;
+        if (words.size() > 2 && words[1] == "--pid") {
+            int pid = 0;
+            if (!CLI::detail::lexical_cast(words[2], pid) || pid < 1) {
+                return wrong("ctl --pid wants the process number of a recorder, not " + words[2]);
+            }
+            result.options.controlPid = pid;
+            words.erase(words.begin() + 1, words.begin() + 3);
+        }
+        std::string text = words.size() > 1 ? words[1] : "";
+        const std::string argument = words.size() > 2 ? words[2] : "";
+        const bool takesNumber = text == "save" || text == "duck";
+        const bool isJson = text == "status" && argument == "--json";
+        double number = 0;
+        if (takesNumber && !argument.empty() && !CLI::detail::lexical_cast(argument, number)) {
+            return wrong("ctl " + text + ": a number is wanted, not " + argument);
+        }
+        if (!argument.empty() && (takesNumber || isJson)) {
+            text += isJson ? " json" : " " + numberText(number);
+        }
+        const auto command = commandFromText(text);
+        using Kind = ControlCommand::Kind;
+        if (!command || command->kind == Kind::kTogglePause || command->kind == Kind::kFiles ||
+            words.size() > 3 || (words.size() == 3 && !takesNumber && !isJson)) {
+            return wrong(
+                "ctl wants save [SECONDS], pause, resume, split, stop, status [--json], duck [DB] "
+                "or unduck (a program of that name: -- ctl)");
+        }
+        result.options.control = *command;
+        return result;
+    }
+
     std::string contradiction() const {
         const Options& o = result_;
         const bool toPipe = o.output == "-";
@@ -223,10 +265,8 @@ class Parser {
         if (!o.output.empty() && !toPipe && o.format.empty() && formatOfPath(o.output) == nullptr) {
             return "--output " + o.output + ": no format has that extension (see --list-formats)";
         }
-        if (o.replaySeconds &&
-            (toPipe || !o.tracksFolder.empty() || !o.pictureFile.empty() || o.maximumFileSeconds)) {
-            return "--replay goes with neither --output -, --tracks, --picture nor "
-                   "--max-file-time";
+        if (o.replaySeconds && (toPipe || !o.pictureFile.empty() || o.maximumFileSeconds)) {
+            return "--replay goes with neither --output -, --picture nor --max-file-time";
         }
         if (o.maximumFileSeconds && toPipe && o.tracksFolder.empty()) {
             return "--max-file-time is for files, and --output - is none";

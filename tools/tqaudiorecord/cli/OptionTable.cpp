@@ -104,12 +104,20 @@ constexpr std::array kTable{
         .name = "replay",
         .valueName = "SECONDS",
         .target = &Options::replaySeconds,
-        .brief = "Keep only the last SECONDS, in memory; SIGUSR1 saves them",
-        .manual = "Keep only the last *SECONDS* of the mix, in memory. SIGUSR1 saves what was not "
-                  "saved before to the next free number: out-001.wav and so on. The end of the "
-                  "recording saves nothing.",
+        .brief = "Keep only the last SECONDS, in memory; ctl save and SIGUSR1 save them",
+        .manual = "Keep only the last *SECONDS* of the mix, and with **--tracks** of each track, "
+                  "in memory. **ctl save** and SIGUSR1 save them to the next free number: "
+                  "out-001.wav and so on. The end of the recording saves nothing.",
         .lowest = 0.1,
         .highest = kLongestReplaySeconds,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "no-overlap",
+        .target = ClearsField{&Options::replayOverlaps},
+        .brief = "A save of the replay has only what was not saved before",
+        .manual = "A save of the replay has only what was not saved before.",
+        .needs = "replay",
     },
     OptionEntry{
         .group = kEnding,

@@ -168,9 +168,11 @@ bool Outputs::open(std::string& error) {
         const bool raw = format != nullptr && format->container == 0;
         add(std::make_unique<PipeSink>(
             standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
-    } else if (!o.output.empty() && o.replaySeconds) {
-        auto sink = std::make_unique<ReplaySink>(FileSeries::Plan{o.output, format, {}, false},
-                                                 *o.replaySeconds, names_);
+    } else if (o.replaySeconds) {
+        auto sink = std::make_unique<ReplaySink>(
+            ReplaySink::Plan{
+                {o.output, format}, o.tracksFolder, *o.replaySeconds, o.replayOverlaps},
+            names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -184,7 +186,7 @@ bool Outputs::open(std::string& error) {
             return false;
         }
     }
-    if (!o.tracksFolder.empty()) {
+    if (!o.tracksFolder.empty() && !o.replaySeconds) {
         auto sink =
             std::make_unique<TracksSink>(o.tracksFolder, o.maximumFileSeconds, names_, o.overwrite);
         tracks = sink.get();
@@ -256,21 +258,26 @@ bool Outputs::hasAnyProcess() const {
     return !observer_->processes().empty();
 }
 
-std::string Outputs::summary(const std::vector<std::string>& silence) const {
+std::vector<WrittenFile> Outputs::files() const {
     std::vector<WrittenFile> files;
     for (const FilesSink* sink : files_) {
         const std::vector<WrittenFile> more = sink->files();
         files.insert(files.end(), more.begin(), more.end());
     }
+    for (WrittenFile& file : files) {
+        file.path = printable(file.path);
+    }
+    return files;
+}
+
+std::string Outputs::summary(const std::vector<std::string>& silence) const {
+    const std::vector<WrittenFile> files = this->files();
     std::vector<std::string> others;
     if (events_ != nullptr && !events_->path().empty()) {
         others.push_back(events_->path());
     }
     if (picture_ != nullptr && picture_->isDrawn()) {
         others.push_back(picture_->path());
-    }
-    for (WrittenFile& file : files) {
-        file.path = printable(file.path);
     }
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
                        printableAll(silence));

@@ -9,6 +9,7 @@
 #include "core/Options.h"
 #include "output/EventsSink.h"
 #include "output/MixSink.h"
+#include "output/PauseTime.h"
 #include "output/PictureSink.h"
 #include "output/SinkSet.h"
 #include "output/files/FileNames.h"
@@ -29,6 +30,12 @@ class Outputs : public SinkSet {
     /// False with one line in `error`.
     [[nodiscard]] bool open(std::string& error);
 
+    /// All but the meter goes on in a pause without what is in it.
+    void block(const Process& process, const Block& block) override;
+    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
+    void event(const Process& process, const Event& event) override;
+    [[nodiscard]] ControlAnswer control(const ControlCommand& command) override;
+
     /// Shows problems as they come up.
     void tick(std::uint64_t elapsedMicroseconds) override;
     void finish() override;
@@ -48,12 +55,20 @@ class Outputs : public SinkSet {
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
     void showProblems();
+    [[nodiscard]] ControlAnswer save(std::optional<double> seconds);
+    [[nodiscard]] ControlAnswer split();
+    [[nodiscard]] ControlAnswer setPaused(bool isPaused);
+    [[nodiscard]] std::vector<WrittenFile> files() const;
+    /// Tells the user who looks on, and gives the answer for the one who asked.
+    [[nodiscard]] ControlAnswer told(const std::string& what,
+                                     const std::vector<WrittenFile>& files) const;
 
     const Options& options_;
     Screen& screen_;
     int standardOutput_;
     std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
     Observer* observer_ = nullptr;
+    PauseTime pauses_;
     std::vector<FilesSink*> files_;
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;

@@ -13,6 +13,7 @@
 #include "cli/CommandLine.h"
 #include "cli/DefaultOutput.h"
 #include "cli/Outputs.h"
+#include "session/ControlClient.h"
 #include "session/GuardCommand.h"
 #include "session/RecordingSession.h"
 #include "view/Diagnosis.h"
@@ -35,6 +36,13 @@ int tendGuard(const Options& options, Screen& screen) {
     }
     std::printf("%s\n", report.text().c_str());
     return 0;
+}
+
+int control(const Options& options) {
+    const ControlAnswer answer = controlRecorder(options.controlPid, options.control);
+    std::fputs(((answer.isDone ? "" : "tqaudiorecord: ") + answer.text).c_str(),
+               answer.isDone ? stdout : stderr);
+    return answer.isDone ? 0 : kFailure;
 }
 
 /// Why the recording is silent; empty when it is not.
@@ -125,8 +133,17 @@ int main(int argc, char** argv) {
             }
             return line.exitCode;
         }
-        return line.options.action == Options::Action::kRecord ? record(line.options, screen)
-                                                               : tendGuard(line.options, screen);
+        switch (line.options.action) {
+            case Options::Action::kRecord:
+                return record(line.options, screen);
+            case Options::Action::kControl:
+                return control(line.options);
+            case Options::Action::kGuardStatus:
+            case Options::Action::kGuardArm:
+            case Options::Action::kGuardDisarm:
+                break;
+        }
+        return tendGuard(line.options, screen);
     } catch (const std::exception& problem) {
         complain(screen, problem.what());
         return kFailure;

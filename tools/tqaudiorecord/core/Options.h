@@ -5,15 +5,21 @@
 #include <string>
 #include <vector>
 
+#include "core/Control.h"
+
 namespace tqrecorder {
 
 /// What the user asked for. Numbers are in their range and options do not contradict each other;
 /// whether files can be read and written is not known yet. The values here are the defaults.
 struct Options {
-    enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm };
+    enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm, kControl };
 
     Action action = Action::kRecord;
-    std::vector<std::string> command;  ///< with its arguments; never empty
+    std::vector<std::string> command;  ///< with its arguments; empty for kControl only
+
+    // What a running recorder is asked for.
+    std::optional<int> controlPid;
+    ControlCommand control;
 
     // What is written.
     std::string output;           ///< the mix; "-" is standard output; empty for none
@@ -25,6 +31,7 @@ struct Options {
     std::string pictureFile;
     std::optional<double> maximumFileSeconds;  ///< a new file follows
     std::optional<double> replaySeconds;       ///< keep only that much, in memory
+    bool replayOverlaps = true;                ///< a save has what was saved before as well
 
     // When it ends.
     std::optional<double> durationSeconds;

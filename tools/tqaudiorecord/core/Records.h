@@ -53,6 +53,7 @@ struct Event {
     std::uint64_t category = 0;
     std::uint64_t code = 0;
     std::string message;
+    std::uint64_t paused = 0;  ///< microseconds before it that are not in the recording
 };
 
 /// A line of the library's log.

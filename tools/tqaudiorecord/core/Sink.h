@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "core/Control.h"
 #include "core/Records.h"
 
 namespace tqrecorder {
@@ -31,8 +32,10 @@ class Sink {
     virtual void processEnded(const Process&, const HostFacts&) {}
     /// About ten times a second, whatever else happens: refresh headers, redraw.
     virtual void tick(std::uint64_t /*elapsedMicroseconds*/) {}
-    /// The user asked to save what is kept in memory.
-    virtual void save() {}
+    /// The user asked for something while it runs.
+    [[nodiscard]] virtual ControlAnswer control(const ControlCommand&) {
+        return {false, "nothing here can do that\n"};
+    }
     /// The recording is over; files are to be whole after this. Called once.
     virtual void finish() {}
     /// Why the recording should end now, for example because the reader of the standard output has

@@ -1,5 +1,7 @@
 #include "inject/Tap.h"
 
+#include <cmath>
+
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -218,7 +220,7 @@ bool Tap::waitForEnd(int milliseconds) {
 
 void Tap::runRecording() {
     bool isPopulating = true;
-    const bool follows = settings_.duck;
+    bool follows = settings_.duck;
     for (int turn = 0;; ++turn) {
         const int wait = follows ? kFollowMilliseconds : kPublishMilliseconds;
         if (waitForEnd(isPopulating ? 1 : wait)) {
@@ -234,8 +236,10 @@ void Tap::runRecording() {
             collect();
             (void)tq_capture_settle();
         }
+        const float order = memory_->page().duckOrder.load(std::memory_order_relaxed);
+        follows = follows || !std::isnan(order);
         if (follows) {
-            volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed));
+            volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed), order);
         }
         if (turn % (kPublishMilliseconds / wait) == 0) {
             publish();

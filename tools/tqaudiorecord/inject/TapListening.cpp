@@ -78,7 +78,8 @@ void Tap::watch() {
 /// Levels that are set before a stream begins count from its first frame.
 void Tap::setVolume() {
     if (volume_.begin(settings_)) {
-        volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed));
+        volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed),
+                       memory_->page().duckOrder.load(std::memory_order_relaxed));
     } else {
         tq_event refused{};
         refused.category = TQ_EVENT_PROCESSING;

@@ -1,6 +1,7 @@
 #include "inject/VolumeControl.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace tqrecorder {
 namespace {
@@ -9,6 +10,9 @@ namespace {
 constexpr float kShortest = 0.001F;
 /// Loud enough for any threshold.
 constexpr float kFullScale = 0;
+constexpr float kSilence = -1000;
+/// dB.
+constexpr float kLeastGain = -96;
 
 }  // namespace
 
@@ -16,7 +20,22 @@ VolumeControl::~VolumeControl() {
     end();
 }
 
+bool VolumeControl::startDucking(float decibels) {
+    if (volume_ == nullptr && tq_volume_open(&volume_) != TQ_OK) {
+        return false;
+    }
+    tq_ducking ducking{};
+    ducking.size = sizeof ducking;
+    isDucking_ = tq_ducking_defaults(&ducking) == TQ_OK;
+    ducking.attack_seconds = std::max(settings_.attackSeconds, kShortest);
+    ducking.release_seconds = std::max(settings_.releaseSeconds, kShortest);
+    ducking.target_gain_db = decibels;
+    isDucking_ = isDucking_ && tq_volume_set_ducking(volume_, &ducking) == TQ_OK;
+    return isDucking_;
+}
+
 bool VolumeControl::begin(const TapSettings& settings) {
+    settings_ = settings;
     if (!settings.duck && !settings.compress) {
         return true;
     }
@@ -26,14 +45,7 @@ bool VolumeControl::begin(const TapSettings& settings) {
     duckAlways_ = settings.duckAlways;
     bool done = true;
     if (settings.duck) {
-        tq_ducking ducking{};
-        ducking.size = sizeof ducking;
-        isDucking_ = tq_ducking_defaults(&ducking) == TQ_OK;
-        ducking.attack_seconds = std::max(settings.attackSeconds, kShortest);
-        ducking.release_seconds = std::max(settings.releaseSeconds, kShortest);
-        ducking.target_gain_db = settings.duckDecibels;
-        isDucking_ = isDucking_ && tq_volume_set_ducking(volume_, &ducking) == TQ_OK;
-        done = isDucking_;
+        done = startDucking(settings.duckDecibels);
     }
     if (settings.compress) {
         tq_compressor compressor{};
@@ -48,9 +60,16 @@ bool VolumeControl::begin(const TapSettings& settings) {
     return done;
 }
 
-void VolumeControl::follow(float decibels) {
+void VolumeControl::follow(float decibels, float order) {
+    const bool isOrdered = !std::isnan(order);
+    if (isOrdered && order <= 0 && order != order_) {
+        (void)startDucking(std::max(order, kLeastGain));
+    }
+    order_ = order;
     if (isDucking_) {
-        (void)tq_volume_set_ducking_level(volume_, duckAlways_ ? kFullScale : decibels);
+        const bool isAlways = isOrdered ? order <= 0 : duckAlways_;
+        const float level = isOrdered ? kSilence : decibels;
+        (void)tq_volume_set_ducking_level(volume_, isAlways ? kFullScale : level);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -95,6 +96,9 @@ struct SharedPage {
     SharedLeftOut leftOut;
     /// The recorder's: outside level for ducking, dBFS.
     std::atomic<float> duckLevel{-1000};
+    /// The recorder's: ducking that the user asked for meanwhile, in dB up to 0, above 0 for none.
+    /// No number while it is as the options ask.
+    std::atomic<float> duckOrder{std::numeric_limits<float>::quiet_NaN()};
 };
 
 /// Owns a mapping of shared memory.

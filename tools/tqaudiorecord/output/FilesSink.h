@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,11 @@ class FilesSink : public Sink {
   public:
     /// Those written so far, those of the first process first.
     [[nodiscard]] virtual std::vector<WrittenFile> files() const = 0;
+
+    /// Writes what is kept in memory, of that many last seconds. Gives the files.
+    virtual std::vector<WrittenFile> saveLast(std::optional<double> /*seconds*/) { return {}; }
+    /// What follows goes to new files. Gives those that are complete now.
+    virtual std::vector<WrittenFile> split() { return {}; }
 
     void tick(std::uint64_t elapsedMicroseconds) override {
         if (elapsedMicroseconds >= nextRefresh_) {

@@ -70,6 +70,16 @@ void MixSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
     }
 }
 
+std::vector<WrittenFile> MixSink::split() {
+    std::vector<WrittenFile> done;
+    for (auto& [id, stream] : streams_) {
+        if (std::optional<WrittenFile> file = stream.series->split()) {
+            done.push_back(std::move(*file));
+        }
+    }
+    return done;
+}
+
 void MixSink::refresh() {
     for (auto& [id, stream] : streams_) {
         stream.series->refresh();

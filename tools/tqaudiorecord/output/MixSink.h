@@ -22,6 +22,7 @@ class MixSink : public FilesSink {
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
+    std::vector<WrittenFile> split() override;
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override;
     [[nodiscard]] std::vector<WrittenFile> files() const override;

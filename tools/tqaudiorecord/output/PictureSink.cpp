@@ -112,7 +112,8 @@ void PictureSink::event(const Process& /*process*/, const Event& event) {
     if (isRepeated) {
         return;
     }
-    const Mark wanted{event.microseconds, label, !isFailure};
+    const Mark wanted{event.microseconds - std::min(event.microseconds, event.paused), label,
+                      !isFailure};
     if (marks_.size() < kMostMarks) {
         marks_.push_back(wanted);
     } else if (isFailure) {

@@ -2,21 +2,30 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "core/Sink.h"
 #include "output/FilesSink.h"
 #include "output/StreamClock.h"
 #include "output/files/FileNames.h"
 
 namespace tqrecorder {
 
-/// Keeps the last seconds of every process's mix in memory, in room that is taken once, and writes
-/// them to a new numbered file when asked to. What was saved is never saved again, so that one
-/// file goes on where the one before ended. The end of a recording saves nothing by itself.
+/// Keeps the last seconds of every process's mix and tracks in memory, in room that is taken once
+/// for each, and writes them to new numbered files when asked to: the files of one save begin and
+/// end together. The end of a recording saves nothing by itself.
 class ReplaySink : public FilesSink {
   public:
-    ReplaySink(FileSeries::Plan plan, double seconds, std::shared_ptr<ProcessNames> names);
+    struct Plan {
+        FileSeries::Plan mix;      ///< an empty path for none
+        std::string tracksFolder;  ///< empty for none
+        double seconds = 0;
+        bool overlaps = false;  ///< else what was saved is not saved again: files go on
+    };
+    ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names);
 
     /// Sees whether files can be made there. False with a line in problems().
     [[nodiscard]] bool open();
@@ -24,7 +33,7 @@ class ReplaySink : public FilesSink {
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
-    void save() override;
+    std::vector<WrittenFile> saveLast(std::optional<double> seconds) override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
     [[nodiscard]] std::vector<WrittenFile> files() const override { return files_; }
 
@@ -32,26 +41,45 @@ class ReplaySink : public FilesSink {
     void refresh() override {}
 
   private:
+    /// The last of one stream.
     struct Memory {
-        std::vector<std::byte> ring;
+        BlockFormat format;
+        std::string unit;  ///< empty for the mix
+        std::size_t capacity = 0;
+        std::unique_ptr<std::byte[]> ring;
         std::uint64_t written = 0;  // bytes ever
-        std::uint64_t saved = 0;    // up to there
         StreamClock clock;
         bool lost = false;
-        std::string addition;
-        bool ended = false;
+        bool isCurrent = true;
+        std::optional<std::int64_t> savedFrames{};  ///< up to there, since the stream began
 
         void add(std::span<const std::byte> bytes);
         void addSilence(std::uint64_t bytes);
+        [[nodiscard]] std::uint64_t oldest() const {
+            return written > capacity ? written - capacity : 0;
+        }
+        /// Frames since the stream began, at that time; before that, less than 0.
+        [[nodiscard]] double frameAt(double microseconds) const;
     };
+    struct ProcessMemory {
+        std::string addition;
+        std::vector<std::pair<int, Memory>> streams;  // by track, the mix is 0
+        double savedUntil = 0;                        // host time
+        bool ended = false;
+    };
+    [[nodiscard]] Memory& memoryOf(ProcessMemory& process, const Block& block);
     void makeRoom();
-    [[nodiscard]] std::string nextPath(const std::string& addition, unsigned& number) const;
+    void forgetOld(ProcessMemory& process) const;
+    void saveProcess(int id, ProcessMemory& process, std::optional<double> seconds,
+                     std::vector<WrittenFile>& saved);
+    [[nodiscard]] bool write(Memory& memory, std::string path, double from, double to,
+                             WrittenFile& written);
+    [[nodiscard]] std::string pathOf(int track, const Memory& memory,
+                                     const std::string& addition) const;
 
-    FileSeries::Plan plan_;
-    std::size_t capacity_;  // bytes
+    Plan plan_;
     std::shared_ptr<ProcessNames> names_;
-    std::map<int, Memory> memories_;
-    std::map<std::string, unsigned> numbers_;  // the last one used, by addition
+    std::map<int, ProcessMemory> processes_;
     std::vector<WrittenFile> files_;
     std::vector<std::string> problems_;
 };

@@ -63,12 +63,6 @@ void SinkSet::tick(std::uint64_t elapsedMicroseconds) {
     }
 }
 
-void SinkSet::save() {
-    for (const auto& sink : sinks_) {
-        sink->save();
-    }
-}
-
 void SinkSet::finish() {
     for (const auto& sink : sinks_) {
         sink->finish();

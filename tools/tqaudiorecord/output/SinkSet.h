@@ -30,7 +30,6 @@ class SinkSet : public Sink {
     void seen(const SeenProcess& process) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
-    void save() override;
     void finish() override;
     [[nodiscard]] std::string reasonToEnd() const override;
     [[nodiscard]] std::vector<std::string> problems() const override;

@@ -60,6 +60,10 @@ class StreamClock {
     }
 
     [[nodiscard]] std::uint64_t frames() const { return frames_; }
+    /// Host time behind the last frame, in microseconds.
+    [[nodiscard]] double end() const {
+        return origin_ + static_cast<double>(frames_) / rate_ * 1e6;
+    }
     /// Holes that were filled, the one before the first block left out.
     [[nodiscard]] std::uint64_t gaps() const { return gaps_; }
     [[nodiscard]] double gapSeconds() const { return static_cast<double>(gapFrames_) / rate_; }

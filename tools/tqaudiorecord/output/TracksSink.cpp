@@ -147,6 +147,16 @@ void TracksSink::processEnded(const Process& process, const HostFacts& /*facts*/
     }
 }
 
+std::vector<WrittenFile> TracksSink::split() {
+    std::vector<WrittenFile> done;
+    for (auto& [key, track] : tracks_) {
+        if (std::optional<WrittenFile> file = track.series.split()) {
+            done.push_back(std::move(*file));
+        }
+    }
+    return done;
+}
+
 void TracksSink::refresh() {
     for (auto& [key, track] : tracks_) {
         track.series.refresh();

@@ -29,6 +29,7 @@ class TracksSink : public FilesSink {
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
+    std::vector<WrittenFile> split() override;
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
     [[nodiscard]] std::vector<WrittenFile> files() const override;

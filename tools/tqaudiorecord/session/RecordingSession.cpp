@@ -60,6 +60,10 @@ bool RecordingSession::prepare(std::string& error) {
     if (!acceptor_.open(error)) {
         return false;
     }
+    // A recording goes on without.
+    if (std::string problem; !control_.open(problem)) {
+        notes_.add("it cannot be controlled while it runs: " + problem);
+    }
     if (!signals_.open()) {
         error = "signals cannot be received";
         return false;
@@ -133,12 +137,18 @@ void RecordingSession::loop(RecordingResult& result) {
         }
         while (const auto signal = signals_.next()) {
             if (signal->number == SIGUSR1) {
-                sink_.save();
+                (void)sink_.control({ControlCommand::Kind::kSave});
+            } else if (signal->number == SIGUSR2) {
+                (void)sink_.control({ControlCommand::Kind::kTogglePause});
             } else {
                 hostKnows_ = signal->isFromTerminal && options_.endsHost;
                 result.end = End::kSignal;
                 return;
             }
+        }
+        if (takeCommands()) {
+            result.end = End::kSignal;
+            return;
         }
         if (isTimeOver()) {
             result.end = End::kDuration;
@@ -158,7 +168,8 @@ void RecordingSession::loop(RecordingResult& result) {
 void RecordingSession::wait() {
     std::vector<pollfd> list{{acceptor_.descriptor(), POLLIN, 0},
                              {signals_.descriptor(), POLLIN, 0},
-                             {host_.endDescriptor(), POLLIN, 0}};
+                             {host_.endDescriptor(), POLLIN, 0},
+                             {control_.descriptor(), POLLIN, 0}};
     poll(list.data(), list.size(), static_cast<int>(pause().count()));
 }
 
@@ -223,6 +234,7 @@ void RecordingSession::takeConnection(Connection connection) {
         return;
     }
     lastId_ += isNew ? 1 : 0;
+    (*known)->setDuckOrder(duckOrder_);
     if (isRestartFailed) {
         notes_.add(name + ": its crash guard was armed just now; it can be recorded from " +
                    "its next launch on");
@@ -300,6 +312,34 @@ void RecordingSession::lookAround() {
     nextLook_ = Clock::now() + lookPause_;
 }
 
+bool RecordingSession::takeCommands() {
+    for (ControlRequest& request : control_.requests()) {
+        if (request.command.kind == ControlCommand::Kind::kStop) {
+            waitForEnd_.push_back(std::move(request.client));
+        } else {
+            ControlServer::answer(request.client, obey(request.command));
+        }
+    }
+    return !waitForEnd_.empty();
+}
+
+ControlAnswer RecordingSession::obey(const ControlCommand& command) {
+    const bool isDucking = command.kind == ControlCommand::Kind::kDuck;
+    if (!isDucking && command.kind != ControlCommand::Kind::kUnduck) {
+        return sink_.control(command);
+    }
+    constexpr double kNone = 1;
+    const double order = isDucking ? command.number.value_or(options_.duckDecibels) : kNone;
+    if (isDucking && !(order >= -96 && order <= 0)) {
+        return {false, "duck wants a number from -96 to 0\n"};
+    }
+    duckOrder_ = static_cast<float>(order);
+    for (const auto& process : processes_) {
+        process->setDuckOrder(duckOrder_);
+    }
+    return {true, isDucking ? "ducked\n" : "not ducked any more\n"};
+}
+
 bool RecordingSession::isTimeOver() const {
     return options_.durationSeconds && Clock::now() - firstConnection_.value_or(began_) >=
                                            std::chrono::duration<double>(*options_.durationSeconds);
@@ -325,6 +365,10 @@ void RecordingSession::finish(RecordingResult& result) {
     sink_.tick(elapsedMicroseconds());
     // Before the host is waited for: the files are whole even if the user kills the recorder then.
     sink_.finish();
+    for (const tqcommon::Descriptor& client : waitForEnd_) {
+        ControlServer::answer(client, sink_.control({ControlCommand::Kind::kFiles}));
+    }
+    waitForEnd_.clear();
     if (!result.hostExitCode && options_.endsHost) {
         endHost();
     }
@@ -348,7 +392,7 @@ void RecordingSession::endHost() {
         while (!host_.isOver() && Clock::now() < deadline) {
             wait();
             const auto signal = signals_.next();
-            if (signal && signal->number != SIGUSR1) {
+            if (signal && signal->number != SIGUSR1 && signal->number != SIGUSR2) {
                 return false;
             }
         }

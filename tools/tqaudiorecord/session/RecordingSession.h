@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 #include "core/Options.h"
 #include "core/Sink.h"
 #include "session/Acceptor.h"
+#include "session/ControlServer.h"
 #include "session/DuckSource.h"
 #include "session/HostLook.h"
 #include "session/Launch.h"
@@ -73,6 +75,9 @@ class RecordingSession {
     void tick();
     void lookAround();
     [[nodiscard]] bool isTimeOver() const;
+    /// True when one of the commands that have come ends the recording.
+    [[nodiscard]] bool takeCommands();
+    [[nodiscard]] ControlAnswer obey(const ControlCommand& command);
     void finish(RecordingResult& result);
     void endHost();
     [[nodiscard]] std::uint64_t elapsedMicroseconds() const;
@@ -84,6 +89,9 @@ class RecordingSession {
     HostProgram program_;
     std::unique_ptr<DuckSource> duckSource_;
     Acceptor acceptor_;
+    ControlServer control_;
+    std::vector<tqcommon::Descriptor> waitForEnd_;  ///< clients that asked for the end
+    float duckOrder_ = std::numeric_limits<float>::quiet_NaN();
     SignalGate signals_;
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;

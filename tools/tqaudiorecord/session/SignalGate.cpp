@@ -8,7 +8,7 @@ namespace tqrecorder {
 bool SignalGate::open() {
     sigset_t wanted;
     sigemptyset(&wanted);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2}) {
         struct sigaction action {};
         if (sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
             sigaddset(&wanted, number);

@@ -381,4 +381,10 @@ void TappedProcess::setDuckLevel(float decibels) {
     }
 }
 
+void TappedProcess::setDuckOrder(float order) {
+    if (!isCorrupt_) {
+        memory_.page().duckOrder.store(order, std::memory_order_relaxed);
+    }
+}
+
 }  // namespace tqrecorder

@@ -43,6 +43,8 @@ class TappedProcess {
     [[nodiscard]] HostFacts facts() const;
     /// The level in dBFS that ducking is to follow.
     void setDuckLevel(float decibels);
+    /// Ducking as the user asks for it meanwhile, see SharedPage::duckOrder.
+    void setDuckOrder(float order);
 
   private:
     using Deadline = std::chrono::steady_clock::time_point;

@@ -53,6 +53,23 @@ std::string eventLines(const ProcessState& state) {
 
 }  // namespace
 
+std::string sourceLine(int track, const SourceState& source) {
+    return (track == 0 ? "  mix" : "  track " + std::to_string(track) + " (" + source.unit + ")") +
+           ": " + textOf(source.format) + ", " + length(source) + ", " + levels(source);
+}
+
+std::string fileLine(const WrittenFile& file) {
+    return file.path + " (" + file.text + ", " + secondsText(file.seconds) + ")";
+}
+
+std::string fileLines(const std::vector<WrittenFile>& files) {
+    std::string text;
+    for (const WrittenFile& file : files) {
+        text += fileLine(file) + "\n";
+    }
+    return text;
+}
+
 std::string summaryText(const Observer& observer, const std::vector<WrittenFile>& files,
                         const std::vector<std::string>& otherFiles,
                         const std::vector<std::string>& problems,
@@ -62,10 +79,7 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         text += "Recorded: " + state.process.name + " (" + std::to_string(state.process.pid) + ")";
         text += state.sources.empty() ? ": nothing\n" : "\n";
         for (const auto& [track, source] : state.sources) {
-            text += track == 0 ? "  mix"
-                               : "  track " + std::to_string(track) + " (" + source.unit + ")";
-            text +=
-                ": " + textOf(source.format) + ", " + length(source) + ", " + levels(source) + "\n";
+            text += sourceLine(track, source) + "\n";
         }
         text += "  " + counted(state.eventCount(), "event") + ", " + counted(state.gaps(), "gap") +
                 " filled with silence";
@@ -99,7 +113,7 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         text += "Files:\n";
     }
     for (const WrittenFile& file : files) {
-        text += "  " + file.path + " (" + file.text + ", " + secondsText(file.seconds) + ")\n";
+        text += "  " + fileLine(file) + "\n";
     }
     for (const std::string& path : otherFiles) {
         text += "  " + path + "\n";

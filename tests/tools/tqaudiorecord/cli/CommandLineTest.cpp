@@ -108,6 +108,20 @@ TEST(CommandLineTest, GuardCommandsNameOneProgram) {
     EXPECT_FALSE(parse({"guard", "arm", "a", "b"}).proceed);
 }
 
+TEST(CommandLineTest, CommandsForARunningRecorderNameNoProgram) {
+    using Kind = ControlCommand::Kind;
+    const Options save = parse({"ctl", "--pid", "12", "save", "2.5"}).options;
+    EXPECT_EQ(save.action, Options::Action::kControl);
+    EXPECT_EQ(save.controlPid, 12);
+    EXPECT_EQ(save.control.kind, Kind::kSave);
+    EXPECT_EQ(save.control.number, 2.5);
+    EXPECT_TRUE(parse({"ctl", "status", "--json"}).options.control.asJson);
+    EXPECT_EQ(parse({"ctl", "duck", "-12"}).options.control.number, -12);
+    EXPECT_EQ(parse({"ctl", "duck"}).options.control.number, std::nullopt);
+    EXPECT_EQ(parse({"ctl", "unduck"}).options.control.kind, Kind::kUnduck);
+    EXPECT_THAT(parse({"--", "ctl", "stop"}).options.command, ElementsAre("ctl", "stop"));
+}
+
 TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
         {{}, "no COMMAND"},
@@ -138,7 +152,14 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         {{"--format", "wav", "--tracks", "t", "game"}, "--output, which is missing"},
         {{"-o", "-", "--format", "flac", "game"}, "wav or raw"},
         {{"--replay", "5", "-o", "-", "game"}, "--replay goes with neither"},
-        {{"--replay", "5", "-o", "a.wav", "--tracks", "t", "game"}, "--replay goes with neither"},
+        {{"--replay", "5", "-o", "a.wav", "--picture", "p", "game"}, "--replay goes with neither"},
+        {{"--no-overlap", "game"}, "--replay"},
+        {{"ctl"}, "ctl wants save"},
+        {{"ctl", "save", "soon"}, "a number is wanted, not soon"},
+        {{"ctl", "pause", "5"}, "ctl wants save"},
+        {{"ctl", "save", "5", "6"}, "ctl wants save"},
+        {{"ctl", "toggle"}, "ctl wants save"},
+        {{"ctl", "--pid", "x", "stop"}, "--pid wants"},
         {{"--max-file-time", "5", "-o", "-", "game"}, "--max-file-time is for files"},
         {{"-o", "a.wav", "--events", "./a.wav", "game"}, "name the same file"},
         {{"-o", "a.wav", "-o", "b.wav", "game"}, "--output"},

@@ -12,9 +12,12 @@ namespace {
 
 class ReplaySinkTest : public SinkFixture {
   protected:
-    std::unique_ptr<ReplaySink> replaySink(double seconds) {
+    std::unique_ptr<ReplaySink> replaySink(double seconds, bool overlaps = false,
+                                           const std::string& tracks = {}) {
         auto sink = std::make_unique<ReplaySink>(
-            FileSeries::Plan{folder_.file("replay.wav"), formatNamed("wav"), {}}, seconds, names_);
+            ReplaySink::Plan{
+                {folder_.file("replay.wav"), formatNamed("wav")}, tracks, seconds, overlaps},
+            names_);
         EXPECT_TRUE(sink->open());
         return sink;
     }
@@ -24,7 +27,7 @@ TEST_F(ReplaySinkTest, AReplayHoldsTheLastSeconds) {
     auto sink = replaySink(0.5);
     play(*sink, game_, 0, 100'000);
     EXPECT_TRUE(folder_.names().empty());
-    sink->save();
+    (void)sink->saveLast({});
     const RecordedFile recorded(folder_.file("replay-001.wav"));
     ASSERT_EQ(recorded.frames(), 22050U);
     for (std::size_t index = 0; index < 22050; ++index) {
@@ -37,7 +40,7 @@ TEST_F(ReplaySinkTest, SavesFollowEachOtherWithoutOverlapAndGap) {
     std::size_t expected = 0;
     for (const std::size_t end : {10'000U, 30'000U, 30'001U, 95'000U}) {
         play(*sink, game_, expected, end);
-        sink->save();
+        (void)sink->saveLast({});
         const RecordedFile recorded(sink->files().back().path);
         ASSERT_EQ(recorded.frames(), end - expected);
         for (std::size_t index = 0; index < recorded.frames(); ++index, ++expected) {
@@ -45,7 +48,7 @@ TEST_F(ReplaySinkTest, SavesFollowEachOtherWithoutOverlapAndGap) {
         }
     }
     // Nothing new, nothing saved; nor does the end save.
-    sink->save();
+    (void)sink->saveLast({});
     sink->finish();
     EXPECT_EQ(folder_.names(), (std::vector<std::string>{"replay-001.wav", "replay-002.wav",
                                                          "replay-003.wav", "replay-004.wav"}));
@@ -55,7 +58,7 @@ TEST_F(ReplaySinkTest, AReplayKeepsThoseOfEarlierRecordings) {
     std::ofstream(folder_.file("replay-001.wav")) << "precious";
     auto sink = replaySink(1);
     play(*sink, game_, 0, 470);
-    sink->save();
+    (void)sink->saveLast({});
     EXPECT_EQ(contentOf(folder_.file("replay-001.wav")), "precious");
     EXPECT_EQ(RecordedFile(folder_.file("replay-002.wav")).frames(), 470U);
 }
@@ -64,23 +67,58 @@ TEST_F(ReplaySinkTest, AReplayKeepsItsTimeOverAPauseLongerThanItself) {
     auto sink = replaySink(0.5);
     play(*sink, game_, 0, 44'100);
     play(*sink, game_, 44'100 * 5, 44'100 * 5 + 4700);
-    sink->save();
+    (void)sink->saveLast({});
     const RecordedFile recorded(folder_.file("replay-001.wav"));
     ASSERT_EQ(recorded.frames(), 22050U);
     EXPECT_EQ(recorded.numberAt(22050 - 4702), 0);
     EXPECT_NE(recorded.numberAt(22050 - 4699), 0);
 }
 
+TEST_F(ReplaySinkTest, PressingTwiceGivesTwoFullClipsOfAnyLength) {
+    auto sink = replaySink(0.5, true);
+    play(*sink, game_, 0, 100'000);
+    ASSERT_EQ(sink->saveLast({}).size(), 1U);
+    play(*sink, game_, 100'000, 100'470);
+    ASSERT_EQ(sink->saveLast({}).size(), 1U);
+    ASSERT_EQ(sink->saveLast(0.1).size(), 1U);
+    ASSERT_EQ(sink->saveLast(60).size(), 1U);
+    const std::vector<std::size_t> lengths{22'050, 22'050, 4'410, 22'050};
+    for (std::size_t clip = 0; clip < lengths.size(); ++clip) {
+        const RecordedFile recorded(sink->files().at(clip).path);
+        ASSERT_EQ(recorded.frames(), lengths[clip]);
+        const std::size_t last = clip == 0 ? 99'999 : 100'469;
+        EXPECT_EQ(recorded.numberAt(lengths[clip] - 1), static_cast<int>(last % 30000 + 1));
+    }
+}
+
+TEST_F(ReplaySinkTest, TracksAreSavedBesideTheMixAndLieOnItsTime) {
+    auto sink = replaySink(1, true, folder_.file("tracks"));
+    const BlockFormat music{48000, 2, 32, true};
+    play(*sink, game_, 0, 44'100);
+    // From half a second to three quarters.
+    for (std::size_t frame = 24'000; frame < 36'000; frame += 480) {
+        const auto bytes = tone<float>(480, music, 480, frame);
+        sink->block(game_, {1, "music", music, at(frame, 48000), bytes});
+    }
+    ASSERT_EQ(sink->saveLast({}).size(), 2U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 44'100U);
+    const RecordedFile track(folder_.file("tracks/track-1-music-001.wav"));
+    ASSERT_NEAR(static_cast<double>(track.frames()), 48'000, 1);
+    EXPECT_LT(track.amplitude(480, 0, 0.49), 1e-4);
+    EXPECT_NEAR(track.amplitude(480, 0.51, 0.74), 0.5, 0.01);
+    EXPECT_LT(track.amplitude(480, 0.76, 1), 1e-4);
+}
+
 TEST_F(ReplaySinkTest, AReplayThatCannotBeSavedIsKept) {
     std::filesystem::create_directory(folder_.file("in"));
-    ReplaySink sink({folder_.file("in/replay.wav"), formatNamed("wav"), {}}, 1, names_);
+    ReplaySink sink({{folder_.file("in/replay.wav"), formatNamed("wav")}, {}, 1, false}, names_);
     ASSERT_TRUE(sink.open());
     play(sink, game_, 0, 4700);
     std::filesystem::rename(folder_.file("in"), folder_.file("away"));
-    sink.save();
+    (void)sink.saveLast({});
     ASSERT_EQ(sink.problems().size(), 1U);
     std::filesystem::rename(folder_.file("away"), folder_.file("in"));
-    sink.save();
+    (void)sink.saveLast({});
     ASSERT_EQ(sink.files().size(), 1U);
     EXPECT_EQ(RecordedFile(sink.files()[0].path).frames(), 4700U);
 }

@@ -118,7 +118,10 @@ class RememberingSink : public tqrecorder::Sink {
         processes[process.id].ended = true;
     }
     void tick(std::uint64_t /*elapsed*/) override { ++ticks; }
-    void save() override { ++saves; }
+    tqrecorder::ControlAnswer control(const tqrecorder::ControlCommand& command) override {
+        saves += command.kind == tqrecorder::ControlCommand::Kind::kSave ? 1 : 0;
+        return {true, {}};
+    }
     void finish() override { ++finishes; }
     [[nodiscard]] std::string reasonToEnd() const override { return end; }
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
+#include <filesystem>
 #include <utility>
 
 #include "output/files/FileNames.h"
@@ -38,9 +39,7 @@ FileSeries::FileSeries(Plan plan, const BlockFormat& format)
 }
 
 bool FileSeries::open() {
-    part_ = std::make_unique<PartFile>(
-        maximumFrames_ == 0 ? plan_.path : withAddition(plan_.path, numberAddition(++number_)),
-        plan_.mayReplace);
+    part_ = std::make_unique<PartFile>(nextPath(), plan_.mayReplace);
     std::string error = part_->problem();
     if (error.empty()) {
         file_ =
@@ -124,6 +123,30 @@ void FileSeries::writeConverted(std::span<const std::byte> frames) {
             closeFile();
         }
     }
+}
+
+std::string FileSeries::nextPath() {
+    if (maximumFrames_ == 0 && number_ == 0) {
+        return plan_.path;
+    }
+    std::string path;
+    do {
+        path = withAddition(plan_.path, numberAddition(++number_));
+    } while (!plan_.mayReplace && std::filesystem::exists(path));
+    return path;
+}
+
+std::optional<WrittenFile> FileSeries::split() {
+    if (file_ == nullptr || file_->frames() == 0) {
+        return std::nullopt;
+    }
+    const std::size_t before = files_.size();
+    closeFile();
+    number_ = std::max(number_, 1U);
+    if (files_.size() > before) {
+        return files_.back();
+    }
+    return silent_.empty() ? std::nullopt : std::optional(silent_.back().file);
 }
 
 void FileSeries::refresh() {

@@ -48,6 +48,9 @@ class FileSeries {
     /// Adds to problems(); the series goes on.
     void complain(const std::string& problem) { problems_.push_back(problem); }
     void refresh();
+    /// What follows goes to a new file with the next number, from 2 on for the first. Gives the one
+    /// that is complete now; nothing without a frame in it.
+    [[nodiscard]] std::optional<WrittenFile> split();
     void finish();
 
     /// As it was asked for.
@@ -61,6 +64,7 @@ class FileSeries {
   private:
     void writeConverted(std::span<const std::byte> frames);
     void closeFile();
+    [[nodiscard]] std::string nextPath();
     void listen(std::span<const std::byte> frames);
     void takeName(PartFile& part);
     [[nodiscard]] WrittenFile written(const SoundFile& file) const;

@@ -1,0 +1,135 @@
+// A recording that is controlled while it runs.
+
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+
+#include "RecorderFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+class RecorderControlTest : public RecorderTest {
+  protected:
+    [[nodiscard]] ProgramSetup reachable(ProgramSetup setup) const {
+        setup.environment["XDG_RUNTIME_DIR"] = folder_.path();
+        return setup;
+    }
+    [[nodiscard]] ProgramEnd ctl(std::vector<std::string> words) const {
+        words.insert(words.begin(), "ctl");
+        return tqtest::runProgram(reachable(setup(std::move(words), {})));
+    }
+    [[nodiscard]] bool hasPlayed(double seconds) const {
+        const ProgramEnd end = ctl({"status", "--json"});
+        if (end.code != 0) {
+            return false;
+        }
+        const auto status = nlohmann::json::parse(end.output);
+        return !status["sources"].empty() && status["sources"][0]["seconds"] > seconds;
+    }
+    const std::string path_ = folder_.file("out.wav");
+};
+
+TEST_F(RecorderControlTest, ASaveSaysItsFilesAndTwoAreBothWhole) {
+    Program program(reachable(
+        setup({"-o", path_, "--replay", "1", "--tracks", folder_.file("tracks")}, game("30"))));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(1.5); }));
+    const ProgramEnd first = ctl({"save"});
+    EXPECT_EQ(first.code, 0) << first.errors;
+    EXPECT_THAT(first.output, testing::StartsWith(folder_.file("out-001.wav") +
+                                                  " (44100 Hz, 16-bit integer, stereo, 1.00 s)\n"));
+    EXPECT_THAT(first.output, HasSubstr(folder_.file("tracks/track-")));
+    EXPECT_EQ(ctl({"save", "0.5"}).code, 0);
+    EXPECT_EQ(ctl({"save"}).code, 0);
+    EXPECT_EQ(RecordedFile(folder_.file("out-001.wav")).frames(), 44'100U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-002.wav")).frames(), 22'050U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-003.wav")).frames(), 44'100U);
+    EXPECT_THAT(program.errors(),
+                HasSubstr("tqaudiorecord: saved " + folder_.file("out-001.wav") + " ("));
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait().code, 0);
+}
+
+TEST_F(RecorderControlTest, APauseIsNotInTheFilesAndNoHole) {
+    Program program(reachable(setup({"-o", path_}, game("30"))));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(1); }));
+    ASSERT_EQ(ctl({"pause"}).output.substr(0, 7), "paused\n");
+    EXPECT_EQ(ctl({"pause"}).code, 2);
+    std::this_thread::sleep_for(std::chrono::milliseconds{300});
+    const auto frames = [&] { return RecordedFile(path_).frames(); };
+    std::this_thread::sleep_for(std::chrono::milliseconds{700});
+    const std::size_t before = frames();
+    std::this_thread::sleep_for(std::chrono::milliseconds{1500});
+    EXPECT_EQ(frames(), before);
+    EXPECT_THAT(ctl({"status"}).output, HasSubstr("  paused\n"));
+    program.signal(SIGUSR2);
+    ASSERT_TRUE(eventually([&] { return frames() > before + 44'100; }));
+    const ProgramEnd stop = ctl({"stop"});
+    EXPECT_EQ(stop.code, 0) << stop.errors;
+    EXPECT_THAT(stop.output, testing::StartsWith(path_ + " (44100 Hz"));
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0);
+    EXPECT_THAT(end.errors, HasSubstr(", 0 gaps filled with silence"));
+    EXPECT_THAT(end.errors, HasSubstr("tqaudiorecord: the recording goes on\n"));
+}
+
+TEST_F(RecorderControlTest, ASplitGoesOnInTheNextFileWithoutAFrameLost) {
+    Program program(
+        reachable(setup({"-q", "-o", path_, "--tracks", folder_.file("tracks")}, game("30"))));
+    EXPECT_EQ(ctl({"split"}).code, 2);
+    ASSERT_TRUE(eventually([&] { return hasPlayed(1); }));
+    const ProgramEnd split = ctl({"split"});
+    EXPECT_EQ(split.code, 0) << split.errors;
+    EXPECT_THAT(split.output, testing::StartsWith(path_ + " ("));
+    EXPECT_THAT(split.output, HasSubstr(folder_.file("tracks/track-")));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(2); }));
+    const ProgramEnd stop = ctl({"--pid", std::to_string(program.pid()), "stop"});
+    EXPECT_THAT(stop.output, HasSubstr(folder_.file("out-002.wav") + " ("));
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_GT(RecordedFile(path_).frames(), 40'000U);
+    EXPECT_GT(RecordedFile(folder_.file("out-002.wav")).frames(), 30'000U);
+}
+
+TEST_F(RecorderControlTest, DuckingComesAndGoes) {
+    const auto level = [&](double from) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.file("tracks"))) {
+            return RecordedFile(entry.path()).amplitude(700, from, from + 0.5);
+        }
+        return 0.0;
+    };
+    Program program(
+        reachable(setup({"-q", "--tracks", folder_.file("tracks")}, {TQ_TONE_HOST, "tone", "30"})));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(1); }));
+    EXPECT_EQ(ctl({"duck", "3"}).code, 2);
+    EXPECT_EQ(ctl({"duck", "-40"}).output, "ducked\n");
+    ASSERT_TRUE(eventually([&] { return hasPlayed(3.5); }));
+    EXPECT_EQ(ctl({"unduck"}).output, "not ducked any more\n");
+    ASSERT_TRUE(eventually([&] { return hasPlayed(7); }));
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_NEAR(level(0.2), 0.5, 0.05);
+    EXPECT_LT(level(2.8), 0.05);
+    EXPECT_NEAR(level(6.2), 0.5, 0.05);
+}
+
+TEST_F(RecorderControlTest, OnlyTheUserReachesItAndIsToldWhereNobodyIs) {
+    EXPECT_THAT(ctl({"status"}).errors, HasSubstr("no recorder is running"));
+    Program first(reachable(setup({"-q", "-o", path_}, game("30"))));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.1); }));
+    struct stat status {};
+    ASSERT_EQ(stat(folder_.file("tqaudiorecord").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0700U);
+    Program second(reachable(setup({"-q", "-o", folder_.file("b.wav")}, game("30"))));
+    ASSERT_TRUE(eventually(
+        [&] { return ctl({"status"}).errors.find("several recorders") != std::string::npos; }));
+    EXPECT_EQ(ctl({"--pid", std::to_string(first.pid()), "save"}).code, 2);
+    first.signal(SIGKILL);
+    (void)first.wait();
+    // What a killed one left is no recorder.
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    EXPECT_EQ(second.wait().code, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(folder_.file("tqaudiorecord")));
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

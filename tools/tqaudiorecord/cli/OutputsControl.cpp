@@ -1,0 +1,142 @@
+// What a user asks of the outputs while they are written.
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "cli/Outputs.h"
+#include "cli/StatusText.h"
+#include "ipc/Printable.h"
+#include "view/Summary.h"
+
+namespace tqrecorder {
+namespace {
+
+/// As hosts stamp their blocks.
+std::uint64_t hostTime() {
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+}
+
+}  // namespace
+
+void Outputs::block(const Process& process, const Block& block) {
+    if (pauses_.isWithin(block.microseconds)) {
+        return;
+    }
+    Block moved = block;
+    moved.microseconds -= pauses_.before(block.microseconds);
+    SinkSet::block(process, moved);
+}
+
+void Outputs::lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) {
+    if (!pauses_.isPaused()) {
+        SinkSet::lost(process, blocks, bytes);
+    }
+}
+
+void Outputs::event(const Process& process, const Event& event) {
+    Event moved = event;
+    moved.paused = pauses_.before(event.microseconds);
+    SinkSet::event(process, moved);
+}
+
+ControlAnswer Outputs::control(const ControlCommand& command) {
+    using Kind = ControlCommand::Kind;
+    switch (command.kind) {
+        case Kind::kSave:
+            return save(command.number);
+        case Kind::kPause:
+            return setPaused(true);
+        case Kind::kResume:
+            return setPaused(false);
+        case Kind::kTogglePause:
+            return setPaused(!pauses_.isPaused());
+        case Kind::kSplit:
+            return split();
+        case Kind::kFiles:
+            return {true, fileLines(files())};
+        case Kind::kStatus:
+            return {true, statusText(*observer_, files(), pauses_.isPaused(), command.asJson)};
+        case Kind::kStop:
+        case Kind::kDuck:
+        case Kind::kUnduck:
+            break;
+    }
+    return SinkSet::control(command);
+}
+
+ControlAnswer Outputs::told(const std::string& what, const std::vector<WrittenFile>& files) const {
+    std::string text;
+    for (const WrittenFile& file : files) {
+        const std::string line = fileLine(file);
+        text += line + "\n";
+        if (!options_.quiet) {
+            screen_.line("tqaudiorecord: " + what + " " + line);
+        }
+    }
+    return {true, text};
+}
+
+ControlAnswer Outputs::save(std::optional<double> seconds) {
+    if (!options_.replaySeconds) {
+        return {false, "nothing is kept to be saved: start the recording with --replay\n"};
+    }
+    if (seconds && !(*seconds > 0)) {
+        return {false, "save wants more than 0 seconds\n"};
+    }
+    const std::size_t before = problems().size();
+    std::vector<WrittenFile> saved;
+    for (FilesSink* sink : files_) {
+        std::vector<WrittenFile> more = sink->saveLast(seconds);
+        std::move(more.begin(), more.end(), std::back_inserter(saved));
+    }
+    const std::vector<std::string> all = problems();
+    if (all.size() > before) {
+        return {false, printable(all.back()) + "\n"};
+    }
+    if (saved.empty()) {
+        if (!options_.quiet) {
+            screen_.line("tqaudiorecord: there is nothing to save yet");
+        }
+        return {false, "there is nothing to save yet\n"};
+    }
+    for (WrittenFile& file : saved) {
+        file.path = printable(file.path);
+    }
+    return told("saved", saved);
+}
+
+ControlAnswer Outputs::split() {
+    std::vector<WrittenFile> done;
+    for (FilesSink* sink : files_) {
+        std::vector<WrittenFile> more = sink->split();
+        std::move(more.begin(), more.end(), std::back_inserter(done));
+    }
+    if (done.empty()) {
+        return {false, "no file has any sound yet that could end here\n"};
+    }
+    for (WrittenFile& file : done) {
+        file.path = printable(file.path);
+    }
+    return told("complete:", done);
+}
+
+ControlAnswer Outputs::setPaused(bool isPaused) {
+    if (isPaused == pauses_.isPaused()) {
+        return {false, isPaused ? "it is paused already\n" : "it is not paused\n"};
+    }
+    if (isPaused) {
+        pauses_.pause(hostTime());
+    } else {
+        pauses_.resume(hostTime());
+    }
+    const std::string text = isPaused ? "paused" : "the recording goes on";
+    if (!options_.quiet) {
+        screen_.line("tqaudiorecord: " + text);
+    }
+    return {true, text + "\n" + fileLines(files())};
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "output/files/FileSeries.h"
+#include "view/Observer.h"
+
+namespace tqrecorder {
+
+/// How a running recording stands, in lines for people or as one JSON object: elapsed_seconds,
+/// paused, sources (process, pid, track, name, seconds, peak_dbfs; the mix is track 0, silence has
+/// no peak), lost_blocks, files (path, seconds).
+[[nodiscard]] std::string statusText(const Observer& observer,
+                                     const std::vector<WrittenFile>& files, bool isPaused,
+                                     bool asJson);
+
+}  // namespace tqrecorder

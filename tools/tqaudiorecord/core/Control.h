@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tqrecorder {
+
+/// What a user asks of a recording while it runs.
+struct ControlCommand {
+    enum class Kind {
+        kSave,
+        kPause,
+        kResume,
+        kTogglePause,
+        kSplit,
+        kStop,
+        kStatus,
+        kFiles,
+        kDuck,
+        kUnduck,
+    };
+
+    Kind kind = Kind::kStatus;
+    std::optional<double> number{};  ///< seconds to save, dB to duck by
+    bool asJson = false;             ///< of a status
+};
+
+struct ControlAnswer {
+    bool isDone = false;
+    std::string text{};  ///< for the user, in whole lines or empty
+};
+
+}  // namespace tqrecorder
