@@ -25,6 +25,8 @@ constexpr Float64 kNsPerSecond = 1e9;
 constexpr UInt32 kRequestsInHand = 2;
 /// As the null device's: as high as a thread gets without a real-time class, where that is allowed.
 constexpr int kNiceness = -11;
+/// What the microphone brings at a time: as much as servers ask for at a time.
+constexpr UInt32 kRequestsInLatency = 4;
 constexpr std::chrono::milliseconds kDrainStep{2};
 constexpr int kDrainSteps = 250;
 
@@ -109,7 +111,7 @@ UInt32 CubebDevice::inputChannels() {
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
     if (inputChannels_ > 0) {
-        heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, latencyFrames_);
+        heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, heardFrames() / 4);
         heardBlock_.resize(std::size_t{kMaximumFrames} * inputChannels_);
     }
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
@@ -120,6 +122,10 @@ bool CubebDevice::start() {
     }
     stream_.reset(stream);
     return cubeb_stream_start(stream) == CUBEB_OK;
+}
+
+UInt32 CubebDevice::heardFrames() const {
+    return std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
 }
 
 void CubebDevice::hear(bool isHearing) {
@@ -134,7 +140,7 @@ void CubebDevice::hear(bool isHearing) {
     cubeb_stream_params params = paramsAt(sampleRate_, inputChannels_);
     cubeb_stream* stream = nullptr;
     if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, &params, nullptr, nullptr,
-                          latencyFrames_, &onHeard, &onHeardState, this) != CUBEB_OK) {
+                          heardFrames(), &onHeard, &onHeardState, this) != CUBEB_OK) {
         return;  // it is looked for again when somebody begins to listen
     }
     microphone_.reset(stream);

@@ -46,6 +46,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
 
     bool reach(const char* kind);
     [[nodiscard]] UInt32 inputChannels();
+    [[nodiscard]] UInt32 heardFrames() const;
 
     // [render thread] The library's.
     static long onBlock(cubeb_stream* stream, void* self, const void* heard, void* played,

@@ -95,10 +95,10 @@ void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
                         static_cast<std::uint64_t>(inHand_),
                     std::memory_order_release);
     } else if (isFlowing_ && held < needed) {
-        // It has run dry. More is kept in hand from here on, so that the same does not come again.
+        // It has run dry. A little more is kept in hand from here on: as much as it takes, and no more.
         ++faults_;
         isFlowing_ = false;
-        inHand_ += frames;
+        inHand_ += frames / 4;
     } else if (isFlowing_) {
         steer(held, frames);
     }
