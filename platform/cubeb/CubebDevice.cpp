@@ -64,13 +64,44 @@ bool CubebDevice::reach(const char* kind) {
     return true;
 }
 
-std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& wish) {
-    host_ = &host;
+bool CubebDevice::reach() {
     bool isReached = false;
     for (const char* kind : {"pulse", "jack", "alsa"}) {
         isReached = isReached || ((kind_.empty() || kind_ == kind) && reach(kind));
     }
-    if (!isReached) {
+    return isReached;
+}
+
+bool CubebDevice::list(TQDeviceListing each, void* refCon) {
+    if (!reach()) {
+        return false;
+    }
+    for (const cubeb_device_type type : {CUBEB_DEVICE_TYPE_OUTPUT, CUBEB_DEVICE_TYPE_INPUT}) {
+        cubeb_device_collection devices{};
+        if (cubeb_enumerate_devices(context_.get(), type, &devices) != CUBEB_OK) {
+            continue;
+        }
+        for (size_t i = 0; i < devices.count; ++i) {
+            const cubeb_device_info& device = devices.device[i];
+            const auto orNothing = [](const char* text) { return text == nullptr ? "" : text; };
+            const TQDeviceDescription description{
+                .server = cubeb_get_backend_id(context_.get()),
+                .name = orNothing(device.device_id),
+                .title = orNothing(device.friendly_name),
+                .hears = type == CUBEB_DEVICE_TYPE_INPUT,
+                .isDefault = device.preferred != CUBEB_DEVICE_PREF_NONE,
+                .sampleRate = static_cast<Float64>(device.default_rate),
+                .channels = device.max_channels};
+            each(refCon, &description);
+        }
+        cubeb_device_collection_destroy(context_.get(), &devices);
+    }
+    return true;
+}
+
+std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& wish) {
+    host_ = &host;
+    if (!reach()) {
         return std::nullopt;
     }
     if (wish.sampleRate > 0) {

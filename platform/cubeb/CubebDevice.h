@@ -30,6 +30,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     void hear(bool isHearing) override;
     void finish() noexcept override;
     std::string place() override;
+    /// [host thread] Reaches the server and tells of all that it has; false when none answers.
+    bool list(TQDeviceListing each, void* refCon);
 
   private:
     struct EndContext {
@@ -44,6 +46,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     /// What becomes of the stream: written by the library's threads and by finish().
     enum class Stage { playing, finishing, drained };
 
+    /// The first of its kinds that answers.
+    bool reach();
     bool reach(const char* kind);
     [[nodiscard]] UInt32 inputChannels();
     [[nodiscard]] UInt32 heardFrames() const;

@@ -95,7 +95,8 @@ void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
                         static_cast<std::uint64_t>(inHand_),
                     std::memory_order_release);
     } else if (isFlowing_ && held < needed) {
-        // It has run dry. A little more is kept in hand from here on: as much as it takes, and no more.
+        // It has run dry. A little more is kept in hand from here on: as much as it takes, and no
+        // more.
         ++faults_;
         isFlowing_ = false;
         inHand_ += frames / 4;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreAudio/CoreAudioTypes.h>
+#include <TQPlatform/Devices.h>
 
 #include <functional>
 #include <memory>
@@ -59,6 +60,9 @@ class HeardDevice {
     /// one means that the user or the system has moved it. Empty when it does not know.
     [[nodiscard]] virtual std::string place() = 0;
 };
+
+/// What a server has, for TQListDevices(). False when none of that kind answers.
+using HeardListing = bool (*)(const char* kind, TQDeviceListing each, void* refCon);
 
 /// Makes a device that reaches nothing yet; null when its module cannot be loaded.
 using HeardMaker = std::function<std::unique_ptr<HeardDevice>()>;

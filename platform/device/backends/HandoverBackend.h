@@ -110,6 +110,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void look(std::unique_lock<std::mutex>& lock);
     [[nodiscard]] bool openDevice(const HeardWish& wish, bool isToPlay);
     void closeDevice(bool isAlive);
+    void driveByClock();
     /// What goes on without a request: the device stands still, or was moved.
     void watch(std::unique_lock<std::mutex>& lock);
     void sayThatThereIsNone() const noexcept;
@@ -146,6 +147,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool isInterrupted_ = false;        ///< programs were told so
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;
+    int looks_ = 0;  ///< since the device was opened
 
     Care care_;
 };

@@ -17,8 +17,13 @@ constexpr std::chrono::milliseconds kRetryStep{500};
 constexpr std::chrono::milliseconds kFirstRequestStep{1};
 constexpr int kFirstRequestSteps = 1000;
 constexpr std::chrono::milliseconds kLongestPlayOut{600};
-/// Looks without a request after which a device counts as gone: a second.
-constexpr int kMostQuietLooks = 4;
+/// Looks without a request after which the clock drives until the next one: a second.
+constexpr int kQuietLooks = 4;
+/// Looks behind the start in which it does not: a sink that sleeps takes seconds to wake, and what
+/// was rendered for the clock meanwhile would not be heard.
+constexpr int kWakingLooks = 12;
+/// The same after which the device counts as gone: ten seconds.
+constexpr int kMostQuietLooks = 40;
 
 }  // namespace
 
@@ -90,7 +95,11 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     seenRequests_ = requests;
     if (quietLooks_ >= kMostQuietLooks) {
         isLost_.store(true);
+    } else if (++looks_ > kWakingLooks && quietLooks_ >= kQuietLooks) {
+        driveByClock();
     }
+    // The device may have taken over again meanwhile.
+    static_cast<void>(settleClock());
     const std::string place = device_->place();
     const bool hasMoved = !place.empty() && !place_.empty() && place != place_;
     place_ = place;
@@ -104,7 +113,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     isLost_.store(false);
     heardRequests_.store(0, std::memory_order_relaxed);
     seenRequests_ = 0;
-    quietLooks_ = 0;
+    quietLooks_ = looks_ = 0;
     std::unique_ptr<HeardDevice> device = make_();
     std::optional<DeviceFormat> format =
         device == nullptr ? std::nullopt : device->open(*this, wish);
@@ -165,6 +174,14 @@ void HandoverBackend::playOutAtExit() noexcept {
 
 void HandoverBackend::closeDevice(bool isAlive) {
     isOffered_.store(false);
+    driveByClock();
+    if (device_ != nullptr && isAlive) {
+        device_->finish();
+    }
+    device_.reset();
+}
+
+void HandoverBackend::driveByClock() {
     {
         // Waits for a block that is under way, however long its callbacks take.
         const Turn turn(turn_, std::chrono::hours(1));
@@ -174,10 +191,6 @@ void HandoverBackend::closeDevice(bool isAlive) {
         }
     }
     static_cast<void>(settleClock());
-    if (device_ != nullptr && isAlive) {
-        device_->finish();
-    }
-    device_.reset();
 }
 
 }  // namespace tqplatform

@@ -1,10 +1,13 @@
 // Devices that are heard live in a module beside this library, loaded when one is first wanted.
 
+#include <TQPlatform/Devices.h>
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "device/backends/Backends.h"
 #include "device/backends/HandoverBackend.h"
@@ -14,9 +17,12 @@ namespace tqplatform {
 namespace {
 
 constexpr const char* kModule = "libtqdevice-cubeb.so.1";
-constexpr const char* kMakeName = "tqdevice_make";
 
-using Make = void (*)(const char*, std::unique_ptr<HeardDevice>*);
+/// What the module offers; both null when it is not there.
+struct Module {
+    void (*make)(const char* kind, std::unique_ptr<HeardDevice>* made);
+    HeardListing list;
+};
 
 /// A bridge would take what the module's library plays for a stream of the program, and record it a
 /// second time. Before it is loaded: calls that were redirected stay so.
@@ -32,26 +38,35 @@ void keepHooksOut() {
     dlclose(hooks);
 }
 
-/// Null when the module is not there, or a library that it needs.
-Make loadModule() {
+Module loadModule() {
     Dl_info self{};
     if (dladdr(reinterpret_cast<const void*>(&loadModule), &self) == 0) {
-        return nullptr;
+        return {};
     }
     const auto folder = std::filesystem::canonical(self.dli_fname).parent_path();
     keepHooksOut();
     void* const library = dlopen((folder / kModule).c_str(), RTLD_NOW | RTLD_NODELETE);
-    void* const make = library == nullptr ? nullptr : dlsym(library, kMakeName);
+    Module module{};
+    if (library != nullptr) {
+        module = {reinterpret_cast<decltype(module.make)>(dlsym(library, "tqdevice_make")),
+                  reinterpret_cast<decltype(module.list)>(dlsym(library, "tqdevice_list"))};
+    }
     // The program must not find our failure there.
     dlerror();
-    return reinterpret_cast<Make>(make);
+    return module;
+}
+
+/// Throws where the file system does.
+const Module& theModule() {
+    static const Module module = loadModule();
+    return module;
 }
 
 std::unique_ptr<HeardDevice> makeHeard(const char* kind) {
     std::unique_ptr<HeardDevice> made;
     try {
-        if (static const Make make = loadModule(); make != nullptr) {
-            make(kind, &made);
+        if (const Module& module = theModule(); module.make != nullptr) {
+            module.make(kind, &made);
         }
     } catch (const std::exception&) {
         // No folder, no memory: no device.
@@ -87,3 +102,20 @@ std::unique_ptr<Backend> makeCubebJackBackend() {
 }
 
 }  // namespace tqplatform
+
+OSStatus TQListDevices(TQDeviceListing each, void* refCon) {
+    if (each == nullptr) {
+        return kAudio_ParamError;
+    }
+    try {
+        constexpr std::string_view kPrefix = "cubeb:";
+        const char* const chosen = std::getenv("TQ_AUDIO_DEVICE");
+        const std::string name = chosen == nullptr ? "" : chosen;
+        const std::string kind = name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : "";
+        const tqplatform::Module& module = tqplatform::theModule();
+        const bool isListed = module.list != nullptr && module.list(kind.c_str(), each, refCon);
+        return isListed ? OSStatus{noErr} : OSStatus{kAudioUnitErr_FailedInitialization};
+    } catch (const std::exception&) {
+        return kAudioUnitErr_FailedInitialization;
+    }
+}

@@ -193,6 +193,20 @@ TEST(Handover, TheClockGoesOnWhileTheDeviceIsGone) {
     EXPECT_EQ(heard.blocks.back(), 64 + 512) << "behind the clock's last";
 }
 
+TEST(Handover, TheClockDrivesWhileTheDeviceAsksForNothing) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    scene.noted();
+    ASSERT_TRUE(eventually([] { return scene.hasCome("start clock"); }));
+    scene.clock->render({512, 0});
+    scene.heard.load()->renderHeard({100, 0});
+    scene.clock->render({512, 0});  // too late: the device drives again
+    ASSERT_TRUE(eventually([] { return scene.hasCome("stop clock"); }));
+    EXPECT_EQ(heard.frames, (std::vector<UInt32>{512, 100}));
+    EXPECT_EQ(scene.noted(), (Words{"start clock", "stop clock"})) << "it was never closed";
+}
+
 TEST(Handover, WithoutADeviceThereIsTheClockAndOneLine) {
     Device& device = openBoth();
     scene.isThere = false;

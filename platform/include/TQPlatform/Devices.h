@@ -1,0 +1,32 @@
+#ifndef TQPLATFORM_DEVICES_H
+#define TQPLATFORM_DEVICES_H
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Where a program's sound may go, or come from. The texts live during the call only. */
+typedef struct TQDeviceDescription {
+    const char* server; /**< "pulse", "jack" or "alsa" */
+    const char* name;   /**< as the server has it */
+    const char* title;  /**< for people */
+    Boolean hears;      /**< a microphone; else it plays */
+    Boolean isDefault;
+    Float64 sampleRate; /**< Hz, its own */
+    UInt32 channels;
+} TQDeviceDescription;
+
+typedef void (*TQDeviceListing)(void* refCon, const TQDeviceDescription* device);
+
+/** [host thread] Calls `each` for every device of the server or driver that TQ_AUDIO_DEVICE names,
+ * or of the first that answers, before this returns. Opens none of them, but asks the server, which
+ * may take a second. kAudioUnitErr_FailedInitialization when none answers. */
+AU_EXPORT OSStatus TQListDevices(TQDeviceListing each, void* refCon);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
