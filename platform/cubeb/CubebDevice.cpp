@@ -117,7 +117,10 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
             static_cast<UInt32>(std::min<Float64>(wish.seconds * sampleRate_, kMaximumFrames));
         latency = kRequestsInHand * wanted;
     }
+    const bool isWished = wish.seconds > 0;
     latencyFrames_ = std::clamp(latency, kFewestFrames, kRequestsInHand * kMaximumFrames);
+    // A program that says how much it wants to wait for wants it whole; others want it early.
+    inHand_ = isWished ? heardFrames() : heardFrames() / kRequestsInLatency;
     inputChannels_ = inputChannels();
     return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels_,
                         kMaximumFrames, latencyFrames_ / kRequestsInHand};
@@ -142,7 +145,7 @@ UInt32 CubebDevice::inputChannels() {
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
     if (inputChannels_ > 0) {
-        heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, heardFrames() / 4);
+        heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, inHand_);
         heardBlock_.resize(std::size_t{kMaximumFrames} * inputChannels_);
     }
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);

@@ -69,6 +69,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     UInt32 sampleRate_ = 0;
     UInt32 latencyFrames_ = 0;
     UInt32 inputChannels_ = 0;
+    UInt32 inHand_ = 0;  ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.
     std::unique_ptr<DriftFifo> heard_;
     std::vector<float> heardBlock_;       ///< of one request

@@ -126,7 +126,7 @@ void DriftFifo::steer(std::uint64_t held, std::uint32_t frames) noexcept {
         return;
     }
     const double away = mean_ - usual_;
-    const double equal = kEqualSeconds * sampleRate_;
+    const double equal = std::min(kEqualSeconds * sampleRate_, inHand_ / 2);
     const double beyond = away > equal ? away - equal : std::min(0.0, away + equal);
     ratio_ = 1 + std::clamp(beyond / (kSteerSeconds * sampleRate_), -kMostSteering, kMostSteering);
 }
