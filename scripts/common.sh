@@ -15,7 +15,8 @@ server_packages=(pulseaudio pulseaudio-utils pipewire pipewire-bin pipewire-puls
     dbus-daemon dbus-session-bus-common jackd2 libasound2-plugins)
 
 # Programs nobody here wrote, one or more per sound library and kind of binding; a game needs a screen.
-player_packages=(alsa-utils sox libsox-fmt-all mpv ffmpeg mpg123 sound-theme-freedesktop neverball xvfb xauth)
+player_packages=(alsa-utils sox libsox-fmt-all mpv ffmpeg mpg123 sound-theme-freedesktop neverball xvfb xauth
+    libsdl1.2-compat)
 
 test_packages=(libgtest-dev libgmock-dev valgrind python3 clang clang-format clang-tidy binutils
     "${server_packages[@]}" "${player_packages[@]}")

@@ -37,21 +37,25 @@ TEST_P(LayersTest, IsOneTrackThatIsWhole) {
     EXPECT_GT(run.heard.frames(), 24000U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Debian, LayersTest,
-                         testing::Values(Player{"mpvOverSdlOverAlsa",
-                                                kPulse,
-                                                {"env", "SDL_AUDIODRIVER=alsa", "AUDIODEV=pulse",
-                                                 "mpv", "--no-config", "--no-video",
-                                                 "--really-quiet", "--ao=sdl"}},
-                                         Player{"ffplayOverSdlOverPipeWire",
-                                                kPipeWire,
-                                                {"env", "SDL_AUDIODRIVER=pipewire", "ffplay",
-                                                 "-nodisp", "-autoexit", "-loglevel", "error"}},
-                                         Player{"ffplayOverSdlOverPulse",
-                                                kPulse,
-                                                {"env", "SDL_AUDIODRIVER=pulseaudio", "ffplay",
-                                                 "-nodisp", "-autoexit", "-loglevel", "error"}}),
-                         nameOf);
+INSTANTIATE_TEST_SUITE_P(
+    Debian, LayersTest,
+    testing::Values(Player{"mpvOverSdlOverAlsa",
+                           kPulse,
+                           {"env", "SDL_AUDIODRIVER=alsa", "AUDIODEV=pulse", "mpv", "--no-config",
+                            "--no-video", "--really-quiet", "--ao=sdl"}},
+                    Player{"ffplayOverSdlOverPipeWire",
+                           kPipeWire,
+                           {"env", "SDL_AUDIODRIVER=pipewire", "ffplay", "-nodisp", "-autoexit",
+                            "-loglevel", "error"}},
+                    Player{"ffplayOverSdlOverPulse",
+                           kPulse,
+                           {"env", "SDL_AUDIODRIVER=pulseaudio", "ffplay", "-nodisp", "-autoexit",
+                            "-loglevel", "error"}},
+                    // Of the package libsdl1.2-compat, which keeps it apart from other libraries.
+                    Player{"sdl12OverSdl2",
+                           kSdl,
+                           {"env", "LD_LIBRARY_PATH=" TQ_TEST_SDL12_FOLDER, TQ_TEST_SDL12_PLAYER}}),
+    nameOf);
 
 }  // namespace
 }  // namespace programruns
