@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "DeviceRun.h"
 #include "bridges/programs/RecordedRun.h"
 #include "support/sound/Comparison.h"
@@ -45,6 +48,45 @@ TEST_F(RecordedDevice, IsHeardDucked) {
         EXPECT_NEAR(run.heard.value(frame, 0), devicePlayerNoise().value(frame, 0) / 10, 0.02)
             << frame;
     }
+}
+
+TEST_F(RecordedDevice, ARecordingGoesOnBehindTheDeathOfTheServer) {
+    PulseServer server(devicePlayerFormat());
+    const TemporaryFolder folder;
+    const std::string back = folder.file("back");
+    ProgramSetup setup =
+        devicePlayer(server.environment(), "cubeb",
+                     {"duration:0.08", "start", "sleep:0.6", "say", "await:" + back, "start2",
+                      "sleep:1", "stop2", "stop", "sleep:0.3"});
+    const std::vector<std::string> recorder{
+        TQ_TEST_RECORDER, "-o", folder.file("mix.wav"), "--tracks", folder.file("tracks"), "--"};
+    setup.arguments.insert(setup.arguments.begin(), recorder.begin(), recorder.end());
+    setup.environment["XDG_CACHE_HOME"] = folder.file("caches");
+    Kept program(setup, folder.path());
+    const auto says = [&](const char* line) {
+        return eventually([&] { return program.text().find(line) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("descriptors=")) << program.text();
+    server.kill();
+    ASSERT_TRUE(says("interruption=1")) << program.text();
+    server.start();
+    ASSERT_TRUE(says("interruption=0")) << program.text();
+    std::ofstream(back) << "back";
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.output.find("done=1"), std::string::npos);
+    EXPECT_NE(end.text().find("capture has started (2 times)"), std::string::npos) << end.text();
+    // Before the death every frame is there, and the tone behind it is, too.
+    std::size_t tones = 0;
+    std::size_t noises = 0;
+    for (const auto& track : std::filesystem::directory_iterator(folder.file("tracks"))) {
+        const Sound sound = readWav(track.path()).trimmed();
+        const Sound begin = sound.part(0, std::min<std::size_t>(sound.frames(), 20000));
+        noises += differences(devicePlayerNoise().part(0, 20000), begin).empty() ? 1 : 0;
+        tones += std::abs(frequencyOf(sound.part(0, 4800)) - 440) < 2 ? 1 : 0;
+    }
+    EXPECT_EQ(noises, 1U) << end.text();
+    EXPECT_EQ(tones, 1U) << end.text();
 }
 
 }  // namespace
