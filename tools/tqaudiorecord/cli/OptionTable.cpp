@@ -60,11 +60,22 @@ constexpr std::array kTable{
         .valueName = "DIR",
         .target = &Options::tracksFolder,
         .brief = "One WAV file per track, in the track's own format",
-        .manual = "One WAV file per track, in the track's own format, after ducking and "
-                  "compression; named by track and host unit. There is silence where the unit did "
-                  "not play, so that the files of a process lie on one time axis. Where a track "
-                  "goes on in another format, another file begins.",
+        .manual =
+            "One WAV file per track, in the track's own format, after ducking and "
+            "compression; named by track and host unit. A file begins where the track does; how "
+            "long that is after the mix stands in its Broadcast-Wave time reference and in "
+            "the file of **--events**. There is silence where the unit did not play later. "
+            "Where a track goes on in another format, another file begins.",
         .completion = Completion::kFolder,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "from-start",
+        .target = &Options::tracksFromStart,
+        .brief = "Files of tracks begin with the recording, with silence",
+        .manual = "Files of tracks begin with the recording, with silence until the track does, "
+                  "for editors that know no time reference.",
+        .needs = "tracks",
     },
     OptionEntry{
         .group = kOutput,

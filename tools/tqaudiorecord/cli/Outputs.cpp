@@ -187,8 +187,9 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!o.tracksFolder.empty() && !o.replaySeconds) {
-        auto sink =
-            std::make_unique<TracksSink>(o.tracksFolder, o.maximumFileSeconds, names_, o.overwrite);
+        auto sink = std::make_unique<TracksSink>(
+            TracksSink::Plan{o.tracksFolder, o.maximumFileSeconds, o.overwrite, o.tracksFromStart},
+            names_);
         tracks = sink.get();
         files_.push_back(tracks);
         if (!addOpened(std::move(sink), error)) {

@@ -40,12 +40,39 @@ bool EventsSink::open() {
     return true;
 }
 
-void EventsSink::block(const Process& /*process*/, const Block& block) {
+void EventsSink::block(const Process& process, const Block& block) {
+    noteBeginning(process, block);
     if (part_ != nullptr && !part_->hasName() && !isEmpty_ &&
         std::any_of(block.frames.begin(), block.frames.end(),
                     [](std::byte byte) { return byte != std::byte{0}; })) {
         takeName();
     }
+}
+
+void EventsSink::noteBeginning(const Process& process, const Block& block) {
+    const std::uint64_t origin = origins_.try_emplace(process.id, block.microseconds).first->second;
+    if (block.track == 0) {
+        return;
+    }
+    const auto [known, isNew] = beginnings_.try_emplace({process.id, block.track});
+    if (!isNew && known->second.unit == block.unit && known->second.format == block.format) {
+        return;
+    }
+    known->second = {std::string(block.unit), block.format};
+    const double offset = static_cast<double>(std::max(block.microseconds, origin) - origin) / 1e6;
+    nlohmann::ordered_json line;
+    line["host_time_us"] = block.microseconds;
+    line["category"] = 0;
+    line["code"] = 0;
+    line["message"] = "track begins";
+    line["process"] = process.name;
+    line["pid"] = process.pid;
+    line["kind"] = nameOf(TQ_EVENT_KIND_ROUTINE);
+    line["text"] = "track " + std::to_string(block.track) + " begins with " + known->second.unit;
+    line["track"] = block.track;
+    line["unit"] = known->second.unit;
+    line["offset_seconds"] = offset;
+    write(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
 }
 
 void EventsSink::takeName() {
@@ -68,8 +95,13 @@ void EventsSink::event(const Process& process, const Event& event) {
     line["kind"] = nameOf(tq_event_kind_of(event.category, event.code));
     line["text"] = tq_event_text(event.category, event.code);
     // A message may contain bytes that are no UTF-8; they are replaced.
-    const std::string text =
-        line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    write(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+}
+
+void EventsSink::write(const std::string& text) {
+    if (!file_) {
+        return;
+    }
     const off_t before = ::lseek(file_.get(), 0, SEEK_END);
     std::size_t done = 0;
     while (done < text.size()) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/Sink.h"
@@ -11,8 +13,9 @@ namespace tqrecorder {
 
 /// Writes events as JSON, one object a line: host_time_us, category, code, message, process, pid,
 /// kind, text.
-/// A line is on the disk as soon as its event has come. A file that is there is replaced with the
-/// first sound; where there is none, the first event makes it.
+/// The beginning of a track is a line as well, with track, unit and offset_seconds, which is how
+/// long after the mix that was. A line is on the disk as soon as its event has come. A file that is
+/// there is replaced with the first sound; where there is none, the first event makes it.
 class EventsSink : public Sink {
   public:
     explicit EventsSink(std::string path, bool mayReplace = false);
@@ -29,6 +32,12 @@ class EventsSink : public Sink {
     [[nodiscard]] const std::string& path() const { return written_; }
 
   private:
+    struct Beginning {
+        std::string unit;
+        BlockFormat format;
+    };
+    void noteBeginning(const Process& process, const Block& block);
+    void write(const std::string& text);
     void takeName();
     void fail(int error);
 
@@ -37,6 +46,8 @@ class EventsSink : public Sink {
     std::unique_ptr<PartFile> part_;
     tqcommon::Descriptor file_;
     bool isEmpty_ = true;
+    std::map<int, std::uint64_t> origins_;                 // of processes, host time
+    std::map<std::pair<int, int>, Beginning> beginnings_;  // by process and track
     std::string written_;
     std::vector<std::string> problems_;
 };

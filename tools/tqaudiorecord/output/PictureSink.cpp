@@ -74,7 +74,7 @@ bool PictureSink::open() {
         mix_ = ownMix_.get();
     }
     if (tracks_ == nullptr) {
-        ownTracks_ = std::make_unique<TracksSink>(hidden_, std::nullopt, names_);
+        ownTracks_ = std::make_unique<TracksSink>(TracksSink::Plan{hidden_}, names_);
         tracks_ = ownTracks_.get();
     }
     return true;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
@@ -29,37 +30,34 @@ std::string firstTrackIn(const std::string& folder) {
 
 }  // namespace
 
-TracksSink::TracksSink(std::string folder, std::optional<double> maximumSeconds,
-                       std::shared_ptr<ProcessNames> names, bool mayReplace)
-    : folder_(std::move(folder)),
-      maximumSeconds_(maximumSeconds),
-      names_(std::move(names)),
-      mayReplace_(mayReplace) {
+TracksSink::TracksSink(Plan plan, std::shared_ptr<ProcessNames> names)
+    : plan_(std::move(plan)), names_(std::move(names)) {
 }
 
 bool TracksSink::open() {
     std::error_code failure;
-    std::filesystem::create_directories(folder_, failure);
+    std::filesystem::create_directories(plan_.folder, failure);
     if (failure) {
-        complain(folder_ + ": " + failure.message());
+        complain(plan_.folder + ": " + failure.message());
         return false;
     }
-    const std::string probe = folder_ + "/.tqaudiorecord-" + std::to_string(getpid());
+    const std::string probe = plan_.folder + "/.tqaudiorecord-" + std::to_string(getpid());
     const int file = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (file < 0) {
-        complain(folder_ + ": " + std::strerror(errno));
+        complain(plan_.folder + ": " + std::strerror(errno));
         return false;
     }
     ::close(file);
     ::unlink(probe.c_str());
-    lock_ = tqcommon::Descriptor(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    lock_ = tqcommon::Descriptor(::open(plan_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (lock_ && flock(lock_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        complain(folder_ + ": another recorder is writing its tracks there");
+        complain(plan_.folder + ": another recorder is writing its tracks there");
         return false;
     }
-    const std::string there = mayReplace_ ? std::string() : firstTrackIn(folder_);
+    const std::string there = plan_.mayReplace ? std::string() : firstTrackIn(plan_.folder);
     if (!there.empty()) {
-        complain(folder_ + ": holds tracks already (" + there + "); --overwrite replaces them");
+        complain(plan_.folder + ": holds tracks already (" + there +
+                 "); --overwrite replaces them");
         return false;
     }
     return true;
@@ -69,15 +67,21 @@ void TracksSink::begin(const Process& process, const Block& block) {
     const Axis& axis = axes_.at(process.id);
     const std::string name =
         std::string(kTrackPrefix) + std::to_string(block.track) + "-" + fileNamePart(block.unit);
-    std::string path = folder_ + "/" + withAddition(name + ".wav", axis.addition);
+    std::string path = plan_.folder + "/" + withAddition(name + ".wav", axis.addition);
     for (int part = 2; !takenNames_.insert(path).second; ++part) {
-        path = folder_ + "/" +
+        path = plan_.folder + "/" +
                withAddition(name + ".wav", axis.addition + "-part" + std::to_string(part));
     }
-    FileSeries::Plan plan{path, &trackFormat(), maximumSeconds_, mayReplace_};
+    const std::uint64_t beganAt = plan_.fromStart ? axis.beganAt : block.microseconds;
+    const double offset = static_cast<double>(std::max(beganAt, axis.beganAt) - axis.beganAt) / 1e6;
+    FileSeries::Plan plan{
+        path, &trackFormat(), plan_.maximumSeconds, plan_.mayReplace,
+        static_cast<std::uint64_t>(std::llround(offset * block.format.sampleRate))};
     Track track{std::string(block.unit), name, FileSeries(plan, block.format),
-                StreamClock(block.format.sampleRate, axis.beganAt, kTrackPatience, axis.received,
-                            slackOf(block.format))};
+                StreamClock(block.format.sampleRate, beganAt, kTrackPatience,
+                            plan_.fromStart ? axis.received : std::chrono::steady_clock::now(),
+                            slackOf(block.format)),
+                beganAt};
     tracks_.insert_or_assign({process.id, block.track}, std::move(track));
 }
 
@@ -131,7 +135,7 @@ void TracksSink::end(int processId, Track& track) {
         file.gaps = track.clock.gaps();
         file.processId = processId;
         file.name = track.name;
-        file.beganAt = axes_.at(processId).beganAt;
+        file.beganAt = track.beganAt;
         done_.push_back(std::move(file));
     }
 }
@@ -169,7 +173,7 @@ void TracksSink::finish() {
     }
     tracks_.clear();
     if (refused_ > 0) {
-        complain(refusedText(folder_, refused_));
+        complain(refusedText(plan_.folder, refused_));
     }
 }
 
@@ -192,7 +196,7 @@ std::vector<WrittenFile> TracksSink::files() const {
             file.gaps = track.clock.gaps();
             file.processId = key.first;
             file.name = track.name;
-            file.beganAt = axes_.at(key.first).beganAt;
+            file.beganAt = track.beganAt;
             all.push_back(std::move(file));
         }
     }

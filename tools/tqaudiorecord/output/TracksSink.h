@@ -15,12 +15,18 @@
 namespace tqrecorder {
 
 /// Writes every track of every process to a file of its own in a folder, in the track's own
-/// format, with silence where its unit did not play: the files of a process share one time axis.
+/// format, with silence where its unit did not play. A file begins where its track does and says
+/// when that was.
 /// A track number that goes on with another unit or format goes on in another file.
 class TracksSink : public FilesSink {
   public:
-    TracksSink(std::string folder, std::optional<double> maximumSeconds,
-               std::shared_ptr<ProcessNames> names, bool mayReplace = false);
+    struct Plan {
+        std::string folder;
+        std::optional<double> maximumSeconds{};
+        bool mayReplace = false;
+        bool fromStart = false;  ///< silence from the recording's begin to the track's is written
+    };
+    TracksSink(Plan plan, std::shared_ptr<ProcessNames> names);
 
     /// Makes the folder and sees whether it can be written to, and that it is neither filled with
     /// another recording's tracks nor being filled. False with a line in problems().
@@ -43,6 +49,7 @@ class TracksSink : public FilesSink {
         std::string name;
         FileSeries series;
         StreamClock clock;
+        std::uint64_t beganAt;
         bool lost = false;
         std::size_t reported = 0;  // of the series' problems
     };
@@ -56,10 +63,8 @@ class TracksSink : public FilesSink {
     void report(Track& track);
     void complain(const std::string& problem);
 
-    std::string folder_;
-    std::optional<double> maximumSeconds_;
+    Plan plan_;
     std::shared_ptr<ProcessNames> names_;
-    bool mayReplace_;
     tqcommon::Descriptor lock_;  // of the folder
     std::map<int, Axis> axes_;
     std::map<std::pair<int, int>, Track> tracks_;  // by process and track, those under way

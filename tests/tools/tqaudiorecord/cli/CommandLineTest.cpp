@@ -36,6 +36,7 @@ TEST(CommandLineTest, EveryOptionReachesItsField) {
                                     "flac",
                                     "--tracks",
                                     "t",
+                                    "--from-start",
                                     "--overwrite",
                                     "--events",
                                     "e",
@@ -67,6 +68,7 @@ TEST(CommandLineTest, EveryOptionReachesItsField) {
     EXPECT_EQ(o.output, "mix");
     EXPECT_EQ(o.format, "flac");
     EXPECT_EQ(o.tracksFolder, "t");
+    EXPECT_TRUE(o.tracksFromStart);
     EXPECT_TRUE(o.overwrite);
     EXPECT_EQ(o.eventsFile, "e");
     EXPECT_EQ(o.pictureFile, "p");

@@ -50,6 +50,27 @@ TEST_F(EventsSinkTest, EventsOfANormalStartAreNoFailures) {
     EXPECT_THAT(kinds, testing::ElementsAre("routine", "routine", "failure"));
 }
 
+TEST_F(EventsSinkTest, TheBeginningOfATrackIsALineWithItsOffset) {
+    EventsSink sink(folder_.file("events.jsonl"));
+    ASSERT_TRUE(sink.open());
+    const auto bytes = mixTone(441, 441);
+    sink.block(game_, mixBlock(bytes, kStart));
+    for (const std::uint64_t later : {2'500'000U, 2'510'000U}) {
+        sink.block(game_, {2, "music", kMixFormat, kStart + later, bytes});
+    }
+    sink.block(game_, {2, "voice", kMixFormat, kStart + 4'000'000, bytes});
+    std::ifstream lines(folder_.file("events.jsonl"));
+    std::vector<std::pair<std::string, double>> beginnings;
+    for (std::string line; std::getline(lines, line);) {
+        const auto event = nlohmann::json::parse(line);
+        EXPECT_EQ(event["track"], 2);
+        EXPECT_EQ(event["kind"], "routine");
+        beginnings.emplace_back(event["unit"], event["offset_seconds"]);
+    }
+    EXPECT_THAT(beginnings,
+                testing::ElementsAre(testing::Pair("music", 2.5), testing::Pair("voice", 4.0)));
+}
+
 TEST_F(EventsSinkTest, EventsOnAFullDiskAreOneProblem) {
     EventsSink sink("/dev/full");
     ASSERT_TRUE(sink.open());

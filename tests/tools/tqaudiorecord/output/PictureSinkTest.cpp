@@ -98,7 +98,7 @@ TEST_F(PictureSinkTest, APictureIsDrawnFromFilesThatAreThereAnyway) {
     SinkSet all;
     MixSink& mix = all.add(mixSink());
     TracksSink& tracks =
-        all.add(std::make_unique<TracksSink>(folder_.file("tracks"), std::nullopt, names_));
+        all.add(std::make_unique<TracksSink>(TracksSink::Plan{folder_.file("tracks")}, names_));
     ASSERT_TRUE(tracks.open());
     PictureSink& picture =
         all.add(std::make_unique<PictureSink>(folder_.file("out.png"), &mix, &tracks, names_));

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -12,8 +14,43 @@ namespace {
 
 class TracksSinkTest : public SinkFixture {};
 
-TEST_F(TracksSinkTest, TracksShareOneTimeAxis) {
-    TracksSink sink(folder_.file("tracks"), {}, names_);
+/// The Broadcast-Wave time reference, in frames; nothing where there is none.
+std::optional<std::uint64_t> timeReferenceOf(const std::string& path) {
+    SF_INFO info{};
+    SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &info);
+    SF_BROADCAST_INFO stamp{};
+    const bool isThere = sf_command(file, SFC_GET_BROADCAST_INFO, &stamp, sizeof stamp) == SF_TRUE;
+    sf_close(file);
+    return isThere ? std::optional(std::uint64_t{stamp.time_reference_high} << 32U |
+                                   stamp.time_reference_low)
+                   : std::nullopt;
+}
+
+TEST_F(TracksSinkTest, AFileBeginsWhereItsTrackDoesAndSaysWhen) {
+    TracksSink sink({folder_.file("tracks"), 1.0}, names_);
+    ASSERT_TRUE(sink.open());
+    const BlockFormat music{48000, 2, 32, true};
+    const std::vector<std::byte> mix(441 * 4);
+    sink.block(game_, mixBlock(mix, kStart));
+    // Half an hour later, for a second and a half.
+    const std::size_t late = 1800 * 48000;
+    for (std::size_t frame = late; frame < late + 72'000; frame += 480) {
+        const auto bytes = tone<float>(480, music, 480, frame);
+        sink.block(game_, {1, "music", music, at(frame, 48000), bytes});
+    }
+    sink.finish();
+    ASSERT_EQ(sink.files().size(), 2U);
+    const std::string first = folder_.file("tracks/track-1-music-001.wav");
+    const std::string second = folder_.file("tracks/track-1-music-002.wav");
+    EXPECT_EQ(RecordedFile(first).frames(), 48'000U);
+    EXPECT_EQ(RecordedFile(second).frames(), 24'000U);
+    EXPECT_EQ(timeReferenceOf(first), late);
+    EXPECT_EQ(timeReferenceOf(second), late + 48'000);
+    EXPECT_EQ(sink.files().at(0).beganAt, at(late, 48000));
+}
+
+TEST_F(TracksSinkTest, FromTheStartTracksShareOneTimeAxis) {
+    TracksSink sink({folder_.file("tracks"), {}, false, true}, names_);
     ASSERT_TRUE(sink.open());
     const BlockFormat music{48000, 2, 32, true};
     const BlockFormat effects{22050, 1, 16, false};
@@ -45,7 +82,7 @@ TEST_F(TracksSinkTest, TracksShareOneTimeAxis) {
 }
 
 TEST_F(TracksSinkTest, ATrackThatChangesItsFormatGoesOnInAnotherFile) {
-    TracksSink sink(folder_.file("tracks"), {}, names_);
+    TracksSink sink({folder_.file("tracks"), {}, false, true}, names_);
     ASSERT_TRUE(sink.open());
     const BlockFormat slow{22050, 1, 16, false};
     const BlockFormat fast{48000, 2, 16, false};
@@ -64,7 +101,7 @@ TEST_F(TracksSinkTest, ATrackThatChangesItsFormatGoesOnInAnotherFile) {
 }
 
 TEST_F(TracksSinkTest, OneTrackThatCannotBeWrittenLeavesTheOthersAlone) {
-    TracksSink sink(folder_.file("tracks"), {}, names_);
+    TracksSink sink({folder_.file("tracks")}, names_);
     ASSERT_TRUE(sink.open());
     std::filesystem::create_directory(folder_.file("tracks/track-1-unit.wav"));
     const auto bytes = mixTone(441, 4410);
@@ -80,7 +117,7 @@ TEST_F(TracksSinkTest, OneTrackThatCannotBeWrittenLeavesTheOthersAlone) {
 
 TEST_F(TracksSinkTest, AFolderThatCannotBeMadeIsFoundAtOnce) {
     std::ofstream(folder_.file("file")) << "in the way";
-    TracksSink sink(folder_.file("file/tracks"), {}, names_);
+    TracksSink sink({folder_.file("file/tracks")}, names_);
     EXPECT_FALSE(sink.open());
     ASSERT_EQ(sink.problems().size(), 1U);
     EXPECT_THAT(sink.problems()[0], testing::HasSubstr("file/tracks: Not a directory"));

@@ -41,9 +41,13 @@ FileSeries::FileSeries(Plan plan, const BlockFormat& format)
 bool FileSeries::open() {
     part_ = std::make_unique<PartFile>(nextPath(), plan_.mayReplace);
     std::string error = part_->problem();
+    std::optional<std::uint64_t> reference = plan_.timeReference;
+    if (reference) {
+        *reference += complete_;
+    }
     if (error.empty()) {
-        file_ =
-            SoundFile::create(part_->path(), part_->descriptor(), *plan_.kind, fileFormat_, error);
+        file_ = SoundFile::create(part_->path(), part_->descriptor(), *plan_.kind, fileFormat_,
+                                  error, reference);
     }
     if (file_ == nullptr) {
         fail(error);
@@ -177,6 +181,7 @@ void FileSeries::closeFile() {
         return;
     }
     const bool isEmpty = file_->frames() == 0;
+    complete_ += file_->frames();
     if (!file_->close() && !failed_) {
         fail(file_->problem());
     }

@@ -35,6 +35,8 @@ class FileSeries {
         const FileFormat* kind = nullptr;
         std::optional<double> maximumSeconds{};
         bool mayReplace = false;  ///< files that have the names
+        /// Where the first frame lies, in frames since the recording began.
+        std::optional<std::uint64_t> timeReference{};
     };
     FileSeries(Plan plan, const BlockFormat& format);
 
@@ -84,6 +86,7 @@ class FileSeries {
     bool hasSound_ = false;
     std::uint64_t maximumFrames_ = 0;  // none when 0
     unsigned number_ = 0;
+    std::uint64_t complete_ = 0;  // frames in files before
     bool failed_ = false;
     std::vector<WrittenFile> files_;
     std::vector<std::string> problems_;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -120,9 +121,10 @@ class SoundFile::Disk {
 
 std::unique_ptr<SoundFile> SoundFile::create(std::string path, tqcommon::Descriptor file,
                                              const FileFormat& kind, const BlockFormat& format,
-                                             std::string& error) {
+                                             std::string& error,
+                                             std::optional<std::uint64_t> timeReference) {
     std::unique_ptr<SoundFile> made(new SoundFile(std::move(path), kind, format));
-    return made->open(std::move(file), error) ? std::move(made) : nullptr;
+    return made->open(std::move(file), error, timeReference) ? std::move(made) : nullptr;
 }
 
 SoundFile::SoundFile(std::string path, const FileFormat& kind, const BlockFormat& format)
@@ -133,7 +135,18 @@ SoundFile::~SoundFile() {
     (void)close();
 }
 
-bool SoundFile::open(tqcommon::Descriptor file, std::string& error) {
+void SoundFile::stampTime(std::uint64_t timeReference) {
+    SF_BROADCAST_INFO info{};
+    constexpr std::string_view kOriginator = "tqaudiorecord";
+    std::copy(kOriginator.begin(), kOriginator.end(), info.originator);
+    info.version = 1;
+    info.time_reference_low = static_cast<std::uint32_t>(timeReference);
+    info.time_reference_high = static_cast<std::uint32_t>(timeReference >> 32U);
+    sf_command(file_.get(), SFC_SET_BROADCAST_INFO, &info, sizeof info);
+}
+
+bool SoundFile::open(tqcommon::Descriptor file, std::string& error,
+                     std::optional<std::uint64_t> timeReference) {
     const int encoding = kind_.encoding != 0 ? kind_.encoding : encodingOf(format_);
     const bool isBare = kind_.container == 0;
     SF_INFO info{};
@@ -160,6 +173,9 @@ bool SoundFile::open(tqcommon::Descriptor file, std::string& error) {
     }
     if (kind_.growsIntoRf64) {
         sf_command(file_.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    }
+    if (timeReference && kind_.container == SF_FORMAT_RF64) {
+        stampTime(*timeReference);
     }
     if (kind_.container == SF_FORMAT_W64) {
         // Readers take bytes behind the stated length for another chunk and refuse the file.

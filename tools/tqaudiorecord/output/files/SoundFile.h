@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,12 +24,13 @@ namespace tqrecorder {
 class SoundFile {
   public:
     /// Into an empty file that is open; `path` is what it is called. Null with one line in `error`
-    /// when that fails or the file cannot hold the format.
-    [[nodiscard]] static std::unique_ptr<SoundFile> create(std::string path,
-                                                           tqcommon::Descriptor file,
-                                                           const FileFormat& kind,
-                                                           const BlockFormat& format,
-                                                           std::string& error);
+    /// when that fails or the file cannot hold the format. `timeReference` is where the file's
+    /// first frame lies, in frames since the recording began; kinds that cannot say it leave it
+    /// out.
+    [[nodiscard]] static std::unique_ptr<SoundFile> create(
+        std::string path, tqcommon::Descriptor file, const FileFormat& kind,
+        const BlockFormat& format, std::string& error,
+        std::optional<std::uint64_t> timeReference = {});
     ~SoundFile();
     SoundFile(const SoundFile&) = delete;
     SoundFile& operator=(const SoundFile&) = delete;
@@ -57,7 +59,9 @@ class SoundFile {
     };
 
     SoundFile(std::string path, const FileFormat& kind, const BlockFormat& format);
-    [[nodiscard]] bool open(tqcommon::Descriptor file, std::string& error);
+    [[nodiscard]] bool open(tqcommon::Descriptor file, std::string& error,
+                            std::optional<std::uint64_t> timeReference);
+    void stampTime(std::uint64_t timeReference);
     void fail();
     void refreshFlac();
 
