@@ -1,13 +1,9 @@
 #include "cli/Outputs.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <list>
 #include <utility>
 
 #include "ipc/Printable.h"
@@ -36,49 +32,24 @@ bool Outputs::addOpened(std::unique_ptr<Kind> sink, std::string& error) {
 
 namespace {
 
-/// The file at a path that is to be written. Where there is none it is made, and removed again with
-/// this object.
-class Place {
-  public:
-    explicit Place(const std::string& path) : path_(path) {
-        std::error_code failure;
-        const std::filesystem::file_status status = std::filesystem::status(path, failure);
-        if (std::filesystem::is_fifo(status) || std::filesystem::is_socket(status)) {
-            // A named pipe: opening it waits until a reader comes, and so may writing.
-            problem_ = path + ": a pipe; only --output - writes into one";
-            return;
-        }
-        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-        if (file < 0) {
-            problem_ = path + ": " + std::strerror(errno);
-            return;
-        }
-        ::close(file);
-        isNew_ = !std::filesystem::exists(status);
-    }
-    ~Place() {
-        std::error_code failure;
-        if (isNew_) {
-            // The file that a link leads to; the link stays.
-            std::filesystem::remove(std::filesystem::canonical(path_, failure), failure);
-        }
-    }
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
+/// Whether two outputs would be one file, also through links to files that are not there yet.
+bool areSame(const std::string& one, const std::string& other) {
+    std::error_code failure;
+    const std::string target = linkTarget(one);
+    const std::string otherTarget = linkTarget(other);
+    return std::filesystem::exists(target, failure)
+               ? std::filesystem::is_regular_file(target, failure) &&
+                     std::filesystem::equivalent(target, otherTarget, failure)
+               : std::filesystem::weakly_canonical(target, failure) ==
+                     std::filesystem::weakly_canonical(otherTarget, failure);
+}
 
-    [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] const std::string& problem() const { return problem_; }
-    [[nodiscard]] bool isSameAs(const Place& other) const {
-        std::error_code failure;
-        return std::filesystem::is_regular_file(path_, failure) &&
-               std::filesystem::equivalent(path_, other.path_, failure);
-    }
-
-  private:
-    const std::string& path_;
-    std::string problem_;
-    bool isNew_ = false;
-};
+/// A named pipe: opening it waits until a reader comes, and so may writing.
+bool isPipe(const std::string& path) {
+    std::error_code failure;
+    const std::filesystem::file_status status = std::filesystem::status(path, failure);
+    return std::filesystem::is_fifo(status) || std::filesystem::is_socket(status);
+}
 
 /// One of the numbered files that stand in the way of a series of that name; empty without any.
 std::string firstNumbered(const std::string& path) {
@@ -111,7 +82,8 @@ std::vector<std::string> printableAll(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-/// Whether each of the files can and may be written. Files that are there keep their content.
+/// Whether the files may be written. Whether they can shows when they are opened beside their
+/// names.
 bool Outputs::arePlacesGood(std::string& error) const {
     const Options& o = options_;
     for (const std::string& path :
@@ -123,34 +95,29 @@ bool Outputs::arePlacesGood(std::string& error) const {
             return false;
         }
     }
-    std::list<Place> places;
+    std::vector<std::string> places;
     // A replay and a long recording write numbered files only.
-    if (!o.output.empty() && o.output != "-" && !o.replaySeconds && !o.maximumFileSeconds) {
-        places.emplace_back(o.output);
-    }
-    for (const std::string* path : {&o.eventsFile, &o.pictureFile}) {
-        if (!path->empty()) {
-            places.emplace_back(*path);
+    const bool isOneFile = o.output != "-" && !o.replaySeconds && !o.maximumFileSeconds;
+    for (const std::string& path : {isOneFile ? o.output : "", o.eventsFile, o.pictureFile}) {
+        if (path.empty()) {
+            continue;
         }
-    }
-    for (auto place = places.begin(); place != places.end(); ++place) {
-        if (!place->problem().empty()) {
-            error = place->problem();
+        if (isPipe(path)) {
+            error = path + ": a pipe; only --output - writes into one";
             return false;
         }
-        for (auto other = places.begin(); other != place; ++other) {
-            if (place->isSameAs(*other)) {
-                error = other->path() + " and " + place->path() + " are the same file";
+        for (const std::string& other : places) {
+            if (areSame(path, other)) {
+                error = other + " and " + path + " are the same file";
                 return false;
             }
         }
+        places.push_back(path);
     }
     return true;
 }
 
 bool Outputs::open(std::string& error) {
-    // All are checked before any is emptied: files of earlier recordings survive a start that
-    // fails.
     if (options_.isOutputChosen) {
         std::error_code failure;
         std::filesystem::create_directories(std::filesystem::path(options_.output).parent_path(),
@@ -164,6 +131,11 @@ bool Outputs::open(std::string& error) {
     const FileFormat* format = !o.format.empty() ? formatNamed(o.format) : formatOfPath(o.output);
     MixSink* mix = nullptr;
     TracksSink* tracks = nullptr;
+    if (o.output == "-" && ::isatty(standardOutput_) == 1) {
+        error =
+            "standard output is a terminal, and no place for sound; send it to a file or program";
+        return false;
+    }
     if (o.output == "-") {
         const bool raw = format != nullptr && format->container == 0;
         add(std::make_unique<PipeSink>(

@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <utility>
 
+#include "output/files/PartFile.h"
 #include "picture/Picture.h"
 
 namespace tqrecorder {
@@ -49,14 +49,9 @@ PictureSink::~PictureSink() {
 }
 
 bool PictureSink::open() {
-    const bool existed = std::filesystem::exists(path_);
-    if (!std::ofstream(path_, std::ios::app)) {
-        problems_.push_back(path_ + ": " + std::strerror(errno));
+    if (const PartFile probe(path_, true); !probe.problem().empty()) {
+        problems_.push_back(probe.problem());
         return false;
-    }
-    if (!existed) {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
     }
     if (mix_ != nullptr && tracks_ != nullptr) {
         return true;

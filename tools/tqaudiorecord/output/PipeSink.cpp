@@ -1,5 +1,6 @@
 #include "output/PipeSink.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -58,6 +59,11 @@ PipeSink::PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> na
                    std::size_t mostBytes)
     : descriptor_(descriptor), names_(std::move(names)), mostBytes_(mostBytes) {
     if (shape == Shape::kWav) {
+        struct stat status {};
+        if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode) &&
+            (fcntl(descriptor_, F_GETFL) & O_APPEND) == 0) {
+            headerAt_ = lseek(descriptor_, 0, SEEK_CUR);
+        }
         const auto header = streamingHeader();
         queue(header);
     }
@@ -129,6 +135,7 @@ void PipeSink::drain(int patienceMilliseconds) {
         const ssize_t written = ::write(descriptor_, waiting_.data() + sent_, bytes);
         if (written >= 0) {
             sent_ += static_cast<std::size_t>(written);
+            taken_ += static_cast<std::uint64_t>(written);
         } else if (errno == EPIPE) {
             closed_ = true;
             reason_ = "standard output was closed by its reader";
@@ -158,6 +165,23 @@ void PipeSink::finish() {
     }
     waiting_.clear();
     sent_ = 0;
+    completeHeader();
+}
+
+// What is longer than a header can say stays of unknown length.
+void PipeSink::completeHeader() const {
+    constexpr std::uint64_t kHeaderBytes = 44;
+    constexpr std::uint64_t kBehindRiff = 8;
+    if (headerAt_ < 0 || taken_ < kHeaderBytes || taken_ - kBehindRiff > UINT32_MAX) {
+        return;
+    }
+    const auto write = [this](off_t place, std::uint64_t value) {
+        const auto number = static_cast<std::uint32_t>(value);
+        // One that cannot be written leaves the length unknown.
+        (void)!pwrite(descriptor_, &number, sizeof number, headerAt_ + place);
+    };
+    write(4, taken_ - kBehindRiff);
+    write(40, taken_ - kHeaderBytes);
 }
 
 std::vector<std::string> PipeSink::problems() const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -12,8 +14,9 @@
 namespace tqrecorder {
 
 /// Writes the mix of the first process that plays to a pipe, as it is or behind a WAV header
-/// whose lengths say "unknown". Never waits for the reader while the recording runs: what the
-/// reader does not take is kept, up to a bound, and what goes over it is lost and counted.
+/// whose lengths say "unknown"; in a file they are filled in at the end. Never waits for the reader
+/// while the recording runs: what the reader does not take is kept, up to a bound, and what goes
+/// over it is lost and counted.
 class PipeSink : public Sink {
   public:
     enum class Shape { kRaw, kWav };
@@ -34,6 +37,7 @@ class PipeSink : public Sink {
   private:
     void queue(std::span<const std::byte> bytes);
     void drain(int patienceMilliseconds);
+    void completeHeader() const;
 
     int descriptor_;
     std::shared_ptr<ProcessNames> names_;
@@ -42,6 +46,8 @@ class PipeSink : public Sink {
     std::size_t sent_ = 0;  // of what waits
     std::unique_ptr<StreamClock> clock_;
     int processId_ = 0;
+    off_t headerAt_ = -1;      // of a header that can be completed; -1 for none
+    std::uint64_t taken_ = 0;  // bytes that were written
     bool lost_ = false;
     bool closed_ = false;
     bool hasJumped_ = false;

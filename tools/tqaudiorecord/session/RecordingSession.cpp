@@ -129,12 +129,7 @@ void RecordingSession::loop(RecordingResult& result) {
             drain(kTurn);
             removeEnded();
         }
-        if (hostIsOver && !isAnyEndedLeft()) {
-            result.end = End::kHostEnded;
-            result.hostExitCode = host_.exitCode();
-            result.hostEndSignal = host_.endSignal();
-            return;
-        }
+        // Before the host's end: an interrupt of the terminal ends both, the host often first.
         while (const auto signal = signals_.next()) {
             if (signal->number == SIGUSR1) {
                 (void)sink_.control({ControlCommand::Kind::kSave});
@@ -145,6 +140,12 @@ void RecordingSession::loop(RecordingResult& result) {
                 result.end = End::kSignal;
                 return;
             }
+        }
+        if (hostIsOver && !isAnyEndedLeft()) {
+            result.end = End::kHostEnded;
+            result.hostExitCode = host_.exitCode();
+            result.hostEndSignal = host_.endSignal();
+            return;
         }
         if (takeCommands()) {
             result.end = End::kSignal;

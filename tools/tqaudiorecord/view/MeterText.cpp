@@ -125,7 +125,9 @@ std::vector<std::string> numberLines(const Observer& observer) {
         lines.push_back(line);
     }
     if (lines.empty()) {
-        lines.push_back(std::string(elapsed.data()) + "  nothing to record yet");
+        lines.push_back(std::string(elapsed.data()) + (observer.processes().empty()
+                                                           ? "  nothing to record yet"
+                                                           : "  all that played has ended"));
     }
     return lines;
 }

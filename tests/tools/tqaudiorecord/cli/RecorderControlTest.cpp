@@ -19,8 +19,10 @@ class RecorderControlTest : public RecorderTest {
         words.insert(words.begin(), "ctl");
         return tqtest::runProgram(reachable(setup(std::move(words), {})));
     }
-    [[nodiscard]] bool hasPlayed(double seconds) const {
-        const ProgramEnd end = ctl({"status", "--json"});
+    [[nodiscard]] bool hasPlayed(double seconds, const std::vector<std::string>& which = {}) const {
+        std::vector<std::string> words = which;
+        words.insert(words.end(), {"status", "--json"});
+        const ProgramEnd end = ctl(words);
         if (end.code != 0) {
             return false;
         }
@@ -123,6 +125,9 @@ TEST_F(RecorderControlTest, OnlyTheUserReachesItAndIsToldWhereNobodyIs) {
     ASSERT_TRUE(eventually(
         [&] { return ctl({"status"}).errors.find("several recorders") != std::string::npos; }));
     EXPECT_EQ(ctl({"--pid", std::to_string(first.pid()), "save"}).code, 2);
+    ASSERT_TRUE(eventually([&] {
+        return hasPlayed(0.1, {"--pid", std::to_string(second.pid())});
+    }));
     first.signal(SIGKILL);
     (void)first.wait();
     // What a killed one left is no recorder.

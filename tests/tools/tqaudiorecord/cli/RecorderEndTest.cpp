@@ -115,6 +115,18 @@ TEST_F(RecorderTerminalTest, TheInterruptKeyEndsRecordingAndHost) {
     expectMusic(path, 44100, 1.9);
 }
 
+TEST_F(RecorderTerminalTest, TheInterruptKeyIsNoFailureWhereTheHostEndsFirst) {
+    const std::string path = folder_.file("out.wav");
+    Program program(inTerminal(setup({"-q", "-o", path}, {TQ_TONE_HOST, "tone", "30"})));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 44'100; }));
+    program.signal(SIGSTOP);
+    pressInterrupt();
+    // The host dies of it meanwhile.
+    std::this_thread::sleep_for(std::chrono::milliseconds{500});
+    program.signal(SIGCONT);
+    EXPECT_EQ(program.wait().code, 0);
+}
+
 TEST_F(RecorderTerminalTest, TheInterruptKeyLeavesAHostThatIsToGoOnAlone) {
     const std::string path = folder_.file("out.wav");
     Program program(inTerminal(setup({"-q", "--host-goes-on", "-o", path}, game("8"))));

@@ -28,6 +28,15 @@ TEST_F(RecorderTest, DoesNotWaitForTheReaderOfANamedPipe) {
     }
 }
 
+TEST_F(RecorderTest, StandardOutputThatIsATerminalIsRefused) {
+    const Terminal terminal(24, 80);
+    ProgramSetup with = setup({"-o", "-"}, game("60"));
+    with.output = terminal.programEnd();
+    const ProgramEnd outcome = tqtest::runProgram(with);
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_THAT(outcome.errors, HasSubstr("standard output is a terminal"));
+}
+
 TEST_F(RecorderTest, FindsThatTwoOutputsAreOneFile) {
     const std::string path = folder_.file("out.wav");
     const std::string link = folder_.file("link.wav");

@@ -50,6 +50,27 @@ TEST_F(PipeSinkTest, RawIsTheMixItself) {
     EXPECT_THAT(sink.problems(), testing::IsEmpty());
 }
 
+TEST_F(PipeSinkTest, AFileGetsItsLengthAtTheEnd) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("out.wav");
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    PipeSink sink(file, PipeSink::Shape::kWav, names_);
+    const auto bytes = counting(441, 0);
+    sink.block(game_, mixBlock(bytes, 1000));
+    sink.finish();
+    close(file);
+    const std::string all = contentOf(path);
+    ASSERT_EQ(all.size(), 44 + bytes.size());
+    const auto numberAt = [&all](std::size_t place) {
+        std::uint32_t number = 0;
+        std::memcpy(&number, all.data() + place, sizeof number);
+        return number;
+    };
+    EXPECT_EQ(numberAt(4), 36 + bytes.size());
+    EXPECT_EQ(numberAt(40), bytes.size());
+    EXPECT_EQ(RecordedFile(path).info.frames, 441);
+}
+
 TEST_F(PipeSinkTest, WavBeginsWithAHeaderOfUnknownLength) {
     PipeSink sink(writer_, PipeSink::Shape::kWav, names_);
     const auto bytes = counting(441, 0);

@@ -115,5 +115,12 @@ TEST_F(MeterTest, RedrawsInPlaceOnATerminalAndLeavesItClean) {
     close(master);
 }
 
+TEST_F(MeterTest, BehindTheLastProgramItDoesNotSayThatThereWasNone) {
+    EXPECT_THAT(numberLines(observer_), ElementsAre(HasSubstr("nothing to record yet")));
+    play();
+    observer_.processEnded(game_, facts_);
+    EXPECT_THAT(numberLines(observer_), ElementsAre(HasSubstr("all that played has ended")));
+}
+
 }  // namespace
 }  // namespace tqrecorder::test

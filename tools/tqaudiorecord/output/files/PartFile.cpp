@@ -30,15 +30,6 @@ bool isBusy(const std::string& path) {
     return file && !lock(file.get());
 }
 
-std::string targetOf(const std::string& path) {
-    std::error_code failure;
-    if (!fs::is_symlink(path, failure)) {
-        return path;
-    }
-    const fs::path real = fs::weakly_canonical(path, failure);
-    return failure ? path : real.string();
-}
-
 std::string partOf(const std::string& target) {
     const fs::path whole(target);
     return (whole.parent_path() / ("." + whole.filename().string() + ".part")).string();
@@ -64,7 +55,7 @@ bool renameToFree(const std::string& from, const std::string& to) {
 }  // namespace
 
 PartFile::PartFile(std::string path, bool mayReplace)
-    : path_(std::move(path)), target_(targetOf(path_)), mayReplace_(mayReplace) {
+    : path_(std::move(path)), target_(linkTarget(path_)), mayReplace_(mayReplace) {
     if (!open() && problem_.empty()) {
         problem_ = path_ + ": " + std::strerror(errno);
     }
@@ -146,14 +137,29 @@ bool PartFile::isStillThere() const {
 }
 
 std::string whyNotWritten(const std::string& path, bool mayReplace) {
-    const std::string target = targetOf(path);
+    const std::string target = linkTarget(path);
     if (isBusy(target) || isBusy(partOf(target))) {
         return path + kBusy;
     }
     std::error_code failure;
-    return !mayReplace && fs::is_regular_file(target, failure)
-               ? path + " is there already; --overwrite replaces it"
-               : std::string();
+    if (!fs::is_regular_file(target, failure)) {
+        return {};
+    }
+    // It would be replaced whatever its mode says.
+    return !mayReplace                         ? path + " is there already; --overwrite replaces it"
+           : access(target.c_str(), W_OK) != 0 ? path + ": " + std::strerror(errno)
+                                               : std::string();
+}
+
+std::string linkTarget(const std::string& path) {
+    constexpr int kMostLinks = 16;
+    fs::path place = path;
+    std::error_code failure;
+    for (int links = 0; links < kMostLinks && fs::is_symlink(place, failure); ++links) {
+        // One that is absolute replaces the folder.
+        place = place.parent_path() / fs::read_symlink(place, failure);
+    }
+    return place.string();
 }
 
 std::string freePath(const std::string& path) {

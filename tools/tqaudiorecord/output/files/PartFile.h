@@ -53,6 +53,9 @@ class PartFile {
 /// there is not replaced unless `mayReplace`, and never one that another recorder writes.
 [[nodiscard]] std::string whyNotWritten(const std::string& path, bool mayReplace);
 
+/// Where a path leads that is a link, also to a file that is not there; else the path.
+[[nodiscard]] std::string linkTarget(const std::string& path);
+
 /// The path, or with the lowest number from 2 on before its extension the first that is free.
 [[nodiscard]] std::string freePath(const std::string& path);
 

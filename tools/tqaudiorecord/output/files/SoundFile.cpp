@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -137,8 +136,6 @@ SoundFile::~SoundFile() {
 
 void SoundFile::stampTime(std::uint64_t timeReference) {
     SF_BROADCAST_INFO info{};
-    constexpr std::string_view kOriginator = "tqaudiorecord";
-    std::copy(kOriginator.begin(), kOriginator.end(), info.originator);
     info.version = 1;
     info.time_reference_low = static_cast<std::uint32_t>(timeReference);
     info.time_reference_high = static_cast<std::uint32_t>(timeReference >> 32U);

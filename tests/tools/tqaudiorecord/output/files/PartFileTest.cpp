@@ -118,6 +118,16 @@ TEST_F(PartFileTest, ALinkStaysALink) {
     EXPECT_EQ(RecordedFile(folder_.file("disk/real.wav")).frames(), 470U);
 }
 
+TEST_F(PartFileTest, ALinkToNothingStaysALink) {
+    std::filesystem::create_symlink("real.wav", path_);
+    MixSink mix = sink(false);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    mix.finish();
+    EXPECT_TRUE(std::filesystem::is_symlink(path_));
+    EXPECT_EQ(RecordedFile(folder_.file("real.wav")).frames(), 470U);
+}
+
 TEST_F(PartFileTest, AFileThatIsDeletedMeanwhileIsAProblemAndNotListed) {
     MixSink mix = sink(false);
     ASSERT_TRUE(mix.open());
