@@ -25,7 +25,6 @@ struct AlsaControl : AlsaCalls {
         const Sound first = all.part(0, before).trimmed();
         EXPECT_EQ(differences(noise.part(0, first.frames()), first), kNothing);
     }
-    const Sound other = markedNoise({}, 9600, 2);
 };
 
 TEST_F(AlsaControl, WhatIsRewoundIsWrittenAnew) {

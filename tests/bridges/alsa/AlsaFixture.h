@@ -37,6 +37,7 @@ class AlsaCalls : public NativeCalls {
     }
 
     const Sound noise = markedNoise({}, 24000);
+    const Sound other = markedNoise({}, 9600, 2);
     const std::unique_ptr<snd_pcm_t> pcm = make("default");
 };
 

@@ -70,7 +70,6 @@ TEST_F(AlsaStart, WhatIsDroppedBeforeTheStartIsNotHeard) {
     expectNothingHeard();
     EXPECT_EQ(snd_pcm_drop(pcm.get()), 0);
     EXPECT_EQ(snd_pcm_prepare(pcm.get()), 0);
-    const Sound other = markedNoise({}, 9600, 2);
     write(other);
     EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
     pump(60);

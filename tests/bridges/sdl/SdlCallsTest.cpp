@@ -1,87 +1,11 @@
-#include <SDL.h>
-
-#include <algorithm>
 #include <array>
-#include <cstring>
-#include <utility>
 
-#include "bridges/core/NativeCalls.h"
-#include "bridges/core/SampleLayouts.h"
-#include "bridges/sdl/FakeSdl.h"
+#include "bridges/sdl/SdlFixture.h"
 
 // Calls of a program into a made-up SDL, with the whole library behind them.
 
 namespace bridgetests {
 namespace {
-
-using tq::bridges::NativeSample;
-using tqtest::silence;
-
-/// What the program's callback plays from.
-struct Source {
-    std::string bytes;
-    std::size_t place = 0;
-
-    static void fill(void* self, Uint8* buffer, int length) {
-        auto& source = *static_cast<Source*>(self);
-        const auto wanted = static_cast<std::size_t>(length);
-        const std::size_t part = std::min(wanted, source.bytes.size() - source.place);
-        std::memcpy(buffer, source.bytes.data() + source.place, part);
-        std::memset(buffer + part, 0, wanted - part);
-        source.place += part;
-    }
-};
-
-struct SdlCalls : NativeCalls {
-    SdlCalls() : NativeCalls(tq::bridges::sdlApi(), "sdl-1") {}
-    void SetUp() override {
-        sdl = {};
-        NativeCalls::SetUp();
-    }
-    void TearDown() override {
-        SDL_Quit();
-        NativeCalls::TearDown();
-    }
-
-    static SDL_AudioSpec spec(Source* source, SDL_AudioFormat format = AUDIO_S16LSB,
-                              Uint8 channels = 2, int rate = 48000) {
-        SDL_AudioSpec wanted{};
-        wanted.freq = rate;
-        wanted.format = format;
-        wanted.channels = channels;
-        wanted.samples = kBuffer;
-        wanted.callback = source == nullptr ? nullptr : &Source::fill;
-        wanted.userdata = source;
-        return wanted;
-    }
-    static SDL_AudioDeviceID open(const SDL_AudioSpec& wanted, const char* name = nullptr) {
-        const SDL_AudioDeviceID id = SDL_OpenAudioDevice(name, 0, &wanted, nullptr, 0);
-        EXPECT_NE(id, 0U);
-        SDL_PauseAudioDevice(id, 0);
-        return id;
-    }
-    /// The device's thread asks that often.
-    std::string play(SDL_AudioDeviceID id, std::size_t buffers) {
-        std::string played;
-        for (std::size_t i = 0; i < buffers; ++i) {
-            played += sdl.play(id);
-        }
-        return played;
-    }
-    static int queue(SDL_AudioDeviceID id, std::string_view bytes) {
-        return SDL_QueueAudio(id, bytes.data(), static_cast<Uint32>(bytes.size()));
-    }
-    void close(SDL_AudioDeviceID id) {
-        SDL_CloseAudioDevice(id);
-        playOut(firstName());
-    }
-
-    static constexpr Uint16 kBuffer = 1000;
-    static constexpr std::size_t kBuffers = 24;
-    FakeSdl& sdl = FakeSdl::shared();
-    const Sound noise = markedNoise({}, kBuffers* kBuffer);
-    Source source{noise.bytes};
-};
 
 TEST_F(SdlCalls, WhatACallbackFillsIsPlayedAsItIsAndOnTheTrack) {
     const SDL_AudioDeviceID id = open(spec(&source));
@@ -364,67 +288,6 @@ TEST_F(SdlCalls, TheEndOfAnotherPartOfSdlEndsNoDevice) {
     close(id);
     expectHeard(noise);
 }
-
-/// Parts of a million by which the sound device is faster than the one of the tracks.
-class SdlDrift : public SdlCalls, public testing::WithParamInterface<int> {};
-
-TEST_P(SdlDrift, LosesNothingAndLeavesFewHoles) {
-    constexpr std::size_t kSeconds = 120;
-    const Sound sound = markedNoise({}, kSeconds * 48000);
-    source.bytes = sound.bytes;
-    const SDL_AudioDeviceID id = open(spec(&source));
-    (void)play(id, 1);
-    awaitReport(firstName());
-    const double faster = 1 + 1e-6 * GetParam();
-    for (double due = 0; source.place < source.bytes.size(); due += kFrames * faster) {
-        for (; due >= kBuffer; due -= kBuffer) {
-            (void)sdl.play(id);
-        }
-        pump();
-    }
-    close(id);
-    const auto found = differences(sound, heard());
-    // A device that is slow runs dry once for each margin that it has lost: 144 ms are two or
-    // three.
-    EXPECT_LE(found.size(), GetParam() < 0 ? 4U : 0U);
-    for (const std::string& each : found) {
-        EXPECT_NE(each.find("frames of silence inserted"), std::string::npos) << each;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Ppm, SdlDrift, testing::Values(-1200, -1000, 0, 1000));
-
-/// What SDL calls a layout, and what it is on a machine whose lowest byte is the first.
-using Layout = std::pair<SDL_AudioFormat, NativeSample>;
-class SdlLayouts : public SdlCalls, public testing::WithParamInterface<Layout> {};
-
-TEST_P(SdlLayouts, AreOnTheTrackWithTheirValuesAndPlayedAsTheyAre) {
-    const auto [format, sample] = GetParam();
-    const NoiseIn sound(sample);
-    source.bytes = sound.written();
-    const SDL_AudioDeviceID id = open(spec(&source, format));
-    std::string played;
-    while (source.place != source.bytes.size()) {
-        played += sdl.play(id);
-    }
-    EXPECT_EQ(played.substr(0, source.bytes.size()), source.bytes);
-    playOn();
-    close(id);
-    const Sound all = heard(sound.heardAs());
-    sound.expectIs(all.part(0, NoiseIn::kFrames));
-}
-
-INSTANTIATE_TEST_SUITE_P(All, SdlLayouts,
-                         testing::Values(Layout{AUDIO_U8, NativeSample::kU8},
-                                         Layout{AUDIO_S8, NativeSample::kS8},
-                                         Layout{AUDIO_U16LSB, NativeSample::kU16},
-                                         Layout{AUDIO_U16MSB, NativeSample::kU16Swapped},
-                                         Layout{AUDIO_S16LSB, NativeSample::kS16},
-                                         Layout{AUDIO_S16MSB, NativeSample::kS16Swapped},
-                                         Layout{AUDIO_S32LSB, NativeSample::kS32},
-                                         Layout{AUDIO_S32MSB, NativeSample::kS32Swapped},
-                                         Layout{AUDIO_F32LSB, NativeSample::kF32},
-                                         Layout{AUDIO_F32MSB, NativeSample::kF32Swapped}));
 
 TEST_F(SdlCalls, WhereTheProgramLeavesTheFormatToSdlAndDoesNotAskTheTrackHasSdlsOwn) {
     SDL_AudioSpec desired = spec(&source, 0, 0, 0);
