@@ -35,6 +35,10 @@ class BusGuard {
         }
     }
 
+    /// [any thread] The calling thread may block SIGBUS from here on; the next letThrough() sees to
+    /// it.
+    static void mayBlockAgain() noexcept { isLetThrough = false; }
+
     /// Whether the mapping has been taken off its file.
     [[nodiscard]] bool isCutOff() const noexcept;
 

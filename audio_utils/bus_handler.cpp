@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
 
 namespace korva_audio_utils {
 
@@ -18,6 +17,7 @@ namespace {
 using Sigaction = int (*)(int, const struct sigaction*, struct sigaction*);
 using Signal = void (*)(int);
 using SetSignal = Signal (*)(int, Signal);
+using Ignore = int (*)(int);
 
 /// What the program wants done.
 ///
@@ -51,7 +51,6 @@ constinit std::atomic<bool (*)(const siginfo_t&) noexcept> theMend{nullptr};
 /// actions itself.
 constinit std::atomic<pid_t> owner{0};
 constinit Sigaction originalSigaction = nullptr;
-constinit SetSignal originalSignal = nullptr;
 
 /// The C library's, also where the calls of this very library are redirected.
 int setForReal(const struct sigaction* action, struct sigaction* before) noexcept {
@@ -102,38 +101,98 @@ struct sigaction handlerBefore(const struct sigaction& program) noexcept {
     struct sigaction action {};
     action.sa_sigaction = onBusError;
     action.sa_mask = program.sa_mask;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK | (program.sa_flags & (SA_NODEFER | SA_RESTART));
+    // A handler that expects the thread's own stack may need more than another one has.
+    action.sa_flags = SA_SIGINFO | (isFunction(program)
+                                        ? program.sa_flags & (SA_NODEFER | SA_RESTART | SA_ONSTACK)
+                                        : SA_RESTART | SA_ONSTACK);
     return action;
 }
 
+/// A program may have seen the library's handler by a call that is not redirected, and sets it
+/// again as the one that was there before.
+bool isOurs(const struct sigaction& action) noexcept {
+    return action.sa_sigaction == onBusError;
+}
+
+bool mayReplace(int number) noexcept {
+    return number == SIGBUS && owner.load() == ::getpid();
+}
+
+/// What the program had before.
+struct sigaction exchange(const struct sigaction& action) noexcept {
+    const struct sigaction last = programs.get();
+    const struct sigaction wanted = isOurs(action) ? last : action;
+    const struct sigaction ours = handlerBefore(wanted);
+    programs.set(wanted);
+    setForReal(&ours, nullptr);
+    return last;
+}
+
 int replacedSigaction(int number, const struct sigaction* action, struct sigaction* before) {
-    if (number != SIGBUS || owner.load() != ::getpid()) {
+    if (!mayReplace(number)) {
         return originalSigaction(number, action, before);
     }
-    const struct sigaction last = programs.get();
-    if (action != nullptr) {
-        const struct sigaction ours = handlerBefore(*action);
-        programs.set(*action);
-        setForReal(&ours, nullptr);
-    }
+    const struct sigaction last = action != nullptr ? exchange(*action) : programs.get();
     if (before != nullptr) {
         *before = last;
     }
     return 0;
 }
 
-Signal replacedSignal(int number, Signal handler) {
-    if (number != SIGBUS || handler == SIG_ERR || owner.load() != ::getpid()) {
-        return originalSignal(number, handler);
-    }
+struct sigaction actionOf(Signal handler, int flags) noexcept {
     struct sigaction action {};
-    struct sigaction before {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
+    action.sa_flags = flags;
     sigemptyset(&action.sa_mask);
+    return action;
+}
+
+// The older calls, as the C library carries them out.
+
+Signal setToStay(Signal handler) noexcept {
+    struct sigaction action = actionOf(handler, SA_RESTART);
     sigaddset(&action.sa_mask, SIGBUS);
-    replacedSigaction(SIGBUS, &action, &before);
-    return before.sa_handler;
+    return exchange(action).sa_handler;
+}
+
+Signal setForOnce(Signal handler) noexcept {
+    constexpr auto kOnce = static_cast<int>(SA_RESETHAND | SA_NODEFER | SA_INTERRUPT);
+    return exchange(actionOf(handler, kOnce)).sa_handler;
+}
+
+Signal setOrHold(Signal handler) noexcept {
+    const bool holds = handler == SIG_HOLD;
+    const struct sigaction last = holds ? programs.get() : exchange(actionOf(handler, 0));
+    sigset_t busError;
+    sigset_t before;
+    sigemptyset(&busError);
+    sigaddset(&busError, SIGBUS);
+    pthread_sigmask(holds ? SIG_BLOCK : SIG_UNBLOCK, &busError, &before);
+    return sigismember(&before, SIGBUS) == 1 ? SIG_HOLD : last.sa_handler;
+}
+
+/// Every name has an instance of its own, for what ran there before.
+template <Signal (*kSet)(Signal) noexcept, int kWhich>
+struct Setter {
+    static inline constinit SetSignal original = nullptr;
+
+    static Signal replacement(int number, Signal handler) {
+        const bool isReplaced = handler != SIG_ERR && mayReplace(number);
+        return isReplaced ? kSet(handler) : original(number, handler);
+    }
+    static ReplacedCall call(const char* name) {
+        return {name, reinterpret_cast<void*>(&replacement), reinterpret_cast<void**>(&original)};
+    }
+};
+
+constinit Ignore originalIgnore = nullptr;
+
+int replacedIgnore(int number) {
+    if (!mayReplace(number)) {
+        return originalIgnore(number);
+    }
+    exchange(actionOf(SIG_IGN, 0));
+    return 0;
 }
 
 }  // namespace
@@ -158,11 +217,17 @@ void keepBusHandlerInChild() noexcept {
 }
 
 std::span<const ReplacedCall> busHandlerCalls() {
-    static const std::array<ReplacedCall, 2> calls{
+    static const std::array<ReplacedCall, 8> calls{
         {{"sigaction", reinterpret_cast<void*>(&replacedSigaction),
           reinterpret_cast<void**>(&originalSigaction)},
-         {"signal", reinterpret_cast<void*>(&replacedSignal),
-          reinterpret_cast<void**>(&originalSignal)}}};
+         Setter<setToStay, 0>::call("signal"),
+         Setter<setToStay, 1>::call("bsd_signal"),
+         Setter<setToStay, 2>::call("ssignal"),
+         Setter<setForOnce, 0>::call("sysv_signal"),
+         Setter<setForOnce, 1>::call("__sysv_signal"),
+         Setter<setOrHold, 0>::call("sigset"),
+         {"sigignore", reinterpret_cast<void*>(&replacedIgnore),
+          reinterpret_cast<void**>(&originalIgnore)}}};
     return calls;
 }
 
@@ -175,8 +240,8 @@ bool areBusHandlerCallsPlain() noexcept {
     return std::all_of(calls.begin(), calls.end(), [&library](const ReplacedCall& call) {
         Dl_info found{};
         const void* const function = ::dlsym(RTLD_DEFAULT, call.name);
-        return function != nullptr && ::dladdr(function, &found) != 0 &&
-               found.dli_fbase == library.dli_fbase;
+        return function == nullptr ||
+               (::dladdr(function, &found) != 0 && found.dli_fbase == library.dli_fbase);
     });
 }
 

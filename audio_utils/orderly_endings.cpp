@@ -40,6 +40,7 @@ struct Ending<int(Parameters...)> {
 
 using ExecWithoutEnvironment = Ending<int(const char*, char* const*)>;
 using ExecWithEnvironment = Ending<int(const char*, char* const*, char* const*)>;
+using ExecAt = Ending<int(int, const char*, char* const*, char* const*, int)>;
 using ExecOfDescriptor = Ending<int(int, char* const*, char* const*)>;
 
 // The calls that take the new program's arguments one by one. They call the others, so what ran in
@@ -103,12 +104,13 @@ int ExecListWithEnvironment(const char* path, const char* first, ...) {
 }  // namespace
 
 std::span<const ReplacedCall> orderlyEndingCalls() {
-    static const std::array<ReplacedCall, 8> calls{{
+    static const std::array<ReplacedCall, 9> calls{{
         ExecWithoutEnvironment::call<0>("execv"),
         ExecWithoutEnvironment::call<1>("execvp"),
         ExecWithEnvironment::call<0>("execve"),
         ExecWithEnvironment::call<1>("execvpe"),
         ExecOfDescriptor::call<0>("fexecve"),
+        ExecAt::call<0>("execveat"),
         {"execl", reinterpret_cast<void*>(&ExecList<false>), nullptr},
         {"execlp", reinterpret_cast<void*>(&ExecList<true>), nullptr},
         {"execle", reinterpret_cast<void*>(&ExecListWithEnvironment), nullptr},

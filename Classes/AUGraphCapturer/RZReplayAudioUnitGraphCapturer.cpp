@@ -3,6 +3,7 @@
 #include <AudioToolbox/AudioToolbox.h>
 #include <Foundation/Foundation.h>
 #include <audio_hook_config.h>
+#include <bus_guard.h>
 #include <optional>
 
 #include "PendingNodes.h"
@@ -280,6 +281,8 @@ std::span<const TQRebinding> rows() {
             RZReplayAudioUnitGraphCapturer::startHook();
         }
     });
+    // The program has not set up this thread yet, its signal mask included.
+    korva_audio_utils::BusGuard::mayBlockAgain();
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <AudioToolbox/AudioToolbox.h>
 #include <Foundation/Foundation.h>
 #include <audio_hook_config.h>
+#include <bus_guard.h>
 
 #include <optional>
 #include <utility>
@@ -260,6 +261,8 @@ std::span<const TQRebinding> rows() {
                 {&RZUnitHooks, &RZGraphHooks, &RZInteractionHooks, &RZEditHooks, &RZEndingHooks});
         }
     });
+    // The program has not set up this thread yet, its signal mask included.
+    korva_audio_utils::BusGuard::mayBlockAgain();
 }
 
 }  // namespace

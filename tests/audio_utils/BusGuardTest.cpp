@@ -1,38 +1,16 @@
 #include "bus_guard.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
-#include <span>
 #include <thread>
 #include <utility>
 
-#include "bus_handler.h"
+#include "CutPage.h"
 
 namespace korva_audio_utils {
 namespace {
-
-const auto kPage = static_cast<std::size_t>(getpagesize());
-
-/// A page of a file that has no bytes any more.
-volatile char* CutPage() {
-    const int fd = memfd_create("cut", MFD_CLOEXEC);
-    EXPECT_EQ(::ftruncate(fd, static_cast<off_t>(kPage)), 0);
-    void* const data = ::mmap(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    EXPECT_NE(data, MAP_FAILED);
-    EXPECT_EQ(::ftruncate(fd, 0), 0);
-    ::close(fd);
-    return static_cast<volatile char*>(data);
-}
-
-void* Address(volatile char* page) {
-    return const_cast<char*>(page);
-}
 
 TEST(BusGuardTest, AnAccessToACutFileFindsZerosAndGoesOn) {
     volatile char* const page = CutPage();
@@ -88,27 +66,6 @@ TEST(BusGuardDeathTest, AHandlerThatWasThereBeforeGetsWhatIsNotGuarded) {
         other[0] = 1;
     };
     EXPECT_EXIT(child(), testing::ExitedWithCode(42), "");
-}
-
-TEST(BusGuardDeathTest, AHandlerThatIsSetLaterStandsBehindTheGuardAndIsFoundWhereItWasSet) {
-    const auto child = [] {
-        std::signal(SIGBUS, SIG_DFL);
-        volatile char* const guarded = CutPage();
-        volatile char* const other = CutPage();
-        const BusGuard guard(Address(guarded), kPage);
-        const std::span<const ReplacedCall> calls = busHandlerCalls();
-        *calls[0].saved = reinterpret_cast<void*>(&::sigaction);
-        *calls[1].saved = reinterpret_cast<void*>(&std::signal);
-        const auto set =
-            reinterpret_cast<void (*(*)(int, void (*)(int)))(int)>(calls[1].replacement);
-        void (*const ending)(int) = [](int) { std::_Exit(43); };
-        if (set(SIGBUS, ending) != SIG_DFL || set(SIGBUS, ending) != ending) {
-            std::_Exit(1);
-        }
-        guarded[0] = 1;
-        other[0] = 1;
-    };
-    EXPECT_EXIT(child(), testing::ExitedWithCode(43), "");
 }
 
 TEST(BusGuardDeathTest, AThreadThatBlocksTheSignalLetsItThroughOnce) {

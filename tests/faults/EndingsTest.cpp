@@ -14,7 +14,8 @@ using Endings = FaultLaunches;
 
 TEST_F(Endings, OrderlyOnesInsideACallbackCostNothing) {
     arm();
-    for (const char* const how : {"exit", "quick_exit", "exec", "execve", "self"}) {
+    for (const char* const how : {"exit", "quick_exit", "exec", "execv", "execvp", "execve",
+                                  "execvpe", "fexecve", "execle", "execveat", "self"}) {
         const tqtest::ProgramEnd run = launch(std::string("inside:") + how);
         EXPECT_EQ(run.code, 0) << how << ": " << run.text();
         expectPlays(launch("play"), "started");

@@ -55,4 +55,5 @@ class FaultLaunches : public testing::Test {
     const std::filesystem::path flags = caches / kName / "korva_audio_utils";
     const std::filesystem::path config = flags / "korva_audio_hook_config.flag";
     const std::filesystem::path count = flags / "korva_audio_hook_func_count.flag";
+    const std::filesystem::path records = flags / "korva_audio_hook_processes.flag";
 };

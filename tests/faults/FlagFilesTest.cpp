@@ -62,15 +62,17 @@ TEST_F(FlagFiles, FilesWithHolesOnAFullDiskLeaveTheHooksOutAndTheHostPlays) {
 }
 
 TEST_F(FlagFiles, AFlagFileThatIsEmptiedWhileTheHostPlaysDoesNotStopIt) {
-    for (const fs::path& file : {count, config}) {
+    for (const fs::path& file : {count, config, records}) {
         arm();
         expectPlays(launch("cut:" + file.string()), "started");
     }
 }
 
 TEST_F(FlagFiles, NorDoesItWhereTheThreadsThatPlayBlockAllSignals) {
-    arm();
-    expectPlays(launch("blocked:" + count.string()), "started");
+    for (const fs::path& file : {count, config, records}) {
+        arm();
+        expectPlays(launch("blocked:" + file.string()), "started");
+    }
 }
 
 TEST_F(FlagFiles, NorDoesItWhereTheHostHasAHandlerOfItsOwnWhichItKeeps) {

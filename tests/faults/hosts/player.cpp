@@ -13,6 +13,7 @@
 
 #include <AudioToolbox/AudioToolbox.h>
 #include <TQPlatform/ManualDevice.h>
+#include <fcntl.h>
 #include <setjmp.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -72,6 +73,34 @@ void pump(int from, int to) {
     }
 }
 
+/// By the call of that name, if it is one of exec.
+void becomeTrue(const std::string& how) {
+    const char* const path = "/bin/true";
+    char name[] = "true";
+    char* const arguments[] = {name, nullptr};
+    if (how == "execv") {
+        execv(path, arguments);
+    }
+    if (how == "execvp") {
+        execvp(name, arguments);
+    }
+    if (how == "execve") {
+        execve(path, arguments, environ);
+    }
+    if (how == "execvpe") {
+        execvpe(name, arguments, environ);
+    }
+    if (how == "fexecve") {
+        fexecve(open(path, O_RDONLY | O_CLOEXEC), arguments, environ);
+    }
+    if (how == "execle") {
+        execle(path, name, nullptr, environ);
+    }
+    if (how == "execveat") {
+        execveat(AT_FDCWD, path, arguments, environ, 0);
+    }
+}
+
 void end(const std::string& how, char** argv) {
     if (how == "exit") {
         std::exit(0);
@@ -88,11 +117,7 @@ void end(const std::string& how, char** argv) {
     if (how == "self") {
         execl(argv[0], argv[0], "play", nullptr);
     }
-    if (how == "execve") {
-        char name[] = "true";
-        char* const arguments[] = {name, nullptr};
-        execve("/bin/true", arguments, environ);
-    }
+    becomeTrue(how);
     if (how == "noexec") {
         execl("/nowhere", "nowhere", nullptr);
     }
