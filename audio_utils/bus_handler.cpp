@@ -216,6 +216,19 @@ void keepBusHandlerInChild() noexcept {
     }
 }
 
+BusErrorsAsInherited::BusErrorsAsInherited() noexcept {
+    const struct sigaction program = programs.get();
+    if (program.sa_handler == SIG_IGN && setForReal(nullptr, &ours_) == 0 && isOurs(ours_)) {
+        isTakenAway_ = setForReal(&program, nullptr) == 0;
+    }
+}
+
+BusErrorsAsInherited::~BusErrorsAsInherited() {
+    if (isTakenAway_) {
+        setForReal(&ours_, nullptr);
+    }
+}
+
 std::span<const ReplacedCall> busHandlerCalls() {
     static const std::array<ReplacedCall, 8> calls{
         {{"sigaction", reinterpret_cast<void*>(&replacedSigaction),

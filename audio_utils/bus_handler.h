@@ -15,6 +15,21 @@ void installBusHandler(bool (*mend)(const siginfo_t& info) noexcept) noexcept;
 /// Only in the child of a fork, which has the handler as well.
 void keepBusHandlerInChild() noexcept;
 
+/// [any thread] While it lives, a signal that the program ignores is ignored without the library's
+/// handler, as another program inherits what is ignored and no handlers. Real-time safe; also for
+/// children of vfork().
+class BusErrorsAsInherited {
+  public:
+    BusErrorsAsInherited() noexcept;
+    ~BusErrorsAsInherited();
+    BusErrorsAsInherited(const BusErrorsAsInherited&) = delete;
+    BusErrorsAsInherited& operator=(const BusErrorsAsInherited&) = delete;
+
+  private:
+    struct sigaction ours_ {};
+    bool isTakenAway_ = false;
+};
+
 /// [any thread] The calls by which a program takes SIGBUS, as crash reporters do. With the
 /// replacements in their place what it sets stands behind the library's handler, and what it asks
 /// for is its own. The replacements may be called in signal handlers and by children of vfork().

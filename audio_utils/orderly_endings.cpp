@@ -8,12 +8,19 @@
 #include <cstddef>
 
 #include "audio_hook_config.h"
+#include "bus_handler.h"
 
 namespace korva_audio_utils {
 
 namespace {
 
 // Calls come from children of vfork() too, so nothing here allocates or takes a lock.
+
+/// While it lives, the process may become another program.
+struct OtherProgram {
+    AudioHookOrderlyEnding ending;
+    BusErrorsAsInherited inherited;  // after it: the guard's files are not written to any more
+};
 
 template <class Function>
 struct Ending;
@@ -28,7 +35,7 @@ struct Ending<int(Parameters...)> {
 
     template <int kWhich>
     static int replacement(Parameters... arguments) {
-        const AudioHookOrderlyEnding ending;
+        const OtherProgram next;
         return original<kWhich>(arguments...);
     }
     template <int kWhich>
@@ -63,7 +70,7 @@ std::size_t CountOf(const char* first, Arguments& rest) {
 /// `exec` gets the arguments as a vector; the list then stands behind their null.
 template <class Exec>
 int RunWithList(const char* first, Arguments& counted, Arguments& rest, const Exec& exec) {
-    const AudioHookOrderlyEnding ending;
+    const OtherProgram next;
     // On the stack, as the C library does it.
     auto** const all = static_cast<char**>(alloca(CountOf(first, counted) * sizeof(char*)));
     std::size_t count = 0;

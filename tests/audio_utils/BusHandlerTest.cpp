@@ -9,10 +9,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "CutPage.h"
 #include "bus_guard.h"
+#include "orderly_endings.h"
 
 // A program that takes the signal for itself, by calls that are redirected.
 
@@ -21,6 +23,7 @@ namespace {
 
 using Signal = void (*)(int);
 using SetSignal = Signal (*)(int, Signal);
+using Ignore = int (*)(int);
 using Sigaction = int (*)(int, const struct sigaction*, struct sigaction*);
 
 /// A process with the library's handler, in which nobody had the signal before.
@@ -79,7 +82,7 @@ TEST(BusHandlerDeathTest, EveryCallOfTheCLibraryThatSetsAHandlerSetsItBehindTheL
 TEST(BusHandlerDeathTest, AnIgnoredSignalDoesNothingWhenItIsSentAndKillsWhenAnAccessFails) {
     const auto child = [] {
         const Host host;
-        Host::call<int (*)(int)>("sigignore")(SIGBUS);
+        Host::call<Ignore>("sigignore")(SIGBUS);
         std::raise(SIGBUS);
         if (Host::handler() != SIG_IGN) {
             std::_Exit(1);
@@ -88,6 +91,31 @@ TEST(BusHandlerDeathTest, AnIgnoredSignalDoesNothingWhenItIsSentAndKillsWhenAnAc
         host.other[0] = 1;
     };
     EXPECT_EXIT(child(), testing::KilledBySignal(SIGBUS), "");
+}
+
+TEST(BusHandlerDeathTest, WhatIsIgnoredTheProgramThatItBecomesIgnoresAsWell) {
+    const auto child = [] {
+        const Host host;
+        Host::call<Ignore>("sigignore")(SIGBUS);
+        using Exec = int (*)(const char*, char* const*);
+        Exec exec = nullptr;
+        for (const ReplacedCall& call : orderlyEndingCalls()) {
+            if (std::string_view(call.name) == "execv") {
+                *call.saved = ::dlsym(RTLD_DEFAULT, call.name);
+                exec = reinterpret_cast<Exec>(call.replacement);
+            }
+        }
+        std::array<char*, 1> none{};
+        exec("/nowhere", none.data());
+        host.guarded[0] = 1;
+        const std::array<std::string, 3> words{"sh", "-c", "kill -BUS $$; exit 49"};
+        std::array<char*, 4> arguments{};
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            arguments[i] = const_cast<char*>(words[i].c_str());
+        }
+        exec("/bin/sh", arguments.data());
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(49), "");
 }
 
 TEST(BusHandlerDeathTest, ASignalThatIsHeldIsSaidToBe) {
