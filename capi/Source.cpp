@@ -42,6 +42,35 @@ using tqcapi::call;
 
 namespace {
 
+/// Integers of 16 and 32 bits and floats of 32 are what the gain knows.
+bool hasGain(const tq_format& format) {
+    constexpr std::uint32_t kMostChannels = 8;
+    const bool isKnown =
+        format.bits_per_channel == 32 || (format.bits_per_channel == 16 && format.is_float == 0);
+    return isKnown && format.is_interleaved != 0 && format.channels >= 1 &&
+           format.channels <= kMostChannels && format.sample_rate > 0;
+}
+
+AudioStreamBasicDescription descriptionOf(const tq_format& format) {
+    AudioStreamBasicDescription desc{};
+    desc.mSampleRate = format.sample_rate;
+    desc.mFormatID = kAudioFormatLinearPCM;
+    desc.mFormatFlags =
+        static_cast<AudioFormatFlags>(kAudioFormatFlagIsPacked) |
+        static_cast<AudioFormatFlags>(format.is_float != 0 ? kAudioFormatFlagIsFloat
+                                                           : kAudioFormatFlagIsSignedInteger);
+    desc.mFramesPerPacket = 1;
+    desc.mChannelsPerFrame = format.channels;
+    desc.mBitsPerChannel = format.bits_per_channel;
+    desc.mBytesPerFrame = format.channels * format.bits_per_channel / 8;
+    desc.mBytesPerPacket = desc.mBytesPerFrame;
+    return desc;
+}
+
+bool hasUnit(const tq_source& source) {
+    return source.obj->inUnit() != nullptr;
+}
+
 RZStreamMixManager& manager() {
     return *RZStreamMixManager::sharedManager();
 }
@@ -138,6 +167,23 @@ tq_result tq_source_open(const tq_source_description* description, tq_source** s
     });
 }
 
+tq_result tq_source_open_gain(const tq_format* format, tq_source** source) {
+    return call([&] {
+        if (source == nullptr || format == nullptr) {
+            return TQ_ERROR_NULL;
+        }
+        if (!hasGain(*format)) {
+            return TQ_ERROR_VALUE;
+        }
+        auto obj = std::make_shared<RZReplayAudioUnitObject>();
+        obj->setStreamDesc(descriptionOf(*format));
+        auto made = std::make_unique<tq_source>(tq_source_description{}, obj);
+        manager().addUnitless(obj);
+        *source = made.release();
+        return TQ_OK;
+    });
+}
+
 void tq_source_close(tq_source* source) {
     const std::unique_ptr<tq_source> owned(source);
 }
@@ -146,6 +192,9 @@ tq_result tq_source_rename(tq_source* source, const char* name) {
     return call([&] {
         if (source == nullptr || name == nullptr) {
             return TQ_ERROR_NULL;
+        }
+        if (!hasUnit(*source)) {
+            return TQ_ERROR_VALUE;
         }
         takeFormat(source->obj);
         RZUnitFacts::shared().named(source->obj->inUnit(), name);
@@ -159,7 +208,7 @@ tq_result tq_source_set_speakers(tq_source* source, const tq_speaker* speakers, 
         if (source == nullptr || (speakers == nullptr && count != 0)) {
             return TQ_ERROR_NULL;
         }
-        if (count > kMostChannels) {
+        if (count > kMostChannels || !hasUnit(*source)) {
             return TQ_ERROR_VALUE;
         }
         std::vector<AudioChannelLabel> labels(count);

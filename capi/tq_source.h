@@ -53,12 +53,20 @@ struct tq_source_description {
 TQ_CAPTURE_EXPORT enum tq_result tq_source_open(const struct tq_source_description* description,
                                                 tq_source** source);
 
-/** [host thread] Only while the unit does not run. Null is ignored. */
+/** [host thread] The gain alone, for sound that has no unit: nothing of it is captured, and ducking
+ * and compression process it as they do a unit's, with the levels that are set now and later. Only
+ * for tq_source_gain_is_on(), _begin(), _process() and _close(). TQ_ERROR_NULL, TQ_ERROR_NO_MEMORY,
+ * TQ_ERROR_INSIDE_CALLBACK; TQ_ERROR_VALUE when the format is not of interleaved integers of 16 or
+ * 32 bits or floats of 32, with 1 to 8 channels. */
+TQ_CAPTURE_EXPORT enum tq_result tq_source_open_gain(const struct tq_format* format,
+                                                     tq_source** source);
+
+/** [host thread] Only while its unit does not run. Null is ignored. */
 TQ_CAPTURE_EXPORT void tq_source_close(tq_source* source);
 
 /** [host thread] The unit stands for another stream from its next start on, which makes it another
  * track to whoever listens when the name differs. TQ_ERROR_NULL, TQ_ERROR_NO_MEMORY,
- * TQ_ERROR_INSIDE_CALLBACK. */
+ * TQ_ERROR_INSIDE_CALLBACK; TQ_ERROR_VALUE for one without a unit. */
 TQ_CAPTURE_EXPORT enum tq_result tq_source_rename(tq_source* source, const char* name);
 
 /** [host thread] Which loudspeakers the unit's channels are meant for, from its next start on, so

@@ -200,7 +200,7 @@ std::int32_t RZStreamMixManager::enableDucking(const RZReplayVolumeDuckingParam*
     if (!isDuckingEnable()) {
         duckingLevel_.reset();
     }
-    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+    for (const UnitObject& obj : objsWithLevels()) {
         obj->setDuckingParam(param);
     }
     return 0;
@@ -217,7 +217,7 @@ std::int32_t RZStreamMixManager::enableCompressor(const RZReplayVolumeCompressor
     if (!isCompressorEnable()) {
         compressorLevel_.reset();
     }
-    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+    for (const UnitObject& obj : objsWithLevels()) {
         obj->setCompressorParam(param);
     }
     return 0;
@@ -234,7 +234,7 @@ BOOL RZStreamMixManager::isCompressorEnable() const {
 std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
     const RZOperationLock guard(operatorLock_);
     duckingLevel_ = Level{volume, isDB};
-    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+    for (const UnitObject& obj : objsWithLevels()) {
         obj->updateDuckingVolume(volume, isDB);
     }
     return 0;
@@ -243,10 +243,27 @@ std::int32_t RZStreamMixManager::updateDuckingVolume(float volume, BOOL isDB) {
 std::int32_t RZStreamMixManager::updateCompressorVolume(float volume, BOOL isDB) {
     const RZOperationLock guard(operatorLock_);
     compressorLevel_ = Level{volume, isDB};
-    for (const UnitObject& obj : getUnitObjListWithCopy()) {
+    for (const UnitObject& obj : objsWithLevels()) {
         obj->updateCompressorVolume(volume, isDB);
     }
     return 0;
+}
+
+void RZStreamMixManager::addUnitless(const UnitObject& obj) {
+    const RZOperationLock guard(operatorLock_);
+    std::erase_if(unitless_, [](const auto& other) { return other.expired(); });
+    unitless_.push_back(obj);
+    giveLevels(obj);
+}
+
+std::vector<RZStreamMixManager::UnitObject> RZStreamMixManager::objsWithLevels() {
+    std::vector<UnitObject> objs = getUnitObjListWithCopy();
+    for (const auto& other : unitless_) {
+        if (UnitObject obj = other.lock()) {
+            objs.push_back(std::move(obj));
+        }
+    }
+    return objs;
 }
 
 void RZStreamMixManager::giveLevels(const UnitObject& obj) {

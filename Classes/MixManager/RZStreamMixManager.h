@@ -234,6 +234,9 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     std::int32_t updateCompressorVolume(float volume, BOOL isDB);
     /// Gives an object the levels that were set last, before its first block.
     void giveLevels(const UnitObject& obj);
+    /// Levels go to this object as well, from now on for as long as it lives: it has no unit, so it
+    /// is neither captured nor found by one. Its format is set.
+    void addUnitless(const UnitObject& obj);
     /// [host thread] Which loudspeakers the unit's channels are meant for, from its next start on;
     /// none: it is not known.
     void setChannelLabels(const UnitObject& obj, std::vector<AudioChannelLabel> labels);
@@ -255,6 +258,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
 
     RZStreamMixManager();
     void observeNotifications();
+    /// The caller holds the operator's lock.
+    [[nodiscard]] std::vector<UnitObject> objsWithLevels();
     UnitObject registerUnit(const RZLogSite& site, const std::string& key, AudioUnit unit,
                             std::int32_t number);
     void recordTrackStatistics(const UnitObject& obj);
@@ -308,6 +313,8 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     /// Guarded by mapLock. Render threads look up by handle, others by key, which is the handle's
     /// text.
     std::vector<Entry> unitMap_;
+    /// Guarded by operatorLock.
+    std::vector<std::weak_ptr<RZReplayAudioUnitObject>> unitless_;
     /// Guarded by mapLock. Where a unit stood in unitMap_ when it was last found; checked before
     /// use.
     mutable std::array<std::size_t, 32> unitHints_{};

@@ -42,14 +42,20 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
     // In one order with the count of users, for whoever takes the unit away.
     BridgeUnit* const unit = unit_.load();
     isServed_ = unit != nullptr || isWaiting_.load(std::memory_order_relaxed);
-    if (!isServed_ || samples == nullptr || frames == 0) {
+    if (samples == nullptr || frames == 0) {
         return asWritten;
     }
     const GuardScope guard;
+    // One that began without a unit keeps its own gain: the change would be heard.
+    tq_source* const own = gain_.load(std::memory_order_acquire);
+    tq_source* const source = own != nullptr || unit == nullptr ? own : unit->source();
+    const bool isOn = tq_source_gain_is_on(source) != 0;
+    if (!isServed_ && !isOn) {
+        processed_ = 0;
+        return asWritten;
+    }
     prepared_ = std::min(frames, mostFrames_);
     const std::size_t count = prepared_ * format_.channels;
-    tq_source* const source = unit == nullptr ? nullptr : unit->source();
-    const bool isOn = tq_source_gain_is_on(source) != 0;
     if (source != begun_) {
         if (isOn) {
             tq_source_begin(source);
@@ -102,9 +108,10 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
         return;
     }
     const GuardScope guard;
+    const std::size_t kept = std::min(frames, prepared_);
     if (!isServed_) {
         unserved_.fetch_add(frames, std::memory_order_relaxed);
-    } else if (const std::size_t kept = std::min(frames, prepared_); kept != 0) {
+    } else if (kept != 0) {
         const std::size_t gone = std::min(late, kept);
         const std::size_t from = gone * unitFrameBytes_;
         if (const FifoEnd end(*this); end) {
@@ -118,14 +125,14 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
             // Thrown away this moment, by another thread.
             unserved_.fetch_add(kept - gone, std::memory_order_relaxed);
         }
-        if (isProcessed_) {
-            const std::size_t next = kept * unitFrameBytes_;
-            processed_ -= kept;
-            std::memmove(pre_.data(), pre_.data() + next, processed_ * unitFrameBytes_);
-            std::memmove(post_.data(), post_.data() + next, processed_ * unitFrameBytes_);
-        }
         // Longer than the FIFO is: nothing of the rest would find room.
         unserved_.fetch_add(frames - kept, std::memory_order_relaxed);
+    }
+    if (isProcessed_) {
+        const std::size_t next = kept * unitFrameBytes_;
+        processed_ -= kept;
+        std::memmove(pre_.data(), pre_.data() + next, processed_ * unitFrameBytes_);
+        std::memmove(post_.data(), post_.data() + next, processed_ * unitFrameBytes_);
     }
     prepared_ = 0;
     if (frames > largestPiece_.load(std::memory_order_relaxed)) {

@@ -161,6 +161,9 @@ class NativeStream final : private BlockFeeder {
     /// The same stream in the child of a fork, as the program left it.
     [[nodiscard]] bool beginInChild(std::uint64_t number);
     void end();
+    /// A gain of its own, for as long as it lives: what has no unit is ducked as well. Not while
+    /// there is a unit, unless that is about to be taken away.
+    void takeOwnGain();
     [[nodiscard]] tq_stream facts(tq_stream_fate fate, bool isClosed) const;
     /// Nothing of it is to be heard as long as this lasts.
     [[nodiscard]] bool isHeldBack() const noexcept {
@@ -232,8 +235,17 @@ class NativeStream final : private BlockFeeder {
 
     std::atomic<int> users_{0};
     std::atomic<State> state_{State::kUnused};
-    /// Whose gain counts for what is written; it plays the stream unless that is waiting.
+    /// Whose gain counts for what is written, unless the stream has one of its own; it plays the
+    /// stream unless that is waiting.
     std::atomic<BridgeUnit*> unit_{nullptr};
+    /// Closes what tq_source_open_gain() has opened.
+    struct CloseSource {
+        void operator()(tq_source* source) const { tq_source_close(source); }
+    };
+    std::unique_ptr<tq_source, CloseSource> ownGain_;  ///< under StreamLife's lock
+    /// The same for writers. Stored once, before the stream is found without a unit; only a
+    /// stream that nobody uses loses it.
+    std::atomic<tq_source*> gain_{nullptr};
     /// All units play closed streams out: what is written is kept until one of them is free.
     std::atomic<bool> isWaiting_{false};
     std::atomic<bool> hasSound_{false};  ///< a first block has been taken

@@ -72,6 +72,8 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     passed_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
     heard_ = ReservedMemory(bytes);
     room_ = ReservedMemory(mostFrames_ * format.bytesPerFrame());
+    gain_ = nullptr;
+    ownGain_.reset();
     kept_ = nullptr;
     begun_ = nullptr;
     processed_ = prepared_ = block_ = 0;
@@ -101,6 +103,23 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
            heard_.data() != nullptr;
 }
 
+void NativeStream::takeOwnGain() {
+    if (gain_.load(std::memory_order_relaxed) != nullptr) {
+        return;
+    }
+    const UnitSample sample = unitSampleOf(format_.sample);
+    const tq_format format{.sample_rate = format_.sampleRate,
+                           .channels = format_.channels,
+                           .bits_per_channel = 8 * bytesPerSample(sample),
+                           .is_float = sample == UnitSample::kF32 ? 1U : 0U,
+                           .is_interleaved = 1};
+    tq_source* made = nullptr;
+    // Without memory for it the stream is as loud as it is written.
+    (void)tq_source_open_gain(&format, &made);
+    ownGain_.reset(made);
+    gain_.store(made, std::memory_order_release);
+}
+
 bool NativeStream::beginInChild(std::uint64_t number) {
     const bool isFrozen = isFrozen_.load();
     const std::size_t taken = taken_.load();
@@ -114,6 +133,8 @@ bool NativeStream::beginInChild(std::uint64_t number) {
 
 void NativeStream::end() {
     unit_.store(nullptr);
+    gain_ = nullptr;
+    ownGain_.reset();
     key_ = nullptr;
     isWaiting_ = false;
     isInherited_ = false;

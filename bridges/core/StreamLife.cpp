@@ -214,11 +214,13 @@ void StreamLife::seat(NativeStream& stream) {
             return;
         }
         if (!promised->take(stream.format_, stream.name_, stream)) {
+            stream.takeOwnGain();
             stream.unit_.store(nullptr);
         }
     } else if (BridgeUnit* const unit = unitFor(stream)) {
         stream.unit_.store(unit, std::memory_order_release);
     } else {
+        stream.takeOwnGain();
         waitFor(stream);
         return;
     }

@@ -183,6 +183,47 @@ TEST_F(Source, ALevelIsForgottenWhenDuckingGoesOff) {
     EXPECT_EQ(block.back(), 10000);
 }
 
+/// -20 dB stand before each of them.
+struct GainAlone : Source {
+    void SetUp() override {
+        Source::SetUp();
+        duck();
+        ASSERT_EQ(tq_volume_set_ducking_level(volume, 0), TQ_OK);
+    }
+    static constexpr tq_format kFloats{48000, 2, 32, 1, 1};
+};
+
+TEST_F(GainAlone, NeedsNoUnitAndFollowsTheLevel) {
+    ASSERT_EQ(tq_source_open_gain(&kFloats, &source), TQ_OK);
+    EXPECT_NE(tq_source_gain_is_on(source), 0);
+    for (const float level : {0.0F, -80.0F}) {
+        ASSERT_EQ(tq_volume_set_ducking_level(volume, level), TQ_OK);
+        std::vector<float> block(2 * 480, 0.5F);
+        tq_source_begin(source);
+        tq_source_process(source, block.data(), 480);
+        EXPECT_NEAR(block.front(), level == 0 ? 0.05 : 0.5, 0.001);
+        EXPECT_NEAR(block.back(), level == 0 ? 0.05 : 0.5, 0.001);
+    }
+}
+
+TEST_F(GainAlone, OnlyChangesFormatsThatItKnows) {
+    for (const tq_format& format : {tq_format{48000, 2, 24, 0, 1}, tq_format{48000, 2, 64, 1, 1},
+                                    tq_format{48000, 2, 16, 1, 1}, tq_format{48000, 2, 16, 0, 0},
+                                    tq_format{48000, 9, 16, 0, 1}, tq_format{48000, 0, 16, 0, 1},
+                                    tq_format{0, 2, 16, 0, 1}}) {
+        EXPECT_EQ(tq_source_open_gain(&format, &source), TQ_ERROR_VALUE);
+    }
+    EXPECT_EQ(tq_source_open_gain(nullptr, &source), TQ_ERROR_NULL);
+    EXPECT_EQ(tq_source_open_gain(&kFloats, nullptr), TQ_ERROR_NULL);
+}
+
+TEST_F(GainAlone, HasNeitherNameNorLoudspeakers) {
+    ASSERT_EQ(tq_source_open_gain(&kFloats, &source), TQ_OK);
+    const tq_speaker left = TQ_SPEAKER_FRONT_LEFT;
+    EXPECT_EQ(tq_source_rename(source, "alsa-1"), TQ_ERROR_VALUE);
+    EXPECT_EQ(tq_source_set_speakers(source, &left, 1), TQ_ERROR_VALUE);
+}
+
 constexpr tq_speaker kFive[] = {TQ_SPEAKER_FRONT_LEFT, TQ_SPEAKER_FRONT_RIGHT,
                                 TQ_SPEAKER_CENTER,     TQ_SPEAKER_SUBWOOFER,
                                 TQ_SPEAKER_SIDE_LEFT,  TQ_SPEAKER_SIDE_RIGHT};

@@ -16,6 +16,7 @@ using tq::bridges::NativeSample;
 using tq::bridges::NativeStream;
 using tqtest::differences;
 using tqtest::Encoding;
+using tqtest::largestDifference;
 using tqtest::markedNoise;
 using tqtest::Sound;
 using tqtest::SoundFormat;
@@ -181,6 +182,53 @@ TEST_F(StreamLifeTest, AStreamThatWaitsForAClosedOneIsDuckedAsItIsWritten) {
     eighth.close();
     playOut("madeup-8 eighth");
     EXPECT_EQ(differences(eighth.passed(), track("madeup-8 eighth").trimmed()), kNothing);
+}
+
+TEST_F(StreamLifeTest, StreamsThatHaveNoUnitAreDuckedFromTheirFirstFrameOn) {
+    const SoundFormat mono{.rate = 44100, .channels = 1, .encoding = Encoding::F32};
+    const Sound sound = markedNoise(mono, 9600);
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    duckingBegins(kEndlessAttack);
+    for (int i = 0; i < 8; ++i) {
+        streams.push_back(std::make_unique<MadeUpPcm>(mono, ""));
+        streams.back()->write(sound);
+        EXPECT_LE(largestDifference(sound, streams.back()->passed(), 0.1), kRounding) << i;
+        awaitReport("madeup-" + std::to_string(i + 1),
+                    i < 7 ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE);
+    }
+    // What the interface refused is not ducked twice.
+    streams[7]->write(sound, 4800);
+    streams[7]->write(sound.part(4800, 4800));
+    EXPECT_LE(largestDifference(sound, streams[7]->passed().part(9600, 9600), 0.1), kRounding);
+    // It goes on in the same way when it gets a unit.
+    streams[0].reset();
+    playOut("madeup-1");
+    awaitReport("madeup-8", TQ_STREAM_RECORDED);
+    streams[7]->write(sound);
+    EXPECT_LE(largestDifference(sound, streams[7]->passed().part(19200, 9600), 0.1), kRounding);
+    streams[7]->close();
+    playOut("madeup-8");
+    EXPECT_LE(largestDifference(streams[7]->passed().part(19200, 9600),
+                                track("madeup-8", {.rate = 44100, .channels = 1}).trimmed()),
+              kRounding);
+}
+
+TEST_F(StreamLifeTest, WhoeverDucksLaterDucksStreamsThatHaveNoUnitAsWell) {
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    const Sound sound = markedNoise({}, 9600);
+    for (int i = 0; i < 8; ++i) {
+        streams.push_back(std::make_unique<MadeUpPcm>(SoundFormat{}, ""));
+        streams.back()->write(sound);
+    }
+    EXPECT_EQ(differences(sound, streams[7]->passed()), kNothing);
+    duckingBegins();
+    streams[7]->write(sound);
+    EXPECT_NEAR(streams[7]->passed().value(9600 + 9599, 0), sound.value(9599, 0) / 10, 0.001);
+    duckingLevel(-80);
+    for (int i = 0; i < 20; ++i) {
+        streams[7]->write(sound);
+    }
+    EXPECT_NEAR(streams[7]->passed().value(22 * 9600 - 1, 0), sound.value(9599, 0), 0.001);
 }
 
 TEST_F(StreamLifeTest, AStreamOfAnotherFormatWaitsForTheFirstUnitThatIsFree) {
