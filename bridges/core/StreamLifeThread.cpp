@@ -276,14 +276,16 @@ void StreamLife::finish() {
         }
     }
     auto end = Clock::now() + longest;
-    std::size_t before = 0;
+    Left before;
     for (Left left = whatIsLeft(); left.streams != 0 && Clock::now() < end; left = whatIsLeft()) {
         if (isHurried) {
             // No further than to the next end, where a stream that waits takes the unit over.
             (void)TQNullDeviceHurry(std::min(left.seconds, kLongestHurry));
-            end = left.streams < before ? Clock::now() + longest : end;
+            // Whoever listens may keep the device waiting. What is left only becomes less.
+            const bool isLess = left.streams < before.streams || left.seconds < before.seconds;
+            end = isLess ? Clock::now() + longest : end;
         }
-        before = left.streams;
+        before = left;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     const std::scoped_lock guard(lock_);

@@ -129,6 +129,7 @@ void Tap::record(char** arguments) {
     setVolume();
     publishFramesAtExit();
     memory_->page().facts.bridges = useBridges();
+    makeRoomAtExit();
     isThreadOwed_ = !mayPlay;
     watch();
     if (mayPlay) {
@@ -210,11 +211,11 @@ bool Tap::waitForEnd(int milliseconds) {
         return connection_.waitForEnd(milliseconds, settings_.recorder);
     }
     timespec then{};
-    clock_gettime(CLOCK_REALTIME, &then);
+    clock_gettime(CLOCK_MONOTONIC, &then);
     then.tv_nsec += milliseconds * 1'000'000L;
     then.tv_sec += then.tv_nsec / 1'000'000'000L;
     then.tv_nsec %= 1'000'000'000L;
-    (void)sem_timedwait(&unitMade_, &then);
+    (void)sem_clockwait(&unitMade_, CLOCK_MONOTONIC, &then);
     return connection_.waitForEnd(0, settings_.recorder);
 }
 

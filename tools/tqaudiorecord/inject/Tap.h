@@ -6,6 +6,7 @@
 #include <atomic>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "inject/RecorderConnection.h"
@@ -21,7 +22,8 @@ namespace tqrecorder {
 /// destroyed.
 ///
 /// Tap.cpp has its life, TapListening.cpp what the listeners do, TapFork.cpp what fork() asks for,
-/// TapThreads.cpp what is left when the program's own threads have gone.
+/// TapThreads.cpp what is left when the program's own threads have gone, TapEnd.cpp what its
+/// orderly end asks for.
 class Tap {
   public:
     /// [host thread] Connects, does what the settings ask for, and goes on in the background.
@@ -66,6 +68,8 @@ class Tap {
     void pushLine(const tq_log_line& line) noexcept;
     void pushStream(const tq_stream& stream) noexcept;
     void takeUnit(const tq_unit& unit) noexcept;
+    void pushSound(const Outlet& outlet, const RecordHeader& header,
+                   std::span<const RingWriter::Bytes> parts) noexcept;
     void publishCounts(SharedPage& page) const noexcept;
 
     /// [host thread] What the library counts now, without what was there before.
@@ -74,6 +78,10 @@ class Tap {
     [[nodiscard]] static bool isAnyUnitStarted();
     [[nodiscard]] bool isMoreToCome() const;
     static void publishFramesAtExit();
+
+    // Where the program ends in order.
+    static void makeRoomAtExit();
+    void makeRoom();
 
     // Where the program's last thread has gone.
     void watchMainThread();
@@ -106,6 +114,9 @@ class Tap {
     /// that change their credentials or their user namespace must have no second thread.
     std::atomic<bool> isThreadOwed_{false};
     std::atomic<bool> isMainThreadGone_{false};
+    /// The program ends, and blocks wait for room until they have once waited in vain. Writers:
+    /// the thread that ends the program, and a render thread that gives up. Publishes nothing else.
+    std::atomic<bool> isPatient_{false};
     sem_t unitMade_{};  ///< posted for the tap's thread while nothing is collected
     std::mutex work_;   ///< held while our own thread is in the library
     bool usesPlatform_ = false;

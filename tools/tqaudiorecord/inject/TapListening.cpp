@@ -142,7 +142,7 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
         parts[count] = parts[count].first(std::min(parts[count].size(), kLongestName));
         header.nameBytes = static_cast<std::uint32_t>(parts[count++].size());
     }
-    outlet->sound.push(header, std::span(parts).first(count));
+    pushSound(*outlet, header, std::span(parts).first(count));
 }
 
 void Tap::pushEvent(const tq_event& event) noexcept {

@@ -14,24 +14,34 @@ constexpr std::uint64_t roundedUp(std::uint64_t bytes) {
     return (bytes + 7) & ~std::uint64_t{7};
 }
 
+std::uint64_t bytesOf(std::span<const RingWriter::Bytes> parts) {
+    std::uint64_t bytes = 0;
+    for (const RingWriter::Bytes& part : parts) {
+        bytes += part.size();
+    }
+    return bytes;
+}
+
 }  // namespace
 
 bool RingWriter::push(RecordHeader header, std::span<const Bytes> parts) const noexcept {
-    std::uint64_t payload = 0;
-    for (const Bytes& part : parts) {
-        payload += part.size();
-    }
-    header.payloadBytes = static_cast<std::uint32_t>(payload);
-    bool pushed = false;
-    if (payload < std::numeric_limits<std::uint32_t>::max() - 2 * sizeof header &&
-        state_->busy.exchange(1, std::memory_order_acquire) == 0) {
-        pushed = pushAlone(header, parts);
-        state_->busy.store(0, std::memory_order_release);
-    }
+    const bool pushed = tryPush(header, parts);
     if (!pushed) {
-        state_->lostBytes.fetch_add(payload, std::memory_order_relaxed);
+        state_->lostBytes.fetch_add(bytesOf(parts), std::memory_order_relaxed);
         state_->lostRecords.fetch_add(1, std::memory_order_release);
     }
+    return pushed;
+}
+
+bool RingWriter::tryPush(RecordHeader header, std::span<const Bytes> parts) const noexcept {
+    const std::uint64_t payload = bytesOf(parts);
+    header.payloadBytes = static_cast<std::uint32_t>(payload);
+    if (payload >= std::numeric_limits<std::uint32_t>::max() - 2 * sizeof header ||
+        state_->busy.exchange(1, std::memory_order_acquire) != 0) {
+        return false;
+    }
+    const bool pushed = pushAlone(header, parts);
+    state_->busy.store(0, std::memory_order_release);
     return pushed;
 }
 

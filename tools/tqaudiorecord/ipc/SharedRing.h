@@ -60,6 +60,8 @@ class RingWriter {
 
     /// [real-time safe] False when there was no room: the record is counted as lost.
     bool push(RecordHeader header, std::span<const Bytes> parts) const noexcept;
+    /// [real-time safe] The same for one that is tried again: nothing is counted.
+    [[nodiscard]] bool tryPush(RecordHeader header, std::span<const Bytes> parts) const noexcept;
 
   private:
     [[nodiscard]] bool pushAlone(RecordHeader& header, std::span<const Bytes> parts) const noexcept;

@@ -65,6 +65,20 @@ TEST_F(NativePlayersTest, DuckingCountsFromTheFirstFramesOn) {
     expectTrackHolds(run, run.heard);
 }
 
+TEST_F(NativePlayersTest, WhatAPlayerHasLeftAtItsEndFindsRoom) {
+    // Nothing paces the device: nine seconds of ten megabytes are written in a moment, before the
+    // ring's memory has been taken, and played out when the player ends.
+    constexpr int kTimes = 2;
+    const tqtest::SoundFormat format{48000, 6, tqtest::Encoding::S32};
+    const Sound noise = tqtest::markedNoise(format, std::size_t{9} * 48000);
+    FileOutput<tqtest::AlsaFilePcm> output(format);
+    const std::string file = output.folder().file("long.wav");
+    writeWav(noise, file);
+    for (int i = 0; i < kTimes; ++i) {
+        expectTrackHolds(runRecorded(output, {"aplay", "-q", "-D", "cap", file}), noise);
+    }
+}
+
 TEST_F(NativePlayersTest, CodedSoundIsNamedAsTheReasonForSilence) {
     const ProgramRun run =
         play({"aplay", "-q", "-D", "null", "-t", "raw", "-f", "IEC958_SUBFRAME_LE", "-c", "2"});

@@ -106,6 +106,23 @@ TEST_F(Ring, CountsWhatFindsNoRoomAndKeepsWhatIsThere) {
     expectNext(500, 100);
 }
 
+TEST_F(Ring, CountsNothingOfWhatIsTriedAgain) {
+    while (push(500, 0)) {
+    }
+    ASSERT_EQ(reader.takeLostRecords(), 1U);
+    RecordHeader header;
+    header.kind = RecordKind::kEvent;
+    const std::vector<std::byte> bytes = bytesOf(500, 1);
+    const std::array<RingWriter::Bytes, 1> parts{bytes};
+    EXPECT_FALSE(writer.tryPush(header, parts));
+    EXPECT_EQ(reader.takeLostRecords(), 0U);
+    EXPECT_EQ(reader.takeLostBytes(), 0U);
+    while (next() == Found::kRecord) {
+    }
+    EXPECT_TRUE(writer.tryPush(header, parts));
+    EXPECT_EQ(next(), Found::kRecord);
+}
+
 TEST_F(Ring, RefusesARecordThatNeverFits) {
     EXPECT_FALSE(push(5000, 1));
     EXPECT_EQ(reader.takeLostRecords(), 1U);

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "SessionFixture.h"
+#include "support/LeakCheck.h"
+#include "support/sound/Sound.h"
 
 namespace {
 
@@ -67,6 +69,21 @@ TEST_F(Session, ASinkThatWantsNoMoreEndsTheRecording) {
     const RecordingResult result = record({kHost, "tone", "60"});
     EXPECT_EQ(result.end, End::kSink);
     EXPECT_EQ(result.message, "nobody reads on");
+}
+
+TEST_F(Session, WhatIsLeftAtAProgramsEndWaitsForTheRecorder) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer cannot be preloaded into a program built without it";
+#endif
+    tqtest::startProgramsWithoutLeakCheck();
+    // Ten times what the ring holds, written in a moment: nothing paces that device.
+    options.ringSeconds = 0.2;
+    const std::size_t frames = std::size_t{9} * 48000;
+    const std::string path = (caches / "long.wav").string();
+    tqtest::writeWav(tqtest::markedNoise({}, frames), path);
+    record({"aplay", "-q", "-D", "null", path});
+    EXPECT_EQ(sink.only().lostBlocks, 0U);
+    EXPECT_GE(sink.only().streams.at(1).samples(0).size(), frames);
 }
 
 }  // namespace
