@@ -3,6 +3,7 @@
 #include "RZBoundary.h"
 #include "RZGraphTakeOver.h"
 #include "RZHookSet.h"
+#include "RZInteractionList.h"
 #include "RZLogSite.h"
 #include "hook/Hook.h"
 
@@ -17,21 +18,22 @@ constexpr const char* kFile = "Classes/AUGraphCapturer/RZGraphEdits";
 template <auto* kFunction>
 constexpr RZLogSite kSiteOf(kFile, tqhook::kNameOf<kFunction, "Record_graph_">.data());
 
-UInt32 interactionsOf(AUGraph graph) {
-    UInt32 count = 0;
-    static_cast<void>(AUGraphGetNumberOfInteractions(graph, &count));
-    return count;
-}
-
 /// An edit that changes nothing takes nothing along.
 template <auto* kFunction>
 constexpr auto hookEdit() {
     return tqhook::hook<kFunction>([](auto* original, AUGraph graph, auto... arguments) {
-        const UInt32 before = interactionsOf(graph);
-        const OSStatus status = original(graph, arguments...);
-        if (RZEditHooks.isRecording() && interactionsOf(graph) != before) {
-            RZRoadGuarded(kSiteOf<kFunction>, [&] { RZSettleEdit(graph); });
+        constexpr const RZLogSite& site = kSiteOf<kFunction>;
+        if (!RZEditHooks.isRecording()) {
+            return original(graph, arguments...);
         }
+        RZInteractionList before;
+        RZRoadGuarded(site, [&] { before = RZInteractionList::of(graph); });
+        const OSStatus status = original(graph, arguments...);
+        RZRoadGuarded(site, [&] {
+            if (before.isEdited(graph, status)) {
+                RZSettleEdit(graph);
+            }
+        });
         return status;
     });
 }
@@ -50,7 +52,7 @@ constexpr tqhook::HookTable kHooks{
             return original(graph);
         }
         RZGraphUpdate update;
-        RZRoadGuarded(site, [&] { update.begin(graph, true); });
+        RZRoadGuarded(site, [&] { update.begin(graph, RZGraphUpdate::Call::Initialization); });
         const OSStatus status = original(graph);
         RZRoadGuarded(site, [&] { update.end(status, NO); });
         return status;

@@ -100,9 +100,9 @@ void takeOverNode(const RZReplayAudioUnitObject& obj, AUGraph graph) {
     const AUNodeRenderCallback& host = *fed;
     RZHostCallbacks& known = RZHostCallbacks::shared();
     const RZHostCallback before = known.of(graph);
-    known.note(graph, {host.cback, host.destInputNumber, true});
+    known.note(graph, {host.cback, 0, true});
     const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, graph};
-    if (setCallback(graph, obj.inNode(), host.destInputNumber, ours) != 0) {
+    if (setCallback(graph, obj.inNode(), 0, ours) != 0) {
         known.note(graph, before);
     }
 }
@@ -133,25 +133,6 @@ void chooseOrigin(RZReplayAudioUnitObject& obj, AUGraph graph) {
     }
 }
 
-void giveBack(AUGraph graph) {
-    RZHostCallbacks& known = RZHostCallbacks::shared();
-    // Where an update was waited for, the graph keeps what it is to bring.
-    RZHostCallback host = known.of(graph).updated();
-    const auto info = pendingOf(graph);
-    // Where ours has to stay it calls what is known of the host's.
-    if (!host.isOurs || !info || !mayEdit(graph, info->node)) {
-        return;
-    }
-    for (const AUNodeRenderCallback& one : callbacksOf(graph, info->node)) {
-        if (isOurs(one.cback) &&
-            setCallback(graph, info->node, one.destInputNumber, host.callback) != 0) {
-            return;
-        }
-    }
-    host.isOurs = false;
-    known.note(graph, host);
-}
-
 /// Whether what the graph is given now waits. A running graph is updated; one that was
 /// uninitialised goes on with what its unit has until it is initialised again.
 bool isWaiting(AUGraph graph) {
@@ -177,6 +158,24 @@ void settleQueued(AUGraph graph) {
     }
 }
 
+/// Whether something waits that a start brings: before the unit starts, or else it does not.
+bool isUpdatedByStart(AUGraph graph) {
+    const RZHostCallback node = RZHostCallbacks::shared().of(graph);
+    return (node.isQueued || node.haveOthersQueued) && answersYes(AUGraphIsInitialized, graph) &&
+           !answersYes(AUGraphIsRunning, graph);
+}
+
+/// What the graph renders when it starts is decided before.
+void settleGraph(AUGraph graph) {
+    settleQueued(graph);
+    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
+    AudioUnit unit = nullptr;
+    if (obj && !answersYes(AUGraphIsRunning, graph) &&
+        AUGraphNodeInfo(graph, obj->inNode(), nullptr, &unit) == 0 && obj->inUnit() == unit) {
+        chooseOrigin(*obj, graph);
+    }
+}
+
 }  // namespace
 
 bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
@@ -187,35 +186,24 @@ bool RZNodeTakeOver::begin(AUGraph graph, AUNode node, UInt32 input,
     const bool isPending = pending && pending->node == node;
     RZHostCallbacks& known = RZHostCallbacks::shared();
     const bool isToWait = isWaiting(graph);
-    if (!isObjs && !isPending) {
+    // An output unit plays its input 0 alone. With ours on another one the graph would come to its
+    // refusal as often as we set it, and in another order.
+    if ((!isObjs && !isPending) || input != 0) {
         if (isToWait && (obj || pending)) {
             known.noteOthersQueued(graph, true);
         }
         return false;
     }
     const RZHostCallback noted = known.of(graph);
-    // One callback stands behind ours. Another input than the one that has it keeps its own; input
-    // 0, which is what an output unit plays, comes before all others.
-    const bool hasPlace = noted.isOurs || (noted.isQueued && noted.isOursNext);
-    if (hasPlace && noted.place != input) {
-        if (input != 0) {
-            if (isToWait) {
-                known.noteOthersQueued(graph, true);
-            }
-            return false;
-        }
-        giveBack(graph);
-    }
     // Without an object, ours goes in only where opening the graph is going to make one.
     const bool canTakeOver = isObjs || !answersYes(AUGraphIsOpen, graph);
     const bool isTakenOver = callback.inputProc != nullptr && canTakeOver;
-    RZHostCallback now{callback, input, isTakenOver};
+    RZHostCallback now{callback, 0, isTakenOver};
     // The unit goes on with the old callback until the graph's edits are carried out.
     if ((isObjs || noted.isOurs) && isToWait) {
         now = noted;
-        now.place = input;
         now.isQueued = true;
-        now.isBehindOthers = noted.haveOthersQueued || (hasPlace && noted.place != input);
+        now.isBehindOthers = noted.haveOthersQueued;
         now.isOursNext = isTakenOver;
         now.next = callback;
     }
@@ -288,16 +276,6 @@ void RZCaptureNode(const RZLogSite& site, AUGraph graph, const PendingNodeInfo& 
     chooseOrigin(*obj, graph);
 }
 
-void RZSettleGraph(AUGraph graph) {
-    settleQueued(graph);
-    const auto obj = manager().findAudioUnitObjByAUGraph(graph);
-    AudioUnit unit = nullptr;
-    if (obj && !answersYes(AUGraphIsRunning, graph) &&
-        AUGraphNodeInfo(graph, obj->inNode(), nullptr, &unit) == 0 && obj->inUnit() == unit) {
-        chooseOrigin(*obj, graph);
-    }
-}
-
 void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
     const auto& resolver = TQAudioUnitRecordResolveManager::sharedManager();
     const auto info = outputNodeOf(graph);
@@ -320,19 +298,27 @@ void RZAdoptGraph(const RZLogSite& site, AUGraph graph) {
 void RZSettleEdit(AUGraph graph) {
     const RZHostCallback node = RZHostCallbacks::shared().of(graph);
     if ((node.isQueued || node.haveOthersQueued) && !isWaiting(graph)) {
-        RZSettleGraph(graph);
+        settleGraph(graph);
     }
 }
 
-void RZGraphUpdate::begin(AUGraph graph, bool isInitialization) {
+void RZGraphUpdate::begin(AUGraph graph, Call call) {
+    if (call == Call::Start && !isUpdatedByStart(graph)) {
+        settleGraph(graph);
+        return;
+    }
     graph_ = graph;
+    call_ = call;
     obj_ = manager().findAudioUnitObjByAUGraph(graph);
     noted_ = RZHostCallbacks::shared().of(graph);
     if (obj_) {
         before_ = obj_->originCallback();
         nodesBefore_ = obj_->nodesCallback();
     }
-    if (isInitialization) {
+    if (noted_.isQueued) {
+        interactions_ = RZInteractionList::of(graph);
+    }
+    if (call == Call::Initialization) {
         RZHostCallbacks::shared().markCarriedOut(graph, true);
     } else if (!answersYes(AUGraphIsInitialized, graph) && !answersYes(AUGraphIsRunning, graph)) {
         // The platform does nothing: what waits goes on waiting.
@@ -358,8 +344,8 @@ void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
     // on.
     bool isDone = status == 0 || status == kAUGraphErr_CannotDoInCurrentContext;
     if (!isDone && noted_.isQueued && isStillInGraph()) {
-        isDone = !noted_.isBehindOthers;
-        waitsOn_ = noted_.isBehindOthers;
+        waitsOn_ = isBehindTheRefused();
+        isDone = !waitsOn_;
     }
     if (noted_.isQueued) {
         settleWaiting(isDone);
@@ -377,6 +363,21 @@ void RZGraphUpdate::end(OSStatus status, BOOL isRecorded) {
     }
 }
 
+/// Whether what waited came after the edit that the units refused.
+bool RZGraphUpdate::isBehindTheRefused() const {
+    const auto info = outputNodeOf(graph_);
+    if (call_ == Call::Initialization || !info) {
+        return noted_.isBehindOthers;  // the refused one stays in the graph
+    }
+    const auto refused = interactions_.firstGone(RZInteractionList::of(graph_));
+    const auto waiting = interactions_.find({info->node, 0});
+    if (!refused) {
+        return false;
+    }
+    // What takes a callback away is in no list.
+    return waiting ? *refused < *waiting : noted_.isBehindOthers;
+}
+
 /// Whether the graph has the callback that waited: what it drops is gone from there too.
 bool RZGraphUpdate::isStillInGraph() const {
     const auto info = outputNodeOf(graph_);
@@ -384,9 +385,9 @@ bool RZGraphUpdate::isStillInGraph() const {
         return false;
     }
     const auto callbacks = callbacksOf(graph_, info->node);
-    const auto found = std::find_if(
-        callbacks.begin(), callbacks.end(),
-        [&](const AUNodeRenderCallback& one) { return one.destInputNumber == noted_.place; });
+    const auto found =
+        std::find_if(callbacks.begin(), callbacks.end(),
+                     [](const AUNodeRenderCallback& one) { return one.destInputNumber == 0; });
     if (noted_.next.inputProc == nullptr || found == callbacks.end()) {
         return noted_.next.inputProc == nullptr && found == callbacks.end();
     }
@@ -413,9 +414,20 @@ void RZGraphUpdate::settleWaiting(bool isDone) {
 }
 
 void RZGiveBackNode(AUGraph graph) {
-    // Of another input than 0, which no output unit has, the graph would come to its refusal later
-    // than it does now.
-    if (RZHostCallbacks::shared().of(graph).place == 0) {
-        giveBack(graph);
+    RZHostCallbacks& known = RZHostCallbacks::shared();
+    // Where an update was waited for, the graph keeps what it is to bring.
+    RZHostCallback host = known.of(graph).updated();
+    const auto info = pendingOf(graph);
+    // Where ours has to stay it calls what is known of the host's.
+    if (!host.isOurs || !info || !mayEdit(graph, info->node)) {
+        return;
     }
+    for (const AUNodeRenderCallback& one : callbacksOf(graph, info->node)) {
+        if (isOurs(one.cback) &&
+            setCallback(graph, info->node, one.destInputNumber, host.callback) != 0) {
+            return;
+        }
+    }
+    host.isOurs = false;
+    known.note(graph, host);
 }

@@ -11,6 +11,7 @@
 #include "RZGraphTakeOver.h"
 #include "RZHookSet.h"
 #include "RZHostCallbacks.h"
+#include "RZInteractionList.h"
 #include "RZLogSite.h"
 #include "RZStreamMixManager.h"
 #include "RZUnitFacts.h"
@@ -151,6 +152,8 @@ constexpr tqhook::HookTable kHooks{
             return original(graph, node, inputNumber, callback);
         }
         const AURenderCallbackStruct ours{RZReplayAudioUnitCapture_InputProcessCallback, graph};
+        RZInteractionList before;
+        RZRoadGuarded(site, [&] { before = RZInteractionList::of(graph); });
         RZNodeTakeOver change;
         bool isTakenOver = false;
         // Ours, read back from the graph and set again, would call itself for ever.
@@ -162,7 +165,10 @@ constexpr tqhook::HookTable kHooks{
         const OSStatus status = original(graph, node, inputNumber, isTakenOver ? &ours : callback);
         RZRoadGuarded(site, [&] {
             change.end(status);
-            if (status == 0) {
+            // Without a procedure it is an edit where something stood; the same one again always
+            // is.
+            const bool isGiven = callback != nullptr && callback->inputProc != nullptr;
+            if ((status == 0 && isGiven) || before.isEdited(graph, status)) {
                 RZSettleEdit(graph);
             }
             site.log(2, "[AUGraphHook] AUGraphSetNodeInputCallback: %p, %d, %d, %p, err:%d", graph,
@@ -194,11 +200,26 @@ constexpr tqhook::HookTable kHooks{
             }
         }
     }),
-    hookAfter<&AUGraphRemoveNode>([](const AnsweredCall& call, AUGraph graph, AUNode node) {
-        call.site.log(2, "[AUGraphHook] %s: %p, %d, err: ", call.name, graph, node);
-        if (call.status == 0) {
-            PendingNodes::shared().erase(graph, node);
+    tqhook::hook<&AUGraphRemoveNode>([](auto* original, AUGraph graph, AUNode node) {
+        if (!RZGraphHooks.isRecording()) {
+            return original(graph, node);
         }
+        constexpr const RZLogSite& site = kSiteOf<&AUGraphRemoveNode>;
+        bool hasFed = false;
+        RZRoadGuarded(site, [&] { hasFed = RZInteractionList::of(graph).feedsAnother(node); });
+        const OSStatus status = original(graph, node);
+        RZRoadGuarded(site, [&] {
+            site.log(2,
+                     "[AUGraphHook] %s: %p, %d, err: ", tqhook::kNameOf<&AUGraphRemoveNode>.data(),
+                     graph, node);
+            if (status == 0) {
+                PendingNodes::shared().erase(graph, node);
+                if (hasFed) {
+                    RZSettleEdit(graph);  // the other node was disconnected from it
+                }
+            }
+        });
+        return status;
     }),
     tqhook::hook<&AUGraphOpen>([](auto* original, AUGraph graph) {
         constexpr const RZLogSite& site = kSiteOf<&AUGraphOpen>;
@@ -218,27 +239,29 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&AUGraphStart>([](auto* original, AUGraph graph) {
         constexpr const RZLogSite& site = kSiteOf<&AUGraphStart>;
         const BOOL isRecording = RZGraphHooks.isRecording();
+        RZGraphUpdate update;
         RZRoadGuarded(site, [&] {
             if (isAUGraphAvailable(graph)) {
-                RZSettleGraph(graph);
+                update.begin(graph, RZGraphUpdate::Call::Start);
                 if (isRecording) {
                     RZAdoptGraph(site, graph);
                 }
             }
         });
         const OSStatus status = original(graph);
-        if (isRecording) {
-            RZRoadGuarded(site, [&] {
+        RZRoadGuarded(site, [&] {
+            update.end(status, NO);
+            if (isRecording) {
                 noteStart({site, tqhook::kNameOf<&AUGraphStart>.data(), status}, graph);
-            });
-        }
+            }
+        });
         return status;
     }),
     tqhook::hook<&AUGraphUpdate>([](auto* original, AUGraph graph, Boolean* isUpdated) {
         constexpr const RZLogSite& site = kSiteOf<&AUGraphUpdate>;
         const BOOL isRecording = RZGraphHooks.isRecording();
         RZGraphUpdate update;
-        RZRoadGuarded(site, [&] { update.begin(graph, false); });
+        RZRoadGuarded(site, [&] { update.begin(graph, RZGraphUpdate::Call::Update); });
         const OSStatus status = original(graph, isUpdated);
         RZRoadGuarded(site, [&] {
             update.end(status, isRecording);

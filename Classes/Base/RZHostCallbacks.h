@@ -11,7 +11,7 @@
 /// The host's own render callback of one unit or one node, as far as calls have told of it.
 struct RZHostCallback {
     AURenderCallbackStruct callback{};  ///< null procedure: none, or unknown
-    UInt32 place = 0;                   ///< a unit's scope, a node's input number
+    UInt32 place = 0;                   ///< a unit's scope; of a node, input 0 alone
     bool isOurs = false;     ///< ours stands in its place, with the unit or graph as reference
     bool isForeign = false;  ///< a unit was given a source that ours does not stand before
     bool isQueued = false;   ///< the graph takes the next two when its edits are carried out

@@ -82,7 +82,18 @@ TEST(HostPlaysOn, WithCallbacksThatReachTheUnitWithoutAStartOfTheGraph) {
 
 TEST(HostPlaysOn, WithCallbacksThatReachTheUnitWithoutAStartOfTheGraphWhichAreRecorded) {
     const HostRun run = hostruns::run("edits_that_wait", With::Recording);
-    for (std::size_t part = 0; part < 15; ++part) {
+    for (std::size_t part = 0; part < 26; ++part) {
+        expectPartRecorded(run, part);
+    }
+}
+
+TEST(HostPlaysOn, WithCallbacksThatWaitWhileAnotherEditFails) {
+    hostruns::expectTheHostPlaysOn("edits_that_fail");
+}
+
+TEST(HostPlaysOn, WithCallbacksThatWaitWhileAnotherEditFailsWhichAreRecorded) {
+    const HostRun run = hostruns::run("edits_that_fail", With::Recording);
+    for (std::size_t part = 0; part < 13; ++part) {
         expectPartRecorded(run, part);
     }
 }

@@ -1,50 +1,9 @@
-#include "Host.h"
+#include "WaitingGraph.h"
 
 // Callbacks that a graph has been given and its output unit has not, in all the ways in which they
 // reach it after all: the graph is initialised again, or another edit of a graph that stands still
 // takes those along that waited. The host starts and stops the unit by itself, so that no start of
 // the graph tells of it. Each part plays 20 slices.
-
-namespace {
-
-constexpr int kPart = 20;
-
-/// A graph with a mixer that plays nothing by itself, running.
-struct WaitingGraph {
-    explicit WaitingGraph(HostDevice& hostDevice) : device(hostDevice) {
-        check(NewAUGraph(&graph));
-        output = addOutputNode(graph);
-        const AudioComponentDescription wanted{kAudioUnitType_Mixer,
-                                               kAudioUnitSubType_MultiChannelMixer,
-                                               kAudioUnitManufacturer_Apple, 0, 0};
-        check(AUGraphAddNode(graph, &wanted, &mixer));
-        check(AUGraphOpen(graph));
-        setToneFormat(graph, output);
-        check(AUGraphNodeInfo(graph, output, nullptr, &unit));
-        setNodeCallback(graph, output, first.callback());
-        playGraph(device, graph);
-    }
-    WaitingGraph(const WaitingGraph&) = delete;
-    WaitingGraph& operator=(const WaitingGraph&) = delete;
-    ~WaitingGraph() { endGraph(graph); }
-
-    void giveSecond() { setNodeCallback(graph, output, second.callback()); }
-    void startUnit() {
-        check(AudioUnitInitialize(unit));
-        check(AudioOutputUnitStart(unit));
-        device.pump(kPart);
-    }
-
-    HostDevice& device;
-    AUGraph graph = nullptr;
-    AUNode output = 0;
-    AUNode mixer = 0;
-    AudioUnit unit = nullptr;
-    Tone first;
-    Tone second{11};
-};
-
-}  // namespace
 
 void runHost(HostDevice& device) {
     {
@@ -93,6 +52,55 @@ void runHost(HostDevice& device) {
         host.giveSecond();
         check(AUGraphStop(host.graph));
         check(AUGraphDisconnectNodeInput(host.graph, host.mixer, 0));
+        host.startUnit();
+    }
+    {
+        WaitingGraph host(device);
+        host.giveSecond();
+        check(AUGraphStop(host.graph));
+        check(AUGraphConnectNodeInput(host.graph, host.mixer, 0, host.otherMixer, 0));
+        host.startUnit();
+    }
+    {
+        // What waited when all was cleared is not waited for any more: the second, which comes
+        // before the refused one, is there though the graph's initialisation fails.
+        WaitingGraph host(device);
+        setNodeCallback(host.graph, host.mixer, host.first.callback());
+        check(AUGraphStop(host.graph));
+        check(AUGraphClearConnections(host.graph));
+        check(AUGraphUninitialize(host.graph));
+        host.giveSecond();
+        host.giveRefused(host.output, 5);
+        check(AUGraphInitialize(host.graph), kAudioUnitErr_InvalidElement);
+        host.startUnit();
+    }
+    {
+        // What the removed mixer fed is disconnected from it.
+        WaitingGraph host(device);
+        check(AUGraphStop(host.graph));
+        check(AUGraphConnectNodeInput(host.graph, host.mixer, 0, host.otherMixer, 0));
+        check(AUGraphStart(host.graph));
+        host.giveSecond();
+        device.pump(kPart);
+        check(AUGraphStop(host.graph));
+        check(AUGraphRemoveNode(host.graph, host.mixer));
+        host.startUnit();
+    }
+    {
+        // One that waited is dropped and one comes: the graph has as many as before.
+        WaitingGraph host(device);
+        host.giveRefused(host.output, 5);
+        host.giveSecond();
+        check(AUGraphStop(host.graph));
+        check(AUGraphConnectNodeInput(host.graph, host.mixer, 0, host.otherMixer, 0));
+        host.startUnit();
+    }
+    {
+        // Nothing is taken away where nothing stands, and nothing is taken along: the first plays.
+        WaitingGraph host(device);
+        host.giveSecond();
+        check(AUGraphStop(host.graph));
+        setNodeCallback(host.graph, host.mixer, AURenderCallbackStruct{});
         host.startUnit();
     }
 }
