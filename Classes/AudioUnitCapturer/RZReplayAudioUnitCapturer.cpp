@@ -90,8 +90,11 @@ void recordNewInstance(const RZLogSite& site, AudioComponent component,
 
 /// The host's render callback when this call sets one that is to be taken over, else null.
 const AURenderCallbackStruct* callbackToTakeOver(AudioUnitPropertyID id, AudioUnitScope scope,
-                                                 AudioUnitElement element, const void* data) {
+                                                 AudioUnitElement element, const void* data,
+                                                 UInt32 size) {
+    // The platform refuses what is too short, and must not be given ours in its place.
     if (id != kAudioUnitProperty_SetRenderCallback || element != 0 || data == nullptr ||
+        size < sizeof(AURenderCallbackStruct) ||
         (scope != kAudioUnitScope_Global && scope != kAudioUnitScope_Input)) {
         return nullptr;
     }
@@ -105,11 +108,11 @@ const AURenderCallbackStruct* callbackToTakeOver(AudioUnitPropertyID id, AudioUn
 /// Keeps the host's callback when ours is to be set in its place; true then.
 bool takeOverCallback(const RZLogSite& site, RZUnitTakeOver& change, AudioUnit unit,
                       AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
-                      const void* data) {
+                      const void* data, UInt32 size) {
     site.log(2, "[AudioUnitHook] AudioUnitSetProperty: %p, %d, %d, %d", unit, id, scope, element);
     const auto obj = manager().findAudioUnitObj(unit);
     const AURenderCallbackStruct* const callback =
-        obj ? callbackToTakeOver(id, scope, element, data) : nullptr;
+        obj ? callbackToTakeOver(id, scope, element, data, size) : nullptr;
     if (callback == nullptr) {
         return false;
     }
@@ -203,7 +206,7 @@ constexpr tqhook::HookTable kHooks{
         bool isTakenOver = false;
         if (RZUnitHooks.isRecording()) {
             RZRoadGuarded(site, [&] {
-                isTakenOver = takeOverCallback(site, change, unit, id, scope, element, data);
+                isTakenOver = takeOverCallback(site, change, unit, id, scope, element, data, size);
             });
         }
         if (isTakenOver) {

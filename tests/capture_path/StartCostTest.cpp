@@ -1,3 +1,5 @@
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -7,21 +9,49 @@
 
 namespace {
 
-struct StartCost : CapturePath, testing::WithParamInterface<double> {};
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+/// What this thread has computed so far: a start that has to wait for the processor is not dearer.
+Milliseconds computed() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+struct StartCost : CapturePath, testing::WithParamInterface<double> {
+    void SetUp() override {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
+        GTEST_SKIP() << "what an instrumented start costs says nothing";
+#endif
+        CapturePath::SetUp();
+    }
+    void prepare(HostUnit& host) {
+        host.sound.format = stream_formats::int16Interleaved(GetParam(), 2);
+        host.prepare();
+    }
+};
+
+TEST_P(StartCost, OfTheFirstUnitAtARateIsThatOfTheNextOnes) {
+    ASSERT_TRUE(startCapture());
+    // The recorder has it done beside the start; here it is waited for.
+    RZStreamMixManager::prepareConversions();
+    HostUnit host;
+    prepare(host);
+    const Milliseconds before = computed();
+    ASSERT_EQ(host.start(), 0);
+    const Milliseconds cost = computed() - before;
+    ASSERT_TRUE(host.object()->isCapturing());
+    EXPECT_LT(cost.count(), 0.5);
+}
 
 TEST_P(StartCost, OfARecordedUnitIsATenthOfAMillisecondAtMost) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-    GTEST_SKIP() << "what an instrumented start costs says nothing";
-#endif
-    using Milliseconds = std::chrono::duration<double, std::milli>;
     ASSERT_TRUE(startCapture());
     // Other programs make a start longer, never shorter. Making what converts one of these rates to
     // the mix's takes milliseconds every time.
     double shortest = 1000;
     for (int i = 0; i < 50; ++i) {
         HostUnit host;
-        host.sound.format = stream_formats::int16Interleaved(GetParam(), 2);
-        host.prepare();
+        prepare(host);
         const auto begin = std::chrono::steady_clock::now();
         ASSERT_EQ(host.start(), 0);
         const Milliseconds took = std::chrono::steady_clock::now() - begin;

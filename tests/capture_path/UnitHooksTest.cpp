@@ -228,15 +228,20 @@ TEST_F(UnitHooks, ACallbackOnTheOutputScopeOrOnAnotherElementPassesUnchanged) {
     EXPECT_EQ(logs->linesOf(kSet).size(), 3U) << "each call is noted, none taken over";
 }
 
-TEST_F(UnitHooks, TheSizeOfATakenOverCallbackIsNotLookedAt) {
+TEST_F(UnitHooks, ACallbackThatIsTooShortIsLeftToThePlatformAndTheOneBeforePlaysOn) {
     HostUnit host;
-    const AURenderCallbackStruct callback = host.sound.callback();
+    host.play();
+    HostSound next;
+    const AURenderCallbackStruct callback = next.callback();
     platform.clear();
     EXPECT_EQ(AudioUnitSetProperty(host.unit(), kAudioUnitProperty_SetRenderCallback,
-                                   kAudioUnitScope_Input, 0, &callback, 3),
-              0);
-    EXPECT_THAT(platform.calls("AudioUnitSetProperty")[0].numbers, ElementsAre(23, 1, 0, 16));
-    EXPECT_EQ(host.object()->origin_inputProc(), &HostSound::render);
+                                   kAudioUnitScope_Input, 0, &callback, sizeof callback - 1),
+              kAudioUnitErr_InvalidPropertyValue);
+    EXPECT_THAT(platform.calls("AudioUnitSetProperty")[0].numbers, ElementsAre(23, 1, 0, 15));
+    EXPECT_EQ(host.object()->origin_inputProcRefCon(), &host.sound);
+    pump();
+    EXPECT_EQ(host.sound.calls, 1);
+    EXPECT_EQ(next.calls, 0);
 }
 
 TEST_F(UnitHooks, ASecondCallbackReplacesTheFirst) {
