@@ -110,6 +110,7 @@ TEST_F(Ring, CountsNothingOfWhatIsTriedAgain) {
     while (push(500, 0)) {
     }
     ASSERT_EQ(reader.takeLostRecords(), 1U);
+    ASSERT_EQ(reader.takeLostBytes(), 500U);
     RecordHeader header;
     header.kind = RecordKind::kEvent;
     const std::vector<std::byte> bytes = bytesOf(500, 1);
