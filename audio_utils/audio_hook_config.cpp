@@ -124,9 +124,30 @@ AudioHookConfig* AudioHookConfig::getInstance() {
     return current != nullptr ? current : MakeInstance();
 }
 
+/// [mutex held] While it lives, the files may be read and written by this thread.
+class AudioHookConfigImpl::FileAccess {
+  public:
+    explicit FileAccess(bool isAside) noexcept : isAside_(isAside) {
+        BusGuard::letThrough();
+        if (isAside_) {
+            takeBusHandlerBack();
+        }
+    }
+    ~FileAccess() {
+        if (isAside_) {
+            giveBusHandlerBack();
+        }
+    }
+    FileAccess(const FileAccess&) = delete;
+    FileAccess& operator=(const FileAccess&) = delete;
+
+  private:
+    const bool isAside_;
+};
+
 int AudioHookConfigImpl::init(const char* directory) {
     const std::lock_guard lock(mutex_);
-    BusGuard::letThrough();
+    const FileAccess access(isAside_);
     if (isInitSuccess()) {
         return 0;
     }
@@ -148,7 +169,9 @@ int AudioHookConfigImpl::init(const char* directory) {
     }
     verdictAtInit_ = readTable().verdict();
     // From here on enter and exit write to the files. Their mappings are never moved again.
-    bindCounts();
+    if (!isAside_) {
+        bindCounts();
+    }
     initSuccess_.store(true, std::memory_order_release);
     return 0;
 }
@@ -197,10 +220,10 @@ int AudioHookConfigImpl::forceDisableHook(unsigned id, bool disable) {
 }
 
 int AudioHookConfigImpl::changeItem(unsigned id, bool ConfigItem::*flag, bool value) {
-    BusGuard::letThrough();
     if (!isInitSuccess()) {
         return 3;
     }
+    const FileAccess access(isAside_);
     const FileLock otherProcesses(configFile_->fd());
     takeOthersChanges();
     remainingRetries_ = retryCount_.load(std::memory_order_relaxed);
@@ -254,7 +277,7 @@ PreLaunchState AudioHookConfigImpl::getPreLaunchState() {
 
 HookTable AudioHookConfigImpl::table() {
     const std::lock_guard lock(mutex_);
-    BusGuard::letThrough();
+    const FileAccess access(isAside_);
     return isInitSuccess() && configFile_->data() != nullptr ? readTable() : HookTable{};
 }
 
@@ -440,11 +463,43 @@ void AudioHookConfigImpl::afterForkInChild() noexcept {
     callbacks_.forget();
     roads_.forget();
     keepBusHandlerInChild();
-    if (isInitSuccess()) {
+    if (isInitSuccess() && !isAside_) {
         BusGuard::letThrough();
         takeRecord();
         bindCounts();
     }
+}
+
+void AudioHookConfigImpl::standAside() noexcept {
+    const std::lock_guard lock(mutex_);
+    if (!isAside_) {
+        isAside_ = true;
+        callbacks_.leaveWord();
+        roads_.leaveWord();
+        giveBusHandlerBack();
+    }
+}
+
+void AudioHookConfigImpl::comeBack() noexcept {
+    const std::lock_guard lock(mutex_);
+    if (!isAside_) {
+        return;
+    }
+    isAside_ = false;
+    takeBusHandlerBack();
+    if (isInitSuccess()) {
+        BusGuard::letThrough();
+        if (::getpid() != ownProcess_.load()) {
+            takeRecord();
+        }
+        bindCounts();
+        callbacks_.rewrite();
+        roads_.rewrite();
+    }
+}
+
+void hooksAreInstalled(bool areThey) noexcept {
+    areThey ? TheConfig().comeBack() : TheConfig().standAside();
 }
 
 AudioHookFunctionGuards::AudioHookFunctionGuards() {

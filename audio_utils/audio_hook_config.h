@@ -134,6 +134,12 @@ class AudioHookConfigImpl : public AudioHookConfig {
     /// Only in the child of a fork, which counts for itself.
     void afterForkInChild() noexcept;
 
+    /// [host thread] The hooks stay out, so nothing is counted in the files and SIGBUS is the
+    /// program's. A table is still read and written, with the signal taken for that long.
+    void standAside() noexcept;
+    /// [host thread] They are installed after all.
+    void comeBack() noexcept;
+
     /// [host thread] The caller holds the mutex. Reads both files into the table and spends a retry
     /// after a crash. False when the table claims more than 20 items or there are no files.
     bool parseConfigList();
@@ -155,6 +161,8 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::map<unsigned int, ConfigItem> items_;
 
   private:
+    class FileAccess;
+
     int changeItem(unsigned id, bool ConfigItem::*flag, bool value);
     bool openFiles(const char* directory);
     void dropFiles();
@@ -172,6 +180,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
     std::unique_ptr<MemoryFile> configFile_;
     std::unique_ptr<MemoryFile> countFile_;
     std::mutex mutex_;
+    bool isAside_ = false;  // guarded by the mutex
     HookVerdict verdictAtInit_ = HookVerdict::NoFiles;
     std::atomic<bool> initSuccess_{false};
     /// Both numbers in one word, so that a reader never sees parts of two states.
@@ -209,6 +218,10 @@ class AudioHookRoadGuard {
     AudioHookRoadGuard(const AudioHookRoadGuard&) = delete;
     AudioHookRoadGuard& operator=(const AudioHookRoadGuard&) = delete;
 };
+
+/// [host thread] Whether hooks are installed once the library is loaded: where they are not, the
+/// library keeps out of the program's signals. Told again when that changes.
+void hooksAreInstalled(bool areThey) noexcept;
 
 /// [any thread] While it lives, what ends this process is an orderly ending. Real-time safe.
 class AudioHookOrderlyEnding {

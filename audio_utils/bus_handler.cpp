@@ -210,6 +210,27 @@ void installBusHandler(bool (*mend)(const siginfo_t& info) noexcept) noexcept {
     static_cast<void>(isInstalled);
 }
 
+void giveBusHandlerBack() noexcept {
+    struct sigaction now {};
+    setForReal(nullptr, &now);
+    if (isOurs(now)) {
+        const struct sigaction program = programs.get();
+        owner.store(0);
+        setForReal(&program, nullptr);
+    }
+}
+
+void takeBusHandlerBack() noexcept {
+    struct sigaction now {};
+    setForReal(nullptr, &now);
+    if (theMend.load() != nullptr && !isOurs(now)) {
+        programs.set(now);
+        const struct sigaction ours = handlerBefore(now);
+        owner.store(::getpid());
+        setForReal(&ours, nullptr);
+    }
+}
+
 void keepBusHandlerInChild() noexcept {
     if (owner.load() != 0) {
         owner.store(::getpid());

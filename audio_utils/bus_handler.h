@@ -12,6 +12,11 @@ namespace korva_audio_utils {
 /// on to whoever had the signal before, with the same result as without this handler.
 void installBusHandler(bool (*mend)(const siginfo_t& info) noexcept) noexcept;
 
+/// [any thread] The signal is its former owner's again, until the handler is taken back; nothing
+/// where somebody has taken it past the handler. Not two of these at a time.
+void giveBusHandlerBack() noexcept;
+void takeBusHandlerBack() noexcept;
+
 /// Only in the child of a fork, which has the handler as well.
 void keepBusHandlerInChild() noexcept;
 

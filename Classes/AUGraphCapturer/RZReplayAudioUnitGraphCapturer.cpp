@@ -304,6 +304,9 @@ std::span<const TQRebinding> rows() {
             RZReplayAudioUnitGraphCapturer::startHook();
         }
     });
+    if (!RZGraphHooks.isStarted()) {
+        korva_audio_utils::hooksAreInstalled(false);
+    }
     // The program has not set up this thread yet, its signal mask included.
     korva_audio_utils::BusGuard::mayBlockAgain();
 }

@@ -264,6 +264,9 @@ std::span<const TQRebinding> rows() {
                 {&RZUnitHooks, &RZGraphHooks, &RZInteractionHooks, &RZEditHooks, &RZEndingHooks});
         }
     });
+    if (!RZUnitHooks.isStarted()) {
+        korva_audio_utils::hooksAreInstalled(false);
+    }
     // The program has not set up this thread yet, its signal mask included.
     korva_audio_utils::BusGuard::mayBlockAgain();
 }

@@ -1,5 +1,6 @@
 #include "RZHookSet.h"
 
+#include <audio_hook_config.h>
 #include <vector>
 
 #include "RZUnitDisposal.h"
@@ -63,6 +64,7 @@ void RZHookSet::start(std::initializer_list<RZHookSet*> sets) {
     for (RZHookSet* const set : fresh) {
         set->started_ = true;
     }
+    korva_audio_utils::hooksAreInstalled(true);
     tqreplay_rebind_symbols(records.data(), records.size());
     for (const RZHookSet* const set : fresh) {
         if (set->plan_.afterwards != nullptr) {

@@ -85,6 +85,21 @@ TEST_F(FlagFiles, NorDoesItWhereTheHostHasAHandlerOfItsOwnWhichItKeeps) {
     EXPECT_EQ(run["own"], "1") << run.text();
 }
 
+TEST_F(FlagFiles, WhereTheHooksStayOutTheSignalIsTheHostsAndAnEmptiedFileChangesNothing) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer takes the signal for itself";
+#endif
+    for (const fs::path& file : {count, config, records}) {
+        fs::remove_all(flags);
+        expectPlays(launch("play"), "out");
+        const tqtest::ProgramEnd run = launch("cut:" + file.string());
+        expectPlays(run, "out");
+        EXPECT_EQ(run["signal"], "free") << run.text();
+    }
+    arm();
+    EXPECT_EQ(launch("play")["signal"], "free") << "what is asked for is the program's own";
+}
+
 TEST_F(FlagFiles, EightProcessesThatArmAtOnceAreAllHeard) {
     for (int round = 0; round < 5; ++round) {
         fs::remove_all(caches / kName);

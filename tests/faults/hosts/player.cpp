@@ -175,6 +175,9 @@ int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "play";
     const std::string with = what.substr(what.find(':') + 1);
     std::printf("hooks=%s\n", hookState());
+    struct sigaction found {};
+    sigaction(SIGBUS, nullptr, &found);
+    std::printf("signal=%s\n", found.sa_handler == SIG_DFL ? "free" : "taken");
     std::fflush(stdout);
     Tone tone;
     if (what.starts_with("wait:")) {
