@@ -41,7 +41,7 @@ TEST_P(StartCost, OfTheFirstUnitAtARateIsThatOfTheNextOnes) {
     ASSERT_EQ(host.start(), 0);
     const Milliseconds cost = computed() - before;
     ASSERT_TRUE(host.object()->isCapturing());
-    EXPECT_LT(cost.count(), 0.5);
+    EXPECT_LT(cost.count(), 0.3);
 }
 
 TEST_P(StartCost, OfARecordedUnitIsATenthOfAMillisecondAtMost) {
