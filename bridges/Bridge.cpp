@@ -23,10 +23,11 @@ constexpr const char* kDeviceModule = "libtqdevice-cubeb.so.1";
 
 /// Redirects the functions of every native interface in one pass over the loaded images. What is
 /// loaded later follows by itself.
-extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* /*bridges*/) {
+extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_bridges* bridges) {
     static std::once_flag once;
     static tq_result result = TQ_OK;
-    std::call_once(once, [] {
+    std::call_once(once, [bridges] {
+        NativeStream::attend(*bridges);
         // Later than the libraries below, so that a fork takes the bridges' locks before theirs.
         tqcommon::ForkLock::watch();
         std::vector<tqhook_rebinding> rows;

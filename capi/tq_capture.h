@@ -282,13 +282,23 @@ TQ_CAPTURE_EXPORT enum tq_result tq_capture_set_rules(const struct tq_capture_ru
  * part of the mix. */
 struct tq_bridges {
     size_t size;
+    /** For the two below, valid as long as the process lives. */
+    void* context;
+    /** [host thread] A stream is about to be opened, or to have its first sound in the child of a
+     * fork: ducking that is set in here counts from its first frame on. May call this interface.
+     * May be NULL. */
+    void (*before_stream)(void* context);
+    /** [any thread] Whether somebody will listen who does not listen yet; 0 when nobody will. A
+     * process's first sound is kept for him for up to a second, in the child of a fork anew. Must
+     * not call this interface. NULL when somebody may. */
+    uint32_t (*is_listener_coming)(void* context);
 };
 
 /** [host thread] From now on streams of ALSA, PulseAudio, SDL, JACK and PipeWire are recorded, also
  * where the program loads those libraries later. Best before the program's own code runs: streams
  * that are open already are not seen. It stays for the life of the process; a second call changes
- * nothing. Nothing is loaded in a process whose crash guard keeps the hooks out.
- * TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK;
+ * nothing. `bridges` is copied. Nothing is loaded in a process whose crash guard keeps the hooks
+ * out. TQ_ERROR_NULL, TQ_ERROR_SIZE, TQ_ERROR_NO_MEMORY, TQ_ERROR_INSIDE_CALLBACK;
  * TQ_ERROR_HOOKS_NOT_WORKING; TQ_ERROR_NO_BRIDGES when the library that has the bridges is not
  * beside this one. */
 TQ_CAPTURE_EXPORT enum tq_result tq_capture_use_bridges(const struct tq_bridges* bridges);

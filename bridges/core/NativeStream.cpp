@@ -36,6 +36,7 @@ void* NativeStream::prepare(const void* samples, std::size_t frames, Memory memo
         // it is one that may wait.
         withoutThrowing([this] {
             const GuardScope guard;
+            StreamLife::shared().announce();
             StreamLife::shared().inherit(*this);
         });
     }

@@ -49,6 +49,8 @@ class NativeStream final : private BlockFeeder {
     static void close(const void* key, Handle handle = Handle::kGoes);
     /// [host thread] The program could not open what it calls `own`, for that reason.
     static void refused(std::string_view api, std::string_view own, std::string_view reason);
+    /// [host thread] Who is asked and told of streams, before the first of them.
+    static void attend(const tq_bridges& attendant);
     /// [host thread] All of them, at the end of the process: waits until what is there is recorded,
     /// but no longer than a stream's margin and five blocks.
     static void finish();

@@ -23,6 +23,7 @@ void NativeStream::open(const void* key, const NativeFormat& format, std::string
     const GuardScope guard;
     const int before = errno;
     try {
+        StreamLife::shared().announce();
         StreamLife::shared().open(key, format, api, own);
     } catch (const std::exception&) {
         // Out of memory: the stream plays unrecorded.
@@ -48,6 +49,10 @@ void NativeStream::refused(std::string_view api, std::string_view own, std::stri
     } catch (const std::exception&) {
     }
     errno = before;
+}
+
+void NativeStream::attend(const tq_bridges& attendant) {
+    StreamLife::shared().attend(attendant);
 }
 
 void NativeStream::finish() {

@@ -31,6 +31,14 @@ class StreamLife {
     static StreamLife& shared();
 
     // [host thread]
+    /// Before the first stream.
+    void attend(const tq_bridges& attendant) { attendant_ = attendant; }
+    /// Tells the attendant that a stream is about to begin. Takes no lock.
+    void announce() const {
+        if (attendant_.before_stream != nullptr) {
+            attendant_.before_stream(attendant_.context);
+        }
+    }
     void open(const void* key, const NativeFormat& format, std::string_view api,
               std::string_view own);
     void close(const void* key, NativeStream::Handle handle);
@@ -58,6 +66,10 @@ class StreamLife {
     void lookAt(NativeStream& stream);
     [[nodiscard]] bool play(NativeStream& stream, BridgeUnit& unit);
     [[nodiscard]] bool mayPlay();
+    [[nodiscard]] bool isListenerComing() const {
+        return attendant_.is_listener_coming == nullptr ||
+               attendant_.is_listener_coming(attendant_.context) != 0;
+    }
     [[nodiscard]] static bool isSilent(const NativeStream& stream);
     void startThread();
     void awaitListener();
@@ -102,7 +114,8 @@ class StreamLife {
     std::set<std::string, std::less<>> refusals_;  ///< that were told of
     int idleStreams_ = 0;                          ///< that were told of when they were closed
     std::optional<std::chrono::steady_clock::time_point> firstSoundAt_;
-    bool isKept_ = false;  ///< the last look left a stream waiting for somebody who listens
+    tq_bridges attendant_{};  ///< constant once functions are replaced
+    bool isKept_ = false;     ///< the last look left a stream waiting for somebody who listens
     bool hasThread_ = false;
     bool isFinished_ = false;  ///< the process ends: no stream is opened any more
     sem_t work_{};

@@ -204,7 +204,7 @@ bool StreamLife::mayPlay() {
     state.size = sizeof state;
     firstSoundAt_ = firstSoundAt_.value_or(Clock::now());
     return Clock::now() - *firstSoundAt_ > kLongestKept || tq_capture_get_state(&state) != TQ_OK ||
-           state.is_capturing != 0;
+           state.is_capturing != 0 || !isListenerComing();
 }
 
 void StreamLife::endStream(NativeStream& stream) {

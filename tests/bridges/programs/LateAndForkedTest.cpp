@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "bridges/programs/RecordedRun.h"
+#include "support/ProgramRunner.h"
 #include "support/sound/Comparison.h"
 
 // Programs whose sound begins where nobody listens yet: in a child, or long after they have
@@ -12,6 +14,8 @@ namespace programruns {
 namespace {
 
 using tqtest::AlsaFilePcm;
+using tqtest::Program;
+using tqtest::ProgramSetup;
 using tqtest::PulseServer;
 using tqtest::Sound;
 
@@ -27,7 +31,26 @@ struct LateAndForked : RecordedRun {
         expectTrackHolds(run, noise);
     }
 
+    [[nodiscard]] ProgramSetup setup(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), TQ_TEST_RECORDER);
+        tqtest::Environment environment = output.environment();
+        environment["XDG_CACHE_HOME"] = output.folder().file("caches");
+        environment["XDG_RUNTIME_DIR"] = output.folder().path();
+        environment["TQ_AUDIO_DEVICE"] = "null";
+        return {.arguments = std::move(arguments), .environment = environment};
+    }
+    [[nodiscard]] ProgramSetup recorder(std::vector<std::string> options,
+                                        const std::string& kind) const {
+        options.insert(options.end(), {"--", TQ_TEST_ALSA_FORKS, kind, file, go});
+        return setup(std::move(options));
+    }
+    [[nodiscard]] int ctl(std::vector<std::string> words) const {
+        words.insert(words.begin(), "ctl");
+        return tqtest::runProgram(setup(std::move(words))).code;
+    }
+
     FileOutput<AlsaFilePcm> output;
+    const std::string go = output.folder().file("go");
     const Sound noise = tqtest::markedNoise({}, 30000);
     const std::string file = output.folder().file("noise.raw");
 };
@@ -38,6 +61,33 @@ TEST_F(LateAndForked, TheFirstSoundOfAChildIsOnTheTrack) {
 
 TEST_F(LateAndForked, SoIsThatOfAChildOnADeviceThatItsParentOpened) {
     expectWhole({TQ_TEST_ALSA_FORKS, "inherited", file});
+}
+
+TEST_F(LateAndForked, AChildIsDuckedFromItsFirstFrameOnAsTheUserAskedMeanwhile) {
+    const Program program(recorder({"-q", "-o", output.folder().file("mix.wav")}, "awaited"));
+    ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".awaited"); }));
+    ASSERT_EQ(ctl({"duck", "-20"}), 0);
+    std::ofstream{go};
+    ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".took"); }));
+    const Sound heard = output.heard();
+    ASSERT_EQ(heard.frames(), noise.frames());
+    for (std::size_t frame = 0; frame < noise.frames(); ++frame) {
+        ASSERT_NEAR(heard.value(frame, 0), 0.1 * noise.value(frame, 0), 0.002) << frame;
+    }
+}
+
+TEST_F(LateAndForked, ChildrenOfAProgramThatIsNotRecordedAnyMoreWaitForNobody) {
+    for (const std::string kind : {"later", "awaited"}) {
+        tqtest::runProgram(recorder(
+            {"-q", "-d", "0.3", "--host-goes-on", "-o", output.folder().file("mix.wav")}, kind));
+        std::ofstream{go};
+        ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".took"); }));
+        double milliseconds = 0;
+        std::ifstream(go + ".took") >> milliseconds;
+        EXPECT_LT(milliseconds, 900) << kind << ": it takes a few, or a second more";
+        std::filesystem::remove(go);
+        std::filesystem::remove(go + ".took");
+    }
 }
 
 TEST_F(LateAndForked, AProgramThatLoadsItsLibraryAndEndsAtOnceIsRecorded) {

@@ -1,19 +1,27 @@
 // Forks, and the child plays a file of 16-bit stereo frames on the ALSA device "cap": alsa_forks
-// KIND FILE
+// KIND FILE [GO]
 //
 //   own        the child opens the device
 //   inherited  it was open before the fork
+//   awaited    the child opens the device as soon as there is a file GO
+//   later      the fork is as late as that
+//
+// There is a file GO.awaited then. With GO how many milliseconds the child took from then on is
+// written to the file GO.took.
 
 #include <alsa/asoundlib.h>
 #include <unistd.h>
 
 #include <sys/wait.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace {
 
@@ -27,20 +35,42 @@ snd_pcm_t* openDevice() {
     return pcm;
 }
 
+void await(const std::string& file) {
+    std::ofstream{file + ".awaited"};
+    while (!std::filesystem::exists(file)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-    if (count != 3) {
+    if (count < 3) {
         return 2;
     }
+    const std::string go = count > 3 ? arguments[3] : "";
     std::ifstream file(arguments[2], std::ios::binary);
     const std::string sound{std::istreambuf_iterator<char>(file), {}};
-    const bool isInherited = std::string_view(arguments[1]) == "inherited";
+    const std::string_view kind = arguments[1];
+    const bool isInherited = kind == "inherited";
     snd_pcm_t* pcm = isInherited ? openDevice() : nullptr;
+    if (kind == "later") {
+        await(go);
+    }
     const pid_t child = fork();
+    if (kind == "awaited") {
+        await(go);
+    }
     if (child != 0) {
+        const auto began = std::chrono::steady_clock::now();
         int status = 1;
         waitpid(child, &status, 0);
+        if (!go.empty()) {
+            const std::chrono::duration<double, std::milli> took =
+                std::chrono::steady_clock::now() - began;
+            std::ofstream(go + ".part") << took.count();
+            std::filesystem::rename(go + ".part", go + ".took");
+        }
         return WIFEXITED(status) ? WEXITSTATUS(status) : 4;
     }
     pcm = isInherited ? pcm : openDevice();

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "common/SignalsBlocked.h"
 #include "inject/GuardState.h"
@@ -169,6 +170,7 @@ bool Tap::armForNextLaunch() {
 
 bool Tap::connectRecording(Hello hello) {
     int descriptor = -1;
+    const std::optional<SharedMapping> parents = std::exchange(memory_, std::nullopt);
     memory_ = SharedMapping::make(settings_.soundBytes, descriptor);
     if (!memory_) {
         hello.lacksDescriptors = isOutOfDescriptors(errno) ? 1 : 0;
@@ -176,6 +178,11 @@ bool Tap::connectRecording(Hello hello) {
         (void)connection_.send(hello, -1);
         connection_.close();
         return false;
+    }
+    if (parents) {
+        // Until the recorder has written the child's own.
+        memory_->page().duckLevel.store(parents->page().duckLevel.load());
+        memory_->page().duckOrder.store(parents->page().duckOrder.load());
     }
     SharedFacts& facts = memory_->page().facts;
     facts.guard = static_cast<GuardState>(hello.guard);
@@ -240,7 +247,7 @@ void Tap::runRecording() {
         const float order = memory_->page().duckOrder.load(std::memory_order_relaxed);
         follows = follows || !std::isnan(order);
         if (follows) {
-            volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed), order);
+            followOrder();
         }
         if (turn % (kPublishMilliseconds / wait) == 0) {
             publish();
@@ -283,6 +290,7 @@ void Tap::publish() {
 }
 
 void Tap::leave() {
+    isUnheard_.store(true, std::memory_order_relaxed);
     outlet_.store(nullptr);
     // Each waits for a call under way, so that afterwards nobody writes to the memory.
     for (tq_listening** const listening : {&watching_, &tracks_, &mix_}) {

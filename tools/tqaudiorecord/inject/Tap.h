@@ -55,7 +55,8 @@ class Tap {
     void runRecording();
     void noteUnitMade();
     void setVolume();
-    [[nodiscard]] static BridgeState useBridges();
+    void followOrder();
+    [[nodiscard]] BridgeState useBridges();
     void watch();
     void collect();
     [[nodiscard]] bool waitForEnd(int milliseconds);
@@ -92,6 +93,8 @@ class Tap {
     void becomeChild();
     void recordForked() noexcept;
     void runForked();
+    void beforeStream() noexcept;
+    void beUnheard();
 
     const TapSettings settings_;
     RecorderConnection connection_;
@@ -120,6 +123,9 @@ class Tap {
     sem_t unitMade_{};  ///< posted for the tap's thread while nothing is collected
     std::mutex work_;   ///< held while our own thread is in the library
     bool usesPlatform_ = false;
+    /// Nobody listens any more, nor will in this process or its children. Writers: whoever finds
+    /// out. Readers: bridges. Publishes nothing else.
+    std::atomic<bool> isUnheard_{false};
     /// A child without exec: connects anew when it makes its first unit.
     std::atomic<bool> isForked_{false};
 };

@@ -30,6 +30,7 @@ void Tap::watchForks() {
 
 void Tap::becomeChild() {
     if (outlet_.load() == nullptr && !isForked_.load()) {
+        isUnheard_.store(true, std::memory_order_relaxed);
         return;
     }
     // What is mapped is the parent's. The child gets its own if it ever makes a unit.
@@ -44,6 +45,26 @@ void Tap::becomeChild() {
     watchMainThread();
 }
 
+/// Between a fork and its first sound nobody in a child follows the recorder, whose orders stand in
+/// what is mapped of the parent's until the child has its own.
+void Tap::beforeStream() noexcept {
+    if (!isForked_.load()) {
+        return;
+    }
+    if (const std::unique_lock lock(work_, std::try_to_lock); lock && isForked_.load()) {
+        followOrder();
+    }
+    // An order that comes before the first sound is followed from here on.
+    recordForked();
+}
+
+/// The recorder has gone while nobody in the child looked. Nothing of it stays.
+void Tap::beUnheard() {
+    const std::lock_guard lock(work_);
+    isUnheard_.store(true, std::memory_order_relaxed);
+    volume_.end();
+}
+
 void Tap::recordForked() noexcept {
     if (!isForked_.exchange(false)) {
         return;
@@ -56,13 +77,19 @@ void Tap::recordForked() noexcept {
 }
 
 void Tap::runForked() {
+    {
+        const std::lock_guard lock(work_);
+        followOrder();
+    }
     if (!connection_.open(settings_.socket)) {
+        beUnheard();
         return;
     }
     Hello hello = helloWith(guardStatus(), true);
     hello.isRecording = 1;
     hello.mayPlay = 1;
     if (!connectRecording(hello)) {
+        beUnheard();
         return;
     }
     isUnitMade_ = isUnitSeen_ = true;

@@ -46,7 +46,13 @@ tq_listener listenerOf(void* tap) {
 }  // namespace
 
 BridgeState Tap::useBridges() {
-    const tq_bridges bridges{sizeof bridges};
+    tq_bridges bridges{};
+    bridges.size = sizeof bridges;
+    bridges.context = this;
+    bridges.before_stream = [](void* tap) { static_cast<Tap*>(tap)->beforeStream(); };
+    bridges.is_listener_coming = [](void* tap) -> std::uint32_t {
+        return static_cast<Tap*>(tap)->isUnheard_.load(std::memory_order_relaxed) ? 0 : 1;
+    };
     switch (tq_capture_use_bridges(&bridges)) {
         case TQ_OK:
             return BridgeState::kOn;
@@ -78,8 +84,7 @@ void Tap::watch() {
 /// Levels that are set before a stream begins count from its first frame.
 void Tap::setVolume() {
     if (volume_.begin(settings_)) {
-        volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed),
-                       memory_->page().duckOrder.load(std::memory_order_relaxed));
+        followOrder();
     } else {
         tq_event refused{};
         refused.category = TQ_EVENT_PROCESSING;
@@ -88,6 +93,11 @@ void Tap::setVolume() {
         refused.host_microseconds = hostMicroseconds();
         pushEvent(refused);
     }
+}
+
+void Tap::followOrder() {
+    volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed),
+                   memory_->page().duckOrder.load(std::memory_order_relaxed));
 }
 
 void Tap::collect() {
