@@ -27,7 +27,8 @@ class Launched : public testing::Test {
     }
     [[nodiscard]] tqtest::ProgramEnd recorded(const std::vector<std::string>& command,
                                               bool isQuiet = true) const {
-        std::vector<std::string> arguments{TQ_RECORDER, "-o", folder.file("mix.wav")};
+        std::vector<std::string> arguments{TQ_RECORDER, "--overwrite", "-o",
+                                           folder.file("mix.wav")};
         if (isQuiet) {
             arguments.emplace_back("-q");
         }
@@ -97,10 +98,13 @@ TEST_F(Launched, AProgramWhoseMainThreadHasGoneEndsWithItsLastThread) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the thread sanitizer has a thread of its own, which is not known by its name";
 #endif
-    const tqtest::ProgramEnd run = recorded({TQ_FAULT_PLAYER, "thread"}, false);
-    EXPECT_EQ(run.code, 0) << run.text();
-    EXPECT_EQ(run["played"], "50") << run.text();
-    EXPECT_THAT(run.errors, testing::HasSubstr("24000 written, 24000 into its track"));
+    // Whatever that is called: none, or as the thread of ours in whose callback it was made.
+    for (const char* const name : {"player", "", "TQAudioDevice"}) {
+        const tqtest::ProgramEnd run = recorded({TQ_FAULT_PLAYER, "thread", name}, false);
+        EXPECT_EQ(run.code, 0) << run.text();
+        EXPECT_EQ(run["played"], "50") << run.text();
+        EXPECT_THAT(run.errors, testing::HasSubstr("24000 written, 24000 into its track"));
+    }
 }
 
 TEST_F(Launched, WhatWasWrittenAndNotPlayedBeforeASignalIsNotCalledSilence) {

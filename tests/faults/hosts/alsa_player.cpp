@@ -53,7 +53,11 @@ int main(int argc, char** argv) {
     std::printf("hooks=%s\n", hookState());
     std::fflush(stdout);
     if (what == "thread") {
-        std::thread([] { std::printf("played=%d\n", play([](int) {})); }).detach();
+        const char* const name = argc > 2 ? argv[2] : "player";
+        std::thread([name] {
+            pthread_setname_np(pthread_self(), name);
+            std::printf("played=%d\n", play([](int) {}));
+        }).detach();
         pthread_exit(nullptr);
     }
     std::vector<pid_t> children;

@@ -1,13 +1,17 @@
 #include "cli/DefaultOutput.h"
 
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
+#include <thread>
 
 #include "output/files/FileFormats.h"
 #include "output/files/FileNames.h"
@@ -72,6 +76,19 @@ std::string defaultOutput(const Options& options, std::time_t now) {
     return freePath((std::filesystem::path(musicFolder()) /
                      (program + time.data() + std::string(format->extension)))
                         .string());
+}
+
+tqcommon::Descriptor turnToChoose() {
+    constexpr std::chrono::milliseconds kPause{10};
+    constexpr int kMostPauses = 200;
+    tqcommon::Descriptor turn(::open(homeFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int pause = 0; turn && pause < kMostPauses; ++pause) {
+        if (flock(turn.get(), LOCK_EX | LOCK_NB) == 0) {
+            break;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    return turn;
 }
 
 }  // namespace tqrecorder

@@ -3,6 +3,7 @@
 #include <ctime>
 #include <string>
 
+#include "common/Descriptor.h"
 #include "core/Options.h"
 
 namespace tqrecorder {
@@ -14,5 +15,9 @@ namespace tqrecorder {
 /// Where the mix goes when the user names no place: PROGRAM-DATE-TIME in the music folder, as FLAC
 /// or in the format that was asked for, with a number where that name is taken.
 [[nodiscard]] std::string defaultOutput(const Options& options, std::time_t now);
+
+/// To be held while a place is chosen and until the file is made there: recorders that begin at
+/// once take turns. Waits two seconds at the longest.
+[[nodiscard]] tqcommon::Descriptor turnToChoose();
 
 }  // namespace tqrecorder

@@ -70,7 +70,9 @@ void occupyStandardStreams() {
 }
 
 int record(Options options, Screen& screen) {
+    tqcommon::Descriptor turn;
     if (options.output.empty() && options.tracksFolder.empty()) {
+        turn = turnToChoose();
         options.output = defaultOutput(options, std::time(nullptr));
         options.isOutputChosen = true;
     }
@@ -82,6 +84,7 @@ int record(Options options, Screen& screen) {
         complain(screen, error);
         return kFailure;
     }
+    turn.reset();
     if (options.isOutputChosen && !options.quiet) {
         complain(screen, "recording to " + options.output);
     }

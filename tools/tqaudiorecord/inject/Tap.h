@@ -128,6 +128,8 @@ class Tap {
     std::atomic<bool> isUnheard_{false};
     /// A child without exec: connects anew when it makes its first unit.
     std::atomic<bool> isForked_{false};
+    /// It is doing so.
+    std::atomic<bool> isJoining_{false};
 };
 
 }  // namespace tqrecorder

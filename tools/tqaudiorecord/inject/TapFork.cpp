@@ -29,10 +29,11 @@ void Tap::watchForks() {
 }
 
 void Tap::becomeChild() {
-    if (outlet_.load() == nullptr && !isForked_.load()) {
+    if (outlet_.load() == nullptr && !isForked_.load() && !isJoining_.load()) {
         isUnheard_.store(true, std::memory_order_relaxed);
         return;
     }
+    isJoining_.store(false);
     // What is mapped is the parent's. The child gets its own if it ever makes a unit.
     outlet_.store(nullptr);
     connection_.close();
@@ -66,6 +67,11 @@ void Tap::beUnheard() {
 }
 
 void Tap::recordForked() noexcept {
+    if (!isForked_.load()) {
+        return;
+    }
+    // First: a child that is forked in between is to be recorded as well.
+    isJoining_.store(true);
     if (!isForked_.exchange(false)) {
         return;
     }
@@ -73,6 +79,7 @@ void Tap::recordForked() noexcept {
         startThread(&Tap::runForked);
     } catch (...) {
         // No thread to be had: the child plays on unrecorded.
+        isJoining_.store(false);
     }
 }
 
@@ -83,12 +90,15 @@ void Tap::runForked() {
     }
     if (!connection_.open(settings_.socket)) {
         beUnheard();
+        isJoining_.store(false);
         return;
     }
     Hello hello = helloWith(guardStatus(), true);
     hello.isRecording = 1;
     hello.mayPlay = 1;
-    if (!connectRecording(hello)) {
+    const bool isConnected = connectRecording(hello);
+    isJoining_.store(false);
+    if (!isConnected) {
         beUnheard();
         return;
     }

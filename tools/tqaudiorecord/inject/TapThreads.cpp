@@ -1,14 +1,18 @@
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
-#include <fstream>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <system_error>
 
+#include "common/Descriptor.h"
 #include "inject/Tap.h"
 
 // A program whose main thread calls pthread_exit() ends with its last thread. Ours do not count:
@@ -21,13 +25,24 @@ namespace {
 constexpr std::array<std::string_view, 4> kOurThreads{"TQAudio", "TQPreparing", "TQRebindVerify",
                                                       "RZReplayAudioR"};
 
-bool isOurThread(const std::filesystem::path& task) {
-    std::ifstream file(task / "comm");
-    std::string name;
-    std::getline(file, name);
-    // One that has gone since counts no more either.
-    return name.empty() || std::any_of(kOurThreads.begin(), kOurThreads.end(),
-                                       [&](auto begin) { return name.starts_with(begin); });
+/// What a thread calls itself; nothing for one that has gone.
+std::optional<std::string> nameOf(const std::filesystem::path& task) {
+    const tqcommon::Descriptor file(::open((task / "comm").c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        return errno == ENOENT || errno == ESRCH ? std::nullopt : std::optional<std::string>("");
+    }
+    std::array<char, 32> text{};
+    const ssize_t length = ::read(file.get(), text.data(), text.size());
+    if (length < 0) {
+        return errno == ESRCH ? std::nullopt : std::optional<std::string>("");
+    }
+    const std::string_view line(text.data(), static_cast<std::size_t>(length));
+    return std::string(line.substr(0, line.find('\n')));
+}
+
+bool isOurs(std::string_view name) {
+    return std::any_of(kOurThreads.begin(), kOurThreads.end(),
+                       [&](auto begin) { return name.starts_with(begin); });
 }
 
 }  // namespace
@@ -50,10 +65,16 @@ bool Tap::isProgramOver() const {
         return false;
     }
     const std::string main = std::to_string(getpid());
+    std::set<std::string> seen;
     std::error_code failure;
     for (std::filesystem::directory_iterator each("/proc/self/task", failure), end;
          !failure && each != end; each.increment(failure)) {
-        if (each->path().filename() != main && !isOurThread(each->path())) {
+        if (each->path().filename() == main) {
+            continue;
+        }
+        const std::optional<std::string> name = nameOf(each->path());
+        // A thread that the program makes in a callback begins with the name of ours.
+        if (name && (!isOurs(*name) || !seen.insert(*name).second)) {
             return false;
         }
     }

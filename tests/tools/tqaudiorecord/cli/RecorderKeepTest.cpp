@@ -1,6 +1,7 @@
 // No recording is lost to a later one.
 
 #include <algorithm>
+#include <memory>
 
 #include "RecorderFixture.h"
 
@@ -26,6 +27,24 @@ TEST_F(RecorderKeepTest, WithoutAPlaceTheMixGoesToTheMusicFolder) {
     EXPECT_THAT(outcome.errors,
                 testing::StartsWith("tqaudiorecord: recording to " + files[0] + "\n"));
     EXPECT_THAT(outcome.errors, HasSubstr("Files:\n  " + files[0] + " ("));
+}
+
+TEST_F(RecorderKeepTest, OfThoseThatBeginAtOnceWithoutAPlaceEachHasItsOwn) {
+    constexpr std::size_t kRecorders = 4;
+    std::vector<std::unique_ptr<Program>> programs;
+    for (std::size_t number = 0; number < kRecorders; ++number) {
+        programs.push_back(std::make_unique<Program>(setup({"-q", "--format", "wav"}, game("2"))));
+    }
+    for (const auto& program : programs) {
+        const ProgramEnd end = program->wait();
+        EXPECT_EQ(end.code, 0) << end.errors;
+    }
+    std::size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.file("music"))) {
+        expectMusic(entry.path(), 44100, 1);
+        ++files;
+    }
+    EXPECT_EQ(files, kRecorders);
 }
 
 TEST_F(RecorderKeepTest, TheMusicFolderIsThatOfTheDesktop) {

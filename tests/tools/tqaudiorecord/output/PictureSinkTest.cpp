@@ -103,7 +103,7 @@ TEST_F(PictureSinkTest, APictureIsDrawnFromFilesThatAreThereAnyway) {
     PictureSink& picture =
         all.add(std::make_unique<PictureSink>(folder_.file("out.png"), &mix, &tracks, names_));
     ASSERT_TRUE(picture.open());
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{".out.wav.part", "tracks"}));
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{".out.wav.tqaudiorecord", "tracks"}));
     play(all, game_, 0, 44'100);
     all.finish();
     EXPECT_THAT(all.problems(), testing::IsEmpty());

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <utility>
 
 #include "output/files/FileNames.h"
@@ -30,9 +31,24 @@ bool isBusy(const std::string& path) {
     return file && !lock(file.get());
 }
 
+/// A name that nobody gives to a file of his own.
 std::string partOf(const std::string& target) {
+    constexpr std::size_t kLongest = 200;  // the system takes 255 bytes
     const fs::path whole(target);
-    return (whole.parent_path() / ("." + whole.filename().string() + ".part")).string();
+    std::string name = whole.filename().string();
+    if (name.size() > kLongest) {
+        const std::size_t mark = std::hash<std::string>{}(name);
+        name = name.substr(0, kLongest) + std::to_string(mark);
+    }
+    return (whole.parent_path() / ("." + name + ".tqaudiorecord")).string();
+}
+
+/// Whether what was found under that name is what a recorder leaves: through a link, or shared with
+/// another name, it may be anybody's document.
+bool isLeftByARecorder(int file) {
+    struct stat status {};
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink <= 1 &&
+           status.st_uid == geteuid();
 }
 
 /// Fails with EEXIST where something has the name.
@@ -81,8 +97,15 @@ bool PartFile::open() {
     }
     part_ = partOf(target_);
     do {
-        file_ = tqcommon::Descriptor(::open(part_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-        if (!file_) {
+        constexpr int kHow = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+        file_ = tqcommon::Descriptor(::open(part_.c_str(), kHow, 0666));
+        if (!file_ && errno != ELOOP && errno != EISDIR) {
+            return false;
+        }
+        if (!file_ || !isLeftByARecorder(file_.get())) {
+            problem_ = path_ + ": " + part_ + " is in the way and no recording of yours";
+            file_.reset();
+            part_.clear();
             return false;
         }
         if (!lock(file_.get())) {
@@ -165,7 +188,8 @@ std::string linkTarget(const std::string& path) {
 std::string freePath(const std::string& path) {
     std::error_code failure;
     std::string free = path;
-    for (unsigned number = 2; fs::exists(fs::symlink_status(free, failure)); ++number) {
+    for (unsigned number = 2; fs::exists(fs::symlink_status(free, failure)) || isBusy(partOf(free));
+         ++number) {
         free = withAddition(path, "-" + std::to_string(number));
     }
     return free;

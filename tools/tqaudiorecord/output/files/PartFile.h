@@ -6,10 +6,10 @@
 
 namespace tqrecorder {
 
-/// A file that is written beside its name ("out.wav" as ".out.wav.part") and takes the name when it
-/// is worth it: what had the name stays until then. Locked as long as it is open, also under its
-/// name, so that a second recorder is told. A device is written as it is.
-/// [one host thread at a time]; waits for the disk.
+/// A file that is written beside its name ("out.wav" as ".out.wav.tqaudiorecord") and takes the
+/// name when it is worth it: what had the name stays until then. Locked as long as it is open, also
+/// under its name, so that a second recorder is told. A device is written as it is. [one host
+/// thread at a time]; waits for the disk.
 class PartFile {
   public:
     /// Makes it. `mayReplace` says that it takes the name from a file that has it; else it goes to
@@ -56,7 +56,8 @@ class PartFile {
 /// Where a path leads that is a link, also to a file that is not there; else the path.
 [[nodiscard]] std::string linkTarget(const std::string& path);
 
-/// The path, or with the lowest number from 2 on before its extension the first that is free.
+/// The path, or with the lowest number from 2 on before its extension the first that is free and
+/// not being written.
 [[nodiscard]] std::string freePath(const std::string& path);
 
 }  // namespace tqrecorder

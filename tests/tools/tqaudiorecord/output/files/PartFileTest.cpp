@@ -97,13 +97,43 @@ TEST_F(PartFileTest, ASecondRecorderIsToldBeforeAndBehindTheFirstSound) {
 }
 
 TEST_F(PartFileTest, WhatAKilledRecorderLeftBesideTheNameIsUsedAgain) {
-    std::ofstream(folder_.file(".out.wav.part")) << std::string(100'000, 'x');
+    std::ofstream(folder_.file(".out.wav.tqaudiorecord")) << std::string(100'000, 'x');
     MixSink mix = sink(false);
     ASSERT_TRUE(mix.open());
     play(mix, game_, 0, 470);
     mix.finish();
     EXPECT_EQ(RecordedFile(path_).frames(), 470U);
     EXPECT_THAT(folder_.names(), ElementsAre("out.wav"));
+}
+
+TEST_F(PartFileTest, WhatLiesBesideTheNameButIsNobodysRecordingIsLeftAlone) {
+    const std::string document = folder_.file("document");
+    const std::string beside = folder_.file(".out.wav.tqaudiorecord");
+    std::ofstream(document) << "precious";
+    const auto expectRefused = [&] {
+        MixSink mix = sink(true);
+        EXPECT_FALSE(mix.open());
+        EXPECT_THAT(mix.problems().at(0), HasSubstr("is in the way"));
+        mix.finish();
+        EXPECT_EQ(contentOf(document), "precious");
+        EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(beside)));
+        std::filesystem::remove(beside);
+    };
+    std::filesystem::create_symlink("document", beside);
+    expectRefused();
+    std::filesystem::create_hard_link(document, beside);
+    expectRefused();
+    std::filesystem::create_directory(beside);
+    expectRefused();
+}
+
+TEST_F(PartFileTest, TheLongestNamesCanBeWritten) {
+    const std::string name = std::string(251, 'n') + ".wav";
+    MixSink mix({folder_.file(name), formatNamed("wav"), {}, false}, names_);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    mix.finish();
+    EXPECT_THAT(folder_.names(), ElementsAre(name));
 }
 
 TEST_F(PartFileTest, ALinkStaysALink) {
