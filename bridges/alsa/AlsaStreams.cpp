@@ -88,6 +88,10 @@ std::optional<std::size_t> unheardBefore(const AlsaLibrary& alsa, snd_pcm_t* pcm
         // Run dry or drained, it has played all: what waits is what the unit is behind.
         return 0;
     }
+    if (state == SND_PCM_STATE_PREPARED) {
+        // Some devices say that their buffer is empty until they are started.
+        return stream->unstarted();
+    }
     snd_pcm_uframes_t buffer = 0;
     snd_pcm_uframes_t period = 0;
     if (alsa.sizes == nullptr || alsa.room == nullptr || alsa.sizes(pcm, &buffer, &period) < 0) {

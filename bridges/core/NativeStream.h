@@ -166,6 +166,8 @@ class NativeStream final : private BlockFeeder {
     /// A gain of its own, for as long as it lives: what has no unit is ducked as well. Not while
     /// there is a unit, unless that is about to be taken away.
     void takeOwnGain();
+    /// What waits is lost: no unit has come.
+    void forsake() { forsaken_ += fifo_->flush(); }
     [[nodiscard]] tq_stream facts(tq_stream_fate fate, bool isClosed) const;
     /// Nothing of it is to be heard as long as this lasts.
     [[nodiscard]] bool isHeldBack() const noexcept {
@@ -273,8 +275,11 @@ class NativeStream final : private BlockFeeder {
     std::optional<tq_stream_fate> fate_;                ///< what was said last
     std::chrono::steady_clock::time_point reportedAt_;  ///< when
     std::chrono::steady_clock::time_point openedAt_;
-    int failedStarts_ = 0;       ///< of its unit, since it was closed
-    bool isUnplayable_ = false;  ///< it was given up for that
+    std::uint64_t reportedWritten_ = 0;  ///< frames
+    bool isFilling_ = false;             ///< there were more than when it was reported before
+    std::uint64_t forsaken_ = 0;         ///< frames that were kept for a unit that never came
+    int failedStarts_ = 0;               ///< of its unit, since it was closed
+    bool isUnplayable_ = false;          ///< it was given up for that
 };
 
 }  // namespace tq::bridges

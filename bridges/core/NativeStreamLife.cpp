@@ -94,6 +94,9 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     isWaiting_ = false;
     isInherited_ = false;
     failedStarts_ = 0;
+    forsaken_ = 0;
+    reportedWritten_ = 0;
+    isFilling_ = false;
     isUnplayable_ = false;
     blocksBehind_ = 0;
     fate_.reset();
@@ -166,8 +169,8 @@ tq_stream NativeStream::facts(tq_stream_fate fate, bool isClosed) const {
     stream.played = counts.read + counts.cut;
     const std::uint64_t left = isClosed ? counts.waiting : 0;
     const std::uint64_t unheard = isOver_ && !isUnplayable_ ? left : 0;
-    stream.dropped = counts.flushed + counts.takenBack + unheard;
-    stream.lost = counts.lost + unserved + left - unheard;
+    stream.dropped = counts.flushed - forsaken_ + counts.takenBack + unheard;
+    stream.lost = counts.lost + unserved + forsaken_ + left - unheard;
     stream.is_paused = fate == TQ_STREAM_RECORDED && isHeldBack() ? 1 : 0;
     stream.is_closed = isClosed ? 1 : 0;
     return stream;

@@ -173,7 +173,6 @@ BridgeUnit* StreamLife::idleUnit(const NativeFormat& format, const std::string& 
 void StreamLife::waitFor(NativeStream& stream) {
     BridgeUnit* best = nullptr;
     double shortest = 0;
-    bool canWait = false;
     for (const auto& unit : units_) {
         double seconds = 0;
         const bool isEnding =
@@ -184,7 +183,6 @@ void StreamLife::waitFor(NativeStream& stream) {
                 return !isOn ||
                        (other->state_ == NativeStream::State::kClosed && other->users_.load() == 0);
             });
-        canWait = canWait || isEnding;
         if (isEnding && unit->format() == stream.format_ &&
             (best == nullptr || seconds < shortest)) {
             best = unit.get();
@@ -195,7 +193,32 @@ void StreamLife::waitFor(NativeStream& stream) {
         stream.name_ = best->name();
     }
     stream.unit_.store(best, std::memory_order_release);
-    stream.isWaiting_.store(canWait, std::memory_order_release);
+    stream.isWaiting_.store(mayGetUnit(stream), std::memory_order_release);
+    if (!stream.isWaiting_.load()) {
+        // It came too late: played when a unit is free one day, it would be at a wrong time.
+        stream.forsake();
+    }
+}
+
+/// Whether there is a unit on which only closed streams play, or open ones that have no sound yet.
+bool StreamLife::mayGetUnit(const NativeStream& stream) const {
+    return std::any_of(units_.begin(), units_.end(), [&](const auto& unit) {
+        return std::all_of(streams_.begin(), streams_.end(), [&](const NativeStream* other) {
+            const bool isEnding =
+                other->state_ == NativeStream::State::kClosed && other->users_.load() == 0;
+            return other == &stream || other->unit_.load() != unit.get() || isEnding ||
+                   !other->hasSound_.load();
+        });
+    });
+}
+
+/// A stream without a unit that has not played yet keeps its first sound as long as there is a unit
+/// that it may get.
+void StreamLife::hope(NativeStream& stream) const {
+    if (stream.state_ == NativeStream::State::kOpen && stream.unit_.load() == nullptr &&
+        !stream.hasSound_.load() && !stream.isInherited_.load()) {
+        stream.isWaiting_.store(mayGetUnit(stream), std::memory_order_release);
+    }
 }
 
 /// Whether its unit plays nothing any more and it is the first of those that wait for it.
@@ -237,6 +260,9 @@ BridgeUnit* StreamLife::unitFor(NativeStream& stream) {
                    !other->isWaiting_.load();
         });
         if (idle != streams_.end()) {
+            // Its first sound, which may come any moment, is kept and ducked until it has another.
+            (*idle)->takeOwnGain();
+            (*idle)->isWaiting_.store(true);
             BridgeUnit* const lent = (*idle)->unit_.exchange(nullptr);
             // A writer that saw the unit is told apart from one that comes later: both look behind
             // their own change.
@@ -244,6 +270,7 @@ BridgeUnit* StreamLife::unitFor(NativeStream& stream) {
                 unit = lent;
             } else {
                 (*idle)->unit_.store(lent);
+                (*idle)->isWaiting_.store(false);
             }
         }
     }
@@ -253,6 +280,8 @@ BridgeUnit* StreamLife::unitFor(NativeStream& stream) {
 void StreamLife::report(NativeStream& stream, tq_stream_fate fate, bool isClosed) {
     stream.fate_ = fate;
     const tq_stream facts = stream.facts(fate, isClosed);
+    stream.isFilling_ = facts.written != stream.reportedWritten_;
+    stream.reportedWritten_ = facts.written;
     (void)tq_stream_report(&facts);
 }
 

@@ -77,6 +77,8 @@ class StreamLife {
     void endStream(NativeStream& stream);
     void seat(NativeStream& stream);
     void waitFor(NativeStream& stream);
+    [[nodiscard]] bool mayGetUnit(const NativeStream& stream) const;
+    void hope(NativeStream& stream) const;
     [[nodiscard]] bool isNext(const NativeStream& stream) const;
     [[nodiscard]] static bool areOfOneKind(std::string_view one, std::string_view other);
     [[nodiscard]] BridgeUnit* unitFor(NativeStream& stream);

@@ -39,7 +39,7 @@ constexpr int kMostStarts = 20;
 
 timespec in(std::chrono::milliseconds pause) {
     timespec then{};
-    clock_gettime(CLOCK_REALTIME, &then);
+    clock_gettime(CLOCK_MONOTONIC, &then);
     then.tv_nsec += pause.count() * 1'000'000L;
     then.tv_sec += then.tv_nsec / 1'000'000'000L;
     then.tv_nsec %= 1'000'000'000L;
@@ -75,7 +75,7 @@ void StreamLife::run() {
 void StreamLife::waitForWork(std::optional<std::chrono::milliseconds> longest) {
     if (longest) {
         const timespec then = in(*longest);
-        while (sem_timedwait(&work_, &then) != 0 && errno == EINTR) {
+        while (sem_clockwait(&work_, CLOCK_MONOTONIC, &then) != 0 && errno == EINTR) {
         }
     } else {
         while (sem_wait(&work_) != 0 && errno == EINTR) {
@@ -99,12 +99,17 @@ std::optional<std::chrono::milliseconds> StreamLife::pauseToNextLook() const {
         const BridgeUnit* const unit = stream->unit_.load();
         const bool hasSound = stream->hasSound_.load();
         const bool plays = unit != nullptr && unit->isRunning();
-        if (stream->state_ == NativeStream::State::kClosed || stream->isWaiting_.load() ||
+        const bool wantsUnit = stream->isWaiting_.load() && (hasSound || unit != nullptr);
+        if (stream->state_ == NativeStream::State::kClosed || wantsUnit ||
             (hasSound && !plays && !stream->isHeldBack())) {
             noLongerThan(kShortPause);
         }
         if (hasSound && plays) {
             noLongerThan(kReportInterval);
+        }
+        if (hasSound && stream->isHeldBack() && stream->isFilling_) {
+            // The program may be killed in the pause.
+            noLongerThan(kIdle);
         }
         if (!hasSound && !stream->fate_ && !stream->isInherited_.load()) {
             noLongerThan(kIdle);
@@ -119,6 +124,10 @@ void StreamLife::look() {
         if (stream->state_ != NativeStream::State::kUnused) {
             lookAt(*stream);
         }
+    }
+    // Behind all that begin and end.
+    for (NativeStream* const stream : streams_) {
+        hope(*stream);
     }
 }
 
@@ -137,7 +146,7 @@ void StreamLife::lookAt(NativeStream& stream) {
         endStream(stream);
         return;
     }
-    if (stream.isWaiting_.load() || (stream.unit_.load() == nullptr && hasSound)) {
+    if (stream.unit_.load() == nullptr ? hasSound : stream.isWaiting_.load()) {
         seat(stream);
     }
     if (!hasSound) {
@@ -230,7 +239,9 @@ void StreamLife::reportEnd(NativeStream& stream) {
         report(stream, TQ_STREAM_NOTHING_WRITTEN, true);
         stream.fate_.reset();
     } else if (stream.fate_) {
-        const bool isServed = stream.fifo_->counts().written != 0;
+        const FrameCounts counts = stream.fifo_->counts();
+        const bool isServed =
+            stream.fate_ == TQ_STREAM_NO_UNIT_FREE ? counts.read != 0 : counts.written != 0;
         report(stream, isServed ? TQ_STREAM_RECORDED : TQ_STREAM_NO_UNIT_FREE, true);
         stream.fate_.reset();
     }

@@ -39,6 +39,7 @@ void PulseStream::written(NativeStream& stream, std::size_t frames, std::int64_t
     stream.waitsFor(start());
     stream.accepted(frames, late);
     isDrained_ = false;
+    hasPrebuffer_ = prebuffer != 0;
     underflow_ = underflow;
     next_ = from + static_cast<std::int64_t>(frames);
     end_ = std::max(end_, next_);
@@ -108,7 +109,9 @@ void PulseStream::ended(NativeStream& stream) noexcept {
     }
     const std::int64_t unheard = end_ - heardEnd(stream);
     stream.flushed(static_cast<std::size_t>(unheard));
-    stream.frozen(false);
+    if (stream.waiting() != 0) {
+        stream.frozen(false);
+    }
 }
 
 void PulseStream::drained(NativeStream& stream) noexcept {

@@ -47,7 +47,8 @@ class PulseStream {
     void started(NativeStream* stream) noexcept;
     /// The server has played all that it had, and will say when it plays again.
     void ranDry() noexcept {
-        isStarted = false;
+        // Without a prebuffer it does not stop, and never says so.
+        isStarted = isStarted && !hasPrebuffer_;
         heardEnd_ = end_;
     }
     /// Nothing is played any more. What has been heard is played out, and no more than that.
@@ -90,7 +91,8 @@ class PulseStream {
                                     std::int64_t underflow) const noexcept;
 
     bool isCorked_ = false;
-    bool isHeld_ = false;          ///< the prebuffer is not full
+    bool hasPrebuffer_ = false;    ///< by the last write
+    bool isHeld_ = false;          ///< it is not full
     std::size_t held_ = 0;         ///< bytes in it
     bool isDrained_ = false;       ///< asked for since the last write
     std::int64_t underflow_ = -1;  ///< the last one that was known at the last write

@@ -77,6 +77,20 @@ TEST_F(AlsaStart, WhatIsDroppedBeforeTheStartIsNotHeard) {
     expectHeard(other);
 }
 
+TEST_F(AlsaStart, WhatIsDroppedBeforeTheStartIsNotHeardWhereTheDeviceSaysThatItHasNone) {
+    pcm->buffer = 48000;
+    pcm->threshold = 48000;
+    configure(*pcm);
+    write(noise);
+    EXPECT_EQ(snd_pcm_drop(pcm.get()), 0);
+    EXPECT_EQ(snd_pcm_prepare(pcm.get()), 0);
+    write(other);
+    EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    pump(60);
+    close();
+    expectHeard(other);
+}
+
 TEST_F(AlsaStart, WhatIsClosedBeforeTheStartIsNotHeard) {
     write(noise);
     expectNothingHeard();

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "bridges/core/StreamFixture.h"
+#include "support/ProgramRunner.h"
 #include "support/sound/Comparison.h"
 
 // Streams that come and go: which of them have a unit, and what is left of them.
@@ -276,6 +277,54 @@ TEST_F(StreamLifeTest, StreamsThatWereOpenedToLookGiveWay) {
     // And one of them that plays after all.
     streams[0]->write(sound);
     awaitReport("madeup-1 look", TQ_STREAM_RECORDED);
+}
+
+TEST_F(StreamLifeTest, AStreamThatGaveWayIsWholeAndDuckedWhenItPlaysAfterAll) {
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    for (int i = 0; i < 8; ++i) {
+        streams.push_back(std::make_unique<MadeUpPcm>(SoundFormat{}, "look"));
+    }
+    duckingBegins(kEndlessAttack);
+    const Sound sound = markedNoise({}, 24000);
+    streams[0]->write(sound.part(0, 12000));
+    streams[0]->write(sound.part(12000, 12000));
+    EXPECT_LE(largestDifference(sound, streams[0]->passed(), 0.1), kRounding);
+    awaitReport("madeup-1 look");
+    streams[0]->close();
+    playOut("madeup-1 look");
+    EXPECT_EQ(differences(streams[0]->passed(), track("madeup-1 look").trimmed()), kNothing);
+    EXPECT_EQ(reports("madeup-1 look").back().lost, 0U);
+}
+
+TEST_F(StreamLifeTest, OfStreamsThatGaveWayThoseThatFindNoUnitAreNamedAndLost) {
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    for (int i = 0; i < 9; ++i) {
+        streams.push_back(std::make_unique<MadeUpPcm>(SoundFormat{}, ""));
+    }
+    const Sound sound = markedNoise({}, 9600);
+    for (const auto& stream : streams) {
+        stream->write(sound);
+    }
+    const auto countOf = [&](tq_stream_fate fate) {
+        int count = 0;
+        for (int i = 1; i <= 9; ++i) {
+            const auto all = reports("madeup-" + std::to_string(i));
+            count += !all.empty() && all.back().fate == fate ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_TRUE(tqtest::eventually([&] { return countOf(TQ_STREAM_NO_UNIT_FREE) == 2; }));
+    EXPECT_EQ(countOf(TQ_STREAM_RECORDED), 7);
+    streams.clear();
+    std::uint64_t lost = 0;
+    for (int i = 1; i <= 9; ++i) {
+        playOut("madeup-" + std::to_string(i));
+        const tq_stream end = reports("madeup-" + std::to_string(i)).back();
+        EXPECT_EQ(end.lost, end.fate == TQ_STREAM_RECORDED ? 0U : 9600U);
+        EXPECT_EQ(end.dropped, 0U);
+        lost += end.lost;
+    }
+    EXPECT_EQ(lost, 2 * 9600U);
 }
 
 TEST_F(StreamLifeTest, AHandleThatComesBackIsAnotherStream) {

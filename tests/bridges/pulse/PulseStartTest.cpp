@@ -1,4 +1,8 @@
+#include <chrono>
+#include <thread>
+
 #include "bridges/pulse/PulseFixture.h"
+#include "support/ProgramRunner.h"
 
 // When the server plays what it has been given, and stops, and starts again.
 
@@ -66,7 +70,20 @@ TEST_F(PulseStart, APrebufferThatIsNotFullIsPlayedOnRequest) {
     }
 }
 
+TEST_F(PulseStart, WithoutAPrebufferTheServerPlaysOnWithoutSayingSo) {
+    play();
+    write(noise.part(0, 12000));
+    playOn();
+    stream->runsDry();
+    write(noise.part(12000, 12000));
+    pump(60);
+    const Sound now = heard();
+    ASSERT_GT(now.frames(), 24000U) << "before two seconds have gone by";
+    EXPECT_EQ(now.part(now.frames() - 12000, 12000).bytes, noise.part(12000, 12000).bytes);
+}
+
 TEST_F(PulseStart, WhereTheServerHasRunDryTheTrackWaitsForItsNextStart) {
+    stream->attributes.prebuf = kFrameBytes;
     play();
     write(noise.part(0, 12000));
     playOn();
@@ -122,6 +139,19 @@ TEST_F(PulseStart, WhatIsWrittenInAPauseAndClosedInItIsNotOnTheTrack) {
     const tq_stream last = reports(firstName()).back();
     EXPECT_EQ(last.written, noise.frames());
     EXPECT_EQ(last.dropped, noise.frames());
+    EXPECT_NE(last.is_paused, 0U);
+    EXPECT_EQ(tracks().count(firstName()), 0U) << "a track of silence";
+}
+
+TEST_F(PulseStart, WhatIsWrittenInAPauseIsCountedMeanwhile) {
+    play(PA_STREAM_START_CORKED);
+    for (std::size_t at = 0; at < 24000; at += 2400) {
+        write(noise.part(at, 2400));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    EXPECT_TRUE(
+        tqtest::eventually([&] { return reports(firstName()).back().written == noise.frames(); }));
+    EXPECT_NE(reports(firstName()).back().is_paused, 0U);
 }
 
 TEST_F(PulseStart, AServerThatIsNotReachedIsNamedWithTheReason) {

@@ -113,6 +113,13 @@ std::vector<std::string> silentStreamLines(const ProcessState& state) {
                        return one.fate == TQ_STREAM_RECORDED && one.isPaused && one.played == 0;
                    }),
         "the program paused it before its first sound was heard");
+    add(namesWhere(state,
+                   [](const auto& one) {
+                       return one.fate == TQ_STREAM_RECORDED && !one.isPaused && one.played == 0 &&
+                              one.dropped > 0;
+                   }),
+        "the program threw its sound away before it was heard: it never started it, or closed it "
+        "too early");
     return lines;
 }
 

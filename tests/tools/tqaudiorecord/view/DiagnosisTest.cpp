@@ -184,6 +184,17 @@ TEST_F(DiagnosisTest, NamesWhatCouldNotBeOpenedAndStreamsWithoutSound) {
               "before its first sound was heard");
 }
 
+TEST_F(DiagnosisTest, NamesStreamsWhoseSoundTheProgramThrewAway) {
+    observer_.processBegan(game_);
+    StreamFacts thrown{1, "alsa-1 default", TQ_STREAM_RECORDED, true, 2, 48000, 480};
+    thrown.dropped = 480;
+    observer_.stream(game_, thrown);
+    observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
+    EXPECT_EQ(whySilent(observer_, "game").at(0),
+              "game: nothing could be recorded; alsa-1 default: the program threw its sound away "
+              "before it was heard: it never started it, or closed it too early");
+}
+
 TEST_F(DiagnosisTest, TellsOfLibrariesThatAreLoadedApart) {
     SeenProcess seen{game_.pid, "game"};
     seen.isTapped = true;
