@@ -313,9 +313,8 @@ TEST_F(StreamLifeTest, OfStreamsThatGaveWayThoseThatFindNoUnitAreNamedAndLost) {
         }
         return count;
     };
-    EXPECT_TRUE(tqtest::eventually([&] {
-        return countOf(TQ_STREAM_NO_UNIT_FREE) == 2 && countOf(TQ_STREAM_RECORDED) == 7;
-    }));
+    EXPECT_TRUE(tqtest::eventually(
+        [&] { return countOf(TQ_STREAM_NO_UNIT_FREE) == 2 && countOf(TQ_STREAM_RECORDED) == 7; }));
     streams.clear();
     std::uint64_t lost = 0;
     for (int i = 1; i <= 9; ++i) {
