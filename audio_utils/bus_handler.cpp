@@ -70,7 +70,7 @@ struct sigaction defaultAction() noexcept {
 
 void passOn(int number, siginfo_t* info, void* context) {
     const struct sigaction program = programs.get();
-    if (isFunction(program) && (program.sa_flags & SA_RESETHAND) != 0) {
+    if (isFunction(program) && (static_cast<unsigned>(program.sa_flags) & SA_RESETHAND) != 0) {
         programs.set(defaultAction());
     }
     if ((program.sa_flags & SA_SIGINFO) != 0 && isFunction(program)) {
