@@ -99,7 +99,8 @@ void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
         // more.
         ++faults_;
         isFlowing_ = false;
-        inHand_ += frames / 4;
+        constexpr double kMore = 0.25;  // of a request
+        inHand_ += kMore * frames;
     } else if (isFlowing_) {
         steer(held, frames);
     }

@@ -13,7 +13,6 @@ namespace {
 constexpr std::size_t kMostProcesses = 8;
 // Of one process, with tracks that have ended not long ago.
 constexpr std::size_t kMostStreams = 32;
-constexpr std::size_t kSilentBytes = 65536;
 
 double lengthOf(const BlockFormat& format, double seconds) {
     return std::ceil(seconds * format.sampleRate);
