@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 #include "bridges/core/StreamFixture.h"
 #include "support/ProgramRunner.h"
@@ -305,26 +306,31 @@ TEST_F(StreamLifeTest, OfStreamsThatGaveWayThoseThatFindNoUnitAreNamedAndLost) {
     for (const auto& stream : streams) {
         stream->write(sound);
     }
-    const auto countOf = [&](tq_stream_fate fate) {
-        int count = 0;
+    const auto namesOf = [&](tq_stream_fate fate) {
+        std::set<std::string> names;
         for (int i = 1; i <= 9; ++i) {
-            const auto all = reports("madeup-" + std::to_string(i));
-            count += !all.empty() && all.back().fate == fate ? 1 : 0;
+            const std::string name = "madeup-" + std::to_string(i);
+            const auto all = reports(name);
+            if (!all.empty() && all.back().fate == fate) {
+                names.insert(name);
+            }
         }
-        return count;
+        return names;
     };
-    EXPECT_TRUE(tqtest::eventually(
-        [&] { return countOf(TQ_STREAM_NO_UNIT_FREE) == 2 && countOf(TQ_STREAM_RECORDED) == 7; }));
+    EXPECT_TRUE(tqtest::eventually([&] {
+        return namesOf(TQ_STREAM_NO_UNIT_FREE).size() == 2 &&
+               namesOf(TQ_STREAM_RECORDED).size() == 7;
+    }));
+    // While the nine are closed one of these may still get a unit: for what it has lost, too late.
+    const std::set<std::string> withoutUnit = namesOf(TQ_STREAM_NO_UNIT_FREE);
     streams.clear();
-    std::uint64_t lost = 0;
     for (int i = 1; i <= 9; ++i) {
-        playOut("madeup-" + std::to_string(i));
-        const tq_stream end = reports("madeup-" + std::to_string(i)).back();
-        EXPECT_EQ(end.lost, end.fate == TQ_STREAM_RECORDED ? 0U : 9600U);
-        EXPECT_EQ(end.dropped, 0U);
-        lost += end.lost;
+        const std::string name = "madeup-" + std::to_string(i);
+        playOut(name);
+        const tq_stream end = reports(name).back();
+        EXPECT_EQ(end.lost, withoutUnit.contains(name) ? 9600U : 0U) << name;
+        EXPECT_EQ(end.dropped, 0U) << name;
     }
-    EXPECT_EQ(lost, 2 * 9600U);
 }
 
 TEST_F(StreamLifeTest, AHandleThatComesBackIsAnotherStream) {
