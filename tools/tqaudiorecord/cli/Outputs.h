@@ -55,6 +55,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
     void showProblems();
+    [[nodiscard]] std::uint64_t lostOutsidePauses(const Block& block) const;
     [[nodiscard]] ControlAnswer save(std::optional<double> seconds);
     [[nodiscard]] ControlAnswer split();
     [[nodiscard]] ControlAnswer setPaused(bool isPaused);

@@ -27,6 +27,7 @@ void Outputs::block(const Process& process, const Block& block) {
     }
     Block moved = block;
     moved.microseconds -= pauses_.before(block.microseconds);
+    moved.lostFrames = lostOutsidePauses(block);
     SinkSet::block(process, moved);
 }
 
@@ -65,6 +66,21 @@ ControlAnswer Outputs::control(const ControlCommand& command) {
             break;
     }
     return SinkSet::control(command);
+}
+
+/// What was lost in a pause is left out like the rest of it.
+std::uint64_t Outputs::lostOutsidePauses(const Block& block) const {
+    const double rate = block.format.sampleRate;
+    if (block.lostFrames == 0 || !(rate > 0)) {
+        return 0;
+    }
+    const double length = std::min(static_cast<double>(block.lostFrames) / rate * 1e6,
+                                   static_cast<double>(block.microseconds));
+    const auto begin = block.microseconds - static_cast<std::uint64_t>(length);
+    const std::uint64_t paused = pauses_.before(block.microseconds) - pauses_.before(begin);
+    const double left = length - static_cast<double>(paused);
+    return paused == 0 ? block.lostFrames
+                       : static_cast<std::uint64_t>(std::max(left, 0.0) / 1e6 * rate);
 }
 
 ControlAnswer Outputs::told(const std::string& what, const std::vector<WrittenFile>& files) const {

@@ -45,6 +45,7 @@ struct Block {
     std::uint64_t microseconds = 0;     ///< host time of its first frame
     std::span<const std::byte> frames;  ///< interleaved, little-endian, whole; integers
                                         ///< signed, of full scale
+    std::uint64_t lostFrames = 0;       ///< of this stream, right before it, that did not arrive
 };
 
 /// An event of the library.

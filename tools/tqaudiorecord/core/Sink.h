@@ -18,7 +18,8 @@ class Sink {
 
     virtual void processBegan(const Process&) {}
     virtual void block(const Process&, const Block&) {}
-    /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call.
+    /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call. Which
+    /// stream they are missing from says Block::lostFrames.
     virtual void lost(const Process&, std::uint64_t /*blocks*/, std::uint64_t /*bytes*/) {}
     virtual void event(const Process&, const Event&) {}
     virtual void log(const Process&, const LogLine&) {}

@@ -193,6 +193,9 @@ bool Tap::connectRecording(Hello hello) {
     if (!sent) {
         return false;
     }
+    for (std::atomic<std::uint64_t>& lost : lostFrames_) {
+        lost.store(0, std::memory_order_relaxed);
+    }
     outlets_ = {memory_->writer(RingId::kSound), memory_->writer(RingId::kEvents),
                 memory_->writer(RingId::kLog), memory_->writer(RingId::kStreams), &memory_->page()};
     outlet_.store(&outlets_, std::memory_order_release);

@@ -3,7 +3,9 @@
 #include <TQAudioRecord/tq_capture.h>
 #include <semaphore.h>
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -65,12 +67,14 @@ class Tap {
 
     // What the listeners do. Blocks come on render threads, the rest on any.
     void pushBlock(RecordKind kind, const tq_block& block) noexcept;
+    void pushCounted(const Outlet& outlet, RecordHeader& header,
+                     std::span<const RingWriter::Bytes> parts) noexcept;
     void pushEvent(const tq_event& event) noexcept;
     void pushLine(const tq_log_line& line) noexcept;
     void pushStream(const tq_stream& stream) noexcept;
     void takeUnit(const tq_unit& unit) noexcept;
-    void pushSound(const Outlet& outlet, const RecordHeader& header,
-                   std::span<const RingWriter::Bytes> parts) noexcept;
+    [[nodiscard]] bool pushSound(const Outlet& outlet, const RecordHeader& header,
+                                 std::span<const RingWriter::Bytes> parts) noexcept;
     void publishCounts(SharedPage& page) const noexcept;
 
     /// [host thread] What the library counts now, without what was there before.
@@ -104,6 +108,10 @@ class Tap {
     /// thread of a new child. Readers: listeners, on any thread; release and acquire publish the
     /// outlet. Before the memory goes, the listeners are stopped, which waits for calls under way.
     std::atomic<const Outlet*> outlet_{nullptr};
+    /// Frames of each track, and of the mix as track 0, that found no room since one that did.
+    /// Writers and readers: render threads in the library's listeners, where one delivery follows
+    /// the other; before there is an outlet, whoever makes it. Publishes nothing else.
+    std::array<std::atomic<std::uint64_t>, kTracks> lostFrames_{};
     VolumeControl volume_;
     tq_listening* watching_ = nullptr;  ///< units and log lines
     tq_listening* mix_ = nullptr;       ///< the mix and events

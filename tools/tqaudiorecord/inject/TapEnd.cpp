@@ -42,20 +42,20 @@ void Tap::makeRoom() {
 
 /// What the program itself plays never waits for the recorder. What is left of it may: nobody
 /// hears it.
-void Tap::pushSound(const Outlet& outlet, const RecordHeader& header,
+bool Tap::pushSound(const Outlet& outlet, const RecordHeader& header,
                     std::span<const RingWriter::Bytes> parts) noexcept {
     constexpr int kMostPauses = 1000;
     if (isPatient_.load(std::memory_order_relaxed)) {
         // Not for a recorder that has gone, and not again for one that stands still.
         for (int pauses = 0; pauses < kMostPauses && outlet_.load() == &outlet; ++pauses) {
             if (outlet.sound.tryPush(header, parts)) {
-                return;
+                return true;
             }
             nanosleep(&kPause, nullptr);
         }
         isPatient_.store(false, std::memory_order_relaxed);
     }
-    outlet.sound.push(header, parts);
+    return outlet.sound.push(header, parts);
 }
 
 }  // namespace tqrecorder

@@ -152,7 +152,29 @@ void Tap::pushBlock(RecordKind kind, const tq_block& block) noexcept {
         parts[count] = parts[count].first(std::min(parts[count].size(), kLongestName));
         header.nameBytes = static_cast<std::uint32_t>(parts[count++].size());
     }
-    pushSound(*outlet, header, std::span(parts).first(count));
+    pushCounted(*outlet, header, std::span(parts).first(count));
+}
+
+/// A loss is told with the next block of the same stream: where it belongs, and how long it is.
+void Tap::pushCounted(const Outlet& outlet, RecordHeader& header,
+                      std::span<const RingWriter::Bytes> parts) noexcept {
+    if (header.track >= lostFrames_.size()) {
+        return;
+    }
+    std::atomic<std::uint64_t>& lost = lostFrames_[header.track];
+    header.lostFrames = lost.load(std::memory_order_relaxed);
+    if (pushSound(outlet, header, parts)) {
+        lost.store(0, std::memory_order_relaxed);
+        return;
+    }
+    const std::uint64_t frameBytes =
+        std::uint64_t{header.channels} * std::max(header.bitsPerChannel / 8, 1U);
+    std::uint64_t bytes = 0;
+    for (const RingWriter::Bytes& part : parts.first(header.buffers)) {
+        bytes += part.size();
+    }
+    lost.store(header.lostFrames + bytes / std::max<std::uint64_t>(frameBytes, 1),
+               std::memory_order_relaxed);
 }
 
 void Tap::pushEvent(const tq_event& event) noexcept {

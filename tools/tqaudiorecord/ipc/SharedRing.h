@@ -33,6 +33,8 @@ struct RecordHeader {
     std::uint64_t category = 0;
     std::uint64_t code = 0;  ///< of a log line: its level
     double sampleRate = 0;
+    /// Of sound: frames of the same track or mix that found no room since its record before.
+    std::uint64_t lostFrames = 0;
 };
 static_assert(std::is_trivially_copyable_v<RecordHeader> && sizeof(RecordHeader) % 8 == 0);
 

@@ -48,19 +48,12 @@ void MixSink::block(const Process& process, const Block& block) {
     }
     const std::size_t frames = block.frames.size() / kMixFormat.frameBytes();
     const std::uint64_t silence =
-        stream->clock.before(block.microseconds, frames, std::exchange(stream->lost, false));
+        stream->clock.before(block.microseconds, frames, block.lostFrames);
     if (stream->clock.takeJump()) {
         stream->series->complain(jumpText(stream->series->path()));
     }
     stream->series->writeSilence(silence);
     stream->series->write(block.frames.first(frames * kMixFormat.frameBytes()));
-}
-
-void MixSink::lost(const Process& process, std::uint64_t blocks, std::uint64_t /*bytes*/) {
-    const auto found = streams_.find(process.id);
-    if (found != streams_.end() && blocks > 0) {
-        found->second.lost = true;
-    }
 }
 
 void MixSink::processEnded(const Process& process, const HostFacts& /*facts*/) {

@@ -20,7 +20,6 @@ class MixSink : public FilesSink {
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
-    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     std::vector<WrittenFile> split() override;
     void finish() override;
@@ -35,7 +34,6 @@ class MixSink : public FilesSink {
         std::unique_ptr<FileSeries> series;
         StreamClock clock;
         std::uint64_t beganAt;
-        bool lost = false;
     };
     /// Null for a process beyond the bound.
     Stream* streamOf(const Process& process, std::uint64_t microseconds);

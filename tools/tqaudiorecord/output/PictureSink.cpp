@@ -88,15 +88,6 @@ void PictureSink::block(const Process& process, const Block& block) {
     }
 }
 
-void PictureSink::lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) {
-    if (ownMix_ != nullptr) {
-        ownMix_->lost(process, blocks, bytes);
-    }
-    if (ownTracks_ != nullptr) {
-        ownTracks_->lost(process, blocks, bytes);
-    }
-}
-
 void PictureSink::event(const Process& /*process*/, const Event& event) {
     const bool isFailure = tq_event_kind_of(event.category, event.code) == TQ_EVENT_KIND_FAILURE;
     const std::string label = tq_event_text(event.category, event.code);

@@ -30,7 +30,6 @@ class PictureSink : public Sink {
 
     void processBegan(const Process& process) override;
     void block(const Process& process, const Block& block) override;
-    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void event(const Process& process, const Event& event) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void finish() override;

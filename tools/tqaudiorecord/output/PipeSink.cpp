@@ -77,12 +77,11 @@ void PipeSink::block(const Process& process, const Block& block) {
     if (clock_ == nullptr) {
         clock_ =
             std::make_unique<StreamClock>(kMixFormat.sampleRate, block.microseconds, kMixPatience);
-        processId_ = process.id;
     }
     const std::size_t frameBytes = kMixFormat.frameBytes();
     const std::size_t frames = block.frames.size() / frameBytes;
     std::uint64_t silence =
-        clock_->before(block.microseconds, frames, std::exchange(lost_, false)) * frameBytes;
+        clock_->before(block.microseconds, frames, block.lostFrames) * frameBytes;
     hasJumped_ = clock_->takeJump() || hasJumped_;
     const std::vector<std::byte> zeros(std::min<std::uint64_t>(silence, 4096 * frameBytes));
     while (silence > 0 && !closed_) {
@@ -92,10 +91,6 @@ void PipeSink::block(const Process& process, const Block& block) {
     }
     queue(block.frames.first(frames * frameBytes));
     drain(0);
-}
-
-void PipeSink::lost(const Process& process, std::uint64_t blocks, std::uint64_t /*bytes*/) {
-    lost_ = lost_ || (process.id == processId_ && blocks > 0);
 }
 
 void PipeSink::queue(std::span<const std::byte> bytes) {

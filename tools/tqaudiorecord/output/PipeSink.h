@@ -25,7 +25,6 @@ class PipeSink : public Sink {
              std::size_t mostBytes = kMostBytes);
 
     void block(const Process& process, const Block& block) override;
-    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
     [[nodiscard]] std::string reasonToEnd() const override { return reason_; }
     void finish() override;
@@ -45,10 +44,8 @@ class PipeSink : public Sink {
     std::vector<std::byte> waiting_;
     std::size_t sent_ = 0;  // of what waits
     std::unique_ptr<StreamClock> clock_;
-    int processId_ = 0;
     off_t headerAt_ = -1;      // of a header that can be completed; -1 for none
     std::uint64_t taken_ = 0;  // bytes that were written
-    bool lost_ = false;
     bool closed_ = false;
     bool hasJumped_ = false;
     std::uint64_t refused_ = 0;  // bytes

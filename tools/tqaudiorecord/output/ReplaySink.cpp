@@ -112,8 +112,7 @@ void ReplaySink::block(const Process& process, const Block& block) {
     Memory& memory = memoryOf(found->second, block);
     const std::size_t frameBytes = block.format.frameBytes();
     const std::size_t frames = block.frames.size() / frameBytes;
-    const std::uint64_t silence =
-        memory.clock.before(block.microseconds, frames, std::exchange(memory.lost, false));
+    const std::uint64_t silence = memory.clock.before(block.microseconds, frames, block.lostFrames);
     if (memory.clock.takeJump()) {
         problems_.push_back(jumpText(isMix ? plan_.mix.path : plan_.tracksFolder));
     }
@@ -149,15 +148,6 @@ void ReplaySink::forgetOld(ProcessMemory& process) const {
                                     [](const auto& one) { return !one.second.isCurrent; });
     if (process.streams.size() >= kMostStreams && ended != process.streams.end()) {
         process.streams.erase(ended);
-    }
-}
-
-void ReplaySink::lost(const Process& process, std::uint64_t blocks, std::uint64_t /*bytes*/) {
-    const auto found = processes_.find(process.id);
-    if (found != processes_.end() && blocks > 0) {
-        for (auto& [track, memory] : found->second.streams) {
-            memory.lost = true;
-        }
     }
 }
 

@@ -31,7 +31,6 @@ class ReplaySink : public FilesSink {
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
-    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     std::vector<WrittenFile> saveLast(std::optional<double> seconds) override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
@@ -49,7 +48,6 @@ class ReplaySink : public FilesSink {
         std::unique_ptr<std::byte[]> ring;
         std::uint64_t written = 0;  // bytes ever
         StreamClock clock;
-        bool lost = false;
         bool isCurrent = true;
         std::optional<std::int64_t> savedFrames{};  ///< up to there, since the stream began
 

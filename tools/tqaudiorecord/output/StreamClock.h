@@ -34,26 +34,32 @@ class StreamClock {
           slack_(slack) {}
 
     /// How many frames of silence go before a block of `frames` stamped `microseconds`. They and
-    /// the block are counted as written. `certain` says that blocks are known to be missing.
+    /// the block are counted as written. `lostFrames` are known to be missing right before it:
+    /// silence stands for each of them, whatever the stamp says. Those before the first block count
+    /// for nothing, as a file begins with what has arrived.
     [[nodiscard]] std::uint64_t before(std::uint64_t microseconds, std::uint64_t frames,
-                                       bool certain) {
-        const double expected = origin_ + static_cast<double>(frames_) / rate_ * 1e6;
-        const double late = static_cast<double>(microseconds) - expected;
-        const double half = static_cast<double>(frames) / rate_ * 0.5e6;
+                                       std::uint64_t lostFrames) {
         const bool isFirst = blocks_++ == 0;
         std::uint64_t silence = 0;
-        if (std::abs(late) > kBrokenClock || (late > patience_ && late > mostSilence())) {
+        if (!isFirst && static_cast<double>(lostFrames) / rate_ * 1e6 <= mostSilence()) {
+            silence = lostFrames;
+        }
+        const double late =
+            static_cast<double>(microseconds) - end() - static_cast<double>(silence) / rate_ * 1e6;
+        if (std::abs(late) > kBrokenClock ||
+            (late > patience_ &&
+             late + static_cast<double>(silence) / rate_ * 1e6 > mostSilence())) {
             // A jump that large is no hole: the host's clock was reset.
             origin_ += late;
             hasJumped_ = true;
-        } else if (late > (isFirst ? 0 : certain ? std::min(half, patience_) : patience_)) {
-            silence = static_cast<std::uint64_t>(std::llround(late / 1e6 * rate_));
-            gaps_ += isFirst || silence == 0 ? 0 : 1;
-            gapFrames_ += isFirst ? 0 : silence;
+        } else if (late > (isFirst ? 0 : patience_)) {
+            silence += static_cast<std::uint64_t>(std::llround(late / 1e6 * rate_));
         } else if (std::abs(late) < patience_) {
             // Follows the drift between the device's clock and the host's.
             origin_ += late * kFollow;
         }
+        gaps_ += isFirst || silence == 0 ? 0 : 1;
+        gapFrames_ += isFirst ? 0 : silence;
         frames_ += silence + frames;
         silence_ += silence;
         return silence;

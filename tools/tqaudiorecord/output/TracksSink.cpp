@@ -112,20 +112,13 @@ void TracksSink::block(const Process& process, const Block& block) {
     }
     Track& track = found->second;
     const std::size_t frames = block.frames.size() / frameBytes;
-    const std::uint64_t silence =
-        track.clock.before(block.microseconds, frames, std::exchange(track.lost, false));
+    const std::uint64_t silence = track.clock.before(block.microseconds, frames, block.lostFrames);
     if (track.clock.takeJump()) {
         track.series.complain(jumpText(track.series.path()));
     }
     track.series.writeSilence(silence);
     track.series.write(block.frames.first(frames * frameBytes));
     report(track);
-}
-
-void TracksSink::lost(const Process& process, std::uint64_t blocks, std::uint64_t /*bytes*/) {
-    for (auto& [key, track] : tracks_) {
-        track.lost = track.lost || (key.first == process.id && blocks > 0);
-    }
 }
 
 void TracksSink::end(int processId, Track& track) {

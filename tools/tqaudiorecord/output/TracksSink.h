@@ -33,7 +33,6 @@ class TracksSink : public FilesSink {
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
-    void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     std::vector<WrittenFile> split() override;
     void finish() override;
@@ -50,7 +49,6 @@ class TracksSink : public FilesSink {
         FileSeries series;
         StreamClock clock;
         std::uint64_t beganAt;
-        bool lost = false;
         std::size_t reported = 0;  // of the series' problems
     };
     struct Axis {

@@ -197,6 +197,7 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
     payload = payload.first(payload.size() - header.nameBytes);
     Block block;
     block.track = static_cast<int>(header.track);
+    block.lostFrames = header.lostFrames;
     block.format = {header.sampleRate, header.channels, header.bitsPerChannel, header.isFloat != 0};
     block.microseconds = header.microseconds;
     block.unit = unit;

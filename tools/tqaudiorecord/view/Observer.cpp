@@ -73,16 +73,13 @@ void Observer::block(const Process& process, const Block& block) {
                              block.track == 0 ? kMixPatience : kTrackPatience,
                              std::chrono::steady_clock::now(), slackOf(block.format));
     }
-    (void)source.clock->before(block.microseconds, frames, std::exchange(source.lost, false));
+    (void)source.clock->before(block.microseconds, frames, block.lostFrames);
 }
 
 void Observer::lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) {
     ProcessState& state = stateOf(process);
     state.lostBlocks += blocks;
     state.lostBytes += bytes;
-    for (auto& [track, source] : state.sources) {
-        source.lost = source.lost || blocks > 0;
-    }
 }
 
 void Observer::event(const Process& process, const Event& event) {

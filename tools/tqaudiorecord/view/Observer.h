@@ -21,7 +21,6 @@ struct SourceState {
     Level window;  ///< since clearWindows()
     std::uint64_t frames = 0;
     std::optional<StreamClock> clock;
-    bool lost = false;
     std::uint64_t bufferedBytes = 0;
     std::uint64_t bufferCapacity = 0;
 };

@@ -10,18 +10,18 @@ namespace {
 TEST(StreamClockTest, FollowsAnHourOfDriftWithoutAHole) {
     StreamClock clock(44100, 0, kMixPatience);
     for (std::uint64_t block = 0; block < 360'000; ++block) {
-        ASSERT_EQ(clock.before(static_cast<std::uint64_t>(static_cast<double>(block) * 10'001.0),
-                               441, false),
-                  0U);
+        ASSERT_EQ(
+            clock.before(static_cast<std::uint64_t>(static_cast<double>(block) * 10'001.0), 441, 0),
+            0U);
     }
 }
 
 TEST(StreamClockTest, StampsThatBeginAnewFillNothing) {
     StreamClock clock(44100, 1'000'000'000'000'000, kMixPatience);
-    EXPECT_EQ(clock.before(1'000'000'000'000'000, 441, false), 0U);
-    EXPECT_EQ(clock.before(5, 441, false), 0U);
-    EXPECT_EQ(clock.before(UINT64_MAX, 441, true), 0U);
-    EXPECT_EQ(clock.before(0, 441, true), 0U);
+    EXPECT_EQ(clock.before(1'000'000'000'000'000, 441, 0), 0U);
+    EXPECT_EQ(clock.before(5, 441, 0), 0U);
+    EXPECT_EQ(clock.before(UINT64_MAX, 441, 0), 0U);
+    EXPECT_EQ(clock.before(0, 441, 0), 0U);
     EXPECT_EQ(clock.gaps(), 0U);
 }
 
@@ -31,26 +31,55 @@ TEST(StreamClockTest, ABurstAfterAStallAddsNoTimeInTheEnd) {
     for (std::uint64_t block = 0; block < 100; ++block) {
         // Blocks 40 to 79 all come at the end of a stall of 0.4 s.
         const std::uint64_t stamp = block >= 40 && block < 80 ? 800'000 : block * 10'000;
-        frames += clock.before(stamp, 441, false) + 441;
+        frames += clock.before(stamp, 441, 0) + 441;
     }
-    frames += clock.before(3'000'000, 441, false) + 441;
+    frames += clock.before(3'000'000, 441, 0) + 441;
     EXPECT_NEAR(static_cast<double>(frames), 3.01 * 44100, 0.01 * 44100);
+}
+
+TEST(StreamClockTest, EveryLostFrameIsSilenceWhateverTheStampsSay) {
+    // Stamps that are up to 20 ms late, and a loss of half a block in every third.
+    StreamClock clock(44100, 0, kMixPatience);
+    std::uint64_t place = 0;
+    for (std::uint64_t block = 0; block < 3000; ++block) {
+        const std::uint64_t lost = block > 0 && block % 3 == 0 ? 220 : 0;
+        const auto stamp =
+            static_cast<std::uint64_t>(static_cast<double>(place + lost) / 44100 * 1e6);
+        ASSERT_EQ(clock.before(stamp + block * 7919 % 20'000, 441, lost), lost);
+        place += lost + 441;
+    }
+    EXPECT_EQ(clock.frames(), place);
+    EXPECT_EQ(clock.gaps(), 999U);
+}
+
+TEST(StreamClockTest, ALossBeforeTheFirstBlockAndOneBeyondAllTimeCountForNothing) {
+    StreamClock clock(44100, 0, kMixPatience);
+    EXPECT_EQ(clock.before(0, 441, 44100), 0U);
+    EXPECT_EQ(clock.before(10'000, 441, UINT64_MAX), 0U);
+    EXPECT_EQ(clock.before(20'000, 441, 441), 441U);
+}
+
+TEST(StreamClockTest, AHoleBehindALossIsFilledAsWell) {
+    StreamClock clock(44100, 0, kMixPatience);
+    EXPECT_EQ(clock.before(0, 441, 0), 0U);
+    EXPECT_EQ(clock.before(1'020'000, 441, 441), 441U + 44100U);
+    EXPECT_EQ(clock.gaps(), 1U);
 }
 
 TEST(StreamClockTest, SilenceIsNoLongerThanTheRecordingAndTheSlack) {
     constexpr std::uint64_t kHour = 3600'000'000;
     StreamClock clock(100, 0, kMixPatience, std::chrono::steady_clock::now(), 10);
-    EXPECT_EQ(clock.before(0, 100, false), 0U);
-    EXPECT_EQ(clock.before(7'000'000, 100, false), 600U);
+    EXPECT_EQ(clock.before(0, 100, 0), 0U);
+    EXPECT_EQ(clock.before(7'000'000, 100, 0), 600U);
     EXPECT_FALSE(clock.takeJump());
     // Six of ten seconds are used up.
-    EXPECT_EQ(clock.before(14'000'000, 100, false), 0U);
+    EXPECT_EQ(clock.before(14'000'000, 100, 0), 0U);
     EXPECT_TRUE(clock.takeJump());
     EXPECT_FALSE(clock.takeJump()) << "it is told once";
     // What was recorded for an hour may be silent for an hour.
     const auto anHourAgo = std::chrono::steady_clock::now() - std::chrono::hours{1};
     StreamClock old(100, 0, kMixPatience, anHourAgo, 10);
-    EXPECT_EQ(old.before(kHour, 100, false), 360'000U);
+    EXPECT_EQ(old.before(kHour, 100, 0), 360'000U);
     EXPECT_FALSE(old.takeJump());
 }
 

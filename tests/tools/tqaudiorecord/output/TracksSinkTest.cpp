@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
+#include <utility>
 
 #include "SinkFixture.h"
 
@@ -79,6 +81,43 @@ TEST_F(TracksSinkTest, FromTheStartTracksShareOneTimeAxis) {
     EXPECT_LT(second.amplitude(441, 1.01, 1.49), 1e-4);
     EXPECT_NEAR(second.amplitude(441, 1.51, 1.99), 0.5, 0.01);
     EXPECT_EQ(sink.files().at(1).gaps, 1U);
+}
+
+TEST_F(TracksSinkTest, UnderHeavyLossMixAndTrackStayTogetherToTheFrame) {
+    auto mix = mixSink();
+    TracksSink tracks({folder_.file("tracks")}, names_);
+    ASSERT_TRUE(tracks.open());
+    // Of both streams other blocks are lost, and more than the device's jitter hides.
+    constexpr std::size_t kBlocks = 2000;
+    std::map<int, std::uint64_t> lost;
+    for (std::size_t block = 0; block < kBlocks; ++block) {
+        const std::uint64_t stamp = at(block * 470) + block * 7919 % 9000;
+        const std::vector<std::byte> bytes = counting(470, block * 470);
+        for (const int track : {0, 1}) {
+            const bool isLost = block > 0 && block + 1 < kBlocks &&
+                                (block * 31 + static_cast<std::size_t>(track) * 17) % 5 < 2;
+            if (isLost) {
+                lost[track] += 470;
+                continue;
+            }
+            Block one{track, track == 0 ? "" : "music", kMixFormat, stamp, bytes};
+            one.lostFrames = std::exchange(lost[track], 0);
+            Sink& sink = track == 0 ? static_cast<Sink&>(*mix) : tracks;
+            sink.block(game_, one);
+        }
+    }
+    mix->finish();
+    tracks.finish();
+    for (const std::string& path :
+         {folder_.file("out.wav"), folder_.file("tracks/track-1-music.wav")}) {
+        const RecordedFile recorded(path);
+        ASSERT_EQ(recorded.frames(), kBlocks * 470) << path;
+        for (std::size_t frame = 0; frame < recorded.frames(); ++frame) {
+            const int number = recorded.numberAt(frame);
+            ASSERT_TRUE(number == 0 || number == static_cast<int>(frame % 30000 + 1))
+                << path << " frame " << frame;
+        }
+    }
 }
 
 TEST_F(TracksSinkTest, ATrackThatChangesItsFormatGoesOnInAnotherFile) {

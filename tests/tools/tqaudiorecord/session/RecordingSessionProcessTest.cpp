@@ -6,12 +6,16 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "SessionFixture.h"
 #include "session/ElfFile.h"
@@ -79,6 +83,65 @@ TEST_F(Session, WhatAStalledReaderCannotTakeIsCountedAndTheHostPlaysOn) {
         bytes += stream.bytes.size();
     }
     EXPECT_GT(bytes, 2 * 0.9 * (48000 * 4 + 44100 * 4));
+}
+
+/// How far samples are from a sine of 700 Hz and half of full scale at most; its phase is that of
+/// the first tenth of a second. `places` says which frame each of them is.
+double worstDifference(const std::vector<double>& samples,
+                       const std::vector<std::uint64_t>& places) {
+    const double step = 2 * M_PI * 700 / 48000;
+    double sine = 0;
+    double cosine = 0;
+    for (std::size_t i = 0; i < 4800; ++i) {
+        sine += samples.at(i) * std::sin(step * static_cast<double>(places.at(i)));
+        cosine += samples.at(i) * std::cos(step * static_cast<double>(places.at(i)));
+    }
+    const double phase = std::atan2(cosine, sine);
+    double worst = 0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const double at = step * static_cast<double>(places[i] % 480) + phase;
+        worst = std::max(worst, std::abs(samples[i] - 0.5 * std::sin(at)));
+    }
+    return worst;
+}
+
+TEST_F(Session, ALossIsToldOfEachStreamWhereItIsAndHowLong) {
+    options.ringSeconds = 0.1;
+    int stalls = 0;
+    std::vector<std::uint64_t> places;  // of the track's frames that came
+    std::uint64_t place = 0;
+    std::uint64_t lostOfMix = 0;
+    std::uint64_t lostOfTrack = 0;
+    sink.onBlock = [&](const Process&, const Block& block) {
+        if (block.track == 0) {
+            lostOfMix += block.lostFrames;
+            // The reader comes back while the host still plays.
+            if (sink.only().streams.at(0).stamps.size() % 20 == 0 && stalls++ < 3) {
+                std::this_thread::sleep_for(std::chrono::milliseconds{600});
+            }
+            return;
+        }
+        lostOfTrack += block.lostFrames;
+        place += block.lostFrames;
+        for (std::size_t i = 0; i < block.frames.size() / block.format.frameBytes(); ++i) {
+            places.push_back(place++);
+        }
+    };
+    EXPECT_EQ(record({kHost, "tone", "4"}).hostExitCode, 0);
+    EXPECT_GE(stalls, 3);
+    EXPECT_GT(lostOfMix, 4410U);
+    EXPECT_GT(lostOfTrack, 4800U);
+    const auto& seen = sink.only();
+    EXPECT_GE(seen.lostBytes, lostOfMix * 4 + lostOfTrack * 8);
+    const auto& track = seen.streams.at(1);
+    ASSERT_EQ(track.format.sampleRate, 48000);
+    // The tone ends within the last block.
+    constexpr std::size_t kLast = 8192;
+    std::vector<double> samples = track.samples(0);
+    ASSERT_EQ(samples.size(), places.size());
+    ASSERT_GT(samples.size(), 48000U);
+    samples.resize(samples.size() - kLast);
+    EXPECT_LT(worstDifference(samples, places), 0.001);
 }
 
 TEST_F(Session, TwoHostsAtOnceAreRecordedEachUnderItsOwnName) {
