@@ -34,7 +34,8 @@ void Meter::log(const Process& process, const LogLine& line) {
 
 void Meter::tick(std::uint64_t elapsedMicroseconds) {
     screen_.pump();
-    const bool inPlace = screen_.isTerminal();
+    const Screen::Room room = screen_.room();
+    const bool inPlace = room == Screen::Room::kArea;
     const std::uint64_t step = inPlace ? kRedrawMicroseconds : kLineMicroseconds;
     if (nextMicroseconds_ == 0) {
         nextMicroseconds_ = elapsedMicroseconds + step;
@@ -45,7 +46,7 @@ void Meter::tick(std::uint64_t elapsedMicroseconds) {
     nextMicroseconds_ = elapsedMicroseconds + step;
     if (inPlace) {
         screen_.area(meterLines(observer_, screen_.width()));
-    } else {
+    } else if (room == Screen::Room::kLines) {
         for (const std::string& line : numberLines(observer_)) {
             screen_.line("tqaudiorecord: " + line);
         }

@@ -5,8 +5,9 @@
 
 namespace tqrecorder {
 
-/// Shows a recording while it runs: in place on a terminal, otherwise one line of numbers a second;
-/// with `verbose` the library's log as well.
+/// Shows a recording while it runs: in place on a terminal that nobody else writes to, otherwise
+/// one line of numbers a second, and nothing on a terminal that the program draws itself; with
+/// `verbose` the library's log as well.
 class Meter : public Sink {
   public:
     /// Both outlive the meter. The observer is an earlier sink of the same set.

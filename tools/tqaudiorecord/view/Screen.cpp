@@ -37,8 +37,14 @@ std::string cutToWidth(std::string_view text, std::size_t columns) {
     return std::string(text.substr(0, end));
 }
 
-Screen::Screen(int descriptor)
-    : descriptor_(descriptor), isTerminal_(::isatty(descriptor) == 1), writer_(descriptor) {
+Screen::Screen(int descriptor, Clock::duration quiet)
+    : descriptor_(descriptor),
+      quiet_(quiet),
+      othersWrote_(Clock::now() - quiet),
+      writer_(descriptor) {
+    if (::isatty(descriptor) == 1) {
+        watch_.emplace(descriptor);
+    }
 }
 
 Screen::~Screen() {
@@ -55,12 +61,45 @@ std::size_t Screen::height() const {
     return size.ws_row == 0 ? 24 : size.ws_row;
 }
 
-std::string Screen::eraseArea() {
-    if (areaLines_ == 0) {
-        return {};
+Screen::Room Screen::room() {
+    if (!watch_) {
+        return Room::kLines;
     }
-    // The cursor is in the line below the area.
-    return "\r\033[" + std::to_string(std::exchange(areaLines_, 0)) + "A\033[J";
+    if (watch_->isTakenOver()) {
+        return Room::kNone;
+    }
+    look();
+    return Clock::now() - othersWrote_ < quiet_ ? Room::kLines : Room::kArea;
+}
+
+void Screen::look() {
+    if (watch_ && watch_->haveOthersWritten()) {
+        othersWrote_ = Clock::now();
+        areaLines_ = 0;
+        isWithinLine_ = true;
+    }
+}
+
+void Screen::put(const std::string& text) {
+    const std::uint64_t before = writer_.written();
+    writer_.put(text);
+    if (watch_ && writer_.written() != before) {
+        watch_->ownIsWritten();
+    }
+}
+
+void Screen::show(const std::string& text) {
+    look();
+    std::string begin;
+    if (areaLines_ > 0) {
+        // The cursor is in the line below the area.
+        begin = "\r\033[" + std::to_string(areaLines_) + "A\033[J";
+    } else if (isWithinLine_) {
+        begin = "\n";
+    }
+    areaLines_ = 0;
+    isWithinLine_ = false;
+    put(begin + text);
 }
 
 void Screen::line(std::string_view text) {
@@ -69,62 +108,73 @@ void Screen::line(std::string_view text) {
         ++lostLines_;
         return;
     }
-    writer_.put(eraseArea() + printable(text) + "\n");
+    show(printable(text) + "\n");
 }
 
 void Screen::text(std::string_view lines) {
-    std::string all = eraseArea();
+    std::string all;
     while (!lines.empty()) {
         const std::size_t end = std::min(lines.find('\n'), lines.size());
         all += printable(lines.substr(0, end)) + "\n";
         lines.remove_prefix(std::min(end + 1, lines.size()));
     }
-    writer_.put(all);
+    show(all);
 }
 
 void Screen::area(const std::vector<std::string>& lines) {
     pump();
     // One that is behind is not drawn for: what it showed would be old.
-    if (!isTerminal_ || writer_.isBehind()) {
+    if (writer_.isBehind()) {
         return;
     }
     const std::size_t columns = width() > 1 ? width() - 1 : 1;
     // A line that would scroll away could not be redrawn.
     const std::size_t rows = std::min(lines.size(), height() > 1 ? height() - 1 : 1);
     std::string all;
-    if (areaLines_ > 0) {
-        all = "\r\033[" + std::to_string(areaLines_) + "A";
-    }
     for (std::size_t row = 0; row < rows; ++row) {
         all += cutToWidth(printable(lines[row]), columns) + "\033[K\n";
     }
     all += "\033[J";
+    // Asked last: what others write from here on would be drawn over.
+    if (room() != Room::kArea) {
+        return;
+    }
+    const std::string begin = areaLines_ > 0  ? "\r\033[" + std::to_string(areaLines_) + "A"
+                              : isWithinLine_ ? "\n"
+                                              : "";
     areaLines_ = rows;
-    writer_.put(all);
+    isWithinLine_ = false;
+    put(begin + all);
 }
 
 void Screen::clearArea() {
-    writer_.put(eraseArea());
+    look();
+    if (areaLines_ > 0) {
+        show({});
+    }
 }
 
 void Screen::pump() {
-    writer_.pump();
+    put({});
     if (!writer_.isBehind()) {
         tellLost();
     }
 }
 
 void Screen::settle() {
+    const std::uint64_t before = writer_.written();
     (void)writer_.settle(lostLines_);
+    if (watch_ && writer_.written() != before) {
+        watch_->ownIsWritten();
+    }
     tellLost();
 }
 
 void Screen::tellLost() {
     if (lostLines_ > 0) {
         const auto count = std::exchange(lostLines_, 0);
-        writer_.put(eraseArea() + "tqaudiorecord: " + std::to_string(count) +
-                    (count == 1 ? " line was" : " lines were") +
-                    " not shown: the reader was too slow\n");
+        show("tqaudiorecord: " + std::to_string(count) +
+             (count == 1 ? " line was" : " lines were") + " not shown: the reader was too slow\n");
     }
 }
 

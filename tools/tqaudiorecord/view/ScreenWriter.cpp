@@ -86,6 +86,7 @@ void ScreenWriter::pump() {
     while (done < waiting_.size()) {
         const long written = writeSome(std::string_view(waiting_).substr(done));
         if (written == 0) {
+            written_ += done;
             waiting_.clear();  // the terminal is gone; the recording goes on without it
             return;
         }
@@ -94,6 +95,7 @@ void ScreenWriter::pump() {
         }
         done += static_cast<std::size_t>(written);
     }
+    written_ += done;
     waiting_.erase(0, done);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,8 @@ class ScreenWriter {
     void put(std::string_view text);
     /// Writes what can be written at once.
     void pump();
+    /// Bytes that were written so far.
+    [[nodiscard]] std::uint64_t written() const { return written_; }
     /// Waits for the reader as long as it takes something every few seconds. False when it did not;
     /// what waited is then dropped, and the number of its lines added to `lost`.
     bool settle(unsigned long long& lost);
@@ -38,6 +41,7 @@ class ScreenWriter {
     tqcommon::Descriptor own_;
     Way way_ = Way::kPlain;
     std::string waiting_;
+    std::uint64_t written_ = 0;
 };
 
 }  // namespace tqrecorder

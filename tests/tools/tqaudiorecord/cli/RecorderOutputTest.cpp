@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "RecorderFixture.h"
+#include "tools/tqaudiorecord/view/ScreenImage.h"
 
 namespace tqrecorder::test {
 namespace {
@@ -102,6 +103,35 @@ TEST_F(RecorderTest, ShowsAMeterOnATerminal) {
     const std::size_t summary = text.find("Recorded: game_host");
     EXPECT_EQ(text.find('\033', summary), std::string::npos);
     EXPECT_EQ(text.substr(summary - 3, 3), "\033[J");
+}
+
+TEST_F(RecorderTest, WhatTheProgramPrintsWhileTheMeterRunsStaysWhole) {
+    Terminal terminal(24, 100);
+    // Silent at first, so that the meter is there; then single lines, bursts, and a pause.
+    const std::string script =
+        "(sleep 0.7; for i in $(seq 40); do echo \"line $i of the program\"; sleep 0.03; done;"
+        " seq -f 'burst %g of the program' 30; sleep 0.5; echo the last of the program) & "
+        "exec \"$0\" \"$@\"";
+    std::vector<std::string> command{"--", "sh", "-c", script};
+    const std::vector<std::string> host = game("4");
+    command.insert(command.end(), host.begin(), host.end());
+    ProgramSetup with = setup({"-o", folder_.file("out.wav")}, command);
+    with.output = terminal.programEnd();
+    with.errors = terminal.programEnd();
+    Program program(with);
+    const std::vector<std::string> image = screenImage(terminal.readToEnd());
+    EXPECT_EQ(program.wait().code, 0);
+    const auto expectOnce = [&image](const std::string& line) {
+        EXPECT_EQ(std::count(image.begin(), image.end(), line), 1) << line;
+    };
+    for (int i = 1; i <= 40; ++i) {
+        expectOnce("line " + std::to_string(i) + " of the program");
+    }
+    for (int i = 1; i <= 30; ++i) {
+        expectOnce("burst " + std::to_string(i) + " of the program");
+    }
+    expectOnce("the last of the program");
+    EXPECT_THAT(image, testing::Contains(testing::StartsWith("Recorded: game_host")));
 }
 
 TEST_F(RecorderTest, AReaderOfTheStandardOutputGetsAWavFile) {

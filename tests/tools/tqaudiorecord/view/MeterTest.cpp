@@ -7,7 +7,14 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 
+#include <algorithm>
+#include <chrono>
+#include <string_view>
+#include <thread>
+
+#include "ScreenImage.h"
 #include "ViewFixture.h"
 #include "view/MeterText.h"
 
@@ -57,7 +64,7 @@ TEST_F(MeterTest, WritesOneLineOfNumbersASecondWhereThereIsNoTerminal) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe(ends.data()), 0);
     Screen screen(ends[1]);
-    EXPECT_FALSE(screen.isTerminal());
+    EXPECT_EQ(screen.room(), Screen::Room::kLines);
     Meter meter(screen, observer_, false);
     for (std::uint64_t elapsed = 100'000; elapsed <= 3'100'000; elapsed += 100'000) {
         play();
@@ -80,7 +87,7 @@ TEST_F(MeterTest, RedrawsInPlaceOnATerminalAndLeavesItClean) {
     winsize size{24, 72, 0, 0};
     ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
     Screen screen(slave);
-    ASSERT_TRUE(screen.isTerminal());
+    ASSERT_EQ(screen.room(), Screen::Room::kArea);
     EXPECT_EQ(screen.width(), 72U);
     Meter meter(screen, observer_, true);
     play();
@@ -113,6 +120,87 @@ TEST_F(MeterTest, RedrawsInPlaceOnATerminalAndLeavesItClean) {
     EXPECT_EQ(drain(master), "\r\033[5A\033[J");
     close(slave);
     close(master);
+}
+
+/// A terminal to which a program writes as well.
+class SharedTerminalTest : public MeterTest {
+  protected:
+    void SetUp() override {
+        winsize size{24, 72, 0, 0};
+        ASSERT_EQ(openpty(&window_, &program_, nullptr, nullptr, &size), 0);
+    }
+    void TearDown() override {
+        close(program_);
+        close(window_);
+    }
+    void programSays(std::string_view text) const {
+        ASSERT_EQ(write(program_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    void meterGoesOn(Meter& meter, int turns) {
+        for (; turns > 0; --turns) {
+            play();
+            elapsed_ += 1'100'000;
+            observer_.tick(elapsed_);
+            meter.tick(elapsed_);
+        }
+    }
+    int window_ = -1;
+    int program_ = -1;
+    std::uint64_t elapsed_ = 0;
+};
+
+TEST_F(SharedTerminalTest, WhatAProgramPrintsStaysWhole) {
+    Screen screen(program_, std::chrono::hours{1});
+    Meter meter(screen, observer_, false);
+    meterGoesOn(meter, 3);
+    programSays("one\ntwo\nthree\n");
+    meterGoesOn(meter, 2);
+    programSays("without an end");
+    screen.line("tqaudiorecord: a message");
+    programSays("four\n");
+    meter.finish();
+    const std::vector<std::string> image = screenImage(drain(window_));
+    const auto isThere = [&image](const std::string& line) {
+        return std::count(image.begin(), image.end(), line);
+    };
+    for (const char* line : {"one", "two", "three", "without an end", "four"}) {
+        EXPECT_EQ(isThere(line), 1) << line;
+    }
+    EXPECT_EQ(isThere("tqaudiorecord: a message"), 1);
+    // The one that was drawn last in place, and a line for each turn since.
+    const auto meters = std::count_if(image.begin(), image.end(), [](const std::string& line) {
+        return line.find("   ring 13%") != std::string::npos;
+    });
+    const auto lines = std::count_if(image.begin(), image.end(), [](const std::string& line) {
+        return line.starts_with("tqaudiorecord: ") && line.find("  mix ") != std::string::npos;
+    });
+    EXPECT_EQ(meters, 1);
+    EXPECT_EQ(lines, 2);
+}
+
+TEST_F(SharedTerminalTest, InPlaceAgainWhenTheOthersHaveBeenSilent) {
+    Screen screen(program_, std::chrono::milliseconds{300});
+    Meter meter(screen, observer_, false);
+    programSays("one");
+    EXPECT_EQ(screen.room(), Screen::Room::kLines);
+    std::this_thread::sleep_for(std::chrono::milliseconds{310});
+    EXPECT_EQ(screen.room(), Screen::Room::kArea);
+    meterGoesOn(meter, 4);
+    meter.finish();
+    EXPECT_EQ(screenImage(drain(window_)), (std::vector<std::string>{"one", ""}));
+}
+
+TEST_F(SharedTerminalTest, NothingIsDrawnWhereAProgramDrawsTheScreen) {
+    Screen screen(program_);
+    Meter meter(screen, observer_, false);
+    termios settings{};
+    ASSERT_EQ(tcgetattr(program_, &settings), 0);
+    settings.c_lflag &= ~static_cast<tcflag_t>(ICANON);
+    ASSERT_EQ(tcsetattr(program_, TCSANOW, &settings), 0);
+    meterGoesOn(meter, 3);
+    EXPECT_EQ(drain(window_), "");
+    screen.line("tqaudiorecord: a message");
+    EXPECT_EQ(drain(window_), "tqaudiorecord: a message\r\n");
 }
 
 TEST_F(MeterTest, BehindTheLastProgramItDoesNotSayThatThereWasNone) {
