@@ -18,7 +18,7 @@ namespace {
 
 using Kind = ControlCommand::Kind;
 
-constexpr int kBacklog = 16;
+constexpr int kBacklog = 128;
 constexpr std::array<std::pair<Kind, std::string_view>, 10> kNames{{{Kind::kSave, "save"},
                                                                     {Kind::kPause, "pause"},
                                                                     {Kind::kResume, "resume"},

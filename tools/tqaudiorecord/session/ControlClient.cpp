@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ipc/ControlText.h"
+#include "ipc/Printable.h"
 
 namespace tqrecorder {
 namespace {
@@ -32,7 +33,7 @@ std::vector<Recorder> recordersIn(const std::string& folder) {
         }
         tqcommon::Descriptor socket = controlSocket(entry.path().string(), SocketEnd::kClient);
         if (socket && isPeerOurs(socket.get())) {
-            list.push_back({entry.path().stem().string(), std::move(socket)});
+            list.push_back({printable(entry.path().stem().string()), std::move(socket)});
         } else if (!socket && errno == ECONNREFUSED) {
             unlink(entry.path().c_str());
         }

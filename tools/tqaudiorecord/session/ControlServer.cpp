@@ -1,10 +1,12 @@
 #include "session/ControlServer.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -13,7 +15,9 @@
 namespace tqrecorder {
 namespace {
 
-constexpr std::size_t kMostSilent = 16;
+constexpr std::size_t kMostSilent = 64;
+/// Who connects asks at once. One that does not makes room for others after that time only.
+constexpr std::chrono::seconds kPatience{2};
 
 }  // namespace
 
@@ -28,37 +32,44 @@ bool ControlServer::open(std::string& error) {
     if (folder.empty()) {
         return false;
     }
-    path_ = folder + "/" + std::to_string(getpid()) + ".sock";
-    // One of a process with this number that was killed.
-    unlink(path_.c_str());
-    socket_ = controlSocket(path_, SocketEnd::kServer);
-    if (!socket_) {
+    const std::string number = folder + "/" + std::to_string(getpid());
+    path_ = number + ".sock";
+    // Clients remove sockets at which nobody listens. This one gets its name when somebody does,
+    // and replaces one of a process with this number that was killed.
+    const std::string unheard = number + ".new";
+    unlink(unheard.c_str());
+    socket_ = controlSocket(unheard, SocketEnd::kServer);
+    if (!socket_ || rename(unheard.c_str(), path_.c_str()) != 0) {
         error = path_ + ": " + std::strerror(errno);
+        unlink(unheard.c_str());
+        socket_.reset();
     }
     return static_cast<bool>(socket_);
 }
 
 std::vector<ControlRequest> ControlServer::requests() {
-    for (std::size_t turn = 0; turn < kMostSilent; ++turn) {
+    const Clock::time_point now = Clock::now();
+    if (silent_.size() == kMostSilent) {
+        std::erase_if(silent_, [now](const Silent& one) { return now - one.since > kPatience; });
+    }
+    while (silent_.size() < kMostSilent) {
         tqcommon::Descriptor client(
             accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!client) {
             break;
         }
         if (isPeerOurs(client.get())) {
-            if (silent_.size() == kMostSilent) {
-                silent_.erase(silent_.begin());
-            }
-            silent_.push_back(std::move(client));
+            silent_.push_back({std::move(client), now});
         }
     }
     std::vector<ControlRequest> list;
-    std::vector<tqcommon::Descriptor> still;
-    for (tqcommon::Descriptor& client : silent_) {
+    std::vector<Silent> still;
+    for (Silent& one : silent_) {
+        tqcommon::Descriptor& client = one.client;
         std::array<char, 256> text{};
         const ssize_t size = recv(client.get(), text.data(), text.size(), 0);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
-            still.push_back(std::move(client));
+            still.push_back(std::move(one));
         } else if (const auto command = commandFromText(
                        {text.data(), static_cast<std::size_t>(size > 0 ? size : 0)})) {
             list.push_back({*command, std::move(client)});
@@ -68,6 +79,11 @@ std::vector<ControlRequest> ControlServer::requests() {
     }
     silent_ = std::move(still);
     return list;
+}
+
+bool ControlServer::isAnybodyComing() const {
+    pollfd waiting{socket_.get(), POLLIN, 0};
+    return !silent_.empty() || poll(&waiting, 1, 0) > 0;
 }
 
 void ControlServer::answer(const tqcommon::Descriptor& client, const ControlAnswer& answer) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -29,12 +30,20 @@ class ControlServer {
     /// Those that have come since the last call, of this user's processes only. Never waits. What
     /// makes no sense is answered here.
     [[nodiscard]] std::vector<ControlRequest> requests();
+    /// Whether anybody is connecting, or has connected and not asked yet.
+    [[nodiscard]] bool isAnybodyComing() const;
     static void answer(const tqcommon::Descriptor& client, const ControlAnswer& answer);
 
   private:
+    using Clock = std::chrono::steady_clock;
+    struct Silent {
+        tqcommon::Descriptor client;
+        Clock::time_point since;
+    };
+
     std::string path_;
     tqcommon::Descriptor socket_;
-    std::vector<tqcommon::Descriptor> silent_;  // connected, and have not asked yet
+    std::vector<Silent> silent_;  // connected, and have not asked yet
 };
 
 }  // namespace tqrecorder

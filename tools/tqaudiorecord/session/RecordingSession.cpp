@@ -30,6 +30,8 @@ constexpr milliseconds kTurn{50};
 constexpr milliseconds kLeastTurn{1};
 /// At the end what was delivered before it is still taken.
 constexpr milliseconds kLastTurn{2000};
+/// Who connects asks within that time, or finds that the recording is over.
+constexpr milliseconds kLastAnswers{300};
 /// Looking at processes from outside costs files: often at the beginning, then seldom.
 constexpr milliseconds kLongestLookPause{3000};
 
@@ -366,16 +368,27 @@ void RecordingSession::finish(RecordingResult& result) {
     sink_.tick(elapsedMicroseconds());
     // Before the host is waited for: the files are whole even if the user kills the recorder then.
     sink_.finish();
-    for (const tqcommon::Descriptor& client : waitForEnd_) {
-        ControlServer::answer(client, sink_.control({ControlCommand::Kind::kFiles}));
-    }
-    waitForEnd_.clear();
+    answerTheLast();
     if (!result.hostExitCode && options_.endsHost) {
         endHost();
     }
     // Closes the sockets. Taps that still run see that and remove their listeners.
     processes_.clear();
     result.notes = notes();
+}
+
+/// Those that asked while the files were completed are answered like the others.
+void RecordingSession::answerTheLast() {
+    const Clock::time_point deadline = Clock::now() + kLastAnswers;
+    (void)takeCommands();
+    while (control_.isAnybodyComing() && Clock::now() < deadline) {
+        poll(nullptr, 0, 1);
+        (void)takeCommands();
+    }
+    for (const tqcommon::Descriptor& client : waitForEnd_) {
+        ControlServer::answer(client, sink_.control({ControlCommand::Kind::kFiles}));
+    }
+    waitForEnd_.clear();
 }
 
 void RecordingSession::endHost() {

@@ -79,6 +79,7 @@ class RecordingSession {
     [[nodiscard]] bool takeCommands();
     [[nodiscard]] ControlAnswer obey(const ControlCommand& command);
     void finish(RecordingResult& result);
+    void answerTheLast();
     void endHost();
     [[nodiscard]] std::uint64_t elapsedMicroseconds() const;
 

@@ -2,35 +2,12 @@
 
 #include <sys/stat.h>
 
-#include <nlohmann/json.hpp>
-
-#include "RecorderFixture.h"
+#include "ControlledRecorder.h"
 
 namespace tqrecorder::test {
 namespace {
 
-class RecorderControlTest : public RecorderTest {
-  protected:
-    [[nodiscard]] ProgramSetup reachable(ProgramSetup setup) const {
-        setup.environment["XDG_RUNTIME_DIR"] = folder_.path();
-        return setup;
-    }
-    [[nodiscard]] ProgramEnd ctl(std::vector<std::string> words) const {
-        words.insert(words.begin(), "ctl");
-        return tqtest::runProgram(reachable(setup(std::move(words), {})));
-    }
-    [[nodiscard]] bool hasPlayed(double seconds, const std::vector<std::string>& which = {}) const {
-        std::vector<std::string> words = which;
-        words.insert(words.end(), {"status", "--json"});
-        const ProgramEnd end = ctl(words);
-        if (end.code != 0) {
-            return false;
-        }
-        const auto status = nlohmann::json::parse(end.output);
-        return !status["sources"].empty() && status["sources"][0]["seconds"] > seconds;
-    }
-    const std::string path_ = folder_.file("out.wav");
-};
+using RecorderControlTest = ControlledRecorderTest;
 
 TEST_F(RecorderControlTest, ASaveSaysItsFilesAndTwoAreBothWhole) {
     Program program(reachable(
@@ -78,7 +55,6 @@ TEST_F(RecorderControlTest, APauseIsNotInTheFilesAndNoHole) {
 TEST_F(RecorderControlTest, ASplitGoesOnInTheNextFileWithoutAFrameLost) {
     Program program(
         reachable(setup({"-q", "-o", path_, "--tracks", folder_.file("tracks")}, game("30"))));
-    EXPECT_EQ(ctl({"split"}).code, 2);
     ASSERT_TRUE(eventually([&] { return hasPlayed(1); }));
     const ProgramEnd split = ctl({"split"});
     EXPECT_EQ(split.code, 0) << split.errors;
@@ -90,6 +66,15 @@ TEST_F(RecorderControlTest, ASplitGoesOnInTheNextFileWithoutAFrameLost) {
     EXPECT_EQ(program.wait().code, 0);
     EXPECT_GT(RecordedFile(path_).frames(), 40'000U);
     EXPECT_GT(RecordedFile(folder_.file("out-002.wav")).frames(), 30'000U);
+}
+
+TEST_F(RecorderControlTest, NothingIsSplitOrSavedBeforeThereIsSound) {
+    Program program(reachable(setup({"-q", "-o", path_}, {"sleep", "60"})));
+    ASSERT_TRUE(eventually([&] { return ctl({"status"}).code == 0; }));
+    EXPECT_THAT(ctl({"split"}).errors, HasSubstr("no file has any sound yet"));
+    EXPECT_THAT(ctl({"save"}).errors, HasSubstr("nothing is kept to be saved"));
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    EXPECT_EQ(program.wait().code, 2);
 }
 
 TEST_F(RecorderControlTest, DuckingComesAndGoes) {
