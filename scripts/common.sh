@@ -4,7 +4,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
-    libcairo2-dev libfftw3-dev libcli11-dev nlohmann-json3-dev
+    libcairo2-dev libfftw3-dev libebur128-dev libcli11-dev nlohmann-json3-dev
     libcubeb-dev)
 
 # Headers of the sound libraries that programs bring along: compiled against, never linked.

@@ -12,14 +12,12 @@ namespace {
 constexpr double kTitleSize = 17;
 constexpr int kTimeLabelWidth = 90;
 
-/// One scale for all waveforms, so that loud and quiet tracks compare; quiet recordings get a
-/// narrower one, which the labels tell.
-double amplitudeRange(const std::vector<DrawnTrack>& tracks) {
+double highestPeak(const std::vector<DrawnTrack>& tracks) {
     double peak = 0;
     for (const DrawnTrack& track : tracks) {
         peak = std::max(peak, track.analysis.peak);
     }
-    return peak > 1e-6 ? roundUp(peak / 1.001) : 1;
+    return peak;
 }
 
 void drawLegend(Pen& pen, const Drawing& drawing) {
@@ -59,6 +57,10 @@ void drawTimeAxis(Pen& pen, const Drawing& drawing) {
 
 }  // namespace
 
+double amplitudeRange(double peak) {
+    return peak > 1e-6 ? roundUp(peak / 1.001) : 1;
+}
+
 FrequencyScale frequencyScale(const Options& options, double topHertz, int rows) {
     return {options.frequencyAxis, topHertz, rows};
 }
@@ -72,7 +74,7 @@ std::vector<Tick> timeTicks(const Drawing& drawing) {
                        std::max(2, drawing.layout.lanes.front().waveform.width / kTimeLabelWidth));
 }
 
-bool writeDrawing(const Drawing& drawing, const std::string& pngPath, std::string& error) {
+bool draw(const Drawing& drawing, Png& png, std::string& error) {
     const Layout& layout = drawing.layout;
     const Surface surface(
         cairo_image_surface_create(CAIRO_FORMAT_RGB24, layout.width, layout.height));
@@ -85,7 +87,7 @@ bool writeDrawing(const Drawing& drawing, const std::string& pngPath, std::strin
         pen.text(layout.lanes.front().waveform.x, layout.titleBaseline,
                  pen.fitted(printable(drawing.options.title), layout.lanes.front().waveform.width));
     }
-    const double range = amplitudeRange(drawing.tracks);
+    const double range = amplitudeRange(highestPeak(drawing.tracks));
     for (std::size_t index = 0; index < drawing.tracks.size(); ++index) {
         drawLane(pen, drawing, drawing.tracks[index], layout.lanes[index], range);
     }
@@ -95,11 +97,10 @@ bool writeDrawing(const Drawing& drawing, const std::string& pngPath, std::strin
 
     cairo_status_t status = cairo_status(pen.get());
     if (status == CAIRO_STATUS_SUCCESS) {
-        cairo_surface_flush(surface.get());
-        status = cairo_surface_write_to_png(surface.get(), pngPath.c_str());
+        status = encode(surface.get(), png);
     }
     if (status != CAIRO_STATUS_SUCCESS) {
-        error = "cannot write " + pngPath + ": " + cairo_status_to_string(status);
+        error = std::string("cannot draw it: ") + cairo_status_to_string(status);
         return false;
     }
     return true;

@@ -26,9 +26,12 @@ struct Drawing {
 /// The frequency axis of one spectrogram of that many rows.
 [[nodiscard]] FrequencyScale frequencyScale(const Options& options, double topHertz, int rows);
 
-/// Draws and writes the PNG. False with one line in `error` when it cannot be drawn or written.
-[[nodiscard]] bool writeDrawing(const Drawing& drawing, const std::string& pngPath,
-                                std::string& error);
+/// Draws the PNG. False with one line in `error` when it cannot be drawn.
+[[nodiscard]] bool draw(const Drawing& drawing, Png& png, std::string& error);
+
+/// An amplitude that all waveforms of a picture share as their scale, so that loud and quiet tracks
+/// compare; quiet recordings get a narrower one. `peak` is the highest of all.
+[[nodiscard]] double amplitudeRange(double peak);
 
 /// `text` as cairo takes it: bytes that are no UTF-8 and control characters become "?".
 [[nodiscard]] std::string printable(const std::string& text);

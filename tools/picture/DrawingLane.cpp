@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 
-#include "picture/ColourScale.h"
 #include "picture/DrawingParts.h"
 
 namespace tqpicture {
@@ -102,32 +100,13 @@ void drawWaveform(Pen& pen, const Drawing& drawing, const Rectangle& plot,
     pen.turnedText(plot.x - 56, middle, "amplitude");
 }
 
-std::uint32_t pixel(const Colour& colour) {
-    return 0xFF000000U | (std::uint32_t{colour.red} << 16U) | (std::uint32_t{colour.green} << 8U) |
-           std::uint32_t{colour.blue};
-}
-
 void drawLevels(Pen& pen, const Drawing& drawing, const Rectangle& plot, const LevelGrid& levels) {
-    const Surface image(cairo_image_surface_create(CAIRO_FORMAT_RGB24, plot.width, plot.height));
+    const Surface image = levelImage(levels, drawing.options.floorDb);
     if (cairo_surface_status(image.get()) != CAIRO_STATUS_SUCCESS) {
         return;
     }
-    cairo_surface_flush(image.get());
-    unsigned char* bytes = cairo_image_surface_get_data(image.get());
-    const int stride = cairo_image_surface_get_stride(image.get());
-    const auto byte = [](double share) { return static_cast<std::uint8_t>(share * 255); };
-    const Colour empty{byte(kNoData.red), byte(kNoData.green), byte(kNoData.blue)};
-    const double floorDb = drawing.options.floorDb;
-    for (std::size_t row = 0; row < levels.rows(); ++row) {
-        auto* line =
-            reinterpret_cast<std::uint32_t*>(bytes + static_cast<std::ptrdiff_t>(row) * stride);
-        for (std::size_t column = 0; column < levels.columns(); ++column) {
-            const float level = levels.at(column, row);
-            line[column] =
-                pixel(std::isnan(level) ? empty : levelColour((level - floorDb) / -floorDb));
-        }
-    }
-    cairo_surface_mark_dirty(image.get());
+    pen.ink(kNoData);
+    pen.fill(plot);
     cairo_set_source_surface(pen.get(), image.get(), plot.x, plot.y);
     cairo_paint(pen.get());
 }

@@ -18,6 +18,8 @@ namespace tqpicture {
 /// edges.
 void drawLane(Pen& pen, const Drawing& drawing, const DrawnTrack& track, const Lane& lane,
               double range);
+/// Levels as pixels, transparent where there are no data. Look at its status.
+[[nodiscard]] Surface levelImage(const LevelGrid& levels, double floorDb);
 void drawEvents(Pen& pen, const Drawing& drawing);
 
 }  // namespace tqpicture

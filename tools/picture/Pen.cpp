@@ -7,6 +7,18 @@
 
 namespace tqpicture {
 
+cairo_status_t encode(cairo_surface_t* surface, Png& png) {
+    cairo_surface_flush(surface);
+    return cairo_surface_write_to_png_stream(
+        surface,
+        [](void* all, const unsigned char* bytes, unsigned int count) {
+            auto& into = *static_cast<Png*>(all);
+            into.insert(into.end(), bytes, bytes + count);
+            return CAIRO_STATUS_SUCCESS;
+        },
+        &png);
+}
+
 Pen::Pen(cairo_surface_t* surface) : context_(cairo_create(surface)) {
     cairo_set_line_width(get(), 1);
 }

@@ -35,6 +35,9 @@ struct DestroyContext {
 using Surface = std::unique_ptr<cairo_surface_t, DestroySurface>;
 using Context = std::unique_ptr<cairo_t, DestroyContext>;
 
+/// The surface as a PNG, behind what `png` holds.
+[[nodiscard]] cairo_status_t encode(cairo_surface_t* surface, Png& png);
+
 enum class Align { kLeft, kCentre, kRight };
 
 /// Draws on one surface with one colour and one font at a time; pixels from the upper left corner.

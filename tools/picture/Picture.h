@@ -9,11 +9,23 @@
 
 namespace tqpicture {
 
+class GrowingTrack;
+
+/// The bytes of a PNG file.
+using Png = std::vector<unsigned char>;
+
 /// One recording to draw.
 struct Track {
     std::string name;         ///< shown above its lane; the file's name when empty
     std::string path;         ///< anything that libsndfile reads and whose length is known
     double startSeconds = 0;  ///< where it begins on the shared time axis, 0 or later
+};
+
+/// A track that was kept while it was recorded.
+struct KeptTrack {
+    std::string name;
+    const GrowingTrack* sound = nullptr;  ///< finished; the caller's
+    double startSeconds = 0;
 };
 
 /// A moment worth marking, drawn as a line through all lanes.
@@ -46,5 +58,9 @@ inline constexpr std::size_t kMaximumTracks = 64;
 /// is out of its range, there is no track or too many, or the picture cannot be written.
 [[nodiscard]] bool drawPicture(const std::vector<Track>& tracks, const std::string& pngPath,
                                const Options& options, std::string& error);
+
+/// The same of what was kept, in a time that does not grow with the recording's. Touches no file.
+[[nodiscard]] bool drawPicture(const std::vector<KeptTrack>& tracks, const Options& options,
+                               Png& png, std::string& error);
 
 }  // namespace tqpicture

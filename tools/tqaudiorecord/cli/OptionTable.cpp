@@ -95,8 +95,7 @@ constexpr std::array kTable{
         .target = &Options::pictureFile,
         .brief = "Waveform and spectrogram of mix and tracks, as PNG",
         .manual = "Waveform and spectrogram of every mix and track on one time axis, with the "
-                  "events marked, as PNG; drawn at the end. What is not recorded to a file anyway "
-                  "is kept beside the picture until then.",
+                  "events marked, as PNG; drawn at the end from what was kept in memory.",
         .completion = Completion::kPngFile,
     },
     OptionEntry{

@@ -129,8 +129,6 @@ bool Outputs::open(std::string& error) {
     observer_ = &add(std::make_unique<Observer>());
     const Options& o = options_;
     const FileFormat* format = !o.format.empty() ? formatNamed(o.format) : formatOfPath(o.output);
-    MixSink* mix = nullptr;
-    TracksSink* tracks = nullptr;
     if (o.output == "-" && ::isatty(standardOutput_) == 1) {
         error =
             "standard output is a terminal, and no place for sound; send it to a file or program";
@@ -152,8 +150,7 @@ bool Outputs::open(std::string& error) {
     } else if (!o.output.empty()) {
         auto sink = std::make_unique<MixSink>(
             FileSeries::Plan{o.output, format, o.maximumFileSeconds, o.overwrite}, names_);
-        mix = sink.get();
-        files_.push_back(mix);
+        files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
         }
@@ -162,8 +159,7 @@ bool Outputs::open(std::string& error) {
         auto sink = std::make_unique<TracksSink>(
             TracksSink::Plan{o.tracksFolder, o.maximumFileSeconds, o.overwrite, o.tracksFromStart},
             names_);
-        tracks = sink.get();
-        files_.push_back(tracks);
+        files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
         }
@@ -176,13 +172,8 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!o.pictureFile.empty()) {
-        // A picture reads files that hold their whole stream and say their length: no bare samples,
-        // no numbered files.
-        const bool isWhole = !o.maximumFileSeconds;
-        const bool isReadable = format != nullptr && format->container != 0;
-        auto sink =
-            std::make_unique<PictureSink>(o.pictureFile, isWhole && isReadable ? mix : nullptr,
-                                          isWhole ? tracks : nullptr, names_);
+        const Lanes& lanes = add(std::make_unique<Lanes>(names_));
+        auto sink = std::make_unique<PictureSink>(o.pictureFile, o.overwrite, lanes);
         picture_ = sink.get();
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -249,7 +240,7 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
     if (events_ != nullptr && !events_->path().empty()) {
         others.push_back(events_->path());
     }
-    if (picture_ != nullptr && picture_->isDrawn()) {
+    if (picture_ != nullptr && !picture_->path().empty()) {
         others.push_back(picture_->path());
     }
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),

@@ -56,6 +56,19 @@ TEST_F(RecorderTest, AKilledRecorderLeavesAPlayableFileAndTheHostPlaysOn) {
     kill(hosts[0], SIGKILL);
 }
 
+TEST_F(RecorderTest, AKilledRecorderLeavesNothingOfItsPicture) {
+    const std::string path = folder_.file("out.wav");
+    Program program(setup({"-q", "-o", path, "--picture", folder_.file("out.png")}, game("60")));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 22'050; }));
+    const std::vector<pid_t> hosts = program.children();
+    program.signal(SIGKILL);
+    EXPECT_EQ(program.wait().signal, SIGKILL);
+    for (const pid_t host : hosts) {
+        kill(host, SIGKILL);
+    }
+    EXPECT_THAT(folder_.names(), testing::ElementsAre("cache", "out.wav"));
+}
+
 TEST_F(RecorderTest, AKilledHostLeavesCompleteFiles) {
     const std::string path = folder_.file("out.wav");
     Program program(setup({"-q", "-o", path, "--tracks", folder_.file("tracks")}, game("8")));

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <memory>
 #include <vector>
 
@@ -18,13 +19,25 @@ namespace {
 
 class PictureSinkTest : public SinkFixture {
   protected:
+    /// A picture with what it is drawn from, as a recording has them.
+    struct Drawing : SinkSet {
+        Drawing(const std::string& path, const std::shared_ptr<ProcessNames>& names,
+                bool mayReplace = false)
+            : lanes(add(std::make_unique<Lanes>(names))),
+              picture(add(std::make_unique<PictureSink>(path, mayReplace, lanes))) {}
+
+        Lanes& lanes;
+        PictureSink& picture;
+    };
+
     /// Pixels in the colour of failures in the picture of a recording of one second with that
     /// event at those frames, behind so many others that are none.
     std::size_t redWith(std::uint64_t category, std::uint64_t code,
                         const std::vector<std::size_t>& frames = {22'050}, int quietBefore = 0) {
         const std::string path = folder_.file("out.png");
-        PictureSink sink(path, nullptr, nullptr, names_);
-        EXPECT_TRUE(sink.open());
+        std::filesystem::remove(path);
+        Drawing sink(path, names_);
+        EXPECT_TRUE(sink.picture.open());
         sink.processBegan(game_);
         const std::vector<std::byte> silence(44'100 * 4);
         sink.block(game_, mixBlock(silence, at(0)));
@@ -53,16 +66,18 @@ class PictureSinkTest : public SinkFixture {
 };
 
 TEST_F(PictureSinkTest, APictureNeedsNoOtherOutputAndLeavesNothingElse) {
-    PictureSink sink(folder_.file("out.png"), nullptr, nullptr, names_);
-    ASSERT_TRUE(sink.open());
+    Drawing sink(folder_.file("out.png"), names_);
+    ASSERT_TRUE(sink.picture.open());
     sink.processBegan(game_);
     play(sink, game_, 0, 44'100);
     const auto bytes = mixTone(441, 4410);
     sink.block(game_, {1, "unit", kMixFormat, at(4410), bytes});
     sink.event(game_, {at(100), 6, 0, "audio unit start: 1"});
+    EXPECT_THAT(folder_.names(), testing::IsEmpty());
     sink.finish();
     EXPECT_THAT(sink.problems(), testing::IsEmpty());
-    EXPECT_TRUE(sink.isDrawn());
+    EXPECT_EQ(sink.picture.path(), folder_.file("out.png"));
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out.png"}));
     EXPECT_GT(std::filesystem::file_size(folder_.file("out.png")), 5000U);
 }
 
@@ -84,43 +99,58 @@ TEST_F(PictureSinkTest, AnEventThatRepeatsAtOnceIsMarkedOnce) {
     EXPECT_GT(redWith(2, 109, {30'000, 10'000}), once + 100);
 }
 
-TEST_F(PictureSinkTest, AHiddenFolderGoesWithItsPicture) {
-    {
-        PictureSink sink(folder_.file("out.png"), nullptr, nullptr, names_);
-        ASSERT_TRUE(sink.open());
-        play(sink, game_, 0, 4700);
-        sink.finish();
-    }
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out.png"}));
-}
-
-TEST_F(PictureSinkTest, APictureIsDrawnFromFilesThatAreThereAnyway) {
-    SinkSet all;
-    MixSink& mix = all.add(mixSink());
-    TracksSink& tracks =
-        all.add(std::make_unique<TracksSink>(TracksSink::Plan{folder_.file("tracks")}, names_));
-    ASSERT_TRUE(tracks.open());
-    PictureSink& picture =
-        all.add(std::make_unique<PictureSink>(folder_.file("out.png"), &mix, &tracks, names_));
-    ASSERT_TRUE(picture.open());
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{".out.wav.tqaudiorecord", "tracks"}));
-    play(all, game_, 0, 44'100);
-    all.finish();
-    EXPECT_THAT(all.problems(), testing::IsEmpty());
-    EXPECT_TRUE(picture.isDrawn());
-}
-
 TEST_F(PictureSinkTest, APictureOfNothingIsNotDrawn) {
-    PictureSink sink(folder_.file("out.png"), nullptr, nullptr, names_);
-    ASSERT_TRUE(sink.open());
+    Drawing sink(folder_.file("out.png"), names_);
+    ASSERT_TRUE(sink.picture.open());
     sink.finish();
-    EXPECT_FALSE(sink.isDrawn());
-    EXPECT_FALSE(std::filesystem::exists(folder_.file("out.png")));
+    EXPECT_EQ(sink.picture.path(), "");
+    EXPECT_THAT(folder_.names(), testing::IsEmpty());
 }
 
 TEST_F(PictureSinkTest, APictureThatCannotBeWrittenIsFoundAtOnce) {
-    PictureSink sink(folder_.file("no/out.png"), nullptr, nullptr, names_);
-    EXPECT_FALSE(sink.open());
+    Drawing sink(folder_.file("no/out.png"), names_);
+    EXPECT_FALSE(sink.picture.open());
+    EXPECT_EQ(sink.problems().size(), 1U);
+}
+
+TEST_F(PictureSinkTest, APictureThatTheDiskDoesNotTakeIsAProblem) {
+    Drawing sink("/dev/full", names_);
+    ASSERT_TRUE(sink.picture.open());
+    play(sink, game_, 0, 4700);
+    sink.finish();
+    EXPECT_THAT(sink.problems(), testing::ElementsAre("/dev/full: No space left on device"));
+    EXPECT_EQ(sink.picture.path(), "");
+}
+
+TEST_F(PictureSinkTest, AGoodPictureIsReplacedBySoundAlone) {
+    const std::string path = folder_.file("out.png");
+    const auto draw = [&](bool isSilent) {
+        Drawing sink(path, names_, true);
+        EXPECT_TRUE(sink.picture.open());
+        if (isSilent) {
+            const std::vector<std::byte> silence(4700 * 4);
+            sink.block(game_, mixBlock(silence, at(0)));
+        } else {
+            play(sink, game_, 0, 4700);
+        }
+        sink.finish();
+        return sink.problems();
+    };
+    std::ofstream(path) << "precious";
+    EXPECT_THAT(draw(true), testing::ElementsAre(testing::HasSubstr("stays as it was")));
+    EXPECT_EQ(contentOf(path), "precious");
+    EXPECT_THAT(draw(false), testing::IsEmpty());
+    EXPECT_NE(contentOf(path), "precious");
+}
+
+TEST_F(PictureSinkTest, AFileThatCameMeanwhileIsNotReplaced) {
+    Drawing sink(folder_.file("out.png"), names_);
+    ASSERT_TRUE(sink.picture.open());
+    play(sink, game_, 0, 4700);
+    std::ofstream(folder_.file("out.png")) << "precious";
+    sink.finish();
+    EXPECT_EQ(contentOf(folder_.file("out.png")), "precious");
+    EXPECT_EQ(sink.picture.path(), folder_.file("out-2.png"));
     EXPECT_EQ(sink.problems().size(), 1U);
 }
 
