@@ -116,6 +116,9 @@ class RZReplayAudioUnitObject {
     /// By what the facts name the unit (RZUnitFacts::TrackUnit); 0 before its first start.
     [[nodiscard]] std::uint32_t unitWord() const { return unitWord_; }
     void setUnitWord(std::uint32_t word) { unitWord_ = word; }
+    /// Whoever records does not want it, as of its last start: it is never captured.
+    [[nodiscard]] bool isExcluded() const { return isExcluded_; }
+    void setExcluded(bool isExcluded) { isExcluded_ = isExcluded; }
     /// Describes the PCM that is read from this object.
     [[nodiscard]] std::shared_ptr<RZReplayASBDInfo> asbdInfo() const { return asbdInfo_.load(); }
     void setAsbdInfo(std::shared_ptr<RZReplayASBDInfo> info) { asbdInfo_.store(std::move(info)); }
@@ -317,6 +320,7 @@ class RZReplayAudioUnitObject {
     std::atomic<bool> takenByCallback_{false};
     std::atomic<int> trackId_{0};
     std::atomic<std::uint32_t> unitWord_{0};
+    std::atomic<bool> isExcluded_{false};
     std::atomic<AUNode> inNode_{-1};
     std::atomic<AudioUnit> inUnit_{nullptr};
     std::atomic<AUGraph> auGraph_{nullptr};

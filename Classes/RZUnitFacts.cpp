@@ -81,10 +81,23 @@ RZUnitFacts::TrackUnit RZUnitFacts::started(const void* unit, const void* graph,
             trackUnits_[static_cast<std::size_t>(track)].store(named.word(),
                                                                std::memory_order_relaxed);
         }
+        const RZUnitReason known = choice_ && !choice_(named) ? RZUnitReason::Excluded : reason;
         return std::optional(
-            entryFor(unit, graph) = {unit, graph, named.ordinal, track, true, reason});
+            entryFor(unit, graph) = {unit, graph, named.ordinal, track, true, known});
     });
     return named;
+}
+
+void RZUnitFacts::choose(Choice choice) {
+    const std::scoped_lock guard(lock_);
+    choice_ = std::move(choice);
+}
+
+bool RZUnitFacts::isExcluded(const void* unit) const {
+    const std::scoped_lock guard(lock_);
+    return std::any_of(list_.begin(), list_.end(), [unit](const RZUnitFact& entry) {
+        return entry.unit == unit && entry.reason == RZUnitReason::Excluded;
+    });
 }
 
 void RZUnitFacts::startedAlone(const void* unit, const void* graph) {

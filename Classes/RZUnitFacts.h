@@ -27,6 +27,7 @@ enum class RZUnitReason : std::uint32_t {
     MixRefused,     ///< the private graph did not take it in
     NumberTaken,    ///< a later unit has got its track number and its place in the mix
     NotSeenMade,    ///< it was made before the hooks came
+    Excluded,       ///< whoever records does not want it
 };
 
 /// One output unit of the program, as far as the interception has seen it.
@@ -75,6 +76,9 @@ class RZUnitFacts {
         }
     };
 
+    /// Whether a unit is wanted; must be short and must not call this class.
+    using Choice = std::function<bool(const TrackUnit&)>;
+
     /// The one instance, made on first use, never destroyed.
     static RZUnitFacts& shared();
 
@@ -93,6 +97,10 @@ class RZUnitFacts {
     /// The program has started it. `reason` says what came of that. Answers what unitOfTrack()
     /// tells of it.
     TrackUnit started(const void* unit, const void* graph, int track, RZUnitReason reason);
+    /// From now on units are asked about as they are started. Null wants all.
+    void choose(Choice choice);
+    /// Whether the unit, when it was started last, was not wanted.
+    [[nodiscard]] bool isExcluded(const void* unit) const;
     /// The program has started a unit that has no capture object, or a graph (with a null `unit`)
     /// whose unit has none: the reason stays the one that it got when it was left alone.
     void startedAlone(const void* unit, const void* graph);
@@ -154,6 +162,7 @@ class RZUnitFacts {
     std::vector<Ordinal> ordinals_;
     std::uint32_t lastOrdinal_ = 0;
     RZUnitCounts counts_;
+    Choice choice_;
     /// Words of TrackUnit. Written under lock_, read by any thread without it; each word stands for
     /// itself, so relaxed order does.
     std::array<std::atomic<std::uint32_t>, kTracks + 1> trackUnits_{};

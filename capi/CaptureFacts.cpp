@@ -35,6 +35,18 @@ tq_format formatOf(const RZHookAudioTrackInfo& info) {
     return format;
 }
 
+/// What stands for a native stream was chosen when that was opened.
+RZUnitFacts::Choice choiceOf(const tq_capture_rules& rules) {
+    if (rules.is_unit_wanted == nullptr) {
+        return nullptr;
+    }
+    return [isWanted = rules.is_unit_wanted,
+            context = rules.context](const RZUnitFacts::TrackUnit& unit) {
+        const bool isStreams = !unit.isGraphs && RZUnitNames::shared().of(unit.ordinal) != nullptr;
+        return isStreams || isWanted(context, UnitText(unit.ordinal, unit.isGraphs).get()) != 0;
+    };
+}
+
 }  // namespace
 }  // namespace tqcapi
 
@@ -107,6 +119,7 @@ tq_result tq_capture_set_rules(const tq_capture_rules* rules) {
         RZReplayAudioUnitObject::setKeepsFloatTracks(rules->keeps_float_tracks != 0);
         RZStreamMixManager::sharedManager()->setReleasesOwnNumberOnly(
             rules->frees_own_number_only != 0);
+        RZUnitFacts::shared().choose(tqcapi::choiceOf(*rules));
         return TQ_OK;
     });
 }

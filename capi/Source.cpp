@@ -257,8 +257,9 @@ tq_result tq_stream_report(const tq_stream* stream) {
         if (stream->name == nullptr) {
             return TQ_ERROR_NULL;
         }
-        const bool isAFailure =
-            stream->fate != TQ_STREAM_RECORDED && stream->fate != TQ_STREAM_NOTHING_WRITTEN;
+        const bool isAFailure = stream->fate != TQ_STREAM_RECORDED &&
+                                stream->fate != TQ_STREAM_NOTHING_WRITTEN &&
+                                stream->fate != TQ_STREAM_EXCLUDED;
         if (isAFailure && stream->is_closed == 0) {
             raise(*stream);
         }
@@ -285,6 +286,8 @@ const char* tq_stream_fate_text(tq_stream_fate fate) {
             return "nothing has been written to it";
         case TQ_STREAM_NOT_OPENED:
             return "the program could not open it";
+        case TQ_STREAM_EXCLUDED:
+            return "it is not wanted";
     }
     return "unknown";
 }

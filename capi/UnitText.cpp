@@ -21,7 +21,8 @@ static_assert(isSame(RZUnitReason::Captured, TQ_UNIT_CAPTURED) &&
               isSame(RZUnitReason::NoFormat, TQ_UNIT_NO_FORMAT) &&
               isSame(RZUnitReason::MixRefused, TQ_UNIT_MIX_REFUSED) &&
               isSame(RZUnitReason::NumberTaken, TQ_UNIT_NUMBER_TAKEN) &&
-              isSame(RZUnitReason::NotSeenMade, TQ_UNIT_NOT_SEEN_MADE));
+              isSame(RZUnitReason::NotSeenMade, TQ_UNIT_NOT_SEEN_MADE) &&
+              isSame(RZUnitReason::Excluded, TQ_UNIT_EXCLUDED));
 
 }  // namespace
 
@@ -79,6 +80,8 @@ const char* tq_unit_reason_text(tq_unit_reason reason) {
             return "a later unit has got its track number";
         case TQ_UNIT_NOT_SEEN_MADE:
             return "it was made before the hooks came";
+        case TQ_UNIT_EXCLUDED:
+            return "it is not wanted";
     }
     return "unknown";
 }

@@ -148,7 +148,8 @@ enum tq_unit_reason {
     TQ_UNIT_NO_FORMAT = 8,      /**< its stream format could not be read */
     TQ_UNIT_MIX_REFUSED = 9,    /**< the graph that mixes the tracks did not take it in */
     TQ_UNIT_NUMBER_TAKEN = 10,  /**< a later unit has got its track number (see tq_capture_rules) */
-    TQ_UNIT_NOT_SEEN_MADE = 11  /**< it was made before the hooks came */
+    TQ_UNIT_NOT_SEEN_MADE = 11, /**< it was made before the hooks came */
+    TQ_UNIT_EXCLUDED = 12       /**< the rules do not want it (see tq_capture_rules) */
 };
 
 /** [any thread] [real-time safe] [inside callbacks] The reason as a clause for a person; never
@@ -175,7 +176,8 @@ enum tq_stream_fate {
     TQ_STREAM_HOOKS_OUT = 4,    /**< the library's hooks do not work */
     TQ_STREAM_NO_MEMORY = 5,
     TQ_STREAM_NOTHING_WRITTEN = 6, /**< it is open, and the program has not written to it */
-    TQ_STREAM_NOT_OPENED = 7       /**< the program wanted it and got an error */
+    TQ_STREAM_NOT_OPENED = 7,      /**< the program wanted it and got an error */
+    TQ_STREAM_EXCLUDED = 8         /**< it plays, and is not wanted (see tq_bridges) */
 };
 
 /** [any thread] [real-time safe] The fate as a clause for a person; never null, constant. */
@@ -271,6 +273,13 @@ struct tq_capture_rules {
     /** Blocks of tracks of 32-bit float come as float. By default as 16-bit integers, cut off at
      * full scale, as the mix has them. */
     uint32_t keeps_float_tracks;
+    /** For the next one, valid as long as the process lives. */
+    void* context;
+    /** [host thread] Whether a unit of that name ("unit-3", "graph-1") is to be captured; asked
+     * whenever it is started. One that is not plays, ducked and compressed like the others, and
+     * keeps its track number. Not asked for units that stand for native streams, see tq_bridges.
+     * Must not call this interface. NULL when all are. */
+    uint32_t (*is_unit_wanted)(void* context, const char* name);
 };
 
 /** [host thread] Sets all rules, best before the program makes its first unit: `rules` is copied.
@@ -282,7 +291,7 @@ TQ_CAPTURE_EXPORT enum tq_result tq_capture_set_rules(const struct tq_capture_ru
  * part of the mix. */
 struct tq_bridges {
     size_t size;
-    /** For the two below, valid as long as the process lives. */
+    /** For the three below, valid as long as the process lives. */
     void* context;
     /** [host thread] A stream is about to be opened, or to have its first sound in the child of a
      * fork: ducking that is set in here counts from its first frame on. May call this interface.
@@ -292,6 +301,10 @@ struct tq_bridges {
      * process's first sound is kept for him for up to a second, in the child of a fork anew. Must
      * not call this interface. NULL when somebody may. */
     uint32_t (*is_listener_coming)(void* context);
+    /** [host thread] Whether a stream of that name is to be recorded; asked once, as it is opened.
+     * One that is not plays, ducked and compressed like the others, and takes neither unit nor
+     * track. Must not call this interface. NULL when all are. */
+    uint32_t (*is_wanted)(void* context, const char* name);
 };
 
 /** [host thread] From now on streams of ALSA, PulseAudio, SDL, JACK and PipeWire are recorded, also

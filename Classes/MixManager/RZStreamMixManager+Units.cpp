@@ -20,6 +20,9 @@ RZUnitReason RZStreamMixManager::whyNotCaptured(const UnitObject& obj) const {
     if (!obj->isStarted()) {
         return RZUnitReason::NotStarted;
     }
+    if (obj->isExcluded()) {
+        return RZUnitReason::Excluded;
+    }
     if (obj->input_enableIO()) {
         return RZUnitReason::MicrophoneOn;
     }

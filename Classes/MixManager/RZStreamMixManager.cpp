@@ -269,6 +269,9 @@ BOOL RZStreamMixManager::isUnitObjCanStartCapture(const UnitObject& obj) const {
                      obj->input_enableIO(), unit);
             return NO;
         }
+        if (obj->isExcluded()) {
+            return NO;
+        }
         if (obj->isAvailable()) {
             return YES;
         }
@@ -324,6 +327,7 @@ void RZStreamMixManager::audioUnitStart(const UnitObject& obj) {
         const auto named = RZUnitFacts::shared().started(obj->inUnit(), obj->auGraph(),
                                                          obj->trackId(), reasonAtStart(obj));
         obj->setUnitWord(named.word());
+        obj->setExcluded(RZUnitFacts::shared().isExcluded(obj->inUnit()));
     }
     report(site, 2, TQ_EVENT_UNIT_START, TQ_EVENT_DONE, "audio unit start: %d",
            obj ? obj->trackId() : 0);

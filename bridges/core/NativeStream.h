@@ -279,6 +279,7 @@ class NativeStream final : private BlockFeeder {
     bool isFilling_ = false;             ///< there were more than when it was reported before
     std::uint64_t forsaken_ = 0;         ///< frames that were kept for a unit that never came
     int failedStarts_ = 0;               ///< of its unit, since it was closed
+    bool isExcluded_ = false;            ///< it is not wanted, and never gets a unit
     bool isUnplayable_ = false;          ///< it was given up for that
 };
 

@@ -48,6 +48,7 @@ void StreamLife::open(const void* key, const NativeFormat& format, std::string_v
     }
     stream.state_ = NativeStream::State::kOpen;
     stream.key_ = key;
+    stream.isExcluded_ = former == nullptr && !isWanted(name);
     if (former != nullptr) {
         stream.unit_.store(former->unit_.load(), std::memory_order_release);
         stream.isWaiting_ = true;
@@ -216,7 +217,7 @@ bool StreamLife::mayGetUnit(const NativeStream& stream) const {
 /// that it may get.
 void StreamLife::hope(NativeStream& stream) const {
     if (stream.state_ == NativeStream::State::kOpen && stream.unit_.load() == nullptr &&
-        !stream.hasSound_.load() && !stream.isInherited_.load()) {
+        !stream.hasSound_.load() && !stream.isInherited_.load() && !stream.isExcluded_) {
         stream.isWaiting_.store(mayGetUnit(stream), std::memory_order_release);
     }
 }
@@ -229,8 +230,13 @@ bool StreamLife::isNext(const NativeStream& stream) const {
     });
 }
 
-/// Gives a stream that wants one a unit of its own, or lets it wait for one.
+/// Gives a stream that wants one a unit of its own, or lets it wait for one. One that is not wanted
+/// is ducked all the same.
 void StreamLife::seat(NativeStream& stream) {
+    if (stream.isExcluded_) {
+        stream.takeOwnGain();
+        return;
+    }
     BridgeUnit* const promised = stream.unit_.load();
     if (promised != nullptr) {
         if (!isNext(stream)) {

@@ -70,6 +70,10 @@ class StreamLife {
         return attendant_.is_listener_coming == nullptr ||
                attendant_.is_listener_coming(attendant_.context) != 0;
     }
+    [[nodiscard]] bool isWanted(const std::string& name) const {
+        return attendant_.is_wanted == nullptr ||
+               attendant_.is_wanted(attendant_.context, name.c_str()) != 0;
+    }
     [[nodiscard]] static bool isSilent(const NativeStream& stream);
     void startThread();
     void awaitListener();

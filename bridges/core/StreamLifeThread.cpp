@@ -101,7 +101,7 @@ std::optional<std::chrono::milliseconds> StreamLife::pauseToNextLook() const {
         const bool plays = unit != nullptr && unit->isRunning();
         const bool wantsUnit = stream->isWaiting_.load() && (hasSound || unit != nullptr);
         if (stream->state_ == NativeStream::State::kClosed || wantsUnit ||
-            (hasSound && !plays && !stream->isHeldBack())) {
+            (hasSound && !plays && !stream->isHeldBack() && !stream->isExcluded_)) {
             noLongerThan(kShortPause);
         }
         if (hasSound && plays) {
@@ -135,7 +135,10 @@ void StreamLife::lookAt(NativeStream& stream) {
     const bool hasSound = stream.hasSound_.load(std::memory_order_acquire);
     const bool isClosed = stream.state_ == NativeStream::State::kClosed;
     const bool isUnserved = stream.unit_.load() == nullptr && !stream.isWaiting_.load();
-    if (isClosed && isSilent(stream)) {
+    if (stream.isExcluded_ && hasSound && !stream.isOver_) {
+        reportUnlessDone(stream, TQ_STREAM_EXCLUDED);
+    }
+    if (isClosed && (isSilent(stream) || stream.isExcluded_)) {
         stream.isOver_ = true;
     }
     if (isClosed && (stream.isOver_ || !hasSound || isUnserved)) {
@@ -144,6 +147,9 @@ void StreamLife::lookAt(NativeStream& stream) {
             report(stream, TQ_STREAM_NOTHING_WRITTEN, true);
         }
         endStream(stream);
+        return;
+    }
+    if (stream.isExcluded_ && hasSound) {
         return;
     }
     if (stream.unit_.load() == nullptr ? hasSound : stream.isWaiting_.load()) {
@@ -237,6 +243,9 @@ void StreamLife::reportUnlessDone(NativeStream& stream, tq_stream_fate fate) {
 void StreamLife::reportEnd(NativeStream& stream) {
     if (stream.fate_ == TQ_STREAM_NOTHING_WRITTEN && !stream.hasSound_) {
         report(stream, TQ_STREAM_NOTHING_WRITTEN, true);
+        stream.fate_.reset();
+    } else if (stream.fate_ == TQ_STREAM_EXCLUDED) {
+        report(stream, TQ_STREAM_EXCLUDED, true);
         stream.fate_.reset();
     } else if (stream.fate_) {
         const FrameCounts counts = stream.fifo_->counts();

@@ -1,6 +1,7 @@
 #include <array>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -101,6 +102,39 @@ TEST_F(Rules, WhatEndsDisposedUnitsCanBeSwitchedOffAgain) {
     host.play();
     disposeInitialised(host);
     EXPECT_THAT(host.object(), Not(IsNull()));
+}
+
+TEST_F(Rules, AUnitThatIsNotWantedPlaysAndIsInNeitherMixNorTracks) {
+    tq_capture_rules rules{};
+    rules.size = sizeof rules;
+    std::vector<std::string> asked;
+    rules.context = &asked;
+    rules.is_unit_wanted = [](void* context, const char* name) -> std::uint32_t {
+        static_cast<std::vector<std::string>*>(context)->emplace_back(name);
+        return std::string(name) == "unit-2" ? 0 : 1;
+    };
+    ASSERT_EQ(tq_capture_set_rules(&rules), TQ_OK);
+    ASSERT_TRUE(startCapture());
+    HostUnit wanted;
+    wanted.play();
+    HostUnit unwanted;
+    unwanted.play();
+    EXPECT_TRUE(wanted.object()->isCapturing());
+    EXPECT_FALSE(unwanted.object()->isCapturing());
+    EXPECT_THAT(asked, ElementsAre("unit-1", "unit-2"));
+    std::map<std::string, tq_unit_reason> reasons;
+    const auto learn = [](void* context, const tq_unit* unit) {
+        (*static_cast<std::map<std::string, tq_unit_reason>*>(context))[unit->name] = unit->reason;
+    };
+    ASSERT_EQ(tq_capture_units(learn, &reasons), TQ_OK);
+    EXPECT_EQ(reasons.at("unit-1"), TQ_UNIT_CAPTURED);
+    EXPECT_EQ(reasons.at("unit-2"), TQ_UNIT_EXCLUDED);
+    pump(10);
+    EXPECT_FALSE(listener->posts().empty());
+    for (const CaptureListener::Block& block : listener->posts()) {
+        EXPECT_EQ(block.info.trackId(), 1);
+    }
+    stopCapture();
 }
 
 TEST_F(Rules, BadInputIsRefused) {

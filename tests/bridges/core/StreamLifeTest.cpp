@@ -215,6 +215,60 @@ TEST_F(StreamLifeTest, StreamsThatHaveNoUnitAreDuckedFromTheirFirstFrameOn) {
               kRounding);
 }
 
+/// What is called so is not wanted.
+void leaveOut() {
+    tq_bridges attendant{};
+    attendant.size = sizeof attendant;
+    attendant.is_wanted = [](void* /*context*/, const char* name) -> std::uint32_t {
+        return std::string_view(name).ends_with(" unwanted") ? 0 : 1;
+    };
+    NativeStream::attend(attendant);
+}
+
+TEST_F(StreamLifeTest, AStreamThatIsNotWantedPlaysDuckedAndHasNoTrack) {
+    leaveOut();
+    duckingBegins(kEndlessAttack);
+    const Sound sound = markedNoise({}, 9600);
+    MadeUpPcm pcm({}, "unwanted");
+    pcm.write(sound);
+    awaitReport("madeup-1 unwanted", TQ_STREAM_EXCLUDED);
+    EXPECT_LE(largestDifference(sound, pcm.passed(), 0.1), kRounding);
+    pump(60);
+    pcm.close();
+    awaitReport("madeup-1 unwanted", TQ_STREAM_EXCLUDED, true);
+    EXPECT_FALSE(tracks().contains("madeup-1 unwanted"));
+    EXPECT_EQ(reports("madeup-1 unwanted").back().written, 9600U);
+}
+
+TEST_F(StreamLifeTest, OneThatIsNotWantedAndIsClosedAtOnceIsNamedOnce) {
+    leaveOut();
+    MadeUpPcm pcm({}, "unwanted");
+    pcm.write(markedNoise({}, 480));
+    pcm.close();
+    awaitReport("madeup-1 unwanted", TQ_STREAM_EXCLUDED, true);
+    // By the time that another one has come and gone.
+    MadeUpPcm next({}, "wanted");
+    next.write(markedNoise({}, 9600));
+    next.close();
+    playOut("madeup-1 wanted");
+    EXPECT_EQ(countReports("unwanted", true), 1U);
+}
+
+TEST_F(StreamLifeTest, StreamsThatAreNotWantedTakeNoPlaceOfThoseThatAre) {
+    leaveOut();
+    std::vector<std::unique_ptr<MadeUpPcm>> streams;
+    for (unsigned i = 0; i < 14; ++i) {
+        const bool isWanted = i % 2 == 1;
+        streams.push_back(
+            std::make_unique<MadeUpPcm>(SoundFormat{}, isWanted ? "wanted" : "unwanted"));
+        streams.back()->write(markedNoise({}, 9600, i + 1));
+        awaitReport("madeup-" + std::to_string(i + 1) + (isWanted ? " wanted" : " unwanted"),
+                    isWanted ? TQ_STREAM_RECORDED : TQ_STREAM_EXCLUDED);
+    }
+    pump(60);
+    EXPECT_EQ(tracks().size(), 8U) << "seven and the mix";
+}
+
 TEST_F(StreamLifeTest, WhoeverDucksLaterDucksStreamsThatHaveNoUnitAsWell) {
     std::vector<std::unique_ptr<MadeUpPcm>> streams;
     const Sound sound = markedNoise({}, 9600);
