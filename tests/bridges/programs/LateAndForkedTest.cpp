@@ -122,11 +122,22 @@ TEST_F(LateAndForked, OfAServerThatIsNotThereThatIsSaid) {
         << run.end.text();
 }
 
+TEST_F(LateAndForked, AChildThatPlaysOnWhenCommandHasEndedIsRecordedToItsEnd) {
+    ServerOutput<PulseServer> paced;
+    const Sound sound = tqtest::markedNoise({}, std::size_t{3} * 48000);
+    const std::string wav = paced.folder().file("noise.wav");
+    writeWav(sound, wav);
+    const ProgramRun run = runRecorded(paced, {"sh", "-c", "paplay " + wav + " & exit 4"});
+    EXPECT_EQ(run.end.code, 4) << run.end.text();
+    expectTrackHolds(run, sound);
+}
+
 TEST_F(LateAndForked, OfAChildThatPlaysOnWhenCommandHasEndedThatIsSaid) {
     ServerOutput<PulseServer> paced;
     const std::string wav = paced.folder().file("noise.wav");
     writeWav(tqtest::markedNoise({}, std::size_t{4} * 48000), wav);
-    const ProgramRun run = runRecorded(paced, {"sh", "-c", "paplay " + wav + " & sleep 1.5"});
+    const ProgramRun run = runRecorded(paced, {"sh", "-c", "paplay " + wav + " & sleep 1.5"},
+                                       {"--end-with", "command"});
     EXPECT_NE(run.end.text().find(") ran on when COMMAND had ended"), std::string::npos)
         << run.end.text();
 }

@@ -46,6 +46,21 @@ TEST_F(ManyStreams, OfTenAtOnceSevenAreRecordedAndThreeNamed) {
     EXPECT_TRUE(std::regex_search(run.end.text(), named)) << run.end.text();
 }
 
+TEST_F(ManyStreams, OfEightAtOnceSevenAreRecordedWhereOneIsLeftOut) {
+    const Sound noise = tqtest::markedNoise({}, 72000);
+    const ProgramRun run =
+        runRecorded(output, {TQ_TEST_MANY_STREAMS, "together", "8", fileOf("noise.raw", noise)},
+                    {"--not", "alsa-3 *"});
+    EXPECT_EQ(run.end.code, 0) << run.end.text();
+    EXPECT_EQ(run.tracks.size(), 7U) << run.end.text();
+    for (const auto& [name, track] : run.tracks) {
+        EXPECT_EQ(tqtest::differences(noise, track.trimmed()), std::vector<std::string>{}) << name;
+    }
+    EXPECT_NE(run.end.text().find("not recorded: alsa-3 null: --only or --not leaves it out"),
+              std::string::npos)
+        << run.end.text();
+}
+
 TEST_F(ManyStreams, FiftyShortOnesOverMusicAreWholeAndSoIsTheMusic) {
     const Sound music = tqtest::markedNoise({}, 6 * 48000, 1);
     const Sound shot = tqtest::markedNoise({}, 3000, 2);

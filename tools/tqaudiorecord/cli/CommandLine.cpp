@@ -20,11 +20,14 @@ constexpr int kUsageError = 1;
 
 constexpr const char* kUsage =
     "Usage: tqaudiorecord [OPTIONS] [--] COMMAND [ARG...]\n"
+    "       tqaudiorecord --list\n"
     "       tqaudiorecord guard status|arm|disarm COMMAND\n"
     "       tqaudiorecord ctl [--pid N] save [SECONDS]|pause|resume|split|stop|\n"
     "                     status [--json]|duck [DB]|unduck\n\n"
-    "Runs COMMAND and records the sound that it plays, until it ends, until --duration, or until\n"
-    "SIGINT or SIGTERM. SIGUSR1 saves a --replay, SIGUSR2 pauses and goes on; ctl does the same,\n"
+    "Runs COMMAND and records the sound that it and what it starts play, until the last of them "
+    "ends,\n"
+    "until --duration, or until SIGINT or SIGTERM. SIGUSR1 saves a --replay, SIGUSR2 pauses and "
+    "goes on; ctl does the same,\n"
     "and more, with an answer.\n";
 
 constexpr const char* kFooter =
@@ -109,6 +112,9 @@ class Parser {
         if (!marked && !rest.empty() && rest.front() == "ctl") {
             return control(rest);
         }
+        if (result_.isListWanted) {
+            return list(rest);
+        }
         if (rest.empty() || rest.front().empty()) {
             return wrong("no COMMAND to record");
         }
@@ -163,6 +169,12 @@ class Parser {
             app_.add_option(names(entry), result_.*field, std::string(entry.brief));
         return entry.takesEmptyText ? option : option->check(notEmpty());
     }
+    CLI::Option* added(const OptionEntry& entry, std::vector<std::string> Options::*field) {
+        // One value each time: the next word may be COMMAND.
+        return app_.add_option(names(entry), result_.*field, std::string(entry.brief))
+            ->allow_extra_args(false)
+            ->check(notEmpty());
+    }
     CLI::Option* added(const OptionEntry& entry, double Options::*field) {
         return app_.add_option(names(entry), result_.*field, std::string(entry.brief));
     }
@@ -192,6 +204,17 @@ class Parser {
     }
     [[nodiscard]] bool isGiven(std::string_view name) const {
         return options_.at(name)->count() > 0;
+    }
+
+    static CommandLine list(const std::vector<std::string>& words) {
+        if (!words.empty()) {
+            return wrong("--list takes no COMMAND: it asks the recorders that are running");
+        }
+        CommandLine result;
+        result.proceed = true;
+        result.options.action = Options::Action::kList;
+        result.options.control.kind = ControlCommand::Kind::kList;
+        return result;
     }
 
     CommandLine guard(const std::vector<std::string>& words) {
@@ -239,7 +262,8 @@ class Parser {
         const auto command = commandFromText(text);
         using Kind = ControlCommand::Kind;
         if (!command || command->kind == Kind::kTogglePause || command->kind == Kind::kFiles ||
-            words.size() > 3 || (words.size() == 3 && !takesNumber && !isJson)) {
+            command->kind == Kind::kList || words.size() > 3 ||
+            (words.size() == 3 && !takesNumber && !isJson)) {
             return wrong(
                 "ctl wants save [SECONDS], pause, resume, split, stop, status [--json], duck [DB] "
                 "or unduck (a program of that name: -- ctl)");
@@ -270,6 +294,9 @@ class Parser {
         }
         if (o.maximumFileSeconds && toPipe && o.tracksFolder.empty()) {
             return "--max-file-time is for files, and --output - is none";
+        }
+        if (o.endsWith != "command" && o.endsWith != "tree") {
+            return "--end-with wants command or tree, not " + o.endsWith;
         }
         if ((isGiven("attack") || isGiven("release")) && !o.duck && !o.compress) {
             return "--attack and --release want --duck or --compress";

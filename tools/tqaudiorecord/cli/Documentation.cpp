@@ -174,6 +174,9 @@ std::string zshExcluded(const OptionEntry& option) {
     if (std::holds_alternative<Information>(option.target)) {
         return option.name == "list-formats" ? "" : "(- *)";
     }
+    if (option.isRepeatable()) {
+        return "*";
+    }
     std::vector<std::string> all;
     for (const OptionEntry& other : optionTable()) {
         if (other.name == option.name || other.name == option.excludes ||

@@ -130,6 +130,27 @@ constexpr std::array kTable{
         .needs = "replay",
     },
     OptionEntry{
+        .group = kOutput,
+        .name = "only",
+        .valueName = "NAME",
+        .target = &Options::only,
+        .brief = "Record only programs and tracks of that name; again for more",
+        .manual = "Record only programs and tracks of that name, a pattern as shells have them for "
+                  "files (**'*music*'**), whatever the case of its letters. It stands for a track "
+                  "by its whole name (**'pulse-*'**), by what the program calls it, or by the "
+                  "program's name. May be given several times. What is left out plays, ducked "
+                  "like the rest, and takes no track; the summary names it.",
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "not",
+        .valueName = "NAME",
+        .target = &Options::without,
+        .brief = "Leave programs and tracks of that name out; again for more",
+        .manual = "Leave programs and tracks of that name out, patterns as with **--only**, over "
+                  "which it wins. May be given several times.",
+    },
+    OptionEntry{
         .group = kEnding,
         .letter = 'd',
         .name = "duration",
@@ -148,6 +169,26 @@ constexpr std::array kTable{
         .manual = "Leave *COMMAND* running when the recording ends before it does. It runs in a "
                   "process group of its own then, and cannot read from the terminal. Otherwise it "
                   "gets SIGTERM, and SIGKILL when it is still there five seconds later.",
+    },
+    OptionEntry{
+        .group = kEnding,
+        .name = "end-with",
+        .valueName = "WHO",
+        .target = &Options::endsWith,
+        .brief = "The recording ends with: command, or tree (the last that COMMAND started)",
+        .manual = "**tree**, the default: the recording ends when *COMMAND* and all that it has "
+                  "started and that plays have ended, also where *COMMAND* starts the game in the "
+                  "background and ends at once. What has not played yet is waited for during the "
+                  "first 20 seconds of its life, and no longer than 20 seconds in all. "
+                  "**command**: it ends with *COMMAND*.",
+    },
+    OptionEntry{
+        .group = kView,
+        .name = "list",
+        .target = &Options::isListWanted,
+        .brief = "List what the recordings that are running have, and end",
+        .manual = "List what the user's recordings that are running have, and end: the tracks of "
+                  "each by number, with name, program, format, level and length.",
     },
     OptionEntry{
         .group = kView,
@@ -289,6 +330,10 @@ std::string numberText(double number) {
 
 bool OptionEntry::takesArgument() const {
     return !valueName.empty() && !std::holds_alternative<SwitchWithNumber>(target);
+}
+
+bool OptionEntry::isRepeatable() const {
+    return std::holds_alternative<std::vector<std::string> Options::*>(target);
 }
 
 bool OptionEntry::isNumber() const {

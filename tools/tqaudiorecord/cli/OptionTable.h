@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "core/Options.h"
 
@@ -32,9 +33,9 @@ struct SwitchWithNumber {
 };
 
 /// Where the value of an option goes; the kind tells what the option takes.
-using OptionTarget =
-    std::variant<Information, bool Options::*, ClearsField, SwitchWithNumber,
-                 std::string Options::*, double Options::*, std::optional<double> Options::*>;
+using OptionTarget = std::variant<Information, bool Options::*, ClearsField, SwitchWithNumber,
+                                  std::string Options::*, std::vector<std::string> Options::*,
+                                  double Options::*, std::optional<double> Options::*>;
 
 /// What a shell offers behind an option.
 enum class Completion { kNothing, kFile, kPngFile, kFolder, kFormat, kFileOrMicrophone };
@@ -59,6 +60,8 @@ struct OptionEntry {
 
     /// Whether the next argument belongs to it.
     [[nodiscard]] bool takesArgument() const;
+    /// Whether it may be given again, each time with another value.
+    [[nodiscard]] bool isRepeatable() const;
     /// Whether its value is a number, for which the range counts.
     [[nodiscard]] bool isNumber() const;
     /// The number it has unless told; empty where there is none.

@@ -36,6 +36,7 @@ class Outputs : public SinkSet {
     void event(const Process& process, const Event& event) override;
     [[nodiscard]] ControlAnswer control(const ControlCommand& command) override;
 
+    void notice(const std::string& line) override;
     /// Shows problems as they come up.
     void tick(std::uint64_t elapsedMicroseconds) override;
     void finish() override;

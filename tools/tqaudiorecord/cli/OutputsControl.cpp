@@ -60,6 +60,8 @@ ControlAnswer Outputs::control(const ControlCommand& command) {
             return {true, fileLines(files())};
         case Kind::kStatus:
             return {true, statusText(*observer_, files(), pauses_.isPaused(), command.asJson)};
+        case Kind::kList:
+            return {true, listText(*observer_, pauses_.isPaused())};
         case Kind::kStop:
         case Kind::kDuck:
         case Kind::kUnduck:
@@ -81,6 +83,12 @@ std::uint64_t Outputs::lostOutsidePauses(const Block& block) const {
     const double left = length - static_cast<double>(paused);
     return paused == 0 ? block.lostFrames
                        : static_cast<std::uint64_t>(std::max(left, 0.0) / 1e6 * rate);
+}
+
+void Outputs::notice(const std::string& line) {
+    if (!options_.quiet) {
+        screen_.line("tqaudiorecord: " + line);
+    }
 }
 
 ControlAnswer Outputs::told(const std::string& what, const std::vector<WrittenFile>& files) const {

@@ -1,9 +1,15 @@
 #include "cli/StatusText.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "output/files/SoundFile.h"
+#include "view/LeftOut.h"
 #include "view/MeterText.h"
+#include "view/StreamLines.h"
 #include "view/Summary.h"
 
 namespace tqrecorder {
@@ -45,7 +51,52 @@ std::string jsonText(const Observer& observer, const std::vector<WrittenFile>& f
     return all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
+using Row = std::array<std::string, 6>;
+
+Row rowOf(const Process& process, int track, const SourceState& source) {
+    std::array<char, 32> length{};
+    std::snprintf(length.data(), length.size(), "%.1f s", secondsOf(source));
+    return {track == 0 ? "mix" : std::to_string(track),
+            track == 0 ? "" : source.unit,
+            process.name + " (" + std::to_string(process.pid) + ")",
+            textOf(source.format),
+            source.whole.peak() > 0 ? decibelText(source.whole.peak()) + " dBFS" : "silent",
+            length.data()};
+}
+
 }  // namespace
+
+std::string listText(const Observer& observer, bool isPaused) {
+    std::vector<Row> rows{{"track", "name", "program", "format", "peak", "length"}};
+    std::string leftOut;
+    for (const auto& [id, state] : observer.processes()) {
+        for (const auto& [track, source] : state.sources) {
+            rows.push_back(rowOf(state.process, track, source));
+        }
+        for (const std::string& line : unrecordedStreamLines(state)) {
+            leftOut += "  " + state.process.name + ": " + line + "\n";
+        }
+        for (const std::string& line : leftOutLines(state)) {
+            leftOut += "  " + state.process.name + ": " + line + "\n";
+        }
+    }
+    std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+    for (const Row& row : rows) {
+        std::transform(row.begin(), row.end(), widths.begin(), widths.begin(),
+                       [](const std::string& text, std::size_t width) {
+                           return std::max(text.size(), width);
+                       });
+    }
+    std::string text = elapsedText(observer.elapsedSeconds()) + (isPaused ? ", paused\n" : "\n");
+    for (const Row& row : rows) {
+        std::string line = " ";
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += " " + row[i] + std::string(widths[i] - row[i].size() + 1, ' ');
+        }
+        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+    }
+    return text + (rows.size() == 1 ? "  nothing yet\n" : "") + leftOut;
+}
 
 std::string statusText(const Observer& observer, const std::vector<WrittenFile>& files,
                        bool isPaused, bool asJson) {

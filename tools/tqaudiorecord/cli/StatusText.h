@@ -15,4 +15,7 @@ namespace tqrecorder {
                                      const std::vector<WrittenFile>& files, bool isPaused,
                                      bool asJson);
 
+/// What a running recording has, a line for each source below its process, under headings.
+[[nodiscard]] std::string listText(const Observer& observer, bool isPaused);
+
 }  // namespace tqrecorder

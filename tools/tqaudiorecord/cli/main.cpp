@@ -39,7 +39,9 @@ int tendGuard(const Options& options, Screen& screen) {
 }
 
 int control(const Options& options) {
-    const ControlAnswer answer = controlRecorder(options.controlPid, options.control);
+    const ControlAnswer answer = options.action == Options::Action::kList
+                                     ? listRecorders()
+                                     : controlRecorder(options.controlPid, options.control);
     std::fputs(((answer.isDone ? "" : "tqaudiorecord: ") + answer.text).c_str(),
                answer.isDone ? stdout : stderr);
     return answer.isDone ? 0 : kFailure;
@@ -140,6 +142,7 @@ int main(int argc, char** argv) {
             case Options::Action::kRecord:
                 return record(line.options, screen);
             case Options::Action::kControl:
+            case Options::Action::kList:
                 return control(line.options);
             case Options::Action::kGuardStatus:
             case Options::Action::kGuardArm:

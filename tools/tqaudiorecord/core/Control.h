@@ -17,6 +17,7 @@ struct ControlCommand {
         kStop,
         kStatus,
         kFiles,
+        kList,
         kDuck,
         kUnduck,
     };

@@ -12,10 +12,11 @@ namespace tqrecorder {
 /// What the user asked for. Numbers are in their range and options do not contradict each other;
 /// whether files can be read and written is not known yet. The values here are the defaults.
 struct Options {
-    enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm, kControl };
+    enum class Action { kRecord, kGuardStatus, kGuardArm, kGuardDisarm, kControl, kList };
 
     Action action = Action::kRecord;
-    std::vector<std::string> command;  ///< with its arguments; empty for kControl only
+    std::vector<std::string> command;  ///< with its arguments; empty for kControl and kList only
+    bool isListWanted = false;         ///< for kList
 
     // What a running recorder is asked for.
     std::optional<int> controlPid;
@@ -34,9 +35,14 @@ struct Options {
     std::optional<double> replaySeconds;       ///< keep only that much, in memory
     bool replayOverlaps = true;                ///< a save has what was saved before as well
 
+    // What is recorded: patterns over names of programs and tracks.
+    std::vector<std::string> only;
+    std::vector<std::string> without;
+
     // When it ends.
     std::optional<double> durationSeconds;
-    bool endsHost = true;  ///< the host ends with the recording
+    std::string endsWith = "tree";  ///< "command", or "tree": the last that COMMAND has started
+    bool endsHost = true;           ///< the host ends with the recording
 
     // What is shown.
     bool quiet = false;

@@ -33,6 +33,8 @@ class Sink {
     virtual void processEnded(const Process&, const HostFacts&) {}
     /// About ten times a second, whatever else happens: refresh headers, redraw.
     virtual void tick(std::uint64_t /*elapsedMicroseconds*/) {}
+    /// Something that the user wants to know at once; one line.
+    virtual void notice(const std::string& /*line*/) {}
     /// The user asked for something while it runs.
     [[nodiscard]] virtual ControlAnswer control(const ControlCommand&) {
         return {false, "nothing here can do that\n"};

@@ -2,11 +2,14 @@
 
 #include <elf.h>
 #include <link.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "common/ElfNames.h"
@@ -99,6 +102,23 @@ int lookForNames(dl_phdr_info* image, std::size_t /*size*/, void* room) {
 
 bool usesPlatform() {
     return dl_iterate_phdr(lookForPlatform, nullptr) != 0;
+}
+
+bool isCommand(const TapSettings& settings) {
+    char* const place = std::getenv(kCommandVariable);
+    if (place == nullptr || std::strlen(place) != kCommandDigits) {
+        return getppid() == settings.recorder;
+    }
+    if (const long known = std::strtol(place, nullptr, 10); known != 0) {
+        return known == getpid();
+    }
+    if (getppid() != settings.recorder) {
+        return false;
+    }
+    // In its place: a program may have taken its environment's addresses already.
+    const std::string number = std::to_string(getpid());
+    std::memcpy(place + kCommandDigits - number.size(), number.data(), number.size());
+    return true;
 }
 
 bool mayHaveSound() {

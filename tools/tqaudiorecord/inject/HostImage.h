@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ipc/TapSettings.h"
+
 namespace tqrecorder {
 
 /// Whether the program or a library of it, other than ours, was linked against the platform.
@@ -8,6 +10,10 @@ namespace tqrecorder {
 /// platform or a library for sound, or holds the name of one, to open it later. Looks no further
 /// than 64 MiB, and in no library of the system.
 [[nodiscard]] bool mayHaveSound();
+
+/// Whether this process is COMMAND itself. An orphan that COMMAND leaves behind may have the
+/// recorder for a parent as well, so COMMAND writes its number where all that it starts find it.
+[[nodiscard]] bool isCommand(const TapSettings& settings);
 
 /// Starts this program again in the same process, with the same arguments and under the same name,
 /// as kRestartVariable says; returns only when that is not possible.

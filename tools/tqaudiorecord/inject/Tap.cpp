@@ -82,11 +82,10 @@ void Tap::answerGuard() {
 }
 
 void Tap::record(char** arguments) {
-    const bool isCommand = getppid() == settings_.recorder;
     usesPlatform_ = usesPlatform();
     const bool mayPlay = usesPlatform_ || mayHaveSound();
     // A shell, or a tool that a script calls, is none of our business.
-    if (!isCommand && !mayPlay) {
+    if (!mayPlay && !isCommand(settings_)) {
         return;
     }
     if (!connection_.open(settings_.socket)) {
@@ -105,6 +104,7 @@ void Tap::record(char** arguments) {
         isRestartFailed = true;
     }
     Hello hello = helloWith(guardStatus(), usesPlatform_);
+    program_ = hello.name.data();
     hello.isRecording = 1;
     hello.isRestartFailed = isRestartFailed ? 1 : 0;
     hello.mayPlay = mayPlay ? 1 : 0;
@@ -123,6 +123,7 @@ void Tap::record(char** arguments) {
     rules.frees_own_number_only = 1;
     rules.ends_disposed_units = 1;
     rules.keeps_float_tracks = 1;
+    chooseUnits(rules);
     (void)tq_capture_set_rules(&rules);
     watchForks();
     watchMainThread();
@@ -275,13 +276,14 @@ void Tap::publish() {
     publishCounts(page);
     publishFrames();
     struct Visit {
+        const Tap& tap;
         SharedPage& page;
         std::array<bool, kTracks> isThere{};
-    } visit{page};
+    } visit{*this, page};
     (void)tq_capture_tracks(
         [](void* context, const tq_track* track) {
             auto& seen = *static_cast<Visit*>(context);
-            if (track->track < kTracks) {
+            if (track->track < kTracks && seen.tap.isWanted(track->name)) {
                 seen.isThere[track->track] = true;
                 publishTrack(seen.page.tracks[track->track], *track);
             }

@@ -59,6 +59,8 @@ class Tap {
     void setVolume();
     void followOrder();
     [[nodiscard]] BridgeState useBridges();
+    void chooseUnits(tq_capture_rules& rules);
+    [[nodiscard]] bool isWanted(const char* track) const;
     void watch();
     void collect();
     [[nodiscard]] bool waitForEnd(int milliseconds);
@@ -81,6 +83,7 @@ class Tap {
     [[nodiscard]] static FramesOfTracks framesSince(const FramesOfTracks& before);
     void publishFrames() const;
     [[nodiscard]] static bool isAnyUnitStarted();
+    [[nodiscard]] static bool isAnyWantedStarted();
     [[nodiscard]] bool isMoreToCome() const;
     static void publishFramesAtExit();
 
@@ -101,6 +104,7 @@ class Tap {
     void beUnheard();
 
     const TapSettings settings_;
+    std::string program_;  ///< constant once the process is recorded
     RecorderConnection connection_;
     std::optional<SharedMapping> memory_;
     Outlet outlets_;

@@ -102,7 +102,8 @@ void Tap::runForked() {
         beUnheard();
         return;
     }
-    isUnitMade_ = isUnitSeen_ = true;
+    isUnitMade_ = true;
+    isUnitSeen_ = settings_.choice.isAll() || isAnyWantedStarted();
     memory_->page().facts.bridges = useBridges();
     publishCounts(memory_->page());
     if (mix_ == nullptr) {

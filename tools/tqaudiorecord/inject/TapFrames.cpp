@@ -55,6 +55,17 @@ bool Tap::isAnyUnitStarted() {
     return plays;
 }
 
+bool Tap::isAnyWantedStarted() {
+    bool plays = false;
+    (void)tq_capture_units(
+        [](void* context, const tq_unit* unit) {
+            *static_cast<bool*>(context) |=
+                unit->is_started != 0 && unit->reason != TQ_UNIT_EXCLUDED;
+        },
+        &plays);
+    return plays;
+}
+
 /// Whether what stopped units have left is still to be delivered. What plays on never ends.
 bool Tap::isMoreToCome() const {
     const FramesOfTracks now = framesSince(framesBefore_);

@@ -45,6 +45,20 @@ tq_listener listenerOf(void* tap) {
 
 }  // namespace
 
+bool Tap::isWanted(const char* track) const {
+    return settings_.choice.wants(track, program_);
+}
+
+/// Where nothing is left out, nobody is asked.
+void Tap::chooseUnits(tq_capture_rules& rules) {
+    if (!settings_.choice.isAll()) {
+        rules.context = this;
+        rules.is_unit_wanted = [](void* tap, const char* name) -> std::uint32_t {
+            return static_cast<const Tap*>(tap)->isWanted(name) ? 1 : 0;
+        };
+    }
+}
+
 BridgeState Tap::useBridges() {
     tq_bridges bridges{};
     bridges.size = sizeof bridges;
@@ -52,6 +66,9 @@ BridgeState Tap::useBridges() {
     bridges.before_stream = [](void* tap) { static_cast<Tap*>(tap)->beforeStream(); };
     bridges.is_listener_coming = [](void* tap) -> std::uint32_t {
         return static_cast<Tap*>(tap)->isUnheard_.load(std::memory_order_relaxed) ? 0 : 1;
+    };
+    bridges.is_wanted = [](void* tap, const char* name) -> std::uint32_t {
+        return static_cast<const Tap*>(tap)->isWanted(name) ? 1 : 0;
     };
     switch (tq_capture_use_bridges(&bridges)) {
         case TQ_OK:
@@ -205,7 +222,8 @@ void Tap::pushLine(const tq_log_line& line) noexcept {
 }
 
 void Tap::pushStream(const tq_stream& stream) noexcept {
-    if (isForked_.load(std::memory_order_relaxed) && stream.fate == TQ_STREAM_RECORDED) {
+    const bool isSound = stream.fate == TQ_STREAM_RECORDED || stream.fate == TQ_STREAM_EXCLUDED;
+    if (isSound && isForked_.load(std::memory_order_relaxed)) {
         // Its first sound waits until somebody listens.
         recordForked();
     }
@@ -247,7 +265,11 @@ void Tap::takeUnit(const tq_unit& unit) noexcept {
         }
     }
     // A program that is not written for the platform opens streams also to see what there is.
-    if (usesPlatform_ ? isNew(unit) : unit.is_started != 0) {
+    // So does one of which something is left out, which may be all that it plays.
+    const bool isSound = usesPlatform_ && settings_.choice.isAll()
+                             ? isNew(unit)
+                             : unit.is_started != 0 && unit.reason != TQ_UNIT_EXCLUDED;
+    if (isSound) {
         isUnitSeen_.store(true, std::memory_order_relaxed);
     }
     publishCounts(*outlet->page);

@@ -3,7 +3,6 @@
 // sound.
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -17,7 +16,7 @@ void openTap(char** arguments) {
     const char* const text = std::getenv(tqrecorder::kSettingsVariable);
     const auto settings = text == nullptr ? std::nullopt : tqrecorder::settingsFromText(text);
     // A shell, or a tool that a script calls, is none of our business.
-    if (!settings || (getppid() != settings->recorder && !tqrecorder::mayHaveSound())) {
+    if (!settings || (!tqrecorder::isCommand(*settings) && !tqrecorder::mayHaveSound())) {
         return;
     }
     Dl_info self{};

@@ -19,7 +19,7 @@ namespace {
 using Kind = ControlCommand::Kind;
 
 constexpr int kBacklog = 128;
-constexpr std::array<std::pair<Kind, std::string_view>, 10> kNames{{{Kind::kSave, "save"},
+constexpr std::array<std::pair<Kind, std::string_view>, 11> kNames{{{Kind::kSave, "save"},
                                                                     {Kind::kPause, "pause"},
                                                                     {Kind::kResume, "resume"},
                                                                     {Kind::kTogglePause, "toggle"},
@@ -27,6 +27,7 @@ constexpr std::array<std::pair<Kind, std::string_view>, 10> kNames{{{Kind::kSave
                                                                     {Kind::kStop, "stop"},
                                                                     {Kind::kStatus, "status"},
                                                                     {Kind::kFiles, "files"},
+                                                                    {Kind::kList, "list"},
                                                                     {Kind::kDuck, "duck"},
                                                                     {Kind::kUnduck, "unduck"}}};
 

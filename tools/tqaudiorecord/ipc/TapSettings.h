@@ -3,9 +3,12 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "ipc/Choice.h"
 
 // What the recorder tells the processes that it starts, through one environment variable that
 // their children inherit, and what they answer when they connect.
@@ -20,6 +23,10 @@ inline constexpr const char* kSettingsVariable = "TQ_AUDIO_RECORD_TAP";
 /// Set for the one exec by which a process starts anew with its guard armed; holds its pid,
 /// a colon and the name of its main thread.
 inline constexpr const char* kRestartVariable = "TQ_AUDIO_RECORD_TAP_RESTART";
+/// Holds COMMAND's process number in as many digits as kCommandDigits says, 0 until COMMAND itself
+/// has written it.
+inline constexpr const char* kCommandVariable = "TQ_AUDIO_RECORD_COMMAND";
+inline constexpr std::size_t kCommandDigits = 10;
 /// The id under which recorders ask for hooks in a program's crash guard.
 inline constexpr unsigned kGuardHookId = 0x5451;
 
@@ -41,6 +48,8 @@ struct TapSettings {
     float compressThresholdDecibels = 0;
     float attackSeconds = 0;
     float releaseSeconds = 0;
+
+    Choice choice{};
 };
 
 [[nodiscard]] std::string toText(const TapSettings& settings);

@@ -43,6 +43,24 @@ std::vector<Recorder> recordersIn(const std::string& folder) {
     return list;
 }
 
+ControlAnswer asked(const Recorder& recorder, const ControlCommand& command) {
+    const std::string text = toText(command);
+    std::string answer(kLongestControl + 1, '\0');
+    const int socket = recorder.socket.get();
+    if (send(socket, text.data(), text.size(), MSG_NOSIGNAL) < 0) {
+        return {false, std::string("the recorder cannot be asked: ") + std::strerror(errno) + "\n"};
+    }
+    ssize_t size = -1;
+    do {
+        size = recv(socket, answer.data(), answer.size(), 0);
+    } while (size < 0 && errno == EINTR);
+    if (size < 1) {
+        return {false, "the recorder has gone without an answer\n"};
+    }
+    answer.resize(static_cast<std::size_t>(size));
+    return {answer.front() == '1', answer.substr(1)};
+}
+
 }  // namespace
 
 ControlAnswer controlRecorder(std::optional<pid_t> recorder, const ControlCommand& command) {
@@ -69,21 +87,26 @@ ControlAnswer controlRecorder(std::optional<pid_t> recorder, const ControlComman
         }
         return {false, "several recorders are running; say which with --pid:" + pids + "\n"};
     }
-    const std::string text = toText(command);
-    std::string answer(kLongestControl + 1, '\0');
-    const int socket = all.front().socket.get();
-    if (send(socket, text.data(), text.size(), MSG_NOSIGNAL) < 0) {
-        return {false, std::string("the recorder cannot be asked: ") + std::strerror(errno) + "\n"};
+    return asked(all.front(), command);
+}
+
+ControlAnswer listRecorders() {
+    std::string error;
+    const std::string folder = controlFolder(error);
+    if (folder.empty()) {
+        return {false, error + "\n"};
     }
-    ssize_t size = -1;
-    do {
-        size = recv(socket, answer.data(), answer.size(), 0);
-    } while (size < 0 && errno == EINTR);
-    if (size < 1) {
-        return {false, "the recorder has gone without an answer\n"};
+    ControlAnswer answer;
+    for (const Recorder& recorder : recordersIn(folder)) {
+        const ControlAnswer one = asked(recorder, {ControlCommand::Kind::kList});
+        // One that ends this moment has nothing to list.
+        if (one.isDone) {
+            answer.isDone = true;
+            answer.text += (answer.text.empty() ? "" : "\n");
+            answer.text += "recorder " + recorder.pid + ", " + one.text;
+        }
     }
-    answer.resize(static_cast<std::size_t>(size));
-    return {answer.front() == '1', answer.substr(1)};
+    return answer.isDone ? answer : ControlAnswer{false, "no recorder is running\n"};
 }
 
 }  // namespace tqrecorder

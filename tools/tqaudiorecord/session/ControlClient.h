@@ -14,4 +14,7 @@ namespace tqrecorder {
 [[nodiscard]] ControlAnswer controlRecorder(std::optional<pid_t> recorder,
                                             const ControlCommand& command);
 
+/// Asks all of the user's recorders for what they have. Not done where there is none.
+[[nodiscard]] ControlAnswer listRecorders();
+
 }  // namespace tqrecorder

@@ -11,6 +11,7 @@
 #include "ipc/Printable.h"
 #include "session/ElfFile.h"
 #include "session/HostProgram.h"
+#include "session/ProcessTree.h"
 
 namespace tqrecorder {
 namespace {
@@ -19,7 +20,6 @@ namespace fs = std::filesystem;
 
 /// Of one look; a host may start processes without end.
 constexpr std::size_t kMostLookedAt = 256;
-constexpr std::size_t kMostTasks = 256;
 constexpr std::size_t kMostDescriptors = 4096;
 constexpr std::size_t kMostMappings = 20000;
 
@@ -68,7 +68,7 @@ void HostLook::lookAt(pid_t root) {
             continue;
         }
         lookAtOne(process);
-        for (const pid_t child : childrenOf(process)) {
+        for (const pid_t child : childrenOf(proc_, process)) {
             rest.push_back(child);
         }
     }
@@ -154,17 +154,6 @@ bool HostLook::isSandboxed(pid_t process) const {
         }
     }
     return isElsewhere(process, "net") || isElsewhere(process, "user");
-}
-
-std::vector<pid_t> HostLook::childrenOf(pid_t process) const {
-    std::vector<pid_t> children;
-    forEachEntry(folderOf(process) + "/task", kMostTasks, [&children](const fs::path& task) {
-        std::ifstream file(task / "children");
-        for (pid_t child = 0; children.size() < kMostLookedAt && file >> child;) {
-            children.push_back(child);
-        }
-    });
-    return children;
 }
 
 std::vector<SeenProcess> HostLook::processes() const {

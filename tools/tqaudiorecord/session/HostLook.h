@@ -33,7 +33,6 @@ class HostLook {
     void lookAtDevices(SeenProcess& seen) const;
     [[nodiscard]] bool isSandboxed(pid_t process) const;
     [[nodiscard]] bool isElsewhere(pid_t process, const char* space) const;
-    [[nodiscard]] std::vector<pid_t> childrenOf(pid_t process) const;
     [[nodiscard]] std::string folderOf(pid_t process) const;
 
     std::string proc_;

@@ -53,12 +53,14 @@ std::vector<std::string> environmentFor(const TapSettings& settings, const std::
             preload += ':';
             preload += text.substr(name.size() + 1);
         }
-        if (name != "LD_PRELOAD" && name != kSettingsVariable && name != kRestartVariable) {
+        if (name != "LD_PRELOAD" && name != kSettingsVariable && name != kRestartVariable &&
+            name != kCommandVariable) {
             list.emplace_back(text);
         }
     }
     list.push_back(assignment("LD_PRELOAD", preload));
     list.push_back(assignment(kSettingsVariable, toText(settings)));
+    list.push_back(assignment(kCommandVariable, std::string(kCommandDigits, '0')));
     return list;
 }
 

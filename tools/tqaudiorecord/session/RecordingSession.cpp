@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "ipc/Printable.h"
-#include "session/EndingExcuse.h"
 
 namespace tqrecorder {
 namespace {
@@ -18,20 +17,12 @@ using std::chrono::milliseconds;
 constexpr milliseconds kTickPause{100};
 /// Where somebody waits for it, or more is left than was taken.
 constexpr milliseconds kShortPause{5};
-constexpr milliseconds kHostPatience{5000};
-/// The terminal sends its interrupt to the host as well. Many programs quit without saving at a
-/// second one, so the host gets this long to end by itself.
-constexpr milliseconds kTerminalPatience{2000};
 /// The mix and seven tracks of 48 kHz, 16-bit, stereo, and what goes with each block.
 constexpr double kBytesPerSecond = 1.8e6;
 /// Between two looks at whether the recording is to stop. What is not taken by then waits for the
 /// next turn.
 constexpr milliseconds kTurn{50};
 constexpr milliseconds kLeastTurn{1};
-/// At the end what was delivered before it is still taken.
-constexpr milliseconds kLastTurn{2000};
-/// Who connects asks within that time, or finds that the recording is over.
-constexpr milliseconds kLastAnswers{300};
 /// Looking at processes from outside costs files: often at the beginning, then seldom.
 constexpr milliseconds kLongestLookPause{3000};
 
@@ -109,6 +100,10 @@ bool RecordingSession::launch(std::string& error) {
     began_ = Clock::now();
     nextTick_ = began_ + kTickPause;
     nextLook_ = began_ + lookPause_;
+    settings.choice = {options_.only, options_.without};
+    if (!endsWithCommand()) {
+        tree_.adopt();
+    }
     return host_.start(plan, error);
 }
 
@@ -143,10 +138,12 @@ void RecordingSession::loop(RecordingResult& result) {
                 return;
             }
         }
-        if (hostIsOver && !isAnyEndedLeft()) {
-            result.end = End::kHostEnded;
+        if (hostIsOver) {
             result.hostExitCode = host_.exitCode();
             result.hostEndSignal = host_.endSignal();
+        }
+        if (hostIsOver && !isAnyEndedLeft() && isTreeOver()) {
+            result.end = End::kHostEnded;
             return;
         }
         if (takeCommands()) {
@@ -171,8 +168,10 @@ void RecordingSession::loop(RecordingResult& result) {
 void RecordingSession::wait() {
     std::vector<pollfd> list{{acceptor_.descriptor(), POLLIN, 0},
                              {signals_.descriptor(), POLLIN, 0},
-                             {host_.endDescriptor(), POLLIN, 0},
                              {control_.descriptor(), POLLIN, 0}};
+    if (!host_.isOver()) {
+        list.push_back({host_.endDescriptor(), POLLIN, 0});
+    }
     poll(list.data(), list.size(), static_cast<int>(pause().count()));
 }
 
@@ -308,8 +307,9 @@ void RecordingSession::tick() {
 }
 
 void RecordingSession::lookAround() {
-    if (!host_.isOver()) {
-        look_.lookAt(host_.pid());
+    tree_.reap(host_.pid());
+    for (const pid_t root : tree_.roots()) {
+        look_.lookAt(root);
     }
     lookPause_ = std::min(2 * lookPause_, kLongestLookPause);
     nextLook_ = Clock::now() + lookPause_;
@@ -346,87 +346,6 @@ ControlAnswer RecordingSession::obey(const ControlCommand& command) {
 bool RecordingSession::isTimeOver() const {
     return options_.durationSeconds && Clock::now() - firstConnection_.value_or(began_) >=
                                            std::chrono::duration<double>(*options_.durationSeconds);
-}
-
-void RecordingSession::finish(RecordingResult& result) {
-    drain(kLastTurn);
-    for (const auto& process : processes_) {
-        process->tellNumbers(sink_);
-        const HostFacts facts = process->facts();
-        if (result.end == RecordingResult::End::kHostEnded && facts.unitsStarted > 0) {
-            const Process& one = process->process();
-            notes_.add(one.name + " (" + std::to_string(one.pid) +
-                       ") ran on when COMMAND had ended, and is recorded no further; let COMMAND " +
-                       "wait for it");
-        }
-        sink_.processEnded(process->process(), facts);
-    }
-    lookAround();
-    for (const SeenProcess& seen : look_.processes()) {
-        sink_.seen(seen);
-    }
-    sink_.tick(elapsedMicroseconds());
-    // Before the host is waited for: the files are whole even if the user kills the recorder then.
-    sink_.finish();
-    answerTheLast();
-    if (!result.hostExitCode && options_.endsHost) {
-        endHost();
-    }
-    // Closes the sockets. Taps that still run see that and remove their listeners.
-    processes_.clear();
-    result.notes = notes();
-}
-
-/// Those that asked while the files were completed are answered like the others.
-void RecordingSession::answerTheLast() {
-    const Clock::time_point deadline = Clock::now() + kLastAnswers;
-    (void)takeCommands();
-    while (control_.isAnybodyComing() && Clock::now() < deadline) {
-        poll(nullptr, 0, 1);
-        (void)takeCommands();
-    }
-    for (const tqcommon::Descriptor& client : waitForEnd_) {
-        ControlServer::answer(client, sink_.control({ControlCommand::Kind::kFiles}));
-    }
-    waitForEnd_.clear();
-}
-
-void RecordingSession::endHost() {
-    const auto tell = [this](int number) {
-        host_.signal(number);
-        for (const auto& process : processes_) {
-            if (!process->process().isCommand) {
-                process->signal(number);
-            }
-        }
-    };
-    // False when another signal says not to wait any longer.
-    const auto waitFor = [this](milliseconds patience) {
-        const Clock::time_point deadline = Clock::now() + patience;
-        while (!host_.isOver() && Clock::now() < deadline) {
-            wait();
-            const auto signal = signals_.next();
-            if (signal && signal->number != SIGUSR1 && signal->number != SIGUSR2) {
-                return false;
-            }
-        }
-        return true;
-    };
-    // Whichever signal it gets, it may be in a callback then.
-    excuseEnding(host_.pid());
-    for (const auto& process : processes_) {
-        excuseEnding(process->process().pid);
-    }
-    if (!hostKnows_ || (waitFor(kTerminalPatience) && !host_.isOver())) {
-        tell(SIGTERM);
-        (void)waitFor(kHostPatience);
-    }
-    if (!host_.isOver()) {
-        tell(SIGKILL);
-        while (!host_.isOver()) {
-            wait();
-        }
-    }
 }
 
 std::uint64_t RecordingSession::elapsedMicroseconds() const {

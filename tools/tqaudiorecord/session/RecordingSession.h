@@ -16,6 +16,7 @@
 #include "session/HostLook.h"
 #include "session/Launch.h"
 #include "session/Notes.h"
+#include "session/ProcessTree.h"
 #include "session/SignalGate.h"
 #include "session/TappedProcess.h"
 
@@ -26,8 +27,8 @@ struct RecordingResult {
     enum class End { kNotStarted, kHostEnded, kDuration, kSignal, kSink };
 
     End end = End::kNotStarted;
-    /// Of a command that ended by itself, as a shell tells it. Nothing when the recording ended
-    /// first, or the command was never started.
+    /// Of a command that ended by itself, as a shell tells it, which the recording may outlive.
+    /// Nothing when the recording ended first, or the command was never started.
     std::optional<int> hostExitCode;
     /// The signal that ended such a command, 0 for none.
     int hostEndSignal = 0;
@@ -38,7 +39,7 @@ struct RecordingResult {
 };
 
 /// Starts a command, lets processes of it connect, and hands what they play to a sink. All of the
-/// sink's methods are called on the thread of run().
+/// sink's methods are called on the thread of run(). RecordingSessionEnd.cpp has what ends it.
 class RecordingSession {
   public:
     /// `gate` is the library to be preloaded. `options` and `sink` outlive this.
@@ -78,9 +79,17 @@ class RecordingSession {
     /// True when one of the commands that have come ends the recording.
     [[nodiscard]] bool takeCommands();
     [[nodiscard]] ControlAnswer obey(const ControlCommand& command);
+    [[nodiscard]] bool endsWithCommand() const { return options_.endsWith == "command"; }
+    /// Whether it holds the recording when COMMAND has ended.
+    [[nodiscard]] bool isPlayer(const TappedProcess& process) const;
+    /// Whether nothing of what COMMAND has started plays any more, or is likely to begin.
+    [[nodiscard]] bool isTreeOver();
+    void tellOnce(bool& isTold, const std::string& line);
     void finish(RecordingResult& result);
     void answerTheLast();
+    void noteThoseThatRanOn(const RecordingResult& result);
     void endHost();
+    [[nodiscard]] bool isAnyToBeEnded();
     [[nodiscard]] std::uint64_t elapsedMicroseconds() const;
 
     const Options& options_;
@@ -94,6 +103,7 @@ class RecordingSession {
     std::vector<tqcommon::Descriptor> waitForEnd_;  ///< clients that asked for the end
     float duckOrder_ = std::numeric_limits<float>::quiet_NaN();
     SignalGate signals_;
+    ProcessTree tree_;
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;
     int lastId_ = 0;
@@ -105,6 +115,12 @@ class RecordingSession {
     Clock::time_point nextLook_;
     Clock::time_point began_;
     Clock::time_point nextTick_;
+    /// Since when COMMAND has ended and nobody plays, and whether that goes on.
+    std::optional<Clock::time_point> quietSince_;
+    Clock::time_point nextTreeLook_;
+    bool isTreeExpected_ = true;
+    bool isPlayerTold_ = false;
+    bool isWaitTold_ = false;
     std::optional<Clock::time_point> firstConnection_;
 };
 

@@ -121,6 +121,7 @@ bool TappedProcess::take(Connection connection, std::uint64_t mostBytes) {
     events_ = memory_.reader(RingId::kEvents);
     log_ = memory_.reader(RingId::kLog);
     streams_ = memory_.reader(RingId::kStreams);
+    hasStreamPlayed_ = false;
     socket_ = std::move(connection.socket);
     hello_ = connection.hello;
     process_.pid = connection.pid;
@@ -143,6 +144,10 @@ void TappedProcess::signal(int number) const {
     if (end_) {
         signalProcess(end_, number);
     }
+}
+
+bool TappedProcess::hasPlayed() const {
+    return hasStreamPlayed_ || (process_.pid != 0 && memory_.page().facts.unitsStarted.load() > 0);
 }
 
 bool TappedProcess::drain(Sink& sink, Deadline deadline) {
@@ -302,6 +307,7 @@ bool TappedProcess::takeStreams(Sink& sink, Deadline deadline) {
             markCorrupt(sink);
             return true;
         }
+        hasStreamPlayed_ = hasStreamPlayed_ || shared.written > 0;
         sink.stream(
             process_,
             {shared.stream, unitName(textOf(payload.last(header.nameBytes))), shared.fate,

@@ -34,6 +34,8 @@ class TappedProcess {
     [[nodiscard]] int endDescriptor() const { return end_.get(); }
     [[nodiscard]] bool isOver() const;
     [[nodiscard]] bool isCorrupt() const { return isCorrupt_; }
+    /// Whether the program that it runs now has played something, recorded or not.
+    [[nodiscard]] bool hasPlayed() const;
     /// Does nothing when the process has ended.
     void signal(int number) const;
 
@@ -73,6 +75,7 @@ class TappedProcess {
     double highestFill_ = 0;
     std::vector<std::byte> interleaved_;
     bool isCorrupt_ = false;
+    bool hasStreamPlayed_ = false;  ///< of the program that it runs now
 };
 
 }  // namespace tqrecorder

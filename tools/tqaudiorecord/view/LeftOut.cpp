@@ -14,7 +14,7 @@ struct Reason {
     tq_unit_reason number;
     std::string_view text;
 };
-constexpr std::array<Reason, 9> kReasons{{
+constexpr std::array<Reason, 10> kReasons{{
     {TQ_UNIT_NO_NUMBER_FREE, "seven other units had the track numbers when it was made"},
     {TQ_UNIT_MICROPHONE_ON, "its microphone is on; such units are not captured, by rule"},
     {TQ_UNIT_VOICE_ENGINES, "a voice engine made it; such units are not captured, by rule"},
@@ -24,6 +24,7 @@ constexpr std::array<Reason, 9> kReasons{{
     {TQ_UNIT_MIX_REFUSED, "the graph that mixes the tracks did not take it in"},
     {TQ_UNIT_NUMBER_TAKEN, "a later unit has got its track number"},
     {TQ_UNIT_NOT_SEEN_MADE, "it was made before the hooks came"},
+    {TQ_UNIT_EXCLUDED, "--only or --not leaves it out"},
 }};
 
 bool has(std::uint32_t reasons, tq_unit_reason reason) {

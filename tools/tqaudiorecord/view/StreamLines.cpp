@@ -26,6 +26,8 @@ std::string_view whyNot(std::uint32_t fate) {
             return "the hooks do not work in this program; -v shows the library's log";
         case TQ_STREAM_NO_MEMORY:
             return "there was no memory for it";
+        case TQ_STREAM_EXCLUDED:
+            return "--only or --not leaves it out";
         default:
             return "for a reason that this version does not know";
     }

@@ -65,6 +65,27 @@ TEST_F(NativePlayersTest, DuckingCountsFromTheFirstFramesOn) {
     expectTrackHolds(run, run.heard);
 }
 
+TEST_F(NativePlayersTest, AProgramThatIsLeftOutPlaysDuckedAndLeavesNoFile) {
+    for (const std::vector<std::string>& choice :
+         {std::vector<std::string>{"--not", "APLAY"}, {"--not", "cap"}, {"--only", "*music*"}}) {
+        std::vector<std::string> options{"--duck=-12", "--attack", "0.001"};
+        options.insert(options.end(), choice.begin(), choice.end());
+        const ProgramRun run = play({"aplay", "-q", "-D", "cap"}, options);
+        EXPECT_EQ(run.end.code, 2) << run.end.text();
+        ASSERT_EQ(run.heard.frames(), noise_.frames()) << run.end.text();
+        EXPECT_NEAR(run.heard.value(12000, 0), std::pow(10, -12.0 / 20) * noise_.value(12000, 0),
+                    0.002);
+        EXPECT_TRUE(run.tracks.empty() && run.mix.frames() == 0) << run.end.text();
+        EXPECT_THAT(run.end.errors,
+                    HasSubstr("not recorded: alsa-1 cap: --only or --not leaves it out"));
+    }
+}
+
+TEST_F(NativePlayersTest, OneOfThoseThatAreWantedIsRecorded) {
+    const ProgramRun run = play({"aplay", "-q", "-D", "cap"}, {"--only", "music", "--only", "CA?"});
+    expectTrackHolds(run, noise_);
+}
+
 TEST_F(NativePlayersTest, WhatAPlayerHasLeftAtItsEndFindsRoom) {
     // Nothing paces the device: nine seconds of ten megabytes are written in a moment, before the
     // ring's memory has been taken, and played out when the player ends.

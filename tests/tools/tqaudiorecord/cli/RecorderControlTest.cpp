@@ -121,5 +121,26 @@ TEST_F(RecorderControlTest, OnlyTheUserReachesItAndIsToldWhereNobodyIs) {
     EXPECT_TRUE(std::filesystem::is_empty(folder_.file("tqaudiorecord")));
 }
 
+TEST_F(RecorderControlTest, AListHasTheTracksOfEveryRecorder) {
+    const auto list = [&] { return tqtest::runProgram(reachable(setup({"--list"}, {}))); };
+    EXPECT_EQ(list().code, 2);
+    EXPECT_THAT(list().errors, HasSubstr("no recorder is running"));
+    const Program first(reachable(setup({"-q", "-o", path_}, {TQ_TONE_HOST, "tone", "60"})));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.5); }));
+    const Program second(reachable(setup({"-q", "-o", folder_.file("b.wav")}, game("60"))));
+    ASSERT_TRUE(eventually([&] {
+        return hasPlayed(0.5, {"--pid", std::to_string(second.pid())});
+    }));
+    const ProgramEnd end = list();
+    EXPECT_EQ(end.code, 0) << end.errors;
+    EXPECT_THAT(end.output, HasSubstr("recorder " + std::to_string(first.pid()) + ", 0:00:"));
+    EXPECT_THAT(end.output, HasSubstr("recorder " + std::to_string(second.pid()) + ", 0:00:"));
+    EXPECT_THAT(end.output,
+                testing::ContainsRegex(
+                    "  1 +unit-1 +recorded_host \\([0-9]+\\) +48000 Hz, 32-bit float, stereo +-6.0 "
+                    "dBFS +[0-9]+.[0-9] s\n"));
+    EXPECT_THAT(end.output, testing::ContainsRegex("  mix +game_host \\([0-9]+\\) +44100 Hz, "));
+}
+
 }  // namespace
 }  // namespace tqrecorder::test

@@ -132,4 +132,34 @@ TEST_F(Session, TracksOfFixedPointArriveAtFullScaleAndAreCutBeyondIt) {
     EXPECT_NEAR(sum / static_cast<double>(samples.size()) / 2147483648.0, 0, 0.01);
 }
 
+TEST_F(Session, AUnitThatIsLeftOutIsInNeitherMixNorTracks) {
+    options.without = {"unit-1"};
+    EXPECT_EQ(record({kHost, "tone", "0.5"}).hostExitCode, 0);
+    const auto& seen = sink.processes.at(1);
+    EXPECT_TRUE(seen.streams.empty());
+    ASSERT_EQ(seen.facts.leftOut.size(), 1U);
+    EXPECT_EQ(seen.facts.leftOut[0].reasons, 1U << TQ_UNIT_EXCLUDED);
+}
+
+TEST_F(Session, AProgramThatIsLeftOutPlaysAndAnotherIsRecorded) {
+    options.without = {"other_HOST"};
+    EXPECT_EQ(record({kHost, "run", kHost, "tone", "1", "--", kOther, "short", "1"}).hostExitCode,
+              0);
+    std::vector<std::string> recorded;
+    for (const auto& [id, seen] : sink.processes) {
+        if (!seen.streams.empty()) {
+            recorded.push_back(seen.process.name);
+        }
+    }
+    EXPECT_EQ(recorded, std::vector<std::string>{"recorded_host"});
+}
+
+TEST_F(Session, WhereOneNameIsWantedOthersAreNot) {
+    options.only = {"other_host"};
+    EXPECT_EQ(record({kHost, "run", kHost, "tone", "1", "--", kOther, "short", "1"}).hostExitCode,
+              0);
+    EXPECT_EQ(sink.only().process.name, "other_host");
+    EXPECT_GT(sink.only().facts.blocksWithSound, 0U);
+}
+
 }  // namespace
