@@ -63,6 +63,11 @@ TEST_F(LateAndForked, SoIsThatOfAChildOnADeviceThatItsParentOpened) {
     expectWhole({TQ_TEST_ALSA_FORKS, "inherited", file});
 }
 
+TEST_F(LateAndForked, BeforeItsFirstSoundAProcessHasNoThreadOfOurs) {
+    // What browsers fork their other processes from ends itself where it is not alone.
+    expectWhole({TQ_TEST_ALSA_FORKS, "alone", file});
+}
+
 TEST_F(LateAndForked, AChildIsDuckedFromItsFirstFrameOnAsTheUserAskedMeanwhile) {
     const Program program(recorder({"-q", "-o", output.folder().file("mix.wav")}, "awaited"));
     ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".awaited"); }));

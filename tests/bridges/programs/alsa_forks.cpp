@@ -2,6 +2,7 @@
 // KIND FILE [GO]
 //
 //   own        the child opens the device
+//   alone      so it does, and both have one thread until then
 //   inherited  it was open before the fork
 //   awaited    the child opens the device as soon as there is a file GO
 //   later      the fork is as late as that
@@ -42,6 +43,11 @@ void await(const std::string& file) {
     }
 }
 
+bool isAlone() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks)) == 1;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -57,7 +63,14 @@ int main(int count, char** arguments) {
     if (kind == "later") {
         await(go);
     }
+    const bool mustBeAlone = kind == "alone";
+    if (mustBeAlone && !isAlone()) {
+        return 6;
+    }
     const pid_t child = fork();
+    if (child == 0 && mustBeAlone && !isAlone()) {
+        return 7;
+    }
     if (kind == "awaited") {
         await(go);
     }

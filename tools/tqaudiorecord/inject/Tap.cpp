@@ -132,10 +132,11 @@ void Tap::record(char** arguments) {
     publishFramesAtExit();
     memory_->page().facts.bridges = useBridges();
     makeRoomAtExit();
-    isThreadOwed_ = !mayPlay;
+    isThreadOwed_ = !usesPlatform_;
     watch();
-    if (mayPlay) {
-        // What plays for the first time is recorded from its first frame on.
+    if (usesPlatform_) {
+        // A unit that plays for the first time is recorded from its first frame on; the bridges keep
+        // that of a native stream for us.
         collect();
         // The library starts on a thread of its own, which a child that is forked meanwhile would
         // not have.

@@ -125,8 +125,9 @@ class Tap {
     std::atomic<bool> isUnitMade_{false};
     /// From here on there may be sound.
     std::atomic<bool> isUnitSeen_{false};
-    /// A program that is not known to play gets the tap's thread with its first unit: launchers
-    /// that change their credentials or their user namespace must have no second thread.
+    /// A program that is not written for the platform gets the tap's thread with its first unit:
+    /// launchers that change their credentials or their user namespace, and the processes that
+    /// browsers fork others from, must have no second thread.
     std::atomic<bool> isThreadOwed_{false};
     std::atomic<bool> isMainThreadGone_{false};
     /// The program ends, and blocks wait for room until they have once waited in vain. Writers:

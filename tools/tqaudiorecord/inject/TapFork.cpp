@@ -46,13 +46,14 @@ void Tap::becomeChild() {
     watchMainThread();
 }
 
-/// Between a fork and its first sound nobody in a child follows the recorder, whose orders stand in
-/// what is mapped of the parent's until the child has its own.
+/// Before its first sound nobody in a process follows the recorder, whose orders stand in what is
+/// mapped: in the child of a fork its parent's, until it has its own.
 void Tap::beforeStream() noexcept {
-    if (!isForked_.load()) {
+    const auto isAlone = [this] { return isForked_.load() || isThreadOwed_.load(); };
+    if (!isAlone()) {
         return;
     }
-    if (const std::unique_lock lock(work_, std::try_to_lock); lock && isForked_.load()) {
+    if (const std::unique_lock lock(work_, std::try_to_lock); lock && isAlone()) {
         followOrder();
     }
     // An order that comes before the first sound is followed from here on.
