@@ -102,6 +102,7 @@ struct SeenProcess {
     std::string library{};      ///< the first for sound that it has loaded
     std::string device{};       ///< the first raw device for sound that it holds open
     bool loadsApart = false;    ///< it has libraries in a namespace of their own (dlmopen)
+    bool isPrepared = false;    ///< what records it is loaded; of a fork, before its first sound
 
     [[nodiscard]] bool operator==(const SeenProcess&) const = default;
 };

@@ -9,6 +9,7 @@
 
 #include "core/SoundLibraries.h"
 #include "ipc/Printable.h"
+#include "ipc/TapSettings.h"
 #include "session/ElfFile.h"
 #include "session/HostProgram.h"
 #include "session/ProcessTree.h"
@@ -123,6 +124,7 @@ void HostLook::lookAtLibraries(SeenProcess& seen) const {
         if (seen.library.empty() && beginsWithOneOf(name, kSoundLibraries)) {
             seen.library = printable(name);
         }
+        seen.isPrepared = seen.isPrepared || name == kTapName;
         // Each namespace has its own, which begins at the file's first byte.
         const bool isBeginning = line.find(" 00000000 ") != std::string::npos;
         copiesOfC += isBeginning && name == "libc.so.6" ? 1 : 0;

@@ -81,7 +81,8 @@ std::vector<std::string> meterLines(const Observer& observer, std::size_t width)
         lines.push_back(padded("dBFS", kNameColumns) + right("peak", kNumberColumns) +
                         right("rms", kNumberColumns) + right("buf", kBufferColumns));
     }
-    for (const auto& [id, state] : observer.processes()) {
+    for (const ProcessState* const mentioned : observer.mentioned()) {
+        const ProcessState& state = *mentioned;
         if (state.ended) {
             continue;
         }
@@ -111,7 +112,8 @@ std::vector<std::string> numberLines(const Observer& observer) {
     std::array<char, 32> elapsed{};
     std::snprintf(elapsed.data(), elapsed.size(), "%.1f s", observer.elapsedSeconds());
     std::vector<std::string> lines;
-    for (const auto& [id, state] : observer.processes()) {
+    for (const ProcessState* const mentioned : observer.mentioned()) {
+        const ProcessState& state = *mentioned;
         if (state.ended) {
             continue;
         }
@@ -123,6 +125,9 @@ std::vector<std::string> numberLines(const Observer& observer) {
         line += "  ring " + percent(state.ringFill) + "  lost " + std::to_string(state.lostBlocks) +
                 "  gaps " + std::to_string(state.gaps());
         lines.push_back(line);
+        if (!state.isOfInterest()) {
+            break;  // as good as any other of them
+        }
     }
     if (lines.empty()) {
         lines.push_back(std::string(elapsed.data()) + (observer.processes().empty()

@@ -29,6 +29,10 @@ std::uint64_t ProcessState::gaps() const {
     return mix == sources.end() || !mix->second.clock ? 0 : mix->second.clock->gaps();
 }
 
+bool ProcessState::isOfInterest() const {
+    return !sources.empty() || lostBlocks > 0 || !streams.empty() || !facts.leftOut.empty();
+}
+
 double ProcessState::mixSeconds() const {
     const auto mix = sources.find(0);
     return mix == sources.end() || mix->second.format.sampleRate <= 0
@@ -41,6 +45,21 @@ ProcessState& Observer::stateOf(const Process& process) {
     // The name changes when a process execs.
     state.process = process;
     return state;
+}
+
+std::vector<const ProcessState*> Observer::mentioned() const {
+    std::vector<const ProcessState*> found;
+    for (const bool isAny : {false, true}) {
+        for (const auto& [id, state] : processes_) {
+            if (isAny || state.isOfInterest()) {
+                found.push_back(&state);
+            }
+        }
+        if (!found.empty()) {
+            break;
+        }
+    }
+    return found;
 }
 
 void Observer::processBegan(const Process& process) {

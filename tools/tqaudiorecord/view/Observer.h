@@ -45,6 +45,8 @@ struct ProcessState {
     [[nodiscard]] std::uint64_t eventCount() const;
     [[nodiscard]] std::uint64_t gaps() const;
     [[nodiscard]] double mixSeconds() const;
+    /// Whether there is anything to be said of it: a browser has a dozen processes, and one plays.
+    [[nodiscard]] bool isOfInterest() const;
 };
 
 /// Counts and measures a recording for the meter, the summary and the diagnosis.
@@ -62,6 +64,8 @@ class Observer : public Sink {
     void tick(std::uint64_t elapsedMicroseconds) override { elapsed_ = elapsedMicroseconds; }
 
     [[nodiscard]] const std::map<int, ProcessState>& processes() const { return processes_; }
+    /// Those of interest; all where none is.
+    [[nodiscard]] std::vector<const ProcessState*> mentioned() const;
     /// What was seen from outside, also of processes that are not recorded; known at the end.
     [[nodiscard]] const std::vector<SeenProcess>& seenProcesses() const { return seen_; }
     [[nodiscard]] double elapsedSeconds() const { return static_cast<double>(elapsed_) / 1e6; }

@@ -75,7 +75,8 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
                         const std::vector<std::string>& problems,
                         const std::vector<std::string>& silence) {
     std::string text;
-    for (const auto& [id, state] : observer.processes()) {
+    for (const ProcessState* const mentioned : observer.mentioned()) {
+        const ProcessState& state = *mentioned;
         text += "Recorded: " + state.process.name + " (" + std::to_string(state.process.pid) + ")";
         text += state.sources.empty() ? ": nothing\n" : "\n";
         for (const auto& [track, source] : state.sources) {

@@ -18,7 +18,8 @@ std::string whyOutside(const SeenProcess& seen) {
         return "it runs in a sandbox that keeps the recorder out; start the program with its "
                "sandbox off, or record the program's main process";
     }
-    if (!seen.library.empty()) {
+    // A child of a recorded program joins with its first sound.
+    if (!seen.library.empty() && !seen.isPrepared) {
         return "it opened " + seen.library +
                " later, which could not be known when it was started; start it as COMMAND";
     }

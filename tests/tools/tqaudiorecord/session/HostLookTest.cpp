@@ -64,6 +64,12 @@ TEST_F(HostLooks, FindALibraryForSound) {
     EXPECT_EQ(seen().library, "libpulse.so.0.24.2");
 }
 
+TEST_F(HostLooks, KnowAProcessThatHasTheTapOfTheOneItIsForkedFrom) {
+    EXPECT_FALSE(seen().isPrepared);
+    write(100, "maps", "7f00-7f01 r-xp 00000000 08:01 9   /opt/lib/libtqaudiorecord_tap.so\n");
+    EXPECT_TRUE(seen().isPrepared);
+}
+
 TEST_F(HostLooks, FindARawDeviceThatPlaysAndNoOther) {
     fs::create_symlink("/dev/snd/controlC0", folder(100) + "/fd/3");
     fs::create_symlink("/dev/snd/pcmC0D0c", folder(100) + "/fd/4");

@@ -203,6 +203,15 @@ TEST_F(SharedTerminalTest, NothingIsDrawnWhereAProgramDrawsTheScreen) {
     EXPECT_EQ(drain(window_), "tqaudiorecord: a message\r\n");
 }
 
+TEST_F(MeterTest, OfIdleProcessesThereIsOneLineUntilOneOfThemPlays) {
+    observer_.processBegan({8, 88, "helper"});
+    observer_.processBegan({9, 99, "helper"});
+    EXPECT_THAT(numberLines(observer_), ElementsAre(HasSubstr("helper")));
+    play();
+    EXPECT_THAT(numberLines(observer_), ElementsAre(HasSubstr("game")));
+    EXPECT_THAT(meterLines(observer_, 80), testing::Not(testing::Contains(HasSubstr("helper"))));
+}
+
 TEST_F(MeterTest, BehindTheLastProgramItDoesNotSayThatThereWasNone) {
     EXPECT_THAT(numberLines(observer_), ElementsAre(HasSubstr("nothing to record yet")));
     play();

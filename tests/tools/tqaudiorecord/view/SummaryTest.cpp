@@ -106,6 +106,28 @@ TEST_F(SummaryTest, NamesProcessesWithSoundThatWereNotRecordedBesideOneThatWas) 
                 HasSubstr("Not recorded: helper (9): it runs in a sandbox"));
 }
 
+TEST_F(SummaryTest, SaysNothingOfIdleProcessesBesideOneThatPlays) {
+    observer_.processBegan({8, 88, "helper"});
+    EXPECT_THAT(summaryText(observer_, {}, {}, {}, {}), HasSubstr("helper (88): nothing"));
+    play();
+    EXPECT_THAT(summaryText(observer_, {}, {}, {}, {}), testing::Not(HasSubstr("helper")));
+    observer_.lost({8, 88, "helper"}, 1, 100);
+    EXPECT_THAT(summaryText(observer_, {}, {}, {}, {}), HasSubstr("helper (88): nothing"));
+}
+
+TEST_F(SummaryTest, DoesNotSayOfAChildThatWouldJoinThatItIsNotRecorded) {
+    play();
+    SeenProcess child{9, "child"};
+    child.library = "libpulse.so.0";
+    observer_.seen(child);
+    child.isPrepared = true;
+    child.name = "prepared";
+    observer_.seen(child);
+    const std::string text = summaryText(observer_, {}, {}, {}, {});
+    EXPECT_THAT(text, HasSubstr("Not recorded: child (9): it opened libpulse.so.0 later"));
+    EXPECT_THAT(text, testing::Not(HasSubstr("prepared")));
+}
+
 TEST_F(SummaryTest, TellsUnknownEventsInOneLine) {
     for (std::uint64_t i = 0; i < 1000; ++i) {
         observer_.event(game_, {1, 1000 + i, i, ""});
