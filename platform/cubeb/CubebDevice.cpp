@@ -27,6 +27,8 @@ constexpr UInt32 kRequestsInHand = 2;
 constexpr int kNiceness = -11;
 /// What the microphone brings at a time: as much as servers ask for at a time.
 constexpr UInt32 kRequestsInLatency = 4;
+/// Of a microphone alone: a quarter of it comes at a time, which is soon enough for all but music.
+constexpr UInt32 kHeardAloneFrames = 2048;
 constexpr std::chrono::milliseconds kDrainStep{2};
 constexpr int kDrainSteps = 250;
 
@@ -121,29 +123,38 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     latencyFrames_ = std::clamp(latency, kFewestFrames, kRequestsInHand * kMaximumFrames);
     // A program that says how much it wants to wait for wants it whole; others want it early.
     inHand_ = isWished ? heardFrames() : heardFrames() / kRequestsInLatency;
-    inputChannels_ = inputChannels();
+    isToPlay_ = wish.isToPlay;
+    microphoneName_ = wish.microphone;
+    inputChannels_ = microphone().channels;
     return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels_,
                         kMaximumFrames, latencyFrames_ / kRequestsInHand};
 }
 
-UInt32 CubebDevice::inputChannels() {
+CubebDevice::Microphone CubebDevice::microphone() {
     cubeb_device_collection devices{};
     if (cubeb_enumerate_devices(context_.get(), CUBEB_DEVICE_TYPE_INPUT, &devices) != CUBEB_OK) {
-        return 0;
+        return {};
     }
-    UInt32 channels = 0;
+    Microphone found;
     for (size_t i = 0; i < devices.count; ++i) {
-        if (devices.device[i].state == CUBEB_DEVICE_STATE_ENABLED) {
-            channels =
-                std::max(channels, std::min<UInt32>(devices.device[i].max_channels, kChannels));
+        const cubeb_device_info& device = devices.device[i];
+        const bool isNamed = device.device_id != nullptr && microphoneName_ == device.device_id;
+        if (device.state != CUBEB_DEVICE_STATE_ENABLED || (!microphoneName_.empty() && !isNamed)) {
+            continue;
         }
+        found.channels = std::max(found.channels, std::min<UInt32>(device.max_channels, kChannels));
+        // It stays the context's when the list has gone.
+        found.id = isNamed ? device.devid : nullptr;
     }
     cubeb_device_collection_destroy(context_.get(), &devices);
-    return channels;
+    return found;
 }
 
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
+    if (!isToPlay_) {
+        return inputChannels_ > 0 && listen(&onHeardAlone, &onState, kHeardAloneFrames);
+    }
     if (inputChannels_ > 0) {
         heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, inHand_);
         heardBlock_.resize(std::size_t{kMaximumFrames} * inputChannels_);
@@ -163,7 +174,7 @@ UInt32 CubebDevice::heardFrames() const {
 }
 
 void CubebDevice::hear(bool isHearing) {
-    if (isHearing == (microphone_ != nullptr) || heard_ == nullptr) {
+    if (!isToPlay_ || isHearing == (microphone_ != nullptr) || heard_ == nullptr) {
         return;
     }
     if (!isHearing) {
@@ -171,14 +182,22 @@ void CubebDevice::hear(bool isHearing) {
         microphone_.reset();
         return;
     }
+    // Where it fails it is looked for again when somebody begins to listen.
+    static_cast<void>(listen(&onHeard, &onHeardState, heardFrames()));
+}
+
+bool CubebDevice::listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames) {
+    const Microphone found = microphone();
     cubeb_stream_params params = paramsAt(sampleRate_, inputChannels_);
     cubeb_stream* stream = nullptr;
-    if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, &params, nullptr, nullptr,
-                          heardFrames(), &onHeard, &onHeardState, this) != CUBEB_OK) {
-        return;  // it is looked for again when somebody begins to listen
+    if (found.channels == 0 ||
+        cubeb_stream_init(context_.get(), &stream, kName, found.id, &params, nullptr, nullptr,
+                          frames, each, state, this) != CUBEB_OK) {
+        return false;
     }
     microphone_.reset(stream);
     isHearing_.store(cubeb_stream_start(stream) == CUBEB_OK);
+    return isHearing_.load();
 }
 
 void CubebDevice::finish() noexcept {
@@ -212,10 +231,7 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
         silentFrames_ += frames;
         return silentFrames_ > latencyFrames_ ? 0 : frames;
     }
-    if (!isHurried_) {
-        isHurried_ = true;
-        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
-    }
+    hurry();
     const auto ahead = static_cast<UInt64>(latencyFrames_ * kNsPerSecond / sampleRate_);
     tqcommon::ConstAudioView heard;
     if (isHearing_.load(std::memory_order_relaxed) && frames <= kMaximumFrames) {
@@ -227,6 +243,30 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
                         .heard = heard,
                         .played = tqcommon::AudioView::interleaved(played, kChannels, frames)});
     return frames;
+}
+
+void CubebDevice::hurry() noexcept {
+    if (!isHurried_) {
+        isHurried_ = true;
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
+    }
+}
+
+long CubebDevice::onHeardAlone(cubeb_stream* /*stream*/, void* self, const void* heard,
+                               void* /*played*/, long frames) {
+    static_cast<CubebDevice*>(self)->hearAlone(static_cast<const float*>(heard),
+                                               static_cast<UInt32>(frames));
+    return frames;
+}
+
+void CubebDevice::hearAlone(const float* heard, UInt32 frames) noexcept {
+    hurry();
+    const auto ago = static_cast<UInt64>(frames * kNsPerSecond / sampleRate_);
+    host_->renderHeard(
+        {.frames = frames,
+         .hostTime = clock_.next(nowNs() - ago, frames),
+         .heard = tqcommon::ConstAudioView::interleaved(heard, inputChannels_, frames),
+         .played = {}});
 }
 
 long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* heard, void* /*played*/,
@@ -248,6 +288,7 @@ void CubebDevice::onState(cubeb_stream* /*stream*/, void* self, cubeb_state stat
     if (state == CUBEB_STATE_DRAINED) {
         device.stage_.store(Stage::drained);
     } else if (state == CUBEB_STATE_ERROR) {
+        device.isHearing_.store(false);       // a device that only listens has this stream alone
         device.stage_.store(Stage::drained);  // nobody waits for what is not played any more
         device.host_->lostHeard();
     }

@@ -17,7 +17,8 @@ namespace tqcubeb {
 
 /// Speakers and microphone behind PulseAudio, JACK or ALSA, whatever answers. The speakers' clock
 /// is the device's; the microphone has a stream of its own, which is open only while somebody
-/// listens, and follows. Verbs come from one thread; the library calls from threads of its own.
+/// listens, and follows. Where nobody plays, the microphone's clock is the device's, and nothing is
+/// opened to play on. Verbs come from one thread; the library calls from threads of its own.
 class CubebDevice final : public tqplatform::HeardDevice {
   public:
     /// `kind` is the library's name for one of them; empty for the first that answers.
@@ -28,6 +29,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
                                                  const tqplatform::HeardWish& wish) override;
     bool start() override;
     void hear(bool isHearing) override;
+    [[nodiscard]] bool isHearing() const override { return isHearing_.load(); }
     void finish() noexcept override;
     std::string place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.
@@ -49,15 +51,25 @@ class CubebDevice final : public tqplatform::HeardDevice {
     /// The first of its kinds that answers.
     bool reach();
     bool reach(const char* kind);
-    [[nodiscard]] UInt32 inputChannels();
+    /// The microphone that is wanted.
+    struct Microphone {
+        UInt32 channels = 0;  ///< 0 where there is none
+        cubeb_devid id = nullptr;
+    };
+    [[nodiscard]] Microphone microphone();
     [[nodiscard]] UInt32 heardFrames() const;
+    [[nodiscard]] bool listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames);
 
     // [render thread] The library's.
     static long onBlock(cubeb_stream* stream, void* self, const void* heard, void* played,
                         long frames);
     static long onHeard(cubeb_stream* stream, void* self, const void* heard, void* played,
                         long frames);
+    static long onHeardAlone(cubeb_stream* stream, void* self, const void* heard, void* played,
+                             long frames);
     long play(float* played, UInt32 frames) noexcept;
+    void hearAlone(const float* heard, UInt32 frames) noexcept;
+    void hurry() noexcept;
     // [any thread] The library's.
     static void onState(cubeb_stream* stream, void* self, cubeb_state state);
     static void onHeardState(cubeb_stream* stream, void* self, cubeb_state state);
@@ -68,6 +80,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::unique_ptr<cubeb_stream, EndStream> stream_;
     UInt32 sampleRate_ = 0;
     UInt32 latencyFrames_ = 0;
+    bool isToPlay_ = true;
+    std::string microphoneName_;  ///< empty for the default
     UInt32 inputChannels_ = 0;
     UInt32 inHand_ = 0;  ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.

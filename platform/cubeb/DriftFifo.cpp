@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <numbers>
 
 namespace tqcubeb {
+
+using tqcommon::SincKernel;
 
 namespace {
 
@@ -20,23 +21,6 @@ constexpr double kSteerSeconds = 4;
 constexpr double kMostSteering = 0.002;
 /// Further away than that it is no drift: one of both stood still.
 constexpr double kLostSeconds = 0.25;
-constexpr double kCutoff = 0.96;
-constexpr double kKaiser = 8;
-
-/// Of order 0, as far as a float can tell.
-double bessel(double x) {
-    double term = 1;
-    double sum = 1;
-    for (int step = 1; step < 40; ++step) {
-        term *= (x / (2 * step)) * (x / (2 * step));
-        sum += term;
-    }
-    return sum;
-}
-
-double sinc(double x) {
-    return x == 0 ? 1 : std::sin(std::numbers::pi * x) / (std::numbers::pi * x);
-}
 
 }  // namespace
 
@@ -45,24 +29,7 @@ DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t in
       sampleRate_(sampleRate),
       size_(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds))),
       ring_(std::size_t{size_} * channels),
-      kernel_(std::size_t{kPhases + 1} * kTaps),
-      inHand_(inHand + kTaps) {
-    for (std::uint32_t phase = 0; phase <= kPhases; ++phase) {
-        float* const row = kernel_.data() + std::size_t{phase} * kTaps;
-        double sum = 0;
-        for (std::uint32_t tap = 0; tap < kTaps; ++tap) {
-            const double away = tap - (kTaps / 2.0 - 1) - double(phase) / kPhases;
-            const double place = 2 * away / kTaps;
-            const double window =
-                bessel(kKaiser * std::sqrt(std::max(0.0, 1 - place * place))) / bessel(kKaiser);
-            const double value = sinc(kCutoff * away) * window;
-            row[tap] = static_cast<float>(value);
-            sum += value;
-        }
-        for (std::uint32_t tap = 0; tap < kTaps; ++tap) {
-            row[tap] = static_cast<float>(row[tap] / sum);
-        }
-    }
+      inHand_(inHand + SincKernel::kTaps) {
 }
 
 void DriftFifo::write(const float* samples, std::uint32_t frames) noexcept {
@@ -82,7 +49,8 @@ void DriftFifo::write(const float* samples, std::uint32_t frames) noexcept {
 void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
     const std::uint64_t held =
         written_.load(std::memory_order_acquire) - read_.load(std::memory_order_relaxed);
-    const auto needed = static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + kTaps;
+    const auto needed =
+        static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + SincKernel::kTaps;
     std::uint32_t given = 0;
     if (!isFlowing_ && static_cast<double>(held) >= inHand_ + frames) {
         // It begins with what is newest: what piled up before would be heard late for ever.
@@ -135,22 +103,13 @@ void DriftFifo::steer(std::uint64_t held, std::uint32_t frames) noexcept {
 void DriftFifo::give(float* frame) noexcept {
     const std::uint64_t first = read_.load(std::memory_order_relaxed);
     if (phase_ == 0 && ratio_ == 1) {
-        const std::size_t at = (first + kTaps / 2 - 1) & (size_ - 1);
+        const std::size_t at = (first + SincKernel::kCentre) & (size_ - 1);
         std::copy_n(ring_.data() + at * channels_, channels_, frame);
     } else {
-        const double row = phase_ * kPhases;
-        const auto below = static_cast<std::uint32_t>(row);
-        const auto between = static_cast<float>(row - below);
-        const float* const low = kernel_.data() + std::size_t{below} * kTaps;
-        const float* const high = low + kTaps;
-        std::fill_n(frame, channels_, 0.0F);
-        for (std::uint32_t tap = 0; tap < kTaps; ++tap) {
-            const float weight = low[tap] + between * (high[tap] - low[tap]);
-            const std::size_t at = (first + tap) & (size_ - 1);
-            for (std::uint32_t channel = 0; channel < channels_; ++channel) {
-                frame[channel] += weight * ring_[at * channels_ + channel];
-            }
-        }
+        const auto at = [&](std::uint32_t tap) {
+            return ring_.data() + ((first + tap) & (size_ - 1)) * channels_;
+        };
+        kernel_.read(phase_, channels_, at, frame);
     }
     phase_ += ratio_;
     const double whole = std::floor(phase_);

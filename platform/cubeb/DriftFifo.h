@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/SincKernel.h"
+
 namespace tqcubeb {
 
 /// What a microphone hears, from its thread to the thread that plays. Both have clocks of their
@@ -31,9 +33,6 @@ class DriftFifo {
     [[nodiscard]] double ratio() const noexcept { return ratio_; }
 
   private:
-    static constexpr std::uint32_t kTaps = 32;
-    static constexpr std::uint32_t kPhases = 256;
-
     void steer(std::uint64_t held, std::uint32_t frames) noexcept;
     void give(float* frame) noexcept;
 
@@ -41,7 +40,7 @@ class DriftFifo {
     const double sampleRate_;
     const std::uint32_t size_;  ///< frames
     std::vector<float> ring_;
-    std::vector<float> kernel_;  ///< kPhases + 1 rows of kTaps
+    const tqcommon::SincKernel kernel_;
     std::atomic<std::uint64_t> written_{0};
     std::atomic<std::uint64_t> read_{0};
 

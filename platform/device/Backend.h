@@ -3,6 +3,7 @@
 #include <CoreAudio/CoreAudioTypes.h>
 
 #include <optional>
+#include <string>
 
 #include "common/AudioView.h"
 
@@ -104,6 +105,11 @@ class Backend {
     }
     /// [any thread] The program wants requests of that length. As preferRate(); 0 takes it back.
     virtual bool preferDuration(Float64 /*seconds*/, bool /*mayWait*/) noexcept { return false; }
+    /// [host thread] The program wants to hear the microphone of that name; empty for the default.
+    /// False when there are none to choose from.
+    virtual bool preferMicrophone(const std::string& /*name*/) noexcept { return false; }
+    /// [any thread] Whether a microphone is open.
+    [[nodiscard]] virtual bool isHearing() const noexcept { return false; }
     /// [any thread] What the clients need that are there or about to come. A backend that gets
     /// ready for it waits at most a second, and not at all when it may not wait.
     virtual void expect(const ClientWants& /*wants*/, bool /*mayWait*/) noexcept {}

@@ -77,6 +77,9 @@ bool Device::take(std::string_view name) {
         if (preferredSeconds_ > 0) {
             backend_->preferDuration(preferredSeconds_, false);
         }
+        if (!preferredMicrophone_.empty()) {
+            static_cast<void>(backend_->preferMicrophone(preferredMicrophone_));
+        }
         told_ = 0;
         return true;
     }
@@ -129,6 +132,20 @@ bool Device::preferDuration(Float64 seconds) {
         preferredSeconds_ = seconds;
         return true;
     });
+}
+
+bool Device::preferMicrophone(const std::string& name) {
+    return asked([&](Backend& backend, bool /*mayWait*/) {
+        if (!backend.preferMicrophone(name)) {
+            return false;
+        }
+        preferredMicrophone_ = name;
+        return true;
+    });
+}
+
+bool Device::isHearing() {
+    return asked([](Backend& backend, bool /*mayWait*/) { return backend.isHearing(); });
 }
 
 void Device::meet() {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "device/Backend.h"
@@ -61,6 +62,11 @@ class Device final : private BackendHost {
     [[nodiscard]] bool preferRate(Float64 sampleRate);
     /// [any thread] The same for the length of a slice in seconds.
     bool preferDuration(Float64 seconds);
+
+    /// [host thread] The same for the microphone, by its name; empty for the default.
+    bool preferMicrophone(const std::string& name);
+    /// [host thread] Whether a microphone is open; false on a clock, whose microphone is silence.
+    [[nodiscard]] bool isHearing();
 
     /// [host thread] For calls of its own that a backend offers to programs.
     [[nodiscard]] Backend& backend() noexcept { return *backend_; }
@@ -127,6 +133,7 @@ class Device final : private BackendHost {
     std::atomic<bool> lost_{false};       ///< the backend has to be replaced
     Float64 preferredRate_ = 0;           ///< under verbs_; 0 while nobody asked for one
     Float64 preferredSeconds_ = 0;        ///< the same for the length of a slice
+    std::string preferredMicrophone_;     ///< the same; empty for the default
     /// Clients that are about to be added, who are to be heard and who listen.
     std::atomic<int> comingHeard_{0};
     std::atomic<int> comingHearing_{0};

@@ -19,8 +19,10 @@ namespace tqplatform {
 
 /// What the program would like. A device that cannot have it takes what comes near.
 struct HeardWish {
-    Float64 sampleRate = 0;  ///< Hz; 0 for the device's own
-    Float64 seconds = 0;     ///< of one request; 0 for what the device does best
+    Float64 sampleRate = 0;    ///< Hz; 0 for the device's own
+    Float64 seconds = 0;       ///< of one request; 0 for what the device does best
+    std::string microphone{};  ///< as the server has it; empty for its default
+    bool isToPlay = true;      ///< else it listens only, and nothing is opened to play on
 
     bool operator==(const HeardWish&) const = default;
 };
@@ -28,7 +30,8 @@ struct HeardWish {
 /// The keeper of the device, as the device sees it.
 class HeardHost {
   public:
-    /// [render thread] [real-time safe] As BackendHost::render().
+    /// [render thread] [real-time safe] As BackendHost::render(). A device that only listens gives
+    /// no room to play, and when the first frame was heard by the microphone.
     virtual void renderHeard(const BlockRequest& block) noexcept = 0;
     /// [any thread] Nothing is played any more: the device or its server is gone.
     virtual void lostHeard() noexcept = 0;
@@ -51,8 +54,11 @@ class HeardDevice {
     virtual std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) = 0;
     /// [host thread] Once. Requests come from here on. False when the device cannot play.
     [[nodiscard]] virtual bool start() = 0;
-    /// [host thread] Behind start(): whether it listens to the microphone; requests go on.
+    /// [host thread] Behind start(): whether it listens to the microphone; requests go on. Of a
+    /// device that only listens it changes nothing.
     virtual void hear(bool isHearing) = 0;
+    /// [host thread] Whether a microphone is open.
+    [[nodiscard]] virtual bool isHearing() const = 0;
     /// [host thread] Asks for nothing more and waits, half a second at most, until what was
     /// rendered has been played.
     virtual void finish() noexcept = 0;

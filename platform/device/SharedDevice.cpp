@@ -1,4 +1,5 @@
 #include <TQPlatform/DevicePause.h>
+#include <TQPlatform/Devices.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -61,6 +62,15 @@ Device& sharedDevice() {
 
 Boolean TQPauseDevice(UInt64 longestNanoseconds) {
     return tqplatform::pauseDevice(longestNanoseconds) ? 1 : 0;
+}
+
+OSStatus TQPreferMicrophone(const char* name) {
+    const bool isTaken = tqplatform::sharedDevice().preferMicrophone(name == nullptr ? "" : name);
+    return isTaken ? OSStatus{noErr} : OSStatus{kAudioUnitErr_Uninitialized};
+}
+
+Boolean TQIsHearing() {
+    return tqplatform::sharedDevice().isHearing() ? 1 : 0;
 }
 
 void TQResumeDevice() {

@@ -95,8 +95,8 @@ OSStatus IOUnit::hush() {
 }
 
 ClientWants IOUnit::wants() const noexcept {
-    const bool isHeard = !hushed_.load();
-    return {isHeard, isHeard && inputEnabled_};
+    const bool isThere = !hushed_.load();
+    return {isThere && outputEnabled_, isThere && inputEnabled_};
 }
 
 Device& IOUnit::knownDevice() {

@@ -19,7 +19,10 @@ constexpr char kUsage[] =
     "usage: tqplatform-devices [--tone]\n"
     "Lists the speakers and microphones of the sound server or driver that TQ_AUDIO_DEVICE names, "
     "or\n"
-    "of the first that answers. --tone plays two seconds of 440 Hz as programs of the platform "
+    "of the first that answers: kind, server, name, and in brackets what people call it. "
+    "tqaudiorecord\n"
+    "--mic=NAME records the microphone of that name. --tone plays two seconds of 440 Hz as "
+    "programs of the platform "
     "would.\n";
 constexpr int kUsageError = 1;
 constexpr int kNoDevice = 2;

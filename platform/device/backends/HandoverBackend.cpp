@@ -169,6 +169,13 @@ bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
     return true;
 }
 
+bool HandoverBackend::preferMicrophone(const std::string& name) noexcept {
+    std::unique_lock lock(care_.mutex);
+    care_.wish.microphone = name;
+    ask(lock, true);
+    return true;
+}
+
 void HandoverBackend::expect(const ClientWants& wants, bool mayWait) noexcept {
     std::unique_lock lock(care_.mutex);
     const bool isMore = (wants.bits() & ~care_.wants.bits()) != 0;
@@ -190,7 +197,7 @@ void HandoverBackend::ask(std::unique_lock<std::mutex>& lock, bool mayWait) noex
     const std::uint64_t mine = ++care_.requests;
     if (!care_.thread.joinable()) {
         // Nobody has to look after a device that nobody has asked for.
-        if (care_.isRefused || (!care_.meets && !care_.wants.heard)) {
+        if (care_.isRefused || (!care_.meets && care_.wants.bits() == 0)) {
             return;
         }
         try {
@@ -225,7 +232,8 @@ void HandoverBackend::forgetAfterFork() noexcept {
     std::construct_at(&clockVerbs_);
     static_cast<void>(device_.release());
     wasOpen_.store(false);
-    isInterrupted_ = false;
+    hasRun_ = isInterrupted_ = false;
+    isHearing_.store(false);
     isOffered_.store(false);
     isLost_.store(false);
     driver_.store(Driver::clock);

@@ -16,7 +16,7 @@
 
 namespace tqplatform {
 
-/// A device that is heard while somebody is to be heard, and a clock the rest of the time: before,
+/// A device while somebody is to be heard or listens, and a clock the rest of the time: before,
 /// behind and in every gap. Clients go on from one to the other between two requests; none is lost
 /// and none comes twice.
 ///
@@ -37,6 +37,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void stop() noexcept override;
     bool preferRate(Float64 sampleRate, bool mayWait) noexcept override;
     bool preferDuration(Float64 seconds, bool mayWait) noexcept override;
+    bool preferMicrophone(const std::string& name) noexcept override;
+    [[nodiscard]] bool isHearing() const noexcept override { return isHearing_.load(); }
     void expect(const ClientWants& wants, bool mayWait) noexcept override;
     void meet() noexcept override;
     bool hurry(Float64 seconds) noexcept override;
@@ -134,6 +136,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::atomic<std::uint64_t> heardRequests_{0};  ///< of the device, since it was made
     std::atomic<pid_t> process_{0};                ///< that has opened the device
     std::atomic<bool> isLost_{false};              ///< the device says so
+    std::atomic<bool> isHearing_{false};           ///< a microphone is open
 
     std::mutex clockVerbs_;               ///< held while the clock is started or stopped
     std::atomic<bool> isRunning_{false};  ///< there are clients
@@ -144,6 +147,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     HeardWish deviceWish_;
     std::string place_;
     std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
+    bool hasRun_ = false;               ///< it was started once
     bool isInterrupted_ = false;        ///< programs were told so
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;

@@ -40,7 +40,7 @@ void HandoverBackend::takeCare() {
             if (!care_.asked.wait_for(lock, kLookStep, isNews)) {
                 watch(lock);
             }
-        } else if (care_.wants.heard && wasOpen_.load()) {
+        } else if (care_.wants.bits() != 0 && wasOpen_.load()) {
             care_.asked.wait_for(lock, kRetryStep, isNews);
         } else {
             care_.asked.wait(lock, isNews);
@@ -51,25 +51,27 @@ void HandoverBackend::takeCare() {
 }
 
 void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
-    const bool isToPlay = care_.wants.heard && !care_.isRefused;
-    const HeardWish wish = care_.wish;
+    const bool isToRun = care_.wants.bits() != 0 && !care_.isRefused;
+    HeardWish wish = care_.wish;
+    wish.isToPlay = care_.wants.heard || !care_.wants.hearing;
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
     lock.unlock();
     const bool isLost = isLost_.load();
-    if (device_ != nullptr && (!isToPlay || isLost || wish != deviceWish_)) {
+    if (device_ != nullptr && (!isToRun || isLost || wish != deviceWish_)) {
         closeDevice(!isLost);
     }
     bool isThere = true;
-    if (isToPlay && device_ == nullptr) {
-        const bool wasOpen = wasOpen_.load();
+    if (isToRun && device_ == nullptr) {
+        // Where no microphone was ever heard, none has gone.
+        const bool isKnown = wish.isToPlay ? wasOpen_.load() : hasRun_;
         isThere = openDevice(wish, true);
         if (isLost && isThere) {
             tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
         } else if (isThere && isInterrupted_) {
             isInterrupted_ = false;
             tellInterruptionEnded();
-        } else if (!isThere && wasOpen && !isInterrupted_) {
+        } else if (!isThere && isKnown && !isInterrupted_) {
             isInterrupted_ = true;
             tellInterruptionBegan(AVAudioSessionInterruptionReasonRouteDisconnected);
         }
@@ -79,6 +81,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     if (device_ != nullptr) {
         device_->hear(isHearing);
     }
+    isHearing_.store(device_ != nullptr && device_->isHearing());
     lock.lock();
     if (!isThere && !wasOpen_.load() && !care_.isRefused) {
         care_.isRefused = true;
@@ -100,6 +103,7 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     }
     // The device may have taken over again meanwhile.
     static_cast<void>(settleClock());
+    isHearing_.store(device_->isHearing());
     const std::string place = device_->place();
     const bool hasMoved = !place.empty() && !place_.empty() && place != place_;
     place_ = place;
@@ -156,6 +160,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
         return false;
     }
     static_cast<void>(settleClock());
+    hasRun_ = true;
     return true;
 }
 
@@ -175,10 +180,11 @@ void HandoverBackend::playOutAtExit() noexcept {
 void HandoverBackend::closeDevice(bool isAlive) {
     isOffered_.store(false);
     driveByClock();
-    if (device_ != nullptr && isAlive) {
+    if (device_ != nullptr && isAlive && deviceWish_.isToPlay) {
         device_->finish();
     }
     device_.reset();
+    isHearing_.store(false);
 }
 
 void HandoverBackend::driveByClock() {

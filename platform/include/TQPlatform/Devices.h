@@ -25,6 +25,16 @@ typedef void (*TQDeviceListing)(void* refCon, const TQDeviceDescription* device)
  * may take a second. kAudioUnitErr_FailedInitialization when none answers. */
 AU_EXPORT OSStatus TQListDevices(TQDeviceListing each, void* refCon);
 
+/** [host thread] Units hear the microphone of that name (TQDeviceDescription.name) from now on;
+ * null or empty for the server's default. One that is not there is heard as soon as it is. Waits a
+ * second at most while a unit listens. kAudioUnitErr_Uninitialized when the process's device has
+ * none to choose from. */
+AU_EXPORT OSStatus TQPreferMicrophone(const char* name);
+
+/** [host thread] Whether a unit listens and a microphone is open for it; else what it hears is
+ * silence. */
+AU_EXPORT Boolean TQIsHearing(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <AVFoundation/AVFoundation.h>
+
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -22,6 +24,7 @@ struct Scene {
     std::mutex mutex;
     std::vector<std::string> verbs;
     std::atomic<bool> isThere{true};
+    std::atomic<bool> starts{true};
     DeviceFormat format{44100, 2, 1, 4096, 256};
     BackendHost* clock = nullptr;
     std::atomic<HeardHost*> heard{nullptr};
@@ -67,7 +70,7 @@ class MadeUpDevice final : public HeardDevice {
         scene.note("end device");
     }
     std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) override {
-        scene.note("open device");
+        scene.note(wish.isToPlay ? "open device" : "open microphone");
         scene.heard = &host;
         DeviceFormat format = scene.format;
         format.sampleRate = wish.sampleRate > 0 ? wish.sampleRate : format.sampleRate;
@@ -75,12 +78,19 @@ class MadeUpDevice final : public HeardDevice {
     }
     bool start() override {
         scene.note("start device");
+        if (!scene.starts) {
+            return false;
+        }
         scene.heard.load()->renderHeard({64, 0});
         return true;
     }
-    void hear(bool /*isHearing*/) override {}
+    void hear(bool isHearing) override { isHearing_ = isHearing; }
+    bool isHearing() const override { return isHearing_; }
     void finish() noexcept override { scene.note("finish device"); }
     std::string place() override { return "speakers"; }
+
+  private:
+    bool isHearing_ = false;
 };
 
 constexpr BackendRow kHandoverRows[] = {
@@ -95,7 +105,8 @@ constexpr BackendRow kHandoverRows[] = {
 
 class HandoverClient final : public DeviceClient {
   public:
-    explicit HandoverClient(bool isHeard) : isHeard_(isHeard) {}
+    explicit HandoverClient(bool isHeard, bool isHearing = false)
+        : isHeard_(isHeard), isHearing_(isHearing) {}
     void render(const DeviceSlice& slice) noexcept override {
         const std::lock_guard lock(mutex);
         blocks.push_back(slice.time->mSampleTime);
@@ -104,7 +115,7 @@ class HandoverClient final : public DeviceClient {
             slice.output.at(0, frame) = 0.5F;
         }
     }
-    ClientWants wants() const noexcept override { return {isHeard_, false}; }
+    ClientWants wants() const noexcept override { return {isHeard_, isHearing_}; }
 
     std::mutex mutex;
     std::vector<Float64> blocks;
@@ -112,6 +123,7 @@ class HandoverClient final : public DeviceClient {
 
   private:
     const bool isHeard_;
+    const bool isHearing_;
 };
 
 using Words = std::vector<std::string>;
@@ -175,6 +187,42 @@ TEST(Handover, WhoIsNotHeardIsNotInWhatIsPlayed) {
          .played = tqcommon::AudioView::interleaved(played.data(), 2, 10)});
     EXPECT_EQ(played[0], 0.5F);
     EXPECT_EQ(played[1], 0.0F);
+}
+
+TEST(Handover, WhoOnlyListensOpensNothingToPlayOn) {
+    Device& device = openBoth();
+    EXPECT_FALSE(device.isHearing());
+    HandoverClient listener(false, true), player(true);
+    ASSERT_TRUE(device.addClient(listener));
+    EXPECT_EQ(scene.noted(), (Words{"open microphone", "start device"}));
+    EXPECT_TRUE(device.isHearing());
+    ASSERT_TRUE(device.addClient(player));
+    EXPECT_EQ(scene.noted(),
+              (Words{"start clock", "end device", "open device", "start device", "stop clock"}))
+        << "what only listens has nothing to play out";
+    device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); }));
+    device.removeClient(listener);
+    ASSERT_TRUE(eventually([&] { return !device.isHearing(); }));
+}
+
+TEST(Handover, AMicrophoneThatWasNeverThereIsLookedForAndNoInterruption) {
+    Device& device = openBoth();
+    int notices = 0;
+    NSNotificationCenter::defaultCenter().addObserver(
+        &notices, [&](const NSNotification&) { ++notices; }, AVAudioSessionInterruptionNotification,
+        nullptr);
+    scene.starts = false;
+    HandoverClient listener(false, true);
+    ASSERT_TRUE(device.addClient(listener));
+    EXPECT_FALSE(device.isHearing());
+    scene.noted();
+    ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); })) << "again";
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return device.isHearing(); }));
+    EXPECT_EQ(notices, 0);
+    NSNotificationCenter::defaultCenter().removeObserver(&notices);
+    device.removeClient(listener);
 }
 
 TEST(Handover, TheClockGoesOnWhileTheDeviceIsGone) {
