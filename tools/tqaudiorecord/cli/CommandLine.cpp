@@ -164,6 +164,9 @@ class Parser {
         return app_.add_flag(names(entry) + "{" + entry.defaultText() + "}", flagTexts_[entry.name],
                              std::string(entry.brief));
     }
+    CLI::Option* added(const OptionEntry& entry, const SwitchWithText&) {
+        return app_.add_flag(names(entry) + "{}", flagTexts_[entry.name], std::string(entry.brief));
+    }
     CLI::Option* added(const OptionEntry& entry, std::string Options::*field) {
         CLI::Option* option =
             app_.add_option(names(entry), result_.*field, std::string(entry.brief));
@@ -199,6 +202,11 @@ class Parser {
             if (target != nullptr && isGiven(entry.name)) {
                 result_.*(target->isOn) = true;
                 result_.*(target->number) = std::strtod(flagTexts_.at(entry.name).c_str(), nullptr);
+            }
+            const auto* text = std::get_if<SwitchWithText>(&entry.target);
+            if (text != nullptr && isGiven(entry.name)) {
+                result_.*(text->isOn) = true;
+                result_.*(text->text) = flagTexts_.at(entry.name);
             }
         }
     }
@@ -291,6 +299,10 @@ class Parser {
         }
         if (o.replaySeconds && (toPipe || !o.pictureFile.empty() || o.maximumFileSeconds)) {
             return "--replay goes with neither --output -, --picture nor --max-file-time";
+        }
+        if (o.microphone && !o.microphoneInMix && o.tracksFolder.empty() &&
+            (toPipe || o.replaySeconds)) {
+            return "--mic has no file there: --tracks or --mic-in-mix is wanted";
         }
         if (o.maximumFileSeconds && toPipe && o.tracksFolder.empty()) {
             return "--max-file-time is for files, and --output - is none";

@@ -224,6 +224,26 @@ constexpr std::array kTable{
     },
     OptionEntry{
         .group = kControl,
+        .name = "mic",
+        .valueName = "DEVICE",
+        .target = SwitchWithText{&Options::microphone, &Options::microphoneName},
+        .brief = "Record the microphone as a track of its own (see tqplatform-devices)",
+        .manual =
+            "Record the microphone as a track of its own, number 8, on the time of the mix: the "
+            "default one of the sound server, or *DEVICE* as **tqplatform-devices** lists it. "
+            "It is not in the mix. Without **--tracks** and **--mic-in-mix** its file lies beside "
+            "the mix: out-microphone.wav.",
+    },
+    OptionEntry{
+        .group = kControl,
+        .name = "mic-in-mix",
+        .target = &Options::microphoneInMix,
+        .brief = "The microphone is in the mix as well",
+        .manual = "The microphone is in the mix as well.",
+        .needs = "mic",
+    },
+    OptionEntry{
+        .group = kControl,
         .name = "duck",
         .valueName = "DB",
         .target = SwitchWithNumber{&Options::duck, &Options::duckDecibels},
@@ -329,7 +349,8 @@ std::string numberText(double number) {
 }
 
 bool OptionEntry::takesArgument() const {
-    return !valueName.empty() && !std::holds_alternative<SwitchWithNumber>(target);
+    return !valueName.empty() && !std::holds_alternative<SwitchWithNumber>(target) &&
+           !std::holds_alternative<SwitchWithText>(target);
 }
 
 bool OptionEntry::isRepeatable() const {

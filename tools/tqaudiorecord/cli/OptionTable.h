@@ -32,10 +32,17 @@ struct SwitchWithNumber {
     double Options::*number;
 };
 
+/// A switch with a text that may follow behind an equals sign.
+struct SwitchWithText {
+    bool Options::*isOn;
+    std::string Options::*text;
+};
+
 /// Where the value of an option goes; the kind tells what the option takes.
 using OptionTarget = std::variant<Information, bool Options::*, ClearsField, SwitchWithNumber,
-                                  std::string Options::*, std::vector<std::string> Options::*,
-                                  double Options::*, std::optional<double> Options::*>;
+                                  SwitchWithText, std::string Options::*,
+                                  std::vector<std::string> Options::*, double Options::*,
+                                  std::optional<double> Options::*>;
 
 /// What a shell offers behind an option.
 enum class Completion { kNothing, kFile, kPngFile, kFolder, kFormat, kFileOrMicrophone };

@@ -10,6 +10,7 @@
 #include "output/PipeSink.h"
 #include "output/ReplaySink.h"
 #include "output/TracksSink.h"
+#include "output/VoiceSink.h"
 #include "view/Diagnosis.h"
 #include "view/Summary.h"
 
@@ -17,6 +18,11 @@ namespace tqrecorder {
 
 Outputs::Outputs(const Options& options, Screen& screen, int standardOutput)
     : options_(options), screen_(screen), standardOutput_(standardOutput) {
+    if (options.microphone) {
+        voice_.emplace(
+            [this](const Process& process, const Block& block) { SinkSet::block(process, block); },
+            options.microphoneInMix);
+    }
 }
 
 template <typename Kind>
@@ -87,9 +93,9 @@ std::vector<std::string> printableAll(const std::vector<std::string>& lines) {
 bool Outputs::arePlacesGood(std::string& error) const {
     const Options& o = options_;
     for (const std::string& path :
-         {o.replaySeconds ? std::string() : o.output, o.eventsFile, o.pictureFile}) {
-        const std::string first =
-            path == o.output && o.maximumFileSeconds ? firstNumbered(path) : path;
+         {o.replaySeconds ? std::string() : o.output, o.eventsFile, o.pictureFile, voiceFile()}) {
+        const bool isSound = path == o.output || path == voiceFile();
+        const std::string first = isSound && o.maximumFileSeconds ? firstNumbered(path) : path;
         error = path == "-" || first.empty() ? std::string() : whyNotWritten(first, o.overwrite);
         if (!error.empty()) {
             return false;
@@ -115,6 +121,13 @@ bool Outputs::arePlacesGood(std::string& error) const {
         places.push_back(path);
     }
     return true;
+}
+
+std::string Outputs::voiceFile() const {
+    const Options& o = options_;
+    const bool isBeside = o.microphone && !o.microphoneInMix && o.tracksFolder.empty() &&
+                          !o.replaySeconds && o.output != "-";
+    return isBeside ? VoiceSink::pathBeside(o.output) : std::string();
 }
 
 bool Outputs::open(std::string& error) {
@@ -164,6 +177,10 @@ bool Outputs::open(std::string& error) {
             return false;
         }
     }
+    if (!voiceFile().empty()) {
+        files_.push_back(&add(std::make_unique<VoiceSink>(
+            FileSeries::Plan{voiceFile(), &trackFormat(), o.maximumFileSeconds, o.overwrite})));
+    }
     if (!o.eventsFile.empty()) {
         auto sink = std::make_unique<EventsSink>(o.eventsFile, o.overwrite);
         events_ = sink.get();
@@ -191,6 +208,9 @@ void Outputs::tick(std::uint64_t elapsedMicroseconds) {
 }
 
 void Outputs::finish() {
+    if (voice_) {
+        voice_->finish();
+    }
     SinkSet::finish();
     showProblems();
 }
@@ -244,7 +264,8 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
         others.push_back(picture_->path());
     }
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
-                       printableAll(silence));
+                       printableAll(silence)) +
+           (options_.microphone ? voiceFacts_.line(options_.microphoneName) : "");
 }
 
 }  // namespace tqrecorder

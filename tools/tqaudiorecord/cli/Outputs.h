@@ -12,10 +12,12 @@
 #include "output/PauseTime.h"
 #include "output/PictureSink.h"
 #include "output/SinkSet.h"
+#include "output/VoiceTrack.h"
 #include "output/files/FileNames.h"
 #include "view/Meter.h"
 #include "view/Observer.h"
 #include "view/Screen.h"
+#include "view/VoiceFacts.h"
 
 namespace tqrecorder {
 
@@ -30,6 +32,8 @@ class Outputs : public SinkSet {
     /// False with one line in `error`.
     [[nodiscard]] bool open(std::string& error);
 
+    void heard(const HeardBlock& block) override;
+    void processEnded(const Process& process, const HostFacts& facts) override;
     /// All but the meter goes on in a pause without what is in it.
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
@@ -55,6 +59,8 @@ class Outputs : public SinkSet {
     template <typename Kind>
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
+    /// The microphone's own file; empty where it has none.
+    [[nodiscard]] std::string voiceFile() const;
     void showProblems();
     [[nodiscard]] std::uint64_t lostOutsidePauses(const Block& block) const;
     [[nodiscard]] ControlAnswer save(std::optional<double> seconds);
@@ -71,6 +77,8 @@ class Outputs : public SinkSet {
     std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
     Observer* observer_ = nullptr;
     PauseTime pauses_;
+    std::optional<VoiceTrack> voice_;  ///< with --mic
+    VoiceFacts voiceFacts_;
     std::vector<FilesSink*> files_;
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;

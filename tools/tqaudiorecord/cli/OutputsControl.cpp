@@ -28,7 +28,27 @@ void Outputs::block(const Process& process, const Block& block) {
     Block moved = block;
     moved.microseconds -= pauses_.before(block.microseconds);
     moved.lostFrames = lostOutsidePauses(block);
-    SinkSet::block(process, moved);
+    if (voice_) {
+        voice_->block(process, moved);
+    } else {
+        SinkSet::block(process, moved);
+    }
+}
+
+void Outputs::heard(const HeardBlock& block) {
+    voiceFacts_.add(block);
+    if (voice_ && !pauses_.isWithin(block.microseconds)) {
+        HeardBlock moved = block;
+        moved.microseconds -= pauses_.before(block.microseconds);
+        voice_->heard(moved);
+    }
+}
+
+void Outputs::processEnded(const Process& process, const HostFacts& facts) {
+    if (voice_) {
+        voice_->ended(process);
+    }
+    SinkSet::processEnded(process, facts);
 }
 
 void Outputs::lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) {

@@ -90,6 +90,9 @@ int record(Options options, Screen& screen) {
     if (options.isOutputChosen && !options.quiet) {
         complain(screen, "recording to " + options.output);
     }
+    for (const std::string& warning : session.warnings()) {
+        complain(screen, warning);
+    }
     const RecordingResult result = session.run();
     // Nothing is held up any more.
     screen.settle();

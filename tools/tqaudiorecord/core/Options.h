@@ -57,6 +57,11 @@ struct Options {
     double attackSeconds = 0.01;
     double releaseSeconds = 0.2;
 
+    // The user's own voice.
+    bool microphone = false;
+    std::string microphoneName;    ///< as tqplatform-devices lists it; empty for the default
+    bool microphoneInMix = false;  ///< else it is a track only
+
     bool armGuard = true;
     double ringSeconds = 10;  ///< of sound that the shared ring holds
 };

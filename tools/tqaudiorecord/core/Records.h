@@ -48,6 +48,18 @@ struct Block {
     std::uint64_t lostFrames = 0;       ///< of this stream, right before it, that did not arrive
 };
 
+/// A block of what the recorder's own microphone hears.
+struct HeardBlock {
+    std::uint64_t microseconds = 0;  ///< host time of its first frame
+    std::uint32_t channels = 0;
+    std::span<const float> samples;  ///< interleaved, whole frames at the mix's rate
+    bool isOpen = false;             ///< else no microphone is there, and this is silence
+};
+
+/// Its number beside those of the tracks, and what stands for its unit.
+inline constexpr int kMicrophoneTrack = 8;
+inline constexpr std::string_view kMicrophoneName = "microphone";
+
 /// An event of the library.
 struct Event {
     std::uint64_t microseconds = 0;  ///< host time

@@ -18,6 +18,8 @@ class Sink {
 
     virtual void processBegan(const Process&) {}
     virtual void block(const Process&, const Block&) {}
+    /// What the microphone heard, with --mic; the one who gets it lays it beside the mix.
+    virtual void heard(const HeardBlock&) {}
     /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call. Which
     /// stream they are missing from says Block::lostFrames.
     virtual void lost(const Process&, std::uint64_t /*blocks*/, std::uint64_t /*bytes*/) {}

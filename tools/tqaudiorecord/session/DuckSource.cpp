@@ -1,20 +1,18 @@
 #include "session/DuckSource.h"
 
-#include <AudioToolbox/AudioToolbox.h>
 #include <sndfile.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <cmath>
 #include <vector>
+
+#include "session/Microphone.h"
 
 namespace tqrecorder {
 namespace {
 
 constexpr float kSilence = -1000;
 constexpr double kWindowSeconds = 0.02;
-constexpr std::size_t kLargestSlice = 8192;
 /// 6 hours of windows. What follows in a longer file counts as silence.
 constexpr std::size_t kMostWindows = 1'080'000;
 
@@ -58,98 +56,26 @@ class FileLevel final : public DuckSource {
     std::vector<float> levels_;
 };
 
-/// The platform's microphone, opened in the recorder: in the host its unit would look like one of
-/// the host's own.
 class MicrophoneLevel final : public DuckSource {
   public:
-    ~MicrophoneLevel() override {
-        if (unit_ != nullptr) {
-            AudioOutputUnitStop(unit_);
-            AudioUnitUninitialize(unit_);
-            AudioComponentInstanceDispose(unit_);
-        }
-    }
-    [[nodiscard]] bool start(std::string& error) {
-        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
-                                               kAudioUnitManufacturer_Apple, 0, 0};
-        constexpr double kSampleRate = 48000;
-        const UInt32 on = 1;
-        const UInt32 off = 0;
-        AudioStreamBasicDescription format{};
-        format.mSampleRate = kSampleRate;
-        format.mFormatID = kAudioFormatLinearPCM;
-        format.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
-        format.mBytesPerPacket = sizeof(float);
-        format.mFramesPerPacket = 1;
-        format.mBytesPerFrame = sizeof(float);
-        format.mChannelsPerFrame = 1;
-        format.mBitsPerChannel = 32;
-        const AURenderCallbackStruct callback{&MicrophoneLevel::listen, this};
-        OSStatus status =
-            AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
-        const auto set = [&](AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
-                             const void* data, UInt32 size) {
-            if (status == noErr) {
-                status = AudioUnitSetProperty(unit_, id, scope, element, data, size);
-            }
-        };
-        set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, &on, sizeof on);
-        set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0, &off, sizeof off);
-        set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1, &format, sizeof format);
-        set(kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0, &callback,
-            sizeof callback);
-        status = status == noErr ? AudioUnitInitialize(unit_) : status;
-        status = status == noErr ? AudioOutputUnitStart(unit_) : status;
-        if (status != noErr) {
-            error =
-                "the microphone cannot be opened: the platform answers " + std::to_string(status);
-        }
-        return status == noErr;
-    }
+    explicit MicrophoneLevel(const Microphone& microphone) : microphone_(microphone) {}
     [[nodiscard]] float level(std::uint64_t /*microseconds*/) override {
-        return level_.load(std::memory_order_relaxed);
+        return microphone_.level();
     }
 
   private:
-    /// [render thread]
-    static OSStatus listen(void* refCon, AudioUnitRenderActionFlags* flags,
-                           const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
-                           AudioBufferList* /*data*/) noexcept {
-        auto& self = *static_cast<MicrophoneLevel*>(refCon);
-        if (frames > kLargestSlice) {
-            return kAudioUnitErr_TooManyFramesToProcess;
-        }
-        AudioBufferList list{};
-        list.mNumberBuffers = 1;
-        list.mBuffers[0].mNumberChannels = 1;
-        list.mBuffers[0].mDataByteSize = frames * static_cast<UInt32>(sizeof(float));
-        list.mBuffers[0].mData = self.heard_.data();
-        const OSStatus status = AudioUnitRender(self.unit_, flags, time, bus, frames, &list);
-        if (status == noErr) {
-            double squares = 0;
-            for (UInt32 i = 0; i < frames; ++i) {
-                squares +=
-                    static_cast<double>(self.heard_[i]) * static_cast<double>(self.heard_[i]);
-            }
-            self.level_.store(decibels(squares, frames), std::memory_order_relaxed);
-        }
-        return status;
-    }
-
-    AudioUnit unit_ = nullptr;
-    std::array<float, kLargestSlice> heard_{};
-    std::atomic<float> level_{kSilence};
+    const Microphone& microphone_;
 };
 
 }  // namespace
 
-std::unique_ptr<DuckSource> DuckSource::open(const std::string& source, std::string& error) {
-    if (source == "microphone") {
-        auto microphone = std::make_unique<MicrophoneLevel>();
-        return microphone->start(error) ? std::move(microphone) : nullptr;
-    }
+std::unique_ptr<DuckSource> DuckSource::open(const std::string& path, std::string& error) {
     auto file = std::make_unique<FileLevel>();
-    return file->read(source, error) ? std::move(file) : nullptr;
+    return file->read(path, error) ? std::move(file) : nullptr;
+}
+
+std::unique_ptr<DuckSource> DuckSource::of(const Microphone& microphone) {
+    return std::make_unique<MicrophoneLevel>(microphone);
 }
 
 }  // namespace tqrecorder

@@ -6,6 +6,8 @@
 
 namespace tqrecorder {
 
+class Microphone;
+
 /// The level that decides when the host's own output is turned down. [one host thread at a time]
 class DuckSource {
   public:
@@ -13,9 +15,11 @@ class DuckSource {
     /// dBFS at that time of the recording, RMS of about 20 ms.
     [[nodiscard]] virtual float level(std::uint64_t microseconds) = 0;
 
-    /// "microphone", or the path of a sound file. Null with the reason in `error`.
-    [[nodiscard]] static std::unique_ptr<DuckSource> open(const std::string& source,
+    /// A sound file. Null with the reason in `error`.
+    [[nodiscard]] static std::unique_ptr<DuckSource> open(const std::string& path,
                                                           std::string& error);
+    /// What it hears at the moment. It outlives the source.
+    [[nodiscard]] static std::unique_ptr<DuckSource> of(const Microphone& microphone);
 };
 
 }  // namespace tqrecorder

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ipc/Printable.h"
+#include "session/Microphone.h"
 
 namespace tqrecorder {
 namespace {
@@ -44,11 +45,8 @@ bool RecordingSession::prepare(std::string& error) {
         error = "the library to be loaded into COMMAND is missing; is the installation whole?";
         return false;
     }
-    if (options_.duck && !options_.duckOn.empty()) {
-        duckSource_ = DuckSource::open(options_.duckOn, error);
-        if (duckSource_ == nullptr) {
-            return false;
-        }
+    if (!listen(error)) {
+        return false;
     }
     if (!acceptor_.open(error)) {
         return false;
@@ -62,6 +60,35 @@ bool RecordingSession::prepare(std::string& error) {
         return false;
     }
     isPrepared_ = true;
+    return true;
+}
+
+/// Opens what decides when to duck, and the microphone.
+bool RecordingSession::listen(std::string& error) {
+    const bool isDuckedByVoice = options_.duck && options_.duckOn == kMicrophoneName;
+    if (options_.duck && !options_.duckOn.empty() && !isDuckedByVoice) {
+        duckSource_ = DuckSource::open(options_.duckOn, error);
+        if (duckSource_ == nullptr) {
+            return false;
+        }
+    }
+    if (!options_.microphone && !isDuckedByVoice) {
+        return true;
+    }
+    microphone_ = std::make_unique<Microphone>();
+    if (!microphone_->start(options_.microphoneName, error)) {
+        return false;
+    }
+    if (isDuckedByVoice) {
+        duckSource_ = DuckSource::of(*microphone_);
+    }
+    if (!Microphone::isOpen()) {
+        const std::string name =
+            options_.microphoneName.empty() ? "" : " called " + printable(options_.microphoneName);
+        warnings_.push_back("there is no microphone" + name +
+                            "; tqplatform-devices lists what there is" +
+                            (isDuckedByVoice ? ". Nothing is ducked before one comes" : ""));
+    }
     return true;
 }
 
@@ -246,6 +273,9 @@ void RecordingSession::takeConnection(Connection connection) {
 
 void RecordingSession::drain(milliseconds turn) {
     isMoreLeft_ = false;
+    if (options_.microphone) {
+        microphone_->take([this](const HeardBlock& block) { sink_.heard(block); });
+    }
     const milliseconds share = std::max(
         kLeastTurn,
         turn / static_cast<milliseconds::rep>(std::max<std::size_t>(1, processes_.size())));

@@ -22,6 +22,8 @@
 
 namespace tqrecorder {
 
+class Microphone;
+
 /// How a recording went.
 struct RecordingResult {
     enum class End { kNotStarted, kHostEnded, kDuration, kSignal, kSink };
@@ -52,6 +54,8 @@ class RecordingSession {
     /// From here on SIGINT, SIGTERM, SIGHUP and SIGUSR1 of this thread are taken by run().
     [[nodiscard]] bool prepare(std::string& error);
     [[nodiscard]] const HostProgram& program() const { return program_; }
+    /// Behind prepare(): what the user should know before the command is started; one line each.
+    [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
 
     /// Records to the end; calls prepare() first if it was not called. Call it once.
     [[nodiscard]] RecordingResult run();
@@ -59,6 +63,7 @@ class RecordingSession {
   private:
     using Clock = std::chrono::steady_clock;
 
+    [[nodiscard]] bool listen(std::string& error);
     [[nodiscard]] bool launch(std::string& error);
     [[nodiscard]] std::uint64_t soundBytes() const;
     void loop(RecordingResult& result);
@@ -97,7 +102,9 @@ class RecordingSession {
     std::string gate_;
     bool isPrepared_ = false;
     HostProgram program_;
+    std::unique_ptr<Microphone> microphone_;  ///< with --mic, or where it ducks
     std::unique_ptr<DuckSource> duckSource_;
+    std::vector<std::string> warnings_;
     Acceptor acceptor_;
     ControlServer control_;
     std::vector<tqcommon::Descriptor> waitForEnd_;  ///< clients that asked for the end

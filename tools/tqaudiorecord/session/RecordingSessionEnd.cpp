@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "session/EndingExcuse.h"
+#include "session/Microphone.h"
 #include "session/RecordingSession.h"
 
 namespace tqrecorder {
@@ -84,6 +85,9 @@ void RecordingSession::tellOnce(bool& isTold, const std::string& line) {
 
 void RecordingSession::finish(RecordingResult& result) {
     drain(kLastTurn);
+    if (microphone_ != nullptr) {
+        microphone_->stop();
+    }
     noteThoseThatRanOn(result);
     for (const auto& process : processes_) {
         process->tellNumbers(sink_);

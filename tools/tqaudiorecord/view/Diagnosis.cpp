@@ -17,7 +17,8 @@ std::string counted(std::uint64_t count, const std::string& what) {
 
 bool heard(const ProcessState& state) {
     for (const auto& [track, source] : state.sources) {
-        if (source.whole.peak() > 0) {
+        // The microphone's sound is none of the program's.
+        if (track != kMicrophoneTrack && source.whole.peak() > 0) {
             return true;
         }
     }
@@ -26,8 +27,9 @@ bool heard(const ProcessState& state) {
 
 /// Whether any unit's own blocks came. The mix alone says nothing: it goes on without units.
 bool hasTrack(const ProcessState& state) {
-    return std::any_of(state.sources.begin(), state.sources.end(),
-                       [](const auto& one) { return one.first != 0 && one.second.frames > 0; });
+    return std::any_of(state.sources.begin(), state.sources.end(), [](const auto& one) {
+        return one.first != 0 && one.first != kMicrophoneTrack && one.second.frames > 0;
+    });
 }
 
 /// Whether the process may play at all, as far as is known of it: a launcher does not.

@@ -99,6 +99,25 @@ TEST(CommandLineTest, DuckTakesAValueOnlyBehindAnEqualsSign) {
     EXPECT_EQ(parse({"--duck=-2.5", "game"}).options.duckDecibels, -2.5);
 }
 
+TEST(CommandLineTest, TheMicrophoneIsNamedOnlyBehindAnEqualsSign) {
+    const CommandLine line = parse({"--mic", "game"});
+    ASSERT_TRUE(line.proceed) << line.error;
+    EXPECT_TRUE(line.options.microphone);
+    EXPECT_EQ(line.options.microphoneName, "");
+    EXPECT_FALSE(line.options.microphoneInMix);
+    EXPECT_THAT(line.options.command, ElementsAre("game"));
+    EXPECT_EQ(parse({"--mic=usb.1", "--mic-in-mix", "game"}).options.microphoneName, "usb.1");
+    EXPECT_FALSE(parse({"game"}).options.microphone);
+    EXPECT_FALSE(parse({"--mic-in-mix", "game"}).proceed);
+}
+
+TEST(CommandLineTest, TheMicrophoneWantsAPlaceForItsSound) {
+    EXPECT_FALSE(parse({"--mic", "-o", "-", "game"}).proceed);
+    EXPECT_FALSE(parse({"--mic", "--replay", "9", "-o", "a.wav", "game"}).proceed);
+    EXPECT_TRUE(parse({"--mic", "--mic-in-mix", "-o", "-", "game"}).proceed);
+    EXPECT_TRUE(parse({"--mic", "--tracks", "t", "-o", "-", "game"}).proceed);
+}
+
 TEST(CommandLineTest, GuardCommandsNameOneProgram) {
     EXPECT_EQ(parse({"guard", "status", "./game"}).options.action, Options::Action::kGuardStatus);
     EXPECT_EQ(parse({"guard", "arm", "game"}).options.action, Options::Action::kGuardArm);

@@ -1,0 +1,184 @@
+// The user's microphone beside a program that is recorded. It hears what the program plays: it is
+// the monitor of the same sink.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "DeviceRun.h"
+#include "bridges/programs/RecordedRun.h"
+#include "support/servers/PulseServer.h"
+#include "support/sound/Comparison.h"
+
+namespace {
+
+using namespace tqtest;
+
+constexpr double kMixRate = 44100;
+constexpr double kAudible = 0.02;
+
+/// Seconds before the first frame that is heard.
+double onsetOf(const Sound& sound, std::size_t from = 0) {
+    std::size_t frame = from;
+    while (frame < sound.frames() && std::abs(sound.value(frame, 0)) < kAudible) {
+        ++frame;
+    }
+    return static_cast<double>(frame) / sound.format.rate;
+}
+
+double loudestOf(const Sound& sound) {
+    double loudest = 0;
+    for (std::size_t frame = 0; frame < sound.frames(); ++frame) {
+        loudest = std::max(loudest, std::abs(sound.value(frame, 0)));
+    }
+    return loudest;
+}
+
+class RecordedMicrophone : public programruns::RecordedRun {
+  protected:
+    /// The recorder with those options on the player with those steps; files begin together.
+    [[nodiscard]] ProgramSetup setup(const std::vector<std::string>& options,
+                                     const std::vector<std::string>& steps) const {
+        ProgramSetup setup = devicePlayer(server_.environment(), "cubeb", steps);
+        std::vector<std::string> recorder{TQ_TEST_RECORDER, "-o", file("mix.wav")};
+        recorder.insert(recorder.end(), options.begin(), options.end());
+        recorder.emplace_back("--");
+        setup.arguments.insert(setup.arguments.begin(), recorder.begin(), recorder.end());
+        setup.environment["XDG_CACHE_HOME"] = file("caches");
+        return setup;
+    }
+    [[nodiscard]] ProgramEnd record(const std::vector<std::string>& options,
+                                    const std::vector<std::string>& steps) const {
+        return runProgram(kept(setup(options, steps), folder_.path()));
+    }
+    [[nodiscard]] std::string file(const std::string& name) const { return folder_.file(name); }
+    std::string pactl(std::vector<std::string> words) const {
+        words.insert(words.begin(), "pactl");
+        return runProgram({.arguments = words, .environment = server_.environment()}).output;
+    }
+
+    /// The first whose name has that in it.
+    [[nodiscard]] Sound track(const std::string& name) const {
+        for (const auto& one : std::filesystem::directory_iterator(file("tracks"))) {
+            if (one.path().filename().string().find(name) != std::string::npos) {
+                return readWav(one.path());
+            }
+        }
+        return {};
+    }
+
+    PulseServer server_{devicePlayerFormat()};
+    const TemporaryFolder folder_;
+    const std::vector<std::string> noise_{"start", "sleep:0.2", "end", "stop", "sleep:0.5"};
+};
+
+TEST_F(RecordedMicrophone, LiesBesideTheProgramsOwnTrackAndNotInTheMix) {
+    const ProgramEnd end = record({"--mic", "--tracks", file("tracks"), "--from-start"},
+                                  {"start2", "sleep:2.5", "stop2", "sleep:1"});
+    EXPECT_EQ(end.code, 0) << end.text();
+    const Sound program = track("unit-");
+    const Sound voice = track("microphone");
+    EXPECT_EQ(voice.format.rate, 44100);
+    EXPECT_NEAR(onsetOf(voice), onsetOf(program), 0.02) << end.text();
+    EXPECT_NEAR(frequencyOf(voice.part(44100, 40000)), 440, 0.5);
+    // Twice the same sound would be twice as loud, or another.
+    EXPECT_NEAR(loudestOf(readWav(file("mix.wav"))), 0.5, 0.01);
+    EXPECT_EQ(end.text().find("Microphone"), std::string::npos) << end.text();
+}
+
+TEST_F(RecordedMicrophone, WithoutAFolderOfTracksItHasAFileBesideTheMix) {
+    const ProgramEnd end = record({"--mic=cap.monitor"}, noise_);
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NEAR(onsetOf(readWav(file("mix-microphone.wav"))), onsetOf(readWav(file("mix.wav"))),
+                0.5);
+    EXPECT_GT(loudestOf(readWav(file("mix-microphone.wav"))), 0.3);
+}
+
+TEST_F(RecordedMicrophone, IsInTheMixWhenAskedFor) {
+    pactl({"load-module", "module-null-sink", "sink_name=voice", "rate=48000", "format=float32le"});
+    writeWav(tone({48000, 2, Encoding::S16}, 480000, 1000), file("voice.wav"));
+    const Kept voice({.arguments = {"paplay", "-d", "voice", file("voice.wav")},
+                      .environment = server_.environment()},
+                     folder_.path());
+    const ProgramEnd end = record({"--mic=voice.monitor", "--mic-in-mix"},
+                                  {"start2", "sleep:2.5", "stop2", "sleep:0.5"});
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_GT(loudestOf(readWav(file("mix.wav"))), 0.9) << "half and half: " << end.text();
+    EXPECT_FALSE(std::filesystem::exists(file("mix-microphone.wav")));
+}
+
+TEST_F(RecordedMicrophone, OneThatIsNotThereIsSaidAtOnceAndInTheSummary) {
+    const ProgramEnd end = record({"--mic=none"}, noise_);
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(
+        end.errors.find("tqaudiorecord: there is no microphone called none; tqplatform-devices"),
+        std::string::npos)
+        << end.text();
+    EXPECT_NE(end.text().find("Microphone none: there was none"), std::string::npos);
+    EXPECT_EQ(end.errors.find("using null"), std::string::npos) << end.errors;
+}
+
+TEST_F(RecordedMicrophone, OneThatIsMutedIsSaid) {
+    pactl({"set-source-mute", "cap.monitor", "1"});
+    const ProgramEnd end = record({"--mic"}, noise_);
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("Microphone: it heard nothing at all; is it muted"),
+              std::string::npos)
+        << end.text();
+}
+
+TEST_F(RecordedMicrophone, WithoutAServerTheRecordingGoesOn) {
+    Environment none = withoutServers(folder_);
+    ProgramSetup recorder = setup({"--mic"}, noise_);
+    recorder.environment.insert(none.begin(), none.end());
+    recorder.environment["PULSE_SERVER"] = none["PULSE_SERVER"];
+    recorder.environment["TQ_AUDIO_DEVICE"] = "auto";
+    const ProgramEnd end = runProgram(kept(recorder, folder_.path()));
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.errors.find("there is no microphone"), std::string::npos) << end.text();
+    EXPECT_NE(end.text().find("Microphone: there was none"), std::string::npos) << end.text();
+}
+
+TEST_F(RecordedMicrophone, IsSilenceWhileItsServerIsAwayAndIsHeardAgain) {
+    const std::string back = file("back");
+    Kept program(setup({"--mic", "--tracks", file("tracks"), "--from-start"},
+                       {"start2", "sleep:1", "say", "await:" + back, "start", "end", "stop",
+                        "stop2", "sleep:0.3"}),
+                 folder_.path());
+    const auto says = [&](const char* line) {
+        return eventually([&] { return program.text().find(line) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("descriptors=")) << program.text();
+    server_.kill();
+    ASSERT_TRUE(says("interruption=1")) << program.text();
+    server_.start();
+    ASSERT_TRUE(says("interruption=0")) << program.text();
+    std::ofstream(back) << "back";
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("Microphone: it was away for"), std::string::npos) << end.text();
+    const Sound voice = track("microphone");
+    const Sound mix = readWav(file("mix.wav"));
+    EXPECT_NEAR(static_cast<double>(voice.frames()), static_cast<double>(mix.frames()), kMixRate)
+        << "the silence is as long as it was away";
+    EXPECT_GT(loudestOf(voice.part(0, 44100)), 0.3);
+    EXPECT_GT(loudestOf(voice.part(voice.frames() - 88200, 88200)), 0.3) << end.text();
+}
+
+TEST_F(RecordedMicrophone, DucksTheProgramWhileItIsLoud) {
+    pactl({"load-module", "module-null-sink", "sink_name=voice", "rate=48000"});
+    pactl({"set-default-source", "voice.monitor"});
+    writeWav(tone({48000, 2, Encoding::S16}, 960000, 1000), file("voice.wav"));
+    const Kept voice({.arguments = {"paplay", "-d", "voice", file("voice.wav")},
+                      .environment = server_.environment()},
+                     folder_.path());
+    const ProgramEnd end = record(
+        {"--duck=-20", "--duck-on", "microphone", "--attack", "0.001", "--tracks", file("tracks")},
+        {"start2", "sleep:2.5", "stop2", "sleep:0.5"});
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NEAR(loudestOf(track("unit-").part(72000, 20000)), 0.05, 0.01) << end.text();
+    EXPECT_FALSE(std::filesystem::exists(file("tracks/track-8-microphone.wav")));
+}
+
+}  // namespace

@@ -1,0 +1,145 @@
+#include "output/VoiceTrack.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "SinkFixture.h"
+
+namespace {
+
+using namespace tqrecorder;
+using namespace tqrecorder::test;
+
+constexpr std::size_t kMixBlock = 441;
+/// What programs play is in their tracks later than it is heard: so the microphone is laid there.
+constexpr std::size_t kLaterFrames = 1544;
+
+/// Blocks of 10 ms of a mix and of a microphone, both constant, and what comes out.
+class Voices : public testing::Test {
+  protected:
+    void begin(bool isInMix) {
+        track_.emplace(
+            [this](const Process& process, const Block& block) {
+                auto& out = out_[{process.id, block.track}];
+                const double wanted = static_cast<double>(block.microseconds - kStart) * 44.1e-3;
+                const std::size_t width = block.format.bitsPerChannel / 8;
+                out.resize(std::max(out.size(), static_cast<std::size_t>(std::llround(wanted))));
+                for (std::size_t at = 0; at < block.frames.size();
+                     at += block.format.frameBytes()) {
+                    out.push_back(valueOf(block.frames.subspan(at, width)));
+                }
+            },
+            isInMix);
+    }
+    static double valueOf(std::span<const std::byte> sample) {
+        if (sample.size() == 2) {
+            std::int16_t value = 0;
+            std::memcpy(&value, sample.data(), 2);
+            return value / 32768.0;
+        }
+        float value = 0;
+        std::memcpy(&value, sample.data(), 4);
+        return static_cast<double>(value);
+    }
+    void mix(const Process& process, int from, int to, std::int16_t level = 8192) {
+        const std::vector<std::int16_t> samples(2 * kMixBlock, level);
+        for (int block = from; block < to; ++block) {
+            track_->block(process, {.track = 0,
+                                    .unit = {},
+                                    .format = kMixFormat,
+                                    .microseconds = at(static_cast<std::size_t>(block) * kMixBlock),
+                                    .frames = std::as_bytes(std::span(samples))});
+        }
+    }
+    void hear(int from, int to, float level = 0.125F) {
+        const std::vector<float> samples(kMixBlock, level);
+        for (int block = from; block < to; ++block) {
+            track_->heard({at(static_cast<std::size_t>(block) * kMixBlock), 1, samples, true});
+        }
+    }
+    std::vector<double>& out(int process, int track) { return out_[{process, track}]; }
+
+    std::optional<VoiceTrack> track_;
+    std::map<std::pair<int, int>, std::vector<double>> out_;
+    const Process game_ = process(1, "game", true);
+    const Process other_ = process(2, "other", false);
+};
+
+TEST_F(Voices, ItIsATrackOfItsOwnAndTheMixIsAsItWas) {
+    begin(false);
+    hear(0, 5);
+    for (int block = 0; block < 100; ++block) {
+        mix(game_, block, block + 1);
+        hear(block + 5, block + 6);
+    }
+    const auto& voice = out(1, kMicrophoneTrack);
+    EXPECT_EQ(voice.at(kLaterFrames - 20), 0.0);
+    EXPECT_EQ(voice.at(kLaterFrames + 20), 0.125);
+    EXPECT_EQ(voice.back(), 0.125);
+    for (const double value : out(1, 0)) {
+        ASSERT_EQ(value, 0.25);
+    }
+}
+
+TEST_F(Voices, InTheMixItIsAddedWhereItWasHeard) {
+    begin(true);
+    hear(0, 20, 0);
+    mix(game_, 0, 30);
+    hear(20, 40);
+    mix(game_, 30, 60);
+    hear(40, 60);
+    track_->ended(game_);
+    const auto& all = out(1, 0);
+    ASSERT_GE(all.size(), 60 * kMixBlock);
+    EXPECT_EQ(all.at(10 * kMixBlock), 0.25);
+    EXPECT_EQ(all.at(20 * kMixBlock + kLaterFrames - 20), 0.25);
+    EXPECT_EQ(all.at(20 * kMixBlock + kLaterFrames + 20), 0.375);
+    EXPECT_EQ(all.at(59 * kMixBlock), 0.375);
+}
+
+TEST_F(Voices, TooLoudASumIsCut) {
+    begin(true);
+    mix(game_, 0, 1, 32000);
+    hear(0, 20, 0.5F);
+    mix(game_, 1, 20, 32000);
+    track_->finish();
+    EXPECT_NEAR(out(1, 0).at(10 * kMixBlock), 1, 0.001);
+}
+
+TEST_F(Voices, AMixDoesNotWaitForAMicrophoneThatSaysNothing) {
+    begin(true);
+    mix(game_, 0, 100);
+    EXPECT_GE(out(1, 0).size(), 40 * kMixBlock);
+    EXPECT_EQ(out(1, 0).back(), 0.25);
+}
+
+TEST_F(Voices, InAMixThatStandsStillItIsHeardAllTheSame) {
+    begin(true);
+    hear(0, 10);
+    mix(game_, 0, 10);
+    hear(10, 500);
+    const auto& all = out(1, 0);
+    EXPECT_GE(all.size(), 300 * kMixBlock);
+    EXPECT_EQ(all.at(200 * kMixBlock), 0.125);
+    mix(game_, 490, 500);
+    hear(500, 520);
+    track_->finish();
+    EXPECT_EQ(all.at(495 * kMixBlock), 0.375);
+}
+
+TEST_F(Voices, WhenItsProcessEndsItGoesOnWithTheNext) {
+    begin(false);
+    mix(game_, 0, 10);
+    hear(0, 10);
+    mix(other_, 0, 10);
+    track_->ended(game_);
+    mix(other_, 10, 12);
+    hear(10, 20);
+    EXPECT_TRUE(out(1, 0).size() == 10 * kMixBlock);
+    EXPECT_EQ(out(2, kMicrophoneTrack).back(), 0.125);
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+#include "output/VoiceTrack.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "output/FilesSink.h"
+
+namespace tqrecorder {
+namespace {
+
+constexpr double kRate = 44100;  ///< of the mix, and of what the microphone gives
+constexpr std::uint32_t kMixChannels = 2;
+/// What programs play is in their tracks later than it is heard, by the blocks it waits for.
+/// Measured on PulseAudio (docs/devices.md): 22 to 54 ms.
+constexpr double kTracksLaterSeconds = 0.035;
+/// A mix is read up to 0.1 s behind its time, its first block a little later still.
+constexpr std::size_t kMostWaiting = 100;
+/// A microphone that says nothing for so long is silence in the mix.
+constexpr std::int64_t kPatienceFrames = 22050;
+/// A mix that stands still is silence with the microphone in it, in pieces of that length.
+constexpr std::int64_t kStillFrames = 44100;
+constexpr std::int64_t kPieceFrames = 4096;
+/// No hole of the microphone is kept in memory.
+constexpr std::int64_t kMostHole = 441000;
+
+std::uint64_t timeAt(std::uint64_t began, std::int64_t position) {
+    return began +
+           static_cast<std::uint64_t>(std::llround(static_cast<double>(position) * 1e6 / kRate));
+}
+
+}  // namespace
+
+void VoiceTrack::heard(const HeardBlock& block) {
+    channels_ = block.channels;
+    if (beside_) {
+        lay(block.microseconds, block.samples);
+        pump(false);
+        return;
+    }
+    waiting_.push_back({block.microseconds, {block.samples.begin(), block.samples.end()}});
+    if (waiting_.size() > kMostWaiting) {
+        waiting_.pop_front();
+    }
+}
+
+void VoiceTrack::lay(std::uint64_t microseconds, std::span<const float> samples) {
+    if (!aligner_) {
+        aligner_.emplace(channels_, kRate);
+    }
+    const double away = static_cast<double>(microseconds) - beside_->clock.end();
+    aligner_->add(
+        static_cast<double>(beside_->clock.frames()) + (away / 1e6 + kTracksLaterSeconds) * kRate,
+        samples);
+    std::int64_t position = aligner_->next();
+    const std::vector<float> frames = aligner_->take();
+    if (frames.empty()) {
+        return;
+    }
+    out_(beside_->process, {.track = kMicrophoneTrack,
+                            .unit = kMicrophoneName,
+                            .format = {kRate, channels_, 32, true},
+                            .microseconds = timeAt(beside_->began, position),
+                            .frames = std::as_bytes(std::span(frames))});
+    if (isInMix_) {
+        keepVoice(position, frames);
+    }
+}
+
+void VoiceTrack::keepVoice(std::int64_t position, const std::vector<float>& samples) {
+    const std::int64_t hole = position - voiceEnd();
+    if (hole > kMostHole || voice_.empty()) {
+        voice_.clear();
+        voiceBegins_ = position;
+    } else {
+        voice_.insert(voice_.end(), static_cast<std::size_t>(hole) * channels_, 0.0F);
+    }
+    voice_.insert(voice_.end(), samples.begin(), samples.end());
+}
+
+std::int64_t VoiceTrack::voiceEnd() const {
+    return voiceBegins_ + static_cast<std::int64_t>(voice_.size() / channels_);
+}
+
+void VoiceTrack::block(const Process& process, const Block& block) {
+    const bool isMix = block.track == 0 && block.format == kMixFormat;
+    if (isMix && !beside_) {
+        beside_.emplace(Beside{process, block.microseconds,
+                               StreamClock(kRate, block.microseconds, kMixPatience)});
+        sent_ = voiceBegins_ = 0;
+    }
+    const bool isBeside = isMix && beside_->process.id == process.id;
+    if (!isBeside) {
+        out_(process, block);
+        return;
+    }
+    beside_->process = process;
+    if (isInMix_) {
+        takeMix(block);
+    } else {
+        static_cast<void>(beside_->clock.before(
+            block.microseconds, block.frames.size() / kMixFormat.frameBytes(), block.lostFrames));
+        out_(process, block);
+    }
+    for (; !waiting_.empty(); waiting_.pop_front()) {
+        lay(waiting_.front().microseconds, waiting_.front().samples);
+    }
+    pump(false);
+}
+
+void VoiceTrack::takeMix(const Block& block) {
+    const std::size_t frames = block.frames.size() / kMixFormat.frameBytes();
+    static_cast<void>(beside_->clock.before(block.microseconds, frames, block.lostFrames));
+    MixBlock mine{static_cast<std::int64_t>(beside_->clock.frames() - frames),
+                  std::vector<std::int16_t>(frames * kMixChannels)};
+    std::memcpy(mine.samples.data(), block.frames.data(), frames * kMixFormat.frameBytes());
+    mix_.push_back(std::move(mine));
+}
+
+void VoiceTrack::pump(bool isAll) {
+    if (!isInMix_ || !beside_) {
+        return;
+    }
+    const auto heardTo = voiceEnd();
+    const auto mixTo = static_cast<std::int64_t>(beside_->clock.frames());
+    while (!mix_.empty()) {
+        const MixBlock& next = mix_.front();
+        const auto end =
+            next.position + static_cast<std::int64_t>(next.samples.size() / kMixChannels);
+        if (!isAll && heardTo < end && mixTo - end < kPatienceFrames) {
+            return;
+        }
+        sendMix(next.position, nullptr);
+        sendMix(end, &next);
+        mix_.pop_front();
+    }
+    sendMix(isAll ? heardTo : heardTo - kStillFrames, nullptr);
+}
+
+/// The mix up to there: the block, or silence, and the microphone in it.
+void VoiceTrack::sendMix(std::int64_t until, const MixBlock* block) {
+    while (sent_ < until) {
+        const auto frames = static_cast<std::size_t>(
+            block != nullptr ? until - sent_ : std::min(until - sent_, kPieceFrames));
+        std::vector<std::int16_t> samples(frames * kMixChannels);
+        if (block != nullptr) {
+            // What of it was sent as silence already is too late.
+            const auto late = static_cast<std::size_t>(sent_ - block->position) * kMixChannels;
+            std::copy(block->samples.begin() + static_cast<std::ptrdiff_t>(late),
+                      block->samples.end(), samples.begin());
+        }
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            const std::int64_t at =
+                sent_ + static_cast<std::int64_t>(i / kMixChannels) - voiceBegins_;
+            const std::size_t sample =
+                static_cast<std::size_t>(std::max<std::int64_t>(at, 0)) * channels_ +
+                i % kMixChannels % channels_;
+            if (at >= 0 && sample < voice_.size()) {
+                const float sum = static_cast<float>(samples[i]) + 32768.0F * voice_[sample];
+                samples[i] =
+                    static_cast<std::int16_t>(std::lround(std::clamp(sum, -32768.0F, 32767.0F)));
+            }
+        }
+        out_(beside_->process, {.track = 0,
+                                .unit = {},
+                                .format = kMixFormat,
+                                .microseconds = timeAt(beside_->began, sent_),
+                                .frames = std::as_bytes(std::span(samples))});
+        sent_ += static_cast<std::int64_t>(frames);
+    }
+    const std::int64_t done = std::clamp<std::int64_t>(
+        sent_ - voiceBegins_, 0, static_cast<std::int64_t>(voice_.size() / channels_));
+    voice_.erase(voice_.begin(), voice_.begin() + done * channels_);
+    voiceBegins_ += done;
+}
+
+void VoiceTrack::ended(const Process& process) {
+    if (beside_ && beside_->process.id == process.id) {
+        leave();
+    }
+}
+
+void VoiceTrack::finish() {
+    if (beside_) {
+        leave();
+    }
+}
+
+void VoiceTrack::leave() {
+    pump(true);
+    beside_.reset();
+    aligner_.reset();
+    voice_.clear();
+    waiting_.clear();
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "core/Records.h"
+#include "output/StreamClock.h"
+#include "output/VoiceAligner.h"
+
+namespace tqrecorder {
+
+/// The microphone beside what programs play: a track of the first process that has a mix, frame for
+/// frame on that mix's time, and when asked for in the mix itself. When that process ends it goes
+/// on with the next one's. [one host thread at a time]
+class VoiceTrack {
+  public:
+    using Out = std::function<void(const Process&, const Block&)>;
+    /// `out` gets the programs' blocks and the microphone's.
+    VoiceTrack(Out out, bool isInMix) : out_(std::move(out)), isInMix_(isInMix) {}
+
+    void heard(const HeardBlock& block);
+    void block(const Process& process, const Block& block);
+    void ended(const Process& process);
+    /// Nothing more comes: what waits goes out.
+    void finish();
+
+  private:
+    /// A block as it was heard, until it is known what it stands beside.
+    struct Waiting {
+        std::uint64_t microseconds;
+        std::vector<float> samples;
+    };
+    struct MixBlock {
+        std::int64_t position;
+        std::vector<std::int16_t> samples;
+    };
+    /// The process whose mix it lies beside.
+    struct Beside {
+        Process process;
+        std::uint64_t began;  ///< host time of the mix's first frame
+        StreamClock clock;    ///< as the mix's file has it
+    };
+
+    void lay(std::uint64_t microseconds, std::span<const float> samples);
+    void keepVoice(std::int64_t position, const std::vector<float>& samples);
+    void takeMix(const Block& block);
+    /// Mix blocks that the microphone has caught up with, or all.
+    void pump(bool isAll);
+    void sendMix(std::int64_t until, const MixBlock* block);
+    [[nodiscard]] std::int64_t voiceEnd() const;
+    void leave();
+
+    const Out out_;
+    const bool isInMix_;
+    std::uint32_t channels_ = 1;
+    std::deque<Waiting> waiting_;
+    std::optional<Beside> beside_;
+    std::optional<VoiceAligner> aligner_;
+
+    // Of the microphone in the mix. Positions are frames of the mix.
+    std::deque<MixBlock> mix_;
+    std::int64_t sent_ = 0;         ///< of the mix, to the outputs
+    std::int64_t voiceBegins_ = 0;  ///< of voice_
+    std::deque<float> voice_;
+};
+
+}  // namespace tqrecorder
