@@ -151,7 +151,8 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     deviceWish_ = wish;
     place_.clear();
     bool hasBegun = device_->start();
-    for (int step = 0; hasBegun && heardRequests_.load() == 0 && !isLost_.load(); ++step) {
+    // What only listens need not be waited for: a source that sleeps says nothing for seconds.
+    for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load(); ++step) {
         hasBegun = step < kFirstRequestSteps;
         std::this_thread::sleep_for(kFirstRequestStep);
     }

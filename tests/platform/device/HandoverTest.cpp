@@ -155,7 +155,10 @@ TEST(Handover, TheDeviceOpensWithTheFirstWhoIsHeardAndClosesBehindTheLast) {
     EXPECT_EQ(scene.noted(), Words{});
     device.removeClient(two);
     ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
-    EXPECT_EQ(scene.noted(), (Words{"finish device", "end device"}));
+    // Whether the clock drives for a moment before all stands still is chance.
+    Words ending = scene.noted();
+    std::erase_if(ending, [](const std::string& verb) { return verb.ends_with("clock"); });
+    EXPECT_EQ(ending, (Words{"finish device", "end device"}));
 }
 
 TEST(Handover, NoBlockIsLostOrRepeatedBetweenTheClockAndTheDevice) {
