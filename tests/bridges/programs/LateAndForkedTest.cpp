@@ -99,6 +99,20 @@ TEST_F(LateAndForked, AProgramThatLoadsItsLibraryAndEndsAtOnceIsRecorded) {
     expectWhole({TQ_TEST_SOUND_LATER, "beside", TQ_TEST_ALSA_PLUGIN, file});
 }
 
+TEST_F(LateAndForked, AnInterpreterBelowAScriptIsRecordedFromItsFirstFrameOn) {
+    const std::string script = output.folder().file("game.py");
+    std::ofstream(script) << "import ctypes, sys\n"
+                             "words = (ctypes.c_char_p * 3)(*[word.encode() for word in "
+                             "['game', 'writei', sys.argv[2]]])\n"
+                             "sys.exit(ctypes.CDLL(sys.argv[1]).playAlsa(3, words))\n";
+    for (const std::string line : {"/usr/bin/python3 \"$@\" & wait $!",
+                                   "/usr/bin/python3 -c 'import subprocess, sys; sys.exit("
+                                   "subprocess.run([sys.executable] + sys.argv[1:]).returncode)' "
+                                   "\"$@\"; exit $?"}) {
+        expectWhole({"sh", "-c", line, "sh", script, TQ_TEST_ALSA_PLUGIN, file});
+    }
+}
+
 TEST_F(LateAndForked, OfALibraryThatIsLoadedApartThatIsSaid) {
     const ProgramRun run =
         runRecorded(output, {TQ_TEST_SOUND_LATER, "apart", TQ_TEST_ALSA_PLUGIN, file});

@@ -13,13 +13,18 @@ inline constexpr std::array<std::string_view, 2> kPlatformLibraries{"libtqplatfo
 
 /// Libraries through which programs play. The second half open one of the first when they are
 /// needed, so that a program that is linked against them names none of those.
-inline constexpr std::array<std::string_view, 18> kSoundLibraries{
-    "libasound.so",       "libpulse.so",         "libpulse-simple.so",
-    "libpipewire-0.3.so", "libjack.so",          "libSDL-1.2.so",
-    "libSDL2-2.0.so",     "libSDL3.so",          "libopenal.so",
-    "libao.so",           "libout123.so",        "libportaudio.so",
-    "libcanberra.so",     "libgstreamer-1.0.so", "libvlc.so",
-    "libmpv.so",          "libQt5Multimedia.so", "libsox.so"};
+inline constexpr std::array<std::string_view, 21> kSoundLibraries{
+    "libasound.so",        "libpulse.so",
+    "libpulse-simple.so",  "libpipewire-0.3.so",
+    "libjack.so",          "libSDL-1.2.so",
+    "libSDL2-2.0.so",      "libSDL3.so",
+    "libopenal.so",        "libao.so",
+    "libout123.so",        "libportaudio.so",
+    "libcanberra.so",      "libgstreamer-1.0.so",
+    "libvlc.so",           "libmpv.so",
+    "libQt5Multimedia.so", "libsox.so",
+    "libQt6Multimedia.so", "libphonon4qt",
+    "libxine.so"};
 
 template <std::size_t Count>
 [[nodiscard]] constexpr bool beginsWithOneOf(std::string_view name,

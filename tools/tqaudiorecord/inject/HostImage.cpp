@@ -24,6 +24,11 @@ constexpr std::array<std::string_view, 6> kOurs{
 /// Libraries there are the system's: what they could open says nothing about the program.
 constexpr std::array<std::string_view, 3> kSystemFolders{"/lib", "/usr/lib", "/usr/local/lib"};
 
+/// How their files are called; versions may follow.
+constexpr std::array<std::string_view, 14> kInterpreters{
+    "python", "pypy", "java", "wine", "mono", "node",  "electron",
+    "perl",   "ruby", "lua",  "love", "php",  "guile", "dotnet"};
+
 std::string_view nameOf(const dl_phdr_info& image) {
     return image.dlpi_name == nullptr ? "" : image.dlpi_name;
 }
@@ -102,6 +107,14 @@ int lookForNames(dl_phdr_info* image, std::size_t /*size*/, void* room) {
 
 bool usesPlatform() {
     return dl_iterate_phdr(lookForPlatform, nullptr) != 0;
+}
+
+bool isInterpreter() {
+    std::array<char, 4096> path{};
+    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+    return length > 0 &&
+           beginsWithOneOf(withoutFolders({path.data(), static_cast<std::size_t>(length)}),
+                           kInterpreters);
 }
 
 bool isCommand(const TapSettings& settings) {

@@ -10,6 +10,9 @@ namespace tqrecorder {
 /// platform or a library for sound, or holds the name of one, to open it later. Looks no further
 /// than 64 MiB, and in no library of the system.
 [[nodiscard]] bool mayHaveSound();
+/// Whether it runs programs that are no files of this machine: an interpreter or a virtual machine,
+/// whose program may bring a library for sound at any time.
+[[nodiscard]] bool isInterpreter();
 
 /// Whether this process is COMMAND itself. An orphan that COMMAND leaves behind may have the
 /// recorder for a parent as well, so COMMAND writes its number where all that it starts find it.

@@ -85,7 +85,7 @@ void Tap::record(char** arguments) {
     usesPlatform_ = usesPlatform();
     const bool mayPlay = usesPlatform_ || mayHaveSound();
     // A shell, or a tool that a script calls, is none of our business.
-    if (!mayPlay && !isCommand(settings_)) {
+    if (!mayPlay && !isCommand(settings_) && !isInterpreter()) {
         return;
     }
     if (!connection_.open(settings_.socket)) {

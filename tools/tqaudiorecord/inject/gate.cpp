@@ -16,7 +16,8 @@ void openTap(char** arguments) {
     const char* const text = std::getenv(tqrecorder::kSettingsVariable);
     const auto settings = text == nullptr ? std::nullopt : tqrecorder::settingsFromText(text);
     // A shell, or a tool that a script calls, is none of our business.
-    if (!settings || (!tqrecorder::isCommand(*settings) && !tqrecorder::mayHaveSound())) {
+    if (!settings || (!tqrecorder::isCommand(*settings) && !tqrecorder::isInterpreter() &&
+                      !tqrecorder::mayHaveSound())) {
         return;
     }
     Dl_info self{};

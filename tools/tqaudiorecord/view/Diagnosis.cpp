@@ -150,7 +150,12 @@ std::vector<std::string> whySilent(const Observer& observer, std::string_view co
         if (reason.empty()) {
             return {};
         }
-        (isAboutSound(state, seen) ? reasons : launchers).push_back(std::move(reason));
+        if (isAboutSound(state, seen)) {
+            reasons.push_back(std::move(reason));
+        } else if (std::find(launchers.begin(), launchers.end(), reason) == launchers.end()) {
+            // A script may call the same tool again and again.
+            launchers.push_back(std::move(reason));
+        }
     }
     for (std::string& line : unrecordedProcessLines(observer, Evidence::kOfAnyReason)) {
         reasons.push_back(std::move(line));

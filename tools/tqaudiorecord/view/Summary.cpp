@@ -51,6 +51,14 @@ std::string eventLines(const ProcessState& state) {
     return failures + others;
 }
 
+/// A tool of a script that the recorder went into, as it runs programs that may play, and that had
+/// nothing to do with sound.
+bool isHelper(const ProcessState& state) {
+    return !state.process.isCommand && state.sources.empty() && state.streams.empty() &&
+           state.facts.hooksInstalled && state.facts.unitsCreated == 0 && !state.facts.mayPlay &&
+           state.events.empty();
+}
+
 }  // namespace
 
 std::string sourceLine(int track, const SourceState& source) {
@@ -77,6 +85,9 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
     std::string text;
     for (const ProcessState* const mentioned : observer.mentioned()) {
         const ProcessState& state = *mentioned;
+        if (isHelper(state)) {
+            continue;
+        }
         text += "Recorded: " + state.process.name + " (" + std::to_string(state.process.pid) + ")";
         text += state.sources.empty() ? ": nothing\n" : "\n";
         for (const auto& [track, source] : state.sources) {

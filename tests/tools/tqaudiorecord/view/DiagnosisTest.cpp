@@ -213,6 +213,11 @@ TEST_F(DiagnosisTest, LeavesLaunchersOutWhereAnotherHasAReason) {
     observer_.processBegan(launcher);
     observer_.processEnded(launcher, {true, false, 2, 0, 0, 0, 0});
     EXPECT_THAT(whySilent(observer_, "sh"), testing::ElementsAre(HasSubstr("none of the interf")));
+    for (const int id : {3, 4}) {
+        observer_.processBegan(process(id, "perl", false));
+        observer_.processEnded(process(id, "perl", false), {true, false, 2, 0, 0, 0, 0});
+    }
+    EXPECT_EQ(whySilent(observer_, "sh").size(), 2U) << "of each program once";
     HostFacts facts{true, false, 2, 0, 0, 0, 0};
     facts.mayPlay = true;
     observer_.processBegan(game_);

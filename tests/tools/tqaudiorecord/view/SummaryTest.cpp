@@ -36,6 +36,23 @@ TEST_F(SummaryTest, TellsTracksLossesFilesAndProblems) {
     }
 }
 
+TEST_F(SummaryTest, LeavesToolsOfAScriptOut) {
+    const HostFacts facts{true, false, 2, 0, 0, 0, 0};
+    const Process shell = process(2, "sh", true);
+    const Process tool = process(3, "perl", false);
+    // It may have played: its guard kept the hooks out.
+    const Process kept = process(4, "python3", false);
+    for (const auto& [one, known] :
+         {std::pair(&shell, facts), {&tool, facts}, {&kept, HostFacts{.guardRefused = true}}}) {
+        observer_.processBegan(*one);
+        observer_.processEnded(*one, known);
+    }
+    const std::string text = summaryText(observer_, {}, {}, {}, {});
+    EXPECT_THAT(text, HasSubstr("Recorded: sh"));
+    EXPECT_THAT(text, HasSubstr("Recorded: python3"));
+    EXPECT_THAT(text, testing::Not(HasSubstr("perl")));
+}
+
 TEST_F(SummaryTest, TellsFailuresFirstAndAsSuch) {
     play();
     observer_.event(game_, {1, 0, 0, ""});
