@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
     libcairo2-dev libfftw3-dev libebur128-dev libcli11-dev nlohmann-json3-dev
-    libcubeb-dev)
+    libcubeb-dev libdbus-1-dev)
 
 # Headers of the sound libraries that programs bring along: compiled against, never linked.
 build_packages+=(libasound2-dev libpulse-dev libsdl2-dev libjack-jackd2-dev libpipewire-0.3-dev)

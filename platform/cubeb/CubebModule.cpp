@@ -1,6 +1,7 @@
 // Where the platform enters this module.
 
 #include "CubebDevice.h"
+#include "LoginManager.h"
 
 extern "C" [[gnu::visibility("default")]] void tqdevice_make(
     const char* kind, std::unique_ptr<tqplatform::HeardDevice>* made) {
@@ -10,4 +11,9 @@ extern "C" [[gnu::visibility("default")]] void tqdevice_make(
 extern "C" [[gnu::visibility("default")]] bool tqdevice_list(const char* kind, TQDeviceListing each,
                                                              void* refCon) {
     return tqcubeb::CubebDevice(kind).list(each, refCon);
+}
+
+extern "C" [[gnu::visibility("default")]] void tqdevice_watch_sleep(
+    std::unique_ptr<tqplatform::SleepWatch>* made) {
+    *made = std::make_unique<tqcubeb::LoginManager>();
 }

@@ -67,10 +67,26 @@ class HeardDevice {
     [[nodiscard]] virtual std::string place() = 0;
 };
 
+/// Says when the machine is about to sleep and when it is awake again.
+class SleepWatch {
+  public:
+    SleepWatch() = default;
+    SleepWatch(const SleepWatch&) = delete;
+    SleepWatch& operator=(const SleepWatch&) = delete;
+    virtual ~SleepWatch() = default;
+
+    /// [host thread] True when it is about to sleep, false when it is awake, nothing where nothing
+    /// is new; does not wait. The machine waits, as far as it can, until this is called behind
+    /// true.
+    [[nodiscard]] virtual std::optional<bool> news() = 0;
+};
+
 /// What a server has, for TQListDevices(). False when none of that kind answers.
 using HeardListing = bool (*)(const char* kind, TQDeviceListing each, void* refCon);
 
 /// Makes a device that reaches nothing yet; null when its module cannot be loaded.
 using HeardMaker = std::function<std::unique_ptr<HeardDevice>()>;
+/// The same for what watches the machine's sleep.
+using SleepWatchMaker = std::function<std::unique_ptr<SleepWatch>()>;
 
 }  // namespace tqplatform

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "DeviceRun.h"
@@ -56,6 +57,18 @@ TEST_F(SystemEvents, AServerThatDiesIsAnInterruptionUntilItIsBack) {
     EXPECT_GT(blocks[2], blocks[1] + 20);
 }
 
+TEST_F(SystemEvents, AServerThatStandsStillIsToldAndToldAgainWhenItGoesOn) {
+    play({"start2", "sleep:0.5", "say", "await:" + file("end"), "stop2"});
+    ASSERT_TRUE(says("descriptors="));
+    server_.freeze();
+    EXPECT_TRUE(says("route=2"));
+    server_.thaw();
+    EXPECT_TRUE(says("route=1"));
+    EXPECT_EQ(player_->output().find("interruption="), std::string::npos);
+    go("end");
+    EXPECT_EQ(player_->wait()["done"], "1");
+}
+
 TEST_F(SystemEvents, AnotherDefaultSinkIsANewRouteAndIsHeard) {
     pactl({"load-module", "module-null-sink", "sink_name=other", "rate=48000"});
     play({"start", "sleep:0.5", "say", "await:" + file("end")});
@@ -77,6 +90,38 @@ TEST_F(SystemEvents, ASinkThatIsRemovedIsANewRoute) {
     pactl({"unload-module", modules.substr(line, cap - line)});
     EXPECT_TRUE(says("route="));
     go("end");
+    EXPECT_EQ(player_->wait()["done"], "1");
+}
+
+TEST_F(SystemEvents, AMachineThatSleepsIsAnInterruptionAndWaitsUntilItIsTold) {
+    needTool("dbus-daemon", "dbus-daemon");
+    const std::string address = "unix:path=" + file("bus");
+    const Kept bus({.arguments = {"dbus-daemon", "--session", "--nofork", "--nopidfile",
+                                  "--address=" + address},
+                    .environment = server_.environment()},
+                   server_.folder().path());
+    awaitReady(bus, "the bus", [&] { return std::filesystem::exists(file("bus")); });
+    Environment environment = server_.environment();
+    environment["DBUS_SYSTEM_BUS_ADDRESS"] = address;
+    const Kept manager(
+        {.arguments = {TQ_LOGIN_MANAGER, file("sleep"), file("wake")}, .environment = environment},
+        server_.folder().path());
+    awaitReady(manager, "the login manager",
+               [&] { return manager.text().find("ready") != std::string::npos; });
+    player_ = std::make_unique<Program>(devicePlayer(
+        environment, "cubeb", {"start", "await:" + file("back"), "sleep:0.3", "say", "stop"}));
+    const auto managerSays = [&](const char* word) {
+        return eventually([&] { return manager.text().find(word) != std::string::npos; });
+    };
+    ASSERT_TRUE(managerSays("delayed")) << manager.text();
+    go("sleep");
+    ASSERT_TRUE(says("interruption=1"));
+    EXPECT_TRUE(managerSays("released")) << manager.text();
+    EXPECT_TRUE(eventually([&] { return pactl({"list", "short", "sink-inputs"}).empty(); }));
+    go("wake");
+    ASSERT_TRUE(says("interruption=0"));
+    EXPECT_TRUE(eventually([&] { return !pactl({"list", "short", "sink-inputs"}).empty(); }));
+    go("back");
     EXPECT_EQ(player_->wait()["done"], "1");
 }
 

@@ -20,8 +20,12 @@ constexpr std::chrono::milliseconds kLongestTurn{25};
 
 }  // namespace
 
-HandoverBackend::HandoverBackend(std::string name, HeardMaker make, std::unique_ptr<Backend> clock)
-    : name_(std::move(name)), make_(std::move(make)), clock_(std::move(clock)) {
+HandoverBackend::HandoverBackend(std::string name, HeardMaker make, std::unique_ptr<Backend> clock,
+                                 SleepWatchMaker watchSleep)
+    : name_(std::move(name)),
+      make_(std::move(make)),
+      watchSleep_(std::move(watchSleep)),
+      clock_(std::move(clock)) {
 }
 
 HandoverBackend::~HandoverBackend() {
@@ -231,6 +235,8 @@ void HandoverBackend::forgetAfterFork() noexcept {
     std::construct_at(&care_);
     std::construct_at(&clockVerbs_);
     static_cast<void>(device_.release());
+    static_cast<void>(sleepWatch_.release());
+    isAsleep_ = false;
     wasOpen_.store(false);
     hasRun_ = isInterrupted_ = false;
     isHearing_.store(false);

@@ -29,7 +29,8 @@ namespace tqplatform {
 class HandoverBackend final : public Backend, private BackendHost, private HeardHost {
   public:
     /// `name` is for the line that says that there is none.
-    HandoverBackend(std::string name, HeardMaker make, std::unique_ptr<Backend> clock);
+    HandoverBackend(std::string name, HeardMaker make, std::unique_ptr<Backend> clock,
+                    SleepWatchMaker watchSleep = {});
     ~HandoverBackend() override;
 
     std::optional<DeviceFormat> open(BackendHost& host) override;
@@ -113,6 +114,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool openDevice(const HeardWish& wish, bool isToPlay);
     void closeDevice(bool isAlive);
     void driveByClock();
+    /// While the machine sleeps the device is closed: an interruption.
+    void heedSleep();
     /// What goes on without a request: the device stands still, or was moved.
     void watch(std::unique_lock<std::mutex>& lock);
     void sayThatThereIsNone() const noexcept;
@@ -123,6 +126,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
 
     const std::string name_;
     const HeardMaker make_;
+    const SleepWatchMaker watchSleep_;
     const std::unique_ptr<Backend> clock_;
     BackendHost* host_ = nullptr;
 
@@ -146,11 +150,14 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::unique_ptr<HeardDevice> device_;
     HeardWish deviceWish_;
     std::string place_;
-    std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
-    bool hasRun_ = false;               ///< it was started once
-    bool isInterrupted_ = false;        ///< programs were told so
+    std::atomic<bool> wasOpen_{false};        ///< it was there once: a device that goes comes back
+    bool hasRun_ = false;                     ///< it was started once
+    bool isInterrupted_ = false;              ///< programs were told so
+    std::unique_ptr<SleepWatch> sleepWatch_;  ///< while somebody is to be heard or listens
+    bool isAsleep_ = false;
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;
+    bool stoodStill_ = false;  ///< programs were told so
     int looks_ = 0;  ///< since the device was opened
 
     Care care_;

@@ -51,12 +51,20 @@ void HandoverBackend::takeCare() {
 }
 
 void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
-    const bool isToRun = care_.wants.bits() != 0 && !care_.isRefused;
+    const bool isWanted = care_.wants.bits() != 0 && !care_.isRefused;
     HeardWish wish = care_.wish;
     wish.isToPlay = care_.wants.heard || !care_.wants.hearing;
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
     lock.unlock();
+    if (isWanted) {
+        heedSleep();
+    } else {
+        // Nobody delays the machine's sleep who has nothing to stop.
+        sleepWatch_.reset();
+        isAsleep_ = false;
+    }
+    const bool isToRun = isWanted && !isAsleep_;
     const bool isLost = isLost_.load();
     if (device_ != nullptr && (!isToRun || isLost || wish != deviceWish_)) {
         closeDevice(!isLost);
@@ -91,11 +99,30 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     }
 }
 
+void HandoverBackend::heedSleep() {
+    while (const std::optional<bool> news =
+               sleepWatch_ == nullptr ? std::nullopt : sleepWatch_->news()) {
+        isAsleep_ = *news;
+        if (!isAsleep_ || device_ == nullptr) {
+            continue;
+        }
+        closeDevice(false);
+        isInterrupted_ = true;
+        tellInterruptionBegan(AVAudioSessionInterruptionReasonAppWasSuspended);
+    }
+}
+
 void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     const std::uint64_t requests = heardRequests_.load(std::memory_order_relaxed);
     quietLooks_ = requests == seenRequests_ ? quietLooks_ + 1 : 0;
     seenRequests_ = requests;
+    if (const bool standsStill = quietLooks_ >= kQuietLooks;
+        standsStill != stoodStill_ && (standsStill || quietLooks_ == 0)) {
+        stoodStill_ = standsStill;
+        tellRouteChange(standsStill ? AVAudioSessionRouteChangeReasonOldDeviceUnavailable
+                                    : AVAudioSessionRouteChangeReasonNewDeviceAvailable);
+    }
     if (quietLooks_ >= kMostQuietLooks) {
         isLost_.store(true);
     } else if (++looks_ > kWakingLooks && quietLooks_ >= kQuietLooks) {
@@ -103,6 +130,9 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     }
     // The device may have taken over again meanwhile.
     static_cast<void>(settleClock());
+    if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
+        sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
+    }
     isHearing_.store(device_->isHearing());
     const std::string place = device_->place();
     const bool hasMoved = !place.empty() && !place_.empty() && place != place_;
@@ -118,6 +148,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     heardRequests_.store(0, std::memory_order_relaxed);
     seenRequests_ = 0;
     quietLooks_ = looks_ = 0;
+    stoodStill_ = false;
     std::unique_ptr<HeardDevice> device = make_();
     std::optional<DeviceFormat> format =
         device == nullptr ? std::nullopt : device->open(*this, wish);
@@ -152,7 +183,8 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     place_.clear();
     bool hasBegun = device_->start();
     // What only listens need not be waited for: a source that sleeps says nothing for seconds.
-    for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load(); ++step) {
+    for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load();
+         ++step) {
         hasBegun = step < kFirstRequestSteps;
         std::this_thread::sleep_for(kFirstRequestStep);
     }

@@ -18,10 +18,11 @@ namespace {
 
 constexpr const char* kModule = "libtqdevice-cubeb.so.1";
 
-/// What the module offers; both null when it is not there.
+/// What the module offers; all null when it is not there.
 struct Module {
     void (*make)(const char* kind, std::unique_ptr<HeardDevice>* made);
     HeardListing list;
+    void (*watchSleep)(std::unique_ptr<SleepWatch>* made);
 };
 
 /// A bridge would take what the module's library plays for a stream of the program, and record it a
@@ -48,8 +49,10 @@ Module loadModule() {
     void* const library = dlopen((folder / kModule).c_str(), RTLD_NOW | RTLD_NODELETE);
     Module module{};
     if (library != nullptr) {
-        module = {reinterpret_cast<decltype(module.make)>(dlsym(library, "tqdevice_make")),
-                  reinterpret_cast<decltype(module.list)>(dlsym(library, "tqdevice_list"))};
+        module = {
+            reinterpret_cast<decltype(module.make)>(dlsym(library, "tqdevice_make")),
+            reinterpret_cast<decltype(module.list)>(dlsym(library, "tqdevice_list")),
+            reinterpret_cast<decltype(module.watchSleep)>(dlsym(library, "tqdevice_watch_sleep"))};
     }
     // The program must not find our failure there.
     dlerror();
@@ -74,9 +77,21 @@ std::unique_ptr<HeardDevice> makeHeard(const char* kind) {
     return made;
 }
 
+std::unique_ptr<SleepWatch> makeSleepWatch() {
+    std::unique_ptr<SleepWatch> made;
+    try {
+        if (const Module& module = theModule(); module.watchSleep != nullptr) {
+            module.watchSleep(&made);
+        }
+    } catch (const std::exception&) {
+        // No memory: a machine that sleeps is a device that stands still.
+    }
+    return made;
+}
+
 std::unique_ptr<Backend> makeCubeb(const char* name, const char* kind) {
     return std::make_unique<HandoverBackend>(
-        name, [kind] { return makeHeard(kind); }, makeNullBackend());
+        name, [kind] { return makeHeard(kind); }, makeNullBackend(), makeSleepWatch);
 }
 
 }  // namespace

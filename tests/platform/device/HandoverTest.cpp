@@ -247,15 +247,30 @@ TEST(Handover, TheClockGoesOnWhileTheDeviceIsGone) {
 TEST(Handover, TheClockDrivesWhileTheDeviceAsksForNothing) {
     Device& device = openBoth();
     HandoverClient heard(true);
+    std::vector<long> reasons;
+    NSNotificationCenter::defaultCenter().addObserver(
+        &reasons,
+        [&](const NSNotification& notice) {
+            const std::lock_guard lock(scene.mutex);
+            reasons.push_back(notice.integerForKey(AVAudioSessionRouteChangeReasonKey, -1));
+        },
+        AVAudioSessionRouteChangeNotification, nullptr);
+    const auto told = [&] {
+        const std::lock_guard lock(scene.mutex);
+        return reasons;
+    };
     ASSERT_TRUE(device.addClient(heard));
     scene.noted();
     ASSERT_TRUE(eventually([] { return scene.hasCome("start clock"); }));
+    EXPECT_EQ(told(), (std::vector<long>{2})) << "the old device is not available";
     scene.clock->render({512, 0});
     scene.heard.load()->renderHeard({100, 0});
     scene.clock->render({512, 0});  // too late: the device drives again
     ASSERT_TRUE(eventually([] { return scene.hasCome("stop clock"); }));
     EXPECT_EQ(heard.frames, (std::vector<UInt32>{512, 100}));
     EXPECT_EQ(scene.noted(), (Words{"start clock", "stop clock"})) << "it was never closed";
+    EXPECT_TRUE(eventually([&] { return told() == std::vector<long>{2, 1}; }));
+    NSNotificationCenter::defaultCenter().removeObserver(&reasons);
 }
 
 TEST(Handover, WithoutADeviceThereIsTheClockAndOneLine) {
