@@ -18,7 +18,8 @@ server_packages=(pulseaudio pulseaudio-utils pipewire pipewire-bin pipewire-puls
 player_packages=(alsa-utils sox libsox-fmt-all mpv ffmpeg mpg123 sound-theme-freedesktop neverball xvfb xauth
     libsdl1.2-compat)
 
-test_packages=(libgtest-dev libgmock-dev valgrind python3 clang clang-format clang-tidy binutils
+# The page of a report is looked at in a real browser.
+test_packages=(chromium chromium-driver libgtest-dev libgmock-dev valgrind python3 clang clang-format clang-tidy binutils
     "${server_packages[@]}" "${player_packages[@]}")
 
 # The benchmark frame, and what the library is measured beside.

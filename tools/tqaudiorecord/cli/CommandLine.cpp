@@ -297,8 +297,10 @@ class Parser {
         if (!o.output.empty() && !toPipe && o.format.empty() && formatOfPath(o.output) == nullptr) {
             return "--output " + o.output + ": no format has that extension (see --list-formats)";
         }
-        if (o.replaySeconds && (toPipe || !o.pictureFile.empty() || o.maximumFileSeconds)) {
-            return "--replay goes with neither --output -, --picture nor --max-file-time";
+        if (o.replaySeconds &&
+            (toPipe || !o.pictureFile.empty() || !o.reportFile.empty() || o.maximumFileSeconds)) {
+            return "--replay goes with neither --output -, --picture, --report nor "
+                   "--max-file-time";
         }
         if (o.microphone && !o.microphoneInMix && o.tracksFolder.empty() &&
             (toPipe || o.replaySeconds)) {
@@ -321,6 +323,7 @@ class Parser {
         for (const auto& [path, name] :
              {std::pair(&result_.output, "--output"), std::pair(&result_.eventsFile, "--events"),
               std::pair(&result_.pictureFile, "--picture"),
+              std::pair(&result_.reportFile, "--report"),
               std::pair(&result_.tracksFolder, "--tracks")}) {
             if (path->empty() || *path == "-") {
                 continue;

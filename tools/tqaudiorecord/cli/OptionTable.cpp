@@ -100,6 +100,18 @@ constexpr std::array kTable{
     },
     OptionEntry{
         .group = kOutput,
+        .name = "report",
+        .valueName = "FILE",
+        .target = &Options::reportFile,
+        .brief = "A page to look at and listen to all of it, as HTML",
+        .manual = "One HTML page to be opened from the disk: waveform and spectrogram of every mix "
+                  "and track, their loudness (EBU R128) and true peak, the events by name, losses, "
+                  "gaps and what was not recorded, and playback of the files that are written "
+                  "beside it, with mute and solo for each track.",
+        .completion = Completion::kFile,
+    },
+    OptionEntry{
+        .group = kOutput,
         .name = "max-file-time",
         .valueName = "SECONDS",
         .target = &Options::maximumFileSeconds,

@@ -12,7 +12,11 @@
 #include "output/TracksSink.h"
 #include "output/VoiceSink.h"
 #include "view/Diagnosis.h"
+#include "view/FrameLines.h"
+#include "view/LeftOut.h"
+#include "view/StreamLines.h"
 #include "view/Summary.h"
+#include "view/Untapped.h"
 
 namespace tqrecorder {
 
@@ -92,8 +96,8 @@ std::vector<std::string> printableAll(const std::vector<std::string>& lines) {
 /// names.
 bool Outputs::arePlacesGood(std::string& error) const {
     const Options& o = options_;
-    for (const std::string& path :
-         {o.replaySeconds ? std::string() : o.output, o.eventsFile, o.pictureFile, voiceFile()}) {
+    for (const std::string& path : {o.replaySeconds ? std::string() : o.output, o.eventsFile,
+                                    o.pictureFile, o.reportFile, voiceFile()}) {
         const bool isSound = path == o.output || path == voiceFile();
         const std::string first = isSound && o.maximumFileSeconds ? firstNumbered(path) : path;
         error = path == "-" || first.empty() ? std::string() : whyNotWritten(first, o.overwrite);
@@ -104,7 +108,8 @@ bool Outputs::arePlacesGood(std::string& error) const {
     std::vector<std::string> places;
     // A replay and a long recording write numbered files only.
     const bool isOneFile = o.output != "-" && !o.replaySeconds && !o.maximumFileSeconds;
-    for (const std::string& path : {isOneFile ? o.output : "", o.eventsFile, o.pictureFile}) {
+    for (const std::string& path :
+         {isOneFile ? o.output : "", o.eventsFile, o.pictureFile, o.reportFile}) {
         if (path.empty()) {
             continue;
         }
@@ -188,18 +193,59 @@ bool Outputs::open(std::string& error) {
             return false;
         }
     }
+    if (!openViews(error)) {
+        return false;
+    }
+    if (!o.quiet) {
+        add(std::make_unique<Meter>(screen_, *observer_, o.verbose));
+    }
+    return true;
+}
+
+/// What shows a recording when it is over. Behind the outputs that it tells of.
+bool Outputs::openViews(std::string& error) {
+    const Options& o = options_;
+    if (o.pictureFile.empty() && o.reportFile.empty()) {
+        return true;
+    }
+    const Lanes& lanes = add(std::make_unique<Lanes>(names_, !o.reportFile.empty()));
     if (!o.pictureFile.empty()) {
-        const Lanes& lanes = add(std::make_unique<Lanes>(names_));
         auto sink = std::make_unique<PictureSink>(o.pictureFile, o.overwrite, lanes);
         picture_ = sink.get();
         if (!addOpened(std::move(sink), error)) {
             return false;
         }
     }
-    if (!o.quiet) {
-        add(std::make_unique<Meter>(screen_, *observer_, o.verbose));
+    if (!o.reportFile.empty()) {
+        auto sink = std::make_unique<ReportSink>(
+            o.reportFile, o.overwrite, lanes, [this] { return reportFacts(); }, std::time(nullptr));
+        report_ = sink.get();
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
     }
     return true;
+}
+
+ReportFacts Outputs::reportFacts() const {
+    ReportFacts facts;
+    for (const FilesSink* sink : files_) {
+        const std::vector<WrittenFile> more = sink->files();
+        facts.files.insert(facts.files.end(), more.begin(), more.end());
+    }
+    facts.otherFiles = otherFiles();
+    facts.problems = problems();
+    const auto append = [](std::vector<std::string>& all, const std::vector<std::string>& more) {
+        all.insert(all.end(), more.begin(), more.end());
+    };
+    for (const auto& [id, state] : observer_->processes()) {
+        append(facts.leftOut, unrecordedStreamLines(state));
+        append(facts.leftOut, leftOutLines(state));
+        append(facts.accounts, streamFrameLines(state));
+        append(facts.accounts, frameLines(state.facts.frames));
+    }
+    append(facts.leftOut, unrecordedProcessLines(*observer_, Evidence::kOfSound));
+    return facts;
 }
 
 void Outputs::tick(std::uint64_t elapsedMicroseconds) {
@@ -254,14 +300,22 @@ std::vector<WrittenFile> Outputs::files() const {
     return files;
 }
 
-std::string Outputs::summary(const std::vector<std::string>& silence) const {
-    const std::vector<WrittenFile> files = this->files();
+std::vector<std::string> Outputs::otherFiles() const {
     std::vector<std::string> others;
     if (events_ != nullptr && !events_->path().empty()) {
         others.push_back(events_->path());
     }
     if (picture_ != nullptr && !picture_->path().empty()) {
         others.push_back(picture_->path());
+    }
+    return others;
+}
+
+std::string Outputs::summary(const std::vector<std::string>& silence) const {
+    const std::vector<WrittenFile> files = this->files();
+    std::vector<std::string> others = otherFiles();
+    if (report_ != nullptr && !report_->path().empty()) {
+        others.push_back(report_->path());
     }
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
                        printableAll(silence)) +

@@ -14,6 +14,7 @@
 #include "output/SinkSet.h"
 #include "output/VoiceTrack.h"
 #include "output/files/FileNames.h"
+#include "output/report/ReportSink.h"
 #include "view/Meter.h"
 #include "view/Observer.h"
 #include "view/Screen.h"
@@ -61,12 +62,16 @@ class Outputs : public SinkSet {
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
     /// The microphone's own file; empty where it has none.
     [[nodiscard]] std::string voiceFile() const;
+    [[nodiscard]] bool openViews(std::string& error);
+    [[nodiscard]] ReportFacts reportFacts() const;
     void showProblems();
     [[nodiscard]] std::uint64_t lostOutsidePauses(const Block& block) const;
     [[nodiscard]] ControlAnswer save(std::optional<double> seconds);
     [[nodiscard]] ControlAnswer split();
     [[nodiscard]] ControlAnswer setPaused(bool isPaused);
     [[nodiscard]] std::vector<WrittenFile> files() const;
+    /// Those without sound that are written before the report.
+    [[nodiscard]] std::vector<std::string> otherFiles() const;
     /// Tells the user who looks on, and gives the answer for the one who asked.
     [[nodiscard]] ControlAnswer told(const std::string& what,
                                      const std::vector<WrittenFile>& files) const;
@@ -82,6 +87,7 @@ class Outputs : public SinkSet {
     std::vector<FilesSink*> files_;
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;
+    ReportSink* report_ = nullptr;
     std::set<std::string> shownProblems_;
 };
 

@@ -31,6 +31,7 @@ struct Options {
     bool tracksFromStart = false;  ///< their files begin with the recording
     std::string eventsFile;
     std::string pictureFile;
+    std::string reportFile;
     std::optional<double> maximumFileSeconds;  ///< a new file follows
     std::optional<double> replaySeconds;       ///< keep only that much, in memory
     bool replayOverlaps = true;                ///< a save has what was saved before as well

@@ -71,6 +71,7 @@ TEST_F(RecorderKeepTest, WhatIsThereIsRefusedBeforeTheCommandStarts) {
         {"-o", path_},
         {"--events", path_},
         {"--picture", path_},
+        {"--report", path_},
         {"-o", folder_.file("long.wav"), "--max-file-time", "1"},
         {"--tracks", folder_.file("tracks")}};
     for (const std::vector<std::string>& options : cases) {

@@ -9,7 +9,7 @@ namespace tqrecorder::test {
 namespace {
 
 TEST_F(RecorderTest, FindsAPathThatCannotBeWrittenBeforeTheHostStarts) {
-    for (const char* option : {"-o", "--tracks", "--events", "--picture"}) {
+    for (const char* option : {"-o", "--tracks", "--events", "--picture", "--report"}) {
         const ProgramEnd outcome = run({option, "/proc/no/out.wav"}, game("60"));
         EXPECT_EQ(outcome.code, 2) << option;
         EXPECT_THAT(outcome.errors, testing::StartsWith("tqaudiorecord: /proc/no"));
@@ -21,7 +21,7 @@ TEST_F(RecorderTest, FindsAPathThatCannotBeWrittenBeforeTheHostStarts) {
 TEST_F(RecorderTest, DoesNotWaitForTheReaderOfANamedPipe) {
     const std::string pipe = folder_.file("pipe.raw");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const char* option : {"-o", "--events", "--picture"}) {
+    for (const char* option : {"-o", "--events", "--picture", "--report"}) {
         const ProgramEnd outcome = run({option, pipe}, game("60"));
         EXPECT_EQ(outcome.code, 2) << option;
         EXPECT_THAT(outcome.errors, HasSubstr("only --output - writes into one")) << option;

@@ -181,11 +181,11 @@ void FileSeries::closeFile() {
         return;
     }
     const bool isEmpty = file_->frames() == 0;
-    complete_ += file_->frames();
     if (!file_->close() && !failed_) {
         fail(file_->problem());
     }
     WrittenFile done = written(*file_);
+    complete_ += file_->frames();
     file_.reset();
     std::unique_ptr<PartFile> part = std::move(part_);
     if (!part->hasName()) {
@@ -201,7 +201,14 @@ void FileSeries::closeFile() {
 }
 
 WrittenFile FileSeries::written(const SoundFile& file) const {
-    return {part_->path(), textOf(file.format()), file.seconds(), 0, 0, {}, 0};
+    return {part_->path(),
+            textOf(file.format()),
+            file.seconds(),
+            0,
+            0,
+            {},
+            0,
+            static_cast<double>(complete_) / file.format().sampleRate};
 }
 
 void FileSeries::fail(const std::string& problem) {

@@ -21,7 +21,8 @@ struct WrittenFile {
     std::uint64_t gaps = 0;  ///< holes filled with silence, of its whole stream
     int processId = 0;
     std::string name;           ///< "mix" or the track's
-    std::uint64_t beganAt = 0;  ///< host time of its first frame, microseconds
+    std::uint64_t beganAt = 0;  ///< host time of its stream's first frame, microseconds
+    double startSeconds = 0;    ///< of its stream that are in files before it
 };
 
 /// One stream of frames in one file, or in numbered files of a limited length with no frame lost or
