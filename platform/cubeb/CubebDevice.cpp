@@ -63,6 +63,7 @@ bool CubebDevice::reach(const char* kind) {
         return false;
     }
     sampleRate_ = rate;
+    isJack_ = std::string(kind) == "jack";
     return true;
 }
 
@@ -153,7 +154,7 @@ CubebDevice::Microphone CubebDevice::microphone() {
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
     if (!isToPlay_) {
-        return inputChannels_ > 0 && listen(&onHeardAlone, &onState, kHeardAloneFrames);
+        return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, kHeardAloneFrames);
     }
     if (inputChannels_ > 0) {
         heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, inHand_);
@@ -277,9 +278,18 @@ long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* hear
 }
 
 void CubebDevice::onHeardState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {
-    if (state == CUBEB_STATE_ERROR) {
+    auto& device = *static_cast<CubebDevice*>(self);
+    // On JACK the library calls every block of what only listens an error.
+    if (state == CUBEB_STATE_ERROR && !device.isJack_) {
         // Silence is heard; speakers go on.
-        static_cast<CubebDevice*>(self)->isHearing_.store(false);
+        device.isHearing_.store(false);
+    }
+}
+
+void CubebDevice::onHeardAloneState(cubeb_stream* stream, void* self, cubeb_state state) {
+    // The same; a server that has gone is noticed by its silence then.
+    if (state != CUBEB_STATE_ERROR || !static_cast<CubebDevice*>(self)->isJack_) {
+        onState(stream, self, state);
     }
 }
 

@@ -73,6 +73,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     // [any thread] The library's.
     static void onState(cubeb_stream* stream, void* self, cubeb_state state);
     static void onHeardState(cubeb_stream* stream, void* self, cubeb_state state);
+    static void onHeardAloneState(cubeb_stream* stream, void* self, cubeb_state state);
 
     const std::string kind_;
     tqplatform::HeardHost* host_ = nullptr;
@@ -80,6 +81,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::unique_ptr<cubeb_stream, EndStream> stream_;
     UInt32 sampleRate_ = 0;
     UInt32 latencyFrames_ = 0;
+    bool isJack_ = false;
     bool isToPlay_ = true;
     std::string microphoneName_;  ///< empty for the default
     UInt32 inputChannels_ = 0;

@@ -50,6 +50,24 @@ TEST_F(RecordedDevice, IsHeardDucked) {
     }
 }
 
+TEST_F(RecordedDevice, OnPipeWiresOwnLibraryForJackItIsOneTrackToo) {
+    const PipeWireJackServer server;
+    const TemporaryFolder folder;
+    ProgramSetup setup = devicePlayer(server.environment(), "cubeb:jack",
+                                      {"start2", "sleep:1.5", "say", "stop2", "sleep:0.3"});
+    const std::vector<std::string> recorder{
+        "pw-jack",  TQ_TEST_RECORDER,      "-o", folder.file("mix.wav"),
+        "--tracks", folder.file("tracks"), "--"};
+    setup.arguments.insert(setup.arguments.begin(), recorder.begin(), recorder.end());
+    setup.environment["XDG_CACHE_HOME"] = folder.file("caches");
+    const ProgramEnd end = runProgram(kept(setup, folder.path()));
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_EQ(end.errors.find("using null"), std::string::npos) << end.errors;
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.file("tracks")), {}), 1)
+        << end.text();
+    EXPECT_EQ(end.text().find("jack-1"), std::string::npos) << end.text();
+}
+
 TEST_F(RecordedDevice, ARecordingGoesOnBehindTheDeathOfTheServer) {
     PulseServer server(devicePlayerFormat());
     const TemporaryFolder folder;

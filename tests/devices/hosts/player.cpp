@@ -14,6 +14,7 @@
 
 #include <AVFoundation/AVFoundation.h>
 #include <AudioToolbox/AudioToolbox.h>
+#include <TQPlatform/Devices.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -273,6 +274,7 @@ class Script {
         AudioSessionGetProperty(kAudioSessionProperty_CurrentHardwareIOBufferDuration, &size,
                                 &seconds);
         say("slice", seconds);
+        say("hearing", static_cast<int>(TQIsHearing()));
         say("blocks", noise_.blocks());
         say("threads", entriesOf("/proc/self/task"));
         say("descriptors", entriesOf("/proc/self/fd"));
