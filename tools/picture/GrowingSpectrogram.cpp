@@ -47,6 +47,8 @@ class GrowingSpectrogram::Work {
             channel.assign(static_cast<std::size_t>(half_), 0.0F);
         }
         historyStart_ = -half_;
+        // What is not used yet takes no memory, and what is used never moves.
+        powers_.reserve(kMostColumns * bins_);
     }
 
     void push(const float* samples, std::size_t frames) {
@@ -93,6 +95,7 @@ class GrowingSpectrogram::Work {
         if (summed_ > 0) {
             closeColumn();
         }
+        powers_.shrink_to_fit();
         history_.clear();
     }
 

@@ -9,8 +9,8 @@
 namespace tqpicture {
 
 /// The spectrogram of a recording whose length is not known yet, in room that does not grow with
-/// it: about 5 MB at 48000 Hz. When the columns are used up, each two become one. Power is kept of
-/// every bin, since the rows depend on the other tracks of the picture.
+/// it: 5 MB at 44100 Hz, 10 MB at 48000 Hz. When the columns are used up, each two become one.
+/// Power is kept of every bin, since the rows depend on the other tracks of the picture.
 class GrowingSpectrogram {
   public:
     GrowingSpectrogram(int channels, double sampleRate);
