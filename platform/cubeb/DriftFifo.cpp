@@ -21,6 +21,8 @@ constexpr double kSteerSeconds = 4;
 constexpr double kMostSteering = 0.002;
 /// Further away than that it is no drift: one of both stood still.
 constexpr double kLostSeconds = 0.25;
+/// A microphone that is later than that is heard with holes.
+constexpr double kMostInHandSeconds = 0.1;
 
 }  // namespace
 
@@ -63,12 +65,11 @@ void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
                         static_cast<std::uint64_t>(inHand_),
                     std::memory_order_release);
     } else if (isFlowing_ && held < needed) {
-        // It has run dry. A little more is kept in hand from here on: as much as it takes, and no
-        // more.
+        // It has run dry. More is kept in hand from here on: as much as was missing.
         ++faults_;
         isFlowing_ = false;
-        constexpr double kMore = 0.25;  // of a request
-        inHand_ += kMore * frames;
+        inHand_ = std::min(inHand_ + static_cast<double>(needed - held),
+                           std::max(inHand_, kMostInHandSeconds * sampleRate_));
     } else if (isFlowing_) {
         steer(held, frames);
     }

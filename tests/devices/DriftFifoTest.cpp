@@ -94,6 +94,22 @@ TEST(DriftFifo, ClocksThatDifferLoseAndRepeatNothing) {
     }
 }
 
+TEST(DriftFifo, AMicrophoneThatIsLateOnceIsWaitedForEverAfter) {
+    // It brings ten blocks, and after every second four of them late, all at once.
+    DriftFifo fifo(1, kRate, 120);
+    const std::vector<float> heard(480, 0.5F);
+    std::vector<float> block(480);
+    int late = 0;
+    for (int turn = 0; turn < 2000; ++turn) {
+        late = turn % 100 >= 96 ? late + 1 : 0;
+        for (int pieces = turn % 100 == 0 && turn > 0 ? 5 : 1; late == 0 && pieces > 0; --pieces) {
+            fifo.write(heard.data(), 480);
+        }
+        fifo.read(block.data(), 480);
+    }
+    EXPECT_LE(fifo.faults(), 5U);
+}
+
 TEST(DriftFifo, AMicrophoneThatStoodStillIsHeardAgainWithoutDelay) {
     DriftFifo fifo(1, kRate, 480);
     std::vector<float> block(480, 0.5F);

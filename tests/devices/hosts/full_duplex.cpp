@@ -1,0 +1,129 @@
+// Plays and listens at the same time, and says how often what is heard was disturbed.
+//   full_duplex SECONDS      on the device of TQ_AUDIO_DEVICE, whose microphone hears its speakers
+//   full_duplex --count      counts in floats, two channels, from standard input
+// What is played counts up from frame to frame, so that a frame that is lost or repeated shows; a
+// little more or less is a clock that is followed.
+
+#include <AudioToolbox/AudioToolbox.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr double kRate = 48000;
+constexpr unsigned kPeriod = 1U << 16U;
+constexpr float kStep = 1.0F / (2 * kPeriod);
+constexpr unsigned kLargestSlice = 8192;
+
+/// Reads what was played and counts where it does not go on.
+class Counter {
+  public:
+    void add(float sample) {
+        // Where the count begins anew, and for the few frames that a clock that is followed smears.
+        const bool isTurn = last_ > 0.5F - 64 * kStep || sample < 64 * kStep;
+        if (frames_ > 0 && !isTurn && std::abs((sample - last_) / kStep - 1) > 0.5F) {
+            ++disturbances_;
+        }
+        frames_ += sample != 0 || frames_ > 0 ? 1 : 0;
+        last_ = sample;
+    }
+    void say() const { std::printf("frames=%ld\ndisturbances=%ld\n", frames_, disturbances_); }
+
+  private:
+    float last_ = 0;
+    long frames_ = 0;  ///< from the first that is not silent
+    long disturbances_ = 0;
+};
+
+struct Duplex {
+    AudioUnit unit = nullptr;
+    unsigned played = 1;
+    std::vector<float> heard = std::vector<float>(2 * kLargestSlice);
+    Counter counter;
+    std::atomic<bool> counts{false};
+};
+
+OSStatus play(void* self, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32 frames,
+              AudioBufferList* list) {
+    auto& duplex = *static_cast<Duplex*>(self);
+    auto* const out = static_cast<float*>(list->mBuffers[0].mData);
+    for (UInt32 i = 0; i < frames; ++i) {
+        out[2 * i] = out[2 * i + 1] = static_cast<float>(duplex.played++ % kPeriod) * kStep;
+    }
+    return 0;
+}
+
+OSStatus hear(void* self, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
+              UInt32 frames, AudioBufferList*) {
+    auto& duplex = *static_cast<Duplex*>(self);
+    AudioBufferList list{};
+    list.mNumberBuffers = 1;
+    list.mBuffers[0] = {2, frames * 8, duplex.heard.data()};
+    const OSStatus status = AudioUnitRender(duplex.unit, flags, time, bus, frames, &list);
+    for (UInt32 i = 0; duplex.counts.load(std::memory_order_relaxed) && i < frames; ++i) {
+        duplex.counter.add(duplex.heard[2 * i]);
+    }
+    return status;
+}
+
+int countInput() {
+    Counter counter;
+    for (float frame[2]; std::fread(frame, sizeof frame, 1, stdin) == 1;) {
+        counter.add(frame[0]);
+    }
+    counter.say();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::string_view(argv[1]) == "--count") {
+        return countInput();
+    }
+    const double seconds = argc == 2 ? std::atof(argv[1]) : 0;
+    if (!(seconds > 0)) {
+        return 1;
+    }
+    Duplex duplex;
+    const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
+                                           kAudioUnitManufacturer_Apple, 0, 0};
+    AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &duplex.unit);
+    AudioStreamBasicDescription format{};
+    format.mSampleRate = kRate;
+    format.mFormatID = kAudioFormatLinearPCM;
+    format.mFormatFlags = static_cast<AudioFormatFlags>(kAudioFormatFlagIsFloat) |
+                          static_cast<AudioFormatFlags>(kAudioFormatFlagIsPacked);
+    format.mFramesPerPacket = 1;
+    format.mChannelsPerFrame = 2;
+    format.mBitsPerChannel = 32;
+    format.mBytesPerFrame = format.mBytesPerPacket = 8;
+    const auto set = [&](AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
+                         const auto& value) {
+        AudioUnitSetProperty(duplex.unit, id, scope, element, &value, sizeof value);
+    };
+    set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, UInt32{1});
+    set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, format);
+    set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1, format);
+    set(kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
+        AURenderCallbackStruct{&play, &duplex});
+    set(kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0,
+        AURenderCallbackStruct{&hear, &duplex});
+    AudioUnitInitialize(duplex.unit);
+    AudioOutputUnitStart(duplex.unit);
+    // What is in hand between microphone and speakers is found in the first seconds.
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    duplex.counts.store(true);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    AudioOutputUnitStop(duplex.unit);
+    duplex.counter.say();
+    AudioComponentInstanceDispose(duplex.unit);
+    return 0;
+}
