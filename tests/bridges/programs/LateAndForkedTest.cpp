@@ -151,6 +151,23 @@ TEST_F(LateAndForked, AChildThatPlaysOnWhenCommandHasEndedIsRecordedToItsEnd) {
     expectTrackHolds(run, sound);
 }
 
+TEST_F(LateAndForked, ASoundServerThatAProgramLeavesIsNotWaitedFor) {
+    const std::string server = output.folder().file("server");
+    const std::string wav = output.folder().file("noise.wav");
+    writeWav(noise, wav);
+    // It plays as well, to the sink that it makes.
+    const ProgramRun run = runRecorded(
+        output, {"sh", "-c",
+                 "pulseaudio -n --exit-idle-time=-1 --daemonize=no -L module-null-sink "
+                 "-L \"module-native-protocol-unix socket=$0.socket\" > /dev/null 2>&1 & "
+                 "while [ ! -S \"$0.socket\" ]; do sleep 0.1; done; "
+                 "exec aplay -q -D cap \"$1\"",
+                 server, wav});
+    EXPECT_EQ(run.end.code, 0) << run.end.text();
+    EXPECT_EQ(run.end.text().find("COMMAND has ended"), std::string::npos) << run.end.text();
+    expectOnTracks(run, noise);
+}
+
 TEST_F(LateAndForked, OfAChildThatPlaysOnWhenCommandHasEndedThatIsSaid) {
     ServerOutput<PulseServer> paced;
     const std::string wav = paced.folder().file("noise.wav");
