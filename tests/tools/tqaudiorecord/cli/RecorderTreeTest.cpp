@@ -81,6 +81,26 @@ TEST_P(RecorderLauncherTest, TheEndOfTheRecordingEndsWhatItLeft) {
 
 INSTANTIATE_TEST_SUITE_P(Ways, RecorderLauncherTest, testing::Values("child", "session", "daemon"));
 
+TEST_F(RecorderTreeTest, TheInterruptKeyEndsAGameThatTheKeyDoesNotReach) {
+    const Terminal terminal(24, 80);
+    ProgramSetup with = setup({"-q", "-o", path_}, launcher("session", "0", "60"));
+    with.terminal = &terminal;
+    Program program(with);
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.5) && gameOf(program) != 0; }));
+    const pid_t game = gameOf(program);
+    ASSERT_TRUE(terminal.type("\x03"));
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_FALSE(isAlive(game));
+}
+
+TEST_F(RecorderTreeTest, TheDurationEndsWhatALauncherLeft) {
+    Program program(setup({"-q", "-o", path_, "-d", "3"}, launcher("daemon", "0", "60")));
+    pid_t game = 0;
+    ASSERT_TRUE(eventually([&] { return (game = gameOf(program)) != 0; }));
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_FALSE(isAlive(game));
+}
+
 TEST_F(RecorderTreeTest, TheExitCodeIsTheLaunchers) {
     std::vector<std::string> command = launcher("session", "0", "1");
     command[3] = "7";
