@@ -4,7 +4,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libswresample-dev libavutil-dev libsndfile1-dev
-    libcairo2-dev libfftw3-dev libebur128-dev libcli11-dev nlohmann-json3-dev
+    libavcodec-dev libcairo2-dev libfftw3-dev libebur128-dev libcli11-dev nlohmann-json3-dev
     libcubeb-dev libdbus-1-dev)
 
 # Headers of the sound libraries that programs bring along: compiled against, never linked.
@@ -19,7 +19,7 @@ player_packages=(alsa-utils sox libsox-fmt-all mpv ffmpeg mpg123 sound-theme-fre
     libsdl1.2-compat)
 
 # The page of a report is looked at in a real browser.
-test_packages=(chromium chromium-driver libgtest-dev libgmock-dev valgrind python3 clang clang-format clang-tidy binutils
+test_packages=(chromium chromium-driver libgtest-dev libgmock-dev libavformat-dev valgrind python3 clang clang-format clang-tidy binutils
     "${server_packages[@]}" "${player_packages[@]}")
 
 # The benchmark frame, and what the library is measured beside.

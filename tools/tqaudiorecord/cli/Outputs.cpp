@@ -11,6 +11,7 @@
 #include "output/ReplaySink.h"
 #include "output/TracksSink.h"
 #include "output/VoiceSink.h"
+#include "output/matroska/MatroskaSink.h"
 #include "view/Diagnosis.h"
 #include "view/FrameLines.h"
 #include "view/LeftOut.h"
@@ -153,7 +154,7 @@ bool Outputs::open(std::string& error) {
         return false;
     }
     if (o.output == "-") {
-        const bool raw = format != nullptr && format->container == 0;
+        const bool raw = format != nullptr && format->isBare();
         add(std::make_unique<PipeSink>(
             standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
     } else if (o.replaySeconds) {
@@ -161,6 +162,13 @@ bool Outputs::open(std::string& error) {
             ReplaySink::Plan{
                 {o.output, format}, o.tracksFolder, *o.replaySeconds, o.replayOverlaps},
             names_);
+        files_.push_back(sink.get());
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
+    } else if (!o.output.empty() && format->isMatroska()) {
+        auto sink = std::make_unique<MatroskaSink>(
+            FileSeries::Plan{o.output, format, o.maximumFileSeconds, o.overwrite}, names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;

@@ -100,7 +100,7 @@ ReplaySink::Memory& ReplaySink::memoryOf(ProcessMemory& process, const Block& bl
 void ReplaySink::block(const Process& process, const Block& block) {
     const bool isMix = block.track == 0;
     if ((isMix && block.format != kMixFormat) || block.format.frameBytes() == 0 ||
-        block.format.sampleRate < 1 || (!isMix && plan_.tracksFolder.empty())) {
+        block.format.sampleRate < 1 || (!isMix && !keepsTracks())) {
         return;
     }
     auto found = processes_.find(process.id);
@@ -114,7 +114,8 @@ void ReplaySink::block(const Process& process, const Block& block) {
     const std::size_t frames = block.frames.size() / frameBytes;
     const std::uint64_t silence = memory.clock.before(block.microseconds, frames, block.lostFrames);
     if (memory.clock.takeJump()) {
-        problems_.push_back(jumpText(isMix ? plan_.mix.path : plan_.tracksFolder));
+        problems_.push_back(
+            jumpText(isMix || plan_.tracksFolder.empty() ? plan_.mix.path : plan_.tracksFolder));
     }
     memory.addSilence(silence * frameBytes);
     memory.add(block.frames.first(frames * frameBytes));
@@ -149,117 +150,6 @@ void ReplaySink::forgetOld(ProcessMemory& process) const {
     if (process.streams.size() >= kMostStreams && ended != process.streams.end()) {
         process.streams.erase(ended);
     }
-}
-
-std::string ReplaySink::pathOf(int track, const Memory& memory, const std::string& addition) const {
-    if (track == 0) {
-        return plan_.mix.path.empty() ? std::string() : withAddition(plan_.mix.path, addition);
-    }
-    return plan_.tracksFolder + "/" +
-           withAddition("track-" + std::to_string(track) + "-" + fileNamePart(memory.unit) + ".wav",
-                        addition);
-}
-
-bool ReplaySink::write(Memory& memory, std::string path, double from, double to,
-                       WrittenFile& written) {
-    const FileFormat* kind = memory.unit.empty() ? plan_.mix.kind : &trackFormat();
-    FileSeries series({std::move(path), kind}, memory.format);
-    const std::size_t frameBytes = memory.format.frameBytes();
-    const auto oldest = static_cast<std::int64_t>(memory.oldest() / frameBytes);
-    const auto newest = static_cast<std::int64_t>(memory.written / frameBytes);
-    std::int64_t begin = std::llround(memory.frameAt(from));
-    // The clock is corrected by little all the time: where one file is to go on where the one
-    // before ended, the frames say where that was.
-    if (!plan_.overlaps && memory.savedFrames &&
-        static_cast<double>(std::abs(begin - *memory.savedFrames)) <
-            kMixPatience * memory.format.sampleRate) {
-        begin = *memory.savedFrames;
-    }
-    const std::int64_t end = std::max(begin, std::int64_t{std::llround(memory.frameAt(to))});
-    const std::int64_t first = std::clamp(begin, oldest, newest);
-    const std::int64_t last = std::clamp(end, first, newest);
-    if (first == last) {
-        return true;  // nothing of it was played then
-    }
-    const auto silence = [&series](std::int64_t frames) {
-        series.writeSilence(static_cast<std::uint64_t>(std::max<std::int64_t>(frames, 0)));
-    };
-    if (series.open()) {
-        silence(first - begin);
-        std::size_t place = static_cast<std::size_t>(first) * frameBytes % memory.capacity;
-        std::size_t left = static_cast<std::size_t>(last - first) * frameBytes;
-        while (left > 0) {
-            const std::size_t count = std::min(left, memory.capacity - place);
-            series.write({memory.ring.get() + place, count});
-            place = 0;
-            left -= count;
-        }
-        silence(end - last);
-        series.finish();
-    }
-    problems_.insert(problems_.end(), series.problems().begin(), series.problems().end());
-    if (!series.failed() && !series.files().empty()) {
-        written = series.files().front();
-    }
-    if (!series.failed()) {
-        memory.savedFrames = end;
-    }
-    return !series.failed();
-}
-
-void ReplaySink::saveProcess(int id, ProcessMemory& process, std::optional<double> seconds,
-                             std::vector<WrittenFile>& saved) {
-    double oldest = 0;
-    double newest = 0;
-    for (const auto& [track, memory] : process.streams) {
-        const auto kept =
-            static_cast<double>((memory.written - memory.oldest()) / memory.format.frameBytes());
-        const double begin = memory.clock.end() - kept / memory.format.sampleRate * 1e6;
-        oldest = oldest == 0 ? begin : std::min(oldest, begin);
-        newest = std::max(newest, memory.clock.end());
-    }
-    // The mix is always there while a unit plays: it says what is now.
-    for (const auto& [track, memory] : process.streams) {
-        newest = track == 0 ? memory.clock.end() : newest;
-    }
-    const double length = std::min(seconds.value_or(plan_.seconds), plan_.seconds) * 1e6;
-    double from = std::max(oldest, newest - length);
-    from = plan_.overlaps ? from : std::max(from, process.savedUntil);
-    if (newest - from < 1) {
-        return;
-    }
-    bool isDone = true;
-    unsigned number = 0;
-    std::string numbers;
-    do {
-        numbers = process.addition + numberAddition(++number);
-    } while (std::any_of(process.streams.begin(), process.streams.end(), [&](const auto& one) {
-        const std::string path = pathOf(one.first, one.second, numbers);
-        return !path.empty() && std::filesystem::exists(path);
-    }));
-    for (auto& [track, memory] : process.streams) {
-        const std::string path = pathOf(track, memory, numbers);
-        WrittenFile file;
-        isDone = (path.empty() || write(memory, freePath(path), from, newest, file)) && isDone;
-        if (!file.path.empty()) {
-            file.processId = id;
-            file.name = track == 0 ? "mix" : "track " + std::to_string(track);
-            saved.push_back(std::move(file));
-        }
-    }
-    if (isDone) {
-        // What could not be written stays to be saved: the next attempt may find room.
-        process.savedUntil = newest;
-    }
-}
-
-std::vector<WrittenFile> ReplaySink::saveLast(std::optional<double> seconds) {
-    std::vector<WrittenFile> saved;
-    for (auto& [id, process] : processes_) {
-        saveProcess(id, process, seconds, saved);
-    }
-    files_.insert(files_.end(), saved.begin(), saved.end());
-    return saved;
 }
 
 }  // namespace tqrecorder

@@ -15,8 +15,8 @@
 namespace tqrecorder {
 
 /// Keeps the last seconds of every process's mix and tracks in memory, in room that is taken once
-/// for each, and writes them to new numbered files when asked to: the files of one save begin and
-/// end together. The end of a recording saves nothing by itself.
+/// for each, and writes them to new numbered files when asked to, or all to one Matroska file: what
+/// is in one save begins and ends together. The end of a recording saves nothing by itself.
 class ReplaySink : public FilesSink {
   public:
     struct Plan {
@@ -65,6 +65,12 @@ class ReplaySink : public FilesSink {
         double savedUntil = 0;                        // host time
         bool ended = false;
     };
+    struct Clip;
+    [[nodiscard]] bool keepsTracks() const {
+        return !plan_.tracksFolder.empty() ||
+               (plan_.mix.kind != nullptr && plan_.mix.kind->isMatroska());
+    }
+    [[nodiscard]] std::optional<Clip> clipOf(Memory& memory, double from, double to) const;
     [[nodiscard]] Memory& memoryOf(ProcessMemory& process, const Block& block);
     void makeRoom();
     void forgetOld(ProcessMemory& process) const;
@@ -72,6 +78,9 @@ class ReplaySink : public FilesSink {
                      std::vector<WrittenFile>& saved);
     [[nodiscard]] bool write(Memory& memory, std::string path, double from, double to,
                              WrittenFile& written);
+    /// All streams into one file.
+    [[nodiscard]] bool writeTogether(ProcessMemory& process, const std::string& path, double from,
+                                     double to, WrittenFile& written);
     [[nodiscard]] std::string pathOf(int track, const Memory& memory,
                                      const std::string& addition) const;
 

@@ -41,6 +41,7 @@ class StreamClock {
                                        std::uint64_t lostFrames) {
         const bool isFirst = blocks_++ == 0;
         std::uint64_t silence = 0;
+        lostFrames -= std::min(lostFrames, idleFrames_);
         if (!isFirst && static_cast<double>(lostFrames) / rate_ * 1e6 <= mostSilence()) {
             silence = lostFrames;
         }
@@ -58,9 +59,26 @@ class StreamClock {
             // Follows the drift between the device's clock and the host's.
             origin_ += late * kFollow;
         }
-        gaps_ += isFirst || silence == 0 ? 0 : 1;
+        gaps_ += isFirst || silence == 0 || idleFrames_ > 0 ? 0 : 1;
         gapFrames_ += isFirst ? 0 : silence;
+        idleFrames_ = 0;
         frames_ += silence + frames;
+        silence_ += silence;
+        return silence;
+    }
+
+    /// How many frames of silence bring a stream that has begun up to that time, in microseconds,
+    /// where its next block is known to be later. They are counted as written.
+    [[nodiscard]] std::uint64_t idleUntil(double microseconds) {
+        const double late = microseconds - end();
+        if (late <= 0 || late > mostSilence()) {
+            return 0;
+        }
+        const auto silence = static_cast<std::uint64_t>(late / 1e6 * rate_);
+        gaps_ += idleFrames_ > 0 || silence == 0 ? 0 : 1;
+        idleFrames_ += silence;
+        gapFrames_ += silence;
+        frames_ += silence;
         silence_ += silence;
         return silence;
     }
@@ -95,6 +113,7 @@ class StreamClock {
     std::uint64_t silence_ = 0;  // frames
     bool hasJumped_ = false;
     bool isJumpTaken_ = false;
+    std::uint64_t idleFrames_ = 0;  // by idleUntil(), of the hole that it has begun to fill
     std::uint64_t blocks_ = 0;
     std::uint64_t gaps_ = 0;
     std::uint64_t gapFrames_ = 0;

@@ -201,7 +201,7 @@ TEST(CommandLineTest, HelpVersionAndFormatsGoToStandardOutput) {
     EXPECT_EQ(parse({"-h"}).output, parse({"--help", "game"}).output);
     EXPECT_THAT(parse({"--version"}).output,
                 testing::MatchesRegex("tqaudiorecord [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-    EXPECT_THAT(parse({"--list-formats"}).output, HasSubstr("flac  .flac"));
+    EXPECT_THAT(parse({"--list-formats"}).output, HasSubstr("flac        .flac"));
     EXPECT_EQ(parse({"--help"}).exitCode, 0);
     // What belongs to COMMAND is not ours to answer.
     EXPECT_TRUE(parse({"game", "--help"}).proceed);

@@ -10,7 +10,7 @@
 namespace tqrecorder {
 namespace {
 
-constexpr std::array<FileFormat, 7> kFormats{{
+constexpr std::array<FileFormat, 11> kFormats{{
     {"wav", "wav", "WAV, 16-bit; becomes RF64 by itself past 4 GiB", SF_FORMAT_RF64, 0, true, 0},
     {"w64", "w64", "Wave64, 16-bit, of any length", SF_FORMAT_W64, 0, false, 0},
     {"rf64", "rf64", "RF64, 16-bit, of any length", SF_FORMAT_RF64, 0, false, 0},
@@ -19,7 +19,20 @@ constexpr std::array<FileFormat, 7> kFormats{{
     {"opus", "opus", "Ogg Opus; converted to 48000 Hz", SF_FORMAT_OGG, SF_FORMAT_OPUS, false,
      48000},
     {"raw", "raw", "bare samples, 16-bit little-endian stereo at 44100 Hz", 0, 0, false, 0},
+    {"mka", "mka", "Matroska: the mix and every track as streams of one file, as FLAC", 0, 0, false,
+     0, MatroskaCoding::kFlac},
+    {"mka-pcm", "mka", "the same, samples as they are", 0, 0, false, 0, MatroskaCoding::kPcm},
+    {"mka-opus", "mka", "the same, as Opus; converted to 48000 Hz", 0, 0, false, 0,
+     MatroskaCoding::kOpus},
+    {"mka-vorbis", "mka", "the same, as Vorbis", 0, 0, false, 0, MatroskaCoding::kVorbis},
 }};
+
+constexpr std::size_t kNameColumn = 12;
+constexpr std::size_t kExtensionColumn = 6;
+
+std::string padded(std::string_view text, std::size_t column) {
+    return std::string(text) + std::string(column - text.size(), ' ');
+}
 
 std::string lower(std::string_view text) {
     std::string result(text);
@@ -57,9 +70,8 @@ const FileFormat* formatOfPath(std::string_view path) {
 std::string listOfFormats() {
     std::string text;
     for (const FileFormat& format : kFormats) {
-        text += std::string(format.name) + std::string(6 - format.name.size(), ' ') + "." +
-                std::string(format.extension) + std::string(6 - format.extension.size(), ' ') +
-                std::string(format.description) + "\n";
+        text += padded(format.name, kNameColumn) + "." +
+                padded(format.extension, kExtensionColumn) + std::string(format.description) + "\n";
     }
     return text;
 }

@@ -6,6 +6,9 @@
 
 namespace tqrecorder {
 
+/// How the streams of a Matroska file are coded.
+enum class MatroskaCoding { kNone, kFlac, kPcm, kOpus, kVorbis };
+
 /// A kind of file that the mix can be written to.
 struct FileFormat {
     std::string_view name;         ///< as `--format` takes it
@@ -15,6 +18,11 @@ struct FileFormat {
     int encoding = 0;              ///< libsndfile's encoding; 0 takes that of the blocks
     bool growsIntoRf64 = false;    ///< becomes RF64 where it passes 4 GiB
     int onlyRate = 0;              ///< Hz, what it is converted to; 0 takes any
+    MatroskaCoding coding = MatroskaCoding::kNone;  ///< of a file with many streams
+
+    [[nodiscard]] bool isMatroska() const { return coding != MatroskaCoding::kNone; }
+    /// Bare samples without a header.
+    [[nodiscard]] bool isBare() const { return container == 0 && !isMatroska(); }
 };
 
 /// All of them, in the order they are listed.

@@ -3,18 +3,20 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <filesystem>
 #include <utility>
-
-#include "output/files/FileNames.h"
 
 namespace tqrecorder {
 namespace {
 
 constexpr std::uint64_t kSilentFrames = 4096;
 
-/// Whether a signal that ends a recording waits to be read by the recorder's loop, which is the one
-/// that calls us. False where these signals are not blocked.
+}  // namespace
+
+bool hasSound(std::span<const std::byte> frames) {
+    return std::any_of(frames.begin(), frames.end(),
+                       [](std::byte byte) { return byte != std::byte{0}; });
+}
+
 bool isEndAsked() {
     sigset_t pending;
     return sigpending(&pending) == 0 &&
@@ -22,15 +24,15 @@ bool isEndAsked() {
             sigismember(&pending, SIGHUP) == 1);
 }
 
-}  // namespace
-
 FileSeries::FileSeries(Plan plan, const BlockFormat& format)
-    : plan_(std::move(plan)), format_(format), fileFormat_(format) {
+    : plan_(std::move(plan)),
+      format_(format),
+      fileFormat_(format),
+      chain_(plan_.path, plan_.maximumSeconds.has_value(), plan_.mayReplace) {
     if (plan_.kind->onlyRate != 0 && format.sampleRate != plan_.kind->onlyRate) {
+        fileFormat_ = widened(format);
         fileFormat_.sampleRate = plan_.kind->onlyRate;
-        resampler_ =
-            std::make_unique<Resampler>(static_cast<int>(std::lround(format.sampleRate)),
-                                        plan_.kind->onlyRate, static_cast<int>(format.channels));
+        resampler_ = std::make_unique<Resampler>(format, fileFormat_);
     }
     if (plan_.maximumSeconds) {
         maximumFrames_ = static_cast<std::uint64_t>(
@@ -39,54 +41,27 @@ FileSeries::FileSeries(Plan plan, const BlockFormat& format)
 }
 
 bool FileSeries::open() {
-    part_ = std::make_unique<PartFile>(nextPath(), plan_.mayReplace);
-    std::string error = part_->problem();
+    std::string error;
     std::optional<std::uint64_t> reference = plan_.timeReference;
     if (reference) {
         *reference += complete_;
     }
-    if (error.empty()) {
-        file_ = SoundFile::create(part_->path(), part_->descriptor(), *plan_.kind, fileFormat_,
-                                  error, reference);
+    if (PartFile* const part = chain_.next(error)) {
+        file_ = SoundFile::create(part->path(), part->descriptor(), *plan_.kind, fileFormat_, error,
+                                  reference);
     }
     if (file_ == nullptr) {
         fail(error);
-        part_.reset();
+        chain_.drop();
         return false;
-    }
-    if (hasSound_) {
-        takeName(*part_);
     }
     return true;
 }
 
 void FileSeries::write(std::span<const std::byte> frames) {
     writeConverted(resampler_ != nullptr ? resampler_->convert(frames) : frames);
-    if (!hasSound_) {
-        listen(frames);
-    }
-}
-
-void FileSeries::listen(std::span<const std::byte> frames) {
-    hasSound_ = !failed_ && std::any_of(frames.begin(), frames.end(),
-                                        [](std::byte byte) { return byte != std::byte{0}; });
-    if (!hasSound_) {
-        return;
-    }
-    for (Silent& earlier : silent_) {
-        takeName(*earlier.part);
-        earlier.file.path = earlier.part->path();
-        files_.push_back(std::move(earlier.file));
-    }
-    silent_.clear();
-    if (part_ != nullptr) {
-        takeName(*part_);
-    }
-}
-
-void FileSeries::takeName(PartFile& part) {
-    if (std::string problem = part.takeName(); !problem.empty()) {
-        problems_.push_back(std::move(problem));
+    if (!chain_.isHeard() && !failed_ && hasSound(frames)) {
+        chain_.heard();
     }
 }
 
@@ -129,28 +104,14 @@ void FileSeries::writeConverted(std::span<const std::byte> frames) {
     }
 }
 
-std::string FileSeries::nextPath() {
-    if (maximumFrames_ == 0 && number_ == 0) {
-        return plan_.path;
-    }
-    std::string path;
-    do {
-        path = withAddition(plan_.path, numberAddition(++number_));
-    } while (!plan_.mayReplace && std::filesystem::exists(path));
-    return path;
-}
-
 std::optional<WrittenFile> FileSeries::split() {
     if (file_ == nullptr || file_->frames() == 0) {
         return std::nullopt;
     }
-    const std::size_t before = files_.size();
+    const std::size_t problems = chain_.problems().size();
     closeFile();
-    number_ = std::max(number_, 1U);
-    if (files_.size() > before) {
-        return files_.back();
-    }
-    return silent_.empty() ? std::nullopt : std::optional(silent_.back().file);
+    chain_.numberFromNowOn();
+    return chain_.problems().size() > problems ? std::nullopt : chain_.last();
 }
 
 void FileSeries::refresh() {
@@ -164,16 +125,7 @@ void FileSeries::finish() {
         writeConverted(resampler_->flush());
     }
     closeFile();
-    for (Silent& silent : silent_) {
-        if (silent.part->isNameTaken()) {
-            problems_.push_back(silent.file.path +
-                                ": stays as it was; the new recording is silent and was dropped");
-            continue;
-        }
-        takeName(*silent.part);
-        files_.push_back(std::move(silent.file));
-    }
-    silent_.clear();
+    chain_.finish();
 }
 
 void FileSeries::closeFile() {
@@ -187,21 +139,11 @@ void FileSeries::closeFile() {
     WrittenFile done = written(*file_);
     complete_ += file_->frames();
     file_.reset();
-    std::unique_ptr<PartFile> part = std::move(part_);
-    if (!part->hasName()) {
-        // One without a frame goes.
-        if (!isEmpty) {
-            silent_.push_back({std::move(done), std::move(part)});
-        }
-    } else if (part->isStillThere()) {
-        files_.push_back(std::move(done));
-    } else {
-        problems_.push_back(done.path + ": was deleted, moved or replaced while it was written");
-    }
+    chain_.complete(std::move(done), isEmpty);
 }
 
 WrittenFile FileSeries::written(const SoundFile& file) const {
-    return {part_->path(),
+    return {chain_.current()->path(),
             textOf(file.format()),
             file.seconds(),
             0,
@@ -213,11 +155,11 @@ WrittenFile FileSeries::written(const SoundFile& file) const {
 
 void FileSeries::fail(const std::string& problem) {
     failed_ = true;
-    problems_.push_back(problem);
+    chain_.complain(problem);
 }
 
 std::vector<WrittenFile> FileSeries::files() const {
-    std::vector<WrittenFile> all = files_;
+    std::vector<WrittenFile> all = chain_.files();
     if (file_ != nullptr) {
         all.push_back(written(*file_));
     }

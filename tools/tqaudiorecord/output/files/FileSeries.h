@@ -7,23 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "output/files/PartFile.h"
+#include "output/files/FileChain.h"
 #include "output/files/Resampler.h"
 #include "output/files/SoundFile.h"
 
 namespace tqrecorder {
-
-/// A file that was written, for the summary and for the picture.
-struct WrittenFile {
-    std::string path;
-    std::string text;  ///< its format for people
-    double seconds = 0;
-    std::uint64_t gaps = 0;  ///< holes filled with silence, of its whole stream
-    int processId = 0;
-    std::string name;           ///< "mix" or the track's
-    std::uint64_t beganAt = 0;  ///< host time of its stream's first frame, microseconds
-    double startSeconds = 0;    ///< of its stream that are in files before it
-};
 
 /// One stream of frames in one file, or in numbered files of a limited length with no frame lost or
 /// twice between them. After a failure it takes nothing more. Files take their names with the first
@@ -49,7 +37,7 @@ class FileSeries {
     /// may be long.
     void writeSilence(std::uint64_t frames);
     /// Adds to problems(); the series goes on.
-    void complain(const std::string& problem) { problems_.push_back(problem); }
+    void complain(const std::string& problem) { chain_.complain(problem); }
     void refresh();
     /// What follows goes to a new file with the next number, from 2 on for the first. Gives the one
     /// that is complete now; nothing without a frame in it.
@@ -59,7 +47,7 @@ class FileSeries {
     /// As it was asked for.
     [[nodiscard]] const std::string& path() const { return plan_.path; }
     [[nodiscard]] bool failed() const { return failed_; }
-    [[nodiscard]] const std::vector<std::string>& problems() const { return problems_; }
+    [[nodiscard]] const std::vector<std::string>& problems() const { return chain_.problems(); }
     /// Those that are complete and the one under way.
     [[nodiscard]] std::vector<WrittenFile> files() const;
     [[nodiscard]] const BlockFormat& format() const { return format_; }
@@ -67,9 +55,6 @@ class FileSeries {
   private:
     void writeConverted(std::span<const std::byte> frames);
     void closeFile();
-    [[nodiscard]] std::string nextPath();
-    void listen(std::span<const std::byte> frames);
-    void takeName(PartFile& part);
     [[nodiscard]] WrittenFile written(const SoundFile& file) const;
     void fail(const std::string& problem);
 
@@ -77,20 +62,18 @@ class FileSeries {
     BlockFormat format_;      // of the stream
     BlockFormat fileFormat_;  // of the files
     std::unique_ptr<Resampler> resampler_;
-    std::unique_ptr<PartFile> part_;
+    FileChain chain_;
     std::unique_ptr<SoundFile> file_;
-    struct Silent {
-        WrittenFile file;
-        std::unique_ptr<PartFile> part;
-    };
-    std::vector<Silent> silent_;  // complete, and waiting for sound that is worth their names
-    bool hasSound_ = false;
     std::uint64_t maximumFrames_ = 0;  // none when 0
-    unsigned number_ = 0;
-    std::uint64_t complete_ = 0;  // frames in files before
+    std::uint64_t complete_ = 0;       // frames in files before
     bool failed_ = false;
-    std::vector<WrittenFile> files_;
-    std::vector<std::string> problems_;
 };
+
+/// Whether a block of any format is more than silence.
+[[nodiscard]] bool hasSound(std::span<const std::byte> frames);
+
+/// Whether a signal that ends a recording waits to be read by the recorder's loop, which is the one
+/// that calls us. False where these signals are not blocked.
+[[nodiscard]] bool isEndAsked();
 
 }  // namespace tqrecorder

@@ -6,16 +6,29 @@
 #include <span>
 #include <vector>
 
+#include "core/Records.h"
+
 struct SwrContext;
 
 namespace tqrecorder {
 
-/// Converts a stream of 16-bit interleaved frames to another rate (libswresample). [one host thread
-/// at a time]
+/// The same in samples that every computation takes: 8 bits in 16, 24 bits in 32, each in the
+/// upper ones. Others stay.
+[[nodiscard]] BlockFormat widened(BlockFormat format);
+
+/// Frames of `format` in that of widened(); good until the next change of `room`, which is used
+/// where they have to be made.
+[[nodiscard]] std::span<const std::byte> widen(std::span<const std::byte> frames,
+                                               const BlockFormat& format,
+                                               std::vector<std::byte>& room);
+
+/// Converts a stream of interleaved frames to another rate and kind of samples (libswresample).
+/// [one host thread at a time]
 class Resampler {
   public:
-    /// Throws std::bad_alloc where there is no memory.
-    Resampler(int fromHertz, int toHertz, int channels);
+    /// Integers of 8 to 32 bits and floats of 32 and 64, into those that widened() gives. As many
+    /// channels on both sides. Throws std::bad_alloc where there is no memory.
+    Resampler(const BlockFormat& from, const BlockFormat& to);
     ~Resampler();
     Resampler(const Resampler&) = delete;
     Resampler& operator=(const Resampler&) = delete;
@@ -32,7 +45,9 @@ class Resampler {
     std::span<const std::byte> run(const std::uint8_t* in, int frames);
 
     std::unique_ptr<SwrContext, Free> context_;
-    std::size_t frameBytes_;
+    BlockFormat from_;
+    std::size_t outBytes_;  // of a frame
+    std::vector<std::byte> wide_;
     std::vector<std::byte> out_;
 };
 

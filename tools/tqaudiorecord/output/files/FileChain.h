@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "output/files/PartFile.h"
+
+namespace tqrecorder {
+
+/// A file that was written, for the summary and for the picture.
+struct WrittenFile {
+    std::string path;
+    std::string text;  ///< its format for people
+    double seconds = 0;
+    std::uint64_t gaps = 0;  ///< holes filled with silence, of its whole stream
+    int processId = 0;
+    std::string name;           ///< "mix" or the track's
+    std::uint64_t beganAt = 0;  ///< host time of its stream's first frame, microseconds
+    double startSeconds = 0;    ///< of its stream that are in files before it
+};
+
+/// The files that one output makes one after the other: their numbers, and when they take their
+/// names, which is with the first sound in any of them; without any they take those that are free.
+/// [one host thread at a time]; waits for the disk.
+class FileChain {
+  public:
+    /// `isNumbered` says that the first file has a number as well.
+    FileChain(std::string path, bool isNumbered, bool mayReplace);
+
+    /// Makes the next file. Null when that failed, with a line in `error`.
+    [[nodiscard]] PartFile* next(std::string& error);
+    /// The one under way; null where there is none.
+    [[nodiscard]] const PartFile* current() const { return part_.get(); }
+    /// Removes the one under way.
+    void drop() { part_.reset(); }
+    /// The one under way is complete, and is called what `file` says but for the path. One without
+    /// a frame goes.
+    void complete(WrittenFile file, bool isEmpty);
+    /// There is sound now.
+    void heard();
+    [[nodiscard]] bool isHeard() const { return isHeard_; }
+    /// Files that follow have numbers, from 2 on behind one without.
+    void numberFromNowOn();
+    void finish();
+
+    void complain(const std::string& problem) { problems_.push_back(problem); }
+    [[nodiscard]] const std::vector<std::string>& problems() const { return problems_; }
+    /// Those that are complete and have their names.
+    [[nodiscard]] const std::vector<WrittenFile>& files() const { return files_; }
+    /// The one that was completed last, if any is still there.
+    [[nodiscard]] std::optional<WrittenFile> last() const;
+
+  private:
+    struct Silent {
+        WrittenFile file;
+        std::unique_ptr<PartFile> part;
+    };
+    [[nodiscard]] std::string nextPath();
+    void takeName(PartFile& part);
+
+    std::string path_;
+    bool isNumbered_;
+    bool mayReplace_;
+    unsigned number_ = 0;
+    bool isHeard_ = false;
+    std::unique_ptr<PartFile> part_;
+    std::vector<Silent> silent_;  // complete, and waiting for sound that is worth their names
+    std::vector<WrittenFile> files_;
+    std::vector<std::string> problems_;
+};
+
+}  // namespace tqrecorder
