@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/OutputUnit.h"
+
 namespace {
 
 constexpr int kRate = 48000;
@@ -101,51 +103,22 @@ void must(bool isDone, const char* what) {
 }
 
 void runOurs(int impulses) {
-    const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
-                                           kAudioUnitManufacturer_Apple, 0, 0};
-    AudioUnit unit = nullptr;
-    must(AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit) == 0, "a unit");
-    static AudioUnit theUnit = unit;
-    const UInt32 on = 1;
-    AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, &on,
-                         sizeof on);
-    AudioStreamBasicDescription format{};
-    format.mSampleRate = kRate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = static_cast<AudioFormatFlags>(kAudioFormatFlagIsFloat) |
-                          static_cast<AudioFormatFlags>(kAudioFormatFlagIsPacked);
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = 2;
-    format.mBitsPerChannel = 32;
-    format.mBytesPerFrame = format.mBytesPerPacket = 8;
-    AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &format,
-                         sizeof format);
-    AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1, &format,
-                         sizeof format);
-    const AURenderCallbackStruct play{[](void*, AudioUnitRenderActionFlags*, const AudioTimeStamp*,
-                                         UInt32, UInt32 frames, AudioBufferList* list) -> OSStatus {
-                                          journey.play(static_cast<float*>(list->mBuffers[0].mData),
-                                                       2 * frames);
-                                          return 0;
-                                      },
-                                      nullptr};
-    AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
-                         &play, sizeof play);
-    const AURenderCallbackStruct hear{
-        [](void*, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
-           UInt32 frames, AudioBufferList*) -> OSStatus {
-            static std::vector<float> samples(2 * 8192);
-            AudioBufferList list{};
-            list.mNumberBuffers = 1;
-            list.mBuffers[0] = {2, frames * 8, samples.data()};
-            const OSStatus status = AudioUnitRender(theUnit, flags, time, bus, frames, &list);
-            journey.hear(samples.data(), 2 * frames);
-            return status;
-        },
-        nullptr};
-    AudioUnitSetProperty(unit, kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0,
-                         &hear, sizeof hear);
-    must(AudioUnitInitialize(unit) == 0 && AudioOutputUnitStart(unit) == 0, "the start of a unit");
+    static AudioUnit unit = nullptr;
+    const auto play = [](void*, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32,
+                         UInt32 frames, AudioBufferList* list) -> OSStatus {
+        journey.play(static_cast<float*>(list->mBuffers[0].mData), 2 * frames);
+        return 0;
+    };
+    const auto hear = [](void*, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
+                         UInt32 bus, UInt32 frames, AudioBufferList*) -> OSStatus {
+        static std::vector<float> samples(2 * 8192);
+        const OSStatus status =
+            tqtest::fetchHeard(unit, flags, time, bus, frames, 2, samples.data());
+        journey.hear(samples.data(), 2 * frames);
+        return status;
+    };
+    unit = tqtest::makeOutputUnit(tqtest::floatFormat(kRate, 2), {.play = play, .hear = hear});
+    must(unit != nullptr && AudioOutputUnitStart(unit) == 0, "the start of a unit");
     journey.measure(impulses);
     AudioOutputUnitStop(unit);
     journey.sayCost();

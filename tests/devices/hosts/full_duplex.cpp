@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/OutputUnit.h"
+
 namespace {
 
 constexpr double kRate = 48000;
@@ -63,10 +65,8 @@ OSStatus play(void* self, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UI
 OSStatus hear(void* self, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time, UInt32 bus,
               UInt32 frames, AudioBufferList*) {
     auto& duplex = *static_cast<Duplex*>(self);
-    AudioBufferList list{};
-    list.mNumberBuffers = 1;
-    list.mBuffers[0] = {2, frames * 8, duplex.heard.data()};
-    const OSStatus status = AudioUnitRender(duplex.unit, flags, time, bus, frames, &list);
+    const OSStatus status =
+        tqtest::fetchHeard(duplex.unit, flags, time, bus, frames, 2, duplex.heard.data());
     for (UInt32 i = 0; duplex.counts.load(std::memory_order_relaxed) && i < frames; ++i) {
         duplex.counter.add(duplex.heard[2 * i]);
     }
@@ -93,30 +93,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     Duplex duplex;
-    const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
-                                           kAudioUnitManufacturer_Apple, 0, 0};
-    AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &duplex.unit);
-    AudioStreamBasicDescription format{};
-    format.mSampleRate = kRate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = static_cast<AudioFormatFlags>(kAudioFormatFlagIsFloat) |
-                          static_cast<AudioFormatFlags>(kAudioFormatFlagIsPacked);
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = 2;
-    format.mBitsPerChannel = 32;
-    format.mBytesPerFrame = format.mBytesPerPacket = 8;
-    const auto set = [&](AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
-                         const auto& value) {
-        AudioUnitSetProperty(duplex.unit, id, scope, element, &value, sizeof value);
-    };
-    set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, UInt32{1});
-    set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, format);
-    set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1, format);
-    set(kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
-        AURenderCallbackStruct{&play, &duplex});
-    set(kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0,
-        AURenderCallbackStruct{&hear, &duplex});
-    AudioUnitInitialize(duplex.unit);
+    duplex.unit = tqtest::makeOutputUnit(tqtest::floatFormat(kRate, 2),
+                                         {.play = &play, .hear = &hear, .refCon = &duplex});
     AudioOutputUnitStart(duplex.unit);
     // What is in hand between microphone and speakers is found in the first seconds.
     std::this_thread::sleep_for(std::chrono::seconds(2));

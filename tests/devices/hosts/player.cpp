@@ -30,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/OutputUnit.h"
 #include "support/sound/Sound.h"
 
 namespace {
@@ -45,33 +46,12 @@ void say(const char* name, Value value) {
     std::fflush(stdout);
 }
 
-AudioStreamBasicDescription stereo() {
-    AudioStreamBasicDescription format{};
-    format.mSampleRate = kRate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = static_cast<AudioFormatFlags>(kAudioFormatFlagIsFloat) |
-                          static_cast<AudioFormatFlags>(kAudioFormatFlagIsPacked);
-    format.mFramesPerPacket = 1;
-    format.mChannelsPerFrame = 2;
-    format.mBitsPerChannel = 32;
-    format.mBytesPerFrame = format.mBytesPerPacket = 8;
-    return format;
-}
-
 /// An output unit and what it plays.
 class Player {
   public:
     explicit Player(std::vector<float> samples) : samples_(std::move(samples)) {
-        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
-                                               kAudioUnitManufacturer_Apple, 0, 0};
-        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
-        const AudioStreamBasicDescription format = stereo();
-        AudioUnitSetProperty(unit_, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
-                             &format, sizeof format);
-        const AURenderCallbackStruct callback{&render, this};
-        AudioUnitSetProperty(unit_, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0,
-                             &callback, sizeof callback);
-        AudioUnitInitialize(unit_);
+        unit_ = tqtest::makeOutputUnit(tqtest::floatFormat(kRate, 2),
+                                       {.play = &render, .refCon = this});
     }
     ~Player() { AudioComponentInstanceDispose(unit_); }
     Player(const Player&) = delete;
@@ -118,20 +98,9 @@ class Player {
 class Listener {
   public:
     Listener() {
-        const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
-                                               kAudioUnitManufacturer_Apple, 0, 0};
-        AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
-        const UInt32 on = 1;
-        AudioUnitSetProperty(unit_, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1,
-                             &on, sizeof on);
-        const AudioStreamBasicDescription format = stereo();
-        AudioUnitSetProperty(unit_, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 1,
-                             &format, sizeof format);
-        const AURenderCallbackStruct callback{&take, this};
-        AudioUnitSetProperty(unit_, kAudioOutputUnitProperty_SetInputCallback,
-                             kAudioUnitScope_Global, 0, &callback, sizeof callback);
         samples_.resize(2 * kRate * kLongest);
-        AudioUnitInitialize(unit_);
+        unit_ =
+            tqtest::makeOutputUnit(tqtest::floatFormat(kRate, 2), {.hear = &take, .refCon = this});
     }
     ~Listener() { AudioComponentInstanceDispose(unit_); }
     Listener(const Listener&) = delete;
@@ -154,10 +123,8 @@ class Listener {
         if (listener.held_ + 2 * frames > listener.samples_.size()) {
             return 0;
         }
-        AudioBufferList list{};
-        list.mNumberBuffers = 1;
-        list.mBuffers[0] = {2, frames * 8, listener.samples_.data() + listener.held_};
-        const OSStatus status = AudioUnitRender(listener.unit_, flags, time, bus, frames, &list);
+        const OSStatus status = tqtest::fetchHeard(listener.unit_, flags, time, bus, frames, 2,
+                                                   listener.samples_.data() + listener.held_);
         listener.held_ += 2 * frames;
         return status;
     }

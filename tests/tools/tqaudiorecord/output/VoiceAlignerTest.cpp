@@ -94,13 +94,13 @@ TEST(VoiceAligner, SamplesPassAsTheyAreWhileTheClocksAgree) {
     VoiceAligner aligner(2, kRate);
     float next = 1;
     float due = 1;
-    for (int block = 0; block < 2000; ++block) {
+    for (std::size_t block = 0; block < 2000; ++block) {
         std::vector<float> frames(2 * kBlock);
         for (std::size_t i = 0; i < kBlock; ++i, ++next) {
             frames[2 * i] = next;
             frames[2 * i + 1] = -next;
         }
-        aligner.add(100 + static_cast<double>(block * kBlock) + (block % 3), frames);
+        aligner.add(100 + static_cast<double>(block * kBlock + block % 3), frames);
         const std::int64_t first = aligner.next();
         const std::vector<float> taken = aligner.take();
         ASSERT_EQ(first, 99 + static_cast<std::int64_t>(due));
