@@ -56,9 +56,11 @@ TEST_F(RecorderTest, AKilledRecorderLeavesAPlayableFileAndTheHostPlaysOn) {
     kill(hosts[0], SIGKILL);
 }
 
-TEST_F(RecorderTest, AKilledRecorderLeavesNothingOfItsPicture) {
+TEST_F(RecorderTest, AKilledRecorderLeavesNothingOfItsPictureAndReport) {
     const std::string path = folder_.file("out.wav");
-    Program program(setup({"-q", "-o", path, "--picture", folder_.file("out.png")}, game("60")));
+    Program program(setup({"-q", "-o", path, "--picture", folder_.file("out.png"), "--report",
+                           folder_.file("out.html")},
+                          game("60")));
     ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 22'050; }));
     const std::vector<pid_t> hosts = program.children();
     program.signal(SIGKILL);

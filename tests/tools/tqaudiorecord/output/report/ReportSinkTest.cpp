@@ -5,9 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
-#include <regex>
+#include <optional>
 
 #include "output/SinkSet.h"
 #include "output/TracksSink.h"
