@@ -95,6 +95,32 @@ TEST_F(LateAndForked, ChildrenOfAProgramThatIsNotRecordedAnyMoreWaitForNobody) {
     }
 }
 
+TEST_F(LateAndForked, AChildThatPlaysAgainWhenTheRecorderHasGonePlaysOn) {
+    tqtest::runProgram(recorder(
+        {"-q", "-d", "1", "--host-goes-on", "-o", output.folder().file("mix.wav")}, "again"));
+    std::ofstream{go};
+    ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".took"); }));
+    double milliseconds = 0;
+    int code = 1;
+    std::ifstream(go + ".took") >> milliseconds >> code;
+    EXPECT_EQ(code, 0);
+}
+
+TEST_F(LateAndForked, AStreamThatIsLeftOutIsDuckedAsLongAsTheUserWants) {
+    const Program program(
+        recorder({"-q", "--not", "*", "-o", output.folder().file("mix.wav")}, "again"));
+    ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".awaited"); }));
+    ASSERT_EQ(ctl({"duck", "-20"}), 0);
+    std::ofstream{go};
+    ASSERT_TRUE(tqtest::eventually([&] { return std::filesystem::exists(go + ".took"); }));
+    const Sound heard = output.heard();
+    ASSERT_EQ(heard.frames(), 2 * noise.frames());
+    for (std::size_t frame = 0; frame < noise.frames(); ++frame) {
+        ASSERT_NEAR(heard.value(noise.frames() + frame, 0), 0.1 * noise.value(frame, 0), 0.002)
+            << frame;
+    }
+}
+
 TEST_F(LateAndForked, AProgramThatLoadsItsLibraryAndEndsAtOnceIsRecorded) {
     expectWhole({TQ_TEST_SOUND_LATER, "beside", TQ_TEST_ALSA_PLUGIN, file});
 }

@@ -4,11 +4,12 @@
 //   own        the child opens the device
 //   alone      so it does, and both have one thread until then
 //   inherited  it was open before the fork
+//   again      so it does, and once more when there is a file GO
 //   awaited    the child opens the device as soon as there is a file GO
 //   later      the fork is as late as that
 //
-// There is a file GO.awaited then. With GO how many milliseconds the child took from then on is
-// written to the file GO.took.
+// There is a file GO.awaited then. With GO how many milliseconds the child took from then on, and
+// its exit code, are written to the file GO.took.
 
 #include <alsa/asoundlib.h>
 #include <unistd.h>
@@ -43,6 +44,15 @@ void await(const std::string& file) {
     }
 }
 
+bool play(snd_pcm_t* pcm, const std::string& sound) {
+    const auto frames = static_cast<snd_pcm_sframes_t>(sound.size() / 4);
+    const snd_pcm_sframes_t taken =
+        snd_pcm_writei(pcm, sound.data(), static_cast<snd_pcm_uframes_t>(frames));
+    (void)snd_pcm_drain(pcm);
+    (void)snd_pcm_close(pcm);
+    return taken == frames;
+}
+
 bool isAlone() {
     const std::filesystem::directory_iterator tasks("/proc/self/task");
     return std::distance(begin(tasks), end(tasks)) == 1;
@@ -59,7 +69,7 @@ int main(int count, char** arguments) {
     const std::string sound{std::istreambuf_iterator<char>(file), {}};
     const std::string_view kind = arguments[1];
     const bool isInherited = kind == "inherited";
-    snd_pcm_t* pcm = isInherited ? openDevice() : nullptr;
+    snd_pcm_t* const pcm = isInherited ? openDevice() : nullptr;
     if (kind == "later") {
         await(go);
     }
@@ -78,17 +88,20 @@ int main(int count, char** arguments) {
         const auto began = std::chrono::steady_clock::now();
         int status = 1;
         waitpid(child, &status, 0);
+        const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 4;
         if (!go.empty()) {
             const std::chrono::duration<double, std::milli> took =
                 std::chrono::steady_clock::now() - began;
-            std::ofstream(go + ".part") << took.count();
+            std::ofstream(go + ".part") << took.count() << ' ' << code;
             std::filesystem::rename(go + ".part", go + ".took");
         }
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 4;
+        return code;
     }
-    pcm = isInherited ? pcm : openDevice();
-    const snd_pcm_sframes_t taken = snd_pcm_writei(pcm, sound.data(), sound.size() / 4);
-    (void)snd_pcm_drain(pcm);
-    (void)snd_pcm_close(pcm);
-    return taken == static_cast<snd_pcm_sframes_t>(sound.size() / 4) ? 0 : 5;
+    if (kind == "again") {
+        if (!play(openDevice(), sound)) {
+            return 5;
+        }
+        await(go);
+    }
+    return play(isInherited ? pcm : openDevice(), sound) ? 0 : 5;
 }

@@ -135,8 +135,8 @@ void Tap::record(char** arguments) {
     isThreadOwed_ = !usesPlatform_;
     watch();
     if (usesPlatform_) {
-        // A unit that plays for the first time is recorded from its first frame on; the bridges keep
-        // that of a native stream for us.
+        // A unit that plays for the first time is recorded from its first frame on; the bridges
+        // keep that of a native stream for us.
         collect();
         // The library starts on a thread of its own, which a child that is forked meanwhile would
         // not have.

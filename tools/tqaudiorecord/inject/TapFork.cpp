@@ -29,6 +29,8 @@ void Tap::watchForks() {
 }
 
 void Tap::becomeChild() {
+    // It gets one of its own in another way.
+    isThreadOwed_.store(false);
     if (outlet_.load() == nullptr && !isForked_.load() && !isJoining_.load()) {
         isUnheard_.store(true, std::memory_order_relaxed);
         return;
@@ -97,7 +99,12 @@ void Tap::runForked() {
     Hello hello = helloWith(guardStatus(), true);
     hello.isRecording = 1;
     hello.mayPlay = 1;
-    const bool isConnected = connectRecording(hello);
+    bool isConnected = false;
+    {
+        // Another stream may begin meanwhile, and look where the parent's orders stand.
+        const std::lock_guard lock(work_);
+        isConnected = connectRecording(hello);
+    }
     isJoining_.store(false);
     if (!isConnected) {
         beUnheard();

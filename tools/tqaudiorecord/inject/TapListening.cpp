@@ -113,6 +113,9 @@ void Tap::setVolume() {
 }
 
 void Tap::followOrder() {
+    if (!memory_) {
+        return;
+    }
     volume_.follow(memory_->page().duckLevel.load(std::memory_order_relaxed),
                    memory_->page().duckOrder.load(std::memory_order_relaxed));
 }
@@ -226,6 +229,14 @@ void Tap::pushStream(const tq_stream& stream) noexcept {
     if (isSound && isForked_.load(std::memory_order_relaxed)) {
         // Its first sound waits until somebody listens.
         recordForked();
+    }
+    if (stream.fate == TQ_STREAM_EXCLUDED && isThreadOwed_.load()) {
+        // It never has a unit, and is ducked as long as the recorder wants it.
+        try {
+            noteUnitMade();
+        } catch (...) {
+            // No thread to be had: it stays as loud as it began.
+        }
     }
     const Outlet* const outlet = outlet_.load(std::memory_order_acquire);
     if (outlet == nullptr) {
