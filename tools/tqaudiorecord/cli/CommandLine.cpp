@@ -286,6 +286,15 @@ class Parser {
         if (!o.format.empty() && formatNamed(o.format) == nullptr) {
             return "--format: there is no format " + o.format + " (see --list-formats)";
         }
+        const FileFormat* const ofTracks = formatNamed(o.tracksFormat);
+        if (ofTracks == nullptr) {
+            return "--tracks-format: there is no format " + o.tracksFormat +
+                   " (see --list-formats)";
+        }
+        if (ofTracks->isMatroska()) {
+            return "--tracks-format " + o.tracksFormat +
+                   ": one file holds all tracks; name it with --output";
+        }
         // Without any place for sound the recorder chooses one for the mix.
         const bool hasMix = !o.output.empty() || o.tracksFolder.empty();
         if (!o.format.empty() && !hasMix) {

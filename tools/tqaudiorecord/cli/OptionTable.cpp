@@ -59,14 +59,27 @@ constexpr std::array kTable{
         .name = "tracks",
         .valueName = "DIR",
         .target = &Options::tracksFolder,
-        .brief = "One WAV file per track, in the track's own format",
+        .brief = "One file per track, in the track's own format",
         .manual =
-            "One WAV file per track, in the track's own format, after ducking and "
+            "One file per track, in the track's own format, after ducking and "
             "compression; named by track and host unit. A file begins where the track does; how "
             "long that is after the mix stands in its Broadcast-Wave time reference and in "
             "the file of **--events**. There is silence where the unit did not play later. "
             "Where a track goes on in another format, another file begins.",
         .completion = Completion::kFolder,
+    },
+    OptionEntry{
+        .group = kOutput,
+        .name = "tracks-format",
+        .valueName = "NAME",
+        .target = &Options::tracksFormat,
+        .brief = "What tracks are written as (see --list-formats); WAV unless told",
+        .manual =
+            "What tracks are written as: one of **--list-formats** without those of Matroska. WAV "
+            "unless told, which like the other kinds of bare samples has them as they are. FLAC "
+            "has 24 bits of what has more.",
+        .needs = "tracks",
+        .completion = Completion::kFormat,
     },
     OptionEntry{
         .group = kOutput,

@@ -158,10 +158,12 @@ bool Outputs::open(std::string& error) {
         add(std::make_unique<PipeSink>(
             standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
     } else if (o.replaySeconds) {
-        auto sink = std::make_unique<ReplaySink>(
-            ReplaySink::Plan{
-                {o.output, format}, o.tracksFolder, *o.replaySeconds, o.replayOverlaps},
-            names_);
+        auto sink = std::make_unique<ReplaySink>(ReplaySink::Plan{{o.output, format},
+                                                                  o.tracksFolder,
+                                                                  *o.replaySeconds,
+                                                                  o.replayOverlaps,
+                                                                  formatNamed(o.tracksFormat)},
+                                                 names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -183,7 +185,8 @@ bool Outputs::open(std::string& error) {
     }
     if (!o.tracksFolder.empty() && !o.replaySeconds) {
         auto sink = std::make_unique<TracksSink>(
-            TracksSink::Plan{o.tracksFolder, o.maximumFileSeconds, o.overwrite, o.tracksFromStart},
+            TracksSink::Plan{o.tracksFolder, o.maximumFileSeconds, o.overwrite, o.tracksFromStart,
+                             formatNamed(o.tracksFormat)},
             names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {

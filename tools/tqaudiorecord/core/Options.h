@@ -28,6 +28,7 @@ struct Options {
     bool overwrite = false;       ///< files that are there are replaced
     std::string format;           ///< overrides the extension; empty follows it
     std::string tracksFolder;
+    std::string tracksFormat = "wav";
     bool tracksFromStart = false;  ///< their files begin with the recording
     std::string eventsFile;
     std::string pictureFile;

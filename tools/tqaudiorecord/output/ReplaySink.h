@@ -24,6 +24,7 @@ class ReplaySink : public FilesSink {
         std::string tracksFolder;  ///< empty for none
         double seconds = 0;
         bool overlaps = false;  ///< else what was saved is not saved again: files go on
+        const FileFormat* tracksKind = &trackFormat();
     };
     ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names);
 

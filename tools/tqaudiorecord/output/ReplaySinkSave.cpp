@@ -77,11 +77,13 @@ std::string ReplaySink::pathOf(int track, const Memory& memory, const std::strin
     if (track == 0) {
         return plan_.mix.path.empty() ? std::string() : withAddition(plan_.mix.path, addition);
     }
-    return plan_.tracksFolder.empty() ? std::string()
-                                      : plan_.tracksFolder + "/" +
-                                            withAddition("track-" + std::to_string(track) + "-" +
-                                                             fileNamePart(memory.unit) + ".wav",
-                                                         addition);
+    return plan_.tracksFolder.empty()
+               ? std::string()
+               : plan_.tracksFolder + "/" +
+                     withAddition("track-" + std::to_string(track) + "-" +
+                                      fileNamePart(memory.unit) + "." +
+                                      std::string(plan_.tracksKind->extension),
+                                  addition);
 }
 
 bool ReplaySink::write(Memory& memory, std::string path, double from, double to,
@@ -90,7 +92,7 @@ bool ReplaySink::write(Memory& memory, std::string path, double from, double to,
     if (!clip) {
         return true;
     }
-    const FileFormat* kind = memory.unit.empty() ? plan_.mix.kind : &trackFormat();
+    const FileFormat* kind = memory.unit.empty() ? plan_.mix.kind : plan_.tracksKind;
     FileSeries series({std::move(path), kind}, memory.format);
     if (series.open()) {
         clip->play(clip->begin, clip->end,

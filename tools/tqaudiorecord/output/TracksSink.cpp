@@ -67,15 +67,16 @@ void TracksSink::begin(const Process& process, const Block& block) {
     const Axis& axis = axes_.at(process.id);
     const std::string name =
         std::string(kTrackPrefix) + std::to_string(block.track) + "-" + fileNamePart(block.unit);
-    std::string path = plan_.folder + "/" + withAddition(name + ".wav", axis.addition);
+    const std::string extension = "." + std::string(plan_.kind->extension);
+    std::string path = plan_.folder + "/" + withAddition(name + extension, axis.addition);
     for (int part = 2; !takenNames_.insert(path).second; ++part) {
         path = plan_.folder + "/" +
-               withAddition(name + ".wav", axis.addition + "-part" + std::to_string(part));
+               withAddition(name + extension, axis.addition + "-part" + std::to_string(part));
     }
     const std::uint64_t beganAt = plan_.fromStart ? axis.beganAt : block.microseconds;
     const double offset = static_cast<double>(std::max(beganAt, axis.beganAt) - axis.beganAt) / 1e6;
     FileSeries::Plan plan{
-        path, &trackFormat(), plan_.maximumSeconds, plan_.mayReplace,
+        path, plan_.kind, plan_.maximumSeconds, plan_.mayReplace,
         static_cast<std::uint64_t>(std::llround(offset * block.format.sampleRate))};
     Track track{std::string(block.unit), name, FileSeries(plan, block.format),
                 StreamClock(block.format.sampleRate, beganAt, kTrackPatience,

@@ -25,6 +25,7 @@ class TracksSink : public FilesSink {
         std::optional<double> maximumSeconds{};
         bool mayReplace = false;
         bool fromStart = false;  ///< silence from the recording's begin to the track's is written
+        const FileFormat* kind = &trackFormat();
     };
     TracksSink(Plan plan, std::shared_ptr<ProcessNames> names);
 

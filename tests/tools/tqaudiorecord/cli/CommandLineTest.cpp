@@ -172,6 +172,8 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         {{"-o", "out.wav", "--format", "mp9", "game"}, "no format mp9"},
         {{"--format", "wav", "--tracks", "t", "game"}, "--output, which is missing"},
         {{"-o", "-", "--format", "flac", "game"}, "wav or raw"},
+        {{"--tracks", "t", "--tracks-format", "mp9", "game"}, "no format mp9"},
+        {{"--tracks", "t", "--tracks-format", "mka", "game"}, "name it with --output"},
         {{"--replay", "5", "-o", "-", "game"}, "--replay goes with neither"},
         {{"--replay", "5", "-o", "a.wav", "--picture", "p", "game"}, "--replay goes with neither"},
         {{"--no-overlap", "game"}, "--replay"},

@@ -120,6 +120,68 @@ TEST_F(TracksSinkTest, UnderHeavyLossMixAndTrackStayTogetherToTheFrame) {
     }
 }
 
+struct TrackCase {
+    const char* format;
+    int subtype;  ///< of a track of floats
+    int rate;
+    double tolerance;
+};
+
+class EveryTrackFormatTest : public TracksSinkTest,
+                             public testing::WithParamInterface<TrackCase> {};
+
+TEST_P(EveryTrackFormatTest, HoldsTracksOfEveryKindOfSamples) {
+    const TrackCase& expected = GetParam();
+    const FileFormat* const kind = formatNamed(expected.format);
+    TracksSink sink({folder_.file("tracks"), {}, false, false, kind}, names_);
+    ASSERT_TRUE(sink.open());
+    const BlockFormat floats{48000, 2, 32, true};
+    const BlockFormat doubles{44100, 2, 64, true};
+    const auto deep = [] {
+        // A tone of 24 bits, as the upper bits of 32.
+        std::vector<std::byte> bytes;
+        for (std::size_t frame = 0; frame < 48'000; ++frame) {
+            const auto sample = static_cast<std::int32_t>(std::lround(
+                0.5 * 0x7FFFFF *
+                std::sin(2 * std::numbers::pi * 480 * static_cast<double>(frame) / 48'000)));
+            for (unsigned byte = 0; byte < 3; ++byte) {
+                bytes.push_back(static_cast<std::byte>(sample >> (8 * byte) & 0xFF));
+            }
+        }
+        return bytes;
+    }();
+    auto loud = tone<float>(480, floats, 48'000);
+    const float beyond = 1.5F;
+    std::memcpy(loud.data() + 100 * floats.frameBytes(), &beyond, sizeof beyond);
+    sink.block(game_, {1, "floats", floats, kStart, loud});
+    sink.block(game_, {2, "doubles", doubles, kStart, tone<double>(480, doubles, 44'100)});
+    sink.block(game_, {3, "deep", {48000, 1, 24, false}, kStart, deep});
+    sink.block(game_, {4, "short", kMixFormat, kStart, mixTone(480, 44'100)});
+    sink.finish();
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+    for (const char* name :
+         {"track-1-floats.", "track-2-doubles.", "track-3-deep.", "track-4-short."}) {
+        const RecordedFile track(folder_.file("tracks/") + name + std::string(kind->extension));
+        ASSERT_TRUE(track.opened) << name;
+        EXPECT_NEAR(static_cast<double>(track.frames()) / track.info.samplerate, 1, 0.001) << name;
+        EXPECT_NEAR(track.amplitude(480, 0.1, 0.9), 0.5, expected.tolerance) << name;
+    }
+    const RecordedFile track(folder_.file("tracks/track-1-floats.") + std::string(kind->extension));
+    EXPECT_EQ(track.info.format & SF_FORMAT_SUBMASK, expected.subtype);
+    EXPECT_EQ(track.info.samplerate, expected.rate);
+    // Never the other end of the scale.
+    EXPECT_GT(track.at(100), 0.3F);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, EveryTrackFormatTest,
+                         testing::Values(TrackCase{"wav", SF_FORMAT_FLOAT, 48000, 0.001},
+                                         TrackCase{"w64", SF_FORMAT_FLOAT, 48000, 0.001},
+                                         TrackCase{"rf64", SF_FORMAT_FLOAT, 48000, 0.001},
+                                         TrackCase{"flac", SF_FORMAT_PCM_24, 48000, 0.001},
+                                         TrackCase{"ogg", SF_FORMAT_VORBIS, 48000, 0.02},
+                                         TrackCase{"opus", SF_FORMAT_OPUS, 48000, 0.02}),
+                         [](const auto& kind) { return std::string(kind.param.format); });
+
 TEST_F(TracksSinkTest, ATrackThatChangesItsFormatGoesOnInAnotherFile) {
     TracksSink sink({folder_.file("tracks"), {}, false, true}, names_);
     ASSERT_TRUE(sink.open());

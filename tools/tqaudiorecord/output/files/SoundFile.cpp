@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "output/files/Resampler.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -34,6 +36,24 @@ int encodingOf(const BlockFormat& format) {
         default:
             return 0;
     }
+}
+
+/// What samples of a format become in a file of that kind.
+int encodingIn(const FileFormat& kind, const BlockFormat& format) {
+    const int asItIs = encodingOf(format);
+    if (kind.encoding == 0 || asItIs == 0) {
+        return asItIs;
+    }
+    const bool isDeep = format.isFloat || format.bitsPerChannel > 16;
+    return kind.container == SF_FORMAT_FLAC && isDeep ? SF_FORMAT_PCM_24 : kind.encoding;
+}
+
+/// Through an encoder, which wants samples of its own kinds at places that suit them.
+template <typename Sample, typename Write>
+sf_count_t encoded(std::span<const std::byte> frames, const Write& write) {
+    std::vector<Sample> samples(frames.size() / sizeof(Sample));
+    std::memcpy(samples.data(), frames.data(), frames.size());
+    return write(samples.data());
 }
 
 // Frames in one call of the encoder: some keep a call's frames on their stack.
@@ -144,15 +164,13 @@ void SoundFile::stampTime(std::uint64_t timeReference) {
 
 bool SoundFile::open(tqcommon::Descriptor file, std::string& error,
                      std::optional<std::uint64_t> timeReference) {
-    const int encoding = kind_.encoding != 0 ? kind_.encoding : encodingOf(format_);
+    const int encoding = encodingIn(kind_, format_);
     const bool isBare = kind_.container == 0;
     SF_INFO info{};
     info.samplerate = static_cast<int>(std::lround(format_.sampleRate));
     info.channels = static_cast<int>(format_.channels);
     info.format = (isBare ? SF_FORMAT_RAW | SF_ENDIAN_LITTLE : kind_.container) | encoding;
-    const bool canEncode =
-        kind_.encoding == 0 || (!format_.isFloat && format_.bitsPerChannel == 16);
-    if (encoding == 0 || !canEncode || info.samplerate < 1 || info.channels < 1 ||
+    if (encoding == 0 || info.samplerate < 1 || info.channels < 1 ||
         sf_format_check(&info) == SF_FALSE) {
         error = path_ + ": a " + std::string(kind_.name) + " file cannot hold " + textOf(format_);
         return false;
@@ -178,6 +196,8 @@ bool SoundFile::open(tqcommon::Descriptor file, std::string& error,
         // Readers take bytes behind the stated length for another chunk and refuse the file.
         sf_command(file_.get(), SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
     }
+    // Floats beyond full scale would turn into the other end of it.
+    sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     double latency = kPageMilliseconds;
     sf_command(file_.get(), SFC_SET_OGG_PAGE_LATENCY_MS, &latency, sizeof latency);
     // Written at once, so that a file without a frame can be opened as well.
@@ -217,13 +237,10 @@ bool SoundFile::write(std::span<const std::byte> frames) {
         refresh();
         return false;
     }
-    std::vector<std::int16_t> samples(kEncoderFrames * format_.channels);
     while (!frames.empty()) {
         const std::size_t count = std::min(frames.size() / frameBytes, kEncoderFrames);
-        std::memcpy(samples.data(), frames.data(), count * frameBytes);
-        const sf_count_t written =
-            sf_writef_short(file_.get(), samples.data(), static_cast<sf_count_t>(count));
-        if (written != static_cast<sf_count_t>(count) || disk_->error() != 0) {
+        if (encode(frames.first(count * frameBytes)) != static_cast<sf_count_t>(count) ||
+            disk_->error() != 0) {
             fail();
             return false;
         }
@@ -231,6 +248,26 @@ bool SoundFile::write(std::span<const std::byte> frames) {
         frames = frames.subspan(count * frameBytes);
     }
     return true;
+}
+
+sf_count_t SoundFile::encode(std::span<const std::byte> frames) {
+    SNDFILE* const file = file_.get();
+    const auto count = static_cast<sf_count_t>(frames.size() / format_.frameBytes());
+    const std::span<const std::byte> wide = widen(frames, format_, turned_);
+    const BlockFormat format = widened(format_);
+    if (format.isFloat && format.bitsPerChannel == 32) {
+        return encoded<float>(wide,
+                              [=](const float* all) { return sf_writef_float(file, all, count); });
+    }
+    if (format.isFloat) {
+        return encoded<double>(
+            wide, [=](const double* all) { return sf_writef_double(file, all, count); });
+    }
+    if (format.bitsPerChannel == 16) {
+        return encoded<short>(wide,
+                              [=](const short* all) { return sf_writef_short(file, all, count); });
+    }
+    return encoded<int>(wide, [=](const int* all) { return sf_writef_int(file, all, count); });
 }
 
 void SoundFile::fail() {

@@ -62,6 +62,7 @@ class SoundFile {
     [[nodiscard]] bool open(tqcommon::Descriptor file, std::string& error,
                             std::optional<std::uint64_t> timeReference);
     void stampTime(std::uint64_t timeReference);
+    [[nodiscard]] sf_count_t encode(std::span<const std::byte> frames);
     void fail();
     void refreshFlac();
 
@@ -70,7 +71,7 @@ class SoundFile {
     BlockFormat format_;
     std::uint64_t frames_ = 0;
     std::string problem_;
-    std::vector<std::byte> turned_;  ///< 8-bit samples as the file holds them
+    std::vector<std::byte> turned_;  ///< samples as the file or its encoder takes them
     // Declared before the file, so destroyed after it: closing the file still writes.
     std::unique_ptr<Disk> disk_;
     std::unique_ptr<SNDFILE, CloseFile> file_;
