@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "ipc/Printable.h"
-#include "output/PipeSink.h"
 #include "output/ReplaySink.h"
 #include "output/TracksSink.h"
 #include "output/VoiceSink.h"
@@ -155,7 +154,7 @@ bool Outputs::open(std::string& error) {
     }
     if (o.output == "-") {
         const bool raw = format != nullptr && format->isBare();
-        add(std::make_unique<PipeSink>(
+        pipe_ = &add(std::make_unique<PipeSink>(
             standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
     } else if (o.replaySeconds) {
         auto sink = std::make_unique<ReplaySink>(ReplaySink::Plan{{o.output, format},
@@ -304,6 +303,9 @@ std::vector<WrittenFile> Outputs::files() const {
     for (const FilesSink* sink : files_) {
         const std::vector<WrittenFile> more = sink->files();
         files.insert(files.end(), more.begin(), more.end());
+    }
+    if (pipe_ != nullptr && pipe_->taken().seconds > 0) {
+        files.push_back(pipe_->taken());
     }
     for (WrittenFile& file : files) {
         file.path = printable(file.path);

@@ -11,6 +11,7 @@
 #include "output/MixSink.h"
 #include "output/PauseTime.h"
 #include "output/PictureSink.h"
+#include "output/PipeSink.h"
 #include "output/SinkSet.h"
 #include "output/VoiceTrack.h"
 #include "output/files/FileNames.h"
@@ -51,6 +52,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] std::vector<std::string> silence(int endSignal) const;
     /// Whether any block arrived, also one of zeros.
     [[nodiscard]] bool isAnythingRecorded() const;
+    [[nodiscard]] double elapsedSeconds() const { return observer_->elapsedSeconds(); }
     /// Whether any process has connected.
     [[nodiscard]] bool hasAnyProcess() const;
     /// What is said at the end, with the reasons for silence.
@@ -88,6 +90,7 @@ class Outputs : public SinkSet {
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;
     ReportSink* report_ = nullptr;
+    PipeSink* pipe_ = nullptr;
     std::set<std::string> shownProblems_;
 };
 

@@ -23,6 +23,8 @@ namespace {
 using namespace tqrecorder;
 
 constexpr int kFailure = 2;
+/// A program has begun to play by then, if it ever does at its start.
+constexpr double kShortSeconds = 1;
 
 void complain(Screen& screen, const std::string& problem) {
     screen.line("tqaudiorecord: " + problem);
@@ -38,25 +40,36 @@ int tendGuard(const Options& options, Screen& screen) {
     return 0;
 }
 
-int control(const Options& options) {
+int control(const Options& options, Screen& screen) {
     const ControlAnswer answer = options.action == Options::Action::kList
                                      ? listRecorders()
                                      : controlRecorder(options.controlPid, options.control);
-    std::fputs(((answer.isDone ? "" : "tqaudiorecord: ") + answer.text).c_str(),
-               answer.isDone ? stdout : stderr);
-    return answer.isDone ? 0 : kFailure;
+    if (answer.isDone) {
+        std::fputs(answer.text.c_str(), stdout);
+        return 0;
+    }
+    screen.text("tqaudiorecord: " + answer.text);
+    return kFailure;
 }
 
 /// Why the recording is silent; empty when it is not.
 std::vector<std::string> reasonsFor(const Outputs& outputs, const HostProgram& program,
-                                    const Options& options, int endSignal) {
-    const std::string unfit = program.text(options.command.front());
+                                    const Options& options, const RecordingResult& result) {
+    const std::string& command = options.command.front();
+    const std::string unfit = program.text(command);
+    const int endSignal = result.hostEndSignal;
+    const bool isEndedByUser = result.end == RecordingResult::End::kSignal ||
+                               result.end == RecordingResult::End::kDuration;
+    if (isEndedByUser && unfit.empty() && !outputs.isAnythingRecorded() &&
+        outputs.elapsedSeconds() < kShortSeconds) {
+        // What else could be said would be a guess: the program had hardly begun.
+        return {command + ": the recording ended so early that nothing had been played yet"};
+    }
     if (outputs.hasAnyProcess() || unfit.empty()) {
         return outputs.silence(endSignal);
     }
-    return endSignal == 0
-               ? std::vector<std::string>{unfit}
-               : std::vector<std::string>{endedBy(options.command.front(), endSignal), unfit};
+    return endSignal == 0 ? std::vector<std::string>{unfit}
+                          : std::vector<std::string>{endedBy(command, endSignal), unfit};
 }
 
 /// A standard stream that the caller has closed must not become a file of the recording, into which
@@ -110,7 +123,7 @@ int record(Options options, Screen& screen) {
     const bool isEmpty = !outputs.isAnythingRecorded();
     // A note has said already why there is nothing.
     const std::vector<std::string> reasons =
-        result.notes.empty() ? reasonsFor(outputs, session.program(), options, result.hostEndSignal)
+        result.notes.empty() ? reasonsFor(outputs, session.program(), options, result)
                              : std::vector<std::string>{};
     if (!options.quiet) {
         screen.text(outputs.summary(reasons));
@@ -146,7 +159,7 @@ int main(int argc, char** argv) {
                 return record(line.options, screen);
             case Options::Action::kControl:
             case Options::Action::kList:
-                return control(line.options);
+                return control(line.options, screen);
             case Options::Action::kGuardStatus:
             case Options::Action::kGuardArm:
             case Options::Action::kGuardDisarm:

@@ -12,6 +12,12 @@
 namespace tqrecorder {
 namespace {
 
+/// A host's words steer no terminal that shows the file: all but printable ASCII is escaped, and
+/// bytes that are no UTF-8 are replaced.
+std::string lineOf(const nlohmann::ordered_json& event) {
+    return event.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
 const char* nameOf(tq_event_kind kind) {
     switch (kind) {
         case TQ_EVENT_KIND_SUCCESS:
@@ -72,7 +78,7 @@ void EventsSink::noteBeginning(const Process& process, const Block& block) {
     line["track"] = block.track;
     line["unit"] = known->second.unit;
     line["offset_seconds"] = offset;
-    write(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    write(lineOf(line));
 }
 
 void EventsSink::takeName() {
@@ -94,8 +100,7 @@ void EventsSink::event(const Process& process, const Event& event) {
     line["pid"] = process.pid;
     line["kind"] = nameOf(tq_event_kind_of(event.category, event.code));
     line["text"] = tq_event_text(event.category, event.code);
-    // A message may contain bytes that are no UTF-8; they are replaced.
-    write(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    write(lineOf(line));
 }
 
 void EventsSink::write(const std::string& text) {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "output/FilesSink.h"
+#include "output/files/SoundFile.h"
 
 namespace tqrecorder {
 namespace {
@@ -65,6 +66,7 @@ PipeSink::PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> na
             headerAt_ = lseek(descriptor_, 0, SEEK_CUR);
         }
         const auto header = streamingHeader();
+        headerBytes_ = header.size();
         queue(header);
     }
 }
@@ -165,9 +167,8 @@ void PipeSink::finish() {
 
 // What is longer than a header can say stays of unknown length.
 void PipeSink::completeHeader() const {
-    constexpr std::uint64_t kHeaderBytes = 44;
     constexpr std::uint64_t kBehindRiff = 8;
-    if (headerAt_ < 0 || taken_ < kHeaderBytes || taken_ - kBehindRiff > UINT32_MAX) {
+    if (headerAt_ < 0 || taken_ < headerBytes_ || taken_ - kBehindRiff > UINT32_MAX) {
         return;
     }
     const auto write = [this](off_t place, std::uint64_t value) {
@@ -176,7 +177,16 @@ void PipeSink::completeHeader() const {
         (void)!pwrite(descriptor_, &number, sizeof number, headerAt_ + place);
     };
     write(4, taken_ - kBehindRiff);
-    write(40, taken_ - kHeaderBytes);
+    write(40, taken_ - headerBytes_);
+}
+
+WrittenFile PipeSink::taken() const {
+    WrittenFile file;
+    file.path = "standard output";
+    file.text = textOf(kMixFormat);
+    file.seconds = static_cast<double>(taken_ - std::min(taken_, headerBytes_)) /
+                   static_cast<double>(kMixFormat.frameBytes()) / kMixFormat.sampleRate;
+    return file;
 }
 
 std::vector<std::string> PipeSink::problems() const {

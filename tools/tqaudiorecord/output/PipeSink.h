@@ -10,6 +10,7 @@
 #include "core/Sink.h"
 #include "output/StreamClock.h"
 #include "output/files/FileNames.h"
+#include "output/files/FileSeries.h"
 
 namespace tqrecorder {
 
@@ -29,6 +30,8 @@ class PipeSink : public Sink {
     [[nodiscard]] std::string reasonToEnd() const override { return reason_; }
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override;
+    /// What the reader has taken so far.
+    [[nodiscard]] WrittenFile taken() const;
 
     /// About a minute and a half of mix.
     static constexpr std::size_t kMostBytes = std::size_t{16} << 20U;
@@ -44,6 +47,7 @@ class PipeSink : public Sink {
     std::vector<std::byte> waiting_;
     std::size_t sent_ = 0;  // of what waits
     std::unique_ptr<StreamClock> clock_;
+    std::uint64_t headerBytes_ = 0;
     off_t headerAt_ = -1;      // of a header that can be completed; -1 for none
     std::uint64_t taken_ = 0;  // bytes that were written
     bool closed_ = false;

@@ -51,6 +51,10 @@ class FileLevel final : public DuckSource {
             static_cast<std::size_t>(static_cast<double>(microseconds) / 1e6 / kWindowSeconds);
         return window < levels_.size() ? levels_[window] : kSilence;
     }
+    [[nodiscard]] bool isSilent() const override {
+        return std::all_of(levels_.begin(), levels_.end(),
+                           [](float level) { return level <= kSilence; });
+    }
 
   private:
     std::vector<float> levels_;

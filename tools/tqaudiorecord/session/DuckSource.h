@@ -14,6 +14,8 @@ class DuckSource {
     virtual ~DuckSource() = default;
     /// dBFS at that time of the recording, RMS of about 20 ms.
     [[nodiscard]] virtual float level(std::uint64_t microseconds) = 0;
+    /// Whether that is known to be silence at all times.
+    [[nodiscard]] virtual bool isSilent() const { return false; }
 
     /// A sound file. Null with the reason in `error`.
     [[nodiscard]] static std::unique_ptr<DuckSource> open(const std::string& path,

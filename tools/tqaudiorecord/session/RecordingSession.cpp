@@ -53,7 +53,7 @@ bool RecordingSession::prepare(std::string& error) {
     }
     // A recording goes on without.
     if (std::string problem; !control_.open(problem)) {
-        notes_.add("it cannot be controlled while it runs: " + problem);
+        warnings_.push_back("it cannot be controlled while it runs: " + problem);
     }
     if (!signals_.open()) {
         error = "signals cannot be received";
@@ -70,6 +70,10 @@ bool RecordingSession::listen(std::string& error) {
         duckSource_ = DuckSource::open(options_.duckOn, error);
         if (duckSource_ == nullptr) {
             return false;
+        }
+        if (duckSource_->isSilent()) {
+            warnings_.push_back(options_.duckOn +
+                                ": holds nothing but silence, so that nothing is ducked");
         }
     }
     if (!options_.microphone && !isDuckedByVoice) {
@@ -370,7 +374,17 @@ ControlAnswer RecordingSession::obey(const ControlCommand& command) {
     for (const auto& process : processes_) {
         process->setDuckOrder(duckOrder_);
     }
-    return {true, isDucking ? "ducked\n" : "not ducked any more\n"};
+    if (!isDucking) {
+        return {true, "not ducked any more\n"};
+    }
+    const auto isHooked = [](const auto& process) { return process->facts().hooksInstalled; };
+    if (processes_.empty()) {
+        return {true, "nothing plays yet; what comes is ducked\n"};
+    }
+    if (std::none_of(processes_.begin(), processes_.end(), isHooked)) {
+        return {false, "nothing can be ducked: the hooks are not in the program; -v shows why\n"};
+    }
+    return {true, "ducked\n"};
 }
 
 bool RecordingSession::isTimeOver() const {

@@ -59,6 +59,13 @@ bool isHelper(const ProcessState& state) {
            state.events.empty();
 }
 
+/// Nothing is called recorded that stands in no file.
+std::string titleOf(const ProcessState& state, bool isWritten) {
+    return state.sources.empty() ? "Nothing heard of: "
+           : isWritten           ? "Recorded: "
+                                 : "Heard, and written to no file: ";
+}
+
 }  // namespace
 
 std::string sourceLine(int track, const SourceState& source) {
@@ -88,8 +95,8 @@ std::string summaryText(const Observer& observer, const std::vector<WrittenFile>
         if (isHelper(state)) {
             continue;
         }
-        text += "Recorded: " + state.process.name + " (" + std::to_string(state.process.pid) + ")";
-        text += state.sources.empty() ? ": nothing\n" : "\n";
+        text += titleOf(state, !files.empty()) + state.process.name + " (" +
+                std::to_string(state.process.pid) + ")\n";
         for (const auto& [track, source] : state.sources) {
             text += sourceLine(track, source) + "\n";
         }

@@ -36,6 +36,24 @@ TEST_F(EventsSinkTest, EventsAreJsonLinesThatAreThereAtOnce) {
     EXPECT_FALSE(std::getline(lines, line));
 }
 
+TEST_F(EventsSinkTest, WhatAHostSaysSteersNoTerminalThatShowsTheFile) {
+    EventsSink sink(folder_.file("events.jsonl"));
+    ASSERT_TRUE(sink.open());
+    const std::string words = "x\x1b[2J\x7f\xc2\x9b\xe2\x80\xae";
+    sink.event(process(7, words), {1, 6, 0, words});
+    const auto bytes = mixTone(441, 441);
+    sink.block(process(7, words), {1, words, kMixFormat, kStart, bytes});
+    std::ifstream lines(folder_.file("events.jsonl"));
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        EXPECT_TRUE(std::all_of(line.begin(), line.end(), [](char c) {
+            return c >= ' ' && c < 127;
+        })) << line;
+        EXPECT_EQ(nlohmann::json::parse(line)["process"], words);
+    }
+    EXPECT_EQ(count, 2);
+}
+
 TEST_F(EventsSinkTest, EventsOfANormalStartAreNoFailures) {
     EventsSink sink(folder_.file("events.jsonl"));
     ASSERT_TRUE(sink.open());

@@ -17,7 +17,7 @@ using namespace tqrecorder;
 using End = RecordingResult::End;
 
 /// One second of a loud tone.
-void writeVoice(const std::string& path) {
+void writeVoice(const std::string& path, float amplitude = 0.5F) {
     SF_INFO info{};
     info.samplerate = 16000;
     info.channels = 1;
@@ -26,7 +26,7 @@ void writeVoice(const std::string& path) {
     ASSERT_NE(file, nullptr);
     std::vector<float> samples(16000);
     for (std::size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = std::sin(static_cast<float>(i) * 0.2F) * 0.5F;
+        samples[i] = std::sin(static_cast<float>(i) * 0.2F) * amplitude;
     }
     sf_write_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
     sf_close(file);
@@ -62,6 +62,19 @@ TEST_F(Session, DuckingFollowsTheLevelOfAFile) {
     };
     EXPECT_LT(part(0.5, 0.8), 0.05);
     EXPECT_GT(part(4.2, 4.5), 0.4) << "let go of after the hold";
+}
+
+TEST_F(Session, AFileOfSilenceDucksNothingAndSaysSo) {
+    const std::string path = (caches / "voice.wav").string();
+    writeVoice(path, 0);
+    options.duck = true;
+    options.duckOn = path;
+    options.command = {kHost, "tone", "1"};
+    RecordingSession session(options, sink, TQ_RECORDER_GATE);
+    std::string error;
+    ASSERT_TRUE(session.prepare(error)) << error;
+    EXPECT_THAT(session.warnings(), testing::Contains(path + ": holds nothing but silence, so that "
+                                                             "nothing is ducked"));
 }
 
 TEST_F(Session, ADuckSourceThatCannotBeReadKeepsTheHostFromStarting) {

@@ -48,9 +48,18 @@ TEST_F(SummaryTest, LeavesToolsOfAScriptOut) {
         observer_.processEnded(*one, known);
     }
     const std::string text = summaryText(observer_, {}, {}, {}, {});
-    EXPECT_THAT(text, HasSubstr("Recorded: sh"));
-    EXPECT_THAT(text, HasSubstr("Recorded: python3"));
+    EXPECT_THAT(text, HasSubstr("Nothing heard of: sh"));
+    EXPECT_THAT(text, HasSubstr("Nothing heard of: python3"));
     EXPECT_THAT(text, testing::Not(HasSubstr("perl")));
+}
+
+TEST_F(SummaryTest, CallsNothingRecordedThatIsInNoFile) {
+    observer_.processBegan(process(2, "launcher", true));
+    play();
+    const std::string text = summaryText(observer_, {}, {"events.jsonl"}, {}, {});
+    EXPECT_THAT(text, HasSubstr("Heard, and written to no file: game (1001)\n"));
+    EXPECT_THAT(text, HasSubstr("Nothing heard of: launcher (1002)\n"));
+    EXPECT_THAT(text, testing::Not(HasSubstr("Recorded: ")));
 }
 
 TEST_F(SummaryTest, TellsFailuresFirstAndAsSuch) {
