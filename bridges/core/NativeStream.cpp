@@ -142,6 +142,9 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
     if (!hasSound_.load(std::memory_order_relaxed)) {
         hasSound_.store(true, std::memory_order_release);
         StreamLife::shared().wake();
+    } else if (isIdle_.load(std::memory_order_relaxed)) {
+        isIdle_.store(false, std::memory_order_relaxed);
+        StreamLife::shared().wake();
     }
 }
 
@@ -188,6 +191,14 @@ void NativeStream::frozen(bool isFrozen) noexcept {
         // Its unit may still have to be started.
         StreamLife::shared().wake();
     }
+}
+
+void NativeStream::started() noexcept {
+    if (unstarted_.exchange(0, std::memory_order_acq_rel) != 0) {
+        // Its unit may still have to be started.
+        StreamLife::shared().wake();
+    }
+    isOverdue_.store(false, std::memory_order_relaxed);
 }
 
 void NativeStream::flushed() noexcept {

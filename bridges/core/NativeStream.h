@@ -125,10 +125,7 @@ class NativeStream final : private BlockFeeder {
     /// Paused: nothing of it is played until it goes on.
     void frozen(bool isFrozen) noexcept;
     /// The native side has begun to play, also what waited for that.
-    void started() noexcept {
-        unstarted_.store(0, std::memory_order_release);
-        isOverdue_.store(false, std::memory_order_relaxed);
-    }
+    void started() noexcept;
     /// Frames that wait for it.
     [[nodiscard]] std::size_t unstarted() const noexcept {
         return unstarted_.load(std::memory_order_relaxed);
@@ -169,9 +166,15 @@ class NativeStream final : private BlockFeeder {
     /// What waits is lost: no unit has come.
     void forsake() { forsaken_ += fifo_->flush(); }
     [[nodiscard]] tq_stream facts(tq_stream_fate fate, bool isClosed) const;
-    /// Nothing of it is to be heard as long as this lasts.
-    [[nodiscard]] bool isHeldBack() const noexcept {
+    [[nodiscard]] bool isPaused() const noexcept {
         return isFrozen_.load(std::memory_order_relaxed);
+    }
+    /// Nothing of it is to be heard as long as this lasts: it is paused, or all that waits was
+    /// written to a native side that is still to be started.
+    [[nodiscard]] bool isHeldBack() const noexcept {
+        const std::size_t unstarted = this->unstarted();
+        return isPaused() || (start_.load(std::memory_order_relaxed) == Start::kToCome &&
+                              unstarted != 0 && unstarted >= waiting());
     }
     /// Seconds after which all must have been played that is played at all.
     [[nodiscard]] double longestWait() const;
@@ -253,6 +256,9 @@ class NativeStream final : private BlockFeeder {
     /// All units play closed streams out: what is written is kept until one of them is free.
     std::atomic<bool> isWaiting_{false};
     std::atomic<bool> hasSound_{false};  ///< a first block has been taken
+    /// Its unit was not started, as nothing waited to be played. Writers: StreamLife's thread,
+    /// which looks again soon whatever this says, and the writer, who wakes it. Publishes nothing.
+    std::atomic<bool> isIdle_{false};
     std::atomic<bool> isFrozen_{false};
     std::atomic<Start> start_{Start::kMade};
     std::atomic<bool> isOverdue_{false};  ///< an expected start was not told of in time

@@ -83,6 +83,7 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     begun_ = nullptr;
     processed_ = prepared_ = block_ = 0;
     hasSound_ = false;
+    isIdle_ = false;
     isFrozen_ = false;
     start_ = Start::kMade;
     isOverdue_ = false;
@@ -171,7 +172,7 @@ tq_stream NativeStream::facts(tq_stream_fate fate, bool isClosed) const {
     const std::uint64_t unheard = isOver_ && !isUnplayable_ ? left : 0;
     stream.dropped = counts.flushed - forsaken_ + counts.takenBack + unheard;
     stream.lost = counts.lost + unserved + forsaken_ + left - unheard;
-    stream.is_paused = fate == TQ_STREAM_RECORDED && isHeldBack() ? 1 : 0;
+    stream.is_paused = fate == TQ_STREAM_RECORDED && isPaused() ? 1 : 0;
     stream.is_closed = isClosed ? 1 : 0;
     return stream;
 }

@@ -101,7 +101,7 @@ std::optional<std::chrono::milliseconds> StreamLife::pauseToNextLook() const {
         const bool plays = unit != nullptr && unit->isRunning();
         const bool wantsUnit = stream->isWaiting_.load() && (hasSound || unit != nullptr);
         if (stream->state_ == NativeStream::State::kClosed || wantsUnit ||
-            (hasSound && !plays && !stream->isHeldBack() && !stream->isExcluded_)) {
+            (hasSound && !plays && !stream->isPaused() && !stream->isExcluded_)) {
             noLongerThan(kShortPause);
         }
         if (hasSound && plays) {
@@ -178,18 +178,25 @@ void StreamLife::lookAt(NativeStream& stream) {
     }
 }
 
-/// Whether nothing of it has been played, as it has been paused from its first sound on.
+/// Whether nothing of it has been played nor will be: it has been held back from its first sound
+/// on, or what it had was thrown away before its start.
 bool StreamLife::isSilent(const NativeStream& stream) {
     const BridgeUnit* const unit = stream.unit_.load();
-    return stream.isHeldBack() && !stream.isWaiting_.load() && unit != nullptr &&
-           !unit->isRunning();
+    return unit != nullptr && !unit->isRunning() && !stream.isWaiting_.load() &&
+           (stream.isHeldBack() || stream.waiting() == 0);
 }
 
 /// Starts its unit, unless there is nothing to be heard of it yet. Programs that pause a stream
-/// before its first sound and never go on would have a track of silence for each. False when it was
+/// before its first sound and never go on, or write to a device that is never started, would have a
+/// track of silence for each. False when it was
 /// given up.
 bool StreamLife::play(NativeStream& stream, BridgeUnit& unit) {
     if (stream.isHeldBack()) {
+        return true;
+    }
+    // What it had was thrown away before its start.
+    if (stream.waiting() == 0) {
+        stream.isIdle_.store(true, std::memory_order_relaxed);
         return true;
     }
     if (!mayPlay()) {

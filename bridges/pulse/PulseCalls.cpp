@@ -282,6 +282,17 @@ constexpr tqhook::HookTable kHooks{
             }
             return operation;
         }),
+    tqhook::hook<&pa_stream_prebuf>(
+        [](auto* original, pa_stream* stream, pa_stream_success_cb_t callback, void* context) {
+            pa_operation* const operation = original(stream, callback, context);
+            if (operation != nullptr) {
+                const std::size_t bytes = prebufferOf(libraryOf<PulseLibrary>(original), stream);
+                with(stream, [bytes](PulseStream& record, NativeStream& use) {
+                    record.prebuffered(use, bytes);
+                });
+            }
+            return operation;
+        }),
 };
 
 }  // namespace

@@ -120,6 +120,17 @@ void PulseStream::drained(NativeStream& stream) noexcept {
     stream.drained();
 }
 
+void PulseStream::prebuffered(NativeStream& stream, std::size_t prebuffer) noexcept {
+    const std::int64_t heard = heardEnd(stream);
+    const auto waiting = static_cast<std::size_t>(end_ - heard) * stream.format().bytesPerFrame();
+    if (isHeld_ || waiting >= prebuffer) {
+        return;
+    }
+    heardEnd_ = heard;
+    hold(stream);
+    held_ = waiting;
+}
+
 void PulseStream::triggered(NativeStream& stream) noexcept {
     isHeld_ = false;
     stream.frozen(isCorked_);

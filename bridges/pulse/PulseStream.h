@@ -43,6 +43,8 @@ class PulseStream {
     /// It plays what is there, whether that is enough or not.
     void triggered(NativeStream& stream) noexcept;
     void drained(NativeStream& stream) noexcept;
+    /// It waits again until `prebuffer` bytes are there; what the server has is counted.
+    void prebuffered(NativeStream& stream, std::size_t prebuffer) noexcept;
     /// The server plays, for the first time or again.
     void started(NativeStream* stream) noexcept;
     /// The server has played all that it had, and will say when it plays again.

@@ -1,4 +1,6 @@
 #include <cerrno>
+#include <chrono>
+#include <thread>
 #include <vector>
 
 #include "bridges/alsa/AlsaFixture.h"
@@ -13,6 +15,13 @@ struct AlsaStart : AlsaCalls {
         AlsaCalls::SetUp();
         configure(*pcm);
         pcm->threshold = 48000;
+    }
+    /// The unit is started by another thread when the device is.
+    void awaitUnit() {
+        for (int i = 0; i < 2000 && tracks().count(firstName()) == 0; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            pump(1);
+        }
     }
     void expectNothingHeard() {
         playOn(40);
@@ -99,6 +108,16 @@ TEST_F(AlsaStart, WhatIsClosedBeforeTheStartIsNotHeard) {
     EXPECT_EQ(reports(firstName()).back().dropped, noise.frames());
 }
 
+TEST_F(AlsaStart, ADeviceThatIsNeverStartedHasNoTrack) {
+    write(noise);
+    awaitReport(firstName());
+    pump(20);
+    close();
+    EXPECT_EQ(tracks().count(firstName()), 0U) << "a track of silence";
+    EXPECT_EQ(reports(firstName()).back().dropped, noise.frames());
+    EXPECT_EQ(reports(firstName()).back().is_paused, 0U);
+}
+
 TEST_F(AlsaStart, WhatIsTakenBackBeforeTheStartIsNotHeard) {
     write(noise.part(0, 12000));
     write(markedNoise({}, 9600, 2));
@@ -114,6 +133,7 @@ TEST_F(AlsaStart, WhatIsTakenBackBeforeTheStartIsNotHeard) {
 TEST_F(AlsaStart, WhatPlayedBeforeARestartPlaysOnWhileTheRestWaits) {
     write(noise.part(0, 12000));
     EXPECT_EQ(snd_pcm_start(pcm.get()), 0);
+    awaitUnit();
     playOn(10);
     pcm->state = SND_PCM_STATE_XRUN;
     EXPECT_EQ(snd_pcm_recover(pcm.get(), -EPIPE, 1), 0);
@@ -140,6 +160,11 @@ TEST_F(AlsaStart, AWriteThatStartsItAndWaitsIsHeardWhileItWaits) {
     pcm->meanwhile = [&] {
         before.push_back(heard().frames());
         pump(20);
+        // The unit is started by another thread.
+        for (int i = 0; i < 2000 && before.size() == 2 && heard().frames() == 0; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            pump(1);
+        }
     };
     write(noise.part(12000, 12000));
     pcm->meanwhile = nullptr;
@@ -160,6 +185,7 @@ TEST_F(AlsaStart, WhatStartsOneStartsAllThatAreLinked) {
     expectNothingHeard();
     EXPECT_EQ(snd_pcm_start(second.get()), 0);
     pump(60);
+    close();
     expectHeard(noise);
     snd_pcm_close(second.get());
 }

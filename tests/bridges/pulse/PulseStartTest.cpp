@@ -70,6 +70,33 @@ TEST_F(PulseStart, APrebufferThatIsNotFullIsPlayedOnRequest) {
     }
 }
 
+TEST_F(PulseStart, APrebufferThatIsAskedForAgainIsFilledBeforeItPlaysOn) {
+    stream->attributes.prebuf = 4800 * kFrameBytes;
+    play();
+    write(noise.part(0, 12000));
+    playOn();
+    // What the server has is less than the prebuffer: it stands still until the rest is there.
+    (void)pa_stream_prebuf(stream.get(), nullptr, nullptr);
+    write(noise.part(12000, 1200));
+    playOn(40);
+    EXPECT_EQ(heard().frames(), 12000U);
+    write(noise.part(13200, 10800));
+    pump(60);
+    end();
+    const auto found = differences(noise, heard());
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_NE(found[0].find("of silence inserted at frame 12000"), std::string::npos) << found[0];
+}
+
+TEST_F(PulseStart, APrebufferThatTheServerHasIsNotWaitedForAgain) {
+    stream->attributes.prebuf = 4800 * kFrameBytes;
+    play();
+    write(noise);
+    playOn(5);
+    (void)pa_stream_prebuf(stream.get(), nullptr, nullptr);
+    endsWithTheNoise();
+}
+
 TEST_F(PulseStart, WithoutAPrebufferTheServerPlaysOnWithoutSayingSo) {
     play();
     write(noise.part(0, 12000));

@@ -176,5 +176,9 @@ pa_operation* pa_stream_trigger(pa_stream* /*stream*/, pa_stream_success_cb_t /*
                                 void* /*context*/) {
     return kOperation;
 }
+pa_operation* pa_stream_prebuf(pa_stream* /*stream*/, pa_stream_success_cb_t /*callback*/,
+                               void* /*context*/) {
+    return kOperation;
+}
 
 }  // extern "C"

@@ -120,8 +120,8 @@ std::vector<std::string> silentStreamLines(const ProcessState& state) {
                        return one.fate == TQ_STREAM_RECORDED && !one.isPaused && one.played == 0 &&
                               one.dropped > 0;
                    }),
-        "the program threw its sound away before it was heard: it never started it, or closed it "
-        "too early");
+        "the program threw its sound away before it was heard: its device was never started, or "
+        "closed too early");
     return lines;
 }
 

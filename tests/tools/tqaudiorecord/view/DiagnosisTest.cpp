@@ -192,7 +192,7 @@ TEST_F(DiagnosisTest, NamesStreamsWhoseSoundTheProgramThrewAway) {
     observer_.processEnded(game_, {true, false, 2, 0, 0, 0, 0});
     EXPECT_EQ(whySilent(observer_, "game").at(0),
               "game: nothing could be recorded; alsa-1 default: the program threw its sound away "
-              "before it was heard: it never started it, or closed it too early");
+              "before it was heard: its device was never started, or closed too early");
 }
 
 TEST_F(DiagnosisTest, TellsOfLibrariesThatAreLoadedApart) {
