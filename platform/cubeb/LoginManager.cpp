@@ -1,5 +1,7 @@
 #include "LoginManager.h"
 
+#include <utility>
+
 namespace tqcubeb {
 
 namespace {
@@ -69,7 +71,7 @@ std::optional<bool> LoginManager::news() {
         if (dbus_message_is_signal(message.get(), kInterface, kSignal) == TRUE &&
             dbus_message_get_args(message.get(), nullptr, DBUS_TYPE_BOOLEAN, &sleeps,
                                   DBUS_TYPE_INVALID) == TRUE) {
-            isToldToSleep_ = sleeps == TRUE;
+            isAsleep_ = isToldToSleep_ = sleeps == TRUE;
             if (!isToldToSleep_) {
                 askForDelay();
             }
@@ -78,6 +80,9 @@ std::optional<bool> LoginManager::news() {
     }
     if (!isThere) {
         bus_.reset();
+        if (std::exchange(isAsleep_, false)) {
+            return false;  // nobody is left to say that it is awake
+        }
     }
     return std::nullopt;
 }

@@ -16,6 +16,9 @@ class LoginManager final : public tqplatform::SleepWatch {
     /// Where there is no bus, or no login manager on it, no news comes.
     LoginManager();
     std::optional<bool> news() override;
+    void forgetAfterFork() noexcept override { delay_.reset(); }
+    /// Whether the machine waits for the next news() before it sleeps.
+    [[nodiscard]] bool isDelaying() const { return static_cast<bool>(delay_); }
 
   private:
     struct Close {
@@ -36,6 +39,7 @@ class LoginManager final : public tqplatform::SleepWatch {
     dbus_uint32_t asked_ = 0;     ///< serial of the call for a delay
     tqcommon::Descriptor delay_;  ///< the machine does not sleep while it is open
     bool isToldToSleep_ = false;
+    bool isAsleep_ = false;  ///< by the last news
 };
 
 }  // namespace tqcubeb

@@ -79,6 +79,9 @@ class SleepWatch {
     /// is new; does not wait. The machine waits, as far as it can, until this is called behind
     /// true.
     [[nodiscard]] virtual std::optional<bool> news() = 0;
+    /// [host thread] In the child of a fork, before it is left to itself: the child holds nothing
+    /// that the machine waits for. Takes no lock.
+    virtual void forgetAfterFork() noexcept = 0;
 };
 
 /// What a server has, for TQListDevices(). False when none of that kind answers.

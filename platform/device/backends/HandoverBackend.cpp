@@ -137,6 +137,11 @@ void HandoverBackend::publish(Driver driver) noexcept {
 
 void HandoverBackend::changed(const DeviceFormat& format) noexcept {
     clockRate_.store(format.sampleRate, std::memory_order_relaxed);
+    if (driver_.load(std::memory_order_relaxed) == Driver::device) {
+        // A callback of the device that asks for a rate holds the turn: it must not wait for
+        // itself. The clock's next request tells it.
+        return;
+    }
     const Turn turn(turn_, kLongestTurn);
     // Without the turn the clock's next request tells it.
     if (turn && driver_.load(std::memory_order_relaxed) == Driver::clock) {
@@ -220,14 +225,13 @@ void HandoverBackend::ask(std::unique_lock<std::mutex>& lock, bool mayWait) noex
         if (!isAnswered && !wasOpen_.load() && !care_.isRefused) {
             care_.isRefused = true;
             lock.unlock();
-            sayThatThereIsNone();
+            say(kThereIsNone);
         }
     }
 }
 
-void HandoverBackend::sayThatThereIsNone() const noexcept {
-    std::fprintf(stderr, "TQ_AUDIO_DEVICE=%s: no sound server or card answers, using null\n",
-                 name_.c_str());
+void HandoverBackend::say(const char* what) const noexcept {
+    std::fprintf(stderr, "TQ_AUDIO_DEVICE=%s: %s\n", name_.c_str(), what);
 }
 
 void HandoverBackend::forgetAfterFork() noexcept {
@@ -235,7 +239,10 @@ void HandoverBackend::forgetAfterFork() noexcept {
     std::construct_at(&care_);
     std::construct_at(&clockVerbs_);
     static_cast<void>(device_.release());
-    static_cast<void>(sleepWatch_.release());
+    if (sleepWatch_ != nullptr) {
+        sleepWatch_->forgetAfterFork();
+        static_cast<void>(sleepWatch_.release());
+    }
     isAsleep_ = false;
     wasOpen_.store(false);
     hasRun_ = isInterrupted_ = false;

@@ -47,6 +47,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
 
   private:
     static constexpr std::chrono::microseconds kTurnStep{100};
+    static constexpr const char* kThereIsNone = "no sound server or card answers, using null";
     enum class Driver { clock, device };
     /// The right to render and to change what drives.
     class Turn {
@@ -118,7 +119,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void heedSleep();
     /// What goes on without a request: the device stands still, or was moved.
     void watch(std::unique_lock<std::mutex>& lock);
-    void sayThatThereIsNone() const noexcept;
+    /// A line on standard error.
+    void say(const char* what) const noexcept;
     /// A process that ends lets what its last unit rendered be played.
     void playOutAtExit() noexcept;
 
@@ -150,15 +152,17 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::unique_ptr<HeardDevice> device_;
     HeardWish deviceWish_;
     std::string place_;
-    std::atomic<bool> wasOpen_{false};        ///< it was there once: a device that goes comes back
-    bool hasRun_ = false;                     ///< it was started once
-    bool isInterrupted_ = false;              ///< programs were told so
-    std::unique_ptr<SleepWatch> sleepWatch_;  ///< while somebody is to be heard or listens
+    std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
+    bool hasRun_ = false;               ///< it was started once
+    bool saidThatItCannot_ = false;     ///< play, though a server answers
+    bool isInterrupted_ = false;        ///< programs were told so, and not yet of its end
+    std::unique_ptr<SleepWatch>
+        sleepWatch_;  ///< while somebody is to be heard or listens, or waits
     bool isAsleep_ = false;
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;
     bool stoodStill_ = false;  ///< programs were told so
-    int looks_ = 0;  ///< since the device was opened
+    int looks_ = 0;            ///< since the device was opened
 
     Care care_;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <exception>
 
 #include "device/DeviceNotices.h"
 #include "device/backends/HandoverBackend.h"
@@ -25,6 +26,16 @@ constexpr int kWakingLooks = 12;
 /// The same after which the device counts as gone: ten seconds.
 constexpr int kMostQuietLooks = 40;
 
+/// What a device does on the caretaker's thread; nothing where there is no memory for it.
+template <typename Call>
+auto orNothing(Call call) noexcept -> decltype(call()) {
+    try {
+        return call();
+    } catch (const std::exception&) {
+        return decltype(call())();
+    }
+}
+
 }  // namespace
 
 void HandoverBackend::takeCare() {
@@ -32,15 +43,23 @@ void HandoverBackend::takeCare() {
     std::unique_lock lock(care_.mutex);
     while (!care_.isEnding) {
         const std::uint64_t request = care_.requests;
-        look(lock);
+        orNothing([&] { return look(lock); });
+        if (!lock.owns_lock()) {
+            lock.lock();
+        }
         care_.answered = request;
         care_.done.notify_all();
         const auto isNews = [&] { return care_.isEnding || care_.requests != request; };
         if (device_ != nullptr) {
             if (!care_.asked.wait_for(lock, kLookStep, isNews)) {
-                watch(lock);
+                orNothing([&] { return watch(lock); });
+                if (!lock.owns_lock()) {
+                    lock.lock();
+                }
             }
-        } else if (care_.wants.bits() != 0 && wasOpen_.load()) {
+        } else if (isInterrupted_ || (care_.wants.bits() != 0 && wasOpen_.load())) {
+            // A program that was told that it is interrupted waits for the end, also when it has
+            // stopped its units for that.
             care_.asked.wait_for(lock, kRetryStep, isNews);
         } else {
             care_.asked.wait(lock, isNews);
@@ -57,12 +76,8 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
     lock.unlock();
-    if (isWanted) {
+    if (isWanted || isInterrupted_) {
         heedSleep();
-    } else {
-        // Nobody delays the machine's sleep who has nothing to stop.
-        sleepWatch_.reset();
-        isAsleep_ = false;
     }
     const bool isToRun = isWanted && !isAsleep_;
     const bool isLost = isLost_.load();
@@ -71,20 +86,30 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     }
     bool isThere = true;
     if (isToRun && device_ == nullptr) {
-        // Where no microphone was ever heard, none has gone.
-        const bool isKnown = wish.isToPlay ? wasOpen_.load() : hasRun_;
         isThere = openDevice(wish, true);
-        if (isLost && isThere) {
-            tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
-        } else if (isThere && isInterrupted_) {
+        if (isThere && isInterrupted_) {
             isInterrupted_ = false;
             tellInterruptionEnded();
-        } else if (!isThere && isKnown && !isInterrupted_) {
+        } else if (isThere && isLost) {
+            tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
+        } else if (!isThere && hasRun_ && !isInterrupted_) {
             isInterrupted_ = true;
             tellInterruptionBegan(AVAudioSessionInterruptionReasonRouteDisconnected);
+        } else if (!isThere && !hasRun_ && wasOpen_.load() && wish.isToPlay && !saidThatItCannot_) {
+            // What never ran was not interrupted.
+            saidThatItCannot_ = true;
+            say("what answers cannot play, using null until it can");
         }
     } else if (isMeeting) {
         isThere = openDevice(wish, false);
+    } else if (isInterrupted_ && !isWanted && !isAsleep_ && openDevice(wish, false)) {
+        isInterrupted_ = false;
+        tellInterruptionEnded();
+    }
+    if (!isWanted && !isInterrupted_) {
+        // Nobody delays the machine's sleep who has nothing to stop.
+        sleepWatch_.reset();
+        isAsleep_ = false;
     }
     if (device_ != nullptr) {
         device_->hear(isHearing);
@@ -94,7 +119,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     if (!isThere && !wasOpen_.load() && !care_.isRefused) {
         care_.isRefused = true;
         lock.unlock();
-        sayThatThereIsNone();
+        say(kThereIsNone);
         lock.lock();
     }
 }
@@ -151,7 +176,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     stoodStill_ = false;
     std::unique_ptr<HeardDevice> device = make_();
     std::optional<DeviceFormat> format =
-        device == nullptr ? std::nullopt : device->open(*this, wish);
+        device == nullptr ? std::nullopt : orNothing([&] { return device->open(*this, wish); });
     if (!format) {
         return false;
     }
@@ -181,7 +206,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     device_ = std::move(device);
     deviceWish_ = wish;
     place_.clear();
-    bool hasBegun = device_->start();
+    bool hasBegun = orNothing([&] { return device_->start(); });
     // What only listens need not be waited for: a source that sleeps says nothing for seconds.
     for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load();
          ++step) {

@@ -1,4 +1,4 @@
-#include "device/backends/HandoverBackend.h"
+#include "platform/device/HandoverScene.h"
 
 #include <gtest/gtest.h>
 
@@ -10,128 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "device/Device.h"
 #include "support/ProgramRunner.h"
 
 namespace {
 
-using namespace tqplatform;
+using namespace tqtest::handover;
 using tqtest::eventually;
-
-/// What happens to the made-up clock and the made-up device of a test, and what they are to do.
-/// Both ask for blocks when the test says so; the device asks for one when it is started, too.
-struct Scene {
-    std::mutex mutex;
-    std::vector<std::string> verbs;
-    std::atomic<bool> isThere{true};
-    std::atomic<bool> starts{true};
-    DeviceFormat format{44100, 2, 1, 4096, 256};
-    BackendHost* clock = nullptr;
-    std::atomic<HeardHost*> heard{nullptr};
-
-    void note(const char* verb) {
-        const std::lock_guard lock(mutex);
-        verbs.emplace_back(verb);
-    }
-    std::vector<std::string> noted() {
-        const std::lock_guard lock(mutex);
-        return std::exchange(verbs, {});
-    }
-    [[nodiscard]] bool hasCome(const char* verb) {
-        const std::lock_guard lock(mutex);
-        return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
-    }
-};
-
-Scene scene;
-
-class MadeUpClock final : public Backend {
-  public:
-    std::optional<DeviceFormat> open(BackendHost& host) override {
-        scene.clock = &host;
-        return DeviceFormat{48000, 2, 2, 512, 512};
-    }
-    bool start() override {
-        scene.note("start clock");
-        return true;
-    }
-    void stop() noexcept override { scene.note("stop clock"); }
-    bool preferRate(Float64 sampleRate, bool /*mayWait*/) noexcept override {
-        scene.clock->changed({sampleRate, 2, 2, 512, 512});
-        return true;
-    }
-    void forgetAfterFork() noexcept override {}
-};
-
-class MadeUpDevice final : public HeardDevice {
-  public:
-    ~MadeUpDevice() override {
-        scene.heard = nullptr;
-        scene.note("end device");
-    }
-    std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) override {
-        scene.note(wish.isToPlay ? "open device" : "open microphone");
-        scene.heard = &host;
-        DeviceFormat format = scene.format;
-        format.sampleRate = wish.sampleRate > 0 ? wish.sampleRate : format.sampleRate;
-        return scene.isThere ? std::optional(format) : std::nullopt;
-    }
-    bool start() override {
-        scene.note("start device");
-        if (!scene.starts) {
-            return false;
-        }
-        scene.heard.load()->renderHeard({64, 0});
-        return true;
-    }
-    void hear(bool isHearing) override { isHearing_ = isHearing; }
-    bool isHearing() const override { return isHearing_; }
-    void finish() noexcept override { scene.note("finish device"); }
-    std::string place() override { return "speakers"; }
-
-  private:
-    bool isHearing_ = false;
-};
-
-constexpr BackendRow kHandoverRows[] = {
-    {"both",
-     [] {
-         return std::unique_ptr<Backend>(std::make_unique<HandoverBackend>(
-             "both", [] { return std::make_unique<MadeUpDevice>(); },
-             std::make_unique<MadeUpClock>()));
-     },
-     false},
-};
-
-class HandoverClient final : public DeviceClient {
-  public:
-    explicit HandoverClient(bool isHeard, bool isHearing = false)
-        : isHeard_(isHeard), isHearing_(isHearing) {}
-    void render(const DeviceSlice& slice) noexcept override {
-        const std::lock_guard lock(mutex);
-        blocks.push_back(slice.time->mSampleTime);
-        frames.push_back(slice.frames());
-        for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
-            slice.output.at(0, frame) = 0.5F;
-        }
-    }
-    ClientWants wants() const noexcept override { return {isHeard_, isHearing_}; }
-
-    std::mutex mutex;
-    std::vector<Float64> blocks;
-    std::vector<UInt32> frames;
-
-  private:
-    const bool isHeard_;
-    const bool isHearing_;
-};
-
-using Words = std::vector<std::string>;
-
-Device& openBoth() {
-    // It stays: helpers of its own may look at it to the end of the process.
-    return *Device::open("both", kHandoverRows).release();
-}
 
 TEST(Handover, WhoIsNotHeardIsDrivenByTheClockAndOpensNothing) {
     Device& device = openBoth();
