@@ -20,6 +20,10 @@ constexpr const char* kName = "TQAudioRecord platform";
 constexpr UInt32 kChannels = 2;
 constexpr UInt32 kMaximumFrames = 4096;
 constexpr UInt32 kFewestFrames = 128;
+/// What a server may ask for at a time when it is late itself: twice what it is given in hand.
+constexpr UInt32 kLargestRequest = 4 * kMaximumFrames;
+/// A server may say anything.
+constexpr uint32_t kHighestRate = 192000;
 constexpr Float64 kNsPerSecond = 1e9;
 /// Servers ask again when about half of what they hold is played.
 constexpr UInt32 kRequestsInHand = 2;
@@ -43,6 +47,9 @@ cubeb_stream_params paramsAt(UInt32 sampleRate, UInt32 channels) {
             CUBEB_STREAM_PREF_NONE};
 }
 
+/// Of the first server or driver that was reached without being named; null before. The process's.
+std::atomic<const char*> theKind{nullptr};
+
 }  // namespace
 
 CubebDevice::~CubebDevice() = default;
@@ -62,17 +69,21 @@ bool CubebDevice::reach(const char* kind) {
         context_.reset();
         return false;
     }
-    sampleRate_ = rate;
+    sampleRate_ = std::min(rate, kHighestRate);
     isJack_ = std::string(kind) == "jack";
     return true;
 }
 
 bool CubebDevice::reach() {
-    bool isReached = false;
+    const char* const chosen = theKind.load(std::memory_order_relaxed);
+    const std::string wanted = !kind_.empty() || chosen == nullptr ? kind_ : chosen;
     for (const char* kind : {"pulse", "jack", "alsa"}) {
-        isReached = isReached || ((kind_.empty() || kind_ == kind) && reach(kind));
+        if ((wanted.empty() || wanted == kind) && reach(kind)) {
+            reached_ = kind;
+            return true;
+        }
     }
-    return isReached;
+    return false;
 }
 
 bool CubebDevice::list(TQDeviceListing each, void* refCon) {
@@ -127,6 +138,10 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     isToPlay_ = wish.isToPlay;
     microphoneName_ = wish.microphone;
     inputChannels_ = microphone().channels;
+    if (kind_.empty()) {
+        // While its server is away a card that answers is not taken for good in its place.
+        theKind.store(reached_, std::memory_order_relaxed);
+    }
     return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels_,
                         kMaximumFrames, latencyFrames_ / kRequestsInHand};
 }
@@ -158,7 +173,7 @@ bool CubebDevice::start() {
     }
     if (inputChannels_ > 0) {
         heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, inHand_);
-        heardBlock_.resize(std::size_t{kMaximumFrames} * inputChannels_);
+        heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
     cubeb_stream* stream = nullptr;
@@ -175,7 +190,7 @@ UInt32 CubebDevice::heardFrames() const {
 }
 
 void CubebDevice::hear(bool isHearing) {
-    if (!isToPlay_ || isHearing == (microphone_ != nullptr) || heard_ == nullptr) {
+    if (!isToPlay_ || isHearing == (microphone_ != nullptr)) {
         return;
     }
     if (!isHearing) {
@@ -183,7 +198,14 @@ void CubebDevice::hear(bool isHearing) {
         microphone_.reset();
         return;
     }
-    // Where it fails it is looked for again when somebody begins to listen.
+    if (heard_ == nullptr) {
+        if (microphone().channels > 0) {
+            // Plugged in later: programs were told of none. What is opened anew knows it.
+            host_->lostHeard();
+        }
+        return;
+    }
+    heard_->restart();
     static_cast<void>(listen(&onHeard, &onHeardState, heardFrames()));
 }
 
@@ -197,8 +219,14 @@ bool CubebDevice::listen(cubeb_data_callback each, cubeb_state_callback state, U
         return false;
     }
     microphone_.reset(stream);
-    isHearing_.store(cubeb_stream_start(stream) == CUBEB_OK);
-    return isHearing_.load();
+    // Before it is started, so that an error which comes at once has the last word.
+    isHearing_.store(true);
+    if (cubeb_stream_start(stream) != CUBEB_OK) {
+        isHearing_.store(false);
+        microphone_.reset();
+        return false;
+    }
+    return true;
 }
 
 void CubebDevice::finish() noexcept {
@@ -235,7 +263,8 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
     hurry();
     const auto ahead = static_cast<UInt64>(latencyFrames_ * kNsPerSecond / sampleRate_);
     tqcommon::ConstAudioView heard;
-    if (isHearing_.load(std::memory_order_relaxed) && frames <= kMaximumFrames) {
+    // Acquired: that the FIFO begins anew was stored before.
+    if (isHearing_.load(std::memory_order_acquire) && frames <= kLargestRequest) {
         heard_->read(heardBlock_.data(), frames);
         heard = tqcommon::ConstAudioView::interleaved(heardBlock_.data(), inputChannels_, frames);
     }

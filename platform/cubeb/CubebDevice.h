@@ -48,7 +48,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     /// What becomes of the stream: written by the library's threads and by finish().
     enum class Stage { playing, finishing, drained };
 
-    /// The first of its kinds that answers.
+    /// The first of its kinds that answers; of all kinds the one that was reached before.
     bool reach();
     bool reach(const char* kind);
     /// The microphone that is wanted.
@@ -79,6 +79,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     tqplatform::HeardHost* host_ = nullptr;
     std::unique_ptr<cubeb, EndContext> context_;
     std::unique_ptr<cubeb_stream, EndStream> stream_;
+    const char* reached_ = nullptr;  ///< its kind
     UInt32 sampleRate_ = 0;
     UInt32 latencyFrames_ = 0;
     bool isJack_ = false;

@@ -11,6 +11,8 @@ using tqcommon::SincKernel;
 namespace {
 
 constexpr double kRingSeconds = 1;
+/// At low rates it holds the largest request and what is in hand all the same.
+constexpr std::uint32_t kSmallestRing = 32768;
 /// What is in hand goes up and down with each request; its mean is taken over so long.
 constexpr double kMeanSeconds = 2;
 /// Within it clocks count as equal.
@@ -29,7 +31,8 @@ constexpr double kMostInHandSeconds = 0.1;
 DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand)
     : channels_(channels),
       sampleRate_(sampleRate),
-      size_(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds))),
+      size_(std::max(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds)),
+                     kSmallestRing)),
       ring_(std::size_t{size_} * channels),
       inHand_(inHand + SincKernel::kTaps) {
 }
@@ -49,6 +52,11 @@ void DriftFifo::write(const float* samples, std::uint32_t frames) noexcept {
 }
 
 void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
+    if (isToRestart_.load(std::memory_order_relaxed) &&
+        isToRestart_.exchange(false, std::memory_order_relaxed)) {
+        isFlowing_ = false;
+        read_.store(written_.load(std::memory_order_acquire), std::memory_order_release);
+    }
     const std::uint64_t held =
         written_.load(std::memory_order_acquire) - read_.load(std::memory_order_relaxed);
     const auto needed =

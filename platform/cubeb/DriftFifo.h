@@ -27,6 +27,9 @@ class DriftFifo {
     /// [render thread] [real-time safe] The next frames; silence until there is enough in hand.
     void read(float* samples, std::uint32_t frames) noexcept;
 
+    /// [any thread] [real-time safe] The next read() drops what is held and begins anew.
+    void restart() noexcept { isToRestart_.store(true, std::memory_order_relaxed); }
+
     /// [render thread] How often it ran dry or full behind its start.
     [[nodiscard]] std::uint32_t faults() const noexcept { return faults_; }
     /// [render thread] Frames read for each frame that is given.
@@ -43,6 +46,7 @@ class DriftFifo {
     const tqcommon::SincKernel kernel_;
     std::atomic<std::uint64_t> written_{0};
     std::atomic<std::uint64_t> read_{0};
+    std::atomic<bool> isToRestart_{false};  ///< set by restart(), taken by the reader
 
     double inHand_;             ///< when it begins to flow
     double usual_ = 0;          ///< mean in hand of the first seconds of the flow

@@ -119,6 +119,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void heedSleep();
     /// What goes on without a request: the device stands still, or was moved.
     void watch(std::unique_lock<std::mutex>& lock);
+    /// A microphone that has gone, or was never there, is tried again beside the speakers.
+    void listenAgain();
     /// A line on standard error.
     void say(const char* what) const noexcept;
     /// A process that ends lets what its last unit rendered be played.
@@ -162,6 +164,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;
     bool stoodStill_ = false;  ///< programs were told so
+    int deafLooks_ = 0;        ///< that found no microphone though one is wanted
     int looks_ = 0;            ///< since the device was opened
 
     Care care_;

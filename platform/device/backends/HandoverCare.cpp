@@ -25,6 +25,8 @@ constexpr int kQuietLooks = 4;
 constexpr int kWakingLooks = 12;
 /// The same after which the device counts as gone: ten seconds.
 constexpr int kMostQuietLooks = 40;
+/// Looks after which a microphone that is wanted and not open is tried again: half a second.
+constexpr int kDeafLooks = 2;
 
 /// What a device does on the caretaker's thread; nothing where there is no memory for it.
 template <typename Call>
@@ -138,6 +140,7 @@ void HandoverBackend::heedSleep() {
 }
 
 void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
+    const bool wantsHearing = care_.wants.hearing && deviceWish_.isToPlay;
     lock.unlock();
     const std::uint64_t requests = heardRequests_.load(std::memory_order_relaxed);
     quietLooks_ = requests == seenRequests_ ? quietLooks_ + 1 : 0;
@@ -158,7 +161,9 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
         sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
     }
-    isHearing_.store(device_->isHearing());
+    if (wantsHearing) {
+        listenAgain();
+    }
     const std::string place = device_->place();
     const bool hasMoved = !place.empty() && !place_.empty() && place != place_;
     place_ = place;
@@ -168,11 +173,25 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     lock.lock();
 }
 
+void HandoverBackend::listenAgain() {
+    deafLooks_ = device_->isHearing() ? 0 : deafLooks_ + 1;
+    if (deafLooks_ >= kDeafLooks) {
+        deafLooks_ = 0;
+        device_->hear(false);
+        device_->hear(true);
+    }
+    const bool isHearing = device_->isHearing();
+    if (isHearing_.exchange(isHearing) != isHearing) {
+        tellRouteChange(isHearing ? AVAudioSessionRouteChangeReasonNewDeviceAvailable
+                                  : AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
+    }
+}
+
 bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     isLost_.store(false);
     heardRequests_.store(0, std::memory_order_relaxed);
     seenRequests_ = 0;
-    quietLooks_ = looks_ = 0;
+    quietLooks_ = looks_ = deafLooks_ = 0;
     stoodStill_ = false;
     std::unique_ptr<HeardDevice> device = make_();
     std::optional<DeviceFormat> format =

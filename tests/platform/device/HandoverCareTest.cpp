@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <new>
+#include <thread>
 
 #include "platform/device/HandoverScene.h"
 #include "support/ProgramRunner.h"
@@ -155,6 +156,36 @@ TEST(HandoverCare, ADeviceThatNeverPlayedIsNoInterruption) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "TQ_AUDIO_DEVICE=both: what answers cannot play, using null until it can\n");
     device.removeClient(heard);
+}
+
+TEST(HandoverCare, AMicrophoneThatGoesBesideTheSpeakersIsToldAndTriedAgain) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(both));
+    ASSERT_TRUE(device.isHearing());
+    std::atomic<bool> isOver{false};
+    std::thread speakers([&, host = scene.heard.load()] {
+        while (!isOver) {
+            host->renderHeard({64, 0});
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    });
+    const auto tells = [&](const std::string& word) {
+        return eventually([&] {
+            const Words told = notices.told();
+            return std::find(told.begin(), told.end(), word) != told.end();
+        });
+    };
+    scene.isMicrophoneThere = false;
+    EXPECT_TRUE(tells("route 2"));
+    EXPECT_FALSE(device.isHearing());
+    scene.isMicrophoneThere = true;
+    EXPECT_TRUE(tells("route 1"));
+    EXPECT_TRUE(device.isHearing());
+    isOver = true;
+    speakers.join();
+    device.removeClient(both);
 }
 
 TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {

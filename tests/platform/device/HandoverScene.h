@@ -94,13 +94,24 @@ class MadeUpDevice final : public HeardDevice {
         scene.heard.load()->renderHeard({64, 0});
         return true;
     }
-    void hear(bool isHearing) override { isHearing_ = isHearing && scene.isMicrophoneThere; }
-    bool isHearing() const override { return isHearing_ && scene.isMicrophoneThere; }
+    void hear(bool isHearing) override {
+        if (isHearing == isOpen_) {
+            return;
+        }
+        isOpen_ = isHearing;
+        isHearing_ = isHearing && scene.isMicrophoneThere;
+    }
+    bool isHearing() const override {
+        // What has gone does not come back by itself.
+        isHearing_ = isHearing_ && scene.isMicrophoneThere;
+        return isHearing_;
+    }
     void finish() noexcept override { scene.note("finish device"); }
     std::string place() override { return "speakers"; }
 
   private:
-    bool isHearing_ = false;
+    bool isOpen_ = false;
+    mutable bool isHearing_ = false;
 };
 
 class MadeUpSleepWatch final : public SleepWatch {

@@ -1,0 +1,89 @@
+#include "platform/cubeb/MadeUpServer.h"
+
+#include <memory>
+
+using tqtest::theServer;
+
+struct cubeb {
+    std::string kind;
+};
+
+int cubeb_init(cubeb** context, const char* /*name*/, const char* kind) {
+    theServer.reached.emplace_back(kind);
+    if (!theServer.answers[kind]) {
+        return CUBEB_ERROR;
+    }
+    *context = std::make_unique<cubeb>(cubeb{kind}).release();
+    return CUBEB_OK;
+}
+
+void cubeb_destroy(cubeb* context) {
+    const std::unique_ptr<cubeb> ended(context);
+}
+
+const char* cubeb_get_backend_id(cubeb* context) {
+    return context->kind.c_str();
+}
+
+int cubeb_get_max_channel_count(cubeb* /*context*/, uint32_t* channels) {
+    *channels = 2;
+    return CUBEB_OK;
+}
+
+int cubeb_get_min_latency(cubeb* /*context*/, cubeb_stream_params* /*params*/, uint32_t* frames) {
+    *frames = 1024;
+    return CUBEB_OK;
+}
+
+int cubeb_get_preferred_sample_rate(cubeb* /*context*/, uint32_t* rate) {
+    *rate = theServer.rate;
+    return CUBEB_OK;
+}
+
+int cubeb_stream_init(cubeb* /*context*/, cubeb_stream** stream, const char* /*name*/,
+                      cubeb_devid /*input*/, cubeb_stream_params* inputParams,
+                      cubeb_devid /*output*/, cubeb_stream_params* outputParams,
+                      unsigned int /*latency*/, cubeb_data_callback each,
+                      cubeb_state_callback state, void* self) {
+    const bool hears = inputParams != nullptr;
+    theServer.openedRates.push_back(hears ? inputParams->rate : outputParams->rate);
+    *stream = std::make_unique<cubeb_stream>(cubeb_stream{each, state, self, hears}).release();
+    (hears ? theServer.microphone : theServer.speakers) = *stream;
+    return CUBEB_OK;
+}
+
+void cubeb_stream_destroy(cubeb_stream* stream) {
+    (stream->isMicrophone ? theServer.microphone : theServer.speakers) = nullptr;
+    const std::unique_ptr<cubeb_stream> ended(stream);
+}
+
+int cubeb_stream_start(cubeb_stream* stream) {
+    return stream->isMicrophone && !theServer.microphoneStarts ? CUBEB_ERROR : CUBEB_OK;
+}
+
+int cubeb_stream_stop(cubeb_stream* /*stream*/) {
+    return CUBEB_OK;
+}
+
+int cubeb_stream_get_current_device(cubeb_stream* /*stream*/, cubeb_device** /*device*/) {
+    return CUBEB_ERROR;
+}
+
+int cubeb_stream_device_destroy(cubeb_stream* /*stream*/, cubeb_device* /*device*/) {
+    return CUBEB_OK;
+}
+
+int cubeb_enumerate_devices(cubeb* /*context*/, cubeb_device_type type,
+                            cubeb_device_collection* devices) {
+    static cubeb_device_info microphone{};
+    microphone.device_id = "microphone";
+    microphone.state = CUBEB_DEVICE_STATE_ENABLED;
+    microphone.max_channels = 1;
+    devices->device = &microphone;
+    devices->count = type == CUBEB_DEVICE_TYPE_INPUT ? theServer.microphones : 0;
+    return CUBEB_OK;
+}
+
+int cubeb_device_collection_destroy(cubeb* /*context*/, cubeb_device_collection* /*devices*/) {
+    return CUBEB_OK;
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cubeb/cubeb.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+// A sound library in place of the real one, with servers that do what a test says.
+
+struct cubeb_stream {
+    cubeb_data_callback each = nullptr;
+    cubeb_state_callback state = nullptr;
+    void* self = nullptr;
+    bool isMicrophone = false;
+};
+
+namespace tqtest {
+
+struct MadeUpServer {
+    std::map<std::string, bool> answers{{"pulse", true}, {"jack", false}, {"alsa", true}};
+    uint32_t rate = 48000;
+    uint32_t microphones = 1;  ///< that are plugged in, with one channel each
+    bool microphoneStarts = true;
+    std::vector<std::string> reached{};
+    std::vector<uint32_t> openedRates{};
+    cubeb_stream* speakers = nullptr;
+    cubeb_stream* microphone = nullptr;
+
+    /// What a stream's thread would do.
+    void play(std::vector<float>& stereo) const {
+        speakers->each(speakers, speakers->self, nullptr, stereo.data(),
+                       static_cast<long>(stereo.size() / 2));
+    }
+    void hear(const std::vector<float>& mono) const {
+        microphone->each(microphone, microphone->self, mono.data(), nullptr,
+                         static_cast<long>(mono.size()));
+    }
+};
+
+inline MadeUpServer theServer;
+
+}  // namespace tqtest
