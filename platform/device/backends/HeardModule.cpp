@@ -3,12 +3,19 @@
 #include <TQPlatform/Devices.h>
 #include <dlfcn.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <exception>
 #include <filesystem>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 
+#include "common/SignalsBlocked.h"
 #include "device/backends/Backends.h"
 #include "device/backends/HandoverBackend.h"
 
@@ -17,6 +24,7 @@ namespace tqplatform {
 namespace {
 
 constexpr const char* kModule = "libtqdevice-cubeb.so.1";
+constexpr std::chrono::seconds kLongestListing{1};
 
 /// What the module offers; all null when it is not there.
 struct Module {
@@ -94,6 +102,55 @@ std::unique_ptr<Backend> makeCubeb(const char* name, const char* kind) {
         name, [kind] { return makeHeard(kind); }, makeNullBackend(), makeSleepWatch);
 }
 
+/// What a thread of its own learns from a server, which may stand still for ever; kept by whoever
+/// is last.
+struct Listing {
+    struct Row {
+        TQDeviceDescription described;
+        std::string server, name, title;
+    };
+    /// [any thread] One more; its texts live as long as the list does.
+    void add(const TQDeviceDescription& device) {
+        Row& row = rows.emplace_back(Row{device, device.server, device.name, device.title});
+        row.described.server = row.server.c_str();
+        row.described.name = row.name.c_str();
+        row.described.title = row.title.c_str();
+    }
+
+    std::deque<Row> rows;  ///< the thread's until it is over
+    std::mutex mutex;
+    std::condition_variable over;
+    bool isOver = false;
+    bool isListed = false;
+};
+
+/// Throws where there is no thread. Null when no server or driver answers within a second.
+std::shared_ptr<const Listing> listed(HeardListing list, const std::string& kind) {
+    const auto listing = std::make_shared<Listing>();
+    const auto ask = [=] {
+        bool isListed = false;
+        try {
+            const auto add = [](void* rows, const TQDeviceDescription* device) {
+                static_cast<Listing*>(rows)->add(*device);
+            };
+            isListed = list(kind.c_str(), add, listing.get());
+        } catch (const std::exception&) {
+            // No memory: as if none answered.
+        }
+        const std::lock_guard lock(listing->mutex);
+        listing->isListed = isListed;
+        listing->isOver = true;
+        listing->over.notify_all();
+    };
+    {
+        const tqcommon::SignalsBlocked blocked;
+        std::thread(ask).detach();
+    }
+    std::unique_lock lock(listing->mutex);
+    listing->over.wait_for(lock, kLongestListing, [&] { return listing->isOver; });
+    return listing->isListed ? listing : nullptr;
+}
+
 }  // namespace
 
 std::unique_ptr<Backend> makeAutomaticBackend() {
@@ -128,8 +185,15 @@ OSStatus TQListDevices(TQDeviceListing each, void* refCon) {
         const std::string name = chosen == nullptr ? "" : chosen;
         const std::string kind = name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : "";
         const tqplatform::Module& module = tqplatform::theModule();
-        const bool isListed = module.list != nullptr && module.list(kind.c_str(), each, refCon);
-        return isListed ? OSStatus{noErr} : OSStatus{kAudioUnitErr_FailedInitialization};
+        const auto listing =
+            module.list == nullptr ? nullptr : tqplatform::listed(module.list, kind);
+        if (listing == nullptr) {
+            return kAudioUnitErr_FailedInitialization;
+        }
+        for (const auto& row : listing->rows) {
+            each(refCon, &row.described);
+        }
+        return noErr;
     } catch (const std::exception&) {
         return kAudioUnitErr_FailedInitialization;
     }
