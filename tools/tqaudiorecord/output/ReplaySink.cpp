@@ -114,6 +114,7 @@ void ReplaySink::block(const Process& process, const Block& block) {
     const std::size_t frames = block.frames.size() / frameBytes;
     const std::uint64_t silence = memory.clock.before(block.microseconds, frames, block.lostFrames);
     if (memory.clock.takeJump()) {
+        found->second.isClockBroken = true;
         problems_.push_back(
             jumpText(isMix || plan_.tracksFolder.empty() ? plan_.mix.path : plan_.tracksFolder));
     }

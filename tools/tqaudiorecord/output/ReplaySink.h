@@ -65,6 +65,10 @@ class ReplaySink : public FilesSink {
         std::vector<std::pair<int, Memory>> streams;  // by track, the mix is 0
         double savedUntil = 0;                        // host time
         bool ended = false;
+        bool isClockBroken = false;  ///< its times say nothing about those of others
+
+        /// Host time behind its last sound.
+        [[nodiscard]] double newest() const;
     };
     struct Clip;
     [[nodiscard]] bool keepsTracks() const {
@@ -75,7 +79,8 @@ class ReplaySink : public FilesSink {
     [[nodiscard]] Memory& memoryOf(ProcessMemory& process, const Block& block);
     void makeRoom();
     void forgetOld(ProcessMemory& process) const;
-    void saveProcess(int id, ProcessMemory& process, std::optional<double> seconds,
+    /// What is kept of a process of the last `seconds` before `now`, in host time.
+    void saveProcess(int id, ProcessMemory& process, double now, double seconds,
                      std::vector<WrittenFile>& saved);
     [[nodiscard]] bool write(Memory& memory, std::string path, double from, double to,
                              WrittenFile& written);

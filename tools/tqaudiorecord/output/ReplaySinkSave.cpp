@@ -175,27 +175,37 @@ bool ReplaySink::writeTogether(ProcessMemory& process, const std::string& path, 
     return isGood;
 }
 
-void ReplaySink::saveProcess(int id, ProcessMemory& process, std::optional<double> seconds,
+double ReplaySink::ProcessMemory::newest() const {
+    double latest = 0;
+    for (const auto& [track, memory] : streams) {
+        // The mix is always there while a unit plays: it says what is now.
+        if (track == 0 && memory.isCurrent) {
+            return memory.clock.end();
+        }
+        latest = std::max(latest, memory.clock.end());
+    }
+    return latest;
+}
+
+void ReplaySink::saveProcess(int id, ProcessMemory& process, double now, double seconds,
                              std::vector<WrittenFile>& saved) {
     double oldest = 0;
-    double newest = 0;
     for (const auto& [track, memory] : process.streams) {
         const auto kept =
             static_cast<double>((memory.written - memory.oldest()) / memory.format.frameBytes());
         const double begin = memory.clock.end() - kept / memory.format.sampleRate * 1e6;
         oldest = oldest == 0 ? begin : std::min(oldest, begin);
-        newest = std::max(newest, memory.clock.end());
     }
-    // The mix is always there while a unit plays: it says what is now.
-    for (const auto& [track, memory] : process.streams) {
-        newest = track == 0 ? memory.clock.end() : newest;
-    }
-    const double length = std::min(seconds.value_or(plan_.seconds), plan_.seconds) * 1e6;
-    double from = std::max(oldest, newest - length);
+    const double newest = process.newest();
+    now = process.isClockBroken ? newest : now;
+    double from = std::max(oldest, now - seconds * 1e6);
     from = plan_.overlaps ? from : std::max(from, process.savedUntil);
     if (newest - from < 1) {
         return;
     }
+    // Clips that overlap end together. One that the next goes on from ends with its own sound:
+    // what has been played and not arrived yet belongs to the next.
+    const double to = plan_.overlaps ? now : newest;
     bool isDone = true;
     unsigned number = 0;
     std::string numbers;
@@ -209,10 +219,9 @@ void ReplaySink::saveProcess(int id, ProcessMemory& process, std::optional<doubl
         const std::string path = pathOf(track, memory, numbers);
         const bool isAll = track == 0 && plan_.mix.kind != nullptr && plan_.mix.kind->isMatroska();
         WrittenFile file;
-        isDone =
-            (path.empty() || (isAll ? writeTogether(process, freePath(path), from, newest, file)
-                                    : write(memory, freePath(path), from, newest, file))) &&
-            isDone;
+        isDone = (path.empty() || (isAll ? writeTogether(process, freePath(path), from, to, file)
+                                         : write(memory, freePath(path), from, to, file))) &&
+                 isDone;
         if (!file.path.empty()) {
             file.processId = id;
             file.name = track == 0 ? "mix" : "track " + std::to_string(track);
@@ -221,14 +230,20 @@ void ReplaySink::saveProcess(int id, ProcessMemory& process, std::optional<doubl
     }
     if (isDone) {
         // What could not be written stays to be saved: the next attempt may find room.
-        process.savedUntil = newest;
+        process.savedUntil = to;
     }
 }
 
 std::vector<WrittenFile> ReplaySink::saveLast(std::optional<double> seconds) {
+    // A program that ended long ago is no part of the last seconds: all have one time.
+    double now = 0;
+    for (const auto& [id, process] : processes_) {
+        now = process.isClockBroken ? now : std::max(now, process.newest());
+    }
+    const double length = std::min(seconds.value_or(plan_.seconds), plan_.seconds);
     std::vector<WrittenFile> saved;
     for (auto& [id, process] : processes_) {
-        saveProcess(id, process, seconds, saved);
+        saveProcess(id, process, now, length, saved);
     }
     files_.insert(files_.end(), saved.begin(), saved.end());
     return saved;

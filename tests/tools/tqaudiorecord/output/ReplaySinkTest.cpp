@@ -109,6 +109,47 @@ TEST_F(ReplaySinkTest, TracksAreSavedBesideTheMixAndLieOnItsTime) {
     EXPECT_LT(track.amplitude(480, 0.76, 1), 1e-4);
 }
 
+TEST_F(ReplaySinkTest, WhatEndedBeforeTheLastSecondsIsInNoClip) {
+    const Process intro = process(2, "intro");
+    auto sink = replaySink(0.5, true);
+    play(*sink, game_, 0, 4410);
+    play(*sink, intro, 0, 4410);
+    sink->processEnded(intro, {});
+    play(*sink, game_, 4410, 44'100);
+    const std::vector<WrittenFile> saved = sink->saveLast({});
+    ASSERT_EQ(saved.size(), 1U);
+    EXPECT_EQ(saved[0].processId, game_.id);
+}
+
+TEST_F(ReplaySinkTest, ClipsOfSeveralProgramsAreOfOneTime) {
+    const Process intro = process(2, "intro");
+    auto sink = replaySink(0.5, true);
+    play(*sink, game_, 0, 44'100);
+    play(*sink, intro, 0, 33'075);
+    sink->processEnded(intro, {});
+    ASSERT_EQ(sink->saveLast({}).size(), 2U);
+    const RecordedFile recorded(folder_.file("replay-intro-001.wav"));
+    ASSERT_EQ(recorded.frames(), 22'050U);
+    EXPECT_EQ(recorded.numberAt(0), 22'050 % 30000 + 1);
+    EXPECT_EQ(recorded.numberAt(11'024), 33'074 % 30000 + 1);
+    EXPECT_EQ(recorded.numberAt(11'026), 0);
+    // An end that is out of it now.
+    play(*sink, game_, 44'100, 88'200);
+    EXPECT_EQ(sink->saveLast({}).size(), 1U);
+}
+
+TEST_F(ReplaySinkTest, AProgramWithABrokenClockTakesNoClipFromOthers) {
+    const Process odd = process(2, "odd");
+    auto sink = replaySink(0.5, true);
+    play(*sink, game_, 0, 44'100);
+    play(*sink, odd, 0, 22'050);
+    const std::size_t twoDays = std::size_t{48} * 3600 * 44'100;
+    play(*sink, odd, twoDays, twoDays + 22'050);
+    ASSERT_EQ(sink->saveLast({}).size(), 2U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 22'050U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-odd-001.wav")).frames(), 22'050U);
+}
+
 TEST_F(ReplaySinkTest, AReplayThatCannotBeSavedIsKept) {
     std::filesystem::create_directory(folder_.file("in"));
     ReplaySink sink({{folder_.file("in/replay.wav"), formatNamed("wav")}, {}, 1, false}, names_);
