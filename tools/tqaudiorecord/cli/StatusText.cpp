@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "ipc/ControlText.h"
 #include "output/files/SoundFile.h"
 #include "view/LeftOut.h"
 #include "view/MeterText.h"
@@ -48,7 +49,21 @@ std::string jsonText(const Observer& observer, const std::vector<WrittenFile>& f
     for (const WrittenFile& file : files) {
         all["files"].push_back({{"path", file.path}, {"seconds", file.seconds}});
     }
-    return all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    const auto text = [&all] {
+        return all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    };
+    // Half an object is none: what does not fit into an answer is left out as a whole, the oldest
+    // first.
+    for (const std::string part : {"files", "sources"}) {
+        std::size_t omitted = 0;
+        while (!all[part].empty() && text().size() > kLongestControl) {
+            const std::size_t half = (all[part].size() + 1) / 2;
+            all[part].erase(all[part].begin(),
+                            all[part].begin() + static_cast<std::ptrdiff_t>(half));
+            all[part + "_omitted"] = omitted += half;
+        }
+    }
+    return text();
 }
 
 using Row = std::array<std::string, 6>;

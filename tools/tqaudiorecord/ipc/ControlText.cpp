@@ -2,9 +2,11 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -108,10 +110,28 @@ tqcommon::Descriptor controlSocket(const std::string& path, SocketEnd end) {
     const bool isServer = end == SocketEnd::kServer;
     tqcommon::Descriptor made(
         socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | (isServer ? SOCK_NONBLOCK : 0), 0));
+    if (made && !isServer) {
+        // Also the connection waits, where a recorder takes no more of them.
+        const timeval patience{kControlPatienceSeconds, 0};
+        setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
     const bool isDone = made && (isServer ? bind(made.get(), name, sizeof address) == 0 &&
                                                 listen(made.get(), kBacklog) == 0
                                           : connect(made.get(), name, sizeof address) == 0);
     return isDone ? std::move(made) : tqcommon::Descriptor();
+}
+
+std::string cutToWholeLines(const std::string& text) {
+    if (text.size() <= kLongestControl) {
+        return text;
+    }
+    constexpr std::size_t kRoomForTheRest = 40;
+    const std::size_t last = text.rfind('\n', kLongestControl - kRoomForTheRest);
+    const std::size_t length = last == std::string::npos ? 0 : last + 1;
+    const auto more =
+        std::count(text.begin() + static_cast<std::ptrdiff_t>(length), text.end(), '\n');
+    return text.substr(0, length) + "and " + std::to_string(more) + " more lines\n";
 }
 
 bool isPeerOurs(int socket) {

@@ -21,13 +21,18 @@ namespace tqrecorder {
 /// where it cannot be, or is not this user's alone.
 [[nodiscard]] std::string controlFolder(std::string& error);
 
+/// How long a client's calls wait in one go; they fail with EAGAIN then.
+inline constexpr int kControlPatienceSeconds = 2;
+
 /// A socket that is bound or connected to that path; empty with errno set when that fails.
 enum class SocketEnd { kServer, kClient };
 [[nodiscard]] tqcommon::Descriptor controlSocket(const std::string& path, SocketEnd end);
 /// Whether the process at the other end is this user's.
 [[nodiscard]] bool isPeerOurs(int socket);
 
-/// The longest message in bytes: what is longer is cut.
+/// The longest message in bytes.
 inline constexpr std::size_t kLongestControl = 100'000;
+/// The lines of a text that fit into one message, and how many more there were.
+[[nodiscard]] std::string cutToWholeLines(const std::string& text);
 
 }  // namespace tqrecorder

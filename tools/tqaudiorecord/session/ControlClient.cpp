@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <utility>
 #include <vector>
 
@@ -20,10 +21,10 @@ namespace fs = std::filesystem;
 
 struct Recorder {
     std::string pid;
-    tqcommon::Descriptor socket;
+    tqcommon::Descriptor socket;  ///< empty where it takes no connection in time
 };
 
-/// All of this user's that answer. Sockets of killed ones are removed.
+/// All of this user's that there are. Sockets of killed ones are removed.
 std::vector<Recorder> recordersIn(const std::string& folder) {
     std::vector<Recorder> list;
     std::error_code failure;
@@ -32,9 +33,10 @@ std::vector<Recorder> recordersIn(const std::string& folder) {
             continue;
         }
         tqcommon::Descriptor socket = controlSocket(entry.path().string(), SocketEnd::kClient);
-        if (socket && isPeerOurs(socket.get())) {
+        const int error = socket ? 0 : errno;
+        if (socket ? isPeerOurs(socket.get()) : error == EAGAIN) {
             list.push_back({printable(entry.path().stem().string()), std::move(socket)});
-        } else if (!socket && errno == ECONNREFUSED) {
+        } else if (error == ECONNREFUSED) {
             unlink(entry.path().c_str());
         }
     }
@@ -43,22 +45,53 @@ std::vector<Recorder> recordersIn(const std::string& folder) {
     return list;
 }
 
-ControlAnswer asked(const Recorder& recorder, const ControlCommand& command) {
+/// Whether somebody has stopped it, with Ctrl-Z or a debugger.
+bool isStopped(const Recorder& recorder) {
+    std::ifstream file("/proc/" + recorder.pid + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const std::size_t end = line.rfind(')');
+    return end != std::string::npos && end + 2 < line.size() &&
+           (line[end + 2] == 'T' || line[end + 2] == 't');
+}
+
+ControlAnswer silenceOf(const Recorder& recorder) {
+    return {false, "recorder " + recorder.pid +
+                       (isStopped(recorder) ? " is stopped and does not answer; kill -CONT " +
+                                                  recorder.pid + " lets it go on\n"
+                                            : " does not answer\n")};
+}
+
+enum class Patience { kOneCall, kWhileItRuns };
+
+/// Nothing where no answer comes in that time. One that is stopped is not waited for.
+std::optional<ControlAnswer> asked(const Recorder& recorder, const ControlCommand& command,
+                                   Patience patience) {
     const std::string text = toText(command);
     std::string answer(kLongestControl + 1, '\0');
     const int socket = recorder.socket.get();
+    if (!recorder.socket) {
+        return std::nullopt;
+    }
     if (send(socket, text.data(), text.size(), MSG_NOSIGNAL) < 0) {
-        return {false, std::string("the recorder cannot be asked: ") + std::strerror(errno) + "\n"};
+        return ControlAnswer{
+            false, std::string("the recorder cannot be asked: ") + std::strerror(errno) + "\n"};
     }
     ssize_t size = -1;
     do {
         size = recv(socket, answer.data(), answer.size(), 0);
+        if (size < 0 && errno == EAGAIN) {
+            if (patience == Patience::kOneCall || isStopped(recorder)) {
+                return std::nullopt;
+            }
+            errno = EINTR;
+        }
     } while (size < 0 && errno == EINTR);
     if (size < 1) {
-        return {false, "the recorder has gone without an answer\n"};
+        return ControlAnswer{false, "the recorder has gone without an answer\n"};
     }
     answer.resize(static_cast<std::size_t>(size));
-    return {answer.front() == '1', answer.substr(1)};
+    return ControlAnswer{answer.front() == '1', answer.substr(1)};
 }
 
 }  // namespace
@@ -87,7 +120,7 @@ ControlAnswer controlRecorder(std::optional<pid_t> recorder, const ControlComman
         }
         return {false, "several recorders are running; say which with --pid:" + pids + "\n"};
     }
-    return asked(all.front(), command);
+    return asked(all.front(), command, Patience::kWhileItRuns).value_or(silenceOf(all.front()));
 }
 
 ControlAnswer listRecorders() {
@@ -98,12 +131,13 @@ ControlAnswer listRecorders() {
     }
     ControlAnswer answer;
     for (const Recorder& recorder : recordersIn(folder)) {
-        const ControlAnswer one = asked(recorder, {ControlCommand::Kind::kList});
+        const auto one = asked(recorder, {ControlCommand::Kind::kList}, Patience::kOneCall);
         // One that ends this moment has nothing to list.
-        if (one.isDone) {
+        if (!one || one->isDone) {
             answer.isDone = true;
             answer.text += (answer.text.empty() ? "" : "\n");
-            answer.text += "recorder " + recorder.pid + ", " + one.text;
+            answer.text +=
+                one ? "recorder " + recorder.pid + ", " + one->text : silenceOf(recorder).text;
         }
     }
     return answer.isDone ? answer : ControlAnswer{false, "no recorder is running\n"};

@@ -87,7 +87,7 @@ bool ControlServer::isAnybodyComing() const {
 }
 
 void ControlServer::answer(const tqcommon::Descriptor& client, const ControlAnswer& answer) {
-    const std::string text = (answer.isDone ? "1" : "0") + answer.text.substr(0, kLongestControl);
+    const std::string text = (answer.isDone ? "1" : "0") + cutToWholeLines(answer.text);
     // Who does not wait for it has gone.
     (void)send(client.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
