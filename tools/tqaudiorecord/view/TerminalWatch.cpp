@@ -40,7 +40,8 @@ void TerminalWatch::ownIsWritten() {
 
 bool TerminalWatch::isTakenOver() const {
     termios settings{};
-    return tcgetattr(descriptor_, &settings) == 0 && (settings.c_lflag & ICANON) == 0;
+    constexpr tcflag_t kOfAShell = ICANON | ECHO;
+    return tcgetattr(descriptor_, &settings) == 0 && (settings.c_lflag & kOfAShell) != kOfAShell;
 }
 
 }  // namespace tqrecorder

@@ -18,8 +18,9 @@ class TerminalWatch {
     [[nodiscard]] bool haveOthersWritten();
     /// To be called right behind every write of ours, so that it is not taken for one of others.
     void ownIsWritten();
-    /// Whether a program has taken the keyboard line by line away from the terminal, as those do
-    /// that draw the whole screen or a status line of their own.
+    /// Whether a program has taken the terminal's own ways with the keyboard away: line by line, as
+    /// those do that draw the whole screen or a status line of their own, or the echo, as those do
+    /// that ask for a password. These write to /dev/tty, which this does not hear.
     [[nodiscard]] bool isTakenOver() const;
 
   private:

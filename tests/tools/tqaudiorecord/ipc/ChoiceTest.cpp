@@ -24,6 +24,24 @@ TEST(Choice, APatternStandsForATrackByAnyOfItsNames) {
     }
 }
 
+// Tests run in the language "C", as programs do that never asked for their user's.
+TEST(Choice, LettersAreThoseOfUtf8WhateverTheProgramsLanguage) {
+    const std::string track = "pulse-1 \xc3\x84rger \xd0\x9c";  // "Ärger М"
+    for (const std::string pattern :
+         {"\xc3\xa4rger*", "?rger ?", "* \xd0\xbc", "*[\xc3\xa4x]rger*"}) {
+        EXPECT_TRUE((Choice{{pattern}, {}}).wants(track, "game")) << pattern;
+    }
+    EXPECT_FALSE((Choice{{"\xc3\xb6rger*"}, {}}).wants(track, "game")) << "another letter";
+}
+
+TEST(Choice, NamesAreMatchedAsTheyAreShown) {
+    EXPECT_TRUE((Choice{{"a b?c"}, {}})
+                    .wants("pulse-1 a\nb\xff"
+                           "c",
+                           "game"));
+    EXPECT_TRUE((Choice{{}, {"my game"}}).excludes("my\tgame"));
+}
+
 TEST(Choice, OneOfManyPatternsIsEnoughAndWhatIsLeftOutWins) {
     const Choice choice{{"*music*", "*speech*"}, {"*loud*"}};
     EXPECT_TRUE(choice.wants("pulse-1 game: music", "game"));

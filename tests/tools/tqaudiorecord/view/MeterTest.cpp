@@ -203,6 +203,17 @@ TEST_F(SharedTerminalTest, NothingIsDrawnWhereAProgramDrawsTheScreen) {
     EXPECT_EQ(drain(window_), "tqaudiorecord: a message\r\n");
 }
 
+TEST_F(SharedTerminalTest, NothingIsDrawnWhereAProgramAsksForAPassword) {
+    Screen screen(program_);
+    Meter meter(screen, observer_, false);
+    termios settings{};
+    ASSERT_EQ(tcgetattr(program_, &settings), 0);
+    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    ASSERT_EQ(tcsetattr(program_, TCSANOW, &settings), 0);
+    meterGoesOn(meter, 3);
+    EXPECT_EQ(drain(window_), "");
+}
+
 TEST_F(MeterTest, OfIdleProcessesThereIsOneLineUntilOneOfThemPlays) {
     observer_.processBegan({8, 88, "helper"});
     observer_.processBegan({9, 99, "helper"});
