@@ -132,8 +132,8 @@ std::string findGate() {
 }
 
 Launch::~Launch() {
-    // While the command runs, programs that it starts look for the library there.
-    if (!linkFolder_.empty() && (pid_ == 0 || isOver())) {
+    // While anything of it runs, programs that this starts look for the library there.
+    if (!linkFolder_.empty() && (pid_ == 0 || isOver()) && !isAnyLeft_) {
         std::error_code ignored;
         fs::remove_all(linkFolder_, ignored);
     }

@@ -47,11 +47,14 @@ class Launch {
     /// The signal that ended it, 0 for none.
     [[nodiscard]] int endSignal() const { return endSignal_; }
     void signal(int number) const;
+    /// Something that it has started runs on, and loads the library into what it starts itself.
+    void leaveRunning() { isAnyLeft_ = true; }
 
   private:
     pid_t pid_ = 0;
     tqcommon::Descriptor end_;
     bool isOver_ = false;
+    bool isAnyLeft_ = false;
     int exitCode_ = 0;
     int endSignal_ = 0;
     std::string linkFolder_;  ///< through which the library is reached; empty without

@@ -336,6 +336,8 @@ void RecordingSession::tick() {
     }
     if (Clock::now() >= nextLook_) {
         lookAround();
+    } else {
+        tree_.reap(host_.pid());
     }
     sink_.tick(elapsedMicroseconds());
 }

@@ -93,6 +93,7 @@ class RecordingSession {
     void finish(RecordingResult& result);
     void answerTheLast();
     void noteThoseThatRanOn(const RecordingResult& result);
+    [[nodiscard]] bool waitForEnds(std::chrono::milliseconds patience);
     void endHost();
     [[nodiscard]] bool isAnyToBeEnded();
     [[nodiscard]] std::uint64_t elapsedMicroseconds() const;

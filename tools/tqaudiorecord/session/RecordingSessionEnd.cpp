@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <set>
 
 #include "session/EndingExcuse.h"
 #include "session/Microphone.h"
@@ -18,6 +20,9 @@ constexpr milliseconds kHostPatience{5000};
 /// The terminal sends its interrupt to the host as well. Many programs quit without saving at a
 /// second one, so the host gets this long to end by itself.
 constexpr milliseconds kTerminalPatience{2000};
+/// Who is killed has gone by then, unless a device's driver holds it.
+constexpr milliseconds kKillPatience{5000};
+constexpr milliseconds kEndPause{20};
 /// At the end what was delivered before it is still taken.
 constexpr milliseconds kLastTurn{2000};
 /// Who connects asks within that time, or finds that the recording is over.
@@ -104,6 +109,11 @@ void RecordingSession::finish(RecordingResult& result) {
     if (result.end != RecordingResult::End::kHostEnded && options_.endsHost) {
         endHost();
     }
+    tree_.reap(host_.pid());
+    if (!tree_.roots().empty() || std::any_of(processes_.begin(), processes_.end(),
+                                              [](const auto& one) { return !one->isOver(); })) {
+        host_.leaveRunning();
+    }
     // Closes the sockets. Taps that still run see that and remove their listeners.
     processes_.clear();
     result.notes = notes();
@@ -148,34 +158,44 @@ bool RecordingSession::isAnyToBeEnded() {
     });
 }
 
+/// False when another signal says not to wait any longer.
+bool RecordingSession::waitForEnds(milliseconds patience) {
+    const Clock::time_point deadline = Clock::now() + patience;
+    while (isAnyToBeEnded() && Clock::now() < deadline) {
+        std::array<pollfd, 2> list{{{signals_.descriptor(), POLLIN, 0},
+                                    {host_.isOver() ? -1 : host_.endDescriptor(), POLLIN, 0}}};
+        poll(list.data(), list.size(), static_cast<int>(kEndPause.count()));
+        const auto signal = signals_.next();
+        if (signal && signal->number != SIGUSR1 && signal->number != SIGUSR2) {
+            return false;
+        }
+        // One that nobody has waited for is still there where the system gives no descriptor of it.
+        tree_.reap(host_.pid());
+    }
+    return true;
+}
+
 void RecordingSession::endHost() {
-    enum class Whom { kAll, kOthersOfTerminal };
-    const auto tell = [this](int number, Whom whom) {
+    enum class Whom { kAll, kThoseOutsideTheGroup, kNotToldYet };
+    std::set<pid_t> told;
+    const auto tell = [this, &told](int number, Whom whom) {
         // The terminal's key has reached those that are in the recorder's group.
-        const auto isMeant = [whom](pid_t process) {
-            return whom == Whom::kAll || getpgid(process) != getpgrp();
+        const auto isMeant = [whom, &told](pid_t process) {
+            const bool isOutside = getpgid(process) != getpgrp();
+            return whom == Whom::kAll ||
+                   (whom == Whom::kThoseOutsideTheGroup ? isOutside : !told.contains(process));
         };
         if (!host_.isOver() && isMeant(host_.pid())) {
+            told.insert(host_.pid());
             host_.signal(number);
         }
         for (const auto& process : processes_) {
             const Process& one = process->process();
             if (!one.isCommand && !isService(one.name) && isMeant(one.pid)) {
+                told.insert(one.pid);
                 process->signal(number);
             }
         }
-    };
-    // False when another signal says not to wait any longer.
-    const auto waitFor = [this](milliseconds patience) {
-        const Clock::time_point deadline = Clock::now() + patience;
-        while (isAnyToBeEnded() && Clock::now() < deadline) {
-            wait();
-            const auto signal = signals_.next();
-            if (signal && signal->number != SIGUSR1 && signal->number != SIGUSR2) {
-                return false;
-            }
-        }
-        return true;
     };
     // Whichever signal it gets, it may be in a callback then.
     excuseEnding(host_.pid());
@@ -183,16 +203,16 @@ void RecordingSession::endHost() {
         excuseEnding(process->process().pid);
     }
     if (hostKnows_) {
-        tell(SIGTERM, Whom::kOthersOfTerminal);
+        tell(SIGTERM, Whom::kThoseOutsideTheGroup);
     }
-    if (!hostKnows_ || (waitFor(kTerminalPatience) && isAnyToBeEnded())) {
-        tell(SIGTERM, Whom::kAll);
-        (void)waitFor(kHostPatience);
+    if (!hostKnows_ || (waitForEnds(kTerminalPatience) && isAnyToBeEnded())) {
+        tell(SIGTERM, Whom::kNotToldYet);
+        (void)waitForEnds(kHostPatience);
     }
     if (isAnyToBeEnded()) {
         tell(SIGKILL, Whom::kAll);
-        while (isAnyToBeEnded()) {
-            wait();
+        if (waitForEnds(kKillPatience) && isAnyToBeEnded()) {
+            notes_.add("not all that COMMAND has started could be ended");
         }
     }
     tree_.reap(host_.pid());

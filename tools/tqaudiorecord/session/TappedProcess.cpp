@@ -137,12 +137,14 @@ bool TappedProcess::isOver() const {
         pollfd wait{end_.get(), POLLIN, 0};
         return poll(&wait, 1, 0) > 0;
     }
-    return kill(process_.pid, 0) != 0;
+    return kill(process_.pid, 0) != 0 || startTimeOf(process_.pid) != startTime_;
 }
 
 void TappedProcess::signal(int number) const {
     if (end_) {
         signalProcess(end_, number);
+    } else if (!isOver()) {
+        kill(process_.pid, number);
     }
 }
 

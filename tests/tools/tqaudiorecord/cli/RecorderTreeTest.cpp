@@ -93,6 +93,32 @@ TEST_F(RecorderTreeTest, TheInterruptKeyEndsAGameThatTheKeyDoesNotReach) {
     EXPECT_FALSE(isAlive(game));
 }
 
+TEST_F(RecorderTreeTest, AGameThatTheInterruptKeyDoesNotReachIsToldOnce) {
+    const Terminal terminal(24, 80);
+    const std::string terms = folder_.file("terms");
+    ProgramSetup with = setup({"-q", "-o", path_}, {TQ_LAUNCHER_HOST, "session", "0", "0",
+                                                    TQ_TONE_HOST, "stubborn", "60", terms});
+    with.terminal = &terminal;
+    Program program(with);
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.5) && gameOf(program) != 0; }));
+    const pid_t game = gameOf(program);
+    ASSERT_TRUE(terminal.type("\x03"));
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_FALSE(isAlive(game));
+    EXPECT_EQ(contentOf(terms), "T");
+}
+
+TEST_F(RecorderTreeTest, AGameThatTheSystemGivesNoDescriptorOfIsEndedAsWell) {
+    ProgramSetup with = setup({"-q", "-o", path_}, launcher("session", "0", "60"));
+    with.arguments.insert(with.arguments.begin(), TQ_OLD_KERNEL);
+    Program program(with);
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.5) && gameOf(program) != 0; }));
+    const pid_t game = gameOf(program);
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_FALSE(isAlive(game));
+}
+
 TEST_F(RecorderTreeTest, TheDurationEndsWhatALauncherLeft) {
     Program program(setup({"-q", "-o", path_, "-d", "3"}, launcher("daemon", "0", "60")));
     pid_t game = 0;

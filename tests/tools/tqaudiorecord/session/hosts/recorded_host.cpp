@@ -13,6 +13,7 @@
 //   remaking COUNT      plays music and ambience, and that many short voice lines with a unit
 //                       made anew for each
 //   many COUNT          plays through that many units at once
+//   stubborn SECONDS FILE   writes a "T" into a file on every SIGTERM, and plays on
 //   closing SECONDS     closes all descriptors first
 //   idle                makes a unit and never starts it
 //   microphone SECONDS  plays through a unit with its microphone on
@@ -28,6 +29,7 @@
 // The exit code is 0 when everything worked and the whole tone was played.
 
 #include <AudioToolbox/AudioToolbox.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -333,6 +335,8 @@ int statusOf(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+int terms = -1;  // where SIGTERM is noted
+
 int runAll(char** arguments) {
     std::vector<pid_t> children;
     while (*arguments != nullptr) {
@@ -378,6 +382,10 @@ int main(int argc, char** argv) {
     }
     if (what == "idle") {
         return AudioUnitInitialize(makeUnit()) == 0 ? 0 : 3;
+    }
+    if (what == "stubborn" && argc > 3) {
+        terms = open(argv[3], O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        signal(SIGTERM, [](int) { (void)!write(terms, "T", 1); });
     }
     if (what == "closing") {
         closefrom(3);
