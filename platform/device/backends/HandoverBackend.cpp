@@ -175,7 +175,11 @@ bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
     std::unique_lock lock(care_.mutex);
     care_.wish.seconds = seconds;
     ask(lock, mayWait);
-    return true;
+    if (!lock.owns_lock()) {
+        lock.lock();
+    }
+    // The clock's slices are as long as they are.
+    return !care_.isRefused;
 }
 
 bool HandoverBackend::preferMicrophone(const std::string& name) noexcept {

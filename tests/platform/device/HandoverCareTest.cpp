@@ -217,6 +217,16 @@ TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
     device.removeClient(heard);
 }
 
+TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {
+    Device& device = openBoth();
+    EXPECT_TRUE(device.preferDuration(0.01)) << "nobody knows yet";
+    scene.isThere = false;
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_FALSE(device.preferDuration(0.02));
+    device.removeClient(heard);
+}
+
 TEST(HandoverCare, AChildLetsGoOfWhatTheMachineWaitsFor) {
     Device& device = openBoth();
     HandoverClient heard(true);
