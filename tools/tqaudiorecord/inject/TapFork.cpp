@@ -48,14 +48,11 @@ void Tap::becomeChild() {
     watchMainThread();
 }
 
-/// Before its first sound nobody in a process follows the recorder, whose orders stand in what is
-/// mapped: in the child of a fork its parent's, until it has its own.
+/// A stream has the level of the latest order from its first frame on. Before a process's first sound
+/// nobody else follows the recorder; in the child of a fork its orders stand in what is mapped of
+/// the parent's, until it has its own.
 void Tap::beforeStream() noexcept {
-    const auto isAlone = [this] { return isForked_.load() || isThreadOwed_.load(); };
-    if (!isAlone()) {
-        return;
-    }
-    if (const std::unique_lock lock(work_, std::try_to_lock); lock && isAlone()) {
+    if (const std::unique_lock lock(work_, std::try_to_lock); lock) {
         followOrder();
     }
     // An order that comes before the first sound is followed from here on.
