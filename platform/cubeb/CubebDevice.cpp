@@ -172,7 +172,7 @@ bool CubebDevice::start() {
         return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, kHeardAloneFrames);
     }
     if (inputChannels_ > 0) {
-        heard_ = std::make_unique<DriftFifo>(inputChannels_, sampleRate_, inHand_);
+        heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, inHand_);
         heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "DriftFifo.h"
 #include "PlayClock.h"
+#include "common/DriftFifo.h"
 #include "device/HeardDevice.h"
 
 namespace tqcubeb {
@@ -88,7 +88,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     UInt32 inputChannels_ = 0;
     UInt32 inHand_ = 0;  ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.
-    std::unique_ptr<DriftFifo> heard_;
+    std::unique_ptr<tqcommon::DriftFifo> heard_;
     std::vector<float> heardBlock_;       ///< of one request
     std::atomic<bool> isHearing_{false};  ///< the microphone's stream runs
     std::unique_ptr<cubeb_stream, EndStream> microphone_;

@@ -156,6 +156,15 @@ constexpr std::array kTable{
     },
     OptionEntry{
         .group = kOutput,
+        .name = "live",
+        .target = &Options::live,
+        .brief = "Mix and tracks as sources of the sound server meanwhile",
+        .manual = "The mix and every track appear in PulseAudio or PipeWire as sources of their "
+                  "own while they are recorded, named as in *game: music*. With this alone no file "
+                  "is written.",
+    },
+    OptionEntry{
+        .group = kOutput,
         .name = "only",
         .valueName = "NAME",
         .target = &Options::only,

@@ -10,6 +10,7 @@
 #include "output/ReplaySink.h"
 #include "output/TracksSink.h"
 #include "output/VoiceSink.h"
+#include "output/live/LiveSink.h"
 #include "output/matroska/MatroskaSink.h"
 #include "view/Diagnosis.h"
 #include "view/FrameLines.h"
@@ -206,10 +207,22 @@ bool Outputs::open(std::string& error) {
     if (!openViews(error)) {
         return false;
     }
+    if (o.live && !openLive(error)) {
+        return false;
+    }
     if (!o.quiet) {
         add(std::make_unique<Meter>(screen_, *observer_, o.verbose));
     }
     return true;
+}
+
+bool Outputs::openLive(std::string& error) {
+    return addOpened(std::make_unique<LiveSink>([this](const std::string& line) {
+                         if (!options_.quiet) {
+                             screen_.line("tqaudiorecord: " + line);
+                         }
+                     }),
+                     error);
 }
 
 /// What shows a recording when it is over. Behind the outputs that it tells of.

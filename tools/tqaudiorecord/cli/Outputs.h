@@ -65,6 +65,7 @@ class Outputs : public SinkSet {
     /// The microphone's own file; empty where it has none.
     [[nodiscard]] std::string voiceFile() const;
     [[nodiscard]] bool openViews(std::string& error);
+    [[nodiscard]] bool openLive(std::string& error);
     [[nodiscard]] ReportFacts reportFacts() const;
     void showProblems();
     [[nodiscard]] std::uint64_t lostOutsidePauses(const Block& block) const;

@@ -36,6 +36,7 @@ struct Options {
     std::optional<double> maximumFileSeconds;  ///< a new file follows
     std::optional<double> replaySeconds;       ///< keep only that much, in memory
     bool replayOverlaps = true;                ///< a save has what was saved before as well
+    bool live = false;                         ///< sources of the sound server meanwhile
 
     // What is recorded: patterns over names of programs and tracks.
     std::vector<std::string> only;

@@ -32,6 +32,13 @@ constexpr std::array<std::string_view, 9> kServices{
     "dbus-",      "at-spi-bus-", "at-spi2-registr", "xdg-dbus-proxy",
 };
 
+/// Programs of the recorder's own that hold its live sources. The system cuts names.
+bool isHolder(pid_t process) {
+    std::ifstream file(kProc + ("/" + std::to_string(process)) + "/comm");
+    std::string name;
+    return std::getline(file, name) && name == "tqaudiorecord-l";
+}
+
 /// Nothing for one that has ended.
 std::optional<ProcessTree::Member> memberOf(pid_t process) {
     std::ifstream file(kProc + ("/" + std::to_string(process)) + "/stat");
@@ -101,7 +108,7 @@ void ProcessTree::reap(pid_t command) const {
 
 std::vector<pid_t> ProcessTree::roots() const {
     std::vector<pid_t> list = childrenOf(kProc, getpid());
-    std::erase_if(list, [this](pid_t child) { return others_.contains(child); });
+    std::erase_if(list, [this](pid_t child) { return others_.contains(child) || isHolder(child); });
     return list;
 }
 

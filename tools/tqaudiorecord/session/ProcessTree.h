@@ -38,7 +38,7 @@ class ProcessTree {
     void adopt();
     /// Lets those go that have ended, but for `command`, whose exit code somebody else waits for.
     void reap(pid_t command) const;
-    /// Direct children, the command and orphans.
+    /// Direct children, the command and orphans; none of the recorder's own programs.
     [[nodiscard]] std::vector<pid_t> roots() const;
     /// Costs some files for each.
     [[nodiscard]] std::vector<Member> members() const;

@@ -207,7 +207,7 @@ void RecordingSession::wait() {
 }
 
 milliseconds RecordingSession::pause() const {
-    if (isMoreLeft_ || options_.output == "-" || !options_.duckOn.empty()) {
+    if (isMoreLeft_ || options_.live || options_.output == "-" || !options_.duckOn.empty()) {
         return kShortPause;
     }
     // A quarter of a short ring fills meanwhile.

@@ -1,14 +1,15 @@
-#include "platform/cubeb/DriftFifo.h"
+#include "common/DriftFifo.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <vector>
 
 namespace {
 
-using tqcubeb::DriftFifo;
+using tqcommon::DriftFifo;
 
 constexpr double kRate = 48000;
 constexpr double kHertz = 1000;
@@ -127,6 +128,46 @@ TEST(DriftFifo, AMicrophoneThatStoodStillIsHeardAgainWithoutDelay) {
     }
     fifo.read(block.data(), 480);
     EXPECT_EQ(block[0], 0.25F);
+}
+
+/// Writes and reads by turns for so long; gives how many frames of sound were read.
+std::size_t passOn(DriftFifo& fifo, int turns, float sample) {
+    std::vector<float> block(kHeard, sample);
+    std::size_t heard = 0;
+    for (int turn = 0; turn < turns; ++turn) {
+        if (sample != 0) {
+            fifo.write(block.data(), kHeard);
+        }
+        std::vector<float> played(kHeard);
+        fifo.read(played.data(), kHeard);
+        heard += static_cast<std::size_t>(std::count(played.begin(), played.end(), 0.5F));
+    }
+    return heard;
+}
+
+TEST(DriftFifo, OfASoundThatEndsNothingButLessThanAKernelIsLeftOut) {
+    DriftFifo fifo(1, kRate, kHeard);
+    const std::size_t heard = passOn(fifo, 10, 0.5F) + passOn(fifo, 10, 0);
+    EXPECT_GE(heard, 10U * kHeard - 33);
+}
+
+TEST(DriftFifo, PausesOfTheSoundDoNotMakeItLater) {
+    DriftFifo fifo(1, kRate, kHeard);
+    std::vector<std::size_t> silences;
+    for (int pause = 0; pause < 20; ++pause) {
+        // What is not heard of a sound by its last block is what is in hand.
+        silences.push_back(20U * kHeard - passOn(fifo, 20, 0.5F));
+        static_cast<void>(passOn(fifo, 40, 0));
+    }
+    EXPECT_LE(silences.back(), silences.front() + kHeard);
+}
+
+TEST(DriftFifo, WhatIsOldIsForgotten) {
+    DriftFifo fifo(1, kRate, kHeard);
+    static_cast<void>(passOn(fifo, 10, 0.25F));
+    fifo.forget();
+    EXPECT_EQ(passOn(fifo, 10, 0), 0U);
+    EXPECT_GT(passOn(fifo, 10, 0.5F), 0U);
 }
 
 }  // namespace

@@ -1,0 +1,210 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "common/RealTime.h"
+#include "common/SincKernel.h"
+
+namespace tqcommon {
+
+/// Sound from one thread to another whose clock is not the same: a microphone's and the one that
+/// plays, a recorded program's and a sound server's. They differ by some parts in a million: what
+/// is in hand is kept the same by reading a little faster or slower, so that nothing is ever lost
+/// or made up. While the clocks agree samples pass as they are.
+///
+/// Invariant: `written_ - read_` frames are in the ring, at most its size. Writer: the thread that
+/// brings the sound, which publishes frames by releasing `written_`. Reader: the thread that takes
+/// it, which gives room back by releasing `read_`. Everything else is the reader's.
+class DriftFifo {
+  public:
+    /// `inHand` frames lie between both, about what either takes at a time. Throws std::bad_alloc.
+    DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand);
+
+    /// [any thread, one at a time] [real-time safe] Frames of `channels` samples; what does not fit
+    /// is dropped.
+    void write(const float* samples, std::uint32_t frames) noexcept TQ_NONBLOCKING;
+    /// [render thread] [real-time safe] The next frames; silence until there is enough in hand.
+    void read(float* samples, std::uint32_t frames) noexcept TQ_NONBLOCKING;
+    /// [render thread] [real-time safe] What is in hand is old: the next read begins anew.
+    void forget() noexcept TQ_NONBLOCKING;
+
+    /// [render thread] How often it ran dry or full behind its start.
+    [[nodiscard]] std::uint32_t faults() const noexcept { return faults_; }
+    /// [render thread] Frames read for each frame that is given.
+    [[nodiscard]] double ratio() const noexcept { return ratio_; }
+
+  private:
+    static constexpr std::uint32_t kTaps = SincKernel::kTaps;
+    static constexpr double kRingSeconds = 1;
+    /// What is in hand goes up and down with each request; its mean is taken over so long.
+    static constexpr double kMeanSeconds = 2;
+    /// Within it clocks count as equal.
+    static constexpr double kEqualSeconds = 0.002;
+    /// What is too much or too little beyond that is made up for within so long.
+    static constexpr double kSteerSeconds = 4;
+    /// No two clocks differ by more.
+    static constexpr double kMostSteering = 0.002;
+    /// Further away than that it is no drift: one of both stood still.
+    static constexpr double kLostSeconds = 0.25;
+    /// What is later than that is heard with holes.
+    static constexpr double kMostInHandSeconds = 0.1;
+
+    [[nodiscard]] std::uint64_t held() const noexcept {
+        return written_.load(std::memory_order_acquire) - read_.load(std::memory_order_relaxed);
+    }
+    void begin(std::uint32_t frames) noexcept;
+    [[nodiscard]] std::uint32_t runDry(std::uint32_t frames) noexcept;
+    void steer(std::uint32_t frames) noexcept;
+    void give(float* frame) noexcept;
+
+    const std::uint32_t channels_;
+    const double sampleRate_;
+    const std::uint32_t size_;  ///< frames
+    std::vector<float> ring_;
+    const SincKernel kernel_;
+    std::atomic<std::uint64_t> written_{0};
+    std::atomic<std::uint64_t> read_{0};
+
+    double inHand_;             ///< when it begins to flow
+    double usual_ = 0;          ///< mean in hand of the first seconds of the flow
+    double mean_ = 0;           ///< the same of the last seconds
+    std::uint64_t flowed_ = 0;  ///< frames
+    double ratio_ = 1;
+    double phase_ = 0;  ///< of the next frame, between two that were written
+    bool isFlowing_ = false;
+    double more_ = 0;           ///< of `inHand_`, since it ran dry the last time
+    std::uint64_t dryFor_ = 0;  ///< frames of silence since then
+    std::uint32_t faults_ = 0;
+};
+
+inline DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand)
+    : channels_(channels),
+      sampleRate_(sampleRate),
+      size_(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds))),
+      ring_(std::size_t{size_} * channels),
+      inHand_(inHand + kTaps) {
+}
+
+inline void DriftFifo::write(const float* samples, std::uint32_t frames) noexcept {
+    const std::uint64_t written = written_.load(std::memory_order_relaxed);
+    const std::uint64_t held = written - read_.load(std::memory_order_acquire);
+    const auto taken = static_cast<std::uint32_t>(std::min<std::uint64_t>(frames, size_ - held));
+    for (std::uint32_t done = 0; done < taken;) {
+        const auto place = static_cast<std::uint32_t>((written + done) & (size_ - 1));
+        const std::uint32_t part = std::min(taken - done, size_ - place);
+        std::copy_n(samples + std::size_t{done} * channels_, std::size_t{part} * channels_,
+                    ring_.data() + std::size_t{place} * channels_);
+        done += part;
+    }
+    written_.store(written + taken, std::memory_order_release);
+}
+
+inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
+    const auto needed = static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + kTaps;
+    const bool isLast = isFlowing_ && held() < needed;
+    std::uint32_t most = frames;
+    if (isLast) {
+        most = runDry(frames);
+    } else {
+        isFlowing_ ? steer(frames) : begin(frames);
+        most = isFlowing_ ? frames : 0;
+    }
+    std::uint32_t given = 0;
+    for (; given < most; ++given) {
+        give(samples + std::size_t{given} * channels_);
+    }
+    if (isLast) {
+        forget();  // less than a kernel is left
+    }
+    std::fill(samples + std::size_t{given} * channels_, samples + std::size_t{frames} * channels_,
+              0.0F);
+}
+
+inline void DriftFifo::forget() noexcept {
+    isFlowing_ = false;
+    read_.store(written_.load(std::memory_order_acquire), std::memory_order_release);
+}
+
+inline void DriftFifo::begin(std::uint32_t frames) noexcept {
+    dryFor_ += frames;
+    if (static_cast<double>(dryFor_) > kLostSeconds * sampleRate_) {
+        // It was no lateness: the sound itself made a pause.
+        inHand_ -= more_;
+        more_ = 0;
+    }
+    const std::uint64_t held = this->held();
+    if (static_cast<double>(held) < inHand_ + frames) {
+        return;
+    }
+    isFlowing_ = true;
+    phase_ = 0;
+    ratio_ = 1;
+    mean_ = 0;
+    flowed_ = 0;
+    more_ = 0;
+    if (static_cast<double>(held) > 2 * inHand_ + frames) {
+        // It begins with what is newest: what piled up before would be heard late for ever.
+        read_.store(read_.load(std::memory_order_relaxed) + held - frames -
+                        static_cast<std::uint64_t>(inHand_),
+                    std::memory_order_release);
+    }
+}
+
+/// Gives how many of the frames there still are.
+inline std::uint32_t DriftFifo::runDry(std::uint32_t frames) noexcept {
+    // Where it was only late, as much as was missing is kept in hand besides from here on.
+    const double missing =
+        std::ceil(frames * ratio_ + phase_) + kTaps - static_cast<double>(held());
+    ++faults_;
+    isFlowing_ = false;
+    more_ = std::min(missing, std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_));
+    inHand_ += more_;
+    dryFor_ = 0;
+    const double last = (static_cast<double>(held()) - kTaps - phase_) / ratio_;
+    return static_cast<std::uint32_t>(std::clamp(last, 0.0, static_cast<double>(frames)));
+}
+
+inline void DriftFifo::steer(std::uint32_t frames) noexcept {
+    const double left = static_cast<double>(held()) - frames;
+    if (left - inHand_ > kLostSeconds * sampleRate_) {
+        ++faults_;
+        isFlowing_ = false;  // the next read begins anew with what is newest
+        return;
+    }
+    flowed_ += frames;
+    const double span = std::min(static_cast<double>(flowed_), kMeanSeconds * sampleRate_);
+    mean_ += (left - mean_) * frames / span;
+    if (static_cast<double>(flowed_) < kMeanSeconds * sampleRate_) {
+        // Where in their turns both began is chance: how much is in hand is seen, not chosen.
+        usual_ = mean_;
+        return;
+    }
+    const double away = mean_ - usual_;
+    const double equal = std::min(kEqualSeconds * sampleRate_, inHand_ / 2);
+    const double beyond = away > equal ? away - equal : std::min(0.0, away + equal);
+    ratio_ = 1 + std::clamp(beyond / (kSteerSeconds * sampleRate_), -kMostSteering, kMostSteering);
+}
+
+inline void DriftFifo::give(float* frame) noexcept {
+    const std::uint64_t first = read_.load(std::memory_order_relaxed);
+    if (phase_ == 0 && ratio_ == 1) {
+        const std::size_t at = (first + SincKernel::kCentre) & (size_ - 1);
+        std::copy_n(ring_.data() + at * channels_, channels_, frame);
+    } else {
+        const auto at = [&](std::uint32_t tap) {
+            return ring_.data() + ((first + tap) & (size_ - 1)) * channels_;
+        };
+        kernel_.read(phase_, channels_, at, frame);
+    }
+    phase_ += ratio_;
+    const double whole = std::floor(phase_);
+    phase_ -= whole;
+    read_.store(first + static_cast<std::uint64_t>(whole), std::memory_order_release);
+}
+
+}  // namespace tqcommon

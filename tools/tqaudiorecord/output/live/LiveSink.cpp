@@ -1,0 +1,141 @@
+#include "output/live/LiveSink.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tqrecorder {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// A server on a busy machine answers by then.
+constexpr milliseconds kOpenPatience{5000};
+constexpr milliseconds kEndPatience{2000};
+/// A source that was heard later than that is not taken away for another.
+constexpr std::chrono::seconds kSilent{10};
+
+}  // namespace
+
+LiveSink::LiveSink(Tell tell, std::vector<std::string> holders)
+    : tell_(std::move(tell)), link_(std::move(holders)) {
+}
+
+bool LiveSink::open() {
+    link_.await(kOpenPatience);
+    wasUp_ = link_.state() == LiveLink::State::kUp;
+    if (!wasUp_) {
+        problems_ = {"--live: no sound server answers: " + link_.problem()};
+    }
+    return wasUp_;
+}
+
+void LiveSink::block(const Process& process, const Block& block) {
+    Source* source = sourceOf(process, block);
+    if (source == nullptr || !toFloats(block.format, block.frames, samples_)) {
+        return;
+    }
+    source->lastSound = Clock::now();
+    const std::size_t channels = source->format.channels;
+    const std::size_t most = kMostLivePayload / sizeof(float) / channels * channels;
+    std::span<const float> rest(samples_);
+    while (!rest.empty()) {
+        const std::span<const float> piece = rest.first(std::min(most, rest.size()));
+        link_.send({LiveKind::kSound, source->id}, std::as_bytes(piece));
+        rest = rest.subspan(piece.size());
+    }
+}
+
+LiveSink::Source* LiveSink::sourceOf(const Process& process, const Block& block) {
+    const std::size_t frameBytes = block.format.frameBytes();
+    if (frameBytes == 0 || block.format.channels > kMostLiveChannels ||
+        !(block.format.sampleRate >= 1)) {
+        return nullptr;
+    }
+    const Key key{process.id, std::string(block.unit)};
+    const auto found = sources_.find(key);
+    if (found != sources_.end() && found->second.format == block.format) {
+        return &found->second;
+    }
+    if (found != sources_.end()) {
+        close(found->second);
+        sources_.erase(found);
+    } else if (sources_.size() >= kMostSources && !makeRoom()) {
+        return nullptr;
+    }
+    Source source;
+    source.id = ++lastId_;
+    source.name = names_.take(process.name, block.unit);
+    source.format = block.format;
+    source.blockFrames = static_cast<std::uint32_t>(block.frames.size() / frameBytes);
+    announce(source);
+    tell_("live source: " + source.name.description);
+    return &sources_.insert_or_assign(key, source).first->second;
+}
+
+bool LiveSink::makeRoom() {
+    const auto oldest =
+        std::min_element(sources_.begin(), sources_.end(), [](const auto& one, const auto& other) {
+            return one.second.lastSound < other.second.lastSound;
+        });
+    if (Clock::now() - oldest->second.lastSound < kSilent) {
+        return false;
+    }
+    close(oldest->second);
+    sources_.erase(oldest);
+    return true;
+}
+
+void LiveSink::announce(const Source& source) {
+    const std::string text = source.name.name + '\0' + source.name.description + '\0';
+    link_.send({LiveKind::kOpen, source.id,
+                static_cast<std::uint32_t>(std::lround(source.format.sampleRate)),
+                source.format.channels, source.blockFrames},
+               std::as_bytes(std::span(text)));
+}
+
+void LiveSink::close(const Source& source) {
+    link_.send({LiveKind::kClose, source.id}, {});
+    names_.giveBack(source.name);
+}
+
+void LiveSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
+    for (auto source = sources_.begin(); source != sources_.end();) {
+        if (source->first.first == process.id) {
+            close(source->second);
+            source = sources_.erase(source);
+        } else {
+            ++source;
+        }
+    }
+}
+
+void LiveSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
+    link_.poll();
+    follow();
+}
+
+/// The server may have gone, and may be there again.
+void LiveSink::follow() {
+    const bool isUp = link_.state() == LiveLink::State::kUp;
+    if (isUp == wasUp_) {
+        return;
+    }
+    wasUp_ = isUp;
+    if (isUp) {
+        for (const auto& [key, source] : sources_) {
+            announce(source);
+        }
+        tell_("live sources: they are back, on " + link_.server());
+    } else {
+        tell_("live sources: " + link_.server() + " went away; they come back with it");
+    }
+}
+
+void LiveSink::finish() {
+    if (!wasUp_ && problems_.empty()) {
+        problems_ = {"live sources: " + link_.server() + " went away and did not come back"};
+    }
+    link_.finish(kEndPatience);
+}
+
+}  // namespace tqrecorder

@@ -1,0 +1,283 @@
+// tqaudiorecord-live-pipewire: holds the recorder's live sources in PipeWire. They are streams of
+// this program, which go with it; it goes with the recorder or the server.
+
+#include <pipewire/pipewire.h>
+#include <spa/param/audio/format-utils.h>
+#include <spa/utils/result.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "common/DriftFifo.h"
+#include "output/live/LivePackets.h"
+
+namespace tqrecorder {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// What is kept in hand beyond a block of the recorded program: the recorder looks every 5 ms, and
+/// wakes late by as much.
+constexpr double kInHandSeconds = 0.010;
+/// Asked of the server: the shorter its cycle, the sooner sound is through.
+constexpr unsigned kCycleFrames = 256;
+constexpr unsigned kCycleRate = 48000;
+/// A source that was not read for so long begins anew.
+constexpr std::chrono::milliseconds kUnread{500};
+
+/// One live source.
+class Source {
+  public:
+    /// The texts end with a zero each.
+    Source(pw_core* core, const LiveHeader& header, const char* name, const char* description);
+    ~Source() { pw_stream_destroy(stream_); }
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    void write(std::span<const std::byte> sound) {
+        // Without a reader it would fill up with what is old when one comes.
+        if (isRead_.load(std::memory_order_relaxed)) {
+            fifo_.write(reinterpret_cast<const float*>(sound.data()),
+                        static_cast<std::uint32_t>(sound.size() / sizeof(float) / channels_));
+        }
+    }
+
+  private:
+    static void stateChanged(void* data, pw_stream_state /*old*/, pw_stream_state state,
+                             const char* /*error*/) {
+        static_cast<Source*>(data)->isRead_.store(state == PW_STREAM_STATE_STREAMING,
+                                                  std::memory_order_relaxed);
+    }
+    static void process(void* data) { static_cast<Source*>(data)->give(); }
+    void give();
+    void connect();
+
+    const std::uint32_t channels_;
+    const std::uint32_t sampleRate_;
+    tqcommon::DriftFifo fifo_;
+    /// Written by the main thread from the stream's state and read by it: the reader of the FIFO
+    /// needs no order with it.
+    std::atomic<bool> isRead_{false};
+    Clock::time_point lastGiven_;  ///< the data thread's
+    pw_stream* stream_ = nullptr;
+    spa_hook listener_{};
+};
+
+Source::Source(pw_core* core, const LiveHeader& header, const char* name, const char* description)
+    : channels_(header.channels),
+      sampleRate_(header.sampleRate),
+      fifo_(header.channels, header.sampleRate,
+            header.blockFrames + static_cast<std::uint32_t>(kInHandSeconds * header.sampleRate)) {
+    pw_properties* properties = pw_properties_new(
+        PW_KEY_MEDIA_CLASS, "Audio/Source", PW_KEY_NODE_NAME, name, PW_KEY_NODE_DESCRIPTION,
+        description, PW_KEY_MEDIA_NAME, description, PW_KEY_NODE_VIRTUAL, "true", nullptr);
+    pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", kCycleFrames, kCycleRate);
+    stream_ = pw_stream_new(core, name, properties);
+    static const pw_stream_events kEvents = [] {
+        pw_stream_events events{};
+        events.version = PW_VERSION_STREAM_EVENTS;
+        events.state_changed = stateChanged;
+        events.process = process;
+        return events;
+    }();
+    pw_stream_add_listener(stream_, &listener_, &kEvents, this);
+    connect();
+}
+
+void Source::connect() {
+    static constexpr std::array<std::array<std::uint32_t, kMostLiveChannels>, kMostLiveChannels + 1>
+        kPositions{{{},
+                    {SPA_AUDIO_CHANNEL_MONO},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_LFE},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_RL,
+                     SPA_AUDIO_CHANNEL_RR},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC,
+                     SPA_AUDIO_CHANNEL_RL, SPA_AUDIO_CHANNEL_RR},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC,
+                     SPA_AUDIO_CHANNEL_LFE, SPA_AUDIO_CHANNEL_RL, SPA_AUDIO_CHANNEL_RR},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC,
+                     SPA_AUDIO_CHANNEL_LFE, SPA_AUDIO_CHANNEL_RC, SPA_AUDIO_CHANNEL_SL,
+                     SPA_AUDIO_CHANNEL_SR},
+                    {SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_FC,
+                     SPA_AUDIO_CHANNEL_LFE, SPA_AUDIO_CHANNEL_RL, SPA_AUDIO_CHANNEL_RR,
+                     SPA_AUDIO_CHANNEL_SL, SPA_AUDIO_CHANNEL_SR}}};
+    spa_audio_info_raw format{};
+    format.format = SPA_AUDIO_FORMAT_F32;
+    format.rate = sampleRate_;
+    format.channels = channels_;
+    std::copy_n(kPositions[channels_].begin(), channels_, format.position);
+    std::array<std::uint8_t, 1024> buffer{};
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, buffer.data(), buffer.size());
+    const spa_pod* parameter = spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format);
+    pw_stream_connect(
+        stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY,
+        static_cast<pw_stream_flags>(PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS),
+        &parameter, 1);
+}
+
+/// [render thread] of the server's cycle.
+void Source::give() {
+    pw_buffer* const buffer = pw_stream_dequeue_buffer(stream_);
+    if (buffer == nullptr) {
+        return;
+    }
+    const Clock::time_point now = Clock::now();
+    if (now - lastGiven_ > kUnread) {
+        fifo_.forget();
+    }
+    lastGiven_ = now;
+    spa_data& data = buffer->buffer->datas[0];
+    const std::uint32_t frameBytes = channels_ * static_cast<std::uint32_t>(sizeof(float));
+    std::uint32_t frames = data.maxsize / frameBytes;
+    if (buffer->requested > 0) {
+        frames = std::min(frames, static_cast<std::uint32_t>(buffer->requested));
+    }
+    if (data.data != nullptr) {
+        fifo_.read(static_cast<float*>(data.data), frames);
+        data.chunk->offset = 0;
+        data.chunk->stride = static_cast<std::int32_t>(frameBytes);
+        data.chunk->size = frames * frameBytes;
+    }
+    pw_stream_queue_buffer(stream_, buffer);
+}
+
+/// All sources of one recorder.
+class Holder {
+  public:
+    Holder();
+    ~Holder();
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+
+    /// Until the recorder or the server goes.
+    int run();
+
+  private:
+    static void readable(void* data, int /*socket*/, std::uint32_t /*mask*/) {
+        static_cast<Holder*>(data)->takePackets();
+    }
+    static void info(void* data, const pw_core_info* info) {
+        static_cast<Holder*>(data)->version_ = info->version;
+    }
+    static void done(void* data, std::uint32_t /*id*/, int /*sequence*/) {
+        auto& holder = *static_cast<Holder*>(data);
+        if (!std::exchange(holder.isReady_, true)) {
+            holder.say(LiveKind::kReady, "PipeWire " + holder.version_);
+        }
+    }
+    static void failed(void* data, std::uint32_t id, int /*sequence*/, int result,
+                       const char* /*message*/) {
+        if (id == PW_ID_CORE && result == -EPIPE) {
+            pw_main_loop_quit(static_cast<Holder*>(data)->loop_);
+        }
+    }
+    void takePackets();
+    void open(const LiveHeader& header, std::span<const std::byte> texts);
+    void say(LiveKind kind, const std::string& text) {
+        (void)sendLive(kLiveSocket, {kind}, std::as_bytes(std::span(text)));
+    }
+
+    pw_main_loop* loop_;
+    pw_context* context_;
+    pw_core* core_ = nullptr;
+    spa_hook listener_{};
+    LiveReceiver receiver_;
+    std::map<std::uint32_t, std::unique_ptr<Source>> sources_;
+    std::string version_;
+    bool isReady_ = false;
+};
+
+Holder::Holder()
+    : loop_(pw_main_loop_new(nullptr)),
+      // The configuration of clients whose data thread has the machine's attention.
+      context_(pw_context_new(pw_main_loop_get_loop(loop_),
+                              pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr),
+                              0)) {
+}
+
+Holder::~Holder() {
+    sources_.clear();
+    if (core_ != nullptr) {
+        pw_core_disconnect(core_);
+    }
+    if (context_ != nullptr) {
+        pw_context_destroy(context_);
+    }
+    pw_main_loop_destroy(loop_);
+}
+
+int Holder::run() {
+    core_ = context_ == nullptr
+                ? nullptr
+                : pw_context_connect(
+                      context_, pw_properties_new(PW_KEY_APP_NAME, "tqaudiorecord", nullptr), 0);
+    if (core_ == nullptr) {
+        say(LiveKind::kFailed, std::string("PipeWire: ") + std::strerror(errno));
+        return 1;
+    }
+    static const pw_core_events kEvents = [] {
+        pw_core_events events{};
+        events.version = PW_VERSION_CORE_EVENTS;
+        events.info = info;
+        events.done = done;
+        events.error = failed;
+        return events;
+    }();
+    pw_core_add_listener(core_, &listener_, &kEvents, this);
+    pw_core_sync(core_, PW_ID_CORE, 0);
+    pw_loop* const loop = pw_main_loop_get_loop(loop_);
+    pw_loop_add_io(loop, kLiveSocket, SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, false, readable, this);
+    pw_main_loop_run(loop_);
+    return 0;
+}
+
+void Holder::takePackets() {
+    while (true) {
+        switch (receiver_.next(kLiveSocket)) {
+            case LiveReceiver::Got::kNothing:
+                return;
+            case LiveReceiver::Got::kEnd:
+                pw_main_loop_quit(loop_);
+                return;
+            case LiveReceiver::Got::kPacket:
+                break;
+        }
+        const LiveHeader& header = receiver_.header();
+        if (header.kind == LiveKind::kOpen) {
+            open(header, receiver_.payload());
+        } else if (header.kind == LiveKind::kClose) {
+            sources_.erase(header.source);
+        } else if (const auto found = sources_.find(header.source); found != sources_.end()) {
+            found->second->write(receiver_.payload());
+        }
+    }
+}
+
+void Holder::open(const LiveHeader& header, std::span<const std::byte> texts) {
+    const char* const name = reinterpret_cast<const char*>(texts.data());
+    const char* const description = name + std::strlen(name) + 1;
+    sources_[header.source] = std::make_unique<Source>(core_, header, name, description);
+}
+
+}  // namespace
+}  // namespace tqrecorder
+
+int main(int argc, char** argv) {
+    // It ends with the recorder, and not before what it holds is taken back.
+    for (const int number : {SIGINT, SIGHUP, SIGTERM}) {
+        std::signal(number, SIG_IGN);
+    }
+    pw_init(&argc, &argv);
+    return tqrecorder::Holder().run();
+}
