@@ -71,6 +71,7 @@ class DriftFifo {
     std::atomic<std::uint64_t> read_{0};
 
     double inHand_;             ///< when it begins to flow
+    double begunWith_ = 0;      ///< when it began to flow, at least as much
     double usual_ = 0;          ///< mean in hand of the first seconds of the flow
     double mean_ = 0;           ///< the same of the last seconds
     std::uint64_t flowed_ = 0;  ///< frames
@@ -147,11 +148,13 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     mean_ = 0;
     flowed_ = 0;
     more_ = 0;
-    if (static_cast<double>(held) > 2 * inHand_ + frames) {
+    begunWith_ = static_cast<double>(held - frames);
+    if (begunWith_ > 2 * inHand_) {
         // It begins with what is newest: what piled up before would be heard late for ever.
         read_.store(read_.load(std::memory_order_relaxed) + held - frames -
                         static_cast<std::uint64_t>(inHand_),
                     std::memory_order_release);
+        begunWith_ = inHand_;
     }
 }
 
@@ -162,7 +165,8 @@ inline std::uint32_t DriftFifo::runDry(std::uint32_t frames) noexcept {
         std::ceil(frames * ratio_ + phase_) + kTaps - static_cast<double>(held());
     ++faults_;
     isFlowing_ = false;
-    more_ = std::min(missing, std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_));
+    more_ = std::min(begunWith_ - inHand_ + missing,
+                     std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_));
     inHand_ += more_;
     dryFor_ = 0;
     const double last = (static_cast<double>(held()) - kTaps - phase_) / ratio_;
