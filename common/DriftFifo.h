@@ -32,6 +32,8 @@ class DriftFifo {
     void read(float* samples, std::uint32_t frames) noexcept TQ_NONBLOCKING;
     /// [render thread] [real-time safe] What is in hand is old: the next read begins anew.
     void forget() noexcept TQ_NONBLOCKING;
+    /// [any thread] [real-time safe] The next read() drops what is held and begins anew.
+    void restart() noexcept { isToRestart_.store(true, std::memory_order_relaxed); }
 
     /// [render thread] How often it ran dry or full behind its start.
     [[nodiscard]] std::uint32_t faults() const noexcept { return faults_; }
@@ -41,6 +43,8 @@ class DriftFifo {
   private:
     static constexpr std::uint32_t kTaps = SincKernel::kTaps;
     static constexpr double kRingSeconds = 1;
+    /// At low rates it holds the largest request and what is in hand all the same.
+    static constexpr std::uint32_t kSmallestRing = 32768;
     /// What is in hand goes up and down with each request; its mean is taken over so long.
     static constexpr double kMeanSeconds = 2;
     /// Within it clocks count as equal.
@@ -69,6 +73,7 @@ class DriftFifo {
     const SincKernel kernel_;
     std::atomic<std::uint64_t> written_{0};
     std::atomic<std::uint64_t> read_{0};
+    std::atomic<bool> isToRestart_{false};  ///< set by restart(), taken by the reader
 
     double inHand_;             ///< when it begins to flow
     double begunWith_ = 0;      ///< when it began to flow, at least as much
@@ -86,7 +91,8 @@ class DriftFifo {
 inline DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand)
     : channels_(channels),
       sampleRate_(sampleRate),
-      size_(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds))),
+      size_(std::max(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds)),
+                     kSmallestRing)),
       ring_(std::size_t{size_} * channels),
       inHand_(inHand + kTaps) {
 }
@@ -106,6 +112,10 @@ inline void DriftFifo::write(const float* samples, std::uint32_t frames) noexcep
 }
 
 inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
+    if (isToRestart_.load(std::memory_order_relaxed) &&
+        isToRestart_.exchange(false, std::memory_order_relaxed)) {
+        forget();
+    }
     const auto needed = static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + kTaps;
     const bool isLast = isFlowing_ && held() < needed;
     std::uint32_t most = frames;

@@ -15,7 +15,7 @@
 namespace {
 
 using tqcubeb::CubebDevice;
-using tqcubeb::DriftFifo;
+using tqcommon::DriftFifo;
 using tqtest::theServer;
 
 class Host final : public tqplatform::HeardHost {
