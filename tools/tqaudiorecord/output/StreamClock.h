@@ -53,7 +53,8 @@ class StreamClock {
             // A jump that large is no hole: the host's clock was reset.
             origin_ += late;
             hasJumped_ = true;
-        } else if (late > (isFirst ? 0 : patience_)) {
+        } else if (late > (isFirst || idleFrames_ > 0 ? 0 : patience_)) {
+            // Behind a hole that was filled so far, the rest is no jitter.
             silence += static_cast<std::uint64_t>(std::llround(late / 1e6 * rate_));
         } else if (std::abs(late) < patience_) {
             // Follows the drift between the device's clock and the host's.

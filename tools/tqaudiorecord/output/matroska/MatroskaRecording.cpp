@@ -44,6 +44,15 @@ void MatroskaRecording::beginAt(std::uint64_t microseconds) {
     beganAt_ = microseconds;
     received_ = std::chrono::steady_clock::now();
     zero_ = static_cast<double>(microseconds);
+    streams_.push_back(
+        {0, {}, kMix, StreamClock(kMix.sampleRate, beganAt_, kMixPatience, received_)});
+}
+
+void MatroskaRecording::forgetGone() {
+    streams_.remove_if([this](const Stream& stream) {
+        gaps_ += stream.isGone ? stream.clock.gaps() : 0;
+        return stream.isGone;
+    });
 }
 
 MatroskaRecording::Stream* MatroskaRecording::streamOf(const Block& block) {
@@ -85,6 +94,7 @@ void MatroskaRecording::block(const Block& block) {
     if (failed_ || frameBytes == 0 || block.format.sampleRate < 1) {
         return;
     }
+    forgetGone();
     Stream& stream = *streamOf(block);
     const std::size_t frames = block.frames.size() / frameBytes;
     const std::uint64_t silence = stream.clock.before(block.microseconds, frames, block.lostFrames);
@@ -138,10 +148,7 @@ bool MatroskaRecording::beginInFile(Stream& stream) {
     if (file_ == nullptr && !openNext()) {
         return false;
     }
-    const auto begin = [&] {
-        return file_->begin(titleOf(stream), stream.format, (stream.position() - zero_) / 1e6);
-    };
-    MatroskaFile::Begun begun = begin();
+    MatroskaFile::Begun begun = beginBehindMix(stream);
     if (begun.stream == 0 && begun.error.empty() && file_->problem().empty() &&
         file_->streams() > 0) {
         // There is no room for one more.
@@ -150,10 +157,12 @@ bool MatroskaRecording::beginInFile(Stream& stream) {
         if (!openNext()) {
             return false;
         }
-        begun = begin();
+        begun = beginBehindMix(stream);
     }
     stream.inFile = begun.stream;
     if (!begun.error.empty()) {
+        // Will never be written: where the next file begins is not for it to say.
+        stream.unwritten = 0;
         const std::string problem = plan_.path + ": " + begun.error;
         if (std::find(problems().begin(), problems().end(), problem) == problems().end()) {
             chain_.complain(problem);
@@ -162,6 +171,20 @@ bool MatroskaRecording::beginInFile(Stream& stream) {
         fail(file_->problem());
     }
     return begun.stream != 0;
+}
+
+/// The mix is every file's first stream, whoever plays first.
+MatroskaFile::Begun MatroskaRecording::beginBehindMix(Stream& stream) {
+    const auto begin = [this](const Stream& one) {
+        return file_->begin(titleOf(one), one.format, (one.position() - zero_) / 1e6);
+    };
+    const auto mix = std::find_if(streams_.begin(), streams_.end(), [](const Stream& one) {
+        return one.track == 0 && one.isCurrent;
+    });
+    if (file_->streams() == 0 && mix != streams_.end() && &*mix != &stream) {
+        mix->inFile = begin(*mix).stream;
+    }
+    return begin(stream);
 }
 
 /// Further streams of one unit have numbers.
@@ -194,6 +217,7 @@ void MatroskaRecording::fillIdle(double patience, double until) {
 }
 
 void MatroskaRecording::refresh() {
+    forgetGone();
     if (file_ == nullptr) {
         return;
     }
@@ -205,18 +229,23 @@ void MatroskaRecording::refresh() {
 }
 
 /// What follows goes to the next file. A stream that lags begins in it a little before the others,
-/// so that nothing of it lies before the file.
+/// so that nothing of it lies before the file. Whoever called may be writing a stream: none leaves
+/// the list here.
 void MatroskaRecording::cut() {
-    fillIdle(kTrackPatience * 1e6, latest());
+    const double patience = kTrackPatience * 1e6;
+    fillIdle(patience, latest());
     closeFile();
-    std::erase_if(streams_, [this](const Stream& stream) {
-        gaps_ += stream.isCurrent ? 0 : stream.clock.gaps();
-        return !stream.isCurrent;
-    });
-    zero_ = latest();
+    const double now = latest();
+    zero_ = now;
     for (Stream& stream : streams_) {
+        stream.isGone = !stream.isCurrent;
+        // One that played nothing in the file that is closed has nothing for the next before now.
+        if (!stream.isGone && stream.inFile == 0 && stream.unwritten == 0 &&
+            stream.position() < now - patience) {
+            (void)stream.clock.idleUntil(now);
+        }
         stream.inFile = 0;
-        zero_ = std::min(zero_, stream.position());
+        zero_ = stream.isGone ? zero_ : std::min(zero_, stream.position());
     }
     mixFrames_ = 0;
 }

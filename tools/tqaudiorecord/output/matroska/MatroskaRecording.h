@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -44,6 +45,7 @@ class MatroskaRecording {
         StreamClock clock;
         std::uint64_t unwritten = 0;  // frames that the clock has counted already
         bool isCurrent = true;        // of its track's number
+        bool isGone = false;          // not current when a file was closed: never written again
         unsigned inFile = 0;  // its number there; 0 before it has a frame in the file under way
 
         /// Host time of the next frame to be written, in microseconds.
@@ -52,11 +54,13 @@ class MatroskaRecording {
         }
     };
     [[nodiscard]] Stream* streamOf(const Block& block);
+    void forgetGone();
     [[nodiscard]] double latest() const;
     void write(Stream& stream, std::span<const std::byte> frames);
     void writeSilence(Stream& stream, std::uint64_t frames);
     [[nodiscard]] bool openNext();
     [[nodiscard]] bool beginInFile(Stream& stream);
+    [[nodiscard]] MatroskaFile::Begun beginBehindMix(Stream& stream);
     [[nodiscard]] std::string titleOf(const Stream& stream) const;
     void fillIdle(double patience, double until);
     void cut();
@@ -72,8 +76,8 @@ class MatroskaRecording {
     double zero_ = 0;                  // host time at which the file under way begins, microseconds
     std::uint64_t maximumFrames_ = 0;  // of the mix in a file; none when 0
     std::uint64_t mixFrames_ = 0;      // in the file under way
-    std::vector<Stream> streams_;
-    std::uint64_t gaps_ = 0;  // of streams that are no more
+    std::list<Stream> streams_;  // stay where they are: one is being written while a file is closed
+    std::uint64_t gaps_ = 0;     // of streams that are no more
     bool failed_ = false;
 };
 

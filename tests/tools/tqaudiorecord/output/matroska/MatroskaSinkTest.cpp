@@ -14,6 +14,7 @@
 namespace tqrecorder::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -194,7 +195,7 @@ TEST_F(MatroskaSinkTest, ManyFilesHaveNoFrameLostOrTwice) {
     std::vector<std::int32_t> received;
     for (const WrittenFile& written : sink->files()) {
         const DecodedFile file(written.path);
-        ASSERT_THAT(file.titles(), testing::UnorderedElementsAre("mix", "deep"));
+        ASSERT_THAT(file.titles(), ElementsAre("mix", "deep"));
         const DecodedStream& mix = file.stream("mix");
         expectCounting(mix, mixFrames, mixFrames == 88'200 ? 22'050 : 44'100);
         mixFrames += mix.frames();
@@ -208,6 +209,50 @@ TEST_F(MatroskaSinkTest, ManyFilesHaveNoFrameLostOrTwice) {
         }
     }
     EXPECT_EQ(received, sent);
+}
+
+TEST_F(MatroskaSinkTest, AUnitThatPlaysNoMoreKeepsNoFileFromBeginningWithItsMix) {
+    auto sink = matroskaSink("mka", 0.5);
+    playTurns(*sink, 0, 3.9, [&](std::size_t turn) {
+        if (turn < 70 || turn >= 360) {
+            playMusic(*sink, turn);
+        }
+    });
+    sink->finish();
+    ASSERT_EQ(sink->files().size(), 8U);
+    for (const WrittenFile& written : sink->files()) {
+        const DecodedFile file(written.path);
+        EXPECT_EQ(file.titles().at(0), "mix") << written.path;
+        EXPECT_NEAR(file.streams.at(0).start, 0, 0.02) << written.path;
+        EXPECT_LT(file.seconds, 0.52) << written.path;
+    }
+    // It is back at its time.
+    const DecodedFile last(sink->files().back().path);
+    const DecodedStream& music = last.stream("music");
+    EXPECT_LT(music.amplitude(480, 0, 0.09 - music.start), 0.01);
+    EXPECT_NEAR(music.amplitude(480, 0.11 - music.start, 0.38 - music.start), 0.5, 0.02);
+}
+
+TEST_F(MatroskaSinkTest, TheMixIsTheFirstStreamAlsoWhereATrackPlaysFirst) {
+    auto sink = matroskaSink();
+    const auto playBoth = [&](std::size_t from, std::size_t to) {
+        for (std::size_t turn = from; turn < to; ++turn) {
+            playMusic(*sink, turn);
+            play(*sink, game_, turn * 441, (turn + 1) * 441);
+        }
+    };
+    playBoth(0, 100);
+    ASSERT_EQ(sink->split().size(), 1U);
+    playBoth(100, 200);
+    sink->finish();
+    for (const WrittenFile& written : sink->files()) {
+        const DecodedFile file(written.path);
+        EXPECT_THAT(file.complaints, IsEmpty());
+        EXPECT_THAT(file.titles(), ElementsAre("mix", "music"));
+        expectCounting(file.streams.at(0), written.path == path_ ? 0 : 44'100, 44'100);
+        EXPECT_EQ(written.text, "Matroska, FLAC, the mix and 1 track");
+    }
+    EXPECT_EQ(sink->files().size(), 2U);
 }
 
 TEST_F(MatroskaSinkTest, ASplitNamesTheFileThatIsCompleteAndGoesOnInTheNext) {
@@ -236,18 +281,23 @@ TEST_F(MatroskaSinkTest, UnitsThatFindNoRoomInAFileGoOnInTheNext) {
     });
     sink->finish();
     EXPECT_THAT(sink->problems(), IsEmpty());
-    std::set<std::string> titles;
+    std::vector<std::string> titles;
     std::size_t mixFrames = 0;
     ASSERT_EQ(sink->files().size(), 2U);
     for (const WrittenFile& written : sink->files()) {
         const DecodedFile file(written.path);
         EXPECT_THAT(file.complaints, IsEmpty());
-        for (const DecodedStream& stream : file.streams) {
-            titles.insert(stream.title);
-        }
+        const std::vector<std::string> all = file.titles();
+        ASSERT_THAT(all, Contains("mix"));
+        EXPECT_EQ(all[0], "mix");
+        titles.insert(titles.end(), all.begin() + 1, all.end());
         mixFrames += file.stream("mix").frames();
     }
-    EXPECT_EQ(titles.size(), kUnits + 1);
+    std::vector<std::string> expected;
+    for (std::size_t unit = 0; unit < kUnits; ++unit) {
+        expected.push_back("effect " + std::to_string(unit));
+    }
+    EXPECT_EQ(titles, expected);
     EXPECT_EQ(mixFrames, 3U * 44'100);
 }
 
