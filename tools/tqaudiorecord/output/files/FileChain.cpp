@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "output/files/FileNames.h"
@@ -30,9 +31,10 @@ std::string FileChain::nextPath() {
         return path_;
     }
     std::string path;
+    std::error_code failure;
     do {
         path = withAddition(path_, numberAddition(++number_));
-    } while (!mayReplace_ && std::filesystem::exists(path));
+    } while (!mayReplace_ && std::filesystem::exists(path, failure));
     return path;
 }
 
@@ -41,9 +43,7 @@ void FileChain::heard() {
         return;
     }
     for (Silent& earlier : silent_) {
-        takeName(*earlier.part);
-        earlier.file.path = earlier.part->path();
-        files_.push_back(std::move(earlier.file));
+        nameAndList(earlier);
     }
     silent_.clear();
     if (part_ != nullptr) {
@@ -51,8 +51,19 @@ void FileChain::heard() {
     }
 }
 
+void FileChain::nameAndList(Silent& complete) {
+    takeName(*complete.part);
+    if (complete.part->hasName()) {
+        complete.file.path = complete.part->path();
+        files_.push_back(std::move(complete.file));
+    }
+}
+
 void FileChain::takeName(PartFile& part) {
     if (std::string problem = part.takeName(); !problem.empty()) {
+        if (isHeard_ && !part.hasName()) {
+            problem += "; what was recorded is kept as " + part.keep();
+        }
         problems_.push_back(std::move(problem));
     }
 }
@@ -61,7 +72,7 @@ void FileChain::complete(WrittenFile file, bool isEmpty) {
     std::unique_ptr<PartFile> part = std::move(part_);
     file.path = part->path();
     if (!part->hasName()) {
-        if (!isEmpty) {
+        if (!isEmpty && !isHeard_) {
             silent_.push_back({std::move(file), std::move(part)});
         }
     } else if (part->isStillThere()) {
@@ -89,8 +100,7 @@ void FileChain::finish() {
                                 ": stays as it was; the new recording is silent and was dropped");
             continue;
         }
-        takeName(*silent.part);
-        files_.push_back(std::move(silent.file));
+        nameAndList(silent);
     }
     silent_.clear();
 }

@@ -59,7 +59,9 @@ class FileChain {
         std::unique_ptr<PartFile> part;
     };
     [[nodiscard]] std::string nextPath();
+    /// What was heard and finds no way to its name stays beside it.
     void takeName(PartFile& part);
+    void nameAndList(Silent& complete);
 
     std::string path_;
     bool isNumbered_;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -78,12 +79,18 @@ PartFile::PartFile(std::string path, bool mayReplace)
 }
 
 PartFile::~PartFile() {
-    if (!hasName_ && isAt(part_)) {
+    if (!hasName_ && !isKept_ && isAt(part_)) {
         ::unlink(part_.c_str());
     }
 }
 
 bool PartFile::open() {
+    // The file beside the name has a shorter one: only the name itself would be refused, at the
+    // end.
+    if (fs::path(target_).filename().string().size() > NAME_MAX) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
     struct stat status {};
     if (stat(target_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         // A device; of a folder the system says what it is.

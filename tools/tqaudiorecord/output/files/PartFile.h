@@ -15,7 +15,7 @@ class PartFile {
     /// Makes it. `mayReplace` says that it takes the name from a file that has it; else it goes to
     /// the next free name. See problem().
     PartFile(std::string path, bool mayReplace);
-    /// Removes what has not taken its name.
+    /// Removes what has neither taken its name nor is kept.
     ~PartFile();
     PartFile(PartFile&&) = delete;
     PartFile& operator=(PartFile&&) = delete;
@@ -31,6 +31,11 @@ class PartFile {
     /// to another name, which path() tells.
     [[nodiscard]] std::string takeName();
     [[nodiscard]] bool hasName() const { return hasName_; }
+    /// Stays beside its name, whose place it could not take. Gives where that is.
+    [[nodiscard]] const std::string& keep() {
+        isKept_ = true;
+        return part_;
+    }
     /// Whether something else has the name.
     [[nodiscard]] bool isNameTaken() const;
     /// False when the file that had taken its name was deleted, moved or replaced since.
@@ -45,6 +50,7 @@ class PartFile {
     std::string part_;    ///< empty for a device
     bool mayReplace_;
     bool hasName_ = false;
+    bool isKept_ = false;
     tqcommon::Descriptor file_;
     std::string problem_;
 };

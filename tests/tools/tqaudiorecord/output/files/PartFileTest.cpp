@@ -136,6 +136,47 @@ TEST_F(PartFileTest, TheLongestNamesCanBeWritten) {
     EXPECT_THAT(folder_.names(), ElementsAre(name));
 }
 
+TEST_F(PartFileTest, ANameThatTheSystemDoesNotTakeIsRefusedBeforeThereIsSound) {
+    const std::string tooLong = std::string(252, 'n') + ".wav";
+    MixSink mix({folder_.file(tooLong), formatNamed("wav"), {}, true}, names_);
+    EXPECT_FALSE(mix.open());
+    EXPECT_THAT(mix.problems(), ElementsAre(HasSubstr("File name too long")));
+    // With its number it is too long.
+    const std::string longest = std::string(251, 'n') + ".wav";
+    MixSink series({folder_.file(longest), formatNamed("wav"), 1.0, false}, names_);
+    EXPECT_FALSE(series.open());
+    EXPECT_THAT(series.problems(), ElementsAre(HasSubstr("File name too long")));
+    EXPECT_TRUE(folder_.names().empty());
+}
+
+TEST_F(PartFileTest, SoundThatCannotTakeItsNameIsKeptBesideIt) {
+    MixSink mix = sink(true);
+    ASSERT_TRUE(mix.open());
+    playSilence(mix, 470);
+    std::filesystem::create_directory(path_);
+    play(mix, game_, 470, 940);
+    mix.finish();
+    EXPECT_THAT(folder_.names(), ElementsAre(".out.wav.tqaudiorecord", "out.wav"));
+    const std::string kept = folder_.file(".out.wav.tqaudiorecord");
+    EXPECT_EQ(RecordedFile(kept).frames(), 940U);
+    EXPECT_TRUE(mix.files().empty());
+    EXPECT_THAT(mix.problems(), ElementsAre(testing::AllOf(HasSubstr("out.wav: Is a directory"),
+                                                           HasSubstr("kept as " + kept))));
+}
+
+TEST_F(PartFileTest, FilesOfASeriesThatCannotTakeTheirNamesAreNotListed) {
+    MixSink mix({path_, formatNamed("wav"), 0.1, true}, names_);
+    ASSERT_TRUE(mix.open());
+    playSilence(mix, 5000);
+    std::filesystem::create_directory(folder_.file("out-001.wav"));
+    play(mix, game_, 5000, 5470);
+    mix.finish();
+    ASSERT_EQ(mix.files().size(), 1U);
+    EXPECT_EQ(mix.files()[0].path, folder_.file("out-002.wav"));
+    EXPECT_EQ(RecordedFile(folder_.file(".out-001.wav.tqaudiorecord")).frames(), 4410U);
+    EXPECT_EQ(mix.problems().size(), 1U);
+}
+
 TEST_F(PartFileTest, ALinkStaysALink) {
     std::filesystem::create_directory(folder_.file("disk"));
     std::ofstream(folder_.file("disk/real.wav")) << "before";
