@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <utility>
 
 namespace tqrecorder {
@@ -29,8 +30,10 @@ bool ReplaySink::open() {
     if (!plan_.tracksFolder.empty()) {
         std::filesystem::create_directories(plan_.tracksFolder, failure);
     }
+    // Files are numbered: their names are longer than what was asked for.
     for (const std::string& path :
-         {plan_.mix.path,
+         {plan_.mix.path.empty() ? std::string()
+                                 : freePath(withAddition(plan_.mix.path, numberAddition(1))),
           plan_.tracksFolder.empty() ? std::string() : plan_.tracksFolder + "/track.wav"}) {
         if (!path.empty()) {
             const PartFile probe(path, false);
@@ -92,7 +95,13 @@ ReplaySink::Memory& ReplaySink::memoryOf(ProcessMemory& process, const Block& bl
         0,
         StreamClock(block.format.sampleRate, block.microseconds, patience)};
     // The system gives its pages as they are filled.
-    memory.ring = std::make_unique_for_overwrite<std::byte[]>(memory.capacity);
+    try {
+        memory.ring = std::make_unique_for_overwrite<std::byte[]>(memory.capacity);
+    } catch (const std::bad_alloc&) {
+        // Other streams, and what else is written, go on.
+        problems_.push_back((memory.unit.empty() ? "the mix" : memory.unit) +
+                            ": there is no memory left to keep its last seconds");
+    }
     process.streams.emplace_back(block.track, std::move(memory));
     return process.streams.back().second;
 }
@@ -110,6 +119,9 @@ void ReplaySink::block(const Process& process, const Block& block) {
         found->second.addition = names_->additionOf(process);
     }
     Memory& memory = memoryOf(found->second, block);
+    if (memory.ring == nullptr) {
+        return;
+    }
     const std::size_t frameBytes = block.format.frameBytes();
     const std::size_t frames = block.frames.size() / frameBytes;
     const std::uint64_t silence = memory.clock.before(block.microseconds, frames, block.lostFrames);

@@ -46,8 +46,8 @@ class ReplaySink : public FilesSink {
         BlockFormat format;
         std::string unit;  ///< empty for the mix
         std::size_t capacity = 0;
-        std::unique_ptr<std::byte[]> ring;
-        std::uint64_t written = 0;  // bytes ever
+        std::unique_ptr<std::byte[]> ring;  ///< null where there was no memory for it
+        std::uint64_t written = 0;          // bytes ever
         StreamClock clock;
         bool isCurrent = true;
         std::optional<std::int64_t> savedFrames{};  ///< up to there, since the stream began

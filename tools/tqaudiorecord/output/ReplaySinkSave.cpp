@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "output/ReplaySink.h"
@@ -15,6 +16,8 @@ namespace {
 constexpr std::int64_t kSilentFrames = 4096;
 /// Of all streams so much is written at a time.
 constexpr double kTurnSeconds = 0.25;
+/// Microseconds that a stream may be ahead of the mix while both play.
+constexpr double kMostAhead = 1e6;
 
 template <typename Sink>
 void playSilence(std::int64_t frames, std::size_t frameBytes, const Sink& sink) {
@@ -176,21 +179,26 @@ bool ReplaySink::writeTogether(ProcessMemory& process, const std::string& path, 
 }
 
 double ReplaySink::ProcessMemory::newest() const {
-    double latest = 0;
+    double mix = 0;
+    double others = 0;
     for (const auto& [track, memory] : streams) {
-        // The mix is always there while a unit plays: it says what is now.
-        if (track == 0 && memory.isCurrent) {
-            return memory.clock.end();
+        if (memory.ring != nullptr) {
+            double& latest = track == 0 && memory.isCurrent ? mix : others;
+            latest = std::max(latest, memory.clock.end());
         }
-        latest = std::max(latest, memory.clock.end());
     }
-    return latest;
+    // The mix is there while a unit plays: it says what is now. A microphone goes on without it,
+    // and is ahead of it by less than the time within which blocks arrive.
+    return mix == 0 ? others : std::max(mix, others - kMostAhead);
 }
 
 void ReplaySink::saveProcess(int id, ProcessMemory& process, double now, double seconds,
                              std::vector<WrittenFile>& saved) {
     double oldest = 0;
     for (const auto& [track, memory] : process.streams) {
+        if (memory.ring == nullptr) {
+            continue;
+        }
         const auto kept =
             static_cast<double>((memory.written - memory.oldest()) / memory.format.frameBytes());
         const double begin = memory.clock.end() - kept / memory.format.sampleRate * 1e6;
@@ -209,11 +217,12 @@ void ReplaySink::saveProcess(int id, ProcessMemory& process, double now, double 
     bool isDone = true;
     unsigned number = 0;
     std::string numbers;
+    std::error_code failure;
     do {
         numbers = process.addition + numberAddition(++number);
     } while (std::any_of(process.streams.begin(), process.streams.end(), [&](const auto& one) {
         const std::string path = pathOf(one.first, one.second, numbers);
-        return !path.empty() && std::filesystem::exists(path);
+        return !path.empty() && std::filesystem::exists(path, failure);
     }));
     for (auto& [track, memory] : process.streams) {
         const std::string path = pathOf(track, memory, numbers);

@@ -150,6 +150,53 @@ TEST_F(ReplaySinkTest, AProgramWithABrokenClockTakesNoClipFromOthers) {
     EXPECT_EQ(RecordedFile(folder_.file("replay-odd-001.wav")).frames(), 22'050U);
 }
 
+TEST_F(ReplaySinkTest, AMicrophoneThatGoesOnWithoutTheProgramIsSaved) {
+    auto sink = replaySink(2, true, folder_.file("tracks"));
+    const BlockFormat voice{48000, 1, 32, true};
+    play(*sink, game_, 0, 44'100);
+    for (std::size_t frame = 0; frame < 240'000; frame += 480) {
+        std::vector<std::byte> bytes(480 * sizeof(float));
+        if (frame >= 144'000) {
+            bytes = tone<float>(480, voice, 480, frame);
+        }
+        sink->block(game_, {1, "microphone", voice, at(frame, 48000), bytes});
+    }
+    const std::vector<WrittenFile> saved = sink->saveLast(0.5);
+    ASSERT_EQ(saved.size(), 1U);
+    EXPECT_NEAR(RecordedFile(saved[0].path).amplitude(480, 0, 0.49), 0.5, 0.01);
+}
+
+TEST_F(ReplaySinkTest, NamesThatBecomeTooLongAreAProblemOfTheirOwnClips) {
+    const std::string name(240, 'n');
+    ReplaySink sink({{folder_.file(name + ".wav"), formatNamed("wav")}, {}, 1, true}, names_);
+    ASSERT_TRUE(sink.open());
+    play(sink, game_, 0, 4700);
+    play(sink, process(2, "another-program"), 0, 4700);
+    ASSERT_EQ(sink.saveLast({}).size(), 1U);
+    EXPECT_THAT(sink.problems(), testing::ElementsAre(testing::HasSubstr("File name too long")));
+    EXPECT_EQ(RecordedFile(folder_.file(name + "-001.wav")).frames(), 4700U);
+    // The number has to find room as well.
+    const std::string longest = std::string(251, 'n') + ".wav";
+    ReplaySink refused({{folder_.file(longest), formatNamed("wav")}, {}, 1, true}, names_);
+    EXPECT_FALSE(refused.open());
+}
+
+TEST_F(ReplaySinkTest, AStreamThatFindsNoMemoryIsSaidOnceAndTheOthersGoOn) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer ends the program where memory is short";
+#endif
+    // More than there is room for at such a rate, little at the mix's.
+    constexpr BlockFormat kVast{4e10, 8, 32, true};
+    auto sink = replaySink(1e3, true, folder_.file("tracks"));
+    const std::vector<std::byte> bytes(kVast.frameBytes() * 100, std::byte{1});
+    play(*sink, game_, 0, 4700);
+    sink->block(game_, {1, "vast", kVast, kStart, bytes});
+    sink->block(game_, {1, "vast", kVast, kStart + 1000, bytes});
+    ASSERT_EQ(sink->saveLast({}).size(), 1U);
+    EXPECT_THAT(sink->problems(), testing::ElementsAre(testing::HasSubstr("vast: there is no")));
+    EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 4700U);
+}
+
 TEST_F(ReplaySinkTest, AReplayThatCannotBeSavedIsKept) {
     std::filesystem::create_directory(folder_.file("in"));
     ReplaySink sink({{folder_.file("in/replay.wav"), formatNamed("wav")}, {}, 1, false}, names_);
