@@ -257,12 +257,13 @@ bool MatroskaWriter::finish() {
     cues.master(EbmlId::kCues, points);
     const int before = error_;
     std::uint64_t end = end_;
-    // A disk that is full takes them no more: players find their places more slowly.
+    // A disk that is full takes them no more: players find their places more slowly, and all sound
+    // is there.
     if (before == 0 && !cues_.empty() && writeAt(end_, cues.bytes())) {
         writeAt(seekHead_, seekHead(end_));
         end += cues.length();
-    } else if (ftruncate(file_.get(), static_cast<off_t>(end_)) != 0) {
-        error_ = errno;
+    } else {
+        error_ = ftruncate(file_.get(), static_cast<off_t>(end_)) == 0 ? before : errno;
     }
     // In place, which takes no more room.
     Ebml size;
