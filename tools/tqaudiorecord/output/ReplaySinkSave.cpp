@@ -166,7 +166,8 @@ bool ReplaySink::writeTogether(ProcessMemory& process, const std::string& path, 
     if (!isGood) {
         chain.complain(file->problem());
     }
-    chain.complete({path, file->text(), file->seconds(), 0, 0, {}, 0, 0}, file->seconds() == 0);
+    chain.complete({path, file->text(), file->seconds(), 0, 0, {}, 0, 0, plan_.mix.kind},
+                   file->seconds() == 0);
     chain.finish();
     problems_.insert(problems_.end(), chain.problems().begin(), chain.problems().end());
     if (!chain.files().empty()) {

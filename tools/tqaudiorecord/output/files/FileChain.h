@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "output/files/FileFormats.h"
 #include "output/files/PartFile.h"
 
 namespace tqrecorder {
@@ -17,9 +18,10 @@ struct WrittenFile {
     double seconds = 0;
     std::uint64_t gaps = 0;  ///< holes filled with silence, of its whole stream
     int processId = 0;
-    std::string name;           ///< "mix" or the track's
-    std::uint64_t beganAt = 0;  ///< host time of its stream's first frame, microseconds
-    double startSeconds = 0;    ///< of its stream that are in files before it
+    std::string name;                  ///< "mix" or the track's
+    std::uint64_t beganAt = 0;         ///< host time of its stream's first frame, microseconds
+    double startSeconds = 0;           ///< of its stream that are in files before it
+    const FileFormat* kind = nullptr;  ///< static, whatever the path ends with
 };
 
 /// The files that one output makes one after the other: their numbers, and when they take their

@@ -150,7 +150,8 @@ WrittenFile FileSeries::written(const SoundFile& file) const {
             0,
             {},
             0,
-            static_cast<double>(complete_) / file.format().sampleRate};
+            static_cast<double>(complete_) / file.format().sampleRate,
+            plan_.kind};
 }
 
 void FileSeries::fail(const std::string& problem) {

@@ -289,7 +289,8 @@ WrittenFile MatroskaRecording::written() const {
             0,
             "mix",
             beganAt_,
-            (zero_ - static_cast<double>(beganAt_)) / 1e6};
+            (zero_ - static_cast<double>(beganAt_)) / 1e6,
+            plan_.kind};
 }
 
 void MatroskaRecording::fail(const std::string& problem) {

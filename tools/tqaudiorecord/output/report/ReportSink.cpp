@@ -38,7 +38,7 @@ class FilesOfLanes {
   public:
     explicit FilesOfLanes(const std::vector<WrittenFile>& files) {
         for (const WrittenFile& file : files) {
-            if (holdsSeveral(file.path)) {
+            if (holdsSeveral(file.kind)) {
                 ofAll_[file.processId].push_back(&file);
                 continue;
             }
@@ -183,7 +183,7 @@ void ReportSink::addLanes(Report& report, const std::vector<WrittenFile>& files)
         for (const WrittenFile* file : filesOfLanes.takeFor(*lane)) {
             shown.files.push_back({relativeUrl(path_, file->path),
                                    std::filesystem::path(file->path).filename().string(),
-                                   file->text, whyNotPlayed(file->path, file->text),
+                                   file->text, whyNotPlayed(file->kind, file->text),
                                    secondsBehind(origin, file->beganAt) + file->startSeconds,
                                    file->seconds});
         }

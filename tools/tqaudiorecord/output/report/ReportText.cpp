@@ -103,16 +103,15 @@ std::string levelText(double amplitude, std::string_view unit) {
                          : "silent";
 }
 
-bool holdsSeveral(std::string_view path) {
-    return path.ends_with(".mka");
+bool holdsSeveral(const FileFormat* kind) {
+    return kind != nullptr && kind->isMatroska();
 }
 
-std::string whyNotPlayed(std::string_view path, std::string_view format) {
-    if (holdsSeveral(path)) {
+std::string whyNotPlayed(const FileFormat* kind, std::string_view format) {
+    if (holdsSeveral(kind)) {
         return "browsers do not play the streams of a Matroska file apart from each other";
     }
-    const FileFormat* const kind = formatOfPath(path);
-    if (kind == nullptr || kind->container == 0) {
+    if (kind == nullptr || kind->isBare()) {
         return "browsers play no bare samples";
     }
     if (kind->name == "w64") {

@@ -27,11 +27,13 @@ namespace tqrecorder {
 /// "-3.1 dBFS" of an amplitude of full scale 1; "silent" for none.
 [[nodiscard]] std::string levelText(double amplitude, std::string_view unit);
 
-/// Whether a file of that name has the mix and all tracks in it.
-[[nodiscard]] bool holdsSeveral(std::string_view path);
+struct FileFormat;
 
-/// Why browsers do not play a file of that name whose samples are of that format (as people read
-/// it), as a clause; empty where the common ones do.
-[[nodiscard]] std::string whyNotPlayed(std::string_view path, std::string_view format);
+/// Whether a file of that kind has the mix and all tracks in it.
+[[nodiscard]] bool holdsSeveral(const FileFormat* kind);
+
+/// Why browsers do not play a file of that kind (null for one that is not known) whose samples are
+/// of that format (as people read it), as a clause; empty where the common ones do.
+[[nodiscard]] std::string whyNotPlayed(const FileFormat* kind, std::string_view format);
 
 }  // namespace tqrecorder

@@ -205,7 +205,7 @@ TEST_F(ReportSinkTest, AMicrophoneWithAFileOfItsOwnIsHeardFromThere) {
         [this] {
             ReportFacts facts;
             facts.files.push_back({folder_.file("out-microphone.wav"), "44100 Hz", 0.5, 0, game_.id,
-                                   "microphone", at(0), 0});
+                                   "microphone", at(0), 0, formatNamed("wav")});
             return facts;
         },
         0);
@@ -222,8 +222,9 @@ TEST_F(ReportSinkTest, AFileWithAllStreamsIsNamedAtEachAndNotOffered) {
         folder_.file("game.html"), false, lanes,
         [this] {
             ReportFacts facts;
-            facts.files.push_back(
-                {folder_.file("game.mka"), "44100 Hz", 1, 0, game_.id, "mix", at(0), 0});
+            // Its kind says it, not its name.
+            facts.files.push_back({folder_.file("game.dat"), "44100 Hz", 1, 0, game_.id, "mix",
+                                   at(0), 0, formatNamed("mka")});
             return facts;
         },
         0);
@@ -231,7 +232,7 @@ TEST_F(ReportSinkTest, AFileWithAllStreamsIsNamedAtEachAndNotOffered) {
     playTrack(lanes, "music", 0);
     lanes.finish();
     sink.finish();
-    EXPECT_EQ(count(page(), "<a href=\"game.mka\">"), 2U);
+    EXPECT_EQ(count(page(), "<a href=\"game.dat\">"), 2U);
     EXPECT_EQ(count(page(), "apart from each other"), 2U);
     EXPECT_THAT(page(), Not(HasSubstr("<audio")));
 }

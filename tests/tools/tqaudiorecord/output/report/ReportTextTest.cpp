@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "output/files/FileFormats.h"
+
 namespace tqrecorder::test {
 namespace {
 
@@ -51,18 +53,18 @@ TEST(ReportText, LevelsAreDecibels) {
 }
 
 TEST(ReportText, WhatBrowsersDoNotPlayIsSaid) {
-    for (const char* path : {"a.wav", "a.flac", "a.ogg", "a.opus", "a.rf64"}) {
-        EXPECT_EQ(whyNotPlayed(path, "48000 Hz, 32-bit float, stereo"), "") << path;
+    for (const char* kind : {"wav", "flac", "ogg", "opus", "rf64"}) {
+        EXPECT_EQ(whyNotPlayed(formatNamed(kind), "48000 Hz, 32-bit float, stereo"), "") << kind;
     }
-    EXPECT_THAT(whyNotPlayed("a.w64", "44100 Hz, 16-bit integer, stereo"),
+    EXPECT_THAT(whyNotPlayed(formatNamed("w64"), "44100 Hz, 16-bit integer, stereo"),
                 testing::HasSubstr("Wave64"));
-    EXPECT_THAT(whyNotPlayed("a.mka", "44100 Hz, 16-bit integer, stereo"),
+    EXPECT_THAT(whyNotPlayed(formatNamed("mka-pcm"), "44100 Hz, 16-bit integer, stereo"),
                 testing::HasSubstr("Matroska"));
-    EXPECT_THAT(whyNotPlayed("a.raw", "44100 Hz, 16-bit integer, stereo"),
+    EXPECT_THAT(whyNotPlayed(formatNamed("raw"), "44100 Hz, 16-bit integer, stereo"),
                 testing::HasSubstr("bare samples"));
-    EXPECT_THAT(whyNotPlayed("a.WAV", "48000 Hz, 64-bit float, stereo"),
+    EXPECT_THAT(whyNotPlayed(formatNamed("wav"), "48000 Hz, 64-bit float, stereo"),
                 testing::HasSubstr("64-bit float"));
-    EXPECT_NE(whyNotPlayed("a.unknown", ""), "");
+    EXPECT_NE(whyNotPlayed(nullptr, ""), "");
 }
 
 }  // namespace
