@@ -14,8 +14,8 @@
 
 namespace {
 
-using tqcubeb::CubebDevice;
 using tqcommon::DriftFifo;
+using tqcubeb::CubebDevice;
 using tqtest::theServer;
 
 class Host final : public tqplatform::HeardHost {
