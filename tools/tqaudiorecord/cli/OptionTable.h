@@ -39,10 +39,10 @@ struct SwitchWithText {
 };
 
 /// Where the value of an option goes; the kind tells what the option takes.
-using OptionTarget = std::variant<Information, bool Options::*, ClearsField, SwitchWithNumber,
-                                  SwitchWithText, std::string Options::*,
-                                  std::vector<std::string> Options::*, double Options::*,
-                                  std::optional<double> Options::*>;
+using OptionTarget =
+    std::variant<Information, bool Options::*, ClearsField, SwitchWithNumber, SwitchWithText,
+                 std::string Options::*, std::vector<std::string> Options::*, double Options::*,
+                 std::optional<double> Options::*>;
 
 /// What a shell offers behind an option.
 enum class Completion { kNothing, kFile, kPngFile, kFolder, kFormat, kFileOrMicrophone };

@@ -48,9 +48,9 @@ void Tap::becomeChild() {
     watchMainThread();
 }
 
-/// A stream has the level of the latest order from its first frame on. Before a process's first sound
-/// nobody else follows the recorder; in the child of a fork its orders stand in what is mapped of
-/// the parent's, until it has its own.
+/// A stream has the level of the latest order from its first frame on. Before a process's first
+/// sound nobody else follows the recorder; in the child of a fork its orders stand in what is
+/// mapped of the parent's, until it has its own.
 void Tap::beforeStream() noexcept {
     if (const std::unique_lock lock(work_, std::try_to_lock); lock) {
         followOrder();

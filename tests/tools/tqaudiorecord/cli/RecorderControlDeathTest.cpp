@@ -93,25 +93,36 @@ TEST_F(RecorderControlDeathTest, WhatKilledRecordersLeftIsRemoved) {
 TEST_F(RecorderControlDeathTest, AHundredThatAskAtOnceAreAllAnswered) {
     Program recorder(reachable(setup({"-q", "-o", path_}, game("60"))));
     ASSERT_TRUE(eventually([&] { return hasPlayed(0.1); }));
-    const auto ask = [&](const char* what) {
-        // All of them have asked before the first can be answered.
-        recorder.signal(SIGSTOP);
-        std::vector<std::unique_ptr<Program>> clients;
-        for (int i = 0; i < 100; ++i) {
-            clients.push_back(beginCtl({what}));
-        }
-        EXPECT_TRUE(eventually([&] {
-            return std::all_of(clients.begin(), clients.end(),
-                               [](const auto& client) { return hasSocket(*client); });
-        }));
-        recorder.signal(SIGCONT);
-        for (const auto& client : clients) {
-            const ProgramEnd end = client->wait();
-            EXPECT_EQ(end.code, 0) << end.errors;
-        }
-    };
-    ask("status");
-    ask("stop");
+    std::vector<std::unique_ptr<Program>> clients;
+    for (int i = 0; i < 100; ++i) {
+        clients.push_back(beginCtl({"status"}));
+    }
+    for (const auto& client : clients) {
+        const ProgramEnd end = client->wait();
+        EXPECT_EQ(end.code, 0) << end.errors;
+    }
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    EXPECT_EQ(recorder.wait().code, 0);
+}
+
+TEST_F(RecorderControlDeathTest, ThoseWhoAskedBeforeAStopAreAllAnswered) {
+    Program recorder(reachable(setup({"-q", "-o", path_}, game("60"))));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.1); }));
+    // All of them have asked before the first can be answered; none waits longer than two seconds.
+    recorder.signal(SIGSTOP);
+    std::vector<std::unique_ptr<Program>> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(beginCtl({"stop"}));
+    }
+    EXPECT_TRUE(eventually([&] {
+        return std::all_of(clients.begin(), clients.end(),
+                           [](const auto& client) { return hasSocket(*client); });
+    }));
+    recorder.signal(SIGCONT);
+    for (const auto& client : clients) {
+        const ProgramEnd end = client->wait();
+        EXPECT_EQ(end.code, 0) << end.errors;
+    }
     EXPECT_EQ(recorder.wait().code, 0);
 }
 

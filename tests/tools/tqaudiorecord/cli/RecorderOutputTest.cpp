@@ -106,6 +106,9 @@ TEST_F(RecorderTest, ShowsAMeterOnATerminal) {
 }
 
 TEST_F(RecorderTest, WhatTheProgramPrintsWhileTheMeterRunsStaysWhole) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell and its seq";
+#endif
     Terminal terminal(24, 100);
     // Silent at first, so that the meter is there; then single lines, bursts, and a pause.
     const std::string script =
