@@ -155,6 +155,7 @@ class AudioHookConfigImpl : public AudioHookConfig {
         bool forceDisabled = false;
     };
     static constexpr std::size_t kMaxItems = 20;
+    static constexpr std::size_t kConfigFileSize = 160;
     /// The records begin after two words and take 8 bytes each.
     using TableBytes = std::array<std::byte, 8 + kMaxItems * 8>;
 

@@ -2,6 +2,7 @@
 
 #include "RZBoundary.h"
 #include "RZGraphTakeOver.h"
+#include "RZGraphUpdate.h"
 #include "RZHookSet.h"
 #include "RZInteractionList.h"
 #include "RZLogSite.h"

@@ -9,6 +9,7 @@
 #include "PendingNodes.h"
 #include "RZBoundary.h"
 #include "RZGraphTakeOver.h"
+#include "RZGraphUpdate.h"
 #include "RZHookSet.h"
 #include "RZHostCallbacks.h"
 #include "RZInteractionList.h"
