@@ -1,15 +1,12 @@
 #include "format/RateConverter.h"
 
 extern "C" {
-#include <libavutil/channel_layout.h>
-#include <libavutil/opt.h>
 #include <libswresample/swresample.h>
 }
 
 #include <algorithm>
 #include <cmath>
 #include <mutex>
-#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -18,6 +15,7 @@ extern "C" {
 #include "common/Planes.h"
 #include "format/PCMFormat.h"
 #include "format/RateRatio.h"
+#include "format/Resampler.h"
 
 namespace tqplatform {
 
@@ -26,62 +24,6 @@ using tqcommon::AudioView;
 namespace {
 
 constexpr UInt32 kMaximumBlock = 1U << 20;
-
-// The filter: 96 taps at the lower of the two rates, flat to about 0.9 of its half, about a
-// millisecond of delay. Downwards, what the output cannot hold is more than 100 dB down. Upwards
-// the cutoff may lie nearer to the end: mirror images fall beyond it, not back into the tones.
-constexpr int kFilterTaps = 96;
-constexpr double kCutoffDown = 0.95;
-constexpr double kCutoffUp = 0.975;
-constexpr int kKaiserBeta = 10;
-/// Ratios with up to this many phases get a filter for each; the resampler interpolates between
-/// this many filters for all others.
-constexpr std::int64_t kFilterPhases = 1024;
-// Rates further apart than this are not meant, and would cost memory and time without measure.
-constexpr double kMaximumFold = 1024;
-constexpr double kMaximumCoefficients = 16e6;  // of one filter bank
-
-struct FreeResampler {
-    void operator()(SwrContext* context) const noexcept { swr_free(&context); }
-};
-using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
-
-void check(int result) {
-    if (result == AVERROR(ENOMEM)) {
-        throw std::bad_alloc();
-    }
-    if (result < 0) {
-        throw std::runtime_error("the resampler refuses these rates");
-    }
-}
-
-Resampler makeResampler(RateRatio ratio, UInt32 channels) {
-    const double fold = static_cast<double>(ratio.input) / static_cast<double>(ratio.output);
-    const auto phases = static_cast<double>(std::min(ratio.output, kFilterPhases));
-    if (fold > kMaximumFold || fold < 1 / kMaximumFold ||
-        kFilterTaps * fold * phases > kMaximumCoefficients) {
-        throw std::runtime_error("the rates are too far apart");
-    }
-    AVChannelLayout layout{};
-    av_channel_layout_default(&layout, static_cast<int>(channels));
-    SwrContext* raw = nullptr;
-    const int made =
-        swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_FLTP, static_cast<int>(ratio.output),
-                            &layout, AV_SAMPLE_FMT_FLTP, static_cast<int>(ratio.input), 0, nullptr);
-    Resampler resampler(raw);
-    av_channel_layout_uninit(&layout);
-    check(made);
-    check(av_opt_set_sample_fmt(raw, "internal_sample_fmt", AV_SAMPLE_FMT_FLTP, 0));
-    check(av_opt_set_int(raw, "filter_size", kFilterTaps, 0));
-    // The option counts in halves of the output rate; upwards it is the input's that limits.
-    check(av_opt_set_double(raw, "cutoff", fold < 1 ? kCutoffUp * fold : kCutoffDown, 0));
-    check(av_opt_set(raw, "filter_type", "kaiser", 0));
-    check(av_opt_set_int(raw, "kaiser_beta", kKaiserBeta, 0));
-    check(av_opt_set_int(raw, "exact_rational", 1, 0));
-    check(av_opt_set_int(raw, "linear_interp", 1, 0));
-    check(swr_init(raw));
-    return resampler;
-}
 
 }  // namespace
 
