@@ -35,6 +35,14 @@ class DriftFifo {
     /// [any thread] [real-time safe] The next read() drops what is held and begins anew.
     void restart() noexcept { isToRestart_.store(true, std::memory_order_relaxed); }
 
+    /// [any thread, the one that writes] How many frames were ever brought.
+    [[nodiscard]] std::uint64_t written() const noexcept {
+        return written_.load(std::memory_order_relaxed);
+    }
+    /// [render thread] [real-time safe] Behind a read() of so many frames: the number of the first,
+    /// as they were written; where that was silence, of the one in whose place it was.
+    [[nodiscard]] double firstOf(std::uint32_t frames) const noexcept TQ_NONBLOCKING;
+
     /// [render thread] How often it ran dry or full behind its start.
     [[nodiscard]] std::uint32_t faults() const noexcept { return faults_; }
     /// [render thread] Frames read for each frame that is given.
@@ -139,6 +147,16 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
 inline void DriftFifo::forget() noexcept {
     isFlowing_ = false;
     read_.store(written_.load(std::memory_order_acquire), std::memory_order_release);
+}
+
+inline double DriftFifo::firstOf(std::uint32_t frames) const noexcept {
+    if (isFlowing_) {
+        return static_cast<double>(read_.load(std::memory_order_relaxed)) + SincKernel::kCentre +
+               phase_ - frames * ratio_;
+    }
+    // As late as it will be when it flows.
+    return static_cast<double>(written_.load(std::memory_order_relaxed)) + SincKernel::kCentre -
+           inHand_ - frames;
 }
 
 inline void DriftFifo::begin(std::uint32_t frames) noexcept {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <span>
+#include <string_view>
 #include <thread>
 
 namespace tqcubeb {
@@ -52,7 +54,12 @@ std::atomic<const char*> theKind{nullptr};
 
 }  // namespace
 
-CubebDevice::~CubebDevice() = default;
+CubebDevice::~CubebDevice() {
+    // In this order: a request reads what the microphone has brought.
+    isHearing_.store(false);
+    stream_.reset();
+    microphone_.reset();
+}
 
 bool CubebDevice::reach(const char* kind) {
     cubeb* context = nullptr;
@@ -151,23 +158,34 @@ CubebDevice::Microphone CubebDevice::microphone() {
     if (cubeb_enumerate_devices(context_.get(), CUBEB_DEVICE_TYPE_INPUT, &devices) != CUBEB_OK) {
         return {};
     }
-    Microphone found;
-    for (size_t i = 0; i < devices.count; ++i) {
-        const cubeb_device_info& device = devices.device[i];
-        const bool isNamed = device.device_id != nullptr && microphoneName_ == device.device_id;
-        if (device.state != CUBEB_DEVICE_STATE_ENABLED || (!microphoneName_.empty() && !isNamed)) {
-            continue;
-        }
-        found.channels = std::max(found.channels, std::min<UInt32>(device.max_channels, kChannels));
+    const std::span all(devices.device, devices.count);
+    const auto isIt = [this](const cubeb_device_info& device) {
+        return microphoneName_.empty()
+                   ? device.preferred != CUBEB_DEVICE_PREF_NONE
+                   : device.device_id != nullptr && microphoneName_ == device.device_id;
+    };
+    const auto isEnabled = [](const cubeb_device_info& device) {
+        return device.state == CUBEB_DEVICE_STATE_ENABLED;
+    };
+    auto found = std::find_if(all.begin(), all.end(), isIt);
+    if (found == all.end() && microphoneName_.empty()) {
+        found = std::find_if(all.begin(), all.end(), isEnabled);  // no server calls one its default
+    }
+    Microphone microphone;
+    if (found != all.end() && isEnabled(*found)) {
+        microphone.channels = std::min<UInt32>(found->max_channels, kChannels);
         // It stays the context's when the list has gone.
-        found.id = isNamed ? device.devid : nullptr;
+        microphone.id = microphoneName_.empty() ? nullptr : found->devid;
     }
     cubeb_device_collection_destroy(context_.get(), &devices);
-    return found;
+    return microphone;
 }
 
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
+    if (std::string_view(reached_) == "pulse") {
+        watch_ = std::make_unique<PulseWatch>(kName);
+    }
     if (!isToPlay_) {
         return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, kHeardAloneFrames);
     }
@@ -189,24 +207,24 @@ UInt32 CubebDevice::heardFrames() const {
     return std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
 }
 
-void CubebDevice::hear(bool isHearing) {
+bool CubebDevice::hear(bool isHearing) {
     if (!isToPlay_ || isHearing == (microphone_ != nullptr)) {
-        return;
+        return true;
     }
     if (!isHearing) {
         isHearing_.store(false);
         microphone_.reset();
-        return;
+        return true;
     }
     if (heard_ == nullptr) {
-        if (microphone().channels > 0) {
-            // Plugged in later: programs were told of none. What is opened anew knows it.
-            host_->lostHeard();
-        }
-        return;
+        // Plugged in later: programs were told of none. What is opened anew knows it.
+        return microphone().channels == 0;
     }
     heard_->restart();
+    heardClock_ = PlayClock(sampleRate_);
+    heardSince_.store(0, std::memory_order_relaxed);
     static_cast<void>(listen(&onHeard, &onHeardState, heardFrames()));
+    return true;
 }
 
 bool CubebDevice::listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames) {
@@ -236,13 +254,14 @@ void CubebDevice::finish() noexcept {
     }
 }
 
-std::string CubebDevice::place() {
-    cubeb_device* device = nullptr;
-    if (stream_ == nullptr || cubeb_stream_get_current_device(stream_.get(), &device) != CUBEB_OK) {
-        return {};
+tqplatform::HeardPlace CubebDevice::place() {
+    // Not the library's word: it reads the name of a device while the server may be changing it.
+    tqplatform::HeardPlace place;
+    if (watch_ != nullptr) {
+        place = watch_->place();
     }
-    std::string place = device->output_name == nullptr ? "" : device->output_name;
-    cubeb_stream_device_destroy(stream_.get(), device);
+    place.speakers.sampleRate = std::min<Float64>(place.speakers.sampleRate, kHighestRate);
+    place.microphone.channels = std::min(place.microphone.channels, kChannels);
     return place;
 }
 
@@ -261,18 +280,28 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
         return silentFrames_ > latencyFrames_ ? 0 : frames;
     }
     hurry();
-    const auto ahead = static_cast<UInt64>(latencyFrames_ * kNsPerSecond / sampleRate_);
+    const UInt64 ahead = durationOf(latencyFrames_);
     tqcommon::ConstAudioView heard;
+    UInt64 heardTime = 0;
     // Acquired: that the FIFO begins anew was stored before.
     if (isHearing_.load(std::memory_order_acquire) && frames <= kLargestRequest) {
         heard_->read(heardBlock_.data(), frames);
         heard = tqcommon::ConstAudioView::interleaved(heardBlock_.data(), inputChannels_, frames);
+        heardTime = heardTimeOf(frames);
     }
     host_->renderHeard({.frames = frames,
                         .hostTime = clock_.next(nowNs() + ahead, frames),
                         .heard = heard,
-                        .played = tqcommon::AudioView::interleaved(played, kChannels, frames)});
+                        .played = tqcommon::AudioView::interleaved(played, kChannels, frames),
+                        .heardTime = heardTime});
     return frames;
+}
+
+UInt64 CubebDevice::heardTimeOf(UInt32 frames) const noexcept {
+    const Float64 beganAt = heardSince_.load(std::memory_order_relaxed);
+    const Float64 at = beganAt + heard_->firstOf(frames) * kNsPerSecond / sampleRate_;
+    // Before it has brought anything it was heard nobody knows when.
+    return beganAt == 0 || at < 0 ? 0 : static_cast<UInt64>(at);
 }
 
 void CubebDevice::hurry() noexcept {
@@ -291,19 +320,32 @@ long CubebDevice::onHeardAlone(cubeb_stream* /*stream*/, void* self, const void*
 
 void CubebDevice::hearAlone(const float* heard, UInt32 frames) noexcept {
     hurry();
-    const auto ago = static_cast<UInt64>(frames * kNsPerSecond / sampleRate_);
+    const UInt64 heardTime = clock_.next(nowNs() - durationOf(frames), frames);
     host_->renderHeard(
         {.frames = frames,
-         .hostTime = clock_.next(nowNs() - ago, frames),
+         .hostTime = heardTime,
          .heard = tqcommon::ConstAudioView::interleaved(heard, inputChannels_, frames),
-         .played = {}});
+         .played = {},
+         .heardTime = heardTime});
+}
+
+UInt64 CubebDevice::durationOf(UInt32 frames) const noexcept {
+    return static_cast<UInt64>(frames * kNsPerSecond / sampleRate_);
 }
 
 long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* heard, void* /*played*/,
                           long frames) {
-    static_cast<CubebDevice*>(self)->heard_->write(static_cast<const float*>(heard),
-                                                   static_cast<UInt32>(frames));
+    static_cast<CubebDevice*>(self)->bring(static_cast<const float*>(heard),
+                                           static_cast<UInt32>(frames));
     return frames;
+}
+
+void CubebDevice::bring(const float* heard, UInt32 frames) noexcept {
+    const UInt64 heardTime = heardClock_.next(nowNs() - durationOf(frames), frames);
+    heardSince_.store(static_cast<Float64>(heardTime) -
+                          static_cast<Float64>(heard_->written()) * kNsPerSecond / sampleRate_,
+                      std::memory_order_relaxed);
+    heard_->write(heard, frames);
 }
 
 void CubebDevice::onHeardState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {

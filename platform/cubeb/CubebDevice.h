@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "PlayClock.h"
+#include "PulseWatch.h"
 #include "common/DriftFifo.h"
 #include "device/HeardDevice.h"
 
@@ -28,10 +29,10 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::optional<tqplatform::DeviceFormat> open(tqplatform::HeardHost& host,
                                                  const tqplatform::HeardWish& wish) override;
     bool start() override;
-    void hear(bool isHearing) override;
+    [[nodiscard]] bool hear(bool isHearing) override;
     [[nodiscard]] bool isHearing() const override { return isHearing_.load(); }
     void finish() noexcept override;
-    std::string place() override;
+    [[nodiscard]] tqplatform::HeardPlace place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.
     bool list(TQDeviceListing each, void* refCon);
 
@@ -69,6 +70,10 @@ class CubebDevice final : public tqplatform::HeardDevice {
                              long frames);
     long play(float* played, UInt32 frames) noexcept;
     void hearAlone(const float* heard, UInt32 frames) noexcept;
+    void bring(const float* heard, UInt32 frames) noexcept;
+    /// When the microphone heard the first frame of what was just read; 0 when that is not known.
+    [[nodiscard]] UInt64 heardTimeOf(UInt32 frames) const noexcept;
+    [[nodiscard]] UInt64 durationOf(UInt32 frames) const noexcept;
     void hurry() noexcept;
     // [any thread] The library's.
     static void onState(cubeb_stream* stream, void* self, cubeb_state state);
@@ -92,7 +97,13 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::vector<float> heardBlock_;       ///< of one request
     std::atomic<bool> isHearing_{false};  ///< the microphone's stream runs
     std::unique_ptr<cubeb_stream, EndStream> microphone_;
+    std::unique_ptr<PulseWatch> watch_;  ///< where there is such a server
     std::atomic<Stage> stage_{Stage::playing};
+    PlayClock heardClock_{1};  ///< of the microphone beside speakers, on its thread only
+    /// When it would have heard the first frame ever, in ns; 0 before it has brought one. Written
+    /// on its thread with each block, read in requests; a block that comes in between moves it by
+    /// no more than the clocks drift.
+    std::atomic<Float64> heardSince_{0};
     PlayClock clock_{1};       ///< in requests only
     UInt32 silentFrames_ = 0;  ///< the same: behind the last block that was rendered
     bool isHurried_ = false;   ///< the same: their thread has its niceness

@@ -50,6 +50,8 @@ struct BlockRequest {
     /// Where all clients' sum goes, outputChannels of `frames`; empty when nobody hears it. Float,
     /// not clipped; both views may be planar or interleaved.
     tqcommon::AudioView played{};
+    /// When the microphone heard the first of `heard`, in the same ticks; 0 where both are one.
+    UInt64 heardTime = 0;
 };
 
 /// The device, as a backend sees it.

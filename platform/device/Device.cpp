@@ -236,12 +236,13 @@ void Device::removeClient(DeviceClient& client) {
 AudioTimeStamp Device::render(const BlockRequest& block) noexcept {
     const tqcommon::RenderThreadScope scope;
     const AudioTimeStamp first = stamp(block.hostTime);
+    const UInt64 heardTime = block.heardTime != 0 ? block.heardTime : block.hostTime;
     bool isUsed = true;
     for (UInt32 done = 0; done < block.frames;) {
         const UInt32 frames = std::min(block.frames - done, maximumFrames_);
         const auto later = static_cast<UInt64>(done / sampleRate() * kTicksPerSecond);
         const AudioTimeStamp time = stamp(block.hostTime + later);
-        buffers_->begin(time, block, done, frames);
+        buffers_->begin(time, heardTime + later, block, done, frames);
         isUsed = clients_.render(*buffers_);
         buffers_->end();
         framesRendered_ += frames;

@@ -12,6 +12,7 @@ namespace tqplatform {
 struct DeviceSlice {
     const AudioTimeStamp* time;  ///< sample, host time and rate scalar valid; sample time is the
                                  ///< device's own, clients count their own from their start
+    UInt64 heardTime;            ///< when the first frame of `input` was heard, as host time
     tqcommon::ConstAudioView input;  ///< planes of the microphone, Device::inputChannels()
     tqcommon::AudioView output;  ///< planes of this client alone, Device::outputChannels(), zeroed
 

@@ -27,11 +27,28 @@ struct HeardWish {
     bool operator==(const HeardWish&) const = default;
 };
 
+/// What a device plays on, or the microphone that it hears, as far as it knows.
+struct HeardEnd {
+    std::string name{};      ///< as the server has it; empty when it is not known
+    Float64 sampleRate = 0;  ///< Hz, its own
+    UInt32 channels = 0;     ///< of speakers its own, of a microphone those that programs get
+    bool isDefault = false;  ///< who asks for none gets this one
+
+    bool operator==(const HeardEnd&) const = default;
+    [[nodiscard]] bool isKnown() const noexcept { return !name.empty(); }
+};
+
+/// Both ends of a device.
+struct HeardPlace {
+    HeardEnd speakers{};
+    HeardEnd microphone{};
+};
+
 /// The keeper of the device, as the device sees it.
 class HeardHost {
   public:
     /// [render thread] [real-time safe] As BackendHost::render(). A device that only listens gives
-    /// no room to play, and when the first frame was heard by the microphone.
+    /// no room to play.
     virtual void renderHeard(const BlockRequest& block) noexcept = 0;
     /// [any thread] Nothing is played any more: the device or its server is gone.
     virtual void lostHeard() noexcept = 0;
@@ -55,16 +72,17 @@ class HeardDevice {
     /// [host thread] Once. Requests come from here on. False when the device cannot play.
     [[nodiscard]] virtual bool start() = 0;
     /// [host thread] Behind start(): whether it listens to the microphone; requests go on. Of a
-    /// device that only listens it changes nothing.
-    virtual void hear(bool isHearing) = 0;
+    /// device that only listens it changes nothing. False when it has to be opened anew for that:
+    /// there was no microphone then.
+    [[nodiscard]] virtual bool hear(bool isHearing) = 0;
     /// [host thread] Whether a microphone is open.
     [[nodiscard]] virtual bool isHearing() const = 0;
     /// [host thread] Asks for nothing more and waits, half a second at most, until what was
     /// rendered has been played.
     virtual void finish() noexcept = 0;
-    /// [host thread] Where it plays at the moment and at what rate, as one word to compare: another
-    /// one means that the user or the system has moved it. Empty when it does not know.
-    [[nodiscard]] virtual std::string place() = 0;
+    /// [host thread] What it plays on and hears at the moment: another one, or another format of
+    /// the same, is the user's or the system's doing. Asks nobody and does not wait.
+    [[nodiscard]] virtual HeardPlace place() = 0;
 };
 
 /// Says when the machine is about to sleep and when it is awake again.

@@ -10,13 +10,15 @@ SliceBuffers::SliceBuffers(UInt32 inputChannels, UInt32 outputChannels, UInt32 m
       client_(outputChannels, maximumFrames),
       sum_(outputChannels, maximumFrames),
       silence_(1, maximumFrames),
-      slice_{nullptr, {}, {}} {
+      slice_{nullptr, 0, {}, {}} {
 }
 
-void SliceBuffers::begin(const AudioTimeStamp& time, const BlockRequest& block, UInt32 first,
-                         UInt32 frames) noexcept {
-    slice_ = {
-        &time, {silence_.view().plane(0), input_.channels(), frames, 0}, client_.view(frames)};
+void SliceBuffers::begin(const AudioTimeStamp& time, UInt64 heardTime, const BlockRequest& block,
+                         UInt32 first, UInt32 frames) noexcept {
+    slice_ = {&time,
+              heardTime,
+              {silence_.view().plane(0), input_.channels(), frames, 0},
+              client_.view(frames)};
     if (block.heard.channels() == input_.channels() && block.heard.frames() == block.frames) {
         slice_.input = block.heard.slice(first, frames);
         if (!slice_.input.isPlanar()) {

@@ -17,10 +17,10 @@ class SliceBuffers {
     // [render thread] [real-time safe] In this order: begin, then next and mix for every client,
     // then end.
 
-    /// The slice is `frames` frames of the block from frame `first` on. `time` and the block live
-    /// until end().
-    void begin(const AudioTimeStamp& time, const BlockRequest& block, UInt32 first,
-               UInt32 frames) noexcept;
+    /// The slice is `frames` frames of the block from frame `first` on, which was heard at
+    /// `heardTime`. `time` and the block live until end().
+    void begin(const AudioTimeStamp& time, UInt64 heardTime, const BlockRequest& block,
+               UInt32 first, UInt32 frames) noexcept;
     /// The slice for the next client, its output planes zeroed. Valid until the next call.
     [[nodiscard]] const DeviceSlice& next() noexcept;
     /// Adds what that client rendered to what is played.

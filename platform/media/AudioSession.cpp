@@ -169,9 +169,8 @@ class Session {
         if (isRate && !tqplatform::sharedDevice().preferRate(std::get<Float64>(newValue))) {
             return kAudioSessionUnspecifiedError;
         }
-        if (isDuration) {
-            // A device whose slices are as long as they are keeps them, and says so.
-            tqplatform::sharedDevice().preferDuration(std::get<Float32>(newValue));
+        if (isDuration && !tqplatform::sharedDevice().preferDuration(std::get<Float32>(newValue))) {
+            return kAudioSessionUnspecifiedError;
         }
         store(id, newValue);
         if (before != newValue) {

@@ -96,6 +96,9 @@ class IOUnit final : public Unit, private DeviceClient {
     std::atomic<bool> beginning_{false};  ///< the next slice is the first after a start
     Float64 sampleTime_ = 0;              ///< in slices only; in frames of countedRate_
     Float64 countedRate_ = 0;             ///< in slices only
+    /// Frames that element 1 has heard since the start, in the program's rate; in slices only. Kept
+    /// here since another device has another path.
+    Float64 heardFrames_ = 0;
 };
 
 }  // namespace tqplatform

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "common/Threads.h"
 #include "unit/IOUnitPlan.h"
@@ -46,6 +47,7 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     countedRate_ = plan.deviceRate;
     if (beginning || forget) {
         plan.input->restart();
+        heardFrames_ = 0;
         if (plan.microphone != nullptr) {
             plan.microphone->restart();
         }
@@ -96,11 +98,13 @@ void IOUnit::hearInput(const Plan& plan, const AudioTimeStamp& time,
         return;
     }
     const UInt32 frames = plan.microphone->bring(slice.input);
+    const Float64 heardBefore = std::exchange(heardFrames_, heardFrames_ + frames);
     if (plan.inputCallback.inputProc == nullptr || frames == 0) {
         return;
     }
     AudioTimeStamp heard = time;
-    heard.mSampleTime = plan.microphone->sampleTime();
+    heard.mSampleTime = heardBefore;
+    heard.mHostTime = slice.heardTime;
     AudioUnitRenderActionFlags flags = 0;
     keepRenderError(plan.inputCallback.inputProc(plan.inputCallback.inputProcRefCon, &flags, &heard,
                                                  kMicrophone, frames, nullptr));

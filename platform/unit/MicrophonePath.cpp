@@ -36,7 +36,6 @@ MicrophonePath::MicrophonePath(Float64 deviceRate, UInt32 deviceChannels, const 
 }
 
 UInt32 MicrophonePath::bring(const ConstAudioView& planes) noexcept {
-    sampleTime_ += convertedFrames_;
     const UInt32 left = heardFrames_ - heardGiven_;
     for (UInt32 channel = 0; channel < deviceChannels_; ++channel) {
         float* const plane = heard_.view().plane(channel);
@@ -82,7 +81,6 @@ void MicrophonePath::restart() noexcept {
     converter_.reset();
     heardFrames_ = heardGiven_ = convertedFrames_ = fetched_ = 0;
     credit_ = 0;
-    sampleTime_ = 0;
 }
 
 bool MicrophonePath::fits(Float64 deviceRate, UInt32 deviceChannels, const PCMFormat& format,

@@ -22,8 +22,6 @@ class MicrophonePath {
     /// [render thread] [real-time safe] Writes the next frames; beyond those that were brought
     /// there is silence.
     void fetch(UInt32 frames, AudioBufferList& list) noexcept;
-    /// Sample time of the slice in the program's rate; the first one after a restart is at 0.
-    [[nodiscard]] Float64 sampleTime() const noexcept { return sampleTime_; }
     /// [render thread] [real-time safe] Forgets the past: the next slice is the first one.
     void restart() noexcept;
 
@@ -48,7 +46,6 @@ class MicrophonePath {
     UInt32 convertedFrames_ = 0;
     UInt32 fetched_ = 0;
     std::int64_t credit_ = 0;
-    Float64 sampleTime_ = 0;
 };
 
 }  // namespace tqplatform

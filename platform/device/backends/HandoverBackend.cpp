@@ -93,7 +93,9 @@ AudioTimeStamp HandoverBackend::render(const BlockRequest& block) noexcept {
     if (published_.sampleRate != clockRate_.load(std::memory_order_relaxed)) {
         publish(Driver::clock);
     }
-    return host_->render(block);
+    BlockRequest timed = block;
+    times_.ofClock(timed, published_.sampleRate);
+    return host_->render(timed);
 }
 
 void HandoverBackend::renderHeard(const BlockRequest& block) noexcept {
@@ -109,7 +111,9 @@ void HandoverBackend::renderHeard(const BlockRequest& block) noexcept {
         driver_.store(Driver::device, std::memory_order_relaxed);
         publish(Driver::device);
     }
-    host_->render(block);
+    BlockRequest timed = block;
+    times_.ofDevice(timed, published_.sampleRate);
+    host_->render(timed);
     if (getpid() != process_.load(std::memory_order_relaxed)) [[unlikely]] {
         stayAsChild();
     }
@@ -137,6 +141,7 @@ void HandoverBackend::publish(Driver driver) noexcept {
 
 void HandoverBackend::changed(const DeviceFormat& format) noexcept {
     clockRate_.store(format.sampleRate, std::memory_order_relaxed);
+    clockFrames_.store(format.usualFrames, std::memory_order_relaxed);
     if (driver_.load(std::memory_order_relaxed) == Driver::device) {
         // A callback of the device that asks for a rate holds the turn: it must not wait for
         // itself. The clock's next request tells it.
@@ -154,9 +159,9 @@ void HandoverBackend::lost() noexcept {
 }
 
 void HandoverBackend::lostHeard() noexcept {
+    const std::lock_guard lock(care_.mutex);
     isLost_.store(true);
-    std::unique_lock lock(care_.mutex);
-    ask(lock, false);
+    care_.asked.notify_one();
 }
 
 // What the host asks for.
@@ -172,14 +177,15 @@ bool HandoverBackend::preferRate(Float64 sampleRate, bool mayWait) noexcept {
 }
 
 bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
+    // The clock that drives in gaps, or alone, has them as well.
+    const bool isTheClocks = clock_->preferDuration(seconds, mayWait);
     std::unique_lock lock(care_.mutex);
     care_.wish.seconds = seconds;
     ask(lock, mayWait);
     if (!lock.owns_lock()) {
         lock.lock();
     }
-    // The clock's slices are as long as they are.
-    return !care_.isRefused;
+    return isTheClocks || !care_.isRefused;
 }
 
 bool HandoverBackend::preferMicrophone(const std::string& name) noexcept {
@@ -249,7 +255,7 @@ void HandoverBackend::forgetAfterFork() noexcept {
     }
     isAsleep_ = false;
     wasOpen_.store(false);
-    hasRun_ = isInterrupted_ = false;
+    hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = isOutdated_ = false;
     isHearing_.store(false);
     isOffered_.store(false);
     isLost_.store(false);

@@ -13,6 +13,7 @@
 
 #include "device/Backend.h"
 #include "device/HeardDevice.h"
+#include "device/HostTimes.h"
 
 namespace tqplatform {
 
@@ -121,6 +122,11 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void watch(std::unique_lock<std::mutex>& lock);
     /// A microphone that has gone, or was never there, is tried again beside the speakers.
     void listenAgain();
+    void listen(bool isHearing);
+    /// Tells of other speakers, another microphone, or another format of either.
+    void followPlace();
+    /// Whether the device would have another format if it were opened anew.
+    [[nodiscard]] bool isStale(const HeardPlace& now) const;
     /// A line on standard error.
     void say(const char* what) const noexcept;
     /// A process that ends lets what its last unit rendered be played.
@@ -138,6 +144,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::atomic<Driver> driver_{Driver::clock};
     std::atomic<bool> isOffered_{false};  ///< the device may take over at its next request
     DeviceFormat published_{};            ///< what the host was told last; in a turn
+    HostTimes times_;                     ///< in a turn
     DeviceFormat heardFormat_{};  ///< written by the caretaker in a turn, or before it offers
     std::atomic<Float64> clockRate_{0};
     std::atomic<UInt32> clockFrames_{0};
@@ -153,7 +160,11 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     // The caretaker's own.
     std::unique_ptr<HeardDevice> device_;
     HeardWish deviceWish_;
-    std::string place_;
+    HeardPlace place_;          ///< as programs know it
+    bool isMoving_ = false;     ///< it was another at the last look; told when it has settled
+    bool isOutdated_ = false;   ///< to be opened anew, for another format
+    bool wasHearing_ = false;   ///< it was asked to listen
+    bool toldHearing_ = false;  ///< programs know that a microphone is open
     std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
     bool hasRun_ = false;               ///< it was started once
     bool saidThatItCannot_ = false;     ///< play, though a server answers

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <utility>
 
 #include "device/DeviceNotices.h"
 #include "device/backends/HandoverBackend.h"
@@ -51,7 +52,11 @@ void HandoverBackend::takeCare() {
         }
         care_.answered = request;
         care_.done.notify_all();
-        const auto isNews = [&] { return care_.isEnding || care_.requests != request; };
+        // One that is lost while it is opened is tried again in time, not at once.
+        const auto isNews = [&] {
+            return care_.isEnding || care_.requests != request ||
+                   (isLost_.load() && device_ != nullptr);
+        };
         if (device_ != nullptr) {
             if (!care_.asked.wait_for(lock, kLookStep, isNews)) {
                 orNothing([&] { return watch(lock); });
@@ -83,17 +88,21 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     }
     const bool isToRun = isWanted && !isAsleep_;
     const bool isLost = isLost_.load();
-    if (device_ != nullptr && (!isToRun || isLost || wish != deviceWish_)) {
+    const bool isOutdated = std::exchange(isOutdated_, false);
+    if (device_ != nullptr && (!isToRun || isLost || isOutdated || wish != deviceWish_)) {
         closeDevice(!isLost);
     }
     bool isThere = true;
     if (isToRun && device_ == nullptr) {
+        const bool stoodStill = stoodStill_;
         isThere = openDevice(wish, true);
         if (isThere && isInterrupted_) {
             isInterrupted_ = false;
             tellInterruptionEnded();
-        } else if (isThere && isLost) {
+        } else if (isThere && isLost && !stoodStill) {
             tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
+        } else if (isThere && (isOutdated || stoodStill)) {
+            tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
         } else if (!isThere && hasRun_ && !isInterrupted_) {
             isInterrupted_ = true;
             tellInterruptionBegan(AVAudioSessionInterruptionReasonRouteDisconnected);
@@ -113,8 +122,11 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         sleepWatch_.reset();
         isAsleep_ = false;
     }
-    if (device_ != nullptr) {
-        device_->hear(isHearing);
+    if (device_ != nullptr && isHearing != wasHearing_) {
+        wasHearing_ = isHearing;
+        listen(isHearing);
+        // Who has just begun to listen knows nothing yet.
+        toldHearing_ = device_->isHearing();
     }
     isHearing_.store(device_ != nullptr && device_->isHearing());
     lock.lock();
@@ -161,30 +173,67 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
         sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
     }
-    if (wantsHearing) {
-        listenAgain();
+    if (wantsHearing && quietLooks_ == 0) {
+        listenAgain();  // which asks the server: one that stands still would hold this up
     }
-    const std::string place = device_->place();
-    const bool hasMoved = !place.empty() && !place_.empty() && place != place_;
-    place_ = place;
-    if (hasMoved) {
-        tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
-    }
+    followPlace();
     lock.lock();
+}
+
+void HandoverBackend::listen(bool isHearing) {
+    if (!device_->hear(isHearing)) {
+        isOutdated_ = true;
+    }
 }
 
 void HandoverBackend::listenAgain() {
     deafLooks_ = device_->isHearing() ? 0 : deafLooks_ + 1;
     if (deafLooks_ >= kDeafLooks) {
         deafLooks_ = 0;
-        device_->hear(false);
-        device_->hear(true);
+        listen(false);
+        listen(true);
     }
     const bool isHearing = device_->isHearing();
-    if (isHearing_.exchange(isHearing) != isHearing) {
+    isHearing_.store(isHearing);
+    if (toldHearing_ != isHearing) {
+        toldHearing_ = isHearing;
         tellRouteChange(isHearing ? AVAudioSessionRouteChangeReasonNewDeviceAvailable
                                   : AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
     }
+}
+
+void HandoverBackend::followPlace() {
+    const HeardPlace now = device_->place();
+    const auto hasChanged = [](HeardEnd& before, const HeardEnd& end) {
+        const bool isAnother = before.isKnown() && end.isKnown() && before != end;
+        before = end.isKnown() ? end : before;
+        return isAnother;
+    };
+    const bool hasMoved = hasChanged(place_.speakers, now.speakers);
+    const bool hearsAnother = hasChanged(place_.microphone, now.microphone);
+    if (!device_->isHearing()) {
+        place_.microphone = {};  // that it is heard again is told as such
+    }
+    const bool wasMoving = std::exchange(isMoving_, hasMoved || hearsAnother);
+    // The server changes several things one after the other: once they stay it is told, once.
+    if (!wasMoving || isMoving_ || isOutdated_) {
+        return;
+    }
+    if (isStale(now)) {
+        isOutdated_ = true;  // and is told when it is open
+    } else {
+        tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
+    }
+}
+
+bool HandoverBackend::isStale(const HeardPlace& now) const {
+    // What is played elsewhere than on the default would be opened with the default's rate.
+    const bool hasOtherRate = deviceWish_.isToPlay && deviceWish_.sampleRate <= 0 &&
+                              now.speakers.isDefault &&
+                              now.speakers.sampleRate != heardFormat_.sampleRate;
+    const bool hasOtherChannels =
+        now.microphone.isKnown() && now.microphone.channels != heardFormat_.inputChannels;
+    return hasOtherRate || hasOtherChannels;
 }
 
 bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
@@ -192,7 +241,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     heardRequests_.store(0, std::memory_order_relaxed);
     seenRequests_ = 0;
     quietLooks_ = looks_ = deafLooks_ = 0;
-    stoodStill_ = false;
+    stoodStill_ = isMoving_ = wasHearing_ = false;
     std::unique_ptr<HeardDevice> device = make_();
     std::optional<DeviceFormat> format =
         device == nullptr ? std::nullopt : orNothing([&] { return device->open(*this, wish); });
@@ -224,7 +273,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
     isOffered_.store(true, std::memory_order_release);
     device_ = std::move(device);
     deviceWish_ = wish;
-    place_.clear();
+    place_ = {};
     bool hasBegun = orNothing([&] { return device_->start(); });
     // What only listens need not be waited for: a source that sleeps says nothing for seconds.
     for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load();
@@ -236,6 +285,7 @@ bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
         closeDevice(false);
         return false;
     }
+    toldHearing_ = device_->isHearing();
     static_cast<void>(settleClock());
     hasRun_ = true;
     return true;
@@ -261,6 +311,8 @@ void HandoverBackend::closeDevice(bool isAlive) {
         device_->finish();
     }
     device_.reset();
+    // A loss that came meanwhile is that device's: the next start has lost nothing.
+    isLost_.store(false);
     isHearing_.store(false);
 }
 

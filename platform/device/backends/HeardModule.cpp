@@ -33,8 +33,8 @@ struct Module {
     void (*watchSleep)(std::unique_ptr<SleepWatch>* made);
 };
 
-/// A bridge would take what the module's library plays for a stream of the program, and record it a
-/// second time. Before it is loaded: calls that were redirected stay so.
+/// A bridge would take what the module and its library do for the program's doing, and record what
+/// is played a second time. Before it is loaded: calls that were redirected stay so.
 void keepHooksOut() {
     void* const hooks = dlopen("libtqhook.so.1", RTLD_NOW | RTLD_NOLOAD);
     if (hooks == nullptr) {
@@ -42,7 +42,9 @@ void keepHooksOut() {
     }
     using Exempt = int (*)(const char*);
     if (void* const exempt = dlsym(hooks, "tqhook_exempt_images")) {
-        static_cast<void>(reinterpret_cast<Exempt>(exempt)("libcubeb.so*"));
+        for (const char* const image : {"libcubeb.so*", "libtqdevice-cubeb.so*"}) {
+            static_cast<void>(reinterpret_cast<Exempt>(exempt)(image));
+        }
     }
     dlclose(hooks);
 }

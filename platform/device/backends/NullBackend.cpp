@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cmath>
@@ -14,7 +15,7 @@
 #include "common/SignalsBlocked.h"
 #include "device/Device.h"
 #include "device/PeriodClock.h"
-#include "device/RateRequest.h"
+#include "device/SettingRequest.h"
 #include "device/backends/Backends.h"
 
 namespace tqplatform {
@@ -24,7 +25,9 @@ namespace {
 constexpr UInt32 kFirstRate = 48000;
 constexpr Float64 kLowestRate = 8000;
 constexpr Float64 kHighestRate = 192000;
-constexpr UInt32 kFrames = 512;
+constexpr UInt32 kFirstFrames = 512;
+constexpr UInt32 kFewestFrames = 64;
+constexpr UInt32 kMostFrames = 4096;
 constexpr UInt32 kChannels = 2;
 constexpr UInt64 kNsPerSecond = 1'000'000'000;
 /// As high as a thread gets without a real-time class. Nobody hears it when the null device is
@@ -46,8 +49,8 @@ void sleepUntil(UInt64 deadlineNs) {
     }
 }
 
-DeviceFormat formatAt(UInt32 sampleRate) {
-    return {static_cast<Float64>(sampleRate), kChannels, kChannels, kFrames, kFrames};
+DeviceFormat formatAt(UInt32 sampleRate, UInt32 frames) {
+    return {static_cast<Float64>(sampleRate), kChannels, kChannels, kMostFrames, frames};
 }
 
 /// A clock without hardware: one thread paced by the monotonic clock plays into nothing and hears
@@ -63,7 +66,7 @@ class NullBackend final : public Backend {
 
     std::optional<DeviceFormat> open(BackendHost& host) override {
         host_ = &host;
-        return formatAt(kFirstRate);
+        return formatAt(kFirstRate, kFirstFrames);
     }
 
     bool start() override {
@@ -93,12 +96,21 @@ class NullBackend final : public Backend {
         if (!(sampleRate >= kLowestRate && sampleRate <= kHighestRate)) {
             return false;
         }
-        rateRequest_.ask(sampleRate, mayWait, [this](Float64 rate) { changeRate(rate); });
+        settingRequest_.ask({.sampleRate = sampleRate}, mayWait, Change{*this});
+        return true;
+    }
+
+    bool preferDuration(Float64 seconds, bool mayWait) noexcept override {
+        // Written so that a NaN fails.
+        if (!(seconds > 0)) {
+            return false;
+        }
+        settingRequest_.ask({.seconds = seconds}, mayWait, Change{*this});
         return true;
     }
 
     void forgetAfterFork() noexcept override {
-        rateRequest_.forgetAfterFork();
+        settingRequest_.forgetAfterFork();
         // Constructed anew over the old: what stands for a thread that is not there cannot end.
         std::construct_at(&thread_);
         wish(Wish::rest);
@@ -106,6 +118,11 @@ class NullBackend final : public Backend {
 
   private:
     enum class Wish { rest, run, end };
+    /// What the turn of a request does.
+    struct Change {
+        NullBackend& self;
+        void operator()(const ClockSetting& setting) const noexcept { self.change(setting); }
+    };
 
     void wish(Wish wish) noexcept {
         wish_.store(wish);
@@ -115,7 +132,7 @@ class NullBackend final : public Backend {
     /// A device that has hurried is ahead of its time: it looks up to see whether it is to hurry
     /// on.
     void awaitPeriod(UInt64 deadlineNs) const {
-        constexpr UInt64 kLookNs = 20'000'000;  // longer than a period at any common rate
+        constexpr UInt64 kLookNs = 20'000'000;  // longer than most periods
         UInt64 now = nowNs();
         while (now + kLookNs < deadlineNs && hurriedFrames_.load(std::memory_order_relaxed) <= 0) {
             sleepUntil(now + kLookNs);
@@ -130,13 +147,17 @@ class NullBackend final : public Backend {
         pthread_setname_np(pthread_self(), "TQAudioDevice");
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
         UInt32 rate = rate_.load();
-        PeriodClock clock(rate, kFrames);
+        UInt32 frames = frames_.load();
+        PeriodClock clock(rate, frames);
         while (true) {
             wish_.wait(Wish::rest);
+            rate = rate_.load();
+            frames = frames_.load();
+            clock = PeriodClock(rate, frames);
             clock.start(nowNs());
             while (true) {
                 if (hurriedFrames_.load(std::memory_order_relaxed) > 0) {
-                    hurriedFrames_.fetch_sub(kFrames, std::memory_order_relaxed);
+                    hurriedFrames_.fetch_sub(frames, std::memory_order_relaxed);
                 } else {
                     awaitPeriod(clock.deadlineNs());
                 }
@@ -147,33 +168,43 @@ class NullBackend final : public Backend {
                 if (now == Wish::rest) {
                     break;
                 }
-                rateRequest_.render([this](Float64 wanted) { changeRate(wanted); },
-                                    [&] {
-                                        host_->render({kFrames, clock.playTimeNs()});
-                                    });
+                settingRequest_.render(Change{*this}, [&] {
+                    host_->render({frames, clock.playTimeNs()});
+                });
                 clock.advance(nowNs());
-                if (const UInt32 other = rate_.load(); other != rate) {
-                    rate = other;
-                    clock = PeriodClock(rate, kFrames);
-                    clock.start(nowNs());
+                if (rate != rate_.load() || frames != frames_.load()) {
+                    rate = rate_.load();
+                    frames = frames_.load();
+                    // From where the last period ends, so that no time stamp is set back.
+                    const UInt64 due = clock.deadlineNs();
+                    clock = PeriodClock(rate, frames);
+                    clock.start(due);
                 }
             }
         }
     }
 
-    /// In the turn of the rate request.
-    void changeRate(Float64 sampleRate) noexcept {
-        const auto rate = static_cast<UInt32>(std::lround(sampleRate));
-        if (rate != rate_.load()) {
+    /// In the turn of the request. What is shorter or longer than can be had comes near.
+    void change(const ClockSetting& setting) noexcept {
+        const UInt32 rate = setting.sampleRate > 0
+                                ? static_cast<UInt32>(std::lround(setting.sampleRate))
+                                : rate_.load();
+        const Float64 wanted =
+            std::clamp<Float64>(setting.seconds * rate, kFewestFrames, kMostFrames);
+        const UInt32 frames =
+            setting.seconds > 0 ? static_cast<UInt32>(std::lround(wanted)) : frames_.load();
+        if (rate != rate_.load() || frames != frames_.load()) {
             rate_.store(rate);
-            host_->changed(formatAt(rate));
+            frames_.store(frames);
+            host_->changed(formatAt(rate, frames));
         }
     }
 
     BackendHost* host_ = nullptr;
-    RateRequest rateRequest_;
+    SettingRequest settingRequest_;
     std::atomic<std::int64_t> hurriedFrames_{0};  ///< that need not wait for their time
     std::atomic<UInt32> rate_{kFirstRate};        ///< Hz; the clock follows after the period
+    std::atomic<UInt32> frames_{kFirstFrames};    ///< of a period; the same
     /// What the thread is to do: written by the verbs, read by the thread at every deadline.
     std::atomic<Wish> wish_{Wish::rest};
     std::thread thread_;

@@ -27,8 +27,8 @@ AU_ENUM(OSStatus){
 typedef UInt32 AudioSessionPropertyID;
 
 AU_ENUM(AudioSessionPropertyID){
-    /* Settable. The device follows the preferred rate, also while units play; the preferred
-     * duration is remembered and the device keeps its own slice. */
+    /* Settable. The device follows the preferred rate and duration, also while units play, or
+     * refuses them. */
     kAudioSessionProperty_AudioCategory = 0x61636174,                     /* acat, UInt32 */
     kAudioSessionProperty_Mode = 0x6D6F6465,                              /* mode, UInt32 */
     kAudioSessionProperty_OverrideCategoryMixWithOthers = 0x636D6978,     /* cmix, UInt32 */
@@ -96,8 +96,8 @@ AU_EXPORT OSStatus AudioSessionGetProperty(AudioSessionPropertyID inID, UInt32* 
  * before. Errors as above (an id that is read only is unsupported here),
  *  kAudioSessionBadPropertySizeError for any size but the exact one,
  *  kAudioSessionIncompatibleCategory for an unknown category, kAudio_ParamError for a preferred
- *  rate or duration that is no positive finite number, and kAudioSessionUnspecifiedError for a
- *  preferred rate that the device cannot have: it keeps its own, and nothing is remembered. */
+ *  rate or duration that is no positive finite number, and kAudioSessionUnspecifiedError for one
+ *  that the device cannot have: it keeps its own, and nothing is remembered. */
 AU_EXPORT OSStatus AudioSessionSetProperty(AudioSessionPropertyID inID, UInt32 inDataSize,
                                            const void* inData);
 

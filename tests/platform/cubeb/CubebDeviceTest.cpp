@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@ using tqtest::theServer;
 class Host final : public tqplatform::HeardHost {
   public:
     void renderHeard(const tqplatform::BlockRequest& block) noexcept override {
+        times = block;
         heard.clear();
         for (UInt32 frame = 0; frame < block.heard.frames(); ++frame) {
             heard.push_back(block.heard.at(0, frame));
@@ -29,8 +31,14 @@ class Host final : public tqplatform::HeardHost {
     void lostHeard() noexcept override { ++losses; }
 
     std::vector<float> heard;  ///< with the last block; empty where nobody listens
+    tqplatform::BlockRequest times{.frames = 0, .hostTime = 0};  ///< of that block
     int losses = 0;
 };
+
+UInt64 now() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<UInt64>(std::chrono::nanoseconds(now).count());
+}
 
 std::unique_ptr<CubebDevice> playing(Host& host, const tqplatform::HeardWish& wish = {}) {
     auto device = std::make_unique<CubebDevice>("");
@@ -64,16 +72,16 @@ TEST(CubebDevice, AMicrophoneThatFailedIsOpenedAgain) {
     const auto device = playing(host);
     ASSERT_NE(device, nullptr);
     theServer.microphoneStarts = false;
-    device->hear(true);
+    EXPECT_TRUE(device->hear(true));
     EXPECT_FALSE(device->isHearing());
     theServer.microphoneStarts = true;
-    device->hear(true);
+    EXPECT_TRUE(device->hear(true));
     ASSERT_TRUE(device->isHearing());
     cubeb_stream* const microphone = theServer.microphone;
     microphone->state(microphone, microphone->self, CUBEB_STATE_ERROR);
     EXPECT_FALSE(device->isHearing());
-    device->hear(false);
-    device->hear(true);
+    EXPECT_TRUE(device->hear(false));
+    EXPECT_TRUE(device->hear(true));
     EXPECT_TRUE(device->isHearing());
     EXPECT_EQ(host.losses, 0) << "the speakers go on";
 }
@@ -83,21 +91,65 @@ TEST(CubebDevice, AMicrophoneThatIsPluggedInLaterHasTheDeviceOpenedAnew) {
     theServer.microphones = 0;
     const auto device = playing(host);
     ASSERT_NE(device, nullptr);
-    device->hear(true);
-    EXPECT_EQ(host.losses, 0);
+    EXPECT_TRUE(device->hear(true));
     theServer.microphones = 1;
-    device->hear(true);
-    EXPECT_EQ(host.losses, 1);
+    EXPECT_FALSE(device->hear(true));
+    EXPECT_EQ(host.losses, 0) << "the speakers go on until then";
+}
+
+TEST(CubebDevice, TheChannelsAreThoseOfTheMicrophoneThatIsOpened) {
+    theServer.microphones = 2;
+    Host host;
+    CubebDevice device("");
+    const auto format = device.open(host, {});
+    ASSERT_TRUE(format && device.start() && device.hear(true));
+    EXPECT_EQ(format->inputChannels, 1U) << "the default's";
+    EXPECT_EQ(theServer.openedChannels, 1U);
+    CubebDevice named("");
+    EXPECT_EQ(named.open(host, {.microphone = "another"})->inputChannels, 2U);
+}
+
+TEST(CubebDevice, ARequestThatComesWhileItEndsIsAnswered) {
+    Host host;
+    auto device = playing(host);
+    ASSERT_NE(device, nullptr);
+    ASSERT_TRUE(device->hear(true));
+    theServer.playsOnWhileItEnds = true;
+    device.reset();
+    EXPECT_EQ(host.times.frames, 512U);
+}
+
+TEST(CubebDevice, WhatIsHeardBesideSpeakersHasTheTimeAtWhichItWasHeard) {
+    Host host;
+    const auto device = playing(host);
+    ASSERT_NE(device, nullptr);
+    ASSERT_TRUE(device->hear(true));
+    std::vector<float> played(2 * 512);
+    theServer.play(played);
+    UInt64 heardAt = 0;
+    for (int block = 0; block < 20; ++block) {
+        const UInt64 before = now();
+        theServer.hear(std::vector<float>(512, 0.5F));
+        const UInt64 after = now();
+        if (block == 0) {
+            continue;
+        }
+        theServer.play(played);
+        EXPECT_GE(host.times.heardTime, heardAt);
+        heardAt = host.times.heardTime;
+        EXPECT_LE(heardAt, after) << "the past";
+        EXPECT_LT(before - heardAt, UInt64{1'000'000'000}) << "but not for long";
+        EXPECT_GT(host.times.hostTime, after) << "is still to be played";
+    }
 }
 
 TEST(CubebDevice, WhoListensAgainHearsNothingOfTheTimeBefore) {
     Host host;
     const auto device = playing(host);
     ASSERT_NE(device, nullptr);
-    device->hear(true);
+    ASSERT_TRUE(device->hear(true));
     theServer.hear(std::vector<float>(8192, 0.25F));
-    device->hear(false);
-    device->hear(true);
+    ASSERT_TRUE(device->hear(false) && device->hear(true));
     theServer.hear(std::vector<float>(128, 0.5F));
     std::vector<float> played(2 * 512);
     for (int block = 0; block < 8; ++block) {
@@ -112,7 +164,7 @@ TEST(CubebDevice, ALargeRequestIsHeardWhole) {
     Host host;
     const auto device = playing(host);
     ASSERT_NE(device, nullptr);
-    device->hear(true);
+    ASSERT_TRUE(device->hear(true));
     std::vector<float> played(2 * 8192);
     theServer.play(played);
     theServer.hear(std::vector<float>(16384, 0.5F));

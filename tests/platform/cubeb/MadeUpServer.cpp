@@ -1,6 +1,9 @@
 #include "platform/cubeb/MadeUpServer.h"
 
+#include <array>
 #include <memory>
+
+#include "platform/cubeb/PulseWatch.h"
 
 using tqtest::theServer;
 
@@ -47,6 +50,7 @@ int cubeb_stream_init(cubeb* /*context*/, cubeb_stream** stream, const char* /*n
                       cubeb_state_callback state, void* self) {
     const bool hears = inputParams != nullptr;
     theServer.openedRates.push_back(hears ? inputParams->rate : outputParams->rate);
+    theServer.openedChannels = hears ? inputParams->channels : theServer.openedChannels;
     *stream = std::make_unique<cubeb_stream>(cubeb_stream{each, state, self, hears}).release();
     (hears ? theServer.microphone : theServer.speakers) = *stream;
     return CUBEB_OK;
@@ -61,29 +65,43 @@ int cubeb_stream_start(cubeb_stream* stream) {
     return stream->isMicrophone && !theServer.microphoneStarts ? CUBEB_ERROR : CUBEB_OK;
 }
 
-int cubeb_stream_stop(cubeb_stream* /*stream*/) {
-    return CUBEB_OK;
-}
-
-int cubeb_stream_get_current_device(cubeb_stream* /*stream*/, cubeb_device** /*device*/) {
-    return CUBEB_ERROR;
-}
-
-int cubeb_stream_device_destroy(cubeb_stream* /*stream*/, cubeb_device* /*device*/) {
+int cubeb_stream_stop(cubeb_stream* stream) {
+    if (!stream->isMicrophone && theServer.playsOnWhileItEnds) {
+        std::vector<float> stereo(2 * 512);
+        theServer.play(stereo);
+    }
     return CUBEB_OK;
 }
 
 int cubeb_enumerate_devices(cubeb* /*context*/, cubeb_device_type type,
                             cubeb_device_collection* devices) {
-    static cubeb_device_info microphone{};
-    microphone.device_id = "microphone";
-    microphone.state = CUBEB_DEVICE_STATE_ENABLED;
-    microphone.max_channels = 1;
-    devices->device = &microphone;
+    static std::array<cubeb_device_info, 2> microphones{};
+    microphones[0].device_id = "microphone";
+    microphones[0].preferred = CUBEB_DEVICE_PREF_ALL;
+    microphones[1].device_id = "another";
+    for (std::size_t i = 0; i < microphones.size(); ++i) {
+        microphones[i].devid = microphones[i].device_id;
+        microphones[i].state = CUBEB_DEVICE_STATE_ENABLED;
+        microphones[i].max_channels = static_cast<uint32_t>(i + 1);
+    }
+    devices->device = microphones.data();
     devices->count = type == CUBEB_DEVICE_TYPE_INPUT ? theServer.microphones : 0;
     return CUBEB_OK;
 }
 
 int cubeb_device_collection_destroy(cubeb* /*context*/, cubeb_device_collection* /*devices*/) {
     return CUBEB_OK;
+}
+
+// What the server says of itself.
+
+class tqcubeb::PulseWatch::Connection {};
+
+tqcubeb::PulseWatch::PulseWatch(const char* /*application*/) {
+}
+
+tqcubeb::PulseWatch::~PulseWatch() = default;
+
+tqplatform::HeardPlace tqcubeb::PulseWatch::place() const {
+    return theServer.place;
 }

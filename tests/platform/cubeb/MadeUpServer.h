@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "device/HeardDevice.h"
+
 // A sound library in place of the real one, with servers that do what a test says.
 
 struct cubeb_stream {
@@ -20,10 +22,14 @@ namespace tqtest {
 struct MadeUpServer {
     std::map<std::string, bool> answers{{"pulse", true}, {"jack", false}, {"alsa", true}};
     uint32_t rate = 48000;
-    uint32_t microphones = 1;  ///< that are plugged in, with one channel each
+    /// That are plugged in: the first is the default, with one channel, another has two.
+    uint32_t microphones = 1;
     bool microphoneStarts = true;
     std::vector<std::string> reached{};
     std::vector<uint32_t> openedRates{};
+    tqplatform::HeardPlace place{};
+    uint32_t openedChannels = 0;      ///< of the microphone
+    bool playsOnWhileItEnds = false;  ///< a last request comes in the middle of the end
     cubeb_stream* speakers = nullptr;
     cubeb_stream* microphone = nullptr;
 

@@ -67,6 +67,39 @@ void say(bool sleeps) {
     scene.sleep.push_back(sleeps);
 }
 
+/// The device asks for blocks, whichever it is at the moment.
+class Speakers {
+  public:
+    Speakers()
+        : thread_([this] {
+              while (!isOver_) {
+                  scene.request();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(10));
+              }
+          }) {}
+    ~Speakers() {
+        isOver_ = true;
+        thread_.join();
+    }
+    Speakers(const Speakers&) = delete;
+    Speakers& operator=(const Speakers&) = delete;
+
+  private:
+    std::atomic<bool> isOver_{false};
+    std::thread thread_;
+};
+
+void moveTo(const HeardEnd& speakers, const HeardEnd& microphone) {
+    const std::lock_guard lock(scene.mutex);
+    scene.place = {speakers, microphone};
+}
+
+/// Until the keeper has looked so often where it plays.
+void awaitLooks(int count = 3) {
+    const int before = scene.looks;
+    ASSERT_TRUE(eventually([=] { return scene.looks >= before + count; }));
+}
+
 bool rendersFirstBlock() {
     scene.heard.load()->renderHeard({64, 0});
     return true;
@@ -164,28 +197,170 @@ TEST(HandoverCare, AMicrophoneThatGoesBesideTheSpeakersIsToldAndTriedAgain) {
     Notices notices;
     ASSERT_TRUE(device.addClient(both));
     ASSERT_TRUE(device.isHearing());
-    std::atomic<bool> isOver{false};
-    std::thread speakers([&, host = scene.heard.load()] {
-        while (!isOver) {
-            host->renderHeard({64, 0});
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    });
-    const auto tells = [&](const std::string& word) {
-        return eventually([&] {
-            const Words told = notices.told();
-            return std::find(told.begin(), told.end(), word) != told.end();
-        });
-    };
+    const Speakers speakers;
     scene.isMicrophoneThere = false;
-    EXPECT_TRUE(tells("route 2"));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
     EXPECT_FALSE(device.isHearing());
     scene.isMicrophoneThere = true;
-    EXPECT_TRUE(tells("route 1"));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
     EXPECT_TRUE(device.isHearing());
-    isOver = true;
-    speakers.join();
     device.removeClient(both);
+}
+
+TEST(HandoverCare, AMicrophoneThatGoesIsToldAlsoWhenTheProgramStartsAnotherUnitRightThen) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    scene.isMicrophoneThere = false;
+    // The keeper is woken, and sees before its next look that nothing is heard.
+    ASSERT_TRUE(device.preferMicrophone(""));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    device.removeClient(both);
+}
+
+TEST(HandoverCare, AMicrophoneThatThePlugIsPutInForIsOneNewRouteAndWhatWasRenderedIsPlayed) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    scene.isMicrophoneThere = false;
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    scene.noted();
+    scene.hasNewMicrophone = true;
+    ASSERT_TRUE(eventually([] { return scene.hasCome("start device"); }));
+    EXPECT_TRUE(eventually([&] { return !notices.told().empty(); }));
+    EXPECT_TRUE(scene.hasCome("finish device"));
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 1"});
+    EXPECT_TRUE(device.isHearing());
+    device.removeClient(both);
+}
+
+TEST(HandoverCare, OtherSpeakersAreOneNewRouteHoweverManyStepsTheServerTakes) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    moveTo({"one", 44100, 2, true}, {});
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{}) << "where it is opened is no move";
+    moveTo({"none", 44100, 1, false}, {});
+    awaitLooks(1);
+    moveTo({"two", 44100, 2, true}, {});
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 1"});
+    moveTo({}, {});
+    awaitLooks();
+    moveTo({"two", 44100, 2, true}, {});
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 1"}) << "what was not known is no other";
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ADefaultWithAnotherRateIsOneNewRouteWithThatRate) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    moveTo({"one", 44100, 2, true}, {});
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    awaitLooks();
+    scene.noted();
+    scene.format.sampleRate = 96000;
+    moveTo({"one", 96000, 2, true}, {});
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    EXPECT_EQ(device.sampleRate(), 96000);
+    EXPECT_TRUE(scene.hasCome("finish device")) << "what was rendered is played";
+    scene.noted();
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 1"});
+    EXPECT_FALSE(scene.hasCome("open device"));
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ARateThatTheProgramPrefersStaysWhereverItIsPlayed) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.preferRate(32000));
+    moveTo({"one", 44100, 2, true}, {});
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    awaitLooks();
+    scene.noted();
+    moveTo({"two", 96000, 2, true}, {});
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    EXPECT_FALSE(scene.hasCome("open device"));
+    EXPECT_EQ(device.sampleRate(), 32000);
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, AnotherMicrophoneIsANewRouteForWhoListensAlone) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true);
+    Notices notices;
+    moveTo({}, {"one", 48000, 1, true});
+    ASSERT_TRUE(device.addClient(listener));
+    const Speakers blocks;
+    awaitLooks();
+    moveTo({}, {"two", 16000, 1, true});
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    scene.format.inputChannels = 2;
+    moveTo({}, {"three", 48000, 2, true});
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1", "route 1"}; }));
+    EXPECT_EQ(device.inputChannels(), 2U) << "opened anew";
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, ADeviceThatDiesWhileItIsOpenedIsTriedTwiceASecond) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    std::atomic<int> openings{0};
+    scene.start = [&] {
+        ++openings;
+        scene.heard.load()->lostHeard();
+        return false;
+    };
+    testing::internal::CaptureStderr();
+    const auto began = std::chrono::steady_clock::now();
+    ASSERT_TRUE(device.addClient(heard));
+    ASSERT_TRUE(eventually([&] { return openings >= 3; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(900));
+    testing::internal::GetCapturedStderr();
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ADeviceThatIsLostWhileItIsClosedIsNothingToTellAtTheNextStart) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(heard));
+    scene.finish = [] { scene.heard.load()->lostHeard(); };
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    scene.finish = {};
+    ASSERT_TRUE(device.addClient(heard));
+    // Told by the same thread, behind whatever the start had to tell.
+    scene.isThere = false;
+    scene.heard.load()->lostHeard();
+    ASSERT_TRUE(
+        eventually([&] { return !notices.told().empty() && notices.told().back() == "began"; }));
+    EXPECT_EQ(notices.told(), Words{"began"});
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ADeviceThatStoodStillAndWasOpenedAnewIsBack) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(heard));
+    ASSERT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    scene.heard.load()->lostHeard();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    device.removeClient(heard);
 }
 
 TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {

@@ -30,15 +30,27 @@ struct Scene {
     DeviceFormat format{44100, 2, 1, 4096, 256};
     BackendHost* clock = nullptr;
     std::atomic<HeardHost*> heard{nullptr};
-    std::function<bool()> start{};  ///< what the device does when it is started, instead
+    std::function<bool()> start{};   ///< what the device does when it is started, instead
+    std::function<void()> finish{};  ///< what happens besides while it plays out
     std::atomic<bool> isMicrophoneThere{true};
-    std::deque<bool> sleep{};              ///< news of the machine, not yet told
-    std::atomic<int> watches{0};           ///< that look out for such news
-    std::atomic<bool> isForgotten{false};  ///< by a child
+    std::atomic<bool> hasNewMicrophone{false};  ///< the device has to be opened anew for it
+    HeardPlace place{};                         ///< with the mutex
+    std::atomic<int> looks{0};                  ///< at it
+    std::mutex requests;                        ///< held while the device asks for a block
+    std::deque<bool> sleep{};                   ///< news of the machine, not yet told
+    std::atomic<int> watches{0};                ///< that look out for such news
+    std::atomic<bool> isForgotten{false};       ///< by a child
 
     void note(const char* verb) {
         const std::lock_guard lock(mutex);
         verbs.emplace_back(verb);
+    }
+    /// The device asks for a block, where there is one.
+    void request() {
+        const std::lock_guard lock(requests);
+        if (HeardHost* const host = heard) {
+            host->renderHeard({64, 0});
+        }
     }
     std::vector<std::string> noted() {
         const std::lock_guard lock(mutex);
@@ -73,7 +85,10 @@ class MadeUpClock final : public Backend {
 class MadeUpDevice final : public HeardDevice {
   public:
     ~MadeUpDevice() override {
-        scene.heard = nullptr;
+        {
+            const std::lock_guard lock(scene.requests);
+            scene.heard = nullptr;
+        }
         scene.note("end device");
     }
     std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) override {
@@ -94,20 +109,33 @@ class MadeUpDevice final : public HeardDevice {
         scene.heard.load()->renderHeard({64, 0});
         return true;
     }
-    void hear(bool isHearing) override {
-        if (isHearing == isOpen_) {
-            return;
+    bool hear(bool isHearing) override {
+        if (isHearing && scene.hasNewMicrophone.exchange(false)) {
+            scene.isMicrophoneThere = true;
+            return false;
         }
-        isOpen_ = isHearing;
-        isHearing_ = isHearing && scene.isMicrophoneThere;
+        if (isHearing != isOpen_) {
+            isOpen_ = isHearing;
+            isHearing_ = isHearing && scene.isMicrophoneThere;
+        }
+        return true;
     }
     bool isHearing() const override {
         // What has gone does not come back by itself.
         isHearing_ = isHearing_ && scene.isMicrophoneThere;
         return isHearing_;
     }
-    void finish() noexcept override { scene.note("finish device"); }
-    std::string place() override { return "speakers"; }
+    void finish() noexcept override {
+        scene.note("finish device");
+        if (scene.finish) {
+            scene.finish();
+        }
+    }
+    HeardPlace place() override {
+        const std::lock_guard lock(scene.mutex);
+        ++scene.looks;
+        return scene.place;
+    }
 
   private:
     bool isOpen_ = false;
@@ -148,6 +176,8 @@ class HandoverClient final : public DeviceClient {
         const std::lock_guard lock(mutex);
         blocks.push_back(slice.time->mSampleTime);
         frames.push_back(slice.frames());
+        hostTimes.push_back(slice.time->mHostTime);
+        heardTimes.push_back(slice.heardTime);
         for (UInt32 frame = 0; frame < slice.frames(); ++frame) {
             slice.output.at(0, frame) = 0.5F;
         }
@@ -157,6 +187,8 @@ class HandoverClient final : public DeviceClient {
     std::mutex mutex;
     std::vector<Float64> blocks;
     std::vector<UInt32> frames;
+    std::vector<UInt64> hostTimes;
+    std::vector<UInt64> heardTimes;
 
   private:
     const bool isHeard_;

@@ -4,6 +4,7 @@
 
 #include <AVFoundation/AVFoundation.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -60,6 +61,30 @@ TEST(Handover, NoBlockIsLostOrRepeatedBetweenTheClockAndTheDevice) {
     EXPECT_EQ(quiet.frames, (std::vector<UInt32>{512, 64, 100, 512}));
     EXPECT_EQ(quiet.blocks, (std::vector<Float64>{0, 512, 576, 676}));
     EXPECT_EQ(heard.frames, (std::vector<UInt32>{100})) << "from the device alone";
+}
+
+TEST(Handover, HostTimeIsNeverSetBackFromOneToTheOther) {
+    constexpr UInt64 kBlock = 10'000'000;
+    Device& device = openBoth();
+    scene.format = {48000, 2, 1, 4096, 256};
+    HandoverClient quiet(false), heard(true);
+    ASSERT_TRUE(device.addClient(quiet));
+    scene.clock->render({480, 1000 * kBlock});
+    scene.start = [] {
+        scene.heard.load()->renderHeard({480, 1010 * kBlock});
+        return true;
+    };
+    ASSERT_TRUE(device.addClient(heard));
+    scene.heard.load()->renderHeard({480, 1011 * kBlock});
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    // The clock says when it renders, and the device said when what it rendered will be heard.
+    scene.clock->render({480, 1003 * kBlock});
+    scene.clock->render({480, 1004 * kBlock});
+    device.removeClient(quiet);
+    EXPECT_EQ(quiet.hostTimes, (std::vector<UInt64>{1000 * kBlock, 1010 * kBlock, 1011 * kBlock,
+                                                    1012 * kBlock, 1013 * kBlock}));
+    EXPECT_TRUE(std::is_sorted(quiet.heardTimes.begin(), quiet.heardTimes.end()));
 }
 
 TEST(Handover, WhoIsNotHeardIsNotInWhatIsPlayed) {

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -92,7 +93,7 @@ TEST(NullDevice, IsStereoAt48000In512Frames) {
     EXPECT_EQ(sharedDevice().sampleRate(), 48000);
     EXPECT_EQ(sharedDevice().outputChannels(), 2U);
     EXPECT_EQ(sharedDevice().inputChannels(), 2U);
-    EXPECT_EQ(sharedDevice().maximumFrames(), 512U);
+    EXPECT_EQ(sharedDevice().maximumFrames(), 4096U) << "a program may prefer longer periods";
 }
 
 TEST(NullDevice, GivesSlicesOfSilenceOnZeroedPlanes) {
@@ -180,6 +181,31 @@ TEST(NullDevice, FollowsAPreferredRateAtRestAndWhileItRuns) {
     const std::vector<SliceNote> notes = client.notes();
     const UInt64 apart = notes.back().time.mHostTime - notes[notes.size() - 2].time.mHostTime;
     EXPECT_EQ(apart % 16'000'000, 0U) << apart;
+}
+
+TEST(NullDevice, FollowsAPreferredDurationAndSetsNoTimeBack) {
+    EXPECT_FALSE(sharedDevice().preferDuration(0));
+    EXPECT_FALSE(sharedDevice().preferDuration(std::nan("")));
+    EXPECT_EQ(sharedDevice().sliceFrames(), 512U);
+    ASSERT_TRUE(sharedDevice().preferDuration(0.02));
+    EXPECT_EQ(sharedDevice().sliceFrames(), 960U);
+    Client client;
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    ASSERT_TRUE(client.waitForSlices(3));
+    ASSERT_TRUE(sharedDevice().preferDuration(0.002));
+    ASSERT_TRUE(client.waitForSlices(client.notes().size() + 8));
+    ASSERT_TRUE(sharedDevice().preferDuration(1e-9));
+    ASSERT_TRUE(client.waitForSlices(client.notes().size() + 8));
+    const std::vector<SliceNote> notes = client.notes();
+    EXPECT_EQ(notes.front().frames, 960U);
+    EXPECT_TRUE(std::any_of(notes.begin(), notes.end(),
+                            [](const SliceNote& note) { return note.frames == 96; }));
+    EXPECT_EQ(notes.back().frames, 64U) << "the shortest there is";
+    for (std::size_t index = 1; index < notes.size(); ++index) {
+        EXPECT_GT(notes[index].time.mHostTime, notes[index - 1].time.mHostTime);
+        EXPECT_EQ(notes[index].time.mSampleTime,
+                  notes[index - 1].time.mSampleTime + notes[index - 1].frames);
+    }
 }
 
 TEST(NullDevice, ARateAskedForInsideASliceIsThereBehindIt) {

@@ -195,13 +195,19 @@ TEST_F(Session, ARateThatTheDeviceCannotHaveIsRefusedAndForgotten) {
     EXPECT_EQ(get<Float64>(kAudioSessionProperty_CurrentHardwareSampleRate), 48000.0);
 }
 
-TEST_F(Session, RemembersTheDurationThatTheDeviceDoesNotFollow) {
-    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareIOBufferDuration, 0.005F), noErr);
-    EXPECT_EQ(get<Float32>(kAudioSessionProperty_PreferredHardwareIOBufferDuration), 0.005F);
+TEST_F(Session, ADurationThatTheDeviceCannotHaveIsRefusedAndForgotten) {
+    ASSERT_EQ(TQManualDevicePump(480, 1000), noErr);
+    ASSERT_EQ(AudioSessionAddPropertyListener(
+                  kAudioSessionProperty_PreferredHardwareIOBufferDuration, record, &calls_),
+              noErr);
+    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareIOBufferDuration, 0.005F),
+              kAudioSessionUnspecifiedError);
+    EXPECT_EQ(get<Float32>(kAudioSessionProperty_PreferredHardwareIOBufferDuration), 0.01F);
+    EXPECT_EQ(get<Float32>(kAudioSessionProperty_CurrentHardwareIOBufferDuration), 0.01F);
+    EXPECT_THAT(calls_, IsEmpty());
 }
 
-TEST_F(Session, SaysHowLongTheDevicesSlicesAreWhateverIsPreferred) {
-    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareIOBufferDuration, 0.005F), noErr);
+TEST_F(Session, SaysHowLongTheDevicesSlicesAre) {
     for (const UInt32 frames : {480U, 64U}) {
         ASSERT_EQ(TQManualDevicePump(frames, 1000), noErr);
         EXPECT_EQ(get<Float32>(kAudioSessionProperty_CurrentHardwareIOBufferDuration),

@@ -89,6 +89,31 @@ TEST_F(Microphone, IsConvertedToTheProgramsRateWithoutDrift) {
     }
 }
 
+TEST_F(Microphone, ItsTimeGoesOnWhenTheDeviceHasAnotherRate) {
+    listenAt(16000);
+    player.pump(512, 3);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(44100), noErr);
+    player.pump(512, 3);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr);
+    player.pump(512, 3);
+    EXPECT_EQ(times.size(), 9U);
+    Float64 next = 0;
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        EXPECT_EQ(times[i], next);
+        next += asked[i];
+    }
+}
+
+TEST_F(Microphone, ItsTimeBeginsAnewWithEveryStart) {
+    listenAt(16000);
+    player.pump(512, 3);
+    ASSERT_EQ(AudioOutputUnitStop(unit), noErr);
+    times.clear();
+    ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
+    player.pump(512);
+    EXPECT_EQ(times, (std::vector<Float64>{0}));
+}
+
 TEST_F(Microphone, IsConvertedToAHigherRate) {
     listenAt(96000);
     player.pump(512, 100);

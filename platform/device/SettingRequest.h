@@ -8,19 +8,30 @@
 
 namespace tqplatform {
 
-/// Brings a rate that a program asks for to a backend between two of its requests.
+/// What a program asks a clock for.
+struct ClockSetting {
+    Float64 sampleRate = 0;  ///< Hz; 0 leaves it
+    Float64 seconds = 0;     ///< of one request; 0 leaves it
+};
+
+/// Brings what a program asks for to a backend between two of its requests.
 ///
 /// Invariant: `turn_` is held by whoever renders or changes the format, never by both. Writers: any
 /// thread asks, the holder of the turn takes what was asked for last and applies it. Published: the
-/// rate in `asked_`, with what the change did, by releasing the turn; taking it acquires.
-class RateRequest {
+/// values asked for, with what the change did, by releasing the turn; taking it acquires.
+class SettingRequest {
   public:
-    /// [any thread] Notes the rate and applies it as soon as no request is under way; when one
-    /// takes long, or may not be waited for, it is left to whoever renders next. `apply` is handed
-    /// the rate.
+    /// [any thread] Notes it and applies it as soon as no request is under way; when one takes
+    /// long, or may not be waited for, it is left to whoever renders next. `apply` is handed what
+    /// is asked for.
     template <class Apply>
-    void ask(Float64 sampleRate, bool mayWait, const Apply& apply) noexcept {
-        asked_.store(sampleRate, std::memory_order_relaxed);
+    void ask(const ClockSetting& setting, bool mayWait, const Apply& apply) noexcept {
+        if (setting.sampleRate > 0) {
+            sampleRate_.store(setting.sampleRate, std::memory_order_relaxed);
+        }
+        if (setting.seconds > 0) {
+            seconds_.store(setting.seconds, std::memory_order_relaxed);
+        }
         const auto end = std::chrono::steady_clock::now() + kLongestWait;
         while (!enter()) {
             if (!mayWait || std::chrono::steady_clock::now() >= end) {
@@ -55,16 +66,22 @@ class RateRequest {
 
     [[nodiscard]] bool enter() noexcept { return !turn_.test_and_set(std::memory_order_acquire); }
     void leave() noexcept { turn_.clear(std::memory_order_release); }
+    static Float64 taken(std::atomic<Float64>& asked) noexcept {
+        return asked.load(std::memory_order_relaxed) > 0
+                   ? asked.exchange(0, std::memory_order_relaxed)
+                   : 0;
+    }
     template <class Apply>
     void applyAsked(const Apply& apply) noexcept {
-        const Float64 rate = asked_.load(std::memory_order_relaxed);
-        if (rate > 0 && asked_.exchange(0, std::memory_order_relaxed) > 0) {
-            apply(rate);
+        const ClockSetting setting{taken(sampleRate_), taken(seconds_)};
+        if (setting.sampleRate > 0 || setting.seconds > 0) {
+            apply(setting);
         }
     }
 
     std::atomic_flag turn_;
-    std::atomic<Float64> asked_{0};  ///< Hz; 0 when nothing is asked for
+    std::atomic<Float64> sampleRate_{0};  ///< 0 when nothing is asked for
+    std::atomic<Float64> seconds_{0};     ///< the same
 };
 
 }  // namespace tqplatform

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+#include "device/HeardDevice.h"
+
+namespace tqcubeb {
+
+/// What PulseAudio, or PipeWire's service for it, says of the streams of this process: which sink
+/// they play on, which source they hear, and in what formats. The sound library tells nothing of
+/// it. On a connection of its own, with a thread of its own, which only takes news in: nobody
+/// waits, and a server that stands still holds nobody up.
+class PulseWatch {
+  public:
+    /// [host thread] Connects; does not wait. `application` is the name under which the streams
+    /// were made.
+    explicit PulseWatch(const char* application);
+    ~PulseWatch();
+    PulseWatch(const PulseWatch&) = delete;
+    PulseWatch& operator=(const PulseWatch&) = delete;
+
+    /// [any thread] By the last news; ends without a name before the first, and where this process
+    /// has no stream.
+    [[nodiscard]] tqplatform::HeardPlace place() const;
+
+  private:
+    class Connection;
+    std::unique_ptr<Connection> connection_;
+};
+
+}  // namespace tqcubeb
