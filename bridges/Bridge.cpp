@@ -16,7 +16,7 @@ using namespace tq::bridges;
 
 namespace {
 
-/// The platform exempts that library itself when it loads the module behind the bridges.
+/// The platform exempts it and its library itself when it loads the module behind the bridges.
 constexpr const char* kDeviceModule = "libtqdevice-cubeb.so.1";
 
 }  // namespace
@@ -40,6 +40,7 @@ extern "C" [[gnu::visibility("default")]] tq_result tqbridge_begin(const tq_brid
         // The platform's own device plays what its units render: no stream of the program.
         if (void* const device = dlopen(kDeviceModule, RTLD_NOW | RTLD_NOLOAD)) {
             (void)tqhook_exempt_images("libcubeb.so*");
+            (void)tqhook_exempt_images("libtqdevice-cubeb.so*");
             dlclose(device);
         }
         tqhook_options options{};

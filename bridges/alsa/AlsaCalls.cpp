@@ -339,7 +339,6 @@ constexpr tqhook::HookTable kHooks{
             withLinked(pcm, [](NativeStream& stream) {
                 stream.frozen(false);
                 stream.started();
-                stream.drained();
             });
         }
         return original(pcm);

@@ -92,10 +92,10 @@ void BridgeUnit::stop() {
 }
 
 OSStatus BridgeUnit::render(void* unit, AudioUnitRenderActionFlags* /*flags*/,
-                            const AudioTimeStamp* /*time*/, UInt32 /*bus*/, UInt32 frames,
+                            const AudioTimeStamp* time, UInt32 /*bus*/, UInt32 frames,
                             AudioBufferList* ioData) {
     auto& self = *static_cast<BridgeUnit*>(unit);
-    self.feeder_->feed(ioData->mBuffers[0].mData, frames);
+    self.feeder_->feed(ioData->mBuffers[0].mData, frames, time->mHostTime);
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <AudioToolbox/AudioToolbox.h>
 #include <TQAudioRecord/tq_source.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -16,8 +17,9 @@ class BlockFeeder {
     BlockFeeder() = default;
     BlockFeeder(const BlockFeeder&) = delete;
     BlockFeeder& operator=(const BlockFeeder&) = delete;
-    /// [render thread] Fills the next block as the program wrote it.
-    virtual void feed(void* samples, std::size_t frames) noexcept = 0;
+    /// [render thread] Fills the next block as the program wrote it. `hostTime`, in ns, is the
+    /// block's.
+    virtual void feed(void* samples, std::size_t frames, std::uint64_t hostTime) noexcept = 0;
     /// [render thread] Puts the same block as it is heard in its place.
     virtual void replaceByHeard(void* samples, std::size_t frames) noexcept = 0;
 

@@ -104,6 +104,12 @@ void NativeStream::process(const void* samples, std::size_t frames, tq_source* s
     }
 }
 
+void NativeStream::noteHeard() noexcept {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    heardFrom_.store(std::chrono::nanoseconds(now).count() + ahead_.load(std::memory_order_relaxed),
+                     std::memory_order_relaxed);
+}
+
 void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
     if (frames == 0) {
         return;
@@ -119,6 +125,8 @@ void NativeStream::accepted(std::size_t frames, std::size_t late) noexcept {
             const Start start = start_.load(std::memory_order_relaxed);
             if (start == Start::kToCome || (start == Start::kExpected && !isOverdue_.load())) {
                 unstarted_.fetch_add(kept - gone, std::memory_order_relaxed);
+            } else if (fifo_->available() == 0) {
+                noteHeard();
             }
             (void)fifo_->write(pre_.data() + from, isProcessed_ ? post_.data() + from : nullptr,
                                kept - gone);
@@ -165,6 +173,9 @@ void NativeStream::skipped(std::size_t frames) noexcept {
     const GuardScope guard;
     const std::size_t most = kSilence.size() / unitFrameBytes_;
     const FifoEnd end(*this);
+    if (end && fifo_->available() == 0) {
+        noteHeard();
+    }
     for (std::size_t left = end ? std::min(frames, mostFrames_) : 0; left != 0;) {
         const std::size_t count = std::min(left, most);
         (void)fifo_->write(kSilence.data(), nullptr, count);
@@ -187,6 +198,9 @@ void NativeStream::cutShort() noexcept {
 }
 
 void NativeStream::frozen(bool isFrozen) noexcept {
+    if (isFrozen_.load(std::memory_order_relaxed) && !isFrozen) {
+        noteHeard();
+    }
     if (isFrozen_.exchange(isFrozen, std::memory_order_relaxed) && !isFrozen) {
         // Its unit may still have to be started.
         StreamLife::shared().wake();
@@ -194,6 +208,9 @@ void NativeStream::frozen(bool isFrozen) noexcept {
 }
 
 void NativeStream::started() noexcept {
+    if (const std::size_t waiting = unstarted(); waiting != 0 && waiting >= this->waiting()) {
+        noteHeard();
+    }
     if (unstarted_.exchange(0, std::memory_order_acq_rel) != 0) {
         // Its unit may still have to be started.
         StreamLife::shared().wake();
@@ -216,15 +233,10 @@ void NativeStream::flushed(std::size_t unheard) noexcept {
         if (end && fifo_->available() > unheard) {
             (void)fifo_->takeBack(unheard);
             started();
-            drained();
             return;
         }
     }
     flushed();
-}
-
-void NativeStream::drained() noexcept {
-    drains_.fetch_add(1, std::memory_order_release);
 }
 
 // ---- the device's side --------------------------------------------------------------------------
@@ -243,6 +255,7 @@ std::size_t NativeStream::startedOf(std::size_t available, std::size_t block) no
         const bool isClosed = state_.load(std::memory_order_relaxed) == State::kClosed;
         if (isClosed || static_cast<double>(awaited_) >= kLongestStart * format_.sampleRate) {
             isOverdue_.store(true);
+            heardFrom_.store(0, std::memory_order_relaxed);
             unstarted_.store(0, std::memory_order_release);
             return available;
         }
@@ -250,28 +263,54 @@ std::size_t NativeStream::startedOf(std::size_t available, std::size_t block) no
     return available - std::min(available, unstarted);
 }
 
-void NativeStream::feed(void* samples, std::size_t frames) noexcept {
+/// By how many frames a block of that time is later than what waits is heard.
+std::ptrdiff_t NativeStream::lateAt(std::uint64_t hostTime) const noexcept {
+    // Beyond them one of the clocks is none.
+    constexpr double kEarliest = -1;
+    constexpr double kLatest = 60;
+    const std::int64_t from = heardFrom_.load(std::memory_order_relaxed);
+    const double seconds = static_cast<double>(static_cast<std::int64_t>(hostTime) - from) / 1e9;
+    const bool isKnown = from != 0 && seconds > kEarliest && seconds < kLatest;
+    return isKnown ? static_cast<std::ptrdiff_t>(seconds * format_.sampleRate) : 0;
+}
+
+void NativeStream::feed(void* samples, std::size_t frames, std::uint64_t hostTime) noexcept {
     auto* const pre = static_cast<std::byte*>(samples);
     PacerInput input;
     // Events before the FIFO: what was written before an event is seen with it.
     input.isClosed = state_.load(std::memory_order_acquire) == State::kClosed;
     input.flushes = flushes_.load(std::memory_order_acquire);
-    input.drains = drains_.load(std::memory_order_acquire);
     input.isFrozen = isFrozen_.load(std::memory_order_relaxed);
     input.largestPiece = largestPiece_.load(std::memory_order_relaxed);
     input.frames = frames;
+    // Before the FIFO: where anything waits in it, no note this old is of sound still to be
+    // written.
+    const std::int64_t heardFrom = heardFrom_.load(std::memory_order_acquire);
     input.available = startedOf(fifo_->available(), frames);
     input.silent = std::min(fifo_->silentFrames(), input.available);
+    playedFrom_ = input.available != 0 ? heardFrom : playedFrom_;
+    const bool wasPlaying = pacer_->isPlaying();
+    input.late = wasPlaying ? 0 : lateAt(hostTime);
     block_.store(frames, std::memory_order_relaxed);
     const PacerBlock block = pacer_->next(input);
+    if ((wasPlaying || block.take != 0) && !pacer_->isPlaying() && !input.isFrozen) {
+        // It does not count behind the silence; one that was noted since stays.
+        std::int64_t played = playedFrom_;
+        heardFrom_.compare_exchange_strong(played, 0, std::memory_order_relaxed);
+    }
     if (block.cut != 0) {
         (void)fifo_->cutSilence(block.cut);
     }
     const std::size_t most = heard_.size() / unitFrameBytes_;
-    const std::size_t taken = fifo_->read(pre, heard_.data(), std::min(block.take, most));
-    const std::size_t from = taken * unitFrameBytes_;
-    std::memset(pre + from, 0, (frames - taken) * unitFrameBytes_);
-    std::memset(heard_.data() + from, 0, (std::min(frames, most) - taken) * unitFrameBytes_);
+    const std::size_t wait = std::min(block.wait, most);
+    const std::size_t begin = wait * unitFrameBytes_;
+    std::memset(pre, 0, begin);
+    std::memset(heard_.data(), 0, begin);
+    const std::size_t taken =
+        fifo_->read(pre + begin, heard_.data() + begin, std::min(block.take, most - wait));
+    const std::size_t from = begin + taken * unitFrameBytes_;
+    std::memset(pre + from, 0, frames * unitFrameBytes_ - from);
+    std::memset(heard_.data() + from, 0, std::min(frames, most) * unitFrameBytes_ - from);
     // The mix and the track are read behind this callback, some of it a block later.
     if (block.isOver && ++blocksBehind_ == kBlocksBehind) {
         isOver_.store(true, std::memory_order_release);

@@ -135,8 +135,10 @@ class NativeStream final : private BlockFeeder {
     /// The same where it is known how many frames the native side has not played: what waits
     /// beyond them has been heard, and is played.
     void flushed(std::size_t unheard) noexcept;
-    /// No more is to come for now: what is there is played out without waiting for more.
-    void drained() noexcept;
+    /// What is accepted, or started, is heard so long after that.
+    void heardIn(std::chrono::nanoseconds ahead) noexcept {
+        ahead_.store(ahead.count(), std::memory_order_relaxed);
+    }
 
     [[nodiscard]] const NativeFormat& format() const noexcept { return format_; }
     /// [any thread] [real-time safe] Frames that have been written and not played.
@@ -201,12 +203,15 @@ class NativeStream final : private BlockFeeder {
         NativeStream* stream_;
     };
 
+    /// [any thread] What waits, or is about to, is heard from now on.
+    void noteHeard() noexcept;
     /// [writer] The next `frames` of pre_ and post_, processed as far as they are not yet.
     void process(const void* samples, std::size_t frames, tq_source* source) noexcept;
 
     // [render thread]
     [[nodiscard]] std::size_t startedOf(std::size_t available, std::size_t block) noexcept;
-    void feed(void* samples, std::size_t frames) noexcept override;
+    [[nodiscard]] std::ptrdiff_t lateAt(std::uint64_t hostTime) const noexcept;
+    void feed(void* samples, std::size_t frames, std::uint64_t hostTime) noexcept override;
     void replaceByHeard(void* samples, std::size_t frames) noexcept override;
 
     // Constant while the stream is open.
@@ -236,9 +241,10 @@ class NativeStream final : private BlockFeeder {
 
     // The render thread's.
     std::optional<Pacer> pacer_;
-    std::size_t awaited_ = 0;  ///< frames for which the native side's start has been expected
-    int blocksBehind_ = 0;     ///< of silence, behind the last frame
-    ReservedMemory heard_;     ///< the block that is being rendered, as it is heard
+    std::size_t awaited_ = 0;      ///< frames for which the native side's start has been expected
+    std::int64_t playedFrom_ = 0;  ///< heardFrom_ as it was for what was played last
+    int blocksBehind_ = 0;         ///< of silence, behind the last frame
+    ReservedMemory heard_;         ///< the block that is being rendered, as it is heard
 
     std::atomic<int> users_{0};
     std::atomic<State> state_{State::kUnused};
@@ -265,7 +271,12 @@ class NativeStream final : private BlockFeeder {
     /// So many of the newest frames are not to be played yet. The writer adds before it publishes
     /// the frames, so that the render thread, which reads this behind them, plays none too early.
     std::atomic<std::size_t> unstarted_{0};
-    std::atomic<std::uint32_t> drains_{0};
+    /// When what waits is first heard, in ns of the steady clock; 0 where nobody knows. Stored
+    /// before the frames are published and read behind them; taken back by the render thread,
+    /// unless there is another, when all of them are played. Only what begins behind a silence is
+    /// placed by it, so that one that is overtaken by another does no harm.
+    std::atomic<std::int64_t> heardFrom_{0};
+    std::atomic<std::int64_t> ahead_{0};  ///< ns by which that is later than it was told of
     std::atomic<std::uint32_t> flushes_{0};
     std::atomic<bool> isOver_{false};         ///< closed, and nothing is left of it
     std::atomic<std::size_t> block_{0};       ///< frames of the device's last block

@@ -88,8 +88,10 @@ bool NativeStream::begin(const NativeFormat& format, std::string name, std::uint
     start_ = Start::kMade;
     isOverdue_ = false;
     awaited_ = 0;
+    playedFrom_ = 0;
     unstarted_ = 0;
-    drains_ = 0;
+    heardFrom_ = 0;
+    ahead_ = 0;
     flushes_ = 0;
     isOver_ = false;
     isWaiting_ = false;
@@ -133,10 +135,12 @@ bool NativeStream::beginInChild(std::uint64_t number) {
     const bool isFrozen = isFrozen_.load();
     const std::size_t taken = taken_.load();
     const Start start = start_.load();
+    const std::int64_t ahead = ahead_.load();
     const bool hasBegun = begin(format_, name_, number);
     isFrozen_ = isFrozen;
     taken_ = taken;
     start_ = start;
+    ahead_ = ahead;
     return hasBegun;
 }
 

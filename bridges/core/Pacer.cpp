@@ -1,12 +1,14 @@
 #include "bridges/core/Pacer.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "common/NativeSound.h"
 
 namespace tq::bridges {
 
 namespace {
 
-constexpr double kShortestMargin = 0.06;
 constexpr double kSilenceToCutIn = 0.2;
 constexpr double kWatch = 1.0;
 /// Clocks differ by a tenth of this; a lead that grows faster is the program writing further ahead,
@@ -22,10 +24,11 @@ std::size_t less(std::size_t from, std::size_t what) noexcept {
 Pacer::Pacer(double sampleRate) noexcept : sampleRate_(sampleRate) {
 }
 
-/// How long sound waits for more before it starts: what keeps a stream from running dry when its
-/// next piece is late.
+/// How much later than it is heard sound starts. Blocks are asked for ahead of their time, by two
+/// of them where a device is heard.
 std::size_t Pacer::shortestWait(std::size_t block) const noexcept {
-    return std::max(static_cast<std::size_t>(kShortestMargin * sampleRate_), 2 * block);
+    return std::max(static_cast<std::size_t>(tqcommon::kNativeSoundLaterSeconds * sampleRate_),
+                    4 * block);
 }
 
 std::size_t Pacer::margin(std::size_t block, std::size_t largestPiece) const noexcept {
@@ -41,7 +44,7 @@ void Pacer::start() noexcept {
 
 void Pacer::stop() noexcept {
     isPlaying_ = false;
-    waited_ = 0;
+    isWaiting_ = false;
 }
 
 PacerBlock Pacer::next(const PacerInput& input) noexcept {
@@ -49,24 +52,22 @@ PacerBlock Pacer::next(const PacerInput& input) noexcept {
         flushes_ = input.flushes;
         stop();
     }
-    const bool isDrained = drains_ != input.drains;
-    drains_ = input.drains;
     if (input.isFrozen) {
         // What a stream holds when it is closed in a pause was never to be heard.
-        return {0, 0, input.frames, input.isClosed};
-    }
-    if (!isPlaying_) {
-        prime(input, isDrained);
-    }
-    if (!isPlaying_) {
-        return {0, 0, input.frames, input.isClosed && input.available == 0};
+        return {0, 0, 0, input.frames, input.isClosed};
     }
     PacerBlock block;
+    if (!isPlaying_) {
+        block.wait = prime(input);
+    }
+    if (!isPlaying_) {
+        return {0, 0, 0, input.frames, input.isClosed && input.available == 0};
+    }
     block.cut = cutOf(input);
     cutLead(block.cut);
     const std::size_t available = input.available - block.cut;
-    block.take = std::min(input.frames, available);
-    block.silence = input.frames - block.take;
+    block.take = std::min(input.frames - block.wait, available);
+    block.silence = input.frames - block.wait - block.take;
     silentRun_ = block.take <= input.silent - block.cut ? silentRun_ + block.take : 0;
     if (block.silence > 0) {
         stop();
@@ -77,18 +78,28 @@ PacerBlock Pacer::next(const PacerInput& input) noexcept {
     return block;
 }
 
-/// Waits for the margin, and no longer than the shortest wait: large pieces come seldom, and a
-/// short sound is all there is.
-void Pacer::prime(const PacerInput& input, bool isDrained) noexcept {
+/// Starts what is there when it is as late as it has to be; more is not waited for: large pieces
+/// come seldom, and a short sound is all there is. Returns the frames of the block before that.
+std::size_t Pacer::prime(const PacerInput& input) noexcept {
     if (input.available == 0) {
-        waited_ = 0;
-    } else if (isDrained || input.isClosed ||
-               input.available >= margin(input.frames, input.largestPiece) ||
-               waited_ >= shortestWait(input.frames)) {
-        start();
-    } else {
-        waited_ += input.frames;
+        isWaiting_ = false;
+        return 0;
     }
+    if (!std::exchange(isWaiting_, true)) {
+        waited_ = input.late;
+    }
+    const auto block = static_cast<std::ptrdiff_t>(input.frames);
+    const std::ptrdiff_t left = static_cast<std::ptrdiff_t>(shortestWait(input.frames)) - waited_;
+    if (left <= 0) {
+        start();
+        return 0;
+    }
+    if (left < block) {
+        start();
+        return static_cast<std::size_t>(left);
+    }
+    waited_ += block;
+    return 0;
 }
 
 /// How much of the silence in front makes up for a program whose clock is faster.

@@ -14,23 +14,28 @@ struct PacerInput {
     std::size_t available = 0;     ///< frames that wait in the FIFO
     std::size_t silent = 0;        ///< of these, the first that are the program's own silence
     std::size_t largestPiece = 0;  ///< frames of the largest piece that the program wrote
+    /// Frames from when the first of those that wait is heard to when the block is; 0 where nobody
+    /// knows. Asked for while nothing plays.
+    std::ptrdiff_t late = 0;
     std::uint32_t flushes = 0;  ///< how often the stream was flushed; another number is the event
-    std::uint32_t drains = 0;   ///< how often it was asked to play out what is there
     bool isFrozen = false;      ///< paused or corked
     bool isClosed = false;      ///< nothing will be written any more
 };
 
-/// What to do for a block, in this order; taken frames and silence are the block's length.
+/// What to do for a block, in this order; silence and taken frames are the block's length.
 struct PacerBlock {
     std::size_t cut = 0;      ///< silent frames to drop from the front of the FIFO
+    std::size_t wait = 0;     ///< frames of silence before the first that is taken
     std::size_t take = 0;     ///< frames to take out
     std::size_t silence = 0;  ///< frames of silence behind them
     bool isOver = false;      ///< after this block nothing comes any more; what waits is not played
 };
 
-/// Decides when the frames of a native stream go to the device: a stream starts when its FIFO holds
-/// enough to play on between two of the program's pieces, then runs at the device's pace. Nothing
-/// is skipped but silence of the program's own, and only where the program's clock is faster.
+/// Decides when the frames of a native stream go to the device: a stream starts a certain time
+/// after it is heard, the same for all, so that they lie beside each other as they are heard and
+/// there is enough to play on between two of the program's pieces. Then it runs at the device's
+/// pace. Nothing is skipped but silence of the program's own, and only where the program's clock is
+/// faster.
 class Pacer {
   public:
     /// [any thread] Frames a second.
@@ -42,24 +47,24 @@ class Pacer {
     /// [render thread] Whether frames are on their way to the device.
     [[nodiscard]] bool isPlaying() const noexcept { return isPlaying_; }
 
-    /// [any thread] The frames that start a stream at once: the largest piece and two blocks, 60 ms
-    /// at the least.
+    /// [any thread] Frames of which a stream never runs dry: the largest piece and two blocks, as
+    /// much as is waited for at the least.
     [[nodiscard]] std::size_t margin(std::size_t block, std::size_t largestPiece) const noexcept;
 
   private:
     std::size_t shortestWait(std::size_t block) const noexcept;
     void start() noexcept;
     void stop() noexcept;
-    void prime(const PacerInput& input, bool isDrained) noexcept;
+    [[nodiscard]] std::size_t prime(const PacerInput& input) noexcept;
     std::size_t cutOf(const PacerInput& input) const noexcept;
     void cutLead(std::size_t frames) noexcept;
     void watchLead(std::size_t lead, const PacerInput& input) noexcept;
 
     const double sampleRate_;
     std::uint32_t flushes_ = 0;
-    std::uint32_t drains_ = 0;
     bool isPlaying_ = false;
-    std::size_t waited_ = 0;     ///< frames that the device has played since the first one came
+    bool isWaiting_ = false;     ///< for the time at which what is there is to start
+    std::ptrdiff_t waited_ = 0;  ///< frames that it is late already
     std::size_t silentRun_ = 0;  ///< silent frames of the program taken last, one after the other
 
     // The lead is what waits behind a block. It goes up and down with the program's pieces, so its

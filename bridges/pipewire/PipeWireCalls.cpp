@@ -64,24 +64,16 @@ constexpr tqhook::HookTable kHooks{
     tqhook::hook<&pw_stream_set_active>([](auto* original, pw_stream* stream, bool isActive) {
         const bool isHeard = !isActive && isTaken(stream);
         const int result = original(stream, isActive);
-        if (const NativeStream::Use native(stream); native && result >= 0) {
-            if (isHeard) {
-                native->drained();
-            } else {
-                native->frozen(!isActive);
-            }
+        if (const NativeStream::Use native(stream); native && result >= 0 && !isHeard) {
+            native->frozen(!isActive);
         }
         return result;
     }),
     tqhook::hook<&pw_stream_flush>([](auto* original, pw_stream* stream, bool isDrain) {
-        const bool isHeard = !isDrain && isTaken(stream);
+        const bool isHeard = isDrain || isTaken(stream);
         const int result = original(stream, isDrain);
-        if (const NativeStream::Use native(stream); native && result >= 0) {
-            if (isDrain) {
-                native->drained();
-            } else if (!isHeard) {
-                native->flushed();
-            }
+        if (const NativeStream::Use native(stream); native && result >= 0 && !isHeard) {
+            native->flushed();
         }
         return result;
     }),

@@ -117,7 +117,6 @@ void PulseStream::ended(NativeStream& stream) noexcept {
 void PulseStream::drained(NativeStream& stream) noexcept {
     isDrained_ = true;
     triggered(stream);
-    stream.drained();
 }
 
 void PulseStream::prebuffered(NativeStream& stream, std::size_t prebuffer) noexcept {

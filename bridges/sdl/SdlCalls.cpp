@@ -77,13 +77,12 @@ SDL_AudioSpec withDefaults(SDL_AudioSpec spec) {
     return spec;
 }
 
-// SDL 3 has functions of these two names with other arguments. They are passed on as they came, in
-// their whole width.
+// SDL 3 has a function of this name with other arguments. They are passed on as they came, in their
+// whole width.
 
 using Word = std::uintptr_t;
 
 Word (*originalOpenDevice)(Word, Word, Word, Word, Word) = nullptr;
-Word (*originalPauseDevice)(Word, Word) = nullptr;
 
 Word wordOf(const SDL_AudioSpec* spec) {
     return reinterpret_cast<Word>(spec);
@@ -109,15 +108,6 @@ Word replacedOpenDevice(Word name, Word isCapture, Word desired, Word obtained, 
         device->begin(id, *spec, nameOf(library, reinterpret_cast<const char*>(name)));
     }
     device->unwrap(spec);
-    return result;
-}
-
-Word replacedPauseDevice(Word id, Word isPaused) {
-    const Word result = originalPauseDevice(id, isPaused);
-    SdlDevice* const device = deviceOf(originalPauseDevice, static_cast<SDL_AudioDeviceID>(id));
-    if (device != nullptr && static_cast<int>(isPaused) != 0) {
-        device->paused();
-    }
     return result;
 }
 
@@ -158,13 +148,6 @@ constexpr tqhook::HookTable kHooks{
             }
             return result;
         }),
-    tqhook::hook<&SDL_PauseAudio>([](auto* original, int isPaused) {
-        original(isPaused);
-        SdlDevice* const device = deviceOf(original, kFirstDevice);
-        if (device != nullptr && isPaused != 0) {
-            device->paused();
-        }
-    }),
     tqhook::hook<&SDL_QueueAudio>([](auto* original, SDL_AudioDeviceID id, const void* data,
                                      Uint32 length) {
         SdlDevice* const device = queueOf(original, id);
@@ -208,8 +191,6 @@ NativeApi sdlApi() {
         std::vector<tqhook_rebinding> all(typed.begin(), typed.end());
         all.push_back({"SDL_OpenAudioDevice", reinterpret_cast<void*>(&replacedOpenDevice),
                        reinterpret_cast<void**>(&originalOpenDevice)});
-        all.push_back({"SDL_PauseAudioDevice", reinterpret_cast<void*>(&replacedPauseDevice),
-                       reinterpret_cast<void**>(&originalPauseDevice)});
         return all;
     }();
     return {"sdl", rows};

@@ -1,6 +1,8 @@
 #include "bridges/sdl/SdlDevices.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstring>
 
 #include "bridges/core/GuardScope.h"
@@ -14,7 +16,6 @@ namespace tq::bridges {
 SDL_AudioSpec SdlDevice::wrap(const SDL_AudioSpec& desired) noexcept {
     callback_ = desired.callback;
     userdata_ = desired.userdata;
-    isDry_ = true;
     SDL_AudioSpec ours = desired;
     ours.callback = &fill;
     ours.userdata = this;
@@ -36,6 +37,12 @@ void SdlDevice::begin(SDL_AudioDeviceID id, const SDL_AudioSpec& spec, const std
                             sdlSpeakers(spec.channels)},
                            "sdl", name);
     }
+    if (const NativeStream::Use stream(this); stream && spec.freq > 0) {
+        // As measured on PulseAudio; SDL does not say it.
+        constexpr double kBuffersAhead = 0.5;
+        stream->heardIn(
+            std::chrono::nanoseconds(std::llround(kBuffersAhead * spec.samples * 1e9 / spec.freq)));
+    }
     id_.store(id, std::memory_order_release);
 }
 
@@ -49,29 +56,16 @@ void SdlDevice::end() {
 void SdlDevice::fill(void* device, Uint8* buffer, int length) {
     auto& self = *static_cast<SdlDevice*>(device);
     const auto bytes = static_cast<std::size_t>(length);
-    if (self.isQueue()) {
-        const bool wasDry = self.isDry_;
-        self.isDry_ = self.drainQueue(buffer, bytes) == 0;
-        if (self.isDry_) {
-            // Silence of SDL's own: a program that only waits is not recorded for that.
-            if (!wasDry) {
-                self.paused();
-            }
-            return;
-        }
-    } else {
+    if (!self.isQueue()) {
         self.callback_(self.userdata_, buffer, length);
+    } else if (self.drainQueue(buffer, bytes) == 0) {
+        // Silence of SDL's own: a program that only waits is not recorded for that.
+        return;
     }
     if (const NativeStream::Use stream(&self); stream) {
         const std::size_t frames = bytes / stream->format().bytesPerFrame();
         (void)stream->prepare(buffer, frames, NativeStream::Memory::kChangeable);
         stream->accepted(frames);
-    }
-}
-
-void SdlDevice::paused() const noexcept {
-    if (const NativeStream::Use stream(this); stream) {
-        stream->drained();
     }
 }
 

@@ -29,9 +29,6 @@ class SdlDevice {
     /// [host thread] SDL has closed it: nobody calls it any more.
     void end();
 
-    /// [any thread] The program pauses it: what SDL has taken is played out.
-    void paused() const noexcept;
-
     /// Keeps its sound here.
     [[nodiscard]] bool isQueue() const noexcept { return callback_ == nullptr; }
     // [host thread] In place of SDL's functions of these names.
@@ -50,7 +47,6 @@ class SdlDevice {
     SDL_AudioCallback callback_ = nullptr;
     void* userdata_ = nullptr;
     Uint8 silence_ = 0;
-    bool isDry_ = false;  ///< the callback's: nothing was queued last time
 
     ByteQueue queue_;  ///< under SDL's lock of the device
 

@@ -220,7 +220,7 @@ TEST_F(AlsaControl, ADrainPlaysWhatIsThereAlsoOutOfAPause) {
     // As long as the library drains, the device plays.
     pcm->meanwhile = [&] {
         awaitGoingOn(firstName());
-        pump(6);
+        pump(20);
         EXPECT_EQ(heard().frames(), 1000U) << "before the drain is over";
     };
     EXPECT_EQ(snd_pcm_drain(pcm.get()), 0);

@@ -121,7 +121,7 @@ TEST_F(StreamProcess, ManyThreadsOpenWriteAndCloseAtOnce) {
                     stream->flushed();
                     stream->takenBack(100);
                     stream->frozen(round % 2 == 0);
-                    stream->drained();
+                    stream->started();
                 }
                 // Others close and open what is written here.
                 MadeUpPcm& one = *shared[(i + static_cast<unsigned>(round)) % 4];

@@ -94,9 +94,9 @@ TEST_F(StreamCalls, WhatIsFlushedIsNotOnTheTrackAndWhatIsDrainedIs) {
     const Sound more = markedNoise({}, 1000, 2);
     EXPECT_EQ(queue(more), 0);
     EXPECT_EQ(pw_stream_flush(stream_.get(), true), 0);
-    pump(10);
+    pump(20);
     const Sound all = recorded();
-    ASSERT_GT(all.frames(), before + more.frames()) << "less than a margin, but it is drained";
+    ASSERT_GT(all.frames(), before + more.frames());
     EXPECT_EQ(differences(more, all.part(all.frames() - more.frames(), more.frames())), kNothing);
     EXPECT_EQ(stream_->flushes, (std::vector<bool>{false, true}));
 }

@@ -9,7 +9,7 @@ namespace bridgetests {
 
 inline constexpr std::size_t kFrameBytes = 4;
 /// Frames by which the unit may be behind the server, on this device.
-inline constexpr std::size_t kBehind = 3840;
+inline constexpr std::size_t kBehind = 4800;
 
 /// A program with one stream of 48 kHz, 16 bits, stereo.
 class PulseCalls : public NativeCalls {

@@ -28,6 +28,7 @@ TEST_F(PulseStart, AServerThatNeverSaysThatItStartsIsWaitedForTwoSeconds) {
     write(noise);
     playOn(195);
     EXPECT_EQ(heard().frames(), 0U);
+    playOn(20);
     endsWithTheNoise();
 }
 
@@ -113,6 +114,7 @@ TEST_F(PulseStart, WhereTheServerHasRunDryTheTrackWaitsForItsNextStart) {
     stream->attributes.prebuf = kFrameBytes;
     play();
     write(noise.part(0, 12000));
+    awaitGoingOn(firstName());
     playOn();
     stream->runsDry();
     stream->startsLate = true;
