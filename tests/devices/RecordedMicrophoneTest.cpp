@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -10,6 +11,7 @@
 #include "bridges/programs/RecordedRun.h"
 #include "support/servers/PulseServer.h"
 #include "support/sound/Comparison.h"
+#include "tools/tqaudiorecord/output/DecodedFile.h"
 
 namespace {
 
@@ -112,6 +114,21 @@ TEST_F(RecordedMicrophone, WithoutAFolderOfTracksItHasAFileBesideTheMix) {
     EXPECT_NEAR(onsetOf(readWav(file("mix-microphone.wav"))), onsetOf(readWav(file("mix.wav"))),
                 0.5);
     EXPECT_GT(loudestOf(readWav(file("mix-microphone.wav"))), 0.3);
+}
+
+TEST_F(RecordedMicrophone, InAMatroskaFileItIsAStreamOfItsOwn) {
+    ProgramSetup setup = this->setup({"--mic=cap.monitor"}, noise_);
+    std::replace(setup.arguments.begin(), setup.arguments.end(), file("mix.wav"), file("mix.mka"));
+    const ProgramEnd end = runProgram(kept(setup, folder_.path()));
+    EXPECT_EQ(end.code, 0) << end.text();
+    const tqrecorder::test::DecodedFile recorded(file("mix.mka"));
+    EXPECT_TRUE(recorded.complaints.empty()) << recorded.complaints[0];
+    const auto& voice = recorded.stream("microphone");
+    ASSERT_FALSE(voice.samples.empty()) << end.text();
+    EXPECT_EQ(voice.rate, 44100);
+    EXPECT_GT(std::abs(*std::max_element(voice.samples.begin(), voice.samples.end())), 0.3);
+    EXPECT_NEAR(voice.start, 0, 0.1);
+    EXPECT_FALSE(std::filesystem::exists(file("mix-microphone.wav")));
 }
 
 TEST_F(RecordedMicrophone, IsInTheMixWhenAskedFor) {

@@ -1,8 +1,9 @@
 // Plays and listens at the same time, and says how often what is heard was disturbed.
 //   full_duplex SECONDS      on the device of TQ_AUDIO_DEVICE, whose microphone hears its speakers
 //   full_duplex --count      counts in floats, two channels, from standard input
-// What is played counts up from frame to frame, so that a frame that is lost or repeated shows; a
-// little more or less is a clock that is followed.
+// What is played counts up and down from frame to frame, so that a frame that is lost or repeated
+// shows; a little more or less is a clock that is followed. It has no jump of its own: between two
+// frames one would ring for longer than what is let pass.
 
 #include <AudioToolbox/AudioToolbox.h>
 
@@ -20,18 +21,22 @@
 namespace {
 
 constexpr double kRate = 48000;
-constexpr unsigned kPeriod = 1U << 16U;
-constexpr float kStep = 1.0F / (2 * kPeriod);
+constexpr unsigned kMost = 1U << 16U;
+constexpr float kStep = 1.0F / (2 * kMost);
+constexpr float kTurn = 64 * kStep;  ///< so near to where the count turns it may be smeared
+constexpr long kRinging = 64;  ///< frames for which one disturbance is heard where clocks differ
 constexpr unsigned kLargestSlice = 8192;
 
 /// Reads what was played and counts where it does not go on.
 class Counter {
   public:
     void add(float sample) {
-        // Where the count begins anew, and for the few frames that a clock that is followed smears.
-        const bool isTurn = last_ > 0.5F - 64 * kStep || sample < 64 * kStep;
-        if (frames_ > 0 && !isTurn && std::abs((sample - last_) / kStep - 1) > 0.5F) {
-            ++disturbances_;
+        const bool goesOn = std::abs(std::abs(sample - last_) / kStep - 1) <= 0.5F;
+        if (frames_ > 0 && !goesOn && (sample == 0 || !(isTurn(sample) && isTurn(last_)))) {
+            disturbances_ += going_ >= kRinging ? 1 : 0;
+            going_ = 0;
+        } else {
+            ++going_;
         }
         frames_ += sample != 0 || frames_ > 0 ? 1 : 0;
         last_ = sample;
@@ -39,9 +44,14 @@ class Counter {
     void say() const { std::printf("frames=%ld\ndisturbances=%ld\n", frames_, disturbances_); }
 
   private:
+    static bool isTurn(float sample) {
+        return std::abs(sample) < kTurn || std::abs(sample - kMost * kStep) < kTurn;
+    }
+
     float last_ = 0;
     long frames_ = 0;  ///< from the first that is not silent
     long disturbances_ = 0;
+    long going_ = kRinging;  ///< frames since it did not go on
 };
 
 struct Duplex {
@@ -57,7 +67,9 @@ OSStatus play(void* self, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UI
     auto& duplex = *static_cast<Duplex*>(self);
     auto* const out = static_cast<float*>(list->mBuffers[0].mData);
     for (UInt32 i = 0; i < frames; ++i) {
-        out[2 * i] = out[2 * i + 1] = static_cast<float>(duplex.played++ % kPeriod) * kStep;
+        const unsigned count = duplex.played++ % (2 * kMost);
+        const unsigned value = count < kMost ? count : 2 * kMost - count;
+        out[2 * i] = out[2 * i + 1] = static_cast<float>(value) * kStep;
     }
     return 0;
 }

@@ -2,22 +2,28 @@
 // came of it as "name=value" lines:
 //   start, stop         the player's unit; it plays marked noise once, from where it stopped
 //   start2, stop2       a second unit, which plays a tone
+//   start3, stop3       a third one, which plays frames that tell their numbers
 //   end                 waits until the noise has been rendered
+//   more:FRAMES         waits until so many more of the third one's frames have been rendered
 //   sleep:SECONDS       waits
 //   await:FILE          waits until there is such a file
 //   rate:HZ, duration:SECONDS    what the session prefers
-//   say                 the hardware's format, threads and descriptors
+//   say                 the hardware's format, what was played, threads and descriptors
 //   cycles:COUNT        starts and stops so often
 //   fork                a child plays the tone for a moment; in a callback with fork:callback
-//   listen              a third unit listens to the microphone, which is written to heard: behind
-//   it heard:FILE          stops listening and writes what was heard, interleaved floats
+//   listen              another unit listens to the microphone; it plays silence meanwhile
+//   alone               before it: it plays nothing
+//   heard:FILE          stops listening, says how its time stamps went, and writes what was heard,
+//                       interleaved floats
 
 #include <AVFoundation/AVFoundation.h>
 #include <AudioToolbox/AudioToolbox.h>
 #include <TQPlatform/Devices.h>
+#include <mach/mach_time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -26,11 +32,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/OutputUnit.h"
+#include "support/sound/CountedFrames.h"
 #include "support/sound/Sound.h"
 
 namespace {
@@ -46,10 +54,10 @@ void say(const char* name, Value value) {
     std::fflush(stdout);
 }
 
-/// An output unit and what it plays.
+/// An output unit and what it plays; without samples frames that are counted.
 class Player {
   public:
-    explicit Player(std::vector<float> samples) : samples_(std::move(samples)) {
+    explicit Player(std::vector<float> samples = {}) : samples_(std::move(samples)) {
         unit_ = tqtest::makeOutputUnit(tqtest::floatFormat(kRate, 2),
                                        {.play = &render, .refCon = this});
     }
@@ -68,15 +76,22 @@ class Player {
     void forkInCallback() { forks_.store(true); }
     [[nodiscard]] pid_t child() const { return child_.load(); }
     [[nodiscard]] long blocks() const { return blocks_.load(); }
+    [[nodiscard]] std::size_t frames() const { return next_.load() / 2; }
 
   private:
+    [[nodiscard]] float sampleAt(std::size_t sample) const {
+        if (samples_.empty()) {
+            return tqtest::countedSample(sample);
+        }
+        return sample < samples_.size() ? samples_[sample] : 0.0F;
+    }
     static OSStatus render(void* self, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32,
                            UInt32 frames, AudioBufferList* list) {
         auto& player = *static_cast<Player*>(self);
         auto* const out = static_cast<float*>(list->mBuffers[0].mData);
         std::size_t next = player.next_.load();
         for (UInt32 i = 0; i < 2 * frames; ++i) {
-            out[i] = next < player.samples_.size() ? player.samples_[next++] : 0.0F;
+            out[i] = player.sampleAt(next++);
         }
         player.next_.store(next);
         ++player.blocks_;
@@ -106,9 +121,20 @@ class Listener {
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
+    /// Before it starts: it does not play beside.
+    void beAlone() {
+        const UInt32 off = 0;
+        AudioUnitUninitialize(unit_);
+        AudioUnitSetProperty(unit_, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0,
+                             &off, sizeof off);
+        AudioUnitInitialize(unit_);
+    }
     void start() { say("listen", AudioOutputUnitStart(unit_)); }
+    /// Stops listening, says how the time stamps went, and writes what was heard.
     void write(const std::string& file) {
         AudioOutputUnitStop(unit_);
+        say("heardBeforeNow", static_cast<int>(latest_ <= 0));
+        say("heardInOrder", static_cast<int>(isInOrder_));
         std::ofstream(file, std::ios::binary)
             .write(reinterpret_cast<const char*>(samples_.data()),
                    static_cast<std::streamsize>(held_ * sizeof(float)));
@@ -120,6 +146,7 @@ class Listener {
     static OSStatus take(void* self, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                          UInt32 bus, UInt32 frames, AudioBufferList*) {
         auto& listener = *static_cast<Listener*>(self);
+        listener.note(time->mHostTime);
         if (listener.held_ + 2 * frames > listener.samples_.size()) {
             return 0;
         }
@@ -129,9 +156,19 @@ class Listener {
         return status;
     }
 
+    void note(UInt64 hostTime) {
+        latest_ = std::max(latest_, static_cast<long>(hostTime - mach_absolute_time()));
+        isInOrder_ = isInOrder_ && hostTime >= last_;
+        last_ = hostTime;
+    }
+
     AudioUnit unit_ = nullptr;
     std::vector<float> samples_;
-    std::size_t held_ = 0;  ///< samples; on the device's thread while it runs
+    // On the device's thread while it runs.
+    std::size_t held_ = 0;                            ///< samples
+    long latest_ = std::numeric_limits<long>::min();  ///< time stamp behind the present, in ns
+    UInt64 last_ = 0;                                 ///< time stamp
+    bool isInOrder_ = true;
 };
 
 std::vector<float> samplesOf(const tqtest::Sound& sound) {
@@ -161,8 +198,15 @@ class Script {
             tone_.start();
         } else if (verb == "stop2") {
             tone_.stop();
+        } else if (verb == "start3") {
+            count_.start();
+        } else if (verb == "stop3") {
+            count_.stop();
         } else if (verb == "end") {
             waitUntil([&] { return noise_.hasPlayed(); });
+        } else if (verb == "more") {
+            const std::size_t enough = count_.frames() + std::stoul(value);
+            waitUntil([&] { return count_.frames() >= enough; });
         } else if (verb == "sleep") {
             std::this_thread::sleep_for(std::chrono::duration<double>(std::stod(value)));
         } else if (verb == "await") {
@@ -175,14 +219,11 @@ class Script {
             prefer(kAudioSessionProperty_PreferredHardwareIOBufferDuration, &seconds,
                    sizeof seconds);
         } else if (verb == "cycles") {
-            for (int count = std::stoi(value); count > 0; --count) {
-                AudioOutputUnitStart(tone_.unit());
-                AudioOutputUnitStop(tone_.unit());
-                // Until the device is closed: a stop is not waited for.
-                std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            }
+            cycle(std::stoi(value));
         } else if (verb == "fork") {
             forkChild(value == "callback");
+        } else if (verb == "alone") {
+            listener_.beAlone();
         } else if (verb == "listen") {
             listener_.start();
         } else if (verb == "heard") {
@@ -197,6 +238,17 @@ class Script {
     static void waitUntil(const Condition& condition) {
         while (!condition()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    void cycle(int count) const {
+        const long closed = entriesOf("/proc/self/fd");
+        for (; count > 0; --count) {
+            AudioOutputUnitStart(tone_.unit());
+            AudioOutputUnitStop(tone_.unit());
+            // Until the device is closed: a stop is not waited for.
+            for (int step = 0; step < 50 && entriesOf("/proc/self/fd") > closed; ++step) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
         }
     }
     static void prefer(AudioSessionPropertyID id, const void* value, UInt32 size) {
@@ -243,6 +295,7 @@ class Script {
         say("slice", seconds);
         say("hearing", static_cast<int>(TQIsHearing()));
         say("blocks", noise_.blocks());
+        say("counted", count_.frames());
         say("threads", entriesOf("/proc/self/task"));
         say("descriptors", entriesOf("/proc/self/fd"));
     }
@@ -251,6 +304,7 @@ class Script {
     Player noise_{samplesOf(tqtest::markedNoise(format(), kFrames))};
     Listener listener_;
     Player tone_{samplesOf(tqtest::tone(format(), kFrames, 440))};
+    Player count_;
 };
 
 void sayNotices() {

@@ -1,16 +1,27 @@
 #include "JackServer.h"
 
+#include <csignal>
+
 namespace tqtest {
 
-JackServer::JackServer(int framesPerPeriod) : environment_(privateFolders(folder_)) {
+JackServer::JackServer(int framesPerPeriod)
+    : framesPerPeriod_(framesPerPeriod), environment_(privateFolders(folder_)) {
     needTool("jackd", "jackd2");
     // The folder's name is this test's alone, as a server's name has to be on one machine.
-    const std::string name = folder_.path().filename();
-    environment_["JACK_DEFAULT_SERVER"] = name;
+    environment_["JACK_DEFAULT_SERVER"] = folder_.path().filename();
     environment_["JACK_NO_START_SERVER"] = "1";
+    start();
+}
+
+void JackServer::kill() {
+    server_->signal(SIGKILL);
+    server_.reset();
+}
+
+void JackServer::start() {
     server_ = std::make_unique<Kept>(
-        ProgramSetup{.arguments = {"jackd", "-r", "-n", name, "-d", "dummy", "-r", "48000", "-p",
-                                   std::to_string(framesPerPeriod)},
+        ProgramSetup{.arguments = {"jackd", "-r", "-n", environment_["JACK_DEFAULT_SERVER"], "-d",
+                                   "dummy", "-r", "48000", "-p", std::to_string(framesPerPeriod_)},
                      .environment = environment_},
         folder_.path());
     awaitReady(*server_, "jackd", [&] {

@@ -20,9 +20,13 @@ class JackServer {
     /// for it.
     [[nodiscard]] std::unique_ptr<Recording> record() const;
     [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+    /// It dies, and comes back under its name.
+    void kill();
+    void start();
 
   private:
     TemporaryFolder folder_;
+    int framesPerPeriod_;
     Environment environment_;
     std::unique_ptr<Kept> server_;
 };

@@ -11,16 +11,25 @@ PipeWireServer::PipeWireServer() : environment_(privateFolders(folder_)) {
     needTool("pipewire-pulse", "pipewire-pulse");
     needTool("pactl", "pulseaudio-utils");
     const std::string bus = folder_.file("bus");
-    start({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + bus});
-    awaitReady(*servers_.back(), "the bus", [&] { return std::filesystem::exists(bus); });
+    bus_ =
+        keep({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + bus});
+    awaitReady(*bus_, "the bus", [&] { return std::filesystem::exists(bus); });
     environment_["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + bus;
     environment_["PIPEWIRE_RUNTIME_DIR"] = folder_.file("run");
-    start({"pipewire"});
-    awaitReady(*servers_.back(), "pipewire",
-               [&] { return std::filesystem::exists(folder_.file("run/pipewire-0")); });
-    start({"wireplumber"});
-    start({"pipewire-pulse"});
+    start();
+}
+
+void PipeWireServer::start() {
+    const std::string socket = folder_.file("run/pipewire-0");
     const std::string pulse = folder_.file("run/pulse/native");
+    environment_.erase("PULSE_SERVER");
+    // Of one that was killed.
+    std::filesystem::remove(socket);
+    std::filesystem::remove(pulse);
+    servers_.push_back(keep({"pipewire"}));
+    awaitReady(*servers_.back(), "pipewire", [&] { return std::filesystem::exists(socket); });
+    servers_.push_back(keep({"wireplumber"}));
+    servers_.push_back(keep({"pipewire-pulse"}));
     awaitReady(*servers_.back(), "pipewire-pulse", [&] { return std::filesystem::exists(pulse); });
     environment_["PULSE_SERVER"] = "unix:" + pulse;
     awaitReady(*servers_.back(), "the null sink", [&] {
@@ -43,13 +52,24 @@ ProgramEnd PipeWireServer::run(const std::vector<std::string>& command) const {
     return Kept({.arguments = command, .environment = environment_}, folder_.path()).wait();
 }
 
-void PipeWireServer::start(const std::vector<std::string>& command) {
-    servers_.push_back(std::make_unique<Kept>(
-        ProgramSetup{.arguments = command, .environment = environment_}, folder_.path()));
+std::unique_ptr<Kept> PipeWireServer::keep(const std::vector<std::string>& command) const {
+    return std::make_unique<Kept>(ProgramSetup{.arguments = command, .environment = environment_},
+                                  folder_.path());
 }
 
-std::unique_ptr<Recording> PipeWireServer::record() const {
-    return recordMonitor(environment_, folder_, format_);
+void PipeWireServer::signal(int number) const {
+    for (const auto& server : servers_) {
+        server->signal(number);
+    }
+}
+
+void PipeWireServer::kill() {
+    signal(SIGKILL);
+    servers_.clear();
+}
+
+std::unique_ptr<Recording> PipeWireServer::record(const std::string& sink) const {
+    return recordMonitor(environment_, folder_, format_, sink);
 }
 
 PipeWireJackServer::PipeWireJackServer() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,16 +17,24 @@ class PipeWireServer {
     PipeWireServer();
 
     [[nodiscard]] const Environment& environment() const { return environment_; }
-    [[nodiscard]] std::unique_ptr<Recording> record() const;
+    [[nodiscard]] std::unique_ptr<Recording> record(const std::string& sink = "cap") const;
     [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+    /// All of it stands still, without ending, and goes on.
+    void freeze() const { signal(SIGSTOP); }
+    void thaw() const { signal(SIGCONT); }
+    /// All but the bus dies, and comes back where it was.
+    void kill();
+    void start();
 
   private:
     [[nodiscard]] ProgramEnd run(const std::vector<std::string>& command) const;
-    void start(const std::vector<std::string>& command);
+    [[nodiscard]] std::unique_ptr<Kept> keep(const std::vector<std::string>& command) const;
+    void signal(int number) const;
 
     TemporaryFolder folder_;  // outlives the servers that have files in it
     SoundFormat format_;
     Environment environment_;
+    std::unique_ptr<Kept> bus_;
     std::vector<std::unique_ptr<Kept>> servers_;
 };
 

@@ -41,8 +41,8 @@ void PulseServer::kill() {
     server_.reset();
 }
 
-std::unique_ptr<Recording> PulseServer::record() const {
-    return recordMonitor(environment_, folder_, format_);
+std::unique_ptr<Recording> PulseServer::record(const std::string& sink) const {
+    return recordMonitor(environment_, folder_, format_, sink);
 }
 
 }  // namespace tqtest

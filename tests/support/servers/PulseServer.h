@@ -19,7 +19,7 @@ class PulseServer {
 
     /// For programs that shall play here.
     [[nodiscard]] const Environment& environment() const { return environment_; }
-    [[nodiscard]] std::unique_ptr<Recording> record() const;
+    [[nodiscard]] std::unique_ptr<Recording> record(const std::string& sink = "cap") const;
     [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
     /// The server stands still, without ending, and goes on.
     void freeze() const { server_->signal(SIGSTOP); }

@@ -9,8 +9,9 @@
 namespace tqtest {
 
 Recording::Recording(const std::vector<std::string>& recorder, const Environment& environment,
-                     const TemporaryFolder& folder, const SoundFormat& format)
-    : file_(folder.file("recorded.raw")), format_(format) {
+                     const TemporaryFolder& folder, const SoundFormat& format,
+                     const std::string& name)
+    : file_(folder.file(name + ".raw")), format_(format) {
     descriptor_ = open(file_.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600);
     recorder_ = std::make_unique<Kept>(
         ProgramSetup{.arguments = recorder, .environment = environment, .output = descriptor_},
@@ -39,17 +40,18 @@ Sound Recording::finish() {
 }
 
 std::unique_ptr<Recording> recordMonitor(const Environment& environment,
-                                         const TemporaryFolder& folder, const SoundFormat& format) {
+                                         const TemporaryFolder& folder, const SoundFormat& format,
+                                         const std::string& sink) {
     needTool("parec", "pulseaudio-utils");
     const std::vector<std::string> command{"parec",
                                            "-d",
-                                           "cap.monitor",
+                                           sink + ".monitor",
                                            "--raw",
                                            "--latency-msec=20",
                                            "--format=" + std::string(pulseName(format.encoding)),
                                            "--rate=" + std::to_string(format.rate),
                                            "--channels=" + std::to_string(format.channels)};
-    return std::make_unique<Recording>(command, environment, folder, format);
+    return std::make_unique<Recording>(command, environment, folder, format, sink);
 }
 
 Environment privateFolders(const TemporaryFolder& folder) {

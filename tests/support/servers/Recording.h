@@ -14,9 +14,11 @@ namespace tqtest {
 /// exists on.
 class Recording {
   public:
-    /// Returns when the first frames are there: nothing that is played afterwards is missed.
+    /// Returns when the first frames are there: nothing that is played afterwards is missed. Two of
+    /// one folder need two names.
     Recording(const std::vector<std::string>& recorder, const Environment& environment,
-              const TemporaryFolder& folder, const SoundFormat& format);
+              const TemporaryFolder& folder, const SoundFormat& format,
+              const std::string& name = "recorded");
     ~Recording();
     Recording(const Recording&) = delete;
     Recording& operator=(const Recording&) = delete;
@@ -33,10 +35,11 @@ class Recording {
     std::unique_ptr<Kept> recorder_;
 };
 
-/// Of the monitor of the sink "cap".
+/// Of the sink's monitor.
 [[nodiscard]] std::unique_ptr<Recording> recordMonitor(const Environment& environment,
                                                        const TemporaryFolder& folder,
-                                                       const SoundFormat& format);
+                                                       const SoundFormat& format,
+                                                       const std::string& sink = "cap");
 
 /// Private folders for a server and its clients, which hear nothing of the user's own.
 [[nodiscard]] Environment privateFolders(const TemporaryFolder& folder);
