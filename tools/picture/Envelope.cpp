@@ -5,6 +5,37 @@
 
 namespace tqpicture {
 
+EnvelopeSum EnvelopeSum::of(const float* frame, int channels) {
+    EnvelopeSum sum{frame[0], frame[0], 0, 1};
+    for (int channel = 0; channel < channels; ++channel) {
+        const float sample = frame[channel];
+        sum.lowest = std::min(sum.lowest, sample);
+        sum.highest = std::max(sum.highest, sample);
+        sum.squares += static_cast<double>(sample) * sample;
+    }
+    return sum;
+}
+
+void EnvelopeSum::add(const EnvelopeSum& other) {
+    lowest = frames == 0 ? other.lowest : std::min(lowest, other.lowest);
+    highest = frames == 0 ? other.highest : std::max(highest, other.highest);
+    squares += other.squares;
+    frames += other.frames;
+}
+
+EnvelopeColumn EnvelopeSum::column(int channels) const {
+    return frames == 0 ? EnvelopeColumn{}
+                       : EnvelopeColumn{lowest, highest, static_cast<float>(rms(channels)), true};
+}
+
+double EnvelopeSum::peak() const {
+    return std::max(-static_cast<double>(lowest), static_cast<double>(highest));
+}
+
+double EnvelopeSum::rms(int channels) const {
+    return frames == 0 ? 0 : std::sqrt(squares / (static_cast<double>(frames) * channels));
+}
+
 EnvelopeBuilder::EnvelopeBuilder(std::size_t columns, double framesPerColumn, double startFrame,
                                  int channels)
     : sums_(columns),
@@ -13,58 +44,27 @@ EnvelopeBuilder::EnvelopeBuilder(std::size_t columns, double framesPerColumn, do
       channels_(channels) {
 }
 
-void EnvelopeBuilder::add(std::size_t column, const Sum& frame) {
-    Sum& sum = sums_[column];
-    if (sum.frames == 0) {
-        sum = frame;
-        return;
-    }
-    sum.lowest = std::min(sum.lowest, frame.lowest);
-    sum.highest = std::max(sum.highest, frame.highest);
-    sum.squares += frame.squares;
-    sum.frames += frame.frames;
-}
-
 void EnvelopeBuilder::push(const float* samples, std::size_t frames) {
     for (std::size_t index = 0; index < frames; ++index, samples += channels_, position_ += 1) {
-        Sum frame{samples[0], samples[0], 0, 1};
-        for (int channel = 0; channel < channels_; ++channel) {
-            const float sample = samples[channel];
-            frame.lowest = std::min(frame.lowest, sample);
-            frame.highest = std::max(frame.highest, sample);
-            frame.squares += static_cast<double>(sample) * sample;
-        }
-        peak_ = std::max(
-            {peak_, -static_cast<double>(frame.lowest), static_cast<double>(frame.highest)});
-        squares_ += frame.squares;
-        ++frames_;
-
+        const EnvelopeSum frame = EnvelopeSum::of(samples, channels_);
+        whole_.add(frame);
         const auto first = static_cast<std::size_t>(position_ / framesPerColumn_);
         // The last column that begins before the next frame; `first` itself for wide columns.
         const auto last = static_cast<std::size_t>(
             std::max(std::ceil((position_ + 1) / framesPerColumn_) - 1, 0.0));
         const std::size_t end = framesPerColumn_ >= 1 ? first : std::max(first, last);
         for (std::size_t column = first; column <= end && column < sums_.size(); ++column) {
-            add(column, frame);
+            sums_[column].add(frame);
         }
     }
 }
 
 std::vector<EnvelopeColumn> EnvelopeBuilder::columns() const {
-    std::vector<EnvelopeColumn> columns(sums_.size());
-    for (std::size_t index = 0; index < sums_.size(); ++index) {
-        const Sum& sum = sums_[index];
-        if (sum.frames > 0) {
-            const double samples = static_cast<double>(sum.frames) * channels_;
-            columns[index] = {sum.lowest, sum.highest,
-                              static_cast<float>(std::sqrt(sum.squares / samples)), true};
-        }
+    std::vector<EnvelopeColumn> columns;
+    for (const EnvelopeSum& sum : sums_) {
+        columns.push_back(sum.column(channels_));
     }
     return columns;
-}
-
-double EnvelopeBuilder::rms() const {
-    return frames_ == 0 ? 0 : std::sqrt(squares_ / (static_cast<double>(frames_) * channels_));
 }
 
 }  // namespace tqpicture

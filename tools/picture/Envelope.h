@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace tqpicture {
@@ -11,6 +12,22 @@ struct EnvelopeColumn {
     float highest = 0;
     float rms = 0;  ///< over all samples of all channels
     bool hasData = false;
+};
+
+/// What is summed up of some frames.
+struct EnvelopeSum {
+    float lowest = 0;
+    float highest = 0;
+    double squares = 0;  ///< of all samples
+    std::uint64_t frames = 0;
+
+    /// Of one frame of so many samples, all finite.
+    [[nodiscard]] static EnvelopeSum of(const float* frame, int channels);
+    void add(const EnvelopeSum& other);
+    [[nodiscard]] EnvelopeColumn column(int channels) const;
+    /// Largest magnitude.
+    [[nodiscard]] double peak() const;
+    [[nodiscard]] double rms(int channels) const;
 };
 
 /// Collects a recording, block by block, into pixel columns. Columns narrower than a frame repeat
@@ -27,25 +44,15 @@ class EnvelopeBuilder {
     [[nodiscard]] std::vector<EnvelopeColumn> columns() const;
 
     /// Largest magnitude and RMS of everything pushed, dropped frames included.
-    [[nodiscard]] double peak() const { return peak_; }
-    [[nodiscard]] double rms() const;
+    [[nodiscard]] double peak() const { return whole_.peak(); }
+    [[nodiscard]] double rms() const { return whole_.rms(channels_); }
 
   private:
-    struct Sum {
-        float lowest = 0;
-        float highest = 0;
-        double squares = 0;
-        std::size_t frames = 0;
-    };
-    void add(std::size_t column, const Sum& frame);
-
-    std::vector<Sum> sums_;
+    std::vector<EnvelopeSum> sums_;
     double framesPerColumn_;
     double position_;  // axis frame of the next frame pushed
     int channels_;
-    double peak_ = 0;
-    double squares_ = 0;
-    std::size_t frames_ = 0;
+    EnvelopeSum whole_;
 };
 
 }  // namespace tqpicture

@@ -5,15 +5,8 @@
 
 namespace tqpicture {
 
-void GrowingEnvelope::Sum::add(const Sum& other) {
-    lowest = frames == 0 ? other.lowest : std::min(lowest, other.lowest);
-    highest = frames == 0 ? other.highest : std::max(highest, other.highest);
-    squares += other.squares;
-    frames += other.frames;
-}
-
 /// All of them in one column.
-void GrowingEnvelope::add(const Sum& frames) {
+void GrowingEnvelope::add(const EnvelopeSum& frames) {
     if (sums_.empty() || sums_.back().frames == width_) {
         if (sums_.size() == kMostColumns) {
             halve();
@@ -21,12 +14,12 @@ void GrowingEnvelope::add(const Sum& frames) {
         sums_.emplace_back();
     }
     sums_.back().add(frames);
-    frames_ += frames.frames;
+    whole_.add(frames);
 }
 
 void GrowingEnvelope::halve() {
     for (std::size_t index = 0; index < sums_.size() / 2; ++index) {
-        Sum both = sums_[2 * index];
+        EnvelopeSum both = sums_[2 * index];
         both.add(sums_[2 * index + 1]);
         sums_[index] = both;
     }
@@ -36,17 +29,7 @@ void GrowingEnvelope::halve() {
 
 void GrowingEnvelope::push(const float* samples, std::size_t frames) {
     for (std::size_t index = 0; index < frames; ++index, samples += channels_) {
-        Sum frame{samples[0], samples[0], 0, 1};
-        for (int channel = 0; channel < channels_; ++channel) {
-            const float sample = samples[channel];
-            frame.lowest = std::min(frame.lowest, sample);
-            frame.highest = std::max(frame.highest, sample);
-            frame.squares += static_cast<double>(sample) * sample;
-        }
-        peak_ = std::max(
-            {peak_, -static_cast<double>(frame.lowest), static_cast<double>(frame.highest)});
-        squares_ += frame.squares;
-        add(frame);
+        add(EnvelopeSum::of(samples, channels_));
     }
 }
 
@@ -60,18 +43,14 @@ void GrowingEnvelope::pushSilence(std::uint64_t frames) {
     }
 }
 
-double GrowingEnvelope::rms() const {
-    return frames_ == 0 ? 0 : std::sqrt(squares_ / (static_cast<double>(frames_) * channels_));
-}
-
 std::vector<EnvelopeColumn> GrowingEnvelope::columns(std::size_t count, double framesPerColumn,
                                                      double startFrame) const {
-    std::vector<Sum> wanted(count);
+    std::vector<EnvelopeSum> wanted(count);
     const auto columnOf = [&](double frame) {
         return static_cast<std::size_t>(std::max(std::floor(frame / framesPerColumn), 0.0));
     };
     double begin = startFrame;
-    for (const Sum& sum : sums_) {
+    for (const EnvelopeSum& sum : sums_) {
         const double end = begin + static_cast<double>(sum.frames);
         std::size_t first = columnOf((begin + end - 1) / 2);
         std::size_t last = first;
@@ -86,14 +65,9 @@ std::vector<EnvelopeColumn> GrowingEnvelope::columns(std::size_t count, double f
         }
         begin = end;
     }
-    std::vector<EnvelopeColumn> columns(count);
-    for (std::size_t index = 0; index < count; ++index) {
-        const Sum& sum = wanted[index];
-        if (sum.frames > 0) {
-            const double samples = static_cast<double>(sum.frames) * channels_;
-            columns[index] = {sum.lowest, sum.highest,
-                              static_cast<float>(std::sqrt(sum.squares / samples)), true};
-        }
+    std::vector<EnvelopeColumn> columns;
+    for (const EnvelopeSum& sum : wanted) {
+        columns.push_back(sum.column(channels_));
     }
     return columns;
 }

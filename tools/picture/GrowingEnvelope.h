@@ -18,10 +18,10 @@ class GrowingEnvelope {
     void push(const float* samples, std::size_t frames);
     void pushSilence(std::uint64_t frames);
 
-    [[nodiscard]] std::uint64_t frames() const { return frames_; }
+    [[nodiscard]] std::uint64_t frames() const { return whole_.frames; }
     /// Largest magnitude and RMS of everything so far.
-    [[nodiscard]] double peak() const { return peak_; }
-    [[nodiscard]] double rms() const;
+    [[nodiscard]] double peak() const { return whole_.peak(); }
+    [[nodiscard]] double rms() const { return whole_.rms(channels_); }
     /// As EnvelopeBuilder gives them for a recording that begins `startFrame` frames into the first
     /// of `count` columns, but for borders of columns, which are off by a part of a column.
     [[nodiscard]] std::vector<EnvelopeColumn> columns(std::size_t count, double framesPerColumn,
@@ -32,23 +32,13 @@ class GrowingEnvelope {
     static constexpr std::size_t kMostColumns = 8192;
 
   private:
-    struct Sum {
-        float lowest = 0;
-        float highest = 0;
-        double squares = 0;
-        std::uint64_t frames = 0;
-
-        void add(const Sum& other);
-    };
-    void add(const Sum& frames);
+    void add(const EnvelopeSum& frames);
     void halve();
 
     int channels_;
-    std::vector<Sum> sums_;    // the last one may still be growing
-    std::uint64_t width_ = 1;  // frames of each
-    std::uint64_t frames_ = 0;
-    double peak_ = 0;
-    double squares_ = 0;
+    std::vector<EnvelopeSum> sums_;  // the last one may still be growing
+    std::uint64_t width_ = 1;        // frames of each
+    EnvelopeSum whole_;
 };
 
 }  // namespace tqpicture

@@ -43,12 +43,24 @@ std::string complaint(std::size_t tracks, const Options& options) {
     return {};
 }
 
-bool isStart(double seconds) {
-    return seconds >= 0 && std::isfinite(seconds);
-}
+/// What all tracks of a picture have in common.
+struct Axes {
+    double seconds = 0;
+    double topHertz = 0;
 
-double axisFor(double seconds) {
-    return seconds < kSmallestAxisSeconds ? 1 : seconds;
+    /// False where the track begins nowhere.
+    [[nodiscard]] bool take(double startSeconds, double length, double sampleRate) {
+        seconds = std::max(seconds, startSeconds + length);
+        topHertz = std::max(topHertz, sampleRate / 2);
+        return startSeconds >= 0 && std::isfinite(startSeconds);
+    }
+    [[nodiscard]] double shownSeconds() const {
+        return seconds < kSmallestAxisSeconds ? 1 : seconds;
+    }
+};
+
+std::string startComplaint(const std::string& track) {
+    return "start of " + track + " out of range";
 }
 
 bool writeFile(const std::string& path, const Png& png, std::string& error) {
@@ -70,21 +82,17 @@ bool drawPicture(const std::vector<Track>& tracks, const std::string& pngPath,
         return false;
     }
     const Layout layout = layOut(tracks.size(), options);
-    double axisSeconds = 0;
-    double topHertz = 0;
+    Axes axes;
     for (const Track& track : tracks) {
-        if (!isStart(track.startSeconds)) {
-            error = "start of " + track.path + " out of range";
-            return false;
-        }
         TrackInfo info;
         if (!readTrackInfo(track.path, info, error)) {
             return false;
         }
-        axisSeconds = std::max(axisSeconds, track.startSeconds + info.seconds());
-        topHertz = std::max(topHertz, info.sampleRate / 2.0);
+        if (!axes.take(track.startSeconds, info.seconds(), info.sampleRate)) {
+            error = startComplaint(track.path);
+            return false;
+        }
     }
-    axisSeconds = axisFor(axisSeconds);
 
     std::vector<DrawnTrack> drawn(tracks.size());
     for (std::size_t index = 0; index < tracks.size(); ++index) {
@@ -92,14 +100,14 @@ bool drawPicture(const std::vector<Track>& tracks, const std::string& pngPath,
         const Rectangle& plot = layout.lanes[index].spectrogram;
         drawn[index].name =
             track.name.empty() ? std::filesystem::path(track.path).filename().string() : track.name;
-        if (!analyseTrack(track, axisSeconds, static_cast<std::size_t>(plot.width),
-                          frequencyScale(options, topHertz, plot.height), drawn[index].analysis,
-                          error)) {
+        if (!analyseTrack(track, axes.shownSeconds(), static_cast<std::size_t>(plot.width),
+                          frequencyScale(options, axes.topHertz, plot.height),
+                          drawn[index].analysis, error)) {
             return false;
         }
     }
     Png png;
-    return draw({options, layout, drawn, axisSeconds, topHertz}, png, error) &&
+    return draw({options, layout, drawn, axes.shownSeconds(), axes.topHertz}, png, error) &&
            writeFile(pngPath, png, error);
 }
 
@@ -110,27 +118,23 @@ bool drawPicture(const std::vector<KeptTrack>& tracks, const Options& options, P
         return false;
     }
     const Layout layout = layOut(tracks.size(), options);
-    double axisSeconds = 0;
-    double topHertz = 0;
+    Axes axes;
     for (const KeptTrack& track : tracks) {
-        if (!isStart(track.startSeconds)) {
-            error = "start of " + track.name + " out of range";
+        if (!axes.take(track.startSeconds, track.sound->seconds(), track.sound->sampleRate())) {
+            error = startComplaint(track.name);
             return false;
         }
-        axisSeconds = std::max(axisSeconds, track.startSeconds + track.sound->seconds());
-        topHertz = std::max(topHertz, track.sound->sampleRate() / 2.0);
     }
-    axisSeconds = axisFor(axisSeconds);
     std::vector<DrawnTrack> drawn;
     for (std::size_t index = 0; index < tracks.size(); ++index) {
         const KeptTrack& track = tracks[index];
         const Rectangle& plot = layout.lanes[index].spectrogram;
-        drawn.push_back(
-            {track.name, track.sound->analysis(track.startSeconds, axisSeconds,
-                                               static_cast<std::size_t>(plot.width),
-                                               frequencyScale(options, topHertz, plot.height))});
+        drawn.push_back({track.name, track.sound->analysis(
+                                         track.startSeconds, axes.shownSeconds(),
+                                         static_cast<std::size_t>(plot.width),
+                                         frequencyScale(options, axes.topHertz, plot.height))});
     }
-    return draw({options, layout, drawn, axisSeconds, topHertz}, png, error);
+    return draw({options, layout, drawn, axes.shownSeconds(), axes.topHertz}, png, error);
 }
 
 }  // namespace tqpicture
