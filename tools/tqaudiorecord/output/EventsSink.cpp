@@ -3,11 +3,11 @@
 #include <TQAudioRecord/tq_events.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <utility>
+#include "output/files/FileSeries.h"
 
 namespace tqrecorder {
 namespace {
@@ -49,8 +49,7 @@ bool EventsSink::open() {
 void EventsSink::block(const Process& process, const Block& block) {
     noteBeginning(process, block);
     if (part_ != nullptr && !part_->hasName() && !isEmpty_ &&
-        std::any_of(block.frames.begin(), block.frames.end(),
-                    [](std::byte byte) { return byte != std::byte{0}; })) {
+        hasSound(block.frames, block.format)) {
         takeName();
     }
 }

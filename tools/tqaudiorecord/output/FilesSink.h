@@ -32,8 +32,6 @@ class FilesSink : public Sink {
     /// Those written so far, those of the first process first.
     [[nodiscard]] virtual std::vector<WrittenFile> files() const = 0;
 
-    /// Writes what is kept in memory, of that many last seconds. Gives the files.
-    virtual std::vector<WrittenFile> saveLast(std::optional<double> /*seconds*/) { return {}; }
     /// What follows goes to new files. Gives those that are complete now.
     virtual std::vector<WrittenFile> split() { return {}; }
 

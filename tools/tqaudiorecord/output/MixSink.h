@@ -1,49 +1,56 @@
 #pragma once
 
-#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "output/FilesSink.h"
-#include "output/StreamClock.h"
-#include "output/files/FileNames.h"
+#include "output/ProcessFilesSink.h"
+#include "output/TimedSeries.h"
 
 namespace tqrecorder {
 
-/// Writes the mix of every process to a file of its own.
-class MixSink : public FilesSink {
+/// The mix of one process in files. [one host thread at a time]; waits for the disk.
+class MixRecording {
   public:
-    MixSink(FileSeries::Plan plan, std::shared_ptr<ProcessNames> names);
+    explicit MixRecording(const FileSeries::Plan& plan)
+        : unbegun_(std::make_unique<FileSeries>(plan, kMixFormat)) {}
 
-    /// Makes the first file before there is anything to write. False with a line in problems().
-    [[nodiscard]] bool open();
+    /// Makes the first file. False when that failed; see problems().
+    [[nodiscard]] bool open() { return unbegun_->open(); }
+    /// When the file begins: host time of the process's first block, in microseconds.
+    void beginAt(std::uint64_t microseconds) {
+        mix_.emplace(std::move(*unbegun_),
+                     StreamClock(kMixFormat.sampleRate, microseconds, kMixPatience), "mix",
+                     microseconds);
+        unbegun_.reset();
+    }
+    /// Blocks of tracks are left out.
+    void block(const Block& block) {
+        if (block.track == 0 && block.format == kMixFormat) {
+            mix_->write(block);
+        }
+    }
+    /// Brings the disk up to date.
+    void refresh() { series().refresh(); }
+    /// As FileSeries has it.
+    [[nodiscard]] std::optional<WrittenFile> split() { return series().split(); }
+    void finish() { series().finish(); }
 
-    void block(const Process& process, const Block& block) override;
-    void processEnded(const Process& process, const HostFacts& facts) override;
-    std::vector<WrittenFile> split() override;
-    void finish() override;
-    [[nodiscard]] std::vector<std::string> problems() const override;
-    [[nodiscard]] std::vector<WrittenFile> files() const override;
-
-  protected:
-    void refresh() override;
+    [[nodiscard]] const std::vector<std::string>& problems() const { return series().problems(); }
+    [[nodiscard]] std::vector<WrittenFile> files() const {
+        return mix_ ? mix_->files(0) : unbegun_->files();
+    }
 
   private:
-    struct Stream {
-        std::unique_ptr<FileSeries> series;
-        StreamClock clock;
-        std::uint64_t beganAt;
-    };
-    /// Null for a process beyond the bound.
-    Stream* streamOf(const Process& process, std::uint64_t microseconds);
+    [[nodiscard]] FileSeries& series() { return mix_ ? mix_->series() : *unbegun_; }
+    [[nodiscard]] const FileSeries& series() const { return mix_ ? mix_->series() : *unbegun_; }
 
-    FileSeries::Plan plan_;
-    std::shared_ptr<ProcessNames> names_;
-    std::unique_ptr<FileSeries> opened_;  // until the first process needs it
-    std::map<int, Stream> streams_;
-    std::uint64_t refused_ = 0;  // blocks of processes beyond the bound
-    bool isFinished_ = false;
+    std::unique_ptr<FileSeries> unbegun_;  ///< until it is known when the file begins
+    std::optional<TimedSeries> mix_;
 };
+
+/// Writes the mix of every process to a file of its own.
+using MixSink = ProcessFilesSink<MixRecording>;
 
 }  // namespace tqrecorder

@@ -36,6 +36,20 @@ class PauseTime {
         }
         return all;
     }
+    /// Of so many frames that were lost right before that time, those that no pause leaves out.
+    [[nodiscard]] std::uint64_t lostOutside(std::uint64_t time, std::uint64_t lostFrames,
+                                            double sampleRate) const {
+        if (lostFrames == 0 || !(sampleRate > 0)) {
+            return 0;
+        }
+        const double length =
+            std::min(static_cast<double>(lostFrames) / sampleRate * 1e6, static_cast<double>(time));
+        const auto begin = time - static_cast<std::uint64_t>(length);
+        const std::uint64_t paused = before(time) - before(begin);
+        const double left = length - static_cast<double>(paused);
+        return paused == 0 ? lostFrames
+                           : static_cast<std::uint64_t>(std::max(left, 0.0) / 1e6 * sampleRate);
+    }
 
   private:
     struct Pause {

@@ -9,10 +9,12 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "output/FilesSink.h"
+#include "output/files/FileSeries.h"
 #include "output/files/SoundFile.h"
 
 namespace tqrecorder {
@@ -21,6 +23,9 @@ namespace {
 // At the end the recorder waits this long for the reader to take the next piece, as often as it
 // does.
 constexpr int kLastPatienceMilliseconds = 5000;
+
+// Seconds. A launcher that keeps a silent stream open does not keep its game out.
+constexpr double kMostSilence = 1;
 
 /// 44 bytes in front of 16-bit stereo samples; a pipe cannot go back and fill lengths in, and
 /// readers take the largest ones for "until the end".
@@ -56,9 +61,8 @@ std::array<std::byte, 44> streamingHeader() {
 
 }  // namespace
 
-PipeSink::PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> names,
-                   std::size_t mostBytes)
-    : descriptor_(descriptor), names_(std::move(names)), mostBytes_(mostBytes) {
+PipeSink::PipeSink(int descriptor, Shape shape, std::size_t mostBytes)
+    : descriptor_(descriptor), mostBytes_(mostBytes) {
     if (shape == Shape::kWav) {
         struct stat status {};
         if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode) &&
@@ -71,9 +75,39 @@ PipeSink::PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> na
     }
 }
 
+bool PipeSink::takes(const Process& process, const Block& block) {
+    const bool sounds = hasSound(block.frames, block.format);
+    const auto seconds =
+        static_cast<double>(block.frames.size() / kMixFormat.frameBytes()) / kMixFormat.sampleRate;
+    if (holder_ != process.id) {
+        if (holder_ && (!sounds || !isHolderSilent())) {
+            leftOut_[process.name] += sounds ? seconds : 0;
+            return false;
+        }
+        holder_ = process.id;
+        // Who has not sounded yet keeps nobody out.
+        silence_ = kMostSilence;
+    }
+    silence_ = sounds ? 0 : silence_ + seconds;
+    heardAt_ = Clock::now();
+    return true;
+}
+
+/// By what it delivered, or because it delivers nothing: its stamps and another's are not read at
+/// the same time.
+bool PipeSink::isHolderSilent() const {
+    const std::chrono::duration<double> since = Clock::now() - heardAt_;
+    return silence_ >= kMostSilence || since.count() >= kMostSilence;
+}
+
+void PipeSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
+    if (holder_ == process.id) {
+        holder_.reset();
+    }
+}
+
 void PipeSink::block(const Process& process, const Block& block) {
-    const std::string& addition = names_->additionOf(process);
-    if (block.track != 0 || block.format != kMixFormat || !addition.empty()) {
+    if (block.track != 0 || block.format != kMixFormat || !takes(process, block)) {
         return;
     }
     if (clock_ == nullptr) {
@@ -199,6 +233,14 @@ std::vector<std::string> PipeSink::problems() const {
     }
     if (refused_ > 0) {
         all.push_back("standard output: its reader was too slow and missed part of the sound");
+    }
+    for (const auto& [name, seconds] : leftOut_) {
+        if (seconds > 0) {
+            std::array<char, 32> length{};
+            std::snprintf(length.data(), length.size(), "%.2f s of ", seconds);
+            all.push_back(std::string("standard output: ") + length.data() + name +
+                          " left out, as another program played");
+        }
     }
     return all;
 }

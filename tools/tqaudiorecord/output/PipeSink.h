@@ -2,30 +2,33 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "core/Sink.h"
 #include "output/StreamClock.h"
-#include "output/files/FileNames.h"
 #include "output/files/FileSeries.h"
 
 namespace tqrecorder {
 
-/// Writes the mix of the first process that plays to a pipe, as it is or behind a WAV header
-/// whose lengths say "unknown"; in a file they are filled in at the end. Never waits for the reader
-/// while the recording runs: what the reader does not take is kept, up to a bound, and what goes
-/// over it is lost and counted.
+/// Writes the mix of one process at a time to a pipe, as it is or behind a WAV header whose lengths
+/// say "unknown"; in a file they are filled in at the end. Another process follows where the one
+/// before has ended or is silent for a second; who sounds meanwhile is left out and counted. Never
+/// waits for the reader while the recording runs: what the reader does not take is kept, up to a
+/// bound, and what goes over it is lost and counted.
 class PipeSink : public Sink {
   public:
     enum class Shape { kRaw, kWav };
     /// `descriptor` stays the caller's. SIGPIPE has to be ignored.
-    PipeSink(int descriptor, Shape shape, std::shared_ptr<ProcessNames> names,
-             std::size_t mostBytes = kMostBytes);
+    PipeSink(int descriptor, Shape shape, std::size_t mostBytes = kMostBytes);
 
     void block(const Process& process, const Block& block) override;
+    void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
     [[nodiscard]] std::string reasonToEnd() const override { return reason_; }
     void finish() override;
@@ -37,13 +40,20 @@ class PipeSink : public Sink {
     static constexpr std::size_t kMostBytes = std::size_t{16} << 20U;
 
   private:
+    using Clock = std::chrono::steady_clock;
+
+    [[nodiscard]] bool takes(const Process& process, const Block& block);
+    [[nodiscard]] bool isHolderSilent() const;
     void queue(std::span<const std::byte> bytes);
     void drain(int patienceMilliseconds);
     void completeHeader() const;
 
     int descriptor_;
-    std::shared_ptr<ProcessNames> names_;
     std::size_t mostBytes_;
+    std::optional<int> holder_;              ///< id of the process whose mix it is
+    double silence_ = 0;                     ///< seconds of it that the holder has delivered last
+    Clock::time_point heardAt_;              ///< when it delivered last
+    std::map<std::string, double> leftOut_;  ///< seconds, by the program's name
     std::vector<std::byte> waiting_;
     std::size_t sent_ = 0;  // of what waits
     std::unique_ptr<StreamClock> clock_;

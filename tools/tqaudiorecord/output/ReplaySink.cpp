@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <new>
 #include <utility>
@@ -21,8 +20,11 @@ double lengthOf(const BlockFormat& format, double seconds) {
 
 }  // namespace
 
-ReplaySink::ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names)
-    : plan_(std::move(plan)), names_(std::move(names)) {
+ReplaySink::ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names, ReplaySaver::Write write)
+    : plan_(std::move(plan)),
+      names_(std::move(names)),
+      saver_(write ? std::move(write)
+                   : [plan = plan_](const ReplaySave& save) { return writeReplay(plan, save); }) {
 }
 
 bool ReplaySink::open() {
@@ -46,34 +48,8 @@ bool ReplaySink::open() {
     return true;
 }
 
-void ReplaySink::Memory::add(std::span<const std::byte> bytes) {
-    // Of what is longer than the room only the end stays.
-    const std::size_t skipped = bytes.size() > capacity ? bytes.size() - capacity : 0;
-    written += skipped;
-    bytes = bytes.subspan(skipped);
-    const std::size_t place = written % capacity;
-    const std::size_t first = std::min(bytes.size(), capacity - place);
-    std::memcpy(ring.get() + place, bytes.data(), first);
-    std::memcpy(ring.get(), bytes.data() + first, bytes.size() - first);
-    written += bytes.size();
-}
-
-void ReplaySink::Memory::addSilence(std::uint64_t bytes) {
-    const std::uint64_t room = capacity;
-    written += bytes > room ? bytes - room : 0;
-    for (std::uint64_t left = std::min(bytes, room); left > 0;) {
-        const std::size_t place = written % room;
-        const std::size_t count =
-            static_cast<std::size_t>(std::min<std::uint64_t>(left, room - place));
-        std::memset(ring.get() + place, 0, count);
-        written += count;
-        left -= count;
-    }
-}
-
 double ReplaySink::Memory::frameAt(double microseconds) const {
-    const auto frames = static_cast<double>(written / format.frameBytes());
-    return frames - (clock.end() - microseconds) / 1e6 * format.sampleRate;
+    return static_cast<double>(newest()) - (clock.end() - microseconds) / 1e6 * format.sampleRate;
 }
 
 ReplaySink::Memory& ReplaySink::memoryOf(ProcessMemory& process, const Block& block) {
@@ -87,23 +63,37 @@ ReplaySink::Memory& ReplaySink::memoryOf(ProcessMemory& process, const Block& bl
     }
     forgetOld(process);
     const double patience = block.track == 0 ? kMixPatience : kTrackPatience;
-    Memory memory{
-        block.format,
-        std::string(block.unit),
-        static_cast<std::size_t>(lengthOf(block.format, plan_.seconds)) * block.format.frameBytes(),
-        nullptr,
-        0,
-        StreamClock(block.format.sampleRate, block.microseconds, patience)};
-    // The system gives its pages as they are filled.
+    Memory memory{.format = block.format,
+                  .unit = std::string(block.unit),
+                  .sound = std::nullopt,
+                  .clock = StreamClock(block.format.sampleRate, block.microseconds, patience),
+                  .number = ++lastNumber_};
+    const std::size_t frameBytes = block.format.frameBytes();
     try {
-        memory.ring = std::make_unique_for_overwrite<std::byte[]>(memory.capacity);
+        memory.sound.emplace(
+            static_cast<std::size_t>(lengthOf(block.format, plan_.seconds)) * frameBytes,
+            frameBytes);
     } catch (const std::bad_alloc&) {
-        // Other streams, and what else is written, go on.
-        problems_.push_back((memory.unit.empty() ? "the mix" : memory.unit) +
-                            ": there is no memory left to keep its last seconds");
+        complainOfMemory(memory);
     }
     process.streams.emplace_back(block.track, std::move(memory));
     return process.streams.back().second;
+}
+
+void ReplaySink::keep(Memory& memory, std::uint64_t silence, std::span<const std::byte> bytes) {
+    try {
+        memory.sound->addSilence(silence);
+        memory.sound->add(bytes);
+    } catch (const std::bad_alloc&) {
+        complainOfMemory(memory);
+    }
+}
+
+/// Other streams, and what else is written, go on.
+void ReplaySink::complainOfMemory(Memory& memory) {
+    memory.sound.reset();
+    problems_.push_back((memory.unit.empty() ? "the mix" : memory.unit) +
+                        ": there is no memory left to keep its last seconds");
 }
 
 void ReplaySink::block(const Process& process, const Block& block) {
@@ -119,7 +109,7 @@ void ReplaySink::block(const Process& process, const Block& block) {
         found->second.addition = names_->additionOf(process);
     }
     Memory& memory = memoryOf(found->second, block);
-    if (memory.ring == nullptr) {
+    if (!memory.sound) {
         return;
     }
     const std::size_t frameBytes = block.format.frameBytes();
@@ -130,8 +120,7 @@ void ReplaySink::block(const Process& process, const Block& block) {
         problems_.push_back(
             jumpText(isMix || plan_.tracksFolder.empty() ? plan_.mix.path : plan_.tracksFolder));
     }
-    memory.addSilence(silence * frameBytes);
-    memory.add(block.frames.first(frames * frameBytes));
+    keep(memory, silence * frameBytes, block.frames.first(frames * frameBytes));
 }
 
 void ReplaySink::processEnded(const Process& process, const HostFacts& /*facts*/) {
@@ -150,7 +139,7 @@ void ReplaySink::makeRoom() {
 }
 
 // Streams that have ended, and of which nothing is within the seconds that are kept.
-void ReplaySink::forgetOld(ProcessMemory& process) const {
+void ReplaySink::forgetOld(ProcessMemory& process) {
     double end = 0;
     for (const auto& [track, memory] : process.streams) {
         end = std::max(end, memory.clock.end());
@@ -158,10 +147,23 @@ void ReplaySink::forgetOld(ProcessMemory& process) const {
     std::erase_if(process.streams, [&](const auto& one) {
         return !one.second.isCurrent && one.second.clock.end() < end - plan_.seconds * 1e6;
     });
-    const auto ended = std::find_if(process.streams.begin(), process.streams.end(),
-                                    [](const auto& one) { return !one.second.isCurrent; });
-    if (process.streams.size() >= kMostStreams && ended != process.streams.end()) {
-        process.streams.erase(ended);
+    // Of more than there is room for, the one whose sound is the oldest goes.
+    const auto oldest = std::min_element(
+        process.streams.begin(), process.streams.end(), [](const auto& one, const auto& other) {
+            const auto order = [](const Memory& memory) {
+                return std::pair(memory.isCurrent, memory.clock.end());
+            };
+            return order(one.second) < order(other.second);
+        });
+    if (process.streams.size() >= kMostStreams && !oldest->second.isCurrent) {
+        process.streams.erase(oldest);
+        const std::string problem =
+            (plan_.mix.path.empty() ? plan_.tracksFolder : plan_.mix.path) + ": more than " +
+            std::to_string(kMostStreams) +
+            " streams within what is kept; those that ended first are in no clip";
+        if (std::find(problems_.begin(), problems_.end(), problem) == problems_.end()) {
+            problems_.push_back(problem);
+        }
     }
 }
 

@@ -3,37 +3,44 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "core/Sink.h"
 #include "output/FilesSink.h"
+#include "output/ReplayMemory.h"
+#include "output/ReplaySaver.h"
 #include "output/StreamClock.h"
 #include "output/files/FileNames.h"
 
 namespace tqrecorder {
 
-/// Keeps the last seconds of every process's mix and tracks in memory, in room that is taken once
-/// for each, and writes them to new numbered files when asked to, or all to one Matroska file: what
-/// is in one save begins and ends together. The end of a recording saves nothing by itself.
+/// Keeps the last seconds of every process's mix and tracks in memory, and has them written to new
+/// numbered files when asked to, or all to one Matroska file: what is in one save begins and ends
+/// together. The end of a recording saves nothing by itself. Saves are written while more is kept;
+/// until then what they hold stays in memory beside it.
 class ReplaySink : public FilesSink {
   public:
-    struct Plan {
-        FileSeries::Plan mix;      ///< an empty path for none
-        std::string tracksFolder;  ///< empty for none
-        double seconds = 0;
-        bool overlaps = false;  ///< else what was saved is not saved again: files go on
-        const FileFormat* tracksKind = &trackFormat();
-    };
-    ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names);
+    using Plan = ReplayPlan;
+    /// `write` is called on another thread.
+    ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names, ReplaySaver::Write write = {});
 
     /// Sees whether files can be made there. False with a line in problems().
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
-    std::vector<WrittenFile> saveLast(std::optional<double> seconds) override;
+    /// Begins to save that many last seconds, or all that is kept. Gives the ticket that
+    /// takeSaved() has when it is written; 0 where there is nothing to save.
+    [[nodiscard]] std::uint64_t beginSave(std::optional<double> seconds);
+    /// Whether so many saves are under way that there is no room for another.
+    [[nodiscard]] bool isSavingAllItCan() const { return saver_.isFull(); }
+    /// Those that were written since the last call.
+    [[nodiscard]] std::vector<ReplaySaved> takeSaved();
+    /// Waits for the saves that are under way.
+    void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }
     [[nodiscard]] std::vector<WrittenFile> files() const override { return files_; }
 
@@ -44,18 +51,18 @@ class ReplaySink : public FilesSink {
     /// The last of one stream.
     struct Memory {
         BlockFormat format;
-        std::string unit;  ///< empty for the mix
-        std::size_t capacity = 0;
-        std::unique_ptr<std::byte[]> ring;  ///< null where there was no memory for it
-        std::uint64_t written = 0;          // bytes ever
+        std::string unit;                   ///< empty for the mix
+        std::optional<ReplayMemory> sound;  ///< none where there was no memory for it
         StreamClock clock;
         bool isCurrent = true;
+        std::uint64_t number = 0;                   ///< no other stream has it
         std::optional<std::int64_t> savedFrames{};  ///< up to there, since the stream began
 
-        void add(std::span<const std::byte> bytes);
-        void addSilence(std::uint64_t bytes);
-        [[nodiscard]] std::uint64_t oldest() const {
-            return written > capacity ? written - capacity : 0;
+        [[nodiscard]] std::int64_t newest() const {
+            return static_cast<std::int64_t>(sound->written() / format.frameBytes());
+        }
+        [[nodiscard]] std::int64_t oldest() const {
+            return static_cast<std::int64_t>(sound->oldest() / format.frameBytes());
         }
         /// Frames since the stream began, at that time; before that, less than 0.
         [[nodiscard]] double frameAt(double microseconds) const;
@@ -70,31 +77,40 @@ class ReplaySink : public FilesSink {
         /// Host time behind its last sound.
         [[nodiscard]] double newest() const;
     };
-    struct Clip;
+    /// How far a process and its streams were saved before a save.
+    struct Mark {
+        std::uint64_t ticket;
+        int processId;
+        double savedUntil;
+        std::map<std::uint64_t, std::optional<std::int64_t>> savedFrames;  // by stream
+    };
     [[nodiscard]] bool keepsTracks() const {
         return !plan_.tracksFolder.empty() ||
                (plan_.mix.kind != nullptr && plan_.mix.kind->isMatroska());
     }
-    [[nodiscard]] std::optional<Clip> clipOf(Memory& memory, double from, double to) const;
+    [[nodiscard]] StreamClip clipOf(int track, const Memory& memory, double from, double to) const;
     [[nodiscard]] Memory& memoryOf(ProcessMemory& process, const Block& block);
+    void keep(Memory& memory, std::uint64_t silence, std::span<const std::byte> bytes);
+    void complainOfMemory(Memory& memory);
     void makeRoom();
-    void forgetOld(ProcessMemory& process) const;
-    /// What is kept of a process of the last `seconds` before `now`, in host time.
-    void saveProcess(int id, ProcessMemory& process, double now, double seconds,
-                     std::vector<WrittenFile>& saved);
-    [[nodiscard]] bool write(Memory& memory, std::string path, double from, double to,
-                             WrittenFile& written);
-    /// All streams into one file.
-    [[nodiscard]] bool writeTogether(ProcessMemory& process, const std::string& path, double from,
-                                     double to, WrittenFile& written);
-    [[nodiscard]] std::string pathOf(int track, const Memory& memory,
-                                     const std::string& addition) const;
+    void forgetOld(ProcessMemory& process);
+    /// What is kept of a process of the last `seconds` before `now`, in host time. It counts as
+    /// saved from now on.
+    [[nodiscard]] std::optional<ProcessClip> clipOf(int id, ProcessMemory& process, double now,
+                                                    double seconds);
+    void collect();
+    void unmark(const Mark& mark);
 
     Plan plan_;
     std::shared_ptr<ProcessNames> names_;
     std::map<int, ProcessMemory> processes_;
+    std::uint64_t lastNumber_ = 0;  // of streams
+    std::uint64_t lastTicket_ = 0;
+    std::vector<Mark> marks_;  // of saves that are under way
+    std::vector<ReplaySaved> saved_;
     std::vector<WrittenFile> files_;
     std::vector<std::string> problems_;
+    ReplaySaver saver_;
 };
 
 }  // namespace tqrecorder

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string_view>
+#include <utility>
 
 namespace tqrecorder {
 namespace {
@@ -26,6 +28,20 @@ std::string firstTrackIn(const std::string& folder) {
         }
     }
     return {};
+}
+
+/// Whether a recording of tracks may have made a file of that name: "track-1-music.wav",
+/// "track-2-voice-game-001.opus". The numbers of an album have two digits.
+bool isTracksName(std::string_view name) {
+    if (!name.starts_with(kTrackPrefix)) {
+        return false;
+    }
+    const std::string_view rest = name.substr(kTrackPrefix.size());
+    return rest.size() > 2 && rest[0] >= '1' && rest[0] <= '0' + kMicrophoneTrack &&
+           rest[1] == '-' &&
+           std::any_of(fileFormats().begin(), fileFormats().end(), [rest](const FileFormat& kind) {
+               return rest.ends_with("." + std::string(kind.extension));
+           });
 }
 
 }  // namespace
@@ -60,6 +76,16 @@ bool TracksSink::open() {
                  "); --overwrite replaces them");
         return false;
     }
+    if (plan_.mayReplace) {
+        for (const auto& entry : std::filesystem::directory_iterator(plan_.folder, failure)) {
+            struct stat status {};
+            const std::string path = entry.path().string();
+            if (isTracksName(entry.path().filename().string()) &&
+                ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+                old_.push_back({path, status.st_dev, status.st_ino});
+            }
+        }
+    }
     return true;
 }
 
@@ -78,11 +104,11 @@ void TracksSink::begin(const Process& process, const Block& block) {
     FileSeries::Plan plan{
         path, plan_.kind, plan_.maximumSeconds, plan_.mayReplace,
         static_cast<std::uint64_t>(std::llround(offset * block.format.sampleRate))};
-    Track track{std::string(block.unit), name, FileSeries(plan, block.format),
-                StreamClock(block.format.sampleRate, beganAt, kTrackPatience,
+    const StreamClock clock(block.format.sampleRate, beganAt, kTrackPatience,
                             plan_.fromStart ? axis.received : std::chrono::steady_clock::now(),
-                            slackOf(block.format)),
-                beganAt};
+                            slackOf(block.format));
+    Track track{std::string(block.unit),
+                TimedSeries(FileSeries(plan, block.format), clock, name, beganAt)};
     tracks_.insert_or_assign({process.id, block.track}, std::move(track));
 }
 
@@ -97,8 +123,8 @@ void TracksSink::block(const Process& process, const Block& block) {
         return;
     }
     auto found = tracks_.find({process.id, block.track});
-    if (found != tracks_.end() &&
-        (found->second.unit != block.unit || found->second.series.format() != block.format)) {
+    if (found != tracks_.end() && (found->second.unit != block.unit ||
+                                   found->second.timed.series().format() != block.format)) {
         end(process.id, found->second);
         tracks_.erase(found);
         found = tracks_.end();
@@ -111,27 +137,32 @@ void TracksSink::block(const Process& process, const Block& block) {
         begin(process, block);
         found = tracks_.find({process.id, block.track});
     }
-    Track& track = found->second;
-    const std::size_t frames = block.frames.size() / frameBytes;
-    const std::uint64_t silence = track.clock.before(block.microseconds, frames, block.lostFrames);
-    if (track.clock.takeJump()) {
-        track.series.complain(jumpText(track.series.path()));
+    found->second.timed.write(block);
+    const FileSeries& series = found->second.timed.series();
+    if (!old_.empty() && series.isHeard() && series.problems().empty()) {
+        removeOld();
     }
-    track.series.writeSilence(silence);
-    track.series.write(block.frames.first(frames * frameBytes));
-    report(track);
+    report(found->second);
+}
+
+/// Those that are still the files that were there at the beginning.
+void TracksSink::removeOld() {
+    for (const Old& old : std::exchange(old_, {})) {
+        struct stat status {};
+        const bool isThere = ::lstat(old.path.c_str(), &status) == 0 &&
+                             status.st_dev == old.device && status.st_ino == old.number;
+        if (isThere && ::unlink(old.path.c_str()) != 0 && errno != ENOENT) {
+            complain(old.path +
+                     ": of an earlier recording, and cannot be removed: " + std::strerror(errno));
+        }
+    }
 }
 
 void TracksSink::end(int processId, Track& track) {
-    track.series.finish();
+    track.timed.series().finish();
     report(track);
-    for (WrittenFile file : track.series.files()) {
-        file.gaps = track.clock.gaps();
-        file.processId = processId;
-        file.name = track.name;
-        file.beganAt = track.beganAt;
-        done_.push_back(std::move(file));
-    }
+    const std::vector<WrittenFile> files = track.timed.files(processId);
+    done_.insert(done_.end(), files.begin(), files.end());
 }
 
 void TracksSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
@@ -148,7 +179,7 @@ void TracksSink::processEnded(const Process& process, const HostFacts& /*facts*/
 std::vector<WrittenFile> TracksSink::split() {
     std::vector<WrittenFile> done;
     for (auto& [key, track] : tracks_) {
-        if (std::optional<WrittenFile> file = track.series.split()) {
+        if (std::optional<WrittenFile> file = track.timed.series().split()) {
             done.push_back(std::move(*file));
         }
     }
@@ -157,7 +188,7 @@ std::vector<WrittenFile> TracksSink::split() {
 
 void TracksSink::refresh() {
     for (auto& [key, track] : tracks_) {
-        track.series.refresh();
+        track.timed.series().refresh();
     }
 }
 
@@ -172,8 +203,9 @@ void TracksSink::finish() {
 }
 
 void TracksSink::report(Track& track) {
-    for (; track.reported < track.series.problems().size(); ++track.reported) {
-        complain(track.series.problems()[track.reported]);
+    const std::vector<std::string>& problems = track.timed.series().problems();
+    for (; track.reported < problems.size(); ++track.reported) {
+        complain(problems[track.reported]);
     }
 }
 
@@ -186,13 +218,8 @@ void TracksSink::complain(const std::string& problem) {
 std::vector<WrittenFile> TracksSink::files() const {
     std::vector<WrittenFile> all = done_;
     for (const auto& [key, track] : tracks_) {
-        for (WrittenFile file : track.series.files()) {
-            file.gaps = track.clock.gaps();
-            file.processId = key.first;
-            file.name = track.name;
-            file.beganAt = track.beganAt;
-            all.push_back(std::move(file));
-        }
+        const std::vector<WrittenFile> files = track.timed.files(key.first);
+        all.insert(all.end(), files.begin(), files.end());
     }
     std::stable_sort(all.begin(), all.end(), [](const WrittenFile& a, const WrittenFile& b) {
         return std::pair(a.processId, a.name) < std::pair(b.processId, b.name);

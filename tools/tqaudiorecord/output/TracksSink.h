@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <memory>
 #include <set>
@@ -9,7 +11,7 @@
 
 #include "common/Descriptor.h"
 #include "output/FilesSink.h"
-#include "output/StreamClock.h"
+#include "output/TimedSeries.h"
 #include "output/files/FileNames.h"
 
 namespace tqrecorder {
@@ -17,6 +19,8 @@ namespace tqrecorder {
 /// Writes every track of every process to a file of its own in a folder, in the track's own
 /// format, with silence where its unit did not play. A file begins where its track does and says
 /// when that was.
+/// Tracks of an earlier recording that may be replaced go when the first new one has its name: all
+/// in the folder are of one recording.
 /// A track number that goes on with another unit or format goes on in another file.
 class TracksSink : public FilesSink {
   public:
@@ -46,10 +50,7 @@ class TracksSink : public FilesSink {
   private:
     struct Track {
         std::string unit;
-        std::string name;
-        FileSeries series;
-        StreamClock clock;
-        std::uint64_t beganAt;
+        TimedSeries timed;
         std::size_t reported = 0;  // of the series' problems
     };
     struct Axis {
@@ -59,6 +60,7 @@ class TracksSink : public FilesSink {
     };
     void begin(const Process& process, const Block& block);
     void end(int processId, Track& track);
+    void removeOld();
     void report(Track& track);
     void complain(const std::string& problem);
 
@@ -68,6 +70,13 @@ class TracksSink : public FilesSink {
     std::map<int, Axis> axes_;
     std::map<std::pair<int, int>, Track> tracks_;  // by process and track, those under way
     std::set<std::string> takenNames_;
+    /// A file of an earlier recording, to be replaced. A name may be another file's by then.
+    struct Old {
+        std::string path;
+        dev_t device = 0;
+        ino_t number = 0;
+    };
+    std::vector<Old> old_;
     std::vector<WrittenFile> done_;
     std::uint64_t refused_ = 0;  // blocks of units beyond the bound
     std::vector<std::string> problems_;

@@ -11,52 +11,53 @@ std::string VoiceSink::pathBeside(const std::string& mix) {
                         "-" + std::string(kMicrophoneName));
 }
 
+bool VoiceSink::open() {
+    const PartFile probe(
+        plan_.maximumSeconds ? withAddition(plan_.path, numberAddition(1)) : plan_.path,
+        plan_.mayReplace);
+    if (!probe.problem().empty()) {
+        problems_.push_back(probe.problem());
+    }
+    return problems_.empty();
+}
+
 void VoiceSink::block(const Process& process, const Block& block) {
     if (block.track != kMicrophoneTrack) {
         return;
     }
-    if (!stream_) {
-        stream_.emplace(
-            Stream{FileSeries(plan_, block.format),
-                   StreamClock(block.format.sampleRate, block.microseconds, kTrackPatience,
-                               std::chrono::steady_clock::now(), slackOf(block.format)),
-                   process.id, block.microseconds});
+    if (!voice_) {
+        processId_ = process.id;
+        voice_.emplace(FileSeries(plan_, block.format),
+                       StreamClock(block.format.sampleRate, block.microseconds, kTrackPatience,
+                                   std::chrono::steady_clock::now(), slackOf(block.format)),
+                       std::string(kMicrophoneName), block.microseconds);
     }
-    const std::size_t frames = block.frames.size() / block.format.frameBytes();
-    stream_->series.writeSilence(stream_->clock.before(block.microseconds, frames, 0));
-    stream_->series.write(block.frames);
+    voice_->write(block);
 }
 
 std::vector<WrittenFile> VoiceSink::split() {
-    std::optional<WrittenFile> file = stream_ ? stream_->series.split() : std::nullopt;
+    std::optional<WrittenFile> file = voice_ ? voice_->series().split() : std::nullopt;
     return file ? std::vector{std::move(*file)} : std::vector<WrittenFile>{};
 }
 
 void VoiceSink::refresh() {
-    if (stream_) {
-        stream_->series.refresh();
+    if (voice_) {
+        voice_->series().refresh();
     }
 }
 
 void VoiceSink::finish() {
-    if (stream_) {
-        stream_->series.finish();
+    if (voice_) {
+        voice_->series().finish();
     }
 }
 
 std::vector<std::string> VoiceSink::problems() const {
-    return stream_ ? stream_->series.problems() : std::vector<std::string>{};
+    return voice_ ? voice_->series().problems() : problems_;
 }
 
 std::vector<WrittenFile> VoiceSink::files() const {
-    std::vector<WrittenFile> all = stream_ ? stream_->series.files() : std::vector<WrittenFile>{};
-    for (WrittenFile& file : all) {
-        file.gaps = stream_->clock.gaps();
-        file.processId = stream_->processId;
-        file.name = kMicrophoneName;
-        file.beganAt = stream_->beganAt;
-    }
-    return all;
+    return voice_ ? voice_->files(processId_) : std::vector<WrittenFile>{};
 }
 
 }  // namespace tqrecorder

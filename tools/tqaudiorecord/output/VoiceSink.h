@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "output/FilesSink.h"
-#include "output/StreamClock.h"
+#include "output/TimedSeries.h"
 
 namespace tqrecorder {
 
@@ -17,6 +17,9 @@ class VoiceSink : public FilesSink {
     /// Where it goes beside a mix of that path: "out.flac" to "out-microphone.wav".
     [[nodiscard]] static std::string pathBeside(const std::string& mix);
 
+    /// Sees whether its file can be made. False with a line in problems().
+    [[nodiscard]] bool open();
+
     void block(const Process& process, const Block& block) override;
     std::vector<WrittenFile> split() override;
     void finish() override;
@@ -27,14 +30,10 @@ class VoiceSink : public FilesSink {
     void refresh() override;
 
   private:
-    struct Stream {
-        FileSeries series;
-        StreamClock clock;
-        int processId;
-        std::uint64_t beganAt;
-    };
     FileSeries::Plan plan_;
-    std::optional<Stream> stream_;
+    std::optional<TimedSeries> voice_;
+    std::vector<std::string> problems_;  ///< of open()
+    int processId_ = 0;
 };
 
 }  // namespace tqrecorder

@@ -11,9 +11,11 @@ namespace {
 
 constexpr double kRate = 44100;  ///< of the mix, and of what the microphone gives
 constexpr std::uint32_t kMixChannels = 2;
-/// What programs play is in their tracks later than it is heard, by the blocks it waits for.
-/// Measured on PulseAudio (docs/devices.md): 22 to 54 ms.
-constexpr double kTracksLaterSeconds = 0.035;
+/// What programs play is in their tracks later than it is heard: by the blocks it waits for, and
+/// what is played natively by what it is held back for as well (common/NativeSound.h). Measured
+/// (docs/devices.md): the middle of all servers and programs.
+constexpr double kTracksLaterSeconds = 0.027;
+constexpr double kNativeTracksLaterSeconds = 0.095;
 /// A mix is read up to 0.1 s behind its time, its first block a little later still.
 constexpr std::size_t kMostWaiting = 100;
 /// A microphone that says nothing for so long is silence in the mix.
@@ -49,9 +51,10 @@ void VoiceTrack::lay(std::uint64_t microseconds, std::span<const float> samples)
         aligner_.emplace(channels_, kRate);
     }
     const double away = static_cast<double>(microseconds) - beside_->clock.end();
-    aligner_->add(
-        static_cast<double>(beside_->clock.frames()) + (away / 1e6 + kTracksLaterSeconds) * kRate,
-        samples);
+    const double later =
+        beside_->process.usesPlatform ? kTracksLaterSeconds : kNativeTracksLaterSeconds;
+    aligner_->add(static_cast<double>(beside_->clock.frames()) + (away / 1e6 + later) * kRate,
+                  samples);
     std::int64_t position = aligner_->next();
     const std::vector<float> frames = aligner_->take();
     if (frames.empty()) {

@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <filesystem>
+
 #include "SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -41,6 +44,44 @@ TEST_F(MixSinkTest, LostBlocksBecomeSilenceOfTheirLength) {
     EXPECT_EQ(recorded.numberAt(5640), 5641);
     EXPECT_EQ(recorded.numberAt(9000), 9001);
     EXPECT_EQ(sink->files().at(0).gaps, 1U);
+}
+
+/// While it lives a signal that ends the recording waits to be read.
+class EndAsked {
+  public:
+    EndAsked() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &signals_, &before_);
+        raise(SIGINT);
+    }
+    ~EndAsked() {
+        int read = 0;
+        sigwait(&signals_, &read);
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    EndAsked(const EndAsked&) = delete;
+    EndAsked& operator=(const EndAsked&) = delete;
+
+  private:
+    sigset_t signals_{};
+    sigset_t before_{};
+};
+
+TEST_F(MixSinkTest, TheEndOfARecordingBreaksOffOnlyAGapOfMoreThanAMinute) {
+    for (const std::uint64_t seconds : {3U, 70U}) {
+        auto sink = mixSink();
+        play(*sink, game_, 0, 4410);
+        {
+            const EndAsked asked;
+            sink->block(game_, mixBlock(counting(441, 0), at(4410) + seconds * 1'000'000));
+        }
+        sink->finish();
+        EXPECT_EQ(sink->problems().size(), seconds < 60 ? 0U : 1U);
+        const RecordedFile recorded(sink->files().at(0).path);
+        EXPECT_EQ(recorded.frames() == 4410 + seconds * 44100 + 441, seconds < 60);
+        std::filesystem::remove(sink->files().at(0).path);
+    }
 }
 
 TEST_F(MixSinkTest, AJumpOfTheTimeStampsBecomesSilenceAndJitterDoesNot) {

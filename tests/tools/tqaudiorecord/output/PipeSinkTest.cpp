@@ -37,12 +37,11 @@ class PipeSinkTest : public testing::Test {
 
     int reader_ = -1;
     int writer_ = -1;
-    std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
     const Process game_ = process(1, "game", true);
 };
 
 TEST_F(PipeSinkTest, RawIsTheMixItself) {
-    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
     const auto bytes = counting(441, 0);
     sink.block(game_, mixBlock(bytes, 1000));
     sink.finish();
@@ -54,7 +53,7 @@ TEST_F(PipeSinkTest, AFileGetsItsLengthAtTheEnd) {
     const TemporaryFolder folder;
     const std::string path = folder.file("out.wav");
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    PipeSink sink(file, PipeSink::Shape::kWav, names_);
+    PipeSink sink(file, PipeSink::Shape::kWav);
     const auto bytes = counting(441, 0);
     sink.block(game_, mixBlock(bytes, 1000));
     sink.finish();
@@ -72,7 +71,7 @@ TEST_F(PipeSinkTest, AFileGetsItsLengthAtTheEnd) {
 }
 
 TEST_F(PipeSinkTest, WavBeginsWithAHeaderOfUnknownLength) {
-    PipeSink sink(writer_, PipeSink::Shape::kWav, names_);
+    PipeSink sink(writer_, PipeSink::Shape::kWav);
     const auto bytes = counting(441, 0);
     sink.block(game_, mixBlock(bytes, 1000));
     sink.finish();
@@ -85,7 +84,7 @@ TEST_F(PipeSinkTest, WavBeginsWithAHeaderOfUnknownLength) {
 }
 
 TEST_F(PipeSinkTest, AReaderThatGoesAwayEndsTheRecordingWithoutAProblem) {
-    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
     const auto bytes = counting(441, 0);
     sink.block(game_, mixBlock(bytes, 1000));
     sink.tick(100'000);
@@ -98,14 +97,14 @@ TEST_F(PipeSinkTest, AReaderThatGoesAwayEndsTheRecordingWithoutAProblem) {
 }
 
 TEST_F(PipeSinkTest, AReaderThatGoesAwayWhileNothingPlaysIsSeen) {
-    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
     close(std::exchange(reader_, -1));
     sink.tick(100'000);
     EXPECT_EQ(sink.reasonToEnd(), "standard output was closed by its reader");
 }
 
 TEST_F(PipeSinkTest, NeverWaitsForASlowReaderAndLosesNothingWithinItsRoom) {
-    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
     std::vector<std::byte> all;
     // Far more than a pipe holds.
     for (std::size_t block = 0; block < 600; ++block) {
@@ -125,7 +124,7 @@ TEST_F(PipeSinkTest, NeverWaitsForASlowReaderAndLosesNothingWithinItsRoom) {
 }
 
 TEST_F(PipeSinkTest, WhatGoesOverItsRoomIsCountedAsAProblem) {
-    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_, 100'000);
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, 100'000);
     for (std::size_t block = 0; block < 600; ++block) {
         const auto bytes = counting(441, block * 441);
         sink.block(game_, mixBlock(bytes, 1000 + block * 10'000));
@@ -135,20 +134,84 @@ TEST_F(PipeSinkTest, WhatGoesOverItsRoomIsCountedAsAProblem) {
     close(std::exchange(reader_, -1));
 }
 
-TEST_F(PipeSinkTest, CarriesTheFirstProcessOnly) {
-    PipeSink sink(writer_, PipeSink::Shape::kRaw, names_);
+// A second in microseconds, for blocks of 441 frames.
+constexpr std::uint64_t kPipeSecond = 1'000'000;
+
+TEST_F(PipeSinkTest, WhoSoundsBesideAnotherIsLeftOutAndThatIsAProblem) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
     const auto first = counting(441, 0);
-    const auto second = counting(441, 7);
     sink.block(game_, mixBlock(first, 1000));
-    sink.block(process(2, "child"), mixBlock(second, 2000));
+    sink.block(process(2, "child"), mixBlock(counting(441, 7), 2000));
+    sink.block(process(3, "mute"), mixBlock(std::vector<std::byte>(first.size()), 2000));
     sink.finish();
     EXPECT_EQ(readAll(), first);
+    EXPECT_THAT(sink.problems(),
+                testing::ElementsAre(
+                    "standard output: 0.01 s of child left out, as another program played"));
+}
+
+TEST_F(PipeSinkTest, WhenAProcessHasEndedTheNextFollows) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    auto all = counting(441, 0);
+    sink.block(game_, mixBlock(all, 1000));
+    sink.processEnded(game_, {});
+    const auto next = counting(441, 441);
+    sink.block(process(2, "next"), mixBlock(next, 11'000));
+    sink.finish();
+    all.insert(all.end(), next.begin(), next.end());
+    EXPECT_EQ(readAll(), all);
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, WhoHasNotSoundedYetKeepsNobodyOut) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    const std::vector<std::byte> silence(441 * kMixFormat.frameBytes());
+    const auto sound = counting(441, 5);
+    sink.block(game_, mixBlock(silence, 0));
+    sink.block(process(2, "player"), mixBlock(sound, 10'000));
+    sink.block(game_, mixBlock(silence, 10'000));
+    sink.block(process(2, "player"), mixBlock(sound, 20'000));
+    sink.finish();
+    EXPECT_EQ(readAll().size(), silence.size() + 2 * sound.size());
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, WhatAnotherDeliversAheadOfItsTimeTakesNothingFromWhoSounds) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    const auto sound = counting(441, 5);
+    sink.block(game_, mixBlock(sound, 0));
+    // Read after a stall, before the rest of the game's.
+    sink.block(process(2, "other"), mixBlock(sound, 5 * kPipeSecond));
+    sink.block(game_, mixBlock(sound, 10'000));
+    sink.finish();
+    EXPECT_EQ(readAll().size(), 2 * sound.size());
+}
+
+TEST_F(PipeSinkTest, WhoIsSilentForASecondGivesWayToWhoSounds) {
+    const TemporaryFolder folder;
+    const std::string path = folder.file("out.raw");
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    PipeSink sink(file, PipeSink::Shape::kRaw);
+    const std::vector<std::byte> silence(441 * kMixFormat.frameBytes());
+    for (std::uint64_t block = 0; block < 101; ++block) {
+        sink.block(game_, mixBlock(silence, block * kPipeSecond / 100));
+    }
+    const auto sound = counting(441, 5);
+    sink.block(process(2, "player"), mixBlock(sound, kPipeSecond + kPipeSecond / 100));
+    sink.finish();
+    close(file);
+    const std::string all = contentOf(path);
+    ASSERT_EQ(all.size(), 101 * silence.size() + sound.size()) << "at its time";
+    EXPECT_EQ(all.compare(101 * silence.size(), sound.size(),
+                          reinterpret_cast<const char*>(sound.data()), sound.size()),
+              0);
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
 }
 
 TEST(PipeSinkDeviceTest, AFullDeviceIsAProblem) {
     const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
     ASSERT_GE(full, 0);
-    PipeSink sink(full, PipeSink::Shape::kRaw, std::make_shared<ProcessNames>());
+    PipeSink sink(full, PipeSink::Shape::kRaw);
     const auto bytes = counting(441, 0);
     sink.block(process(1, "game", true), mixBlock(bytes, 1000));
     ASSERT_EQ(sink.problems().size(), 1U);

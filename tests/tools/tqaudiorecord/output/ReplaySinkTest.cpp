@@ -5,6 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <thread>
+
 #include "SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -21,13 +25,38 @@ class ReplaySinkTest : public SinkFixture {
         EXPECT_TRUE(sink->open());
         return sink;
     }
+    static std::vector<ReplaySaved> nextSaved(ReplaySink& sink) {
+        std::vector<ReplaySaved> saved;
+        while ((saved = sink.takeSaved()).empty()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+        return saved;
+    }
+    /// The files, when they are written.
+    static std::vector<WrittenFile> save(ReplaySink& sink, std::optional<double> seconds = {}) {
+        return sink.beginSave(seconds) == 0 ? std::vector<WrittenFile>{}
+                                            : nextSaved(sink).front().files;
+    }
+    /// Writes when it is let.
+    struct HeldWriter {
+        std::promise<void> begin;
+        std::shared_future<void> begun = begin.get_future().share();
+
+        [[nodiscard]] ReplaySaver::Write of(const ReplayPlan& plan) const {
+            return [plan, begun = begun](const ReplaySave& save) {
+                begun.wait();
+                return writeReplay(plan, save);
+            };
+        }
+    };
+    const ReplayPlan plan_{{folder_.file("replay.wav"), formatNamed("wav")}, {}, 0.5, true};
 };
 
 TEST_F(ReplaySinkTest, AReplayHoldsTheLastSeconds) {
     auto sink = replaySink(0.5);
     play(*sink, game_, 0, 100'000);
     EXPECT_TRUE(folder_.names().empty());
-    (void)sink->saveLast({});
+    (void)save(*sink);
     const RecordedFile recorded(folder_.file("replay-001.wav"));
     ASSERT_EQ(recorded.frames(), 22050U);
     for (std::size_t index = 0; index < 22050; ++index) {
@@ -40,7 +69,7 @@ TEST_F(ReplaySinkTest, SavesFollowEachOtherWithoutOverlapAndGap) {
     std::size_t expected = 0;
     for (const std::size_t end : {10'000U, 30'000U, 30'001U, 95'000U}) {
         play(*sink, game_, expected, end);
-        (void)sink->saveLast({});
+        (void)save(*sink);
         const RecordedFile recorded(sink->files().back().path);
         ASSERT_EQ(recorded.frames(), end - expected);
         for (std::size_t index = 0; index < recorded.frames(); ++index, ++expected) {
@@ -48,7 +77,7 @@ TEST_F(ReplaySinkTest, SavesFollowEachOtherWithoutOverlapAndGap) {
         }
     }
     // Nothing new, nothing saved; nor does the end save.
-    (void)sink->saveLast({});
+    (void)save(*sink);
     sink->finish();
     EXPECT_EQ(folder_.names(), (std::vector<std::string>{"replay-001.wav", "replay-002.wav",
                                                          "replay-003.wav", "replay-004.wav"}));
@@ -58,7 +87,7 @@ TEST_F(ReplaySinkTest, AReplayKeepsThoseOfEarlierRecordings) {
     std::ofstream(folder_.file("replay-001.wav")) << "precious";
     auto sink = replaySink(1);
     play(*sink, game_, 0, 470);
-    (void)sink->saveLast({});
+    (void)save(*sink);
     EXPECT_EQ(contentOf(folder_.file("replay-001.wav")), "precious");
     EXPECT_EQ(RecordedFile(folder_.file("replay-002.wav")).frames(), 470U);
 }
@@ -67,7 +96,7 @@ TEST_F(ReplaySinkTest, AReplayKeepsItsTimeOverAPauseLongerThanItself) {
     auto sink = replaySink(0.5);
     play(*sink, game_, 0, 44'100);
     play(*sink, game_, 44'100 * 5, 44'100 * 5 + 4700);
-    (void)sink->saveLast({});
+    (void)save(*sink);
     const RecordedFile recorded(folder_.file("replay-001.wav"));
     ASSERT_EQ(recorded.frames(), 22050U);
     EXPECT_EQ(recorded.numberAt(22050 - 4702), 0);
@@ -77,11 +106,11 @@ TEST_F(ReplaySinkTest, AReplayKeepsItsTimeOverAPauseLongerThanItself) {
 TEST_F(ReplaySinkTest, PressingTwiceGivesTwoFullClipsOfAnyLength) {
     auto sink = replaySink(0.5, true);
     play(*sink, game_, 0, 100'000);
-    ASSERT_EQ(sink->saveLast({}).size(), 1U);
+    ASSERT_EQ(save(*sink).size(), 1U);
     play(*sink, game_, 100'000, 100'470);
-    ASSERT_EQ(sink->saveLast({}).size(), 1U);
-    ASSERT_EQ(sink->saveLast(0.1).size(), 1U);
-    ASSERT_EQ(sink->saveLast(60).size(), 1U);
+    ASSERT_EQ(save(*sink).size(), 1U);
+    ASSERT_EQ(save(*sink, 0.1).size(), 1U);
+    ASSERT_EQ(save(*sink, 60).size(), 1U);
     const std::vector<std::size_t> lengths{22'050, 22'050, 4'410, 22'050};
     for (std::size_t clip = 0; clip < lengths.size(); ++clip) {
         const RecordedFile recorded(sink->files().at(clip).path);
@@ -89,6 +118,69 @@ TEST_F(ReplaySinkTest, PressingTwiceGivesTwoFullClipsOfAnyLength) {
         const std::size_t last = clip == 0 ? 99'999 : 100'469;
         EXPECT_EQ(recorded.numberAt(lengths[clip] - 1), static_cast<int>(last % 30000 + 1));
     }
+}
+
+TEST_F(ReplaySinkTest, AClipIsWrittenAsItWasAskedForWhileMoreIsPlayed) {
+    HeldWriter writer;
+    ReplaySink sink(plan_, names_, writer.of(plan_));
+    play(sink, game_, 0, 100'000);
+    EXPECT_EQ(sink.beginSave({}), 1U);
+    // Several times what is kept.
+    play(sink, game_, 100'000, 900'000);
+    EXPECT_EQ(sink.beginSave({}), 2U);
+    EXPECT_TRUE(sink.takeSaved().empty());
+    writer.begin.set_value();
+    sink.finish();
+    const std::vector<ReplaySaved> saved = sink.takeSaved();
+    ASSERT_EQ(saved.size(), 2U);
+    for (const std::size_t clip : {0U, 1U}) {
+        EXPECT_EQ(saved[clip].ticket, clip + 1);
+        const RecordedFile recorded(saved[clip].files.at(0).path);
+        ASSERT_EQ(recorded.frames(), 22'050U);
+        const std::size_t first = (clip == 0 ? 100'000U : 900'000U) - 22'050U;
+        for (std::size_t index = 0; index < recorded.frames(); ++index) {
+            ASSERT_EQ(recorded.numberAt(index), static_cast<int>((first + index) % 30000 + 1));
+        }
+    }
+}
+
+TEST_F(ReplaySinkTest, NoMoreSavesAreUnderWayThanTheMemoryIsBoundedFor) {
+    HeldWriter writer;
+    ReplaySink sink(plan_, names_, writer.of(plan_));
+    play(sink, game_, 0, 100'000);
+    for (std::size_t count = 0; count < ReplaySaver::kMost; ++count) {
+        EXPECT_FALSE(sink.isSavingAllItCan());
+        EXPECT_NE(sink.beginSave({}), 0U);
+    }
+    EXPECT_TRUE(sink.isSavingAllItCan());
+    writer.begin.set_value();
+    (void)nextSaved(sink);
+    EXPECT_FALSE(sink.isSavingAllItCan());
+    sink.finish();
+    EXPECT_EQ(sink.files().size(), ReplaySaver::kMost);
+}
+
+TEST_F(ReplaySinkTest, ASaveThatFindsNoMemoryFailsAndTheNextHasWhatItWasToHold) {
+    bool isShort = true;
+    ReplaySink sink(plan_, names_, [&](const ReplaySave& save) {
+        return std::exchange(isShort, false) ? throw std::bad_alloc() : writeReplay(plan_, save);
+    });
+    play(sink, game_, 0, 100'000);
+    ASSERT_NE(sink.beginSave({}), 0U);
+    EXPECT_THAT(
+        nextSaved(sink).front().problems,
+        testing::ElementsAre("a save of the replay failed: there is no memory left for it"));
+    EXPECT_EQ(save(sink).size(), 1U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 22'050U);
+}
+
+TEST_F(ReplaySinkTest, WhatIsAskedForBehindTheEndIsSavedToo) {
+    ReplaySink sink(plan_, names_);
+    play(sink, game_, 0, 100'000);
+    sink.finish();
+    EXPECT_NE(sink.beginSave({}), 0U);
+    EXPECT_EQ(sink.takeSaved().size(), 1U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 22'050U);
 }
 
 TEST_F(ReplaySinkTest, TracksAreSavedBesideTheMixAndLieOnItsTime) {
@@ -100,7 +192,7 @@ TEST_F(ReplaySinkTest, TracksAreSavedBesideTheMixAndLieOnItsTime) {
         const auto bytes = tone<float>(480, music, 480, frame);
         sink->block(game_, {1, "music", music, at(frame, 48000), bytes});
     }
-    ASSERT_EQ(sink->saveLast({}).size(), 2U);
+    ASSERT_EQ(save(*sink).size(), 2U);
     EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 44'100U);
     const RecordedFile track(folder_.file("tracks/track-1-music-001.wav"));
     ASSERT_NEAR(static_cast<double>(track.frames()), 48'000, 1);
@@ -116,7 +208,7 @@ TEST_F(ReplaySinkTest, WhatEndedBeforeTheLastSecondsIsInNoClip) {
     play(*sink, intro, 0, 4410);
     sink->processEnded(intro, {});
     play(*sink, game_, 4410, 44'100);
-    const std::vector<WrittenFile> saved = sink->saveLast({});
+    const std::vector<WrittenFile> saved = save(*sink);
     ASSERT_EQ(saved.size(), 1U);
     EXPECT_EQ(saved[0].processId, game_.id);
 }
@@ -127,7 +219,7 @@ TEST_F(ReplaySinkTest, ClipsOfSeveralProgramsAreOfOneTime) {
     play(*sink, game_, 0, 44'100);
     play(*sink, intro, 0, 33'075);
     sink->processEnded(intro, {});
-    ASSERT_EQ(sink->saveLast({}).size(), 2U);
+    ASSERT_EQ(save(*sink).size(), 2U);
     const RecordedFile recorded(folder_.file("replay-intro-001.wav"));
     ASSERT_EQ(recorded.frames(), 22'050U);
     EXPECT_EQ(recorded.numberAt(0), 22'050 % 30000 + 1);
@@ -135,7 +227,7 @@ TEST_F(ReplaySinkTest, ClipsOfSeveralProgramsAreOfOneTime) {
     EXPECT_EQ(recorded.numberAt(11'026), 0);
     // An end that is out of it now.
     play(*sink, game_, 44'100, 88'200);
-    EXPECT_EQ(sink->saveLast({}).size(), 1U);
+    EXPECT_EQ(save(*sink).size(), 1U);
 }
 
 TEST_F(ReplaySinkTest, AProgramWithABrokenClockTakesNoClipFromOthers) {
@@ -145,7 +237,7 @@ TEST_F(ReplaySinkTest, AProgramWithABrokenClockTakesNoClipFromOthers) {
     play(*sink, odd, 0, 22'050);
     const std::size_t twoDays = std::size_t{48} * 3600 * 44'100;
     play(*sink, odd, twoDays, twoDays + 22'050);
-    ASSERT_EQ(sink->saveLast({}).size(), 2U);
+    ASSERT_EQ(save(*sink).size(), 2U);
     EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 22'050U);
     EXPECT_EQ(RecordedFile(folder_.file("replay-odd-001.wav")).frames(), 22'050U);
 }
@@ -161,24 +253,49 @@ TEST_F(ReplaySinkTest, AMicrophoneThatGoesOnWithoutTheProgramIsSaved) {
         }
         sink->block(game_, {1, "microphone", voice, at(frame, 48000), bytes});
     }
-    const std::vector<WrittenFile> saved = sink->saveLast(0.5);
+    const std::vector<WrittenFile> saved = save(*sink, 0.5);
     ASSERT_EQ(saved.size(), 1U);
     EXPECT_NEAR(RecordedFile(saved[0].path).amplitude(480, 0, 0.49), 0.5, 0.01);
 }
 
-TEST_F(ReplaySinkTest, NamesThatBecomeTooLongAreAProblemOfTheirOwnClips) {
-    const std::string name(240, 'n');
-    ReplaySink sink({{folder_.file(name + ".wav"), formatNamed("wav")}, {}, 1, true}, names_);
+TEST_F(ReplaySinkTest, OfMoreStreamsThanAreKeptThoseThatEndedFirstGoAndThatIsSaid) {
+    auto sink = replaySink(10, true, folder_.file("tracks"));
+    const BlockFormat effect{48000, 1, 16, false};
+    // The first to be opened is the last that plays.
+    const auto block = [&](const std::string& unit, int track, double seconds) {
+        const auto bytes = tone<std::int16_t>(480, effect, 480);
+        sink->block(game_, {track, unit, effect, kStart + static_cast<std::uint64_t>(seconds * 1e6),
+                            bytes});
+    };
+    play(*sink, game_, 0, 176'400);
+    for (int number = 0; number < 40; ++number) {
+        block("effect-" + std::to_string(number), number % 7 + 1, 0.1 * number);
+        // Never there for long, and the newest all the same.
+        block("music", 7, 0.1 * number + 0.01);
+    }
+    EXPECT_THAT(sink->problems(),
+                testing::ElementsAre(testing::HasSubstr("more than 32 streams within what is")));
+    std::vector<std::string> units;
+    for (const WrittenFile& file : save(*sink)) {
+        units.push_back(std::filesystem::path(file.path).filename().string());
+    }
+    EXPECT_THAT(units, testing::Contains("track-5-effect-39-001.wav"));
+    EXPECT_THAT(units, testing::Contains("track-1-effect-35-001.wav"));
+    EXPECT_THAT(units, testing::Not(testing::Contains("track-1-effect-0-001.wav")));
+    EXPECT_THAT(units, testing::Contains("track-7-music-001.wav"));
+}
+
+TEST_F(ReplaySinkTest, TheLongestNamesHaveRoomForWhatIsAdded) {
+    const std::string longest(251, 'n');
+    ReplaySink sink({{folder_.file(longest + ".wav"), formatNamed("wav")}, {}, 1, true}, names_);
     ASSERT_TRUE(sink.open());
     play(sink, game_, 0, 4700);
     play(sink, process(2, "another-program"), 0, 4700);
-    ASSERT_EQ(sink.saveLast({}).size(), 1U);
-    EXPECT_THAT(sink.problems(), testing::ElementsAre(testing::HasSubstr("File name too long")));
-    EXPECT_EQ(RecordedFile(folder_.file(name + "-001.wav")).frames(), 4700U);
-    // The number has to find room as well.
-    const std::string longest = std::string(251, 'n') + ".wav";
-    ReplaySink refused({{folder_.file(longest), formatNamed("wav")}, {}, 1, true}, names_);
-    EXPECT_FALSE(refused.open());
+    ASSERT_EQ(save(sink).size(), 2U);
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+    EXPECT_EQ(RecordedFile(folder_.file(longest.substr(4) + "-001.wav")).frames(), 4700U);
+    EXPECT_EQ(RecordedFile(folder_.file(longest.substr(20) + "-another-program-001.wav")).frames(),
+              4700U);
 }
 
 TEST_F(ReplaySinkTest, AStreamThatFindsNoMemoryIsSaidOnceAndTheOthersGoOn) {
@@ -192,7 +309,7 @@ TEST_F(ReplaySinkTest, AStreamThatFindsNoMemoryIsSaidOnceAndTheOthersGoOn) {
     play(*sink, game_, 0, 4700);
     sink->block(game_, {1, "vast", kVast, kStart, bytes});
     sink->block(game_, {1, "vast", kVast, kStart + 1000, bytes});
-    ASSERT_EQ(sink->saveLast({}).size(), 1U);
+    ASSERT_EQ(save(*sink).size(), 1U);
     EXPECT_THAT(sink->problems(), testing::ElementsAre(testing::HasSubstr("vast: there is no")));
     EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 4700U);
 }
@@ -203,12 +320,41 @@ TEST_F(ReplaySinkTest, AReplayThatCannotBeSavedIsKept) {
     ASSERT_TRUE(sink.open());
     play(sink, game_, 0, 4700);
     std::filesystem::rename(folder_.file("in"), folder_.file("away"));
-    (void)sink.saveLast({});
+    (void)save(sink);
     ASSERT_EQ(sink.problems().size(), 1U);
     std::filesystem::rename(folder_.file("away"), folder_.file("in"));
-    (void)sink.saveLast({});
+    (void)save(sink);
     ASSERT_EQ(sink.files().size(), 1U);
     EXPECT_EQ(RecordedFile(sink.files()[0].path).frames(), 4700U);
+}
+
+TEST_F(ReplaySinkTest, WhatAFailedSaveHeldIsInTheOneBehindThoseThatWereUnderWay) {
+    ReplayPlan plan = plan_;
+    plan.seconds = 10;
+    plan.overlaps = false;
+    HeldWriter writer;
+    ReplaySink sink(plan, names_,
+                    [write = writer.of(plan), isFirst = true](const ReplaySave& save) mutable {
+                        ReplaySaved saved = write(save);
+                        if (std::exchange(isFirst, false)) {
+                            std::filesystem::remove(saved.files.at(0).path);
+                            saved = {save.ticket, {}, {"the disk is full"}, {1}};
+                        }
+                        return saved;
+                    });
+    play(sink, game_, 0, 4700);
+    EXPECT_NE(sink.beginSave({}), 0U);
+    play(sink, game_, 4700, 9400);
+    EXPECT_NE(sink.beginSave({}), 0U);
+    writer.begin.set_value();
+    while (sink.files().empty()) {
+        (void)nextSaved(sink);
+    }
+    play(sink, game_, 9400, 14'100);
+    const std::vector<WrittenFile> last = save(sink);
+    ASSERT_EQ(last.size(), 1U);
+    EXPECT_EQ(RecordedFile(last[0].path).frames(), 14'100U);
+    EXPECT_THAT(sink.problems(), testing::ElementsAre("the disk is full"));
 }
 
 }  // namespace

@@ -216,6 +216,49 @@ TEST_F(TracksSinkTest, OneTrackThatCannotBeWrittenLeavesTheOthersAlone) {
     EXPECT_EQ(RecordedFile(folder_.file("tracks/track-2-unit.wav")).frames(), 22050U);
 }
 
+TEST_F(TracksSinkTest, TracksOfAnEarlierRecordingGoWhenTheFirstNewOneHasItsName) {
+    const std::vector<std::string> old{"track-1-music.wav", "track-2-old-voice.wav",
+                                       "track-7-bass-game-002.opus"};
+    const std::vector<std::string> others{
+        "notes.txt",           "track-1-music.txt", "track-list.wav", "track-x-music.wav",
+        "track-01-intro.flac", "track-9-end.wav",   "track-0-mix.wav"};
+    for (const std::vector<std::string>& names : {old, others}) {
+        for (const std::string& name : names) {
+            std::ofstream(folder_.file(name)) << "precious";
+        }
+    }
+    std::vector<std::string> all = folder_.names();
+    constexpr BlockFormat kMono{44100, 1, 16, false};
+    // As a shell completes a folder's name: other paths of the same files.
+    TracksSink::Plan plan{folder_.path() / ""};
+    plan.mayReplace = true;
+    const auto play = [&](TracksSink& sink, int track, const char* unit, std::size_t frame,
+                          int level) {
+        const std::vector<std::byte> bytes(882, static_cast<std::byte>(level));
+        sink.block(game_, {track, unit, kMono, at(frame), bytes});
+    };
+    {
+        TracksSink silent(plan, std::make_shared<ProcessNames>());
+        ASSERT_TRUE(silent.open());
+        play(silent, 1, "music", 0, 0);
+        silent.finish();
+    }
+    EXPECT_EQ(folder_.names(), all);
+    TracksSink sink(plan, names_);
+    ASSERT_TRUE(sink.open());
+    play(sink, 1, "music", 0, 0);
+    EXPECT_EQ(contentOf(folder_.file("track-2-old-voice.wav")), "precious");
+    play(sink, 1, "music", 441, 5);
+    play(sink, 3, "effects", 882, 5);
+    sink.finish();
+    EXPECT_EQ(RecordedFile(folder_.file("track-1-music.wav")).frames(), 882U);
+    EXPECT_EQ(RecordedFile(folder_.file("track-3-effects.wav")).frames(), 441U);
+    std::vector<std::string> expected = others;
+    expected.insert(expected.end(), {"track-1-music.wav", "track-3-effects.wav"});
+    EXPECT_THAT(folder_.names(), testing::UnorderedElementsAreArray(expected));
+    EXPECT_EQ(contentOf(folder_.file("notes.txt")), "precious");
+}
+
 TEST_F(TracksSinkTest, AFolderThatCannotBeMadeIsFoundAtOnce) {
     std::ofstream(folder_.file("file")) << "in the way";
     TracksSink sink({folder_.file("file/tracks")}, names_);

@@ -15,7 +15,9 @@ using namespace tqrecorder::test;
 
 constexpr std::size_t kMixBlock = 441;
 /// What programs play is in their tracks later than it is heard: so the microphone is laid there.
-constexpr std::size_t kLaterFrames = 1544;
+constexpr std::size_t kLaterFrames = 4190;
+/// The same of a program of the platform.
+constexpr std::size_t kPlatformLaterFrames = 1191;
 
 /// Blocks of 10 ms of a mix and of a microphone, both constant, and what comes out.
 class Voices : public testing::Test {
@@ -82,6 +84,17 @@ TEST_F(Voices, ItIsATrackOfItsOwnAndTheMixIsAsItWas) {
     for (const double value : out(1, 0)) {
         ASSERT_EQ(value, 0.25);
     }
+}
+
+TEST_F(Voices, BesideAProgramOfThePlatformItIsLaidLessLate) {
+    Process game = game_;
+    game.usesPlatform = true;
+    begin(false);
+    mix(game, 0, 20);
+    hear(0, 20);
+    const auto& voice = out(1, kMicrophoneTrack);
+    EXPECT_EQ(voice.at(kPlatformLaterFrames - 20), 0.0);
+    EXPECT_EQ(voice.at(kPlatformLaterFrames + 20), 0.125);
 }
 
 TEST_F(Voices, InTheMixItIsAddedWhereItWasHeard) {

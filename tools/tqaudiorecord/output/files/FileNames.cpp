@@ -1,14 +1,35 @@
 #include "output/files/FileNames.h"
 
 #include <cctype>
+#include <climits>
 #include <filesystem>
+#include <utility>
+
+#include "ipc/Printable.h"
 
 namespace tqrecorder {
+namespace {
+
+/// No longer than that, and without a part of a letter at its end.
+std::string cut(std::string text, std::size_t most) {
+    if (text.size() > most) {
+        while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xC0U) == 0x80U) {
+            --most;
+        }
+        text.resize(most);
+    }
+    return text;
+}
+
+}  // namespace
 
 std::string withAddition(std::string_view path, std::string_view addition) {
     const std::filesystem::path whole(path);
+    const std::string end = std::string(addition) + whole.extension().string();
+    const std::string stem = whole.stem().string();
+    // What has to be added later must not make a name that the system refuses then.
     const std::string name =
-        whole.stem().string() + std::string(addition) + whole.extension().string();
+        (end.size() < NAME_MAX ? cut(stem, NAME_MAX - end.size()) : stem) + end;
     return whole.has_parent_path() ? (whole.parent_path() / name).string() : name;
 }
 
@@ -20,15 +41,16 @@ std::string numberAddition(unsigned number) {
 std::string fileNamePart(std::string_view text) {
     constexpr std::size_t kLongest = 60;
     std::string result;
-    for (const char c : text) {
+    // Behind it all that is not ASCII is whole letters, which steer nothing.
+    for (const char c : printable(text)) {
         const auto code = static_cast<unsigned char>(c);
-        const bool allowed = code < 0x80 && (std::isalnum(code) != 0 || c == '.' || c == '-');
-        if (allowed) {
+        if (code >= 0x80 || std::isalnum(code) != 0 || c == '.' || c == '-') {
             result += c;
         } else if (result.empty() || result.back() != '_') {
             result += '_';
         }
-        if (result.size() == kLongest) {
+        if (result.size() > kLongest) {
+            result = cut(std::move(result), kLongest);
             break;
         }
     }

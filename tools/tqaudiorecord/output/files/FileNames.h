@@ -9,14 +9,16 @@
 
 namespace tqrecorder {
 
-/// `addition` goes in before the extension: "out.wav", "-2" gives "out-2.wav".
+/// `addition` goes in before the extension: "out.wav", "-2" gives "out-2.wav". What would be longer
+/// than a name can be loses letters before the addition.
 [[nodiscard]] std::string withAddition(std::string_view path, std::string_view addition);
 
 /// "-001" and so on.
 [[nodiscard]] std::string numberAddition(unsigned number);
 
-/// What may stand in a file name everywhere: letters, digits, dot, minus; anything else becomes an
-/// underscore, several in a row one. At most 60 characters; "unnamed" for nothing.
+/// What may stand in a file name: letters of any script, digits, dot, minus; anything else of
+/// ASCII, what is no UTF-8, and what steers a terminal or turns the direction of writing becomes an
+/// underscore, several in a row one. At most 60 bytes of whole letters; "unnamed" for nothing.
 [[nodiscard]] std::string fileNamePart(std::string_view text);
 
 /// What is added to the file names of each recorded process. The first that delivers sound gets

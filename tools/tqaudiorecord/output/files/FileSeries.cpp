@@ -12,9 +12,17 @@ constexpr std::uint64_t kSilentFrames = 4096;
 
 }  // namespace
 
-bool hasSound(std::span<const std::byte> frames) {
-    return std::any_of(frames.begin(), frames.end(),
-                       [](std::byte byte) { return byte != std::byte{0}; });
+bool hasSound(std::span<const std::byte> frames, const BlockFormat& format) {
+    const std::size_t sample = format.bitsPerChannel / 8;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        // Floats have a zero with a sign.
+        const bool hasSign = format.isFloat && sample > 0 && i % sample == sample - 1;
+        const std::byte magnitude = hasSign ? frames[i] & std::byte{0x7F} : frames[i];
+        if (magnitude != std::byte{0}) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool isEndAsked() {
@@ -60,7 +68,7 @@ bool FileSeries::open() {
 
 void FileSeries::write(std::span<const std::byte> frames) {
     writeConverted(resampler_ != nullptr ? resampler_->convert(frames) : frames);
-    if (!chain_.isHeard() && !failed_ && hasSound(frames)) {
+    if (!chain_.isHeard() && !failed_ && hasSound(frames, format_)) {
         chain_.heard();
     }
 }
@@ -74,7 +82,8 @@ void FileSeries::writeSilence(std::uint64_t frames) {
         const std::uint64_t count = std::min(frames, kSilentFrames);
         write(std::span(silence).first(count * format_.frameBytes()));
         frames -= count;
-        if (frames > 0 && !failed_ && isEndAsked()) {
+        if (static_cast<double>(frames) > kLongGap * format_.sampleRate && !failed_ &&
+            isEndAsked()) {
             fail(plan_.path + ": stopped within a long gap of the program's sound");
         }
     }

@@ -47,6 +47,8 @@ class FileSeries {
     /// As it was asked for.
     [[nodiscard]] const std::string& path() const { return plan_.path; }
     [[nodiscard]] bool failed() const { return failed_; }
+    /// Whether there was any sound, so that files take their names.
+    [[nodiscard]] bool isHeard() const { return chain_.isHeard(); }
     [[nodiscard]] const std::vector<std::string>& problems() const { return chain_.problems(); }
     /// Those that are complete and the one under way.
     [[nodiscard]] std::vector<WrittenFile> files() const;
@@ -69,9 +71,11 @@ class FileSeries {
     bool failed_ = false;
 };
 
-/// Whether a block of any format is more than silence.
-[[nodiscard]] bool hasSound(std::span<const std::byte> frames);
+/// Whether a block is more than silence.
+[[nodiscard]] bool hasSound(std::span<const std::byte> frames, const BlockFormat& format);
 
+/// Seconds. A gap that takes longer to write is broken off when the recording is to end.
+inline constexpr double kLongGap = 60;
 /// Whether a signal that ends a recording waits to be read by the recorder's loop, which is the one
 /// that calls us. False where these signals are not blocked.
 [[nodiscard]] bool isEndAsked();

@@ -32,7 +32,14 @@ bool isBusy(const std::string& path) {
     return file && !lock(file.get());
 }
 
-/// A name that nobody gives to a file of his own.
+/// Whether a recording that could not take its name was left there: it is write-protected then.
+bool isKept(const std::string& part) {
+    struct stat status {};
+    return lstat(part.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           (status.st_mode & S_IWUSR) == 0 && !isBusy(part);
+}
+
+/// A name that nobody gives to a file of his own, and that no recording is kept under.
 std::string partOf(const std::string& target) {
     constexpr std::size_t kLongest = 200;  // the system takes 255 bytes
     const fs::path whole(target);
@@ -41,7 +48,12 @@ std::string partOf(const std::string& target) {
         const std::size_t mark = std::hash<std::string>{}(name);
         name = name.substr(0, kLongest) + std::to_string(mark);
     }
-    return (whole.parent_path() / ("." + name + ".tqaudiorecord")).string();
+    const std::string first = (whole.parent_path() / ("." + name + ".tqaudiorecord")).string();
+    std::string part = first;
+    for (unsigned number = 2; isKept(part); ++number) {
+        part = first + "-" + std::to_string(number);
+    }
+    return part;
 }
 
 /// Whether what was found under that name is what a recorder leaves: through a link, or shared with
@@ -98,11 +110,12 @@ bool PartFile::open() {
         hasName_ = static_cast<bool>(file_);
         return hasName_;
     }
-    if (isBusy(target_)) {
+    const std::string part = partOf(target_);
+    if (isBusy(target_) || isBusy(part)) {
         problem_ = path_ + kBusy;
         return false;
     }
-    part_ = partOf(target_);
+    part_ = part;
     do {
         constexpr int kHow = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
         file_ = tqcommon::Descriptor(::open(part_.c_str(), kHow, 0666));
@@ -155,6 +168,15 @@ std::string PartFile::takeName() {
     return hasName_
                ? wanted + ": another file has taken that name meanwhile; the recording is " + path_
                : wanted + ": " + std::strerror(errno);
+}
+
+const std::string& PartFile::keep() {
+    isKept_ = true;
+    struct stat status {};
+    if (fstat(file_.get(), &status) == 0) {
+        (void)fchmod(file_.get(), status.st_mode & 0555U);
+    }
+    return part_;
 }
 
 bool PartFile::isNameTaken() const {

@@ -31,11 +31,9 @@ class PartFile {
     /// to another name, which path() tells.
     [[nodiscard]] std::string takeName();
     [[nodiscard]] bool hasName() const { return hasName_; }
-    /// Stays beside its name, whose place it could not take. Gives where that is.
-    [[nodiscard]] const std::string& keep() {
-        isKept_ = true;
-        return part_;
-    }
+    /// Stays beside its name, whose place it could not take, write-protected so that no recording
+    /// is written over it. Gives where that is.
+    [[nodiscard]] const std::string& keep();
     /// Whether something else has the name.
     [[nodiscard]] bool isNameTaken() const;
     /// False when the file that had taken its name was deleted, moved or replaced since.

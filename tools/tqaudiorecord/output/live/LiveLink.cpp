@@ -162,6 +162,8 @@ void LiveLink::takeAnswers() {
                     server_ = textOf(receiver_.payload());
                     state_ = State::kUp;
                     upSince_ = Clock::now();
+                } else if (receiver_.header().kind == LiveKind::kRefused) {
+                    refused_.push_back({receiver_.header().source, textOf(receiver_.payload())});
                 } else {
                     lose(receiver_.header().kind == LiveKind::kFailed ? textOf(receiver_.payload())
                                                                       : std::string());

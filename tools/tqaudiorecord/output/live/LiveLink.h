@@ -6,6 +6,7 @@
 #include <deque>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/Descriptor.h"
@@ -25,6 +26,10 @@ namespace tqrecorder {
 class LiveLink {
   public:
     enum class State { kDown, kAsking, kUp };
+    struct Refused {
+        std::uint32_t source;
+        std::string reason;
+    };
 
     explicit LiveLink(std::vector<std::string> holders);
     ~LiveLink();
@@ -42,6 +47,8 @@ class LiveLink {
     void finish(std::chrono::milliseconds patience);
 
     [[nodiscard]] State state() const { return state_; }
+    /// Sources that the server has refused since the last call, with its reasons.
+    [[nodiscard]] std::vector<Refused> takeRefused() { return std::exchange(refused_, {}); }
     /// What the last server that answered calls itself.
     [[nodiscard]] const std::string& server() const { return server_; }
     /// Why no server answers, from all holders that were asked.
@@ -70,6 +77,7 @@ class LiveLink {
     Clock::time_point next_;  ///< when the holders are asked again
     Clock::time_point upSince_;
     std::chrono::milliseconds pause_{0};
+    std::vector<Refused> refused_;
     std::string server_;
     std::string problem_;
 };

@@ -17,6 +17,26 @@ void copyAs(std::span<const std::byte> frames, double scale, std::vector<float>&
     }
 }
 
+std::string_view trackOf(std::string_view unit) {
+    return unit.empty() ? std::string_view("mix") : unit;
+}
+
+/// Servers take only letters of ASCII. Others stand as their bytes in hexadecimal digits, which
+/// keeps names apart, and the same at every launch.
+std::string serverNamePart(std::string_view text, std::size_t longest) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string result;
+    for (const char c : fileNamePart(text)) {
+        const auto code = static_cast<unsigned char>(c);
+        if (code < 0x80) {
+            result += c;
+        } else {
+            result += {kDigits[code >> 4U], kDigits[code & 0xFU]};
+        }
+    }
+    return fileNamePart(result.substr(0, longest));
+}
+
 /// Three bytes each, the lowest first.
 void copyPacked(std::span<const std::byte> frames, std::vector<float>& samples) {
     for (std::size_t place = 0; place + 3 <= frames.size(); place += 3) {
@@ -31,10 +51,17 @@ void copyPacked(std::span<const std::byte> frames, std::vector<float>& samples) 
 
 }  // namespace
 
+std::string LiveNames::description(std::string_view program, std::string_view unit) {
+    return printable(std::string(program) + ": " + std::string(trackOf(unit)));
+}
+
 LiveName LiveNames::take(std::string_view program, std::string_view unit) {
-    const std::string_view track = unit.empty() ? std::string_view("mix") : unit;
-    const std::string name = "tqaudiorecord." + fileNamePart(program) + "." + fileNamePart(track);
-    const std::string description = printable(std::string(program) + ": " + std::string(track));
+    // PulseAudio takes 128 bytes in all.
+    constexpr std::size_t kLongestProgram = 40;
+    constexpr std::size_t kLongestTrack = 60;
+    const std::string name = "tqaudiorecord." + serverNamePart(program, kLongestProgram) + "." +
+                             serverNamePart(trackOf(unit), kLongestTrack);
+    const std::string description = LiveNames::description(program, unit);
     if (taken_.insert(name).second) {
         return {name, description};
     }

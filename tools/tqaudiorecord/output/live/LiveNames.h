@@ -22,6 +22,7 @@ struct LiveName {
 class LiveNames {
   public:
     /// `unit` is empty for the mix.
+    [[nodiscard]] static std::string description(std::string_view program, std::string_view unit);
     [[nodiscard]] LiveName take(std::string_view program, std::string_view unit);
     void giveBack(const LiveName& name) { taken_.erase(name.name); }
 

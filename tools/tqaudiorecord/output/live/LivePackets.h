@@ -16,6 +16,7 @@ enum class LiveKind : std::uint32_t {
     kClose,      ///< the source goes
     kReady,      ///< from the holder: the server answers; payload: what it calls itself
     kElsewhere,  ///< from the holder: this server stands for one that another holder serves better
+    kRefused,    ///< from the holder: there will be no such source; payload: why
     kFailed,     ///< from the holder, which ends then; payload: why
 };
 

@@ -30,8 +30,9 @@ bool LiveSink::open() {
 }
 
 void LiveSink::block(const Process& process, const Block& block) {
-    Source* source = sourceOf(process, block);
-    if (source == nullptr || !toFloats(block.format, block.frames, samples_)) {
+    // A program that reads sources has the microphone already.
+    Source* source = block.track == kMicrophoneTrack ? nullptr : sourceOf(process, block);
+    if (source == nullptr || source->isRefused || !toFloats(block.format, block.frames, samples_)) {
         return;
     }
     source->lastSound = Clock::now();
@@ -47,11 +48,16 @@ void LiveSink::block(const Process& process, const Block& block) {
 
 LiveSink::Source* LiveSink::sourceOf(const Process& process, const Block& block) {
     const std::size_t frameBytes = block.format.frameBytes();
-    if (frameBytes == 0 || block.format.channels > kMostLiveChannels ||
-        !(block.format.sampleRate >= 1)) {
+    if (frameBytes == 0 || !(block.format.sampleRate >= 1)) {
         return nullptr;
     }
     const Key key{process.id, std::string(block.unit)};
+    if (block.format.channels > kMostLiveChannels) {
+        tellNone(key, process.name,
+                 "it has " + std::to_string(block.format.channels) + " channels, and " +
+                     std::to_string(kMostLiveChannels) + " are the most");
+        return nullptr;
+    }
     const auto found = sources_.find(key);
     if (found != sources_.end() && found->second.format == block.format) {
         return &found->second;
@@ -60,6 +66,8 @@ LiveSink::Source* LiveSink::sourceOf(const Process& process, const Block& block)
         close(found->second);
         sources_.erase(found);
     } else if (sources_.size() >= kMostSources && !makeRoom()) {
+        tellNone(key, process.name,
+                 std::to_string(kMostSources) + " sources play already, which is the most");
         return nullptr;
     }
     Source source;
@@ -83,6 +91,28 @@ bool LiveSink::makeRoom() {
     close(oldest->second);
     sources_.erase(oldest);
     return true;
+}
+
+/// Once for each, and not of more than anybody reads.
+void LiveSink::tellNone(const Key& key, const std::string& program, const std::string& why) {
+    constexpr std::size_t kMostTold = 100;
+    if (told_.size() < kMostTold && told_.insert(key).second) {
+        tell_("no live source for " + LiveNames::description(program, key.second) + ": " + why);
+    }
+}
+
+/// All others go on.
+void LiveSink::takeRefused() {
+    for (const LiveLink::Refused& refused : link_.takeRefused()) {
+        const auto found =
+            std::find_if(sources_.begin(), sources_.end(),
+                         [&refused](const auto& one) { return one.second.id == refused.source; });
+        if (found != sources_.end()) {
+            found->second.isRefused = true;
+            tell_("live source: " + found->second.name.description +
+                  " was refused: " + refused.reason);
+        }
+    }
 }
 
 void LiveSink::announce(const Source& source) {
@@ -111,6 +141,7 @@ void LiveSink::processEnded(const Process& process, const HostFacts& /*facts*/) 
 
 void LiveSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
     link_.poll();
+    takeRefused();
     follow();
 }
 
@@ -122,7 +153,8 @@ void LiveSink::follow() {
     }
     wasUp_ = isUp;
     if (isUp) {
-        for (const auto& [key, source] : sources_) {
+        for (auto& [key, source] : sources_) {
+            source.isRefused = false;
             announce(source);
         }
         tell_("live sources: they are back, on " + link_.server());

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,9 +47,12 @@ class LiveSink : public Sink {
         BlockFormat format;
         std::uint32_t blockFrames = 0;
         Clock::time_point lastSound;
+        bool isRefused = false;  ///< by the server that is there now
     };
     [[nodiscard]] Source* sourceOf(const Process& process, const Block& block);
     [[nodiscard]] bool makeRoom();
+    void tellNone(const Key& key, const std::string& program, const std::string& why);
+    void takeRefused();
     void announce(const Source& source);
     void close(const Source& source);
     void follow();
@@ -58,6 +62,7 @@ class LiveSink : public Sink {
     bool wasUp_ = false;
     LiveNames names_;
     std::map<Key, Source> sources_;
+    std::set<Key> told_;  ///< which have no source
     std::uint32_t lastId_ = 0;
     std::vector<float> samples_;
     std::vector<std::string> problems_;

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -18,7 +17,7 @@
 #include <utility>
 
 #include "common/DriftFifo.h"
-#include "output/live/LivePackets.h"
+#include "output/live/LiveHolder.h"
 
 namespace tqrecorder {
 namespace {
@@ -153,19 +152,20 @@ void Source::give() {
 }
 
 /// All sources of one recorder.
-class Holder {
+class Holder : public LiveHolder {
   public:
     Holder();
-    ~Holder();
-    Holder(const Holder&) = delete;
-    Holder& operator=(const Holder&) = delete;
+    ~Holder() override;
 
     /// Until the recorder or the server goes.
     int run();
 
   private:
     static void readable(void* data, int /*socket*/, std::uint32_t /*mask*/) {
-        static_cast<Holder*>(data)->takePackets();
+        auto& holder = *static_cast<Holder*>(data);
+        if (!holder.takePackets()) {
+            pw_main_loop_quit(holder.loop_);
+        }
     }
     static void info(void* data, const pw_core_info* info) {
         static_cast<Holder*>(data)->version_ = info->version;
@@ -173,7 +173,7 @@ class Holder {
     static void done(void* data, std::uint32_t /*id*/, int /*sequence*/) {
         auto& holder = *static_cast<Holder*>(data);
         if (!std::exchange(holder.isReady_, true)) {
-            holder.say(LiveKind::kReady, "PipeWire " + holder.version_);
+            say(LiveKind::kReady, "PipeWire " + holder.version_);
         }
     }
     static void failed(void* data, std::uint32_t id, int /*sequence*/, int result,
@@ -182,17 +182,15 @@ class Holder {
             pw_main_loop_quit(static_cast<Holder*>(data)->loop_);
         }
     }
-    void takePackets();
-    void open(const LiveHeader& header, std::span<const std::byte> texts);
-    void say(LiveKind kind, const std::string& text) {
-        (void)sendLive(kLiveSocket, {kind}, std::as_bytes(std::span(text)));
-    }
+    void open(const LiveHeader& header, const std::string& name,
+              const std::string& description) override;
+    void close(std::uint32_t id) override { sources_.erase(id); }
+    void sound(std::uint32_t id, std::span<const std::byte> frames) override;
 
     pw_main_loop* loop_;
     pw_context* context_;
     pw_core* core_ = nullptr;
     spa_hook listener_{};
-    LiveReceiver receiver_;
     std::map<std::uint32_t, std::unique_ptr<Source>> sources_;
     std::string version_;
     bool isReady_ = false;
@@ -242,42 +240,23 @@ int Holder::run() {
     return 0;
 }
 
-void Holder::takePackets() {
-    while (true) {
-        switch (receiver_.next(kLiveSocket)) {
-            case LiveReceiver::Got::kNothing:
-                return;
-            case LiveReceiver::Got::kEnd:
-                pw_main_loop_quit(loop_);
-                return;
-            case LiveReceiver::Got::kPacket:
-                break;
-        }
-        const LiveHeader& header = receiver_.header();
-        if (header.kind == LiveKind::kOpen) {
-            open(header, receiver_.payload());
-        } else if (header.kind == LiveKind::kClose) {
-            sources_.erase(header.source);
-        } else if (const auto found = sources_.find(header.source); found != sources_.end()) {
-            found->second->write(receiver_.payload());
-        }
-    }
+void Holder::open(const LiveHeader& header, const std::string& name,
+                  const std::string& description) {
+    sources_[header.source] =
+        std::make_unique<Source>(core_, header, name.c_str(), description.c_str());
 }
 
-void Holder::open(const LiveHeader& header, std::span<const std::byte> texts) {
-    const char* const name = reinterpret_cast<const char*>(texts.data());
-    const char* const description = name + std::strlen(name) + 1;
-    sources_[header.source] = std::make_unique<Source>(core_, header, name, description);
+void Holder::sound(std::uint32_t id, std::span<const std::byte> frames) {
+    if (const auto found = sources_.find(id); found != sources_.end()) {
+        found->second->write(frames);
+    }
 }
 
 }  // namespace
 }  // namespace tqrecorder
 
 int main(int argc, char** argv) {
-    // It ends with the recorder, and not before what it holds is taken back.
-    for (const int number : {SIGINT, SIGHUP, SIGTERM}) {
-        std::signal(number, SIG_IGN);
-    }
+    tqrecorder::LiveHolder::outliveSignals();
     pw_init(&argc, &argv);
     return tqrecorder::Holder().run();
 }

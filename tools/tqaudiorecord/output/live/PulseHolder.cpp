@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -20,6 +19,7 @@
 #include <string>
 #include <utility>
 
+#include "output/live/LiveHolder.h"
 #include "output/live/PulseSource.h"
 
 namespace tqrecorder {
@@ -88,12 +88,10 @@ class PipeFolder {
 };
 
 /// All sources of one recorder.
-class Holder {
+class Holder : public LiveHolder {
   public:
     Holder();
-    ~Holder();
-    Holder(const Holder&) = delete;
-    Holder& operator=(const Holder&) = delete;
+    ~Holder() override;
 
     /// Until the recorder or the server goes.
     int run();
@@ -114,17 +112,15 @@ class Holder {
 
     void begin(const pa_server_info& info);
     void getReady();
-    void takePackets();
-    void open(const LiveHeader& header, std::span<const std::byte> texts);
-    void close(std::uint32_t id);
+    void open(const LiveHeader& header, const std::string& name,
+              const std::string& description) override;
+    void close(std::uint32_t id) override;
+    void sound(std::uint32_t id, std::span<const std::byte> frames) override;
     void unload(std::uint32_t module);
     /// Everything goes; the program ends once it has.
     void end();
     void quitWhenDone();
     void fail(const std::string& why);
-    void say(LiveKind kind, const std::string& text) {
-        (void)sendLive(kLiveSocket, {kind}, std::as_bytes(std::span(text)));
-    }
     static void forget(pa_operation* operation) {
         if (operation != nullptr) {
             pa_operation_unref(operation);
@@ -135,7 +131,6 @@ class Holder {
     pa_mainloop_api* api_ = pa_mainloop_get_api(loop_);
     pa_context* context_ = pa_context_new(api_, "tqaudiorecord");
     PipeFolder folder_;
-    LiveReceiver receiver_;
     Sources sources_;
     std::deque<std::uint32_t> loading_;  ///< ids, in the order in which the server answers
     int unloading_ = 0;
@@ -216,7 +211,10 @@ void Holder::getReady() {
     api_->io_new(
         api_, kLiveSocket, PA_IO_EVENT_INPUT,
         [](pa_mainloop_api*, pa_io_event*, int, pa_io_event_flags_t, void* self) {
-            static_cast<Holder*>(self)->takePackets();
+            auto& holder = *static_cast<Holder*>(self);
+            if (!holder.isEnding_ && !holder.takePackets()) {
+                holder.end();
+            }
         },
         this);
     pa_context_rttime_new(context_, pa_rtclock_now() + kFillPause, timeOver, this);
@@ -241,31 +239,8 @@ void Holder::moduleListed(pa_context* /*context*/, const pa_module_info* info, i
     }
 }
 
-void Holder::takePackets() {
-    while (!isEnding_) {
-        switch (receiver_.next(kLiveSocket)) {
-            case LiveReceiver::Got::kNothing:
-                return;
-            case LiveReceiver::Got::kEnd:
-                end();
-                return;
-            case LiveReceiver::Got::kPacket:
-                break;
-        }
-        const LiveHeader& header = receiver_.header();
-        if (header.kind == LiveKind::kOpen) {
-            open(header, receiver_.payload());
-        } else if (header.kind == LiveKind::kClose) {
-            close(header.source);
-        } else if (const auto found = sources_.find(header.source); found != sources_.end()) {
-            found->second->write(receiver_.payload(), Clock::now());
-        }
-    }
-}
-
-void Holder::open(const LiveHeader& header, std::span<const std::byte> texts) {
-    const char* const name = reinterpret_cast<const char*>(texts.data());
-    const char* const description = name + std::strlen(name) + 1;
+void Holder::open(const LiveHeader& header, const std::string& name,
+                  const std::string& description) {
     auto source =
         std::make_unique<PulseSource>(header, folder_.file(header.source), name, description);
     const std::string arguments = source->moduleArguments();
@@ -274,13 +249,21 @@ void Holder::open(const LiveHeader& header, std::span<const std::byte> texts) {
     forget(pa_context_load_module(context_, kModule, arguments.c_str(), loaded, this));
 }
 
+void Holder::sound(std::uint32_t id, std::span<const std::byte> frames) {
+    if (const auto found = sources_.find(id); found != sources_.end()) {
+        found->second->write(frames, Clock::now());
+    }
+}
+
 void Holder::loaded(pa_context* context, std::uint32_t module, void* data) {
     auto& holder = *static_cast<Holder*>(data);
     const std::uint32_t id = holder.loading_.front();
     holder.loading_.pop_front();
     if (module == PA_INVALID_INDEX) {
-        holder.fail(std::string("it cannot make a source: ") +
-                    pa_strerror(pa_context_errno(context)));
+        // The others are none the worse for it.
+        holder.sources_.erase(id);
+        say(LiveKind::kRefused, pa_strerror(pa_context_errno(context)), id);
+        holder.quitWhenDone();
         return;
     }
     const auto found = holder.sources_.find(id);
@@ -368,9 +351,6 @@ void Holder::quitWhenDone() {
 }  // namespace tqrecorder
 
 int main() {
-    // It ends with the recorder, and not before what it holds is taken back.
-    for (const int number : {SIGINT, SIGHUP, SIGTERM, SIGPIPE}) {
-        std::signal(number, SIG_IGN);
-    }
+    tqrecorder::LiveHolder::outliveSignals();
     return tqrecorder::Holder().run();
 }

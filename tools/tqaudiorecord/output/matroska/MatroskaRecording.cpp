@@ -104,7 +104,7 @@ void MatroskaRecording::block(const Block& block) {
     }
     writeSilence(stream, silence);
     write(stream, block.frames.first(frames * frameBytes));
-    if (!chain_.isHeard() && !failed_ && hasSound(block.frames)) {
+    if (!chain_.isHeard() && !failed_ && hasSound(block.frames, block.format)) {
         chain_.heard();
     }
 }
@@ -118,7 +118,8 @@ void MatroskaRecording::writeSilence(Stream& stream, std::uint64_t frames) {
         const std::uint64_t count = std::min(frames, kSilentFrames);
         write(stream, std::span(silence).first(count * stream.format.frameBytes()));
         frames -= count;
-        if (frames > 0 && !failed_ && isEndAsked()) {
+        if (static_cast<double>(frames) > kLongGap * stream.format.sampleRate && !failed_ &&
+            isEndAsked()) {
             fail(plan_.path + ": stopped within a long gap of the program's sound");
         }
     }

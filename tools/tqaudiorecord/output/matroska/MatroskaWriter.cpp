@@ -153,7 +153,12 @@ void MatroskaWriter::writeHead(std::size_t roomForStreams) {
     behind.longSize(roomForStreams);
     nextEntry_ = info_ + behind.length();
     behind.voidOf(roomForStreams);
-    endOfEntries_ = end_ = info_ + behind.length();
+    endOfEntries_ = info_ + behind.length();
+    // Readers look for the first cluster, and call a file broken that ends before one.
+    Ebml nothing;
+    nothing.unsignedNumber(EbmlId::kTimestamp, 0);
+    behind.master(EbmlId::kCluster, nothing);
+    end_ = info_ + behind.length();
     head.append(seekHead(0));
     head.append(behind.bytes());
     writeAt(0, head.bytes());

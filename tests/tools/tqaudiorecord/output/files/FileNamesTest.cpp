@@ -12,11 +12,41 @@ TEST(FileNamesTest, TakeAdditionsBeforeTheExtension) {
     EXPECT_EQ(numberAddition(1234), "-1234");
 }
 
+TEST(FileNamesTest, StayWithinWhatTheSystemTakes) {
+    EXPECT_EQ(withAddition("a/" + std::string(251, 'n') + ".wav", "-002"),
+              "a/" + std::string(247, 'n') + "-002.wav");
+    // A letter of two bytes goes as a whole.
+    EXPECT_EQ(withAddition(std::string(246, 'n') + "\xc3\xa4\xc3\xa4.wav", "-002"),
+              std::string(246, 'n') + "-002.wav");
+}
+
 TEST(FileNamesTest, AreMadeOfHarmlessLetters) {
     EXPECT_EQ(fileNamePart("../etc/passwd"), "etc_passwd");
     EXPECT_EQ(fileNamePart("Unit 0x55 <a>"), "Unit_0x55_a");
-    EXPECT_EQ(fileNamePart("\xc3\xa4\n"), "unnamed");
+    EXPECT_EQ(fileNamePart(" \n"), "unnamed");
     EXPECT_EQ(fileNamePart(std::string(300, 'x')).size(), 60U);
+}
+
+TEST(FileNamesTest, KeepLettersOfEveryScript) {
+    EXPECT_EQ(fileNamePart("Игра"), "Игра");
+    EXPECT_EQ(fileNamePart("ゲーム/Überfall"), "ゲーム_Überfall");
+    // 60 bytes end within the 21st letter.
+    EXPECT_EQ(fileNamePart("a" + std::string("音音音音音音音音音音音音音音音音音音音音音")),
+              "a音音音音音音音音音音音音音音音音音音音");
+}
+
+TEST(FileNamesTest, HaveNothingThatSteersOrIsNoLetter) {
+    // A change of direction, a control character of two bytes, half a letter, an overlong slash.
+    EXPECT_EQ(fileNamePart("ab\xe2\x80\xae"
+                           "cd"),
+              "ab_cd");
+    EXPECT_EQ(fileNamePart("ab\xc2\x9b"
+                           "cd"),
+              "ab_cd");
+    EXPECT_EQ(fileNamePart("Игр\xd0"), "Игр");
+    EXPECT_EQ(fileNamePart("a\xc0\xaf"
+                           "b"),
+              "a_b");
 }
 
 }  // namespace

@@ -57,6 +57,18 @@ TEST_F(PartFileTest, ARecordingOfNothingOrOfSilenceReplacesNone) {
     }
 }
 
+TEST(HasSoundTest, AZeroWithASignIsSilence) {
+    const BlockFormat floats{44100, 1, 32, true};
+    const std::array<float, 3> zeros{0.0F, -0.0F, 0.0F};
+    EXPECT_FALSE(hasSound(std::as_bytes(std::span(zeros)), floats));
+    const std::array<float, 2> sound{-0.0F, -1e-30F};
+    EXPECT_TRUE(hasSound(std::as_bytes(std::span(sound)), floats));
+    const std::array<double, 2> doubles{-0.0, -0.0};
+    EXPECT_FALSE(hasSound(std::as_bytes(std::span(doubles)), {44100, 1, 64, true}));
+    const std::array<std::int32_t, 1> lowest{INT32_MIN};
+    EXPECT_TRUE(hasSound(std::as_bytes(std::span(lowest)), {44100, 1, 32, false}));
+}
+
 TEST_F(PartFileTest, SilenceTakesANameThatIsFree) {
     MixSink mix = sink(false);
     ASSERT_TRUE(mix.open());
@@ -141,12 +153,21 @@ TEST_F(PartFileTest, ANameThatTheSystemDoesNotTakeIsRefusedBeforeThereIsSound) {
     MixSink mix({folder_.file(tooLong), formatNamed("wav"), {}, true}, names_);
     EXPECT_FALSE(mix.open());
     EXPECT_THAT(mix.problems(), ElementsAre(HasSubstr("File name too long")));
-    // With its number it is too long.
-    const std::string longest = std::string(251, 'n') + ".wav";
-    MixSink series({folder_.file(longest), formatNamed("wav"), 1.0, false}, names_);
-    EXPECT_FALSE(series.open());
-    EXPECT_THAT(series.problems(), ElementsAre(HasSubstr("File name too long")));
     EXPECT_TRUE(folder_.names().empty());
+}
+
+TEST_F(PartFileTest, TheLongestNamesCanBeNumberedLater) {
+    const std::string longest = std::string(251, 'n') + ".wav";
+    MixSink mix({folder_.file(longest), formatNamed("wav"), {}, false}, names_);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    EXPECT_EQ(mix.split().size(), 1U);
+    play(mix, game_, 470, 1410);
+    mix.finish();
+    EXPECT_TRUE(mix.problems().empty()) << mix.problems()[0];
+    const std::string second = std::string(247, 'n') + "-002.wav";
+    EXPECT_THAT(folder_.names(), ElementsAre(second, longest));
+    EXPECT_EQ(RecordedFile(folder_.file(second)).frames(), 940U);
 }
 
 TEST_F(PartFileTest, SoundThatCannotTakeItsNameIsKeptBesideIt) {
@@ -162,6 +183,31 @@ TEST_F(PartFileTest, SoundThatCannotTakeItsNameIsKeptBesideIt) {
     EXPECT_TRUE(mix.files().empty());
     EXPECT_THAT(mix.problems(), ElementsAre(testing::AllOf(HasSubstr("out.wav: Is a directory"),
                                                            HasSubstr("kept as " + kept))));
+}
+
+TEST_F(PartFileTest, WhatIsKeptIsNotWrittenOverByTheNext) {
+    const auto record = [this](std::size_t frames) {
+        MixSink mix = sink(true);
+        EXPECT_TRUE(mix.open());
+        std::filesystem::create_directory(path_);
+        play(mix, game_, 0, frames);
+        EXPECT_THAT(whyNotWritten(path_, true), HasSubstr("another recorder is writing it"));
+        mix.finish();
+        EXPECT_THAT(mix.problems(), ElementsAre(HasSubstr("kept as ")));
+        std::filesystem::remove(path_);
+    };
+    record(940);
+    record(1410);
+    MixSink mix = sink(true);
+    ASSERT_TRUE(mix.open());
+    play(mix, game_, 0, 470);
+    mix.finish();
+    EXPECT_THAT(mix.problems(), testing::IsEmpty());
+    EXPECT_THAT(folder_.names(),
+                ElementsAre(".out.wav.tqaudiorecord", ".out.wav.tqaudiorecord-2", "out.wav"));
+    EXPECT_EQ(RecordedFile(folder_.file(".out.wav.tqaudiorecord")).frames(), 940U);
+    EXPECT_EQ(RecordedFile(folder_.file(".out.wav.tqaudiorecord-2")).frames(), 1410U);
+    EXPECT_EQ(RecordedFile(path_).frames(), 470U);
 }
 
 TEST_F(PartFileTest, FilesOfASeriesThatCannotTakeTheirNamesAreNotListed) {

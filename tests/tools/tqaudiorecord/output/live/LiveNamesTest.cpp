@@ -28,6 +28,28 @@ TEST(LiveNames, NoTwoSourcesShareOneUntilItIsGivenBack) {
     EXPECT_EQ(names.take("game", "music").name, first.name);
 }
 
+TEST(LiveNames, AreShortEnoughForEveryServer) {
+    LiveNames names;
+    constexpr std::size_t kLongest = 128;
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_LE(names.take(std::string(200, 'p'), std::string(200, 'u')).name.size(), kLongest);
+    }
+}
+
+TEST(LiveNames, OfOtherScriptsAreApartAndOfLettersThatServersTake) {
+    LiveNames names;
+    const LiveName game = names.take("Игра", "");
+    EXPECT_EQ(game.name, "tqaudiorecord.d098d0b3d180d0b0.mix");
+    EXPECT_EQ(game.description, "Игра: mix");
+    EXPECT_EQ(names.take("Звук", "").name, "tqaudiorecord.d097d0b2d183d0ba.mix");
+    constexpr std::size_t kLongest = 128;
+    std::string letters;
+    for (int i = 0; i < 60; ++i) {
+        letters += "音";
+    }
+    EXPECT_LE(names.take(letters, letters).name.size(), kLongest);
+}
+
 TEST(LiveNames, NoControlCharactersReachTheServer) {
     LiveNames names;
     const LiveName name = names.take("ga\nme", "mu\x1b[31msic");

@@ -153,6 +153,15 @@ TEST_F(MatroskaSinkTest, IsPlayableWhileItIsWrittenAlsoWithATrackThatHasJustBegu
     sink->finish();
 }
 
+TEST_F(MatroskaSinkTest, IsReadableBeforeAnySoundOfItIsOnTheDisk) {
+    auto sink = matroskaSink();
+    play(*sink, game_, 0, 470);
+    const DecodedFile file(path_);
+    EXPECT_TRUE(file.opened);
+    EXPECT_THAT(file.complaints, IsEmpty());
+    EXPECT_THAT(file.titles(), ElementsAre("mix"));
+}
+
 TEST_F(MatroskaSinkTest, ATrackThatGoesOnInAnotherFormatGoesOnInAnotherStream) {
     auto sink = matroskaSink();
     playTurns(*sink, 0, 3, [&](std::size_t turn) {

@@ -1,0 +1,81 @@
+// The microphone as a file beside the mix.
+
+#include "output/VoiceSink.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "SinkFixture.h"
+
+namespace tqrecorder::test {
+namespace {
+
+class VoiceSinkTest : public SinkFixture {
+  protected:
+    static constexpr BlockFormat kVoice{44100, 1, 32, true};
+
+    void speak(std::size_t from, std::size_t frames, std::uint64_t lost = 0) {
+        const auto bytes = tone<float>(441, kVoice, frames, from);
+        sink_.block(game_, {.track = kMicrophoneTrack,
+                            .unit = kMicrophoneName,
+                            .format = kVoice,
+                            .microseconds = at(from),
+                            .frames = bytes,
+                            .lostFrames = lost});
+    }
+    const std::string path_ = VoiceSink::pathBeside(folder_.file("out.flac"));
+    VoiceSink sink_{{path_, formatNamed("wav")}};
+};
+
+TEST_F(VoiceSinkTest, WritesTheMicrophoneAloneAndNamesIt) {
+    play(sink_, game_, 0, 4700);
+    speak(0, 4410);
+    sink_.finish();
+    EXPECT_EQ(path_, folder_.file("out-microphone.wav"));
+    EXPECT_EQ(RecordedFile(path_).frames(), 4410U);
+    ASSERT_EQ(sink_.files().size(), 1U);
+    EXPECT_EQ(sink_.files()[0].name, kMicrophoneName);
+    EXPECT_EQ(sink_.files()[0].beganAt, kStart);
+    EXPECT_EQ(sink_.files()[0].processId, game_.id);
+}
+
+TEST_F(VoiceSinkTest, WhatWasLostIsSilenceOfThatLength) {
+    // Less than what a clock's jitter may be.
+    speak(0, 4410);
+    speak(4854, 4410, 444);
+    sink_.finish();
+    const RecordedFile recorded(path_);
+    ASSERT_EQ(recorded.frames(), 2U * 4410 + 444);
+    EXPECT_NE(recorded.at(4409), 0);
+    for (std::size_t frame = 4410; frame < 4854; ++frame) {
+        ASSERT_EQ(recorded.at(frame), 0);
+    }
+    EXPECT_NE(recorded.at(4856), 0);
+    EXPECT_EQ(sink_.files()[0].gaps, 1U);
+}
+
+TEST_F(VoiceSinkTest, AJumpOfTimeIsSaid) {
+    speak(0, 4410);
+    EXPECT_TRUE(sink_.problems().empty());
+    speak(std::size_t{48} * 3600 * 44'100, 4410);
+    EXPECT_THAT(sink_.problems(),
+                testing::ElementsAre(
+                    path_ + ": the program's time stamps jumped; what follows is not at its time"));
+    sink_.finish();
+    EXPECT_EQ(RecordedFile(path_).frames(), 8820U);
+}
+
+TEST_F(VoiceSinkTest, AFileThatCannotBeMadeIsFoundBeforeThereIsSound) {
+    EXPECT_TRUE(sink_.open());
+    EXPECT_TRUE(folder_.names().empty());
+    for (const auto& maximum : {std::optional<double>{}, std::optional<double>{60}}) {
+        VoiceSink sink({folder_.file("none/out-microphone.wav"), formatNamed("wav"), maximum});
+        EXPECT_FALSE(sink.open());
+        EXPECT_THAT(sink.problems(), testing::ElementsAre(testing::EndsWith(
+                                         maximum ? "-001.wav: No such file or directory"
+                                                 : "microphone.wav: No such file or directory")));
+    }
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

@@ -1,0 +1,110 @@
+// Live sources of made-up blocks, in a real server.
+
+#include "output/live/LiveSink.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/servers/PulseServer.h"
+
+namespace tqrecorder::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class LiveSinkTest : public testing::Test {
+  protected:
+    void SetUp() override {
+#if defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "the server's library is built without the thread sanitizer";
+#endif
+        server_ = std::make_unique<tqtest::PulseServer>();
+        // The program that holds the sources inherits it.
+        for (const auto& [name, value] : server_->environment()) {
+            setenv(name.c_str(), value.c_str(), 1);
+        }
+        sink_ =
+            std::make_unique<LiveSink>([this](const std::string& line) { said_ += line + "\n"; },
+                                       std::vector<std::string>{TQ_PULSE_HOLDER});
+        ASSERT_TRUE(sink_->open()) << sink_->problems()[0];
+    }
+    void TearDown() override {
+        if (sink_ != nullptr) {
+            sink_->finish();
+        }
+    }
+    /// A block of ten milliseconds of silence.
+    void play(const std::string& unit, double rate, std::uint32_t channels = 2) {
+        const BlockFormat format{rate, channels, 32, true};
+        const std::vector<std::byte> zeros(static_cast<std::size_t>(rate / 100) *
+                                           format.frameBytes());
+        sink_->block(game_, {.track = 1, .unit = unit, .format = format, .frames = zeros});
+        sink_->tick(0);
+    }
+    [[nodiscard]] std::string sources() const {
+        return tqtest::runProgram({.arguments = {"pactl", "list", "short", "sources"},
+                                   .environment = server_->environment()})
+            .text();
+    }
+    [[nodiscard]] bool isThere(const std::string& name) const {
+        return sources().find("tqaudiorecord.game." + name + "\t") != std::string::npos;
+    }
+
+    const Process game_{1, 1001, "game", true};
+    std::unique_ptr<tqtest::PulseServer> server_;
+    std::unique_ptr<LiveSink> sink_;
+    std::string said_;
+};
+
+TEST_F(LiveSinkTest, ASourceThatTheServerRefusesTakesNoOtherWithIt) {
+    constexpr double kBeyondTheServer = 900'000;
+    play("music", 48000);
+    play("bats", kBeyondTheServer);
+    play("voice", 48000);
+    EXPECT_TRUE(tqtest::eventually([&] {
+        play("bats", kBeyondTheServer);
+        play("voice", 48000);
+        return isThere("music") && isThere("voice") &&
+               said_.find("was refused") != std::string::npos;
+    })) << sources();
+    EXPECT_THAT(said_, HasSubstr("live source: game: bats was refused: "));
+    EXPECT_THAT(said_, Not(HasSubstr("went away")));
+    EXPECT_FALSE(isThere("bats"));
+}
+
+TEST_F(LiveSinkTest, TheRecordersMicrophoneIsNoSource) {
+    const BlockFormat format{44100, 1, 32, true};
+    const std::vector<std::byte> zeros(441 * format.frameBytes());
+    sink_->block(
+        game_,
+        {.track = kMicrophoneTrack, .unit = kMicrophoneName, .format = format, .frames = zeros});
+    EXPECT_EQ(said_, "");
+}
+
+TEST_F(LiveSinkTest, ATrackOfTooManyChannelsIsToldOnce) {
+    for (int block = 0; block < 3; ++block) {
+        play("organ", 48000, 12);
+    }
+    EXPECT_EQ(said_, "no live source for game: organ: it has 12 channels, and 8 are the most\n");
+}
+
+TEST_F(LiveSinkTest, ATrackBeyondTheMostSourcesIsToldOnce) {
+    for (std::size_t unit = 0; unit <= LiveSink::kMostSources; ++unit) {
+        play("unit-" + std::to_string(unit), 48000);
+    }
+    play("unit-24", 48000);
+    EXPECT_THAT(said_, HasSubstr("live source: game: unit-23\n"));
+    EXPECT_THAT(said_, testing::EndsWith("no live source for game: unit-24: 24 sources play "
+                                         "already, which is the most\n"));
+    EXPECT_EQ(said_.find("unit-24"), said_.rfind("unit-24"));
+}
+
+}  // namespace
+}  // namespace tqrecorder::test

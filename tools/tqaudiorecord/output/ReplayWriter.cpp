@@ -1,0 +1,204 @@
+#include "output/ReplayWriter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "output/files/FileChain.h"
+#include "output/files/FileNames.h"
+#include "output/matroska/MatroskaFile.h"
+
+namespace tqrecorder {
+namespace {
+
+constexpr std::int64_t kSilentFrames = 4096;
+/// Of all streams so much is written at a time.
+constexpr double kTurnSeconds = 0.25;
+
+template <typename Sink>
+void playSilence(std::int64_t frames, std::size_t frameBytes, const Sink& sink) {
+    const std::vector<std::byte> silence(static_cast<std::size_t>(kSilentFrames) * frameBytes);
+    for (; frames > 0; frames -= kSilentFrames) {
+        const auto count = static_cast<std::size_t>(std::min(frames, kSilentFrames));
+        sink(std::span(silence).first(count * frameBytes));
+    }
+}
+
+/// Gives the frames [from, to) of the stream to `sink`, piece by piece.
+template <typename Sink>
+void play(const StreamClip& clip, std::int64_t from, std::int64_t to, const Sink& sink) {
+    const std::size_t frameBytes = clip.format.frameBytes();
+    const auto bytes = [frameBytes](std::int64_t frame) {
+        return static_cast<std::uint64_t>(frame) * frameBytes;
+    };
+    playSilence(std::min(to, clip.first) - from, frameBytes, sink);
+    clip.bytes->play(bytes(std::clamp(from, clip.first, clip.last)),
+                     bytes(std::clamp(to, clip.first, clip.last)), sink);
+    playSilence(to - std::max(from, clip.last), frameBytes, sink);
+}
+
+/// Writes one save; of every process its number is the lowest that all of its files can have.
+class Writer {
+  public:
+    explicit Writer(const ReplayPlan& plan) : plan_(plan) {}
+    [[nodiscard]] ReplaySaved write(const ReplaySave& save);
+
+  private:
+    [[nodiscard]] bool write(const ProcessClip& process);
+    [[nodiscard]] bool writeAlone(const StreamClip& clip, std::string path, WrittenFile& written);
+    /// All streams into one file.
+    [[nodiscard]] bool writeTogether(const ProcessClip& process, const std::string& path,
+                                     WrittenFile& written);
+    [[nodiscard]] std::string pathOf(const StreamClip& clip, const std::string& addition) const;
+
+    const ReplayPlan& plan_;
+    ReplaySaved saved_;
+};
+
+std::string Writer::pathOf(const StreamClip& clip, const std::string& addition) const {
+    if (clip.track == 0) {
+        return plan_.mix.path.empty() ? std::string() : withAddition(plan_.mix.path, addition);
+    }
+    return plan_.tracksFolder.empty()
+               ? std::string()
+               : plan_.tracksFolder + "/" +
+                     withAddition("track-" + std::to_string(clip.track) + "-" +
+                                      fileNamePart(clip.unit) + "." +
+                                      std::string(plan_.tracksKind->extension),
+                                  addition);
+}
+
+bool Writer::writeAlone(const StreamClip& clip, std::string path, WrittenFile& written) {
+    if (!clip.bytes) {
+        return true;
+    }
+    const FileFormat* kind = clip.track == 0 ? plan_.mix.kind : plan_.tracksKind;
+    FileSeries series({std::move(path), kind}, clip.format);
+    if (series.open()) {
+        play(clip, clip.begin, clip.end, [&series](std::span<const std::byte> frames) {
+            series.write(frames);
+            // Who is killed meanwhile leaves a file that can be read as far as it got.
+            series.refresh();
+        });
+        series.finish();
+    }
+    saved_.problems.insert(saved_.problems.end(), series.problems().begin(),
+                           series.problems().end());
+    if (!series.failed() && !series.files().empty()) {
+        written = series.files().front();
+    }
+    return !series.failed();
+}
+
+bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
+                           WrittenFile& written) {
+    std::string error;
+    FileChain chain(path, false, false);
+    std::unique_ptr<MatroskaFile> file;
+    if (PartFile* const part = chain.next(error)) {
+        file =
+            MatroskaFile::create(part->path(), part->descriptor(), plan_.mix.kind->coding, error);
+    }
+    if (file == nullptr) {
+        saved_.problems.push_back(error);
+        return false;
+    }
+    std::vector<std::pair<unsigned, const StreamClip*>> clips;
+    std::map<std::string, int> titles;
+    for (const StreamClip& clip : process.streams) {
+        if (!clip.bytes) {
+            continue;
+        }
+        std::string title = clip.track == 0 ? "mix" : clip.unit;
+        if (const int before = titles[title]++; before > 0) {
+            title += " (" + std::to_string(before + 1) + ")";
+        }
+        const MatroskaFile::Begun begun = file->begin(title, clip.format, 0);
+        if (begun.stream != 0) {
+            clips.emplace_back(begun.stream, &clip);
+        } else {
+            saved_.problems.push_back(path + ": " +
+                                      (begun.error.empty() ? file->problem() : begun.error));
+        }
+    }
+    bool isGood = true;
+    for (double turn = 0; isGood && turn < process.seconds; turn += kTurnSeconds) {
+        for (const auto& [stream, clip] : clips) {
+            const auto frameAfter = [clip = clip](double seconds) {
+                const std::int64_t frames = std::llround(seconds * clip->format.sampleRate);
+                return std::min(clip->end, clip->begin + frames);
+            };
+            play(*clip, frameAfter(turn), frameAfter(turn + kTurnSeconds),
+                 [&, stream = stream, clip = clip](std::span<const std::byte> frames) {
+                     file->write(stream, frames);
+                     if (!chain.isHeard() && hasSound(frames, clip->format)) {
+                         chain.heard();
+                     }
+                 });
+        }
+        isGood = file->flush();
+    }
+    isGood = file->close() && isGood;
+    if (!isGood) {
+        chain.complain(file->problem());
+    }
+    chain.complete({path, file->text(), file->seconds(), 0, 0, {}, 0, 0, plan_.mix.kind},
+                   file->seconds() == 0);
+    chain.finish();
+    saved_.problems.insert(saved_.problems.end(), chain.problems().begin(), chain.problems().end());
+    if (!chain.files().empty()) {
+        written = chain.files().front();
+    }
+    return isGood;
+}
+
+bool Writer::write(const ProcessClip& process) {
+    bool isDone = true;
+    unsigned number = 0;
+    std::string numbers;
+    std::error_code failure;
+    do {
+        numbers = process.addition + numberAddition(++number);
+    } while (std::any_of(process.streams.begin(), process.streams.end(), [&](const auto& clip) {
+        const std::string path = pathOf(clip, numbers);
+        return !path.empty() && std::filesystem::exists(path, failure);
+    }));
+    for (const StreamClip& clip : process.streams) {
+        const std::string path = pathOf(clip, numbers);
+        const bool isAll =
+            clip.track == 0 && plan_.mix.kind != nullptr && plan_.mix.kind->isMatroska();
+        WrittenFile file;
+        isDone = (path.empty() || (isAll ? writeTogether(process, freePath(path), file)
+                                         : writeAlone(clip, freePath(path), file))) &&
+                 isDone;
+        if (!file.path.empty()) {
+            file.processId = process.processId;
+            file.name = clip.track == 0 ? "mix" : "track " + std::to_string(clip.track);
+            saved_.files.push_back(std::move(file));
+        }
+    }
+    return isDone;
+}
+
+ReplaySaved Writer::write(const ReplaySave& save) {
+    saved_.ticket = save.ticket;
+    for (const ProcessClip& process : save.processes) {
+        if (!write(process)) {
+            saved_.failed.push_back(process.processId);
+        }
+    }
+    return std::move(saved_);
+}
+
+}  // namespace
+
+ReplaySaved writeReplay(const ReplayPlan& plan, const ReplaySave& save) {
+    return Writer(plan).write(save);
+}
+
+}  // namespace tqrecorder
