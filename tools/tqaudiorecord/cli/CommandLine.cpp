@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "cli/OptionTable.h"
+#include "ipc/Choice.h"
 #include "ipc/ControlText.h"
 #include "output/files/FileFormats.h"
 
@@ -311,7 +312,10 @@ class Parser {
             return "--replay goes with neither --output -, --picture, --report nor "
                    "--max-file-time";
         }
-        if (o.microphone && !o.microphoneInMix && o.tracksFolder.empty() &&
+        const FileFormat* const ofMix =
+            o.format.empty() ? formatOfPath(o.output) : formatNamed(o.format);
+        const bool holdsTracks = !toPipe && ofMix != nullptr && ofMix->isMatroska();
+        if (o.microphone && !o.microphoneInMix && o.tracksFolder.empty() && !holdsTracks &&
             (toPipe || o.replaySeconds)) {
             return "--mic has no file there: --tracks or --mic-in-mix is wanted";
         }
@@ -324,7 +328,21 @@ class Parser {
         if ((isGiven("attack") || isGiven("release")) && !o.duck && !o.compress) {
             return "--attack and --release want --duck or --compress";
         }
+        if (isTooLong({o.only, o.without})) {
+            return "--only and --not take 1000 names each at most, of 50000 bytes in all";
+        }
         return samePath();
+    }
+
+    static bool isTooLong(const Choice& choice) {
+        std::size_t bytes = 0;
+        for (const auto& patterns : {choice.only, choice.without}) {
+            for (const std::string& pattern : patterns) {
+                bytes += pattern.size();
+            }
+        }
+        return choice.only.size() > kMostPatterns || choice.without.size() > kMostPatterns ||
+               bytes > kMostPatternBytes;
     }
 
     std::string samePath() const {
@@ -334,8 +352,11 @@ class Parser {
               std::pair(&result_.pictureFile, "--picture"),
               std::pair(&result_.reportFile, "--report"),
               std::pair(&result_.tracksFolder, "--tracks")}) {
-            if (path->empty() || *path == "-") {
+            if (path->empty() || (*path == "-" && path == &result_.output)) {
                 continue;
+            }
+            if (*path == "-") {
+                return std::string(name) + ": only --output writes to standard output";
             }
             const auto [entry, isNew] =
                 seen.emplace(std::filesystem::path(*path).lexically_normal(), name);

@@ -1,7 +1,6 @@
 #include "cli/OptionTable.h"
 
 #include <array>
-#include <sstream>
 
 namespace tqrecorder {
 namespace {
@@ -199,10 +198,12 @@ constexpr std::array kTable{
         .group = kEnding,
         .name = "host-goes-on",
         .target = ClearsField{&Options::endsHost},
-        .brief = "Leave COMMAND running when the recording ends (else it gets SIGTERM)",
+        .brief = "Leave COMMAND running when the recording ends (else SIGTERM, SIGKILL 5 s later)",
         .manual = "Leave *COMMAND* running when the recording ends before it does. It runs in a "
-                  "process group of its own then, and cannot read from the terminal. Otherwise it "
-                  "gets SIGTERM, and SIGKILL when it is still there five seconds later.",
+                  "process group of its own then, which keeps Ctrl-C from it: it may write to the "
+                  "terminal and change it, and reading from it fails. Without this option the end "
+                  "of the recording (Ctrl-C, **ctl stop**, **--duration**) sends it SIGTERM, and "
+                  "SIGKILL when it is still there five seconds later, which a line says.",
     },
     OptionEntry{
         .group = kEnding,
@@ -358,62 +359,6 @@ constexpr std::array kTable{
 
 std::span<const OptionEntry> optionTable() {
     return kTable;
-}
-
-std::string_view titleOf(OptionGroup group) {
-    switch (group) {
-        case kOutput:
-            return "Output";
-        case kEnding:
-            return "Ending";
-        case kView:
-            return "Seeing";
-        case kControl:
-            return "Control";
-    }
-    return {};
-}
-
-std::string numberText(double number) {
-    std::ostringstream text;
-    text.imbue(std::locale::classic());
-    text.precision(10);
-    text << number;
-    return text.str();
-}
-
-bool OptionEntry::takesArgument() const {
-    return !valueName.empty() && !std::holds_alternative<SwitchWithNumber>(target) &&
-           !std::holds_alternative<SwitchWithText>(target);
-}
-
-bool OptionEntry::isRepeatable() const {
-    return std::holds_alternative<std::vector<std::string> Options::*>(target);
-}
-
-bool OptionEntry::isNumber() const {
-    return std::holds_alternative<SwitchWithNumber>(target) ||
-           std::holds_alternative<double Options::*>(target) ||
-           std::holds_alternative<std::optional<double> Options::*>(target);
-}
-
-std::string OptionEntry::defaultText() const {
-    const Options fresh;
-    if (const auto* both = std::get_if<SwitchWithNumber>(&target)) {
-        return numberText(fresh.*(both->number));
-    }
-    if (const auto* field = std::get_if<double Options::*>(&target)) {
-        return numberText(fresh.**field);
-    }
-    return {};
-}
-
-std::string OptionEntry::shortForm() const {
-    return letter == 0 ? std::string() : std::string("-") + letter;
-}
-
-std::string OptionEntry::longForm() const {
-    return "--" + std::string(name);
 }
 
 }  // namespace tqrecorder

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "ipc/Printable.h"
-#include "output/ReplaySink.h"
 #include "output/TracksSink.h"
 #include "output/VoiceSink.h"
 #include "output/live/LiveSink.h"
@@ -129,10 +128,17 @@ bool Outputs::arePlacesGood(std::string& error) const {
     return true;
 }
 
+const FileFormat* Outputs::formatOfMix() const {
+    return !options_.format.empty() ? formatNamed(options_.format) : formatOfPath(options_.output);
+}
+
 std::string Outputs::voiceFile() const {
     const Options& o = options_;
+    const FileFormat* const format = formatOfMix();
+    // Of a file with many streams it is one.
     const bool isBeside = o.microphone && !o.microphoneInMix && o.tracksFolder.empty() &&
-                          !o.replaySeconds && o.output != "-";
+                          !o.replaySeconds && o.output != "-" &&
+                          (format == nullptr || !format->isMatroska());
     return isBeside ? VoiceSink::pathBeside(o.output) : std::string();
 }
 
@@ -147,7 +153,7 @@ bool Outputs::open(std::string& error) {
     }
     observer_ = &add(std::make_unique<Observer>());
     const Options& o = options_;
-    const FileFormat* format = !o.format.empty() ? formatNamed(o.format) : formatOfPath(o.output);
+    const FileFormat* const format = formatOfMix();
     if (o.output == "-" && ::isatty(standardOutput_) == 1) {
         error =
             "standard output is a terminal, and no place for sound; send it to a file or program";
@@ -156,7 +162,7 @@ bool Outputs::open(std::string& error) {
     if (o.output == "-") {
         const bool raw = format != nullptr && format->isBare();
         pipe_ = &add(std::make_unique<PipeSink>(
-            standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav, names_));
+            standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav));
     } else if (o.replaySeconds) {
         auto sink = std::make_unique<ReplaySink>(ReplaySink::Plan{{o.output, format},
                                                                   o.tracksFolder,
@@ -164,6 +170,7 @@ bool Outputs::open(std::string& error) {
                                                                   o.replayOverlaps,
                                                                   formatNamed(o.tracksFormat)},
                                                  names_);
+        replay_ = sink.get();
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -194,8 +201,12 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!voiceFile().empty()) {
-        files_.push_back(&add(std::make_unique<VoiceSink>(
-            FileSeries::Plan{voiceFile(), &trackFormat(), o.maximumFileSeconds, o.overwrite})));
+        auto sink = std::make_unique<VoiceSink>(
+            FileSeries::Plan{voiceFile(), &trackFormat(), o.maximumFileSeconds, o.overwrite});
+        files_.push_back(sink.get());
+        if (!addOpened(std::move(sink), error)) {
+            return false;
+        }
     }
     if (!o.eventsFile.empty()) {
         auto sink = std::make_unique<EventsSink>(o.eventsFile, o.overwrite);

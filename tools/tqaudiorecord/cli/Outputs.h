@@ -12,6 +12,7 @@
 #include "output/PauseTime.h"
 #include "output/PictureSink.h"
 #include "output/PipeSink.h"
+#include "output/ReplaySink.h"
 #include "output/SinkSet.h"
 #include "output/VoiceTrack.h"
 #include "output/files/FileNames.h"
@@ -41,6 +42,7 @@ class Outputs : public SinkSet {
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void event(const Process& process, const Event& event) override;
     [[nodiscard]] ControlAnswer control(const ControlCommand& command) override;
+    [[nodiscard]] std::vector<ControlAnswer> lateAnswers() override;
 
     void notice(const std::string& line) override;
     /// Shows problems as they come up.
@@ -62,14 +64,17 @@ class Outputs : public SinkSet {
     template <typename Kind>
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
+    /// Null where there is no mix, or it goes to the standard output as it is.
+    [[nodiscard]] const FileFormat* formatOfMix() const;
     /// The microphone's own file; empty where it has none.
     [[nodiscard]] std::string voiceFile() const;
     [[nodiscard]] bool openViews(std::string& error);
     [[nodiscard]] bool openLive(std::string& error);
     [[nodiscard]] ReportFacts reportFacts() const;
     void showProblems();
-    [[nodiscard]] std::uint64_t lostOutsidePauses(const Block& block) const;
     [[nodiscard]] ControlAnswer save(std::optional<double> seconds);
+    [[nodiscard]] ControlAnswer answerOf(ReplaySaved saved) const;
+    [[nodiscard]] ControlAnswer nothingToSave() const;
     [[nodiscard]] ControlAnswer split();
     [[nodiscard]] ControlAnswer setPaused(bool isPaused);
     [[nodiscard]] std::vector<WrittenFile> files() const;
@@ -88,6 +93,7 @@ class Outputs : public SinkSet {
     std::optional<VoiceTrack> voice_;  ///< with --mic
     VoiceFacts voiceFacts_;
     std::vector<FilesSink*> files_;
+    ReplaySink* replay_ = nullptr;  ///< one of them
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;
     ReportSink* report_ = nullptr;

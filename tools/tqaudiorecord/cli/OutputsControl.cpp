@@ -27,7 +27,8 @@ void Outputs::block(const Process& process, const Block& block) {
     }
     Block moved = block;
     moved.microseconds -= pauses_.before(block.microseconds);
-    moved.lostFrames = lostOutsidePauses(block);
+    moved.lostFrames =
+        pauses_.lostOutside(block.microseconds, block.lostFrames, block.format.sampleRate);
     if (voice_) {
         voice_->block(process, moved);
     } else {
@@ -90,21 +91,6 @@ ControlAnswer Outputs::control(const ControlCommand& command) {
     return SinkSet::control(command);
 }
 
-/// What was lost in a pause is left out like the rest of it.
-std::uint64_t Outputs::lostOutsidePauses(const Block& block) const {
-    const double rate = block.format.sampleRate;
-    if (block.lostFrames == 0 || !(rate > 0)) {
-        return 0;
-    }
-    const double length = std::min(static_cast<double>(block.lostFrames) / rate * 1e6,
-                                   static_cast<double>(block.microseconds));
-    const auto begin = block.microseconds - static_cast<std::uint64_t>(length);
-    const std::uint64_t paused = pauses_.before(block.microseconds) - pauses_.before(begin);
-    const double left = length - static_cast<double>(paused);
-    return paused == 0 ? block.lostFrames
-                       : static_cast<std::uint64_t>(std::max(left, 0.0) / 1e6 * rate);
-}
-
 void Outputs::notice(const std::string& line) {
     if (!options_.quiet) {
         screen_.line("tqaudiorecord: " + line);
@@ -124,32 +110,51 @@ ControlAnswer Outputs::told(const std::string& what, const std::vector<WrittenFi
 }
 
 ControlAnswer Outputs::save(std::optional<double> seconds) {
-    if (!options_.replaySeconds) {
+    if (replay_ == nullptr) {
         return {false, "nothing is kept to be saved: start the recording with --replay\n"};
     }
     if (seconds && !(*seconds > 0)) {
         return {false, "save wants more than 0 seconds\n"};
     }
-    const std::size_t before = problems().size();
-    std::vector<WrittenFile> saved;
-    for (FilesSink* sink : files_) {
-        std::vector<WrittenFile> more = sink->saveLast(seconds);
-        std::move(more.begin(), more.end(), std::back_inserter(saved));
+    if (replay_->isSavingAllItCan()) {
+        const std::string text = "so many saves are being written that there is room for no more";
+        notice(text);
+        return {false, text + "\n"};
     }
-    const std::vector<std::string> all = problems();
-    if (all.size() > before) {
-        return {false, printable(all.back()) + "\n"};
+    const std::uint64_t ticket = replay_->beginSave(seconds);
+    return ticket == 0 ? nothingToSave() : ControlAnswer{.isDone = true, .ticket = ticket};
+}
+
+ControlAnswer Outputs::nothingToSave() const {
+    if (!options_.quiet) {
+        screen_.line("tqaudiorecord: there is nothing to save yet");
     }
-    if (saved.empty()) {
-        if (!options_.quiet) {
-            screen_.line("tqaudiorecord: there is nothing to save yet");
+    return {false, "there is nothing to save yet\n"};
+}
+
+std::vector<ControlAnswer> Outputs::lateAnswers() {
+    std::vector<ControlAnswer> answers;
+    if (replay_ != nullptr) {
+        for (ReplaySaved& saved : replay_->takeSaved()) {
+            const std::uint64_t ticket = saved.ticket;
+            answers.push_back(answerOf(std::move(saved)));
+            answers.back().ticket = ticket;
         }
-        return {false, "there is nothing to save yet\n"};
     }
-    for (WrittenFile& file : saved) {
+    return answers;
+}
+
+ControlAnswer Outputs::answerOf(ReplaySaved saved) const {
+    if (!saved.problems.empty()) {
+        return {false, printable(saved.problems.back()) + "\n"};
+    }
+    if (saved.files.empty()) {
+        return nothingToSave();
+    }
+    for (WrittenFile& file : saved.files) {
         file.path = printable(file.path);
     }
-    return told("saved", saved);
+    return told("saved", saved.files);
 }
 
 ControlAnswer Outputs::split() {

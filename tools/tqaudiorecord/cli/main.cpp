@@ -124,7 +124,7 @@ int record(Options options, Screen& screen) {
     for (const std::string& note : result.notes) {
         complain(screen, note);
     }
-    const bool isWritten = outputs.problems().empty();
+    const bool isWritten = result.isWhole && outputs.problems().empty();
     const int hostCode = result.hostExitCode.value_or(0);
     const bool isEmpty = !outputs.isAnythingRecorded();
     // A note has said already why there is nothing.

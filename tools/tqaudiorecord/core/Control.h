@@ -30,6 +30,8 @@ struct ControlCommand {
 struct ControlAnswer {
     bool isDone = false;
     std::string text{};  ///< for the user, in whole lines or empty
+    /// Not 0: this is no answer yet; it comes with that ticket when the thing is done.
+    std::uint64_t ticket = 0;
 };
 
 }  // namespace tqrecorder

@@ -34,6 +34,8 @@ struct Process {
     pid_t pid = 0;           ///< as the recorder sees it
     std::string name;        ///< the program's name without folders
     bool isCommand = false;  ///< the command that was asked for (also after it execs)
+    /// Written for the platform; what others play is heard through bridges.
+    bool usesPlatform = false;
 };
 
 /// A block of sound. `track` 0 is the process's mix (44100 Hz, 16-bit, stereo); 1 to 7 are the

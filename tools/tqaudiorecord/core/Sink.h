@@ -41,6 +41,9 @@ class Sink {
     [[nodiscard]] virtual ControlAnswer control(const ControlCommand&) {
         return {false, "nothing here can do that\n"};
     }
+    /// Answers with tickets that control() gave, since the last call. Asked for several times a
+    /// second, and once after finish(), when all have come.
+    [[nodiscard]] virtual std::vector<ControlAnswer> lateAnswers() { return {}; }
     /// The recording is over; files are to be whole after this. Called once.
     virtual void finish() {}
     /// Why the recording should end now, for example because the reader of the standard output has

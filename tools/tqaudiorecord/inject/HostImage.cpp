@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "common/ElfNames.h"
+#include "core/Services.h"
 #include "core/SoundLibraries.h"
 #include "ipc/TapSettings.h"
 
@@ -28,6 +29,13 @@ constexpr std::array<std::string_view, 3> kSystemFolders{"/lib", "/usr/lib", "/u
 constexpr std::array<std::string_view, 14> kInterpreters{
     "python", "pypy", "java", "wine", "mono", "node",  "electron",
     "perl",   "ruby", "lua",  "love", "php",  "guile", "dotnet"};
+
+/// Empty where the system does not say.
+std::string programFile() {
+    std::array<char, 4096> path{};
+    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+    return {path.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
 
 std::string_view nameOf(const dl_phdr_info& image) {
     return image.dlpi_name == nullptr ? "" : image.dlpi_name;
@@ -110,11 +118,11 @@ bool usesPlatform() {
 }
 
 bool isInterpreter() {
-    std::array<char, 4096> path{};
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
-    return length > 0 &&
-           beginsWithOneOf(withoutFolders({path.data(), static_cast<std::size_t>(length)}),
-                           kInterpreters);
+    return beginsWithOneOf(withoutFolders(programFile()), kInterpreters);
+}
+
+bool isServing() {
+    return isService(withoutFolders(programFile()));
 }
 
 bool isCommand(const TapSettings& settings) {

@@ -13,6 +13,8 @@ namespace tqrecorder {
 /// Whether it runs programs that are no files of this machine: an interpreter or a virtual machine,
 /// whose program may bring a library for sound at any time.
 [[nodiscard]] bool isInterpreter();
+/// Whether it is a sound server or a bus.
+[[nodiscard]] bool isServing();
 
 /// Whether this process is COMMAND itself. An orphan that COMMAND leaves behind may have the
 /// recorder for a parent as well, so COMMAND writes its number where all that it starts find it.

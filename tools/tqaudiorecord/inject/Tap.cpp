@@ -239,7 +239,7 @@ void Tap::runRecording() {
         if (waitForEnd(isPopulating ? 1 : wait)) {
             break;
         }
-        if (isMainThreadGone_.load(std::memory_order_relaxed) && isProgramOver()) {
+        if (isProgramOver()) {
             // What the C library does when a program's last thread ends.
             std::exit(0);
         }

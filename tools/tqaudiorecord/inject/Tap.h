@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -93,7 +94,8 @@ class Tap {
 
     // Where the program's last thread has gone.
     void watchMainThread();
-    [[nodiscard]] bool isProgramOver() const;
+    [[nodiscard]] bool isProgramOver();
+    [[nodiscard]] bool isAnyThreadTheirs() const;
 
     // Around fork().
     void watchForks();
@@ -130,6 +132,8 @@ class Tap {
     /// browsers fork others from, must have no second thread.
     std::atomic<bool> isThreadOwed_{false};
     std::atomic<bool> isMainThreadGone_{false};
+    /// Since when no thread but ours is left; on the tap's thread.
+    std::optional<std::chrono::steady_clock::time_point> aloneSince_;
     /// The program ends, and blocks wait for room until they have once waited in vain. Writers:
     /// the thread that ends the program, and a render thread that gives up. Publishes nothing else.
     std::atomic<bool> isPatient_{false};

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <set>
@@ -24,6 +25,8 @@ namespace {
 /// What the threads of our libraries call themselves, as far as the system keeps a name.
 constexpr std::array<std::string_view, 4> kOurThreads{"TQAudio", "TQPreparing", "TQRebindVerify",
                                                       "RZReplayAudioR"};
+
+constexpr std::chrono::seconds kAlone{1};
 
 /// What a thread calls itself; nothing for one that has gone.
 std::optional<std::string> nameOf(const std::filesystem::path& task) {
@@ -58,11 +61,23 @@ void Tap::watchMainThread() {
     }
 }
 
+/// Whether it has been so for a while: a thread that the program named like one of ours may be
+/// there before ours is.
+bool Tap::isProgramOver() {
+    if (!isMainThreadGone_.load(std::memory_order_relaxed) || isAnyThreadTheirs()) {
+        aloneSince_.reset();
+        return false;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    aloneSince_ = aloneSince_.value_or(now);
+    return now - *aloneSince_ >= kAlone;
+}
+
 /// The main thread is there as a zombie until the process ends. A program that is written for the
 /// platform plays on by the device's thread alone.
-bool Tap::isProgramOver() const {
+bool Tap::isAnyThreadTheirs() const {
     if (usesPlatform_ && isAnyUnitStarted()) {
-        return false;
+        return true;
     }
     const std::string main = std::to_string(getpid());
     std::set<std::string> seen;
@@ -75,10 +90,10 @@ bool Tap::isProgramOver() const {
         const std::optional<std::string> name = nameOf(each->path());
         // A thread that the program makes in a callback begins with the name of ours.
         if (name && (!isOurs(*name) || !seen.insert(*name).second)) {
-            return false;
+            return true;
         }
     }
-    return !failure;
+    return static_cast<bool>(failure);
 }
 
 }  // namespace tqrecorder

@@ -15,9 +15,14 @@ namespace {
 void openTap(char** arguments) {
     const char* const text = std::getenv(tqrecorder::kSettingsVariable);
     const auto settings = text == nullptr ? std::nullopt : tqrecorder::settingsFromText(text);
-    // A shell, or a tool that a script calls, is none of our business.
-    if (!settings || (!tqrecorder::isCommand(*settings) && !tqrecorder::isInterpreter() &&
-                      !tqrecorder::mayHaveSound())) {
+    if (!settings) {
+        return;
+    }
+    // A shell, or a tool that a script calls, is none of our business, and what a sound server
+    // plays is recorded of its clients.
+    if (!tqrecorder::isCommand(*settings) &&
+        (tqrecorder::isServing() ||
+         (!tqrecorder::isInterpreter() && !tqrecorder::mayHaveSound()))) {
         return;
     }
     Dl_info self{};

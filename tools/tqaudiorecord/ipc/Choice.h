@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,11 @@ namespace tqrecorder {
 /// names; letters match whatever their case. A pattern stands for a track when it matches the
 /// track's whole name, what the program calls it (what stands behind the first space), or the
 /// program's name.
+/// Patterns of each kind, and bytes of all of them together. More would not fit into what a program
+/// may be started with.
+inline constexpr std::size_t kMostPatterns = 1000;
+inline constexpr std::size_t kMostPatternBytes = 50'000;
+
 struct Choice {
     std::vector<std::string> only;     ///< empty: everything
     std::vector<std::string> without;  ///< these are left out, whatever `only` says

@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -21,7 +24,8 @@ constexpr std::uint64_t kLogBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kStreamBytes = std::uint64_t{64} << 10U;
 /// Lies behind the others: the memory is taken from the beginning on.
 constexpr auto kSoundRing = static_cast<std::size_t>(RingId::kSound);
-constexpr std::uint64_t kSoundAtFirst = std::uint64_t{2} << 20U;
+/// With room for what leads back to the beginning where no more is to be had.
+constexpr std::uint64_t kSoundAtFirst = (std::uint64_t{2} << 20U) + kPage;
 constexpr std::uint64_t kLeastSoundBytes = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kMostSoundBytes = std::uint64_t{4} << 30U;
 
@@ -35,6 +39,13 @@ constexpr std::uint64_t wholePages(std::uint64_t bytes) {
 
 std::uint64_t soundRing(std::uint64_t bytes) {
     return wholePages(std::clamp(bytes, kLeastSoundBytes, kMostSoundBytes));
+}
+
+/// Takes a page that nobody uses yet, as kernels before 5.14 cannot do it for many. The kernel
+/// writes to it for us: where there is no memory left it gives an error, while a write of our own
+/// would end the program.
+bool claimPage(std::byte* page) {
+    return syscall(SYS_clock_gettime, CLOCK_MONOTONIC, page) == 0;
 }
 
 }  // namespace
@@ -150,11 +161,20 @@ bool SharedMapping::populateMore() {
         return false;
     }
     const std::size_t piece = std::min(kPiece, bytes_ - populated_);
+    std::atomic<std::uint64_t>& usable = page().rings[kSoundRing].usable;
     if (madvise(base_ + populated_, piece, MADV_POPULATE_WRITE) != 0) {
-        return false;
+        if (errno != EINVAL) {
+            return false;
+        }
+        // What is in use was taken by make().
+        const std::size_t used = ringOffset_[kSoundRing] + usable;
+        for (std::size_t at = std::max(populated_, used); at < populated_ + piece; at += kPage) {
+            if (!claimPage(base_ + at)) {
+                return false;
+            }
+        }
     }
     populated_ += piece;
-    std::atomic<std::uint64_t>& usable = page().rings[kSoundRing].usable;
     if (populated_ > ringOffset_[kSoundRing] + usable) {
         usable.store(populated_ - ringOffset_[kSoundRing], std::memory_order_release);
     }

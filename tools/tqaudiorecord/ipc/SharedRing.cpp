@@ -51,15 +51,20 @@ bool RingWriter::pushAlone(RecordHeader& header, std::span<const Bytes> parts) c
     const std::uint64_t read = state_->read.load(std::memory_order_acquire);
     const std::uint64_t offset = written % memory_.size();
     const std::uint64_t toEnd = memory_.size() - offset;
+    const std::uint64_t usable = state_->usable.load(std::memory_order_acquire);
+    // Short of the end there has to be room for what leads back to the beginning.
+    const std::uint64_t most =
+        usable < memory_.size() ? usable - std::min(usable, kShortest) : memory_.size();
     // A record is never split, so that each of its buffers is one copy.
-    const std::uint64_t skipped = needed > toEnd ? toEnd : 0;
+    const bool fits = offset + needed <= most;
+    const std::uint64_t skipped = fits ? 0 : toEnd;
     const std::uint64_t used = written - read;
     // The numbers are shared with others: believed only as far as they can be.
     if (used > memory_.size() || needed + skipped > memory_.size() - used || written % 8 != 0) {
         return false;
     }
-    const std::uint64_t reach = skipped > 0 ? memory_.size() : offset + needed;
-    if (reach > state_->usable.load(std::memory_order_acquire)) {
+    // Where no more memory is to be had, what there is is used again and again.
+    if (!fits && (needed > most || offset > most)) {
         return false;
     }
     if (skipped > 0) {

@@ -43,7 +43,7 @@ struct RingState {
     alignas(64) std::atomic<std::uint64_t> written{0};  ///< bytes; the writer's
     std::atomic<std::uint64_t> lostRecords{0};
     std::atomic<std::uint64_t> lostBytes{0};  ///< of payload
-    /// How much of the memory may be written by now.
+    /// How much of the memory may be written by now; only grows. What is behind it is skipped.
     std::atomic<std::uint64_t> usable{std::numeric_limits<std::uint64_t>::max()};
     std::atomic<std::uint32_t> busy{0};
     alignas(64) std::atomic<std::uint64_t> read{0};  ///< bytes; the reader's

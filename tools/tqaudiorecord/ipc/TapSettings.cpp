@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "ipc/Choice.h"
+
 namespace tqrecorder {
 namespace {
 
 constexpr const char* kBegin = "tq2";
-/// More would not fit into what a program may be started with.
-constexpr std::size_t kMostPatterns = 1000;
 
 /// A pattern may hold anything: its bytes in hexadecimal digits.
 std::string hexadecimal(const std::string& pattern) {

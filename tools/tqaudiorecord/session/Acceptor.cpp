@@ -93,6 +93,7 @@ void Acceptor::takeIn() {
         tqcommon::Descriptor socket(
             accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket) {
+            isShort_ = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
             break;
         }
         ucred peer{};
@@ -106,6 +107,7 @@ void Acceptor::takeIn() {
 }
 
 std::vector<Connection> Acceptor::connections() {
+    isShort_ = false;
     takeIn();
     std::vector<Connection> list;
     std::vector<Pending> still;
@@ -143,6 +145,7 @@ Acceptor::Received Acceptor::receive(const Pending& pending, Connection& connect
     std::vector<tqcommon::Descriptor> descriptors;
     if (size >= 0) {
         descriptors = descriptorsOf(message);
+        isShort_ = isShort_ || (descriptors.empty() && (message.msg_flags & MSG_CTRUNC) != 0);
     }
     if (size != static_cast<ssize_t>(sizeof connection.hello) ||
         connection.hello.magic != Hello::kMagic || descriptors.size() > 1) {

@@ -34,6 +34,9 @@ class Acceptor {
     /// Connections of other users' processes are closed. Of those that say nothing a bounded number
     /// is kept: the oldest of the process that has most goes first.
     [[nodiscard]] std::vector<Connection> connections();
+    /// Whether the last call found somebody for whom this process may open no descriptor: who has
+    /// not connected yet waits, who has comes without memory.
+    [[nodiscard]] bool isShort() const { return isShort_; }
     /// Connections that were closed because they said nothing and room was needed.
     [[nodiscard]] std::uint64_t silentConnections() const { return silent_; }
 
@@ -45,12 +48,13 @@ class Acceptor {
     enum class Received { kNothing, kHello, kEnd };
     void takeIn();
     void makeRoom();
-    [[nodiscard]] static Received receive(const Pending& pending, Connection& connection);
+    [[nodiscard]] Received receive(const Pending& pending, Connection& connection);
 
     tqcommon::Descriptor socket_;
     std::string name_;
     std::vector<Pending> pending_;  // the oldest first
     std::uint64_t silent_ = 0;
+    bool isShort_ = false;
 };
 
 }  // namespace tqrecorder

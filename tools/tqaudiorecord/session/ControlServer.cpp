@@ -52,10 +52,12 @@ std::vector<ControlRequest> ControlServer::requests() {
     if (silent_.size() == kMostSilent) {
         std::erase_if(silent_, [now](const Silent& one) { return now - one.since > kPatience; });
     }
+    isShort_ = false;
     while (silent_.size() < kMostSilent) {
         tqcommon::Descriptor client(
             accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!client) {
+            isShort_ = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
             break;
         }
         if (isPeerOurs(client.get())) {

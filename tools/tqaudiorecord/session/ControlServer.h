@@ -32,6 +32,8 @@ class ControlServer {
     [[nodiscard]] std::vector<ControlRequest> requests();
     /// Whether anybody is connecting, or has connected and not asked yet.
     [[nodiscard]] bool isAnybodyComing() const;
+    /// Whether somebody waits for whom this process may open no descriptor.
+    [[nodiscard]] bool isShort() const { return isShort_; }
     static void answer(const tqcommon::Descriptor& client, const ControlAnswer& answer);
 
   private:
@@ -43,6 +45,7 @@ class ControlServer {
 
     std::string path_;
     tqcommon::Descriptor socket_;
+    bool isShort_ = false;
     std::vector<Silent> silent_;  // connected, and have not asked yet
 };
 

@@ -6,9 +6,11 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "session/ProcessHandle.h"
@@ -73,6 +75,31 @@ std::vector<char*> pointersTo(const std::vector<std::string>& list) {
     return pointers;
 }
 
+/// Signals that stop who uses the terminal without being in its foreground. While this lives they
+/// are ignored, which a program that is started then inherits: it may change the terminal and write
+/// to it, and reading fails.
+class TerminalStopsIgnored {
+  public:
+    TerminalStopsIgnored() {
+        struct sigaction ignored {};
+        ignored.sa_handler = SIG_IGN;
+        for (std::size_t i = 0; i < kNumbers.size(); ++i) {
+            sigaction(kNumbers[i], &ignored, &before_[i]);
+        }
+    }
+    ~TerminalStopsIgnored() {
+        for (std::size_t i = 0; i < kNumbers.size(); ++i) {
+            sigaction(kNumbers[i], &before_[i], nullptr);
+        }
+    }
+    TerminalStopsIgnored(const TerminalStopsIgnored&) = delete;
+    TerminalStopsIgnored& operator=(const TerminalStopsIgnored&) = delete;
+
+  private:
+    static constexpr std::array kNumbers{SIGTTIN, SIGTTOU};
+    std::array<struct sigaction, kNumbers.size()> before_{};
+};
+
 /// Attributes and file actions of posix_spawn().
 class SpawnSettings {
   public:
@@ -88,6 +115,7 @@ class SpawnSettings {
         posix_spawnattr_setsigmask(&attributes_, &plan.signals);
         short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
         if (plan.ownGroup) {
+            stops_.emplace();
             posix_spawnattr_setpgroup(&attributes_, 0);
             flags = static_cast<short>(flags | POSIX_SPAWN_SETPGROUP);
         }
@@ -111,6 +139,7 @@ class SpawnSettings {
     }
 
   private:
+    std::optional<TerminalStopsIgnored> stops_;
     posix_spawnattr_t attributes_{};
     posix_spawn_file_actions_t actions_{};
 };

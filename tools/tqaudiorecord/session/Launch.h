@@ -22,7 +22,7 @@ struct LaunchPlan {
     HostProgram program;
     TapSettings settings;
     std::string gate;
-    bool ownGroup = false;       ///< away from the terminal's signals
+    bool ownGroup = false;       ///< away from the terminal's interrupt and its foreground
     bool outputToError = false;  ///< the standard output is the recording's
     sigset_t signals{};          ///< its signal mask
 };

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <string_view>
+#include <sstream>
 #include <system_error>
 
 #include "session/TappedProcess.h"
@@ -27,16 +27,25 @@ constexpr const char* kProc = "/proc";
 constexpr std::size_t kMostMembers = 256;
 constexpr std::size_t kMostTasks = 256;
 
-constexpr std::array<std::string_view, 9> kServices{
-    "pulseaudio", "pipewire",    "wireplumber",     "jackd",          "jackdbus",
-    "dbus-",      "at-spi-bus-", "at-spi2-registr", "xdg-dbus-proxy",
-};
-
 /// Programs of the recorder's own that hold its live sources. The system cuts names.
 bool isHolder(pid_t process) {
     std::ifstream file(kProc + ("/" + std::to_string(process)) + "/comm");
     std::string name;
     return std::getline(file, name) && name == "tqaudiorecord-l";
+}
+
+/// Of the fields behind the name, the processor time in the program and in the system for it.
+std::uint64_t ticksUsed(const std::string& fields) {
+    constexpr int kBefore = 11;
+    std::istringstream stream(fields);
+    std::string skipped;
+    for (int i = 0; i < kBefore; ++i) {
+        stream >> skipped;
+    }
+    std::uint64_t user = 0;
+    std::uint64_t system = 0;
+    stream >> user >> system;
+    return user + system;
 }
 
 /// Nothing for one that has ended.
@@ -56,8 +65,10 @@ std::optional<ProcessTree::Member> memberOf(pid_t process) {
     const std::uint64_t up = static_cast<std::uint64_t>(now.tv_sec) * 1000 +
                              static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
     const std::uint64_t born = TappedProcess::startTimeOf(process) * 1000 / ticks;
+    const char state = line[end + 2];
     return ProcessTree::Member{process, line.substr(begin + 1, end - begin - 1),
-                               milliseconds(up > born ? up - born : 0)};
+                               milliseconds(up > born ? up - born : 0),
+                               ticksUsed(line.substr(end + 2)), state == 'D'};
 }
 
 }  // namespace
@@ -74,11 +85,6 @@ std::vector<pid_t> childrenOf(const std::string& proc, pid_t process) {
         }
     }
     return children;
-}
-
-bool isService(const std::string& name) {
-    return std::any_of(kServices.begin(), kServices.end(),
-                       [&name](std::string_view begin) { return name.starts_with(begin); });
 }
 
 ProcessTree::ProcessTree() {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
@@ -11,10 +12,6 @@ namespace tqrecorder {
 
 /// The children of a process, as a folder like /proc tells them.
 [[nodiscard]] std::vector<pid_t> childrenOf(const std::string& proc, pid_t process);
-
-/// Whether a program of that name serves others and outlives them: a sound server, a bus. Names are
-/// those of processes, which the system cuts after 15 bytes.
-[[nodiscard]] bool isService(const std::string& name);
 
 /// The processes below this one that a command brought: those that it has started, and what those
 /// have started, also where the parents have gone since. [one host thread at a time]
@@ -25,6 +22,8 @@ class ProcessTree {
         pid_t pid = 0;
         std::string name;
         std::chrono::milliseconds age{0};
+        std::uint64_t ticks = 0;    ///< of processor time used, sysconf(_SC_CLK_TCK) a second
+        bool waitsForDisk = false;  ///< at the moment
     };
 
     /// Whose children there are already belong to somebody else.

@@ -13,17 +13,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Between two looks at what the host has delivered, where nobody waits for what comes out: waking
-/// up costs more than what is taken then.
-constexpr milliseconds kTickPause{100};
 /// Where somebody waits for it, or more is left than was taken.
 constexpr milliseconds kShortPause{5};
 /// The mix and seven tracks of 48 kHz, 16-bit, stereo, and what goes with each block.
 constexpr double kBytesPerSecond = 1.8e6;
-/// Between two looks at whether the recording is to stop. What is not taken by then waits for the
-/// next turn.
-constexpr milliseconds kTurn{50};
-constexpr milliseconds kLeastTurn{1};
 /// Looking at processes from outside costs files: often at the beginning, then seldom.
 constexpr milliseconds kLongestLookPause{3000};
 
@@ -149,12 +142,12 @@ void RecordingSession::loop(RecordingResult& result) {
         // Before drain(): blocks that the host delivered before its end are then drained as well.
         const bool hostIsOver = host_.isOver();
         acceptConnections();
-        drain(kTurn);
+        drain();
         removeEnded();
         if (hostIsOver) {
             // A short-lived process may have connected since the call above; it is still queued.
             acceptConnections();
-            drain(kTurn);
+            drain();
             removeEnded();
         }
         // Before the host's end: an interrupt of the terminal ends both, the host often first.
@@ -197,9 +190,10 @@ void RecordingSession::loop(RecordingResult& result) {
 }
 
 void RecordingSession::wait() {
-    std::vector<pollfd> list{{acceptor_.descriptor(), POLLIN, 0},
+    // Who cannot be let in is asked for again behind the pause: it would end at once.
+    std::vector<pollfd> list{{acceptor_.isShort() ? -1 : acceptor_.descriptor(), POLLIN, 0},
                              {signals_.descriptor(), POLLIN, 0},
-                             {control_.descriptor(), POLLIN, 0}};
+                             {control_.isShort() ? -1 : control_.descriptor(), POLLIN, 0}};
     if (!host_.isOver()) {
         list.push_back({host_.endDescriptor(), POLLIN, 0});
     }
@@ -207,7 +201,8 @@ void RecordingSession::wait() {
 }
 
 milliseconds RecordingSession::pause() const {
-    if (isMoreLeft_ || options_.live || options_.output == "-" || !options_.duckOn.empty()) {
+    if (isMoreLeft_ || !waitForAnswer_.empty() || options_.live || options_.output == "-" ||
+        !options_.duckOn.empty()) {
         return kShortPause;
     }
     // A quarter of a short ring fills meanwhile.
@@ -216,108 +211,6 @@ milliseconds RecordingSession::pause() const {
     return std::clamp(
         std::chrono::ceil<milliseconds>(std::min<std::chrono::duration<double>>(toTick, quarter)),
         kShortPause, kTickPause);
-}
-
-void RecordingSession::acceptConnections() {
-    for (Connection& connection : acceptor_.connections()) {
-        const Hello& hello = connection.hello;
-        if (hello.isRecording == 0) {
-            continue;
-        }
-        if (connection.memory) {
-            takeConnection(std::move(connection));
-        } else {
-            notes_.add(printable(hello.name.data()) +
-                       (hello.lacksDescriptors != 0
-                            ? ": its limit of open files is used up; not recorded (ulimit -n says "
-                              "how many)"
-                            : ": no memory to share with the recorder; not recorded (--ring says "
-                              "how much)"));
-        }
-    }
-}
-
-void RecordingSession::takeConnection(Connection connection) {
-    if (!firstConnection_) {
-        firstConnection_ = Clock::now();
-    }
-    const pid_t pid = connection.pid;
-    look_.setTapped(pid);
-    const std::string name = printable(connection.hello.name.data());
-    const bool isRestartFailed = connection.hello.isRestartFailed != 0;
-    const std::uint64_t startTime = TappedProcess::startTimeOf(pid);
-    auto known = std::find_if(processes_.begin(), processes_.end(),
-                              [&](const auto& one) { return one->is(pid, startTime); });
-    if (known != processes_.end()) {
-        // The process has replaced its program by exec: the blocks of the old one come first.
-        (void)(*known)->drain(sink_, Clock::now() + kTurn);
-    } else {
-        const bool isCommand = pid == host_.pid();
-        processes_.push_back(std::make_unique<TappedProcess>(lastId_ + 1, isCommand, startTime));
-        known = processes_.end() - 1;
-    }
-    const bool isNew = (*known)->process().pid == 0;
-    const std::uint64_t mostBytes =
-        std::max(SharedMapping::kMostBytes, SharedMapping::sizeFor(soundBytes()));
-    if (!(*known)->take(std::move(connection), mostBytes)) {
-        notes_.add(name + ": what it shares with the recorder makes no sense; not recorded");
-        if (isNew) {
-            processes_.erase(known);
-        }
-        return;
-    }
-    lastId_ += isNew ? 1 : 0;
-    (*known)->setDuckOrder(duckOrder_);
-    if (isRestartFailed) {
-        notes_.add(name + ": its crash guard was armed just now; it can be recorded from " +
-                   "its next launch on");
-    }
-    sink_.processBegan((*known)->process());
-}
-
-void RecordingSession::drain(milliseconds turn) {
-    isMoreLeft_ = false;
-    if (options_.microphone) {
-        microphone_->take([this](const HeardBlock& block) { sink_.heard(block); });
-    }
-    const milliseconds share = std::max(
-        kLeastTurn,
-        turn / static_cast<milliseconds::rep>(std::max<std::size_t>(1, processes_.size())));
-    for (const auto& process : processes_) {
-        if (duckSource_ != nullptr && firstConnection_) {
-            const auto time = std::chrono::duration_cast<std::chrono::microseconds>(
-                Clock::now() - *firstConnection_);
-            process->setDuckLevel(duckSource_->level(static_cast<std::uint64_t>(time.count())));
-        }
-        const bool wasCorrupt = process->isCorrupt();
-        isMoreLeft_ = !process->drain(sink_, Clock::now() + share) || isMoreLeft_;
-        if (process->isCorrupt() && !wasCorrupt) {
-            notes_.add(process->process().name +
-                       ": its shared memory is corrupt; the rest is not recorded");
-        }
-    }
-}
-
-void RecordingSession::removeEnded() {
-    const Clock::time_point deadline = Clock::now() + kTurn;
-    for (auto place = processes_.begin(); place != processes_.end();) {
-        TappedProcess& process = **place;
-        if (!process.isOver()) {
-            ++place;
-            continue;
-        }
-        if (!process.drain(sink_, deadline)) {
-            ++place;
-            continue;
-        }
-        sink_.processEnded(process.process(), process.facts());
-        place = processes_.erase(place);
-    }
-}
-
-bool RecordingSession::isAnyEndedLeft() const {
-    return std::any_of(processes_.begin(), processes_.end(),
-                       [](const auto& process) { return process->isOver(); });
 }
 
 std::vector<std::string> RecordingSession::notes() const {
@@ -355,11 +248,25 @@ bool RecordingSession::takeCommands() {
     for (ControlRequest& request : control_.requests()) {
         if (request.command.kind == ControlCommand::Kind::kStop) {
             waitForEnd_.push_back(std::move(request.client));
+        } else if (const ControlAnswer answer = obey(request.command); answer.ticket != 0) {
+            waitForAnswer_.emplace(answer.ticket, std::move(request.client));
         } else {
-            ControlServer::answer(request.client, obey(request.command));
+            ControlServer::answer(request.client, answer);
         }
     }
+    answerLate();
     return !waitForEnd_.empty();
+}
+
+/// Nobody waits for the answer to a signal.
+void RecordingSession::answerLate() {
+    for (const ControlAnswer& answer : sink_.lateAnswers()) {
+        const auto client = waitForAnswer_.find(answer.ticket);
+        if (client != waitForAnswer_.end()) {
+            ControlServer::answer(client->second, answer);
+            waitForAnswer_.erase(client);
+        }
+    }
 }
 
 ControlAnswer RecordingSession::obey(const ControlCommand& command) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@
 #include "session/DuckSource.h"
 #include "session/HostLook.h"
 #include "session/Launch.h"
+#include "session/LoadingWatch.h"
 #include "session/Notes.h"
 #include "session/ProcessTree.h"
 #include "session/SignalGate.h"
@@ -36,12 +38,15 @@ struct RecordingResult {
     int hostEndSignal = 0;
     /// Why it was not started, or why the sink ended it; one line.
     std::string message;
+    /// False when the user did not wait until all was written.
+    bool isWhole = true;
     /// What else the user should know; one line each.
     std::vector<std::string> notes;
 };
 
 /// Starts a command, lets processes of it connect, and hands what they play to a sink. All of the
-/// sink's methods are called on the thread of run(). RecordingSessionEnd.cpp has what ends it.
+/// sink's methods are called on the thread of run(). RecordingSessionProcesses.cpp has what
+/// processes deliver, RecordingSessionEnd.cpp what ends it.
 class RecordingSession {
   public:
     /// `gate` is the library to be preloaded. `options` and `sink` outlive this.
@@ -62,6 +67,12 @@ class RecordingSession {
 
   private:
     using Clock = std::chrono::steady_clock;
+    /// Between two looks at whether the recording is to stop. What is not taken by then waits for
+    /// the next turn.
+    static constexpr std::chrono::milliseconds kTurn{50};
+    /// Between two looks at what the host has delivered, where nobody waits for what comes out:
+    /// waking up costs more than what is taken then.
+    static constexpr std::chrono::milliseconds kTickPause{100};
 
     [[nodiscard]] bool listen(std::string& error);
     [[nodiscard]] bool launch(std::string& error);
@@ -71,9 +82,12 @@ class RecordingSession {
     void wait();
     [[nodiscard]] std::chrono::milliseconds pause() const;
     void acceptConnections();
+    void tellShort();
     void takeConnection(Connection connection);
+    /// What the microphone has heard by now.
+    void takeHeard();
     /// Takes what the processes have delivered, for that long at most.
-    void drain(std::chrono::milliseconds turn);
+    void drain(std::chrono::milliseconds turn = kTurn);
     /// Processes that have ended go once all that they delivered is taken.
     void removeEnded();
     [[nodiscard]] bool isAnyEndedLeft() const;
@@ -84,16 +98,22 @@ class RecordingSession {
     /// True when one of the commands that have come ends the recording.
     [[nodiscard]] bool takeCommands();
     [[nodiscard]] ControlAnswer obey(const ControlCommand& command);
+    void answerLate();
     [[nodiscard]] bool endsWithCommand() const { return options_.endsWith == "command"; }
     /// Whether it holds the recording when COMMAND has ended.
     [[nodiscard]] bool isPlayer(const TappedProcess& process) const;
+    /// Whether it has a library for sound, as far as is known.
+    [[nodiscard]] bool mayPlay(pid_t process) const;
     /// Whether nothing of what COMMAND has started plays any more, or is likely to begin.
     [[nodiscard]] bool isTreeOver();
     void tellOnce(bool& isTold, const std::string& line);
     void finish(RecordingResult& result);
+    void takeTheLast(RecordingResult& result);
+    [[nodiscard]] bool isAskedAgain();
     void answerTheLast();
     void noteThoseThatRanOn(const RecordingResult& result);
     [[nodiscard]] bool waitForEnds(std::chrono::milliseconds patience);
+    [[nodiscard]] std::string namesOfTheLast();
     void endHost();
     [[nodiscard]] bool isAnyToBeEnded();
     [[nodiscard]] std::uint64_t elapsedMicroseconds() const;
@@ -109,12 +129,14 @@ class RecordingSession {
     Acceptor acceptor_;
     ControlServer control_;
     std::vector<tqcommon::Descriptor> waitForEnd_;  ///< clients that asked for the end
+    std::map<std::uint64_t, tqcommon::Descriptor> waitForAnswer_;  ///< clients by their tickets
     float duckOrder_ = std::numeric_limits<float>::quiet_NaN();
     SignalGate signals_;
     ProcessTree tree_;
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;
     int lastId_ = 0;
+    bool isClosed_ = false;    ///< what comes now is not recorded any more
     bool isMoreLeft_ = false;  ///< of what was delivered, when the last drain() had to end
     bool hostKnows_ = false;   ///< the terminal has sent the host the same signal
     Notes notes_;
@@ -123,12 +145,12 @@ class RecordingSession {
     Clock::time_point nextLook_;
     Clock::time_point began_;
     Clock::time_point nextTick_;
-    /// Since when COMMAND has ended and nobody plays, and whether that goes on.
-    std::optional<Clock::time_point> quietSince_;
+    LoadingWatch loading_;  ///< begun while COMMAND has ended and nobody plays
     Clock::time_point nextTreeLook_;
     bool isTreeExpected_ = true;
     bool isPlayerTold_ = false;
     bool isWaitTold_ = false;
+    bool isShortTold_ = false;
     std::optional<Clock::time_point> firstConnection_;
 };
 

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <set>
 
+#include "core/Services.h"
 #include "session/EndingExcuse.h"
 #include "session/Microphone.h"
 #include "session/RecordingSession.h"
@@ -23,13 +25,10 @@ constexpr milliseconds kTerminalPatience{2000};
 /// Who is killed has gone by then, unless a device's driver holds it.
 constexpr milliseconds kKillPatience{5000};
 constexpr milliseconds kEndPause{20};
-/// At the end what was delivered before it is still taken.
+/// For that long at least, whatever signals come, what was delivered before the end is taken.
 constexpr milliseconds kLastTurn{2000};
 /// Who connects asks within that time, or finds that the recording is over.
 constexpr milliseconds kLastAnswers{300};
-/// In which a program that plays at all has begun: of its own life, and of the time since COMMAND
-/// and all that played have ended. Games load for seconds before their first sound.
-constexpr milliseconds kLoading{20000};
 /// Between two looks at which processes there are.
 constexpr milliseconds kTreePause{50};
 /// That somebody is waited for is said behind that: most commands leave nobody.
@@ -48,6 +47,17 @@ bool RecordingSession::isPlayer(const TappedProcess& process) const {
            !choice.excludes(one.name);
 }
 
+bool RecordingSession::mayPlay(pid_t process) const {
+    const std::vector<SeenProcess> seen = look_.processes();
+    return std::any_of(processes_.begin(), processes_.end(),
+                       [process](const auto& one) {
+                           return one->process().pid == process && one->facts().mayPlay;
+                       }) ||
+           std::any_of(seen.begin(), seen.end(), [process](const SeenProcess& one) {
+               return one.pid == process && !one.library.empty();
+           });
+}
+
 bool RecordingSession::isTreeOver() {
     if (endsWithCommand()) {
         return true;
@@ -55,28 +65,26 @@ bool RecordingSession::isTreeOver() {
     const auto player = std::find_if(processes_.begin(), processes_.end(),
                                      [this](const auto& one) { return isPlayer(*one); });
     if (player != processes_.end()) {
-        quietSince_.reset();
+        loading_.forget();
         tellOnce(isPlayerTold_, "COMMAND has ended; the recording goes on with " +
                                     nameOf((*player)->process()) + " until that ends");
         return false;
     }
     const Clock::time_point now = Clock::now();
-    quietSince_ = quietSince_.value_or(now);
+    loading_.begin(now);
     if (now >= nextTreeLook_) {
         tree_.reap(host_.pid());
-        const std::vector<ProcessTree::Member> members = tree_.members();
-        isTreeExpected_ = std::any_of(members.begin(), members.end(), [](const auto& one) {
-            return one.age < kLoading && !isService(one.name);
-        });
+        isTreeExpected_ = loading_.isAnyLoading(now, tree_.members(),
+                                                [this](pid_t process) { return mayPlay(process); });
         nextTreeLook_ = now + kTreePause;
     }
-    if (!isTreeExpected_ || now - *quietSince_ > kLoading) {
+    if (!isTreeExpected_) {
         return true;
     }
-    if (now - *quietSince_ > kSilentWait) {
+    if (loading_.elapsed(now) > kSilentWait) {
         tellOnce(isWaitTold_,
-                 "COMMAND has ended; what it has started may play yet, and is waited "
-                 "for, 20 seconds at the longest");
+                 "COMMAND has ended; what it has started may play yet, and is waited for, 20 "
+                 "seconds, and as long as it loads");
     }
     return false;
 }
@@ -88,8 +96,41 @@ void RecordingSession::tellOnce(bool& isTold, const std::string& line) {
     }
 }
 
-void RecordingSession::finish(RecordingResult& result) {
+/// What was delivered before the end is still taken, however long that takes, unless the user says
+/// not to wait.
+void RecordingSession::takeTheLast(RecordingResult& result) {
+    takeHeard();
+    for (const auto& process : processes_) {
+        process->close();
+    }
+    isClosed_ = true;
     drain(kLastTurn);
+    bool isTold = false;
+    while (isMoreLeft_ && !isAskedAgain()) {
+        tellOnce(isTold,
+                 "what was played before the end is still to be written; another Ctrl-C "
+                 "leaves it out");
+        drain();
+        // Who asks for the end is answered once the files are whole.
+        (void)takeCommands();
+        if (Clock::now() >= nextTick_) {
+            nextTick_ = Clock::now() + kTickPause;
+            sink_.tick(elapsedMicroseconds());
+        }
+    }
+    for (const auto& process : processes_) {
+        if (const double seconds = process->drop(sink_); seconds > 0) {
+            std::array<char, 32> text{};
+            (void)std::snprintf(text.data(), text.size(), "%.1f", seconds);
+            notes_.add(process->process().name + ": the last " + text.data() +
+                       " s were not written, as a second signal said not to wait for them");
+            result.isWhole = false;
+        }
+    }
+}
+
+void RecordingSession::finish(RecordingResult& result) {
+    takeTheLast(result);
     if (microphone_ != nullptr) {
         microphone_->stop();
     }
@@ -158,6 +199,16 @@ bool RecordingSession::isAnyToBeEnded() {
     });
 }
 
+/// Whether one of the signals that ask for the end has come.
+bool RecordingSession::isAskedAgain() {
+    while (const auto signal = signals_.next()) {
+        if (signal->number != SIGUSR1 && signal->number != SIGUSR2) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// False when another signal says not to wait any longer.
 bool RecordingSession::waitForEnds(milliseconds patience) {
     const Clock::time_point deadline = Clock::now() + patience;
@@ -165,14 +216,23 @@ bool RecordingSession::waitForEnds(milliseconds patience) {
         std::array<pollfd, 2> list{{{signals_.descriptor(), POLLIN, 0},
                                     {host_.isOver() ? -1 : host_.endDescriptor(), POLLIN, 0}}};
         poll(list.data(), list.size(), static_cast<int>(kEndPause.count()));
-        const auto signal = signals_.next();
-        if (signal && signal->number != SIGUSR1 && signal->number != SIGUSR2) {
+        if (isAskedAgain()) {
             return false;
         }
         // One that nobody has waited for is still there where the system gives no descriptor of it.
         tree_.reap(host_.pid());
     }
     return true;
+}
+
+std::string RecordingSession::namesOfTheLast() {
+    std::string names;
+    for (const auto& process : processes_) {
+        if (!process->isOver() && !isService(process->process().name)) {
+            names += (names.empty() ? "" : ", ") + nameOf(process->process());
+        }
+    }
+    return names.empty() ? options_.command.front() : names;
 }
 
 void RecordingSession::endHost() {
@@ -210,6 +270,7 @@ void RecordingSession::endHost() {
         (void)waitForEnds(kHostPatience);
     }
     if (isAnyToBeEnded()) {
+        sink_.notice("SIGKILL ends what did not end by SIGTERM: " + namesOfTheLast());
         tell(SIGKILL, Whom::kAll);
         if (waitForEnds(kKillPatience) && isAnyToBeEnded()) {
             notes_.add("not all that COMMAND has started could be ended");

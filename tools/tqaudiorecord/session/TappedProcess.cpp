@@ -18,7 +18,6 @@
 namespace tqrecorder {
 namespace {
 
-constexpr std::uint32_t kMostChannels = 64;
 constexpr double kLowestRate = 1;
 constexpr double kHighestRate = 1e6;
 /// Eight channels of 64-bit samples at 384 kHz are 24.6 MB a second.
@@ -26,13 +25,14 @@ constexpr double kMostBytesPerSecond = 32e6;
 /// A block is a second at most, and no device asks for more than that many frames however slow it
 /// is.
 constexpr double kMostFrames = 8192;
-/// The library buffers at most this much of one track.
-constexpr std::uint64_t kTrackBufferBytes = 409600;
+/// Programs that a process may have run since one whose sound is still read. Each holds memory.
+constexpr std::size_t kMostWaiting = 16;
 
 bool isSound(const RecordHeader& header) {
     const std::uint32_t bits = header.bitsPerChannel;
     const double frameBytes = static_cast<double>(header.channels) * bits / 8;
-    return header.channels > 0 && header.channels <= kMostChannels && header.track < kTracks &&
+    return header.channels > 0 && header.channels <= TappedProcess::kMostChannels &&
+           header.track < kTracks &&
            (bits == 8 || bits == 16 || bits == 24 || bits == 32 || bits == 64) &&
            std::isfinite(header.sampleRate) && header.sampleRate >= kLowestRate &&
            header.sampleRate <= kHighestRate &&
@@ -77,11 +77,6 @@ std::string textOf(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-/// What a host calls one of its units, fit to be shown.
-std::string unitName(std::string_view text) {
-    return text.empty() ? "unit" : printable(text.substr(0, kLongestName));
-}
-
 /// Whether there is more to take of what was written by `end`, and time for it.
 bool goesOn(const RingReader& ring, std::uint64_t end,
             std::chrono::steady_clock::time_point deadline) {
@@ -89,6 +84,10 @@ bool goesOn(const RingReader& ring, std::uint64_t end,
 }
 
 }  // namespace
+
+std::string TappedProcess::unitNameOf(std::string_view text) {
+    return text.empty() ? "unit" : printable(text.substr(0, kLongestName));
+}
 
 std::uint64_t TappedProcess::startTimeOf(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
@@ -110,26 +109,60 @@ TappedProcess::TappedProcess(int id, bool isCommand, std::uint64_t startTime)
     process_.isCommand = isCommand;
 }
 
-bool TappedProcess::take(Connection connection, std::uint64_t mostBytes) {
+TappedProcess::Taken TappedProcess::take(Connection connection, std::uint64_t mostBytes) {
+    if (isCorrupt_) {
+        return Taken::kYes;
+    }
+    if (next_.size() == kMostWaiting) {
+        return Taken::kTooManyWait;
+    }
     auto memory = SharedMapping::map(connection.memory.get(), mostBytes);
     if (!memory) {
-        return false;
+        return Taken::kNoSense;
     }
-    before_ = facts();
-    memory_ = std::move(*memory);
-    sound_ = memory_.reader(RingId::kSound);
-    events_ = memory_.reader(RingId::kEvents);
-    log_ = memory_.reader(RingId::kLog);
-    streams_ = memory_.reader(RingId::kStreams);
-    hasStreamPlayed_ = false;
-    socket_ = std::move(connection.socket);
-    hello_ = connection.hello;
+    Program program{std::move(*memory), std::move(connection.socket), connection.hello};
+    if (process_.pid != 0) {
+        next_.push_back(std::move(program));
+        return Taken::kYes;
+    }
+    read(std::move(program));
     process_.pid = connection.pid;
-    process_.name = printable(connection.hello.name.data());
-    if (!end_) {
-        end_ = openProcess(connection.pid);
+    // What it needed may have been the last one.
+    connection.memory.reset();
+    if (startTime_ == 0) {
+        startTime_ = startTimeOf(connection.pid);
     }
-    return true;
+    end_ = openProcess(connection.pid);
+    return Taken::kYes;
+}
+
+void TappedProcess::read(Program program) {
+    before_ = facts();
+    program_ = std::move(program);
+    process_.name = printable(program_.hello.name.data());
+    process_.usesPlatform = program_.hello.usesPlatform != 0;
+    const SharedMapping& memory = program_.memory;
+    sound_ = memory.reader(RingId::kSound);
+    events_ = memory.reader(RingId::kEvents);
+    log_ = memory.reader(RingId::kLog);
+    streams_ = memory.reader(RingId::kStreams);
+    hasStreamPlayed_ = false;
+    if (isClosed_) {
+        noteEnds();
+    }
+}
+
+void TappedProcess::close() {
+    isClosed_ = true;
+    noteEnds();
+}
+
+void TappedProcess::noteEnds() {
+    ends_ = {sound_.written(), events_.written(), log_.written(), streams_.written()};
+}
+
+std::uint64_t TappedProcess::endOf(RingId id, const RingReader& ring) const {
+    return isClosed_ ? ends_.at(static_cast<std::size_t>(id)) : ring.written();
 }
 
 bool TappedProcess::isOver() const {
@@ -137,7 +170,12 @@ bool TappedProcess::isOver() const {
         pollfd wait{end_.get(), POLLIN, 0};
         return poll(&wait, 1, 0) > 0;
     }
-    return kill(process_.pid, 0) != 0 || startTimeOf(process_.pid) != startTime_;
+    if (kill(process_.pid, 0) != 0) {
+        return true;
+    }
+    // Without a descriptor left, none of a living process can be read.
+    const std::uint64_t now = startTimeOf(process_.pid);
+    return now != startTime_ && now != 0 && startTime_ != 0;
 }
 
 void TappedProcess::signal(int number) const {
@@ -149,13 +187,58 @@ void TappedProcess::signal(int number) const {
 }
 
 bool TappedProcess::hasPlayed() const {
-    return hasStreamPlayed_ || (process_.pid != 0 && memory_.page().facts.unitsStarted.load() > 0);
+    return hasStreamPlayed_ || !next_.empty() ||
+           (process_.pid != 0 && program_.memory.page().facts.unitsStarted.load() > 0);
 }
 
 bool TappedProcess::drain(Sink& sink, Deadline deadline) {
-    if (isCorrupt_) {
-        return true;
+    while (!isCorrupt_) {
+        if (!drainProgram(sink, deadline)) {
+            return false;
+        }
+        if (next_.empty()) {
+            return true;
+        }
+        // The program has been replaced before the next one could connect: nothing comes behind.
+        read(std::move(next_.front()));
+        next_.pop_front();
+        sink.processBegan(process_);
     }
+    return true;
+}
+
+double TappedProcess::drop(Sink& sink) {
+    double seconds = 0;
+    while (!isCorrupt_) {
+        RecordHeader header;
+        std::span<const std::byte> payload;
+        std::uint64_t blocks = 0;
+        std::uint64_t bytes = 0;
+        while (!sound_.hasTaken(endOf(RingId::kSound, sound_)) &&
+               sound_.next(header, payload) == RingReader::Found::kRecord && isSound(header)) {
+            ++blocks;
+            bytes += header.payloadBytes;
+            const BlockFormat format{header.sampleRate, header.channels, header.bitsPerChannel,
+                                     header.isFloat != 0};
+            if (header.kind == RecordKind::kMix) {
+                seconds += static_cast<double>(header.payloadBytes / format.frameBytes()) /
+                           format.sampleRate;
+            }
+        }
+        if (blocks > 0) {
+            sink.lost(process_, blocks, bytes);
+        }
+        if (next_.empty()) {
+            break;
+        }
+        read(std::move(next_.front()));
+        next_.pop_front();
+        sink.processBegan(process_);
+    }
+    return seconds;
+}
+
+bool TappedProcess::drainProgram(Sink& sink, Deadline deadline) {
     highestFill_ = std::max(highestFill_, sound_.fill());
     // Sound has half of the time for itself: texts that never cease do not hold it up.
     const Deadline now = std::chrono::steady_clock::now();
@@ -174,7 +257,7 @@ bool TappedProcess::drain(Sink& sink, Deadline deadline) {
 bool TappedProcess::takeSound(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    const std::uint64_t end = sound_.written();
+    const std::uint64_t end = endOf(RingId::kSound, sound_);
     while (goesOn(sound_, end, deadline)) {
         switch (sound_.next(header, payload)) {
             case RingReader::Found::kNothing:
@@ -200,7 +283,7 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
         return false;
     }
     const std::string unit =
-        isMix ? std::string() : unitName(textOf(payload.last(header.nameBytes)));
+        isMix ? std::string() : unitNameOf(textOf(payload.last(header.nameBytes)));
     payload = payload.first(payload.size() - header.nameBytes);
     Block block;
     block.track = static_cast<int>(header.track);
@@ -246,10 +329,12 @@ bool TappedProcess::handBlock(Sink& sink, const RecordHeader& header,
 bool TappedProcess::takeEvents(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    const std::uint64_t end = events_.written();
+    const std::uint64_t end = endOf(RingId::kEvents, events_);
+    bool isEmpty = false;
     while (goesOn(events_, end, deadline)) {
         const RingReader::Found found = events_.next(header, payload);
         if (found == RingReader::Found::kNothing) {
+            isEmpty = true;
             break;
         }
         if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kEvent) {
@@ -261,16 +346,18 @@ bool TappedProcess::takeEvents(Sink& sink, Deadline deadline) {
     if (const std::uint64_t count = events_.takeLostRecords(); count > 0) {
         sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " events were lost"});
     }
-    return events_.hasTaken(end);
+    return isEmpty || events_.hasTaken(end);
 }
 
 bool TappedProcess::takeLog(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    const std::uint64_t end = log_.written();
+    const std::uint64_t end = endOf(RingId::kLog, log_);
+    bool isEmpty = false;
     while (goesOn(log_, end, deadline)) {
         const RingReader::Found found = log_.next(header, payload);
         if (found == RingReader::Found::kNothing) {
+            isEmpty = true;
             break;
         }
         if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kLog ||
@@ -285,16 +372,18 @@ bool TappedProcess::takeLog(Sink& sink, Deadline deadline) {
     if (const std::uint64_t count = log_.takeLostRecords(); count > 0) {
         sink.log(process_, {3, "tqaudiorecord", std::to_string(count) + " log lines were lost"});
     }
-    return log_.hasTaken(end);
+    return isEmpty || log_.hasTaken(end);
 }
 
 bool TappedProcess::takeStreams(Sink& sink, Deadline deadline) {
     RecordHeader header;
     std::span<const std::byte> payload;
-    const std::uint64_t end = streams_.written();
+    const std::uint64_t end = endOf(RingId::kStreams, streams_);
+    bool isEmpty = false;
     while (goesOn(streams_, end, deadline)) {
         const RingReader::Found found = streams_.next(header, payload);
         if (found == RingReader::Found::kNothing) {
+            isEmpty = true;
             break;
         }
         if (found == RingReader::Found::kCorrupt || header.kind != RecordKind::kStream ||
@@ -312,88 +401,19 @@ bool TappedProcess::takeStreams(Sink& sink, Deadline deadline) {
         hasStreamPlayed_ = hasStreamPlayed_ || shared.written > 0;
         sink.stream(
             process_,
-            {shared.stream, unitName(textOf(payload.last(header.nameBytes))), shared.fate,
+            {shared.stream, unitNameOf(textOf(payload.last(header.nameBytes))), shared.fate,
              shared.isClosed != 0, std::min(shared.channels, kMostChannels), shared.sampleRate,
              shared.written, shared.played, shared.dropped, shared.lost, shared.isPaused != 0});
     }
-    return streams_.hasTaken(end);
+    return isEmpty || streams_.hasTaken(end);
 }
 
 void TappedProcess::markCorrupt(Sink& sink) {
     isCorrupt_ = true;
-    socket_.reset();
+    program_.socket.reset();
+    next_.clear();
     sink.log(process_, {4, "tqaudiorecord",
                         "its shared memory is corrupt; this process is recorded no further"});
-}
-
-void TappedProcess::tellNumbers(Sink& sink) {
-    if (isCorrupt_) {
-        return;
-    }
-    std::vector<TrackNumbers> list;
-    for (std::size_t id = 1; id < kTracks; ++id) {
-        const SharedTrack& track = memory_.page().tracks[id];
-        if (track.isThere.load() == 0) {
-            continue;
-        }
-        TrackNumbers numbers;
-        numbers.track = static_cast<int>(id);
-        numbers.unit = unitName(track.unit.load());
-        // Its own blocks come as 16-bit samples where the host renders float.
-        numbers.format = {static_cast<double>(track.sampleRate.load()),
-                          std::min(track.channels.load(), kMostChannels), 16, false};
-        numbers.bufferedBytes = track.bufferedBytes.load();
-        numbers.bufferCapacity = kTrackBufferBytes;
-        list.push_back(std::move(numbers));
-    }
-    sink.numbers(process_, list, facts(), std::exchange(highestFill_, sound_.fill()));
-}
-
-HostFacts TappedProcess::facts() const {
-    HostFacts facts = before_;
-    if (process_.pid == 0) {
-        return facts;
-    }
-    const SharedFacts& shared = memory_.page().facts;
-    const GuardState guard = shared.guard.load();
-    facts.hooksInstalled = shared.hooksInstalled.load() != 0;
-    facts.guardRefused = !facts.hooksInstalled && guard != GuardState::kArmed;
-    facts.retriesLeft = shared.retriesLeft.load();
-    facts.brokenGuard = hello_.brokenGuard.data();
-    facts.unitsCreated += shared.unitsCreated.load();
-    facts.unitsStarted += shared.unitsStarted.load();
-    for (std::size_t track = 0; track < kTracks; ++track) {
-        memory_.page().frames[track].addTo(facts.frames[track]);
-    }
-    facts.bridges = shared.bridges.load();
-    facts.mayPlay = hello_.mayPlay != 0;
-    facts.blocks = blocks_;
-    facts.blocksWithSound = blocksWithSound_;
-    addLeftOut(facts);
-    return facts;
-}
-
-void TappedProcess::addLeftOut(HostFacts& facts) const {
-    const SharedLeftOut& shared = memory_.page().leftOut;
-    const std::size_t count =
-        std::min<std::size_t>(shared.count.load(std::memory_order_acquire), SharedLeftOut::kMost);
-    for (std::size_t i = 0; i < count; ++i) {
-        facts.leftOut.push_back(
-            {unitName(shared.units[i].name.load()), shared.units[i].reasons.load()});
-    }
-    facts.leftOutMoreReasons |= shared.reasonsOfMore.load();
-}
-
-void TappedProcess::setDuckLevel(float decibels) {
-    if (!isCorrupt_) {
-        memory_.page().duckLevel.store(decibels, std::memory_order_relaxed);
-    }
-}
-
-void TappedProcess::setDuckOrder(float order) {
-    if (!isCorrupt_) {
-        memory_.page().duckOrder.store(order, std::memory_order_relaxed);
-    }
 }
 
 }  // namespace tqrecorder

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/Descriptor.h"
@@ -16,16 +19,21 @@ namespace tqrecorder {
 /// read as untrusted input: whatever the process writes into them can at most end its recording.
 class TappedProcess {
   public:
-    /// When the process `pid` was started, in the kernel's own unit; 0 when it is gone. With the
-    /// pid it names a process for good.
+    static constexpr std::uint32_t kMostChannels = 64;
+
+    enum class Taken { kYes, kNoSense, kTooManyWait };
+
+    /// When the process `pid` was started, in the kernel's own unit; 0 when it is gone, or this
+    /// process may open no file more. With the pid it names a process for good.
     [[nodiscard]] static std::uint64_t startTimeOf(pid_t pid);
 
     TappedProcess(int id, bool isCommand, std::uint64_t startTime);
 
-    /// Reads from this connection's memory from now on: for a new process, and for one that has
-    /// replaced its program by exec. False when the memory cannot be mapped, is larger than
-    /// `mostBytes`, or its layout is wrong.
-    [[nodiscard]] bool take(Connection connection, std::uint64_t mostBytes);
+    /// For a new process, and for one that has replaced its program by exec: drain() reads from
+    /// this connection's memory once all is taken that the program before has left. kNoSense when
+    /// the memory cannot be mapped, is larger than `mostBytes`, or its layout is wrong,
+    /// kTooManyWait when too many programs wait for that already.
+    [[nodiscard]] Taken take(Connection connection, std::uint64_t mostBytes);
     [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const {
         return process_.pid == pid && startTime_ == startTime;
     }
@@ -33,12 +41,19 @@ class TappedProcess {
     /// Readable once the process has ended; -1 when the kernel cannot tell.
     [[nodiscard]] int endDescriptor() const { return end_.get(); }
     [[nodiscard]] bool isOver() const;
+    /// Whether it lives and can be known by its number only: the recorder may open no file more.
+    [[nodiscard]] bool isHardlyKnown() const { return startTime_ == 0 && !end_ && !isOver(); }
     [[nodiscard]] bool isCorrupt() const { return isCorrupt_; }
-    /// Whether the program that it runs now has played something, recorded or not.
+    /// Whether the program that it runs now has played something, recorded or not; also while one
+    /// that it ran before has left something to be read.
     [[nodiscard]] bool hasPlayed() const;
     /// Does nothing when the process has ended.
     void signal(int number) const;
 
+    /// What it delivers from now on is not taken any more.
+    void close();
+    /// Throws away what is left, which is told as lost; how many seconds of its mix that are.
+    [[nodiscard]] double drop(Sink& sink);
     /// Hands over what was there when it was called. False when some of it is left at the deadline.
     bool drain(Sink& sink, std::chrono::steady_clock::time_point deadline);
     void tellNumbers(Sink& sink);
@@ -50,6 +65,21 @@ class TappedProcess {
 
   private:
     using Deadline = std::chrono::steady_clock::time_point;
+
+    /// What one of the programs that the process runs, one after the other, shares.
+    struct Program {
+        SharedMapping memory;
+        tqcommon::Descriptor socket;  ///< open as long as it is to be recorded
+        Hello hello;
+    };
+
+    void read(Program program);
+    void noteEnds();
+    /// How far a ring is to be read.
+    [[nodiscard]] std::uint64_t endOf(RingId id, const RingReader& ring) const;
+    [[nodiscard]] bool drainProgram(Sink& sink, Deadline deadline);
+    /// The one that the process runs now.
+    [[nodiscard]] const Program& newest() const { return next_.empty() ? program_ : next_.back(); }
     [[nodiscard]] bool takeSound(Sink& sink, Deadline deadline);
     [[nodiscard]] bool takeEvents(Sink& sink, Deadline deadline);
     [[nodiscard]] bool takeLog(Sink& sink, Deadline deadline);
@@ -57,14 +87,15 @@ class TappedProcess {
     [[nodiscard]] bool handBlock(Sink& sink, const RecordHeader& header,
                                  std::span<const std::byte> payload);
     void markCorrupt(Sink& sink);
+    /// What a host calls one of its units, fit to be shown.
+    [[nodiscard]] static std::string unitNameOf(std::string_view text);
     void addLeftOut(HostFacts& facts) const;
 
     Process process_;
     std::uint64_t startTime_;
-    tqcommon::Descriptor socket_;  ///< open as long as the process is to be recorded
     tqcommon::Descriptor end_;
-    Hello hello_;
-    SharedMapping memory_;
+    Program program_;           ///< that is read
+    std::deque<Program> next_;  ///< those that came behind it
     RingReader sound_;
     RingReader events_;
     RingReader log_;
@@ -75,7 +106,9 @@ class TappedProcess {
     double highestFill_ = 0;
     std::vector<std::byte> interleaved_;
     bool isCorrupt_ = false;
-    bool hasStreamPlayed_ = false;  ///< of the program that it runs now
+    bool isClosed_ = false;
+    std::array<std::uint64_t, kRings> ends_{};  ///< behind close(): how far it had written
+    bool hasStreamPlayed_ = false;              ///< of the program that it runs now
 };
 
 }  // namespace tqrecorder

@@ -1,5 +1,7 @@
 #include "view/Untapped.h"
 
+#include "core/Services.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -41,8 +43,9 @@ std::vector<std::string> unrecordedProcessLines(const Observer& observer, Eviden
         if (why.empty() && !seen.device.empty()) {
             why = rawDeviceText(seen);
         }
-        if (!seen.isTapped && !why.empty() && (hasSound || evidence == Evidence::kOfAnyReason) &&
-            lines.size() < kMostLines) {
+        // What a sound server plays is recorded of its clients.
+        if (!seen.isTapped && !isService(seen.name) && !why.empty() &&
+            (hasSound || evidence == Evidence::kOfAnyReason) && lines.size() < kMostLines) {
             lines.push_back(seen.name + " (" + std::to_string(seen.pid) + "): " + why);
         }
     }

@@ -114,6 +114,7 @@ TEST(CommandLineTest, TheMicrophoneIsNamedOnlyBehindAnEqualsSign) {
 TEST(CommandLineTest, TheMicrophoneWantsAPlaceForItsSound) {
     EXPECT_FALSE(parse({"--mic", "-o", "-", "game"}).proceed);
     EXPECT_FALSE(parse({"--mic", "--replay", "9", "-o", "a.wav", "game"}).proceed);
+    EXPECT_TRUE(parse({"--mic", "--replay", "9", "-o", "a.mka", "game"}).proceed);
     EXPECT_TRUE(parse({"--mic", "--mic-in-mix", "-o", "-", "game"}).proceed);
     EXPECT_TRUE(parse({"--mic", "--tracks", "t", "-o", "-", "game"}).proceed);
 }
@@ -176,6 +177,8 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         {{"--tracks", "t", "--tracks-format", "mka", "game"}, "name it with --output"},
         {{"--replay", "5", "-o", "-", "game"}, "--replay goes with neither"},
         {{"--replay", "5", "-o", "a.wav", "--picture", "p", "game"}, "--replay goes with neither"},
+        {{"--replay", "5", "-o", "a.wav", "--report", "r.html", "game"},
+         "--replay goes with neither --output -, --picture, --report nor"},
         {{"--no-overlap", "game"}, "--replay"},
         {{"ctl"}, "ctl wants save"},
         {{"ctl", "save", "soon"}, "a number is wanted, not soon"},
@@ -185,6 +188,8 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         {{"ctl", "--pid", "x", "stop"}, "--pid wants"},
         {{"--max-file-time", "5", "-o", "-", "game"}, "--max-file-time is for files"},
         {{"-o", "a.wav", "--events", "./a.wav", "game"}, "name the same file"},
+        {{"-o", "a.wav", "--events", "-", "game"}, "only --output writes to standard output"},
+        {{"-o", "-", "--tracks", "-", "game"}, "only --output writes to standard output"},
         {{"-o", "a.wav", "-o", "b.wav", "game"}, "--output"},
     };
     for (const auto& [arguments, words] : cases) {
@@ -195,6 +200,23 @@ TEST(CommandLineTest, WrongUsageIsOneLineAndExitCodeOne) {
         EXPECT_THAT(line.error, testing::StartsWith("tqaudiorecord: "));
         EXPECT_THAT(line.error, HasSubstr(words));
         EXPECT_EQ(line.error.find('\n'), std::string::npos) << words;
+    }
+}
+
+TEST(CommandLineTest, MoreNamesThanAProgramCanBeToldAreRefused) {
+    const auto withNames = [](std::size_t count, const std::string& name) {
+        std::vector<std::string> words;
+        for (std::size_t i = 0; i < count; ++i) {
+            words.insert(words.end(), {"--not", name});
+        }
+        words.emplace_back("game");
+        return parseCommandLine(words);
+    };
+    EXPECT_TRUE(withNames(1000, "music").proceed);
+    for (const CommandLine& line :
+         {withNames(1001, "music"), withNames(2, std::string(30'000, 'n'))}) {
+        EXPECT_EQ(line.exitCode, 1);
+        EXPECT_THAT(line.error, HasSubstr("1000 names each at most, of 50000 bytes in all"));
     }
 }
 

@@ -126,5 +126,29 @@ TEST_F(RecorderControlDeathTest, ThoseWhoAskedBeforeAStopAreAllAnswered) {
     EXPECT_EQ(recorder.wait().code, 0);
 }
 
+TEST_F(RecorderControlDeathTest, SavesThatAreUnderWayAtAStopAreWrittenAndAnswered) {
+    Program recorder(reachable(setup({"-q", "-o", path_, "--replay", "5"}, game("60"))));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(1); }));
+    recorder.signal(SIGSTOP);
+    std::vector<std::unique_ptr<Program>> saves;
+    saves.push_back(beginCtl({"save"}));
+    saves.push_back(beginCtl({"save"}));
+    const auto stop = beginCtl({"stop"});
+    EXPECT_TRUE(eventually(
+        [&] { return hasSocket(*saves[0]) && hasSocket(*saves[1]) && hasSocket(*stop); }));
+    recorder.signal(SIGUSR1);
+    recorder.signal(SIGCONT);
+    for (const auto& save : saves) {
+        const ProgramEnd end = save->wait();
+        EXPECT_EQ(end.code, 0) << end.errors;
+        EXPECT_THAT(end.output, testing::StartsWith(folder_.file("out-00")));
+    }
+    EXPECT_EQ(stop->wait().code, 0);
+    EXPECT_EQ(recorder.wait().code, 0);
+    for (const char* name : {"out-001.wav", "out-002.wav", "out-003.wav"}) {
+        EXPECT_GT(RecordedFile(folder_.file(name)).frames(), 40'000U);
+    }
+}
+
 }  // namespace
 }  // namespace tqrecorder::test

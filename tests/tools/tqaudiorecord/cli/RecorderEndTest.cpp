@@ -155,6 +155,26 @@ TEST_F(RecorderTerminalTest, TheInterruptKeyLeavesAHostThatIsToGoOnAlone) {
     kill(hosts[0], SIGKILL);
 }
 
+TEST_F(RecorderTerminalTest, AHostThatIsToGoOnIsNotStoppedByTheTerminal) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's run-time cannot be loaded into the shell and its stty";
+#endif
+    const std::string path = folder_.file("out.wav");
+    // What changes the terminal, or reads from it, is stopped where it is not in the foreground.
+    std::vector<std::string> command{"sh", "-c",
+                                     "stty -echo </dev/tty; read line </dev/tty; \"$@\"", "sh"};
+    const std::vector<std::string> host = game("60");
+    command.insert(command.end(), host.begin(), host.end());
+    Program program(inTerminal(setup({"-q", "--host-goes-on", "-o", path, "--"}, command)));
+    ASSERT_TRUE(eventually([&] { return RecordedFile(path).frames() > 44'100; }));
+    const std::vector<pid_t> hosts = program.children();
+    ASSERT_EQ(hosts.size(), 1U);
+    pressInterrupt();
+    EXPECT_EQ(program.wait().code, 0);
+    EXPECT_TRUE(isAlive(hosts[0]));
+    killpg(hosts[0], SIGKILL);
+}
+
 TEST_F(RecorderTest, AFullDiskIsOneLineAndTheOtherOutputsGoOn) {
     const std::string disk = folder_.file("disk");
     std::filesystem::create_directory(disk);

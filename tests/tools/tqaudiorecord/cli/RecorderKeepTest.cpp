@@ -86,6 +86,15 @@ TEST_F(RecorderKeepTest, WhatIsThereIsRefusedBeforeTheCommandStarts) {
     }
 }
 
+TEST_F(RecorderKeepTest, AMicrophoneFileThatCannotBeMadeKeepsTheCommandFromStarting) {
+    std::filesystem::create_directory(folder_.file(".out-microphone.wav.tqaudiorecord"));
+    const ProgramEnd outcome =
+        run({"--mic", "-o", path_}, {"sh", "-c", "touch " + folder_.file("started")});
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_THAT(outcome.errors, HasSubstr("out-microphone.wav: "));
+    EXPECT_FALSE(std::filesystem::exists(folder_.file("started")));
+}
+
 TEST_F(RecorderKeepTest, AnEmptyLaunchReplacesNothingAndARealOneDoes) {
     const std::string events = folder_.file("events.jsonl");
     std::ofstream(path_) << "precious";

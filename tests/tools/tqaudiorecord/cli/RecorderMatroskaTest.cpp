@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <iostream>
 #include <memory>
+#include <random>
 
 #include "RecorderFixture.h"
 #include "tools/tqaudiorecord/output/DecodedFile.h"
@@ -85,6 +88,56 @@ TEST_F(RecorderMatroskaTest, IsWholeWhenTheProgramIsKilled) {
     EXPECT_EQ(program.wait().code, 128 + SIGKILL);
     expectGame(path_, 2.4);
 }
+
+/// TQ_TEST_KILLS says how many (four unless told), TQ_TEST_SEED which moments.
+class RecorderMatroskaKillTest : public RecorderMatroskaTest,
+                                 public testing::WithParamInterface<const char*> {
+  protected:
+    static int numberFrom(const char* variable, int usual) {
+        const char* const text = std::getenv(variable);
+        return text == nullptr ? usual : std::atoi(text);
+    }
+};
+
+TEST_P(RecorderMatroskaKillTest, AtAnyMomentLeavesItWhole) {
+    const bool isOfTheProgram = std::string(GetParam()) == "Program";
+    std::minstd_rand random(static_cast<unsigned>(numberFrom("TQ_TEST_SEED", 1)));
+    std::uniform_int_distribution<int> moment(0, 1500);
+    const int kills = numberFrom("TQ_TEST_KILLS", 4);
+    int files = 0;
+    for (int round = 0; round < kills; ++round) {
+        const std::string path = folder_.file("out-" + std::to_string(round) + ".mka");
+        Program program(setup({"-o", path}, game("60")));
+        ASSERT_TRUE(eventually([&] { return !program.children().empty(); }));
+        const int milliseconds = moment(random);
+        std::this_thread::sleep_for(std::chrono::milliseconds{milliseconds});
+        const std::vector<pid_t> hosts = program.children();
+        if (!isOfTheProgram) {
+            program.signal(SIGKILL);
+        }
+        for (const pid_t host : hosts) {
+            ::kill(host, SIGKILL);
+        }
+        const std::string said = program.wait().text();
+        const bool isThere = std::filesystem::exists(path);
+        files += isThere ? 1 : 0;
+        if (isOfTheProgram) {
+            EXPECT_EQ(isThere, said.find("Recorded: game_host") != std::string::npos)
+                << milliseconds << " ms: " << said;
+        }
+        if (isThere) {
+            const DecodedFile file(path);
+            EXPECT_TRUE(file.opened) << milliseconds << " ms";
+            EXPECT_THAT(file.complaints, testing::IsEmpty()) << milliseconds << " ms";
+            EXPECT_GE(file.streams.size(), 1U) << milliseconds << " ms";
+        }
+    }
+    // On a busy machine many die before their first sound.
+    std::cout << kills << " kills, " << files << " files\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, RecorderMatroskaKillTest, testing::Values("Recorder", "Program"),
+                         [](const auto& who) { return std::string(who.param); });
 
 TEST_F(RecorderMatroskaTest, AReplayIsSavedWithItsTracks) {
     Program program(

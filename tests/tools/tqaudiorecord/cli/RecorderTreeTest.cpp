@@ -160,6 +160,14 @@ TEST_F(RecorderTreeTest, WhatNeverPlaysIsNotWaitedForLong) {
     expectTone(1);
 }
 
+TEST_F(RecorderTreeTest, AGameThatLoadsForLongerIsWaitedForWhileItWorks) {
+    const ProgramEnd end =
+        run({"-o", path_}, {TQ_LAUNCHER_HOST, "session", "0", "0", TQ_TONE_HOST, "loading", "24"});
+    EXPECT_EQ(end.code, 0) << end.errors;
+    expectTone(1);
+    EXPECT_THAT(end.errors, HasSubstr("seconds, and as long as it loads"));
+}
+
 TEST_F(RecorderTreeTest, OrphansThatEndLeaveNoZombies) {
     Program program(
         setup({"-q", "-o", path_}, {TQ_TONE_HOST, "run", TQ_LAUNCHER_HOST, "session", "0", "0",

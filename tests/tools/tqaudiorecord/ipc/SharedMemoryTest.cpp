@@ -2,12 +2,21 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -63,6 +72,51 @@ TEST_F(Shared, SoundIsTakenAsMemoryIsPopulatedAndNoneOfItSkipped) {
         EXPECT_EQ(header.bytes, kRecord);
     }
     EXPECT_TRUE(push()) << "round again";
+}
+
+/// For this thread alone a kernel older than 5.14, which does not know how to populate memory.
+bool becomeOldKernel() {
+    std::array<sock_filter, 6> code{{
+        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
+        {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, SYS_madvise},
+        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, args[2])},
+        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, MADV_POPULATE_WRITE},
+        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | EINVAL},
+        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
+    }};
+    const sock_fprog filter{static_cast<unsigned short>(code.size()), code.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST_F(Shared, AllOfTheMemoryIsTakenOnAnOldKernelAndNothingInItChanged) {
+    constexpr std::size_t kRecord = std::size_t{1} << 20U;
+    auto made = SharedMapping::make(8 * kRecord, descriptor);
+    ASSERT_TRUE(made);
+    const std::vector<std::byte> sound(kRecord - sizeof(RecordHeader), std::byte{5});
+    const RingWriter::Bytes part(sound);
+    const RingWriter writer = made->writer(RingId::kSound);
+    const auto push = [&] { return writer.push({.kind = RecordKind::kMix}, {&part, 1}); };
+    EXPECT_TRUE(push());
+    EXPECT_TRUE(push());
+    std::thread([&] {
+        ASSERT_TRUE(becomeOldKernel());
+        while (made->populateMore()) {
+        }
+    }).join();
+    for (int record = 2; record < 8; ++record) {
+        EXPECT_TRUE(push()) << record;
+    }
+    struct stat status {};
+    ASSERT_EQ(fstat(descriptor, &status), 0);
+    EXPECT_GE(status.st_blocks * 512, status.st_size) << "every page is there";
+    RingReader reader = made->reader(RingId::kSound);
+    RecordHeader header;
+    std::span<const std::byte> payload;
+    for (int record = 0; record < 8; ++record) {
+        ASSERT_EQ(reader.next(header, payload), RingReader::Found::kRecord);
+        EXPECT_TRUE(std::equal(payload.begin(), payload.end(), sound.begin(), sound.end()));
+    }
 }
 
 TEST_F(Shared, LeftOutUnitsAreNotedOnceEachWithAllTheirReasons) {

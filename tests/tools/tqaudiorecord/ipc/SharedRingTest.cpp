@@ -124,6 +124,17 @@ TEST_F(Ring, CountsNothingOfWhatIsTriedAgain) {
     EXPECT_EQ(next(), Found::kRecord);
 }
 
+TEST_F(Ring, UsesWhatMemoryThereIsAgainAndAgain) {
+    state.usable = 2000;
+    for (std::uint64_t number = 0; number < 100; ++number) {
+        const std::size_t count = 300 + number % 7 * 50;
+        ASSERT_TRUE(push(count, number)) << number;
+        expectNext(count, number);
+    }
+    EXPECT_FALSE(push(2000, 100)) << "there is not that much";
+    EXPECT_EQ(std::count(memory.begin() + 2000, memory.end(), std::byte{0}), 2096);
+}
+
 TEST_F(Ring, RefusesARecordThatNeverFits) {
     EXPECT_FALSE(push(5000, 1));
     EXPECT_EQ(reader.takeLostRecords(), 1U);

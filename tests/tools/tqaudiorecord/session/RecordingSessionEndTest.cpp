@@ -3,11 +3,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
 #include <utility>
 
 #include "SessionFixture.h"
+#include "session/ControlClient.h"
 #include "support/LeakCheck.h"
+#include "support/ProgramRunner.h"
 #include "support/sound/Sound.h"
 
 namespace {
@@ -84,6 +93,117 @@ TEST_F(Session, WhatIsLeftAtAProgramsEndWaitsForTheRecorder) {
     record({"aplay", "-q", "-D", "null", path});
     EXPECT_EQ(sink.only().lostBlocks, 0U);
     EXPECT_GE(sink.only().streams.at(1).samples(0).size(), frames);
+}
+
+/// The reader stands still until the host has played all, and asks for the end then. Each block
+/// takes it `milliseconds`.
+struct SessionOfASlowReader : Session {
+    RecordingResult recordSlowly(int milliseconds, int signals) {
+        int blocks = 0;
+        sink.onBlock = [&blocks, milliseconds, signals](const Process& process, const Block&) {
+            if (++blocks == 1) {
+                const std::string path = "/proc/" + std::to_string(process.pid) + "/comm";
+                EXPECT_TRUE(tqtest::eventually([&] { return contentOf(path) == "other_host\n"; }));
+            }
+            if (blocks <= signals) {
+                kill(getpid(), blocks == 1 ? SIGINT : SIGTERM);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds{milliseconds});
+        };
+        return record({kHost, "then", "1.5", kOther, "tone", "60"});
+    }
+};
+
+TEST_F(SessionOfASlowReader, WhatWasPlayedBeforeTheEndIsTakenHoweverLongThatTakes) {
+    const RecordingResult result = recordSlowly(15, 1);
+    EXPECT_EQ(result.end, End::kSignal);
+    EXPECT_TRUE(result.isWhole);
+    EXPECT_THAT(result.notes, testing::IsEmpty());
+    EXPECT_THAT(sink.notices, testing::Contains(testing::HasSubstr("still to be written")));
+    EXPECT_EQ(sink.only().lostBlocks, 0U);
+    EXPECT_GT(sink.only().streams.at(0).seconds(), 1.5 * 0.9);
+}
+
+TEST_F(SessionOfASlowReader, ASecondSignalLeavesTheRestOutAndThatIsSaid) {
+    const RecordingResult result = recordSlowly(40, 2);
+    EXPECT_FALSE(result.isWhole);
+    EXPECT_THAT(result.notes, testing::Contains(testing::HasSubstr("s were not written")));
+    const auto& seen = sink.only();
+    EXPECT_GT(seen.lostBlocks, 0U);
+    std::uint64_t bytes = seen.lostBytes;
+    for (const auto& [track, stream] : seen.streams) {
+        bytes += stream.bytes.size();
+    }
+    EXPECT_GT(bytes, 1.5 * 0.9 * (48000 * 4 + 44100 * 4));
+}
+
+/// The host has played all, the end is asked for, and what is left by then is still written.
+struct SessionWithALongRest : Session {
+    /// `onRest` is called for each block of it.
+    RecordingResult recordRest(const std::function<void()>& onRest) {
+        bool isFirst = true;
+        sink.onBlock = [&](const Process& process, const Block&) {
+            if (std::exchange(isFirst, false)) {
+                const std::string path = "/proc/" + std::to_string(process.pid) + "/comm";
+                EXPECT_TRUE(tqtest::eventually([&] { return contentOf(path) == "other_host\n"; }));
+                kill(getpid(), SIGINT);
+            }
+            if (sink.notices.empty()) {
+                std::this_thread::sleep_for(std::chrono::milliseconds{30});
+            } else {
+                onRest();
+            }
+        };
+        return record({kHost, "then", "1.5", kOther, "tone", "60"});
+    }
+};
+
+TEST_F(SessionWithALongRest, TheMicrophoneIsNotRecordedBehindTheEnd) {
+    options.microphone = true;
+    std::optional<int> atTheEnd;
+    int last = 0;
+    EXPECT_TRUE(recordRest([&] {
+                    atTheEnd = atTheEnd.value_or(sink.heardBlocks);
+                    last = sink.heardBlocks;
+                    std::this_thread::sleep_for(std::chrono::milliseconds{10});
+                }).isWhole);
+    ASSERT_TRUE(atTheEnd) << "nothing was left";
+    EXPECT_GT(last, 0);
+    EXPECT_EQ(last, *atTheEnd);
+    EXPECT_EQ(sink.heardBlocks, last);
+}
+
+TEST_F(SessionWithALongRest, IsStillAnswerable) {
+    setenv("XDG_RUNTIME_DIR", caches.c_str(), 1);
+    std::atomic<bool> isAnswered = false;
+    bool isAnsweredMeanwhile = false;
+    std::jthread client;
+    EXPECT_TRUE(recordRest([&] {
+                    if (!client.joinable()) {
+                        client = std::jthread([&isAnswered] {
+                            EXPECT_TRUE(controlRecorder(getpid(), {}).isDone);
+                            isAnswered = true;
+                        });
+                    }
+                    isAnsweredMeanwhile = isAnsweredMeanwhile || isAnswered;
+                    if (!isAnsweredMeanwhile) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds{40});
+                    }
+                }).isWhole);
+    EXPECT_TRUE(isAnsweredMeanwhile);
+}
+
+TEST_F(Session, WhoIsKilledIsNamed) {
+    bool isEndAsked = false;
+    const std::string terms = (caches / "terms").string();
+    sink.onBlock = [&](const Process&, const Block&) {
+        if (!std::exchange(isEndAsked, true)) {
+            kill(getpid(), SIGINT);
+        }
+    };
+    record({kHost, "stubborn", "60", terms});
+    EXPECT_THAT(sink.notices,
+                testing::Contains(testing::HasSubstr("did not end by SIGTERM: recorded_host (")));
 }
 
 }  // namespace

@@ -44,6 +44,16 @@ TEST_F(GateSession, AChildThatKnowsNothingOfSoundIsLeftAlone) {
     EXPECT_EQ(connected(), (std::vector<std::string>{"recorded_host"}));
 }
 
+TEST_F(GateSession, ASoundServerThatAChildStartsIsLeftAlone) {
+    const std::string server = caches / "pulseaudio";
+    fs::copy_file(kNaming, server);
+    record({kHost, "run", server});
+    EXPECT_EQ(connected(), (std::vector<std::string>{"recorded_host"}));
+    sink.processes.clear();
+    record({server});
+    EXPECT_EQ(connected(), (std::vector<std::string>{"pulseaudio"})) << "asked for by name";
+}
+
 TEST_F(GateSession, TheCommandIsLetInWhateverItKnows) {
     record({kQuiet});
     EXPECT_EQ(connected(), (std::vector<std::string>{"quiet_host"}));

@@ -20,6 +20,7 @@
 #include "SessionFixture.h"
 #include "session/ElfFile.h"
 #include "support/LeakCheck.h"
+#include "support/ProgramRunner.h"
 
 namespace {
 
@@ -33,6 +34,14 @@ constexpr bool kIsSanitized = true;
 #else
 constexpr bool kIsSanitized = false;
 #endif
+
+/// What the kernel calls a process: the file that it runs, cut to 15 letters.
+std::string nameOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/comm");
+    std::string name;
+    std::getline(file, name);
+    return name;
+}
 
 TEST_F(Session, AHostKilledInTheMiddleIsRecordedToItsLastBlock) {
     int blocks = 0;
@@ -175,6 +184,43 @@ TEST_F(Session, AHostThatExecsAnotherStaysTheSameProcessUnderAnotherName) {
     EXPECT_EQ(seen.names, (std::vector<std::string>{"recorded_host", "other_host"}));
     EXPECT_TRUE(seen.process.isCommand);
     EXPECT_GT(seen.facts.blocksWithSound, 0U);
+}
+
+TEST_F(Session, WhatAHostDeliveredBeforeItExecsAnotherIsReadFirst) {
+    // The reader stands still until the next program runs, and is slow then.
+    bool waited = false;
+    sink.onBlock = [&](const Process& process, const Block& block) {
+        if (block.track == 0 && !std::exchange(waited, true)) {
+            EXPECT_TRUE(tqtest::eventually([&] { return nameOf(process.pid) != "recorded_host"; }));
+        }
+        if (sink.only().names.size() == 1) {
+            std::this_thread::sleep_for(std::chrono::milliseconds{2});
+        }
+    };
+    EXPECT_EQ(record({kHost, "then", "3", kOther, "short", "0.5"}).hostExitCode, 0);
+    ASSERT_EQ(sink.processes.size(), 1U);
+    const auto& seen = sink.only();
+    EXPECT_EQ(seen.names, (std::vector<std::string>{"recorded_host", "other_host"}));
+    EXPECT_EQ(seen.lostBlocks, 0U);
+    EXPECT_GT(seen.streams.at(0).seconds(), 3 * 0.9 + 0.4);
+}
+
+TEST_F(Session, WhatIsLostBeforeAHostExecsAnotherIsCounted) {
+    options.ringSeconds = 0.1;
+    bool waited = false;
+    sink.onBlock = [&](const Process& process, const Block& block) {
+        if (block.track == 0 && !std::exchange(waited, true)) {
+            EXPECT_TRUE(tqtest::eventually([&] { return nameOf(process.pid) != "recorded_host"; }));
+        }
+    };
+    EXPECT_EQ(record({kHost, "then", "2", kOther, "short", "0.1"}).hostExitCode, 0);
+    const auto& seen = sink.only();
+    EXPECT_EQ(seen.names.size(), 2U);
+    std::uint64_t bytes = seen.lostBytes;
+    for (const auto& [track, stream] : seen.streams) {
+        bytes += stream.bytes.size();
+    }
+    EXPECT_GT(bytes, 2 * 0.9 * (48000 * 4 + 44100 * 4));
 }
 
 TEST_F(Session, AChildWithoutExecIsAProcessOfItsOwn) {

@@ -57,8 +57,10 @@ class RememberingSink : public tqrecorder::Sink {
     };
 
     std::map<int, Seen> processes;
+    std::vector<std::string> notices;
     int ticks = 0;
     int saves = 0;
+    int heardBlocks = 0;
     int finishes = 0;
     std::string end;
     std::function<void(const tqrecorder::Process&, const tqrecorder::Block&)> onBlock;
@@ -95,6 +97,7 @@ class RememberingSink : public tqrecorder::Sink {
         processes[process.id].lostBlocks += blocks;
         processes[process.id].lostBytes += bytes;
     }
+    void heard(const tqrecorder::HeardBlock& /*block*/) override { ++heardBlocks; }
     void event(const tqrecorder::Process& process, const tqrecorder::Event& event) override {
         processes[process.id].events.push_back(event);
     }
@@ -117,6 +120,7 @@ class RememberingSink : public tqrecorder::Sink {
         processes[process.id].facts = facts;
         processes[process.id].ended = true;
     }
+    void notice(const std::string& line) override { notices.push_back(line); }
     void tick(std::uint64_t /*elapsed*/) override { ++ticks; }
     tqrecorder::ControlAnswer control(const tqrecorder::ControlCommand& command) override {
         saves += command.kind == tqrecorder::ControlCommand::Kind::kSave ? 1 : 0;

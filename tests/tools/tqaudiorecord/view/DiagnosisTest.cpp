@@ -236,7 +236,10 @@ TEST_F(DiagnosisTest, NamesProcessesThatTheRecorderDidNotGetInto) {
     late.library = "libasound.so.2";
     SeenProcess recorded{11, "recorded"};
     recorded.isTapped = recorded.isSandboxed = true;
-    for (const SeenProcess& seen : {fixed, raised, caged, late, recorded}) {
+    // A sound server is none of them.
+    SeenProcess server{12, "pulseaudio"};
+    server.library = "libpulse.so.0";
+    for (const SeenProcess& seen : {fixed, raised, caged, late, recorded, server}) {
         observer_.seen(seen);
     }
     EXPECT_THAT(whySilent(observer_, "game"),

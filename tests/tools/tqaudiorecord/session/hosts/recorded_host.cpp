@@ -15,6 +15,7 @@
 //   many COUNT          plays through that many units at once
 //   stubborn SECONDS FILE   writes a "T" into a file on every SIGTERM, and plays on
 //   closing SECONDS     closes all descriptors first
+//   loading SECONDS     works for so long, then plays the tone for a second
 //   idle                makes a unit and never starts it
 //   microphone SECONDS  plays through a unit with its microphone on
 //   restarted SECONDS   the same, started, stopped, initialised again and started again
@@ -23,6 +24,7 @@
 //   scribble SECONDS    fills all memory that it shares with the recorder with nonsense
 //   die                 kills itself inside its own callback
 //   exec PROGRAM ARG... becomes another program
+//   then SECONDS PROGRAM ARG...   plays the tone, then becomes another program
 //   run PROGRAM ARG... [-- PROGRAM ARG...]   starts programs, all at once, and waits for them
 //   fork SECONDS        a child, without exec, plays
 //   exit CODE
@@ -387,6 +389,12 @@ int main(int argc, char** argv) {
         terms = open(argv[3], O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
         signal(SIGTERM, [](int) { (void)!write(terms, "T", 1); });
     }
+    if (what == "loading") {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        while (std::chrono::steady_clock::now() < end) {
+        }
+        return play(tone, 1, false);
+    }
     if (what == "closing") {
         closefrom(3);
     }
@@ -419,5 +427,9 @@ int main(int argc, char** argv) {
     tone.amplitude = what == "loud" ? 3 * kAmplitude : kAmplitude;
     tone.spoilingCall = what == "scribble" ? 20 : 0;
     tone.deadlyCall = what == "die" ? 10 : 0;
+    if (what == "then" && argc > 3 && play(tone, seconds, false) == 0) {
+        execv(argv[3], argv + 3);
+        return 4;
+    }
     return play(tone, what == "die" ? kPatienceSeconds : seconds, what == "microphone");
 }
