@@ -4,6 +4,10 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include <cstring>
+
+#include "common/ProcessStart.h"
+
 namespace korva_audio_utils {
 
 namespace {

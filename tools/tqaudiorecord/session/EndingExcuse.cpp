@@ -12,6 +12,7 @@
 
 #include "common/Descriptor.h"
 #include "common/GuardRecords.h"
+#include "common/ProcessStart.h"
 
 namespace tqrecorder {
 namespace {

@@ -14,7 +14,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "session/TappedProcess.h"
+#include "common/ProcessStart.h"
 
 namespace tqrecorder {
 namespace {
@@ -64,7 +64,7 @@ std::optional<ProcessTree::Member> memberOf(pid_t process) {
     clock_gettime(CLOCK_BOOTTIME, &now);
     const std::uint64_t up = static_cast<std::uint64_t>(now.tv_sec) * 1000 +
                              static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
-    const std::uint64_t born = TappedProcess::startTimeOf(process) * 1000 / ticks;
+    const std::uint64_t born = tqcommon::processStart(process) * 1000 / ticks;
     const char state = line[end + 2];
     return ProcessTree::Member{process, line.substr(begin + 1, end - begin - 1),
                                milliseconds(up > born ? up - born : 0),

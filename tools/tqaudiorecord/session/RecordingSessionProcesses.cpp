@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/ProcessStart.h"
 #include "ipc/Printable.h"
 #include "session/Microphone.h"
 #include "session/RecordingSession.h"
@@ -59,7 +60,7 @@ void RecordingSession::takeConnection(Connection connection) {
     look_.setTapped(pid);
     const std::string name = printable(connection.hello.name.data());
     const bool isRestartFailed = connection.hello.isRestartFailed != 0;
-    const std::uint64_t startTime = TappedProcess::startTimeOf(pid);
+    const std::uint64_t startTime = tqcommon::processStart(pid);
     auto known = std::find_if(processes_.begin(), processes_.end(),
                               [&](const auto& one) { return one->is(pid, startTime); });
     if (known == processes_.end()) {

@@ -7,10 +7,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <utility>
 
+#include "common/ProcessStart.h"
 #include "ipc/Printable.h"
 #include "ipc/SharedStream.h"
 #include "session/ProcessHandle.h"
@@ -89,20 +88,6 @@ std::string TappedProcess::unitNameOf(std::string_view text) {
     return text.empty() ? "unit" : printable(text.substr(0, kLongestName));
 }
 
-std::uint64_t TappedProcess::startTimeOf(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    // The program's name, in brackets, may hold anything.
-    std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
-    constexpr int kStartTime = 20;  // counted from behind the name
-    std::string field;
-    for (int i = 0; i < kStartTime; ++i) {
-        fields >> field;
-    }
-    return fields ? std::strtoull(field.c_str(), nullptr, 10) : 0;
-}
-
 TappedProcess::TappedProcess(int id, bool isCommand, std::uint64_t startTime)
     : startTime_(startTime) {
     process_.id = id;
@@ -130,7 +115,7 @@ TappedProcess::Taken TappedProcess::take(Connection connection, std::uint64_t mo
     // What it needed may have been the last one.
     connection.memory.reset();
     if (startTime_ == 0) {
-        startTime_ = startTimeOf(connection.pid);
+        startTime_ = tqcommon::processStart(connection.pid);
     }
     end_ = openProcess(connection.pid);
     return Taken::kYes;
@@ -174,7 +159,7 @@ bool TappedProcess::isOver() const {
         return true;
     }
     // Without a descriptor left, none of a living process can be read.
-    const std::uint64_t now = startTimeOf(process_.pid);
+    const std::uint64_t now = tqcommon::processStart(process_.pid);
     return now != startTime_ && now != 0 && startTime_ != 0;
 }
 

@@ -23,10 +23,6 @@ class TappedProcess {
 
     enum class Taken { kYes, kNoSense, kTooManyWait };
 
-    /// When the process `pid` was started, in the kernel's own unit; 0 when it is gone, or this
-    /// process may open no file more. With the pid it names a process for good.
-    [[nodiscard]] static std::uint64_t startTimeOf(pid_t pid);
-
     TappedProcess(int id, bool isCommand, std::uint64_t startTime);
 
     /// For a new process, and for one that has replaced its program by exec: drain() reads from

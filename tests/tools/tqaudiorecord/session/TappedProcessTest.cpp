@@ -3,6 +3,7 @@
 #include "session/TappedProcess.h"
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "RememberingSink.h"
+#include "common/ProcessStart.h"
 
 namespace {
 
@@ -54,7 +56,7 @@ class TappedProcessTest : public testing::Test {
     int made_ = -1;
     std::optional<SharedMapping> shared_ = SharedMapping::make(kSoundBytes, made_);
     tqcommon::Descriptor memory_{made_};
-    const std::uint64_t startTime_ = TappedProcess::startTimeOf(getpid());
+    const std::uint64_t startTime_ = tqcommon::processStart(getpid());
     RememberingSink sink_;
 };
 
@@ -99,6 +101,7 @@ TEST_F(TappedProcessTest, ALivingProcessIsNotOverWhereNoFileCanBeOpened) {
 TEST_F(TappedProcessTest, OneThatIsKnownByItsNumberOnlyIsOverOnceItHasEnded) {
     const pid_t child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         pause();
         _exit(0);
     }
