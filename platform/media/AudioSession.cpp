@@ -13,6 +13,7 @@
 #include "common/ForkLocks.h"
 #include "common/NeverDestroyed.h"
 #include "device/Device.h"
+#include "device/DeviceNotices.h"
 
 namespace {
 
@@ -166,6 +167,7 @@ class Session {
         const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;
         const bool isDuration = id == kAudioSessionProperty_PreferredHardwareIOBufferDuration;
         const std::optional<Value> before = value(id);
+        const std::optional<Value> rateBefore = hardwareRate();
         if (isRate && !tqplatform::sharedDevice().preferRate(std::get<Float64>(newValue))) {
             return kAudioSessionUnspecifiedError;
         }
@@ -175,6 +177,10 @@ class Session {
         store(id, newValue);
         if (before != newValue) {
             callListeners(id, newValue);
+        }
+        // Whoever renders at the device's rate has to learn of another one.
+        if (isRate && hardwareRate() != rateBefore) {
+            tqplatform::tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
         }
         if (isRate || isDuration) {
             for (const auto& [hardware, now] : rememberHardware()) {
@@ -197,6 +203,10 @@ class Session {
     }
 
   private:
+    [[nodiscard]] static std::optional<Value> hardwareRate() {
+        return hardwareValue(kAudioSessionProperty_CurrentHardwareSampleRate);
+    }
+
     /// Until a program asks for something, what the device does is what is preferred.
     [[nodiscard]] std::optional<Value> preferredValue(AudioSessionPropertyID id) {
         const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;

@@ -1,3 +1,7 @@
+#include <AudioToolbox/AudioSession.h>
+
+#include <functional>
+
 #include "CapturePathFixture.h"
 
 // One unit's start, change and stop while capture is on: every step that the platform may refuse.
@@ -299,6 +303,29 @@ struct RouteChange : CapturePath {
                    call.numbers[1] == kAudioUnitScope_Output;
         };
     }
+    /// A unit that renders at its device's side is recorded at its pitch and length, from the
+    /// first slice at the new rate on.
+    void expectRecordedAt32000(const std::function<void()>& change) {
+        HostUnit host;
+        host.sound.format = stream_formats::int16Interleaved(48000, 2);
+        host.play(kAudioUnitScope_Output);
+        ASSERT_TRUE(startCapture());
+        pump(4);
+        change();
+        pump(2, 320);
+        listener->clear();
+        pump(20, 320);
+        std::size_t frames = 0;
+        for (const CaptureListener::Block& block : listener->mixes()) {
+            for (const std::int16_t sample : block.samples()) {
+                EXPECT_NEAR(sample, 8192, 8);
+            }
+            frames += block.samples().size() / 2;
+        }
+        EXPECT_EQ(frames, 20U * 441);
+        EXPECT_EQ(listener->posts().back().info.sampleRate(), 32000);
+        ASSERT_EQ(TQManualDeviceSetSampleRate(48000), 0);
+    }
 };
 
 TEST_F(RouteChange, GivesTheBusTheKnownFormatAndThenTheFreshOne) {
@@ -325,26 +352,20 @@ TEST_F(RouteChange, GivesTheBusTheKnownFormatAndThenTheFreshOne) {
 }
 
 TEST_F(RouteChange, ThatChangesTheHardwareRateIsFollowedByTheRecording) {
-    HostUnit host;
-    host.sound.format = stream_formats::int16Interleaved(48000, 2);
-    host.play(kAudioUnitScope_Output);
-    ASSERT_TRUE(startCapture());
-    pump(4);
-    ASSERT_EQ(TQManualDeviceSetSampleRate(32000), 0);
-    post();
-    pump(2, 320);
-    listener->clear();
-    pump(20, 320);
-    std::size_t frames = 0;
-    for (const CaptureListener::Block& block : listener->mixes()) {
-        for (const std::int16_t sample : block.samples()) {
-            EXPECT_NEAR(sample, 8192, 8);
-        }
-        frames += block.samples().size() / 2;
-    }
-    EXPECT_EQ(frames, 20U * 441);
-    EXPECT_EQ(listener->posts().back().info.sampleRate(), 32000);
-    ASSERT_EQ(TQManualDeviceSetSampleRate(48000), 0);
+    expectRecordedAt32000([] {
+        ASSERT_EQ(TQManualDeviceSetSampleRate(32000), 0);
+        post();
+    });
+}
+
+TEST_F(RouteChange, ComesWithARateThatTheProgramAsksForWhileItIsRecorded) {
+    ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
+    expectRecordedAt32000([] {
+        const Float64 rate = 32000;
+        ASSERT_EQ(AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareSampleRate,
+                                          sizeof rate, &rate),
+                  kAudioSessionNoError);
+    });
 }
 
 TEST_F(RouteChange, WhoseFormatCannotBeReadIsRaisedAndTheGraphUpdatedAllTheSame) {

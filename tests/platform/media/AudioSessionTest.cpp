@@ -188,6 +188,18 @@ TEST_F(Session, TheDeviceFollowsThePreferredRate) {
     EXPECT_THAT(calls_, ElementsAre(Pair(code("chsr"), 8U)));
 }
 
+TEST_F(Session, ARateThatChangesTheDeviceIsARouteChangeAndTheSameRateIsNone) {
+    ASSERT_EQ(
+        AudioSessionAddPropertyListener(kAudioSessionProperty_AudioRouteChange, record, &calls_),
+        noErr);
+    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareSampleRate, 48000.0), noErr);
+    EXPECT_THAT(calls_, IsEmpty());
+    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareSampleRate, 22050.0), noErr);
+    EXPECT_THAT(calls_, ElementsAre(Pair(code("roch"), 8U)));
+    EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareSampleRate, 22050.0), noErr);
+    EXPECT_THAT(calls_, ElementsAre(Pair(code("roch"), 8U)));
+}
+
 TEST_F(Session, ARateThatTheDeviceCannotHaveIsRefusedAndForgotten) {
     EXPECT_EQ(set(kAudioSessionProperty_PreferredHardwareSampleRate, 500.0),
               kAudioSessionUnspecifiedError);
