@@ -193,6 +193,10 @@ bool CubebDevice::start() {
         heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, inHand_);
         heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
+    return makeStream() && cubeb_stream_start(stream_.get()) == CUBEB_OK;
+}
+
+bool CubebDevice::makeStream() {
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
     cubeb_stream* stream = nullptr;
     if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, nullptr, nullptr, &params,
@@ -200,7 +204,7 @@ bool CubebDevice::start() {
         return false;
     }
     stream_.reset(stream);
-    return cubeb_stream_start(stream) == CUBEB_OK;
+    return true;
 }
 
 UInt32 CubebDevice::heardFrames() const {

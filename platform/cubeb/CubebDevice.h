@@ -29,6 +29,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::optional<tqplatform::DeviceFormat> open(tqplatform::HeardHost& host,
                                                  const tqplatform::HeardWish& wish) override;
     bool start() override;
+    bool accepts() override { return !isToPlay_ || makeStream(); }
     [[nodiscard]] bool hear(bool isHearing) override;
     [[nodiscard]] bool isHearing() const override { return isHearing_.load(); }
     void finish() noexcept override;
@@ -52,6 +53,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     /// The first of its kinds that answers; of all kinds the one that was reached before.
     bool reach();
     bool reach(const char* kind);
+    /// What plays, not yet started.
+    [[nodiscard]] bool makeStream();
     /// The microphone that is wanted.
     struct Microphone {
         UInt32 channels = 0;  ///< 0 where there is none

@@ -105,6 +105,8 @@ class Backend {
     [[nodiscard]] virtual bool preferRate(Float64 /*sampleRate*/, bool /*mayWait*/) noexcept {
         return false;
     }
+    /// [any thread] Whether a rate that preferRate() took was refused since by what is played on.
+    [[nodiscard]] virtual bool hasRefusedRate() const noexcept { return false; }
     /// [any thread] The program wants requests of that length. As preferRate(); 0 takes it back.
     virtual bool preferDuration(Float64 /*seconds*/, bool /*mayWait*/) noexcept { return false; }
     /// [host thread] The program wants to hear the microphone of that name; empty for the default.

@@ -124,6 +124,10 @@ bool Device::preferRate(Float64 sampleRate) {
     });
 }
 
+bool Device::hasRefusedRate() {
+    return asked([](Backend& backend, bool /*mayWait*/) { return backend.hasRefusedRate(); });
+}
+
 bool Device::preferDuration(Float64 seconds) {
     return asked([&](Backend& backend, bool mayWait) {
         if (!backend.preferDuration(seconds, mayWait)) {

@@ -60,7 +60,10 @@ class Device final : private BackendHost {
     /// slice it is there behind it. False when what drives the device keeps its own, and inside a
     /// slice also while another thread starts or stops the device.
     [[nodiscard]] bool preferRate(Float64 sampleRate);
-    /// [any thread] The same for the length of a slice in seconds.
+    /// [any thread] Whether a rate that was taken does not hold after all: a device that is heard
+    /// has refused it since.
+    [[nodiscard]] bool hasRefusedRate();
+    /// [any thread] As preferRate(), for the length of a slice in seconds.
     bool preferDuration(Float64 seconds);
 
     /// [host thread] The same for the microphone, by its name; empty for the default.

@@ -69,8 +69,12 @@ class HeardDevice {
     /// [host thread] Once, before everything else. Reaches the server or the driver and says what
     /// it will ask for; nothing when there is none. Plays nothing and holds no device.
     virtual std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) = 0;
-    /// [host thread] Once. Requests come from here on. False when the device cannot play.
+    /// [host thread] Once. Requests come from here on. False when the device cannot play, or not
+    /// as it is wished.
     [[nodiscard]] virtual bool start() = 0;
+    /// [host thread] Instead of start(): whether it would play as it is wished. Holds the device
+    /// for that moment; plays nothing.
+    [[nodiscard]] virtual bool accepts() = 0;
     /// [host thread] Behind start(): whether it listens to the microphone; requests go on. Of a
     /// device that only listens it changes nothing. False when it has to be opened anew for that:
     /// there was no microphone then.

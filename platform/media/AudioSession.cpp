@@ -210,7 +210,7 @@ class Session {
     /// Until a program asks for something, what the device does is what is preferred.
     [[nodiscard]] std::optional<Value> preferredValue(AudioSessionPropertyID id) {
         const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;
-        {
+        if (!isRate || !tqplatform::sharedDevice().hasRefusedRate()) {
             const std::lock_guard<std::mutex> guard(lock_);
             if (const auto& preferred = isRate ? preferredRate_ : preferredDuration_) {
                 return preferred;

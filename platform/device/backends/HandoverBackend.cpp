@@ -172,8 +172,14 @@ bool HandoverBackend::preferRate(Float64 sampleRate, bool mayWait) noexcept {
     }
     std::unique_lock lock(care_.mutex);
     care_.wish.sampleRate = sampleRate;
+    care_.awaitsRate = mayWait;
+    isRateRefused_.store(false);
     ask(lock, mayWait);
-    return true;
+    if (!lock.owns_lock()) {
+        lock.lock();
+    }
+    care_.awaitsRate = false;
+    return care_.wish.sampleRate == sampleRate;
 }
 
 bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
@@ -256,6 +262,7 @@ void HandoverBackend::forgetAfterFork() noexcept {
     isAsleep_ = false;
     wasOpen_.store(false);
     hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = isOutdated_ = false;
+    takenRate_ = 0;
     isHearing_.store(false);
     isOffered_.store(false);
     isLost_.store(false);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -38,6 +39,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool start() override;
     void stop() noexcept override;
     bool preferRate(Float64 sampleRate, bool mayWait) noexcept override;
+    [[nodiscard]] bool hasRefusedRate() const noexcept override { return isRateRefused_.load(); }
     bool preferDuration(Float64 seconds, bool mayWait) noexcept override;
     bool preferMicrophone(const std::string& name) noexcept override;
     [[nodiscard]] bool isHearing() const noexcept override { return isHearing_.load(); }
@@ -87,8 +89,9 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
         std::uint64_t answered = 0;  ///< the last request that was dealt with
         ClientWants wants;
         HeardWish wish;
-        bool meets = false;      ///< somebody asks what the device is like
-        bool isRefused = false;  ///< there is none, and nobody looks again
+        bool meets = false;       ///< somebody asks what the device is like
+        bool awaitsRate = false;  ///< somebody waits for what the device says to the wish's rate
+        bool isRefused = false;   ///< there is none, and nobody looks again
         bool isEnding = false;
     };
 
@@ -110,12 +113,32 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool settleClock() noexcept;
 
     // [host thread] The caretaker's.
+    /// What a device does on the caretaker's thread; nothing where there is no memory for it.
+    template <typename Call>
+    static auto orNothing(Call call) noexcept -> decltype(call()) {
+        try {
+            return call();
+        } catch (const std::exception&) {
+            return decltype(call())();
+        }
+    }
     void takeCare();
     /// One round; the lock is given back while something takes long.
     void look(std::unique_lock<std::mutex>& lock);
-    [[nodiscard]] bool openDevice(const HeardWish& wish, bool isToPlay);
+    /// What came of opening the device.
+    enum class Opening { none, refused, open };
+    /// `wish` becomes what the device took. False when it cannot be opened.
+    [[nodiscard]] bool openDevice(HeardWish& wish);
+    [[nodiscard]] Opening tryDevice(const HeardWish& wish);
+    /// Learns what the device is like. False when there is none.
+    [[nodiscard]] bool meetDevice(const HeardWish& wish);
+    [[nodiscard]] std::unique_ptr<HeardDevice> reachDevice(const HeardWish& wish);
     void closeDevice(bool isAlive);
     void driveByClock();
+    /// While nothing plays: asks the device whether it would play at the wish's rate.
+    void tryRate(const HeardWish& wish);
+    /// The device has refused that rate: the one that it took last holds again.
+    void refuseRate(Float64 sampleRate);
     /// While the machine sleeps the device is closed: an interruption.
     void heedSleep();
     /// What goes on without a request: the device stands still, or was moved.
@@ -152,6 +175,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::atomic<pid_t> process_{0};                ///< that has opened the device
     std::atomic<bool> isLost_{false};              ///< the device says so
     std::atomic<bool> isHearing_{false};           ///< a microphone is open
+    std::atomic<bool> isRateRefused_{false};  ///< that a program prefers; it was taken at first
 
     std::mutex clockVerbs_;               ///< held while the clock is started or stopped
     std::atomic<bool> isRunning_{false};  ///< there are clients
@@ -160,6 +184,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     // The caretaker's own.
     std::unique_ptr<HeardDevice> device_;
     HeardWish deviceWish_;
+    Float64 takenRate_ = 0;     ///< Hz, the last that the device took; 0 for its own
     HeardPlace place_;          ///< as programs know it
     bool isMoving_ = false;     ///< it was another at the last look; told when it has settled
     bool isOutdated_ = false;   ///< to be opened anew, for another format

@@ -1,10 +1,6 @@
-// The caretaker of HandoverBackend: opens, watches and ends the device on a thread of its own.
+// The caretaker of HandoverBackend: looks after the device on a thread of its own.
 
 #include <pthread.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <exception>
 #include <utility>
 
 #include "device/DeviceNotices.h"
@@ -16,9 +12,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookStep{250};
 constexpr std::chrono::milliseconds kRetryStep{500};
-constexpr std::chrono::milliseconds kFirstRequestStep{1};
-constexpr int kFirstRequestSteps = 1000;
-constexpr std::chrono::milliseconds kLongestPlayOut{600};
 /// Looks without a request after which the clock drives until the next one: a second.
 constexpr int kQuietLooks = 4;
 /// Looks behind the start in which it does not: a sink that sleeps takes seconds to wake, and what
@@ -28,16 +21,6 @@ constexpr int kWakingLooks = 12;
 constexpr int kMostQuietLooks = 40;
 /// Looks after which a microphone that is wanted and not open is tried again: half a second.
 constexpr int kDeafLooks = 2;
-
-/// What a device does on the caretaker's thread; nothing where there is no memory for it.
-template <typename Call>
-auto orNothing(Call call) noexcept -> decltype(call()) {
-    try {
-        return call();
-    } catch (const std::exception&) {
-        return decltype(call())();
-    }
-}
 
 }  // namespace
 
@@ -82,6 +65,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     wish.isToPlay = care_.wants.heard || !care_.wants.hearing;
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
+    const bool isTrying = care_.awaitsRate && wish.sampleRate != takenRate_ && wasOpen_.load();
     lock.unlock();
     if (isWanted || isInterrupted_) {
         heedSleep();
@@ -95,7 +79,8 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     bool isThere = true;
     if (isToRun && device_ == nullptr) {
         const bool stoodStill = stoodStill_;
-        isThere = openDevice(wish, true);
+        const Float64 wishedRate = wish.sampleRate;
+        isThere = openDevice(wish);
         if (isThere && isInterrupted_) {
             isInterrupted_ = false;
             tellInterruptionEnded();
@@ -111,11 +96,18 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             saidThatItCannot_ = true;
             say("what answers cannot play, using null until it can");
         }
+        if (wish.sampleRate != wishedRate) {
+            refuseRate(wishedRate);
+        }
     } else if (isMeeting) {
-        isThere = openDevice(wish, false);
-    } else if (isInterrupted_ && !isWanted && !isAsleep_ && openDevice(wish, false)) {
-        isInterrupted_ = false;
-        tellInterruptionEnded();
+        isThere = meetDevice(wish);
+    } else if (isInterrupted_ && !isWanted && !isAsleep_) {
+        if (meetDevice(wish)) {
+            isInterrupted_ = false;
+            tellInterruptionEnded();
+        }
+    } else if (isTrying && !isWanted) {
+        tryRate(wish);
     }
     if (!isWanted && !isInterrupted_) {
         // Nobody delays the machine's sleep who has nothing to stop.
@@ -234,98 +226,6 @@ bool HandoverBackend::isStale(const HeardPlace& now) const {
     const bool hasOtherChannels =
         now.microphone.isKnown() && now.microphone.channels != heardFormat_.inputChannels;
     return hasOtherRate || hasOtherChannels;
-}
-
-bool HandoverBackend::openDevice(const HeardWish& wish, bool isToPlay) {
-    isLost_.store(false);
-    heardRequests_.store(0, std::memory_order_relaxed);
-    seenRequests_ = 0;
-    quietLooks_ = looks_ = deafLooks_ = 0;
-    stoodStill_ = isMoving_ = wasHearing_ = false;
-    std::unique_ptr<HeardDevice> device = make_();
-    std::optional<DeviceFormat> format =
-        device == nullptr ? std::nullopt : orNothing([&] { return device->open(*this, wish); });
-    if (!format) {
-        return false;
-    }
-    {
-        const std::lock_guard lock(care_.mutex);
-        if (care_.isRefused) {
-            return false;  // it came too late: programs were told that there is none
-        }
-    }
-    // The clock keeps the device's rate, so that going over changes nothing for the units.
-    if (wish.sampleRate <= 0) {
-        static_cast<void>(clock_->preferRate(format->sampleRate, true));
-    }
-    {
-        // Nothing renders in the device's name yet, but the clock may.
-        const Turn turn(turn_, std::chrono::hours(1));
-        heardFormat_ = *format;
-        publish(Driver::clock);
-    }
-    wasOpen_.store(true);
-    if (!isToPlay) {
-        return true;
-    }
-    playOutAtExit();
-    process_.store(getpid(), std::memory_order_relaxed);
-    isOffered_.store(true, std::memory_order_release);
-    device_ = std::move(device);
-    deviceWish_ = wish;
-    place_ = {};
-    bool hasBegun = orNothing([&] { return device_->start(); });
-    // What only listens need not be waited for: a source that sleeps says nothing for seconds.
-    for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load();
-         ++step) {
-        hasBegun = step < kFirstRequestSteps;
-        std::this_thread::sleep_for(kFirstRequestStep);
-    }
-    if (!hasBegun || isLost_.load()) {
-        closeDevice(false);
-        return false;
-    }
-    toldHearing_ = device_->isHearing();
-    static_cast<void>(settleClock());
-    hasRun_ = true;
-    return true;
-}
-
-void HandoverBackend::playOutAtExit() noexcept {
-    if (playsOut_.exchange(this) != nullptr) {
-        return;
-    }
-    static_cast<void>(std::atexit([] {
-        if (HandoverBackend* const self = playsOut_.load()) {
-            std::unique_lock lock(self->care_.mutex);
-            self->care_.done.wait_for(lock, kLongestPlayOut,
-                                      [&] { return self->care_.answered == self->care_.requests; });
-        }
-    }));
-}
-
-void HandoverBackend::closeDevice(bool isAlive) {
-    isOffered_.store(false);
-    driveByClock();
-    if (device_ != nullptr && isAlive && deviceWish_.isToPlay) {
-        device_->finish();
-    }
-    device_.reset();
-    // A loss that came meanwhile is that device's: the next start has lost nothing.
-    isLost_.store(false);
-    isHearing_.store(false);
-}
-
-void HandoverBackend::driveByClock() {
-    {
-        // Waits for a block that is under way, however long its callbacks take.
-        const Turn turn(turn_, std::chrono::hours(1));
-        if (driver_.load() == Driver::device) {
-            driver_.store(Driver::clock);
-            publish(Driver::clock);
-        }
-    }
-    static_cast<void>(settleClock());
 }
 
 }  // namespace tqplatform

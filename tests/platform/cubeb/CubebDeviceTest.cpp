@@ -67,6 +67,18 @@ TEST(CubebDevice, TheRateOfAServerIsBounded) {
     EXPECT_EQ(theServer.openedRates, (std::vector<uint32_t>{192000}));
 }
 
+TEST(CubebDevice, ARateIsTriedWithoutPlaying) {
+    Host host;
+    theServer.refusedRate = 32000;
+    for (const auto& [rate, isTaken] : {std::pair{32000, false}, std::pair{22050, true}}) {
+        CubebDevice device("");
+        ASSERT_TRUE(device.open(host, {.sampleRate = static_cast<Float64>(rate)}));
+        EXPECT_EQ(device.accepts(), isTaken) << rate;
+    }
+    EXPECT_EQ(theServer.speakers, nullptr) << "it is held no longer";
+    EXPECT_EQ(host.times.frames, 0U);
+}
+
 TEST(CubebDevice, AMicrophoneThatFailedIsOpenedAgain) {
     Host host;
     const auto device = playing(host);

@@ -49,6 +49,9 @@ int cubeb_stream_init(cubeb* /*context*/, cubeb_stream** stream, const char* /*n
                       unsigned int /*latency*/, cubeb_data_callback each,
                       cubeb_state_callback state, void* self) {
     const bool hears = inputParams != nullptr;
+    if (!hears && outputParams->rate == theServer.refusedRate) {
+        return CUBEB_ERROR_INVALID_FORMAT;
+    }
     theServer.openedRates.push_back(hears ? inputParams->rate : outputParams->rate);
     theServer.openedChannels = hears ? inputParams->channels : theServer.openedChannels;
     *stream = std::make_unique<cubeb_stream>(cubeb_stream{each, state, self, hears}).release();

@@ -22,6 +22,7 @@ namespace tqtest {
 struct MadeUpServer {
     std::map<std::string, bool> answers{{"pulse", true}, {"jack", false}, {"alsa", true}};
     uint32_t rate = 48000;
+    uint32_t refusedRate = 0;  ///< that it plays nothing at
     /// That are plugged in: the first is the default, with one channel, another has two.
     uint32_t microphones = 1;
     bool microphoneStarts = true;

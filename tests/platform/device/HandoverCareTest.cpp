@@ -392,6 +392,58 @@ TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
     device.removeClient(heard);
 }
 
+TEST(HandoverCare, ARateThatTheDeviceRefusesIsRefusedAndTheOneBeforeHolds) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    scene.refusedRate = 32000;
+    ASSERT_TRUE(device.addClient(heard));
+    ASSERT_TRUE(device.preferRate(22050));
+    EXPECT_FALSE(device.preferRate(32000));
+    EXPECT_EQ(device.sampleRate(), 22050);
+    const Speakers speakers;
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{}) << "it was answered";
+    scene.noted();
+    awaitLooks();
+    EXPECT_EQ(scene.noted(), Words{}) << "it is not tried again";
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ARateIsTriedWhileNobodyPlays) {
+    Device& device = openBoth();
+    device.meet();
+    scene.noted();
+    scene.refusedRate = 32000;
+    EXPECT_FALSE(device.preferRate(32000));
+    EXPECT_EQ(device.sampleRate(), 44100);
+    EXPECT_TRUE(device.preferRate(22050));
+    EXPECT_EQ(device.sampleRate(), 22050);
+    EXPECT_FALSE(device.preferRate(32000));
+    EXPECT_EQ(device.sampleRate(), 22050);
+    EXPECT_FALSE(scene.hasCome("start device"));
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_EQ(device.sampleRate(), 22050);
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ARateThatIsRefusedLaterIsToldAndHoldsNoMore) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.preferRate(32000)) << "nobody knows yet";
+    EXPECT_FALSE(device.hasRefusedRate());
+    scene.refusedRate = 32000;
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    EXPECT_TRUE(device.hasRefusedRate());
+    EXPECT_EQ(device.sampleRate(), 44100);
+    EXPECT_TRUE(device.preferRate(22050));
+    EXPECT_FALSE(device.hasRefusedRate());
+    device.removeClient(heard);
+}
+
 TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {
     Device& device = openBoth();
     EXPECT_TRUE(device.preferDuration(0.01)) << "nobody knows yet";

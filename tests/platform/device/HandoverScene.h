@@ -27,6 +27,7 @@ struct Scene {
     std::vector<std::string> verbs;
     std::atomic<bool> isThere{true};
     std::atomic<bool> starts{true};
+    std::atomic<Float64> refusedRate{0};  ///< that the device cannot play at
     DeviceFormat format{44100, 2, 1, 4096, 256};
     BackendHost* clock = nullptr;
     std::atomic<HeardHost*> heard{nullptr};
@@ -96,6 +97,7 @@ class MadeUpDevice final : public HeardDevice {
         scene.heard = &host;
         DeviceFormat format = scene.format;
         format.sampleRate = wish.sampleRate > 0 ? wish.sampleRate : format.sampleRate;
+        sampleRate_ = format.sampleRate;
         return scene.isThere ? std::optional(format) : std::nullopt;
     }
     bool start() override {
@@ -103,11 +105,15 @@ class MadeUpDevice final : public HeardDevice {
         if (scene.start) {
             return scene.start();
         }
-        if (!scene.starts) {
+        if (!scene.starts || sampleRate_ == scene.refusedRate) {
             return false;
         }
         scene.heard.load()->renderHeard({64, 0});
         return true;
+    }
+    bool accepts() override {
+        scene.note("try device");
+        return sampleRate_ != scene.refusedRate;
     }
     bool hear(bool isHearing) override {
         if (isHearing && scene.hasNewMicrophone.exchange(false)) {
@@ -138,6 +144,7 @@ class MadeUpDevice final : public HeardDevice {
     }
 
   private:
+    Float64 sampleRate_ = 0;
     bool isOpen_ = false;
     mutable bool isHearing_ = false;
 };

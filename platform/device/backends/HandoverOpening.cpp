@@ -1,0 +1,173 @@
+// How HandoverBackend's caretaker opens and closes the device.
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "device/DeviceNotices.h"
+#include "device/backends/HandoverBackend.h"
+
+namespace tqplatform {
+
+namespace {
+
+constexpr std::chrono::milliseconds kFirstRequestStep{1};
+constexpr int kFirstRequestSteps = 1000;
+constexpr std::chrono::milliseconds kLongestPlayOut{600};
+
+}  // namespace
+
+bool HandoverBackend::openDevice(HeardWish& wish) {
+    Opening opening = tryDevice(wish);
+    // What it refuses may be the rate: the last one that it took, or its own.
+    for (const Float64 rate : {takenRate_, 0.0}) {
+        if (opening == Opening::refused && wish.sampleRate > 0 && wish.sampleRate != rate) {
+            HeardWish other = wish;
+            other.sampleRate = rate;
+            opening = tryDevice(other);
+            wish = opening == Opening::open ? other : wish;
+        }
+    }
+    if (opening == Opening::open) {
+        takenRate_ = wish.sampleRate;
+    }
+    return opening == Opening::open;
+}
+
+std::unique_ptr<HeardDevice> HandoverBackend::reachDevice(const HeardWish& wish) {
+    isLost_.store(false);
+    heardRequests_.store(0, std::memory_order_relaxed);
+    seenRequests_ = 0;
+    quietLooks_ = looks_ = deafLooks_ = 0;
+    stoodStill_ = isMoving_ = wasHearing_ = false;
+    std::unique_ptr<HeardDevice> device = make_();
+    const std::optional<DeviceFormat> format =
+        device == nullptr ? std::nullopt : orNothing([&] { return device->open(*this, wish); });
+    if (!format) {
+        return nullptr;
+    }
+    {
+        const std::lock_guard lock(care_.mutex);
+        if (care_.isRefused) {
+            return nullptr;  // it came too late: programs were told that there is none
+        }
+    }
+    // The clock keeps the device's rate, so that going over changes nothing for the units.
+    static_cast<void>(clock_->preferRate(format->sampleRate, true));
+    {
+        // Nothing renders in the device's name yet, but the clock may.
+        const Turn turn(turn_, std::chrono::hours(1));
+        heardFormat_ = *format;
+        publish(Driver::clock);
+    }
+    wasOpen_.store(true);
+    return device;
+}
+
+bool HandoverBackend::meetDevice(const HeardWish& wish) {
+    return reachDevice(wish) != nullptr;
+}
+
+HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
+    std::unique_ptr<HeardDevice> device = reachDevice(wish);
+    if (device == nullptr) {
+        return Opening::none;
+    }
+    playOutAtExit();
+    process_.store(getpid(), std::memory_order_relaxed);
+    isOffered_.store(true, std::memory_order_release);
+    device_ = std::move(device);
+    deviceWish_ = wish;
+    place_ = {};
+    const bool hasStarted = orNothing([&] { return device_->start(); });
+    bool hasBegun = hasStarted;
+    // What only listens need not be waited for: a source that sleeps says nothing for seconds.
+    for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load();
+         ++step) {
+        hasBegun = step < kFirstRequestSteps;
+        std::this_thread::sleep_for(kFirstRequestStep);
+    }
+    if (!hasBegun || isLost_.load()) {
+        const bool isRefused = !hasStarted && !isLost_.load();
+        closeDevice(false);
+        return isRefused ? Opening::refused : Opening::none;
+    }
+    toldHearing_ = device_->isHearing();
+    static_cast<void>(settleClock());
+    hasRun_ = true;
+    return Opening::open;
+}
+
+void HandoverBackend::tryRate(const HeardWish& wish) {
+    bool isReached = false;
+    bool isTaken = false;
+    if (const std::unique_ptr<HeardDevice> device = make_(); device != nullptr) {
+        isReached = orNothing([&] { return device->open(*this, wish).has_value(); });
+        isTaken = isReached && orNothing([&] { return device->accepts(); });
+    }
+    isLost_.store(false);  // nothing was played on it
+    if (isTaken) {
+        takenRate_ = wish.sampleRate;
+    } else if (isReached) {
+        const Float64 before = takenRate_ > 0 ? takenRate_ : heardFormat_.sampleRate;
+        static_cast<void>(clock_->preferRate(before, true));
+        refuseRate(wish.sampleRate);
+    }
+}
+
+void HandoverBackend::refuseRate(Float64 sampleRate) {
+    bool isAwaited = false;
+    {
+        const std::lock_guard lock(care_.mutex);
+        if (care_.wish.sampleRate != sampleRate) {
+            return;  // another is wished for by now
+        }
+        care_.wish.sampleRate = takenRate_;
+        isAwaited = care_.awaitsRate;
+        isRateRefused_.store(true);
+    }
+    if (!isAwaited) {
+        // The program took it for granted.
+        tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
+    }
+}
+
+void HandoverBackend::playOutAtExit() noexcept {
+    if (playsOut_.exchange(this) != nullptr) {
+        return;
+    }
+    static_cast<void>(std::atexit([] {
+        if (HandoverBackend* const self = playsOut_.load()) {
+            std::unique_lock lock(self->care_.mutex);
+            self->care_.done.wait_for(lock, kLongestPlayOut,
+                                      [&] { return self->care_.answered == self->care_.requests; });
+        }
+    }));
+}
+
+void HandoverBackend::closeDevice(bool isAlive) {
+    isOffered_.store(false);
+    driveByClock();
+    if (device_ != nullptr && isAlive && deviceWish_.isToPlay) {
+        device_->finish();
+    }
+    device_.reset();
+    // A loss that came meanwhile is that device's: the next start has lost nothing.
+    isLost_.store(false);
+    isHearing_.store(false);
+}
+
+void HandoverBackend::driveByClock() {
+    {
+        // Waits for a block that is under way, however long its callbacks take.
+        const Turn turn(turn_, std::chrono::hours(1));
+        if (driver_.load() == Driver::device) {
+            driver_.store(Driver::clock);
+            publish(Driver::clock);
+        }
+    }
+    static_cast<void>(settleClock());
+}
+
+}  // namespace tqplatform
