@@ -62,7 +62,7 @@ ReplaySink::Memory& ReplaySink::memoryOf(ProcessMemory& process, const Block& bl
         }
     }
     forgetOld(process);
-    const double patience = block.track == 0 ? kMixPatience : kTrackPatience;
+    const Patience& patience = block.track == 0 ? kMixPatience : kTrackPatience;
     Memory memory{.format = block.format,
                   .unit = std::string(block.unit),
                   .sound = std::nullopt,

@@ -25,7 +25,7 @@ StreamClip ReplaySink::clipOf(int track, const Memory& memory, double from, doub
     // before ended, the frames say where that was.
     if (!plan_.overlaps && memory.savedFrames &&
         static_cast<double>(std::abs(clip.begin - *memory.savedFrames)) <
-            kMixPatience * memory.format.sampleRate) {
+            kMixPatience.most * memory.format.sampleRate) {
         clip.begin = *memory.savedFrames;
     }
     clip.end = std::max(clip.begin, std::int64_t{std::llround(memory.frameAt(to))});

@@ -11,6 +11,13 @@
 
 namespace tqrecorder {
 
+/// Seconds of a hole that are taken for jitter: as many as `most` while the stamps of a stream jump
+/// about, down to `least` once they come evenly.
+struct Patience {
+    double least;
+    double most;
+};
+
 /// Says where silence belongs so that a file's frames keep to the host's time: after blocks that
 /// were lost, where time stamps jump, where a unit did not play.
 ///
@@ -24,12 +31,13 @@ class StreamClock {
     static constexpr double kSlack = 600;
 
     /// `origin` is the host time of the file's first frame, in microseconds, and `began` when it
-    /// was received. Holes shorter than `patience` seconds are taken for jitter.
-    StreamClock(double sampleRate, std::uint64_t origin, double patience,
+    /// was received.
+    StreamClock(double sampleRate, std::uint64_t origin, const Patience& patience,
                 Time began = std::chrono::steady_clock::now(), double slack = kSlack)
         : rate_(sampleRate),
           origin_(static_cast<double>(origin)),
-          patience_(patience * 1e6),
+          leastPatience_(patience.least * 1e6),
+          mostPatience_(patience.most * 1e6),
           began_(began),
           slack_(slack) {}
 
@@ -47,18 +55,21 @@ class StreamClock {
         }
         const double late =
             static_cast<double>(microseconds) - end() - static_cast<double>(silence) / rate_ * 1e6;
+        const double patience = std::clamp(2 * swing_, leastPatience_, mostPatience_);
+        swing_ *= std::exp2(-static_cast<double>(frames) / rate_ / kSwingSeconds);
         if (std::abs(late) > kBrokenClock ||
-            (late > patience_ &&
+            (late > patience &&
              late + static_cast<double>(silence) / rate_ * 1e6 > mostSilence())) {
             // A jump that large is no hole: the host's clock was reset.
             origin_ += late;
             hasJumped_ = true;
-        } else if (late > (isFirst || idleFrames_ > 0 ? 0 : patience_)) {
+        } else if (late > (isFirst || idleFrames_ > 0 ? 0 : patience)) {
             // Behind a hole that was filled so far, the rest is no jitter.
             silence += static_cast<std::uint64_t>(std::llround(late / 1e6 * rate_));
-        } else if (std::abs(late) < patience_) {
+        } else {
+            swing_ = std::max(swing_, std::min(std::abs(late), mostPatience_));
             // Follows the drift between the device's clock and the host's.
-            origin_ += late * kFollow;
+            origin_ += std::abs(late) < patience ? late * kFollow : 0;
         }
         gaps_ += isFirst || silence == 0 || idleFrames_ > 0 ? 0 : 1;
         gapFrames_ += isFirst ? 0 : silence;
@@ -104,10 +115,14 @@ class StreamClock {
 
     static constexpr double kBrokenClock = 24 * 3600e6;
     static constexpr double kFollow = 0.001;
+    /// What stamps jump about is half forgotten in it.
+    static constexpr double kSwingSeconds = 1;
 
     double rate_;
     double origin_;
-    double patience_;
+    double leastPatience_;              // microseconds
+    double mostPatience_;               // the same
+    double swing_ = mostPatience_ / 2;  // how far stamps were from where they should be lately
     Time began_;
     double slack_;
     std::uint64_t frames_ = 0;
@@ -133,8 +148,9 @@ inline std::string jumpText(const std::string& path) {
     return path + ": the program's time stamps jumped; what follows is not at its time";
 }
 
-/// Seconds. A mix block is late by little at most; a unit's blocks come in bursts.
-inline constexpr double kMixPatience = 0.05;
-inline constexpr double kTrackPatience = 0.25;
+/// A mix block is late by little at most. A unit's blocks may come in bursts; where they do not, a
+/// stall of its device is filled as in the mix, which it would be shifted against.
+inline constexpr Patience kMixPatience{0.05, 0.05};
+inline constexpr Patience kTrackPatience{0.05, 0.25};
 
 }  // namespace tqrecorder

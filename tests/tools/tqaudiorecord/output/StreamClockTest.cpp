@@ -37,6 +37,33 @@ TEST(StreamClockTest, ABurstAfterAStallAddsNoTimeInTheEnd) {
     EXPECT_NEAR(static_cast<double>(frames), 3.01 * 44100, 0.01 * 44100);
 }
 
+/// Frames until the end of a minute in which blocks of 10 ms come on time, but for one stall.
+std::uint64_t framesAround(double stallSeconds, const Patience& patience) {
+    StreamClock clock(44100, 0, patience);
+    std::uint64_t frames = 0;
+    for (std::uint64_t block = 0; block < 6000; ++block) {
+        const double late = block < 3000 ? 0 : stallSeconds;
+        const double stamp = static_cast<double>(block) * 10'000 + late * 1e6;
+        frames += clock.before(static_cast<std::uint64_t>(stamp), 441, 0) + 441;
+    }
+    return frames;
+}
+
+TEST(StreamClockTest, AStallOfAnEvenStreamIsFilledInItsTrackAsInTheMix) {
+    for (const double stall : {0.03, 0.06, 0.1, 0.2, 0.24}) {
+        EXPECT_EQ(framesAround(stall, kTrackPatience), framesAround(stall, kMixPatience)) << stall;
+    }
+    EXPECT_EQ(framesAround(0.1, kTrackPatience), 60U * 44100 + 4410);
+}
+
+TEST(StreamClockTest, BlocksThatComeInBurstsAreFollowedByNoSilence) {
+    StreamClock clock(44100, 0, kTrackPatience);
+    for (std::uint64_t block = 0; block < 6000; ++block) {
+        // Ten at a time, stamped with when they came.
+        ASSERT_EQ(clock.before(block / 10 * 100'000, 441, 0), 0U) << block;
+    }
+}
+
 TEST(StreamClockTest, EveryLostFrameIsSilenceWhateverTheStampsSay) {
     // Stamps that are up to 20 ms late, and a loss of half a block in every third.
     StreamClock clock(44100, 0, kMixPatience);

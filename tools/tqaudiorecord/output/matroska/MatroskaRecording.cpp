@@ -233,7 +233,7 @@ void MatroskaRecording::refresh() {
 /// so that nothing of it lies before the file. Whoever called may be writing a stream: none leaves
 /// the list here.
 void MatroskaRecording::cut() {
-    const double patience = kTrackPatience * 1e6;
+    const double patience = kTrackPatience.most * 1e6;
     fillIdle(patience, latest());
     closeFile();
     const double now = latest();
