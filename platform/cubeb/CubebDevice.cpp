@@ -149,8 +149,15 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
         // While its server is away a card that answers is not taken for good in its place.
         theKind.store(reached_, std::memory_order_relaxed);
     }
-    return DeviceFormat{static_cast<Float64>(sampleRate_), kChannels, inputChannels_,
-                        kMaximumFrames, latencyFrames_ / kRequestsInHand};
+    // What is in hand at the most. The library's own figures are what happens to be on its way at
+    // the moment of asking, or nothing.
+    return DeviceFormat{.sampleRate = static_cast<Float64>(sampleRate_),
+                        .outputChannels = kChannels,
+                        .inputChannels = inputChannels_,
+                        .maximumFrames = kMaximumFrames,
+                        .usualFrames = latencyFrames_ / kRequestsInHand,
+                        .outputLatency = isToPlay_ ? latencyFrames_ : 0,
+                        .inputLatency = isToPlay_ ? heardFrames() + inHand_ : kHeardAloneFrames};
 }
 
 CubebDevice::Microphone CubebDevice::microphone() {

@@ -26,6 +26,10 @@ struct DeviceFormat {
     UInt32 inputChannels;    ///< 0 to 64
     UInt32 maximumFrames;    ///< most frames of one request; more are rendered in parts
     UInt32 usualFrames = 0;  ///< of most requests; 0 when that is not known
+    // Between a request and what is heard of it, and between the microphone and the request. As
+    // much as there can be, in frames; 0 for one slice.
+    UInt32 outputLatency = 0;
+    UInt32 inputLatency = 0;
 };
 
 /// What the clients that are there need of a device. Any of them is enough.

@@ -95,6 +95,8 @@ void Device::adopt(const DeviceFormat& format) {
     outputChannels_.store(format.outputChannels, std::memory_order_relaxed);
     inputChannels_.store(format.inputChannels, std::memory_order_relaxed);
     sampleRate_.store(format.sampleRate, std::memory_order_relaxed);
+    outputLatency_.store(format.outputLatency, std::memory_order_relaxed);
+    inputLatency_.store(format.inputLatency, std::memory_order_relaxed);
     if (format.usualFrames != 0) {
         sliceFrames_.store(format.usualFrames, std::memory_order_relaxed);
     }

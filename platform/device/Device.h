@@ -41,6 +41,10 @@ class Device final : private BackendHost {
         return sliceFrames_.load(std::memory_order_relaxed);
     }
 
+    /// In frames, at the most; 0 for one slice.
+    [[nodiscard]] UInt32 outputLatency() const noexcept { return outputLatency_.load(); }
+    [[nodiscard]] UInt32 inputLatency() const noexcept { return inputLatency_.load(); }
+
     /// [host thread] Before a program is told what the device is like: it may have to be reached
     /// first, which takes a second at most, and once.
     void meet();
@@ -129,6 +133,8 @@ class Device final : private BackendHost {
     std::atomic<Float64> sampleRate_{0};
     std::atomic<UInt32> outputChannels_{0};
     std::atomic<UInt32> inputChannels_{0};
+    std::atomic<UInt32> outputLatency_{0};
+    std::atomic<UInt32> inputLatency_{0};
     UInt32 maximumFrames_ = 0;            ///< set once: larger blocks come to clients in parts
     UInt64 framesRendered_ = 0;           ///< in renders only
     std::atomic<UInt32> sliceFrames_{0};  ///< written in renders; says nothing about other memory

@@ -46,6 +46,15 @@ bool contains(const List& list, UInt32 id) {
     return std::find(list.begin(), list.end(), id) != list.end();
 }
 
+/// So many frames of the device, or one of its slices for 0.
+Float32 secondsOf(UInt32 frames, const tqplatform::Device& device) {
+    if (frames == 0) {
+        const UInt32 known = device.sliceFrames();
+        frames = known != 0 ? known : std::min(kUsualSlice, device.maximumFrames());
+    }
+    return static_cast<Float32>(frames / device.sampleRate());
+}
+
 /// What the device says, nothing for other ids. Takes no lock of the session.
 std::optional<Value> hardwareValue(AudioSessionPropertyID id) {
     if (!contains(kHardwareIDs, id)) {
@@ -62,13 +71,12 @@ std::optional<Value> hardwareValue(AudioSessionPropertyID id) {
             return device.outputChannels();
         case kAudioSessionProperty_AudioInputAvailable:
             return UInt32{device.inputChannels() > 0 ? 1U : 0U};
-        default: {
-            // One slice lies between the program and either end of the device.
-            const UInt32 known = device.sliceFrames();
-            const UInt32 frames =
-                known != 0 ? known : std::min(kUsualSlice, device.maximumFrames());
-            return static_cast<Float32>(frames / device.sampleRate());
-        }
+        case kAudioSessionProperty_CurrentHardwareOutputLatency:
+            return secondsOf(device.outputLatency(), device);
+        case kAudioSessionProperty_CurrentHardwareInputLatency:
+            return secondsOf(device.inputLatency(), device);
+        default:
+            return secondsOf(0, device);
     }
 }
 

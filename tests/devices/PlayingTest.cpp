@@ -53,6 +53,7 @@ TEST(PlayingOnPulse, APreferredRateAndDurationAreTheDevices) {
     EXPECT_EQ(end["prefer"], "0");
     EXPECT_EQ(end["rate"], "32000");
     EXPECT_GT(std::stod(end["slice"]), 0.02);
+    EXPECT_NEAR(std::stod(end["outputLatency"]), 0.16, 0.001) << "two of the preferred durations";
     const Sound heard = recording->finish().trimmed();
     EXPECT_NEAR(frequencyOf(heard.part(12000, 48000)), 440, 1);
 }

@@ -277,6 +277,12 @@ class Script {
         waitpid(child, &status, 0);
         say("child", WEXITSTATUS(status));
     }
+    static void sayDuration(const char* name, AudioSessionPropertyID id) {
+        Float32 seconds = 0;
+        UInt32 size = sizeof seconds;
+        AudioSessionGetProperty(id, &size, &seconds);
+        say(name, seconds);
+    }
     void sayState() {
         AudioStreamBasicDescription format{};
         UInt32 size = sizeof format;
@@ -288,11 +294,8 @@ class Script {
                              1, &format, &size);
         say("inputChannels", format.mChannelsPerFrame);
         AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr);
-        Float32 seconds = 0;
-        size = sizeof seconds;
-        AudioSessionGetProperty(kAudioSessionProperty_CurrentHardwareIOBufferDuration, &size,
-                                &seconds);
-        say("slice", seconds);
+        sayDuration("slice", kAudioSessionProperty_CurrentHardwareIOBufferDuration);
+        sayDuration("outputLatency", kAudioSessionProperty_CurrentHardwareOutputLatency);
         say("hearing", static_cast<int>(TQIsHearing()));
         say("blocks", noise_.blocks());
         say("counted", count_.frames());

@@ -67,6 +67,16 @@ TEST(CubebDevice, TheRateOfAServerIsBounded) {
     EXPECT_EQ(theServer.openedRates, (std::vector<uint32_t>{192000}));
 }
 
+TEST(CubebDevice, ItsLatencyIsAllThatIsInHand) {
+    Host host;
+    CubebDevice device("");
+    const auto format = device.open(host, {.seconds = 0.02});
+    ASSERT_TRUE(format);
+    EXPECT_EQ(format->usualFrames, 960U);
+    EXPECT_EQ(format->outputLatency, 1920U) << "two requests";
+    EXPECT_EQ(format->inputLatency, 960U) << "what comes at a time, and as much between the two";
+}
+
 TEST(CubebDevice, ARateIsTriedWithoutPlaying) {
     Host host;
     theServer.refusedRate = 32000;

@@ -217,4 +217,17 @@ TEST(Handover, TheDeviceIsKnownBeforeItPlays) {
     EXPECT_EQ(scene.noted(), (Words{"open device", "end device"}));
 }
 
+TEST(Handover, TheDevicesLatenciesAreKnownAndAClockHasOneSlice) {
+    Device& device = openBoth();
+    EXPECT_EQ(device.outputLatency(), 0U);
+    EXPECT_EQ(device.inputLatency(), 0U);
+    scene.format.outputLatency = 512;
+    scene.format.inputLatency = 100;
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_EQ(device.outputLatency(), 512U);
+    EXPECT_EQ(device.inputLatency(), 100U);
+    device.removeClient(heard);
+}
+
 }  // namespace
