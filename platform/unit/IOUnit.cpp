@@ -134,9 +134,7 @@ std::unique_ptr<RenderPlan> IOUnit::makePlan(const RenderPlan* old) {
     plan->outputs.push_back({hardwareOut, outputs_[0].allocate, memoryFor(0, hardwareOut, frames)});
     plan->outputs.push_back(
         {programIn, outputs_[kMicrophone].allocate, memoryFor(kMicrophone, programIn, frames)});
-    plan->deviceRate = hardwareOut.sampleRate;
-    plan->deviceOutputs = hardwareOut.channels;
-    plan->deviceInputs = device_.inputChannels();
+    plan->hardware = {hardwareOut.sampleRate, hardwareOut.channels, device_.inputChannels()};
     plan->outputEnabled = outputEnabled_;
     plan->inputEnabled = inputEnabled_;
     plan->source = inputs_[0].source;
@@ -144,24 +142,25 @@ std::unique_ptr<RenderPlan> IOUnit::makePlan(const RenderPlan* old) {
     plan->inputCallback = inputCallback_;
     plan->deviceList = plan->outputs[0].memory;
     plan->channelMap = channelMaps_[0];
-    UInt32 channels = plan->deviceOutputs;
+    UInt32 channels = plan->hardware.outputs;
     if (!plan->channelMap.empty()) {
         channels = programOut.channels;
         plan->unmapped = std::make_shared<tqcommon::Planes>(channels, frames);
     }
-    if (last != nullptr && last->input->fits(programOut, plan->deviceRate, channels, frames)) {
+    if (last != nullptr && last->input->fits(programOut, plan->hardware.rate, channels, frames)) {
         plan->input = last->input;
     } else {
         plan->input =
-            std::make_shared<ConvertedInput>(programOut, plan->deviceRate, channels, frames);
+            std::make_shared<ConvertedInput>(programOut, plan->hardware.rate, channels, frames);
     }
     if (last != nullptr && last->microphone != nullptr &&
-        last->microphone->fits(plan->deviceRate, plan->deviceInputs, programIn, frames,
+        last->microphone->fits(plan->hardware.rate, plan->hardware.inputs, programIn, frames,
                                channelMaps_[kMicrophone])) {
         plan->microphone = last->microphone;
-    } else if (inputEnabled_ && plan->deviceInputs > 0) {
-        plan->microphone = std::make_shared<MicrophonePath>(
-            plan->deviceRate, plan->deviceInputs, programIn, frames, channelMaps_[kMicrophone]);
+    } else if (inputEnabled_ && plan->hardware.inputs > 0) {
+        plan->microphone =
+            std::make_shared<MicrophonePath>(plan->hardware.rate, plan->hardware.inputs, programIn,
+                                             frames, channelMaps_[kMicrophone]);
     }
     return plan;
 }

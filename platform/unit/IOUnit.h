@@ -44,6 +44,14 @@ class IOUnit final : public Unit, private DeviceClient {
   private:
     struct Plan;
     struct Properties;
+    /// What the device is like.
+    struct Hardware {
+        Float64 rate = 0;  ///< Hz
+        UInt32 outputs = 0;
+        UInt32 inputs = 0;
+
+        bool operator==(const Hardware&) const = default;
+    };
     static constexpr UInt32 kBestQuality = 127;
     static constexpr UInt32 kMicrophone = 1;  ///< its element
 
@@ -56,6 +64,8 @@ class IOUnit final : public Unit, private DeviceClient {
     OSStatus fill(const Plan* now, AudioUnitRenderActionFlags& flags, const AudioTimeStamp& time,
                   const DeviceSlice& slice) noexcept;
     void followDevice() noexcept;
+    void tellHardware(const Hardware& now);
+    [[nodiscard]] Hardware hardware() const noexcept;
 
     // Values of properties, under the lock.
     UInt32 enabled(PropertyKey key);
@@ -94,6 +104,7 @@ class IOUnit final : public Unit, private DeviceClient {
     tqcommon::ForkLock transitionAtFork_{tqcommon::ForkOrder::Transition, transition_};
     std::atomic<bool> running_{false};
     std::atomic<bool> beginning_{false};  ///< the next slice is the first after a start
+    Hardware toldHardware_;               ///< in slices only; that programs know of
     Float64 sampleTime_ = 0;              ///< in slices only; in frames of countedRate_
     Float64 countedRate_ = 0;             ///< in slices only
     /// Frames that element 1 has heard since the start, in the program's rate; in slices only. Kept

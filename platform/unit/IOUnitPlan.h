@@ -6,9 +6,7 @@ namespace tqplatform {
 
 /// What the device's thread knows of an output unit.
 struct IOUnit::Plan : RenderPlan {
-    Float64 deviceRate = 0;
-    UInt32 deviceOutputs = 0;
-    UInt32 deviceInputs = 0;
+    Hardware hardware;
     bool outputEnabled = true;
     bool inputEnabled = false;
     InputSource source;

@@ -30,21 +30,20 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
         return;
     }
     const auto& plan = static_cast<const Plan&>(*published);
-    if (plan.deviceRate != device_.sampleRate() || plan.deviceOutputs != device_.outputChannels() ||
-        plan.deviceInputs != device_.inputChannels()) {
+    if (plan.hardware != hardware()) {
         return;  // the unit's lock is held: this slice is silence, a later one follows the device
     }
-    const SliceScope scope(*this, slice.frames(), plan.deviceRate);
+    const SliceScope scope(*this, slice.frames(), plan.hardware.rate);
     const bool beginning = beginning_.load(std::memory_order_relaxed) && beginning_.exchange(false);
     const bool forget = takeRestart();
     if (beginning) {
         const bool atZero = startsAtZero_.load(std::memory_order_relaxed) != 0;
         sampleTime_ = atZero ? 0 : slice.time->mSampleTime;
-    } else if (countedRate_ != plan.deviceRate) {
+    } else if (countedRate_ != plan.hardware.rate) {
         // The same time in the frames of the new rate, so that the program's own count goes on.
-        sampleTime_ = std::round(sampleTime_ * plan.deviceRate / countedRate_);
+        sampleTime_ = std::round(sampleTime_ * plan.hardware.rate / countedRate_);
     }
-    countedRate_ = plan.deviceRate;
+    countedRate_ = plan.hardware.rate;
     if (beginning || forget) {
         plan.input->restart();
         heardFrames_ = 0;
@@ -63,16 +62,22 @@ void IOUnit::renderSlice(const DeviceSlice& slice) noexcept {
     sampleTime_ += slice.frames();
 }
 
+IOUnit::Hardware IOUnit::hardware() const noexcept {
+    return {device_.sampleRate(), device_.outputChannels(), device_.inputChannels()};
+}
+
 void IOUnit::followDevice() noexcept {
+    const Hardware now = hardware();
     {
         const tqcommon::Published<RenderPlan>::Reader published(plan_);
         if (!published) {
             return;
         }
         const auto& plan = static_cast<const Plan&>(*published);
-        if (plan.deviceRate == device_.sampleRate() &&
-            plan.deviceOutputs == device_.outputChannels() &&
-            plan.deviceInputs == device_.inputChannels()) {
+        if (beginning_.load(std::memory_order_relaxed)) {
+            toldHardware_ = plan.hardware;
+        }
+        if (plan.hardware == now && toldHardware_ == now) {
             return;
         }
     }
@@ -86,9 +91,20 @@ void IOUnit::followDevice() noexcept {
         // Told without the lock: a listener may take a lock that another thread holds while it
         // waits for this one.
         lock.unlock();
-        tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0});
+        tellHardware(now);
     } catch (...) {
         keepRenderError(kAudioUnitErr_FormatNotSupported);
+    }
+}
+
+void IOUnit::tellHardware(const Hardware& now) {
+    const Hardware before = std::exchange(toldHardware_, now);
+    const bool hasOtherRate = before.rate != now.rate;
+    if (hasOtherRate || before.outputs != now.outputs) {
+        tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0});
+    }
+    if (hasOtherRate || before.inputs != now.inputs) {
+        tellListeners({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, kMicrophone});
     }
 }
 
@@ -113,7 +129,7 @@ void IOUnit::hearInput(const Plan& plan, const AudioTimeStamp& time,
 void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {
     const Notifies::Reader notifies(notifies_);
     AudioBufferList& list = plan.deviceList->prepare(slice.frames(), false);
-    for (UInt32 i = 0; i < plan.deviceOutputs; ++i) {
+    for (UInt32 i = 0; i < plan.hardware.outputs; ++i) {
         buffersOf(list)[i].mData = slice.output.plane(i);
     }
     AudioUnitRenderActionFlags flags = 0;
@@ -129,7 +145,7 @@ void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlic
     lastSampleTime_.store(time.mSampleTime, std::memory_order_relaxed);
 
     // A notify may also have put samples elsewhere.
-    for (UInt32 i = 0; i < std::min(list.mNumberBuffers, plan.deviceOutputs); ++i) {
+    for (UInt32 i = 0; i < std::min(list.mNumberBuffers, plan.hardware.outputs); ++i) {
         const AudioBuffer& buffer = buffersOf(list)[i];
         if (buffer.mData != nullptr && buffer.mData != slice.output.plane(i)) {
             const UInt32 held =
@@ -141,8 +157,9 @@ void IOUnit::play(const Plan& plan, const AudioTimeStamp& time, const DeviceSlic
 
 OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
                       const AudioTimeStamp& time, const DeviceSlice& slice) noexcept {
-    const bool fits = now != nullptr && now->deviceRate == device_.sampleRate() &&
-                      now->deviceOutputs == device_.outputChannels();
+    const Hardware device = hardware();
+    const bool fits = now != nullptr && now->hardware.rate == device.rate &&
+                      now->hardware.outputs == device.outputs;
     if (!fits || !now->source.exists()) {
         silence(slice.output);
         flags |= kAudioUnitRenderAction_OutputIsSilence;
@@ -163,7 +180,7 @@ OSStatus IOUnit::fill(const Plan* now, AudioUnitRenderActionFlags& flags,
     if (status != noErr || volume == 0.0F) {
         silence(slice.output);
     } else if (volume != 1.0F) {
-        for (UInt32 channel = 0; channel < plan.deviceOutputs; ++channel) {
+        for (UInt32 channel = 0; channel < plan.hardware.outputs; ++channel) {
             float* const plane = slice.output.plane(channel);
             for (UInt32 i = 0; i < slice.frames(); ++i) {
                 plane[i] *= volume;

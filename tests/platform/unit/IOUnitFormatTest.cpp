@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 #include "PlatformFixture.h"
 #include "StreamFormats.h"
@@ -215,23 +217,26 @@ TEST(ProgramFormatChanges, WorkWhileTheUnitPlays) {
     EXPECT_EQ(bytes, 2U);
 }
 
+using Sides = std::vector<std::pair<AudioUnitScope, AudioUnitElement>>;
+/// Of the speakers and of the microphone.
+const Sides kDeviceSides{{kAudioUnitScope_Output, 0}, {kAudioUnitScope_Input, 1}};
+
+void noteSide(void* sides, AudioUnit, AudioUnitPropertyID, AudioUnitScope scope,
+              AudioUnitElement element) {
+    static_cast<Sides*>(sides)->emplace_back(scope, element);
+}
+
 TEST(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
     Player player;
     const OwnedUnit unit(remoteIO());
     Tone tone(1000, 48000);
-    int changes = 0;
-    const auto listener = [](void* refCon, AudioUnit, AudioUnitPropertyID, AudioUnitScope scope,
-                             AudioUnitElement element) {
-        EXPECT_EQ(scope, kAudioUnitScope_Output);
-        EXPECT_EQ(element, 0U);
-        ++*static_cast<int*>(refCon);
-    };
+    Sides changes;
     ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
     ASSERT_EQ(AudioUnitInitialize(unit), noErr);
     ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
     player.pump(480, 10);
     ASSERT_EQ(
-        AudioUnitAddPropertyListener(unit, kAudioUnitProperty_StreamFormat, listener, &changes),
+        AudioUnitAddPropertyListener(unit, kAudioUnitProperty_StreamFormat, noteSide, &changes),
         noErr);
     ASSERT_EQ(TQManualDeviceSetSampleRate(32000), noErr);
     EXPECT_EQ(get<AudioStreamBasicDescription>(unit, kAudioUnitProperty_StreamFormat,
@@ -244,8 +249,27 @@ TEST(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
               48000);
     player.left.clear();
     player.pump(320, 200);
-    EXPECT_EQ(changes, 1);
+    EXPECT_EQ(changes, kDeviceSides);
     EXPECT_NEAR(amplitude(player.left, 1000, 32000, 32000), 0.5, 0.001);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr) << "as the next test expects it";
+}
+
+TEST(DeviceRateChanges, AreToldOnceAlsoWhenAPropertyIsSetBeforeTheNextSlice) {
+    Player player;
+    const OwnedUnit unit(remoteIO());
+    Tone tone(1000, 48000);
+    Sides changes;
+    ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
+    ASSERT_EQ(AudioUnitInitialize(unit), noErr);
+    ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
+    player.pump(480);
+    ASSERT_EQ(
+        AudioUnitAddPropertyListener(unit, kAudioUnitProperty_StreamFormat, noteSide, &changes),
+        noErr);
+    ASSERT_EQ(TQManualDeviceSetSampleRate(32000), noErr);
+    ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
+    player.pump(320, 3);
+    EXPECT_EQ(changes, kDeviceSides);
     ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr) << "as the next test expects it";
 }
 
