@@ -44,6 +44,10 @@ class Sink {
     /// Answers with tickets that control() gave, since the last call. Asked for several times a
     /// second, and once after finish(), when all have come.
     [[nodiscard]] virtual std::vector<ControlAnswer> lateAnswers() { return {}; }
+    /// Whether clips that were asked for are still being written beside what is heard.
+    [[nodiscard]] virtual bool isSaving() const { return false; }
+    /// Nobody wants to wait for them: they end soon, and what they lack is a problem.
+    virtual void giveUpSaves() {}
     /// The recording is over; files are to be whole after this. Called once.
     virtual void finish() {}
     /// Why the recording should end now, for example because the reader of the standard output has

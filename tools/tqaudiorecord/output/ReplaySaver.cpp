@@ -15,6 +15,11 @@ bool ReplaySaver::isFull() const {
     return unwritten_ >= kMost;
 }
 
+bool ReplaySaver::isBusy() const {
+    const std::lock_guard lock(mutex_);
+    return unwritten_ > 0;
+}
+
 void ReplaySaver::add(ReplaySave save) {
     if (!isFinished_ && !thread_.joinable()) {
         try {
@@ -58,7 +63,7 @@ void ReplaySaver::finish() {
 /// Where memory is short a save fails, and not the recorder.
 ReplaySaved ReplaySaver::write(const ReplaySave& save) const {
     try {
-        return write_(save);
+        return write_(save, [this] { return isGivenUp_.load(); });
     } catch (const std::bad_alloc&) {
         ReplaySaved saved{save.ticket};
         saved.problems.emplace_back("a save of the replay failed: there is no memory left for it");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -16,7 +17,7 @@ namespace tqrecorder {
 /// what the programs deliver. [one host thread at a time]
 class ReplaySaver {
   public:
-    using Write = std::function<ReplaySaved(const ReplaySave&)>;
+    using Write = std::function<ReplaySaved(const ReplaySave&, const IsGivenUp&)>;
     /// What each holds stays in memory, at most as much as the replay keeps: so there is a bound.
     static constexpr std::size_t kMost = 4;
 
@@ -28,6 +29,10 @@ class ReplaySaver {
 
     /// Whether kMost are being written or wait for it.
     [[nodiscard]] bool isFull() const;
+    /// Whether any is being written or waits for it.
+    [[nodiscard]] bool isBusy() const;
+    /// Those that are not written yet shall end soon, and short.
+    void giveUp() { isGivenUp_ = true; }
     /// Never waits, but behind finish(), and where there is no thread to be had: then it is written
     /// before this returns.
     void add(ReplaySave save);
@@ -42,6 +47,7 @@ class ReplaySaver {
 
     const Write write_;  // called by one thread at a time
     bool isFinished_ = false;
+    std::atomic<bool> isGivenUp_ = false;
     std::thread thread_;  // since the first save, until finish()
     // What the two threads share, and how they wait for each other.
     mutable std::mutex mutex_;

@@ -24,7 +24,9 @@ ReplaySink::ReplaySink(Plan plan, std::shared_ptr<ProcessNames> names, ReplaySav
     : plan_(std::move(plan)),
       names_(std::move(names)),
       saver_(write ? std::move(write)
-                   : [plan = plan_](const ReplaySave& save) { return writeReplay(plan, save); }) {
+                   : [plan = plan_](const ReplaySave& save, const IsGivenUp& isGivenUp) {
+                         return writeReplay(plan, save, isGivenUp);
+                     }) {
 }
 
 bool ReplaySink::open() {

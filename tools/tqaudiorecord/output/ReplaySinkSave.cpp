@@ -102,6 +102,7 @@ std::uint64_t ReplaySink::beginSave(std::optional<double> seconds) {
         }
     }
     if (save.processes.empty()) {
+        --lastTicket_;
         return 0;
     }
     saver_.add(std::move(save));

@@ -1,7 +1,9 @@
 #include "output/ReplayWriter.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -19,6 +21,14 @@ namespace {
 constexpr std::int64_t kSilentFrames = 4096;
 /// Of all streams so much is written at a time.
 constexpr double kTurnSeconds = 0.25;
+
+constexpr const char* kAsSaid = ", as a second signal said not to wait for it";
+
+std::string inSeconds(double seconds) {
+    std::array<char, 32> text{};
+    (void)std::snprintf(text.data(), text.size(), "%.1f", seconds);
+    return text.data();
+}
 
 template <typename Sink>
 void playSilence(std::int64_t frames, std::size_t frameBytes, const Sink& sink) {
@@ -45,18 +55,23 @@ void play(const StreamClip& clip, std::int64_t from, std::int64_t to, const Sink
 /// Writes one save; of every process its number is the lowest that all of its files can have.
 class Writer {
   public:
-    explicit Writer(const ReplayPlan& plan) : plan_(plan) {}
+    Writer(const ReplayPlan& plan, const IsGivenUp& isGivenUp) : plan_(plan), ask_(isGivenUp) {}
     [[nodiscard]] ReplaySaved write(const ReplaySave& save);
 
   private:
     [[nodiscard]] bool write(const ProcessClip& process);
-    [[nodiscard]] bool writeAlone(const StreamClip& clip, std::string path, WrittenFile& written);
+    [[nodiscard]] bool writeAlone(const StreamClip& clip, const std::string& path,
+                                  WrittenFile& written);
     /// All streams into one file.
     [[nodiscard]] bool writeTogether(const ProcessClip& process, const std::string& path,
                                      WrittenFile& written);
     [[nodiscard]] std::string pathOf(const StreamClip& clip, const std::string& addition) const;
+    [[nodiscard]] bool isGivenUp() { return isGivenUp_ = isGivenUp_ || ask_(); }
+    void complainOfCut(const std::string& path, double seconds, double whole);
 
     const ReplayPlan& plan_;
+    const IsGivenUp& ask_;
+    bool isGivenUp_ = false;
     ReplaySaved saved_;
 };
 
@@ -73,26 +88,45 @@ std::string Writer::pathOf(const StreamClip& clip, const std::string& addition) 
                                   addition);
 }
 
-bool Writer::writeAlone(const StreamClip& clip, std::string path, WrittenFile& written) {
+bool Writer::writeAlone(const StreamClip& clip, const std::string& path, WrittenFile& written) {
     if (!clip.bytes) {
         return true;
     }
     const FileFormat* kind = clip.track == 0 ? plan_.mix.kind : plan_.tracksKind;
-    FileSeries series({std::move(path), kind}, clip.format);
+    FileSeries series({path, kind}, clip.format);
+    std::int64_t frames = 0;
     if (series.open()) {
-        play(clip, clip.begin, clip.end, [&series](std::span<const std::byte> frames) {
-            series.write(frames);
+        play(clip, clip.begin, clip.end, [&](std::span<const std::byte> piece) {
+            if (isGivenUp()) {
+                return;
+            }
+            series.write(piece);
             // Who is killed meanwhile leaves a file that can be read as far as it got.
             series.refresh();
+            frames += static_cast<std::int64_t>(piece.size() / clip.format.frameBytes());
         });
         series.finish();
+    }
+    const std::int64_t whole = clip.end - clip.begin;
+    const bool isCut = !series.failed() && frames < whole;
+    if (isCut) {
+        complainOfCut(path, static_cast<double>(frames) / clip.format.sampleRate,
+                      static_cast<double>(whole) / clip.format.sampleRate);
     }
     saved_.problems.insert(saved_.problems.end(), series.problems().begin(),
                            series.problems().end());
     if (!series.failed() && !series.files().empty()) {
         written = series.files().front();
     }
-    return !series.failed();
+    return !series.failed() && !isCut;
+}
+
+void Writer::complainOfCut(const std::string& path, double seconds, double whole) {
+    saved_.problems.push_back(
+        path + ": " +
+        (seconds > 0 ? "ends after " + inSeconds(seconds) + " of " + inSeconds(whole) + " s"
+                     : "not written") +
+        kAsSaid);
 }
 
 bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
@@ -127,7 +161,8 @@ bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
         }
     }
     bool isGood = true;
-    for (double turn = 0; isGood && turn < process.seconds; turn += kTurnSeconds) {
+    double turn = 0;
+    for (; isGood && turn < process.seconds && !isGivenUp(); turn += kTurnSeconds) {
         for (const auto& [stream, clip] : clips) {
             const auto frameAfter = [clip = clip](double seconds) {
                 const std::int64_t frames = std::llround(seconds * clip->format.sampleRate);
@@ -153,6 +188,10 @@ bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
     saved_.problems.insert(saved_.problems.end(), chain.problems().begin(), chain.problems().end());
     if (!chain.files().empty()) {
         written = chain.files().front();
+    }
+    if (isGood && turn < process.seconds) {
+        complainOfCut(path, turn, process.seconds);
+        return false;
     }
     return isGood;
 }
@@ -187,8 +226,16 @@ bool Writer::write(const ProcessClip& process) {
 
 ReplaySaved Writer::write(const ReplaySave& save) {
     saved_.ticket = save.ticket;
+    // Its files have no numbers yet: others that wait would get the same.
+    const bool isBegun = !isGivenUp();
     for (const ProcessClip& process : save.processes) {
-        if (!write(process)) {
+        if (!isBegun) {
+            const std::string& place = plan_.mix.path.empty() ? plan_.tracksFolder : plan_.mix.path;
+            saved_.problems.push_back(withAddition(place, process.addition) + ": save " +
+                                      std::to_string(save.ticket) + ", of " +
+                                      inSeconds(process.seconds) + " s, was not begun" + kAsSaid);
+            saved_.failed.push_back(process.processId);
+        } else if (!write(process)) {
             saved_.failed.push_back(process.processId);
         }
     }
@@ -197,8 +244,9 @@ ReplaySaved Writer::write(const ReplaySave& save) {
 
 }  // namespace
 
-ReplaySaved writeReplay(const ReplayPlan& plan, const ReplaySave& save) {
-    return Writer(plan).write(save);
+ReplaySaved writeReplay(const ReplayPlan& plan, const ReplaySave& save,
+                        const IsGivenUp& isGivenUp) {
+    return Writer(plan, isGivenUp).write(save);
 }
 
 }  // namespace tqrecorder

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,8 +53,13 @@ struct ReplaySaved {
     std::vector<int> failed{};  ///< processes of which not all could be written
 };
 
+/// Whether the user does not want to wait for it any longer. Asked for several times a second.
+using IsGivenUp = std::function<bool()>;
+
 /// Writes a clip to new numbered files, or all of it to one Matroska file. [any thread]; takes as
-/// long as coding and the disk do.
-[[nodiscard]] ReplaySaved writeReplay(const ReplayPlan& plan, const ReplaySave& save);
+/// long as coding and the disk do. Once it is given up the file under way is completed with what it
+/// has, no other is begun, and problems name each that is short or missing.
+[[nodiscard]] ReplaySaved writeReplay(const ReplayPlan& plan, const ReplaySave& save,
+                                      const IsGivenUp& isGivenUp);
 
 }  // namespace tqrecorder

@@ -109,6 +109,7 @@ class RecordingSession {
     void tellOnce(bool& isTold, const std::string& line);
     void finish(RecordingResult& result);
     void takeTheLast(RecordingResult& result);
+    void waitForSaves(const RecordingResult& result);
     [[nodiscard]] bool isAskedAgain();
     void answerTheLast();
     void noteThoseThatRanOn(const RecordingResult& result);

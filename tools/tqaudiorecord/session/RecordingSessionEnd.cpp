@@ -31,7 +31,7 @@ constexpr milliseconds kLastTurn{2000};
 constexpr milliseconds kLastAnswers{300};
 /// Between two looks at which processes there are.
 constexpr milliseconds kTreePause{50};
-/// That somebody is waited for is said behind that: most commands leave nobody.
+/// That something is waited for is said behind that: most ends leave nothing to wait for.
 constexpr milliseconds kSilentWait{1000};
 
 std::string nameOf(const Process& process) {
@@ -129,6 +129,29 @@ void RecordingSession::takeTheLast(RecordingResult& result) {
     }
 }
 
+/// Clips that were asked for are kept, unless the user says not to wait for anything.
+void RecordingSession::waitForSaves(const RecordingResult& result) {
+    const Clock::time_point begin = Clock::now();
+    bool isTold = false;
+    while (sink_.isSaving()) {
+        if (!result.isWhole || isAskedAgain()) {
+            sink_.giveUpSaves();
+            return;
+        }
+        if (Clock::now() - begin > kSilentWait) {
+            tellOnce(isTold,
+                     "clips that were asked for are still being written; another Ctrl-C cuts them "
+                     "off");
+        }
+        poll(nullptr, 0, static_cast<int>(kEndPause.count()));
+        (void)takeCommands();
+        if (Clock::now() >= nextTick_) {
+            nextTick_ = Clock::now() + kTickPause;
+            sink_.tick(elapsedMicroseconds());
+        }
+    }
+}
+
 void RecordingSession::finish(RecordingResult& result) {
     takeTheLast(result);
     if (microphone_ != nullptr) {
@@ -144,6 +167,7 @@ void RecordingSession::finish(RecordingResult& result) {
         sink_.seen(seen);
     }
     sink_.tick(elapsedMicroseconds());
+    waitForSaves(result);
     // Before the host is waited for: the files are whole even if the user kills the recorder then.
     sink_.finish();
     answerTheLast();

@@ -5,10 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
 
+#include "DecodedFile.h"
 #include "SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -43,9 +45,9 @@ class ReplaySinkTest : public SinkFixture {
         std::shared_future<void> begun = begin.get_future().share();
 
         [[nodiscard]] ReplaySaver::Write of(const ReplayPlan& plan) const {
-            return [plan, begun = begun](const ReplaySave& save) {
+            return [plan, begun = begun](const ReplaySave& save, const IsGivenUp& isGivenUp) {
                 begun.wait();
-                return writeReplay(plan, save);
+                return writeReplay(plan, save, isGivenUp);
             };
         }
     };
@@ -162,8 +164,9 @@ TEST_F(ReplaySinkTest, NoMoreSavesAreUnderWayThanTheMemoryIsBoundedFor) {
 
 TEST_F(ReplaySinkTest, ASaveThatFindsNoMemoryFailsAndTheNextHasWhatItWasToHold) {
     bool isShort = true;
-    ReplaySink sink(plan_, names_, [&](const ReplaySave& save) {
-        return std::exchange(isShort, false) ? throw std::bad_alloc() : writeReplay(plan_, save);
+    ReplaySink sink(plan_, names_, [&](const ReplaySave& save, const IsGivenUp& isGivenUp) {
+        return std::exchange(isShort, false) ? throw std::bad_alloc()
+                                             : writeReplay(plan_, save, isGivenUp);
     });
     play(sink, game_, 0, 100'000);
     ASSERT_NE(sink.beginSave({}), 0U);
@@ -172,6 +175,88 @@ TEST_F(ReplaySinkTest, ASaveThatFindsNoMemoryFailsAndTheNextHasWhatItWasToHold) 
         testing::ElementsAre("a save of the replay failed: there is no memory left for it"));
     EXPECT_EQ(save(sink).size(), 1U);
     EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 22'050U);
+}
+
+/// Two saves, of which the first is given up when a part of it is written.
+struct ReplayGivenUpTest : ReplaySinkTest {
+    std::vector<ReplaySaved> saved;
+    std::vector<std::string> problems;
+
+    void saveAndGiveUp(const ReplayPlan& plan) {
+        std::promise<void> inside;
+        std::atomic<int> asked = 0;
+        ReplaySink sink(plan, names_, [&](const ReplaySave& save, const IsGivenUp& isGivenUp) {
+            return writeReplay(plan, save, [&] {
+                if (++asked == 5) {
+                    inside.set_value();
+                    while (!isGivenUp()) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+                    }
+                }
+                return isGivenUp();
+            });
+        });
+        ASSERT_TRUE(sink.open());
+        const BlockFormat music{48000, 2, 32, true};
+        play(sink, game_, 0, 441'000);
+        for (std::size_t frame = 0; frame < 480'000; frame += 4800) {
+            const auto bytes = tone<float>(4800, music, 480, frame);
+            sink.block(game_, {1, "music", music, at(frame, 48000), bytes});
+        }
+        EXPECT_FALSE(sink.isSaving());
+        EXPECT_NE(sink.beginSave({}), 0U);
+        EXPECT_NE(sink.beginSave({}), 0U);
+        inside.get_future().wait();
+        EXPECT_TRUE(sink.isSaving());
+        sink.giveUpSaves();
+        sink.finish();
+        EXPECT_FALSE(sink.isSaving());
+        saved = sink.takeSaved();
+        problems = sink.problems();
+        ASSERT_EQ(saved.size(), 2U) << "who waits for them is answered";
+        EXPECT_THAT(saved[1].files, testing::IsEmpty());
+    }
+    [[nodiscard]] std::string notBegun(const std::string& name) const {
+        return folder_.file(name) +
+               ": save 2, of 10.0 s, was not begun, as a second signal said not to wait for it";
+    }
+};
+
+TEST_F(ReplayGivenUpTest, TheFileUnderWayIsCutAndWhatIsMissingIsNamed) {
+    ASSERT_NO_FATAL_FAILURE(saveAndGiveUp(
+        {{folder_.file("replay.wav"), formatNamed("wav")}, folder_.file("tracks"), 10, true}));
+    const RecordedFile recorded(folder_.file("replay-001.wav"));
+    ASSERT_TRUE(recorded.opened);
+    ASSERT_GT(recorded.frames(), 0U);
+    ASSERT_LT(recorded.frames(), 441'000U);
+    for (std::size_t index = 0; index < recorded.frames(); ++index) {
+        ASSERT_EQ(recorded.numberAt(index), static_cast<int>(index % 30000 + 1));
+    }
+    EXPECT_EQ(saved[0].files.size(), 1U);
+    EXPECT_THAT(
+        problems,
+        testing::ElementsAre(
+            testing::AllOf(
+                testing::StartsWith(folder_.file("replay-001.wav") + ": ends after "),
+                testing::EndsWith(" of 10.0 s, as a second signal said not to wait for it")),
+            folder_.file("tracks/track-1-music-001.wav") +
+                ": not written, as a second signal said not to wait for it",
+            notBegun("replay.wav")));
+    EXPECT_TRUE(std::filesystem::is_empty(folder_.file("tracks")));
+}
+
+TEST_F(ReplayGivenUpTest, SoIsOneFileWithAllTracks) {
+    ASSERT_NO_FATAL_FAILURE(
+        saveAndGiveUp({{folder_.file("replay.mka"), formatNamed("mka")}, {}, 10, true}));
+    const DecodedFile file(folder_.file("replay-001.mka"));
+    ASSERT_EQ(file.streams.size(), 2U);
+    EXPECT_NEAR(file.streams[0].seconds(), 0.75, 0.01);
+    EXPECT_NEAR(file.streams[1].seconds(), 0.75, 0.01);
+    EXPECT_THAT(problems, testing::ElementsAre(
+                              folder_.file("replay-001.mka") +
+                                  ": ends after 0.8 of 10.0 s, as a second signal said not to wait "
+                                  "for it",
+                              notBegun("replay.mka")));
 }
 
 TEST_F(ReplaySinkTest, WhatIsAskedForBehindTheEndIsSavedToo) {
@@ -334,8 +419,9 @@ TEST_F(ReplaySinkTest, WhatAFailedSaveHeldIsInTheOneBehindThoseThatWereUnderWay)
     plan.overlaps = false;
     HeldWriter writer;
     ReplaySink sink(plan, names_,
-                    [write = writer.of(plan), isFirst = true](const ReplaySave& save) mutable {
-                        ReplaySaved saved = write(save);
+                    [write = writer.of(plan), isFirst = true](const ReplaySave& save,
+                                                              const IsGivenUp& isGivenUp) mutable {
+                        ReplaySaved saved = write(save, isGivenUp);
                         if (std::exchange(isFirst, false)) {
                             std::filesystem::remove(saved.files.at(0).path);
                             saved = {save.ticket, {}, {"the disk is full"}, {1}};

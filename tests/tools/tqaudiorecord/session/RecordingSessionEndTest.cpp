@@ -193,6 +193,36 @@ TEST_F(SessionWithALongRest, IsStillAnswerable) {
     EXPECT_TRUE(isAnsweredMeanwhile);
 }
 
+TEST_F(Session, ClipsAreWaitedForAndASecondSignalGivesThemUp) {
+    setenv("XDG_RUNTIME_DIR", caches.c_str(), 1);
+    bool isEndAsked = false;
+    sink.isWriting = true;
+    sink.onBlock = [&](const Process&, const Block&) {
+        if (!std::exchange(isEndAsked, true)) {
+            kill(getpid(), SIGINT);
+        }
+    };
+    std::jthread client;
+    std::atomic<bool> isAnswered = false;
+    sink.onWait = [&] {
+        if (!client.joinable()) {
+            client = std::jthread([&isAnswered] {
+                EXPECT_TRUE(controlRecorder(getpid(), {}).isDone);
+                isAnswered = true;
+            });
+        }
+        if (isAnswered && !sink.notices.empty()) {
+            kill(getpid(), SIGTERM);
+        }
+    };
+    EXPECT_EQ(record({kHost, "tone", "60"}).end, End::kSignal);
+    EXPECT_FALSE(sink.isWriting);
+    EXPECT_EQ(sink.finishes, 1);
+    // The second signal was for the clips: the host is ended as politely as ever.
+    EXPECT_THAT(sink.notices,
+                testing::ElementsAre(testing::HasSubstr("clips that were asked for are still")));
+}
+
 TEST_F(Session, WhoIsKilledIsNamed) {
     bool isEndAsked = false;
     const std::string terms = (caches / "terms").string();

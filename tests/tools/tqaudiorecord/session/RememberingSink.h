@@ -62,6 +62,8 @@ class RememberingSink : public tqrecorder::Sink {
     int saves = 0;
     int heardBlocks = 0;
     int finishes = 0;
+    bool isWriting = false;  ///< clips, until they are given up
+    std::function<void()> onWait;
     std::string end;
     std::function<void(const tqrecorder::Process&, const tqrecorder::Block&)> onBlock;
 
@@ -126,6 +128,13 @@ class RememberingSink : public tqrecorder::Sink {
         saves += command.kind == tqrecorder::ControlCommand::Kind::kSave ? 1 : 0;
         return {true, {}};
     }
+    [[nodiscard]] bool isSaving() const override {
+        if (isWriting && onWait) {
+            onWait();
+        }
+        return isWriting;
+    }
+    void giveUpSaves() override { isWriting = false; }
     void finish() override { ++finishes; }
     [[nodiscard]] std::string reasonToEnd() const override { return end; }
 };
