@@ -99,7 +99,6 @@ AudioTimeStamp HandoverBackend::render(const BlockRequest& block) noexcept {
 }
 
 void HandoverBackend::renderHeard(const BlockRequest& block) noexcept {
-    heardRequests_.fetch_add(1, std::memory_order_relaxed);
     const Turn turn(turn_);
     // What was offered is the device's format and that it may take over: acquired here.
     const bool mayDrive = turn && isOffered_.load(std::memory_order_acquire);
@@ -255,6 +254,7 @@ void HandoverBackend::forgetAfterFork() noexcept {
     std::construct_at(&care_);
     std::construct_at(&clockVerbs_);
     static_cast<void>(device_.release());
+    static_cast<void>(gate_.release());
     if (sleepWatch_ != nullptr) {
         sleepWatch_->forgetAfterFork();
         static_cast<void>(sleepWatch_.release());

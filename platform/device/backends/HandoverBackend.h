@@ -15,6 +15,7 @@
 #include "device/Backend.h"
 #include "device/HeardDevice.h"
 #include "device/HostTimes.h"
+#include "device/backends/HeardGate.h"
 
 namespace tqplatform {
 
@@ -133,8 +134,10 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     /// Learns what the device is like. False when there is none.
     [[nodiscard]] bool meetDevice(const HeardWish& wish);
     [[nodiscard]] std::unique_ptr<HeardDevice> reachDevice(const HeardWish& wish);
-    void closeDevice(bool isAlive);
-    void driveByClock();
+    /// False while the program's callback holds a request: then nothing is closed yet.
+    [[nodiscard]] bool closeDevice(bool isAlive);
+    /// False in the same case: the device drives on.
+    [[nodiscard]] bool driveByClock();
     /// While nothing plays: asks the device whether it would play at the wish's rate.
     void tryRate(const HeardWish& wish);
     /// The device has refused that rate: the one that it took last holds again.
@@ -171,10 +174,9 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     DeviceFormat heardFormat_{};  ///< written by the caretaker in a turn, or before it offers
     std::atomic<Float64> clockRate_{0};
     std::atomic<UInt32> clockFrames_{0};
-    std::atomic<std::uint64_t> heardRequests_{0};  ///< of the device, since it was made
-    std::atomic<pid_t> process_{0};                ///< that has opened the device
-    std::atomic<bool> isLost_{false};              ///< the device says so
-    std::atomic<bool> isHearing_{false};           ///< a microphone is open
+    std::atomic<pid_t> process_{0};           ///< that has opened the device
+    std::atomic<bool> isLost_{false};         ///< the device says so
+    std::atomic<bool> isHearing_{false};      ///< a microphone is open
     std::atomic<bool> isRateRefused_{false};  ///< that a program prefers; it was taken at first
 
     std::mutex clockVerbs_;               ///< held while the clock is started or stopped
@@ -182,6 +184,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool clockRuns_ = false;              ///< under clockVerbs_
 
     // The caretaker's own.
+    std::unique_ptr<HeardGate> gate_;  ///< of the device; longer than it
     std::unique_ptr<HeardDevice> device_;
     HeardWish deviceWish_;
     Float64 takenRate_ = 0;     ///< Hz, the last that the device took; 0 for its own

@@ -56,7 +56,8 @@ void HandoverBackend::takeCare() {
         }
     }
     lock.unlock();
-    closeDevice(false);
+    while (!closeDevice(false)) {
+    }
 }
 
 void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
@@ -74,7 +75,11 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isLost = isLost_.load();
     const bool isOutdated = std::exchange(isOutdated_, false);
     if (device_ != nullptr && (!isToRun || isLost || isOutdated || wish != deviceWish_)) {
-        closeDevice(!isLost);
+        if (!closeDevice(!isLost)) {
+            isOutdated_ = isOutdated;
+            lock.lock();
+            return;
+        }
     }
     bool isThere = true;
     if (isToRun && device_ == nullptr) {
@@ -134,10 +139,8 @@ void HandoverBackend::heedSleep() {
     while (const std::optional<bool> news =
                sleepWatch_ == nullptr ? std::nullopt : sleepWatch_->news()) {
         isAsleep_ = *news;
-        if (!isAsleep_ || device_ == nullptr) {
-            continue;
-        }
-        closeDevice(false);
+    }
+    if (isAsleep_ && device_ != nullptr && closeDevice(false)) {
         isInterrupted_ = true;
         tellInterruptionBegan(AVAudioSessionInterruptionReasonAppWasSuspended);
     }
@@ -146,8 +149,10 @@ void HandoverBackend::heedSleep() {
 void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     const bool wantsHearing = care_.wants.hearing && deviceWish_.isToPlay;
     lock.unlock();
-    const std::uint64_t requests = heardRequests_.load(std::memory_order_relaxed);
-    quietLooks_ = requests == seenRequests_ ? quietLooks_ + 1 : 0;
+    const std::uint64_t requests = gate_->requests();
+    // One that the program holds is the program's doing: the device asks again behind it.
+    const bool asks = requests != seenRequests_ || gate_->isInside();
+    quietLooks_ = asks ? 0 : quietLooks_ + 1;
     seenRequests_ = requests;
     if (const bool standsStill = quietLooks_ >= kQuietLooks;
         standsStill != stoodStill_ && (standsStill || quietLooks_ == 0)) {
@@ -158,7 +163,7 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     if (quietLooks_ >= kMostQuietLooks) {
         isLost_.store(true);
     } else if (++looks_ > kWakingLooks && quietLooks_ >= kQuietLooks) {
-        driveByClock();
+        static_cast<void>(driveByClock());
     }
     // The device may have taken over again meanwhile.
     static_cast<void>(settleClock());

@@ -15,6 +15,9 @@ namespace {
 constexpr std::chrono::milliseconds kFirstRequestStep{1};
 constexpr int kFirstRequestSteps = 1000;
 constexpr std::chrono::milliseconds kLongestPlayOut{600};
+/// A program's callback may hold a request for ever: what waits for its end looks at the rest
+/// meanwhile.
+constexpr std::chrono::milliseconds kLongestHold{500};
 
 }  // namespace
 
@@ -37,13 +40,13 @@ bool HandoverBackend::openDevice(HeardWish& wish) {
 
 std::unique_ptr<HeardDevice> HandoverBackend::reachDevice(const HeardWish& wish) {
     isLost_.store(false);
-    heardRequests_.store(0, std::memory_order_relaxed);
     seenRequests_ = 0;
     quietLooks_ = looks_ = deafLooks_ = 0;
     stoodStill_ = isMoving_ = wasHearing_ = false;
+    gate_ = std::make_unique<HeardGate>(static_cast<HeardHost&>(*this));
     std::unique_ptr<HeardDevice> device = make_();
     const std::optional<DeviceFormat> format =
-        device == nullptr ? std::nullopt : orNothing([&] { return device->open(*this, wish); });
+        device == nullptr ? std::nullopt : orNothing([&] { return device->open(*gate_, wish); });
     if (!format) {
         return nullptr;
     }
@@ -55,11 +58,14 @@ std::unique_ptr<HeardDevice> HandoverBackend::reachDevice(const HeardWish& wish)
     }
     // The clock keeps the device's rate, so that going over changes nothing for the units.
     static_cast<void>(clock_->preferRate(format->sampleRate, true));
-    {
+    for (bool isTold = false; !isTold;) {
         // Nothing renders in the device's name yet, but the clock may.
-        const Turn turn(turn_, std::chrono::hours(1));
-        heardFormat_ = *format;
-        publish(Driver::clock);
+        const Turn turn(turn_, kLongestHold);
+        if (turn) {
+            heardFormat_ = *format;
+            publish(Driver::clock);
+            isTold = true;
+        }
     }
     wasOpen_.store(true);
     return device;
@@ -83,14 +89,14 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
     const bool hasStarted = orNothing([&] { return device_->start(); });
     bool hasBegun = hasStarted;
     // What only listens need not be waited for: a source that sleeps says nothing for seconds.
-    for (int step = 0; wish.isToPlay && hasBegun && heardRequests_.load() == 0 && !isLost_.load();
+    for (int step = 0; wish.isToPlay && hasBegun && gate_->requests() == 0 && !isLost_.load();
          ++step) {
         hasBegun = step < kFirstRequestSteps;
         std::this_thread::sleep_for(kFirstRequestStep);
     }
     if (!hasBegun || isLost_.load()) {
         const bool isRefused = !hasStarted && !isLost_.load();
-        closeDevice(false);
+        static_cast<void>(closeDevice(false));  // or at the next look
         return isRefused ? Opening::refused : Opening::none;
     }
     toldHearing_ = device_->isHearing();
@@ -102,8 +108,9 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
 void HandoverBackend::tryRate(const HeardWish& wish) {
     bool isReached = false;
     bool isTaken = false;
+    HeardGate gate(static_cast<HeardHost&>(*this));
     if (const std::unique_ptr<HeardDevice> device = make_(); device != nullptr) {
-        isReached = orNothing([&] { return device->open(*this, wish).has_value(); });
+        isReached = orNothing([&] { return device->open(gate, wish).has_value(); });
         isTaken = isReached && orNothing([&] { return device->accepts(); });
     }
     isLost_.store(false);  // nothing was played on it
@@ -146,9 +153,12 @@ void HandoverBackend::playOutAtExit() noexcept {
     }));
 }
 
-void HandoverBackend::closeDevice(bool isAlive) {
+bool HandoverBackend::closeDevice(bool isAlive) {
     isOffered_.store(false);
-    driveByClock();
+    if (!driveByClock()) {
+        isOffered_.store(true);
+        return false;
+    }
     if (device_ != nullptr && isAlive && deviceWish_.isToPlay) {
         device_->finish();
     }
@@ -156,18 +166,22 @@ void HandoverBackend::closeDevice(bool isAlive) {
     // A loss that came meanwhile is that device's: the next start has lost nothing.
     isLost_.store(false);
     isHearing_.store(false);
+    return true;
 }
 
-void HandoverBackend::driveByClock() {
+bool HandoverBackend::driveByClock() {
     {
-        // Waits for a block that is under way, however long its callbacks take.
-        const Turn turn(turn_, std::chrono::hours(1));
+        const Turn turn(turn_, kLongestHold);
+        if (!turn) {
+            return false;
+        }
         if (driver_.load() == Driver::device) {
             driver_.store(Driver::clock);
             publish(Driver::clock);
         }
     }
     static_cast<void>(settleClock());
+    return true;
 }
 
 }  // namespace tqplatform

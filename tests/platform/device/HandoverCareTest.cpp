@@ -444,6 +444,75 @@ TEST(HandoverCare, ARateThatIsRefusedLaterIsToldAndHoldsNoMore) {
     device.removeClient(heard);
 }
 
+/// A program whose callback takes as long as the test says.
+class SlowClient final : public DeviceClient {
+  public:
+    ~SlowClient() { goOn(); }
+    void render(const DeviceSlice& /*slice*/) noexcept override {
+        isInside = true;
+        mayGoOn.wait(false);
+        isInside = false;
+        ++blocks;
+    }
+    ClientWants wants() const noexcept override { return {true, false}; }
+    void goOn() {
+        mayGoOn = true;
+        mayGoOn.notify_all();
+    }
+
+    std::atomic<bool> mayGoOn{true};
+    std::atomic<bool> isInside{false};
+    std::atomic<int> blocks{0};
+};
+
+TEST(HandoverCare, ACallbackThatTakesSecondsIsNoDeviceThatStandsStill) {
+    Device& device = openBoth();
+    SlowClient slow;
+    Notices notices;
+    ASSERT_TRUE(device.addClient(slow));
+    {
+        const Speakers speakers;
+        awaitLooks(13);  // from then on the clock drives where a device asks for nothing
+        scene.noted();
+        slow.mayGoOn = false;
+        ASSERT_TRUE(eventually([&] { return slow.isInside.load(); }));
+        awaitLooks(8);
+        EXPECT_EQ(scene.noted(), Words{}) << "the clock stands";
+        slow.goOn();
+        const int before = slow.blocks;
+        EXPECT_TRUE(eventually([&] { return slow.blocks > before + 2; }));
+        EXPECT_EQ(notices.told(), Words{});
+    }
+    device.removeClient(slow);
+}
+
+TEST(HandoverCare, WhileACallbackHoldsARequestWhatHasToBeClosedWaitsAndTheRestGoesOn) {
+    Device& device = openBoth();
+    SlowClient slow;
+    Notices notices;
+    ASSERT_TRUE(device.addClient(slow));
+    {
+        const Speakers speakers;
+        ASSERT_TRUE(eventually([] { return scene.watches == 1; }));
+        slow.mayGoOn = false;
+        ASSERT_TRUE(eventually([&] { return slow.isInside.load(); }));
+        scene.noted();
+        scene.heard.load()->lostHeard();
+        say(true);
+        say(false);
+        ASSERT_TRUE(eventually([] {
+            const std::lock_guard lock(scene.mutex);
+            return scene.sleep.empty();
+        })) << "news are taken";
+        EXPECT_FALSE(scene.hasCome("start clock")) << "two would render at one time";
+        EXPECT_FALSE(scene.hasCome("end device"));
+        slow.goOn();
+        EXPECT_TRUE(eventually([] { return scene.hasCome("start device"); }));
+        EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    }
+    device.removeClient(slow);
+}
+
 TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {
     Device& device = openBoth();
     EXPECT_TRUE(device.preferDuration(0.01)) << "nobody knows yet";
