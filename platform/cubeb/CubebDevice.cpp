@@ -10,6 +10,8 @@
 #include <string_view>
 #include <thread>
 
+#include "CubebStreams.h"
+
 namespace tqcubeb {
 
 namespace {
@@ -18,36 +20,18 @@ using tqplatform::DeviceFormat;
 using tqplatform::HeardHost;
 using tqplatform::HeardWish;
 
-constexpr const char* kName = "TQAudioRecord platform";
 constexpr UInt32 kChannels = 2;
 constexpr UInt32 kMaximumFrames = 4096;
-constexpr UInt32 kFewestFrames = 128;
 /// What a server may ask for at a time when it is late itself: twice what it is given in hand.
 constexpr UInt32 kLargestRequest = 4 * kMaximumFrames;
 /// A server may say anything.
 constexpr uint32_t kHighestRate = 192000;
-constexpr Float64 kNsPerSecond = 1e9;
 /// Servers ask again when about half of what they hold is played.
 constexpr UInt32 kRequestsInHand = 2;
 /// As the null device's: as high as a thread gets without a real-time class, where that is allowed.
 constexpr int kNiceness = -11;
-/// What the microphone brings at a time: as much as servers ask for at a time.
-constexpr UInt32 kRequestsInLatency = 4;
-/// Of a microphone alone: a quarter of it comes at a time, which is soon enough for all but music.
-constexpr UInt32 kHeardAloneFrames = 2048;
 constexpr std::chrono::milliseconds kDrainStep{2};
 constexpr int kDrainSteps = 250;
-
-/// The platform's host time.
-UInt64 nowNs() {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<UInt64>(std::chrono::nanoseconds(now).count());
-}
-
-cubeb_stream_params paramsAt(UInt32 sampleRate, UInt32 channels) {
-    return {CUBEB_SAMPLE_FLOAT32NE, sampleRate, channels, CUBEB_LAYOUT_UNDEFINED,
-            CUBEB_STREAM_PREF_NONE};
-}
 
 /// Of the first server or driver that was reached without being named; null before. The process's.
 std::atomic<const char*> theKind{nullptr};
@@ -102,15 +86,17 @@ bool CubebDevice::list(TQDeviceListing each, void* refCon) {
         if (cubeb_enumerate_devices(context_.get(), type, &devices) != CUBEB_OK) {
             continue;
         }
-        for (size_t i = 0; i < devices.count; ++i) {
-            const cubeb_device_info& device = devices.device[i];
+        const bool hears = type == CUBEB_DEVICE_TYPE_INPUT;
+        for (const cubeb_device_info& device : std::span(devices.device, devices.count)) {
             const auto orNothing = [](const char* text) { return text == nullptr ? "" : text; };
+            const char* const name = orNothing(device.device_id);
             const TQDeviceDescription description{
                 .server = cubeb_get_backend_id(context_.get()),
-                .name = orNothing(device.device_id),
+                .name = name,
                 .title = orNothing(device.friendly_name),
-                .hears = type == CUBEB_DEVICE_TYPE_INPUT,
-                .isDefault = device.preferred != CUBEB_DEVICE_PREF_NONE,
+                .hears = hears,
+                .isDefault =
+                    device.preferred != CUBEB_DEVICE_PREF_NONE && !(hears && isMonitor(name)),
                 .sampleRate = static_cast<Float64>(device.default_rate),
                 .channels = device.max_channels};
             each(refCon, &description);
@@ -160,34 +146,6 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
                         .inputLatency = isToPlay_ ? heardFrames() + inHand_ : kHeardAloneFrames};
 }
 
-CubebDevice::Microphone CubebDevice::microphone() {
-    cubeb_device_collection devices{};
-    if (cubeb_enumerate_devices(context_.get(), CUBEB_DEVICE_TYPE_INPUT, &devices) != CUBEB_OK) {
-        return {};
-    }
-    const std::span all(devices.device, devices.count);
-    const auto isIt = [this](const cubeb_device_info& device) {
-        return microphoneName_.empty()
-                   ? device.preferred != CUBEB_DEVICE_PREF_NONE
-                   : device.device_id != nullptr && microphoneName_ == device.device_id;
-    };
-    const auto isEnabled = [](const cubeb_device_info& device) {
-        return device.state == CUBEB_DEVICE_STATE_ENABLED;
-    };
-    auto found = std::find_if(all.begin(), all.end(), isIt);
-    if (found == all.end() && microphoneName_.empty()) {
-        found = std::find_if(all.begin(), all.end(), isEnabled);  // no server calls one its default
-    }
-    Microphone microphone;
-    if (found != all.end() && isEnabled(*found)) {
-        microphone.channels = std::min<UInt32>(found->max_channels, kChannels);
-        // It stays the context's when the list has gone.
-        microphone.id = microphoneName_.empty() ? nullptr : found->devid;
-    }
-    cubeb_device_collection_destroy(context_.get(), &devices);
-    return microphone;
-}
-
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
     if (std::string_view(reached_) == "pulse") {
@@ -214,50 +172,6 @@ bool CubebDevice::makeStream() {
     return true;
 }
 
-UInt32 CubebDevice::heardFrames() const {
-    return std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
-}
-
-bool CubebDevice::hear(bool isHearing) {
-    if (!isToPlay_ || isHearing == (microphone_ != nullptr)) {
-        return true;
-    }
-    if (!isHearing) {
-        isHearing_.store(false);
-        microphone_.reset();
-        return true;
-    }
-    if (heard_ == nullptr) {
-        // Plugged in later: programs were told of none. What is opened anew knows it.
-        return microphone().channels == 0;
-    }
-    heard_->restart();
-    heardClock_ = PlayClock(sampleRate_);
-    heardSince_.store(0, std::memory_order_relaxed);
-    static_cast<void>(listen(&onHeard, &onHeardState, heardFrames()));
-    return true;
-}
-
-bool CubebDevice::listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames) {
-    const Microphone found = microphone();
-    cubeb_stream_params params = paramsAt(sampleRate_, inputChannels_);
-    cubeb_stream* stream = nullptr;
-    if (found.channels == 0 ||
-        cubeb_stream_init(context_.get(), &stream, kName, found.id, &params, nullptr, nullptr,
-                          frames, each, state, this) != CUBEB_OK) {
-        return false;
-    }
-    microphone_.reset(stream);
-    // Before it is started, so that an error which comes at once has the last word.
-    isHearing_.store(true);
-    if (cubeb_stream_start(stream) != CUBEB_OK) {
-        isHearing_.store(false);
-        microphone_.reset();
-        return false;
-    }
-    return true;
-}
-
 void CubebDevice::finish() noexcept {
     stage_.store(Stage::finishing);
     for (int step = 0; stage_.load() != Stage::drained && step < kDrainSteps; ++step) {
@@ -273,6 +187,9 @@ tqplatform::HeardPlace CubebDevice::place() {
     }
     place.speakers.sampleRate = std::min<Float64>(place.speakers.sampleRate, kHighestRate);
     place.microphone.channels = std::min(place.microphone.channels, kChannels);
+    if (hearsSpeakers()) {
+        place.microphone = {};
+    }
     return place;
 }
 
@@ -308,13 +225,6 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
     return frames;
 }
 
-UInt64 CubebDevice::heardTimeOf(UInt32 frames) const noexcept {
-    const Float64 beganAt = heardSince_.load(std::memory_order_relaxed);
-    const Float64 at = beganAt + heard_->firstOf(frames) * kNsPerSecond / sampleRate_;
-    // Before it has brought anything it was heard nobody knows when.
-    return beganAt == 0 || at < 0 ? 0 : static_cast<UInt64>(at);
-}
-
 void CubebDevice::hurry() noexcept {
     if (!isHurried_) {
         isHurried_ = true;
@@ -322,57 +232,8 @@ void CubebDevice::hurry() noexcept {
     }
 }
 
-long CubebDevice::onHeardAlone(cubeb_stream* /*stream*/, void* self, const void* heard,
-                               void* /*played*/, long frames) {
-    static_cast<CubebDevice*>(self)->hearAlone(static_cast<const float*>(heard),
-                                               static_cast<UInt32>(frames));
-    return frames;
-}
-
-void CubebDevice::hearAlone(const float* heard, UInt32 frames) noexcept {
-    hurry();
-    const UInt64 heardTime = clock_.next(nowNs() - durationOf(frames), frames);
-    host_->renderHeard(
-        {.frames = frames,
-         .hostTime = heardTime,
-         .heard = tqcommon::ConstAudioView::interleaved(heard, inputChannels_, frames),
-         .played = {},
-         .heardTime = heardTime});
-}
-
 UInt64 CubebDevice::durationOf(UInt32 frames) const noexcept {
     return static_cast<UInt64>(frames * kNsPerSecond / sampleRate_);
-}
-
-long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* heard, void* /*played*/,
-                          long frames) {
-    static_cast<CubebDevice*>(self)->bring(static_cast<const float*>(heard),
-                                           static_cast<UInt32>(frames));
-    return frames;
-}
-
-void CubebDevice::bring(const float* heard, UInt32 frames) noexcept {
-    const UInt64 heardTime = heardClock_.next(nowNs() - durationOf(frames), frames);
-    heardSince_.store(static_cast<Float64>(heardTime) -
-                          static_cast<Float64>(heard_->written()) * kNsPerSecond / sampleRate_,
-                      std::memory_order_relaxed);
-    heard_->write(heard, frames);
-}
-
-void CubebDevice::onHeardState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {
-    auto& device = *static_cast<CubebDevice*>(self);
-    // On JACK the library calls every block of what only listens an error.
-    if (state == CUBEB_STATE_ERROR && !device.isJack_) {
-        // Silence is heard; speakers go on.
-        device.isHearing_.store(false);
-    }
-}
-
-void CubebDevice::onHeardAloneState(cubeb_stream* stream, void* self, cubeb_state state) {
-    // The same; a server that has gone is noticed by its silence then.
-    if (state != CUBEB_STATE_ERROR || !static_cast<CubebDevice*>(self)->isJack_) {
-        onState(stream, self, state);
-    }
 }
 
 void CubebDevice::onState(cubeb_stream* /*stream*/, void* self, cubeb_state state) {

@@ -31,7 +31,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     bool start() override;
     bool accepts() override { return !isToPlay_ || makeStream(); }
     [[nodiscard]] bool hear(bool isHearing) override;
-    [[nodiscard]] bool isHearing() const override { return isHearing_.load(); }
+    [[nodiscard]] bool isHearing() const override;
     void finish() noexcept override;
     [[nodiscard]] tqplatform::HeardPlace place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.
@@ -61,6 +61,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
         cubeb_devid id = nullptr;
     };
     [[nodiscard]] Microphone microphone();
+    /// Whether the server lets it hear what speakers play, unasked: that is no microphone.
+    [[nodiscard]] bool hearsSpeakers() const noexcept;
     [[nodiscard]] UInt32 heardFrames() const;
     [[nodiscard]] bool listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames);
 
@@ -92,13 +94,16 @@ class CubebDevice final : public tqplatform::HeardDevice {
     UInt32 latencyFrames_ = 0;
     bool isJack_ = false;
     bool isToPlay_ = true;
-    std::string microphoneName_;  ///< empty for the default
+    std::string microphoneName_;  ///< empty for the default, which is no monitor of speakers
     UInt32 inputChannels_ = 0;
     UInt32 inHand_ = 0;  ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.
     std::unique_ptr<tqcommon::DriftFifo> heard_;
     std::vector<float> heardBlock_;       ///< of one request
     std::atomic<bool> isHearing_{false};  ///< the microphone's stream runs
+    /// In host time: when it counts as standing still unless it has brought something by then.
+    std::atomic<UInt64> heardUntil_{0};
+    bool stoodStill_ = false;  ///< when it was closed the last time
     std::unique_ptr<cubeb_stream, EndStream> microphone_;
     std::unique_ptr<PulseWatch> watch_;  ///< where there is such a server
     std::atomic<Stage> stage_{Stage::playing};

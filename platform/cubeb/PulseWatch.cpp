@@ -3,6 +3,7 @@
 #include <pulse/pulseaudio.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <exception>
 #include <map>
 #include <mutex>
@@ -70,6 +71,9 @@ class PulseWatch::Connection {
         const std::lock_guard lock(mutex_);
         return {endOf(news_.sinks, news_.sink, news_.defaultSink),
                 endOf(news_.sources, news_.source, news_.defaultSource)};
+    }
+    [[nodiscard]] bool hearsMonitor() const noexcept {
+        return hearsMonitor_.load(std::memory_order_relaxed);
     }
 
   private:
@@ -142,6 +146,7 @@ class PulseWatch::Connection {
             }
             const std::lock_guard lock(connection.mutex_);
             connection.news_.*Known = std::exchange(coming, {});
+            connection.noteMonitor();
         });
     }
     template <class Info, std::uint32_t Info::*Device, std::uint32_t Connection::*Coming,
@@ -156,7 +161,14 @@ class PulseWatch::Connection {
             }
             const std::lock_guard lock(connection.mutex_);
             connection.news_.*Known = std::exchange(connection.*Coming, PA_INVALID_INDEX);
+            connection.noteMonitor();
         });
+    }
+    /// With the lock.
+    void noteMonitor() {
+        const auto found = news_.sources.find(news_.source);
+        hearsMonitor_.store(found != news_.sources.end() && isMonitor(found->second.name),
+                            std::memory_order_relaxed);
     }
     static void onServer(pa_context* /*context*/, const pa_server_info* info, void* self) {
         take(self, [=](Connection& connection) {
@@ -203,6 +215,7 @@ class PulseWatch::Connection {
 
     mutable std::mutex mutex_;
     News news_;
+    std::atomic<bool> hearsMonitor_{false};
 };
 
 PulseWatch::PulseWatch(const char* application)
@@ -213,6 +226,10 @@ PulseWatch::~PulseWatch() = default;
 
 HeardPlace PulseWatch::place() const {
     return connection_->place();
+}
+
+bool PulseWatch::hearsMonitor() const noexcept {
+    return connection_->hearsMonitor();
 }
 
 }  // namespace tqcubeb

@@ -1,10 +1,17 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "device/HeardDevice.h"
 
 namespace tqcubeb {
+
+/// Whether it is what the speakers play, by the name that PulseAudio and PipeWire's service for it
+/// give to each of these sources. The sound library's list says it of none.
+[[nodiscard]] inline bool isMonitor(std::string_view source) noexcept {
+    return source.ends_with(".monitor");
+}
 
 /// What PulseAudio, or PipeWire's service for it, says of the streams of this process: which sink
 /// they play on, which source they hear, and in what formats. The sound library tells nothing of
@@ -22,6 +29,9 @@ class PulseWatch {
     /// [any thread] By the last news; ends without a name before the first, and where this process
     /// has no stream.
     [[nodiscard]] tqplatform::HeardPlace place() const;
+    /// [any thread] [real-time safe] By the last news: the server may move what listens to one when
+    /// its microphone is unplugged.
+    [[nodiscard]] bool hearsMonitor() const noexcept;
 
   private:
     class Connection;

@@ -37,7 +37,7 @@ TEST(PlayingOnJack, EveryFrameArrives) {
 TEST(PlayingOnJack, ItsMicrophoneIsOpenWhileSomebodyListens) {
     const JackServer server;
     const ProgramEnd end = runProgram(devicePlayer(
-        server.environment(), "cubeb:jack", {"listen", "sleep:0.5", "say", "heard:/dev/null"}));
+        server.environment(), "cubeb:jack", {"listen", "sleep:4.5", "say", "heard:/dev/null"}));
     EXPECT_EQ(end["done"], "1") << end.text();
     EXPECT_EQ(end["inputChannels"], "2");
     EXPECT_EQ(end["hearing"], "1");
@@ -76,10 +76,10 @@ TEST(MicrophoneOnPipeWire, HearsWhatIsPlayed) {
     double hertz = 0;
     // Short blocks are late on a busy machine: holes, but not every time.
     for (int attempt = 0; attempt < 6 && !(std::abs(hertz - 440) < 5); ++attempt) {
-        const ProgramEnd end =
-            runProgram(kept(devicePlayer(server.environment(), "cubeb",
-                                         {"start2", "listen", "sleep:2", "stop2", "heard:" + file}),
-                            server.folder().path()));
+        const ProgramEnd end = runProgram(kept(
+            devicePlayer(server.environment(), "cubeb",
+                         {"start2", "listen:cap.monitor", "sleep:2", "stop2", "heard:" + file}),
+            server.folder().path()));
         ASSERT_EQ(end["done"], "1") << end.text();
         std::ifstream bytes(file, std::ios::binary);
         const Sound heard{devicePlayerFormat(),

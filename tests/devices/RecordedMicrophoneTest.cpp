@@ -94,8 +94,9 @@ TEST_F(RecordedMicrophone, LiesBesideTheProgramsOwnTrackAndNotInTheMix) {
     ProgramEnd end;
     for (int attempt = 0; attempt < 6 && !(away < 0.02); ++attempt) {
         std::filesystem::remove_all(file("tracks"));
-        end = record({"--mic", "--tracks", file("tracks"), "--from-start", "--overwrite"},
-                     {"start2", "sleep:1", "stop2", "sleep:1"});
+        end =
+            record({"--mic=cap.monitor", "--tracks", file("tracks"), "--from-start", "--overwrite"},
+                   {"start2", "sleep:1", "stop2", "sleep:1"});
         ASSERT_EQ(end.code, 0) << end.text();
         away = std::abs(onsetOf(track("microphone")) - onsetOf(track("unit-")));
     }
@@ -154,11 +155,24 @@ TEST_F(RecordedMicrophone, OneThatIsNotThereIsSaidAtOnceAndInTheSummary) {
     EXPECT_EQ(end.errors.find("using null"), std::string::npos) << end.errors;
 }
 
+TEST_F(RecordedMicrophone, AMachineWithoutOneDoesNotRecordItsOwnSpeakers) {
+    const ProgramEnd end =
+        record({"--mic", "--tracks", file("tracks"), "--duck=-20", "--duck-on", "microphone"},
+               {"start2", "sleep:1", "stop2"});
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.errors.find("tqaudiorecord: there is no microphone; tqplatform-devices"),
+              std::string::npos)
+        << end.text();
+    EXPECT_NE(end.text().find("Microphone: there was none"), std::string::npos) << end.text();
+    EXPECT_EQ(loudestOf(track("microphone")), 0);
+    EXPECT_NEAR(loudestOf(track("unit-")), 0.5, 0.01) << "it was not ducked by itself";
+}
+
 TEST_F(RecordedMicrophone, OneThatIsMutedIsSaid) {
     pactl({"set-source-mute", "cap.monitor", "1"});
-    const ProgramEnd end = record({"--mic"}, noise_);
+    const ProgramEnd end = record({"--mic=cap.monitor"}, noise_);
     EXPECT_EQ(end.code, 0) << end.text();
-    EXPECT_NE(end.text().find("Microphone: it heard nothing at all; is it muted"),
+    EXPECT_NE(end.text().find("Microphone cap.monitor: it heard nothing at all; is it muted"),
               std::string::npos)
         << end.text();
 }
@@ -177,7 +191,7 @@ TEST_F(RecordedMicrophone, WithoutAServerTheRecordingGoesOn) {
 
 TEST_F(RecordedMicrophone, IsSilenceWhileItsServerIsAwayAndIsHeardAgain) {
     const std::string back = file("back");
-    Kept program(setup({"--mic", "--tracks", file("tracks"), "--from-start"},
+    Kept program(setup({"--mic=cap.monitor", "--tracks", file("tracks"), "--from-start"},
                        {"start2", "sleep:1", "say", "await:" + back, "start", "end", "stop",
                         "stop2", "sleep:0.3"}),
                  folder_.path());
@@ -192,7 +206,8 @@ TEST_F(RecordedMicrophone, IsSilenceWhileItsServerIsAwayAndIsHeardAgain) {
     std::ofstream(back) << "back";
     const ProgramEnd end = program.wait();
     EXPECT_EQ(end.code, 0) << end.text();
-    EXPECT_NE(end.text().find("Microphone: it was away for"), std::string::npos) << end.text();
+    EXPECT_NE(end.text().find("Microphone cap.monitor: it was away for"), std::string::npos)
+        << end.text();
     const Sound voice = track("microphone");
     const Sound mix = readWav(file("mix.wav"));
     EXPECT_NEAR(static_cast<double>(voice.frames()), static_cast<double>(mix.frames()), kMixRate)
@@ -203,7 +218,8 @@ TEST_F(RecordedMicrophone, IsSilenceWhileItsServerIsAwayAndIsHeardAgain) {
 
 TEST_F(RecordedMicrophone, DucksTheProgramWhileItIsLoud) {
     pactl({"load-module", "module-null-sink", "sink_name=voice", "rate=48000"});
-    pactl({"set-default-source", "voice.monitor"});
+    pactl({"load-module", "module-remap-source", "master=voice.monitor", "source_name=throat"});
+    pactl({"set-default-source", "throat"});
     writeWav(tone({48000, 2, Encoding::S16}, 960000, 1000), file("voice.wav"));
     const Kept voice(speech(), folder_.path());
     awaitVoice();

@@ -165,8 +165,8 @@ TEST_F(RecordedPipeWire, HasTheMicrophoneBesideTheProgramsTrack) {
     ProgramEnd end;
     for (int attempt = 0; attempt < 6 && !(away < 0.02 && std::abs(hertz - 440) < 5); ++attempt) {
         run({"start2", "sleep:1.5", "stop2", "sleep:0.5"},
-            {TQ_TEST_RECORDER, "-o", file("mix.wav"), "--mic", "--tracks", file("tracks"),
-             "--from-start", "--overwrite", "--"});
+            {TQ_TEST_RECORDER, "-o", file("mix.wav"), "--mic=cap.monitor", "--tracks",
+             file("tracks"), "--from-start", "--overwrite", "--"});
         end = finish();
         ASSERT_EQ(end.code, 0) << end.text();
         Sound voice;

@@ -50,14 +50,23 @@ class SystemEvents : public testing::Test {
         }
         return count;
     }
-    void removeSink(const std::string& name) const {
+    void unload(const std::string& module) const {
         const std::string modules = pactl({"list", "short", "modules"});
-        const std::size_t sink = modules.find("\tmodule-null-sink\tsink_name=" + name);
-        ASSERT_NE(sink, std::string::npos) << modules;
-        const std::size_t line = modules.rfind('\n', sink) + 1;
-        pactl({"unload-module", modules.substr(line, sink - line)});
+        const std::size_t found = modules.find("\t" + module);
+        ASSERT_NE(found, std::string::npos) << modules;
+        const std::size_t line = modules.rfind('\n', found) + 1;
+        pactl({"unload-module", modules.substr(line, found - line)});
     }
-    void removeCap() const { removeSink("cap"); }
+    void removeCap() const { unload("module-null-sink\tsink_name=cap"); }
+    /// A microphone, which hears nothing.
+    void plugIn(const std::string& name, std::vector<std::string> settings = {}) const {
+        settings.insert(settings.begin(),
+                        {"load-module", "module-null-source", "source_name=" + name, "rate=48000"});
+        pactl(settings);
+    }
+    void unplug(const std::string& name) const {
+        unload("module-null-source\tsource_name=" + name);
+    }
 
     PulseServer server_{devicePlayerFormat()};
     std::unique_ptr<Program> player_;
@@ -158,11 +167,13 @@ TEST_F(SystemEvents, ASinkThatIsMadeAnewWithAnotherRateEndsItsInterruptionWithTh
 }
 
 TEST_F(SystemEvents, AnotherDefaultMicrophoneIsToldToWhoListensAlone) {
-    pactl({"load-module", "module-null-sink", "sink_name=other", "rate=48000", "channels=1"});
+    plugIn("one");
+    plugIn("other", {"channels=1", "channel_map=mono"});
+    pactl({"set-default-source", "one"});
     play({"alone", "listen", "sleep:0.5", "say", "await:" + file("moved"), "say",
           "heard:/dev/null"});
     ASSERT_TRUE(says("inputChannels=2"));
-    pactl({"set-default-source", "other.monitor"});
+    pactl({"set-default-source", "other"});
     EXPECT_TRUE(says("route=1"));
     go("moved");
     const ProgramEnd end = player_->wait();
@@ -172,19 +183,19 @@ TEST_F(SystemEvents, AnotherDefaultMicrophoneIsToldToWhoListensAlone) {
 }
 
 TEST_F(SystemEvents, AMicrophoneThatIsUnpluggedAndPluggedIsToldOnceEach) {
-    pactl({"load-module", "module-null-sink", "sink_name=headset", "rate=48000"});
-    const std::string modules = pactl({"list", "short", "modules"});
-    pactl({"set-default-source", "headset.monitor"});
+    plugIn("builtin");
+    plugIn("headset");
+    pactl({"set-default-source", "headset"});
     play({"start2", "listen", "sleep:0.5", "say", "await:" + file("out"), "sleep:1.5", "say",
           "await:" + file("in"), "sleep:1.5", "stop2", "heard:/dev/null"});
     ASSERT_TRUE(says("hearing=1"));
-    removeSink("headset");
+    unplug("headset");
     EXPECT_TRUE(says("route=1")) << "the server gives it another one";
     go("out");
     ASSERT_TRUE(eventually([&] { return countOf("hearing=1") == 2; }));
     EXPECT_EQ(notices(player_->output()), (std::vector<std::string>{"route=1"}));
-    pactl({"load-module", "module-null-sink", "sink_name=headset", "rate=48000"});
-    pactl({"set-default-source", "headset.monitor"});
+    plugIn("headset");
+    pactl({"set-default-source", "headset"});
     EXPECT_TRUE(eventually([&] { return notices(player_->output()).size() >= 2; }));
     go("in");
     const ProgramEnd end = player_->wait();
@@ -192,6 +203,58 @@ TEST_F(SystemEvents, AMicrophoneThatIsUnpluggedAndPluggedIsToldOnceEach) {
     EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=1", "route=1"}));
     EXPECT_EQ(end["heardBeforeNow"], "1");
     EXPECT_EQ(end["heardInOrder"], "1");
+}
+
+TEST_F(SystemEvents, TheOnlyMicrophoneThatIsUnpluggedIsNotReplacedByTheSpeakers) {
+    plugIn("headset");
+    play({"start2", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
+          "await:" + file("in"), "say", "stop2", "heard:/dev/null"});
+    ASSERT_TRUE(says("hearing=1"));
+    unplug("headset");
+    EXPECT_TRUE(says("route=2"));
+    go("out");
+    EXPECT_TRUE(says("hearing=0"));
+    plugIn("headset");
+    EXPECT_TRUE(says("route=1"));
+    go("in");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(end["hearing"], "1");
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+}
+
+TEST_F(SystemEvents, TheOnlyMicrophoneOfWhoListensAloneIsAwayUntilItIsPluggedIn) {
+    plugIn("headset");
+    play({"alone", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
+          "await:" + file("in"), "say", "heard:/dev/null"});
+    ASSERT_TRUE(says("hearing=1"));
+    unplug("headset");
+    EXPECT_TRUE(says("interruption=1"));
+    go("out");
+    EXPECT_TRUE(says("hearing=0"));
+    plugIn("headset");
+    EXPECT_TRUE(says("interruption=0"));
+    go("in");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(end["hearing"], "1");
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"interruption=1", "interruption=0"}));
+}
+
+TEST_F(SystemEvents, AMicrophoneThatStandsStillBesideSpeakersIsToldAndToldAgain) {
+    plugIn("headset");
+    play({"start2", "listen", "sleep:0.5", "say", "await:" + file("end"), "say", "stop2",
+          "heard:/dev/null"});
+    ASSERT_TRUE(says("hearing=1"));
+    pactl({"suspend-source", "headset", "1"});
+    EXPECT_TRUE(says("route=2"));
+    pactl({"suspend-source", "headset", "0"});
+    EXPECT_TRUE(says("route=1"));
+    go("end");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(end["hearing"], "1");
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
 }
 
 TEST_F(SystemEvents, AMachineThatSleepsIsAnInterruptionAndWaitsUntilItIsTold) {

@@ -1,11 +1,12 @@
 // Plays and listens at the same time, and says how often what is heard was disturbed.
-//   full_duplex SECONDS      on the device of TQ_AUDIO_DEVICE, whose microphone hears its speakers
-//   full_duplex --count      counts in floats, two channels, from standard input
+//   full_duplex SECONDS MICROPHONE    on the device of TQ_AUDIO_DEVICE; it hears the speakers
+//   full_duplex --count               counts in floats, two channels, from standard input
 // What is played counts up and down from frame to frame, so that a frame that is lost or repeated
 // shows; a little more or less is a clock that is followed. It has no jump of its own: between two
 // frames one would ring for longer than what is let pass.
 
 #include <AudioToolbox/AudioToolbox.h>
+#include <TQPlatform/Devices.h>
 
 #include <atomic>
 #include <chrono>
@@ -100,10 +101,11 @@ int main(int argc, char** argv) {
     if (argc == 2 && std::string_view(argv[1]) == "--count") {
         return countInput();
     }
-    const double seconds = argc == 2 ? std::atof(argv[1]) : 0;
+    const double seconds = argc == 3 ? std::atof(argv[1]) : 0;
     if (!(seconds > 0)) {
         return 1;
     }
+    TQPreferMicrophone(argv[2]);
     Duplex duplex;
     duplex.unit = tqtest::makeOutputUnit(tqtest::floatFormat(kRate, 2),
                                          {.play = &play, .hear = &hear, .refCon = &duplex});

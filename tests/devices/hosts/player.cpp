@@ -12,6 +12,7 @@
 //   cycles:COUNT        starts and stops so often
 //   fork                a child plays the tone for a moment; in a callback with fork:callback
 //   listen              another unit listens to the microphone; it plays silence meanwhile
+//   listen:NAME         the same, to the one of that name
 //   alone               before it: it plays nothing
 //   heard:FILE          stops listening, says how its time stamps went, and writes what was heard,
 //                       interleaved floats
@@ -129,7 +130,12 @@ class Listener {
                              &off, sizeof off);
         AudioUnitInitialize(unit_);
     }
-    void start() { say("listen", AudioOutputUnitStart(unit_)); }
+    void start(const std::string& microphone) {
+        if (!microphone.empty()) {
+            TQPreferMicrophone(microphone.c_str());
+        }
+        say("listen", AudioOutputUnitStart(unit_));
+    }
     /// Stops listening, says how the time stamps went, and writes what was heard.
     void write(const std::string& file) {
         AudioOutputUnitStop(unit_);
@@ -225,7 +231,7 @@ class Script {
         } else if (verb == "alone") {
             listener_.beAlone();
         } else if (verb == "listen") {
-            listener_.start();
+            listener_.start(value);
         } else if (verb == "heard") {
             listener_.write(value);
         } else if (verb == "say") {

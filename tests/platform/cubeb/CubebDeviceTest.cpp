@@ -9,9 +9,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/cubeb/MadeUpServer.h"
+#include "support/ProgramRunner.h"
 
 namespace {
 
@@ -129,6 +131,109 @@ TEST(CubebDevice, TheChannelsAreThoseOfTheMicrophoneThatIsOpened) {
     EXPECT_EQ(theServer.openedChannels, 1U);
     CubebDevice named("");
     EXPECT_EQ(named.open(host, {.microphone = "another"})->inputChannels, 2U);
+}
+
+TEST(CubebDevice, TheMonitorOfSpeakersIsNoMicrophoneUnlessItIsNamed) {
+    theServer.defaultIsMonitor = true;
+    Host host;
+    const auto channelsOf = [&](const tqplatform::HeardWish& wish) {
+        CubebDevice device("");
+        return device.open(host, wish)->inputChannels;
+    };
+    EXPECT_EQ(channelsOf({}), 0U);
+    EXPECT_EQ(channelsOf({.microphone = "speakers.monitor"}), 1U);
+    EXPECT_EQ(playing(host, {.isToPlay = false}), nullptr) << "there is nothing to listen to";
+    const auto device = playing(host);
+    ASSERT_TRUE(device && device->hear(true));
+    EXPECT_FALSE(device->isHearing());
+    theServer.defaultIsMonitor = false;
+    EXPECT_FALSE(device->hear(true)) << "one was plugged in";
+}
+
+TEST(CubebDevice, AnotherMicrophoneIsHeardWhereTheDefaultIsAMonitor) {
+    theServer.defaultIsMonitor = true;
+    theServer.microphones = 2;
+    Host host;
+    const auto device = playing(host);
+    ASSERT_TRUE(device && device->hear(true));
+    EXPECT_TRUE(device->isHearing());
+    EXPECT_EQ(theServer.openedChannels, 2U);
+    ASSERT_NE(theServer.openedMicrophone, nullptr);
+    EXPECT_STREQ(static_cast<const char*>(theServer.openedMicrophone), "another");
+}
+
+TEST(CubebDevice, ADefaultThatIsAMonitorIsNotListedAsTheDefault) {
+    theServer.defaultIsMonitor = true;
+    theServer.microphones = 2;
+    std::vector<std::pair<std::string, bool>> listed;
+    CubebDevice("").list(
+        [](void* all, const TQDeviceDescription* one) {
+            static_cast<decltype(listed)*>(all)->emplace_back(one->name, one->isDefault != 0);
+        },
+        &listed);
+    EXPECT_EQ(listed, (decltype(listed){{"speakers.monitor", false}, {"another", false}}));
+}
+
+TEST(CubebDevice, AMicrophoneThatTheServerReplacesByTheSpeakersIsHeardNoMore) {
+    Host host;
+    const auto device = playing(host);
+    ASSERT_TRUE(device && device->hear(true));
+    theServer.hear(std::vector<float>(4096, 0.5F));
+    theServer.place.microphone.name = "speakers.monitor";
+    theServer.hear(std::vector<float>(128, 0.25F));
+    EXPECT_FALSE(device->isHearing());
+    EXPECT_FALSE(device->place().microphone.isKnown());
+    std::vector<float> played(2 * 8192);
+    theServer.play(played);
+    EXPECT_EQ(std::count(host.heard.begin(), host.heard.end(), 0.25F), 0);
+    EXPECT_EQ(host.losses, 0) << "the speakers go on";
+}
+
+TEST(CubebDevice, AMicrophoneAloneThatTheServerReplacesByTheSpeakersIsLost) {
+    Host host;
+    const auto device = playing(host, {.isToPlay = false});
+    ASSERT_NE(device, nullptr);
+    theServer.hear(std::vector<float>(128, 0.5F));
+    EXPECT_EQ(host.heard.size(), 128U);
+    host.heard.clear();
+    theServer.place.microphone.name = "speakers.monitor";
+    theServer.hear(std::vector<float>(128, 0.25F));
+    theServer.hear(std::vector<float>(128, 0.25F));
+    EXPECT_EQ(host.heard, std::vector<float>{});
+    EXPECT_EQ(host.losses, 1);
+    EXPECT_FALSE(device->isHearing());
+}
+
+TEST(CubebDevice, AMonitorThatIsNamedIsHeard) {
+    theServer.defaultIsMonitor = true;
+    theServer.place.microphone.name = "speakers.monitor";
+    Host host;
+    const auto device = playing(host, {.microphone = "speakers.monitor", .isToPlay = false});
+    ASSERT_NE(device, nullptr);
+    theServer.hear(std::vector<float>(128, 0.5F));
+    EXPECT_EQ(host.heard, std::vector<float>(128, 0.5F));
+    EXPECT_TRUE(device->place().microphone.isKnown());
+    EXPECT_EQ(host.losses, 0);
+}
+
+TEST(CubebDevice, AMicrophoneThatStandsStillIsNotOpenUntilItBringsSomething) {
+    Host host;
+    const auto device = playing(host);
+    ASSERT_TRUE(device && device->hear(true));
+    EXPECT_TRUE(device->isHearing()) << "it may take long to wake";
+    const auto brings = [&] {
+        theServer.hear(std::vector<float>(128, 0.5F));
+        return device->isHearing();
+    };
+    const auto standsStill = [&] { return !device->isHearing(); };
+    EXPECT_TRUE(tqtest::eventually(brings));
+    EXPECT_TRUE(tqtest::eventually(standsStill));
+    EXPECT_TRUE(tqtest::eventually(brings)) << "it went on by itself";
+    EXPECT_TRUE(tqtest::eventually(standsStill));
+    ASSERT_TRUE(device->hear(false) && device->hear(true));
+    EXPECT_FALSE(device->isHearing()) << "opened anew, it stands still as before";
+    EXPECT_TRUE(tqtest::eventually(brings));
+    EXPECT_EQ(host.losses, 0) << "the speakers go on";
 }
 
 TEST(CubebDevice, ARequestThatComesWhileItEndsIsAnswered) {

@@ -44,16 +44,16 @@ int cubeb_get_preferred_sample_rate(cubeb* /*context*/, uint32_t* rate) {
 }
 
 int cubeb_stream_init(cubeb* /*context*/, cubeb_stream** stream, const char* /*name*/,
-                      cubeb_devid /*input*/, cubeb_stream_params* inputParams,
-                      cubeb_devid /*output*/, cubeb_stream_params* outputParams,
-                      unsigned int /*latency*/, cubeb_data_callback each,
-                      cubeb_state_callback state, void* self) {
+                      cubeb_devid input, cubeb_stream_params* inputParams, cubeb_devid /*output*/,
+                      cubeb_stream_params* outputParams, unsigned int /*latency*/,
+                      cubeb_data_callback each, cubeb_state_callback state, void* self) {
     const bool hears = inputParams != nullptr;
     if (!hears && outputParams->rate == theServer.refusedRate) {
         return CUBEB_ERROR_INVALID_FORMAT;
     }
     theServer.openedRates.push_back(hears ? inputParams->rate : outputParams->rate);
     theServer.openedChannels = hears ? inputParams->channels : theServer.openedChannels;
+    theServer.openedMicrophone = hears ? input : theServer.openedMicrophone;
     *stream = std::make_unique<cubeb_stream>(cubeb_stream{each, state, self, hears}).release();
     (hears ? theServer.microphone : theServer.speakers) = *stream;
     return CUBEB_OK;
@@ -79,7 +79,7 @@ int cubeb_stream_stop(cubeb_stream* stream) {
 int cubeb_enumerate_devices(cubeb* /*context*/, cubeb_device_type type,
                             cubeb_device_collection* devices) {
     static std::array<cubeb_device_info, 2> microphones{};
-    microphones[0].device_id = "microphone";
+    microphones[0].device_id = theServer.defaultIsMonitor ? "speakers.monitor" : "microphone";
     microphones[0].preferred = CUBEB_DEVICE_PREF_ALL;
     microphones[1].device_id = "another";
     for (std::size_t i = 0; i < microphones.size(); ++i) {
@@ -107,4 +107,8 @@ tqcubeb::PulseWatch::~PulseWatch() = default;
 
 tqplatform::HeardPlace tqcubeb::PulseWatch::place() const {
     return theServer.place;
+}
+
+bool tqcubeb::PulseWatch::hearsMonitor() const noexcept {
+    return isMonitor(theServer.place.microphone.name);
 }

@@ -25,12 +25,14 @@ struct MadeUpServer {
     uint32_t refusedRate = 0;  ///< that it plays nothing at
     /// That are plugged in: the first is the default, with one channel, another has two.
     uint32_t microphones = 1;
+    bool defaultIsMonitor = false;  ///< the first is what the speakers play
     bool microphoneStarts = true;
     std::vector<std::string> reached{};
     std::vector<uint32_t> openedRates{};
     tqplatform::HeardPlace place{};
-    uint32_t openedChannels = 0;      ///< of the microphone
-    bool playsOnWhileItEnds = false;  ///< a last request comes in the middle of the end
+    uint32_t openedChannels = 0;             ///< of the microphone
+    cubeb_devid openedMicrophone = nullptr;  ///< null for the server's default
+    bool playsOnWhileItEnds = false;         ///< a last request comes in the middle of the end
     cubeb_stream* speakers = nullptr;
     cubeb_stream* microphone = nullptr;
 
