@@ -117,6 +117,7 @@ class RecordingSession {
     [[nodiscard]] std::string namesOfTheLast();
     void endHost();
     [[nodiscard]] bool isAnyToBeEnded();
+    [[nodiscard]] bool isAnyToBeTold();
     [[nodiscard]] std::uint64_t elapsedMicroseconds() const;
 
     const Options& options_;

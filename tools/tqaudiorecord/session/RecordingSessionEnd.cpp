@@ -223,6 +223,14 @@ bool RecordingSession::isAnyToBeEnded() {
     });
 }
 
+/// What a shell has started in the background does not hear the terminal's key, and may still load.
+bool RecordingSession::isAnyToBeTold() {
+    return isAnyToBeEnded() ||
+           std::any_of(processes_.begin(), processes_.end(), [](const auto& one) {
+               return one->facts().mayPlay && !isService(one->process().name) && !one->isOver();
+           });
+}
+
 /// Whether one of the signals that ask for the end has come.
 bool RecordingSession::isAskedAgain() {
     while (const auto signal = signals_.next()) {
@@ -289,7 +297,7 @@ void RecordingSession::endHost() {
     if (hostKnows_) {
         tell(SIGTERM, Whom::kThoseOutsideTheGroup);
     }
-    if (!hostKnows_ || (waitForEnds(kTerminalPatience) && isAnyToBeEnded())) {
+    if (!hostKnows_ || (waitForEnds(kTerminalPatience) && isAnyToBeTold())) {
         tell(SIGTERM, Whom::kNotToldYet);
         (void)waitForEnds(kHostPatience);
     }

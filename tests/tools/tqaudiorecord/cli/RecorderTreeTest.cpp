@@ -48,6 +48,12 @@ class RecorderTreeTest : public RecorderTest {
         }
         return 0;
     }
+    /// Whether it shares memory with its recorder.
+    [[nodiscard]] static bool isConnected(pid_t game) {
+        return contentOf("/proc/" + std::to_string(game) + "/maps").find(kSharedMemory) !=
+               std::string::npos;
+    }
+    static constexpr const char* kSharedMemory = "/memfd:tqaudiorecord";
     const std::string path_ = folder_.file("out.wav");
 };
 
@@ -90,6 +96,19 @@ TEST_F(RecorderTreeTest, TheInterruptKeyEndsAGameThatTheKeyDoesNotReach) {
     const pid_t game = gameOf(program);
     ASSERT_TRUE(terminal.type("\x03"));
     EXPECT_EQ(program.wait().code, 0);
+    EXPECT_FALSE(isAlive(game));
+}
+
+TEST_F(RecorderTreeTest, TheInterruptKeyEndsAGameThatStillLoadsAsWell) {
+    const Terminal terminal(24, 80);
+    ProgramSetup with = setup({"-q", "-o", path_}, {TQ_LAUNCHER_HOST, "session", "0", "0",
+                                                    TQ_TONE_HOST, "loading", "60"});
+    with.terminal = &terminal;
+    Program program(with);
+    pid_t game = 0;
+    ASSERT_TRUE(eventually([&] { return (game = gameOf(program)) != 0 && isConnected(game); }));
+    ASSERT_TRUE(terminal.type("\x03"));
+    static_cast<void>(program.wait());
     EXPECT_FALSE(isAlive(game));
 }
 

@@ -117,6 +117,7 @@ class Holder : public LiveHolder {
     void close(std::uint32_t id) override;
     void sound(std::uint32_t id, std::span<const std::byte> frames) override;
     void unload(std::uint32_t module);
+    void refuse(std::uint32_t id, const std::string& reason);
     /// Everything goes; the program ends once it has.
     void end();
     void quitWhenDone();
@@ -261,9 +262,7 @@ void Holder::loaded(pa_context* context, std::uint32_t module, void* data) {
     holder.loading_.pop_front();
     if (module == PA_INVALID_INDEX) {
         // The others are none the worse for it.
-        holder.sources_.erase(id);
-        say(LiveKind::kRefused, pa_strerror(pa_context_errno(context)), id);
-        holder.quitWhenDone();
+        holder.refuse(id, pa_strerror(pa_context_errno(context)));
         return;
     }
     const auto found = holder.sources_.find(id);
@@ -274,10 +273,17 @@ void Holder::loaded(pa_context* context, std::uint32_t module, void* data) {
     }
     found->second->module = module;
     if (!found->second->open()) {
-        holder.fail("its pipes cannot be opened; does it run for this user?");
+        holder.unload(module);
+        holder.refuse(id, "its pipe cannot be opened; does the server run for this user?");
         return;
     }
     forget(pa_context_get_source_info_list(context, sourceListed, data));
+}
+
+void Holder::refuse(std::uint32_t id, const std::string& reason) {
+    sources_.erase(id);
+    say(LiveKind::kRefused, reason, id);
+    quitWhenDone();
 }
 
 void Holder::sourceListed(pa_context* /*context*/, const pa_source_info* info, int end,
