@@ -229,16 +229,16 @@ TEST_F(SystemEvents, TheOnlyMicrophoneOfWhoListensAloneIsAwayUntilItIsPluggedIn)
           "await:" + file("in"), "say", "heard:/dev/null"});
     ASSERT_TRUE(says("hearing=1"));
     unplug("headset");
-    EXPECT_TRUE(says("interruption=1"));
+    EXPECT_TRUE(says("route=2"));
     go("out");
     EXPECT_TRUE(says("hearing=0"));
     plugIn("headset");
-    EXPECT_TRUE(says("interruption=0"));
+    EXPECT_TRUE(says("route=1"));
     go("in");
     const ProgramEnd end = player_->wait();
     EXPECT_EQ(end["done"], "1");
     EXPECT_EQ(end["hearing"], "1");
-    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"interruption=1", "interruption=0"}));
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
 }
 
 TEST_F(SystemEvents, AMicrophoneThatStandsStillBesideSpeakersIsToldAndToldAgain) {

@@ -149,6 +149,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     /// A microphone that has gone, or was never there, is tried again beside the speakers.
     void listenAgain();
     void listen(bool isHearing);
+    /// Tells, once, that a microphone is open or is not any more.
+    void tellHearing(bool isHearing);
     /// Tells of other speakers, another microphone, or another format of either.
     void followPlace();
     /// Whether the device would have another format if it were opened anew.
@@ -194,7 +196,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool wasHearing_ = false;   ///< it was asked to listen
     bool toldHearing_ = false;  ///< programs know that a microphone is open
     std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
-    bool hasRun_ = false;               ///< it was started once
+    bool hasRun_ = false;               ///< it has played once
+    bool isDeafAlone_ = false;          ///< nobody plays, and the microphone cannot be opened
     bool saidThatItCannot_ = false;     ///< play, though a server answers
     bool isInterrupted_ = false;        ///< programs were told so, and not yet of its end
     std::unique_ptr<SleepWatch>

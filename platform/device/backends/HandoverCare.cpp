@@ -93,10 +93,14 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
         } else if (isThere && (isOutdated || stoodStill)) {
             tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
+        } else if (isThere && isDeafAlone_ && !wish.isToPlay) {
+            tellHearing(true);
+        } else if (!isThere && !wish.isToPlay) {
+            tellHearing(false);
         } else if (!isThere && hasRun_ && !isInterrupted_) {
             isInterrupted_ = true;
             tellInterruptionBegan(AVAudioSessionInterruptionReasonRouteDisconnected);
-        } else if (!isThere && !hasRun_ && wasOpen_.load() && wish.isToPlay && !saidThatItCannot_) {
+        } else if (!isThere && !hasRun_ && wasOpen_.load() && !saidThatItCannot_) {
             // What never ran was not interrupted.
             saidThatItCannot_ = true;
             say("what answers cannot play, using null until it can");
@@ -106,13 +110,17 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         }
     } else if (isMeeting) {
         isThere = meetDevice(wish);
-    } else if (isInterrupted_ && !isWanted && !isAsleep_) {
-        if (meetDevice(wish)) {
-            isInterrupted_ = false;
-            tellInterruptionEnded();
-        }
     } else if (isTrying && !isWanted) {
         tryRate(wish);
+    }
+    isDeafAlone_ = isHearing && !isThere && !wish.isToPlay;
+    if (isInterrupted_ && !isAsleep_ && (!isWanted || isDeafAlone_) && meetDevice(wish)) {
+        // What was interrupted is there again, though nobody plays on it or there is no microphone.
+        isInterrupted_ = false;
+        tellInterruptionEnded();
+    }
+    if (!isHearing) {
+        toldHearing_ = false;
     }
     if (!isWanted && !isInterrupted_) {
         // Nobody delays the machine's sleep who has nothing to stop.
@@ -192,6 +200,10 @@ void HandoverBackend::listenAgain() {
     }
     const bool isHearing = device_->isHearing();
     isHearing_.store(isHearing);
+    tellHearing(isHearing);
+}
+
+void HandoverBackend::tellHearing(bool isHearing) {
     if (toldHearing_ != isHearing) {
         toldHearing_ = isHearing;
         tellRouteChange(isHearing ? AVAudioSessionRouteChangeReasonNewDeviceAvailable

@@ -99,9 +99,9 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
         static_cast<void>(closeDevice(false));  // or at the next look
         return isRefused ? Opening::refused : Opening::none;
     }
-    toldHearing_ = device_->isHearing();
+    toldHearing_ = isDeafAlone_ ? toldHearing_ : device_->isHearing();
     static_cast<void>(settleClock());
-    hasRun_ = true;
+    hasRun_ = hasRun_ || wish.isToPlay;
     return Opening::open;
 }
 

@@ -220,6 +220,59 @@ TEST(HandoverCare, AMicrophoneThatGoesIsToldAlsoWhenTheProgramStartsAnotherUnitR
     device.removeClient(both);
 }
 
+TEST(HandoverCare, AMicrophoneAloneThatCannotBeOpenedIsNoInterruption) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    device.removeClient(player);
+    scene.starts = false;
+    ASSERT_TRUE(device.addClient(listener));
+    scene.noted();
+    ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); })) << "again";
+    EXPECT_EQ(notices.told(), Words{}) << "who has just begun to listen has lost nothing";
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    EXPECT_TRUE(device.isHearing());
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AMicrophoneAloneThatGoesIsToldOnceAndOnceThatItIsBack) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    device.removeClient(player);
+    ASSERT_TRUE(device.addClient(listener));
+    ASSERT_TRUE(device.isHearing());
+    scene.starts = false;
+    scene.heard.load()->lostHeard();
+    ASSERT_TRUE(eventually([&] { return !notices.told().empty(); }));
+    for (int tries = 0; tries < 2; ++tries) {
+        scene.noted();
+        ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); }));
+    }
+    EXPECT_EQ(notices.told(), Words{"route 2"});
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AnInterruptionEndsWithTheServerAlsoForWhoListensToAMissingMicrophone) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices([&] { device.removeClient(player); });
+    ASSERT_TRUE(device.addClient(player));
+    scene.isThere = false;
+    scene.heard.load()->lostHeard();
+    ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    ASSERT_TRUE(device.addClient(listener));
+    scene.starts = false;
+    scene.isThere = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
+    device.removeClient(listener);
+}
+
 TEST(HandoverCare, AMicrophoneThatThePlugIsPutInForIsOneNewRouteAndWhatWasRenderedIsPlayed) {
     Device& device = openBoth();
     HandoverClient both(true, true);
