@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "core/Sink.h"
+#include "output/Backlog.h"
 #include "output/files/FileSeries.h"
 
 namespace tqrecorder {
@@ -36,6 +38,7 @@ class FilesSink : public Sink {
     virtual std::vector<WrittenFile> split() { return {}; }
 
     void tick(std::uint64_t elapsedMicroseconds) override {
+        catchUp(std::chrono::steady_clock::now() + Backlog::kTurn);
         if (elapsedMicroseconds >= nextRefresh_) {
             nextRefresh_ = elapsedMicroseconds + kRefreshMicroseconds;
             refresh();
@@ -44,6 +47,8 @@ class FilesSink : public Sink {
 
   protected:
     virtual void refresh() = 0;
+    /// Writes what waits behind long silence, until `end`.
+    virtual void catchUp(Backlog::Time /*end*/) {}
 
   private:
     std::uint64_t nextRefresh_ = 0;

@@ -32,10 +32,29 @@ class MixRecording {
         }
     }
     /// Brings the disk up to date.
-    void refresh() { series().refresh(); }
+    void refresh() {
+        if (mix_) {
+            mix_->refresh();
+        }
+    }
+    /// Writes what waits behind long silence, until `end`.
+    void catchUp(Backlog::Time end) {
+        if (mix_) {
+            mix_->catchUp(end);
+        }
+    }
+    [[nodiscard]] bool isBehind() const { return mix_ && mix_->isBehind(); }
     /// As FileSeries has it.
-    [[nodiscard]] std::optional<WrittenFile> split() { return series().split(); }
-    void finish() { series().finish(); }
+    [[nodiscard]] std::optional<WrittenFile> split() {
+        return mix_ ? mix_->split() : unbegun_->split();
+    }
+    void finish() {
+        if (mix_) {
+            mix_->finish();
+        } else {
+            unbegun_->finish();
+        }
+    }
 
     [[nodiscard]] const std::vector<std::string>& problems() const { return series().problems(); }
     [[nodiscard]] std::vector<WrittenFile> files() const {
@@ -43,7 +62,6 @@ class MixRecording {
     }
 
   private:
-    [[nodiscard]] FileSeries& series() { return mix_ ? mix_->series() : *unbegun_; }
     [[nodiscard]] const FileSeries& series() const { return mix_ ? mix_->series() : *unbegun_; }
 
     std::unique_ptr<FileSeries> unbegun_;  ///< until it is known when the file begins

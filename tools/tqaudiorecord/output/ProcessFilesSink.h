@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,8 +15,8 @@ namespace tqrecorder {
 
 /// Writes what each process plays to files of its own, a Recording for each. The first process that
 /// delivers sound gets the file that was opened at the start. A Recording is made of a
-/// FileSeries::Plan and has open(), beginAt(), block(), refresh(), split(), finish(), problems()
-/// and files().
+/// FileSeries::Plan and has open(), beginAt(), block(), catchUp(), isBehind(), refresh(), split(),
+/// finish(), problems() and files().
 template <typename Recording>
 class ProcessFilesSink : public FilesSink {
   public:
@@ -37,7 +38,9 @@ class ProcessFilesSink : public FilesSink {
 
     void processEnded(const Process& process, const HostFacts& /*facts*/) override {
         const auto found = recordings_.find(process.id);
-        if (found != recordings_.end()) {
+        if (found != recordings_.end() && found->second->isBehind()) {
+            ended_.insert(process.id);
+        } else if (found != recordings_.end()) {
             found->second->finish();
         }
     }
@@ -106,6 +109,14 @@ class ProcessFilesSink : public FilesSink {
             recording->refresh();
         }
     }
+    void catchUp(Backlog::Time end) override {
+        for (auto& [id, recording] : recordings_) {
+            recording->catchUp(end);
+            if (!recording->isBehind() && ended_.erase(id) > 0) {
+                recording->finish();
+            }
+        }
+    }
 
   private:
     /// Null for a process beyond the bound.
@@ -138,6 +149,7 @@ class ProcessFilesSink : public FilesSink {
     std::shared_ptr<ProcessNames> names_;
     std::unique_ptr<Recording> opened_;  // until the first process needs it
     std::map<int, std::unique_ptr<Recording>> recordings_;
+    std::set<int> ended_;        // those whose recording is not up to their end yet
     std::uint64_t refused_ = 0;  // blocks of processes beyond the bound
     bool isFinished_ = false;
 };

@@ -79,17 +79,25 @@ class StreamClock {
         return silence;
     }
 
-    /// How many frames of silence bring a stream that has begun up to that time, in microseconds,
-    /// where its next block is known to be later. They are counted as written.
+    /// Microseconds of silence that before() would put in front of a block stamped
+    /// `microseconds`, but for jitter and losses.
+    [[nodiscard]] double missingBefore(std::uint64_t microseconds) const {
+        const double late = static_cast<double>(microseconds) - end();
+        return late > kBrokenClock || late > mostSilence() ? 0 : std::max(late, 0.0);
+    }
+
+    /// How many frames of silence bring a stream up to that time, in microseconds, where its next
+    /// block is known to be later. They are counted as written.
     [[nodiscard]] std::uint64_t idleUntil(double microseconds) {
         const double late = microseconds - end();
         if (late <= 0 || late > mostSilence()) {
             return 0;
         }
         const auto silence = static_cast<std::uint64_t>(late / 1e6 * rate_);
-        gaps_ += idleFrames_ > 0 || silence == 0 ? 0 : 1;
+        const bool isFirst = blocks_ == 0;
+        gaps_ += isFirst || idleFrames_ > 0 || silence == 0 ? 0 : 1;
         idleFrames_ += silence;
-        gapFrames_ += silence;
+        gapFrames_ += isFirst ? 0 : silence;
         frames_ += silence;
         silence_ += silence;
         return silence;

@@ -1,16 +1,19 @@
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "output/Backlog.h"
 #include "output/StreamClock.h"
 #include "output/files/FileSeries.h"
 
 namespace tqrecorder {
 
 /// Files of one stream whose frames keep to the stream's time: with silence where nothing was
-/// played or where blocks were lost. [one host thread at a time]; waits for the disk.
+/// played or where blocks were lost. Long silence, and what follows it, is written by catchUp().
+/// [one host thread at a time]; waits for the disk.
 class TimedSeries {
   public:
     /// `beganAt` is the host time of the first frame, in microseconds, that `clock` begins with.
@@ -18,16 +21,25 @@ class TimedSeries {
         : series_(std::move(series)), clock_(clock), name_(std::move(name)), beganAt_(beganAt) {}
 
     void write(const Block& block) {
-        const std::size_t frameBytes = series_.format().frameBytes();
-        const std::size_t frames = block.frames.size() / frameBytes;
-        const std::uint64_t silence = clock_.before(block.microseconds, frames, block.lostFrames);
-        if (clock_.takeJump()) {
-            series_.complain(jumpText(series_.path()));
+        if (backlog_.isEmpty() && clock_.missingBefore(block.microseconds) <= Backlog::kAtOnce) {
+            writeNow(block);
+        } else {
+            backlog_.add(block);
         }
-        series_.writeSilence(silence);
-        series_.write(block.frames.first(frames * frameBytes));
     }
-    [[nodiscard]] FileSeries& series() { return series_; }
+    /// Writes what waits behind long silence, until `end`.
+    void catchUp(Backlog::Time end) { work(end, false); }
+    [[nodiscard]] bool isBehind() const { return !backlog_.isEmpty(); }
+    /// As FileSeries has it, with all that was given.
+    [[nodiscard]] std::optional<WrittenFile> split() {
+        work(Backlog::Time::max(), true);
+        return series_.split();
+    }
+    void finish() {
+        work(Backlog::Time::max(), true);
+        series_.finish();
+    }
+    void refresh() { series_.refresh(); }
     [[nodiscard]] const FileSeries& series() const { return series_; }
 
     [[nodiscard]] std::vector<WrittenFile> files(int processId) const {
@@ -42,10 +54,36 @@ class TimedSeries {
     }
 
   private:
+    void writeNow(const Block& block) {
+        const std::size_t frameBytes = series_.format().frameBytes();
+        const std::size_t frames = block.frames.size() / frameBytes;
+        const std::uint64_t silence = clock_.before(block.microseconds, frames, block.lostFrames);
+        if (clock_.takeJump()) {
+            series_.complain(jumpText(series_.path()));
+        }
+        series_.writeSilence(silence);
+        series_.write(block.frames.first(frames * frameBytes));
+    }
+    void work(Backlog::Time end, bool mayBreakOff) {
+        const auto fill = [this, mayBreakOff](const Block& block) {
+            const double missing = clock_.missingBefore(block.microseconds);
+            if (missing <= Backlog::kAtOnce) {
+                return false;
+            }
+            if (mayBreakOff && missing > kLongGap && !series_.failed() && isEndAsked()) {
+                series_.breakOff();
+            }
+            series_.writeSilence(clock_.idleUntil(clock_.end() + Backlog::kStep));
+            return true;
+        };
+        backlog_.work(end, fill, [this](const Block& block) { writeNow(block); });
+    }
+
     FileSeries series_;
     StreamClock clock_;
     std::string name_;
     std::uint64_t beganAt_;
+    Backlog backlog_;
 };
 
 }  // namespace tqrecorder

@@ -138,11 +138,15 @@ void TracksSink::block(const Process& process, const Block& block) {
         found = tracks_.find({process.id, block.track});
     }
     found->second.timed.write(block);
-    const FileSeries& series = found->second.timed.series();
+    tellOf(found->second);
+}
+
+void TracksSink::tellOf(Track& track) {
+    const FileSeries& series = track.timed.series();
     if (!old_.empty() && series.isHeard() && series.problems().empty()) {
         removeOld();
     }
-    report(found->second);
+    report(track);
 }
 
 /// Those that are still the files that were there at the beginning.
@@ -159,27 +163,31 @@ void TracksSink::removeOld() {
 }
 
 void TracksSink::end(int processId, Track& track) {
-    track.timed.series().finish();
+    track.timed.finish();
     report(track);
     const std::vector<WrittenFile> files = track.timed.files(processId);
     done_.insert(done_.end(), files.begin(), files.end());
 }
 
+TracksSink::Tracks::iterator TracksSink::endIfDone(Tracks::iterator track) {
+    if (!track->second.isEnded || track->second.timed.isBehind()) {
+        return std::next(track);
+    }
+    end(track->first.first, track->second);
+    return tracks_.erase(track);
+}
+
 void TracksSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
     for (auto track = tracks_.begin(); track != tracks_.end();) {
-        if (track->first.first == process.id) {
-            end(process.id, track->second);
-            track = tracks_.erase(track);
-        } else {
-            ++track;
-        }
+        track->second.isEnded |= track->first.first == process.id;
+        track = endIfDone(track);
     }
 }
 
 std::vector<WrittenFile> TracksSink::split() {
     std::vector<WrittenFile> done;
     for (auto& [key, track] : tracks_) {
-        if (std::optional<WrittenFile> file = track.timed.series().split()) {
+        if (std::optional<WrittenFile> file = track.timed.split()) {
             done.push_back(std::move(*file));
         }
     }
@@ -188,7 +196,17 @@ std::vector<WrittenFile> TracksSink::split() {
 
 void TracksSink::refresh() {
     for (auto& [key, track] : tracks_) {
-        track.timed.series().refresh();
+        track.timed.refresh();
+    }
+}
+
+void TracksSink::catchUp(Backlog::Time end) {
+    for (auto track = tracks_.begin(); track != tracks_.end();) {
+        if (track->second.timed.isBehind()) {
+            track->second.timed.catchUp(end);
+            tellOf(track->second);
+        }
+        track = endIfDone(track);
     }
 }
 

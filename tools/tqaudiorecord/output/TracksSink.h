@@ -46,12 +46,14 @@ class TracksSink : public FilesSink {
 
   protected:
     void refresh() override;
+    void catchUp(Backlog::Time end) override;
 
   private:
     struct Track {
         std::string unit;
         TimedSeries timed;
         std::size_t reported = 0;  // of the series' problems
+        bool isEnded = false;      // its process, while it is not up to that yet
     };
     struct Axis {
         std::string addition;
@@ -60,6 +62,10 @@ class TracksSink : public FilesSink {
     };
     void begin(const Process& process, const Block& block);
     void end(int processId, Track& track);
+    using Tracks = std::map<std::pair<int, int>, Track>;  // by process and track
+    Tracks::iterator endIfDone(Tracks::iterator track);
+    /// Of what has become of it since it was written to.
+    void tellOf(Track& track);
     void removeOld();
     void report(Track& track);
     void complain(const std::string& problem);
@@ -68,7 +74,7 @@ class TracksSink : public FilesSink {
     std::shared_ptr<ProcessNames> names_;
     tqcommon::Descriptor lock_;  // of the folder
     std::map<int, Axis> axes_;
-    std::map<std::pair<int, int>, Track> tracks_;  // by process and track, those under way
+    Tracks tracks_;  // those under way
     std::set<std::string> takenNames_;
     /// A file of an earlier recording, to be replaced. A name may be another file's by then.
     struct Old {

@@ -36,19 +36,25 @@ void VoiceSink::block(const Process& process, const Block& block) {
 }
 
 std::vector<WrittenFile> VoiceSink::split() {
-    std::optional<WrittenFile> file = voice_ ? voice_->series().split() : std::nullopt;
+    std::optional<WrittenFile> file = voice_ ? voice_->split() : std::nullopt;
     return file ? std::vector{std::move(*file)} : std::vector<WrittenFile>{};
 }
 
 void VoiceSink::refresh() {
     if (voice_) {
-        voice_->series().refresh();
+        voice_->refresh();
+    }
+}
+
+void VoiceSink::catchUp(Backlog::Time end) {
+    if (voice_) {
+        voice_->catchUp(end);
     }
 }
 
 void VoiceSink::finish() {
     if (voice_) {
-        voice_->series().finish();
+        voice_->finish();
     }
 }
 

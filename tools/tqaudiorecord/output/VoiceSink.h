@@ -28,6 +28,7 @@ class VoiceSink : public FilesSink {
 
   protected:
     void refresh() override;
+    void catchUp(Backlog::Time end) override;
 
   private:
     FileSeries::Plan plan_;

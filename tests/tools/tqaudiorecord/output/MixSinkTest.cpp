@@ -75,13 +75,48 @@ TEST_F(MixSinkTest, TheEndOfARecordingBreaksOffOnlyAGapOfMoreThanAMinute) {
         {
             const EndAsked asked;
             sink->block(game_, mixBlock(counting(441, 0), at(4410) + seconds * 1'000'000));
+            sink->finish();
         }
-        sink->finish();
         EXPECT_EQ(sink->problems().size(), seconds < 60 ? 0U : 1U);
         const RecordedFile recorded(sink->files().at(0).path);
         EXPECT_EQ(recorded.frames() == 4410 + seconds * 44100 + 441, seconds < 60);
         std::filesystem::remove(sink->files().at(0).path);
     }
+}
+
+TEST_F(MixSinkTest, LongSilenceIsWrittenALittleInEveryTurnAndWhatFollowsIsAtItsPlace) {
+    constexpr std::size_t kBack = 4410 + 60 * 44'100;
+    auto sink = mixSink();
+    play(*sink, game_, 0, 4410);
+    play(*sink, game_, kBack, kBack + 4700);
+    EXPECT_LT(sink->files().at(0).seconds, 1) << "blocks must not wait for a minute of silence";
+    sink->processEnded(game_, {});
+    while (sink->files().at(0).seconds < (kBack + 4700) / 44'100.0 - 1e-6) {
+        const double before = sink->files().at(0).seconds;
+        sink->tick(0);
+        ASSERT_GT(sink->files().at(0).seconds, before);
+    }
+    const RecordedFile recorded(folder_.file("out.wav"));
+    ASSERT_EQ(recorded.frames(), kBack + 4700);
+    EXPECT_EQ(recorded.numberAt(4409), 4410);
+    EXPECT_EQ(recorded.numberAt(4410), 0);
+    EXPECT_EQ(recorded.numberAt(kBack - 1), 0);
+    for (std::size_t frame = kBack; frame < kBack + 4700; ++frame) {
+        ASSERT_EQ(recorded.numberAt(frame), static_cast<int>(frame % 30000 + 1));
+    }
+    sink->finish();
+    EXPECT_EQ(sink->files().at(0).gaps, 1U);
+}
+
+TEST_F(MixSinkTest, ASplitAndTheEndWriteAllThatWaitsBehindLongSilence) {
+    auto sink = mixSink();
+    play(*sink, game_, 0, 4700);
+    play(*sink, game_, 4700 + 441'000, 5170 + 441'000);
+    ASSERT_EQ(sink->split().size(), 1U);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 5170U + 441'000);
+    play(*sink, game_, 5170 + 882'000, 5640 + 882'000);
+    sink->finish();
+    EXPECT_EQ(RecordedFile(folder_.file("out-002.wav")).frames(), 441'000U + 470);
 }
 
 TEST_F(MixSinkTest, AJumpOfTheTimeStampsBecomesSilenceAndJitterDoesNot) {

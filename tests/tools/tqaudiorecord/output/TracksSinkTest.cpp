@@ -120,6 +120,27 @@ TEST_F(TracksSinkTest, UnderHeavyLossMixAndTrackStayTogetherToTheFrame) {
     }
 }
 
+TEST_F(TracksSinkTest, ATrackOfAProcessThatEndsIsCompleteOnceItsLongSilenceIsWritten) {
+    TracksSink sink({folder_.file("tracks")}, names_);
+    ASSERT_TRUE(sink.open());
+    constexpr std::size_t kBack = 60 * 44'100;
+    for (const std::size_t frame : {std::size_t{0}, kBack}) {
+        sink.block(game_, {1, "music", kMixFormat, at(frame), counting(470, frame)});
+    }
+    EXPECT_LT(sink.files().at(0).seconds, 1);
+    sink.processEnded(game_, {});
+    while (sink.files().at(0).seconds < 60) {
+        const double before = sink.files().at(0).seconds;
+        sink.tick(0);
+        ASSERT_GT(sink.files().at(0).seconds, before);
+    }
+    const RecordedFile recorded(folder_.file("tracks/track-1-music.wav"));
+    ASSERT_EQ(recorded.frames(), kBack + 470);
+    EXPECT_EQ(recorded.numberAt(kBack), static_cast<int>(kBack % 30000 + 1));
+    sink.finish();
+    EXPECT_EQ(sink.files().size(), 1U);
+}
+
 struct TrackCase {
     const char* format;
     int subtype;  ///< of a track of floats

@@ -25,6 +25,10 @@ bool hasSound(std::span<const std::byte> frames, const BlockFormat& format) {
     return false;
 }
 
+std::string brokenOffText(const std::string& path) {
+    return path + ": stopped within a long gap of the program's sound";
+}
+
 bool isEndAsked() {
     sigset_t pending;
     return sigpending(&pending) == 0 &&
@@ -82,11 +86,11 @@ void FileSeries::writeSilence(std::uint64_t frames) {
         const std::uint64_t count = std::min(frames, kSilentFrames);
         write(std::span(silence).first(count * format_.frameBytes()));
         frames -= count;
-        if (static_cast<double>(frames) > kLongGap * format_.sampleRate && !failed_ &&
-            isEndAsked()) {
-            fail(plan_.path + ": stopped within a long gap of the program's sound");
-        }
     }
+}
+
+void FileSeries::breakOff() {
+    fail(brokenOffText(plan_.path));
 }
 
 void FileSeries::writeConverted(std::span<const std::byte> frames) {

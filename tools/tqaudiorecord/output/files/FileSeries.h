@@ -33,9 +33,9 @@ class FileSeries {
     [[nodiscard]] bool open();
     /// Whole frames in the stream's format.
     void write(std::span<const std::byte> frames);
-    /// Breaks off, and takes nothing more, when the user asks for the end of the recording: silence
-    /// may be long.
     void writeSilence(std::uint64_t frames);
+    /// Takes nothing more: the user asks for the end while long silence is written.
+    void breakOff();
     /// Adds to problems(); the series goes on.
     void complain(const std::string& problem) { chain_.complain(problem); }
     void refresh();
@@ -74,8 +74,9 @@ class FileSeries {
 /// Whether a block is more than silence.
 [[nodiscard]] bool hasSound(std::span<const std::byte> frames, const BlockFormat& format);
 
-/// Seconds. A gap that takes longer to write is broken off when the recording is to end.
-inline constexpr double kLongGap = 60;
+/// Microseconds. A longer gap is broken off when the recording is to end.
+inline constexpr double kLongGap = 60e6;
+[[nodiscard]] std::string brokenOffText(const std::string& path);
 /// Whether a signal that ends a recording waits to be read by the recorder's loop, which is the one
 /// that calls us. False where these signals are not blocked.
 [[nodiscard]] bool isEndAsked();

@@ -94,16 +94,60 @@ void MatroskaRecording::block(const Block& block) {
     if (failed_ || frameBytes == 0 || block.format.sampleRate < 1) {
         return;
     }
+    if (backlog_.isEmpty() && missingBefore(block) <= Backlog::kAtOnce) {
+        writeNow(block);
+    } else {
+        backlog_.add(block);
+    }
+}
+
+void MatroskaRecording::work(Backlog::Time end, bool mayBreakOff) {
+    backlog_.work(
+        end, [this, mayBreakOff](const Block& block) { return fillStep(block, mayBreakOff); },
+        [this](const Block& block) { writeNow(block); });
+}
+
+/// Of the stream that has come farthest: where that stood still, all have.
+double MatroskaRecording::missingBefore(const Block& block) const {
+    const auto farthest = std::max_element(
+        streams_.begin(), streams_.end(),
+        [](const Stream& one, const Stream& other) { return one.position() < other.position(); });
+    return farthest == streams_.end() ? 0 : farthest->clock.missingBefore(block.microseconds);
+}
+
+bool MatroskaRecording::fillStep(const Block& block, bool mayBreakOff) {
+    const double missing = missingBefore(block);
+    if (failed_ || missing <= Backlog::kAtOnce) {
+        return false;
+    }
+    if (mayBreakOff && missing > kLongGap && isEndAsked()) {
+        fail(brokenOffText(plan_.path));
+        return false;
+    }
+    // Behind a split nothing is in the new file yet.
+    const auto mix = currentMix();
+    if (mix != streams_.end() && mix->inFile == 0 && !beginInFile(*mix)) {
+        return false;
+    }
+    const double before = latest();
+    fillIdle(0, before + Backlog::kStep);
+    return latest() > before;
+}
+
+void MatroskaRecording::writeNow(const Block& block) {
+    if (failed_) {
+        return;
+    }
     forgetGone();
     Stream& stream = *streamOf(block);
-    const std::size_t frames = block.frames.size() / frameBytes;
+    const std::size_t frames = block.frames.size() / block.format.frameBytes();
     const std::uint64_t silence = stream.clock.before(block.microseconds, frames, block.lostFrames);
     stream.unwritten = silence + frames;
     if (stream.clock.takeJump()) {
         chain_.complain(jumpText(plan_.path));
     }
     writeSilence(stream, silence);
-    write(stream, block.frames.first(frames * frameBytes));
+    write(stream, block.frames.first(frames * block.format.frameBytes()));
     if (!chain_.isHeard() && !failed_ && hasSound(block.frames, block.format)) {
         chain_.heard();
     }
@@ -118,10 +162,6 @@ void MatroskaRecording::writeSilence(Stream& stream, std::uint64_t frames) {
         const std::uint64_t count = std::min(frames, kSilentFrames);
         write(stream, std::span(silence).first(count * stream.format.frameBytes()));
         frames -= count;
-        if (static_cast<double>(frames) > kLongGap * stream.format.sampleRate && !failed_ &&
-            isEndAsked()) {
-            fail(plan_.path + ": stopped within a long gap of the program's sound");
-        }
     }
 }
 
@@ -174,14 +214,17 @@ bool MatroskaRecording::beginInFile(Stream& stream) {
     return begun.stream != 0;
 }
 
+std::list<MatroskaRecording::Stream>::iterator MatroskaRecording::currentMix() {
+    return std::find_if(streams_.begin(), streams_.end(),
+                        [](const Stream& one) { return one.track == 0 && one.isCurrent; });
+}
+
 /// The mix is every file's first stream, whoever plays first.
 MatroskaFile::Begun MatroskaRecording::beginBehindMix(Stream& stream) {
     const auto begin = [this](const Stream& one) {
         return file_->begin(titleOf(one), one.format, (one.position() - zero_) / 1e6);
     };
-    const auto mix = std::find_if(streams_.begin(), streams_.end(), [](const Stream& one) {
-        return one.track == 0 && one.isCurrent;
-    });
+    const auto mix = currentMix();
     if (file_->streams() == 0 && mix != streams_.end() && &*mix != &stream) {
         mix->inFile = begin(*mix).stream;
     }
@@ -252,6 +295,7 @@ void MatroskaRecording::cut() {
 }
 
 std::optional<WrittenFile> MatroskaRecording::split() {
+    work(Backlog::Time::max(), true);
     if (file_ == nullptr || file_->streams() == 0) {
         return std::nullopt;
     }
@@ -262,6 +306,7 @@ std::optional<WrittenFile> MatroskaRecording::split() {
 }
 
 void MatroskaRecording::finish() {
+    work(Backlog::Time::max(), true);
     closeFile();
     chain_.finish();
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "output/Backlog.h"
 #include "output/StreamClock.h"
 #include "output/files/FileSeries.h"
 #include "output/matroska/MatroskaFile.h"
@@ -28,6 +29,9 @@ class MatroskaRecording {
     /// When the file begins: host time of the process's first block, in microseconds.
     void beginAt(std::uint64_t microseconds);
     void block(const Block& block);
+    /// Writes what waits behind long silence, until `end`.
+    void catchUp(Backlog::Time end) { work(end, false); }
+    [[nodiscard]] bool isBehind() const { return !backlog_.isEmpty(); }
     /// Brings the disk up to date.
     void refresh();
     /// As FileSeries has it.
@@ -54,7 +58,12 @@ class MatroskaRecording {
         }
     };
     [[nodiscard]] Stream* streamOf(const Block& block);
+    [[nodiscard]] std::list<Stream>::iterator currentMix();
     void forgetGone();
+    void work(Backlog::Time end, bool mayBreakOff);
+    [[nodiscard]] double missingBefore(const Block& block) const;
+    [[nodiscard]] bool fillStep(const Block& block, bool mayBreakOff);
+    void writeNow(const Block& block);
     [[nodiscard]] double latest() const;
     void write(Stream& stream, std::span<const std::byte> frames);
     void writeSilence(Stream& stream, std::uint64_t frames);
@@ -78,6 +87,7 @@ class MatroskaRecording {
     std::uint64_t mixFrames_ = 0;      // in the file under way
     std::list<Stream> streams_;  // stay where they are: one is being written while a file is closed
     std::uint64_t gaps_ = 0;     // of streams that are no more
+    Backlog backlog_;
     bool failed_ = false;
 };
 

@@ -118,6 +118,43 @@ TEST_F(MatroskaSinkTest, WhereAUnitDoesNotPlayThereIsSilenceOfThatLength) {
     EXPECT_EQ(sink->files().at(0).gaps, 1U);
 }
 
+TEST_F(MatroskaSinkTest, LongSilenceIsWrittenALittleInEveryTurnAlsoBehindASplit) {
+    for (const bool isSplit : {false, true}) {
+        auto sink = matroskaSink();
+        playTurns(*sink, 0, 1, [&](std::size_t turn) { playMusic(*sink, turn); });
+        if (isSplit) {
+            ASSERT_EQ(sink->split().size(), 1U);
+        }
+        for (std::size_t turn = 6100; turn < 6200; ++turn) {
+            playMusic(*sink, turn);
+            play(*sink, game_, turn * 441, (turn + 1) * 441);
+        }
+        EXPECT_LT(sink->files().back().seconds, 2) << "blocks must not wait for the silence";
+        double written = -1;
+        for (std::uint64_t elapsed = 10'000'000; sink->files().back().seconds > written;
+             elapsed += kRefreshMicroseconds) {
+            written = sink->files().back().seconds;
+            sink->tick(elapsed);
+        }
+        EXPECT_NEAR(written, isSplit ? 61 : 62, 0.2);
+        sink->finish();
+        EXPECT_THAT(sink->problems(), IsEmpty());
+        const DecodedFile file(sink->files().back().path);
+        const std::size_t before = isSplit ? 0 : 44'100;
+        const DecodedStream& mix = file.stream("mix");
+        ASSERT_EQ(mix.frames(), before + 61 * 44'100);
+        EXPECT_EQ(mix.numberAt(before + 60 * 44'100 - 1), 0);
+        EXPECT_EQ(mix.numberAt(before + 60 * 44'100), 61 * 44'100 % 30'000 + 1);
+        const DecodedStream& music = file.stream("music");
+        EXPECT_LT(music.worstJump, 2e-5);
+        EXPECT_NEAR(music.amplitude(480, music.seconds() - 0.99, music.seconds() - 0.01), 0.5,
+                    0.02);
+        for (const std::string& name : folder_.names()) {
+            std::filesystem::remove(folder_.file(name));
+        }
+    }
+}
+
 TEST_F(MatroskaSinkTest, LostBlocksBecomeSilenceOfTheirLength) {
     auto sink = matroskaSink();
     play(*sink, game_, 0, 4700);
