@@ -87,13 +87,16 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
     deviceWish_ = wish;
     place_ = {};
     const bool hasStarted = orNothing([&] { return device_->start(); });
-    bool hasBegun = hasStarted;
-    // What only listens need not be waited for: a source that sleeps says nothing for seconds.
-    for (int step = 0; wish.isToPlay && hasBegun && gate_->requests() == 0 && !isLost_.load();
+    // Until it drives: a request that met one of the clock's was silence, and so would be the
+    // program's first sound. What only listens need not be waited for: a source that sleeps says
+    // nothing for seconds.
+    for (int step = 0; wish.isToPlay && hasStarted && driver_.load() != Driver::device &&
+                       !isLost_.load() && step < kFirstRequestSteps;
          ++step) {
-        hasBegun = step < kFirstRequestSteps;
         std::this_thread::sleep_for(kFirstRequestStep);
     }
+    // A callback of the clock's request may take longer than that.
+    const bool hasBegun = hasStarted && (!wish.isToPlay || gate_->requests() != 0);
     if (!hasBegun || isLost_.load()) {
         const bool isRefused = !hasStarted && !isLost_.load();
         static_cast<void>(closeDevice(false));  // or at the next look

@@ -100,11 +100,6 @@ void awaitLooks(int count = 3) {
     ASSERT_TRUE(eventually([=] { return scene.looks >= before + count; }));
 }
 
-bool rendersFirstBlock() {
-    scene.heard.load()->renderHeard({64, 0});
-    return true;
-}
-
 TEST(HandoverCare, AProgramThatStopsWhenItIsInterruptedHearsOfTheEnd) {
     Device& device = openBoth();
     HandoverClient heard(true);

@@ -65,6 +65,12 @@ struct Scene {
 
 inline Scene scene;
 
+/// What a device does when it is started.
+inline bool rendersFirstBlock() {
+    scene.heard.load()->renderHeard({64, 0});
+    return true;
+}
+
 class MadeUpClock final : public Backend {
   public:
     std::optional<DeviceFormat> open(BackendHost& host) override {

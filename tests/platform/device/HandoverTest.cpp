@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/ProgramRunner.h"
@@ -194,6 +196,49 @@ TEST(Handover, WithoutADeviceThereIsTheClockAndOneLine) {
     EXPECT_EQ(heard.frames, (std::vector<UInt32>{512}));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "TQ_AUDIO_DEVICE=both: no sound server or card answers, using null\n");
+}
+
+TEST(Handover, WhoIsHeardIsAddedWhenTheDeviceDrivesNotWhenItHasAsked) {
+    /// Holds a request until it is let go.
+    class Holder final : public DeviceClient {
+      public:
+        void render(const DeviceSlice& /*slice*/) noexcept override {
+            isInside = true;
+            isInside.notify_all();
+            mayGoOn.wait(false);
+        }
+        ClientWants wants() const noexcept override { return {}; }
+        std::atomic<bool> isInside{false};
+        std::atomic<bool> mayGoOn{false};
+    };
+    Device& device = openBoth();
+    Holder holder;
+    ASSERT_TRUE(device.addClient(holder));
+    std::thread clock;
+    std::atomic<bool> hasAsked{false};
+    scene.start = [&] {
+        clock = std::thread([] { scene.clock->render({512, 0}); });
+        holder.isInside.wait(false);
+        hasAsked = rendersFirstBlock();  // while the clock does
+        return true;
+    };
+    HandoverClient heard(true);
+    std::atomic<bool> isAdded{false};
+    std::thread host([&] { isAdded = device.addClient(heard); });
+    ASSERT_TRUE(eventually([&] { return hasAsked.load(); }));
+    holder.mayGoOn = true;
+    holder.mayGoOn.notify_all();
+    clock.join();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(isAdded) << "its first block would be the clock's, and not be heard";
+    scene.request();
+    host.join();
+    scene.clock->render({512, 0});  // too late: the device drives
+    scene.request();
+    EXPECT_TRUE(isAdded);
+    EXPECT_EQ(heard.frames, (std::vector<UInt32>{64}));
+    device.removeClient(heard);
+    device.removeClient(holder);
 }
 
 TEST(Handover, APreferredRateIsTheDevices) {
