@@ -122,6 +122,10 @@ void HandoverBackend::stayAsChild() noexcept {
     // A callback has forked: this is the child's only thread, but the server's connection is the
     // parent's. Units that the child starts play on a device of its own.
     forgetAfterFork();
+    rest();
+}
+
+void HandoverBackend::rest() noexcept {
     while (true) {
         pause();
     }
@@ -250,8 +254,14 @@ void HandoverBackend::say(const char* what) const noexcept {
 }
 
 void HandoverBackend::forgetAfterFork() noexcept {
+    // What the program prefers holds on. A name that somebody was just writing may be half a name.
+    HeardWish wish{.sampleRate = care_.wish.sampleRate, .seconds = care_.wish.seconds};
+    if (care_.mutex.try_lock()) {
+        wish.microphone = care_.wish.microphone;
+    }
     // Constructed anew over the old: neither threads nor the server's connection are the child's.
     std::construct_at(&care_);
+    care_.wish = std::move(wish);
     std::construct_at(&clockVerbs_);
     static_cast<void>(device_.release());
     static_cast<void>(gate_.release());

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <AVFoundation/AVFoundation.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -105,6 +107,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void lostHeard() noexcept override;
     /// In the child of a fork, in a request of the device; does not return.
     [[noreturn]] void stayAsChild() noexcept;
+    /// A thread of a child that has nothing more to do there.
+    [[noreturn]] static void rest() noexcept;
 
     /// The format of what drives; in a turn.
     void publish(Driver driver) noexcept;
@@ -155,6 +159,19 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void followPlace();
     /// Whether the device would have another format if it were opened anew.
     [[nodiscard]] bool isStale(const HeardPlace& now) const;
+    // As the functions of the same names. The child of a handler that forks does not return: what
+    // the caretaker looks after is the parent's.
+    template <class Tell>
+    static void asParent(const Tell& tell) noexcept {
+        const pid_t parent = getpid();
+        tell();
+        if (getpid() != parent) {
+            rest();
+        }
+    }
+    static void tellRouteChange(AVAudioSessionRouteChangeReason reason) noexcept;
+    static void tellInterruptionBegan(AVAudioSessionInterruptionReason reason) noexcept;
+    static void tellInterruptionEnded() noexcept;
     /// A line on standard error.
     void say(const char* what) const noexcept;
     /// A process that ends lets what its last unit rendered be played.

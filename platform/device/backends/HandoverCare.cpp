@@ -1,6 +1,8 @@
 // The caretaker of HandoverBackend: looks after the device on a thread of its own.
 
 #include <pthread.h>
+#include <unistd.h>
+
 #include <utility>
 
 #include "device/DeviceNotices.h"
@@ -23,6 +25,18 @@ constexpr int kMostQuietLooks = 40;
 constexpr int kDeafLooks = 2;
 
 }  // namespace
+
+void HandoverBackend::tellRouteChange(AVAudioSessionRouteChangeReason reason) noexcept {
+    asParent([=] { tqplatform::tellRouteChange(reason); });
+}
+
+void HandoverBackend::tellInterruptionBegan(AVAudioSessionInterruptionReason reason) noexcept {
+    asParent([=] { tqplatform::tellInterruptionBegan(reason); });
+}
+
+void HandoverBackend::tellInterruptionEnded() noexcept {
+    asParent([] { tqplatform::tellInterruptionEnded(); });
+}
 
 void HandoverBackend::takeCare() {
     pthread_setname_np(pthread_self(), "TQAudioHandover");

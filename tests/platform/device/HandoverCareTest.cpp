@@ -7,7 +7,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
+#include <fstream>
 #include <new>
+#include <string>
 #include <thread>
 
 #include "platform/device/HandoverScene.h"
@@ -569,6 +572,69 @@ TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {
     ASSERT_TRUE(device.addClient(heard));
     EXPECT_FALSE(device.preferDuration(0.02));
     device.removeClient(heard);
+}
+
+TEST(HandoverCare, AChildHasWhatTheProgramPrefers) {
+    Device& device = openBoth();
+    ASSERT_TRUE(device.preferRate(32000));
+    ASSERT_TRUE(device.preferDuration(0.02));
+    ASSERT_TRUE(device.preferMicrophone("headset"));
+    const pid_t child = fork();
+    if (child == 0) {
+        device.resetAfterFork();
+        HandoverClient heard(true);
+        const HeardWish& wish = scene.wish;
+        _exit(device.addClient(heard) && wish.sampleRate == 32000 && wish.seconds == 0.02 &&
+                      wish.microphone == "headset"
+                  ? 7
+                  : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+/// Whether a process sleeps, however often it is looked at; false once it has ended.
+bool isAsleepForGood(pid_t process) {
+    constexpr int kLooks = 20;
+    int asleep = 0;
+    return eventually([&] {
+               std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+               std::string number, name, state;
+               file >> number >> name >> state;
+               asleep = state == "S" ? asleep + 1 : 0;
+               return asleep == kLooks || state == "Z";
+           }) &&
+           asleep == kLooks;
+}
+
+TEST(HandoverCare, AChildThatANoticesHandlerForksDoesNotLookAfterTheParentsDevice) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    std::atomic<pid_t> child{0};
+    NSNotificationCenter::defaultCenter().addObserver(
+        &child,
+        [&](const NSNotification&) {
+            const pid_t forked = fork();
+            if (forked == 0) {
+                device.resetAfterFork();
+            }
+            child = forked;
+        },
+        AVAudioSessionRouteChangeNotification, nullptr);
+    ASSERT_TRUE(device.addClient(both));
+    {
+        const Speakers speakers;
+        scene.isMicrophoneThere = false;
+        ASSERT_TRUE(eventually([&] { return child != 0; }));
+        NSNotificationCenter::defaultCenter().removeObserver(&child);
+        EXPECT_TRUE(isAsleepForGood(child));
+    }
+    kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    device.removeClient(both);
 }
 
 TEST(HandoverCare, AChildLetsGoOfWhatTheMachineWaitsFor) {

@@ -29,6 +29,7 @@ struct Scene {
     std::atomic<bool> starts{true};
     std::atomic<Float64> refusedRate{0};  ///< that the device cannot play at
     DeviceFormat format{44100, 2, 1, 4096, 256};
+    HeardWish wish{};  ///< the device was opened with
     BackendHost* clock = nullptr;
     std::atomic<HeardHost*> heard{nullptr};
     std::function<bool()> start{};   ///< what the device does when it is started, instead
@@ -100,6 +101,7 @@ class MadeUpDevice final : public HeardDevice {
     }
     std::optional<DeviceFormat> open(HeardHost& host, const HeardWish& wish) override {
         scene.note(wish.isToPlay ? "open device" : "open microphone");
+        scene.wish = wish;
         scene.heard = &host;
         DeviceFormat format = scene.format;
         format.sampleRate = wish.sampleRate > 0 ? wish.sampleRate : format.sampleRate;
