@@ -43,10 +43,6 @@ class Outputs : public SinkSet {
     void event(const Process& process, const Event& event) override;
     [[nodiscard]] ControlAnswer control(const ControlCommand& command) override;
     [[nodiscard]] std::vector<ControlAnswer> lateAnswers() override;
-    [[nodiscard]] bool isSaving() const override {
-        return replay_ != nullptr && replay_->isSaving();
-    }
-    void giveUpSaves() override;
 
     void notice(const std::string& line) override;
     /// Shows problems as they come up.

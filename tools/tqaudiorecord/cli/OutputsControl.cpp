@@ -144,12 +144,6 @@ std::vector<ControlAnswer> Outputs::lateAnswers() {
     return answers;
 }
 
-void Outputs::giveUpSaves() {
-    if (replay_ != nullptr) {
-        replay_->giveUpSaves();
-    }
-}
-
 ControlAnswer Outputs::answerOf(ReplaySaved saved) const {
     if (!saved.problems.empty()) {
         return {false, printable(saved.problems.back()) + "\n"};

@@ -22,7 +22,7 @@ namespace {
 
 // At the end the recorder waits this long for the reader to take the next piece, as often as it
 // does.
-constexpr int kLastPatienceMilliseconds = 5000;
+constexpr std::chrono::seconds kLastPatience{5};
 
 // Seconds. A launcher that keeps a silent stream open does not keep its game out.
 constexpr double kMostSilence = 1;
@@ -101,9 +101,15 @@ bool PipeSink::isHolderSilent() const {
 }
 
 void PipeSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
+    movedAt_ = Clock::now();
     if (holder_ == process.id) {
         holder_.reset();
     }
+}
+
+bool PipeSink::isSaving() const {
+    return !closed_ && !isGivenUp_ && sent_ < waiting_.size() &&
+           Clock::now() - movedAt_ < kLastPatience;
 }
 
 void PipeSink::block(const Process& process, const Block& block) {
@@ -126,7 +132,7 @@ void PipeSink::block(const Process& process, const Block& block) {
         silence -= count;
     }
     queue(block.frames.first(frames * frameBytes));
-    drain(0);
+    drain();
 }
 
 void PipeSink::queue(std::span<const std::byte> bytes) {
@@ -134,7 +140,7 @@ void PipeSink::queue(std::span<const std::byte> bytes) {
         return;
     }
     if (waiting_.size() - sent_ + bytes.size() > mostBytes_) {
-        drain(0);
+        drain();
     }
     if (waiting_.size() - sent_ + bytes.size() > mostBytes_) {
         refused_ += bytes.size();
@@ -148,14 +154,11 @@ void PipeSink::queue(std::span<const std::byte> bytes) {
     waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
 }
 
-void PipeSink::drain(int patienceMilliseconds) {
+void PipeSink::drain() {
     while (!closed_ && sent_ < waiting_.size()) {
         pollfd ready{descriptor_, POLLOUT, 0};
-        const int count = ::poll(&ready, 1, patienceMilliseconds);
+        const int count = ::poll(&ready, 1, 0);
         if (count < 0 && errno == EINTR) {
-            if (patienceMilliseconds > 0) {
-                return;  // a signal: the user does not want to wait
-            }
             continue;
         }
         if (count <= 0) {
@@ -167,6 +170,7 @@ void PipeSink::drain(int patienceMilliseconds) {
         if (written >= 0) {
             sent_ += static_cast<std::size_t>(written);
             taken_ += static_cast<std::uint64_t>(written);
+            movedAt_ = Clock::now();
         } else if (errno == EPIPE) {
             closed_ = true;
             reason_ = "standard output was closed by its reader";
@@ -180,7 +184,7 @@ void PipeSink::drain(int patienceMilliseconds) {
 }
 
 void PipeSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
-    drain(0);
+    drain();
     // Without a write there is no EPIPE; poll() reports a reader that has gone as POLLERR.
     pollfd state{descriptor_, 0, 0};
     if (!closed_ && ::poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0) {
@@ -190,7 +194,7 @@ void PipeSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
 }
 
 void PipeSink::finish() {
-    drain(kLastPatienceMilliseconds);
+    drain();
     if (!closed_ && sent_ < waiting_.size()) {
         refused_ += waiting_.size() - sent_;
     }

@@ -30,7 +30,12 @@ class PipeSink : public Sink {
     void block(const Process& process, const Block& block) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
+    /// Whether the reader may take more of what waits: it took something a moment ago, or the last
+    /// process has just ended.
+    [[nodiscard]] bool isSaving() const override;
+    void giveUpSaves() override { isGivenUp_ = true; }
     [[nodiscard]] std::string reasonToEnd() const override { return reason_; }
+    /// What the reader has not taken by now is lost.
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override;
     /// What the reader has taken so far.
@@ -45,7 +50,7 @@ class PipeSink : public Sink {
     [[nodiscard]] bool takes(const Process& process, const Block& block);
     [[nodiscard]] bool isHolderSilent() const;
     void queue(std::span<const std::byte> bytes);
-    void drain(int patienceMilliseconds);
+    void drain();
     void completeHeader() const;
 
     int descriptor_;
@@ -55,7 +60,9 @@ class PipeSink : public Sink {
     Clock::time_point heardAt_;              ///< when it delivered last
     std::map<std::string, double> leftOut_;  ///< seconds, by the program's name
     std::vector<std::byte> waiting_;
-    std::size_t sent_ = 0;  // of what waits
+    std::size_t sent_ = 0;       // of what waits
+    Clock::time_point movedAt_;  // when the reader took something last
+    bool isGivenUp_ = false;
     std::unique_ptr<StreamClock> clock_;
     std::uint64_t headerBytes_ = 0;
     off_t headerAt_ = -1;      // of a header that can be completed; -1 for none

@@ -1,5 +1,7 @@
 #include "output/SinkSet.h"
 
+#include <algorithm>
+
 namespace tqrecorder {
 
 void SinkSet::processBegan(const Process& process) {
@@ -60,6 +62,17 @@ void SinkSet::processEnded(const Process& process, const HostFacts& facts) {
 void SinkSet::tick(std::uint64_t elapsedMicroseconds) {
     for (const auto& sink : sinks_) {
         sink->tick(elapsedMicroseconds);
+    }
+}
+
+bool SinkSet::isSaving() const {
+    return std::any_of(sinks_.begin(), sinks_.end(),
+                       [](const auto& sink) { return sink->isSaving(); });
+}
+
+void SinkSet::giveUpSaves() {
+    for (const auto& sink : sinks_) {
+        sink->giveUpSaves();
     }
 }
 

@@ -139,9 +139,10 @@ void RecordingSession::waitForSaves(const RecordingResult& result) {
             return;
         }
         if (Clock::now() - begin > kSilentWait) {
-            tellOnce(isTold,
-                     "clips that were asked for are still being written; another Ctrl-C cuts them "
-                     "off");
+            tellOnce(
+                isTold,
+                "what was asked for is still on its way to disk or reader; another Ctrl-C cuts "
+                "it off");
         }
         poll(nullptr, 0, static_cast<int>(kEndPause.count()));
         (void)takeCommands();

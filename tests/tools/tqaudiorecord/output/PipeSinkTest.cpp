@@ -123,6 +123,31 @@ TEST_F(PipeSinkTest, NeverWaitsForASlowReaderAndLosesNothingWithinItsRoom) {
     EXPECT_THAT(sink.problems(), testing::IsEmpty());
 }
 
+TEST_F(PipeSinkTest, AtTheEndAReaderThatStillTakesIsWaitedForUntilThatIsGivenUp) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    for (std::size_t block = 0; block < 600; ++block) {
+        sink.block(game_, mixBlock(counting(441, block * 441), 1000 + block * 10'000));
+    }
+    sink.processEnded(game_, {});
+    EXPECT_TRUE(sink.isSaving());
+    EXPECT_FALSE(readAll().empty());
+    sink.tick(100'000);
+    EXPECT_TRUE(sink.isSaving());
+    sink.giveUpSaves();
+    EXPECT_FALSE(sink.isSaving());
+    sink.finish();
+    EXPECT_THAT(sink.problems(),
+                testing::ElementsAre(
+                    "standard output: its reader was too slow and missed part of the sound"));
+}
+
+TEST_F(PipeSinkTest, WhatIsTakenLeavesNothingToWaitFor) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    sink.block(game_, mixBlock(counting(441, 0), 1000));
+    sink.processEnded(game_, {});
+    EXPECT_FALSE(sink.isSaving());
+}
+
 TEST_F(PipeSinkTest, WhatGoesOverItsRoomIsCountedAsAProblem) {
     PipeSink sink(writer_, PipeSink::Shape::kRaw, 100'000);
     for (std::size_t block = 0; block < 600; ++block) {

@@ -220,7 +220,7 @@ TEST_F(Session, ClipsAreWaitedForAndASecondSignalGivesThemUp) {
     EXPECT_EQ(sink.finishes, 1);
     // The second signal was for the clips: the host is ended as politely as ever.
     EXPECT_THAT(sink.notices,
-                testing::ElementsAre(testing::HasSubstr("clips that were asked for are still")));
+                testing::ElementsAre(testing::HasSubstr("what was asked for is still")));
 }
 
 TEST_F(Session, WhoIsKilledIsNamed) {
