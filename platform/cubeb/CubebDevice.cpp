@@ -35,6 +35,9 @@ constexpr int kDrainSteps = 250;
 
 /// Of the first server or driver that was reached without being named; null before. The process's.
 std::atomic<const char*> theKind{nullptr};
+/// Of the microphone that was there last: while there is none, what is heard is silence in as many,
+/// and who listens keeps its callbacks. 0 before the first, the process's.
+std::atomic<UInt32> theHeardChannels{0};
 
 }  // namespace
 
@@ -131,6 +134,9 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     isToPlay_ = wish.isToPlay;
     microphoneName_ = wish.microphone;
     inputChannels_ = microphone().channels;
+    if (inputChannels_ > 0) {
+        theHeardChannels.store(inputChannels_, std::memory_order_relaxed);
+    }
     if (kind_.empty()) {
         // While its server is away a card that answers is not taken for good in its place.
         theKind.store(reached_, std::memory_order_relaxed);
@@ -139,7 +145,7 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     // the moment of asking, or nothing.
     return DeviceFormat{.sampleRate = static_cast<Float64>(sampleRate_),
                         .outputChannels = kChannels,
-                        .inputChannels = inputChannels_,
+                        .inputChannels = theHeardChannels.load(std::memory_order_relaxed),
                         .maximumFrames = kMaximumFrames,
                         .usualFrames = latencyFrames_ / kRequestsInHand,
                         .outputLatency = isToPlay_ ? latencyFrames_ : 0,

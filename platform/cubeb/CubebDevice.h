@@ -95,8 +95,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     bool isJack_ = false;
     bool isToPlay_ = true;
     std::string microphoneName_;  ///< empty for the default, which is no monitor of speakers
-    UInt32 inputChannels_ = 0;
-    UInt32 inHand_ = 0;  ///< frames between the microphone and the speakers at first
+    UInt32 inputChannels_ = 0;    ///< 0 where there is no microphone
+    UInt32 inHand_ = 0;           ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.
     std::unique_ptr<tqcommon::DriftFifo> heard_;
     std::vector<float> heardBlock_;       ///< of one request

@@ -236,6 +236,27 @@ TEST(CubebDevice, AMicrophoneThatStandsStillIsNotOpenUntilItBringsSomething) {
     EXPECT_EQ(host.losses, 0) << "the speakers go on";
 }
 
+TEST(CubebDevice, WhileTheMicrophoneIsAwayThereIsSilenceInAsManyChannels) {
+    theServer.microphones = 0;
+    Host host;
+    CubebDevice never("");
+    EXPECT_EQ(never.open(host, {})->inputChannels, 0U) << "there never was one";
+    theServer.microphones = 1;
+    CubebDevice before("");
+    EXPECT_EQ(before.open(host, {})->inputChannels, 1U);
+    theServer.microphones = 0;
+    CubebDevice away("");
+    const auto format = away.open(host, {});
+    ASSERT_TRUE(format && away.start() && away.hear(true));
+    EXPECT_EQ(format->inputChannels, 1U);
+    EXPECT_FALSE(away.isHearing());
+    std::vector<float> played(2 * 512);
+    theServer.play(played);
+    EXPECT_EQ(host.heard, std::vector<float>{}) << "which is silence";
+    theServer.microphones = 1;
+    EXPECT_FALSE(away.hear(true)) << "it is opened anew when one is plugged in";
+}
+
 TEST(CubebDevice, ARequestThatComesWhileItEndsIsAnswered) {
     Host host;
     auto device = playing(host);
