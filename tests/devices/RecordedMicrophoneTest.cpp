@@ -179,13 +179,16 @@ TEST_F(RecordedMicrophone, OneThatIsMutedIsSaid) {
 
 TEST_F(RecordedMicrophone, WithoutAServerTheRecordingGoesOn) {
     Environment none = withoutServers(folder_);
-    ProgramSetup recorder = setup({"--mic"}, noise_);
+    ProgramSetup recorder = setup({"--mic", "--duck", "--duck-on", "microphone"}, noise_);
     recorder.environment.insert(none.begin(), none.end());
     recorder.environment["PULSE_SERVER"] = none["PULSE_SERVER"];
     recorder.environment["TQ_AUDIO_DEVICE"] = "auto";
     const ProgramEnd end = runProgram(kept(recorder, folder_.path()));
     EXPECT_EQ(end.code, 0) << end.text();
-    EXPECT_NE(end.errors.find("there is no microphone"), std::string::npos) << end.text();
+    EXPECT_NE(end.errors.find("there is no microphone, since no sound server or card can be "
+                              "reached; one that comes later is not heard. Nothing is ducked\n"),
+              std::string::npos)
+        << end.text();
     EXPECT_NE(end.text().find("Microphone: there was none"), std::string::npos) << end.text();
 }
 
@@ -229,6 +232,35 @@ TEST_F(RecordedMicrophone, DucksTheProgramWhileItIsLoud) {
     EXPECT_EQ(end.code, 0) << end.text();
     EXPECT_NEAR(loudestOf(track("unit-").part(72000, 20000)), 0.05, 0.01) << end.text();
     EXPECT_FALSE(std::filesystem::exists(file("tracks/track-8-microphone.wav")));
+}
+
+TEST_F(RecordedMicrophone, OneThatIsMutedAndDucksIsSaid) {
+    pactl({"load-module", "module-null-source", "source_name=throat"});
+    const ProgramEnd end = record({"--duck", "--duck-on", "microphone"}, noise_);
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("Microphone: it heard nothing at all, so that nothing was ducked"),
+              std::string::npos)
+        << end.text();
+    EXPECT_FALSE(std::filesystem::exists(file("mix-microphone.wav")));
+}
+
+TEST_F(RecordedMicrophone, OneThatIsUnpluggedAndDucksIsSaidOnceAndInTheSummary) {
+    pactl({"load-module", "module-remap-source", "master=cap.monitor", "source_name=throat"});
+    pactl({"set-default-source", "throat"});
+    Kept program(setup({"--duck", "--duck-on", "microphone"},
+                       {"start2", "sleep:1", "say", "await:" + file("out"), "stop2"}),
+                 folder_.path());
+    const auto says = [&](const char* line) {
+        return eventually([&] { return program.text().find(line) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("descriptors=")) << program.text();
+    pactl({"unload-module", "module-remap-source"});
+    EXPECT_TRUE(says("tqaudiorecord: the microphone is away; nothing is ducked until it is back"))
+        << program.text();
+    std::ofstream(file("out")) << "out";
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("s, in which nothing was ducked"), std::string::npos) << end.text();
 }
 
 }  // namespace

@@ -21,7 +21,10 @@
 namespace tqrecorder {
 
 Outputs::Outputs(const Options& options, Screen& screen, int standardOutput)
-    : options_(options), screen_(screen), standardOutput_(standardOutput) {
+    : options_(options),
+      screen_(screen),
+      standardOutput_(standardOutput),
+      voiceFacts_(options.isDuckedByVoice()) {
     if (options.microphone) {
         voice_.emplace(
             [this](const Process& process, const Block& block) { SinkSet::block(process, block); },
@@ -356,7 +359,9 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
     }
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
                        printableAll(silence)) +
-           (options_.microphone ? voiceFacts_.line(options_.microphoneName) : "");
+           (options_.microphone || options_.isDuckedByVoice()
+                ? voiceFacts_.line(options_.microphoneName)
+                : "");
 }
 
 }  // namespace tqrecorder

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/Control.h"
+#include "core/Records.h"
 
 namespace tqrecorder {
 
@@ -67,6 +68,9 @@ struct Options {
 
     bool armGuard = true;
     double ringSeconds = 10;  ///< of sound that the shared ring holds
+
+    /// Whether the microphone decides when to duck.
+    [[nodiscard]] bool isDuckedByVoice() const { return duck && duckOn == kMicrophoneName; }
 };
 
 }  // namespace tqrecorder

@@ -18,7 +18,8 @@ class Sink {
 
     virtual void processBegan(const Process&) {}
     virtual void block(const Process&, const Block&) {}
-    /// What the microphone heard, with --mic; the one who gets it lays it beside the mix.
+    /// What the microphone heard, with --mic or where it ducks; with --mic the one who gets it
+    /// lays it beside the mix.
     virtual void heard(const HeardBlock&) {}
     /// `blocks` (`bytes` of sound) found no room in the shared ring since the last call. Which
     /// stream they are missing from says Block::lostFrames.

@@ -44,7 +44,7 @@ bool Microphone::start(const std::string& name, std::string& error) {
     const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
                                            kAudioUnitManufacturer_Apple, 0, 0};
     // A device without any to choose from is one of silence.
-    static_cast<void>(TQPreferMicrophone(name.c_str()));
+    hasChoice_ = TQPreferMicrophone(name.c_str()) == noErr;
     OSStatus status = AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
     const auto set = [&](AudioUnitPropertyID id, AudioUnitScope scope, AudioUnitElement element,
                          const auto& value) {
@@ -87,6 +87,11 @@ void Microphone::stop() {
 
 bool Microphone::isOpen() {
     return TQIsHearing() != 0;
+}
+
+bool Microphone::mayCome() const {
+    const auto ignore = [](void*, const TQDeviceDescription*) {};
+    return hasChoice_ && TQListDevices(ignore, nullptr) == noErr;
 }
 
 OSStatus Microphone::listen(void* self, AudioUnitRenderActionFlags* flags,

@@ -58,7 +58,7 @@ bool RecordingSession::prepare(std::string& error) {
 
 /// Opens what decides when to duck, and the microphone.
 bool RecordingSession::listen(std::string& error) {
-    const bool isDuckedByVoice = options_.duck && options_.duckOn == kMicrophoneName;
+    const bool isDuckedByVoice = options_.isDuckedByVoice();
     if (options_.duck && !options_.duckOn.empty() && !isDuckedByVoice) {
         duckSource_ = DuckSource::open(options_.duckOn, error);
         if (duckSource_ == nullptr) {
@@ -78,13 +78,20 @@ bool RecordingSession::listen(std::string& error) {
     }
     if (isDuckedByVoice) {
         duckSource_ = DuckSource::of(*microphone_);
+        voiceWatch_.emplace();
     }
     if (!Microphone::isOpen()) {
         const std::string name =
             options_.microphoneName.empty() ? "" : " called " + printable(options_.microphoneName);
-        warnings_.push_back("there is no microphone" + name +
-                            "; tqplatform-devices lists what there is" +
-                            (isDuckedByVoice ? ". Nothing is ducked before one comes" : ""));
+        const bool mayCome = microphone_->mayCome();
+        const std::string why =
+            mayCome ? "; tqplatform-devices lists what there is"
+                    : ", since no sound server or card can be reached; one that comes later is not "
+                      "heard";
+        const std::string unducked =
+            mayCome ? ". Nothing is ducked before one comes" : ". Nothing is ducked";
+        warnings_.push_back("there is no microphone" + name + why +
+                            (isDuckedByVoice ? unducked : ""));
     }
     return true;
 }

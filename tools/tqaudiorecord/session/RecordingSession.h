@@ -21,6 +21,7 @@
 #include "session/ProcessTree.h"
 #include "session/SignalGate.h"
 #include "session/TappedProcess.h"
+#include "session/VoiceWatch.h"
 
 namespace tqrecorder {
 
@@ -127,6 +128,7 @@ class RecordingSession {
     HostProgram program_;
     std::unique_ptr<Microphone> microphone_;  ///< with --mic, or where it ducks
     std::unique_ptr<DuckSource> duckSource_;
+    std::optional<VoiceWatch> voiceWatch_;  ///< where the microphone ducks
     std::vector<std::string> warnings_;
     Acceptor acceptor_;
     ControlServer control_;

@@ -98,9 +98,15 @@ void RecordingSession::takeConnection(Connection connection) {
 }
 
 void RecordingSession::takeHeard() {
-    if (options_.microphone) {
-        microphone_->take([this](const HeardBlock& block) { sink_.heard(block); });
+    if (microphone_ == nullptr) {
+        return;
     }
+    microphone_->take([this](const HeardBlock& block) {
+        sink_.heard(block);
+        if (const std::string line = voiceWatch_ ? voiceWatch_->add(block) : ""; !line.empty()) {
+            sink_.notice(line);
+        }
+    });
 }
 
 void RecordingSession::drain(milliseconds turn) {

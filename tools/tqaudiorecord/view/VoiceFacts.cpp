@@ -20,11 +20,14 @@ void VoiceFacts::add(const HeardBlock& block) {
 
 std::string VoiceFacts::line(const std::string& name) const {
     const std::string which = name.empty() ? "" : " " + printable(name);
+    const std::string unducked = isToDuck_ ? ", so that nothing was ducked" : "";
     if (!wasOpen_) {
-        return "Microphone" + which + ": there was none; tqplatform-devices lists what there is\n";
+        return "Microphone" + which + ": there was none" + unducked +
+               "; tqplatform-devices lists what there is\n";
     }
     if (!hasSound_) {
-        return "Microphone" + which + ": it heard nothing at all; is it muted or switched off?\n";
+        return "Microphone" + which + ": it heard nothing at all" + unducked +
+               "; is it muted or switched off?\n";
     }
     const double away = static_cast<double>(awayFrames_) / kMixFormat.sampleRate;
     constexpr double kLeastSeconds = 0.1;
@@ -32,8 +35,9 @@ std::string VoiceFacts::line(const std::string& name) const {
         return {};
     }
     std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), ": it was away for %.1f s, which are silence\n", away);
-    return "Microphone" + which + text.data();
+    std::snprintf(text.data(), text.size(), ": it was away for %.1f s, ", away);
+    return "Microphone" + which + text.data() +
+           (isToDuck_ ? "in which nothing was ducked\n" : "which are silence\n");
 }
 
 }  // namespace tqrecorder

@@ -9,12 +9,16 @@ namespace tqrecorder {
 /// What became of the microphone, for the summary. [one host thread at a time]
 class VoiceFacts {
   public:
+    /// `isToDuck` where something is ducked while it is loud.
+    explicit VoiceFacts(bool isToDuck) : isToDuck_(isToDuck) {}
+
     void add(const HeardBlock& block);
-    /// Why its track is silent, all of it or a part; empty when it is not. `name` is the one that
-    /// was asked for, empty for the default.
+    /// Why it was silent, all the time or a part of it; empty when it is not. `name` is the one
+    /// that was asked for, empty for the default.
     [[nodiscard]] std::string line(const std::string& name) const;
 
   private:
+    bool isToDuck_;
     std::uint64_t frames_ = 0;
     std::uint64_t awayFrames_ = 0;
     bool wasOpen_ = false;
