@@ -70,6 +70,8 @@ class BackendHost {
     /// before this returns: a backend that learns of it elsewhere waits for its own thread first.
     /// A format out of range counts as lost.
     virtual void changed(const DeviceFormat& format) noexcept = 0;
+    /// [any thread] As Device::isNewFormat().
+    [[nodiscard]] virtual bool isNewFormat() noexcept = 0;
     /// [any thread] What the backend plays on is gone: an unplugged device, a server that died. No
     /// render() begins after this. The device ends the backend soon, on a thread of its own, and
     /// goes on with another one; a second call changes nothing.

@@ -35,6 +35,7 @@ std::unique_ptr<Device> Device::open(std::string_view name, std::span<const Back
     if (!device->take(name)) {
         return nullptr;
     }
+    static_cast<void>(device->isNewFormat());  // what it is like at first is no news
     return device;
 }
 
@@ -128,6 +129,16 @@ bool Device::preferRate(Float64 sampleRate) {
 
 bool Device::hasRefusedRate() {
     return asked([](Backend& backend, bool /*mayWait*/) { return backend.hasRefusedRate(); });
+}
+
+bool Device::isNewFormat() noexcept {
+    const Float64 rate = sampleRate();
+    const UInt32 outputs = outputChannels();
+    const UInt32 inputs = inputChannels();
+    const bool isNewRate = toldRate_.exchange(rate) != rate;
+    const bool isNewOutput = toldOutputs_.exchange(outputs) != outputs;
+    const bool isNewInput = toldInputs_.exchange(inputs) != inputs;
+    return isNewRate || isNewOutput || isNewInput;
 }
 
 bool Device::preferDuration(Float64 seconds) {

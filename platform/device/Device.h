@@ -75,6 +75,10 @@ class Device final : private BackendHost {
     /// [host thread] Whether a microphone is open; false on a clock, whose microphone is silence.
     [[nodiscard]] bool isHearing();
 
+    /// [any thread] Whether programs have not been told of the rate and the channels that hold now.
+    /// From here on they count as told: the caller does it. [real-time safe]
+    [[nodiscard]] bool isNewFormat() noexcept override;
+
     /// [host thread] For calls of its own that a backend offers to programs.
     [[nodiscard]] Backend& backend() noexcept { return *backend_; }
 
@@ -140,9 +144,13 @@ class Device final : private BackendHost {
     std::atomic<UInt32> sliceFrames_{0};  ///< written in renders; says nothing about other memory
     std::atomic<bool> running_{false};    ///< start() was the last verb; written under verbs_
     std::atomic<bool> lost_{false};       ///< the backend has to be replaced
-    Float64 preferredRate_ = 0;           ///< under verbs_; 0 while nobody asked for one
-    Float64 preferredSeconds_ = 0;        ///< the same for the length of a slice
-    std::string preferredMicrophone_;     ///< the same; empty for the default
+    // As programs were told last; those of the first backend they know.
+    std::atomic<Float64> toldRate_{0};
+    std::atomic<UInt32> toldOutputs_{0};
+    std::atomic<UInt32> toldInputs_{0};
+    Float64 preferredRate_ = 0;        ///< under verbs_; 0 while nobody asked for one
+    Float64 preferredSeconds_ = 0;     ///< the same for the length of a slice
+    std::string preferredMicrophone_;  ///< the same; empty for the default
     /// Clients that are about to be added, who are to be heard and who listen.
     std::atomic<int> comingHeard_{0};
     std::atomic<int> comingHearing_{0};

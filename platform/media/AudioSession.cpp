@@ -175,7 +175,6 @@ class Session {
         const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;
         const bool isDuration = id == kAudioSessionProperty_PreferredHardwareIOBufferDuration;
         const std::optional<Value> before = value(id);
-        const std::optional<Value> rateBefore = hardwareRate();
         if (isRate && !tqplatform::sharedDevice().preferRate(std::get<Float64>(newValue))) {
             return kAudioSessionUnspecifiedError;
         }
@@ -186,8 +185,9 @@ class Session {
         if (before != newValue) {
             callListeners(id, newValue);
         }
-        // Whoever renders at the device's rate has to learn of another one.
-        if (isRate && hardwareRate() != rateBefore) {
+        // Whoever renders at the device's rate has to learn of another one. A device that takes
+        // long to change tells it itself.
+        if (isRate && tqplatform::sharedDevice().isNewFormat()) {
             tqplatform::tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
         }
         if (isRate || isDuration) {
@@ -211,10 +211,6 @@ class Session {
     }
 
   private:
-    [[nodiscard]] static std::optional<Value> hardwareRate() {
-        return hardwareValue(kAudioSessionProperty_CurrentHardwareSampleRate);
-    }
-
     /// Until a program asks for something, what the device does is what is preferred.
     [[nodiscard]] std::optional<Value> preferredValue(AudioSessionPropertyID id) {
         const bool isRate = id == kAudioSessionProperty_PreferredHardwareSampleRate;

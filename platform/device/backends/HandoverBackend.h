@@ -102,6 +102,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     AudioTimeStamp render(const BlockRequest& block) noexcept override;
     void changed(const DeviceFormat& format) noexcept override;
     void lost() noexcept override;
+    bool isNewFormat() noexcept override { return host_->isNewFormat(); }
     // What the device calls.
     void renderHeard(const BlockRequest& block) noexcept override;
     void lostHeard() noexcept override;
@@ -144,8 +145,11 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool driveByClock();
     /// While nothing plays: asks the device whether it would play at the wish's rate.
     void tryRate(const HeardWish& wish);
-    /// The device has refused that rate: the one that it took last holds again.
-    void refuseRate(Float64 sampleRate);
+    /// The device has refused that rate: the one that it took last holds again. False when whoever
+    /// prefers it waits for the answer; else it is told.
+    bool refuseRate(Float64 sampleRate);
+    /// Whether a format has to be told that was not asked for, or by nobody who waits for it.
+    [[nodiscard]] bool isNews(bool isRateRefused);
     /// While the machine sleeps the device is closed: an interruption.
     void heedSleep();
     /// What goes on without a request: the device stands still, or was moved.

@@ -100,7 +100,14 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         const bool stoodStill = stoodStill_;
         const Float64 wishedRate = wish.sampleRate;
         isThere = openDevice(wish);
+        const bool isRateRefused = wish.sampleRate != wishedRate;
+        const bool isRefusalTold = isRateRefused && refuseRate(wishedRate);
+        const bool isOther = isThere && isNews(isRateRefused) && !isRefusalTold;
         if (isThere && isInterrupted_) {
+            if (isOther) {
+                // Who resumes at the end knows what with.
+                tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+            }
             isInterrupted_ = false;
             tellInterruptionEnded();
         } else if (isThere && isLost && !stoodStill) {
@@ -109,6 +116,8 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
         } else if (isThere && isDeafAlone_ && !wish.isToPlay) {
             tellHearing(true);
+        } else if (isOther) {
+            tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
         } else if (!isThere && !wish.isToPlay) {
             tellHearing(false);
         } else if (!isThere && hasRun_ && !isInterrupted_) {
@@ -119,9 +128,6 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             saidThatItCannot_ = true;
             say("what answers cannot play, using null until it can");
         }
-        if (wish.sampleRate != wishedRate) {
-            refuseRate(wishedRate);
-        }
     } else if (isMeeting) {
         isThere = meetDevice(wish);
     } else if (isTrying && !isWanted) {
@@ -130,6 +136,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     isDeafAlone_ = isHearing && !isThere && !wish.isToPlay;
     if (isInterrupted_ && !isAsleep_ && (!isWanted || isDeafAlone_) && meetDevice(wish)) {
         // What was interrupted is there again, though nobody plays on it or there is no microphone.
+        if (isNews(false)) {
+            tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+        }
         isInterrupted_ = false;
         tellInterruptionEnded();
     }

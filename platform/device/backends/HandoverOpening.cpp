@@ -67,7 +67,9 @@ std::unique_ptr<HeardDevice> HandoverBackend::reachDevice(const HeardWish& wish)
             isTold = true;
         }
     }
-    wasOpen_.store(true);
+    if (!wasOpen_.exchange(true)) {
+        static_cast<void>(host_->isNewFormat());  // what it is like at first is no change
+    }
     return device;
 }
 
@@ -126,12 +128,22 @@ void HandoverBackend::tryRate(const HeardWish& wish) {
     }
 }
 
-void HandoverBackend::refuseRate(Float64 sampleRate) {
+bool HandoverBackend::isNews(bool isRateRefused) {
+    {
+        const std::lock_guard lock(care_.mutex);
+        if (care_.awaitsRate && !isRateRefused) {
+            return false;  // who set it tells it
+        }
+    }
+    return host_->isNewFormat();
+}
+
+bool HandoverBackend::refuseRate(Float64 sampleRate) {
     bool isAwaited = false;
     {
         const std::lock_guard lock(care_.mutex);
         if (care_.wish.sampleRate != sampleRate) {
-            return;  // another is wished for by now
+            return false;  // another is wished for by now
         }
         care_.wish.sampleRate = takenRate_;
         isAwaited = care_.awaitsRate;
@@ -141,6 +153,7 @@ void HandoverBackend::refuseRate(Float64 sampleRate) {
         // The program took it for granted.
         tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
     }
+    return !isAwaited;
 }
 
 void HandoverBackend::playOutAtExit() noexcept {

@@ -103,6 +103,27 @@ void awaitLooks(int count = 3) {
     ASSERT_TRUE(eventually([=] { return scene.looks >= before + count; }));
 }
 
+/// A program whose callback takes as long as the test says.
+class SlowClient final : public DeviceClient {
+  public:
+    ~SlowClient() { goOn(); }
+    void render(const DeviceSlice& /*slice*/) noexcept override {
+        isInside = true;
+        mayGoOn.wait(false);
+        isInside = false;
+        ++blocks;
+    }
+    ClientWants wants() const noexcept override { return {true, false}; }
+    void goOn() {
+        mayGoOn = true;
+        mayGoOn.notify_all();
+    }
+
+    std::atomic<bool> mayGoOn{true};
+    std::atomic<bool> isInside{false};
+    std::atomic<int> blocks{0};
+};
+
 TEST(HandoverCare, AProgramThatStopsWhenItIsInterruptedHearsOfTheEnd) {
     Device& device = openBoth();
     HandoverClient heard(true);
@@ -432,6 +453,7 @@ TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
     Device& device = openBoth();
     Asking asking(device);
     HandoverClient heard(true);
+    Notices notices;
     ASSERT_TRUE(device.addClient(heard));
     ASSERT_TRUE(device.addClient(asking));
     HeardHost& host = *scene.heard.load();
@@ -440,7 +462,67 @@ TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
     }
     device.removeClient(asking);
     EXPECT_LT(asking.shortest, std::chrono::milliseconds(20));
+    EXPECT_TRUE(eventually([&] { return device.sampleRate() == 32000; }));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 8"}; }));
     device.removeClient(heard);
+}
+
+TEST(HandoverCare, ADeviceThatComesBackWithAnotherRateIsANewRouteBeforeTheInterruptionsEnd) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(heard));
+    scene.isThere = false;
+    scene.heard.load()->lostHeard();
+    ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    scene.format.sampleRate = 96000;
+    scene.isThere = true;
+    ASSERT_TRUE(eventually([&] { return notices.told().size() == 3; }));
+    EXPECT_EQ(notices.told(), (Words{"began", "route 8", "ended"}));
+    EXPECT_EQ(device.sampleRate(), 96000);
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ADeviceThatHasAnotherRateThanAtTheLastStopIsOneNewRoute) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    const auto startAndStop = [&] {
+        ASSERT_TRUE(device.addClient(heard));
+        device.removeClient(heard);
+        ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+        scene.noted();
+    };
+    startAndStop();
+    EXPECT_EQ(notices.told(), Words{}) << "what it is like at first is no change";
+    scene.format.inputChannels = 2;
+    startAndStop();
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+    startAndStop();
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+}
+
+TEST(HandoverCare, ARateIsToldByWhoSetsItOrElseWhenTheDeviceHasIt) {
+    Device& device = openBoth();
+    SlowClient slow;
+    Notices notices;
+    ASSERT_TRUE(device.addClient(slow));
+    {
+        const Speakers speakers;
+        ASSERT_TRUE(device.preferRate(22050));
+        EXPECT_TRUE(device.isNewFormat()) << "it has changed in time";
+        EXPECT_FALSE(device.isNewFormat());
+        slow.mayGoOn = false;
+        ASSERT_TRUE(eventually([&] { return slow.isInside.load(); }));
+        ASSERT_TRUE(device.preferRate(32000)) << "nobody knows yet";
+        EXPECT_FALSE(device.isNewFormat());
+        EXPECT_EQ(notices.told(), Words{});
+        slow.goOn();
+        EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 8"}; }));
+        EXPECT_EQ(device.sampleRate(), 32000);
+        EXPECT_FALSE(device.isNewFormat());
+    }
+    device.removeClient(slow);
 }
 
 TEST(HandoverCare, ARateThatTheDeviceRefusesIsRefusedAndTheOneBeforeHolds) {
@@ -450,6 +532,7 @@ TEST(HandoverCare, ARateThatTheDeviceRefusesIsRefusedAndTheOneBeforeHolds) {
     scene.refusedRate = 32000;
     ASSERT_TRUE(device.addClient(heard));
     ASSERT_TRUE(device.preferRate(22050));
+    EXPECT_TRUE(device.isNewFormat());
     EXPECT_FALSE(device.preferRate(32000));
     EXPECT_EQ(device.sampleRate(), 22050);
     const Speakers speakers;
@@ -494,27 +577,6 @@ TEST(HandoverCare, ARateThatIsRefusedLaterIsToldAndHoldsNoMore) {
     EXPECT_FALSE(device.hasRefusedRate());
     device.removeClient(heard);
 }
-
-/// A program whose callback takes as long as the test says.
-class SlowClient final : public DeviceClient {
-  public:
-    ~SlowClient() { goOn(); }
-    void render(const DeviceSlice& /*slice*/) noexcept override {
-        isInside = true;
-        mayGoOn.wait(false);
-        isInside = false;
-        ++blocks;
-    }
-    ClientWants wants() const noexcept override { return {true, false}; }
-    void goOn() {
-        mayGoOn = true;
-        mayGoOn.notify_all();
-    }
-
-    std::atomic<bool> mayGoOn{true};
-    std::atomic<bool> isInside{false};
-    std::atomic<int> blocks{0};
-};
 
 TEST(HandoverCare, ACallbackThatTakesSecondsIsNoDeviceThatStandsStill) {
     Device& device = openBoth();
