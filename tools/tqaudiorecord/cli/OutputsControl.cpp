@@ -159,9 +159,13 @@ ControlAnswer Outputs::answerOf(ReplaySaved saved) const {
 
 ControlAnswer Outputs::split() {
     std::vector<WrittenFile> done;
-    for (FilesSink* sink : files_) {
-        std::vector<WrittenFile> more = sink->split();
-        std::move(more.begin(), more.end(), std::back_inserter(done));
+    // Of silence alone nothing has a name that could be said.
+    if (std::any_of(files_.begin(), files_.end(),
+                    [](const FilesSink* sink) { return sink->isHeard(); })) {
+        for (FilesSink* sink : files_) {
+            std::vector<WrittenFile> more = sink->split();
+            std::move(more.begin(), more.end(), std::back_inserter(done));
+        }
     }
     if (done.empty()) {
         return {false, "no file has any sound yet that could end here\n"};

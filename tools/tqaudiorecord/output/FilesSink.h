@@ -34,7 +34,9 @@ class FilesSink : public Sink {
     /// Those written so far, those of the first process first.
     [[nodiscard]] virtual std::vector<WrittenFile> files() const = 0;
 
-    /// What follows goes to new files. Gives those that are complete now.
+    /// Whether any file has sound, without which none takes a name that is taken.
+    [[nodiscard]] virtual bool isHeard() const { return false; }
+    /// What follows goes to new files. Gives those that are complete now and have their names.
     virtual std::vector<WrittenFile> split() { return {}; }
 
     void tick(std::uint64_t elapsedMicroseconds) override {

@@ -44,6 +44,7 @@ class MixRecording {
         }
     }
     [[nodiscard]] bool isBehind() const { return mix_ && mix_->isBehind(); }
+    [[nodiscard]] bool isHeard() const { return series().isHeard(); }
     /// As FileSeries has it.
     [[nodiscard]] std::optional<WrittenFile> split() {
         return mix_ ? mix_->split() : unbegun_->split();

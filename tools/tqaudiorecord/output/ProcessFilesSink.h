@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,8 +16,8 @@ namespace tqrecorder {
 
 /// Writes what each process plays to files of its own, a Recording for each. The first process that
 /// delivers sound gets the file that was opened at the start. A Recording is made of a
-/// FileSeries::Plan and has open(), beginAt(), block(), catchUp(), isBehind(), refresh(), split(),
-/// finish(), problems() and files().
+/// FileSeries::Plan and has open(), beginAt(), block(), catchUp(), isBehind(), isHeard(),
+/// refresh(), split(), finish(), problems() and files().
 template <typename Recording>
 class ProcessFilesSink : public FilesSink {
   public:
@@ -43,6 +44,11 @@ class ProcessFilesSink : public FilesSink {
         } else if (found != recordings_.end()) {
             found->second->finish();
         }
+    }
+
+    [[nodiscard]] bool isHeard() const override {
+        return std::any_of(recordings_.begin(), recordings_.end(),
+                           [](const auto& one) { return one.second->isHeard(); });
     }
 
     std::vector<WrittenFile> split() override {

@@ -184,6 +184,11 @@ void TracksSink::processEnded(const Process& process, const HostFacts& /*facts*/
     }
 }
 
+bool TracksSink::isHeard() const {
+    return std::any_of(tracks_.begin(), tracks_.end(),
+                       [](const auto& one) { return one.second.timed.series().isHeard(); });
+}
+
 std::vector<WrittenFile> TracksSink::split() {
     std::vector<WrittenFile> done;
     for (auto& [key, track] : tracks_) {

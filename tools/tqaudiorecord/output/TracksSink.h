@@ -39,6 +39,7 @@ class TracksSink : public FilesSink {
 
     void block(const Process& process, const Block& block) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
+    [[nodiscard]] bool isHeard() const override;
     std::vector<WrittenFile> split() override;
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override { return problems_; }

@@ -21,6 +21,7 @@ class VoiceSink : public FilesSink {
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
+    [[nodiscard]] bool isHeard() const override { return voice_ && voice_->series().isHeard(); }
     std::vector<WrittenFile> split() override;
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override;

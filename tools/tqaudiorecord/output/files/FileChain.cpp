@@ -14,16 +14,38 @@ FileChain::FileChain(std::string path, bool isNumbered, bool mayReplace)
 }
 
 PartFile* FileChain::next(std::string& error) {
-    part_ = std::make_unique<PartFile>(nextPath(), mayReplace_);
-    if (!part_->problem().empty()) {
+    error = lockNumbered();
+    if (error.empty()) {
+        part_ = std::make_shared<PartFile>(nextPath(), mayReplace_);
         error = part_->problem();
+    }
+    if (!error.empty()) {
         part_.reset();
         return nullptr;
+    }
+    if (lock_ == nullptr) {
+        lock_ = part_;
     }
     if (isHeard_) {
         takeName(*part_);
     }
     return part_.get();
+}
+
+/// Beside the name that no file has. A folder or a device there is nobody's recording.
+std::string FileChain::lockNumbered() {
+    std::error_code failure;
+    const auto status = std::filesystem::status(path_, failure);
+    if (!isNumbered_ || lock_ != nullptr ||
+        (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))) {
+        return {};
+    }
+    auto lock = std::make_shared<PartFile>(path_, mayReplace_);
+    if (lock->problem().empty()) {
+        lock_ = std::move(lock);
+        return {};
+    }
+    return lock->problem();
 }
 
 std::string FileChain::nextPath() {
@@ -69,11 +91,15 @@ void FileChain::takeName(PartFile& part) {
 }
 
 void FileChain::complete(WrittenFile file, bool isEmpty) {
-    std::unique_ptr<PartFile> part = std::move(part_);
+    const std::shared_ptr<PartFile> part = std::move(part_);
     file.path = part->path();
     if (!part->hasName()) {
         if (!isEmpty && !isHeard_) {
-            silent_.push_back({std::move(file), std::move(part)});
+            // Hours of silence have more files than a process may have open.
+            if (part != lock_) {
+                part->letGo();
+            }
+            silent_.push_back({std::move(file), part});
         }
     } else if (part->isStillThere()) {
         files_.push_back(std::move(file));
@@ -82,15 +108,17 @@ void FileChain::complete(WrittenFile file, bool isEmpty) {
     }
 }
 
-std::optional<WrittenFile> FileChain::last() const {
-    if (!silent_.empty()) {
-        return silent_.back().file;
-    }
-    return files_.empty() ? std::nullopt : std::optional(files_.back());
-}
-
 void FileChain::numberFromNowOn() {
     number_ = std::max(number_, 1U);
+}
+
+std::optional<WrittenFile> FileChain::split(const std::function<void()>& cut) {
+    const std::size_t files = files_.size();
+    const std::size_t problems = problems_.size();
+    cut();
+    numberFromNowOn();
+    return files_.size() == files || problems_.size() > problems ? std::nullopt
+                                                                 : std::optional(files_.back());
 }
 
 void FileChain::finish() {
@@ -103,6 +131,7 @@ void FileChain::finish() {
         nameAndList(silent);
     }
     silent_.clear();
+    lock_.reset();
 }
 
 }  // namespace tqrecorder

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,7 +27,9 @@ struct WrittenFile {
 
 /// The files that one output makes one after the other: their numbers, and when they take their
 /// names, which is with the first sound in any of them; without any they take those that are free.
-/// [one host thread at a time]; waits for the disk.
+/// Their name as it was asked for is locked from the first file to finish(), so that a second
+/// recorder is told whichever of them is being written. [one host thread at a time]; waits for the
+/// disk.
 class FileChain {
   public:
     /// `isNumbered` says that the first file has a number as well.
@@ -46,20 +49,22 @@ class FileChain {
     [[nodiscard]] bool isHeard() const { return isHeard_; }
     /// Files that follow have numbers, from 2 on behind one without.
     void numberFromNowOn();
+    /// Those behind `cut`, which completes the one under way, have numbers. Gives that one; nothing
+    /// where it waits for sound that is worth its name, or could not be completed.
+    [[nodiscard]] std::optional<WrittenFile> split(const std::function<void()>& cut);
     void finish();
 
     void complain(const std::string& problem) { problems_.push_back(problem); }
     [[nodiscard]] const std::vector<std::string>& problems() const { return problems_; }
     /// Those that are complete and have their names.
     [[nodiscard]] const std::vector<WrittenFile>& files() const { return files_; }
-    /// The one that was completed last, if any is still there.
-    [[nodiscard]] std::optional<WrittenFile> last() const;
 
   private:
     struct Silent {
         WrittenFile file;
-        std::unique_ptr<PartFile> part;
+        std::shared_ptr<PartFile> part;
     };
+    [[nodiscard]] std::string lockNumbered();
     [[nodiscard]] std::string nextPath();
     /// What was heard and finds no way to its name stays beside it.
     void takeName(PartFile& part);
@@ -70,8 +75,9 @@ class FileChain {
     bool mayReplace_;
     unsigned number_ = 0;
     bool isHeard_ = false;
-    std::unique_ptr<PartFile> part_;
-    std::vector<Silent> silent_;  // complete, and waiting for sound that is worth their names
+    std::shared_ptr<PartFile> part_;
+    std::shared_ptr<PartFile> lock_;  // the file that has no number, or would have none
+    std::vector<Silent> silent_;      // complete, and waiting for sound that is worth their names
     std::vector<WrittenFile> files_;
     std::vector<std::string> problems_;
 };

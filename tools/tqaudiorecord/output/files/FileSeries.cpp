@@ -121,10 +121,7 @@ std::optional<WrittenFile> FileSeries::split() {
     if (file_ == nullptr || file_->frames() == 0) {
         return std::nullopt;
     }
-    const std::size_t problems = chain_.problems().size();
-    closeFile();
-    chain_.numberFromNowOn();
-    return chain_.problems().size() > problems ? std::nullopt : chain_.last();
+    return chain_.split([this] { closeFile(); });
 }
 
 void FileSeries::refresh() {

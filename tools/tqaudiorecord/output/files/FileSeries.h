@@ -40,7 +40,7 @@ class FileSeries {
     void complain(const std::string& problem) { chain_.complain(problem); }
     void refresh();
     /// What follows goes to a new file with the next number, from 2 on for the first. Gives the one
-    /// that is complete now; nothing without a frame in it.
+    /// that is complete now; nothing without a frame in it, or while there is only silence.
     [[nodiscard]] std::optional<WrittenFile> split();
     void finish();
 

@@ -133,6 +133,12 @@ bool PartFile::open() {
             file_.reset();
             return false;
         }
+        struct stat opened {};
+        if (fstat(file_.get(), &opened) != 0) {
+            return false;
+        }
+        device_ = opened.st_dev;
+        number_ = opened.st_ino;
         // Between the two calls it may have got its name from a recorder that has ended since.
     } while (!isAt(part_));
     // What is in it was left by a recorder that was killed before there was any sound.
@@ -141,9 +147,12 @@ bool PartFile::open() {
 
 bool PartFile::isAt(const std::string& place) const {
     struct stat here {};
-    struct stat open {};
-    return file_ && stat(place.c_str(), &here) == 0 && fstat(file_.get(), &open) == 0 &&
-           here.st_dev == open.st_dev && here.st_ino == open.st_ino;
+    return !part_.empty() && stat(place.c_str(), &here) == 0 && here.st_dev == device_ &&
+           here.st_ino == number_;
+}
+
+void PartFile::letGo() {
+    file_.reset();
 }
 
 tqcommon::Descriptor PartFile::descriptor() const {
@@ -173,8 +182,8 @@ std::string PartFile::takeName() {
 const std::string& PartFile::keep() {
     isKept_ = true;
     struct stat status {};
-    if (fstat(file_.get(), &status) == 0) {
-        (void)fchmod(file_.get(), status.st_mode & 0555U);
+    if (isAt(part_) && stat(part_.c_str(), &status) == 0) {
+        (void)chmod(part_.c_str(), status.st_mode & 0555U);
     }
     return part_;
 }

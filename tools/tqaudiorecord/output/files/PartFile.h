@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 #include "common/Descriptor.h"
@@ -27,6 +29,9 @@ class PartFile {
     /// To write through; the caller's own.
     [[nodiscard]] tqcommon::Descriptor descriptor() const;
 
+    /// Keeps it where it is and no longer open, nor locked.
+    void letGo();
+
     /// Empty when it has its name now or had it before; else one line, and the file may have gone
     /// to another name, which path() tells.
     [[nodiscard]] std::string takeName();
@@ -49,6 +54,8 @@ class PartFile {
     bool mayReplace_;
     bool hasName_ = false;
     bool isKept_ = false;
+    dev_t device_ = 0;
+    ino_t number_ = 0;
     tqcommon::Descriptor file_;
     std::string problem_;
 };

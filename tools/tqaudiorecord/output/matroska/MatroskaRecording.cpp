@@ -299,10 +299,7 @@ std::optional<WrittenFile> MatroskaRecording::split() {
     if (file_ == nullptr || file_->streams() == 0) {
         return std::nullopt;
     }
-    const std::size_t problems = chain_.problems().size();
-    cut();
-    chain_.numberFromNowOn();
-    return chain_.problems().size() > problems ? std::nullopt : chain_.last();
+    return chain_.split([this] { cut(); });
 }
 
 void MatroskaRecording::finish() {

@@ -32,6 +32,7 @@ class MatroskaRecording {
     /// Writes what waits behind long silence, until `end`.
     void catchUp(Backlog::Time end) { work(end, false); }
     [[nodiscard]] bool isBehind() const { return !backlog_.isEmpty(); }
+    [[nodiscard]] bool isHeard() const { return chain_.isHeard(); }
     /// Brings the disk up to date.
     void refresh();
     /// As FileSeries has it.
