@@ -48,8 +48,7 @@ bool EventsSink::open() {
 
 void EventsSink::block(const Process& process, const Block& block) {
     noteBeginning(process, block);
-    if (part_ != nullptr && !part_->hasName() && !isEmpty_ &&
-        hasSound(block.frames, block.format)) {
+    if (part_ != nullptr && !isNameTried_ && !isEmpty_ && hasSound(block.frames, block.format)) {
         takeName();
     }
 }
@@ -81,7 +80,8 @@ void EventsSink::noteBeginning(const Process& process, const Block& block) {
 }
 
 void EventsSink::takeName() {
-    if (std::string problem = part_->takeName(); !problem.empty()) {
+    isNameTried_ = true;
+    if (std::string problem = part_->takeNameOrKeep(); !problem.empty()) {
         problems_.push_back(std::move(problem));
     }
 }
@@ -126,7 +126,7 @@ void EventsSink::write(const std::string& text) {
         done += static_cast<std::size_t>(written);
     }
     isEmpty_ = false;
-    if (!part_->hasName() && !part_->isNameTaken()) {
+    if (!isNameTried_ && !part_->isNameTaken()) {
         takeName();
     }
 }

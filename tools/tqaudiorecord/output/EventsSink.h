@@ -46,6 +46,7 @@ class EventsSink : public Sink {
     std::unique_ptr<PartFile> part_;
     tqcommon::Descriptor file_;
     bool isEmpty_ = true;
+    bool isNameTried_ = false;
     std::map<int, std::uint64_t> origins_;                 // of processes, host time
     std::map<std::pair<int, int>, Beginning> beginnings_;  // by process and track
     std::string written_;

@@ -89,6 +89,26 @@ TEST_F(EventsSinkTest, TheBeginningOfATrackIsALineWithItsOffset) {
                 testing::ElementsAre(testing::Pair("music", 2.5), testing::Pair("voice", 4.0)));
 }
 
+TEST_F(EventsSinkTest, AFileThatCannotTakeItsNameIsOneProblemAndKeptWithAllEvents) {
+    const std::string path = folder_.file("events.jsonl");
+    EventsSink sink(path, true);
+    ASSERT_TRUE(sink.open());
+    std::filesystem::create_directory(path);
+    const auto bytes = mixTone(441, 441);
+    for (std::uint64_t turn = 0; turn < 5; ++turn) {
+        sink.event(game_, {turn, 1, 105, ""});
+        sink.block(game_, mixBlock(bytes, kStart + turn * 10'000));
+    }
+    sink.finish();
+    const std::string kept = folder_.file(".events.jsonl.tqaudiorecord");
+    EXPECT_THAT(sink.problems(),
+                testing::ElementsAre(testing::AllOf(testing::HasSubstr("Is a directory"),
+                                                    testing::HasSubstr("kept as " + kept))));
+    const std::string content = contentOf(kept);
+    EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 5);
+    EXPECT_EQ(sink.path(), "");
+}
+
 TEST_F(EventsSinkTest, EventsOnAFullDiskAreOneProblem) {
     EventsSink sink("/dev/full");
     ASSERT_TRUE(sink.open());

@@ -82,10 +82,8 @@ void FileChain::nameAndList(Silent& complete) {
 }
 
 void FileChain::takeName(PartFile& part) {
-    if (std::string problem = part.takeName(); !problem.empty()) {
-        if (isHeard_ && !part.hasName()) {
-            problem += "; what was recorded is kept as " + part.keep();
-        }
+    std::string problem = isHeard_ ? part.takeNameOrKeep() : part.takeName();
+    if (!problem.empty()) {
         problems_.push_back(std::move(problem));
     }
 }

@@ -179,6 +179,12 @@ std::string PartFile::takeName() {
                : wanted + ": " + std::strerror(errno);
 }
 
+std::string PartFile::takeNameOrKeep() {
+    std::string problem = takeName();
+    return problem.empty() || hasName_ ? problem
+                                       : problem + "; what was recorded is kept as " + keep();
+}
+
 const std::string& PartFile::keep() {
     isKept_ = true;
     struct stat status {};

@@ -35,6 +35,8 @@ class PartFile {
     /// Empty when it has its name now or had it before; else one line, and the file may have gone
     /// to another name, which path() tells.
     [[nodiscard]] std::string takeName();
+    /// The same, and keep() where it has no name then; the line says that.
+    [[nodiscard]] std::string takeNameOrKeep();
     [[nodiscard]] bool hasName() const { return hasName_; }
     /// Stays beside its name, whose place it could not take, write-protected so that no recording
     /// is written over it. Gives where that is.
