@@ -4,13 +4,14 @@
 #include <cmath>
 #include <filesystem>
 #include <new>
+#include <tuple>
 #include <utility>
 
 namespace tqrecorder {
 namespace {
 
-// Bounds the memory when a launcher starts one program after another.
-constexpr std::size_t kMostProcesses = 8;
+// Bounds the memory when one program after another is started within what is kept.
+constexpr std::size_t kMostProcesses = 64;
 // Of one process, with tracks that have ended not long ago.
 constexpr std::size_t kMostStreams = 32;
 
@@ -132,11 +133,40 @@ void ReplaySink::processEnded(const Process& process, const HostFacts& /*facts*/
     }
 }
 
-// The processes that ended first are forgotten first.
+double ReplaySink::newest() const {
+    double newest = 0;
+    for (const auto& [id, process] : processes_) {
+        newest = process.isClockBroken ? newest : std::max(newest, process.newest());
+    }
+    return newest;
+}
+
+// Processes that have ended, and of which nothing is within the seconds that are kept.
 void ReplaySink::makeRoom() {
-    for (auto one = processes_.begin();
-         one != processes_.end() && processes_.size() >= kMostProcesses;) {
-        one = one->second.ended ? processes_.erase(one) : std::next(one);
+    const double oldest = newest() - plan_.seconds * 1e6;
+    std::erase_if(processes_, [oldest](const auto& one) {
+        return one.second.ended && one.second.newest() < oldest;
+    });
+    // Of more than there is room for, the one whose sound is the oldest goes.
+    const auto first = std::min_element(
+        processes_.begin(), processes_.end(), [](const auto& one, const auto& other) {
+            const auto order = [](const ProcessMemory& process) {
+                return std::tuple(!process.ended, !process.isClockBroken, process.newest());
+            };
+            return order(one.second) < order(other.second);
+        });
+    if (processes_.size() >= kMostProcesses && first->second.ended) {
+        processes_.erase(first);
+        complainOfMore(kMostProcesses, "programs");
+    }
+}
+
+void ReplaySink::complainOfMore(std::size_t most, const std::string& ofWhat) {
+    const std::string problem = (plan_.mix.path.empty() ? plan_.tracksFolder : plan_.mix.path) +
+                                ": more than " + std::to_string(most) + " " + ofWhat +
+                                " within what is kept; those that ended first are in no clip";
+    if (std::find(problems_.begin(), problems_.end(), problem) == problems_.end()) {
+        problems_.push_back(problem);
     }
 }
 
@@ -159,13 +189,7 @@ void ReplaySink::forgetOld(ProcessMemory& process) {
         });
     if (process.streams.size() >= kMostStreams && !oldest->second.isCurrent) {
         process.streams.erase(oldest);
-        const std::string problem =
-            (plan_.mix.path.empty() ? plan_.tracksFolder : plan_.mix.path) + ": more than " +
-            std::to_string(kMostStreams) +
-            " streams within what is kept; those that ended first are in no clip";
-        if (std::find(problems_.begin(), problems_.end(), problem) == problems_.end()) {
-            problems_.push_back(problem);
-        }
+        complainOfMore(kMostStreams, "streams");
     }
 }
 

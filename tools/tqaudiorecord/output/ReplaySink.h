@@ -94,6 +94,9 @@ class ReplaySink : public FilesSink {
     [[nodiscard]] Memory& memoryOf(ProcessMemory& process, const Block& block);
     void keep(Memory& memory, std::uint64_t silence, std::span<const std::byte> bytes);
     void complainOfMemory(Memory& memory);
+    void complainOfMore(std::size_t most, const std::string& ofWhat);
+    /// Host time behind the last sound of all processes.
+    [[nodiscard]] double newest() const;
     void makeRoom();
     void forgetOld(ProcessMemory& process);
     /// What is kept of a process of the last `seconds` before `now`, in host time. It counts as

@@ -90,10 +90,7 @@ std::optional<ProcessClip> ReplaySink::clipOf(int id, ProcessMemory& process, do
 std::uint64_t ReplaySink::beginSave(std::optional<double> seconds) {
     collect();
     // A program that ended long ago is no part of the last seconds: all have one time.
-    double now = 0;
-    for (const auto& [id, process] : processes_) {
-        now = process.isClockBroken ? now : std::max(now, process.newest());
-    }
+    const double now = newest();
     const double length = std::min(seconds.value_or(plan_.seconds), plan_.seconds);
     ReplaySave save{++lastTicket_, {}};
     for (auto& [id, process] : processes_) {

@@ -370,6 +370,28 @@ TEST_F(ReplaySinkTest, OfMoreStreamsThanAreKeptThoseThatEndedFirstGoAndThatIsSai
     EXPECT_THAT(units, testing::Contains("track-7-music-001.wav"));
 }
 
+TEST_F(ReplaySinkTest, EveryProgramWithinWhatIsKeptIsSavedAndOfMoreThanThereIsRoomForItIsSaid) {
+    auto sink = replaySink(0.5, true);
+    int number = 1;
+    // As a sound board starts them: each ends before the next begins.
+    const auto playEffects = [&](int count, std::size_t from, std::size_t frames) {
+        for (int effect = 0; effect < count; ++effect, from += frames) {
+            const Process one = process(++number, "effect");
+            play(*sink, one, from, from + frames);
+            sink->processEnded(one, {});
+        }
+    };
+    playEffects(20, 0, 100);
+    // None of those is within it any more.
+    playEffects(30, 44'100, 470);
+    EXPECT_EQ(save(*sink).size(), 30U);
+    EXPECT_THAT(sink->problems(), testing::IsEmpty());
+    playEffects(100, 88'200, 100);
+    EXPECT_EQ(save(*sink).size(), 64U);
+    EXPECT_THAT(sink->problems(),
+                testing::ElementsAre(testing::HasSubstr("more than 64 programs within what is")));
+}
+
 TEST_F(ReplaySinkTest, TheLongestNamesHaveRoomForWhatIsAdded) {
     const std::string longest(251, 'n');
     ReplaySink sink({{folder_.file(longest + ".wav"), formatNamed("wav")}, {}, 1, true}, names_);
