@@ -19,7 +19,7 @@ namespace tqcubeb {
 /// Speakers and microphone behind PulseAudio, JACK or ALSA, whatever answers. The speakers' clock
 /// is the device's; the microphone has a stream of its own, which is open only while somebody
 /// listens, and follows. Where nobody plays, the microphone's clock is the device's, and nothing is
-/// opened to play on. Verbs come from one thread; the library calls from threads of its own.
+/// opened to play on. Verbs come one at a time; the library calls from threads of its own.
 class CubebDevice final : public tqplatform::HeardDevice {
   public:
     /// `kind` is the library's name for one of them; empty for the first that answers.

@@ -13,7 +13,7 @@
 // A device that is heard: speakers and microphones behind a sound server or a driver. Unlike a
 // clock it takes long to open, may not be there, and may go away. What implements it lives in a
 // module of its own, which is loaded when a program first plays, so that the platform depends on no
-// sound library. HandoverBackend keeps one and calls it from one thread.
+// sound library. HandoverBackend keeps one and makes one call at a time.
 
 namespace tqplatform {
 

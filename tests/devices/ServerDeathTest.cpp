@@ -18,7 +18,8 @@ struct DyingJack : JackServer {
 class DyingAlsa {
   public:
     static constexpr const char* kDevice = "cubeb:alsa";
-    static constexpr const char* kNotices = "interruption=1 interruption=0";
+    // It does not have the rate that the program prefers.
+    static constexpr const char* kNotices = "route=8 interruption=1 interruption=0";
 
     [[nodiscard]] Environment environment() const {
         Environment environment = output_.environment();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -41,6 +42,14 @@ class SystemEvents : public testing::Test {
             }
         }
         return told;
+    }
+    /// How many blocks the player had rendered, each time it was asked.
+    static std::vector<long> blocksOf(const std::string& output) {
+        std::vector<long> blocks;
+        for (std::size_t at = 0; (at = output.find("blocks=", at)) != std::string::npos; ++at) {
+            blocks.push_back(std::atol(output.c_str() + at + 7));
+        }
+        return blocks;
     }
     [[nodiscard]] int countOf(const std::string& word) const {
         const std::string output = player_->output();
@@ -86,10 +95,7 @@ TEST_F(SystemEvents, AServerThatDiesIsAnInterruptionUntilItIsBack) {
     const ProgramEnd end = player_->wait();
     EXPECT_EQ(end["done"], "1") << end.text();
     // It kept its callbacks all the time.
-    std::vector<long> blocks;
-    for (std::size_t at = 0; (at = end.output.find("blocks=", at)) != std::string::npos; ++at) {
-        blocks.push_back(std::atol(end.output.c_str() + at + 7));
-    }
+    const std::vector<long> blocks = blocksOf(end.output);
     ASSERT_EQ(blocks.size(), 3U);
     EXPECT_GT(blocks[1], blocks[0] + 20);
     EXPECT_GT(blocks[2], blocks[1] + 20);
@@ -105,6 +111,41 @@ TEST_F(SystemEvents, AServerThatStandsStillIsToldAndToldAgainWhenItGoesOn) {
     EXPECT_EQ(player_->output().find("interruption="), std::string::npos);
     go("end");
     EXPECT_EQ(player_->wait()["done"], "1");
+}
+
+TEST_F(SystemEvents, AServerThatStandsStillForLongIsAnInterruptionUntilItGoesOn) {
+    play({"start", "sleep:0.5", "say", "await:" + file("still"), "say", "sleep:0.5", "say",
+          "await:" + file("end"), "stop"});
+    ASSERT_TRUE(says("descriptors="));
+    server_.freeze();
+    EXPECT_TRUE(says("route=2"));
+    EXPECT_TRUE(says("interruption=1"));
+    go("still");
+    ASSERT_TRUE(eventually([&] { return countOf("descriptors=") == 3; }));
+    server_.thaw();
+    EXPECT_TRUE(says("interruption=0"));
+    go("end");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(notices(end.output),
+              (std::vector<std::string>{"route=2", "interruption=1", "interruption=0"}));
+    const std::vector<long> blocks = blocksOf(end.output);
+    ASSERT_EQ(blocks.size(), 3U);
+    EXPECT_GT(blocks[1], blocks[0] + 200) << "the clock went on for ten seconds";
+    EXPECT_GT(blocks[2], blocks[1] + 10) << "and goes on while nothing can be opened";
+}
+
+TEST_F(SystemEvents, AProgramEndsWhileItsServerStandsStill) {
+    for (const char* last : {"sleep:0", "stop2"}) {
+        play({"start2", "sleep:0.5", "say", "await:" + file(last), last});
+        ASSERT_TRUE(says("descriptors="));
+        server_.freeze();
+        const auto began = std::chrono::steady_clock::now();
+        go(last);
+        EXPECT_EQ(player_->wait()["done"], "1") << last;
+        EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(15)) << last;
+        server_.thaw();
+    }
 }
 
 TEST_F(SystemEvents, AnotherDefaultSinkIsANewRouteAndIsHeard) {

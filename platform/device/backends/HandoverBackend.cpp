@@ -263,8 +263,9 @@ void HandoverBackend::forgetAfterFork() noexcept {
     std::construct_at(&care_);
     care_.wish = std::move(wish);
     std::construct_at(&clockVerbs_);
-    static_cast<void>(device_.release());
-    static_cast<void>(gate_.release());
+    std::construct_at(&device_);
+    static_cast<void>(beside_.release());
+    isUp_ = false;
     if (sleepWatch_ != nullptr) {
         sleepWatch_->forgetAfterFork();
         static_cast<void>(sleepWatch_.release());

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -18,6 +19,7 @@
 #include "device/HeardDevice.h"
 #include "device/HostTimes.h"
 #include "device/backends/HeardGate.h"
+#include "device/backends/HeardThread.h"
 
 namespace tqplatform {
 
@@ -30,7 +32,9 @@ namespace tqplatform {
 /// is silence, and no client sees it. The clock drives until the device's first request behind
 /// `isOffered_`, and again when the caretaker takes the turn away.
 ///
-/// The device is opened, started and ended by one thread, the caretaker, since that takes long.
+/// The device is opened, watched and ended by one thread, the caretaker, since that takes long. A
+/// server that stands still lets none of it end: what asks the server is done on a thread beside,
+/// and the caretaker looks after the rest meanwhile.
 class HandoverBackend final : public Backend, private BackendHost, private HeardHost {
   public:
     /// `name` is for the line that says that there is none.
@@ -98,6 +102,18 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
         bool isEnding = false;
     };
 
+    /// A device, what its calls pass, and what it said last. Owned by the thread beside as well
+    /// while that calls it.
+    struct Kept {
+        explicit Kept(HeardHost& host) noexcept : gate(host) {}
+        HeardGate gate;
+        std::unique_ptr<HeardDevice> device{};
+        std::optional<DeviceFormat> format{};
+        bool answer = false;
+    };
+
+    struct Ended : std::exception {};
+
     // What the clock calls.
     AudioTimeStamp render(const BlockRequest& block) noexcept override;
     void changed(const DeviceFormat& format) noexcept override;
@@ -119,7 +135,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool settleClock() noexcept;
 
     // [host thread] The caretaker's.
-    /// What a device does on the caretaker's thread; nothing where there is no memory for it.
+    /// What a device does; nothing where there is no memory for it.
     template <typename Call>
     static auto orNothing(Call call) noexcept -> decltype(call()) {
         try {
@@ -138,9 +154,15 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] Opening tryDevice(const HeardWish& wish);
     /// Learns what the device is like. False when there is none.
     [[nodiscard]] bool meetDevice(const HeardWish& wish);
-    [[nodiscard]] std::unique_ptr<HeardDevice> reachDevice(const HeardWish& wish);
+    [[nodiscard]] std::shared_ptr<Kept> reachDevice(const HeardWish& wish);
+    /// Has the thread beside call the device, and looks after the rest when that takes long. Throws
+    /// Ended when this is to end first: then the device is that thread's, and nothing comes of it.
+    void aside(const std::shared_ptr<Kept>& kept, std::function<void(Kept&)> call);
+    /// The rest; what `standsStill` is no server that is merely slow. False when this is to end.
+    [[nodiscard]] bool lookMeanwhile(bool standsStill);
     /// False while the program's callback holds a request: then nothing is closed yet.
     [[nodiscard]] bool closeDevice(bool isAlive);
+    void endDevice(const std::shared_ptr<Kept>& kept, bool isToFinish);
     /// False in the same case: the device drives on.
     [[nodiscard]] bool driveByClock();
     /// While nothing plays: asks the device whether it would play at the wish's rate.
@@ -152,8 +174,12 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool isNews(bool isRateRefused);
     /// While the machine sleeps the device is closed: an interruption.
     void heedSleep();
+    void noteSleep();
+    /// Programs are told so, once.
+    void interrupt(AVAudioSessionInterruptionReason reason);
     /// What goes on without a request: the device stands still, or was moved.
     void watch(std::unique_lock<std::mutex>& lock);
+    void watchRequests();
     /// A microphone that has gone, or was never there, is tried again beside the speakers.
     void listenAgain();
     void listen(bool isHearing);
@@ -207,8 +233,9 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool clockRuns_ = false;              ///< under clockVerbs_
 
     // The caretaker's own.
-    std::unique_ptr<HeardGate> gate_;  ///< of the device; longer than it
-    std::unique_ptr<HeardDevice> device_;
+    std::unique_ptr<HeardThread> beside_;
+    std::shared_ptr<Kept> device_;  ///< that is started, or about to be
+    bool isUp_ = false;             ///< it has begun to ask for blocks
     HeardWish deviceWish_;
     Float64 takenRate_ = 0;     ///< Hz, the last that the device took; 0 for its own
     HeardPlace place_;          ///< as programs know it

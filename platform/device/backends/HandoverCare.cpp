@@ -13,6 +13,8 @@ namespace tqplatform {
 namespace {
 
 constexpr std::chrono::milliseconds kLookStep{250};
+/// What the server answers so soon is no reason to look after anything else: a second.
+constexpr int kPatientLooks = 4;
 constexpr std::chrono::milliseconds kRetryStep{500};
 /// Looks without a request after which the clock drives until the next one: a second.
 constexpr int kQuietLooks = 4;
@@ -70,7 +72,22 @@ void HandoverBackend::takeCare() {
         }
     }
     lock.unlock();
-    while (!closeDevice(false)) {
+    while (!orNothing([&] { return closeDevice(false); })) {
+    }
+}
+
+void HandoverBackend::aside(const std::shared_ptr<Kept>& kept, std::function<void(Kept&)> call) {
+    if (beside_ == nullptr) {
+        beside_ = std::make_unique<HeardThread>();
+    }
+    beside_->begin([kept, call = std::move(call)] { call(*kept); });
+    for (int step = 1; !beside_->await(kLookStep); ++step) {
+        if (step >= kPatientLooks && !lookMeanwhile(step > kWakingLooks)) {
+            kept->gate.close();
+            device_.reset();
+            beside_.reset();
+            throw Ended();
+        }
     }
 }
 
@@ -120,9 +137,8 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
         } else if (!isThere && !wish.isToPlay) {
             tellHearing(false);
-        } else if (!isThere && hasRun_ && !isInterrupted_) {
-            isInterrupted_ = true;
-            tellInterruptionBegan(AVAudioSessionInterruptionReasonRouteDisconnected);
+        } else if (!isThere && hasRun_) {
+            interrupt(AVAudioSessionInterruptionReasonRouteDisconnected);
         } else if (!isThere && !hasRun_ && wasOpen_.load() && !saidThatItCannot_) {
             // What never ran was not interrupted.
             saidThatItCannot_ = true;
@@ -154,9 +170,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         wasHearing_ = isHearing;
         listen(isHearing);
         // Who has just begun to listen knows nothing yet.
-        toldHearing_ = device_->isHearing();
+        toldHearing_ = device_->device->isHearing();
     }
-    isHearing_.store(device_ != nullptr && device_->isHearing());
+    isHearing_.store(device_ != nullptr && device_->device->isHearing());
     lock.lock();
     if (!isThere && !wasOpen_.load() && !care_.isRefused) {
         care_.isRefused = true;
@@ -166,23 +182,59 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     }
 }
 
-void HandoverBackend::heedSleep() {
+void HandoverBackend::noteSleep() {
     while (const std::optional<bool> news =
                sleepWatch_ == nullptr ? std::nullopt : sleepWatch_->news()) {
         isAsleep_ = *news;
     }
-    if (isAsleep_ && device_ != nullptr && closeDevice(false)) {
-        isInterrupted_ = true;
-        tellInterruptionBegan(AVAudioSessionInterruptionReasonAppWasSuspended);
+}
+
+void HandoverBackend::heedSleep() {
+    while (true) {
+        if (isAsleep_ && device_ != nullptr) {
+            if (!closeDevice(false)) {
+                return;  // the machine waits meanwhile
+            }
+            interrupt(AVAudioSessionInterruptionReasonAppWasSuspended);
+        }
+        const std::optional<bool> news =
+            sleepWatch_ == nullptr ? std::nullopt : sleepWatch_->news();
+        if (!news) {
+            return;
+        }
+        isAsleep_ = *news;
     }
 }
 
-void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
-    const bool wantsHearing = care_.wants.hearing && deviceWish_.isToPlay;
-    lock.unlock();
-    const std::uint64_t requests = gate_->requests();
+void HandoverBackend::interrupt(AVAudioSessionInterruptionReason reason) {
+    if (!std::exchange(isInterrupted_, true)) {
+        tellInterruptionBegan(reason);
+    }
+}
+
+bool HandoverBackend::lookMeanwhile(bool standsStill) {
+    bool isToPlay = false;
+    {
+        const std::lock_guard lock(care_.mutex);
+        if (care_.isEnding) {
+            return false;
+        }
+        isToPlay = care_.wants.heard && !care_.isRefused;
+    }
+    noteSleep();
+    if (isUp_) {
+        watchRequests();
+    } else if (isToPlay && hasRun_ && (standsStill || isAsleep_)) {
+        interrupt(isAsleep_ ? AVAudioSessionInterruptionReasonAppWasSuspended
+                            : AVAudioSessionInterruptionReasonRouteDisconnected);
+    }
+    return true;
+}
+
+void HandoverBackend::watchRequests() {
+    const std::uint64_t requests = device_->gate.requests();
     // One that the program holds is the program's doing: the device asks again behind it.
-    const bool asks = requests != seenRequests_ || gate_->isInside();
+    const bool asks = requests != seenRequests_ || device_->gate.isInside();
     quietLooks_ = asks ? 0 : quietLooks_ + 1;
     seenRequests_ = requests;
     if (const bool standsStill = quietLooks_ >= kQuietLooks;
@@ -198,30 +250,37 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     }
     // The device may have taken over again meanwhile.
     static_cast<void>(settleClock());
+}
+
+void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
+    const bool wantsHearing = care_.wants.hearing && deviceWish_.isToPlay;
+    lock.unlock();
+    watchRequests();
     if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
         sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
     }
     if (wantsHearing && quietLooks_ == 0) {
-        listenAgain();  // which asks the server: one that stands still would hold this up
+        listenAgain();
     }
     followPlace();
     lock.lock();
 }
 
 void HandoverBackend::listen(bool isHearing) {
-    if (!device_->hear(isHearing)) {
-        isOutdated_ = true;
-    }
+    aside(device_, [isHearing](Kept& kept) {
+        kept.answer = orNothing([&] { return kept.device->hear(isHearing); });
+    });
+    isOutdated_ = isOutdated_ || !device_->answer;
 }
 
 void HandoverBackend::listenAgain() {
-    deafLooks_ = device_->isHearing() ? 0 : deafLooks_ + 1;
+    deafLooks_ = device_->device->isHearing() ? 0 : deafLooks_ + 1;
     if (deafLooks_ >= kDeafLooks) {
         deafLooks_ = 0;
         listen(false);
         listen(true);
     }
-    const bool isHearing = device_->isHearing();
+    const bool isHearing = device_->device->isHearing();
     isHearing_.store(isHearing);
     tellHearing(isHearing);
 }
@@ -235,7 +294,7 @@ void HandoverBackend::tellHearing(bool isHearing) {
 }
 
 void HandoverBackend::followPlace() {
-    const HeardPlace now = device_->place();
+    const HeardPlace now = device_->device->place();
     const auto hasChanged = [](HeardEnd& before, const HeardEnd& end) {
         const bool isAnother = before.isKnown() && end.isKnown() && before != end;
         before = end.isKnown() ? end : before;
@@ -243,7 +302,7 @@ void HandoverBackend::followPlace() {
     };
     const bool hasMoved = hasChanged(place_.speakers, now.speakers);
     const bool hearsAnother = hasChanged(place_.microphone, now.microphone);
-    if (!device_->isHearing()) {
+    if (!device_->device->isHearing()) {
         place_.microphone = {};  // that it is heard again is told as such
     }
     const bool wasMoving = std::exchange(isMoving_, hasMoved || hearsAnother);

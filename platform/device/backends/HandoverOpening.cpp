@@ -38,31 +38,39 @@ bool HandoverBackend::openDevice(HeardWish& wish) {
     return opening == Opening::open;
 }
 
-std::unique_ptr<HeardDevice> HandoverBackend::reachDevice(const HeardWish& wish) {
+std::shared_ptr<HandoverBackend::Kept> HandoverBackend::reachDevice(const HeardWish& wish) {
     isLost_.store(false);
     seenRequests_ = 0;
     quietLooks_ = looks_ = deafLooks_ = 0;
     stoodStill_ = isMoving_ = wasHearing_ = false;
-    gate_ = std::make_unique<HeardGate>(static_cast<HeardHost&>(*this));
-    std::unique_ptr<HeardDevice> device = make_();
-    const std::optional<DeviceFormat> format =
-        device == nullptr ? std::nullopt : orNothing([&] { return device->open(*gate_, wish); });
-    if (!format) {
+    const auto kept = std::make_shared<Kept>(static_cast<HeardHost&>(*this));
+    aside(kept, [make = make_, wish](Kept& reached) {
+        reached.device = orNothing(make);
+        if (reached.device != nullptr) {
+            reached.format = orNothing([&] { return reached.device->open(reached.gate, wish); });
+        }
+        if (!reached.format) {
+            reached.device.reset();
+        }
+    });
+    if (!kept->format) {
         return nullptr;
     }
     {
-        const std::lock_guard lock(care_.mutex);
+        std::unique_lock lock(care_.mutex);
         if (care_.isRefused) {
+            lock.unlock();
+            endDevice(kept, false);
             return nullptr;  // it came too late: programs were told that there is none
         }
     }
     // The clock keeps the device's rate, so that going over changes nothing for the units.
-    static_cast<void>(clock_->preferRate(format->sampleRate, true));
+    static_cast<void>(clock_->preferRate(kept->format->sampleRate, true));
     for (bool isTold = false; !isTold;) {
         // Nothing renders in the device's name yet, but the clock may.
         const Turn turn(turn_, kLongestHold);
         if (turn) {
-            heardFormat_ = *format;
+            heardFormat_ = *kept->format;
             publish(Driver::clock);
             isTold = true;
         }
@@ -70,25 +78,33 @@ std::unique_ptr<HeardDevice> HandoverBackend::reachDevice(const HeardWish& wish)
     if (!wasOpen_.exchange(true)) {
         static_cast<void>(host_->isNewFormat());  // what it is like at first is no change
     }
-    return device;
+    return kept;
 }
 
 bool HandoverBackend::meetDevice(const HeardWish& wish) {
-    return reachDevice(wish) != nullptr;
+    const std::shared_ptr<Kept> kept = reachDevice(wish);
+    if (kept == nullptr) {
+        return false;
+    }
+    endDevice(kept, false);
+    return true;
 }
 
 HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
-    std::unique_ptr<HeardDevice> device = reachDevice(wish);
-    if (device == nullptr) {
+    const std::shared_ptr<Kept> kept = reachDevice(wish);
+    if (kept == nullptr) {
         return Opening::none;
     }
     playOutAtExit();
     process_.store(getpid(), std::memory_order_relaxed);
     isOffered_.store(true, std::memory_order_release);
-    device_ = std::move(device);
+    device_ = kept;
     deviceWish_ = wish;
     place_ = {};
-    const bool hasStarted = orNothing([&] { return device_->start(); });
+    aside(kept, [](Kept& started) {
+        started.answer = orNothing([&] { return started.device->start(); });
+    });
+    const bool hasStarted = kept->answer;
     // Until it drives: a request that met one of the clock's was silence, and so would be the
     // program's first sound. What only listens need not be waited for: a source that sleeps says
     // nothing for seconds.
@@ -98,30 +114,33 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
         std::this_thread::sleep_for(kFirstRequestStep);
     }
     // A callback of the clock's request may take longer than that.
-    const bool hasBegun = hasStarted && (!wish.isToPlay || gate_->requests() != 0);
+    const bool hasBegun = hasStarted && (!wish.isToPlay || kept->gate.requests() != 0);
     if (!hasBegun || isLost_.load()) {
         const bool isRefused = !hasStarted && !isLost_.load();
         static_cast<void>(closeDevice(false));  // or at the next look
         return isRefused ? Opening::refused : Opening::none;
     }
-    toldHearing_ = isDeafAlone_ ? toldHearing_ : device_->isHearing();
+    isUp_ = true;
+    toldHearing_ = isDeafAlone_ ? toldHearing_ : kept->device->isHearing();
     static_cast<void>(settleClock());
     hasRun_ = hasRun_ || wish.isToPlay;
     return Opening::open;
 }
 
 void HandoverBackend::tryRate(const HeardWish& wish) {
-    bool isReached = false;
-    bool isTaken = false;
-    HeardGate gate(static_cast<HeardHost&>(*this));
-    if (const std::unique_ptr<HeardDevice> device = make_(); device != nullptr) {
-        isReached = orNothing([&] { return device->open(gate, wish).has_value(); });
-        isTaken = isReached && orNothing([&] { return device->accepts(); });
-    }
+    const auto kept = std::make_shared<Kept>(static_cast<HeardHost&>(*this));
+    aside(kept, [make = make_, wish](Kept& tried) {
+        tried.device = orNothing(make);
+        if (tried.device != nullptr) {
+            tried.format = orNothing([&] { return tried.device->open(tried.gate, wish); });
+            tried.answer = tried.format && orNothing([&] { return tried.device->accepts(); });
+            tried.device.reset();
+        }
+    });
     isLost_.store(false);  // nothing was played on it
-    if (isTaken) {
+    if (kept->answer) {
         takenRate_ = wish.sampleRate;
-    } else if (isReached) {
+    } else if (kept->format) {
         const Float64 before = takenRate_ > 0 ? takenRate_ : heardFormat_.sampleRate;
         static_cast<void>(clock_->preferRate(before, true));
         refuseRate(wish.sampleRate);
@@ -175,14 +194,24 @@ bool HandoverBackend::closeDevice(bool isAlive) {
         isOffered_.store(true);
         return false;
     }
-    if (device_ != nullptr && isAlive && deviceWish_.isToPlay) {
-        device_->finish();
+    isUp_ = false;
+    if (device_ != nullptr) {
+        endDevice(device_, isAlive && deviceWish_.isToPlay);
+        device_.reset();
     }
-    device_.reset();
     // A loss that came meanwhile is that device's: the next start has lost nothing.
     isLost_.store(false);
     isHearing_.store(false);
     return true;
+}
+
+void HandoverBackend::endDevice(const std::shared_ptr<Kept>& kept, bool isToFinish) {
+    aside(kept, [isToFinish](Kept& ended) {
+        if (isToFinish) {
+            ended.device->finish();
+        }
+        ended.device.reset();
+    });
 }
 
 bool HandoverBackend::driveByClock() {

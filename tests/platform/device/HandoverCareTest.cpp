@@ -130,7 +130,7 @@ TEST(HandoverCare, AProgramThatStopsWhenItIsInterruptedHearsOfTheEnd) {
     Notices notices([&] { device.removeClient(heard); });
     ASSERT_TRUE(device.addClient(heard));
     scene.isThere = false;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
     scene.isThere = true;
     EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
@@ -158,13 +158,13 @@ TEST(HandoverCare, ADeviceThatIsLostAgainWhileItComesBackEndsItsInterruption) {
     std::atomic<bool> dies{false};
     scene.start = [&] {
         if (dies) {
-            scene.heard.load()->lostHeard();
+            scene.lose();
         }
         return rendersFirstBlock();
     };
     ASSERT_TRUE(device.addClient(heard));
     dies = true;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
     dies = false;
     ASSERT_TRUE(eventually([&] { return notices.told().size() == 2; }));
@@ -185,7 +185,7 @@ TEST(HandoverCare, ADeviceWithoutMemoryIsNone) {
     };
     ASSERT_TRUE(device.addClient(heard));
     hasMemory = false;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
     hasMemory = true;
     EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
@@ -265,7 +265,7 @@ TEST(HandoverCare, AMicrophoneAloneThatGoesIsToldOnceAndOnceThatItIsBack) {
     ASSERT_TRUE(device.addClient(listener));
     ASSERT_TRUE(device.isHearing());
     scene.starts = false;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([&] { return !notices.told().empty(); }));
     for (int tries = 0; tries < 2; ++tries) {
         scene.noted();
@@ -283,7 +283,7 @@ TEST(HandoverCare, AnInterruptionEndsWithTheServerAlsoForWhoListensToAMissingMic
     Notices notices([&] { device.removeClient(player); });
     ASSERT_TRUE(device.addClient(player));
     scene.isThere = false;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
     ASSERT_TRUE(device.addClient(listener));
     scene.starts = false;
@@ -393,7 +393,7 @@ TEST(HandoverCare, ADeviceThatDiesWhileItIsOpenedIsTriedTwiceASecond) {
     std::atomic<int> openings{0};
     scene.start = [&] {
         ++openings;
-        scene.heard.load()->lostHeard();
+        scene.lose();
         return false;
     };
     testing::internal::CaptureStderr();
@@ -410,14 +410,14 @@ TEST(HandoverCare, ADeviceThatIsLostWhileItIsClosedIsNothingToTellAtTheNextStart
     HandoverClient heard(true);
     Notices notices;
     ASSERT_TRUE(device.addClient(heard));
-    scene.finish = [] { scene.heard.load()->lostHeard(); };
+    scene.finish = [] { scene.lose(); };
     device.removeClient(heard);
     ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
     scene.finish = {};
     ASSERT_TRUE(device.addClient(heard));
     // Told by the same thread, behind whatever the start had to tell.
     scene.isThere = false;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(
         eventually([&] { return !notices.told().empty() && notices.told().back() == "began"; }));
     EXPECT_EQ(notices.told(), Words{"began"});
@@ -430,7 +430,7 @@ TEST(HandoverCare, ADeviceThatStoodStillAndWasOpenedAnewIsBack) {
     Notices notices;
     ASSERT_TRUE(device.addClient(heard));
     ASSERT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
-    scene.heard.load()->lostHeard();
+    scene.lose();
     EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
     device.removeClient(heard);
 }
@@ -612,18 +612,135 @@ TEST(HandoverCare, WhileACallbackHoldsARequestWhatHasToBeClosedWaitsAndTheRestGo
         scene.noted();
         scene.heard.load()->lostHeard();
         say(true);
-        say(false);
         ASSERT_TRUE(eventually([] {
             const std::lock_guard lock(scene.mutex);
             return scene.sleep.empty();
         })) << "news are taken";
         EXPECT_FALSE(scene.hasCome("start clock")) << "two would render at one time";
         EXPECT_FALSE(scene.hasCome("end device"));
+        EXPECT_EQ(notices.told(), Words{});
         slow.goOn();
+        EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+        say(false);
         EXPECT_TRUE(eventually([] { return scene.hasCome("start device"); }));
-        EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+        EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
     }
     device.removeClient(slow);
+}
+
+/// A server that answers when the test says so.
+class Standstill {
+  public:
+    ~Standstill() { goOn(); }
+    void await() {
+        isHeld = true;
+        mayGoOn.wait(false);
+    }
+    void goOn() {
+        mayGoOn = true;
+        mayGoOn.notify_all();
+    }
+
+    std::atomic<bool> mayGoOn{false};
+    std::atomic<bool> isHeld{false};
+};
+
+TEST(HandoverCare, AServerThatStandsStillWhileItIsOpenedHoldsUpNothingElse) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    Standstill server;
+    ASSERT_TRUE(device.addClient(heard));
+    ASSERT_TRUE(eventually([] { return scene.watches == 1; }));
+    scene.noted();
+    scene.start = [&] {
+        server.await();
+        return rendersFirstBlock();
+    };
+    scene.lose();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    ASSERT_TRUE(server.isHeld);
+    ASSERT_TRUE(scene.hasCome("start clock"));
+    scene.clock->render({512, 0});
+    EXPECT_EQ(heard.frames.back(), 512U) << "units have their callbacks";
+    say(true);
+    say(false);
+    EXPECT_TRUE(eventually([] {
+        const std::lock_guard lock(scene.mutex);
+        return scene.sleep.empty();
+    })) << "news are taken";
+    EXPECT_FALSE(scene.hasCome("stop clock"));
+    server.goOn();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
+    EXPECT_TRUE(scene.hasCome("stop clock"));
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, AServerThatStandsStillWhileItIsClosedHoldsUpNothingElse) {
+    Device& device = openBoth();
+    HandoverClient heard(true), quiet(false);
+    Notices notices;
+    Standstill server;
+    ASSERT_TRUE(device.addClient(quiet));
+    ASSERT_TRUE(device.addClient(heard));
+    scene.finish = [&] { server.await(); };
+    scene.noted();
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([&] { return server.isHeld.load(); }));
+    EXPECT_TRUE(scene.hasCome("start clock"));
+    scene.clock->render({512, 0});
+    EXPECT_EQ(quiet.frames.back(), 512U);
+    EXPECT_EQ(notices.told(), Words{}) << "nobody wants to be heard";
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    server.goOn();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
+    scene.noted();
+    device.removeClient(heard);
+    device.removeClient(quiet);
+    EXPECT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+}
+
+TEST(HandoverCare, AMicrophoneThatTakesLongHoldsUpNothingElse) {
+    Device& device = openBoth();
+    HandoverClient heard(true), listener(false, true);
+    Notices notices;
+    Standstill server;
+    ASSERT_TRUE(device.addClient(heard));
+    ASSERT_TRUE(eventually([] { return scene.watches == 1; }));
+    const Speakers speakers;
+    scene.hear = [&] { server.await(); };
+    ASSERT_TRUE(device.addClient(listener));
+    say(true);
+    say(false);
+    EXPECT_TRUE(eventually([] {
+        const std::lock_guard lock(scene.mutex);
+        return scene.sleep.empty();
+    })) << "news are taken";
+    EXPECT_EQ(notices.told(), Words{}) << "the speakers go on";
+    server.goOn();
+    EXPECT_TRUE(eventually([&] { return device.isHearing(); }));
+    device.removeClient(listener);
+    EXPECT_TRUE(eventually([&] { return !device.isHearing(); }));
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, WhatEndsDoesNotWaitForAServerThatStandsStill) {
+    std::unique_ptr<Device> device = Device::open("both", kHandoverRows);
+    HandoverClient heard(true);
+    Standstill server;
+    testing::internal::CaptureStderr();
+    scene.start = [&] {
+        server.await();
+        return true;
+    };
+    ASSERT_TRUE(device->addClient(heard)) << "on the clock";
+    device->removeClient(heard);
+    device.reset();
+    EXPECT_FALSE(scene.hasCome("end device")) << "it is the server's";
+    server.goOn();
+    EXPECT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    testing::internal::GetCapturedStderr();
 }
 
 TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/NeverDestroyed.h"
 #include "device/Device.h"
 #include "device/backends/HandoverBackend.h"
 
@@ -34,14 +35,15 @@ struct Scene {
     std::atomic<HeardHost*> heard{nullptr};
     std::function<bool()> start{};   ///< what the device does when it is started, instead
     std::function<void()> finish{};  ///< what happens besides while it plays out
+    std::function<void()> hear{};    ///< the same while it is asked to listen
     std::atomic<bool> isMicrophoneThere{true};
     std::atomic<bool> hasNewMicrophone{false};  ///< the device has to be opened anew for it
     HeardPlace place{};                         ///< with the mutex
     std::atomic<int> looks{0};                  ///< at it
-    std::mutex requests;                        ///< held while the device asks for a block
-    std::deque<bool> sleep{};                   ///< news of the machine, not yet told
-    std::atomic<int> watches{0};                ///< that look out for such news
-    std::atomic<bool> isForgotten{false};       ///< by a child
+    std::mutex requests;          ///< held while the device calls: it does not end meanwhile
+    std::deque<bool> sleep{};     ///< news of the machine, not yet told
+    std::atomic<int> watches{0};  ///< that look out for such news
+    std::atomic<bool> isForgotten{false};  ///< by a child
 
     void note(const char* verb) {
         const std::lock_guard lock(mutex);
@@ -54,6 +56,13 @@ struct Scene {
             host->renderHeard({64, 0});
         }
     }
+    /// The device says that it is gone.
+    void lose() {
+        const std::lock_guard lock(requests);
+        if (HeardHost* const host = heard) {
+            host->lostHeard();
+        }
+    }
     std::vector<std::string> noted() {
         const std::lock_guard lock(mutex);
         return std::exchange(verbs, {});
@@ -64,7 +73,9 @@ struct Scene {
     }
 };
 
-inline Scene scene;
+/// Keepers look at it to the end of the process.
+inline tqcommon::NeverDestroyed<Scene> theScene;
+inline Scene& scene = *theScene;
 
 /// What a device does when it is started.
 inline bool rendersFirstBlock() {
@@ -124,6 +135,9 @@ class MadeUpDevice final : public HeardDevice {
         return sampleRate_ != scene.refusedRate;
     }
     bool hear(bool isHearing) override {
+        if (scene.hear) {
+            scene.hear();
+        }
         if (isHearing && scene.hasNewMicrophone.exchange(false)) {
             scene.isMicrophoneThere = true;
             return false;

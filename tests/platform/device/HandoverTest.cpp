@@ -145,7 +145,7 @@ TEST(Handover, TheClockGoesOnWhileTheDeviceIsGone) {
     ASSERT_TRUE(device.addClient(heard));
     scene.isThere = false;
     scene.noted();
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([] { return scene.hasCome("start clock"); }));
     scene.clock->render({512, 0});
     EXPECT_EQ(heard.frames.back(), 512U);
