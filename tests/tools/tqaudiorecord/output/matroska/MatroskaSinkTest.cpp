@@ -119,8 +119,9 @@ TEST_F(MatroskaSinkTest, WhereAUnitDoesNotPlayThereIsSilenceOfThatLength) {
 }
 
 TEST_F(MatroskaSinkTest, LongSilenceIsWrittenALittleInEveryTurnAlsoBehindASplit) {
+    // What waits to be coded or sorted is in no file's length yet: samples as they are show all.
     for (const bool isSplit : {false, true}) {
-        auto sink = matroskaSink();
+        auto sink = matroskaSink("mka-pcm");
         playTurns(*sink, 0, 1, [&](std::size_t turn) { playMusic(*sink, turn); });
         if (isSplit) {
             ASSERT_EQ(sink->split().size(), 1U);
