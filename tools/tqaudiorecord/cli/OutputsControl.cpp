@@ -25,6 +25,10 @@ void Outputs::block(const Process& process, const Block& block) {
     if (pauses_.isWithin(block.microseconds)) {
         return;
     }
+    // The microphone is nobody's sound: it is not in here yet.
+    if (!names_->isHeard() && hasSound(block.frames, block.format)) {
+        names_->hear(process);
+    }
     Block moved = block;
     moved.microseconds -= pauses_.before(block.microseconds);
     moved.lostFrames =

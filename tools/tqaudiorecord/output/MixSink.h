@@ -49,13 +49,9 @@ class MixRecording {
     [[nodiscard]] std::optional<WrittenFile> split() {
         return mix_ ? mix_->split() : unbegun_->split();
     }
-    void finish() {
-        if (mix_) {
-            mix_->finish();
-        } else {
-            unbegun_->finish();
-        }
-    }
+    void moveTo(const std::string& path) { mix_ ? mix_->moveTo(path) : unbegun_->moveTo(path); }
+    void end() { mix_ ? mix_->end() : unbegun_->end(); }
+    void finish() { mix_ ? mix_->finish() : unbegun_->finish(); }
 
     [[nodiscard]] const std::vector<std::string>& problems() const { return series().problems(); }
     [[nodiscard]] std::vector<WrittenFile> files() const {

@@ -15,9 +15,10 @@
 namespace tqrecorder {
 
 /// Writes what each process plays to files of its own, a Recording for each. The first process that
-/// delivers sound gets the file that was opened at the start. A Recording is made of a
-/// FileSeries::Plan and has open(), beginAt(), block(), catchUp(), isBehind(), isHeard(),
-/// refresh(), split(), finish(), problems() and files().
+/// delivers anything gets the file that was opened at the start, and gives its name up to the first
+/// that sounds. A Recording is made of a FileSeries::Plan and has open(), beginAt(), block(),
+/// catchUp(), isBehind(), isHeard(), refresh(), split(), moveTo(), end(), finish(), problems() and
+/// files().
 template <typename Recording>
 class ProcessFilesSink : public FilesSink {
   public:
@@ -31,6 +32,7 @@ class ProcessFilesSink : public FilesSink {
     }
 
     void block(const Process& process, const Block& block) override {
+        followNames();
         // A track's first block may come before the mix's: all files of a process begin with it.
         if (Recording* const recording = recordingOf(process, block.microseconds)) {
             recording->block(block);
@@ -42,7 +44,7 @@ class ProcessFilesSink : public FilesSink {
         if (found != recordings_.end() && found->second->isBehind()) {
             ended_.insert(process.id);
         } else if (found != recordings_.end()) {
-            found->second->finish();
+            conclude(process.id, *found->second);
         }
     }
 
@@ -119,12 +121,50 @@ class ProcessFilesSink : public FilesSink {
         for (auto& [id, recording] : recordings_) {
             recording->catchUp(end);
             if (!recording->isBehind() && ended_.erase(id) > 0) {
-                recording->finish();
+                conclude(id, *recording);
             }
         }
     }
 
   private:
+    [[nodiscard]] std::string pathWith(const std::string& addition) const {
+        const std::string path = addition.empty() ? plan_.path : withAddition(plan_.path, addition);
+        return addition.empty() || plan_.mayReplace || plan_.maximumSeconds ? path : freePath(path);
+    }
+
+    /// Its process has ended.
+    void conclude(int id, Recording& recording) {
+        if (id == first_ && !names_->isHeard()) {
+            // Another may still get its name.
+            recording.end();
+            isFirstOver_ = true;
+        } else {
+            recording.finish();
+        }
+    }
+
+    /// Once a process has sounded it is known whose the name as given is.
+    void followNames() {
+        if (isSettled_ || !names_->isHeard()) {
+            return;
+        }
+        isSettled_ = true;
+        if (first_ == 0 || !names_->isFirst(first_)) {
+            if (first_ != 0) {
+                recordings_.at(first_)->moveTo(pathWith(names_->additionOf(first_)));
+            }
+            for (auto& [id, recording] : recordings_) {
+                if (names_->isFirst(id)) {
+                    opened_.reset();
+                    recording->moveTo(plan_.path);
+                }
+            }
+        }
+        if (isFirstOver_) {
+            recordings_.at(first_)->finish();
+        }
+    }
+
     /// Null for a process beyond the bound.
     [[nodiscard]] Recording* recordingOf(const Process& process, std::uint64_t microseconds) {
         const auto found = recordings_.find(process.id);
@@ -137,14 +177,14 @@ class ProcessFilesSink : public FilesSink {
         }
         const std::string& addition = names_->additionOf(process);
         std::unique_ptr<Recording> recording;
+        if (addition.empty()) {
+            first_ = process.id;
+        }
         if (addition.empty() && opened_ != nullptr) {
             recording = std::move(opened_);
         } else {
             FileSeries::Plan plan = plan_;
-            plan.path = withAddition(plan_.path, addition);
-            if (!plan.mayReplace && !plan.maximumSeconds) {
-                plan.path = freePath(plan.path);
-            }
+            plan.path = pathWith(addition);
             recording = std::make_unique<Recording>(plan);
         }
         recording->beginAt(microseconds);
@@ -156,6 +196,9 @@ class ProcessFilesSink : public FilesSink {
     std::unique_ptr<Recording> opened_;  // until the first process needs it
     std::map<int, std::unique_ptr<Recording>> recordings_;
     std::set<int> ended_;        // those whose recording is not up to their end yet
+    int first_ = 0;              // process that has the name as given; 0 for none
+    bool isFirstOver_ = false;   // it has ended before any process sounded
+    bool isSettled_ = false;     // names change no more
     std::uint64_t refused_ = 0;  // blocks of processes beyond the bound
     bool isFinished_ = false;
 };

@@ -109,7 +109,7 @@ void ReplaySink::block(const Process& process, const Block& block) {
     if (found == processes_.end()) {
         makeRoom();
         found = processes_.emplace(process.id, ProcessMemory{}).first;
-        found->second.addition = names_->additionOf(process);
+        (void)names_->additionOf(process);
     }
     Memory& memory = memoryOf(found->second, block);
     if (!memory.sound) {

@@ -70,7 +70,6 @@ class ReplaySink : public FilesSink {
         [[nodiscard]] double frameAt(double microseconds) const;
     };
     struct ProcessMemory {
-        std::string addition;
         std::vector<std::pair<int, Memory>> streams;  // by track, the mix is 0
         double savedUntil = 0;                        // host time
         bool ended = false;

@@ -74,7 +74,7 @@ std::optional<ProcessClip> ReplaySink::clipOf(int id, ProcessMemory& process, do
     // Clips that overlap end together. One that the next goes on from ends with its own sound:
     // what has been played and not arrived yet belongs to the next.
     const double to = plan_.overlaps ? now : newest;
-    ProcessClip clip{id, process.addition, (to - from) / 1e6, {}};
+    ProcessClip clip{id, names_->additionOf(id), (to - from) / 1e6, {}};
     Mark mark{lastTicket_, id, std::exchange(process.savedUntil, to), {}};
     for (auto& [track, memory] : process.streams) {
         clip.streams.push_back(clipOf(track, memory, from, to));

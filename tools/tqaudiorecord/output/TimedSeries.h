@@ -35,11 +35,17 @@ class TimedSeries {
         work(Backlog::Time::max(), true);
         return series_.split();
     }
+    void moveTo(const std::string& path) { series_.moveTo(path); }
+    void end() {
+        work(Backlog::Time::max(), true);
+        series_.end();
+    }
     void finish() {
         work(Backlog::Time::max(), true);
         series_.finish();
     }
     void refresh() { series_.refresh(); }
+    [[nodiscard]] const std::string& name() const { return name_; }
     [[nodiscard]] const FileSeries& series() const { return series_; }
 
     [[nodiscard]] std::vector<WrittenFile> files(int processId) const {

@@ -17,6 +17,8 @@ namespace tqrecorder {
 namespace {
 
 constexpr std::string_view kTrackPrefix = "track-";
+/// Tracks that have ended and may still change their names. Each holds a file open.
+constexpr std::size_t kMostUnnamed = 32;
 
 /// Of those that are in a folder; empty when there is none.
 std::string firstTrackIn(const std::string& folder) {
@@ -89,16 +91,20 @@ bool TracksSink::open() {
     return true;
 }
 
+std::string TracksSink::takePath(const std::string& name, const std::string& addition) {
+    const std::string file = name + "." + std::string(plan_.kind->extension);
+    std::string path = plan_.folder + "/" + withAddition(file, addition);
+    for (int part = 2; !takenNames_.insert(path).second; ++part) {
+        path = plan_.folder + "/" + withAddition(file, addition + "-part" + std::to_string(part));
+    }
+    return path;
+}
+
 void TracksSink::begin(const Process& process, const Block& block) {
     const Axis& axis = axes_.at(process.id);
     const std::string name =
         std::string(kTrackPrefix) + std::to_string(block.track) + "-" + fileNamePart(block.unit);
-    const std::string extension = "." + std::string(plan_.kind->extension);
-    std::string path = plan_.folder + "/" + withAddition(name + extension, axis.addition);
-    for (int part = 2; !takenNames_.insert(path).second; ++part) {
-        path = plan_.folder + "/" +
-               withAddition(name + extension, axis.addition + "-part" + std::to_string(part));
-    }
+    const std::string path = takePath(name, axis.addition);
     const std::uint64_t beganAt = plan_.fromStart ? axis.beganAt : block.microseconds;
     const double offset = static_cast<double>(std::max(beganAt, axis.beganAt) - axis.beganAt) / 1e6;
     FileSeries::Plan plan{
@@ -112,7 +118,50 @@ void TracksSink::begin(const Process& process, const Block& block) {
     tracks_.insert_or_assign({process.id, block.track}, std::move(track));
 }
 
+/// Once a process has sounded it is known whose the names as given are.
+void TracksSink::followNames() {
+    if (isSettled_ || !names_->isHeard()) {
+        return;
+    }
+    isSettled_ = true;
+    // Who gives them up goes first.
+    for (const bool isFirst : {false, true}) {
+        for (auto& [id, axis] : axes_) {
+            const std::string& addition = names_->additionOf(id);
+            if (names_->isFirst(id) == isFirst && axis.addition != addition) {
+                axis.addition = addition;
+                move(id);
+            }
+        }
+    }
+    for (auto& [id, track] : unnamed_) {
+        nameAndList(id, track);
+    }
+    unnamed_.clear();
+}
+
+void TracksSink::move(int processId) {
+    std::vector<Track*> moved;
+    for (auto& [id, track] : unnamed_) {
+        if (id == processId) {
+            moved.push_back(&track);
+        }
+    }
+    for (auto& [key, track] : tracks_) {
+        if (key.first == processId) {
+            moved.push_back(&track);
+        }
+    }
+    for (Track* const track : moved) {
+        takenNames_.erase(track->timed.series().path());
+    }
+    for (Track* const track : moved) {
+        track->timed.moveTo(takePath(track->timed.name(), axes_.at(processId).addition));
+    }
+}
+
 void TracksSink::block(const Process& process, const Block& block) {
+    followNames();
     const auto axis = axes_.find(process.id);
     if (axis == axes_.end()) {
         axes_[process.id] = {names_->additionOf(process), block.microseconds,
@@ -125,7 +174,7 @@ void TracksSink::block(const Process& process, const Block& block) {
     auto found = tracks_.find({process.id, block.track});
     if (found != tracks_.end() && (found->second.unit != block.unit ||
                                    found->second.timed.series().format() != block.format)) {
-        end(process.id, found->second);
+        end(process.id, std::move(found->second));
         tracks_.erase(found);
         found = tracks_.end();
     }
@@ -162,7 +211,20 @@ void TracksSink::removeOld() {
     }
 }
 
-void TracksSink::end(int processId, Track& track) {
+void TracksSink::end(int processId, Track track) {
+    if (names_->isHeard()) {
+        nameAndList(processId, track);
+        return;
+    }
+    track.timed.end();
+    unnamed_.emplace_back(processId, std::move(track));
+    if (unnamed_.size() > kMostUnnamed) {
+        nameAndList(unnamed_.front().first, unnamed_.front().second);
+        unnamed_.pop_front();
+    }
+}
+
+void TracksSink::nameAndList(int processId, Track& track) {
     track.timed.finish();
     report(track);
     const std::vector<WrittenFile> files = track.timed.files(processId);
@@ -173,7 +235,7 @@ TracksSink::Tracks::iterator TracksSink::endIfDone(Tracks::iterator track) {
     if (!track->second.isEnded || track->second.timed.isBehind()) {
         return std::next(track);
     }
-    end(track->first.first, track->second);
+    end(track->first.first, std::move(track->second));
     return tracks_.erase(track);
 }
 
@@ -216,8 +278,12 @@ void TracksSink::catchUp(Backlog::Time end) {
 }
 
 void TracksSink::finish() {
+    for (auto& [id, track] : unnamed_) {
+        nameAndList(id, track);
+    }
+    unnamed_.clear();
     for (auto& [key, track] : tracks_) {
-        end(key.first, track);
+        nameAndList(key.first, track);
     }
     tracks_.clear();
     if (refused_ > 0) {
@@ -240,6 +306,10 @@ void TracksSink::complain(const std::string& problem) {
 
 std::vector<WrittenFile> TracksSink::files() const {
     std::vector<WrittenFile> all = done_;
+    for (const auto& [id, track] : unnamed_) {
+        const std::vector<WrittenFile> files = track.timed.files(id);
+        all.insert(all.end(), files.begin(), files.end());
+    }
     for (const auto& [key, track] : tracks_) {
         const std::vector<WrittenFile> files = track.timed.files(key.first);
         all.insert(all.end(), files.begin(), files.end());

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <set>
@@ -62,7 +63,11 @@ class TracksSink : public FilesSink {
         StreamClock::Time received;
     };
     void begin(const Process& process, const Block& block);
-    void end(int processId, Track& track);
+    [[nodiscard]] std::string takePath(const std::string& name, const std::string& addition);
+    void move(int processId);
+    void followNames();
+    void end(int processId, Track track);
+    void nameAndList(int processId, Track& track);
     using Tracks = std::map<std::pair<int, int>, Track>;  // by process and track
     Tracks::iterator endIfDone(Tracks::iterator track);
     /// Of what has become of it since it was written to.
@@ -76,6 +81,9 @@ class TracksSink : public FilesSink {
     tqcommon::Descriptor lock_;  // of the folder
     std::map<int, Axis> axes_;
     Tracks tracks_;  // those under way
+    /// Ended before any process sounded: whose names are those as given is not known yet.
+    std::deque<std::pair<int, Track>> unnamed_;
+    bool isSettled_ = false;  // it is
     std::set<std::string> takenNames_;
     /// A file of an earlier recording, to be replaced. A name may be another file's by then.
     struct Old {

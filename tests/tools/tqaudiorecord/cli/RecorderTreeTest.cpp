@@ -57,6 +57,26 @@ class RecorderTreeTest : public RecorderTest {
     const std::string path_ = folder_.file("out.wav");
 };
 
+/// One that has ended before, and one that still plays its silence.
+TEST_F(RecorderTreeTest, ALauncherThatIsSilentLeavesTheNamesToTheGame) {
+    const std::string host = TQ_TONE_HOST;
+    for (const std::string& script :
+         {host + " silent 0.5; " + host + " tone 2",
+          host + " silent 60 & sleep 2; " + host + " tone 2; kill $!; wait"}) {
+        SCOPED_TRACE(script);
+        TemporaryFolder folder;
+        const ProgramEnd end =
+            run({"-o", folder.file("out.wav"), "--tracks", folder.file("tracks")},
+                {"sh", "-c", script});
+        EXPECT_EQ(end.code, 0) << end.errors;
+        EXPECT_GT(RecordedFile(folder.file("out.wav")).amplitude(700, 0.5, 1), 0.3) << end.errors;
+        // Both are of one name, which the game had as well before it sounded.
+        EXPECT_THAT(end.errors, testing::ContainsRegex("out-recorded_host(-2)?.wav \\("));
+        EXPECT_GT(RecordedFile(folder.file("tracks/track-1-unit-1.wav")).amplitude(700, 0.5, 1),
+                  0.3);
+    }
+}
+
 class RecorderLauncherTest : public RecorderTreeTest,
                              public testing::WithParamInterface<std::string> {};
 

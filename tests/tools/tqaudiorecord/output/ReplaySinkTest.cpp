@@ -315,6 +315,16 @@ TEST_F(ReplaySinkTest, ClipsOfSeveralProgramsAreOfOneTime) {
     EXPECT_EQ(save(*sink).size(), 1U);
 }
 
+TEST_F(ReplaySinkTest, ALauncherThatIsSilentGivesTheNameToTheFirstThatSounds) {
+    auto sink = replaySink(0.5, true);
+    playSilence(*sink, launcher_);
+    names_->hear(game_);
+    play(*sink, game_, 0, 4410);
+    ASSERT_EQ(save(*sink).size(), 2U);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).numberAt(4409), 4410);
+    EXPECT_EQ(RecordedFile(folder_.file("replay-launcher-001.wav")).numberAt(4409), 0);
+}
+
 TEST_F(ReplaySinkTest, AProgramWithABrokenClockTakesNoClipFromOthers) {
     const Process odd = process(2, "odd");
     auto sink = replaySink(0.5, true);

@@ -31,6 +31,10 @@ class SinkFixture : public testing::Test {
             sink.block(who, mixBlock(bytes, at(frame)));
         }
     }
+    /// A tenth of a second of silence.
+    static void playSilence(Sink& sink, const Process& who) {
+        sink.block(who, mixBlock(std::vector<std::byte>(4410 * kMixFormat.frameBytes()), kStart));
+    }
     std::unique_ptr<MixSink> mixSink(const char* name = "out.wav") {
         auto sink = std::make_unique<MixSink>(
             FileSeries::Plan{folder_.file(name), formatNamed("wav"), {}}, names_);
@@ -39,6 +43,8 @@ class SinkFixture : public testing::Test {
     }
     TemporaryFolder folder_;
     std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
+    /// Plays nothing but silence before the game sounds.
+    const Process launcher_ = process(2, "launcher", true);
     const Process game_ = process(1, "game", true);
 };
 

@@ -60,6 +60,22 @@ std::string FileChain::nextPath() {
     return path;
 }
 
+void FileChain::moveTo(std::string path) {
+    path_ = std::move(path);
+    if (isNumbered_ && lock_ != nullptr) {
+        lock_->moveTo(path_);
+    }
+    number_ = files_.empty() ? 0 : number_;
+    for (Silent& silent : silent_) {
+        silent.part->moveTo(nextPath());
+        silent.file.path = silent.part->path();
+        numberFromNowOn();
+    }
+    if (part_ != nullptr) {
+        part_->moveTo(nextPath());
+    }
+}
+
 void FileChain::heard() {
     if (std::exchange(isHeard_, true)) {
         return;

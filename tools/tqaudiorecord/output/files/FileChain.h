@@ -41,6 +41,8 @@ class FileChain {
     [[nodiscard]] const PartFile* current() const { return part_.get(); }
     /// Removes the one under way.
     void drop() { part_.reset(); }
+    /// Files that are not listed yet are to be called by that path from now on, from the first on.
+    void moveTo(std::string path);
     /// The one under way is complete, and is called what `file` says but for the path. One without
     /// a frame goes.
     void complete(WrittenFile file, bool isEmpty);

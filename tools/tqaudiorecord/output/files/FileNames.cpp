@@ -60,21 +60,49 @@ std::string fileNamePart(std::string_view text) {
     return first == std::string::npos ? "unnamed" : result.substr(first, last - first + 1);
 }
 
-const std::string& ProcessNames::additionOf(const Process& process) {
-    const auto [entry, isNew] = additions_.try_emplace(process.id);
-    if (isNew && additions_.size() > 1) {
-        const std::string base = "-" + fileNamePart(process.name);
-        entry->second = base;
-        for (int number = 2; !taken_.insert(entry->second).second; ++number) {
-            entry->second = base + "-" + std::to_string(number);
-        }
+std::string ProcessNames::free(const std::string& program) {
+    const std::string base = "-" + fileNamePart(program);
+    std::string addition = base;
+    for (int number = 2; !taken_.insert(addition).second; ++number) {
+        addition = base + "-" + std::to_string(number);
     }
-    return entry->second;
+    return addition;
+}
+
+const std::string& ProcessNames::additionOf(const Process& process) {
+    const auto [entry, isNew] = names_.try_emplace(process.id, Named{process.name, {}});
+    if (isNew && names_.size() > 1) {
+        entry->second.addition = free(process.name);
+    }
+    return entry->second.addition;
+}
+
+const std::string& ProcessNames::additionOf(int processId) const {
+    return names_.at(processId).addition;
 }
 
 bool ProcessNames::isFirst(int processId) const {
-    const auto found = additions_.find(processId);
-    return found != additions_.end() && found->second.empty();
+    const auto found = names_.find(processId);
+    return found != names_.end() && found->second.addition.empty();
+}
+
+void ProcessNames::hear(const Process& process) {
+    const bool isNew = !names_.contains(process.id);
+    const std::string before = additionOf(process);
+    if (std::exchange(isHeard_, true) || before.empty()) {
+        return;
+    }
+    // Files that have its name by now cannot change it with those of the first.
+    if (isNew) {
+        taken_.erase(before);
+    }
+    for (auto& [id, named] : names_) {
+        if (named.addition.empty()) {
+            named.addition = free(named.program);
+        }
+    }
+    taken_.erase(names_.at(process.id).addition);
+    names_.at(process.id).addition.clear();
 }
 
 }  // namespace tqrecorder

@@ -130,11 +130,23 @@ void FileSeries::refresh() {
     }
 }
 
-void FileSeries::finish() {
+void FileSeries::moveTo(const std::string& path) {
+    plan_.path = path;
+    chain_.moveTo(path);
+    if (file_ != nullptr) {
+        file_->setPath(chain_.current()->path());
+    }
+}
+
+void FileSeries::end() {
     if (resampler_ != nullptr) {
         writeConverted(resampler_->flush());
     }
     closeFile();
+}
+
+void FileSeries::finish() {
+    end();
     chain_.finish();
 }
 

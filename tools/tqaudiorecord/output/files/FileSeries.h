@@ -42,6 +42,10 @@ class FileSeries {
     /// What follows goes to a new file with the next number, from 2 on for the first. Gives the one
     /// that is complete now; nothing without a frame in it, or while there is only silence.
     [[nodiscard]] std::optional<WrittenFile> split();
+    /// Files that have no name yet get that one, with numbers as open() has them.
+    void moveTo(const std::string& path);
+    /// Nothing more comes; files without sound wait for finish() or moveTo() with their names.
+    void end();
     void finish();
 
     /// As it was asked for.

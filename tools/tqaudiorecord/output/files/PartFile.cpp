@@ -159,6 +159,23 @@ tqcommon::Descriptor PartFile::descriptor() const {
     return tqcommon::Descriptor(fcntl(file_.get(), F_DUPFD_CLOEXEC, 3));
 }
 
+void PartFile::moveTo(std::string path) {
+    if (part_.empty()) {
+        return;
+    }
+    std::string target = linkTarget(path);
+    std::string part = partOf(target);
+    if (hasName_) {
+        if (!renameToFree(target_, target)) {
+            return;
+        }
+    } else if (renameToFree(part_, part)) {
+        part_ = std::move(part);
+    }
+    path_ = std::move(path);
+    target_ = std::move(target);
+}
+
 std::string PartFile::takeName() {
     if (hasName_) {
         return {};

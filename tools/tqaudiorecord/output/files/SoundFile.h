@@ -44,6 +44,8 @@ class SoundFile {
     [[nodiscard]] bool close();
 
     [[nodiscard]] const std::string& path() const { return path_; }
+    /// Is called that in problems from now on.
+    void setPath(std::string path) { path_ = std::move(path); }
     [[nodiscard]] const BlockFormat& format() const { return format_; }
     [[nodiscard]] std::uint64_t frames() const { return frames_; }
     [[nodiscard]] double seconds() const {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "output/files/FileSeries.h"
+
 namespace tqrecorder {
 namespace {
 
@@ -36,6 +38,13 @@ void LiveSink::block(const Process& process, const Block& block) {
         return;
     }
     source->lastSound = Clock::now();
+    if (!source->isHeard && hasSound(block.frames, block.format)) {
+        source->isHeard = true;
+        if (takePlainName({process.id, std::string(block.unit)}, *source)) {
+            link_.send({LiveKind::kClose, source->id}, {});
+            announceAnew(*source);
+        }
+    }
     const std::size_t channels = source->format.channels;
     const std::size_t most = kMostLivePayload / sizeof(float) / channels * channels;
     std::span<const float> rest(samples_);
@@ -71,12 +80,15 @@ LiveSink::Source* LiveSink::sourceOf(const Process& process, const Block& block)
         return nullptr;
     }
     Source source;
-    source.id = ++lastId_;
+    source.program = process.name;
     source.name = names_.take(process.name, block.unit);
     source.format = block.format;
     source.blockFrames = static_cast<std::uint32_t>(block.frames.size() / frameBytes);
-    announce(source);
-    tell_("live source: " + source.name.description);
+    source.isHeard = hasSound(block.frames, block.format);
+    if (source.isHeard) {
+        (void)takePlainName(key, source);
+    }
+    announceAnew(source);
     return &sources_.insert_or_assign(key, source).first->second;
 }
 
@@ -113,6 +125,33 @@ void LiveSink::takeRefused() {
                   " was refused: " + refused.reason);
         }
     }
+}
+
+/// A scene that was saved looks for the name without a number: a launcher of the same name that has
+/// been silent gives it up. False where none has it.
+bool LiveSink::takePlainName(const Key& key, Source& source) {
+    const auto found = std::find_if(sources_.begin(), sources_.end(), [&](const auto& other) {
+        return other.first.second == key.second && !other.second.isHeard &&
+               source.name.name.starts_with(other.second.name.name + ".");
+    });
+    if (found == sources_.end()) {
+        return false;
+    }
+    Source& other = found->second;
+    const LiveName numbered = source.name;
+    close(other);
+    source.name = names_.take(source.program, key.second);
+    names_.giveBack(numbered);
+    other.name = names_.take(other.program, key.second);
+    announceAnew(other);
+    return true;
+}
+
+void LiveSink::announceAnew(Source& source) {
+    source.id = ++lastId_;
+    source.isRefused = false;
+    announce(source);
+    tell_("live source: " + source.name.description);
 }
 
 void LiveSink::announce(const Source& source) {

@@ -19,7 +19,7 @@ namespace tqrecorder {
 ///
 /// A source appears with its first block and stays, silent where nothing is played, as long as its
 /// process lives: who has picked it keeps it. The same track in another format goes and comes back
-/// under its name.
+/// under its name. Of two of one name the first that sounds has it without a number.
 class LiveSink : public Sink {
   public:
     /// Says one line to the user.
@@ -43,16 +43,20 @@ class LiveSink : public Sink {
     using Key = std::pair<int, std::string>;  ///< process, unit
     struct Source {
         std::uint32_t id = 0;
+        std::string program;
         LiveName name;
         BlockFormat format;
         std::uint32_t blockFrames = 0;
         Clock::time_point lastSound;
         bool isRefused = false;  ///< by the server that is there now
+        bool isHeard = false;
     };
     [[nodiscard]] Source* sourceOf(const Process& process, const Block& block);
     [[nodiscard]] bool makeRoom();
     void tellNone(const Key& key, const std::string& program, const std::string& why);
     void takeRefused();
+    [[nodiscard]] bool takePlainName(const Key& key, Source& source);
+    void announceAnew(Source& source);
     void announce(const Source& source);
     void close(const Source& source);
     void follow();

@@ -103,8 +103,8 @@ class Holder : public LiveHolder {
     static void serverKnown(pa_context* context, const pa_server_info* info, void* data);
     static void moduleListed(pa_context* context, const pa_module_info* info, int end, void* data);
     static void sourceListed(pa_context* context, const pa_source_info* info, int end, void* data);
-    static void sourceChanged(pa_context* context, pa_subscription_event_type_t type,
-                              std::uint32_t index, void* data);
+    static void changed(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
+                        void* data);
     static void loaded(pa_context* context, std::uint32_t module, void* data);
     static void unloaded(pa_context* context, int success, void* data);
     static void timeOver(pa_mainloop_api* api, pa_time_event* event, const timeval* time,
@@ -116,6 +116,8 @@ class Holder : public LiveHolder {
               const std::string& description) override;
     void close(std::uint32_t id) override;
     void sound(std::uint32_t id, std::span<const std::byte> frames) override;
+    [[nodiscard]] bool isAnyLeaving() const;
+    void loadWaiting();
     void unload(std::uint32_t module);
     void refuse(std::uint32_t id, const std::string& reason);
     /// Everything goes; the program ends once it has.
@@ -133,8 +135,11 @@ class Holder : public LiveHolder {
     pa_context* context_ = pa_context_new(api_, "tqaudiorecord");
     PipeFolder folder_;
     Sources sources_;
+    std::deque<std::uint32_t> waiting_;  ///< ids, to be loaded once nothing is being unloaded
     std::deque<std::uint32_t> loading_;  ///< ids, in the order in which the server answers
     int unloading_ = 0;
+    std::set<std::uint32_t> leaving_;  ///< modules that are being unloaded, and are still there
+    bool isSubscribed_ = false;
     std::string server_;
     std::set<fs::path> left_;  ///< folders of others that were killed
     bool isListed_ = false;
@@ -198,6 +203,15 @@ void Holder::begin(const pa_server_info& info) {
         return;
     }
     server_ = name + " " + (info.server_version == nullptr ? "" : info.server_version);
+    pa_context_set_subscribe_callback(context_, changed, this);
+    forget(pa_context_subscribe(
+        context_,
+        static_cast<pa_subscription_mask_t>(PA_SUBSCRIPTION_MASK_SOURCE |
+                                            PA_SUBSCRIPTION_MASK_MODULE),
+        [](pa_context*, int success, void* self) {
+            static_cast<Holder*>(self)->isSubscribed_ = success != 0;
+        },
+        this));
     forget(pa_context_get_module_info_list(context_, moduleListed, this));
 }
 
@@ -207,8 +221,6 @@ void Holder::getReady() {
         return;
     }
     std::for_each(left_.begin(), left_.end(), PipeFolder::remove);
-    pa_context_set_subscribe_callback(context_, sourceChanged, this);
-    forget(pa_context_subscribe(context_, PA_SUBSCRIPTION_MASK_SOURCE, nullptr, nullptr));
     api_->io_new(
         api_, kLiveSocket, PA_IO_EVENT_INPUT,
         [](pa_mainloop_api*, pa_io_event*, int, pa_io_event_flags_t, void* self) {
@@ -244,10 +256,29 @@ void Holder::open(const LiveHeader& header, const std::string& name,
                   const std::string& description) {
     auto source =
         std::make_unique<PulseSource>(header, folder_.file(header.source), name, description);
-    const std::string arguments = source->moduleArguments();
     sources_[header.source] = std::move(source);
-    loading_.push_back(header.source);
-    forget(pa_context_load_module(context_, kModule, arguments.c_str(), loaded, this));
+    waiting_.push_back(header.source);
+    loadWaiting();
+}
+
+/// Whether a source that was closed is still in the server, or on its way there.
+bool Holder::isAnyLeaving() const {
+    return !leaving_.empty() || std::any_of(loading_.begin(), loading_.end(),
+                                            [this](auto id) { return !sources_.contains(id); });
+}
+
+/// The server gives a source another name while one has it that is to go. It answers that a module
+/// is unloaded before it is: only the event of its removal tells.
+void Holder::loadWaiting() {
+    while (!isAnyLeaving() && !waiting_.empty()) {
+        const auto found = sources_.find(waiting_.front());
+        waiting_.pop_front();
+        if (found != sources_.end()) {
+            loading_.push_back(found->first);
+            forget(pa_context_load_module(context_, kModule,
+                                          found->second->moduleArguments().c_str(), loaded, this));
+        }
+    }
 }
 
 void Holder::sound(std::uint32_t id, std::span<const std::byte> frames) {
@@ -283,6 +314,7 @@ void Holder::loaded(pa_context* context, std::uint32_t module, void* data) {
 void Holder::refuse(std::uint32_t id, const std::string& reason) {
     sources_.erase(id);
     say(LiveKind::kRefused, reason, id);
+    loadWaiting();
     quitWhenDone();
 }
 
@@ -299,8 +331,16 @@ void Holder::sourceListed(pa_context* /*context*/, const pa_source_info* info, i
     }
 }
 
-void Holder::sourceChanged(pa_context* context, pa_subscription_event_type_t /*type*/,
-                           std::uint32_t index, void* data) {
+void Holder::changed(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
+                     void* data) {
+    if ((type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) == PA_SUBSCRIPTION_EVENT_MODULE) {
+        auto& holder = *static_cast<Holder*>(data);
+        if ((type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE &&
+            holder.leaving_.erase(index) > 0) {
+            holder.loadWaiting();
+        }
+        return;
+    }
     for (const auto& [id, source] : static_cast<Holder*>(data)->sources_) {
         if (source->index == index) {
             forget(pa_context_get_source_info_by_index(context, index, sourceListed, data));
@@ -329,13 +369,21 @@ void Holder::close(std::uint32_t id) {
 
 void Holder::unload(std::uint32_t module) {
     ++unloading_;
+    if (isSubscribed_) {
+        leaving_.insert(module);
+    }
     forget(pa_context_unload_module(context_, module, unloaded, this));
 }
 
-void Holder::unloaded(pa_context* /*context*/, int /*success*/, void* data) {
+void Holder::unloaded(pa_context* /*context*/, int success, void* data) {
     auto& holder = *static_cast<Holder*>(data);
     --holder.unloading_;
+    if (success == 0) {
+        // Which one it was is not said, and no event comes of it.
+        holder.leaving_.clear();
+    }
     holder.getReady();
+    holder.loadWaiting();
     holder.quitWhenDone();
 }
 

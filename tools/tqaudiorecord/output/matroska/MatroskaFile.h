@@ -42,6 +42,8 @@ class MatroskaFile {
     [[nodiscard]] bool close();
 
     [[nodiscard]] const std::string& path() const { return path_; }
+    /// Is called that in problems from now on.
+    void setPath(std::string path) { path_ = std::move(path); }
     [[nodiscard]] std::size_t streams() const { return streams_.size(); }
     /// Up to the end of the longest stream, as far as it was flushed.
     [[nodiscard]] double seconds() const { return writer_.seconds(); }

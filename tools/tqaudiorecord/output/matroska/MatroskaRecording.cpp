@@ -302,9 +302,21 @@ std::optional<WrittenFile> MatroskaRecording::split() {
     return chain_.split([this] { cut(); });
 }
 
-void MatroskaRecording::finish() {
+void MatroskaRecording::moveTo(const std::string& path) {
+    plan_.path = path;
+    chain_.moveTo(path);
+    if (file_ != nullptr) {
+        file_->setPath(chain_.current()->path());
+    }
+}
+
+void MatroskaRecording::end() {
     work(Backlog::Time::max(), true);
     closeFile();
+}
+
+void MatroskaRecording::finish() {
+    end();
     chain_.finish();
 }
 

@@ -37,6 +37,8 @@ class MatroskaRecording {
     void refresh();
     /// As FileSeries has it.
     [[nodiscard]] std::optional<WrittenFile> split();
+    void moveTo(const std::string& path);
+    void end();
     void finish();
 
     [[nodiscard]] const std::vector<std::string>& problems() const { return chain_.problems(); }

@@ -49,5 +49,34 @@ TEST(FileNamesTest, HaveNothingThatSteersOrIsNoLetter) {
               "a_b");
 }
 
+TEST(ProcessNamesTest, TheFirstThatSoundsHasTheNamesAsGiven) {
+    ProcessNames names;
+    const Process launcher{1, 1001, "launcher", true};
+    const Process game{2, 1002, "game", false};
+    const Process other{3, 1003, "game", false};
+    EXPECT_EQ(names.additionOf(launcher), "");
+    EXPECT_EQ(names.additionOf(game), "-game");
+    EXPECT_TRUE(names.isFirst(launcher.id));
+    EXPECT_FALSE(names.isHeard());
+    names.hear(game);
+    EXPECT_TRUE(names.isHeard());
+    EXPECT_EQ(names.additionOf(launcher.id), "-launcher");
+    EXPECT_EQ(names.additionOf(game.id), "");
+    EXPECT_TRUE(names.isFirst(game.id));
+    // Whoever sounds later takes nothing from it.
+    names.hear(launcher);
+    EXPECT_EQ(names.additionOf(other), "-game");
+    EXPECT_TRUE(names.isFirst(game.id));
+}
+
+TEST(ProcessNamesTest, OneThatNobodyAskedAboutMayBeTheFirstToSound) {
+    ProcessNames names;
+    const Process launcher{1, 1001, "game", true};
+    EXPECT_EQ(names.additionOf(launcher), "");
+    names.hear({2, 1002, "game", false});
+    EXPECT_TRUE(names.isFirst(2));
+    EXPECT_EQ(names.additionOf(1), "-game");
+}
+
 }  // namespace
 }  // namespace tqrecorder::test

@@ -79,6 +79,61 @@ TEST_F(LiveSinkTest, ASourceThatTheServerRefusesTakesNoOtherWithIt) {
     EXPECT_FALSE(isThere("bats"));
 }
 
+TEST_F(LiveSinkTest, ALauncherThatIsSilentGivesTheNameToTheFirstThatSounds) {
+    const BlockFormat format{48000, 2, 32, true};
+    const std::vector<std::byte> sound(480 * format.frameBytes(), std::byte{0x3c});
+    const auto sounds = [&](const Process& who) {
+        sink_->block(who, {.track = 1, .unit = "music", .format = format, .frames = sound});
+    };
+    // One that sounds at once, and one that is silent first.
+    const Process other{2, 1002, "game", false};
+    for (const bool isSilentFirst : {false, true}) {
+        said_.clear();
+        play("music", 48000);
+        if (isSilentFirst) {
+            sink_->block(other, {.track = 1,
+                                 .unit = "music",
+                                 .format = format,
+                                 .frames = std::vector<std::byte>(480 * format.frameBytes())});
+        }
+        ASSERT_TRUE(tqtest::eventually([&] {
+            return isThere("music") && isThere("music.2") == isSilentFirst;
+        })) << sources();
+        sounds(other);
+        EXPECT_THAT(said_, testing::StartsWith("live source: game: music\n"));
+        EXPECT_THAT(said_, testing::EndsWith("live source: game: music (2)\n"
+                                             "live source: game: music\n"));
+        // Its own is numbered now, and stays it.
+        said_.clear();
+        sounds(game_);
+        EXPECT_EQ(said_, "");
+        ASSERT_TRUE(tqtest::eventually([&] {
+            sink_->tick(0);
+            return isThere("music") && isThere("music.2");
+        })) << sources()
+            << said_;
+        sink_->processEnded(game_, {});
+        ASSERT_TRUE(tqtest::eventually([&] { return isThere("music") && !isThere("music.2"); }))
+            << sources();
+        sink_->processEnded(other, {});
+        EXPECT_TRUE(tqtest::eventually([&] { return !isThere("music"); })) << sources();
+        EXPECT_EQ(said_, "") << "nothing was refused";
+    }
+}
+
+TEST_F(LiveSinkTest, ATrackThatGoesOnAtAnotherRateComesBackUnderItsName) {
+    for (const double rate : {48000.0, 44100.0, 22050.0}) {
+        const std::string shown = "2ch " + std::to_string(static_cast<int>(rate)) + "Hz";
+        play("music", rate);
+        ASSERT_TRUE(tqtest::eventually([&] {
+            const std::string all = sources();
+            const std::size_t line = all.find("tqaudiorecord.game.music\t");
+            return line != std::string::npos &&
+                   all.substr(line, all.find('\n', line) - line).find(shown) != std::string::npos;
+        })) << sources();
+    }
+}
+
 TEST_F(LiveSinkTest, TheRecordersMicrophoneIsNoSource) {
     const BlockFormat format{44100, 1, 32, true};
     const std::vector<std::byte> zeros(441 * format.frameBytes());

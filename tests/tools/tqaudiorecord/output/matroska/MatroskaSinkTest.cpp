@@ -401,6 +401,34 @@ TEST_F(MatroskaSinkTest, EveryProcessHasAFileOfItsOwn) {
     EXPECT_EQ(DecodedFile(folder_.file("game-chat.mka")).stream("mix").frames(), 470U);
 }
 
+TEST_F(MatroskaSinkTest, ALauncherThatIsSilentGivesTheNameToTheFirstThatSounds) {
+    auto sink = matroskaSink();
+    playSilence(*sink, launcher_);
+    playSilence(*sink, game_);
+    names_->hear(game_);
+    play(*sink, game_, 4410, 9400);
+    sink->finish();
+    EXPECT_THAT(sink->problems(), IsEmpty());
+    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"game-launcher.mka", "game.mka"}));
+    EXPECT_EQ(DecodedFile(path_).stream("mix").frames(), 9400U);
+}
+
+/// A voice that was recorded beside the launcher has given the file its name.
+TEST_F(MatroskaSinkTest, WhatASilentLauncherHasWrittenIsMovedWithIt) {
+    auto sink = matroskaSink();
+    const auto voice = tone<std::int16_t>(440, kVoice, 2205);
+    playSilence(*sink, launcher_);
+    sink->block(launcher_, {kMicrophoneTrack, "microphone", kVoice, kStart, voice});
+    ASSERT_TRUE(std::filesystem::exists(path_));
+    names_->hear(game_);
+    play(*sink, game_, 0, 4700);
+    sink->block(launcher_, {kMicrophoneTrack, "microphone", kVoice, kStart + 100'000, voice});
+    sink->finish();
+    EXPECT_THAT(sink->problems(), IsEmpty());
+    EXPECT_EQ(DecodedFile(path_).stream("mix").frames(), 4700U);
+    EXPECT_EQ(DecodedFile(folder_.file("game-launcher.mka")).stream("microphone").frames(), 4410U);
+}
+
 TEST_F(MatroskaSinkTest, ARecordingOfNothingIsNoFile) {
     auto sink = matroskaSink();
     sink->finish();
