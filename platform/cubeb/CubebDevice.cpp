@@ -178,11 +178,16 @@ bool CubebDevice::makeStream() {
     return true;
 }
 
-void CubebDevice::finish() noexcept {
+bool CubebDevice::finish() noexcept {
     stage_.store(Stage::finishing);
     for (int step = 0; stage_.load() != Stage::drained && step < kDrainSteps; ++step) {
         std::this_thread::sleep_for(kDrainStep);
+        Stage stage = Stage::finishing;
+        if (host_->isWantedAgain() && stage_.compare_exchange_strong(stage, Stage::playing)) {
+            return true;
+        }
     }
+    return false;
 }
 
 tqplatform::HeardPlace CubebDevice::place() {
@@ -211,8 +216,13 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
         // its way then is silence.
         tqcommon::silence(tqcommon::AudioView::interleaved(played, kChannels, frames));
         silentFrames_ += frames;
-        return silentFrames_ > latencyFrames_ ? 0 : frames;
+        Stage stage = Stage::finishing;
+        const bool isOver =
+            silentFrames_ > latencyFrames_ &&
+            (stage_.compare_exchange_strong(stage, Stage::draining) || stage != Stage::playing);
+        return isOver ? 0 : frames;
     }
+    silentFrames_ = 0;
     hurry();
     const UInt64 ahead = durationOf(latencyFrames_);
     tqcommon::ConstAudioView heard;

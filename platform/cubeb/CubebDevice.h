@@ -32,7 +32,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     bool accepts() override { return !isToPlay_ || makeStream(); }
     [[nodiscard]] bool hear(bool isHearing) override;
     [[nodiscard]] bool isHearing() const override;
-    void finish() noexcept override;
+    bool finish() noexcept override;
     [[nodiscard]] tqplatform::HeardPlace place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.
     bool list(TQDeviceListing each, void* refCon);
@@ -47,8 +47,9 @@ class CubebDevice final : public tqplatform::HeardDevice {
             cubeb_stream_destroy(stream);
         }
     };
-    /// What becomes of the stream: written by the library's threads and by finish().
-    enum class Stage { playing, finishing, drained };
+    /// What becomes of the stream: written by the library's threads and by finish(). One that is
+    /// draining asks for nothing more and cannot go on.
+    enum class Stage { playing, finishing, draining, drained };
 
     /// The first of its kinds that answers; of all kinds the one that was reached before.
     bool reach();

@@ -52,6 +52,9 @@ class HeardHost {
     virtual void renderHeard(const BlockRequest& block) noexcept = 0;
     /// [any thread] Nothing is played any more: the device or its server is gone.
     virtual void lostHeard() noexcept = 0;
+    /// [any thread] Asked over and over while a device finishes: whether it is wanted again as it
+    /// is.
+    [[nodiscard]] virtual bool isWantedAgain() noexcept = 0;
 
   protected:
     ~HeardHost() = default;
@@ -82,8 +85,9 @@ class HeardDevice {
     /// [host thread] Whether a microphone is open.
     [[nodiscard]] virtual bool isHearing() const = 0;
     /// [host thread] Asks for nothing more and waits, half a second at most, until what was
-    /// rendered has been played.
-    virtual void finish() noexcept = 0;
+    /// rendered has been played. True when it was wanted again before: then it asks as if nothing
+    /// had been.
+    [[nodiscard]] virtual bool finish() noexcept = 0;
     /// [host thread] What it plays on and hears at the moment: another one, or another format of
     /// the same, is the user's or the system's doing. Asks nobody and does not wait.
     [[nodiscard]] virtual HeardPlace place() = 0;

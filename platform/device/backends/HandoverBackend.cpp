@@ -175,9 +175,9 @@ bool HandoverBackend::preferRate(Float64 sampleRate, bool mayWait) noexcept {
     }
     std::unique_lock lock(care_.mutex);
     care_.wish.sampleRate = sampleRate;
-    care_.awaitsRate = mayWait;
+    care_.awaitsRate = mayWait && !care_.isPlayingOut;
     isRateRefused_.store(false);
-    ask(lock, mayWait);
+    ask(lock, care_.awaitsRate);
     if (!lock.owns_lock()) {
         lock.lock();
     }
@@ -190,7 +190,7 @@ bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
     const bool isTheClocks = clock_->preferDuration(seconds, mayWait);
     std::unique_lock lock(care_.mutex);
     care_.wish.seconds = seconds;
-    ask(lock, mayWait);
+    ask(lock, mayWait && !care_.isPlayingOut);
     if (!lock.owns_lock()) {
         lock.lock();
     }
@@ -200,7 +200,7 @@ bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {
 bool HandoverBackend::preferMicrophone(const std::string& name) noexcept {
     std::unique_lock lock(care_.mutex);
     care_.wish.microphone = name;
-    ask(lock, true);
+    ask(lock, !care_.isPlayingOut);
     return true;
 }
 

@@ -96,9 +96,10 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
         std::uint64_t answered = 0;  ///< the last request that was dealt with
         ClientWants wants;
         HeardWish wish;
-        bool meets = false;       ///< somebody asks what the device is like
-        bool awaitsRate = false;  ///< somebody waits for what the device says to the wish's rate
-        bool isRefused = false;   ///< there is none, and nobody looks again
+        bool meets = false;         ///< somebody asks what the device is like
+        bool awaitsRate = false;    ///< somebody waits for what the device says to the wish's rate
+        bool isPlayingOut = false;  ///< a device that nobody needs any more
+        bool isRefused = false;     ///< there is none, and nobody looks again
         bool isEnding = false;
     };
 
@@ -122,6 +123,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     // What the device calls.
     void renderHeard(const BlockRequest& block) noexcept override;
     void lostHeard() noexcept override;
+    bool isWantedAgain() noexcept override;
     /// In the child of a fork, in a request of the device; does not return.
     [[noreturn]] void stayAsChild() noexcept;
     /// A thread of a child that has nothing more to do there.
@@ -160,9 +162,16 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void aside(const std::shared_ptr<Kept>& kept, std::function<void(Kept&)> call);
     /// The rest; what `standsStill` is no server that is merely slow. False when this is to end.
     [[nodiscard]] bool lookMeanwhile(bool standsStill);
-    /// False while the program's callback holds a request: then nothing is closed yet.
-    [[nodiscard]] bool closeDevice(bool isAlive);
-    void endDevice(const std::shared_ptr<Kept>& kept, bool isToFinish);
+    /// False while the program's callback holds a request, or when it is needed again while what
+    /// was rendered is played out: then it is not closed. `isNeeded` is for one that is closed to
+    /// be opened anew.
+    [[nodiscard]] bool closeDevice(bool isAlive, bool isNeeded = true);
+    /// False when it was needed again before it had played out.
+    bool endDevice(const std::shared_ptr<Kept>& kept, bool isToFinish);
+    /// Waits until what was started drives. False when it asks for nothing.
+    [[nodiscard]] bool awaitDriving();
+    /// As it is asked for now; with the lock held.
+    [[nodiscard]] HeardWish wished() const;
     /// False in the same case: the device drives on.
     [[nodiscard]] bool driveByClock();
     /// While nothing plays: asks the device whether it would play at the wish's rate.

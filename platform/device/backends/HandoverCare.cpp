@@ -93,8 +93,7 @@ void HandoverBackend::aside(const std::shared_ptr<Kept>& kept, std::function<voi
 
 void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isWanted = care_.wants.bits() != 0 && !care_.isRefused;
-    HeardWish wish = care_.wish;
-    wish.isToPlay = care_.wants.heard || !care_.wants.hearing;
+    HeardWish wish = wished();
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
     const bool isTrying = care_.awaitsRate && wish.sampleRate != takenRate_ && wasOpen_.load();
@@ -106,7 +105,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isLost = isLost_.load();
     const bool isOutdated = std::exchange(isOutdated_, false);
     if (device_ != nullptr && (!isToRun || isLost || isOutdated || wish != deviceWish_)) {
-        if (!closeDevice(!isLost)) {
+        if (!closeDevice(!isLost, isToRun || isAsleep_)) {
             isOutdated_ = isOutdated;
             lock.lock();
             return;
@@ -180,6 +179,18 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         say(kThereIsNone);
         lock.lock();
     }
+}
+
+HeardWish HandoverBackend::wished() const {
+    HeardWish wish = care_.wish;
+    wish.isToPlay = care_.wants.heard || !care_.wants.hearing;
+    return wish;
+}
+
+bool HandoverBackend::isWantedAgain() noexcept {
+    const std::lock_guard lock(care_.mutex);
+    return orNothing(
+        [&] { return care_.isPlayingOut && care_.wants.bits() != 0 && wished() == deviceWish_; });
 }
 
 void HandoverBackend::noteSleep() {

@@ -105,16 +105,8 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
         started.answer = orNothing([&] { return started.device->start(); });
     });
     const bool hasStarted = kept->answer;
-    // Until it drives: a request that met one of the clock's was silence, and so would be the
-    // program's first sound. What only listens need not be waited for: a source that sleeps says
-    // nothing for seconds.
-    for (int step = 0; wish.isToPlay && hasStarted && driver_.load() != Driver::device &&
-                       !isLost_.load() && step < kFirstRequestSteps;
-         ++step) {
-        std::this_thread::sleep_for(kFirstRequestStep);
-    }
-    // A callback of the clock's request may take longer than that.
-    const bool hasBegun = hasStarted && (!wish.isToPlay || kept->gate.requests() != 0);
+    // What only listens need not be waited for: a source that sleeps says nothing for seconds.
+    const bool hasBegun = hasStarted && (!wish.isToPlay || awaitDriving());
     if (!hasBegun || isLost_.load()) {
         const bool isRefused = !hasStarted && !isLost_.load();
         static_cast<void>(closeDevice(false));  // or at the next look
@@ -188,7 +180,17 @@ void HandoverBackend::playOutAtExit() noexcept {
     }));
 }
 
-bool HandoverBackend::closeDevice(bool isAlive) {
+bool HandoverBackend::awaitDriving() {
+    // A request that met one of the clock's was silence, and so would be the program's first sound.
+    for (int step = 0;
+         driver_.load() != Driver::device && !isLost_.load() && step < kFirstRequestSteps; ++step) {
+        std::this_thread::sleep_for(kFirstRequestStep);
+    }
+    // A callback of the clock's request may take longer than that.
+    return device_->gate.requests() != 0;
+}
+
+bool HandoverBackend::closeDevice(bool isAlive, bool isNeeded) {
     isOffered_.store(false);
     if (!driveByClock()) {
         isOffered_.store(true);
@@ -196,7 +198,20 @@ bool HandoverBackend::closeDevice(bool isAlive) {
     }
     isUp_ = false;
     if (device_ != nullptr) {
-        endDevice(device_, isAlive && deviceWish_.isToPlay);
+        const auto playsOut = [&](bool isIt) {
+            const std::lock_guard lock(care_.mutex);
+            care_.isPlayingOut = isIt;
+        };
+        playsOut(!isNeeded);
+        const bool hasEnded = endDevice(device_, isAlive && deviceWish_.isToPlay);
+        playsOut(false);
+        if (!hasEnded) {
+            isOffered_.store(true, std::memory_order_release);
+            static_cast<void>(awaitDriving());
+            static_cast<void>(settleClock());
+            isUp_ = true;
+            return false;
+        }
         device_.reset();
     }
     // A loss that came meanwhile is that device's: the next start has lost nothing.
@@ -205,13 +220,14 @@ bool HandoverBackend::closeDevice(bool isAlive) {
     return true;
 }
 
-void HandoverBackend::endDevice(const std::shared_ptr<Kept>& kept, bool isToFinish) {
+bool HandoverBackend::endDevice(const std::shared_ptr<Kept>& kept, bool isToFinish) {
     aside(kept, [isToFinish](Kept& ended) {
-        if (isToFinish) {
-            ended.device->finish();
+        ended.answer = isToFinish && ended.device->finish();
+        if (!ended.answer) {
+            ended.device.reset();
         }
-        ended.device.reset();
     });
+    return !kept->answer;
 }
 
 bool HandoverBackend::driveByClock() {

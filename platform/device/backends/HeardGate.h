@@ -35,6 +35,11 @@ class HeardGate final : public HeardHost {
     void lostHeard() noexcept override {
         pass([](HeardHost& host) { host.lostHeard(); }, [] {});
     }
+    bool isWantedAgain() noexcept override {
+        bool isWanted = false;
+        pass([&](HeardHost& host) { isWanted = host.isWantedAgain(); }, [] {});
+        return isWanted;
+    }
 
   private:
     static constexpr std::chrono::microseconds kStep{100};

@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,10 +33,12 @@ class Host final : public tqplatform::HeardHost {
         }
     }
     void lostHeard() noexcept override { ++losses; }
+    bool isWantedAgain() noexcept override { return isWanted.load(); }
 
     std::vector<float> heard;  ///< with the last block; empty where nobody listens
     tqplatform::BlockRequest times{.frames = 0, .hostTime = 0};  ///< of that block
     int losses = 0;
+    std::atomic<bool> isWanted{false};  ///< while the device plays out
 };
 
 UInt64 now() {
@@ -255,6 +259,44 @@ TEST(CubebDevice, WhileTheMicrophoneIsAwayThereIsSilenceInAsManyChannels) {
     EXPECT_EQ(host.heard, std::vector<float>{}) << "which is silence";
     theServer.microphones = 1;
     EXPECT_FALSE(away.hear(true)) << "it is opened anew when one is plugged in";
+}
+
+TEST(CubebDevice, WhatIsPlayedOutGoesOnWhenItIsWantedAgain) {
+    Host host;
+    const auto device = playing(host);
+    ASSERT_TRUE(device);
+    std::vector<float> played(2 * 32);
+    theServer.play(played);
+    host.times.frames = 0;
+    std::atomic<bool> goesOn{false};
+    std::thread keeper([&] { goesOn = device->finish(); });
+    const bool isSilent = tqtest::eventually([&] {
+        host.times.frames = 0;
+        theServer.play(played);
+        return host.times.frames == 0;
+    });
+    host.isWanted = true;
+    keeper.join();
+    EXPECT_TRUE(isSilent && goesOn);
+    theServer.play(played);
+    EXPECT_EQ(host.times.frames, 32U) << "the program is asked again";
+}
+
+TEST(CubebDevice, WhatHasBeenPlayedOutDoesNotGoOn) {
+    Host host;
+    const auto device = playing(host);
+    ASSERT_TRUE(device);
+    std::atomic<bool> goesOn{true};
+    std::thread keeper([&] { goesOn = device->finish(); });
+    std::vector<float> played(2 * 4096);
+    const bool isOver = tqtest::eventually([&] {
+        cubeb_stream* const stream = theServer.speakers;
+        return stream->each(stream, stream->self, nullptr, played.data(), 4096) == 0;
+    });
+    host.isWanted = true;
+    keeper.join();
+    EXPECT_TRUE(isOver);
+    EXPECT_FALSE(goesOn) << "the server has been told that nothing more comes";
 }
 
 TEST(CubebDevice, ARequestThatComesWhileItEndsIsAnswered) {

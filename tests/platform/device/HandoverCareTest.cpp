@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -402,6 +403,52 @@ TEST(HandoverCare, ADeviceThatDiesWhileItIsOpenedIsTriedTwiceASecond) {
     ASSERT_TRUE(eventually([&] { return openings >= 3; }));
     EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(900));
     testing::internal::GetCapturedStderr();
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, AStartWhileWhatWasRenderedIsPlayedOutGoesOnWithTheSameStream) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(heard));
+    scene.isPlayingOut = true;
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("finish device"); }));
+    const Speakers speakers;
+    scene.noted();
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_TRUE(scene.hasCome("go on"));
+    EXPECT_FALSE(scene.hasCome("open device"));
+    scene.clock->render({512, 0});  // too late: the device drives
+    ASSERT_TRUE(eventually([&] {
+        const std::lock_guard lock(heard.mutex);
+        return heard.frames.size() > 2;
+    }));
+    scene.isPlayingOut = false;
+    device.removeClient(heard);
+    EXPECT_EQ(std::count(heard.frames.begin(), heard.frames.end(), 512U), 0);
+    EXPECT_EQ(notices.told(), Words{});
+}
+
+TEST(HandoverCare, WhatIsPreferredWhileWhatWasRenderedIsPlayedOutHoldsFromTheNextStart) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    scene.isPlayingOut = true;
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("finish device"); }));
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_TRUE(device.preferRate(32000));
+    EXPECT_TRUE(device.preferDuration(0.02));
+    EXPECT_TRUE(device.preferMicrophone("headset"));
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2))
+        << "each would have waited for a second";
+    std::thread host([&] { EXPECT_TRUE(device.addClient(heard)); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(scene.hasCome("go on")) << "with the old rate";
+    scene.isPlayingOut = false;
+    host.join();
+    EXPECT_EQ(scene.wish, (HeardWish{32000, 0.02, "headset", true}));
     device.removeClient(heard);
 }
 

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -33,9 +35,10 @@ struct Scene {
     HeardWish wish{};  ///< the device was opened with
     BackendHost* clock = nullptr;
     std::atomic<HeardHost*> heard{nullptr};
-    std::function<bool()> start{};   ///< what the device does when it is started, instead
-    std::function<void()> finish{};  ///< what happens besides while it plays out
-    std::function<void()> hear{};    ///< the same while it is asked to listen
+    std::function<bool()> start{};          ///< what the device does when it is started, instead
+    std::function<void()> finish{};         ///< what happens besides while it plays out
+    std::function<void()> hear{};           ///< the same while it is asked to listen
+    std::atomic<bool> isPlayingOut{false};  ///< which takes as long as this says
     std::atomic<bool> isMicrophoneThere{true};
     std::atomic<bool> hasNewMicrophone{false};  ///< the device has to be opened anew for it
     HeardPlace place{};                         ///< with the mutex
@@ -153,11 +156,19 @@ class MadeUpDevice final : public HeardDevice {
         isHearing_ = isHearing_ && scene.isMicrophoneThere;
         return isHearing_;
     }
-    void finish() noexcept override {
+    bool finish() noexcept override {
         scene.note("finish device");
         if (scene.finish) {
             scene.finish();
         }
+        while (scene.isPlayingOut) {
+            if (scene.heard.load()->isWantedAgain()) {
+                scene.note("go on");
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
     }
     HeardPlace place() override {
         const std::lock_guard lock(scene.mutex);
