@@ -142,6 +142,18 @@ BOOL RZStreamMixManager::initResampleUnit() {
     return YES;
 }
 
+/// The device may have got another format while nobody recorded: in an interruption, say, in which
+/// units play on.
+void RZStreamMixManager::refreshDeviceSide(const UnitObject& obj) {
+    AudioStreamBasicDescription fresh{};
+    if (RZCapturedScope(*obj) == kAudioUnitScope_Output &&
+        readStreamFormat(obj->inUnit(), kAudioUnitScope_Output, fresh) == 0 &&
+        !RZIsSameFormat(fresh, obj->streamDesc())) {
+        const RZUnitFormatChange change(obj);
+        obj->setStreamDesc(fresh);
+    }
+}
+
 /// One eligible object onto its mixer bus, before the graph runs.
 BOOL RZStreamMixManager::connectUnitObj(const UnitObject& obj) {
     constexpr RZLogSite site(kMixManagerFile, "-[RZStreamMixManager startResampleUnit]");
@@ -150,6 +162,7 @@ BOOL RZStreamMixManager::connectUnitObj(const UnitObject& obj) {
         site.log(4, "trackid:%d", obj->trackId());
         return NO;
     }
+    refreshDeviceSide(obj);
     if (failed(site, updateResampleAudioFormat(obj, mixUnit()),
                "resample set input streamFormat fail")) {
         site.log(4, "trackid:%d", obj->trackId());

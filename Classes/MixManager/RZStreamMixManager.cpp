@@ -72,6 +72,8 @@ void RZStreamMixManager::beginAsChild() {
         letGo(obj);
     }
     RZUnitFacts::shared().allStopped();
+    // Its device is its own, and nobody will tell it of the end of what has befallen the parent's.
+    setIsCurrentInterrupting(NO);
 }
 
 /// Never taken back: the manager lives as long as the process.

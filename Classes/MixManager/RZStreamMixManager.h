@@ -267,6 +267,7 @@ class RZStreamMixManager : public RZReplayAudioRecorderInternalListener<RZStream
     void resumeTail(const UnitObject& obj);
     [[nodiscard]] RZUnitReason reasonAtStart(const UnitObject& obj) const;
     [[nodiscard]] BOOL connectUnitObj(const UnitObject& obj);
+    void refreshDeviceSide(const UnitObject& obj);
     void inspectAtStart(const UnitObject& obj);
     [[nodiscard]] std::optional<OSStatus> followFormat(const UnitObject& obj);
     void updateUnit(const UnitObject& obj, BOOL tellsSuccess);

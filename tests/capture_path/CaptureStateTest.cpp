@@ -1,3 +1,6 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "CapturePathFixture.h"
 #include "Event.h"
 #include "RZReplayVolumeController.h"
@@ -147,6 +150,21 @@ TEST_F(BusyQueue, TheBackgroundIsNoEndAlsoWhenItFollowsAtOnce) {
         enterBackground();
     });
     expectState(false, true, false);
+}
+
+TEST_F(CaptureState, AForkedChildIsNotInItsParentsInterruption) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer ends children of programs with threads";
+#endif
+    beginInterruption();
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(manager().isCurrentInterrupting() ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(manager().isCurrentInterrupting());
 }
 
 TEST_F(CaptureState, AStartDuringAnInterruptionWaitsForItsEnd) {

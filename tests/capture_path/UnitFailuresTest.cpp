@@ -1,7 +1,5 @@
 #include <AudioToolbox/AudioSession.h>
 
-#include <functional>
-
 #include "CapturePathFixture.h"
 
 // One unit's start, change and stop while capture is on: every step that the platform may refuse.
@@ -303,15 +301,22 @@ struct RouteChange : CapturePath {
                    call.numbers[1] == kAudioUnitScope_Output;
         };
     }
-    /// A unit that renders at its device's side is recorded at its pitch and length, from the
-    /// first slice at the new rate on.
-    void expectRecordedAt32000(const std::function<void()>& change) {
-        HostUnit host;
-        host.sound.format = stream_formats::int16Interleaved(48000, 2);
-        host.play(kAudioUnitScope_Output);
-        ASSERT_TRUE(startCapture());
-        pump(4);
-        change();
+    static void setHardwareRate(Float64 rate) { ASSERT_EQ(TQManualDeviceSetSampleRate(rate), 0); }
+    static void interrupt(long type) {
+        NSNotificationCenter::defaultCenter().postNotificationName(
+            "AVAudioSessionInterruptionNotification", nullptr,
+            {{"AVAudioSessionInterruptionTypeKey", type}});
+        dispatch_sync(manager().getAsyncQueue(), [] {});
+    }
+    /// A unit that renders at its device's side.
+    struct DeviceSideUnit : HostUnit {
+        DeviceSideUnit() {
+            sound.format = stream_formats::int16Interleaved(48000, 2);
+            play(kAudioUnitScope_Output);
+        }
+    };
+    /// Its recording has its pitch and length.
+    void expectRecordedAt32000() {
         pump(2, 320);
         listener->clear();
         pump(20, 320);
@@ -323,8 +328,9 @@ struct RouteChange : CapturePath {
             frames += block.samples().size() / 2;
         }
         EXPECT_EQ(frames, 20U * 441);
+        ASSERT_FALSE(listener->posts().empty());
         EXPECT_EQ(listener->posts().back().info.sampleRate(), 32000);
-        ASSERT_EQ(TQManualDeviceSetSampleRate(48000), 0);
+        setHardwareRate(48000);
     }
 };
 
@@ -352,20 +358,44 @@ TEST_F(RouteChange, GivesTheBusTheKnownFormatAndThenTheFreshOne) {
 }
 
 TEST_F(RouteChange, ThatChangesTheHardwareRateIsFollowedByTheRecording) {
-    expectRecordedAt32000([] {
-        ASSERT_EQ(TQManualDeviceSetSampleRate(32000), 0);
-        post();
-    });
+    const DeviceSideUnit host;
+    ASSERT_TRUE(startCapture());
+    pump(4);
+    setHardwareRate(32000);
+    post();
+    expectRecordedAt32000();
 }
 
 TEST_F(RouteChange, ComesWithARateThatTheProgramAsksForWhileItIsRecorded) {
     ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
-    expectRecordedAt32000([] {
-        const Float64 rate = 32000;
-        ASSERT_EQ(AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareSampleRate,
-                                          sizeof rate, &rate),
-                  kAudioSessionNoError);
-    });
+    const DeviceSideUnit host;
+    ASSERT_TRUE(startCapture());
+    pump(4);
+    const Float64 rate = 32000;
+    ASSERT_EQ(AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareSampleRate,
+                                      sizeof rate, &rate),
+              kAudioSessionNoError);
+    expectRecordedAt32000();
+}
+
+TEST_F(RouteChange, WhileNobodyRecordsIsKnownToTheNextRecording) {
+    const DeviceSideUnit host;
+    setHardwareRate(32000);
+    post();
+    ASSERT_TRUE(startCapture());
+    expectRecordedAt32000();
+}
+
+TEST_F(RouteChange, InAnInterruptionIsKnownToTheRecordingBehindIt) {
+    const DeviceSideUnit host;
+    ASSERT_TRUE(startCapture());
+    pump(4);
+    interrupt(1);
+    setHardwareRate(32000);
+    post();
+    interrupt(0);
+    ASSERT_TRUE(manager().isCapturing());
+    expectRecordedAt32000();
 }
 
 TEST_F(RouteChange, WhoseFormatCannotBeReadIsRaisedAndTheGraphUpdatedAllTheSame) {
