@@ -18,7 +18,7 @@ HeardThread::~HeardThread() {
     {
         const std::lock_guard lock(state_->mutex);
         state_->isLeft = true;
-        isBusy = static_cast<bool>(state_->job);
+        isBusy = state_->isBusy;
         state_->changed.notify_all();
     }
     if (isBusy) {
@@ -32,19 +32,17 @@ void HeardThread::run(State& state) {
     pthread_setname_np(pthread_self(), "TQAudioServer");
     std::unique_lock lock(state.mutex);
     while (true) {
-        state.changed.wait(lock, [&] { return state.isLeft || state.job; });
-        if (!state.job) {
+        state.changed.wait(lock, [&] { return state.isLeft || state.isBusy; });
+        if (!state.isBusy) {
             return;
         }
+        std::function<void()> job = std::exchange(state.job, nullptr);
         lock.unlock();
-        state.job();
+        job();
+        // What it owns may be the last of a device, whose end takes long, too: it is over then.
+        job = nullptr;
         lock.lock();
-        // What it owns may be the last of a device, whose end takes long, too.
-        std::function<void()> done = std::move(state.job);
-        lock.unlock();
-        done = nullptr;
-        lock.lock();
-        state.job = nullptr;
+        state.isBusy = false;
         state.changed.notify_all();
     }
 }
@@ -52,12 +50,13 @@ void HeardThread::run(State& state) {
 void HeardThread::begin(std::function<void()> job) {
     const std::lock_guard lock(state_->mutex);
     state_->job = std::move(job);
+    state_->isBusy = true;
     state_->changed.notify_all();
 }
 
 bool HeardThread::await(std::chrono::milliseconds longest) {
     std::unique_lock lock(state_->mutex);
-    return state_->changed.wait_for(lock, longest, [&] { return !state_->job; });
+    return state_->changed.wait_for(lock, longest, [&] { return !state_->isBusy; });
 }
 
 }  // namespace tqplatform

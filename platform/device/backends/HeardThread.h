@@ -26,11 +26,12 @@ class HeardThread {
     [[nodiscard]] bool await(std::chrono::milliseconds longest);
 
   private:
-    /// Under its mutex but while a job runs.
+    /// Under its mutex.
     struct State {
         std::mutex mutex;
         std::condition_variable changed;
-        std::function<void()> job;  ///< empty when there is none
+        std::function<void()> job;  ///< that is to be begun
+        bool isBusy = false;        ///< from begin() until the job has gone
         bool isLeft = false;
     };
     static void run(State& state);
