@@ -94,6 +94,7 @@ void HandoverBackend::aside(const std::shared_ptr<Kept>& kept, std::function<voi
 void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isWanted = care_.wants.bits() != 0 && !care_.isRefused;
     HeardWish wish = wished();
+    const bool isHeard = care_.wants.heard;
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
     const bool isTrying = care_.awaitsRate && wish.sampleRate != takenRate_ && wasOpen_.load();
@@ -104,6 +105,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isToRun = isWanted && !isAsleep_;
     const bool isLost = isLost_.load();
     const bool isOutdated = std::exchange(isOutdated_, false);
+    const bool heardAlone = device_ != nullptr && !deviceWish_.isToPlay && isHearing;
     if (device_ != nullptr && (!isToRun || isLost || isOutdated || wish != deviceWish_)) {
         if (!closeDevice(!isLost, isToRun || isAsleep_)) {
             isOutdated_ = isOutdated;
@@ -132,9 +134,10 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
         } else if (isThere && isDeafAlone_ && !wish.isToPlay) {
             tellHearing(true);
-        } else if (isOther) {
+        } else if (isOther || (isThere && heardAlone && wish.isToPlay)) {
+            // Who listened has missed what was to be heard while the speakers were opened.
             tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
-        } else if (!isThere && !wish.isToPlay) {
+        } else if (!isThere && !isHeard) {
             tellHearing(false);
         } else if (!isThere && hasRun_) {
             interrupt(AVAudioSessionInterruptionReasonRouteDisconnected);
@@ -148,7 +151,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     } else if (isTrying && !isWanted) {
         tryRate(wish);
     }
-    isDeafAlone_ = isHearing && !isThere && !wish.isToPlay;
+    isDeafAlone_ = isHearing && !isThere && !isHeard;
     if (isInterrupted_ && !isAsleep_ && (!isWanted || isDeafAlone_) && meetDevice(wish)) {
         // What was interrupted is there again, though nobody plays on it or there is no microphone.
         if (isNews(false)) {
@@ -183,7 +186,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
 
 HeardWish HandoverBackend::wished() const {
     HeardWish wish = care_.wish;
-    wish.isToPlay = care_.wants.heard || !care_.wants.hearing;
+    // Speakers that play go on for who listens: another opening would be a hole in what is heard.
+    const bool plays = isUp_ && deviceWish_.isToPlay && !isLost_.load();
+    wish.isToPlay = care_.wants.heard || !care_.wants.hearing || plays;
     return wish;
 }
 

@@ -240,12 +240,44 @@ TEST(HandoverCare, AMicrophoneThatGoesIsToldAlsoWhenTheProgramStartsAnotherUnitR
     device.removeClient(both);
 }
 
+TEST(HandoverCare, TheFirstOutputBesideWhoListensIsOneNewRoute) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true), player(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(listener));
+    ASSERT_TRUE(device.addClient(player));
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+    device.removeClient(player);
+    ASSERT_TRUE(device.addClient(player));
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+    device.removeClient(player);
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, SpeakersThatPlaySilenceForWhoListensAreNoInterruptionWhenTheyGo) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true), player(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    ASSERT_TRUE(device.addClient(listener));
+    device.removeClient(player);
+    scene.noted();
+    scene.starts = false;
+    scene.heard.load()->lostHeard();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    EXPECT_FALSE(scene.hasCome("open device")) << "the microphone alone";
+    device.removeClient(listener);
+}
+
 TEST(HandoverCare, AMicrophoneAloneThatCannotBeOpenedIsNoInterruption) {
     Device& device = openBoth();
     HandoverClient player(true), listener(false, true);
     Notices notices;
     ASSERT_TRUE(device.addClient(player));
     device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
     scene.starts = false;
     ASSERT_TRUE(device.addClient(listener));
     scene.noted();
@@ -263,6 +295,7 @@ TEST(HandoverCare, AMicrophoneAloneThatGoesIsToldOnceAndOnceThatItIsBack) {
     Notices notices;
     ASSERT_TRUE(device.addClient(player));
     device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
     ASSERT_TRUE(device.addClient(listener));
     ASSERT_TRUE(device.isHearing());
     scene.starts = false;

@@ -115,9 +115,35 @@ TEST(Handover, WhoOnlyListensOpensNothingToPlayOn) {
               (Words{"start clock", "end device", "open device", "start device", "stop clock"}))
         << "what only listens has nothing to play out";
     device.removeClient(player);
-    ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); }));
     device.removeClient(listener);
     ASSERT_TRUE(eventually([&] { return !device.isHearing(); }));
+}
+
+TEST(Handover, WhoListensHearsOnWhenTheOutputStopsAndStartsAgain) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true), player(true);
+    ASSERT_TRUE(device.addClient(player));
+    ASSERT_TRUE(device.addClient(listener));
+    scene.noted();
+    const auto played = [] {
+        std::vector<float> block(20, 9.0F);
+        scene.heard.load()->renderHeard(
+            {.frames = 10,
+             .hostTime = 0,
+             .played = tqcommon::AudioView::interleaved(block.data(), 2, 10)});
+        return block[0];
+    };
+    device.removeClient(player);
+    ASSERT_TRUE(device.preferMicrophone(""));  // which is answered when the stop was looked at
+    EXPECT_EQ(played(), 0.0F) << "silence";
+    EXPECT_TRUE(device.isHearing());
+    ASSERT_TRUE(device.addClient(player));
+    EXPECT_EQ(played(), 0.5F);
+    EXPECT_EQ(scene.noted(), Words{}) << "nothing is opened or closed";
+    EXPECT_EQ(listener.frames, (std::vector<UInt32>{10, 10}));
+    device.removeClient(player);
+    device.removeClient(listener);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
 }
 
 TEST(Handover, AMicrophoneThatWasNeverThereIsLookedForAndNoInterruption) {
