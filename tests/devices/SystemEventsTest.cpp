@@ -204,7 +204,8 @@ TEST_F(SystemEvents, ASinkThatIsMadeAnewWithAnotherRateEndsItsInterruptionWithTh
     EXPECT_TRUE(says("rate=44100"));
     const ProgramEnd end = player_->wait();
     EXPECT_EQ(end["done"], "1");
-    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"interruption=1", "interruption=0"}));
+    EXPECT_EQ(notices(end.output),
+              (std::vector<std::string>{"interruption=1", "route=8", "interruption=0"}));
 }
 
 TEST_F(SystemEvents, AnotherDefaultMicrophoneIsToldToWhoListensAlone) {
