@@ -22,8 +22,11 @@ namespace tqcommon {
 /// it, which gives room back by releasing `read_`. Everything else is the reader's.
 class DriftFifo {
   public:
-    /// `inHand` frames lie between both, about what either takes at a time. Throws std::bad_alloc.
-    DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand);
+    /// `inHand` frames lie between both, about what either takes at a time. Where a read leaves
+    /// less than `least` of them, more are kept in hand from then on: who is later next time finds
+    /// them. Throws std::bad_alloc.
+    DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand,
+              std::uint32_t least = 0);
 
     /// [any thread, one at a time] [real-time safe] Frames of `channels` samples; what does not fit
     /// is dropped.
@@ -61,6 +64,10 @@ class DriftFifo {
     static constexpr double kSteerSeconds = 4;
     /// No two clocks differ by more.
     static constexpr double kMostSteering = 0.002;
+    /// As much slower it reads to have more in hand.
+    static constexpr double kGaining = 0.001;
+    /// So near to a frame that was written it is that one.
+    static constexpr double kOnFrame = 1e-6;
     /// Further away than that it is no drift: one of both stood still.
     static constexpr double kLostSeconds = 0.25;
     /// What is later than that is heard with holes.
@@ -72,6 +79,9 @@ class DriftFifo {
     void begin(std::uint32_t frames) noexcept;
     [[nodiscard]] std::uint32_t runDry(std::uint32_t frames) noexcept;
     void steer(std::uint32_t frames) noexcept;
+    [[nodiscard]] double drift() const noexcept;
+    [[nodiscard]] double gain(std::uint32_t frames, double left) noexcept;
+    void settle() noexcept;
     void give(float* frame) noexcept;
 
     const std::uint32_t channels_;
@@ -83,11 +93,13 @@ class DriftFifo {
     std::atomic<std::uint64_t> read_{0};
     std::atomic<bool> isToRestart_{false};  ///< set by restart(), taken by the reader
 
+    const double least_;        ///< behind a read
     double inHand_;             ///< when it begins to flow
     double begunWith_ = 0;      ///< when it began to flow, at least as much
     double usual_ = 0;          ///< mean in hand of the first seconds of the flow
     double mean_ = 0;           ///< the same of the last seconds
     std::uint64_t flowed_ = 0;  ///< frames
+    double owed_ = 0;           ///< frames that are to be in hand besides
     double ratio_ = 1;
     double phase_ = 0;  ///< of the next frame, between two that were written
     bool isFlowing_ = false;
@@ -96,12 +108,14 @@ class DriftFifo {
     std::uint32_t faults_ = 0;
 };
 
-inline DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand)
+inline DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand,
+                            std::uint32_t least)
     : channels_(channels),
       sampleRate_(sampleRate),
       size_(std::max(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds)),
                      kSmallestRing)),
       ring_(std::size_t{size_} * channels),
+      least_(least > 0 ? least + kTaps : 0),
       inHand_(inHand + kTaps) {
 }
 
@@ -124,14 +138,12 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
         isToRestart_.exchange(false, std::memory_order_relaxed)) {
         forget();
     }
+    isFlowing_ ? steer(frames) : begin(frames);
     const auto needed = static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + kTaps;
     const bool isLast = isFlowing_ && held() < needed;
-    std::uint32_t most = frames;
+    std::uint32_t most = isFlowing_ ? frames : 0;
     if (isLast) {
         most = runDry(frames);
-    } else {
-        isFlowing_ ? steer(frames) : begin(frames);
-        most = isFlowing_ ? frames : 0;
     }
     std::uint32_t given = 0;
     for (; given < most; ++given) {
@@ -139,6 +151,8 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
     }
     if (isLast) {
         forget();  // less than a kernel is left
+    } else {
+        settle();
     }
     std::fill(samples + std::size_t{given} * channels_, samples + std::size_t{frames} * channels_,
               0.0F);
@@ -175,6 +189,7 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     ratio_ = 1;
     mean_ = 0;
     flowed_ = 0;
+    owed_ = 0;
     more_ = 0;
     begunWith_ = static_cast<double>(held - frames);
     if (begunWith_ > 2 * inHand_) {
@@ -214,12 +229,44 @@ inline void DriftFifo::steer(std::uint32_t frames) noexcept {
     if (static_cast<double>(flowed_) < kMeanSeconds * sampleRate_) {
         // Where in their turns both began is chance: how much is in hand is seen, not chosen.
         usual_ = mean_;
-        return;
     }
+    ratio_ = 1 + drift() - gain(frames, left);
+    if (ratio_ == 1 && phase_ != 0) {
+        // Back to frames as they were written.
+        const double rest = ((phase_ < 0.5 ? 0 : 1) - phase_) / frames;
+        ratio_ += std::clamp(rest, -kMostSteering, kMostSteering);
+    }
+}
+
+/// How much faster is read to keep in hand what is usual.
+inline double DriftFifo::drift() const noexcept {
     const double away = mean_ - usual_;
     const double equal = std::min(kEqualSeconds * sampleRate_, inHand_ / 2);
     const double beyond = away > equal ? away - equal : std::min(0.0, away + equal);
-    ratio_ = 1 + std::clamp(beyond / (kSteerSeconds * sampleRate_), -kMostSteering, kMostSteering);
+    return std::clamp(beyond / (kSteerSeconds * sampleRate_), -kMostSteering, kMostSteering);
+}
+
+/// How much slower is read to have in hand what the one who brings was late by.
+inline double DriftFifo::gain(std::uint32_t frames, double left) noexcept {
+    const double most = std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_);
+    // What ran dry is no matter of this: it begins anew.
+    owed_ = std::min(std::max(owed_, std::min(least_ - left, least_)), most);
+    const double gained = std::min(owed_, kGaining * frames);
+    owed_ -= gained;
+    inHand_ += gained;
+    begunWith_ += gained;
+    usual_ += gained;
+    mean_ += gained;
+    return gained / frames;
+}
+
+inline void DriftFifo::settle() noexcept {
+    if (phase_ < kOnFrame) {
+        phase_ = 0;
+    } else if (phase_ > 1 - kOnFrame) {
+        phase_ = 0;
+        read_.store(read_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
 }
 
 inline void DriftFifo::give(float* frame) noexcept {

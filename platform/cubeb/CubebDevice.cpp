@@ -30,6 +30,8 @@ constexpr uint32_t kHighestRate = 192000;
 constexpr UInt32 kRequestsInHand = 2;
 /// As the null device's: as high as a thread gets without a real-time class, where that is allowed.
 constexpr int kNiceness = -11;
+/// PulseAudio brings a quarter of what it is asked for at a time. One may be late.
+constexpr UInt32 kPiecesHeard = 4;
 constexpr std::chrono::milliseconds kDrainStep{2};
 constexpr int kDrainSteps = 250;
 
@@ -129,8 +131,9 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     }
     const bool isWished = wish.seconds > 0;
     latencyFrames_ = std::clamp(latency, kFewestFrames, kRequestsInHand * kMaximumFrames);
-    // A program that says how much it wants to wait for wants it whole; others want it early.
-    inHand_ = isWished ? heardFrames() : heardFrames() / kRequestsInLatency;
+    // A program that says how much it wants to wait for wants it whole; others want it early, but
+    // behind two of the pieces in which PulseAudio brings it.
+    inHand_ = isWished ? heardFrames() : heardFrames() * 7 / 16;
     isToPlay_ = wish.isToPlay;
     microphoneName_ = wish.microphone;
     inputChannels_ = microphone().channels;
@@ -161,7 +164,8 @@ bool CubebDevice::start() {
         return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, kHeardAloneFrames);
     }
     if (inputChannels_ > 0) {
-        heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, inHand_);
+        heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, inHand_,
+                                                       heardFrames() / kPiecesHeard);
         heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
     return makeStream() && cubeb_stream_start(stream_.get()) == CUBEB_OK;

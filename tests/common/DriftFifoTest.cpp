@@ -170,4 +170,88 @@ TEST(DriftFifo, WhatIsOldIsForgotten) {
     EXPECT_GT(passOn(fifo, 10, 0.5F), 0U);
 }
 
+/// A microphone that brings small pieces, some of them late, and is read by larger requests.
+class LateMicrophone {
+  public:
+    static constexpr std::uint32_t kPiece = 74;
+    static constexpr std::uint32_t kInHand = 131;
+    static constexpr std::uint32_t kLeast = 75;
+
+    explicit LateMicrophone(std::uint32_t least) : fifo_(1, kRate, kInHand, least) {}
+
+    /// Requests for so long; `lateAt` says how many pieces are late in that request of a second.
+    template <typename LateAt>
+    void read(double seconds, const LateAt& lateAt) {
+        std::vector<float> block(kPlayed);
+        for (const double end = now_ + seconds * kRate; now_ < end; now_ += kPlayed) {
+            const auto due = static_cast<std::uint64_t>(now_ / kPiece);
+            const std::uint64_t late = lateAt(requests_++);
+            for (; pieces_ + late < due; ++pieces_) {
+                std::vector<float> piece(kPiece);
+                for (float& sample : piece) {
+                    sample = static_cast<float>(count_++ % (1U << 20U));
+                }
+                fifo_.write(piece.data(), kPiece);
+            }
+            fifo_.read(block.data(), kPlayed);
+            inHand_ = static_cast<double>(fifo_.written()) - fifo_.firstOf(kPlayed) - kPlayed;
+            most_ = std::max(most_, inHand_);
+            step_ = block[1] - block[0];
+            isWhole_ = block[0] == std::floor(block[0]);
+        }
+    }
+    [[nodiscard]] std::uint32_t faults() const { return fifo_.faults(); }
+    [[nodiscard]] double most() const { return most_; }
+    [[nodiscard]] bool passesAsItIs() const { return isWhole_ && step_ == 1; }
+
+  private:
+    DriftFifo fifo_;
+    double now_ = 0;  ///< frames
+    double inHand_ = 0;
+    double most_ = 0;
+    float step_ = 0;
+    bool isWhole_ = false;
+    std::uint64_t requests_ = 0;
+    std::uint64_t pieces_ = 0;
+    std::uint64_t count_ = 1;
+};
+
+/// A piece is late each second, two each ten seconds, three and four ever more seldom.
+std::uint64_t seldomLate(std::uint64_t request) {
+    constexpr std::uint64_t kSecond = 160;
+    const std::uint64_t second = request / kSecond;
+    if (request % kSecond != 80) {
+        return 0;
+    }
+    return second % 180 == 179 ? 4 : second % 60 == 59 ? 3 : second % 10 == 9 ? 2 : 1;
+}
+
+TEST(DriftFifo, AMicrophoneThatIsSeldomLateIsMetBeforeItRunsDry) {
+    LateMicrophone one(LateMicrophone::kLeast);
+    one.read(600, seldomLate);
+    EXPECT_EQ(one.faults(), 0U);
+    LateMicrophone without(0);
+    without.read(600, seldomLate);
+    EXPECT_GT(without.faults(), 0U) << "it would run dry";
+}
+
+TEST(DriftFifo, NoMoreIsKeptInHandThanTheLatestOfAMicrophone) {
+    LateMicrophone never(LateMicrophone::kLeast);
+    never.read(60, [](std::uint64_t) { return std::uint64_t{0}; });
+    const double usual = never.most();
+    LateMicrophone seldom(LateMicrophone::kLeast);
+    seldom.read(600, seldomLate);
+    constexpr double kLatest = 4 * LateMicrophone::kPiece;
+    EXPECT_LE(seldom.most(), usual + kLatest + LateMicrophone::kPiece);
+    EXPECT_LT(usual, LateMicrophone::kInHand + 3 * LateMicrophone::kPiece);
+}
+
+TEST(DriftFifo, SamplesPassAsTheyAreAgainBehindALateness) {
+    LateMicrophone one(LateMicrophone::kLeast);
+    one.read(30, seldomLate);
+    one.read(10, [](std::uint64_t) { return std::uint64_t{0}; });
+    EXPECT_TRUE(one.passesAsItIs());
+    EXPECT_EQ(one.faults(), 0U);
+}
+
 }  // namespace
