@@ -536,9 +536,8 @@ TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
     Notices notices;
     ASSERT_TRUE(device.addClient(heard));
     ASSERT_TRUE(device.addClient(asking));
-    HeardHost& host = *scene.heard.load();
     for (int block = 0; block < 50; ++block) {
-        host.renderHeard({64, 0});
+        scene.request();
     }
     device.removeClient(asking);
     EXPECT_LT(asking.shortest, std::chrono::milliseconds(20));
@@ -553,7 +552,7 @@ TEST(HandoverCare, ADeviceThatComesBackWithAnotherRateIsANewRouteBeforeTheInterr
     Notices notices;
     ASSERT_TRUE(device.addClient(heard));
     scene.isThere = false;
-    scene.heard.load()->lostHeard();
+    scene.lose();
     ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
     scene.format.sampleRate = 96000;
     scene.isThere = true;

@@ -117,10 +117,13 @@ class MadeUpDevice final : public HeardDevice {
         scene.note(wish.isToPlay ? "open device" : "open microphone");
         scene.wish = wish;
         scene.heard = &host;
+        if (!scene.isThere) {
+            return std::nullopt;  // a test may be writing down another format
+        }
         DeviceFormat format = scene.format;
         format.sampleRate = wish.sampleRate > 0 ? wish.sampleRate : format.sampleRate;
         sampleRate_ = format.sampleRate;
-        return scene.isThere ? std::optional(format) : std::nullopt;
+        return format;
     }
     bool start() override {
         scene.note("start device");
