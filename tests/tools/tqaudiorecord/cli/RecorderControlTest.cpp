@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <regex>
 
 #include "ControlledRecorder.h"
@@ -84,6 +85,17 @@ TEST_F(RecorderControlTest, NothingIsSplitOrSavedBeforeThereIsSound) {
     EXPECT_THAT(ctl({"save"}).errors, HasSubstr("nothing is kept to be saved"));
     EXPECT_EQ(ctl({"stop"}).code, 0);
     EXPECT_EQ(program.wait().code, 2);
+}
+
+TEST_F(RecorderControlTest, SilenceAloneIsNotSplit) {
+    Program program(reachable(setup({"-q", "-o", path_}, {TQ_TONE_HOST, "silent", "60"})));
+    ASSERT_TRUE(eventually([&] { return hasPlayed(0.5); }));
+    const ProgramEnd split = ctl({"split"});
+    EXPECT_EQ(split.code, 2) << split.output;
+    EXPECT_THAT(split.errors, HasSubstr("no file has any sound yet"));
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    (void)program.wait();
+    EXPECT_FALSE(std::filesystem::exists(folder_.file("out-002.wav")));
 }
 
 TEST_F(RecorderControlTest, DuckingComesAndGoes) {

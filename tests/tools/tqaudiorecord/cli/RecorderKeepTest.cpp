@@ -122,6 +122,21 @@ TEST_F(RecorderKeepTest, TheSecondRecorderOfOneOutputIsTold) {
     expectMusic(path_, 44100, 1.9);
 }
 
+TEST_F(RecorderKeepTest, TheSecondRecorderIsToldAlsoBehindTheFirstFileOfASeries) {
+    Program first(setup({"-q", "--max-file-time", "0.5", "-o", path_}, game("30")));
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(folder_.file("out-003.wav")); }));
+    for (const char* const seconds : {"0.5", "1000"}) {
+        const ProgramEnd second =
+            run({"--overwrite", "--max-file-time", seconds, "-o", path_}, game("1"));
+        EXPECT_EQ(second.code, 2);
+        EXPECT_THAT(second.errors, HasSubstr(".wav: another recorder is writing it\n"));
+    }
+    first.signal(SIGINT);
+    EXPECT_EQ(first.wait().code, 0);
+    EXPECT_EQ(RecordedFile(folder_.file("out-001.wav")).frames(), 22'050U);
+    EXPECT_FALSE(std::filesystem::exists(folder_.file(".out.wav.tqaudiorecord")));
+}
+
 TEST_F(RecorderKeepTest, AnOutputThatIsDeletedMeanwhileIsNoSuccess) {
     Program program(setup({"-o", path_}, game("30")));
     ASSERT_TRUE(eventually([&] { return RecordedFile(path_).frames() > 22'050; }));
