@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -36,9 +37,16 @@ constexpr std::chrono::milliseconds kUnread{500};
 /// One live source.
 class Source {
   public:
+    /// Called on the main thread, once.
+    using Failed = std::function<void(const std::string& why)>;
     /// The texts end with a zero each.
-    Source(pw_core* core, const LiveHeader& header, const char* name, const char* description);
-    ~Source() { pw_stream_destroy(stream_); }
+    Source(pw_core* core, const LiveHeader& header, const char* name, const char* description,
+           Failed failed);
+    ~Source() {
+        if (stream_ != nullptr) {
+            pw_stream_destroy(stream_);
+        }
+    }
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
 
@@ -50,16 +58,31 @@ class Source {
         }
     }
 
+    /// Whether the server has not taken it in yet.
+    [[nodiscard]] bool isConnecting() const {
+        return stream_ != nullptr &&
+               pw_stream_get_state(stream_, nullptr) == PW_STREAM_STATE_CONNECTING;
+    }
+
   private:
     static void stateChanged(void* data, pw_stream_state /*old*/, pw_stream_state state,
-                             const char* /*error*/) {
-        static_cast<Source*>(data)->isRead_.store(state == PW_STREAM_STATE_STREAMING,
-                                                  std::memory_order_relaxed);
+                             const char* error) {
+        auto& source = *static_cast<Source*>(data);
+        source.isRead_.store(state == PW_STREAM_STATE_STREAMING, std::memory_order_relaxed);
+        if (state == PW_STREAM_STATE_ERROR) {
+            source.fail(error == nullptr ? "the server gives no reason" : error);
+        }
+    }
+    void fail(const std::string& why) {
+        if (Failed failed = std::exchange(failed_, {})) {
+            failed(why);
+        }
     }
     static void process(void* data) { static_cast<Source*>(data)->give(); }
     void give();
     void connect();
 
+    Failed failed_;
     const std::uint32_t channels_;
     const std::uint32_t sampleRate_;
     tqcommon::DriftFifo fifo_;
@@ -71,8 +94,10 @@ class Source {
     spa_hook listener_{};
 };
 
-Source::Source(pw_core* core, const LiveHeader& header, const char* name, const char* description)
-    : channels_(header.channels),
+Source::Source(pw_core* core, const LiveHeader& header, const char* name, const char* description,
+               Failed failed)
+    : failed_(std::move(failed)),
+      channels_(header.channels),
       sampleRate_(header.sampleRate),
       fifo_(header.channels, header.sampleRate,
             header.blockFrames + static_cast<std::uint32_t>(kInHandSeconds * header.sampleRate)) {
@@ -81,6 +106,10 @@ Source::Source(pw_core* core, const LiveHeader& header, const char* name, const 
         description, PW_KEY_MEDIA_NAME, description, PW_KEY_NODE_VIRTUAL, "true", nullptr);
     pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", kCycleFrames, kCycleRate);
     stream_ = pw_stream_new(core, name, properties);
+    if (stream_ == nullptr) {
+        fail(std::strerror(errno));
+        return;
+    }
     static const pw_stream_events kEvents = [] {
         pw_stream_events events{};
         events.version = PW_VERSION_STREAM_EVENTS;
@@ -119,10 +148,13 @@ void Source::connect() {
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, buffer.data(), buffer.size());
     const spa_pod* parameter = spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &format);
-    pw_stream_connect(
+    const int result = pw_stream_connect(
         stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY,
         static_cast<pw_stream_flags>(PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS),
         &parameter, 1);
+    if (result < 0) {
+        fail(spa_strerror(result));
+    }
 }
 
 /// [render thread] of the server's cycle.
@@ -170,21 +202,35 @@ class Holder : public LiveHolder {
     static void info(void* data, const pw_core_info* info) {
         static_cast<Holder*>(data)->version_ = info->version;
     }
-    static void done(void* data, std::uint32_t /*id*/, int /*sequence*/) {
+    static void done(void* data, std::uint32_t /*id*/, int sequence) {
         auto& holder = *static_cast<Holder*>(data);
         if (!std::exchange(holder.isReady_, true)) {
             say(LiveKind::kReady, "PipeWire " + holder.version_);
         }
+        holder.tellRefused(sequence);
     }
-    static void failed(void* data, std::uint32_t id, int /*sequence*/, int result,
-                       const char* /*message*/) {
+    static void failed(void* data, std::uint32_t id, int sequence, int result,
+                       const char* message) {
+        auto& holder = *static_cast<Holder*>(data);
         if (id == PW_ID_CORE && result == -EPIPE) {
-            pw_main_loop_quit(static_cast<Holder*>(data)->loop_);
+            pw_main_loop_quit(holder.loop_);
+            return;
         }
+        if (holder.error_.empty()) {
+            holder.error_ = message;
+        }
+        // To ask for an answer may be forbidden, too: that is the answer then.
+        holder.tellRefused(SPA_RESULT_RETURN_ASYNC(sequence));
     }
     void open(const LiveHeader& header, const std::string& name,
               const std::string& description) override;
-    void close(std::uint32_t id) override { sources_.erase(id); }
+    void awaitAnswer(std::uint32_t id) { opened_[pw_core_sync(core_, PW_ID_CORE, 0)] = id; }
+    void refuse(std::uint32_t id, const std::string& why);
+    void tellRefused(int sequence);
+    void close(std::uint32_t id) override {
+        sources_.erase(id);
+        refused_.erase(id);
+    }
     void sound(std::uint32_t id, std::span<const std::byte> frames) override;
 
     pw_main_loop* loop_;
@@ -192,6 +238,9 @@ class Holder : public LiveHolder {
     pw_core* core_ = nullptr;
     spa_hook listener_{};
     std::map<std::uint32_t, std::unique_ptr<Source>> sources_;
+    std::map<std::uint32_t, std::string> refused_;  ///< why, until the server has answered again
+    std::map<int, std::uint32_t> opened_;  ///< sources by the sequence of the answer behind them
+    std::string error_;                    ///< the first since the last answer
     std::string version_;
     bool isReady_ = false;
 };
@@ -242,8 +291,39 @@ int Holder::run() {
 
 void Holder::open(const LiveHeader& header, const std::string& name,
                   const std::string& description) {
-    sources_[header.source] =
-        std::make_unique<Source>(core_, header, name.c_str(), description.c_str());
+    if (opened_.empty()) {
+        // Of what was closed before.
+        error_.clear();
+    }
+    sources_[header.source] = std::make_unique<Source>(
+        core_, header, name.c_str(), description.c_str(),
+        [this, id = header.source](const std::string& why) { refuse(id, why); });
+    awaitAnswer(header.source);
+}
+
+/// Streams fail with their server as well, which is no refusal: one that is there answers.
+void Holder::refuse(std::uint32_t id, const std::string& why) {
+    refused_[id] = why;
+    awaitAnswer(id);
+}
+
+/// The server tells its own object of what it forbids, and not the stream, which goes on waiting:
+/// what it says between a stream's request and the answer behind that is about the stream.
+void Holder::tellRefused(int sequence) {
+    const auto opened = opened_.find(sequence);
+    if (opened == opened_.end()) {
+        return;
+    }
+    const auto source = sources_.find(opened->second);
+    if (!error_.empty() && source != sources_.end() && source->second->isConnecting()) {
+        refused_.emplace(opened->second, error_);
+    }
+    opened_.erase(opened);
+    error_.clear();
+    for (const auto& [id, why] : std::exchange(refused_, {})) {
+        sources_.erase(id);
+        say(LiveKind::kRefused, why, id);
+    }
 }
 
 void Holder::sound(std::uint32_t id, std::span<const std::byte> frames) {

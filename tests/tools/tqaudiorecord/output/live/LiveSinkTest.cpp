@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/servers/PipeWireServer.h"
 #include "support/servers/PulseServer.h"
 
 namespace tqrecorder::test {
@@ -159,6 +160,61 @@ TEST_F(LiveSinkTest, ATrackBeyondTheMostSourcesIsToldOnce) {
     EXPECT_THAT(said_, testing::EndsWith("no live source for game: unit-24: 24 sources play "
                                          "already, which is the most\n"));
     EXPECT_EQ(said_.find("unit-24"), said_.rfind("unit-24"));
+}
+
+/// The server takes a right of the program away that holds the sources, after its first.
+TEST(LiveSinkOnPipeWire, ASourceThatTheServerRefusesIsToldOnceAndTakesNoOtherWithIt) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the server's library is built without the thread sanitizer";
+#endif
+    const tqtest::PipeWireServer server;
+    for (const auto& [name, value] : server.environment()) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    const auto ask = [&](std::vector<std::string> command) {
+        return tqtest::runProgram(
+                   {.arguments = std::move(command), .environment = server.environment()})
+            .text();
+    };
+    const auto isThere = [&](const char* name) {
+        return ask({"pactl", "list", "short", "sources"}).find(name) != std::string::npos;
+    };
+    std::string said;
+    LiveSink sink([&](const std::string& line) { said += line + "\n"; }, {TQ_PIPEWIRE_HOLDER});
+    ASSERT_TRUE(sink.open()) << sink.problems()[0];
+    const Process game{1, 1001, "game", true};
+    const BlockFormat format{48000, 2, 32, true};
+    const std::vector<std::byte> zeros(480 * format.frameBytes());
+    const auto play = [&](const char* unit) {
+        sink.block(game, {.track = 1, .unit = unit, .format = format, .frames = zeros});
+        sink.tick(0);
+    };
+    play("music");
+    ASSERT_TRUE(tqtest::eventually([&] { return isThere("tqaudiorecord.game.music"); }));
+    const std::string client =
+        ask({"sh", "-c",
+             "pw-dump | python3 -c 'import json, sys\n"
+             "for one in json.load(sys.stdin):\n"
+             "    props = (one.get(\"info\") or {}).get(\"props\") or {}\n"
+             "    if one[\"type\"].endswith(\":Client\") and props.get(\"application.name\") == "
+             "\"tqaudiorecord\": print(one[\"id\"], end=\"\")'"});
+    ASSERT_NE(client, "");
+    constexpr const char* kRead = "256";
+    (void)ask({"pw-cli", "permissions", client, "0", kRead});
+    play("voice");
+    play("effects");
+    EXPECT_TRUE(tqtest::eventually([&] {
+        play("voice");
+        play("effects");
+        return said.find("voice was refused: ") != std::string::npos &&
+               said.find("effects was refused: ") != std::string::npos;
+    })) << said;
+    EXPECT_EQ(said.find("voice was"), said.rfind("voice was"));
+    EXPECT_THAT(said, Not(HasSubstr("music was refused")));
+    EXPECT_THAT(said, Not(HasSubstr("went away")));
+    EXPECT_TRUE(isThere("tqaudiorecord.game.music"));
+    EXPECT_FALSE(isThere("tqaudiorecord.game.voice"));
+    sink.finish();
 }
 
 }  // namespace
