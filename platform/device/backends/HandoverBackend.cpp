@@ -239,8 +239,8 @@ void HandoverBackend::ask(std::unique_lock<std::mutex>& lock, bool mayWait) noex
     // A handler of a notice may start a unit: it is called by the thread that would open the
     // device.
     if (mayWait && std::this_thread::get_id() != care_.thread.get_id()) {
-        const bool isAnswered =
-            care_.done.wait_for(lock, kLongestWait, [&] { return care_.answered >= mine; });
+        const bool isAnswered = care_.done.wait_for(
+            lock, kLongestWait, [&] { return care_.answered >= mine || care_.isHeldUp; });
         if (!isAnswered && !wasOpen_.load() && !care_.isRefused) {
             care_.isRefused = true;
             lock.unlock();

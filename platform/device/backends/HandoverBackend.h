@@ -99,6 +99,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
         bool meets = false;         ///< somebody asks what the device is like
         bool awaitsRate = false;    ///< somebody waits for what the device says to the wish's rate
         bool isPlayingOut = false;  ///< a device that nobody needs any more
+        bool isHeldUp = false;      ///< a call of the device takes long: nobody waits for answers
         bool isRefused = false;     ///< there is none, and nobody looks again
         bool isEnding = false;
     };

@@ -80,8 +80,15 @@ void HandoverBackend::aside(const std::shared_ptr<Kept>& kept, std::function<voi
     if (beside_ == nullptr) {
         beside_ = std::make_unique<HeardThread>();
     }
+    const auto holdUp = [this](bool isHeldUp) {
+        const std::lock_guard lock(care_.mutex);
+        care_.isHeldUp = isHeldUp;
+        care_.done.notify_all();
+    };
     beside_->begin([kept, call = std::move(call)] { call(*kept); });
     for (int step = 1; !beside_->await(kLookStep); ++step) {
+        // The first who asks waits his time; those behind him know better.
+        holdUp(step > kPatientLooks);
         if (step >= kPatientLooks && !lookMeanwhile(step > kWakingLooks)) {
             kept->gate.close();
             device_.reset();
@@ -89,6 +96,7 @@ void HandoverBackend::aside(const std::shared_ptr<Kept>& kept, std::function<voi
             throw Ended();
         }
     }
+    holdUp(false);
 }
 
 void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
@@ -111,6 +119,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             isOutdated_ = isOutdated;
             lock.lock();
             return;
+        }
+        if (isAsleep_) {
+            interrupt(AVAudioSessionInterruptionReasonAppWasSuspended);
         }
     }
     bool isThere = true;

@@ -109,7 +109,7 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
     const bool hasBegun = hasStarted && (!wish.isToPlay || awaitDriving());
     if (!hasBegun || isLost_.load()) {
         const bool isRefused = !hasStarted && !isLost_.load();
-        static_cast<void>(closeDevice(false));  // or at the next look
+        isOutdated_ = !closeDevice(false);  // at the next look, then
         return isRefused ? Opening::refused : Opening::none;
     }
     isUp_ = true;

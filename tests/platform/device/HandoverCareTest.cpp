@@ -740,6 +740,15 @@ TEST(HandoverCare, AServerThatStandsStillWhileItIsOpenedHoldsUpNothingElse) {
     EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
     ASSERT_TRUE(server.isHeld);
     ASSERT_TRUE(scene.hasCome("start clock"));
+    constexpr int kSounds = 12;
+    const auto before = std::chrono::steady_clock::now();
+    for (int sound = 0; sound < kSounds; ++sound) {
+        device.removeClient(heard);
+        ASSERT_TRUE(device.addClient(heard));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(kSounds / 2))
+        << "no start waits for it";
+    scene.noted();
     scene.clock->render({512, 0});
     EXPECT_EQ(heard.frames.back(), 512U) << "units have their callbacks";
     say(true);
