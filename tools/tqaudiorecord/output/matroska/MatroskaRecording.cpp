@@ -7,7 +7,6 @@
 namespace tqrecorder {
 namespace {
 
-constexpr std::uint64_t kSilentFrames = 4096;
 /// So long after a time no block of it comes any more: blocks of one process arrive in the order of
 /// their time, but for bursts. A unit that has not played then was silent.
 constexpr double kSettledMicroseconds = 1e6;
@@ -101,39 +100,6 @@ void MatroskaRecording::block(const Block& block) {
     }
 }
 
-void MatroskaRecording::work(Backlog::Time end, bool mayBreakOff) {
-    backlog_.work(
-        end, [this, mayBreakOff](const Block& block) { return fillStep(block, mayBreakOff); },
-        [this](const Block& block) { writeNow(block); });
-}
-
-/// Of the stream that has come farthest: where that stood still, all have.
-double MatroskaRecording::missingBefore(const Block& block) const {
-    const auto farthest = std::max_element(
-        streams_.begin(), streams_.end(),
-        [](const Stream& one, const Stream& other) { return one.position() < other.position(); });
-    return farthest == streams_.end() ? 0 : farthest->clock.missingBefore(block.microseconds);
-}
-
-bool MatroskaRecording::fillStep(const Block& block, bool mayBreakOff) {
-    const double missing = missingBefore(block);
-    if (failed_ || missing <= Backlog::kAtOnce) {
-        return false;
-    }
-    if (mayBreakOff && missing > kLongGap && isEndAsked()) {
-        fail(brokenOffText(plan_.path));
-        return false;
-    }
-    // Behind a split nothing is in the new file yet.
-    const auto mix = currentMix();
-    if (mix != streams_.end() && mix->inFile == 0 && !beginInFile(*mix)) {
-        return false;
-    }
-    const double before = latest();
-    fillIdle(0, before + Backlog::kStep);
-    return latest() > before;
-}
-
 void MatroskaRecording::writeNow(const Block& block) {
     if (failed_) {
         return;
@@ -150,18 +116,6 @@ void MatroskaRecording::writeNow(const Block& block) {
     write(stream, block.frames.first(frames * block.format.frameBytes()));
     if (!chain_.isHeard() && !failed_ && hasSound(block.frames, block.format)) {
         chain_.heard();
-    }
-}
-
-void MatroskaRecording::writeSilence(Stream& stream, std::uint64_t frames) {
-    if (frames == 0) {
-        return;
-    }
-    const std::vector<std::byte> silence(kSilentFrames * stream.format.frameBytes());
-    while (frames > 0 && !failed_) {
-        const std::uint64_t count = std::min(frames, kSilentFrames);
-        write(stream, std::span(silence).first(count * stream.format.frameBytes()));
-        frames -= count;
     }
 }
 
@@ -238,26 +192,6 @@ std::string MatroskaRecording::titleOf(const Stream& stream) const {
         return other.inFile != 0 && other.track != 0 && other.unit == stream.unit;
     });
     return before == 0 || stream.track == 0 ? name : name + " (" + std::to_string(before + 1) + ")";
-}
-
-double MatroskaRecording::latest() const {
-    double latest = zero_;
-    for (const Stream& stream : streams_) {
-        latest = std::max(latest, stream.position());
-    }
-    return latest;
-}
-
-void MatroskaRecording::fillIdle(double patience, double until) {
-    const bool fillsAll = plan_.kind->coding != MatroskaCoding::kPcm;
-    for (Stream& stream : streams_) {
-        if (stream.inFile != 0 && (stream.isCurrent || fillsAll) &&
-            stream.position() < until - patience) {
-            const std::uint64_t silence = stream.clock.idleUntil(until);
-            stream.unwritten += silence;
-            writeSilence(stream, silence);
-        }
-    }
 }
 
 void MatroskaRecording::refresh() {
