@@ -4,12 +4,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "output/matroska/MatroskaSink.h"
 #include "tools/tqaudiorecord/output/SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -108,76 +106,6 @@ TEST_F(PartFileTest, ASecondRecorderIsToldBeforeAndBehindTheFirstSound) {
     first.finish();
     EXPECT_EQ(whyNotWritten(path_, true), "");
     EXPECT_THAT(whyNotWritten(path_, false), HasSubstr("--overwrite replaces it"));
-}
-
-TEST_F(PartFileTest, ASecondRecorderIsToldWhicheverFileOfASeriesIsBeingWritten) {
-    const FileSeries::Plan plans[] = {{path_, formatNamed("wav"), 0.1, true},
-                                      {path_, formatNamed("wav"), {}, true},
-                                      {folder_.file("out.mka"), formatNamed("mka"), 0.1, true},
-                                      {folder_.file("out.mka"), formatNamed("mka"), {}, true}};
-    const auto sinkOf = [](const FileSeries::Plan& plan) -> std::unique_ptr<FilesSink> {
-        const auto names = std::make_shared<ProcessNames>();
-        if (plan.kind->isMatroska()) {
-            auto sink = std::make_unique<MatroskaSink>(plan, names);
-            return sink->open() ? std::move(sink) : nullptr;
-        }
-        auto sink = std::make_unique<MixSink>(plan, names);
-        return sink->open() ? std::move(sink) : nullptr;
-    };
-    for (const FileSeries::Plan& plan : plans) {
-        const std::unique_ptr<FilesSink> first = sinkOf(plan);
-        ASSERT_NE(first, nullptr);
-        play(*first, game_, 0, 9400);
-        (void)first->split();
-        play(*first, game_, 9400, 9870);
-        for (const auto maximum : {std::optional<double>{}, std::optional{0.1}}) {
-            FileSeries::Plan other = plan;
-            other.maximumSeconds = maximum;
-            EXPECT_EQ(sinkOf(other), nullptr);
-            EXPECT_THAT(whyNotWritten(plan.path, true), HasSubstr("another recorder"));
-        }
-        first->finish();
-        EXPECT_EQ(whyNotWritten(plan.path, true), "");
-        EXPECT_NE(sinkOf(plan), nullptr);
-        for (const std::string& name : folder_.names()) {
-            EXPECT_NE(name.front(), '.') << name;
-            std::filesystem::remove(folder_.file(name));
-        }
-    }
-}
-
-TEST_F(PartFileTest, HoursOfSilenceInManyFilesNeedFewDescriptors) {
-    rlimit usual{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
-    const rlimit few{64, usual.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    constexpr std::size_t kFiles = 100;
-    MixSink mix({path_, formatNamed("wav"), 0.1, false}, names_);
-    EXPECT_TRUE(mix.open());
-    playSilence(mix, kFiles * 4410);
-    const std::vector<std::byte> sound = counting(470, 0);
-    mix.block(game_, mixBlock(sound, at(kFiles * 4410)));
-    mix.finish();
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
-    EXPECT_THAT(mix.problems(), testing::IsEmpty());
-    EXPECT_EQ(folder_.names().size(), kFiles + 1);
-    EXPECT_EQ(mix.files().size(), kFiles + 1);
-    EXPECT_EQ(RecordedFile(folder_.file("out-001.wav")).frames(), 4410U);
-    EXPECT_EQ(RecordedFile(folder_.file("out-101.wav")).numberAt(0), 1);
-}
-
-TEST_F(PartFileTest, ASplitNamesNoFileThatWaitsForSound) {
-    MixSink mix = sink(false);
-    ASSERT_TRUE(mix.open());
-    playSilence(mix, 4410);
-    EXPECT_FALSE(mix.isHeard());
-    EXPECT_THAT(mix.split(), testing::IsEmpty());
-    play(mix, game_, 4410, 4880);
-    EXPECT_TRUE(mix.isHeard());
-    // What was silent has its name now as well.
-    EXPECT_EQ(mix.split().at(0).path, folder_.file("out-002.wav"));
-    mix.finish();
-    EXPECT_THAT(folder_.names(), ElementsAre("out-002.wav", "out.wav"));
 }
 
 TEST_F(PartFileTest, WhatAKilledRecorderLeftBesideTheNameIsUsedAgain) {
@@ -282,19 +210,6 @@ TEST_F(PartFileTest, WhatIsKeptIsNotWrittenOverByTheNext) {
     EXPECT_EQ(RecordedFile(path_).frames(), 470U);
 }
 
-TEST_F(PartFileTest, FilesOfASeriesThatCannotTakeTheirNamesAreNotListed) {
-    MixSink mix({path_, formatNamed("wav"), 0.1, true}, names_);
-    ASSERT_TRUE(mix.open());
-    playSilence(mix, 5000);
-    std::filesystem::create_directory(folder_.file("out-001.wav"));
-    play(mix, game_, 5000, 5470);
-    mix.finish();
-    ASSERT_EQ(mix.files().size(), 1U);
-    EXPECT_EQ(mix.files()[0].path, folder_.file("out-002.wav"));
-    EXPECT_EQ(RecordedFile(folder_.file(".out-001.wav.tqaudiorecord")).frames(), 4410U);
-    EXPECT_EQ(mix.problems().size(), 1U);
-}
-
 TEST_F(PartFileTest, ALinkStaysALink) {
     std::filesystem::create_directory(folder_.file("disk"));
     std::ofstream(folder_.file("disk/real.wav")) << "before";
@@ -327,18 +242,6 @@ TEST_F(PartFileTest, AFileThatIsDeletedMeanwhileIsAProblemAndNotListed) {
     EXPECT_TRUE(mix.files().empty());
     ASSERT_EQ(mix.problems().size(), 1U);
     EXPECT_THAT(mix.problems()[0], HasSubstr("was deleted, moved or replaced"));
-}
-
-TEST_F(PartFileTest, SilenceInFrontOfTheFirstSoundOfASeriesIsKeptInItsFiles) {
-    MixSink mix({path_, formatNamed("wav"), 0.1, false}, names_);
-    ASSERT_TRUE(mix.open());
-    playSilence(mix, 10'000);
-    EXPECT_EQ(folder_.names().front().front(), '.');
-    const std::vector<std::byte> sound = counting(470, 0);
-    mix.block(game_, mixBlock(sound, at(10'000)));
-    mix.finish();
-    EXPECT_THAT(folder_.names(), ElementsAre("out-001.wav", "out-002.wav", "out-003.wav"));
-    EXPECT_EQ(mix.files().at(0).path, folder_.file("out-001.wav"));
 }
 
 }  // namespace
