@@ -94,6 +94,11 @@ TappedProcess::TappedProcess(int id, bool isCommand, std::uint64_t startTime)
     process_.isCommand = isCommand;
 }
 
+bool TappedProcess::is(pid_t pid, std::uint64_t startTime) const {
+    const bool isUnknown = startTime == 0 || startTime_ == 0;
+    return process_.pid == pid && (isUnknown ? !isOver() : startTime_ == startTime);
+}
+
 TappedProcess::Taken TappedProcess::take(Connection connection, std::uint64_t mostBytes) {
     if (isCorrupt_) {
         return Taken::kYes;

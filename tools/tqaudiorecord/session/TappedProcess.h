@@ -30,9 +30,8 @@ class TappedProcess {
     /// the memory cannot be mapped, is larger than `mostBytes`, or its layout is wrong,
     /// kTooManyWait when too many programs wait for that already.
     [[nodiscard]] Taken take(Connection connection, std::uint64_t mostBytes);
-    [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const {
-        return process_.pid == pid && startTime_ == startTime;
-    }
+    /// 0 for a start that could not be read.
+    [[nodiscard]] bool is(pid_t pid, std::uint64_t startTime) const;
     [[nodiscard]] const Process& process() const { return process_; }
     /// Readable once the process has ended; -1 when the kernel cannot tell.
     [[nodiscard]] int endDescriptor() const { return end_.get(); }

@@ -98,6 +98,24 @@ TEST_F(TappedProcessTest, ALivingProcessIsNotOverWhereNoFileCanBeOpened) {
     EXPECT_TRUE(unknown.isHardlyKnown());
 }
 
+/// It may exec, and connect again, when its start can be read, or no more.
+TEST_F(TappedProcessTest, AProcessWhoseStartCouldNotBeReadIsTheSameWhileItLives) {
+    Connection first = connection(getpid());
+    Connection second = connection(getpid());
+    TappedProcess unknown(1, true, 0);
+    TappedProcess known(2, true, startTime_);
+    {
+        const NoDescriptorLeft none;
+        ASSERT_EQ(take(unknown, std::move(first)), Taken::kYes);
+        ASSERT_EQ(take(known, std::move(second)), Taken::kYes);
+    }
+    EXPECT_TRUE(unknown.is(getpid(), startTime_));
+    EXPECT_TRUE(unknown.is(getpid(), 0));
+    EXPECT_TRUE(known.is(getpid(), 0));
+    EXPECT_FALSE(known.is(getpid(), startTime_ + 1));
+    EXPECT_FALSE(unknown.is(getppid(), startTime_));
+}
+
 TEST_F(TappedProcessTest, OneThatIsKnownByItsNumberOnlyIsOverOnceItHasEnded) {
     const pid_t child = fork();
     if (child == 0) {
@@ -117,6 +135,7 @@ TEST_F(TappedProcessTest, OneThatIsKnownByItsNumberOnlyIsOverOnceItHasEnded) {
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
     EXPECT_TRUE(process.isOver());
     EXPECT_FALSE(process.isHardlyKnown());
+    EXPECT_FALSE(process.is(child, startTime_)) << "its number may be another's";
 }
 
 TEST_F(TappedProcessTest, OneThatWasAnotherWithThatNumberIsOver) {
