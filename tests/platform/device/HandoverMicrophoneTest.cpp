@@ -1,0 +1,164 @@
+// What the caretaker of a device tells who listens.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "platform/device/HandoverCareScene.h"
+
+namespace {
+
+using namespace tqtest::handover;
+using tqtest::eventually;
+
+TEST(HandoverCare, AMicrophoneThatGoesBesideTheSpeakersIsToldAndTriedAgain) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(both));
+    ASSERT_TRUE(device.isHearing());
+    const Speakers speakers;
+    scene.isMicrophoneThere = false;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    EXPECT_FALSE(device.isHearing());
+    scene.isMicrophoneThere = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    EXPECT_TRUE(device.isHearing());
+    device.removeClient(both);
+}
+
+TEST(HandoverCare, AMicrophoneThatGoesIsToldAlsoWhenTheProgramStartsAnotherUnitRightThen) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    scene.isMicrophoneThere = false;
+    // The keeper is woken, and sees before its next look that nothing is heard.
+    ASSERT_TRUE(device.preferMicrophone(""));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    device.removeClient(both);
+}
+
+TEST(HandoverCare, TheFirstOutputBesideWhoListensIsOneNewRoute) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true), player(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(listener));
+    ASSERT_TRUE(device.addClient(player));
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+    device.removeClient(player);
+    ASSERT_TRUE(device.addClient(player));
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+    device.removeClient(player);
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, SpeakersThatPlaySilenceForWhoListensAreNoInterruptionWhenTheyGo) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true), player(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    ASSERT_TRUE(device.addClient(listener));
+    device.removeClient(player);
+    scene.noted();
+    scene.starts = false;
+    scene.lose();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    EXPECT_FALSE(scene.hasCome("open device")) << "the microphone alone";
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AMicrophoneAloneThatCannotBeOpenedIsNoInterruption) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    scene.starts = false;
+    ASSERT_TRUE(device.addClient(listener));
+    scene.noted();
+    ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); })) << "again";
+    EXPECT_EQ(notices.told(), Words{}) << "who has just begun to listen has lost nothing";
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    EXPECT_TRUE(device.isHearing());
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AMicrophoneAloneThatGoesIsToldOnceAndOnceThatItIsBack) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    ASSERT_TRUE(device.addClient(listener));
+    ASSERT_TRUE(device.isHearing());
+    scene.starts = false;
+    scene.lose();
+    ASSERT_TRUE(eventually([&] { return !notices.told().empty(); }));
+    for (int tries = 0; tries < 2; ++tries) {
+        scene.noted();
+        ASSERT_TRUE(eventually([] { return scene.hasCome("open microphone"); }));
+    }
+    EXPECT_EQ(notices.told(), Words{"route 2"});
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AnInterruptionEndsWithTheServerAlsoForWhoListensToAMissingMicrophone) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices([&] { device.removeClient(player); });
+    ASSERT_TRUE(device.addClient(player));
+    scene.isThere = false;
+    scene.lose();
+    ASSERT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    ASSERT_TRUE(device.addClient(listener));
+    scene.starts = false;
+    scene.isThere = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began", "ended"}; }));
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AMicrophoneThatThePlugIsPutInForIsOneNewRouteAndWhatWasRenderedIsPlayed) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    scene.isMicrophoneThere = false;
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    scene.noted();
+    scene.hasNewMicrophone = true;
+    ASSERT_TRUE(eventually([] { return scene.hasCome("start device"); }));
+    EXPECT_TRUE(eventually([&] { return !notices.told().empty(); }));
+    EXPECT_TRUE(scene.hasCome("finish device"));
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 1"});
+    EXPECT_TRUE(device.isHearing());
+    device.removeClient(both);
+}
+
+TEST(HandoverCare, AnotherMicrophoneIsANewRouteForWhoListensAlone) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true);
+    Notices notices;
+    moveTo({}, {"one", 48000, 1, true});
+    ASSERT_TRUE(device.addClient(listener));
+    const Speakers blocks;
+    awaitLooks();
+    moveTo({}, {"two", 16000, 1, true});
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    scene.format.inputChannels = 2;
+    moveTo({}, {"three", 48000, 2, true});
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1", "route 1"}; }));
+    EXPECT_EQ(device.inputChannels(), 2U) << "opened anew";
+    device.removeClient(listener);
+}
+
+}  // namespace
