@@ -101,7 +101,7 @@ bool CubebDevice::list(TQDeviceListing each, void* refCon) {
                 .title = orNothing(device.friendly_name),
                 .hears = hears,
                 .isDefault =
-                    device.preferred != CUBEB_DEVICE_PREF_NONE && !(hears && isMonitor(name)),
+                    device.preferred != CUBEB_DEVICE_PREF_NONE && !(hears && isOfPrograms(name)),
                 .sampleRate = static_cast<Float64>(device.default_rate),
                 .channels = device.max_channels};
             each(refCon, &description);
@@ -202,7 +202,7 @@ tqplatform::HeardPlace CubebDevice::place() {
     }
     place.speakers.sampleRate = std::min<Float64>(place.speakers.sampleRate, kHighestRate);
     place.microphone.channels = std::min(place.microphone.channels, kChannels);
-    if (hearsSpeakers()) {
+    if (hearsPrograms()) {
         place.microphone = {};
     }
     return place;

@@ -62,8 +62,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
         cubeb_devid id = nullptr;
     };
     [[nodiscard]] Microphone microphone();
-    /// Whether the server lets it hear what speakers play, unasked: that is no microphone.
-    [[nodiscard]] bool hearsSpeakers() const noexcept;
+    /// Whether the server lets it hear what programs play, unasked: that is no microphone.
+    [[nodiscard]] bool hearsPrograms() const noexcept;
     [[nodiscard]] UInt32 heardFrames() const;
     [[nodiscard]] bool listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames);
 
@@ -95,7 +95,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     UInt32 latencyFrames_ = 0;
     bool isJack_ = false;
     bool isToPlay_ = true;
-    std::string microphoneName_;  ///< empty for the default, which is no monitor of speakers
+    std::string microphoneName_;  ///< empty for the default, if that is a microphone
     UInt32 inputChannels_ = 0;    ///< 0 where there is no microphone
     UInt32 inHand_ = 0;           ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.

@@ -30,9 +30,9 @@ CubebDevice::Microphone CubebDevice::microphone() {
     };
     const auto isWanted = [&](const cubeb_device_info& device) {
         const std::string_view name = device.device_id == nullptr ? "" : device.device_id;
-        // Servers without a microphone call the monitor of their speakers the default.
+        // Servers without a microphone call what programs play the default.
         return device.state == CUBEB_DEVICE_STATE_ENABLED &&
-               (microphoneName_.empty() ? !isMonitor(name) : microphoneName_ == name);
+               (microphoneName_.empty() ? !isOfPrograms(name) : microphoneName_ == name);
     };
     auto found = std::find_if(all.begin(), all.end(), [&](const cubeb_device_info& device) {
         return isUsual(device) && isWanted(device);
@@ -51,8 +51,8 @@ CubebDevice::Microphone CubebDevice::microphone() {
     return microphone;
 }
 
-bool CubebDevice::hearsSpeakers() const noexcept {
-    return watch_ != nullptr && watch_->hearsMonitor() && !isMonitor(microphoneName_);
+bool CubebDevice::hearsPrograms() const noexcept {
+    return watch_ != nullptr && watch_->hearsPrograms() && !isOfPrograms(microphoneName_);
 }
 
 bool CubebDevice::isHearing() const {
@@ -115,7 +115,7 @@ long CubebDevice::onHeardAlone(cubeb_stream* /*stream*/, void* self, const void*
 
 void CubebDevice::hearAlone(const float* heard, UInt32 frames) noexcept {
     hurry();
-    if (hearsSpeakers()) {
+    if (hearsPrograms()) {
         if (isHearing_.exchange(false)) {
             host_->lostHeard();  // as if it had ended: there is none, or another is opened
         }
@@ -139,7 +139,7 @@ long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* hear
 }
 
 void CubebDevice::bring(const float* heard, UInt32 frames) noexcept {
-    if (hearsSpeakers()) {
+    if (hearsPrograms()) {
         heardUntil_.store(0, std::memory_order_relaxed);
         return;
     }

@@ -72,8 +72,8 @@ class PulseWatch::Connection {
         return {endOf(news_.sinks, news_.sink, news_.defaultSink),
                 endOf(news_.sources, news_.source, news_.defaultSource)};
     }
-    [[nodiscard]] bool hearsMonitor() const noexcept {
-        return hearsMonitor_.load(std::memory_order_relaxed);
+    [[nodiscard]] bool hearsPrograms() const noexcept {
+        return hearsPrograms_.load(std::memory_order_relaxed);
     }
 
   private:
@@ -146,7 +146,7 @@ class PulseWatch::Connection {
             }
             const std::lock_guard lock(connection.mutex_);
             connection.news_.*Known = std::exchange(coming, {});
-            connection.noteMonitor();
+            connection.notePrograms();
         });
     }
     template <class Info, std::uint32_t Info::*Device, std::uint32_t Connection::*Coming,
@@ -161,14 +161,14 @@ class PulseWatch::Connection {
             }
             const std::lock_guard lock(connection.mutex_);
             connection.news_.*Known = std::exchange(connection.*Coming, PA_INVALID_INDEX);
-            connection.noteMonitor();
+            connection.notePrograms();
         });
     }
     /// With the lock.
-    void noteMonitor() {
+    void notePrograms() {
         const auto found = news_.sources.find(news_.source);
-        hearsMonitor_.store(found != news_.sources.end() && isMonitor(found->second.name),
-                            std::memory_order_relaxed);
+        hearsPrograms_.store(found != news_.sources.end() && isOfPrograms(found->second.name),
+                             std::memory_order_relaxed);
     }
     static void onServer(pa_context* /*context*/, const pa_server_info* info, void* self) {
         take(self, [=](Connection& connection) {
@@ -215,7 +215,7 @@ class PulseWatch::Connection {
 
     mutable std::mutex mutex_;
     News news_;
-    std::atomic<bool> hearsMonitor_{false};
+    std::atomic<bool> hearsPrograms_{false};
 };
 
 PulseWatch::PulseWatch(const char* application)
@@ -228,8 +228,8 @@ HeardPlace PulseWatch::place() const {
     return connection_->place();
 }
 
-bool PulseWatch::hearsMonitor() const noexcept {
-    return connection_->hearsMonitor();
+bool PulseWatch::hearsPrograms() const noexcept {
+    return connection_->hearsPrograms();
 }
 
 }  // namespace tqcubeb

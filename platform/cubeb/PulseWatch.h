@@ -7,10 +7,11 @@
 
 namespace tqcubeb {
 
-/// Whether it is what the speakers play, by the name that PulseAudio and PipeWire's service for it
-/// give to each of these sources. The sound library's list says it of none.
-[[nodiscard]] inline bool isMonitor(std::string_view source) noexcept {
-    return source.ends_with(".monitor");
+/// Whether it is no microphone but what programs play: a monitor of speakers, by the name that
+/// PulseAudio and PipeWire's service for it give to each, or the recorder's live source. The sound
+/// library's list says it of none.
+[[nodiscard]] inline bool isOfPrograms(std::string_view source) noexcept {
+    return source.ends_with(".monitor") || source.starts_with("tqaudiorecord.");
 }
 
 /// What PulseAudio, or PipeWire's service for it, says of the streams of this process: which sink
@@ -29,9 +30,9 @@ class PulseWatch {
     /// [any thread] By the last news; ends without a name before the first, and where this process
     /// has no stream.
     [[nodiscard]] tqplatform::HeardPlace place() const;
-    /// [any thread] [real-time safe] By the last news: the server may move what listens to one when
-    /// its microphone is unplugged.
-    [[nodiscard]] bool hearsMonitor() const noexcept;
+    /// [any thread] [real-time safe] Whether it hears what programs play, by the last news: the
+    /// server may move it there when its microphone is unplugged.
+    [[nodiscard]] bool hearsPrograms() const noexcept;
 
   private:
     class Connection;

@@ -168,6 +168,15 @@ TEST_F(RecordedMicrophone, AMachineWithoutOneDoesNotRecordItsOwnSpeakers) {
     EXPECT_NEAR(loudestOf(track("unit-")), 0.5, 0.01) << "it was not ducked by itself";
 }
 
+TEST_F(RecordedMicrophone, ALiveSourceOfTheRecordingIsNone) {
+    // Where there is no microphone it becomes the server's default source.
+    const ProgramEnd end = record({"--mic", "--live", "--tracks", file("tracks")},
+                                  {"start2", "sleep:2.5", "stop2", "sleep:0.5"});
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("Microphone: there was none"), std::string::npos) << end.text();
+    EXPECT_EQ(loudestOf(track("microphone")), 0);
+}
+
 TEST_F(RecordedMicrophone, OneThatIsMutedIsSaid) {
     pactl({"set-source-mute", "cap.monitor", "1"});
     const ProgramEnd end = record({"--mic=cap.monitor"}, noise_);

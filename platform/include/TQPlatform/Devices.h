@@ -13,7 +13,7 @@ typedef struct TQDeviceDescription {
     const char* name;   /**< as the server has it */
     const char* title;  /**< for people */
     Boolean hears;      /**< a microphone; else it plays */
-    Boolean isDefault;  /**< who asks for none gets it; never a monitor of speakers */
+    Boolean isDefault;  /**< who asks for none gets it; never what programs play */
     Float64 sampleRate; /**< Hz, its own */
     UInt32 channels;
 } TQDeviceDescription;
@@ -26,10 +26,10 @@ typedef void (*TQDeviceListing)(void* refCon, const TQDeviceDescription* device)
 AU_EXPORT OSStatus TQListDevices(TQDeviceListing each, void* refCon);
 
 /** [host thread] Units hear the microphone of that name (TQDeviceDescription.name) from now on;
- * null or empty for the server's default, or another where that is what speakers play: such a
- * monitor is heard by name only. One that is not there is heard as soon as it is. Waits a
- * second at most while a unit listens. kAudioUnitErr_Uninitialized when the process's device has
- * none to choose from. */
+ * null or empty for the server's default, or another where that is what programs play: monitors of
+ * speakers and the recorder's live sources are heard by name only. One that is not there is heard
+ * as soon as it is. Waits a second at most while a unit listens. kAudioUnitErr_Uninitialized when
+ * the process's device has none to choose from. */
 AU_EXPORT OSStatus TQPreferMicrophone(const char* name);
 
 /** [host thread] Whether a unit listens and a microphone is open for it; else what it hears is

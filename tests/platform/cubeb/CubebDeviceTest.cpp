@@ -154,6 +154,13 @@ TEST(CubebDevice, TheMonitorOfSpeakersIsNoMicrophoneUnlessItIsNamed) {
     EXPECT_FALSE(device->hear(true)) << "one was plugged in";
 }
 
+TEST(CubebDevice, ALiveSourceOfTheRecorderIsNoMicrophone) {
+    EXPECT_TRUE(tqcubeb::isOfPrograms("tqaudiorecord.game.mix"));
+    EXPECT_TRUE(tqcubeb::isOfPrograms("speakers.monitor"));
+    EXPECT_FALSE(tqcubeb::isOfPrograms("alsa_input.usb-headset.mono-fallback"));
+    EXPECT_FALSE(tqcubeb::isOfPrograms(""));
+}
+
 TEST(CubebDevice, AnotherMicrophoneIsHeardWhereTheDefaultIsAMonitor) {
     theServer.defaultIsMonitor = true;
     theServer.microphones = 2;

@@ -109,6 +109,6 @@ tqplatform::HeardPlace tqcubeb::PulseWatch::place() const {
     return theServer.place;
 }
 
-bool tqcubeb::PulseWatch::hearsMonitor() const noexcept {
-    return isMonitor(theServer.place.microphone.name);
+bool tqcubeb::PulseWatch::hearsPrograms() const noexcept {
+    return isOfPrograms(theServer.place.microphone.name);
 }
