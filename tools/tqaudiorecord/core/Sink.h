@@ -45,9 +45,10 @@ class Sink {
     /// Answers with tickets that control() gave, since the last call. Asked for several times a
     /// second, and once after finish(), when all have come.
     [[nodiscard]] virtual std::vector<ControlAnswer> lateAnswers() { return {}; }
-    /// Whether what is not at its place yet is on its way there without finish(): clips that are
-    /// being written, sound that a reader takes.
-    [[nodiscard]] virtual bool isSaving() const { return false; }
+    /// Goes on with it where that waits for nobody, and says whether what is not at its place yet
+    /// is on its way there without finish(): clips that are being written, sound that a reader
+    /// takes.
+    [[nodiscard]] virtual bool isSaving() { return false; }
     /// Nobody wants to wait for them: they end soon, and what they lack is a problem.
     virtual void giveUpSaves() {}
     /// The recording is over; files are to be whole after this. Called once.

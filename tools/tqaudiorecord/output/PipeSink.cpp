@@ -24,6 +24,9 @@ namespace {
 // does.
 constexpr std::chrono::seconds kLastPatience{5};
 
+// Hours of silence into a file do not hold the recording up.
+constexpr std::uint64_t kMostAtATime = std::uint64_t{16} << 20U;
+
 // Seconds. A launcher that keeps a silent stream open does not keep its game out.
 constexpr double kMostSilence = 1;
 
@@ -71,7 +74,7 @@ PipeSink::PipeSink(int descriptor, Shape shape, std::size_t mostBytes)
         }
         const auto header = streamingHeader();
         headerBytes_ = header.size();
-        queue(header);
+        queue(0, header);
     }
 }
 
@@ -107,9 +110,9 @@ void PipeSink::processEnded(const Process& process, const HostFacts& /*facts*/) 
     }
 }
 
-bool PipeSink::isSaving() const {
-    return !closed_ && !isGivenUp_ && sent_ < waiting_.size() &&
-           Clock::now() - movedAt_ < kLastPatience;
+bool PipeSink::isSaving() {
+    drain();
+    return !closed_ && !isGivenUp_ && !waiting_.empty() && Clock::now() - movedAt_ < kLastPatience;
 }
 
 void PipeSink::block(const Process& process, const Block& block) {
@@ -122,64 +125,86 @@ void PipeSink::block(const Process& process, const Block& block) {
     }
     const std::size_t frameBytes = kMixFormat.frameBytes();
     const std::size_t frames = block.frames.size() / frameBytes;
-    std::uint64_t silence =
-        clock_->before(block.microseconds, frames, block.lostFrames) * frameBytes;
+    const std::uint64_t silence = clock_->before(block.microseconds, frames, block.lostFrames);
     hasJumped_ = clock_->takeJump() || hasJumped_;
-    const std::vector<std::byte> zeros(std::min<std::uint64_t>(silence, 4096 * frameBytes));
-    while (silence > 0 && !closed_) {
-        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(silence, zeros.size()));
-        queue(std::span(zeros).first(count));
-        silence -= count;
-    }
-    queue(block.frames.first(frames * frameBytes));
+    queue(silence * frameBytes, block.frames.first(frames * frameBytes));
     drain();
 }
 
-void PipeSink::queue(std::span<const std::byte> bytes) {
+void PipeSink::queue(std::uint64_t zeros, std::span<const std::byte> bytes) {
     if (closed_) {
         return;
     }
-    if (waiting_.size() - sent_ + bytes.size() > mostBytes_) {
+    if (waitingBytes_ + bytes.size() > mostBytes_) {
         drain();
     }
-    if (waiting_.size() - sent_ + bytes.size() > mostBytes_) {
+    if (waiting_.empty() || zeros > 0) {
+        waiting_.push_back({zeros});
+    }
+    if (waitingBytes_ + bytes.size() > mostBytes_) {
         refused_ += bytes.size();
         return;
     }
-    // Removed only when more than half is sent: each byte is then moved about once in all.
-    if (sent_ > waiting_.size() / 2) {
-        waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(sent_));
-        sent_ = 0;
-    }
-    waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
+    std::vector<std::byte>& last = waiting_.back().bytes;
+    last.insert(last.end(), bytes.begin(), bytes.end());
+    waitingBytes_ += bytes.size();
 }
 
 void PipeSink::drain() {
-    while (!closed_ && sent_ < waiting_.size()) {
+    const std::uint64_t most = taken_ + kMostAtATime;
+    while (!closed_ && !waiting_.empty() && taken_ < most) {
         pollfd ready{descriptor_, POLLOUT, 0};
         const int count = ::poll(&ready, 1, 0);
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        if (count <= 0) {
+        if (count <= 0 || !hand()) {
             return;
         }
-        // POSIX: a pipe that is ready for writing takes PIPE_BUF bytes without blocking.
-        const std::size_t bytes = std::min<std::size_t>(waiting_.size() - sent_, PIPE_BUF);
-        const ssize_t written = ::write(descriptor_, waiting_.data() + sent_, bytes);
-        if (written >= 0) {
-            sent_ += static_cast<std::size_t>(written);
-            taken_ += static_cast<std::uint64_t>(written);
-            movedAt_ = Clock::now();
-        } else if (errno == EPIPE) {
-            closed_ = true;
-            reason_ = "standard output was closed by its reader";
-        } else if (errno == EAGAIN) {
-            return;
-        } else if (errno != EINTR) {
-            closed_ = true;
-            problem_ = std::string("standard output: ") + std::strerror(errno);
+    }
+}
+
+/// One piece to the reader. False where it takes none for now.
+bool PipeSink::hand() {
+    // POSIX: a pipe that is ready for writing takes PIPE_BUF bytes without blocking.
+    static constexpr std::array<std::byte, PIPE_BUF> kZeros{};
+    Waiting& first = waiting_.front();
+    const std::span<const std::byte> sound = std::span(first.bytes).subspan(first.sent);
+    const void* const next = first.zeros > 0 ? kZeros.data() : sound.data();
+    const std::uint64_t most = first.zeros > 0 ? first.zeros : sound.size();
+    const ssize_t written = ::write(descriptor_, next, std::min<std::uint64_t>(most, PIPE_BUF));
+    if (written >= 0) {
+        const auto bytes = static_cast<std::size_t>(written);
+        if (first.zeros > 0) {
+            first.zeros -= bytes;
+        } else {
+            first.sent += bytes;
+            waitingBytes_ -= bytes;
         }
+        taken_ += bytes;
+        movedAt_ = Clock::now();
+        tidy();
+        return true;
+    }
+    if (errno == EPIPE) {
+        closed_ = true;
+        reason_ = "standard output was closed by its reader";
+    } else if (errno != EAGAIN && errno != EINTR) {
+        closed_ = true;
+        problem_ = std::string("standard output: ") + std::strerror(errno);
+    }
+    return errno == EINTR;
+}
+
+void PipeSink::tidy() {
+    Waiting& first = waiting_.front();
+    if (first.zeros == 0 && first.sent == first.bytes.size()) {
+        waiting_.pop_front();
+    } else if (first.sent > first.bytes.size() / 2) {
+        // Each byte is then moved about once in all.
+        first.bytes.erase(first.bytes.begin(),
+                          first.bytes.begin() + static_cast<std::ptrdiff_t>(first.sent));
+        first.sent = 0;
     }
 }
 
@@ -195,11 +220,9 @@ void PipeSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
 
 void PipeSink::finish() {
     drain();
-    if (!closed_ && sent_ < waiting_.size()) {
-        refused_ += waiting_.size() - sent_;
-    }
+    refused_ += closed_ ? 0 : waitingBytes_;
     waiting_.clear();
-    sent_ = 0;
+    waitingBytes_ = 0;
     completeHeader();
 }
 

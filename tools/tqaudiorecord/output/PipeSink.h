@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -30,9 +31,9 @@ class PipeSink : public Sink {
     void block(const Process& process, const Block& block) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
-    /// Whether the reader may take more of what waits: it took something a moment ago, or the last
-    /// process has just ended.
-    [[nodiscard]] bool isSaving() const override;
+    /// More may be taken as long as the reader took something a moment ago, or the last process has
+    /// just ended.
+    [[nodiscard]] bool isSaving() override;
     void giveUpSaves() override { isGivenUp_ = true; }
     [[nodiscard]] std::string reasonToEnd() const override { return reason_; }
     /// What the reader has not taken by now is lost.
@@ -49,8 +50,16 @@ class PipeSink : public Sink {
 
     [[nodiscard]] bool takes(const Process& process, const Block& block);
     [[nodiscard]] bool isHolderSilent() const;
-    void queue(std::span<const std::byte> bytes);
+    /// What the reader has not taken: silence, and bytes behind it.
+    struct Waiting {
+        std::uint64_t zeros = 0;
+        std::vector<std::byte> bytes{};
+        std::size_t sent = 0;  // of the bytes
+    };
+    void queue(std::uint64_t zeros, std::span<const std::byte> bytes);
     void drain();
+    [[nodiscard]] bool hand();
+    void tidy();
     void completeHeader() const;
 
     int descriptor_;
@@ -59,9 +68,9 @@ class PipeSink : public Sink {
     double silence_ = 0;                     ///< seconds of it that the holder has delivered last
     Clock::time_point heardAt_;              ///< when it delivered last
     std::map<std::string, double> leftOut_;  ///< seconds, by the program's name
-    std::vector<std::byte> waiting_;
-    std::size_t sent_ = 0;       // of what waits
-    Clock::time_point movedAt_;  // when the reader took something last
+    std::deque<Waiting> waiting_;
+    std::size_t waitingBytes_ = 0;  // without the silence, which takes no room
+    Clock::time_point movedAt_;     // when the reader took something last
     bool isGivenUp_ = false;
     std::unique_ptr<StreamClock> clock_;
     std::uint64_t headerBytes_ = 0;

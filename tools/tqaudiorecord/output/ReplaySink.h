@@ -37,7 +37,7 @@ class ReplaySink : public FilesSink {
     [[nodiscard]] std::uint64_t beginSave(std::optional<double> seconds);
     /// Whether so many saves are under way that there is no room for another.
     [[nodiscard]] bool isSavingAllItCan() const { return saver_.isFull(); }
-    [[nodiscard]] bool isSaving() const override { return saver_.isBusy(); }
+    [[nodiscard]] bool isSaving() override { return saver_.isBusy(); }
     void giveUpSaves() override { saver_.giveUp(); }
     /// Those that were written since the last call.
     [[nodiscard]] std::vector<ReplaySaved> takeSaved();

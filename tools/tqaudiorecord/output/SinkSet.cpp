@@ -65,9 +65,10 @@ void SinkSet::tick(std::uint64_t elapsedMicroseconds) {
     }
 }
 
-bool SinkSet::isSaving() const {
-    return std::any_of(sinks_.begin(), sinks_.end(),
-                       [](const auto& sink) { return sink->isSaving(); });
+bool SinkSet::isSaving() {
+    // All are asked, as each goes on with its own.
+    return std::count_if(sinks_.begin(), sinks_.end(),
+                         [](const auto& sink) { return sink->isSaving(); }) > 0;
 }
 
 void SinkSet::giveUpSaves() {

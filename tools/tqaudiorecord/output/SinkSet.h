@@ -30,7 +30,7 @@ class SinkSet : public Sink {
     void seen(const SeenProcess& process) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     void tick(std::uint64_t elapsedMicroseconds) override;
-    [[nodiscard]] bool isSaving() const override;
+    [[nodiscard]] bool isSaving() override;
     void giveUpSaves() override;
     void finish() override;
     [[nodiscard]] std::string reasonToEnd() const override;

@@ -141,6 +141,30 @@ TEST_F(PipeSinkTest, AtTheEndAReaderThatStillTakesIsWaitedForUntilThatIsGivenUp)
                     "standard output: its reader was too slow and missed part of the sound"));
 }
 
+TEST_F(PipeSinkTest, ALongPauseIsSilenceOfItsLengthAndTakesNoRoom) {
+    constexpr std::size_t kRoom = 100'000;
+    constexpr std::uint64_t kSeconds = 60;
+    PipeSink sink(writer_, PipeSink::Shape::kRaw, kRoom);
+    const auto before = counting(441, 0);
+    const auto behind = counting(441, 441);
+    sink.block(game_, mixBlock(before, 0));
+    sink.processEnded(game_, {});
+    sink.block(process(2, "next"), mixBlock(behind, kSeconds * 1'000'000));
+    std::vector<std::byte> expected = before;
+    expected.resize(static_cast<std::size_t>(kMixFormat.sampleRate) * kSeconds *
+                    kMixFormat.frameBytes());
+    expected.insert(expected.end(), behind.begin(), behind.end());
+    std::vector<std::byte> got;
+    while (got.size() < expected.size()) {
+        const std::vector<std::byte> piece = readAll();
+        got.insert(got.end(), piece.begin(), piece.end());
+        (void)sink.isSaving();
+    }
+    EXPECT_TRUE(got == expected);
+    sink.finish();
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
 TEST_F(PipeSinkTest, WhatIsTakenLeavesNothingToWaitFor) {
     PipeSink sink(writer_, PipeSink::Shape::kRaw);
     sink.block(game_, mixBlock(counting(441, 0), 1000));

@@ -128,7 +128,7 @@ class RememberingSink : public tqrecorder::Sink {
         saves += command.kind == tqrecorder::ControlCommand::Kind::kSave ? 1 : 0;
         return {true, {}};
     }
-    [[nodiscard]] bool isSaving() const override {
+    [[nodiscard]] bool isSaving() override {
         if (isWriting && onWait) {
             onWait();
         }
