@@ -67,6 +67,7 @@ class Writer {
                                      WrittenFile& written);
     [[nodiscard]] std::string pathOf(const StreamClip& clip, const std::string& addition) const;
     [[nodiscard]] bool isGivenUp() { return isGivenUp_ = isGivenUp_ || ask_(); }
+    void takeFile(const std::vector<WrittenFile>& files, bool isGood, WrittenFile& written);
     void complainOfCut(const std::string& path, double seconds, double whole);
 
     const ReplayPlan& plan_;
@@ -115,10 +116,23 @@ bool Writer::writeAlone(const StreamClip& clip, const std::string& path, Written
     }
     saved_.problems.insert(saved_.problems.end(), series.problems().begin(),
                            series.problems().end());
-    if (!series.failed() && !series.files().empty()) {
-        written = series.files().front();
-    }
+    takeFile(series.files(), !series.failed(), written);
     return !series.failed() && !isCut;
+}
+
+/// What it lacks is still in memory, to be saved again: it shall not fill the disk under a name
+/// that stands for the whole.
+void Writer::takeFile(const std::vector<WrittenFile>& files, bool isGood, WrittenFile& written) {
+    if (files.empty()) {
+        return;
+    }
+    std::error_code failure;
+    if (isGood) {
+        written = files.front();
+    } else if (std::filesystem::is_regular_file(files.front().path, failure) &&
+               std::filesystem::remove(files.front().path, failure)) {
+        saved_.problems.back() += "; what was written of it is removed";
+    }
 }
 
 void Writer::complainOfCut(const std::string& path, double seconds, double whole) {
@@ -186,9 +200,7 @@ bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
                    file->seconds() == 0);
     chain.finish();
     saved_.problems.insert(saved_.problems.end(), chain.problems().begin(), chain.problems().end());
-    if (!chain.files().empty()) {
-        written = chain.files().front();
-    }
+    takeFile(chain.files(), isGood, written);
     if (isGood && turn < process.seconds) {
         complainOfCut(path, turn, process.seconds);
         return false;

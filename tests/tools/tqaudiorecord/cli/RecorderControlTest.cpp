@@ -32,6 +32,41 @@ TEST_F(RecorderControlTest, ASaveSaysItsFilesAndTwoAreBothWhole) {
     EXPECT_EQ(program.wait().code, 0);
 }
 
+/// The recorder has a file system of its own, which the test does not see: the shell lists it.
+TEST_F(RecorderControlTest, OnAFullDiskASaveSaysSoLeavesNoPartAndAShorterOneFindsRoom) {
+    const std::string small = folder_.file("small");
+    std::filesystem::create_directory(small);
+    if (tqtest::runProgram({.arguments = {"unshare", "-rm", "mount", "-t", "tmpfs", "none", small}})
+            .code != 0) {
+        GTEST_SKIP() << "nothing may be mounted here";
+    }
+    for (const std::string kind : {"wav", "mka"}) {
+        SCOPED_TRACE(kind);
+        ProgramSetup setup = reachable(this->setup(
+            {"-o", "clip." + kind, "--format", kind == "mka" ? "mka-pcm" : kind, "--replay", "30"},
+            {TQ_TONE_HOST, "tone", "60"}));
+        setup.arguments.insert(setup.arguments.begin(),
+                               {"unshare", "-rm", "sh", "-c",
+                                "mount -t tmpfs -o size=300k none \"$0\" && cd \"$0\" && \"$@\"; "
+                                "code=$?; ls; exit $code",
+                                small});
+        Program program(setup);
+        ASSERT_TRUE(eventually([&] { return hasPlayed(3); }));
+        const ProgramEnd full = ctl({"save"});
+        EXPECT_EQ(full.code, 2);
+        EXPECT_EQ(full.errors, "tqaudiorecord: clip-001." + kind +
+                                   ": No space left on device; the file ends there; what was "
+                                   "written of it is removed\n");
+        const ProgramEnd shorter = ctl({"save", "0.2"});
+        EXPECT_EQ(shorter.code, 0) << shorter.errors;
+        EXPECT_THAT(shorter.output, testing::StartsWith("clip-001." + kind + " ("));
+        EXPECT_EQ(ctl({"stop"}).code, 0);
+        const ProgramEnd end = program.wait();
+        EXPECT_EQ(end.code, 2) << "what was asked for was lost";
+        EXPECT_EQ(end.output, "clip-001." + kind + "\n");
+    }
+}
+
 TEST_F(RecorderControlTest, APauseIsNotInTheFilesAndNoHole) {
     Program program(reachable(setup({"-o", path_}, game("30"))));
     ASSERT_TRUE(eventually([&] { return hasPlayed(1); }));
