@@ -57,6 +57,10 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
 
   private:
     static constexpr std::chrono::microseconds kTurnStep{100};
+    /// Looks behind the start in which the clock does not drive for a device that asks for nothing:
+    /// a sink that sleeps takes seconds to wake, and what was rendered meanwhile would not be
+    /// heard.
+    static constexpr int kWakingLooks = 12;
     static constexpr const char* kThereIsNone = "no sound server or card answers, using null";
     enum class Driver { clock, device };
     /// The right to render and to change what drives.

@@ -16,15 +16,6 @@ constexpr std::chrono::milliseconds kLookStep{250};
 /// What the server answers so soon is no reason to look after anything else: a second.
 constexpr int kPatientLooks = 4;
 constexpr std::chrono::milliseconds kRetryStep{500};
-/// Looks without a request after which the clock drives until the next one: a second.
-constexpr int kQuietLooks = 4;
-/// Looks behind the start in which it does not: a sink that sleeps takes seconds to wake, and what
-/// was rendered for the clock meanwhile would not be heard.
-constexpr int kWakingLooks = 12;
-/// The same after which the device counts as gone: ten seconds.
-constexpr int kMostQuietLooks = 40;
-/// Looks after which a microphone that is wanted and not open is tried again: half a second.
-constexpr int kDeafLooks = 2;
 
 }  // namespace
 
@@ -256,102 +247,6 @@ bool HandoverBackend::lookMeanwhile(bool standsStill) {
                             : AVAudioSessionInterruptionReasonRouteDisconnected);
     }
     return true;
-}
-
-void HandoverBackend::watchRequests() {
-    const std::uint64_t requests = device_->gate.requests();
-    // One that the program holds is the program's doing: the device asks again behind it.
-    const bool asks = requests != seenRequests_ || device_->gate.isInside();
-    quietLooks_ = asks ? 0 : quietLooks_ + 1;
-    seenRequests_ = requests;
-    if (const bool standsStill = quietLooks_ >= kQuietLooks;
-        standsStill != stoodStill_ && (standsStill || quietLooks_ == 0)) {
-        stoodStill_ = standsStill;
-        tellRouteChange(standsStill ? AVAudioSessionRouteChangeReasonOldDeviceUnavailable
-                                    : AVAudioSessionRouteChangeReasonNewDeviceAvailable);
-    }
-    if (quietLooks_ >= kMostQuietLooks) {
-        isLost_.store(true);
-    } else if (++looks_ > kWakingLooks && quietLooks_ >= kQuietLooks) {
-        static_cast<void>(driveByClock());
-    }
-    // The device may have taken over again meanwhile.
-    static_cast<void>(settleClock());
-}
-
-void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
-    const bool wantsHearing = care_.wants.hearing && deviceWish_.isToPlay;
-    lock.unlock();
-    watchRequests();
-    if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
-        sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
-    }
-    if (wantsHearing && quietLooks_ == 0) {
-        listenAgain();
-    }
-    followPlace();
-    lock.lock();
-}
-
-void HandoverBackend::listen(bool isHearing) {
-    aside(device_, [isHearing](Kept& kept) {
-        kept.answer = orNothing([&] { return kept.device->hear(isHearing); });
-    });
-    isOutdated_ = isOutdated_ || !device_->answer;
-}
-
-void HandoverBackend::listenAgain() {
-    deafLooks_ = device_->device->isHearing() ? 0 : deafLooks_ + 1;
-    if (deafLooks_ >= kDeafLooks) {
-        deafLooks_ = 0;
-        listen(false);
-        listen(true);
-    }
-    const bool isHearing = device_->device->isHearing();
-    isHearing_.store(isHearing);
-    tellHearing(isHearing);
-}
-
-void HandoverBackend::tellHearing(bool isHearing) {
-    if (toldHearing_ != isHearing) {
-        toldHearing_ = isHearing;
-        tellRouteChange(isHearing ? AVAudioSessionRouteChangeReasonNewDeviceAvailable
-                                  : AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
-    }
-}
-
-void HandoverBackend::followPlace() {
-    const HeardPlace now = device_->device->place();
-    const auto hasChanged = [](HeardEnd& before, const HeardEnd& end) {
-        const bool isAnother = before.isKnown() && end.isKnown() && before != end;
-        before = end.isKnown() ? end : before;
-        return isAnother;
-    };
-    const bool hasMoved = hasChanged(place_.speakers, now.speakers);
-    const bool hearsAnother = hasChanged(place_.microphone, now.microphone);
-    if (!device_->device->isHearing()) {
-        place_.microphone = {};  // that it is heard again is told as such
-    }
-    const bool wasMoving = std::exchange(isMoving_, hasMoved || hearsAnother);
-    // The server changes several things one after the other: once they stay it is told, once.
-    if (!wasMoving || isMoving_ || isOutdated_) {
-        return;
-    }
-    if (isStale(now)) {
-        isOutdated_ = true;  // and is told when it is open
-    } else {
-        tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
-    }
-}
-
-bool HandoverBackend::isStale(const HeardPlace& now) const {
-    // What is played elsewhere than on the default would be opened with the default's rate.
-    const bool hasOtherRate = deviceWish_.isToPlay && deviceWish_.sampleRate <= 0 &&
-                              now.speakers.isDefault &&
-                              now.speakers.sampleRate != heardFormat_.sampleRate;
-    const bool hasOtherChannels =
-        now.microphone.isKnown() && now.microphone.channels != heardFormat_.inputChannels;
-    return hasOtherRate || hasOtherChannels;
 }
 
 }  // namespace tqplatform
