@@ -174,9 +174,15 @@ bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
                                       (begun.error.empty() ? file->problem() : begun.error));
         }
     }
+    // Where clips follow each other without an overlap a stream may begin a little earlier.
+    double longest = process.seconds;
+    for (const auto& [stream, clip] : clips) {
+        const auto frames = static_cast<double>(clip->end - clip->begin);
+        longest = std::max(longest, frames / clip->format.sampleRate);
+    }
     bool isGood = true;
     double turn = 0;
-    for (; isGood && turn < process.seconds && !isGivenUp(); turn += kTurnSeconds) {
+    for (; isGood && turn < longest && !isGivenUp(); turn += kTurnSeconds) {
         for (const auto& [stream, clip] : clips) {
             const auto frameAfter = [clip = clip](double seconds) {
                 const std::int64_t frames = std::llround(seconds * clip->format.sampleRate);
@@ -201,8 +207,8 @@ bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
     chain.finish();
     saved_.problems.insert(saved_.problems.end(), chain.problems().begin(), chain.problems().end());
     takeFile(chain.files(), isGood, written);
-    if (isGood && turn < process.seconds) {
-        complainOfCut(path, turn, process.seconds);
+    if (isGood && turn < longest) {
+        complainOfCut(path, turn, longest);
         return false;
     }
     return isGood;

@@ -32,12 +32,12 @@ class TimedSeries {
     [[nodiscard]] bool isBehind() const { return !backlog_.isEmpty(); }
     /// As FileSeries has it, with all that was given.
     [[nodiscard]] std::optional<WrittenFile> split() {
-        work(Backlog::Time::max(), true);
+        work(Backlog::Time::max(), false);
         return series_.split();
     }
     void moveTo(const std::string& path) { series_.moveTo(path); }
     void end() {
-        work(Backlog::Time::max(), true);
+        work(Backlog::Time::max(), false);
         series_.end();
     }
     void finish() {

@@ -177,6 +177,23 @@ TEST_F(ReplaySinkTest, ASaveThatFindsNoMemoryFailsAndTheNextHasWhatItWasToHold) 
     EXPECT_EQ(RecordedFile(folder_.file("replay-001.wav")).frames(), 22'050U);
 }
 
+TEST_F(ReplaySinkTest, AStreamThatBeginsALittleEarlierThanItsClipIsInItToItsEnd) {
+    // As where a stream goes on right behind the clip before.
+    constexpr std::size_t kFrames = 23'373;
+    constexpr double kClipSeconds = 0.49;
+    const ReplayPlan plan{{folder_.file("replay.mka"), formatNamed("mka-pcm")}, {}, 10, false};
+    ReplaySink sink(plan, names_, [&](const ReplaySave& save, const IsGivenUp& isGivenUp) {
+        ReplaySave earlier = save;
+        earlier.processes.front().seconds = kClipSeconds;
+        return writeReplay(plan, earlier, isGivenUp);
+    });
+    play(sink, game_, 0, kFrames);
+    ASSERT_EQ(save(sink).size(), 1U);
+    const DecodedFile file(folder_.file("replay-001.mka"));
+    ASSERT_FALSE(file.streams.empty());
+    EXPECT_EQ(file.streams[0].frames(), kFrames);
+}
+
 /// Two saves, of which the first is given up when a part of it is written.
 struct ReplayGivenUpTest : ReplaySinkTest {
     std::vector<ReplaySaved> saved;

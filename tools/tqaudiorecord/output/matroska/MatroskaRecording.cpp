@@ -229,7 +229,7 @@ void MatroskaRecording::cut() {
 }
 
 std::optional<WrittenFile> MatroskaRecording::split() {
-    work(Backlog::Time::max(), true);
+    work(Backlog::Time::max(), false);
     if (file_ == nullptr || file_->streams() == 0) {
         return std::nullopt;
     }
