@@ -170,7 +170,7 @@ void HandoverBackend::lostHeard() noexcept {
 // What the host asks for.
 
 bool HandoverBackend::preferRate(Float64 sampleRate, bool mayWait) noexcept {
-    if (!clock_->preferRate(sampleRate, mayWait)) {
+    if (isBeingRefused(sampleRate) || !clock_->preferRate(sampleRate, mayWait)) {
         return false;
     }
     std::unique_lock lock(care_.mutex);
@@ -183,6 +183,11 @@ bool HandoverBackend::preferRate(Float64 sampleRate, bool mayWait) noexcept {
     }
     care_.awaitsRate = false;
     return care_.wish.sampleRate == sampleRate;
+}
+
+bool HandoverBackend::isBeingRefused(Float64 sampleRate) noexcept {
+    const std::lock_guard lock(care_.mutex);
+    return std::this_thread::get_id() == care_.thread.get_id() && refusing_ == sampleRate;
 }
 
 bool HandoverBackend::preferDuration(Float64 seconds, bool mayWait) noexcept {

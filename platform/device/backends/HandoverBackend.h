@@ -184,6 +184,9 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     /// The device has refused that rate: the one that it took last holds again. False when whoever
     /// prefers it waits for the answer; else it is told.
     bool refuseRate(Float64 sampleRate);
+    /// [any thread] Who asks once more when he is told of the refusal would be told again, and the
+    /// device opened anew for each time.
+    [[nodiscard]] bool isBeingRefused(Float64 sampleRate) noexcept;
     /// Whether a format has to be told that was not asked for, or by nobody who waits for it.
     [[nodiscard]] bool isNews(bool isRateRefused);
     /// While the machine sleeps the device is closed: an interruption.
@@ -251,6 +254,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::shared_ptr<Kept> device_;  ///< that is started, or about to be
     bool isUp_ = false;             ///< it has begun to ask for blocks
     HeardWish deviceWish_;
+    Float64 refusing_ = 0;      ///< Hz, while its refusal is told; 0 at other times
     Float64 takenRate_ = 0;     ///< Hz, the last that the device took; 0 for its own
     HeardPlace place_;          ///< as programs know it
     bool isMoving_ = false;     ///< it was another at the last look; told when it has settled

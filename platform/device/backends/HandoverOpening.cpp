@@ -162,7 +162,9 @@ bool HandoverBackend::refuseRate(Float64 sampleRate) {
     }
     if (!isAwaited) {
         // The program took it for granted.
+        refusing_ = sampleRate;
         tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
+        refusing_ = 0;
     }
     return !isAwaited;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -213,6 +214,32 @@ TEST(HandoverCare, ARateThatIsRefusedLaterIsToldAndHoldsNoMore) {
     EXPECT_TRUE(device.preferRate(22050));
     EXPECT_FALSE(device.hasRefusedRate());
     device.removeClient(heard);
+}
+
+TEST(HandoverCare, WhoAsksAgainForARateWhenItsRefusalIsToldIsRefusedAtOnce) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    std::atomic<int> tries{0};
+    std::atomic<bool> isTaken{true};
+    NSNotificationCenter& center = NSNotificationCenter::defaultCenter();
+    const int self = 0;
+    center.addObserver(
+        &self,
+        [&](const NSNotification&) {
+            isTaken = device.preferRate(32000);
+            ++tries;
+        },
+        AVAudioSessionRouteChangeNotification, nullptr);
+    ASSERT_TRUE(device.preferRate(32000)) << "nobody knows yet";
+    scene.refusedRate = 32000;
+    ASSERT_TRUE(device.addClient(heard));
+    EXPECT_TRUE(eventually([&] { return tries > 0; }));
+    EXPECT_FALSE(isTaken);
+    device.removeClient(heard);
+    center.removeObserver(&self);
+    EXPECT_EQ(tries, 1);
+    EXPECT_EQ(notices.told(), Words{"route 1"});
 }
 
 TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {
