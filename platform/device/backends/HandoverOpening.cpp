@@ -43,7 +43,7 @@ std::shared_ptr<HandoverBackend::Kept> HandoverBackend::reachDevice(const HeardW
     seenRequests_ = 0;
     quietLooks_ = looks_ = deafLooks_ = 0;
     stoodStill_ = isMoving_ = wasHearing_ = false;
-    const auto kept = std::make_shared<Kept>(static_cast<HeardHost&>(*this));
+    auto kept = std::make_shared<Kept>(static_cast<HeardHost&>(*this));
     aside(kept, [make = make_, wish](Kept& reached) {
         reached.device = orNothing(make);
         if (reached.device != nullptr) {

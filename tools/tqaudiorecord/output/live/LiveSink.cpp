@@ -41,7 +41,6 @@ void LiveSink::block(const Process& process, const Block& block) {
     if (!source->isHeard && hasSound(block.frames, block.format)) {
         source->isHeard = true;
         if (takePlainName({process.id, std::string(block.unit)}, *source)) {
-            link_.send({LiveKind::kClose, source->id}, {});
             announceAnew(*source);
         }
     }
@@ -139,7 +138,11 @@ bool LiveSink::takePlainName(const Key& key, Source& source) {
     }
     Source& other = found->second;
     const LiveName numbered = source.name;
+    // Both have gone before either comes back: a server gives a name once at a time.
     close(other);
+    if (source.id != 0) {
+        link_.send({LiveKind::kClose, source.id}, {});
+    }
     source.name = names_.take(source.program, key.second);
     names_.giveBack(numbered);
     other.name = names_.take(other.program, key.second);
