@@ -1,7 +1,10 @@
 // Commands that start the game in the background and end before it.
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <set>
+#include <sstream>
 
 #include "RecorderFixture.h"
 #include "session/ProcessTree.h"
@@ -48,10 +51,25 @@ class RecorderTreeTest : public RecorderTest {
         }
         return 0;
     }
-    /// Whether it shares memory with its recorder.
-    [[nodiscard]] static bool isConnected(pid_t game) {
-        return contentOf("/proc/" + std::to_string(game) + "/maps").find(kSharedMemory) !=
-               std::string::npos;
+    /// Whether both have mapped the memory that they share.
+    [[nodiscard]] static bool isConnected(pid_t game, pid_t recorder) {
+        const auto mapped = [](pid_t process) {
+            std::set<std::string> files;
+            std::ifstream maps("/proc/" + std::to_string(process) + "/maps");
+            for (std::string line; std::getline(maps, line);) {
+                std::istringstream fields(line);
+                std::string addresses, access, offset, device, number, path;
+                fields >> addresses >> access >> offset >> device >> number >> path;
+                if (path == kSharedMemory) {
+                    files.insert(number);
+                }
+            }
+            return files;
+        };
+        const std::set<std::string> ours = mapped(recorder);
+        const std::set<std::string> its = mapped(game);
+        return std::any_of(its.begin(), its.end(),
+                           [&](const std::string& number) { return ours.contains(number); });
     }
     static constexpr const char* kSharedMemory = "/memfd:tqaudiorecord";
     const std::string path_ = folder_.file("out.wav");
@@ -126,7 +144,8 @@ TEST_F(RecorderTreeTest, TheInterruptKeyEndsAGameThatStillLoadsAsWell) {
     with.terminal = &terminal;
     Program program(with);
     pid_t game = 0;
-    ASSERT_TRUE(eventually([&] { return (game = gameOf(program)) != 0 && isConnected(game); }));
+    ASSERT_TRUE(eventually(
+        [&] { return (game = gameOf(program)) != 0 && isConnected(game, program.pid()); }));
     ASSERT_TRUE(terminal.type("\x03"));
     static_cast<void>(program.wait());
     EXPECT_FALSE(isAlive(game));
