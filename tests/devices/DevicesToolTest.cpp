@@ -14,8 +14,6 @@ TEST(DevicesTool, ListsWhatTheServerHasAndPlaysATone) {
     const auto recording = server.record();
     Environment environment = server.environment();
     environment["TQ_AUDIO_DEVICE"] = "auto";
-    // The server's library hands packets from thread to thread unseen by the thread sanitizer.
-    environment["TSAN_OPTIONS"] = "ignore_noninstrumented_modules=1";
     const ProgramEnd end =
         runProgram(kept({.arguments = {TQ_DEVICES_TOOL, "--tone"}, .environment = environment},
                         server.folder().path()));
