@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/OutputUnit.h"
@@ -28,31 +29,72 @@ constexpr float kTurn = 64 * kStep;  ///< so near to where the count turns it ma
 constexpr long kRinging = 64;  ///< frames for which one disturbance is heard where clocks differ
 constexpr unsigned kLargestSlice = 8192;
 
-/// Reads what was played and counts where it does not go on.
+/// Reads what was played, counts where it does not go on, and how much of it was lost there.
 class Counter {
   public:
     void add(float sample) {
         const bool goesOn = std::abs(std::abs(sample - last_) / kStep - 1) <= 0.5F;
         if (frames_ > 0 && !goesOn && (sample == 0 || !(isTurn(sample) && isTurn(last_)))) {
-            disturbances_ += going_ >= kRinging ? 1 : 0;
+            if (going_ >= kRinging) {
+                disturbances_.push_back({.before = sure_, .first = frames_});
+            }
             going_ = 0;
-        } else {
-            ++going_;
+            if (!disturbances_.empty()) {
+                disturbances_.back().last = frames_;
+            }
+        } else if (++going_ % kRinging == 0) {
+            // The last frames before a disturbance may be smeared already.
+            sure_ = std::exchange(next_, {frames_, countOf(last_, sample)});
+            if (going_ == kRinging && !disturbances_.empty()) {
+                disturbances_.back().settle(next_);
+            }
         }
         frames_ += sample != 0 || frames_ > 0 ? 1 : 0;
         last_ = sample;
     }
-    void say() const { std::printf("frames=%ld\ndisturbances=%ld\n", frames_, disturbances_); }
+    void say() const {
+        for (const Disturbance& one : disturbances_) {
+            std::printf("at %.2f s: %ld frames later, %ld lost\n",
+                        static_cast<double>(one.first) / kRate, one.later, one.lost);
+        }
+        std::printf("frames=%ld\ndisturbances=%zu\n", frames_, disturbances_.size());
+    }
 
   private:
+    static constexpr long kWhole = 2L * kMost;
+    struct Place {
+        long frame = 0;
+        long count = 0;
+    };
+    struct Disturbance {
+        Place before;
+        long first = 0;  ///< frame that does not go on
+        long last = 0;
+        long later = 0;  ///< frames by which what is behind it comes later
+        long lost = 0;   ///< frames; what was repeated is less than none
+
+        void settle(const Place& behind) {
+            const long played = behind.count - before.count;
+            later = behind.frame - before.frame - played;
+            later = ((later + kMost) % kWhole + kWhole) % kWhole - kMost;
+            lost = last - first - later;
+        }
+    };
+
     static bool isTurn(float sample) {
         return std::abs(sample) < kTurn || std::abs(sample - kMost * kStep) < kTurn;
+    }
+    static long countOf(float before, float sample) {
+        const long value = std::lround(sample / kStep);
+        return sample >= before ? value : kWhole - value;
     }
 
     float last_ = 0;
     long frames_ = 0;  ///< from the first that is not silent
-    long disturbances_ = 0;
-    long going_ = kRinging;  ///< frames since it did not go on
+    long going_ = 0;   ///< frames since it did not go on
+    Place sure_;
+    Place next_;
+    std::vector<Disturbance> disturbances_;
 };
 
 struct Duplex {
