@@ -14,7 +14,16 @@ auto graphLine(const char* function, int level, const std::string& message) {
     return IsLogLine(kGraphHookFile, function, level, message);
 }
 
-using GraphCallbacks = CapturePath;
+class GraphCallbacks : public CapturePath {
+  protected:
+    /// One slice through what the host has opened and wired.
+    void run(HostGraph& host) {
+        host.setOutputFormat();
+        AUGraphInitialize(host.graph());
+        AUGraphStart(host.graph());
+        pump();
+    }
+};
 
 TEST_F(GraphCallbacks, ACallbackSetBeforeTheOpenIsChained) {
     HostGraph host;
@@ -23,10 +32,7 @@ TEST_F(GraphCallbacks, ACallbackSetBeforeTheOpenIsChained) {
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
     EXPECT_EQ(host.object()->origin_inputProc(), &HostSound::render);
     EXPECT_EQ(host.object()->origin_inputProcRefCon(), &host.sound);
-    host.setOutputFormat();
-    AUGraphInitialize(host.graph());
-    AUGraphStart(host.graph());
-    pump();
+    run(host);
     EXPECT_EQ(host.sound.calls, 1);
 }
 
@@ -36,10 +42,7 @@ TEST_F(GraphCallbacks, ACallbackSetAfterTheOpenGoesToTheObject) {
     ASSERT_EQ(AUGraphOpen(host.graph()), 0);
     ASSERT_EQ(host.setCallback(node), 0);
     EXPECT_EQ(host.object()->origin_inputProcRefCon(), &host.sound);
-    host.setOutputFormat();
-    AUGraphInitialize(host.graph());
-    AUGraphStart(host.graph());
-    pump();
+    run(host);
     EXPECT_EQ(host.sound.calls, 1);
 }
 

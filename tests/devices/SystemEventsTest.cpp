@@ -76,6 +76,23 @@ class SystemEvents : public testing::Test {
     void unplug(const std::string& name) const {
         unload("module-null-source\tsource_name=" + name);
     }
+    /// The steps say how it goes on at the files "out" and "in".
+    void followsTheOnlyMicrophone(std::vector<std::string> steps) {
+        plugIn("headset");
+        play(std::move(steps));
+        ASSERT_TRUE(says("hearing=1"));
+        unplug("headset");
+        EXPECT_TRUE(says("route=2"));
+        go("out");
+        EXPECT_TRUE(says("hearing=0"));
+        plugIn("headset");
+        EXPECT_TRUE(says("route=1"));
+        go("in");
+        const ProgramEnd end = player_->wait();
+        EXPECT_EQ(end["done"], "1");
+        EXPECT_EQ(end["hearing"], "1");
+        EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+    }
 
     PulseServer server_{devicePlayerFormat()};
     std::unique_ptr<Program> player_;
@@ -248,39 +265,13 @@ TEST_F(SystemEvents, AMicrophoneThatIsUnpluggedAndPluggedIsToldOnceEach) {
 }
 
 TEST_F(SystemEvents, TheOnlyMicrophoneThatIsUnpluggedIsNotReplacedByTheSpeakers) {
-    plugIn("headset");
-    play({"start2", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
-          "await:" + file("in"), "say", "stop2", "heard:/dev/null"});
-    ASSERT_TRUE(says("hearing=1"));
-    unplug("headset");
-    EXPECT_TRUE(says("route=2"));
-    go("out");
-    EXPECT_TRUE(says("hearing=0"));
-    plugIn("headset");
-    EXPECT_TRUE(says("route=1"));
-    go("in");
-    const ProgramEnd end = player_->wait();
-    EXPECT_EQ(end["done"], "1");
-    EXPECT_EQ(end["hearing"], "1");
-    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+    followsTheOnlyMicrophone({"start2", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
+                              "await:" + file("in"), "say", "stop2", "heard:/dev/null"});
 }
 
 TEST_F(SystemEvents, TheOnlyMicrophoneOfWhoListensAloneIsAwayUntilItIsPluggedIn) {
-    plugIn("headset");
-    play({"alone", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
-          "await:" + file("in"), "say", "heard:/dev/null"});
-    ASSERT_TRUE(says("hearing=1"));
-    unplug("headset");
-    EXPECT_TRUE(says("route=2"));
-    go("out");
-    EXPECT_TRUE(says("hearing=0"));
-    plugIn("headset");
-    EXPECT_TRUE(says("route=1"));
-    go("in");
-    const ProgramEnd end = player_->wait();
-    EXPECT_EQ(end["done"], "1");
-    EXPECT_EQ(end["hearing"], "1");
-    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+    followsTheOnlyMicrophone({"alone", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
+                              "await:" + file("in"), "say", "heard:/dev/null"});
 }
 
 TEST_F(SystemEvents, AMicrophoneThatStandsStillBesideSpeakersIsToldAndToldAgain) {

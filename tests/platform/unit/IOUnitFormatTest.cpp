@@ -226,19 +226,29 @@ void noteSide(void* sides, AudioUnit, AudioUnitPropertyID, AudioUnitScope scope,
     static_cast<Sides*>(sides)->emplace_back(scope, element);
 }
 
-TEST(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
+/// A tone that plays while the device gets another rate.
+class DeviceRateChanges : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
+        ASSERT_EQ(AudioUnitInitialize(unit), noErr);
+        ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
+        player.pump(480, 10);
+        ASSERT_EQ(
+            AudioUnitAddPropertyListener(unit, kAudioUnitProperty_StreamFormat, noteSide, &changes),
+            noErr);
+        ASSERT_EQ(TQManualDeviceSetSampleRate(32000), noErr);
+    }
+    /// As the next test expects it.
+    void TearDown() override { ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr); }
+
     Player player;
-    const OwnedUnit unit(remoteIO());
-    Tone tone(1000, 48000);
+    const OwnedUnit unit{remoteIO()};
+    Tone tone{1000, 48000};
     Sides changes;
-    ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
-    ASSERT_EQ(AudioUnitInitialize(unit), noErr);
-    ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
-    player.pump(480, 10);
-    ASSERT_EQ(
-        AudioUnitAddPropertyListener(unit, kAudioUnitProperty_StreamFormat, noteSide, &changes),
-        noErr);
-    ASSERT_EQ(TQManualDeviceSetSampleRate(32000), noErr);
+};
+
+TEST_F(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
     EXPECT_EQ(get<AudioStreamBasicDescription>(unit, kAudioUnitProperty_StreamFormat,
                                                kAudioUnitScope_Output, 0)
                   .mSampleRate,
@@ -251,26 +261,12 @@ TEST(DeviceRateChanges, AreSeenOnTheDeviceSideOnlyAndPlayOn) {
     player.pump(320, 200);
     EXPECT_EQ(changes, kDeviceSides);
     EXPECT_NEAR(amplitude(player.left, 1000, 32000, 32000), 0.5, 0.001);
-    ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr) << "as the next test expects it";
 }
 
-TEST(DeviceRateChanges, AreToldOnceAlsoWhenAPropertyIsSetBeforeTheNextSlice) {
-    Player player;
-    const OwnedUnit unit(remoteIO());
-    Tone tone(1000, 48000);
-    Sides changes;
-    ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
-    ASSERT_EQ(AudioUnitInitialize(unit), noErr);
-    ASSERT_EQ(AudioOutputUnitStart(unit), noErr);
-    player.pump(480);
-    ASSERT_EQ(
-        AudioUnitAddPropertyListener(unit, kAudioUnitProperty_StreamFormat, noteSide, &changes),
-        noErr);
-    ASSERT_EQ(TQManualDeviceSetSampleRate(32000), noErr);
+TEST_F(DeviceRateChanges, AreToldOnceAlsoWhenAPropertyIsSetBeforeTheNextSlice) {
     ASSERT_EQ(setCallback(unit, 0, tone.callback), noErr);
     player.pump(320, 3);
     EXPECT_EQ(changes, kDeviceSides);
-    ASSERT_EQ(TQManualDeviceSetSampleRate(deviceRate), noErr) << "as the next test expects it";
 }
 
 }  // namespace
