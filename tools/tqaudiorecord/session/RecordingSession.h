@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <limits>
 #include <map>
 #include <memory>
@@ -47,7 +48,8 @@ struct RecordingResult {
 
 /// Starts a command, lets processes of it connect, and hands what they play to a sink. All of the
 /// sink's methods are called on the thread of run(). RecordingSessionProcesses.cpp has what
-/// processes deliver, RecordingSessionEnd.cpp what ends it.
+/// processes deliver, RecordingSessionControl.cpp what users ask for, RecordingSessionEnd.cpp what
+/// ends it.
 class RecordingSession {
   public:
     /// `gate` is the library to be preloaded. `options` and `sink` outlive this.
@@ -111,7 +113,9 @@ class RecordingSession {
     void finish(RecordingResult& result);
     void takeTheLast(RecordingResult& result);
     void waitForSaves(const RecordingResult& result);
-    [[nodiscard]] bool isAskedAgain();
+    /// Obeys the signals that have come, and keeps those that ask for the end.
+    void takeSignals();
+    [[nodiscard]] std::optional<SignalGate::Signal> nextEndSignal();
     void answerTheLast();
     void noteThoseThatRanOn(const RecordingResult& result);
     [[nodiscard]] bool waitForEnds(std::chrono::milliseconds patience);
@@ -136,6 +140,7 @@ class RecordingSession {
     std::map<std::uint64_t, tqcommon::Descriptor> waitForAnswer_;  ///< clients by their tickets
     float duckOrder_ = std::numeric_limits<float>::quiet_NaN();
     SignalGate signals_;
+    std::deque<SignalGate::Signal> endSignals_;  ///< that have come and were not heeded yet
     ProcessTree tree_;
     Launch host_;
     std::vector<std::unique_ptr<TappedProcess>> processes_;

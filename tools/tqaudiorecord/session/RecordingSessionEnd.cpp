@@ -25,6 +25,8 @@ constexpr milliseconds kTerminalPatience{2000};
 /// Who is killed has gone by then, unless a device's driver holds it.
 constexpr milliseconds kKillPatience{5000};
 constexpr milliseconds kEndPause{20};
+/// Between two pieces of what is still to be written.
+constexpr milliseconds kSavePause{5};
 /// For that long at least, whatever signals come, what was delivered before the end is taken.
 constexpr milliseconds kLastTurn{2000};
 /// Who connects asks within that time, or finds that the recording is over.
@@ -106,7 +108,7 @@ void RecordingSession::takeTheLast(RecordingResult& result) {
     isClosed_ = true;
     drain(kLastTurn);
     bool isTold = false;
-    while (isMoreLeft_ && !isAskedAgain()) {
+    while (isMoreLeft_ && !nextEndSignal()) {
         tellOnce(isTold,
                  "what was played before the end is still to be written; another Ctrl-C "
                  "leaves it out");
@@ -133,8 +135,10 @@ void RecordingSession::takeTheLast(RecordingResult& result) {
 void RecordingSession::waitForSaves(const RecordingResult& result) {
     const Clock::time_point begin = Clock::now();
     bool isTold = false;
+    // A save may have been asked for together with the end.
+    takeSignals();
     while (sink_.isSaving()) {
-        if (!result.isWhole || isAskedAgain()) {
+        if (!result.isWhole || nextEndSignal()) {
             sink_.giveUpSaves();
             return;
         }
@@ -144,7 +148,7 @@ void RecordingSession::waitForSaves(const RecordingResult& result) {
                 "what was asked for is still on its way to disk or reader; another Ctrl-C cuts "
                 "it off");
         }
-        poll(nullptr, 0, static_cast<int>(kEndPause.count()));
+        poll(nullptr, 0, static_cast<int>(kSavePause.count()));
         (void)takeCommands();
         if (Clock::now() >= nextTick_) {
             nextTick_ = Clock::now() + kTickPause;
@@ -232,16 +236,6 @@ bool RecordingSession::isAnyToBeTold() {
            });
 }
 
-/// Whether one of the signals that ask for the end has come.
-bool RecordingSession::isAskedAgain() {
-    while (const auto signal = signals_.next()) {
-        if (signal->number != SIGUSR1 && signal->number != SIGUSR2) {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// False when another signal says not to wait any longer.
 bool RecordingSession::waitForEnds(milliseconds patience) {
     const Clock::time_point deadline = Clock::now() + patience;
@@ -249,7 +243,7 @@ bool RecordingSession::waitForEnds(milliseconds patience) {
         std::array<pollfd, 2> list{{{signals_.descriptor(), POLLIN, 0},
                                     {host_.isOver() ? -1 : host_.endDescriptor(), POLLIN, 0}}};
         poll(list.data(), list.size(), static_cast<int>(kEndPause.count()));
-        if (isAskedAgain()) {
+        if (nextEndSignal()) {
             return false;
         }
         // One that nobody has waited for is still there where the system gives no descriptor of it.

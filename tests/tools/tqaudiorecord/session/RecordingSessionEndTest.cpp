@@ -223,6 +223,40 @@ TEST_F(Session, ClipsAreWaitedForAndASecondSignalGivesThemUp) {
                 testing::ElementsAre(testing::HasSubstr("what was asked for is still")));
 }
 
+TEST_F(Session, ASaveIsObeyedAlsoWhileTheEndWaitsForAnEarlierOne) {
+    bool isEndAsked = false;
+    sink.isWriting = true;
+    sink.onBlock = [&](const Process&, const Block&) {
+        if (!std::exchange(isEndAsked, true)) {
+            kill(getpid(), SIGINT);
+        }
+    };
+    int waits = 0;
+    sink.onWait = [&] {
+        if (++waits == 1) {
+            kill(getpid(), SIGUSR1);
+        }
+        constexpr int kMostWaits = 1000;
+        sink.isWriting = sink.saves == 0 && waits < kMostWaits;
+    };
+    EXPECT_EQ(record({kHost, "tone", "60"}).end, End::kSignal);
+    EXPECT_EQ(sink.saves, 1);
+    EXPECT_EQ(sink.finishes, 1);
+}
+
+TEST_F(Session, ASaveThatComesWithTheEndIsObeyed) {
+    bool isAsked = false;
+    sink.onBlock = [&](const Process&, const Block&) {
+        if (!std::exchange(isAsked, true)) {
+            // The system hands the lower number over first.
+            kill(getpid(), SIGINT);
+            kill(getpid(), SIGUSR1);
+        }
+    };
+    EXPECT_EQ(record({kHost, "tone", "60"}).end, End::kSignal);
+    EXPECT_EQ(sink.saves, 1);
+}
+
 TEST_F(Session, WhoIsKilledIsNamed) {
     bool isEndAsked = false;
     const std::string terms = (caches / "terms").string();
