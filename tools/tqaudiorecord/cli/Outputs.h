@@ -61,6 +61,10 @@ class Outputs : public SinkSet {
     [[nodiscard]] std::string summary(const std::vector<std::string>& silence) const;
 
   private:
+    struct Split {
+        std::uint64_t ticket;
+        SplitFiles done;
+    };
     template <typename Kind>
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
@@ -76,6 +80,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] ControlAnswer answerOf(ReplaySaved saved) const;
     [[nodiscard]] ControlAnswer nothingToSave() const;
     [[nodiscard]] ControlAnswer split();
+    [[nodiscard]] ControlAnswer answerOf(const Split& split) const;
     [[nodiscard]] ControlAnswer setPaused(bool isPaused);
     [[nodiscard]] std::vector<WrittenFile> files() const;
     /// Those without sound that are written before the report.
@@ -93,6 +98,8 @@ class Outputs : public SinkSet {
     std::optional<VoiceTrack> voice_;  ///< with --mic
     VoiceFacts voiceFacts_;
     std::vector<FilesSink*> files_;
+    std::vector<Split> splits_;  ///< that are not answered yet
+    std::uint64_t lastSplit_ = 0;
     ReplaySink* replay_ = nullptr;  ///< one of them
     EventsSink* events_ = nullptr;
     PictureSink* picture_ = nullptr;

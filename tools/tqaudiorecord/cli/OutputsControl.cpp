@@ -12,6 +12,14 @@
 namespace tqrecorder {
 namespace {
 
+/// Bit of their tickets: those of saves are counted by themselves.
+constexpr std::uint64_t kSplits = std::uint64_t{1} << 63U;
+
+/// Whether no file has still to be written up to the split.
+bool isDone(const SplitFiles& split) {
+    return split.use_count() == 1;
+}
+
 /// As hosts stamp their blocks.
 std::uint64_t hostTime() {
     return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
@@ -145,6 +153,13 @@ std::vector<ControlAnswer> Outputs::lateAnswers() {
             answers.back().ticket = ticket;
         }
     }
+    for (const Split& split : splits_) {
+        if (isDone(split.done)) {
+            answers.push_back(answerOf(split));
+            answers.back().ticket = split.ticket;
+        }
+    }
+    std::erase_if(splits_, [](const Split& split) { return isDone(split.done); });
     return answers;
 }
 
@@ -162,22 +177,29 @@ ControlAnswer Outputs::answerOf(ReplaySaved saved) const {
 }
 
 ControlAnswer Outputs::split() {
-    std::vector<WrittenFile> done;
-    // Of silence alone nothing has a name that could be said.
-    if (std::any_of(files_.begin(), files_.end(),
-                    [](const FilesSink* sink) { return sink->isHeard(); })) {
+    Split split{kSplits | ++lastSplit_, std::make_shared<std::vector<WrittenFile>>()};
+    // Of silence alone nothing has a name that could be said. Sound may wait behind silence.
+    if (names_->isHeard() || std::any_of(files_.begin(), files_.end(),
+                                         [](const FilesSink* sink) { return sink->isHeard(); })) {
         for (FilesSink* sink : files_) {
-            std::vector<WrittenFile> more = sink->split();
-            std::move(more.begin(), more.end(), std::back_inserter(done));
+            sink->split(split.done);
         }
     }
-    if (done.empty()) {
+    if (isDone(split.done)) {
+        return answerOf(split);
+    }
+    splits_.push_back(std::move(split));
+    return {.isDone = true, .ticket = splits_.back().ticket};
+}
+
+ControlAnswer Outputs::answerOf(const Split& split) const {
+    if (split.done->empty()) {
         return {false, "no file has any sound yet that could end here\n"};
     }
-    for (WrittenFile& file : done) {
+    for (WrittenFile& file : *split.done) {
         file.path = printable(file.path);
     }
-    return told("complete:", done);
+    return told("complete:", *split.done);
 }
 
 ControlAnswer Outputs::setPaused(bool isPaused) {

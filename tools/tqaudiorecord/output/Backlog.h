@@ -4,15 +4,17 @@
 #include <cstddef>
 #include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/Records.h"
+#include "output/files/FileChain.h"
 
 namespace tqrecorder {
 
-/// Blocks of a recording that wait until the long silence in front of them is written. To code half
-/// an hour of silence takes seconds, in which whoever calls could take no other block: it is
-/// written a little in every turn instead. [one host thread at a time]
+/// Blocks of a recording that wait until the long silence in front of them is written, and splits
+/// behind them. To code half an hour of silence takes seconds, in which whoever calls could take no
+/// other block: it is written a little in every turn instead. [one host thread at a time]
 class Backlog {
   public:
     using Time = std::chrono::steady_clock::time_point;
@@ -22,17 +24,23 @@ class Backlog {
     static constexpr double kAtOnce = 5e6;
     static constexpr double kStep = 2e6;
 
-    [[nodiscard]] bool isEmpty() const { return blocks_.empty(); }
-    void add(const Block& block) { blocks_.emplace_back(block); }
+    [[nodiscard]] bool isEmpty() const { return waiting_.empty(); }
+    void add(const Block& block) { waiting_.emplace_back(block); }
+    void add(SplitFiles split) { waiting_.emplace_back(std::move(split)); }
 
     /// `fill` writes a step of the silence in front of a block, false where it is to be written
-    /// now, which `write` does. Does one step at least, and no more when it is `end`.
-    template <typename Fill, typename Write>
-    void work(Time end, const Fill& fill, const Write& write) {
-        while (!blocks_.empty()) {
-            if (!fill(blocks_.front().block)) {
-                write(blocks_.front().block);
-                blocks_.pop_front();
+    /// now, which `write` does; `split` cuts where a split was asked for. Does one step at least,
+    /// and no more when it is `end`.
+    template <typename Fill, typename Write, typename Split>
+    void work(Time end, const Fill& fill, const Write& write, const Split& split) {
+        while (!waiting_.empty()) {
+            const Waiting& next = waiting_.front();
+            if (next.split != nullptr) {
+                split(next.split);
+                waiting_.pop_front();
+            } else if (!fill(next.block)) {
+                write(next.block);
+                waiting_.pop_front();
             }
             if (std::chrono::steady_clock::now() >= end) {
                 return;
@@ -47,14 +55,16 @@ class Backlog {
             block.unit = unit;
             block.frames = bytes;
         }
+        explicit Waiting(SplitFiles files) : split(std::move(files)) {}
         Waiting(const Waiting&) = delete;
         Waiting& operator=(const Waiting&) = delete;
 
         std::string unit;
         std::vector<std::byte> bytes;
         Block block;
+        SplitFiles split;  ///< null for a block
     };
-    std::deque<Waiting> blocks_;
+    std::deque<Waiting> waiting_;
 };
 
 }  // namespace tqrecorder

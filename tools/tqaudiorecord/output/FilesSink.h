@@ -36,8 +36,9 @@ class FilesSink : public Sink {
 
     /// Whether any file has sound, without which none takes a name that is taken.
     [[nodiscard]] virtual bool isHeard() const { return false; }
-    /// What follows goes to new files. Gives those that are complete now and have their names.
-    virtual std::vector<WrittenFile> split() { return {}; }
+    /// What follows goes to new files. Those that are complete then and have their names are put
+    /// into `done`, which whoever is behind holds until it is there.
+    virtual void split(const SplitFiles& /*done*/) {}
 
     void tick(std::uint64_t elapsedMicroseconds) override {
         catchUp(std::chrono::steady_clock::now() + Backlog::kTurn);
@@ -47,8 +48,15 @@ class FilesSink : public Sink {
         }
     }
 
+    [[nodiscard]] bool isSaving() override {
+        catchUp(std::chrono::steady_clock::now() + Backlog::kTurn);
+        return isBehind();
+    }
+
   protected:
     virtual void refresh() = 0;
+    /// Whether there is anything for catchUp().
+    [[nodiscard]] virtual bool isBehind() const { return false; }
     /// Writes what waits behind long silence, until `end`.
     virtual void catchUp(Backlog::Time /*end*/) {}
 

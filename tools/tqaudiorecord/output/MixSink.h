@@ -45,9 +45,16 @@ class MixRecording {
     }
     [[nodiscard]] bool isBehind() const { return mix_ && mix_->isBehind(); }
     [[nodiscard]] bool isHeard() const { return series().isHeard(); }
-    /// As FileSeries has it.
-    [[nodiscard]] std::optional<WrittenFile> split() {
-        return mix_ ? mix_->split() : unbegun_->split();
+    /// As TimedSeries has it.
+    void split(const SplitFiles& done) {
+        if (mix_) {
+            mix_->split(done);
+        }
+    }
+    void giveUp() {
+        if (mix_) {
+            mix_->giveUp();
+        }
     }
     void moveTo(const std::string& path) { mix_ ? mix_->moveTo(path) : unbegun_->moveTo(path); }
     void end() { mix_ ? mix_->end() : unbegun_->end(); }

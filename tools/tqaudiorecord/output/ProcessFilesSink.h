@@ -17,8 +17,8 @@ namespace tqrecorder {
 /// Writes what each process plays to files of its own, a Recording for each. The first process that
 /// delivers anything gets the file that was opened at the start, and gives its name up to the first
 /// that sounds. A Recording is made of a FileSeries::Plan and has open(), beginAt(), block(),
-/// catchUp(), isBehind(), isHeard(), refresh(), split(), moveTo(), end(), finish(), problems() and
-/// files().
+/// catchUp(), isBehind(), isHeard(), refresh(), split(), moveTo(), giveUp(), end(), finish(),
+/// problems() and files().
 template <typename Recording>
 class ProcessFilesSink : public FilesSink {
   public:
@@ -53,14 +53,16 @@ class ProcessFilesSink : public FilesSink {
                            [](const auto& one) { return one.second->isHeard(); });
     }
 
-    std::vector<WrittenFile> split() override {
-        std::vector<WrittenFile> done;
+    void split(const SplitFiles& done) override {
         for (auto& [id, recording] : recordings_) {
-            if (std::optional<WrittenFile> file = recording->split()) {
-                done.push_back(std::move(*file));
-            }
+            recording->split(done);
         }
-        return done;
+    }
+
+    void giveUpSaves() override {
+        for (auto& [id, recording] : recordings_) {
+            recording->giveUp();
+        }
     }
 
     void finish() override {
@@ -116,6 +118,10 @@ class ProcessFilesSink : public FilesSink {
         for (auto& [id, recording] : recordings_) {
             recording->refresh();
         }
+    }
+    [[nodiscard]] bool isBehind() const override {
+        return std::any_of(recordings_.begin(), recordings_.end(),
+                           [](const auto& one) { return one.second->isBehind(); });
     }
     void catchUp(Backlog::Time end) override {
         for (auto& [id, recording] : recordings_) {

@@ -28,20 +28,30 @@ class TimedSeries {
         }
     }
     /// Writes what waits behind long silence, until `end`.
-    void catchUp(Backlog::Time end) { work(end, false); }
+    void catchUp(Backlog::Time end) {
+        backlog_.work(
+            end, [this](const Block& block) { return fillStep(block); },
+            [this](const Block& block) { writeNow(block); },
+            [this](const SplitFiles& done) { splitNow(done); });
+    }
     [[nodiscard]] bool isBehind() const { return !backlog_.isEmpty(); }
-    /// As FileSeries has it, with all that was given.
-    [[nodiscard]] std::optional<WrittenFile> split() {
-        work(Backlog::Time::max(), false);
-        return series_.split();
+    /// What was given so far ends in this file, as FileSeries has it.
+    void split(const SplitFiles& done) {
+        if (backlog_.isEmpty()) {
+            splitNow(done);
+        } else {
+            backlog_.add(done);
+        }
     }
     void moveTo(const std::string& path) { series_.moveTo(path); }
+    /// Nobody waits for a long gap that is not written yet: it is broken off there.
+    void giveUp() { isGivenUp_ = true; }
     void end() {
-        work(Backlog::Time::max(), false);
+        catchUp(Backlog::Time::max());
         series_.end();
     }
     void finish() {
-        work(Backlog::Time::max(), true);
+        catchUp(Backlog::Time::max());
         series_.finish();
     }
     void refresh() { series_.refresh(); }
@@ -70,19 +80,21 @@ class TimedSeries {
         series_.writeSilence(silence);
         series_.write(block.frames.first(frames * frameBytes));
     }
-    void work(Backlog::Time end, bool mayBreakOff) {
-        const auto fill = [this, mayBreakOff](const Block& block) {
-            const double missing = clock_.missingBefore(block.microseconds);
-            if (missing <= Backlog::kAtOnce) {
-                return false;
-            }
-            if (mayBreakOff && missing > kLongGap && !series_.failed() && isEndAsked()) {
-                series_.breakOff();
-            }
-            series_.writeSilence(clock_.idleUntil(clock_.end() + Backlog::kStep));
-            return true;
-        };
-        backlog_.work(end, fill, [this](const Block& block) { writeNow(block); });
+    void splitNow(const SplitFiles& done) {
+        if (std::optional<WrittenFile> file = series_.split()) {
+            done->push_back(std::move(*file));
+        }
+    }
+    [[nodiscard]] bool fillStep(const Block& block) {
+        const double missing = clock_.missingBefore(block.microseconds);
+        if (missing <= Backlog::kAtOnce) {
+            return false;
+        }
+        if (isGivenUp_ && missing > kLongGap && !series_.failed()) {
+            series_.breakOff();
+        }
+        series_.writeSilence(clock_.idleUntil(clock_.end() + Backlog::kStep));
+        return true;
     }
 
     FileSeries series_;
@@ -90,6 +102,7 @@ class TimedSeries {
     std::string name_;
     std::uint64_t beganAt_;
     Backlog backlog_;
+    bool isGivenUp_ = false;
 };
 
 }  // namespace tqrecorder

@@ -1,101 +1,35 @@
 #include "output/TracksSink.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <string_view>
+#include <tuple>
 #include <utility>
 
 namespace tqrecorder {
 namespace {
 
-constexpr std::string_view kTrackPrefix = "track-";
 /// Tracks that have ended and may still change their names. Each holds a file open.
 constexpr std::size_t kMostUnnamed = 32;
-
-/// Of those that are in a folder; empty when there is none.
-std::string firstTrackIn(const std::string& folder) {
-    std::error_code failure;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, failure)) {
-        std::string name = entry.path().filename().string();
-        if (name.starts_with(kTrackPrefix)) {
-            return name;
-        }
-    }
-    return {};
-}
-
-/// Whether a recording of tracks may have made a file of that name: "track-1-music.wav",
-/// "track-2-voice-game-001.opus". The numbers of an album have two digits.
-bool isTracksName(std::string_view name) {
-    if (!name.starts_with(kTrackPrefix)) {
-        return false;
-    }
-    const std::string_view rest = name.substr(kTrackPrefix.size());
-    return rest.size() > 2 && rest[0] >= '1' && rest[0] <= '0' + kMicrophoneTrack &&
-           rest[1] == '-' &&
-           std::any_of(fileFormats().begin(), fileFormats().end(), [rest](const FileFormat& kind) {
-               return rest.ends_with("." + std::string(kind.extension));
-           });
-}
 
 }  // namespace
 
 TracksSink::TracksSink(Plan plan, std::shared_ptr<ProcessNames> names)
-    : plan_(std::move(plan)), names_(std::move(names)) {
+    : plan_(std::move(plan)), folder_(plan_.folder), names_(std::move(names)) {
 }
 
 bool TracksSink::open() {
-    std::error_code failure;
-    std::filesystem::create_directories(plan_.folder, failure);
-    if (failure) {
-        complain(plan_.folder + ": " + failure.message());
-        return false;
+    const std::string problem = folder_.open(plan_.mayReplace);
+    if (!problem.empty()) {
+        complain(problem);
     }
-    const std::string probe = plan_.folder + "/.tqaudiorecord-" + std::to_string(getpid());
-    const int file = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0) {
-        complain(plan_.folder + ": " + std::strerror(errno));
-        return false;
-    }
-    ::close(file);
-    ::unlink(probe.c_str());
-    lock_ = tqcommon::Descriptor(::open(plan_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (lock_ && flock(lock_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        complain(plan_.folder + ": another recorder is writing its tracks there");
-        return false;
-    }
-    const std::string there = plan_.mayReplace ? std::string() : firstTrackIn(plan_.folder);
-    if (!there.empty()) {
-        complain(plan_.folder + ": holds tracks already (" + there +
-                 "); --overwrite replaces them");
-        return false;
-    }
-    if (plan_.mayReplace) {
-        for (const auto& entry : std::filesystem::directory_iterator(plan_.folder, failure)) {
-            struct stat status {};
-            const std::string path = entry.path().string();
-            if (isTracksName(entry.path().filename().string()) &&
-                ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-                old_.push_back({path, status.st_dev, status.st_ino});
-            }
-        }
-    }
-    return true;
+    return problem.empty();
 }
 
 std::string TracksSink::takePath(const std::string& name, const std::string& addition) {
     const std::string file = name + "." + std::string(plan_.kind->extension);
-    std::string path = plan_.folder + "/" + withAddition(file, addition);
+    std::string path = folder_.path() + "/" + withAddition(file, addition);
     for (int part = 2; !takenNames_.insert(path).second; ++part) {
-        path = plan_.folder + "/" + withAddition(file, addition + "-part" + std::to_string(part));
+        path = folder_.path() + "/" + withAddition(file, addition + "-part" + std::to_string(part));
     }
     return path;
 }
@@ -140,6 +74,16 @@ void TracksSink::followNames() {
     unnamed_.clear();
 }
 
+template <typename Use>
+void TracksSink::forAllUnderWay(const Use& use) {
+    for (auto& [id, track] : ending_) {
+        use(id, track);
+    }
+    for (auto& [key, track] : tracks_) {
+        use(key.first, track);
+    }
+}
+
 void TracksSink::move(int processId) {
     std::vector<Track*> moved;
     for (auto& [id, track] : unnamed_) {
@@ -147,11 +91,11 @@ void TracksSink::move(int processId) {
             moved.push_back(&track);
         }
     }
-    for (auto& [key, track] : tracks_) {
-        if (key.first == processId) {
+    forAllUnderWay([&](int id, Track& track) {
+        if (id == processId) {
             moved.push_back(&track);
         }
-    }
+    });
     for (Track* const track : moved) {
         takenNames_.erase(track->timed.series().path());
     }
@@ -192,26 +136,23 @@ void TracksSink::block(const Process& process, const Block& block) {
 
 void TracksSink::tellOf(Track& track) {
     const FileSeries& series = track.timed.series();
-    if (!old_.empty() && series.isHeard() && series.problems().empty()) {
-        removeOld();
+    if (series.isHeard() && series.problems().empty()) {
+        for (const std::string& problem : folder_.removeOld()) {
+            complain(problem);
+        }
     }
     report(track);
 }
 
-/// Those that are still the files that were there at the beginning.
-void TracksSink::removeOld() {
-    for (const Old& old : std::exchange(old_, {})) {
-        struct stat status {};
-        const bool isThere = ::lstat(old.path.c_str(), &status) == 0 &&
-                             status.st_dev == old.device && status.st_ino == old.number;
-        if (isThere && ::unlink(old.path.c_str()) != 0 && errno != ENOENT) {
-            complain(old.path +
-                     ": of an earlier recording, and cannot be removed: " + std::strerror(errno));
-        }
+void TracksSink::end(int processId, Track track) {
+    if (track.timed.isBehind()) {
+        ending_.emplace_back(processId, std::move(track));
+    } else {
+        conclude(processId, std::move(track));
     }
 }
 
-void TracksSink::end(int processId, Track track) {
+void TracksSink::conclude(int processId, Track track) {
     if (names_->isHeard()) {
         nameAndList(processId, track);
         return;
@@ -231,49 +172,59 @@ void TracksSink::nameAndList(int processId, Track& track) {
     done_.insert(done_.end(), files.begin(), files.end());
 }
 
-TracksSink::Tracks::iterator TracksSink::endIfDone(Tracks::iterator track) {
-    if (!track->second.isEnded || track->second.timed.isBehind()) {
-        return std::next(track);
-    }
-    end(track->first.first, std::move(track->second));
-    return tracks_.erase(track);
-}
-
 void TracksSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
     for (auto track = tracks_.begin(); track != tracks_.end();) {
-        track->second.isEnded |= track->first.first == process.id;
-        track = endIfDone(track);
+        if (track->first.first == process.id) {
+            end(process.id, std::move(track->second));
+            track = tracks_.erase(track);
+        } else {
+            ++track;
+        }
     }
 }
 
 bool TracksSink::isHeard() const {
-    return std::any_of(tracks_.begin(), tracks_.end(),
-                       [](const auto& one) { return one.second.timed.series().isHeard(); });
+    const auto isHeard = [](const auto& one) { return one.second.timed.series().isHeard(); };
+    return std::any_of(tracks_.begin(), tracks_.end(), isHeard) ||
+           std::any_of(ending_.begin(), ending_.end(), isHeard);
 }
 
-std::vector<WrittenFile> TracksSink::split() {
-    std::vector<WrittenFile> done;
+bool TracksSink::isBehind() const {
+    return !ending_.empty() || std::any_of(tracks_.begin(), tracks_.end(), [](const auto& one) {
+        return one.second.timed.isBehind();
+    });
+}
+
+void TracksSink::split(const SplitFiles& done) {
     for (auto& [key, track] : tracks_) {
-        if (std::optional<WrittenFile> file = track.timed.split()) {
-            done.push_back(std::move(*file));
-        }
+        track.timed.split(done);
     }
-    return done;
+}
+
+void TracksSink::giveUpSaves() {
+    forAllUnderWay([](int, Track& track) { track.timed.giveUp(); });
 }
 
 void TracksSink::refresh() {
-    for (auto& [key, track] : tracks_) {
-        track.timed.refresh();
-    }
+    forAllUnderWay([](int, Track& track) { track.timed.refresh(); });
 }
 
 void TracksSink::catchUp(Backlog::Time end) {
-    for (auto track = tracks_.begin(); track != tracks_.end();) {
+    for (auto track = ending_.begin(); track != ending_.end();) {
+        track->second.timed.catchUp(end);
+        tellOf(track->second);
         if (track->second.timed.isBehind()) {
-            track->second.timed.catchUp(end);
-            tellOf(track->second);
+            ++track;
+        } else {
+            conclude(track->first, std::move(track->second));
+            track = ending_.erase(track);
         }
-        track = endIfDone(track);
+    }
+    for (auto& [key, track] : tracks_) {
+        if (track.timed.isBehind()) {
+            track.timed.catchUp(end);
+            tellOf(track);
+        }
     }
 }
 
@@ -282,12 +233,11 @@ void TracksSink::finish() {
         nameAndList(id, track);
     }
     unnamed_.clear();
-    for (auto& [key, track] : tracks_) {
-        nameAndList(key.first, track);
-    }
+    forAllUnderWay([this](int id, Track& track) { nameAndList(id, track); });
+    ending_.clear();
     tracks_.clear();
     if (refused_ > 0) {
-        complain(refusedText(plan_.folder, refused_));
+        complain(refusedText(folder_.path(), refused_));
     }
 }
 
@@ -306,16 +256,21 @@ void TracksSink::complain(const std::string& problem) {
 
 std::vector<WrittenFile> TracksSink::files() const {
     std::vector<WrittenFile> all = done_;
-    for (const auto& [id, track] : unnamed_) {
-        const std::vector<WrittenFile> files = track.timed.files(id);
+    const auto add = [&all](int processId, const Track& track) {
+        const std::vector<WrittenFile> files = track.timed.files(processId);
         all.insert(all.end(), files.begin(), files.end());
+    };
+    for (const auto& [id, track] : unnamed_) {
+        add(id, track);
+    }
+    for (const auto& [id, track] : ending_) {
+        add(id, track);
     }
     for (const auto& [key, track] : tracks_) {
-        const std::vector<WrittenFile> files = track.timed.files(key.first);
-        all.insert(all.end(), files.begin(), files.end());
+        add(key.first, track);
     }
     std::stable_sort(all.begin(), all.end(), [](const WrittenFile& a, const WrittenFile& b) {
-        return std::pair(a.processId, a.name) < std::pair(b.processId, b.name);
+        return std::tie(a.processId, a.name, a.beganAt) < std::tie(b.processId, b.name, b.beganAt);
     });
     return all;
 }

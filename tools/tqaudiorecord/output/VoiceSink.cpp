@@ -35,9 +35,16 @@ void VoiceSink::block(const Process& process, const Block& block) {
     voice_->write(block);
 }
 
-std::vector<WrittenFile> VoiceSink::split() {
-    std::optional<WrittenFile> file = voice_ ? voice_->split() : std::nullopt;
-    return file ? std::vector{std::move(*file)} : std::vector<WrittenFile>{};
+void VoiceSink::split(const SplitFiles& done) {
+    if (voice_) {
+        voice_->split(done);
+    }
+}
+
+void VoiceSink::giveUpSaves() {
+    if (voice_) {
+        voice_->giveUp();
+    }
 }
 
 void VoiceSink::refresh() {

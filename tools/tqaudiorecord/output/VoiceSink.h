@@ -22,13 +22,15 @@ class VoiceSink : public FilesSink {
 
     void block(const Process& process, const Block& block) override;
     [[nodiscard]] bool isHeard() const override { return voice_ && voice_->series().isHeard(); }
-    std::vector<WrittenFile> split() override;
+    void split(const SplitFiles& done) override;
+    void giveUpSaves() override;
     void finish() override;
     [[nodiscard]] std::vector<std::string> problems() const override;
     [[nodiscard]] std::vector<WrittenFile> files() const override;
 
   protected:
     void refresh() override;
+    [[nodiscard]] bool isBehind() const override { return voice_ && voice_->isBehind(); }
     void catchUp(Backlog::Time end) override;
 
   private:

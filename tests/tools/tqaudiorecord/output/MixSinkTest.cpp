@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
 
 #include "SinkFixture.h"
@@ -46,37 +45,13 @@ TEST_F(MixSinkTest, LostBlocksBecomeSilenceOfTheirLength) {
     EXPECT_EQ(sink->files().at(0).gaps, 1U);
 }
 
-/// While it lives a signal that ends the recording waits to be read.
-class EndAsked {
-  public:
-    EndAsked() {
-        sigemptyset(&signals_);
-        sigaddset(&signals_, SIGINT);
-        pthread_sigmask(SIG_BLOCK, &signals_, &before_);
-        raise(SIGINT);
-    }
-    ~EndAsked() {
-        int read = 0;
-        sigwait(&signals_, &read);
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    EndAsked(const EndAsked&) = delete;
-    EndAsked& operator=(const EndAsked&) = delete;
-
-  private:
-    sigset_t signals_{};
-    sigset_t before_{};
-};
-
-TEST_F(MixSinkTest, TheEndOfARecordingBreaksOffOnlyAGapOfMoreThanAMinute) {
-    for (const std::uint64_t seconds : {3U, 70U}) {
+TEST_F(MixSinkTest, WhoGivesUpBreaksOffOnlyAGapOfMoreThanAMinute) {
+    for (const std::uint64_t seconds : {30U, 70U}) {
         auto sink = mixSink();
         play(*sink, game_, 0, 4410);
-        {
-            const EndAsked asked;
-            sink->block(game_, mixBlock(counting(441, 0), at(4410) + seconds * 1'000'000));
-            sink->finish();
-        }
+        sink->block(game_, mixBlock(counting(441, 0), at(4410) + seconds * 1'000'000));
+        sink->giveUpSaves();
+        sink->finish();
         EXPECT_EQ(sink->problems().size(), seconds < 60 ? 0U : 1U);
         const RecordedFile recorded(sink->files().at(0).path);
         EXPECT_EQ(recorded.frames() == 4410 + seconds * 44100 + 441, seconds < 60);
@@ -108,15 +83,48 @@ TEST_F(MixSinkTest, LongSilenceIsWrittenALittleInEveryTurnAndWhatFollowsIsAtItsP
     EXPECT_EQ(sink->files().at(0).gaps, 1U);
 }
 
-TEST_F(MixSinkTest, ASplitAndTheEndWriteAllThatWaitsBehindLongSilence) {
+TEST_F(MixSinkTest, ASplitBehindLongSilenceIsDoneOnceThatIsWritten) {
+    constexpr std::size_t kBack = 4700 + 60 * 44'100;
     auto sink = mixSink();
     play(*sink, game_, 0, 4700);
-    play(*sink, game_, 4700 + 441'000, 5170 + 441'000);
-    ASSERT_EQ(sink->split().size(), 1U);
-    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 5170U + 441'000);
-    play(*sink, game_, 5170 + 882'000, 5640 + 882'000);
+    play(*sink, game_, kBack, kBack + 470);
+    const auto done = std::make_shared<std::vector<WrittenFile>>();
+    sink->split(done);
+    play(*sink, game_, kBack + 470, kBack + 1410);
+    EXPECT_LT(sink->files().at(0).seconds, 1);
+    workUntil(*sink, [&done] { return done.use_count() == 1; });
+    ASSERT_EQ(done->size(), 1U);
+    EXPECT_EQ(done->at(0).path, folder_.file("out.wav"));
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), kBack + 470);
     sink->finish();
-    EXPECT_EQ(RecordedFile(folder_.file("out-002.wav")).frames(), 441'000U + 470);
+    const RecordedFile second(folder_.file("out-002.wav"));
+    ASSERT_EQ(second.frames(), 940U);
+    EXPECT_EQ(second.numberAt(0), static_cast<int>((kBack + 470) % 30000 + 1));
+}
+
+TEST_F(MixSinkTest, ASplitThatWaitsIsDoneAtTheEndAtLatest) {
+    auto sink = mixSink();
+    play(*sink, game_, 0, 470);
+    play(*sink, game_, 441'000, 441'470);
+    const auto done = std::make_shared<std::vector<WrittenFile>>();
+    sink->split(done);
+    sink->finish();
+    EXPECT_EQ(done.use_count(), 1);
+    ASSERT_EQ(done->size(), 1U);
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 441'470U);
+}
+
+TEST_F(MixSinkTest, TheEndOfARecordingLeavesNoLongSilenceToFinish) {
+    constexpr std::size_t kBack = 60 * 44'100;
+    auto sink = mixSink();
+    play(*sink, game_, 0, 470);
+    play(*sink, game_, kBack, kBack + 470);
+    sink->processEnded(game_, {});
+    EXPECT_LT(sink->files().at(0).seconds, 1);
+    workUntil(*sink, [&sink] { return sink->files().at(0).seconds >= 60; });
+    EXPECT_FALSE(sink->isSaving());
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), kBack + 470);
+    sink->finish();
 }
 
 TEST_F(MixSinkTest, AJumpOfTheTimeStampsBecomesSilenceAndJitterDoesNot) {

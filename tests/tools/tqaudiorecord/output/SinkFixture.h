@@ -35,6 +35,30 @@ class SinkFixture : public testing::Test {
     static void playSilence(Sink& sink, const Process& who) {
         sink.block(who, mixBlock(std::vector<std::byte>(4410 * kMixFormat.frameBytes()), kStart));
     }
+    /// A split of what nothing waits for: the files that are complete.
+    static std::vector<WrittenFile> split(FilesSink& sink) {
+        const auto done = std::make_shared<std::vector<WrittenFile>>();
+        sink.split(done);
+        EXPECT_EQ(done.use_count(), 1);
+        return *done;
+    }
+    /// Lets the sink go on with what waits behind long silence, turn by turn, until `isDone`.
+    template <typename IsDone>
+    static void workUntil(FilesSink& sink, const IsDone& isDone) {
+        ASSERT_FALSE(isDone()) << "all was written at once";
+        while (!isDone()) {
+            const auto written = [&sink] {
+                double seconds = 0;
+                for (const WrittenFile& file : sink.files()) {
+                    seconds += file.seconds;
+                }
+                return seconds;
+            };
+            const double before = written();
+            ASSERT_TRUE(sink.isSaving() || isDone());
+            ASSERT_TRUE(written() > before || isDone());
+        }
+    }
     std::unique_ptr<MixSink> mixSink(const char* name = "out.wav") {
         auto sink = std::make_unique<MixSink>(
             FileSeries::Plan{folder_.file(name), formatNamed("wav"), {}}, names_);

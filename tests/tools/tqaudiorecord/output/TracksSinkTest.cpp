@@ -141,6 +141,52 @@ TEST_F(TracksSinkTest, ATrackOfAProcessThatEndsIsCompleteOnceItsLongSilenceIsWri
     EXPECT_EQ(sink.files().size(), 1U);
 }
 
+TEST_F(TracksSinkTest, ATrackThatChangesItsFormatBehindLongSilenceGoesOnAtOnce) {
+    constexpr BlockFormat kMono{44100, 1, 16, false};
+    constexpr std::size_t kBack = 60 * 44'100;
+    TracksSink sink({folder_.file("tracks")}, names_);
+    ASSERT_TRUE(sink.open());
+    names_->hear(game_);
+    for (const std::size_t frame : {std::size_t{0}, kBack}) {
+        sink.block(game_, {1, "music", kMixFormat, at(frame), counting(470, frame)});
+    }
+    sink.block(game_, {1, "music", kMono, at(kBack + 470), tone<std::int16_t>(441, kMono, 441)});
+    sink.block(game_, {1, "voice", kMono, at(kBack + 911), tone<std::int16_t>(441, kMono, 441)});
+    const std::string music = folder_.file("tracks/track-1-music.wav");
+    const std::string part = folder_.file("tracks/track-1-music-part2.wav");
+    EXPECT_LT(sink.files().at(0).seconds, 1) << "the new file must not wait for the silence";
+    EXPECT_EQ(RecordedFile(part).frames(), 441U);
+    sink.processEnded(game_, {});
+    workUntil(sink, [&] { return sink.files().at(0).seconds >= 60; });
+    const RecordedFile recorded(music);
+    ASSERT_EQ(recorded.frames(), kBack + 470);
+    EXPECT_EQ(recorded.numberAt(469), 470);
+    EXPECT_EQ(recorded.numberAt(kBack - 1), 0);
+    EXPECT_EQ(recorded.numberAt(kBack), static_cast<int>(kBack % 30000 + 1));
+    EXPECT_FALSE(sink.isSaving());
+    sink.finish();
+    ASSERT_EQ(sink.files().size(), 3U);
+    EXPECT_EQ(sink.files()[0].path, music);
+    EXPECT_EQ(sink.files()[1].path, part);
+    EXPECT_EQ(sink.files()[2].path, folder_.file("tracks/track-1-voice.wav"));
+}
+
+TEST_F(TracksSinkTest, ATrackThatIsStillBehindWhenItEndsIsMovedWithItsProcess) {
+    TracksSink sink({folder_.file("tracks")}, names_);
+    ASSERT_TRUE(sink.open());
+    const std::vector<std::byte> silence(470 * kMixFormat.frameBytes());
+    for (const std::size_t frame : {std::size_t{0}, std::size_t{60 * 44'100}}) {
+        sink.block(launcher_, {1, "music", kMixFormat, at(frame), silence});
+    }
+    sink.processEnded(launcher_, {});
+    names_->hear(game_);
+    sink.block(game_, {1, "music", kMixFormat, at(0), counting(470, 0)});
+    sink.finish();
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-1-music.wav")).frames(), 470U);
+    EXPECT_EQ(RecordedFile(folder_.file("tracks/track-1-music-launcher.wav")).frames(),
+              60 * 44'100 + 470U);
+}
+
 struct TrackCase {
     const char* format;
     int subtype;  ///< of a track of floats

@@ -25,6 +25,10 @@ struct WrittenFile {
     const FileFormat* kind = nullptr;  ///< static, whatever the path ends with
 };
 
+/// The files that a split has completed so far. What has still to write up to the split's place in
+/// the sound holds it too: it is over when nobody but the one who asked does.
+using SplitFiles = std::shared_ptr<std::vector<WrittenFile>>;
+
 /// The files that one output makes one after the other: their numbers, and when they take their
 /// names, which is with the first sound in any of them; without any they take those that are free.
 /// Their name as it was asked for is locked from the first file to finish(), so that a second

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <utility>
 
 namespace tqrecorder {
@@ -27,13 +26,6 @@ bool hasSound(std::span<const std::byte> frames, const BlockFormat& format) {
 
 std::string brokenOffText(const std::string& path) {
     return path + ": stopped within a long gap of the program's sound";
-}
-
-bool isEndAsked() {
-    sigset_t pending;
-    return sigpending(&pending) == 0 &&
-           (sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1 ||
-            sigismember(&pending, SIGHUP) == 1);
 }
 
 FileSeries::FileSeries(Plan plan, const BlockFormat& format)

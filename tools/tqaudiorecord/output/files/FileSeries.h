@@ -34,7 +34,7 @@ class FileSeries {
     /// Whole frames in the stream's format.
     void write(std::span<const std::byte> frames);
     void writeSilence(std::uint64_t frames);
-    /// Takes nothing more: the user asks for the end while long silence is written.
+    /// Takes nothing more: the user does not wait until long silence is written.
     void breakOff();
     /// Adds to problems(); the series goes on.
     void complain(const std::string& problem) { chain_.complain(problem); }
@@ -78,11 +78,8 @@ class FileSeries {
 /// Whether a block is more than silence.
 [[nodiscard]] bool hasSound(std::span<const std::byte> frames, const BlockFormat& format);
 
-/// Microseconds. A longer gap is broken off when the recording is to end.
+/// Microseconds. A longer gap is broken off when the user does not wait for the end.
 inline constexpr double kLongGap = 60e6;
 [[nodiscard]] std::string brokenOffText(const std::string& path);
-/// Whether a signal that ends a recording waits to be read by the recorder's loop, which is the one
-/// that calls us. False where these signals are not blocked.
-[[nodiscard]] bool isEndAsked();
 
 }  // namespace tqrecorder

@@ -228,12 +228,21 @@ void MatroskaRecording::cut() {
     mixFrames_ = 0;
 }
 
-std::optional<WrittenFile> MatroskaRecording::split() {
-    work(Backlog::Time::max(), false);
-    if (file_ == nullptr || file_->streams() == 0) {
-        return std::nullopt;
+void MatroskaRecording::split(const SplitFiles& done) {
+    if (backlog_.isEmpty()) {
+        splitNow(done);
+    } else {
+        backlog_.add(done);
     }
-    return chain_.split([this] { cut(); });
+}
+
+void MatroskaRecording::splitNow(const SplitFiles& done) {
+    if (file_ == nullptr || file_->streams() == 0) {
+        return;
+    }
+    if (std::optional<WrittenFile> file = chain_.split([this] { cut(); })) {
+        done->push_back(std::move(*file));
+    }
 }
 
 void MatroskaRecording::moveTo(const std::string& path) {
@@ -245,7 +254,7 @@ void MatroskaRecording::moveTo(const std::string& path) {
 }
 
 void MatroskaRecording::end() {
-    work(Backlog::Time::max(), true);
+    catchUp(Backlog::Time::max());
     closeFile();
 }
 

@@ -30,13 +30,14 @@ class MatroskaRecording {
     void beginAt(std::uint64_t microseconds);
     void block(const Block& block);
     /// Writes what waits behind long silence, until `end`.
-    void catchUp(Backlog::Time end) { work(end, false); }
+    void catchUp(Backlog::Time end);
     [[nodiscard]] bool isBehind() const { return !backlog_.isEmpty(); }
     [[nodiscard]] bool isHeard() const { return chain_.isHeard(); }
     /// Brings the disk up to date.
     void refresh();
-    /// As FileSeries has it.
-    [[nodiscard]] std::optional<WrittenFile> split();
+    /// As TimedSeries has them.
+    void split(const SplitFiles& done);
+    void giveUp() { isGivenUp_ = true; }
     void moveTo(const std::string& path);
     void end();
     void finish();
@@ -63,9 +64,9 @@ class MatroskaRecording {
     [[nodiscard]] Stream* streamOf(const Block& block);
     [[nodiscard]] std::list<Stream>::iterator currentMix();
     void forgetGone();
-    void work(Backlog::Time end, bool mayBreakOff);
     [[nodiscard]] double missingBefore(const Block& block) const;
-    [[nodiscard]] bool fillStep(const Block& block, bool mayBreakOff);
+    [[nodiscard]] bool fillStep(const Block& block);
+    void splitNow(const SplitFiles& done);
     void writeNow(const Block& block);
     [[nodiscard]] double latest() const;
     void write(Stream& stream, std::span<const std::byte> frames);
@@ -91,6 +92,7 @@ class MatroskaRecording {
     std::list<Stream> streams_;  // stay where they are: one is being written while a file is closed
     std::uint64_t gaps_ = 0;     // of streams that are no more
     Backlog backlog_;
+    bool isGivenUp_ = false;
     bool failed_ = false;
 };
 

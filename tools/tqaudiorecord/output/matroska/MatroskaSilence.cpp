@@ -11,10 +11,11 @@ constexpr std::uint64_t kSilentFrames = 4096;
 
 }  // namespace
 
-void MatroskaRecording::work(Backlog::Time end, bool mayBreakOff) {
+void MatroskaRecording::catchUp(Backlog::Time end) {
     backlog_.work(
-        end, [this, mayBreakOff](const Block& block) { return fillStep(block, mayBreakOff); },
-        [this](const Block& block) { writeNow(block); });
+        end, [this](const Block& block) { return fillStep(block); },
+        [this](const Block& block) { writeNow(block); },
+        [this](const SplitFiles& done) { splitNow(done); });
 }
 
 /// Of the stream that has come farthest: where that stood still, all have.
@@ -25,12 +26,12 @@ double MatroskaRecording::missingBefore(const Block& block) const {
     return farthest == streams_.end() ? 0 : farthest->clock.missingBefore(block.microseconds);
 }
 
-bool MatroskaRecording::fillStep(const Block& block, bool mayBreakOff) {
+bool MatroskaRecording::fillStep(const Block& block) {
     const double missing = missingBefore(block);
     if (failed_ || missing <= Backlog::kAtOnce) {
         return false;
     }
-    if (mayBreakOff && missing > kLongGap && isEndAsked()) {
+    if (isGivenUp_ && missing > kLongGap) {
         fail(brokenOffText(plan_.path));
         return false;
     }

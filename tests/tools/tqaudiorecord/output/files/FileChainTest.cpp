@@ -44,7 +44,7 @@ TEST_F(FileChainTest, ASecondRecorderIsToldWhicheverFileOfASeriesIsBeingWritten)
         const std::unique_ptr<FilesSink> first = sinkOf(plan);
         ASSERT_NE(first, nullptr);
         play(*first, game_, 0, 9400);
-        (void)first->split();
+        (void)split(*first);
         play(*first, game_, 9400, 9870);
         for (const auto maximum : {std::optional<double>{}, std::optional{0.1}}) {
             FileSeries::Plan other = plan;
@@ -87,11 +87,11 @@ TEST_F(FileChainTest, ASplitNamesNoFileThatWaitsForSound) {
     ASSERT_TRUE(mix.open());
     playSilence(mix, 4410);
     EXPECT_FALSE(mix.isHeard());
-    EXPECT_THAT(mix.split(), testing::IsEmpty());
+    EXPECT_THAT(split(mix), testing::IsEmpty());
     play(mix, game_, 4410, 4880);
     EXPECT_TRUE(mix.isHeard());
     // What was silent has its name now as well.
-    EXPECT_EQ(mix.split().at(0).path, folder_.file("out-002.wav"));
+    EXPECT_EQ(split(mix).at(0).path, folder_.file("out-002.wav"));
     mix.finish();
     EXPECT_THAT(folder_.names(), ElementsAre("out-002.wav", "out.wav"));
 }

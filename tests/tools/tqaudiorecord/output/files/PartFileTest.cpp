@@ -161,7 +161,7 @@ TEST_F(PartFileTest, TheLongestNamesCanBeNumberedLater) {
     MixSink mix({folder_.file(longest), formatNamed("wav"), {}, false}, names_);
     ASSERT_TRUE(mix.open());
     play(mix, game_, 0, 470);
-    EXPECT_EQ(mix.split().size(), 1U);
+    EXPECT_EQ(split(mix).size(), 1U);
     play(mix, game_, 470, 1410);
     mix.finish();
     EXPECT_TRUE(mix.problems().empty()) << mix.problems()[0];

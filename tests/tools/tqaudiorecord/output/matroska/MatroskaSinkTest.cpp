@@ -124,7 +124,7 @@ TEST_F(MatroskaSinkTest, LongSilenceIsWrittenALittleInEveryTurnAlsoBehindASplit)
         auto sink = matroskaSink("mka-pcm");
         playTurns(*sink, 0, 1, [&](std::size_t turn) { playMusic(*sink, turn); });
         if (isSplit) {
-            ASSERT_EQ(sink->split().size(), 1U);
+            ASSERT_EQ(split(*sink).size(), 1U);
         }
         for (std::size_t turn = 6100; turn < 6200; ++turn) {
             playMusic(*sink, turn);
@@ -154,6 +154,26 @@ TEST_F(MatroskaSinkTest, LongSilenceIsWrittenALittleInEveryTurnAlsoBehindASplit)
             std::filesystem::remove(folder_.file(name));
         }
     }
+}
+
+TEST_F(MatroskaSinkTest, ASplitBehindLongSilenceIsDoneOnceThatIsWritten) {
+    constexpr std::size_t kBack = 60 * 44'100;
+    auto sink = matroskaSink("mka-pcm");
+    playTurns(*sink, 0, 1, [](std::size_t) {});
+    play(*sink, game_, kBack, kBack + 4410);
+    const auto done = std::make_shared<std::vector<WrittenFile>>();
+    sink->split(done);
+    play(*sink, game_, kBack + 4410, kBack + 8820);
+    EXPECT_LT(sink->files().at(0).seconds, 2);
+    workUntil(*sink, [&done] { return done.use_count() == 1; });
+    ASSERT_EQ(done->size(), 1U);
+    EXPECT_EQ(done->at(0).path, path_);
+    sink->finish();
+    EXPECT_THAT(sink->problems(), IsEmpty());
+    const DecodedFile first(path_);
+    ASSERT_EQ(first.stream("mix").frames(), kBack + 4410);
+    EXPECT_EQ(first.stream("mix").numberAt(kBack), kBack % 30'000 + 1);
+    expectCounting(DecodedFile(folder_.file("game-002.mka")).stream("mix"), kBack + 4410, 4410);
 }
 
 TEST_F(MatroskaSinkTest, LostBlocksBecomeSilenceOfTheirLength) {
@@ -289,7 +309,7 @@ TEST_F(MatroskaSinkTest, TheMixIsTheFirstStreamAlsoWhereATrackPlaysFirst) {
         }
     };
     playBoth(0, 100);
-    ASSERT_EQ(sink->split().size(), 1U);
+    ASSERT_EQ(split(*sink).size(), 1U);
     playBoth(100, 200);
     sink->finish();
     for (const WrittenFile& written : sink->files()) {
@@ -304,9 +324,9 @@ TEST_F(MatroskaSinkTest, TheMixIsTheFirstStreamAlsoWhereATrackPlaysFirst) {
 
 TEST_F(MatroskaSinkTest, ASplitNamesTheFileThatIsCompleteAndGoesOnInTheNext) {
     auto sink = matroskaSink();
-    EXPECT_THAT(sink->split(), IsEmpty());
+    EXPECT_THAT(split(*sink), IsEmpty());
     playTurns(*sink, 0, 1, [&](std::size_t turn) { playMusic(*sink, turn); });
-    const std::vector<WrittenFile> done = sink->split();
+    const std::vector<WrittenFile> done = split(*sink);
     ASSERT_EQ(done.size(), 1U);
     EXPECT_EQ(done[0].path, path_);
     playTurns(*sink, 1, 2, [&](std::size_t turn) { playMusic(*sink, turn); });
