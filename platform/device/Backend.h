@@ -116,7 +116,7 @@ class Backend {
     /// [any thread] The program wants requests of that length. As preferRate(); 0 takes it back.
     virtual bool preferDuration(Float64 /*seconds*/, bool /*mayWait*/) noexcept { return false; }
     /// [host thread] The program wants to hear the microphone of that name; empty for the default.
-    /// False when there are none to choose from.
+    /// False when there are none to choose from, and none will come.
     virtual bool preferMicrophone(const std::string& /*name*/) noexcept { return false; }
     /// [any thread] Whether a microphone is open.
     [[nodiscard]] virtual bool isHearing() const noexcept { return false; }

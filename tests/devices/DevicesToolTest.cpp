@@ -36,6 +36,24 @@ TEST(DevicesTool, SaysWhenNothingAnswers) {
               "device\n");
 }
 
+TEST(DevicesTool, SaysWhenProgramsPlayOnAClock) {
+    const PulseServer server;
+    Environment environment = server.environment();
+    environment["TQ_AUDIO_DEVICE"] = "null";
+    const std::string line =
+        "tqplatform-devices: TQ_AUDIO_DEVICE=null chooses a clock that nobody hears; programs play "
+        "on none of these\n";
+    const ProgramEnd listed =
+        runProgram({.arguments = {TQ_DEVICES_TOOL}, .environment = environment});
+    EXPECT_EQ(listed.code, 0);
+    EXPECT_NE(listed.output.find("pulse: cap ("), std::string::npos) << listed.output;
+    EXPECT_EQ(listed.errors, line);
+    const ProgramEnd played =
+        runProgram({.arguments = {TQ_DEVICES_TOOL, "--tone"}, .environment = environment});
+    EXPECT_EQ(played.code, 2);
+    EXPECT_EQ(played.errors, line);
+}
+
 TEST(DevicesTool, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(runProgram({.arguments = {TQ_DEVICES_TOOL, "--loud"}}).code, 1);
 }

@@ -201,6 +201,20 @@ TEST_F(RecordedMicrophone, WithoutAServerTheRecordingGoesOn) {
     EXPECT_NE(end.text().find("Microphone: there was none"), std::string::npos) << end.text();
 }
 
+TEST_F(RecordedMicrophone, OfAServerThatAnswersTooLateItIsSaidThatNoneComes) {
+    server_.freeze();
+    Kept recorder(setup({"--mic=cap.monitor"}, noise_), folder_.path());
+    EXPECT_TRUE(
+        eventually([&] { return recorder.text().find("using null") != std::string::npos; }));
+    server_.thaw();
+    const ProgramEnd end = recorder.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.errors.find("there is no microphone called cap.monitor, since no sound server or "
+                              "card can be reached; one that comes later is not heard\n"),
+              std::string::npos)
+        << end.text();
+}
+
 TEST_F(RecordedMicrophone, IsSilenceWhileItsServerIsAwayAndIsHeardAgain) {
     const std::string back = file("back");
     Kept program(setup({"--mic=cap.monitor", "--tracks", file("tracks"), "--from-start"},

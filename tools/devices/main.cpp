@@ -60,6 +60,12 @@ OSStatus renderTone(void* /*refCon*/, AudioUnitRenderActionFlags* /*flags*/,
     return noErr;
 }
 
+/// Whether this process's device is one of those; else it is a clock, by choice or since none was
+/// reached in time.
+bool playsOnDevices() {
+    return TQPreferMicrophone(nullptr) == noErr;
+}
+
 OSStatus playTone() {
     // A tone need not be early, but it is to be whole.
     AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr);
@@ -124,7 +130,14 @@ int main(int argc, char** argv) {
             stderr);
         return kNoDevice;
     }
-    if (!option.empty() && playTone() != noErr) {
+    if (!playsOnDevices()) {
+        std::fprintf(stderr,
+                     "tqplatform-devices: TQ_AUDIO_DEVICE=%s chooses a clock that nobody hears; "
+                     "programs play on none of these\n",
+                     std::getenv("TQ_AUDIO_DEVICE"));
+        return option.empty() ? 0 : kNoDevice;
+    }
+    if (!option.empty() && (playTone() != noErr || !playsOnDevices())) {
         std::fputs("tqplatform-devices: the tone could not be played\n", stderr);
         return kNoDevice;
     }

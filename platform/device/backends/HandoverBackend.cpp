@@ -206,7 +206,10 @@ bool HandoverBackend::preferMicrophone(const std::string& name) noexcept {
     std::unique_lock lock(care_.mutex);
     care_.wish.microphone = name;
     ask(lock, !care_.isPlayingOut);
-    return true;
+    if (!lock.owns_lock()) {
+        lock.lock();
+    }
+    return !care_.isRefused;
 }
 
 void HandoverBackend::expect(const ClientWants& wants, bool mayWait) noexcept {

@@ -29,7 +29,8 @@ AU_EXPORT OSStatus TQListDevices(TQDeviceListing each, void* refCon);
  * null or empty for the server's default, or another where that is what programs play: monitors of
  * speakers and the recorder's live sources are heard by name only. One that is not there is heard
  * as soon as it is. Waits a second at most while a unit listens. kAudioUnitErr_Uninitialized when
- * the process's device has none to choose from. */
+ * the process's device has none to choose from and none comes later: a clock that was chosen, or
+ * that is used since no server or driver was reached. */
 AU_EXPORT OSStatus TQPreferMicrophone(const char* name);
 
 /** [host thread] Whether a unit listens and a microphone is open for it; else what it hears is

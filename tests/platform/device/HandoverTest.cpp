@@ -224,6 +224,19 @@ TEST(Handover, WithoutADeviceThereIsTheClockAndOneLine) {
               "TQ_AUDIO_DEVICE=both: no sound server or card answers, using null\n");
 }
 
+TEST(Handover, WhereNoDeviceWasReachedThereIsNoMicrophoneToChoose) {
+    Device& device = openBoth();
+    EXPECT_TRUE(device.preferMicrophone("headset")) << "nobody knows yet";
+    scene.isThere = false;
+    testing::internal::CaptureStderr();
+    HandoverClient listener(false, true);
+    ASSERT_TRUE(device.addClient(listener));
+    testing::internal::GetCapturedStderr();
+    scene.isThere = true;
+    EXPECT_FALSE(device.preferMicrophone("headset")) << "nobody looks again";
+    device.removeClient(listener);
+}
+
 TEST(Handover, WhoIsHeardIsAddedWhenTheDeviceDrivesNotWhenItHasAsked) {
     /// Holds a request until it is let go.
     class Holder final : public DeviceClient {

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+
+#include "ipc/Printable.h"
 
 namespace tqrecorder {
 namespace {
@@ -43,6 +46,7 @@ float decibels(const std::vector<float>& samples, std::size_t count) {
 bool Microphone::start(const std::string& name, std::string& error) {
     const AudioComponentDescription wanted{kAudioUnitType_Output, kAudioUnitSubType_RemoteIO,
                                            kAudioUnitManufacturer_Apple, 0, 0};
+    name_ = name;
     // A device without any to choose from is one of silence.
     hasChoice_ = TQPreferMicrophone(name.c_str()) == noErr;
     OSStatus status = AudioComponentInstanceNew(AudioComponentFindNext(nullptr, &wanted), &unit_);
@@ -89,9 +93,20 @@ bool Microphone::isOpen() {
     return TQIsHearing() != 0;
 }
 
-bool Microphone::mayCome() const {
-    const auto ignore = [](void*, const TQDeviceDescription*) {};
-    return hasChoice_ && TQListDevices(ignore, nullptr) == noErr;
+std::string Microphone::lack(bool isToDuck) const {
+    // A server may answer others by now: what counts is whether the platform looks again.
+    const bool mayCome = hasChoice_ && TQPreferMicrophone(name_.c_str()) == noErr;
+    const char* const chosen = std::getenv("TQ_AUDIO_DEVICE");
+    std::string line = "there is no microphone";
+    line += name_.empty() ? "" : " called " + printable(name_);
+    if (mayCome) {
+        line += "; tqplatform-devices lists what there is";
+        return line + (isToDuck ? ". Nothing is ducked before one comes" : "");
+    }
+    line += hasChoice_ || chosen == nullptr
+                ? ", since no sound server or card can be reached"
+                : ", since TQ_AUDIO_DEVICE=" + printable(chosen) + " chooses a device without one";
+    return line + "; one that comes later is not heard" + (isToDuck ? ". Nothing is ducked" : "");
 }
 
 OSStatus Microphone::listen(void* self, AudioUnitRenderActionFlags* flags,

@@ -35,9 +35,9 @@ class Microphone {
 
     /// Whether one is open; asked of the platform.
     [[nodiscard]] static bool isOpen();
-    /// Behind start(), while none is open: whether one that comes later is heard. Where nothing
-    /// could be reached the platform does not look again. Waits a second at most.
-    [[nodiscard]] bool mayCome() const;
+    /// Behind start(), while none is open: a line for the user that says why, and whether one that
+    /// comes later is heard. `isToDuck` where something is ducked while it is loud.
+    [[nodiscard]] std::string lack(bool isToDuck) const;
     /// [any thread] dBFS, RMS of the last block; -1000 for silence.
     [[nodiscard]] float level() const { return level_.load(std::memory_order_relaxed); }
     /// Hands on what was heard since the last call.
@@ -59,6 +59,7 @@ class Microphone {
                     UInt32 frames) noexcept;
 
     AudioUnit unit_ = nullptr;
+    std::string name_;        ///< as start() was given it
     bool hasChoice_ = false;  ///< the device has microphones to choose from
     std::uint32_t channels_ = 1;
     std::vector<float> block_;  ///< of one slice; on the device's thread

@@ -81,17 +81,7 @@ bool RecordingSession::listen(std::string& error) {
         voiceWatch_.emplace();
     }
     if (!Microphone::isOpen()) {
-        const std::string name =
-            options_.microphoneName.empty() ? "" : " called " + printable(options_.microphoneName);
-        const bool mayCome = microphone_->mayCome();
-        const std::string why =
-            mayCome ? "; tqplatform-devices lists what there is"
-                    : ", since no sound server or card can be reached; one that comes later is not "
-                      "heard";
-        const std::string unducked =
-            mayCome ? ". Nothing is ducked before one comes" : ". Nothing is ducked";
-        warnings_.push_back("there is no microphone" + name + why +
-                            (isDuckedByVoice ? unducked : ""));
+        warnings_.push_back(microphone_->lack(isDuckedByVoice));
     }
     return true;
 }
