@@ -90,7 +90,7 @@ TEST_F(Session, TheMicrophoneOfADeviceWithoutOneIsSilenceAndDucksNothing) {
     options.duckOn = "microphone";
     options.command = {kHost, "tone", "1"};
     RecordingSession session(options, sink, kGate);
-    ASSERT_EQ(session.run().end, End::kExited);
+    ASSERT_EQ(session.run().message, "");
     EXPECT_THAT(session.warnings(),
                 testing::Contains("there is no microphone, since TQ_AUDIO_DEVICE=null chooses a "
                                   "device without one; one that comes later is not heard. Nothing "
