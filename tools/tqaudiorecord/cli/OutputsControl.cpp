@@ -34,7 +34,7 @@ void Outputs::block(const Process& process, const Block& block) {
         return;
     }
     // The microphone is nobody's sound: it is not in here yet.
-    if (!names_->isHeard() && hasSound(block.frames, block.format)) {
+    if (!names_->hasSounded(process.id) && hasSound(block.frames, block.format)) {
         names_->hear(process);
     }
     Block moved = block;

@@ -4,7 +4,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,10 +14,10 @@
 namespace tqrecorder {
 
 /// Writes what each process plays to files of its own, a Recording for each. The first process that
-/// delivers anything gets the file that was opened at the start, and gives its name up to the first
-/// that sounds. A Recording is made of a FileSeries::Plan and has open(), beginAt(), block(),
-/// catchUp(), isBehind(), isHeard(), refresh(), split(), moveTo(), giveUp(), end(), finish(),
-/// problems() and files().
+/// delivers anything gets the file that was opened at the start; what is silent gives its name up
+/// as ProcessNames says. A Recording is made of a FileSeries::Plan and has open(), beginAt(),
+/// block(), catchUp(), isBehind(), isHeard(), refresh(), split(), moveTo(), giveUp(), end(),
+/// finish(), problems() and files().
 template <typename Recording>
 class ProcessFilesSink : public FilesSink {
   public:
@@ -41,27 +40,26 @@ class ProcessFilesSink : public FilesSink {
 
     void processEnded(const Process& process, const HostFacts& /*facts*/) override {
         const auto found = recordings_.find(process.id);
-        if (found != recordings_.end() && found->second->isBehind()) {
-            ended_.insert(process.id);
-        } else if (found != recordings_.end()) {
-            conclude(process.id, *found->second);
+        if (found != recordings_.end()) {
+            found->second.isLeft = true;
+            concludeIfDone(process.id, found->second);
         }
     }
 
     [[nodiscard]] bool isHeard() const override {
         return std::any_of(recordings_.begin(), recordings_.end(),
-                           [](const auto& one) { return one.second->isHeard(); });
+                           [](const auto& one) { return one.second.recording->isHeard(); });
     }
 
     void split(const SplitFiles& done) override {
-        for (auto& [id, recording] : recordings_) {
-            recording->split(done);
+        for (auto& [id, one] : recordings_) {
+            one.recording->split(done);
         }
     }
 
     void giveUpSaves() override {
-        for (auto& [id, recording] : recordings_) {
-            recording->giveUp();
+        for (auto& [id, one] : recordings_) {
+            one.recording->giveUp();
         }
     }
 
@@ -70,8 +68,8 @@ class ProcessFilesSink : public FilesSink {
         if (opened_ != nullptr) {
             opened_->finish();
         }
-        for (auto& [id, recording] : recordings_) {
-            recording->finish();
+        for (auto& [id, one] : recordings_) {
+            one.recording->finish();
         }
     }
 
@@ -84,8 +82,8 @@ class ProcessFilesSink : public FilesSink {
         if (opened_ != nullptr) {
             add(*opened_);
         }
-        for (const auto& [id, recording] : recordings_) {
-            add(*recording);
+        for (const auto& [id, one] : recordings_) {
+            add(*one.recording);
         }
         if (isFinished_ && refused_ > 0) {
             all.push_back(refusedText(plan_.path, refused_));
@@ -100,11 +98,11 @@ class ProcessFilesSink : public FilesSink {
         }
         // The process that has the names as given comes first.
         for (const bool isFirst : {true, false}) {
-            for (const auto& [id, recording] : recordings_) {
+            for (const auto& [id, one] : recordings_) {
                 if (names_->isFirst(id) != isFirst) {
                     continue;
                 }
-                for (WrittenFile file : recording->files()) {
+                for (WrittenFile file : one.recording->files()) {
                     file.processId = id;
                     all.push_back(std::move(file));
                 }
@@ -115,67 +113,91 @@ class ProcessFilesSink : public FilesSink {
 
   protected:
     void refresh() override {
-        for (auto& [id, recording] : recordings_) {
-            recording->refresh();
+        for (auto& [id, one] : recordings_) {
+            one.recording->refresh();
         }
     }
     [[nodiscard]] bool isBehind() const override {
         return std::any_of(recordings_.begin(), recordings_.end(),
-                           [](const auto& one) { return one.second->isBehind(); });
+                           [](const auto& one) { return one.second.recording->isBehind(); });
     }
     void catchUp(Backlog::Time end) override {
-        for (auto& [id, recording] : recordings_) {
-            recording->catchUp(end);
-            if (!recording->isBehind() && ended_.erase(id) > 0) {
-                conclude(id, *recording);
-            }
+        for (auto& [id, one] : recordings_) {
+            one.recording->catchUp(end);
+            concludeIfDone(id, one);
         }
     }
 
   private:
+    /// Recordings that have ended and may still change their names. Each holds a file open.
+    static constexpr std::size_t kMostUnnamed = 32;
+    struct One {
+        std::unique_ptr<Recording> recording;
+        std::string addition{};
+        bool isLeft = false;  ///< its process has ended
+        bool isOver = false;  ///< and all of it is written
+    };
+
     [[nodiscard]] std::string pathWith(const std::string& addition) const {
         const std::string path = addition.empty() ? plan_.path : withAddition(plan_.path, addition);
         return addition.empty() || plan_.mayReplace || plan_.maximumSeconds ? path : freePath(path);
     }
 
-    /// Its process has ended.
-    void conclude(int id, Recording& recording) {
-        if (id == first_ && !names_->isHeard()) {
-            // Another may still get its name.
-            recording.end();
-            isFirstOver_ = true;
-        } else {
-            recording.finish();
+    void concludeIfDone(int id, One& one) {
+        if (!one.isLeft || one.isOver || one.recording->isBehind()) {
+            return;
+        }
+        one.isOver = true;
+        if (!names_->mayLoseNames(id)) {
+            one.recording->finish();
+            return;
+        }
+        one.recording->end();
+        unnamed_.push_back(id);
+        // The names as given stay to be had until the end.
+        const auto oldest = std::find_if(unnamed_.begin(), unnamed_.end(),
+                                         [this](int other) { return !names_->isFirst(other); });
+        if (unnamed_.size() > kMostUnnamed && oldest != unnamed_.end()) {
+            names_->settle(*oldest);
+            recordings_.at(*oldest).recording->finish();
+            unnamed_.erase(oldest);
         }
     }
 
-    /// Once a process has sounded it is known whose the name as given is.
+    /// Each process that sounds may get the names of one that does not.
     void followNames() {
-        if (isSettled_ || !names_->isHeard()) {
+        if (hearings_ == names_->hearings()) {
             return;
         }
-        isSettled_ = true;
-        if (first_ == 0 || !names_->isFirst(first_)) {
-            if (first_ != 0) {
-                recordings_.at(first_)->moveTo(pathWith(names_->additionOf(first_)));
-            }
-            for (auto& [id, recording] : recordings_) {
-                if (names_->isFirst(id)) {
-                    opened_.reset();
-                    recording->moveTo(plan_.path);
+        hearings_ = names_->hearings();
+        // Who gives them up goes first.
+        for (const bool hasSounded : {false, true}) {
+            for (auto& [id, one] : recordings_) {
+                const std::string& addition = names_->additionOf(id);
+                if (one.addition == addition || names_->hasSounded(id) != hasSounded) {
+                    continue;
                 }
+                if (addition.empty()) {
+                    opened_.reset();
+                }
+                one.addition = addition;
+                one.recording->moveTo(pathWith(addition));
             }
         }
-        if (isFirstOver_) {
-            recordings_.at(first_)->finish();
-        }
+        std::erase_if(unnamed_, [this](int id) {
+            const bool isSettled = !names_->mayLoseNames(id);
+            if (isSettled) {
+                recordings_.at(id).recording->finish();
+            }
+            return isSettled;
+        });
     }
 
     /// Null for a process beyond the bound.
     [[nodiscard]] Recording* recordingOf(const Process& process, std::uint64_t microseconds) {
         const auto found = recordings_.find(process.id);
         if (found != recordings_.end()) {
-            return found->second.get();
+            return found->second.recording.get();
         }
         if (recordings_.size() >= kMostFiles) {
             ++refused_;
@@ -183,9 +205,6 @@ class ProcessFilesSink : public FilesSink {
         }
         const std::string& addition = names_->additionOf(process);
         std::unique_ptr<Recording> recording;
-        if (addition.empty()) {
-            first_ = process.id;
-        }
         if (addition.empty() && opened_ != nullptr) {
             recording = std::move(opened_);
         } else {
@@ -194,17 +213,16 @@ class ProcessFilesSink : public FilesSink {
             recording = std::make_unique<Recording>(plan);
         }
         recording->beginAt(microseconds);
-        return recordings_.emplace(process.id, std::move(recording)).first->second.get();
+        return recordings_.emplace(process.id, One{std::move(recording), addition})
+            .first->second.recording.get();
     }
 
     FileSeries::Plan plan_;
     std::shared_ptr<ProcessNames> names_;
     std::unique_ptr<Recording> opened_;  // until the first process needs it
-    std::map<int, std::unique_ptr<Recording>> recordings_;
-    std::set<int> ended_;        // those whose recording is not up to their end yet
-    int first_ = 0;              // process that has the name as given; 0 for none
-    bool isFirstOver_ = false;   // it has ended before any process sounded
-    bool isSettled_ = false;     // names change no more
+    std::map<int, One> recordings_;
+    std::vector<int> unnamed_;   // that are over and may still change their names
+    std::size_t hearings_ = 0;   // up to which names were followed
     std::uint64_t refused_ = 0;  // blocks of processes beyond the bound
     bool isFinished_ = false;
 };

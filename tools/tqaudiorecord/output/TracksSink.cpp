@@ -52,26 +52,29 @@ void TracksSink::begin(const Process& process, const Block& block) {
     tracks_.insert_or_assign({process.id, block.track}, std::move(track));
 }
 
-/// Once a process has sounded it is known whose the names as given are.
+/// Each process that sounds may get the names of one that does not.
 void TracksSink::followNames() {
-    if (isSettled_ || !names_->isHeard()) {
+    if (hearings_ == names_->hearings()) {
         return;
     }
-    isSettled_ = true;
+    hearings_ = names_->hearings();
     // Who gives them up goes first.
-    for (const bool isFirst : {false, true}) {
+    for (const bool hasSounded : {false, true}) {
         for (auto& [id, axis] : axes_) {
             const std::string& addition = names_->additionOf(id);
-            if (names_->isFirst(id) == isFirst && axis.addition != addition) {
+            if (names_->hasSounded(id) == hasSounded && axis.addition != addition) {
                 axis.addition = addition;
                 move(id);
             }
         }
     }
-    for (auto& [id, track] : unnamed_) {
-        nameAndList(id, track);
-    }
-    unnamed_.clear();
+    unnamed_.remove_if([this](auto& one) {
+        const bool isSettled = !names_->mayLoseNames(one.first);
+        if (isSettled) {
+            nameAndList(one.first, one.second);
+        }
+        return isSettled;
+    });
 }
 
 template <typename Use>
@@ -153,7 +156,7 @@ void TracksSink::end(int processId, Track track) {
 }
 
 void TracksSink::conclude(int processId, Track track) {
-    if (names_->isHeard()) {
+    if (!names_->mayLoseNames(processId)) {
         nameAndList(processId, track);
         return;
     }

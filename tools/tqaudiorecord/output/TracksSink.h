@@ -1,6 +1,5 @@
 #pragma once
 
-#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -81,9 +80,8 @@ class TracksSink : public FilesSink {
     std::map<int, Axis> axes_;
     std::map<std::pair<int, int>, Track> tracks_;  // those under way, by process and number
     std::list<std::pair<int, Track>> ending_;      // nothing comes, and not all is written yet
-    /// Ended before any process sounded: whose names are those as given is not known yet.
-    std::deque<std::pair<int, Track>> unnamed_;
-    bool isSettled_ = false;  // it is
+    std::list<std::pair<int, Track>> unnamed_;     // have ended, and may still change their names
+    std::size_t hearings_ = 0;                     // up to which names were followed
     std::set<std::string> takenNames_;
     std::vector<WrittenFile> done_;
     std::uint64_t refused_ = 0;  // blocks of units beyond the bound

@@ -1,4 +1,4 @@
-// The mix as a file: holes, drift, several processes.
+// The mix as a file: holes, drift, long silence.
 
 #include "output/MixSink.h"
 
@@ -157,96 +157,6 @@ TEST_F(MixSinkTest, AClockThatDriftsFromTheHostsMakesNoHoles) {
     }
     sink->finish();
     EXPECT_EQ(sink->files().at(0).gaps, 0U);
-}
-
-TEST_F(MixSinkTest, EveryFurtherProcessGetsFilesUnderItsOwnName) {
-    auto sink = mixSink();
-    play(*sink, game_, 0, 4700);
-    play(*sink, process(2, "chat client"), 0, 470);
-    play(*sink, process(3, "chat client"), 0, 940);
-    sink->finish();
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out-chat_client-2.wav",
-                                                         "out-chat_client.wav", "out.wav"}));
-    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 4700U);
-    EXPECT_EQ(RecordedFile(folder_.file("out-chat_client.wav")).frames(), 470U);
-    EXPECT_EQ(sink->files().at(0).path, folder_.file("out.wav"));
-}
-
-TEST_F(MixSinkTest, ALaunchersChildGetsTheNamesAsGiven) {
-    auto sink = mixSink();
-    sink->processBegan(process(1, "launcher.sh", true));
-    play(*sink, process(2, "game"), 0, 470);
-    sink->finish();
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out.wav"}));
-    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 470U);
-}
-
-TEST_F(MixSinkTest, ALauncherThatIsSilentGivesTheNameToTheFirstThatSounds) {
-    for (const bool isOver : {false, true}) {
-        SCOPED_TRACE(isOver);
-        names_ = std::make_shared<ProcessNames>();
-        auto sink = mixSink();
-        playSilence(*sink, launcher_);
-        playSilence(*sink, game_);
-        if (isOver) {
-            sink->processEnded(launcher_, {});
-        }
-        names_->hear(game_);
-        play(*sink, game_, 4410, 9400);
-        EXPECT_TRUE(std::filesystem::exists(folder_.file("out.wav"))) << "as soon as it sounds";
-        sink->finish();
-        EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out-launcher.wav", "out.wav"}));
-        EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 9400U);
-        EXPECT_EQ(RecordedFile(folder_.file("out-launcher.wav")).frames(), 4410U);
-        EXPECT_THAT(sink->problems(), testing::IsEmpty());
-        ASSERT_EQ(sink->files().size(), 2U);
-        EXPECT_EQ(sink->files()[0].path, folder_.file("out.wav"));
-        EXPECT_EQ(sink->files()[0].processId, game_.id);
-        std::filesystem::remove(folder_.file("out.wav"));
-        std::filesystem::remove(folder_.file("out-launcher.wav"));
-    }
-}
-
-TEST_F(MixSinkTest, ASilentLauncherKeepsNoGoodRecordingFromBeingReplaced) {
-    std::ofstream(folder_.file("out.wav")) << "old";
-    MixSink sink({folder_.file("out.wav"), formatNamed("wav"), {}, true}, names_);
-    ASSERT_TRUE(sink.open());
-    playSilence(sink, launcher_);
-    sink.processEnded(launcher_, {});
-    EXPECT_EQ(contentOf(folder_.file("out.wav")), "old");
-    names_->hear(game_);
-    play(sink, game_, 0, 4700);
-    sink.finish();
-    EXPECT_THAT(sink.problems(), testing::IsEmpty());
-    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 4700U);
-}
-
-TEST_F(MixSinkTest, NumberedFilesOfASilentLauncherMakeWayToo) {
-    MixSink sink({folder_.file("out.wav"), formatNamed("wav"), 0.04, false}, names_);
-    ASSERT_TRUE(sink.open());
-    playSilence(sink, launcher_);
-    playSilence(sink, game_);
-    names_->hear(game_);
-    play(sink, game_, 4410, 9400);
-    playSilence(sink, launcher_);
-    sink.finish();
-    EXPECT_THAT(sink.problems(), testing::IsEmpty());
-    EXPECT_THAT(folder_.names(),
-                testing::IsSupersetOf({"out-001.wav", "out-002.wav", "out-003.wav", "out-004.wav",
-                                       "out-005.wav", "out-006.wav", "out-launcher-001.wav",
-                                       "out-launcher-002.wav", "out-launcher-003.wav"}));
-    EXPECT_EQ(RecordedFile(folder_.file("out-001.wav")).frames(), 1764U);
-    EXPECT_EQ(RecordedFile(folder_.file("out-003.wav")).numberAt(1000), 4529);
-}
-
-TEST_F(MixSinkTest, WhereNobodySoundsTheFirstKeepsTheName) {
-    auto sink = mixSink();
-    playSilence(*sink, launcher_);
-    playSilence(*sink, game_);
-    sink->processEnded(launcher_, {});
-    sink->finish();
-    EXPECT_EQ(folder_.names(), (std::vector<std::string>{"out-game.wav", "out.wav"}));
-    EXPECT_EQ(sink->files().at(0).processId, launcher_.id);
 }
 
 TEST_F(MixSinkTest, ARecordingOfNothingIsNoFile) {

@@ -65,7 +65,12 @@ void FileChain::moveTo(std::string path) {
     if (isNumbered_ && lock_ != nullptr) {
         lock_->moveTo(path_);
     }
-    number_ = files_.empty() ? 0 : number_;
+    number_ = 0;
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+        parts_[i]->moveTo(nextPath());
+        files_[i].path = parts_[i]->path();
+        numberFromNowOn();
+    }
     for (Silent& silent : silent_) {
         silent.part->moveTo(nextPath());
         silent.file.path = silent.part->path();
@@ -93,8 +98,16 @@ void FileChain::nameAndList(Silent& complete) {
     takeName(*complete.part);
     if (complete.part->hasName()) {
         complete.file.path = complete.part->path();
-        files_.push_back(std::move(complete.file));
+        list(std::move(complete.file), complete.part);
     }
+}
+
+void FileChain::list(WrittenFile file, std::shared_ptr<PartFile> part) {
+    if (part != lock_) {
+        part->letGo();
+    }
+    files_.push_back(std::move(file));
+    parts_.push_back(std::move(part));
 }
 
 void FileChain::takeName(PartFile& part) {
@@ -116,7 +129,7 @@ void FileChain::complete(WrittenFile file, bool isEmpty) {
             silent_.push_back({std::move(file), part});
         }
     } else if (part->isStillThere()) {
-        files_.push_back(std::move(file));
+        list(std::move(file), part);
     } else {
         problems_.push_back(file.path + ": was deleted, moved or replaced while it was written");
     }
@@ -145,6 +158,7 @@ void FileChain::finish() {
         nameAndList(silent);
     }
     silent_.clear();
+    parts_.clear();
     lock_.reset();
 }
 

@@ -45,7 +45,7 @@ class FileChain {
     [[nodiscard]] const PartFile* current() const { return part_.get(); }
     /// Removes the one under way.
     void drop() { part_.reset(); }
-    /// Files that are not listed yet are to be called by that path from now on, from the first on.
+    /// Is to be called by that path, from the first file on, unless another recording has a name.
     void moveTo(std::string path);
     /// The one under way is complete, and is called what `file` says but for the path. One without
     /// a frame goes.
@@ -74,6 +74,7 @@ class FileChain {
     [[nodiscard]] std::string nextPath();
     /// What was heard and finds no way to its name stays beside it.
     void takeName(PartFile& part);
+    void list(WrittenFile file, std::shared_ptr<PartFile> part);
     void nameAndList(Silent& complete);
 
     std::string path_;
@@ -85,6 +86,7 @@ class FileChain {
     std::shared_ptr<PartFile> lock_;  // the file that has no number, or would have none
     std::vector<Silent> silent_;      // complete, and waiting for sound that is worth their names
     std::vector<WrittenFile> files_;
+    std::vector<std::shared_ptr<PartFile>> parts_;  // theirs, until finish()
     std::vector<std::string> problems_;
 };
 

@@ -1,5 +1,6 @@
 #include "output/files/FileNames.h"
 
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <filesystem>
@@ -19,6 +20,11 @@ std::string cut(std::string text, std::size_t most) {
         text.resize(most);
     }
     return text;
+}
+
+/// Of a program's first.
+std::string plainAddition(const std::string& program) {
+    return "-" + fileNamePart(program);
 }
 
 }  // namespace
@@ -61,12 +67,16 @@ std::string fileNamePart(std::string_view text) {
 }
 
 std::string ProcessNames::free(const std::string& program) {
-    const std::string base = "-" + fileNamePart(program);
+    const std::string base = plainAddition(program);
     std::string addition = base;
     for (int number = 2; !taken_.insert(addition).second; ++number) {
         addition = base + "-" + std::to_string(number);
     }
     return addition;
+}
+
+bool ProcessNames::Named::isPlain() const {
+    return addition.empty() || addition == plainAddition(program);
 }
 
 const std::string& ProcessNames::additionOf(const Process& process) {
@@ -86,23 +96,40 @@ bool ProcessNames::isFirst(int processId) const {
     return found != names_.end() && found->second.addition.empty();
 }
 
+bool ProcessNames::hasSounded(int processId) const {
+    const auto found = names_.find(processId);
+    return found != names_.end() && found->second.hasSounded;
+}
+
+bool ProcessNames::mayLoseNames(int processId) const {
+    const Named& named = names_.at(processId);
+    return !named.isSettled && named.isPlain();
+}
+
 void ProcessNames::hear(const Process& process) {
     const bool isNew = !names_.contains(process.id);
-    const std::string before = additionOf(process);
-    if (std::exchange(isHeard_, true) || before.empty()) {
+    (void)additionOf(process);
+    Named& named = names_.at(process.id);
+    if (std::exchange(named.hasSounded, true)) {
         return;
     }
-    // Files that have its name by now cannot change it with those of the first.
+    named.isSettled = true;
+    const std::string wanted = hearings_++ == 0 ? std::string() : plainAddition(named.program);
+    const auto owner = std::find_if(names_.begin(), names_.end(), [&wanted](const auto& one) {
+        return one.second.addition == wanted && !one.second.isSettled;
+    });
+    if (owner == names_.end() || (named.isPlain() && !wanted.empty())) {
+        return;
+    }
+    const std::string before = std::exchange(named.addition, wanted);
+    // Files that have its name by now cannot change it with those of the one that gives it up.
     if (isNew) {
         taken_.erase(before);
     }
-    for (auto& [id, named] : names_) {
-        if (named.addition.empty()) {
-            named.addition = free(named.program);
-        }
+    owner->second.addition = free(owner->second.program);
+    if (!isNew) {
+        taken_.erase(before);
     }
-    taken_.erase(names_.at(process.id).addition);
-    names_.at(process.id).addition.clear();
 }
 
 }  // namespace tqrecorder

@@ -166,7 +166,10 @@ void PartFile::moveTo(std::string path) {
     std::string target = linkTarget(path);
     std::string part = partOf(target);
     if (hasName_) {
-        if (!renameToFree(target_, target)) {
+        const bool isDone =
+            isAt(target_) && (mayReplace_ ? ::rename(target_.c_str(), target.c_str()) == 0
+                                          : renameToFree(target_, target));
+        if (!isDone) {
             return;
         }
     } else if (renameToFree(part_, part)) {

@@ -32,8 +32,8 @@ class PartFile {
     /// Keeps it where it is and no longer open, nor locked.
     void letGo();
 
-    /// Is to be called that, which nobody else writes, instead. What has its name keeps it where
-    /// the new one is taken.
+    /// Is to be called that, which nobody else writes, instead. What has its name keeps it where it
+    /// may not have the new one, and where the file was moved or replaced.
     void moveTo(std::string path);
     /// Empty when it has its name now or had it before; else one line, and the file may have gone
     /// to another name, which path() tells.

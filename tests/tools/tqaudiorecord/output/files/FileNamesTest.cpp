@@ -76,6 +76,46 @@ TEST(ProcessNamesTest, OneThatNobodyAskedAboutMayBeTheFirstToSound) {
     names.hear({2, 1002, "game", false});
     EXPECT_TRUE(names.isFirst(2));
     EXPECT_EQ(names.additionOf(1), "-game");
+    EXPECT_EQ(names.additionOf({3, 1003, "game", false}), "-game-2");
+}
+
+TEST(ProcessNamesTest, OfOneProgramsProcessesTheFirstThatSoundsHasNoNumber) {
+    for (const bool isNew : {false, true}) {
+        SCOPED_TRACE(isNew);
+        ProcessNames names;
+        const Process shop{1, 1001, "shop", true};
+        const Process launcher{2, 1002, "game", false};
+        const Process game{3, 1003, "game", false};
+        names.hear(shop);
+        EXPECT_EQ(names.additionOf(launcher), "-game");
+        EXPECT_TRUE(names.mayLoseNames(launcher.id));
+        EXPECT_FALSE(names.mayLoseNames(shop.id));
+        if (!isNew) {
+            EXPECT_EQ(names.additionOf(game), "-game-2");
+            EXPECT_FALSE(names.mayLoseNames(game.id)) << "nobody wants it";
+        }
+        names.hear(game);
+        EXPECT_EQ(names.additionOf(game.id), "-game");
+        EXPECT_NE(names.additionOf(launcher.id), "-game");
+        EXPECT_FALSE(names.mayLoseNames(game.id));
+        EXPECT_FALSE(names.mayLoseNames(launcher.id));
+        // Whoever sounds later takes nothing from it.
+        const std::string kept = names.additionOf(launcher.id);
+        names.hear(launcher);
+        EXPECT_EQ(names.additionOf(launcher.id), kept);
+        EXPECT_EQ(names.additionOf(game.id), "-game");
+    }
+}
+
+TEST(ProcessNamesTest, WhatIsSettledIsNobodyElses) {
+    ProcessNames names;
+    names.hear({1, 1001, "shop", true});
+    (void)names.additionOf({2, 1002, "game", false});
+    names.settle(2);
+    EXPECT_FALSE(names.mayLoseNames(2));
+    names.hear({3, 1003, "game", false});
+    EXPECT_EQ(names.additionOf(2), "-game");
+    EXPECT_EQ(names.additionOf(3), "-game-2");
 }
 
 }  // namespace
