@@ -2,22 +2,19 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <set>
 #include <utility>
 #include <variant>
 
+#include "cli/Contradictions.h"
 #include "cli/OptionTable.h"
-#include "ipc/Choice.h"
-#include "ipc/ControlText.h"
+#include "cli/SubCommands.h"
 #include "output/files/FileFormats.h"
 
 namespace tqrecorder {
 namespace {
-
-constexpr int kUsageError = 1;
 
 constexpr const char* kUsage =
     "Usage: tqaudiorecord [OPTIONS] [--] COMMAND [ARG...]\n"
@@ -95,34 +92,35 @@ class Parser {
         try {
             app_.parse(std::move(arguments));
         } catch (const CLI::ParseError& problem) {
-            return wrong(problem.what());
+            return wrongUsage(problem.what());
         }
         std::vector<std::string> rest = app_.remaining();
         const bool marked = !rest.empty() && rest.front() == "--";
         if (marked) {
             rest.erase(rest.begin());
         } else if (!rest.empty() && rest.front().size() > 1 && rest.front().front() == '-') {
-            return wrong("there is no option " + rest.front());
+            return wrongUsage("there is no option " + rest.front());
         }
         if (!wanted_.empty()) {
             return print(text(*wanted_.begin()));
         }
         if (!marked && !rest.empty() && rest.front() == "guard") {
-            return guard(rest);
+            return guardCommand(rest);
         }
         if (!marked && !rest.empty() && rest.front() == "ctl") {
-            return control(rest);
+            return controlCommand(std::move(rest));
         }
         if (result_.isListWanted) {
-            return list(rest);
+            return listCommand(rest);
         }
         if (rest.empty() || rest.front().empty()) {
-            return wrong("no COMMAND to record");
+            return wrongUsage("no COMMAND to record");
         }
         takeSwitches();
         result_.command = std::move(rest);
-        if (std::string problem = contradiction(); !problem.empty()) {
-            return wrong(problem);
+        const bool areTimesGiven = isGiven("attack") || isGiven("release");
+        if (std::string problem = contradictionIn(result_, areTimesGiven); !problem.empty()) {
+            return wrongUsage(problem);
         }
         CommandLine result;
         result.proceed = true;
@@ -215,158 +213,6 @@ class Parser {
         return options_.at(name)->count() > 0;
     }
 
-    static CommandLine list(const std::vector<std::string>& words) {
-        if (!words.empty()) {
-            return wrong("--list takes no COMMAND: it asks the recorders that are running");
-        }
-        CommandLine result;
-        result.proceed = true;
-        result.options.action = Options::Action::kList;
-        result.options.control.kind = ControlCommand::Kind::kList;
-        return result;
-    }
-
-    CommandLine guard(const std::vector<std::string>& words) {
-        static const std::map<std::string, Options::Action> kActions{
-            {"status", Options::Action::kGuardStatus},
-            {"arm", Options::Action::kGuardArm},
-            {"disarm", Options::Action::kGuardDisarm}};
-        const auto action = words.size() > 1 ? kActions.find(words[1]) : kActions.end();
-        if (action == kActions.end()) {
-            return wrong("guard wants status, arm or disarm (a program of that name: -- guard)");
-        }
-        if (words.size() != 3 || words[2].empty()) {
-            return wrong("guard " + words[1] + " wants one COMMAND");
-        }
-        CommandLine result;
-        result.proceed = true;
-        result.options.action = action->second;
-        result.options.command = {words[2]};
-        return result;
-    }
-
-    CommandLine control(std::vector<std::string> words) {
-        CommandLine result;
-        result.proceed = true;
-        result.options.action = Options::Action::kControl;
-        if (words.size() > 2 && words[1] == "--pid") {
-            int pid = 0;
-            if (!CLI::detail::lexical_cast(words[2], pid) || pid < 1) {
-                return wrong("ctl --pid wants the process number of a recorder, not " + words[2]);
-            }
-            result.options.controlPid = pid;
-            words.erase(words.begin() + 1, words.begin() + 3);
-        }
-        std::string text = words.size() > 1 ? words[1] : "";
-        const std::string argument = words.size() > 2 ? words[2] : "";
-        const bool takesNumber = text == "save" || text == "duck";
-        const bool isJson = text == "status" && argument == "--json";
-        double number = 0;
-        if (takesNumber && !argument.empty() && !CLI::detail::lexical_cast(argument, number)) {
-            return wrong("ctl " + text + ": a number is wanted, not " + argument);
-        }
-        if (!argument.empty() && (takesNumber || isJson)) {
-            text += isJson ? " json" : " " + numberText(number);
-        }
-        const auto command = commandFromText(text);
-        using Kind = ControlCommand::Kind;
-        if (!command || command->kind == Kind::kTogglePause || command->kind == Kind::kFiles ||
-            command->kind == Kind::kList || words.size() > 3 ||
-            (words.size() == 3 && !takesNumber && !isJson)) {
-            return wrong(
-                "ctl wants save [SECONDS], pause, resume, split, stop, status [--json], duck [DB] "
-                "or unduck (a program of that name: -- ctl)");
-        }
-        result.options.control = *command;
-        return result;
-    }
-
-    std::string contradiction() const {
-        const Options& o = result_;
-        const bool toPipe = o.output == "-";
-        if (!o.format.empty() && formatNamed(o.format) == nullptr) {
-            return "--format: there is no format " + o.format + " (see --list-formats)";
-        }
-        const FileFormat* const ofTracks = formatNamed(o.tracksFormat);
-        if (ofTracks == nullptr) {
-            return "--tracks-format: there is no format " + o.tracksFormat +
-                   " (see --list-formats)";
-        }
-        if (ofTracks->isMatroska()) {
-            return "--tracks-format " + o.tracksFormat +
-                   ": one file holds all tracks; name it with --output";
-        }
-        // Without any place for sound the recorder chooses one for the mix.
-        const bool hasMix = !o.output.empty() || o.tracksFolder.empty();
-        if (!o.format.empty() && !hasMix) {
-            return "--format is for --output, which is missing";
-        }
-        if (toPipe && !o.format.empty() && o.format != "wav" && o.format != "raw") {
-            return "--output -: standard output takes wav or raw, not " + o.format;
-        }
-        if (!o.output.empty() && !toPipe && o.format.empty() && formatOfPath(o.output) == nullptr) {
-            return "--output " + o.output + ": no format has that extension (see --list-formats)";
-        }
-        if (o.replaySeconds &&
-            (toPipe || !o.pictureFile.empty() || !o.reportFile.empty() || o.maximumFileSeconds)) {
-            return "--replay goes with neither --output -, --picture, --report nor "
-                   "--max-file-time";
-        }
-        const FileFormat* const ofMix =
-            o.format.empty() ? formatOfPath(o.output) : formatNamed(o.format);
-        const bool holdsTracks = !toPipe && ofMix != nullptr && ofMix->isMatroska();
-        if (o.microphone && !o.microphoneInMix && o.tracksFolder.empty() && !holdsTracks &&
-            (toPipe || o.replaySeconds)) {
-            return "--mic has no file there: --tracks or --mic-in-mix is wanted";
-        }
-        if (o.maximumFileSeconds && toPipe && o.tracksFolder.empty()) {
-            return "--max-file-time is for files, and --output - is none";
-        }
-        if (o.endsWith != "command" && o.endsWith != "tree") {
-            return "--end-with wants command or tree, not " + o.endsWith;
-        }
-        if ((isGiven("attack") || isGiven("release")) && !o.duck && !o.compress) {
-            return "--attack and --release want --duck or --compress";
-        }
-        if (isTooLong({o.only, o.without})) {
-            return "--only and --not take 1000 names each at most, of 50000 bytes in all";
-        }
-        return samePath();
-    }
-
-    static bool isTooLong(const Choice& choice) {
-        std::size_t bytes = 0;
-        for (const auto& patterns : {choice.only, choice.without}) {
-            for (const std::string& pattern : patterns) {
-                bytes += pattern.size();
-            }
-        }
-        return choice.only.size() > kMostPatterns || choice.without.size() > kMostPatterns ||
-               bytes > kMostPatternBytes;
-    }
-
-    std::string samePath() const {
-        std::map<std::filesystem::path, const char*> seen;
-        for (const auto& [path, name] :
-             {std::pair(&result_.output, "--output"), std::pair(&result_.eventsFile, "--events"),
-              std::pair(&result_.pictureFile, "--picture"),
-              std::pair(&result_.reportFile, "--report"),
-              std::pair(&result_.tracksFolder, "--tracks")}) {
-            if (path->empty() || (*path == "-" && path == &result_.output)) {
-                continue;
-            }
-            if (*path == "-") {
-                return std::string(name) + ": only --output writes to standard output";
-            }
-            const auto [entry, isNew] =
-                seen.emplace(std::filesystem::path(*path).lexically_normal(), name);
-            if (!isNew) {
-                return std::string(entry->second) + " and " + name + " name the same file";
-            }
-        }
-        return {};
-    }
-
     std::string helpText() {
         std::string text = app_.help();
         // What the parser says in front of the first group is our own usage.
@@ -389,13 +235,6 @@ class Parser {
         return listOfFormats();
     }
 
-    static CommandLine wrong(std::string problem) {
-        std::replace(problem.begin(), problem.end(), '\n', ' ');
-        CommandLine result;
-        result.exitCode = kUsageError;
-        result.error = "tqaudiorecord: " + problem + "; try tqaudiorecord --help";
-        return result;
-    }
     static CommandLine print(std::string text) {
         CommandLine result;
         result.output = std::move(text);
