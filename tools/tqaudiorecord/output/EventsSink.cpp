@@ -32,8 +32,9 @@ const char* nameOf(tq_event_kind kind) {
 
 }  // namespace
 
-EventsSink::EventsSink(std::string path, bool mayReplace)
-    : path_(std::move(path)), mayReplace_(mayReplace) {
+EventsSink::EventsSink(std::string path, bool mayReplace,
+                       std::shared_ptr<const ProcessNames> programs)
+    : path_(std::move(path)), mayReplace_(mayReplace), programs_(std::move(programs)) {
 }
 
 bool EventsSink::open() {
@@ -48,7 +49,11 @@ bool EventsSink::open() {
 
 void EventsSink::block(const Process& process, const Block& block) {
     noteBeginning(process, block);
-    if (part_ != nullptr && !isNameTried_ && !isEmpty_ && hasSound(block.frames, block.format)) {
+    if (part_ == nullptr || isNameTried_) {
+        return;
+    }
+    hasSound_ = hasSound_ || hasSound(block.frames, block.format);
+    if (!isEmpty_ && hasSound_ && (programs_ == nullptr || programs_->isHeard())) {
         takeName();
     }
 }
@@ -142,6 +147,9 @@ void EventsSink::finish() {
     }
     file_.reset();
     const std::unique_ptr<PartFile> part = std::move(part_);
+    if (!isNameTried_ && !isEmpty_ && hasSound_ && part->isNameTaken()) {
+        problems_.push_back(part->takeNameBeside());
+    }
     if (part->hasName() && part->isStillThere()) {
         written_ = part->path();
     } else if (part->hasName()) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/Sink.h"
+#include "output/files/FileNames.h"
 #include "output/files/PartFile.h"
 
 namespace tqrecorder {
@@ -18,7 +19,9 @@ namespace tqrecorder {
 /// there is replaced with the first sound; where there is none, the first event makes it.
 class EventsSink : public Sink {
   public:
-    explicit EventsSink(std::string path, bool mayReplace = false);
+    /// `programs` as FileChain has them.
+    explicit EventsSink(std::string path, bool mayReplace = false,
+                        std::shared_ptr<const ProcessNames> programs = nullptr);
 
     /// Sees whether the file can be made. False with a line in problems().
     [[nodiscard]] bool open();
@@ -43,10 +46,12 @@ class EventsSink : public Sink {
 
     std::string path_;
     bool mayReplace_;
+    std::shared_ptr<const ProcessNames> programs_;
     std::unique_ptr<PartFile> part_;
     tqcommon::Descriptor file_;
     bool isEmpty_ = true;
     bool isNameTried_ = false;
+    bool hasSound_ = false;                                ///< of programs or the microphone
     std::map<int, std::uint64_t> origins_;                 // of processes, host time
     std::map<std::pair<int, int>, Beginning> beginnings_;  // by process and track
     std::string written_;

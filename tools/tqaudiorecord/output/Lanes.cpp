@@ -129,8 +129,10 @@ std::uint64_t Lanes::origin() const {
 }
 
 bool Lanes::hasSound() const {
-    return std::any_of(lanes_.begin(), lanes_.end(),
-                       [](const auto& lane) { return lane->sound.peak() > 0; });
+    // The microphone alone is no reason to replace another picture.
+    return names_->isHeard() && std::any_of(lanes_.begin(), lanes_.end(), [](const auto& lane) {
+               return lane->sound.peak() > 0;
+           });
 }
 
 std::string Lanes::titleOf(const Lane& lane) const {

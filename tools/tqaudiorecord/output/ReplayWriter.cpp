@@ -191,9 +191,7 @@ bool Writer::writeTogether(const ProcessClip& process, const std::string& path,
             play(*clip, frameAfter(turn), frameAfter(turn + kTurnSeconds),
                  [&, stream = stream, clip = clip](std::span<const std::byte> frames) {
                      file->write(stream, frames);
-                     if (!chain.isHeard() && hasSound(frames, clip->format)) {
-                         chain.heard();
-                     }
+                     chain.wrote(frames, clip->format);
                  });
         }
         isGood = file->flush();

@@ -42,8 +42,12 @@ void TracksSink::begin(const Process& process, const Block& block) {
     const std::uint64_t beganAt = plan_.fromStart ? axis.beganAt : block.microseconds;
     const double offset = static_cast<double>(std::max(beganAt, axis.beganAt) - axis.beganAt) / 1e6;
     FileSeries::Plan plan{
-        path, plan_.kind, plan_.maximumSeconds, plan_.mayReplace,
-        static_cast<std::uint64_t>(std::llround(offset * block.format.sampleRate))};
+        path,
+        plan_.kind,
+        plan_.maximumSeconds,
+        plan_.mayReplace,
+        static_cast<std::uint64_t>(std::llround(offset * block.format.sampleRate)),
+        plan_.programs};
     const StreamClock clock(block.format.sampleRate, beganAt, kTrackPatience,
                             plan_.fromStart ? axis.received : std::chrono::steady_clock::now(),
                             slackOf(block.format));

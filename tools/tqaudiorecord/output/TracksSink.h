@@ -29,6 +29,7 @@ class TracksSink : public FilesSink {
         bool mayReplace = false;
         bool fromStart = false;  ///< silence from the recording's begin to the track's is written
         const FileFormat* kind = &trackFormat();
+        std::shared_ptr<const ProcessNames> programs{};  ///< as FileChain has them
     };
     TracksSink(Plan plan, std::shared_ptr<ProcessNames> names);
 

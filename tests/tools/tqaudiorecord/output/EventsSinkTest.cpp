@@ -109,6 +109,27 @@ TEST_F(EventsSinkTest, AFileThatCannotTakeItsNameIsOneProblemAndKeptWithAllEvent
     EXPECT_EQ(sink.path(), "");
 }
 
+TEST_F(EventsSinkTest, OfTheMicrophoneAloneTheyAreKeptBesideThoseOfAnotherRecording) {
+    const std::string path = folder_.file("events.jsonl");
+    for (const bool isProgramHeard : {false, true}) {
+        std::ofstream(path) << "precious";
+        EventsSink sink(path, true, names_);
+        ASSERT_TRUE(sink.open());
+        sink.event(game_, {1, 1, 105, ""});
+        const auto bytes = mixTone(441, 441);
+        sink.block(game_, {kMicrophoneTrack, kMicrophoneName, kMixFormat, kStart, bytes});
+        EXPECT_EQ(contentOf(path), "precious");
+        if (isProgramHeard) {
+            names_->hear(game_);
+            sink.block(game_, mixBlock(bytes, at(441)));
+        }
+        sink.finish();
+        EXPECT_EQ(contentOf(path) == "precious", !isProgramHeard);
+        EXPECT_EQ(sink.path(), isProgramHeard ? path : folder_.file("events-2.jsonl"));
+        EXPECT_EQ(sink.problems().size(), isProgramHeard ? 0U : 1U);
+    }
+}
+
 TEST_F(EventsSinkTest, EventsOnAFullDiskAreOneProblem) {
     EventsSink sink("/dev/full");
     ASSERT_TRUE(sink.open());

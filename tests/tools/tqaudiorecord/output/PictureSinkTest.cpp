@@ -131,6 +131,7 @@ TEST_F(PictureSinkTest, AGoodPictureIsReplacedBySoundAlone) {
             const std::vector<std::byte> silence(4700 * 4);
             sink.block(game_, mixBlock(silence, at(0)));
         } else {
+            names_->hear(game_);
             play(sink, game_, 0, 4700);
         }
         sink.finish();
@@ -146,6 +147,7 @@ TEST_F(PictureSinkTest, AGoodPictureIsReplacedBySoundAlone) {
 TEST_F(PictureSinkTest, AFileThatCameMeanwhileIsNotReplaced) {
     Drawing sink(folder_.file("out.png"), names_);
     ASSERT_TRUE(sink.picture.open());
+    names_->hear(game_);
     play(sink, game_, 0, 4700);
     std::ofstream(folder_.file("out.png")) << "precious";
     sink.finish();

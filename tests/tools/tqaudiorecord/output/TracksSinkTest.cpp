@@ -283,6 +283,7 @@ TEST_F(TracksSinkTest, TracksOfAnEarlierRecordingGoWhenTheFirstNewOneHasItsName)
     // As a shell completes a folder's name: other paths of the same files.
     TracksSink::Plan plan{folder_.path() / ""};
     plan.mayReplace = true;
+    plan.programs = names_;
     const auto play = [&](TracksSink& sink, int track, const char* unit, std::size_t frame,
                           int level) {
         const std::vector<std::byte> bytes(882, static_cast<std::byte>(level));
@@ -299,13 +300,17 @@ TEST_F(TracksSinkTest, TracksOfAnEarlierRecordingGoWhenTheFirstNewOneHasItsName)
     ASSERT_TRUE(sink.open());
     play(sink, 1, "music", 0, 0);
     EXPECT_EQ(contentOf(folder_.file("track-2-old-voice.wav")), "precious");
+    play(sink, kMicrophoneTrack, "microphone", 0, 5);
+    EXPECT_EQ(contentOf(folder_.file("track-2-old-voice.wav")), "precious") << "it alone";
+    names_->hear(game_);
     play(sink, 1, "music", 441, 5);
     play(sink, 3, "effects", 882, 5);
     sink.finish();
     EXPECT_EQ(RecordedFile(folder_.file("track-1-music.wav")).frames(), 882U);
     EXPECT_EQ(RecordedFile(folder_.file("track-3-effects.wav")).frames(), 441U);
     std::vector<std::string> expected = others;
-    expected.insert(expected.end(), {"track-1-music.wav", "track-3-effects.wav"});
+    expected.insert(expected.end(),
+                    {"track-1-music.wav", "track-3-effects.wav", "track-8-microphone.wav"});
     EXPECT_THAT(folder_.names(), testing::UnorderedElementsAreArray(expected));
     EXPECT_EQ(contentOf(folder_.file("notes.txt")), "precious");
 }

@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -15,13 +18,16 @@ class VoiceSinkTest : public SinkFixture {
     static constexpr BlockFormat kVoice{44100, 1, 32, true};
 
     void speak(std::size_t from, std::size_t frames, std::uint64_t lost = 0) {
+        speakTo(sink_, from, frames, lost);
+    }
+    void speakTo(Sink& sink, std::size_t from, std::size_t frames, std::uint64_t lost = 0) {
         const auto bytes = tone<float>(441, kVoice, frames, from);
-        sink_.block(game_, {.track = kMicrophoneTrack,
-                            .unit = kMicrophoneName,
-                            .format = kVoice,
-                            .microseconds = at(from),
-                            .frames = bytes,
-                            .lostFrames = lost});
+        sink.block(game_, {.track = kMicrophoneTrack,
+                           .unit = kMicrophoneName,
+                           .format = kVoice,
+                           .microseconds = at(from),
+                           .frames = bytes,
+                           .lostFrames = lost});
     }
     const std::string path_ = VoiceSink::pathBeside(folder_.file("out.flac"));
     VoiceSink sink_{{path_, formatNamed("wav")}};
@@ -63,6 +69,38 @@ TEST_F(VoiceSinkTest, AJumpOfTimeIsSaid) {
                     path_ + ": the program's time stamps jumped; what follows is not at its time"));
     sink_.finish();
     EXPECT_EQ(RecordedFile(path_).frames(), 8820U);
+}
+
+TEST_F(VoiceSinkTest, TheMicrophoneAloneReplacesNoRecording) {
+    std::ofstream(path_) << "a good one";
+    VoiceSink sink(
+        {.path = path_, .kind = formatNamed("wav"), .mayReplace = true, .programs = names_});
+    speakTo(sink, 0, 4410);
+    EXPECT_EQ(std::filesystem::file_size(path_), 10U);
+    names_->hear(game_);
+    speakTo(sink, 4410, 4410);
+    EXPECT_GT(std::filesystem::file_size(path_), 10U) << "a program sounds";
+    sink.finish();
+    EXPECT_EQ(RecordedFile(path_).frames(), 8820U);
+    EXPECT_TRUE(sink.problems().empty());
+}
+
+TEST_F(VoiceSinkTest, WhereNoProgramSoundsTheMicrophoneIsKeptBesideARecording) {
+    std::ofstream(path_) << "a good one";
+    VoiceSink sink(
+        {.path = path_, .kind = formatNamed("wav"), .mayReplace = true, .programs = names_});
+    speakTo(sink, 0, 4410);
+    sink.finish();
+    EXPECT_EQ(std::filesystem::file_size(path_), 10U);
+    const std::string beside = folder_.file("out-microphone-2.wav");
+    EXPECT_EQ(RecordedFile(beside).frames(), 4410U);
+    ASSERT_EQ(sink.files().size(), 1U);
+    EXPECT_EQ(sink.files()[0].path, beside);
+    EXPECT_THAT(sink.problems(),
+                testing::ElementsAre(path_ +
+                                     ": stays as it was, since only the microphone was "
+                                     "heard; the new recording is " +
+                                     beside));
 }
 
 TEST_F(VoiceSinkTest, AFileThatCannotBeMadeIsFoundBeforeThereIsSound) {

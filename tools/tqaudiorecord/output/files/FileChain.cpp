@@ -5,12 +5,27 @@
 #include <system_error>
 #include <utility>
 
-#include "output/files/FileNames.h"
-
 namespace tqrecorder {
 
-FileChain::FileChain(std::string path, bool isNumbered, bool mayReplace)
-    : path_(std::move(path)), isNumbered_(isNumbered), mayReplace_(mayReplace) {
+bool hasSound(std::span<const std::byte> frames, const BlockFormat& format) {
+    const std::size_t sample = format.bitsPerChannel / 8;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        // Floats have a zero with a sign.
+        const bool hasSign = format.isFloat && sample > 0 && i % sample == sample - 1;
+        const std::byte magnitude = hasSign ? frames[i] & std::byte{0x7F} : frames[i];
+        if (magnitude != std::byte{0}) {
+            return true;
+        }
+    }
+    return false;
+}
+
+FileChain::FileChain(std::string path, bool isNumbered, bool mayReplace,
+                     std::shared_ptr<const ProcessNames> programs)
+    : path_(std::move(path)),
+      isNumbered_(isNumbered),
+      mayReplace_(mayReplace),
+      programs_(std::move(programs)) {
 }
 
 PartFile* FileChain::next(std::string& error) {
@@ -81,6 +96,20 @@ void FileChain::moveTo(std::string path) {
     }
 }
 
+void FileChain::wrote(std::span<const std::byte> frames, const BlockFormat& format) {
+    if (!isHeard_) {
+        hasSound_ = hasSound_ || hasSound(frames, format);
+        followPrograms();
+    }
+}
+
+/// The microphone alone is no reason to replace a recording.
+void FileChain::followPrograms() {
+    if (hasSound_ && (programs_ == nullptr || programs_->isHeard())) {
+        heard();
+    }
+}
+
 void FileChain::heard() {
     if (std::exchange(isHeard_, true)) {
         return;
@@ -108,6 +137,15 @@ void FileChain::list(WrittenFile file, std::shared_ptr<PartFile> part) {
     }
     files_.push_back(std::move(file));
     parts_.push_back(std::move(part));
+}
+
+void FileChain::nameBeside(Silent& voice) {
+    std::string problem = voice.part->takeNameBeside();
+    if (voice.part->hasName()) {
+        voice.file.path = voice.part->path();
+        list(std::move(voice.file), voice.part);
+    }
+    problems_.push_back(std::move(problem));
 }
 
 void FileChain::takeName(PartFile& part) {
@@ -149,8 +187,14 @@ std::optional<WrittenFile> FileChain::split(const std::function<void()>& cut) {
 }
 
 void FileChain::finish() {
+    followPrograms();
     for (Silent& silent : silent_) {
-        if (silent.part->isNameTaken()) {
+        const bool isTaken = silent.part->isNameTaken();
+        if (isTaken && hasSound_) {
+            nameBeside(silent);
+            continue;
+        }
+        if (isTaken) {
             problems_.push_back(silent.file.path +
                                 ": stays as it was; the new recording is silent and was dropped");
             continue;

@@ -11,19 +11,6 @@ constexpr std::uint64_t kSilentFrames = 4096;
 
 }  // namespace
 
-bool hasSound(std::span<const std::byte> frames, const BlockFormat& format) {
-    const std::size_t sample = format.bitsPerChannel / 8;
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        // Floats have a zero with a sign.
-        const bool hasSign = format.isFloat && sample > 0 && i % sample == sample - 1;
-        const std::byte magnitude = hasSign ? frames[i] & std::byte{0x7F} : frames[i];
-        if (magnitude != std::byte{0}) {
-            return true;
-        }
-    }
-    return false;
-}
-
 std::string brokenOffText(const std::string& path) {
     return path + ": stopped within a long gap of the program's sound";
 }
@@ -32,7 +19,7 @@ FileSeries::FileSeries(Plan plan, const BlockFormat& format)
     : plan_(std::move(plan)),
       format_(format),
       fileFormat_(format),
-      chain_(plan_.path, plan_.maximumSeconds.has_value(), plan_.mayReplace) {
+      chain_(plan_.path, plan_.maximumSeconds.has_value(), plan_.mayReplace, plan_.programs) {
     if (plan_.kind->onlyRate != 0 && format.sampleRate != plan_.kind->onlyRate) {
         fileFormat_ = widened(format);
         fileFormat_.sampleRate = plan_.kind->onlyRate;
@@ -64,8 +51,8 @@ bool FileSeries::open() {
 
 void FileSeries::write(std::span<const std::byte> frames) {
     writeConverted(resampler_ != nullptr ? resampler_->convert(frames) : frames);
-    if (!chain_.isHeard() && !failed_ && hasSound(frames, format_)) {
-        chain_.heard();
+    if (!failed_) {
+        chain_.wrote(frames, format_);
     }
 }
 

@@ -26,6 +26,7 @@ class FileSeries {
         bool mayReplace = false;  ///< files that have the names
         /// Where the first frame lies, in frames since the recording began.
         std::optional<std::uint64_t> timeReference{};
+        std::shared_ptr<const ProcessNames> programs{};  ///< as FileChain has them
     };
     FileSeries(Plan plan, const BlockFormat& format);
 
@@ -74,9 +75,6 @@ class FileSeries {
     std::uint64_t complete_ = 0;       // frames in files before
     bool failed_ = false;
 };
-
-/// Whether a block is more than silence.
-[[nodiscard]] bool hasSound(std::span<const std::byte> frames, const BlockFormat& format);
 
 /// Microseconds. A longer gap is broken off when the user does not wait for the end.
 inline constexpr double kLongGap = 60e6;

@@ -205,6 +205,17 @@ std::string PartFile::takeNameOrKeep() {
                                        : problem + "; what was recorded is kept as " + keep();
 }
 
+std::string PartFile::takeNameBeside() {
+    mayReplace_ = false;
+    const std::string wanted = path_;
+    std::string problem = takeNameOrKeep();
+    return !hasName_ ? problem
+                     : wanted +
+                           ": stays as it was, since only the microphone was heard; the new "
+                           "recording is " +
+                           path_;
+}
+
 const std::string& PartFile::keep() {
     isKept_ = true;
     struct stat status {};

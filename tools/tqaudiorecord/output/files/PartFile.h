@@ -40,6 +40,9 @@ class PartFile {
     [[nodiscard]] std::string takeName();
     /// The same, and keep() where it has no name then; the line says that.
     [[nodiscard]] std::string takeNameOrKeep();
+    /// The same for what only the microphone was heard in, where another file has the name and
+    /// keeps it: the line says so.
+    [[nodiscard]] std::string takeNameBeside();
     [[nodiscard]] bool hasName() const { return hasName_; }
     /// Stays beside its name, whose place it could not take, write-protected so that no recording
     /// is written over it. Gives where that is.

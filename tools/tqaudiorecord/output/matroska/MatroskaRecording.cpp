@@ -16,7 +16,7 @@ constexpr BlockFormat kMix{44100, 2, 16, false};
 
 MatroskaRecording::MatroskaRecording(FileSeries::Plan plan)
     : plan_(std::move(plan)),
-      chain_(plan_.path, plan_.maximumSeconds.has_value(), plan_.mayReplace) {
+      chain_(plan_.path, plan_.maximumSeconds.has_value(), plan_.mayReplace, plan_.programs) {
     if (plan_.maximumSeconds) {
         maximumFrames_ = static_cast<std::uint64_t>(
             std::max(1.0, std::round(*plan_.maximumSeconds * kMix.sampleRate)));
@@ -114,8 +114,8 @@ void MatroskaRecording::writeNow(const Block& block) {
     }
     writeSilence(stream, silence);
     write(stream, block.frames.first(frames * block.format.frameBytes()));
-    if (!chain_.isHeard() && !failed_ && hasSound(block.frames, block.format)) {
-        chain_.heard();
+    if (!failed_) {
+        chain_.wrote(block.frames, block.format);
     }
 }
 

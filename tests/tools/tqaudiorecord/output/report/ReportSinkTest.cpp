@@ -261,7 +261,8 @@ TEST_F(ReportSinkTest, ALongRecordingMakesNoLargerPage) {
 TEST_F(ReportSinkTest, ReportsFollowTheRulesOfAllFiles) {
     const std::string path = folder_.file("game.html");
     const auto write = [&](const std::string& to, bool isSilent) {
-        Lanes lanes(std::make_shared<ProcessNames>());
+        const auto names = std::make_shared<ProcessNames>();
+        Lanes lanes(names);
         ReportSink sink(
             to, true, lanes, [] { return ReportFacts{}; }, 0);
         EXPECT_TRUE(sink.open());
@@ -269,6 +270,7 @@ TEST_F(ReportSinkTest, ReportsFollowTheRulesOfAllFiles) {
         if (isSilent) {
             lanes.block(game_, mixBlock(silence, at(0)));
         } else {
+            names->hear(game_);
             play(lanes, game_, 0, 4700);
         }
         lanes.finish();
