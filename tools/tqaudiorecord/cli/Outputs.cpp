@@ -179,15 +179,25 @@ bool Outputs::open(std::string& error) {
             return false;
         }
     } else if (!o.output.empty() && format->isMatroska()) {
-        auto sink = std::make_unique<MatroskaSink>(
-            FileSeries::Plan{o.output, format, o.maximumFileSeconds, o.overwrite}, names_);
+        auto sink =
+            std::make_unique<MatroskaSink>(FileSeries::Plan{.path = o.output,
+                                                            .kind = format,
+                                                            .maximumSeconds = o.maximumFileSeconds,
+                                                            .mayReplace = o.overwrite,
+                                                            .programs = names_},
+                                           names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
         }
     } else if (!o.output.empty()) {
-        auto sink = std::make_unique<MixSink>(
-            FileSeries::Plan{o.output, format, o.maximumFileSeconds, o.overwrite}, names_);
+        auto sink =
+            std::make_unique<MixSink>(FileSeries::Plan{.path = o.output,
+                                                       .kind = format,
+                                                       .maximumSeconds = o.maximumFileSeconds,
+                                                       .mayReplace = o.overwrite,
+                                                       .programs = names_},
+                                      names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -196,7 +206,7 @@ bool Outputs::open(std::string& error) {
     if (!o.tracksFolder.empty() && !o.replaySeconds) {
         auto sink = std::make_unique<TracksSink>(
             TracksSink::Plan{o.tracksFolder, o.maximumFileSeconds, o.overwrite, o.tracksFromStart,
-                             formatNamed(o.tracksFormat)},
+                             formatNamed(o.tracksFormat), names_},
             names_);
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
@@ -204,15 +214,19 @@ bool Outputs::open(std::string& error) {
         }
     }
     if (!voiceFile().empty()) {
-        auto sink = std::make_unique<VoiceSink>(
-            FileSeries::Plan{voiceFile(), &trackFormat(), o.maximumFileSeconds, o.overwrite});
+        auto sink =
+            std::make_unique<VoiceSink>(FileSeries::Plan{.path = voiceFile(),
+                                                         .kind = &trackFormat(),
+                                                         .maximumSeconds = o.maximumFileSeconds,
+                                                         .mayReplace = o.overwrite,
+                                                         .programs = names_});
         files_.push_back(sink.get());
         if (!addOpened(std::move(sink), error)) {
             return false;
         }
     }
     if (!o.eventsFile.empty()) {
-        auto sink = std::make_unique<EventsSink>(o.eventsFile, o.overwrite);
+        auto sink = std::make_unique<EventsSink>(o.eventsFile, o.overwrite, names_);
         events_ = sink.get();
         if (!addOpened(std::move(sink), error)) {
             return false;
@@ -360,7 +374,7 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
                        printableAll(silence)) +
            (options_.microphone || options_.isDuckedByVoice()
-                ? voiceFacts_.line(options_.microphoneName)
+                ? voiceFacts_.lines(options_.microphoneName, voice_ ? voice_->leftOutSeconds() : 0)
                 : "");
 }
 

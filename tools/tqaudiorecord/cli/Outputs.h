@@ -75,6 +75,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] bool openViews(std::string& error);
     [[nodiscard]] bool openLive(std::string& error);
     [[nodiscard]] ReportFacts reportFacts() const;
+    void sayWhatTheVoiceWaitsFor();
     void showProblems();
     [[nodiscard]] ControlAnswer save(std::optional<double> seconds);
     [[nodiscard]] ControlAnswer answerOf(ReplaySaved saved) const;
@@ -96,6 +97,7 @@ class Outputs : public SinkSet {
     Observer* observer_ = nullptr;
     PauseTime pauses_;
     std::optional<VoiceTrack> voice_;  ///< with --mic
+    bool isVoiceWaiting_ = false;      ///< for something to play, and that was said
     VoiceFacts voiceFacts_;
     std::vector<FilesSink*> files_;
     std::vector<Split> splits_;  ///< that are not answered yet

@@ -54,7 +54,18 @@ void Outputs::heard(const HeardBlock& block) {
         HeardBlock moved = block;
         moved.microseconds -= pauses_.before(block.microseconds);
         voice_->heard(moved);
+        sayWhatTheVoiceWaitsFor();
     }
+}
+
+/// Once for each time in which nothing plays.
+void Outputs::sayWhatTheVoiceWaitsFor() {
+    constexpr double kLongSeconds = 2;
+    const bool isLong = voice_->waitsForSeconds() > kLongSeconds;
+    if (isLong && !isVoiceWaiting_) {
+        notice("the microphone is not recorded until something plays");
+    }
+    isVoiceWaiting_ = isLong;
 }
 
 void Outputs::processEnded(const Process& process, const HostFacts& facts) {

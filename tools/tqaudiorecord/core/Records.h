@@ -56,6 +56,7 @@ struct HeardBlock {
     std::uint32_t channels = 0;
     std::span<const float> samples;  ///< interleaved, whole frames at the mix's rate
     bool isOpen = false;             ///< else no microphone is there, and this is silence
+    std::uint64_t lostFrames = 0;    ///< right before it, that the recorder was too late for
 };
 
 /// Its number beside those of the tracks, and what stands for its unit.

@@ -42,8 +42,22 @@ void VoiceTrack::heard(const HeardBlock& block) {
     }
     waiting_.push_back({block.microseconds, {block.samples.begin(), block.samples.end()}});
     if (waiting_.size() > kMostWaiting) {
-        waiting_.pop_front();
+        leaveOut();
     }
+}
+
+/// The oldest that waits.
+void VoiceTrack::leaveOut() {
+    leftOutFrames_ += waiting_.front().samples.size() / channels_;
+    waiting_.pop_front();
+}
+
+double VoiceTrack::leftOutSeconds() const {
+    return static_cast<double>(leftOutFrames_) / kRate;
+}
+
+double VoiceTrack::waitsForSeconds() const {
+    return static_cast<double>(leftOutFrames_ - leftOutBefore_) / kRate;
 }
 
 void VoiceTrack::lay(std::uint64_t microseconds, std::span<const float> samples) {
@@ -108,6 +122,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
     for (; !waiting_.empty(); waiting_.pop_front()) {
         lay(waiting_.front().microseconds, waiting_.front().samples);
     }
+    leftOutBefore_ = leftOutFrames_;
     pump(false);
 }
 
@@ -186,6 +201,9 @@ void VoiceTrack::ended(const Process& process) {
 void VoiceTrack::finish() {
     if (beside_) {
         leave();
+    }
+    while (!waiting_.empty()) {
+        leaveOut();
     }
 }
 

@@ -26,6 +26,10 @@ class VoiceTrack {
     void ended(const Process& process);
     /// Nothing more comes: what waits goes out.
     void finish();
+    /// Seconds that were heard and lie beside no mix, as nothing played: they went nowhere.
+    [[nodiscard]] double leftOutSeconds() const;
+    /// The same since a mix was there last; 0 while there is one.
+    [[nodiscard]] double waitsForSeconds() const;
 
   private:
     /// A block as it was heard, until it is known what it stands beside.
@@ -51,12 +55,15 @@ class VoiceTrack {
     void pump(bool isAll);
     void sendMix(std::int64_t until, const MixBlock* block);
     [[nodiscard]] std::int64_t voiceEnd() const;
+    void leaveOut();
     void leave();
 
     const Out out_;
     const bool isInMix_;
     std::uint32_t channels_ = 1;
     std::deque<Waiting> waiting_;
+    std::uint64_t leftOutFrames_ = 0;
+    std::uint64_t leftOutBefore_ = 0;  ///< of them, when there was a mix last
     std::optional<Beside> beside_;
     std::optional<VoiceAligner> aligner_;
 

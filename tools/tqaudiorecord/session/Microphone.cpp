@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 #include "ipc/Printable.h"
 
@@ -135,12 +136,14 @@ OSStatus Microphone::listen(AudioUnitRenderActionFlags* flags, const AudioTimeSt
     const bool hasRoom =
         written - read_.load(std::memory_order_acquire) < kBlocks &&
         frames_ + frames - readFrames_.load(std::memory_order_relaxed) <= kRingFrames;
+    // What finds no room is missed in the count of time, and silence of its length.
+    lost_ += hasRoom ? 0 : frames;
     if (hasRoom) {
-        // What finds no room is missed in the count of time, and silence of its length.
         for (std::size_t i = 0; i < samples; ++i) {
             ring_[(frames_ * channels_ + i) & (ring_.size() - 1)] = block_[i];
         }
-        headers_[written % kBlocks] = {time.mHostTime / kNsPerMicrosecond, frames_, frames};
+        headers_[written % kBlocks] = {time.mHostTime / kNsPerMicrosecond, frames_, frames,
+                                       std::exchange(lost_, 0)};
         frames_ += frames;
         written_.store(written + 1, std::memory_order_release);
     }
@@ -156,7 +159,7 @@ void Microphone::take(const std::function<void(const HeardBlock&)>& each) {
         for (std::size_t i = 0; i < taken_.size(); ++i) {
             taken_[i] = ring_[(header.first * channels_ + i) & (ring_.size() - 1)];
         }
-        each({header.microseconds, channels_, taken_, isNowOpen});
+        each({header.microseconds, channels_, taken_, isNowOpen, header.lost});
         readFrames_.store(header.first + header.frames, std::memory_order_relaxed);
         read_.store(read + 1, std::memory_order_release);
     }

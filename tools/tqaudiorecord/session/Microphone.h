@@ -48,6 +48,7 @@ class Microphone {
         std::uint64_t microseconds = 0;
         std::uint64_t first = 0;  ///< frame, counted since the start
         std::uint32_t frames = 0;
+        std::uint64_t lost = 0;  ///< frames right before it
     };
     static constexpr std::size_t kBlocks = 1024;
 
@@ -66,6 +67,7 @@ class Microphone {
     std::vector<float> ring_;
     std::array<Header, kBlocks> headers_{};
     std::uint64_t frames_ = 0;  ///< heard; on the device's thread
+    std::uint64_t lost_ = 0;    ///< since the last that found room; the same
     std::atomic<std::uint64_t> written_{0};
     std::atomic<std::uint64_t> read_{0};
     std::atomic<std::uint64_t> readFrames_{0};  ///< released with read_

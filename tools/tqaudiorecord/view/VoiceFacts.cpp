@@ -8,36 +8,57 @@
 #include "output/FilesSink.h"
 
 namespace tqrecorder {
+namespace {
+
+constexpr double kLeastSeconds = 0.1;
+
+std::string textOf(double seconds) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f s", seconds);
+    return text.data();
+}
+
+}  // namespace
 
 void VoiceFacts::add(const HeardBlock& block) {
     const std::uint64_t frames = block.samples.size() / std::max(1U, block.channels);
     frames_ += frames;
     wasOpen_ = wasOpen_ || block.isOpen;
+    lostFrames_ += block.lostFrames;
     awayFrames_ += block.isOpen ? 0 : frames;
     hasSound_ = hasSound_ || std::any_of(block.samples.begin(), block.samples.end(),
                                          [](float sample) { return sample != 0; });
 }
 
-std::string VoiceFacts::line(const std::string& name) const {
-    const std::string which = name.empty() ? "" : " " + printable(name);
+std::string VoiceFacts::lines(const std::string& name, double leftOutSeconds) const {
+    const std::string which = "Microphone" + (name.empty() ? "" : " " + printable(name)) + ": ";
+    const std::string silent = whySilent();
+    std::string all = silent.empty() ? "" : which + silent + "\n";
+    const double lost = static_cast<double>(lostFrames_) / kMixFormat.sampleRate;
+    if (lost > 0) {
+        all += which + textOf(lost) + " were lost while the recorder was held up\n";
+    }
+    // A silent one has nothing to miss.
+    if (hasSound_ && leftOutSeconds >= kLeastSeconds) {
+        all +=
+            which + textOf(leftOutSeconds) + " that it heard while nothing played are in no file\n";
+    }
+    return all;
+}
+
+std::string VoiceFacts::whySilent() const {
     const std::string unducked = isToDuck_ ? ", so that nothing was ducked" : "";
     if (!wasOpen_) {
-        return "Microphone" + which + ": there was none" + unducked +
-               "; tqplatform-devices lists what there is\n";
+        return "there was none" + unducked + "; tqplatform-devices lists what there is";
     }
     if (!hasSound_) {
-        return "Microphone" + which + ": it heard nothing at all" + unducked +
-               "; is it muted or switched off?\n";
+        return "it heard nothing at all" + unducked + "; is it muted or switched off?";
     }
     const double away = static_cast<double>(awayFrames_) / kMixFormat.sampleRate;
-    constexpr double kLeastSeconds = 0.1;
-    if (away < kLeastSeconds) {
-        return {};
-    }
-    std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), ": it was away for %.1f s, ", away);
-    return "Microphone" + which + text.data() +
-           (isToDuck_ ? "in which nothing was ducked\n" : "which are silence\n");
+    return away < kLeastSeconds
+               ? ""
+               : "it was away for " + textOf(away) +
+                     (isToDuck_ ? ", in which nothing was ducked" : ", which are silence");
 }
 
 }  // namespace tqrecorder

@@ -13,14 +13,18 @@ class VoiceFacts {
     explicit VoiceFacts(bool isToDuck) : isToDuck_(isToDuck) {}
 
     void add(const HeardBlock& block);
-    /// Why it was silent, all the time or a part of it; empty when it is not. `name` is the one
-    /// that was asked for, empty for the default.
-    [[nodiscard]] std::string line(const std::string& name) const;
+    /// Why it was silent, all the time or a part of it, and what of it is in no file; empty when
+    /// all is there. `name` is the one that was asked for, empty for the default; `leftOutSeconds`
+    /// it heard while nothing played.
+    [[nodiscard]] std::string lines(const std::string& name, double leftOutSeconds) const;
 
   private:
+    [[nodiscard]] std::string whySilent() const;
+
     bool isToDuck_;
     std::uint64_t frames_ = 0;
     std::uint64_t awayFrames_ = 0;
+    std::uint64_t lostFrames_ = 0;
     bool wasOpen_ = false;
     bool hasSound_ = false;
 };

@@ -113,6 +113,24 @@ TEST_F(Voices, InTheMixItIsAddedWhereItWasHeard) {
     EXPECT_EQ(all.at(59 * kMixBlock), 0.375);
 }
 
+TEST_F(Voices, WhatIsHeardWhileNothingPlaysIsCounted) {
+    begin(false);
+    hear(0, 400);
+    EXPECT_NEAR(track_->waitsForSeconds(), 3, 0.02) << "all but the last second";
+    mix(game_, 400, 450);
+    hear(400, 450);
+    EXPECT_EQ(track_->waitsForSeconds(), 0);
+    track_->ended(game_);
+    hear(450, 650);
+    EXPECT_NEAR(track_->waitsForSeconds(), 1, 0.02);
+    mix(other_, 650, 700);
+    EXPECT_NEAR(track_->leftOutSeconds(), 4, 0.04);
+    track_->ended(other_);
+    hear(700, 750);
+    track_->finish();
+    EXPECT_NEAR(track_->leftOutSeconds(), 4.5, 0.04) << "the end waits for no mix";
+}
+
 TEST_F(Voices, TooLoudASumIsCut) {
     begin(true);
     mix(game_, 0, 1, 32000);
