@@ -15,7 +15,7 @@
 //   the device calls    open, start, stop, preferRate,       one at a time, never during another
 //                       preferDuration, expect, meet,
 //                       hurry, forgetAfterFork
-//   the backend calls   render, changed, lost                render and changed never at one time
+//   the backend calls   render, changed, changedLate, lost   render and changed never at one time
 
 namespace tqplatform {
 
@@ -70,6 +70,9 @@ class BackendHost {
     /// before this returns: a backend that learns of it elsewhere waits for its own thread first.
     /// A format out of range counts as lost.
     virtual void changed(const DeviceFormat& format) noexcept = 0;
+    /// [any thread] Behind changed(): whoever asked for it waits for the answer no more. Programs
+    /// are told of it on another thread, unless somebody has told them meanwhile.
+    virtual void changedLate() noexcept = 0;
     /// [any thread] As Device::isNewFormat().
     [[nodiscard]] virtual bool isNewFormat() noexcept = 0;
     /// [any thread] What the backend plays on is gone: an unplugged device, a server that died. No

@@ -9,6 +9,7 @@
 
 #include "common/SignalsBlocked.h"
 #include "common/Threads.h"
+#include "device/DeviceNotices.h"
 #include "format/PCMFormat.h"
 
 namespace tqplatform {
@@ -300,13 +301,28 @@ void Device::lost() noexcept {
     }
 }
 
-void Device::followElsewhere() noexcept {
+void Device::changedLate() noexcept {
+    // Not on this thread, which renders: handlers take as long as they like.
+    elsewhere([this] {
+        if (isNewFormat()) {
+            tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+        }
+    });
+}
+
+template <class Call>
+void Device::elsewhere(const Call& call) noexcept {
     try {
         const tqcommon::SignalsBlocked blocked;
-        std::thread([this] { static_cast<void>(follow()); }).detach();
+        std::thread(call).detach();
     } catch (const std::exception&) {
-        // No thread or no memory: the next client that comes or goes makes up for it.
+        // No thread or no memory: the next client that comes or goes, or the next notice, makes up
+        // for it.
     }
+}
+
+void Device::followElsewhere() noexcept {
+    elsewhere([this] { static_cast<void>(follow()); });
 }
 
 void Device::rest() noexcept {

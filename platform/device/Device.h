@@ -99,6 +99,7 @@ class Device final : private BackendHost {
     // What backends call.
     AudioTimeStamp render(const BlockRequest& block) noexcept override;
     void changed(const DeviceFormat& format) noexcept override;
+    void changedLate() noexcept override;
     void lost() noexcept override;
 
     /// Opens a backend of that name in place of the present one.
@@ -116,6 +117,9 @@ class Device final : private BackendHost {
     bool follow();
     /// [any thread] The same on a thread of its own.
     void followElsewhere() noexcept;
+    /// [any thread] Calls it on a thread of its own; not where there can be none.
+    template <class Call>
+    static void elsewhere(const Call& call) noexcept;
     /// [render thread] Clients have left from inside a slice.
     void rest() noexcept;
     AudioTimeStamp stamp(UInt64 hostTime) const noexcept;

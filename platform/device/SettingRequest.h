@@ -32,31 +32,41 @@ class SettingRequest {
         if (setting.seconds > 0) {
             seconds_.store(setting.seconds, std::memory_order_relaxed);
         }
+        waiting_.fetch_add(mayWait ? 1 : 0);
         const auto end = std::chrono::steady_clock::now() + kLongestWait;
-        while (!enter()) {
-            if (!mayWait || std::chrono::steady_clock::now() >= end) {
-                return;
-            }
+        bool isMine = enter();
+        while (!isMine && mayWait && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(kWaitStep);
+            isMine = enter();
         }
-        applyAsked(apply);
-        leave();
+        if (isMine) {
+            static_cast<void>(applyAsked(apply));
+            leave();
+        }
+        waiting_.fetch_sub(mayWait ? 1 : 0);
     }
 
-    /// [render thread] Around each request; applies what was asked for before it begins. Waits for
-    /// a change that is under way, which is a few stores.
-    template <class Apply, class Render>
-    void render(const Apply& apply, const Render& render) {
+    /// [render thread] Around each request; applies what was asked for before it begins, and calls
+    /// `tellLate` when nobody who asked waits for it. Waits for a change that is under way, which
+    /// is a few stores.
+    template <class Apply, class TellLate, class Render>
+    void render(const Apply& apply, const TellLate& tellLate, const Render& render) {
         while (!enter()) {
             std::this_thread::yield();
         }
-        applyAsked(apply);
+        // Read behind the change and written: whoever gives up waiting later sees the change.
+        if (applyAsked(apply) && waiting_.fetch_add(0) == 0) {
+            tellLate();
+        }
         render();
         leave();
     }
 
     /// In the child of a fork.
-    void forgetAfterFork() noexcept { leave(); }
+    void forgetAfterFork() noexcept {
+        waiting_.store(0);
+        leave();
+    }
 
   private:
     /// A caller may hold a lock that a callback of the request wants, so the wait ends: after two
@@ -72,16 +82,19 @@ class SettingRequest {
                    : 0;
     }
     template <class Apply>
-    void applyAsked(const Apply& apply) noexcept {
+    [[nodiscard]] bool applyAsked(const Apply& apply) noexcept {
         const ClockSetting setting{taken(sampleRate_), taken(seconds_)};
-        if (setting.sampleRate > 0 || setting.seconds > 0) {
+        const bool isAny = setting.sampleRate > 0 || setting.seconds > 0;
+        if (isAny) {
             apply(setting);
         }
+        return isAny;
     }
 
     std::atomic_flag turn_;
     std::atomic<Float64> sampleRate_{0};  ///< 0 when nothing is asked for
     std::atomic<Float64> seconds_{0};     ///< the same
+    std::atomic<int> waiting_{0};         ///< who have asked and wait for it
 };
 
 }  // namespace tqplatform

@@ -92,6 +92,7 @@ AudioTimeStamp HandoverBackend::render(const BlockRequest& block) noexcept {
     }
     if (published_.sampleRate != clockRate_.load(std::memory_order_relaxed)) {
         publish(Driver::clock);
+        changedLate();
     }
     BlockRequest timed = block;
     times_.ofClock(timed, published_.sampleRate);
@@ -155,6 +156,20 @@ void HandoverBackend::changed(const DeviceFormat& format) noexcept {
     if (turn && driver_.load(std::memory_order_relaxed) == Driver::clock) {
         publish(Driver::clock);
     }
+}
+
+void HandoverBackend::changedLate() noexcept {
+    {
+        const std::lock_guard lock(care_.mutex);
+        if (care_.thread.joinable()) {
+            // It tells all else: one thing behind the other.
+            care_.isFormatLate = true;
+            ++care_.requests;
+            care_.asked.notify_one();
+            return;
+        }
+    }
+    host_->changedLate();
 }
 
 void HandoverBackend::lost() noexcept {

@@ -101,6 +101,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
         ClientWants wants;
         HeardWish wish;
         bool meets = false;         ///< somebody asks what the device is like
+        bool isFormatLate = false;  ///< the clock has another, for which nobody waits any more
         bool awaitsRate = false;    ///< somebody waits for what the device says to the wish's rate
         bool isPlayingOut = false;  ///< a device that nobody needs any more
         bool isHeldUp = false;      ///< a call of the device takes long: nobody waits for answers
@@ -123,6 +124,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     // What the clock calls.
     AudioTimeStamp render(const BlockRequest& block) noexcept override;
     void changed(const DeviceFormat& format) noexcept override;
+    void changedLate() noexcept override;
     void lost() noexcept override;
     bool isNewFormat() noexcept override { return host_->isNewFormat(); }
     // What the device calls.

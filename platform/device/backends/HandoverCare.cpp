@@ -97,6 +97,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isHearing = care_.wants.hearing;
     const bool isMeeting = care_.meets && !care_.isRefused && !wasOpen_.load();
     const bool isTrying = care_.awaitsRate && wish.sampleRate != takenRate_ && wasOpen_.load();
+    const bool isFormatLate = std::exchange(care_.isFormatLate, false);
     lock.unlock();
     if (isWanted || isInterrupted_) {
         heedSleep();
@@ -161,6 +162,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         }
         isInterrupted_ = false;
         tellInterruptionEnded();
+    }
+    if (isFormatLate && isNews(false)) {
+        tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
     }
     if (!isHearing) {
         toldHearing_ = false;

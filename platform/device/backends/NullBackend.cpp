@@ -168,9 +168,11 @@ class NullBackend final : public Backend {
                 if (now == Wish::rest) {
                     break;
                 }
-                settingRequest_.render(Change{*this}, [&] {
-                    host_->render({frames, clock.playTimeNs()});
-                });
+                settingRequest_.render(
+                    Change{*this}, [&] { host_->changedLate(); },
+                    [&] {
+                        host_->render({frames, clock.playTimeNs()});
+                    });
                 clock.advance(nowNs());
                 if (rate != rate_.load() || frames != frames_.load()) {
                     rate = rate_.load();

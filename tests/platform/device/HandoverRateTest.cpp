@@ -74,21 +74,45 @@ TEST(HandoverCare, WhatIsPreferredWhileWhatWasRenderedIsPlayedOutHoldsFromTheNex
     device.removeClient(heard);
 }
 
-TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
-    class Asking final : public DeviceClient {
-      public:
-        explicit Asking(Device& device) : device_(device) {}
-        void render(const DeviceSlice& /*slice*/) noexcept override {
-            const auto begin = std::chrono::steady_clock::now();
-            static_cast<void>(device_.preferRate(32000));
-            shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
-        }
-        ClientWants wants() const noexcept override { return {true, false}; }
-        std::chrono::nanoseconds shortest = std::chrono::hours(1);
+/// A program that asks for a rate in each callback.
+class Asking final : public DeviceClient {
+  public:
+    explicit Asking(Device& device, bool isHeard = true) : device_(device), isHeard_(isHeard) {}
+    void render(const DeviceSlice& /*slice*/) noexcept override {
+        const auto begin = std::chrono::steady_clock::now();
+        static_cast<void>(device_.preferRate(32000));
+        shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
+    }
+    ClientWants wants() const noexcept override { return {isHeard_, false}; }
+    std::chrono::nanoseconds shortest = std::chrono::hours(1);
 
-      private:
-        Device& device_;
-    };
+  private:
+    Device& device_;
+    const bool isHeard_;
+};
+
+TEST(HandoverCare, ARateThatACallbackOfTheClockAsksForIsToldOnce) {
+    // Where there is no device, with the caretaker that has looked for one, and without.
+    scene.isThere = false;
+    for (const bool isHeard : {true, false}) {
+        Device& device = openBoth();
+        Asking asking(device, isHeard);
+        Notices notices;
+        testing::internal::CaptureStderr();
+        ASSERT_TRUE(device.addClient(asking));
+        for (int block = 0; block < 3; ++block) {
+            scene.clock->render({512, 0});
+        }
+        EXPECT_EQ(device.sampleRate(), 32000);
+        EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 8"}; }));
+        device.removeClient(asking);
+        EXPECT_FALSE(device.isNewFormat());
+        EXPECT_EQ(notices.told(), Words{"route 8"});
+        testing::internal::GetCapturedStderr();
+    }
+}
+
+TEST(HandoverCare, ARateThatACallbackAsksForHoldsNoBlockUp) {
     Device& device = openBoth();
     Asking asking(device);
     HandoverClient heard(true);

@@ -1,3 +1,5 @@
+#include <AVFoundation/AVFoundation.h>
+#include <AudioToolbox/AudioSession.h>
 #include <TQPlatform/NullDevice.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -22,6 +24,7 @@
 #include <vector>
 
 #include "device/Device.h"
+#include "support/ProgramRunner.h"
 
 /// The children of the fork tests make threads; the thread sanitizer forbids it unless asked.
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
@@ -224,6 +227,88 @@ TEST(NullDevice, ARateAskedForInsideASliceIsThereBehindIt) {
     EXPECT_TRUE(accepted);
     EXPECT_EQ(within, 48000);
     EXPECT_EQ(sharedDevice().sampleRate(), 32000);
+}
+
+/// What programs are told of the device's format while it is there.
+class RouteNotices {
+  public:
+    RouteNotices() {
+        NSNotificationCenter::defaultCenter().addObserver(
+            this,
+            [this](const NSNotification& notice) {
+                reason = notice.integerForKey(AVAudioSessionRouteChangeReasonKey, -1);
+                rate = sharedDevice().sampleRate();
+                ++count;
+            },
+            AVAudioSessionRouteChangeNotification, nullptr);
+    }
+    ~RouteNotices() { NSNotificationCenter::defaultCenter().removeObserver(this); }
+    RouteNotices(const RouteNotices&) = delete;
+    RouteNotices& operator=(const RouteNotices&) = delete;
+
+    std::atomic<int> count{0};
+    std::atomic<long> reason{0};   ///< of the last
+    std::atomic<Float64> rate{0};  ///< when it came
+};
+
+OSStatus preferInSession(Float64 rate) {
+    return AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareSampleRate, sizeof rate,
+                                   &rate);
+}
+
+TEST(NullDevice, ARateThatACallbackAsksForIsToldOnceItHolds) {
+    ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
+    RouteNotices notices;
+    std::atomic<Float64> listened{0};
+    ASSERT_EQ(AudioSessionAddPropertyListener(
+                  kAudioSessionProperty_CurrentHardwareSampleRate,
+                  [](void* heard, AudioSessionPropertyID, UInt32, const void* rate) {
+                      static_cast<std::atomic<Float64>*>(heard)->store(
+                          *static_cast<const Float64*>(rate));
+                  },
+                  &listened),
+              kAudioSessionNoError);
+    std::atomic<bool> asks{true};
+    Client client([&](const DeviceSlice&) {
+        if (asks.exchange(false)) {
+            EXPECT_EQ(preferInSession(32000), kAudioSessionNoError);
+            EXPECT_EQ(notices.count, 0) << "it does not hold yet";
+        }
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    EXPECT_TRUE(tqtest::eventually([&] { return notices.count == 1; }));
+    EXPECT_EQ(notices.reason, AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+    EXPECT_EQ(notices.rate, 32000);
+    EXPECT_TRUE(tqtest::eventually([&] { return listened == 32000; }));
+    ASSERT_TRUE(client.waitForSlices(client.notes().size() + 8));
+    EXPECT_EQ(notices.count, 1);
+}
+
+TEST(NullDevice, ARateIsToldByWhoSetsItOrElseWhenItHolds) {
+    ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
+    RouteNotices notices;
+    std::atomic<bool> isToHold{false};
+    std::atomic<bool> isHeld{false};
+    Client client([&](const DeviceSlice&) {
+        isHeld = isToHold.load();
+        isToHold.wait(true);
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    isToHold = true;
+    ASSERT_TRUE(tqtest::eventually([&] { return isHeld.load(); }));
+    EXPECT_EQ(preferInSession(32000), kAudioSessionNoError);
+    EXPECT_EQ(notices.count, 0) << "a callback holds it up for longer than its setter waits";
+    isToHold = false;
+    isToHold.notify_all();
+    EXPECT_TRUE(tqtest::eventually([&] { return notices.count == 1; }));
+    int changes = 1;
+    for (const Float64 rate : {44100, 48000, 32000, 44100, 48000, 32000, 44100, 48000}) {
+        EXPECT_EQ(preferInSession(rate), kAudioSessionNoError);
+        ++changes;
+        EXPECT_TRUE(tqtest::eventually([&] { return notices.count == changes; })) << rate;
+    }
+    ASSERT_TRUE(client.waitForSlices(client.notes().size() + 8));
+    EXPECT_EQ(notices.count, changes) << "never twice";
 }
 
 TEST(NullDevice, StampsSampleTimesByFramesAndHostTimesByTheGridOfItsPeriods) {
