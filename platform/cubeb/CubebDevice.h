@@ -32,6 +32,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     bool accepts() override { return !isToPlay_ || makeStream(); }
     [[nodiscard]] bool hear(bool isHearing) override;
     [[nodiscard]] bool isHearing() const override;
+    [[nodiscard]] bool isStill() const override;
     bool finish() noexcept override;
     [[nodiscard]] tqplatform::HeardPlace place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.

@@ -59,6 +59,11 @@ bool CubebDevice::isHearing() const {
     return isHearing_.load() && nowNs() < heardUntil_.load(std::memory_order_relaxed);
 }
 
+bool CubebDevice::isStill() const {
+    // What programs play instead of it is none that would begin again.
+    return isHearing_.load() && !isHearing() && !hearsPrograms();
+}
+
 UInt32 CubebDevice::heardFrames() const {
     return std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
 }

@@ -82,8 +82,11 @@ class HeardDevice {
     /// device that only listens it changes nothing. False when it has to be opened anew for that:
     /// there was no microphone then.
     [[nodiscard]] virtual bool hear(bool isHearing) = 0;
-    /// [host thread] Whether a microphone is open.
+    /// [host thread] Whether a microphone is open and brings something.
     [[nodiscard]] virtual bool isHearing() const = 0;
+    /// [host thread] Whether a microphone is open and brings nothing, which it may do again any
+    /// time.
+    [[nodiscard]] virtual bool isStill() const = 0;
     /// [host thread] Asks for nothing more and waits, half a second at most, until what was
     /// rendered has been played. True when it was wanted again before: then it asks as if nothing
     /// had been.

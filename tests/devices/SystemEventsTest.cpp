@@ -290,6 +290,42 @@ TEST_F(SystemEvents, AMicrophoneThatStandsStillBesideSpeakersIsToldAndToldAgain)
     EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
 }
 
+TEST_F(SystemEvents, AMicrophoneAloneThatStandsStillIsToldOnceAndToldAgain) {
+    plugIn("headset");
+    play({"alone", "listen", "sleep:0.5", "say", "await:" + file("still"), "sleep:5", "say",
+          "await:" + file("end"), "say", "heard:/dev/null"});
+    ASSERT_TRUE(says("hearing=1"));
+    pactl({"suspend-source", "headset", "1"});
+    EXPECT_TRUE(says("route=2"));
+    go("still");
+    EXPECT_TRUE(says("hearing=0")) << "it has been opened anew by then";
+    pactl({"suspend-source", "headset", "0"});
+    EXPECT_TRUE(says("route=1"));
+    go("end");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(end["hearing"], "1");
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+}
+
+TEST_F(SystemEvents, AServerThatStandsStillIsToldToWhoListensAloneAndToldAgainWhenItGoesOn) {
+    plugIn("headset");
+    play({"alone", "listen", "sleep:0.5", "say", "await:" + file("still"), "say",
+          "await:" + file("end"), "say", "heard:/dev/null"});
+    ASSERT_TRUE(says("hearing=1"));
+    server_.freeze();
+    EXPECT_TRUE(says("route=2"));
+    go("still");
+    EXPECT_TRUE(says("hearing=0"));
+    server_.thaw();
+    EXPECT_TRUE(says("route=1"));
+    go("end");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(end["hearing"], "1");
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+}
+
 TEST_F(SystemEvents, AMachineThatSleepsIsAnInterruptionAndWaitsUntilItIsTold) {
     needTool("dbus-daemon", "dbus-daemon");
     const std::string address = "unix:path=" + file("bus");

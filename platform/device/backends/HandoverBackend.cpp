@@ -295,7 +295,7 @@ void HandoverBackend::forgetAfterFork() noexcept {
     }
     isAsleep_ = false;
     wasOpen_.store(false);
-    hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = isOutdated_ = false;
+    hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = wasStill_ = isOutdated_ = false;
     takenRate_ = 0;
     isHearing_.store(false);
     isOffered_.store(false);

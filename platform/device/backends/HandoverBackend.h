@@ -201,6 +201,15 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void watchRequests();
     /// A microphone that has gone, or was never there, is tried again beside the speakers.
     void listenAgain();
+    /// One that is open alone and brings nothing is opened anew.
+    void watchMicrophone();
+    /// Whether one that is not heard has been waited for long enough.
+    [[nodiscard]] bool isToListenAgain();
+    /// Whether a microphone is heard. One that stood still alone counts again with its first
+    /// block, not when it is opened anew.
+    [[nodiscard]] bool hears() const;
+    [[nodiscard]] bool awaitsFirstBlock() const;
+    void noteHearing();
     void listen(bool isHearing);
     /// Tells, once, that a microphone is open or is not any more.
     void tellHearing(bool isHearing);
@@ -273,9 +282,11 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool isAsleep_ = false;
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;
-    bool stoodStill_ = false;  ///< programs were told so
-    int deafLooks_ = 0;        ///< that found no microphone though one is wanted
-    int looks_ = 0;            ///< since the device was opened
+    bool stoodStill_ = false;        ///< programs were told so
+    int deafLooks_ = 0;              ///< that found no microphone though one is wanted
+    int stillLooks_ = kWakingLooks;  ///< as many of one that is open, before it is tried again
+    bool wasStill_ = false;          ///< alone: programs are told with its next block
+    int looks_ = 0;                  ///< since the device was opened
 
     Care care_;
 };

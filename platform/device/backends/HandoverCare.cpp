@@ -131,9 +131,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             }
             isInterrupted_ = false;
             tellInterruptionEnded();
-        } else if (isThere && isLost && !stoodStill) {
+        } else if (isThere && isLost && !stoodStill && !wasStill_) {
             tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
-        } else if (isThere && (isOutdated || stoodStill)) {
+        } else if (isThere && (isOutdated || stoodStill) && !wasStill_) {
             tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
         } else if (isThere && isDeafAlone_ && !wish.isToPlay) {
             tellHearing(true);
@@ -155,6 +155,8 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         tryRate(wish);
     }
     isDeafAlone_ = isHearing && !isThere && !isHeard;
+    // What is away is no longer still, and is heard as soon as it is back.
+    wasStill_ = wasStill_ && isHearing && isThere;
     if (isInterrupted_ && !isAsleep_ && (!isWanted || isDeafAlone_) && meetDevice(wish)) {
         // What was interrupted is there again, though nobody plays on it or there is no microphone.
         if (isNews(false)) {
@@ -178,9 +180,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         wasHearing_ = isHearing;
         listen(isHearing);
         // Who has just begun to listen knows nothing yet.
-        toldHearing_ = device_->device->isHearing();
+        toldHearing_ = wasStill_ ? toldHearing_ : device_->device->isHearing();
     }
-    isHearing_.store(device_ != nullptr && device_->device->isHearing());
+    isHearing_.store(hears());
     lock.lock();
     if (!isThere && !wasOpen_.load() && !care_.isRefused) {
         care_.isRefused = true;

@@ -113,7 +113,8 @@ HandoverBackend::Opening HandoverBackend::tryDevice(const HeardWish& wish) {
         return isRefused ? Opening::refused : Opening::none;
     }
     isUp_ = true;
-    toldHearing_ = isDeafAlone_ ? toldHearing_ : kept->device->isHearing();
+    wasStill_ = wasStill_ && !wish.isToPlay;
+    toldHearing_ = isDeafAlone_ || wasStill_ ? toldHearing_ : kept->device->isHearing();
     static_cast<void>(settleClock());
     hasRun_ = hasRun_ || wish.isToPlay;
     return Opening::open;

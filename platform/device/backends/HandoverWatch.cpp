@@ -1,5 +1,6 @@
 // What HandoverBackend's caretaker sees of the device without a request of the program.
 
+#include <algorithm>
 #include <utility>
 
 #include "device/DeviceNotices.h"
@@ -15,6 +16,9 @@ constexpr int kQuietLooks = 4;
 constexpr int kMostQuietLooks = 40;
 /// Looks after which a microphone that is wanted and not open is tried again: half a second.
 constexpr int kDeafLooks = 2;
+/// The same of one that is open and brings nothing: three seconds at first, and twice as long each
+/// time, up to half a minute. Desktops show each time that somebody begins to listen.
+constexpr int kMostStillLooks = 120;
 
 }  // namespace
 
@@ -24,13 +28,14 @@ void HandoverBackend::watchRequests() {
     const bool asks = requests != seenRequests_ || device_->gate.isInside();
     quietLooks_ = asks ? 0 : quietLooks_ + 1;
     seenRequests_ = requests;
+    // Of a microphone alone it is told that nothing is heard.
     if (const bool standsStill = quietLooks_ >= kQuietLooks;
-        standsStill != stoodStill_ && (standsStill || quietLooks_ == 0)) {
+        deviceWish_.isToPlay && standsStill != stoodStill_ && (standsStill || quietLooks_ == 0)) {
         stoodStill_ = standsStill;
         tellRouteChange(standsStill ? AVAudioSessionRouteChangeReasonOldDeviceUnavailable
                                     : AVAudioSessionRouteChangeReasonNewDeviceAvailable);
     }
-    if (quietLooks_ >= kMostQuietLooks) {
+    if (deviceWish_.isToPlay && quietLooks_ >= kMostQuietLooks) {
         isLost_.store(true);
     } else if (++looks_ > kWakingLooks && quietLooks_ >= kQuietLooks) {
         static_cast<void>(driveByClock());
@@ -40,13 +45,15 @@ void HandoverBackend::watchRequests() {
 }
 
 void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
-    const bool wantsHearing = care_.wants.hearing && deviceWish_.isToPlay;
+    const bool wantsHearing = care_.wants.hearing;
     lock.unlock();
     watchRequests();
     if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
         sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
     }
-    if (wantsHearing && quietLooks_ == 0) {
+    if (!deviceWish_.isToPlay) {
+        watchMicrophone();
+    } else if (wantsHearing && quietLooks_ == 0) {
         listenAgain();
     }
     followPlace();
@@ -60,16 +67,49 @@ void HandoverBackend::listen(bool isHearing) {
     isOutdated_ = isOutdated_ || !device_->answer;
 }
 
-void HandoverBackend::listenAgain() {
-    deafLooks_ = device_->device->isHearing() ? 0 : deafLooks_ + 1;
-    if (deafLooks_ >= kDeafLooks) {
+bool HandoverBackend::awaitsFirstBlock() const {
+    return wasStill_ && !deviceWish_.isToPlay && device_->gate.requests() == 0;
+}
+
+bool HandoverBackend::hears() const {
+    return device_ != nullptr && device_->device->isHearing() && !awaitsFirstBlock();
+}
+
+void HandoverBackend::noteHearing() {
+    isHearing_.store(hears());
+    tellHearing(hears());
+}
+
+bool HandoverBackend::isToListenAgain() {
+    if (hears()) {
         deafLooks_ = 0;
+        stillLooks_ = kWakingLooks;
+        return false;
+    }
+    const bool isStill = device_->device->isStill() || awaitsFirstBlock();
+    if (++deafLooks_ < (isStill ? stillLooks_ : kDeafLooks)) {
+        return false;
+    }
+    deafLooks_ = 0;
+    stillLooks_ = isStill ? std::min(2 * stillLooks_, kMostStillLooks) : stillLooks_;
+    return true;
+}
+
+void HandoverBackend::watchMicrophone() {
+    if (isLost_.load()) {
+        return;  // what comes of it is told when it is opened anew
+    }
+    noteHearing();
+    wasStill_ = !hears();
+    isOutdated_ = isToListenAgain() || isOutdated_;
+}
+
+void HandoverBackend::listenAgain() {
+    if (isToListenAgain()) {
         listen(false);
         listen(true);
     }
-    const bool isHearing = device_->device->isHearing();
-    isHearing_.store(isHearing);
-    tellHearing(isHearing);
+    noteHearing();
 }
 
 void HandoverBackend::tellHearing(bool isHearing) {

@@ -247,6 +247,26 @@ TEST(CubebDevice, AMicrophoneThatStandsStillIsNotOpenUntilItBringsSomething) {
     EXPECT_EQ(host.losses, 0) << "the speakers go on";
 }
 
+TEST(CubebDevice, AMicrophoneThatIsOpenAndBringsNothingIsStillAndOneThatFailedIsNot) {
+    for (const bool isToPlay : {true, false}) {
+        Host host;
+        const auto device = playing(host, {.isToPlay = isToPlay});
+        ASSERT_TRUE(device);
+        EXPECT_FALSE(device->isStill()) << "nobody listens, or it may take long to wake";
+        ASSERT_TRUE(device->hear(true));
+        EXPECT_TRUE(tqtest::eventually([&] { return device->isStill(); }));
+        theServer.hear(std::vector<float>(128, 0.5F));
+        EXPECT_TRUE(tqtest::eventually([&] {
+            theServer.hear(std::vector<float>(128, 0.5F));
+            return !device->isStill() && device->isHearing();
+        }));
+        cubeb_stream* const microphone = theServer.microphone;
+        microphone->state(microphone, microphone->self, CUBEB_STATE_ERROR);
+        EXPECT_FALSE(device->isStill());
+        EXPECT_FALSE(device->isHearing());
+    }
+}
+
 TEST(CubebDevice, WhileTheMicrophoneIsAwayThereIsSilenceInAsManyChannels) {
     theServer.microphones = 0;
     Host host;

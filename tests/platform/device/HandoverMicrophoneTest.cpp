@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <mutex>
+#include <vector>
 
 #include "platform/device/HandoverCareScene.h"
 
@@ -87,6 +90,78 @@ TEST(HandoverCare, AMicrophoneAloneThatCannotBeOpenedIsNoInterruption) {
     EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
     EXPECT_TRUE(device.isHearing());
     device.removeClient(listener);
+}
+
+/// Counts what happens from here on, and when.
+class Times {
+  public:
+    void note() {
+        const std::lock_guard lock(mutex_);
+        times_.push_back(std::chrono::steady_clock::now());
+    }
+    /// Until it has happened so often.
+    [[nodiscard]] bool await(std::size_t count) {
+        return eventually([&] {
+            const std::lock_guard lock(mutex_);
+            return times_.size() >= count;
+        });
+    }
+    [[nodiscard]] std::chrono::nanoseconds between(std::size_t first, std::size_t last) {
+        const std::lock_guard lock(mutex_);
+        return times_.at(last) - times_.at(first);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::chrono::steady_clock::time_point> times_;
+};
+
+TEST(HandoverCare, AMicrophoneAloneThatStandsStillIsToldOnceAndOpenedAnewMoreAndMoreSeldom) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true);
+    Notices notices;
+    Times openings;
+    ASSERT_TRUE(device.addClient(listener));
+    ASSERT_TRUE(device.isHearing());
+    scene.start = [&] {
+        openings.note();
+        return true;
+    };
+    openings.note();
+    scene.isMicrophoneStill = true;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    EXPECT_FALSE(device.isHearing());
+    ASSERT_TRUE(openings.await(3));
+    EXPECT_GT(openings.between(0, 1), std::chrono::seconds(2));
+    EXPECT_GT(openings.between(1, 2), std::chrono::seconds(5)) << "twice as long";
+    scene.isMicrophoneStill = false;
+    awaitLooks();
+    EXPECT_FALSE(device.isHearing()) << "it is open, and has brought nothing";
+    EXPECT_EQ(notices.told(), Words{"route 2"});
+    scene.request();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    EXPECT_TRUE(device.isHearing());
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AMicrophoneThatStandsStillBesideSpeakersIsOpenedAnewMoreAndMoreSeldom) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    Times openings;
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    scene.hear = [&] { openings.note(); };
+    openings.note();
+    scene.isMicrophoneStill = true;
+    // Each is an end and a beginning.
+    ASSERT_TRUE(openings.await(5));
+    EXPECT_GT(openings.between(0, 1), std::chrono::seconds(2));
+    EXPECT_GT(openings.between(1, 3), std::chrono::seconds(5)) << "twice as long";
+    EXPECT_EQ(notices.told(), Words{"route 2"});
+    scene.isMicrophoneStill = false;
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2", "route 1"}; }));
+    device.removeClient(both);
 }
 
 TEST(HandoverCare, AMicrophoneAloneThatGoesIsToldOnceAndOnceThatItIsBack) {

@@ -40,9 +40,10 @@ struct Scene {
     std::function<void()> hear{};           ///< the same while it is asked to listen
     std::atomic<bool> isPlayingOut{false};  ///< which takes as long as this says
     std::atomic<bool> isMicrophoneThere{true};
-    std::atomic<bool> hasNewMicrophone{false};  ///< the device has to be opened anew for it
-    HeardPlace place{};                         ///< with the mutex
-    std::atomic<int> looks{0};                  ///< at it
+    std::atomic<bool> isMicrophoneStill{false};  ///< it is there, and brings nothing
+    std::atomic<bool> hasNewMicrophone{false};   ///< the device has to be opened anew for it
+    HeardPlace place{};                          ///< with the mutex
+    std::atomic<int> looks{0};                   ///< at it
     std::mutex requests;          ///< held while the device calls: it does not end meanwhile
     std::deque<bool> sleep{};     ///< news of the machine, not yet told
     std::atomic<int> watches{0};  ///< that look out for such news
@@ -154,11 +155,8 @@ class MadeUpDevice final : public HeardDevice {
         }
         return true;
     }
-    bool isHearing() const override {
-        // What has gone does not come back by itself.
-        isHearing_ = isHearing_ && scene.isMicrophoneThere;
-        return isHearing_;
-    }
+    bool isHearing() const override { return isOpenAndThere() && !scene.isMicrophoneStill; }
+    bool isStill() const override { return isOpenAndThere() && scene.isMicrophoneStill; }
     bool finish() noexcept override {
         scene.note("finish device");
         if (scene.finish) {
@@ -180,6 +178,12 @@ class MadeUpDevice final : public HeardDevice {
     }
 
   private:
+    bool isOpenAndThere() const {
+        // What has gone does not come back by itself.
+        isHearing_ = isHearing_ && scene.isMicrophoneThere;
+        return isHearing_;
+    }
+
     Float64 sampleRate_ = 0;
     bool isOpen_ = false;
     mutable bool isHearing_ = false;
