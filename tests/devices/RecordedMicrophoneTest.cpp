@@ -286,4 +286,44 @@ TEST_F(RecordedMicrophone, OneThatIsUnpluggedAndDucksIsSaidOnceAndInTheSummary) 
     EXPECT_NE(end.text().find("s, in which nothing was ducked"), std::string::npos) << end.text();
 }
 
+TEST_F(RecordedMicrophone, OneThatStandsStillIsSaidAndThatItIsBack) {
+    pactl({"load-module", "module-null-source", "source_name=throat", "rate=48000"});
+    Kept program(
+        setup({"--mic=throat"}, {"start3", "sleep:1", "say", "await:" + file("over"), "stop3"}),
+        folder_.path());
+    const auto says = [&](const char* line) {
+        return eventually([&] { return program.text().find(line) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("descriptors=")) << program.text();
+    pactl({"suspend-source", "throat", "1"});
+    EXPECT_TRUE(
+        says("tqaudiorecord: the microphone is away; silence is recorded until it is back\n"))
+        << program.text();
+    pactl({"suspend-source", "throat", "0"});
+    EXPECT_TRUE(says("tqaudiorecord: the microphone is back\n")) << program.text();
+    std::ofstream(file("over")) << "over";
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+}
+
+TEST_F(RecordedMicrophone, OneThatIsMutedMeanwhileIsSaidAndThatItIsHeard) {
+    Kept program(setup({"--mic=cap.monitor"},
+                       {"start3", "sleep:1", "say", "await:" + file("over"), "stop3"}),
+                 folder_.path());
+    const auto says = [&](const char* line) {
+        return eventually([&] { return program.text().find(line) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("descriptors=")) << program.text();
+    pactl({"set-source-mute", "cap.monitor", "1"});
+    EXPECT_TRUE(
+        says("tqaudiorecord: the microphone has been silent for ten seconds; is it muted "
+             "or switched off?\n"))
+        << program.text();
+    pactl({"set-source-mute", "cap.monitor", "0"});
+    EXPECT_TRUE(says("tqaudiorecord: the microphone is heard\n")) << program.text();
+    std::ofstream(file("over")) << "over";
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+}
+
 }  // namespace

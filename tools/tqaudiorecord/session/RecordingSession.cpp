@@ -78,8 +78,8 @@ bool RecordingSession::listen(std::string& error) {
     }
     if (isDuckedByVoice) {
         duckSource_ = DuckSource::of(*microphone_);
-        voiceWatch_.emplace();
     }
+    voiceWatch_.emplace(isDuckedByVoice);
     if (!Microphone::isOpen()) {
         warnings_.push_back(microphone_->lack(isDuckedByVoice));
     }

@@ -132,7 +132,7 @@ class RecordingSession {
     HostProgram program_;
     std::unique_ptr<Microphone> microphone_;  ///< with --mic, or where it ducks
     std::unique_ptr<DuckSource> duckSource_;
-    std::optional<VoiceWatch> voiceWatch_;  ///< where the microphone ducks
+    std::optional<VoiceWatch> voiceWatch_;  ///< where there is a microphone_
     std::vector<std::string> warnings_;
     Acceptor acceptor_;
     ControlServer control_;

@@ -8,22 +8,29 @@
 
 namespace tqrecorder {
 
-/// Notices while the recording runs that the microphone which shall duck cannot. [one host thread
-/// at a time]
+/// Notices while the recording runs that the microphone has gone or fallen silent, and that it is
+/// heard again. [one host thread at a time]
 class VoiceWatch {
   public:
-    /// Gives a line for the user where that has just become clear, once of each kind; empty else.
-    /// That there was none at the start is told elsewhere.
+    /// `isToDuck` where something is ducked while it is loud.
+    explicit VoiceWatch(bool isToDuck) : isToDuck_(isToDuck) {}
+
+    /// Gives a line for the user where that has just become clear; empty else. Silence is told
+    /// once. That there was none at the start is told elsewhere.
     [[nodiscard]] std::string add(const HeardBlock& block);
 
   private:
     [[nodiscard]] std::string addAway(std::uint64_t microseconds);
+    [[nodiscard]] std::string addSilence(std::uint64_t microseconds);
 
-    std::optional<std::uint64_t> openSince_;  ///< the first time
-    std::optional<std::uint64_t> awaySince_;  ///< the last time; nothing while it is there
-    bool hasSound_ = false;
-    bool isSilenceTold_ = false;
-    bool isAwayTold_ = false;
+    bool isToDuck_;
+    bool wasThere_ = false;                     ///< at any time
+    bool isAway_ = false;                       ///< the user knows
+    bool isMuted_ = false;                      ///< the same
+    bool isSilenceTold_ = false;                ///< at any time
+    bool hasSound_ = false;                     ///< the same
+    std::optional<std::uint64_t> awaySince_;    ///< nothing while it is there
+    std::optional<std::uint64_t> silentSince_;  ///< nothing while it is heard
 };
 
 }  // namespace tqrecorder
