@@ -115,6 +115,7 @@ class RecordingSession {
     void waitForSaves(const RecordingResult& result);
     /// Obeys the signals that have come, and keeps those that ask for the end.
     void takeSignals();
+    [[nodiscard]] bool isSameEnd(int signal);
     [[nodiscard]] std::optional<SignalGate::Signal> nextEndSignal();
     void answerTheLast();
     void noteThoseThatRanOn(const RecordingResult& result);
@@ -140,6 +141,8 @@ class RecordingSession {
     std::map<std::uint64_t, tqcommon::Descriptor> waitForAnswer_;  ///< clients by their tickets
     float duckOrder_ = std::numeric_limits<float>::quiet_NaN();
     SignalGate signals_;
+    int firstEndSignal_ = 0;  ///< 0 before any
+    Clock::time_point firstEndAt_{};
     std::deque<SignalGate::Signal> endSignals_;  ///< that have come and were not heeded yet
     ProcessTree tree_;
     Launch host_;

@@ -30,10 +30,23 @@ void RecordingSession::takeSignals() {
             answerLate();
         } else if (signal->number == SIGUSR2) {
             (void)sink_.control({ControlCommand::Kind::kTogglePause});
-        } else {
+        } else if (!isSameEnd(signal->number)) {
             endSignals_.push_back(*signal);
         }
     }
+}
+
+/// A terminal that closes sends SIGHUP more than once, and a user's session that ends SIGTERM and
+/// SIGHUP: that is nobody who does not want to wait.
+bool RecordingSession::isSameEnd(int signal) {
+    const Clock::time_point now = Clock::now();
+    if (firstEndSignal_ == 0) {
+        firstEndSignal_ = signal;
+        firstEndAt_ = now;
+        return false;
+    }
+    constexpr std::chrono::seconds kAtOnce{1};
+    return now - firstEndAt_ < kAtOnce && (signal == SIGHUP || signal != firstEndSignal_);
 }
 
 std::optional<SignalGate::Signal> RecordingSession::nextEndSignal() {

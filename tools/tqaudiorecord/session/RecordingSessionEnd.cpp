@@ -291,8 +291,9 @@ void RecordingSession::endHost() {
     }
     if (hostKnows_) {
         tell(SIGTERM, Whom::kThoseOutsideTheGroup);
+        (void)waitForEnds(kTerminalPatience);
     }
-    if (!hostKnows_ || (waitForEnds(kTerminalPatience) && isAnyToBeTold())) {
+    if (!hostKnows_ || isAnyToBeTold()) {
         tell(SIGTERM, Whom::kNotToldYet);
         (void)waitForEnds(kHostPatience);
     }

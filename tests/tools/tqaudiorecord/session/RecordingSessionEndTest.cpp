@@ -99,14 +99,18 @@ TEST_F(Session, WhatIsLeftAtAProgramsEndWaitsForTheRecorder) {
 /// takes it `milliseconds`.
 struct SessionOfASlowReader : Session {
     RecordingResult recordSlowly(int milliseconds, int signals) {
-        int blocks = 0;
-        sink.onBlock = [&blocks, milliseconds, signals](const Process& process, const Block&) {
-            if (++blocks == 1) {
+        using Clock = std::chrono::steady_clock;
+        int sent = 0;
+        Clock::time_point first;
+        sink.onBlock = [=](const Process& process, const Block&) mutable {
+            if (sent == 0) {
                 const std::string path = "/proc/" + std::to_string(process.pid) + "/comm";
                 EXPECT_TRUE(tqtest::eventually([&] { return contentOf(path) == "other_host\n"; }));
+                first = Clock::now();
             }
-            if (blocks <= signals) {
-                kill(getpid(), blocks == 1 ? SIGINT : SIGTERM);
+            // At once it would be the same end.
+            if (sent == 0 || (sent < signals && Clock::now() - first > std::chrono::seconds{1})) {
+                kill(getpid(), sent++ == 0 ? SIGINT : SIGTERM);
             }
             std::this_thread::sleep_for(std::chrono::milliseconds{milliseconds});
         };
@@ -221,6 +225,27 @@ TEST_F(Session, ClipsAreWaitedForAndASecondSignalGivesThemUp) {
     // The second signal was for the clips: the host is ended as politely as ever.
     EXPECT_THAT(sink.notices,
                 testing::ElementsAre(testing::HasSubstr("what was asked for is still")));
+}
+
+TEST_F(Session, ATerminalThatClosesIsNobodyWhoDoesNotWantToWait) {
+    bool isEndAsked = false;
+    sink.isWriting = true;
+    sink.onBlock = [&](const Process&, const Block&) {
+        if (!std::exchange(isEndAsked, true)) {
+            kill(getpid(), SIGHUP);
+        }
+    };
+    int waits = 0;
+    sink.onWait = [&] {
+        if (++waits == 1) {
+            kill(getpid(), SIGHUP);
+            kill(getpid(), SIGTERM);
+        }
+        constexpr int kLong = 5;
+        sink.isWriting = waits < kLong;
+    };
+    record({kHost, "tone", "60"});
+    EXPECT_EQ(waits, 5) << "it was given up";
 }
 
 TEST_F(Session, ASaveIsObeyedAlsoWhileTheEndWaitsForAnEarlierOne) {
