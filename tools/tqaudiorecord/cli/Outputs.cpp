@@ -154,7 +154,7 @@ bool Outputs::open(std::string& error) {
     if (!arePlacesGood(error)) {
         return false;
     }
-    observer_ = &add(std::make_unique<Observer>());
+    observer_ = &add(std::make_unique<Observer>(options_.microphoneInMix));
     const Options& o = options_;
     const FileFormat* const format = formatOfMix();
     if (o.output == "-" && ::isatty(standardOutput_) == 1) {
@@ -321,6 +321,9 @@ void Outputs::showProblems() {
 }
 
 std::vector<std::string> Outputs::silence(int endSignal) const {
+    if (isPlayedInPause_ && !names_->isHeard()) {
+        return {"what was played was played while the recording was paused"};
+    }
     return whySilent(*observer_, options_.command.front(), endSignal);
 }
 
@@ -373,6 +376,7 @@ std::string Outputs::summary(const std::vector<std::string>& silence) const {
     }
     return summaryText(*observer_, files, printableAll(others), printableAll(problems()),
                        printableAll(silence)) +
+           pauseLine() +
            (options_.microphone || options_.isDuckedByVoice()
                 ? voiceFacts_.lines(options_.microphoneName, voice_ ? voice_->leftOutSeconds() : 0)
                 : "");

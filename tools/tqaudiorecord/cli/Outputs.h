@@ -83,6 +83,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] ControlAnswer split();
     [[nodiscard]] ControlAnswer answerOf(const Split& split) const;
     [[nodiscard]] ControlAnswer setPaused(bool isPaused);
+    [[nodiscard]] std::string pauseLine() const;
     [[nodiscard]] std::vector<WrittenFile> files() const;
     /// Those without sound that are written before the report.
     [[nodiscard]] std::vector<std::string> otherFiles() const;
@@ -96,6 +97,7 @@ class Outputs : public SinkSet {
     std::shared_ptr<ProcessNames> names_ = std::make_shared<ProcessNames>();
     Observer* observer_ = nullptr;
     PauseTime pauses_;
+    bool isPlayedInPause_ = false;     ///< any sound
     std::optional<VoiceTrack> voice_;  ///< with --mic
     bool isVoiceWaiting_ = false;      ///< for something to play, and that was said
     VoiceFacts voiceFacts_;

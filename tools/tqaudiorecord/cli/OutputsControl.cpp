@@ -1,7 +1,9 @@
 // What a user asks of the outputs while they are written.
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <utility>
 
 #include "cli/Outputs.h"
@@ -31,6 +33,7 @@ std::uint64_t hostTime() {
 
 void Outputs::block(const Process& process, const Block& block) {
     if (pauses_.isWithin(block.microseconds)) {
+        isPlayedInPause_ = isPlayedInPause_ || hasSound(block.frames, block.format);
         return;
     }
     // The microphone is nobody's sound: it is not in here yet.
@@ -213,6 +216,18 @@ ControlAnswer Outputs::answerOf(const Split& split) const {
     return told("complete:", *split.done);
 }
 
+/// A key that was pressed by mistake is understood at the end at the latest.
+std::string Outputs::pauseLine() const {
+    if (pauses_.count() == 0) {
+        return {};
+    }
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "Paused: %zu time%s, %.1f s that are not recorded\n",
+                  pauses_.count(), pauses_.count() == 1 ? "" : "s",
+                  static_cast<double>(pauses_.before(hostTime())) / 1e6);
+    return text.data();
+}
+
 ControlAnswer Outputs::setPaused(bool isPaused) {
     if (isPaused == pauses_.isPaused()) {
         return {false, isPaused ? "it is paused already\n" : "it is not paused\n"};
@@ -222,6 +237,7 @@ ControlAnswer Outputs::setPaused(bool isPaused) {
     } else {
         pauses_.resume(hostTime());
     }
+    observer_->setPaused(isPaused);
     const std::string text = isPaused ? "paused" : "the recording goes on";
     if (!options_.quiet) {
         screen_.line("tqaudiorecord: " + text);

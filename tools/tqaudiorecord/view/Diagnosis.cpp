@@ -15,16 +15,6 @@ std::string counted(std::uint64_t count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-bool heard(const ProcessState& state) {
-    for (const auto& [track, source] : state.sources) {
-        // The microphone's sound is none of the program's.
-        if (track != kMicrophoneTrack && source.whole.peak() > 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// Whether any unit's own blocks came. The mix alone says nothing: it goes on without units.
 bool hasTrack(const ProcessState& state) {
     return std::any_of(state.sources.begin(), state.sources.end(), [](const auto& one) {
@@ -107,17 +97,14 @@ SeenProcess seenOf(const Observer& observer, pid_t process) {
     return found == list.rend() ? SeenProcess{} : *found;
 }
 
-}  // namespace
-
+/// Why nothing was heard of one process. `command` is what its program was started as, if it is the
+/// recorded command; `seen` what was seen of it from outside.
 std::string whySilent(const ProcessState& state, std::string_view command,
                       const SeenProcess& seen) {
     const HostFacts& facts = state.facts;
     const std::string& name = state.process.name;
     // What the user has to write behind "guard arm": the command as it was given.
     const std::string program = state.process.isCommand ? std::string(command) : name;
-    if (heard(state)) {
-        return {};
-    }
     if (facts.guardRefused && !facts.brokenGuard.empty()) {
         return name + ": " + guardFilesAdvice(facts.brokenGuard);
     }
@@ -135,6 +122,8 @@ std::string whySilent(const ProcessState& state, std::string_view command,
     return name + ": " + whyUnitsAreSilent(state, seen);
 }
 
+}  // namespace
+
 std::string endedBy(std::string_view command, int signal) {
     return std::string(command) + ": it was ended by signal " + std::to_string(signal) + " (" +
            strsignal(signal) + ")";
@@ -145,11 +134,11 @@ std::vector<std::string> whySilent(const Observer& observer, std::string_view co
     std::vector<std::string> reasons;
     std::vector<std::string> launchers;
     for (const auto& [id, state] : observer.processes()) {
-        const SeenProcess seen = seenOf(observer, state.process.pid);
-        std::string reason = whySilent(state, command, seen);
-        if (reason.empty()) {
+        if (observer.isHeard(state)) {
             return {};
         }
+        const SeenProcess seen = seenOf(observer, state.process.pid);
+        std::string reason = whySilent(state, command, seen);
         if (isAboutSound(state, seen)) {
             reasons.push_back(std::move(reason));
         } else if (std::find(launchers.begin(), launchers.end(), reason) == launchers.end()) {

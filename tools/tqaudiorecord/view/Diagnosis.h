@@ -8,12 +8,6 @@
 
 namespace tqrecorder {
 
-/// Why nothing was heard of one process, one line without its end; empty when something was.
-/// `command` is what its program was started as, if it is the recorded command; `seen` what was
-/// seen of the process from outside.
-[[nodiscard]] std::string whySilent(const ProcessState& state, std::string_view command,
-                                    const SeenProcess& seen = {});
-
 /// That a command was ended by that signal; one line.
 [[nodiscard]] std::string endedBy(std::string_view command, int signal);
 

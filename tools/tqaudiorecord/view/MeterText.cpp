@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "ipc/Printable.h"
-#include "view/Screen.h"
+#include "view/Columns.h"
 
 namespace tqrecorder {
 namespace {
@@ -32,7 +32,8 @@ std::string bar(const Level& level, std::size_t width) {
 }
 
 std::string padded(const std::string& text, std::size_t width) {
-    return text + std::string(text.size() < width ? width - text.size() : 0, ' ');
+    const std::size_t columns = columnsOf(text);
+    return text + std::string(columns < width ? width - columns : 0, ' ');
 }
 
 std::string right(const std::string& text, std::size_t width) {
@@ -72,7 +73,8 @@ std::vector<std::string> meterLines(const Observer& observer, std::size_t width)
         fill = std::max(fill, state.ringFill);
     }
     std::vector<std::string> lines;
-    lines.push_back(elapsedText(observer.elapsedSeconds()) + "   ring " + percent(fill) +
+    lines.push_back(elapsedText(observer.elapsedSeconds()) +
+                    (observer.isPaused() ? "   PAUSED" : "") + "   ring " + percent(fill) +
                     "   lost " + std::to_string(lost) + "   gaps " + std::to_string(gaps));
     const std::size_t fixed = kNameColumns + 2 * kNumberColumns + kBufferColumns + 6;
     const std::size_t barWidth = width > fixed + kSmallestBar + 1 ? width - fixed - 1 : 0;
@@ -110,7 +112,8 @@ std::vector<std::string> meterLines(const Observer& observer, std::size_t width)
 
 std::vector<std::string> numberLines(const Observer& observer) {
     std::array<char, 32> elapsed{};
-    std::snprintf(elapsed.data(), elapsed.size(), "%.1f s", observer.elapsedSeconds());
+    std::snprintf(elapsed.data(), elapsed.size(), "%.1f s%s", observer.elapsedSeconds(),
+                  observer.isPaused() ? "  PAUSED" : "");
     std::vector<std::string> lines;
     for (const ProcessState* const mentioned : observer.mentioned()) {
         const ProcessState& state = *mentioned;

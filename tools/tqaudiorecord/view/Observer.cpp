@@ -2,6 +2,7 @@
 
 #include <TQAudioRecord/tq_events.h>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -141,6 +142,14 @@ void Observer::processEnded(const Process& process, const HostFacts& facts) {
     state.factsKnown = true;
     state.ended = true;
     state.ringFill = 0;
+}
+
+bool Observer::isHeard(const ProcessState& state) const {
+    const bool isMixOurs = isVoiceInMix_ && state.facts.blocksWithSound == 0;
+    return std::any_of(state.sources.begin(), state.sources.end(), [isMixOurs](const auto& source) {
+        const bool isOurs = source.first == kMicrophoneTrack || (source.first == 0 && isMixOurs);
+        return !isOurs && source.second.whole.peak() > 0;
+    });
 }
 
 void Observer::clearWindows() {

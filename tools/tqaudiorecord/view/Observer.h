@@ -52,6 +52,9 @@ struct ProcessState {
 /// Counts and measures a recording for the meter, the summary and the diagnosis.
 class Observer : public Sink {
   public:
+    /// `isVoiceInMix` says that the mixes hold the user's voice besides.
+    explicit Observer(bool isVoiceInMix = false) : isVoiceInMix_(isVoiceInMix) {}
+
     void processBegan(const Process& process) override;
     void block(const Process& process, const Block& block) override;
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
@@ -64,10 +67,15 @@ class Observer : public Sink {
     void tick(std::uint64_t elapsedMicroseconds) override { elapsed_ = elapsedMicroseconds; }
 
     [[nodiscard]] const std::map<int, ProcessState>& processes() const { return processes_; }
+    /// Whether any sound of the process's own arrived.
+    [[nodiscard]] bool isHeard(const ProcessState& state) const;
     /// Those of interest; all where none is.
     [[nodiscard]] std::vector<const ProcessState*> mentioned() const;
     /// What was seen from outside, also of processes that are not recorded; known at the end.
     [[nodiscard]] const std::vector<SeenProcess>& seenProcesses() const { return seen_; }
+    /// What the user has asked for.
+    void setPaused(bool isPaused) { isPaused_ = isPaused; }
+    [[nodiscard]] bool isPaused() const { return isPaused_; }
     [[nodiscard]] double elapsedSeconds() const { return static_cast<double>(elapsed_) / 1e6; }
     /// Begins new windows for the levels.
     void clearWindows();
@@ -78,6 +86,8 @@ class Observer : public Sink {
     std::map<int, ProcessState> processes_;
     std::vector<SeenProcess> seen_;
     std::uint64_t elapsed_ = 0;
+    bool isPaused_ = false;
+    bool isVoiceInMix_;
 };
 
 }  // namespace tqrecorder

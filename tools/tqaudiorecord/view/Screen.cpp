@@ -7,13 +7,10 @@
 #include <utility>
 
 #include "ipc/Printable.h"
+#include "view/Columns.h"
 
 namespace tqrecorder {
 namespace {
-
-bool continuesLetter(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
 
 winsize sizeOf(int descriptor) {
     winsize size{};
@@ -24,18 +21,6 @@ winsize sizeOf(int descriptor) {
 }
 
 }  // namespace
-
-std::string cutToWidth(std::string_view text, std::size_t columns) {
-    std::size_t letters = 0;
-    std::size_t end = 0;
-    while (end < text.size()) {
-        if (!continuesLetter(text[end]) && letters++ == columns) {
-            break;
-        }
-        ++end;
-    }
-    return std::string(text.substr(0, end));
-}
 
 Screen::Screen(int descriptor, Clock::duration quiet)
     : descriptor_(descriptor),

@@ -11,9 +11,6 @@
 
 namespace tqrecorder {
 
-/// Cut to that many columns; a letter of several bytes counts as one.
-[[nodiscard]] std::string cutToWidth(std::string_view text, std::size_t columns);
-
 /// Where messages and the meter go. On a terminal the meter is an area of lines below everything
 /// else, redrawn in place, as long as nobody else writes there: where the cursor has been moved by
 /// others, what is above it is theirs. The terminal's settings stay as they are.

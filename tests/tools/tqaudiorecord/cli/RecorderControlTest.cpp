@@ -95,6 +95,20 @@ TEST_F(RecorderControlTest, APauseIsNotInTheFilesAndNoHole) {
         EXPECT_LT(std::stod(gap[1]), 2.0) << end.errors;
     }
     EXPECT_THAT(end.errors, HasSubstr("tqaudiorecord: the recording goes on\n"));
+    EXPECT_THAT(end.errors, HasSubstr("  PAUSED  ")) << "in the meter";
+    EXPECT_THAT(end.errors, HasSubstr("\nPaused: 1 time, "));
+}
+
+TEST_F(RecorderControlTest, WhatIsPlayedInAPauseAloneIsNotCalledSilence) {
+    std::vector<std::string> late{
+        "sh", "-c", "until [ -e \"$0\" ]; do sleep 0.05; done; exec \"$@\"", folder_.file("go")};
+    const std::vector<std::string> words = game("1");
+    late.insert(late.end(), words.begin(), words.end());
+    Program program(reachable(setup({"-o", path_}, late)));
+    ASSERT_TRUE(eventually([&] { return ctl({"pause"}).code == 0; }));
+    std::ofstream(folder_.file("go")) << "go";
+    EXPECT_THAT(program.wait().errors,
+                HasSubstr("Silent: what was played was played while the recording was paused\n"));
 }
 
 TEST_F(RecorderControlTest, ASplitGoesOnInTheNextFileWithoutAFrameLost) {

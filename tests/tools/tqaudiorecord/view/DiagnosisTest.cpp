@@ -86,6 +86,17 @@ TEST_F(DiagnosisTest, CountsBlocksOfZerosAsSilence) {
     EXPECT_THAT(whySilent(observer_, "game").at(0), HasSubstr("1 block, all zero"));
 }
 
+TEST_F(DiagnosisTest, TheUsersVoiceInTheMixIsNoSoundOfTheProgram) {
+    Observer observer(true);
+    const auto bytes = mixTone(441, 4410);
+    observer.processBegan(game_);
+    observer.block(game_, mixBlock(bytes, 1));
+    observer.processEnded(game_, {true, false, 2, 1, 1, 0, 1});
+    EXPECT_EQ(whySilent(observer, "game").size(), 1U);
+    observer.processEnded(game_, {true, false, 2, 1, 1, 1, 1});
+    EXPECT_THAT(whySilent(observer, "game"), IsEmpty());
+}
+
 TEST_F(DiagnosisTest, SilenceOfOneUnitIsNotThatOfAProgramWithUnitsLeftOut) {
     const std::vector<std::byte> zeros(4410 * 4);
     observer_.processBegan(game_);

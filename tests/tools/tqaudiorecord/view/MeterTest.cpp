@@ -16,6 +16,7 @@
 
 #include "ScreenImage.h"
 #include "ViewFixture.h"
+#include "view/Columns.h"
 #include "view/MeterText.h"
 
 namespace tqrecorder::test {
@@ -53,6 +54,23 @@ TEST_F(MeterTest, ShowsEachTrackWithItsLevelsBufferAndLosses) {
     for (const std::string& line : lines) {
         EXPECT_LT(line.size(), 100U);
     }
+}
+
+TEST_F(MeterTest, NamesOfWideLettersLeaveEachRowItsWidth) {
+    const auto bytes = mixTone(441, 441);
+    observer_.block(game_, {1, "音楽プレーヤー", kMixFormat, time_, bytes});
+    for (const std::string& line : meterLines(observer_, 80)) {
+        EXPECT_LT(columnsOf(line), 80U) << line;
+    }
+    EXPECT_THAT(meterLines(observer_, 80)[3], HasSubstr("音楽プレ"));
+}
+
+TEST_F(MeterTest, SaysThatTheRecordingIsPaused) {
+    play();
+    EXPECT_THAT(meterLines(observer_, 80)[0], Not(HasSubstr("PAUSED")));
+    observer_.setPaused(true);
+    EXPECT_THAT(meterLines(observer_, 80)[0], HasSubstr("   PAUSED   ring"));
+    EXPECT_THAT(numberLines(observer_)[0], HasSubstr(" s  PAUSED  game"));
 }
 
 TEST_F(MeterTest, LeavesBarsOutOnANarrowTerminal) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ipc/Printable.h"
+#include "view/Columns.h"
 
 namespace tqrecorder::test {
 namespace {
@@ -17,6 +18,10 @@ TEST(ScreenTest, HostsCannotSteerTheTerminal) {
     EXPECT_EQ(printable("\xf0\x9f\x8e\xb5 \xe6\x97\xa5"), "\xf0\x9f\x8e\xb5 \xe6\x97\xa5");
     EXPECT_EQ(cutToWidth("M\xc3\xa4rz", 2), "M\xc3\xa4");
     EXPECT_EQ(cutToWidth("abc", 9), "abc");
+    EXPECT_EQ(cutToWidth("音楽と効果", 5), "音楽") << "of two columns each";
+    EXPECT_EQ(columnsOf("音楽"), 4U);
+    EXPECT_EQ(columnsOf("e\xcc\x81 ok"), 4U) << "a mark on a letter takes none";
+    EXPECT_EQ(columnsOf("\xff?"), 2U) << "what is no letter is shown as one";
 }
 
 }  // namespace
