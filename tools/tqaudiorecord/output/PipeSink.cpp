@@ -30,6 +30,9 @@ constexpr std::uint64_t kMostAtATime = std::uint64_t{16} << 20U;
 // Seconds. A launcher that keeps a silent stream open does not keep its game out.
 constexpr double kMostSilence = 1;
 
+// A turn that took longer was held up itself, and says no more about who delivers nothing.
+constexpr std::chrono::microseconds kLongestTurn{200'000};
+
 /// 44 bytes in front of 16-bit stereo samples; a pipe cannot go back and fill lengths in, and
 /// readers take the largest ones for "until the end".
 std::array<std::byte, 44> streamingHeader() {
@@ -92,15 +95,16 @@ bool PipeSink::takes(const Process& process, const Block& block) {
         silence_ = kMostSilence;
     }
     silence_ = sounds ? 0 : silence_ + seconds;
-    heardAt_ = Clock::now();
+    unheard_ = {};
     return true;
 }
 
-/// By what it delivered, or because it delivers nothing: its stamps and another's are not read at
-/// the same time.
+/// By what it delivered, or because it delivers nothing while the recorder looks: its stamps and
+/// another's are not read at the same time, and what it delivered while the recorder stood still
+/// may be read behind another's.
 bool PipeSink::isHolderSilent() const {
-    const std::chrono::duration<double> since = Clock::now() - heardAt_;
-    return silence_ >= kMostSilence || since.count() >= kMostSilence;
+    return silence_ >= kMostSilence ||
+           std::chrono::duration<double>(unheard_).count() >= kMostSilence;
 }
 
 void PipeSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
@@ -208,7 +212,9 @@ void PipeSink::tidy() {
     }
 }
 
-void PipeSink::tick(std::uint64_t /*elapsedMicroseconds*/) {
+void PipeSink::tick(std::uint64_t elapsedMicroseconds) {
+    const std::chrono::microseconds elapsed{elapsedMicroseconds};
+    unheard_ += std::min(elapsed - std::exchange(ticked_, elapsed), kLongestTurn);
     drain();
     // Without a write there is no EPIPE; poll() reports a reader that has gone as POLLERR.
     pollfd state{descriptor_, 0, 0};

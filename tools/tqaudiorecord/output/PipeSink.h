@@ -66,7 +66,8 @@ class PipeSink : public Sink {
     std::size_t mostBytes_;
     std::optional<int> holder_;              ///< id of the process whose mix it is
     double silence_ = 0;                     ///< seconds of it that the holder has delivered last
-    Clock::time_point heardAt_;              ///< when it delivered last
+    std::chrono::microseconds unheard_{0};   ///< of the recorder's turns since it delivered last
+    std::chrono::microseconds ticked_{0};    ///< when the last turn was
     std::map<std::string, double> leftOut_;  ///< seconds, by the program's name
     std::deque<Waiting> waiting_;
     std::size_t waitingBytes_ = 0;  // without the silence, which takes no room

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include "Sound.h"
 #include "output/PipeSink.h"
@@ -255,6 +257,36 @@ TEST_F(PipeSinkTest, WhoIsSilentForASecondGivesWayToWhoSounds) {
                           reinterpret_cast<const char*>(sound.data()), sound.size()),
               0);
     EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, WhoDeliversNothingForASecondGivesWayToWhoSounds) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    const auto sound = counting(441, 5);
+    sink.block(game_, mixBlock(sound, 0));
+    for (std::uint64_t tick = 1; tick <= 12; ++tick) {
+        sink.tick(tick * kPipeSecond / 10);
+    }
+    sink.block(process(2, "player"), mixBlock(sound, kPipeSecond / 100));
+    sink.finish();
+    EXPECT_EQ(readAll().size(), 2 * sound.size());
+    EXPECT_THAT(sink.problems(), testing::IsEmpty());
+}
+
+TEST_F(PipeSinkTest, ARecorderThatStoodStillTakesNothingFromWhoSounds) {
+    PipeSink sink(writer_, PipeSink::Shape::kRaw);
+    const auto sound = counting(441, 5);
+    sink.block(game_, mixBlock(sound, 0));
+    sink.tick(10'000);
+    std::this_thread::sleep_for(std::chrono::milliseconds{1100});
+    sink.tick(10'000 + kPipeSecond * 11 / 10);
+    // The game sounded all the time; another's block is read before that.
+    sink.block(process(2, "hidden"), mixBlock(sound, kPipeSecond));
+    sink.block(game_, mixBlock(sound, 10'000));
+    sink.finish();
+    EXPECT_EQ(readAll().size(), 2 * sound.size());
+    EXPECT_THAT(sink.problems(),
+                testing::ElementsAre(
+                    "standard output: 0.01 s of hidden left out, as another program played"));
 }
 
 TEST(PipeSinkDeviceTest, AFullDeviceIsAProblem) {
