@@ -4,9 +4,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -58,6 +61,35 @@ class LiveSinkTest : public testing::Test {
         return sources().find("tqaudiorecord.game." + name + "\t") != std::string::npos;
     }
 
+    /// The program that holds the sources.
+    [[nodiscard]] static pid_t holder() {
+        const std::string self = std::to_string(getpid());
+        std::ifstream children("/proc/" + self + "/task/" + self + "/children");
+        std::error_code gone;
+        for (pid_t child = 0; children >> child;) {
+            const auto program =
+                std::filesystem::read_symlink("/proc/" + std::to_string(child) + "/exe", gone);
+            if (program.filename() == std::filesystem::path(TQ_PULSE_HOLDER).filename()) {
+                return child;
+            }
+        }
+        return 0;
+    }
+    /// Takes every descriptor that it has not got from it; gives what it was allowed before.
+    [[nodiscard]] static rlimit allowNoMoreFiles(pid_t process) {
+        rlimit before{};
+        EXPECT_EQ(prlimit(process, RLIMIT_NOFILE, nullptr, &before), 0);
+        rlim_t free = 0;
+        const std::string open = "/proc/" + std::to_string(process) + "/fd/";
+        while (
+            std::filesystem::exists(std::filesystem::symlink_status(open + std::to_string(free)))) {
+            ++free;
+        }
+        const rlimit none{free, before.rlim_max};
+        EXPECT_EQ(prlimit(process, RLIMIT_NOFILE, &none, nullptr), 0);
+        return before;
+    }
+
     const Process game_{1, 1001, "game", true};
     std::unique_ptr<tqtest::PulseServer> server_;
     std::unique_ptr<LiveSink> sink_;
@@ -78,6 +110,27 @@ TEST_F(LiveSinkTest, ASourceThatTheServerRefusesTakesNoOtherWithIt) {
     EXPECT_THAT(said_, HasSubstr("live source: game: bats was refused: "));
     EXPECT_THAT(said_, Not(HasSubstr("went away")));
     EXPECT_FALSE(isThere("bats"));
+}
+
+TEST_F(LiveSinkTest, ASourceWhosePipeCannotBeOpenedIsToldAndTakesNoOtherWithIt) {
+    play("music", 48000);
+    ASSERT_TRUE(tqtest::eventually([&] { return isThere("music"); })) << sources();
+    const pid_t holding = holder();
+    ASSERT_NE(holding, 0);
+    const rlimit before = allowNoMoreFiles(holding);
+    EXPECT_TRUE(tqtest::eventually([&] {
+        play("voice", 48000);
+        return said_.find("was refused") != std::string::npos;
+    })) << sources();
+    EXPECT_THAT(said_, testing::EndsWith("live source: game: voice was refused: its pipe cannot be "
+                                         "opened; does the server run for this user?\n"));
+    EXPECT_TRUE(tqtest::eventually([&] { return !isThere("voice"); }))
+        << "nothing of it stays in the server: " << sources();
+    ASSERT_EQ(prlimit(holding, RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_TRUE(tqtest::eventually([&] {
+        play("effects", 48000);
+        return isThere("effects") && isThere("music");
+    })) << sources();
 }
 
 TEST_F(LiveSinkTest, ALauncherThatIsSilentGivesTheNameToTheFirstThatSounds) {

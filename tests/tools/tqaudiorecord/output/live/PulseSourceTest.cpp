@@ -68,6 +68,12 @@ TEST_F(PulseSourceTest, SilenceFollowsASoundThatCeases) {
     EXPECT_GT(waiting(), before);
 }
 
+TEST(PulseSourcePipe, OneThatIsNotThereCannotBeOpened) {
+    const TemporaryFolder folder;
+    PulseSource source(kThreeChannels, folder.file("none.fifo"), "name", "description");
+    EXPECT_FALSE(source.open());
+}
+
 TEST(PropertyValue, WhatIsSpecialToTheServerIsMarked) {
     EXPECT_EQ(propertyValue(R"(a "b" 'c' \d)"), R"('a \"b\" \'c\' \\d')");
 }
