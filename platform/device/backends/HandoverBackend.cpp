@@ -24,8 +24,8 @@ HandoverBackend::HandoverBackend(std::string name, HeardMaker make, std::unique_
                                  SleepWatchMaker watchSleep)
     : name_(std::move(name)),
       make_(std::move(make)),
-      watchSleep_(std::move(watchSleep)),
-      clock_(std::move(clock)) {
+      clock_(std::move(clock)),
+      sleepNews_(std::move(watchSleep)) {
 }
 
 HandoverBackend::~HandoverBackend() {
@@ -289,10 +289,7 @@ void HandoverBackend::forgetAfterFork() noexcept {
     std::construct_at(&device_);
     static_cast<void>(beside_.release());
     isUp_ = false;
-    if (sleepWatch_ != nullptr) {
-        sleepWatch_->forgetAfterFork();
-        static_cast<void>(sleepWatch_.release());
-    }
+    sleepNews_.forgetAfterFork();
     isAsleep_ = false;
     wasOpen_.store(false);
     hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = wasStill_ = isOutdated_ = false;

@@ -20,6 +20,7 @@
 #include "device/HostTimes.h"
 #include "device/backends/HeardGate.h"
 #include "device/backends/HeardThread.h"
+#include "device/backends/SleepNews.h"
 
 namespace tqplatform {
 
@@ -239,7 +240,6 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
 
     const std::string name_;
     const HeardMaker make_;
-    const SleepWatchMaker watchSleep_;
     const std::unique_ptr<Backend> clock_;
     BackendHost* host_ = nullptr;
 
@@ -277,8 +277,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     bool isDeafAlone_ = false;          ///< nobody plays, and the microphone cannot be opened
     bool saidThatItCannot_ = false;     ///< play, though a server answers
     bool isInterrupted_ = false;        ///< programs were told so, and not yet of its end
-    std::unique_ptr<SleepWatch>
-        sleepWatch_;  ///< while somebody is to be heard or listens, or waits
+    SleepNews sleepNews_;               ///< while somebody is to be heard or listens, or waits
     bool isAsleep_ = false;
     std::uint64_t seenRequests_ = 0;
     int quietLooks_ = 0;

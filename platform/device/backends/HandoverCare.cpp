@@ -173,7 +173,7 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     }
     if (!isWanted && !isInterrupted_) {
         // Nobody delays the machine's sleep who has nothing to stop.
-        sleepWatch_.reset();
+        sleepNews_.end();
         isAsleep_ = false;
     }
     if (device_ != nullptr && isHearing != wasHearing_) {
@@ -207,8 +207,7 @@ bool HandoverBackend::isWantedAgain() noexcept {
 }
 
 void HandoverBackend::noteSleep() {
-    while (const std::optional<bool> news =
-               sleepWatch_ == nullptr ? std::nullopt : sleepWatch_->news()) {
+    while (const std::optional<bool> news = sleepNews_.news()) {
         isAsleep_ = *news;
     }
 }
@@ -221,8 +220,7 @@ void HandoverBackend::heedSleep() {
             }
             interrupt(AVAudioSessionInterruptionReasonAppWasSuspended);
         }
-        const std::optional<bool> news =
-            sleepWatch_ == nullptr ? std::nullopt : sleepWatch_->news();
+        const std::optional<bool> news = sleepNews_.news();
         if (!news) {
             return;
         }

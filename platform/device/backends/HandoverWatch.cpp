@@ -48,9 +48,7 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     const bool wantsHearing = care_.wants.hearing;
     lock.unlock();
     watchRequests();
-    if (sleepWatch_ == nullptr && watchSleep_ != nullptr) {
-        sleepWatch_ = watchSleep_();  // not before the first block: nobody waits for it
-    }
+    sleepNews_.begin();  // not before the first block
     if (!deviceWish_.isToPlay) {
         watchMicrophone();
     } else if (wantsHearing && quietLooks_ == 0) {

@@ -255,7 +255,11 @@ TEST(HandoverCare, AChildLetsGoOfWhatTheMachineWaitsFor) {
     Device& device = openBoth();
     HandoverClient heard(true);
     ASSERT_TRUE(device.addClient(heard));
-    ASSERT_TRUE(eventually([] { return scene.watches == 1; }));
+    say(true);
+    ASSERT_TRUE(eventually([] {
+        const std::lock_guard lock(scene.mutex);
+        return scene.sleep.empty();
+    }));
     const pid_t child = fork();
     if (child == 0) {
         device.resetAfterFork();

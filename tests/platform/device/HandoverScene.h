@@ -44,9 +44,10 @@ struct Scene {
     std::atomic<bool> hasNewMicrophone{false};   ///< the device has to be opened anew for it
     HeardPlace place{};                          ///< with the mutex
     std::atomic<int> looks{0};                   ///< at it
-    std::mutex requests;          ///< held while the device calls: it does not end meanwhile
-    std::deque<bool> sleep{};     ///< news of the machine, not yet told
-    std::atomic<int> watches{0};  ///< that look out for such news
+    std::mutex requests;            ///< held while the device calls: it does not end meanwhile
+    std::deque<bool> sleep{};       ///< news of the machine, not yet told
+    std::atomic<int> watches{0};    ///< that look out for such news
+    std::function<void()> watch{};  ///< what happens besides while one connects
     std::atomic<bool> isForgotten{false};  ///< by a child
 
     void note(const char* verb) {
@@ -191,7 +192,12 @@ class MadeUpDevice final : public HeardDevice {
 
 class MadeUpSleepWatch final : public SleepWatch {
   public:
-    MadeUpSleepWatch() { ++scene.watches; }
+    MadeUpSleepWatch() {
+        if (scene.watch) {
+            scene.watch();
+        }
+        ++scene.watches;
+    }
     ~MadeUpSleepWatch() override { --scene.watches; }
     std::optional<bool> news() override {
         const std::lock_guard lock(scene.mutex);

@@ -181,6 +181,39 @@ TEST(HandoverCare, AMicrophoneThatTakesLongHoldsUpNothingElse) {
     device.removeClient(heard);
 }
 
+TEST(HandoverCare, ABusOfTheSystemThatHangsHoldsUpNothing) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    Standstill bus;
+    std::atomic<int> connections{0};
+    scene.watch = [&] {
+        ++connections;
+        bus.await();
+    };
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    ASSERT_TRUE(eventually([&] { return bus.isHeld.load(); }));
+    for (int sound = 0; sound < 2; ++sound) {
+        scene.noted();
+        device.removeClient(heard);
+        EXPECT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+        ASSERT_TRUE(device.addClient(heard));
+        EXPECT_TRUE(scene.hasCome("start device"));
+        awaitLooks();
+    }
+    EXPECT_EQ(connections, 1) << "one that hangs is enough";
+    EXPECT_EQ(notices.told(), Words{});
+    scene.isThere = false;
+    scene.lose();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    scene.isThere = true;
+    bus.goOn();
+    EXPECT_TRUE(eventually([] { return scene.watches > 0; }));
+    device.removeClient(heard);
+    EXPECT_TRUE(eventually([] { return scene.watches == 0; })) << "nobody delays a sleep then";
+}
+
 TEST(HandoverCare, WhatEndsDoesNotWaitForAServerThatStandsStill) {
     std::unique_ptr<Device> device = Device::open("both", kHandoverRows);
     HandoverClient heard(true);
