@@ -105,6 +105,9 @@ TEST_F(HostileHostTest, UnitsThatAlternateMakeABoundedNumberOfFiles) {
     const ProgramEnd end =
         run({"-o", output(), "--tracks", folder_.file("tracks")}, "alternate", "5000");
     EXPECT_EQ(end.code, 2);
+    EXPECT_THAT(end.errors, HasSubstr("tqaudiorecord: " + folder_.file("tracks") +
+                                      ": 1000 files are the most; further programs"))
+        << "at once";
     EXPECT_THAT(end.errors, HasSubstr("more than 1000 files would be needed; 4000 blocks"));
     std::size_t files = 0;
     for ([[maybe_unused]] const auto& entry :

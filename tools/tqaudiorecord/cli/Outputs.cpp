@@ -11,6 +11,7 @@
 #include "output/VoiceSink.h"
 #include "output/live/LiveSink.h"
 #include "output/matroska/MatroskaSink.h"
+#include "output/report/ReportText.h"
 #include "view/Diagnosis.h"
 #include "view/FrameLines.h"
 #include "view/LeftOut.h"
@@ -275,7 +276,19 @@ bool Outputs::openViews(std::string& error) {
             return false;
         }
     }
+    sayWhatThePageCannotPlay();
     return true;
+}
+
+/// Before the evening is over.
+void Outputs::sayWhatThePageCannotPlay() {
+    const FileFormat* const mix = formatOfMix();
+    const bool isMixAlone = !options_.reportFile.empty() && options_.tracksFolder.empty();
+    if (const std::string why = mix == nullptr ? "" : whyNotPlayed(mix, {});
+        isMixAlone && !why.empty()) {
+        notice("the page of --report will play nothing, as " + why +
+               "; --tracks writes files that they play");
+    }
 }
 
 ReportFacts Outputs::reportFacts() const {

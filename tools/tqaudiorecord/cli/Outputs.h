@@ -74,6 +74,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] std::string voiceFile() const;
     [[nodiscard]] bool openViews(std::string& error);
     [[nodiscard]] bool openLive(std::string& error);
+    void sayWhatThePageCannotPlay();
     [[nodiscard]] ReportFacts reportFacts() const;
     void sayWhatTheVoiceWaitsFor();
     void showProblems();

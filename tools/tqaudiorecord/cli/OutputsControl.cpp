@@ -137,7 +137,9 @@ ControlAnswer Outputs::told(const std::string& what, const std::vector<WrittenFi
 
 ControlAnswer Outputs::save(std::optional<double> seconds) {
     if (replay_ == nullptr) {
-        return {false, "nothing is kept to be saved: start the recording with --replay\n"};
+        const std::string text = "nothing is kept to be saved: start the recording with --replay";
+        notice(text);
+        return {false, text + "\n"};
     }
     if (seconds && !(*seconds > 0)) {
         return {false, "save wants more than 0 seconds\n"};
@@ -191,6 +193,9 @@ ControlAnswer Outputs::answerOf(ReplaySaved saved) const {
 }
 
 ControlAnswer Outputs::split() {
+    if (replay_ != nullptr || files_.empty()) {
+        return {false, "there is no file under way that could be split\n"};
+    }
     Split split{kSplits | ++lastSplit_, std::make_shared<std::vector<WrittenFile>>()};
     // Of silence alone nothing has a name that could be said. Sound may wait behind silence.
     if (names_->isHeard() || std::any_of(files_.begin(), files_.end(),

@@ -21,6 +21,12 @@ inline constexpr std::uint64_t kRefreshMicroseconds = 500'000;
 /// One recording makes at most that many files of one kind, whatever its programs do.
 inline constexpr std::size_t kMostFiles = 1000;
 
+/// What the user is told when the first block beyond that comes.
+inline std::string fullText(const std::string& place) {
+    return place + ": " + std::to_string(kMostFiles) +
+           " files are the most; further programs and units get none";
+}
+
 /// What the user is told at the end of `blocks` beyond that. `place` is the file or folder that was
 /// asked for.
 inline std::string refusedText(const std::string& place, std::uint64_t blocks) {

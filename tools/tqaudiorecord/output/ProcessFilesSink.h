@@ -85,6 +85,9 @@ class ProcessFilesSink : public FilesSink {
         for (const auto& [id, one] : recordings_) {
             add(*one.recording);
         }
+        if (refused_ > 0) {
+            all.push_back(fullText(plan_.path));
+        }
         if (isFinished_ && refused_ > 0) {
             all.push_back(refusedText(plan_.path, refused_));
         }

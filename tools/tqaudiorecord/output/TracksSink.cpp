@@ -131,7 +131,9 @@ void TracksSink::block(const Process& process, const Block& block) {
     }
     if (found == tracks_.end()) {
         if (takenNames_.size() >= kMostFiles) {
-            ++refused_;
+            if (refused_++ == 0) {
+                complain(fullText(folder_.path()));
+            }
             return;
         }
         begin(process, block);

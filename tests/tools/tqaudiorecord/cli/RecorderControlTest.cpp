@@ -136,6 +136,21 @@ TEST_F(RecorderControlTest, NothingIsSplitOrSavedBeforeThereIsSound) {
     EXPECT_EQ(program.wait().code, 2);
 }
 
+TEST_F(RecorderControlTest, AReplayHasNoFileToSplitAndASignalWithoutOneIsAnswered) {
+    Program program(reachable(setup({"-o", path_, "--replay", "5"}, {"sleep", "60"})));
+    ASSERT_TRUE(eventually([&] { return ctl({"status"}).code == 0; }));
+    EXPECT_THAT(ctl({"split"}).errors, HasSubstr("no file under way that could be split"));
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    (void)program.wait();
+    Program without(reachable(setup({"-o", path_}, {"sleep", "60"})));
+    ASSERT_TRUE(eventually([&] { return ctl({"status"}).code == 0; }));
+    without.signal(SIGUSR1);
+    EXPECT_TRUE(eventually(
+        [&] { return without.errors().find("nothing is kept to be saved") != std::string::npos; }));
+    EXPECT_EQ(ctl({"stop"}).code, 0);
+    (void)without.wait();
+}
+
 TEST_F(RecorderControlTest, SilenceAloneIsNotSplit) {
     Program program(reachable(setup({"-q", "-o", path_}, {TQ_TONE_HOST, "silent", "60"})));
     ASSERT_TRUE(eventually([&] { return hasPlayed(0.5); }));

@@ -47,6 +47,18 @@ TEST_F(RecorderReportTest, OneThatIsThereIsRefusedAndOneThatCannotBeWrittenFails
     expectMusic(folder_.file("out.wav"), 44100, 0.7);
 }
 
+TEST_F(RecorderReportTest, ThatItCanPlayNothingIsSaidAtTheStart) {
+    const auto says = [&](const std::vector<std::string>& more, const char* name) {
+        std::vector<std::string> options{"-o", folder_.file(name), "--report", page_,
+                                         "--overwrite"};
+        options.insert(options.end(), more.begin(), more.end());
+        return run(options, {"true"}).errors.find("will play nothing") != std::string::npos;
+    };
+    EXPECT_TRUE(says({}, "out.mka"));
+    EXPECT_FALSE(says({"--tracks", folder_.file("tracks")}, "out.mka"));
+    EXPECT_FALSE(says({}, "out.flac"));
+}
+
 TEST_F(RecorderReportTest, NeedsNoOtherOutputButTellsWhatWasLeftOut) {
     const ProgramEnd outcome = run({"-q", "--format", "wav", "--report", page_}, game("2"));
     ASSERT_EQ(outcome.code, 0) << outcome.errors;
