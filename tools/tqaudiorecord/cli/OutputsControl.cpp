@@ -223,12 +223,11 @@ ControlAnswer Outputs::answerOf(const Split& split) const {
 
 /// A key that was pressed by mistake is understood at the end at the latest.
 std::string Outputs::pauseLine() const {
-    if (pauses_.count() == 0) {
+    if (!pauses_.isAny()) {
         return {};
     }
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "Paused: %zu time%s, %.1f s that are not recorded\n",
-                  pauses_.count(), pauses_.count() == 1 ? "" : "s",
+    std::snprintf(text.data(), text.size(), "Paused for %.1f s in all, which are not recorded\n",
                   static_cast<double>(pauses_.before(hostTime())) / 1e6);
     return text.data();
 }

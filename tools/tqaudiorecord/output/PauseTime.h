@@ -28,7 +28,7 @@ class PauseTime {
             return time >= pause.begin && time < pause.end;
         });
     }
-    [[nodiscard]] std::size_t count() const { return pauses_.size(); }
+    [[nodiscard]] bool isAny() const { return !pauses_.empty(); }
     /// How much of the time before was paused.
     [[nodiscard]] std::uint64_t before(std::uint64_t time) const {
         std::uint64_t all = 0;

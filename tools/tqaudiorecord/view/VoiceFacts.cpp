@@ -14,7 +14,7 @@ constexpr double kLeastSeconds = 0.1;
 
 std::string textOf(double seconds) {
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.1f s", seconds);
+    std::snprintf(text.data(), text.size(), "%.1f", seconds);
     return text.data();
 }
 
@@ -36,12 +36,12 @@ std::string VoiceFacts::lines(const std::string& name, double leftOutSeconds) co
     std::string all = silent.empty() ? "" : which + silent + "\n";
     const double lost = static_cast<double>(lostFrames_) / kMixFormat.sampleRate;
     if (lost > 0) {
-        all += which + textOf(lost) + " were lost while the recorder was held up\n";
+        all += which + textOf(lost) + " s were lost while the recorder was held up\n";
     }
     // A silent one has nothing to miss.
     if (hasSound_ && leftOutSeconds >= kLeastSeconds) {
-        all +=
-            which + textOf(leftOutSeconds) + " that it heard while nothing played are in no file\n";
+        all += which + textOf(leftOutSeconds) +
+               " s that it heard while nothing played are in no file\n";
     }
     return all;
 }
@@ -58,7 +58,7 @@ std::string VoiceFacts::whySilent() const {
     return away < kLeastSeconds
                ? ""
                : "it was away for " + textOf(away) +
-                     (isToDuck_ ? ", in which nothing was ducked" : ", which are silence");
+                     (isToDuck_ ? " s, in which nothing was ducked" : " s, which are silence");
 }
 
 }  // namespace tqrecorder
