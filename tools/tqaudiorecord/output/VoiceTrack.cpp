@@ -101,6 +101,12 @@ std::int64_t VoiceTrack::voiceEnd() const {
 
 void VoiceTrack::block(const Process& process, const Block& block) {
     const bool isMix = block.track == 0 && block.format == kMixFormat;
+    const bool sounds =
+        isMix && !(beside_ && beside_->hasSounded) && hasSound(block.frames, block.format);
+    if (sounds && beside_ && beside_->process.id != process.id) {
+        // A launcher that plays silence keeps nobody's voice.
+        leave();
+    }
     if (isMix && !beside_) {
         beside_.emplace(Beside{process, block.microseconds,
                                StreamClock(kRate, block.microseconds, kMixPatience)});
@@ -112,6 +118,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
         return;
     }
     beside_->process = process;
+    beside_->hasSounded = beside_->hasSounded || sounds;
     if (isInMix_) {
         takeMix(block);
     } else {

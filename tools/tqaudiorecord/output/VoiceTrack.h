@@ -14,7 +14,8 @@ namespace tqrecorder {
 
 /// The microphone beside what programs play: a track of the first process that has a mix, frame for
 /// frame on that mix's time, and when asked for in the mix itself. When that process ends it goes
-/// on with the next one's. [one host thread at a time]
+/// on with the next one's, and with the first that sounds where it was silent. [one host thread at
+/// a time]
 class VoiceTrack {
   public:
     using Out = std::function<void(const Process&, const Block&)>;
@@ -46,6 +47,7 @@ class VoiceTrack {
         Process process;
         std::uint64_t began;  ///< host time of the mix's first frame
         StreamClock clock;    ///< as the mix's file has it
+        bool hasSounded = false;
     };
 
     void lay(std::uint64_t microseconds, std::span<const float> samples);

@@ -113,6 +113,20 @@ TEST_F(Voices, InTheMixItIsAddedWhereItWasHeard) {
     EXPECT_EQ(all.at(59 * kMixBlock), 0.375);
 }
 
+TEST_F(Voices, ItLeavesAProcessThatIsSilentForTheFirstThatSounds) {
+    begin(false);
+    mix(game_, 0, 20, 0);
+    hear(0, 20);
+    mix(other_, 20, 40);
+    hear(20, 40);
+    const std::size_t before = out(1, kMicrophoneTrack).size();
+    EXPECT_GT(before, 0U);
+    EXPECT_EQ(out(2, kMicrophoneTrack).back(), 0.125);
+    mix(game_, 40, 60);
+    hear(40, 60);
+    EXPECT_EQ(out(1, kMicrophoneTrack).size(), before) << "it stays there";
+}
+
 TEST_F(Voices, WhatIsHeardWhileNothingPlaysIsCounted) {
     begin(false);
     hear(0, 400);
