@@ -33,6 +33,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     [[nodiscard]] bool hear(bool isHearing) override;
     [[nodiscard]] bool isHearing() const override;
     [[nodiscard]] bool isStill() const override;
+    void choose(const std::string& microphone) override;
     bool finish() noexcept override;
     [[nodiscard]] tqplatform::HeardPlace place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.

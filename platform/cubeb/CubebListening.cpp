@@ -89,6 +89,12 @@ bool CubebDevice::hear(bool isHearing) {
     return true;
 }
 
+void CubebDevice::choose(const std::string& microphone) {
+    // No request reads it meanwhile: the microphone's stream is closed.
+    microphoneName_ = microphone;
+    stoodStill_ = false;
+}
+
 bool CubebDevice::listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames) {
     const Microphone found = microphone();
     cubeb_stream_params params = paramsAt(sampleRate_, inputChannels_);

@@ -87,6 +87,10 @@ class HeardDevice {
     /// [host thread] Whether a microphone is open and brings nothing, which it may do again any
     /// time.
     [[nodiscard]] virtual bool isStill() const = 0;
+    /// [host thread] Behind start(), while it does not listen: which microphone hear() opens from
+    /// then on, by its name; empty for the default. Programs keep the channels that they were told.
+    /// Of a device that only listens it is not asked.
+    virtual void choose(const std::string& microphone) = 0;
     /// [host thread] Asks for nothing more and waits, half a second at most, until what was
     /// rendered has been played. True when it was wanted again before: then it asks as if nothing
     /// had been.

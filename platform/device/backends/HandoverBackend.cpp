@@ -292,7 +292,8 @@ void HandoverBackend::forgetAfterFork() noexcept {
     sleepNews_.forgetAfterFork();
     isAsleep_ = false;
     wasOpen_.store(false);
-    hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = wasStill_ = isOutdated_ = false;
+    hasRun_ = isInterrupted_ = toldHearing_ = stoodStill_ = wasStill_ = isOutdated_ =
+        hasNewLength_ = false;
     takenRate_ = 0;
     isHearing_.store(false);
     isOffered_.store(false);

@@ -180,6 +180,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool awaitDriving();
     /// As it is asked for now; with the lock held.
     [[nodiscard]] HeardWish wished() const;
+    /// Whether the device need not be opened anew for that.
+    [[nodiscard]] bool isOpenFor(const HeardWish& wish) const;
     /// False in the same case: the device drives on.
     [[nodiscard]] bool driveByClock();
     /// While nothing plays: asks the device whether it would play at the wish's rate.
@@ -212,6 +214,8 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     [[nodiscard]] bool awaitsFirstBlock() const;
     void noteHearing();
     void listen(bool isHearing);
+    /// Another microphone beside speakers, which go on.
+    void choose(const std::string& microphone);
     /// Tells, once, that a microphone is open or is not any more.
     void tellHearing(bool isHearing);
     /// Tells of other speakers, another microphone, or another format of either.
@@ -265,13 +269,14 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     std::shared_ptr<Kept> device_;  ///< that is started, or about to be
     bool isUp_ = false;             ///< it has begun to ask for blocks
     HeardWish deviceWish_;
-    Float64 refusing_ = 0;      ///< Hz, while its refusal is told; 0 at other times
-    Float64 takenRate_ = 0;     ///< Hz, the last that the device took; 0 for its own
-    HeardPlace place_;          ///< as programs know it
-    bool isMoving_ = false;     ///< it was another at the last look; told when it has settled
-    bool isOutdated_ = false;   ///< to be opened anew, for another format
-    bool wasHearing_ = false;   ///< it was asked to listen
-    bool toldHearing_ = false;  ///< programs know that a microphone is open
+    Float64 refusing_ = 0;       ///< Hz, while its refusal is told; 0 at other times
+    Float64 takenRate_ = 0;      ///< Hz, the last that the device took; 0 for its own
+    HeardPlace place_;           ///< as programs know it
+    bool isMoving_ = false;      ///< it was another at the last look; told when it has settled
+    bool hasNewLength_ = false;  ///< of its blocks; to be told
+    bool isOutdated_ = false;    ///< to be opened anew, for another format
+    bool wasHearing_ = false;    ///< it was asked to listen
+    bool toldHearing_ = false;   ///< programs know that a microphone is open
     std::atomic<bool> wasOpen_{false};  ///< it was there once: a device that goes comes back
     bool hasRun_ = false;               ///< it has played once
     bool isDeafAlone_ = false;          ///< nobody plays, and the microphone cannot be opened

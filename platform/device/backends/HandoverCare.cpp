@@ -106,7 +106,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
     const bool isLost = isLost_.load();
     const bool isOutdated = std::exchange(isOutdated_, false);
     const bool heardAlone = device_ != nullptr && !deviceWish_.isToPlay && isHearing;
-    if (device_ != nullptr && (!isToRun || isLost || isOutdated || wish != deviceWish_)) {
+    const bool isChosen = device_ != nullptr && wish.microphone != deviceWish_.microphone;
+    const bool hasOtherLength = device_ != nullptr && wish.seconds != deviceWish_.seconds;
+    if (device_ != nullptr && (!isToRun || isLost || isOutdated || !isOpenFor(wish))) {
         if (!closeDevice(!isLost, isToRun || isAsleep_)) {
             isOutdated_ = isOutdated;
             lock.lock();
@@ -133,13 +135,15 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
             tellInterruptionEnded();
         } else if (isThere && isLost && !stoodStill && !wasStill_) {
             tellRouteChange(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
-        } else if (isThere && (isOutdated || stoodStill) && !wasStill_) {
+        } else if (isThere && (isOutdated || stoodStill || (isChosen && isHearing)) && !wasStill_) {
             tellRouteChange(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
         } else if (isThere && isDeafAlone_ && !wish.isToPlay) {
             tellHearing(true);
         } else if (isOther || (isThere && heardAlone && wish.isToPlay)) {
             // Who listened has missed what was to be heard while the speakers were opened.
             tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+        } else if (isThere && hasOtherLength) {
+            hasNewLength_ = true;  // whoever has asked for it is still waiting
         } else if (!isThere && !isHeard) {
             tellHearing(false);
         } else if (!isThere && hasRun_) {
@@ -176,6 +180,9 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         sleepNews_.end();
         isAsleep_ = false;
     }
+    if (device_ != nullptr && wish.microphone != deviceWish_.microphone) {
+        choose(wish.microphone);
+    }
     if (device_ != nullptr && isHearing != wasHearing_) {
         wasHearing_ = isHearing;
         listen(isHearing);
@@ -200,10 +207,18 @@ HeardWish HandoverBackend::wished() const {
     return wish;
 }
 
+bool HandoverBackend::isOpenFor(const HeardWish& wish) const {
+    HeardWish open = deviceWish_;
+    if (open.isToPlay) {
+        open.microphone = wish.microphone;  // beside speakers it is exchanged alone
+    }
+    return open == wish;
+}
+
 bool HandoverBackend::isWantedAgain() noexcept {
     const std::lock_guard lock(care_.mutex);
     return orNothing(
-        [&] { return care_.isPlayingOut && care_.wants.bits() != 0 && wished() == deviceWish_; });
+        [&] { return care_.isPlayingOut && care_.wants.bits() != 0 && isOpenFor(wished()); });
 }
 
 void HandoverBackend::noteSleep() {

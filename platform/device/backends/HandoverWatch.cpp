@@ -49,6 +49,9 @@ void HandoverBackend::watch(std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     watchRequests();
     sleepNews_.begin();  // not before the first block
+    if (std::exchange(hasNewLength_, false)) {
+        tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+    }
     if (!deviceWish_.isToPlay) {
         watchMicrophone();
     } else if (wantsHearing && quietLooks_ == 0) {
@@ -63,6 +66,22 @@ void HandoverBackend::listen(bool isHearing) {
         kept.answer = orNothing([&] { return kept.device->hear(isHearing); });
     });
     isOutdated_ = isOutdated_ || !device_->answer;
+}
+
+void HandoverBackend::choose(const std::string& microphone) {
+    aside(device_, [microphone, isHearing = wasHearing_](Kept& kept) {
+        kept.answer = orNothing([&] {
+            const bool isClosed = kept.device->hear(false);
+            kept.device->choose(microphone);
+            return isClosed && (!isHearing || kept.device->hear(true));
+        });
+    });
+    isOutdated_ = isOutdated_ || !device_->answer;
+    deviceWish_.microphone = microphone;
+    deafLooks_ = 0;
+    stillLooks_ = kWakingLooks;
+    // Told as one that the system has put there; that none is heard, or one at last, as such.
+    isMoving_ = isMoving_ || (wasHearing_ && toldHearing_ && device_->device->isHearing());
 }
 
 bool HandoverBackend::awaitsFirstBlock() const {
@@ -147,8 +166,10 @@ bool HandoverBackend::isStale(const HeardPlace& now) const {
     const bool hasOtherRate = deviceWish_.isToPlay && deviceWish_.sampleRate <= 0 &&
                               now.speakers.isDefault &&
                               now.speakers.sampleRate != heardFormat_.sampleRate;
-    const bool hasOtherChannels =
-        now.microphone.isKnown() && now.microphone.channels != heardFormat_.inputChannels;
+    // The speakers are not cut for one that the program has chosen: the server converts.
+    const bool isChosen = deviceWish_.isToPlay && !deviceWish_.microphone.empty();
+    const bool hasOtherChannels = !isChosen && now.microphone.isKnown() &&
+                                  now.microphone.channels != heardFormat_.inputChannels;
     return hasOtherRate || hasOtherChannels;
 }
 

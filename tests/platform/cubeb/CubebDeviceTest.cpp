@@ -173,6 +173,22 @@ TEST(CubebDevice, AnotherMicrophoneIsHeardWhereTheDefaultIsAMonitor) {
     EXPECT_STREQ(static_cast<const char*>(theServer.openedMicrophone), "another");
 }
 
+TEST(CubebDevice, AnotherMicrophoneIsChosenBesideSpeakersThatGoOn) {
+    theServer.microphones = 2;
+    Host host;
+    const auto device = playing(host);
+    ASSERT_TRUE(device && device->hear(true));
+    cubeb_stream* const speakers = theServer.speakers;
+    ASSERT_TRUE(device->hear(false));
+    device->choose("another");
+    ASSERT_TRUE(device->hear(true));
+    EXPECT_TRUE(device->isHearing());
+    EXPECT_STREQ(static_cast<const char*>(theServer.openedMicrophone), "another");
+    EXPECT_EQ(theServer.openedChannels, 1U) << "as programs were told";
+    EXPECT_EQ(theServer.speakers, speakers);
+    EXPECT_EQ(host.losses, 0);
+}
+
 TEST(CubebDevice, ADefaultThatIsAMonitorIsNotListedAsTheDefault) {
     theServer.defaultIsMonitor = true;
     theServer.microphones = 2;

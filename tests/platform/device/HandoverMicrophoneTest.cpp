@@ -236,4 +236,75 @@ TEST(HandoverCare, AnotherMicrophoneIsANewRouteForWhoListensAlone) {
     device.removeClient(listener);
 }
 
+TEST(HandoverCare, AnotherMicrophoneThatIsPreferredDoesNotCutTheSpeakers) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    scene.noted();
+    ASSERT_TRUE(device.preferMicrophone("headset"));
+    EXPECT_EQ(scene.noted(), Words{"choose microphone"}) << "nothing is closed";
+    EXPECT_EQ(scene.wish.microphone, "headset");
+    EXPECT_TRUE(device.isHearing());
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    scene.isMicrophoneThere = false;
+    ASSERT_TRUE(device.preferMicrophone("none"));
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1", "route 2"}; }));
+    awaitLooks();
+    EXPECT_EQ(notices.told(), (Words{"route 1", "route 2"}));
+    device.removeClient(both);
+}
+
+TEST(HandoverCare, AMicrophoneThatIsPreferredWhileNobodyListensIsKeptForWhoDoes) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(player));
+    const Speakers speakers;
+    scene.noted();
+    ASSERT_TRUE(device.preferMicrophone("headset"));
+    awaitLooks();
+    EXPECT_EQ(scene.noted(), Words{"choose microphone"});
+    EXPECT_EQ(notices.told(), Words{});
+    device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    scene.noted();
+    ASSERT_TRUE(device.preferMicrophone("another"));
+    EXPECT_EQ(scene.noted(), Words{});
+    ASSERT_TRUE(device.addClient(listener));
+    EXPECT_EQ(scene.wish.microphone, "another");
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AnotherMicrophoneThatIsPreferredIsANewRouteForWhoListensAlone) {
+    Device& device = openBoth();
+    HandoverClient listener(false, true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(listener));
+    const Speakers blocks;
+    ASSERT_TRUE(device.preferMicrophone("headset"));
+    EXPECT_EQ(scene.wish.microphone, "headset");
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 1"}; }));
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 1"});
+    device.removeClient(listener);
+}
+
+TEST(HandoverCare, AMicrophoneThatIsPreferredBesideSpeakersMayHaveOtherChannels) {
+    Device& device = openBoth();
+    HandoverClient both(true, true);
+    moveTo({}, {"one", 48000, 1, true});
+    ASSERT_TRUE(device.addClient(both));
+    const Speakers speakers;
+    awaitLooks();
+    scene.noted();
+    ASSERT_TRUE(device.preferMicrophone("two"));
+    moveTo({}, {"two", 48000, 2, false});
+    awaitLooks();
+    EXPECT_EQ(scene.noted(), Words{"choose microphone"}) << "the server converts";
+    EXPECT_EQ(device.inputChannels(), 1U);
+    device.removeClient(both);
+}
+
 }  // namespace

@@ -276,4 +276,22 @@ TEST(HandoverCare, ADurationIsRefusedWhereThereIsOnlyTheClock) {
     device.removeClient(heard);
 }
 
+TEST(HandoverCare, ADurationForWhichTheDeviceIsOpenedAnewIsOneNewRoute) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    EXPECT_TRUE(device.preferDuration(0.02));
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{}) << "it is opened so";
+    EXPECT_TRUE(device.preferDuration(0.04));
+    EXPECT_EQ(scene.wish.seconds, 0.04);
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 8"}; }));
+    EXPECT_TRUE(device.preferDuration(0.04));
+    awaitLooks();
+    EXPECT_EQ(notices.told(), Words{"route 8"});
+    device.removeClient(heard);
+}
+
 }  // namespace

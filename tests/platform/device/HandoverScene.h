@@ -158,6 +158,10 @@ class MadeUpDevice final : public HeardDevice {
     }
     bool isHearing() const override { return isOpenAndThere() && !scene.isMicrophoneStill; }
     bool isStill() const override { return isOpenAndThere() && scene.isMicrophoneStill; }
+    void choose(const std::string& microphone) override {
+        scene.note(isOpen_ ? "choose while it listens" : "choose microphone");
+        scene.wish.microphone = microphone;
+    }
     bool finish() noexcept override {
         scene.note("finish device");
         if (scene.finish) {
