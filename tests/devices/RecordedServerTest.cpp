@@ -1,8 +1,11 @@
 // What happens to the sound server while a program on it is recorded: each frame that it plays
 // while it is captured is on its track once, and it is heard.
 
+#include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <sstream>
+#include <thread>
 
 #include "bridges/programs/RecordedRun.h"
 #include "devices/ServerRun.h"
@@ -180,6 +183,71 @@ TEST_F(RecordedPipeWire, HasTheMicrophoneBesideTheProgramsTrack) {
     }
     EXPECT_LT(away, 0.02) << end.text();
     EXPECT_NEAR(hertz, 440, 5);
+    EXPECT_EQ(end.text().find("Microphone"), std::string::npos) << end.text();
+}
+
+/// Both at once: live sources are microphones to whoever looks at the server.
+class LiveAndMicrophone : public RecordedPipeWire {
+  protected:
+    void recordLive(const std::string& microphone) {
+        run({"start3", "say", "await:" + file("over"), "stop3"},
+            {TQ_TEST_RECORDER, "-o", file("mix.wav"), microphone, "--live", "--tracks",
+             file("tracks"), "--from-start", "--"});
+    }
+    /// Names of live sources, once there are those of the mix and the one unit.
+    [[nodiscard]] std::string liveSources() const {
+        std::string names;
+        EXPECT_TRUE(eventually([&] {
+            std::istringstream lines(pactl({"list", "short", "sources"}));
+            names.clear();
+            for (std::string line; std::getline(lines, line);) {
+                const std::size_t begin = line.find("tqaudiorecord.");
+                names += begin == std::string::npos
+                             ? ""
+                             : line.substr(begin, line.find('\t', begin) - begin) + "\n";
+            }
+            return timesIn(names, "\n") >= 2;
+        })) << program_->text();
+        return names;
+    }
+    [[nodiscard]] Sound voice() const {
+        for (const auto& one : std::filesystem::directory_iterator(file("tracks"))) {
+            if (one.path().string().find("microphone") != std::string::npos) {
+                return readWav(one.path());
+            }
+        }
+        return {};
+    }
+};
+
+TEST_F(LiveAndMicrophone, ALiveSourceIsNotTakenForTheMicrophone) {
+    recordLive("--mic");
+    ASSERT_NE(liveSources(), "");
+    // Where there is no microphone it becomes the server's default.
+    EXPECT_TRUE(eventually([&] {
+        return pactl({"get-default-source"}).starts_with("tqaudiorecord.");
+    })) << pactl({"get-default-source"});
+    // The recorder looks for one twice a second.
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    go("over");
+    const ProgramEnd end = finish();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("Microphone: there was none"), std::string::npos) << end.text();
+    EXPECT_EQ(voice().trimmed().frames(), 0U) << end.text();
+}
+
+TEST_F(LiveAndMicrophone, TheMicrophoneIsHeardAndIsNoLiveSource) {
+    recordLive("--mic=cap.monitor");
+    const std::string sources = liveSources();
+    EXPECT_NE(sources.find(".mix"), std::string::npos) << sources;
+    EXPECT_NE(sources.find(".unit-"), std::string::npos) << sources;
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_EQ(liveSources(), sources) << "nor does another one come";
+    EXPECT_EQ(timesIn(sources, "\n"), 2U) << sources;
+    go("over");
+    const ProgramEnd end = finish();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_GT(voice().trimmed().frames(), 0U) << end.text();
     EXPECT_EQ(end.text().find("Microphone"), std::string::npos) << end.text();
 }
 
