@@ -157,9 +157,7 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
 
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
-    if (std::string_view(reached_) == "pulse") {
-        watch_ = std::make_unique<PulseWatch>(kName);
-    }
+    watchServer();
     if (!isToPlay_) {
         return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, kHeardAloneFrames);
     }
@@ -169,6 +167,14 @@ bool CubebDevice::start() {
         heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
     return makeStream() && cubeb_stream_start(stream_.get()) == CUBEB_OK;
+}
+
+void CubebDevice::watchServer() {
+    if (std::string_view(reached_) == "pulse") {
+        watch_ = std::make_unique<PulseWatch>(kName);
+    } else if (isJack_) {
+        jackWatch_ = std::make_unique<JackWatch>(kName, [this] { lose(); });
+    }
 }
 
 bool CubebDevice::makeStream() {
@@ -261,10 +267,14 @@ void CubebDevice::onState(cubeb_stream* /*stream*/, void* self, cubeb_state stat
     if (state == CUBEB_STATE_DRAINED) {
         device.stage_.store(Stage::drained);
     } else if (state == CUBEB_STATE_ERROR) {
-        device.isHearing_.store(false);       // a device that only listens has this stream alone
-        device.stage_.store(Stage::drained);  // nobody waits for what is not played any more
-        device.host_->lostHeard();
+        device.lose();
     }
+}
+
+void CubebDevice::lose() noexcept {
+    isHearing_.store(false);       // a device that only listens has one stream alone
+    stage_.store(Stage::drained);  // nobody waits for what is not played any more
+    host_->lostHeard();
 }
 
 }  // namespace tqcubeb

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "JackWatch.h"
 #include "PlayClock.h"
 #include "PulseWatch.h"
 #include "common/DriftFifo.h"
@@ -56,6 +57,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     /// The first of its kinds that answers; of all kinds the one that was reached before.
     bool reach();
     bool reach(const char* kind);
+    /// Takes news of it in from here on.
+    void watchServer();
     /// What plays, not yet started.
     [[nodiscard]] bool makeStream();
     /// The microphone that is wanted.
@@ -87,6 +90,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     static void onState(cubeb_stream* stream, void* self, cubeb_state state);
     static void onHeardState(cubeb_stream* stream, void* self, cubeb_state state);
     static void onHeardAloneState(cubeb_stream* stream, void* self, cubeb_state state);
+    /// The server has gone, or has ended what plays.
+    void lose() noexcept;
 
     const std::string kind_;
     tqplatform::HeardHost* host_ = nullptr;
@@ -108,7 +113,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::atomic<UInt64> heardUntil_{0};
     bool stoodStill_ = false;  ///< when it was closed the last time
     std::unique_ptr<cubeb_stream, EndStream> microphone_;
-    std::unique_ptr<PulseWatch> watch_;  ///< where there is such a server
+    std::unique_ptr<PulseWatch> watch_;     ///< where there is such a server
+    std::unique_ptr<JackWatch> jackWatch_;  ///< the same
     std::atomic<Stage> stage_{Stage::playing};
     PlayClock heardClock_{1};  ///< of the microphone beside speakers, on its thread only
     /// When it would have heard the first frame ever, in ns; 0 before it has brought one. Written

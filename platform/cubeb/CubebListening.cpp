@@ -172,7 +172,7 @@ void CubebDevice::onHeardState(cubeb_stream* /*stream*/, void* self, cubeb_state
 }
 
 void CubebDevice::onHeardAloneState(cubeb_stream* stream, void* self, cubeb_state state) {
-    // The same; a server that has gone is noticed by its silence then.
+    // The same; that the server has gone is known from elsewhere.
     if (state != CUBEB_STATE_ERROR || !static_cast<CubebDevice*>(self)->isJack_) {
         onState(stream, self, state);
     }

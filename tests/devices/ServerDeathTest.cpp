@@ -1,5 +1,7 @@
 // Servers other than PulseAudio that die or stand still while a program plays, and come back.
 
+#include <chrono>
+
 #include "devices/ServerRun.h"
 #include "support/servers/FileOutputs.h"
 #include "support/servers/JackServer.h"
@@ -10,8 +12,7 @@ using namespace tqtest;
 
 struct DyingJack : JackServer {
     static constexpr const char* kDevice = "cubeb:jack";
-    // Its library says nothing: that ten seconds bring no request does.
-    static constexpr const char* kNotices = "route=2 interruption=1 interruption=0";
+    static constexpr const char* kNotices = "interruption=1 interruption=0";
 };
 
 /// The plug-in for PulseAudio, whose server dies.
@@ -62,8 +63,11 @@ TYPED_TEST(DyingServer, IsAnInterruptionInWhichUnitsKeepTheirCallbacks) {
                "more:24000", "say", "await:" + this->file("ends"), "stop3"},
               {}, TypeParam::kDevice);
     ASSERT_TRUE(this->isHeard()) << this->program_->text();
+    const auto killed = std::chrono::steady_clock::now();
     this->server_.kill();
     ASSERT_TRUE(this->says("interruption=1")) << this->program_->text();
+    const auto noticed = std::chrono::steady_clock::now() - killed;
+    EXPECT_LT(noticed, std::chrono::seconds(9)) << "by its silence, then";
     this->go("killed");
     EXPECT_TRUE(this->says("descriptors=")) << "the clock goes on: " << this->program_->text();
     this->server_.start();
@@ -73,6 +77,26 @@ TYPED_TEST(DyingServer, IsAnInterruptionInWhichUnitsKeepTheirCallbacks) {
     const ProgramEnd end = this->finish();
     EXPECT_EQ(end["done"], "1") << end.text();
     EXPECT_EQ(this->noticesIn(end.output), TypeParam::kNotices);
+}
+
+using ListeningOnJack = ServerRun<JackServer>;
+
+TEST_F(ListeningOnJack, WhoListensAloneIsToldOnceThatTheServerHasGoneAndOnceThatItIsBack) {
+    run({"alone", "listen", "sleep:1", "say", "await:" + file("gone"), "say",
+         "await:" + file("back"), "say", "heard:/dev/null"},
+        {}, "cubeb:jack");
+    ASSERT_TRUE(says("hearing=1")) << program_->text();
+    server_.kill();
+    EXPECT_TRUE(says("route=2")) << program_->text();
+    go("gone");
+    EXPECT_TRUE(says("hearing=0")) << program_->text();
+    server_.start();
+    EXPECT_TRUE(says("route=1")) << program_->text();
+    go("back");
+    const ProgramEnd end = finish();
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end["hearing"], "1") << end.text();
+    EXPECT_EQ(noticesIn(end.output), "") << end.text();
 }
 
 using PlayedPipeWire = ServerRun<PipeWireServer>;

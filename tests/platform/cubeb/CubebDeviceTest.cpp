@@ -283,6 +283,25 @@ TEST(CubebDevice, AMicrophoneThatIsOpenAndBringsNothingIsStillAndOneThatFailedIs
     }
 }
 
+TEST(CubebDevice, AJackServerThatGoesIsALossThoughTheLibrarySaysNothing) {
+    theServer.answers = {{"jack", true}};
+    for (const bool isToPlay : {true, false}) {
+        Host host;
+        auto device = playing(host, {.isToPlay = isToPlay});
+        ASSERT_TRUE(device && theServer.goneJack);
+        theServer.goneJack();
+        EXPECT_EQ(host.losses, 1);
+        EXPECT_FALSE(device->isHearing());
+        device.reset();
+        EXPECT_FALSE(theServer.goneJack) << "nobody listens any more";
+    }
+    theServer.answers = {{"alsa", true}};
+    Host host;
+    CubebDevice onAlsa("alsa");
+    ASSERT_TRUE(onAlsa.open(host, {}) && onAlsa.start());
+    EXPECT_FALSE(theServer.goneJack) << "it has no such server";
+}
+
 TEST(CubebDevice, WhileTheMicrophoneIsAwayThereIsSilenceInAsManyChannels) {
     theServer.microphones = 0;
     Host host;

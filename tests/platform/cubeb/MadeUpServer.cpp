@@ -2,7 +2,9 @@
 
 #include <array>
 #include <memory>
+#include <utility>
 
+#include "platform/cubeb/JackWatch.h"
 #include "platform/cubeb/PulseWatch.h"
 
 using tqtest::theServer;
@@ -107,6 +109,16 @@ tqcubeb::PulseWatch::~PulseWatch() = default;
 
 tqplatform::HeardPlace tqcubeb::PulseWatch::place() const {
     return theServer.place;
+}
+
+class tqcubeb::JackWatch::Client {};
+
+tqcubeb::JackWatch::JackWatch(const char* /*application*/, std::function<void()> gone) {
+    theServer.goneJack = std::move(gone);
+}
+
+tqcubeb::JackWatch::~JackWatch() {
+    theServer.goneJack = nullptr;
 }
 
 bool tqcubeb::PulseWatch::hearsPrograms() const noexcept {

@@ -2,6 +2,7 @@
 
 #include <cubeb/cubeb.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -33,6 +34,7 @@ struct MadeUpServer {
     uint32_t openedChannels = 0;             ///< of the microphone
     cubeb_devid openedMicrophone = nullptr;  ///< null for the server's default
     bool playsOnWhileItEnds = false;         ///< a last request comes in the middle of the end
+    std::function<void()> goneJack{};        ///< a JACK server tells its clients so
     cubeb_stream* speakers = nullptr;
     cubeb_stream* microphone = nullptr;
 
