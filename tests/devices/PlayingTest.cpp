@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "DeviceRun.h"
+#include "examples/game_host/GameSounds.h"
 #include "support/servers/PipeWireServer.h"
 #include "support/servers/PulseServer.h"
 #include "support/servers/Recording.h"
@@ -91,6 +92,27 @@ TEST(PlayingOnPipeWire, EveryFrameArrivesFromTheFirstToTheLast) {
     const Sound heard = recording->finish().trimmed();
     ASSERT_EQ(heard.frames(), devicePlayerNoise().frames());
     EXPECT_LT(largestDifference(devicePlayerNoise(), heard), 2.0 / 32768);
+}
+
+TEST(PlayingOnPulse, TheExampleProgramIsHeard) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    const TemporaryFolder sounds;
+    ASSERT_TRUE(makeGameSounds(sounds));
+    Environment environment = server.environment();
+    environment["TQ_AUDIO_DEVICE"] = "cubeb";
+    const ProgramEnd end = runProgram(
+        {.arguments = {TQ_GAME_HOST, "--quiet", "--seconds", "3", "--sounds", sounds.file("")},
+         .environment = environment});
+    ASSERT_EQ(end.code, 0) << end.text();
+    const Sound heard = recording->finish().trimmed();
+    const auto rate = static_cast<std::size_t>(heard.format.rate);
+    ASSERT_GT(heard.frames(), 5 * rate / 2);
+    const Sound middle = heard.part(rate / 2, rate);
+    EXPECT_GT(amplitudeOf(middle, 441), 0.1) << "its music";
+    EXPECT_GT(amplitudeOf(middle, 3150), 0.1) << "its voice";
+    EXPECT_LT(amplitudeOf(middle, 2300), 0.01) << "nothing else";
+    EXPECT_GT(amplitudeOf(heard.part(heard.frames() - rate, rate / 2), 441), 0.1) << "to its end";
 }
 
 TEST(Automatic, IsTheServerThatAnswers) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <complex>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -201,6 +202,16 @@ double frequencyOf(const Sound& sound) {
         }
     }
     return count < 2 ? 0 : static_cast<double>(count - 1) * sound.format.rate / (last - first);
+}
+
+double amplitudeOf(const Sound& sound, double hertz) {
+    std::complex<double> sum;
+    for (std::size_t i = 0; i < sound.frames(); ++i) {
+        const double turn =
+            2 * std::numbers::pi * hertz * static_cast<double>(i) / sound.format.rate;
+        sum += sound.value(i, 0) * std::polar(1.0, -turn);
+    }
+    return 2 * std::abs(sum) / static_cast<double>(std::max<std::size_t>(sound.frames(), 1));
 }
 
 void writeWav(const Sound& sound, const std::filesystem::path& file) {

@@ -56,6 +56,9 @@ struct Sound {
 /// Hertz of the first channel, from its upward zero crossings; 0 when there are fewer than two.
 [[nodiscard]] double frequencyOf(const Sound& sound);
 
+/// Of a sine of that frequency in the first channel, by correlation.
+[[nodiscard]] double amplitudeOf(const Sound& sound, double hertz);
+
 void writeWav(const Sound& sound, const std::filesystem::path& file);
 /// RIFF or RF64 with PCM or float samples; throws on anything else.
 [[nodiscard]] Sound readWav(const std::filesystem::path& file);
