@@ -94,6 +94,17 @@ TEST(PlayingOnPipeWire, EveryFrameArrivesFromTheFirstToTheLast) {
     EXPECT_LT(largestDifference(devicePlayerNoise(), heard), 2.0 / 32768);
 }
 
+/// Amplitude in the middle one of pieces of 50 ms: a busy machine puts silence between some.
+double usualAmplitude(const Sound& sound, double hertz) {
+    const std::size_t piece = static_cast<std::size_t>(sound.format.rate) / 20;
+    std::vector<double> all;
+    for (std::size_t at = 0; at + piece <= sound.frames(); at += piece) {
+        all.push_back(amplitudeOf(sound.part(at, piece), hertz));
+    }
+    std::sort(all.begin(), all.end());
+    return all.empty() ? 0 : all[all.size() / 2];
+}
+
 TEST(PlayingOnPulse, TheExampleProgramIsHeard) {
     const PulseServer server(devicePlayerFormat());
     const auto recording = server.record();
@@ -109,10 +120,11 @@ TEST(PlayingOnPulse, TheExampleProgramIsHeard) {
     const auto rate = static_cast<std::size_t>(heard.format.rate);
     ASSERT_GT(heard.frames(), 5 * rate / 2);
     const Sound middle = heard.part(rate / 2, rate);
-    EXPECT_GT(amplitudeOf(middle, 441), 0.1) << "its music";
-    EXPECT_GT(amplitudeOf(middle, 3150), 0.1) << "its voice";
-    EXPECT_LT(amplitudeOf(middle, 2300), 0.01) << "nothing else";
-    EXPECT_GT(amplitudeOf(heard.part(heard.frames() - rate, rate / 2), 441), 0.1) << "to its end";
+    EXPECT_GT(usualAmplitude(middle, 441), 0.1) << "its music";
+    EXPECT_GT(usualAmplitude(middle, 3150), 0.1) << "its voice";
+    EXPECT_LT(usualAmplitude(middle, 2300), 0.01) << "nothing else";
+    EXPECT_GT(usualAmplitude(heard.part(heard.frames() - rate, rate / 2), 441), 0.1)
+        << "to its end";
 }
 
 TEST(Automatic, IsTheServerThatAnswers) {
