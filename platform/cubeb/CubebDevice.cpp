@@ -116,24 +116,20 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     if (!reach()) {
         return std::nullopt;
     }
+    const UInt32 ownRate = sampleRate_;
     if (wish.sampleRate > 0) {
         sampleRate_ = static_cast<UInt32>(std::lround(wish.sampleRate));
     }
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
-    uint32_t latency = 0;
-    if (cubeb_get_min_latency(context_.get(), &params, &latency) != CUBEB_OK) {
+    uint32_t least = 0;
+    if (cubeb_get_min_latency(context_.get(), &params, &least) != CUBEB_OK) {
         return std::nullopt;
     }
-    if (wish.seconds > 0) {
-        const auto wanted =
-            static_cast<UInt32>(std::min<Float64>(wish.seconds * sampleRate_, kMaximumFrames));
-        latency = kRequestsInHand * wanted;
+    if (isJack_) {
+        least =
+            static_cast<uint32_t>(UInt64{JackWatch(kName, [] {}).period()} * sampleRate_ / ownRate);
     }
-    const bool isWished = wish.seconds > 0;
-    latencyFrames_ = std::clamp(latency, kFewestFrames, kRequestsInHand * kMaximumFrames);
-    // A program that says how much it wants to wait for wants it whole; others want it early, but
-    // behind two of the pieces in which PulseAudio brings it.
-    inHand_ = isWished ? heardFrames() : heardFrames() * 7 / 16;
+    settle(wish.seconds * sampleRate_, least);
     isToPlay_ = wish.isToPlay;
     microphoneName_ = wish.microphone;
     inputChannels_ = microphone().channels;
@@ -150,16 +146,36 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
                         .outputChannels = kChannels,
                         .inputChannels = theHeardChannels.load(std::memory_order_relaxed),
                         .maximumFrames = kMaximumFrames,
-                        .usualFrames = latencyFrames_ / kRequestsInHand,
+                        .usualFrames = isToPlay_ ? latencyFrames_ / kRequestsInHand : aloneSlice_,
                         .outputLatency = isToPlay_ ? latencyFrames_ : 0,
-                        .inputLatency = isToPlay_ ? heardFrames() + inHand_ : kHeardAloneFrames};
+                        .inputLatency = isToPlay_ ? heardFrames() + inHand_ : aloneFrames_};
+}
+
+void CubebDevice::settle(Float64 wanted, UInt32 least) {
+    const bool isWished = wanted > 0;
+    if (isJack_) {
+        // The server's periods, whatever is asked for: one is played while the next is made.
+        aloneSlice_ = aloneFrames_ = std::clamp(least, UInt32{1}, kMaximumFrames);
+        latencyFrames_ = kRequestsInHand * aloneSlice_;
+    } else {
+        // With less in hand than the server's least there are holes.
+        const auto slice = static_cast<UInt32>(std::clamp<Float64>(wanted, 0, kMaximumFrames));
+        latencyFrames_ = std::clamp(std::max(kRequestsInHand * slice, least), kFewestFrames,
+                                    kRequestsInHand * kMaximumFrames);
+        aloneSlice_ = isWished ? std::max({slice, least / kRequestsInLatency, kFewestFrames})
+                               : kHeardAloneFrames / kRequestsInLatency;
+        aloneFrames_ = kRequestsInLatency * aloneSlice_;
+    }
+    // A program that says how much it wants to wait for wants it whole; others want it early, but
+    // behind two of the pieces in which PulseAudio brings it.
+    inHand_ = isWished ? heardFrames() : heardFrames() * 7 / 16;
 }
 
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
     watchServer();
     if (!isToPlay_) {
-        return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, kHeardAloneFrames);
+        return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, aloneFrames_);
     }
     if (inputChannels_ > 0) {
         heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, inHand_,

@@ -61,6 +61,9 @@ class CubebDevice final : public tqplatform::HeardDevice {
     void watchServer();
     /// What plays, not yet started.
     [[nodiscard]] bool makeStream();
+    /// How much is asked for at a time and kept in hand, by the frames of a request that a program
+    /// wants (0 for none) and the least that the server calls its latency, or JACK its period.
+    void settle(Float64 wanted, UInt32 least);
     /// The microphone that is wanted.
     struct Microphone {
         UInt32 channels = 0;  ///< 0 where there is none
@@ -100,6 +103,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
     const char* reached_ = nullptr;  ///< its kind
     UInt32 sampleRate_ = 0;
     UInt32 latencyFrames_ = 0;
+    UInt32 aloneFrames_ = 0;  ///< the same of a microphone alone
+    UInt32 aloneSlice_ = 0;   ///< that come of it at a time
     bool isJack_ = false;
     bool isToPlay_ = true;
     std::string microphoneName_;  ///< empty for the default, if that is a microphone

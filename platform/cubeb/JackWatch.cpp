@@ -33,6 +33,11 @@ class JackWatch::Client {
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
+    [[nodiscard]] UInt32 period() const {
+        const auto frames = call<decltype(&jack_get_buffer_size)>("jack_get_buffer_size");
+        return client_ == nullptr || frames == nullptr ? 0 : frames(client_);
+    }
+
   private:
     struct CloseLibrary {
         void operator()(void* library) const noexcept { dlclose(library); }
@@ -54,5 +59,9 @@ JackWatch::JackWatch(const char* application, std::function<void()> gone)
 }
 
 JackWatch::~JackWatch() = default;
+
+UInt32 JackWatch::period() const {
+    return client_->period();
+}
 
 }  // namespace tqcubeb

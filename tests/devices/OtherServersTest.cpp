@@ -43,6 +43,15 @@ TEST(PlayingOnJack, ItsMicrophoneIsOpenWhileSomebodyListens) {
     EXPECT_EQ(end["hearing"], "1");
 }
 
+TEST(PlayingOnJack, ItsLatencyIsTheServersWhateverIsPreferred) {
+    const JackServer server;
+    const ProgramEnd end = runProgram(devicePlayer(
+        server.environment(), "cubeb:jack", {"duration:0.02", "start2", "sleep:0.5", "say"}));
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_NEAR(std::stod(end["slice"]), 4096 / 48000.0, 0.001) << "its period";
+    EXPECT_NEAR(std::stod(end["outputLatency"]), 2 * 4096 / 48000.0, 0.001);
+}
+
 TEST(PlayingOnAlsa, EveryFrameArrives) {
     const PulseServer pacing;
     AlsaFilePcm output(pacing);

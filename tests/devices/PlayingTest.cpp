@@ -59,6 +59,16 @@ TEST(PlayingOnPulse, APreferredRateAndDurationAreTheDevices) {
     EXPECT_NEAR(frequencyOf(heard.part(12000, 48000)), 440, 1);
 }
 
+TEST(PlayingOnPulse, APreferredDurationThatIsTooShortIsTheServersLeast) {
+    const PulseServer server(devicePlayerFormat());
+    const ProgramEnd end =
+        runProgram(kept(devicePlayer(server.environment(), "cubeb",
+                                     {"duration:0.005", "start2", "sleep:0.5", "say", "stop2"}),
+                        server.folder().path()));
+    EXPECT_EQ(end["prefer"], "0");
+    EXPECT_NEAR(std::stod(end["outputLatency"]), 0.025, 0.001);
+}
+
 TEST(PlayingOnPulse, AForkLeavesTheDeviceToTheParent) {
     const PulseServer server(devicePlayerFormat());
     const auto recording = server.record();

@@ -1,5 +1,6 @@
 // Plays and listens at the same time, and says how often what is heard was disturbed.
-//   full_duplex SECONDS MICROPHONE    on the device of TQ_AUDIO_DEVICE; it hears the speakers
+//   full_duplex SECONDS MICROPHONE [DURATION]    on the device of TQ_AUDIO_DEVICE; it hears the
+//                                     speakers; DURATION is the preferred I/O duration in seconds
 //   full_duplex --count               counts in floats, two channels, from standard input
 // What is played counts up and down from frame to frame, so that a frame that is lost or repeated
 // shows; a little more or less is a clock that is followed. It has no jump of its own: between two
@@ -143,9 +144,15 @@ int main(int argc, char** argv) {
     if (argc == 2 && std::string_view(argv[1]) == "--count") {
         return countInput();
     }
-    const double seconds = argc == 3 ? std::atof(argv[1]) : 0;
+    const double seconds = argc == 3 || argc == 4 ? std::atof(argv[1]) : 0;
     if (!(seconds > 0)) {
         return 1;
+    }
+    if (argc == 4) {
+        const auto duration = static_cast<Float32>(std::atof(argv[3]));
+        AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr);
+        AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareIOBufferDuration,
+                                sizeof duration, &duration);
     }
     TQPreferMicrophone(argv[2]);
     Duplex duplex;

@@ -83,6 +83,45 @@ TEST(CubebDevice, ItsLatencyIsAllThatIsInHand) {
     EXPECT_EQ(format->inputLatency, 960U) << "what comes at a time, and as much between the two";
 }
 
+TEST(CubebDevice, LessThanTheServersLeastIsNotKeptInHand) {
+    Host host;
+    CubebDevice device("");
+    const auto format = device.open(host, {.seconds = 0.005});
+    ASSERT_TRUE(format);
+    EXPECT_EQ(format->usualFrames, 512U);
+    EXPECT_EQ(format->outputLatency, 1024U);
+    CubebDevice listening("");
+    EXPECT_EQ(listening.open(host, {.seconds = 0.001, .isToPlay = false})->usualFrames, 256U);
+}
+
+TEST(CubebDevice, AMicrophoneAloneBringsAsMuchAtATimeAsIsPreferred) {
+    Host host;
+    for (const auto& [seconds, frames] : {std::pair{0.0, 512U}, std::pair{0.02, 960U}}) {
+        CubebDevice device("");
+        const auto format = device.open(host, {.seconds = seconds, .isToPlay = false});
+        ASSERT_TRUE(format && device.start());
+        EXPECT_EQ(format->usualFrames, frames);
+        EXPECT_EQ(format->inputLatency, 4 * frames);
+        EXPECT_EQ(theServer.microphoneLatency, 4 * frames) << "a quarter comes at a time";
+    }
+}
+
+TEST(CubebDevice, OnJackThePeriodsAreTheServersWhateverIsPreferred) {
+    theServer.answers = {{"jack", true}};
+    Host host;
+    CubebDevice device("jack");
+    const auto format = device.open(host, {.seconds = 0.01});
+    ASSERT_TRUE(format);
+    EXPECT_EQ(format->usualFrames, 1024U);
+    EXPECT_EQ(format->outputLatency, 2048U) << "one is played while the next is made";
+    CubebDevice listening("jack");
+    const auto alone =
+        listening.open(host, {.sampleRate = 24000, .seconds = 0.01, .isToPlay = false});
+    ASSERT_TRUE(alone);
+    EXPECT_EQ(alone->usualFrames, 512U) << "at the rate of the program";
+    EXPECT_EQ(alone->inputLatency, 512U);
+}
+
 TEST(CubebDevice, ARateIsTriedWithoutPlaying) {
     Host host;
     theServer.refusedRate = 32000;

@@ -47,7 +47,7 @@ int cubeb_get_preferred_sample_rate(cubeb* /*context*/, uint32_t* rate) {
 
 int cubeb_stream_init(cubeb* /*context*/, cubeb_stream** stream, const char* /*name*/,
                       cubeb_devid input, cubeb_stream_params* inputParams, cubeb_devid /*output*/,
-                      cubeb_stream_params* outputParams, unsigned int /*latency*/,
+                      cubeb_stream_params* outputParams, unsigned int latency,
                       cubeb_data_callback each, cubeb_state_callback state, void* self) {
     const bool hears = inputParams != nullptr;
     if (!hears && outputParams->rate == theServer.refusedRate) {
@@ -55,6 +55,7 @@ int cubeb_stream_init(cubeb* /*context*/, cubeb_stream** stream, const char* /*n
     }
     theServer.openedRates.push_back(hears ? inputParams->rate : outputParams->rate);
     theServer.openedChannels = hears ? inputParams->channels : theServer.openedChannels;
+    theServer.microphoneLatency = hears ? latency : theServer.microphoneLatency;
     theServer.openedMicrophone = hears ? input : theServer.openedMicrophone;
     *stream = std::make_unique<cubeb_stream>(cubeb_stream{each, state, self, hears}).release();
     (hears ? theServer.microphone : theServer.speakers) = *stream;
@@ -123,4 +124,8 @@ tqcubeb::JackWatch::~JackWatch() {
 
 bool tqcubeb::PulseWatch::hearsPrograms() const noexcept {
     return isOfPrograms(theServer.place.microphone.name);
+}
+
+UInt32 tqcubeb::JackWatch::period() const {
+    return 1024;
 }

@@ -32,6 +32,7 @@ struct MadeUpServer {
     std::vector<uint32_t> openedRates{};
     tqplatform::HeardPlace place{};
     uint32_t openedChannels = 0;             ///< of the microphone
+    unsigned int microphoneLatency = 0;      ///< it was opened with, in frames
     cubeb_devid openedMicrophone = nullptr;  ///< null for the server's default
     bool playsOnWhileItEnds = false;         ///< a last request comes in the middle of the end
     std::function<void()> goneJack{};        ///< a JACK server tells its clients so
