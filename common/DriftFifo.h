@@ -9,6 +9,7 @@
 
 #include "common/RealTime.h"
 #include "common/SincKernel.h"
+#include "common/SpareSound.h"
 
 namespace tqcommon {
 
@@ -22,11 +23,16 @@ namespace tqcommon {
 /// it, which gives room back by releasing `read_`. Everything else is the reader's.
 class DriftFifo {
   public:
+    /// For how long who was late is waited for.
+    enum class Patience {
+        kForGood,    ///< a hole costs more than being late does
+        kForAWhile,  ///< being late costs as well: what nobody needs any more is given up
+    };
     /// `inHand` frames lie between both, about what either takes at a time. Where a read leaves
     /// less than `least` of them, more are kept in hand from then on: who is later next time finds
     /// them. Throws std::bad_alloc.
     DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand,
-              std::uint32_t least = 0);
+              std::uint32_t least = 0, Patience patience = Patience::kForGood);
 
     /// [any thread, one at a time] [real-time safe] Frames of `channels` samples; what does not fit
     /// is dropped.
@@ -58,6 +64,8 @@ class DriftFifo {
     static constexpr std::uint32_t kSmallestRing = 32768;
     /// What is in hand goes up and down with each request; its mean is taken over so long.
     static constexpr double kMeanSeconds = 2;
+    /// Behind the read that leaves the fewest that is no more than it needs.
+    static constexpr double kSpareSeconds = 0.002;
     /// Within it clocks count as equal.
     static constexpr double kEqualSeconds = 0.002;
     /// What is too much or too little beyond that is made up for within so long.
@@ -76,11 +84,24 @@ class DriftFifo {
     [[nodiscard]] std::uint64_t held() const noexcept {
         return written_.load(std::memory_order_acquire) - read_.load(std::memory_order_relaxed);
     }
+    [[nodiscard]] std::uint64_t needed(std::uint32_t frames) const noexcept {
+        return static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + kTaps;
+    }
+    [[nodiscard]] double room() const noexcept {
+        return std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_);
+    }
+    void skip(double frames) noexcept {
+        read_.store(read_.load(std::memory_order_relaxed) + static_cast<std::uint64_t>(frames),
+                    std::memory_order_release);
+    }
     void begin(std::uint32_t frames) noexcept;
+    void resume(std::uint32_t frames) noexcept;
     [[nodiscard]] std::uint32_t runDry(std::uint32_t frames) noexcept;
     void steer(std::uint32_t frames) noexcept;
     [[nodiscard]] double drift() const noexcept;
     [[nodiscard]] double gain(std::uint32_t frames, double left) noexcept;
+    [[nodiscard]] double shed(std::uint32_t frames, double left) noexcept;
+    void keep(double more) noexcept;
     void settle() noexcept;
     void give(float* frame) noexcept;
 
@@ -93,7 +114,9 @@ class DriftFifo {
     std::atomic<std::uint64_t> read_{0};
     std::atomic<bool> isToRestart_{false};  ///< set by restart(), taken by the reader
 
-    const double least_;        ///< behind a read
+    const Patience patience_;
+    const double least_;  ///< behind a read
+    const double firstInHand_;
     double inHand_;             ///< when it begins to flow
     double begunWith_ = 0;      ///< when it began to flow, at least as much
     double usual_ = 0;          ///< mean in hand of the first seconds of the flow
@@ -103,20 +126,25 @@ class DriftFifo {
     double ratio_ = 1;
     double phase_ = 0;  ///< of the next frame, between two that were written
     bool isFlowing_ = false;
+    bool isLate_ = false;  ///< ran dry, and goes on where it did unless it was a pause
+    SpareSound spare_;
     double more_ = 0;           ///< of `inHand_`, since it ran dry the last time
     std::uint64_t dryFor_ = 0;  ///< frames of silence since then
     std::uint32_t faults_ = 0;
 };
 
 inline DriftFifo::DriftFifo(std::uint32_t channels, double sampleRate, std::uint32_t inHand,
-                            std::uint32_t least)
+                            std::uint32_t least, Patience patience)
     : channels_(channels),
       sampleRate_(sampleRate),
       size_(std::max(std::bit_ceil(static_cast<std::uint32_t>(sampleRate * kRingSeconds)),
                      kSmallestRing)),
       ring_(std::size_t{size_} * channels),
+      patience_(patience),
       least_(least > 0 ? least + kTaps : 0),
-      inHand_(inHand + kTaps) {
+      firstInHand_(inHand + kTaps),
+      inHand_(firstInHand_),
+      spare_(sampleRate, least_ + kSpareSeconds * sampleRate) {
 }
 
 inline void DriftFifo::write(const float* samples, std::uint32_t frames) noexcept {
@@ -139,8 +167,7 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
         forget();
     }
     isFlowing_ ? steer(frames) : begin(frames);
-    const auto needed = static_cast<std::uint64_t>(std::ceil(frames * ratio_ + phase_)) + kTaps;
-    const bool isLast = isFlowing_ && held() < needed;
+    const bool isLast = isFlowing_ && held() < needed(frames);
     std::uint32_t most = isFlowing_ ? frames : 0;
     if (isLast) {
         most = runDry(frames);
@@ -149,7 +176,7 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
     for (; given < most; ++given) {
         give(samples + std::size_t{given} * channels_);
     }
-    if (isLast) {
+    if (isLast && !isLate_) {
         forget();  // less than a kernel is left
     } else {
         settle();
@@ -160,6 +187,7 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
 
 inline void DriftFifo::forget() noexcept {
     isFlowing_ = false;
+    isLate_ = false;
     read_.store(written_.load(std::memory_order_acquire), std::memory_order_release);
 }
 
@@ -179,8 +207,17 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
         // It was no lateness: the sound itself made a pause.
         inHand_ -= more_;
         more_ = 0;
+        if (isLate_) {
+            forget();  // less than a kernel was left
+        }
     }
     const std::uint64_t held = this->held();
+    if (isLate_) {
+        if (held >= needed(frames)) {
+            resume(frames);
+        }
+        return;
+    }
     if (static_cast<double>(held) < inHand_ + frames) {
         return;
     }
@@ -191,29 +228,45 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     flowed_ = 0;
     owed_ = 0;
     more_ = 0;
+    spare_.restart();
     begunWith_ = static_cast<double>(held - frames);
-    if (begunWith_ > 2 * inHand_) {
+    if (begunWith_ > (patience_ == Patience::kForGood ? 2 * inHand_ : inHand_)) {
         // It begins with what is newest: what piled up before would be heard late for ever.
-        read_.store(read_.load(std::memory_order_relaxed) + held - frames -
-                        static_cast<std::uint64_t>(inHand_),
-                    std::memory_order_release);
+        skip(begunWith_ - inHand_);
         begunWith_ = inHand_;
     }
 }
 
+/// Goes on where it ran dry, later by the silence there was: who is as late again is met.
+inline void DriftFifo::resume(std::uint32_t frames) noexcept {
+    isFlowing_ = true;
+    isLate_ = false;
+    const auto late = static_cast<double>(dryFor_ - frames);
+    const double kept = std::min(late, room());
+    skip(std::min(late - kept, static_cast<double>(held() - needed(frames))));
+    keep(kept);
+    mean_ = usual_;
+    spare_.late();
+}
+
 /// Gives how many of the frames there still are.
 inline std::uint32_t DriftFifo::runDry(std::uint32_t frames) noexcept {
-    // Where it was only late, as much as was missing is kept in hand besides from here on.
-    const double missing =
-        std::ceil(frames * ratio_ + phase_) + kTaps - static_cast<double>(held());
+    const double last = (static_cast<double>(held()) - kTaps - phase_) / ratio_;
+    const auto given =
+        static_cast<std::uint32_t>(std::clamp(last, 0.0, static_cast<double>(frames)));
     ++faults_;
     isFlowing_ = false;
-    more_ = std::min(begunWith_ - inHand_ + missing,
-                     std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_));
+    if (patience_ == Patience::kForAWhile) {
+        isLate_ = true;
+        dryFor_ = frames - given;
+        return given;
+    }
+    // Where it was only late, as much as was missing is kept in hand besides from here on.
+    const double missing = static_cast<double>(needed(frames)) - static_cast<double>(held());
+    more_ = std::min(begunWith_ - inHand_ + missing, room());
     inHand_ += more_;
     dryFor_ = 0;
-    const double last = (static_cast<double>(held()) - kTaps - phase_) / ratio_;
-    return static_cast<std::uint32_t>(std::clamp(last, 0.0, static_cast<double>(frames)));
+    return given;
 }
 
 inline void DriftFifo::steer(std::uint32_t frames) noexcept {
@@ -230,7 +283,7 @@ inline void DriftFifo::steer(std::uint32_t frames) noexcept {
         // Where in their turns both began is chance: how much is in hand is seen, not chosen.
         usual_ = mean_;
     }
-    ratio_ = 1 + drift() - gain(frames, left);
+    ratio_ = 1 + drift() - gain(frames, left) + shed(frames, left);
     if (ratio_ == 1 && phase_ != 0) {
         // Back to frames as they were written.
         const double rest = ((phase_ < 0.5 ? 0 : 1) - phase_) / frames;
@@ -248,16 +301,34 @@ inline double DriftFifo::drift() const noexcept {
 
 /// How much slower is read to have in hand what the one who brings was late by.
 inline double DriftFifo::gain(std::uint32_t frames, double left) noexcept {
-    const double most = std::max(0.0, kMostInHandSeconds * sampleRate_ - inHand_);
+    if (left < least_) {
+        spare_.late();
+    }
     // What ran dry is no matter of this: it begins anew.
-    owed_ = std::min(std::max(owed_, std::min(least_ - left, least_)), most);
+    owed_ = std::min(std::max(owed_, std::min(least_ - left, least_)), room());
     const double gained = std::min(owed_, kGaining * frames);
     owed_ -= gained;
-    inHand_ += gained;
-    begunWith_ += gained;
-    usual_ += gained;
-    mean_ += gained;
+    keep(gained);
     return gained / frames;
+}
+
+/// How much faster is read to have no more in hand than was needed lately.
+inline double DriftFifo::shed(std::uint32_t frames, double left) noexcept {
+    if (patience_ == Patience::kForGood) {
+        return 0;
+    }
+    const double given = spare_.give(frames, left);
+    keep(-given);
+    inHand_ = std::max(inHand_, firstInHand_);
+    return given / frames;
+}
+
+/// So many more are to be in hand from here on.
+inline void DriftFifo::keep(double more) noexcept {
+    inHand_ += more;
+    begunWith_ += more;
+    usual_ += more;
+    mean_ += more;
 }
 
 inline void DriftFifo::settle() noexcept {

@@ -152,14 +152,16 @@ TEST(DriftFifo, OfASoundThatEndsNothingButLessThanAKernelIsLeftOut) {
 }
 
 TEST(DriftFifo, PausesOfTheSoundDoNotMakeItLater) {
-    DriftFifo fifo(1, kRate, kHeard);
-    std::vector<std::size_t> silences;
-    for (int pause = 0; pause < 20; ++pause) {
-        // What is not heard of a sound by its last block is what is in hand.
-        silences.push_back(20U * kHeard - passOn(fifo, 20, 0.5F));
-        static_cast<void>(passOn(fifo, 40, 0));
+    for (const auto patience : {DriftFifo::Patience::kForGood, DriftFifo::Patience::kForAWhile}) {
+        DriftFifo fifo(1, kRate, kHeard, 0, patience);
+        std::vector<std::size_t> silences;
+        for (int pause = 0; pause < 20; ++pause) {
+            // What is not heard of a sound by its last block is what is in hand.
+            silences.push_back(20U * kHeard - passOn(fifo, 20, 0.5F));
+            static_cast<void>(passOn(fifo, 40, 0));
+        }
+        EXPECT_LE(silences.back(), silences.front() + kHeard);
     }
-    EXPECT_LE(silences.back(), silences.front() + kHeard);
 }
 
 TEST(DriftFifo, WhatIsOldIsForgotten) {
@@ -177,12 +179,15 @@ class LateMicrophone {
     static constexpr std::uint32_t kInHand = 131;
     static constexpr std::uint32_t kLeast = 75;
 
-    explicit LateMicrophone(std::uint32_t least) : fifo_(1, kRate, kInHand, least) {}
+    explicit LateMicrophone(std::uint32_t least,
+                            DriftFifo::Patience patience = DriftFifo::Patience::kForGood)
+        : fifo_(1, kRate, kInHand, least, patience) {}
 
     /// Requests for so long; `lateAt` says how many pieces are late in that request of a second.
     template <typename LateAt>
     void read(double seconds, const LateAt& lateAt) {
         std::vector<float> block(kPlayed);
+        fewest_ = kRate;
         for (const double end = now_ + seconds * kRate; now_ < end; now_ += kPlayed) {
             const auto due = static_cast<std::uint64_t>(now_ / kPiece);
             const std::uint64_t late = lateAt(requests_++);
@@ -196,12 +201,15 @@ class LateMicrophone {
             fifo_.read(block.data(), kPlayed);
             inHand_ = static_cast<double>(fifo_.written()) - fifo_.firstOf(kPlayed) - kPlayed;
             most_ = std::max(most_, inHand_);
+            fewest_ = std::min(fewest_, inHand_);
             step_ = block[1] - block[0];
             isWhole_ = block[0] == std::floor(block[0]);
         }
     }
     [[nodiscard]] std::uint32_t faults() const { return fifo_.faults(); }
     [[nodiscard]] double most() const { return most_; }
+    /// In hand behind the last requests.
+    [[nodiscard]] double fewest() const { return fewest_; }
     [[nodiscard]] bool passesAsItIs() const { return isWhole_ && step_ == 1; }
 
   private:
@@ -209,6 +217,7 @@ class LateMicrophone {
     double now_ = 0;  ///< frames
     double inHand_ = 0;
     double most_ = 0;
+    double fewest_ = 0;
     float step_ = 0;
     bool isWhole_ = false;
     std::uint64_t requests_ = 0;
@@ -252,6 +261,91 @@ TEST(DriftFifo, SamplesPassAsTheyAreAgainBehindALateness) {
     one.read(10, [](std::uint64_t) { return std::uint64_t{0}; });
     EXPECT_TRUE(one.passesAsItIs());
     EXPECT_EQ(one.faults(), 0U);
+}
+
+std::uint64_t never(std::uint64_t /*request*/) {
+    return 0;
+}
+
+constexpr auto kForAWhile = DriftFifo::Patience::kForAWhile;
+
+TEST(DriftFifo, WhereBeingLateCostsItBeginsWithNoMoreThanIsToBeInHand) {
+    DriftFifo fifo(1, kRate, kHeard, 0, kForAWhile);
+    std::vector<float> block(2 * kHeard + kPlayed - 1, 0.5F);
+    fifo.write(block.data(), static_cast<std::uint32_t>(block.size()));
+    fifo.read(block.data(), kPlayed);
+    EXPECT_EQ(block[0], 0.5F);
+    const double inHand = static_cast<double>(fifo.written()) - fifo.firstOf(kPlayed) - kPlayed;
+    EXPECT_LE(inHand, kHeard + 32);
+}
+
+TEST(DriftFifo, WhatWasAddedForOneWhoWasLateIsGivenUpAgain) {
+    constexpr double kTolerance = 0.002 * kRate;
+    const auto onceLate = [](std::uint64_t request) { return request == 1700 ? 8U : 0U; };
+    const auto addedBehind = [&](LateMicrophone& one, double seconds) {
+        one.read(10, never);
+        const double before = one.fewest();
+        one.read(2, onceLate);
+        one.read(seconds, never);
+        EXPECT_EQ(one.faults(), 1U) << "nothing but the lateness";
+        return one.fewest() - before;
+    };
+    LateMicrophone soon(LateMicrophone::kLeast, kForAWhile);
+    EXPECT_GE(addedBehind(soon, 2), 3 * LateMicrophone::kPiece);
+    LateMicrophone later(LateMicrophone::kLeast, kForAWhile);
+    static_cast<void>(addedBehind(later, 60));
+    later.read(1, never);
+    EXPECT_LE(later.fewest(), LateMicrophone::kLeast + 32 + kTolerance);
+    EXPECT_TRUE(later.passesAsItIs());
+    LateMicrophone forGood(LateMicrophone::kLeast);
+    const double added = addedBehind(forGood, 2);
+    LateMicrophone forGoodLater(LateMicrophone::kLeast);
+    EXPECT_GE(addedBehind(forGoodLater, 62), added - LateMicrophone::kPiece);
+}
+
+TEST(DriftFifo, WhoIsLateAgainAndAgainIsWaitedForLongerEachTime) {
+    constexpr int kMinutes = 60;
+    LateMicrophone one(LateMicrophone::kLeast, kForAWhile);
+    one.read(60.0 * kMinutes,
+             [](std::uint64_t request) { return request % (160ULL * 60) == 80 ? 8U : 0U; });
+    EXPECT_LE(one.faults(), kMinutes / 6U);
+}
+
+TEST(DriftFifo, AHoleIsAsLongAsTheLatenessAndNothingIsLeftOut) {
+    DriftFifo fifo(1, kRate, kHeard, 0, kForAWhile);
+    std::vector<float> block(kHeard);
+    float next = 1;
+    const auto bring = [&](int blocks) {
+        for (; blocks > 0; --blocks) {
+            std::generate(block.begin(), block.end(), [&next] { return next++; });
+            fifo.write(block.data(), kHeard);
+        }
+    };
+    std::vector<float> read;
+    for (int turn = 0; turn < 20; ++turn) {
+        constexpr int kLateBy = 4;
+        bring(turn < 8 ? 1 : turn < 8 + kLateBy ? 0 : turn == 8 + kLateBy ? 1 + kLateBy : 1);
+        fifo.read(block.data(), kHeard);
+        read.insert(read.end(), block.begin(), block.end());
+    }
+    const auto first = std::find_if(read.begin(), read.end(), [](float s) { return s != 0; });
+    float due = *first;
+    std::size_t silent = 0;
+    for (auto sample = first; sample != read.end(); ++sample) {
+        silent += *sample == 0 ? 1 : 0;
+        due += *sample == 0 ? 0.0F : 1.0F;
+        ASSERT_TRUE(*sample == 0 || *sample == due - 1) << *sample;
+    }
+    EXPECT_EQ(fifo.faults(), 1U);
+    EXPECT_LE(silent, 3U * kHeard + 32) << "a block was in hand";
+    EXPECT_GE(silent, 3U * kHeard - 32);
+}
+
+TEST(DriftFifo, NobodyIsWaitedForLongerThanATenthOfASecond) {
+    LateMicrophone one(LateMicrophone::kLeast, kForAWhile);
+    one.read(10, never);
+    one.read(1, [](std::uint64_t request) { return request % 160 < 35 ? 150U : 0U; });
+    EXPECT_LE(one.fewest(), kRate / 10 + 3 * LateMicrophone::kPiece);
 }
 
 }  // namespace

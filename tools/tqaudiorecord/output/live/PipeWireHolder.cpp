@@ -28,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 /// What is kept in hand beyond a block of the recorded program: the recorder looks every 5 ms, and
 /// wakes late by as much.
 constexpr double kInHandSeconds = 0.010;
+/// Where a cycle leaves less than that the recorder was nearly too late.
+constexpr double kLeastSeconds = 0.004;
 /// Asked of the server: the shorter its cycle, the sooner sound is through.
 constexpr unsigned kCycleFrames = 256;
 constexpr unsigned kCycleRate = 48000;
@@ -100,7 +102,9 @@ Source::Source(pw_core* core, const LiveHeader& header, const char* name, const 
       channels_(header.channels),
       sampleRate_(header.sampleRate),
       fifo_(header.channels, header.sampleRate,
-            header.blockFrames + static_cast<std::uint32_t>(kInHandSeconds * header.sampleRate)) {
+            header.blockFrames + static_cast<std::uint32_t>(kInHandSeconds * header.sampleRate),
+            static_cast<std::uint32_t>(kLeastSeconds * header.sampleRate),
+            tqcommon::DriftFifo::Patience::kForAWhile) {
     pw_properties* properties = pw_properties_new(
         PW_KEY_MEDIA_CLASS, "Audio/Source", PW_KEY_NODE_NAME, name, PW_KEY_NODE_DESCRIPTION,
         description, PW_KEY_MEDIA_NAME, description, PW_KEY_NODE_VIRTUAL, "true", nullptr);
