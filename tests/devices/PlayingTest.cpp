@@ -59,6 +59,22 @@ TEST(PlayingOnPulse, APreferredRateAndDurationAreTheDevices) {
     EXPECT_NEAR(frequencyOf(heard.part(12000, 48000)), 440, 1);
 }
 
+TEST(PlayingOnPulse, WhatALibrarysConstructorStartsIsHeardBehindIt) {
+    const PulseServer server(devicePlayerFormat());
+    const auto recording = server.record();
+    Environment environment = server.environment();
+    environment["TQ_AUDIO_DEVICE"] = "cubeb";
+    const ProgramEnd end =
+        runProgram(kept({.arguments = {TQ_CONSTRUCTOR, TQ_CONSTRUCTED}, .environment = environment},
+                        server.folder().path()));
+    EXPECT_EQ(end["constructed"], "1") << end.text();
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end.errors, "") << "the module is loaded behind the constructor";
+    const Sound heard = recording->finish().trimmed();
+    ASSERT_GT(heard.frames(), 48000U);
+    EXPECT_NEAR(frequencyOf(heard.part(12000, 24000)), 440, 5);
+}
+
 TEST(PlayingOnPulse, APreferredDurationThatIsTooShortIsTheServersLeast) {
     const PulseServer server(devicePlayerFormat());
     const ProgramEnd end =

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/SignalsBlocked.h"
+#include "device/backends/LoaderLock.h"
 #include "format/PCMFormat.h"
 
 namespace tqplatform {
@@ -264,12 +265,26 @@ void HandoverBackend::ask(std::unique_lock<std::mutex>& lock, bool mayWait) noex
     if (mayWait && std::this_thread::get_id() != care_.thread.get_id()) {
         const bool isAnswered = care_.done.wait_for(
             lock, kLongestWait, [&] { return care_.answered >= mine || care_.isHeldUp; });
-        if (!isAnswered && !wasOpen_.load() && !care_.isRefused) {
-            care_.isRefused = true;
-            lock.unlock();
-            say(kThereIsNone);
+        if (!isAnswered && !wasOpen_.load()) {
+            refuse(lock);
         }
     }
+}
+
+void HandoverBackend::refuse(std::unique_lock<std::mutex>& lock) noexcept {
+    lock.unlock();
+    const bool isCallersDoing = orNothing(isLoaderHeld);
+    lock.lock();
+    if (wasOpen_.load() || care_.isRefused) {
+        return;
+    }
+    if (isCallersDoing) {
+        care_.comesLate = true;
+        return;
+    }
+    care_.isRefused = true;
+    lock.unlock();
+    say(kThereIsNone);
 }
 
 void HandoverBackend::say(const char* what) const noexcept {

@@ -106,6 +106,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
         bool awaitsRate = false;    ///< somebody waits for what the device says to the wish's rate
         bool isPlayingOut = false;  ///< a device that nobody needs any more
         bool isHeldUp = false;      ///< a call of the device takes long: nobody waits for answers
+        bool comesLate = false;     ///< a constructor that waited for the device was let go on
         bool isRefused = false;     ///< there is none, and nobody looks again
         bool isEnding = false;
     };
@@ -141,6 +142,9 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void publish(Driver driver) noexcept;
     /// Has the caretaker look at what was asked for; with its lock held.
     void ask(std::unique_lock<std::mutex>& lock, bool mayWait) noexcept;
+    /// Nobody answers in time: nobody looks again, unless a library's constructor waits here,
+    /// behind which the device's module is loaded. Gives the lock back meanwhile, or for good.
+    void refuse(std::unique_lock<std::mutex>& lock) noexcept;
     /// Starts or stops the clock, as clients and the device have it.
     [[nodiscard]] bool settleClock() noexcept;
 

@@ -56,8 +56,10 @@ std::shared_ptr<HandoverBackend::Kept> HandoverBackend::reachDevice(const HeardW
     if (!kept->format) {
         return nullptr;
     }
+    bool isLate = false;
     {
         std::unique_lock lock(care_.mutex);
+        isLate = care_.comesLate;
         if (care_.isRefused) {
             lock.unlock();
             endDevice(kept, false);
@@ -75,7 +77,7 @@ std::shared_ptr<HandoverBackend::Kept> HandoverBackend::reachDevice(const HeardW
             isTold = true;
         }
     }
-    if (!wasOpen_.exchange(true)) {
+    if (!wasOpen_.exchange(true) && !isLate) {
         static_cast<void>(host_->isNewFormat());  // what it is like at first is no change
     }
     return kept;

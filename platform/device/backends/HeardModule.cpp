@@ -3,6 +3,7 @@
 #include <TQPlatform/Devices.h>
 #include <dlfcn.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <string_view>
 #include <thread>
 
+#include "common/NeverDestroyed.h"
 #include "common/SignalsBlocked.h"
 #include "device/backends/Backends.h"
 #include "device/backends/HandoverBackend.h"
@@ -69,17 +71,23 @@ Module loadModule() {
     return module;
 }
 
-/// Throws where the file system does.
-const Module& theModule() {
-    static const Module module = loadModule();
+/// Throws where the file system does. Nobody waits for another who loads it: a constructor, which
+/// holds the loader, would wait for who waits for the loader.
+std::shared_ptr<const Module> theModule() {
+    static tqcommon::NeverDestroyed<std::atomic<std::shared_ptr<const Module>>> known;
+    std::shared_ptr<const Module> module = known->load();
+    if (module == nullptr) {
+        module = std::make_shared<const Module>(loadModule());
+        known->store(module);
+    }
     return module;
 }
 
 std::unique_ptr<HeardDevice> makeHeard(const char* kind) {
     std::unique_ptr<HeardDevice> made;
     try {
-        if (const Module& module = theModule(); module.make != nullptr) {
-            module.make(kind, &made);
+        if (const auto module = theModule(); module->make != nullptr) {
+            module->make(kind, &made);
         }
     } catch (const std::exception&) {
         // No folder, no memory: no device.
@@ -90,8 +98,8 @@ std::unique_ptr<HeardDevice> makeHeard(const char* kind) {
 std::unique_ptr<SleepWatch> makeSleepWatch() {
     std::unique_ptr<SleepWatch> made;
     try {
-        if (const Module& module = theModule(); module.watchSleep != nullptr) {
-            module.watchSleep(&made);
+        if (const auto module = theModule(); module->watchSleep != nullptr) {
+            module->watchSleep(&made);
         }
     } catch (const std::exception&) {
         // No memory: a machine that sleeps is a device that stands still.
@@ -186,9 +194,9 @@ OSStatus TQListDevices(TQDeviceListing each, void* refCon) {
         const char* const chosen = std::getenv("TQ_AUDIO_DEVICE");
         const std::string name = chosen == nullptr ? "" : chosen;
         const std::string kind = name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : "";
-        const tqplatform::Module& module = tqplatform::theModule();
+        const auto module = tqplatform::theModule();
         const auto listing =
-            module.list == nullptr ? nullptr : tqplatform::listed(module.list, kind);
+            module->list == nullptr ? nullptr : tqplatform::listed(module->list, kind);
         if (listing == nullptr) {
             return kAudioUnitErr_FailedInitialization;
         }
