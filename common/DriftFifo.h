@@ -78,6 +78,8 @@ class DriftFifo {
     static constexpr double kOnFrame = 1e-6;
     /// Further away than that it is no drift: one of both stood still.
     static constexpr double kLostSeconds = 0.25;
+    /// Who stood still once is waited for by so much: all of it would be heard for minutes.
+    static constexpr double kMostAtOnceSeconds = 0.01;
     /// What is later than that is heard with holes.
     static constexpr double kMostInHandSeconds = 0.1;
 
@@ -237,12 +239,13 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     }
 }
 
-/// Goes on where it ran dry, later by the silence there was: who is as late again is met.
+/// Goes on where it ran dry, later by the silence there was, if that was not long: who is as late
+/// again is met.
 inline void DriftFifo::resume(std::uint32_t frames) noexcept {
     isFlowing_ = true;
     isLate_ = false;
     const auto late = static_cast<double>(dryFor_ - frames);
-    const double kept = std::min(late, room());
+    const double kept = std::min({late, room(), kMostAtOnceSeconds * sampleRate_});
     skip(std::min(late - kept, static_cast<double>(held() - needed(frames))));
     keep(kept);
     mean_ = usual_;
