@@ -99,6 +99,7 @@ class Outputs : public SinkSet {
     Observer* observer_ = nullptr;
     PauseTime pauses_;
     bool isPlayedInPause_ = false;     ///< any sound
+    std::uint64_t lastBlockAt_ = 0;    ///< host time, microseconds
     std::optional<VoiceTrack> voice_;  ///< with --mic
     bool isVoiceWaiting_ = false;      ///< for something to play, and that was said
     VoiceFacts voiceFacts_;

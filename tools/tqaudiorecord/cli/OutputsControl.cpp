@@ -32,6 +32,7 @@ std::uint64_t hostTime() {
 }  // namespace
 
 void Outputs::block(const Process& process, const Block& block) {
+    lastBlockAt_ = std::max(lastBlockAt_, block.microseconds);
     if (pauses_.isWithin(block.microseconds)) {
         isPlayedInPause_ = isPlayedInPause_ || hasSound(block.frames, block.format);
         return;
@@ -227,8 +228,10 @@ std::string Outputs::pauseLine() const {
         return {};
     }
     std::array<char, 64> text{};
+    // What is saved behind the last block is no pause.
+    const std::uint64_t end = pauses_.isPaused() ? lastBlockAt_ : hostTime();
     std::snprintf(text.data(), text.size(), "Paused for %.1f s in all, which are not recorded\n",
-                  static_cast<double>(pauses_.before(hostTime())) / 1e6);
+                  static_cast<double>(pauses_.before(end)) / 1e6);
     return text.data();
 }
 

@@ -128,11 +128,10 @@ std::uint64_t Lanes::origin() const {
         ->beganAt;
 }
 
-bool Lanes::hasSound() const {
-    // The microphone alone is no reason to replace another picture.
-    return names_->isHeard() && std::any_of(lanes_.begin(), lanes_.end(), [](const auto& lane) {
-               return lane->sound.peak() > 0;
-           });
+Worth Lanes::worth() const {
+    const bool hasSound = std::any_of(lanes_.begin(), lanes_.end(),
+                                      [](const auto& lane) { return lane->sound.peak() > 0; });
+    return !hasSound ? Worth::kSilence : names_->isHeard() ? Worth::kSound : Worth::kVoiceAlone;
 }
 
 std::string Lanes::titleOf(const Lane& lane) const {

@@ -12,6 +12,7 @@
 #include "output/Loudness.h"
 #include "output/StreamClock.h"
 #include "output/files/FileNames.h"
+#include "output/files/WholeFile.h"
 #include "picture/GrowingTrack.h"
 
 namespace tqrecorder {
@@ -48,7 +49,7 @@ class Lanes : public Sink {
     /// After finish(), where there is any: host time at which the first of them begins.
     [[nodiscard]] std::uint64_t origin() const;
     /// Whether any of them is not silent.
-    [[nodiscard]] bool hasSound() const;
+    [[nodiscard]] Worth worth() const;
     /// What a lane is called among those of inOrder(): with its process where there are several.
     [[nodiscard]] std::string titleOf(const Lane& lane) const;
     /// Of the process that inOrder() begins with.

@@ -65,7 +65,7 @@ void PictureSink::finish() {
         return;
     }
     const WholeFile file =
-        writeWholeFile(path_, mayReplace_, lanes_.hasSound(), std::as_bytes(std::span(png)));
+        writeWholeFile(path_, mayReplace_, lanes_.worth(), std::as_bytes(std::span(png)));
     written_ = file.path;
     if (!file.problem.empty()) {
         problems_.push_back(file.problem);

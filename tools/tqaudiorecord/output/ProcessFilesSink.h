@@ -152,6 +152,8 @@ class ProcessFilesSink : public FilesSink {
         }
         one.isOver = true;
         if (!names_->mayLoseNames(id)) {
+            // Whatever its name is: a finished file cannot move on.
+            names_->settle(id);
             one.recording->finish();
             return;
         }

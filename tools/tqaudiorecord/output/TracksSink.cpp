@@ -219,14 +219,19 @@ void TracksSink::refresh() {
 }
 
 void TracksSink::catchUp(Backlog::Time end) {
-    for (auto track = ending_.begin(); track != ending_.end();) {
+    // They take turns: a step of each may be more than there is time for.
+    for (std::size_t rest = ending_.size(); rest > 0; --rest) {
+        const auto track = ending_.begin();
         track->second.timed.catchUp(end);
         tellOf(track->second);
         if (track->second.timed.isBehind()) {
-            ++track;
+            ending_.splice(ending_.end(), ending_, track);
         } else {
             conclude(track->first, std::move(track->second));
-            track = ending_.erase(track);
+            ending_.erase(track);
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            break;
         }
     }
     for (auto& [key, track] : tracks_) {

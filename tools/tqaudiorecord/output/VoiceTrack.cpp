@@ -40,7 +40,8 @@ void VoiceTrack::heard(const HeardBlock& block) {
         pump(false);
         return;
     }
-    waiting_.push_back({block.microseconds, {block.samples.begin(), block.samples.end()}});
+    waiting_.push_back(
+        {block.microseconds, {block.samples.begin(), block.samples.end()}, block.isOpen});
     if (waiting_.size() > kMostWaiting) {
         leaveOut();
     }
@@ -48,7 +49,7 @@ void VoiceTrack::heard(const HeardBlock& block) {
 
 /// The oldest that waits.
 void VoiceTrack::leaveOut() {
-    leftOutFrames_ += waiting_.front().samples.size() / channels_;
+    leftOutFrames_ += waiting_.front().isOpen ? waiting_.front().samples.size() / channels_ : 0;
     waiting_.pop_front();
 }
 

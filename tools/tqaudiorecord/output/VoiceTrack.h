@@ -37,6 +37,7 @@ class VoiceTrack {
     struct Waiting {
         std::uint64_t microseconds;
         std::vector<float> samples;
+        bool isOpen;  ///< else there is no microphone, and nothing to miss
     };
     struct MixBlock {
         std::int64_t position;

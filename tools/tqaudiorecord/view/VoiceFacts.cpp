@@ -10,6 +10,7 @@
 namespace tqrecorder {
 namespace {
 
+/// A tenth is what is shown.
 constexpr double kLeastSeconds = 0.1;
 
 std::string textOf(double seconds) {
@@ -35,7 +36,7 @@ std::string VoiceFacts::lines(const std::string& name, double leftOutSeconds) co
     const std::string silent = whySilent();
     std::string all = silent.empty() ? "" : which + silent + "\n";
     const double lost = static_cast<double>(lostFrames_) / kMixFormat.sampleRate;
-    if (lost > 0) {
+    if (lost >= kLeastSeconds) {
         all += which + textOf(lost) + " s were lost while the recorder was held up\n";
     }
     // A silent one has nothing to miss.

@@ -104,14 +104,14 @@ TEST_F(LanesTest, LoudnessIsMeasuredWithoutTheSilenceAroundIt) {
         lanes_.block(game_, mixBlock(bytes, at(second * 44'100)));
     }
     lanes_.finish();
-    EXPECT_FALSE(lanes_.hasSound()) << "it may be the microphone's";
+    EXPECT_EQ(lanes_.worth(), Worth::kVoiceAlone) << "no program was heard";
     names_->hear(game_);
     const Lane& mix = *lanes_.inOrder()[0];
     ASSERT_NE(mix.loudness, nullptr);
     ASSERT_TRUE(mix.loudness->integrated());
     EXPECT_NEAR(*mix.loudness->integrated(), -6.0, 0.4);
     EXPECT_NEAR(mix.loudness->truePeak(), 0.5, 0.01);
-    EXPECT_TRUE(lanes_.hasSound());
+    EXPECT_EQ(lanes_.worth(), Worth::kSound);
 }
 
 TEST_F(LanesTest, SilenceHasNoLoudness) {
@@ -120,7 +120,7 @@ TEST_F(LanesTest, SilenceHasNoLoudness) {
     lanes_.finish();
     EXPECT_FALSE(lanes_.inOrder()[0]->loudness->integrated());
     EXPECT_EQ(lanes_.inOrder()[0]->loudness->truePeak(), 0);
-    EXPECT_FALSE(lanes_.hasSound());
+    EXPECT_EQ(lanes_.worth(), Worth::kSilence);
 }
 
 TEST_F(LanesTest, APeakBetweenTheSamplesIsFound) {

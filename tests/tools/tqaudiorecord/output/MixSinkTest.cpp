@@ -159,6 +159,26 @@ TEST_F(MixSinkTest, AClockThatDriftsFromTheHostsMakesNoHoles) {
     EXPECT_EQ(sink->files().at(0).gaps, 0U);
 }
 
+TEST_F(MixSinkTest, AFileThatIsCompleteLosesItsNameToNoOtherProcess) {
+    MixSink sink({.path = folder_.file("out.wav"), .kind = formatNamed("wav"), .mayReplace = true},
+                 names_);
+    const Process voice = process(3, "game");
+    const Process last = process(4, "game-2");
+    const HostFacts facts;
+    for (const Process& one : {process(1, "first"), process(2, "game")}) {
+        names_->hear(one);
+        play(sink, one, 0, 441);
+    }
+    // It never sounds: what is in its mix is the user's voice.
+    play(sink, voice, 0, 882);
+    sink.processEnded(voice, facts);
+    names_->hear(last);
+    play(sink, last, 0, 441);
+    sink.finish();
+    EXPECT_EQ(RecordedFile(folder_.file("out-game-2.wav")).frames(), 882U);
+    EXPECT_EQ(RecordedFile(folder_.file("out-game-2-2.wav")).frames(), 441U);
+}
+
 TEST_F(MixSinkTest, ARecordingOfNothingIsNoFile) {
     auto sink = mixSink();
     sink->finish();

@@ -144,6 +144,19 @@ TEST_F(PictureSinkTest, AGoodPictureIsReplacedBySoundAlone) {
     EXPECT_NE(contentOf(path), "precious");
 }
 
+TEST_F(PictureSinkTest, OfTheMicrophoneAloneItIsKeptBesideAnother) {
+    const std::string path = folder_.file("out.png");
+    std::ofstream(path) << "precious";
+    Drawing sink(path, names_, true);
+    ASSERT_TRUE(sink.picture.open());
+    play(sink, game_, 0, 4700);
+    sink.finish();
+    EXPECT_EQ(contentOf(path), "precious");
+    EXPECT_EQ(sink.picture.path(), folder_.file("out-2.png"));
+    EXPECT_THAT(sink.problems(),
+                testing::ElementsAre(testing::HasSubstr("since only the microphone was heard")));
+}
+
 TEST_F(PictureSinkTest, AFileThatCameMeanwhileIsNotReplaced) {
     Drawing sink(folder_.file("out.png"), names_);
     ASSERT_TRUE(sink.picture.open());

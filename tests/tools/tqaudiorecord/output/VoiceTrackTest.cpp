@@ -145,6 +145,15 @@ TEST_F(Voices, WhatIsHeardWhileNothingPlaysIsCounted) {
     EXPECT_NEAR(track_->leftOutSeconds(), 4.5, 0.04) << "the end waits for no mix";
 }
 
+TEST_F(Voices, WithoutAMicrophoneNothingIsMissed) {
+    begin(false);
+    const std::vector<float> silence(kMixBlock);
+    for (std::size_t block = 0; block < 400; ++block) {
+        track_->heard({at(block * kMixBlock), 1, silence, false});
+    }
+    EXPECT_EQ(track_->waitsForSeconds(), 0);
+}
+
 TEST_F(Voices, TooLoudASumIsCut) {
     begin(true);
     mix(game_, 0, 1, 32000);

@@ -27,19 +27,20 @@ bool writeAll(int file, std::span<const std::byte> bytes) {
 
 }  // namespace
 
-WholeFile writeWholeFile(const std::string& path, bool mayReplace, bool worthy,
+WholeFile writeWholeFile(const std::string& path, bool mayReplace, Worth worth,
                          std::span<const std::byte> bytes) {
     PartFile part(path, mayReplace);
     if (!part.problem().empty()) {
         return {"", part.problem()};
     }
-    if (!worthy && part.isNameTaken()) {
+    if (worth == Worth::kSilence && part.isNameTaken()) {
         return {"", path + ": stays as it was; the new recording is silent"};
     }
     if (!writeAll(part.descriptor().get(), bytes)) {
         return {"", path + ": " + std::strerror(errno)};
     }
-    std::string problem = part.takeName();
+    std::string problem =
+        worth == Worth::kVoiceAlone && part.isNameTaken() ? part.takeNameBeside() : part.takeName();
     return {part.hasName() ? part.path() : std::string(), std::move(problem)};
 }
 

@@ -110,7 +110,7 @@ void ReportSink::finish() {
     }
     const std::string page = reportPage(report());
     const WholeFile file =
-        writeWholeFile(path_, mayReplace_, lanes_.hasSound(), std::as_bytes(std::span(page)));
+        writeWholeFile(path_, mayReplace_, lanes_.worth(), std::as_bytes(std::span(page)));
     written_ = file.path;
     if (!file.problem.empty()) {
         problems_.push_back(file.problem);
