@@ -15,9 +15,11 @@ constexpr std::uint32_t kMixChannels = 2;
 /// what is played natively by what it is held back for as well (common/NativeSound.h). Measured
 /// (docs/devices.md): the middle of all servers and programs.
 constexpr double kTracksLaterSeconds = 0.027;
-constexpr double kNativeTracksLaterSeconds = 0.095;
+constexpr double kNativeTracksLaterSeconds = 0.0965;
 /// A mix is read up to 0.1 s behind its time, its first block a little later still.
 constexpr std::size_t kMostWaiting = 100;
+/// Microseconds; what overlaps by more has another time.
+constexpr double kMostLate = 100'000;
 /// A microphone that says nothing for so long is silence in the mix.
 constexpr std::int64_t kPatienceFrames = 22050;
 /// A mix that stands still is silence with the microphone in it, in pieces of that length.
@@ -51,6 +53,20 @@ void VoiceTrack::heard(const HeardBlock& block) {
 void VoiceTrack::leaveOut() {
     leftOutFrames_ += waiting_.front().isOpen ? waiting_.front().samples.size() / channels_ : 0;
     waiting_.pop_front();
+}
+
+/// A block can be told late and never early: what follows it says when it was heard at the latest.
+/// Where the first lies is followed for seconds.
+void VoiceTrack::settleWaiting() {
+    double latest = 0;
+    for (auto block = waiting_.rbegin(); block != waiting_.rend(); ++block) {
+        const double frames = static_cast<double>(block->samples.size() / channels_);
+        const auto said = static_cast<double>(block->microseconds);
+        const double late = said - (latest - frames * 1e6 / kRate);
+        const bool isLate = block != waiting_.rbegin() && late > 0 && late < kMostLate;
+        latest = isLate ? said - late : said;
+        block->microseconds = static_cast<std::uint64_t>(std::llround(latest));
+    }
 }
 
 double VoiceTrack::leftOutSeconds() const {
@@ -127,6 +143,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
             block.microseconds, block.frames.size() / kMixFormat.frameBytes(), block.lostFrames));
         out_(process, block);
     }
+    settleWaiting();
     for (; !waiting_.empty(); waiting_.pop_front()) {
         lay(waiting_.front().microseconds, waiting_.front().samples);
     }

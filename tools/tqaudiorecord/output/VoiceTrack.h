@@ -59,6 +59,7 @@ class VoiceTrack {
     void sendMix(std::int64_t until, const MixBlock* block);
     [[nodiscard]] std::int64_t voiceEnd() const;
     void leaveOut();
+    void settleWaiting();
     void leave();
 
     const Out out_;

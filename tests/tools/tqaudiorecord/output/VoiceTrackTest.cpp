@@ -15,7 +15,7 @@ using namespace tqrecorder::test;
 
 constexpr std::size_t kMixBlock = 441;
 /// What programs play is in their tracks later than it is heard: so the microphone is laid there.
-constexpr std::size_t kLaterFrames = 4190;
+constexpr std::size_t kLaterFrames = 4256;
 /// The same of a program of the platform.
 constexpr std::size_t kPlatformLaterFrames = 1191;
 
@@ -84,6 +84,31 @@ TEST_F(Voices, ItIsATrackOfItsOwnAndTheMixIsAsItWas) {
     for (const double value : out(1, 0)) {
         ASSERT_EQ(value, 0.25);
     }
+}
+
+TEST_F(Voices, AFirstBlockThatIsToldLateLiesWhereThoseBehindItSay) {
+    begin(false);
+    const std::vector<float> samples(kMixBlock, 0.125F);
+    // Told 14, 13, 12 ms late and so on, until the earliest is known.
+    for (std::size_t block = 0; block < 20; ++block) {
+        const std::uint64_t late = 1000 * (block < 14 ? 14 - block : 0);
+        track_->heard({at(block * kMixBlock) + late, 1, samples, true});
+    }
+    mix(game_, 0, 20);
+    const auto& voice = out(1, kMicrophoneTrack);
+    EXPECT_EQ(voice.at(kLaterFrames - 20), 0.0);
+    EXPECT_EQ(voice.at(kLaterFrames + 20), 0.125);
+}
+
+TEST_F(Voices, AHoleBeforeTheMixIsAHoleInTheTrack) {
+    begin(false);
+    hear(0, 5);
+    hear(15, 20);
+    mix(game_, 0, 20);
+    const auto& voice = out(1, kMicrophoneTrack);
+    EXPECT_EQ(voice.at(kLaterFrames + 20), 0.125);
+    EXPECT_EQ(voice.at(kLaterFrames + 10 * kMixBlock), 0.0);
+    EXPECT_EQ(voice.at(kLaterFrames + 16 * kMixBlock), 0.125);
 }
 
 TEST_F(Voices, BesideAProgramOfThePlatformItIsLaidLessLate) {
