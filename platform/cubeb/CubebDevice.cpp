@@ -126,8 +126,12 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
         return std::nullopt;
     }
     if (isJack_) {
-        least =
-            static_cast<uint32_t>(UInt64{JackWatch(kName, [] {}).period()} * sampleRate_ / ownRate);
+        // Now, and kept: a client that is made when the server has gone takes the ground from under
+        // the library's own.
+        jackWatch_ = std::make_unique<JackWatch>(kName, [this] { lose(); });
+        if (const UInt32 period = jackWatch_->period(); period > 0) {
+            least = static_cast<uint32_t>(UInt64{period} * sampleRate_ / ownRate);
+        }
     }
     settle(wish.seconds * sampleRate_, least);
     isToPlay_ = wish.isToPlay;
@@ -173,7 +177,9 @@ void CubebDevice::settle(Float64 wanted, UInt32 least) {
 
 bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
-    watchServer();
+    if (std::string_view(reached_) == "pulse") {
+        watch_ = std::make_unique<PulseWatch>(kName);
+    }
     if (!isToPlay_) {
         return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, aloneFrames_);
     }
@@ -183,14 +189,6 @@ bool CubebDevice::start() {
         heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
     return makeStream() && cubeb_stream_start(stream_.get()) == CUBEB_OK;
-}
-
-void CubebDevice::watchServer() {
-    if (std::string_view(reached_) == "pulse") {
-        watch_ = std::make_unique<PulseWatch>(kName);
-    } else if (isJack_) {
-        jackWatch_ = std::make_unique<JackWatch>(kName, [this] { lose(); });
-    }
 }
 
 bool CubebDevice::makeStream() {

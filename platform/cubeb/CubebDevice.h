@@ -57,8 +57,6 @@ class CubebDevice final : public tqplatform::HeardDevice {
     /// The first of its kinds that answers; of all kinds the one that was reached before.
     bool reach();
     bool reach(const char* kind);
-    /// Takes news of it in from here on.
-    void watchServer();
     /// What plays, not yet started.
     [[nodiscard]] bool makeStream();
     /// How much is asked for at a time and kept in hand, by the frames of a request that a program

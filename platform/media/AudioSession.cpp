@@ -185,9 +185,9 @@ class Session {
         if (before != newValue) {
             callListeners(id, newValue);
         }
-        // Whoever renders at the device's rate has to learn of another one. A device that takes
-        // long to change tells it itself.
-        if (isRate && tqplatform::sharedDevice().isNewFormat()) {
+        // Whoever renders at the device's rate has to learn of another one, which a callback may
+        // have asked for before. A device that takes long to change tells it itself.
+        if ((isRate || isDuration) && tqplatform::sharedDevice().isNewFormat()) {
             tqplatform::tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
         }
         if (isRate || isDuration) {

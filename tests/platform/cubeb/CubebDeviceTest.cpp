@@ -341,6 +341,16 @@ TEST(CubebDevice, AJackServerThatGoesIsALossThoughTheLibrarySaysNothing) {
     EXPECT_FALSE(theServer.goneJack) << "it has no such server";
 }
 
+TEST(CubebDevice, AJackServerThatGoesBeforeAnythingIsPlayedIsKnownByTheStart) {
+    theServer.answers = {{"jack", true}};
+    Host host;
+    CubebDevice device("jack");
+    ASSERT_TRUE(device.open(host, {}));
+    ASSERT_TRUE(theServer.goneJack) << "a client that is made later may find no server";
+    theServer.goneJack();
+    EXPECT_EQ(host.losses, 1);
+}
+
 TEST(CubebDevice, WhileTheMicrophoneIsAwayThereIsSilenceInAsManyChannels) {
     theServer.microphones = 0;
     Host host;

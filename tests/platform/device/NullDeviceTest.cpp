@@ -284,6 +284,30 @@ TEST(NullDevice, ARateThatACallbackAsksForIsToldOnceItHolds) {
     EXPECT_EQ(notices.count, 1);
 }
 
+TEST(NullDevice, ARateThatACallbackAsksForIsToldAlsoWhereADurationIsSetMeanwhile) {
+    ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
+    RouteNotices notices;
+    std::atomic<bool> asks{true};
+    std::atomic<bool> isAsked{false};
+    Client client([&](const DeviceSlice&) {
+        if (asks.exchange(false)) {
+            EXPECT_EQ(preferInSession(32000), kAudioSessionNoError);
+            isAsked = true;
+            isAsked.notify_all();
+            // Who sets the duration waits for the end of this.
+            std::this_thread::sleep_for(std::chrono::milliseconds{10});
+        }
+    });
+    ASSERT_TRUE(sharedDevice().addClient(client));
+    isAsked.wait(false);
+    const Float32 seconds = 0.02F;
+    EXPECT_EQ(AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareIOBufferDuration,
+                                      sizeof seconds, &seconds),
+              kAudioSessionNoError);
+    EXPECT_TRUE(tqtest::eventually([&] { return notices.count == 1; }));
+    EXPECT_EQ(notices.rate, 32000);
+}
+
 TEST(NullDevice, ARateIsToldByWhoSetsItOrElseWhenItHolds) {
     ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
     RouteNotices notices;
