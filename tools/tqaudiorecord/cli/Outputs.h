@@ -67,11 +67,17 @@ class Outputs : public SinkSet {
     };
     template <typename Kind>
     [[nodiscard]] bool addOpened(std::unique_ptr<Kind> sink, std::string& error);
+    template <typename Kind>
+    [[nodiscard]] bool addFiles(std::unique_ptr<Kind> sink, std::string& error);
     [[nodiscard]] bool arePlacesGood(std::string& error) const;
     /// Null where there is no mix, or it goes to the standard output as it is.
     [[nodiscard]] const FileFormat* formatOfMix() const;
     /// The microphone's own file; empty where it has none.
     [[nodiscard]] std::string voiceFile() const;
+    [[nodiscard]] FileSeries::Plan planOf(const std::string& path, const FileFormat* kind) const;
+    [[nodiscard]] bool openMix(std::string& error);
+    [[nodiscard]] bool openTracks(std::string& error);
+    [[nodiscard]] bool openEvents(std::string& error);
     [[nodiscard]] bool openViews(std::string& error);
     [[nodiscard]] bool openLive(std::string& error);
     void sayWhatThePageCannotPlay();

@@ -68,6 +68,12 @@ bool Outputs::addOpened(std::unique_ptr<Kind> sink, std::string& error) {
     return false;
 }
 
+template <typename Kind>
+bool Outputs::addFiles(std::unique_ptr<Kind> sink, std::string& error) {
+    files_.push_back(sink.get());
+    return addOpened(std::move(sink), error);
+}
+
 /// Whether the files may be written. Whether they can shows when they are opened beside their
 /// names.
 bool Outputs::arePlacesGood(std::string& error) const {
@@ -128,6 +134,25 @@ bool Outputs::open(std::string& error) {
         return false;
     }
     observer_ = &add(std::make_unique<Observer>(options_.microphoneInMix));
+    if (!openMix(error) || !openTracks(error) || !openEvents(error) || !openViews(error) ||
+        (options_.live && !openLive(error))) {
+        return false;
+    }
+    if (!options_.quiet) {
+        add(std::make_unique<Meter>(screen_, *observer_, options_.verbose));
+    }
+    return true;
+}
+
+FileSeries::Plan Outputs::planOf(const std::string& path, const FileFormat* kind) const {
+    return {.path = path,
+            .kind = kind,
+            .maximumSeconds = options_.maximumFileSeconds,
+            .mayReplace = options_.overwrite,
+            .programs = names_};
+}
+
+bool Outputs::openMix(std::string& error) {
     const Options& o = options_;
     const FileFormat* const format = formatOfMix();
     if (o.output == "-" && ::isatty(standardOutput_) == 1) {
@@ -139,7 +164,9 @@ bool Outputs::open(std::string& error) {
         const bool raw = format != nullptr && format->isBare();
         pipe_ = &add(std::make_unique<PipeSink>(
             standardOutput_, raw ? PipeSink::Shape::kRaw : PipeSink::Shape::kWav));
-    } else if (o.replaySeconds) {
+        return true;
+    }
+    if (o.replaySeconds) {
         auto sink = std::make_unique<ReplaySink>(ReplaySink::Plan{{o.output, format},
                                                                   o.tracksFolder,
                                                                   *o.replaySeconds,
@@ -147,74 +174,38 @@ bool Outputs::open(std::string& error) {
                                                                   formatNamed(o.tracksFormat)},
                                                  names_);
         replay_ = sink.get();
-        files_.push_back(sink.get());
-        if (!addOpened(std::move(sink), error)) {
-            return false;
-        }
-    } else if (!o.output.empty() && format->isMatroska()) {
-        auto sink =
-            std::make_unique<MatroskaSink>(FileSeries::Plan{.path = o.output,
-                                                            .kind = format,
-                                                            .maximumSeconds = o.maximumFileSeconds,
-                                                            .mayReplace = o.overwrite,
-                                                            .programs = names_},
-                                           names_);
-        files_.push_back(sink.get());
-        if (!addOpened(std::move(sink), error)) {
-            return false;
-        }
-    } else if (!o.output.empty()) {
-        auto sink =
-            std::make_unique<MixSink>(FileSeries::Plan{.path = o.output,
-                                                       .kind = format,
-                                                       .maximumSeconds = o.maximumFileSeconds,
-                                                       .mayReplace = o.overwrite,
-                                                       .programs = names_},
-                                      names_);
-        files_.push_back(sink.get());
-        if (!addOpened(std::move(sink), error)) {
-            return false;
-        }
+        return addFiles(std::move(sink), error);
     }
+    if (o.output.empty()) {
+        return true;
+    }
+    const FileSeries::Plan plan = planOf(o.output, format);
+    return format->isMatroska() ? addFiles(std::make_unique<MatroskaSink>(plan, names_), error)
+                                : addFiles(std::make_unique<MixSink>(plan, names_), error);
+}
+
+/// Those of the programs, and the microphone's.
+bool Outputs::openTracks(std::string& error) {
+    const Options& o = options_;
     if (!o.tracksFolder.empty() && !o.replaySeconds) {
-        auto sink = std::make_unique<TracksSink>(
-            TracksSink::Plan{o.tracksFolder, o.maximumFileSeconds, o.overwrite, o.tracksFromStart,
-                             formatNamed(o.tracksFormat), names_},
-            names_);
-        files_.push_back(sink.get());
-        if (!addOpened(std::move(sink), error)) {
+        const TracksSink::Plan plan{o.tracksFolder,    o.maximumFileSeconds,        o.overwrite,
+                                    o.tracksFromStart, formatNamed(o.tracksFormat), names_};
+        if (!addFiles(std::make_unique<TracksSink>(plan, names_), error)) {
             return false;
         }
     }
-    if (!voiceFile().empty()) {
-        auto sink =
-            std::make_unique<VoiceSink>(FileSeries::Plan{.path = voiceFile(),
-                                                         .kind = &trackFormat(),
-                                                         .maximumSeconds = o.maximumFileSeconds,
-                                                         .mayReplace = o.overwrite,
-                                                         .programs = names_});
-        files_.push_back(sink.get());
-        if (!addOpened(std::move(sink), error)) {
-            return false;
-        }
+    const std::string voice = voiceFile();
+    return voice.empty() ||
+           addFiles(std::make_unique<VoiceSink>(planOf(voice, &trackFormat())), error);
+}
+
+bool Outputs::openEvents(std::string& error) {
+    if (options_.eventsFile.empty()) {
+        return true;
     }
-    if (!o.eventsFile.empty()) {
-        auto sink = std::make_unique<EventsSink>(o.eventsFile, o.overwrite, names_);
-        events_ = sink.get();
-        if (!addOpened(std::move(sink), error)) {
-            return false;
-        }
-    }
-    if (!openViews(error)) {
-        return false;
-    }
-    if (o.live && !openLive(error)) {
-        return false;
-    }
-    if (!o.quiet) {
-        add(std::make_unique<Meter>(screen_, *observer_, o.verbose));
-    }
-    return true;
+    auto sink = std::make_unique<EventsSink>(options_.eventsFile, options_.overwrite, names_);
+    events_ = sink.get();
+    return addOpened(std::move(sink), error);
 }
 
 bool Outputs::openLive(std::string& error) {
