@@ -209,18 +209,14 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
         // It was no lateness: the sound itself made a pause.
         inHand_ -= more_;
         more_ = 0;
-        if (isLate_) {
-            forget();  // less than a kernel was left
-        }
+        isLate_ = false;
     }
     const std::uint64_t held = this->held();
-    if (isLate_) {
-        if (held >= needed(frames)) {
-            resume(frames);
-        }
+    if (static_cast<double>(held) < inHand_ + frames) {
         return;
     }
-    if (static_cast<double>(held) < inHand_ + frames) {
+    if (isLate_) {
+        resume(frames);
         return;
     }
     isFlowing_ = true;
@@ -232,7 +228,7 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     more_ = 0;
     spare_.restart();
     begunWith_ = static_cast<double>(held - frames);
-    if (begunWith_ > (patience_ == Patience::kForGood ? 2 * inHand_ : inHand_)) {
+    if (begunWith_ > 2 * inHand_) {
         // It begins with what is newest: what piled up before would be heard late for ever.
         skip(begunWith_ - inHand_);
         begunWith_ = inHand_;
@@ -246,8 +242,11 @@ inline void DriftFifo::resume(std::uint32_t frames) noexcept {
     isLate_ = false;
     const auto late = static_cast<double>(dryFor_ - frames);
     const double kept = std::min({late, room(), kMostAtOnceSeconds * sampleRate_});
-    skip(std::min(late - kept, static_cast<double>(held() - needed(frames))));
     keep(kept);
+    // Behind a pause of the sound what is held is new: only what has piled up is left out.
+    if (const double more = static_cast<double>(held() - frames) - inHand_; more > inHand_) {
+        skip(more);
+    }
     mean_ = usual_;
     spare_.late();
 }
