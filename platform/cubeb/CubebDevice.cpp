@@ -172,7 +172,7 @@ void CubebDevice::settle(Float64 wanted, UInt32 least) {
     }
     // A program that says how much it wants to wait for wants it whole; others want it early, but
     // behind two of the pieces in which PulseAudio brings it.
-    inHand_ = isWished ? heardFrames() : heardFrames() * 7 / 16;
+    inHand_ = isWished && !isJack_ ? heardFrames() : heardFrames() * 7 / 16;
 }
 
 bool CubebDevice::start() {

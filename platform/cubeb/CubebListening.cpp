@@ -65,7 +65,8 @@ bool CubebDevice::isStill() const {
 }
 
 UInt32 CubebDevice::heardFrames() const {
-    return std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
+    // JACK brings a whole period at a time.
+    return isJack_ ? aloneFrames_ : std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
 }
 
 bool CubebDevice::hear(bool isHearing) {

@@ -266,16 +266,17 @@ void HandoverBackend::ask(std::unique_lock<std::mutex>& lock, bool mayWait) noex
         const bool isAnswered = care_.done.wait_for(
             lock, kLongestWait, [&] { return care_.answered >= mine || care_.isHeldUp; });
         if (!isAnswered && !wasOpen_.load()) {
-            refuse(lock);
+            refuse(lock, mine);
         }
     }
 }
 
-void HandoverBackend::refuse(std::unique_lock<std::mutex>& lock) noexcept {
+void HandoverBackend::refuse(std::unique_lock<std::mutex>& lock, std::uint64_t request) noexcept {
     lock.unlock();
     const bool isCallersDoing = orNothing(isLoaderHeld);
     lock.lock();
-    if (wasOpen_.load() || care_.isRefused) {
+    const bool isAnswered = care_.answered >= request || care_.isHeldUp;
+    if (wasOpen_.load() || care_.isRefused || isAnswered) {
         return;
     }
     if (isCallersDoing) {

@@ -144,7 +144,7 @@ class HandoverBackend final : public Backend, private BackendHost, private Heard
     void ask(std::unique_lock<std::mutex>& lock, bool mayWait) noexcept;
     /// Nobody answers in time: nobody looks again, unless a library's constructor waits here,
     /// behind which the device's module is loaded. Gives the lock back meanwhile, or for good.
-    void refuse(std::unique_lock<std::mutex>& lock) noexcept;
+    void refuse(std::unique_lock<std::mutex>& lock, std::uint64_t request) noexcept;
     /// Starts or stops the clock, as clients and the device have it.
     [[nodiscard]] bool settleClock() noexcept;
 

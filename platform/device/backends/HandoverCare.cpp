@@ -155,6 +155,10 @@ void HandoverBackend::look(std::unique_lock<std::mutex>& lock) {
         }
     } else if (isMeeting) {
         isThere = meetDevice(wish);
+        if (isThere && isNews(false)) {
+            // Who came too late to be answered has read another.
+            tellRouteChange(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
+        }
     } else if (isTrying && !isWanted) {
         tryRate(wish);
     }

@@ -268,7 +268,7 @@ TEST(NullDevice, ARateThatACallbackAsksForIsToldOnceItHolds) {
                   },
                   &listened),
               kAudioSessionNoError);
-    std::atomic<bool> asks{true};
+    std::atomic<bool> asks{false};
     Client client([&](const DeviceSlice&) {
         if (asks.exchange(false)) {
             EXPECT_EQ(preferInSession(32000), kAudioSessionNoError);
@@ -276,6 +276,7 @@ TEST(NullDevice, ARateThatACallbackAsksForIsToldOnceItHolds) {
         }
     });
     ASSERT_TRUE(sharedDevice().addClient(client));
+    asks = true;  // not while the device is still being started
     EXPECT_TRUE(tqtest::eventually([&] { return notices.count == 1; }));
     EXPECT_EQ(notices.reason, AVAudioSessionRouteChangeReasonRouteConfigurationChange);
     EXPECT_EQ(notices.rate, 32000);
@@ -287,7 +288,7 @@ TEST(NullDevice, ARateThatACallbackAsksForIsToldOnceItHolds) {
 TEST(NullDevice, ARateThatACallbackAsksForIsToldAlsoWhereADurationIsSetMeanwhile) {
     ASSERT_EQ(AudioSessionInitialize(nullptr, nullptr, nullptr, nullptr), kAudioSessionNoError);
     RouteNotices notices;
-    std::atomic<bool> asks{true};
+    std::atomic<bool> asks{false};
     std::atomic<bool> isAsked{false};
     Client client([&](const DeviceSlice&) {
         if (asks.exchange(false)) {
@@ -299,6 +300,7 @@ TEST(NullDevice, ARateThatACallbackAsksForIsToldAlsoWhereADurationIsSetMeanwhile
         }
     });
     ASSERT_TRUE(sharedDevice().addClient(client));
+    asks = true;  // not while the device is still being started
     isAsked.wait(false);
     const Float32 seconds = 0.02F;
     EXPECT_EQ(AudioSessionSetProperty(kAudioSessionProperty_PreferredHardwareIOBufferDuration,

@@ -42,6 +42,7 @@ class Outputs : public SinkSet {
     void lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) override;
     void event(const Process& process, const Event& event) override;
     [[nodiscard]] ControlAnswer control(const ControlCommand& command) override;
+    void closed() override;
     [[nodiscard]] std::vector<ControlAnswer> lateAnswers() override;
 
     void notice(const std::string& line) override;
@@ -105,7 +106,7 @@ class Outputs : public SinkSet {
     Observer* observer_ = nullptr;
     PauseTime pauses_;
     bool isPlayedInPause_ = false;     ///< any sound
-    std::uint64_t lastBlockAt_ = 0;    ///< host time, microseconds
+    std::uint64_t closedAt_ = 0;       ///< host time, microseconds; 0 before
     std::optional<VoiceTrack> voice_;  ///< with --mic
     bool isVoiceWaiting_ = false;      ///< for something to play, and that was said
     VoiceFacts voiceFacts_;

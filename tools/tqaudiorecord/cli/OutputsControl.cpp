@@ -32,7 +32,6 @@ std::uint64_t hostTime() {
 }  // namespace
 
 void Outputs::block(const Process& process, const Block& block) {
-    lastBlockAt_ = std::max(lastBlockAt_, block.microseconds);
     if (pauses_.isWithin(block.microseconds)) {
         isPlayedInPause_ = isPlayedInPause_ || hasSound(block.frames, block.format);
         return;
@@ -228,14 +227,20 @@ std::string Outputs::pauseLine() const {
         return {};
     }
     std::array<char, 64> text{};
-    // What is saved behind the last block is no pause.
-    const std::uint64_t end = pauses_.isPaused() ? lastBlockAt_ : hostTime();
     std::snprintf(text.data(), text.size(), "Paused for %.1f s in all, which are not recorded\n",
-                  static_cast<double>(pauses_.before(end)) / 1e6);
+                  static_cast<double>(pauses_.before(closedAt_)) / 1e6);
     return text.data();
 }
 
+/// What is saved from then on is no pause.
+void Outputs::closed() {
+    closedAt_ = hostTime();
+}
+
 ControlAnswer Outputs::setPaused(bool isPaused) {
+    if (closedAt_ != 0) {
+        return {false, "the recording is over\n"};
+    }
     if (isPaused == pauses_.isPaused()) {
         return {false, isPaused ? "it is paused already\n" : "it is not paused\n"};
     }

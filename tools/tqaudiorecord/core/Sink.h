@@ -42,6 +42,8 @@ class Sink {
     [[nodiscard]] virtual ControlAnswer control(const ControlCommand&) {
         return {false, "nothing here can do that\n"};
     }
+    /// No block comes any more: what was played is still written, and nothing can be paused.
+    virtual void closed() {}
     /// Answers with tickets that control() gave, since the last call. Asked for several times a
     /// second, and once after finish(), when all have come.
     [[nodiscard]] virtual std::vector<ControlAnswer> lateAnswers() { return {}; }

@@ -175,6 +175,7 @@ void TracksSink::conclude(int processId, Track track) {
 }
 
 void TracksSink::nameAndList(int processId, Track& track) {
+    names_->settle(processId);  // a finished file cannot move on
     track.timed.finish();
     report(track);
     const std::vector<WrittenFile> files = track.timed.files(processId);

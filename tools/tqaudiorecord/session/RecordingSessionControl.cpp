@@ -29,10 +29,7 @@ void RecordingSession::takeSignals() {
             // Behind finish() it is done at once.
             answerLate();
         } else if (signal->number == SIGUSR2) {
-            // Behind the last block there is nothing to pause.
-            if (!isClosed_) {
-                (void)sink_.control({ControlCommand::Kind::kTogglePause});
-            }
+            (void)sink_.control({ControlCommand::Kind::kTogglePause});
         } else if (!isSameEnd(signal->number)) {
             endSignals_.push_back(*signal);
         }

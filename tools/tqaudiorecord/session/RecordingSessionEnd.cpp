@@ -106,6 +106,7 @@ void RecordingSession::takeTheLast(RecordingResult& result) {
         process->close();
     }
     isClosed_ = true;
+    sink_.closed();
     drain(kLastTurn);
     bool isTold = false;
     while (isMoreLeft_ && !nextEndSignal()) {
