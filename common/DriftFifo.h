@@ -25,7 +25,7 @@ class DriftFifo {
   public:
     /// For how long who was late is waited for.
     enum class Patience {
-        kForGood,    ///< a hole costs more than being late does
+        kForGood,    ///< a hole, or anything left out, costs more than being late does
         kForAWhile,  ///< being late costs as well: what nobody needs any more is given up
     };
     /// `inHand` frames lie between both, about what either takes at a time. Where a read leaves
@@ -72,6 +72,12 @@ class DriftFifo {
     static constexpr double kSteerSeconds = 4;
     /// No two clocks differ by more.
     static constexpr double kMostSteering = 0.002;
+    /// More than that is no drift either: it has piled up while the reader was late.
+    static constexpr double kPiledUpSeconds = 0.05;
+    /// What has piled up is made up for within so long, a hundredth faster at the most: an ear that
+    /// hears that hears holes more.
+    static constexpr double kHasteSeconds = 8;
+    static constexpr double kMostHaste = 0.01;
     /// As much slower it reads to have more in hand.
     static constexpr double kGaining = 0.001;
     /// So near to a frame that was written it is that one.
@@ -120,7 +126,6 @@ class DriftFifo {
     const double least_;  ///< behind a read
     const double firstInHand_;
     double inHand_;             ///< when it begins to flow
-    double begunWith_ = 0;      ///< when it began to flow, at least as much
     double usual_ = 0;          ///< mean in hand of the first seconds of the flow
     double mean_ = 0;           ///< the same of the last seconds
     std::uint64_t flowed_ = 0;  ///< frames
@@ -130,8 +135,7 @@ class DriftFifo {
     bool isFlowing_ = false;
     bool isLate_ = false;  ///< ran dry, and goes on where it did unless it was a pause
     SpareSound spare_;
-    double more_ = 0;           ///< of `inHand_`, since it ran dry the last time
-    std::uint64_t dryFor_ = 0;  ///< frames of silence since then
+    std::uint64_t dryFor_ = 0;  ///< frames of silence since it ran dry
     std::uint32_t faults_ = 0;
 };
 
@@ -168,7 +172,12 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
         isToRestart_.exchange(false, std::memory_order_relaxed)) {
         forget();
     }
-    isFlowing_ ? steer(frames) : begin(frames);
+    if (isFlowing_) {
+        steer(frames);
+    }
+    if (!isFlowing_) {
+        begin(frames);
+    }
     const bool isLast = isFlowing_ && held() < needed(frames);
     std::uint32_t most = isFlowing_ ? frames : 0;
     if (isLast) {
@@ -178,11 +187,7 @@ inline void DriftFifo::read(float* samples, std::uint32_t frames) noexcept {
     for (; given < most; ++given) {
         give(samples + std::size_t{given} * channels_);
     }
-    if (isLast && !isLate_) {
-        forget();  // less than a kernel is left
-    } else {
-        settle();
-    }
+    settle();
     std::fill(samples + std::size_t{given} * channels_, samples + std::size_t{frames} * channels_,
               0.0F);
 }
@@ -206,16 +211,13 @@ inline double DriftFifo::firstOf(std::uint32_t frames) const noexcept {
 inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     dryFor_ += frames;
     if (static_cast<double>(dryFor_) > kLostSeconds * sampleRate_) {
-        // It was no lateness: the sound itself made a pause.
-        inHand_ -= more_;
-        more_ = 0;
-        isLate_ = false;
+        isLate_ = false;  // the sound itself made a pause
     }
-    const std::uint64_t held = this->held();
-    if (static_cast<double>(held) < inHand_ + frames) {
+    const double more = static_cast<double>(held()) - frames - inHand_;
+    if (more < 0) {
         return;
     }
-    if (isLate_) {
+    if (isLate_ && more <= kLostSeconds * sampleRate_) {
         resume(frames);
         return;
     }
@@ -225,26 +227,25 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
     mean_ = 0;
     flowed_ = 0;
     owed_ = 0;
-    more_ = 0;
     spare_.restart();
-    begunWith_ = static_cast<double>(held - frames);
-    if (begunWith_ > 2 * inHand_) {
-        // It begins with what is newest: what piled up before would be heard late for ever.
-        skip(begunWith_ - inHand_);
-        begunWith_ = inHand_;
+    isLate_ = false;
+    if (more > inHand_) {
+        skip(more);  // it begins with what is newest: what piled up would be heard late for ever
     }
 }
 
-/// Goes on where it ran dry, later by the silence there was, if that was not long: who is as late
-/// again is met.
+/// Goes on where it ran dry, later by the silence there was: who is as late again is met.
 inline void DriftFifo::resume(std::uint32_t frames) noexcept {
     isFlowing_ = true;
     isLate_ = false;
-    const auto late = static_cast<double>(dryFor_ - frames);
-    const double kept = std::min({late, room(), kMostAtOnceSeconds * sampleRate_});
+    auto kept = std::min(static_cast<double>(dryFor_ - frames), room());
+    if (patience_ == Patience::kForAWhile) {
+        kept = std::min(kept, kMostAtOnceSeconds * sampleRate_);
+    }
     keep(kept);
-    // Behind a pause of the sound what is held is new: only what has piled up is left out.
-    if (const double more = static_cast<double>(held() - frames) - inHand_; more > inHand_) {
+    const double more = static_cast<double>(held() - frames) - inHand_;
+    if (patience_ == Patience::kForAWhile && more > inHand_) {
+        // Behind a pause of the sound what is held is new: only what has piled up is left out.
         skip(more);
     }
     mean_ = usual_;
@@ -258,16 +259,8 @@ inline std::uint32_t DriftFifo::runDry(std::uint32_t frames) noexcept {
         static_cast<std::uint32_t>(std::clamp(last, 0.0, static_cast<double>(frames)));
     ++faults_;
     isFlowing_ = false;
-    if (patience_ == Patience::kForAWhile) {
-        isLate_ = true;
-        dryFor_ = frames - given;
-        return given;
-    }
-    // Where it was only late, as much as was missing is kept in hand besides from here on.
-    const double missing = static_cast<double>(needed(frames)) - static_cast<double>(held());
-    more_ = std::min(begunWith_ - inHand_ + missing, room());
-    inHand_ += more_;
-    dryFor_ = 0;
+    isLate_ = true;
+    dryFor_ = frames - given;
     return given;
 }
 
@@ -275,7 +268,7 @@ inline void DriftFifo::steer(std::uint32_t frames) noexcept {
     const double left = static_cast<double>(held()) - frames;
     if (left - inHand_ > kLostSeconds * sampleRate_) {
         ++faults_;
-        isFlowing_ = false;  // the next read begins anew with what is newest
+        isFlowing_ = false;  // it begins anew with what is newest
         return;
     }
     flowed_ += frames;
@@ -298,7 +291,10 @@ inline double DriftFifo::drift() const noexcept {
     const double away = mean_ - usual_;
     const double equal = std::min(kEqualSeconds * sampleRate_, inHand_ / 2);
     const double beyond = away > equal ? away - equal : std::min(0.0, away + equal);
-    return std::clamp(beyond / (kSteerSeconds * sampleRate_), -kMostSteering, kMostSteering);
+    const double drift =
+        std::clamp(beyond / (kSteerSeconds * sampleRate_), -kMostSteering, kMostSteering);
+    const double piledUp = std::max(0.0, away - kPiledUpSeconds * sampleRate_);
+    return drift + std::min(piledUp / (kHasteSeconds * sampleRate_), kMostHaste);
 }
 
 /// How much slower is read to have in hand what the one who brings was late by.
@@ -328,7 +324,6 @@ inline double DriftFifo::shed(std::uint32_t frames, double left) noexcept {
 /// So many more are to be in hand from here on.
 inline void DriftFifo::keep(double more) noexcept {
     inHand_ += more;
-    begunWith_ += more;
     usual_ += more;
     mean_ += more;
 }
