@@ -42,6 +42,7 @@ class Counter {
             going_ = 0;
             if (!disturbances_.empty()) {
                 disturbances_.back().last = frames_;
+                disturbances_.back().silent += sample == 0 ? 1 : 0;
             }
         } else if (++going_ % kRinging == 0) {
             // The last frames before a disturbance may be smeared already.
@@ -71,14 +72,17 @@ class Counter {
         Place before;
         long first = 0;  ///< frame that does not go on
         long last = 0;
-        long later = 0;  ///< frames by which what is behind it comes later
-        long lost = 0;   ///< frames; what was repeated is less than none
+        long silent = 0;  ///< frames from the first to the last that are nothing else
+        long later = 0;   ///< frames by which what is behind it comes later
+        long lost = 0;    ///< frames; what was repeated is less than none
 
         void settle(const Place& behind) {
             const long played = behind.count - before.count;
             later = behind.frame - before.frame - played;
             later = ((later + kMost) % kWhole + kWhole) % kWhole - kMost;
-            lost = last - first - later;
+            // A kernel smears the edges of a hole, as far outside as inside.
+            const long hole = silent == 0 ? 0 : (last - first + silent + 1) / 2;
+            lost = hole - later;
         }
     };
 
