@@ -78,5 +78,18 @@ TEST_F(OutputsTest, ASplitIsAnsweredOnceAllFilesAreWrittenUpToIt) {
               static_cast<int>((kBack + 470) % 30000 + 1));
 }
 
+TEST_F(OutputsTest, APauseBehindTheEndIsNoneAndIsToldSo) {
+    open();
+    playBoth(0, 470);
+    outputs_.closed();
+    for (const auto kind : {ControlCommand::Kind::kPause, ControlCommand::Kind::kResume}) {
+        const ControlAnswer answer = outputs_.control({kind});
+        EXPECT_FALSE(answer.isDone);
+        EXPECT_EQ(answer.text, "the recording is over\n");
+    }
+    outputs_.finish();
+    EXPECT_EQ(RecordedFile(folder_.file("out.wav")).frames(), 470U);
+}
+
 }  // namespace
 }  // namespace tqrecorder::test
