@@ -19,7 +19,7 @@
 #include "common/NeverDestroyed.h"
 #include "common/SignalsBlocked.h"
 #include "device/backends/Backends.h"
-#include "device/backends/HandoverBackend.h"
+#include "device/handover/HandoverBackend.h"
 
 namespace tqplatform {
 

@@ -15,7 +15,7 @@
 
 #include "common/NeverDestroyed.h"
 #include "device/Device.h"
-#include "device/backends/HandoverBackend.h"
+#include "device/handover/HandoverBackend.h"
 
 // A clock and a device that do what the test says, and the keeper of both.
 

@@ -1,6 +1,6 @@
 // The thread that calls a device: each job runs once, also where the one before takes long to end.
 
-#include "device/backends/HeardThread.h"
+#include "device/handover/HeardThread.h"
 
 #include <gtest/gtest.h>
 

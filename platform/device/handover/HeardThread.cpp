@@ -1,4 +1,4 @@
-#include "device/backends/HeardThread.h"
+#include "device/handover/HeardThread.h"
 
 #include <pthread.h>
 

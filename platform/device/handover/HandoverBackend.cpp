@@ -1,4 +1,4 @@
-#include "device/backends/HandoverBackend.h"
+#include "device/handover/HandoverBackend.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "common/SignalsBlocked.h"
-#include "device/backends/LoaderLock.h"
+#include "device/handover/LoaderLock.h"
 #include "format/PCMFormat.h"
 
 namespace tqplatform {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "device/HeardDevice.h"
-#include "device/backends/HeardThread.h"
+#include "device/handover/HeardThread.h"
 
 namespace tqplatform {
 

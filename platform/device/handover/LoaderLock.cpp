@@ -1,10 +1,10 @@
-#include "device/backends/LoaderLock.h"
+#include "device/handover/LoaderLock.h"
 
 #include <dlfcn.h>
 
 #include <chrono>
 
-#include "device/backends/HeardThread.h"
+#include "device/handover/HeardThread.h"
 
 namespace tqplatform {
 

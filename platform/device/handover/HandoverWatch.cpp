@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "device/DeviceNotices.h"
-#include "device/backends/HandoverBackend.h"
+#include "device/handover/HandoverBackend.h"
 
 namespace tqplatform {
 

@@ -18,9 +18,9 @@
 #include "device/Backend.h"
 #include "device/HeardDevice.h"
 #include "device/HostTimes.h"
-#include "device/backends/HeardGate.h"
-#include "device/backends/HeardThread.h"
-#include "device/backends/SleepNews.h"
+#include "device/handover/HeardGate.h"
+#include "device/handover/HeardThread.h"
+#include "device/handover/SleepNews.h"
 
 namespace tqplatform {
 

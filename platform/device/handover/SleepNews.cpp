@@ -1,4 +1,4 @@
-#include "device/backends/SleepNews.h"
+#include "device/handover/SleepNews.h"
 
 #include <exception>
 #include <utility>

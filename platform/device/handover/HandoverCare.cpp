@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "device/DeviceNotices.h"
-#include "device/backends/HandoverBackend.h"
+#include "device/handover/HandoverBackend.h"
 
 namespace tqplatform {
 
