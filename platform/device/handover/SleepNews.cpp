@@ -1,6 +1,7 @@
 #include "device/handover/SleepNews.h"
 
 #include <exception>
+#include <optional>
 #include <utility>
 
 namespace tqplatform {
@@ -25,16 +26,19 @@ void SleepNews::begin() {
     });
 }
 
-std::optional<bool> SleepNews::news() {
+bool SleepNews::take() {
     if (coming_ != nullptr && connecting_->await({})) {
         watch_ = std::move(*coming_);
         coming_.reset();
         connecting_.reset();
     }
-    return watch_ == nullptr ? std::nullopt : watch_->news();
+    const std::optional<bool> news = watch_ == nullptr ? std::nullopt : watch_->news();
+    isAsleep_ = news.value_or(isAsleep_);
+    return news.has_value();
 }
 
 void SleepNews::end() noexcept {
+    isAsleep_ = false;
     watch_.reset();
     coming_.reset();
     if (connecting_ != nullptr && connecting_->await({})) {
@@ -43,6 +47,7 @@ void SleepNews::end() noexcept {
 }
 
 void SleepNews::forgetAfterFork() noexcept {
+    isAsleep_ = false;
     if (watch_ != nullptr) {
         watch_->forgetAfterFork();
         static_cast<void>(watch_.release());

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "device/HeardDevice.h"
@@ -19,8 +18,10 @@ class SleepNews {
 
     /// Connects, once; does not wait. Throws where there is no thread or no memory for it.
     void begin();
-    /// Nothing while it is not connected.
-    [[nodiscard]] std::optional<bool> news();
+    /// Takes the next that is said. False where nothing new is, or it is not connected.
+    [[nodiscard]] bool take();
+    /// As what was taken last has it.
+    [[nodiscard]] bool isAsleep() const noexcept { return isAsleep_; }
     /// Lets go of it; what still connects is left to its thread.
     void end() noexcept;
     /// In the child of a fork, whatever was under way.
@@ -33,6 +34,7 @@ class SleepNews {
     Made watch_;
     std::shared_ptr<Made> coming_;             ///< its thread's until that is over
     std::unique_ptr<HeardThread> connecting_;  ///< one, also when nobody waits for it any more
+    bool isAsleep_ = false;
 };
 
 }  // namespace tqplatform
