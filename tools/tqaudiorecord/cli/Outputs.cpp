@@ -31,6 +31,9 @@ Outputs::Outputs(const Options& options, Screen& screen, int standardOutput)
     if (options.microphone) {
         voice_.emplace(
             [this](const Process& process, const Block& block) { SinkSet::block(process, block); },
+            [this](const Process& process, std::uint64_t bytes) {
+                SinkSet::lost(process, 1, bytes);
+            },
             options.microphoneInMix);
     }
 }

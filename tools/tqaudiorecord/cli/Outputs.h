@@ -36,6 +36,7 @@ class Outputs : public SinkSet {
     [[nodiscard]] bool open(std::string& error);
 
     void heard(const HeardBlock& block) override;
+    void turnEnded(bool isAll) override;
     void processEnded(const Process& process, const HostFacts& facts) override;
     /// All but the meter goes on in a pause without what is in it.
     void block(const Process& process, const Block& block) override;

@@ -71,6 +71,12 @@ void Outputs::sayWhatTheVoiceWaitsFor() {
     isVoiceWaiting_ = isLong;
 }
 
+void Outputs::turnEnded(bool isAll) {
+    if (voice_) {
+        voice_->turnEnded(isAll);
+    }
+}
+
 void Outputs::processEnded(const Process& process, const HostFacts& facts) {
     if (voice_) {
         voice_->ended(process);

@@ -31,6 +31,9 @@ class Sink {
     /// Several times a second while the process lives.
     virtual void numbers(const Process&, std::span<const TrackNumbers>, const HostFacts&,
                          double /*ringFill, 0 to 1*/) {}
+    /// Behind the blocks of one turn: first what the microphone had heard, then what processes had
+    /// delivered. `isAll` when nothing of that was left for the next.
+    virtual void turnEnded(bool /*isAll*/) {}
     /// Once for each process that was seen, before finish().
     virtual void seen(const SeenProcess&) {}
     virtual void processEnded(const Process&, const HostFacts&) {}

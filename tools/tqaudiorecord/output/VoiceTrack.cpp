@@ -25,8 +25,9 @@ constexpr std::int64_t kPatienceFrames = 22050;
 /// A mix that stands still is silence with the microphone in it, in pieces of that length.
 constexpr std::int64_t kStillFrames = 44100;
 constexpr std::int64_t kPieceFrames = 4096;
-/// No hole of the microphone is kept in memory.
-constexpr std::int64_t kMostHole = 441000;
+/// A mix that is read late is waited for, with what is heard kept in memory: the largest ring holds
+/// as much.
+constexpr std::int64_t kMostAhead = std::int64_t{600} * 44100;
 
 std::uint64_t timeAt(std::uint64_t began, std::int64_t position) {
     return began +
@@ -39,7 +40,7 @@ void VoiceTrack::heard(const HeardBlock& block) {
     channels_ = block.channels;
     if (beside_) {
         lay(block.microseconds, block.samples);
-        pump(false);
+        pump();
         return;
     }
     waiting_.push_back(
@@ -103,7 +104,7 @@ void VoiceTrack::lay(std::uint64_t microseconds, std::span<const float> samples)
 
 void VoiceTrack::keepVoice(std::int64_t position, const std::vector<float>& samples) {
     const std::int64_t hole = position - voiceEnd();
-    if (hole > kMostHole || voice_.empty()) {
+    if (hole > kMostAhead || voice_.empty()) {
         voice_.clear();
         voiceBegins_ = position;
     } else {
@@ -127,7 +128,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
     if (isMix && !beside_) {
         beside_.emplace(Beside{process, block.microseconds,
                                StreamClock(kRate, block.microseconds, kMixPatience)});
-        sent_ = voiceBegins_ = 0;
+        mixBefore_ = sent_ = voiceBegins_ = 0;
     }
     const bool isBeside = isMix && beside_->process.id == process.id;
     if (!isBeside) {
@@ -148,7 +149,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
         lay(waiting_.front().microseconds, waiting_.front().samples);
     }
     leftOutBefore_ = leftOutFrames_;
-    pump(false);
+    pump();
 }
 
 void VoiceTrack::takeMix(const Block& block) {
@@ -160,24 +161,41 @@ void VoiceTrack::takeMix(const Block& block) {
     mix_.push_back(std::move(mine));
 }
 
-void VoiceTrack::pump(bool isAll) {
+void VoiceTrack::pump() {
+    while (!mix_.empty() && endOfFirst() <= voiceEnd()) {
+        sendFirst();
+    }
+}
+
+/// What waits in a ring while the recorder is held up is not missing. So the one of both that is
+/// behind is given up only once it had brought nothing more, asked behind the other.
+void VoiceTrack::turnEnded(bool isAll) {
     if (!isInMix_ || !beside_) {
         return;
     }
-    const auto heardTo = voiceEnd();
-    const auto mixTo = static_cast<std::int64_t>(beside_->clock.frames());
-    while (!mix_.empty()) {
-        const MixBlock& next = mix_.front();
-        const auto end =
-            next.position + static_cast<std::int64_t>(next.samples.size() / kMixChannels);
-        if (!isAll && heardTo < end && mixTo - end < kPatienceFrames) {
-            return;
-        }
-        sendMix(next.position, nullptr);
-        sendMix(end, &next);
-        mix_.pop_front();
+    while (!mix_.empty() && mixBefore_ - endOfFirst() >= kPatienceFrames) {
+        sendFirst();
     }
-    sendMix(isAll ? heardTo : heardTo - kStillFrames, nullptr);
+    mixBefore_ = static_cast<std::int64_t>(beside_->clock.frames());
+    if (mix_.empty()) {
+        sendMix(voiceEnd() - (isAll ? kStillFrames : kMostAhead), nullptr);
+    }
+}
+
+std::int64_t VoiceTrack::endOfFirst() const {
+    return mix_.front().position +
+           static_cast<std::int64_t>(mix_.front().samples.size() / kMixChannels);
+}
+
+void VoiceTrack::sendFirst() {
+    const MixBlock& block = mix_.front();
+    const std::int64_t late = std::min(sent_, endOfFirst()) - block.position;
+    if (late > 0) {
+        lost_(beside_->process, static_cast<std::uint64_t>(late) * kMixFormat.frameBytes());
+    }
+    sendMix(block.position, nullptr);
+    sendMix(endOfFirst(), &block);
+    mix_.pop_front();
 }
 
 /// The mix up to there: the block, or silence, and the microphone in it.
@@ -233,7 +251,12 @@ void VoiceTrack::finish() {
 }
 
 void VoiceTrack::leave() {
-    pump(true);
+    if (isInMix_) {
+        while (!mix_.empty()) {
+            sendFirst();
+        }
+        sendMix(voiceEnd(), nullptr);
+    }
     beside_.reset();
     aligner_.reset();
     voice_.clear();

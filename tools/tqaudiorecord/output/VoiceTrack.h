@@ -19,12 +19,17 @@ namespace tqrecorder {
 class VoiceTrack {
   public:
     using Out = std::function<void(const Process&, const Block&)>;
-    /// `out` gets the programs' blocks and the microphone's.
-    VoiceTrack(Out out, bool isInMix) : out_(std::move(out)), isInMix_(isInMix) {}
+    using Lost = std::function<void(const Process&, std::uint64_t bytes)>;
+    /// `out` gets the programs' blocks and the microphone's; `lost` is told what of a mix came when
+    /// silence stood for it already.
+    VoiceTrack(Out out, Lost lost, bool isInMix)
+        : out_(std::move(out)), lost_(std::move(lost)), isInMix_(isInMix) {}
 
     void heard(const HeardBlock& block);
     void block(const Process& process, const Block& block);
     void ended(const Process& process);
+    /// As Sink has it.
+    void turnEnded(bool isAll);
     /// Nothing more comes: what waits goes out.
     void finish();
     /// Seconds that were heard and lie beside no mix, as nothing played: they went nowhere.
@@ -54,8 +59,10 @@ class VoiceTrack {
     void lay(std::uint64_t microseconds, std::span<const float> samples);
     void keepVoice(std::int64_t position, const std::vector<float>& samples);
     void takeMix(const Block& block);
-    /// Mix blocks that the microphone has caught up with, or all.
-    void pump(bool isAll);
+    /// Mix blocks that the microphone has caught up with.
+    void pump();
+    void sendFirst();
+    [[nodiscard]] std::int64_t endOfFirst() const;
     void sendMix(std::int64_t until, const MixBlock* block);
     [[nodiscard]] std::int64_t voiceEnd() const;
     void leaveOut();
@@ -63,6 +70,7 @@ class VoiceTrack {
     void leave();
 
     const Out out_;
+    const Lost lost_;
     const bool isInMix_;
     std::uint32_t channels_ = 1;
     std::deque<Waiting> waiting_;
@@ -73,6 +81,7 @@ class VoiceTrack {
 
     // Of the microphone in the mix. Positions are frames of the mix.
     std::deque<MixBlock> mix_;
+    std::int64_t mixBefore_ = 0;    ///< how far the mix was read when the last turn ended
     std::int64_t sent_ = 0;         ///< of the mix, to the outputs
     std::int64_t voiceBegins_ = 0;  ///< of voice_
     std::deque<float> voice_;

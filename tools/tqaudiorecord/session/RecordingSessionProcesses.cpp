@@ -130,6 +130,7 @@ void RecordingSession::drain(milliseconds turn) {
                        ": its shared memory is corrupt; the rest is not recorded");
         }
     }
+    sink_.turnEnded(!isMoreLeft_);
 }
 
 void RecordingSession::removeEnded() {

@@ -34,6 +34,7 @@ class Voices : public testing::Test {
                     out.push_back(valueOf(block.frames.subspan(at, width)));
                 }
             },
+            [this](const Process& process, std::uint64_t bytes) { lost_[process.id] += bytes; },
             isInMix);
     }
     static double valueOf(std::span<const std::byte> sample) {
@@ -62,10 +63,13 @@ class Voices : public testing::Test {
             track_->heard({at(static_cast<std::size_t>(block) * kMixBlock), 1, samples, true});
         }
     }
+    /// Ends a turn.
+    void turn(bool isAll = true) { track_->turnEnded(isAll); }
     std::vector<double>& out(int process, int track) { return out_[{process, track}]; }
 
     std::optional<VoiceTrack> track_;
     std::map<std::pair<int, int>, std::vector<double>> out_;
+    std::map<int, std::uint64_t> lost_;  ///< bytes
     const Process game_ = process(1, "game", true);
     const Process other_ = process(2, "other", false);
 };
@@ -191,8 +195,67 @@ TEST_F(Voices, TooLoudASumIsCut) {
 TEST_F(Voices, AMixDoesNotWaitForAMicrophoneThatSaysNothing) {
     begin(true);
     mix(game_, 0, 100);
+    turn();
+    EXPECT_TRUE(out(1, 0).empty()) << "it was not asked behind them";
+    turn();
     EXPECT_GE(out(1, 0).size(), 40 * kMixBlock);
     EXPECT_EQ(out(1, 0).back(), 0.25);
+}
+
+TEST_F(Voices, WhatWaitedWhileTheRecorderWasHeldUpIsInTheMixWithTheVoice) {
+    begin(true);
+    hear(0, 10);
+    mix(game_, 0, 10);
+    turn();
+    // The microphone is read first, and the mix in pieces.
+    hear(10, 600);
+    turn(false);
+    mix(game_, 10, 300);
+    turn(false);
+    hear(600, 620);
+    mix(game_, 300, 620);
+    turn();
+    turn();
+    track_->ended(game_);
+    const auto& all = out(1, 0);
+    ASSERT_GE(all.size(), 620 * kMixBlock);
+    for (std::size_t frame = kLaterFrames + 20; frame < 620 * kMixBlock; ++frame) {
+        ASSERT_EQ(all.at(frame), 0.375) << frame;
+    }
+    EXPECT_EQ(lost_[1], 0U);
+}
+
+TEST_F(Voices, AVoiceThatIsReadLaterThanItsMixIsInIt) {
+    begin(true);
+    hear(0, 10);
+    mix(game_, 0, 400);
+    turn();
+    hear(10, 400);
+    mix(game_, 400, 401);
+    turn();
+    EXPECT_EQ(out(1, 0).at(390 * kMixBlock), 0.375);
+}
+
+TEST_F(Voices, WhatWaitsBesideAMixThatIsReadLateIsBounded) {
+    begin(true);
+    mix(game_, 0, 10);
+    hear(0, 70'000);
+    turn(false);
+    EXPECT_GE(out(1, 0).size(), 9'000 * kMixBlock);
+    EXPECT_LE(out(1, 0).size(), 11'000 * kMixBlock);
+}
+
+TEST_F(Voices, WhatOfAMixComesBehindSilenceThatStandsForItIsLost) {
+    begin(true);
+    mix(game_, 0, 10);
+    hear(0, 500);
+    turn();
+    const std::size_t sent = out(1, 0).size();
+    mix(game_, 10, 600);
+    turn();
+    EXPECT_EQ(lost_[1], (sent - 10 * kMixBlock) * kMixFormat.frameBytes());
+    track_->finish();
+    EXPECT_EQ(out(1, 0).at(sent), 0.375) << "what follows is whole";
 }
 
 TEST_F(Voices, InAMixThatStandsStillItIsHeardAllTheSame) {
@@ -200,6 +263,7 @@ TEST_F(Voices, InAMixThatStandsStillItIsHeardAllTheSame) {
     hear(0, 10);
     mix(game_, 0, 10);
     hear(10, 500);
+    turn();
     const auto& all = out(1, 0);
     EXPECT_GE(all.size(), 300 * kMixBlock);
     EXPECT_EQ(all.at(200 * kMixBlock), 0.125);

@@ -177,6 +177,17 @@ TEST_F(SessionWithALongRest, TheMicrophoneIsNotRecordedBehindTheEnd) {
     EXPECT_EQ(sink.heardBlocks, last);
 }
 
+TEST_F(SessionWithALongRest, ATurnThatLeavesSomethingSaysSo) {
+    std::size_t atTheEnd = 0;
+    EXPECT_TRUE(recordRest([&] {
+                    atTheEnd = atTheEnd == 0 ? sink.turns.size() : atTheEnd;
+                    std::this_thread::sleep_for(std::chrono::milliseconds{10});
+                }).isWhole);
+    ASSERT_GT(sink.turns.size(), atTheEnd);
+    EXPECT_FALSE(sink.turns.at(atTheEnd - 1));
+    EXPECT_TRUE(sink.turns.back());
+}
+
 TEST_F(SessionWithALongRest, IsStillAnswerable) {
     setenv("XDG_RUNTIME_DIR", caches.c_str(), 1);
     std::atomic<bool> isAnswered = false;

@@ -61,6 +61,7 @@ class RememberingSink : public tqrecorder::Sink {
     int ticks = 0;
     int saves = 0;
     int heardBlocks = 0;
+    std::vector<bool> turns;  ///< whether all was taken
     int finishes = 0;
     bool isWriting = false;  ///< clips, until they are given up
     std::function<void()> onWait;
@@ -100,6 +101,7 @@ class RememberingSink : public tqrecorder::Sink {
         processes[process.id].lostBytes += bytes;
     }
     void heard(const tqrecorder::HeardBlock& /*block*/) override { ++heardBlocks; }
+    void turnEnded(bool isAll) override { turns.push_back(isAll); }
     void event(const tqrecorder::Process& process, const tqrecorder::Event& event) override {
         processes[process.id].events.push_back(event);
     }
