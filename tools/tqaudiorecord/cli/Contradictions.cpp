@@ -77,7 +77,7 @@ std::string contradictionIn(const Options& o, bool areTimesGiven) {
         o.format.empty() ? formatOfPath(o.output) : formatNamed(o.format);
     const bool holdsTracks = !toPipe && ofMix != nullptr && ofMix->isMatroska();
     if (o.microphone && !o.microphoneInMix && o.tracksFolder.empty() && !holdsTracks &&
-        (toPipe || o.replaySeconds)) {
+        (toPipe || o.replaySeconds || o.isLiveAlone())) {
         return "--mic has no file there: --tracks or --mic-in-mix is wanted";
     }
     if (o.maximumFileSeconds && toPipe && o.tracksFolder.empty()) {

@@ -84,15 +84,9 @@ void occupyStandardStreams() {
     }
 }
 
-/// Who only shows sources to other programs gets no file.
-bool isLiveAlone(const Options& options) {
-    return options.live && !options.replaySeconds && !options.maximumFileSeconds &&
-           options.format.empty();
-}
-
 int record(Options options, Screen& screen) {
     tqcommon::Descriptor turn;
-    if (options.output.empty() && options.tracksFolder.empty() && !isLiveAlone(options)) {
+    if (options.output.empty() && options.tracksFolder.empty() && !options.isLiveAlone()) {
         turn = turnToChoose();
         options.output = defaultOutput(options, std::time(nullptr));
         options.isOutputChosen = true;

@@ -71,6 +71,11 @@ struct Options {
 
     /// Whether the microphone decides when to duck.
     [[nodiscard]] bool isDuckedByVoice() const { return duck && duckOn == kMicrophoneName; }
+    /// Whether sources for other programs are all that is wanted: there is no file then.
+    [[nodiscard]] bool isLiveAlone() const {
+        return live && output.empty() && tracksFolder.empty() && !replaySeconds &&
+               !maximumFileSeconds && format.empty();
+    }
 };
 
 }  // namespace tqrecorder

@@ -117,6 +117,10 @@ TEST(CommandLineTest, TheMicrophoneWantsAPlaceForItsSound) {
     EXPECT_TRUE(parse({"--mic", "--replay", "9", "-o", "a.mka", "game"}).proceed);
     EXPECT_TRUE(parse({"--mic", "--mic-in-mix", "-o", "-", "game"}).proceed);
     EXPECT_TRUE(parse({"--mic", "--tracks", "t", "-o", "-", "game"}).proceed);
+    EXPECT_FALSE(parse({"--mic", "--live", "game"}).proceed) << "it is no live source";
+    EXPECT_TRUE(parse({"--mic", "--live", "-o", "a.wav", "game"}).proceed);
+    EXPECT_TRUE(parse({"--mic", "--live", "--format", "wav", "game"}).proceed);
+    EXPECT_TRUE(parse({"--mic", "--mic-in-mix", "--live", "game"}).proceed);
 }
 
 TEST(CommandLineTest, GuardCommandsNameOneProgram) {
