@@ -21,13 +21,10 @@ using tqplatform::HeardHost;
 using tqplatform::HeardWish;
 
 constexpr UInt32 kChannels = 2;
-constexpr UInt32 kMaximumFrames = 4096;
 /// What a server may ask for at a time when it is late itself: twice what it is given in hand.
 constexpr UInt32 kLargestRequest = 4 * kMaximumFrames;
 /// A server may say anything.
 constexpr uint32_t kHighestRate = 192000;
-/// Servers ask again when about half of what they hold is played.
-constexpr UInt32 kRequestsInHand = 2;
 /// As the null device's: as high as a thread gets without a real-time class, where that is allowed.
 constexpr int kNiceness = -11;
 /// PulseAudio brings a quarter of what it is asked for at a time. One may be late.
@@ -133,7 +130,8 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
             least = static_cast<uint32_t>(UInt64{period} * sampleRate_ / ownRate);
         }
     }
-    settle(wish.seconds * sampleRate_, least);
+    least_ = least;
+    lengths_ = lengthsFor(wish.seconds);
     isToPlay_ = wish.isToPlay;
     microphoneName_ = wish.microphone;
     inputChannels_ = microphone().channels;
@@ -146,33 +144,29 @@ std::optional<DeviceFormat> CubebDevice::open(HeardHost& host, const HeardWish& 
     }
     // What is in hand at the most. The library's own figures are what happens to be on its way at
     // the moment of asking, or nothing.
-    return DeviceFormat{.sampleRate = static_cast<Float64>(sampleRate_),
-                        .outputChannels = kChannels,
-                        .inputChannels = theHeardChannels.load(std::memory_order_relaxed),
-                        .maximumFrames = kMaximumFrames,
-                        .usualFrames = isToPlay_ ? latencyFrames_ / kRequestsInHand : aloneSlice_,
-                        .outputLatency = isToPlay_ ? latencyFrames_ : 0,
-                        .inputLatency = isToPlay_ ? heardFrames() + inHand_ : aloneFrames_};
+    return DeviceFormat{
+        .sampleRate = static_cast<Float64>(sampleRate_),
+        .outputChannels = kChannels,
+        .inputChannels = theHeardChannels.load(std::memory_order_relaxed),
+        .maximumFrames = kMaximumFrames,
+        .usualFrames = isToPlay_ ? lengths_.played / kRequestsInHand : lengths_.aloneSlice,
+        .outputLatency = isToPlay_ ? lengths_.played : 0,
+        .inputLatency = isToPlay_ ? lengths_.heard + lengths_.inHand : lengths_.alone};
 }
 
-void CubebDevice::settle(Float64 wanted, UInt32 least) {
-    const bool isWished = wanted > 0;
-    if (isJack_) {
-        // The server's periods, whatever is asked for: one is played while the next is made.
-        aloneSlice_ = aloneFrames_ = std::clamp(least, UInt32{1}, kMaximumFrames);
-        latencyFrames_ = kRequestsInHand * aloneSlice_;
-    } else {
-        // With less in hand than the server's least there are holes.
-        const auto slice = static_cast<UInt32>(std::clamp<Float64>(wanted, 0, kMaximumFrames));
-        latencyFrames_ = std::clamp(std::max(kRequestsInHand * slice, least), kFewestFrames,
-                                    kRequestsInHand * kMaximumFrames);
-        aloneSlice_ = isWished ? std::max({slice, least / kRequestsInLatency, kFewestFrames})
-                               : kHeardAloneFrames / kRequestsInLatency;
-        aloneFrames_ = kRequestsInLatency * aloneSlice_;
+StreamLengths CubebDevice::lengthsFor(Float64 seconds) const noexcept {
+    return isJack_ ? StreamLengths::ofJack(least_)
+                   : StreamLengths::of(seconds * sampleRate_, least_);
+}
+
+bool CubebDevice::hasLengthOf(Float64 seconds) const {
+    const StreamLengths other = lengthsFor(seconds);
+    if (!isToPlay_) {
+        return other.alone == lengths_.alone;
     }
-    // A program that says how much it wants to wait for wants it whole; others want it early, but
-    // behind two of the pieces in which PulseAudio brings it.
-    inHand_ = isWished && !isJack_ ? heardFrames() : heardFrames() * 7 / 16;
+    // Where there is no microphone, nothing is kept between it and the speakers.
+    return other.played == lengths_.played &&
+           (inputChannels_ == 0 || other.inHand == lengths_.inHand);
 }
 
 bool CubebDevice::start() {
@@ -181,11 +175,11 @@ bool CubebDevice::start() {
         watch_ = std::make_unique<PulseWatch>(kName);
     }
     if (!isToPlay_) {
-        return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, aloneFrames_);
+        return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, lengths_.alone);
     }
     if (inputChannels_ > 0) {
-        heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, inHand_,
-                                                       heardFrames() / kPiecesHeard);
+        heard_ = std::make_unique<tqcommon::DriftFifo>(inputChannels_, sampleRate_, lengths_.inHand,
+                                                       lengths_.heard / kPiecesHeard);
         heardBlock_.resize(std::size_t{kLargestRequest} * inputChannels_);
     }
     return makeStream() && cubeb_stream_start(stream_.get()) == CUBEB_OK;
@@ -195,7 +189,7 @@ bool CubebDevice::makeStream() {
     cubeb_stream_params params = paramsAt(sampleRate_, kChannels);
     cubeb_stream* stream = nullptr;
     if (cubeb_stream_init(context_.get(), &stream, kName, nullptr, nullptr, nullptr, &params,
-                          latencyFrames_, &onBlock, &onState, this) != CUBEB_OK) {
+                          lengths_.played, &onBlock, &onState, this) != CUBEB_OK) {
         return false;
     }
     stream_.reset(stream);
@@ -242,13 +236,13 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
         silentFrames_ += frames;
         Stage stage = Stage::finishing;
         const bool isOver =
-            silentFrames_ > latencyFrames_ &&
+            silentFrames_ > lengths_.played &&
             (stage_.compare_exchange_strong(stage, Stage::draining) || stage != Stage::playing);
         return isOver ? 0 : frames;
     }
     silentFrames_ = 0;
     hurry();
-    const UInt64 ahead = durationOf(latencyFrames_);
+    const UInt64 ahead = durationOf(lengths_.played);
     tqcommon::ConstAudioView heard;
     UInt64 heardTime = 0;
     // Acquired: that the FIFO begins anew was stored before.

@@ -12,6 +12,7 @@
 #include "JackWatch.h"
 #include "PlayClock.h"
 #include "PulseWatch.h"
+#include "StreamLengths.h"
 #include "common/DriftFifo.h"
 #include "device/HeardDevice.h"
 
@@ -35,6 +36,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     [[nodiscard]] bool isHearing() const override;
     [[nodiscard]] bool isStill() const override;
     void choose(const std::string& microphone) override;
+    [[nodiscard]] bool hasLengthOf(Float64 seconds) const override;
     bool finish() noexcept override;
     [[nodiscard]] tqplatform::HeardPlace place() override;
     /// [host thread] Reaches the server and tells of all that it has; false when none answers.
@@ -59,9 +61,7 @@ class CubebDevice final : public tqplatform::HeardDevice {
     bool reach(const char* kind);
     /// What plays, not yet started.
     [[nodiscard]] bool makeStream();
-    /// How much is asked for at a time and kept in hand, by the frames of a request that a program
-    /// wants (0 for none) and the least that the server calls its latency, or JACK its period.
-    void settle(Float64 wanted, UInt32 least);
+    [[nodiscard]] StreamLengths lengthsFor(Float64 seconds) const noexcept;
     /// The microphone that is wanted.
     struct Microphone {
         UInt32 channels = 0;  ///< 0 where there is none
@@ -70,7 +70,6 @@ class CubebDevice final : public tqplatform::HeardDevice {
     [[nodiscard]] Microphone microphone();
     /// Whether the server lets it hear what programs play, unasked: that is no microphone.
     [[nodiscard]] bool hearsPrograms() const noexcept;
-    [[nodiscard]] UInt32 heardFrames() const;
     [[nodiscard]] bool listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames);
 
     // [render thread] The library's.
@@ -100,14 +99,12 @@ class CubebDevice final : public tqplatform::HeardDevice {
     std::unique_ptr<cubeb_stream, EndStream> stream_;
     const char* reached_ = nullptr;  ///< its kind
     UInt32 sampleRate_ = 0;
-    UInt32 latencyFrames_ = 0;
-    UInt32 aloneFrames_ = 0;  ///< the same of a microphone alone
-    UInt32 aloneSlice_ = 0;   ///< that come of it at a time
+    UInt32 least_ = 0;  ///< frames, that the server calls its latency; of JACK its period
+    StreamLengths lengths_;
     bool isJack_ = false;
     bool isToPlay_ = true;
     std::string microphoneName_;  ///< empty for the default, if that is a microphone
     UInt32 inputChannels_ = 0;    ///< 0 where there is no microphone
-    UInt32 inHand_ = 0;           ///< frames between the microphone and the speakers at first
     /// Made once, before requests come, and kept: requests read it whether somebody listens or not.
     std::unique_ptr<tqcommon::DriftFifo> heard_;
     std::vector<float> heardBlock_;       ///< of one request

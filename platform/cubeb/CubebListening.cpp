@@ -64,11 +64,6 @@ bool CubebDevice::isStill() const {
     return isHearing_.load() && !isHearing() && !hearsPrograms();
 }
 
-UInt32 CubebDevice::heardFrames() const {
-    // JACK brings a whole period at a time.
-    return isJack_ ? aloneFrames_ : std::max(latencyFrames_ / kRequestsInLatency, kFewestFrames);
-}
-
 bool CubebDevice::hear(bool isHearing) {
     if (!isToPlay_ || isHearing == (microphone_ != nullptr)) {
         return true;
@@ -86,7 +81,7 @@ bool CubebDevice::hear(bool isHearing) {
     heard_->restart();
     heardClock_ = PlayClock(sampleRate_);
     heardSince_.store(0, std::memory_order_relaxed);
-    static_cast<void>(listen(&onHeard, &onHeardState, heardFrames()));
+    static_cast<void>(listen(&onHeard, &onHeardState, lengths_.heard));
     return true;
 }
 

@@ -12,6 +12,9 @@ namespace tqcubeb {
 
 inline constexpr const char* kName = "TQAudioRecord platform";
 inline constexpr UInt32 kFewestFrames = 128;
+inline constexpr UInt32 kMaximumFrames = 4096;
+/// Servers ask again when about half of what they hold is played.
+inline constexpr UInt32 kRequestsInHand = 2;
 /// What the microphone brings at a time: as much as servers ask for at a time.
 inline constexpr UInt32 kRequestsInLatency = 4;
 /// Of a microphone alone: a quarter of it comes at a time, which is soon enough for all but music.

@@ -13,7 +13,7 @@
 // A device that is heard: speakers and microphones behind a sound server or a driver. Unlike a
 // clock it takes long to open, may not be there, and may go away. What implements it lives in a
 // module of its own, which is loaded when a program first plays, so that the platform depends on no
-// sound library. HandoverBackend keeps one and makes one call at a time.
+// sound library. DeviceKeeper keeps one and makes one call at a time.
 
 namespace tqplatform {
 
@@ -91,6 +91,10 @@ class HeardDevice {
     /// then on, by its name; empty for the default. Programs keep the channels that they were told.
     /// Of a device that only listens it is not asked.
     virtual void choose(const std::string& microphone) = 0;
+    /// [host thread] Behind start(): whether requests are as long, and as much is in hand, as if
+    /// `seconds` had been wished for; 0 for what the device does best. Asks nobody and does not
+    /// wait.
+    [[nodiscard]] virtual bool hasLengthOf(Float64 seconds) const = 0;
     /// [host thread] Asks for nothing more and waits, half a second at most, until what was
     /// rendered has been played. True when it was wanted again before: then it asks as if nothing
     /// had been.

@@ -52,6 +52,17 @@ TEST(PlayingOnJack, ItsLatencyIsTheServersWhateverIsPreferred) {
     EXPECT_NEAR(std::stod(end["outputLatency"]), 2 * 4096 / 48000.0, 0.001);
 }
 
+TEST(PlayingOnJack, ADurationThatIsPreferredWhileAUnitPlaysOpensNothing) {
+    const JackServer server;
+    const ProgramEnd end = runProgram(
+        devicePlayer(server.environment(), "cubeb:jack",
+                     {"start3", "sleep:0.5", "duration:0.02", "sleep:1", "say", "stop3"}));
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end["prefer"], "0");
+    EXPECT_EQ(end["route"], "(not said)") << "nothing has changed";
+    EXPECT_NEAR(std::stod(end["slice"]), 4096 / 48000.0, 0.001);
+}
+
 TEST(PlayingOnAlsa, EveryFrameArrives) {
     const PulseServer pacing;
     AlsaFilePcm output(pacing);

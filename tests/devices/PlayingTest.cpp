@@ -85,6 +85,18 @@ TEST(PlayingOnPulse, APreferredDurationThatIsTooShortIsTheServersLeast) {
     EXPECT_NEAR(std::stod(end["outputLatency"]), 0.025, 0.001);
 }
 
+TEST(PlayingOnPulse, APreferredDurationThatIsTooShortChangesNothingThatPlays) {
+    const PulseServer server(devicePlayerFormat());
+    const ProgramEnd end = runProgram(
+        kept(devicePlayer(server.environment(), "cubeb",
+                          {"start2", "sleep:0.5", "duration:0.005", "sleep:1", "say", "stop2"}),
+             server.folder().path()));
+    EXPECT_EQ(end["done"], "1") << end.text();
+    EXPECT_EQ(end["prefer"], "0");
+    EXPECT_EQ(end["route"], "(not said)") << "it is not opened anew";
+    EXPECT_NEAR(std::stod(end["outputLatency"]), 0.025, 0.001);
+}
+
 TEST(PlayingOnPulse, AForkLeavesTheDeviceToTheParent) {
     const PulseServer server(devicePlayerFormat());
     const auto recording = server.record();

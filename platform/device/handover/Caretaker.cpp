@@ -65,6 +65,9 @@ void Caretaker::look() {
     }
     const bool isToRun = isWanted && !sleep_.isAsleep();
     const bool isOpen = keeper_.isOpen();
+    if (isOpen) {
+        keeper_.preferLength(wish.seconds);
+    }
     const OpeningFacts before{
         .isHeard = asked.wants.heard,
         .isOtherMicrophone = isOpen && isListening && wish.microphone != keeper_.wish().microphone,

@@ -210,6 +210,12 @@ MicrophoneSeen DeviceKeeper::microphone() const {
             .hasAsked = device_->gate.requests() != 0};
 }
 
+void DeviceKeeper::preferLength(Float64 seconds) {
+    if (seconds != wish_.seconds && device_->device->hasLengthOf(seconds)) {
+        wish_.seconds = seconds;
+    }
+}
+
 void DeviceKeeper::listen(bool isListening) {
     aside(device_, [isListening](Kept& kept) {
         kept.answer = orNothing([&] { return kept.device->hear(isListening); });

@@ -62,6 +62,9 @@ class DeviceKeeper {
     [[nodiscard]] HeardPlace place() { return device_->device->place(); }
     /// Nothing where none is open.
     [[nodiscard]] MicrophoneSeen microphone() const;
+    /// Another length of its blocks is preferred. Where it is what they have, nothing is left to do
+    /// for that.
+    void preferLength(Float64 seconds);
     /// It is outdated when it cannot do that as it is.
     void listen(bool isListening);
     /// Another microphone beside speakers, which go on. The same.

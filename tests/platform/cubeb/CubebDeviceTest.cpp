@@ -122,6 +122,57 @@ TEST(CubebDevice, OnJackThePeriodsAreTheServersWhateverIsPreferred) {
     EXPECT_EQ(alone->inputLatency, 512U);
 }
 
+TEST(CubebDevice, WhatIsShorterThanTheServersLeastIsOfOneLength) {
+    Host host;
+    theServer.microphones = 0;
+    CubebDevice device("");
+    ASSERT_TRUE(device.open(host, {}));
+    EXPECT_TRUE(device.hasLengthOf(0));
+    EXPECT_TRUE(device.hasLengthOf(0.005));
+    EXPECT_TRUE(device.hasLengthOf(0.01));
+    EXPECT_FALSE(device.hasLengthOf(0.02));
+    CubebDevice longer("");
+    ASSERT_TRUE(longer.open(host, {.seconds = 0.02}));
+    EXPECT_TRUE(longer.hasLengthOf(0.02));
+    EXPECT_FALSE(longer.hasLengthOf(0.03));
+    EXPECT_FALSE(longer.hasLengthOf(0));
+    CubebDevice longest("");
+    ASSERT_TRUE(longest.open(host, {.seconds = 1}));
+    EXPECT_TRUE(longest.hasLengthOf(2)) << "there is a most, too";
+}
+
+TEST(CubebDevice, WhatIsInHandBesideAMicrophoneIsOfItsLengthToo) {
+    Host host;
+    CubebDevice device("");
+    ASSERT_TRUE(device.open(host, {}));
+    EXPECT_FALSE(device.hasLengthOf(0.005)) << "who prefers one wants more in hand";
+    CubebDevice preferred("");
+    ASSERT_TRUE(preferred.open(host, {.seconds = 0.005}));
+    EXPECT_TRUE(preferred.hasLengthOf(0.01));
+    EXPECT_FALSE(preferred.hasLengthOf(0));
+}
+
+TEST(CubebDevice, AMicrophoneAloneIsOfTheLengthThatItBrings) {
+    Host host;
+    CubebDevice device("");
+    ASSERT_TRUE(device.open(host, {.isToPlay = false}));
+    EXPECT_FALSE(device.hasLengthOf(0.005));
+    EXPECT_TRUE(device.hasLengthOf(512 / 48000.0)) << "as many as without a wish";
+    EXPECT_FALSE(device.hasLengthOf(0.02));
+}
+
+TEST(CubebDevice, OnJackEveryLengthIsTheServers) {
+    theServer.answers = {{"jack", true}};
+    Host host;
+    for (const bool isToPlay : {true, false}) {
+        CubebDevice device("jack");
+        ASSERT_TRUE(device.open(host, {.isToPlay = isToPlay}));
+        for (const Float64 seconds : {0.0, 0.001, 0.02, 0.1}) {
+            EXPECT_TRUE(device.hasLengthOf(seconds)) << seconds;
+        }
+    }
+}
+
 TEST(CubebDevice, ARateIsTriedWithoutPlaying) {
     Host host;
     theServer.refusedRate = 32000;

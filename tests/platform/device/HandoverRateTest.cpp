@@ -294,4 +294,38 @@ TEST(HandoverCare, ADurationForWhichTheDeviceIsOpenedAnewIsOneNewRoute) {
     device.removeClient(heard);
 }
 
+TEST(HandoverCare, ADurationThatChangesNothingOpensNothingAndIsNotTold) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    awaitLooks();
+    scene.noted();
+    scene.sameLength = 0.01;
+    EXPECT_TRUE(device.preferDuration(0.01));
+    awaitLooks();
+    EXPECT_EQ(scene.noted(), Words{}) << "it is open so";
+    EXPECT_EQ(notices.told(), Words{});
+    EXPECT_TRUE(device.preferDuration(0.04));
+    EXPECT_EQ(scene.wish.seconds, 0.04);
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 8"}; }));
+    device.removeClient(heard);
+}
+
+TEST(HandoverCare, ADurationThatChangesNothingIsKeptForTheNextOpening) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    ASSERT_TRUE(device.addClient(heard));
+    const Speakers speakers;
+    scene.sameLength = 0.01;
+    EXPECT_TRUE(device.preferDuration(0.01));
+    EXPECT_EQ(scene.wish.seconds, 0);
+    scene.lose();
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"route 2"}; }));
+    EXPECT_EQ(scene.wish.seconds, 0.01);
+    device.removeClient(heard);
+}
+
 }  // namespace

@@ -31,6 +31,7 @@ struct Scene {
     std::atomic<bool> isThere{true};
     std::atomic<bool> starts{true};
     std::atomic<Float64> refusedRate{0};  ///< that the device cannot play at
+    std::atomic<Float64> sameLength{-1};  ///< seconds, for which its blocks stay as they are
     DeviceFormat format{44100, 2, 1, 4096, 256};
     HeardWish wish{};  ///< the device was opened with
     BackendHost* clock = nullptr;
@@ -162,6 +163,7 @@ class MadeUpDevice final : public HeardDevice {
         scene.note(isOpen_ ? "choose while it listens" : "choose microphone");
         scene.wish.microphone = microphone;
     }
+    bool hasLengthOf(Float64 seconds) const override { return seconds == scene.sameLength; }
     bool finish() noexcept override {
         scene.note("finish device");
         if (scene.finish) {
