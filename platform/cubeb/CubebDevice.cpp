@@ -242,7 +242,8 @@ long CubebDevice::play(float* played, UInt32 frames) noexcept {
     }
     silentFrames_ = 0;
     hurry();
-    const UInt64 ahead = durationOf(lengths_.played);
+    // It fills up what is in hand: what was left of that is played first.
+    const UInt64 ahead = durationOf(lengths_.played - std::min(frames, lengths_.played));
     tqcommon::ConstAudioView heard;
     UInt64 heardTime = 0;
     // Acquired: that the FIFO begins anew was stored before.

@@ -102,6 +102,9 @@ class Backend {
     /// [host thread] There are clients: requests should come, the first one soon. Called again only
     /// after stop(). False when it cannot; the device then takes it for lost.
     [[nodiscard]] virtual bool start() = 0;
+    /// [any thread] Before start(): its first block is played then at the earliest, in host time.
+    /// Unless that is further away than anything that a device has in hand.
+    virtual void beginAt(UInt64 /*hostTime*/) noexcept {}
     /// [any thread] There is no client any more: requests should end, which need not be before this
     /// returns. Must not wait for a render() to return: it is called from inside one, too, when a
     /// client leaves from its own callback. Followed by start() at any time, also while the last

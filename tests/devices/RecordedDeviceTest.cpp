@@ -68,6 +68,33 @@ TEST_F(RecordedDevice, OnPipeWiresOwnLibraryForJackItIsOneTrackToo) {
     EXPECT_EQ(end.text().find("jack-1"), std::string::npos) << end.text();
 }
 
+TEST_F(RecordedDevice, PlayedInPiecesItsMixIsAsLongAsItsTrack) {
+    constexpr int kPieces = 12;
+    const PulseServer server(devicePlayerFormat());
+    const TemporaryFolder folder;
+    std::vector<std::string> steps{"duration:0.04"};
+    for (int piece = 0; piece < kPieces; ++piece) {
+        // The device is closed in each pause, while the recorder's own unit plays on a clock.
+        steps.insert(steps.end(), {"start3", "sleep:0.3", "stop3", "sleep:0.4"});
+    }
+    ProgramSetup setup = devicePlayer(server.environment(), "cubeb", steps);
+    const std::vector<std::string> recorder{
+        TQ_TEST_RECORDER, "-o", folder.file("mix.wav"), "--tracks", folder.file("tracks"), "--"};
+    setup.arguments.insert(setup.arguments.begin(), recorder.begin(), recorder.end());
+    setup.environment["XDG_CACHE_HOME"] = folder.file("caches");
+    const ProgramEnd end = runProgram(kept(setup, folder.path()));
+    ASSERT_EQ(end.code, 0) << end.text();
+    const auto secondsOf = [](const Sound& sound) {
+        return static_cast<double>(sound.trimmed().frames()) / sound.format.rate;
+    };
+    const std::filesystem::directory_iterator tracks(folder.file("tracks"));
+    ASSERT_NE(tracks, std::filesystem::directory_iterator()) << end.text();
+    const double track = secondsOf(readWav(tracks->path()));
+    EXPECT_GE(track, 0.7 * (kPieces - 1));
+    // What is in hand is 0.08 s: each piece was longer by that in the mix once.
+    EXPECT_NEAR(secondsOf(readWav(folder.file("mix.wav"))), track, 0.3) << end.text();
+}
+
 TEST_F(RecordedDevice, ARecordingGoesOnBehindTheDeathOfTheServer) {
     PulseServer server(devicePlayerFormat());
     const TemporaryFolder folder;

@@ -30,6 +30,8 @@ constexpr UInt32 kFewestFrames = 64;
 constexpr UInt32 kMostFrames = 4096;
 constexpr UInt32 kChannels = 2;
 constexpr UInt64 kNsPerSecond = 1'000'000'000;
+/// No device has more: what was hurried is ahead of its time by any length.
+constexpr UInt64 kMostInHandNs = kNsPerSecond;
 /// As high as a thread gets without a real-time class. Nobody hears it when the null device is
 /// late, and a real-time thread that spins for a host's lock could keep the lock's holder off the
 /// only core.
@@ -81,6 +83,10 @@ class NullBackend final : public Backend {
             return false;  // the process can have no further thread
         }
         return true;
+    }
+
+    void beginAt(UInt64 hostTime) noexcept override {
+        beginAt_.store(hostTime, std::memory_order_relaxed);
     }
 
     void stop() noexcept override { wish(Wish::rest); }
@@ -143,6 +149,15 @@ class NullBackend final : public Backend {
         }
     }
 
+    /// Its first period is played when it is to be.
+    void awaitBegin(PeriodClock& clock) noexcept {
+        const UInt64 soonest = clock.playTimeNs();
+        const UInt64 begin = beginAt_.exchange(0, std::memory_order_relaxed);
+        if (begin > soonest && begin - soonest < kMostInHandNs) {
+            clock.start(clock.deadlineNs() + (begin - soonest));
+        }
+    }
+
     void run() {
         pthread_setname_np(pthread_self(), "TQAudioDevice");
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
@@ -155,6 +170,7 @@ class NullBackend final : public Backend {
             frames = frames_.load();
             clock = PeriodClock(rate, frames);
             clock.start(nowNs());
+            awaitBegin(clock);
             while (true) {
                 if (hurriedFrames_.load(std::memory_order_relaxed) > 0) {
                     hurriedFrames_.fetch_sub(frames, std::memory_order_relaxed);
@@ -204,6 +220,7 @@ class NullBackend final : public Backend {
 
     BackendHost* host_ = nullptr;
     SettingRequest settingRequest_;
+    std::atomic<UInt64> beginAt_{0};              ///< as beginAt() was told; 0 for at once
     std::atomic<std::int64_t> hurriedFrames_{0};  ///< that need not wait for their time
     std::atomic<UInt32> rate_{kFirstRate};        ///< Hz; the clock follows after the period
     std::atomic<UInt32> frames_{kFirstFrames};    ///< of a period; the same

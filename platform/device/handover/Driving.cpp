@@ -194,6 +194,7 @@ bool Driving::driveByClock() noexcept {
         if (driver_.load() == Driver::device) {
             driver_.store(Driver::clock);
             publish(Driver::clock);
+            clock_->beginAt(times_.deviceIsOver());
         }
     }
     static_cast<void>(settleClock());

@@ -35,6 +35,7 @@ struct Scene {
     DeviceFormat format{44100, 2, 1, 4096, 256};
     HeardWish wish{};  ///< the device was opened with
     BackendHost* clock = nullptr;
+    std::atomic<UInt64> clockBegins{0};  ///< in host time, as it was told last
     std::atomic<HeardHost*> heard{nullptr};
     std::function<bool()> start{};          ///< what the device does when it is started, instead
     std::function<void()> finish{};         ///< what happens besides while it plays out
@@ -99,6 +100,7 @@ class MadeUpClock final : public Backend {
         scene.note("start clock");
         return true;
     }
+    void beginAt(UInt64 hostTime) noexcept override { scene.clockBegins = hostTime; }
     void stop() noexcept override { scene.note("stop clock"); }
     bool preferRate(Float64 sampleRate, bool /*mayWait*/) noexcept override {
         scene.clock->changed({sampleRate, 2, 2, 512, 512});

@@ -115,6 +115,25 @@ TEST(NullDevice, GivesSlicesOfSilenceOnZeroedPlanes) {
     EXPECT_EQ(dirty, 0);
 }
 
+TEST(NullDevice, ItsFirstBlockIsPlayedWhenItIsToBe) {
+    constexpr UInt64 kLater = 300'000'000;
+    for (const bool isFarAway : {false, true}) {
+        // A device has no more than a second in hand.
+        const UInt64 now = nowNs();
+        const UInt64 begin = now + (isFarAway ? 100 * kLater : kLater);
+        sharedDevice().backend().beginAt(begin);
+        Client client;
+        ASSERT_TRUE(sharedDevice().addClient(client));
+        ASSERT_TRUE(client.waitForSlices(1));
+        const UInt64 first = client.notes()[0].time.mHostTime;
+        EXPECT_EQ(first >= begin, !isFarAway);
+        EXPECT_GE(first, now);
+        if (!isFarAway) {
+            EXPECT_EQ(first, begin);
+        }
+    }
+}
+
 TEST(NullDevice, KeepsThePaceOfItsRate) {
     Client client;
     const UInt64 start = nowNs();
