@@ -14,7 +14,7 @@ constexpr std::uint32_t kMixChannels = 2;
 /// What programs play is in their tracks later than it is heard: by the blocks it waits for, and
 /// what is played natively by what it is held back for as well (common/NativeSound.h). Measured
 /// (docs/devices.md): the middle of all servers and programs.
-constexpr double kTracksLaterSeconds = 0.027;
+constexpr double kTracksLaterSeconds = 0.022;
 constexpr double kNativeTracksLaterSeconds = 0.0965;
 /// A mix is read up to 0.1 s behind its time, its first block a little later still.
 constexpr std::size_t kMostWaiting = 100;
