@@ -286,6 +286,27 @@ TEST_F(RecordedMicrophone, OneThatIsUnpluggedAndDucksIsSaidOnceAndInTheSummary) 
     EXPECT_NE(end.text().find("s, in which nothing was ducked"), std::string::npos) << end.text();
 }
 
+TEST_F(RecordedMicrophone, OneThatIsPluggedInLaterLiesBesideTheMixFromItsFirstFrameOn) {
+    Kept program(setup({"--mic"}, {"start2", "sleep:3", "say", "await:" + file("back"), "start",
+                                   "end", "stop", "stop2", "sleep:0.3"}),
+                 folder_.path());
+    const auto says = [&](const char* line) {
+        return eventually([&] { return program.text().find(line) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("descriptors=")) << program.text();
+    pactl({"load-module", "module-remap-source", "master=cap.monitor", "source_name=throat"});
+    EXPECT_TRUE(says("tqaudiorecord: the microphone is there\n")) << program.text();
+    std::ofstream(file("back")) << "back";
+    const ProgramEnd end = program.wait();
+    EXPECT_EQ(end.code, 0) << end.text();
+    EXPECT_NE(end.text().find("Microphone: it was away for"), std::string::npos) << end.text();
+    const Sound voice = readWav(file("mix-microphone.wav"));
+    EXPECT_NEAR(static_cast<double>(voice.frames()),
+                static_cast<double>(readWav(file("mix.wav")).frames()), kMixRate);
+    EXPECT_GT(onsetOf(voice), 2.5);
+    EXPECT_GT(loudestOf(voice), 0.1);
+}
+
 TEST_F(RecordedMicrophone, OneThatStandsStillIsSaidAndThatItIsBack) {
     pactl({"load-module", "module-null-source", "source_name=throat", "rate=48000"});
     Kept program(

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <utility>
 
@@ -20,13 +19,6 @@ constexpr std::uint64_t kSplits = std::uint64_t{1} << 63U;
 /// Whether no file has still to be written up to the split.
 bool isDone(const SplitFiles& split) {
     return split.use_count() == 1;
-}
-
-/// As hosts stamp their blocks.
-std::uint64_t hostTime() {
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                          std::chrono::steady_clock::now().time_since_epoch())
-                                          .count());
 }
 
 }  // namespace

@@ -133,6 +133,7 @@ bool Outputs::open(std::string& error) {
     if (!arePlacesGood(error)) {
         return false;
     }
+    voiceFacts_.begin(hostTime());
     observer_ = &add(std::make_unique<Observer>(options_.microphoneInMix));
     if (!openMix(error) || !openTracks(error) || !openEvents(error) || !openViews(error) ||
         (options_.live && !openLive(error))) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -37,6 +38,13 @@ struct Process {
     /// Written for the platform; what others play is heard through bridges.
     bool usesPlatform = false;
 };
+
+/// As hosts stamp their blocks, in microseconds.
+inline std::uint64_t hostTime() {
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+}
 
 /// A block of sound. `track` 0 is the process's mix (44100 Hz, 16-bit, stereo); 1 to 7 are the
 /// tracks, after the library's own processing.

@@ -22,15 +22,21 @@ bool VoiceSink::open() {
 }
 
 void VoiceSink::block(const Process& process, const Block& block) {
-    if (block.track != kMicrophoneTrack) {
+    const bool isVoice = block.track == kMicrophoneTrack;
+    if (!voice_ && (isVoice || (block.track == 0 && block.format == kMixFormat))) {
+        mixes_.try_emplace(process.id, Began{block.microseconds, std::chrono::steady_clock::now()});
+    }
+    if (!isVoice) {
         return;
     }
     if (!voice_) {
+        const Began began = mixes_.at(process.id);
         processId_ = process.id;
         voice_.emplace(FileSeries(plan_, block.format),
-                       StreamClock(block.format.sampleRate, block.microseconds, kTrackPatience,
-                                   std::chrono::steady_clock::now(), slackOf(block.format)),
-                       std::string(kMicrophoneName), block.microseconds);
+                       StreamClock(block.format.sampleRate, began.microseconds, kTrackPatience,
+                                   began.received, slackOf(block.format)),
+                       std::string(kMicrophoneName), began.microseconds);
+        mixes_.clear();
     }
     voice_->write(block);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,7 +11,8 @@
 
 namespace tqrecorder {
 
-/// Writes the microphone to a file of its own, where there is no folder of tracks.
+/// Writes the microphone to a file of its own, where there is no folder of tracks. It begins with
+/// the mix that it lies beside.
 class VoiceSink : public FilesSink {
   public:
     explicit VoiceSink(FileSeries::Plan plan) : plan_(std::move(plan)) {}
@@ -34,7 +37,13 @@ class VoiceSink : public FilesSink {
     void catchUp(Backlog::Time end) override;
 
   private:
+    struct Began {
+        std::uint64_t microseconds;
+        StreamClock::Time received;
+    };
+
     FileSeries::Plan plan_;
+    std::map<int, Began> mixes_;  ///< by process, until the microphone is heard
     std::optional<TimedSeries> voice_;
     std::vector<std::string> problems_;  ///< of open()
     int processId_ = 0;

@@ -79,8 +79,9 @@ bool RecordingSession::listen(std::string& error) {
     if (isDuckedByVoice) {
         duckSource_ = DuckSource::of(*microphone_);
     }
-    voiceWatch_.emplace(isDuckedByVoice);
-    if (!Microphone::isOpen()) {
+    const bool isThere = Microphone::isOpen();
+    voiceWatch_.emplace(isDuckedByVoice, isThere);
+    if (!isThere) {
         warnings_.push_back(microphone_->lack(isDuckedByVoice));
     }
     return true;

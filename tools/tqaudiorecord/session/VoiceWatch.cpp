@@ -35,8 +35,7 @@ std::string VoiceWatch::add(const HeardBlock& block) {
 std::string VoiceWatch::addAway(std::uint64_t microseconds) {
     silentSince_.reset();
     awaySince_ = awaySince_.value_or(microseconds);
-    const bool isAway = !wasThere_ || microseconds >= *awaySince_ + kAwayMicroseconds;
-    if (!isAway || std::exchange(isAway_, true) || !wasThere_) {
+    if (microseconds < *awaySince_ + kAwayMicroseconds || std::exchange(isAway_, true)) {
         return {};
     }
     return isToDuck_ ? "the microphone is away; nothing is ducked until it is back"

@@ -12,11 +12,13 @@ namespace tqrecorder {
 /// heard again. [one host thread at a time]
 class VoiceWatch {
   public:
-    /// `isToDuck` where something is ducked while it is loud.
-    explicit VoiceWatch(bool isToDuck) : isToDuck_(isToDuck) {}
+    /// `isToDuck` where something is ducked while it is loud. `isThere` at the start; that there
+    /// was none is told elsewhere.
+    VoiceWatch(bool isToDuck, bool isThere)
+        : isToDuck_(isToDuck), wasThere_(isThere), isAway_(!isThere) {}
 
     /// Gives a line for the user where that has just become clear; empty else. Silence is told
-    /// once. That there was none at the start is told elsewhere.
+    /// once.
     [[nodiscard]] std::string add(const HeardBlock& block);
 
   private:
@@ -24,8 +26,8 @@ class VoiceWatch {
     [[nodiscard]] std::string addSilence(std::uint64_t microseconds);
 
     bool isToDuck_;
-    bool wasThere_ = false;                     ///< at any time
-    bool isAway_ = false;                       ///< the user knows
+    bool wasThere_;                             ///< at any time
+    bool isAway_;                               ///< the user knows
     bool isMuted_ = false;                      ///< the same
     bool isSilenceTold_ = false;                ///< at any time
     bool hasSound_ = false;                     ///< the same

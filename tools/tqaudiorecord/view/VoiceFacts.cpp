@@ -12,6 +12,8 @@ namespace {
 
 /// A tenth is what is shown.
 constexpr double kLeastSeconds = 0.1;
+/// A device without any microphone calls nobody. What is late is so by less.
+constexpr double kAwaySeconds = 1;
 
 std::string textOf(double seconds) {
     std::array<char, 32> text{};
@@ -23,7 +25,13 @@ std::string textOf(double seconds) {
 
 void VoiceFacts::add(const HeardBlock& block) {
     const std::uint64_t frames = block.samples.size() / std::max(1U, block.channels);
-    frames_ += frames;
+    const double rate = kMixFormat.sampleRate;
+    const double hole = (static_cast<double>(block.microseconds) -
+                         static_cast<double>(end_.value_or(block.microseconds))) /
+                            1e6 -
+                        static_cast<double>(block.lostFrames) / rate;
+    awayFrames_ += hole > kAwaySeconds ? static_cast<std::uint64_t>(hole * rate) : 0;
+    end_ = block.microseconds + frames * 1'000'000 / static_cast<std::uint64_t>(rate);
     wasOpen_ = wasOpen_ || block.isOpen;
     lostFrames_ += block.lostFrames;
     awayFrames_ += block.isOpen ? 0 : frames;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "core/Records.h"
@@ -12,6 +14,9 @@ class VoiceFacts {
     /// `isToDuck` where something is ducked while it is loud.
     explicit VoiceFacts(bool isToDuck) : isToDuck_(isToDuck) {}
 
+    /// The host time from which on it is wanted, in microseconds.
+    void begin(std::uint64_t microseconds) { end_ = microseconds; }
+
     void add(const HeardBlock& block);
     /// Why it was silent, all the time or a part of it, and what of it is in no file; empty when
     /// all is there. `name` is the one that was asked for, empty for the default; `leftOutSeconds`
@@ -22,7 +27,7 @@ class VoiceFacts {
     [[nodiscard]] std::string whySilent() const;
 
     bool isToDuck_;
-    std::uint64_t frames_ = 0;
+    std::optional<std::uint64_t> end_;  ///< host time behind what was added
     std::uint64_t awayFrames_ = 0;
     std::uint64_t lostFrames_ = 0;
     bool wasOpen_ = false;

@@ -45,6 +45,18 @@ TEST_F(VoiceSinkTest, WritesTheMicrophoneAloneAndNamesIt) {
     EXPECT_EQ(sink_.files()[0].processId, game_.id);
 }
 
+TEST_F(VoiceSinkTest, OneThatComesLaterLiesBesideTheMixFromItsFirstFrameOn) {
+    play(sink_, launcher_, 0, 470);
+    play(sink_, game_, 4410, 4880);
+    speak(3 * 44100, 4410);
+    sink_.finish();
+    const RecordedFile recorded(path_);
+    ASSERT_EQ(recorded.frames(), 3U * 44100);
+    EXPECT_EQ(recorded.at(2 * 44100), 0);
+    EXPECT_NE(recorded.at(3 * 44100 - 4410 + 2), 0);
+    EXPECT_EQ(sink_.files()[0].beganAt, at(4410));
+}
+
 TEST_F(VoiceSinkTest, WhatWasLostIsSilenceOfThatLength) {
     // Less than what a clock's jitter may be.
     speak(0, 4410);

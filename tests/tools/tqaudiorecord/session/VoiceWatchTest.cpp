@@ -13,7 +13,7 @@ using tqrecorder::VoiceWatch;
 /// What is said meanwhile, line behind line; a block each tenth of a second.
 class Watched {
   public:
-    explicit Watched(bool isToDuck = true) : watch_(isToDuck) {}
+    explicit Watched(bool isToDuck = true, bool isThere = true) : watch_(isToDuck, isThere) {}
     std::string hear(double seconds, float sample, bool isOpen = true) {
         std::string lines;
         const std::vector<float> samples(4410, sample);
@@ -82,10 +82,22 @@ TEST(VoiceWatch, TheTimeInWhichItWasAwayIsNoSilence) {
 }
 
 TEST(VoiceWatch, ThatThereIsNoneIsNotSaidAgainButThatItHasCome) {
-    Watched one;
+    Watched one(true, false);
     EXPECT_EQ(one.hear(60, 0, false), "");
     EXPECT_EQ(one.hear(1, 0.1F), "the microphone is there");
     EXPECT_EQ(one.hear(5, 0, false), "the microphone is away; nothing is ducked until it is back");
+}
+
+TEST(VoiceWatch, ThatItHasComeIsSaidAlsoWhereNothingWasToBeHeardBefore) {
+    Watched one(true, false);
+    EXPECT_EQ(one.hear(1, 0.1F), "the microphone is there");
+    EXPECT_EQ(one.hear(1, 0.1F), "");
+}
+
+TEST(VoiceWatch, OneThatGoesBeforeAnythingOfItCameIsSaid) {
+    Watched one;
+    EXPECT_EQ(one.hear(5, 0, false), "the microphone is away; nothing is ducked until it is back");
+    EXPECT_EQ(one.hear(1, 0.1F), "the microphone is back");
 }
 
 TEST(VoiceWatch, WhereNothingIsDuckedNothingIsSaidOfIt) {

@@ -58,6 +58,25 @@ TEST(VoiceFacts, SayWhatIsInNoFile) {
               "Microphone usb: 0.5 s were lost while the recorder was held up\n");
 }
 
+TEST(VoiceFacts, TheTimeBeforeItWasPluggedInCountsAsAway) {
+    const std::vector<float> samples(44100, 0.5F);
+    VoiceFacts facts(false);
+    facts.begin(5'000'000);
+    facts.add({125'000'000, 1, samples, true});
+    EXPECT_EQ(facts.lines("", 0), "Microphone: it was away for 120.0 s, which are silence\n");
+    facts.add({126'000'000, 1, samples, true});
+    EXPECT_EQ(facts.lines("", 0), "Microphone: it was away for 120.0 s, which are silence\n");
+}
+
+TEST(VoiceFacts, WhatIsLateOrWasLostIsNotAway) {
+    const std::vector<float> samples(44100, 0.5F);
+    VoiceFacts facts(false);
+    facts.begin(5'000'000);
+    facts.add({5'900'000, 1, samples, true});
+    facts.add({9'900'000, 1, samples, true, 3 * 44100});
+    EXPECT_EQ(facts.lines("", 0), "Microphone: 3.0 s were lost while the recorder was held up\n");
+}
+
 TEST(VoiceFacts, ASilentOneIsNotMissedWhereNothingPlayed) {
     VoiceFacts facts(false);
     hear(facts, 0);
