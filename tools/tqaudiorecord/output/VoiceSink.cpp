@@ -1,5 +1,6 @@
 #include "output/VoiceSink.h"
 
+#include <cmath>
 #include <filesystem>
 
 #include "output/files/FileNames.h"
@@ -21,21 +22,36 @@ bool VoiceSink::open() {
     return problems_.empty();
 }
 
+VoiceSink::Mix& VoiceSink::mixOf(const Process& process, const Block& block) {
+    const StreamClock::Time now = std::chrono::steady_clock::now();
+    return mixes_
+        .try_emplace(process.id,
+                     Mix{block.microseconds, now,
+                         StreamClock(kMixFormat.sampleRate, block.microseconds, kMixPatience, now)})
+        .first->second;
+}
+
 void VoiceSink::block(const Process& process, const Block& block) {
-    const bool isVoice = block.track == kMicrophoneTrack;
-    if (!voice_ && (isVoice || (block.track == 0 && block.format == kMixFormat))) {
-        mixes_.try_emplace(process.id, Began{block.microseconds, std::chrono::steady_clock::now()});
+    if (!voice_ && block.track == 0 && block.format == kMixFormat) {
+        static_cast<void>(mixOf(process, block)
+                              .clock.before(block.microseconds,
+                                            block.frames.size() / kMixFormat.frameBytes(),
+                                            block.lostFrames));
     }
-    if (!isVoice) {
+    if (block.track != kMicrophoneTrack) {
         return;
     }
     if (!voice_) {
-        const Began began = mixes_.at(process.id);
+        const Mix& mix = mixOf(process, block);
+        // Followed until now: where its first frame lies by the clock of today.
+        const double first =
+            mix.clock.end() - static_cast<double>(mix.clock.frames()) / kMixFormat.sampleRate * 1e6;
         processId_ = process.id;
-        voice_.emplace(FileSeries(plan_, block.format),
-                       StreamClock(block.format.sampleRate, began.microseconds, kTrackPatience,
-                                   began.received, slackOf(block.format)),
-                       std::string(kMicrophoneName), began.microseconds);
+        voice_.emplace(
+            FileSeries(plan_, block.format),
+            StreamClock(block.format.sampleRate, static_cast<std::uint64_t>(std::llround(first)),
+                        kTrackPatience, mix.received, slackOf(block.format)),
+            std::string(kMicrophoneName), mix.began);
         mixes_.clear();
     }
     voice_->write(block);

@@ -37,13 +37,16 @@ class VoiceSink : public FilesSink {
     void catchUp(Backlog::Time end) override;
 
   private:
-    struct Began {
-        std::uint64_t microseconds;
+    /// A mix that it may come to lie beside.
+    struct Mix {
+        std::uint64_t began;  ///< host time, microseconds
         StreamClock::Time received;
+        StreamClock clock;
     };
+    Mix& mixOf(const Process& process, const Block& block);
 
     FileSeries::Plan plan_;
-    std::map<int, Began> mixes_;  ///< by process, until the microphone is heard
+    std::map<int, Mix> mixes_;  ///< by process, until the microphone is heard
     std::optional<TimedSeries> voice_;
     std::vector<std::string> problems_;  ///< of open()
     int processId_ = 0;

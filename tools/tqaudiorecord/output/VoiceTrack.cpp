@@ -29,12 +29,12 @@ constexpr std::int64_t kPieceFrames = 4096;
 /// as much.
 constexpr std::int64_t kMostAhead = std::int64_t{600} * 44100;
 
-std::uint64_t timeAt(std::uint64_t began, std::int64_t position) {
-    return began +
-           static_cast<std::uint64_t>(std::llround(static_cast<double>(position) * 1e6 / kRate));
-}
-
 }  // namespace
+
+std::uint64_t VoiceTrack::Beside::timeAt(std::int64_t position) const {
+    const auto behind = static_cast<double>(static_cast<std::int64_t>(clock.frames()) - position);
+    return static_cast<std::uint64_t>(std::llround(clock.end() - behind * 1e6 / kRate));
+}
 
 void VoiceTrack::heard(const HeardBlock& block) {
     channels_ = block.channels;
@@ -95,7 +95,7 @@ void VoiceTrack::lay(std::uint64_t microseconds, std::span<const float> samples)
     out_(beside_->process, {.track = kMicrophoneTrack,
                             .unit = kMicrophoneName,
                             .format = {kRate, channels_, 32, true},
-                            .microseconds = timeAt(beside_->began, position),
+                            .microseconds = beside_->timeAt(position),
                             .frames = std::as_bytes(std::span(frames))});
     if (isInMix_) {
         keepVoice(position, frames);
@@ -126,8 +126,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
         leave();
     }
     if (isMix && !beside_) {
-        beside_.emplace(Beside{process, block.microseconds,
-                               StreamClock(kRate, block.microseconds, kMixPatience)});
+        beside_.emplace(Beside{process, StreamClock(kRate, block.microseconds, kMixPatience)});
         mixBefore_ = sent_ = voiceBegins_ = 0;
     }
     const bool isBeside = isMix && beside_->process.id == process.id;
@@ -225,7 +224,7 @@ void VoiceTrack::sendMix(std::int64_t until, const MixBlock* block) {
         out_(beside_->process, {.track = 0,
                                 .unit = {},
                                 .format = kMixFormat,
-                                .microseconds = timeAt(beside_->began, sent_),
+                                .microseconds = beside_->timeAt(sent_),
                                 .frames = std::as_bytes(std::span(samples))});
         sent_ += static_cast<std::int64_t>(frames);
     }

@@ -51,9 +51,11 @@ class VoiceTrack {
     /// The process whose mix it lies beside.
     struct Beside {
         Process process;
-        std::uint64_t began;  ///< host time of the mix's first frame
-        StreamClock clock;    ///< as the mix's file has it
+        StreamClock clock;  ///< as the mix's file has it
         bool hasSounded = false;
+
+        /// Host time of a frame of the mix, which others follow as they do that of tracks.
+        [[nodiscard]] std::uint64_t timeAt(std::int64_t position) const;
     };
 
     void lay(std::uint64_t microseconds, std::span<const float> samples);

@@ -57,6 +57,18 @@ TEST_F(VoiceSinkTest, OneThatComesLaterLiesBesideTheMixFromItsFirstFrameOn) {
     EXPECT_EQ(sink_.files()[0].beganAt, at(4410));
 }
 
+TEST_F(VoiceSinkTest, AMixWhoseClockDriftsIsFollowedUntilTheMicrophoneComes) {
+    constexpr std::size_t kBlocks = 6'000;
+    const std::vector<std::byte> bytes = counting(441, 0);
+    for (std::size_t block = 0; block < kBlocks; ++block) {
+        sink_.block(game_, mixBlock(bytes, kStart + block * 10'005));
+    }
+    speak(kBlocks * 441 * 10'005 / 10'000, 4410);
+    sink_.finish();
+    EXPECT_NEAR(static_cast<double>(RecordedFile(path_).frames()), kBlocks * 441 + 4410, 441)
+        << "as many as the mix has";
+}
+
 TEST_F(VoiceSinkTest, WhatWasLostIsSilenceOfThatLength) {
     // Less than what a clock's jitter may be.
     speak(0, 4410);

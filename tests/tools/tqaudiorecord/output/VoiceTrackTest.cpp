@@ -26,6 +26,7 @@ class Voices : public testing::Test {
         track_.emplace(
             [this](const Process& process, const Block& block) {
                 auto& out = out_[{process.id, block.track}];
+                lastStamps_[block.track] = block.microseconds;
                 const double wanted = static_cast<double>(block.microseconds - kStart) * 44.1e-3;
                 const std::size_t width = block.format.bitsPerChannel / 8;
                 out.resize(std::max(out.size(), static_cast<std::size_t>(std::llround(wanted))));
@@ -69,7 +70,8 @@ class Voices : public testing::Test {
 
     std::optional<VoiceTrack> track_;
     std::map<std::pair<int, int>, std::vector<double>> out_;
-    std::map<int, std::uint64_t> lost_;  ///< bytes
+    std::map<int, std::uint64_t> lost_;        ///< bytes
+    std::map<int, std::uint64_t> lastStamps_;  ///< by track
     const Process game_ = process(1, "game", true);
     const Process other_ = process(2, "other", false);
 };
@@ -113,6 +115,32 @@ TEST_F(Voices, AHoleBeforeTheMixIsAHoleInTheTrack) {
     EXPECT_EQ(voice.at(kLaterFrames + 20), 0.125);
     EXPECT_EQ(voice.at(kLaterFrames + 10 * kMixBlock), 0.0);
     EXPECT_EQ(voice.at(kLaterFrames + 16 * kMixBlock), 0.125);
+}
+
+TEST_F(Voices, StampsFollowTheHostsTimeAsThoseOfOtherStreamsDo) {
+    constexpr double kSlow = 1.0005;
+    constexpr std::size_t kBlocks = 12'000;
+    for (const bool isInMix : {false, true}) {
+        begin(isInMix);
+        const std::vector<std::int16_t> samples(2 * kMixBlock, 8192);
+        const auto stampOf = [](std::size_t block) {
+            return kStart + static_cast<std::uint64_t>(1e4 * kSlow * static_cast<double>(block));
+        };
+        for (std::size_t block = 0; block < kBlocks; ++block) {
+            track_->block(game_, {.track = 0,
+                                  .unit = {},
+                                  .format = kMixFormat,
+                                  .microseconds = stampOf(block),
+                                  .frames = std::as_bytes(std::span(samples))});
+            hear(static_cast<int>(block), static_cast<int>(block) + 1);
+        }
+        // What is heard is laid later, and the last comes a block behind its stamp.
+        constexpr double kLater = kLaterFrames / 44.1e-3;
+        EXPECT_NEAR(static_cast<double>(lastStamps_[kMicrophoneTrack]),
+                    static_cast<double>(at((kBlocks - 1) * kMixBlock)) + kLater, 10'000);
+        EXPECT_NEAR(static_cast<double>(lastStamps_[0]), static_cast<double>(stampOf(kBlocks - 1)),
+                    25'000);
+    }
 }
 
 TEST_F(Voices, BesideAProgramOfThePlatformItIsLaidLessLate) {
