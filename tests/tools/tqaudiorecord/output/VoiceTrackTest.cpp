@@ -17,7 +17,7 @@ constexpr std::size_t kMixBlock = 441;
 /// What programs play is in their tracks later than it is heard: so the microphone is laid there.
 constexpr std::size_t kLaterFrames = 4256;
 /// The same of a program of the platform.
-constexpr std::size_t kPlatformLaterFrames = 1191;
+constexpr std::size_t kPlatformLaterFrames = 970;
 
 /// Blocks of 10 ms of a mix and of a microphone, both constant, and what comes out.
 class Voices : public testing::Test {
