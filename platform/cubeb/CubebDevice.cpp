@@ -173,6 +173,7 @@ bool CubebDevice::start() {
     clock_ = PlayClock(sampleRate_);
     if (std::string_view(reached_) == "pulse") {
         watch_ = std::make_unique<PulseWatch>(kName);
+        watch_->expect(microphoneName_);
     }
     if (!isToPlay_) {
         return inputChannels_ > 0 && listen(&onHeardAlone, &onHeardAloneState, lengths_.alone);
@@ -216,7 +217,7 @@ tqplatform::HeardPlace CubebDevice::place() {
     }
     place.speakers.sampleRate = std::min<Float64>(place.speakers.sampleRate, kHighestRate);
     place.microphone.channels = std::min(place.microphone.channels, kChannels);
-    if (hearsPrograms()) {
+    if (mishears()) {
         place.microphone = {};
     }
     return place;

@@ -68,8 +68,8 @@ class CubebDevice final : public tqplatform::HeardDevice {
         cubeb_devid id = nullptr;
     };
     [[nodiscard]] Microphone microphone();
-    /// Whether the server lets it hear what programs play, unasked: that is no microphone.
-    [[nodiscard]] bool hearsPrograms() const noexcept;
+    /// Whether the server lets it hear something else than what is wanted.
+    [[nodiscard]] bool mishears() const noexcept;
     [[nodiscard]] bool listen(cubeb_data_callback each, cubeb_state_callback state, UInt32 frames);
 
     // [render thread] The library's.

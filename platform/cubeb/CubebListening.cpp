@@ -51,8 +51,8 @@ CubebDevice::Microphone CubebDevice::microphone() {
     return microphone;
 }
 
-bool CubebDevice::hearsPrograms() const noexcept {
-    return watch_ != nullptr && watch_->hearsPrograms() && !isOfPrograms(microphoneName_);
+bool CubebDevice::mishears() const noexcept {
+    return watch_ != nullptr && watch_->mishears();
 }
 
 bool CubebDevice::isHearing() const {
@@ -60,8 +60,8 @@ bool CubebDevice::isHearing() const {
 }
 
 bool CubebDevice::isStill() const {
-    // What programs play instead of it is none that would begin again.
-    return isHearing_.load() && !isHearing() && !hearsPrograms();
+    // What is heard instead of it is none that would begin again.
+    return isHearing_.load() && !isHearing() && !mishears();
 }
 
 bool CubebDevice::hear(bool isHearing) {
@@ -88,6 +88,9 @@ bool CubebDevice::hear(bool isHearing) {
 void CubebDevice::choose(const std::string& microphone) {
     // No request reads it meanwhile: the microphone's stream is closed.
     microphoneName_ = microphone;
+    if (watch_ != nullptr) {
+        watch_->expect(microphone);
+    }
     stoodStill_ = false;
 }
 
@@ -122,7 +125,7 @@ long CubebDevice::onHeardAlone(cubeb_stream* /*stream*/, void* self, const void*
 
 void CubebDevice::hearAlone(const float* heard, UInt32 frames) noexcept {
     hurry();
-    if (hearsPrograms()) {
+    if (mishears()) {
         if (isHearing_.exchange(false)) {
             host_->lostHeard();  // as if it had ended: there is none, or another is opened
         }
@@ -146,7 +149,7 @@ long CubebDevice::onHeard(cubeb_stream* /*stream*/, void* self, const void* hear
 }
 
 void CubebDevice::bring(const float* heard, UInt32 frames) noexcept {
-    if (hearsPrograms()) {
+    if (mishears()) {
         heardUntil_.store(0, std::memory_order_relaxed);
         return;
     }

@@ -72,8 +72,15 @@ class PulseWatch::Connection {
         return {endOf(news_.sinks, news_.sink, news_.defaultSink),
                 endOf(news_.sources, news_.source, news_.defaultSource)};
     }
-    [[nodiscard]] bool hearsPrograms() const noexcept {
-        return hearsPrograms_.load(std::memory_order_relaxed);
+    void expect(const std::string& microphone) {
+        const std::lock_guard lock(mutex_);
+        expected_ = microphone;
+        // What it heard before is no news of the one that is opened now.
+        news_.source = PA_INVALID_INDEX;
+        noteSource();
+    }
+    [[nodiscard]] bool mishears() const noexcept {
+        return mishears_.load(std::memory_order_relaxed);
     }
 
   private:
@@ -146,7 +153,7 @@ class PulseWatch::Connection {
             }
             const std::lock_guard lock(connection.mutex_);
             connection.news_.*Known = std::exchange(coming, {});
-            connection.notePrograms();
+            connection.noteSource();
         });
     }
     template <class Info, std::uint32_t Info::*Device, std::uint32_t Connection::*Coming,
@@ -161,14 +168,16 @@ class PulseWatch::Connection {
             }
             const std::lock_guard lock(connection.mutex_);
             connection.news_.*Known = std::exchange(connection.*Coming, PA_INVALID_INDEX);
-            connection.notePrograms();
+            connection.noteSource();
         });
     }
     /// With the lock.
-    void notePrograms() {
+    void noteSource() {
         const auto found = news_.sources.find(news_.source);
-        hearsPrograms_.store(found != news_.sources.end() && isOfPrograms(found->second.name),
-                             std::memory_order_relaxed);
+        const bool mishears =
+            found != news_.sources.end() && (expected_.empty() ? isOfPrograms(found->second.name)
+                                                               : found->second.name != expected_);
+        mishears_.store(mishears, std::memory_order_relaxed);
     }
     static void onServer(pa_context* /*context*/, const pa_server_info* info, void* self) {
         take(self, [=](Connection& connection) {
@@ -215,7 +224,8 @@ class PulseWatch::Connection {
 
     mutable std::mutex mutex_;
     News news_;
-    std::atomic<bool> hearsPrograms_{false};
+    std::string expected_;  ///< the microphone's name; with the lock
+    std::atomic<bool> mishears_{false};
 };
 
 PulseWatch::PulseWatch(const char* application)
@@ -228,8 +238,12 @@ HeardPlace PulseWatch::place() const {
     return connection_->place();
 }
 
-bool PulseWatch::hearsPrograms() const noexcept {
-    return connection_->hearsPrograms();
+void PulseWatch::expect(const std::string& microphone) {
+    connection_->expect(microphone);
+}
+
+bool PulseWatch::mishears() const noexcept {
+    return connection_->mishears();
 }
 
 }  // namespace tqcubeb

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "device/HeardDevice.h"
@@ -30,9 +31,12 @@ class PulseWatch {
     /// [any thread] By the last news; ends without a name before the first, and where this process
     /// has no stream.
     [[nodiscard]] tqplatform::HeardPlace place() const;
-    /// [any thread] [real-time safe] Whether it hears what programs play, by the last news: the
-    /// server may move it there when its microphone is unplugged.
-    [[nodiscard]] bool hearsPrograms() const noexcept;
+    /// [host thread] Which microphone is to be heard from here on, by its name; empty for any.
+    void expect(const std::string& microphone);
+    /// [any thread] [real-time safe] Whether it hears what it is not to, by the last news: another
+    /// microphone than the named one, or, unasked, what programs play. The server may move it there
+    /// when its microphone is unplugged.
+    [[nodiscard]] bool mishears() const noexcept;
 
   private:
     class Connection;

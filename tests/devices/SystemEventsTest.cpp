@@ -79,6 +79,9 @@ class SystemEvents : public testing::Test {
     /// The steps say how it goes on at the files "out" and "in".
     void followsTheOnlyMicrophone(std::vector<std::string> steps) {
         plugIn("headset");
+        followsTheHeadset(std::move(steps));
+    }
+    void followsTheHeadset(std::vector<std::string> steps) {
         play(std::move(steps));
         ASSERT_TRUE(says("hearing=1"));
         unplug("headset");
@@ -272,6 +275,20 @@ TEST_F(SystemEvents, TheOnlyMicrophoneThatIsUnpluggedIsNotReplacedByTheSpeakers)
 TEST_F(SystemEvents, TheOnlyMicrophoneOfWhoListensAloneIsAwayUntilItIsPluggedIn) {
     followsTheOnlyMicrophone({"alone", "listen", "sleep:0.5", "say", "await:" + file("out"), "say",
                               "await:" + file("in"), "say", "heard:/dev/null"});
+}
+
+TEST_F(SystemEvents, AMicrophoneThatWasNamedIsReplacedByNoOther) {
+    plugIn("builtin");
+    plugIn("headset");
+    followsTheHeadset({"start2", "listen:headset", "sleep:0.5", "say", "await:" + file("out"),
+                       "say", "await:" + file("in"), "say", "stop2", "heard:/dev/null"});
+}
+
+TEST_F(SystemEvents, AMicrophoneThatWasNamedIsReplacedByNoOtherForWhoListensAlone) {
+    plugIn("builtin");
+    plugIn("headset");
+    followsTheHeadset({"alone", "listen:headset", "sleep:0.5", "say", "await:" + file("out"), "say",
+                       "await:" + file("in"), "say", "heard:/dev/null"});
 }
 
 TEST_F(SystemEvents, AMicrophoneThatStandsStillBesideSpeakersIsToldAndToldAgain) {

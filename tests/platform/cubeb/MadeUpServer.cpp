@@ -122,8 +122,14 @@ tqcubeb::JackWatch::~JackWatch() {
     theServer.goneJack = nullptr;
 }
 
-bool tqcubeb::PulseWatch::hearsPrograms() const noexcept {
-    return isOfPrograms(theServer.place.microphone.name);
+void tqcubeb::PulseWatch::expect(const std::string& microphone) {
+    theServer.expectedMicrophone = microphone;
+}
+
+bool tqcubeb::PulseWatch::mishears() const noexcept {
+    const std::string& name = theServer.place.microphone.name;
+    const std::string& expected = theServer.expectedMicrophone;
+    return !name.empty() && (expected.empty() ? isOfPrograms(name) : name != expected);
 }
 
 UInt32 tqcubeb::JackWatch::period() const {

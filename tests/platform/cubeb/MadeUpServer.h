@@ -31,6 +31,7 @@ struct MadeUpServer {
     std::vector<std::string> reached{};
     std::vector<uint32_t> openedRates{};
     tqplatform::HeardPlace place{};
+    std::string expectedMicrophone{};        ///< by its name; empty for any
     uint32_t openedChannels = 0;             ///< of the microphone
     unsigned int microphoneLatency = 0;      ///< it was opened with, in frames
     cubeb_devid openedMicrophone = nullptr;  ///< null for the server's default
