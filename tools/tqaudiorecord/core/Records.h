@@ -56,6 +56,8 @@ struct Block {
     std::span<const std::byte> frames;  ///< interleaved, little-endian, whole; integers
                                         ///< signed, of full scale
     std::uint64_t lostFrames = 0;       ///< of this stream, right before it, that did not arrive
+    std::uint64_t filledFrames = 0;     ///< of this stream, somewhere before it since the last
+                                        ///< such, that came as silence for a hole
 };
 
 /// A block of what the recorder's own microphone hears.

@@ -77,7 +77,7 @@ void Lanes::block(const Process& process, const Block& block) {
         return;
     }
     const std::size_t frames = block.frames.size() / frameBytes;
-    const std::uint64_t silence = lane->clock.before(block.microseconds, frames, block.lostFrames);
+    const std::uint64_t silence = lane->clock.before(block);
     const std::span<const float> samples = lane->floats.of(block.frames.first(frames * frameBytes));
     lane->sound.pushSilence(silence);
     lane->sound.push(samples.data(), frames);

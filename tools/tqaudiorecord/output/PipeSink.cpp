@@ -129,7 +129,7 @@ void PipeSink::block(const Process& process, const Block& block) {
     }
     const std::size_t frameBytes = kMixFormat.frameBytes();
     const std::size_t frames = block.frames.size() / frameBytes;
-    const std::uint64_t silence = clock_->before(block.microseconds, frames, block.lostFrames);
+    const std::uint64_t silence = clock_->before(block);
     hasJumped_ = clock_->takeJump() || hasJumped_;
     queue(silence * frameBytes, block.frames.first(frames * frameBytes));
     drain();

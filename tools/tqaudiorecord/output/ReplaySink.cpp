@@ -117,7 +117,7 @@ void ReplaySink::block(const Process& process, const Block& block) {
     }
     const std::size_t frameBytes = block.format.frameBytes();
     const std::size_t frames = block.frames.size() / frameBytes;
-    const std::uint64_t silence = memory.clock.before(block.microseconds, frames, block.lostFrames);
+    const std::uint64_t silence = memory.clock.before(block);
     if (memory.clock.takeJump()) {
         found->second.isClockBroken = true;
         problems_.push_back(

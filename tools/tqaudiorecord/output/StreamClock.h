@@ -79,6 +79,15 @@ class StreamClock {
         return silence;
     }
 
+    /// The same of a block. Holes that were filled before it came count as well.
+    [[nodiscard]] std::uint64_t before(const Block& block) {
+        gaps_ += block.filledFrames > 0 ? 1 : 0;
+        gapFrames_ += block.filledFrames;
+        silence_ += block.filledFrames;
+        return before(block.microseconds, block.frames.size() / block.format.frameBytes(),
+                      block.lostFrames);
+    }
+
     /// Microseconds of silence that before() would put in front of a block stamped
     /// `microseconds`, but for jitter and losses.
     [[nodiscard]] double missingBefore(std::uint64_t microseconds) const {

@@ -73,7 +73,7 @@ class TimedSeries {
     void writeNow(const Block& block) {
         const std::size_t frameBytes = series_.format().frameBytes();
         const std::size_t frames = block.frames.size() / frameBytes;
-        const std::uint64_t silence = clock_.before(block.microseconds, frames, block.lostFrames);
+        const std::uint64_t silence = clock_.before(block);
         if (clock_.takeJump()) {
             series_.complain(jumpText(series_.path()));
         }

@@ -33,10 +33,7 @@ VoiceSink::Mix& VoiceSink::mixOf(const Process& process, const Block& block) {
 
 void VoiceSink::block(const Process& process, const Block& block) {
     if (!voice_ && block.track == 0 && block.format == kMixFormat) {
-        static_cast<void>(mixOf(process, block)
-                              .clock.before(block.microseconds,
-                                            block.frames.size() / kMixFormat.frameBytes(),
-                                            block.lostFrames));
+        static_cast<void>(mixOf(process, block).clock.before(block));
     }
     if (block.track != kMicrophoneTrack) {
         return;

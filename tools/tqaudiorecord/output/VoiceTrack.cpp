@@ -139,8 +139,7 @@ void VoiceTrack::block(const Process& process, const Block& block) {
     if (isInMix_) {
         takeMix(block);
     } else {
-        static_cast<void>(beside_->clock.before(
-            block.microseconds, block.frames.size() / kMixFormat.frameBytes(), block.lostFrames));
+        static_cast<void>(beside_->clock.before(block));
         out_(process, block);
     }
     settleWaiting();
@@ -153,9 +152,9 @@ void VoiceTrack::block(const Process& process, const Block& block) {
 
 void VoiceTrack::takeMix(const Block& block) {
     const std::size_t frames = block.frames.size() / kMixFormat.frameBytes();
-    static_cast<void>(beside_->clock.before(block.microseconds, frames, block.lostFrames));
+    const std::uint64_t silence = beside_->clock.before(block);
     MixBlock mine{static_cast<std::int64_t>(beside_->clock.frames() - frames),
-                  std::vector<std::int16_t>(frames * kMixChannels)};
+                  std::vector<std::int16_t>(frames * kMixChannels), silence};
     std::memcpy(mine.samples.data(), block.frames.data(), frames * kMixFormat.frameBytes());
     mix_.push_back(std::move(mine));
 }
@@ -225,7 +224,8 @@ void VoiceTrack::sendMix(std::int64_t until, const MixBlock* block) {
                                 .unit = {},
                                 .format = kMixFormat,
                                 .microseconds = beside_->timeAt(sent_),
-                                .frames = std::as_bytes(std::span(samples))});
+                                .frames = std::as_bytes(std::span(samples)),
+                                .filledFrames = block != nullptr ? block->filledFrames : 0});
         sent_ += static_cast<std::int64_t>(frames);
     }
     const std::int64_t done = std::clamp<std::int64_t>(

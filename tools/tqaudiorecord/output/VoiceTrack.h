@@ -47,6 +47,7 @@ class VoiceTrack {
     struct MixBlock {
         std::int64_t position;
         std::vector<std::int16_t> samples;
+        std::uint64_t filledFrames;  ///< a hole of the mix, right before it
     };
     /// The process whose mix it lies beside.
     struct Beside {

@@ -82,18 +82,17 @@ void Observer::block(const Process& process, const Block& block) {
         block.track != 0 && units.size() < kMostUnits && !units.contains(block.unit)) {
         units.emplace(block.unit);
     }
-    const std::uint64_t frames = block.frames.size() / frameBytes;
     Level level;
     level.add(block.frames, block.format);
     source.whole.add(level);
     source.window.add(level);
-    source.frames += frames;
+    source.frames += block.frames.size() / frameBytes;
     if (!source.clock) {
         source.clock.emplace(block.format.sampleRate, block.microseconds,
                              block.track == 0 ? kMixPatience : kTrackPatience,
                              std::chrono::steady_clock::now(), slackOf(block.format));
     }
-    (void)source.clock->before(block.microseconds, frames, block.lostFrames);
+    (void)source.clock->before(block);
 }
 
 void Observer::lost(const Process& process, std::uint64_t blocks, std::uint64_t bytes) {

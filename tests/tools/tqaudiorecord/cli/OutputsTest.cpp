@@ -78,6 +78,44 @@ TEST_F(OutputsTest, ASplitIsAnsweredOnceAllFilesAreWrittenUpToIt) {
               static_cast<int>((kBack + 470) % 30000 + 1));
 }
 
+/// The microphone in the mix, and no tracks.
+class OutputsWithAVoice : public OutputsTest {
+  protected:
+    OutputsWithAVoice() {
+        options_.tracksFolder.clear();
+        options_.microphone = options_.microphoneInMix = true;
+        voiced_.emplace(options_, screen_, nowhere_.get());
+        std::string error;
+        EXPECT_TRUE(voiced_->open(error)) << error;
+    }
+    void hear(std::size_t from, std::size_t to) {
+        const std::vector<float> samples(441, 0.1F);
+        for (; from < to; from += 441) {
+            voiced_->heard({at(from), 1, samples, true});
+        }
+        voiced_->turnEnded(true);
+    }
+    std::optional<Outputs> voiced_;
+};
+
+TEST_F(OutputsWithAVoice, HolesOfTheMixAreCountedAsWithoutIt) {
+    play(*voiced_, game_, 0, 4700);
+    hear(0, 441'000);
+    play(*voiced_, game_, 441'000, 445'700);
+    hear(441'000, 445'700);
+    voiced_->finish();
+    EXPECT_THAT(voiced_->summary({}), HasSubstr(" 1 gap filled with silence (9.89 s)"));
+}
+
+TEST_F(OutputsWithAVoice, AJumpOfTimeIsSaid) {
+    play(*voiced_, game_, 0, 4700);
+    hear(0, 4700);
+    const std::size_t away = std::size_t{48} * 3600 * 44'100;
+    play(*voiced_, game_, away, away + 4700);
+    voiced_->finish();
+    EXPECT_THAT(voiced_->problems(), testing::ElementsAre(HasSubstr("time stamps jumped")));
+}
+
 TEST_F(OutputsTest, APauseBehindTheEndIsNoneAndIsToldSo) {
     open();
     playBoth(0, 470);

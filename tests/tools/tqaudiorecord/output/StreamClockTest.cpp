@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace tqrecorder::test {
 namespace {
 
@@ -14,6 +16,21 @@ TEST(StreamClockTest, FollowsAnHourOfDriftWithoutAHole) {
             clock.before(static_cast<std::uint64_t>(static_cast<double>(block) * 10'001.0), 441, 0),
             0U);
     }
+}
+
+TEST(StreamClockTest, HolesThatCameAsSilenceCountAndAreNotFilledAgain) {
+    StreamClock clock(44100, 0, kMixPatience);
+    const std::vector<std::byte> bytes(441 * 4);
+    Block block{0, {}, {44100, 2, 16, false}, 0, bytes};
+    EXPECT_EQ(clock.before(block), 0U);
+    block.microseconds = 10'000;
+    block.filledFrames = 22'050;
+    EXPECT_EQ(clock.before(block), 0U);
+    block.microseconds = 20'000;
+    block.filledFrames = 0;
+    EXPECT_EQ(clock.before(block), 0U);
+    EXPECT_EQ(clock.gaps(), 1U);
+    EXPECT_EQ(clock.gapSeconds(), 0.5);
 }
 
 TEST(StreamClockTest, StampsThatBeginAnewFillNothing) {

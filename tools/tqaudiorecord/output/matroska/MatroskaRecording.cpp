@@ -107,7 +107,7 @@ void MatroskaRecording::writeNow(const Block& block) {
     forgetGone();
     Stream& stream = *streamOf(block);
     const std::size_t frames = block.frames.size() / block.format.frameBytes();
-    const std::uint64_t silence = stream.clock.before(block.microseconds, frames, block.lostFrames);
+    const std::uint64_t silence = stream.clock.before(block);
     stream.unwritten = silence + frames;
     if (stream.clock.takeJump()) {
         chain_.complain(jumpText(plan_.path));
