@@ -155,6 +155,30 @@ TEST_F(SystemEvents, AServerThatStandsStillForLongIsAnInterruptionUntilItGoesOn)
     EXPECT_GT(blocks[2], blocks[1] + 10) << "and goes on while nothing can be opened";
 }
 
+TEST_F(SystemEvents, ASinkThatIsSuspendedForLongLeavesUnitsTheirCallbacks) {
+    play({"start", "sleep:0.5", "say", "await:" + file("long"), "say", "await:" + file("end"),
+          "stop"});
+    ASSERT_TRUE(says("descriptors="));
+    const auto before = std::chrono::steady_clock::now();
+    pactl({"suspend-sink", "cap", "1"});
+    ASSERT_TRUE(says("route=2"));
+    // It counts as gone after ten seconds, and is opened anew, which helps nothing.
+    std::this_thread::sleep_for(std::chrono::seconds(14));
+    go("long");
+    ASSERT_TRUE(eventually([&] { return blocksOf(player_->output()).size() == 2; }));
+    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - before;
+    const std::vector<long> blocks = blocksOf(player_->output());
+    // Blocks of the clock are 512 frames. Until it drives a second passes.
+    EXPECT_GT(static_cast<double>(blocks[1] - blocks[0]), (passed.count() - 3) * 48000 / 512);
+    EXPECT_EQ(notices(player_->output()), (std::vector<std::string>{"route=2"}));
+    pactl({"suspend-sink", "cap", "0"});
+    EXPECT_TRUE(says("route=1"));
+    go("end");
+    const ProgramEnd end = player_->wait();
+    EXPECT_EQ(end["done"], "1");
+    EXPECT_EQ(notices(end.output), (std::vector<std::string>{"route=2", "route=1"}));
+}
+
 TEST_F(SystemEvents, AProgramEndsWhileItsServerStandsStill) {
     for (const char* last : {"sleep:0", "stop2"}) {
         play({"start2", "sleep:0.5", "say", "await:" + file(last), last});

@@ -74,6 +74,7 @@ void Caretaker::look() {
         .hasOtherLength = isOpen && wish.seconds != keeper_.wish().seconds,
         .wasLost = requests_.isLost(),
         .wasStill = requestWatch_.standsStill(),
+        .isInHope = requestWatch_.isGone(),
         .wasOutdated = keeper_.takeOutdated(),
         .heardAlone = isOpen && isListening && !keeper_.wish().isToPlay,
         .wasDeaf = microphone_.isDeafAlone()};
@@ -268,7 +269,7 @@ void Caretaker::heedSleep() {
 void Caretaker::forgetAfterFork() noexcept {
     keeper_.forgetAfterFork();
     sleep_.forgetAfterFork();
-    requestWatch_.restart();
+    requestWatch_ = {};
     microphone_ = {};
     hasRun_ = hasNewLength_ = false;
     isHearing_.store(false);

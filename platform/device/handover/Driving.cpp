@@ -192,9 +192,9 @@ bool Driving::driveByClock() noexcept {
             return false;
         }
         if (driver_.load() == Driver::device) {
+            clock_->beginAt(times_.deviceIsOver());
             driver_.store(Driver::clock);
             publish(Driver::clock);
-            clock_->beginAt(times_.deviceIsOver());
         }
     }
     static_cast<void>(settleClock());

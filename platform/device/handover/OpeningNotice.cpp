@@ -26,7 +26,7 @@ constexpr Row kRows[] = {
     {OpeningNotice::newDevice,
      [](Facts is) noexcept {
          const bool isAnother = is.wasOutdated || is.wasStill || is.isOtherMicrophone;
-         return is.isThere && isAnother && !is.awaitsFirstBlock;
+         return is.isThere && isAnother && !is.awaitsFirstBlock && !is.isInHope;
      }},
     {OpeningNotice::microphoneIsThere,
      [](Facts is) noexcept { return is.isThere && is.wasDeaf && !is.isToPlay; }},

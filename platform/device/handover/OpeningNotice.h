@@ -15,6 +15,7 @@ struct OpeningFacts {
     bool awaitsFirstBlock = false;   ///< alone: of it that will be told with its next block
     bool wasLost = false;            ///< before: the device said so
     bool wasStill = false;           ///< before: it asked for nothing, and programs were told so
+    bool isInHope = false;           ///< the same, for long: its next requests say whether it plays
     bool wasOutdated = false;        ///< before: it had to be opened anew
     bool heardAlone = false;         ///< before: somebody listened, and nothing was played
     bool wasDeaf = false;            ///< before: the microphone alone could not be opened

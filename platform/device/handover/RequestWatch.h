@@ -4,7 +4,10 @@
 
 namespace tqplatform {
 
-/// Whether a device that is open still asks for blocks. [host thread] One at a time.
+/// Whether a device that is open still asks for blocks. One that stood still until it counted as
+/// gone is opened anew in hope: what it asks for at first fills what it has in hand, whether it
+/// plays or not. It stands still until it asks again, and is given up more seldom each time.
+/// [host thread] One at a time.
 class RequestWatch {
   public:
     struct Seen {
@@ -15,19 +18,27 @@ class RequestWatch {
     };
 
     /// A device is about to be opened.
-    void restart() noexcept { *this = {}; }
+    void restart() noexcept;
     /// One look at a device that has asked so often; `isInside` while a request is under way.
     [[nodiscard]] Seen look(std::uint64_t requests, bool isInside, bool isToPlay) noexcept;
     /// It has asked since the look before.
     [[nodiscard]] bool asks() const noexcept { return quietLooks_ == 0; }
     /// Programs were told so.
     [[nodiscard]] bool standsStill() const noexcept { return standsStill_; }
+    /// It counts as lost, since it stands still.
+    [[nodiscard]] bool isGone() const noexcept { return isGone_; }
 
   private:
+    /// Looks without a request after which a device counts as gone: ten seconds.
+    static constexpr int kMostQuietLooks = 40;
+
     std::uint64_t seen_ = 0;
     int looks_ = 0;
     int quietLooks_ = 0;
     bool standsStill_ = false;
+    bool isGone_ = false;
+    bool isInHope_ = false;
+    int mostQuietLooks_ = kMostQuietLooks;
 };
 
 }  // namespace tqplatform

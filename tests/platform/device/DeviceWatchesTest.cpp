@@ -78,8 +78,53 @@ TEST(RequestWatch, OneThatStandsStillForTenSecondsIsGone) {
     const RequestWatch::Seen seen = watch.look(0, false, true);
     EXPECT_TRUE(seen.isGone);
     EXPECT_FALSE(seen.isQuiet);
+}
+
+/// Stands still until it is gone; gives how many looks that took.
+int looksUntilGone(RequestWatch& watch, std::uint64_t requests) {
+    for (int looks = 1; looks < 10'000; ++looks) {
+        if (watch.look(requests, false, true).isGone) {
+            return looks;
+        }
+    }
+    return 0;
+}
+
+TEST(RequestWatch, OneThatIsOpenedInHopeStandsStillUntilItAsksForMoreThanItHasInHand) {
+    RequestWatch watch;
+    looksUntilGone(watch, 0);
     watch.restart();
-    EXPECT_FALSE(watch.look(0, false, true).isGone);
+    // What it has in hand was asked for at once.
+    for (int look = 1; look < 12; ++look) {
+        const RequestWatch::Seen seen = watch.look(4, false, true);
+        EXPECT_TRUE(seen.isQuiet) << "the clock drives at once: " << look;
+        EXPECT_FALSE(seen.isNews) << look;
+        EXPECT_TRUE(watch.standsStill());
+    }
+    const RequestWatch::Seen seen = watch.look(5, false, true);
+    EXPECT_TRUE(seen.isNews);
+    EXPECT_FALSE(seen.standsStill);
+    EXPECT_FALSE(seen.isQuiet);
+}
+
+TEST(RequestWatch, OneThatStandsStillForLongIsOpenedAnewMoreAndMoreSeldom) {
+    RequestWatch watch;
+    looksUntilGone(watch, 0);
+    for (const int looks : {80, 160, 320, 640, 1200, 1200}) {
+        watch.restart();
+        EXPECT_EQ(looksUntilGone(watch, 4), looks);
+    }
+    watch.restart();
+    static_cast<void>(watch.look(4, false, true));
+    static_cast<void>(watch.look(5, false, true));
+    EXPECT_EQ(looksUntilGone(watch, 5), 40) << "it has played meanwhile";
+}
+
+TEST(RequestWatch, OneThatIsOpenedAnewForAnotherReasonHasItsTimeToWake) {
+    RequestWatch watch;
+    EXPECT_EQ(looksUntilTold(watch, 0, true), 4);
+    watch.restart();
+    EXPECT_FALSE(watch.look(0, false, true).isQuiet);
     EXPECT_FALSE(watch.standsStill());
 }
 

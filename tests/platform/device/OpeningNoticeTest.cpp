@@ -48,6 +48,12 @@ TEST(OpeningNotice, OfOneThatStoodStillTheGoingWasToldAndTheNextIsNew) {
     EXPECT_EQ(noticeOf(facts), OpeningNotice::newDevice);
 }
 
+TEST(OpeningNotice, OneThatIsOpenedInHopeIsNewOnlyWhenItPlays) {
+    OpeningFacts facts = opened();
+    facts.wasStill = facts.wasLost = facts.isInHope = true;
+    EXPECT_EQ(noticeOf(facts), OpeningNotice::nothing);
+}
+
 TEST(OpeningNotice, OneThatHadToBeOpenedAnewIsANewDevice) {
     OpeningFacts facts = opened();
     facts.wasOutdated = facts.isNewFormat = facts.hasOtherLength = true;
