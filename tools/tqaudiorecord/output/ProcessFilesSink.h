@@ -141,11 +141,6 @@ class ProcessFilesSink : public FilesSink {
         bool isOver = false;  ///< and all of it is written
     };
 
-    [[nodiscard]] std::string pathWith(const std::string& addition) const {
-        const std::string path = addition.empty() ? plan_.path : withAddition(plan_.path, addition);
-        return addition.empty() || plan_.mayReplace || plan_.maximumSeconds ? path : freePath(path);
-    }
-
     void concludeIfDone(int id, One& one) {
         if (!one.isLeft || one.isOver || one.recording->isBehind()) {
             return;
@@ -186,7 +181,7 @@ class ProcessFilesSink : public FilesSink {
                     opened_.reset();
                 }
                 one.addition = addition;
-                one.recording->moveTo(pathWith(addition));
+                one.recording->moveTo(plan_.pathWith(addition));
             }
         }
         std::erase_if(unnamed_, [this](int id) {
@@ -214,7 +209,7 @@ class ProcessFilesSink : public FilesSink {
             recording = std::move(opened_);
         } else {
             FileSeries::Plan plan = plan_;
-            plan.path = pathWith(addition);
+            plan.path = plan_.pathWith(addition);
             recording = std::make_unique<Recording>(plan);
         }
         recording->beginAt(microseconds);

@@ -1,5 +1,6 @@
 #include "output/VoiceSink.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 
@@ -31,65 +32,108 @@ VoiceSink::Mix& VoiceSink::mixOf(const Process& process, const Block& block) {
         .first->second;
 }
 
+void VoiceSink::begin(const Process& process, const Block& block) {
+    const Mix& mix = mixOf(process, block);
+    // Followed until now: where its first frame lies by the clock of today.
+    const double first =
+        mix.clock.end() - static_cast<double>(mix.clock.frames()) / kMixFormat.sampleRate * 1e6;
+    const StreamClock clock(block.format.sampleRate,
+                            static_cast<std::uint64_t>(std::llround(first)), kTrackPatience,
+                            mix.received, slackOf(block.format));
+    voices_.push_front({process.id, plan_.programs && plan_.programs->isFirst(process.id),
+                        TimedSeries(FileSeries(plan_, block.format), clock,
+                                    std::string(kMicrophoneName), mix.began)});
+    isLeft_ = false;
+}
+
+/// Before anything is written: the first sound of a program has files take their names.
+void VoiceSink::followNames() {
+    if (voices_.empty() || !voices_.front().isFirst ||
+        plan_.programs->isFirst(voices_.front().processId)) {
+        return;
+    }
+    Voice& voice = voices_.front();
+    voice.isFirst = false;
+    voice.series.moveTo(plan_.pathWith(plan_.programs->additionOf(voice.processId)));
+    isLeft_ = true;
+}
+
 void VoiceSink::block(const Process& process, const Block& block) {
-    if (!voice_ && block.track == 0 && block.format == kMixFormat) {
+    followNames();
+    if (block.track == 0 && block.format == kMixFormat) {
         static_cast<void>(mixOf(process, block).clock.before(block));
     }
     if (block.track != kMicrophoneTrack) {
         return;
     }
-    if (!voice_) {
-        const Mix& mix = mixOf(process, block);
-        // Followed until now: where its first frame lies by the clock of today.
-        const double first =
-            mix.clock.end() - static_cast<double>(mix.clock.frames()) / kMixFormat.sampleRate * 1e6;
-        processId_ = process.id;
-        voice_.emplace(
-            FileSeries(plan_, block.format),
-            StreamClock(block.format.sampleRate, static_cast<std::uint64_t>(std::llround(first)),
-                        kTrackPatience, mix.received, slackOf(block.format)),
-            std::string(kMicrophoneName), mix.began);
-        mixes_.clear();
+    if (voices_.empty() || isLeft_) {
+        begin(process, block);
     }
-    voice_->write(block);
+    voices_.front().series.write(block);
+}
+
+void VoiceSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
+    mixes_.erase(process.id);
+}
+
+bool VoiceSink::isHeard() const {
+    return std::any_of(voices_.begin(), voices_.end(),
+                       [](const Voice& voice) { return voice.series.series().isHeard(); });
 }
 
 void VoiceSink::split(const SplitFiles& done) {
-    if (voice_) {
-        voice_->split(done);
+    if (!voices_.empty() && !isLeft_) {
+        voices_.front().series.split(done);
     }
 }
 
 void VoiceSink::giveUpSaves() {
-    if (voice_) {
-        voice_->giveUp();
+    for (Voice& voice : voices_) {
+        voice.series.giveUp();
     }
 }
 
 void VoiceSink::refresh() {
-    if (voice_) {
-        voice_->refresh();
+    for (Voice& voice : voices_) {
+        voice.series.refresh();
     }
 }
 
+bool VoiceSink::isBehind() const {
+    return std::any_of(voices_.begin(), voices_.end(),
+                       [](const Voice& voice) { return voice.series.isBehind(); });
+}
+
 void VoiceSink::catchUp(Backlog::Time end) {
-    if (voice_) {
-        voice_->catchUp(end);
+    followNames();
+    for (Voice& voice : voices_) {
+        voice.series.catchUp(end);
     }
 }
 
 void VoiceSink::finish() {
-    if (voice_) {
-        voice_->finish();
+    followNames();
+    for (Voice& voice : voices_) {
+        voice.series.finish();
     }
 }
 
 std::vector<std::string> VoiceSink::problems() const {
-    return voice_ ? voice_->series().problems() : problems_;
+    std::vector<std::string> all = problems_;
+    for (const Voice& voice : voices_) {
+        const std::vector<std::string>& more = voice.series.series().problems();
+        all.insert(all.end(), more.begin(), more.end());
+    }
+    return all;
 }
 
 std::vector<WrittenFile> VoiceSink::files() const {
-    return voice_ ? voice_->files(processId_) : std::vector<WrittenFile>{};
+    std::vector<WrittenFile> all;
+    for (const Voice& voice : voices_) {
+        const std::vector<WrittenFile> more = voice.series.files(voice.processId);
+        all.insert(all.end(), more.begin(), more.end());
+    }
+    return all;
 }
 
 }  // namespace tqrecorder

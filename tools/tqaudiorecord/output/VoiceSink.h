@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,7 +13,8 @@
 namespace tqrecorder {
 
 /// Writes the microphone to a file of its own, where there is no folder of tracks. It begins with
-/// the mix that it lies beside.
+/// the mix that it lies beside. When a silent launcher gives its names up, so does its microphone,
+/// and a file begins anew with the mix of the program that has them then.
 class VoiceSink : public FilesSink {
   public:
     explicit VoiceSink(FileSeries::Plan plan) : plan_(std::move(plan)) {}
@@ -24,7 +26,8 @@ class VoiceSink : public FilesSink {
     [[nodiscard]] bool open();
 
     void block(const Process& process, const Block& block) override;
-    [[nodiscard]] bool isHeard() const override { return voice_ && voice_->series().isHeard(); }
+    void processEnded(const Process& process, const HostFacts& facts) override;
+    [[nodiscard]] bool isHeard() const override;
     void split(const SplitFiles& done) override;
     void giveUpSaves() override;
     void finish() override;
@@ -33,7 +36,7 @@ class VoiceSink : public FilesSink {
 
   protected:
     void refresh() override;
-    [[nodiscard]] bool isBehind() const override { return voice_ && voice_->isBehind(); }
+    [[nodiscard]] bool isBehind() const override;
     void catchUp(Backlog::Time end) override;
 
   private:
@@ -43,13 +46,20 @@ class VoiceSink : public FilesSink {
         StreamClock::Time received;
         StreamClock clock;
     };
+    struct Voice {
+        int processId;
+        bool isFirst;  ///< has the names as given
+        TimedSeries series;
+    };
     Mix& mixOf(const Process& process, const Block& block);
+    void begin(const Process& process, const Block& block);
+    void followNames();
 
     FileSeries::Plan plan_;
-    std::map<int, Mix> mixes_;  ///< by process, until the microphone is heard
-    std::optional<TimedSeries> voice_;
+    std::map<int, Mix> mixes_;           ///< by process
+    std::deque<Voice> voices_;           ///< the one under way first
+    bool isLeft_ = false;                ///< it is not to go on
     std::vector<std::string> problems_;  ///< of open()
-    int processId_ = 0;
 };
 
 }  // namespace tqrecorder

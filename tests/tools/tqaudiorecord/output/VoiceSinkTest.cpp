@@ -21,13 +21,17 @@ class VoiceSinkTest : public SinkFixture {
         speakTo(sink_, from, frames, lost);
     }
     void speakTo(Sink& sink, std::size_t from, std::size_t frames, std::uint64_t lost = 0) {
+        speakBeside(sink, game_, from, frames, lost);
+    }
+    static void speakBeside(Sink& sink, const Process& process, std::size_t from,
+                            std::size_t frames, std::uint64_t lost = 0) {
         const auto bytes = tone<float>(441, kVoice, frames, from);
-        sink.block(game_, {.track = kMicrophoneTrack,
-                           .unit = kMicrophoneName,
-                           .format = kVoice,
-                           .microseconds = at(from),
-                           .frames = bytes,
-                           .lostFrames = lost});
+        sink.block(process, {.track = kMicrophoneTrack,
+                             .unit = kMicrophoneName,
+                             .format = kVoice,
+                             .microseconds = at(from),
+                             .frames = bytes,
+                             .lostFrames = lost});
     }
     const std::string path_ = VoiceSink::pathBeside(folder_.file("out.flac"));
     VoiceSink sink_{{path_, formatNamed("wav")}};
@@ -125,6 +129,48 @@ TEST_F(VoiceSinkTest, WhereNoProgramSoundsTheMicrophoneIsKeptBesideARecording) {
                                      ": stays as it was, since only the microphone was "
                                      "heard; the new recording is " +
                                      beside));
+}
+
+TEST_F(VoiceSinkTest, BesideTheFirstThatSoundsItBeginsAnewAndALaunchersKeepsAFile) {
+    VoiceSink sink({.path = path_, .kind = formatNamed("wav"), .programs = names_});
+    (void)names_->additionOf(launcher_);
+    play(sink, launcher_, 0, 470);
+    speakBeside(sink, launcher_, 0, 44'100);
+    (void)names_->additionOf(game_);
+    play(sink, game_, 22'050, 22'520);
+    names_->hear(game_);
+    play(sink, game_, 44'100, 44'570);
+    speakBeside(sink, game_, 44'100, 8820);
+    sink.processEnded(launcher_, {});
+    speakBeside(sink, game_, 52'920, 4410);
+    sink.finish();
+    const std::string launchers = folder_.file("out-microphone-launcher.wav");
+    EXPECT_EQ(RecordedFile(launchers).frames(), 44'100U);
+    const RecordedFile recorded(path_);
+    ASSERT_EQ(recorded.frames(), 22'050U + 8820 + 4410) << "from the game's first frame on";
+    EXPECT_EQ(recorded.at(22'049), 0);
+    EXPECT_NE(recorded.at(22'052), 0);
+    ASSERT_EQ(sink.files().size(), 2U);
+    EXPECT_EQ(sink.files()[0].path, path_);
+    EXPECT_EQ(sink.files()[0].processId, game_.id);
+    EXPECT_EQ(sink.files()[0].beganAt, at(22'050));
+    EXPECT_EQ(sink.files()[1].path, launchers);
+    EXPECT_EQ(sink.files()[1].processId, launcher_.id);
+    EXPECT_TRUE(sink.problems().empty());
+}
+
+TEST_F(VoiceSinkTest, WhenItsProgramHasEndedItGoesOnInTheSameFile) {
+    VoiceSink sink({.path = path_, .kind = formatNamed("wav"), .programs = names_});
+    names_->hear(game_);
+    play(sink, game_, 0, 470);
+    speakBeside(sink, game_, 0, 4410);
+    sink.processEnded(game_, {});
+    names_->hear(launcher_);
+    play(sink, launcher_, 4410, 4880);
+    speakBeside(sink, launcher_, 4410, 4410);
+    sink.finish();
+    EXPECT_EQ(RecordedFile(path_).frames(), 8820U);
+    EXPECT_EQ(sink.files().size(), 1U);
 }
 
 TEST_F(VoiceSinkTest, AFileThatCannotBeMadeIsFoundBeforeThereIsSound) {

@@ -15,6 +15,11 @@ std::string brokenOffText(const std::string& path) {
     return path + ": stopped within a long gap of the program's sound";
 }
 
+std::string FileSeries::Plan::pathWith(const std::string& addition) const {
+    const std::string whole = addition.empty() ? path : withAddition(path, addition);
+    return addition.empty() || mayReplace || maximumSeconds ? whole : freePath(whole);
+}
+
 FileSeries::FileSeries(Plan plan, const BlockFormat& format)
     : plan_(std::move(plan)),
       format_(format),

@@ -27,6 +27,9 @@ class FileSeries {
         /// Where the first frame lies, in frames since the recording began.
         std::optional<std::uint64_t> timeReference{};
         std::shared_ptr<const ProcessNames> programs{};  ///< as FileChain has them
+
+        /// The path of a process that has that in its names.
+        [[nodiscard]] std::string pathWith(const std::string& addition) const;
     };
     FileSeries(Plan plan, const BlockFormat& format);
 
