@@ -78,7 +78,7 @@ void Caretaker::look() {
         .wasOutdated = keeper_.takeOutdated(),
         .heardAlone = isOpen && isListening && !keeper_.wish().isToPlay,
         .wasDeaf = microphone_.isDeafAlone()};
-    if (!closeUnfit(wish, isToRun, before.wasOutdated)) {
+    if (!closeUnfit(wish, isToRun, before)) {
         return;
     }
     bool isThere = true;
@@ -111,14 +111,13 @@ void Caretaker::look() {
     }
 }
 
-bool Caretaker::closeUnfit(const HeardWish& wish, bool isToRun, bool isOutdated) {
-    const bool isLost = requests_.isLost();
-    const bool isFit = isToRun && !isLost && !isOutdated && isOpenFor(keeper_.wish(), wish);
-    if (!keeper_.isOpen() || isFit) {
+bool Caretaker::closeUnfit(const HeardWish& wish, bool isToRun, const OpeningFacts& before) {
+    const bool isStale = before.wasLost || before.wasOutdated;
+    if (!keeper_.isOpen() || (isToRun && !isStale && isOpenFor(keeper_.wish(), wish))) {
         return true;
     }
-    if (!close(!isLost, isToRun || sleep_.isAsleep())) {
-        if (isOutdated) {
+    if (!close(!before.wasLost, isToRun || sleep_.isAsleep())) {
+        if (before.wasOutdated) {
             keeper_.outdate();
         }
         return false;

@@ -44,8 +44,9 @@ class Caretaker {
     void await(std::uint64_t request) noexcept;
 
     // A look's.
-    /// Closes what is open and is not wanted, or not so. False when it could not be closed.
-    [[nodiscard]] bool closeUnfit(const HeardWish& wish, bool isToRun, bool isOutdated);
+    /// Closes what is open and is not wanted, or not so, by what was known before: what is lost
+    /// meanwhile is the next look's. False when it could not be closed.
+    [[nodiscard]] bool closeUnfit(const HeardWish& wish, bool isToRun, const OpeningFacts& before);
     /// `facts` are those of before. False when there is none.
     bool open(OpeningFacts facts, const HeardWish& wish);
     void tell(OpeningNotice notice);
