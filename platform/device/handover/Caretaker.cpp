@@ -82,8 +82,11 @@ void Caretaker::look() {
         return;
     }
     bool isThere = true;
+    OpeningNotice notice = OpeningNotice::nothing;
     if (isToRun && !keeper_.isOpen()) {
-        isThere = open(before, wish);
+        const OpeningFacts facts = open(before, wish);
+        isThere = facts.isThere;
+        notice = noticeOf(facts);
     } else if (asked.meets && !asked.isRefused && !requests_.hasBeenThere()) {
         isThere = meet(wish);
         if (isThere) {
@@ -94,6 +97,11 @@ void Caretaker::look() {
         refuseRate(wish.sampleRate);
     }
     microphone_.looked(isListening, asked.wants.heard, isThere);
+    if (keeper_.isOpen()) {
+        listen(wish, isListening);
+    }
+    isHearing_.store(microphone_.hears(keeper_.microphone()));
+    tell(notice);  // not before: who is told reads whether a microphone is open
     endInterruption(wish, isWanted);
     if (asked.isFormatLate) {
         tellNews();
@@ -102,10 +110,6 @@ void Caretaker::look() {
         // Nobody delays the machine's sleep who has nothing to stop.
         sleep_.end();
     }
-    if (keeper_.isOpen()) {
-        listen(wish, isListening);
-    }
-    isHearing_.store(microphone_.hears(keeper_.microphone()));
     if (!isThere) {
         requests_.giveUp();
     }
@@ -128,7 +132,7 @@ bool Caretaker::closeUnfit(const HeardWish& wish, bool isToRun, const OpeningFac
     return true;
 }
 
-bool Caretaker::open(OpeningFacts facts, const HeardWish& wish) {
+OpeningFacts Caretaker::open(OpeningFacts facts, const HeardWish& wish) {
     HeardWish taken = wish;
     restart();
     facts.isThere = keeper_.open(taken);
@@ -144,8 +148,7 @@ bool Caretaker::open(OpeningFacts facts, const HeardWish& wish) {
     facts.awaitsFirstBlock = microphone_.wasStill();
     facts.hasRun = hasRun_;
     facts.hasBeenThere = requests_.hasBeenThere();
-    tell(noticeOf(facts));
-    return facts.isThere;
+    return facts;
 }
 
 void Caretaker::tell(OpeningNotice notice) {
@@ -163,10 +166,8 @@ void Caretaker::tell(OpeningNotice notice) {
             notices_.route(AVAudioSessionRouteChangeReasonOldDeviceUnavailable);
             break;
         case OpeningNotice::newDevice:
-            notices_.route(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
-            break;
         case OpeningNotice::microphoneIsThere:
-            tellHearing(true);
+            notices_.route(AVAudioSessionRouteChangeReasonNewDeviceAvailable);
             break;
         case OpeningNotice::newFormat:
             notices_.route(AVAudioSessionRouteChangeReasonRouteConfigurationChange);

@@ -47,8 +47,8 @@ class Caretaker {
     /// Closes what is open and is not wanted, or not so, by what was known before: what is lost
     /// meanwhile is the next look's. False when it could not be closed.
     [[nodiscard]] bool closeUnfit(const HeardWish& wish, bool isToRun, const OpeningFacts& before);
-    /// `facts` are those of before. False when there is none.
-    bool open(OpeningFacts facts, const HeardWish& wish);
+    /// `facts` are those of before; what is known since is added.
+    [[nodiscard]] OpeningFacts open(OpeningFacts facts, const HeardWish& wish);
     void tell(OpeningNotice notice);
     /// What was interrupted may be there again, though nobody plays or there is no microphone.
     void endInterruption(const HeardWish& wish, bool isWanted);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -270,6 +271,32 @@ TEST(HandoverCare, AChildLetsGoOfWhatTheMachineWaitsFor) {
     EXPECT_EQ(WEXITSTATUS(status), 7);
     EXPECT_FALSE(scene.isForgotten);
     device.removeClient(heard);
+}
+
+TEST(HandoverCare, WhoIsToldThatAMicrophoneIsThereReadsThatItIs) {
+    Device& device = openBoth();
+    HandoverClient player(true), listener(false, true);
+    ASSERT_TRUE(device.addClient(player));
+    device.removeClient(player);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    scene.starts = false;
+    ASSERT_TRUE(device.addClient(listener));
+    std::atomic<int> told{0};
+    std::atomic<bool> wasHearing{false};
+    NSNotificationCenter& center = NSNotificationCenter::defaultCenter();
+    const int self = 0;
+    center.addObserver(
+        &self,
+        [&](const NSNotification&) {
+            wasHearing = device.isHearing();
+            ++told;
+        },
+        AVAudioSessionRouteChangeNotification, nullptr);
+    scene.starts = true;
+    EXPECT_TRUE(eventually([&] { return told == 1; }));
+    EXPECT_TRUE(wasHearing);
+    device.removeClient(listener);
+    center.removeObserver(&self);
 }
 
 }  // namespace
