@@ -84,9 +84,12 @@ void Caretaker::look() {
     bool isThere = true;
     OpeningNotice notice = OpeningNotice::nothing;
     if (isToRun && !keeper_.isOpen()) {
-        const OpeningFacts facts = open(before, wish);
-        isThere = facts.isThere;
-        notice = noticeOf(facts);
+        // It may have fallen asleep while the device before was closed.
+        if (!sleep_.isAsleep()) {
+            const OpeningFacts facts = open(before, wish);
+            isThere = facts.isThere;
+            notice = noticeOf(facts);
+        }
     } else if (asked.meets && !asked.isRefused && !requests_.hasBeenThere()) {
         isThere = meet(wish);
         if (isThere) {

@@ -157,6 +157,30 @@ TEST(HandoverCare, AServerThatStandsStillWhileItIsClosedHoldsUpNothingElse) {
     EXPECT_TRUE(eventually([] { return scene.hasCome("end device"); }));
 }
 
+TEST(HandoverCare, AMachineThatFallsAsleepWhileADeviceIsClosedOpensNoOther) {
+    Device& device = openBoth();
+    HandoverClient heard(true);
+    Notices notices;
+    Standstill server;
+    ASSERT_TRUE(device.addClient(heard));
+    ASSERT_TRUE(eventually([] { return scene.watches == 1; }));
+    scene.finish = [&] { server.await(); };
+    EXPECT_TRUE(device.preferDuration(0.02));  // it has to be opened anew for that
+    ASSERT_TRUE(server.isHeld);
+    scene.noted();
+    say(true);
+    EXPECT_TRUE(eventually([&] { return notices.told() == Words{"began"}; }));
+    server.goOn();
+    EXPECT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_FALSE(scene.hasCome("open device"));
+    EXPECT_EQ(notices.told(), Words{"began"});
+    say(false);
+    EXPECT_TRUE(eventually([] { return scene.hasCome("start device"); }));
+    EXPECT_TRUE(eventually([&] { return notices.told().back() == "ended"; }));
+    device.removeClient(heard);
+}
+
 TEST(HandoverCare, AMicrophoneThatTakesLongHoldsUpNothingElse) {
     Device& device = openBoth();
     HandoverClient heard(true), listener(false, true);
