@@ -138,6 +138,9 @@ class Backend {
     /// is there, and its locks may be held by threads that are gone. Forgets them without ending
     /// them; afterwards it is as if opened and not started.
     virtual void forgetAfterFork() noexcept = 0;
+    /// [render thread] In the child of a fork, inside a render(): the thread that asks for blocks
+    /// is the child's, and the only one. Forgets all others, as forgetAfterFork().
+    virtual void forgetOthersAfterFork() noexcept {}
 };
 
 }  // namespace tqplatform

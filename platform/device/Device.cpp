@@ -407,7 +407,9 @@ void Device::resetAfterFork() noexcept {
         replacing_ = false;
         running_.store(false);
         lost_.store(true);
-    } else if (!isInSlice) {
+    } else if (isInSlice) {
+        backend_->forgetOthersAfterFork();
+    } else {
         running_.store(false);
         // There is none where all of them refused when the last one was lost.
         if (backend_ != nullptr) {

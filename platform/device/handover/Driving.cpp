@@ -203,7 +203,7 @@ bool Driving::driveByClock() noexcept {
 
 void Driving::forgetAfterFork() noexcept {
     std::construct_at(&clockVerbs_);
-    isOffered_.store(false);
+    forgetDeviceAfterFork();
     driver_.store(Driver::clock);
     turn_.clear();
     isRunning_.store(false);

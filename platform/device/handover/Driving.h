@@ -59,6 +59,8 @@ class Driving final : private BackendHost {
 
     /// In the child of a fork: the clock drives, and there are no clients.
     void forgetAfterFork() noexcept;
+    /// In the child of a fork, also inside a request: no device was offered.
+    void forgetDeviceAfterFork() noexcept { isOffered_.store(false); }
 
   private:
     enum class Driver { clock, device };

@@ -52,10 +52,15 @@ void HandoverBackend::renderHeard(const BlockRequest& block) noexcept {
 }
 
 void HandoverBackend::forgetAfterFork() noexcept {
+    forgetOthersAfterFork();
+    driving_.forgetAfterFork();
+}
+
+void HandoverBackend::forgetOthersAfterFork() noexcept {
     requests_.forgetAfterFork();
     caretaker_.forgetAfterFork();
     notices_.forgetAfterFork();
-    driving_.forgetAfterFork();
+    driving_.forgetDeviceAfterFork();
 }
 
 }  // namespace tqplatform

@@ -39,6 +39,7 @@ class HandoverBackend final : public Backend, private HeardHost {
     void meet() noexcept override { requests_.meet(); }
     bool hurry(Float64 seconds) noexcept override;
     void forgetAfterFork() noexcept override;
+    void forgetOthersAfterFork() noexcept override;
 
   private:
     // What the device calls.

@@ -209,6 +209,42 @@ TEST(HandoverCare, AChildHasWhatTheProgramPrefers) {
     EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
+TEST(HandoverCare, AChildThatACallbackOfTheClockForksOpensADeviceOfItsOwn) {
+    Device& device = openBoth();
+    std::atomic<pid_t> child{0};
+    std::function<void()> inCallback;
+    class Forking final : public DeviceClient {
+      public:
+        explicit Forking(std::function<void()>& body) : body_(body) {}
+        void render(const DeviceSlice& /*slice*/) noexcept override { std::exchange(body_, {})(); }
+        ClientWants wants() const noexcept override { return {false, false}; }
+
+      private:
+        std::function<void()>& body_;
+    };
+    HandoverClient heard(true);
+    ASSERT_TRUE(device.addClient(heard));
+    device.removeClient(heard);
+    ASSERT_TRUE(eventually([] { return scene.hasCome("end device"); }));
+    inCallback = [&] {
+        child = fork();
+        if (child == 0) {
+            device.resetAfterFork();
+            HandoverClient mine(true);
+            scene.noted();
+            const bool isAdded = device.addClient(mine);
+            _exit(isAdded && eventually([] { return scene.hasCome("open device"); }) ? 7 : 1);
+        }
+    };
+    Forking forking(inCallback);
+    ASSERT_TRUE(device.addClient(forking));
+    scene.clock->render({512, 0});
+    device.removeClient(forking);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
 /// Whether a process sleeps, however often it is looked at; false once it has ended.
 bool isAsleepForGood(pid_t process) {
     constexpr int kLooks = 20;
