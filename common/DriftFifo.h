@@ -238,15 +238,16 @@ inline void DriftFifo::begin(std::uint32_t frames) noexcept {
 inline void DriftFifo::resume(std::uint32_t frames) noexcept {
     isFlowing_ = true;
     isLate_ = false;
-    auto kept = std::min(static_cast<double>(dryFor_ - frames), room());
-    if (patience_ == Patience::kForAWhile) {
-        kept = std::min(kept, kMostAtOnceSeconds * sampleRate_);
-    }
-    keep(kept);
-    const double more = static_cast<double>(held() - frames) - inHand_;
-    if (patience_ == Patience::kForAWhile && more > inHand_) {
-        // Behind a pause of the sound what is held is new: only what has piled up is left out.
-        skip(more);
+    const double late = std::min(static_cast<double>(dryFor_ - frames), room());
+    const auto more = [&] { return static_cast<double>(held()) - frames - inHand_; };
+    if (patience_ == Patience::kForGood) {
+        keep(std::min(late, more()));  // what was lost instead of late does not come
+    } else {
+        keep(std::min(late, kMostAtOnceSeconds * sampleRate_));
+        if (const double piledUp = more(); piledUp > inHand_) {
+            // Behind a pause of the sound what is held is new: only what has piled up is left out.
+            skip(piledUp);
+        }
     }
     mean_ = usual_;
     spare_.late();

@@ -196,6 +196,26 @@ TEST(DriftFifo, AHoleIsAsLongAsTheLatenessAndNothingIsLeftOut) {
     expectWhole(DriftFifo(1, kRate, kHeard, 0, kForAWhile), 3);
 }
 
+TEST(DriftFifo, WhatWasLostIsNotWaitedForWhenAMicrophoneIsLate) {
+    DriftFifo fifo(1, kRate, kHeard);
+    std::vector<float> block(kHeard);
+    // Eight blocks never come; later three are late, all at once.
+    int late = 0;
+    int silent = 0;
+    for (int turn = 0; turn < 200; ++turn) {
+        const bool isLost = turn >= 20 && turn < 28;
+        late = turn >= 100 && turn < 103 ? late + 1 : 0;
+        std::fill(block.begin(), block.end(), 0.5F);
+        for (int blocks = isLost || late > 0 ? 0 : turn == 103 ? 4 : 1; blocks > 0; --blocks) {
+            fifo.write(block.data(), kHeard);
+        }
+        fifo.read(block.data(), kHeard);
+        silent += turn >= 100 ? static_cast<int>(std::count(block.begin(), block.end(), 0.0F)) : 0;
+    }
+    EXPECT_EQ(fifo.faults(), 2U);
+    EXPECT_LE(silent, static_cast<int>(2 * kHeard)) << "one of the three was in hand";
+}
+
 TEST(DriftFifo, WhatPilesUpWhileTheReaderIsLateIsReadFasterAndNothingIsLeftOut) {
     DriftFifo fifo(1, kRate, kHeard);
     std::vector<float> all;
