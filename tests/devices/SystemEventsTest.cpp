@@ -135,7 +135,7 @@ TEST_F(SystemEvents, AServerThatStandsStillIsToldAndToldAgainWhenItGoesOn) {
 
 TEST_F(SystemEvents, AServerThatStandsStillForLongIsAnInterruptionUntilItGoesOn) {
     play({"start", "sleep:0.5", "say", "await:" + file("still"), "say", "sleep:0.5", "say",
-          "await:" + file("end"), "stop"});
+          "await:" + file("end"), "sleep:1.5", "stop"});
     ASSERT_TRUE(says("descriptors="));
     server_.freeze();
     EXPECT_TRUE(says("route=2"));

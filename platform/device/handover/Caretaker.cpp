@@ -74,7 +74,7 @@ void Caretaker::look() {
         .hasOtherLength = isOpen && wish.seconds != keeper_.wish().seconds,
         .wasLost = requests_.isLost(),
         .wasStill = requestWatch_.standsStill(),
-        .isInHope = requestWatch_.isGone(),
+        .isInHope = requestWatch_.isInHope(),
         .wasOutdated = keeper_.takeOutdated(),
         .heardAlone = isOpen && isListening && !keeper_.wish().isToPlay,
         .wasDeaf = microphone_.isDeafAlone()};
@@ -88,7 +88,8 @@ void Caretaker::look() {
         if (!sleep_.isAsleep()) {
             const OpeningFacts facts = open(before, wish);
             isThere = facts.isThere;
-            notice = noticeOf(facts);
+            // One that it has fallen asleep beside is closed with the next look.
+            notice = sleep_.isAsleep() ? OpeningNotice::nothing : noticeOf(facts);
         }
     } else if (asked.meets && !asked.isRefused && !requests_.hasBeenThere()) {
         isThere = meet(wish);
@@ -160,9 +161,9 @@ void Caretaker::tell(OpeningNotice notice) {
             break;
         case OpeningNotice::newFormatThenInterruptionEnds:
             notices_.route(AVAudioSessionRouteChangeReasonRouteConfigurationChange);
-            notices_.endInterruption();
-            break;
+            [[fallthrough]];
         case OpeningNotice::interruptionEnds:
+            requestWatch_.toldThere();
             notices_.endInterruption();
             break;
         case OpeningNotice::deviceHasGone:

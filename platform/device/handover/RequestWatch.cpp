@@ -17,13 +17,13 @@ constexpr int kLongestHope = 1200;
 }  // namespace
 
 void RequestWatch::restart() noexcept {
-    const bool isInHope = isGone_;
-    const int mostQuietLooks = std::min(2 * mostQuietLooks_, kLongestHope);
-    *this = {};
-    if (isInHope) {
-        isInHope_ = standsStill_ = true;
-        mostQuietLooks_ = mostQuietLooks;
+    RequestWatch next;
+    if (isInHope()) {
+        next.isInHope_ = next.standsStill_ = true;
+        next.mostQuietLooks_ =
+            isGone_ ? std::min(2 * mostQuietLooks_, kLongestHope) : mostQuietLooks_;
     }
+    *this = next;
 }
 
 RequestWatch::Seen RequestWatch::look(std::uint64_t requests, bool isInside,

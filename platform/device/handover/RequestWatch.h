@@ -25,8 +25,10 @@ class RequestWatch {
     [[nodiscard]] bool asks() const noexcept { return quietLooks_ == 0; }
     /// Programs were told so.
     [[nodiscard]] bool standsStill() const noexcept { return standsStill_; }
-    /// It counts as lost, since it stands still.
-    [[nodiscard]] bool isGone() const noexcept { return isGone_; }
+    /// What is opened next is opened in hope.
+    [[nodiscard]] bool isInHope() const noexcept { return isGone_ || isInHope_; }
+    /// Programs were told that the device is there.
+    void toldThere() noexcept { standsStill_ = false; }
 
   private:
     /// Looks without a request after which a device counts as gone: ten seconds.
@@ -36,7 +38,7 @@ class RequestWatch {
     int looks_ = 0;
     int quietLooks_ = 0;
     bool standsStill_ = false;
-    bool isGone_ = false;
+    bool isGone_ = false;  ///< it counts as lost, since it stands still
     bool isInHope_ = false;
     int mostQuietLooks_ = kMostQuietLooks;
 };

@@ -120,6 +120,32 @@ TEST(RequestWatch, OneThatStandsStillForLongIsOpenedAnewMoreAndMoreSeldom) {
     EXPECT_EQ(looksUntilGone(watch, 5), 40) << "it has played meanwhile";
 }
 
+TEST(RequestWatch, HopeLastsUntilItAsksHoweverOftenItIsOpened) {
+    RequestWatch watch;
+    looksUntilGone(watch, 0);
+    for (int opening = 0; opening < 3; ++opening) {
+        EXPECT_TRUE(watch.isInHope());
+        watch.restart();
+        EXPECT_TRUE(watch.look(4, false, true).isQuiet);
+        EXPECT_TRUE(watch.standsStill());
+    }
+    static_cast<void>(watch.look(5, false, true));
+    EXPECT_FALSE(watch.isInHope());
+}
+
+TEST(RequestWatch, WhoWasToldThatItIsThereIsToldOnlyIfItIsNot) {
+    RequestWatch watch;
+    looksUntilGone(watch, 0);
+    watch.restart();
+    watch.toldThere();
+    static_cast<void>(watch.look(4, false, true));
+    EXPECT_FALSE(watch.look(5, false, true).isNews);
+    looksUntilGone(watch, 5);
+    watch.restart();
+    watch.toldThere();
+    EXPECT_EQ(looksUntilTold(watch, 4, true), 4);
+}
+
 TEST(RequestWatch, OneThatIsOpenedAnewForAnotherReasonHasItsTimeToWake) {
     RequestWatch watch;
     EXPECT_EQ(looksUntilTold(watch, 0, true), 4);
