@@ -64,6 +64,13 @@ bool isLeftByARecorder(int file) {
            status.st_uid == geteuid();
 }
 
+/// Whether a recorder that was killed left it, and nobody has it open any more.
+bool isLeft(const std::string& part) {
+    constexpr int kHow = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const tqcommon::Descriptor file(::open(part.c_str(), kHow));
+    return file && isLeftByARecorder(file.get()) && lock(file.get());
+}
+
 /// Fails with EEXIST where something has the name.
 bool renameToFree(const std::string& from, const std::string& to) {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
@@ -172,11 +179,26 @@ void PartFile::moveTo(std::string path) {
         if (!isDone) {
             return;
         }
-    } else if (renameToFree(part_, part)) {
-        part_ = std::move(part);
+    } else {
+        movePart(part);
     }
     path_ = std::move(path);
     target_ = std::move(target);
+}
+
+/// What stays under its own name would be in the way of who gets that name.
+void PartFile::movePart(const std::string& part) {
+    constexpr unsigned kMostNames = 1000;
+    std::string to = part;
+    bool isDone = renameToFree(part_, to) ||
+                  (errno == EEXIST && isLeft(to) && ::rename(part_.c_str(), to.c_str()) == 0);
+    for (unsigned number = 2; !isDone && number < kMostNames; ++number) {
+        to = part + "-" + std::to_string(number);
+        isDone = renameToFree(part_, to);
+    }
+    if (isDone) {
+        part_ = std::move(to);
+    }
 }
 
 std::string PartFile::takeName() {

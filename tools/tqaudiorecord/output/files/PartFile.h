@@ -53,6 +53,7 @@ class PartFile {
     [[nodiscard]] bool isStillThere() const;
 
   private:
+    void movePart(const std::string& part);
     [[nodiscard]] bool open();
     [[nodiscard]] bool isAt(const std::string& place) const;
 

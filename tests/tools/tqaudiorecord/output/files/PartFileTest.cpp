@@ -2,12 +2,15 @@
 
 #include "output/files/PartFile.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <filesystem>
 #include <fstream>
 
+#include "common/Descriptor.h"
 #include "tools/tqaudiorecord/output/SinkFixture.h"
 
 namespace tqrecorder::test {
@@ -116,6 +119,24 @@ TEST_F(PartFileTest, WhatAKilledRecorderLeftBesideTheNameIsUsedAgain) {
     mix.finish();
     EXPECT_EQ(RecordedFile(path_).frames(), 470U);
     EXPECT_THAT(folder_.names(), ElementsAre("out.wav"));
+}
+
+TEST_F(PartFileTest, WhatAKilledRecorderLeftBesideANewNameIsInNobodysWay) {
+    const std::string beside = folder_.file(".out-launcher.wav.tqaudiorecord");
+    for (const bool isAnybodys : {false, true}) {
+        std::ofstream(beside) << "left";
+        const tqcommon::Descriptor other(::open(beside.c_str(), O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(flock(other.get(), isAnybodys ? LOCK_EX : LOCK_UN), 0);
+        PartFile launchers(path_, false);
+        ASSERT_EQ(launchers.problem(), "");
+        launchers.moveTo(folder_.file("out-launcher.wav"));
+        const PartFile games(path_, false);
+        EXPECT_EQ(games.problem(), "") << "the game has the name";
+        EXPECT_EQ(launchers.takeName(), "");
+        EXPECT_EQ(launchers.path(), folder_.file("out-launcher.wav"));
+        EXPECT_EQ(std::filesystem::exists(beside), isAnybodys) << "one that is being written stays";
+        std::filesystem::remove(folder_.file("out-launcher.wav"));
+    }
 }
 
 TEST_F(PartFileTest, WhatLiesBesideTheNameButIsNobodysRecordingIsLeftAlone) {
