@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <utility>
 
 #include "output/files/FileNames.h"
 
@@ -66,10 +67,21 @@ void VoiceSink::block(const Process& process, const Block& block) {
     if (block.track != kMicrophoneTrack) {
         return;
     }
-    if (voices_.empty() || isLeft_) {
+    // Until the game's mix sounds the microphone lies beside the launcher's.
+    if (voices_.empty() || (isLeft_ && voices_.front().processId != process.id)) {
         begin(process, block);
+        finishLeft();
     }
     voices_.front().series.write(block);
+}
+
+void VoiceSink::finishLeft() {
+    for (std::size_t left = 1; left < voices_.size(); ++left) {
+        Voice& voice = voices_[left];
+        if (!voice.series.isBehind() && !std::exchange(voice.isFinished, true)) {
+            voice.series.finish();
+        }
+    }
 }
 
 void VoiceSink::processEnded(const Process& process, const HostFacts& /*facts*/) {
@@ -82,7 +94,7 @@ bool VoiceSink::isHeard() const {
 }
 
 void VoiceSink::split(const SplitFiles& done) {
-    if (!voices_.empty() && !isLeft_) {
+    if (!voices_.empty()) {
         voices_.front().series.split(done);
     }
 }
@@ -107,14 +119,19 @@ bool VoiceSink::isBehind() const {
 void VoiceSink::catchUp(Backlog::Time end) {
     followNames();
     for (Voice& voice : voices_) {
-        voice.series.catchUp(end);
+        if (!voice.isFinished) {
+            voice.series.catchUp(end);
+        }
     }
+    finishLeft();
 }
 
 void VoiceSink::finish() {
     followNames();
     for (Voice& voice : voices_) {
-        voice.series.finish();
+        if (!std::exchange(voice.isFinished, true)) {
+            voice.series.finish();
+        }
     }
 }
 

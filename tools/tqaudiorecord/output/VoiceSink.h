@@ -50,15 +50,18 @@ class VoiceSink : public FilesSink {
         int processId;
         bool isFirst;  ///< has the names as given
         TimedSeries series;
+        bool isFinished = false;
     };
     Mix& mixOf(const Process& process, const Block& block);
     void begin(const Process& process, const Block& block);
     void followNames();
+    /// Those that are not to go on take their names, once all that waits is written.
+    void finishLeft();
 
     FileSeries::Plan plan_;
     std::map<int, Mix> mixes_;           ///< by process
     std::deque<Voice> voices_;           ///< the one under way first
-    bool isLeft_ = false;                ///< it is not to go on
+    bool isLeft_ = false;                ///< it is not to go on beside another program
     std::vector<std::string> problems_;  ///< of open()
 };
 

@@ -139,17 +139,21 @@ TEST_F(VoiceSinkTest, BesideTheFirstThatSoundsItBeginsAnewAndALaunchersKeepsAFil
     (void)names_->additionOf(game_);
     play(sink, game_, 22'050, 22'520);
     names_->hear(game_);
+    // Its track has sounded, and its mix not yet.
+    speakBeside(sink, launcher_, 44'100, 4410);
     play(sink, game_, 44'100, 44'570);
-    speakBeside(sink, game_, 44'100, 8820);
+    speakBeside(sink, game_, 48'510, 4410);
+    EXPECT_TRUE(std::filesystem::exists(folder_.file("out-microphone-launcher.wav")))
+        << "a recorder that is killed now leaves nothing hidden";
     sink.processEnded(launcher_, {});
     speakBeside(sink, game_, 52'920, 4410);
     sink.finish();
     const std::string launchers = folder_.file("out-microphone-launcher.wav");
-    EXPECT_EQ(RecordedFile(launchers).frames(), 44'100U);
+    EXPECT_EQ(RecordedFile(launchers).frames(), 44'100U + 4410);
     const RecordedFile recorded(path_);
-    ASSERT_EQ(recorded.frames(), 22'050U + 8820 + 4410) << "from the game's first frame on";
-    EXPECT_EQ(recorded.at(22'049), 0);
-    EXPECT_NE(recorded.at(22'052), 0);
+    ASSERT_EQ(recorded.frames(), 26'460U + 4410 + 4410) << "from the game's first frame on";
+    EXPECT_EQ(recorded.at(26'459), 0);
+    EXPECT_NE(recorded.at(26'462), 0);
     ASSERT_EQ(sink.files().size(), 2U);
     EXPECT_EQ(sink.files()[0].path, path_);
     EXPECT_EQ(sink.files()[0].processId, game_.id);
