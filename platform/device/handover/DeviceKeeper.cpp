@@ -66,7 +66,7 @@ bool DeviceKeeper::open(HeardWish& wish) {
 
 std::shared_ptr<DeviceKeeper::Kept> DeviceKeeper::reach(const HeardWish& wish) {
     requests_.forgetLoss();
-    const auto kept = std::make_shared<Kept>(host_);
+    auto kept = std::make_shared<Kept>(host_);
     aside(kept, [make = make_, wish](Kept& reached) {
         reached.device = orNothing(make);
         if (reached.device != nullptr) {
